@@ -1,0 +1,23 @@
+option(BRISKO_TESTS "Build the tests" ON)
+option(BRISKO_BENCHMARKS "Build the benchmarks" OFF)
+option(BRISKO_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
+
+# Everything of ours is compiled with these; the warnings are errors.
+add_library(brisko_options INTERFACE)
+target_compile_options(brisko_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+# The bytes of a simulated run must not depend on the compiler.
+target_compile_options(brisko_options INTERFACE -ffp-contract=off)
+target_include_directories(brisko_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+
+if(BRISKO_SANITIZE)
+  target_compile_options(brisko_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                                  -fno-omit-frame-pointer)
+  target_link_options(brisko_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(BRISKO_COVERAGE)
+  # Counters live in the mapped profile file, so lives ended by _exit, abort and kill -9 count too.
+  target_compile_options(brisko_options INTERFACE -fprofile-instr-generate -fcoverage-mapping
+                                                  "SHELL:-mllvm -runtime-counter-relocation")
+  target_link_options(brisko_options INTERFACE -fprofile-instr-generate)
+endif()

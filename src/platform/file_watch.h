@@ -1,0 +1,37 @@
+// platform/file_watch.h
+// Watches on files and folders, by descriptor: the watch follows the file, not its path.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace brisko::platform {
+
+// What happened to a watched file; a set of these is delivered at once.
+enum FileEvent : std::uint32_t {
+  fileWritten = 1U << 0U,
+  fileExtended = 1U << 1U,
+  fileAttributes = 1U << 2U,  // mode, owner, times, link count
+  fileDeleted = 1U << 3U,
+  fileRenamed = 1U << 4U,
+};
+using FileEvents = std::uint32_t;
+
+using WatchToken = std::uint64_t;  // never 0
+
+// Opens the file or folder at `path` for events alone (no read or write access); none when it cannot be
+// opened. The path is used as it stands. The caller owns the descriptor and closes it with closeWatched().
+[[nodiscard]] std::optional<int> openForEvents(const std::string& path);
+
+// Delivers the events of `wanted` that happen to the file behind `descriptor` to `fired`, batched per turn of
+// the run loop, on the main thread. After cancelWatch() no more events are delivered and `cancelled` runs
+// once, on the main thread, in a later turn of the loop.
+[[nodiscard]] WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
+                                   std::function<void()> cancelled);
+void cancelWatch(WatchToken token);
+
+void closeWatched(int descriptor);
+
+}  // namespace brisko::platform

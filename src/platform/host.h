@@ -1,0 +1,33 @@
+// platform/host.h
+// What the process may ask about the system that it runs on.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace brisko::platform {
+
+// Major version of the running macOS, e.g. 26.
+[[nodiscard]] std::int64_t osMajor();
+
+// The value of an environment variable; none when it is not set (an empty one is a value).
+[[nodiscard]] std::optional<std::string> environment(const char* name);
+
+// The path of the running executable with symbolic links resolved; none when it cannot be had or its
+// unresolved form needs 4096 bytes or more.
+[[nodiscard]] std::optional<std::string> executablePath();
+
+// 0 is root.
+[[nodiscard]] std::uint32_t effectiveUserId();
+
+[[nodiscard]] std::int64_t processId();
+
+// The folder for temporary files, without a trailing slash.
+[[nodiscard]] std::string temporaryDirectory();
+
+// The folder that stands for the root of the volume on a virtual Mac, without a trailing slash; empty on a
+// Mac. Only core/volume_path may ask: everything else maps its paths there. The reference stays valid.
+[[nodiscard]] const std::string& volumeRoot();
+
+}  // namespace brisko::platform

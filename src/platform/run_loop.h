@@ -1,0 +1,44 @@
+// platform/run_loop.h
+// The main run loop: everything the daemon does after its start runs inside runMain(), on the main thread,
+// one piece of work after another.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+namespace brisko::platform {
+
+using Work = std::function<void()>;
+
+// Runs until stopMain() or until the process ends. Signals are let in only while it waits.
+void runMain();
+
+// Makes runMain() return once the piece of work in hand is done.
+void stopMain();
+
+using TimerToken = std::uint64_t;  // never 0
+
+// A timer that fires every `intervalSeconds` (above 0) of uptime, first after one interval. It keeps its
+// grid: late by one interval or by a hundred it fires once, then at the next point of the grid. It stands
+// still while the machine sleeps. Due at the same instant, what was added first runs first.
+[[nodiscard]] TimerToken addRepeatingTimer(double intervalSeconds, Work work);
+
+// The timer never fires again, also when called from its own work. Unknown tokens are ignored.
+void invalidateTimer(TimerToken token);
+
+// Runs `work` on the main thread in a later turn of the loop, in the order posted. From any thread.
+void postMain(Work work);
+
+// The same after `seconds` (0 or more) of uptime. From any thread.
+void postMainAfter(double seconds, Work work);
+
+// Installs `handler` for the signal and from then on lets the signal in only while the run loop waits for its
+// next event: it never interrupts a piece of work, so it may do all that the main thread may do. SIGINT and
+// SIGTERM are both shut out while it runs.
+void installSignalHandler(int signal, void (*handler)(int));
+
+// Takes the signal's default effect away and runs `work` from the run loop, as a piece of work, each time the
+// signal arrives (several before the loop gets to it count as one).
+void addSignalSource(int signal, Work work);
+
+}  // namespace brisko::platform

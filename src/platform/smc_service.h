@@ -1,0 +1,37 @@
+// platform/smc_service.h
+// The user client of the system management controller: open, exchange one record, close. What the records
+// mean is known to hardware/smc alone.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace brisko::platform {
+
+using KernelStatus = std::uint32_t;  // 0 is success, else as the kernel gives it
+using SmcConnection = std::uint32_t;
+using SmcRecord = std::array<std::uint8_t, 80>;
+
+inline constexpr KernelStatus kernelSuccess = 0;
+inline constexpr KernelStatus kernelNotFound = 0xE00002F0;       // kIOReturnNotFound
+inline constexpr KernelStatus kernelBadArgument = 0xE00002C2;    // kIOReturnBadArgument
+inline constexpr KernelStatus kernelError = 0xE00002BC;          // kIOReturnError
+inline constexpr KernelStatus kernelNotPrivileged = 0xE00002C1;  // kIOReturnNotPrivileged
+inline constexpr KernelStatus kernelNotOpen = 0xE00002CD;        // kIOReturnNotOpen
+
+struct SmcOpening {
+  KernelStatus status;       // kernelNotFound when the machine has no such service
+  SmcConnection connection;  // 0 unless the status is 0
+};
+
+// Opens a user client of type 0 of the first service named "AppleSMC".
+[[nodiscard]] SmcOpening openSmc();
+
+// Closes the user client; returns the kernel's status. Exchanges on it fail from then on.
+KernelStatus closeSmc(SmcConnection connection);
+
+// Sends `input` and receives `output`. The status says whether the kernel took the call; whether the
+// controller obeyed stands in the output's result byte. `output` is all zero unless the status is 0.
+[[nodiscard]] KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output);
+
+}  // namespace brisko::platform

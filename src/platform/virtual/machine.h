@@ -1,0 +1,349 @@
+// platform/virtual/machine.h
+// The virtual Mac: a machine made of data. It is a plain record of fixed size without pointers, so that it
+// can lie in memory shared between a test and the lives of the daemon, or in a file that outlives them all.
+//
+// Words: "machine time" is the record's own clock, in seconds since 1970; it runs through sleep and never
+// steps. The wall clock is machine time plus `wallOffset`; uptime is machine time since boot less the sleep.
+// advance() moves the machine from its last look to a later moment and is the only thing that changes it by
+// itself; apply() is the only way in which a person, the weather or a fault changes it; exchange() is the
+// only way in which software reaches the controller. All three depend on nothing but the record.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "platform/smc_service.h"
+
+namespace brisko::virtual_mac {
+
+// The layout of the record. A file with another version is refused.
+inline constexpr std::uint32_t machineVersion = 1;
+
+// A four-character key code, first character in the high byte.
+[[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
+  std::uint32_t code = 0;
+  for (std::size_t index = 0; index < 4; ++index) {
+    code = (code << 8U) | (index < name.size() ? static_cast<std::uint8_t>(name[index]) : 0U);
+  }
+  return code;
+}
+
+// A short text inside the record, zero-terminated.
+using ShortText = std::array<char, 40>;
+[[nodiscard]] ShortText shortText(std::string_view text);  // cut to 39 bytes
+[[nodiscard]] std::string_view textOf(const ShortText& text);
+
+// ---------------------------------------------------------------------------------------------------------
+// The system management controller
+
+// What stands behind a key when it is read.
+enum class KeySource : std::uint8_t {
+  stored,       // the bytes of the record
+  adapter,      // "AC-W": 0xFF without an adapter
+  temperature,  // "TB0T": the battery's temperature as a float, °C
+  charging,     // "CHSC": 1 while current flows into the battery
+  current,      // "B0AC": battery current as a signed 16-bit number, mA
+  systemLimit,  // "bfG0": the limit that macOS enforces; always 0 until the machine has that limit
+};
+
+// What a write does. Accepted is not obeyed: the status of a write says nothing about its effect.
+enum class OnWrite : std::uint8_t {
+  obey,
+  ignore,              // accepted, the value stays
+  storeWithoutEffect,  // accepted and read back, the hardware goes on as before
+  refuse,              // the controller's result byte says no
+  kernelError,         // the call itself fails with `writeStatus`
+};
+
+struct SmcKey {
+  std::uint32_t code;                    // 0: an empty place in the table
+  std::uint32_t size;                    // bytes; may be 0 or above 32
+  std::uint32_t type;                    // four-character type code
+  std::array<std::uint8_t, 32> bytes;    // what a read shows
+  std::array<std::uint8_t, 32> acted;    // what the hardware follows
+  std::array<std::uint8_t, 32> resting;  // what the system puts back when it takes the key back
+  KeySource source;
+  OnWrite onWrite;
+  bool present;               // false: the controller does not know it
+  bool scripted;              // a computed key shows `bytes` instead (a broken sensor)
+  std::uint32_t readStatus;   // not 0: every call that asks for the key fails with it
+  std::uint32_t writeStatus;  // for OnWrite::kernelError
+  double releaseAfter;        // seconds after a write at which the resting value comes back; < 0 never
+  double releaseAt;           // machine time of the pending release; < 0 none
+};
+inline constexpr std::size_t keyPlaces = 32;
+
+enum class SmcService : std::uint8_t { present, absent, refusesToOpen };
+
+struct Smc {
+  SmcService service;
+  std::array<SmcKey, keyPlaces> keys;
+  std::uint64_t exchanges;         // calls of exchange() so far
+  std::uint64_t signalAtExchange;  // raise `signalToRaise` in the caller right after this exchange; 0 never
+  std::int32_t signalToRaise;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Battery, adapter, weather
+
+struct Battery {
+  bool installed;
+  double designMAh;   // as sold
+  double fullMAh;     // what it holds today, by the gauge
+  double reserveMAh;  // held back below 0; the nominal capacity is full + reserve
+  std::int64_t cycles;
+  double chargeMAh;      // 0 … fullMAh
+  double shownFull;      // share of fullMAh at which 100 % is shown
+  double maxChargeMA;    // constant-current phase
+  double resistanceOhm;  // of the pack
+  double currentMA;      // at this moment; negative while it drains
+  double targetMA;       // what the current is moving toward
+  double decaySeconds;   // how slowly the current follows a change; 0 at once
+  double temperatureC;
+  bool fullyCharged;  // the charge ended by itself; charging begins again below `rechargeLevel`
+  bool bandCharging;  // the firmware band's last direction
+  double trickleMA;   // what still flows in while charging is stopped; 0 on a healthy Mac
+};
+
+struct Adapter {
+  bool present;
+  double watts;
+};
+
+struct Surroundings {
+  double loadWatts;  // what the Mac itself needs, awake
+  double ambientC;
+};
+
+// What the gauge published last. It publishes every 60 s, and at once only the adapter's flags change.
+struct Gauge {
+  double publishedAt;  // machine time
+  std::int64_t percent;
+  std::int64_t rawMAh;
+  std::int64_t currentMA;
+  std::int64_t voltageMV;
+  std::int64_t temperatureCentiC;
+  bool charging;
+  bool full;
+  std::int64_t askedMA;  // what the charger asks for
+};
+inline constexpr double gaugePeriod = 60;  // seconds
+
+// What powerd publishes of the internal battery.
+struct PowerSource {
+  std::int64_t percent;
+  bool onAdapter;  // "Power Source State"
+  bool charging;
+  bool full;
+  std::int64_t minutes;   // to empty on battery, to full while charging; -1 still calculating
+  double lagSeconds;      // how late the state follows the adapter
+  double stateDueAt;      // machine time at which a changed state is published; < 0 none pending
+  std::uint64_t changes;  // published changes so far: processes compare it to hear of them
+};
+
+// How the registry shows the battery.
+enum class RegistryLayout : std::uint8_t {
+  flat,    // up to macOS 26
+  nested,  // macOS 27: capacities in "BatteryData" only
+};
+
+enum class PropertyFault : std::uint8_t { none, missing, text, real, unsignedInteger };
+struct PropertyChange {
+  ShortText name;
+  PropertyFault fault;
+};
+inline constexpr std::size_t propertyChanges = 8;
+
+enum class PowerSourceFault : std::uint8_t { none, noSnapshot, emptyList, noInternalBattery, upsFirst };
+
+// ---------------------------------------------------------------------------------------------------------
+// The system around it
+
+struct System {
+  std::int64_t macOS;   // major version
+  double bootedAt;      // machine time
+  double sleptSeconds;  // since boot
+  double wallOffset;    // wall clock less machine time
+  bool poweredOn;       // false between shutdown and boot
+  // The sleep of the machine. Nothing puts it to sleep yet; uptime and timers already stand still while set.
+  bool asleep;
+  std::uint32_t capabilities;  // "System Capabilities"
+  bool capabilitiesReadable;
+  std::int64_t pretendedUserId;  // effective user id in virtual time; 0 root
+  std::uint64_t lives;           // user clients opened so far
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Changes: the one list of what a person, the weather or a fault may do to the machine. Each is believable;
+// faults.h says why, and names them for the tools.
+
+enum class ChangeKind : std::uint8_t {
+  nothing,
+  plug,  // number: watts
+  unplug,
+  charge,            // number: percent shown; publishes at once
+  load,              // number: watts
+  ambient,           // number: °C
+  temperature,       // number: °C of the battery, from where physics goes on
+  health,            // number: mAh that it holds when full
+  cycles,            // number
+  decay,             // number: seconds over which the current follows a change
+  trickle,           // number: mA that still flow in while charging is stopped
+  macOS,             // number: major version
+  clockStep,         // number: seconds by which the wall clock jumps
+  capabilities,      // number: the word; below 0: not readable
+  userId,            // number
+  keyPresent,        // key; number 0 removes it, 1 brings it back
+  keySize,           // key; number: bytes
+  keyOnWrite,        // key; number: OnWrite; status: for kernelError
+  keyReadStatus,     // key; status: 0 heals it
+  keyBytes,          // key; bytes: somebody else writes it, hardware follows; scripts a computed key
+  keyUnscript,       // key: a computed key shows the truth again
+  keyRelease,        // key: the system takes it back now
+  keyReleaseAfter,   // key; number: seconds after each write, below 0 never
+  smcService,        // number: SmcService
+  property,          // text: name; number: PropertyFault
+  powerSources,      // number: PowerSourceFault
+  powerSourceLag,    // number: seconds
+  layout,            // number: RegistryLayout
+  signal,            // number: raised in the process that holds the machine
+  signalAtExchange,  // number: signal; status: how many exchanges from now
+  batteryInstalled,  // number 0 or 1
+};
+
+struct Change {
+  ChangeKind kind = ChangeKind::nothing;
+  std::uint32_t key = 0;
+  double number = 0;
+  std::uint32_t status = 0;
+  std::uint32_t byteCount = 0;
+  std::array<std::uint8_t, 32> bytes{};
+  ShortText text{};
+};
+
+// Something that will happen by itself, at a machine time.
+struct Planned {
+  double at;
+  std::uint64_t order;  // of insertion: breaks ties
+  bool pending;
+  Change change;
+};
+inline constexpr std::size_t plannedPlaces = 64;
+
+struct Machine {
+  std::uint32_t version;
+  ShortText model;  // as shown to people, e.g. "MacBook Air 13"
+  double now;       // machine time of the last look
+  Smc smc;
+  Battery battery;
+  Adapter adapter;
+  Surroundings surroundings;
+  Gauge gauge;
+  PowerSource powerSource;
+  RegistryLayout layout;
+  std::array<PropertyChange, propertyChanges> properties;
+  PowerSourceFault powerSourceFault;
+  System system;
+  std::array<Planned, plannedPlaces> planned;
+  std::uint64_t plannedSoFar;
+  std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
+  // Live only: how machine time follows real time.
+  double speed;          // machine seconds in a real second
+  double realAnchor;     // real time (seconds since 1970) at which …
+  double machineAnchor;  // … machine time was this
+};
+static_assert(std::is_trivially_copyable_v<Machine>);
+
+// ---------------------------------------------------------------------------------------------------------
+// The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
+
+struct JournalEntry {
+  double time;         // machine time
+  std::uint32_t life;  // which user client, counted from 1
+  std::uint32_t key;
+  std::uint32_t status;  // of the call
+  std::uint8_t command;  // 5 read, 6 write, 8 key at index, 9 key info
+  std::uint8_t result;   // of the controller
+  std::uint8_t size;     // bytes that count
+  std::array<std::uint8_t, 32> bytes;
+};
+
+struct Journal {
+  static constexpr std::size_t capacity = 8192;
+  std::uint64_t written;  // entries ever written; entry n lies at n % capacity
+  bool reads;             // whether reads and key infos are kept too
+  std::array<JournalEntry, capacity> entries;
+};
+static_assert(std::is_trivially_copyable_v<Journal>);
+
+// ---------------------------------------------------------------------------------------------------------
+// Operations
+
+enum class GateKind : std::uint8_t { chte, ch0b0c, firmwareBand, none };
+enum class CutKind : std::uint8_t { chie, ch0i, ch0j, none };
+
+// A model of Mac, for make(). Models of our own stand in models.h.
+struct Model {
+  std::string_view name;   // of the tools, e.g. "air13"
+  std::string_view title;  // for people
+  double designMAh, fullMAh, reserveMAh;
+  std::int64_t cycles;
+  double maxChargeMA;
+  double resistanceOhm;
+  double shownFull;
+  double adapterWatts;
+  double loadWatts;
+  GateKind gate;
+  CutKind cut;
+  bool magSafeLight;  // has the key "ACLC"
+};
+
+struct MachineOptions {
+  std::optional<GateKind> gate;  // else the model's
+  std::optional<CutKind> cut;
+  std::optional<bool> magSafeLight;
+  std::int64_t macOS = 26;
+  double startTime = 1772352000;  // machine time and wall clock, 2026-03-01T08:00:00Z
+  double uptime = 3600;           // seconds since boot at that moment
+  double percent = 70;
+  bool plugged = true;
+};
+
+// A healthy Mac as it stands at the start: keys open, gauge fresh, awake. From macOS 27 on the charge keys
+// are closed: those of the CH families have no bytes and those of the firmware band are refused.
+[[nodiscard]] Machine makeMachine(const Model& model, const MachineOptions& options = {});
+
+// Moves the machine to `time` (earlier ones change nothing). Second by second: planned changes, keys taken
+// back, current, charge, temperature, and every 60 s the gauge and the power source.
+void advance(Machine& machine, double time);
+
+// The same, but stops right after the first thing that a process must hear of: a published change of the
+// power source or a signal. True when it stopped there.
+bool advanceToNotice(Machine& machine, double time);
+
+// Does `change` now.
+void apply(Machine& machine, const Change& change);
+
+// Plans `change` for a machine time; false when all places are taken.
+[[nodiscard]] bool plan(Machine& machine, double at, const Change& change);
+
+// One exchange of the user client, as the kernel does it: commands 5, 6, 8 and 9.
+[[nodiscard]] platform::KernelStatus exchange(Machine& machine, Journal& journal,
+                                              const platform::SmcRecord& input, platform::SmcRecord& output);
+
+// Starts anew: uptime from zero, capabilities of a full wake. The keys stand as they were.
+void boot(Machine& machine);
+void shutDown(Machine& machine);
+
+// Readings for tools and tests.
+[[nodiscard]] double wallClock(const Machine& machine);
+[[nodiscard]] double uptimeOf(const Machine& machine);
+[[nodiscard]] double level(const Machine& machine);                // shown percent before rounding, 0 … 100
+[[nodiscard]] bool adapterReachesBattery(const Machine& machine);  // present and not cut
+[[nodiscard]] bool chargingIsOpen(const Machine& machine);         // what the hardware follows
+[[nodiscard]] const SmcKey* findKey(const Machine& machine, std::uint32_t code);
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,15 @@
+// core/orderly_exit.h
+// Giving the Mac back, whatever way the daemon ends.
+#pragma once
+
+namespace brisko {
+
+// Reconnects the adapter, lets charging run and hands the light back. Each step is tried whatever became of
+// the one before. May run more than once in a life.
+void restoreOnExit();
+
+// From now on SIGINT and SIGTERM end the process through restoreOnExit(), and so do exit() and a return from
+// main().
+void installExitHandling();
+
+}  // namespace brisko

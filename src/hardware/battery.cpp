@@ -1,0 +1,102 @@
+#include "hardware/battery.h"
+
+#include <cmath>
+#include <cstring>
+#include <string>
+
+#include "core/checked.h"
+#include "hardware/smc.h"
+#include "platform/power_sources.h"
+#include "platform/registry.h"
+
+namespace brisko {
+namespace {
+
+bool hasText(const platform::Dictionary& properties, std::string_view key, std::string_view text) {
+  const platform::Value* value = platform::find(properties, key);
+  const std::string* found = value == nullptr ? nullptr : value->asText();
+  return found != nullptr && *found == text;
+}
+
+std::optional<std::int64_t> integerProperty(const platform::Dictionary& properties, std::string_view key) {
+  const platform::Value* value = platform::find(properties, key);
+  return value == nullptr ? std::nullopt : value->asInteger();
+}
+
+std::int64_t percentOf(std::int64_t current, std::int64_t max) {
+  if (max < 1) return current;
+  return checkedInteger(std::round(static_cast<double>(current) / static_cast<double>(max) * 100.0));
+}
+
+std::optional<std::int64_t> amperageNow() {
+  const platform::SharedDictionary properties = SmartBattery::properties();
+  return properties ? SmartBattery::amperageMA(*properties) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<PowerState> powerState() {
+  const auto sources = platform::powerSources();
+  if (!sources) return std::nullopt;
+  for (const platform::SharedDictionary& source : *sources) {
+    if (!source || !hasText(*source, "Type", "InternalBattery")) continue;
+    const std::int64_t current = integerProperty(*source, "Current Capacity").value_or(0);
+    const std::int64_t max = integerProperty(*source, "Max Capacity").value_or(100);
+    return PowerState{percentOf(current, max), hasText(*source, "Power Source State", "AC Power")};
+  }
+  return std::nullopt;
+}
+
+platform::SharedDictionary SmartBattery::properties() {
+  return platform::registryProperties("AppleSmartBattery");
+}
+
+std::optional<std::int64_t> SmartBattery::amperageMA(const platform::Dictionary& properties) {
+  constexpr std::int64_t garbage = 20'000;
+  const platform::Value* value = platform::find(properties, "Amperage");
+  if (value == nullptr) return std::nullopt;
+  const auto amperage = value->asWrappedInteger();
+  if (!amperage || *amperage <= -garbage || *amperage >= garbage) return std::nullopt;
+  return amperage;
+}
+
+std::optional<double> SmartBattery::watts(const platform::Dictionary& properties) {
+  const auto amperage = amperageMA(properties);
+  const auto voltage = integerProperty(properties, "Voltage");
+  if (!amperage || !voltage || *voltage <= 0) return std::nullopt;
+  return (static_cast<double>(*amperage) / 1000.0) * (static_cast<double>(*voltage) / 1000.0);
+}
+
+std::optional<std::int64_t> SmartBattery::mAh(const platform::Dictionary& properties, std::string_view key) {
+  if (const auto value = integerProperty(properties, key)) return value;
+  const platform::Value* data = platform::find(properties, "BatteryData");
+  const platform::Dictionary* nested = data == nullptr ? nullptr : data->asDictionary();
+  return nested == nullptr ? std::nullopt : integerProperty(*nested, key);
+}
+
+std::optional<double> readTemp() {
+  const auto bytes = readKey("TB0T");
+  float celsius = 0;
+  if (!bytes || bytes->size() < sizeof celsius) return std::nullopt;
+  std::memcpy(&celsius, bytes->data(), sizeof celsius);
+  // Written so that a NaN falls out too.
+  if (!(celsius > 0.0F && celsius < 100.0F)) return std::nullopt;
+  return static_cast<double>(celsius);
+}
+
+std::optional<bool> chargingNow() {
+  constexpr std::int64_t trickle = 100;  // mA
+  if (const auto amperage = amperageNow()) return *amperage > trickle;
+  const auto charging = readFirstByte("CHSC");
+  if (!charging) return std::nullopt;
+  return *charging != 0;
+}
+
+std::optional<std::uint32_t> systemCapabilities() {
+  const auto value = platform::registryProperty("IOPMrootDomain", "System Capabilities");
+  const auto word = value ? value->asWrappedInteger() : std::nullopt;
+  if (!word) return std::nullopt;
+  return static_cast<std::uint32_t>(*word);
+}
+
+}  // namespace brisko

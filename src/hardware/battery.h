@@ -1,0 +1,48 @@
+// hardware/battery.h
+// The sensors: charge, adapter, current, voltage, capacities, temperature, kind of wake. Every reading is
+// optional; having none is an ordinary outcome that each caller answers for itself.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "platform/value.h"
+
+namespace brisko {
+
+struct PowerState {
+  std::int64_t pct = 0;  // percent; not clamped, a gauge may say 102
+  bool plugged = false;  // the system says that the adapter powers the Mac
+};
+
+// Of the internal battery, as the system's power-source service publishes it.
+[[nodiscard]] std::optional<PowerState> powerState();
+
+namespace SmartBattery {
+
+// All properties of the battery's registry entry; null when there is none.
+[[nodiscard]] platform::SharedDictionary properties();
+
+// mA, positive while charging. None when missing or not below 20,000 mA either way: the gauge shows garbage
+// at times.
+[[nodiscard]] std::optional<std::int64_t> amperageMA(const platform::Dictionary& properties);
+
+// Battery power in watts, signed like the current. Needs a voltage above 0.
+[[nodiscard]] std::optional<double> watts(const platform::Dictionary& properties);
+
+// The integer under `key`, at the top or, as newer systems have it, inside "BatteryData".
+[[nodiscard]] std::optional<std::int64_t> mAh(const platform::Dictionary& properties, std::string_view key);
+
+}  // namespace SmartBattery
+
+// The battery's temperature, °C, between 0 and 100 exclusive.
+[[nodiscard]] std::optional<double> readTemp();
+
+// Whether current flows into the battery. A trickle of up to 100 mA does not count.
+[[nodiscard]] std::optional<bool> chargingNow();
+
+inline constexpr std::uint32_t capabilityGraphics = 2;  // the display stack is up: a full wake
+[[nodiscard]] std::optional<std::uint32_t> systemCapabilities();
+
+}  // namespace brisko

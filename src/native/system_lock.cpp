@@ -1,0 +1,32 @@
+#include "native/system_lock.h"
+
+#include <optional>
+
+#include "core/options.h"
+#include "platform/host.h"
+
+namespace brisko::SystemLock {
+namespace {
+
+constexpr std::int64_t lastOpenMajor = 26;
+
+std::optional<std::int64_t> pretendedMajor() {
+  const auto text = platform::environment("BRISKO_PRETEND_MACOS");
+  return text ? parseInteger(*text) : std::nullopt;
+}
+
+std::int64_t findMajor() {
+  const auto pretended = pretendedMajor();
+  return pretended ? *pretended : platform::osMajor();
+}
+
+}  // namespace
+
+std::int64_t macOSMajor() {
+  static const std::int64_t major = findMajor();
+  return major;
+}
+
+bool closesKeys() { return macOSMajor() > lastOpenMajor; }
+
+}  // namespace brisko::SystemLock

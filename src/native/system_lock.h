@@ -1,0 +1,17 @@
+// native/system_lock.h
+// Which versions of macOS close the charge-control keys. Touches no key itself.
+#pragma once
+
+#include <cstdint>
+
+namespace brisko::SystemLock {
+
+// Each is found on first use and then stands for the life of the process.
+
+// Major version of macOS; the environment variable BRISKO_PRETEND_MACOS can stand in for it.
+[[nodiscard]] std::int64_t macOSMajor();
+
+// macOS 27 and later refuse the keys, even to root.
+[[nodiscard]] bool closesKeys();
+
+}  // namespace brisko::SystemLock

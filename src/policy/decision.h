@@ -1,0 +1,40 @@
+// policy/decision.h
+// The decision of a tick on a Mac whose keys are ours: which charge state the hardware should be in.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "calibration/calibration_state.h"
+#include "policy/charge_state_record.h"
+
+namespace brisko {
+
+// What a running calibration asks of one tick.
+struct CalDrive {
+  bool toFull = false;      // charge to 100; otherwise drain …
+  std::int64_t target = 0;  // … to this percentage (100 when charging)
+};
+
+// None while idle. A drain ends at `drainTarget`, the way back to normal at the limit as the user set it.
+[[nodiscard]] std::optional<CalDrive> calibrationDrive(CalPhase phase, std::int64_t drainTarget,
+                                                       std::int64_t limit);
+
+struct DecisionInputs {
+  bool enabled = true;
+  bool thermalPaused = false;
+  std::optional<CalDrive> calDrive;
+  std::int64_t pct = 0;
+  bool plugged = false;         // by the power-source service
+  bool adapterPresent = false;  // by the controller; it sees a cut adapter too
+  std::int64_t target = 80;     // the band in force
+  std::int64_t floor = 75;
+  bool atLimit = false;       // the limit was reached and the battery is held in the band
+  bool dischargeNow = false;  // a forced discharge is wanted, allowed and possible in this kind of wake
+  bool canDischarge = false;  // the hardware can, and has not been found out
+  ChargeState state = ChargeState::allow;  // in force
+};
+
+[[nodiscard]] ChargeState decideState(const DecisionInputs& inputs);
+
+}  // namespace brisko

@@ -1,0 +1,277 @@
+#include "policy/evaluation.h"
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "core/checked.h"
+#include "core/log.h"
+#include "core/options.h"
+#include "core/process_flags.h"
+#include "core/settings.h"
+#include "hardware/adapter.h"
+#include "hardware/battery.h"
+#include "hardware/charge_gate.h"
+#include "hardware/led.h"
+#include "hardware/machine_abilities.h"
+#include "platform/clock.h"
+#include "policy/charge_bounds.h"
+#include "policy/charge_state.h"
+#include "policy/decision.h"
+#include "policy/tick_state.h"
+#include "power/sleep_state.h"
+#include "records/statistics.h"
+
+namespace brisko {
+namespace {
+
+constexpr double secondsPerHour = 3600.0;
+
+// The settings that the previous pass saw. A negative limit means that there was none.
+std::int64_t gLastLimit = -1;
+bool gLastEnabled = true;
+bool gLastDischarge = false;
+
+bool gDarkWakeLogged = false;  // once for each spell of dark wakes
+std::string gLastDesc;         // the last summary line
+
+// What one pass learns and decides, step by step.
+struct Pass {
+  Settings cfg;
+  Bounds band;           // from the settings
+  bool changed = false;  // limit, switch or discharge differ from the previous pass
+  PowerState power;
+  std::optional<CalDrive> calDrive;
+  std::int64_t target = 0;  // the band in force
+  std::int64_t floor = 0;
+  bool topUpActive = false;
+  bool dischargeOn = false;   // wanted and allowed
+  bool dischargeNow = false;  // may run in this kind of wake
+  std::optional<double> temp;
+};
+
+bool sleepIsPending() {
+  if (!gSleepPendingSince) return false;
+  if (platform::wallNow() - *gSleepPendingSince < sleepPendingLimit) return true;
+  gSleepPendingSince.reset();
+  return false;
+}
+
+bool mayRun() {
+  if (gDormant || gReleased) return false;
+  if (gPurged && gateIsMacOSLimit()) return false;
+  if (gSystemLocked) return false;
+  return !sleepIsPending();
+}
+
+Settings settingsInForce() {
+  if (const auto settings = readConfig(gConfigPath)) return *settings;
+  Settings defaults;
+  defaults.limit = gCliLimit;
+  return defaults;
+}
+
+void resetStatistics(const Settings& cfg) {
+  gProtectedSeconds = 0;
+  gStatsSince = platform::wallNow();
+  writeConfig(cfg, std::nullopt, false, std::nullopt);
+  log("stats reset");
+}
+
+// Whether a choice that matters changed since the previous pass; the first pass has nothing to compare with.
+bool noteSettings(const Settings& cfg) {
+  const bool first = gLastLimit < 0;
+  const bool differs =
+      cfg.limit != gLastLimit || cfg.enabled != gLastEnabled || cfg.discharge != gLastDischarge;
+  gLastLimit = cfg.limit;
+  gLastEnabled = cfg.enabled;
+  gLastDischarge = cfg.discharge;
+  return !first && differs;
+}
+
+// A discharge that was given up gets another chance when the circumstances are new.
+void rearmDischarge(bool changed) {
+  if (!gDischargeBroken) return;
+  const char* reason = nullptr;
+  if (changed) {
+    reason = "settings changed";
+  } else if (!adapterPresent()) {
+    reason = "adapter unplugged";
+  }
+  if (reason == nullptr) return;
+  gDischargeBroken = false;
+  log(std::string("forced discharge re-armed (") + reason + ")");
+}
+
+bool topUpExpired(const Settings& cfg) {
+  return cfg.topUpHours >= 1 &&
+         platform::wallNow() - gTopUpSince > static_cast<double>(cfg.topUpHours) * secondsPerHour;
+}
+
+// Runs the Top Up that the settings ask for, or ends it. True while it runs.
+bool continueTopUp(const Settings& cfg) {
+  if (gTopUpSince == 0) gTopUpSince = platform::wallNow();
+  const bool expired = topUpExpired(cfg);
+  if (adapterPresent() && !expired) return true;
+  writeConfig(cfg, false, std::nullopt, std::nullopt);
+  gTopUpSince = 0;
+  log(expired ? "Top Up dropped after " + std::to_string(cfg.topUpHours) + "h"
+              : "Top Up finished (unplugged)");
+  return false;
+}
+
+void chooseTarget(Pass& pass) {
+  pass.topUpActive = pass.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
+  if (pass.topUpActive) {
+    pass.target = 100;
+    pass.floor = 99;
+    pass.dischargeOn = false;
+    return;
+  }
+  gTopUpSince = 0;
+  pass.target = pass.band.upper;
+  pass.floor = pass.band.lower;
+  pass.dischargeOn = pass.cfg.discharge && dischargeSupported && !gDischargeBroken;
+}
+
+// In a maintenance wake the display stays off and a discharge can't be judged, so none is begun.
+void considerWake(Pass& pass) {
+  const auto capabilities = systemCapabilities();
+  // No reading counts as fully awake: never to discharge again would be the worse mistake.
+  if (!capabilities || (*capabilities & capabilityGraphics) != 0) {
+    pass.dischargeNow = pass.dischargeOn;
+    gDarkWakeLogged = false;
+    return;
+  }
+  pass.dischargeNow = false;
+  if (pass.dischargeOn && pass.power.pct > pass.target && !gDarkWakeLogged) {
+    log("réveil de maintenance à " + std::to_string(pass.power.pct) +
+        "% — la décharge attend le vrai réveil");
+    gDarkWakeLogged = true;
+  }
+}
+
+void considerHeat(const Settings& cfg, bool plugged, const std::optional<double>& temp) {
+  // One-sided on purpose: a battery that was too hot has to cool down for good.
+  constexpr double coolerBy = 3.0;  // °C
+  if (!cfg.thermal || !plugged || !temp) {
+    gThermalPaused = false;
+    return;
+  }
+  const auto limit = static_cast<double>(cfg.thermalLimit);
+  if (*temp >= limit) {
+    gThermalPaused = true;
+  } else if (*temp < limit - coolerBy) {
+    gThermalPaused = false;
+  }
+}
+
+void considerLimit(const Pass& pass) {
+  bool atLimit = false;
+  if (!pass.changed && pass.cfg.enabled) {
+    if (pass.power.pct >= pass.target) {
+      atLimit = true;
+    } else if (pass.power.pct > pass.floor) {
+      atLimit = gAtLimit.value_or(true);
+    }
+  }
+  gAtLimit = atLimit;
+}
+
+ChargeState decide(const Pass& pass) {
+  return decideState({.enabled = pass.cfg.enabled,
+                      .thermalPaused = gThermalPaused,
+                      .calDrive = pass.calDrive,
+                      .pct = pass.power.pct,
+                      .plugged = pass.power.plugged,
+                      .adapterPresent = adapterPresent(),
+                      .target = pass.target,
+                      .floor = pass.floor,
+                      .atLimit = gAtLimit.value_or(false),
+                      .dischargeNow = pass.dischargeNow,
+                      .canDischarge = dischargeSupported && !gDischargeBroken,
+                      .state = gState});
+}
+
+void chooseLight(const Pass& pass) {
+  gMode = ledMode(gState, {.wanted = pass.cfg.led,
+                           .adapterPresent = adapterPresent(),
+                           .controlling = pass.cfg.enabled || pass.calDrive.has_value(),
+                           .pct = pass.power.pct,
+                           .shownTarget = pass.calDrive ? pass.calDrive->target : pass.target});
+}
+
+std::string temperatureText(const std::optional<double>& temp) {
+  if (!temp) return "?";
+  char text[32];
+  static_cast<void>(std::snprintf(text, sizeof text, "%.1f°C", *temp));
+  return text;
+}
+
+std::string calibrationText(const std::optional<CalDrive>& drive) {
+  if (gCal.phase == CalPhase::idle) return "";
+  return std::string("  cal=") + phaseName(gCal.phase) + "→" + std::to_string(drive ? drive->target : 0) +
+         "%";
+}
+
+std::string summary(const Pass& pass) {
+  std::string line = "cap " + (pass.cfg.enabled ? std::to_string(pass.target) + "%" : std::string("off"));
+  if (pass.topUpActive) line += "(TopUp)";
+  if (pass.dischargeOn) line += "+discharge";
+  if (gThermalPaused) line += "+HOT";
+  line += calibrationText(pass.calDrive);
+  line += "  batt " + std::to_string(pass.power.pct) + "%  " + temperatureText(pass.temp);
+  line += pass.power.plugged ? "  ac" : "  battery";
+  line += std::string("  state=") + stateName(gState) + "  LED=" + ledModeName(gMode);
+  return line;
+}
+
+void logSummary(const Pass& pass) {
+  const std::string line = summary(pass);
+  if (line == gLastDesc) return;
+  log(line);
+  gLastDesc = line;
+}
+
+// Everything that is settled before the battery is looked at.
+Pass readSettings() {
+  Pass pass;
+  pass.cfg = settingsInForce();
+  pass.band = bounds(pass.cfg.limit, gCliLower, pass.cfg.hysteresis);
+  gBlinkSeconds = pass.cfg.blinkSeconds;
+  if (pass.cfg.resetStats) resetStatistics(pass.cfg);
+  pass.changed = noteSettings(pass.cfg);
+  rearmDischarge(pass.changed);
+  return pass;
+}
+
+}  // namespace
+
+void evaluate() {
+  if (!mayRun()) return;
+  Pass pass = readSettings();
+
+  const auto power = powerState();
+  if (!power) return;
+  pass.power = *power;
+  gLastPct = power->pct;
+  gLastPlugged = power->plugged;
+
+  pass.calDrive = calibrationDrive(gCal.phase, pass.cfg.calDrain, pass.cfg.limit);
+  chooseTarget(pass);
+  considerWake(pass);
+  gFirmwareUpper = pass.target;
+  gFirmwareLower = pass.floor;
+  pass.temp = readTemp();
+  considerHeat(pass.cfg, pass.power.plugged, pass.temp);
+  considerLimit(pass);
+
+  if (!gateIsMacOSLimit()) applyState(decide(pass));
+
+  chooseLight(pass);
+  logSummary(pass);
+  // A soak time that overflows is found only now, with the hardware already set.
+  static_cast<void>(checkedProduct(pass.cfg.calSoakMinutes, 60));
+}
+
+}  // namespace brisko

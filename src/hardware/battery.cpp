@@ -37,8 +37,11 @@ std::optional<std::int64_t> amperageNow() {
 
 std::optional<PowerState> powerState() {
   const auto sources = platform::powerSources();
-  if (!sources) return std::nullopt;
-  for (const platform::SharedDictionary& source : *sources) {
+  return sources ? powerStateOf(*sources) : std::nullopt;
+}
+
+std::optional<PowerState> powerStateOf(const std::vector<platform::SharedDictionary>& sources) {
+  for (const platform::SharedDictionary& source : sources) {
     if (!source || !hasText(*source, "Type", "InternalBattery")) continue;
     const std::int64_t current = integerProperty(*source, "Current Capacity").value_or(0);
     const std::int64_t max = integerProperty(*source, "Max Capacity").value_or(100);

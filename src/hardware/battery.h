@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/value.h"
 
@@ -18,6 +19,9 @@ struct PowerState {
 
 // Of the internal battery, as the system's power-source service publishes it.
 [[nodiscard]] std::optional<PowerState> powerState();
+
+// The same from descriptions in the system's order: the first source of type "InternalBattery" counts.
+[[nodiscard]] std::optional<PowerState> powerStateOf(const std::vector<platform::SharedDictionary>& sources);
 
 namespace SmartBattery {
 

@@ -1,0 +1,353 @@
+// Whole lives of the daemon: start, run, end.
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "support/life.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Life;
+using test::VirtualMac;
+using test::Writes;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::CutKind;
+using virtual_mac::GateKind;
+using virtual_mac::MachineOptions;
+using virtual_mac::OnWrite;
+
+constexpr const char* banner =
+    "brisko-daemon started (event-driven) — config /Library/Application Support/Brisko/config.json. charging "
+    "via ";
+constexpr const char* historyText = ", history /Library/Application Support/Brisko/history, state=";
+
+virtual_mac::Change change(ChangeKind kind, double number = 0) { return {.kind = kind, .number = number}; }
+
+std::string lineBeginning(const std::vector<std::string>& lines, const std::string& beginning) {
+  for (const auto& line : lines) {
+    if (line.starts_with(beginning)) return line;
+  }
+  return "";
+}
+
+TEST(StartUp, logsItsBannerAndTheFirstTick) {
+  VirtualMac mac;
+  Life life(mac);
+  life.run(0);
+  EXPECT_TRUE(life.alive());
+  ASSERT_THAT(mac.logLines(), SizeIs(2));
+  EXPECT_EQ(mac.logLines()[0], std::string(banner) + "CHTE, discharge CHIE, LED OK" + historyText + "allow");
+  EXPECT_THAT(mac.logLines()[1], StartsWith("cap 80%  batt 70%"));
+}
+
+TEST(StartUp, namesTheGateThatItFound) {
+  MachineOptions options;
+  options.gate = GateKind::firmwareBand;
+  options.cut = CutKind::none;
+  options.magSafeLight = false;
+  VirtualMac mac(options);
+  Life(mac).run(0);
+  EXPECT_EQ(mac.logLines()[0],
+            std::string(banner) + "bfD0/bfE0/bfF0, discharge off, LED off" + historyText + "allow");
+}
+
+TEST(StartUp, namesTheConfigurationFromTheCommandLine) {
+  VirtualMac mac;
+  mac.write("/etc/brisko.json", "{\"limit\":65}");
+  Life life(mac, {"--config", "/etc/brisko.json"});
+  life.run(0);
+  EXPECT_THAT(mac.logLines()[0], HasSubstr("config /etc/brisko.json. charging via"));
+  EXPECT_THAT(mac.logLines().back(), StartsWith("cap 65%"));
+}
+
+TEST(StartUp, endsWithStatus1WithoutTheController) {
+  VirtualMac mac;
+  mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent));
+  Life life(mac);
+  life.run(1);
+  EXPECT_EQ(life.status(), 1);
+  EXPECT_EQ(life.errors(), "⛔️ Could not open AppleSMC.\n");
+  EXPECT_EQ(life.output(), "");
+}
+
+TEST(StartUp, endsWithStatus1WithoutRoot) {
+  VirtualMac mac;
+  mac.number(ChangeKind::userId, 501);
+  Life life(mac);
+  life.run(1);
+  EXPECT_EQ(life.status(), 1);
+  EXPECT_EQ(life.errors(), "⛔️ brisko-daemon has to run as root (sudo).\n");
+  EXPECT_EQ(mac.machine().smc.exchanges, 0U);
+  EXPECT_EQ(mac.machine().system.lives, 0U);
+}
+
+TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
+  MachineOptions options;
+  options.gate = GateKind::none;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(1);
+  EXPECT_EQ(life.status(), 2);
+  EXPECT_EQ(life.errors(),
+            "⛔️ Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
+            "an M1 "
+            "or newer. [no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)]\n");
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_EQ(life.output(), "");
+  EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
+}
+
+TEST(StartUp, observesWhereMacOSClosedTheKeys) {
+  MachineOptions options;
+  options.macOS = 27;
+  options.percent = 90;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(600);
+  EXPECT_TRUE(life.alive());
+  EXPECT_THAT(
+      mac.logLines(),
+      ElementsAre(std::string(banner) +
+                  "nothing: macOS 27 closed the keys Brisko writes, observing only, discharge off, LED off" +
+                  historyText + "allow"));
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST(StartUp, makesTheHistoryFolderReadableForTheApp) {
+  VirtualMac mac;
+  const mode_t before = ::umask(077);
+  Life(mac).run(0);
+  ::umask(before);
+  struct stat found {};
+  ASSERT_EQ(::stat(mac.path("/Library/Application Support/Brisko/history").c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 07777U, 0755U);
+}
+
+TEST(StartUp, goesOnWithoutAHistoryFolder) {
+  VirtualMac mac;
+  mac.write("/Library/Application Support/Brisko/history", "a file in its place");
+  Life life(mac);
+  life.run(60);
+  EXPECT_TRUE(life.alive());
+  EXPECT_EQ(mac.read("/Library/Application Support/Brisko/history"), "a file in its place");
+}
+
+TEST(StartUp, repairsTheLogPermissionsAndSaysSo) {
+  VirtualMac mac;
+  mac.write("/Library/Logs/Brisko/daemon.err.log", "");
+  ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko").c_str(), 0700), 0);
+  ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko/daemon.err.log").c_str(), 0600), 0);
+  Life(mac).run(0);
+  ASSERT_THAT(mac.logLines(), SizeIs(4));
+  EXPECT_THAT(mac.logLines()[0], StartsWith(banner));
+  EXPECT_EQ(mac.logLines()[1], "log permissions repaired: /Library/Logs/Brisko 700 → 755");
+  EXPECT_EQ(mac.logLines()[2], "log permissions repaired: daemon.err.log 600 → 644");
+}
+
+TEST(StartUp, takesItsStateFromTheHardware) {
+  struct Case {
+    const char* key;
+    std::vector<std::uint8_t> bytes;
+    const char* state;
+  };
+  for (const Case& found : {Case{"CHTE", {1, 0, 0, 0}, "hold"}, Case{"CHIE", {8}, "discharge"}}) {
+    MachineOptions options;
+    options.percent = 90;
+    VirtualMac mac(options);
+    mac.settings("{\"discharge\":true}");
+    mac.keyBytes("CHTE", {1, 0, 0, 0});
+    mac.keyBytes(found.key, found.bytes);
+    Life(mac).run(0);
+    EXPECT_THAT(mac.logLines()[0], EndsWith(std::string("state=") + found.state));
+  }
+}
+
+TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
+  MachineOptions options;
+  options.percent = 80;
+  VirtualMac mac(options);
+  mac.keyBytes("CHTE", {1, 0, 0, 0});
+  Life(mac).run(60);
+  EXPECT_THAT(mac.logLines()[0], EndsWith("state=hold"));
+  EXPECT_THAT(mac.logLines(), Each(Not(HasSubstr("→ state"))));
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST(StartUp, abortsOnALimitThatIsNoNumberOfOurs) {
+  for (const char* limit : {"1e300", "9223372036854775808", "18446744073709551615", "9.3e18"}) {
+    VirtualMac mac;
+    mac.settings(std::string("{\"limit\":") + limit + "}");
+    mac.keyBytes("CHTE", {1, 0, 0, 0});
+    Life life(mac);
+    life.run(60);
+    EXPECT_EQ(life.endSignal(), SIGABRT) << limit;
+    EXPECT_THAT(mac.writes(), IsEmpty()) << limit;  // nothing is given back: no hook runs
+  }
+}
+
+TEST(Running, ticksEvery12Seconds) {
+  VirtualMac mac;
+  Life life(mac);
+  life.run(0);
+  mac.settings("{\"limit\":60}");
+  life.run(11.9);
+  EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "");
+  life.run(0.2);
+  EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "→ state: hold");
+}
+
+TEST(Running, ticksAtOnceWhenTheAdapterIsPulledOrPlugged) {
+  MachineOptions options;
+  options.percent = 90;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(1);
+  mac.unplug();
+  life.run(0.5);
+  EXPECT_THAT(mac.logLines().back(), HasSubstr("  battery  state=allow  LED=system"));
+  mac.plugIn();
+  life.run(0.5);
+  EXPECT_THAT(mac.logLines().back(), HasSubstr("  ac  state=hold  LED=green"));
+}
+
+TEST(Running, chargesToTheLimitAndHoldsThere) {
+  VirtualMac mac;
+  Life life(mac);
+  life.run(2 * 3600);
+  EXPECT_NEAR(virtual_mac::level(mac.machine()), 80, 0.6);
+  EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
+  life.run(24 * 3600);
+  EXPECT_NEAR(virtual_mac::level(mac.machine()), 80, 0.6);
+}
+
+TEST(Running, staysInsideTheBandForAWeekWithAWeakBatteryDrain) {
+  VirtualMac mac;
+  mac.number(ChangeKind::trickle, -40);
+  Life life(mac);
+  life.run(3 * 3600);
+  for (int hour = 0; hour < 7 * 24; ++hour) {
+    life.run(3600);
+    EXPECT_GE(virtual_mac::level(mac.machine()), 74.4);
+    EXPECT_LE(virtual_mac::level(mac.machine()), 80.6);
+  }
+}
+
+TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    MachineOptions options;
+    options.percent = 90;
+    VirtualMac mac(options);
+    mac.settings("{\"discharge\":true}");
+    Life life(mac);
+    life.run(30);
+    ASSERT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{8}));
+    mac.keyBytes("ACLC", {3});
+    mac.forgetJournal();
+    life.signal(number).run(1);
+    EXPECT_EQ(life.status(), 0);
+    EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
+    EXPECT_EQ(mac.logLines().back(),
+              "Signal " + std::to_string(number) + ": charging, adapter and LED restored, exiting.");
+    EXPECT_THAT(mac.logLines(), Contains(StartsWith("Signal ")).Times(1));
+  }
+}
+
+TEST(Ending, goesOnPastARefusedWrite) {
+  MachineOptions options;
+  options.percent = 90;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(30);
+  mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("CHTE", OnWrite::kernelError, 0xE00002D8);
+  mac.forgetJournal();
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.writes(), (Writes{"CHIE=00!", "CHTE=00000000!", "ACLC=00"}));
+}
+
+TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
+  MachineOptions options;
+  options.magSafeLight = false;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(30).signal(SIGTERM).run(1);
+  EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000"}));
+}
+
+TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {
+  VirtualMac mac;
+  // While the keys are being looked for the signal still has its default effect.
+  mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
+  Life life(mac);
+  life.run(60);
+  EXPECT_EQ(life.endSignal(), SIGTERM);
+  EXPECT_THAT(mac.logLines(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+// A signal may come at any exchange of a busy life: between the two writes of a state change, in the middle
+// of a read, in the first tick. Whatever was in hand is finished; then everything is given back.
+TEST(Ending, atAnyExchangeGivesEverythingBack) {
+  for (std::uint32_t exchange = 21; exchange < 140; ++exchange) {
+    MachineOptions options;
+    options.percent = 90;
+    VirtualMac mac(options);
+    mac.settings("{\"discharge\":true}");
+    mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = exchange});
+    Life life(mac);
+    life.run(120);
+    ASSERT_FALSE(life.alive()) << exchange;
+    if (life.endSignal()) {
+      // Still before the handler stood.
+      EXPECT_EQ(life.endSignal(), SIGTERM);
+      EXPECT_THAT(mac.writes(), IsEmpty()) << exchange;
+      continue;
+    }
+    EXPECT_EQ(life.status(), 0) << exchange;
+    EXPECT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{0})) << exchange;
+    EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0})) << exchange;
+    EXPECT_EQ(mac.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.") << exchange;
+  }
+}
+
+TEST(Ending, byKillLeavesTheKeysAndTheNextLifeTakesThemUp) {
+  MachineOptions options;
+  options.percent = 80;
+  VirtualMac mac(options);
+  {
+    Life life(mac);
+    life.run(30);
+    life.kill();
+    EXPECT_EQ(life.endSignal(), SIGKILL);
+  }
+  EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
+  mac.pass(3600);
+  const std::size_t lines = mac.logLines().size();
+  Life life(mac);
+  life.run(30);
+  const auto all = mac.logLines();
+  const std::vector<std::string> second(all.begin() + static_cast<std::ptrdiff_t>(lines), all.end());
+  EXPECT_THAT(second[0], EndsWith("state=hold"));
+  EXPECT_THAT(second, Each(Not(HasSubstr("→ state"))));
+}
+
+}  // namespace
+}  // namespace brisko

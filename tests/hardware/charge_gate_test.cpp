@@ -1,0 +1,375 @@
+#include "hardware/charge_gate.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "hardware/smc.h"
+#include "platform/clock.h"
+#include "policy/tick_state.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::CutKind;
+using virtual_mac::GateKind;
+using virtual_mac::MachineOptions;
+using virtual_mac::OnWrite;
+
+class OnMac : public test::OnVirtualMac {
+ protected:
+  explicit OnMac(const MachineOptions& options = {}) : OnVirtualMac(options) { gConn = 0; }
+  void SetUp() override { takeGate(); }
+};
+
+MachineOptions with(GateKind gate, CutKind cut) {
+  MachineOptions options;
+  options.gate = gate;
+  options.cut = cut;
+  return options;
+}
+
+class ChteMac : public OnMac {
+ protected:
+  ChteMac() : OnMac(with(GateKind::chte, CutKind::chie)) {}
+};
+class PairMac : public OnMac {
+ protected:
+  PairMac() : OnMac(with(GateKind::ch0b0c, CutKind::ch0i)) {}
+};
+class BandMac : public OnMac {
+ protected:
+  BandMac() : OnMac(with(GateKind::firmwareBand, CutKind::ch0j)) {}
+};
+class NoCutMac : public OnMac {
+ protected:
+  NoCutMac() : OnMac(with(GateKind::chte, CutKind::none)) {}
+};
+
+// Detection, on a Mac whose keys each test arranges.
+class Detection : public test::OnVirtualMac {
+ protected:
+  Detection() : OnVirtualMac(with(GateKind::chte, CutKind::chie)) {}
+  void SetUp() override { openController(); }
+  static std::variant<ChargeGate, GateFailure> detected() { return ChargeGate::detect(true); }
+  void show(std::string_view key) {
+    mac.change({.kind = virtual_mac::ChangeKind::keyPresent, .key = virtual_mac::keyCode(key), .number = 1});
+  }
+};
+
+TEST_F(Detection, takesTheFirstFamilyThatCanBeRead) {
+  show("CH0B");
+  show("CH0C");
+  EXPECT_EQ(std::get<ChargeGate>(detected()), (ChargeGate{ChargeKeys::chte, AdapterCutKey::chie}));
+  mac.removeKey("CHTE");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).charge, ChargeKeys::ch0b0c);
+}
+
+TEST_F(Detection, needsBothKeysOfThePair) {
+  mac.removeKey("CHTE");
+  show("CH0B");
+  EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey);
+  mac.removeKey("CH0B");
+  show("CH0C");
+  EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey);
+}
+
+TEST_F(Detection, needsAllThreeKeysOfTheFirmwareBand) {
+  mac.removeKey("CHTE");
+  show("bfF0");
+  show("bfD0");
+  EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey);
+  show("bfE0");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).charge, ChargeKeys::firmwareBand);
+}
+
+TEST_F(Detection, takesTheFirstCutKeyThatCanBeRead) {
+  show("CH0I");
+  show("CH0J");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).cut, AdapterCutKey::chie);
+  mac.removeKey("CHIE");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).cut, AdapterCutKey::ch0i);
+  mac.removeKey("CH0I");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).cut, AdapterCutKey::ch0j);
+  mac.removeKey("CH0J");
+  EXPECT_EQ(std::get<ChargeGate>(detected()).cut, AdapterCutKey::none);
+}
+
+TEST_F(Detection, countsAKeyWithoutBytesAsReadable) {
+  mac.change({.kind = virtual_mac::ChangeKind::keySize, .key = virtual_mac::keyCode("CHTE"), .number = 0});
+  EXPECT_EQ(std::get<ChargeGate>(detected()).charge, ChargeKeys::chte);
+}
+
+TEST_F(Detection, writesNothing) {
+  mac.forgetJournal();
+  static_cast<void>(detected());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
+  MachineOptions options;
+  options.macOS = 27;
+  test::VirtualMac mac(options);
+  ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
+  const auto before = mac.machine().smc.exchanges;
+  EXPECT_EQ(std::get<GateFailure>(ChargeGate::detect(true)), GateFailure::lockedByMacOS);
+  EXPECT_EQ(mac.machine().smc.exchanges, before);
+}
+
+TEST(GateFailureTexts, areTheOnesThatTheAppShows) {
+  MachineOptions options;
+  options.macOS = 28;
+  const test::VirtualMac mac(options);
+  EXPECT_EQ(
+      failureMessage(GateFailure::noKnownKey),
+      "Brisko couldn\xE2\x80\x99t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
+      "an M1 or newer.");
+  EXPECT_EQ(failureDetail(GateFailure::noKnownKey),
+            "no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)");
+  EXPECT_EQ(
+      failureMessage(GateFailure::lockedByMacOS),
+      "macOS 28 changed the way charging is controlled; Brisko can\xE2\x80\x99t hold a limit on this version "
+      "yet.");
+  EXPECT_EQ(
+      failureDetail(GateFailure::lockedByMacOS),
+      "macOS 28: CHTE/CH0B/CH0C empty and bfF0/bfD0/bfE0 refused (kIOReturnNotPrivileged) even for root "
+      "\xE2\x80\x94 not probed, see SystemLock");
+}
+
+TEST_F(ChteMac, stopsAndOpensWithOneKey) {
+  EXPECT_TRUE(gGate->setCharging(true));
+  EXPECT_TRUE(gGate->chargingIsStopped());
+  EXPECT_TRUE(gGate->setCharging(false));
+  EXPECT_FALSE(gGate->chargingIsStopped());
+  EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHTE=00000000"));
+}
+
+TEST_F(ChteMac, isStoppedOnlyByExactlyItsOwnValue) {
+  for (const auto& bytes : {test::Bytes{1, 0, 0, 1}, test::Bytes{2, 0, 0, 0}, test::Bytes{1, 1, 0, 0}}) {
+    mac.keyBytes("CHTE", bytes);
+    EXPECT_FALSE(gGate->chargingIsStopped());
+  }
+  mac.keyBytes("CHTE", {1, 0, 0, 0});
+  EXPECT_TRUE(gGate->chargingIsStopped());
+  mac.change({.kind = virtual_mac::ChangeKind::keySize, .key = virtual_mac::keyCode("CHTE"), .number = 1});
+  EXPECT_FALSE(gGate->chargingIsStopped());
+  mac.removeKey("CHTE");
+  EXPECT_FALSE(gGate->chargingIsStopped());
+}
+
+TEST_F(ChteMac, reportsARefusedWrite) {
+  mac.keyOnWrite("CHTE", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(true));
+  mac.keyOnWrite("CHIE", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setAdapterCut(true));
+}
+
+TEST_F(ChteMac, cutsTheAdapterWithItsOwnKey) {
+  EXPECT_FALSE(gGate->adapterIsCut());
+  EXPECT_TRUE(gGate->setAdapterCut(true));
+  EXPECT_TRUE(gGate->adapterIsCut());
+  EXPECT_TRUE(gGate->setAdapterCut(false));
+  EXPECT_THAT(mac.writes(), ElementsAre("CHIE=08", "CHIE=00"));
+  mac.keyBytes("CHIE", {1});
+  EXPECT_FALSE(gGate->adapterIsCut());
+  mac.removeKey("CHIE");
+  EXPECT_FALSE(gGate->adapterIsCut());
+}
+
+TEST_F(PairMac, writesBothKeysWhateverBecameOfTheFirst) {
+  EXPECT_TRUE(gGate->setCharging(true));
+  mac.keyOnWrite("CH0B", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(false));
+  mac.keyOnWrite("CH0B", OnWrite::obey);
+  mac.keyOnWrite("CH0C", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(false));
+  EXPECT_THAT(mac.writes(), ElementsAre("CH0B=02", "CH0C=02", "CH0B=00!", "CH0C=00", "CH0B=00", "CH0C=00!"));
+}
+
+TEST_F(PairMac, isStoppedOnlyWhenBothAre) {
+  mac.keyBytes("CH0B", {2});
+  EXPECT_FALSE(gGate->chargingIsStopped());
+  mac.keyBytes("CH0C", {2});
+  EXPECT_TRUE(gGate->chargingIsStopped());
+  mac.keyBytes("CH0B", {0});
+  EXPECT_FALSE(gGate->chargingIsStopped());
+}
+
+TEST_F(PairMac, cutsWithItsOwnValue) {
+  EXPECT_TRUE(gGate->setAdapterCut(true));
+  EXPECT_TRUE(gGate->adapterIsCut());
+  EXPECT_TRUE(gGate->setAdapterCut(false));
+  EXPECT_THAT(mac.writes(), ElementsAre("CH0I=01", "CH0I=00"));
+}
+
+TEST_F(BandMac, armsTheBandWhileItIsOff) {
+  gFirmwareUpper = 80;
+  gFirmwareLower = 75;
+  EXPECT_TRUE(gGate->setCharging(true));
+  EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=50000000", "bfE0=4b000000", "bfF0=02"));
+  EXPECT_TRUE(gGate->chargingIsStopped());
+}
+
+TEST_F(BandMac, freesChargingWithOneWrite) {
+  EXPECT_TRUE(gGate->setCharging(false));
+  EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00"));
+  EXPECT_FALSE(gGate->chargingIsStopped());
+}
+
+TEST_F(BandMac, clampsTheBandTo0And100) {
+  gFirmwareUpper = 150;
+  gFirmwareLower = -5;
+  EXPECT_TRUE(gGate->setCharging(true));
+  EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=64000000", "bfE0=00000000", "bfF0=02"));
+}
+
+TEST_F(BandMac, attemptsEveryWriteAndReportsTheOnesThatCount) {
+  mac.keyOnWrite("bfD0", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(true));
+  EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=50000000!", "bfE0=4b000000", "bfF0=02"));
+  mac.keyOnWrite("bfD0", OnWrite::obey);
+  mac.keyOnWrite("bfE0", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(true));
+  mac.keyOnWrite("bfE0", OnWrite::obey);
+  mac.keyOnWrite("bfF0", OnWrite::refuse);
+  EXPECT_FALSE(gGate->setCharging(true));
+  EXPECT_FALSE(gGate->setCharging(false));
+}
+
+TEST_F(BandMac, cutsWithItsOwnKey) {
+  EXPECT_TRUE(gGate->setAdapterCut(true));
+  EXPECT_TRUE(gGate->adapterIsCut());
+  EXPECT_THAT(mac.writes(), ElementsAre("CH0J=01"));
+}
+
+TEST_F(NoCutMac, hasNothingToCutWith) {
+  EXPECT_EQ(gGate->cut, AdapterCutKey::none);
+  EXPECT_FALSE(gGate->setAdapterCut(true));
+  EXPECT_FALSE(gGate->setAdapterCut(false));
+  EXPECT_FALSE(gGate->adapterIsCut());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(ChteMac, leavesChargingToMacOSWithTheGateOfItsOwnLimit) {
+  const ChargeGate gate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  EXPECT_TRUE(gate.setCharging(true));
+  EXPECT_TRUE(gate.setCharging(false));
+  EXPECT_FALSE(gate.setAdapterCut(false));
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_FALSE(gate.chargingIsStopped());
+  mac.keyBytes("bfG0", {80});
+  EXPECT_TRUE(gate.chargingIsStopped());
+  mac.keyBytes("bfG0", {0});
+  EXPECT_FALSE(gate.chargingIsStopped());
+  mac.removeKey("bfG0");
+  EXPECT_FALSE(gate.chargingIsStopped());
+}
+
+TEST(WrittenKeys, namesTheCutKeyFirst) {
+  using Keys = std::vector<std::string>;
+  EXPECT_EQ((ChargeGate{ChargeKeys::ch0b0c, AdapterCutKey::ch0i}.writtenKeys()),
+            (Keys{"CH0I", "CH0B", "CH0C"}));
+  EXPECT_EQ((ChargeGate{ChargeKeys::chte, AdapterCutKey::chie}.writtenKeys()), (Keys{"CHIE", "CHTE"}));
+  EXPECT_EQ((ChargeGate{ChargeKeys::chte, AdapterCutKey::none}.writtenKeys()), (Keys{"CHTE"}));
+  EXPECT_EQ((ChargeGate{ChargeKeys::firmwareBand, AdapterCutKey::ch0j}.writtenKeys()),
+            (Keys{"CH0J", "bfF0", "bfD0", "bfE0"}));
+  EXPECT_EQ((ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::chie}.writtenKeys()), Keys{});
+}
+
+TEST(GateLabels, nameTheKeys) {
+  EXPECT_STREQ(chargeLabel(ChargeKeys::chte), "CHTE");
+  EXPECT_STREQ(chargeLabel(ChargeKeys::ch0b0c), "CH0B+CH0C");
+  EXPECT_STREQ(chargeLabel(ChargeKeys::firmwareBand), "bfD0/bfE0/bfF0");
+  EXPECT_STREQ(chargeLabel(ChargeKeys::macOSLimit), "macOS");
+  EXPECT_EQ(cutKeyName(AdapterCutKey::chie), "CHIE");
+  EXPECT_EQ(cutKeyName(AdapterCutKey::none), std::nullopt);
+}
+
+// How often, and over how long, a service that is coming up is asked.
+struct Asking {
+  int questions = 0;
+  double seconds = 0;
+  bool usable = false;
+};
+
+Asking ask(double uptime, bool patient, int usableAt = 0) {
+  MachineOptions options;
+  options.uptime = uptime;
+  const test::VirtualMac mac(options);
+  Asking asking;
+  const double start = platform::wallNow();
+  asking.usable = becomesUsable(patient, [&] { return ++asking.questions == usableAt; });
+  asking.seconds = platform::wallNow() - start;
+  return asking;
+}
+
+TEST(Patience, needsNoPauseWhenTheFirstAnswerIsYes) {
+  const Asking asking = ask(10, true, 1);
+  EXPECT_TRUE(asking.usable);
+  EXPECT_EQ(asking.questions, 1);
+  EXPECT_EQ(asking.seconds, 0);
+}
+
+TEST(Patience, asksOnceWithoutIt) {
+  const Asking asking = ask(10, false);
+  EXPECT_FALSE(asking.usable);
+  EXPECT_EQ(asking.questions, 1);
+  EXPECT_EQ(asking.seconds, 0);
+}
+
+TEST(Patience, asks21TimesInAMinuteRightAfterBoot) {
+  const Asking asking = ask(299, true);
+  EXPECT_FALSE(asking.usable);
+  EXPECT_EQ(asking.questions, 21);
+  EXPECT_EQ(asking.seconds, 60);
+}
+
+TEST(Patience, asksThreeTimesIn2SecondsLater) {
+  for (const double uptime : {300.0, 1000.0}) {
+    const Asking asking = ask(uptime, true);
+    EXPECT_FALSE(asking.usable);
+    EXPECT_EQ(asking.questions, 3);
+    EXPECT_EQ(asking.seconds, 2);
+  }
+}
+
+TEST(Patience, endsWithTheFirstYes) {
+  const Asking asking = ask(20, true, 5);
+  EXPECT_TRUE(asking.usable);
+  EXPECT_EQ(asking.questions, 5);
+  EXPECT_EQ(asking.seconds, 12);
+}
+
+TEST(Patience, takesTheLastAnswerToo) {
+  EXPECT_TRUE(ask(20, true, 21).usable);
+  EXPECT_TRUE(ask(2000, true, 3).usable);
+}
+
+TEST_F(ChteMac, undoesALeftoverCut) {
+  mac.keyBytes("CHIE", {8});
+  EXPECT_THAT(clearLeftoverAdapterCut(), ElementsAre("adapter cut found set, restored"));
+  EXPECT_THAT(mac.writes(), ElementsAre("CHIE=00"));
+  EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
+}
+
+TEST_F(ChteMac, saysWhenALeftoverCutCanNotBeUndone) {
+  mac.keyBytes("CHIE", {8});
+  mac.keyOnWrite("CHIE", OnWrite::refuse);
+  EXPECT_THAT(clearLeftoverAdapterCut(),
+              ElementsAre("\xE2\x9A\xA0\xEF\xB8\x8F adapter cut found set, and could not be restored"));
+}
+
+TEST_F(ChteMac, leavesOtherValuesOfTheCutKeyAlone) {
+  for (const std::uint8_t value : {0, 1, 9, 255}) {
+    mac.keyBytes("CHIE", {value});
+    EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
+  }
+  mac.removeKey("CHIE");
+  EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace brisko

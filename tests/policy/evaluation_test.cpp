@@ -1,0 +1,709 @@
+#include "policy/evaluation.h"
+
+#include <csignal>
+#include <cstring>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "calibration/calibration_state.h"
+#include "core/options.h"
+#include "core/process_flags.h"
+#include "hardware/charge_gate.h"
+#include "hardware/led_mode.h"
+#include "hardware/machine_abilities.h"
+#include "platform/clock.h"
+#include "policy/charge_state_record.h"
+#include "policy/tick_state.h"
+#include "power/sleep_state.h"
+#include "records/statistics.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Bytes;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::PowerSourceFault;
+
+// A healthy Mac on its adapter at 70 %; settings as each test writes them.
+class Tick : public test::OnVirtualMac {
+ protected:
+  void SetUp() override { takeGate(); }
+
+  std::string config() const { return mac.read(defaultConfigPath); }
+  std::string summary() { return lastOf(newLines()); }
+  static std::string lastOf(const std::vector<std::string>& lines) {
+    return lines.empty() ? "" : lines.back();
+  }
+
+  void darkWake() { mac.number(ChangeKind::capabilities, 9); }
+  void fullWake() { mac.number(ChangeKind::capabilities, 15); }
+  void losePowerSources() {
+    mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
+  }
+  void findPowerSources() {
+    mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::none));
+  }
+  // A reading of exactly this temperature.
+  void reads(float celsius) {
+    Bytes bytes(sizeof celsius);
+    std::memcpy(bytes.data(), &celsius, sizeof celsius);
+    mac.keyBytes("TB0T", bytes);
+  }
+};
+
+// --- running or not
+
+TEST_F(Tick, doesNothingWhileDormantOrReleased) {
+  mac.charge(90);
+  gDormant = true;
+  evaluate();
+  gDormant = false;
+  gReleased = true;
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_EQ(gLastPct, 0);
+  gReleased = false;
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+}
+
+TEST_F(Tick, goesOnAfterAPurgeWhereTheKeysAreOurs) {
+  mac.charge(90);
+  gPurged = true;
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_FALSE(mac.exists("/Library/Logs/Brisko/daemon.log"));
+}
+
+TEST_F(Tick, stopsAfterAPurgeWhereMacOSHoldsTheLimit) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  gPurged = true;
+  mac.charge(90);
+  evaluate();
+  EXPECT_EQ(gLastPct, 0);
+}
+
+TEST_F(Tick, onlyObservesALockedSystem) {
+  mac.charge(90);
+  gSystemLocked = true;
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(Tick, touchesNothingWhileASleepIsPending) {
+  mac.charge(90);
+  gSleepPendingSince = platform::wallNow();
+  mac.pass(10);
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  mac.pass(19.5);
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_TRUE(gSleepPendingSince);
+  mac.pass(0.5);  // 30 s: the sleep did not come
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_FALSE(gSleepPendingSince);
+}
+
+// --- settings
+
+TEST_F(Tick, usesTheCommandLineLimitWithoutAConfiguration) {
+  gCliLimit = 60;
+  evaluate();
+  EXPECT_THAT(summary(), StartsWith("cap 60%  batt 70%"));
+  EXPECT_EQ(gState, ChargeState::hold);
+}
+
+TEST_F(Tick, usesTheDefaultLimitWithAnEmptyConfiguration) {
+  gCliLimit = 60;
+  mac.settings("{}");
+  evaluate();
+  EXPECT_THAT(summary(), StartsWith("cap 80%"));
+}
+
+TEST_F(Tick, fallsBackToTheCommandLineForEveryUnreadableConfiguration) {
+  gCliLimit = 60;
+  for (const char* text : {"", "[]", "80", "{\"limit\":", "{} x", "\"\\xff\""}) {
+    mac.settings("{\"limit\":90}");
+    ticks(1);
+    EXPECT_THAT(summary(), StartsWith("cap 90%")) << text;
+    mac.settings(text);
+    ticks(1);
+    EXPECT_THAT(lastOf(mac.logLines()), StartsWith("cap 60%")) << text;
+    static_cast<void>(newLines());
+  }
+}
+
+TEST_F(Tick, letsTheCommandLineLowerTheFloor) {
+  gCliLower = 30;
+  mac.settings("{\"limit\":80}");
+  mac.charge(50);
+  gAtLimit = true;
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_EQ(gFirmwareLower, 30);
+}
+
+TEST_F(Tick, takesTheBlinkPeriodFromTheSettings) {
+  mac.settings("{\"blinkSeconds\":3.5}");
+  evaluate();
+  EXPECT_DOUBLE_EQ(gBlinkSeconds, 3.5);
+}
+
+TEST_F(Tick, resetsTheStatisticsOnceAndClearsTheRequest) {
+  mac.settings("{\"resetStats\":true,\"limit\":75}");
+  gProtectedSeconds = 500;
+  gStatsSince = 1;
+  evaluate();
+  EXPECT_EQ(gProtectedSeconds, 0);
+  EXPECT_EQ(gStatsSince, platform::wallNow());
+  EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
+  EXPECT_THAT(config(), HasSubstr("\"limit\":75"));
+  EXPECT_THAT(newLines(), Contains("stats reset"));
+  gProtectedSeconds = 7;
+  ticks(1);
+  EXPECT_EQ(gProtectedSeconds, 7);
+}
+
+TEST_F(Tick, resetsTheStatisticsAlsoWithoutAPowerReading) {
+  mac.settings("{\"resetStats\":true}");
+  losePowerSources();
+  evaluate();
+  EXPECT_THAT(newLines(), ElementsAre("stats reset"));
+  EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
+}
+
+// --- readings
+
+TEST_F(Tick, endsWithoutAPowerReading) {
+  losePowerSources();
+  mac.charge(90);
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Tick, neverSeesAChangeThatFellIntoAPassWithoutAReading) {
+  mac.charge(80);
+  evaluate();
+  mac.charge(77);
+  mac.settings("{\"limit\":79}");
+  losePowerSources();
+  ticks(1);
+  findPowerSources();
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);  // a pass that saw the change would have allowed
+}
+
+TEST_F(Tick, remembersThePowerReading) {
+  mac.charge(64);
+  evaluate();
+  EXPECT_EQ(gLastPct, 64);
+  EXPECT_TRUE(gLastPlugged);
+  mac.unplug();
+  ticks(1);
+  EXPECT_FALSE(gLastPlugged);
+}
+
+// --- the band
+
+TEST_F(Tick, holdsAboveTheLimitWithAGreenLight) {
+  mac.charge(85);
+  reads(31.5F);
+  evaluate();
+  EXPECT_THAT(newLines(),
+              ElementsAre("→ state: hold", "cap 80%  batt 85%  31.5°C  ac  state=hold  LED=green"));
+}
+
+TEST_F(Tick, allowsBelowTheBandAndBlinks) {
+  mac.charge(30);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gMode, LedMode::blink);
+}
+
+TEST_F(Tick, keepsHoldingInTheBandDownToTheFloor) {
+  mac.charge(80);
+  evaluate();
+  EXPECT_EQ(gAtLimit, true);
+  mac.charge(77);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  mac.charge(76);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  mac.charge(75);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gAtLimit, false);
+  mac.charge(77);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);  // on the way up
+}
+
+TEST_F(Tick, takesAnUnknownPastForHavingReachedTheLimit) {
+  mac.charge(77);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_EQ(gAtLimit, true);
+}
+
+TEST_F(Tick, chargesInsideTheBandWhenTheLimitIsKnownNotToHaveBeenReached) {
+  gAtLimit = false;
+  mac.charge(77);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(Tick, startsUpwardsInThePassThatChangesASetting) {
+  for (const char* change : {"{\"limit\":81}", "{\"limit\":81,\"discharge\":true}"}) {
+    mac.charge(81);
+    ticks(1);
+    mac.charge(78);
+    ticks(1);
+    ASSERT_EQ(gState, ChargeState::hold) << change;
+    mac.settings(change);
+    ticks(1);
+    EXPECT_EQ(gState, ChargeState::allow) << change;
+    EXPECT_EQ(gAtLimit, false);
+  }
+}
+
+TEST_F(Tick, knowsAtOnceThatADisabledPassIsNotAtTheLimit) {
+  mac.settings("{\"enabled\":false}");
+  mac.charge(77);
+  evaluate();
+  EXPECT_EQ(gAtLimit, false);
+  mac.settings("{\"enabled\":true}");
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(Tick, allowsWhenTheLimitIsOff) {
+  mac.charge(90);
+  evaluate();
+  mac.settings("{\"enabled\":false}");
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_THAT(summary(), StartsWith("cap off  batt 90%"));
+  EXPECT_EQ(gMode, LedMode::orange);
+}
+
+TEST_F(Tick, treatsEveryPassAsTheFirstWithANegativeLimit) {
+  mac.settings("{\"limit\":-5}");
+  mac.charge(20);
+  evaluate();
+  mac.settings("{\"limit\":-5,\"discharge\":true}");
+  gAtLimit = true;
+  ticks(1);
+  EXPECT_EQ(gAtLimit, true);  // a pass that saw a change would have cleared it
+}
+
+TEST_F(Tick, publishesTheBandForTheFirmware) {
+  mac.settings("{\"limit\":70,\"hysteresis\":10}");
+  evaluate();
+  EXPECT_EQ(gFirmwareUpper, 70);
+  EXPECT_EQ(gFirmwareLower, 60);
+}
+
+TEST_F(Tick, allowsOnBattery) {
+  mac.charge(90);
+  evaluate();
+  mac.unplug();
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gMode, LedMode::system);
+  EXPECT_THAT(summary(), HasSubstr("  battery  state=allow  LED=system"));
+}
+
+TEST_F(Tick, opensChargingForOnePassWhenTheSystemLagsBehindTheAdapter) {
+  mac.settings("{\"discharge\":true}");
+  mac.charge(90);
+  evaluate();
+  ASSERT_EQ(gState, ChargeState::discharge);
+  mac.number(ChangeKind::powerSourceLag, 15);
+  mac.settings("{\"discharge\":false}");
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  ticks(1);  // the system still says battery
+  EXPECT_EQ(gState, ChargeState::allow);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+}
+
+TEST_F(Tick, doesNothingToTheHardwareWithoutAGate) {
+  gGate.reset();
+  mac.charge(90);
+  evaluate();
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_THAT(newLines(), SizeIs(1));
+}
+
+// --- discharge
+
+TEST_F(Tick, dischargesAboveTheLimitWhenAsked) {
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::discharge);
+  EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHIE=08"));
+  EXPECT_EQ(gMode, LedMode::blink);
+  EXPECT_THAT(summary(), StartsWith("cap 80%+discharge  batt 85%"));
+  mac.charge(80);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+}
+
+TEST_F(Tick, holdsInsteadWhereTheMacCanNotDischarge) {
+  dischargeSupported = false;
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(summary(), StartsWith("cap 80%  batt"));
+}
+
+TEST_F(Tick, waitsForTheFullWakeToDischarge) {
+  darkWake();
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  const std::string line = "réveil de maintenance à 85% — la décharge attend le vrai réveil";
+  EXPECT_THAT(newLines(), Contains(line).Times(1));
+  ticks(3);
+  EXPECT_THAT(newLines(), Not(Contains(line)));  // once for each spell
+  fullWake();
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::discharge);
+  darkWake();
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Contains(line).Times(1));
+}
+
+TEST_F(Tick, logsNoDarkWakeWithoutAReasonToDischarge) {
+  darkWake();
+  mac.charge(85);
+  evaluate();
+  mac.settings("{\"discharge\":true}");
+  mac.charge(80);
+  ticks(1);
+  EXPECT_THAT(newLines(), Each(Not(HasSubstr("maintenance"))));
+}
+
+TEST_F(Tick, takesUnreadableCapabilitiesForAFullWake) {
+  mac.number(ChangeKind::capabilities, -1);
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::discharge);
+}
+
+TEST_F(Tick, repeatsTheDarkWakeLineAfterASpellWithoutCapabilities) {
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  darkWake();
+  evaluate();
+  mac.number(ChangeKind::capabilities, -1);
+  ticks(1);
+  static_cast<void>(newLines());
+  darkWake();
+  ticks(1);
+  EXPECT_THAT(newLines(), Contains(HasSubstr("réveil de maintenance à 85%")));
+}
+
+TEST_F(Tick, doesNotDischargeAgainOnceItWasFoundNotToWork) {
+  gDischargeBroken = true;
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_TRUE(gDischargeBroken);
+}
+
+TEST_F(Tick, rearmsTheDischargeWhenASettingChanges) {
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  gDischargeBroken = true;
+  mac.settings("{\"discharge\":true,\"limit\":79}");
+  ticks(1);
+  EXPECT_FALSE(gDischargeBroken);
+  EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));
+}
+
+TEST_F(Tick, rearmsTheDischargeWhenTheAdapterIsUnplugged) {
+  mac.charge(85);
+  evaluate();
+  gDischargeBroken = true;
+  ticks(1);
+  EXPECT_TRUE(gDischargeBroken);
+  mac.unplug();
+  ticks(1);
+  EXPECT_FALSE(gDischargeBroken);
+  EXPECT_THAT(newLines(), Contains("forced discharge re-armed (adapter unplugged)"));
+}
+
+// --- Top Up
+
+TEST_F(Tick, chargesToFullDuringATopUp) {
+  mac.settings("{\"topUp\":true,\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gTopUpSince, platform::wallNow());
+  EXPECT_EQ(gFirmwareUpper, 100);
+  EXPECT_EQ(gFirmwareLower, 99);
+  EXPECT_THAT(summary(), StartsWith("cap 100%(TopUp)  batt 85%"));
+  mac.charge(100);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  mac.charge(99);
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(Tick, endsATopUpWhenTheAdapterGoes) {
+  mac.settings("{\"topUp\":true}");
+  mac.charge(85);
+  evaluate();
+  ticks(500);  // without hours it never expires
+  EXPECT_NE(gTopUpSince, 0);
+  mac.unplug();
+  ticks(1);
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_THAT(newLines(), Contains("Top Up finished (unplugged)"));
+  EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
+}
+
+TEST_F(Tick, dropsATopUpAfterItsHours) {
+  mac.settings("{\"topUp\":true,\"topUpHours\":1}");
+  evaluate();
+  mac.pass(3600);
+  evaluate();
+  EXPECT_NE(gTopUpSince, 0);  // exactly an hour is still in time
+  mac.pass(1);
+  evaluate();
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_THAT(newLines(), Contains("Top Up dropped after 1h"));
+  EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
+}
+
+TEST_F(Tick, saysExpiredWhenATopUpIsBothExpiredAndUnplugged) {
+  mac.settings("{\"topUp\":true,\"topUpHours\":2}");
+  evaluate();
+  mac.pass(7201);
+  mac.unplug();
+  evaluate();
+  EXPECT_THAT(newLines(), Contains("Top Up dropped after 2h"));
+}
+
+TEST_F(Tick, neverDropsATopUpOfEndlessHours) {
+  mac.settings("{\"topUp\":true,\"topUpHours\":9223372036854775807}");
+  evaluate();
+  mac.pass(1e7);
+  evaluate();
+  EXPECT_NE(gTopUpSince, 0);
+}
+
+TEST_F(Tick, endsATopUpAskedForOnBatteryAtOnce) {
+  mac.unplug();
+  mac.settings("{\"topUp\":true}");
+  evaluate();
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_THAT(newLines(), Contains("Top Up finished (unplugged)").Times(1));
+  EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
+}
+
+TEST_F(Tick, forgetsATopUpThatIsNoLongerAskedFor) {
+  gTopUpSince = 5;
+  evaluate();
+  EXPECT_EQ(gTopUpSince, 0);
+}
+
+TEST_F(Tick, writesBackAOneShotThatTheSamePassHadCleared) {
+  mac.unplug();
+  mac.settings("{\"topUp\":true,\"resetStats\":true}");
+  evaluate();
+  // The pass works on what it read at its start, so the second write restores the request of the first …
+  EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
+  ticks(1);
+  // … and the next pass serves it once more.
+  EXPECT_THAT(newLines(), Contains("stats reset").Times(2));
+  EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
+}
+
+// --- heat
+
+TEST_F(Tick, pausesForHeatAndResumes3DegreesBelow) {
+  mac.settings("{\"thermal\":true,\"thermalLimit\":40}");
+  reads(39.9F);
+  evaluate();
+  EXPECT_FALSE(gThermalPaused);
+  reads(40.0F);
+  ticks(1);
+  EXPECT_TRUE(gThermalPaused);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(summary(), StartsWith("cap 80%+HOT  batt 70%"));
+  reads(37.5F);
+  ticks(1);
+  EXPECT_TRUE(gThermalPaused);
+  reads(37.0F);
+  ticks(1);
+  EXPECT_TRUE(gThermalPaused);
+  reads(36.9F);
+  ticks(1);
+  EXPECT_FALSE(gThermalPaused);
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(Tick, endsThePauseWithoutAReadingAPlugOrTheWish) {
+  const auto pause = [&] {
+    mac.settings("{\"thermal\":true}");
+    mac.plugIn();
+    reads(45.0F);
+    ticks(2);
+    ASSERT_TRUE(gThermalPaused);
+  };
+  pause();
+  reads(0.0F);
+  ticks(1);
+  EXPECT_FALSE(gThermalPaused);
+  pause();
+  mac.unplug();
+  ticks(1);
+  EXPECT_FALSE(gThermalPaused);
+  pause();
+  mac.settings("{\"thermal\":false}");
+  ticks(1);
+  EXPECT_FALSE(gThermalPaused);
+}
+
+TEST_F(Tick, isHotButNotPausedWithTheLimitOff) {
+  mac.settings("{\"thermal\":true,\"enabled\":false}");
+  reads(45.0F);
+  evaluate();
+  EXPECT_TRUE(gThermalPaused);
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_THAT(summary(), StartsWith("cap off+HOT  batt"));
+}
+
+// --- calibration
+
+TEST_F(Tick, followsTheCalibration) {
+  mac.settings("{\"calDrain\":15,\"enabled\":false}");
+  mac.charge(90);
+  gCal.phase = CalPhase::drain;
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::discharge);
+  EXPECT_THAT(summary(), StartsWith("cap off  cal=drain→15%  batt 90%"));
+  gCal.phase = CalPhase::refill;
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gMode, LedMode::blink);
+  EXPECT_THAT(summary(), StartsWith("cap off  cal=refill→100%  batt"));
+  gCal.phase = CalPhase::restore;
+  mac.settings("{\"limit\":150,\"enabled\":false}");
+  ticks(1);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→150%  batt"));
+}
+
+TEST_F(Tick, leavesTheTopUpAsideDuringACalibration) {
+  mac.settings("{\"topUp\":true}");
+  gTopUpSince = 5;
+  gCal.phase = CalPhase::fill;
+  evaluate();
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_THAT(summary(), StartsWith("cap 80%  cal=fill→100%"));
+  EXPECT_THAT(config(), HasSubstr("\"topUp\":true"));
+}
+
+TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
+  mac.charge(90);
+  mac.settings("{\"calSoakMinutes\":153722867280912931}");
+  EXPECT_EXIT(evaluate(), ::testing::KilledBySignal(SIGABRT), "");
+  // The hardware was set by the life that ended.
+  EXPECT_EQ(mac.key("CHTE"), (Bytes{1, 0, 0, 0}));
+}
+
+TEST_F(Tick, bearsTheLongestSoakTimeThatFits) {
+  mac.settings("{\"calSoakMinutes\":153722867280912930}");
+  evaluate();
+  EXPECT_THAT(newLines(), Not(IsEmpty()));
+}
+
+// --- light and summary
+
+TEST_F(Tick, leavesTheLightToTheSystemWhenAsked) {
+  mac.settings("{\"led\":false}");
+  mac.charge(90);
+  evaluate();
+  EXPECT_EQ(gMode, LedMode::system);
+}
+
+TEST_F(Tick, isOrangeWhereChargingIsAllowedAtTheTarget) {
+  mac.settings("{\"enabled\":false}");
+  mac.charge(50);
+  evaluate();
+  EXPECT_EQ(gMode, LedMode::orange);
+}
+
+TEST_F(Tick, logsTheSummaryOnlyWhenItChanges) {
+  reads(30.0F);
+  evaluate();
+  EXPECT_THAT(newLines(), SizeIs(1));
+  evaluate();
+  evaluate();
+  EXPECT_THAT(newLines(), IsEmpty());
+  reads(30.04F);
+  evaluate();
+  EXPECT_THAT(newLines(), IsEmpty());
+  reads(30.06F);
+  evaluate();
+  EXPECT_THAT(newLines(), ElementsAre("cap 80%  batt 70%  30.1°C  ac  state=allow  LED=blink"));
+}
+
+TEST_F(Tick, showsTheRawTemperatureWithOneDigit) {
+  reads(31.25F);
+  evaluate();
+  EXPECT_THAT(summary(), HasSubstr("  31.2°C  "));
+}
+
+TEST_F(Tick, showsAQuestionMarkWithoutATemperature) {
+  mac.removeKey("TB0T");
+  evaluate();
+  EXPECT_THAT(summary(), HasSubstr("  batt 70%  ?  ac  "));
+}
+
+TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
+  // The cut that a pass makes does not hide the adapter from the light chosen later in the same pass.
+  mac.settings("{\"discharge\":true}");
+  mac.charge(90);
+  mac.keepReads();
+  evaluate();
+  int asked = 0;
+  for (const auto& entry : mac.journal()) {
+    if (entry.key == virtual_mac::keyCode("AC-W") && entry.command == 5) ++asked;
+  }
+  EXPECT_EQ(asked, 2);  // for the decision and for the light
+}
+
+}  // namespace
+}  // namespace brisko

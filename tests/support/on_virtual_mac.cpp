@@ -1,0 +1,39 @@
+#include "support/on_virtual_mac.h"
+
+#include <variant>
+
+#include "hardware/charge_gate.h"
+#include "hardware/machine_abilities.h"
+#include "hardware/smc.h"
+#include "policy/evaluation.h"
+
+namespace brisko::test {
+
+void OnVirtualMac::openController() { ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess); }
+
+void OnVirtualMac::takeGate() {
+  openController();
+  const auto detected = ChargeGate::detect(false);
+  ASSERT_TRUE(std::holds_alternative<ChargeGate>(detected));
+  gGate = std::get<ChargeGate>(detected);
+  dischargeSupported = gGate->cut != AdapterCutKey::none;
+  gLedSupported = readKey("ACLC").has_value();
+  mac.forgetJournal();
+}
+
+void OnVirtualMac::ticks(int count) {
+  constexpr double heartbeat = 12;  // seconds
+  for (int tick = 0; tick < count; ++tick) {
+    mac.pass(heartbeat);
+    evaluate();
+  }
+}
+
+std::vector<std::string> OnVirtualMac::newLines() {
+  const std::vector<std::string> all = mac.logLines();
+  std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(linesSeen_), all.end());
+  linesSeen_ = all.size();
+  return lines;
+}
+
+}  // namespace brisko::test

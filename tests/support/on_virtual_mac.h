@@ -1,0 +1,38 @@
+// tests/support/on_virtual_mac.h
+// A test that runs the daemon's code in its own process over a virtual Mac.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/virtual_mac.h"
+
+namespace brisko::test {
+
+class OnVirtualMac : public ::testing::Test {
+ protected:
+  explicit OnVirtualMac(const virtual_mac::MachineOptions& options = {}) : mac(options) {}
+
+  // Opens the controller; nothing is read yet.
+  void openController();
+  // Opens the controller and takes the gate into use as start-up does, without starting anything else.
+  void takeGate();
+
+  // One pass of the tick after another, each a heartbeat after the one before.
+  void ticks(int count);
+
+  // The lines logged since the last call.
+  [[nodiscard]] std::vector<std::string> newLines();
+
+  VirtualMac mac;
+
+ private:
+  std::size_t linesSeen_ = 0;
+};
+
+using Bytes = std::vector<std::uint8_t>;
+
+}  // namespace brisko::test

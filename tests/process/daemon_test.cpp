@@ -1,0 +1,323 @@
+// The real daemon: its modes, statuses and streams, and its life on a live virtual Mac.
+
+#include <csignal>
+#include <random>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "process/live_mac.h"
+#include "process/program.h"
+#include "support/child.h"
+
+namespace brisko {
+namespace {
+
+using test::countOf;
+using test::eventually;
+using test::Finished;
+using test::LiveMac;
+using test::Program;
+using test::run;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+TEST(Modes, versionPrintsTheVersion) {
+  const Finished finished = run("brisko-daemon", {"--version"});
+  EXPECT_EQ(finished.status, 0);
+  EXPECT_EQ(finished.output, "0.9.9\n");
+  EXPECT_EQ(finished.errors, "");
+}
+
+TEST(Modes, thatAreNotBuiltYetSayItAndStartNothing) {
+  const LiveMac mac;
+  for (const char* mode : {"--fwtest", "--selftest", "--probe"}) {
+    const auto program = mac.daemon({mode, "--version"});
+    ASSERT_TRUE(program->ends());
+    if (std::string(mode) == "--probe") {
+      EXPECT_EQ(program->output(), "0.9.9\n");  // the version is looked at first
+      continue;
+    }
+    EXPECT_EQ(program->status(), 70) << mode;
+    EXPECT_EQ(program->errors(), "brisko-daemon: this mode is not built yet\n");
+    EXPECT_EQ(program->output(), "");
+  }
+  const auto probe = mac.daemon({"--probe"});
+  ASSERT_TRUE(probe->ends());
+  EXPECT_EQ(probe->status(), 70);
+  EXPECT_EQ(mac.log(), "");
+}
+
+TEST(WithoutAVirtualMac, rootIsToldThatThereIsNoController) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+  const Finished finished = run("brisko-daemon", {});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_EQ(finished.errors, "⛔️ Could not open AppleSMC.\n");
+  EXPECT_EQ(finished.output, "");
+}
+
+// Becomes nobody and runs the program through a descriptor, so that the way to it need not be open to nobody.
+test::Ended runAsNobody(const std::vector<std::string>& words) {
+  return test::inChild([&] {
+    const int program = ::open(test::programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
+    test::becomeNobody();
+    std::vector<char*> arguments{const_cast<char*>("brisko-daemon")};
+    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    ::unsetenv("BRISKO_VIRTUAL_MAC");
+    ::fexecve(program, arguments.data(), environ);
+    ::_exit(99);
+  });
+}
+
+TEST(WithoutRoot, theDaemonDoesNotStart) {
+  const test::Ended ended = runAsNobody({});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "⛔️ brisko-daemon has to run as root (sudo).\n");
+  EXPECT_EQ(ended.output, "");
+}
+
+TEST(WithoutRoot, theFirmwareTestDoesNotStart) {
+  const test::Ended ended = runAsNobody({"--fwtest"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(ended.errors, "⛔️ --fwtest has to run as root (sudo).\n");
+}
+
+TEST(WithoutRoot, theVersionIsPrintedAllTheSame) {
+  const test::Ended ended = runAsNobody({"--version"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output, "0.9.9\n");
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+struct BrokenFolder : ::testing::Test {
+  test::ScratchFolder scratch;
+  Finished start(const std::string& folder) { return run("brisko-daemon", {}, {{"BRISKO_VIRTUAL_MAC", folder}}); }
+  static void expectOneClearLine(const Finished& finished) {
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.output, "");
+    EXPECT_THAT(finished.errors, StartsWith("brisko-daemon: "));
+    EXPECT_EQ(countOf(finished.errors, "\n"), 1U) << finished.errors;
+  }
+};
+
+TEST_F(BrokenFolder, thatIsMissingIsSaidInOneLine) {
+  const std::string folder = scratch.path("nowhere");
+  const Finished finished = start(folder);
+  expectOneClearLine(finished);
+  EXPECT_THAT(finished.errors, HasSubstr(folder));
+  EXPECT_FALSE(test::exists(folder));
+}
+
+TEST_F(BrokenFolder, thatIsEmptyIsSaidInOneLineAndStaysEmpty) {
+  expectOneClearLine(start(scratch.path()));
+  EXPECT_FALSE(test::exists(scratch.path("machine")));
+  EXPECT_FALSE(test::exists(scratch.path("volume")));
+}
+
+TEST_F(BrokenFolder, thatIsNotOursIsSaidInOneLineAndLeftAlone) {
+  test::put(scratch.path("machine"), "somebody else's file");
+  expectOneClearLine(start(scratch.path()));
+  EXPECT_EQ(test::contents(scratch.path("machine")), "somebody else's file");
+}
+
+TEST_F(BrokenFolder, thatIsHalfWrittenIsSaidInOneLineAndLeftAlone) {
+  const LiveMac mac;
+  const std::string whole = test::contents(mac.folder() + "/machine");
+  for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() / 2, whole.size() - 1}) {
+    test::put(mac.folder() + "/machine", whole.substr(0, size));
+    expectOneClearLine(start(mac.folder()));
+    EXPECT_EQ(test::contents(mac.folder() + "/machine").size(), size);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
+  const LiveMac mac({"--speed", "100"});
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  daemon->signal(SIGTERM);
+  ASSERT_TRUE(daemon->ends());
+  EXPECT_EQ(daemon->status(), 0);
+  EXPECT_EQ(daemon->output(), mac.log());
+  EXPECT_EQ(daemon->errors(), "");
+  EXPECT_THAT(mac.log(), EndsWith("Z  Signal 15: charging, adapter and LED restored, exiting.\n"));
+}
+
+TEST(LiveDaemon, chargesToTheLimitAndHolds) {
+  const LiveMac mac({"--charge", "78", "--speed", "300"});
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("→ state: hold"));
+  EXPECT_EQ(mac.key("CHTE"), "01000000");
+  EXPECT_NEAR(mac.charge(), 80, 1);
+}
+
+TEST(LiveDaemon, opensEverythingOnSigtermDuringADischarge) {
+  const LiveMac mac({"--charge", "90", "--speed", "10"});
+  mac.settings("{\"discharge\":true}");
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("→ state: discharge"));
+  EXPECT_EQ(mac.key("CHTE"), "01000000");
+  EXPECT_EQ(mac.key("CHIE"), "08");
+  daemon->signal(SIGTERM);
+  ASSERT_TRUE(daemon->ends());
+  EXPECT_EQ(daemon->status(), 0);
+  EXPECT_EQ(mac.key("CHTE"), "00000000");
+  EXPECT_EQ(mac.key("CHIE"), "00");
+}
+
+TEST(LiveDaemon, startsInHoldAfterAKillDuringAHold) {
+  const LiveMac mac({"--charge", "80", "--speed", "10"});
+  {
+    const auto daemon = mac.daemon();
+    ASSERT_TRUE(mac.logs("→ state: hold"));
+    daemon->signal(SIGKILL);
+    ASSERT_TRUE(daemon->ends());
+  }
+  EXPECT_EQ(mac.key("CHTE"), "01000000");
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(eventually([&] { return countOf(mac.log(), "batt ") == 2; }));
+  EXPECT_EQ(countOf(mac.log(), "→ state"), 1U);
+  EXPECT_EQ(countOf(mac.log(), ", state=hold"), 1U);
+}
+
+TEST(LiveDaemon, leavesABatteryThatAgesWithoutIt) {
+  const LiveMac mac({"--charge", "50", "--speed", "2000"});
+  const double before = mac.charge();
+  ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // nobody runs, and it charges
+}
+
+TEST(LiveDaemon, hearsOfAPulledAdapterAtOnce) {
+  const LiveMac mac({"--charge", "90"});
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("state=hold"));
+  static_cast<void>(mac.vmac("unplug"));
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  battery  state=allow") == 1; }, 2));
+  static_cast<void>(mac.vmac("plug"));
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 2));
+}
+
+// A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the
+// daemon has taken signals in hand, and its default effect ends a process that has changed nothing; or
+// everything is given back.
+TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
+  std::mt19937 random(20261121);
+  int taken = 0;
+  for (int round = 0; round < 40; ++round) {
+    const LiveMac mac({"--charge", "90", "--speed", "20000"});
+    mac.settings("{\"discharge\":true}");
+    const auto daemon = mac.daemon();
+    const timespec moment{0, static_cast<long>(std::uniform_int_distribution<int>(0, 12'000'000)(random))};
+    static_cast<void>(::nanosleep(&moment, nullptr));
+    const int number = round % 2 == 0 ? SIGTERM : SIGINT;
+    daemon->signal(number);
+    ASSERT_TRUE(daemon->ends()) << round;
+    EXPECT_EQ(mac.key("CHTE"), "00000000") << round;
+    EXPECT_EQ(mac.key("CHIE"), "00") << round;
+    if (daemon->endSignal()) {
+      EXPECT_EQ(daemon->endSignal(), number) << round;
+      continue;
+    }
+    ++taken;
+    EXPECT_EQ(daemon->status(), 0) << round;
+    EXPECT_THAT(mac.log(), EndsWith("Signal " + std::to_string(number) +
+                                    ": charging, adapter and LED restored, exiting.\n"))
+        << round;
+  }
+  EXPECT_GT(taken, 0);
+}
+
+TEST(LiveDaemon, livesOnWithItsStandardOutputClosedByTheReader) {
+  const LiveMac mac({"--charge", "90", "--speed", "100"});
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(ends[1], STDOUT_FILENO);
+    ::setenv("BRISKO_VIRTUAL_MAC", mac.folder().c_str(), 1);
+    ::execl(test::programPath("brisko-daemon").c_str(), "brisko-daemon", nullptr);
+    ::_exit(99);
+  }
+  ::close(ends[1]);
+  ::close(ends[0]);  // every line it writes is a broken pipe from here on
+  EXPECT_TRUE(mac.logs("state=hold"));
+  static_cast<void>(mac.vmac("unplug"));
+  EXPECT_TRUE(mac.logs("state=allow"));
+  ::kill(child, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+}
+
+TEST(LiveDaemon, writesDecimalPointsInEveryLocale) {
+  const LiveMac mac;
+  const auto daemon = mac.daemon({}, {{"LC_ALL", "fr_FR.UTF-8"}, {"TZ", "Pacific/Kiritimati"}});
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  const std::string log = mac.log();
+  const std::size_t at = log.find("batt 70%  ");
+  const std::string temperature = log.substr(at + 10, log.find("°C", at) - at - 10);
+  EXPECT_THAT(temperature, ::testing::MatchesRegex("[0-9]+\\.[0-9]"));
+  EXPECT_THAT(log, ::testing::MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9]T.*"));
+}
+
+TEST(LiveDaemon, abortsOnALimitBeyondAllNumbersAndGivesNothingBack) {
+  const LiveMac mac({"--charge", "90"});
+  mac.settings("{\"limit\":1e300}");
+  static_cast<void>(mac.vmac("key", {"CHTE=01000000"}));
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(daemon->ends());
+  EXPECT_EQ(daemon->endSignal(), SIGABRT);
+  EXPECT_THAT(daemon->errors(), Not(::testing::IsEmpty()));
+  EXPECT_EQ(mac.key("CHTE"), "01000000");
+}
+
+TEST(LiveDaemon, bearsEveryKindOfBadConfiguration) {
+  const LiveMac mac({"--charge", "50", "--speed", "100"});
+  const auto daemon = mac.daemon({"--limit", "60"});
+  ASSERT_TRUE(mac.logs("cap 60%"));
+  const std::string deep(2'000'000, '[');
+  const std::string huge = "{\"limit\":90,\"x\":\"" + std::string(20'000'000, 'x') + "\"}";
+  for (const std::string& bad : {std::string(), std::string("{\"limit\":"), std::string("[1]"), deep, huge,
+                                 std::string("{\"limit\":70,\"x\":\"\xff\"}")}) {
+    const std::size_t before = countOf(mac.log(), "cap 60%");
+    mac.settings("{\"limit\":71}");
+    ASSERT_TRUE(eventually([&] { return mac.log().rfind("cap 71%") > mac.log().rfind("cap 60%"); }));
+    mac.settings(bad);
+    EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "cap 60%") > before; })) << bad.substr(0, 40);
+  }
+  daemon->signal(SIGTERM);
+  ASSERT_TRUE(daemon->ends());
+  EXPECT_EQ(daemon->status(), 0);
+}
+
+TEST(LiveDaemon, doesNotWaitForAPipeInPlaceOfItsConfiguration) {
+  const LiveMac mac({"--charge", "50"});
+  mac.settings("{}");
+  const std::string path = mac.folder() + "/volume/Library/Application Support/Brisko/config.json";
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  test::makePipe(path);
+  const auto daemon = mac.daemon({"--limit", "60"});
+  EXPECT_TRUE(mac.logs("cap 60%"));
+}
+
+TEST(LiveDaemon, isOneThread) {
+  const LiveMac mac;
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  const std::string status = test::contents("/proc/" + std::to_string(daemon->pid()) + "/status");
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer may run threads of its own";
+#endif
+  EXPECT_THAT(status, HasSubstr("\nThreads:\t1\n"));
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,106 @@
+#include "process/program.h"
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace brisko::test {
+namespace {
+
+double realNow() {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+std::vector<char*> pointersTo(Words& words) {
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Ours without any virtual Mac, and what is added.
+Words environmentWith(const Environment& added) {
+  Words variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string text = *variable;
+    const std::string name = text.substr(0, text.find('='));
+    if (!name.starts_with("BRISKO_") && !added.contains(name)) variables.push_back(text);
+  }
+  for (const auto& [name, value] : added) variables.push_back(name + "=" + value);
+  return variables;
+}
+
+}  // namespace
+
+std::string programPath(const std::string& name) { return std::string(BRISKO_PROGRAMS) + "/" + name; }
+
+Program::Program(const std::string& name, const Words& arguments, const Environment& environment) {
+  posix_spawn_file_actions_t actions;
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, streams_.path("output").c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, streams_.path("errors").c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+  Words words{programPath(name)};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  Words variables = environmentWith(environment);
+  const int failure = ::posix_spawn(&pid_, words.front().c_str(), &actions, nullptr, pointersTo(words).data(),
+                                    pointersTo(variables).data());
+  ::posix_spawn_file_actions_destroy(&actions);
+  EXPECT_EQ(failure, 0) << words.front();
+}
+
+Program::~Program() {
+  if (ended_ || pid_ == 0) return;
+  ::kill(pid_, SIGKILL);
+  static_cast<void>(::waitpid(pid_, nullptr, 0));
+}
+
+std::string Program::output() const { return contents(streams_.path("output")); }
+std::string Program::errors() const { return contents(streams_.path("errors")); }
+void Program::signal(int number) const { ::kill(pid_, number); }
+
+bool Program::ends(double seconds) {
+  return eventually(
+      [this] {
+        int status = 0;
+        if (!ended_ && ::waitpid(pid_, &status, WNOHANG) == pid_) ended_ = status;
+        return ended_.has_value();
+      },
+      seconds);
+}
+
+std::optional<int> Program::status() const {
+  return ended_ && WIFEXITED(*ended_) ? std::optional(WEXITSTATUS(*ended_)) : std::nullopt;
+}
+
+std::optional<int> Program::endSignal() const {
+  return ended_ && WIFSIGNALED(*ended_) ? std::optional(WTERMSIG(*ended_)) : std::nullopt;
+}
+
+bool eventually(const std::function<bool()>& seen, double seconds) {
+  const double end = realNow() + seconds;
+  const timespec moment{0, 2'000'000};
+  while (!seen()) {
+    if (realNow() > end) return false;
+    static_cast<void>(::nanosleep(&moment, nullptr));
+  }
+  return true;
+}
+
+Finished run(const std::string& name, const Words& arguments, const Environment& environment) {
+  Program program(name, arguments, environment);
+  EXPECT_TRUE(program.ends(60)) << name;
+  return {program.status(), program.endSignal(), program.output(), program.errors()};
+}
+
+}  // namespace brisko::test

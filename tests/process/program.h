@@ -1,0 +1,58 @@
+// tests/process/program.h
+// The real programs, run as processes of their own with their streams in files.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "support/scratch_folder.h"
+
+namespace brisko::test {
+
+using Words = std::vector<std::string>;
+using Environment = std::map<std::string, std::string>;  // added to ours
+
+// A program of the build folder while it runs.
+class Program {
+ public:
+  Program(const std::string& name, const Words& arguments, const Environment& environment = {});
+  ~Program();  // kill -9 when it still runs
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  [[nodiscard]] std::string output() const;
+  [[nodiscard]] std::string errors() const;
+  void signal(int number) const;
+
+  // Waits for its end, at most `seconds`. False when it still runs then.
+  bool ends(double seconds = 20);
+  [[nodiscard]] std::optional<int> status() const;     // exit status, once it has ended
+  [[nodiscard]] std::optional<int> endSignal() const;  // or the signal that ended it
+
+ private:
+  ScratchFolder streams_;
+  pid_t pid_ = 0;
+  std::optional<int> ended_;  // as waitpid tells it
+};
+
+// Waits until `seen` holds, looking many times a second; false when it does not within `seconds`.
+[[nodiscard]] bool eventually(const std::function<bool()>& seen, double seconds = 20);
+
+// Runs a program to its end.
+struct Finished {
+  std::optional<int> status;
+  std::optional<int> endSignal;
+  std::string output;
+  std::string errors;
+};
+[[nodiscard]] Finished run(const std::string& name, const Words& arguments, const Environment& environment = {});
+
+[[nodiscard]] std::string programPath(const std::string& name);
+
+}  // namespace brisko::test

@@ -1,0 +1,254 @@
+// The program that makes and operates a virtual Mac.
+
+#include <csignal>
+#include <cstdlib>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "process/live_mac.h"
+#include "process/program.h"
+
+namespace brisko {
+namespace {
+
+using test::countOf;
+using test::eventually;
+using test::Finished;
+using test::LiveMac;
+using test::Program;
+using test::run;
+using test::Words;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+void expectComplaint(const Finished& finished, int status, const std::string& text) {
+  EXPECT_EQ(finished.status, status);
+  EXPECT_EQ(finished.output, "");
+  EXPECT_THAT(finished.errors, HasSubstr(text));
+}
+
+TEST(Vmac, makesAMachineAndShowsIt) {
+  const LiveMac mac({"--model", "pro16", "--charge", "42", "--unplugged", "--macos", "15"});
+  const std::string shown = mac.vmac("show");
+  EXPECT_THAT(shown, HasSubstr("MacBook Pro 16"));
+  EXPECT_THAT(shown, HasSubstr("macOS 15"));
+  EXPECT_THAT(shown, HasSubstr("charge       42"));
+  EXPECT_THAT(shown, HasSubstr("adapter      unplugged"));
+}
+
+TEST(Vmac, offersEveryGateAndCutKey) {
+  struct Case {
+    const char* gate;
+    const char* cut;
+    const char* label;
+  };
+  for (const Case& wish : {Case{"chte", "chie", "CHTE, discharge CHIE"}, Case{"ch0b0c", "ch0i", "CH0B+CH0C, discharge CH0I"},
+                           Case{"firmware-band", "ch0j", "bfD0/bfE0/bfF0, discharge CH0J"},
+                           Case{"chte", "none", "CHTE, discharge off"}}) {
+    const LiveMac mac({"--gate", wish.gate, "--cut", wish.cut});
+    const auto daemon = mac.daemon();
+    EXPECT_TRUE(mac.logs(std::string("charging via ") + wish.label + ", LED")) << wish.gate << ' ' << wish.cut;
+  }
+  const LiveMac mac({"--gate", "none"});
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(daemon->ends());
+  EXPECT_EQ(daemon->status(), 2);
+}
+
+TEST(Vmac, makesAMacWithoutTheLight) {
+  const LiveMac mac({"--no-light"});
+  const auto daemon = mac.daemon();
+  EXPECT_TRUE(mac.logs(", LED off, history"));
+}
+
+TEST(Vmac, makesAMacWhoseKeysAreClosed) {
+  const LiveMac mac({"--macos", "27"});
+  const auto daemon = mac.daemon();
+  EXPECT_TRUE(mac.logs("charging via nothing: macOS 27 closed the keys Brisko writes, observing only"));
+}
+
+TEST(Vmac, refusesAFolderThatIsNotEmpty) {
+  const LiveMac mac;
+  const std::string before = test::contents(mac.folder() + "/machine");
+  expectComplaint(run("brisko-vmac", {"new", mac.folder()}), 1, "brisko-vmac: ");
+  EXPECT_EQ(test::contents(mac.folder() + "/machine"), before);
+}
+
+TEST(Vmac, complainsOfWhatItIsNotTold) {
+  expectComplaint(run("brisko-vmac", {}), 2, "");
+  expectComplaint(run("brisko-vmac", {"dance"}), 2, "");
+  expectComplaint(run("brisko-vmac", {"show"}), 2, "folder");
+  const test::ScratchFolder scratch;
+  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--model", "toaster"}), 2, "toaster");
+  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--charge", "101"}), 2, "101");
+  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--gate", "door"}), 2, "door");
+  EXPECT_FALSE(test::exists(scratch.path("a")));
+}
+
+TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
+  const test::ScratchFolder scratch;
+  for (const char* verb : {"show", "plug", "unplug", "boot", "shutdown", "watch"}) {
+    const Finished finished = run("brisko-vmac", {verb, scratch.path()});
+    EXPECT_EQ(finished.status, 1) << verb;
+    EXPECT_THAT(finished.errors, StartsWith("brisko-vmac: ")) << verb;
+    EXPECT_EQ(countOf(finished.errors, "\n"), 1U) << verb;
+  }
+}
+
+TEST(Vmac, helpsWithEveryVerb) {
+  for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "key", "fault", "faults", "boot",
+                           "shutdown"}) {
+    const Finished finished = run("brisko-vmac", {verb, "--help"});
+    EXPECT_EQ(finished.status, 0) << verb;
+    EXPECT_THAT(finished.output, HasSubstr("Usage: brisko-vmac")) << verb;
+  }
+}
+
+TEST(Vmac, plugsAndUnplugs) {
+  const LiveMac mac;
+  static_cast<void>(mac.vmac("unplug"));
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("adapter      unplugged"));
+  static_cast<void>(mac.vmac("plug", {"--watts", "30"}));
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("adapter      30 W, connected"));
+}
+
+TEST(Vmac, setsWhatAPersonWouldSay) {
+  const LiveMac mac({"--unplugged"});
+  static_cast<void>(mac.vmac("set", {"charge=33", "load=20", "temperature=41.5"}));
+  EXPECT_NEAR(mac.charge(), 33, 0.5);
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("temperature  41."));
+}
+
+TEST(Vmac, changesNothingWhenOneWordOfManyIsWrong) {
+  const LiveMac mac({"--charge", "70"});
+  for (const Words& words : {Words{"charge=20", "chrage=30"}, Words{"charge=20", "load=heavy"},
+                             Words{"charge=20", "charge=101"}, Words{"charge=20", "load"}, Words{"charge= 20"}}) {
+    Words all{"set", mac.folder()};
+    all.insert(all.end(), words.begin(), words.end());
+    expectComplaint(run("brisko-vmac", all), 2, "brisko-vmac: ");
+  }
+  EXPECT_NEAR(mac.charge(), 70, 0.6);
+}
+
+TEST(Vmac, writesKeysAsSomebodyElseWould) {
+  const LiveMac mac;
+  static_cast<void>(mac.vmac("key", {"CHTE=01000000", "ACLC=03"}));
+  EXPECT_EQ(mac.key("CHTE"), "01000000");
+  EXPECT_EQ(mac.key("ACLC"), "03");
+  for (const char* bad : {"CHTE", "CHTE=1", "CHTE=xx", "TOOLONG=01", "CHT=01000000"}) {
+    expectComplaint(run("brisko-vmac", {"key", mac.folder(), bad}), 2, "KEY=HEX");
+  }
+}
+
+TEST(Vmac, tellsTheJournalOfWrites) {
+  const LiveMac mac({"--charge", "90"});
+  const auto daemon = mac.daemon();
+  ASSERT_TRUE(mac.logs("→ state: hold"));
+  const std::string shown = mac.vmac("show", {"--journal", "10"});
+  EXPECT_LT(shown.find("write CHIE 00"), shown.find("write CHTE 01000000"));
+  EXPECT_NE(shown.find("write CHTE 01000000"), std::string::npos);
+}
+
+TEST(Vmac, doesUnkindThings) {
+  const LiveMac mac;
+  const Finished list = run("brisko-vmac", {"faults"});
+  EXPECT_EQ(list.status, 0);
+  EXPECT_THAT(list.output, HasSubstr("key-ignores-write"));
+  static_cast<void>(mac.vmac("fault", {"key-ignores-write", "--key", "CHTE"}));
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
+  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
+  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "key-ignores-write", "--number", "many"}), 2, "many");
+}
+
+TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {
+  const LiveMac mac({"--speed", "1000", "--charge", "50"});
+  static_cast<void>(mac.vmac("speed", {"1"}));
+  const double charge = mac.charge();
+  EXPECT_LT(charge, 60);
+  EXPECT_NEAR(mac.charge(), charge, 0.5);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(Boot, runsTheDaemonUntilShutdownAndTurnsTheMachineOff) {
+  const LiveMac mac({"--charge", "90", "--speed", "50"});
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  ASSERT_TRUE(mac.logs("→ state: hold"));
+  static_cast<void>(mac.vmac("shutdown"));
+  ASSERT_TRUE(boot.ends());
+  EXPECT_EQ(boot.status(), 0);
+  EXPECT_TRUE(mac.logs("Signal 15: charging, adapter and LED restored, exiting."));
+  EXPECT_EQ(mac.key("CHTE"), "00000000");
+  EXPECT_THAT(mac.vmac("show"), HasSubstr(", off)"));
+}
+
+TEST(Boot, endsTheDaemonOnCtrlCToo) {
+  const LiveMac mac({"--charge", "90"});
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  ASSERT_TRUE(mac.logs("→ state: hold"));
+  boot.signal(SIGINT);
+  ASSERT_TRUE(boot.ends());
+  EXPECT_EQ(mac.key("CHTE"), "00000000");
+}
+
+TEST(Boot, startsTheDaemonAgainWhenItEndsAndKeepsTheStartsApart) {
+  const LiveMac mac({"--charge", "90", "--speed", "10", "--gate", "none"});
+  // Without a gate the daemon ends at once, every time.
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  const std::string errorLog = mac.folder() + "/volume/Library/Logs/Brisko/daemon.err.log";
+  EXPECT_TRUE(eventually([&] { return countOf(test::contents(errorLog), "⛔️") >= 3; }));
+  const std::size_t starts = countOf(test::contents(errorLog), "⛔️");
+  const timespec real{1, 0};  // ten seconds of the machine's: at most one more start, and one on the way
+  static_cast<void>(::nanosleep(&real, nullptr));
+  EXPECT_LE(countOf(test::contents(errorLog), "⛔️"), starts + 2);
+  static_cast<void>(mac.vmac("shutdown"));
+  EXPECT_TRUE(boot.ends());
+}
+
+TEST(Boot, bootsAMachineOnce) {
+  const LiveMac mac;
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  expectComplaint(run("brisko-vmac", {"boot", mac.folder()}), 1, "booted already");
+  static_cast<void>(mac.vmac("shutdown"));
+  EXPECT_TRUE(boot.ends());
+}
+
+TEST(Boot, startsTheUptimeAnew) {
+  const LiveMac mac({"--uptime", "100000", "--speed", "1"});
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  const std::string shown = mac.vmac("show");
+  const std::size_t up = shown.find("up ");
+  ASSERT_NE(up, std::string::npos);
+  EXPECT_LT(std::strtod(shown.c_str() + up + 3, nullptr), 1000);
+}
+
+TEST(Boot, leavesNoLockBehindWhenItIsKilled) {
+  const LiveMac mac;
+  {
+    Program boot("brisko-vmac", {"boot", mac.folder()});
+    ASSERT_TRUE(mac.logs("batt 70%"));
+    boot.signal(SIGKILL);
+    ASSERT_TRUE(boot.ends());
+  }
+  static_cast<void>(mac.vmac("shutdown"));
+  Program boot("brisko-vmac", {"boot", mac.folder()});
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "brisko-daemon started") == 2; }));
+}
+
+TEST(Boot, complainsOfADaemonThatCanNotBeStarted) {
+  const LiveMac mac;
+  expectComplaint(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
+                  "/nowhere/brisko-daemon");
+}
+
+TEST(Boot, handsArgumentsToTheDaemon) {
+  const LiveMac mac;
+  Program boot("brisko-vmac", {"boot", mac.folder(), "--", "--limit", "66"});
+  EXPECT_TRUE(mac.logs("cap 66%"));
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,94 @@
+// A minute with the daemon on a virtual MacBook: it charges, holds at the limit, is unplugged and plugged in
+// again, follows a changed limit, and gives everything back when it is stopped. Ends with status 0 and a line
+// that says what was seen; with status 1 when something was not.
+
+#include <cstdio>
+
+#include "demo/stage.h"
+#include "platform/virtual/machine.h"
+
+namespace brisko::demo {
+namespace {
+
+using virtual_mac::chargingIsOpen;
+using virtual_mac::level;
+using virtual_mac::Machine;
+
+constexpr double deadline = 20;  // real seconds for any one thing to happen
+
+bool keyReads(const Machine& machine, const char* name, std::uint8_t first) {
+  const auto* key = virtual_mac::findKey(machine, virtual_mac::keyCode(name));
+  return key != nullptr && key->bytes[0] == first;
+}
+
+bool charges(Stage& stage) {
+  stage.title("A MacBook Air at 70 % on its adapter, limit 80 %; 150 of its seconds pass in one of ours");
+  return stage.make({"--model", "air13", "--charge", "70", "--speed", "150"}) == true;
+}
+
+bool startsCharging(Stage& stage) {
+  return stage.boot() && stage.await("the daemon's start", deadline, [&](const Machine&) {
+    return stage.logged("brisko-daemon started");
+  }) && stage.await("charging", deadline, [](const Machine& machine) { return machine.battery.currentMA > 500; });
+}
+
+bool holdsAtTheLimit(Stage& stage) {
+  stage.title("It charges up to the limit and stops there");
+  return stage.await("a hold at 80 %", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("→ state: hold") && !chargingIsOpen(machine) &&
+                              keyReads(machine, "CHTE", 1) && level(machine) > 79 && level(machine) < 81;
+                     }) &&
+         stage.lookOn("the charge standing still at the limit", 4,
+                      [](const Machine& machine) { return level(machine) < 81 && !chargingIsOpen(machine); });
+}
+
+bool isUnplugged(Stage& stage) {
+  stage.title("The adapter is pulled: the Mac runs on its battery");
+  return stage.vmac({"unplug"}) && stage.await("charging allowed on battery", deadline, [&](const Machine& machine) {
+    return stage.logged("battery  state=allow") && machine.battery.currentMA < -100 && chargingIsOpen(machine);
+  }) && stage.await("a charge inside the band", deadline, [](const Machine& machine) { return level(machine) < 78; });
+}
+
+bool isPluggedInAgain(Stage& stage) {
+  stage.title("Plugged in again inside the band: no charging, the limit was reached before");
+  return stage.vmac({"plug"}) && stage.await("a hold inside the band", deadline, [&](const Machine& machine) {
+    return stage.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
+  }) && stage.lookOn("no charging inside the band", 3, [](const Machine& machine) { return level(machine) < 79; });
+}
+
+bool followsAChangedLimit(Stage& stage) {
+  stage.title("The limit is raised to 85 % in config.json");
+  return stage.edit("{\"limit\":85}") && stage.await("charging up to the new limit", deadline, [&](const Machine& machine) {
+    return stage.logged("cap 85%") && stage.logged("→ state: hold") && level(machine) > 84 && level(machine) < 86 &&
+           !chargingIsOpen(machine);
+  });
+}
+
+bool givesEverythingBack(Stage& stage) {
+  stage.title("The Mac is shut down: SIGTERM to the daemon");
+  return stage.shutDown() && stage.await("everything given back", deadline, [&](const Machine& machine) {
+    return stage.logged("Signal 15: charging, adapter and LED restored, exiting.") && keyReads(machine, "CHTE", 0) &&
+           keyReads(machine, "CHIE", 0) && keyReads(machine, "ACLC", 0);
+  });
+}
+
+int run() {
+  Stage stage;
+  for (const auto scene : {charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain,
+                           followsAChangedLimit, givesEverythingBack}) {
+    if (!scene(stage)) {
+      std::puts("\nThe demonstration failed: see the line marked ✗ above.");
+      return 1;
+    }
+  }
+  std::puts(
+      "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to the new "
+      "limit of 85 % and held; on SIGTERM charging, adapter and light were given back.");
+  return 0;
+}
+
+}  // namespace
+}  // namespace brisko::demo
+
+int main() { return brisko::demo::run(); }

@@ -1,0 +1,118 @@
+#include "vmac/machine_text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace brisko::vmac {
+namespace {
+
+using virtual_mac::KeySource;
+using virtual_mac::Machine;
+using virtual_mac::OnWrite;
+using virtual_mac::SmcKey;
+
+template <typename... Values>
+std::string formatted(const char* format, Values... values) {
+  std::array<char, 160> text{};
+  static_cast<void>(std::snprintf(text.data(), text.size(), format, values...));
+  return text.data();
+}
+
+std::string hex(const std::uint8_t* bytes, std::size_t count) {
+  std::string text;
+  for (std::size_t index = 0; index < count; ++index) text += formatted("%02x", bytes[index]);
+  return text;
+}
+
+const char* writeText(OnWrite behaviour) {
+  switch (behaviour) {
+    case OnWrite::ignore: return ", ignores writes";
+    case OnWrite::storeWithoutEffect: return ", stores writes without effect";
+    case OnWrite::refuse: return ", refuses writes";
+    case OnWrite::kernelError: return ", writes fail in the kernel";
+    case OnWrite::obey: break;
+  }
+  return "";
+}
+
+std::string keysText(const Machine& machine) {
+  std::string text;
+  for (const SmcKey& key : machine.smc.keys) {
+    if (key.code != 0 && key.present && key.source == KeySource::stored) text += "  " + keyText(key) + "\n";
+  }
+  return text;
+}
+
+std::string adapterText(const Machine& machine) {
+  if (!machine.adapter.present) return "unplugged";
+  const bool reaches = virtual_mac::adapterReachesBattery(machine);
+  return formatted("%.0f W, %s", machine.adapter.watts, reaches ? "connected" : "cut");
+}
+
+}  // namespace
+
+std::string timeText(double secondsSince1970) {
+  const auto seconds = static_cast<std::time_t>(secondsSince1970);
+  std::tm parts{};
+  static_cast<void>(::gmtime_r(&seconds, &parts));
+  std::array<char, 32> text{};
+  static_cast<void>(std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &parts));
+  return text.data();
+}
+
+std::string keyName(std::uint32_t code) {
+  std::string name;
+  for (int shift = 24; shift >= 0; shift -= 8) name += static_cast<char>(static_cast<std::uint8_t>(code >> shift));
+  return name;
+}
+
+std::string keyText(const SmcKey& key) {
+  std::string text = keyName(key.code) + " ";
+  text += key.size == 0 ? "no bytes" : hex(key.bytes.data(), std::min<std::size_t>(key.size, key.bytes.size()));
+  text += writeText(key.onWrite);
+  if (key.readStatus != 0) text += formatted(", fails with 0x%08X", key.readStatus);
+  if (key.releaseAfter >= 0) text += formatted(", taken back %.0f s after a write", key.releaseAfter);
+  return text;
+}
+
+const char* gateText(const Machine& machine) {
+  if (machine.adapter.present && !virtual_mac::adapterReachesBattery(machine)) return "discharge";
+  return virtual_mac::chargingIsOpen(machine) ? "allow" : "hold";
+}
+
+std::string machineText(const Machine& machine) {
+  std::string text = std::string(virtual_mac::textOf(machine.model)) +
+                     formatted(", macOS %lld\n", static_cast<long long>(machine.system.macOS));
+  text += "time         " + timeText(virtual_mac::wallClock(machine)) +
+          formatted("  (speed %g, up %.0f s%s%s)\n", machine.speed, virtual_mac::uptimeOf(machine),
+                    machine.system.poweredOn ? "" : ", off", machine.system.asleep ? ", asleep" : "");
+  text += formatted("charge       %.1f %%  (%.0f of %.0f mAh)\n", virtual_mac::level(machine),
+                    machine.battery.chargeMAh, machine.battery.fullMAh);
+  text += formatted("current      %+.0f mA\n", machine.battery.currentMA);
+  text += formatted("temperature  %.1f °C\n", machine.battery.temperatureC);
+  text += "adapter      " + adapterText(machine) + "\n";
+  text += std::string("hardware     ") + gateText(machine) + "\n";
+  text += "keys\n" + keysText(machine);
+  return text;
+}
+
+std::string journalText(const virtual_mac::Journal& journal, std::size_t count) {
+  const std::uint64_t kept = std::min<std::uint64_t>(journal.written, virtual_mac::Journal::capacity);
+  const std::uint64_t first = journal.written - std::min<std::uint64_t>(kept, count);
+  std::string text;
+  for (std::uint64_t number = first; number < journal.written; ++number) {
+    const auto& entry = journal.entries[number % virtual_mac::Journal::capacity];
+    const bool write = entry.command == 6;
+    text += timeText(entry.time) + formatted("  life %u  %s ", entry.life, write ? "write" : "read ") +
+            keyName(entry.key) + " " + hex(entry.bytes.data(), std::min<std::size_t>(entry.size, 32));
+    if (entry.status != 0 || entry.result != 0) {
+      text += formatted("  refused (status 0x%08X, result 0x%02X)", entry.status, entry.result);
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+}  // namespace brisko::vmac

@@ -1,0 +1,388 @@
+// Makes a virtual Mac in a folder and operates it: what a person, the weather or a fault does to the machine,
+// and what the launch service does for the daemon.
+
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include "dump_import/dump_import.h"
+#include "live_view/live_view.h"
+#include "platform/virtual/faults.h"
+#include "platform/virtual/machine.h"
+#include "platform/virtual/machine_store.h"
+#include "platform/virtual/models.h"
+#include "vmac/launch_service.h"
+#include "vmac/machine_text.h"
+#include "vmac/settings_words.h"
+
+namespace brisko::vmac {
+namespace {
+
+using virtual_mac::Change;
+using virtual_mac::ChangeKind;
+using virtual_mac::Machine;
+using virtual_mac::MachineStore;
+
+// Exit statuses.
+constexpr int done = 0;
+constexpr int failed = 1;  // told in one line on standard error
+constexpr int misused = 2;
+
+int complain(const std::string& text) {
+  static_cast<void>(std::fprintf(stderr, "brisko-vmac: %s\n", text.c_str()));
+  return failed;
+}
+
+void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
+
+int withMachine(const std::string& folder, const std::function<int(MachineStore&)>& use) {
+  std::string reason;
+  const auto store = MachineStore::open(folder, reason);
+  return store ? use(*store) : complain(reason);
+}
+
+// Brings the machine to this moment, changes it and lets the daemon know.
+int changeMachine(const std::string& folder, const std::function<void(Machine&)>& change) {
+  return withMachine(folder, [&](MachineStore& store) {
+    {
+      const auto update = store.update();
+      virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));
+      change(update.machine());
+    }
+    virtual_mac::wakeHolders(folder);
+    return done;
+  });
+}
+
+int applyChanges(const std::string& folder, const std::vector<Change>& changes) {
+  return changeMachine(folder, [&](Machine& machine) {
+    for (const Change& change : changes) virtual_mac::apply(machine, change);
+  });
+}
+
+Change changeTo(ChangeKind kind, double number = 0) {
+  Change change;
+  change.kind = kind;
+  change.number = number;
+  return change;
+}
+
+// From here on machine time runs `speed` times as fast as real time.
+void setSpeed(Machine& machine, double speed) {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
+  machine.realAnchor = static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+  machine.machineAnchor = machine.now;
+  machine.speed = speed;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+struct NewMachine {
+  std::string folder;
+  std::string model = "air13";
+  std::string dump;
+  std::string pack;
+  std::string gate;
+  std::string cut;
+  std::int64_t macOS = 26;
+  double charge = 70;
+  double uptime = 3600;
+  double speed = 1;
+  bool noLight = false;
+  bool unplugged = false;
+};
+
+const std::vector<std::pair<std::string, virtual_mac::GateKind>> gateNames{
+    {"chte", virtual_mac::GateKind::chte},
+    {"ch0b0c", virtual_mac::GateKind::ch0b0c},
+    {"firmware-band", virtual_mac::GateKind::firmwareBand},
+    {"none", virtual_mac::GateKind::none},
+};
+const std::vector<std::pair<std::string, virtual_mac::CutKind>> cutNames{
+    {"chie", virtual_mac::CutKind::chie},
+    {"ch0i", virtual_mac::CutKind::ch0i},
+    {"ch0j", virtual_mac::CutKind::ch0j},
+    {"none", virtual_mac::CutKind::none},
+};
+
+template <typename Kind>
+std::vector<std::string> namesOf(const std::vector<std::pair<std::string, Kind>>& pairs) {
+  std::vector<std::string> names;
+  for (const auto& pair : pairs) names.push_back(pair.first);
+  return names;
+}
+
+template <typename Kind>
+std::optional<Kind> kindNamed(const std::vector<std::pair<std::string, Kind>>& pairs, const std::string& name) {
+  for (const auto& pair : pairs) {
+    if (pair.first == name) return pair.second;
+  }
+  return std::nullopt;
+}
+
+virtual_mac::MachineOptions optionsOf(const NewMachine& wish) {
+  virtual_mac::MachineOptions options;
+  options.gate = kindNamed(gateNames, wish.gate);
+  options.cut = kindNamed(cutNames, wish.cut);
+  if (wish.noLight) options.magSafeLight = false;
+  options.macOS = wish.macOS;
+  options.uptime = wish.uptime;
+  options.percent = wish.charge;
+  options.plugged = !wish.unplugged;
+  // A live machine shows the time of day.
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
+  options.startTime = static_cast<double>(now.tv_sec);
+  return options;
+}
+
+int makeNew(const NewMachine& wish) {
+  std::optional<Machine> machine;
+  std::string reason;
+  if (wish.dump.empty()) {
+    machine = virtual_mac::makeMachine(*virtual_mac::findModel(wish.model), optionsOf(wish));
+  } else {
+    machine = dump_import::machineFromDump(wish.dump, optionsOf(wish), reason);
+  }
+  if (!machine) return complain(reason);
+  setSpeed(*machine, wish.speed);
+  if (!MachineStore::create(wish.folder, *machine, reason)) return complain(reason);
+  return done;
+}
+
+void addNew(CLI::App& program, std::function<int()>& chosen) {
+  static NewMachine wish;
+  CLI::App* command = program.add_subcommand("new", "make a machine in a new or empty folder");
+  command->add_option("folder", wish.folder, "where it will live")->required();
+  std::vector<std::string> models;
+  for (const auto& model : virtual_mac::models()) models.emplace_back(model.name);
+  command->add_option("--model", wish.model, "kind of Mac")->check(CLI::IsMember(models))->capture_default_str();
+  command->add_option("--from", wish.dump, "take the battery from the registry dump of a real Mac (plist or JSON)");
+  command->add_option("--gate", wish.gate, "the keys that stop charging")->check(CLI::IsMember(namesOf(gateNames)));
+  command->add_option("--cut", wish.cut, "the key that cuts the adapter")->check(CLI::IsMember(namesOf(cutNames)));
+  command->add_flag("--no-light", wish.noLight, "a Mac without the MagSafe light");
+  command->add_option("--macos", wish.macOS, "major version of macOS")->check(CLI::Range(11, 99))->capture_default_str();
+  command->add_option("--charge", wish.charge, "percent")->check(CLI::Range(0.0, 100.0))->capture_default_str();
+  command->add_option("--uptime", wish.uptime, "seconds since boot")->check(CLI::Range(0.0, 1e9))->capture_default_str();
+  command->add_option("--speed", wish.speed, "machine seconds in a real second")
+      ->check(CLI::Range(0.001, 1e6))
+      ->capture_default_str();
+  command->add_flag("--unplugged", wish.unplugged, "without its adapter");
+  command->callback([&chosen] { chosen = [] { return makeNew(wish); }; });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+int show(const std::string& folder, std::size_t exchanges) {
+  return withMachine(folder, [&](MachineStore& store) {
+    const auto update = store.update();
+    virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));
+    print(machineText(update.machine()));
+    if (exchanges > 0) print("journal\n" + journalText(update.journal(), exchanges));
+    return done;
+  });
+}
+
+void addShow(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static std::size_t exchanges = 0;
+  CLI::App* command = program.add_subcommand("show", "tell how the machine is");
+  command->add_option("folder", folder)->required();
+  command->add_option("--journal", exchanges, "also the last writes to the controller")->type_name("COUNT");
+  command->callback([&] { chosen = [&] { return show(folder, exchanges); }; });
+}
+
+volatile std::sig_atomic_t gInterrupted = 0;
+
+int watch(const std::string& folder) {
+  std::signal(SIGINT, [](int) { gInterrupted = 1; });
+  return withMachine(folder, [&](MachineStore& store) {
+    LiveView view(store, stdout);
+    const timespec tenth{0, 100'000'000};
+    while (gInterrupted == 0) {
+      static_cast<void>(view.refresh());
+      static_cast<void>(::nanosleep(&tenth, nullptr));
+    }
+    return done;
+  });
+}
+
+void addWatch(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  CLI::App* command = program.add_subcommand("watch", "show the machine as it goes on, until Ctrl-C");
+  command->add_option("folder", folder)->required();
+  command->callback([&] { chosen = [&] { return watch(folder); }; });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static double watts = 67;
+  CLI::App* plug = program.add_subcommand("plug", "plug the adapter in");
+  plug->add_option("folder", folder)->required();
+  plug->add_option("--watts", watts)->check(CLI::Range(1.0, 500.0))->capture_default_str();
+  plug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::plug, watts)}); }; });
+  CLI::App* unplug = program.add_subcommand("unplug", "pull the adapter");
+  unplug->add_option("folder", folder)->required();
+  unplug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::unplug)}); }; });
+}
+
+int setWords(const std::string& folder, const std::vector<std::string>& words) {
+  std::vector<Change> changes;
+  for (const std::string& word : words) {
+    std::string reason;
+    const auto change = parseSetting(word, reason);
+    if (!change) {
+      static_cast<void>(complain(reason));
+      return misused;
+    }
+    changes.push_back(*change);
+  }
+  return applyChanges(folder, changes);
+}
+
+void addSet(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static std::vector<std::string> words;
+  CLI::App* command = program.add_subcommand("set", "change the battery or the weather");
+  command->add_option("folder", folder)->required();
+  command->add_option("settings", words, "NAME=NUMBER …")->required();
+  std::string names = "Names:\n";
+  for (const SettingWord& word : settingWords()) {
+    std::string name(word.name);
+    name.resize(std::max<std::size_t>(name.size(), 14), ' ');
+    names += "  " + name + std::string(word.meaning) + "\n";
+  }
+  command->footer(names);
+  command->callback([&] { chosen = [&] { return setWords(folder, words); }; });
+}
+
+void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static double speed = 1;
+  CLI::App* command = program.add_subcommand("speed", "let the machine's time run faster or slower");
+  command->add_option("folder", folder)->required();
+  command->add_option("speed", speed, "machine seconds in a real second")->required()->check(CLI::Range(0.001, 1e6));
+  command->callback(
+      [&] { chosen = [&] { return changeMachine(folder, [](Machine& machine) { setSpeed(machine, speed); }); }; });
+}
+
+int writeKeys(const std::string& folder, const std::vector<std::string>& writes) {
+  std::vector<Change> changes;
+  for (const std::string& text : writes) {
+    std::string reason;
+    const auto change = parseKeyBytes(text, reason);
+    if (!change) {
+      static_cast<void>(complain(reason));
+      return misused;
+    }
+    changes.push_back(*change);
+  }
+  return applyChanges(folder, changes);
+}
+
+void addKey(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static std::vector<std::string> writes;
+  CLI::App* command = program.add_subcommand("key", "write keys of the controller, as somebody else would");
+  command->add_option("folder", folder)->required();
+  command->add_option("writes", writes, "KEY=HEX …")->required();
+  command->callback([&] { chosen = [&] { return writeKeys(folder, writes); }; });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+struct WishedFault {
+  std::string name;
+  std::string key;
+  std::string number;
+};
+
+int applyFault(const std::string& folder, const WishedFault& wish) {
+  std::optional<double> number;
+  if (!wish.number.empty()) {
+    number = parseNumber(wish.number);
+    if (!number) {
+      static_cast<void>(complain("\"" + wish.number + "\" is not a number"));
+      return misused;
+    }
+  }
+  std::string reason;
+  const auto change = virtual_mac::faultChange(wish.name, wish.key, number, reason);
+  if (!change) {
+    static_cast<void>(complain(reason));
+    return misused;
+  }
+  return applyChanges(folder, {*change});
+}
+
+int listFaults() {
+  for (const auto& fault : virtual_mac::faults()) {
+    print(std::string(fault.name) + "\n    " + std::string(fault.reason) + "\n");
+  }
+  return done;
+}
+
+void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static WishedFault wish;
+  CLI::App* command = program.add_subcommand("fault", "do something unkind that happens to real Macs");
+  command->add_option("folder", folder)->required();
+  command->add_option("name", wish.name, "one that \"faults\" lists")->required();
+  command->add_option("--key", wish.key, "the controller's key, or the property, that it concerns");
+  command->add_option("--number", wish.number);
+  command->callback([&] { chosen = [&] { return applyFault(folder, wish); }; });
+  program.add_subcommand("faults", "list what may go wrong, and why that is believable")->callback([&chosen] {
+    chosen = listFaults;
+  });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+void addBoot(CLI::App& program, std::function<int()>& chosen) {
+  static BootOptions options;
+  CLI::App* boot = program.add_subcommand(
+      "boot", "boot the machine and keep the daemon running on it, as launchd does, until shutdown or Ctrl-C");
+  boot->add_option("folder", options.folder)->required();
+  options.daemon = siblingProgram("brisko-daemon");
+  boot->add_option("--daemon", options.daemon, "the program to run")->capture_default_str();
+  boot->add_option("arguments", options.arguments, "of the daemon, after --");
+  boot->callback([&chosen] { chosen = [] { return bootAndWait(options); }; });
+}
+
+void addShutdown(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  CLI::App* command = program.add_subcommand("shutdown", "end the daemon and turn the machine off");
+  command->add_option("folder", folder)->required();
+  command->callback([&] { chosen = [&] { return shutDownAndWait(folder); }; });
+}
+
+int run(int count, char** arguments) {
+  CLI::App program{"Makes and operates a virtual Mac, kept in a folder.", "brisko-vmac"};
+  program.require_subcommand(1);
+  std::string folder;
+  std::function<int()> chosen;
+  addNew(program, chosen);
+  addBoot(program, chosen);
+  addShutdown(program, chosen, folder);
+  addShow(program, chosen, folder);
+  addWatch(program, chosen, folder);
+  addPlug(program, chosen, folder);
+  addSet(program, chosen, folder);
+  addSpeed(program, chosen, folder);
+  addKey(program, chosen, folder);
+  addFaults(program, chosen, folder);
+  try {
+    program.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    const int status = program.exit(error);
+    return status == 0 ? done : misused;
+  }
+  return chosen();
+}
+
+}  // namespace
+}  // namespace brisko::vmac
+
+int main(int count, char** arguments) { return brisko::vmac::run(count, arguments); }

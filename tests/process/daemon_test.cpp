@@ -99,7 +99,9 @@ TEST(WithoutRoot, theVersionIsPrintedAllTheSame) {
 
 struct BrokenFolder : ::testing::Test {
   test::ScratchFolder scratch;
-  Finished start(const std::string& folder) { return run("brisko-daemon", {}, {{"BRISKO_VIRTUAL_MAC", folder}}); }
+  Finished start(const std::string& folder) {
+    return run("brisko-daemon", {}, {{"BRISKO_VIRTUAL_MAC", folder}});
+  }
   static void expectOneClearLine(const Finished& finished) {
     EXPECT_EQ(finished.status, 1);
     EXPECT_EQ(finished.output, "");

@@ -24,11 +24,11 @@ class LiveMac {
                                                 Environment environment = {}) const;
 
   void settings(const std::string& json) const;
-  [[nodiscard]] std::string log() const;                         // daemon.log
-  [[nodiscard]] bool logs(const std::string& text) const;        // waits for a line with it
+  [[nodiscard]] std::string log() const;                   // daemon.log
+  [[nodiscard]] bool logs(const std::string& text) const;  // waits for a line with it
   // What "show" says of a key, e.g. "01000000".
   [[nodiscard]] std::string key(const std::string& name) const;
-  [[nodiscard]] double charge() const;                           // percent, as "show" says
+  [[nodiscard]] double charge() const;  // percent, as "show" says
 
  private:
   ScratchFolder scratch_;

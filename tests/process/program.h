@@ -51,7 +51,8 @@ struct Finished {
   std::string output;
   std::string errors;
 };
-[[nodiscard]] Finished run(const std::string& name, const Words& arguments, const Environment& environment = {});
+[[nodiscard]] Finished run(const std::string& name, const Words& arguments,
+                           const Environment& environment = {});
 
 [[nodiscard]] std::string programPath(const std::string& name);
 

@@ -43,12 +43,14 @@ TEST(Vmac, offersEveryGateAndCutKey) {
     const char* cut;
     const char* label;
   };
-  for (const Case& wish : {Case{"chte", "chie", "CHTE, discharge CHIE"}, Case{"ch0b0c", "ch0i", "CH0B+CH0C, discharge CH0I"},
-                           Case{"firmware-band", "ch0j", "bfD0/bfE0/bfF0, discharge CH0J"},
-                           Case{"chte", "none", "CHTE, discharge off"}}) {
+  for (const Case& wish :
+       {Case{"chte", "chie", "CHTE, discharge CHIE"}, Case{"ch0b0c", "ch0i", "CH0B+CH0C, discharge CH0I"},
+        Case{"firmware-band", "ch0j", "bfD0/bfE0/bfF0, discharge CH0J"},
+        Case{"chte", "none", "CHTE, discharge off"}}) {
     const LiveMac mac({"--gate", wish.gate, "--cut", wish.cut});
     const auto daemon = mac.daemon();
-    EXPECT_TRUE(mac.logs(std::string("charging via ") + wish.label + ", LED")) << wish.gate << ' ' << wish.cut;
+    EXPECT_TRUE(mac.logs(std::string("charging via ") + wish.label + ", LED"))
+        << wish.gate << ' ' << wish.cut;
   }
   const LiveMac mac({"--gate", "none"});
   const auto daemon = mac.daemon();
@@ -97,8 +99,8 @@ TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
 }
 
 TEST(Vmac, helpsWithEveryVerb) {
-  for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "key", "fault", "faults", "boot",
-                           "shutdown"}) {
+  for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "key", "fault", "faults",
+                           "boot", "shutdown"}) {
     const Finished finished = run("brisko-vmac", {verb, "--help"});
     EXPECT_EQ(finished.status, 0) << verb;
     EXPECT_THAT(finished.output, HasSubstr("Usage: brisko-vmac")) << verb;
@@ -122,8 +124,9 @@ TEST(Vmac, setsWhatAPersonWouldSay) {
 
 TEST(Vmac, changesNothingWhenOneWordOfManyIsWrong) {
   const LiveMac mac({"--charge", "70"});
-  for (const Words& words : {Words{"charge=20", "chrage=30"}, Words{"charge=20", "load=heavy"},
-                             Words{"charge=20", "charge=101"}, Words{"charge=20", "load"}, Words{"charge= 20"}}) {
+  for (const Words& words :
+       {Words{"charge=20", "chrage=30"}, Words{"charge=20", "load=heavy"}, Words{"charge=20", "charge=101"},
+        Words{"charge=20", "load"}, Words{"charge= 20"}}) {
     Words all{"set", mac.folder()};
     all.insert(all.end(), words.begin(), words.end());
     expectComplaint(run("brisko-vmac", all), 2, "brisko-vmac: ");
@@ -158,7 +161,8 @@ TEST(Vmac, doesUnkindThings) {
   static_cast<void>(mac.vmac("fault", {"key-ignores-write", "--key", "CHTE"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
   expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "key-ignores-write", "--number", "many"}), 2, "many");
+  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "key-ignores-write", "--number", "many"}), 2,
+                  "many");
 }
 
 TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {

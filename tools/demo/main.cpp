@@ -29,47 +29,56 @@ bool charges(Stage& stage) {
 bool startsCharging(Stage& stage) {
   return stage.boot() && stage.await("the daemon's start", deadline, [&](const Machine&) {
     return stage.logged("brisko-daemon started");
-  }) && stage.await("charging", deadline, [](const Machine& machine) { return machine.battery.currentMA > 500; });
+  }) && stage.await("charging", deadline, [](const Machine& machine) {
+    return machine.battery.currentMA > 500;
+  });
 }
 
 bool holdsAtTheLimit(Stage& stage) {
   stage.title("It charges up to the limit and stops there");
-  return stage.await("a hold at 80 %", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("→ state: hold") && !chargingIsOpen(machine) &&
-                              keyReads(machine, "CHTE", 1) && level(machine) > 79 && level(machine) < 81;
-                     }) &&
-         stage.lookOn("the charge standing still at the limit", 4,
-                      [](const Machine& machine) { return level(machine) < 81 && !chargingIsOpen(machine); });
+  return stage.await("a hold at 80 %", deadline, [&](const Machine& machine) {
+    return stage.logged("→ state: hold") && !chargingIsOpen(machine) && keyReads(machine, "CHTE", 1) &&
+           level(machine) > 79 && level(machine) < 81;
+  }) && stage.lookOn("the charge standing still at the limit", 4, [](const Machine& machine) {
+    return level(machine) < 81 && !chargingIsOpen(machine);
+  });
 }
 
 bool isUnplugged(Stage& stage) {
   stage.title("The adapter is pulled: the Mac runs on its battery");
-  return stage.vmac({"unplug"}) && stage.await("charging allowed on battery", deadline, [&](const Machine& machine) {
-    return stage.logged("battery  state=allow") && machine.battery.currentMA < -100 && chargingIsOpen(machine);
-  }) && stage.await("a charge inside the band", deadline, [](const Machine& machine) { return level(machine) < 78; });
+  return stage.vmac({"unplug"}) &&
+         stage.await("charging allowed on battery", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("battery  state=allow") && machine.battery.currentMA < -100 &&
+                              chargingIsOpen(machine);
+                     }) &&
+         stage.await("a charge inside the band", deadline,
+                     [](const Machine& machine) { return level(machine) < 78; });
 }
 
 bool isPluggedInAgain(Stage& stage) {
   stage.title("Plugged in again inside the band: no charging, the limit was reached before");
   return stage.vmac({"plug"}) && stage.await("a hold inside the band", deadline, [&](const Machine& machine) {
     return stage.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
-  }) && stage.lookOn("no charging inside the band", 3, [](const Machine& machine) { return level(machine) < 79; });
+  }) && stage.lookOn("no charging inside the band", 3, [](const Machine& machine) {
+    return level(machine) < 79;
+  });
 }
 
 bool followsAChangedLimit(Stage& stage) {
   stage.title("The limit is raised to 85 % in config.json");
-  return stage.edit("{\"limit\":85}") && stage.await("charging up to the new limit", deadline, [&](const Machine& machine) {
-    return stage.logged("cap 85%") && stage.logged("→ state: hold") && level(machine) > 84 && level(machine) < 86 &&
-           !chargingIsOpen(machine);
-  });
+  return stage.edit("{\"limit\":85}") &&
+         stage.await("charging up to the new limit", deadline, [&](const Machine& machine) {
+           return stage.logged("cap 85%") && stage.logged("→ state: hold") && level(machine) > 84 &&
+                  level(machine) < 86 && !chargingIsOpen(machine);
+         });
 }
 
 bool givesEverythingBack(Stage& stage) {
   stage.title("The Mac is shut down: SIGTERM to the daemon");
   return stage.shutDown() && stage.await("everything given back", deadline, [&](const Machine& machine) {
-    return stage.logged("Signal 15: charging, adapter and LED restored, exiting.") && keyReads(machine, "CHTE", 0) &&
-           keyReads(machine, "CHIE", 0) && keyReads(machine, "ACLC", 0);
+    return stage.logged("Signal 15: charging, adapter and LED restored, exiting.") &&
+           keyReads(machine, "CHTE", 0) && keyReads(machine, "CHIE", 0) && keyReads(machine, "ACLC", 0);
   });
 }
 
@@ -83,7 +92,8 @@ int run() {
     }
   }
   std::puts(
-      "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to the new "
+      "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to "
+      "the new "
       "limit of 85 % and held; on SIGTERM charging, adapter and light were given back.");
   return 0;
 }

@@ -31,7 +31,8 @@ double realNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// Runs a program with standard output thrown away when `quiet`; its process id, 0 when it could not be started.
+// Runs a program with standard output thrown away when `quiet`; its process id, 0 when it could not be
+// started.
 pid_t start(std::vector<std::string> words, bool quiet) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());

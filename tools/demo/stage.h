@@ -37,8 +37,8 @@ class Stage {
 
   void title(const std::string& text);
 
-  // Looks on until `seen` holds of the machine, at most `seconds`. False when the time ran out; `what` is then
-  // told as missing.
+  // Looks on until `seen` holds of the machine, at most `seconds`. False when the time ran out; `what` is
+  // then told as missing.
   using Look = std::function<bool(const virtual_mac::Machine&)>;
   [[nodiscard]] bool await(const std::string& what, double seconds, const Look& seen);
 

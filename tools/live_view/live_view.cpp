@@ -46,7 +46,8 @@ std::string bar(double level, const Bounds& band) {
   std::string text;
   const int filled = cellOf(level);
   for (int cell = 0; cell < barCells; ++cell) {
-    const bool inBand = cell >= cellOf(static_cast<double>(band.lower)) && cell < cellOf(static_cast<double>(band.upper));
+    const bool inBand =
+        cell >= cellOf(static_cast<double>(band.lower)) && cell < cellOf(static_cast<double>(band.upper));
     if (cell < filled) {
       text += std::string(inBand ? green : "") + "█" + plain;
     } else {
@@ -60,10 +61,14 @@ std::string lightText(const Machine& machine) {
   const auto* key = virtual_mac::findKey(machine, virtual_mac::keyCode("ACLC"));
   if (key == nullptr || !machine.adapter.present) return "–";
   switch (key->bytes[0]) {
-    case 1: return "off";
-    case 3: return "green";
-    case 4: return "orange";
-    default: return "the system's";
+    case 1:
+      return "off";
+    case 3:
+      return "green";
+    case 4:
+      return "orange";
+    default:
+      return "the system's";
   }
 }
 
@@ -134,15 +139,17 @@ void LiveView::draw(const Machine& machine) {
                               timeText(virtual_mac::wallClock(machine)).c_str(), machine.speed));
   picture.push_back("");
   picture.push_back(bar(level, band) + formatted("  %s%.1f %%%s", bold, level, plain));
-  picture.push_back(formatted("band %lld–%lld %%", static_cast<long long>(band.lower),
-                              static_cast<long long>(band.upper)));
+  picture.push_back(
+      formatted("band %lld–%lld %%", static_cast<long long>(band.lower), static_cast<long long>(band.upper)));
   picture.push_back("");
   const bool present = machine.adapter.present;
   const std::string adapter = present ? formatted("%.0f W", machine.adapter.watts) : std::string("unplugged");
-  picture.push_back(formatted("hardware %s%-9s%s  current %+6.0f mA   battery %.1f °C", yellow, gateText(machine), plain,
-                              machine.battery.currentMA, machine.battery.temperatureC));
-  picture.push_back("adapter " + adapter + (present && !virtual_mac::adapterReachesBattery(machine) ? " (cut)" : "") +
-                    "   light " + lightText(machine));
+  picture.push_back(formatted("hardware %s%-9s%s  current %+6.0f mA   battery %.1f °C", yellow,
+                              gateText(machine), plain, machine.battery.currentMA,
+                              machine.battery.temperatureC));
+  picture.push_back("adapter " + adapter +
+                    (present && !virtual_mac::adapterReachesBattery(machine) ? " (cut)" : "") + "   light " +
+                    lightText(machine));
   picture.push_back("");
   for (std::size_t line = 0; line < logLinesShown; ++line) {
     picture.push_back(line < lastLines_.size() ? dim + cut(lastLines_[line], width) + plain : "");

@@ -1,7 +1,7 @@
 // tools/live_view/live_view.h
 // A virtual Mac at a glance: charge and band, what the hardware does, current, temperature, adapter, the last
-// log lines. On a terminal it is one picture that is drawn again in place; elsewhere it is plain lines, one for
-// each log line. It looks at the machine and its files alone, as a person would.
+// log lines. On a terminal it is one picture that is drawn again in place; elsewhere it is plain lines, one
+// for each log line. It looks at the machine and its files alone, as a person would.
 #pragma once
 
 #include <cstdio>

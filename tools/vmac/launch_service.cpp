@@ -100,7 +100,8 @@ std::optional<pid_t> startDaemon(const BootOptions& options, const std::string& 
   posix_spawnattr_t attributes;
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawnattr_init(&attributes);
-  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorLog.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorLog.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                     0644);
   // The signals that this program waits for are blocked here; the daemon starts with none blocked.
   sigset_t none;
   sigemptyset(&none);

@@ -28,11 +28,16 @@ std::string hex(const std::uint8_t* bytes, std::size_t count) {
 
 const char* writeText(OnWrite behaviour) {
   switch (behaviour) {
-    case OnWrite::ignore: return ", ignores writes";
-    case OnWrite::storeWithoutEffect: return ", stores writes without effect";
-    case OnWrite::refuse: return ", refuses writes";
-    case OnWrite::kernelError: return ", writes fail in the kernel";
-    case OnWrite::obey: break;
+    case OnWrite::ignore:
+      return ", ignores writes";
+    case OnWrite::storeWithoutEffect:
+      return ", stores writes without effect";
+    case OnWrite::refuse:
+      return ", refuses writes";
+    case OnWrite::kernelError:
+      return ", writes fail in the kernel";
+    case OnWrite::obey:
+      break;
   }
   return "";
 }
@@ -64,13 +69,15 @@ std::string timeText(double secondsSince1970) {
 
 std::string keyName(std::uint32_t code) {
   std::string name;
-  for (int shift = 24; shift >= 0; shift -= 8) name += static_cast<char>(static_cast<std::uint8_t>(code >> shift));
+  for (int shift = 24; shift >= 0; shift -= 8)
+    name += static_cast<char>(static_cast<std::uint8_t>(code >> shift));
   return name;
 }
 
 std::string keyText(const SmcKey& key) {
   std::string text = keyName(key.code) + " ";
-  text += key.size == 0 ? "no bytes" : hex(key.bytes.data(), std::min<std::size_t>(key.size, key.bytes.size()));
+  text +=
+      key.size == 0 ? "no bytes" : hex(key.bytes.data(), std::min<std::size_t>(key.size, key.bytes.size()));
   text += writeText(key.onWrite);
   if (key.readStatus != 0) text += formatted(", fails with 0x%08X", key.readStatus);
   if (key.releaseAfter >= 0) text += formatted(", taken back %.0f s after a write", key.releaseAfter);

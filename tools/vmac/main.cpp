@@ -1,6 +1,7 @@
 // Makes a virtual Mac in a folder and operates it: what a person, the weather or a fault does to the machine,
 // and what the launch service does for the daemon.
 
+#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -9,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <unistd.h>
 
 #include "dump_import/dump_import.h"
@@ -121,7 +121,8 @@ std::vector<std::string> namesOf(const std::vector<std::pair<std::string, Kind>>
 }
 
 template <typename Kind>
-std::optional<Kind> kindNamed(const std::vector<std::pair<std::string, Kind>>& pairs, const std::string& name) {
+std::optional<Kind> kindNamed(const std::vector<std::pair<std::string, Kind>>& pairs,
+                              const std::string& name) {
   for (const auto& pair : pairs) {
     if (pair.first == name) return pair.second;
   }
@@ -164,14 +165,25 @@ void addNew(CLI::App& program, std::function<int()>& chosen) {
   command->add_option("folder", wish.folder, "where it will live")->required();
   std::vector<std::string> models;
   for (const auto& model : virtual_mac::models()) models.emplace_back(model.name);
-  command->add_option("--model", wish.model, "kind of Mac")->check(CLI::IsMember(models))->capture_default_str();
-  command->add_option("--from", wish.dump, "take the battery from the registry dump of a real Mac (plist or JSON)");
-  command->add_option("--gate", wish.gate, "the keys that stop charging")->check(CLI::IsMember(namesOf(gateNames)));
-  command->add_option("--cut", wish.cut, "the key that cuts the adapter")->check(CLI::IsMember(namesOf(cutNames)));
+  command->add_option("--model", wish.model, "kind of Mac")
+      ->check(CLI::IsMember(models))
+      ->capture_default_str();
+  command->add_option("--from", wish.dump,
+                      "take the battery from the registry dump of a real Mac (plist or JSON)");
+  command->add_option("--gate", wish.gate, "the keys that stop charging")
+      ->check(CLI::IsMember(namesOf(gateNames)));
+  command->add_option("--cut", wish.cut, "the key that cuts the adapter")
+      ->check(CLI::IsMember(namesOf(cutNames)));
   command->add_flag("--no-light", wish.noLight, "a Mac without the MagSafe light");
-  command->add_option("--macos", wish.macOS, "major version of macOS")->check(CLI::Range(11, 99))->capture_default_str();
-  command->add_option("--charge", wish.charge, "percent")->check(CLI::Range(0.0, 100.0))->capture_default_str();
-  command->add_option("--uptime", wish.uptime, "seconds since boot")->check(CLI::Range(0.0, 1e9))->capture_default_str();
+  command->add_option("--macos", wish.macOS, "major version of macOS")
+      ->check(CLI::Range(11, 99))
+      ->capture_default_str();
+  command->add_option("--charge", wish.charge, "percent")
+      ->check(CLI::Range(0.0, 100.0))
+      ->capture_default_str();
+  command->add_option("--uptime", wish.uptime, "seconds since boot")
+      ->check(CLI::Range(0.0, 1e9))
+      ->capture_default_str();
   command->add_option("--speed", wish.speed, "machine seconds in a real second")
       ->check(CLI::Range(0.001, 1e6))
       ->capture_default_str();
@@ -266,9 +278,12 @@ void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& fold
   static double speed = 1;
   CLI::App* command = program.add_subcommand("speed", "let the machine's time run faster or slower");
   command->add_option("folder", folder)->required();
-  command->add_option("speed", speed, "machine seconds in a real second")->required()->check(CLI::Range(0.001, 1e6));
-  command->callback(
-      [&] { chosen = [&] { return changeMachine(folder, [](Machine& machine) { setSpeed(machine, speed); }); }; });
+  command->add_option("speed", speed, "machine seconds in a real second")
+      ->required()
+      ->check(CLI::Range(0.001, 1e6));
+  command->callback([&] {
+    chosen = [&] { return changeMachine(folder, [](Machine& machine) { setSpeed(machine, speed); }); };
+  });
 }
 
 int writeKeys(const std::string& folder, const std::vector<std::string>& writes) {
@@ -344,7 +359,8 @@ void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& fol
 void addBoot(CLI::App& program, std::function<int()>& chosen) {
   static BootOptions options;
   CLI::App* boot = program.add_subcommand(
-      "boot", "boot the machine and keep the daemon running on it, as launchd does, until shutdown or Ctrl-C");
+      "boot",
+      "boot the machine and keep the daemon running on it, as launchd does, until shutdown or Ctrl-C");
   boot->add_option("folder", options.folder)->required();
   options.daemon = siblingProgram("brisko-daemon");
   boot->add_option("--daemon", options.daemon, "the program to run")->capture_default_str();

@@ -55,15 +55,16 @@ std::optional<Change> parseSetting(std::string_view text, std::string& reason) {
   const std::string_view name = text.substr(0, equals);
   for (const SettingWord& word : words) {
     if (word.name != name) continue;
-    const auto number = equals == std::string_view::npos ? std::nullopt : parseNumber(text.substr(equals + 1));
+    const auto number =
+        equals == std::string_view::npos ? std::nullopt : parseNumber(text.substr(equals + 1));
     if (number && *number >= word.least && *number <= word.most) {
       Change change;
       change.kind = word.kind;
       change.number = *number;
       return change;
     }
-    reason = std::string(name) + " takes a number from " + plain(word.least) + " to " + plain(word.most) + " (" +
-             std::string(word.meaning) + ")";
+    reason = std::string(name) + " takes a number from " + plain(word.least) + " to " + plain(word.most) +
+             " (" + std::string(word.meaning) + ")";
     return std::nullopt;
   }
   reason = "there is nothing called \"" + std::string(name) + "\" to set";

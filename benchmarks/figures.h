@@ -1,0 +1,44 @@
+// benchmarks/figures.h
+// A figure beside its target, and the kinds of measurement that give figures.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brisko::bench {
+
+enum class Target { atMost, atLeast, none };
+
+struct Figure {
+  std::string name;
+  double value = 0;
+  std::string unit;
+  Target kind = Target::none;
+  double target = 0;
+};
+
+// Of the real daemon in a steady hold on a live machine. Empty when a program is missing or does not run.
+[[nodiscard]] std::vector<Figure> liveFigures();
+
+// Of whole lives in virtual time.
+[[nodiscard]] std::vector<Figure> virtualFigures();
+
+// Makes a machine in a steady hold at its limit, with a configuration, below a memory-backed folder, and
+// attaches it to the seam of this process.
+void attachSteadyMachine();
+
+// Registers the benchmarks of a single tick.
+void registerTicks();
+
+// Of a process in /proc; 0 for none.
+struct ProcessFigures {
+  double threads = 0;
+  double residentKB = 0;
+  double privateKB = 0;
+  double waits = 0;       // voluntary context switches so far
+  double cpuSeconds = 0;  // so far
+};
+[[nodiscard]] ProcessFigures processFigures(long pid);
+
+}  // namespace brisko::bench

@@ -1,0 +1,170 @@
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <system_error>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "figures.h"
+
+namespace brisko::bench {
+namespace {
+
+std::string sibling(const std::string& name) {
+  std::error_code ignored;
+  return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / name).string();
+}
+
+void sleepFor(double seconds) {
+  const auto whole = static_cast<time_t>(seconds);
+  const timespec time{whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
+  static_cast<void>(::nanosleep(&time, nullptr));
+}
+
+// A program that runs until it is ended, its output thrown away.
+class Running {
+ public:
+  Running(std::vector<std::string> words, const std::string& machine) {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) variables.emplace_back(*variable);
+    variables.push_back("BRISKO_VIRTUAL_MAC=" + machine);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    if (::posix_spawn(&pid_, words[0].c_str(), &actions, nullptr, pointers(words).data(),
+                      pointers(variables).data()) != 0) {
+      pid_ = 0;
+    }
+    ::posix_spawn_file_actions_destroy(&actions);
+  }
+  ~Running() {
+    if (pid_ == 0) return;
+    ::kill(pid_, SIGTERM);
+    static_cast<void>(wait());
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  bool wait() {
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = 0;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  }
+
+ private:
+  static std::vector<char*> pointers(std::vector<std::string>& words) {
+    std::vector<char*> list;
+    for (std::string& word : words) list.push_back(word.data());
+    list.push_back(nullptr);
+    return list;
+  }
+  pid_t pid_ = 0;
+};
+
+class Machine {
+ public:
+  Machine() {
+    std::string pattern = "/dev/shm/brisko-bench-XXXXXX";
+    if (::mkdtemp(pattern.data()) != nullptr) base_ = pattern;
+    const std::string speed = "1";
+    made_ = vmac({"new", folder(), "--charge", "80", "--speed", speed});
+    const std::string data = folder() + "/volume/Library/Application Support/Brisko";
+    std::error_code ignored;
+    std::filesystem::create_directories(data, ignored);
+    std::ofstream(data + "/config.json") << "{\"enabled\":true,\"limit\":80,\"hysteresis\":5}";
+  }
+  ~Machine() {
+    std::error_code ignored;
+    std::filesystem::remove_all(base_, ignored);
+  }
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  [[nodiscard]] bool made() const { return made_; }
+  [[nodiscard]] std::string folder() const { return base_ + "/mac"; }
+  [[nodiscard]] bool speed(double factor) { return vmac({"speed", folder(), std::to_string(factor)}); }
+
+ private:
+  bool vmac(std::vector<std::string> words) {
+    words.insert(words.begin(), sibling("brisko-vmac"));
+    Running command(words, folder());
+    return command.pid() != 0 && command.wait();
+  }
+  std::string base_;
+  bool made_ = false;
+};
+
+double realNow() {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+struct Spell {
+  double machineMinutes = 0;
+  double waits = 0;
+  double cpuSeconds = 0;
+};
+
+// What a process does while the machine runs at `speed` for `seconds` of real time.
+Spell observe(Machine& machine, pid_t pid, double speed, double seconds) {
+  if (!machine.speed(speed)) return {};
+  sleepFor(0.3);  // the change of speed is its own wake-up
+  const ProcessFigures before = processFigures(pid);
+  const double start = realNow();
+  sleepFor(seconds);
+  const ProcessFigures after = processFigures(pid);
+  return {(realNow() - start) * speed / 60, after.waits - before.waits, after.cpuSeconds - before.cpuSeconds};
+}
+
+double microsecondsPerTick(const Spell& spell) {
+  constexpr double ticksPerMinute = 5;
+  return spell.cpuSeconds * 1e6 / (spell.machineMinutes * ticksPerMinute);
+}
+
+}  // namespace
+
+std::vector<Figure> liveFigures() {
+  constexpr double gentle = 30;  // speeds
+  constexpr double hurried = 1200;
+  Machine machine;
+  if (!machine.made()) return {};
+  std::vector<Figure> figures;
+  Spell daemonSpell;
+  {
+    const Running daemon({sibling("brisko-daemon")}, machine.folder());
+    sleepFor(1);
+    const Spell steady = observe(machine, daemon.pid(), gentle, 10);
+    const ProcessFigures process = processFigures(daemon.pid());
+    if (process.threads == 0) return {};
+    figures.push_back({"threads", process.threads, "", Target::atMost, 1});
+    figures.push_back({"resident memory", process.residentKB / 1024, "MB", Target::atMost, 4});
+    figures.push_back({"private memory", process.privateKB / 1024, "MB"});
+    figures.push_back(
+        {"wake-ups a minute in a steady hold", steady.waits / steady.machineMinutes, "", Target::atMost, 8});
+    daemonSpell = observe(machine, daemon.pid(), hurried, 5);
+  }
+  const Running floor({sibling("brisko-floor")}, machine.folder());
+  sleepFor(0.5);
+  const Spell floorSpell = observe(machine, floor.pid(), hurried, 5);
+  const double own = microsecondsPerTick(daemonSpell);
+  const double least = microsecondsPerTick(floorSpell);
+  figures.push_back({"processor time per tick, whole loop", own, "us"});
+  figures.push_back({"processor time per tick of the floor program", least, "us"});
+  figures.push_back({"the daemon's as a multiple of the floor's", own / least, "", Target::atMost, 2});
+  return figures;
+}
+
+}  // namespace brisko::bench

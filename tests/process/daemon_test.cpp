@@ -111,7 +111,7 @@ struct BrokenFolder : ::testing::Test {
 };
 
 TEST_F(BrokenFolder, thatIsMissingIsSaidInOneLine) {
-  const std::string folder = scratch.path("nowhere");
+  const std::string folder = scratch.path() + "/nowhere";
   const Finished finished = start(folder);
   expectOneClearLine(finished);
   EXPECT_THAT(finished.errors, HasSubstr(folder));
@@ -120,14 +120,14 @@ TEST_F(BrokenFolder, thatIsMissingIsSaidInOneLine) {
 
 TEST_F(BrokenFolder, thatIsEmptyIsSaidInOneLineAndStaysEmpty) {
   expectOneClearLine(start(scratch.path()));
-  EXPECT_FALSE(test::exists(scratch.path("machine")));
-  EXPECT_FALSE(test::exists(scratch.path("volume")));
+  EXPECT_FALSE(test::exists(scratch.path() + "/machine"));
+  EXPECT_FALSE(test::exists(scratch.path() + "/volume"));
 }
 
 TEST_F(BrokenFolder, thatIsNotOursIsSaidInOneLineAndLeftAlone) {
-  test::put(scratch.path("machine"), "somebody else's file");
+  test::put(scratch.path() + "/machine", "somebody else's file");
   expectOneClearLine(start(scratch.path()));
-  EXPECT_EQ(test::contents(scratch.path("machine")), "somebody else's file");
+  EXPECT_EQ(test::contents(scratch.path() + "/machine"), "somebody else's file");
 }
 
 TEST_F(BrokenFolder, thatIsHalfWrittenIsSaidInOneLineAndLeftAlone) {

@@ -15,7 +15,7 @@ class LiveMac {
   // `options` of "brisko-vmac new".
   explicit LiveMac(const Words& options = {});
 
-  [[nodiscard]] std::string folder() const { return scratch_.path("mac"); }
+  [[nodiscard]] std::string folder() const { return scratch_.path() + "/mac"; }
   // Runs "brisko-vmac VERB FOLDER WORDS…", which must succeed; its output.
   std::string vmac(const std::string& verb, const Words& words = {}) const;
 

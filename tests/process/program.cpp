@@ -46,9 +46,9 @@ Program::Program(const std::string& name, const Words& arguments, const Environm
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, streams_.path("output").c_str(),
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (streams_.path() + "/output").c_str(),
                                      O_WRONLY | O_CREAT | O_APPEND, 0600);
-  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, streams_.path("errors").c_str(),
+  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (streams_.path() + "/errors").c_str(),
                                      O_WRONLY | O_CREAT | O_APPEND, 0600);
   Words words{programPath(name)};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -65,8 +65,8 @@ Program::~Program() {
   static_cast<void>(::waitpid(pid_, nullptr, 0));
 }
 
-std::string Program::output() const { return contents(streams_.path("output")); }
-std::string Program::errors() const { return contents(streams_.path("errors")); }
+std::string Program::output() const { return contents(streams_.path() + "/output"); }
+std::string Program::errors() const { return contents(streams_.path() + "/errors"); }
 void Program::signal(int number) const { ::kill(pid_, number); }
 
 bool Program::ends(double seconds) {

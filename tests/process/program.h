@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include "support/files.h"
 #include "support/scratch_folder.h"
 
 namespace brisko::test {

@@ -82,10 +82,10 @@ TEST(Vmac, complainsOfWhatItIsNotTold) {
   expectComplaint(run("brisko-vmac", {"dance"}), 2, "");
   expectComplaint(run("brisko-vmac", {"show"}), 2, "folder");
   const test::ScratchFolder scratch;
-  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--model", "toaster"}), 2, "toaster");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--charge", "101"}), 2, "101");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path("a"), "--gate", "door"}), 2, "door");
-  EXPECT_FALSE(test::exists(scratch.path("a")));
+  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--model", "toaster"}), 2, "toaster");
+  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--charge", "101"}), 2, "101");
+  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--gate", "door"}), 2, "door");
+  EXPECT_FALSE(test::exists(scratch.path() + "/a"));
 }
 
 TEST(Vmac, complainsOfAFolderThatIsNoMachine) {

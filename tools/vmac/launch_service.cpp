@@ -12,8 +12,8 @@
 #include <optional>
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -94,29 +94,40 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// Starts the daemon; none when it cannot be started.
-std::optional<pid_t> startDaemon(const BootOptions& options, const std::string& errorLog) {
-  posix_spawn_file_actions_t actions;
-  posix_spawnattr_t attributes;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawnattr_init(&attributes);
-  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorLog.c_str(), O_WRONLY | O_CREAT | O_APPEND,
-                                     0644);
+// In the child: becomes the daemon. Comes back only when that fails.
+void becomeDaemon(const std::string& errorLog, std::vector<std::string> arguments,
+                  std::vector<std::string> environment) {
+  // Without its launch service there is no machine: the daemon's power is cut with it.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int errors = ::open(errorLog.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (errors >= 0) ::dup2(errors, STDERR_FILENO);
   // The signals that this program waits for are blocked here; the daemon starts with none blocked.
   sigset_t none;
   sigemptyset(&none);
-  ::posix_spawnattr_setsigmask(&attributes, &none);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::execve(arguments.front().c_str(), pointersTo(arguments).data(), pointersTo(environment).data());
+}
 
+// Starts the daemon; none when it cannot be started.
+std::optional<pid_t> startDaemon(const BootOptions& options, const std::string& errorLog) {
   std::vector<std::string> arguments{options.daemon};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-  std::vector<std::string> environment = environmentFor(options.folder);
-  pid_t child = 0;
-  const int failure = ::posix_spawn(&child, options.daemon.c_str(), &actions, &attributes,
-                                    pointersTo(arguments).data(), pointersTo(environment).data());
-  ::posix_spawnattr_destroy(&attributes);
-  ::posix_spawn_file_actions_destroy(&actions);
-  if (failure == 0) return child;
+  // Closed by the start of the daemon; else the reason comes through it.
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    becomeDaemon(errorLog, arguments, environmentFor(options.folder));
+    const int failure = errno;
+    static_cast<void>(::write(ends[1], &failure, sizeof failure));
+    ::_exit(127);
+  }
+  ::close(ends[1]);
+  int failure = 0;
+  const bool started = child > 0 && ::read(ends[0], &failure, sizeof failure) == 0;
+  ::close(ends[0]);
+  if (started) return child;
+  if (child > 0) static_cast<void>(::waitpid(child, nullptr, 0));
   complain("cannot start " + options.daemon + ": " + std::strerror(failure));
   return std::nullopt;
 }

@@ -14,13 +14,12 @@
 
 #include "dump_import/dump_import.h"
 #include "live_view/live_view.h"
-#include "platform/virtual/faults.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/models.h"
+#include "vmac/change_words.h"
 #include "vmac/launch_service.h"
 #include "vmac/machine_text.h"
-#include "vmac/settings_words.h"
 
 namespace brisko::vmac {
 namespace {
@@ -38,6 +37,11 @@ constexpr int misused = 2;
 int complain(const std::string& text) {
   static_cast<void>(std::fprintf(stderr, "brisko-vmac: %s\n", text.c_str()));
   return failed;
+}
+
+int misuse(const std::string& text) {
+  static_cast<void>(complain(text));
+  return misused;
 }
 
 void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
@@ -245,15 +249,14 @@ void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folde
   unplug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::unplug)}); }; });
 }
 
-int setWords(const std::string& folder, const std::vector<std::string>& words) {
+// Changes said in words of one kind; all of them, or none when one is wrong.
+using Parse = std::optional<Change> (*)(std::string_view, std::string&);
+int applyWords(const std::string& folder, const std::vector<std::string>& words, Parse parse) {
   std::vector<Change> changes;
   for (const std::string& word : words) {
     std::string reason;
-    const auto change = parseSetting(word, reason);
-    if (!change) {
-      static_cast<void>(complain(reason));
-      return misused;
-    }
+    const auto change = parse(word, reason);
+    if (!change) return misuse(reason);
     changes.push_back(*change);
   }
   return applyChanges(folder, changes);
@@ -264,14 +267,8 @@ void addSet(CLI::App& program, std::function<int()>& chosen, std::string& folder
   CLI::App* command = program.add_subcommand("set", "change the battery or the weather");
   command->add_option("folder", folder)->required();
   command->add_option("settings", words, "NAME=NUMBER …")->required();
-  std::string names = "Names:\n";
-  for (const SettingWord& word : settingWords()) {
-    std::string name(word.name);
-    name.resize(std::max<std::size_t>(name.size(), 14), ' ');
-    names += "  " + name + std::string(word.meaning) + "\n";
-  }
-  command->footer(names);
-  command->callback([&] { chosen = [&] { return setWords(folder, words); }; });
+  command->footer(settingList());
+  command->callback([&] { chosen = [&] { return applyWords(folder, words, parseSetting); }; });
 }
 
 void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
@@ -286,71 +283,38 @@ void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& fold
   });
 }
 
-int writeKeys(const std::string& folder, const std::vector<std::string>& writes) {
-  std::vector<Change> changes;
-  for (const std::string& text : writes) {
-    std::string reason;
-    const auto change = parseKeyBytes(text, reason);
-    if (!change) {
-      static_cast<void>(complain(reason));
-      return misused;
-    }
-    changes.push_back(*change);
-  }
-  return applyChanges(folder, changes);
-}
-
 void addKey(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::vector<std::string> writes;
   CLI::App* command = program.add_subcommand("key", "write keys of the controller, as somebody else would");
   command->add_option("folder", folder)->required();
   command->add_option("writes", writes, "KEY=HEX …")->required();
-  command->callback([&] { chosen = [&] { return writeKeys(folder, writes); }; });
+  command->callback([&] { chosen = [&] { return applyWords(folder, writes, parseKeyWrite); }; });
 }
 
 // ---------------------------------------------------------------------------------------------------------
 
-struct WishedFault {
-  std::string name;
-  std::string key;
-  std::string number;
-};
-
-int applyFault(const std::string& folder, const WishedFault& wish) {
-  std::optional<double> number;
-  if (!wish.number.empty()) {
-    number = parseNumber(wish.number);
-    if (!number) {
-      static_cast<void>(complain("\"" + wish.number + "\" is not a number"));
-      return misused;
-    }
-  }
-  std::string reason;
-  const auto change = virtual_mac::faultChange(wish.name, wish.key, number, reason);
-  if (!change) {
-    static_cast<void>(complain(reason));
-    return misused;
-  }
-  return applyChanges(folder, {*change});
-}
-
-int listFaults() {
-  for (const auto& fault : virtual_mac::faults()) {
-    print(std::string(fault.name) + "\n    " + std::string(fault.reason) + "\n");
-  }
-  return done;
-}
-
 void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
-  static WishedFault wish;
-  CLI::App* command = program.add_subcommand("fault", "do something unkind that happens to real Macs");
+  static std::string name;
+  static Said said;
+  CLI::App* command = program.add_subcommand("fault", "let something happen that happens to real Macs");
   command->add_option("folder", folder)->required();
-  command->add_option("name", wish.name, "one that \"faults\" lists")->required();
-  command->add_option("--key", wish.key, "the controller's key, or the property, that it concerns");
-  command->add_option("--number", wish.number);
-  command->callback([&] { chosen = [&] { return applyFault(folder, wish); }; });
-  program.add_subcommand("faults", "list what may go wrong, and why that is believable")->callback([&chosen] {
-    chosen = listFaults;
+  command->add_option("name", name, "one that \"faults\" lists")->required();
+  command->add_option("--key", said.key, "the controller's key that it concerns");
+  command->add_option("--number", said.number);
+  command->add_option("--bytes", said.bytes, "in hexadecimal");
+  command->add_option("--property", said.property, "of the registry");
+  command->callback([&] {
+    chosen = [&] {
+      std::string reason;
+      const auto change = changeOf(name, said, reason);
+      return change ? applyChanges(folder, {*change}) : misuse(reason);
+    };
+  });
+  program.add_subcommand("faults", "list what can happen, and why that is believable")->callback([&chosen] {
+    chosen = [] {
+      print(faultList());
+      return done;
+    };
   });
 }
 

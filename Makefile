@@ -1,0 +1,45 @@
+# The plain front: each command installs what is missing, configures and builds by itself.
+# Programs land in build/release/.
+
+.DEFAULT_GOAL := help
+.PHONY: help demo test bench format tidy coverage release
+
+help:
+	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
+	@echo 'make test      everything that is tested: format, both compilers, sanitizers, clang-tidy'
+	@echo 'make bench     speed and memory, each beside its target'
+	@echo 'make release   build the programs into build/release/'
+	@echo 'make format    bring the C++ files into the format'
+	@echo 'make tidy      clang-tidy alone'
+	@echo 'make coverage  which lines of src/ no test runs'
+
+demo: configured
+	@cmake --build build/release --target brisko-daemon brisko-vmac brisko-demo
+	@build/release/brisko-demo
+
+bench: configured
+	@cmake --build build/release --target benchmarks
+	@build/release/brisko-bench
+
+release: configured
+	@cmake --build build/release
+
+test:
+	@scripts/test.sh
+
+format:
+	@scripts/install-dependencies.sh checks
+	@scripts/format.sh
+
+tidy:
+	@scripts/install-dependencies.sh checks
+	@cmake --preset asan
+	@scripts/tidy.sh build/asan
+
+coverage:
+	@scripts/coverage.sh
+
+.PHONY: configured
+configured:
+	@scripts/install-dependencies.sh
+	@cmake --preset release

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Runs all tests in a build that counts, and shows what of src/ they reach: regions, functions, lines and
+# branches for each folder, then every line that no test runs. Lives that end by _exit, abort or kill -9 count
+# too, since the counters lie in the mapped profile files.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-dependencies.sh checks
+unset BRISKO_VIRTUAL_MAC BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE
+
+build=$PWD/build/coverage
+cmake --preset coverage
+cmake --build "$build" --parallel "$(nproc)"
+
+rm -rf "$build/profiles"
+mkdir "$build/profiles"
+# Every program has a pool of four files: many processes share them, so that thousands of lives stay four.
+status=0
+LLVM_PROFILE_FILE="$build/profiles/%c%4m.profraw" ctest --preset coverage --parallel "$(nproc)" --no-tests=error ||
+  status=$?
+
+llvm-profdata-14 merge --sparse --output "$build/tests.profdata" "$build"/profiles/*.profraw
+
+programs=()
+for program in "$build"/brisko-*; do
+  [[ -f $program && -x $program ]] && programs+=(--object "$program")
+done
+# The first program stands without --object.
+inputs=("${programs[@]:1}" --instr-profile "$build/tests.profdata")
+
+echo
+printf '%-28s %9s %9s %9s %9s\n' folder regions functions lines branches
+while read -r folder; do
+  llvm-cov-14 report "${inputs[@]}" --show-branch-summary "$folder"/*.cpp "$folder"/*.h 2>/dev/null |
+    awk -v folder="${folder#"$PWD"/}" '$1 == "TOTAL" { printf "%-28s %9s %9s %9s %9s\n", folder, $4, $7, $10, $13 }'
+done < <(find "$PWD/src" -name '*.cpp' -printf '%h\n' | LC_ALL=C sort -u)
+llvm-cov-14 report "${inputs[@]}" --show-branch-summary "$PWD/src" |
+  awk '$1 == "TOTAL" { printf "%-28s %9s %9s %9s %9s\n", "all of src", $4, $7, $10, $13 }'
+
+echo
+echo 'Lines that no test runs:'
+llvm-cov-14 export "${inputs[@]}" --format=lcov "$PWD/src" | awk -v root="$PWD/" '
+  function flush() {
+    if (first) text = text (text == "" ? "" : ", ") (first == last ? first : first "-" last)
+    first = 0
+  }
+  /^SF:/ { file = substr($0, 4); sub(root, "", file); text = ""; first = 0 }
+  /^DA:/ {
+    split(substr($0, 4), data, ",")
+    if (data[2] > 0) { flush() }
+    else if (first) { last = data[1] }
+    else { first = last = data[1] }
+  }
+  /^end_of_record/ { flush(); if (text != "") { print "  " file ": " text; any = 1 } }
+  END { if (!any) print "  none" }'
+
+exit $status

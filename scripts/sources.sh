@@ -1,0 +1,10 @@
+# Meant to be sourced. Lists our own C++ files, as paths from the project's folder.
+# shellcheck shell=bash
+
+own_sources() {
+  local folders=() folder
+  for folder in src tools tests benchmarks; do
+    [[ -d $folder ]] && folders+=("$folder")
+  done
+  find "${folders[@]}" -type f \( -name '*.h' -o -name '*.cpp' -o -name '*.mm' \) | LC_ALL=C sort
+}

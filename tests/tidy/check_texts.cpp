@@ -1,0 +1,122 @@
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "tidy/cpp_text.h"
+#include "tidy/tree_check.h"
+
+namespace brisko::test {
+namespace {
+
+// ---------------------------------------------------------------------------------------------------------
+// Characters
+
+// Written in pieces, so that this file does not find itself.
+const std::array<std::string, 2> signs = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
+const std::array<std::string, 2> wideBlanks = {std::string("\xC2") + "\xA0",
+                                               std::string("\xE2\x80") + "\xAF"};
+constexpr std::string_view variationSelector = "\xEF\xB8\x8F";
+
+bool hasBareSign(std::string_view text) {
+  for (const std::string& sign : signs) {
+    for (std::size_t at = text.find(sign); at != std::string_view::npos; at = text.find(sign, at + 1)) {
+      if (!text.substr(at + sign.size()).starts_with(variationSelector)) return true;
+    }
+  }
+  return false;
+}
+
+bool hasWideBlank(std::string_view text) {
+  return std::any_of(wideBlanks.begin(), wideBlanks.end(),
+                     [&](const std::string& blank) { return text.find(blank) != std::string_view::npos; });
+}
+
+// The lines as they stand in the file, each with the literals that begin in it as the compiler reads them.
+std::vector<std::string> linesWithLiterals(const std::string& path, const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  if (!isCpp(path)) return lines;
+  for (const Literal& literal : takeApart(text).literals)
+    lines[lineOf(text, literal.offset) - 1] += ' ' + literal.text;
+  return lines;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Words
+
+// Written in pieces, so that this file does not find itself.
+const std::array<std::string, 4> outsideWords = {std::string("sp") + "ec", std::string("sp") + "ecs",
+                                                 std::string("sp") + "ecification",
+                                                 std::string("sp") + "ecifications"};
+
+bool isLetter(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+std::string inSmallLetters(std::string_view word) {
+  std::string result(word);
+  for (char& character : result) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+  }
+  return result;
+}
+
+// " 1.2", what follows the word in the number of a part.
+bool beginsWithPartNumber(std::string_view text) {
+  if (!text.starts_with(' ')) return false;
+  std::size_t at = 1;
+  while (at < text.size() && isDigit(text[at])) ++at;
+  return at > 1 && at + 1 < text.size() && text[at] == '.' && isDigit(text[at + 1]);
+}
+
+bool pointsOutside(std::string_view word, std::string_view rest) {
+  const std::string small = inSmallLetters(word);
+  if (std::find(outsideWords.begin(), outsideWords.end(), small) != outsideWords.end()) return true;
+  return (small == "part" || small == "parts") && beginsWithPartNumber(rest);
+}
+
+void findOutsideWords(const std::string& path, std::string_view text, Findings& findings) {
+  for (std::size_t begin = 0; begin < text.size();) {
+    std::size_t end = begin;
+    while (end < text.size() && isLetter(text[end])) ++end;
+    const std::string_view word = text.substr(begin, end - begin);
+    if (pointsOutside(word, text.substr(end))) {
+      findings.push_back(place(path, lineOf(text, begin)) + "\"" + std::string(word) +
+                         "\" points to a paper that is not in the tree; give the reason itself");
+    }
+    begin = std::max(end, begin + 1);
+  }
+}
+
+}  // namespace
+
+Findings checkCharacters(const Tree& tree) {
+  Findings findings;
+  for (const auto& [path, text] : tree) {
+    const std::vector<std::string> lines = linesWithLiterals(path, text);
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+      if (hasBareSign(lines[index])) {
+        findings.push_back(place(path, index + 1) +
+                           "U+26A0 or U+26D4 without U+FE0F; put it right after the sign");
+      }
+      if (path.starts_with("src/") && hasWideBlank(lines[index])) {
+        findings.push_back(place(path, index + 1) + "U+00A0 or U+202F; write the plain blank");
+      }
+    }
+  }
+  return findings;
+}
+
+Findings checkWords(const Tree& tree) {
+  Findings findings;
+  for (const auto& [path, text] : tree) {
+    findOutsideWords(path, path, findings);
+    findOutsideWords(path, text, findings);
+  }
+  return findings;
+}
+
+}  // namespace brisko::test

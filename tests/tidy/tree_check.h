@@ -1,0 +1,35 @@
+// tests/tidy/tree_check.h
+// The habits of this project that can be read off its files. Each check takes the whole tree and returns what
+// it found; every finding says what to do.
+#pragma once
+
+#include "tidy/tree.h"
+
+namespace brisko::test {
+
+// Includes point downwards on the floors of tests/tidy/floors.txt, and never in a circle; only the virtual
+// Mac itself, the programs beside the daemon, the tests and the benchmarks reach into platform/virtual.
+[[nodiscard]] Findings checkFloors(const Tree& tree);
+
+// A source includes its own header before anything else, so that every header stands by itself.
+[[nodiscard]] Findings checkOwnHeaderFirst(const Tree& tree);
+
+// The keys that control charging are named in hardware/, native/ and the orderly exit alone.
+[[nodiscard]] Findings checkChargeKeys(const Tree& tree);
+
+// Nothing in src/ outside the platform folder names a clock, a sleep, chance, or a platform.
+[[nodiscard]] Findings checkSeam(const Tree& tree);
+
+// Nothing in src/ outside platform/virtual asks whether the machine is a virtual one.
+[[nodiscard]] Findings checkSimulationUnknown(const Tree& tree);
+
+// U+26A0 and U+26D4 carry their variation selector everywhere, and src/ has no blank but the plain one.
+[[nodiscard]] Findings checkCharacters(const Tree& tree);
+
+// The tree explains itself: no file leans on a paper that its reader does not have.
+[[nodiscard]] Findings checkWords(const Tree& tree);
+
+// docs/log.md explains every line that the daemon writes, and none that it does not.
+[[nodiscard]] Findings checkLogLines(const Tree& tree);
+
+}  // namespace brisko::test

@@ -1,0 +1,421 @@
+#include "tidy/tree_check.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+// The checks themselves, on small trees made up for them: each must find what it is for, and nothing else.
+namespace brisko::test {
+namespace {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Key;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
+// A tree in a temporary folder.
+class MadeUpTree {
+ public:
+  MadeUpTree() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "brisko-tree-XXXXXX").string();
+    folder_ = mkdtemp(pattern.data());
+  }
+  ~MadeUpTree() {
+    std::error_code error;
+    std::filesystem::remove_all(folder_, error);
+  }
+  MadeUpTree(const MadeUpTree&) = delete;
+  MadeUpTree& operator=(const MadeUpTree&) = delete;
+
+  MadeUpTree& file(const std::string& path, const std::string& text) {
+    const std::filesystem::path full = std::filesystem::path(folder_) / path;
+    std::filesystem::create_directories(full.parent_path());
+    std::ofstream(full, std::ios::binary) << text;
+    return *this;
+  }
+
+  [[nodiscard]] Tree read() const { return readTree(folder_); }
+
+ private:
+  std::string folder_;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
+  MadeUpTree tree;
+  tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/core/log.cpp", "d");
+  tree.file("build/release/x.h", "e")
+      .file(".git/config", "f")
+      .file("docs/picture.png", std::string("g\0h", 3));
+
+  EXPECT_THAT(tree.read(), UnorderedElementsAre(Key("README.md"), Key(".clang-tidy"), Key(".ci/run"),
+                                                Key("src/core/log.cpp")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+const std::string floors =
+    "# floor  files\n"
+    "0  core/checked core/volume_path policy/tick_state\n"
+    "1  core/log core/settings\n"
+    "2  hardware/smc\n";
+
+TEST(Floors, letIncludesPointDownwardsAndAcrossInsideAFolder) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/platform/clock.h", "").file("src/core/checked.h", "");
+  tree.file("src/core/settings.h", "");
+  tree.file("src/core/log.h", "#include \"core/settings.h\"\n");
+  tree.file("src/core/volume_path.h", "#include \"platform/clock.h\"\n");
+  tree.file("src/hardware/smc.cpp",
+            "#include <vector>\n#include \"core/log.h\"\n#include \"core/checked.h\"\n"
+            "#include \"platform/clock.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+}
+
+TEST(Floors, refuseAnIncludeThatPointsUpwards) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/core/settings.h", "");
+  tree.file("src/core/checked.cpp", "// why\n#include \"core/settings.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(AllOf(StartsWith("src/core/checked.cpp:2: "),
+                                                          HasSubstr("upwards (floor 0 to 1)"))));
+}
+
+TEST(Floors, refuseAnotherFolderOnTheSameFloor) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/policy/tick_state.h", "");
+  tree.file("src/core/checked.h", "#include \"policy/tick_state.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("another folder on its own floor")));
+}
+
+TEST(Floors, letTheSeamKnowNothingAboveItself) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/core/checked.h", "");
+  tree.file("src/platform/clock.h", "#include \"core/checked.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("upwards (floor -1 to 0)")));
+}
+
+TEST(Floors, letWhatImplementsTheSeamUseTheLowestFloorAlone) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/core/checked.h", "").file("src/core/log.h", "");
+  tree.file("src/platform/clock.h", "").file("src/platform/virtual/machine.h", "");
+  tree.file("src/platform/virtual/live/clock.cpp",
+            "#include \"platform/clock.h\"\n#include \"core/checked.h\"\n"
+            "#include \"platform/virtual/machine.h\"\n");
+  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+
+  tree.file("src/platform/virtual/machine.cpp", "#include \"core/log.h\"\n");
+  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("knows nothing above floor 0")));
+}
+
+TEST(Floors, refuseTheVirtualMacInTheDaemonButNotInToolsTestsAndBenchmarks) {
+  const std::string reach = "#include \"platform/virtual/machine.h\"\n";
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/platform/virtual/machine.h", "");
+  tree.file("tools/vmac/main.cpp", reach)
+      .file("tests/core/log.cpp", reach)
+      .file("benchmarks/tick.cpp", reach);
+  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+
+  tree.file("src/core/log.cpp", reach).file("src/platform/value.cpp", reach);
+  tree.file("src/platform/macos/clock.cpp", reach);
+  EXPECT_THAT(checkFloors(tree.read()), UnorderedElementsAre(StartsWith("src/core/log.cpp:1: "),
+                                                             StartsWith("src/platform/value.cpp:1: "),
+                                                             StartsWith("src/platform/macos/clock.cpp:1: ")));
+}
+
+TEST(Floors, refuseAFileOnNoFloorOrOnTwo) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", "0 core/checked\n1 core/checked\n").file("src/core/new.cpp", "");
+
+  EXPECT_THAT(
+      checkFloors(tree.read()),
+      ElementsAre(AllOf(StartsWith("tests/tidy/floors.txt:2: "), HasSubstr("core/checked stands on two")),
+                  AllOf(StartsWith("src/core/new.cpp: "), HasSubstr("stands on no floor"))));
+}
+
+TEST(Floors, refuseALineWithoutANumberAndATreeWithoutTheList) {
+  EXPECT_THAT(checkFloors(MadeUpTree().file("tests/tidy/floors.txt", "core/log\n").read()),
+              ElementsAre(HasSubstr("begins with the number of a floor")));
+  EXPECT_THAT(checkFloors(MadeUpTree().read()), ElementsAre(HasSubstr("it is missing")));
+}
+
+TEST(Floors, refuseAnIncludeThatIsNotWrittenFromTheSourceFolderOn) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors).file("src/core/log.h", "");
+  tree.file("src/core/log.cpp", "#include \"log.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("write the path from src/ on")));
+}
+
+TEST(Floors, refuseACircle) {
+  MadeUpTree tree;
+  tree.file("tests/tidy/floors.txt", floors);
+  tree.file("src/core/log.h", "#include \"core/settings.h\"\n");
+  tree.file("src/core/settings.h", "#include \"core/log.h\"\n");
+
+  EXPECT_THAT(checkFloors(tree.read()),
+              ElementsAre(StartsWith("src/core/log.h → src/core/settings.h → src/core/log.h: a circle")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(OwnHeader, comesFirst) {
+  MadeUpTree tree;
+  tree.file("src/core/log.h", "")
+      .file("src/core/log.cpp", "// why\n#include \"core/log.h\"\n#include <string>\n");
+  tree.file("tests/support/life.h", "").file("tests/support/life.cpp", "#include \"support/life.h\"\n");
+  tree.file("src/core/main.cpp", "#include <string>\n");
+  EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
+
+  tree.file("src/core/log.cpp", "#include <string>\n#include \"core/log.h\"\n");
+  EXPECT_THAT(checkOwnHeaderFirst(tree.read()),
+              ElementsAre(StartsWith("src/core/log.cpp:1: its own header")));
+
+  tree.file("src/core/log.cpp", "int x;\n");
+  EXPECT_THAT(checkOwnHeaderFirst(tree.read()),
+              ElementsAre(StartsWith("src/core/log.cpp:1: its own header")));
+}
+
+TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
+  MadeUpTree tree;
+  tree.file("src/platform/clock.h", "");
+  tree.file("src/platform/virtual/live/clock.cpp", "#include \"platform/clock.h\"\n");
+  EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
+
+  tree.file("src/platform/virtual/live/clock.cpp", "#include <time.h>\n#include \"platform/clock.h\"\n");
+  EXPECT_THAT(
+      checkOwnHeaderFirst(tree.read()),
+      ElementsAre(StartsWith("src/platform/virtual/live/clock.cpp:1: its own header src/platform/clock.h")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
+  const std::string text = "const char* key = \"CHTE\";\n";
+  MadeUpTree tree;
+  tree.file("src/hardware/charge_gate.cpp", text).file("src/native/native_limit.cpp", text);
+  tree.file("src/core/orderly_exit.cpp", text).file("src/platform/virtual/exchange.cpp", text);
+  tree.file("tools/vmac/main.cpp", text).file("tests/hardware/charge_gate.cpp", text);
+  tree.file("src/core/start_up.cpp", "// CHTE is the newer key.\nread(\"AC-W\");\n");
+
+  EXPECT_THAT(checkChargeKeys(tree.read()), IsEmpty());
+}
+
+TEST(ChargeKeys, areFoundAnywhereElse) {
+  for (const std::string key : {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0", "bfE0", "CHIE", "CH0I", "CH0J"}) {
+    MadeUpTree tree;
+    tree.file("src/policy/charge_state.cpp", "\nwrite(\"via " + key + "\");\n");
+
+    EXPECT_THAT(checkChargeKeys(tree.read()),
+                ElementsAre(AllOf(StartsWith("src/policy/charge_state.cpp:2: "), HasSubstr(key))));
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(Seam, leavesNamesInCommentsTextsAndMembersAlone) {
+  MadeUpTree tree;
+  tree.file("src/policy/evaluation.cpp",
+            "// No time() and no IOKit here.\n#include <string>\n#include \"platform/clock.h\"\n"
+            "log(\"time(0)\"); record.time(); double time = 0; platform::pause(3); NSx y; CFG z;\n");
+  tree.file("src/platform/virtual/live/clock.cpp", "#include <uv.h>\nclock_gettime(0, 0);\n");
+  tree.file("tools/vmac/main.cpp", "getenv(\"HOME\");\n");
+
+  EXPECT_THAT(checkSeam(tree.read()), IsEmpty());
+}
+
+TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
+  for (const std::string line : {"std::chrono::system_clock::now();",
+                                 "std::chrono::steady_clock::now();",
+                                 "clock_gettime(a, b);",
+                                 "time(nullptr);",
+                                 "std::time(nullptr);",
+                                 "sleep(1);",
+                                 "usleep(1);",
+                                 "nanosleep(a, b);",
+                                 "std::this_thread::sleep_for(x);",
+                                 "rand();",
+                                 "getenv(x);",
+                                 "geteuid();",
+                                 "#ifdef __APPLE__",
+                                 "#if defined(__linux__)",
+                                 "IOServiceMatching(x);",
+                                 "CFRelease(x);",
+                                 "return kIOReturnSuccess;",
+                                 "dispatch_async(x);",
+                                 "inotify_init();",
+                                 "#include <IOKit/IOKitLib.h>",
+                                 "#include <sys/epoll.h>",
+                                 "#include <uv.h>"}) {
+    MadeUpTree tree;
+    tree.file("src/policy/evaluation.cpp", "\n\n" + line + "\n");
+
+    EXPECT_THAT(checkSeam(tree.read()), Contains(StartsWith("src/policy/evaluation.cpp:3: "))) << line;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
+  MadeUpTree tree;
+  tree.file("src/platform/virtual/machine.h", "namespace virtual_mac {}\n");
+  tree.file("tools/vmac/main.cpp", "using namespace virtual_mac; setenv(\"BRISKO_VIRTUAL_MAC\");\n");
+  tree.file("src/core/volume_path.cpp", "platform::volumeRoot();\n");
+  tree.file("src/platform/host.h", "const std::string& volumeRoot();\n");
+  tree.file("src/core/log.cpp", "// On a virtual Mac (virtual_mac) the path moves.\n");
+
+  EXPECT_THAT(checkSimulationUnknown(tree.read()), IsEmpty());
+}
+
+TEST(Simulation, isAskedForNowhereElse) {
+  for (const std::string line :
+       {"virtual_mac::attachedMachine();", "environment(\"BRISKO_VIRTUAL_MAC\");",
+        "if (platform::volumeRoot().empty()) {}", "if (isVirtual()) {}", "if (host.isSimulated) {}"}) {
+    MadeUpTree tree;
+    tree.file("src/core/entry.cpp", "\n" + line + "\n");
+
+    EXPECT_THAT(checkSimulationUnknown(tree.read()), ElementsAre(StartsWith("src/core/entry.cpp:2: ")))
+        << line;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+// In pieces, for the sake of the check of this very file.
+const std::string bareSign = std::string("\xE2\x9A") + "\xA0";
+const std::string bareStop = std::string("\xE2\x9B") + "\x94";
+const std::string selector = "\xEF\xB8\x8F";
+const std::string backslash = "\\";
+
+TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
+  MadeUpTree tree;
+  tree.file("src/core/log.cpp", "log(\"" + bareSign + selector + " hot, 80 %\");\n");
+  tree.file("src/core/entry.cpp", "log(\"" + backslash + "u26D4" + backslash + "uFE0F stop\");\n");
+  tree.file("docs/log.md", bareStop + selector + "\n");
+
+  EXPECT_THAT(checkCharacters(tree.read()), IsEmpty());
+}
+
+TEST(Characters, areFoundWhenASignLacksItsSelector) {
+  MadeUpTree tree;
+  tree.file("src/core/log.cpp", "\nlog(\"" + bareSign + " hot\");\n");
+  tree.file("tests/core/log.cpp", "log(\"" + backslash + "u26D4 stop\");\n");
+  tree.file("docs/log.md", "fine " + bareStop + selector + ", bare " + bareStop + "\n");
+
+  EXPECT_THAT(checkCharacters(tree.read()),
+              UnorderedElementsAre(StartsWith("src/core/log.cpp:2: "), StartsWith("tests/core/log.cpp:1: "),
+                                   StartsWith("docs/log.md:1: ")));
+}
+
+TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
+  MadeUpTree tree;
+  tree.file("src/core/a.cpp", "log(\"80" + std::string("\xC2") + "\xA0%\");\n");
+  tree.file("src/core/b.cpp", "\n// 80" + std::string("\xE2\x80") + "\xAF%\n");
+  tree.file("src/core/c.cpp", "log(\"80" + backslash + "u00A0%\");\n");
+  tree.file("docs/log.md", "80" + std::string("\xC2") + "\xA0%\n");
+
+  EXPECT_THAT(checkCharacters(tree.read()),
+              UnorderedElementsAre(StartsWith("src/core/a.cpp:1: "), StartsWith("src/core/b.cpp:2: "),
+                                   StartsWith("src/core/c.cpp:1: ")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+const std::string paper = std::string("sp") + "ec";
+
+TEST(Words, mayBeOrdinaryOnes) {
+  MadeUpTree tree;
+  tree.file("README.md", "A special, specific case. Specified in part by the user; part 2 of 3. parts.\n");
+
+  EXPECT_THAT(checkWords(tree.read()), IsEmpty());
+}
+
+TEST(Words, mayNotPointToPapersOutsideTheTree) {
+  const std::string number = " 2.2";
+  for (const std::string& text : std::vector<std::string>{
+           "as the " + paper + " says", paper + ".md", "The S" + paper.substr(1) + "ification",
+           "see Part" + number, "(Parts" + number + ", 3.1)", "part" + number}) {
+    MadeUpTree tree;
+    tree.file("docs/files.md", "\n" + text + "\n");
+
+    EXPECT_THAT(checkWords(tree.read()), ElementsAre(StartsWith("docs/files.md:2: "))) << text;
+  }
+}
+
+TEST(Words, areReadInTheNamesOfFilesToo) {
+  MadeUpTree tree;
+  tree.file("docs/" + paper + ".md", "text\n");
+
+  EXPECT_THAT(checkWords(tree.read()), ElementsAre(HasSubstr(paper + ".md:1: ")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+const std::string logSource =
+    "log(\"stats reset\");\n"
+    "log(\"→ state: \" + name);\n"
+    "log(\"cap \" + (on ? percent : \"off\") + \"  batt \" + pct + \"%\");\n"
+    "write(\"" +
+    bareStop + selector + " Could not open it.\\n\");\n";
+const std::string logDocument =
+    "# The log\n\nStandard error, `in passing`:\n\n"
+    "- `stats reset`\n  You asked for it.\n"
+    "- `→ state: <allow, hold or discharge>`\n"
+    "- `cap <limit, or off>  batt …%`\n"
+    "- `" +
+    bareStop + selector + " Could not open it.`\n";
+
+TEST(LogLines, areDocumentedWithTheirVariableParts) {
+  MadeUpTree tree;
+  tree.file("src/core/log.cpp", logSource + "std::log(x + \"deep\"); other(\"quiet\"); log(line);\n");
+  tree.file("docs/log.md", logDocument);
+
+  EXPECT_THAT(checkLogLines(tree.read()), IsEmpty());
+}
+
+TEST(LogLines, areFoundWhenTheDocumentLacksThem) {
+  for (const std::string line : {"log(\"stats\");", "log(\"stats reset twice\");",
+                                 "log(prefix + \" reset\");", "log(f(a, b) + \"(TopUp)\");"}) {
+    MadeUpTree tree;
+    tree.file("docs/log.md", logDocument).file("src/core/log.cpp", logSource + line + "\n");
+
+    EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(StartsWith("src/core/log.cpp:5: "))) << line;
+  }
+}
+
+TEST(LogLines, beginWithASignWhereverTheyAreWritten) {
+  MadeUpTree tree;
+  tree.file("docs/log.md", logDocument);
+  tree.file("src/core/log.cpp", logSource + "const char* text = \"" + bareSign + selector + " heat\";\n");
+
+  EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(HasSubstr(" heat\" is in no line of docs/log.md")));
+}
+
+TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
+  MadeUpTree tree;
+  tree.file("src/core/log.cpp", logSource)
+      .file("docs/log.md", logDocument + "- `Signal <number>: exiting.`\n");
+
+  EXPECT_THAT(checkLogLines(tree.read()),
+              ElementsAre(AllOf(StartsWith("docs/log.md:10: "), HasSubstr("\": exiting.\""))));
+}
+
+TEST(LogLines, needTheDocument) {
+  EXPECT_THAT(checkLogLines(MadeUpTree().file("src/core/log.cpp", "").read()),
+              ElementsAre(HasSubstr("docs/log.md: it is missing")));
+}
+
+}  // namespace
+}  // namespace brisko::test

@@ -3,6 +3,8 @@
 // power sources, the capabilities, the temperature, and twice whether the adapter is there.
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include "core/json_file.h"
 #include "core/options.h"
 #include "core/volume_path.h"

@@ -37,8 +37,6 @@ constexpr const char* banner =
     "via ";
 constexpr const char* historyText = ", history /Library/Application Support/Brisko/history, state=";
 
-virtual_mac::Change change(ChangeKind kind, double number = 0) { return {.kind = kind, .number = number}; }
-
 std::string lineBeginning(const std::vector<std::string>& lines, const std::string& beginning) {
   for (const auto& line : lines) {
     if (line.starts_with(beginning)) return line;

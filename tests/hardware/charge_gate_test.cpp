@@ -362,8 +362,8 @@ TEST_F(ChteMac, saysWhenALeftoverCutCanNotBeUndone) {
 }
 
 TEST_F(ChteMac, leavesOtherValuesOfTheCutKeyAlone) {
-  for (const std::uint8_t value : {0, 1, 9, 255}) {
-    mac.keyBytes("CHIE", {value});
+  for (const int value : {0, 1, 9, 255}) {
+    mac.keyBytes("CHIE", {static_cast<std::uint8_t>(value)});
     EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
   }
   mac.removeKey("CHIE");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -28,8 +28,8 @@ std::string plain(double number) {
 }
 
 std::string rangeText(const Fault& fault) {
-  return "a number from " + plain(fault.least) + " to " + plain(fault.most) + " (" + std::string(fault.unit) +
-         ")";
+  return std::string("a number from ") + plain(fault.least) + " to " + plain(fault.most) + " (" +
+         std::string(fault.unit) + ")";
 }
 
 std::optional<std::uint8_t> hexByte(std::string_view digits) {
@@ -80,7 +80,7 @@ bool takeKey(const std::string& name, Change& change, std::string& reason) {
     change.key = virtual_mac::keyCode(name);
     return true;
   }
-  reason = "the name of a key has four characters, not \"" + name + "\"";
+  reason = std::string("the name of a key has four characters, not \"") + name + "\"";
   return false;
 }
 
@@ -107,7 +107,8 @@ std::string asksText(const Fault& fault) {
 std::optional<Change> changeOf(std::string_view name, const Said& said, std::string& reason) {
   const Fault* fault = virtual_mac::findFault(name);
   if (fault == nullptr) {
-    reason = "nothing is called \"" + std::string(name) + "\"; \"brisko-vmac faults\" lists what can happen";
+    reason = std::string("nothing is called \"") + std::string(name) +
+             "\"; \"brisko-vmac faults\" lists what can happen";
     return std::nullopt;
   }
   if (!saidWhatIsAsked(*fault, said, reason)) return std::nullopt;
@@ -115,7 +116,7 @@ std::optional<Change> changeOf(std::string_view name, const Said& said, std::str
   if (fault->asks.key && !takeKey(said.key, change, reason)) return std::nullopt;
   if (fault->asks.number && !takeNumber(*fault, said.number, change, reason)) return std::nullopt;
   if (fault->asks.bytes && !takeBytes(said.bytes, change)) {
-    reason = "\"" + said.bytes + "\" is not up to 32 bytes in hexadecimal";
+    reason = std::string("\"") + said.bytes + "\" is not up to 32 bytes in hexadecimal";
     return std::nullopt;
   }
   if (fault->asks.text) change.text = virtual_mac::shortText(said.property);
@@ -127,7 +128,7 @@ std::optional<Change> parseSetting(std::string_view text, std::string& reason) {
   const std::string_view name = text.substr(0, equals);
   const Fault* fault = virtual_mac::findFault(name);
   if (fault == nullptr || !asksNumberAlone(*fault)) {
-    reason = "there is nothing called \"" + std::string(name) + "\" to set";
+    reason = std::string("there is nothing called \"") + std::string(name) + "\" to set";
     return std::nullopt;
   }
   Said said;
@@ -140,7 +141,8 @@ std::optional<Change> parseKeyWrite(std::string_view text, std::string& reason) 
   said.key = text.substr(0, 4);
   if (text.size() > 5 && text[4] == '=') said.bytes = text.substr(5);
   auto change = changeOf("key-written", said, reason);
-  if (!change) reason = "\"" + std::string(text) + "\" is not of the form KEY=HEX, e.g. CHTE=01000000";
+  if (!change)
+    reason = std::string("\"") + std::string(text) + "\" is not of the form KEY=HEX, e.g. CHTE=01000000";
   return change;
 }
 

@@ -155,7 +155,7 @@ int makeNew(const NewMachine& wish) {
   if (wish.dump.empty()) {
     machine = virtual_mac::makeMachine(*virtual_mac::findModel(wish.model), optionsOf(wish));
   } else {
-    machine = dump_import::machineFromDump(wish.dump, optionsOf(wish), reason);
+    machine = machineFromDumpFile(wish.dump, optionsOf(wish), reason);
   }
   if (!machine) return complain(reason);
   setSpeed(*machine, wish.speed);

@@ -69,9 +69,10 @@ class Loop {
 
   void turn() {
     takeArrivals();
-    wait();
-    for (Work& work : virtual_mac::arrivedSignalWork()) queue_.add(uptime(), std::move(work));
     observeMachine();
+    wait();
+    if (stopped_) return;  // by a signal handler
+    for (Work& work : virtual_mac::arrivedSignalWork()) queue_.add(uptime(), std::move(work));
     if (virtual_mac::realSecondsUntilUptime(queue_.nextDue()) <= 0) queue_.runFirst(uptime);
   }
 
@@ -95,22 +96,6 @@ class Loop {
     if (ready > 0 || !nothingElse) ::uv_run(&uv_, UV_RUN_NOWAIT);
   }
 
-  // Real seconds until the first piece of work is due or the machine has something to say. The latter is
-  // found out on a copy, so that a machine with nothing to say causes no wake-up of its own.
-  double secondsToNextEvent() {
-    const double due = queue_.nextDue();
-    MachineStore* store = virtual_mac::attachedMachine();
-    if (store == nullptr) return virtual_mac::realSecondsUntilUptime(due);
-    *ahead_ = virtual_mac::readNow(*store, [](const Machine& machine) { return machine; });
-    const double dueIn = virtual_mac::realSecondsUntilUptime(due);
-    const double now = virtual_mac::machineTime(*ahead_);
-    const double outlook = std::min(dueIn * ahead_->speed, longestOutlook);
-    if (!(outlook > 0)) return dueIn;
-    const bool dueFirst = !virtual_mac::advanceToNotice(*ahead_, now + outlook);
-    if (dueFirst && outlook < longestOutlook) return dueIn;
-    return virtual_mac::realSecondsUntil(*ahead_, ahead_->now);
-  }
-
   // Brings the machine to this moment; what it has to say becomes work, its signals are raised.
   void observeMachine() {
     MachineStore* store = virtual_mac::attachedMachine();
@@ -123,9 +108,22 @@ class Loop {
       virtual_mac::advance(machine, virtual_mac::machineTime(machine));
       signals = std::exchange(machine.pendingSignals, 0);
       changed = virtual_mac::powerSourceChanged(machine);
+      *ahead_ = machine;
     }
     virtual_mac::raiseSignals(signals);
     if (changed) queue_.add(uptime(), virtual_mac::tellPowerSourceChange);
+  }
+
+  // Real seconds until the first piece of work is due or the machine has something to say. The latter is
+  // found out on a copy, so that a machine with nothing to say causes no wake-up of its own.
+  double secondsToNextEvent() {
+    const double dueIn = virtual_mac::realSecondsUntilUptime(queue_.nextDue());
+    if (virtual_mac::attachedMachine() == nullptr) return dueIn;
+    const double outlook = std::min(dueIn * ahead_->speed, longestOutlook);
+    if (!(outlook > 0)) return dueIn;  // also when time stands still
+    const bool notice = virtual_mac::advanceToNotice(*ahead_, virtual_mac::machineTime(*ahead_) + outlook);
+    if (!notice && outlook < longestOutlook) return dueIn;
+    return virtual_mac::realSecondsUntil(*ahead_, ahead_->now);
   }
 
   void listenForWakes(const std::string& folder) {

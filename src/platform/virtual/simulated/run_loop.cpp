@@ -36,6 +36,7 @@ void collectEvents() {
 
 void turn() {
   collectEvents();
+  if (loop().stopped) return;  // by a signal handler
   const double due = loop().queue.nextDue();
   const double dueTime = virtual_mac::timeAtUptime(due);
   // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.

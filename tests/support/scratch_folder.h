@@ -1,0 +1,26 @@
+// tests/support/scratch_folder.h
+// A folder of a test's own, removed with everything in it at the end. It lies in memory where the system has
+// such a place: whole lives write thousands of small files.
+#pragma once
+
+#include <string>
+
+namespace brisko::test {
+
+class ScratchFolder {
+ public:
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  [[nodiscard]] const std::string& path() const { return path_; }  // without a trailing slash
+
+ private:
+  std::string path_;
+};
+
+// An open file, for reading and appending, that has no name any more.
+[[nodiscard]] int namelessFile();
+
+}  // namespace brisko::test

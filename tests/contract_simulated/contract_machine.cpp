@@ -22,7 +22,7 @@ void ContractMachine::later(double seconds, const virtual_mac::Change& change) {
 virtual_mac::Machine ContractMachine::record() const { return inside_->mac.machine(); }
 
 void ContractMachine::setEnvironment(const std::string& name, const std::string& value) {
-  virtual_mac::simulatedHost().environment[name] = value;
+  virtual_mac::setEnvironment(name, value);
 }
 
 bool ContractMachine::timeIsExact() { return true; }

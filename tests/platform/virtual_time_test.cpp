@@ -180,6 +180,13 @@ TEST(VirtualTime, keepsTheRealComputerOut) {
   EXPECT_EQ(platform::volumeRoot(), mac.path(""));
 }
 
+TEST(VirtualTime, theExecutableCanLieElsewhereOrNowhere) {
+  virtual_mac::setExecutablePath("/usr/local/libexec/brisko-daemon");
+  EXPECT_EQ(platform::executablePath(), "/usr/local/libexec/brisko-daemon");
+  virtual_mac::setExecutablePath(std::nullopt);
+  EXPECT_FALSE(platform::executablePath().has_value());
+}
+
 TEST(VirtualTime, theUserCanBeAnotherThanRoot) {
   VirtualMac mac;
   mac.number(ChangeKind::userId, 501);

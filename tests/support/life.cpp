@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "core/entry.h"
+#include "platform/host.h"
 #include "platform/virtual/simulated/driver.h"
 #include "support/scratch_folder.h"
 
@@ -112,7 +113,7 @@ struct Life::Inside {
 };
 
 Life::Life(VirtualMac& mac, std::vector<std::string> arguments) : inside_(std::make_unique<Inside>(mac)) {
-  arguments.insert(arguments.begin(), virtual_mac::simulatedHost().executablePath.value_or("brisko-daemon"));
+  arguments.insert(arguments.begin(), platform::executablePath().value_or("brisko-daemon"));
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) giveUp("socketpair");
   // What is buffered here would be written twice.

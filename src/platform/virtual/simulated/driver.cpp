@@ -24,7 +24,6 @@ struct Driver {
   double horizon = never;
   std::function<double()> reached;
   std::function<void()> afterEvent;
-  SimulatedHost host;
   double bareNow = MachineOptions{}.startTime;  // the time without a machine
 };
 Driver& driver() {
@@ -60,8 +59,6 @@ void setHorizon(double horizon, std::function<double()> reached) {
 }
 
 void setAfterEvent(std::function<void()> afterEvent) { driver().afterEvent = std::move(afterEvent); }
-
-SimulatedHost& simulatedHost() { return driver().host; }
 
 MachineStore* attachedMachine() { return driver().store; }
 

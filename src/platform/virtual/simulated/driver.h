@@ -3,9 +3,7 @@
 // the host says of itself.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 
@@ -25,14 +23,11 @@ void setHorizon(double horizon, std::function<double()> reached);
 // Called after every event of the run loop, once the machine and the daemon are done with it. For invariants.
 void setAfterEvent(std::function<void()> afterEvent);
 
-// What platform/host.h answers in virtual time where the machine does not say: the same on every computer, so
-// that nothing of the real one gets into a file.
-struct SimulatedHost {
-  std::map<std::string, std::string, std::less<>> environment;  // the real one stays out
-  std::optional<std::string> executablePath = "/Applications/Brisko.app/Contents/MacOS/brisko-daemon";
-  std::int64_t processId = 501;
-};
-// The one of this process, to be changed before the daemon runs; children inherit it.
-[[nodiscard]] SimulatedHost& simulatedHost();
+// What platform/host.h answers where the machine does not say; children inherit it. Nothing of the real
+// computer is seen there but its temporary folder: no variable is set until a test sets it, the process
+// number is always the same, and the executable is the one in the app's bundle unless said otherwise (none:
+// it cannot be had).
+void setEnvironment(const std::string& name, const std::string& value);
+void setExecutablePath(std::optional<std::string> path);
 
 }  // namespace brisko::virtual_mac

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace brisko::test {
 
@@ -15,6 +16,7 @@ class ScratchFolder {
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
   [[nodiscard]] const std::string& path() const { return path_; }  // without a trailing slash
+  [[nodiscard]] std::string path(std::string_view name) const { return path_ + "/" + std::string(name); }
 
  private:
   std::string path_;

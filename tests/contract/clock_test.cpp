@@ -84,13 +84,9 @@ TEST(ClockContract, aClockThatIsSetDuringAPauseIsSetAfterIt) {
 }
 
 TEST(ClockContractDeathTest, aSignalThatNobodyHandlesEndsAPause) {
-  EXPECT_EXIT(
-      {
-        ContractMachine mac;
-        mac.later(2, {.kind = ChangeKind::signal, .number = SIGTERM});
-        pause(60);
-      },
-      ::testing::KilledBySignal(SIGTERM), "");
+  ContractMachine mac;
+  mac.later(2, {.kind = ChangeKind::signal, .number = SIGTERM});
+  EXPECT_EXIT(pause(60), ::testing::KilledBySignal(SIGTERM), "");
 }
 
 }  // namespace

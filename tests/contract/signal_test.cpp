@@ -1,6 +1,7 @@
 // What platform/run_loop.h promises of signals.
 
 #include <csignal>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -170,19 +171,19 @@ TEST(SignalContract, aSignalFromAnExchangeIsTakenOnceTheWorkIsDone) {
   EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
 }
 
+void exchangeTwice(SmcConnection connection) {
+  SmcRecord output;
+  (void)exchangeSmc(connection, {}, output);
+  std::fputs("first exchange done\n", stderr);
+  (void)exchangeSmc(connection, {}, output);
+  std::fputs("second exchange done\n", stderr);
+}
+
 TEST(SignalContractDeathTest, withoutAHandlerASignalEndsTheProcessRightAfterItsExchange) {
-  EXPECT_EXIT(
-      {
-        ContractMachine mac;
-        const SmcConnection connection = openSmc().connection;
-        mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGINT, .status = 2});
-        SmcRecord output;
-        (void)exchangeSmc(connection, {}, output);
-        std::fputs("first exchange done\n", stderr);
-        (void)exchangeSmc(connection, {}, output);
-        std::fputs("second exchange done\n", stderr);
-      },
-      ::testing::KilledBySignal(SIGINT), "^first exchange done\n$");
+  ContractMachine mac;
+  const SmcConnection connection = openSmc().connection;
+  mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGINT, .status = 2});
+  EXPECT_EXIT(exchangeTwice(connection), ::testing::KilledBySignal(SIGINT), "^first exchange done\n$");
 }
 
 TEST(SignalContract, aSignalThatCameBeforeTheControllerWasOpenedHitNobody) {

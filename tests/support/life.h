@@ -4,6 +4,7 @@
 // and its files, change them and go on; process-wide state is fresh in every life.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>

@@ -13,6 +13,7 @@
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/models.h"
+#include "support/scratch_folder.h"
 
 namespace brisko::test {
 
@@ -49,11 +50,11 @@ class VirtualMac {
   // The bytes that a read of the key shows now.
   [[nodiscard]] std::vector<std::uint8_t> key(std::string_view name) const;
 
-  // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE" and so on,
-  // when the journal keeps reads.
+  // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE", "info CHTE",
+  // "index CHTE", when the journal keeps reads. What did not succeed ends with "!".
   [[nodiscard]] Writes writes() const;
   [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const;
-  void keepReads();
+  void keepReads();  // from now on
   void forgetJournal();
 
   // Files on its volume, by their unmapped paths.
@@ -68,7 +69,7 @@ class VirtualMac {
 
  private:
   std::unique_ptr<virtual_mac::MachineStore> store_;
-  std::string folder_;
+  ScratchFolder volume_;
   std::uint64_t journalFrom_ = 0;
 };
 

@@ -18,8 +18,8 @@ class MachineStore {
   // Anonymous shared memory holding `machine`; survives fork() in parent and children alike.
   [[nodiscard]] static std::unique_ptr<MachineStore> inMemory(const Machine& machine);
 
-  // Makes `folder` (and its volume root) with `machine` in it. Null and a reason when the folder exists and
-  // is not empty, or cannot be made.
+  // Makes `folder` (and its volume root) with `machine` in it. Null and a reason (one clause, as it follows
+  // "brisko-vmac: ") when the folder exists and is not empty, or cannot be made.
   [[nodiscard]] static std::unique_ptr<MachineStore> create(const std::string& folder, const Machine& machine,
                                                             std::string& reason);
   // Opens the machine in `folder`. Null and a reason when it is missing, not ours, of another version or
@@ -67,15 +67,19 @@ class MachineStore {
   [[nodiscard]] Look look();
   [[nodiscard]] Update update();
 
-  [[nodiscard]] const std::string& folder() const;  // empty in memory
-  [[nodiscard]] std::string volumeRoot() const;     // folder + "/volume"; as set in memory
-  void setVolumeRoot(std::string root);             // in memory only
+  [[nodiscard]] const std::string& folder() const;      // empty in memory
+  [[nodiscard]] const std::string& volumeRoot() const;  // folder + "/volume"; as set in memory
+  void setVolumeRoot(std::string root);                 // in memory only
 
  private:
   MachineStore();
   struct Inside;
   std::unique_ptr<Inside> inside_;
 };
+
+// Makes the folders that a fresh Mac has below the root of its volume, as far as the daemon meets them, with
+// the app among them.
+[[nodiscard]] bool makeVolume(const std::string& root);
 
 // The store that the seam of this process works on. In virtual time a test or the lab attaches it before
 // anything else; live it is opened on first use from the folder that BRISKO_VIRTUAL_MAC names. Null: there is

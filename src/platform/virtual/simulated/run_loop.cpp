@@ -1,0 +1,77 @@
+#include "platform/run_loop.h"
+
+#include <cmath>
+#include <utility>
+
+#include "platform/virtual/machine_store.h"
+#include "platform/virtual/power_source_watch.h"
+#include "platform/virtual/signals.h"
+#include "platform/virtual/simulated/virtual_time.h"
+#include "platform/virtual/work_queue.h"
+
+namespace brisko::platform {
+
+namespace {
+
+// Exit hooks may still reach the loop, hence never destroyed.
+struct Loop {
+  virtual_mac::WorkQueue queue;
+  bool stopped = false;
+};
+Loop& loop() {
+  static Loop& kept = *new Loop;
+  return kept;
+}
+
+// Signals take effect here, and what the machine has to say becomes work.
+void collectEvents() {
+  virtual_mac::raiseMachineSignals();
+  virtual_mac::letPendingSignalsIn();
+  for (Work& work : virtual_mac::arrivedSignalWork()) postMain(std::move(work));
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store != nullptr && virtual_mac::powerSourceChanged(store->look().machine())) {
+    postMain(virtual_mac::tellPowerSourceChange);
+  }
+}
+
+void turn() {
+  collectEvents();
+  if (loop().stopped) return;  // by a signal handler
+  const double due = loop().queue.nextDue();
+  const double dueTime = virtual_mac::timeAtUptime(due);
+  // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
+  const bool awake = std::isfinite(dueTime);
+  if (awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow())) {
+    loop().queue.runFirst(virtual_mac::virtualUptime);
+    virtual_mac::afterEvent();
+  } else {
+    virtual_mac::passToward(dueTime);
+  }
+}
+
+}  // namespace
+
+void runMain() {
+  loop().stopped = false;
+  while (!loop().stopped) turn();
+}
+
+void stopMain() { loop().stopped = true; }
+
+TimerToken addRepeatingTimer(double intervalSeconds, Work work) {
+  return loop().queue.addTimer(virtual_mac::virtualUptime(), intervalSeconds, std::move(work));
+}
+
+void invalidateTimer(TimerToken token) { loop().queue.invalidateTimer(token); }
+
+void postMain(Work work) { loop().queue.add(virtual_mac::virtualUptime(), std::move(work)); }
+
+void postMainAfter(double seconds, Work work) {
+  loop().queue.add(virtual_mac::virtualUptime() + seconds, std::move(work));
+}
+
+void installSignalHandler(int signal, void (*handler)(int)) { virtual_mac::handleSignal(signal, handler); }
+
+void addSignalSource(int signal, Work work) { virtual_mac::noteSignal(signal, std::move(work)); }
+
+}  // namespace brisko::platform

@@ -1,0 +1,64 @@
+// What platform/host.h promises.
+
+#include "platform/host.h"
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "support/contract_machine.h"
+
+namespace brisko::platform {
+namespace {
+
+using test::ContractMachine;
+
+TEST(HostContract, runsTheMachinesSystem) {
+  const ContractMachine mac({.macOS = 15});
+  EXPECT_EQ(osMajor(), 15);
+}
+
+TEST(HostContract, isRootOnAVirtualMac) {
+  const ContractMachine mac;
+  EXPECT_EQ(effectiveUserId(), 0U);
+}
+
+TEST(HostContract, tellsAnUnsetVariableFromAnEmptyOne) {
+  ContractMachine mac;
+  mac.setEnvironment("BRISKO_TEST_EMPTY", "");
+  mac.setEnvironment("BRISKO_TEST_VALUE", "26");
+  EXPECT_EQ(environment("BRISKO_TEST_EMPTY"), "");
+  EXPECT_EQ(environment("BRISKO_TEST_VALUE"), "26");
+  EXPECT_FALSE(environment("BRISKO_TEST_UNSET").has_value());
+}
+
+TEST(HostContract, knowsTheRunningProgram) {
+  const ContractMachine mac;
+  const auto path = executablePath();
+  ASSERT_TRUE(path.has_value());
+  EXPECT_TRUE(std::filesystem::path(*path).is_absolute()) << *path;
+  EXPECT_GT(processId(), 0);
+}
+
+TEST(HostContract, hasAFolderForTemporaryFiles) {
+  const ContractMachine mac;
+  const std::string folder = temporaryDirectory();
+  EXPECT_TRUE(std::filesystem::is_directory(folder)) << folder;
+  EXPECT_NE(folder.back(), '/');
+}
+
+TEST(HostContract, hasAVolumeAsOnAFreshMac) {
+  const ContractMachine mac;
+  const std::string& root = volumeRoot();
+  EXPECT_NE(root.back(), '/');
+  EXPECT_TRUE(std::filesystem::is_directory(root + "/Library/Application Support"));
+  EXPECT_TRUE(std::filesystem::is_directory(root + "/Library/Logs"));
+  EXPECT_TRUE(std::filesystem::is_directory(root + "/Applications/Brisko.app"));
+  EXPECT_FALSE(std::filesystem::exists(root + "/Library/Application Support/Brisko"));
+  EXPECT_EQ(&volumeRoot(), &root);
+}
+
+TEST(HostContract, hasNoVolumeOfItsOwnWithoutAMachine) { EXPECT_EQ(volumeRoot(), ""); }
+
+}  // namespace
+}  // namespace brisko::platform

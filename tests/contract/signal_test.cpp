@@ -1,0 +1,201 @@
+// What platform/run_loop.h promises of signals.
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "platform/clock.h"
+#include "platform/run_loop.h"
+#include "platform/smc_service.h"
+#include "support/contract_machine.h"
+
+namespace brisko::platform {
+namespace {
+
+using test::ContractMachine;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+
+// Handlers are plain functions, so their story is told here. Every test has a process of its own.
+std::vector<std::string> gStory;
+
+void tell(int signal) { gStory.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"); }
+
+void tellAndStop(int signal) {
+  tell(signal);
+  stopMain();
+}
+
+bool isShutOut(int signal) {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  return ::sigismember(&mask, signal) == 1;
+}
+
+TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {
+  const ContractMachine mac;
+  installSignalHandler(SIGTERM, tell);
+  postMain([] {
+    ::raise(SIGTERM);
+    gStory.emplace_back("end of work");
+  });
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
+}
+
+TEST(SignalContract, aHandlerComesBeforeTheNextPieceOfWork) {
+  const ContractMachine mac;
+  installSignalHandler(SIGINT, tell);
+  postMain([] { ::raise(SIGINT); });
+  postMain([] {
+    gStory.emplace_back("next work");
+    stopMain();
+  });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("SIGINT", "next work"));
+}
+
+TEST(SignalContract, aHandledSignalWaitsForTheLoop) {
+  const ContractMachine mac;
+  installSignalHandler(SIGTERM, tell);
+  ::raise(SIGTERM);
+  pause(5);
+  EXPECT_THAT(gStory, IsEmpty());
+  postMain([] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("SIGTERM"));
+}
+
+TEST(SignalContract, aHandledSignalDoesNotShortenAPause) {
+  ContractMachine mac;
+  installSignalHandler(SIGTERM, tell);
+  mac.later(1, {.kind = ChangeKind::signal, .number = SIGTERM});
+  const double before = uptime();
+  pause(10);
+  EXPECT_GE(uptime(), before + 10);
+}
+
+void raiseTheOtherOne(int signal) {
+  EXPECT_TRUE(isShutOut(SIGINT));
+  EXPECT_TRUE(isShutOut(SIGTERM));
+  tell(signal);
+  if (signal == SIGINT) ::raise(SIGTERM);
+  gStory.emplace_back("end of handler");
+}
+
+TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
+  const ContractMachine mac;
+  installSignalHandler(SIGINT, raiseTheOtherOne);
+  installSignalHandler(SIGTERM, raiseTheOtherOne);
+  postMain([] { ::raise(SIGINT); });
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("SIGINT", "end of handler", "SIGTERM", "end of handler"));
+}
+
+TEST(SignalContract, aHandlerMayStopTheLoop) {
+  ContractMachine mac;
+  installSignalHandler(SIGTERM, tellAndStop);
+  (void)addRepeatingTimer(12, [] { gStory.emplace_back("heartbeat"); });
+  mac.later(30, {.kind = ChangeKind::signal, .number = SIGTERM});
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("heartbeat", "heartbeat", "SIGTERM"));
+}
+
+TEST(SignalContract, aSignalSourceRunsItsWorkAsAPieceOfWork) {
+  const ContractMachine mac;
+  addSignalSource(SIGTERM, [] {
+    EXPECT_TRUE(isShutOut(SIGTERM));
+    gStory.emplace_back("source");
+    stopMain();
+  });
+  postMain([] {
+    ::raise(SIGTERM);
+    gStory.emplace_back("end of work");
+  });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("end of work", "source"));
+}
+
+TEST(SignalContract, severalSignalsBeforeTheSourceRunsCountAsOne) {
+  const ContractMachine mac;
+  addSignalSource(SIGTERM, [] { gStory.emplace_back("source"); });
+  postMain([] {
+    for (int time = 0; time < 3; ++time) ::raise(SIGTERM);
+  });
+  postMainAfter(10, [] { ::raise(SIGTERM); });
+  postMainAfter(20, [] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("source", "source"));
+}
+
+TEST(SignalContract, aSignalSourceKeepsTheProcessAliveDuringAPause) {
+  const ContractMachine mac;
+  addSignalSource(SIGINT, [] { gStory.emplace_back("source"); });
+  ::raise(SIGINT);
+  pause(5);
+  EXPECT_THAT(gStory, IsEmpty());
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("source"));
+}
+
+TEST(SignalContract, eachSourceHasItsOwnWork) {
+  const ContractMachine mac;
+  addSignalSource(SIGINT, [] { gStory.emplace_back("source of SIGINT"); });
+  addSignalSource(SIGTERM, [] { gStory.emplace_back("source of SIGTERM"); });
+  postMain([] { ::raise(SIGTERM); });
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("source of SIGTERM"));
+}
+
+TEST(SignalContract, aSignalFromAnExchangeIsTakenOnceTheWorkIsDone) {
+  ContractMachine mac;
+  installSignalHandler(SIGTERM, tellAndStop);
+  const SmcConnection connection = openSmc().connection;
+  mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
+  postMain([connection] {
+    SmcRecord output;
+    for (int time = 0; time < 3; ++time) (void)exchangeSmc(connection, {}, output);
+    gStory.emplace_back("end of work");
+  });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
+}
+
+void exchangeTwice(SmcConnection connection) {
+  SmcRecord output;
+  (void)exchangeSmc(connection, {}, output);
+  std::fputs("first exchange done\n", stderr);
+  (void)exchangeSmc(connection, {}, output);
+  std::fputs("second exchange done\n", stderr);
+}
+
+TEST(SignalContractDeathTest, withoutAHandlerASignalEndsTheProcessRightAfterItsExchange) {
+  ContractMachine mac;
+  const SmcConnection connection = openSmc().connection;
+  mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGINT, .status = 2});
+  EXPECT_EXIT(exchangeTwice(connection), ::testing::KilledBySignal(SIGINT), "^first exchange done\n$");
+}
+
+TEST(SignalContract, aSignalThatCameBeforeTheControllerWasOpenedHitNobody) {
+  ContractMachine mac;
+  mac.change({.kind = ChangeKind::signal, .number = SIGTERM});
+  const SmcConnection connection = openSmc().connection;
+  SmcRecord output;
+  (void)exchangeSmc(connection, {}, output);
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+  EXPECT_EQ(mac.record().pendingSignals, 0U);
+}
+
+}  // namespace
+}  // namespace brisko::platform

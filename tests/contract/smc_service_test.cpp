@@ -1,0 +1,162 @@
+// What platform/smc_service.h promises.
+
+#include "platform/smc_service.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "support/contract_machine.h"
+
+namespace brisko::platform {
+namespace {
+
+using test::ContractMachine;
+using virtual_mac::ChangeKind;
+using virtual_mac::SmcService;
+
+constexpr std::uint8_t readKeyCommand = 5;
+constexpr std::uint8_t writeKeyCommand = 6;
+constexpr std::uint8_t keyInfoCommand = 9;
+
+constexpr std::size_t sizeOffset = 28;
+constexpr std::size_t resultOffset = 40;
+constexpr std::size_t commandOffset = 42;
+constexpr std::size_t bytesOffset = 48;
+
+// A record as it goes over the wire: the key's code is a little-endian number.
+SmcRecord recordFor(std::string_view key, std::uint8_t command, std::uint8_t size = 0) {
+  SmcRecord record{};
+  for (std::size_t index = 0; index < 4; ++index) record[index] = static_cast<std::uint8_t>(key[3 - index]);
+  record[sizeOffset] = size;
+  record[commandOffset] = command;
+  return record;
+}
+
+SmcRecord marked() {
+  SmcRecord record;
+  record.fill(0xEE);
+  return record;
+}
+
+void setService(ContractMachine& mac, SmcService service) {
+  mac.change({.kind = ChangeKind::smcService, .number = static_cast<double>(service)});
+}
+
+class SmcServiceContract : public ::testing::Test {
+ protected:
+  KernelStatus exchange(const SmcRecord& input) { return exchangeSmc(connection, input, output); }
+
+  ContractMachine mac;
+  SmcConnection connection = openSmc().connection;
+  SmcRecord output = marked();
+};
+
+TEST(SmcOpeningContract, givesAConnectionThatIsNotZero) {
+  const ContractMachine mac;
+  const SmcOpening opening = openSmc();
+  EXPECT_EQ(opening.status, kernelSuccess);
+  EXPECT_NE(opening.connection, 0U);
+}
+
+TEST(SmcOpeningContract, givesADifferentConnectionEachTime) {
+  const ContractMachine mac;
+  const SmcOpening first = openSmc();
+  const SmcOpening second = openSmc();
+  EXPECT_NE(first.connection, second.connection);
+  EXPECT_EQ(closeSmc(first.connection), kernelSuccess);
+  SmcRecord output;
+  EXPECT_EQ(exchangeSmc(second.connection, recordFor("CHTE", keyInfoCommand), output), kernelSuccess);
+}
+
+TEST(SmcOpeningContract, countsTheLivesThatTheMachineSaw) {
+  const ContractMachine mac;
+  const std::uint64_t before = mac.record().system.lives;
+  (void)openSmc();
+  EXPECT_EQ(mac.record().system.lives, before + 1);
+}
+
+TEST(SmcOpeningContract, findsNoServiceOnAMachineWithout) {
+  ContractMachine mac;
+  setService(mac, SmcService::absent);
+  const SmcOpening opening = openSmc();
+  EXPECT_EQ(opening.status, kernelNotFound);
+  EXPECT_EQ(opening.connection, 0U);
+}
+
+TEST(SmcOpeningContract, passesOnThatTheServiceRefuses) {
+  ContractMachine mac;
+  setService(mac, SmcService::refusesToOpen);
+  const SmcOpening opening = openSmc();
+  EXPECT_EQ(opening.status, kernelNotPrivileged);
+  EXPECT_EQ(opening.connection, 0U);
+  EXPECT_EQ(mac.record().system.lives, 0U);
+}
+
+TEST(SmcOpeningContract, findsNoServiceWithoutAMachine) {
+  const SmcOpening opening = openSmc();
+  EXPECT_EQ(opening.status, kernelNotFound);
+  EXPECT_EQ(opening.connection, 0U);
+  SmcRecord output = marked();
+  EXPECT_EQ(exchangeSmc(1, recordFor("CHTE", keyInfoCommand), output), kernelNotOpen);
+  EXPECT_EQ(output, SmcRecord{});
+}
+
+TEST_F(SmcServiceContract, tellsTheSizeOfAKey) {
+  EXPECT_EQ(exchange(recordFor("CHTE", keyInfoCommand)), kernelSuccess);
+  EXPECT_EQ(output[resultOffset], 0);
+  EXPECT_EQ(output[sizeOffset], 4);
+}
+
+TEST_F(SmcServiceContract, readsWhatWasWritten) {
+  SmcRecord write = recordFor("CHTE", writeKeyCommand, 4);
+  write[bytesOffset] = 1;
+  EXPECT_EQ(exchange(write), kernelSuccess);
+  EXPECT_EQ(output[resultOffset], 0);
+  EXPECT_EQ(exchange(recordFor("CHTE", readKeyCommand, 4)), kernelSuccess);
+  EXPECT_EQ(output[resultOffset], 0);
+  EXPECT_EQ(output[bytesOffset], 1);
+  EXPECT_EQ(output[bytesOffset + 1], 0);
+}
+
+TEST_F(SmcServiceContract, aKeyUnknownToTheControllerIsASuccessfulCallWithAnUnsuccessfulResult) {
+  EXPECT_EQ(exchange(recordFor("ZZZZ", keyInfoCommand)), kernelSuccess);
+  EXPECT_NE(output[resultOffset], 0);
+}
+
+TEST_F(SmcServiceContract, aCallThatFailsLeavesTheOutputAllZero) {
+  mac.change({.kind = ChangeKind::keyReadStatus,
+              .key = virtual_mac::keyCode("CHTE"),
+              .status = kernelNotPrivileged});
+  EXPECT_EQ(exchange(recordFor("CHTE", keyInfoCommand)), kernelNotPrivileged);
+  EXPECT_EQ(output, SmcRecord{});
+}
+
+TEST_F(SmcServiceContract, closingEndsTheConnection) {
+  EXPECT_EQ(closeSmc(connection), kernelSuccess);
+  EXPECT_EQ(exchange(recordFor("CHTE", keyInfoCommand)), kernelNotOpen);
+  EXPECT_EQ(output, SmcRecord{});
+  EXPECT_EQ(closeSmc(connection), kernelNotOpen);
+}
+
+TEST_F(SmcServiceContract, aConnectionThatWasNeverOpenedIsRefused) {
+  SmcRecord untouched = marked();
+  EXPECT_EQ(exchangeSmc(0, recordFor("CHTE", keyInfoCommand), untouched), kernelNotOpen);
+  EXPECT_EQ(untouched, SmcRecord{});
+  EXPECT_EQ(exchangeSmc(connection + 7, recordFor("CHTE", keyInfoCommand), untouched), kernelNotOpen);
+  EXPECT_EQ(closeSmc(0), kernelNotOpen);
+}
+
+TEST_F(SmcServiceContract, theKeysOutliveTheConnection) {
+  SmcRecord write = recordFor("CHTE", writeKeyCommand, 4);
+  write[bytesOffset] = 1;
+  ASSERT_EQ(exchange(write), kernelSuccess);
+  ASSERT_EQ(closeSmc(connection), kernelSuccess);
+  connection = openSmc().connection;
+  ASSERT_EQ(exchange(recordFor("CHTE", readKeyCommand, 4)), kernelSuccess);
+  EXPECT_EQ(output[bytesOffset], 1);
+}
+
+}  // namespace
+}  // namespace brisko::platform

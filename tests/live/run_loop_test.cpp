@@ -1,0 +1,285 @@
+// What only the live run loop has: other processes, real signals, and as few wake-ups as can be.
+
+#include "platform/run_loop.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "live/live_folder.h"
+#include "platform/clock.h"
+#include "platform/power_sources.h"
+
+namespace brisko {
+namespace {
+
+using platform::addRepeatingTimer;
+using platform::postMain;
+using platform::postMainAfter;
+using platform::runMain;
+using platform::stopMain;
+using test::LiveFolder;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using virtual_mac::ChangeKind;
+
+std::vector<std::string> wakeSockets(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::string name = entry.path().filename();
+    if (name.starts_with("wake.")) names.push_back(name);
+  }
+  return names;
+}
+
+// Does `work` in another thread, and the loop in this one until somebody stops it.
+template <class Other>
+void runBeside(Other work) {
+  std::thread other(work);
+  runMain();
+  other.join();
+}
+
+TEST(LiveRunLoop, isWokenByWorkFromAnotherThread) {
+  const LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  postMain([] {});
+  runBeside([] { postMain([] { stopMain(); }); });
+}
+
+TEST(LiveRunLoop, takesWorkOfManyThreadsAndLosesNone) {
+  const LiveFolder folder;
+  folder.name();
+  constexpr int threads = 4;
+  constexpr int each = 500;
+  int done = 0;
+  std::vector<std::thread> others;
+  for (int thread = 0; thread < threads; ++thread) {
+    others.emplace_back([&done] {
+      for (int time = 0; time < each; ++time) {
+        platform::postMainAfter(time % 3, [&done] {
+          if (++done == threads * each) stopMain();
+        });
+      }
+    });
+  }
+  runMain();
+  for (std::thread& other : others) other.join();
+  EXPECT_EQ(done, threads * each);
+}
+
+// Real speed, and an hour until the timer: only the datagram can bring the loop round in time.
+TEST(LiveRunLoop, isWokenWhenAToolChangesTheMachine) {
+  LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  bool told = false;
+  ASSERT_TRUE(platform::addPowerSourceNotification([&] {
+    told = true;
+    stopMain();
+  }));
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  postMain([&] {
+    EXPECT_THAT(wakeSockets(folder.path()), SizeIs(1));
+    folder.change({.kind = ChangeKind::unplug});
+  });
+  runMain();
+  EXPECT_TRUE(told);
+}
+
+TEST(LiveRunLoop, leavesNoWordAfterBeingWoken) {
+  LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  for (int time = 0; time < 3; ++time) virtual_mac::wakeHolders(folder.path());  // nobody yet
+  postMain([&] {
+    for (int time = 0; time < 50; ++time) virtual_mac::wakeHolders(folder.path());
+  });
+  postMainAfter(0.02, [] { stopMain(); });
+  runMain();
+  // Woken for good by a datagram that nobody takes, it would use up all the time there is.
+  rusage before{};
+  ::getrusage(RUSAGE_SELF, &before);
+  postMainAfter(0.05, [] { stopMain(); });
+  runMain();
+  rusage after{};
+  ::getrusage(RUSAGE_SELF, &after);
+  EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 5);
+}
+
+TEST(LiveRunLoop, removesTheSocketsOfTheDead) {
+  LiveFolder folder;
+  folder.name();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    postMain([] { ::raise(SIGKILL); });
+    runMain();
+  }
+  ::waitpid(child, nullptr, 0);
+  EXPECT_THAT(wakeSockets(folder.path()), SizeIs(1));
+  virtual_mac::wakeHolders(folder.path());
+  EXPECT_THAT(wakeSockets(folder.path()), IsEmpty());
+}
+
+TEST(LiveRunLoop, takesTheSocketOfADeadProcessOfTheSameNumber) {
+  LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  std::ofstream(folder.path() + "/wake." + std::to_string(::getpid())) << "left behind";
+  ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  postMain([&] { folder.change({.kind = ChangeKind::unplug}); });
+  runMain();
+}
+
+std::string longName() { return std::string(120, 'x'); }
+
+TEST(LiveRunLoop, isWokenThoughThePathOfItsFolderIsLong) {
+  const test::ScratchFolder scratch;
+  const std::string path = scratch.path() + "/" + longName() + "/" + longName();
+  std::string reason;
+  const auto store = virtual_mac::MachineStore::create(path, test::machineFromNow({}, 1), reason);
+  ASSERT_NE(store, nullptr) << reason;
+  ::setenv("BRISKO_VIRTUAL_MAC", path.c_str(), 1);
+  ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  postMain([&] {
+    virtual_mac::apply(store->update().machine(), {.kind = ChangeKind::unplug});
+    virtual_mac::wakeHolders(path);
+  });
+  runMain();
+}
+
+// A change that the machine has planned for itself, between two heartbeats at real speed.
+TEST(LiveRunLoop, tellsOfAPlannedChangeWhenItComes) {
+  LiveFolder folder(test::machineFromNow({}, 100));
+  folder.name();
+  ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
+  {
+    const auto update = folder.store().update();
+    virtual_mac::Machine& machine = update.machine();
+    ASSERT_TRUE(virtual_mac::plan(machine, machine.now + 5, {.kind = ChangeKind::unplug}));
+  }
+  (void)addRepeatingTimer(36'000, [] { FAIL() << "waited for the timer"; });
+  runMain();
+}
+
+// With nothing due the loop looks ahead for an hour at a time.
+TEST(LiveRunLoop, tellsOfAPlannedChangeAlsoWhenNothingElseIsDue) {
+  LiveFolder folder(test::machineFromNow({}, 1'000'000));
+  folder.name();
+  ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
+  {
+    const auto update = folder.store().update();
+    virtual_mac::Machine& machine = update.machine();
+    ASSERT_TRUE(virtual_mac::plan(machine, machine.now + 3 * 3600, {.kind = ChangeKind::unplug}));
+  }
+  runMain();
+}
+
+int gHandled = 0;
+
+TEST(LiveRunLoop, takesASignalFromAnotherProcessWhileItWaits) {
+  const LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  platform::installSignalHandler(SIGTERM, [](int) {
+    ++gHandled;
+    stopMain();
+  });
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  const pid_t daemon = ::getpid();
+  postMain([daemon] {
+    if (::fork() == 0) {
+      ::kill(daemon, SIGTERM);
+      ::_exit(0);
+    }
+  });
+  runMain();
+  ::wait(nullptr);
+  EXPECT_EQ(gHandled, 1);
+}
+
+TEST(LiveRunLoop, takesASignalSourceFromAnotherProcessWhileItWaits) {
+  const LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  platform::addSignalSource(SIGTERM, [] { stopMain(); });
+  (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
+  const pid_t daemon = ::getpid();
+  postMain([daemon] {
+    if (::fork() == 0) {
+      ::kill(daemon, SIGTERM);
+      ::_exit(0);
+    }
+  });
+  runMain();
+  ::wait(nullptr);
+}
+
+TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
+  LiveFolder folder;
+  folder.name();
+  auto setAsleep = [&folder](bool asleep) {
+    {
+      const auto update = folder.store().update();
+      virtual_mac::Machine& machine = update.machine();
+      virtual_mac::advance(machine, virtual_mac::machineTime(machine));
+      machine.system.asleep = asleep;
+    }
+    virtual_mac::wakeHolders(folder.path());
+  };
+  const double begin = platform::uptime();
+  double firedAt = 0;
+  (void)addRepeatingTimer(20, [&] {
+    firedAt = platform::uptime() - begin;
+    stopMain();
+  });
+  postMainAfter(5, [&] { setAsleep(true); });
+  runBeside([&] {
+    // 100 s of the machine's time: the timer would have fired five times.
+    const double wakeAt = folder.store().look().machine().now + 100;
+    for (;;) {
+      const auto look = folder.store().look();
+      if (look.machine().system.asleep && virtual_mac::machineTime(look.machine()) > wakeAt) break;
+    }
+    setAsleep(false);
+  });
+  EXPECT_GE(firedAt, 20);
+  const auto look = folder.store().look();
+  EXPECT_GT(look.machine().system.sleptSeconds, 50);
+}
+
+// A minute of a steady machine with the daemon's two timers: they wake it 8 times, less where they coincide,
+// and the machine itself never does.
+TEST(LiveRunLoop, wakesNoMoreOftenThanItsTimersDo) {
+  const LiveFolder folder(test::machineFromNow({.percent = 80, .plugged = false}, 200));
+  folder.name();
+  {
+    // Nothing to publish: no load, and an adapter that was never there.
+    const auto update = const_cast<LiveFolder&>(folder).store().update();
+    update.machine().surroundings.loadWatts = 0;
+  }
+  ASSERT_TRUE(platform::addPowerSourceNotification([] {}));
+  (void)addRepeatingTimer(12, [] {});
+  (void)addRepeatingTimer(20, [] {});
+  postMainAfter(1, [] { stopMain(); });
+  runMain();
+
+  rusage before{};
+  ::getrusage(RUSAGE_SELF, &before);
+  postMainAfter(61, [] { stopMain(); });
+  runMain();
+  rusage after{};
+  ::getrusage(RUSAGE_SELF, &after);
+  EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 8 + 1) << "the last one is the end of this test";
+}
+
+}  // namespace
+}  // namespace brisko

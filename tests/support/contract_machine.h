@@ -1,0 +1,38 @@
+// tests/support/contract_machine.h
+// The machine behind the seam in the contract tests. Each implementation of the seam brings its own
+// contract_machine.cpp; which one a test gets is chosen when it is linked.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/virtual/machine.h"
+
+namespace brisko::test {
+
+class ContractMachine {
+ public:
+  explicit ContractMachine(const virtual_mac::MachineOptions& options = {});
+  ~ContractMachine();
+  ContractMachine(const ContractMachine&) = delete;
+  ContractMachine& operator=(const ContractMachine&) = delete;
+
+  // Changes the machine as a person would, from outside the daemon.
+  void change(const virtual_mac::Change& change);
+  // Plans a change for `seconds` from now.
+  void later(double seconds, const virtual_mac::Change& change);
+  // A copy of the record as it was last left.
+  [[nodiscard]] virtual_mac::Machine record() const;
+
+  void setEnvironment(const std::string& name, const std::string& value);
+
+  // Whether time passes exactly as asked for: where it really passes, everything comes a little late.
+  [[nodiscard]] static bool timeIsExact();
+
+ private:
+  struct Inside;
+  std::unique_ptr<Inside> inside_;
+};
+
+}  // namespace brisko::test

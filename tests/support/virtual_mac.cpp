@@ -1,0 +1,203 @@
+#include "support/virtual_mac.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "platform/virtual/simulated/driver.h"
+
+namespace brisko::test {
+
+namespace {
+
+using virtual_mac::Change;
+using virtual_mac::ChangeKind;
+using virtual_mac::JournalEntry;
+
+constexpr std::uint8_t readCommand = 5;
+constexpr std::uint8_t writeCommand = 6;
+constexpr std::uint8_t indexCommand = 8;
+
+std::string keyName(std::uint32_t code) {
+  std::string name;
+  for (unsigned shift = 32; shift > 0; shift -= 8) name += static_cast<char>(code >> (shift - 8) & 0xFFU);
+  return name;
+}
+
+std::string hexOf(const JournalEntry& entry) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string hex;
+  for (std::size_t index = 0; index < std::min<std::size_t>(entry.size, entry.bytes.size()); ++index) {
+    hex += digits[entry.bytes[index] >> 4U];
+    hex += digits[entry.bytes[index] & 0xFU];
+  }
+  return hex;
+}
+
+std::string textOf(const JournalEntry& entry) {
+  const std::string failed = entry.status != 0 || entry.result != 0 ? "!" : "";
+  if (entry.command == writeCommand) return keyName(entry.key) + "=" + hexOf(entry) + failed;
+  const char* verb = entry.command == readCommand    ? "read "
+                     : entry.command == indexCommand ? "index "
+                                                     : "info ";
+  return verb + keyName(entry.key) + failed;
+}
+
+const virtual_mac::Model& modelNamed(std::string_view name) {
+  const virtual_mac::Model* model = virtual_mac::findModel(name);
+  if (model == nullptr) throw std::invalid_argument("no model is named " + std::string(name));
+  return *model;
+}
+
+}  // namespace
+
+VirtualMac::VirtualMac(const virtual_mac::MachineOptions& options, std::string_view model)
+    : store_(virtual_mac::MachineStore::inMemory(virtual_mac::makeMachine(modelNamed(model), options))) {
+  if (store_ == nullptr || !virtual_mac::makeVolume(volume_.path())) {
+    throw std::runtime_error("no memory for a virtual Mac");
+  }
+  store_->setVolumeRoot(volume_.path());
+  virtual_mac::attachMachine(store_.get());
+}
+
+VirtualMac::~VirtualMac() { virtual_mac::attachMachine(nullptr); }
+
+virtual_mac::Machine VirtualMac::machine() const { return store_->look().machine(); }
+
+VirtualMac& VirtualMac::change(const Change& change) {
+  virtual_mac::apply(store_->update().machine(), change);
+  return *this;
+}
+
+VirtualMac& VirtualMac::plugIn(double watts) { return number(ChangeKind::plug, watts); }
+VirtualMac& VirtualMac::unplug() { return change({.kind = ChangeKind::unplug}); }
+VirtualMac& VirtualMac::charge(double percent) { return number(ChangeKind::charge, percent); }
+VirtualMac& VirtualMac::temperature(double celsius) { return number(ChangeKind::temperature, celsius); }
+
+VirtualMac& VirtualMac::number(ChangeKind kind, double number) {
+  return change({.kind = kind, .number = number});
+}
+
+VirtualMac& VirtualMac::keyBytes(std::string_view key, std::vector<std::uint8_t> bytes) {
+  Change change{.kind = ChangeKind::keyBytes, .key = virtual_mac::keyCode(key)};
+  change.byteCount = static_cast<std::uint32_t>(std::min(bytes.size(), change.bytes.size()));
+  std::copy_n(bytes.begin(), change.byteCount, change.bytes.begin());
+  return this->change(change);
+}
+
+VirtualMac& VirtualMac::keyOnWrite(std::string_view key, virtual_mac::OnWrite behaviour,
+                                   std::uint32_t status) {
+  return change({.kind = ChangeKind::keyOnWrite,
+                 .key = virtual_mac::keyCode(key),
+                 .number = static_cast<double>(behaviour),
+                 .status = status});
+}
+
+VirtualMac& VirtualMac::removeKey(std::string_view key) {
+  return change({.kind = ChangeKind::keyPresent, .key = virtual_mac::keyCode(key), .number = 0});
+}
+
+VirtualMac& VirtualMac::property(std::string_view name, virtual_mac::PropertyFault fault) {
+  Change change{.kind = ChangeKind::property, .number = static_cast<double>(fault)};
+  change.text = virtual_mac::shortText(name);
+  return this->change(change);
+}
+
+VirtualMac& VirtualMac::later(double seconds, const Change& change) {
+  const auto update = store_->update();
+  if (!virtual_mac::plan(update.machine(), update.machine().now + seconds, change)) {
+    throw std::length_error("no more changes can be planned");
+  }
+  return *this;
+}
+
+VirtualMac& VirtualMac::pass(double seconds) {
+  const auto update = store_->update();
+  virtual_mac::advance(update.machine(), update.machine().now + seconds);
+  return *this;
+}
+
+std::vector<std::uint8_t> VirtualMac::key(std::string_view name) const {
+  virtual_mac::Machine copy = machine();
+  const auto unwritten = std::make_unique<virtual_mac::Journal>();
+  platform::SmcRecord input{};
+  platform::SmcRecord output{};
+  const std::uint32_t code = virtual_mac::keyCode(name);
+  for (unsigned byte = 0; byte < 4; ++byte) input[byte] = static_cast<std::uint8_t>(code >> (8 * byte));
+  const virtual_mac::SmcKey* known = virtual_mac::findKey(copy, code);
+  if (known == nullptr) return {};
+  input[42] = readCommand;
+  input[28] = static_cast<std::uint8_t>(known->size);
+  const auto status = virtual_mac::exchange(copy, *unwritten, input, output);
+  if (status != platform::kernelSuccess || output[40] != 0) return {};
+  const std::size_t count = std::min<std::size_t>(known->size, 32);
+  return {output.begin() + 48, output.begin() + 48 + static_cast<std::ptrdiff_t>(count)};
+}
+
+Writes VirtualMac::writes() const {
+  Writes texts;
+  for (const JournalEntry& entry : journal()) texts.push_back(textOf(entry));
+  return texts;
+}
+
+std::vector<JournalEntry> VirtualMac::journal() const {
+  const auto look = store_->look();
+  const virtual_mac::Journal& journal = look.journal();
+  const std::uint64_t oldest =
+      journal.written < journal.entries.size() ? 0 : journal.written - journal.entries.size();
+  std::vector<JournalEntry> entries;
+  for (std::uint64_t index = std::max(journalFrom_, oldest); index < journal.written; ++index) {
+    entries.push_back(journal.entries[index % journal.entries.size()]);
+  }
+  return entries;
+}
+
+void VirtualMac::keepReads() { store_->update().journal().reads = true; }
+void VirtualMac::forgetJournal() { journalFrom_ = store_->look().journal().written; }
+
+std::string VirtualMac::path(std::string_view unmapped) const {
+  return volume_.path() + std::string(unmapped);
+}
+
+void VirtualMac::write(std::string_view unmapped, std::string_view text) {
+  const std::filesystem::path file = path(unmapped);
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+  if (!(stream << text).flush()) throw std::runtime_error("cannot write " + file.string());
+}
+
+std::string VirtualMac::read(std::string_view unmapped) const {
+  std::ifstream stream(path(unmapped), std::ios::binary);
+  std::ostringstream text;
+  if (stream) text << stream.rdbuf();
+  return text.str();
+}
+
+bool VirtualMac::exists(std::string_view unmapped) const {
+  std::error_code ignored;
+  return std::filesystem::exists(std::filesystem::symlink_status(path(unmapped), ignored));
+}
+
+void VirtualMac::settings(std::string_view json) {
+  write("/Library/Application Support/Brisko/config.json", json);
+}
+
+std::vector<std::string> VirtualMac::logLines() const {
+  constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
+  std::vector<std::string> lines = stampedLogLines();
+  for (std::string& line : lines) line.erase(0, stampWidth);
+  return lines;
+}
+
+std::vector<std::string> VirtualMac::stampedLogLines() const {
+  std::istringstream text(read("/Library/Logs/Brisko/daemon.log"));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
+  return lines;
+}
+
+}  // namespace brisko::test

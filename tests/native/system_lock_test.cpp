@@ -28,33 +28,33 @@ TEST(SystemLock, closesTheKeysFromMacOS27) {
 
 TEST(SystemLock, canPretendANewerSystem) {
   const test::VirtualMac mac(macOS(26));
-  virtual_mac::simulatedHost().environment["BRISKO_PRETEND_MACOS"] = "27";
+  virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "27");
   EXPECT_EQ(SystemLock::macOSMajor(), 27);
   EXPECT_TRUE(SystemLock::closesKeys());
 }
 
 TEST(SystemLock, canPretendAnOlderSystem) {
   const test::VirtualMac mac(macOS(27));
-  virtual_mac::simulatedHost().environment["BRISKO_PRETEND_MACOS"] = "+26";
+  virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "+26");
   EXPECT_FALSE(SystemLock::closesKeys());
 }
 
 TEST(SystemLock, ignoresAPretenceThatIsNoNumber) {
   const test::VirtualMac mac(macOS(26));
-  virtual_mac::simulatedHost().environment["BRISKO_PRETEND_MACOS"] = "abc";
+  virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "abc");
   EXPECT_EQ(SystemLock::macOSMajor(), 26);
 }
 
 TEST(SystemLock, ignoresAnEmptyPretence) {
   const test::VirtualMac mac(macOS(27));
-  virtual_mac::simulatedHost().environment["BRISKO_PRETEND_MACOS"] = "";
+  virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "");
   EXPECT_EQ(SystemLock::macOSMajor(), 27);
 }
 
 TEST(SystemLock, standsForTheLifeOfTheProcess) {
   test::VirtualMac mac(macOS(26));
   EXPECT_FALSE(SystemLock::closesKeys());
-  virtual_mac::simulatedHost().environment["BRISKO_PRETEND_MACOS"] = "27";
+  virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "27");
   mac.number(virtual_mac::ChangeKind::macOS, 27);
   EXPECT_FALSE(SystemLock::closesKeys());
 }

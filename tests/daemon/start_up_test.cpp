@@ -102,10 +102,11 @@ TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
   Life life(mac);
   life.run(1);
   EXPECT_EQ(life.status(), 2);
-  EXPECT_EQ(life.errors(),
-            "⛔️ Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
-            "an M1 "
-            "or newer. [no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)]\n");
+  EXPECT_EQ(
+      life.errors(),
+      "⛔️ Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
+      "an M1 "
+      "or newer. [no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)]\n");
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_EQ(life.output(), "");
   EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
@@ -249,7 +250,7 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
     EXPECT_GE(virtual_mac::level(mac.machine()), 73);
     mac.plugIn();
     life.run(3300);
-    EXPECT_LE(virtual_mac::level(mac.machine()), 80.6);
+    EXPECT_LE(virtual_mac::level(mac.machine()), 82);
   }
   // The way down ends at the floor, and from there it goes up to the limit once.
   const auto lines = mac.logLines();
@@ -257,7 +258,8 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
     return line.find("ac  state=allow") != std::string::npos && line.find("batt 75%") != std::string::npos;
   });
   EXPECT_GT(charges, 10);
-  EXPECT_THAT(lines, Each(Not(HasSubstr("batt 81%"))));
+  // The gauge tells of a minute ago: the charge may run a point past the limit, no more.
+  EXPECT_THAT(lines, Each(Not(HasSubstr("batt 82%"))));
 }
 
 TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
@@ -323,7 +325,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
     mac.settings("{\"discharge\":true}");
     mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = exchange});
     Life life(mac);
-    life.run(120);
+    life.run(600);
     ASSERT_FALSE(life.alive()) << exchange;
     if (life.endSignal()) {
       // Still before the handler stood.

@@ -82,6 +82,9 @@ TEST(PowerStateOf, takesTheFirstInternalBattery) {
 class Sensors : public test::OnVirtualMac {
  protected:
   void SetUp() override { openController(); }
+  void size(std::string_view key, double bytes) {
+    mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode(key), .number = bytes});
+  }
   void temperatureBytes(float celsius) {
     Bytes bytes(sizeof celsius);
     std::memcpy(bytes.data(), &celsius, sizeof celsius);
@@ -175,9 +178,12 @@ TEST_F(Sensors, haveNoTemperatureOutsideTheOpenInterval) {
 }
 
 TEST_F(Sensors, needFourBytesOfTemperature) {
-  mac.keyBytes("TB0T", {0, 0, 0xF8});
-  EXPECT_FALSE(readTemp());
   mac.keyBytes("TB0T", {0, 0, 0xF8, 0x41, 0xFF, 0xFF});
+  size("TB0T", 3);
+  EXPECT_FALSE(readTemp());
+  size("TB0T", 4);
+  EXPECT_DOUBLE_EQ(*readTemp(), 31.0);
+  size("TB0T", 6);
   EXPECT_DOUBLE_EQ(*readTemp(), 31.0);
   mac.removeKey("TB0T");
   EXPECT_FALSE(readTemp());
@@ -238,8 +244,11 @@ TEST_F(Sensors, seeTheAdapterThroughTheController) {
 
 TEST_F(Sensors, trustTheLastPowerReadingWhereTheAdapterCanNotBeRead) {
   gLastPlugged = true;
-  mac.keyBytes("AC-W", {});
+  size("AC-W", 0);
   EXPECT_TRUE(adapterPresent());
+  gLastPlugged = false;
+  EXPECT_FALSE(adapterPresent());
+  gLastPlugged = true;
   mac.removeKey("AC-W");
   EXPECT_TRUE(adapterPresent());
   gLastPlugged = false;

@@ -155,11 +155,12 @@ TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
 }
 
 TEST(LiveDaemon, chargesToTheLimitAndHolds) {
-  const LiveMac mac({"--charge", "78", "--speed", "300"});
+  const LiveMac mac({"--charge", "70", "--speed", "1500"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("→ state: hold"));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
-  EXPECT_NEAR(mac.charge(), 80, 1);
+  EXPECT_GE(mac.charge(), 79);
+  EXPECT_LE(mac.charge(), 85);  // in a hurry: a moment of ours is many seconds of the machine's
 }
 
 TEST(LiveDaemon, opensEverythingOnSigtermDuringADischarge) {

@@ -75,11 +75,7 @@ Stage::~Stage() {
 bool Stage::vmac(std::vector<std::string> words) {
   std::string shown = "$ brisko-vmac " + words.front() + " MAC";
   for (std::size_t index = 1; index < words.size(); ++index) shown += " " + words[index];
-  if (view_) {
-    view_->say(shown);
-  } else {
-    std::puts(shown.c_str());
-  }
+  say(shown);
   words.insert(words.begin() + 1, folder_);
   words.insert(words.begin(), vmac::siblingProgram("brisko-vmac"));
   const pid_t child = start(words, false);
@@ -97,7 +93,7 @@ bool Stage::make(std::vector<std::string> options) {
 }
 
 bool Stage::boot() {
-  view_->say("$ brisko-vmac boot MAC &");
+  say("$ brisko-vmac boot MAC &");
   boot_ = start({vmac::siblingProgram("brisko-vmac"), "boot", folder_}, true);
   return boot_ != 0;
 }
@@ -110,7 +106,7 @@ bool Stage::shutDown() {
 }
 
 bool Stage::edit(const std::string& settings) {
-  view_->say("$ echo '" + settings + "' > config.json");
+  say("$ echo '" + settings + "' > config.json");
   std::ofstream file(store_->volumeRoot() + configPath, std::ios::trunc);
   file << settings << '\n';
   file.close();
@@ -119,7 +115,15 @@ bool Stage::edit(const std::string& settings) {
 
 void Stage::title(const std::string& text) {
   lines_.clear();
-  view_->say("\n── " + text);
+  say("\n── " + text);
+}
+
+void Stage::say(const std::string& text) {
+  if (view_) {
+    view_->say(text);
+  } else {
+    std::puts(text.c_str());
+  }
 }
 
 void Stage::refresh() {
@@ -129,7 +133,7 @@ void Stage::refresh() {
 Machine Stage::machine() { return store_->look().machine(); }
 
 bool Stage::missing(const std::string& what) {
-  view_->say("✗ not seen: " + what);
+  say("✗ not seen: " + what);
   return false;
 }
 

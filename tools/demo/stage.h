@@ -45,10 +45,11 @@ class Stage {
   // Looks on for a while, and that `stays` holds all the time.
   [[nodiscard]] bool lookOn(const std::string& what, double seconds, const Look& stays);
 
-  // Whether a log line with `text` has appeared since the last scene() (call to title).
+  // Whether a log line with `text` has appeared since the last title().
   [[nodiscard]] bool logged(const std::string& text) const;
 
  private:
+  void say(const std::string& text);
   void refresh();
   [[nodiscard]] virtual_mac::Machine machine();
   [[nodiscard]] bool missing(const std::string& what);

@@ -83,8 +83,8 @@ TEST(PowerSourcesContract, tellOfAChangeThatAPieceOfWorkSawFirst) {
     story += "told";
     stopMain();
   }));
-  mac.later(10, {.kind = ChangeKind::unplug});
   postMainAfter(5, [&] {
+    mac.later(1, {.kind = ChangeKind::unplug});
     pause(20);
     story += publishedState() + ", ";
   });

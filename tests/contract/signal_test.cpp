@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -30,6 +31,12 @@ void tell(int signal) { gStory.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"
 void tellAndStop(int signal) {
   tell(signal);
   stopMain();
+}
+
+// Lets the loop come round often enough for everything that has arrived, then does `work`.
+void afterAWhile(Work work, int turns = 5) {
+  if (turns == 0) return work();
+  postMain([work = std::move(work), turns] { afterAWhile(work, turns - 1); });
 }
 
 bool isShutOut(int signal) {
@@ -106,7 +113,10 @@ TEST(SignalContract, aHandlerMayStopTheLoop) {
   (void)addRepeatingTimer(12, [] { gStory.emplace_back("heartbeat"); });
   mac.later(30, {.kind = ChangeKind::signal, .number = SIGTERM});
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("heartbeat", "heartbeat", "SIGTERM"));
+  EXPECT_EQ(gStory.back(), "SIGTERM");
+  if (ContractMachine::timeIsExact()) {
+    EXPECT_THAT(gStory, ElementsAre("heartbeat", "heartbeat", "SIGTERM"));
+  }
 }
 
 TEST(SignalContract, aSignalSourceRunsItsWorkAsAPieceOfWork) {
@@ -129,9 +139,11 @@ TEST(SignalContract, severalSignalsBeforeTheSourceRunsCountAsOne) {
   addSignalSource(SIGTERM, [] { gStory.emplace_back("source"); });
   postMain([] {
     for (int time = 0; time < 3; ++time) ::raise(SIGTERM);
+    afterAWhile([] {
+      ::raise(SIGTERM);
+      afterAWhile([] { stopMain(); });
+    });
   });
-  postMainAfter(10, [] { ::raise(SIGTERM); });
-  postMainAfter(20, [] { stopMain(); });
   runMain();
   EXPECT_THAT(gStory, ElementsAre("source", "source"));
 }
@@ -142,7 +154,7 @@ TEST(SignalContract, aSignalSourceKeepsTheProcessAliveDuringAPause) {
   ::raise(SIGINT);
   pause(5);
   EXPECT_THAT(gStory, IsEmpty());
-  postMainAfter(1, [] { stopMain(); });
+  afterAWhile([] { stopMain(); });
   runMain();
   EXPECT_THAT(gStory, ElementsAre("source"));
 }
@@ -151,8 +163,10 @@ TEST(SignalContract, eachSourceHasItsOwnWork) {
   const ContractMachine mac;
   addSignalSource(SIGINT, [] { gStory.emplace_back("source of SIGINT"); });
   addSignalSource(SIGTERM, [] { gStory.emplace_back("source of SIGTERM"); });
-  postMain([] { ::raise(SIGTERM); });
-  postMainAfter(1, [] { stopMain(); });
+  postMain([] {
+    ::raise(SIGTERM);
+    afterAWhile([] { stopMain(); });
+  });
   runMain();
   EXPECT_THAT(gStory, ElementsAre("source of SIGTERM"));
 }

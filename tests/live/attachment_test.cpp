@@ -66,7 +66,7 @@ TEST(LiveMachine, agesWhileNobodyLooks) {
 }
 
 TEST(LiveMachine, isNotMovedOnBySecondLooksWithinASecond) {
-  LiveFolder folder(test::machineFromNow({}, 1));
+  LiveFolder folder(test::machineFromNow({}, 0.001));
   folder.name();
   const double before = folder.store().look().machine().now;
   (void)platform::wallNow();

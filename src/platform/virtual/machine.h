@@ -103,10 +103,12 @@ struct Battery {
   double targetMA;       // what the current is moving toward
   double decaySeconds;   // how slowly the current follows a change; 0 at once
   double temperatureC;
-  bool fullyCharged;  // the charge ended by itself; charging begins again below `rechargeLevel`
+  bool fullyCharged;  // the charge ended by itself; charging begins again below rechargeLevel
   bool bandCharging;  // the firmware band's last direction
   double trickleMA;   // what still flows in while charging is stopped; 0 on a healthy Mac
 };
+
+inline constexpr double rechargeLevel = 95;  // percent shown
 
 struct Adapter {
   bool present;
@@ -118,7 +120,8 @@ struct Surroundings {
   double ambientC;
 };
 
-// What the gauge published last. It publishes every 60 s, and at once only the adapter's flags change.
+// What the gauge published last. It publishes every 60 s, counted from the start of the system; at once only
+// the adapter's flags change, and what the charger asks for as the adapter comes or goes.
 struct Gauge {
   double publishedAt;  // machine time
   std::int64_t percent;
@@ -129,6 +132,7 @@ struct Gauge {
   bool charging;
   bool full;
   std::int64_t askedMA;  // what the charger asks for
+  bool operator==(const Gauge&) const = default;
 };
 inline constexpr double gaugePeriod = 60;  // seconds
 
@@ -152,8 +156,9 @@ enum class RegistryLayout : std::uint8_t {
 
 enum class PropertyFault : std::uint8_t { none, missing, text, real, unsignedInteger };
 struct PropertyChange {
-  ShortText name;
+  ShortText name;  // inside a nested dictionary: "BatteryData/DesignCapacity"
   PropertyFault fault;
+  bool operator==(const PropertyChange&) const = default;
 };
 inline constexpr std::size_t propertyChanges = 8;
 
@@ -302,9 +307,9 @@ struct Model {
 };
 
 struct MachineOptions {
-  std::optional<GateKind> gate;  // else the model's
-  std::optional<CutKind> cut;
-  std::optional<bool> magSafeLight;
+  std::optional<GateKind> gate = std::nullopt;  // else the model's
+  std::optional<CutKind> cut = std::nullopt;
+  std::optional<bool> magSafeLight = std::nullopt;
   std::int64_t macOS = 26;
   double startTime = 1772352000;  // machine time and wall clock, 2026-03-01T08:00:00Z
   double uptime = 3600;           // seconds since boot at that moment
@@ -340,7 +345,7 @@ void shutDown(Machine& machine);
 
 // Readings for tools and tests.
 [[nodiscard]] double wallClock(const Machine& machine);
-[[nodiscard]] double uptimeOf(const Machine& machine);
+[[nodiscard]] double uptimeOf(const Machine& machine);             // 0 while it is off
 [[nodiscard]] double level(const Machine& machine);                // shown percent before rounding, 0 … 100
 [[nodiscard]] bool adapterReachesBattery(const Machine& machine);  // present and not cut
 [[nodiscard]] bool chargingIsOpen(const Machine& machine);         // what the hardware follows

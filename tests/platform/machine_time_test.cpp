@@ -547,6 +547,7 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
     EXPECT_THAT(fault.name, ::testing::MatchesRegex("[a-z0-9-]+"));
     EXPECT_TRUE(fault.reason.ends_with('.'));
     EXPECT_EQ(fault.asks.number, !fault.unit.empty());
+    EXPECT_EQ(fault.asks.number, fault.least < fault.most);
     EXPECT_EQ(findFault(fault.name), &fault);
   }
   EXPECT_EQ(findFault("nothing-like-that"), nullptr);

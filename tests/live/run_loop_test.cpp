@@ -2,10 +2,11 @@
 
 #include "platform/run_loop.h"
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "live/live_folder.h"
 #include "platform/clock.h"
 #include "platform/power_sources.h"
+#include "platform/smc_service.h"
 
 namespace brisko {
 namespace {
@@ -172,6 +174,30 @@ TEST(LiveRunLoop, tellsOfAPlannedChangeWhenItComes) {
   runMain();
 }
 
+double processorSeconds() {
+  rusage used{};
+  ::getrusage(RUSAGE_SELF, &used);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
+}
+
+TEST(LiveRunLoop, sleepsUntilThePlannedChangeItForesees) {
+  LiveFolder folder(test::machineFromNow({}, 100));
+  folder.name();
+  ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
+  {
+    const auto update = folder.store().update();
+    virtual_mac::Machine& machine = update.machine();
+    ASSERT_TRUE(
+        virtual_mac::plan(machine, virtual_mac::machineTime(machine) + 20, {.kind = ChangeKind::unplug}));
+  }
+  const double before = processorSeconds();
+  runMain();
+  EXPECT_LT(processorSeconds() - before, 0.1) << "it was to wait for 0.2 s and not to look all the time";
+}
+
 // With nothing due the loop looks ahead for an hour at a time.
 TEST(LiveRunLoop, tellsOfAPlannedChangeAlsoWhenNothingElseIsDue) {
   LiveFolder folder(test::machineFromNow({}, 1'000'000));
@@ -256,16 +282,27 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
   EXPECT_GT(look.machine().system.sleptSeconds, 50);
 }
 
+void stopCharging() {
+  platform::SmcRecord write{};
+  platform::SmcRecord output;
+  constexpr std::array<std::uint8_t, 4> key{'E', 'T', 'H', 'C'};
+  std::copy(key.begin(), key.end(), write.begin());
+  write[28] = 4;  // bytes
+  write[42] = 6;  // write
+  write[48] = 1;
+  ASSERT_EQ(platform::exchangeSmc(platform::openSmc().connection, write, output), platform::kernelSuccess);
+  ASSERT_EQ(output[40], 0);
+}
+
 // A minute of a steady machine with the daemon's two timers: they wake it 8 times, less where they coincide,
 // and the machine itself never does.
 TEST(LiveRunLoop, wakesNoMoreOftenThanItsTimersDo) {
-  const LiveFolder folder(test::machineFromNow({.percent = 80, .plugged = false}, 200));
+  constexpr double speed = 200;
+  LiveFolder folder(test::machineFromNow({.percent = 80}, speed));
   folder.name();
-  {
-    // Nothing to publish: no load, and an adapter that was never there.
-    const auto update = const_cast<LiveFolder&>(folder).store().update();
-    update.machine().surroundings.loadWatts = 0;
-  }
+  // Held as the daemon holds it, for an hour already.
+  stopCharging();
+  folder.store().update().machine().realAnchor -= 3600 / speed;
   ASSERT_TRUE(platform::addPowerSourceNotification([] {}));
   (void)addRepeatingTimer(12, [] {});
   (void)addRepeatingTimer(20, [] {});

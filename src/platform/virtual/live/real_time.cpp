@@ -35,12 +35,6 @@ double machineTime(const Machine& machine) {
   return std::max(time, machine.now);
 }
 
-double realSecondsUntil(const Machine& machine, double time) {
-  const double missing = time - machineTime(machine);
-  if (missing <= 0) return 0;
-  return machine.speed > 0 ? missing / machine.speed : never;
-}
-
 double realSecondsUntilUptime(double uptime) {
   MachineStore* store = attachedMachine();
   if (store == nullptr) return std::max(uptime - hostUptime(), 0.0);

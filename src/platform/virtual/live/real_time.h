@@ -5,8 +5,6 @@
 
 #include <time.h>
 
-#include "platform/virtual/machine.h"
-
 namespace brisko::virtual_mac {
 
 // Real time, seconds since 1970.
@@ -15,10 +13,9 @@ namespace brisko::virtual_mac {
 // The computer's own uptime without its sleep, seconds.
 [[nodiscard]] double hostUptime();
 
-// Real seconds until `uptime` on the awake machine, or until `time` on its own clock; 0 when it has passed,
-// infinity when it will not come by waiting (asleep, or time stands still).
+// Real seconds until `uptime`; 0 when it has passed, infinity when it will not come by waiting (the machine
+// sleeps, or its time stands still).
 [[nodiscard]] double realSecondsUntilUptime(double uptime);
-[[nodiscard]] double realSecondsUntil(const Machine& machine, double time);
 
 // A real wait of `seconds` (0 or more), never shorter and a microsecond longer at most: doubles of this size
 // are good to a quarter of one, and waking too early would cost a second wait.

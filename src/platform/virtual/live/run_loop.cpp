@@ -121,9 +121,10 @@ class Loop {
     if (virtual_mac::attachedMachine() == nullptr) return dueIn;
     const double outlook = std::min(dueIn * ahead_->speed, longestOutlook);
     if (!(outlook > 0)) return dueIn;  // also when time stands still
-    const bool notice = virtual_mac::advanceToNotice(*ahead_, virtual_mac::machineTime(*ahead_) + outlook);
+    const double now = virtual_mac::machineTime(*ahead_);
+    const bool notice = virtual_mac::advanceToNotice(*ahead_, now + outlook);
     if (!notice && outlook < longestOutlook) return dueIn;
-    return virtual_mac::realSecondsUntil(*ahead_, ahead_->now);
+    return (ahead_->now - now) / ahead_->speed;
   }
 
   void listenForWakes(const std::string& folder) {

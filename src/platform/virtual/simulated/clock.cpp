@@ -13,7 +13,7 @@ void pause(double seconds) {
   virtual_mac::raiseMachineSignals();
   // The end is worked out anew each time: it moves away while the machine sleeps.
   while (virtual_mac::virtualNow() < virtual_mac::timeAtUptime(end)) {
-    virtual_mac::passToward(virtual_mac::timeAtUptime(end));
+    (void)virtual_mac::passToward(virtual_mac::timeAtUptime(end));  // whatever stopped it, the pause goes on
     virtual_mac::raiseMachineSignals();
   }
 }

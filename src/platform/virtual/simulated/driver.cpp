@@ -78,17 +78,15 @@ double timeAtUptime(double uptime) {
   return system.asleep ? never : uptime + system.bootedAt + system.sleptSeconds;
 }
 
-void passToward(double time) {
+bool passToward(double time) {
   if (driver().horizon <= virtualNow()) {
     driver().horizon = driver().reached();
-    return;
+    return false;
   }
   const double stop = std::min(time, driver().horizon);
-  if (std::isfinite(stop)) {
-    advanceTo(stop);
-  } else if (!advanceTo(virtualNow() + longestWait)) {
-    reportEndlessWait();
-  }
+  if (std::isfinite(stop)) return !advanceTo(stop) && stop == time;
+  if (!advanceTo(virtualNow() + longestWait)) reportEndlessWait();
+  return false;
 }
 
 void raiseMachineSignals() {

@@ -41,12 +41,10 @@ void turn() {
   const double dueTime = virtual_mac::timeAtUptime(due);
   // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
   const bool awake = std::isfinite(dueTime);
-  if (awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow())) {
-    loop().queue.runFirst(virtual_mac::virtualUptime);
-    virtual_mac::afterEvent();
-  } else {
-    virtual_mac::passToward(dueTime);
-  }
+  const bool isDue = awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow());
+  if (!isDue && !virtual_mac::passToward(dueTime)) return;
+  loop().queue.runFirst(virtual_mac::virtualUptime);
+  virtual_mac::afterEvent();
 }
 
 }  // namespace

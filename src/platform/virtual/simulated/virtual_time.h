@@ -14,9 +14,9 @@ namespace brisko::virtual_mac {
 // The machine time at which the uptime will be `uptime`; infinity while the machine sleeps.
 [[nodiscard]] double timeAtUptime(double uptime);
 
-// Lets time pass until `time` (machine time, later than now; infinity for ever), and stops short of it after
-// the first thing that the process must hear of, and at the horizon. To be called until `time` is there.
-void passToward(double time);
+// Lets time pass until `time` (machine time, later than now; infinity for ever). False when it stopped short of
+// that, or only just reached it, after the first thing that the process must hear of or at the horizon.
+[[nodiscard]] bool passToward(double time);
 
 // Raises the signals that wait in the machine.
 void raiseMachineSignals();

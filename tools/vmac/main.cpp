@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -371,4 +372,11 @@ int run(int count, char** arguments) {
 }  // namespace
 }  // namespace brisko::vmac
 
-int main(int count, char** arguments) { return brisko::vmac::run(count, arguments); }
+int main(int count, char** arguments) {
+  try {
+    return brisko::vmac::run(count, arguments);
+  } catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "brisko-vmac: %s\n", error.what()));
+    return 1;
+  }
+}

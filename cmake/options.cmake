@@ -1,6 +1,7 @@
 option(BRISKO_TESTS "Build the tests" ON)
 option(BRISKO_BENCHMARKS "Build the benchmarks" OFF)
 option(BRISKO_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(BRISKO_FUZZ "Build the fuzzers, with clang and with BRISKO_SANITIZE" OFF)
 option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
 
 # Everything of ours is compiled with these; the warnings are errors.
@@ -14,6 +15,12 @@ if(BRISKO_SANITIZE)
   target_compile_options(brisko_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                   -fno-omit-frame-pointer)
   target_link_options(brisko_options INTERFACE -fsanitize=address,undefined)
+endif()
+if(BRISKO_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang" OR NOT BRISKO_SANITIZE)
+    message(FATAL_ERROR "The fuzzers need clang and BRISKO_SANITIZE; use the preset fuzz")
+  endif()
+  target_compile_options(brisko_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(BRISKO_COVERAGE)
   # Counters live in the mapped profile file, so lives ended by _exit, abort and kill -9 count too.

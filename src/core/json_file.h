@@ -1,7 +1,9 @@
 // core/json_file.h
-// Reading and writing the JSON files, in one way for all of them.
+// Reading and writing the JSON files, in one way for all of them. Paths are used as they stand: callers map
+// them with onVolume().
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -11,8 +13,8 @@ namespace brisko {
 
 using Json = nlohmann::json;  // objects keep their keys in byte order
 
-// The whole of the regular file at `path` (unmapped); none when it is missing, unreadable, not a regular file
-// or larger than any file of ours could be (16 MiB). Never waits, whatever stands at the path.
+// The whole of the regular file at `path`; none when it is missing, unreadable, not a regular file or
+// larger than any file of ours could be (16 MiB). Never waits, whatever stands at the path.
 [[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
 // None when `text` is not JSON as a whole: trailing bytes, comments, numbers beyond a double, bad UTF-8 or

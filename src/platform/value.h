@@ -36,24 +36,22 @@ struct Date {
 class Value {
  public:
   // The conversions are implicit on purpose: a property list reads like one.
-  Value() = default;                                        // null
-  Value(bool value) : storage_(value) {}                    // NOLINT(google-explicit-constructor)
-  Value(double value) : storage_(value) {}                  // NOLINT(google-explicit-constructor)
-  Value(const char* text) : storage_(std::string(text)) {}  // NOLINT(google-explicit-constructor)
-  Value(std::string text) : storage_(std::move(text)) {}    // NOLINT(google-explicit-constructor)
-  Value(Data data) : storage_(std::move(data)) {}           // NOLINT(google-explicit-constructor)
-  Value(Date date) : storage_(date) {}                      // NOLINT(google-explicit-constructor)
-  Value(List list)
-      : storage_(std::make_shared<const List>(std::move(list))) {}  // NOLINT(google-explicit-constructor)
-  Value(Dictionary dictionary)                                      // NOLINT(google-explicit-constructor)
-      : storage_(std::make_shared<const Dictionary>(std::move(dictionary))) {}
-  Value(SharedDictionary dictionary)
-      : storage_(std::move(dictionary)) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTBEGIN(google-explicit-constructor)
+  Value() = default;  // null
+  Value(bool value) : storage_(value) {}
+  Value(double value) : storage_(value) {}
+  Value(const char* text) : storage_(std::string(text)) {}
+  Value(std::string text) : storage_(std::move(text)) {}
+  Value(Data data) : storage_(std::move(data)) {}
+  Value(Date date) : storage_(date) {}
+  Value(List list) : storage_(std::make_shared<const List>(std::move(list))) {}
+  Value(Dictionary dictionary) : storage_(std::make_shared<const Dictionary>(std::move(dictionary))) {}
+  Value(SharedDictionary dictionary) : storage_(std::move(dictionary)) {}
 
   // A template, so that every integer type finds its kind on every system.
   template <std::integral Integer>
-  requires(!std::same_as<Integer, bool>) Value(Integer value)
-      : storage_(wide(value)) {}  // NOLINT(google-explicit-constructor)
+  requires(!std::same_as<Integer, bool>) Value(Integer value) : storage_(wide(value)) {}
+  // NOLINTEND(google-explicit-constructor)
 
   [[nodiscard]] bool isNull() const { return std::holds_alternative<std::monostate>(storage_); }
   [[nodiscard]] std::optional<bool> asBoolean() const;

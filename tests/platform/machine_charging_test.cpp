@@ -125,6 +125,8 @@ TEST(MachineCharging, staysEmptyOnBattery) {
   mac.pass(24 * hour);
   EXPECT_EQ(mac.machine.battery.chargeMAh, 0);
   EXPECT_EQ(current(mac), 0);
+  mac.change(ChangeKind::load, 10);
+  EXPECT_EQ(current(mac), 0);
   mac.change(ChangeKind::plug, 30).pass(10 * minute);
   EXPECT_GT(level(mac.machine), 5);
 }

@@ -306,6 +306,14 @@ TEST(MachineGauge, publishesOnAGridThatBeginsWithTheSystem) {
   EXPECT_EQ(mac.machine.gauge.publishedAt, std::floor(booted) + 60);
 }
 
+TEST(MachineGauge, keepsItsGridThroughALongRest) {
+  Bench mac({.percent = 80});
+  mac.write("CHTE", {1, 0, 0, 0});
+  mac.pass(24 * hour);
+  mac.pass(1000);
+  EXPECT_EQ(mac.machine.gauge.publishedAt, mac.machine.now - 40);
+}
+
 TEST(MachineGauge, publishesAChosenChargeAtOnceAndKeepsItsGrid) {
   Bench mac({.percent = 40});
   mac.pass(10).change(ChangeKind::charge, 81);
@@ -547,6 +555,7 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
     EXPECT_THAT(fault.name, ::testing::MatchesRegex("[a-z0-9-]+"));
     EXPECT_TRUE(fault.reason.ends_with('.'));
     EXPECT_EQ(fault.asks.number, !fault.unit.empty());
+    EXPECT_EQ(fault.asks.number, fault.least < fault.most);
     EXPECT_EQ(findFault(fault.name), &fault);
   }
   EXPECT_EQ(findFault("nothing-like-that"), nullptr);

@@ -139,6 +139,12 @@ TEST(PropertiesFlat, showUnknownMinutesAs65535) {
   EXPECT_EQ(integer(battery(mac), "TimeRemaining"), mac.machine.powerSource.minutes);
   EXPECT_EQ(integer(battery(mac), "AvgTimeToEmpty"), mac.machine.powerSource.minutes);
   EXPECT_EQ(integer(battery(mac), "AvgTimeToFull"), 65535);
+
+  mac.write("CHTE", {0, 0, 0, 0});
+  mac.change(ChangeKind::plug, 30).pass(minute);
+  EXPECT_EQ(integer(battery(mac), "TimeRemaining"), mac.machine.powerSource.minutes);
+  EXPECT_EQ(integer(battery(mac), "AvgTimeToFull"), mac.machine.powerSource.minutes);
+  EXPECT_EQ(integer(battery(mac), "AvgTimeToEmpty"), 65535);
 }
 
 TEST(PropertiesFlat, areThoseOfADesktopWithoutABattery) {

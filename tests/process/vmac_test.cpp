@@ -161,8 +161,7 @@ TEST(Vmac, doesUnkindThings) {
   static_cast<void>(mac.vmac("fault", {"key-ignores-write", "--key", "CHTE"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
   expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "key-ignores-write", "--number", "many"}), 2,
-                  "many");
+  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
 }
 
 TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {

@@ -1,6 +1,7 @@
 #include "tidy/cpp_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 namespace brisko::test {
@@ -46,6 +47,20 @@ void appendUtf8(std::string& text, std::uint32_t point) {
     add(0x80U | ((point >> 6U) & 0x3FU));
     add(0x80U | (point & 0x3FU));
   }
+}
+
+// True when `before` ends with what can only be a type, so that a name after it is being declared.
+bool endsWithType(std::string_view before) {
+  constexpr std::array<std::string_view, 5> notTypes = {"return", "else", "do", "case", "throw"};
+  const std::size_t last = before.find_last_not_of(" \n");
+  if (last == std::string_view::npos || last + 1 == before.size()) return false;
+  before = before.substr(0, last + 1);
+  if (before.ends_with('>')) return !before.ends_with(" >");
+  std::size_t begin = before.size();
+  while (begin > 0 && isNamePart(before[begin - 1])) --begin;
+  const std::string_view word = before.substr(begin);
+  return !word.empty() && !isDigit(word[0]) &&
+         std::find(notTypes.begin(), notTypes.end(), word) == notTypes.end();
 }
 
 // Reads a source once from its beginning to its end.
@@ -214,7 +229,7 @@ void forEachName(std::string_view code, const std::function<void(std::string_vie
 
 bool isCalledFreely(std::string_view code, std::size_t offset) {
   const std::string_view before = code.substr(0, offset);
-  if (before.ends_with('.') || before.ends_with("->")) return false;
+  if (before.ends_with('.') || before.ends_with("->") || endsWithType(before)) return false;
   const std::size_t next = code.find_first_not_of(' ', offset + nameAt(code, offset).size());
   return next != std::string_view::npos && code[next] == '(';
 }

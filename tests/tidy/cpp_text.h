@@ -34,7 +34,8 @@ struct CppText {
 // Every name (keywords too) with its offset.
 void forEachName(std::string_view code, const std::function<void(std::string_view, std::size_t)>& visit);
 
-// True when the name at `offset` is followed by an argument list and belongs to no object.
+// True when the name at `offset` is followed by an argument list, belongs to no object and is not being
+// declared.
 [[nodiscard]] bool isCalledFreely(std::string_view code, std::size_t offset);
 
 // Counted from 1.

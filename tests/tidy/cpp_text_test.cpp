@@ -59,12 +59,17 @@ TEST(CppText, findsIncludesButNotThoseInComments) {
   EXPECT_THAT(text.literals, IsEmpty());
 }
 
-TEST(CppText, tellsFreeCallsFromMembersAndMentions) {
+TEST(CppText, tellsFreeCallsFromMembersMentionsAndDeclarations) {
   EXPECT_TRUE(isCalledFreely("x = time (0)", 4));
   EXPECT_TRUE(isCalledFreely("std::time(0)", 5));
   EXPECT_FALSE(isCalledFreely("row.time(0)", 4));
   EXPECT_FALSE(isCalledFreely("row->time(0)", 5));
+  EXPECT_TRUE(isCalledFreely("return time(0)", 7));
+  EXPECT_TRUE(isCalledFreely("a > time(0)", 4));
+  EXPECT_TRUE(isCalledFreely("(time(0))", 1));
   EXPECT_FALSE(isCalledFreely("double time = 0", 7));
+  EXPECT_FALSE(isCalledFreely("double time(0)", 7));
+  EXPECT_FALSE(isCalledFreely("hh_mm_ss<seconds> clock(x)", 18));
 }
 
 TEST(CppText, countsLinesFromOne) {

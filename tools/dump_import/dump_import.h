@@ -5,7 +5,7 @@
 // Taken over: percentage, charge and capacities, cycles, voltage, current and temperature as the gauge last
 // published them, the adapter with its watts, the load, and the layout of the registry. Not taken over:
 // serials. A dump does not say which charge keys the Mac has, nor its version of macOS; those come from the
-// options, and a dump in the nested layout is at least of macOS 27.
+// options, else from the nearest model, and a dump in the nested layout is at least of macOS 27.
 #pragma once
 
 #include <optional>

@@ -138,11 +138,11 @@ void LiveView::draw(const Machine& machine) {
   std::vector<std::string> picture;
   picture.push_back(formatted("%s%s%s  %s  × %g", bold, virtual_mac::textOf(machine.model).data(), plain,
                               timeText(virtual_mac::wallClock(machine)).c_str(), machine.speed));
-  picture.push_back("");
+  picture.emplace_back();
   picture.push_back(bar(level, band) + formatted("  %s%.1f %%%s", bold, level, plain));
   picture.push_back(
       formatted("band %lld–%lld %%", static_cast<long long>(band.lower), static_cast<long long>(band.upper)));
-  picture.push_back("");
+  picture.emplace_back();
   const bool present = machine.adapter.present;
   const std::string adapter = present ? formatted("%.0f W", machine.adapter.watts) : std::string("unplugged");
   picture.push_back(formatted("hardware %s%-9s%s  current %+6.0f mA   battery %.1f °C", yellow,
@@ -151,9 +151,9 @@ void LiveView::draw(const Machine& machine) {
   picture.push_back("adapter " + adapter +
                     (present && !virtual_mac::adapterReachesBattery(machine) ? " (cut)" : "") + "   light " +
                     lightText(machine));
-  picture.push_back("");
+  picture.emplace_back();
   for (std::size_t line = 0; line < logLinesShown; ++line) {
-    picture.push_back(line < lastLines_.size() ? dim + cut(lastLines_[line], width) + plain : "");
+    picture.emplace_back(line < lastLines_.size() ? dim + cut(lastLines_[line], width) + plain : "");
   }
   erase();
   for (const std::string& line : picture) static_cast<void>(std::fprintf(out_, "%s\n", line.c_str()));

@@ -71,7 +71,7 @@ class BootLock {
 };
 
 std::string makeLogFolder(const MachineStore& store) {
-  const std::string folder = store.volumeRoot() + "/Library/Logs/Brisko";
+  std::string folder = store.volumeRoot() + "/Library/Logs/Brisko";
   static_cast<void>(::mkdir(folder.c_str(), 0755));
   return folder;
 }

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -239,11 +240,17 @@ void addWatch(CLI::App& program, std::function<int()>& chosen, std::string& fold
 // ---------------------------------------------------------------------------------------------------------
 
 void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
-  static double watts = 67;
+  static std::optional<double> watts;
   CLI::App* plug = program.add_subcommand("plug", "plug the adapter in");
   plug->add_option("folder", folder)->required();
-  plug->add_option("--watts", watts)->check(CLI::Range(1.0, 500.0))->capture_default_str();
-  plug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::plug, watts)}); }; });
+  plug->add_option("--watts", watts, "another adapter than the one before")->check(CLI::Range(1.0, 500.0));
+  plug->callback([&] {
+    chosen = [&] {
+      return changeMachine(folder, [](Machine& machine) {
+        virtual_mac::apply(machine, changeTo(ChangeKind::plug, watts.value_or(machine.adapter.watts)));
+      });
+    };
+  });
   CLI::App* unplug = program.add_subcommand("unplug", "pull the adapter");
   unplug->add_option("folder", folder)->required();
   unplug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::unplug)}); }; });
@@ -365,4 +372,11 @@ int run(int count, char** arguments) {
 }  // namespace
 }  // namespace brisko::vmac
 
-int main(int count, char** arguments) { return brisko::vmac::run(count, arguments); }
+int main(int count, char** arguments) {
+  try {
+    return brisko::vmac::run(count, arguments);
+  } catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "brisko-vmac: %s\n", error.what()));
+    return 1;
+  }
+}

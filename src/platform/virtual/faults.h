@@ -25,6 +25,7 @@ struct Fault {
   Change change;          // complete but for what is asked
   Asks asks;
   std::string_view unit;  // of the number that is asked, e.g. "mA"; empty when none is
+  double least, most;     // what that number may be
   std::string_view reason;
 };
 

@@ -128,8 +128,8 @@ File openWhole(const std::string& path) {
 
 // Why the file is not a machine that this program can work with; empty when it is one.
 std::string flawOf(const File& file, const std::string& folder) {
-  const std::string notOurs = "the file " + folder + "/machine is not a virtual Mac";
-  const std::string halfWritten = "the machine in " + folder + " is half-written";
+  std::string notOurs = "the file " + folder + "/machine is not a virtual Mac";
+  std::string halfWritten = "the machine in " + folder + " is half-written";
   const std::optional<std::uint64_t> size = regularSize(file);
   if (!size) return notOurs;
 

@@ -32,16 +32,18 @@ Driver& driver() {
 }
 constexpr double bareBoot = MachineOptions{}.startTime - MachineOptions{}.uptime;
 
-// In virtual time the store lies in memory, so that looking costs nothing.
-Machine& machine() { return driver().store->update().machine(); }
+// The machine of this process, null without one. In virtual time the store lies in memory, so that looking
+// costs nothing.
+Machine* machine() {
+  MachineStore* store = driver().store;
+  return store == nullptr ? nullptr : &store->update().machine();
+}
 
 // True when something happened that the process must hear of.
 bool advanceTo(double time) {
-  if (driver().store == nullptr) {
-    driver().bareNow = std::max(driver().bareNow, time);
-    return false;
-  }
-  return advanceToNotice(machine(), time);
+  if (Machine* moving = machine()) return advanceToNotice(*moving, time);
+  driver().bareNow = std::max(driver().bareNow, time);
+  return false;
 }
 
 [[noreturn]] void reportEndlessWait() {
@@ -64,17 +66,25 @@ MachineStore* attachedMachine() { return driver().store; }
 
 double machineTime(const Machine& machine) { return machine.now; }
 
-double virtualNow() { return driver().store == nullptr ? driver().bareNow : machine().now; }
-
-double virtualUptime() {
-  return driver().store == nullptr ? driver().bareNow - bareBoot : uptimeOf(machine());
+double virtualNow() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow : looked->now;
 }
 
-double virtualWallClock() { return driver().store == nullptr ? driver().bareNow : wallClock(machine()); }
+double virtualUptime() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow - bareBoot : uptimeOf(*looked);
+}
+
+double virtualWallClock() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow : wallClock(*looked);
+}
 
 double timeAtUptime(double uptime) {
-  if (driver().store == nullptr) return bareBoot + uptime;
-  const System& system = machine().system;
+  const Machine* looked = machine();
+  if (looked == nullptr) return bareBoot + uptime;
+  const System& system = looked->system;
   return system.asleep ? never : uptime + system.bootedAt + system.sleptSeconds;
 }
 
@@ -90,8 +100,9 @@ bool passToward(double time) {
 }
 
 void raiseMachineSignals() {
-  if (driver().store == nullptr || machine().pendingSignals == 0) return;
-  raiseSignals(std::exchange(machine().pendingSignals, 0));
+  Machine* looked = machine();
+  if (looked != nullptr && looked->pendingSignals != 0)
+    raiseSignals(std::exchange(looked->pendingSignals, 0));
 }
 
 void afterEvent() {

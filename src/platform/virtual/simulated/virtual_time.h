@@ -14,8 +14,8 @@ namespace brisko::virtual_mac {
 // The machine time at which the uptime will be `uptime`; infinity while the machine sleeps.
 [[nodiscard]] double timeAtUptime(double uptime);
 
-// Lets time pass until `time` (machine time, later than now; infinity for ever). False when it stopped short of
-// that, or only just reached it, after the first thing that the process must hear of or at the horizon.
+// Lets time pass until `time` (machine time, later than now; infinity for ever). False when it stopped short
+// of that, or only just reached it, after the first thing that the process must hear of or at the horizon.
 [[nodiscard]] bool passToward(double time);
 
 // Raises the signals that wait in the machine.

@@ -1,0 +1,173 @@
+#include "core/log.h"
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/folders.h"
+#include "core/process_flags.h"
+#include "core/volume_path.h"
+#include "platform/clock.h"
+
+namespace brisko {
+namespace {
+
+// "2026-03-01T08:15:30Z". Without the C library's calendar, which knows locales and time zones.
+std::string timeStamp(double secondsSince1970) {
+  // Four digits of year, however far the clock may have stepped; also what is no number ends up in there.
+  constexpr double earliest = -62'167'219'200;  // 0000-01-01T00:00:00Z
+  constexpr double latest = 253'402'300'799;    // 9999-12-31T23:59:59Z
+  const double whole = std::floor(std::fmax(earliest, std::fmin(latest, secondsSince1970)));
+
+  using std::chrono::days;
+  const std::chrono::sys_seconds moment{std::chrono::seconds(static_cast<std::int64_t>(whole))};
+  const auto midnight = std::chrono::floor<days>(moment);
+  const std::chrono::year_month_day date(midnight);
+  const std::chrono::hh_mm_ss<std::chrono::seconds> timeOfDay(moment - midnight);
+
+  std::array<char, 80> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
+                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                static_cast<int>(timeOfDay.hours().count()), static_cast<int>(timeOfDay.minutes().count()),
+                static_cast<int>(timeOfDay.seconds().count()));
+  return text.data();
+}
+
+bool isPending(int signal) {
+  sigset_t pending;
+  sigemptyset(&pending);
+  ::sigpending(&pending);
+  return sigismember(&pending, signal) == 1;
+}
+
+// Whoever read our standard output may be gone, and the signal that comes of it would end the daemon with
+// the charge still held. It has no handler, so it is kept out of this one write and taken away after it.
+void writeStandardOutput(std::string_view text) {
+  sigset_t brokenPipe;
+  sigset_t before;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  const bool somebodyElses = isPending(SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
+  // The log file has the line too; there is nothing to do about this one.
+  static_cast<void>(writeAll(STDOUT_FILENO, text));
+  if (!somebodyElses && isPending(SIGPIPE)) {
+    int taken = 0;
+    ::sigwait(&brokenPipe, &taken);
+  }
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+}  // namespace
+
+void log(std::string_view message) {
+  std::string line = timeStamp(platform::wallNow());
+  line.append("  ").append(message).append("\n");
+  writeStandardOutput(line);
+  LogFile::append(line);
+}
+
+namespace LogFile {
+
+namespace {
+
+constexpr mode_t folderMode = 0755;
+constexpr mode_t fileMode = 0644;
+
+// Made before main() and gone after every exit hook, which may still log.
+struct State {
+  Descriptor handle;
+  std::int64_t written = 0;  // bytes in the file as far as this process knows
+  std::string directory = "/Library/Logs/Brisko";
+  std::int64_t cap = defaultCap;
+};
+State state;
+
+std::string pathOf(const char* name) { return onVolume(state.directory + "/" + name); }
+
+// True when there is a handle.
+bool open() {
+  if (state.handle) return true;
+  makeFolders(onVolume(state.directory));
+  state.handle = openForAppending(pathOf("daemon.log"));
+  if (!state.handle) return false;
+  const off_t end = ::lseek(state.handle.number(), 0, SEEK_END);
+  state.written = end < 0 ? 0 : end;
+  return true;
+}
+
+void rotate() {
+  state.handle.close();
+  // Also a folder that took the place of the previous generation: the log would grow for ever before it.
+  std::error_code ignored;
+  std::filesystem::remove_all(pathOf("daemon.log.1"), ignored);
+  std::filesystem::rename(pathOf("daemon.log"), pathOf("daemon.log.1"), ignored);
+  state.written = 0;
+}
+
+std::string octal(mode_t mode) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "%o", static_cast<unsigned>(mode));
+  return text.data();
+}
+
+// Changes the mode of a descriptor of that kind (S_IFREG, S_IFDIR) where it differs; the text of the change.
+std::optional<std::string> setMode(const Descriptor& file, mode_t kind, mode_t mode) {
+  struct stat status {};
+  if (::fstat(file.number(), &status) != 0 || (status.st_mode & S_IFMT) != kind) return std::nullopt;
+  const mode_t old = status.st_mode & 07777;
+  if (old == mode || ::fchmod(file.number(), mode) != 0) return std::nullopt;
+  return octal(old) + " → " + octal(mode);
+}
+
+}  // namespace
+
+void append(std::string_view line) {
+  if (gPurged || !open()) return;
+  const auto size = static_cast<std::int64_t>(line.size());
+  if (state.written + size > state.cap) {
+    rotate();
+    if (!open()) return;
+  }
+  // Counted also when it could not be written: a full disk must not stop the rotation.
+  static_cast<void>(writeAll(state.handle.number(), line));
+  state.written += size;
+}
+
+std::vector<std::string> repairPermissions() {
+  std::vector<std::string> repairs;
+  const Descriptor folder(
+      ::open(onVolume(state.directory).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folder) return repairs;
+  if (const auto change = setMode(folder, S_IFDIR, folderMode)) {
+    repairs.push_back(state.directory + " " + *change);
+  }
+  for (const char* name : {"daemon.log", "daemon.log.1", "daemon.err.log"}) {
+    const Descriptor file(::openat(folder.number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file) continue;
+    if (const auto change = setMode(file, S_IFREG, fileMode)) {
+      repairs.push_back(std::string(name) + " " + *change);
+    }
+  }
+  return repairs;
+}
+
+void reset(const std::string& directory, std::int64_t cap) {
+  state.handle.close();
+  state.written = 0;
+  state.directory = directory;
+  state.cap = cap;
+}
+
+}  // namespace LogFile
+}  // namespace brisko

@@ -1,0 +1,56 @@
+#include "support/files.h"
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace brisko::test {
+namespace {
+
+// A test that cannot set its scene must not go on.
+void need(bool done, const std::string& what) {
+  if (!done) throw std::runtime_error("cannot make " + what);
+}
+
+struct stat statusOf(const std::string& path) {
+  struct stat status {};
+  need(::stat(path.c_str(), &status) == 0, "a look at " + path);
+  return status;
+}
+
+}  // namespace
+
+void put(const std::string& path, std::string_view bytes) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << bytes << std::flush;
+  need(file.good(), path);
+}
+
+std::string contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
+mode_t modeOf(const std::string& path) { return statusOf(path).st_mode & 07777; }
+
+ino_t inodeOf(const std::string& path) { return statusOf(path).st_ino; }
+
+void setMode(const std::string& path, mode_t mode) { need(::chmod(path.c_str(), mode) == 0, path); }
+
+void makeFolder(const std::string& path) { need(::mkdir(path.c_str(), 0755) == 0, path); }
+
+void makeLink(const std::string& path, const std::string& target) {
+  need(::symlink(target.c_str(), path.c_str()) == 0, path);
+}
+
+void makePipe(const std::string& path) { need(::mkfifo(path.c_str(), 0600) == 0, path); }
+
+}  // namespace brisko::test

@@ -81,6 +81,8 @@ Milestone milestone(double start) {
 [[noreturn]] void live(SteadyMachine& machine, Told& told) {
   const int nowhere = ::open("/dev/null", O_WRONLY);
   ::dup2(nowhere, STDOUT_FILENO);
+  // The first measurement brings code of its own into memory; what counts is what comes after it.
+  static_cast<void>(processFigures(::getpid()));
   const double begin = machine.now();
   const double start = realNow();
   virtual_mac::setHorizon(begin + 30 * day, [&told, begin, start] {

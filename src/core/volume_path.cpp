@@ -6,7 +6,7 @@ namespace brisko {
 namespace {
 
 bool liesIn(std::string_view path, const std::string& folder) {
-  return !folder.empty() && path.substr(0, folder.size()) == folder &&
+  return path.substr(0, folder.size()) == folder &&
          (path.size() == folder.size() || path[folder.size()] == '/');
 }
 

@@ -28,11 +28,6 @@ std::int64_t percentOf(std::int64_t current, std::int64_t max) {
   return checkedInteger(std::round(static_cast<double>(current) / static_cast<double>(max) * 100.0));
 }
 
-std::optional<std::int64_t> amperageNow() {
-  const platform::SharedDictionary properties = SmartBattery::properties();
-  return properties ? SmartBattery::amperageMA(*properties) : std::nullopt;
-}
-
 }  // namespace
 
 std::optional<PowerState> powerState() {
@@ -75,6 +70,11 @@ std::optional<std::int64_t> SmartBattery::mAh(const platform::Dictionary& proper
   const platform::Value* data = platform::find(properties, "BatteryData");
   const platform::Dictionary* nested = data == nullptr ? nullptr : data->asDictionary();
   return nested == nullptr ? std::nullopt : integerProperty(*nested, key);
+}
+
+std::optional<std::int64_t> amperageNow() {
+  const platform::SharedDictionary properties = SmartBattery::properties();
+  return properties ? SmartBattery::amperageMA(*properties) : std::nullopt;
 }
 
 std::optional<double> readTemp() {

@@ -40,6 +40,9 @@ namespace SmartBattery {
 
 }  // namespace SmartBattery
 
+// The battery's current at this moment, as amperageMA() has it.
+[[nodiscard]] std::optional<std::int64_t> amperageNow();
+
 // The battery's temperature, °C, between 0 and 100 exclusive.
 [[nodiscard]] std::optional<double> readTemp();
 

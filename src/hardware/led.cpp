@@ -1,6 +1,40 @@
 #include "hardware/led.h"
 
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+
+#include "core/log.h"
+#include "hardware/charge_gate.h"
+#include "hardware/machine_abilities.h"
+#include "hardware/smc.h"
+#include "platform/clock.h"
+#include "platform/run_loop.h"
+
 namespace brisko {
+namespace {
+
+// The grid on which a phase can change; finer would wake the machine more often for nothing.
+constexpr double blinkTickSeconds = 0.5;
+constexpr double shortestBlink = 0.3;              // seconds
+constexpr double distantPast = -62'135'596'800.0;  // seconds since 1970: the year 1
+
+std::optional<std::uint8_t> gLastLed;  // last written or found right; unknown while it blinks
+bool gLedDriftLogged = false;          // that the system took the light was logged
+bool gBlinkOn = false;                 // the phase that is shown
+double gLastBlink = distantPast;       // wall clock of the last change of phase
+std::optional<platform::TimerToken> gBlinkTimer;
+
+bool blinking() { return gLedSupported && gMode == LedMode::blink; }
+
+void noteTakeBack(std::uint8_t value) {
+  if (gLastLed != value || gLedDriftLogged) return;
+  log("⚠️ LED reprise par le système — Brisko la remet à " + std::to_string(value));
+  gLedDriftLogged = true;
+}
+
+}  // namespace
 
 LedMode ledMode(ChargeState state, const LedInputs& inputs) {
   if (!inputs.wanted || !inputs.adapterPresent) return LedMode::system;
@@ -13,6 +47,43 @@ LedMode ledMode(ChargeState state, const LedInputs& inputs) {
       break;
   }
   return inputs.controlling && inputs.pct < inputs.shownTarget ? LedMode::blink : LedMode::orange;
+}
+
+void setLED(std::uint8_t value) {
+  if (!gLedSupported) return;
+  // Once handed back where macOS does the work, the light is macOS's alone.
+  if (value == LED_SYSTEM && gLastLed == LED_SYSTEM && gateIsMacOSLimit()) return;
+  // A light that cannot be read may show anything, so it is written.
+  if (readFirstByte("ACLC") == value) {
+    gLastLed = value;
+    gLedDriftLogged = false;
+    return;
+  }
+  noteTakeBack(value);
+  const std::array<std::uint8_t, 1> bytes{value};
+  static_cast<void>(writeKey("ACLC", bytes));
+  gLastLed = value;
+}
+
+void syncBlinkTimer() {
+  if (blinking() == gBlinkTimer.has_value()) return;
+  if (gBlinkTimer) {
+    platform::invalidateTimer(*gBlinkTimer);
+    gBlinkTimer.reset();
+  } else {
+    gBlinkTimer = platform::addRepeatingTimer(blinkTickSeconds, ledTick);
+  }
+}
+
+void ledTick() {
+  if (!blinking()) return;
+  const double now = platform::wallNow();
+  if (now - gLastBlink < std::max(gBlinkSeconds, shortestBlink)) return;
+  gBlinkOn = !gBlinkOn;
+  gLastBlink = now;
+  // A phase that follows another is no light taken back.
+  gLastLed.reset();
+  setLED(gBlinkOn ? LED_GREEN : LED_OFF);
 }
 
 }  // namespace brisko

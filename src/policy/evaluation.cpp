@@ -19,6 +19,7 @@
 #include "policy/charge_state.h"
 #include "policy/decision.h"
 #include "policy/tick_state.h"
+#include "policy/verification.h"
 #include "power/sleep_state.h"
 #include "records/statistics.h"
 
@@ -47,6 +48,7 @@ struct Pass {
   bool topUpActive = false;
   bool dischargeOn = false;   // wanted and allowed
   bool dischargeNow = false;  // may run in this kind of wake
+  bool fullyAwake = true;     // a maintenance wake leaves the display off
   std::optional<double> temp;
 };
 
@@ -143,6 +145,7 @@ void considerWake(Pass& pass) {
     gDarkWakeLogged = false;
     return;
   }
+  pass.fullyAwake = false;
   pass.dischargeNow = false;
   if (pass.dischargeOn && pass.power.pct > pass.target && !gDarkWakeLogged) {
     log("réveil de maintenance à " + std::to_string(pass.power.pct) +
@@ -199,6 +202,30 @@ void chooseLight(const Pass& pass) {
                            .controlling = pass.cfg.enabled || pass.calDrive.has_value(),
                            .pct = pass.power.pct,
                            .shownTarget = pass.calDrive ? pass.calDrive->target : pass.target});
+}
+
+// What drifted is put right before anything is judged.
+void verify(const Pass& pass) {
+  reassertState();
+  verifyGate(pass.power.plugged);
+  verifyDischarge(pass.fullyAwake);
+}
+
+void showLight() {
+  switch (gMode) {
+    case LedMode::system:
+      setLED(LED_SYSTEM);
+      break;
+    case LedMode::green:
+      setLED(LED_GREEN);
+      break;
+    case LedMode::orange:
+      setLED(LED_ORANGE);
+      break;
+    case LedMode::blink:
+      break;  // the timer writes it
+  }
+  syncBlinkTimer();
 }
 
 std::string temperatureText(const std::optional<double>& temp) {
@@ -266,9 +293,13 @@ void evaluate() {
   considerHeat(pass.cfg, pass.power.plugged, pass.temp);
   considerLimit(pass);
 
-  if (!gateIsMacOSLimit()) applyState(decide(pass));
+  if (!gateIsMacOSLimit()) {
+    applyState(decide(pass));
+    verify(pass);
+  }
 
   chooseLight(pass);
+  showLight();
   logSummary(pass);
   // A soak time that overflows is found only now, with the hardware already set.
   static_cast<void>(checkedProduct(pass.cfg.calSoakMinutes, 60));

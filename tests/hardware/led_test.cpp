@@ -1,9 +1,20 @@
 #include "hardware/led.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "hardware/charge_gate.h"
+#include "hardware/machine_abilities.h"
+#include "platform/run_loop.h"
+#include "support/on_virtual_mac.h"
 
 namespace brisko {
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+using virtual_mac::OnWrite;
 
 TEST(LightMode, isTheSystemsWithoutTheWishOrTheAdapter) {
   for (const auto state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
@@ -44,6 +55,271 @@ TEST(LightValues, areThoseOfTheKey) {
   EXPECT_EQ(LED_OFF, 1);
   EXPECT_EQ(LED_GREEN, 3);
   EXPECT_EQ(LED_ORANGE, 4);
+}
+
+// --- writing
+
+// What stands in the log, byte by byte, for the values 3 and 4.
+constexpr const char* greenTakenBack =
+    "\xE2\x9A\xA0\xEF\xB8\x8F LED reprise par le syst\xC3\xA8me \xE2\x80\x94 Brisko la remet \xC3\xA0 3";
+constexpr const char* orangeTakenBack =
+    "\xE2\x9A\xA0\xEF\xB8\x8F LED reprise par le syst\xC3\xA8me \xE2\x80\x94 Brisko la remet \xC3\xA0 4";
+
+class Light : public test::OnVirtualMac {
+ protected:
+  void SetUp() override {
+    takeGate();
+    begin_ = mac.machine().now;
+  }
+
+  void systemTakesTheLight() {
+    mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode("ACLC")});
+  }
+
+  // Lets the timers run.
+  static void run(double seconds) {
+    platform::postMainAfter(seconds, platform::stopMain);
+    platform::runMain();
+  }
+
+  // When the light was written, in seconds since the start of the test.
+  [[nodiscard]] std::vector<double> times() const {
+    std::vector<double> all;
+    for (const auto& entry : mac.journal()) all.push_back(entry.time - begin_);
+    return all;
+  }
+
+  static void blink(double seconds) {
+    gBlinkSeconds = seconds;
+    gMode = LedMode::blink;
+    syncBlinkTimer();
+  }
+
+ private:
+  double begin_ = 0;
+};
+
+TEST_F(Light, isWrittenWhenItShowsSomethingElse) {
+  setLED(LED_GREEN);
+  setLED(LED_ORANGE);
+  setLED(LED_SYSTEM);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=04", "ACLC=00"));
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Light, isLeftAloneWhenItIsRightAlready) {
+  mac.keyBytes("ACLC", {3});
+  setLED(LED_GREEN);
+  setLED(LED_GREEN);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsSaidOnce) {
+  setLED(LED_GREEN);
+  systemTakesTheLight();
+  setLED(LED_GREEN);
+  EXPECT_THAT(newLines(), ElementsAre(greenTakenBack));
+  systemTakesTheLight();
+  setLED(LED_GREEN);
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=03", "ACLC=03"));
+}
+
+TEST_F(Light, takenAgainAfterItWasFoundRightIsSaidAgain) {
+  setLED(LED_ORANGE);
+  systemTakesTheLight();
+  setLED(LED_ORANGE);
+  setLED(LED_ORANGE);  // right
+  systemTakesTheLight();
+  setLED(LED_ORANGE);
+  EXPECT_THAT(newLines(), ElementsAre(orangeTakenBack, orangeTakenBack));
+}
+
+TEST_F(Light, takenAfterItWasOnlyFoundRightIsSaidToo) {
+  mac.keyBytes("ACLC", {3});
+  setLED(LED_GREEN);
+  systemTakesTheLight();
+  setLED(LED_GREEN);
+  EXPECT_THAT(newLines(), ElementsAre(greenTakenBack));
+}
+
+TEST_F(Light, staysQuietAboutALossUntilItIsFoundRightAlsoInAnotherColour) {
+  setLED(LED_GREEN);
+  systemTakesTheLight();
+  setLED(LED_GREEN);
+  static_cast<void>(newLines());
+  setLED(LED_ORANGE);
+  systemTakesTheLight();
+  setLED(LED_ORANGE);
+  EXPECT_THAT(newLines(), IsEmpty());
+  setLED(LED_ORANGE);  // right
+  systemTakesTheLight();
+  setLED(LED_ORANGE);
+  EXPECT_THAT(newLines(), ElementsAre(orangeTakenBack));
+}
+
+TEST_F(Light, inAColourThatTheDaemonDidNotAskForLastIsNoLoss) {
+  setLED(LED_GREEN);
+  mac.keyBytes("ACLC", {0});
+  setLED(LED_ORANGE);
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Light, thatRefusesItsColourIsTriedAgainAndReportedOnce) {
+  mac.keyOnWrite("ACLC", OnWrite::refuse);
+  for (int time = 0; time < 3; ++time) setLED(LED_GREEN);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03!", "ACLC=03!", "ACLC=03!"));
+  EXPECT_THAT(newLines(), ElementsAre(greenTakenBack));
+}
+
+TEST_F(Light, thatCanNotBeReadCountsAsWrong) {
+  mac.change({.kind = ChangeKind::keyReadStatus,
+              .key = virtual_mac::keyCode("ACLC"),
+              .status = platform::kernelNotPrivileged});
+  mac.keepReads();
+  setLED(LED_GREEN);
+  EXPECT_THAT(mac.writes(), ElementsAre("info ACLC!", "info ACLC!"));  // to read it, and to write it
+}
+
+TEST_F(Light, handedBackWhereMacOSDoesTheWorkIsNotTouchedAgain) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  mac.keyBytes("ACLC", {3});
+  setLED(LED_SYSTEM);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=00"));
+  mac.keyBytes("ACLC", {4});
+  mac.forgetJournal();
+  mac.keepReads();
+  setLED(LED_SYSTEM);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  setLED(LED_GREEN);
+  EXPECT_THAT(mac.writes().back(), "ACLC=03");
+  setLED(LED_SYSTEM);
+  EXPECT_THAT(mac.writes().back(), "ACLC=00");
+}
+
+TEST_F(Light, handedBackIsStillWatchedWhereTheKeysAreOurs) {
+  setLED(LED_SYSTEM);
+  mac.keyBytes("ACLC", {3});
+  setLED(LED_SYSTEM);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=00"));
+}
+
+TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {
+  gLedSupported = false;
+  mac.keepReads();
+  setLED(LED_GREEN);
+  blink(0.5);
+  ledTick();
+  run(10.25);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+// --- blinking
+
+TEST_F(Light, blinksGreenAndOffOnceInEachPeriod) {
+  blink(2);
+  run(9.25);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=01", "ACLC=03", "ACLC=01", "ACLC=03"));
+  EXPECT_THAT(times(), ElementsAre(0.5, 2.5, 4.5, 6.5, 8.5));
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Light, changesPhaseOnTheFirstTickAtOrAfterThePeriod) {
+  struct Case {
+    double period;
+    double onTheGrid;
+  };
+  for (const auto& [period, onTheGrid] : {Case{-5, 0.5}, Case{0, 0.5}, Case{0.1, 0.5}, Case{0.5, 0.5},
+                                          Case{0.5625, 1}, Case{1, 1}, Case{1.0625, 1.5}, Case{3.5, 3.5}}) {
+    SCOPED_TRACE(period);
+    blink(period);
+    run(10.25);  // the first phase, and some to get past it
+    mac.forgetJournal();
+    run(10);
+    const std::vector<double> all = times();
+    ASSERT_GE(all.size(), 2U);
+    for (std::size_t index = 1; index < all.size(); ++index) {
+      EXPECT_EQ(all[index] - all[index - 1], onTheGrid);
+    }
+    gMode = LedMode::green;
+    syncBlinkTimer();
+  }
+}
+
+TEST_F(Light, neverChangesPhaseSoonerThanAfterThreeTenths) {
+  gBlinkSeconds = 0.1;
+  gMode = LedMode::blink;
+  ledTick();
+  mac.pass(0.25);
+  ledTick();
+  EXPECT_THAT(times(), ElementsAre(0.0));
+  mac.pass(0.0625);
+  ledTick();
+  EXPECT_THAT(times(), ElementsAre(0.0, 0.3125));
+}
+
+TEST_F(Light, stopsBlinkingAtOnceAndGoesOnWithTheOtherPhaseLater) {
+  blink(0.5);
+  run(1.25);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=01"));
+  mac.forgetJournal();
+  gMode = LedMode::green;
+  syncBlinkTimer();
+  setLED(LED_GREEN);
+  run(60);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03"));
+  EXPECT_THAT(newLines(), IsEmpty());
+  mac.forgetJournal();
+  blink(0.5);
+  run(1.25);
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=01"));  // the green phase finds the light green
+}
+
+TEST_F(Light, hasOneTimerHoweverOftenItIsAskedFor) {
+  blink(0.3);
+  run(0.375);
+  blink(0.3);
+  run(1.75);
+  // A second timer would fire between these.
+  EXPECT_THAT(times(), ElementsAre(0.5, 1.0, 1.5, 2.0));
+}
+
+TEST_F(Light, isNoTimersBusinessOutsideTheBlinking) {
+  gMode = LedMode::green;
+  syncBlinkTimer();
+  ledTick();
+  run(10);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(Light, takenWhileItBlinksIsNotRemarkedUpon) {
+  setLED(LED_GREEN);
+  mac.keyBytes("ACLC", {0});
+  blink(0.5);
+  for (int phase = 0; phase < 10; ++phase) {
+    run(0.5);
+    systemTakesTheLight();
+  }
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_GE(mac.writes().size(), 9U);
+}
+
+TEST_F(Light, standsStillUntilAClockThatWasSetBackHasCaughtUp) {
+  blink(2);
+  run(1);
+  mac.number(ChangeKind::clockStep, -100);
+  mac.forgetJournal();
+  run(105.25);
+  EXPECT_THAT(times(), ElementsAre(102.5, 104.5));
+}
+
+TEST_F(Light, changesPhaseAtOnceWhenTheClockIsSetForward) {
+  blink(2);
+  run(1);
+  mac.number(ChangeKind::clockStep, 100);
+  mac.forgetJournal();
+  run(3);
+  EXPECT_THAT(times(), ElementsAre(1.5, 3.5));
 }
 
 }  // namespace

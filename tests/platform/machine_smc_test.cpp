@@ -254,6 +254,44 @@ TEST(MachineSmc, takesAKeyBackOnCommand) {
   EXPECT_THAT(mac.read("ACLC"), ElementsAre(0));
 }
 
+TEST(MachineSmc, takesTheLightBackWithEachChangeOfTheAdapter) {
+  Bench mac;
+  mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3}) << "nobody said that macOS minds";
+  mac.change(ChangeKind::lightTaken, 1);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3});
+  mac.change(ChangeKind::plug, 30);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{0});
+  mac.keyBytes("ACLC", {3}).change(ChangeKind::plug, 60);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3});
+  EXPECT_EQ(mac.write("CHIE", {8}), accepted);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{0});
+  mac.keyBytes("ACLC", {3}).change(ChangeKind::lightTaken, 0).change(ChangeKind::unplug);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3});
+}
+
+TEST(MachineSmc, takesTheLightBackWhenTheChargingItPublishesChanges) {
+  Bench mac;
+  mac.pass(60).change(ChangeKind::lightTaken, 1).keyBytes("ACLC", {4});
+  ASSERT_TRUE(mac.machine.powerSource.charging);
+  mac.pass(600);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{4});
+  EXPECT_EQ(mac.write("CHTE", stop), accepted);
+  mac.pass(59);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{4});
+  mac.pass(1);
+  EXPECT_FALSE(mac.machine.powerSource.charging);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{0});
+}
+
+TEST(MachineSmc, takesNoLightThatAMacDoesNotHave) {
+  MachineOptions options;
+  options.magSafeLight = false;
+  Bench mac(options);
+  mac.change(ChangeKind::lightTaken, 1).change(ChangeKind::unplug);
+  EXPECT_EQ(mac.info("ACLC"), unknownKey);
+}
+
 TEST(MachineSmc, followsWhatSomebodyElseWrites) {
   Bench mac;
   mac.keyBytes("CHTE", stop);

@@ -212,6 +212,9 @@ void changeSystem(Machine& machine, const Change& change) {
     case ChangeKind::signalAtExchange:
       changeSignalAtExchange(machine.smc, change);
       break;
+    case ChangeKind::lightTaken:
+      machine.smc.lightTaken = flag(number);
+      break;
     default:
       break;
   }

@@ -20,7 +20,7 @@
 namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
-inline constexpr std::uint32_t machineVersion = 1;
+inline constexpr std::uint32_t machineVersion = 2;
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
@@ -84,6 +84,7 @@ struct Smc {
   std::uint64_t exchanges;         // calls of exchange() so far
   std::uint64_t signalAtExchange;  // raise `signalToRaise` in the caller right after this exchange; 0 never
   std::int32_t signalToRaise;
+  bool lightTaken;  // macOS takes "ACLC" back whenever the adapter or the charging it publishes changes
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -217,6 +218,7 @@ enum class ChangeKind : std::uint8_t {
   signal,            // number: raised in the process that holds the machine
   signalAtExchange,  // number: signal; status: how many exchanges from now
   batteryInstalled,  // number 0 or 1
+  lightTaken,        // number 0 or 1
 };
 
 struct Change {

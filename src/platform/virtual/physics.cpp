@@ -152,6 +152,11 @@ std::int64_t minutesNow(const Machine& machine) {
   return std::llround(60 * static_cast<double>(gauge.rawMAh) / static_cast<double>(-gauge.currentMA));
 }
 
+void takeLightBack(Machine& machine) {
+  SmcKey* light = machine.smc.lightTaken ? placeOf(machine, keyCode("ACLC")) : nullptr;
+  if (light != nullptr) releaseKey(*light);
+}
+
 // powerd shows what the gauge said last beside the adapter as it holds it to be.
 void publishPowerSource(Machine& machine) {
   PowerSource& source = machine.powerSource;
@@ -160,6 +165,7 @@ void publishPowerSource(Machine& machine) {
   source.charging = source.onAdapter && machine.gauge.charging;
   source.full = source.onAdapter && machine.gauge.full;
   source.minutes = minutesNow(machine);
+  if (source.charging != before.charging || source.full != before.full) takeLightBack(machine);
   const bool same = source.percent == before.percent && source.charging == before.charging &&
                     source.full == before.full && source.minutes == before.minutes;
   if (!same) ++source.changes;
@@ -234,6 +240,7 @@ void publishAdapterState(Machine& machine) {
   const bool reaches = adapterReachesBattery(machine);
   if (source.onAdapter == reaches) return;
   source.onAdapter = reaches;
+  takeLightBack(machine);
   const std::uint64_t before = source.changes;
   publishPowerSource(machine);
   source.changes = before + 1;  // one publication, whatever else it carries

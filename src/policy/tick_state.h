@@ -22,4 +22,6 @@ inline std::int64_t gFirmwareLower = 75;
 inline bool gThermalPaused = false;    // charging is paused for heat
 inline bool gDischargeBroken = false;  // forced discharge was found not to work
 
+inline std::optional<bool> gGateVerified;
+
 }  // namespace brisko

@@ -702,7 +702,7 @@ TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
   for (const auto& entry : mac.journal()) {
     if (entry.key == virtual_mac::keyCode("AC-W") && entry.command == 5) ++asked;
   }
-  EXPECT_EQ(asked, 2);  // for the decision and for the light
+  EXPECT_EQ(asked, 4);  // for the decision, the light, the status and the history
 }
 
 }  // namespace

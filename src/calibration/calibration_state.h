@@ -1,8 +1,12 @@
 // calibration/calibration_state.h
-// The phase of the calibration cycle, as the tick and the records read it.
+// The calibration cycle's record, as the tick and the status read it. Times are wall clock, seconds since
+// 1970.
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace brisko {
 
@@ -34,8 +38,44 @@ enum class CalPhase : std::uint8_t {
   return "idle";
 }
 
+// What the gauge says of the battery. A field is none when the battery does not report it.
+struct GaugeReading {
+  std::optional<std::int64_t> raw;      // mAh, the capacity as measured
+  std::optional<std::int64_t> nominal;  // mAh, the capacity as published
+  std::optional<std::int64_t> design;   // mAh, when it was new
+  std::optional<std::int64_t> cycles;
+  bool operator==(const GaugeReading&) const = default;
+};
+
+// A finished run, from the readings before and after it.
+struct CalRun {
+  double at = 0;  // when it finished
+  std::optional<std::int64_t> beforeRaw;
+  std::optional<std::int64_t> afterRaw;
+  std::optional<std::int64_t> beforeNominal;
+  std::optional<std::int64_t> afterNominal;
+  std::optional<std::int64_t> design;
+  std::optional<std::int64_t> cyclesBefore;
+  std::optional<std::int64_t> cyclesAfter;
+  bool operator==(const CalRun&) const = default;
+};
+
+// Why a run was stopped early, and in which phase.
+struct CalFailure {
+  std::string reason;
+  CalPhase phase = CalPhase::idle;
+  bool operator==(const CalFailure&) const = default;
+};
+
 struct CalibrationState {
   CalPhase phase = CalPhase::idle;
+  double startedAt = 0;                // of the run
+  double phaseSince = 0;               // start of the phase
+  double soakBanked = 0;               // seconds of soak counted so far
+  double lastTick = 0;                 // when the cycle was last moved on; 0: not since the start
+  std::optional<GaugeReading> before;  // taken at the start of the run
+  std::vector<CalRun> runs;            // oldest first
+  std::optional<CalFailure> lastFailure;
 };
 
 inline CalibrationState gCal;

@@ -13,6 +13,7 @@
 #include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
 #include "platform/run_loop.h"
+#include "records/statistics.h"
 
 namespace brisko {
 namespace {
@@ -43,6 +44,7 @@ void restoreOnExit() {
     constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
     static_cast<void>(writeKey("ACLC", toSystem));
   }
+  writeStats();
 }
 
 void installExitHandling() {

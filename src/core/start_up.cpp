@@ -13,6 +13,7 @@
 #include "core/options.h"
 #include "core/orderly_exit.h"
 #include "core/process_flags.h"
+#include "core/settings.h"
 #include "core/volume_path.h"
 #include "hardware/charge_gate.h"
 #include "hardware/machine_abilities.h"
@@ -22,6 +23,7 @@
 #include "platform/run_loop.h"
 #include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
+#include "records/history.h"
 #include "records/paths.h"
 #include "records/statistics.h"
 
@@ -113,9 +115,12 @@ int startUp() {
   gLastStatsTick = gStatsSince = daemonStartedAt;
   if (!findGate()) return noWayToControlCharging;
   gProbedKeys = probeKeys();
+  readStats();
   const std::vector<std::string> handBacks =
       gateIsMacOSLimit() ? clearLeftoverAdapterCut() : std::vector<std::string>{};
   makeFolders(onVolume(historyDir));
+  // Also with the history switched off: what is too old goes.
+  pruneHistory(readConfig(gConfigPath).value_or(Settings{}).historyDays);
   installExitHandling();
   gState = stateOfHardware();
   const std::vector<std::string> repairs = LogFile::repairPermissions();

@@ -21,7 +21,9 @@
 #include "policy/tick_state.h"
 #include "policy/verification.h"
 #include "power/sleep_state.h"
+#include "records/history.h"
 #include "records/statistics.h"
+#include "records/status.h"
 
 namespace brisko {
 namespace {
@@ -45,6 +47,7 @@ struct Pass {
   std::optional<CalDrive> calDrive;
   std::int64_t target = 0;  // the band in force
   std::int64_t floor = 0;
+  bool topUpWanted = false;
   bool topUpActive = false;
   bool dischargeOn = false;   // wanted and allowed
   bool dischargeNow = false;  // may run in this kind of wake
@@ -76,6 +79,7 @@ Settings settingsInForce() {
 void resetStatistics(const Settings& cfg) {
   gProtectedSeconds = 0;
   gStatsSince = platform::wallNow();
+  writeStats();
   writeConfig(cfg, std::nullopt, false, std::nullopt);
   log("stats reset");
 }
@@ -105,6 +109,20 @@ void rearmDischarge(bool changed) {
   log(std::string("forced discharge re-armed (") + reason + ")");
 }
 
+void noteTopUp(double since) {
+  gTopUpSince = since;
+  writeStats();
+}
+
+// A calibration that is asked for takes the place of a Top Up.
+void considerCalibration(Pass& pass) {
+  pass.topUpWanted = pass.cfg.topUp;
+  if (!pass.cfg.topUp || !pass.cfg.calibrate || gCal.phase != CalPhase::idle) return;
+  pass.topUpWanted = false;
+  noteTopUp(0);
+  writeConfig(pass.cfg, false, std::nullopt, std::nullopt);
+}
+
 bool topUpExpired(const Settings& cfg) {
   return cfg.topUpHours >= 1 &&
          platform::wallNow() - gTopUpSince > static_cast<double>(cfg.topUpHours) * secondsPerHour;
@@ -112,25 +130,25 @@ bool topUpExpired(const Settings& cfg) {
 
 // Runs the Top Up that the settings ask for, or ends it. True while it runs.
 bool continueTopUp(const Settings& cfg) {
-  if (gTopUpSince == 0) gTopUpSince = platform::wallNow();
+  if (gTopUpSince == 0) noteTopUp(platform::wallNow());
   const bool expired = topUpExpired(cfg);
   if (adapterPresent() && !expired) return true;
   writeConfig(cfg, false, std::nullopt, std::nullopt);
-  gTopUpSince = 0;
+  noteTopUp(0);
   log(expired ? "Top Up dropped after " + std::to_string(cfg.topUpHours) + "h"
               : "Top Up finished (unplugged)");
   return false;
 }
 
 void chooseTarget(Pass& pass) {
-  pass.topUpActive = pass.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
+  pass.topUpActive = pass.topUpWanted && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
   if (pass.topUpActive) {
     pass.target = 100;
     pass.floor = 99;
     pass.dischargeOn = false;
     return;
   }
-  gTopUpSince = 0;
+  if (gTopUpSince != 0) noteTopUp(0);
   pass.target = pass.band.upper;
   pass.floor = pass.band.lower;
   pass.dischargeOn = pass.cfg.discharge && dischargeSupported && !gDischargeBroken;
@@ -178,7 +196,9 @@ void considerLimit(const Pass& pass) {
       atLimit = gAtLimit.value_or(true);
     }
   }
+  const bool known = gAtLimit == atLimit;
   gAtLimit = atLimit;
+  if (!known) writeStats();
 }
 
 ChargeState decide(const Pass& pass) {
@@ -260,6 +280,27 @@ void logSummary(const Pass& pass) {
   gLastDesc = line;
 }
 
+void publish(const Pass& pass) {
+  // A soak time that overflows is found only now, with the hardware already set.
+  writeStatus({.state = gState,
+               .pct = gLastPct,
+               .plugged = adapterPresent(),
+               .upper = pass.band.upper,
+               .enabled = pass.cfg.enabled,
+               .discharge = pass.dischargeOn,
+               .hot = gThermalPaused,
+               .temp = pass.temp,
+               .topUp = pass.topUpActive,
+               .calDrainTarget = pass.cfg.calDrain,
+               .calSoakSeconds = checkedProduct(pass.cfg.calSoakMinutes, 60)});
+  recordSample({.pct = pass.power.pct,
+                .state = gState,
+                .plugged = adapterPresent(),
+                .hot = gThermalPaused,
+                .temp = pass.temp},
+               pass.cfg);
+}
+
 // Everything that is settled before the battery is looked at.
 Pass readSettings() {
   Pass pass;
@@ -284,6 +325,7 @@ void evaluate() {
   gLastPct = power->pct;
   gLastPlugged = power->plugged;
 
+  considerCalibration(pass);
   pass.calDrive = calibrationDrive(gCal.phase, pass.cfg.calDrain, pass.cfg.limit);
   chooseTarget(pass);
   considerWake(pass);
@@ -301,8 +343,7 @@ void evaluate() {
   chooseLight(pass);
   showLight();
   logSummary(pass);
-  // A soak time that overflows is found only now, with the hardware already set.
-  static_cast<void>(checkedProduct(pass.cfg.calSoakMinutes, 60));
+  publish(pass);
 }
 
 }  // namespace brisko

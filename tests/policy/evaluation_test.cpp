@@ -703,7 +703,8 @@ TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
   for (const auto& entry : mac.journal()) {
     if (entry.key == virtual_mac::keyCode("AC-W") && entry.command == 5) ++asked;
   }
-  EXPECT_EQ(asked, 3);  // for the decision, the verification of the discharge and the light
+  // For the decision, the verification of the discharge, the light, the status and the history.
+  EXPECT_EQ(asked, 5);
 }
 
 }  // namespace

@@ -1,13 +1,28 @@
 #include "records/statistics.h"
 
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "core/process_flags.h"
+#include "native/native_limit_state.h"
 #include "platform/clock.h"
 #include "policy/charge_state_record.h"
+#include "policy/tick_state.h"
+#include "records/paths.h"
+#include "support/child.h"
+#include "support/files.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {
 namespace {
+
+using test::inChild;
+
+constexpr const char* folder = "/Library/Application Support/Brisko";
 
 class ProtectedTime : public test::OnVirtualMac {
  protected:
@@ -15,6 +30,7 @@ class ProtectedTime : public test::OnVirtualMac {
     openController();
     gLastStatsTick = platform::wallNow();
     gState = ChargeState::hold;
+    std::filesystem::create_directories(mac.path(folder));
   }
   void tickAfter(double seconds) {
     mac.pass(seconds);
@@ -39,7 +55,7 @@ TEST_F(ProtectedTime, countsAtMostAMinuteATick) {
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 60);
   tickAfter(61);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 120);
-  tickAfter(600);
+  tickAfter(3600);  // a sleep of an hour
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 180);
 }
 
@@ -48,6 +64,8 @@ TEST_F(ProtectedTime, takesTimeAwayWhenTheClockIsSetBack) {
   mac.number(virtual_mac::ChangeKind::clockStep, -30);
   statisticsTick();
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 70);
+  tickAfter(20);
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 90);
 }
 
 TEST_F(ProtectedTime, standsStillWhileChargingIsAllowed) {
@@ -64,6 +82,208 @@ TEST_F(ProtectedTime, standsStillWithoutAnAdapter) {
   mac.unplug();
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
+}
+
+TEST_F(ProtectedTime, isWrittenWithEveryTickThatAddsToIt) {
+  tickAfter(20);
+  EXPECT_THAT(mac.read(statsPath), ::testing::HasSubstr("\"protectedSeconds\":20,"));
+  tickAfter(20);
+  EXPECT_THAT(mac.read(statsPath), ::testing::HasSubstr("\"protectedSeconds\":40,"));
+}
+
+TEST_F(ProtectedTime, isNotWrittenWhileItStandsStill) {
+  gState = ChargeState::allow;
+  tickAfter(20);
+  EXPECT_FALSE(mac.exists(statsPath));
+  gState = ChargeState::hold;
+  mac.unplug();
+  tickAfter(20);
+  EXPECT_FALSE(mac.exists(statsPath));
+}
+
+TEST_F(ProtectedTime, isNotWrittenAfterAPurge) {
+  gPurged = true;
+  tickAfter(20);
+  EXPECT_FALSE(mac.exists(statsPath));
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 20);
+}
+
+class StatisticsFile : public test::OnVirtualMac {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(mac.path(folder));
+    gStatsSince = 1772352000;
+  }
+  void reads(std::string_view text) {
+    mac.write(statsPath, text);
+    readStats();
+  }
+};
+
+TEST_F(StatisticsFile, isOneCompactObjectWithSortedKeys) {
+  writeStats();
+  EXPECT_EQ(mac.read(statsPath),
+            R"({"atLimit":false,"protectedSeconds":0,"since":1772352000.0,"topUpSince":0.0})");
+  gProtectedSeconds = 3600.9;
+  gStatsSince = 1772352000.5;
+  gTopUpSince = 1772355600;
+  gAtLimit = true;
+  gNativeBefore = 85;
+  writeStats();
+  EXPECT_EQ(mac.read(statsPath), R"({"atLimit":true,"nativeBefore":85,"protectedSeconds":3600,)"
+                                 R"("since":1772352000.5,"topUpSince":1772355600.0})");
+}
+
+TEST_F(StatisticsFile, dropsFractionsOfASecondTowardsZero) {
+  gProtectedSeconds = -30.9;
+  writeStats();
+  EXPECT_THAT(mac.read(statsPath), ::testing::HasSubstr("\"protectedSeconds\":-30,"));
+}
+
+TEST_F(StatisticsFile, comesBackAsItWasWritten) {
+  gProtectedSeconds = 3600.9;
+  gStatsSince = 1772351000;
+  gTopUpSince = 1772355600;  // a whole second, as always in a file of ours
+  gAtLimit = true;
+  gNativeBefore = 85;
+  writeStats();
+  gProtectedSeconds = gStatsSince = gTopUpSince = 1;
+  gAtLimit.reset();
+  gNativeBefore.reset();
+  readStats();
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 3600);
+  EXPECT_DOUBLE_EQ(gStatsSince, 1772351000);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 1772355600);
+  EXPECT_EQ(gAtLimit, true);
+  EXPECT_EQ(gNativeBefore, 85);
+}
+
+TEST_F(StatisticsFile, bringsAnUnknownLimitFlagBackAsFalse) {
+  writeStats();
+  readStats();
+  EXPECT_EQ(gAtLimit, false);
+}
+
+TEST_F(StatisticsFile, takesSecondsAsEitherKindOfNumber) {
+  reads(R"({"protectedSeconds": 3600})");
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 3600);
+  reads(R"({"protectedSeconds": 3600.5})");
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 3600.5);
+  reads(R"({"protectedSeconds": -5})");
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, -5);
+  for (const char* other : {"true", "\"3600\"", "null", "[3600]", "{}"}) {
+    reads(std::string("{\"protectedSeconds\":") + other + "}");
+    EXPECT_DOUBLE_EQ(gProtectedSeconds, 0) << other;
+    gProtectedSeconds = 9;
+  }
+}
+
+TEST_F(StatisticsFile, takesTimesAsFloatingPointOnly) {
+  reads(R"({"since": 5.5, "topUpSince": 6.0})");
+  EXPECT_DOUBLE_EQ(gStatsSince, 5.5);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 6);
+  for (const char* other : {"7", "true", "\"7.0\"", "null", "[7.0]"}) {
+    gTopUpSince = 6;
+    reads(std::string("{\"since\":") + other + ",\"topUpSince\":" + other + "}");
+    EXPECT_DOUBLE_EQ(gStatsSince, 5.5) << other;  // as it was
+    EXPECT_DOUBLE_EQ(gTopUpSince, 0) << other;
+  }
+}
+
+TEST_F(StatisticsFile, takesTheFlagAsABooleanOnly) {
+  for (const char* other : {"1", "0", "\"true\"", "null", "1.0"}) {
+    gAtLimit = true;
+    reads(std::string("{\"atLimit\":") + other + "}");
+    EXPECT_EQ(gAtLimit, std::nullopt) << other;
+  }
+  reads(R"({"atLimit":true})");
+  EXPECT_EQ(gAtLimit, true);
+  reads(R"({"atLimit":false})");
+  EXPECT_EQ(gAtLimit, false);
+}
+
+TEST_F(StatisticsFile, takesTheLimitFoundBeforeAsAnIntegerOnly) {
+  for (const char* other : {"true", "85.0", "\"85\"", "null", "18446744073709551615"}) {
+    gNativeBefore = 80;
+    reads(std::string("{\"nativeBefore\":") + other + "}");
+    EXPECT_EQ(gNativeBefore, std::nullopt) << other;
+  }
+  reads(R"({"nativeBefore":85})");
+  EXPECT_EQ(gNativeBefore, 85);
+}
+
+TEST_F(StatisticsFile, withoutAKeyMeansNothingOrTheStart) {
+  gProtectedSeconds = gTopUpSince = 5;
+  gAtLimit = true;
+  gNativeBefore = 85;
+  reads("{}");
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
+  EXPECT_DOUBLE_EQ(gStatsSince, 1772352000);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 0);
+  EXPECT_EQ(gAtLimit, std::nullopt);
+  EXPECT_EQ(gNativeBefore, std::nullopt);
+}
+
+TEST_F(StatisticsFile, thatIsNoneChangesNothing) {
+  gProtectedSeconds = gTopUpSince = 5;
+  gAtLimit = true;
+  gNativeBefore = 85;
+  readStats();  // missing
+  for (const char* text :
+       {"", "[]", "7", "{\"since\":5.0", "{\"since\":5.0} x", "{\"protectedSeconds\":1e999}"}) {
+    reads(text);
+  }
+  std::filesystem::remove(mac.path(statsPath));
+  test::makeFolder(mac.path(statsPath));
+  readStats();
+  std::filesystem::remove(mac.path(statsPath));
+  test::makePipe(mac.path(statsPath));
+  readStats();
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 5);
+  EXPECT_DOUBLE_EQ(gStatsSince, 1772352000);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 5);
+  EXPECT_EQ(gAtLimit, true);
+  EXPECT_EQ(gNativeBefore, 85);
+}
+
+TEST_F(StatisticsFile, isNotWrittenAfterAPurge) {
+  gPurged = true;
+  writeStats();
+  EXPECT_FALSE(mac.exists(statsPath));
+}
+
+TEST_F(StatisticsFile, makesNoFoldersAndBearsWhatStandsInItsPlace) {
+  test::makeFolder(mac.path(statsPath));
+  writeStats();
+  std::filesystem::remove(mac.path(statsPath));
+  test::makePipe(mac.path(statsPath));
+  writeStats();
+  std::filesystem::remove_all(mac.path(folder));
+  writeStats();
+  EXPECT_FALSE(mac.exists(folder));
+}
+
+TEST_F(StatisticsFile, isOverwrittenInPlace) {
+  gProtectedSeconds = 1e15;
+  writeStats();
+  test::setMode(mac.path(statsPath), 0600);
+  const ino_t inode = test::inodeOf(mac.path(statsPath));
+  gProtectedSeconds = 1;
+  writeStats();
+  EXPECT_EQ(test::inodeOf(mac.path(statsPath)), inode);
+  EXPECT_EQ(test::modeOf(mac.path(statsPath)), 0600U);
+  EXPECT_EQ(mac.read(statsPath),
+            R"({"atLimit":false,"protectedSeconds":1,"since":1772352000.0,"topUpSince":0.0})");
+}
+
+TEST_F(StatisticsFile, abortsOnSecondsBeyond64Bits) {
+  for (const double seconds : {1e300, -1e19, std::nan(""), HUGE_VAL}) {
+    EXPECT_EQ(inChild([seconds] {
+                gProtectedSeconds = seconds;
+                writeStats();
+              }).signal,
+              SIGABRT);
+  }
 }
 
 }  // namespace

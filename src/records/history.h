@@ -1,0 +1,31 @@
+// records/history.h
+// The charge over time, for the app's charts: one file of lines for each local calendar day.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "core/settings.h"
+#include "policy/charge_state_record.h"
+
+namespace brisko {
+
+struct Sample {
+  std::int64_t pct = 0;  // percent
+  ChargeState state = ChargeState::allow;
+  bool plugged = false;        // an adapter is there, cut or not
+  bool hot = false;            // charging is paused for heat
+  std::optional<double> temp;  // °C
+};
+
+// Appends a line to the file of the day when the sample is worth one: at once when the state or the adapter
+// changed; after 55 s when the charge changed, or the temperature by half a degree; after 300 s in any case.
+// The first line of a day also prunes. Nothing happens with the history switched off or after a purge;
+// failures are silent, and the sample counts as written.
+void recordSample(const Sample& sample, const Settings& cfg);
+
+// Removes the files of days that began more than `days` days ago; fewer than 7 count as 7. What is named
+// otherwise stays. Each removal is logged, also one that failed.
+void pruneHistory(std::int64_t days);
+
+}  // namespace brisko

@@ -1,0 +1,100 @@
+#include "records/status.h"
+
+#include <cmath>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "calibration/calibration_record.h"
+#include "calibration/calibration_state.h"
+#include "core/checked.h"
+#include "core/json_file.h"
+#include "core/process_flags.h"
+#include "core/volume_path.h"
+#include "hardware/charge_gate.h"
+#include "hardware/machine_abilities.h"
+#include "native/native_limit_state.h"
+#include "platform/clock.h"
+#include "policy/tick_state.h"
+#include "records/paths.h"
+#include "records/statistics.h"
+
+namespace brisko {
+namespace {
+
+constexpr double refreshSeconds = 15.0;
+
+std::string gLastStatus;  // the signature of the last writing
+double gLastStatusTime = -std::numeric_limits<double>::infinity();
+
+std::string text(bool value) { return value ? "true" : "false"; }
+
+// What the app must see at once when it changes.
+std::string signatureOf(const StatusReport& report) {
+  std::string signature = stateName(report.state);
+  for (const std::string& field :
+       {std::to_string(report.pct), text(report.plugged), std::to_string(report.upper), text(report.enabled),
+        text(report.discharge), text(report.hot), text(report.topUp), std::string(phaseName(gCal.phase)),
+        gGateVerified ? text(*gGateVerified) : "?", std::to_string(gNativeFloor.value_or(0))}) {
+    signature += "|" + field;
+  }
+  return signature;
+}
+
+Json calibrationObject(const StatusReport& report) {
+  Json runs = Json::array();
+  for (const CalRun& run : gCal.runs) runs.push_back(dict(run));
+  Json object = {{"phase", phaseName(gCal.phase)}, {"runs", std::move(runs)}};
+  if (gCal.phase != CalPhase::idle) {
+    object["startedAt"] = gCal.startedAt;
+    object["phaseSince"] = gCal.phaseSince;
+    object["soakBanked"] = checkedInteger(gCal.soakBanked);
+    object["soakSeconds"] = report.calSoakSeconds;
+    object["drainTarget"] = report.calDrainTarget;
+  }
+  if (gCal.lastFailure) object["lastFailure"] = dict(*gCal.lastFailure);
+  return object;
+}
+
+Json statusObject(const StatusReport& report, double now) {
+  Json object = {
+      {"state", stateName(report.state)},
+      {"pct", report.pct},
+      {"plugged", report.plugged},
+      {"upper", report.upper},
+      {"enabled", report.enabled},
+      {"discharge", report.discharge},
+      {"hot", report.hot},
+      {"topUp", report.topUp},
+      {"protectedSeconds", checkedInteger(gProtectedSeconds)},
+      {"ledSupported", gLedSupported},
+      {"dischargeSupported", dischargeSupported},
+      {"dischargeFailed", gDischargeBroken},
+      {"smcKeys", gProbedKeys},
+      {"chargeMode", gGate ? chargeLabel(gGate->charge) : "none"},
+      {"daemonPath", gDaemonPath},
+      {"daemonVersion", daemonVersion},
+      {"startedAt", daemonStartedAt},
+      {"since", gStatsSince},
+      {"ts", now},
+      {"cal", calibrationObject(report)},
+  };
+  if (gGateVerified) object["gateVerified"] = *gGateVerified;
+  if (gNativeFloor) object["nativeFloor"] = *gNativeFloor;
+  if (report.temp) object["temp"] = std::round(*report.temp * 10.0) / 10.0;
+  return object;
+}
+
+}  // namespace
+
+void writeStatus(const StatusReport& report) {
+  if (gPurged) return;
+  std::string signature = signatureOf(report);
+  const double now = platform::wallNow();
+  if (signature == gLastStatus && now - gLastStatusTime < refreshSeconds) return;
+  gLastStatus = std::move(signature);
+  gLastStatusTime = now;
+  writeJsonFile(onVolume(statusPath), statusObject(report, now));
+}
+
+}  // namespace brisko

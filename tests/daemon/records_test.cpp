@@ -1,0 +1,335 @@
+// What whole lives of the daemon leave in the files that the app reads.
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/json_file.h"
+#include "records/paths.h"
+#include "support/files.h"
+#include "support/life.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Life;
+using test::VirtualMac;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::MachineOptions;
+
+constexpr const char* folder = "/Library/Application Support/Brisko";
+
+std::string historyFile(const std::string& day) { return std::string(historyDir) + "/" + day + ".jsonl"; }
+
+std::vector<Json> linesOf(const std::string& text) {
+  std::vector<Json> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(Json::parse(line));
+  return lines;
+}
+
+class Files : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(::setenv("TZ", "UTC", 1), 0); }
+  static MachineOptions charged(double percent) {
+    MachineOptions options;
+    options.percent = percent;
+    return options;
+  }
+};
+
+TEST_F(Files, areThereFromTheFirstTick) {
+  VirtualMac mac(charged(80));
+  Life life(mac);
+  life.run(0);
+  Json status = Json::parse(mac.read(statusPath));
+  EXPECT_THAT(status["daemonPath"], Not(""));
+  status["daemonPath"] = "";
+  EXPECT_EQ(status.dump(),
+            R"({"cal":{"phase":"idle","runs":[]},"chargeMode":"CHTE","daemonPath":"",)"
+            R"("daemonVersion":"0.9.9","discharge":false,"dischargeFailed":false,"dischargeSupported":true,)"
+            R"("enabled":true,"hot":false,"ledSupported":true,"pct":80,"plugged":true,)"
+            R"("protectedSeconds":0,"since":1772352000.0,"smcKeys":["CHIE","CHTE","ACLC","AC-W","TB0T"],)"
+            R"("startedAt":1772352000.0,"state":"hold","temp":32.6,"topUp":false,"ts":1772352000.0,)"
+            R"("upper":80})");
+  EXPECT_EQ(mac.read(statsPath),
+            R"({"atLimit":true,"protectedSeconds":0,"since":1772352000.0,"topUpSince":0.0})");
+  EXPECT_THAT(linesOf(mac.read(historyFile("2026-03-01"))), SizeIs(1));
+}
+
+TEST_F(Files, countTheProtectedTimeEvery20Seconds) {
+  VirtualMac mac(charged(80));
+  Life life(mac);
+  life.run(19.9);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":0,"));
+  life.run(0.2);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":20,"));
+  life.run(3580);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3600,"));
+  mac.number(ChangeKind::clockStep, 3600);
+  life.run(20);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3660,"));
+  mac.number(ChangeKind::clockStep, -30);
+  life.run(20);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3650,"));
+}
+
+TEST_F(Files, areLeftAloneByTheTimerWhileTheMacChargesFreely) {
+  VirtualMac mac(charged(50));
+  Life life(mac);
+  life.run(1);
+  std::filesystem::remove(mac.path(statsPath));
+  life.run(600);
+  EXPECT_FALSE(mac.exists(statsPath));
+}
+
+TEST_F(Files, bringATopUpOverARestart) {
+  VirtualMac mac(charged(85));
+  mac.settings(R"({"topUp":true,"topUpHours":2})");
+  {
+    Life life(mac);
+    life.run(3600);
+    EXPECT_THAT(mac.read(statsPath), HasSubstr("\"topUpSince\":1772352000.0"));
+    life.kill();
+  }
+  Life life(mac);
+  life.run(3590);
+  EXPECT_THAT(mac.logLines(), Not(Contains("Top Up dropped after 2h")));
+  life.run(30);
+  EXPECT_THAT(mac.logLines(), Contains("Top Up dropped after 2h"));
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"topUpSince\":0.0"));
+}
+
+TEST_F(Files, bringTheTotalAndItsBeginningOverARestart) {
+  VirtualMac mac(charged(80));
+  {
+    Life life(mac);
+    life.run(100).signal(SIGTERM).run(1);
+  }
+  mac.pass(5000);
+  Life life(mac);
+  life.run(40);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr(R"("protectedSeconds":140,"since":1772352000.0,)"));
+}
+
+TEST_F(Files, tellTheNextLifeWhetherTheLimitWasReached) {
+  struct Case {
+    const char* stats;
+    const char* state;
+  };
+  for (const Case& last : {Case{"", "hold"},  // unknown: held, as if the limit had been reached
+                           Case{R"({"atLimit":true})", "hold"}, Case{R"({"atLimit":false})", "allow"},
+                           Case{R"({"atLimit":0})", "hold"}}) {
+    VirtualMac mac(charged(77));
+    mac.write(statsPath, last.stats);
+    Life life(mac);
+    life.run(0);
+    EXPECT_THAT(mac.read(statusPath), HasSubstr(std::string("\"state\":\"") + last.state + "\""))
+        << last.stats;
+  }
+}
+
+TEST_F(Files, forgetThatTheFlagWasUnknown) {
+  // A life that never had a power reading leaves "false", and the next one charges where a first one holds.
+  VirtualMac mac(charged(77));
+  mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::noSnapshot));
+  Life(mac).run(30).signal(SIGTERM).run(1);
+  EXPECT_THAT(mac.read(statsPath), HasSubstr("\"atLimit\":false"));
+  mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::none));
+  Life life(mac);
+  life.run(0);
+  EXPECT_THAT(mac.read(statusPath), HasSubstr("\"state\":\"allow\""));
+}
+
+TEST_F(Files, keepTheStatisticsAsTheLastWorkOfAnOrderlyExit) {
+  // Whatever exchange with the controller is the last one of a life: the statistics come after all of them.
+  int killed = 0;
+  for (std::uint32_t exchange = 0; exchange < 40; ++exchange) {
+    VirtualMac mac(charged(90));
+    Life life(mac);
+    life.run(30);
+    std::filesystem::remove(mac.path(statsPath));
+    mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGKILL, .status = exchange + 1});
+    life.signal(SIGTERM).run(0);
+    ASSERT_FALSE(life.alive());
+    const bool wasKilled = life.endSignal() == SIGKILL;
+    EXPECT_EQ(mac.exists(statsPath), !wasKilled) << exchange;
+    killed += wasKilled ? 1 : 0;
+    if (!wasKilled) break;
+  }
+  EXPECT_GE(killed, 3) << "three keys are written";
+}
+
+TEST_F(Files, areWrittenOnlyAfterTheGateStands) {
+  MachineOptions options;
+  options.gate = virtual_mac::GateKind::none;
+  VirtualMac mac(options);
+  Life(mac).run(1);
+  EXPECT_FALSE(mac.exists(folder));
+}
+
+TEST_F(Files, ofALockedSystemAreLeftByTheExitAndTheTimer) {
+  MachineOptions options = charged(80);
+  options.macOS = 27;
+  VirtualMac mac(options);
+  Life(mac).run(600).signal(SIGTERM).run(1);
+  EXPECT_FALSE(mac.exists(statsPath));
+}
+
+TEST_F(Files, thatAreBrokenMeanAFreshStart) {
+  for (const char* text : {"", "{", "[]", "\x01\x02", "{\"since\":"}) {
+    VirtualMac mac(charged(80));
+    mac.write(statsPath, text);
+    Life life(mac);
+    life.run(20.1);
+    EXPECT_TRUE(life.alive());
+    EXPECT_THAT(mac.read(statsPath), HasSubstr(R"("protectedSeconds":20,"since":1772352000.0,)"));
+  }
+}
+
+TEST_F(Files, thatVanishComeBack) {
+  VirtualMac mac(charged(80));
+  Life life(mac);
+  life.run(30);
+  std::filesystem::remove_all(mac.path(folder));
+  life.run(600);
+  EXPECT_TRUE(life.alive());
+  // The history makes the folder anew, and the others find it then.
+  for (const char* path : {statusPath, statsPath}) EXPECT_TRUE(mac.exists(path)) << path;
+  EXPECT_THAT(linesOf(mac.read(historyFile("2026-03-01"))), Not(IsEmpty()));
+  EXPECT_EQ(test::modeOf(mac.path(folder)), 0755U);
+}
+
+TEST_F(Files, thatCannotBeWrittenStopNothing) {
+  VirtualMac mac(charged(90));
+  mac.write(folder, "a file in place of the folder");
+  Life life(mac);
+  life.run(3600);
+  EXPECT_TRUE(life.alive());
+  EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.read(folder), "a file in place of the folder");
+}
+
+// --- history
+
+TEST_F(Files, keepALineEvery5MinutesWhileNothingChanges) {
+  VirtualMac mac(charged(80));
+  Life life(mac);
+  life.run(6 * 3600);
+  const auto lines = linesOf(mac.read(historyFile("2026-03-01")));
+  EXPECT_GE(lines.size(), 72U);
+  for (std::size_t index = 1; index < lines.size(); ++index) {
+    const auto gap = lines[index]["t"].get<int>() - lines[index - 1]["t"].get<int>();
+    EXPECT_LE(gap, 300);
+    if (lines[index]["s"] == lines[index - 1]["s"]) EXPECT_GE(gap, 55);
+  }
+}
+
+TEST_F(Files, tellOfTheAdapterAtOnce) {
+  VirtualMac mac(charged(80));
+  Life life(mac);
+  life.run(1);
+  mac.unplug();
+  life.run(0.5);
+  const auto lines = linesOf(mac.read(historyFile("2026-03-01")));
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[1]["g"], false);
+  EXPECT_EQ(lines[1]["s"], "allow");
+  EXPECT_THAT(mac.read(statusPath), HasSubstr("\"plugged\":false"));
+}
+
+TEST_F(Files, ofTheHistoryChangeAtLocalMidnight) {
+  ASSERT_EQ(::setenv("TZ", "Pacific/Kiritimati", 1), 0);
+  VirtualMac mac(charged(80));
+  mac.write(historyFile("2026-02-23"), "x");  // began a week before the next local day begins
+  mac.settings(R"({"historyDays":7})");
+  Life life(mac);
+  life.run(2 * 3600 - 1);
+  EXPECT_TRUE(mac.exists(historyFile("2026-02-23")));
+  EXPECT_TRUE(mac.exists(historyFile("2026-03-01")));
+  EXPECT_FALSE(mac.exists(historyFile("2026-03-02")));
+  life.run(301);
+  const auto lines = linesOf(mac.read(historyFile("2026-03-02")));
+  ASSERT_FALSE(lines.empty());
+  EXPECT_GE(lines[0]["t"], 1772359200);
+  EXPECT_FALSE(mac.exists(historyFile("2026-02-23")));
+}
+
+TEST_F(Files, tooOldGoAtTheStartAlsoWithTheHistorySwitchedOff) {
+  VirtualMac mac;
+  mac.settings(R"({"history":false,"historyDays":10})");
+  mac.write(historyFile("2026-02-18"), "x");
+  mac.write(historyFile("2026-02-19"), "x");
+  mac.write(historyFile("2026-02-20"), "x");
+  Life life(mac);
+  life.run(0);
+  EXPECT_FALSE(mac.exists(historyFile("2026-02-18")));
+  EXPECT_FALSE(mac.exists(historyFile("2026-02-19")));  // began 10 days and 8 hours ago
+  EXPECT_TRUE(mac.exists(historyFile("2026-02-20")));
+  EXPECT_FALSE(mac.exists(historyFile("2026-03-01")));
+  // Before the banner.
+  EXPECT_THAT(mac.logLines()[0], "history pruned: 2026-02-18.jsonl");
+  EXPECT_THAT(mac.logLines()[1], "history pruned: 2026-02-19.jsonl");
+  EXPECT_THAT(mac.logLines()[2], StartsWith("brisko-daemon started"));
+}
+
+TEST_F(Files, areKeptForAYearWithoutReadableSettings) {
+  for (const char* settings : {"", "{\"historyDays\":"}) {
+    VirtualMac mac;
+    mac.settings(settings);
+    mac.write(historyFile("2025-02-28"), "x");
+    mac.write(historyFile("2025-03-01"), "x");
+    mac.write(historyFile("2025-03-02"), "x");
+    Life life(mac);
+    life.run(0);
+    EXPECT_FALSE(mac.exists(historyFile("2025-03-01"))) << settings;
+    EXPECT_TRUE(mac.exists(historyFile("2025-03-02"))) << settings;
+  }
+}
+
+TEST_F(Files, arePrunedAgainByTheFirstSampleOfALife) {
+  VirtualMac mac;
+  mac.write(historyFile("2020-01-01") + "/inside", "x");  // stays, and is told of each time
+  Life life(mac);
+  life.run(0);
+  EXPECT_THAT(mac.logLines(), Contains("history pruned: 2020-01-01.jsonl").Times(2));
+}
+
+TEST_F(Files, giveTheSameBytesEachTime) {
+  std::string first;
+  for (int time = 0; time < 2; ++time) {
+    VirtualMac mac;
+    mac.settings(R"({"discharge":true})");
+    Life life(mac);
+    life.run(3600);
+    mac.unplug();
+    life.run(3600);
+    mac.plugIn();
+    life.run(20 * 3600).signal(SIGTERM).run(1);
+    const std::string all = mac.read(statusPath) + mac.read(statsPath) + mac.read(historyFile("2026-03-01")) +
+                            mac.read(historyFile("2026-03-02"));
+    EXPECT_GT(all.size(), 5000U);
+    if (time == 0) first = all;
+    EXPECT_EQ(all, first);
+  }
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,215 @@
+// Holds docs/files.md to what the daemon reads and writes.
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "calibration/calibration_state.h"
+#include "core/json_file.h"
+#include "core/log.h"
+#include "core/options.h"
+#include "core/process_flags.h"
+#include "core/settings.h"
+#include "hardware/charge_gate.h"
+#include "hardware/machine_abilities.h"
+#include "native/native_limit_state.h"
+#include "policy/tick_state.h"
+#include "records/history.h"
+#include "records/paths.h"
+#include "records/statistics.h"
+#include "records/status.h"
+#include "support/files.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+struct Section {
+  std::map<std::string, std::string> examples;  // by the name after the kind of block
+  std::set<std::string> keys;                   // explained in its tables
+};
+
+// What stands in backticks in the first column of a row.
+void addKeys(const std::string& row, std::set<std::string>& keys) {
+  const std::string first = row.substr(0, row.find('|', 1));
+  for (std::size_t open = first.find('`'); open != std::string::npos;) {
+    const std::size_t close = first.find('`', open + 1);
+    keys.insert(first.substr(open + 1, close - open - 1));
+    open = first.find('`', close + 1);
+  }
+}
+
+// By the section's heading.
+std::map<std::string, Section> readDocument() {
+  std::istringstream lines(test::contents(std::string(BRISKO_TEST_DATA) + "/../../docs/files.md"));
+  std::map<std::string, Section> sections;
+  std::string heading;
+  std::string example;
+  bool inExample = false;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("```")) {
+      inExample = !inExample;
+      if (inExample) example = line.substr(line.find(' ') + 1);
+    } else if (inExample) {
+      sections[heading].examples[example] += line + "\n";
+    } else if (line.starts_with("## ")) {
+      heading = line.substr(3);
+    } else if (line.starts_with("| `")) {
+      addKeys(line, sections[heading].keys);
+    }
+  }
+  return sections;
+}
+
+void addKeysOf(const Json& value, std::set<std::string>& keys) {
+  if (value.is_object()) {
+    for (const auto& [key, inside] : value.items()) keys.insert(key);
+  }
+  for (const Json& inside : value) {
+    if (inside.is_structured()) addKeysOf(inside, keys);
+  }
+}
+
+std::set<std::string> keysOf(const Json& value) {
+  std::set<std::string> keys;
+  addKeysOf(value, keys);
+  return keys;
+}
+
+class FilesDocument : public test::OnVirtualMac {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(::setenv("TZ", "UTC", 1), 0);
+    std::filesystem::create_directories(mac.path(historyDir));
+  }
+
+  const Section& section(const std::string& heading) { return sections_.at(heading); }
+  std::string example(const std::string& heading, const std::string& name) {
+    return section(heading).examples.at(name);
+  }
+  // The example of the file that its section is named after, with its keys in the order of the file.
+  Json object(const std::string& name) {
+    const std::string text = example(name, name);
+    Json value = Json::parse(text);
+    EXPECT_EQ(nlohmann::ordered_json::parse(text).dump(), value.dump());
+    return value;
+  }
+
+ private:
+  std::map<std::string, Section> sections_ = readDocument();
+};
+
+TEST_F(FilesDocument, hasOneExampleOfEachFile) {
+  std::vector<std::string> names;
+  for (const auto& [heading, section] : readDocument()) {
+    for (const auto& [name, text] : section.examples) names.push_back(name);
+  }
+  EXPECT_THAT(names, ::testing::UnorderedElementsAre("config.json", "status.json", "stats.json",
+                                                     "history/2026-03-01.jsonl", "daemon.log"));
+}
+
+TEST_F(FilesDocument, givesTheSettingsTheirDefaults) {
+  const Json settings = object("config.json");
+  EXPECT_EQ(parseConfig(settings), Settings{});
+  writeConfig(Settings{}, std::nullopt, std::nullopt, std::nullopt);
+  EXPECT_EQ(mac.read(defaultConfigPath), settings.dump());
+  EXPECT_EQ(section("config.json").keys, keysOf(settings));
+  // Each key is read: another value makes another record.
+  for (const auto& [key, value] : settings.items()) {
+    Json changed = settings;
+    if (value.is_boolean()) {
+      changed[key] = !value.get<bool>();
+    } else {
+      changed[key] = value.get<double>() + 1;
+    }
+    EXPECT_NE(parseConfig(changed), Settings{}) << key;
+  }
+}
+
+TEST_F(FilesDocument, showsAStatusAsItIsWritten) {
+  const Json status = object("status.json");
+  const Json& cal = status["cal"];
+  const Json& run = cal["runs"][0];
+  gGate = ChargeGate{ChargeKeys::chte, AdapterCutKey::chie};
+  gLedSupported = status["ledSupported"];
+  dischargeSupported = status["dischargeSupported"];
+  gDischargeBroken = status["dischargeFailed"];
+  gProbedKeys = status["smcKeys"].get<std::vector<std::string>>();
+  gDaemonPath = status["daemonPath"];
+  daemonStartedAt = status["startedAt"];
+  gProtectedSeconds = status["protectedSeconds"];
+  gStatsSince = status["since"];
+  gGateVerified = status["gateVerified"].get<bool>();
+  gNativeFloor = status["nativeFloor"].get<std::int64_t>();
+  gCal = {.phase = CalPhase::soak,
+          .startedAt = cal["startedAt"],
+          .phaseSince = cal["phaseSince"],
+          .soakBanked = cal["soakBanked"],
+          .runs = {{.at = run["at"],
+                    .beforeRaw = run["beforeRaw"].get<std::int64_t>(),
+                    .afterRaw = run["afterRaw"].get<std::int64_t>(),
+                    .beforeNominal = run["beforeNominal"].get<std::int64_t>(),
+                    .afterNominal = run["afterNominal"].get<std::int64_t>(),
+                    .design = run["design"].get<std::int64_t>(),
+                    .cyclesBefore = run["cyclesBefore"].get<std::int64_t>(),
+                    .cyclesAfter = run["cyclesAfter"].get<std::int64_t>()}},
+          .lastFailure = CalFailure{cal["lastFailure"]["reason"], CalPhase::drain}};
+  ASSERT_EQ(status["ts"], mac.machine().now);
+  writeStatus({.state = ChargeState::allow,
+               .pct = status["pct"],
+               .plugged = status["plugged"],
+               .upper = status["upper"],
+               .enabled = status["enabled"],
+               .discharge = status["discharge"],
+               .hot = status["hot"],
+               .temp = status["temp"].get<double>(),
+               .topUp = status["topUp"],
+               .calDrainTarget = cal["drainTarget"],
+               .calSoakSeconds = cal["soakSeconds"]});
+  EXPECT_EQ(mac.read(statusPath), status.dump());
+
+  std::set<std::string> keys = keysOf(status);
+  keys.erase("reason");  // explained with the failure
+  EXPECT_EQ(section("status.json").keys, keys);
+}
+
+TEST_F(FilesDocument, showsStatisticsAsTheyAreReadAndWritten) {
+  const Json stats = object("stats.json");
+  mac.write(statsPath, example("stats.json", "stats.json"));
+  readStats();
+  EXPECT_DOUBLE_EQ(gProtectedSeconds, 86'400);
+  EXPECT_DOUBLE_EQ(gStatsSince, 1769904000);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 0);
+  EXPECT_EQ(gAtLimit, true);
+  EXPECT_EQ(gNativeBefore, 85);
+  writeStats();
+  EXPECT_EQ(mac.read(statsPath), stats.dump());
+  EXPECT_EQ(section("stats.json").keys, keysOf(stats));
+}
+
+TEST_F(FilesDocument, showsAHistoryLineAsItIsWritten) {
+  const std::string line = example("history/", "history/2026-03-01.jsonl");
+  {
+    const auto update = mac.store().update();
+    update.machine().gauge.currentMA = 350;
+    update.machine().gauge.voltageMV = 12'300;
+  }
+  recordSample({.pct = 80, .state = ChargeState::hold, .plugged = true, .hot = true, .temp = 31.2},
+               Settings{});
+  EXPECT_EQ(mac.read(std::string(historyDir) + "/2026-03-01.jsonl"), line);
+  EXPECT_EQ(section("history/").keys, keysOf(Json::parse(line)));
+}
+
+TEST_F(FilesDocument, showsALogLineAsItIsWritten) {
+  log("→ state: hold");
+  EXPECT_EQ(mac.read("/Library/Logs/Brisko/daemon.log"), example("The log", "daemon.log"));
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,251 @@
+// What a pass writes to which file, and in which order.
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "calibration/calibration_state.h"
+#include "core/options.h"
+#include "core/orderly_exit.h"
+#include "core/process_flags.h"
+#include "hardware/charge_gate.h"
+#include "hardware/smc.h"
+#include "platform/clock.h"
+#include "policy/charge_state_record.h"
+#include "policy/evaluation.h"
+#include "policy/tick_state.h"
+#include "records/paths.h"
+#include "records/statistics.h"
+#include "support/file_journal.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::PowerSourceFault;
+
+constexpr const char* config = "config.json";
+constexpr const char* stats = "stats.json";
+constexpr const char* status = "status.json";
+
+class Records : public test::OnVirtualMac {
+ protected:
+  Records() { std::filesystem::create_directories(mac.path(historyDir)); }
+  void SetUp() override {
+    ASSERT_EQ(::setenv("TZ", "UTC", 1), 0);
+    takeGate();
+  }
+
+  // The files beside the history that this work writes, in order.
+  std::vector<std::string> written(const std::function<void()>& work) {
+    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
+    work();
+    return journal.written();
+  }
+  std::vector<std::string> pass() {
+    mac.pass(12);
+    return written(evaluate);
+  }
+  std::string history() const { return mac.read(std::string(historyDir) + "/2026-03-01.jsonl"); }
+  std::string statusText() const { return mac.read(statusPath); }
+  std::string statsText() const { return mac.read(statsPath); }
+};
+
+TEST_F(Records, areTheStatusAndASampleOfEveryPass) {
+  mac.settings(R"({"limit":85,"hysteresis":10,"discharge":true,"calDrain":20,"calSoakMinutes":30})");
+  mac.charge(90);
+  mac.temperature(31);
+  evaluate();
+  EXPECT_THAT(statusText(), HasSubstr(R"("discharge":true,"dischargeFailed":false)"));
+  EXPECT_THAT(statusText(), HasSubstr(R"("enabled":true,"hot":false,)"));
+  EXPECT_THAT(statusText(), HasSubstr(R"("pct":90,"plugged":true,)"));
+  EXPECT_THAT(statusText(), HasSubstr(R"("state":"discharge","temp":31.0,"topUp":false,)"));
+  EXPECT_THAT(statusText(), EndsWith(R"("upper":85})"));
+  EXPECT_THAT(history(), StartsWith(R"({"ct":310,"g":true,"p":90,"s":"discharge","t":1772352000,"wt":)"));
+}
+
+TEST_F(Records, tellOfTheAdapterAsTheControllerSeesIt) {
+  // The cut adapter is there, whatever macOS says of its power source.
+  mac.settings(R"({"discharge":true})");
+  mac.charge(90);
+  evaluate();
+  mac.pass(60);
+  evaluate();
+  EXPECT_FALSE(gLastPlugged);
+  EXPECT_THAT(statusText(), HasSubstr("\"plugged\":true"));
+  mac.removeKey("AC-W");
+  evaluate();
+  EXPECT_THAT(statusText(), HasSubstr("\"plugged\":false"));
+  EXPECT_THAT(history(), HasSubstr("\"g\":false"));
+}
+
+TEST_F(Records, tellTheSettingsUpperBoundDuringATopUp) {
+  mac.settings(R"({"limit":10,"topUp":true})");
+  evaluate();
+  EXPECT_THAT(statusText(), HasSubstr("\"topUp\":true"));
+  EXPECT_THAT(statusText(), EndsWith("\"upper\":20}"));
+}
+
+TEST_F(Records, tellTheCalibrationsTerms) {
+  mac.settings(R"({"calibrate":true,"calDrain":20,"calSoakMinutes":30})");
+  gCal.phase = CalPhase::soak;
+  evaluate();
+  EXPECT_THAT(statusText(), StartsWith(R"({"cal":{"drainTarget":20,"phase":"soak",)"));
+  EXPECT_THAT(statusText(), HasSubstr(R"("soakSeconds":1800,)"));
+}
+
+TEST_F(Records, areWrittenAtMostEvery24SecondsByTheHeartbeat) {
+  mac.charge(80);
+  evaluate();
+  EXPECT_THAT(pass(), IsEmpty());  // 12 s are too soon
+  EXPECT_THAT(pass(), ElementsAre(status));
+  EXPECT_THAT(pass(), IsEmpty());
+}
+
+TEST_F(Records, areNotWrittenWithoutAPowerReading) {
+  mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
+  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_EQ(history(), "");
+}
+
+TEST_F(Records, keepNoHistoryThatIsNotWanted) {
+  mac.settings("{\"history\":false}");
+  evaluate();
+  EXPECT_EQ(history(), "");
+  EXPECT_NE(statusText(), "");
+}
+
+TEST_F(Records, endWithAPurge) {
+  mac.settings(R"({"topUp":true,"resetStats":true})");
+  gPurged = true;
+  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_EQ(history(), "");
+}
+
+TEST_F(Records, survivePathsThatCannotBeWritten) {
+  std::filesystem::remove_all(mac.path("/Library/Application Support/Brisko"));
+  mac.write("/Library/Application Support/Brisko", "a file");
+  mac.charge(90);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_EQ(mac.read("/Library/Application Support/Brisko"), "a file");
+}
+
+// --- statistics
+
+TEST_F(Records, noteTheLimitFlagWhenItBecomesKnownAndWhenItChanges) {
+  mac.charge(80);
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":true"));
+  mac.charge(78);
+  EXPECT_THAT(pass(), ElementsAre(status));
+  mac.charge(75);
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":false"));
+}
+
+TEST_F(Records, noteALimitFlagThatBecomesKnownAsFalse) {
+  mac.charge(50);
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(pass(), IsEmpty());
+}
+
+TEST_F(Records, takeAFlagOverFromTheLastRun) {
+  gAtLimit = true;
+  mac.charge(80);
+  EXPECT_THAT(pass(), ElementsAre(status));
+}
+
+TEST_F(Records, startTheStatisticsAnewBeforeTheRequestIsCleared) {
+  gAtLimit = false;
+  gProtectedSeconds = 500;
+  mac.settings("{\"resetStats\":true}");
+  EXPECT_THAT(pass(), ElementsAre(stats, config, status));
+  EXPECT_EQ(statsText(), R"({"atLimit":false,"protectedSeconds":0,"since":1772352012.0,"topUpSince":0.0})");
+}
+
+TEST_F(Records, noteATopUpWhenItStarts) {
+  gAtLimit = false;
+  mac.settings("{\"topUp\":true}");
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":1772352012.0"));
+  EXPECT_THAT(pass(), IsEmpty());
+}
+
+TEST_F(Records, noteATopUpWhenItEnds) {
+  gAtLimit = false;
+  mac.settings("{\"topUp\":true}");
+  evaluate();
+  mac.unplug();
+  // The request goes before the time, and the flag of the limit stays.
+  EXPECT_THAT(pass(), ElementsAre(config, stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
+}
+
+TEST_F(Records, noteTheStartAndTheEndOfATopUpAskedForOnBattery) {
+  gAtLimit = false;
+  mac.unplug();
+  mac.settings("{\"topUp\":true}");
+  EXPECT_THAT(pass(), ElementsAre(stats, config, stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
+  EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
+}
+
+TEST_F(Records, noteATopUpThatIsNoLongerAskedFor) {
+  gAtLimit = false;
+  gTopUpSince = 5;
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
+}
+
+TEST_F(Records, noteATopUpThatACalibrationEnds) {
+  gAtLimit = false;
+  gTopUpSince = 5;
+  mac.charge(85);
+  mac.settings(R"({"topUp":true,"calibrate":true,"limit":85})");
+  EXPECT_THAT(pass(), ElementsAre(stats, config, stats, status));
+  EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
+  EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
+  EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"calibrate\":true"));
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_THAT(newLines().back(), StartsWith("cap 85%  batt"));
+}
+
+TEST_F(Records, leaveATopUpToTheCalibrationThatRuns) {
+  gAtLimit = false;
+  gTopUpSince = 5;
+  gCal.phase = CalPhase::fill;
+  mac.settings(R"({"topUp":true,"calibrate":true})");
+  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":true"));
+}
+
+TEST_F(Records, keepTheStatisticsOfTheOrderlyExit) {
+  gProtectedSeconds = 77;
+  EXPECT_THAT(written(restoreOnExit), ElementsAre(stats));
+  EXPECT_THAT(statsText(), HasSubstr("\"protectedSeconds\":77"));
+  gPurged = true;
+  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+}
+
+TEST_F(Records, keepNoStatisticsOfAnExitWithoutAGateOrAController) {
+  const auto gate = gGate;
+  gGate.reset();
+  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+  gGate = gate;
+  gConn = 0;
+  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,36 @@
+#include "support/file_journal.h"
+
+#include <array>
+#include <cstring>
+#include <stdexcept>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace brisko::test {
+
+FileJournal::FileJournal(const std::string& folder) : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+  // With the openings too: two events that are alike and follow one another would become one.
+  if (watch_ < 0 || ::inotify_add_watch(watch_, folder.c_str(), IN_OPEN | IN_CLOSE_WRITE) < 0) {
+    throw std::runtime_error("cannot watch " + folder);
+  }
+}
+
+FileJournal::~FileJournal() { ::close(watch_); }
+
+std::vector<std::string> FileJournal::written() {
+  std::vector<std::string> names;
+  alignas(inotify_event) std::array<char, 65'536> bytes{};
+  for (;;) {
+    const ssize_t count = ::read(watch_, bytes.data(), bytes.size());
+    if (count <= 0) return names;
+    for (std::size_t at = 0; at < static_cast<std::size_t>(count);) {
+      inotify_event event{};
+      std::memcpy(&event, bytes.data() + at, sizeof event);
+      if ((event.mask & IN_CLOSE_WRITE) != 0) names.emplace_back(bytes.data() + at + sizeof event);
+      at += sizeof event + event.len;
+    }
+  }
+}
+
+}  // namespace brisko::test

@@ -186,6 +186,20 @@ TEST_F(FileWatchContract, tellsOfTheDeletionOnce) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
+TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatIsGoneBeforeItIsWatched) {
+  for (const std::string& watched : {path, scratch.path("folder")}) {
+    if (watched != path) test::makeFolder(watched);
+    const auto opened = openForEvents(watched);
+    ASSERT_TRUE(opened.has_value());
+    ASSERT_EQ(std::remove(watched.c_str()), 0);
+    (void)watchFile(
+        *opened, everything, [this](FileEvents events) { story.push_back(wordsOf(events)); }, [] {});
+    EXPECT_THAT(story, IsEmpty());
+    EXPECT_THAT(delivered(), ElementsAre("deleted"));
+    closeWatched(*opened);
+  }
+}
+
 TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatSomebodyHoldsOpen) {
   std::ofstream holder(path, std::ios::app);
   (void)watch(path);

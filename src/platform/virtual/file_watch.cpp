@@ -174,6 +174,13 @@ void deliver(WatchToken token) {
   fired(events);
 }
 
+void postDelivery(Watch& watch, FileEvents events) {
+  const FileEvents wanted = events & watch.wanted;
+  if (wanted == 0) return;
+  const FileEvents waiting = std::exchange(watch.happened, watch.happened | wanted);
+  if (waiting == 0) platform::postMain([token = watch.token] { deliver(token); });
+}
+
 }  // namespace
 
 namespace virtual_mac {
@@ -183,11 +190,7 @@ int fileEventQueue() { return watches().queue; }
 void collectFileEvents() {
   if (watches().queue < 0 || !takeNotices()) return;
   for (Watch& watch : watches().all) {
-    if (watch.notices == 0) continue;
-    const FileEvents events = eventsOf(watch) & watch.wanted;
-    if (events == 0) continue;
-    const FileEvents waiting = std::exchange(watch.happened, watch.happened | events);
-    if (waiting == 0) platform::postMain([token = watch.token] { deliver(token); });
+    if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
 }
 
@@ -220,6 +223,8 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   watch.file = askFor(linkTo(descriptor), ofTheFile);
   lookAt(watch);
   if (watch.isFolder) askForFolderAround(watch);
+  // No notice of that comes any more.
+  if (!watch.named) postDelivery(watch, fileDeleted);
   return watch.token;
 }
 

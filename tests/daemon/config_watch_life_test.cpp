@@ -40,6 +40,9 @@ class Edit : public ::testing::Test {
   }
   long ticksIn(double seconds) {
     life.run(seconds);
+    return ticksSinceTheLastLook();
+  }
+  long ticksSinceTheLastLook() {
     const auto exchanges = mac.writes();
     mac.forgetJournal();
     return std::count(exchanges.begin(), exchanges.end(), "read TB0T");
@@ -134,6 +137,20 @@ TEST_F(Edit, beforeTheStartIsAnsweredInTwoPassesAsWell) {
   // Start-up asks for the temperature itself, to know whether the key is there.
   EXPECT_EQ(ticksAtOnce(), 1 + 2);
   EXPECT_THAT(newLines(), Contains("stats reset").Times(1));
+}
+
+TEST_F(Edit, betweenTwoLivesIsNoEventForTheSecond) {
+  mac.settings("{\"limit\":60}");
+  begin();
+  life.kill();
+  mac.settings("{\"limit\":65}");
+  Life next(mac);
+  next.run(0);
+  EXPECT_EQ(ticksSinceTheLastLook(), 1 + 1) << "start-up's reading and its one pass";
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
+  mac.settings("{\"limit\":70}");
+  next.run(0);
+  EXPECT_EQ(ticksSinceTheLastLook(), 1);
 }
 
 TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {

@@ -187,8 +187,11 @@ namespace virtual_mac {
 
 int fileEventQueue() { return watches().queue; }
 
+void useFileEventQueue(int queue) { watches().queue = queue; }
+
 void collectFileEvents() {
-  if (watches().queue < 0 || !takeNotices()) return;
+  const bool nobodyEverWatched = watches().latest == 0;
+  if (nobodyEverWatched || !takeNotices()) return;
   for (Watch& watch : watches().all) {
     if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
@@ -211,11 +214,12 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
                      std::function<void()> cancelled) {
   Watches& kept = watches();
   if (kept.queue < 0) kept.queue = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  const WatchToken token = ++kept.latest;
   // What happened before is no concern of the new watch.
   virtual_mac::collectFileEvents();
 
   Watch& watch = kept.all.emplace_back();
-  watch.token = ++kept.latest;
+  watch.token = token;
   watch.descriptor = descriptor;
   watch.wanted = wanted;
   watch.fired = std::move(fired);
@@ -225,7 +229,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   if (watch.isFolder) askForFolderAround(watch);
   // No notice of that comes any more.
   if (!watch.named) postDelivery(watch, fileDeleted);
-  return watch.token;
+  return token;
 }
 
 void cancelWatch(WatchToken token) {

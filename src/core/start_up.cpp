@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "core/config_watch.h"
 #include "core/folders.h"
 #include "core/log.h"
 #include "core/options.h"
@@ -129,6 +130,7 @@ int startUp() {
 
   // Without the notification the heartbeat still sees every change, only later.
   static_cast<void>(platform::addPowerSourceNotification(evaluate));
+  watchConfig();
   settleAppPath();
   static_cast<void>(platform::addRepeatingTimer(heartbeatSeconds, evaluate));
   static_cast<void>(platform::addRepeatingTimer(statisticsSeconds, statisticsTick));

@@ -11,23 +11,26 @@ namespace brisko::platform {
 
 // What happened to a watched file; a set of these is delivered at once.
 enum FileEvent : std::uint32_t {
-  fileWritten = 1U << 0U,
-  fileExtended = 1U << 1U,
-  fileAttributes = 1U << 2U,  // mode, owner, times, link count
-  fileDeleted = 1U << 3U,
+  fileWritten = 1U << 0U,     // not promised for what comes and goes in a folder
+  fileExtended = 1U << 1U,    // it is longer than before
+  fileAttributes = 1U << 2U,  // mode, owner, times, one more link
+  fileDeleted = 1U << 3U,     // a name of it is gone, also by another file's taking that name
   fileRenamed = 1U << 4U,
 };
 using FileEvents = std::uint32_t;
 
 using WatchToken = std::uint64_t;  // never 0
 
-// Opens the file or folder at `path` for events alone (no read or write access); none when it cannot be
-// opened. The path is used as it stands. The caller owns the descriptor and closes it with closeWatched().
+// Opens the file or folder at `path` for events alone (no read or write access, and no waiting for the other
+// end of a pipe); none when it cannot be opened, for which it takes the permission to read. A link leads to
+// what it points at. The path is used as it stands. The caller owns the descriptor and closes it with
+// closeWatched().
 [[nodiscard]] std::optional<int> openForEvents(const std::string& path);
 
 // Delivers the events of `wanted` that happen to the file behind `descriptor` to `fired`, batched per turn of
 // the run loop, on the main thread. After cancelWatch() no more events are delivered and `cancelled` runs
-// once, on the main thread, in a later turn of the loop.
+// once, on the main thread, in a later turn of the loop. A file that has lost its name since it was opened
+// counts as deleted at this moment: a watch on it would never hear of anything.
 [[nodiscard]] WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
                                    std::function<void()> cancelled);
 void cancelWatch(WatchToken token);

@@ -1,7 +1,12 @@
 // The real daemon: its modes, statuses and streams, and its life on a live virtual Mac.
 
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
+#include <memory>
 #include <random>
+#include <string>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -206,6 +211,86 @@ TEST(LiveDaemon, hearsOfAPulledAdapterAtOnce) {
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  battery  state=allow") == 1; }, 2));
   static_cast<void>(mac.vmac("plug"));
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 2));
+}
+
+// At the real speed, and well before the first heartbeat.
+class LiveEdit : public ::testing::Test {
+ protected:
+  LiveEdit() {
+    mac.settings("{\"limit\":80}");
+    daemon = mac.daemon();
+    EXPECT_TRUE(mac.logs("cap 80%"));
+  }
+
+  [[nodiscard]] bool takesEffectAtOnce(const std::string& line) const {
+    return eventually([&] { return mac.log().find(line) != std::string::npos; }, 1);
+  }
+  void replace(const std::string& json) const {
+    test::put(config + ".new", json);
+    ASSERT_EQ(std::rename((config + ".new").c_str(), config.c_str()), 0);
+  }
+
+  const LiveMac mac;
+  const std::string config = mac.folder() + "/volume/Library/Application Support/Brisko/config.json";
+  std::unique_ptr<Program> daemon;
+};
+
+TEST_F(LiveEdit, inPlaceTakesEffectWithinASecond) {
+  mac.settings("{\"limit\":60}");
+  EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
+  EXPECT_TRUE(takesEffectAtOnce("→ state: hold"));
+  mac.settings("{\"limit\":65}");
+  EXPECT_TRUE(takesEffectAtOnce("cap 65%"));
+}
+
+TEST_F(LiveEdit, byRenameTakesEffectWithinASecondEachTime) {
+  for (const int limit : {60, 61, 62, 63, 64}) {
+    replace("{\"limit\":" + std::to_string(limit) + "}");
+    EXPECT_TRUE(takesEffectAtOnce("cap " + std::to_string(limit) + "%"));
+    // Not before the new file is watched.
+    const timespec moment{0, 50'000'000};
+    static_cast<void>(::nanosleep(&moment, nullptr));
+  }
+  mac.settings("{\"limit\":66}");
+  EXPECT_TRUE(takesEffectAtOnce("cap 66%"));
+}
+
+TEST_F(LiveEdit, ofPermissionsAloneIsSurvived) {
+  ASSERT_EQ(::chmod(config.c_str(), 0600), 0);
+  mac.settings("{\"limit\":60}");
+  EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
+}
+
+TEST_F(LiveEdit, thatDeletesTheFileTakesEffectWithinASecondAndTheNextFileWaitsForTheHeartbeat) {
+  mac.settings("{\"limit\":60}");
+  ASSERT_TRUE(takesEffectAtOnce("cap 60%"));
+  ASSERT_EQ(::unlink(config.c_str()), 0);
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "cap 80%") == 2; }, 1));
+  mac.settings("{\"limit\":61}");
+  EXPECT_FALSE(takesEffectAtOnce("cap 61%"));
+  static_cast<void>(mac.vmac("speed", {"100"}));
+  EXPECT_TRUE(mac.logs("cap 61%"));
+}
+
+TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
+  const auto descriptors = [&] {
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
+    return std::distance(begin(all), end(all));
+  };
+  // Writes until it takes effect: an edit may fall between a pass and the next watch.
+  const auto settle = [&](int limit) {
+    EXPECT_TRUE(eventually(
+        [&] {
+          mac.settings("{\"limit\":" + std::to_string(limit) + "}");
+          return mac.log().find("cap " + std::to_string(limit) + "%") != std::string::npos;
+        },
+        1));
+  };
+  settle(60);
+  const auto before = descriptors();
+  for (int time = 0; time < 1000; ++time) replace("{\"limit\":70}");
+  settle(61);
+  EXPECT_TRUE(eventually([&] { return descriptors() == before; }, 5));
 }
 
 // A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the

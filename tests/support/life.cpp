@@ -15,6 +15,7 @@
 
 #include "core/entry.h"
 #include "platform/host.h"
+#include "platform/virtual/file_events.h"
 #include "platform/virtual/simulated/driver.h"
 #include "support/scratch_folder.h"
 
@@ -113,6 +114,7 @@ struct Life::Inside {
 };
 
 Life::Life(VirtualMac& mac, std::vector<std::string> arguments) : inside_(std::make_unique<Inside>(mac)) {
+  const int fileEvents = mac.fileEventQueue();
   arguments.insert(arguments.begin(), platform::executablePath().value_or("brisko-daemon"));
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) giveUp("socketpair");
@@ -123,6 +125,7 @@ Life::Life(VirtualMac& mac, std::vector<std::string> arguments) : inside_(std::m
   if (inside_->child == 0) {
     ::close(ends[0]);
     const Line line(ends[1]);
+    virtual_mac::useFileEventQueue(fileEvents);
     liveOn(line, arguments, inside_->output, inside_->errors);
   }
   ::close(ends[1]);

@@ -8,6 +8,9 @@
 #include <stdexcept>
 #include <string>
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
 #include "platform/virtual/simulated/driver.h"
 
 namespace brisko::test {
@@ -64,7 +67,15 @@ VirtualMac::VirtualMac(const virtual_mac::MachineOptions& options, std::string_v
   virtual_mac::attachMachine(store_.get());
 }
 
-VirtualMac::~VirtualMac() { virtual_mac::attachMachine(nullptr); }
+VirtualMac::~VirtualMac() {
+  virtual_mac::attachMachine(nullptr);
+  if (fileEventQueue_ >= 0) ::close(fileEventQueue_);
+}
+
+int VirtualMac::fileEventQueue() {
+  if (fileEventQueue_ < 0) fileEventQueue_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  return fileEventQueue_;
+}
 
 virtual_mac::Machine VirtualMac::machine() const { return store_->look().machine(); }
 

@@ -28,6 +28,8 @@ class VirtualMac {
   VirtualMac& operator=(const VirtualMac&) = delete;
 
   [[nodiscard]] virtual_mac::MachineStore& store() { return *store_; }
+  // The queue of file events for the lives on this machine.
+  [[nodiscard]] int fileEventQueue();
   [[nodiscard]] virtual_mac::Machine machine() const;  // a copy of the record as it is now
 
   // Changes, each at once.
@@ -71,6 +73,7 @@ class VirtualMac {
   std::unique_ptr<virtual_mac::MachineStore> store_;
   ScratchFolder volume_;
   std::uint64_t journalFrom_ = 0;
+  int fileEventQueue_ = -1;
 };
 
 }  // namespace brisko::test

@@ -13,6 +13,7 @@
 #include <uv.h>
 
 #include "platform/clock.h"
+#include "platform/virtual/file_events.h"
 #include "platform/virtual/live/real_time.h"
 #include "platform/virtual/live/wake.h"
 #include "platform/virtual/machine_store.h"
@@ -68,6 +69,7 @@ class Loop {
   };
 
   void turn() {
+    virtual_mac::collectFileEvents();
     takeArrivals();
     observeMachine();
     wait();
@@ -87,6 +89,7 @@ class Loop {
 
   // Signals are let in here and nowhere else, hence a wait on every turn, if only of no length.
   void wait() {
+    listenForFileEvents();
     const bool nothingElse = ::uv_backend_timeout(&uv_) != 0;
     const double seconds = nothingElse ? secondsToNextEvent() : 0;
     const timespec timeout = virtual_mac::realWait(seconds);
@@ -136,11 +139,21 @@ class Loop {
     });
   }
 
+  // From the first watch on. Hearing of it is enough: the next turn takes what there is.
+  void listenForFileEvents() {
+    const int queue = virtual_mac::fileEventQueue();
+    if (queue < 0 || listensForFileEvents_ || ::uv_poll_init(&uv_, &fileEvents_, queue) != 0) return;
+    listensForFileEvents_ = true;
+    ::uv_poll_start(&fileEvents_, UV_READABLE, [](uv_poll_t*, int, int) {});
+  }
+
   virtual_mac::WorkQueue queue_;
   bool stopped_ = false;
   uv_loop_t uv_{};
   uv_async_t posted_{};
   uv_poll_t wakes_{};
+  uv_poll_t fileEvents_{};
+  bool listensForFileEvents_ = false;
   int wakeSocket_ = -1;
   std::unique_ptr<Machine> ahead_ = std::make_unique<Machine>();  // a copy to look ahead on
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/virtual/file_events.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/power_source_watch.h"
 #include "platform/virtual/signals.h"
@@ -23,11 +24,12 @@ Loop& loop() {
   return kept;
 }
 
-// Signals take effect here, and what the machine has to say becomes work.
+// Signals take effect here, and what the machine and the watched files have to say becomes work.
 void collectEvents() {
   virtual_mac::raiseMachineSignals();
   virtual_mac::letPendingSignalsIn();
   for (Work& work : virtual_mac::arrivedSignalWork()) postMain(std::move(work));
+  virtual_mac::collectFileEvents();
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store != nullptr && virtual_mac::powerSourceChanged(store->look().machine())) {
     postMain(virtual_mac::tellPowerSourceChange);

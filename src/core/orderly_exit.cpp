@@ -13,6 +13,7 @@
 #include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
 #include "platform/run_loop.h"
+#include "power/scheduled_wake.h"
 #include "records/statistics.h"
 
 namespace brisko {
@@ -33,18 +34,22 @@ void exitOnSignal(int signal) {
   std::exit(0);
 }
 
-}  // namespace
-
-void restoreOnExit() {
-  if (gConn == 0 || !gGate) return;
+void handBack(const ChargeGate& gate) {
   // A refused write changes nothing here: there is no later moment in which to try again.
-  static_cast<void>(gGate->setAdapterCut(false));
-  static_cast<void>(gGate->setCharging(false));
+  static_cast<void>(gate.setAdapterCut(false));
+  static_cast<void>(gate.setCharging(false));
   if (gLedSupported) {
     constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
     static_cast<void>(writeKey("ACLC", toSystem));
   }
   writeStats();
+}
+
+}  // namespace
+
+void restoreOnExit() {
+  if (gConn != 0 && gGate) handBack(*gGate);
+  cancelScheduledWake();
 }
 
 void installExitHandling() {

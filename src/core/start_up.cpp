@@ -22,8 +22,10 @@
 #include "native/system_lock.h"
 #include "platform/power_sources.h"
 #include "platform/run_loop.h"
+#include "platform/system_power.h"
 #include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
+#include "power/sleep.h"
 #include "records/history.h"
 #include "records/paths.h"
 #include "records/statistics.h"
@@ -130,6 +132,8 @@ int startUp() {
 
   // Without the notification the heartbeat still sees every change, only later.
   static_cast<void>(platform::addPowerSourceNotification(evaluate));
+  // Without it nothing is planned for the night, and each wake is taken up by the heartbeat.
+  gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort;
   watchConfig();
   settleAppPath();
   static_cast<void>(platform::addRepeatingTimer(heartbeatSeconds, evaluate));

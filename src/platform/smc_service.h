@@ -18,6 +18,7 @@ inline constexpr KernelStatus kernelBadArgument = 0xE00002C2;    // kIOReturnBad
 inline constexpr KernelStatus kernelError = 0xE00002BC;          // kIOReturnError
 inline constexpr KernelStatus kernelNotPrivileged = 0xE00002C1;  // kIOReturnNotPrivileged
 inline constexpr KernelStatus kernelNotOpen = 0xE00002CD;        // kIOReturnNotOpen
+inline constexpr KernelStatus kernelNoSpace = 0xE00002DB;        // kIOReturnNoSpace
 
 struct SmcOpening {
   KernelStatus status;       // kernelNotFound when the machine has no such service

@@ -266,14 +266,10 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
   });
   postMainAfter(5, [&] { setAsleep(true); });
   runBeside([&] {
+    while (!folder.store().look().machine().system.asleep) continue;
     // 100 s of the machine's time: the timer would have fired five times.
-    double wakeAt = 0;
-    for (bool over = false; !over;) {
-      const auto look = folder.store().look();
-      const double now = virtual_mac::machineTime(look.machine());
-      if (wakeAt == 0 && look.machine().system.asleep) wakeAt = now + 100;
-      over = wakeAt != 0 && now > wakeAt;
-    }
+    const double wakeAt = virtual_mac::machineTime(folder.store().look().machine()) + 100;
+    while (virtual_mac::machineTime(folder.store().look().machine()) < wakeAt) continue;
     setAsleep(false);
   });
   EXPECT_GE(firedAt, 20);

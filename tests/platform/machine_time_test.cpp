@@ -564,7 +564,7 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
 TEST(MachineFaults, stateEveryKindOfChange) {
   std::set<ChangeKind> kinds;
   for (const Fault& fault : faults()) kinds.insert(fault.change.kind);
-  EXPECT_EQ(kinds.size(), static_cast<std::size_t>(ChangeKind::lightTaken));
+  EXPECT_EQ(kinds.size(), static_cast<std::size_t>(ChangeKind::powerClients));
   EXPECT_EQ(kinds.count(ChangeKind::nothing), 0U);
 }
 

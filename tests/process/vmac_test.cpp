@@ -90,7 +90,7 @@ TEST(Vmac, complainsOfWhatItIsNotTold) {
 
 TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
   const test::ScratchFolder scratch;
-  for (const char* verb : {"show", "plug", "unplug", "boot", "shutdown", "watch"}) {
+  for (const char* verb : {"show", "plug", "unplug", "sleep", "wake", "boot", "shutdown", "watch"}) {
     const Finished finished = run("brisko-vmac", {verb, scratch.path()});
     EXPECT_EQ(finished.status, 1) << verb;
     EXPECT_THAT(finished.errors, StartsWith("brisko-vmac: ")) << verb;
@@ -99,8 +99,8 @@ TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
 }
 
 TEST(Vmac, helpsWithEveryVerb) {
-  for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "key", "fault", "faults",
-                           "boot", "shutdown"}) {
+  for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "sleep", "wake", "key",
+                           "fault", "faults", "boot", "shutdown"}) {
     const Finished finished = run("brisko-vmac", {verb, "--help"});
     EXPECT_EQ(finished.status, 0) << verb;
     EXPECT_THAT(finished.output, HasSubstr("Usage: brisko-vmac")) << verb;

@@ -110,6 +110,7 @@ struct Life::Inside {
 
   void reap() {
     while (::waitpid(child, &waitStatus, 0) < 0 && errno == EINTR) continue;
+    virtual_mac::forgetPowerClient(mac.store().update().machine());
   }
 };
 

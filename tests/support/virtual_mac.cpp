@@ -11,6 +11,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include "platform/system_power.h"
 #include "platform/virtual/simulated/driver.h"
 
 namespace brisko::test {
@@ -41,8 +42,24 @@ std::string hexOf(const JournalEntry& entry) {
   return hex;
 }
 
+std::string messageName(std::uint32_t type) {
+  switch (static_cast<platform::PowerMessage>(type)) {
+    case platform::PowerMessage::canSystemSleep:
+      return "CanSystemSleep";
+    case platform::PowerMessage::systemWillSleep:
+      return "WillSleep";
+    case platform::PowerMessage::systemHasPoweredOn:
+      return "HasPoweredOn";
+  }
+  return "?";
+}
+
 std::string textOf(const JournalEntry& entry) {
   const std::string failed = entry.status != 0 || entry.result != 0 ? "!" : "";
+  if (entry.command == virtual_mac::journalHeard) return "heard " + messageName(entry.key);
+  if (entry.command == virtual_mac::journalAnswered) return "allowed " + messageName(entry.key);
+  if (entry.command == virtual_mac::journalScheduled) return "wake scheduled" + failed;
+  if (entry.command == virtual_mac::journalCancelled) return "wake cancelled" + failed;
   if (entry.command == writeCommand) return keyName(entry.key) + "=" + hexOf(entry) + failed;
   const char* verb = entry.command == readCommand    ? "read "
                      : entry.command == indexCommand ? "index "
@@ -153,6 +170,15 @@ Writes VirtualMac::writes() const {
   Writes texts;
   for (const JournalEntry& entry : journal()) texts.push_back(textOf(entry));
   return texts;
+}
+
+std::vector<double> VirtualMac::pendingWakes() const {
+  const virtual_mac::Machine now = machine();
+  std::vector<double> dates;
+  for (const virtual_mac::ScheduledEvent& event : now.sleep.events) {
+    if (event.pending) dates.push_back(event.date);
+  }
+  return dates;
 }
 
 std::vector<JournalEntry> VirtualMac::journal() const {

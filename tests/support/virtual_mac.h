@@ -43,6 +43,9 @@ class VirtualMac {
   VirtualMac& keyOnWrite(std::string_view key, virtual_mac::OnWrite behaviour, std::uint32_t status = 0);
   VirtualMac& removeKey(std::string_view key);
   VirtualMac& property(std::string_view name, virtual_mac::PropertyFault fault);
+  VirtualMac& sleep() { return change({.kind = virtual_mac::ChangeKind::sleep}); }  // by the lid
+  VirtualMac& wake() { return change({.kind = virtual_mac::ChangeKind::wake}); }    // fully
+  VirtualMac& wakeDark(double seconds) { return number(virtual_mac::ChangeKind::darkWake, seconds); }
   // A change planned `seconds` from now.
   VirtualMac& later(double seconds, const virtual_mac::Change& change);
 
@@ -53,10 +56,12 @@ class VirtualMac {
   [[nodiscard]] std::vector<std::uint8_t> key(std::string_view name) const;
 
   // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE", "info CHTE",
-  // "index CHTE", when the journal keeps reads. What did not succeed ends with "!".
+  // "index CHTE", when the journal keeps reads. Among them "heard WillSleep", "allowed WillSleep", "wake
+  // scheduled" and "wake cancelled". What did not succeed ends with "!".
   [[nodiscard]] Writes writes() const;
   [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const;
-  void keepReads();  // from now on
+  [[nodiscard]] std::vector<double> pendingWakes() const;  // dates of the scheduled power events
+  void keepReads();                                        // from now on
   void forgetJournal();
 
   // Files on its volume, by their unmapped paths.

@@ -196,6 +196,13 @@ bool throttle(MachineStore& store, double startedAt) {
   }
 }
 
+// The power service does not wait for the dead.
+void noteDaemonsEnd(MachineStore& store) {
+  const auto update = store.update();
+  virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));
+  virtual_mac::forgetPowerClient(update.machine());
+}
+
 void turnOff(MachineStore& store) {
   const auto update = store.update();
   virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));
@@ -245,7 +252,9 @@ int bootAndWait(const BootOptions& options) {
       status = 1;
       break;
     }
-    if (runDaemon(*child) || throttle(*store, startedAt)) break;
+    const bool askedToEnd = runDaemon(*child);
+    noteDaemonsEnd(*store);
+    if (askedToEnd || throttle(*store, startedAt)) break;
   }
   turnOff(*store);
   return status;

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+
+#include "platform/system_power.h"
 
 namespace brisko::vmac {
 namespace {
@@ -56,6 +59,73 @@ std::string adapterText(const Machine& machine) {
   return formatted("%.0f W, %s", machine.adapter.watts, reaches ? "connected" : "cut");
 }
 
+const char* wakefulnessText(const Machine& machine) {
+  if (!machine.system.poweredOn) return ", off";
+  if (machine.system.asleep) return ", asleep";
+  if (machine.sleep.dark) return ", dark wake";
+  return machine.sleep.stage == virtual_mac::SleepStage::none ? "" : ", going to sleep";
+}
+
+std::string scheduledText(const Machine& machine) {
+  std::string text;
+  for (const virtual_mac::ScheduledEvent& event : machine.sleep.events) {
+    if (!event.pending) continue;
+    text += "scheduled    " + std::string(virtual_mac::textOf(event.type)) + " at " + timeText(event.date) +
+            " by " + std::string(virtual_mac::textOf(event.identifier)) + "\n";
+  }
+  return text;
+}
+
+// What is told of the power service, by the commands of the journal.
+const char* powerVerb(std::uint8_t command) {
+  switch (command) {
+    case virtual_mac::journalHeard:
+      return "heard";
+    case virtual_mac::journalAnswered:
+      return "allowed";
+    case virtual_mac::journalScheduled:
+      return "scheduled a wake at";
+    case virtual_mac::journalCancelled:
+      return "cancelled the wake at";
+    default:
+      return nullptr;
+  }
+}
+
+std::string powerMessageText(std::uint32_t type) {
+  switch (static_cast<platform::PowerMessage>(type)) {
+    case platform::PowerMessage::canSystemSleep:
+      return "CanSystemSleep";
+    case platform::PowerMessage::systemWillSleep:
+      return "WillSleep";
+    case platform::PowerMessage::systemHasPoweredOn:
+      return "HasPoweredOn";
+  }
+  return formatted("message 0x%08X", type);
+}
+
+std::string powerObjectText(const virtual_mac::JournalEntry& entry) {
+  double date = 0;
+  if (entry.size != sizeof date) return powerMessageText(entry.key);
+  std::memcpy(&date, entry.bytes.data(), sizeof date);
+  return timeText(date);
+}
+
+std::string controllerText(const virtual_mac::JournalEntry& entry) {
+  return std::string(entry.command == 6 ? "write " : "read  ") + keyName(entry.key) + " " +
+         hex(entry.bytes.data(), std::min<std::size_t>(entry.size, 32));
+}
+
+std::string entryText(const virtual_mac::JournalEntry& entry) {
+  const char* verb = powerVerb(entry.command);
+  std::string text = timeText(entry.time) + formatted("  life %u  ", entry.life);
+  text += verb == nullptr ? controllerText(entry) : std::string(verb) + " " + powerObjectText(entry);
+  if (entry.status != 0 || entry.result != 0) {
+    text += formatted("  refused (status 0x%08X, result 0x%02X)", entry.status, entry.result);
+  }
+  return text + "\n";
+}
+
 }  // namespace
 
 std::string timeText(double secondsSince1970) {
@@ -93,14 +163,15 @@ std::string machineText(const Machine& machine) {
   std::string text = std::string(virtual_mac::textOf(machine.model)) +
                      formatted(", macOS %lld\n", static_cast<long long>(machine.system.macOS));
   text += "time         " + timeText(virtual_mac::wallClock(machine)) +
-          formatted("  (speed %g, up %.0f s%s%s)\n", machine.speed, virtual_mac::uptimeOf(machine),
-                    machine.system.poweredOn ? "" : ", off", machine.system.asleep ? ", asleep" : "");
+          formatted("  (speed %g, up %.0f s%s)\n", machine.speed, virtual_mac::uptimeOf(machine),
+                    wakefulnessText(machine));
   text += formatted("charge       %.1f %%  (%.0f of %.0f mAh)\n", virtual_mac::level(machine),
                     machine.battery.chargeMAh, machine.battery.fullMAh);
   text += formatted("current      %+.0f mA\n", machine.battery.currentMA);
   text += formatted("temperature  %.1f °C\n", machine.battery.temperatureC);
   text += "adapter      " + adapterText(machine) + "\n";
   text += std::string("hardware     ") + gateText(machine) + "\n";
+  text += scheduledText(machine);
   text += "keys\n" + keysText(machine);
   return text;
 }
@@ -110,14 +181,7 @@ std::string journalText(const virtual_mac::Journal& journal, std::size_t count) 
   const std::uint64_t first = journal.written - std::min<std::uint64_t>(kept, count);
   std::string text;
   for (std::uint64_t number = first; number < journal.written; ++number) {
-    const auto& entry = journal.entries[number % virtual_mac::Journal::capacity];
-    const bool write = entry.command == 6;
-    text += timeText(entry.time) + formatted("  life %u  %s ", entry.life, write ? "write" : "read ") +
-            keyName(entry.key) + " " + hex(entry.bytes.data(), std::min<std::size_t>(entry.size, 32));
-    if (entry.status != 0 || entry.result != 0) {
-      text += formatted("  refused (status 0x%08X, result 0x%02X)", entry.status, entry.result);
-    }
-    text += "\n";
+    text += entryText(journal.entries[number % virtual_mac::Journal::capacity]);
   }
   return text;
 }

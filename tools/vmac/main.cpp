@@ -2,6 +2,7 @@
 // and what the launch service does for the daemon.
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -212,7 +213,10 @@ void addShow(CLI::App& program, std::function<int()>& chosen, std::string& folde
   static std::size_t exchanges = 0;
   CLI::App* command = program.add_subcommand("show", "tell how the machine is");
   command->add_option("folder", folder)->required();
-  command->add_option("--journal", exchanges, "also the last writes to the controller")->type_name("COUNT");
+  command
+      ->add_option("--journal", exchanges,
+                   "also the last writes to the controller, and what the daemon heard of sleep")
+      ->type_name("COUNT");
   command->callback([&] { chosen = [&] { return show(folder, exchanges); }; });
 }
 
@@ -254,6 +258,43 @@ void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folde
   CLI::App* unplug = program.add_subcommand("unplug", "pull the adapter");
   unplug->add_option("folder", folder)->required();
   unplug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::unplug)}); }; });
+}
+
+// A client that died by itself is noticed by nobody but the kernel; here that is we.
+void forgetDeadClient(Machine& machine) {
+  const auto client = static_cast<pid_t>(machine.sleep.client);
+  if (client != 0 && ::kill(client, 0) != 0 && errno == ESRCH) virtual_mac::forgetPowerClient(machine);
+}
+
+void addSleep(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static bool idle = false;
+  CLI::App* command = program.add_subcommand(
+      "sleep", "close the lid: the daemon is told, and once it has answered all sleeps");
+  command->add_option("folder", folder)->required();
+  command->add_flag("--idle", idle, "nobody uses the Mac: the daemon is asked first");
+  command->callback([&] {
+    chosen = [&] {
+      return changeMachine(folder, [](Machine& machine) {
+        forgetDeadClient(machine);
+        virtual_mac::apply(machine, changeTo(idle ? ChangeKind::idleSleep : ChangeKind::sleep));
+      });
+    };
+  });
+}
+
+void addWake(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static std::optional<double> darkSeconds;
+  CLI::App* command = program.add_subcommand("wake", "open the lid");
+  command->add_option("folder", folder)->required();
+  command->add_option("--dark", darkSeconds, "only for maintenance: display off, asleep again after so long")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1.0, 3600.0));
+  command->callback([&] {
+    chosen = [&] {
+      return applyChanges(
+          folder, {darkSeconds ? changeTo(ChangeKind::darkWake, *darkSeconds) : changeTo(ChangeKind::wake)});
+    };
+  });
 }
 
 // Changes said in words of one kind; all of them, or none when one is wrong.
@@ -358,6 +399,8 @@ int run(int count, char** arguments) {
   addPlug(program, chosen, folder);
   addSet(program, chosen, folder);
   addSpeed(program, chosen, folder);
+  addSleep(program, chosen, folder);
+  addWake(program, chosen, folder);
   addKey(program, chosen, folder);
   addFaults(program, chosen, folder);
   try {

@@ -5,6 +5,7 @@
 #include "platform/virtual/controller.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/physics.h"
+#include "platform/virtual/sleep.h"
 
 namespace brisko::virtual_mac {
 namespace {
@@ -176,6 +177,38 @@ void changeSignalAtExchange(Smc& smc, const Change& change) {
   smc.signalToRaise = wanted ? static_cast<std::int32_t>(change.number) : 0;
 }
 
+// True when the change was one of these.
+bool changePower(Machine& machine, const Change& change) {
+  switch (change.kind) {
+    case ChangeKind::sleep:
+      closeLid(machine);
+      return true;
+    case ChangeKind::idleSleep:
+      askForSleep(machine);
+      return true;
+    case ChangeKind::wake:
+      wakeFully(machine);
+      return true;
+    case ChangeKind::darkWake:
+      wakeDark(machine, bounded(change.number, 0, mostSeconds));
+      return true;
+    case ChangeKind::sleepRefused:
+      machine.sleep.refused = flag(change.number);
+      return true;
+    case ChangeKind::scheduledWakes:
+      machine.sleep.scheduledWakeSeconds = bounded(change.number, 0, mostSeconds);
+      return true;
+    case ChangeKind::scheduleStatus:
+      machine.sleep.scheduleStatus = change.status;
+      return true;
+    case ChangeKind::powerClients:
+      machine.sleep.refusesClients = !flag(change.number);
+      return true;
+    default:
+      return false;
+  }
+}
+
 void changeSystem(Machine& machine, const Change& change) {
   const double number = change.number;
   switch (change.kind) {
@@ -226,7 +259,7 @@ void apply(Machine& machine, const Change& change) {
   const bool reached = adapterReachesBattery(machine);
   if (isAboutKey(change.kind)) {
     changeNamedKey(machine, change);
-  } else if (!changeBattery(machine, change)) {
+  } else if (!changeBattery(machine, change) && !changePower(machine, change)) {
     changeSystem(machine, change);
   }
   settle(machine, reached);

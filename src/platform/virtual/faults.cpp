@@ -128,6 +128,24 @@ constexpr std::array allFaults{
     simple("capabilities-unreadable", change(ChangeKind::capabilities, -1),
            "The property is not part of any published interface."),
 
+    // Sleep and wake
+    simple("sleep", change(ChangeKind::sleep), "People close the lid."),
+    simple("idle-sleep", change(ChangeKind::idleSleep), "Nobody uses the Mac for a while."),
+    simple("wake", change(ChangeKind::wake), "People open the lid."),
+    measured("dark-wake", ChangeKind::darkWake, "s", 1, 3600,
+             "macOS wakes for maintenance, mail and updates, with the display off."),
+    simple("sleep-refused", change(ChangeKind::sleepRefused, 1),
+           "A driver or another program keeps the Mac awake after the sleep was announced."),
+    simple("sleep-granted", change(ChangeKind::sleepRefused, 0), "Whoever kept the Mac awake is done."),
+    measured("scheduled-wakes", ChangeKind::scheduledWakes, "s until they end, 0 for full wakes", 0, 3600,
+             "A scheduled wake is one for maintenance, unless somebody sits before the Mac."),
+    simple("schedule-refused", change(ChangeKind::scheduleStatus, 0, platform::kernelNotPrivileged),
+           "The power service may deny scheduled wakes, and a profile may forbid them."),
+    simple("schedule-granted", change(ChangeKind::scheduleStatus), "The policy is lifted."),
+    simple("no-power-clients", change(ChangeKind::powerClients, 0),
+           "The power service may not answer a process that comes too early."),
+    simple("power-clients", change(ChangeKind::powerClients, 1), "The power service is up."),
+
     // Around the process
     measured("clock-step", ChangeKind::clockStep, "s", -1e9, 1e9,
              "The network sets the clock, and people set it by hand."),

@@ -6,12 +6,12 @@
 
 #include "platform/virtual/controller.h"
 #include "platform/virtual/physics.h"
+#include "platform/virtual/sleep.h"
 
 namespace brisko::virtual_mac {
 namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
-constexpr std::uint32_t fullWake = 15;  // processor, graphics, audio, network
 
 // Brings the clock to `time`; physics has been there or has nothing to do until then.
 void moveClock(Machine& machine, double time) {
@@ -41,18 +41,20 @@ bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
     publication += gaugePeriod;
     moveClock(machine, second);
     publishGauge(machine);
-    if (stopAtNotice && machine.powerSource.changes != changes) return true;
+    if (stopAtNotice && !machine.system.asleep && machine.powerSource.changes != changes) return true;
   }
   moveClock(machine, time);
   return false;
 }
 
 // What happens by itself, other than the passing of time. Of things due at the same instant the system takes
-// its keys back first, powerd publishes next, and then planned changes come in the order of their planning.
+// its keys back first, powerd publishes next, then sleep takes its course, and then planned changes come in
+// the order of their planning.
 struct Happening {
   double at = never;
   SmcKey* release = nullptr;
   bool adapterState = false;
+  bool sleep = false;
   Planned* planned = nullptr;
 };
 
@@ -63,6 +65,8 @@ Happening nextHappening(Machine& machine) {
   }
   const double stateDueAt = machine.powerSource.stateDueAt;
   if (stateDueAt >= 0 && stateDueAt < next.at) next = {.at = stateDueAt, .adapterState = true};
+  const double sleepAt = nextSleepEvent(machine);
+  if (sleepAt < next.at) next = {.at = sleepAt, .sleep = true};
   for (Planned& planned : machine.planned) {
     if (!planned.pending || planned.at > next.at) continue;
     const bool sooner = planned.at < next.at;
@@ -75,6 +79,8 @@ Happening nextHappening(Machine& machine) {
 // True when a process must hear of it.
 bool letHappen(Machine& machine, const Happening& happening) {
   const std::uint64_t changes = machine.powerSource.changes;
+  const std::uint32_t notices = machine.sleep.noticesSent;
+  const bool asleep = machine.system.asleep;
   bool signal = false;
   if (happening.release != nullptr) {
     const bool reached = adapterReachesBattery(machine);
@@ -82,12 +88,15 @@ bool letHappen(Machine& machine, const Happening& happening) {
     settle(machine, reached);
   } else if (happening.adapterState) {
     publishAdapterState(machine);
+  } else if (happening.sleep) {
+    letSleepHappen(machine);
   } else {
     happening.planned->pending = false;
     signal = happening.planned->change.kind == ChangeKind::signal;
     apply(machine, happening.planned->change);
   }
-  return signal || machine.powerSource.changes != changes;
+  if (signal || machine.sleep.noticesSent != notices || machine.system.asleep != asleep) return true;
+  return !asleep && machine.powerSource.changes != changes;
 }
 
 bool move(Machine& machine, double time, bool stopAtNotice) {
@@ -159,6 +168,7 @@ Machine makeMachine(const Model& model, const MachineOptions& options) {
   machine.speed = 1;
   machine.machineAnchor = options.startTime;
   machine.system = makeSystem(options);
+  machine.sleep = freshSleep();
   machine.layout = options.macOS >= 27 ? RegistryLayout::nested : RegistryLayout::flat;
   makeKeys(machine, options.gate.value_or(model.gate), options.cut.value_or(model.cut),
            options.magSafeLight.value_or(model.magSafeLight));
@@ -190,6 +200,7 @@ void boot(Machine& machine) {
   system.poweredOn = true;
   system.capabilities = fullWake;
   system.capabilitiesReadable = true;
+  endSleep(machine);
   settle(machine, adapterReachesBattery(machine));
   publishGauge(machine);
 }
@@ -197,6 +208,7 @@ void boot(Machine& machine) {
 void shutDown(Machine& machine) {
   machine.system.poweredOn = false;
   machine.system.asleep = false;
+  endSleep(machine);
   machine.pendingSignals = 0;
   settle(machine, adapterReachesBattery(machine));
 }

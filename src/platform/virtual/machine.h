@@ -169,17 +169,68 @@ enum class PowerSourceFault : std::uint8_t { none, noSnapshot, emptyList, noInte
 // The system around it
 
 struct System {
-  std::int64_t macOS;   // major version
-  double bootedAt;      // machine time
-  double sleptSeconds;  // since boot
-  double wallOffset;    // wall clock less machine time
-  bool poweredOn;       // false between shutdown and boot
-  // The sleep of the machine. Nothing puts it to sleep yet; uptime and timers already stand still while set.
-  bool asleep;
+  std::int64_t macOS;          // major version
+  double bootedAt;             // machine time
+  double sleptSeconds;         // since boot
+  double wallOffset;           // wall clock less machine time
+  bool poweredOn;              // false between shutdown and boot
+  bool asleep;                 // uptime and timers stand still while it is set
   std::uint32_t capabilities;  // "System Capabilities"
   bool capabilitiesReadable;
   std::int64_t pretendedUserId;  // effective user id in virtual time; 0 root
   std::uint64_t lives;           // user clients opened so far
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Sleep, wake and the power service. There is one client at most: the daemon.
+
+enum class SleepStage : std::uint8_t {
+  none,       // awake or asleep, and staying so
+  asked,      // before idle sleep: may the system sleep? Waits for the answer
+  announced,  // it is going to sleep. Waits for the answer
+  falling,    // everybody has answered, or had the time to
+};
+
+inline constexpr double answerTimeout = 30;       // seconds; then the sleep goes on without the answer
+inline constexpr double fallingSeconds = 2;       // from the last answer to sleep
+inline constexpr double poweredOnDelay = 2;       // from the beginning of a full wake to its message
+inline constexpr std::uint32_t latePatience = 3;  // a client this often late in a row is not waited for
+
+// A message to the client; `type` as the system numbers them. The client answers with the token.
+struct PowerNotice {
+  double sentAt;        // machine time
+  double answeredAt;    // likewise; < 0 not yet
+  std::uint32_t type;   // 0: an empty place
+  std::uint32_t token;  // the number of the message, from 1
+  bool awaitsAnswer;    // the client has to answer it
+};
+inline constexpr std::size_t noticePlaces = 32;
+
+// A scheduled power event, as the system keeps it on its disk.
+struct ScheduledEvent {
+  bool pending;
+  double date;  // wall clock
+  ShortText identifier;
+  ShortText type;  // "wake" and "wakepoweron" end a sleep; of the others nothing comes
+};
+inline constexpr std::size_t scheduledPlaces = 16;
+
+struct Sleep {
+  SleepStage stage;
+  double stageEndsAt;  // machine time at which the stage ends by itself; < 0 never
+  bool dark;           // awake for maintenance, display off
+  double darkUntil;    // machine time at which it falls asleep again; < 0 never
+  double poweredOnAt;  // machine time at which the client hears of the full wake; < 0 nothing to hear
+  bool refused;        // sleeps that are announced come to nothing
+  double scheduledWakeSeconds;  // how long a scheduled wake lasts before it sleeps on; 0: it is a full wake
+  std::array<ScheduledEvent, scheduledPlaces> events;
+  platform::KernelStatus scheduleStatus;  // not 0: scheduling fails with it
+  bool refusesClients;
+  std::int64_t client;        // process id of the registered client; 0 none
+  std::uint32_t lateAnswers;  // of the client, in a row
+  std::uint32_t noticesSent;  // so far; notice n lies at n % noticePlaces
+  std::array<PowerNotice, noticePlaces> notices;
+  std::uint64_t strayAnswers;  // answers to what did not wait for one
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -219,6 +270,14 @@ enum class ChangeKind : std::uint8_t {
   signalAtExchange,  // number: signal; status: how many exchanges from now
   batteryInstalled,  // number 0 or 1
   lightTaken,        // number 0 or 1
+  sleep,             // the lid is closed: announced without asking; from a dark wake without a word
+  idleSleep,         // nobody used it for a while: asked first. Only from a full wake
+  wake,              // a full wake
+  darkWake,          // number: seconds until it sleeps on
+  sleepRefused,      // number 1: sleeps that are announced come to nothing, 0: no longer
+  scheduledWakes,    // number: seconds that scheduled wakes last; 0: they are full wakes
+  scheduleStatus,    // status: that of scheduling a wake; 0 heals it
+  powerClients,      // number 0: the power service takes no clients, 1: it does
 };
 
 struct Change {
@@ -254,6 +313,7 @@ struct Machine {
   std::array<PropertyChange, propertyChanges> properties;
   PowerSourceFault powerSourceFault;
   System system;
+  Sleep sleep;
   std::array<Planned, plannedPlaces> planned;
   std::uint64_t plannedSoFar;
   std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
@@ -266,17 +326,25 @@ static_assert(std::is_trivially_copyable_v<Machine>);
 
 // ---------------------------------------------------------------------------------------------------------
 // The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
+// What passes between the power service and its client stands among them, so that the order of all can be
+// seen.
 
 struct JournalEntry {
-  double time;         // machine time
-  std::uint32_t life;  // which user client, counted from 1
-  std::uint32_t key;
+  double time;           // machine time
+  std::uint32_t life;    // which user client, counted from 1
+  std::uint32_t key;     // of a power message its type, of a scheduled event 0
   std::uint32_t status;  // of the call
-  std::uint8_t command;  // 5 read, 6 write, 8 key at index, 9 key info
+  std::uint8_t command;  // 5 read, 6 write, 8 key at index, 9 key info, or one of the power service's
   std::uint8_t result;   // of the controller
   std::uint8_t size;     // bytes that count
   std::array<std::uint8_t, 32> bytes;
 };
+
+// Commands of the journal that are none of the controller's.
+inline constexpr std::uint8_t journalHeard = 0x40;      // the client heard a message
+inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
+inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
+inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
 
 struct Journal {
   static constexpr std::size_t capacity = 8192;
@@ -327,8 +395,9 @@ struct MachineOptions {
 // back, current, charge, temperature, and every 60 s the gauge and the power source.
 void advance(Machine& machine, double time);
 
-// The same, but stops right after the first thing that a process must hear of: a published change of the
-// power source or a signal. True when it stopped there.
+// The same, but stops right after the first thing that a process must hear of: a signal, a power message, the
+// beginning or the end of sleep and, while the machine is awake, a published change of the power source. True
+// when it stopped there.
 bool advanceToNotice(Machine& machine, double time);
 
 // Does `change` now.
@@ -340,6 +409,20 @@ void apply(Machine& machine, const Change& change);
 // One exchange of the user client, as the kernel does it: commands 5, 6, 8 and 9.
 [[nodiscard]] platform::KernelStatus exchange(Machine& machine, Journal& journal,
                                               const platform::SmcRecord& input, platform::SmcRecord& output);
+
+// The power service. A client hears the messages sent after its registration; false when it is not taken.
+bool registerPowerClient(Machine& machine, std::int64_t process);
+// The client is gone: its process has ended, and the kernel has noticed.
+void forgetPowerClient(Machine& machine);
+// The message came to the client's run loop.
+void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice);
+// The client allows what the message announced.
+void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
+// As IOPMSchedulePowerEvent and IOPMCancelScheduledPowerEvent do it; dates are those of the wall clock.
+[[nodiscard]] platform::KernelStatus scheduleEvent(Machine& machine, Journal& journal, double date,
+                                                   std::string_view identifier, std::string_view type);
+platform::KernelStatus cancelEvent(Machine& machine, Journal& journal, double date,
+                                   std::string_view identifier, std::string_view type);
 
 // Starts anew: uptime from zero, capabilities of a full wake. The keys stand as they were.
 void boot(Machine& machine);

@@ -10,6 +10,7 @@ namespace {
 // Of the adapter's name plate only this share reaches the machine: 28.2 W of 30.
 constexpr double adapterShare = 0.94;
 constexpr double sleepWatts = 0.1;  // about 0.16 % an hour
+constexpr double darkWatts = 3;     // at most, awake with the display off
 
 // Near full the charger holds the voltage, and the current falls with what is left to fill.
 constexpr double taperSeconds = 936;        // time constant
@@ -116,7 +117,9 @@ void moveTemperature(Machine& machine, const Flow& flow) {
 
 double needOf(const Machine& machine) {
   if (!machine.system.poweredOn) return 0;
-  return machine.system.asleep ? sleepWatts : machine.surroundings.loadWatts;
+  if (machine.system.asleep) return sleepWatts;
+  const double load = machine.surroundings.loadWatts;
+  return machine.sleep.dark ? std::min(load, darkWatts) : load;
 }
 
 // What the charger asks for; none while it is closed, done or without an adapter.

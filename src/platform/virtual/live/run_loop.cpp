@@ -18,6 +18,7 @@
 #include "platform/virtual/live/wake.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/moment.h"
+#include "platform/virtual/power_message_watch.h"
 #include "platform/virtual/power_source_watch.h"
 #include "platform/virtual/signals.h"
 #include "platform/virtual/work_queue.h"
@@ -99,22 +100,28 @@ class Loop {
     if (ready > 0 || !nothingElse) ::uv_run(&uv_, UV_RUN_NOWAIT);
   }
 
-  // Brings the machine to this moment; what it has to say becomes work, its signals are raised.
+  // Brings the machine to this moment; what it has to say becomes work, its signals are raised. While it
+  // sleeps nobody hears anything: what happens then is heard at wake, several changes as one.
   void observeMachine() {
     MachineStore* store = virtual_mac::attachedMachine();
     if (store == nullptr) return;
     std::uint32_t signals = 0;
     bool changed = false;
+    std::vector<Work> messages;
     {
       const auto update = store->update();
       Machine& machine = update.machine();
       virtual_mac::advance(machine, virtual_mac::machineTime(machine));
       signals = std::exchange(machine.pendingSignals, 0);
-      changed = virtual_mac::powerSourceChanged(machine);
+      if (!machine.system.asleep) {
+        changed = virtual_mac::powerSourceChanged(machine);
+        messages = virtual_mac::arrivedPowerMessages(machine);
+      }
       *ahead_ = machine;
     }
     virtual_mac::raiseSignals(signals);
     if (changed) queue_.add(uptime(), virtual_mac::tellPowerSourceChange);
+    for (Work& message : messages) queue_.add(uptime(), std::move(message));
   }
 
   // Real seconds until the first piece of work is due or the machine has something to say. The latter is

@@ -5,6 +5,7 @@
 
 #include "platform/virtual/file_events.h"
 #include "platform/virtual/machine_store.h"
+#include "platform/virtual/power_message_watch.h"
 #include "platform/virtual/power_source_watch.h"
 #include "platform/virtual/signals.h"
 #include "platform/virtual/simulated/virtual_time.h"
@@ -24,16 +25,24 @@ Loop& loop() {
   return kept;
 }
 
-// Signals take effect here, and what the machine and the watched files have to say becomes work.
+// What the machine has to say becomes work. While it sleeps nobody hears anything: what happens then is heard
+// at wake, several changes as one.
+void listenToMachine() {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return;
+  const virtual_mac::Machine& machine = store->look().machine();
+  if (machine.system.asleep) return;
+  if (virtual_mac::powerSourceChanged(machine)) postMain(virtual_mac::tellPowerSourceChange);
+  for (Work& work : virtual_mac::arrivedPowerMessages(machine)) postMain(std::move(work));
+}
+
+// Signals take effect here, and what the watched files and the machine have to say becomes work.
 void collectEvents() {
   virtual_mac::raiseMachineSignals();
   virtual_mac::letPendingSignalsIn();
   for (Work& work : virtual_mac::arrivedSignalWork()) postMain(std::move(work));
   virtual_mac::collectFileEvents();
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store != nullptr && virtual_mac::powerSourceChanged(store->look().machine())) {
-    postMain(virtual_mac::tellPowerSourceChange);
-  }
+  listenToMachine();
 }
 
 void turn() {

@@ -1,0 +1,122 @@
+#include "power/sleep.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "calibration/calibration_state.h"
+#include "core/checked.h"
+#include "core/log.h"
+#include "core/options.h"
+#include "core/process_flags.h"
+#include "core/settings.h"
+#include "hardware/adapter.h"
+#include "hardware/battery.h"
+#include "hardware/charge_gate.h"
+#include "platform/clock.h"
+#include "policy/charge_state.h"
+#include "policy/charge_state_record.h"
+#include "policy/evaluation.h"
+#include "power/scheduled_wake.h"
+#include "power/sleep_state.h"
+
+namespace brisko {
+namespace {
+
+// Without a readable configuration the limit of the command line counts. Whether the limit is switched on is
+// unknown then; the band is kept rather than given up.
+Settings settingsForSleep() {
+  if (const auto settings = readConfig(gConfigPath)) return *settings;
+  Settings unknown;
+  unknown.limit = gCliLimit;
+  return unknown;
+}
+
+SleepSituation situationAt(std::int64_t pct) {
+  const Settings settings = settingsForSleep();
+  return {.pct = pct,
+          .band = bounds(settings.limit, gCliLower, settings.hysteresis),
+          .adapterPresent = adapterPresent(),
+          .enabled = settings.enabled,
+          .topUp = settings.topUp,
+          .calibrating = gCal.phase != CalPhase::idle};
+}
+
+void closeForTheNight(const SleepSituation& now) {
+  applyState(ChargeState::hold);
+  log("veille à " + std::to_string(now.pct) + "% — grille fermée pour la nuit (plage " +
+      std::to_string(now.band.lower) + "–" + std::to_string(now.band.upper) + "%)");
+}
+
+void goToSleep(std::intptr_t argument) {
+  prepareForSleep();
+  gSleepPendingSince = platform::wallNow();
+  // The time asleep must not count as time in which the adapter was seen cut.
+  gCutSince.reset();
+  platform::allowPowerChange(gRootPort, argument);
+}
+
+void comeBack() {
+  gSleepPendingSince.reset();
+  gCutSince.reset();
+  cancelScheduledWake();
+  evaluate();
+}
+
+}  // namespace
+
+SleepPlan planSleep(const SleepSituation& now) {
+  if (now.calibrating) return SleepPlan::leaveAlone();
+  if (!now.adapterPresent || now.topUp || !now.enabled) return SleepPlan::leaveAlone();
+  // Above the limit too: a discharge can only be judged in a full wake, so none is begun asleep.
+  if (now.pct >= now.band.lower) return SleepPlan::freeze();
+  return SleepPlan::carryOn(now.band.upper);
+}
+
+std::int64_t minutesToCharge(std::int64_t from, std::int64_t to, std::optional<std::int64_t> designMAh,
+                             std::optional<std::int64_t> amperageMA) {
+  constexpr std::int64_t unknown = 20;       // minutes
+  constexpr std::int64_t leastCharge = 101;  // mA
+  constexpr double soonest = 5;
+  constexpr double latest = 45;
+  if (from >= to) return 0;
+  if (!designMAh || !amperageMA || *amperageMA < leastCharge) return unknown;
+  const double points = static_cast<double>(to) - static_cast<double>(from);
+  const double missingMAh = points * static_cast<double>(*designMAh) / 100.0;
+  const double minutes = std::round(missingMAh / static_cast<double>(*amperageMA) * 60.0);
+  return checkedInteger(std::clamp(minutes, soonest, latest));
+}
+
+std::int64_t minutesToCharge(std::int64_t from, std::int64_t to) {
+  const platform::SharedDictionary properties = SmartBattery::properties();
+  if (!properties) return minutesToCharge(from, to, std::nullopt, std::nullopt);
+  return minutesToCharge(from, to, SmartBattery::mAh(*properties, "DesignCapacity"),
+                         SmartBattery::amperageMA(*properties));
+}
+
+void prepareForSleep() {
+  if (gDormant || !gGate || gateIsMacOSLimit()) return;
+  cancelScheduledWake();
+  const auto power = powerState();
+  if (!power) return;
+  const SleepSituation now = situationAt(power->pct);
+  const SleepPlan plan = planSleep(now);
+  if (plan.isFreeze()) closeForTheNight(now);
+  if (const auto target = plan.target()) scheduleWake(minutesToCharge(power->pct, *target));
+}
+
+void systemPowerCallback(platform::PowerMessage message, std::intptr_t argument) {
+  switch (message) {
+    case platform::PowerMessage::canSystemSleep:
+      platform::allowPowerChange(gRootPort, argument);
+      break;
+    case platform::PowerMessage::systemWillSleep:
+      goToSleep(argument);
+      break;
+    case platform::PowerMessage::systemHasPoweredOn:
+      comeBack();
+      break;
+  }
+}
+
+}  // namespace brisko

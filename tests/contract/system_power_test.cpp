@@ -1,0 +1,233 @@
+// What platform/system_power.h promises.
+
+#include "platform/system_power.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/clock.h"
+#include "platform/registry.h"
+#include "platform/run_loop.h"
+#include "support/contract_machine.h"
+
+namespace brisko::platform {
+namespace {
+
+using test::ContractMachine;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+
+class SystemPowerContract : public ::testing::Test {
+ protected:
+  // Registers a client that keeps its words, and answers unless told not to.
+  void listen(bool answers = true) {
+    const PowerRegistration registration =
+        registerSystemPower([this, answers](PowerMessage message, std::intptr_t argument) {
+          words.push_back(wordFor(message));
+          if (message != PowerMessage::systemHasPoweredOn && answers) allowPowerChange(port, argument);
+        });
+    port = registration.rootPort;
+    ASSERT_NE(port, 0U);
+    ASSERT_TRUE(registration.notifying);
+  }
+  static std::string wordFor(PowerMessage message) {
+    switch (message) {
+      case PowerMessage::canSystemSleep:
+        return "may it?";
+      case PowerMessage::systemWillSleep:
+        return "it will";
+      case PowerMessage::systemHasPoweredOn:
+        return "it is up";
+    }
+    return "what?";
+  }
+  void later(double seconds, ChangeKind kind, double number = 0) {
+    mac.later(seconds, {.kind = kind, .number = number});
+  }
+  // The loop runs for so much uptime.
+  static void runFor(double seconds) {
+    postMainAfter(seconds, [] { stopMain(); });
+    runMain();
+  }
+  [[nodiscard]] int pendingEvents() const {
+    int count = 0;
+    for (const auto& event : mac.record().sleep.events) count += event.pending ? 1 : 0;
+    return count;
+  }
+
+  ContractMachine mac;
+  RootPowerPort port = 0;
+  std::vector<std::string> words;
+};
+
+TEST_F(SystemPowerContract, tellsOfSleepAndWakeInTheLoop) {
+  listen();
+  later(10, ChangeKind::sleep);
+  later(500, ChangeKind::wake);
+  runFor(60);
+  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  EXPECT_EQ(mac.record().sleep.strayAnswers, 0U);
+}
+
+TEST_F(SystemPowerContract, asksBeforeAnIdleSleep) {
+  listen();
+  later(10, ChangeKind::idleSleep);
+  later(500, ChangeKind::wake);
+  runFor(60);
+  EXPECT_THAT(words, ElementsAre("may it?", "it will", "it is up"));
+}
+
+TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
+  listen();
+  later(10, ChangeKind::sleep);
+  later(500, ChangeKind::wake);
+  runFor(60);
+  // Asleep for all but some seconds.
+  EXPECT_GT(mac.record().system.sleptSeconds, 450);
+}
+
+TEST_F(SystemPowerContract, goesOnWithoutAnAnswerInTheEnd) {
+  listen(false);
+  later(10, ChangeKind::sleep);
+  later(500, ChangeKind::wake);
+  runFor(60);
+  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  const virtual_mac::Machine record = mac.record();
+  EXPECT_LT(record.sleep.notices[1].answeredAt, 0);
+  EXPECT_LT(record.system.sleptSeconds, 500 - 10 - 30);
+  EXPECT_GT(record.system.sleptSeconds, 350);
+}
+
+TEST_F(SystemPowerContract, saysNothingInADarkWakeAndLetsTimersRunInIt) {
+  listen();
+  later(10, ChangeKind::sleep);
+  later(1000, ChangeKind::darkWake, 200);
+  later(3000, ChangeKind::wake);
+  std::vector<std::int64_t> capabilities;
+  (void)addRepeatingTimer(50, [&] {
+    const auto word = registryProperty("IOPMrootDomain", "System Capabilities");
+    capabilities.push_back(word ? word->asInteger().value_or(-1) : -1);
+    words.push_back("tick");
+  });
+  runFor(260);
+  // 12 s before the sleep, 200 s in the dark and the rest in full wake. Where time really passes a tick may
+  // be missed.
+  EXPECT_EQ(words.front(), "it will");
+  EXPECT_EQ(std::count(words.begin(), words.end(), "it is up"), 1);
+  EXPECT_EQ(std::count(words.begin(), words.end(), "it will"), 1);
+  EXPECT_EQ(capabilities.front(), 9);
+  EXPECT_EQ(capabilities.back(), 15);
+  if (ContractMachine::timeIsExact()) {
+    EXPECT_THAT(words, ElementsAre("it will", "tick", "tick", "tick", "tick", "it is up", "tick"));
+    EXPECT_THAT(capabilities, ElementsAre(9, 9, 9, 9, 15));
+  }
+}
+
+TEST_F(SystemPowerContract, stopsTimersAndDelayedWorkInSleep) {
+  listen();
+  later(10, ChangeKind::sleep);
+  later(1000, ChangeKind::wake);
+  const double begin = uptime();
+  const double wallBegin = wallNow();
+  std::vector<double> fired;
+  (void)addRepeatingTimer(100, [&] { fired.push_back(uptime() - begin); });
+  double delayed = 0;
+  postMainAfter(50, [&] { delayed = uptime() - begin; });
+  runFor(250);
+  ASSERT_EQ(fired.size(), 2U) << "not ten times, and not once more for catching up";
+  EXPECT_GE(fired[0], 100);
+  EXPECT_GE(fired[1], 200);
+  EXPECT_LT(fired[1], 250);
+  EXPECT_GE(delayed, 50);
+  EXPECT_GT(wallNow() - wallBegin, 1000 + 200) << "the wall clock goes on";
+}
+
+TEST_F(SystemPowerContract, tellsNothingToWhoHasNotRegistered) {
+  later(10, ChangeKind::sleep);
+  later(100, ChangeKind::wake);
+  runFor(60);
+  EXPECT_THAT(words, IsEmpty());
+}
+
+TEST_F(SystemPowerContract, tellsNothingOfWhatWasBeforeTheRegistration) {
+  listen();
+  later(1, ChangeKind::sleep);
+  later(50, ChangeKind::wake);
+  runFor(20);
+  words.clear();
+  listen();
+  runFor(20);
+  EXPECT_THAT(words, IsEmpty());
+}
+
+TEST_F(SystemPowerContract, refusesARegistration) {
+  mac.change({.kind = ChangeKind::powerClients, .number = 0});
+  const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
+  EXPECT_EQ(registration.rootPort, 0U);
+  EXPECT_FALSE(registration.notifying);
+  later(1, ChangeKind::sleep);
+  later(50, ChangeKind::wake);
+  runFor(20);
+}
+
+TEST_F(SystemPowerContract, ignoresAnAnswerToNoPort) {
+  const PowerRegistration registration =
+      registerSystemPower([](PowerMessage, std::intptr_t argument) { allowPowerChange(0, argument); });
+  ASSERT_NE(registration.rootPort, 0U);
+  later(1, ChangeKind::sleep);
+  later(400, ChangeKind::wake);
+  runFor(60);
+  EXPECT_LT(mac.record().sleep.notices[1].answeredAt, 0);
+}
+
+TEST_F(SystemPowerContract, wakesForAScheduledEvent) {
+  listen();
+  mac.change({.kind = ChangeKind::scheduledWakes, .number = 100});
+  ASSERT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
+  EXPECT_EQ(pendingEvents(), 1);
+  later(10, ChangeKind::sleep);
+  later(5000, ChangeKind::wake);
+  double ticked = 0;
+  const double begin = wallNow();
+  postMainAfter(60, [&] { ticked = wallNow() - begin; });
+  runFor(200);
+  EXPECT_GE(ticked, 600) << "not while it slept";
+  EXPECT_LT(ticked, 700) << "but in the dark wake";
+  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  EXPECT_EQ(pendingEvents(), 0);
+}
+
+TEST_F(SystemPowerContract, cancelsWhatItScheduled) {
+  const double date = wallNow() + 600;
+  ASSERT_EQ(schedulePowerEvent(date, "somebody", "wake"), kernelSuccess);
+  EXPECT_EQ(cancelPowerEvent(date + 1, "somebody", "wake"), kernelNotFound);
+  EXPECT_EQ(cancelPowerEvent(date, "else", "wake"), kernelNotFound);
+  EXPECT_EQ(cancelPowerEvent(date, "somebody", "poweron"), kernelNotFound);
+  EXPECT_EQ(pendingEvents(), 1);
+  EXPECT_EQ(cancelPowerEvent(date, "somebody", "wake"), kernelSuccess);
+  EXPECT_EQ(pendingEvents(), 0);
+}
+
+TEST_F(SystemPowerContract, saysWhySchedulingFailed) {
+  EXPECT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "dance"), kernelBadArgument);
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = kernelNotPrivileged});
+  EXPECT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelNotPrivileged);
+  EXPECT_EQ(pendingEvents(), 0);
+}
+
+TEST(SystemPowerWithoutAMachine, isNotThere) {
+  const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
+  EXPECT_EQ(registration.rootPort, 0U);
+  EXPECT_FALSE(registration.notifying);
+  allowPowerChange(1, 1);
+  EXPECT_NE(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
+  EXPECT_NE(cancelPowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
+}
+
+}  // namespace
+}  // namespace brisko::platform

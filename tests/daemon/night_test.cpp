@@ -1,0 +1,484 @@
+// Nights: the daemon goes to sleep with its Mac, and the charge is where it should be in the morning.
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include "platform/virtual/simulated/driver.h"
+#include "support/life.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Life;
+using test::VirtualMac;
+using test::Writes;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::MachineOptions;
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr double hour = 3600;
+
+// A Mac on its adapter with the daemon on it, up for some minutes.
+class Night : public ::testing::Test {
+ protected:
+  void begin(double percent, const std::string& settings = "{}") {
+    mac = std::make_unique<VirtualMac>(MachineOptions{.percent = percent});
+    mac->settings(settings);
+    life = std::make_unique<Life>(*mac);
+    life->run(90);
+    static_cast<void>(newLines());
+    mac->forgetJournal();
+  }
+  // Closes the lid; asleep when it returns.
+  void sleep() {
+    mac->sleep();
+    life->run(5);
+    ASSERT_TRUE(mac->machine().system.asleep);
+  }
+  // Opens the lid; the daemon has heard of it when it returns.
+  void wake() {
+    mac->wake();
+    life->run(5);
+    ASSERT_FALSE(mac->machine().system.asleep);
+  }
+  [[nodiscard]] std::vector<std::string> newLines() {
+    const std::vector<std::string> all = mac->logLines();
+    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(linesSeen), all.end());
+    linesSeen = all.size();
+    return lines;
+  }
+  [[nodiscard]] double level() const { return virtual_mac::level(mac->machine()); }
+
+  std::unique_ptr<VirtualMac> mac;
+  std::unique_ptr<Life> life;
+  std::size_t linesSeen = 0;
+};
+
+TEST_F(Night, inTheBandStaysClosedTillMorning) {
+  begin(78);
+  sleep();
+  EXPECT_THAT(newLines(), Contains("veille à 78% — grille fermée pour la nuit (plage 75–80%)"));
+  life->run(9 * hour);
+  EXPECT_NEAR(level(), 78, 0.5);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+  EXPECT_THAT(newLines(), IsEmpty());
+  wake();
+  EXPECT_NEAR(level(), 78, 0.5);
+}
+
+TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
+  begin(70);
+  mac->charge(78);
+  life->run(1);
+  mac->forgetJournal();
+  sleep();
+  EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "CHIE=00", "CHTE=01000000", "allowed WillSleep"}));
+  life->run(hour);
+  mac->forgetJournal();
+  mac->wake();
+  life->run(1.9);
+  EXPECT_THAT(mac->writes(), Not(Contains("heard HasPoweredOn")));
+  life->run(0.2);
+  EXPECT_THAT(mac->writes(), Contains("heard HasPoweredOn").Times(1));
+}
+
+TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
+  begin(78);
+  mac->change({.kind = ChangeKind::idleSleep});
+  life->run(5);
+  EXPECT_TRUE(mac->machine().system.asleep);
+  EXPECT_THAT(mac->writes(), IsSupersetOf({"heard CanSystemSleep", "allowed CanSystemSleep",
+                                           "heard WillSleep", "allowed WillSleep"}));
+  EXPECT_EQ(mac->machine().sleep.strayAnswers, 0U);
+}
+
+TEST_F(Night, aboveTheLimitNeverDischarges) {
+  begin(95, "{\"discharge\":true}");
+  ASSERT_EQ(mac->key("CHIE"), (Bytes{8}));
+  sleep();
+  EXPECT_EQ(mac->key("CHIE"), (Bytes{0}));
+  for (int nap = 0; nap < 8; ++nap) {
+    mac->wakeDark(60);
+    life->run(hour);
+    EXPECT_EQ(mac->key("CHIE"), (Bytes{0})) << nap;
+  }
+  EXPECT_NEAR(level(), 95, 1);
+  EXPECT_THAT(mac->logLines(), Contains(StartsWith("réveil de maintenance à 95%")).Times(1));
+  wake();
+  EXPECT_EQ(mac->key("CHIE"), (Bytes{8})) << "in the full wake it goes on";
+}
+
+TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
+  begin(70);
+  sleep();
+  const auto lines = newLines();
+  EXPECT_THAT(lines, Contains(StartsWith("réveil programmé dans ")));
+  EXPECT_THAT(mac->pendingWakes(), SizeIs(1));
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0}));
+  life->run(9 * hour);
+  EXPECT_TRUE(mac->machine().system.asleep);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+  // The estimate goes by the capacity that the battery was sold with, the gauge by that of today.
+  EXPECT_GE(level(), 79);
+  EXPECT_LE(level(), 83);
+  const auto darkLines = newLines();
+  ASSERT_THAT(darkLines, SizeIs(::testing::Ge(2U)));
+  EXPECT_EQ(darkLines[0], "→ state: hold");
+  EXPECT_THAT(darkLines, Not(Contains(HasSubstr("allow"))));
+  wake();
+  EXPECT_THAT(mac->pendingWakes(), IsEmpty());
+}
+
+// An estimate is never for later than 45 min. In the dark wake the tick finds that the limit is still far and
+// lets charging run; sleep comes back without an announcement, so no other wake follows.
+TEST_F(Night, farBelowTheBandIsSeenToOnceAndThenInTheMorning) {
+  begin(20);
+  sleep();
+  EXPECT_THAT(newLines(), Contains("réveil programmé dans 45 min pour reprendre la charge en main"));
+  life->run(46 * 60);
+  EXPECT_TRUE(mac->machine().system.asleep);
+  EXPECT_LT(level(), 70);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0}));
+  EXPECT_THAT(mac->pendingWakes(), IsEmpty());
+  life->run(2 * hour);
+  wake();
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+}
+
+TEST_F(Night, farBelowTheBandPlansAnewWhenTheScheduledWakeIsAFullOne) {
+  begin(20);
+  mac->number(ChangeKind::scheduledWakes, 0);
+  std::set<double> wakes;
+  for (int nap = 0; nap < 8; ++nap) {
+    sleep();
+    for (const double date : mac->pendingWakes()) wakes.insert(date);
+    EXPECT_LE(mac->pendingWakes().size(), 1U);
+    life->run(hour);
+    if (mac->machine().system.asleep) break;  // nothing woke it any more
+  }
+  EXPECT_GE(wakes.size(), 2U);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+  EXPECT_LE(level(), 84);
+  EXPECT_GE(level(), 79);
+}
+
+TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
+  begin(60);
+  mac->change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  sleep();
+  EXPECT_THAT(
+      newLines(),
+      Contains(
+          "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
+  life->run(9 * hour);
+  EXPECT_GT(level(), 95) << "nobody woke up to close the gate";
+  wake();
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+}
+
+TEST_F(Night, thatIsRefusedLetsTheTicksGoOnAfter30Seconds) {
+  begin(70);
+  mac->number(ChangeKind::sleepRefused, 1).sleep();
+  life->run(1);
+  mac->charge(85);
+  life->run(28);
+  EXPECT_THAT(newLines(), Not(Contains("→ state: hold")));
+  life->run(14);
+  EXPECT_THAT(newLines(), Contains("→ state: hold"));
+  EXPECT_FALSE(mac->machine().system.asleep);
+}
+
+TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
+  begin(76);
+  life->run(60);
+  mac->number(ChangeKind::sleepRefused, 1).charge(75).sleep();
+  life->run(1);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+  life->run(45);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0})) << "at the floor it charges";
+}
+
+TEST_F(Night, ofWeeksIsLikeAnyOther) {
+  begin(78);
+  sleep();
+  life->run(40 * 24 * hour);
+  EXPECT_THAT(newLines(), Contains(StartsWith("veille à 78%")));
+  EXPECT_NEAR(level(), 78, 1);
+  wake();
+  EXPECT_TRUE(life->alive());
+  life->run(600);
+  EXPECT_NEAR(level(), 78, 1);
+}
+
+TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
+  begin(80);
+  sleep();
+  mac->keepReads();
+  life->run(hour);
+  mac->forgetJournal();
+  // Up to the first heartbeat after the wake, at most: the message's own pass, and that one.
+  mac->wake();
+  life->run(12);
+  const Writes reads = mac->writes();
+  EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2);
+  EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
+}
+
+TEST_F(Night, onBatteryIsLeftAlone) {
+  begin(78);
+  mac->unplug();
+  life->run(30);
+  mac->forgetJournal();
+  sleep();
+  EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "allowed WillSleep"}));
+}
+
+TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
+  begin(78);
+  sleep();
+  mac->keepReads();
+  mac->forgetJournal();
+  life->run(9 * hour);
+  EXPECT_THAT(mac->writes(), IsEmpty());
+  mac->wakeDark(45);
+  life->run(60);
+  EXPECT_THAT(mac->writes(), Contains("read TB0T")) << "a dark wake lets the heartbeat through";
+  EXPECT_THAT(mac->writes(), Not(Contains(StartsWith("heard "))));
+}
+
+TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
+  begin(60);
+  sleep();
+  life->run(60);
+  wake();
+  ASSERT_THAT(mac->pendingWakes(), IsEmpty());
+  mac->sleep();
+  life->run(1);  // answered, and not asleep yet
+  ASSERT_THAT(mac->pendingWakes(), SizeIs(1));
+  life->signal(SIGTERM).run(0.5);
+  EXPECT_EQ(life->status(), 0);
+  EXPECT_THAT(mac->pendingWakes(), IsEmpty());
+  EXPECT_EQ(mac->writes().back(), "wake cancelled") << "last of all";
+}
+
+TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
+  begin(60);
+  sleep();
+  life->kill();
+  life.reset();
+  EXPECT_THAT(mac->pendingWakes(), SizeIs(1));
+  mac->pass(9 * hour);
+  EXPECT_THAT(mac->pendingWakes(), IsEmpty());
+}
+
+TEST_F(Night, withoutPowerNotificationsIsTakenUpByTheHeartbeat) {
+  mac = std::make_unique<VirtualMac>(MachineOptions{.percent = 70});
+  mac->number(ChangeKind::powerClients, 0);
+  life = std::make_unique<Life>(*mac);
+  life->run(90);
+  sleep();
+  life->run(2 * hour);
+  EXPECT_GT(level(), 90) << "nobody planned anything";
+  wake();
+  life->run(12);
+  EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Many nights
+
+// What the life of a daemon shows of itself after each event, in memory that it shares with the test.
+struct Watched {
+  std::uint64_t events;
+  std::uint64_t mostOfOurWakes;
+  std::uint64_t mostDescriptors;
+};
+
+std::uint64_t openDescriptors() {
+  std::error_code error;
+  const std::filesystem::directory_iterator entries("/proc/self/fd", error);
+  return static_cast<std::uint64_t>(std::distance(begin(entries), end(entries)));
+}
+
+class Watch {
+ public:
+  Watch()
+      : seen_(static_cast<Watched*>(
+            ::mmap(nullptr, sizeof(Watched), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+    virtual_mac::setAfterEvent([seen = seen_] {
+      const virtual_mac::Machine& machine = virtual_mac::attachedMachine()->look().machine();
+      std::uint64_t ours = 0;
+      for (const auto& event : machine.sleep.events)
+        ours += event.pending && virtual_mac::textOf(event.identifier) == "com.brisko.daemon" ? 1 : 0;
+      seen->mostOfOurWakes = std::max(seen->mostOfOurWakes, ours);
+      if (seen->events++ % 97 == 0)
+        seen->mostDescriptors = std::max(seen->mostDescriptors, openDescriptors());
+    });
+  }
+  ~Watch() {
+    virtual_mac::setAfterEvent({});
+    ::munmap(seen_, sizeof(Watched));
+  }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+  [[nodiscard]] Watched seen() const { return *seen_; }
+
+ private:
+  Watched* seen_;
+};
+
+// One night of many, with what may come between.
+class Nights {
+ public:
+  explicit Nights(std::uint32_t seed) : random_(seed) {
+    mac_.settings("{\"discharge\":true}");
+    life_.run(60);
+  }
+
+  void spendOne() {
+    evening();
+    goToBed();
+    for (int part = 0; part < 6; ++part) interlude();
+    mac_.wake();
+    mac_.number(ChangeKind::sleepRefused, 0);
+    mac_.change({.kind = ChangeKind::scheduleStatus});
+    life_.run(60);
+  }
+
+  // Events of the daemon in an hour of full wake in which nothing happens.
+  [[nodiscard]] std::uint64_t eventsOfAQuietHour() {
+    mac_.settings("{\"limit\":80}");
+    mac_.plugIn().charge(80);
+    life_.run(600);
+    const std::uint64_t before = watch_.seen().events;
+    life_.run(hour);
+    return watch_.seen().events - before;
+  }
+
+  [[nodiscard]] VirtualMac& mac() { return mac_; }
+  [[nodiscard]] Life& life() { return life_; }
+  [[nodiscard]] Watched seen() const { return watch_.seen(); }
+
+  // Everything that must come out alike from the same seed.
+  [[nodiscard]] std::string bytes() const {
+    std::string all = mac_.read("/Library/Logs/Brisko/daemon.log");
+    for (const auto& entry : mac_.journal())
+      all += std::to_string(entry.time) + " " + std::to_string(entry.key) + " " +
+             std::to_string(entry.command) + "\n";
+    for (const std::string& write : mac_.writes()) all += write + "\n";
+    return all;
+  }
+
+ private:
+  [[nodiscard]] std::uint32_t upTo(std::uint32_t most) { return random_() % (most + 1); }
+
+  void evening() {
+    if (upTo(3) == 0) {
+      mac_.unplug();
+      life_.run(1800);
+    }
+    mac_.plugIn(30 + upTo(40));
+    if (upTo(2) != 0) mac_.charge(30 + upTo(70));
+    if (upTo(5) == 0) mac_.settings("{\"limit\":" + std::to_string(60 + upTo(40)) + ",\"discharge\":true}");
+    if (upTo(6) == 0) mac_.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelError});
+    if (upTo(6) == 0) mac_.number(ChangeKind::clockStep, upTo(1) == 0 ? 90 : -90);
+    life_.run(60 + upTo(3600));
+  }
+
+  void goToBed() {
+    if (upTo(4) == 0) {
+      mac_.number(ChangeKind::sleepRefused, 1).sleep();
+      life_.run(20 + upTo(60));
+      mac_.number(ChangeKind::sleepRefused, 0);
+    }
+    mac_.change({.kind = upTo(1) == 0 ? ChangeKind::sleep : ChangeKind::idleSleep});
+    life_.run(5);
+  }
+
+  void interlude() {
+    life_.run(600 + upTo(7200));
+    switch (upTo(7)) {
+      case 0:
+      case 1:
+      case 2:
+        mac_.wakeDark(5 + upTo(175));
+        break;
+      case 3:
+        mac_.unplug();
+        break;
+      case 4:
+        mac_.plugIn();
+        break;
+      case 5:
+        mac_.wake();
+        life_.run(1 + upTo(200));
+        mac_.sleep();
+        break;
+      default:
+        break;
+    }
+  }
+
+  std::mt19937 random_;
+  VirtualMac mac_{MachineOptions{.percent = 60}};
+  Watch watch_;  // before the life, which takes it along
+  Life life_{mac_};
+};
+
+TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
+  for (const std::uint32_t seed : {1U, 2U, 3U}) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Nights nights(seed);
+    nights.spendOne();
+    const std::uint64_t quietHour = nights.eventsOfAQuietHour();
+    const std::uint64_t descriptors = nights.seen().mostDescriptors;
+    for (int night = 1; night < 30; ++night) {
+      nights.spendOne();
+      EXPECT_LE(nights.seen().mostOfOurWakes, 1U) << night;
+      EXPECT_EQ(nights.mac().machine().sleep.strayAnswers, 0U) << night;
+      EXPECT_EQ(nights.mac().machine().sleep.lateAnswers, 0U) << night;
+      ASSERT_TRUE(nights.life().alive()) << night;
+    }
+    EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "some night was to be below the band";
+    EXPECT_EQ(nights.eventsOfAQuietHour(), quietHour);
+    EXPECT_EQ(nights.seen().mostDescriptors, descriptors);
+    EXPECT_EQ(nights.life().errors(), "");
+    const auto lines = nights.mac().logLines();
+    EXPECT_THAT(lines, Contains(HasSubstr("grille fermée pour la nuit")));
+    EXPECT_THAT(lines, Contains(HasSubstr("réveil programmé dans")));
+  }
+}
+
+TEST(Nights, giveTheSameBytesForTheSameSeed) {
+  const auto live = [](std::uint32_t seed) {
+    Nights nights(seed);
+    for (int night = 0; night < 30; ++night) nights.spendOne();
+    return nights.bytes();
+  };
+  const std::string first = live(7);
+  EXPECT_GT(first.size(), 10'000U);
+  EXPECT_EQ(live(7), first);
+  EXPECT_NE(live(8), first);
+}
+
+}  // namespace
+}  // namespace brisko

@@ -497,7 +497,9 @@ TEST_F(Pruning, countsFromTheLocalDaysFirstMoment) {
                             // Midnight comes twice; the first one begins the day.
                             Case{"Atlantic/Azores", "2024-10-27.jsonl", 1729987200}}) {
     zone(place.zone);
-    has({place.name});
+    // With a day of winter looked at before: the C library takes its first guess at a doubtful hour from
+    // there.
+    has({"2010-01-15.jsonl", place.name});
     clock(place.start + 7 * day);
     pruneHistory(7);
     EXPECT_THAT(names(), ElementsAre(place.name)) << place.zone;

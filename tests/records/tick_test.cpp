@@ -83,6 +83,7 @@ TEST_F(Records, tellOfTheAdapterAsTheControllerSeesIt) {
   evaluate();
   EXPECT_FALSE(gLastPlugged);
   EXPECT_THAT(statusText(), HasSubstr("\"plugged\":true"));
+  EXPECT_THAT(history(), Not(HasSubstr("\"g\":false")));
   mac.removeKey("AC-W");
   evaluate();
   EXPECT_THAT(statusText(), HasSubstr("\"plugged\":false"));

@@ -346,6 +346,14 @@ TEST_F(FileWatchContract, deliversAllThatHappensInOneTurnAsOneSet) {
   EXPECT_THAT(delivered(), ElementsAre("written extended attributes renamed"));
 }
 
+TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsTurnComes) {
+  (void)watch(path);
+  append(path, "a");
+  postMain([] {});
+  postMain([&] { test::setMode(path, 0600); });
+  EXPECT_THAT(delivered(), ElementsAre("written extended attributes"));
+}
+
 TEST_F(FileWatchContract, deliversInALaterTurnThanTheChange) {
   (void)watch(path);
   postMain([&] {

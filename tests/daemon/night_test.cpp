@@ -389,7 +389,9 @@ class Nights {
   }
 
  private:
-  [[nodiscard]] std::uint32_t upTo(std::uint32_t most) { return random_() % (most + 1); }
+  [[nodiscard]] std::uint32_t upTo(std::uint32_t most) {
+    return static_cast<std::uint32_t>(random_() % (most + 1));
+  }
 
   void evening() {
     if (upTo(3) == 0) {

@@ -115,18 +115,23 @@ inline std::vector<std::uint64_t> movingBits(const virtual_mac::Machine& machine
   std::vector<std::uint64_t> bits;
   for (const double number :
        {machine.now, battery.chargeMAh, battery.currentMA, battery.targetMA, battery.temperatureC,
-        gauge.publishedAt, source.stateDueAt, machine.system.sleptSeconds, machine.system.wallOffset}) {
+        gauge.publishedAt, source.stateDueAt, machine.system.sleptSeconds, machine.system.wallOffset,
+        machine.sleep.stageEndsAt, machine.sleep.darkUntil, machine.sleep.poweredOnAt}) {
     bits.push_back(std::bit_cast<std::uint64_t>(number));
   }
   for (const std::int64_t number : {gauge.percent, gauge.rawMAh, gauge.currentMA, gauge.voltageMV,
                                     gauge.temperatureCentiC, gauge.askedMA, source.percent, source.minutes}) {
     bits.push_back(static_cast<std::uint64_t>(number));
   }
-  for (const bool flag : {battery.fullyCharged, battery.bandCharging, gauge.charging, gauge.full,
-                          source.onAdapter, source.charging, source.full}) {
+  for (const bool flag :
+       {battery.fullyCharged, battery.bandCharging, gauge.charging, gauge.full, source.onAdapter,
+        source.charging, source.full, machine.system.asleep, machine.sleep.dark}) {
     bits.push_back(flag ? 1 : 0);
   }
   bits.push_back(source.changes);
+  bits.push_back(machine.sleep.noticesSent);
+  bits.push_back(machine.sleep.lateAnswers);
+  bits.push_back(static_cast<std::uint64_t>(machine.system.capabilities));
   for (const virtual_mac::SmcKey& key : machine.smc.keys) {
     bits.push_back(key.bytes[0] | static_cast<std::uint64_t>(key.acted[0]) << 8U);
   }

@@ -74,22 +74,26 @@ TEST(MachineTime, goesTheSameWayHoweverOftenItIsLookedAt) {
 }
 
 TEST(MachineTime, goesTheSameWayWhenItStopsForEveryNotice) {
-  std::mt19937_64 random(7);
-  Bench once({.percent = 30});
-  for (int count = 0; count < 60; ++count) {
-    ASSERT_TRUE(laterAnyChange(once, random, 3 * hour));
-  }
-  Bench noticing;
-  noticing.machine = once.machine;
-  const double end = once.machine.now + 3 * hour;
-
-  advance(once.machine, end);
   int notices = 0;
-  while (advanceToNotice(noticing.machine, end)) ++notices;
+  for (std::uint64_t seed = 1; seed <= 10; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937_64 random(seed);
+    Bench once({.percent = 30});
+    ASSERT_TRUE(virtual_mac::registerPowerClient(once.machine, 1));
+    for (int count = 0; count < 60; ++count) {
+      ASSERT_TRUE(laterAnyChange(once, random, 3 * hour));
+    }
+    Bench noticing;
+    noticing.machine = once.machine;
+    const double end = once.machine.now + 3 * hour;
 
-  EXPECT_GT(notices, 10);
-  EXPECT_EQ(noticing.machine.now, end);
-  EXPECT_EQ(movingBits(noticing.machine), movingBits(once.machine));
+    advance(once.machine, end);
+    while (advanceToNotice(noticing.machine, end)) ++notices;
+
+    EXPECT_EQ(noticing.machine.now, end);
+    EXPECT_EQ(movingBits(noticing.machine), movingBits(once.machine));
+  }
+  EXPECT_GT(notices, 100);
 }
 
 TEST(MachineTime, countsSleepTheSameWayHoweverOftenItIsLookedAt) {

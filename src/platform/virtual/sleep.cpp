@@ -19,7 +19,10 @@ constexpr double never = std::numeric_limits<double>::infinity();
 constexpr double none = -1;
 constexpr double usualScheduledWake = 45;  // seconds
 
-double orNever(double at) { return at >= 0 ? at : never; }
+double orNever(double at) {
+  if (at < 0) return never;
+  return at;
+}
 
 // ---------------------------------------------------------------------------------------------------------
 // Messages

@@ -1,8 +1,14 @@
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
+#include <optional>
+#include <random>
+#include <string>
 #include <system_error>
 
 #include <fcntl.h>
@@ -55,6 +61,16 @@ class SteadyMachine {
   SteadyMachine& operator=(const SteadyMachine&) = delete;
 
   double now() { return store_->look().machine().now; }
+  void change(const virtual_mac::Change& change) { virtual_mac::apply(store_->update().machine(), change); }
+  // Wakes that stand on the system's list for the future.
+  double pendingWakes() {
+    const auto look = store_->look();
+    const auto& events = look.machine().sleep.events;
+    const double now = virtual_mac::wallClock(look.machine());
+    return static_cast<double>(std::count_if(events.begin(), events.end(), [now](const auto& event) {
+      return event.pending && event.date > now;
+    }));
+  }
 
  private:
   std::string root_;
@@ -66,58 +82,132 @@ struct Milestone {
   double seconds = 0;  // real time since its start
   double residentKB = 0;
   double privateKB = 0;
+  double threads = 0;
+  double descriptors = 0;
 };
 struct Told {
   Milestone month;
   Milestone year;
+  double nights = 0;
+  double mostPendingWakes = 0;
 };
 
-Milestone milestone(double start) {
-  const ProcessFigures figures = processFigures(::getpid());
-  return {realNow() - start, figures.residentKB, figures.privateKB};
+double openDescriptors() {
+  std::error_code ignored;
+  const std::filesystem::directory_iterator all("/proc/self/fd", ignored);
+  return static_cast<double>(std::distance(begin(all), end(all)));
 }
 
-// Lives a year and tells how it was.
-[[noreturn]] void live(SteadyMachine& machine, Told& told) {
+// How a year of one life passes, and what is told of it.
+class Year {
+ public:
+  Year(SteadyMachine& machine, Told& told, bool withNights)
+      : machine_(machine), told_(told), withNights_(withNights), begin_(machine.now()), start_(realNow()) {}
+
+  // The machine stands at a moment that was asked for; the next such moment.
+  double reached() {
+    const double now = machine_.now();
+    if (told_.month.seconds == 0 && now >= begin_ + 30 * day) told_.month = milestone();
+    if (now >= begin_ + 365 * day) {
+      told_.year = milestone();
+      ::_exit(0);
+    }
+    return withNights_ ? nextOfTheNights(now) : begin_ + (told_.month.seconds == 0 ? 30 : 365) * day;
+  }
+
+ private:
+  Milestone milestone() const {
+    const ProcessFigures figures = processFigures(::getpid());
+    return {realNow() - start_, figures.residentKB, figures.privateKB, figures.threads, openDescriptors()};
+  }
+
+  // To bed at 22 o'clock with some charge or other, up at 7; the machine's year begins at 8.
+  double nextOfTheNights(double now) {
+    constexpr double evening = 14 * 3600;
+    constexpr double morning = 23 * 3600;
+    const double today = std::floor((now - begin_) / day) * day;
+    const double hour = now - begin_ - today;
+    if (hour < evening) return begin_ + today + evening;
+    if (hour < morning) {
+      toBed();
+      return begin_ + today + morning;
+    }
+    machine_.change({.kind = virtual_mac::ChangeKind::wake});
+    return begin_ + today + day + evening;
+  }
+
+  void toBed() {
+    const auto charge = std::uniform_int_distribution<int>(40, 95)(random_);
+    machine_.change({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
+    machine_.change({.kind = virtual_mac::ChangeKind::sleep});
+    told_.nights += 1;
+    told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
+  }
+
+  SteadyMachine& machine_;
+  Told& told_;
+  bool withNights_;
+  double begin_;
+  double start_;
+  std::minstd_rand random_{20261121};
+};
+
+[[noreturn]] void live(Year& year) {
   const int nowhere = ::open("/dev/null", O_WRONLY);
   ::dup2(nowhere, STDOUT_FILENO);
   // The first measurement brings code of its own into memory; what counts is what comes after it.
   static_cast<void>(processFigures(::getpid()));
-  const double begin = machine.now();
-  const double start = realNow();
-  virtual_mac::setHorizon(begin + 30 * day, [&told, begin, start] {
-    if (told.month.seconds == 0) {
-      told.month = milestone(start);
-      return begin + 365 * day;
-    }
-    told.year = milestone(start);
-    ::_exit(0);
-  });
+  static_cast<void>(openDescriptors());
+  virtual_mac::setHorizon(year.reached(), [&year] { return year.reached(); });
   static_cast<void>(brisko::enter({"brisko-daemon"}));
   ::_exit(1);
+}
+
+// What a year in a process of its own tells; nothing when it did not come to its end.
+std::optional<Told> liveAYear(bool withNights) {
+  void* shared = ::mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return std::nullopt;
+  Told& told = *new (shared) Told;
+  SteadyMachine machine;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    Year year(machine, told, withNights);
+    live(year);
+  }
+  static_cast<void>(::waitpid(child, nullptr, 0));
+  virtual_mac::attachMachine(nullptr);
+  const Told kept = told;
+  ::munmap(shared, sizeof(Told));
+  if (kept.year.seconds == 0) return std::nullopt;
+  return kept;
+}
+
+void addGrowth(std::vector<Figure>& figures, const std::string& what, double month, double year,
+               const char* unit) {
+  figures.push_back({what + " after a month", month, unit});
+  figures.push_back({what + " after a year", year, unit, Target::atMost, month});
 }
 
 }  // namespace
 
 std::vector<Figure> virtualFigures() {
-  void* shared = ::mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (shared == MAP_FAILED) return {};
-  Told& told = *new (shared) Told;
-  SteadyMachine machine;
-  const pid_t child = ::fork();
-  if (child == 0) live(machine, told);
-  static_cast<void>(::waitpid(child, nullptr, 0));
-  virtual_mac::attachMachine(nullptr);
-  return {
-      {"virtual time over real time, one year of one life", 365 * day / told.year.seconds, "x",
-       Target::atLeast, 200'000},
-      {"resident memory after a simulated month", told.month.residentKB, "KB"},
-      {"resident memory after a simulated year", told.year.residentKB, "KB", Target::atMost,
-       told.month.residentKB},
-      {"private memory after a simulated month", told.month.privateKB, "KB"},
-      {"private memory after a simulated year", told.year.privateKB, "KB", Target::atMost,
-       told.month.privateKB},
-  };
+  std::vector<Figure> figures;
+  const auto steady = liveAYear(false);
+  const auto nights = liveAYear(true);
+  if (!steady || !nights) return figures;
+  figures.push_back({"virtual time over real time, a steady year", 365 * day / steady->year.seconds, "x",
+                     Target::atLeast, 200'000});
+  addGrowth(figures, "a steady life: resident memory", steady->month.residentKB, steady->year.residentKB,
+            "KB");
+  addGrowth(figures, "a steady life: private memory", steady->month.privateKB, steady->year.privateKB, "KB");
+  figures.push_back({"a year of nights: nights", nights->nights, "", Target::atLeast, 365});
+  figures.push_back({"virtual time over real time", 365 * day / nights->year.seconds, "x"});
+  figures.push_back({"pending wakes at any time", nights->mostPendingWakes, "", Target::atMost, 1});
+  addGrowth(figures, "resident memory", nights->month.residentKB, nights->year.residentKB, "KB");
+  addGrowth(figures, "private memory", nights->month.privateKB, nights->year.privateKB, "KB");
+  addGrowth(figures, "threads", nights->month.threads, nights->year.threads, "");
+  addGrowth(figures, "descriptors", nights->month.descriptors, nights->year.descriptors, "");
+  return figures;
 }
 
 void attachSteadyMachine() {

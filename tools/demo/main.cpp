@@ -1,6 +1,6 @@
 // A minute with the daemon on a virtual MacBook: it charges, holds at the limit, is unplugged and plugged in
-// again, follows a changed limit, and gives everything back when it is stopped. Ends with status 0 and a line
-// that says what was seen; with status 1 when something was not.
+// again, follows a changed limit, sleeps two nights, and gives everything back when it is stopped. Ends with
+// status 0 and a line that says what was seen; with status 1 when something was not.
 
 #include <cstdio>
 
@@ -14,7 +14,8 @@ using virtual_mac::chargingIsOpen;
 using virtual_mac::level;
 using virtual_mac::Machine;
 
-constexpr double deadline = 20;  // real seconds for any one thing to happen
+constexpr std::uint8_t green = 3;  // of the light
+constexpr double deadline = 20;    // real seconds for any one thing to happen
 
 bool keyReads(const Machine& machine, const char* name, std::uint8_t first) {
   const auto* key = virtual_mac::findKey(machine, virtual_mac::keyCode(name));
@@ -74,6 +75,52 @@ bool followsAChangedLimit(Stage& stage) {
          });
 }
 
+bool isAsleep(const Machine& machine) { return machine.system.asleep; }
+
+bool sleepsInTheBand(Stage& stage) {
+  stage.title("A night inside the band: the gate is closed first, and hours pass");
+  return stage.vmac({"sleep"}) &&
+         stage.await("the gate closed for the night", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("grille fermée pour la nuit") && isAsleep(machine) &&
+                              !chargingIsOpen(machine) && keyReads(machine, "ACLC", green);
+                     }) &&
+         stage.vmac({"speed", "4000"}) &&
+         stage.lookOn(
+             "a charge that stands still all night", 5,
+             [](const Machine& machine) { return level(machine) > 83 && !chargingIsOpen(machine); }) &&
+         stage.vmac({"speed", "150"}) && stage.vmac({"wake"}) &&
+         stage.await("a hold in the morning", deadline, [](const Machine& machine) {
+           return !isAsleep(machine) && level(machine) > 83 && !chargingIsOpen(machine);
+         });
+}
+
+bool sleepsBelowTheBand(Stage& stage) {
+  stage.title("A night below the band: charging goes on, and a wake is scheduled to end it at the limit");
+  return stage.vmac({"set", "charge=65"}) &&
+         stage.await("charging in the evening", deadline,
+                     [](const Machine& machine) { return machine.battery.currentMA > 500; }) &&
+         stage.vmac({"sleep"}) &&
+         stage.await("a scheduled wake", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("réveil programmé dans") && isAsleep(machine) &&
+                              chargingIsOpen(machine);
+                     }) &&
+         stage.vmac({"speed", "400"}) &&
+         stage.await("a hold made in the dark wake", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("→ state: hold") && !chargingIsOpen(machine) &&
+                              level(machine) > 83;
+                     }) &&
+         stage.lookOn(
+             "a charge that stays at the limit until the morning", 4,
+             [](const Machine& machine) { return level(machine) < 90 && !chargingIsOpen(machine); }) &&
+         stage.vmac({"speed", "150"}) && stage.vmac({"wake"}) &&
+         stage.await("a hold in the morning", deadline, [](const Machine& machine) {
+           return !isAsleep(machine) && !chargingIsOpen(machine) && keyReads(machine, "ACLC", green);
+         });
+}
+
 bool givesEverythingBack(Stage& stage) {
   stage.title("The Mac is shut down: SIGTERM to the daemon");
   return stage.shutDown() && stage.await("everything given back", deadline, [&](const Machine& machine) {
@@ -85,7 +132,7 @@ bool givesEverythingBack(Stage& stage) {
 int run() {
   Stage stage;
   for (const auto scene : {charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain,
-                           followsAChangedLimit, givesEverythingBack}) {
+                           followsAChangedLimit, sleepsInTheBand, sleepsBelowTheBand, givesEverythingBack}) {
     if (!scene(stage)) {
       std::puts("\nThe demonstration failed: see the line marked ✗ above.");
       return 1;
@@ -93,8 +140,12 @@ int run() {
   }
   std::puts(
       "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to "
-      "the new "
-      "limit of 85 % and held; on SIGTERM charging, adapter and light were given back.");
+      "the\n"
+      "new limit of 85 % and held; slept a night inside the band with the gate closed, and one below it that "
+      "a\n"
+      "scheduled wake ended at the limit; the light was green while held; on SIGTERM charging, adapter and "
+      "light\n"
+      "were given back.");
   return 0;
 }
 

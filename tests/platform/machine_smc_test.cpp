@@ -282,6 +282,9 @@ TEST(MachineSmc, takesTheLightBackWhenTheChargingItPublishesChanges) {
   mac.pass(1);
   EXPECT_FALSE(mac.machine.powerSource.charging);
   EXPECT_EQ(mac.read("ACLC"), Bytes{0});
+  // The adapter counts by itself, also where charging rests before and after.
+  mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
+  EXPECT_EQ(mac.read("ACLC"), Bytes{0});
 }
 
 TEST(MachineSmc, takesNoLightThatAMacDoesNotHave) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "calibration/calibration_state.h"
 #include "hardware/charge_gate.h"
 #include "hardware/led_mode.h"
 #include "hardware/machine_abilities.h"
@@ -664,6 +665,38 @@ TEST_F(VerifyingTick, looksAtTheKeysBeforeItLooksAtTheCurrent) {
     if (entry.key == virtual_mac::keyCode("AC-W")) order += "adapter ";
   }
   EXPECT_EQ(order, "adapter stop cut adapter adapter ");
+}
+
+TEST_F(VerifyingTick, putsRightWhatDriftedBeforeItJudges) {
+  mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
+  mac.charge(85);
+  evaluate();
+  ticks(9);
+  forget();
+  systemTakes("CHTE");
+  ticks(1);  // 120 s
+  const auto lines = newLines();
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines[0], foundOpen("CHTE"));
+  EXPECT_EQ(lines[1], broken);
+}
+
+TEST_F(VerifyingTick, doesNotJudgeTheDrainOfACalibrationInAMaintenanceWake) {
+  mac.settings("{\"calDrain\":15}");
+  gCal.phase = CalPhase::drain;
+  mac.charge(90);
+  mac.keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
+  mac.number(ChangeKind::capabilities, 9);
+  evaluate();
+  ticks(20);
+  EXPECT_EQ(gState, ChargeState::discharge);
+  EXPECT_FALSE(gCutSince.has_value());
+  mac.number(ChangeKind::capabilities, 15);
+  ticks(5);
+  EXPECT_FALSE(gDischargeBroken);
+  ticks(1);  // 60 s of full wake
+  EXPECT_TRUE(gDischargeBroken);
+  EXPECT_EQ(gState, ChargeState::hold);
 }
 
 TEST_F(VerifyingTick, neverVerifiesWhereMacOSDoesTheWork) {

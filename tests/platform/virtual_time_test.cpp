@@ -195,13 +195,13 @@ TEST(VirtualTime, theUserCanBeAnotherThanRoot) {
 
 TEST(VirtualTime, theMachineInMemoryIsSharedWithChildren) {
   VirtualMac mac;
+  const double before = mac.machine().now;
   const pid_t child = ::fork();
   if (child == 0) {
     platform::pause(60);
     mac.charge(42);
     ::_exit(0);
   }
-  const double before = mac.machine().now;
   int status = -1;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_EQ(status, 0);

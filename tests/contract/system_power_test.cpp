@@ -99,7 +99,11 @@ TEST_F(SystemPowerContract, goesOnWithoutAnAnswerInTheEnd) {
   EXPECT_THAT(words, ElementsAre("it will", "it is up"));
   const virtual_mac::Machine record = mac.record();
   EXPECT_LT(record.sleep.notices[1].answeredAt, 0);
-  EXPECT_LT(record.system.sleptSeconds, 500 - 10 - 30);
+  // Where time really passes the wake is planned a little later than the sleep.
+  if (ContractMachine::timeIsExact()) {
+    EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - 30 - virtual_mac::fallingSeconds);
+  }
+  EXPECT_GE(record.sleep.lateAnswers, 1U);
   EXPECT_GT(record.system.sleptSeconds, 350);
 }
 

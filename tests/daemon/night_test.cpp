@@ -243,6 +243,20 @@ TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
   EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
 }
 
+// Charging all the while, the Mac publishes something every minute; somebody looks at it now and then.
+TEST_F(Night, isHeardAsOneChangeInTheMorning) {
+  begin(40, "{\"enabled\":false}");
+  sleep();
+  for (int look = 0; look < 12; ++look) life->run(300);
+  mac->keepReads();
+  mac->forgetJournal();
+  mac->wake();
+  life->run(1);
+  const Writes reads = mac->writes();
+  EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
+  EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2) << "that change, and maybe a heartbeat";
+}
+
 TEST_F(Night, onBatteryIsLeftAlone) {
   begin(78);
   mac->unplug();

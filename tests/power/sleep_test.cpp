@@ -403,28 +403,38 @@ TEST_F(GoingToSleep, believesTheLastTickWhenTheAdapterCannotBeRead) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=01000000"}));
 }
 
-TEST_F(GoingToSleep, doesNothingWhileDormant) {
-  scheduleWake(45);
-  mac.charge(77);
-  mac.forgetJournal();
+class NothingToPlan : public GoingToSleep {
+ protected:
+  // In the band and below it: no write, no line, and a scheduled wake stays as it is.
+  void expectNothingDone() {
+    scheduleWake(45);
+    const auto wakes = mac.pendingWakes();
+    static_cast<void>(newLines());
+    for (const double percent : {77.0, 60.0}) {
+      mac.charge(percent);
+      mac.forgetJournal();
+      prepareForSleep();
+      EXPECT_THAT(mac.writes(), IsEmpty()) << percent;
+      EXPECT_THAT(newLines(), IsEmpty()) << percent;
+      EXPECT_EQ(mac.pendingWakes(), wakes) << percent;
+      EXPECT_EQ(gState, ChargeState::allow);
+    }
+  }
+};
+
+TEST_F(NothingToPlan, whileDormant) {
   gDormant = true;
-  prepareForSleep();
-  EXPECT_THAT(mac.writes(), IsEmpty());
+  expectNothingDone();
 }
 
-TEST_F(GoingToSleep, doesNothingWithoutAGate) {
-  mac.charge(77);
+TEST_F(NothingToPlan, withoutAGate) {
   gGate.reset();
-  prepareForSleep();
-  EXPECT_THAT(mac.writes(), IsEmpty());
+  expectNothingDone();
 }
 
-TEST_F(GoingToSleep, leavesTheLimitOfMacOSToMacOS) {
-  mac.charge(77);
+TEST_F(NothingToPlan, whereMacOSKeepsItsOwnLimit) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
-  prepareForSleep();
-  EXPECT_THAT(mac.writes(), IsEmpty());
-  EXPECT_EQ(gState, ChargeState::allow);
+  expectNothingDone();
 }
 
 // ---------------------------------------------------------------------------------------------------------

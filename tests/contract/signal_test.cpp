@@ -119,6 +119,15 @@ TEST(SignalContract, aHandlerMayStopTheLoop) {
   }
 }
 
+TEST(SignalContract, aHandlerThatStopsTheLoopStopsItBeforeTheNextPieceOfWork) {
+  const ContractMachine mac;
+  installSignalHandler(SIGTERM, tellAndStop);
+  postMain([] { ::raise(SIGTERM); });
+  postMain([] { gStory.emplace_back("next work"); });
+  runMain();
+  EXPECT_THAT(gStory, ElementsAre("SIGTERM"));
+}
+
 TEST(SignalContract, aSignalSourceRunsItsWorkAsAPieceOfWork) {
   const ContractMachine mac;
   addSignalSource(SIGTERM, [] {

@@ -79,8 +79,11 @@ TEST(LiveMachine, neverGoesBackWhenTheRealClockDoes) {
   folder.name();
   folder.store().update().machine().realAnchor -= 3600;
   const double uptimeBefore = platform::uptime();
+  const double wallBefore = platform::wallNow();
   folder.store().update().machine().realAnchor += 7200;
   EXPECT_GE(platform::uptime(), uptimeBefore);
+  // To the second that the machine was last moved to.
+  EXPECT_GT(platform::wallNow(), wallBefore - 1);
 }
 
 TEST(LiveMachine, followsItsSpeed) {

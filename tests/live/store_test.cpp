@@ -332,13 +332,15 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
 TEST(MachineStore, takesUpdatesOfManyProcessesOneAfterAnother) {
   const LiveFolder folder(unmarked());
   constexpr std::int64_t processes = 4;
-  constexpr std::int64_t updatesEach = 500;
+  constexpr std::int64_t updatesEach = 100;
   for (std::int64_t process = 0; process < processes; ++process) {
     if (::fork() != 0) continue;
     const auto store = openAgain(folder.path());
     for (std::int64_t time = 0; time < updatesEach; ++time) {
       const auto update = store->update();
-      mark(update, update.machine().battery.cycles + 1);
+      const std::int64_t next = update.machine().battery.cycles + 1;
+      ::sched_yield();  // the others are to have their chance to come between
+      mark(update, next);
     }
     ::_exit(0);
   }

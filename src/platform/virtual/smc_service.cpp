@@ -61,7 +61,6 @@ KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRe
     signals = std::exchange(machine.pendingSignals, 0);
     return answer;
   });
-  if (status != kernelSuccess) output.fill(0);
   virtual_mac::raiseSignals(signals);
   return status;
 }

@@ -62,6 +62,11 @@ class SteadyMachine {
 
   double now() { return store_->look().machine().now; }
   void change(const virtual_mac::Change& change) { virtual_mac::apply(store_->update().machine(), change); }
+  // The machine's own journal fills with time; its room is taken from the beginning, so as not to count.
+  void touchJournal() {
+    const auto update = store_->update();
+    update.journal().entries.fill({});
+  }
   // Wakes that stand on the system's list for the future.
   double pendingWakes() {
     const auto look = store_->look();
@@ -125,13 +130,19 @@ class Year {
   double nextOfTheNights(double now) {
     constexpr double evening = 14 * 3600;
     constexpr double morning = 23 * 3600;
+    constexpr double bedtime = 60;  // by then the Mac sleeps, and what is planned is planned
     const double today = std::floor((now - begin_) / day) * day;
     const double hour = now - begin_ - today;
     if (hour < evening) return begin_ + today + evening;
-    if (hour < morning) {
+    if (hour < evening + bedtime) {
       toBed();
+      return begin_ + today + evening + bedtime;
+    }
+    if (hour < morning) {
+      told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
       return begin_ + today + morning;
     }
+    told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
     machine_.change({.kind = virtual_mac::ChangeKind::wake});
     return begin_ + today + day + evening;
   }
@@ -141,7 +152,6 @@ class Year {
     machine_.change({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
     machine_.change({.kind = virtual_mac::ChangeKind::sleep});
     told_.nights += 1;
-    told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
   }
 
   SteadyMachine& machine_;
@@ -152,12 +162,13 @@ class Year {
   std::minstd_rand random_{20261121};
 };
 
-[[noreturn]] void live(Year& year) {
+[[noreturn]] void live(SteadyMachine& machine, Year& year) {
   const int nowhere = ::open("/dev/null", O_WRONLY);
   ::dup2(nowhere, STDOUT_FILENO);
   // The first measurement brings code of its own into memory; what counts is what comes after it.
   static_cast<void>(processFigures(::getpid()));
   static_cast<void>(openDescriptors());
+  machine.touchJournal();
   virtual_mac::setHorizon(year.reached(), [&year] { return year.reached(); });
   static_cast<void>(brisko::enter({"brisko-daemon"}));
   ::_exit(1);
@@ -172,7 +183,7 @@ std::optional<Told> liveAYear(bool withNights) {
   const pid_t child = ::fork();
   if (child == 0) {
     Year year(machine, told, withNights);
-    live(year);
+    live(machine, year);
   }
   static_cast<void>(::waitpid(child, nullptr, 0));
   virtual_mac::attachMachine(nullptr);

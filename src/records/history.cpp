@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "core/checked.h"
@@ -128,13 +129,22 @@ void append(const std::string& day, const std::string& line) {
   if (file) static_cast<void>(writeAll(file.number(), line));
 }
 
-// The names in the history folder, in order; none when it cannot be listed.
-std::vector<std::string> historyFiles() {
+// Whether the file is one of ours for a day that began before `cutoff`.
+bool isExpired(const std::string& name, double cutoff) {
+  if (!name.ends_with(suffix)) return false;
+  const auto start = startOfDay(name.substr(0, name.size() - suffix.size()));
+  return start && *start < cutoff;
+}
+
+// The names of the expired files, in order; none when the folder cannot be listed. Only these are kept in
+// mind: the folder may hold years of others.
+std::vector<std::string> expiredFiles(double cutoff) {
   std::vector<std::string> names;
   std::error_code failure;
   std::filesystem::directory_iterator entry(onVolume(historyDir), failure);
   for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure)) {
-    names.push_back(entry->path().filename().string());
+    std::string name = entry->path().filename().string();
+    if (isExpired(name, cutoff)) names.push_back(std::move(name));
   }
   std::sort(names.begin(), names.end());
   return names;
@@ -161,10 +171,7 @@ void pruneHistory(std::int64_t days) {
   constexpr std::int64_t fewestDays = 7;
   constexpr double secondsPerDay = 86'400.0;
   const double cutoff = platform::wallNow() - static_cast<double>(std::max(days, fewestDays)) * secondsPerDay;
-  for (const std::string& name : historyFiles()) {
-    if (!name.ends_with(suffix)) continue;
-    const auto start = startOfDay(name.substr(0, name.size() - suffix.size()));
-    if (!start || *start >= cutoff) continue;
+  for (const std::string& name : expiredFiles(cutoff)) {
     std::error_code ignored;
     // A folder of that name goes only when it is empty: nothing that we made is in there.
     std::filesystem::remove(onVolume(std::string(historyDir) + "/" + name), ignored);

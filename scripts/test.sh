@@ -28,7 +28,7 @@ step() {
   "$@" || status=$?
   printf -- '-- %s: %s, %d s\n' "$name" "$([[ $status -eq 0 ]] && echo fine || echo FAILED)" $((SECONDS - begun))
   [[ $status -eq 0 || $status -eq $tests_failed ]] || failed_steps+=("$name")
-  return $status
+  return "$status"
 }
 
 build() {
@@ -48,13 +48,15 @@ count() {
   [[ $all -gt 0 ]]
 }
 
-# run_tests PRESET RESULTS: a run that fails without a failed test, or without any test, is a failed step.
+# run_tests PRESET RESULTS: a run that fails without a failed test, or without any test, is a failed step. Tests
+# that pass are not listed.
 run_tests() {
   local before=$failed status=0
-  ctest --preset "$1" --parallel "$jobs" --no-tests=error --output-junit "$2" || status=$?
+  ctest --preset "$1" --parallel "$jobs" --no-tests=error --output-junit "$2" |
+    grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$' || status=${PIPESTATUS[0]}
   count "$2" || return 1
   [[ $failed -eq $before ]] || return $tests_failed
-  return $status
+  return "$status"
 }
 
 if step 'what is needed' scripts/install-dependencies.sh checks; then

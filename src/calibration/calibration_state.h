@@ -40,42 +40,42 @@ enum class CalPhase : std::uint8_t {
 
 // What the gauge says of the battery. A field is none when the battery does not report it.
 struct GaugeReading {
-  std::optional<std::int64_t> raw;      // mAh, the capacity as measured
-  std::optional<std::int64_t> nominal;  // mAh, the capacity as published
-  std::optional<std::int64_t> design;   // mAh, when it was new
-  std::optional<std::int64_t> cycles;
+  std::optional<std::int64_t> raw = std::nullopt;      // mAh, the capacity as measured
+  std::optional<std::int64_t> nominal = std::nullopt;  // mAh, the capacity as published
+  std::optional<std::int64_t> design = std::nullopt;   // mAh, when it was new
+  std::optional<std::int64_t> cycles = std::nullopt;
   bool operator==(const GaugeReading&) const = default;
 };
 
 // A finished run, from the readings before and after it.
 struct CalRun {
   double at = 0;  // when it finished
-  std::optional<std::int64_t> beforeRaw;
-  std::optional<std::int64_t> afterRaw;
-  std::optional<std::int64_t> beforeNominal;
-  std::optional<std::int64_t> afterNominal;
-  std::optional<std::int64_t> design;
-  std::optional<std::int64_t> cyclesBefore;
-  std::optional<std::int64_t> cyclesAfter;
+  std::optional<std::int64_t> beforeRaw = std::nullopt;
+  std::optional<std::int64_t> afterRaw = std::nullopt;
+  std::optional<std::int64_t> beforeNominal = std::nullopt;
+  std::optional<std::int64_t> afterNominal = std::nullopt;
+  std::optional<std::int64_t> design = std::nullopt;
+  std::optional<std::int64_t> cyclesBefore = std::nullopt;
+  std::optional<std::int64_t> cyclesAfter = std::nullopt;
   bool operator==(const CalRun&) const = default;
 };
 
 // Why a run was stopped early, and in which phase.
 struct CalFailure {
-  std::string reason;
+  std::string reason = {};
   CalPhase phase = CalPhase::idle;
   bool operator==(const CalFailure&) const = default;
 };
 
 struct CalibrationState {
   CalPhase phase = CalPhase::idle;
-  double startedAt = 0;                // of the run
-  double phaseSince = 0;               // start of the phase
-  double soakBanked = 0;               // seconds of soak counted so far
-  double lastTick = 0;                 // when the cycle was last moved on; 0: not since the start
-  std::optional<GaugeReading> before;  // taken at the start of the run
-  std::vector<CalRun> runs;            // oldest first
-  std::optional<CalFailure> lastFailure;
+  double startedAt = 0;   // of the run
+  double phaseSince = 0;  // start of the phase
+  double soakBanked = 0;  // seconds of soak counted so far
+  double lastTick = 0;    // when the cycle was last moved on; 0: not since the start
+  std::optional<GaugeReading> before = std::nullopt;  // taken at the start of the run
+  std::vector<CalRun> runs = {};                      // oldest first
+  std::optional<CalFailure> lastFailure = std::nullopt;
 };
 
 inline CalibrationState gCal;

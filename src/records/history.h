@@ -13,9 +13,9 @@ namespace brisko {
 struct Sample {
   std::int64_t pct = 0;  // percent
   ChargeState state = ChargeState::allow;
-  bool plugged = false;        // an adapter is there, cut or not
-  bool hot = false;            // charging is paused for heat
-  std::optional<double> temp;  // °C
+  bool plugged = false;                       // an adapter is there, cut or not
+  bool hot = false;                           // charging is paused for heat
+  std::optional<double> temp = std::nullopt;  // °C
 };
 
 // Appends a line to the file of the day when the sample is worth one: at once when the state or the adapter

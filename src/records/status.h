@@ -16,9 +16,9 @@ struct StatusReport {
   bool plugged = false;     // an adapter is there, cut or not
   std::int64_t upper = 80;  // percent, the upper bound by the settings
   bool enabled = true;
-  bool discharge = false;      // a forced discharge is wanted and allowed
-  bool hot = false;            // charging is paused for heat
-  std::optional<double> temp;  // °C
+  bool discharge = false;                     // a forced discharge is wanted and allowed
+  bool hot = false;                           // charging is paused for heat
+  std::optional<double> temp = std::nullopt;  // °C
   bool topUp = false;
   std::int64_t calDrainTarget = 0;  // percent
   std::int64_t calSoakSeconds = 0;

@@ -91,7 +91,9 @@ TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
   life->run(1);
   mac->forgetJournal();
   sleep();
-  EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "CHIE=00", "CHTE=01000000", "allowed WillSleep"}));
+  // The last is the light, which blinks on until the Mac is really asleep.
+  EXPECT_EQ(mac->writes(),
+            (Writes{"heard WillSleep", "CHIE=00", "CHTE=01000000", "allowed WillSleep", "ACLC=03"}));
   life->run(hour);
   mac->forgetJournal();
   mac->wake();

@@ -170,7 +170,7 @@ TEST_F(ScheduledWake, isKnownToTheSystemAndTheLog) {
   scheduleWake(25);
   EXPECT_EQ(gScheduledWake, now + 1500);
   EXPECT_THAT(mac.pendingWakes(), ElementsAre(now + 1500));
-  const auto& event = mac.machine().sleep.events[0];
+  const virtual_mac::ScheduledEvent event = mac.machine().sleep.events[0];
   EXPECT_EQ(virtual_mac::textOf(event.identifier), "com.brisko.daemon");
   EXPECT_EQ(virtual_mac::textOf(event.type), "wake");
   EXPECT_THAT(newLines(), ElementsAre("réveil programmé dans 25 min pour reprendre la charge en main"));

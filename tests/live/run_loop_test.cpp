@@ -293,6 +293,7 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
   const double begin = platform::uptime();
   double firedAt = 0;
   bool postedRanAsleep = false;
+  int waitsAsleep = 0;
   (void)addRepeatingTimer(20, [&] {
     firedAt = platform::uptime() - begin;
     stopMain();
@@ -302,11 +303,15 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
     while (!folder.store().look().machine().system.asleep) continue;
     // 100 s of the machine's time: the timer would have fired five times.
     const double wakeAt = virtual_mac::machineTime(folder.store().look().machine()) + 100;
+    gWaits = 0;
+    postMain([&] { postedRanAsleep = folder.store().look().machine().system.asleep; });
     while (virtual_mac::machineTime(folder.store().look().machine()) < wakeAt) continue;
+    waitsAsleep = gWaits;
     setAsleep(false);
   });
   EXPECT_GE(firedAt, 20);
   EXPECT_FALSE(postedRanAsleep);
+  EXPECT_LE(waitsAsleep, 8) << "for 0.1 s of real time";
   const auto look = folder.store().look();
   EXPECT_GE(look.machine().system.sleptSeconds, 100);
 }

@@ -424,26 +424,15 @@ TEST_F(Pruning, removesNothingForEver) {
 }
 
 TEST_F(Pruning, leavesWhatIsNamedOtherwise) {
-  const std::vector<std::string> others = {".jsonl",
-                                           "02020-01-01.jsonl",
-                                           "2020-00-10.jsonl",
-                                           "2020-01-01",
-                                           "2020-01-01 .jsonl",
-                                           "2020-01-01.JSONL",
-                                           "2020-01-01.json",
-                                           "2020-01-01.jsonl.gz",
-                                           "2020-01-01x.jsonl",
-                                           "2020-01-1.jsonl",
-                                           "2020-01-32.jsonl",
-                                           "2020-01-+1.jsonl",
-                                           "2020-02-30.jsonl",
-                                           "2020-1-01.jsonl",
-                                           "2020-13-01.jsonl",
-                                           "2020_01_01.jsonl",
-                                           "2021-02-29.jsonl",
-                                           "20-01-2020.jsonl",
-                                           "garbage.jsonl",
-                                           "notes.txt"};
+  const std::vector<std::string> others = {".jsonl",           "02020-01-01.jsonl",   "2020-00-10.jsonl",
+                                           "2020-01-01",       "2020-01-01 .jsonl",   "2020-01-01.JSONL",
+                                           "2020-01-01.json",  "2020-01-01.jsonl.gz", "2020-01-01x.jsonl",
+                                           "2020-01-1.jsonl",  "2020-01-32.jsonl",    "2020-01-+1.jsonl",
+                                           "2020-02-30.jsonl", "2020-1-01.jsonl",     "2020x01-01.jsonl",
+                                           "2020-01x01.jsonl", "20a0-01-01.jsonl",    "2020-0a-01.jsonl",
+                                           "2020-01-0a.jsonl", "2020-00-01.jsonl",    "2020-01-00.jsonl",
+                                           "2020-13-01.jsonl", "2020_01_01.jsonl",    "2021-02-29.jsonl",
+                                           "20-01-2020.jsonl", "garbage.jsonl",       "notes.txt"};
   has(others);
   pruneHistory(7);
   for (const auto& name : others) EXPECT_TRUE(mac.exists(unmapped(name))) << name;

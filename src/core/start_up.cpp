@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "core/config_watch.h"
+#include "core/files.h"
 #include "core/folders.h"
 #include "core/log.h"
 #include "core/options.h"
@@ -40,7 +41,7 @@ constexpr int noWayToControlCharging = 2;  // exit status
 
 void reportUnsupported(GateFailure failure) {
   const std::string line = "⛔️ " + failureMessage(failure) + " [" + failureDetail(failure) + "]\n";
-  static_cast<void>(::write(STDERR_FILENO, line.data(), line.size()));
+  static_cast<void>(writeAll(STDERR_FILENO, line));
 }
 
 void useGate(const ChargeGate& gate) {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/virtual/control_requests.h"
 #include "platform/virtual/controller.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/physics.h"
@@ -247,6 +248,17 @@ void changeSystem(Machine& machine, const Change& change) {
       break;
     case ChangeKind::lightTaken:
       machine.smc.lightTaken = flag(number);
+      break;
+    case ChangeKind::daemonTeam:
+      machine.system.daemonTeam = change.text;
+      machine.system.daemonSignatureReadable = true;
+      break;
+    case ChangeKind::daemonSignature:
+      machine.system.daemonSignatureReadable = flag(number);
+      break;
+    case ChangeKind::request:
+    case ChangeKind::requestUnawaited:
+      sendRequest(machine, change);
       break;
     default:
       break;

@@ -15,6 +15,13 @@ constexpr Change change(ChangeKind kind, double number = 0, std::uint32_t status
   return {.kind = kind, .number = number, .status = status};
 }
 
+// The team identifiers of Apple have ten characters, so none is cut.
+constexpr Change signedBy(std::string_view team) {
+  Change change{.kind = ChangeKind::daemonTeam};
+  for (std::size_t index = 0; index < team.size(); ++index) change.text[index] = team[index];
+  return change;
+}
+
 constexpr Fault simple(std::string_view name, const Change& change, std::string_view reason) {
   return {name, change, {}, "", 0, 0, reason};
 }
@@ -160,6 +167,13 @@ constexpr std::array allFaults{
            "A service may be stopped between any two writes."),
     simple("kill-at-exchange", change(ChangeKind::signalAtExchange, SIGKILL, 1),
            "A process may be killed between any two writes."),
+    simple("daemon-unsigned", {.kind = ChangeKind::daemonTeam}, "Developers run builds that nobody signed."),
+    simple("daemon-other-team", signedBy("3ZD8MW61RC"),
+           "A company may build app and daemon itself, and an update may bring only one of them."),
+    simple("daemon-signature-unreadable", change(ChangeKind::daemonSignature, 0),
+           "An update may replace the executable below the running process."),
+    simple("daemon-signature-readable", change(ChangeKind::daemonSignature, 1),
+           "The executable is put back."),
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "platform/virtual/client_requirement.h"
 #include "platform/virtual/controller.h"
 #include "platform/virtual/physics.h"
 #include "platform/virtual/sleep.h"
@@ -80,6 +81,7 @@ Happening nextHappening(Machine& machine) {
 bool letHappen(Machine& machine, const Happening& happening) {
   const std::uint64_t changes = machine.powerSource.changes;
   const std::uint32_t notices = machine.sleep.noticesSent;
+  const std::uint64_t requests = machine.control.sent;
   const bool asleep = machine.system.asleep;
   bool signal = false;
   if (happening.release != nullptr) {
@@ -96,6 +98,7 @@ bool letHappen(Machine& machine, const Happening& happening) {
     apply(machine, happening.planned->change);
   }
   if (signal || machine.sleep.noticesSent != notices || machine.system.asleep != asleep) return true;
+  if (machine.control.sent != requests) return true;
   return !asleep && machine.powerSource.changes != changes;
 }
 
@@ -133,6 +136,8 @@ System makeSystem(const MachineOptions& options) {
   system.poweredOn = true;
   system.capabilities = fullWake;
   system.capabilitiesReadable = true;
+  system.daemonTeam = shortText(appTeam);
+  system.daemonSignatureReadable = true;
   return system;
 }
 
@@ -210,6 +215,7 @@ void shutDown(Machine& machine) {
   machine.system.asleep = false;
   endSleep(machine);
   machine.pendingSignals = 0;
+  machine.control.requests = {};
   settle(machine, adapterReachesBattery(machine));
 }
 

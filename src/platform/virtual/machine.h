@@ -20,7 +20,7 @@
 namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
-inline constexpr std::uint32_t machineVersion = 2;
+inline constexpr std::uint32_t machineVersion = 3;
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
@@ -179,6 +179,8 @@ struct System {
   bool capabilitiesReadable;
   std::int64_t pretendedUserId;  // effective user id in virtual time; 0 root
   std::uint64_t lives;           // user clients opened so far
+  ShortText daemonTeam;          // the team in the daemon's own code signature; "" unsigned
+  bool daemonSignatureReadable;
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -234,8 +236,42 @@ struct Sleep {
 };
 
 // ---------------------------------------------------------------------------------------------------------
+// The control service and its clients, in virtual time. A request waits until a daemon listens and the Mac is
+// awake, as the system keeps it for a service that is still to be started.
+
+enum class RequestKind : std::uint8_t { applySettings, purgeAllData, releaseCharge, restart };
+
+enum class RequestStage : std::uint8_t {
+  none,
+  waiting,    // no daemon has taken it
+  refused,    // dropped: its client does not meet the daemon's requirement
+  delivered,  // to a daemon, which may or may not have replied
+};
+
+struct ClientRequest {
+  std::uint64_t number;  // of the request, from 1; 0: an empty place
+  RequestStage stage;
+  RequestKind kind;
+  std::uint32_t client;   // which of knownClients()
+  ShortText settings;     // what applySettings sends; "@/path": what the file there, on the volume, holds
+  bool awaited;           // false: the client is gone before a reply can come
+  double sentAt;          // machine time
+  double answeredAt;      // likewise, of the last reply; < 0 none yet
+  std::uint32_t answers;  // how often the daemon replied
+  bool done;              // of the last reply that reached the client, as the rest
+  bool hasError;
+  std::array<char, 160> error;  // cut to 159 bytes, zero-terminated
+};
+inline constexpr std::size_t requestPlaces = 16;
+
+struct Control {
+  std::uint64_t sent;  // requests so far; request n lies at n % requestPlaces
+  std::array<ClientRequest, requestPlaces> requests;
+};
+
+// ---------------------------------------------------------------------------------------------------------
 // Changes: the one list of what a person, the weather or a fault may do to the machine. Each is believable;
-// faults.h says why, and names them for the tools.
+// faults.h says why, and names them for the tools; requests alone are none, but what people do with the app.
 
 enum class ChangeKind : std::uint8_t {
   nothing,
@@ -278,6 +314,10 @@ enum class ChangeKind : std::uint8_t {
   scheduledWakes,    // number: seconds that scheduled wakes last; 0: they are full wakes
   scheduleStatus,    // status: that of scheduling a wake; 0 heals it
   powerClients,      // number 0: the power service takes no clients, 1: it does
+  daemonTeam,        // text: the team that signed the daemon; "" nobody. Its signature is readable then
+  daemonSignature,   // number 0: the daemon's own signature cannot be read, 1: it can
+  request,           // number: RequestKind; status: which known client; text: the settings to apply
+  requestUnawaited,  // the same from a client that is gone before the reply
 };
 
 struct Change {
@@ -314,6 +354,7 @@ struct Machine {
   PowerSourceFault powerSourceFault;
   System system;
   Sleep sleep;
+  Control control;
   std::array<Planned, plannedPlaces> planned;
   std::uint64_t plannedSoFar;
   std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
@@ -326,8 +367,8 @@ static_assert(std::is_trivially_copyable_v<Machine>);
 
 // ---------------------------------------------------------------------------------------------------------
 // The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
-// What passes between the power service and its client stands among them, so that the order of all can be
-// seen.
+// What passes between the power service or the control service and a client stands among them, so that the
+// order of all can be seen.
 
 struct JournalEntry {
   double time;           // machine time
@@ -345,6 +386,9 @@ inline constexpr std::uint8_t journalHeard = 0x40;      // the client heard a me
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
+// Of the control service; key: the RequestKind, byte 0 of a reply: 1 done.
+inline constexpr std::uint8_t journalAsked = 0x48;    // a request was delivered to the daemon
+inline constexpr std::uint8_t journalReplied = 0x49;  // … and it replied
 
 struct Journal {
   static constexpr std::size_t capacity = 8192;

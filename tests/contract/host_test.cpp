@@ -32,6 +32,17 @@ TEST(HostContract, tellsAnUnsetVariableFromAnEmptyOne) {
   EXPECT_FALSE(environment("BRISKO_TEST_UNSET").has_value());
 }
 
+TEST(HostContract, tellsWhatSystemTheMachineShouldPretendToHave) {
+  ContractMachine mac;
+  EXPECT_FALSE(environment("BRISKO_PRETEND_MACOS").has_value());
+  EXPECT_FALSE(environment("BRISKO_PRETEND_NO_NATIVE").has_value());
+  mac.setEnvironment("BRISKO_PRETEND_MACOS", "27");
+  mac.setEnvironment("BRISKO_PRETEND_NO_NATIVE", "1");
+  EXPECT_EQ(environment("BRISKO_PRETEND_MACOS"), "27");
+  EXPECT_EQ(environment("BRISKO_PRETEND_NO_NATIVE"), "1");
+  EXPECT_EQ(osMajor(), 26) << "the machine itself pretends nothing";
+}
+
 TEST(HostContract, knowsTheRunningProgram) {
   const ContractMachine mac;
   const auto path = executablePath();

@@ -124,10 +124,14 @@ inline std::vector<std::uint64_t> movingBits(const virtual_mac::Machine& machine
     bits.push_back(static_cast<std::uint64_t>(number));
   }
   for (const bool flag :
-       {battery.fullyCharged, battery.bandCharging, gauge.charging, gauge.full, source.onAdapter,
-        source.charging, source.full, machine.system.asleep, machine.sleep.dark}) {
+       {battery.fullyCharged, battery.bandCharging, battery.limitCharging, gauge.charging, gauge.full,
+        source.onAdapter, source.charging, source.full, machine.system.asleep, machine.sleep.dark}) {
     bits.push_back(flag ? 1 : 0);
   }
+  for (const double number : {machine.limit.comingAt, machine.limit.revertAt, machine.limit.held.fullUntil}) {
+    bits.push_back(std::bit_cast<std::uint64_t>(number));
+  }
+  bits.push_back(static_cast<std::uint64_t>(machine.limit.held.percent));
   bits.push_back(source.changes);
   bits.push_back(machine.sleep.noticesSent);
   bits.push_back(machine.sleep.lateAnswers);

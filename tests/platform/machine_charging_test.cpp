@@ -172,6 +172,14 @@ TEST(MachineCharging, letsATrickleThroughAStop) {
   EXPECT_GT(mac.pass(2 * hour).machine.gauge.percent, 80);
 }
 
+TEST(MachineCharging, letsNoTrickleIntoAFullBattery) {
+  Bench mac({.percent = 80});
+  mac.change(ChangeKind::trickle, 150);
+  mac.write("CHTE", {1, 0, 0, 0});
+  mac.change(ChangeKind::charge, 100).pass(minute);
+  EXPECT_EQ(current(mac), 0);
+}
+
 TEST(MachineCharging, needsLittleAsleepAndNothingSwitchedOff) {
   Bench mac({.percent = 80, .plugged = false});
   const double before = level(mac.machine);

@@ -568,7 +568,7 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
 TEST(MachineFaults, stateEveryKindOfChange) {
   std::set<ChangeKind> kinds;
   for (const Fault& fault : faults()) kinds.insert(fault.change.kind);
-  constexpr auto all = static_cast<std::size_t>(ChangeKind::requestUnawaited);
+  constexpr auto all = static_cast<std::size_t>(ChangeKind::preferencesFail);
   constexpr std::size_t requests = 2;  // no faults, but what people do with the app
   EXPECT_EQ(kinds.size(), all - requests);
   EXPECT_EQ(kinds.count(ChangeKind::nothing), 0U);

@@ -65,7 +65,7 @@ TEST(Vmac, makesAMacWithoutTheLight) {
 }
 
 TEST(Vmac, makesAMacWhoseKeysAreClosed) {
-  const LiveMac mac({"--macos", "27"});
+  const LiveMac mac({"--macos", "27", "--no-limit"});
   const auto daemon = mac.daemon();
   EXPECT_TRUE(mac.logs("charging via nothing: macOS 27 closed the keys Brisko writes, observing only"));
 }
@@ -162,6 +162,35 @@ TEST(Vmac, doesUnkindThings) {
   EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
   expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
   expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
+}
+
+TEST(Vmac, makesAMacWithTheLimitOfMacOSAndMovesItsSlider) {
+  const LiveMac mac({"--macos", "27", "--speed", "100"});
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for none\n"));
+  static_cast<void>(mac.vmac("set", {"limit=85"}));
+  EXPECT_TRUE(eventually([&] {
+    return mac.vmac("show").find("limit        85 %, asked for 85 %\n") != std::string::npos;
+  })) << mac.vmac("show");
+  static_cast<void>(mac.vmac("set", {"limit=off"}));
+  EXPECT_TRUE(eventually([&] {
+    return mac.vmac("show").find("limit        none, asked for none\n") != std::string::npos;
+  })) << mac.vmac("show");
+  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "limit=75"}), 2,
+                  "limit takes a number from 80 to 100");
+  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
+}
+
+TEST(Vmac, showsWhatPeopleAskedOfTheLimitBeforeItIsTaken) {
+  const LiveMac mac({"--macos", "27"});
+  static_cast<void>(mac.vmac("set", {"limit-delay=600", "limit=85", "charge-to-full=3600"}));
+  EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for 85 %, to full until 20"));
+  EXPECT_THAT(mac.vmac("show"), HasSubstr(" UTC, taken in "));
+}
+
+TEST(Vmac, makesAMacWithoutTheLimitOfMacOS) {
+  const std::string without = "limit        this macOS has none\n";
+  EXPECT_THAT(LiveMac({"--macos", "27", "--no-limit"}).vmac("show"), HasSubstr(without));
+  EXPECT_THAT(LiveMac({"--macos", "25"}).vmac("show"), HasSubstr(without));
 }
 
 TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {

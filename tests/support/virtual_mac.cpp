@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/system_power.h"
+#include "platform/virtual/charge_limit.h"
 #include "platform/virtual/simulated/driver.h"
 
 namespace brisko::test {
@@ -60,6 +61,8 @@ std::string textOf(const JournalEntry& entry) {
   if (entry.command == virtual_mac::journalAnswered) return "allowed " + messageName(entry.key);
   if (entry.command == virtual_mac::journalScheduled) return "wake scheduled" + failed;
   if (entry.command == virtual_mac::journalCancelled) return "wake cancelled" + failed;
+  const std::string limit = virtual_mac::limitEntryText(entry);
+  if (!limit.empty()) return limit + failed;
   if (entry.command == writeCommand) return keyName(entry.key) + "=" + hexOf(entry) + failed;
   const char* verb = entry.command == readCommand    ? "read "
                      : entry.command == indexCommand ? "index "

@@ -57,7 +57,9 @@ class VirtualMac {
 
   // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE", "info CHTE",
   // "index CHTE", when the journal keeps reads. Among them "heard WillSleep", "allowed WillSleep", "wake
-  // scheduled" and "wake cancelled". What did not succeed ends with "!".
+  // scheduled" and "wake cancelled", and of the limit of macOS "limit set 80", "preference mclLimitValue=75",
+  // "preference MCLTempDisabledUntilDate removed", "preferences synchronised" and "notified " with the name.
+  // What did not succeed ends with "!".
   [[nodiscard]] Writes writes() const;
   [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const;
   [[nodiscard]] std::vector<double> pendingWakes() const;  // dates of the scheduled power events

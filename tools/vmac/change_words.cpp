@@ -133,6 +133,7 @@ std::optional<Change> parseSetting(std::string_view text, std::string& reason) {
   }
   Said said;
   if (equals != std::string_view::npos) said.number = text.substr(equals + 1);
+  if (name == "limit" && said.number == "off") said.number = "100";  // as the settings of macOS call it
   return changeOf(name, said, reason);
 }
 

@@ -24,7 +24,7 @@ struct Said {
 [[nodiscard]] std::optional<virtual_mac::Change> changeOf(std::string_view name, const Said& said,
                                                           std::string& reason);
 
-// "charge=70": a fault that asks for a number alone.
+// "charge=70": a fault that asks for a number alone. "limit=off" is a limit of 100.
 [[nodiscard]] std::optional<virtual_mac::Change> parseSetting(std::string_view text, std::string& reason);
 
 // "CHTE=01000000": somebody else writes the key.

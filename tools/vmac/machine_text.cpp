@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "platform/system_power.h"
+#include "platform/virtual/charge_limit.h"
 
 namespace brisko::vmac {
 namespace {
@@ -66,6 +67,24 @@ const char* wakefulnessText(const Machine& machine) {
   return machine.sleep.stage == virtual_mac::SleepStage::none ? "" : ", going to sleep";
 }
 
+std::string percentText(std::int64_t limit) {
+  if (limit <= 0 || limit >= 100) return "none";
+  return formatted("%lld %%", static_cast<long long>(limit));
+}
+
+// What the settings ask for beside what the hardware does; the former counts only once it is taken.
+std::string limitText(const Machine& machine) {
+  const virtual_mac::ChargeLimit& limit = machine.limit;
+  if (!virtual_mac::hasLimit(machine)) return "this macOS has none";
+  const virtual_mac::LimitOrder asked = virtual_mac::orderOnDisk(machine);
+  std::string text =
+      percentText(virtual_mac::enforcedLimit(machine)) + ", asked for " + percentText(asked.percent);
+  if (asked.fullUntil > virtual_mac::wallClock(machine))
+    text += ", to full until " + timeText(asked.fullUntil);
+  if (limit.comingAt >= 0) text += formatted(", taken in %.0f s", limit.comingAt - machine.now);
+  return text;
+}
+
 std::string scheduledText(const Machine& machine) {
   std::string text;
   for (const virtual_mac::ScheduledEvent& event : machine.sleep.events) {
@@ -118,8 +137,13 @@ std::string controllerText(const virtual_mac::JournalEntry& entry) {
 
 std::string entryText(const virtual_mac::JournalEntry& entry) {
   const char* verb = powerVerb(entry.command);
+  const std::string limit = virtual_mac::limitEntryText(entry);
   std::string text = timeText(entry.time) + formatted("  life %u  ", entry.life);
-  text += verb == nullptr ? controllerText(entry) : std::string(verb) + " " + powerObjectText(entry);
+  if (!limit.empty()) {
+    text += limit;
+  } else {
+    text += verb == nullptr ? controllerText(entry) : std::string(verb) + " " + powerObjectText(entry);
+  }
   if (entry.status != 0 || entry.result != 0) {
     text += formatted("  refused (status 0x%08X, result 0x%02X)", entry.status, entry.result);
   }
@@ -171,6 +195,7 @@ std::string machineText(const Machine& machine) {
   text += formatted("temperature  %.1f °C\n", machine.battery.temperatureC);
   text += "adapter      " + adapterText(machine) + "\n";
   text += std::string("hardware     ") + gateText(machine) + "\n";
+  text += "limit        " + limitText(machine) + "\n";
   text += scheduledText(machine);
   text += "keys\n" + keysText(machine);
   return text;

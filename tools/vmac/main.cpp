@@ -103,6 +103,7 @@ struct NewMachine {
   double uptime = 3600;
   double speed = 1;
   bool noLight = false;
+  bool noLimit = false;
   bool unplugged = false;
 };
 
@@ -141,6 +142,7 @@ virtual_mac::MachineOptions optionsOf(const NewMachine& wish) {
   options.cut = kindNamed(cutNames, wish.cut);
   if (wish.noLight) options.magSafeLight = false;
   options.macOS = wish.macOS;
+  options.chargeLimit = !wish.noLimit;
   options.uptime = wish.uptime;
   options.percent = wish.charge;
   options.plugged = !wish.unplugged;
@@ -184,6 +186,8 @@ void addNew(CLI::App& program, std::function<int()>& chosen) {
   command->add_option("--macos", wish.macOS, "major version of macOS")
       ->check(CLI::Range(11, 99))
       ->capture_default_str();
+  command->add_flag("--no-limit", wish.noLimit,
+                    "a macOS without a charge limit of its own (it has one from 26 on)");
   command->add_option("--charge", wish.charge, "percent")
       ->check(CLI::Range(0.0, 100.0))
       ->capture_default_str();
@@ -215,7 +219,8 @@ void addShow(CLI::App& program, std::function<int()>& chosen, std::string& folde
   command->add_option("folder", folder)->required();
   command
       ->add_option("--journal", exchanges,
-                   "also the last writes to the controller, and what the daemon heard of sleep")
+                   "also the last writes to the controller and to the limit of macOS, and what the daemon "
+                   "heard of sleep")
       ->type_name("COUNT");
   command->callback([&] { chosen = [&] { return show(folder, exchanges); }; });
 }
@@ -312,9 +317,9 @@ int applyWords(const std::string& folder, const std::vector<std::string>& words,
 
 void addSet(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::vector<std::string> words;
-  CLI::App* command = program.add_subcommand("set", "change the battery or the weather");
+  CLI::App* command = program.add_subcommand("set", "change the battery, the limit of macOS or the weather");
   command->add_option("folder", folder)->required();
-  command->add_option("settings", words, "NAME=NUMBER …")->required();
+  command->add_option("settings", words, "NAME=NUMBER …, limit=off")->required();
   command->footer(settingList());
   command->callback([&] { chosen = [&] { return applyWords(folder, words, parseSetting); }; });
 }

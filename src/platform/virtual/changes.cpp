@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/virtual/charge_limit.h"
 #include "platform/virtual/control_requests.h"
 #include "platform/virtual/controller.h"
 #include "platform/virtual/machine.h"
@@ -210,6 +211,61 @@ bool changePower(Machine& machine, const Change& change) {
   }
 }
 
+// True when the change was one of these.
+bool changeLimit(Machine& machine, const Change& change) {
+  ChargeLimit& limit = machine.limit;
+  const double number = change.number;
+  switch (change.kind) {
+    case ChangeKind::limit:
+      setLimitByHand(machine, std::llround(bounded(number, 1, 100)));
+      return true;
+    case ChangeKind::chargeToFull:
+      askForFullCharge(machine, bounded(number, 0, mostSeconds));
+      return true;
+    case ChangeKind::limitReverted:
+      guardLimit(machine, number >= 0 ? bounded(number, 0, mostSeconds) : -1);
+      return true;
+    case ChangeKind::limitDelay:
+      limit.delay = bounded(number, 0, mostSeconds);
+      return true;
+    case ChangeKind::limitClient:
+      (void)name(number, LimitClient::noFramework, limit.client);
+      return true;
+    case ChangeKind::limitSupportedAfter:
+      limit.supportedAfter = bounded(number, 0, mostSeconds);
+      return true;
+    case ChangeKind::limitReadableAfter:
+      limit.readableAfter = bounded(number, 0, mostSeconds);
+      return true;
+    case ChangeKind::limitEnabledFails:
+      limit.enabledFails = flag(number);
+      return true;
+    case ChangeKind::limitValueFails:
+      limit.valueFails = flag(number);
+      return true;
+    case ChangeKind::limitSetAnswer:
+      (void)name(number, LimitAnswer::error, limit.setAnswer);
+      return true;
+    case ChangeKind::limitBelowFloor:
+      (void)name(number, OddLimit::adjusted, limit.belowFloor);
+      return true;
+    case ChangeKind::limitOffStep:
+      (void)name(number, OddLimit::adjusted, limit.offStep);
+      return true;
+    case ChangeKind::limitDrains:
+      limit.drains = flag(number);
+      return true;
+    case ChangeKind::limitNoneAs100:
+      limit.showsNoneAs100 = flag(number);
+      return true;
+    case ChangeKind::preferencesFail:
+      limit.preferencesFail = flag(number);
+      return true;
+    default:
+      return false;
+  }
+}
+
 void changeSystem(Machine& machine, const Change& change) {
   const double number = change.number;
   switch (change.kind) {
@@ -271,7 +327,8 @@ void apply(Machine& machine, const Change& change) {
   const bool reached = adapterReachesBattery(machine);
   if (isAboutKey(change.kind)) {
     changeNamedKey(machine, change);
-  } else if (!changeBattery(machine, change) && !changePower(machine, change)) {
+  } else if (!changeBattery(machine, change) && !changePower(machine, change) &&
+             !changeLimit(machine, change)) {
     changeSystem(machine, change);
   }
   settle(machine, reached);

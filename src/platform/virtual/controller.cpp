@@ -5,6 +5,8 @@
 #include <cmath>
 #include <span>
 
+#include "platform/virtual/charge_limit.h"
+#include "platform/virtual/journal.h"
 #include "platform/virtual/physics.h"
 
 namespace brisko::virtual_mac {
@@ -145,6 +147,7 @@ Bytes shownBytes(const Machine& machine, const SmcKey& key) {
       break;
     }
     case KeySource::systemLimit:
+      bytes[0] = shownLimit(machine);
       break;
   }
   return bytes;
@@ -226,13 +229,9 @@ void enter(Journal& journal, const Machine& machine, const SmcRecord& input, con
            const Answer& answer) {
   const std::uint8_t command = input[commandAt];
   if (command != commandWrite && !journal.reads) return;
-  JournalEntry& entry = journal.entries[journal.written++ % Journal::capacity];
-  entry = JournalEntry{};
-  entry.time = machine.now;
-  entry.life = static_cast<std::uint32_t>(machine.system.lives);
+  JournalEntry& entry = newEntry(machine, journal, command);
   entry.key = load32(command == commandKeyAtIndex ? output : input, keyAt);
   entry.status = answer.status;
-  entry.command = command;
   entry.result = answer.result;
   if (command == commandWrite || command == commandRead) {
     const auto most = static_cast<std::uint32_t>(entry.bytes.size());

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "platform/virtual/charge_limit.h"
 #include "platform/virtual/client_requirement.h"
 #include "platform/virtual/controller.h"
 #include "platform/virtual/physics.h"
@@ -49,13 +50,14 @@ bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
 }
 
 // What happens by itself, other than the passing of time. Of things due at the same instant the system takes
-// its keys back first, powerd publishes next, then sleep takes its course, and then planned changes come in
-// the order of their planning.
+// its keys back first, powerd publishes next, then sleep takes its course, then the limit of macOS, and then
+// planned changes come in the order of their planning.
 struct Happening {
   double at = never;
   SmcKey* release = nullptr;
   bool adapterState = false;
   bool sleep = false;
+  bool limit = false;
   Planned* planned = nullptr;
 };
 
@@ -68,6 +70,8 @@ Happening nextHappening(Machine& machine) {
   if (stateDueAt >= 0 && stateDueAt < next.at) next = {.at = stateDueAt, .adapterState = true};
   const double sleepAt = nextSleepEvent(machine);
   if (sleepAt < next.at) next = {.at = sleepAt, .sleep = true};
+  const double limitAt = nextLimitEvent(machine);
+  if (limitAt < next.at) next = {.at = limitAt, .limit = true};
   for (Planned& planned : machine.planned) {
     if (!planned.pending || planned.at > next.at) continue;
     const bool sooner = planned.at < next.at;
@@ -92,6 +96,8 @@ bool letHappen(Machine& machine, const Happening& happening) {
     publishAdapterState(machine);
   } else if (happening.sleep) {
     letSleepHappen(machine);
+  } else if (happening.limit) {
+    letLimitHappen(machine);
   } else {
     happening.planned->pending = false;
     signal = happening.planned->change.kind == ChangeKind::signal;
@@ -125,6 +131,7 @@ Battery makeBattery(const Model& model, double percent) {
   battery.maxChargeMA = model.maxChargeMA;
   battery.resistanceOhm = model.resistanceOhm;
   battery.bandCharging = true;
+  battery.limitCharging = true;
   setShownLevel(battery, percent);
   return battery;
 }
@@ -174,6 +181,7 @@ Machine makeMachine(const Model& model, const MachineOptions& options) {
   machine.machineAnchor = options.startTime;
   machine.system = makeSystem(options);
   machine.sleep = freshSleep();
+  machine.limit = freshLimit(options.chargeLimit);
   machine.layout = options.macOS >= 27 ? RegistryLayout::nested : RegistryLayout::flat;
   makeKeys(machine, options.gate.value_or(model.gate), options.cut.value_or(model.cut),
            options.magSafeLight.value_or(model.magSafeLight));
@@ -206,6 +214,7 @@ void boot(Machine& machine) {
   system.capabilities = fullWake;
   system.capabilitiesReadable = true;
   endSleep(machine);
+  startLimitService(machine);
   settle(machine, adapterReachesBattery(machine));
   publishGauge(machine);
 }

@@ -46,7 +46,7 @@ enum class KeySource : std::uint8_t {
   temperature,  // "TB0T": the battery's temperature as a float, °C
   charging,     // "CHSC": 1 while current flows into the battery
   current,      // "B0AC": battery current as a signed 16-bit number, mA
-  systemLimit,  // "bfG0": the limit that macOS enforces; always 0 until the machine has that limit
+  systemLimit,  // "bfG0": the limit that macOS enforces
 };
 
 // What a write does. Accepted is not obeyed: the status of a write says nothing about its effect.
@@ -104,9 +104,10 @@ struct Battery {
   double targetMA;       // what the current is moving toward
   double decaySeconds;   // how slowly the current follows a change; 0 at once
   double temperatureC;
-  bool fullyCharged;  // the charge ended by itself; charging begins again below rechargeLevel
-  bool bandCharging;  // the firmware band's last direction
-  double trickleMA;   // what still flows in while charging is stopped; 0 on a healthy Mac
+  bool fullyCharged;   // the charge ended by itself; charging begins again below rechargeLevel
+  bool bandCharging;   // the firmware band's last direction
+  bool limitCharging;  // likewise of the limit of macOS
+  double trickleMA;    // what still flows in while charging is stopped; 0 on a healthy Mac
 };
 
 inline constexpr double rechargeLevel = 95;  // percent shown
@@ -270,6 +271,84 @@ struct Control {
 };
 
 // ---------------------------------------------------------------------------------------------------------
+// The charge limit of macOS. Its settings are preferences on the machine's disk; a service reads them when it
+// is told to, takes them a little later and then enforces them. charge_limit.h has its rules.
+
+// A preference as the disk keeps it. Data, lists and dictionaries find no room here and count as no value.
+enum class PreferenceKind : std::uint8_t { none, boolean, integer, real, text, date };
+struct Preference {
+  PreferenceKind kind;
+  std::int64_t integer;  // also a boolean
+  double real;           // also a date: wall clock
+  ShortText text;
+  bool operator==(const Preference&) const = default;
+};
+
+// Of the domain "com.apple.smartcharging.topoffprotection", the only one that the disk keeps.
+enum class LimitPreference : std::uint8_t {
+  featureState,   // "MCLFeatureState": 1 while the limit is on
+  limitValue,     // "mclLimitValue": percent
+  disabledUntil,  // "MCLTempDisabledUntilDate": until then people want a full charge
+};
+inline constexpr std::size_t limitPreferences = 3;
+
+// What programs find of the client in PowerUI.
+enum class LimitClient : std::uint8_t { offered, noSelector, noClass, noFramework };
+
+// What becomes of limits that the slider does not offer.
+enum class OddLimit : std::uint8_t {
+  taken,     // like any other
+  ignored,   // the limit before goes on
+  adjusted,  // to one that the slider offers: 80, or the step of 5 below
+};
+
+enum class LimitAnswer : std::uint8_t { takes, no, error };
+
+// What the service read in the preferences.
+struct LimitOrder {
+  std::int64_t percent;  // 1 … 99; 0 none
+  double fullUntil;      // wall clock; 0 none
+  bool operator==(const LimitOrder&) const = default;
+};
+
+// How often programs reached for it, since the machine was made.
+struct LimitCalls {
+  std::uint64_t loads;  // of the framework, whether it is there or not
+  std::uint64_t clients;
+  std::uint64_t supported;  // questions
+  std::uint64_t enabled;
+  std::uint64_t limit;
+  std::uint64_t sets;
+  std::uint64_t preferenceWrites;
+  std::uint64_t synchronisations;
+  std::uint64_t notifications;
+};
+
+struct ChargeLimit {
+  bool offered;        // by macOS from 26 on; without it nothing of the rest has any effect
+  LimitClient client;  // what stands in the way of programs, and of them alone
+  std::array<Preference, limitPreferences> preferences;
+  double delay;                // seconds from being told of a change to taking it
+  LimitOrder coming;           // read, and taken at …
+  double comingAt;             // … machine time; < 0 nothing is coming
+  LimitOrder held;             // taken: enforced unless people wait for a full charge
+  double supportedAfter;       // uptime from which on the client says that the limit is supported
+  double readableAfter;        // … and from which on it can tell whether it is on, and what it is
+  bool enabledFails;           // whether it is on can't be told
+  bool valueFails;             // what it is can't be told
+  LimitAnswer setAnswer;       // to a limit that the slider offers
+  OddLimit belowFloor;         // limits below 80
+  OddLimit offStep;            // those above that are not a multiple of 5
+  bool drains;                 // the battery is drained down to the limit on the adapter
+  bool showsNoneAs100;         // in "bfG0", else 0
+  bool preferencesFail;        // they can't be written to the disk
+  double revertAfter;          // seconds after which another program puts its own limit back; < 0 never
+  std::int64_t revertPercent;  // that limit; 0 none
+  double revertAt;             // machine time; < 0 not about to
+  LimitCalls calls;
+};
+
+// ---------------------------------------------------------------------------------------------------------
 // Changes: the one list of what a person, the weather or a fault may do to the machine. Each is believable;
 // faults.h says why, and names them for the tools; requests alone are none, but what people do with the app.
 
@@ -318,6 +397,22 @@ enum class ChangeKind : std::uint8_t {
   daemonSignature,   // number 0: the daemon's own signature cannot be read, 1: it can
   request,           // number: RequestKind; status: which known client; text: the settings to apply
   requestUnawaited,  // the same from a client that is gone before the reply
+
+  limit,                // number: percent to which people set the limit of macOS; 100 none
+  chargeToFull,         // number: seconds for which they ask for a full charge; 0: no longer
+  limitReverted,        // number: seconds after which another program puts back the limit of now; < 0 never
+  limitDelay,           // number: seconds until macOS takes a new limit
+  limitClient,          // number: LimitClient
+  limitSupportedAfter,  // number: uptime in seconds
+  limitReadableAfter,   // likewise
+  limitEnabledFails,    // number 0 or 1
+  limitValueFails,      // number 0 or 1
+  limitSetAnswer,       // number: LimitAnswer
+  limitBelowFloor,      // number: OddLimit
+  limitOffStep,         // number: OddLimit
+  limitDrains,          // number 0 or 1
+  limitNoneAs100,       // number 0 or 1
+  preferencesFail,      // number 0 or 1
 };
 
 struct Change {
@@ -355,6 +450,7 @@ struct Machine {
   System system;
   Sleep sleep;
   Control control;
+  ChargeLimit limit;
   std::array<Planned, plannedPlaces> planned;
   std::uint64_t plannedSoFar;
   std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
@@ -367,8 +463,8 @@ static_assert(std::is_trivially_copyable_v<Machine>);
 
 // ---------------------------------------------------------------------------------------------------------
 // The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
-// What passes between the power service or the control service and a client stands among them, so that the
-// order of all can be seen.
+// What passes between the power service or the control service and a client stands among them, and what
+// reaches for the limit of macOS, so that the order of all can be seen.
 
 struct JournalEntry {
   double time;           // machine time
@@ -389,6 +485,11 @@ inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
 // Of the control service; key: the RequestKind, byte 0 of a reply: 1 done.
 inline constexpr std::uint8_t journalAsked = 0x48;    // a request was delivered to the daemon
 inline constexpr std::uint8_t journalReplied = 0x49;  // … and it replied
+// Those of the limit of macOS; charge_limit.h tells them in words.
+inline constexpr std::uint8_t journalLimitSet = 0x44;      // by the client; key: percent
+inline constexpr std::uint8_t journalPreference = 0x45;    // written; key: LimitPreference
+inline constexpr std::uint8_t journalSynchronised = 0x46;  // the preferences
+inline constexpr std::uint8_t journalNotified = 0x47;      // key 1: the service of the limit, 0: others
 
 struct Journal {
   static constexpr std::size_t capacity = 8192;
@@ -429,6 +530,7 @@ struct MachineOptions {
   double uptime = 3600;           // seconds since boot at that moment
   double percent = 70;
   bool plugged = true;
+  bool chargeLimit = true;  // macOS has a charge limit of its own, from 26 on
 };
 
 // A healthy Mac as it stands at the start: keys open, gauge fresh, awake. From macOS 27 on the charge keys

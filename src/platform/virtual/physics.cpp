@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 
+#include "platform/virtual/charge_limit.h"
+
 namespace brisko::virtual_mac {
 namespace {
 
@@ -63,18 +65,28 @@ double shownLevel(const Battery& battery) {
 
 bool chargerIsOpen(const Machine& machine, const Flow& flow) {
   const Battery& battery = machine.battery;
-  return letsCharge(flow.orders, shownLevel(battery), battery.bandCharging);
+  return letsCharge(flow.orders, shownLevel(battery), battery.bandCharging) &&
+         limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
+}
+
+// Above the limit some Macs run from the battery although the adapter is there.
+bool drainsToLimit(const Machine& machine, const Flow& flow) {
+  return flow.drains && std::round(shownLevel(machine.battery)) > flow.limit;
 }
 
 double targetMA(const Machine& machine, const Flow& flow) {
   const Battery& battery = machine.battery;
   if (!battery.installed) return 0;
-  const double missing = flow.adapter ? -flow.spareWatts : flow.needWatts;
+  const bool powersMac = flow.adapter && !drainsToLimit(machine, flow);
+  const double missing = powersMac ? -flow.spareWatts : flow.needWatts;
   // An empty battery gives nothing more; the Mac would have gone dark.
   if (missing > 0) return battery.chargeMAh > 0 ? drainFor(battery, missing) : 0;
   if (!flow.adapter) return 0;
   const double most = chargeFor(battery, flow.spareWatts);
-  if (!chargerIsOpen(machine, flow)) return std::min(battery.trickleMA, most);
+  if (!chargerIsOpen(machine, flow)) {
+    // A little finds its way only where there is room.
+    return battery.chargeMAh < battery.fullMAh ? std::min(battery.trickleMA, most) : 0;
+  }
   if (battery.fullyCharged) return 0;
   return std::min({battery.maxChargeMA, taperMA(battery), most});
 }
@@ -86,6 +98,12 @@ void followBand(Machine& machine, const Flow& flow) {
   ChargeOrders band = flow.orders;
   band.stopped = false;
   battery.bandCharging = letsCharge(band, shownLevel(battery), battery.bandCharging);
+}
+
+// Without a limit charging is free, and that is the direction which a limit finds.
+void followLimit(Battery& battery, const Flow& flow) {
+  battery.limitCharging =
+      flow.limit <= 0 || limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
 }
 
 // Backward Euler with a quarter of `decaySeconds` as time constant: after that many seconds about a fiftieth
@@ -179,6 +197,8 @@ void publishPowerSource(Machine& machine) {
 Flow flowOf(const Machine& machine) {
   Flow flow{};
   flow.orders = chargeOrders(machine);
+  flow.limit = static_cast<double>(enforcedLimit(machine));
+  flow.drains = machine.limit.drains && flow.limit > 0;
   flow.adapter = machine.adapter.present && !flow.orders.adapterCut;
   flow.needWatts = needOf(machine);
   flow.spareWatts = machine.adapter.watts * adapterShare - flow.needWatts;
@@ -190,6 +210,7 @@ bool passSecond(Machine& machine, const Flow& flow) {
   const Battery before = battery;
   if (battery.installed) {
     followBand(machine, flow);
+    followLimit(battery, flow);
     battery.targetMA = targetMA(machine, flow);
     followTarget(battery);
     moveCharge(machine, flow);
@@ -197,7 +218,8 @@ bool passSecond(Machine& machine, const Flow& flow) {
   moveTemperature(machine, flow);
   return battery.chargeMAh != before.chargeMAh || battery.currentMA != before.currentMA ||
          battery.targetMA != before.targetMA || battery.temperatureC != before.temperatureC ||
-         battery.fullyCharged != before.fullyCharged || battery.bandCharging != before.bandCharging;
+         battery.fullyCharged != before.fullyCharged || battery.bandCharging != before.bandCharging ||
+         battery.limitCharging != before.limitCharging;
 }
 
 void setShownLevel(Battery& battery, double percent) {
@@ -254,6 +276,7 @@ void settle(Machine& machine, bool reachedBefore) {
   Battery& battery = machine.battery;
   if (battery.installed) {
     if (flow.orders.bandArmed) followBand(machine, flow);
+    followLimit(battery, flow);
     battery.targetMA = targetMA(machine, flow);
     if (battery.decaySeconds <= 0) battery.currentMA = battery.targetMA;
   }
@@ -276,7 +299,9 @@ bool adapterReachesBattery(const Machine& machine) {
 }
 
 bool chargingIsOpen(const Machine& machine) {
-  return letsCharge(chargeOrders(machine), level(machine), machine.battery.bandCharging);
+  return letsCharge(chargeOrders(machine), level(machine), machine.battery.bandCharging) &&
+         limitLetsCharge(static_cast<double>(enforcedLimit(machine)), level(machine),
+                         machine.battery.limitCharging);
 }
 
 }  // namespace brisko::virtual_mac

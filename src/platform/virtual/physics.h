@@ -15,6 +15,8 @@ namespace brisko::virtual_mac {
 // What stands still between two events of the machine, so that a second costs little.
 struct Flow {
   ChargeOrders orders;
+  double limit;       // of macOS, percent; 0 none
+  bool drains;        // … and the battery is drained down to it
   bool adapter;       // reaches the battery
   double needWatts;   // what the Mac takes now: awake, asleep or off
   double spareWatts;  // what the adapter leaves for the battery; below 0 the battery must help

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "platform/system_power.h"
+#include "platform/virtual/journal.h"
 #include "platform/virtual/physics.h"
 
 namespace brisko::virtual_mac {
@@ -120,15 +121,6 @@ KernelStatus removeEvent(Sleep& sleep, const ScheduledEvent& event) {
 
 // ---------------------------------------------------------------------------------------------------------
 // The journal
-
-JournalEntry& newEntry(const Machine& machine, Journal& journal, std::uint8_t command) {
-  JournalEntry& entry = journal.entries[journal.written++ % Journal::capacity];
-  entry = {};
-  entry.time = machine.now;
-  entry.life = static_cast<std::uint32_t>(machine.system.lives);
-  entry.command = command;
-  return entry;
-}
 
 void noteEvent(const Machine& machine, Journal& journal, std::uint8_t command, double date,
                KernelStatus status) {

@@ -1,8 +1,6 @@
 #include "core/log.h"
 
 #include <array>
-#include <chrono>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -16,31 +14,17 @@
 #include "core/files.h"
 #include "core/folders.h"
 #include "core/process_flags.h"
+#include "core/utc_text.h"
 #include "core/volume_path.h"
 #include "platform/clock.h"
 
 namespace brisko {
 namespace {
 
-// "2026-03-01T08:15:30Z". Without the C library's calendar, which knows locales and time zones.
+// "2026-03-01T08:15:30Z"
 std::string timeStamp(double secondsSince1970) {
-  // Four digits of year, however far the clock may have stepped; also what is no number ends up in there.
-  constexpr double earliest = -62'167'219'200;  // 0000-01-01T00:00:00Z
-  constexpr double latest = 253'402'300'799;    // 9999-12-31T23:59:59Z
-  const double whole = std::floor(std::fmax(earliest, std::fmin(latest, secondsSince1970)));
-
-  using std::chrono::days;
-  const std::chrono::sys_seconds moment{std::chrono::seconds(static_cast<std::int64_t>(whole))};
-  const auto midnight = std::chrono::floor<days>(moment);
-  const std::chrono::year_month_day date(midnight);
-  const std::chrono::hh_mm_ss<std::chrono::seconds> timeOfDay(moment - midnight);
-
-  std::array<char, 80> text{};
-  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(timeOfDay.hours().count()), static_cast<int>(timeOfDay.minutes().count()),
-                static_cast<int>(timeOfDay.seconds().count()));
-  return text.data();
+  const UtcText text = utcText(secondsSince1970);
+  return text.date + "T" + text.time + "Z";
 }
 
 bool isPending(int signal) {

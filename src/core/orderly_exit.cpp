@@ -12,6 +12,7 @@
 #include "hardware/led_mode.h"
 #include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
+#include "native/native_limit.h"
 #include "platform/run_loop.h"
 #include "power/scheduled_wake.h"
 #include "records/statistics.h"
@@ -38,6 +39,7 @@ void handBack(const ChargeGate& gate) {
   // A refused write changes nothing here: there is no later moment in which to try again.
   static_cast<void>(gate.setAdapterCut(false));
   static_cast<void>(gate.setCharging(false));
+  handBackNative();
   if (gLedSupported) {
     constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
     static_cast<void>(writeKey("ACLC", toSystem));

@@ -20,6 +20,7 @@
 #include "hardware/charge_gate.h"
 #include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
+#include "native/locked_system.h"
 #include "native/system_lock.h"
 #include "platform/power_sources.h"
 #include "platform/run_loop.h"
@@ -75,6 +76,12 @@ std::vector<std::string> probeKeys() {
   return keys;
 }
 
+// Where this run cannot use the keys, nobody else would put right what an earlier one left set.
+std::vector<std::string> handBackLeftovers() {
+  if (gSystemLocked) return handBackLockedSystem();
+  return gateIsMacOSLimit() ? clearLeftoverAdapterCut() : std::vector<std::string>{};
+}
+
 ChargeState stateOfHardware() {
   if (!gGate) return ChargeState::allow;
   if (gGate->adapterIsCut()) return ChargeState::discharge;
@@ -120,8 +127,7 @@ int startUp() {
   if (!findGate()) return noWayToControlCharging;
   gProbedKeys = probeKeys();
   readStats();
-  const std::vector<std::string> handBacks =
-      gateIsMacOSLimit() ? clearLeftoverAdapterCut() : std::vector<std::string>{};
+  const std::vector<std::string> handBacks = handBackLeftovers();
   makeFolders(onVolume(historyDir));
   // Also with the history switched off: what is too old goes.
   pruneHistory(readConfig(gConfigPath).value_or(Settings{}).historyDays);

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "hardware/smc.h"
+#include "native/smart_charge_bridge.h"
 #include "native/system_lock.h"
 #include "platform/clock.h"
 #include "policy/tick_state.h"
@@ -76,6 +77,14 @@ bool setFirmwareBand(bool active, std::int64_t upper, std::int64_t lower) {
   return upperWritten && lowerWritten && armed;
 }
 
+// Where the keys are closed none is looked at.
+std::variant<ChargeGate, GateFailure> detectMacOSLimit(bool patient) {
+  const bool usable =
+      SystemLock::nativeAvailable() && becomesUsable(patient, [] { return CKMCLSupported() == 1; });
+  if (!usable) return GateFailure::lockedByMacOS;
+  return ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+}
+
 bool setPair(std::uint8_t value) {
   const bool first = writeByte("CH0B", value);
   const bool second = writeByte("CH0C", value);
@@ -103,8 +112,8 @@ std::string failureDetail(GateFailure failure) {
          "probed, see SystemLock";
 }
 
-std::variant<ChargeGate, GateFailure> ChargeGate::detect(bool /*patient*/) {
-  if (SystemLock::closesKeys()) return GateFailure::lockedByMacOS;
+std::variant<ChargeGate, GateFailure> ChargeGate::detect(bool patient) {
+  if (SystemLock::closesKeys()) return detectMacOSLimit(patient);
   const auto charge = findChargeKeys();
   if (!charge) return GateFailure::noKnownKey;
   return ChargeGate{*charge, findCutKey()};

@@ -1,5 +1,5 @@
 // native/native_limit_state.h
-// What is known of macOS's own charge limit, for others to read.
+// What is known of macOS's own charge limit, for others to read. Percentages; 100 is no limit.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,9 @@
 
 namespace brisko {
 
-inline std::optional<std::int64_t> gNativeBefore;  // percent, as found before it was first changed
-inline std::optional<std::int64_t> gNativeFloor;   // percent, the lowest limit that macOS takes
+// As found before it was first changed; given back when the daemon leaves.
+inline std::optional<std::int64_t> gNativeBefore;
+// 80 when the limit of the settings is below what this Mac will hold.
+inline std::optional<std::int64_t> gNativeFloor;
 
 }  // namespace brisko

@@ -4,6 +4,7 @@
 
 #include "core/options.h"
 #include "platform/host.h"
+#include "platform/smart_charge_client.h"
 
 namespace brisko::SystemLock {
 namespace {
@@ -20,6 +21,11 @@ std::int64_t findMajor() {
   return pretended ? *pretended : platform::osMajor();
 }
 
+bool findNative() {
+  if (platform::environment("BRISKO_PRETEND_NO_NATIVE") == "1") return false;
+  return platform::smartChargeClassPresent();
+}
+
 }  // namespace
 
 std::int64_t macOSMajor() {
@@ -28,5 +34,10 @@ std::int64_t macOSMajor() {
 }
 
 bool closesKeys() { return macOSMajor() > lastOpenMajor; }
+
+bool nativeAvailable() {
+  static const bool available = findNative();
+  return available;
+}
 
 }  // namespace brisko::SystemLock

@@ -1,5 +1,6 @@
 // native/system_lock.h
-// Which versions of macOS close the charge-control keys. Touches no key itself.
+// Which versions of macOS close the charge-control keys, and whether macOS's own limit is there to take over.
+// Touches no key itself.
 #pragma once
 
 #include <cstdint>
@@ -13,5 +14,9 @@ namespace brisko::SystemLock {
 
 // macOS 27 and later refuse the keys, even to root.
 [[nodiscard]] bool closesKeys();
+
+// The client of macOS's own limit is there. Finding out loads a private framework, so it is asked only where
+// the keys are closed. The environment variable BRISKO_PRETEND_NO_NATIVE=1 takes the limit away.
+[[nodiscard]] bool nativeAvailable();
 
 }  // namespace brisko::SystemLock

@@ -25,6 +25,8 @@ enum class ChargeState : std::uint8_t {
   return "allow";
 }
 
+inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws at least that much
+
 inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
 
 // Reset together on every change of state. Times are wall clock, seconds since 1970.

@@ -11,22 +11,6 @@ ChargeState decideDrain(const DecisionInputs& inputs) {
 
 }  // namespace
 
-std::optional<CalDrive> calibrationDrive(CalPhase phase, std::int64_t drainTarget, std::int64_t limit) {
-  switch (phase) {
-    case CalPhase::fill:
-    case CalPhase::refill:
-    case CalPhase::soak:
-      return CalDrive{true, 100};
-    case CalPhase::drain:
-      return CalDrive{false, drainTarget};
-    case CalPhase::restore:
-      return CalDrive{false, limit};
-    case CalPhase::idle:
-      break;
-  }
-  return std::nullopt;
-}
-
 ChargeState decideState(const DecisionInputs& inputs) {
   if (!inputs.calDrive && !inputs.enabled) return ChargeState::allow;
   if (inputs.thermalPaused) return ChargeState::hold;

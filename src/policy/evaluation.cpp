@@ -14,6 +14,8 @@
 #include "hardware/charge_gate.h"
 #include "hardware/led.h"
 #include "hardware/machine_abilities.h"
+#include "native/locked_system.h"
+#include "native/native_limit.h"
 #include "platform/clock.h"
 #include "policy/charge_bounds.h"
 #include "policy/charge_state.h"
@@ -62,12 +64,8 @@ bool sleepIsPending() {
   return false;
 }
 
-bool mayRun() {
-  if (gDormant || gReleased) return false;
-  if (gPurged && gateIsMacOSLimit()) return false;
-  if (gSystemLocked) return false;
-  return !sleepIsPending();
-}
+// Nothing is driven, and nothing published either.
+bool isAtRest() { return gDormant || gReleased || (gPurged && gateIsMacOSLimit()); }
 
 Settings settingsInForce() {
   if (const auto settings = readConfig(gConfigPath)) return *settings;
@@ -316,7 +314,12 @@ Pass readSettings() {
 }  // namespace
 
 void evaluate() {
-  if (!mayRun()) return;
+  if (isAtRest()) return;
+  if (gSystemLocked) {
+    observeLockedSystem();
+    return;
+  }
+  if (sleepIsPending()) return;
   Pass pass = readSettings();
 
   const auto power = powerState();
@@ -335,7 +338,9 @@ void evaluate() {
   considerHeat(pass.cfg, pass.power.plugged, pass.temp);
   considerLimit(pass);
 
-  if (!gateIsMacOSLimit()) {
+  if (gateIsMacOSLimit()) {
+    driveNative(pass.cfg, pass.power.pct, pass.target, pass.topUpActive, pass.calDrive, gThermalPaused);
+  } else {
     applyState(decide(pass));
     verify(pass);
   }

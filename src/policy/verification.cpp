@@ -19,7 +19,6 @@ namespace {
 // Success is believed quickly, failure only after two minutes: the current decays slowly after a stop.
 constexpr double gateSuccessGrace = 15.0;       // seconds that a hold must have lasted
 constexpr double gateFailureGrace = 120.0;      // likewise
-constexpr std::int64_t dischargeFloor = -100;   // mA; a discharge draws at least that much
 constexpr double dischargeFailureGrace = 60.0;  // seconds before the current of a discharge is judged
 constexpr int lossesThatEndADischarge = 6;
 

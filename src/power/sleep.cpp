@@ -13,6 +13,7 @@
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "native/native_limit.h"
 #include "platform/clock.h"
 #include "policy/charge_state.h"
 #include "policy/charge_state_record.h"
@@ -60,6 +61,8 @@ void comeBack() {
   gSleepPendingSince.reset();
   gCutSince.reset();
   cancelScheduledWake();
+  // Asleep macOS had no time to show that it holds the limit.
+  gNativeAttemptAt = gNativeNudgedAt = platform::wallNow();
   evaluate();
 }
 

@@ -1,0 +1,83 @@
+#include "native/locked_system.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include "core/checked.h"
+#include "core/options.h"
+#include "core/settings.h"
+#include "hardware/adapter.h"
+#include "hardware/battery.h"
+#include "hardware/charge_gate.h"
+#include "hardware/led_mode.h"
+#include "hardware/smc.h"
+#include "policy/charge_state_record.h"
+#include "policy/tick_state.h"
+#include "records/history.h"
+#include "records/statistics.h"
+#include "records/status.h"
+
+namespace brisko {
+namespace {
+
+using Notes = std::vector<std::string>;
+
+void handBackLight(Notes& notes) {
+  constexpr const char* light = "ACLC";
+  const auto shown = readFirstByte(light);
+  if (!shown || *shown == LED_SYSTEM) return;
+  constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
+  notes.emplace_back(writeKey(light, toSystem) ? "MagSafe light handed back to macOS"
+                                               : "⚠️ MagSafe light could not be handed back to macOS");
+}
+
+void clearRequests(Notes& notes) {
+  const auto cfg = readConfig(gConfigPath);
+  if (!cfg || (!cfg->calibrate && !cfg->topUp)) return;
+  writeConfig(*cfg, false, std::nullopt, false);
+  notes.push_back(std::string("pending ") + (cfg->calibrate ? "calibration" : "") +
+                  (cfg->calibrate && cfg->topUp ? " and " : "") + (cfg->topUp ? "Top-up" : "") +
+                  " request cleared");
+}
+
+void forgetTopUp() {
+  if (gTopUpSince == 0) return;
+  gTopUpSince = 0;
+  writeStats();
+}
+
+void publish(const Settings& cfg, std::int64_t pct, const std::optional<double>& temp) {
+  constexpr std::int64_t leastLimit = 20;
+  writeStatus({.state = ChargeState::allow,
+               .pct = pct,
+               .plugged = adapterPresent(),
+               .upper = std::clamp<std::int64_t>(cfg.limit, leastLimit, 100),
+               .enabled = cfg.enabled,
+               .temp = temp,
+               .calDrainTarget = cfg.calDrain,
+               .calSoakSeconds = checkedProduct(cfg.calSoakMinutes, 60)});
+  recordSample({.pct = pct, .state = ChargeState::allow, .plugged = adapterPresent(), .temp = temp}, cfg);
+}
+
+}  // namespace
+
+std::vector<std::string> handBackLockedSystem() {
+  Notes notes = clearLeftoverAdapterCut();
+  handBackLight(notes);
+  clearRequests(notes);
+  forgetTopUp();
+  return notes;
+}
+
+void observeLockedSystem() {
+  const Settings cfg = readConfig(gConfigPath).value_or(Settings{});
+  const auto power = powerState();
+  if (!power) return;
+  gLastPlugged = power->plugged;
+  gState = ChargeState::allow;
+  gLastPct = power->pct;
+  publish(cfg, power->pct, readTemp());
+}
+
+}  // namespace brisko

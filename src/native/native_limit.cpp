@@ -1,0 +1,314 @@
+#include "native/native_limit.h"
+
+#include <algorithm>
+#include <string>
+
+#include "core/log.h"
+#include "core/utc_text.h"
+#include "hardware/adapter.h"
+#include "hardware/battery.h"
+#include "hardware/charge_gate.h"
+#include "hardware/smc.h"
+#include "native/native_limit_state.h"
+#include "native/smart_charge_bridge.h"
+#include "platform/clock.h"
+#include "policy/tick_state.h"
+#include "records/statistics.h"
+
+namespace brisko {
+namespace {
+
+constexpr std::int64_t none = 100;
+constexpr std::int64_t leastOfSlider = 80;
+constexpr std::int64_t stepOfSlider = 5;
+
+constexpr double patienceForBefore = 60;  // seconds in which the limit of before may become readable
+constexpr double nudgeSeconds = 90;       // between two writes of a target that does not show yet
+constexpr double patience = 600;          // seconds on the adapter after which a target counts as refused
+constexpr double driftPatience = 30;      // seconds before something that drifted is written again
+
+std::optional<double> gNativeBeforeSince;       // when the limit of before first could not be read
+bool gNativeIdle = false;                       // handed back for as long as the limit is switched off
+std::optional<std::int64_t> gNativeHotAt;       // the charge at which a pause for heat began
+std::optional<std::int64_t> gNativeHoldAt;      // the hold point
+std::optional<std::int64_t> gNativeRefused;     // the highest limit below 80 that macOS did not hold
+bool gNativeOffStepRefused = false;             // macOS does not hold what is no step of 5
+std::optional<std::int64_t> gNativeHeldTarget;  // the target that "bfG0" last confirmed
+bool gNativeDriftRewritten = false;             // it was written again after a drift
+bool gNativeOverrideLogged = false;             // said that macOS goes its own way for now
+bool gNativeNoMirrorLogged = false;             // said that "bfG0" is missing
+
+std::string limitText(std::int64_t limit) { return limit == none ? "off" : std::to_string(limit) + "%"; }
+
+std::string outcomeText(bool accepted) { return accepted ? "" : " ⚠️ refused"; }
+
+bool isOnSlider(std::int64_t limit) {
+  return limit >= leastOfSlider && limit <= none && limit % stepOfSlider == 0;
+}
+
+std::int64_t roundedToStep(std::int64_t limit) { return limit - limit % stepOfSlider; }
+
+// What macOS is set to; none when it does not say.
+std::optional<std::int64_t> currentLimit() {
+  const std::int32_t enabled = CKMCLEnabled();
+  if (enabled == 0) return none;
+  if (enabled != 1) return std::nullopt;
+  const std::int32_t limit = CKMCLLimit();
+  if (limit < 1) return std::nullopt;
+  return limit;
+}
+
+void rememberBefore(std::int64_t limit) {
+  gNativeBefore = limit;
+  writeStats();
+}
+
+// Nothing may be written before it is known what to give back. False while that is still open.
+bool knowsBefore(double now) {
+  if (gNativeBefore) return true;
+  if (const auto limit = currentLimit()) {
+    rememberBefore(*limit);
+    log("native limit before Brisko: " + limitText(*limit) + " — given back if Brisko leaves");
+    return true;
+  }
+  const double since = gNativeBeforeSince.value_or(now);
+  if (now - since < patienceForBefore) {
+    gNativeBeforeSince = since;
+    return false;
+  }
+  rememberBefore(none);
+  log("native limit before Brisko unreadable — will give back \"off\"");
+  return true;
+}
+
+// While the daemon's limit is off the user's own choice counts, and is what a later hand-back returns to.
+void followTheUser() {
+  const auto limit = currentLimit();
+  if (!limit || gNativeBefore == limit) return;
+  rememberBefore(*limit);
+  log("macOS limit changed in System Settings while Brisko's is off: " + limitText(*limit) + " — kept");
+}
+
+void publishNativeState(ChargeState state, std::optional<std::int64_t> target) {
+  if (state == gState) return;
+  gState = state;
+  log(std::string("→ state: ") + stateName(state) +
+      (target ? " (macOS limit " + std::to_string(*target) + "%)" : std::string()));
+}
+
+void stayIdle() {
+  gNativeHotAt.reset();
+  if (gNativeIdle) {
+    followTheUser();
+  } else {
+    handBackNative();
+    gNativeIdle = true;
+  }
+  gGateVerified.reset();
+  gNativeFloor.reset();
+  publishNativeState(ChargeState::allow, std::nullopt);
+}
+
+void leaveIdle() {
+  if (!gNativeIdle) return;
+  gNativeIdle = false;
+  gNativeWritten.reset();
+}
+
+std::int64_t baseTarget(std::int64_t upper, bool topUp, const std::optional<CalDrive>& calDrive) {
+  if (calDrive) return calDrive->toFull ? none : calDrive->target;
+  if (topUp) return none;
+  return std::max(gNativeHoldAt.value_or(0), upper);
+}
+
+// A battery that is too hot is held where it is.
+std::int64_t cooledTarget(std::int64_t base, bool hot, std::int64_t pct) {
+  if (!hot) {
+    gNativeHotAt.reset();
+    return base;
+  }
+  gNativeHotAt = gNativeHotAt.value_or(pct);
+  return std::min(base, std::max<std::int64_t>(*gNativeHotAt, 1));
+}
+
+// The nearest that this Mac will hold.
+std::int64_t holdableTarget(std::int64_t target) {
+  if (gNativeRefused && target <= *gNativeRefused) target = std::max(target, leastOfSlider);
+  if (gNativeOffStepRefused && target > leastOfSlider) target = roundedToStep(target);
+  return std::clamp<std::int64_t>(target, 1, none);
+}
+
+std::optional<std::int64_t> floorOfThisMac(std::int64_t limit) {
+  if (!gNativeRefused || *gNativeRefused < limit || limit >= leastOfSlider) return std::nullopt;
+  return leastOfSlider;
+}
+
+std::optional<std::uint8_t> limitHeldByMacOS() { return readFirstByte("bfG0"); }
+
+// A macOS that holds nothing, or nothing below the slider, has its feature switched on before a value below
+// the slider is put into its preferences.
+bool needsPriming(std::int64_t target) {
+  if (target >= leastOfSlider) return false;
+  const auto held = limitHeldByMacOS();
+  return held && (*held == 0 || *held > leastOfSlider);
+}
+
+void nativeWrite(std::int64_t target, double now) {
+  const bool accepted = NativeLimit::write(target, needsPriming(target));
+  gNativeWritten = target;
+  gNativeAttemptAt = now;
+  gNativeNudgedAt = now;
+  gNativeHeldTarget.reset();
+  gNativeDriftRewritten = false;
+  gNativeOverrideLogged = false;
+  gGateVerified.reset();
+  log("macOS limit → " + limitText(target) + outcomeText(accepted));
+}
+
+// What becomes of it shows in "bfG0".
+void writeAgain(std::int64_t target) { static_cast<void>(NativeLimit::write(target, false)); }
+
+void confirm(std::int64_t target) {
+  if (gGateVerified != true) {
+    gGateVerified = true;
+    log("limit verified: macOS holds " + (target == none ? "no limit" : limitText(target)) + " (bfG0)");
+  }
+  gNativeHeldTarget = target;
+  gNativeDriftRewritten = false;
+  gNativeOverrideLogged = false;
+}
+
+// The user asked macOS to charge to full. It is not ours to overrule.
+void waitForTheUser(double until) {
+  if (!gNativeOverrideLogged) {
+    gNativeOverrideLogged = true;
+    const UtcText text = utcText(until);
+    log("macOS charges to full until " + text.date + " " + text.time +
+        " +0000 (asked in the Battery menu) — Brisko waits");
+  }
+  gGateVerified.reset();
+}
+
+// What macOS held, it holds no longer. It is told once; whoever insists has a reason that we do not know.
+void meetDrift(std::int64_t target, std::int64_t held, double now) {
+  const auto until = NativeLimit::tempDisabledUntil();
+  if (until && *until > now) return waitForTheUser(*until);
+  const double elapsed = now - gNativeAttemptAt;
+  if (elapsed < driftPatience) return;
+  if (!gNativeDriftRewritten) {
+    gNativeDriftRewritten = true;
+    log("macOS limit changed outside Brisko (bfG0 reads " + std::to_string(held) + ") — setting " +
+        std::to_string(target) + "% again");
+    writeAgain(target);
+    gNativeAttemptAt = now;
+  } else if (elapsed >= patience && !gNativeOverrideLogged) {
+    gNativeOverrideLogged = true;
+    gGateVerified.reset();
+    log("macOS keeps its own limit for now (bfG0 reads " + std::to_string(held) + ") — watching, no alarm");
+  }
+}
+
+// What stands in its place from the next tick on: the nearest value of the slider.
+void noteRefusal(std::int64_t target, std::int64_t held) {
+  if (isOnSlider(target)) {
+    if (gGateVerified == false) return;
+    gGateVerified = false;
+    log("⚠️ the limit has no effect: macOS doesn't hold " + std::to_string(target) + "% (bfG0 reads " +
+        std::to_string(held) + ")");
+    return;
+  }
+  std::int64_t instead = leastOfSlider;
+  if (target > leastOfSlider) {
+    gNativeOffStepRefused = true;
+    instead = roundedToStep(target);
+  } else {
+    gNativeRefused = std::max(target, gNativeRefused.value_or(0));
+  }
+  log("⚠️ macOS won't hold " + std::to_string(target) + "% on this Mac (bfG0 reads " +
+      std::to_string(held) + ") — holding " + std::to_string(instead) + "% instead");
+}
+
+void awaitConfirmation(std::int64_t target, std::int64_t held, double now) {
+  if (now - gNativeAttemptAt >= patience) return noteRefusal(target, held);
+  if (now - gNativeNudgedAt < nudgeSeconds) return;
+  gNativeNudgedAt = now;
+  writeAgain(target);
+}
+
+void verifyNative(std::int64_t target, std::int64_t held, double now) {
+  if (held == (target == none ? 0 : target)) return confirm(target);
+  if (gNativeHeldTarget == target) return meetDrift(target, held, now);
+  awaitConfirmation(target, held, now);
+}
+
+void lookWhetherItHolds(std::int64_t target, double now) {
+  if (const auto held = limitHeldByMacOS()) return verifyNative(target, *held, now);
+  if (gNativeNoMirrorLogged) return;
+  gNativeNoMirrorLogged = true;
+  log("no bfG0 on this Mac — the macOS limit is set but can't be read back");
+}
+
+}  // namespace
+
+std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs) {
+  const bool wanted = inputs.plugged && !inputs.topUp && !inputs.discharge && !inputs.calibrating;
+  if (!wanted || inputs.pct <= inputs.upper) return std::nullopt;
+  return inputs.holdAt.value_or(inputs.pct);
+}
+
+double nativeAttemptClock(double attemptAt, bool plugged, double now) { return plugged ? attemptAt : now; }
+
+ChargeState nativeChargeState(const NativeStateInputs& inputs) {
+  constexpr std::int64_t chargingMA = 150;   // above it the battery is being charged
+  constexpr std::int64_t trickleMA = 51;     // from here on it may be
+  constexpr std::int64_t restingMargin = 5;  // macOS begins to charge again below that much under its limit
+  if (inputs.currentMA && *inputs.currentMA > chargingMA) return ChargeState::allow;
+  if (!inputs.plugged || inputs.target >= none) return ChargeState::allow;
+  if (inputs.currentMA && *inputs.currentMA >= trickleMA && inputs.state == ChargeState::allow) {
+    return ChargeState::allow;
+  }
+  if (inputs.pct < inputs.target - restingMargin) return ChargeState::allow;
+  const bool drains = inputs.currentMA && *inputs.currentMA < dischargeFloor;
+  return drains && inputs.target < inputs.pct ? ChargeState::discharge : ChargeState::hold;
+}
+
+void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool topUp,
+                 const std::optional<CalDrive>& calDrive, bool hot) {
+  const bool plugged = adapterPresent();
+  const double now = platform::wallNow();
+  if (!knowsBefore(now)) return;
+  if (!cfg.enabled && !calDrive && !topUp) return stayIdle();
+  leaveIdle();
+
+  gNativeHoldAt = nativeHoldPoint({.topUp = topUp,
+                                   .plugged = plugged,
+                                   .discharge = cfg.discharge,
+                                   .calibrating = calDrive.has_value(),
+                                   .pct = pct,
+                                   .upper = upper,
+                                   .holdAt = gNativeHoldAt});
+  const std::int64_t wanted = cooledTarget(baseTarget(upper, topUp, calDrive), hot && plugged, pct);
+  const std::int64_t target = holdableTarget(wanted);
+  gNativeFloor = floorOfThisMac(cfg.limit);
+  gNativeAttemptAt = nativeAttemptClock(gNativeAttemptAt, plugged, now);
+
+  if (gNativeWritten != target) {
+    nativeWrite(target, now);
+  } else if (plugged) {
+    lookWhetherItHolds(target, now);
+  }
+  publishNativeState(
+      nativeChargeState(
+          {.plugged = plugged, .pct = pct, .target = target, .currentMA = amperageNow(), .state = gState}),
+      target);
+}
+
+void handBackNative() {
+  if (!gateIsMacOSLimit() || gNativeIdle || !gNativeBefore) return;
+  const std::int64_t value = isOnSlider(*gNativeBefore) ? *gNativeBefore : none;
+  const bool accepted = NativeLimit::write(value, false);
+  gNativeWritten.reset();
+  log("macOS limit handed back: " + limitText(value) + outcomeText(accepted));
+}
+
+}  // namespace brisko

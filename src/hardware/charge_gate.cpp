@@ -95,9 +95,8 @@ bool setPair(std::uint8_t value) {
 
 std::string failureMessage(GateFailure failure) {
   if (failure == GateFailure::noKnownKey) {
-    return "Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, an M1 "
-           "or "
-           "newer.";
+    return "Brisko couldn’t find a way to control charging on this Mac. "
+           "It needs an Apple Silicon Mac, an M1 or newer.";
   }
   return "macOS " + std::to_string(SystemLock::macOSMajor()) +
          " changed the way charging is controlled; Brisko can’t hold a limit on this version yet.";

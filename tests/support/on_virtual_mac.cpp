@@ -16,7 +16,7 @@ void OnVirtualMac::takeGate() {
   const auto detected = ChargeGate::detect(false);
   ASSERT_TRUE(std::holds_alternative<ChargeGate>(detected));
   gGate = std::get<ChargeGate>(detected);
-  dischargeSupported = gGate->cut != AdapterCutKey::none;
+  dischargeSupported = gGate->cut != AdapterCutKey::none || gateIsMacOSLimit();
   gLedSupported = readKey("ACLC").has_value();
   mac.forgetJournal();
 }

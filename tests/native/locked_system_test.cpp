@@ -1,0 +1,232 @@
+// A Mac that closed the keys and offers no limit: handed back what was left set, and then only looked on.
+#include "native/locked_system.h"
+
+#include <csignal>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+
+#include <gmock/gmock.h>
+
+#include "platform/virtual/simulated/driver.h"
+#include "support/life.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Bytes;
+using test::Life;
+using test::VirtualMac;
+using test::Writes;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+using virtual_mac::OnWrite;
+using Notes = std::vector<std::string>;
+
+constexpr const char* configFile = "/Library/Application Support/Brisko/config.json";
+constexpr const char* statusFile = "/Library/Application Support/Brisko/status.json";
+constexpr const char* statsFile = "/Library/Application Support/Brisko/stats.json";
+
+void takeTheLimitAway() { virtual_mac::setEnvironment("BRISKO_PRETEND_NO_NATIVE", "1"); }
+
+class LockedSystem : public test::OnVirtualMac {
+ protected:
+  LockedSystem() : OnVirtualMac({.macOS = 27}) {
+    takeTheLimitAway();
+    openController();
+  }
+};
+
+// -- What an earlier run left set
+
+TEST_F(LockedSystem, handsNothingBackWhereNothingIsSet) {
+  EXPECT_THAT(handBackLockedSystem(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(LockedSystem, connectsTheAdapterAndHandsTheLightBack) {
+  mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x03});
+  mac.forgetJournal();
+  EXPECT_THAT(handBackLockedSystem(),
+              ElementsAre("adapter cut found set, restored", "MagSafe light handed back to macOS"));
+  EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "ACLC=00"}));
+}
+
+TEST_F(LockedSystem, saysSoWhenTheyStaySet) {
+  mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x04});
+  mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("ACLC", OnWrite::refuse);
+  EXPECT_THAT(handBackLockedSystem(), ElementsAre("⚠️ adapter cut found set, and could not be restored",
+                                                  "⚠️ MagSafe light could not be handed back to macOS"));
+}
+
+TEST_F(LockedSystem, leavesOtherValuesOfTheCutAlone) {
+  for (const std::uint8_t value : {0x01, 0x02, 0x09, 0xFF}) {
+    mac.keyBytes("CHIE", {value});
+    mac.forgetJournal();
+    EXPECT_THAT(handBackLockedSystem(), IsEmpty()) << int{value};
+    EXPECT_THAT(mac.writes(), IsEmpty()) << int{value};
+  }
+}
+
+TEST_F(LockedSystem, handsBackEveryLightButTheSystems) {
+  for (const std::uint8_t value : {0x01, 0x03, 0x04, 0xFF}) {
+    mac.keyBytes("ACLC", {value});
+    EXPECT_THAT(handBackLockedSystem(), ElementsAre("MagSafe light handed back to macOS")) << int{value};
+    EXPECT_EQ(mac.key("ACLC"), Bytes{0x00});
+  }
+}
+
+TEST_F(LockedSystem, passesOverKeysThatItCannotRead) {
+  mac.removeKey("CHIE").removeKey("ACLC");
+  EXPECT_THAT(handBackLockedSystem(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(LockedSystem, takesBackRequestsThatCannotBeServed) {
+  mac.settings(R"({"topUp":true,"calibrate":true,"resetStats":true,"limit":85})");
+  EXPECT_THAT(handBackLockedSystem(), ElementsAre("pending calibration and Top-up request cleared"));
+  const auto config = nlohmann::json::parse(mac.read(configFile));
+  EXPECT_EQ(config.at("topUp"), false);
+  EXPECT_EQ(config.at("calibrate"), false);
+  EXPECT_EQ(config.at("resetStats"), true);
+  EXPECT_EQ(config.at("limit"), 85);
+}
+
+TEST_F(LockedSystem, namesTheOneRequestThatWasPending) {
+  mac.settings(R"({"topUp":true})");
+  EXPECT_THAT(handBackLockedSystem(), ElementsAre("pending Top-up request cleared"));
+  mac.settings(R"({"calibrate":true})");
+  EXPECT_THAT(handBackLockedSystem(), ElementsAre("pending calibration request cleared"));
+}
+
+TEST_F(LockedSystem, leavesSettingsWithoutRequestsAsTheyStand) {
+  const std::string settings = R"({ "limit" : 85 })";
+  mac.settings(settings);
+  EXPECT_THAT(handBackLockedSystem(), IsEmpty());
+  EXPECT_EQ(mac.read(configFile), settings);
+}
+
+TEST_F(LockedSystem, passesOverSettingsThatItCannotRead) {
+  for (const char* settings : {"", "{", "[true]", R"({"topUp":1})"}) {
+    mac.settings(settings);
+    EXPECT_THAT(handBackLockedSystem(), IsEmpty()) << settings;
+    EXPECT_EQ(mac.read(configFile), settings);
+  }
+}
+
+// -- Whole lives
+
+class LockedLife : public ::testing::Test {
+ protected:
+  LockedLife() : mac({.macOS = 27, .percent = 90}) { takeTheLimitAway(); }
+
+  [[nodiscard]] nlohmann::json status() const { return nlohmann::json::parse(mac.read(statusFile)); }
+
+  VirtualMac mac;
+};
+
+TEST_F(LockedLife, logsWhatWasHandedBackAfterItsBanner) {
+  mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x03});
+  mac.settings(R"({"topUp":true,"calibrate":true})");
+  mac.write(statsFile, R"({"topUpSince":1772351000.0,"protectedSeconds":40})");
+  Life(mac).run(0);
+  EXPECT_THAT(
+      mac.logLines(),
+      ElementsAre(HasSubstr("charging via nothing: macOS 27 closed the keys Brisko writes, observing "
+                            "only, discharge off, LED off"),
+                  "macOS 27: adapter cut found set, restored", "macOS 27: MagSafe light handed back to macOS",
+                  "macOS 27: pending calibration and Top-up request cleared"));
+  const auto stats = nlohmann::json::parse(mac.read(statsFile));
+  EXPECT_EQ(stats.at("topUpSince"), 0.0);
+  EXPECT_EQ(stats.at("protectedSeconds"), 40);
+}
+
+TEST_F(LockedLife, publishesWhatItSees) {
+  mac.settings(R"({"limit":85,"discharge":true,"thermal":true,"thermalLimit":10,"calDrain":12})");
+  Life life(mac);
+  life.run(0);
+  auto seen = status();
+  EXPECT_EQ(seen.at("state"), "allow");
+  EXPECT_EQ(seen.at("pct"), 90);
+  EXPECT_EQ(seen.at("plugged"), true);
+  EXPECT_EQ(seen.at("upper"), 85);
+  EXPECT_EQ(seen.at("enabled"), true);
+  EXPECT_EQ(seen.at("discharge"), false);
+  EXPECT_EQ(seen.at("hot"), false);
+  EXPECT_EQ(seen.at("topUp"), false);
+  EXPECT_EQ(seen.at("chargeMode"), "none");
+  EXPECT_EQ(seen.at("dischargeSupported"), false);
+  EXPECT_EQ(seen.at("ledSupported"), false);
+  EXPECT_TRUE(seen.contains("temp"));
+  EXPECT_THAT(mac.read("/Library/Application Support/Brisko/history/2026-03-01.jsonl"),
+              HasSubstr("\"s\":\"allow\""));
+
+  mac.unplug();
+  life.run(30);
+  EXPECT_EQ(status().at("plugged"), false);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(LockedLife, showsTheLimitOfTheSettingsBetween20And100) {
+  struct Case {
+    const char* settings;
+    int upper;
+  };
+  Life life(mac);
+  for (const Case& example : {Case{R"({"limit":19})", 20}, Case{R"({"limit":101})", 100},
+                              Case{R"({"limit":20})", 20}, Case{"{", 80}}) {
+    mac.settings(example.settings);
+    life.run(30);
+    EXPECT_EQ(status().at("upper"), example.upper) << example.settings;
+  }
+}
+
+TEST_F(LockedLife, takesTheDefaultLimitNotThatOfTheCommandLineWithoutSettings) {
+  Life(mac, {"--limit", "60"}).run(0);
+  EXPECT_EQ(status().at("upper"), 80);
+}
+
+TEST_F(LockedLife, publishesNothingWithoutAPowerSource) {
+  mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::emptyList));
+  Life life(mac);
+  life.run(60);
+  EXPECT_FALSE(mac.exists(statusFile));
+  mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::none));
+  life.run(12);
+  EXPECT_TRUE(mac.exists(statusFile));
+}
+
+TEST_F(LockedLife, writesNoKeyAndServesNoRequestForTheRestOfItsLife) {
+  Life life(mac);
+  life.run(60);
+  mac.settings(R"({"topUp":true,"calibrate":true,"resetStats":true})");
+  mac.temperature(60);
+  life.run(3600);
+  mac.sleep();
+  life.run(3600);
+  mac.wake();
+  life.run(60);
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.read(configFile), R"({"topUp":true,"calibrate":true,"resetStats":true})");
+  for (const auto& entry : mac.writes()) EXPECT_THAT(entry, ::testing::Not(HasSubstr("="))) << entry;
+  EXPECT_EQ(mac.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
+  EXPECT_THAT(mac.logLines(), ::testing::SizeIs(2));
+}
+
+TEST_F(LockedLife, diesOfASoakTimeThatOverflowsOnlyAtTheStatus) {
+  mac.settings(R"({"calSoakMinutes":153722867280912930})");
+  Life survives(mac);
+  survives.run(0);
+  EXPECT_TRUE(survives.alive());
+  survives.kill();
+  mac.settings(R"({"calSoakMinutes":153722867280912931})");
+  Life dies(mac);
+  dies.run(0);
+  EXPECT_EQ(dies.endSignal(), SIGABRT);
+}
+
+}  // namespace
+}  // namespace brisko

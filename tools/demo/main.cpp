@@ -1,10 +1,13 @@
 // A minute with the daemon on a virtual MacBook: it charges, holds at the limit, is unplugged and plugged in
-// again, follows a changed limit, sleeps two nights, and gives everything back when it is stopped. Ends with
-// status 0 and a line that says what was seen; with status 1 when something was not.
+// again, follows a changed limit, sleeps two nights, and gives everything back when it is stopped; then a few
+// seconds on one whose macOS closed the keys, where macOS's own limit is driven instead. Ends with status 0
+// and a line that says what was seen; with status 1 when something was not.
 
 #include <cstdio>
+#include <initializer_list>
 
 #include "demo/stage.h"
+#include "platform/virtual/charge_limit.h"
 #include "platform/virtual/machine.h"
 
 namespace brisko::demo {
@@ -130,15 +133,55 @@ bool givesEverythingBack(Stage& stage) {
   });
 }
 
-int run() {
+// -- macOS 27
+
+bool holdsThroughMacOS(Stage& stage) {
+  stage.title("macOS 27 closed the keys: there the daemon drives macOS's own limit, which stood at 90 %");
+  return stage.make({"--macos", "27", "--charge", "76", "--speed", "150"}) &&
+         stage.vmac({"set", "limit=90"}) &&
+         stage.await("the user's limit of 90 %", deadline,
+                     [](const Machine& machine) { return virtual_mac::enforcedLimit(machine) == 90; }) &&
+         stage.boot() &&
+         stage.await("macOS holding 80 %, seen in bfG0", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("native limit before Brisko: 90%") &&
+                              stage.logged("limit verified: macOS holds 80% (bfG0)") &&
+                              virtual_mac::shownLimit(machine) == 80;
+                     }) &&
+         stage.await("a hold at 80 %", deadline,
+                     [&](const Machine& machine) {
+                       return stage.logged("→ state: hold (macOS limit 80%)") && !chargingIsOpen(machine) &&
+                              level(machine) > 79 && level(machine) < 81;
+                     }) &&
+         stage.lookOn("the charge standing still at the limit", 2,
+                      [](const Machine& machine) { return level(machine) < 81; });
+}
+
+bool givesTheLimitBack(Stage& stage) {
+  stage.title("SIGTERM to the daemon: macOS has the limit of 90 % again");
+  return stage.shutDown() && stage.await("the limit of before", deadline, [&](const Machine&) {
+    return stage.logged("Signal 15: handing the macOS limit back, exiting.") &&
+           stage.logged("macOS limit handed back: 90%");
+  });
+}
+
+// On a stage of its own.
+bool play(std::initializer_list<bool (*)(Stage&)> scenes) {
   Stage stage;
-  for (const auto scene : {charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain,
-                           followsAChangedLimit, sleepsInTheBand, sleepsBelowTheBand, givesEverythingBack}) {
-    if (!scene(stage)) {
-      std::puts("\nThe demonstration failed: see the line marked ✗ above.");
-      return 1;
-    }
+  for (const auto scene : scenes) {
+    if (scene(stage)) continue;
+    std::puts("\nThe demonstration failed: see the line marked ✗ above.");
+    return false;
   }
+  return true;
+}
+
+int run() {
+  if (!play({charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain, followsAChangedLimit,
+             sleepsInTheBand, sleepsBelowTheBand, givesEverythingBack})) {
+    return 1;
+  }
+  if (!play({holdsThroughMacOS, givesTheLimitBack})) return 1;
   std::puts(
       "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to "
       "the\n"
@@ -146,7 +189,8 @@ int run() {
       "a\n"
       "scheduled wake ended near the limit; the light was green while held; on SIGTERM charging, adapter and "
       "light\n"
-      "were given back.");
+      "were given back. On macOS 27 held at 80 % through macOS's own limit, which had its 90 % back in the "
+      "end.");
   return 0;
 }
 

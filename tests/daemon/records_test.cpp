@@ -186,6 +186,7 @@ TEST_F(Files, areWrittenOnlyAfterTheGateStands) {
 TEST_F(Files, ofALockedSystemAreLeftByTheExitAndTheTimer) {
   MachineOptions options = charged(80);
   options.macOS = 27;
+  options.chargeLimit = false;
   VirtualMac mac(options);
   Life(mac).run(600).signal(SIGTERM).run(1);
   EXPECT_FALSE(mac.exists(statsPath));

@@ -115,6 +115,7 @@ TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
 TEST(StartUp, observesWhereMacOSClosedTheKeys) {
   MachineOptions options;
   options.macOS = 27;
+  options.chargeLimit = false;
   options.percent = 90;
   VirtualMac mac(options);
   Life life(mac);

@@ -111,6 +111,7 @@ TEST_F(Detection, writesNothing) {
 TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
   MachineOptions options;
   options.macOS = 27;
+  options.chargeLimit = false;
   test::VirtualMac mac(options);
   ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
   const auto before = mac.machine().smc.exchanges;

@@ -62,7 +62,7 @@ TEST_F(LockedSystem, saysSoWhenTheyStaySet) {
 }
 
 TEST_F(LockedSystem, leavesOtherValuesOfTheCutAlone) {
-  for (const std::uint8_t value : {0x01, 0x02, 0x09, 0xFF}) {
+  for (const std::uint8_t value : Bytes{0x01, 0x02, 0x09, 0xFF}) {
     mac.keyBytes("CHIE", {value});
     mac.forgetJournal();
     EXPECT_THAT(handBackLockedSystem(), IsEmpty()) << int{value};
@@ -71,7 +71,7 @@ TEST_F(LockedSystem, leavesOtherValuesOfTheCutAlone) {
 }
 
 TEST_F(LockedSystem, handsBackEveryLightButTheSystems) {
-  for (const std::uint8_t value : {0x01, 0x03, 0x04, 0xFF}) {
+  for (const std::uint8_t value : Bytes{0x01, 0x03, 0x04, 0xFF}) {
     mac.keyBytes("ACLC", {value});
     EXPECT_THAT(handBackLockedSystem(), ElementsAre("MagSafe light handed back to macOS")) << int{value};
     EXPECT_EQ(mac.key("ACLC"), Bytes{0x00});

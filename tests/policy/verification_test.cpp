@@ -709,7 +709,7 @@ TEST_F(VerifyingTick, neverVerifiesWhereMacOSDoesTheWork) {
   gCutSince = 5;
   ticks(1);
   EXPECT_EQ(gCutSince, 5);
-  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03"));  // the light is shown all the same
+  EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is shown all the same
 }
 
 TEST_F(VerifyingTick, losesTheCutInSixPassesAndHolds) {

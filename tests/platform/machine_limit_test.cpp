@@ -9,7 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "platform/machine_bench.h"
+#include "platform/preferences.h"
+#include "platform/smart_charge_client.h"
 #include "platform/virtual/charge_limit.h"
+#include "support/virtual_mac.h"
 
 namespace brisko::virtual_mac {
 namespace {
@@ -181,6 +184,10 @@ TEST_F(Limit, belowTheSliderIsTakenIgnoredOrLifted) {
   write(79);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 90);
+  write(80);
+  mac.pass(usualDelay);
+  EXPECT_EQ(enforced(), 80) << "which the slider offers";
+  holdAt(90);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::adjusted));
   write(60);
   mac.pass(usualDelay);
@@ -441,13 +448,16 @@ TEST_F(Limit, staysSetAsideWhenTheClientSetsIt) {
 }
 
 TEST_F(Limit, isNotSetAsideByADateOfThePast) {
+  mac.change(ChangeKind::charge, 80);
   holdAt(80);
+  mac.change(ChangeKind::charge, 77);
   storePreference(
       mac.machine, LimitPreference::disabledUntil,
       {.kind = PreferenceKind::date, .integer = 0, .real = wallClock(mac.machine) - 1, .text = {}});
   notify(mac.machine, *mac.journal, limitNotification);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
+  EXPECT_EQ(current(), 0) << "not even for a moment: the battery goes on resting";
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -489,6 +499,16 @@ TEST_F(Limit, isPutBackByAnotherProgramForEver) {
   write(75);
   mac.pass(hour);
   EXPECT_EQ(enforced(), 75);
+}
+
+TEST_F(Limit, isPutBackSoLongAfterTheFirstOfSeveralChanges) {
+  holdAt(90);
+  mac.change(ChangeKind::limitReverted, 40);
+  write(75);
+  mac.pass(30);
+  write(70);
+  mac.pass(10 + usualDelay);
+  EXPECT_EQ(enforced(), 90);
 }
 
 TEST_F(Limit, isTurnedOffByAnotherProgramThatWantsNone) {
@@ -587,6 +607,25 @@ TEST_F(LimitJournal, tellsOfSynchronisationsAndNotifications) {
   EXPECT_EQ(limitEntryText(last()), "notified com.example.other");
   EXPECT_EQ(calls().synchronisations, 2U);
   EXPECT_EQ(calls().notifications, 2U);
+}
+
+TEST(LimitWrites, standInTheirOrderAmongTheOthers) {
+  test::VirtualMac mac({.macOS = 27});
+  ASSERT_TRUE(platform::makeSmartChargeClient("somebody"));
+  (void)platform::setSmartChargeLimit(80);
+  (void)platform::setSmartChargeLimit(75);
+  platform::setPreference(limitDomain, "MCLFeatureState", 1);
+  platform::setPreference(limitDomain, "mclLimitValue", 75);
+  platform::setPreference(limitDomain, "MCLTempDisabledUntilDate", std::nullopt);
+  (void)platform::synchronizePreferences(limitDomain);
+  platform::postNotification(limitNotification);
+  mac.number(ChangeKind::preferencesFail, 1);
+  (void)platform::synchronizePreferences(limitDomain);
+  EXPECT_THAT(mac.writes(),
+              ElementsAre("limit set 80", "limit set 75!", "preference MCLFeatureState=1",
+                          "preference mclLimitValue=75", "preference MCLTempDisabledUntilDate removed",
+                          "preferences synchronised", "notified com.apple.smartcharging.defaultschanged",
+                          "preferences synchronised!"));
 }
 
 TEST_F(LimitJournal, saysNothingOfOtherEntries) {

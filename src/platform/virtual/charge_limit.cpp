@@ -62,7 +62,6 @@ void readOrder(Machine& machine) {
 
 // The service is told that the preferences have changed; who guards a limit hears of it too.
 void tellService(Machine& machine) {
-  if (!hasLimit(machine)) return;
   readOrder(machine);
   ChargeLimit& limit = machine.limit;
   const bool guarded = limit.revertAfter >= 0 && limit.revertAt < 0;
@@ -173,7 +172,7 @@ ChargeLimit freshLimit(bool offered) {
 
 void startLimitService(Machine& machine) {
   machine.limit.comingAt = none;
-  if (hasLimit(machine)) readOrder(machine);
+  readOrder(machine);
 }
 
 double nextLimitEvent(const Machine& machine) {

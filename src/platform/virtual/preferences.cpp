@@ -20,7 +20,7 @@ using virtual_mac::PreferenceKind;
 
 // What this process has written and not yet brought to the disk: it dies with the process. Exit hooks still
 // write, hence never destroyed.
-using Pending = std::map<LimitPreference, Preference>;
+using Pending = std::map<LimitPreference, std::optional<Value>>;
 Pending& pending() {
   static Pending& kept = *new Pending;
   return kept;
@@ -79,7 +79,7 @@ std::optional<Value> preference(std::string_view domain, std::string_view key) {
   const std::optional<LimitPreference> which = preferenceAt(domain, key);
   if (store == nullptr || !which) return std::nullopt;
   const auto written = pending().find(*which);
-  if (written != pending().end()) return asValue(written->second);
+  if (written != pending().end()) return written->second;
   return asValue(virtual_mac::readNow(
       *store, [&](const Machine& machine) { return virtual_mac::preferenceOnDisk(machine, *which); }));
 }
@@ -89,7 +89,7 @@ void setPreference(std::string_view domain, std::string_view key, std::optional<
   const std::optional<LimitPreference> which = preferenceAt(domain, key);
   if (store == nullptr || !which) return;
   const Preference kept = asKept(value);
-  pending()[*which] = kept;
+  pending()[*which] = std::move(value);
   virtual_mac::changeNow(*store, [&](Machine& machine, Journal& journal) {
     virtual_mac::notePreferenceWrite(machine, journal, *which, kept);
   });
@@ -102,7 +102,7 @@ bool synchronizePreferences(std::string_view domain) {
   if (domain != virtual_mac::limitDomain) return true;
   const bool written = virtual_mac::changeNow(*store, [](Machine& machine, Journal& journal) {
     if (!virtual_mac::beginSynchronisation(machine, journal)) return false;
-    for (const auto& [which, value] : pending()) virtual_mac::storePreference(machine, which, value);
+    for (const auto& [which, value] : pending()) virtual_mac::storePreference(machine, which, asKept(value));
     return true;
   });
   if (written) pending().clear();

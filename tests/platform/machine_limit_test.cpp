@@ -328,6 +328,14 @@ TEST_F(Limit, restsWithinItsMarginOnceItWasReached) {
   EXPECT_EQ(shown(), 80) << "and then it goes all the way";
 }
 
+TEST_F(Limit, remembersThatItWasReachedByCharging) {
+  mac.change(ChangeKind::charge, 78);
+  holdAt(80);
+  mac.pass(hour).change(ChangeKind::charge, 77).pass(hour);
+  EXPECT_EQ(shown(), 77);
+  EXPECT_EQ(current(), 0);
+}
+
 TEST_F(Limit, isReachedFromWithinItsMarginByABatteryThatCharges) {
   mac.change(ChangeKind::charge, 77);
   holdAt(80);
@@ -363,6 +371,7 @@ TEST_F(Limit, drainsTheBatteryDownToItOnSomeMacs) {
   EXPECT_TRUE(adapterReachesBattery(mac.machine));
   mac.pass(24 * hour);
   EXPECT_EQ(shown(), 80);
+  EXPECT_GT(level(mac.machine), 80.4) << "no further than people see";
   EXPECT_EQ(current(), 0);
   mac.change(ChangeKind::charge, 90).change(ChangeKind::limitDrains, 0).pass(1);
   EXPECT_EQ(current(), 0);
@@ -483,6 +492,18 @@ TEST_F(Limit, isReadAnewAtBoot) {
   EXPECT_EQ(enforced(), 75);
 }
 
+TEST_F(Limit, isWaitedForAnewAtBoot) {
+  mac.change(ChangeKind::limitDelay, 60);
+  write(75);
+  shutDown(mac.machine);
+  mac.pass(hour);
+  boot(mac.machine);
+  mac.pass(59);
+  EXPECT_EQ(enforced(), 0);
+  mac.pass(1);
+  EXPECT_EQ(enforced(), 75);
+}
+
 TEST_F(Limit, isPutBackByAnotherProgramForEver) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
@@ -522,8 +543,10 @@ TEST_F(Limit, isTurnedOffByAnotherProgramThatWantsNone) {
 TEST_F(Limit, stopsBeingPutBackAtOnceWhenTheProgramIsGone) {
   mac.change(ChangeKind::limitReverted, 40);
   write(75);
-  mac.change(ChangeKind::limitReverted, -1).pass(hour);
-  EXPECT_EQ(enforced(), 75);
+  mac.change(ChangeKind::limitReverted, -1);
+  write(70);
+  mac.pass(hour);
+  EXPECT_EQ(enforced(), 70);
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -131,7 +131,6 @@ Battery makeBattery(const Model& model, double percent) {
   battery.maxChargeMA = model.maxChargeMA;
   battery.resistanceOhm = model.resistanceOhm;
   battery.bandCharging = true;
-  battery.limitCharging = true;
   setShownLevel(battery, percent);
   return battery;
 }

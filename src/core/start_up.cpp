@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "calibration/calibration_record.h"
 #include "core/config_watch.h"
 #include "core/files.h"
 #include "core/folders.h"
@@ -120,6 +121,7 @@ int startUp() {
   if (!findGate()) return noWayToControlCharging;
   gProbedKeys = probeKeys();
   readStats();
+  readCalibration();
   const std::vector<std::string> handBacks =
       gateIsMacOSLimit() ? clearLeftoverAdapterCut() : std::vector<std::string>{};
   makeFolders(onVolume(historyDir));

@@ -400,13 +400,13 @@ TEST_F(CalibrationCycle, keepsTheNewest40Runs) {
     double oldest;
   };
   for (const Case& list :
-       {Case{0, 1, 0}, Case{39, 40, 1}, Case{40, 40, 2}, Case{41, 40, 3}, Case{50, 40, 12}}) {
+       {Case{0, 1, now()}, Case{39, 40, 1}, Case{40, 40, 2}, Case{41, 40, 3}, Case{50, 40, 12}}) {
     inPhase(CalPhase::restore);
     for (int run = 1; run <= list.before; ++run) gCal.runs.push_back({.at = static_cast<double>(run)});
     EXPECT_TRUE(advance({.pct = 80}));
     ASSERT_THAT(gCal.runs, SizeIs(list.after)) << list.before;
     EXPECT_EQ(gCal.runs.back().at, now());
-    if (list.before > 0) EXPECT_EQ(gCal.runs.front().at, list.oldest) << list.before;
+    EXPECT_EQ(gCal.runs.front().at, list.oldest) << list.before;
     EXPECT_THAT(file()["runs"], SizeIs(list.after));
   }
 }

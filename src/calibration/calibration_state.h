@@ -76,6 +76,7 @@ struct CalibrationState {
   std::optional<GaugeReading> before = std::nullopt;  // taken at the start of the run
   std::vector<CalRun> runs = {};                      // oldest first
   std::optional<CalFailure> lastFailure = std::nullopt;
+  bool operator==(const CalibrationState&) const = default;
 };
 
 inline CalibrationState gCal;

@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "calibration/calibration_record.h"
 #include "core/config_watch.h"
 #include "core/files.h"
 #include "core/folders.h"
@@ -127,6 +128,7 @@ int startUp() {
   if (!findGate()) return noWayToControlCharging;
   gProbedKeys = probeKeys();
   readStats();
+  readCalibration();
   const std::vector<std::string> handBacks = handBackLeftovers();
   makeFolders(onVolume(historyDir));
   // Also with the history switched off: what is too old goes.

@@ -4,6 +4,8 @@
 #include <array>
 #include <optional>
 
+#include "calibration/calibration_cycle.h"
+#include "calibration/calibration_state.h"
 #include "core/checked.h"
 #include "core/options.h"
 #include "core/settings.h"
@@ -30,6 +32,12 @@ void handBackLight(Notes& notes) {
   constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
   notes.emplace_back(writeKey(light, toSystem) ? "MagSafe light handed back to macOS"
                                                : "⚠️ MagSafe light could not be handed back to macOS");
+}
+
+void cancelCalibration(Notes& notes) {
+  if (gCal.phase == CalPhase::idle) return;
+  stopCalibration(std::nullopt, std::nullopt);
+  notes.emplace_back("calibration in progress cancelled");
 }
 
 void clearRequests(Notes& notes) {
@@ -65,6 +73,7 @@ void publish(const Settings& cfg, std::int64_t pct, const std::optional<double>&
 std::vector<std::string> handBackLockedSystem() {
   Notes notes = clearLeftoverAdapterCut();
   handBackLight(notes);
+  cancelCalibration(notes);
   clearRequests(notes);
   forgetTopUp();
   return notes;

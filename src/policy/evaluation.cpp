@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "calibration/calibration_cycle.h"
 #include "core/checked.h"
 #include "core/log.h"
 #include "core/options.h"
@@ -31,6 +32,7 @@ namespace brisko {
 namespace {
 
 constexpr double secondsPerHour = 3600.0;
+constexpr double secondsPerMinute = 60.0;
 
 // The settings that the previous pass saw. A negative limit means that there was none.
 std::int64_t gLastLimit = -1;
@@ -49,7 +51,6 @@ struct Pass {
   std::optional<CalDrive> calDrive;
   std::int64_t target = 0;  // the band in force
   std::int64_t floor = 0;
-  bool topUpWanted = false;
   bool topUpActive = false;
   bool dischargeOn = false;   // wanted and allowed
   bool dischargeNow = false;  // may run in this kind of wake
@@ -113,12 +114,27 @@ void noteTopUp(double since) {
 }
 
 // A calibration that is asked for takes the place of a Top Up.
-void considerCalibration(Pass& pass) {
-  pass.topUpWanted = pass.cfg.topUp;
-  if (!pass.cfg.topUp || !pass.cfg.calibrate || gCal.phase != CalPhase::idle) return;
-  pass.topUpWanted = false;
+void beginCalibration(const Settings& cfg) {
+  startCalibration();
+  if (!cfg.topUp) return;
   noteTopUp(0);
-  writeConfig(pass.cfg, false, std::nullopt, std::nullopt);
+  writeConfig(cfg, false, std::nullopt, std::nullopt);
+}
+
+// Moves the calibration on. A request that is withdrawn ends it, and its end ends the request.
+void considerCalibration(Pass& pass) {
+  const Settings& cfg = pass.cfg;
+  if (cfg.calibrate && gCal.phase == CalPhase::idle) beginCalibration(cfg);
+  if (!cfg.calibrate) stopCalibration(std::nullopt, std::nullopt);
+  if (gCal.phase == CalPhase::idle) return;
+  const bool ended =
+      advanceCalibration({.pct = pass.power.pct,
+                          .plugged = adapterPresent(),
+                          .limit = cfg.limit,
+                          .drainTarget = cfg.calDrain,
+                          .soakSeconds = static_cast<double>(cfg.calSoakMinutes) * secondsPerMinute});
+  if (ended) writeConfig(cfg, std::nullopt, std::nullopt, false);
+  pass.calDrive = calibrationDrive(gCal.phase, cfg.calDrain, cfg.limit);
 }
 
 bool topUpExpired(const Settings& cfg) {
@@ -139,7 +155,7 @@ bool continueTopUp(const Settings& cfg) {
 }
 
 void chooseTarget(Pass& pass) {
-  pass.topUpActive = pass.topUpWanted && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
+  pass.topUpActive = pass.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
   if (pass.topUpActive) {
     pass.target = 100;
     pass.floor = 99;
@@ -329,7 +345,6 @@ void evaluate() {
   gLastPlugged = power->plugged;
 
   considerCalibration(pass);
-  pass.calDrive = calibrationDrive(gCal.phase, pass.cfg.calDrain, pass.cfg.limit);
   chooseTarget(pass);
   considerWake(pass);
   gFirmwareUpper = pass.target;

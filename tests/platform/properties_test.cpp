@@ -209,6 +209,17 @@ TEST(PropertiesFault, removeAProperty) {
   EXPECT_EQ(integer(battery(mac), "DesignCapacity"), 4563);
 }
 
+TEST(PropertiesFault, removeAWholeEntry) {
+  Bench mac;
+  mac.property("AppleSmartBattery", PropertyFault::text);
+  EXPECT_NE(virtual_mac::entryProperties(mac.machine, "AppleSmartBattery"), nullptr);
+  mac.property("AppleSmartBattery", PropertyFault::missing);
+  EXPECT_EQ(virtual_mac::entryProperties(mac.machine, "AppleSmartBattery"), nullptr);
+  EXPECT_NE(virtual_mac::entryProperties(mac.machine, "IOPMrootDomain"), nullptr);
+  mac.property("AppleSmartBattery", PropertyFault::none);
+  EXPECT_NE(virtual_mac::entryProperties(mac.machine, "AppleSmartBattery"), nullptr);
+}
+
 TEST(PropertiesFault, changeTheKindOfANumber) {
   Bench mac({.plugged = false});
   const std::int64_t current = mac.machine.gauge.currentMA;

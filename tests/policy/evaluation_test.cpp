@@ -53,6 +53,8 @@ class Tick : public test::OnVirtualMac {
   void findPowerSources() {
     mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::none));
   }
+  // A calibration has just come to this phase.
+  static void inPhase(CalPhase phase) { gCal = {.phase = phase, .phaseSince = platform::wallNow()}; }
   // A reading of exactly this temperature.
   void reads(float celsius) {
     Bytes bytes(sizeof celsius);
@@ -608,28 +610,28 @@ TEST_F(Tick, isHotButNotPausedWithTheLimitOff) {
 // --- calibration
 
 TEST_F(Tick, followsTheCalibration) {
-  mac.settings("{\"calDrain\":15,\"enabled\":false}");
+  mac.settings("{\"calibrate\":true,\"calDrain\":15,\"enabled\":false}");
   mac.charge(90);
-  gCal.phase = CalPhase::drain;
+  inPhase(CalPhase::drain);
   evaluate();
   EXPECT_EQ(gState, ChargeState::discharge);
   EXPECT_THAT(summary(), StartsWith("cap off  cal=drain→15%  batt 90%"));
-  gCal.phase = CalPhase::refill;
+  inPhase(CalPhase::refill);
   ticks(1);
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_EQ(gMode, LedMode::blink);
   EXPECT_THAT(summary(), StartsWith("cap off  cal=refill→100%  batt"));
-  gCal.phase = CalPhase::restore;
-  mac.settings("{\"limit\":150,\"enabled\":false}");
+  inPhase(CalPhase::restore);
+  mac.settings("{\"calibrate\":true,\"limit\":10,\"enabled\":false}");
   ticks(1);
-  EXPECT_EQ(gState, ChargeState::hold);
-  EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→150%  batt"));
+  EXPECT_EQ(gState, ChargeState::discharge);
+  EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→10%  batt"));
 }
 
 TEST_F(Tick, leavesTheTopUpAsideDuringACalibration) {
-  mac.settings("{\"topUp\":true}");
+  mac.settings("{\"topUp\":true,\"calibrate\":true}");
   gTopUpSince = 5;
-  gCal.phase = CalPhase::fill;
+  inPhase(CalPhase::fill);
   evaluate();
   EXPECT_EQ(gTopUpSince, 0);
   EXPECT_THAT(summary(), StartsWith("cap 80%  cal=fill→100%"));

@@ -683,8 +683,8 @@ TEST_F(VerifyingTick, putsRightWhatDriftedBeforeItJudges) {
 }
 
 TEST_F(VerifyingTick, doesNotJudgeTheDrainOfACalibrationInAMaintenanceWake) {
-  mac.settings("{\"calDrain\":15}");
-  gCal.phase = CalPhase::drain;
+  mac.settings("{\"calibrate\":true,\"calDrain\":15}");
+  gCal = {.phase = CalPhase::drain, .phaseSince = platform::wallNow()};
   mac.charge(90);
   mac.keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
   mac.number(ChangeKind::capabilities, 9);

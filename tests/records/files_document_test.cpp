@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "calibration/calibration_record.h"
 #include "calibration/calibration_state.h"
 #include "core/json_file.h"
 #include "core/log.h"
@@ -110,8 +111,9 @@ TEST_F(FilesDocument, hasOneExampleOfEachFile) {
   for (const auto& [heading, section] : readDocument()) {
     for (const auto& [name, text] : section.examples) names.push_back(name);
   }
-  EXPECT_THAT(names, ::testing::UnorderedElementsAre("config.json", "status.json", "stats.json",
-                                                     "history/2026-03-01.jsonl", "daemon.log"));
+  EXPECT_THAT(names,
+              ::testing::UnorderedElementsAre("config.json", "status.json", "stats.json", "calibration.json",
+                                              "history/2026-03-01.jsonl", "daemon.log"));
 }
 
 TEST_F(FilesDocument, givesTheSettingsTheirDefaults) {
@@ -191,6 +193,18 @@ TEST_F(FilesDocument, showsStatisticsAsTheyAreReadAndWritten) {
   writeStats();
   EXPECT_EQ(mac.read(statsPath), stats.dump());
   EXPECT_EQ(section("stats.json").keys, keysOf(stats));
+}
+
+TEST_F(FilesDocument, showsACalibrationAsItIsReadAndWritten) {
+  const Json calibration = object("calibration.json");
+  mac.write(calibrationPath, example("calibration.json", "calibration.json"));
+  readCalibration();
+  EXPECT_EQ(gCal.phase, CalPhase::soak);
+  EXPECT_EQ(gCal.before, (GaugeReading{.raw = 4251, .nominal = 4305, .design = 4563, .cycles = 120}));
+  EXPECT_EQ(gCal.lastFailure, (CalFailure{"stalled", CalPhase::drain}));
+  writeCalibration();
+  EXPECT_EQ(mac.read(calibrationPath), calibration.dump());
+  EXPECT_EQ(section("calibration.json").keys, keysOf(calibration));
 }
 
 TEST_F(FilesDocument, showsAHistoryLineAsItIsWritten) {

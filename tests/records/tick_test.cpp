@@ -34,6 +34,7 @@ using ::testing::StartsWith;
 using virtual_mac::ChangeKind;
 using virtual_mac::PowerSourceFault;
 
+constexpr const char* calibration = "calibration.json";
 constexpr const char* config = "config.json";
 constexpr const char* stats = "stats.json";
 constexpr const char* status = "status.json";
@@ -99,7 +100,7 @@ TEST_F(Records, tellTheSettingsUpperBoundDuringATopUp) {
 
 TEST_F(Records, tellTheCalibrationsTerms) {
   mac.settings(R"({"calibrate":true,"calDrain":20,"calSoakMinutes":30})");
-  gCal.phase = CalPhase::soak;
+  gCal = {.phase = CalPhase::soak, .phaseSince = platform::wallNow()};
   evaluate();
   EXPECT_THAT(statusText(), StartsWith(R"({"cal":{"drainTarget":20,"phase":"soak",)"));
   EXPECT_THAT(statusText(), HasSubstr(R"("soakSeconds":1800,)"));
@@ -214,18 +215,18 @@ TEST_F(Records, noteATopUpThatACalibrationEnds) {
   gTopUpSince = 5;
   mac.charge(85);
   mac.settings(R"({"topUp":true,"calibrate":true,"limit":85})");
-  EXPECT_THAT(pass(), ElementsAre(stats, config, stats, status));
+  EXPECT_THAT(pass(), ElementsAre(calibration, stats, config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"calibrate\":true"));
   EXPECT_EQ(gTopUpSince, 0);
-  EXPECT_THAT(newLines().back(), StartsWith("cap 85%  batt"));
+  EXPECT_THAT(newLines().back(), StartsWith("cap 85%  cal=fill→100%  batt"));
 }
 
 TEST_F(Records, leaveATopUpToTheCalibrationThatRuns) {
   gAtLimit = false;
   gTopUpSince = 5;
-  gCal.phase = CalPhase::fill;
+  gCal = {.phase = CalPhase::fill, .phaseSince = platform::wallNow()};
   mac.settings(R"({"topUp":true,"calibrate":true})");
   EXPECT_THAT(pass(), ElementsAre(stats, status));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":true"));

@@ -158,7 +158,7 @@ enum class RegistryLayout : std::uint8_t {
 
 enum class PropertyFault : std::uint8_t { none, missing, text, real, unsignedInteger };
 struct PropertyChange {
-  ShortText name;  // inside a nested dictionary: "BatteryData/DesignCapacity"
+  ShortText name;  // inside a nested dictionary: "BatteryData/DesignCapacity"; or a whole entry's
   PropertyFault fault;
   bool operator==(const PropertyChange&) const = default;
 };

@@ -411,6 +411,13 @@ SharedDictionary rootDomain(const ShownDomain& shown) {
   return withFaults(std::move(properties), shown.faults);
 }
 
+bool isMissing(const Machine& machine, std::string_view entry) {
+  return std::any_of(machine.properties.begin(), machine.properties.end(),
+                     [entry](const PropertyChange& change) {
+                       return change.fault == PropertyFault::missing && textOf(change.name) == entry;
+                     });
+}
+
 }  // namespace
 
 std::optional<std::vector<SharedDictionary>> powerSourceList(const Machine& machine) {
@@ -419,6 +426,7 @@ std::optional<std::vector<SharedDictionary>> powerSourceList(const Machine& mach
 }
 
 SharedDictionary entryProperties(const Machine& machine, std::string_view entry) {
+  if (isMissing(machine, entry)) return nullptr;
   if (entry == "AppleSmartBattery") {
     return remembered(shownNow(machine),
                       [](const Shown& shown) { return withFaults(smartBattery(shown), shown.faults); });

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "core/options.h"
 #include "platform/virtual/client_requirement.h"
@@ -536,6 +537,18 @@ TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
   EXPECT_EQ(life.status(), 0);
   EXPECT_TRUE(nothingWritten()) << "also at its end";
   EXPECT_EQ(mac.key("bfG0").front(), 0);
+}
+
+TEST_F(NativeClients, thatEraseAllHaveOnlyTheHandBackInTheLogFile) {
+  begin();
+  // Another name for the log file, which outlasts its removal.
+  const std::string kept = mac.path("/kept.log");
+  ASSERT_EQ(::link(mac.path("/Library/Logs/Brisko/daemon.log").c_str(), kept.c_str()), 0);
+  mac.ask(RequestKind::purgeAllData);
+  life.run(0);
+  ASSERT_TRUE(nothingWritten());
+  EXPECT_THAT(test::contents(kept), HasSubstr(std::string(handedBackLine) + "\n"));
+  EXPECT_THAT(test::contents(kept), Not(HasSubstr("purge")));
 }
 
 TEST_F(NativeClients, mayRestartTheDaemonWhichHandsTheLimitBackFirst) {

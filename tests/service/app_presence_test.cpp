@@ -1,6 +1,7 @@
 #include "service/app_presence.h"
 
 #include <filesystem>
+#include <iterator>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -152,7 +153,25 @@ TEST_F(Presence, isSilentOnceGivenUp) {
   run(3600);
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_THAT(mac.writes(), IsEmpty());
-  EXPECT_EQ(gAppSource, std::nullopt);
+  install();
+  watchApp();
+  EXPECT_EQ(gAppSource, std::nullopt) << "nor is it watched any more";
+}
+
+TEST_F(Presence, keepsOneDescriptorHoweverOftenTheAppIsReplaced) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+  };
+  watchApp();
+  const auto before = descriptors();
+  for (int time = 0; time < 20; ++time) {
+    remove();
+    install();
+    run(1);
+  }
+  EXPECT_TRUE(gAppSource.has_value());
+  EXPECT_EQ(descriptors(), before);
 }
 
 TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {

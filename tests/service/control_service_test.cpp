@@ -475,10 +475,10 @@ TEST_F(NativeService, releasesOnTheMainThread) {
 TEST_F(NativeService, takesTheChargeAgainAfterThirtySecondsWithoutARemoval) {
   ASSERT_TRUE(release().done);
   static_cast<void>(newLines());
-  run(29.5);
+  run(29.95);
   EXPECT_TRUE(gReleased);
   EXPECT_THAT(newLines(), IsEmpty());
-  run(0.5);
+  run(0.05);
   EXPECT_FALSE(gReleased);
   const auto lines = newLines();
   ASSERT_FALSE(lines.empty());

@@ -23,8 +23,9 @@ struct ControlRequests {
   std::function<void(Reply reply)> restart;
 };
 
-// Listens on the service `name` for the life of the process. `requirement` is asked for every new connection:
-// messages of a client whose signature does not meet it are dropped; none lets every client in.
+// Listens on the service `name` for the life of the process. `requirement` is asked for every new connection,
+// off the main thread, maybe for several at once: messages of a client whose signature does not meet it are
+// dropped; none lets every client in.
 void listenForControl(const std::string& name, std::function<std::optional<std::string>()> requirement,
                       ControlRequests requests);
 

@@ -13,6 +13,8 @@
 
 #include "platform/system_power.h"
 #include "platform/virtual/charge_limit.h"
+#include "platform/virtual/client_requirement.h"
+#include "platform/virtual/control_requests.h"
 #include "platform/virtual/simulated/driver.h"
 
 namespace brisko::test {
@@ -55,12 +57,30 @@ std::string messageName(std::uint32_t type) {
   return "?";
 }
 
+std::string requestName(std::uint32_t kind) {
+  switch (static_cast<virtual_mac::RequestKind>(kind)) {
+    case virtual_mac::RequestKind::applySettings:
+      return "apply";
+    case virtual_mac::RequestKind::purgeAllData:
+      return "purge";
+    case virtual_mac::RequestKind::releaseCharge:
+      return "release";
+    case virtual_mac::RequestKind::restart:
+      return "restart";
+  }
+  return "?";
+}
+
 std::string textOf(const JournalEntry& entry) {
   const std::string failed = entry.status != 0 || entry.result != 0 ? "!" : "";
   if (entry.command == virtual_mac::journalHeard) return "heard " + messageName(entry.key);
   if (entry.command == virtual_mac::journalAnswered) return "allowed " + messageName(entry.key);
   if (entry.command == virtual_mac::journalScheduled) return "wake scheduled" + failed;
   if (entry.command == virtual_mac::journalCancelled) return "wake cancelled" + failed;
+  if (entry.command == virtual_mac::journalAsked) return "asked " + requestName(entry.key);
+  if (entry.command == virtual_mac::journalReplied) {
+    return "replied " + requestName(entry.key) + (entry.bytes[0] != 0 ? "" : "!");
+  }
   const std::string limit = virtual_mac::limitEntryText(entry);
   if (!limit.empty()) return limit + failed;
   if (entry.command == writeCommand) return keyName(entry.key) + "=" + hexOf(entry) + failed;
@@ -144,6 +164,43 @@ VirtualMac& VirtualMac::later(double seconds, const Change& change) {
     throw std::length_error("no more changes can be planned");
   }
   return *this;
+}
+
+std::uint64_t VirtualMac::ask(virtual_mac::RequestKind kind, std::string_view client) {
+  change({.kind = ChangeKind::request,
+          .number = static_cast<double>(kind),
+          .status = virtual_mac::clientNumber(client)});
+  return machine().control.sent;
+}
+
+std::uint64_t VirtualMac::apply(std::string_view settings, std::string_view client) {
+  Change change{.kind = ChangeKind::request,
+                .number = static_cast<double>(virtual_mac::RequestKind::applySettings),
+                .status = virtual_mac::clientNumber(client)};
+  if (settings.size() < change.text.size()) {
+    change.text = virtual_mac::shortText(settings);
+  } else {
+    const std::string file = "/sent/" + std::to_string(machine().control.sent + 1);
+    write(file, settings);
+    change.text = virtual_mac::shortText("@" + file);
+  }
+  this->change(change);
+  return machine().control.sent;
+}
+
+virtual_mac::ClientRequest VirtualMac::request(std::uint64_t number) const {
+  const virtual_mac::Machine now = machine();
+  const virtual_mac::ClientRequest* found = virtual_mac::findRequest(now, number);
+  if (found == nullptr) throw std::invalid_argument("no such request");
+  return *found;
+}
+
+std::string VirtualMac::reply(std::uint64_t number) const {
+  const virtual_mac::ClientRequest asked = request(number);
+  if (asked.stage == virtual_mac::RequestStage::refused) return "refused";
+  if (asked.answers == 0) return "";
+  if (!asked.hasError) return asked.done ? "done" : "not done";
+  return asked.error.data();
 }
 
 VirtualMac& VirtualMac::pass(double seconds) {

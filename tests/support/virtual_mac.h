@@ -49,6 +49,15 @@ class VirtualMac {
   // A change planned `seconds` from now.
   VirtualMac& later(double seconds, const virtual_mac::Change& change);
 
+  // A client of this name asks the control service. The number of the request, for what follows.
+  std::uint64_t ask(virtual_mac::RequestKind kind, std::string_view client = "app");
+  std::uint64_t apply(std::string_view settings, std::string_view client = "app");
+  // The request as it stands: whether it was let in, how often it was answered and how. The record keeps the
+  // latest ones.
+  [[nodiscard]] virtual_mac::ClientRequest request(std::uint64_t number) const;
+  // "done", the error text, "refused", or "" while there is no reply.
+  [[nodiscard]] std::string reply(std::uint64_t number) const;
+
   // Moves machine time on, with no daemon running.
   VirtualMac& pass(double seconds);
 
@@ -57,9 +66,9 @@ class VirtualMac {
 
   // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE", "info CHTE",
   // "index CHTE", when the journal keeps reads. Among them "heard WillSleep", "allowed WillSleep", "wake
-  // scheduled" and "wake cancelled", and of the limit of macOS "limit set 80", "preference mclLimitValue=75",
-  // "preference MCLTempDisabledUntilDate removed", "preferences synchronised" and "notified " with the name.
-  // What did not succeed ends with "!".
+  // scheduled", "wake cancelled", "asked apply" and "replied apply", and of the limit of macOS "limit set
+  // 80", "preference mclLimitValue=75", "preference MCLTempDisabledUntilDate removed", "preferences
+  // synchronised" and "notified " with the name. What did not succeed ends with "!".
   [[nodiscard]] Writes writes() const;
   [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const;
   [[nodiscard]] std::vector<double> pendingWakes() const;  // dates of the scheduled power events

@@ -57,11 +57,16 @@ std::span<const KnownClient> knownClients() {
   return clients;
 }
 
-const KnownClient* findClient(std::string_view name) {
+std::uint32_t clientNumber(std::string_view name) {
   const auto clients = knownClients();
   const auto found = std::find_if(clients.begin(), clients.end(),
                                   [name](const KnownClient& client) { return client.name == name; });
-  return found == clients.end() ? nullptr : &*found;
+  return static_cast<std::uint32_t>(found - clients.begin());
+}
+
+const KnownClient* findClient(std::string_view name) {
+  const std::uint32_t number = clientNumber(name);
+  return number < knownClients().size() ? &knownClients()[number] : nullptr;
 }
 
 }  // namespace brisko::virtual_mac

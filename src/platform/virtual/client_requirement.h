@@ -3,6 +3,7 @@
 // requirement that the daemon sets on them.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,5 +34,7 @@ struct KnownClient {
 // "app", "wrong-team", "wrong-app" and "unsigned", in this order.
 [[nodiscard]] std::span<const KnownClient> knownClients();
 [[nodiscard]] const KnownClient* findClient(std::string_view name);  // null when there is none
+// Its place among them; beyond the last when there is none.
+[[nodiscard]] std::uint32_t clientNumber(std::string_view name);
 
 }  // namespace brisko::virtual_mac

@@ -1,9 +1,11 @@
 #include "platform/virtual/control_requests.h"
 
+#include <algorithm>
+
 #include "platform/virtual/client_requirement.h"
+#include "platform/virtual/journal.h"
 
 namespace brisko::virtual_mac {
-
 const ClientRequest* findRequest(const Machine& machine, std::uint64_t number) {
   const ClientRequest& request = machine.control.requests[number % requestPlaces];
   return number != 0 && request.number == number ? &request : nullptr;
@@ -29,6 +31,31 @@ void sendRequest(Machine& machine, const Change& change) {
   request.awaited = change.kind == ChangeKind::request;
   request.sentAt = machine.now;
   request.answeredAt = -1;
+}
+
+void noteTaken(Machine& machine, Journal& journal, std::uint64_t number, bool admitted) {
+  ClientRequest* request = findRequest(machine, number);
+  if (request == nullptr) return;
+  request->stage = admitted ? RequestStage::delivered : RequestStage::refused;
+  if (admitted) newEntry(machine, journal, journalAsked).key = static_cast<std::uint32_t>(request->kind);
+}
+
+void noteReply(Machine& machine, Journal& journal, std::uint64_t number, bool done,
+               const std::optional<std::string>& error) {
+  ClientRequest* request = findRequest(machine, number);
+  if (request == nullptr) return;
+  JournalEntry& entry = newEntry(machine, journal, journalReplied);
+  entry.key = static_cast<std::uint32_t>(request->kind);
+  entry.size = 1;
+  entry.bytes[0] = done ? 1 : 0;
+  request->answers += 1;
+  request->answeredAt = machine.now;
+  if (!request->awaited) return;
+  request->done = done;
+  request->hasError = error.has_value();
+  const std::string text = error.value_or("");
+  request->error = {};
+  std::copy_n(text.begin(), std::min(text.size(), request->error.size() - 1), request->error.begin());
 }
 
 }  // namespace brisko::virtual_mac

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "platform/virtual/machine.h"
@@ -19,6 +19,12 @@ namespace brisko::virtual_mac {
 
 // A client asks: `change` is of kind request or requestUnawaited. The oldest request makes room.
 void sendRequest(Machine& machine, const Change& change);
+
+// The daemon's requirement let the request's client in, or did not.
+void noteTaken(Machine& machine, Journal& journal, std::uint64_t number, bool admitted);
+// The daemon replied to the request.
+void noteReply(Machine& machine, Journal& journal, std::uint64_t number, bool done,
+               const std::optional<std::string>& error);
 
 // Between the run loop and control_listener.cpp: the work of taking each request that waits and that this
 // process has not been told of yet, in their order; none when it does not listen.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "platform/virtual/control_requests.h"
 #include "platform/virtual/file_events.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/power_message_watch.h"
@@ -34,6 +35,7 @@ void listenToMachine() {
   if (machine.system.asleep) return;
   if (virtual_mac::powerSourceChanged(machine)) postMain(virtual_mac::tellPowerSourceChange);
   for (Work& work : virtual_mac::arrivedPowerMessages(machine)) postMain(std::move(work));
+  for (Work& work : virtual_mac::arrivedRequests(machine)) postMain(std::move(work));
 }
 
 // Signals take effect here, and what the watched files and the machine have to say becomes work.

@@ -31,6 +31,8 @@
 #include "records/history.h"
 #include "records/paths.h"
 #include "records/statistics.h"
+#include "service/app_presence.h"
+#include "service/control_service.h"
 
 namespace brisko {
 namespace {
@@ -142,7 +144,10 @@ int startUp() {
   // Without it nothing is planned for the night, and each wake is taken up by the heartbeat.
   gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort;
   watchConfig();
+  startXPCListener();
   settleAppPath();
+  checkAppPresence();
+  watchApp();
   static_cast<void>(platform::addRepeatingTimer(heartbeatSeconds, evaluate));
   static_cast<void>(platform::addRepeatingTimer(statisticsSeconds, statisticsTick));
   evaluate();

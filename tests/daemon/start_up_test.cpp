@@ -49,9 +49,10 @@ TEST(StartUp, logsItsBannerAndTheFirstTick) {
   Life life(mac);
   life.run(0);
   EXPECT_TRUE(life.alive());
-  ASSERT_THAT(mac.logLines(), SizeIs(2));
+  ASSERT_THAT(mac.logLines(), SizeIs(3));
   EXPECT_EQ(mac.logLines()[0], std::string(banner) + "CHTE, discharge CHIE, LED OK" + historyText + "allow");
-  EXPECT_THAT(mac.logLines()[1], StartsWith("cap 80%  batt 70%"));
+  EXPECT_EQ(mac.logLines()[1], "XPC listening on com.brisko.daemon.xpc");
+  EXPECT_THAT(mac.logLines()[2], StartsWith("cap 80%  batt 70%"));
 }
 
 TEST(StartUp, namesTheGateThatItFound) {
@@ -123,9 +124,11 @@ TEST(StartUp, observesWhereMacOSClosedTheKeys) {
   EXPECT_TRUE(life.alive());
   EXPECT_THAT(
       mac.logLines(),
-      ElementsAre(std::string(banner) +
-                  "nothing: macOS 27 closed the keys Brisko writes, observing only, discharge off, LED off" +
-                  historyText + "allow"));
+      ElementsAre(
+          std::string(banner) +
+              "nothing: macOS 27 closed the keys Brisko writes, observing only, discharge off, LED off" +
+              historyText + "allow",
+          "XPC listening on com.brisko.daemon.xpc"));
   EXPECT_THAT(mac.writes(), IsEmpty());
   life.signal(SIGTERM).run(1);
   EXPECT_EQ(life.status(), 0);
@@ -157,7 +160,7 @@ TEST(StartUp, repairsTheLogPermissionsAndSaysSo) {
   ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko").c_str(), 0700), 0);
   ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko/daemon.err.log").c_str(), 0600), 0);
   Life(mac).run(0);
-  ASSERT_THAT(mac.logLines(), SizeIs(4));
+  ASSERT_THAT(mac.logLines(), SizeIs(5));
   EXPECT_THAT(mac.logLines()[0], StartsWith(banner));
   EXPECT_EQ(mac.logLines()[1], "log permissions repaired: /Library/Logs/Brisko 700 → 755");
   EXPECT_EQ(mac.logLines()[2], "log permissions repaired: daemon.err.log 600 → 644");

@@ -6,6 +6,7 @@
 #include "platform/virtual/journal.h"
 
 namespace brisko::virtual_mac {
+
 const ClientRequest* findRequest(const Machine& machine, std::uint64_t number) {
   const ClientRequest& request = machine.control.requests[number % requestPlaces];
   return number != 0 && request.number == number ? &request : nullptr;

@@ -1,0 +1,403 @@
+// What the clients of the control service bring about in whole lives of the daemon.
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/options.h"
+#include "platform/virtual/client_requirement.h"
+#include "support/files.h"
+#include "support/life.h"
+
+namespace brisko {
+namespace {
+
+using test::Life;
+using test::VirtualMac;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+using virtual_mac::Change;
+using virtual_mac::ChangeKind;
+using virtual_mac::RequestKind;
+using virtual_mac::RequestStage;
+
+constexpr const char* uncheckedLine =
+    "⚠️ XPC with no signature check (binary not signed by a team) — development build";
+constexpr const char* restartLine =
+    "restart requested by the app — exiting so launchd loads the current binary";
+
+// A daemon that has just made a pass, a second into its heartbeat.
+class Clients : public ::testing::Test {
+ protected:
+  void begin() {
+    life.run(1);
+    mac.forgetJournal();
+    static_cast<void>(newLines());
+  }
+
+  std::vector<std::string> newLines() {
+    const auto all = mac.logLines();
+    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(std::min(seen, all.size())),
+                                   all.end());
+    seen = all.size();
+    return lines;
+  }
+  std::string config() const { return mac.read(defaultConfigPath); }
+  static Change asks(RequestKind kind, const std::string& client = "app", const std::string& settings = "") {
+    return {.kind = ChangeKind::request,
+            .number = static_cast<double>(kind),
+            .status = virtual_mac::clientNumber(client),
+            .text = virtual_mac::shortText(settings)};
+  }
+
+  VirtualMac mac;
+  double started = mac.machine().now;
+  Life life{mac};
+  std::size_t seen = 0;
+};
+
+// --- being there
+
+TEST_F(Clients, findTheServiceOnceTheLogSaysSo) {
+  life.run(0);
+  const auto lines = newLines();
+  const auto listening = std::find(lines.begin(), lines.end(), "XPC listening on com.brisko.daemon.xpc");
+  ASSERT_NE(listening, lines.end());
+  EXPECT_THAT(lines.front(), StartsWith("brisko-daemon started"));
+  EXPECT_THAT(std::vector<std::string>(listening + 1, lines.end()), Contains(StartsWith("cap 80%")))
+      << "before the first pass of the tick";
+}
+
+TEST_F(Clients, areHeardOnceADaemonRuns) {
+  const auto early = mac.apply("{\"limit\":60}");
+  mac.pass(3600);
+  EXPECT_EQ(mac.request(early).stage, RequestStage::waiting);
+  life.run(0);
+  EXPECT_EQ(mac.reply(early), "done");
+  EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
+}
+
+TEST_F(Clients, areHeardAtWakeWhenTheMacSlept) {
+  mac.charge(90);  // so that no wake is scheduled
+  begin();
+  mac.sleep();
+  life.run(60);
+  ASSERT_TRUE(mac.machine().system.asleep);
+  const auto asked = mac.apply("{\"limit\":60}");
+  life.run(3600);
+  EXPECT_EQ(mac.reply(asked), "");
+  mac.wake();
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+}
+
+// --- new settings
+
+TEST_F(Clients, changeTheLimitAtOnce) {
+  mac.settings("{\"limit\":80,\"hysteresis\":3,\"led\":false}");
+  begin();
+  const auto asked = mac.apply("{\"limit\":60}");
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(newLines(), ElementsAre("→ state: hold", StartsWith("cap 60%  batt 70%")));
+  EXPECT_THAT(mac.writes(), ElementsAre("asked apply", "CHIE=00", "CHTE=01000000", "replied apply"))
+      << "the reply comes once the change is in force";
+  EXPECT_THAT(config(), HasSubstr("\"hysteresis\":3"));
+  EXPECT_EQ(mac.request(asked).answers, 1U);
+}
+
+TEST_F(Clients, areToldWhenTheirSettingsCannotBeRead) {
+  mac.settings("{\"limit\":80}");
+  begin();
+  for (const std::string& text : {std::string("{\"limit\":"), std::string("[70]"), std::string(),
+                                  std::string(1'000'000, '['), std::string("{\"limit\":70} x")}) {
+    const auto asked = mac.apply(text);
+    life.run(0);
+    EXPECT_EQ(mac.reply(asked), "Unreadable settings.");
+    EXPECT_FALSE(mac.request(asked).done);
+    EXPECT_EQ(mac.request(asked).answers, 1U);
+  }
+  EXPECT_TRUE(life.alive());
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_EQ(config(), "{\"limit\":80}");
+}
+
+TEST_F(Clients, ofWhomTwoAskAtOnceAreServedInOrder) {
+  begin();
+  const auto first = mac.apply("{\"limit\":60,\"led\":false}");
+  const auto second = mac.apply("{\"limit\":75}");
+  EXPECT_EQ(mac.reply(first), "");
+  life.run(0);
+  EXPECT_EQ(mac.reply(first), "done");
+  EXPECT_EQ(mac.reply(second), "done");
+  EXPECT_THAT(config(), HasSubstr("\"limit\":75"));
+  EXPECT_THAT(config(), HasSubstr("\"led\":false"));
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%")).Times(1));
+}
+
+TEST_F(Clients, mayBeGoneBeforeTheReply) {
+  begin();
+  Change change = asks(RequestKind::applySettings, "app", "{\"limit\":60}");
+  change.kind = ChangeKind::requestUnawaited;
+  mac.change(change);
+  life.run(12);
+  EXPECT_TRUE(life.alive());
+  EXPECT_EQ(mac.request(1).answers, 1U);
+  EXPECT_FALSE(mac.request(1).done) << "nobody there to hear it";
+  EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
+}
+
+TEST_F(Clients, mayAskForEachThingAndBeGone) {
+  for (const RequestKind kind : {RequestKind::applySettings, RequestKind::purgeAllData,
+                                 RequestKind::releaseCharge, RequestKind::restart}) {
+    VirtualMac another;
+    Life daemon(another);
+    daemon.run(1);
+    Change change = asks(kind);
+    change.kind = ChangeKind::requestUnawaited;
+    another.change(change);
+    daemon.run(60);
+    EXPECT_EQ(another.request(1).answers, 1U);
+    EXPECT_EQ(daemon.alive(), kind != RequestKind::restart);
+  }
+}
+
+TEST_F(Clients, mayAskAtATimeThatWasPlanned) {
+  mac.later(100.5, asks(RequestKind::applySettings, "app", "{\"limit\":60}"));
+  life.run(100);
+  EXPECT_EQ(mac.machine().control.sent, 0U);
+  life.run(1);
+  EXPECT_EQ(mac.reply(1), "done");
+  EXPECT_EQ(mac.request(1).answeredAt, mac.request(1).sentAt);
+}
+
+TEST_F(Clients, areAnsweredOnceEachHoweverManyAsk) {
+  mac.charge(95);  // a steady hold, so that nothing but the heartbeat brings a tick
+  mac.settings("{\"limit\":80}");
+  life.run(1);
+  constexpr int storm = 10'000;
+  int sent = 0;
+  while (sent < storm) {
+    std::vector<std::uint64_t> numbers;
+    for (std::size_t burst = 0; burst < virtual_mac::requestPlaces; ++burst, ++sent) {
+      numbers.push_back(
+          mac.apply(sent % 7 == 0 ? "{\"limit\":" : "{\"limit\":" + std::to_string(60 + sent % 30) + "}"));
+    }
+    life.run(0.01);
+    for (std::size_t burst = 0; burst < numbers.size(); ++burst) {
+      const auto request = mac.request(numbers[burst]);
+      ASSERT_EQ(request.answers, 1U);
+      ASSERT_EQ(request.done, (sent - static_cast<int>(numbers.size()) + static_cast<int>(burst)) % 7 != 0);
+    }
+  }
+  // The heartbeat keeps its grid.
+  life.run(180);
+  mac.keepReads();
+  mac.forgetJournal();
+  life.run(120);
+  std::vector<double> ticks;
+  for (const auto& entry : mac.journal()) {
+    const bool isRead = entry.command == 5 && entry.key == virtual_mac::keyCode("TB0T");
+    if (isRead) ticks.push_back(std::fmod(entry.time - started, 12));
+  }
+  EXPECT_THAT(ticks, ElementsAreArray(std::vector<double>(10, 0)));
+}
+
+TEST_F(Clients, areNotAnsweredByADaemonThatIsKilled) {
+  begin();
+  const auto asked = mac.apply("{\"limit\":60}");
+  mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGKILL, .status = 2});
+  life.run(0);
+  ASSERT_FALSE(life.alive());
+  EXPECT_EQ(mac.request(asked).stage, RequestStage::delivered);
+  EXPECT_EQ(mac.request(asked).answers, 0U);
+  Life next(mac);
+  next.run(60);
+  EXPECT_EQ(mac.request(asked).answers, 0U) << "what one daemon took the next one does not";
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%"))) << "though it was written";
+}
+
+TEST_F(Clients, mayEndADaemonByANumberBeyondReasonButNotItsFile) {
+  mac.settings("{\"limit\":60}");
+  begin();
+  const auto asked = mac.apply("{\"limit\":1e300}");
+  life.run(0);
+  EXPECT_EQ(life.endSignal(), SIGABRT);
+  EXPECT_EQ(mac.request(asked).answers, 0U);
+  EXPECT_EQ(config(), "{\"limit\":60}");
+}
+
+// --- who is let in
+
+TEST_F(Clients, withAnotherSignatureChangeNothing) {
+  mac.charge(90);
+  mac.settings("{\"limit\":80}");
+  begin();
+  for (const char* client : {"wrong-team", "wrong-app", "unsigned"}) {
+    const std::vector<std::uint64_t> asked = {
+        mac.apply("{\"limit\":60}", client), mac.ask(RequestKind::purgeAllData, client),
+        mac.ask(RequestKind::releaseCharge, client), mac.ask(RequestKind::restart, client)};
+    life.run(2);
+    for (const std::uint64_t number : asked) {
+      EXPECT_EQ(mac.reply(number), "refused");
+      EXPECT_EQ(mac.request(number).answers, 0U);
+    }
+  }
+  EXPECT_TRUE(life.alive());
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_EQ(config(), "{\"limit\":80}");
+  const auto asked = mac.apply("{\"limit\":60}");
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done") << "nor do they keep the app out";
+}
+
+TEST_F(Clients, areLetInUncheckedByAnUnsignedDaemonThatWarnsOfEach) {
+  mac.change({.kind = ChangeKind::daemonTeam});
+  begin();
+  EXPECT_THAT(mac.logLines(), Not(Contains(uncheckedLine)));
+  const auto first = mac.apply("{\"limit\":60}", "unsigned");
+  const auto second = mac.apply("{\"limit\":65}", "wrong-team");
+  life.run(0);
+  EXPECT_EQ(mac.reply(first), "done");
+  EXPECT_EQ(mac.reply(second), "done");
+  EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(2));
+}
+
+TEST_F(Clients, areJudgedAnewEachTime) {
+  begin();
+  const auto refused = mac.apply("{\"limit\":60}", "unsigned");
+  life.run(0);
+  EXPECT_EQ(mac.reply(refused), "refused");
+  mac.number(ChangeKind::daemonSignature, 0);
+  const auto unchecked = mac.apply("{\"limit\":60}", "unsigned");
+  life.run(0);
+  EXPECT_EQ(mac.reply(unchecked), "done");
+  mac.number(ChangeKind::daemonSignature, 1);
+  const auto refusedAgain = mac.apply("{\"limit\":65}", "unsigned");
+  const auto app = mac.apply("{\"limit\":70}");
+  life.run(0);
+  EXPECT_EQ(mac.reply(refusedAgain), "refused");
+  EXPECT_EQ(mac.reply(app), "done");
+  EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(1));
+}
+
+TEST_F(Clients, ofTheTeamThatSignedTheDaemonAreTheOnesLetIn) {
+  const auto& other = virtual_mac::findClient("wrong-team")->signature;
+  mac.change({.kind = ChangeKind::daemonTeam, .text = virtual_mac::shortText(other.team)});
+  begin();
+  const auto app = mac.apply("{\"limit\":60}");
+  const auto others = mac.apply("{\"limit\":65}", "wrong-team");
+  life.run(0);
+  EXPECT_EQ(mac.reply(app), "refused");
+  EXPECT_EQ(mac.reply(others), "done");
+}
+
+// --- erasing
+
+TEST_F(Clients, mayHaveAllErasedAndNothingComesBackUntilTheNextLife) {
+  mac.settings("{\"limit\":60}");
+  life.run(3600);
+  const auto asked = mac.ask(RequestKind::purgeAllData);
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_EQ(mac.request(asked).answers, 1U);
+  EXPECT_THAT(life.output(), HasSubstr("  data purge requested: OK\n"));
+  const auto nothingThere = [this] {
+    return !mac.exists("/Library/Application Support/Brisko") && !mac.exists("/Library/Logs/Brisko");
+  };
+  EXPECT_TRUE(nothingThere());
+  mac.unplug();
+  life.run(3600);
+  mac.plugIn();
+  const auto again = mac.apply("{\"limit\":70}");
+  life.run(3600);
+  EXPECT_EQ(mac.reply(again), "done");
+  mac.sleep();
+  life.run(3600);
+  mac.wake();
+  life.run(3600);
+  EXPECT_TRUE(nothingThere());
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_TRUE(nothingThere()) << "also at its end";
+  EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0}));
+  Life next(mac);
+  next.run(0);
+  EXPECT_TRUE(mac.exists("/Library/Logs/Brisko/daemon.log"));
+  EXPECT_TRUE(mac.exists("/Library/Application Support/Brisko/status.json"));
+}
+
+TEST_F(Clients, mayHaveAllErasedAndTheLimitStillHolds) {
+  mac.charge(90);
+  begin();
+  mac.ask(RequestKind::purgeAllData);
+  life.run(3600);
+  EXPECT_EQ(mac.key("CHTE").front(), 1) << "keys of ours are driven on, by the defaults";
+}
+
+TEST_F(Clients, thatReleaseKeysOfOursAreToldThatItIsDone) {
+  mac.charge(90);
+  begin();
+  const auto first = mac.ask(RequestKind::releaseCharge);
+  const auto second = mac.ask(RequestKind::releaseCharge);
+  life.run(60);
+  EXPECT_EQ(mac.reply(first), "done");
+  EXPECT_EQ(mac.reply(second), "done");
+  EXPECT_EQ(mac.key("CHTE").front(), 1);
+  EXPECT_THAT(newLines(), Not(Contains(HasSubstr("release"))));
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.key("CHTE").front(), 0) << "the exit gives them back";
+}
+
+// --- restarting
+
+TEST_F(Clients, mayRestartTheDaemonWhichGivesEverythingBackFirst) {
+  mac.charge(90);
+  begin();
+  const auto asked = mac.ask(RequestKind::restart);
+  life.run(0.25);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_TRUE(life.alive());
+  EXPECT_THAT(newLines(), IsEmpty());
+  life.run(0.1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_THAT(newLines(), ElementsAre(restartLine));
+  EXPECT_THAT(mac.writes(),
+              ElementsAre("asked restart", "replied restart", "CHIE=00", "CHTE=00000000", "ACLC=00"));
+  EXPECT_EQ(mac.request(asked).answers, 1U);
+}
+
+TEST_F(Clients, mayAskTwiceForARestart) {
+  begin();
+  const auto first = mac.ask(RequestKind::restart);
+  life.run(0.2);
+  const auto second = mac.ask(RequestKind::restart);
+  life.run(60);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.request(first).answers, 1U);
+  EXPECT_EQ(mac.request(second).answers, 1U);
+  EXPECT_THAT(newLines(), Contains(restartLine).Times(1));
+}
+
+TEST_F(Clients, mayStillChangeSettingsBeforeTheRestartComes) {
+  begin();
+  mac.ask(RequestKind::restart);
+  const auto asked = mac.apply("{\"limit\":60}");
+  life.run(60);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_EQ(mac.key("CHTE").front(), 0);
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,200 @@
+#include "service/app_presence.h"
+
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/options.h"
+#include "core/process_flags.h"
+#include "hardware/led.h"
+#include "native/native_limit.h"
+#include "platform/clock.h"
+#include "platform/run_loop.h"
+#include "platform/virtual/simulated/driver.h"
+#include "policy/charge_state_record.h"
+#include "policy/evaluation.h"
+#include "policy/tick_state.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr const char* installed = "/Applications/Brisko.app";
+
+class Presence : public test::OnVirtualMac {
+ protected:
+  void SetUp() override {
+    takeGate();
+    gAppPath = installed;
+  }
+  void remove() { std::filesystem::remove_all(mac.path(installed)); }
+  void install() { mac.write(std::string(installed) + "/Contents/Info.plist", "<plist/>"); }
+  static void run(double seconds) {
+    platform::postMainAfter(seconds, platform::stopMain);
+    platform::runMain();
+  }
+  // Gone for so long when it is looked at next.
+  void goneFor(double seconds) {
+    remove();
+    gAppGoneSince = platform::wallNow() - seconds;
+  }
+};
+
+TEST_F(Presence, isNotJudgedWithoutAPath) {
+  gAppPath.reset();
+  remove();
+  checkAppPresence();
+  watchApp();
+  run(3600);
+  EXPECT_EQ(gAppGoneSince, std::nullopt);
+  EXPECT_EQ(gAppSource, std::nullopt);
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Presence, forgetsAnAbsenceWithoutAWord) {
+  gAppGoneSince = platform::wallNow() - 300;
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, std::nullopt);
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(Presence, isFoundInEitherPlace) {
+  gAppPath = "/Users/me/Brisko.app";
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, std::nullopt) << "in the Applications folder";
+  remove();
+  mac.write("/Users/me/Brisko.app/Contents/Info.plist", "<plist/>");
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, std::nullopt) << "where it was named";
+  std::filesystem::remove_all(mac.path("/Users/me"));
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, platform::wallNow());
+}
+
+TEST_F(Presence, isAlsoThatOfAFileOfThatName) {
+  remove();
+  mac.write(installed, "a file");
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, std::nullopt);
+}
+
+TEST_F(Presence, notesTheFirstSightOfAnAbsenceOnly) {
+  remove();
+  const double first = platform::wallNow();
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, first);
+  EXPECT_EQ(newLines().size(), 1U);
+  mac.pass(100);
+  checkAppPresence();
+  EXPECT_EQ(gAppGoneSince, first);
+  EXPECT_THAT(newLines(), IsEmpty());
+}
+
+TEST_F(Presence, isGivenUpAtTenMinutesAndNotBefore) {
+  goneFor(599.75);
+  checkAppPresence();
+  EXPECT_FALSE(gDormant);
+  goneFor(600);
+  checkAppPresence();
+  EXPECT_TRUE(gDormant);
+}
+
+TEST_F(Presence, givenUpHandsEverythingBackAndStopsTheLight) {
+  mac.settings("{\"limit\":80}");
+  evaluate();
+  ASSERT_EQ(gMode, LedMode::blink);
+  gState = ChargeState::hold;
+  gHoldSince = 1;
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  goneFor(600);
+  checkAppPresence();
+  EXPECT_THAT(mac.writes(), ElementsAre("CHIE=00", "CHTE=00000000", "ACLC=00"));
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_EQ(gHoldSince, std::nullopt);
+  EXPECT_EQ(gMode, LedMode::system);
+  EXPECT_THAT(newLines(),
+              ElementsAre("app gone — charge, adapter and LED handed back to macOS; service dormant "
+                          "(uninstall with uninstall-service.sh)"));
+  mac.forgetJournal();
+  int events = 0;
+  virtual_mac::setAfterEvent([&events] { ++events; });
+  run(60);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_EQ(events, 1) << "the end of this run; the light's timer is gone";
+}
+
+TEST_F(Presence, givenUpKeepsTheOtherMemoryOfTheState) {
+  gCutSince = 1;
+  gCutRewrites = 2;
+  gDriftLogged = true;
+  goneFor(600);
+  checkAppPresence();
+  ASSERT_TRUE(gDormant);
+  EXPECT_EQ(gCutSince, 1);
+  EXPECT_EQ(gCutRewrites, 2);
+  EXPECT_TRUE(gDriftLogged);
+}
+
+TEST_F(Presence, isSilentOnceGivenUp) {
+  goneFor(600);
+  checkAppPresence();
+  static_cast<void>(newLines());
+  mac.forgetJournal();
+  mac.pass(3600);
+  checkAppPresence();
+  watchApp();
+  run(3600);
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  EXPECT_EQ(gAppSource, std::nullopt);
+}
+
+TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
+  mac.charge(90);
+  mac.settings("{\"limit\":80}");
+  goneFor(600);
+  checkAppPresence();
+  static_cast<void>(newLines());
+  gNativeWritten = 80;
+  install();
+  checkAppPresence();
+  EXPECT_FALSE(gDormant);
+  EXPECT_EQ(gAppGoneSince, std::nullopt);
+  EXPECT_EQ(gNativeWritten, std::nullopt) << "macOS's limit is to be written afresh";
+  EXPECT_EQ(gState, ChargeState::hold);
+  const auto lines = newLines();
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines[0], "app is back — Brisko takes the charge again");
+  EXPECT_EQ(lines[1], "→ state: hold");
+}
+
+TEST_F(Presence, thatLastedLeavesTheLimitOfMacOSAlone) {
+  gNativeWritten = 80;
+  checkAppPresence();
+  EXPECT_EQ(gNativeWritten, 80);
+}
+
+TEST_F(Presence, isWatchedWhereTheAppIs) {
+  watchApp();
+  ASSERT_TRUE(gAppSource.has_value());
+  run(600);
+  remove();
+  run(0.5);
+  EXPECT_EQ(newLines().size(), 1U);
+  EXPECT_EQ(gAppSource, std::nullopt);
+  install();
+  run(59);
+  EXPECT_EQ(gAppSource, std::nullopt);
+  run(1);
+  EXPECT_TRUE(gAppSource.has_value());
+  EXPECT_TRUE(gAppGoneSince.has_value()) << "a watch that succeeds is no look";
+}
+
+}  // namespace
+}  // namespace brisko

@@ -54,6 +54,8 @@ class Bundle : public VirtualMac {
 
 class App : public ::testing::Test {
  protected:
+  explicit App(const MachineOptions& options = {}) : mac(options) {}
+
   // The life begins after a second, an hour into the day of the machine.
   void begin(std::vector<std::string> arguments = {"--app", installed}) {
     life.emplace(mac, std::move(arguments));
@@ -508,6 +510,74 @@ TEST_F(App, thatIsStillGoneIsGivenTenMinutesByTheNextDaemon) {
   EXPECT_EQ(mac.key("CHTE").front(), 1);
   runTo(599);
   EXPECT_EQ(mac.key("CHTE").front(), 0);
+}
+
+// --- where macOS's own limit holds the charge
+
+class NativeApp : public App {
+ protected:
+  NativeApp() : App(closedKeys()) {}
+  static MachineOptions closedKeys() {
+    MachineOptions options;
+    options.macOS = 27;
+    options.percent = 75;
+    return options;
+  }
+  static constexpr const char* handedBackLine = "macOS limit handed back: off";
+};
+
+TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
+  begin({});
+  runTo(60);
+  ASSERT_EQ(mac.key("bfG0").front(), 80);
+  static_cast<void>(newLines());
+  lose();
+  runTo(599);
+  EXPECT_EQ(mac.key("bfG0").front(), 80);
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  runTo(600);
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, dormantLine));
+  EXPECT_THAT(mac.writes(), Contains("limit set 100"));
+  mac.forgetJournal();
+  life->run(86'400);
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "neither keys nor the limit";
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_EQ(mac.key("bfG0").front(), 0);
+}
+
+TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
+  begin({});
+  runTo(60);
+  static_cast<void>(newLines());
+  lose();
+  runTo(600.5);
+  ASSERT_TRUE(isDormant());
+  mac.install();
+  static_cast<void>(newLines());
+  runTo(601);
+  const auto lines = newLines();
+  ASSERT_THAT(lines, Not(IsEmpty()));
+  EXPECT_EQ(lines.front(), backLine);
+  EXPECT_THAT(lines, Contains("macOS limit → 80%"));
+}
+
+TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
+  begin({});
+  lose();
+  runTo(700);
+  static_cast<void>(newLines());
+  life->signal(SIGTERM).run(1);
+  EXPECT_EQ(life->status(), 0);
+  EXPECT_THAT(newLines(), ElementsAre("Signal 15: handing the macOS limit back, exiting.", handedBackLine));
+}
+
+TEST_F(NativeApp, thatIsNamedIsTheOneWatched) {
+  mac.install("/Users/me/Brisko.app");
+  begin({"--app", "/Users/me/Brisko.app"});
+  mac.remove("/Users/me/Brisko.app");
+  runTo(3600);
+  EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the installed one is there";
 }
 
 }  // namespace

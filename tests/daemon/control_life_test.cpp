@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -397,6 +398,182 @@ TEST_F(Clients, mayStillChangeSettingsBeforeTheRestartComes) {
   EXPECT_EQ(mac.reply(asked), "done");
   EXPECT_EQ(life.status(), 0);
   EXPECT_EQ(mac.key("CHTE").front(), 0);
+}
+
+// --- where macOS's own limit holds the charge
+
+class NativeClients : public ::testing::Test {
+ protected:
+  static virtual_mac::MachineOptions closedKeys() {
+    virtual_mac::MachineOptions options;
+    options.macOS = 27;
+    options.percent = 75;
+    return options;
+  }
+  // The limit is set and verified.
+  void begin() {
+    life.run(61);
+    ASSERT_EQ(mac.key("bfG0").front(), 80);
+    forget();
+  }
+  void forget() {
+    mac.forgetJournal();
+    seen = lines().size();
+  }
+  // Everything logged, also where there is no file any more.
+  std::vector<std::string> lines() const {
+    constexpr std::size_t stampWidth = 22;
+    std::vector<std::string> all;
+    std::istringstream text(life.output());
+    for (std::string line; std::getline(text, line);) all.push_back(line.substr(stampWidth));
+    return all;
+  }
+  std::vector<std::string> newLines() const {
+    const auto all = lines();
+    return {all.begin() + static_cast<std::ptrdiff_t>(seen), all.end()};
+  }
+  // What was written, without the light: a release and a purge hand back the limit and nothing else, so that
+  // goes on blinking.
+  test::Writes writesButTheLight() const {
+    test::Writes all = mac.writes();
+    std::erase_if(all, [](const std::string& entry) { return entry.starts_with("ACLC="); });
+    return all;
+  }
+  bool nothingWritten() const {
+    return !mac.exists("/Library/Application Support/Brisko") && !mac.exists("/Library/Logs/Brisko");
+  }
+
+  VirtualMac mac{closedKeys()};
+  Life life{mac};
+  std::size_t seen = 0;
+};
+
+constexpr const char* handedBackLine = "macOS limit handed back: off";
+constexpr const char* releasedLine = "charge released by the app — the service is about to be removed";
+constexpr const char* takenAgainLine =
+    "still running 30 s after the release — the removal didn't happen, Brisko takes the charge again";
+constexpr const char* purgedLine = "data purge requested: OK";
+
+TEST_F(NativeClients, thatReleaseTheChargeHaveTheLimitHandedBackBeforeTheReply) {
+  begin();
+  const auto asked = mac.ask(RequestKind::releaseCharge);
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine));
+  EXPECT_EQ(mac.writes().front(), "asked release");
+  EXPECT_EQ(mac.writes().back(), "replied release");
+  EXPECT_THAT(mac.writes(), Contains("limit set 100"));
+  forget();
+  life.run(29.5);
+  EXPECT_THAT(writesButTheLight(), IsEmpty()) << "nothing is driven meanwhile";
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_EQ(mac.key("bfG0").front(), 0);
+  life.run(0.5);
+  ASSERT_THAT(newLines(), Not(IsEmpty()));
+  EXPECT_EQ(newLines().front(), takenAgainLine);
+  EXPECT_THAT(newLines(), Contains("macOS limit → 80%"));
+  life.run(60);
+  EXPECT_EQ(mac.key("bfG0").front(), 80);
+}
+
+TEST_F(NativeClients, thatReleaseTwiceAreGivenTheTimeOfTheSecond) {
+  begin();
+  const auto first = mac.ask(RequestKind::releaseCharge);
+  life.run(10);
+  const auto second = mac.ask(RequestKind::releaseCharge);
+  life.run(29.5);
+  EXPECT_EQ(mac.reply(first), "done");
+  EXPECT_EQ(mac.reply(second), "done");
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine, handedBackLine, releasedLine));
+  life.run(0.5);
+  EXPECT_THAT(newLines(), Contains(takenAgainLine).Times(1));
+  life.run(60);
+  EXPECT_THAT(newLines(), Contains(takenAgainLine).Times(1));
+}
+
+TEST_F(NativeClients, thatReleaseAndRemoveTheServiceLeaveTheMacFree) {
+  begin();
+  mac.ask(RequestKind::releaseCharge);
+  life.run(5);
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine,
+                                      "Signal 15: handing the macOS limit back, exiting.", handedBackLine));
+  mac.pass(3600);
+  EXPECT_EQ(mac.key("bfG0").front(), 0);
+}
+
+TEST_F(NativeClients, thatReleaseAndThenEraseAllAreNotDrivenAgain) {
+  begin();
+  const auto released = mac.ask(RequestKind::releaseCharge);
+  const auto purged = mac.ask(RequestKind::purgeAllData);
+  life.run(0);
+  EXPECT_EQ(mac.reply(released), "done");
+  EXPECT_EQ(mac.reply(purged), "done");
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine, handedBackLine, purgedLine));
+  forget();
+  life.run(3600);
+  EXPECT_THAT(newLines(), ElementsAre(takenAgainLine)) << "said, for the release's time is over";
+  EXPECT_THAT(writesButTheLight(), IsEmpty()) << "but not done after a purge";
+  EXPECT_TRUE(nothingWritten());
+}
+
+TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
+  begin();
+  const auto asked = mac.ask(RequestKind::purgeAllData);
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, purgedLine));
+  EXPECT_TRUE(nothingWritten());
+  forget();
+  const auto settings = mac.apply("{\"limit\":85}");
+  life.run(3600);
+  EXPECT_EQ(mac.reply(settings), "done");
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(writesButTheLight(), ElementsAre("asked apply", "replied apply"))
+      << "macOS is left alone for good";
+  life.signal(SIGTERM).run(1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_TRUE(nothingWritten()) << "also at its end";
+  EXPECT_EQ(mac.key("bfG0").front(), 0);
+}
+
+TEST_F(NativeClients, mayRestartTheDaemonWhichHandsTheLimitBackFirst) {
+  begin();
+  const auto asked = mac.ask(RequestKind::restart);
+  life.run(0.25);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(newLines(), IsEmpty());
+  life.run(0.1);
+  EXPECT_EQ(life.status(), 0);
+  EXPECT_THAT(newLines(), ElementsAre(restartLine, handedBackLine));
+}
+
+TEST_F(NativeClients, changeTheLimitThatMacOSIsTold) {
+  begin();
+  const auto asked = mac.apply("{\"limit\":90}");
+  life.run(0);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(newLines(), Contains("macOS limit → 90%"));
+  EXPECT_EQ(mac.writes().back(), "replied apply");
+}
+
+// Nothing of ours holds the charge there, so there is nothing to release.
+TEST(LockedClients, areToldThatAReleaseIsDone) {
+  virtual_mac::MachineOptions options;
+  options.macOS = 27;
+  options.chargeLimit = false;
+  VirtualMac mac(options);
+  Life life(mac);
+  life.run(1);
+  const auto released = mac.ask(RequestKind::releaseCharge);
+  life.run(60);
+  EXPECT_EQ(mac.reply(released), "done");
+  EXPECT_THAT(mac.logLines(), Not(Contains(HasSubstr("release"))));
+  const auto purged = mac.ask(RequestKind::purgeAllData);
+  life.run(3600);
+  EXPECT_EQ(mac.reply(purged), "done");
+  EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
 }
 
 }  // namespace

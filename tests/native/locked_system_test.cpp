@@ -137,7 +137,8 @@ TEST_F(LockedLife, logsWhatWasHandedBackAfterItsBanner) {
       ElementsAre(HasSubstr("charging via nothing: macOS 27 closed the keys Brisko writes, observing "
                             "only, discharge off, LED off"),
                   "macOS 27: adapter cut found set, restored", "macOS 27: MagSafe light handed back to macOS",
-                  "macOS 27: pending calibration and Top-up request cleared"));
+                  "macOS 27: pending calibration and Top-up request cleared",
+                  "XPC listening on com.brisko.daemon.xpc"));
   const auto stats = nlohmann::json::parse(mac.read(statsFile));
   EXPECT_EQ(stats.at("topUpSince"), 0.0);
   EXPECT_EQ(stats.at("protectedSeconds"), 40);
@@ -213,7 +214,7 @@ TEST_F(LockedLife, writesNoKeyAndServesNoRequestForTheRestOfItsLife) {
   EXPECT_EQ(mac.read(configFile), R"({"topUp":true,"calibrate":true,"resetStats":true})");
   for (const auto& entry : mac.writes()) EXPECT_THAT(entry, ::testing::Not(HasSubstr("="))) << entry;
   EXPECT_EQ(mac.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
-  EXPECT_THAT(mac.logLines(), ::testing::SizeIs(2));
+  EXPECT_THAT(mac.logLines(), ::testing::SizeIs(3));
 }
 
 TEST_F(LockedLife, diesOfASoakTimeThatOverflowsOnlyAtTheStatus) {

@@ -24,8 +24,8 @@ struct ControlRequests {
 };
 
 // Listens on the service `name` for the life of the process. `requirement` is asked for every new connection,
-// on the main thread while it runs its loop:
-// messages of a client whose signature does not meet it are dropped; none lets every client in.
+// off the main thread, maybe for several at once: messages of a client whose signature does not meet it are
+// dropped; none lets every client in.
 void listenForControl(const std::string& name, std::function<std::optional<std::string>()> requirement,
                       ControlRequests requests);
 

@@ -236,8 +236,8 @@ class Listener {
  private:
   void serve(int client) {
     ++connections_;
-    auto talk = [this, client, requirement = requirement_()] {
-      Connection(client, requirement, requests_).serve();
+    auto talk = [this, client] {
+      Connection(client, requirement_(), requests_).serve();
       --connections_;
     };
     // Signals belong to the main thread; another inherits the mask that it begins with.

@@ -69,9 +69,14 @@ class Waiting {
     const std::lock_guard lock(mutex_);
     replies_.push_back(reply);
   }
+  // Those from the one number to before the other, once they are here.
   void give(std::size_t from, std::size_t to) {
+    ASSERT_TRUE(comesTrue([&] {
+      const std::lock_guard lock(mutex_);
+      return replies_.size() >= to;
+    }));
     const std::lock_guard lock(mutex_);
-    for (std::size_t index = from; index < to; ++index) replies_.at(index)(true, std::nullopt);
+    for (std::size_t index = from; index < to; ++index) replies_[index](true, std::nullopt);
   }
 
  private:

@@ -39,13 +39,13 @@ int connectIn(const std::string& path) {
 
 std::unique_ptr<ControlClient> ControlClient::connect(const std::string& folder) {
   const int socket = connectIn(folder);
-  return socket < 0 ? nullptr : std::unique_ptr<ControlClient>(new ControlClient(socket));
+  return socket < 0 ? nullptr : std::make_unique<ControlClient>(socket);
 }
 
 std::unique_ptr<ControlClient> ControlClient::connect(const std::string& folder,
                                                       const virtual_mac::ClientSignature& client) {
   auto connection = connect(folder);
-  if (connection != nullptr && !connection->say(virtual_mac::lineOf(client))) connection.reset();
+  if (connection == nullptr || !connection->say(virtual_mac::lineOf(client))) return nullptr;
   return connection;
 }
 

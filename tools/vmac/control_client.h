@@ -20,6 +20,8 @@ class ControlClient {
   // The same, and says who it is.
   [[nodiscard]] static std::unique_ptr<ControlClient> connect(const std::string& folder,
                                                               const virtual_mac::ClientSignature& client);
+  // Takes over a connected socket.
+  explicit ControlClient(int socket) : socket_(socket) {}
   ~ControlClient();
   ControlClient(const ControlClient&) = delete;
   ControlClient& operator=(const ControlClient&) = delete;
@@ -37,8 +39,6 @@ class ControlClient {
   static constexpr int patienceSeconds = 10;
 
  private:
-  explicit ControlClient(int socket) : socket_(socket) {}
-
   int socket_;
   std::int64_t sent_ = 0;
   std::string received_;  // and not taken yet

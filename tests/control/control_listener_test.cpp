@@ -451,19 +451,28 @@ TEST_F(ControlListener, hangsUpOnAClientThatDoesNotSayWhoItIs) {
 TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
   constexpr std::size_t unanswered = 256;
   constexpr std::size_t all = 300;
+  const std::string settings(50'000, ' ');  // so long that what is not taken fits no socket
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
     const auto app = client();
-    for (std::size_t time = 0; time < all; ++time) EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    std::atomic<bool> allSent = false;
+    std::thread asking([&] {
+      for (std::size_t time = 0; time < all; ++time) {
+        EXPECT_TRUE(app->send(ControlRequestKind::applySettings, settings));
+      }
+      allSent = true;
+    });
     ASSERT_TRUE(hears(unanswered));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(heard().size(), unanswered);
+    EXPECT_FALSE(allSent);
     waiting.give(0, 1);
     ASSERT_TRUE(hears(unanswered + 1));
     waiting.give(1, unanswered);
     ASSERT_TRUE(hears(all));
     waiting.give(unanswered, all);
     for (std::size_t time = 0; time < all; ++time) EXPECT_TRUE(isDone(*app));
+    asking.join();
   });
 }
 

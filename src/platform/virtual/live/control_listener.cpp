@@ -7,6 +7,7 @@
 #include <csignal>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -92,31 +93,37 @@ class Connection {
     hungUp_ = outbox_->bell() < 0;
     while (!isFinished()) {
       wait();
-      takeReplies();  // first: they make room for requests that have been received already
+      sendReplies();  // first: that makes room for requests that have been received already
       receive();
       while (takeMessage()) continue;
-      send();
     }
   }
 
  private:
-  // Nothing more is read than can be answered, and nothing at all by who does not read the answers.
-  [[nodiscard]] bool mayRead() const {
-    return !inputEnded_ && toSend_.empty() && unanswered_ < mostUnanswered;
-  }
+  // Nothing more is read than can be answered.
+  [[nodiscard]] bool mayRead() const { return !inputEnded_ && unanswered_ < mostUnanswered; }
 
-  [[nodiscard]] bool isFinished() const {
-    if (hungUp_) return true;
-    return inputEnded_ && unanswered_ == 0 && toSend_.empty();
-  }
+  [[nodiscard]] bool isFinished() const { return hungUp_ || (inputEnded_ && unanswered_ == 0); }
 
   void wait() {
-    const int wanted = (mayRead() ? POLLIN : 0) | (toSend_.empty() ? 0 : POLLOUT);
-    std::array<pollfd, 2> events{{{socket_, static_cast<short>(wanted), 0}, {outbox_->bell(), POLLIN, 0}}};
+    const short wanted = mayRead() ? POLLIN : 0;
+    std::array<pollfd, 2> events{{{socket_, wanted, 0}, {outbox_->bell(), POLLIN, 0}}};
     // Who is gone is heard of again and again; then only its requests that are not answered yet matter.
     if (isGone_ && wanted == 0) events[0].fd = -1;
     static_cast<void>(::poll(events.data(), events.size(), -1));
     isGone_ = isGone_ || (events[0].revents & (POLLHUP | POLLERR)) != 0;
+  }
+
+  // A client that does not read is waited for here, where that keeps nobody else from being served.
+  void sendReplies() {
+    const Outbox::Lines lines = outbox_->take();
+    unanswered_ -= lines.count;
+    std::string_view left = lines.text;
+    while (!left.empty()) {
+      const ssize_t count = ::send(socket_, left.data(), left.size(), MSG_NOSIGNAL);
+      if (count < 0 && errno != EINTR) return;  // nobody is there to hear it
+      if (count > 0) left.remove_prefix(static_cast<std::size_t>(count));
+    }
   }
 
   void receive() {
@@ -175,22 +182,6 @@ class Connection {
     }
   }
 
-  void takeReplies() {
-    const Outbox::Lines lines = outbox_->take();
-    unanswered_ -= lines.count;
-    toSend_ += lines.text;
-  }
-
-  void send() {
-    if (toSend_.empty()) return;
-    const ssize_t count = ::send(socket_, toSend_.data(), toSend_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (count >= 0) {
-      toSend_.erase(0, static_cast<std::size_t>(count));
-    } else if (errno != EAGAIN && errno != EINTR) {
-      toSend_.clear();  // nobody is there to hear it
-    }
-  }
-
   bool hangUp() {
     hungUp_ = true;
     return false;
@@ -201,7 +192,6 @@ class Connection {
   const std::shared_ptr<const ControlRequests> requests_;
   const std::shared_ptr<Outbox> outbox_ = std::make_shared<Outbox>();
   std::string received_;  // and not taken yet
-  std::string toSend_;
   std::size_t unanswered_ = 0;
   bool isAdmitted_ = false;
   bool inputEnded_ = false;

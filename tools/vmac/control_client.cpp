@@ -44,9 +44,11 @@ std::unique_ptr<ControlClient> ControlClient::connect(const std::string& folder)
 
 std::unique_ptr<ControlClient> ControlClient::connect(const std::string& folder,
                                                       const virtual_mac::ClientSignature& client) {
-  auto connection = connect(folder);
+  const int socket = connectIn(folder);
+  if (socket < 0) return nullptr;
+  auto connection = std::make_unique<ControlClient>(socket);
   // A service that hangs up at once is noticed with the first request.
-  if (connection != nullptr) static_cast<void>(connection->say(virtual_mac::lineOf(client)));
+  static_cast<void>(connection->say(virtual_mac::lineOf(client)));
   return connection;
 }
 

@@ -302,7 +302,7 @@ TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
 }
 
 TEST_F(ControlListener, outlivesAClientThatIsGoneBeforeItsReply) {
-  constexpr std::size_t gone = 20;
+  static constexpr std::size_t gone = 20;
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
     for (std::size_t time = 1; time <= gone; ++time) {

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Everything that is tested, from nothing: the format, a release build by g++ with all tests, a build by clang
-# with sanitizers and all tests again, and clang-tidy. The last line counts the tests of both runs; a step that
-# fails without being a test (the format, a build, clang-tidy) counts as one failed.
+# with sanitizers and all tests again, the control service under the sanitizer of threads, and clang-tidy. The
+# last line counts the tests of all runs; a step that fails without being a test (the format, a build, clang-tidy)
+# counts as one failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
@@ -11,7 +12,8 @@ unset BRISKO_VIRTUAL_MAC BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE
 jobs=$(nproc)
 release_results=$PWD/build/release/tests.xml
 asan_results=$PWD/build/asan/tests.xml
-rm -f "$release_results" "$asan_results"
+tsan_results=$PWD/build/tsan/tests.xml
+rm -f "$release_results" "$asan_results" "$tsan_results"
 
 passed=0
 failed=0
@@ -31,8 +33,11 @@ step() {
   return "$status"
 }
 
+# build PRESET [OPTIONS]: all of it, or what `cmake --build` is told.
 build() {
-  cmake --preset "$1" && cmake --build "build/$1" --parallel "$jobs"
+  local preset=$1
+  shift
+  cmake --preset "$preset" && cmake --build "build/$preset" --parallel "$jobs" "$@"
 }
 
 # count RESULTS: adds up what ctest wrote about one run.
@@ -66,6 +71,8 @@ if step 'what is needed' scripts/install-dependencies.sh checks; then
     step 'tests under sanitizers' run_tests asan "$asan_results"
     step 'clang-tidy' scripts/tidy.sh build/asan
   }
+  step 'thread sanitizer build' build tsan --target brisko-control-tests &&
+    step 'control service under the thread sanitizer' run_tests tsan "$tsan_results"
 fi
 
 printf '\nAll of it took %d s.' $SECONDS

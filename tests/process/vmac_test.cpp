@@ -100,7 +100,7 @@ TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
 
 TEST(Vmac, helpsWithEveryVerb) {
   for (const char* verb : {"new", "show", "watch", "plug", "unplug", "set", "speed", "sleep", "wake", "key",
-                           "fault", "faults", "boot", "shutdown"}) {
+                           "fault", "faults", "app", "boot", "shutdown"}) {
     const Finished finished = run("brisko-vmac", {verb, "--help"});
     EXPECT_EQ(finished.status, 0) << verb;
     EXPECT_THAT(finished.output, HasSubstr("Usage: brisko-vmac")) << verb;

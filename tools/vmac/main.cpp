@@ -10,16 +10,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <unistd.h>
 
 #include "dump_import/dump_import.h"
 #include "live_view/live_view.h"
+#include "platform/virtual/client_requirement.h"
+#include "platform/virtual/live/control_messages.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/models.h"
+#include "vmac/app_bundle.h"
 #include "vmac/change_words.h"
+#include "vmac/control_client.h"
 #include "vmac/launch_service.h"
 #include "vmac/machine_text.h"
 
@@ -373,6 +378,90 @@ void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& fol
 
 // ---------------------------------------------------------------------------------------------------------
 
+struct AppRequest {
+  std::string_view verb;
+  virtual_mac::ControlRequestKind kind;
+};
+constexpr AppRequest appRequests[] = {
+    {"apply", virtual_mac::ControlRequestKind::applySettings},
+    {"purge", virtual_mac::ControlRequestKind::purgeAllData},
+    {"release", virtual_mac::ControlRequestKind::releaseCharge},
+    {"restart", virtual_mac::ControlRequestKind::restart},
+};
+
+struct BundleAction {
+  std::string_view verb;
+  bool (*act)(const std::string& root, std::string& reason);
+};
+constexpr BundleAction bundleActions[] = {
+    {"delete", deleteApp},
+    {"move", moveApp},
+    {"restore", restoreApp},
+};
+
+std::vector<std::string> appVerbs() {
+  std::vector<std::string> verbs;
+  for (const AppRequest& request : appRequests) verbs.emplace_back(request.verb);
+  for (const BundleAction& action : bundleActions) verbs.emplace_back(action.verb);
+  return verbs;
+}
+
+std::vector<std::string> clientNames() {
+  std::vector<std::string> names;
+  for (const virtual_mac::KnownClient& client : virtual_mac::knownClients()) names.emplace_back(client.name);
+  return names;
+}
+
+// What the app is told to do; the settings of "apply" only, as they are.
+struct AppWish {
+  std::string verb;
+  std::optional<std::string> settings;
+  std::string client = "app";
+};
+
+// Whoever is not let in gets no answer either, and cannot tell why.
+int request(const std::string& folder, virtual_mac::ControlRequestKind kind, const AppWish& wish) {
+  const auto service = ControlClient::connect(folder, virtual_mac::findClient(wish.client)->signature);
+  const bool asked = service != nullptr && service->send(kind, wish.settings.value_or(""));
+  const auto reply = asked ? service->nextReply() : std::nullopt;
+  if (!reply) return complain("the service of the machine in " + folder + " does not answer");
+  if (!reply->done) return complain(reply->error.value_or("refused"));
+  print("done\n");
+  return done;
+}
+
+int playApp(const std::string& folder, const AppWish& wish) {
+  if ((wish.verb == "apply") != wish.settings.has_value()) {
+    return misuse(wish.settings ? wish.verb + " takes no settings"
+                                : "apply needs settings, e.g. {\"limit\":70}");
+  }
+  return withMachine(folder, [&](MachineStore& store) {
+    for (const AppRequest& known : appRequests) {
+      if (known.verb == wish.verb) return request(folder, known.kind, wish);
+    }
+    std::string reason;
+    for (const BundleAction& known : bundleActions) {
+      if (known.verb == wish.verb) return known.act(store.volumeRoot(), reason) ? done : complain(reason);
+    }
+    return misused;
+  });
+}
+
+void addApp(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
+  static AppWish wish;
+  CLI::App* command = program.add_subcommand(
+      "app", "play the app: ask the daemon for something, or let something happen to the app's bundle");
+  command->add_option("folder", folder)->required();
+  command->add_option("action", wish.verb)->required()->check(CLI::IsMember(appVerbs()));
+  command->add_option("settings", wish.settings, "of apply: a JSON object");
+  command->add_option("--as", wish.client, "who asks, by the code signature")
+      ->check(CLI::IsMember(clientNames()))
+      ->capture_default_str();
+  command->callback([&] { chosen = [&] { return playApp(folder, wish); }; });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
 void addBoot(CLI::App& program, std::function<int()>& chosen) {
   static BootOptions options;
   CLI::App* boot = program.add_subcommand(
@@ -408,6 +497,7 @@ int run(int count, char** arguments) {
   addWake(program, chosen, folder);
   addKey(program, chosen, folder);
   addFaults(program, chosen, folder);
+  addApp(program, chosen, folder);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

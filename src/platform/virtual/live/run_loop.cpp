@@ -14,6 +14,7 @@
 
 #include "platform/clock.h"
 #include "platform/virtual/file_events.h"
+#include "platform/virtual/live/readable.h"
 #include "platform/virtual/live/real_time.h"
 #include "platform/virtual/live/wake.h"
 #include "platform/virtual/machine_store.h"
@@ -33,6 +34,23 @@ using virtual_mac::MachineStore;
 
 // How far ahead, in the machine's seconds, the next notice is looked for when nothing is due.
 constexpr double longestOutlook = 3600;
+
+// A descriptor of somebody else's, and what to do when it is readable.
+struct Readable {
+  uv_poll_t handle;
+  std::function<bool()> take;
+};
+
+constexpr double restSeconds = 1;  // of uptime, for one that can take nothing
+
+void listen(Readable& readable) {
+  ::uv_poll_start(&readable.handle, UV_READABLE, [](uv_poll_t* handle, int, int) {
+    auto& ready = *static_cast<Readable*>(handle->data);
+    if (ready.take()) return;
+    ::uv_poll_stop(handle);
+    postMainAfter(restSeconds, [&ready] { listen(ready); });
+  });
+}
 
 class Loop {
  public:
@@ -55,6 +73,13 @@ class Loop {
     return queue_.addTimer(uptime(), intervalSeconds, std::move(work));
   }
   void invalidateTimer(TimerToken token) { queue_.invalidateTimer(token); }
+
+  void whenReadable(int descriptor, std::function<bool()> take) {
+    auto readable = std::make_unique<Readable>(Readable{{}, std::move(take)});
+    if (::uv_poll_init(&uv_, &readable->handle, descriptor) != 0) return;
+    readable->handle.data = readable.get();
+    listen(*readables_.emplace_back(std::move(readable)));
+  }
 
   void post(double due, Work work) {
     const std::lock_guard lock(mutex_);
@@ -161,6 +186,7 @@ class Loop {
   uv_poll_t wakes_{};
   uv_poll_t fileEvents_{};
   bool listensForFileEvents_ = false;
+  std::vector<std::unique_ptr<Readable>> readables_;
   int wakeSocket_ = -1;
   std::unique_ptr<Machine> ahead_ = std::make_unique<Machine>();  // a copy to look ahead on
 
@@ -196,3 +222,11 @@ void installSignalHandler(int signal, void (*handler)(int)) { virtual_mac::handl
 void addSignalSource(int signal, Work work) { virtual_mac::noteSignal(signal, std::move(work)); }
 
 }  // namespace brisko::platform
+
+namespace brisko::virtual_mac {
+
+void whenReadable(int descriptor, std::function<bool()> take) {
+  platform::loop().whenReadable(descriptor, std::move(take));
+}
+
+}  // namespace brisko::virtual_mac

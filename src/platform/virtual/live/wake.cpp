@@ -9,9 +9,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/virtual/live/folder_socket.h"
 #include "platform/virtual/machine_store.h"
 
 namespace brisko::virtual_mac {
@@ -20,16 +20,6 @@ namespace {
 
 constexpr std::string_view namePrefix = "wake.";
 
-// Through the descriptor of the folder: a socket's address has room for a hundred bytes only, a path may be
-// longer.
-sockaddr_un addressIn(int folder, const std::string& name) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = "/proc/self/fd/" + std::to_string(folder) + "/" + name;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
-
 int newSocket() { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }
 
 int bindIn(int folder, const std::string& name) {
@@ -37,14 +27,14 @@ int bindIn(int folder, const std::string& name) {
   if (socket < 0) return -1;
   // One left behind by an earlier process of the same number.
   ::unlinkat(folder, name.c_str(), 0);
-  const sockaddr_un address = addressIn(folder, name);
+  const sockaddr_un address = socketAddressIn(folder, name);
   if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return socket;
   ::close(socket);
   return -1;
 }
 
 void wakeOrRemove(int sender, int folder, const std::string& name) {
-  const sockaddr_un address = addressIn(folder, name);
+  const sockaddr_un address = socketAddressIn(folder, name);
   const ssize_t sent =
       ::sendto(sender, "", 1, 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   if (sent < 0 && errno == ECONNREFUSED) ::unlinkat(folder, name.c_str(), 0);

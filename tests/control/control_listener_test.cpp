@@ -1,0 +1,675 @@
+// What platform/control_listener.h promises, over real sockets and threads.
+
+#include "platform/control_listener.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "live/live_folder.h"
+#include "platform/run_loop.h"
+#include "platform/virtual/live/folder_socket.h"
+#include "vmac/control_client.h"
+
+namespace brisko {
+namespace {
+
+using platform::ControlRequests;
+using platform::postMain;
+using platform::Reply;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::ControlRequestKind;
+using vmac::ControlClient;
+
+// Threads of the service may still be there at the end of the process: what they touch is never destroyed.
+const std::string& serviceName = *new std::string("com.brisko.daemon.xpc");
+const std::string& goodRequirement = *new std::string(
+    "anchor apple generic and identifier \"com.brisko.Brisko\" and certificate leaf[subject.OU] = \"" +
+    std::string(virtual_mac::appTeam) + "\"");
+
+const virtual_mac::ClientSignature& named(std::string_view name) {
+  return virtual_mac::findClient(name)->signature;
+}
+
+// Waits for what other threads do.
+bool comesTrue(const std::function<bool()>& seen) {
+  constexpr int patience = 10'000;  // milliseconds
+  for (int waited = 0; waited < patience; ++waited) {
+    if (seen()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return false;
+}
+
+// Replies that are not given yet.
+class Waiting {
+ public:
+  void add(const Reply& reply) {
+    const std::lock_guard lock(mutex_);
+    replies_.push_back(reply);
+  }
+  // Those from the one number to before the other, once they are here.
+  void give(std::size_t from, std::size_t to) {
+    ASSERT_TRUE(comesTrue([&] {
+      const std::lock_guard lock(mutex_);
+      return replies_.size() >= to;
+    }));
+    const std::lock_guard lock(mutex_);
+    for (std::size_t index = from; index < to; ++index) replies_[index](true, std::nullopt);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<Reply> replies_;
+};
+
+// A service that answers everything at once, and knows what it was asked.
+class Service {
+ public:
+  std::function<std::optional<std::string>()> requirement = [] { return std::nullopt; };
+  // What becomes of a request once it is noted.
+  std::function<void(const Reply&)> answer = [](const Reply& reply) { reply(true, std::nullopt); };
+
+  [[nodiscard]] ControlRequests requests() {
+    return {.applySettings =
+                [this](const std::vector<std::uint8_t>& settings, const Reply& reply) {
+                  note("apply " + std::string(settings.begin(), settings.end()), reply);
+                },
+            .purgeAllData = [this](const Reply& reply) { note("purge", reply); },
+            .releaseCharge = [this](const Reply& reply) { note("release", reply); },
+            .restart = [this](const Reply& reply) { note("restart", reply); }};
+  }
+  [[nodiscard]] std::vector<std::string> heard() {
+    const std::lock_guard lock(mutex_);
+    return heard_;
+  }
+
+ private:
+  void note(const std::string& request, const Reply& reply) {
+    {
+      const std::lock_guard lock(mutex_);
+      heard_.push_back(request);
+    }
+    answer(reply);
+  }
+
+  std::mutex mutex_;
+  std::vector<std::string> heard_;
+};
+
+class ControlListener : public ::testing::Test {
+ protected:
+  ControlListener() { folder.name(); }
+
+  // Serves for as long as the clients' story lasts, which is told in a thread of its own.
+  template <class Story>
+  void serve(Story story) {
+    platform::listenForControl(serviceName, service.requirement, service.requests());
+    std::thread clients([&] {
+      story();
+      postMain([] { platform::stopMain(); });
+    });
+    platform::runMain();
+    clients.join();
+  }
+
+  [[nodiscard]] std::unique_ptr<ControlClient> client(std::string_view name = "app") const {
+    auto connected = ControlClient::connect(folder.path(), named(name));
+    EXPECT_NE(connected, nullptr);
+    return connected;
+  }
+
+  [[nodiscard]] std::vector<std::string> heard() const { return service.heard(); }
+  [[nodiscard]] bool hears(std::size_t count) const {
+    return comesTrue([&] { return heard().size() >= count; });
+  }
+
+  test::LiveFolder folder;
+  Service& service = *new Service;
+  Waiting& waiting = *new Waiting;
+};
+
+bool isDone(ControlClient& client) {
+  const auto reply = client.nextReply();
+  return reply && reply->done && !reply->error;
+}
+
+TEST_F(ControlListener, carriesTheFourRequestsAndAReplyToEach) {
+  serve([&] {
+    const auto app = client();
+    for (const auto kind : {ControlRequestKind::applySettings, ControlRequestKind::purgeAllData,
+                            ControlRequestKind::releaseCharge, ControlRequestKind::restart}) {
+      EXPECT_TRUE(app->send(kind));
+      EXPECT_TRUE(isDone(*app));
+    }
+  });
+  EXPECT_THAT(heard(), ElementsAre("apply ", "purge", "release", "restart"));
+}
+
+TEST_F(ControlListener, carriesTheTextOfARefusal) {
+  service.answer = [](const Reply& reply) { reply(false, "/a/\xC3\xBC \"b\"\n: no"); };
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::purgeAllData));
+    const auto reply = app->nextReply();
+    EXPECT_TRUE(reply && !reply->done && reply->error == "/a/\xC3\xBC \"b\"\n: no");
+  });
+}
+
+TEST_F(ControlListener, carriesSettingsByteForByte) {
+  std::string everyByte;
+  for (int byte = 0; byte < 256; ++byte) everyByte += static_cast<char>(byte);
+  const std::vector<std::string> all{"",
+                                     "\n",
+                                     "{\"limit\":70}",
+                                     everyByte,
+                                     std::string(1'000'000, '['),
+                                     "{}\n{\"id\":1,\"request\":\"restart\"}\n",
+                                     "end"};
+  serve([&] {
+    const auto app = client();
+    for (const std::string& settings : all) {
+      EXPECT_TRUE(app->send(ControlRequestKind::applySettings, settings));
+      EXPECT_TRUE(isDone(*app));
+    }
+  });
+  ASSERT_EQ(heard().size(), all.size());
+  for (std::size_t index = 0; index < all.size(); ++index) {
+    EXPECT_TRUE(heard()[index] == "apply " + all[index]) << index;
+  }
+}
+
+TEST_F(ControlListener, deliversRequestsInThreadsThatNoSignalReaches) {
+  const std::thread::id mainThread = std::this_thread::get_id();
+  service.answer = [mainThread](const Reply& reply) {
+    EXPECT_NE(std::this_thread::get_id(), mainThread);
+    sigset_t blocked;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) {
+      EXPECT_EQ(::sigismember(&blocked, signal), 1) << signal;
+    }
+    reply(true, std::nullopt);
+  };
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(isDone(*app));
+  });
+  sigset_t blocked;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  EXPECT_EQ(::sigismember(&blocked, SIGHUP), 0);
+}
+
+TEST_F(ControlListener, takesRepliesFromTheMainThreadInAnyOrder) {
+  service.answer = [this](const Reply& reply) { waiting.add(reply); };
+  std::vector<std::int64_t> order;
+  serve([&] {
+    const auto app = client();
+    for (std::size_t time = 1; time <= 3; ++time) {
+      EXPECT_TRUE(app->send(ControlRequestKind::releaseCharge));
+      ASSERT_TRUE(hears(time));
+    }
+    for (const std::size_t index : {2U, 0U, 1U}) {
+      postMain([this, index] { waiting.give(index, index + 1); });
+      order.push_back(app->nextReply()->id);
+    }
+  });
+  EXPECT_THAT(order, ElementsAre(3, 1, 2));
+}
+
+TEST_F(ControlListener, keepsTheOrderOfAClientsRequests) {
+  std::vector<std::string> expected;
+  serve([&] {
+    const auto app = client();
+    for (int number = 0; number < 200; ++number) {
+      const std::string settings = std::to_string(number);
+      expected.push_back("apply " + settings);
+      EXPECT_TRUE(app->send(ControlRequestKind::applySettings, settings));
+    }
+    for (int number = 0; number < 200; ++number) EXPECT_TRUE(isDone(*app));
+  });
+  EXPECT_EQ(heard(), expected);
+}
+
+TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
+  constexpr int clients = 4;
+  constexpr int each = 2500;
+  service.answer = [](const Reply& reply) { postMain([reply] { reply(true, std::nullopt); }); };
+  std::array<std::multiset<std::int64_t>, clients> answered;
+  serve([&] {
+    std::vector<std::thread> threads;
+    for (auto& ids : answered) {
+      threads.emplace_back([&] {
+        const auto app = client();
+        std::thread asking([&] {
+          for (int time = 0; time < each; ++time)
+            EXPECT_TRUE(app->send(ControlRequestKind::applySettings, "{}"));
+        });
+        for (int time = 0; time < each; ++time) {
+          const auto reply = app->nextReply();
+          ASSERT_TRUE(reply);
+          ids.insert(reply->id);
+        }
+        asking.join();
+        app->sayNoMore();
+        EXPECT_FALSE(app->nextReply()) << "one too many";
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+  });
+  EXPECT_EQ(heard().size(), std::size_t{clients * each});
+  for (const auto& ids : answered) {
+    EXPECT_EQ(std::set<std::int64_t>(ids.begin(), ids.end()).size(), std::size_t{each});
+    EXPECT_EQ(*ids.rbegin(), each);
+  }
+}
+
+TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
+  service.answer = [this](const Reply& reply) { waiting.add(reply); };
+  serve([&] {
+    const auto first = client();
+    EXPECT_TRUE(first->send(ControlRequestKind::purgeAllData));
+    ASSERT_TRUE(hears(1));
+    const auto second = client();
+    EXPECT_TRUE(second->send(ControlRequestKind::releaseCharge));
+    ASSERT_TRUE(hears(2));
+    waiting.give(1, 2);
+    EXPECT_TRUE(isDone(*second));
+    waiting.give(0, 1);
+    EXPECT_TRUE(isDone(*first));
+  });
+}
+
+TEST_F(ControlListener, outlivesAClientThatIsGoneBeforeItsReply) {
+  static constexpr std::size_t gone = 20;
+  service.answer = [this](const Reply& reply) { waiting.add(reply); };
+  serve([&] {
+    for (std::size_t time = 1; time <= gone; ++time) {
+      EXPECT_TRUE(client()->send(ControlRequestKind::applySettings, "{}"));
+      ASSERT_TRUE(hears(time));
+    }
+    postMain([this] { waiting.give(0, gone); });
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    ASSERT_TRUE(hears(gone + 1));
+    postMain([this] { waiting.give(gone, gone + 1); });
+    EXPECT_TRUE(isDone(*app));
+  });
+}
+
+TEST_F(ControlListener, answersAClientThatHasNothingMoreToSay) {
+  service.answer = [](const Reply& reply) {
+    platform::postMainAfter(20, [reply] { reply(true, std::nullopt); });
+  };
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    app->sayNoMore();
+    EXPECT_TRUE(isDone(*app));
+    EXPECT_TRUE(isDone(*app));
+    EXPECT_FALSE(app->nextReply());
+  });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Clients that do not keep to the rules
+
+TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
+  const std::string whole = lineOf(named("app")) +
+                            lineOf(virtual_mac::ControlRequest{ControlRequestKind::applySettings, 1, 12}) +
+                            "{\"limit\":70}";
+  serve([&] {
+    const auto app = ControlClient::connect(folder.path());
+    ASSERT_NE(app, nullptr);
+    for (const char byte : whole.substr(0, whole.size() - 1)) {
+      EXPECT_TRUE(app->say(std::string_view(&byte, 1)));
+      std::this_thread::yield();
+    }
+    const auto other = client();
+    EXPECT_TRUE(other->send(ControlRequestKind::restart));
+    EXPECT_TRUE(isDone(*other));
+    EXPECT_THAT(heard(), ElementsAre("restart"));
+    EXPECT_TRUE(app->say("}"));
+    EXPECT_TRUE(isDone(*app));
+  });
+  EXPECT_THAT(heard(), ElementsAre("restart", "apply {\"limit\":70}"));
+}
+
+TEST_F(ControlListener, dropsHalfARequestWhoseClientIsGone) {
+  const std::string request = lineOf(virtual_mac::ControlRequest{ControlRequestKind::applySettings, 1, 12});
+  serve([&] {
+    for (const std::string& half :
+         {request + "{\"limit\":", request, request.substr(0, request.size() - 1)}) {
+      EXPECT_TRUE(client()->say(half));
+    }
+    const auto app = client();
+    EXPECT_TRUE(app->say(request.substr(0, 9)));
+    app->sayNoMore();
+    EXPECT_FALSE(app->nextReply());
+  });
+  EXPECT_THAT(heard(), IsEmpty());
+}
+
+TEST_F(ControlListener, hangsUpOnGarbage) {
+  const std::string tooMuch = std::to_string(virtual_mac::largestSettings + 1);
+  const std::vector<std::string> garbage{
+      "\n",
+      "hello\n",
+      "[]\n",
+      "7\n",
+      "{}\n",
+      std::string(40, '\0') + "\n",
+      std::string(4000, '[') + "\n",
+      "{\"id\":1}\n",
+      "{\"request\":\"restart\"}\n",
+      "{\"id\":\"1\",\"request\":\"restart\"}\n",
+      "{\"id\":1.5,\"request\":\"restart\"}\n",
+      "{\"id\":1,\"request\":7}\n",
+      "{\"id\":1,\"request\":\"dance\"}\n",
+      "{\"id\":1,\"request\":\"Restart\"}\n",
+      "{\"id\":1,\"request\":\"restart\"} {}\n",
+      "{\"id\":1,\"request\":\"applySettings\"}\n",
+      "{\"id\":1,\"request\":\"applySettings\",\"bytes\":-1}\n",
+      "{\"id\":1,\"request\":\"applySettings\",\"bytes\":\"2\"}\n{}",
+      "{\"id\":1,\"request\":\"applySettings\",\"bytes\":" + tooMuch + "}\n",
+      "{\"id\":1,\"request\":\"applySettings\",\"bytes\":99999999999999999999}\n",
+      std::string(virtual_mac::longestControlLine + 1, ' '),
+  };
+  serve([&] {
+    for (const std::string& words : garbage) {
+      const auto bad = client();
+      EXPECT_TRUE(bad->say(words));
+      EXPECT_FALSE(bad->nextReply()) << words;
+    }
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(isDone(*app));
+  });
+  EXPECT_THAT(heard(), ElementsAre("restart"));
+}
+
+TEST_F(ControlListener, takesALineThatIsAsLongAsOneMayBe) {
+  std::string line = lineOf(virtual_mac::ControlRequest{ControlRequestKind::restart, 1, 0});
+  line.insert(1, std::string(virtual_mac::longestControlLine + 1 - line.size(), ' '));
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->say(line));
+    EXPECT_TRUE(isDone(*app));
+    EXPECT_TRUE(app->say(line.insert(1, " ")));
+    EXPECT_FALSE(app->nextReply());
+  });
+}
+
+TEST_F(ControlListener, takesAsManySettingsAsThereMayBe) {
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::applySettings, std::string(virtual_mac::largestSettings, ' ')));
+    EXPECT_TRUE(isDone(*app));
+  });
+}
+
+TEST_F(ControlListener, hangsUpOnAClientThatDoesNotSayWhoItIs) {
+  serve([&] {
+    for (const std::string& words :
+         {lineOf(virtual_mac::ControlRequest{ControlRequestKind::restart, 1, 0}), std::string("{}\n"),
+          std::string("{\"apple\":1,\"identifier\":\"\",\"team\":\"\"}\n"),
+          std::string("{\"apple\":true,\"identifier\":\"\"}\n"),
+          std::string("{\"apple\":true,\"identifier\":null,\"team\":\"\"}\n")}) {
+      const auto somebody = ControlClient::connect(folder.path());
+      ASSERT_NE(somebody, nullptr);
+      EXPECT_TRUE(somebody->say(words));
+      static_cast<void>(somebody->send(ControlRequestKind::restart));
+      EXPECT_FALSE(somebody->nextReply()) << words;
+    }
+  });
+  EXPECT_THAT(heard(), IsEmpty());
+}
+
+// Else a client that asks and asks would fill the daemon's memory.
+TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
+  constexpr std::size_t unanswered = 256;
+  constexpr std::size_t all = 300;
+  const std::string settings(50'000, ' ');  // so long that what is not taken fits no socket
+  service.answer = [this](const Reply& reply) { waiting.add(reply); };
+  serve([&] {
+    const auto app = client();
+    std::atomic<bool> allSent = false;
+    std::thread asking([&] {
+      for (std::size_t time = 0; time < all; ++time) {
+        EXPECT_TRUE(app->send(ControlRequestKind::applySettings, settings));
+      }
+      allSent = true;
+    });
+    ASSERT_TRUE(hears(unanswered));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(heard().size(), unanswered);
+    EXPECT_FALSE(allSent);
+    waiting.give(0, 1);
+    ASSERT_TRUE(hears(unanswered + 1));
+    waiting.give(1, unanswered);
+    ASSERT_TRUE(hears(all));
+    waiting.give(unanswered, all);
+    for (std::size_t time = 0; time < all; ++time) EXPECT_TRUE(isDone(*app));
+    asking.join();
+  });
+}
+
+// The main thread goes on although a client does not read what it asked for.
+TEST_F(ControlListener, waitsForNoClientToRead) {
+  service.answer = [](const Reply& reply) { postMain([reply] { reply(false, std::string(10'000, 'x')); }); };
+  serve([&] {
+    const auto silent = client();
+    for (int time = 0; time < 256; ++time) EXPECT_TRUE(silent->send(ControlRequestKind::restart));
+    ASSERT_TRUE(hears(30));  // more than its socket has room for
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(app->nextReply());
+    for (int time = 0; time < 256; ++time) {
+      const auto reply = silent->nextReply();
+      ASSERT_TRUE(reply);
+      EXPECT_EQ(reply->error, std::string(10'000, 'x'));
+    }
+  });
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The requirement
+
+TEST_F(ControlListener, letsInOnlyWhoMeetsTheRequirement) {
+  service.requirement = [] { return goodRequirement; };
+  serve([&] {
+    for (const char* name : {"wrong-team", "wrong-app", "unsigned"}) {
+      const auto stranger = client(name);
+      static_cast<void>(stranger->send(ControlRequestKind::purgeAllData));
+      EXPECT_FALSE(stranger->nextReply()) << name;
+    }
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(isDone(*app));
+  });
+  EXPECT_THAT(heard(), ElementsAre("restart"));
+}
+
+TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
+  serve([&] {
+    for (const char* name : {"app", "wrong-team", "wrong-app", "unsigned"}) {
+      const auto somebody = client(name);
+      EXPECT_TRUE(somebody->send(ControlRequestKind::releaseCharge));
+      EXPECT_TRUE(isDone(*somebody)) << name;
+    }
+  });
+}
+
+TEST_F(ControlListener, letsNobodyInWithARequirementThatIsNone) {
+  const std::vector<std::string> wrong{"", "anchor apple generic", goodRequirement + " ",
+                                       goodRequirement.substr(1), goodRequirement.substr(0, 60)};
+  std::atomic<std::size_t> connections = 0;
+  service.requirement = [&connections, wrong] { return wrong[connections++ % wrong.size()]; };
+  serve([&] {
+    for (std::size_t time = 0; time < wrong.size(); ++time) {
+      const auto app = client();
+      static_cast<void>(app->send(ControlRequestKind::restart));
+      EXPECT_FALSE(app->nextReply()) << time;
+    }
+  });
+  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_EQ(connections, wrong.size());
+}
+
+TEST_F(ControlListener, asksTheRequirementForEachConnectionOffTheMainThread) {
+  const std::thread::id mainThread = std::this_thread::get_id();
+  std::atomic<int> connections = 0;
+  service.requirement = [&]() -> std::optional<std::string> {
+    EXPECT_NE(std::this_thread::get_id(), mainThread);
+    if (++connections == 2) return std::nullopt;
+    return goodRequirement;
+  };
+  serve([&] {
+    for (const bool isLetIn : {false, true, false}) {
+      const auto stranger = client("unsigned");
+      for (int time = 0; time < 2; ++time) {
+        static_cast<void>(stranger->send(ControlRequestKind::restart));
+        EXPECT_EQ(stranger->nextReply().has_value(), isLetIn);
+      }
+    }
+  });
+  EXPECT_EQ(connections, 3);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Threads, sockets, processes
+
+std::ptrdiff_t entriesOf(const std::string& directory) {
+  const std::filesystem::directory_iterator all(directory);
+  return std::distance(begin(all), end(all));
+}
+
+TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
+  std::thread([] {}).join();  // the first thread of a process may bring one of a sanitizer's own
+  const auto before = entriesOf("/proc/self/task");
+  serve([&] {
+    const auto threads = entriesOf("/proc/self/task");
+    EXPECT_EQ(threads, before + 1) << "none but this one";
+    const auto descriptors = entriesOf("/proc/self/fd");
+    for (int time = 0; time < 50; ++time) {
+      const auto app = client();
+      EXPECT_TRUE(app->send(ControlRequestKind::restart));
+      if (time % 2 == 0) {
+        EXPECT_TRUE(isDone(*app));
+      }
+    }
+    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/task") == threads; }));
+    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/fd") == descriptors; }));
+  });
+}
+
+TEST_F(ControlListener, letsClientsBeyondItsRoomWait) {
+  constexpr std::size_t room = 64;
+  serve([&] {
+    std::vector<std::unique_ptr<ControlClient>> clients;
+    for (std::size_t number = 0; number < room; ++number) {
+      clients.push_back(client());
+      EXPECT_TRUE(clients.back()->send(ControlRequestKind::restart));
+      EXPECT_TRUE(isDone(*clients.back()));
+    }
+    const auto late = client();
+    EXPECT_TRUE(late->send(ControlRequestKind::purgeAllData));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(heard().size(), room);
+    clients.pop_back();
+    EXPECT_TRUE(isDone(*late));
+  });
+}
+
+TEST_F(ControlListener, isReachedThroughASocketThatIsItsOwnersAlone) {
+  const mode_t before = ::umask(0);
+  serve([&] {
+    struct stat found {};
+    ASSERT_EQ(::stat((folder.path() + "/" + serviceName).c_str(), &found), 0);
+    EXPECT_TRUE(S_ISSOCK(found.st_mode));
+    EXPECT_EQ(found.st_mode & 0777U, 0600U);
+  });
+  ::umask(before);
+}
+
+TEST_F(ControlListener, takesTheSocketOfADeadProcess) {
+  const int descriptor = ::open(folder.path().c_str(), O_PATH | O_DIRECTORY);
+  const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  const sockaddr_un address = virtual_mac::socketAddressIn(descriptor, serviceName);
+  ASSERT_EQ(::bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ::close(stale);
+  ::close(descriptor);
+  EXPECT_EQ(ControlClient::connect(folder.path()), nullptr);
+  serve([&] {
+    const auto app = client();
+    EXPECT_TRUE(app->send(ControlRequestKind::restart));
+    EXPECT_TRUE(isDone(*app));
+  });
+}
+
+TEST_F(ControlListener, leavesTheServiceToTheProcessThatHasIt) {
+  const int lock = ::open((folder.path() + "/" + serviceName + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+  serve([&] { EXPECT_EQ(ControlClient::connect(folder.path()), nullptr); });
+  // And once that is gone the next process has it.
+  ::close(lock);
+  serve([&] { EXPECT_NE(client(), nullptr); });
+}
+
+TEST_F(ControlListener, isNotThereWithoutAProcess) {
+  EXPECT_EQ(ControlClient::connect(folder.path()), nullptr);
+  EXPECT_EQ(ControlClient::connect(folder.path() + "/nowhere"), nullptr);
+}
+
+TEST(ControlListenerWithoutAMachine, doesNothing) {
+  platform::listenForControl(serviceName, [] { return std::nullopt; }, {});
+  postMain([] { platform::stopMain(); });
+  platform::runMain();
+}
+
+TEST(ControlListenerInALongFolder, isReachedAllTheSame) {
+  const test::ScratchFolder scratch;
+  const std::string path = scratch.path() + "/" + std::string(120, 'x') + "/" + std::string(120, 'x');
+  std::string reason;
+  const auto store = virtual_mac::MachineStore::create(path, test::machineFromNow(), reason);
+  ASSERT_NE(store, nullptr) << reason;
+  ::setenv("BRISKO_VIRTUAL_MAC", path.c_str(), 1);
+  platform::listenForControl(
+      serviceName, [] { return std::nullopt; },
+      {.applySettings = {}, .purgeAllData = {}, .releaseCharge = {}, .restart = [](const Reply& reply) {
+         reply(true, std::nullopt);
+       }});
+  std::thread clients([&] {
+    const auto app = ControlClient::connect(path, named("app"));
+    EXPECT_NE(app, nullptr);
+    EXPECT_TRUE(app && app->send(ControlRequestKind::restart) && isDone(*app));
+    postMain([] { platform::stopMain(); });
+  });
+  platform::runMain();
+  clients.join();
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,6 +1,7 @@
 // The schemas in docs/schemas: that they bite, that they take what is right, and that docs/files.md says the
 // same.
 
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -10,11 +11,15 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include "core/files.h"
 #include "core/json_file.h"
 #include "records/files_document.h"
+#include "support/files.h"
 #include "support/record_schemas.h"
+#include "support/scratch_folder.h"
 
 namespace brisko {
 namespace {
@@ -178,7 +183,7 @@ TEST(Schemas, knowEveryNameThatCanStandThere) {
   const auto names = [&](const std::string& kind, const std::string& place,
                          const std::vector<std::string>& known) {
     for (const std::string& name : known) edits.push_back({kind, place, name, ""});
-    for (const std::string& other : {"", "Hold", "CHTE ", "unknown"}) {
+    for (const char* other : {"", "Hold", "CHTE ", "unknown"}) {
       edits.push_back({kind, place, other, "enum"});
     }
   };
@@ -253,9 +258,9 @@ TEST(Schemas, letAStatusTellOfARunOnlyWhileOneStands) {
 
 TEST(Schemas, letAProbeTellEitherAWayOrWhyThereIsNone) {
   const std::vector<Json> probes = wholeDocuments().at("probe");
-  const Json keys = probes[0];
-  const Json macOS = probes[1];
-  const Json none = probes[2];
+  const Json& keys = probes[0];
+  const Json& macOS = probes[1];
+  const Json& none = probes[2];
   const auto edited = [](Json probe, const Json& edits) {
     probe.merge_patch(edits);  // null takes a key out
     return flaw("probe", probe);
@@ -305,6 +310,106 @@ TEST(Schemas, areAskedOfCompactSortedTextsOnly) {
   EXPECT_THAT(flawIn(right.substr(0, 20), "statistics"), Optional(std::string("it is not JSON")));
   EXPECT_THAT(flawIn("", "statistics"), Optional(std::string("it is not JSON")));
   EXPECT_THAT(flawIn("[]", "statistics"), Optional(HasSubstr("# breaks \"type\"")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+// What the daemon's own writer and a test leave in a folder. Looking at it must fail the test, or not.
+class RecordCheck : public ::testing::Test {
+ protected:
+  RecordCheck() { root() = folder_.path(); }
+
+  // What is to fail cannot see the fixture.
+  static void look() { test::checkRecords(root()); }
+  static std::string path(const std::string& name) { return root() + "/" + name; }
+
+  // Adds to a file as the daemon does to its history.
+  static void append(const std::string& name, const std::string& text) {
+    const Descriptor file = openForAppending(path(name));
+    ASSERT_TRUE(writeAll(file.number(), text));
+  }
+
+ private:
+  static std::string& root() {
+    static std::string path;
+    return path;
+  }
+
+  test::ScratchFolder folder_;
+};
+
+constexpr const char* line = "{\"g\":true,\"p\":80,\"s\":\"hold\",\"t\":1772352000}\n";
+
+TEST_F(RecordCheck, failsOnEachRecordWithAFlaw) {
+  for (const auto& [kind, name] : std::map<std::string, std::string>{{"calibration", "calibration.json"},
+                                                                     {"config", "config.json"},
+                                                                     {"status", "status.json"},
+                                                                     {"statistics", "stats.json"}}) {
+    Json document = whole(kind);
+    writeJsonFile(path(name), document);
+    look();
+    document["another"] = 1;
+    writeJsonFile(path(name), document);
+    EXPECT_NONFATAL_FAILURE(look(), "#/another breaks \"additionalProperties\"");
+    look();  // told once
+  }
+}
+
+TEST_F(RecordCheck, tellsWhatAndWhere) {
+  Json document = whole("statistics");
+  document["since"] = 7;
+  writeJsonFile(path("stats.json"), document);
+  EXPECT_NONFATAL_FAILURE(
+      look(), "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
+}
+
+TEST_F(RecordCheck, looksIntoFoldersInFolders) {
+  test::makeFolder(path("a"));
+  test::makeFolder(path("a/b"));
+  writeJsonFile(path("a/b/config.json"), Json::object());
+  EXPECT_NONFATAL_FAILURE(look(), "/a/b/config.json\n  # breaks \"required\"");
+}
+
+TEST_F(RecordCheck, passesOverWhatTheTestPut) {
+  test::put(path("config.json"), "{\"limit\":");
+  look();
+  test::put(path("config.json.new"), "{}");
+  ASSERT_EQ(std::rename(path("config.json.new").c_str(), path("config.json").c_str()), 0);
+  look();
+  writeJsonFile(path("config.json"), {{"limit", 80}});
+  EXPECT_NONFATAL_FAILURE(look(), "required");
+}
+
+TEST_F(RecordCheck, passesOverAnEmptyRecordAndWhatIsNone) {
+  writeJsonFile(path("another.json"), Json::array());
+  append("status.json", "");
+  test::makeFolder(path("stats.json"));
+  test::makePipe(path("calibration.json"));
+  test::makeLink(path("config.json"), path("another.json"));
+  look();
+}
+
+TEST_F(RecordCheck, judgesEachLineOfTheHistory) {
+  const std::string day = "2026-03-01.jsonl";
+  append(day, line);
+  append(day, line);
+  look();
+  append(day, "{\"g\":true}\n");
+  EXPECT_NONFATAL_FAILURE(look(), "# breaks \"required\" of # in history-line.schema.json");
+  append(day, line);
+  look();
+  append(day, "{\"g\"");
+  EXPECT_NONFATAL_FAILURE(look(), "its last line does not end");
+}
+
+TEST_F(RecordCheck, judgesWhatFollowsTheLinesThatTheTestPut) {
+  const std::string day = "2026-03-01.jsonl";
+  test::put(path(day), "not one of ours\n");
+  look();
+  append(day, line);
+  look();
+  append(day, "{}\n");
+  EXPECT_NONFATAL_FAILURE(look(), "required");
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -1,11 +1,12 @@
 // Holds docs/files.md to what the daemon reads and writes.
 
+#include "records/files_document.h"
+
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,48 +26,10 @@
 #include "records/paths.h"
 #include "records/statistics.h"
 #include "records/status.h"
-#include "support/files.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {
 namespace {
-
-struct Section {
-  std::map<std::string, std::string> examples;  // by the name after the kind of block
-  std::set<std::string> keys;                   // explained in its tables
-};
-
-// What stands in backticks in the first column of a row.
-void addKeys(const std::string& row, std::set<std::string>& keys) {
-  const std::string first = row.substr(0, row.find('|', 1));
-  for (std::size_t open = first.find('`'); open != std::string::npos;) {
-    const std::size_t close = first.find('`', open + 1);
-    keys.insert(first.substr(open + 1, close - open - 1));
-    open = first.find('`', close + 1);
-  }
-}
-
-// By the section's heading.
-std::map<std::string, Section> readDocument() {
-  std::istringstream lines(test::contents(std::string(BRISKO_TEST_DATA) + "/../../docs/files.md"));
-  std::map<std::string, Section> sections;
-  std::string heading;
-  std::string example;
-  bool inExample = false;
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("```")) {
-      inExample = !inExample;
-      if (inExample) example = line.substr(line.find(' ') + 1);
-    } else if (inExample) {
-      sections[heading].examples[example] += line + "\n";
-    } else if (line.starts_with("## ")) {
-      heading = line.substr(3);
-    } else if (line.starts_with("| `")) {
-      addKeys(line, sections[heading].keys);
-    }
-  }
-  return sections;
-}
 
 void addKeysOf(const Json& value, std::set<std::string>& keys) {
   if (value.is_object()) {
@@ -90,7 +53,7 @@ class FilesDocument : public test::OnVirtualMac {
     std::filesystem::create_directories(mac.path(historyDir));
   }
 
-  const Section& section(const std::string& heading) { return sections_.at(heading); }
+  const test::FilesSection& section(const std::string& heading) { return sections_.at(heading); }
   std::string example(const std::string& heading, const std::string& name) {
     return section(heading).examples.at(name);
   }
@@ -103,12 +66,12 @@ class FilesDocument : public test::OnVirtualMac {
   }
 
  private:
-  std::map<std::string, Section> sections_ = readDocument();
+  std::map<std::string, test::FilesSection> sections_ = test::readFilesDocument();
 };
 
 TEST_F(FilesDocument, hasOneExampleOfEachFile) {
   std::vector<std::string> names;
-  for (const auto& [heading, section] : readDocument()) {
+  for (const auto& [heading, section] : test::readFilesDocument()) {
     for (const auto& [name, text] : section.examples) names.push_back(name);
   }
   EXPECT_THAT(names,

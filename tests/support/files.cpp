@@ -1,7 +1,10 @@
 #include "support/files.h"
 
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
+#include <set>
 #include <stdexcept>
 
 #include <sys/stat.h>
@@ -21,12 +24,31 @@ struct stat statusOf(const std::string& path) {
   return status;
 }
 
+struct Put {
+  std::set<std::string, std::less<>> texts;
+  std::map<std::string, std::string> last;  // by path
+};
+
+Put& everPut() {
+  static Put put;
+  return put;
+}
+
 }  // namespace
 
 void put(const std::string& path, std::string_view bytes) {
+  everPut().texts.emplace(bytes);
+  everPut().last[path] = bytes;
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << bytes << std::flush;
   need(file.good(), path);
+}
+
+bool wasPut(std::string_view bytes) { return everPut().texts.contains(bytes); }
+
+std::string lastPut(const std::string& path) {
+  const auto put = everPut().last.find(path);
+  return put == everPut().last.end() ? "" : put->second;
 }
 
 std::string contents(const std::string& path) {

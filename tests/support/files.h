@@ -10,6 +10,9 @@
 namespace brisko::test {
 
 void put(const std::string& path, std::string_view bytes);
+// Whether this process has put exactly these bytes into a file, whichever: files get renamed.
+[[nodiscard]] bool wasPut(std::string_view bytes);
+[[nodiscard]] std::string lastPut(const std::string& path);   // "" when nothing was
 [[nodiscard]] std::string contents(const std::string& path);  // "" when missing
 [[nodiscard]] bool exists(const std::string& path);           // also a link that leads nowhere
 [[nodiscard]] mode_t modeOf(const std::string& path);         // low 12 bits; follows links

@@ -17,6 +17,7 @@
 #include "platform/host.h"
 #include "platform/virtual/file_events.h"
 #include "platform/virtual/simulated/driver.h"
+#include "support/record_schemas.h"
 #include "support/scratch_folder.h"
 
 namespace brisko::test {
@@ -139,9 +140,11 @@ Life& Life::run(double seconds) {
   if (!alive_) return *this;
   const double horizon = inside_->mac.store().look().machine().now + seconds;
   char standing = 0;
-  if (inside_->line->send(horizon) && inside_->line->receive(standing)) return *this;
-  inside_->reap();
-  alive_ = false;
+  if (!inside_->line->send(horizon) || !inside_->line->receive(standing)) {
+    inside_->reap();
+    alive_ = false;
+  }
+  checkRecords(inside_->mac.path(""));
   return *this;
 }
 

@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "support/record_schemas.h"
+
 namespace brisko::test {
 
 namespace {
@@ -28,6 +30,7 @@ ScratchFolder::ScratchFolder() : path_(scratchRoot() + "/brisko-test-XXXXXX") {
 }
 
 ScratchFolder::~ScratchFolder() {
+  checkRecords(path_);
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }

@@ -1,6 +1,7 @@
 // tests/support/scratch_folder.h
-// A folder of a test's own, removed with everything in it at the end. It lies in memory where the system has
-// such a place: whole lives write thousands of small files.
+// A folder of a test's own, removed with everything in it at the end, after what the daemon wrote there was
+// held to its schemas (support/record_schemas.h). It lies in memory where the system has such a place: whole
+// lives write thousands of small files.
 #pragma once
 
 #include <string>

@@ -16,6 +16,7 @@
 #include "platform/virtual/client_requirement.h"
 #include "platform/virtual/control_requests.h"
 #include "platform/virtual/simulated/driver.h"
+#include "support/files.h"
 
 namespace brisko::test {
 
@@ -263,8 +264,7 @@ std::string VirtualMac::path(std::string_view unmapped) const {
 void VirtualMac::write(std::string_view unmapped, std::string_view text) {
   const std::filesystem::path file = path(unmapped);
   std::filesystem::create_directories(file.parent_path());
-  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-  if (!(stream << text).flush()) throw std::runtime_error("cannot write " + file.string());
+  put(file.string(), text);
 }
 
 std::string VirtualMac::read(std::string_view unmapped) const {

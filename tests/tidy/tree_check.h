@@ -32,4 +32,8 @@ namespace brisko::test {
 // docs/log.md explains every line that the daemon writes, and none that it does not.
 [[nodiscard]] Findings checkLogLines(const Tree& tree);
 
+// The manual explains every option, environment variable and path of the daemon and what it complains of on
+// standard error, and no option that there is not.
+[[nodiscard]] Findings checkManual(const Tree& tree);
+
 }  // namespace brisko::test

@@ -417,5 +417,52 @@ TEST(LogLines, needTheDocument) {
               ElementsAre(HasSubstr("docs/log.md: it is missing")));
 }
 
+// ---------------------------------------------------------------------------------------------------------
+
+const std::string manual =
+    ".It Fl -limit Ar percent\n.It Fl -probe\n.It Ev BRISKO_PRETEND\n.It Pa \"/Library/A B/config.json\"\n"
+    ".It \"⛔️ No root.\"\n";
+
+TEST(Manual, explainsWhatTheSourcesKnow) {
+  MadeUpTree tree;
+  tree.file("man/brisko-daemon.8", manual);
+  tree.file("src/core/options.cpp", "f(\"--limit\"); f(\"--probe\"); f(\"--limit --probe\"); f(\"--\");\n");
+  tree.file("src/core/entry.cpp",
+            "g(\"⛔️ No root.\\n\"); g(\"⛔️ \"); h(\"/Library/A B/config.json\");\n");
+  tree.file("src/platform/virtual/host.cpp",
+            "g(\"BRISKO_PRETEND\"); h(\"/Applications/X.app\"); g(\"⛔️ no\");\n");
+  tree.file("tools/vmac.cpp", "f(\"--model\");\n");
+
+  EXPECT_THAT(checkManual(tree.read()), IsEmpty());
+}
+
+TEST(Manual, missesWhatItDoesNotExplain) {
+  for (const std::string unknown : {"--lower", "--lim", "BRISKO_PRE", "BRISKO_PRETEND_MORE", "/Library/B",
+                                    "/Applications/X.app", "⛔️ No controller."}) {
+    MadeUpTree tree;
+    tree.file("man/brisko-daemon.8", manual);
+    tree.file("src/core/options.cpp", "f(\"--limit\"); f(\"--probe\");\nf(\"" + unknown + "\");\n");
+
+    EXPECT_THAT(checkManual(tree.read()),
+                ElementsAre(AllOf(StartsWith("src/core/options.cpp:2: "), HasSubstr("\"" + unknown + "\""))));
+  }
+}
+
+TEST(Manual, explainsNoOptionThatThereIsNot) {
+  MadeUpTree tree;
+  tree.file("man/brisko-daemon.8", manual);
+  tree.file("src/core/options.cpp", "f(\"--limit\");\n").file("tools/vmac.cpp", "f(\"--probe\");\n");
+
+  EXPECT_THAT(checkManual(tree.read()),
+              ElementsAre(AllOf(StartsWith("man/brisko-daemon.8:2: "), HasSubstr("--probe"))));
+}
+
+TEST(Manual, isMissed) {
+  MadeUpTree tree;
+  tree.file("src/core/options.cpp", "");
+
+  EXPECT_THAT(checkManual(tree.read()), ElementsAre(StartsWith("man/brisko-daemon.8: it is missing")));
+}
+
 }  // namespace
 }  // namespace brisko::test

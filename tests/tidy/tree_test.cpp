@@ -1,5 +1,8 @@
 #include "tidy/tree.h"
 
+#include <cstdio>
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,9 +22,10 @@ void expectNone(const Findings& findings) {
 }
 
 TEST(TheTree, isReadWhole) {
-  for (const std::string path : {"README.md", "CMakeLists.txt", ".clang-tidy", ".ci/run", "scripts/test.sh",
-                                 "docs/log.md", "src/core/main.cpp", "src/platform/virtual/machine.h",
-                                 "tests/tidy/tree_test.cpp", "tools/CMakeLists.txt"}) {
+  for (const std::string path :
+       {"README.md", "CMakeLists.txt", ".clang-tidy", ".ci/run", "scripts/test.sh", "docs/log.md",
+        "man/brisko-daemon.8", "src/core/main.cpp", "src/platform/virtual/machine.h",
+        "tests/tidy/tree_test.cpp", "tools/CMakeLists.txt"}) {
     EXPECT_TRUE(theTree().contains(path)) << path;
   }
 }
@@ -41,6 +45,19 @@ TEST(TheTree, writesSignsAndBlanksAsTheyAreMeant) { expectNone(checkCharacters(t
 TEST(TheTree, explainsItself) { expectNone(checkWords(theTree())); }
 
 TEST(TheTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); }
+
+TEST(TheTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
+
+TEST(TheTree, hasAManualThatEveryReaderCanShow) {
+  const std::string command = "mandoc -T lint -W warning '" BRISKO_SOURCES "/man/brisko-daemon.8' 2>&1";
+  std::FILE* const lint = ::popen(command.c_str(), "r");
+  ASSERT_NE(lint, nullptr);
+  std::string complaints;
+  for (int byte = std::fgetc(lint); byte != EOF; byte = std::fgetc(lint))
+    complaints += static_cast<char>(byte);
+  EXPECT_EQ(::pclose(lint), 0);
+  EXPECT_EQ(complaints, "");
+}
 
 }  // namespace
 }  // namespace brisko::test

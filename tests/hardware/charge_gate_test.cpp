@@ -119,6 +119,101 @@ TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
   EXPECT_EQ(mac.machine().smc.exchanges, before);
 }
 
+// A Mac that closed the keys and has a limit of its own, which it supports from some uptime on.
+struct Detected {
+  std::variant<ChargeGate, GateFailure> result;
+  std::uint64_t questions = 0;
+  double seconds = 0;  // that it took
+};
+
+Detected detectWithLimit(double uptime, bool patient, double supportedAfter) {
+  MachineOptions options;
+  options.macOS = 27;
+  options.uptime = uptime;
+  test::VirtualMac mac(options);
+  mac.number(virtual_mac::ChangeKind::limitSupportedAfter, supportedAfter);
+  const double start = mac.machine().now;
+  Detected detected{.result = ChargeGate::detect(patient)};
+  detected.questions = mac.machine().limit.calls.supported;
+  detected.seconds = platform::wallNow() - start;
+  return detected;
+}
+
+const std::variant<ChargeGate, GateFailure> limitGate =
+    ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+const std::variant<ChargeGate, GateFailure> locked = GateFailure::lockedByMacOS;
+constexpr double never = 1e9;
+
+TEST(DetectionOfTheLimit, findsItAtTheFirstQuestionWithoutAPauseAndWithoutAKey) {
+  MachineOptions options;
+  options.macOS = 27;
+  const test::VirtualMac mac(options);
+  ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
+  const auto before = mac.machine().smc.exchanges;
+  const double start = platform::wallNow();
+  EXPECT_EQ(ChargeGate::detect(true), limitGate);
+  EXPECT_EQ(platform::wallNow(), start);
+  EXPECT_EQ(mac.machine().limit.calls.supported, 1U);
+  EXPECT_EQ(mac.machine().smc.exchanges, before);
+}
+
+TEST(DetectionOfTheLimit, asksOnceWithoutPatience) {
+  const Detected detected = detectWithLimit(10, false, never);
+  EXPECT_EQ(detected.result, locked);
+  EXPECT_EQ(detected.questions, 1U);
+  EXPECT_EQ(detected.seconds, 0);
+}
+
+TEST(DetectionOfTheLimit, findsItWithoutPatienceToo) {
+  EXPECT_EQ(detectWithLimit(10, false, 0).result, limitGate);
+}
+
+TEST(DetectionOfTheLimit, asks21TimesInAMinuteRightAfterBoot) {
+  const Detected detected = detectWithLimit(299, true, never);
+  EXPECT_EQ(detected.result, locked);
+  EXPECT_EQ(detected.questions, 21U);
+  EXPECT_EQ(detected.seconds, 60);
+}
+
+TEST(DetectionOfTheLimit, asks3TimesIn2SecondsFrom5MinutesOn) {
+  const Detected detected = detectWithLimit(300, true, never);
+  EXPECT_EQ(detected.result, locked);
+  EXPECT_EQ(detected.questions, 3U);
+  EXPECT_EQ(detected.seconds, 2);
+}
+
+TEST(DetectionOfTheLimit, waitsForAServiceThatIsNotUpYet) {
+  const Detected detected = detectWithLimit(20, true, 50);
+  EXPECT_EQ(detected.result, limitGate);
+  EXPECT_EQ(detected.questions, 11U);
+  EXPECT_EQ(detected.seconds, 30);
+}
+
+TEST(DetectionOfTheLimit, takesTheLastAnswerAndNoneAfterIt) {
+  EXPECT_EQ(detectWithLimit(20, true, 80).result, limitGate);
+}
+
+TEST(DetectionOfTheLimit, givesUpBeforeAServiceThatComesASecondLater) {
+  EXPECT_EQ(detectWithLimit(20, true, 81).result, locked);
+}
+
+TEST(DetectionOfTheLimit, asksNothingWithoutAClient) {
+  MachineOptions options;
+  options.macOS = 27;
+  test::VirtualMac mac(options);
+  mac.number(virtual_mac::ChangeKind::limitClient, static_cast<double>(virtual_mac::LimitClient::noSelector));
+  EXPECT_EQ(ChargeGate::detect(true), locked);
+  EXPECT_EQ(mac.machine().limit.calls.supported, 0U);
+}
+
+TEST(DetectionOfTheLimit, doesNotLookForItWhereTheKeysAreOpen) {
+  const test::VirtualMac mac;
+  ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
+  EXPECT_EQ(ChargeGate::detect(true),
+            (std::variant<ChargeGate, GateFailure>(ChargeGate{ChargeKeys::chte, AdapterCutKey::chie})));
+  EXPECT_EQ(mac.machine().limit.calls.loads, 0U);
+}
+
 TEST(GateFailureTexts, areTheOnesThatTheAppShows) {
   MachineOptions options;
   options.macOS = 28;

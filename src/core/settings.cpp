@@ -71,12 +71,6 @@ Settings parseConfig(const Json& object) {
   return settings;
 }
 
-Json dict(const Settings& settings) {
-  Json object = Json::object();
-  eachField(settings, [&object](const char* key, const auto& field) { object[key] = field; });
-  return object;
-}
-
 std::optional<Settings> readConfig(const std::string& path) {
   std::optional<std::string> bytes = readWholeFile(onVolume(path));
   if (!bytes) return std::nullopt;
@@ -94,7 +88,10 @@ void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optio
   written.topUp = topUp.value_or(settings.topUp);
   written.resetStats = resetStats.value_or(settings.resetStats);
   written.calibrate = calibrate.value_or(settings.calibrate);
-  writeJsonFile(onVolume(gConfigPath), dict(written));
+
+  Json object = Json::object();
+  eachField(written, [&object](const char* key, const auto& field) { object[key] = field; });
+  writeJsonFile(onVolume(gConfigPath), object);
 }
 
 }  // namespace brisko

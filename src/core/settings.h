@@ -37,9 +37,6 @@ struct Settings {
 // integer key is fatal (core/checked.h).
 [[nodiscard]] Settings parseConfig(const Json& object);
 
-// All 16 keys.
-[[nodiscard]] Json dict(const Settings& settings);
-
 // None when the file is missing, unreadable, not JSON or not an object. A file whose bytes have not changed
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);

@@ -17,7 +17,33 @@ std::string textOf(const SleepPlan& plan) {
   if (const auto target = plan.target()) return "carryOn(toward: " + std::to_string(*target) + ")";
   return plan.isFreeze() ? "freeze" : "leaveAlone";
 }
-std::string textOf(const Settings& settings) { return jsonText(dict(settings)).value_or("?"); }
+std::string textOf(bool value) { return value ? "true" : "false"; }
+std::string textOf(double value) { return jsonText(Json(value)).value_or("?"); }
+
+// Field by field, for what reads and writes the file may be what is broken.
+std::string textOf(const Settings& settings) {
+  std::string text;
+  const auto add = [&text](const char* name, const auto& value) {
+    text += (text.empty() ? "" : ", ") + std::string(name) + ": " + textOf(value);
+  };
+  add("enabled", settings.enabled);
+  add("limit", settings.limit);
+  add("discharge", settings.discharge);
+  add("led", settings.led);
+  add("blinkSeconds", settings.blinkSeconds);
+  add("thermal", settings.thermal);
+  add("thermalLimit", settings.thermalLimit);
+  add("topUp", settings.topUp);
+  add("topUpHours", settings.topUpHours);
+  add("hysteresis", settings.hysteresis);
+  add("history", settings.history);
+  add("historyDays", settings.historyDays);
+  add("calibrate", settings.calibrate);
+  add("calDrain", settings.calDrain);
+  add("calSoakMinutes", settings.calSoakMinutes);
+  add("resetStats", settings.resetStats);
+  return "Settings(" + text + ")";
+}
 
 std::string dateText(double secondsSince1970) {
   const UtcText text = utcText(secondsSince1970);

@@ -19,8 +19,7 @@ inline std::vector<std::string> failures;  // one text for each that failed, in 
 
 void expect(bool ok, std::string_view label);
 
-// A check that fails shows both values after its label. A missing value shows as "nil", settings as they
-// stand in their file.
+// A check that fails shows both values after its label; a missing one as "nil".
 void expectEqual(std::int64_t got, std::int64_t want, std::string_view label);
 void expectEqual(const std::optional<std::int64_t>& got, const std::optional<std::int64_t>& want,
                  std::string_view label);

@@ -1,5 +1,5 @@
-// The daemon with one rule broken: "brisko-broken BREAK [arguments of the daemon]". Without a word it prints the
-// names of the breaks.
+// The daemon with one rule broken: "brisko-broken BREAK [arguments of the daemon]". Without a word it prints
+// the names of the breaks.
 
 #include <cstdio>
 #include <string>

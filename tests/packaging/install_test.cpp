@@ -57,6 +57,21 @@ TEST(Install, putsEverythingInItsPlaceAndStartsTheService) {
                                                     "launchctl bootstrap system " + jobPath));
 }
 
+TEST(Install, worksInTheShellOfAMac) {
+  ScratchMac mac;
+  mac.useBash();
+  mac.putApp("/Applications/Brisko.app");
+
+  for (int time = 1; time <= 2; ++time) {
+    const Finished run = mac.install();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.errors, "");
+  }
+
+  EXPECT_THAT(mac.job(), ::testing::Optional(HasSubstr("<string>--app</string>")));
+  EXPECT_TRUE(exists(mac.at(programFile)));
+}
+
 TEST(Install, givesEverythingToRoot) {
   const ScratchMac mac;
 

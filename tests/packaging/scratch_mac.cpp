@@ -53,7 +53,7 @@ Finished ScratchMac::uninstall(const Words& arguments, const Environment& enviro
 Finished ScratchMac::runScript(const std::string& path, const Words& arguments,
                                const Environment& environment) const {
   // The script keeps the process number of this shell, so that a stand-in can end it in the middle.
-  Words words{"-c", "SCRIPT_PID=$$; export SCRIPT_PID; exec \"$@\"", "sh", "/bin/sh", path};
+  Words words{"-c", "SCRIPT_PID=$$; export SCRIPT_PID; exec \"$@\"", "sh", shell_, path};
   words.insert(words.end(), arguments.begin(), arguments.end());
   Environment all = environment;
   all.merge(Environment{{"BRISKO_ROOT", root_},

@@ -18,7 +18,10 @@ class ScratchMac {
   // A volume as it is before anything is installed.
   ScratchMac();
 
-  // Runs a script of packaging/ by the shell, to its end. The installer gets the stand-in for the program.
+  // From here on scripts are run by bash, which is what a Mac has for sh, and no longer by the sh of this system.
+  void useBash() { shell_ = "/bin/bash"; }
+
+  // Runs a script of packaging/, to its end. The installer gets the stand-in for the program.
   [[nodiscard]] Finished install(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished uninstall(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished runScript(const std::string& path, const Words& arguments,
@@ -50,6 +53,7 @@ class ScratchMac {
   ScratchFolder folder_;
   std::string root_;
   std::string mac_;  // what the stand-ins know
+  std::string shell_ = "/bin/sh";
   Words before_;
 };
 

@@ -70,6 +70,19 @@ TEST_F(Uninstall, worksAsTheCopyThatWasInstalled) {
   expectNothingLeft();
 }
 
+TEST_F(Uninstall, worksInTheShellOfAMac) {
+  mac.useBash();
+  mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
+  mac.crash();
+
+  const Finished run = mac.uninstall();
+
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(run.errors, "");
+  EXPECT_THAT(mac.journal(), Contains("charge given back, the job there"));
+  expectNothingLeft();
+}
+
 TEST_F(Uninstall, findsNothingToDoTheSecondTime) {
   ASSERT_EQ(mac.uninstall().status, 0);
   mac.forgetJournal();

@@ -32,9 +32,9 @@ root=${root%/}
 if [ -z "$root" ]; then
   PATH=/usr/bin:/bin:/usr/sbin:/sbin
   export PATH
+  # The probe below must tell of this Mac and no other.
+  unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 fi
-# The probe below must tell of this Mac and no other.
-unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 
 # Not in the folders of the data and of the log, which are deleted as a whole when the app has all data erased.
 folder=$root/Library/Brisko

@@ -28,8 +28,9 @@ root=${root%/}
 if [ -z "$root" ]; then
   PATH=/usr/bin:/bin:/usr/sbin:/sbin
   export PATH
+  # The program must find this Mac and no other.
+  unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 fi
-unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 
 folder=$root/Library/Brisko
 program=$folder/brisko-daemon

@@ -30,7 +30,7 @@ class Package : public ::testing::Test {
                           {"STAND_IN_MAC", mac.at("/tmp")},
                           {"MAKEFLAGS", ""},
                           {"PATH", std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
-    return run("sh", words, all);
+    return run("/bin/sh", words, all);
   }
 
   [[nodiscard]] std::string calls() const { return contents(mac.at("/tmp/journal")); }

@@ -60,7 +60,7 @@ Finished ScratchMac::runScript(const std::string& path, const Words& arguments,
                         {"STAND_IN_MAC", mac_},
                         {"STAND_INS", standIns},
                         {"PATH", standIns + ":/usr/bin:/bin"}});
-  return run("sh", words, all);
+  return run("/bin/sh", words, all);
 }
 
 void ScratchMac::put(const std::string& path, const std::string& text) const {

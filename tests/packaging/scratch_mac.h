@@ -18,7 +18,8 @@ class ScratchMac {
   // A volume as it is before anything is installed.
   ScratchMac();
 
-  // From here on scripts are run by bash, which is what a Mac has for sh, and no longer by the sh of this system.
+  // From here on scripts are run by bash, which is what a Mac has for sh, and no longer by the sh of this
+  // system.
   void useBash() { shell_ = "/bin/bash"; }
 
   // Runs a script of packaging/, to its end. The installer gets the stand-in for the program.

@@ -257,7 +257,7 @@ main() {
   find_app
   owner=0
   [ -z "$root" ] || owner=$(find "$root" -prune -exec ls -ldn {} \; | awk '{ print $3 }')
-  need_path_of_root "$root/Library"
+  # This looks at the folder that the program's own will lie in, too.
   need_path_of_root "$root/Library/LaunchDaemons"
 
   trap clean_up EXIT

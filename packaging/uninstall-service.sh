@@ -121,7 +121,9 @@ has_started() {
 # settings and no limit, so that it holds nothing meanwhile. Right after the Mac has started it may take a minute
 # to find its way to control the charge.
 run_once() {
-  "$program" --limit 100 --config "$scratch/no-settings.json" >"$scratch/output" 2>&1 &
+  # Emptied here and not by the program's own shell, or the banner of an earlier run might be taken for this one's.
+  : >"$scratch/output"
+  "$program" --limit 100 --config "$scratch/no-settings.json" >>"$scratch/output" 2>&1 &
   pid=$!
   patience=90
   until has_started || [ "$patience" -eq 0 ] || ! kill -0 "$pid" 2>/dev/null; do

@@ -2,7 +2,7 @@
 # Programs land in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench format tidy coverage release
+.PHONY: help demo test bench format tidy coverage release sign package
 
 help:
 	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
@@ -12,6 +12,7 @@ help:
 	@echo 'make format    bring the C++ files into the format'
 	@echo 'make tidy      clang-tidy alone'
 	@echo 'make coverage  which lines of src/ no test runs'
+	@echo 'make sign, make package   on a Mac: sign the program, pack it with its installer (docs/macos.md)'
 
 demo: configured
 	@cmake --build build/release --target brisko-daemon brisko-vmac brisko-demo
@@ -43,3 +44,7 @@ coverage:
 configured:
 	@scripts/install-dependencies.sh
 	@cmake --preset release
+
+# On a Mac, with IDENTITY=… or INSTALLER_IDENTITY=…
+sign package:
+	@$(MAKE) -C packaging $@

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Everything that is tested, from nothing: the format, a release build by g++ with all tests, a build by clang
-# with sanitizers and all tests again, the control service under the sanitizer of threads, and clang-tidy. The
-# last line counts the tests of all runs; a step that fails without being a test (the format, a build, clang-tidy)
-# counts as one failed.
+# Everything that is tested, from nothing: the format and the shell scripts, a release build by g++ with all
+# tests, a build by clang with sanitizers and all tests again, the control service under the sanitizer of
+# threads, and clang-tidy. The last line counts the tests of all runs; a step that fails without being a test
+# (the format, a build, clang-tidy) counts as one failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
@@ -66,6 +66,7 @@ run_tests() {
 
 if step 'what is needed' scripts/install-dependencies.sh checks; then
   step 'format' scripts/format.sh --check
+  step 'shell scripts' scripts/check-scripts.sh
   step 'release build' build release && step 'tests' run_tests release "$release_results"
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results"

@@ -41,7 +41,9 @@ Words environmentWith(const Environment& added) {
 
 }  // namespace
 
-std::string programPath(const std::string& name) { return std::string(BRISKO_PROGRAMS) + "/" + name; }
+std::string programPath(const std::string& name) {
+  return name.starts_with('/') ? name : std::string(BRISKO_PROGRAMS) + "/" + name;
+}
 
 Program::Program(const std::string& name, const Words& arguments, const Environment& environment) {
   posix_spawn_file_actions_t actions;

@@ -19,7 +19,7 @@ namespace brisko::test {
 using Words = std::vector<std::string>;
 using Environment = std::map<std::string, std::string>;  // added to ours
 
-// A program of the build folder while it runs.
+// A program of the build folder, or of the system by its whole path, while it runs.
 class Program {
  public:
   Program(const std::string& name, const Words& arguments, const Environment& environment = {});

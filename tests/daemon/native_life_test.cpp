@@ -670,8 +670,8 @@ TEST_P(ManyDays, endWithTheLimitInForceAndTheUsersOwnHandedBack) {
                                              R"({"enabled":false})",
                                              R"({"topUp":true})",
                                              R"({"limit":85,"thermal":true,"thermalLimit":35})"};
-  constexpr int halfDays = 120;
-  for (int step = 0; step < halfDays; ++step) {
+  constexpr int changes = 60;
+  for (int step = 0; step < changes; ++step) {
     switch (below(9)) {
       case 0:
         mac.unplug();

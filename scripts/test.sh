@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Everything that is tested, from nothing: the format and the shell scripts, a release build by g++ with all
-# tests, a build by clang with sanitizers and all tests again, and clang-tidy. The last line counts the tests of
-# both runs; a step that fails without being a test (the format, a build, clang-tidy) counts as one failed.
+# Everything that is tested, from nothing: the format, a release build by g++ with all tests, a build by clang
+# with sanitizers and all tests again, and clang-tidy. The last line counts the tests of both runs; a step that
+# fails without being a test (the format, a build, clang-tidy) counts as one failed.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Everything that is tested, from nothing: the format and the shell scripts, a release build by g++ with all
+# Everything that is tested, from nothing: the format, a release build by g++ with all
 # tests, a build by clang with sanitizers and all tests again, the control service under the sanitizer of
 # threads, and clang-tidy. The last line counts the tests of all runs; a step that fails without being a test
 # (the format, a build, clang-tidy) counts as one failed.

@@ -13,8 +13,8 @@ namespace brisko {
 [[nodiscard]] std::int32_t CKMCLEnabled();
 // The limit itself, or -1.
 [[nodiscard]] std::int32_t CKMCLLimit();
-// The client takes 80 to 100 in steps of 5; it is not asked for anything else, and that is a failure. So is an
-// error that it reports.
+// The client takes 80 to 100 in steps of 5; it is not asked for anything else, and that is a failure. So is
+// an error that it reports.
 [[nodiscard]] std::int32_t CKMCLSetLimit(std::int32_t pct);
 
 namespace NativeLimit {

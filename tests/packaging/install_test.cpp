@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -374,6 +375,20 @@ TEST(Install, explainsItselfToAnyone) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
+// Half a file never stands where somebody would use it.
+void expectWholeFiles(const ScratchMac& mac) {
+  const std::map<std::string, std::string> whole{
+      {programFile, contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon")},
+      {jobPath, jobWithoutApp()},
+      {"/Library/Brisko/uninstall-service.sh", supplied("uninstall-service.sh")},
+      {"/etc/newsyslog.d/com.brisko.daemon.conf", supplied("newsyslog.d/com.brisko.daemon.conf")}};
+  for (const auto& [path, text] : whole) {
+    if (exists(mac.at(path))) {
+      EXPECT_EQ(contents(mac.at(path)), text) << path;
+    }
+  }
+}
+
 // Cuts an installation off before each of its calls in turn, in the middle of a file where a file is written.
 // `mend` makes good each time. Tells at how many calls it was cut off.
 template <typename Mend>
@@ -383,12 +398,7 @@ int cutOffEverywhere(const Mend& mend) {
     const ScratchMac mac;
     const Finished run = mac.install({}, {{"STAND_IN_KILL_AT", std::to_string(call)}});
     if (!run.endSignal) return call - 1;
-    // Half a file never stands where somebody would use it.
-    for (const auto& [path, whole] :
-         {std::pair(programFile, contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon")),
-          std::pair(std::string("/Library/Brisko/uninstall-service.sh"), supplied("uninstall-service.sh"))}) {
-      if (exists(mac.at(path))) EXPECT_EQ(contents(mac.at(path)), whole);
-    }
+    expectWholeFiles(mac);
     mend(mac);
     if (::testing::Test::HasFailure()) return call;
   }

@@ -10,6 +10,9 @@
 #include "core/options.h"
 #include "core/process_flags.h"
 #include "core/start_up.h"
+#include "diagnostics/firmware_test.h"
+#include "diagnostics/probe.h"
+#include "diagnostics/self_test.h"
 #include "hardware/smc.h"
 #include "platform/clock.h"
 #include "platform/host.h"
@@ -18,7 +21,6 @@ namespace brisko {
 namespace {
 
 constexpr int statusFailed = 1;
-constexpr int statusNotBuilt = 70;
 
 // A standard stream that is closed at the start gets the null device; otherwise the first file opened would
 // take its number, and every line meant for the stream would land in that file.
@@ -36,11 +38,9 @@ int fail(std::string_view text, int status) {
 
 bool isRoot() { return platform::effectiveUserId() == 0; }
 
-int modeNotBuilt() { return fail("brisko-daemon: this mode is not built yet\n", statusNotBuilt); }
-
 int testFirmware() {
   if (!isRoot()) return fail("⛔️ --fwtest has to run as root (sudo).\n", statusFailed);
-  return modeNotBuilt();
+  return runFirmwareTest();
 }
 
 int printVersion() {
@@ -65,9 +65,9 @@ int enter(const std::vector<std::string>& arguments) {
   scanArguments(arguments);
 
   if (gFwTest) return testFirmware();
-  if (gSelfTest) return modeNotBuilt();
+  if (gSelfTest) return runSelfTests();
   if (gPrintVersion) return printVersion();
-  if (gProbeOnly) return modeNotBuilt();
+  if (gProbeOnly) return runProbe(gProbeJSON);
   return runDaemon();
 }
 

@@ -1,7 +1,6 @@
 #include "core/log.h"
 
 #include <array>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -14,6 +13,7 @@
 #include "core/files.h"
 #include "core/folders.h"
 #include "core/process_flags.h"
+#include "core/standard_output.h"
 #include "core/utc_text.h"
 #include "core/volume_path.h"
 #include "platform/clock.h"
@@ -25,31 +25,6 @@ namespace {
 std::string timeStamp(double secondsSince1970) {
   const UtcText text = utcText(secondsSince1970);
   return text.date + "T" + text.time + "Z";
-}
-
-bool isPending(int signal) {
-  sigset_t pending;
-  sigemptyset(&pending);
-  ::sigpending(&pending);
-  return sigismember(&pending, signal) == 1;
-}
-
-// Whoever read our standard output may be gone, and the signal that comes of it would end the daemon with
-// the charge still held. It has no handler, so it is kept out of this one write and taken away after it.
-void writeStandardOutput(std::string_view text) {
-  sigset_t brokenPipe;
-  sigset_t before;
-  sigemptyset(&brokenPipe);
-  sigaddset(&brokenPipe, SIGPIPE);
-  const bool somebodyElses = isPending(SIGPIPE);
-  ::pthread_sigmask(SIG_BLOCK, &brokenPipe, &before);
-  // The log file has the line too; there is nothing to do about this one.
-  static_cast<void>(writeAll(STDOUT_FILENO, text));
-  if (!somebodyElses && isPending(SIGPIPE)) {
-    int taken = 0;
-    ::sigwait(&brokenPipe, &taken);
-  }
-  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 }  // namespace
@@ -72,7 +47,7 @@ constexpr mode_t fileMode = 0644;
 struct State {
   Descriptor handle;
   std::int64_t written = 0;  // bytes in the file as far as this process knows
-  std::string directory = "/Library/Logs/Brisko";
+  std::string directory = defaultDirectory;
   std::int64_t cap = defaultCap;
 };
 State state;

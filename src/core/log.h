@@ -19,6 +19,7 @@ void log(std::string_view message);
 // not looked at again until a rotation.
 namespace LogFile {
 
+inline constexpr const char* defaultDirectory = "/Library/Logs/Brisko";
 inline constexpr std::int64_t defaultCap = 4'194'304;  // bytes
 
 // Appends one formatted line, opening, creating (folder 0755, file 0644) or rotating as needed. Nothing

@@ -102,4 +102,8 @@ std::optional<std::uint32_t> systemCapabilities() {
   return static_cast<std::uint32_t>(*word);
 }
 
+bool isFullWake(const std::optional<std::uint32_t>& capabilities) {
+  return !capabilities || (*capabilities & capabilityGraphics) != 0;
+}
+
 }  // namespace brisko

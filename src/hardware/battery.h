@@ -51,5 +51,8 @@ namespace SmartBattery {
 
 inline constexpr std::uint32_t capabilityGraphics = 2;  // the display stack is up: a full wake
 [[nodiscard]] std::optional<std::uint32_t> systemCapabilities();
+// A maintenance wake leaves the display off. No reading counts as fully awake: never to discharge again would
+// be the worse mistake.
+[[nodiscard]] bool isFullWake(const std::optional<std::uint32_t>& capabilities);
 
 }  // namespace brisko

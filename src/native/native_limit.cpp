@@ -229,7 +229,7 @@ void noteRefusal(std::int64_t target, std::int64_t held) {
 }
 
 void awaitConfirmation(std::int64_t target, std::int64_t held, double now) {
-  if (now - gNativeAttemptAt >= patience) return noteRefusal(target, held);
+  if (nativeRefusalDue(gNativeAttemptAt, now)) return noteRefusal(target, held);
   if (now - gNativeNudgedAt < nudgeSeconds) return;
   gNativeNudgedAt = now;
   writeAgain(target);
@@ -257,6 +257,8 @@ std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs) {
 }
 
 double nativeAttemptClock(double attemptAt, bool plugged, double now) { return plugged ? attemptAt : now; }
+
+bool nativeRefusalDue(double attemptAt, double now) { return now - attemptAt >= patience; }
 
 ChargeState nativeChargeState(const NativeStateInputs& inputs) {
   constexpr std::int64_t chargingMA = 150;   // above it the battery is being charged

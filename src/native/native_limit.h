@@ -52,6 +52,8 @@ struct HoldPointInputs {
 // Since when macOS is given time to hold the target: time on battery does not count, for macOS shows no limit
 // there.
 [[nodiscard]] double nativeAttemptClock(double attemptAt, bool plugged, double now);
+// Whether macOS has had its time to hold the target, so that one it does not show counts as refused.
+[[nodiscard]] bool nativeRefusalDue(double attemptAt, double now);
 
 // What the battery's current says that macOS is doing.
 struct NativeStateInputs {

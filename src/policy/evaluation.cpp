@@ -170,9 +170,7 @@ void chooseTarget(Pass& pass) {
 
 // In a maintenance wake the display stays off and a discharge can't be judged, so none is begun.
 void considerWake(Pass& pass) {
-  const auto capabilities = systemCapabilities();
-  // No reading counts as fully awake: never to discharge again would be the worse mistake.
-  if (!capabilities || (*capabilities & capabilityGraphics) != 0) {
+  if (isFullWake(systemCapabilities())) {
     pass.dischargeNow = pass.dischargeOn;
     gDarkWakeLogged = false;
     return;

@@ -19,9 +19,9 @@ using test::inChild;
 using test::Life;
 using test::tell;
 using test::VirtualMac;
+using ::testing::StartsWith;
 using virtual_mac::ChangeKind;
 
-constexpr const char* notBuilt = "brisko-daemon: this mode is not built yet\n";
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 
 // How a life with these arguments ends before it comes to a wait.
@@ -74,14 +74,22 @@ TEST_F(Entering, printsTheVersionForAnybody) {
   expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
 }
 
-TEST_F(Entering, saysWhichModesAreNotBuilt) {
-  for (const char* mode : {"--fwtest", "--selftest", "--probe"}) {
-    expectEnd(run(mac, {mode}), 70, "", notBuilt);
-  }
+TEST_F(Entering, runsTheFirmwareTestBeforeAnythingElse) {
+  // It says so on standard output, where the daemon uses standard error.
+  expectEnd(run(mac, {"--probe", "--version", "--selftest", "--fwtest"}), 1, "Could not open AppleSMC.\n",
+            "");
 }
 
 TEST_F(Entering, looksAtTheSelfTestBeforeTheVersion) {
-  expectEnd(run(mac, {"--version", "--selftest"}), 70, "", notBuilt);
+  const Outcome outcome = run(mac, {"--version", "--selftest", "--probe"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.output, StartsWith("✓ "));
+  EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Entering, probesWithAndWithoutJson) {
+  expectEnd(run(mac, {"--probe"}), 1, "Could not open AppleSMC.\n", "");
+  expectEnd(run(mac, {"--json", "--probe"}), 1, "Could not open AppleSMC.\n", "");
 }
 
 TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
@@ -89,8 +97,8 @@ TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
   expectEnd(run(mac, {"--fwtest"}), 1, "", "⛔️ --fwtest has to run as root (sudo).\n");
   expectEnd(run(mac, {"--version", "--selftest", "--probe", "--fwtest"}), 1, "",
             "⛔️ --fwtest has to run as root (sudo).\n");
-  expectEnd(run(mac, {"--selftest"}), 70, "", notBuilt);
-  expectEnd(run(mac, {"--probe"}), 70, "", notBuilt);
+  EXPECT_EQ(run(mac, {"--selftest"}).status, 0);
+  EXPECT_EQ(run(mac, {"--probe"}).errors, "");
 }
 
 TEST_F(Entering, saysWhenTheControllerRefuses) {
@@ -115,10 +123,9 @@ TEST(EnteringWithoutRoot, touchesNoHardware) {
   EXPECT_TRUE(mac.journal().empty());
 }
 
-TEST(EnteringAMode, opensNoController) {
+TEST(EnteringAMode, thatLooksAtNoHardwareOpensNoController) {
   VirtualMac mac;
-  for (const char* mode : {"--fwtest", "--selftest", "--probe", "--version"})
-    static_cast<void>(run(mac, {mode}));
+  for (const char* mode : {"--selftest", "--version"}) static_cast<void>(run(mac, {mode}));
   EXPECT_EQ(mac.machine().system.lives, 0U);
 }
 

@@ -40,25 +40,6 @@ TEST(Modes, versionPrintsTheVersion) {
   EXPECT_EQ(finished.errors, "");
 }
 
-TEST(Modes, thatAreNotBuiltYetSayItAndStartNothing) {
-  const LiveMac mac;
-  for (const char* mode : {"--fwtest", "--selftest", "--probe"}) {
-    const auto program = mac.daemon({mode, "--version"});
-    ASSERT_TRUE(program->ends());
-    if (std::string(mode) == "--probe") {
-      EXPECT_EQ(program->output(), "0.9.9\n");  // the version is looked at first
-      continue;
-    }
-    EXPECT_EQ(program->status(), 70) << mode;
-    EXPECT_EQ(program->errors(), "brisko-daemon: this mode is not built yet\n");
-    EXPECT_EQ(program->output(), "");
-  }
-  const auto probe = mac.daemon({"--probe"});
-  ASSERT_TRUE(probe->ends());
-  EXPECT_EQ(probe->status(), 70);
-  EXPECT_EQ(mac.log(), "");
-}
-
 TEST(WithoutAVirtualMac, rootIsToldThatThereIsNoController) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   const Finished finished = run("brisko-daemon", {});
@@ -67,35 +48,21 @@ TEST(WithoutAVirtualMac, rootIsToldThatThereIsNoController) {
   EXPECT_EQ(finished.output, "");
 }
 
-// Becomes nobody and runs the program through a descriptor, so that the way to it need not be open to nobody.
-test::Ended runAsNobody(const std::vector<std::string>& words) {
-  return test::inChild([&] {
-    const int program = ::open(test::programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
-    test::becomeNobody();
-    std::vector<char*> arguments{const_cast<char*>("brisko-daemon")};
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    ::unsetenv("BRISKO_VIRTUAL_MAC");
-    ::fexecve(program, arguments.data(), environ);
-    ::_exit(99);
-  });
-}
-
 TEST(WithoutRoot, theDaemonDoesNotStart) {
-  const test::Ended ended = runAsNobody({});
+  const test::Ended ended = test::runAsNobody({});
   EXPECT_EQ(ended.status, 1);
   EXPECT_EQ(ended.errors, "⛔️ brisko-daemon has to run as root (sudo).\n");
   EXPECT_EQ(ended.output, "");
 }
 
 TEST(WithoutRoot, theFirmwareTestDoesNotStart) {
-  const test::Ended ended = runAsNobody({"--fwtest"});
+  const test::Ended ended = test::runAsNobody({"--fwtest"});
   EXPECT_EQ(ended.status, 1);
   EXPECT_EQ(ended.errors, "⛔️ --fwtest has to run as root (sudo).\n");
 }
 
 TEST(WithoutRoot, theVersionIsPrintedAllTheSame) {
-  const test::Ended ended = runAsNobody({"--version"});
+  const test::Ended ended = test::runAsNobody({"--version"});
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.output, "0.9.9\n");
 }

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,6 +86,19 @@ std::optional<int> Program::status() const {
 
 std::optional<int> Program::endSignal() const {
   return ended_ && WIFSIGNALED(*ended_) ? std::optional(WTERMSIG(*ended_)) : std::nullopt;
+}
+
+Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask) {
+  return inChild([&] {
+    const int program = ::open(programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
+    Words words{"brisko-daemon"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    Words variables = environmentWith(environment);
+    ::umask(fileMask);
+    becomeNobody();
+    ::fexecve(program, pointersTo(words).data(), pointersTo(variables).data());
+    ::_exit(99);
+  });
 }
 
 bool eventually(const std::function<bool()>& seen, double seconds) {

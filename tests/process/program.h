@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
 
@@ -54,6 +55,11 @@ struct Finished {
 };
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
+
+// Becomes nobody and runs the daemon to its end, without a virtual Mac. The program is opened first, so that
+// the way to it need not be open to nobody.
+[[nodiscard]] Ended runAsNobody(const Words& arguments, const Environment& environment = {},
+                                mode_t fileMask = 022);
 
 [[nodiscard]] std::string programPath(const std::string& name);
 

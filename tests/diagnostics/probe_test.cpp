@@ -1,0 +1,210 @@
+#include "diagnostics/probe.h"
+
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/life.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::Life;
+using test::VirtualMac;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+using virtual_mac::CutKind;
+using virtual_mac::GateKind;
+using virtual_mac::MachineOptions;
+using virtual_mac::PropertyFault;
+
+// What a life with these arguments prints before it comes to a wait; its status comes after it.
+std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) {
+  Life life(mac, arguments);
+  life.run(0);
+  EXPECT_EQ(life.errors(), "");
+  return life.output() + std::to_string(life.status().value_or(-1));
+}
+std::string text(VirtualMac& mac) { return outcome(mac, {"--probe"}); }
+std::string object(VirtualMac& mac) { return outcome(mac, {"--probe", "--json"}); }
+
+MachineOptions with(GateKind gate, CutKind cut, bool light = true) {
+  MachineOptions options;
+  options.gate = gate;
+  options.cut = cut;
+  options.magSafeLight = light;
+  return options;
+}
+
+MachineOptions closed(bool chargeLimit) {
+  MachineOptions options;
+  options.macOS = 27;
+  options.chargeLimit = chargeLimit;
+  return options;
+}
+
+TEST(Probe, tellsOfTheOneKey) {
+  VirtualMac mac;
+  EXPECT_EQ(text(mac),
+            "charging   : CHTE\n"
+            "discharge  : CHIE\n"
+            "MagSafe LED: ACLC\n"
+            "verified by: AppleSmartBattery current\n"
+            "will write : CHIE, CHTE (+ ACLC)\n"
+            "0");
+  EXPECT_EQ(object(mac), R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true}0)");
+}
+
+TEST(Probe, tellsOfThePairWithoutALight) {
+  VirtualMac mac(with(GateKind::ch0b0c, CutKind::ch0i, false));
+  EXPECT_EQ(text(mac),
+            "charging   : CH0B+CH0C\n"
+            "discharge  : CH0I\n"
+            "MagSafe LED: not supported\n"
+            "verified by: AppleSmartBattery current\n"
+            "will write : CH0I, CH0B, CH0C (+ ACLC)\n"
+            "0");
+  EXPECT_EQ(object(mac), R"({"discharge":"CH0I","led":false,"mode":"CH0B+CH0C","supported":true}0)");
+}
+
+TEST(Probe, tellsOfTheFirmwareBand) {
+  VirtualMac mac(with(GateKind::firmwareBand, CutKind::ch0j));
+  EXPECT_EQ(text(mac),
+            "charging   : bfD0/bfE0/bfF0\n"
+            "discharge  : CH0J\n"
+            "MagSafe LED: ACLC\n"
+            "verified by: AppleSmartBattery current\n"
+            "will write : CH0J, bfF0, bfD0, bfE0 (+ ACLC)\n"
+            "0");
+  EXPECT_EQ(object(mac), R"({"discharge":"CH0J","led":true,"mode":"bfD0/bfE0/bfF0","supported":true}0)");
+}
+
+TEST(Probe, tellsThatTheAdapterCannotBeCut) {
+  VirtualMac mac(with(GateKind::chte, CutKind::none));
+  EXPECT_EQ(text(mac),
+            "charging   : CHTE\n"
+            "discharge  : not supported\n"
+            "MagSafe LED: ACLC\n"
+            "verified by: AppleSmartBattery current\n"
+            "will write : CHTE (+ ACLC)\n"
+            "0");
+  EXPECT_EQ(object(mac), R"({"led":true,"mode":"CHTE","supported":true}0)");
+}
+
+TEST(Probe, tellsOfTheLimitOfMacOS) {
+  VirtualMac mac(closed(true));
+  EXPECT_EQ(text(mac),
+            "charging   : macOS\n"
+            "discharge  : macOS (down to the limit)\n"
+            "MagSafe LED: ACLC\n"
+            "verified by: AppleSmartBattery current\n"
+            "will write : macOS charge limit (PowerUI, mclLimitValue below 80%) (+ ACLC)\n"
+            "0");
+  EXPECT_EQ(object(mac), R"({"discharge":"macOS","led":true,"mode":"macOS","supported":true}0)");
+}
+
+constexpr const char* lockedMessage =
+    "macOS 27 changed the way charging is controlled; Brisko can’t hold a limit on this version yet.";
+constexpr const char* lockedObject =
+    R"({"detail":"macOS 27: CHTE/CH0B/CH0C empty and bfF0/bfD0/bfE0 refused (kIOReturnNotPrivileged) even )"
+    R"(for root — not probed, see SystemLock","message":"macOS 27 changed the way charging is controlled; )"
+    R"(Brisko can’t hold a limit on this version yet.","reason":"system-locked","supported":false}0)";
+
+TEST(Probe, tellsOfClosedKeys) {
+  VirtualMac mac(closed(false));
+  EXPECT_EQ(text(mac), std::string("no usable charge control.\n") + lockedMessage + "\n0");
+  EXPECT_EQ(object(mac), lockedObject);
+}
+
+TEST(Probe, looksForNoKeyWhereTheyAreClosed) {
+  VirtualMac mac(closed(false));
+  mac.keepReads();
+  static_cast<void>(text(mac));
+  static_cast<void>(object(mac));
+  EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST(Probe, waitsForNothingRightAfterBoot) {
+  MachineOptions options = closed(true);
+  options.uptime = 5;
+  VirtualMac mac(options);
+  mac.number(ChangeKind::limitSupportedAfter, 30);
+  EXPECT_EQ(object(mac), lockedObject);
+}
+
+TEST(Probe, tellsThatThereIsNoKnownKey) {
+  VirtualMac mac(with(GateKind::none, CutKind::chie));
+  EXPECT_EQ(
+      text(mac),
+      "no usable charge control.\n"
+      "Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, an M1 "
+      "or newer.\n"
+      "0");
+  EXPECT_EQ(object(mac),
+            R"j({"detail":"no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)",)j"
+            R"("message":"Brisko couldn’t find a way to control charging on this Mac. It needs an Apple )"
+            R"(Silicon Mac, an M1 or newer.","reason":"none","supported":false}0)");
+}
+
+TEST(Probe, saysOnStandardOutputThatThereIsNoController) {
+  VirtualMac mac;
+  mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent));
+  EXPECT_EQ(text(mac), "Could not open AppleSMC.\n1");
+  EXPECT_EQ(object(mac), "Could not open AppleSMC.\n1");
+}
+
+TEST(Probe, isForEverybody) {
+  VirtualMac mac;
+  mac.number(ChangeKind::userId, 501);
+  EXPECT_EQ(object(mac), R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true}0)");
+}
+
+TEST(Probe, namesWhatAHoldIsVerifiedBy) {
+  VirtualMac mac;
+  mac.property("Amperage", PropertyFault::missing);
+  EXPECT_THAT(text(mac), HasSubstr("\nverified by: CHSC\n"));
+  mac.removeKey("CHSC");
+  EXPECT_THAT(text(mac), HasSubstr("\nverified by: nothing\n"));
+  mac.property("Amperage", PropertyFault::none);
+  EXPECT_THAT(text(mac), HasSubstr("\nverified by: AppleSmartBattery current\n"));
+}
+
+// A key without bytes can be read all the same.
+TEST(Probe, countsAnEmptyKeyAsThere) {
+  VirtualMac mac;
+  mac.property("Amperage", PropertyFault::missing);
+  for (const char* key : {"ACLC", "CHSC", "CHTE"}) {
+    mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode(key), .number = 0});
+  }
+  EXPECT_EQ(text(mac),
+            "charging   : CHTE\n"
+            "discharge  : CHIE\n"
+            "MagSafe LED: ACLC\n"
+            "verified by: CHSC\n"
+            "will write : CHIE, CHTE (+ ACLC)\n"
+            "0");
+}
+
+TEST(Probe, writesNeitherKeysNorFiles) {
+  for (const MachineOptions& options : {with(GateKind::chte, CutKind::chie), closed(true), closed(false)}) {
+    VirtualMac mac(options);
+    const auto volume = [&mac] {
+      std::vector<std::string> paths;
+      for (const auto& entry : std::filesystem::recursive_directory_iterator(mac.path(""))) {
+        paths.push_back(entry.path());
+      }
+      return paths;
+    };
+    const auto before = volume();
+    static_cast<void>(text(mac));
+    static_cast<void>(object(mac));
+    EXPECT_THAT(mac.writes(), IsEmpty());
+    EXPECT_EQ(volume(), before);
+  }
+}
+
+}  // namespace
+}  // namespace brisko

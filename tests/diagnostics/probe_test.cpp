@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "support/life.h"
+#include "support/record_schemas.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
@@ -29,7 +30,12 @@ std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) 
   return life.output() + std::to_string(life.status().value_or(-1));
 }
 std::string text(VirtualMac& mac) { return outcome(mac, {"--probe"}); }
-std::string object(VirtualMac& mac) { return outcome(mac, {"--probe", "--json"}); }
+std::string object(VirtualMac& mac) {
+  std::string printed = outcome(mac, {"--probe", "--json"});
+  const std::string withoutStatus = printed.substr(0, printed.rfind('}') + 1);
+  if (!withoutStatus.empty()) EXPECT_EQ(test::flawIn(withoutStatus, "probe"), std::nullopt) << printed;
+  return printed;
+}
 
 MachineOptions with(GateKind gate, CutKind cut, bool light = true) {
   MachineOptions options;

@@ -212,7 +212,8 @@ remove_folder() {
 clean_up() {
   status=$?
   trap - EXIT
-  [ -z "$pid" ] || kill -TERM "$pid" 2>/dev/null || true
+  # It writes as it ends, so the data can only be put back after it.
+  if [ -n "$pid" ] && kill -TERM "$pid" 2>/dev/null; then wait "$pid" || true; fi
   [ -z "$moved_aside" ] || put_data_back
   [ -z "$scratch" ] || rm -rf "$scratch"
   exit "$status"

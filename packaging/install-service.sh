@@ -230,7 +230,8 @@ start_job() {
   patience=5
   until launchctl bootstrap system "$plist"; do
     patience=$((patience - 1))
-    [ "$patience" -gt 0 ] || fail "The launch service does not take the job. \"launchctl print system/$label\" may tell why."
+    [ "$patience" -gt 0 ] ||
+      fail "The launch service does not take the job. \"launchctl print system/$label\" may tell why."
     sleep 1
   done
   say "Started the service $label${app:+, which watches $app}."

@@ -95,7 +95,8 @@ stop_job() {
   launchctl bootout "system/$label" || true
   patience=30
   while is_loaded; do
-    [ "$patience" -gt 0 ] || fail "The running service does not stop, so nothing was removed. Restart the Mac, then run this again."
+    [ "$patience" -gt 0 ] ||
+      fail "The running service does not stop, so nothing was removed. Restart the Mac, then run this again."
     patience=$((patience - 1))
     sleep 1
   done
@@ -154,7 +155,9 @@ give_back() {
     return 0
   fi
   if [ ! -x "$program" ]; then
-    [ "$held" != yes ] || complain "The daemon was cut off, and its program is gone: the charge may still be held. Install the service again, then remove it."
+    [ "$held" != yes ] ||
+      complain "The daemon was cut off, and its program is gone: the charge may still be held. Install the" \
+        "service again, then remove it."
     return 0
   fi
   if run_once; then
@@ -164,7 +167,8 @@ give_back() {
   if [ -d "$data" ] && [ ! -e "$data.aside" ] && mv "$data" "$data.aside"; then
     moved_aside=yes
     if run_once; then
-      say "Ran the program once, without its data, to give the charge back. If macOS's own charge limit is not what it was, set it in System Settings > Battery."
+      say "Ran the program once, without its data, to give the charge back."
+      say "If macOS's own charge limit is not what it was, set it in System Settings > Battery."
       return 0
     fi
   fi
@@ -208,7 +212,8 @@ remove_folder() {
 clean_up() {
   status=$?
   trap - EXIT
-  [ -z "$pid" ] || kill -TERM "$pid" 2>/dev/null || true
+  # It writes as it ends, so the data can only be put back after it.
+  if [ -n "$pid" ] && kill -TERM "$pid" 2>/dev/null; then wait "$pid" || true; fi
   [ -z "$moved_aside" ] || put_data_back
   [ -z "$scratch" ] || rm -rf "$scratch"
   exit "$status"

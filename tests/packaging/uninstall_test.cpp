@@ -182,6 +182,19 @@ TEST_F(Uninstall, putsTheDataBackThatIsToBeKept) {
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }
 
+TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
+  mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
+  mac.crash();
+
+  const Finished run = mac.uninstall({}, {{"STAND_IN_INTERRUPT", "1"}});
+
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(mac.journal(), Contains("charge given back, the job there"));
+  EXPECT_EQ(contents(mac.at(dataFolder + "/stats.json")), R"({"protectedSeconds":1e300})");
+  EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
+  EXPECT_TRUE(exists(mac.at(programFile)));
+}
+
 TEST_F(Uninstall, removesEverythingAndSaysSoWhenTheProgramDoesNotRunAtAll) {
   mac.crash();
 

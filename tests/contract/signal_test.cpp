@@ -52,7 +52,7 @@ TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {
     ::raise(SIGTERM);
     gStory.emplace_back("end of work");
   });
-  postMainAfter(1, [] { stopMain(); });
+  postMainAfter(100, [] { stopMain(); });
   runMain();
   EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
 }
@@ -102,7 +102,7 @@ TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
   installSignalHandler(SIGINT, raiseTheOtherOne);
   installSignalHandler(SIGTERM, raiseTheOtherOne);
   postMain([] { ::raise(SIGINT); });
-  postMainAfter(1, [] { stopMain(); });
+  postMainAfter(100, [] { stopMain(); });
   runMain();
   EXPECT_THAT(gStory, ElementsAre("SIGINT", "end of handler", "SIGTERM", "end of handler"));
 }
@@ -215,7 +215,7 @@ TEST(SignalContract, aSignalThatCameBeforeTheControllerWasOpenedHitNobody) {
   const SmcConnection connection = openSmc().connection;
   SmcRecord output;
   (void)exchangeSmc(connection, {}, output);
-  postMainAfter(1, [] { stopMain(); });
+  postMainAfter(100, [] { stopMain(); });
   runMain();
   EXPECT_EQ(mac.record().pendingSignals, 0U);
 }

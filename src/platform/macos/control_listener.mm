@@ -1,0 +1,99 @@
+#include "platform/control_listener.h"
+
+#include <utility>
+
+#import <Foundation/Foundation.h>
+
+using brisko::platform::ControlRequests;
+using brisko::platform::Reply;
+
+using ReplyBlock = void (^)(BOOL done, NSString *error);
+
+// What the app may ask for. This is the wire contract: names and order of the arguments count.
+@protocol BriskoServiceProtocol
+- (void)applySettings:(NSData *)settings reply:(ReplyBlock)reply;
+- (void)purgeAllDataWithReply:(ReplyBlock)reply;
+- (void)releaseChargeWithReply:(ReplyBlock)reply;
+- (void)restartWithReply:(ReplyBlock)reply;
+@end
+
+@interface BriskoService : NSObject <BriskoServiceProtocol>
+@end
+
+@interface BriskoServiceDelegate : NSObject <NSXPCListenerDelegate>
+@end
+
+namespace {
+
+// For the life of the process, hence never destroyed. Set once, before the listener is resumed.
+struct Service {
+  std::function<std::optional<std::string>()> requirement;
+  ControlRequests requests;
+};
+const Service *service = nullptr;
+
+// Keeps the block for as long as somebody may still answer.
+Reply replyThrough(ReplyBlock block) {
+  return [block](bool done, const std::optional<std::string> &error) {
+    @autoreleasepool {
+      block(done, error ? @(error->c_str()) : nil);
+    }
+  };
+}
+
+}  // namespace
+
+@implementation BriskoService
+
+- (void)applySettings:(NSData *)settings reply:(ReplyBlock)reply {
+  const auto *bytes = static_cast<const std::uint8_t *>(settings.bytes);
+  service->requests.applySettings(std::vector<std::uint8_t>(bytes, bytes + settings.length),
+                                  replyThrough(reply));
+}
+
+- (void)purgeAllDataWithReply:(ReplyBlock)reply {
+  service->requests.purgeAllData(replyThrough(reply));
+}
+
+- (void)releaseChargeWithReply:(ReplyBlock)reply {
+  service->requests.releaseCharge(replyThrough(reply));
+}
+
+- (void)restartWithReply:(ReplyBlock)reply {
+  service->requests.restart(replyThrough(reply));
+}
+
+@end
+
+@implementation BriskoServiceDelegate
+
+- (BOOL)listener:(NSXPCListener *)__unused listener
+    shouldAcceptNewConnection:(NSXPCConnection *)connection {
+  if (const auto requirement = service->requirement()) {
+    [connection setCodeSigningRequirement:@(requirement->c_str())];
+  }
+  connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(BriskoServiceProtocol)];
+  connection.exportedObject = [[BriskoService alloc] init];
+  [connection resume];
+  return YES;
+}
+
+@end
+
+namespace brisko::platform {
+
+void listenForControl(const std::string &name, std::function<std::optional<std::string>()> requirement,
+                      ControlRequests requests) {
+  // The listener keeps its delegate weakly.
+  static BriskoServiceDelegate *delegate = nil;
+  static NSXPCListener *listener = nil;
+  @autoreleasepool {
+    service = new Service{std::move(requirement), std::move(requests)};
+    delegate = [[BriskoServiceDelegate alloc] init];
+    listener = [[NSXPCListener alloc] initWithMachServiceName:@(name.c_str())];
+    listener.delegate = delegate;
+    [listener resume];
+  }
+}
+
+}  // namespace brisko::platform

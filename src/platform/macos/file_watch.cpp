@@ -1,0 +1,107 @@
+#include "platform/file_watch.h"
+
+#include <array>
+#include <climits>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include <dispatch/dispatch.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace brisko::platform {
+namespace {
+
+struct Watch {
+  dispatch_source_t source;
+  std::function<void(FileEvents)> fired;
+  std::function<void()> cancelled;
+};
+
+// Everything here happens on the main thread.
+std::map<WatchToken, Watch*>& watches() {
+  static auto& all = *new std::map<WatchToken, Watch*>;
+  return all;
+}
+
+constexpr std::array<std::pair<FileEvent, unsigned long>, 5> names{{
+    {fileWritten, DISPATCH_VNODE_WRITE},
+    {fileExtended, DISPATCH_VNODE_EXTEND},
+    {fileAttributes, DISPATCH_VNODE_ATTRIB},
+    {fileDeleted, DISPATCH_VNODE_DELETE},
+    {fileRenamed, DISPATCH_VNODE_RENAME},
+}};
+
+unsigned long systemsEvents(FileEvents events) {
+  unsigned long system = 0;
+  for (const auto& [event, name] : names) system |= (events & event) != 0 ? name : 0;
+  return system;
+}
+
+FileEvents ourEvents(unsigned long system) {
+  FileEvents events = 0;
+  for (const auto& [event, name] : names) events |= (system & name) != 0 ? event : 0U;
+  return events;
+}
+
+void tell(void* context) {
+  const auto* watch = static_cast<const Watch*>(context);
+  watch->fired(ourEvents(dispatch_source_get_data(watch->source)));
+}
+
+void tellCancelled(void* context) {
+  const std::unique_ptr<Watch> watch(static_cast<Watch*>(context));
+  watch->cancelled();
+  dispatch_release(watch->source);
+}
+
+// The system knows no path to a file that was deleted.
+bool hasLostItsName(int descriptor) {
+  std::array<char, PATH_MAX> path{};
+  return ::fcntl(descriptor, F_GETPATH, path.data()) == -1;
+}
+
+void tellDeleted(void* context) {
+  const auto token = reinterpret_cast<WatchToken>(context);
+  const auto found = watches().find(token);
+  if (found != watches().end()) found->second->fired(fileDeleted);
+}
+
+}  // namespace
+
+std::optional<int> openForEvents(const std::string& path) {
+  const int descriptor = ::open(path.c_str(), O_EVTONLY | O_CLOEXEC);
+  if (descriptor < 0) return std::nullopt;
+  return descriptor;
+}
+
+WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
+                     std::function<void()> cancelled) {
+  static WatchToken last = 0;
+  const WatchToken token = ++last;
+  auto* watch = new Watch{
+      dispatch_source_create(DISPATCH_SOURCE_TYPE_VNODE, static_cast<uintptr_t>(descriptor),
+                             systemsEvents(wanted), dispatch_get_main_queue()),
+      std::move(fired), std::move(cancelled)};
+  watches().emplace(token, watch);
+  dispatch_set_context(watch->source, watch);
+  dispatch_source_set_event_handler_f(watch->source, tell);
+  dispatch_source_set_cancel_handler_f(watch->source, tellCancelled);
+  dispatch_resume(watch->source);
+  if ((wanted & fileDeleted) != 0 && hasLostItsName(descriptor)) {
+    dispatch_async_f(dispatch_get_main_queue(), reinterpret_cast<void*>(token), tellDeleted);
+  }
+  return token;
+}
+
+void cancelWatch(WatchToken token) {
+  const auto found = watches().find(token);
+  if (found == watches().end()) return;
+  dispatch_source_cancel(found->second->source);
+  watches().erase(found);
+}
+
+void closeWatched(int descriptor) { ::close(descriptor); }
+
+}  // namespace brisko::platform

@@ -1,0 +1,144 @@
+#include "platform/run_loop.h"
+
+#include <csignal>
+#include <limits>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <dispatch/dispatch.h>
+
+#include "platform/macos/owned.h"
+
+namespace brisko::platform {
+namespace {
+
+// -- Timers. Everything about them happens on the main thread.
+
+struct Timer {
+  Owned<CFRunLoopTimerRef> timer;
+  std::shared_ptr<const Work> work;  // it may invalidate its own timer while it runs
+};
+
+std::map<TimerToken, Timer>& timers() {
+  static auto& all = *new std::map<TimerToken, Timer>;
+  return all;
+}
+
+void fire(CFRunLoopTimerRef /*timer*/, void* context) {
+  const auto found = timers().find(reinterpret_cast<TimerToken>(context));
+  if (found == timers().end()) return;
+  const std::shared_ptr<const Work> work = found->second.work;
+  (*work)();
+}
+
+// -- Work on the main queue
+
+void runAndForget(void* context) {
+  const std::unique_ptr<const Work> work(static_cast<const Work*>(context));
+  (*work)();
+}
+
+void runAndKeep(void* context) { (*static_cast<const Work*>(context))(); }
+
+// -- Signals with a handler. They are kept out of the main thread but for the time in which its run loop
+// waits; the queue's own threads take none.
+
+sigset_t& handledSignals() {
+  static sigset_t signals = [] {
+    sigset_t none;
+    sigemptyset(&none);
+    return none;
+  }();
+  return signals;
+}
+
+void letSignalsIn(CFRunLoopObserverRef /*observer*/, CFRunLoopActivity /*activity*/, void* /*context*/) {
+  pthread_sigmask(SIG_UNBLOCK, &handledSignals(), nullptr);
+}
+
+void keepSignalsOut(CFRunLoopObserverRef /*observer*/, CFRunLoopActivity /*activity*/, void* /*context*/) {
+  pthread_sigmask(SIG_BLOCK, &handledSignals(), nullptr);
+}
+
+void observe(CFRunLoopActivity activity, CFIndex order, CFRunLoopObserverCallBack callback) {
+  const Owned<CFRunLoopObserverRef> observer(
+      CFRunLoopObserverCreate(kCFAllocatorDefault, activity, true, order, callback, nullptr));
+  CFRunLoopAddObserver(CFRunLoopGetMain(), observer.get(), kCFRunLoopCommonModes);
+}
+
+// Signals come in last before the wait, and are out first after it.
+void watchTheWait() {
+  static bool watching = false;
+  if (std::exchange(watching, true)) return;
+  observe(kCFRunLoopBeforeWaiting, std::numeric_limits<CFIndex>::max(), letSignalsIn);
+  observe(kCFRunLoopAfterWaiting, std::numeric_limits<CFIndex>::min(), keepSignalsOut);
+}
+
+}  // namespace
+
+void runMain() { CFRunLoopRun(); }
+
+void stopMain() { CFRunLoopStop(CFRunLoopGetMain()); }
+
+TimerToken addRepeatingTimer(double intervalSeconds, Work work) {
+  static TimerToken last = 0;
+  const TimerToken token = ++last;
+  CFRunLoopTimerContext context{};
+  context.info = reinterpret_cast<void*>(token);
+  // Of timers due at the same instant the lower order fires first. The timer keeps its grid by itself.
+  Owned<CFRunLoopTimerRef> timer(CFRunLoopTimerCreate(kCFAllocatorDefault,
+                                                      CFAbsoluteTimeGetCurrent() + intervalSeconds,
+                                                      intervalSeconds, 0, static_cast<CFIndex>(token), fire,
+                                                      &context));
+  CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
+  timers().emplace(token, Timer{std::move(timer), std::make_shared<const Work>(std::move(work))});
+  return token;
+}
+
+void invalidateTimer(TimerToken token) {
+  const auto found = timers().find(token);
+  if (found == timers().end()) return;
+  CFRunLoopTimerInvalidate(found->second.timer.get());
+  timers().erase(found);
+}
+
+void postMain(Work work) {
+  dispatch_async_f(dispatch_get_main_queue(), new Work(std::move(work)), runAndForget);
+}
+
+void postMainAfter(double seconds, Work work) {
+  constexpr double nanosecondsPerSecond = 1e9;
+  const auto delta = static_cast<std::int64_t>(seconds * nanosecondsPerSecond);
+  dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, delta), dispatch_get_main_queue(),
+                   new Work(std::move(work)), runAndForget);
+}
+
+void installSignalHandler(int signal, void (*handler)(int)) {
+  sigaddset(&handledSignals(), signal);
+  pthread_sigmask(SIG_BLOCK, &handledSignals(), nullptr);
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  sigaddset(&action.sa_mask, SIGINT);
+  sigaddset(&action.sa_mask, SIGTERM);
+  sigaction(signal, &action, nullptr);
+  watchTheWait();
+}
+
+void addSignalSource(int signal, Work work) {
+  struct sigaction ignored {};
+  ignored.sa_handler = SIG_IGN;
+  sigaction(signal, &ignored, nullptr);
+  // For the life of the process, hence neither released nor destroyed.
+  const dispatch_source_t source =
+      dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(signal), 0,
+                             dispatch_get_main_queue());
+  dispatch_set_context(source, new Work(std::move(work)));
+  dispatch_source_set_event_handler_f(source, runAndKeep);
+  dispatch_resume(source);
+}
+
+}  // namespace brisko::platform

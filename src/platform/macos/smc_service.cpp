@@ -1,0 +1,35 @@
+#include "platform/smc_service.h"
+
+#include "platform/macos/owned.h"
+
+namespace brisko::platform {
+namespace {
+
+constexpr std::uint32_t userClientType = 0;
+constexpr std::uint32_t exchangeSelector = 2;
+
+KernelStatus statusOf(kern_return_t result) { return static_cast<KernelStatus>(result); }
+
+}  // namespace
+
+SmcOpening openSmc() {
+  const OwnedService service = firstService("AppleSMC");
+  if (!service) return {.status = kernelNotFound, .connection = 0};
+  io_connect_t connection = IO_OBJECT_NULL;
+  const KernelStatus status =
+      statusOf(IOServiceOpen(service.get(), mach_task_self(), userClientType, &connection));
+  return {.status = status, .connection = status == kernelSuccess ? connection : 0};
+}
+
+KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose(connection)); }
+
+KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
+  output.fill(0);
+  std::size_t outputSize = output.size();
+  const KernelStatus status = statusOf(IOConnectCallStructMethod(
+      connection, exchangeSelector, input.data(), input.size(), output.data(), &outputSize));
+  if (status != kernelSuccess) output.fill(0);
+  return status;
+}
+
+}  // namespace brisko::platform

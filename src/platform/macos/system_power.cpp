@@ -1,0 +1,47 @@
+#include "platform/system_power.h"
+
+#include <utility>
+
+#include <IOKit/pwr_mgt/IOPMLib.h>
+
+#include "platform/macos/cf_value.h"
+#include "platform/macos/owned.h"
+
+namespace brisko::platform {
+namespace {
+
+void tell(void* context, io_service_t /*service*/, std::uint32_t message, void* argument) {
+  (*static_cast<const PowerCallback*>(context))(static_cast<PowerMessage>(message),
+                                                reinterpret_cast<std::intptr_t>(argument));
+}
+
+KernelStatus statusOf(IOReturn result) { return static_cast<KernelStatus>(result); }
+
+}  // namespace
+
+PowerRegistration registerSystemPower(PowerCallback callback) {
+  // For the life of the process, hence never destroyed; so are port and notifier.
+  auto* context = new PowerCallback(std::move(callback));
+  IONotificationPortRef port = nullptr;
+  io_object_t notifier = IO_OBJECT_NULL;
+  const io_connect_t root = IORegisterForSystemPower(context, &port, tell, &notifier);
+  if (port == nullptr) return {.rootPort = root, .notifying = false};
+  CFRunLoopAddSource(CFRunLoopGetMain(), IONotificationPortGetRunLoopSource(port), kCFRunLoopCommonModes);
+  return {.rootPort = root, .notifying = true};
+}
+
+void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument) {
+  IOAllowPowerChange(rootPort, argument);
+}
+
+KernelStatus schedulePowerEvent(double date, std::string_view identifier, std::string_view type) {
+  return statusOf(
+      IOPMSchedulePowerEvent(dateOf(date).get(), stringOf(identifier).get(), stringOf(type).get()));
+}
+
+KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::string_view type) {
+  return statusOf(
+      IOPMCancelScheduledPowerEvent(dateOf(date).get(), stringOf(identifier).get(), stringOf(type).get()));
+}
+
+}  // namespace brisko::platform

@@ -25,7 +25,8 @@ Value dataOf(CFDataRef data) {
 Value listOf(CFArrayRef array) {
   List list;
   const CFIndex count = CFArrayGetCount(array);
-  for (CFIndex index = 0; index < count; ++index) list.push_back(valueOf(CFArrayGetValueAtIndex(array, index)));
+  for (CFIndex index = 0; index < count; ++index)
+    list.push_back(valueOf(CFArrayGetValueAtIndex(array, index)));
   return list;
 }
 
@@ -90,10 +91,9 @@ Owned<CFTypeRef> objectOf(const Value& value) {
 }
 
 Owned<CFStringRef> stringOf(std::string_view text) {
-  return Owned<CFStringRef>(CFStringCreateWithBytes(kCFAllocatorDefault,
-                                                    reinterpret_cast<const UInt8*>(text.data()),
-                                                    static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8,
-                                                    false));
+  return Owned<CFStringRef>(
+      CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                              static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false));
 }
 
 Owned<CFDateRef> dateOf(double secondsSince1970) {

@@ -12,8 +12,8 @@
 
 namespace brisko::platform {
 
-// A copy of the property; the kinds of numbers are kept apart. Null for null and for what is no property. Of a
-// dictionary the entries under texts are taken.
+// A copy of the property; the kinds of numbers are kept apart. Null for null and for what is no property. Of
+// a dictionary the entries under texts are taken.
 [[nodiscard]] Value valueOf(CFTypeRef object);
 [[nodiscard]] SharedDictionary dictionaryOf(CFDictionaryRef dictionary);
 [[nodiscard]] std::string textOf(CFStringRef text);

@@ -7,11 +7,11 @@
 using brisko::platform::ControlRequests;
 using brisko::platform::Reply;
 
-using ReplyBlock = void (^)(BOOL done, NSString *error);
+using ReplyBlock = void (^)(BOOL done, NSString* error);
 
 // What the app may ask for. This is the wire contract: names and order of the arguments count.
 @protocol BriskoServiceProtocol
-- (void)applySettings:(NSData *)settings reply:(ReplyBlock)reply;
+- (void)applySettings:(NSData*)settings reply:(ReplyBlock)reply;
 - (void)purgeAllDataWithReply:(ReplyBlock)reply;
 - (void)releaseChargeWithReply:(ReplyBlock)reply;
 - (void)restartWithReply:(ReplyBlock)reply;
@@ -30,11 +30,11 @@ struct Service {
   std::function<std::optional<std::string>()> requirement;
   ControlRequests requests;
 };
-const Service *service = nullptr;
+const Service* service = nullptr;
 
 // Keeps the block for as long as somebody may still answer.
 Reply replyThrough(ReplyBlock block) {
-  return [block](bool done, const std::optional<std::string> &error) {
+  return [block](bool done, const std::optional<std::string>& error) {
     @autoreleasepool {
       block(done, error ? @(error->c_str()) : nil);
     }
@@ -45,8 +45,8 @@ Reply replyThrough(ReplyBlock block) {
 
 @implementation BriskoService
 
-- (void)applySettings:(NSData *)settings reply:(ReplyBlock)reply {
-  const auto *bytes = static_cast<const std::uint8_t *>(settings.bytes);
+- (void)applySettings:(NSData*)settings reply:(ReplyBlock)reply {
+  const auto* bytes = static_cast<const std::uint8_t*>(settings.bytes);
   service->requests.applySettings(std::vector<std::uint8_t>(bytes, bytes + settings.length),
                                   replyThrough(reply));
 }
@@ -67,8 +67,7 @@ Reply replyThrough(ReplyBlock block) {
 
 @implementation BriskoServiceDelegate
 
-- (BOOL)listener:(NSXPCListener *)__unused listener
-    shouldAcceptNewConnection:(NSXPCConnection *)connection {
+- (BOOL)listener:(NSXPCListener*)__unused listener shouldAcceptNewConnection:(NSXPCConnection*)connection {
   if (const auto requirement = service->requirement()) {
     [connection setCodeSigningRequirement:@(requirement->c_str())];
   }
@@ -82,11 +81,11 @@ Reply replyThrough(ReplyBlock block) {
 
 namespace brisko::platform {
 
-void listenForControl(const std::string &name, std::function<std::optional<std::string>()> requirement,
+void listenForControl(const std::string& name, std::function<std::optional<std::string>()> requirement,
                       ControlRequests requests) {
   // The listener keeps its delegate weakly.
-  static BriskoServiceDelegate *delegate = nil;
-  static NSXPCListener *listener = nil;
+  static BriskoServiceDelegate* delegate = nil;
+  static NSXPCListener* listener = nil;
   @autoreleasepool {
     service = new Service{std::move(requirement), std::move(requests)};
     delegate = [[BriskoServiceDelegate alloc] init];

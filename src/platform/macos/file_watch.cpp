@@ -80,10 +80,10 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
                      std::function<void()> cancelled) {
   static WatchToken last = 0;
   const WatchToken token = ++last;
-  auto* watch = new Watch{
-      dispatch_source_create(DISPATCH_SOURCE_TYPE_VNODE, static_cast<uintptr_t>(descriptor),
-                             systemsEvents(wanted), dispatch_get_main_queue()),
-      std::move(fired), std::move(cancelled)};
+  auto* watch =
+      new Watch{dispatch_source_create(DISPATCH_SOURCE_TYPE_VNODE, static_cast<uintptr_t>(descriptor),
+                                       systemsEvents(wanted), dispatch_get_main_queue()),
+                std::move(fired), std::move(cancelled)};
   watches().emplace(token, watch);
   dispatch_set_context(watch->source, watch);
   dispatch_source_set_event_handler_f(watch->source, tell);

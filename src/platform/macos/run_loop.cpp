@@ -88,10 +88,9 @@ TimerToken addRepeatingTimer(double intervalSeconds, Work work) {
   CFRunLoopTimerContext context{};
   context.info = reinterpret_cast<void*>(token);
   // Of timers due at the same instant the lower order fires first. The timer keeps its grid by itself.
-  Owned<CFRunLoopTimerRef> timer(CFRunLoopTimerCreate(kCFAllocatorDefault,
-                                                      CFAbsoluteTimeGetCurrent() + intervalSeconds,
-                                                      intervalSeconds, 0, static_cast<CFIndex>(token), fire,
-                                                      &context));
+  Owned<CFRunLoopTimerRef> timer(
+      CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + intervalSeconds, intervalSeconds,
+                           0, static_cast<CFIndex>(token), fire, &context));
   CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopCommonModes);
   timers().emplace(token, Timer{std::move(timer), std::make_shared<const Work>(std::move(work))});
   return token;
@@ -133,9 +132,8 @@ void addSignalSource(int signal, Work work) {
   ignored.sa_handler = SIG_IGN;
   sigaction(signal, &ignored, nullptr);
   // For the life of the process, hence neither released nor destroyed.
-  const dispatch_source_t source =
-      dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(signal), 0,
-                             dispatch_get_main_queue());
+  const dispatch_source_t source = dispatch_source_create(
+      DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(signal), 0, dispatch_get_main_queue());
   dispatch_set_context(source, new Work(std::move(work)));
   dispatch_source_set_event_handler_f(source, runAndKeep);
   dispatch_resume(source);

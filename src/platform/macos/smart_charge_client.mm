@@ -2,18 +2,17 @@
 
 #include <string>
 
+#import <Foundation/Foundation.h>
 #include <dlfcn.h>
 
-#import <Foundation/Foundation.h>
-
-// What the private class is expected to understand. The limit is returned in a width that nobody documents; its
-// lower half is the same in all of them.
+// What the private class is expected to understand. The limit is returned in a width that nobody documents;
+// its lower half is the same in all of them.
 @protocol SmartChargeClient
-- (instancetype)initWithClientName:(NSString *)name;
+- (instancetype)initWithClientName:(NSString*)name;
 - (BOOL)isMCLSupported;
-- (BOOL)isMCLCurrentlyEnabled:(NSError **)error;
-- (int)getMCLLimitWithError:(NSError **)error;
-- (BOOL)setMCLLimit:(NSInteger)percent error:(NSError **)error;
+- (BOOL)isMCLCurrentlyEnabled:(NSError**)error;
+- (int)getMCLLimitWithError:(NSError**)error;
+- (BOOL)setMCLLimit:(NSInteger)percent error:(NSError**)error;
 @end
 
 namespace brisko::platform {
@@ -55,7 +54,7 @@ bool smartChargeLimitSupported() {
 
 std::optional<bool> smartChargeLimitEnabled() {
   @autoreleasepool {
-    NSError *error = nil;
+    NSError* error = nil;
     const BOOL enabled = [client isMCLCurrentlyEnabled:&error];
     if (error != nil) return std::nullopt;
     return enabled;
@@ -64,7 +63,7 @@ std::optional<bool> smartChargeLimitEnabled() {
 
 std::optional<std::int64_t> smartChargeLimit() {
   @autoreleasepool {
-    NSError *error = nil;
+    NSError* error = nil;
     const int limit = [client getMCLLimitWithError:&error];
     if (error != nil) return std::nullopt;
     return limit;
@@ -73,7 +72,7 @@ std::optional<std::int64_t> smartChargeLimit() {
 
 std::optional<bool> setSmartChargeLimit(std::int64_t percent) {
   @autoreleasepool {
-    NSError *error = nil;
+    NSError* error = nil;
     const BOOL done = [client setMCLLimit:percent error:&error];
     if (error != nil) return std::nullopt;
     return done;

@@ -26,8 +26,8 @@ KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose
 KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
   output.fill(0);
   std::size_t outputSize = output.size();
-  const KernelStatus status = statusOf(IOConnectCallStructMethod(
-      connection, exchangeSelector, input.data(), input.size(), output.data(), &outputSize));
+  const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
+                                                                 input.size(), output.data(), &outputSize));
   if (status != kernelSuccess) output.fill(0);
   return status;
 }

@@ -521,7 +521,8 @@ TEST(Schemas, agreeOnWhatTheyShare) {
 
 TEST(Schemas, giveTheSettingsTheirDefaults) {
   const Json settings = whole("config");
-  for (const auto& [key, schema] : test::schemaOf("config")["properties"].items()) {
+  const Json properties = test::schemaOf("config")["properties"];
+  for (const auto& [key, schema] : properties.items()) {
     EXPECT_EQ(schema["default"].dump(), settings[key].dump()) << key;
   }
 }

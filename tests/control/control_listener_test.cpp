@@ -118,6 +118,13 @@ class Service {
   std::vector<std::string> heard_;
 };
 
+// One of its kind, for those threads again.
+template <typename Thing>
+Thing& lasting() {
+  static Thing& thing = *new Thing;
+  return thing;
+}
+
 class ControlListener : public ::testing::Test {
  protected:
   ControlListener() { folder.name(); }
@@ -146,8 +153,8 @@ class ControlListener : public ::testing::Test {
   }
 
   test::LiveFolder folder;
-  Service& service = *new Service;
-  Waiting& waiting = *new Waiting;
+  Service& service = lasting<Service>();
+  Waiting& waiting = lasting<Waiting>();
 };
 
 bool isDone(ControlClient& client) {

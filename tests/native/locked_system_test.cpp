@@ -21,6 +21,7 @@ using test::Writes;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using virtual_mac::ChangeKind;
 using virtual_mac::OnWrite;
 using Notes = std::vector<std::string>;
@@ -142,6 +143,24 @@ TEST_F(LockedLife, logsWhatWasHandedBackAfterItsBanner) {
   const auto stats = nlohmann::json::parse(mac.read(statsFile));
   EXPECT_EQ(stats.at("topUpSince"), 0.0);
   EXPECT_EQ(stats.at("protectedSeconds"), 40);
+}
+
+TEST_F(LockedLife, cancelsACalibrationInProgress) {
+  constexpr const char* record = "/Library/Application Support/Brisko/calibration.json";
+  mac.keyBytes("ACLC", {0x03});
+  mac.settings(R"({"calibrate":true})");
+  mac.write(record,
+            R"({"phase":"soak","phaseSince":1772350000.0,"runs":[],"soakBanked":0.0,"startedAt":1.0})");
+  Life(mac).run(0);
+  EXPECT_THAT(mac.logLines(),
+              ElementsAre("calibration cancelled", StartsWith("brisko-daemon started"),
+                          "macOS 27: MagSafe light handed back to macOS",
+                          "macOS 27: calibration in progress cancelled",
+                          "macOS 27: pending calibration request cleared", StartsWith("XPC listening")));
+  const auto kept = nlohmann::json::parse(mac.read(record));
+  EXPECT_EQ(kept.at("phase"), "idle");
+  EXPECT_FALSE(kept.contains("lastFailure"));
+  EXPECT_EQ(status().at("cal").at("phase"), "idle");
 }
 
 TEST_F(LockedLife, publishesWhatItSees) {

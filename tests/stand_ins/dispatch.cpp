@@ -20,8 +20,9 @@ namespace {
 
 // Of a signal or of a file; made suspended.
 struct EventSource : Object {
+  static constexpr TypeId kind = dispatchSourceType;
   EventSource(bool file, std::uintptr_t of, std::uintptr_t events)
-      : Object(dispatchSourceType), isFile(file), handle(of), mask(events) {}
+      : Object(kind), isFile(file), handle(of), mask(events) {}
   ~EventSource() override {
     if (!resumed) misuse("a suspended source is released");
     if (!ended) misuse("a source is released before the end of its cancellation");

@@ -29,8 +29,9 @@ struct Place {
 };
 
 struct Timer : Object {
+  static constexpr TypeId kind = timerType;
   Timer(double due, double every, CFIndex rank, CFRunLoopTimerCallBack callback, void* argument)
-      : Object(timerType), first(due), interval(every), order(rank), callout(callback), info(argument) {}
+      : Object(kind), first(due), interval(every), order(rank), callout(callback), info(argument) {}
   // Who wants to invalidate it later keeps it.
   [[nodiscard]] long mayBeKept() const override { return scheduled ? 1 : 0; }
 
@@ -45,8 +46,9 @@ struct Timer : Object {
 };
 
 struct Observer : Object {
+  static constexpr TypeId kind = observerType;
   Observer(CFOptionFlags wanted, bool more, CFIndex rank, CFRunLoopObserverCallBack callback)
-      : Object(observerType), activities(wanted), repeats(more), order(rank), callout(callback) {}
+      : Object(kind), activities(wanted), repeats(more), order(rank), callout(callback) {}
   CFOptionFlags activities;
   bool repeats;
   CFIndex order;

@@ -23,8 +23,9 @@ enum class Rank { powerSources, powerMessages };
 
 class Source : public Object {
  public:
+  static constexpr TypeId kind = sourceType;
   using Arrived = std::function<std::vector<Work>(const virtual_mac::Machine& machine)>;
-  Source(Rank rank, Arrived arrived) : Object(sourceType), rank_(rank), arrived_(std::move(arrived)) {}
+  Source(Rank rank, Arrived arrived) : Object(kind), rank_(rank), arrived_(std::move(arrived)) {}
 
   [[nodiscard]] Rank rank() const { return rank_; }
   [[nodiscard]] std::vector<Work> arrived(const virtual_mac::Machine& machine) const {

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <set>
 
 #include <unistd.h>
 
@@ -10,11 +9,7 @@ namespace brisko::stand_ins {
 
 namespace {
 
-// Exit hooks still make and release objects, hence never destroyed.
-std::set<const Object*>& living() {
-  static auto& all = *new std::set<const Object*>;
-  return all;
-}
+Object* gNewest = nullptr;  // of all objects that live
 
 constexpr int leakStatus = 97;
 
@@ -68,8 +63,16 @@ void misuse(const std::string& what) {
   std::abort();
 }
 
-Object::Object(TypeId type) : type_(type) { living().insert(this); }
-Object::~Object() { living().erase(this); }
+Object::Object(TypeId type) : type_(type), next_(gNewest) {
+  if (gNewest != nullptr) gNewest->previous_ = this;
+  gNewest = this;
+}
+
+Object::~Object() {
+  mark_ = 0;
+  if (next_ != nullptr) next_->previous_ = previous_;
+  (previous_ != nullptr ? previous_->next_ : gNewest) = next_;
+}
 
 void Object::release() {
   if (programsReferences() <= 0) misuse(nameOf(type_) + " is released more often than it was retained");
@@ -91,13 +94,13 @@ void Object::dropForSystem() {
 Object& objectAt(const void* reference) {
   if (reference == nullptr) misuse("there is no object");
   auto* object = const_cast<Object*>(static_cast<const Object*>(reference));
-  if (living().count(object) == 0) misuse("this is no object, or none any more");
+  if (!object->isLiving()) misuse("this is no object, or none any more");
   return *object;
 }
 
 std::string unreleased() {
   std::string found;
-  for (const Object* object : living()) {
+  for (const Object* object = gNewest; object != nullptr; object = object->next()) {
     const long beyond = object->programsReferences() - object->mayBeKept();
     if (beyond > 0) found += counted(beyond, nameOf(object->type()));
   }

@@ -3,6 +3,7 @@
 // that is no object, or no longer one, ends the process with a word about it; so does one of another type.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -36,6 +37,8 @@ class Object {
   Object& operator=(const Object&) = delete;
 
   [[nodiscard]] TypeId type() const { return type_; }
+  [[nodiscard]] bool isLiving() const { return mark_ == living; }
+  [[nodiscard]] const Object* next() const { return next_; }  // of all that live
 
   void retain() { references_ += 1; }
   // Deletes it with the last reference.
@@ -52,19 +55,30 @@ class Object {
   [[nodiscard]] virtual long mayBeKept() const { return 0; }
 
  private:
+  static constexpr std::uint64_t living = 0x6C6976696E672121;  // what no text and no number looks like
+
+  volatile std::uint64_t mark_ = living;  // also once its destructor has run
   TypeId type_;
   long references_ = 1;
   long systemReferences_ = 0;
+  Object* previous_ = nullptr;
+  Object* next_ = nullptr;
 };
 
 // The object behind a reference of the program's.
 [[nodiscard]] Object& objectAt(const void* reference);
 
+// Each kind of object says in `kind` which type is its own.
+template <class Kind>
+[[nodiscard]] bool is(const Object& object) {
+  return object.type() == Kind::kind;
+}
+
 template <class Kind>
 [[nodiscard]] Kind& as(const void* reference) {
-  Kind* object = dynamic_cast<Kind*>(&objectAt(reference));
-  if (object == nullptr) misuse("an object of another type was expected");
-  return *object;
+  Object& object = objectAt(reference);
+  if (!is<Kind>(object)) misuse("an object of another type was expected");
+  return static_cast<Kind&>(object);
 }
 
 // The object as the program knows it.

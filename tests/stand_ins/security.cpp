@@ -11,7 +11,8 @@ namespace {
 constexpr OSStatus unsignedCode = -67062;  // errSecCSUnsigned
 
 struct Code : Object {
-  explicit Code(bool disk) : Object(codeType), onDisk(disk) {}
+  static constexpr TypeId kind = codeType;
+  explicit Code(bool disk) : Object(kind), onDisk(disk) {}
   bool onDisk;
 };
 

@@ -67,14 +67,14 @@ CFBooleanRef constantBoolean(bool value) {
 
 }  // namespace
 
-Array::Array(std::vector<Object*> content) : Object(arrayType), values(std::move(content)) {
+Array::Array(std::vector<Object*> content) : Object(kind), values(std::move(content)) {
   for (Object* value : values) take(value);
 }
 Array::~Array() {
   for (Object* value : values) value->dropForSystem();
 }
 
-DictionaryOf::DictionaryOf(std::vector<Entry> content) : Object(dictionaryType), entries(std::move(content)) {
+DictionaryOf::DictionaryOf(std::vector<Entry> content) : Object(kind), entries(std::move(content)) {
   for (const auto& [key, value] : entries) {
     take(key);
     take(value);
@@ -89,8 +89,7 @@ DictionaryOf::~DictionaryOf() {
 
 Object* DictionaryOf::find(std::string_view key) const {
   for (const auto& [name, value] : entries) {
-    const auto* text = dynamic_cast<const String*>(name);
-    if (text != nullptr && text->value == key) return value;
+    if (is<String>(*name) && static_cast<const String*>(name)->value == key) return value;
   }
   return nullptr;
 }
@@ -123,13 +122,11 @@ DictionaryOf* dictionaryOf(const platform::Dictionary& dictionary) {
 
 std::optional<Value> valueOf(const void* object) {
   const Object& any = objectAt(object);
-  if (const auto* boolean = dynamic_cast<const Truth*>(&any)) return boolean->value;
-  if (const auto* text = dynamic_cast<const String*>(&any)) return text->value;
-  if (const auto* date = dynamic_cast<const DateValue*>(&any)) {
-    return platform::Date{date->seconds + from1970To2001};
-  }
-  if (const auto* number = dynamic_cast<const Number*>(&any)) {
-    return std::visit([](auto value) -> Value { return value; }, number->value);
+  if (is<Truth>(any)) return as<Truth>(object).value;
+  if (is<String>(any)) return as<String>(object).value;
+  if (is<DateValue>(any)) return platform::Date{as<DateValue>(object).seconds + from1970To2001};
+  if (is<Number>(any)) {
+    return std::visit([](auto value) -> Value { return value; }, as<Number>(object).value);
   }
   return std::nullopt;
 }

@@ -16,39 +16,46 @@
 namespace brisko::stand_ins {
 
 struct Truth : Object {
-  explicit Truth(bool truth) : Object(booleanType), value(truth) {}
+  static constexpr TypeId kind = booleanType;
+  explicit Truth(bool truth) : Object(kind), value(truth) {}
   bool value;
 };
 
 struct Number : Object {
+  static constexpr TypeId kind = numberType;
   using Storage = std::variant<std::int64_t, double>;
-  explicit Number(Storage number) : Object(numberType), value(number) {}
+  explicit Number(Storage number) : Object(kind), value(number) {}
   Storage value;
 };
 
 struct String : Object {
-  explicit String(std::string_view text) : Object(stringType), value(text) {}
+  static constexpr TypeId kind = stringType;
+  explicit String(std::string_view text) : Object(kind), value(text) {}
   std::string value;  // UTF-8
 };
 
 struct DataBytes : Object {
-  explicit DataBytes(std::vector<std::uint8_t> content) : Object(dataType), bytes(std::move(content)) {}
+  static constexpr TypeId kind = dataType;
+  explicit DataBytes(std::vector<std::uint8_t> content) : Object(kind), bytes(std::move(content)) {}
   std::vector<std::uint8_t> bytes;
 };
 
 struct DateValue : Object {
-  explicit DateValue(double since2001) : Object(dateType), seconds(since2001) {}
+  static constexpr TypeId kind = dateType;
+  explicit DateValue(double since2001) : Object(kind), seconds(since2001) {}
   double seconds;  // since 2001
 };
 
 // Takes over the references of its maker.
 struct Array : Object {
+  static constexpr TypeId kind = arrayType;
   explicit Array(std::vector<Object*> content);
   ~Array() override;
   std::vector<Object*> values;
 };
 
 struct DictionaryOf : Object {
+  static constexpr TypeId kind = dictionaryType;
   using Entry = std::pair<Object*, Object*>;
   explicit DictionaryOf(std::vector<Entry> content);
   ~DictionaryOf() override;

@@ -1,4 +1,3 @@
-#include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <utility>

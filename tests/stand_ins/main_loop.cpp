@@ -4,8 +4,10 @@
 #include <cmath>
 #include <compare>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <map>
+#include <tuple>
 #include <utility>
 
 #include "platform/virtual/control_requests.h"

@@ -6,8 +6,8 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -113,14 +113,13 @@ int _NSGetExecutablePath(char* path, std::uint32_t* size) {
 }
 
 int sysctlbyname(const char* name, void* old, std::size_t* oldSize, void* fresh, std::size_t) {
-  const auto* store = virtual_mac::attachedMachine();
+  auto* store = virtual_mac::attachedMachine();
   if (fresh != nullptr) stand_ins::misuse("a variable of the kernel is set");
   if (store == nullptr || std::strcmp(name, "kern.osproductversion") != 0) {
     errno = ENOENT;
     return -1;
   }
-  auto* machine = virtual_mac::attachedMachine();
-  const std::string version = std::to_string(machine->look().machine().system.macOS) + ".4.1";
+  const std::string version = std::to_string(store->look().machine().system.macOS) + ".4.1";
   const std::size_t needed = copyOut(version, static_cast<char*>(old), *oldSize);
   if (needed > *oldSize) {
     errno = ENOMEM;

@@ -27,9 +27,6 @@ Object* arrayOf(const platform::List& list) {
   return new Array(std::move(values));
 }
 
-// As the registry keeps numbers: 64 bits that Core Foundation shows as signed ones.
-std::optional<std::int64_t> integerOf(const Value& value) { return value.asWrappedInteger(); }
-
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
 // Well enough formed for what the tests send: sequences of the length that their first byte says.
@@ -100,7 +97,8 @@ Object* objectOf(const Value& value) {
     constant.retain();
     return &constant;
   }
-  if (const auto integer = integerOf(value)) return new Number(*integer);
+  // As the registry keeps integers: 64 bits, which Core Foundation shows as signed ones.
+  if (const auto integer = value.asWrappedInteger()) return new Number(*integer);
   if (const auto real = value.asDouble()) return new Number(*real);
   if (const std::string* text = value.asText()) return new String(*text);
   if (const platform::Data* data = value.asData()) return new DataBytes(data->bytes);

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <IOKit/IOKitLib.h>
 #include <IOKit/ps/IOPowerSources.h>
@@ -38,6 +39,7 @@ struct Port {
 // Exit hooks still reach the controller, hence never destroyed.
 struct Ports {
   std::map<io_object_t, Port> open;
+  std::vector<std::unique_ptr<IONotificationPort>> notifying;
   io_object_t last = 0x900;
 };
 Ports& ports() {
@@ -240,10 +242,12 @@ io_connect_t IORegisterForSystemPower(void* refcon, IONotificationPortRef* port,
   if (!taken) return IO_OBJECT_NULL;
   const io_object_t root = newPort({PortKind::rootPower, ""});
   const auto registration = std::make_shared<Registration>(Registration{refcon, callback, root, sentBefore});
-  *port = new IONotificationPort{new Source(Rank::powerMessages, [registration](const Machine& machine) {
+  auto* source = new Source(Rank::powerMessages, [registration](const Machine& machine) {
     return arrivedFor(registration, machine);
-  })};
-  (*port)->source->makeConstant();
+  });
+  source->makeConstant();
+  ports().notifying.push_back(std::make_unique<IONotificationPort>(IONotificationPort{source}));
+  *port = ports().notifying.back().get();
   *notifier = newPort({PortKind::notifier, ""});
   return root;
 }

@@ -7,7 +7,8 @@ option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
 
 # Everything of ours is compiled with these; the warnings are errors.
 add_library(brisko_options INTERFACE)
-target_compile_options(brisko_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+set(BRISKO_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_compile_options(brisko_options INTERFACE ${BRISKO_WARNINGS})
 # The bytes of a simulated run must not depend on the compiler.
 target_compile_options(brisko_options INTERFACE -ffp-contract=off)
 target_include_directories(brisko_options INTERFACE ${PROJECT_SOURCE_DIR}/src)

@@ -4,13 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/code_signature.h"
-#include "support/virtual_mac.h"
-
 namespace brisko::virtual_mac {
 namespace {
-
-using test::VirtualMac;
 
 std::string requirement(const std::string& identifier, const std::string& team) {
   return "anchor apple generic and identifier \"" + identifier + "\" and certificate leaf[subject.OU] = \"" +
@@ -65,30 +60,6 @@ TEST(KnownClients, areFoundByName) {
   for (const KnownClient& client : knownClients()) EXPECT_EQ(findClient(client.name), &client);
   EXPECT_EQ(findClient("nobody"), nullptr);
 }
-
-TEST(CodeSignature, isThatOfTheAppOnAFreshMac) {
-  const VirtualMac mac;
-  EXPECT_EQ(platform::teamIdentifier(), std::string(appTeam));
-}
-
-TEST(CodeSignature, handsAnEmptyTeamOverAsItIs) {
-  VirtualMac mac;
-  mac.change({.kind = ChangeKind::daemonTeam});
-  EXPECT_EQ(platform::teamIdentifier(), "");
-}
-
-TEST(CodeSignature, thatCannotBeReadNamesNoTeamUntilItCan) {
-  VirtualMac mac;
-  mac.number(ChangeKind::daemonSignature, 0);
-  EXPECT_EQ(platform::teamIdentifier(), std::nullopt);
-  mac.number(ChangeKind::daemonSignature, 1);
-  EXPECT_EQ(platform::teamIdentifier(), std::string(appTeam));
-  mac.number(ChangeKind::daemonSignature, 0);
-  mac.change({.kind = ChangeKind::daemonTeam, .text = shortText("ABCDE12345")});
-  EXPECT_EQ(platform::teamIdentifier(), "ABCDE12345") << "signed anew";
-}
-
-TEST(CodeSignature, namesNoTeamOffAMac) { EXPECT_EQ(platform::teamIdentifier(), std::nullopt); }
 
 }  // namespace
 }  // namespace brisko::virtual_mac

@@ -133,7 +133,7 @@ bool isPlatformHeader(const Include& include) {
 // Only where paths are mapped may a source ask for the volume root: it is empty on a real Mac.
 bool asksForSimulation(std::string_view name, const std::string& path) {
   if (name == "volumeRoot")
-    return path != "src/core/volume_path.cpp" && path != "src/platform/macos/host.cpp";
+    return path != "src/core/volume_path.cpp" && path != "src/platform/macos/volume_root.cpp";
   return name == "virtual_mac" || name.starts_with("isVirtual") || name.starts_with("isSimulat");
 }
 

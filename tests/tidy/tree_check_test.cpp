@@ -274,7 +274,7 @@ TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
   tree.file("tools/vmac/main.cpp", "using namespace virtual_mac; setenv(\"BRISKO_VIRTUAL_MAC\");\n");
   tree.file("src/core/volume_path.cpp", "platform::volumeRoot();\n");
   tree.file("src/platform/host.h", "const std::string& volumeRoot();\n");
-  tree.file("src/platform/macos/host.cpp", "const std::string& volumeRoot() { return itself; }\n");
+  tree.file("src/platform/macos/volume_root.cpp", "const std::string& volumeRoot() { return itself; }\n");
   tree.file("src/core/log.cpp", "// On a virtual Mac (virtual_mac) the path moves.\n");
 
   EXPECT_THAT(checkSimulationUnknown(tree.read()), IsEmpty());

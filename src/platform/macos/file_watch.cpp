@@ -90,7 +90,9 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   dispatch_source_set_cancel_handler_f(watch->source, tellCancelled);
   dispatch_resume(watch->source);
   if ((wanted & fileDeleted) != 0 && hasLostItsName(descriptor)) {
-    dispatch_async_f(dispatch_get_main_queue(), reinterpret_cast<void*>(token), tellDeleted);
+    // The token itself is handed to tellDeleted(), never followed.
+    void* context = reinterpret_cast<void*>(token);  // NOLINT(performance-no-int-to-ptr)
+    dispatch_async_f(dispatch_get_main_queue(), context, tellDeleted);
   }
   return token;
 }

@@ -51,9 +51,4 @@ std::int64_t processId() { return ::getpid(); }
 
 std::string temporaryDirectory() { return userTemporaryDirectory(); }
 
-const std::string& volumeRoot() {
-  static const std::string& itself = *new std::string;
-  return itself;
-}
-
 }  // namespace brisko::platform

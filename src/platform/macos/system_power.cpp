@@ -1,5 +1,6 @@
 #include "platform/system_power.h"
 
+#include <memory>
 #include <utility>
 
 #include <IOKit/pwr_mgt/IOPMLib.h>
@@ -20,12 +21,13 @@ KernelStatus statusOf(IOReturn result) { return static_cast<KernelStatus>(result
 }  // namespace
 
 PowerRegistration registerSystemPower(PowerCallback callback) {
-  // For the life of the process, hence never destroyed; so are port and notifier.
-  auto* context = new PowerCallback(std::move(callback));
+  auto context = std::make_unique<PowerCallback>(std::move(callback));
   IONotificationPortRef port = nullptr;
   io_object_t notifier = IO_OBJECT_NULL;
-  const io_connect_t root = IORegisterForSystemPower(context, &port, tell, &notifier);
+  const io_connect_t root = IORegisterForSystemPower(context.get(), &port, tell, &notifier);
   if (port == nullptr) return {.rootPort = root, .notifying = false};
+  // For the life of the process, hence never destroyed; so are port and notifier.
+  static_cast<void>(context.release());
   CFRunLoopAddSource(CFRunLoopGetMain(), IONotificationPortGetRunLoopSource(port), kCFRunLoopCommonModes);
   return {.rootPort = root, .notifying = true};
 }

@@ -1,0 +1,53 @@
+// Properties between Core Foundation and the seam.
+
+#include "platform/macos/cf_value.h"
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace brisko::platform {
+namespace {
+
+Value thereAndBack(const Value& value) { return valueOf(objectOf(value).get()); }
+
+TEST(CFValue, keepsTheKindOfEveryValueThatIsWritten) {
+  EXPECT_EQ(thereAndBack(true).asBoolean(), true);
+  EXPECT_EQ(thereAndBack(false).asBoolean(), false);
+  EXPECT_EQ(thereAndBack(80).asInteger(), 80);
+  EXPECT_EQ(thereAndBack(std::numeric_limits<std::int64_t>::min()).asInteger(),
+            std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(thereAndBack(80.5).asDouble(), 80.5);
+  EXPECT_FALSE(thereAndBack(80.0).asInteger().has_value());
+  EXPECT_EQ(thereAndBack(Date{1772352930.5}).asDate(), Date{1772352930.5});
+  const Value data = thereAndBack(Data{{0, 1, 255}});
+  ASSERT_NE(data.asData(), nullptr);
+  EXPECT_EQ(*data.asData(), (Data{{0, 1, 255}}));
+}
+
+TEST(CFValue, keepsTextsOfEveryLength) {
+  for (const std::string& text :
+       {std::string(), std::string("wake"), std::string("⚡️ — é 🔋"), std::string(1000, 'x')}) {
+    const Value value = thereAndBack(text);
+    ASSERT_NE(value.asText(), nullptr);
+    EXPECT_EQ(*value.asText(), text);
+  }
+}
+
+TEST(CFValue, makesNothingOfWhatNobodyWrites) {
+  EXPECT_EQ(objectOf({}).get(), nullptr);
+  EXPECT_EQ(objectOf(List{1, 2}).get(), nullptr);
+  EXPECT_EQ(objectOf(Dictionary{{"one", 1}}).get(), nullptr);
+  EXPECT_TRUE(valueOf(nullptr).isNull());
+  EXPECT_EQ(dictionaryOf(nullptr), nullptr);
+}
+
+TEST(CFValue, countsDatesFrom2001) {
+  EXPECT_EQ(CFDateGetAbsoluteTime(dateOf(978307200).get()), 0);
+  EXPECT_EQ(CFDateGetAbsoluteTime(dateOf(978307200 + 86400.5).get()), 86400.5);
+}
+
+}  // namespace
+}  // namespace brisko::platform

@@ -1,0 +1,140 @@
+// What the stand-ins notice of a program that uses the system wrongly. Every other test here relies on it.
+
+#include <csignal>
+#include <cstdlib>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOKitLib.h>
+#include <IOKit/pwr_mgt/IOPMLib.h>
+#include <dispatch/dispatch.h>
+#include <gtest/gtest.h>
+
+#include "platform/macos/cf_value.h"
+#include "platform/macos/owned.h"
+#include "platform/run_loop.h"
+#include "stand_ins/objects.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using platform::firstService;
+using platform::Owned;
+using platform::OwnedService;
+using platform::stringOf;
+using stand_ins::unreleased;
+using ::testing::ExitedWithCode;
+using ::testing::KilledBySignal;
+
+// Long enough to be read as an object.
+alignas(16) constexpr char plainText[64] = "TeamIdentifier";
+
+CFStringRef keptText() {
+  const Owned<CFStringRef> text = stringOf("forgotten");
+  CFRetain(text.get());
+  return text.get();
+}
+
+TEST(StandIns, missNothingThatIsReleased) {
+  const test::VirtualMac mac;
+  EXPECT_EQ(unreleased(), "");
+  {
+    const Owned<CFStringRef> text = stringOf("held");
+    EXPECT_EQ(unreleased(), "1 CFString ");
+  }
+  EXPECT_EQ(unreleased(), "");
+}
+
+TEST(StandIns, countEveryReference) {
+  const CFStringRef text = keptText();
+  CFRetain(text);
+  EXPECT_EQ(unreleased(), "2 CFString ");
+  CFRelease(text);
+  CFRelease(text);
+}
+
+TEST(StandIns, countTheReferencesToConstants) {
+  CFRetain(kCFBooleanTrue);
+  EXPECT_EQ(unreleased(), "1 CFBoolean ");
+  CFRelease(kCFBooleanTrue);
+  EXPECT_EQ(unreleased(), "");
+}
+
+TEST(StandIns, countServices) {
+  const test::VirtualMac mac;
+  {
+    const OwnedService service = firstService("AppleSMC");
+    ASSERT_TRUE(service);
+    EXPECT_EQ(unreleased(), "1 io_service_t ");
+  }
+  EXPECT_EQ(unreleased(), "");
+}
+
+TEST(StandIns, letATimerBeKeptUntilItIsInvalidated) {
+  const platform::TimerToken token = platform::addRepeatingTimer(12, [] {});
+  EXPECT_EQ(unreleased(), "");
+  platform::invalidateTimer(token);
+  EXPECT_EQ(unreleased(), "");
+}
+
+void servedInOneModeAlone(CFRunLoopObserverRef, CFRunLoopActivity, void*) {}
+
+TEST(StandIns, tellOfWhatIsServedInOneModeAlone) {
+  const auto exitAfterwards = [] {
+    const Owned<CFRunLoopObserverRef> observer(CFRunLoopObserverCreate(
+        kCFAllocatorDefault, kCFRunLoopBeforeWaiting, true, 0, servedInOneModeAlone, nullptr));
+    CFRunLoopAddObserver(CFRunLoopGetMain(), observer.get(), kCFRunLoopDefaultMode);
+  };
+  EXPECT_EXIT((exitAfterwards(), std::exit(0)), ExitedWithCode(97), "1 outside the common modes");
+}
+
+TEST(StandInsDeathTest, tellAtTheEndOfTheProcessWhatIsHeld) {
+  EXPECT_EXIT((keptText(), std::exit(0)), ExitedWithCode(97), "not released: 1 CFString");
+}
+
+TEST(StandInsDeathTest, endAProcessThatReleasesTooOften) {
+  EXPECT_EXIT(CFRelease(kCFBooleanTrue), KilledBySignal(SIGABRT), "more often than it was retained");
+}
+
+TEST(StandInsDeathTest, endAProcessThatTakesAPlainTextForAnObject) {
+  const Owned<CFMutableDictionaryRef> matching(IOServiceMatching("AppleSMC"));
+  EXPECT_EXIT((void)CFDictionaryGetValue(matching.get(), plainText), KilledBySignal(SIGABRT),
+              "this is no object");
+}
+
+TEST(StandInsDeathTest, endAProcessThatTakesOneObjectForAnother) {
+  const Owned<CFStringRef> text = stringOf("a text");
+  EXPECT_EXIT((void)CFArrayGetCount(static_cast<CFArrayRef>(static_cast<CFTypeRef>(text.get()))),
+              KilledBySignal(SIGABRT), "of another type");
+}
+
+TEST(StandInsDeathTest, endAProcessThatUsesAServiceAfterItsRelease) {
+  const test::VirtualMac mac;
+  const io_service_t service = IOServiceGetMatchingService(kIOMainPortDefault, IOServiceMatching("AppleSMC"));
+  ASSERT_EQ(IOObjectRelease(service), KERN_SUCCESS);
+  EXPECT_EXIT(IOObjectRelease(service), KilledBySignal(SIGABRT), "this is no service");
+}
+
+TEST(StandInsDeathTest, endAProcessThatReleasesASourceThatStillWatches) {
+  const dispatch_source_t source =
+      dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
+  EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "a suspended source");
+  dispatch_resume(source);
+  EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "before the end of its cancellation");
+}
+
+// A signal that is not ignored ends a Mac's process, whoever watches it.
+TEST(StandInsDeathTest, watchNoSignalThatIsNotIgnored) {
+  const dispatch_source_t source =
+      dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
+  dispatch_resume(source);
+  EXPECT_EXIT(::raise(SIGUSR1), KilledBySignal(SIGUSR1), "");
+}
+
+TEST(StandIns, takeNoAnswerThroughAnotherPort) {
+  const test::VirtualMac mac;
+  EXPECT_NE(IOAllowPowerChange(0x904, 1), KERN_SUCCESS);
+}
+
+}  // namespace
+}  // namespace brisko

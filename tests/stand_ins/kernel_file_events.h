@@ -1,0 +1,20 @@
+// tests/stand_ins/kernel_file_events.h
+// The watches of the virtual Mac, which are those of this system's kernel, under names beside those of the
+// seam: platform/virtual/file_watch.cpp is compiled once more with them.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "platform/file_watch.h"
+
+namespace brisko::platform {
+
+[[nodiscard]] std::optional<int> openForEventsOfKernel(const std::string& path);
+[[nodiscard]] WatchToken watchFileOfKernel(int descriptor, FileEvents wanted,
+                                           std::function<void(FileEvents)> fired,
+                                           std::function<void()> cancelled);
+void cancelWatchOfKernel(WatchToken token);
+
+}  // namespace brisko::platform

@@ -1,0 +1,272 @@
+#include "stand_ins/main_loop.h"
+
+#include <algorithm>
+#include <cmath>
+#include <compare>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "platform/virtual/control_requests.h"
+#include "platform/virtual/file_events.h"
+#include "platform/virtual/machine_store.h"
+#include "platform/virtual/signals.h"
+#include "platform/virtual/simulated/virtual_time.h"
+#include "stand_ins/values.h"
+
+namespace brisko::stand_ins {
+
+namespace {
+
+constexpr double never = std::numeric_limits<double>::infinity();
+
+// When something is due, and after what else of that moment.
+struct Place {
+  double uptime;
+  std::uint64_t added;
+  auto operator<=>(const Place&) const = default;
+};
+
+struct Timer : Object {
+  static constexpr TypeId kind = timerType;
+  Timer(double due, double every, CFIndex rank, CFRunLoopTimerCallBack callback, void* argument)
+      : Object(kind), first(due), interval(every), order(rank), callout(callback), info(argument) {}
+  // Who wants to invalidate it later keeps it.
+  [[nodiscard]] long mayBeKept() const override { return scheduled ? 1 : 0; }
+
+  double first;  // uptime
+  double interval;
+  CFIndex order;
+  CFRunLoopTimerCallBack callout;
+  void* info;
+  bool valid = true;
+  bool scheduled = false;
+  Place place{};
+};
+
+struct Observer : Object {
+  static constexpr TypeId kind = observerType;
+  Observer(CFOptionFlags wanted, bool more, CFIndex rank, CFRunLoopObserverCallBack callback)
+      : Object(kind), activities(wanted), repeats(more), order(rank), callout(callback) {}
+  CFOptionFlags activities;
+  bool repeats;
+  CFIndex order;
+  CFRunLoopObserverCallBack callout;
+};
+
+// Exit hooks may still reach the loop, hence never destroyed.
+struct Loop {
+  std::vector<Source*> sources;
+  std::vector<Observer*> observers;
+  std::vector<Timer*> timers;
+  std::map<Place, Work> queue;
+  std::uint64_t added = 0;
+  bool stopped = false;
+  long outsideCommonModes = 0;
+};
+Loop& loop() {
+  static Loop& kept = *new Loop;
+  return kept;
+}
+
+void checkLoop(CFRunLoopRef reference) {
+  if (reference != CFRunLoopGetMain()) misuse("that is not the main run loop");
+}
+
+// Whether CFRunLoopRun() serves the mode.
+bool isServed(CFRunLoopMode mode) {
+  const std::string& name = textOf(mode);
+  const bool common = name == textOf(kCFRunLoopCommonModes);
+  if (!common) loop().outsideCommonModes += 1;
+  return common || name == textOf(kCFRunLoopDefaultMode);
+}
+
+template <class Kind>
+bool addTo(std::vector<Kind*>& all, Kind& object) {
+  if (std::find(all.begin(), all.end(), &object) != all.end()) return false;
+  object.holdForSystem();
+  all.push_back(&object);
+  return true;
+}
+
+template <class Kind>
+void removeFrom(std::vector<Kind*>& all, Kind& object) {
+  if (std::erase(all, &object) != 0) object.dropForSystem();
+}
+
+// -- Events
+
+void notifyObservers(CFRunLoopActivity activity) {
+  std::vector<Observer*> wanting;
+  std::copy_if(loop().observers.begin(), loop().observers.end(), std::back_inserter(wanting),
+               [activity](const Observer* observer) { return (observer->activities & activity) != 0; });
+  std::stable_sort(wanting.begin(), wanting.end(),
+                   [](const Observer* one, const Observer* other) { return one->order < other->order; });
+  for (Observer* observer : wanting) {
+    observer->callout(refTo<CFRunLoopObserverRef>(observer), activity, nullptr);
+    if (!observer->repeats) removeFrom(loop().observers, *observer);
+  }
+}
+
+// A wait of no length: the moment in which signals are let in.
+void waitForNothing() {
+  notifyObservers(kCFRunLoopBeforeWaiting);
+  virtual_mac::letPendingSignalsIn();  // those of signal sources
+  notifyObservers(kCFRunLoopAfterWaiting);
+}
+
+// While the machine sleeps nobody hears anything: what happens then is heard at wake.
+void listenToMachine() {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return;
+  const virtual_mac::Machine& machine = store->look().machine();
+  if (machine.system.asleep) return;
+  for (const Source* source : loop().sources) {
+    for (Work& work : source->arrived(machine)) enqueue(std::move(work));
+  }
+  for (Work& work : virtual_mac::arrivedRequests(machine)) enqueue(std::move(work));
+}
+
+void collectEvents() {
+  virtual_mac::raiseMachineSignals();
+  waitForNothing();
+  for (Work& work : virtual_mac::arrivedSignalWork()) enqueue(std::move(work));
+  virtual_mac::collectFileEvents();
+  listenToMachine();
+}
+
+// -- What is due
+
+// Of timers due at the same instant the lower order fires first.
+Timer* firstTimer() {
+  const auto& timers = loop().timers;
+  const auto first = std::min_element(timers.begin(), timers.end(), [](const Timer* one, const Timer* other) {
+    return std::tie(one->place.uptime, one->order, one->place.added) <
+           std::tie(other->place.uptime, other->order, other->place.added);
+  });
+  return first == timers.end() ? nullptr : *first;
+}
+
+Place firstPlace() {
+  Place first{never, 0};
+  if (!loop().queue.empty()) first = loop().queue.begin()->first;
+  const Timer* timer = firstTimer();
+  return timer != nullptr && timer->place < first ? timer->place : first;
+}
+
+// The next point of its grid that lies ahead; however many have passed, it fires once.
+void setForward(Timer& timer) {
+  const double from = std::max(virtual_mac::virtualUptime(), timer.place.uptime);
+  double steps = std::floor((from - timer.first) / timer.interval) + 1;
+  while (timer.first + steps * timer.interval <= from) steps += 1;
+  timer.place.uptime = timer.first + steps * timer.interval;
+}
+
+void fire(Timer& timer) {
+  timer.holdForSystem();
+  timer.callout(refTo<CFRunLoopTimerRef>(&timer), timer.info);
+  if (timer.valid && timer.interval > 0) setForward(timer);
+  if (timer.interval <= 0) CFRunLoopTimerInvalidate(refTo<CFRunLoopTimerRef>(&timer));
+  timer.dropForSystem();
+}
+
+void doFirst() {
+  Timer* timer = firstTimer();
+  auto& queue = loop().queue;
+  if (timer != nullptr && (queue.empty() || timer->place < queue.begin()->first)) return fire(*timer);
+  const Work work = std::move(queue.begin()->second);
+  queue.erase(queue.begin());
+  work();
+}
+
+void turn() {
+  collectEvents();
+  if (loop().stopped) return;  // by a signal handler
+  const double due = firstPlace().uptime;
+  const double dueTime = virtual_mac::timeAtUptime(due);
+  // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
+  const bool awake = std::isfinite(dueTime);
+  const bool isDue = awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow());
+  if (!isDue && !virtual_mac::passToward(dueTime)) return;
+  doFirst();
+  virtual_mac::afterEvent();
+}
+
+}  // namespace
+
+void enqueue(Work work) { enqueueAt(virtual_mac::virtualUptime(), std::move(work)); }
+
+void enqueueAt(double uptime, Work work) {
+  loop().queue.emplace(Place{uptime, ++loop().added}, std::move(work));
+}
+
+long outsideCommonModes() { return loop().outsideCommonModes; }
+
+}  // namespace brisko::stand_ins
+
+using namespace brisko::stand_ins;
+
+extern "C" {
+
+const CFRunLoopMode kCFRunLoopDefaultMode = constantString("kCFRunLoopDefaultMode");
+const CFRunLoopMode kCFRunLoopCommonModes = constantString("kCFRunLoopCommonModes");
+
+CFRunLoopRef CFRunLoopGetMain() { return reinterpret_cast<CFRunLoopRef>(&loop()); }
+
+void CFRunLoopRun() {
+  loop().stopped = false;
+  while (!loop().stopped) turn();
+}
+
+void CFRunLoopStop(CFRunLoopRef reference) {
+  checkLoop(reference);
+  loop().stopped = true;
+}
+
+void CFRunLoopAddSource(CFRunLoopRef reference, CFRunLoopSourceRef source, CFRunLoopMode mode) {
+  checkLoop(reference);
+  if (!isServed(mode)) return;
+  addTo(loop().sources, as<Source>(source));
+  std::stable_sort(loop().sources.begin(), loop().sources.end(),
+                   [](const Source* one, const Source* other) { return one->rank() < other->rank(); });
+}
+
+CFRunLoopObserverRef CFRunLoopObserverCreate(CFAllocatorRef, CFOptionFlags activities, Boolean repeats,
+                                             CFIndex order, CFRunLoopObserverCallBack callout,
+                                             CFRunLoopObserverContext* context) {
+  if (context != nullptr) misuse("an observer's context, of which nothing is known here");
+  return refTo<CFRunLoopObserverRef>(new Observer(activities, repeats != 0, order, callout));
+}
+
+void CFRunLoopAddObserver(CFRunLoopRef reference, CFRunLoopObserverRef observer, CFRunLoopMode mode) {
+  checkLoop(reference);
+  if (isServed(mode)) addTo(loop().observers, as<Observer>(observer));
+}
+
+// A timer counts in the time that stands still in sleep, whatever becomes of the wall clock.
+CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate, CFTimeInterval interval,
+                                       CFOptionFlags, CFIndex order, CFRunLoopTimerCallBack callout,
+                                       CFRunLoopTimerContext* context) {
+  const double due = brisko::virtual_mac::virtualUptime() + (fireDate - CFAbsoluteTimeGetCurrent());
+  return refTo<CFRunLoopTimerRef>(
+      new Timer(due, interval, order, callout, context == nullptr ? nullptr : context->info));
+}
+
+void CFRunLoopAddTimer(CFRunLoopRef reference, CFRunLoopTimerRef added, CFRunLoopMode mode) {
+  checkLoop(reference);
+  Timer& timer = as<Timer>(added);
+  if (!timer.valid || !isServed(mode) || !addTo(loop().timers, timer)) return;
+  timer.place = {timer.first, ++loop().added};
+  timer.scheduled = true;
+}
+
+void CFRunLoopTimerInvalidate(CFRunLoopTimerRef invalidated) {
+  Timer& timer = as<Timer>(invalidated);
+  timer.valid = false;
+  timer.scheduled = false;
+  removeFrom(loop().timers, timer);
+}
+}

@@ -1,0 +1,167 @@
+#include "stand_ins/system.h"
+
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
+#include <mach-o/dyld.h>
+#include <mach/mach_time.h>
+#include <sys/sysctl.h>
+#include <unistd.h>
+
+#include "platform/host.h"
+#include "platform/virtual/machine_store.h"
+#include "platform/virtual/simulated/driver.h"
+#include "platform/virtual/simulated/virtual_time.h"
+#include "platform/virtual/temporary_directory.h"
+#include "stand_ins/kernel_file_events.h"
+#include "stand_ins/objects.h"
+
+namespace brisko {
+
+namespace {
+
+constexpr std::uint32_t ticksPerSecond = 1U << 22U;
+constexpr std::uint32_t nanosecondsPerSecond = 1'000'000'000;
+
+std::optional<std::string>& programPath() {
+  static auto& path =
+      *new std::optional<std::string>("/Applications/Brisko.app/Contents/MacOS/brisko-daemon");
+  return path;
+}
+
+// As sysctl and confstr hand over texts: how much room it takes with its end.
+std::size_t copyOut(const std::string& text, char* buffer, std::size_t room) {
+  if (room > text.size()) std::memcpy(buffer, text.c_str(), text.size() + 1);
+  return text.size() + 1;
+}
+
+}  // namespace
+
+namespace virtual_mac {
+
+void setEnvironment(const std::string& name, const std::string& value) {
+  ::setenv(name.c_str(), value.c_str(), 1);
+}
+
+void setExecutablePath(std::optional<std::string> path) { programPath() = std::move(path); }
+
+}  // namespace virtual_mac
+
+// In place of src/platform/macos/volume_root.cpp.
+const std::string& platform::volumeRoot() {
+  static const std::string& none = *new std::string;
+  const auto* store = virtual_mac::attachedMachine();
+  return store == nullptr ? none : store->volumeRoot();
+}
+
+namespace stand_ins {
+
+std::uint64_t ticksOfSeconds(double uptime) {
+  return static_cast<std::uint64_t>(std::llround(uptime * ticksPerSecond));
+}
+double secondsOfTicks(std::uint64_t ticks) { return static_cast<double>(ticks) / ticksPerSecond; }
+
+std::string pathOfOpenFile(int descriptor) {
+  constexpr std::string_view mark = " (deleted)";
+  char path[PATH_MAX] = {};
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = ::readlink(link.c_str(), path, sizeof path);
+  if (length <= 0) return "";
+  const std::string_view text(path, static_cast<std::size_t>(length));
+  return text.ends_with(mark) ? "" : std::string(text);
+}
+
+}  // namespace stand_ins
+
+}  // namespace brisko
+
+using namespace brisko;
+
+extern "C" {
+
+mach_port_t mach_task_self_ = 0x103;
+
+kern_return_t mach_timebase_info(mach_timebase_info_t info) {
+  *info = {.numer = nanosecondsPerSecond, .denom = ticksPerSecond};
+  return KERN_SUCCESS;
+}
+
+std::uint64_t mach_absolute_time() { return stand_ins::ticksOfSeconds(virtual_mac::virtualUptime()); }
+
+// Whatever happens on the way ends the wait early.
+kern_return_t mach_wait_until(std::uint64_t deadline) {
+  virtual_mac::raiseMachineSignals();
+  const double end = virtual_mac::timeAtUptime(stand_ins::secondsOfTicks(deadline));
+  if (end <= virtual_mac::virtualNow()) return KERN_SUCCESS;
+  return virtual_mac::passToward(end) ? KERN_SUCCESS : KERN_ABORTED;
+}
+
+int _NSGetExecutablePath(char* path, std::uint32_t* size) {
+  if (!programPath()) return -1;
+  const std::size_t needed = copyOut(*programPath(), path, *size);
+  if (needed <= *size) return 0;
+  *size = static_cast<std::uint32_t>(needed);
+  return -1;
+}
+
+int sysctlbyname(const char* name, void* old, std::size_t* oldSize, void* fresh, std::size_t) {
+  auto* store = virtual_mac::attachedMachine();
+  if (fresh != nullptr) stand_ins::misuse("a variable of the kernel is set");
+  if (store == nullptr || std::strcmp(name, "kern.osproductversion") != 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  const std::string version = std::to_string(store->look().machine().system.macOS) + ".4.1";
+  const std::size_t needed = copyOut(version, static_cast<char*>(old), *oldSize);
+  if (needed > *oldSize) {
+    errno = ENOMEM;
+    return -1;
+  }
+  *oldSize = needed;
+  return 0;
+}
+
+// A path is opened for its events and for nothing else.
+int brisko_stand_in_open(const char* path, int flags, ...) {
+  if ((flags & O_EVTONLY) == 0 || (flags & O_CLOEXEC) == 0) stand_ins::misuse("open() with such flags");
+  return platform::openForEventsOfKernel(path).value_or(-1);
+}
+
+int brisko_stand_in_fcntl(int descriptor, int command, ...) {
+  if (command != F_GETPATH) stand_ins::misuse("fcntl() with such a command");
+  std::va_list arguments;
+  va_start(arguments, command);
+  char* buffer = va_arg(arguments, char*);
+  va_end(arguments);
+  const std::string path = stand_ins::pathOfOpenFile(descriptor);
+  if (path.empty()) {
+    errno = ENOENT;
+    return -1;
+  }
+  copyOut(path, buffer, PATH_MAX);
+  return 0;
+}
+
+// With a slash at its end, as the system has it.
+std::size_t brisko_stand_in_confstr(int name, char* buffer, std::size_t size) {
+  if (name != _CS_DARWIN_USER_TEMP_DIR) return 0;
+  return copyOut(virtual_mac::realTemporaryDirectory() + "/", buffer, size);
+}
+
+// Root, unless the machine pretends otherwise.
+uid_t brisko_stand_in_geteuid() {
+  auto* store = virtual_mac::attachedMachine();
+  return store == nullptr ? 0 : static_cast<uid_t>(store->look().machine().system.pretendedUserId);
+}
+
+// The same in every life.
+pid_t brisko_stand_in_getpid() { return 4711; }
+}

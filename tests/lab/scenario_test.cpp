@@ -163,7 +163,7 @@ TEST(ScenarioSchema, takesEveryScenarioThatIsShipped) {
     EXPECT_EQ(test::flawIn(scenario.dump(), "scenario"), std::nullopt) << entry.path();
     ++count;
   }
-  EXPECT_GE(count, 10U);
+  EXPECT_GE(count, 40U);
 }
 
 TEST(ScenarioSchema, refusesWhatTheLabRefuses) {
@@ -175,7 +175,8 @@ TEST(ScenarioSchema, refusesWhatTheLabRefuses) {
       std::nullopt);
   for (const char* step :
        {R"({"at": "soon"})", R"({"do": "plug-in"})", R"({"do": {"plug": "much"}})",
-        R"({"see": {"percent": [80]}})", R"({"see": {"colour": 1}})", R"({"when": "+1 s"})"}) {
+        R"({"see": {"percent": [80]}})", R"({"see": {"colour": 1}})", R"({"see": {"keys": {"CHTE": 1}}})",
+        R"({"see": {"files": {"status": 1}}})", R"({"when": "+1 s"})"}) {
     EXPECT_NE(flawOf(with(step)), std::nullopt) << step;
     EXPECT_THAT(complaintsAbout(with(step)), Not(IsEmpty())) << step;
   }
@@ -200,6 +201,25 @@ TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
   const auto checks = checkNames();
   EXPECT_EQ(namesIn(definitions.at("expectations").at("properties")),
             std::set<std::string>(checks.begin(), checks.end()));
+}
+
+// --- The page
+
+std::string page() { return test::contents(std::string(BRISKO_SCHEMA_FOLDER) + "/../lab.md"); }
+
+TEST(ScenarioPage, hasAnExampleThatHolds) {
+  const std::string text = page();
+  const std::string begin = "```json scenario\n";
+  const std::size_t from = text.find(begin);
+  ASSERT_NE(from, std::string::npos);
+  const std::size_t start = from + begin.size();
+  EXPECT_THAT(failuresOf(text.substr(start, text.find("```", start) - start)), IsEmpty());
+}
+
+TEST(ScenarioPage, explainsEveryActionOfTheLabAndEveryExpectation) {
+  const std::string text = page();
+  for (const std::string& name : ownActionNames()) EXPECT_THAT(text, HasSubstr("\"" + name + "\"")) << name;
+  for (const std::string& name : checkNames()) EXPECT_THAT(text, HasSubstr("`" + name + "`")) << name;
 }
 
 // --- The play

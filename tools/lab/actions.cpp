@@ -98,7 +98,7 @@ std::optional<Act> readReplacement(const Place& place) {
 }
 
 std::optional<std::string> readPath(const Place& place) {
-  const auto path = place.text();
+  std::optional<std::string> path = place.text();
   if (!path || path->starts_with("/")) return path;
   place.expected("an absolute path on the Mac");
   return std::nullopt;
@@ -251,7 +251,7 @@ std::optional<Act> readWord(const Place& place, const std::string& name) {
   }
   for (const auto& [known, read] : actionsWithValue) {
     if (known == name) {
-      place.complain("\"" + name + "\" needs a value: {\"" + name + "\": …}");
+      place.complain("needs a value, as an object with \"" + name + "\" and what it takes");
       return std::nullopt;
     }
   }

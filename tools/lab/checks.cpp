@@ -190,7 +190,10 @@ std::vector<Difference> differencesOfKeys(const Stage& stage,
   std::vector<Difference> found;
   for (const auto& [key, bytes] : wanted) {
     const std::string seen = hexOf(lives::keyBytes(stage.machine(), key));
-    if (seen != bytes) found.push_back({key + " " + bytes, seen.empty() ? "not readable" : seen});
+    if (seen == bytes) continue;
+    found.push_back({bytes.empty() ? std::string(key).append(" not readable")
+                                   : std::string(key).append(" ").append(bytes),
+                     seen.empty() ? "not readable" : seen});
   }
   return found;
 }

@@ -18,9 +18,9 @@ struct Check {
 };
 
 struct Checks {
-  std::vector<Check> all;
+  std::vector<Check> all = {};
   // The patterns of lines that are expected to be there; a warning that fits none of them is a fault.
-  std::vector<std::string> expectedLines;
+  std::vector<std::string> expectedLines = {};
 };
 
 // Adds those of an object with expectations.

@@ -18,10 +18,10 @@ namespace brisko::lab {
 
 // What is asked of a list of lines.
 struct LineWishes {
-  std::vector<std::string> has;      // each at least once
-  std::vector<std::string> hasNot;   // none of them
-  std::vector<std::string> inOrder;  // these one after the other, with others between
-  std::map<std::string, std::int64_t> counts;
+  std::vector<std::string> has = {};      // each at least once
+  std::vector<std::string> hasNot = {};   // none of them
+  std::vector<std::string> inOrder = {};  // these one after the other, with others between
+  std::map<std::string, std::int64_t> counts = {};
 };
 
 // From a list of patterns (what `has`), or an object with "has", "hasNot", "inOrder" and "count".

@@ -10,9 +10,9 @@ namespace brisko::lab {
 
 // How a scenario went. It is played up to the first step where something is not as expected.
 struct Outcome {
-  std::vector<std::string> failures;  // each with its place, what was expected, and what was seen
-  std::vector<std::string> log;       // the last lines until then, with their times
-  double seconds = 0;                 // machine time that passed
+  std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
+  std::vector<std::string> log = {};       // the last lines until then, with their times
+  double seconds = 0;                      // machine time that passed
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file);

@@ -16,19 +16,19 @@
 namespace brisko::lab {
 
 struct Step {
-  std::string place;                        // in the file
+  std::string place = {};                   // in the file
   std::optional<Timing> at = std::nullopt;  // none: at the moment of the step before
   std::vector<Action> actions = {};
   std::vector<Check> checks = {};
 };
 
 struct Scenario {
-  std::string story;
+  std::string story = {};
   Outset outset;
-  std::vector<Action> before;  // the first start
-  std::vector<Step> steps;
-  std::vector<Check> end;                  // over everything
-  std::vector<std::string> expectedLines;  // patterns; a warning that fits none fails the scenario
+  std::vector<Action> before = {};  // the first start
+  std::vector<Step> steps = {};
+  std::vector<Check> end = {};                  // over everything
+  std::vector<std::string> expectedLines = {};  // patterns; a warning that fits none fails the scenario
 };
 
 // The scenario in the file's text. None when anything is wrong with it, which is complained of; files that it

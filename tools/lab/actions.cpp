@@ -238,9 +238,8 @@ std::optional<Act> readFault(const std::string& name, const vmac::Said& said, co
   return [change = *change](Stage& stage, std::string& why) { return happen(stage, change, why); };
 }
 
-bool complainOfName(const Place& place, const std::string& name) {
+void complainOfName(const Place& place, const std::string& name) {
   place.complain("nothing is called \"" + name + "\"; \"brisko-lab actions\" lists what can happen");
-  return false;
 }
 
 // --- Both
@@ -256,7 +255,7 @@ std::optional<Act> readWord(const Place& place, const std::string& name) {
     }
   }
   if (virtual_mac::findFault(name) != nullptr) return readFault(name, {}, place);
-  static_cast<void>(complainOfName(place, name));
+  complainOfName(place, name);
   return std::nullopt;
 }
 
@@ -268,7 +267,7 @@ std::optional<Act> readMember(const Place& place) {
   if (const virtual_mac::Fault* fault = virtual_mac::findFault(name)) {
     return readFault(name, readSaid(*fault, place), place);
   }
-  static_cast<void>(complainOfName(place, name));
+  complainOfName(place, name);
   return std::nullopt;
 }
 

@@ -468,7 +468,10 @@ TEST(Schemas, standOneForEachKindOfDocument) {
     const std::string name = entry.path().filename();
     found.push_back(name.substr(0, name.find('.')));
   }
-  EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(kinds));
+  // Scenarios are the lab's, whose own tests hold them to their schema.
+  std::vector<std::string> wanted = kinds;
+  wanted.emplace_back("scenario");
+  EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(wanted));
 }
 
 // A word that the validator does not know would be a promise that nobody checks, and so would a reference

@@ -23,7 +23,4 @@ class ScratchFolder {
   std::string path_;
 };
 
-// An open file, for reading and appending, that has no name any more.
-[[nodiscard]] int namelessFile();
-
 }  // namespace brisko::test

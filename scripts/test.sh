@@ -53,11 +53,11 @@ count() {
   [[ $all -gt 0 ]]
 }
 
-# run_tests PRESET RESULTS: a run that fails without a failed test, or without any test, is a failed step. Tests
-# that pass are not listed.
+# run_tests PRESET RESULTS [CTEST-OPTION…]: a run that fails without a failed test, or without any test, is a failed
+# step. Tests that pass are not listed.
 run_tests() {
   local before=$failed status=0
-  ctest --preset "$1" --parallel "$jobs" --no-tests=error --output-junit "$2" |
+  ctest --preset "$1" --parallel "$jobs" --no-tests=error --output-junit "$2" "${@:3}" |
     grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$' || status=${PIPESTATUS[0]}
   count "$2" || return 1
   [[ $failed -eq $before ]] || return $tests_failed
@@ -67,7 +67,9 @@ run_tests() {
 if step 'what is needed' scripts/install-dependencies.sh checks; then
   step 'format' scripts/format.sh --check
   step 'shell scripts' scripts/check-scripts.sh
-  step 'release build' build release && step 'tests' run_tests release "$release_results"
+  # The platform of a real Mac is there for its misuse of memory to show, so it runs under the sanitizers alone.
+  step 'release build' build release &&
+    step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results"
     step 'clang-tidy' scripts/tidy.sh build/asan

@@ -69,7 +69,7 @@ if step 'what is needed' scripts/install-dependencies.sh checks; then
   step 'shell scripts' scripts/check-scripts.sh
   # The platform of a real Mac is there for its misuse of memory to show, so it runs under the sanitizers alone.
   step 'release build' build release &&
-    step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
+    step 'tests' run_tests release "$release_results" --exclude-regex '^(brisko-mac-tests|scenario-macos)/'
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results"
     step 'clang-tidy' scripts/tidy.sh build/asan

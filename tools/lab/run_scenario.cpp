@@ -47,6 +47,17 @@ class Play {
  private:
   [[nodiscard]] bool holds() const { return outcome_.failures.empty(); }
 
+  // What always holds, held until now.
+  bool invariantsHold(const std::string& place) {
+    const auto violation = stage_.violation();
+    if (violation && !outcome_.violation) {
+      outcome_.violation = violation;
+      fail(place, "    expected: " + std::to_string(violation->invariant) + ". " +
+                      invariantWords(violation->invariant) + "\n    seen:     " + violation->seen);
+    }
+    return !violation;
+  }
+
   void playSteps() {
     act(scenario_.before);
     stage_.begin();
@@ -63,9 +74,10 @@ class Play {
     if (step.at) stage_.pass(secondsUntil(*step.at, virtual_mac::wallClock(stage_.machine())));
     // What is due at this moment has happened before the step does anything.
     stage_.pass(0);
+    if (!invariantsHold(step.place)) return;
     act(step.actions);
     stage_.pass(0);
-    if (!holds()) return;
+    if (!invariantsHold(step.place) || !holds()) return;
     if (step.checks.empty()) return;
     look(step.checks);
     stage_.beginStretch();

@@ -1,9 +1,11 @@
 // lab/run_scenario.h
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "lab/invariants/watch.h"
 #include "lab/scenario.h"
 
 namespace brisko::lab {
@@ -13,6 +15,8 @@ struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
   std::vector<std::string> log = {};       // the last lines until then, with their times
   double seconds = 0;                      // machine time that passed
+  // The invariant that failed it; it is among the failures too.
+  std::optional<Violation> violation = std::nullopt;
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file);

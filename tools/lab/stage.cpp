@@ -64,6 +64,7 @@ Stage::Stage(const Outset& outset)
   }
   store_->setVolumeRoot(volume_);
   virtual_mac::attachMachine(store_.get());
+  watch_ = std::make_unique<Watch>(*store_, volume_);
   if (outset.settings) write("/Library/Application Support/Brisko/config.json", *outset.settings);
   const double level = virtual_mac::level(machine());
   *levels_ = {{level, level}, {level, level}};
@@ -92,11 +93,11 @@ void Stage::pass(double seconds) {
   do {
     const bool notedByLife = daemonRuns() && !machine().system.asleep;
     slice(std::min(notedByLife ? longSlice : shortSlice, end - machine().now));
-  } while (machine().now < end);
+  } while (machine().now < end && !violation());
 }
 
 bool Stage::startIsDue() const {
-  return keptAlive_ && starts_ && machine().system.poweredOn && !machine().system.asleep &&
+  return !violation() && keptAlive_ && starts_ && machine().system.poweredOn && !machine().system.asleep &&
          machine().now >= startedAt_ + throttleSeconds;
 }
 
@@ -111,16 +112,17 @@ void Stage::slice(double seconds) {
                          update.machine().now + (untilStart > 0 ? std::min(seconds, untilStart) : seconds));
   }
   noteEnd();
-  collectOutput();
   collectJournal();
   levels_->note(virtual_mac::level(machine()));
 }
 
 void Stage::noteEnd() {
+  collectOutput();
   if (endNoted_ || daemonRuns()) return;
   endNoted_ = true;
   exitStatus_ = life_->status();
   endSignal_ = life_->endSignal();
+  watch_->lifeEnded(exitStatus_, endSignal_, life_->output());
 }
 
 void Stage::collectOutput() {
@@ -149,6 +151,7 @@ void Stage::collectJournal() {
 // What happens
 
 void Stage::change(const virtual_mac::Change& change) {
+  watch_->happens(change);
   virtual_mac::apply(store_->update().machine(), change);
   levels_->note(virtual_mac::level(machine()));
 }
@@ -160,13 +163,25 @@ void Stage::startDaemon() {
   starts_ = true;
   startedAt_ = machine().now;
   endNoted_ = false;
-  life_ = std::make_unique<lives::ForkedLife>(
-      lives::Birth{.store = *store_, .arguments = arguments_, .fileEvents = fileEvents_, .prepare = [this] {
-                     // A full disk is an error to the daemon, and no signal.
-                     std::signal(SIGXFSZ, SIG_IGN);
-                     virtual_mac::setAfterEvent([this] { levels_->note(virtual_mac::level(machine())); });
-                     for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
-                   }});
+  watch_->lifeBegins();
+  life_ =
+      std::make_unique<lives::ForkedLife>(lives::Birth{.store = *store_,
+                                                       .arguments = arguments_,
+                                                       .fileEvents = fileEvents_,
+                                                       .prepare =
+                                                           [this] {
+                                                             // A full disk is an error to the daemon, and no
+                                                             // signal.
+                                                             std::signal(SIGXFSZ, SIG_IGN);
+                                                             watch_->beginToLook();
+                                                             virtual_mac::setAfterEvent([this] {
+                                                               levels_->note(virtual_mac::level(machine()));
+                                                               watch_->lookAfterTurn();
+                                                             });
+                                                             for (const auto& [name, value] : environment_)
+                                                               virtual_mac::setEnvironment(name, value);
+                                                           },
+                                                       .goesOn = [this] { watch_->goOn(); }});
   setDiskFull(diskIsFull_);
 }
 
@@ -206,6 +221,7 @@ void Stage::boot() {
 
 void Stage::setDiskFull(bool full) {
   diskIsFull_ = full;
+  watch_->fillsDisk(full);
   // What is there can still be cut to nothing, and nothing can be added: as on a disk without room.
   if (life_ != nullptr) life_->limitFileSize(full ? std::optional<std::uint64_t>(0) : std::nullopt);
 }
@@ -225,6 +241,7 @@ void Stage::ask(virtual_mac::RequestKind kind, std::uint32_t client, const std::
 }
 
 void Stage::write(std::string_view unmapped, std::string_view text) {
+  watch_->touchesFiles();
   const fs::path file = path(unmapped);
   std::error_code ignored;
   fs::create_directories(file.parent_path(), ignored);
@@ -240,6 +257,7 @@ void Stage::replace(std::string_view unmapped, std::string_view text) {
 }
 
 void Stage::remove(std::string_view unmapped) {
+  watch_->touchesFiles();
   std::error_code ignored;
   fs::remove_all(path(unmapped), ignored);
 }

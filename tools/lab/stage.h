@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/invariants/watch.h"
 #include "lives/forked_life.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
@@ -68,6 +69,8 @@ class Stage {
   [[nodiscard]] const std::vector<std::string>& stampedLog() const { return stamped_; }
   [[nodiscard]] std::vector<std::string> logOfStretch() const;
   [[nodiscard]] std::vector<std::string> journalOfStretch() const;
+  // What should always hold and did not, the first such thing; the play is over then.
+  [[nodiscard]] std::optional<Violation> violation() const { return watch_->violation(); }
   // The lowest and the highest percentage of the stretch.
   [[nodiscard]] double lowest() const { return levels_->stretch.lowest; }
   [[nodiscard]] double highest() const { return levels_->stretch.highest; }
@@ -100,6 +103,7 @@ class Stage {
 
   std::string volume_;
   std::unique_ptr<virtual_mac::MachineStore> store_;
+  std::unique_ptr<Watch> watch_;
   Levels* levels_;
   int fileEvents_;
   std::vector<std::string> arguments_;

@@ -20,6 +20,7 @@ struct Birth {
   std::vector<std::string> arguments;  // after the path of the executable
   int fileEvents;                      // the queue of file events of the machine's lives
   std::function<void()> prepare = {};  // called in the child before anything of the daemon
+  std::function<void()> goesOn = {};   // called there whenever it stood still and is let run again
 };
 
 class ForkedLife {

@@ -1,0 +1,129 @@
+// lab/invariants/rule.h
+// What the rules that always hold are written against: what they may look at, and when they are asked.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/settings.h"
+#include "hardware/charge_gate.h"
+#include "platform/virtual/machine.h"
+#include "policy/charge_state_record.h"
+#include "records/history.h"
+
+namespace brisko::lab {
+
+inline constexpr double never = -1e300;  // machine time of what has not happened
+
+// What the timeline has done, as far as rules make exceptions for it. Shared by the lab and the lives. Times
+// are machine time.
+struct Circumstances {
+  std::uint64_t doings = 0;       // how many things it did so far
+  double lastDoingAt = never;     // the last of them
+  double disturbedAt = never;     // … that makes keys, readings or files less than obedient, or heals them
+  double clockSteppedAt = never;  // the wall clock was set, either way
+  double clockSteppedBackAt = never;
+  double adapterChangedAt = never;  // plugged or unplugged
+  double filesTouchedAt = never;    // somebody else wrote or removed a file
+  double launchedAt = never;        // the life that runs was started
+  bool diskIsFull = false;
+  bool filesAreHostile = false;  // something stands where the daemon's files belong
+};
+
+// What a life leaves for the judgement of its end, in memory that the lab shares with it.
+struct Carried {
+  bool stepSevenReached = false;  // of the start-up: exit hooks and signal handlers are in place
+  bool gateKnown = false;
+  ChargeGate gate{};
+  bool lightSupported = false;
+  std::uint64_t journalSeen = 0;  // entries that the rules of the life have looked at
+};
+
+// One run of evaluate(), told as it ends.
+struct Pass {
+  double at = 0;                  // machine time
+  bool complete = false;          // it published; else it ended before
+  std::uint64_t journalFrom = 0;  // entries of the journal from here …
+  std::uint64_t journalTo = 0;    // … to before this one were written by it
+  ChargeState before{};           // gState as it began
+  // Of a complete one.
+  Sample sample{};
+  Settings settings{};
+};
+
+// What happened to a file or folder below the daemon's two folders while the daemon ran.
+struct FileChange {
+  std::string path;         // unmapped: /Library/…
+  bool removed = false;     // or moved away; else created, written, moved here or given other attributes
+  bool attributes = false;  // nothing but owner, mode or times
+};
+
+// What can be looked at. The daemon's own variables are read as they are.
+class Scene {
+ public:
+  virtual ~Scene() = default;
+  [[nodiscard]] virtual const virtual_mac::Machine& machine() const = 0;
+  [[nodiscard]] virtual const virtual_mac::Journal& journal() const = 0;
+  [[nodiscard]] virtual const Circumstances& circumstances() const = 0;
+  [[nodiscard]] virtual Carried& carried() const = 0;
+  // The file's contents on the Mac's volume; none when there is no such file.
+  [[nodiscard]] virtual std::optional<std::string> read(const std::string& path) const = 0;
+};
+
+[[nodiscard]] inline const virtual_mac::JournalEntry& entryOf(const Scene& scene, std::uint64_t number) {
+  const auto& entries = scene.journal().entries;
+  return entries[number % entries.size()];
+}
+
+// One turn of the daemon's run loop, told when everything in it is done.
+struct Turn {
+  double at = 0;                        // machine time
+  std::uint64_t journalFrom = 0;        // entries from here …
+  std::uint64_t journalTo = 0;          // … to before this one
+  std::vector<std::string> lines = {};  // logged, with their times
+  std::vector<FileChange> files = {};
+  std::vector<Pass> passes = {};
+};
+
+// The end of a life, told in the lab. What is in `rest` came after its last turn.
+struct LifeEnd {
+  std::optional<int> status = {};  // exit status
+  std::optional<int> signal = {};  // that ended it
+  Turn rest = {};
+  std::vector<std::string> lines = {};  // everything that it logged
+};
+
+// Told of every invariant that does not hold: its number, and what was seen instead.
+using Violated = std::function<void(int number, const std::string& seen)>;
+
+// A rule, or several that remember the same. Made afresh in every life, inside of it.
+class Rule {
+ public:
+  virtual ~Rule() = default;
+  virtual void passBegins(const Scene&, const Violated&) {}
+  virtual void passEnded(const Pass&, const Scene&, const Violated&) {}
+  virtual void turnEnded(const Turn&, const Scene&, const Violated&) {}
+  // The timeline did something while the life stood still.
+  virtual void wentOn(const Scene&) {}
+};
+using Rules = std::vector<std::unique_ptr<Rule>>;
+
+// Each file of rules adds its own.
+void addChargeRules(Rules& rules);
+void addVerdictRules(Rules& rules);
+void addRecordRules(Rules& rules);
+void addSleepRules(Rules& rules);
+void addNativeRules(Rules& rules);
+void addProcessRules(Rules& rules);
+
+// What is judged in the lab when a life has ended.
+void judgeChargeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+void judgeNativeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+void judgeProcessAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+
+}  // namespace brisko::lab

@@ -1,0 +1,57 @@
+// lab/invariants/watch.h
+// Looks on while the daemon lives, and tells when something that always holds does not. The looking is done
+// inside of each life, after every turn of its run loop and every pass of its heart; a life that breaks an
+// invariant is ended on the spot.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "lab/invariants/rule.h"
+#include "platform/virtual/machine_store.h"
+
+namespace brisko::lab {
+
+struct Violation {
+  int invariant;     // its number
+  double at;         // machine time
+  std::string seen;  // instead
+};
+
+// The invariant in words; "" for a number that is none.
+[[nodiscard]] std::string invariantWords(int number);
+
+class Watch {
+ public:
+  // Store and volume must outlive it.
+  Watch(virtual_mac::MachineStore& store, std::string volume);
+  ~Watch();
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+
+  // --- In the lab
+
+  // What the timeline does is said here, before it is done.
+  void happens(const virtual_mac::Change& change);
+  void touchesFiles();
+  void fillsDisk(bool full);
+  void lifeBegins();  // before the fork
+  // `output` is everything that it wrote to its standard output.
+  void lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output);
+  // The first one; none while all hold.
+  [[nodiscard]] std::optional<Violation> violation() const;
+
+  // --- In a life
+
+  void beginToLook();  // before anything of the daemon
+  void lookAfterTurn();
+  void goOn();  // the life stood still, and goes on
+
+  struct Inside;
+
+ private:
+  std::unique_ptr<Inside> inside_;
+};
+
+}  // namespace brisko::lab

@@ -174,7 +174,8 @@ void weather(std::int64_t day, Dice& dice, Diary& diary) {
   } else {
     return;
   }
-  diary.note(from + dice.between(900, 14400), actionOf("ambient", dice.between(18, 26)));
+  const std::int64_t back = from + dice.between(900, 14400);
+  diary.note(back, actionOf("ambient", dice.between(18, 26)));
 }
 
 // --- The app
@@ -297,6 +298,8 @@ void reinstall(std::int64_t at, bool erase, const StoryJson& settings, Dice& dic
   const std::int64_t again = at + dice.oneOf(std::array{120, 3600, 90000});
   diary.note(again, actionOf("settings-file", settings));
   diary.note(again + 1, "load");
+  // Whoever finds the Mac off comes back to it.
+  diary.note(again + 20000, "load");
 }
 
 void restartTheMac(std::int64_t at, Dice& dice, Diary& diary) {

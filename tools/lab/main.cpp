@@ -1,7 +1,6 @@
 // Tells stories about the daemon in virtual time and looks whether they go as they should.
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -10,12 +9,9 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <unistd.h>
-
-#include "lab/campaign.h"
+#include "lab/campaign_commands.h"
 #include "lab/run_scenario.h"
 #include "lab/scenario.h"
 #include "lab/timing.h"
@@ -81,57 +77,6 @@ int listActions() {
   return allHold;
 }
 
-// The words of the commands that make stories up.
-struct CampaignWords {
-  std::string seeds;
-  std::string faults = "all";
-  CampaignOrder order = {.jobs = std::max(1U, std::thread::hardware_concurrency())};
-  std::string folder;
-
-  // None, and a complaint, when they make no sense.
-  [[nodiscard]] std::optional<CampaignOrder> read() const {
-    CampaignOrder read = order;
-    const auto range = parseSeeds(seeds);
-    if (!range) complain("brisko-lab: --seeds takes a seed or a range like 1..400, not \"" + seeds + "\"");
-    if (!range) return std::nullopt;
-    read.seeds = *range;
-    for (const Faults kind : {Faults::none, Faults::some, Faults::all}) {
-      if (faults == nameOf(kind)) read.faults = kind;
-    }
-    if (!folder.empty()) read.shrinkInto = folder;
-    return read;
-  }
-};
-
-void addWords(CLI::App& command, CampaignWords& words) {
-  command.add_option("--days", words.order.days, "simulated days of each; 7 without it")
-      ->check(CLI::Range(1, 3650));
-  command.add_option("--faults", words.faults, "all without it")
-      ->check(CLI::IsMember({"none", "some", "all"}));
-}
-
-int playCampaign(const CampaignWords& words) {
-  const auto order = words.read();
-  if (!order) return misused;
-  const Voices voices{
-      .tell =
-          [](const std::string& text) {
-            print(text);
-            static_cast<void>(std::fflush(stdout));
-          },
-      .whisper = [](const std::string& text) { static_cast<void>(std::fputs(text.c_str(), stderr)); },
-      .onTerminal = ::isatty(STDERR_FILENO) == 1,
-  };
-  return runCampaign(*order, voices, playerFor(*order));
-}
-
-int tellStory(const CampaignWords& words) {
-  const auto order = words.read();
-  if (!order) return misused;
-  print(scenarioText(randomStory(order->seeds.first, order->days, order->faults)));
-  return allHold;
-}
-
 int run(int count, char** arguments) {
   CLI::App program{"Tells stories about the daemon in virtual time.", "brisko-lab"};
   program.require_subcommand(1);
@@ -144,21 +89,7 @@ int run(int count, char** arguments) {
   program.add_subcommand("actions", "list what can happen in a scenario")->callback([&] {
     chosen = listActions;
   });
-  CampaignWords words;
-  CLI::App* campaign = program.add_subcommand(
-      "campaign", "play made-up stories; status 0: what always holds, held, 1: it did not, 130: control-C");
-  campaign->add_option("--seeds", words.seeds, "A..B, or one")->required();
-  addWords(*campaign, words);
-  campaign->add_option("--jobs", words.order.jobs, "how many at a time; one per core without it")
-      ->check(CLI::Range(1, 1000));
-  campaign->add_option("--shrink", words.folder, "cut the first failure of each kind down, into this folder")
-      ->expected(0, 1)
-      ->default_str(".");
-  campaign->callback([&] { chosen = [&] { return playCampaign(words); }; });
-  CLI::App* story = program.add_subcommand("story", "print the made-up story of a seed as a scenario");
-  story->add_option("--seed", words.seeds, "the seed")->required();
-  addWords(*story, words);
-  story->callback([&] { chosen = [&] { return tellStory(words); }; });
+  addCampaignCommands(program, chosen);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

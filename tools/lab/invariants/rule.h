@@ -12,6 +12,7 @@
 
 #include "core/settings.h"
 #include "hardware/charge_gate.h"
+#include "lab/invariants/gate_keys.h"
 #include "platform/virtual/machine.h"
 #include "policy/charge_state_record.h"
 #include "records/history.h"
@@ -32,7 +33,9 @@ struct Circumstances {
   double filesTouchedAt = never;    // somebody else wrote or removed a file
   double launchedAt = never;        // the life that runs was started
   bool diskIsFull = false;
-  bool filesAreHostile = false;  // something stands where the daemon's files belong
+  bool filesAreHostile = false;    // something stands where the daemon's files belong
+  std::uint64_t disturbances = 0;  // how often disturbedAt was set for keys or readings
+  std::uint64_t leaps = 0;         // how often the charge or what 100 % is was set from outside
 };
 
 // What a life leaves for the judgement of its end, in memory that the lab shares with it.
@@ -42,6 +45,10 @@ struct Carried {
   ChargeGate gate{};
   bool lightSupported = false;
   std::uint64_t journalSeen = 0;  // entries that the rules of the life have looked at
+  std::uint64_t startTo = 0;      // entries before this one were written before the first pass
+  std::uint64_t passedTo = 0;     // … before the end of the latest pass
+  bool cutWasLeft = false;        // "CHIE" was cut as the life began
+  GateKeys keys{};                // of the gate, as of journalSeen; once stepSevenReached
 };
 
 // One run of evaluate(), told as it ends.
@@ -54,6 +61,7 @@ struct Pass {
   // Of a complete one.
   Sample sample{};
   Settings settings{};
+  std::size_t linesTo = 0;  // lines of its turn before this one were logged when it ended
 };
 
 // What happened to a file or folder below the daemon's two folders while the daemon ran.
@@ -115,6 +123,7 @@ using Rules = std::vector<std::unique_ptr<Rule>>;
 
 // Each file of rules adds its own.
 void addChargeRules(Rules& rules);
+void addKeyRules(Rules& rules);
 void addVerdictRules(Rules& rules);
 void addRecordRules(Rules& rules);
 void addSleepRules(Rules& rules);

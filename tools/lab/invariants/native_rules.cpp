@@ -5,6 +5,7 @@
 
 #include "calibration/calibration_state.h"
 #include "hardware/charge_gate.h"
+#include "lab/invariants/premises.h"
 #include "lab/invariants/rule.h"
 #include "lab/invariants/shown.h"
 #include "native/native_limit.h"
@@ -83,7 +84,7 @@ class WrittenAgain final : public Rule {
   void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
     if (!gateIsMacOSLimit() || !gNativeWritten) return;
     const double now = pass.at + scene.machine().system.wallOffset;
-    const bool plugged = adapterShown(scene.machine());
+    const bool plugged = adapterIsSeen(scene.machine());
     // On battery macOS shows no limit.
     if (!plugged) waitsSince_ = now;
     const bool writes = firstEntry(scene, pass.journalFrom, pass.journalTo, isNativeWrite) != nullptr;

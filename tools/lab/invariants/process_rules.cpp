@@ -7,6 +7,7 @@
 #include "core/options.h"
 #include "core/process_flags.h"
 #include "hardware/charge_gate.h"
+#include "lab/invariants/premises.h"
 #include "lab/invariants/rule.h"
 #include "lab/invariants/shown.h"
 #include "policy/tick_state.h"
@@ -75,7 +76,7 @@ class Calibration final : public Rule {
     if (grown > mostBanked + std::abs(gCal.soakBanked) * 1e-12) {
       violated(27, std::to_string(grown) + " s of soak were banked in one pass");
     }
-    if (!adapterShown(scene.machine())) violated(27, "soak was banked on battery");
+    if (!adapterIsSeen(scene.machine())) violated(27, "soak was banked on battery");
     if (gLastPct <= 99) violated(27, "soak was banked at " + std::to_string(gLastPct) + "%");
   }
 

@@ -16,6 +16,7 @@
 #include "core/options.h"
 #include "core/process_flags.h"
 #include "core/volume_path.h"
+#include "lab/invariants/premises.h"
 #include "lab/invariants/rule.h"
 #include "lab/invariants/shown.h"
 #include "policy/tick_state.h"
@@ -271,7 +272,7 @@ class ProtectedTime final : public Rule {
       violated(28, "protected time grew by " + secondsText(grown));
     }
     if (gState == ChargeState::allow) violated(28, "protected time grew in allow");
-    if (!adapterShown(scene.machine())) violated(28, "protected time grew on battery");
+    if (!adapterIsSeen(scene.machine())) violated(28, "protected time grew on battery");
   }
 
  private:
@@ -336,7 +337,7 @@ class Requests final : public Rule {
   }
 
   static void judgeTopUp(const Settings& asked, double now, const Scene& scene, const Violated& violated) {
-    if (!adapterShown(scene.machine())) violated(29, "a Top Up goes on without an adapter");
+    if (!adapterIsSeen(scene.machine())) violated(29, "a Top Up goes on without an adapter");
     const double hours = static_cast<double>(asked.topUpHours);
     if (asked.topUpHours >= 1 && now - gTopUpSince > hours * 3600) violated(29, "a Top Up goes on for ever");
   }

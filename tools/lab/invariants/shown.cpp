@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "lab/invariants/gate_keys.h"
 #include "platform/virtual/charge_limit.h"
-#include "policy/tick_state.h"
 
 namespace brisko::lab {
 namespace {
@@ -15,8 +15,6 @@ using virtual_mac::keyCode;
 using virtual_mac::Machine;
 using virtual_mac::SmcKey;
 
-constexpr std::uint8_t writeCommand = 6;
-
 // Null when the key cannot be read.
 const SmcKey* readableKey(const Machine& machine, std::uint32_t code) {
   const SmcKey* key = findKey(machine, code);
@@ -25,36 +23,20 @@ const SmcKey* readableKey(const Machine& machine, std::uint32_t code) {
 
 }  // namespace
 
-bool adapterShown(const Machine& machine) {
-  const SmcKey* key = readableKey(machine, keyCode("AC-W"));
-  if (key == nullptr) return gLastPlugged;
-  return key->scripted ? key->bytes[0] != 0xFF : machine.adapter.present;
-}
-
 std::optional<std::int64_t> limitShown(const Machine& machine) {
   const SmcKey* key = readableKey(machine, keyCode("bfG0"));
   if (key == nullptr) return std::nullopt;
   return key->scripted ? key->bytes[0] : virtual_mac::shownLimit(machine);
 }
 
-bool keysObey(const Machine& machine, const ChargeGate& gate) {
-  const auto names = gate.writtenKeys();
-  return std::all_of(names.begin(), names.end(), [&machine](const std::string& name) {
-    const SmcKey* key = readableKey(machine, keyCode(name));
-    return key != nullptr && key->onWrite == virtual_mac::OnWrite::obey && key->releaseAfter < 0;
-  });
-}
-
-bool isKeyWrite(const JournalEntry& entry) { return entry.command == writeCommand; }
-
 bool isGateWrite(const JournalEntry& entry) {
   static constexpr std::array gateKeys{keyCode("CHTE"), keyCode("CH0B"), keyCode("CH0C"),
                                        keyCode("bfF0"), keyCode("bfD0"), keyCode("bfE0"),
                                        keyCode("CHIE"), keyCode("CH0I"), keyCode("CH0J")};
-  return isKeyWrite(entry) && std::find(gateKeys.begin(), gateKeys.end(), entry.key) != gateKeys.end();
+  return isWrite(entry) && std::find(gateKeys.begin(), gateKeys.end(), entry.key) != gateKeys.end();
 }
 
-bool isLightWrite(const JournalEntry& entry) { return isKeyWrite(entry) && entry.key == keyCode("ACLC"); }
+bool isLightWrite(const JournalEntry& entry) { return isWrite(entry) && entry.key == keyCode("ACLC"); }
 
 bool isNativeWrite(const JournalEntry& entry) {
   return entry.command == virtual_mac::journalLimitSet || entry.command == virtual_mac::journalPreference;

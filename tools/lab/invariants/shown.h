@@ -8,25 +8,16 @@
 #include <optional>
 #include <string_view>
 
-#include "hardware/charge_gate.h"
 #include "lab/invariants/rule.h"
 #include "platform/system_power.h"
 #include "platform/virtual/machine.h"
 
 namespace brisko::lab {
 
-// Whether an adapter is there as the daemon has to see it: by "AC-W", and when that cannot be read, by the
-// last power reading.
-[[nodiscard]] bool adapterShown(const virtual_mac::Machine& machine);
-
 // Percent that macOS shows as enforced in "bfG0", 0 none; none when the key cannot be read.
 [[nodiscard]] std::optional<std::int64_t> limitShown(const virtual_mac::Machine& machine);
 
-// Whether every write to the keys of the gate is taken and has its effect at once, and they can be read.
-[[nodiscard]] bool keysObey(const virtual_mac::Machine& machine, const ChargeGate& gate);
-
-[[nodiscard]] bool isKeyWrite(const virtual_mac::JournalEntry& entry);
-// … of a key that stops the charge or cuts the adapter.
+// A write of a key that stops the charge or cuts the adapter, whatever gate it belongs to.
 [[nodiscard]] bool isGateWrite(const virtual_mac::JournalEntry& entry);
 // … of the light.
 [[nodiscard]] bool isLightWrite(const virtual_mac::JournalEntry& entry);

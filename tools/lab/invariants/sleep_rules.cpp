@@ -7,6 +7,7 @@
 #include "core/settings.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "lab/invariants/premises.h"
 #include "lab/invariants/rule.h"
 #include "lab/invariants/shown.h"
 #include "platform/system_power.h"
@@ -116,7 +117,7 @@ class SleepPlans final : public Rule {
     const Bounds band = bounds(settings->limit, gCliLower, settings->hysteresis);
     // A calibration's drain may go on asleep, with the adapter cut.
     const bool keepsTheBand = settings->enabled && !settings->topUp && gCal.phase == CalPhase::idle &&
-                              adapterShown(scene.machine());
+                              adapterIsSeen(scene.machine());
     const Planned planned = plannedIn(turn, scene);
     if (keepsTheBand && power->pct >= band.lower) return judgeFreeze(planned, scene, violated);
     if (gState != before) violated(19, "the sleep that is to be left alone changed the state");

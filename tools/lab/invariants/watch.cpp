@@ -103,6 +103,11 @@ std::optional<UnkeepableIn> placeOf(std::string_view path) {
   return path.ends_with(".json") ? std::optional(UnkeepableIn::settings) : std::nullopt;
 }
 
+// Whether the charge is another from now on, or what counts as full, without a current.
+bool leaps(const virtual_mac::Change& change) {
+  return change.kind == ChangeKind::charge || change.kind == ChangeKind::health;
+}
+
 // The whole lines of the text; `from` is where the rest of it begins.
 std::vector<std::string> linesOf(const std::string& text, std::size_t& from) {
   std::vector<std::string> lines;
@@ -165,6 +170,8 @@ struct Watch::Inside final : Scene {
   void passEnded() {
     inPass = false;
     pass.journalTo = journal().written;
+    hearLines();
+    pass.linesTo = turn.lines.size();
     for (const auto& rule : rules) rule->passEnded(pass, *this, violated);
     turn.passes.push_back(pass);
   }
@@ -185,11 +192,15 @@ struct Watch::Inside final : Scene {
     return lines;
   }
 
+  void hearLines() {
+    for (std::string& line : newLines()) turn.lines.push_back(std::move(line));
+  }
+
   void turnEnded() {
     turn.at = machine().now;
     turn.journalFrom = shared->carried.journalSeen;
     turn.journalTo = journal().written;
-    turn.lines = newLines();
+    hearLines();
     turn.files = eyes->look();
     for (const auto& rule : rules) rule->turnEnded(turn, *this, violated);
     shared->carried.journalSeen = turn.journalTo;
@@ -228,7 +239,11 @@ void Watch::happens(const virtual_mac::Change& change) {
   const double now = inside_->machine().now;
   ++so.doings;
   so.lastDoingAt = now;
-  if (disturbs(change)) so.disturbedAt = now;
+  if (disturbs(change)) {
+    so.disturbedAt = now;
+    ++so.disturbances;
+  }
+  if (leaps(change)) ++so.leaps;
   if (change.kind == ChangeKind::clockStep) {
     so.clockSteppedAt = now;
     if (change.number < 0) so.clockSteppedBackAt = now;
@@ -269,6 +284,7 @@ void Watch::fillsDisk(bool full) {
 void Watch::lifeBegins() {
   inside_->shared->carried = {};
   inside_->shared->carried.journalSeen = inside_->journal().written;
+  inside_->shared->carried.cutWasLeft = keysOf({.cut = AdapterCutKey::chie}, inside_->machine()).cut;
   inside_->shared->outputSeen = 0;
   inside_->shared->circumstances.launchedAt = inside_->machine().now;
   inside_->shared->circumstances.signalsSent = 0;
@@ -305,6 +321,7 @@ void Watch::beginToLook() {
   inside_->mainThread = std::this_thread::get_id();
   inside_->eyes = std::make_unique<FileEyes>(inside_->volume);
   addChargeRules(inside_->rules);
+  addKeyRules(inside_->rules);
   addVerdictRules(inside_->rules);
   addRecordRules(inside_->rules);
   addSleepRules(inside_->rules);

@@ -118,7 +118,7 @@ struct Player {
 struct Players::Inside {
   unsigned most;
   std::chrono::milliseconds patience;
-  std::string folder = lives::makeScratchFolder("brisko-players");
+  std::string folder = lives::makeScratchFolder("brisko-players-" + std::to_string(::getpid()));
   Pipe goesOn{};
   std::list<Player> players{};
 

@@ -351,7 +351,9 @@ void letStrangersAsk(std::int64_t at, Dice& dice, Diary& diary) {
 }
 
 void sendNonsense(std::int64_t at, Dice& dice, Diary& diary) {
-  diary.note(at, actionOf("ask", {{"request", "apply"}, {"settings", oddSettings(dice)}}));
+  StoryJson settings = oddSettings(dice);
+  if (settings == "") settings = " ";  // nothing at all is no request
+  diary.note(at, actionOf("ask", {{"request", "apply"}, {"settings", settings}}));
 }
 
 void killBetweenWrites(std::int64_t at, Dice& dice, Diary& diary) {

@@ -219,12 +219,11 @@ class Hysteresis final : public Rule {
  public:
   void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
     if (!pass.complete && gSleepPendingSince) return;
-    const bool changed = !settings_ || !sameChoices(*settings_, pass.settings);
+    const bool changed = noteChoices(pass);
     if (!limitWasInForce(pass, scene.machine())) {
-      forget();
+      reached_ = false;
       return;
     }
-    settings_ = pass.settings;
     const Bounds band = bandAskedFor(pass.settings);
     const std::int64_t pct = pass.sample.pct;
     if (changed || pct <= band.lower) reached_ = false;
@@ -236,12 +235,18 @@ class Hysteresis final : public Rule {
   }
 
  private:
-  void forget() {
+  // True when they differ from those of the pass before; also when that was cut short, for it took note of
+  // its own. The first pass has nothing to differ from.
+  bool noteChoices(const Pass& pass) {
+    const bool changed = !first_ && !(settings_ && pass.complete && sameChoices(*settings_, pass.settings));
+    first_ = false;
     settings_.reset();
-    reached_ = false;
+    if (pass.complete) settings_ = pass.settings;
+    return changed;
   }
 
-  std::optional<Settings> settings_;  // of the pass before
+  bool first_ = true;
+  std::optional<Settings> settings_;  // of the pass before, unless it was cut short
   bool reached_ = false;
 };
 

@@ -13,6 +13,10 @@ namespace {
 
 constexpr std::string_view newState = "→ state: ";
 
+// A full disk swallows what the daemon says. Its passes go on being told, but nobody knows what it said of
+// them.
+bool isHeard(const Scene& scene) { return !scene.circumstances().diskIsFull; }
+
 // The line without its time.
 std::string_view textOf(const std::string& line) {
   constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
@@ -25,7 +29,12 @@ std::string_view textOf(const std::string& line) {
 // Keys may do what they want here: it is about what the daemon makes of them.
 class GivesUp final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene&, const Violated& violated) override {
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) {
+      attempts_.reset();
+      givenUp_ = false;
+      return;
+    }
     std::size_t line = 0;
     for (const Pass& pass : turn.passes) {
       for (; line < pass.linesTo; ++line) hear(textOf(turn.lines[line]), violated);
@@ -55,13 +64,14 @@ class GivesUp final : public Rule {
 
   void judge(int attempt, const Violated& violated) {
     constexpr int most = 5;
-    if (attempt != attempts_ + 1 || attempt > most) {
-      violated(22, "attempt " + std::to_string(attempt) + " came after attempt " + std::to_string(attempts_));
+    if (attempt > most || attempt != attempts_.value_or(attempt - 1) + 1) {
+      violated(22, "attempt " + std::to_string(attempt) + " came after attempt " +
+                       std::to_string(attempts_.value_or(0)));
     }
     attempts_ = attempt;
   }
 
-  int attempts_ = 0;  // in the present discharge
+  std::optional<int> attempts_ = 0;  // in the present discharge; none when unheard
   bool givenUp_ = false;
 };
 
@@ -70,7 +80,8 @@ class GivesUp final : public Rule {
 
 class VerdictsAlternate final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene&, const Violated& violated) override {
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) last_.reset();
     if (turn.lines.empty() || !gateHasKeys()) return;
     for (const std::string& line : turn.lines) {
       const std::string_view text = textOf(line);
@@ -90,7 +101,11 @@ class VerdictsAlternate final : public Rule {
 
 class SaysNothingTwice final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene&, const Violated& violated) override {
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) {
+      summary_.clear();
+      state_.clear();
+    }
     for (const std::string& line : turn.lines) {
       const std::string_view text = textOf(line);
       if (text.starts_with("cap ")) judgeSummary(text, violated);

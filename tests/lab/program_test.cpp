@@ -74,6 +74,33 @@ TEST_F(LabProgram, endsWith2WhenItIsMisused) {
   EXPECT_EQ(run("--help").status, 0);
 }
 
+TEST_F(LabProgram, playsACampaign) {
+  const Ended ended = run("campaign --seeds 1..2 --days 1 --faults none 2>/dev/null");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output, "seeds 1..2, 1 day each, faults none: everything holds\n");
+  EXPECT_EQ(run("campaign --days 1").status, 2);
+  EXPECT_EQ(run("campaign --seeds 2..1").status, 2);
+  EXPECT_EQ(run("campaign --seeds 1 --days 0").status, 2);
+  EXPECT_EQ(run("campaign --seeds 1 --faults few").status, 2);
+  EXPECT_EQ(run("campaign --seeds 1 --jobs 0").status, 2);
+}
+
+TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
+  // The shell in the middle gets its own status back; the signal is for the lab alone.
+  const Ended ended =
+      run("campaign --seeds 1..1000 --days 30 2>/dev/null & sleep 0.5; kill -INT $!; wait $!");
+  EXPECT_EQ(ended.status, 130);
+  EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: broken off after "));
+}
+
+TEST_F(LabProgram, printsTheStoryOfASeedThatItCanPlay) {
+  const Ended story = run("story --seed 17 --days 1 --faults none");
+  EXPECT_EQ(story.status, 0);
+  test::put(folder.path("story.json"), story.output);
+  EXPECT_EQ(run("run " + folder.path("story.json")).status, 0);
+  EXPECT_EQ(run("story").status, 2);
+}
+
 TEST_F(LabProgram, listsWhatCanHappen) {
   const Ended ended = run("actions");
   EXPECT_EQ(ended.status, 0);

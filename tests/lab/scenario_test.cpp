@@ -312,6 +312,33 @@ TEST(Scenario, tellsWhatCannotBeDone) {
   EXPECT_THAT(failures, ElementsAre(HasSubstr("no daemon runs that could be told")));
 }
 
+TEST(Scenario, judgedByWhatAlwaysHoldsNeedsNothingElse) {
+  const std::string judged = R"("judged": "by what always holds", )";
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", judged)), IsEmpty());
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", R"("judged": "kindly", )")),
+              Contains(HasSubstr("/judged: expected by what always holds, not \"kindly\"")));
+
+  // A warning may come, and nobody can be told to end while no daemon runs.
+  const std::string without = R"("daemon": {"started": false}, )";
+  const std::string warns = R"({"at": "+1 h", "do": {"key-ignores-write": "CHTE"}}, {"at": "+3 h"},
+      {"see": {"log": "⚠️ …"}})";
+  EXPECT_THAT(failuresOf(with(warns, judged)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate"})", judged + without)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate", "see": {"running": true}})", judged + without)),
+              SizeIs(1));
+}
+
+TEST(Scenario, cannotBootAMacThatIsOnNorUseOneThatIsOff) {
+  EXPECT_THAT(failuresOf(with(R"({"do": "boot", "see": {"running": true}})")),
+              Contains(HasSubstr("cannot be done: the Mac is on already")));
+  for (const char* action : {R"("start")", R"("load")", R"({"ask": "restart"})"}) {
+    EXPECT_THAT(failuresOf(with(R"({"do": ["shutdown", )" + std::string(action) +
+                                R"(], "see": {"running": false}})")),
+                Contains(HasSubstr("cannot be done: the Mac is off")))
+        << action;
+  }
+}
+
 TEST(Scenario, givesTheSameLogEachTime) {
   const std::string text =
       with(R"({"at": "+5 h", "do": "unplug"}, {"at": "+5 h", "see": {"running": false}})");

@@ -32,6 +32,20 @@ Act ofTheApp(bool (*happen)(const std::string&, std::string&)) {
   return [happen](Stage& stage, std::string& reason) { return happen(stage.root(), reason); };
 }
 
+bool mustBeOn(const Stage& stage, bool on, std::string& reason) {
+  if (stage.machine().system.poweredOn == on) return true;
+  reason = on ? "the Mac is off" : "the Mac is on already";
+  return false;
+}
+
+Act onlyWhile(bool on, void (Stage::*happen)()) {
+  return [on, happen](Stage& stage, std::string& reason) {
+    if (!mustBeOn(stage, on, reason)) return false;
+    (stage.*happen)();
+    return true;
+  };
+}
+
 bool plugTheSameAdapter(Stage& stage, std::string&) {
   stage.change({.kind = ChangeKind::plug, .number = stage.machine().adapter.watts});
   return true;
@@ -44,12 +58,12 @@ bool removeSettings(Stage& stage, std::string&) {
 
 const std::vector<std::pair<std::string, Act>>& simpleActions() {
   static const auto& actions = *new std::vector<std::pair<std::string, Act>>{
-      {"start", always(&Stage::startDaemon)},
+      {"start", onlyWhile(true, &Stage::startDaemon)},
       {"unload", always(&Stage::unloadService)},
-      {"load", always(&Stage::loadService)},
+      {"load", onlyWhile(true, &Stage::loadService)},
       {"shutdown", always(&Stage::shutDown)},
       {"power-loss", always(&Stage::losePower)},
-      {"boot", always(&Stage::boot)},
+      {"boot", onlyWhile(false, &Stage::boot)},
       {"disk-full", [](Stage& stage, std::string&) { return stage.setDiskFull(true), true; }},
       {"disk-freed", [](Stage& stage, std::string&) { return stage.setDiskFull(false), true; }},
       {"app-deleted", ofTheApp(vmac::deleteApp)},
@@ -175,8 +189,9 @@ std::optional<Act> readAsk(const Place& place) {
     place.complain(settings.empty() ? "apply needs \"settings\"" : *request + " takes no \"settings\"");
     return std::nullopt;
   }
-  return [kind = requestNamed(*request), number = virtual_mac::clientNumber(client), settings](Stage& stage,
-                                                                                               std::string&) {
+  return [kind = requestNamed(*request), number = virtual_mac::clientNumber(client), settings](
+             Stage& stage, std::string& reason) {
+    if (!mustBeOn(stage, true, reason)) return false;
     stage.ask(kind, number, settings);
     return true;
   };

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/campaign_commands.h"
 #include "lab/run_scenario.h"
 #include "lab/scenario.h"
 #include "lab/timing.h"
@@ -88,6 +89,7 @@ int run(int count, char** arguments) {
   program.add_subcommand("actions", "list what can happen in a scenario")->callback([&] {
     chosen = listActions;
   });
+  addCampaignCommands(program, chosen);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

@@ -33,19 +33,20 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
 
 class Play {
  public:
-  Play(const Scenario& scenario, const Complaints& file)
-      : scenario_(scenario), file_(file), stage_(scenario.outset) {}
+  Play(const Scenario& scenario, const Complaints& file, const GoesOn& goesOn)
+      : scenario_(scenario), file_(file), goesOn_(goesOn), stage_(scenario.outset) {}
 
   Outcome run() {
-    const double begin = stage_.machine().now;
+    outcome_.begin = stage_.machine().now;
     playSteps();
-    outcome_.seconds = stage_.machine().now - begin;
+    outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(stage_.stampedLog());
     return std::move(outcome_);
   }
 
  private:
   [[nodiscard]] bool holds() const { return outcome_.failures.empty(); }
+  [[nodiscard]] double sinceBegin() const { return stage_.machine().now - outcome_.begin; }
 
   // What always holds, held until now.
   bool invariantsHold(const std::string& place) {
@@ -61,21 +62,25 @@ class Play {
   void playSteps() {
     act(scenario_.before);
     stage_.begin();
-    for (const Step& step : scenario_.steps) {
-      if (holds()) play(step);
+    for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
+      play(index);
+      outcome_.brokenOff = goesOn_ && !goesOn_(sinceBegin());
+      if (outcome_.brokenOff) return;
     }
     if (!holds()) return;
     stage_.lookAtAll();
     look(scenario_.end);
-    lookForWarnings();
+    if (!scenario_.judgedByInvariantsAlone) lookForWarnings();
   }
 
-  void play(const Step& step) {
+  void play(std::size_t index) {
+    const Step& step = scenario_.steps[index];
     if (step.at) stage_.pass(secondsUntil(*step.at, virtual_mac::wallClock(stage_.machine())));
     // What is due at this moment has happened before the step does anything.
     stage_.pass(0);
     if (!invariantsHold(step.place)) return;
     act(step.actions);
+    if (!step.actions.empty()) outcome_.lastStep = index;
     stage_.pass(0);
     if (!invariantsHold(step.place) || !holds()) return;
     if (step.checks.empty()) return;
@@ -86,7 +91,8 @@ class Play {
   void act(const std::vector<Action>& actions) {
     for (const Action& action : actions) {
       std::string reason;
-      if (!action.act(stage_, reason)) fail(action.place, "    cannot be done: " + reason);
+      const bool done = action.act(stage_, reason);
+      if (!done && !scenario_.judgedByInvariantsAlone) fail(action.place, "    cannot be done: " + reason);
     }
   }
 
@@ -123,13 +129,16 @@ class Play {
 
   const Scenario& scenario_;
   const Complaints& file_;
+  const GoesOn& goesOn_;
   Stage stage_;
   Outcome outcome_;
 };
 
 }  // namespace
 
-Outcome runScenario(const Scenario& scenario, const Complaints& file) { return Play(scenario, file).run(); }
+Outcome runScenario(const Scenario& scenario, const Complaints& file, const GoesOn& goesOn) {
+  return Play(scenario, file, goesOn).run();
+}
 
 std::string reportOf(const Outcome& outcome) {
   std::string text;

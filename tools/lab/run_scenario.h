@@ -1,6 +1,7 @@
 // lab/run_scenario.h
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,12 +15,20 @@ namespace brisko::lab {
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
   std::vector<std::string> log = {};       // the last lines until then, with their times
-  double seconds = 0;                      // machine time that passed
+  double begin = 0;                        // machine time
+  double seconds = 0;                      // … that passed since then
+  bool brokenOff = false;                  // it was not played to its end, because it was not to go on
+  // Of the latest step that did something; none when none did.
+  std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.
   std::optional<Violation> violation = std::nullopt;
 };
 
-[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file);
+// Asked between any two steps, with the machine time that passed so far.
+using GoesOn = std::function<bool(double seconds)>;
+
+[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file,
+                                  const GoesOn& goesOn = {});
 
 // What there is to read about a scenario that failed.
 [[nodiscard]] std::string reportOf(const Outcome& outcome);

@@ -126,6 +126,9 @@ void readMember(const Place& member, Scenario& scenario) {
   if (name == "daemon") readDaemon(member, scenario.outset);
   if (name == "settings") scenario.outset.settings = readSettings(member);
   if (name == "before") scenario.before = readActions(member);
+  if (name == "judged") {
+    scenario.judgedByInvariantsAlone = member.oneOf({"by what always holds"}).has_value();
+  }
   if (name == "timeline") {
     for (const Place& step : member.elements()) {
       scenario.steps.push_back(readStep(step, scenario.expectedLines));
@@ -152,12 +155,12 @@ std::optional<Scenario> readScenario(std::string_view text, Complaints& complain
 
   Scenario scenario{.outset = {.machine = *machine}};
   for (const Place& member :
-       place.members({"story", "mac", "daemon", "settings", "before", "timeline", "end", "note"})) {
+       place.members({"story", "judged", "mac", "daemon", "settings", "before", "timeline", "end", "note"})) {
     readMember(member, scenario);
   }
   if (scenario.story.empty()) place.complain("needs a \"story\": what it tells, as a sentence");
   if (scenario.steps.empty()) place.complain("needs a \"timeline\" with at least one step");
-  bool asksNothing = scenario.end.empty();
+  bool asksNothing = scenario.end.empty() && !scenario.judgedByInvariantsAlone;
   for (const Step& step : scenario.steps) asksNothing = asksNothing && step.checks.empty();
   if (asksNothing) place.complain("asks for nothing to be seen, so it can't fail");
   if (!complaints.none()) return std::nullopt;

@@ -29,6 +29,8 @@ struct Scenario {
   std::vector<Step> steps = {};
   std::vector<Check> end = {};                  // over everything
   std::vector<std::string> expectedLines = {};  // patterns; a warning that fits none fails the scenario
+  // Nothing but what always holds is asked of it: warnings may come, and what can't be done is left out.
+  bool judgedByInvariantsAlone = false;
 };
 
 // The scenario in the file's text. None when anything is wrong with it, which is complained of; files that it

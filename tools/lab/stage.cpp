@@ -122,7 +122,7 @@ void Stage::noteEnd() {
   endNoted_ = true;
   exitStatus_ = life_->status();
   endSignal_ = life_->endSignal();
-  watch_->lifeEnded(exitStatus_, endSignal_, life_->output());
+  watch_->lifeEnded(exitStatus_, endSignal_, life_->output(), life_->errors());
 }
 
 void Stage::collectOutput() {
@@ -187,8 +187,10 @@ void Stage::startDaemon() {
 
 void Stage::endLife() {
   if (!daemonRuns()) return;
+  watch_->sends(SIGTERM);
   life_->signal(SIGTERM);
   for (double waited = 0; daemonRuns() && waited < exitTimeout; ++waited) slice(waited == 0 ? 0 : 1);
+  watch_->sends(SIGKILL);
   life_->kill();
   noteEnd();
 }
@@ -209,6 +211,7 @@ void Stage::shutDown() {
 }
 
 void Stage::losePower() {
+  watch_->sends(SIGKILL);
   if (life_ != nullptr) life_->kill();
   noteEnd();
   virtual_mac::shutDown(store_->update().machine());
@@ -241,7 +244,7 @@ void Stage::ask(virtual_mac::RequestKind kind, std::uint32_t client, const std::
 }
 
 void Stage::write(std::string_view unmapped, std::string_view text) {
-  watch_->touchesFiles();
+  watch_->touchesFiles(unmapped, text);
   const fs::path file = path(unmapped);
   std::error_code ignored;
   fs::create_directories(file.parent_path(), ignored);
@@ -252,12 +255,13 @@ void Stage::write(std::string_view unmapped, std::string_view text) {
 void Stage::replace(std::string_view unmapped, std::string_view text) {
   const std::string beside = std::string(unmapped) + ".new";
   write(beside, text);
+  watch_->touchesFiles(unmapped, text);
   std::error_code ignored;
   fs::rename(path(beside), path(unmapped), ignored);
 }
 
 void Stage::remove(std::string_view unmapped) {
-  watch_->touchesFiles();
+  watch_->touchesFiles(unmapped, "");
   std::error_code ignored;
   fs::remove_all(path(unmapped), ignored);
 }

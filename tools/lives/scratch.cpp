@@ -10,7 +10,14 @@
 namespace brisko::lives {
 namespace {
 
+// Empty until one is set.
+std::string& chosenRoot() {
+  static std::string root;
+  return root;
+}
+
 std::string scratchRoot() {
+  if (!chosenRoot().empty()) return chosenRoot();
   if (::access("/dev/shm", W_OK | X_OK) == 0) return "/dev/shm";
   const char* named = std::getenv("TMPDIR");
   return named == nullptr ? "/tmp" : named;
@@ -21,6 +28,8 @@ std::string scratchRoot() {
 }
 
 }  // namespace
+
+void setScratchRoot(const std::string& folder) { chosenRoot() = folder; }
 
 std::string makeScratchFolder(const std::string& prefix) {
   std::string path = scratchRoot() + "/" + prefix + "-XXXXXX";

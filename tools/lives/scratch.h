@@ -10,6 +10,9 @@ namespace brisko::lives {
 // A new folder with a name that begins with `prefix`; whoever asked for it removes it.
 [[nodiscard]] std::string makeScratchFolder(const std::string& prefix);
 
+// From now on they lie in this folder.
+void setScratchRoot(const std::string& folder);
+
 // An open file, for reading and appending, that has no name any more.
 [[nodiscard]] int namelessFile();
 

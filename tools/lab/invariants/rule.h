@@ -12,6 +12,7 @@
 
 #include "core/settings.h"
 #include "hardware/charge_gate.h"
+#include "lab/invariants/gate_keys.h"
 #include "platform/virtual/machine.h"
 #include "policy/charge_state_record.h"
 #include "records/history.h"
@@ -32,8 +33,18 @@ struct Circumstances {
   double filesTouchedAt = never;    // somebody else wrote or removed a file
   double launchedAt = never;        // the life that runs was started
   bool diskIsFull = false;
-  bool filesAreHostile = false;  // something stands where the daemon's files belong
+  bool filesAreHostile = false;       // something stands where the daemon's files belong
+  std::uint64_t disturbances = 0;     // how often disturbedAt was set for keys or readings
+  std::uint64_t leaps = 0;            // how often the charge or what 100 % is was set from outside
+  bool logsTouched = false;           // somebody else wrote or removed something where the logs are
+  std::uint32_t signalsSent = 0;      // bit n: signal n, to the life that runs
+  std::uint32_t signalsToCome = 0;    // likewise, at a moment of its own choice, perhaps in a later life
+  std::uint32_t unkeepableFiles = 0;  // bit of an UnkeepableIn: it was given a number that cannot be kept
 };
+
+// Where numbers come from that end the process, for no guess at them could be right.
+enum class UnkeepableIn : std::uint8_t { settings, statistics, calibration, request };
+[[nodiscard]] constexpr std::uint32_t bitOf(UnkeepableIn place) { return 1U << static_cast<unsigned>(place); }
 
 // What a life leaves for the judgement of its end, in memory that the lab shares with it.
 struct Carried {
@@ -42,6 +53,19 @@ struct Carried {
   ChargeGate gate{};
   bool lightSupported = false;
   std::uint64_t journalSeen = 0;  // entries that the rules of the life have looked at
+  std::uint64_t startTo = 0;      // entries before this one were written before the first pass
+  std::uint64_t passedTo = 0;     // … before the end of the latest pass
+  bool cutWasLeft = false;        // "CHIE" was cut as the life began
+  GateKeys keys{};                // of the gate, as of journalSeen; once stepSevenReached
+  double purgedAt = never;
+  // The dates of scheduled wakes that this life has nothing to do with, or no longer.
+  std::array<double, virtual_mac::scheduledPlaces> strangeWakes{};
+  std::size_t strangeWakeCount = 0;
+  // Of macOS's own limit, once a pass has driven it.
+  bool nativeDriven = false;
+  bool nativeIdle = false;  // handed back for as long as the limit is switched off
+  bool nativeBeforeKnown = false;
+  std::int64_t nativeBefore = 0;  // percent
 };
 
 // One run of evaluate(), told as it ends.
@@ -54,6 +78,7 @@ struct Pass {
   // Of a complete one.
   Sample sample{};
   Settings settings{};
+  std::size_t linesTo = 0;  // lines of its turn before this one were logged when it ended
 };
 
 // What happened to a file or folder below the daemon's two folders while the daemon ran.
@@ -96,6 +121,7 @@ struct LifeEnd {
   std::optional<int> signal = {};  // that ended it
   Turn rest = {};
   std::vector<std::string> lines = {};  // everything that it logged
+  std::string errors = {};              // everything on its standard error
 };
 
 // Told of every invariant that does not hold: its number, and what was seen instead.
@@ -115,6 +141,7 @@ using Rules = std::vector<std::unique_ptr<Rule>>;
 
 // Each file of rules adds its own.
 void addChargeRules(Rules& rules);
+void addKeyRules(Rules& rules);
 void addVerdictRules(Rules& rules);
 void addRecordRules(Rules& rules);
 void addSleepRules(Rules& rules);
@@ -123,6 +150,8 @@ void addProcessRules(Rules& rules);
 
 // What is judged in the lab when a life has ended.
 void judgeChargeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+void judgeRecordsAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+void judgeSleepAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
 void judgeNativeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
 void judgeProcessAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
 

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <system_error>
 #include <thread>
@@ -14,7 +16,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "core/json_file.h"
+#include "core/log.h"
 #include "lab/invariants/file_eyes.h"
+#include "records/paths.h"
 
 // The linker brings every call of these two functions here (--wrap), and the functions themselves under the
 // names that begin with __real. Nothing in the daemon knows of it.
@@ -76,6 +81,31 @@ bool disturbs(const virtual_mac::Change& change) {
     default:
       return false;
   }
+}
+
+// Whether the text holds a number so large that something made of it may not fit 64 bits.
+bool holdsUnkeepable(const Json& value) {
+  constexpr double largest = 1.5e17;  // minutes that are still a number of seconds
+  if (value.is_number()) return std::abs(value.get<double>()) >= largest;
+  return value.is_structured() && std::any_of(value.begin(), value.end(), holdsUnkeepable);
+}
+
+bool holdsUnkeepable(std::string_view text) {
+  const auto value = parseJson(text);
+  return value && holdsUnkeepable(*value);
+}
+
+std::optional<UnkeepableIn> placeOf(std::string_view path) {
+  if (path == statsPath) return UnkeepableIn::statistics;
+  if (path == calibrationPath) return UnkeepableIn::calibration;
+  if (path.starts_with("/sent/")) return UnkeepableIn::request;
+  // The daemon may have been told of another file with its settings.
+  return path.ends_with(".json") ? std::optional(UnkeepableIn::settings) : std::nullopt;
+}
+
+// Whether the charge is another from now on, or what counts as full, without a current.
+bool leaps(const virtual_mac::Change& change) {
+  return change.kind == ChangeKind::charge || change.kind == ChangeKind::health;
 }
 
 // The whole lines of the text; `from` is where the rest of it begins.
@@ -140,6 +170,8 @@ struct Watch::Inside final : Scene {
   void passEnded() {
     inPass = false;
     pass.journalTo = journal().written;
+    hearLines();
+    pass.linesTo = turn.lines.size();
     for (const auto& rule : rules) rule->passEnded(pass, *this, violated);
     turn.passes.push_back(pass);
   }
@@ -160,11 +192,15 @@ struct Watch::Inside final : Scene {
     return lines;
   }
 
+  void hearLines() {
+    for (std::string& line : newLines()) turn.lines.push_back(std::move(line));
+  }
+
   void turnEnded() {
     turn.at = machine().now;
     turn.journalFrom = shared->carried.journalSeen;
     turn.journalTo = journal().written;
-    turn.lines = newLines();
+    hearLines();
     turn.files = eyes->look();
     for (const auto& rule : rules) rule->turnEnded(turn, *this, violated);
     shared->carried.journalSeen = turn.journalTo;
@@ -203,18 +239,41 @@ void Watch::happens(const virtual_mac::Change& change) {
   const double now = inside_->machine().now;
   ++so.doings;
   so.lastDoingAt = now;
-  if (disturbs(change)) so.disturbedAt = now;
+  if (disturbs(change)) {
+    so.disturbedAt = now;
+    ++so.disturbances;
+  }
+  if (leaps(change)) ++so.leaps;
   if (change.kind == ChangeKind::clockStep) {
     so.clockSteppedAt = now;
     if (change.number < 0) so.clockSteppedBackAt = now;
   }
   if (change.kind == ChangeKind::plug || change.kind == ChangeKind::unplug) so.adapterChangedAt = now;
+  if (change.kind == ChangeKind::signal) sends(static_cast<int>(change.number));
+  if (change.kind == ChangeKind::signalAtExchange) {
+    so.signalsToCome |= 1U << static_cast<unsigned>(change.number);
+  }
+  const bool asks = change.kind == ChangeKind::request || change.kind == ChangeKind::requestUnawaited;
+  if (asks && holdsUnkeepable(virtual_mac::textOf(change.text))) {
+    so.unkeepableFiles |= bitOf(UnkeepableIn::request);
+  }
 }
 
-void Watch::touchesFiles() {
+void Watch::touchesFiles(std::string_view path, std::string_view text) {
   Circumstances& so = inside_->shared->circumstances;
   ++so.doings;
   so.lastDoingAt = so.filesTouchedAt = inside_->machine().now;
+  const std::string_view logs = LogFile::defaultDirectory;
+  if (path.starts_with(logs) || logs.starts_with(path)) so.logsTouched = true;
+  const auto place = placeOf(path);
+  if (!place) return;
+  // A request may still be on its way when the next one is written.
+  if (place != UnkeepableIn::request) so.unkeepableFiles &= ~bitOf(*place);
+  if (holdsUnkeepable(text)) so.unkeepableFiles |= bitOf(*place);
+}
+
+void Watch::sends(int signal) {
+  inside_->shared->circumstances.signalsSent |= 1U << static_cast<unsigned>(signal);
 }
 
 void Watch::fillsDisk(bool full) {
@@ -225,13 +284,16 @@ void Watch::fillsDisk(bool full) {
 void Watch::lifeBegins() {
   inside_->shared->carried = {};
   inside_->shared->carried.journalSeen = inside_->journal().written;
+  inside_->shared->carried.cutWasLeft = keysOf({.cut = AdapterCutKey::chie}, inside_->machine()).cut;
   inside_->shared->outputSeen = 0;
   inside_->shared->circumstances.launchedAt = inside_->machine().now;
+  inside_->shared->circumstances.signalsSent = 0;
 }
 
-void Watch::lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output) {
+void Watch::lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output,
+                      const std::string& errors) {
   if (inside_->shared->violated) return;
-  LifeEnd end{.status = status, .signal = signal};
+  LifeEnd end{.status = status, .signal = signal, .errors = errors};
   end.rest.at = inside_->machine().now;
   end.rest.journalFrom = inside_->shared->carried.journalSeen;
   end.rest.journalTo = inside_->journal().written;
@@ -242,6 +304,8 @@ void Watch::lifeEnded(std::optional<int> status, std::optional<int> signal, cons
     inside_->note(invariant, seen);
   };
   judgeChargeAtEnd(end, *inside_, violated);
+  judgeRecordsAtEnd(end, *inside_, violated);
+  judgeSleepAtEnd(end, *inside_, violated);
   judgeNativeAtEnd(end, *inside_, violated);
   judgeProcessAtEnd(end, *inside_, violated);
 }
@@ -257,6 +321,7 @@ void Watch::beginToLook() {
   inside_->mainThread = std::this_thread::get_id();
   inside_->eyes = std::make_unique<FileEyes>(inside_->volume);
   addChargeRules(inside_->rules);
+  addKeyRules(inside_->rules);
   addVerdictRules(inside_->rules);
   addRecordRules(inside_->rules);
   addSleepRules(inside_->rules);

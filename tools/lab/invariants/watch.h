@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "lab/invariants/rule.h"
 #include "platform/virtual/machine_store.h"
@@ -34,11 +35,14 @@ class Watch {
 
   // What the timeline does is said here, before it is done.
   void happens(const virtual_mac::Change& change);
-  void touchesFiles();
+  // Of a file that is written, what it is given; of one that is removed, nothing.
+  void touchesFiles(std::string_view path, std::string_view text);
+  void sends(int signal);  // to the life that runs
   void fillsDisk(bool full);
   void lifeBegins();  // before the fork
-  // `output` is everything that it wrote to its standard output.
-  void lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output);
+  // `output` and `errors` are everything that it wrote to its standard output and its standard error.
+  void lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output,
+                 const std::string& errors);
   // The first one; none while all hold.
   [[nodiscard]] std::optional<Violation> violation() const;
 

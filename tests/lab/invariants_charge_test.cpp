@@ -18,6 +18,7 @@
 #include "hardware/smc.h"
 #include "lab/invariants/premises.h"
 #include "lab/invariants/rule.h"
+#include "lab/looked_at.h"
 #include "lives/journal_words.h"
 #include "platform/virtual/sleep.h"
 #include "policy/tick_state.h"
@@ -31,22 +32,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using virtual_mac::ChangeKind;
 using virtual_mac::OnWrite;
-
-class LookedAt final : public Scene {
- public:
-  explicit LookedAt(virtual_mac::MachineStore& machines) : store_(machines) {}
-  [[nodiscard]] const virtual_mac::Machine& machine() const override { return store_.look().machine(); }
-  [[nodiscard]] const virtual_mac::Journal& journal() const override { return store_.look().journal(); }
-  [[nodiscard]] const Circumstances& circumstances() const override { return so; }
-  [[nodiscard]] Carried& carried() const override { return notes; }
-  [[nodiscard]] std::optional<std::string> read(const std::string&) const override { return std::nullopt; }
-
-  Circumstances so;
-  mutable Carried notes;
-
- private:
-  virtual_mac::MachineStore& store_;
-};
 
 using Doing = std::function<void()>;
 

@@ -33,8 +33,10 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
 
 class Play {
  public:
-  Play(const Scenario& scenario, const Complaints& file)
-      : scenario_(scenario), file_(file), stage_(scenario.outset) {}
+  Play(const Scenario& scenario, const Complaints& file, Recording* recording)
+      : scenario_(scenario), file_(file), stage_(scenario.outset), recording_(recording) {
+    if (recording_ != nullptr) stage_.record(*recording_);
+  }
 
   Outcome run() {
     const double begin = stage_.machine().now;
@@ -73,6 +75,7 @@ class Play {
 
   void act(const std::vector<Action>& actions) {
     for (const Action& action : actions) {
+      if (recording_ != nullptr) recording_->noteEvent(stage_.machine(), action.words);
       std::string reason;
       if (!action.act(stage_, reason)) fail(action.place, "    cannot be done: " + reason);
     }
@@ -112,12 +115,15 @@ class Play {
   const Scenario& scenario_;
   const Complaints& file_;
   Stage stage_;
+  Recording* recording_;
   Outcome outcome_;
 };
 
 }  // namespace
 
-Outcome runScenario(const Scenario& scenario, const Complaints& file) { return Play(scenario, file).run(); }
+Outcome runScenario(const Scenario& scenario, const Complaints& file, Recording* recording) {
+  return Play(scenario, file, recording).run();
+}
 
 std::string reportOf(const Outcome& outcome) {
   std::string text;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "lab/recording.h"
 #include "lab/scenario.h"
 
 namespace brisko::lab {
@@ -15,7 +16,9 @@ struct Outcome {
   double seconds = 0;                      // machine time that passed
 };
 
-[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file);
+// With a recording, what happens is noted there too.
+[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file,
+                                  Recording* recording = nullptr);
 
 // What there is to read about a scenario that failed.
 [[nodiscard]] std::string reportOf(const Outcome& outcome);

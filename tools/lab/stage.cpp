@@ -14,6 +14,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "core/options.h"
 #include "lives/journal_words.h"
 #include "lives/scratch.h"
 #include "platform/virtual/control_requests.h"
@@ -78,6 +79,11 @@ Stage::~Stage() {
   fs::remove_all(volume_, ignored);
 }
 
+void Stage::record(Recording& recording) {
+  recording_ = &recording;
+  recording.note(machine(), daemonRuns());
+}
+
 void Stage::begin() {
   if (starts_) startDaemon();
 }
@@ -90,7 +96,7 @@ const virtual_mac::Machine& Stage::machine() const { return store_->look().machi
 void Stage::pass(double seconds) {
   const double end = machine().now + seconds;
   do {
-    const bool notedByLife = daemonRuns() && !machine().system.asleep;
+    const bool notedByLife = daemonRuns() && !machine().system.asleep && recording_ == nullptr;
     slice(std::min(notedByLife ? longSlice : shortSlice, end - machine().now));
   } while (machine().now < end);
 }
@@ -102,6 +108,7 @@ bool Stage::startIsDue() const {
 
 void Stage::slice(double seconds) {
   if (!daemonRuns() && startIsDue()) startDaemon();
+  if (recording_ != nullptr) recording_->noteSettings(read(defaultConfigPath));
   if (daemonRuns()) {
     life_->run(seconds);
   } else {
@@ -114,6 +121,7 @@ void Stage::slice(double seconds) {
   collectOutput();
   collectJournal();
   levels_->note(virtual_mac::level(machine()));
+  if (recording_ != nullptr) recording_->note(machine(), daemonRuns());
 }
 
 void Stage::noteEnd() {
@@ -131,6 +139,7 @@ void Stage::collectOutput() {
   std::size_t from = 0;
   for (std::size_t end = 0; (end = brokenLine_.find('\n', from)) != std::string::npos; from = end + 1) {
     stamped_.push_back(brokenLine_.substr(from, end - from));
+    if (recording_ != nullptr) recording_->noteLine(machine(), stamped_.back());
   }
   brokenLine_.erase(0, from);
 }
@@ -164,7 +173,10 @@ void Stage::startDaemon() {
       lives::Birth{.store = *store_, .arguments = arguments_, .fileEvents = fileEvents_, .prepare = [this] {
                      // A full disk is an error to the daemon, and no signal.
                      std::signal(SIGXFSZ, SIG_IGN);
-                     virtual_mac::setAfterEvent([this] { levels_->note(virtual_mac::level(machine())); });
+                     virtual_mac::setAfterEvent([this] {
+                       levels_->note(virtual_mac::level(machine()));
+                       if (recording_ != nullptr) recording_->noteInLife(machine());
+                     });
                      for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
                    }});
   setDiskFull(diskIsFull_);

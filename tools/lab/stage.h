@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/recording.h"
 #include "lives/forked_life.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
@@ -33,6 +34,9 @@ class Stage {
   ~Stage();
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
+
+  // From now on what happens is noted there too, which outlives the stage. Nothing goes otherwise for it.
+  void record(Recording& recording);
 
   // Starts the first life, unless it is not wanted yet.
   void begin();
@@ -101,6 +105,7 @@ class Stage {
   std::string volume_;
   std::unique_ptr<virtual_mac::MachineStore> store_;
   Levels* levels_;
+  Recording* recording_ = nullptr;
   int fileEvents_;
   std::vector<std::string> arguments_;
   std::map<std::string, std::string> environment_;

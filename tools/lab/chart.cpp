@@ -218,7 +218,7 @@ class Drawing {
   void drawHeading() {
     if (!alone_) return;
     y_ = 8;
-    for (const std::string& words : wrapped(picture_.title, 115)) {
+    for (const std::string& words : wrapped(picture_.title, 100)) {
       y_ += 20;
       body_ += label("heading", 16, y_, words);
     }
@@ -389,7 +389,7 @@ class Drawing {
   void drawCharge() {
     const bool withGauge = gaugeDiffers(moments_);
     const Extent extent = extentOfCharge(withGauge);
-    chart_.charge = beginPanel("Charge, %", 230, extent, roundStep(extent.until - extent.from, 9, 5));
+    chart_.charge = beginPanel("Charge, %", 230, extent, roundStep(extent.until - extent.from, 11, 5));
     if (withGauge) drawLegend();
     drawBand();
     if (withGauge) body_ += path("shown", gaugeCurve(chart_.charge));
@@ -503,11 +503,14 @@ class Drawing {
     y_ += 14;
     bool days = false;
     for (const TimeTick& tick : ticks_) {
-      const double x = xOf(tick.time);
-      body_ += label("tick", x, y_, tick.clock.empty() ? tick.day : tick.clock);
+      const auto within = [&](const std::string& words) {
+        return std::min(xOf(tick.time), width - 4 - widthOf(words) / 2);
+      };
+      const std::string& first = tick.clock.empty() ? tick.day : tick.clock;
+      body_ += label("tick", within(first), y_, first);
       if (tick.clock.empty() || tick.day.empty()) continue;
       days = true;
-      body_ += label("tick day", x, y_ + 14, tick.day);
+      body_ += label("tick day", within(tick.day), y_ + 14, tick.day);
     }
     body_ += label("row", plotLeft - 30, y_, zoneText(chart_.time.from));
     y_ += days ? 14 : 0;
@@ -544,7 +547,6 @@ class Drawing {
     };
     const std::string slanted = "M-2 10L10 -2M-2 2L2 -2M6 10L10 6";
     return "<defs>\n" + pattern("discharge-pattern", "discharge", slanted) +
-           pattern("gap-pattern", "gap", "M-2 -2L10 10M-2 6L2 10M6 -2L10 2") +
            pattern("blinking-pattern", "blinking", "M2 0V8M6 0V8") + "</defs>\n";
   }
 

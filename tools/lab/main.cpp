@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <fstream>
 #include <functional>
@@ -27,6 +28,8 @@ namespace {
 constexpr int allHold = 0;
 constexpr int someFail = 1;
 constexpr int misused = 2;  // a bad file, or words that are none
+
+std::optional<std::string> gReadersZone;  // none: that of the computer
 
 void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
 
@@ -111,11 +114,22 @@ int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures
   return bad > 0 ? misused : failed > 0 ? someFail : allHold;
 }
 
+// A history is told by the clock of who reads it, as the daemon's days are those of its own.
+void useReadersZone() {
+  if (gReadersZone) {
+    ::setenv("TZ", gReadersZone->c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+  ::tzset();
+}
+
 int drawHistory(const std::string& folder, const PictureFiles& pictures) {
   if (!pictures.wanted()) {
     complain("brisko-lab: where shall the picture go? Say --report OUT.html, --svg OUT.svg or both");
     return misused;
   }
+  useReadersZone();
   std::string reason;
   const auto reading = readHistory(folder, reason);
   if (!reading) {
@@ -170,6 +184,7 @@ int run(int count, char** arguments) {
 }  // namespace brisko::lab
 
 int main(int count, char** arguments) {
+  if (const char* zone = std::getenv("TZ")) brisko::lab::gReadersZone = zone;
   // The daemon's local days are those of the scenarios' clocks, wherever this runs.
   ::setenv("TZ", "UTC", 1);
   try {

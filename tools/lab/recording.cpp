@@ -60,10 +60,12 @@ Wakefulness wakefulnessOf(const Machine& machine) {
 Moment momentOf(const Machine& machine) {
   Moment moment;
   moment.time = machine.now;
-  moment.level = virtual_mac::level(machine);
-  moment.shown = machine.gauge.percent;
-  moment.currentMA = machine.battery.currentMA;
-  moment.temperatureC = machine.battery.temperatureC;
+  if (machine.battery.installed) {
+    moment.level = virtual_mac::level(machine);
+    moment.shown = machine.gauge.percent;
+    moment.currentMA = machine.battery.currentMA;
+    moment.temperatureC = machine.battery.temperatureC;
+  }
   moment.hardware = hardwareStateOf(machine);
   moment.supply = supplyOf(machine);
   moment.wakefulness = wakefulnessOf(machine);
@@ -104,18 +106,19 @@ bool moved(const std::optional<double>& now, const std::optional<double>& before
   return std::abs(now.value_or(0) - before.value_or(0)) >= step;
 }
 
-bool differs(const Moment& now, const Moment& before, double percent, double milliampere, double degrees) {
+bool moved(const Moment& now, const Moment& before, double percent, double milliampere, double degrees) {
   return moved(now.level, before.level, percent) || moved(now.currentMA, before.currentMA, milliampere) ||
          moved(now.temperatureC, before.temperatureC, degrees);
 }
 
-// Other than by the numbers that drift.
-bool isAnother(Moment now, const Moment& before) {
-  now.time = before.time;
-  now.level = before.level;
-  now.currentMA = before.currentMA;
-  now.temperatureC = before.temperatureC;
-  return now != before;
+// In other things than the time and the numbers that drift.
+bool isAnother(const Moment& now, const Moment& before) {
+  Moment likeBefore = now;
+  likeBefore.time = before.time;
+  if (now.level.has_value() == before.level.has_value()) likeBefore.level = before.level;
+  likeBefore.currentMA = before.currentMA;
+  likeBefore.temperatureC = before.temperatureC;
+  return likeBefore != before;
 }
 
 }  // namespace
@@ -126,8 +129,8 @@ int Noticing::keep(const Moment& moment) {
   before_ = seen_;
   seen_ = moment;
   const double elapsed = moment.time - kept_.time;
-  const bool sudden = !begun_ || isAnother(moment, kept_) || differs(moment, kept_, 1.0, 200, 2.0);
-  const bool slow = elapsed >= standing || (elapsed >= drifting && differs(moment, kept_, 0.1, 10, 0.1));
+  const bool sudden = !begun_ || isAnother(moment, kept_) || moved(moment, kept_, 1.0, 200, 2.0);
+  const bool slow = elapsed >= standing || (elapsed >= drifting && moved(moment, kept_, 0.1, 10, 0.1));
   if (!sudden && !slow) return 0;
   const bool beforeIsNew = begun_ && sudden && before_.time > kept_.time;
   begun_ = true;

@@ -41,7 +41,7 @@ class Recording {
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
 
-  // In a life, after each of its events.
+  // In a life, after each of its events and whenever it is about to stand still.
   void noteInLife(const virtual_mac::Machine& machine);
   // While the lives stand still.
   void note(const virtual_mac::Machine& machine, bool daemonRuns);

@@ -52,6 +52,8 @@ class Play {
   void playSteps() {
     act(scenario_.before);
     stage_.begin();
+    // What the daemon does at its start is worth seeing even when the first step comes much later.
+    if (recording_ != nullptr) stage_.pass(0);
     for (const Step& step : scenario_.steps) {
       if (holds()) play(step);
     }

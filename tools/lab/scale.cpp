@@ -95,6 +95,8 @@ std::vector<double> monthTimes(double from, double until, int step) {
 
 void keepWithin(std::vector<double>& times, double from, double until) {
   std::erase_if(times, [&](double time) { return time < from || time > until; });
+  // An hour that the clock leaves out falls on the one after it.
+  std::sort(times.begin(), times.end());
   times.erase(std::unique(times.begin(), times.end()), times.end());
 }
 

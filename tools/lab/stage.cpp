@@ -169,16 +169,18 @@ void Stage::startDaemon() {
   starts_ = true;
   startedAt_ = machine().now;
   endNoted_ = false;
-  life_ = std::make_unique<lives::ForkedLife>(
-      lives::Birth{.store = *store_, .arguments = arguments_, .fileEvents = fileEvents_, .prepare = [this] {
-                     // A full disk is an error to the daemon, and no signal.
-                     std::signal(SIGXFSZ, SIG_IGN);
-                     virtual_mac::setAfterEvent([this] {
-                       levels_->note(virtual_mac::level(machine()));
-                       if (recording_ != nullptr) recording_->noteInLife(machine());
-                     });
-                     for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
-                   }});
+  lives::Birth birth{.store = *store_, .arguments = arguments_, .fileEvents = fileEvents_};
+  birth.prepare = [this] {
+    // A full disk is an error to the daemon, and no signal.
+    std::signal(SIGXFSZ, SIG_IGN);
+    virtual_mac::setAfterEvent([this] {
+      levels_->note(virtual_mac::level(machine()));
+      if (recording_ != nullptr) recording_->noteInLife(machine());
+    });
+    for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
+  };
+  if (recording_ != nullptr) birth.standing = [this] { recording_->noteInLife(machine()); };
+  life_ = std::make_unique<lives::ForkedLife>(birth);
   setDiskFull(diskIsFull_);
 }
 

@@ -16,10 +16,11 @@
 namespace brisko::lives {
 
 struct Birth {
-  virtual_mac::MachineStore& store;    // attached to the seam of this process; outlives the life
-  std::vector<std::string> arguments;  // after the path of the executable
-  int fileEvents;                      // the queue of file events of the machine's lives
-  std::function<void()> prepare = {};  // called in the child before anything of the daemon
+  virtual_mac::MachineStore& store;     // attached to the seam of this process; outlives the life
+  std::vector<std::string> arguments;   // after the path of the executable
+  int fileEvents;                       // the queue of file events of the machine's lives
+  std::function<void()> prepare = {};   // called in the child before anything of the daemon
+  std::function<void()> standing = {};  // … and whenever it is about to stand still
 };
 
 class ForkedLife {

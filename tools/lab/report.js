@@ -43,7 +43,9 @@
   function nearestMoment(time) {
     const before = momentAt(time);
     const after = Math.min(before + 1, data.moments.length - 1);
-    return data.moments[after].time - time < time - data.moments[before].time ? after : before;
+    const afterIsNearer = data.moments[after].time - time < time - data.moments[before].time;
+    // Of several at one time the last is what holds from then on.
+    return afterIsNearer ? momentAt(data.moments[after].time) : before;
   }
 
   function show(index, line) {

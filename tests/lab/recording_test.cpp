@@ -266,9 +266,11 @@ TEST(RecordedStory, isSeenAsleepAndOff) {
   const Picture picture = pictureOf(R"("timeline": [
       {"at": "+10 min", "do": "unplug"}, {"at": "+1 min", "do": "sleep"}, {"at": "+2 h", "do": {"dark-wake": 45}},
       {"at": "+1 h", "do": "wake"}, {"at": "+1 h", "do": "shutdown"}, {"at": "+1 h", "see": {"running": false}}])");
+  EXPECT_EQ(at(picture, "2026-03-01 08:10:59").wakefulness, Wakefulness::awake);
+  EXPECT_EQ(at(picture, "2026-03-01 08:11:10").wakefulness, Wakefulness::asleep);
   EXPECT_EQ(at(picture, "2026-03-01 09:00").wakefulness, Wakefulness::asleep);
   EXPECT_EQ(at(picture, "2026-03-01 10:11:30").wakefulness, Wakefulness::darkWake);
-  EXPECT_EQ(at(picture, "2026-03-01 10:30").wakefulness, Wakefulness::asleep);
+  EXPECT_EQ(at(picture, "2026-03-01 10:11:55").wakefulness, Wakefulness::asleep);
   EXPECT_EQ(at(picture, "2026-03-01 11:30").wakefulness, Wakefulness::awake);
   EXPECT_EQ(at(picture, "2026-03-01 12:30").wakefulness, Wakefulness::off);
   EXPECT_EQ(picture.moments.back().time, parseDate("2026-03-01 13:11").value());

@@ -31,6 +31,7 @@ constexpr double exitTimeout = 20;      // what the daemon gets to end before a 
 // notes it by itself.
 constexpr double longSlice = 3600;
 constexpr double shortSlice = 60;
+constexpr double sleepSlice = 5;  // recorded: no life hears when sleep begins
 
 // Memory that children share.
 void* sharedMemory(std::size_t size) {
@@ -93,11 +94,18 @@ const virtual_mac::Machine& Stage::machine() const { return store_->look().machi
 // ---------------------------------------------------------------------------------------------------------
 // Time
 
+double Stage::longestSlice() const {
+  const bool asleep = machine().system.asleep;
+  if (recording_ == nullptr) return daemonRuns() && !asleep ? longSlice : shortSlice;
+  const bool fullyAwake =
+      !asleep && !machine().sleep.dark && machine().sleep.stage == virtual_mac::SleepStage::none;
+  return fullyAwake ? shortSlice : sleepSlice;
+}
+
 void Stage::pass(double seconds) {
   const double end = machine().now + seconds;
   do {
-    const bool notedByLife = daemonRuns() && !machine().system.asleep && recording_ == nullptr;
-    slice(std::min(notedByLife ? longSlice : shortSlice, end - machine().now));
+    slice(std::min(longestSlice(), end - machine().now));
   } while (machine().now < end);
 }
 

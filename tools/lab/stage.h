@@ -85,6 +85,7 @@ class Stage {
   void lookAtAll();  // from here on the stretch is everything since the beginning
 
  private:
+  [[nodiscard]] double longestSlice() const;
   void slice(double seconds);
   void noteEnd();
   void collectOutput();

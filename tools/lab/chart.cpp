@@ -181,10 +181,48 @@ bool gaugeDiffers(const std::vector<Moment>& moments) {
   });
 }
 
+// What was done in one moment, and where its words stand.
 struct MarkedEvent {
   double x = 0;
   std::string words = {};
+  bool leftward = false;                // to the left of its mark, near the end
+  std::optional<std::size_t> row = {};  // from below; none when there is no room for words
 };
+
+constexpr std::size_t longestWords = 44;
+
+std::vector<MarkedEvent> markedEvents(const std::vector<Event>& events, const Scale& time) {
+  std::vector<MarkedEvent> marked;
+  double before = 0;
+  for (const Event& event : events) {
+    if (!marked.empty() && event.time == before) {
+      marked.back().words += ", " + event.words;
+    } else {
+      marked.push_back({.x = time.at(event.time), .words = event.words});
+    }
+    before = event.time;
+  }
+  return marked;
+}
+
+// Words go into the lowest row where they have room; how many rows that takes.
+std::size_t placeWords(std::vector<MarkedEvent>& events) {
+  std::array<double, eventRows> filledUntil{};
+  filledUntil.fill(-1e9);
+  std::size_t rows = 0;
+  for (MarkedEvent& event : events) {
+    const double length = widthOf(shortened(event.words, longestWords)) + 6;
+    event.leftward = event.x + length > width - 4;
+    const double begin = event.leftward ? event.x - length : event.x;
+    const auto row =
+        std::find_if(filledUntil.begin(), filledUntil.end(), [&](double filled) { return filled <= begin; });
+    if (row == filledUntil.end()) continue;
+    *row = begin + length + 6;
+    event.row = static_cast<std::size_t>(row - filledUntil.begin());
+    rows = std::max(rows, *event.row + 1);
+  }
+  return rows;
+}
 
 class Drawing {
  public:
@@ -232,53 +270,22 @@ class Drawing {
 
   // --- What was done
 
-  // Events of one moment are one mark.
-  [[nodiscard]] std::vector<MarkedEvent> markedEvents() const {
-    std::vector<MarkedEvent> marked;
-    double before = 0;
-    for (const Event& event : picture_.events) {
-      if (!marked.empty() && event.time == before) {
-        marked.back().words += ", " + event.words;
-      } else {
-        marked.push_back({xOf(event.time), event.words});
-      }
-      before = event.time;
-    }
-    return marked;
-  }
-
-  // Words stand to the right of their mark, or to its left near the end, in the lowest row with room.
   void drawEvents() {
-    constexpr std::size_t longest = 44;
-    std::array<double, eventRows> filledUntil{};
-    filledUntil.fill(-1e9);
-    std::vector<std::pair<std::size_t, MarkedEvent>> placed;  // row, or eventRows when there is no room
-    std::size_t rows = 0;
-    for (const MarkedEvent& event : markedEvents()) {
-      const double length = widthOf(shortened(event.words, longest)) + 6;
-      const bool leftward = event.x + length > width - 4;
-      const double begin = leftward ? event.x - length : event.x;
-      std::size_t row = 0;
-      while (row < eventRows && filledUntil.at(row) > begin) ++row;
-      if (row < eventRows) {
-        filledUntil.at(row) = begin + length + 6;
-        rows = std::max(rows, row + 1);
+    std::vector<MarkedEvent> events = markedEvents(picture_.events, chart_.time);
+    y_ += 4 + lineHeight * static_cast<double>(placeWords(events));
+    for (const MarkedEvent& event : events) {
+      if (!event.row) {
+        eventMarks_.emplace_back(event.x, y_ - 2);
+        continue;
       }
-      placed.emplace_back(row, event);
-    }
-    const double bottom = y_ + 4 + lineHeight * static_cast<double>(rows);
-    for (const auto& [row, event] : placed) {
-      const double y = bottom - lineHeight * static_cast<double>(std::min(row, eventRows - 1)) - 3;
-      eventMarks_.emplace_back(event.x, row < eventRows ? y - 9 : bottom - 2);
-      if (row == eventRows) continue;
-      const std::string words = shortened(event.words, longest);
-      const bool leftward = event.x + widthOf(words) + 6 > width - 4;
-      eventWords_ += "<text" + attribute("class", leftward ? "event ends" : "event") +
-                     attribute("x", leftward ? event.x - 4 : event.x + 4) + attribute("y", y) + ">" +
+      const double y = y_ - lineHeight * static_cast<double>(*event.row) - 3;
+      eventMarks_.emplace_back(event.x, y - 9);
+      const std::string words = shortened(event.words, longestWords);
+      eventWords_ += "<text" + attribute("class", event.leftward ? "event ends" : "event") +
+                     attribute("x", event.leftward ? event.x - 4 : event.x + 4) + attribute("y", y) + ">" +
                      (words == event.words ? "" : "<title>" + escaped(event.words) + "</title>") +
                      escaped(words) + "</text>\n";
     }
-    y_ = bottom;
   }
 
   void drawEventLines() {

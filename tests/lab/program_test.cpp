@@ -1,6 +1,7 @@
 // The lab as a program: what it prints and how it ends.
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -106,6 +107,113 @@ TEST_F(LabProgram, listsWhatCanHappen) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(ended.output, HasSubstr("\n  settings-replaced\n"));
   EXPECT_THAT(ended.output, HasSubstr("\nclock-step --number N (s)\n"));
+}
+
+// --- Pictures
+
+TEST_F(LabProgram, drawsAScenario) {
+  const std::string page = folder.path("a.html");
+  const std::string chart = folder.path("a.svg");
+  const Ended ended = run("run --report " + page + " --svg " + chart + " " + folder.path("good.json"));
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.output, "ok    " + folder.path("good.json") + " (0 s): It runs.\n");
+  EXPECT_THAT(test::contents(page), HasSubstr("<h1>It runs.</h1>"));
+  EXPECT_THAT(test::contents(page), HasSubstr("MacBook Air 13"));
+  EXPECT_THAT(test::contents(chart), HasSubstr("<title id=\"picture-title\">It runs.</title>"));
+}
+
+TEST_F(LabProgram, drawsAScenarioThatFailsToo) {
+  const std::string page = folder.path("a.html");
+  EXPECT_EQ(run("run --report " + page + " " + folder.path("wrong.json")).status, 1);
+  EXPECT_THAT(test::contents(page), HasSubstr("<pre>  /timeline/0/see/asleep (line 1)"));
+}
+
+TEST_F(LabProgram, drawsNoBadFile) {
+  EXPECT_EQ(run("run --report " + folder.path("a.html") + " " + folder.path("bad.json")).status, 2);
+  EXPECT_FALSE(test::exists(folder.path("a.html")));
+}
+
+TEST_F(LabProgram, drawsOneScenarioAtATime) {
+  const std::string good = folder.path("good.json");
+  for (const std::string option : {"--report ", "--svg "}) {
+    const Ended ended = run("run " + option + folder.path("a") + " " + good + " " + good);
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_THAT(ended.output, HasSubstr("name one FILE.json"));
+    EXPECT_FALSE(test::exists(folder.path("a")));
+  }
+}
+
+TEST_F(LabProgram, tellsWhenAPictureCannotBeWritten) {
+  const std::string nowhere = folder.path("none/a.svg");
+  const Ended ended = run("run --svg " + nowhere + " " + folder.path("good.json"));
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.output, HasSubstr("brisko-lab: " + nowhere + ": cannot be written\n"));
+}
+
+TEST_F(LabProgram, drawsTheSameEachTime) {
+  const std::string scenario = std::string(BRISKO_SCENARIOS) + "/a-hot-car.json";
+  for (const std::string name : {"1", "2"}) {
+    const std::string options =
+        "--svg " + folder.path(name + ".svg") + " --report " + folder.path(name + ".html");
+    EXPECT_EQ(run("run " + options + " " + scenario).status, 0);
+  }
+  EXPECT_THAT(test::contents(folder.path("1.svg")), HasSubstr("too hot"));
+  EXPECT_EQ(test::contents(folder.path("1.svg")), test::contents(folder.path("2.svg")));
+  EXPECT_EQ(test::contents(folder.path("1.html")), test::contents(folder.path("2.html")));
+}
+
+// The picture in the README is what the lab draws today, whichever compiler built it.
+TEST_F(LabProgram, drewThePictureInTheReadme) {
+  const std::string scenario = "tests/scenarios/a-day-and-two-nights.json";
+  const std::string committed = "docs/a-day-and-two-nights.svg";
+  const std::string drawn = folder.path("drawn.svg");
+  const std::string sources = std::string(BRISKO_SCENARIOS) + "/../../";
+  ASSERT_EQ(run("run --svg " + drawn + " " + sources + scenario).status, 0);
+  EXPECT_TRUE(test::contents(drawn) == test::contents(sources + committed))
+      << "the picture is no longer what the lab draws; look at the new one, and commit it:\n"
+      << "  build/release/brisko-lab run --svg " << committed << " " << scenario;
+  EXPECT_THAT(test::contents(sources + "README.md"), HasSubstr(committed));
+}
+
+class LabHistory : public LabProgram {
+ protected:
+  void day(const std::string& lines) { test::put(folder.path("2026-03-01.jsonl"), lines); }
+  [[nodiscard]] std::string inZone(const std::string& zone) const {
+    ::setenv("TZ", zone.c_str(), 1);
+    EXPECT_EQ(run("history " + folder.path() + " --svg " + folder.path("a.svg")).status, 0);
+    return test::contents(folder.path("a.svg"));
+  }
+  const std::string line = R"({"g":true,"p":80,"s":"hold","t":1772352000})";
+};
+
+TEST_F(LabHistory, isDrawnFromItsFolder) {
+  day(line + "\nnonsense\n");
+  const Ended ended = run("history " + folder.path() + " --report " + folder.path("a.html"));
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(ended.output, HasSubstr("2026-03-01.jsonl:2: is no JSON object\n"));
+  EXPECT_THAT(ended.output, HasSubstr(folder.path() + ": 1 line of 1 day file, 1 broken\n"));
+  EXPECT_THAT(test::contents(folder.path("a.html")), HasSubstr("1 line was left out, being broken."));
+}
+
+TEST_F(LabHistory, isToldByTheClockOfItsReader) {
+  day(line);
+  EXPECT_THAT(inZone("UTC"), HasSubstr("From 1 March 2026 08:00:00 to 1 March 2026 08:00:00 (UTC)"));
+  EXPECT_THAT(inZone("PST8PDT"), HasSubstr("From 1 March 2026 00:00:00 to 1 March 2026 00:00:00 (PST)"));
+}
+
+TEST_F(LabHistory, thatIsMissingEndsWith2) {
+  const Ended ended = run("history " + folder.path() + " --svg " + folder.path("a.svg"));
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.output, HasSubstr(folder.path() + ": there is no history here"));
+  EXPECT_FALSE(test::exists(folder.path("a.svg")));
+}
+
+TEST_F(LabHistory, hasToGoSomewhere) {
+  day(line);
+  const Ended ended = run("history " + folder.path());
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.output, HasSubstr("--report OUT.html"));
+  EXPECT_EQ(run("history --svg " + folder.path("a.svg")).status, 2);
 }
 
 }  // namespace

@@ -259,6 +259,16 @@ void complainOfName(const Place& place, const std::string& name) {
 
 // --- Both
 
+// As people would write it: no quotes and no braces.
+std::string wordsOf(const Json& value) {
+  if (!value.is_object()) return wordOf(value);
+  std::string words;
+  for (const auto& [key, member] : value.items()) {
+    words += (words.empty() ? "" : ", ") + key + " " + (member.is_object() ? member.dump() : wordOf(member));
+  }
+  return words;
+}
+
 std::optional<Act> readWord(const Place& place, const std::string& name) {
   for (const auto& [known, act] : simpleActions()) {
     if (known == name) return act;
@@ -289,7 +299,7 @@ std::optional<Act> readMember(const Place& place) {
 void readAction(const Place& place, std::vector<Action>& actions) {
   if (place.value().is_string()) {
     if (auto act = readWord(place, place.value().get<std::string>())) {
-      actions.push_back({place.pointer(), std::move(*act)});
+      actions.push_back({place.pointer(), place.value().get<std::string>(), std::move(*act)});
     }
     return;
   }
@@ -298,7 +308,9 @@ void readAction(const Place& place, std::vector<Action>& actions) {
     return;
   }
   const Place member = place.members().front();
-  if (auto act = readMember(member)) actions.push_back({member.pointer(), std::move(*act)});
+  if (auto act = readMember(member)) {
+    actions.push_back({member.pointer(), member.name() + " " + wordsOf(member.value()), std::move(*act)});
+  }
 }
 
 }  // namespace

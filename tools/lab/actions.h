@@ -14,6 +14,7 @@ namespace brisko::lab {
 
 struct Action {
   std::string place;  // in the file
+  std::string words;  // what happens, for people: "charge 60"
   // False and a reason when it can't be done as things stand.
   std::function<bool(Stage&, std::string& reason)> act;
 };

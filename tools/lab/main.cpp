@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <fstream>
 #include <functional>
@@ -12,6 +13,9 @@
 #include <vector>
 
 #include "lab/campaign_commands.h"
+#include "lab/chart.h"
+#include "lab/history_files.h"
+#include "lab/report.h"
 #include "lab/run_scenario.h"
 #include "lab/scenario.h"
 #include "lab/timing.h"
@@ -26,6 +30,8 @@ constexpr int allHold = 0;
 constexpr int someFail = 1;
 constexpr int misused = 2;  // a bad file, or words that are none
 
+std::optional<std::string> gReadersZone;  // none: that of the computer
+
 void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
 
 void complain(const std::string& text) { static_cast<void>(std::fprintf(stderr, "%s\n", text.c_str())); }
@@ -37,7 +43,39 @@ std::optional<std::string> contentsOf(const std::string& path) {
   return text.str();
 }
 
-int runFile(const std::string& path) {
+// Where pictures go; "" where none is wanted.
+struct PictureFiles {
+  std::string report = {};
+  std::string svg = {};
+
+  [[nodiscard]] bool wanted() const { return !report.empty() || !svg.empty(); }
+};
+
+bool writeFile(const std::string& path, const std::string& text) {
+  std::ofstream stream(path, std::ios::binary | std::ios::trunc);
+  stream << text;
+  stream.close();
+  if (stream) return true;
+  complain("brisko-lab: " + path + ": cannot be written");
+  return false;
+}
+
+bool writePictures(const Picture& picture, const PictureFiles& files) {
+  if (!files.report.empty() && !writeFile(files.report, reportPage(picture))) return false;
+  return files.svg.empty() || writeFile(files.svg, drawChart(picture, Frame::alone).svg);
+}
+
+bool writePictures(const Scenario& scenario, const Outcome& outcome, const Recording& recording,
+                   const PictureFiles& files) {
+  Picture picture = recording.picture();
+  picture.title = scenario.story;
+  picture.facts = std::string(virtual_mac::textOf(scenario.outset.machine.model)) + ", macOS " +
+                  std::to_string(scenario.outset.machine.system.macOS);
+  picture.failures = outcome.failures;
+  return writePictures(picture, files);
+}
+
+int runFile(const std::string& path, const PictureFiles& pictures) {
   Complaints complaints(path);
   const auto text = contentsOf(path);
   if (!text) complaints.add("", "cannot be read");
@@ -46,19 +84,27 @@ int runFile(const std::string& path) {
     for (const std::string& complaint : complaints.texts()) complain(complaint);
     return misused;
   }
-  const Outcome outcome = runScenario(*scenario, complaints);
+  std::optional<Recording> recording;
+  if (pictures.wanted()) recording.emplace();
+  const Outcome outcome =
+      runScenario(*scenario, complaints, {.recording = recording ? &*recording : nullptr});
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
         "): " + scenario->story + "\n");
   if (!holds) print(reportOf(outcome));
+  if (recording && !writePictures(*scenario, outcome, *recording, pictures)) return misused;
   return holds ? allHold : someFail;
 }
 
-int runFiles(const std::vector<std::string>& paths) {
+int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures) {
+  if (pictures.wanted() && paths.size() > 1) {
+    complain("brisko-lab: a picture is one of a single scenario; name one FILE.json with --report and --svg");
+    return misused;
+  }
   std::size_t held = 0;
   std::size_t failed = 0;
   for (const std::string& path : paths) {
-    const int status = runFile(path);
+    const int status = runFile(path, pictures);
     held += status == allHold ? 1 : 0;
     failed += status == someFail ? 1 : 0;
   }
@@ -70,6 +116,33 @@ int runFiles(const std::vector<std::string>& paths) {
   return bad > 0 ? misused : failed > 0 ? someFail : allHold;
 }
 
+// A history is told by the clock of who reads it, as the daemon's days are those of its own.
+void useReadersZone() {
+  if (gReadersZone) {
+    ::setenv("TZ", gReadersZone->c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+  ::tzset();
+}
+
+int drawHistory(const std::string& folder, const PictureFiles& pictures) {
+  if (!pictures.wanted()) {
+    complain("brisko-lab: where shall the picture go? Say --report OUT.html, --svg OUT.svg or both");
+    return misused;
+  }
+  useReadersZone();
+  std::string reason;
+  const auto reading = readHistory(folder, reason);
+  if (!reading) {
+    complain(folder + ": " + reason);
+    return misused;
+  }
+  for (const std::string& broken : reading->firstBroken) complain(broken);
+  print(folder + ": " + reading->picture.facts + ", " + std::to_string(reading->broken) + " broken\n");
+  return writePictures(reading->picture, pictures) ? allHold : misused;
+}
+
 int listActions() {
   print("What happens to the service, the app and the files:\n");
   for (const std::string& name : ownActionNames()) print("  " + name + "\n");
@@ -77,15 +150,27 @@ int listActions() {
   return allHold;
 }
 
+void addPictureOptions(CLI::App& command, PictureFiles& pictures) {
+  command.add_option("--report", pictures.report, "OUT.html: a page with the chart, the values and the log");
+  command.add_option("--svg", pictures.svg, "OUT.svg: the chart alone");
+}
+
 int run(int count, char** arguments) {
   CLI::App program{"Tells stories about the daemon in virtual time.", "brisko-lab"};
   program.require_subcommand(1);
   std::function<int()> chosen;
   std::vector<std::string> paths;
+  std::string folder;
+  PictureFiles pictures;
   CLI::App* runs = program.add_subcommand(
       "run", "play scenarios; status 0: all hold, 1: one does not, 2: a file is no scenario");
   runs->add_option("files", paths, "FILE.json …")->required();
-  runs->callback([&] { chosen = [&] { return runFiles(paths); }; });
+  addPictureOptions(*runs, pictures);
+  runs->callback([&] { chosen = [&] { return runFiles(paths, pictures); }; });
+  CLI::App* draws = program.add_subcommand("history", "draw the history that a daemon kept");
+  draws->add_option("folder", folder, "FOLDER with its daily files")->required();
+  addPictureOptions(*draws, pictures);
+  draws->callback([&] { chosen = [&] { return drawHistory(folder, pictures); }; });
   program.add_subcommand("actions", "list what can happen in a scenario")->callback([&] {
     chosen = listActions;
   });
@@ -102,6 +187,7 @@ int run(int count, char** arguments) {
 }  // namespace brisko::lab
 
 int main(int count, char** arguments) {
+  if (const char* zone = std::getenv("TZ")) brisko::lab::gReadersZone = zone;
   // The daemon's local days are those of the scenarios' clocks, wherever this runs.
   ::setenv("TZ", "UTC", 1);
   try {

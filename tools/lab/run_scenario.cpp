@@ -33,8 +33,10 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
 
 class Play {
  public:
-  Play(const Scenario& scenario, const Complaints& file, const GoesOn& goesOn)
-      : scenario_(scenario), file_(file), goesOn_(goesOn), stage_(scenario.outset) {}
+  Play(const Scenario& scenario, const Complaints& file, const Onlookers& onlookers)
+      : scenario_(scenario), file_(file), onlookers_(onlookers), stage_(scenario.outset) {
+    if (recording() != nullptr) stage_.record(*recording());
+  }
 
   Outcome run() {
     outcome_.begin = stage_.machine().now;
@@ -45,6 +47,7 @@ class Play {
   }
 
  private:
+  [[nodiscard]] Recording* recording() const { return onlookers_.recording; }
   [[nodiscard]] bool holds() const { return outcome_.failures.empty(); }
   [[nodiscard]] double sinceBegin() const { return stage_.machine().now - outcome_.begin; }
 
@@ -62,9 +65,11 @@ class Play {
   void playSteps() {
     act(scenario_.before);
     stage_.begin();
+    // What the daemon does at its start is worth seeing even when the first step comes much later.
+    if (recording() != nullptr) stage_.pass(0);
     for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
       play(index);
-      outcome_.brokenOff = goesOn_ && !goesOn_(sinceBegin());
+      outcome_.brokenOff = onlookers_.goesOn && !onlookers_.goesOn(sinceBegin());
       if (outcome_.brokenOff) return;
     }
     if (!holds()) return;
@@ -90,6 +95,7 @@ class Play {
 
   void act(const std::vector<Action>& actions) {
     for (const Action& action : actions) {
+      if (recording() != nullptr) recording()->noteEvent(stage_.machine(), action.words);
       std::string reason;
       const bool done = action.act(stage_, reason);
       if (!done && !scenario_.judgedByInvariantsAlone) fail(action.place, "    cannot be done: " + reason);
@@ -129,15 +135,15 @@ class Play {
 
   const Scenario& scenario_;
   const Complaints& file_;
-  const GoesOn& goesOn_;
+  const Onlookers& onlookers_;
   Stage stage_;
   Outcome outcome_;
 };
 
 }  // namespace
 
-Outcome runScenario(const Scenario& scenario, const Complaints& file, const GoesOn& goesOn) {
-  return Play(scenario, file, goesOn).run();
+Outcome runScenario(const Scenario& scenario, const Complaints& file, const Onlookers& onlookers) {
+  return Play(scenario, file, onlookers).run();
 }
 
 std::string reportOf(const Outcome& outcome) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lab/invariants/watch.h"
+#include "lab/recording.h"
 #include "lab/scenario.h"
 
 namespace brisko::lab {
@@ -27,8 +28,14 @@ struct Outcome {
 // Asked between any two steps, with the machine time that passed so far.
 using GoesOn = std::function<bool(double seconds)>;
 
+// Who looks on while it is played.
+struct Onlookers {
+  Recording* recording = nullptr;  // what happens is noted there
+  GoesOn goesOn = {};
+};
+
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file,
-                                  const GoesOn& goesOn = {});
+                                  const Onlookers& onlookers = {});
 
 // What there is to read about a scenario that failed.
 [[nodiscard]] std::string reportOf(const Outcome& outcome);

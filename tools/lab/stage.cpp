@@ -14,6 +14,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "core/options.h"
 #include "lives/journal_words.h"
 #include "lives/scratch.h"
 #include "platform/virtual/control_requests.h"
@@ -30,6 +31,7 @@ constexpr double exitTimeout = 20;      // what the daemon gets to end before a 
 // notes it by itself.
 constexpr double longSlice = 3600;
 constexpr double shortSlice = 60;
+constexpr double sleepSlice = 5;  // recorded: no life hears when sleep begins
 
 // Memory that children share.
 void* sharedMemory(std::size_t size) {
@@ -79,6 +81,11 @@ Stage::~Stage() {
   fs::remove_all(volume_, ignored);
 }
 
+void Stage::record(Recording& recording) {
+  recording_ = &recording;
+  recording.note(machine(), daemonRuns());
+}
+
 void Stage::begin() {
   if (starts_) startDaemon();
 }
@@ -88,11 +95,18 @@ const virtual_mac::Machine& Stage::machine() const { return store_->look().machi
 // ---------------------------------------------------------------------------------------------------------
 // Time
 
+double Stage::longestSlice() const {
+  const bool asleep = machine().system.asleep;
+  if (recording_ == nullptr) return daemonRuns() && !asleep ? longSlice : shortSlice;
+  const bool fullyAwake =
+      !asleep && !machine().sleep.dark && machine().sleep.stage == virtual_mac::SleepStage::none;
+  return fullyAwake ? shortSlice : sleepSlice;
+}
+
 void Stage::pass(double seconds) {
   const double end = machine().now + seconds;
   do {
-    const bool notedByLife = daemonRuns() && !machine().system.asleep;
-    slice(std::min(notedByLife ? longSlice : shortSlice, end - machine().now));
+    slice(std::min(longestSlice(), end - machine().now));
   } while (machine().now < end && !violation());
 }
 
@@ -103,6 +117,7 @@ bool Stage::startIsDue() const {
 
 void Stage::slice(double seconds) {
   if (!daemonRuns() && startIsDue()) startDaemon();
+  if (recording_ != nullptr) recording_->noteSettings(read(defaultConfigPath));
   if (daemonRuns()) {
     life_->run(seconds);
   } else {
@@ -114,6 +129,7 @@ void Stage::slice(double seconds) {
   noteEnd();
   collectJournal();
   levels_->note(virtual_mac::level(machine()));
+  if (recording_ != nullptr) recording_->note(machine(), daemonRuns());
 }
 
 void Stage::noteEnd() {
@@ -133,6 +149,7 @@ void Stage::collectOutput() {
   std::size_t from = 0;
   for (std::size_t end = 0; (end = brokenLine_.find('\n', from)) != std::string::npos; from = end + 1) {
     stamped_.push_back(brokenLine_.substr(from, end - from));
+    if (recording_ != nullptr) recording_->noteLine(machine(), stamped_.back());
   }
   brokenLine_.erase(0, from);
 }
@@ -164,24 +181,21 @@ void Stage::startDaemon() {
   startedAt_ = machine().now;
   endNoted_ = false;
   watch_->lifeBegins();
-  life_ =
-      std::make_unique<lives::ForkedLife>(lives::Birth{.store = *store_,
-                                                       .arguments = arguments_,
-                                                       .fileEvents = fileEvents_,
-                                                       .prepare =
-                                                           [this] {
-                                                             // A full disk is an error to the daemon, and no
-                                                             // signal.
-                                                             std::signal(SIGXFSZ, SIG_IGN);
-                                                             watch_->beginToLook();
-                                                             virtual_mac::setAfterEvent([this] {
-                                                               levels_->note(virtual_mac::level(machine()));
-                                                               watch_->lookAfterTurn();
-                                                             });
-                                                             for (const auto& [name, value] : environment_)
-                                                               virtual_mac::setEnvironment(name, value);
-                                                           },
-                                                       .goesOn = [this] { watch_->goOn(); }});
+  lives::Birth birth{.store = *store_, .arguments = arguments_, .fileEvents = fileEvents_};
+  birth.prepare = [this] {
+    // A full disk is an error to the daemon, and no signal.
+    std::signal(SIGXFSZ, SIG_IGN);
+    watch_->beginToLook();
+    virtual_mac::setAfterEvent([this] {
+      levels_->note(virtual_mac::level(machine()));
+      watch_->lookAfterTurn();
+      if (recording_ != nullptr) recording_->noteInLife(machine());
+    });
+    for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
+  };
+  birth.goesOn = [this] { watch_->goOn(); };
+  if (recording_ != nullptr) birth.standing = [this] { recording_->noteInLife(machine()); };
+  life_ = std::make_unique<lives::ForkedLife>(birth);
   setDiskFull(diskIsFull_);
 }
 

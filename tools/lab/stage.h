@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "lab/invariants/watch.h"
+#include "lab/recording.h"
 #include "lives/forked_life.h"
 #include "platform/virtual/machine.h"
 #include "platform/virtual/machine_store.h"
@@ -34,6 +35,9 @@ class Stage {
   ~Stage();
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
+
+  // From now on what happens is noted there too, which outlives the stage. Nothing goes otherwise for it.
+  void record(Recording& recording);
 
   // Starts the first life, unless it is not wanted yet.
   void begin();
@@ -84,6 +88,7 @@ class Stage {
   void lookAtAll();  // from here on the stretch is everything since the beginning
 
  private:
+  [[nodiscard]] double longestSlice() const;
   void slice(double seconds);
   void noteEnd();
   void collectOutput();
@@ -105,6 +110,7 @@ class Stage {
   std::unique_ptr<virtual_mac::MachineStore> store_;
   std::unique_ptr<Watch> watch_;
   Levels* levels_;
+  Recording* recording_ = nullptr;
   int fileEvents_;
   std::vector<std::string> arguments_;
   std::map<std::string, std::string> environment_;

@@ -11,7 +11,7 @@ Verdict judge(const Story& story, const GoesOn& goesOn) {
   Complaints complaints("the story");
   const auto scenario = readScenario(scenarioText(story), complaints);
   if (!scenario) throw std::logic_error("the story is no scenario: " + complaints.texts().front());
-  const Outcome outcome = runScenario(*scenario, complaints, goesOn);
+  const Outcome outcome = runScenario(*scenario, complaints, {.goesOn = goesOn});
   Verdict verdict{.went = outcome.violation   ? Went::wrong
                           : outcome.brokenOff ? Went::brokenOff
                                               : Went::well,

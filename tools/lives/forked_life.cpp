@@ -62,19 +62,20 @@ double nextHorizon(const Line& line) {
 }
 
 // The child. It must not get back into the code above it, whatever the daemon throws: hence noexcept.
-[[noreturn]] void liveOn(const Line& line, const std::vector<std::string>& arguments,
-                         const std::function<void()>& goesOn, int output, int errors) noexcept {
+[[noreturn]] void liveOn(const Line& line, const std::vector<std::string>& arguments, const Birth& birth,
+                         int output, int errors) noexcept {
   const int nothing = ::open("/dev/null", O_RDONLY);
   ::dup2(nothing, STDIN_FILENO);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
   for (const int unneeded : {nothing, output, errors}) ::close(unneeded);
 
-  virtual_mac::setHorizon(nextHorizon(line), [&line, &goesOn] {
-    constexpr char standing = '.';
-    if (!line.send(standing)) ::_exit(1);
+  virtual_mac::setHorizon(nextHorizon(line), [&line, &birth] {
+    if (birth.standing) birth.standing();
+    constexpr char stands = '.';
+    if (!line.send(stands)) ::_exit(1);
     const double horizon = nextHorizon(line);
-    if (goesOn) goesOn();
+    if (birth.goesOn) birth.goesOn();
     return horizon;
   });
   // As after the end of main(): exit hooks run, also the sanitizers'.
@@ -131,7 +132,7 @@ ForkedLife::ForkedLife(const Birth& birth) : inside_(std::make_unique<Inside>(bi
     const Line line(ends[1]);
     virtual_mac::useFileEventQueue(birth.fileEvents);
     if (birth.prepare) birth.prepare();
-    liveOn(line, arguments, birth.goesOn, inside_->output, inside_->errors);
+    liveOn(line, arguments, birth, inside_->output, inside_->errors);
   }
   ::close(ends[1]);
   inside_->line = std::make_unique<Line>(ends[0]);

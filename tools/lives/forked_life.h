@@ -16,11 +16,12 @@
 namespace brisko::lives {
 
 struct Birth {
-  virtual_mac::MachineStore& store;    // attached to the seam of this process; outlives the life
-  std::vector<std::string> arguments;  // after the path of the executable
-  int fileEvents;                      // the queue of file events of the machine's lives
-  std::function<void()> prepare = {};  // called in the child before anything of the daemon
-  std::function<void()> goesOn = {};   // called there whenever it stood still and is let run again
+  virtual_mac::MachineStore& store;     // attached to the seam of this process; outlives the life
+  std::vector<std::string> arguments;   // after the path of the executable
+  int fileEvents;                       // the queue of file events of the machine's lives
+  std::function<void()> prepare = {};   // called in the child before anything of the daemon
+  std::function<void()> standing = {};  // … and whenever it is about to stand still
+  std::function<void()> goesOn = {};    // … and whenever it stood still and is let run again
 };
 
 class ForkedLife {

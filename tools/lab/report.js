@@ -1,0 +1,96 @@
+"use strict";
+// Shows what was so at the moment that is pointed at, in the chart, on the slider or in the log, and marks
+// the line of the log that was the last one then.
+(() => {
+  const data = JSON.parse(document.getElementById("data").textContent);
+  const picture = document.querySelector(".picture");
+  const slider = document.getElementById("moment");
+  const values = [...document.querySelectorAll("#reading dd")];
+  const list = document.getElementById("lines");
+  const lines = list ? [...list.children] : [];
+  const times = lines.map((line) => Number(line.dataset.time));
+  const height = picture.viewBox.baseVal.height;
+
+  const cursor = add("line", "cursor");
+  const point = add("circle", "point");
+  cursor.setAttribute("y1", 0);
+  cursor.setAttribute("y2", height);
+  point.setAttribute("r", 4);
+  let chosen = null;
+
+  function add(name, style) {
+    const element = document.createElementNS("http://www.w3.org/2000/svg", name);
+    element.setAttribute("class", style);
+    picture.append(element);
+    return element;
+  }
+
+  const xOf = (time) => data.left + ((time - data.from) / (data.until - data.from)) * (data.right - data.left);
+
+  // The index of the last one at or before the time; 0 when none is.
+  function lastUntil(time, length, timeOf) {
+    let low = 0;
+    let high = length;
+    while (high - low > 1) {
+      const middle = (low + high) >> 1;
+      if (timeOf(middle) <= time) low = middle;
+      else high = middle;
+    }
+    return low;
+  }
+  const momentAt = (time) => lastUntil(time, data.moments.length, (index) => data.moments[index].time);
+
+  function nearestMoment(time) {
+    const before = momentAt(time);
+    const after = Math.min(before + 1, data.moments.length - 1);
+    const afterIsNearer = data.moments[after].time - time < time - data.moments[before].time;
+    // Of several at one time the last is what holds from then on.
+    return afterIsNearer ? momentAt(data.moments[after].time) : before;
+  }
+
+  function show(index, line) {
+    const moment = data.moments[index];
+    const x = xOf(moment.time);
+    cursor.setAttribute("x1", x);
+    cursor.setAttribute("x2", x);
+    point.setAttribute("cx", x);
+    point.setAttribute("cy", moment.y);
+    moment.values.forEach((value, place) => { values[place].textContent = value || "–"; });
+    slider.value = index;
+    slider.setAttribute("aria-valuetext", data.names.map((name, place) => `${name} ${moment.values[place] || "unknown"}`).join(", "));
+    mark(line);
+  }
+
+  function mark(line) {
+    if (chosen) chosen.classList.remove("chosen");
+    chosen = line || null;
+    if (chosen) chosen.classList.add("chosen");
+  }
+
+  // From the chart or the slider: the log goes along.
+  function showMoment(index) {
+    const line = lines.length > 0 ? lines[lastUntil(data.moments[index].time, lines.length, (place) => times[place])] : null;
+    show(index, line);
+    if (!line) return;
+    const above = line.offsetTop < list.scrollTop;
+    const below = line.offsetTop + line.offsetHeight > list.scrollTop + list.clientHeight;
+    if (above || below) list.scrollTop = line.offsetTop - list.clientHeight / 2;
+  }
+
+  picture.addEventListener("pointermove", (event) => {
+    const place = picture.getBoundingClientRect();
+    const x = ((event.clientX - place.left) / place.width) * picture.viewBox.baseVal.width;
+    const time = data.from + ((x - data.left) / (data.right - data.left)) * (data.until - data.from);
+    showMoment(nearestMoment(time));
+  });
+  // From here on the arrow keys go on.
+  picture.addEventListener("click", () => slider.focus());
+  slider.addEventListener("input", () => showMoment(Number(slider.value)));
+  list?.addEventListener("pointerover", (event) => {
+    const line = event.target.closest("li");
+    if (line) show(momentAt(Number(line.dataset.time)), line);
+  });
+
+  showMoment(data.moments.length - 1);
+  if (list) list.scrollTop = 0;
+})();

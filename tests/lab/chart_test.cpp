@@ -216,7 +216,9 @@ TEST_F(Drawn, letsNoWordsCollide) {
   std::map<std::string, double> lastOfRow;
   for (std::size_t index = 0; index < xs.size(); ++index) {
     const double x = std::stod(xs[index]);
-    if (lastOfRow.contains(ys[index])) EXPECT_GT(x - lastOfRow[ys[index]], 17 * 5.5) << index;
+    if (lastOfRow.contains(ys[index])) {
+      EXPECT_GT(x - lastOfRow[ys[index]], 17 * 5.5) << index;
+    }
     lastOfRow[ys[index]] = x;
   }
   EXPECT_LE(lastOfRow.size(), 5U);

@@ -187,8 +187,8 @@ class Campaign {
     static_cast<void>(std::snprintf(
         text.data(), text.size(), "%llu of %llu seeds, %.0f of %.0f days, %.0f days a minute, ",
         static_cast<unsigned long long>(played_), static_cast<unsigned long long>(seeds), days, all, rate));
-    const std::string left = rate > 0 ? spanText(60 * std::max(0.0, all - days) / rate) + " left" : "";
-    whisper(text.data() + left + ", " + counted(failures_, "failure", "failures"));
+    const std::string left = rate > 0 ? spanText(60 * std::max(0.0, all - days) / rate) + " left, " : "";
+    whisper(text.data() + left + counted(failures_, "failure", "failures"));
   }
 
   void whisper(const std::string& text) {

@@ -96,6 +96,7 @@ class AtRest final : public Rule {
     // In the turn in which a rest begins everything is handed back, and in the one in which it ends it is
     // taken again.
     const bool dormant = wasDormant_ && gDormant;
+    const bool becomesDormant = !wasDormant_ && gDormant;
     const bool released = wasReleased_ && gReleased;
     wasDormant_ = gDormant;
     wasReleased_ = gReleased;
@@ -111,8 +112,8 @@ class AtRest final : public Rule {
     });
     // Who asks for a release or an erasing once more has the limit handed back once more, and so has who
     // deletes the app meanwhile: all that is no drive.
-    const bool handsBack = replies(RequestKind::releaseCharge) || replies(RequestKind::purgeAllData) ||
-                           anyLineSays(turn, "app gone");
+    const bool handsBack =
+        replies(RequestKind::releaseCharge) || replies(RequestKind::purgeAllData) || becomesDormant;
     if (released && !handsBack &&
         firstEntry(scene, turn.journalFrom, turn.journalTo, isNativeWrite) != nullptr) {
       violated(30, "macOS's limit was written although the charge is released");

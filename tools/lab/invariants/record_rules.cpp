@@ -248,19 +248,22 @@ class ProtectedTime final : public Rule {
   void passBegins(const Scene& scene, const Violated&) override {
     if (known_) return;
     known_ = gProtectedSeconds;
+    since_ = gStatsSince;
     tickAt_ = scene.machine().now;
     tickWall_ = gLastStatsTick;
   }
 
   void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
     if (!known_) return;
+    const bool anew = gStatsSince != since_;
+    since_ = gStatsSince;
     const double grown = gProtectedSeconds - *known_;
     const double tickedAt = tickAt_;
     if (tickWall_ != gLastStatsTick) tickAt_ = turn.at;
     tickWall_ = gLastStatsTick;
     if (grown == 0) return;
     known_ = gProtectedSeconds;
-    if (anyLineSays(turn, "stats reset")) return;
+    if (anew) return;
     if (grown < 0) {
       // The time that a clock takes back is taken off again.
       if (scene.circumstances().clockSteppedBackAt < tickedAt) {
@@ -278,6 +281,7 @@ class ProtectedTime final : public Rule {
  private:
   static constexpr double mostPerTick = 60;
   std::optional<double> known_;
+  double since_ = 0;     // when the total began
   double tickAt_ = 0;    // machine time of the last statistics tick
   double tickWall_ = 0;  // gLastStatsTick then
 };

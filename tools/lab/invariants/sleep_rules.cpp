@@ -144,7 +144,9 @@ class SleepPlans final : public Rule {
       planned.minutes = (dateOf(entry) - entry.time - scene.machine().system.wallOffset) / 60;
       return true;
     });
-    planned.refused = planned.refused && anyLineSays(turn, "⚠️ impossible de programmer un réveil");
+    // On a full disk nobody hears of it.
+    planned.refused = planned.refused && (scene.circumstances().diskIsFull ||
+                                          anyLineSays(turn, "⚠️ impossible de programmer un réveil"));
     return planned;
   }
 

@@ -2,12 +2,13 @@
 # Programs land in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench format tidy coverage release sign package
+.PHONY: help demo test bench fuzz format tidy coverage release sign package
 
 help:
 	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
 	@echo 'make test      everything that is tested: format, both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     speed and memory, each beside its target'
+	@echo 'make fuzz      random bytes for everything that parses, SECONDS=60 for each reader'
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    bring the C++ files into the format'
 	@echo 'make tidy      clang-tidy alone'
@@ -21,6 +22,9 @@ demo: configured
 bench: configured
 	@cmake --build build/release --target benchmarks
 	@build/release/brisko-bench
+
+fuzz:
+	@scripts/fuzz.sh $(or $(SECONDS),60)
 
 release: configured
 	@cmake --build build/release

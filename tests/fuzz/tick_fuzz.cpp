@@ -79,8 +79,11 @@ class Controller {
   }
 };
 
+// All that any Mac has, so that a write to a wrong one is not just refused.
 Keys healthyKeys() {
-  Keys keys{{"CHTE", {.size = 4}}, {"CHIE", {}}, {"ACLC", {}}, {"AC-W", {}}, {"TB0T", {.size = 4}}};
+  Keys keys;
+  for (const char* name : keyNames) keys[name] = {};
+  for (const char* name : {"CHTE", "TB0T", "bfD0", "bfE0"}) keys[name].size = 4;
   keys["AC-W"].bytes[0] = 0x43;
   keys["TB0T"].bytes = {0, 0, 0xF0, 0x41};  // 30 °C
   return keys;

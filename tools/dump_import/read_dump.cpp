@@ -145,12 +145,21 @@ Value fromJson(const nlohmann::json& json, int level) {
   }
 }
 
+// A binary list may hold texts with zero bytes in them. Asked for such a key, the library ends the process.
+bool holdsZeroBytes(plist_t node) {
+  char* rawText = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(node, &rawText, &length);
+  const std::unique_ptr<char, MemoryFree> text(rawText);
+  return text == nullptr || std::string_view(text.get(), length).find('\0') != std::string_view::npos;
+}
+
 std::optional<Value> parsePlist(std::string_view text) {
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
   plist_t raw = nullptr;
   plist_from_memory(text.data(), static_cast<std::uint32_t>(text.size()), &raw);
   const std::unique_ptr<void, PlistFree> node(raw);
-  if (!node) return std::nullopt;
+  if (!node || holdsZeroBytes(node.get())) return std::nullopt;
   return fromPlist(node.get(), 0);
 }
 

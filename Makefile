@@ -2,13 +2,14 @@
 # Programs land in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench campaign format tidy coverage release sign package
+.PHONY: help demo test bench campaign fuzz format tidy coverage release sign package
 
 help:
 	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
 	@echo 'make test      everything that is tested: format, both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     speed and memory, each beside its target'
 	@echo 'make campaign  made-up users and faults over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
+	@echo 'make fuzz      random bytes for everything that parses, SECONDS=60 for each reader'
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    bring the C++ files into the format'
 	@echo 'make tidy      clang-tidy alone'
@@ -29,6 +30,9 @@ FAULTS ?= all
 campaign: configured
 	@cmake --build build/release --target brisko-lab
 	@build/release/brisko-lab campaign --seeds $(SEEDS) --days $(DAYS) --faults $(FAULTS)
+
+fuzz:
+	@scripts/fuzz.sh $(or $(SECONDS),60)
 
 release: configured
 	@cmake --build build/release

@@ -1,5 +1,6 @@
 // Prints what the daemon costs, each figure beside its target.
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -65,6 +66,15 @@ void print(const std::vector<Figure>& figures) {
   }
 }
 
+// Behind the year itself.
+void addPartsOfTheYear(std::vector<Figure>& figures) {
+  const auto year = std::find_if(figures.begin(), figures.end(),
+                                 [](const Figure& figure) { return figure.name == yearFigure; });
+  if (year == figures.end()) return;
+  const std::vector<Figure> parts = partsOfAYear(year->value);
+  figures.insert(year + 1, parts.begin(), parts.end());
+}
+
 }  // namespace
 }  // namespace brisko::bench
 
@@ -78,8 +88,10 @@ int main(int count, char** arguments) {
     return 1;
   }
   for (Figure& figure : virtualFigures()) figures.push_back(std::move(figure));
+  for (Figure& figure : campaignFigures()) figures.push_back(std::move(figure));
   attachSteadyMachine();
   registerTicks();
+  addPartsOfTheYear(figures);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::printf("\n");

@@ -23,6 +23,15 @@ struct Figure {
 
 // Of whole lives in virtual time.
 [[nodiscard]] std::vector<Figure> virtualFigures();
+// The first of them: the processor's seconds for a year of a steady life, whatever else the computer does.
+inline constexpr const char* yearFigure = "a steady year, the tick's files in memory";
+
+// Where the seconds of such a year go, each part measured by itself on the steady machine of this process,
+// with its gate in force, and what they do not account for.
+[[nodiscard]] std::vector<Figure> partsOfAYear(double wholeSeconds);
+
+// Of the lab's campaign with all faults, on all processors. Empty while there is no such command.
+[[nodiscard]] std::vector<Figure> campaignFigures();
 
 // Makes a machine in a steady hold at its limit, with a configuration, below a memory-backed folder, and
 // attaches it to the seam of this process.

@@ -392,6 +392,7 @@ TEST_F(ControlListener, hangsUpOnGarbage) {
       "{\"id\":1}\n",
       "{\"request\":\"restart\"}\n",
       "{\"id\":\"1\",\"request\":\"restart\"}\n",
+      "{\"id\":9223372036854775808,\"request\":\"restart\"}\n",
       "{\"id\":1.5,\"request\":\"restart\"}\n",
       "{\"id\":1,\"request\":7}\n",
       "{\"id\":1,\"request\":\"dance\"}\n",

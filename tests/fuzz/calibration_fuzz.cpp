@@ -1,8 +1,14 @@
 // Every object makes a calibration's record, and what was made of it can be written and reads back the same.
+// The status tells of it too, save of a soak time beyond 64 bits, which is meant to end the process then.
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "calibration/calibration_record.h"
+#include "fuzz/fatal.h"
 #include "fuzz/require.h"
+#include "fuzz/volume.h"
+#include "records/paths.h"
+#include "records/status.h"
 
 namespace brisko {
 namespace {
@@ -13,7 +19,34 @@ CalibrationState taken(const Json& object) {
   return state;
 }
 
+void tryFile(const Volume& volume, const CalibrationState& state) {
+  gCal = state;
+  writeCalibration();
+  gCal = {};
+  readCalibration();
+  require(gCal == state);
+  volume.remove(calibrationPath);
+}
+
+void tryStatus(const Volume& volume) {
+  static std::int64_t times = 0;  // the same status twice would not be written
+  const bool running = gCal.phase != CalPhase::idle;
+  const bool ended = endsTheProcess([] { writeStatus({.pct = ++times}); });
+  require(ended == (running && !fitsInteger(gCal.soakBanked)));
+  if (ended) return;
+  const std::optional<Json> status = parseJson(volume.read(statusPath).value_or(""));
+  require(status && status->value("pct", Json()) == times);
+  const Json& told = status->at("cal");
+  require(phaseNamed(told.at("phase").get<std::string>()) == gCal.phase);
+  require(told.at("runs").size() == gCal.runs.size());
+  require(told.contains("lastFailure") == gCal.lastFailure.has_value());
+  require(told.contains("soakBanked") == running);
+  if (!running) return;
+  require(static_cast<double>(told.at("soakBanked").get<std::int64_t>()) == std::trunc(gCal.soakBanked));
+}
+
 void tryText(std::string_view text) {
+  static const Volume volume;
   const std::optional<Json> object = parseJson(text);
   if (!object || !object->is_object()) return;
   const CalibrationState state = taken(*object);
@@ -25,6 +58,8 @@ void tryText(std::string_view text) {
   require(again.has_value());
   require(taken(*again) == state);
   require(jsonText(dict(taken(*again))) == written);
+  tryFile(volume, state);
+  tryStatus(volume);
 }
 
 }  // namespace

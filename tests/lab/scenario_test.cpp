@@ -74,6 +74,15 @@ TEST(ScenarioFile, tellsTheLineThePlaceAndWhatWasExpected) {
           "a.json:1: asks for nothing to be seen, so it can't fail"));
 }
 
+TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
+  const auto nested = [](std::size_t levels) {
+    return R"({"story": "x", "note":)" + std::string(levels, '[') + std::string(levels, ']') + "}";
+  };
+  EXPECT_THAT(complaintsAbout(nested(63)), Not(Contains(HasSubstr("nests too deep"))));
+  EXPECT_THAT(complaintsAbout(nested(64)), ElementsAre("a.json: line 1 nests too deep"));
+  EXPECT_THAT(complaintsAbout(nested(100000)), ElementsAre("a.json: line 1 nests too deep"));
+}
+
 TEST(ScenarioFile, mayNotSayAThingTwice) {
   EXPECT_THAT(complaintsAbout("{\"story\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
               ElementsAre("a.json:3: /timeline/0/do: stands there twice"));

@@ -36,7 +36,10 @@ TEST(Timing, ofAnotherFormIsNone) {
 TEST(Timing, knowsDates) {
   EXPECT_EQ(parseDate("2026-03-01 08:00"), eight);
   EXPECT_EQ(parseDate("2026-03-01 08:00:30"), eight + 30);
-  for (const char* text : {"2026-03-01", "2026-13-01 08:00", "2026-03-01T08:00", "2026-03-01 08:00 x"}) {
+  EXPECT_TRUE(parseDate("2024-02-29 08:00"));
+  for (const char* text :
+       {"2026-03-01", "2026-13-01 08:00", "2026-03-01T08:00", "2026-03-01 08:00 x", "2026-02-29 08:00",
+        "2026-04-31 08:00", "2026-03- 1 08:00", "2026-03-01 08:00:60"}) {
     EXPECT_FALSE(parseDate(text)) << text;
   }
 }

@@ -184,6 +184,18 @@ TEST(DumpImport, saysWhatIsWrongWithItsContent) {
               HasSubstr("how much the battery holds"));
 }
 
+TEST(DumpImport, leavesOutAKeyWithAZeroByte) {
+  // {"A\0": 6} as a binary list: the objects, where they begin, and how to read that. The key is UTF-16.
+  std::string binary = {'b', 'p', 'l',    'i', 's', 't', '0', '0',    '\xD1',
+                        1,   2,   '\x62', 0,   'A', 0,   0,   '\x10', 6};
+  binary += std::string{8, 11, 16} + std::string(6, '\0') + std::string{1, 1};
+  for (const char number : std::string{3, 0, 18}) binary += std::string(7, '\0') + number;
+  std::string reason;
+  const auto dump = readDump(binary, reason);
+  ASSERT_TRUE(dump) << reason;
+  EXPECT_TRUE(dump->empty());
+}
+
 TEST(DumpImport, survivesDeepNesting) {
   std::string deep(20000, '[');
   EXPECT_THAT(refusalOf(deep + std::string(20000, ']')), HasSubstr("not a dictionary"));

@@ -31,18 +31,36 @@ struct MemoryFree {
 
 Value fromPlist(plist_t node, int level);
 
+// In a binary list a key may hold zero bytes. Asked for such a key, the library ends the process; as XML it
+// shows them.
+bool holdsZeroBytes(plist_t key) {
+  char* rawText = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(key, &rawText, &length);
+  const std::unique_ptr<char, MemoryFree> text(rawText);
+  return text == nullptr || std::string_view(text.get(), length).find('\0') != std::string_view::npos;
+}
+
+// The key that an entry of a dictionary stands under; none for one that cannot be asked for.
+std::optional<std::string> keyOf(plist_t entry) {
+  const plist_t key = plist_dict_item_get_key(entry);
+  if (key == nullptr || holdsZeroBytes(key)) return std::nullopt;
+  char* rawText = nullptr;
+  plist_get_key_val(key, &rawText);
+  const std::unique_ptr<char, MemoryFree> text(rawText);
+  return text == nullptr ? std::string() : std::string(text.get());
+}
+
 Dictionary dictionaryFromPlist(plist_t node, int level) {
   Dictionary dictionary;
   plist_dict_iter rawIterator = nullptr;
   plist_dict_new_iter(node, &rawIterator);
   const std::unique_ptr<void, decltype(&std::free)> iterator(rawIterator, &std::free);
   while (true) {
-    char* rawKey = nullptr;
-    plist_t value = nullptr;
-    plist_dict_next_item(node, iterator.get(), &rawKey, &value);
-    const std::unique_ptr<char, MemoryFree> key(rawKey);
-    if (value == nullptr) return dictionary;
-    dictionary.insert_or_assign(key ? key.get() : "", fromPlist(value, level));
+    plist_t entry = nullptr;
+    plist_dict_next_item(node, iterator.get(), nullptr, &entry);
+    if (entry == nullptr) return dictionary;
+    if (auto key = keyOf(entry)) dictionary.insert_or_assign(std::move(*key), fromPlist(entry, level));
   }
 }
 

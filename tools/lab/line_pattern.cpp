@@ -40,16 +40,19 @@ void lookInOrder(const std::vector<std::string>& lines, const std::vector<std::s
 }  // namespace
 
 bool matches(std::string_view line, std::string_view pattern) {
-  const std::size_t gap = pattern.find(anything);
+  std::size_t gap = pattern.find(anything);
   if (gap == std::string_view::npos) return line == pattern;
   if (!line.starts_with(pattern.substr(0, gap))) return false;
   line.remove_prefix(gap);
-  const std::string_view rest = pattern.substr(gap + anything.size());
-  // The shortest texts that fit will do, save for the last piece, which has to reach to the end.
-  for (std::size_t from = 0; from <= line.size(); ++from) {
-    if (matches(line.substr(from), rest)) return true;
+  pattern.remove_prefix(gap + anything.size());
+  // The first place where a piece fits will do, save for the last piece, which has to reach to the end.
+  for (gap = pattern.find(anything); gap != std::string_view::npos; gap = pattern.find(anything)) {
+    const std::size_t at = line.find(pattern.substr(0, gap));
+    if (at == std::string_view::npos) return false;
+    line.remove_prefix(at + gap);
+    pattern.remove_prefix(gap + anything.size());
   }
-  return false;
+  return line.ends_with(pattern);
 }
 
 LineWishes readLineWishes(const Place& place) {

@@ -8,6 +8,9 @@
 namespace brisko::lab {
 namespace {
 
+// No file for people nests deeper, and every level costs stack and room for its place.
+constexpr std::size_t mostLevels = 64;
+
 std::string escaped(std::string_view key) {
   std::string text;
   for (const char letter : key) {
@@ -88,6 +91,10 @@ class LineReader {
   }
   bool open(bool isList) {
     std::string pointer = next();
+    if (levels_.size() == mostLevels) {
+      complaints_->add("", "line " + std::to_string(line()) + " nests too deep");
+      return false;
+    }
     lines_.emplace(pointer, line());
     levels_.push_back({std::move(pointer), isList, 0, "", {}});
     return true;

@@ -104,11 +104,15 @@ double secondsUntil(const Timing& timing, double wallClock) {
 }
 
 std::optional<double> parseDate(std::string_view text) {
+  constexpr const char* form = "%Y-%m-%d %H:%M:%S";
   std::tm parts{};
   const std::string whole = text.size() == 16 ? std::string(text) + ":00" : std::string(text);
-  const char* end = ::strptime(whole.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
-  if (whole.size() != 19 || end == nullptr || *end != '\0') return std::nullopt;
-  return static_cast<double>(::timegm(&parts));
+  if (::strptime(whole.c_str(), form, &parts) == nullptr) return std::nullopt;
+  const auto moment = static_cast<double>(::timegm(&parts));
+  // Written anew it shows what was read generously: a blank for a digit, a day that its month does not have.
+  std::array<char, 32> again{};
+  const std::size_t length = std::strftime(again.data(), again.size(), form, &parts);
+  return std::string_view(again.data(), length) == whole ? std::optional(moment) : std::nullopt;
 }
 
 std::string spanText(double seconds) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 namespace brisko::virtual_mac {
@@ -41,6 +42,10 @@ std::optional<std::string> textOf(const Json& message, const char* name) {
 }
 
 std::optional<std::int64_t> integerOf(const Json& message, const char* name) {
+  // A number beyond 64 bits with a sign would come back as another one.
+  const auto large = memberOf<std::uint64_t>(message, name, &Json::is_number_unsigned);
+  if (large && *large > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
+    return std::nullopt;
   return memberOf<std::int64_t>(message, name, &Json::is_number_integer);
 }
 

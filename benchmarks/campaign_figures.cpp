@@ -1,0 +1,47 @@
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "figures.h"
+
+namespace brisko::bench {
+namespace {
+
+constexpr int seeds = 40;
+constexpr int days = 7;
+
+double realNow() {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+std::string lab() {
+  std::error_code ignored;
+  return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / "brisko-lab").string();
+}
+
+// Whether all went well; else its seconds mean nothing.
+bool runs(const std::string& command) {
+  std::FILE* output = ::popen((command + " 2>/dev/null").c_str(), "r");
+  if (output == nullptr) return false;
+  std::array<char, 4096> ignored{};
+  while (std::fread(ignored.data(), 1, ignored.size(), output) > 0) continue;
+  return ::pclose(output) == 0;
+}
+
+}  // namespace
+
+std::vector<Figure> campaignFigures() {
+  const double start = realNow();
+  const bool held = runs("'" + lab() + "' campaign --seeds 1.." + std::to_string(seeds) + " --days " +
+                         std::to_string(days) + " --faults all");
+  const double minutes = (realNow() - start) / 60;
+  return {{"a campaign with all faults, simulated days a minute", held ? seeds * days / minutes : 0, "",
+           Target::atLeast, 500}};
+}
+
+}  // namespace brisko::bench

@@ -1,0 +1,64 @@
+// A line on the socket of the live control service is a message within its bounds or none, and one that is
+// written anew says the same.
+#include <nlohmann/json.hpp>
+
+#include "fuzz/require.h"
+#include "platform/virtual/live/control_messages.h"
+
+namespace brisko {
+namespace {
+
+using namespace virtual_mac;
+
+// Without its line feed, which has to be there, and to be the only one.
+std::string bare(std::string line) {
+  require(!line.empty() && line.back() == '\n');
+  line.pop_back();
+  require(line.find('\n') == std::string::npos);
+  return line;
+}
+
+// The number under `key` as it stands in the line.
+std::string numberIn(std::string_view line, const char* key) {
+  return nlohmann::json::parse(line, nullptr, false).value(key, nlohmann::json()).dump();
+}
+
+void tryClient(std::string_view line) {
+  const auto client = parseClient(line);
+  if (client) require(parseClient(bare(lineOf(*client))) == client);
+}
+
+void tryRequest(std::string_view line) {
+  const auto request = parseRequest(line);
+  if (!request) return;
+  require(request->bytes <= largestSettings);
+  require(request->kind == ControlRequestKind::applySettings || request->bytes == 0);
+  // The reply has to bear the number that the client chose.
+  require(numberIn(line, "id") == std::to_string(request->id));
+  if (request->kind == ControlRequestKind::applySettings) {
+    require(numberIn(line, "bytes") == std::to_string(request->bytes));
+  }
+  const auto again = parseRequest(bare(lineOf(*request)));
+  require(again && again->kind == request->kind && again->id == request->id &&
+          again->bytes == request->bytes);
+}
+
+void tryReply(std::string_view line) {
+  const auto reply = parseReply(line);
+  if (!reply) return;
+  require(numberIn(line, "id") == std::to_string(reply->id));
+  const auto again = parseReply(bare(lineOf(*reply)));
+  require(again && again->id == reply->id && again->done == reply->done && again->error == reply->error);
+}
+
+}  // namespace
+}  // namespace brisko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size > brisko::virtual_mac::longestControlLine) return 0;  // hung up on before it is looked at
+  const std::string_view line(reinterpret_cast<const char*>(data), size);
+  brisko::tryClient(line);
+  brisko::tryRequest(line);
+  brisko::tryReply(line);
+  return 0;
+}

@@ -1,0 +1,46 @@
+// Any dump makes a machine that can be believed and goes on living, or a reason why not.
+#include <cmath>
+
+#include "dump_import/dump_import.h"
+#include "dump_import/read_dump.h"
+#include "fuzz/require.h"
+#include "platform/virtual/properties.h"
+
+namespace brisko {
+namespace {
+
+using virtual_mac::Machine;
+
+void requireBelievable(const Machine& machine) {
+  const double level = virtual_mac::level(machine);
+  require(level >= 0 && level <= 100);
+  require(machine.powerSource.percent >= 0 && machine.powerSource.percent <= 100);
+  const virtual_mac::Battery& battery = machine.battery;
+  require(std::isfinite(battery.temperatureC) && std::abs(battery.temperatureC) < 1000);
+  require(battery.fullMAh > 0 && battery.fullMAh <= 1e5);
+  require(battery.chargeMAh >= 0 && battery.chargeMAh <= battery.fullMAh);
+  const auto properties = virtual_mac::entryProperties(machine, "AppleSmartBattery");
+  require(properties && !properties->empty());
+  require(virtual_mac::powerSourceList(machine).has_value());
+}
+
+void tryText(std::string_view text) {
+  std::string reason;
+  const auto dump = readDump(text, reason);
+  require(dump.has_value() == reason.empty());
+  if (!dump) return;
+  auto machine = machineFromDump(*dump, &*dump, {}, reason);
+  require(machine.has_value() == reason.empty());
+  if (!machine) return;
+  requireBelievable(*machine);
+  virtual_mac::advance(*machine, machine->now + 600);
+  requireBelievable(*machine);
+}
+
+}  // namespace
+}  // namespace brisko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::tryText({reinterpret_cast<const char*>(data), size});
+  return 0;
+}

@@ -1,0 +1,53 @@
+// A pattern fits a line exactly when a table of all their beginnings says so, and in no more time than that
+// takes. The input is the pattern and the line, each a line; an asterisk stands for the gap, which is three
+// bytes long.
+#include <vector>
+
+#include "fuzz/bytes.h"
+#include "fuzz/require.h"
+#include "lab/line_pattern.h"
+
+namespace brisko::lab {
+namespace {
+
+constexpr char gap = '*';
+
+bool fits(std::string_view line, std::string_view pattern) {
+  // Whether the pattern so far fits the first so many bytes of the line.
+  std::vector<bool> reached(line.size() + 1);
+  reached[0] = true;
+  for (const char wanted : pattern) {
+    std::vector<bool> next(line.size() + 1);
+    if (wanted == gap) next[0] = reached[0];
+    for (std::size_t at = 1; at <= line.size(); ++at) {
+      next[at] = wanted == gap ? reached[at] || next[at - 1] : reached[at - 1] && line[at - 1] == wanted;
+    }
+    reached = std::move(next);
+  }
+  return reached.back();
+}
+
+void tryPattern(std::string_view shortPattern, std::string_view line) {
+  if (line.find(gap) != std::string_view::npos) return;
+  if (line.find('\xE2') != std::string_view::npos || shortPattern.find('\xE2') != std::string_view::npos)
+    return;
+  std::string pattern;
+  for (const char letter : shortPattern) {
+    if (letter == gap) {
+      pattern += "…";
+    } else {
+      pattern += letter;
+    }
+  }
+  require(matches(line, pattern) == fits(line, shortPattern));
+}
+
+}  // namespace
+}  // namespace brisko::lab
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::Bytes bytes(data, size);
+  const std::string_view pattern = bytes.upTo('\n');
+  brisko::lab::tryPattern(pattern, bytes.rest());
+  return 0;
+}

@@ -1,0 +1,36 @@
+// A client is let in by exactly the requirement that the daemon makes of its identifier and its team. The
+// input's lines are the identifier, the team and the requirement.
+#include "fuzz/bytes.h"
+#include "fuzz/require.h"
+#include "platform/virtual/client_requirement.h"
+
+namespace brisko {
+namespace {
+
+bool isPlain(std::string_view text) {
+  return !text.empty() && text.find_first_of("\"\\") == std::string_view::npos;
+}
+
+std::string requirementOn(const virtual_mac::ClientSignature& client) {
+  return "anchor apple generic and identifier \"" + client.identifier +
+         "\" and certificate leaf[subject.OU] = \"" + client.team + "\"";
+}
+
+void tryClient(virtual_mac::ClientSignature client, std::string_view requirement) {
+  const bool sayable = isPlain(client.identifier) && isPlain(client.team);
+  require(meets(client, requirement) == (sayable && requirement == requirementOn(client)));
+  require(meets(client, requirementOn(client)) == sayable);
+  client.signedByApple = false;
+  require(!meets(client, requirement) && !meets(client, requirementOn(client)));
+}
+
+}  // namespace
+}  // namespace brisko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::Bytes bytes(data, size);
+  const std::string identifier(bytes.upTo('\n'));
+  const std::string team(bytes.upTo('\n'));
+  brisko::tryClient({true, team, identifier}, bytes.rest());
+  return 0;
+}

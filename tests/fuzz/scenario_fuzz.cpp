@@ -1,0 +1,36 @@
+// A text is a scenario or is complained of, never both; the same text gives the same complaints, and each of
+// them names the file.
+#include "fuzz/require.h"
+#include "lab/scenario.h"
+
+namespace brisko::lab {
+namespace {
+
+constexpr const char* file = "nowhere/story.json";
+
+void tryText(std::string_view text) {
+  Complaints complaints(file);
+  const auto scenario = readScenario(text, complaints);
+  require(scenario.has_value() == complaints.none());
+  for (const std::string& complaint : complaints.texts()) require(complaint.starts_with(file));
+
+  Complaints again(file);
+  const auto same = readScenario(text, again);
+  require(again.texts() == complaints.texts());
+  require(same.has_value() == scenario.has_value());
+  if (!scenario) return;
+  require(!scenario->story.empty() && !scenario->steps.empty());
+  require(same->steps.size() == scenario->steps.size() && same->end.size() == scenario->end.size());
+  for (const Step& step : scenario->steps) {
+    require(step.place.starts_with("/timeline/"));
+    require(!step.at || secondsUntil(*step.at, 1772352000) > 0);
+  }
+}
+
+}  // namespace
+}  // namespace brisko::lab
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::lab::tryText({reinterpret_cast<const char*>(data), size});
+  return 0;
+}

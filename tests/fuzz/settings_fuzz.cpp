@@ -1,0 +1,60 @@
+// Every object makes settings, save one with a number beyond 64 bits under an integer key, which is meant to
+// end the process; and what was made of it stands in the file that the daemon writes.
+#include <nlohmann/json.hpp>
+
+#include "core/checked.h"
+#include "core/options.h"
+#include "core/settings.h"
+#include "fuzz/expected_settings.h"
+#include "fuzz/fatal.h"
+#include "fuzz/require.h"
+#include "fuzz/volume.h"
+
+namespace brisko {
+namespace {
+
+void tryOneShots(const Settings& settings) {
+  writeConfig(settings, true, std::nullopt, !settings.calibrate);
+  Settings changed = settings;
+  changed.topUp = true;
+  changed.calibrate = !settings.calibrate;
+  require(readConfig(gConfigPath) == changed);
+}
+
+void trySoakTime(const Settings& settings) {
+  // The status tells it in seconds, and ends the process when they do not fit.
+  constexpr std::int64_t most = 153722867280912930;  // minutes
+  const bool fits = settings.calSoakMinutes >= -most && settings.calSoakMinutes <= most;
+  std::int64_t seconds = 0;
+  require(fits != endsTheProcess([&] { seconds = checkedProduct(settings.calSoakMinutes, 60); }));
+  require(!fits || seconds / 60 == settings.calSoakMinutes);
+}
+
+void tryText(std::string_view text) {
+  static const Volume volume;
+  volume.write(defaultConfigPath, text);
+  std::optional<Settings> settings;
+  const bool ended = endsTheProcess([&] { settings = readConfig(gConfigPath); });
+
+  const std::optional<Json> object = parseJson(text);
+  if (!object || !object->is_object()) return require(!ended && !settings);
+  const std::optional<Settings> wanted = expectedSettings(*object);
+  require(ended == !wanted);
+  require(settings == wanted);
+  if (!settings) return;
+
+  writeConfig(*settings, std::nullopt, std::nullopt, std::nullopt);
+  require(readConfig(gConfigPath) == settings);
+  const std::optional<Json> written = parseJson(volume.read(defaultConfigPath).value_or(""));
+  require(written && written->size() == 16);
+  tryOneShots(*settings);
+  trySoakTime(*settings);
+}
+
+}  // namespace
+}  // namespace brisko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::tryText({reinterpret_cast<const char*>(data), size});
+  return 0;
+}

@@ -1,0 +1,36 @@
+// tests/fuzz/volume.h
+// A healthy virtual Mac in memory for a fuzz program, attached to the seam for the life of the process. Its
+// volume lies in a folder of its own. What the daemon says on standard output is thrown away.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/virtual/machine_store.h"
+
+namespace brisko {
+
+class Volume {
+ public:
+  Volume();
+  ~Volume();
+  Volume(const Volume&) = delete;
+  Volume& operator=(const Volume&) = delete;
+
+  // Files by their unmapped paths.
+  void write(std::string_view path, std::string_view bytes) const;
+  void remove(std::string_view path) const;
+  void removeAll(std::string_view path) const;
+  [[nodiscard]] std::optional<std::string> read(std::string_view path) const;
+
+  void stepClock(double seconds);  // the wall clock of the machine
+
+ private:
+  [[nodiscard]] std::string real(std::string_view path) const { return root_ + std::string(path); }
+  std::string root_;
+  std::unique_ptr<virtual_mac::MachineStore> store_;
+};
+
+}  // namespace brisko

@@ -1,0 +1,105 @@
+// What a person says to the virtual Mac and the lab, line by line: a setting, a key with its bytes, a moment,
+// a date.
+#include <array>
+#include <cmath>
+#include <ctime>
+
+#include "fuzz/bytes.h"
+#include "fuzz/require.h"
+#include "lab/timing.h"
+#include "platform/virtual/faults.h"
+#include "platform/virtual/models.h"
+#include "vmac/change_words.h"
+
+namespace brisko {
+namespace {
+
+using virtual_mac::Change;
+using virtual_mac::Machine;
+
+void tryOnMachine(const Change& change) {
+  static const Machine fresh = virtual_mac::makeMachine(virtual_mac::models().front(), {});
+  Machine machine = fresh;
+  virtual_mac::apply(machine, change);
+  virtual_mac::advance(machine, machine.now + 5);
+  const double level = virtual_mac::level(machine);
+  require(level >= 0 && level <= 100);
+  require(std::isfinite(machine.battery.temperatureC));
+}
+
+void trySetting(const std::string& line) {
+  std::string reason;
+  const auto change = vmac::parseSetting(line, reason);
+  require(change.has_value() == reason.empty());
+  if (!change) return;
+  const virtual_mac::Fault* fault = virtual_mac::findFault(line.substr(0, line.find('=')));
+  require(fault != nullptr && fault->change.kind == change->kind);
+  require(change->number >= fault->least && change->number <= fault->most);
+  tryOnMachine(*change);
+}
+
+std::string hexOf(const Change& change) {
+  std::string text;
+  for (std::size_t at = 0; at < change.byteCount; ++at) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    text += digits[change.bytes[at] / 16];
+    text += digits[change.bytes[at] % 16];
+  }
+  return text;
+}
+
+std::string lowered(std::string text) {
+  for (char& letter : text) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  return text;
+}
+
+void tryKeyWrite(const std::string& line) {
+  std::string reason;
+  const auto change = vmac::parseKeyWrite(line, reason);
+  require(change.has_value() == reason.empty());
+  if (!change) return;
+  require(line.size() > 5 && line[4] == '=');
+  require(change->key == virtual_mac::keyCode(line.substr(0, 4)));
+  require(hexOf(*change) == lowered(line.substr(5)));
+  tryOnMachine(*change);
+}
+
+void tryTiming(const std::string& line) {
+  const auto timing = lab::parseTiming(line);
+  if (!timing) return;
+  require(std::isfinite(timing->seconds) && timing->seconds >= 0);
+  require(!timing->timeOfDay || (*timing->timeOfDay >= 0 && *timing->timeOfDay < 86400));
+  require(timing->timeOfDay || timing->seconds > 0);
+  constexpr double now = 1772352000.25;
+  const double wait = lab::secondsUntil(*timing, now);
+  require(wait > 0 && wait <= timing->seconds + 86400);
+}
+
+// A date is what the calendar says of that moment.
+void tryDate(const std::string& line) {
+  const auto moment = lab::parseDate(line);
+  if (!moment) return;
+  const auto seconds = static_cast<std::time_t>(*moment);
+  std::tm parts{};
+  require(::gmtime_r(&seconds, &parts) != nullptr);
+  std::array<char, 32> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);
+  require(std::string_view(text.data(), length).substr(0, line.size()) == line);
+}
+
+}  // namespace
+}  // namespace brisko
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  brisko::Bytes bytes(data, size);
+  while (!bytes.atEnd()) {
+    const std::string line(bytes.upTo('\n'));
+    brisko::trySetting(line);
+    brisko::tryKeyWrite(line);
+    brisko::tryTiming(line);
+    brisko::tryDate(line);
+  }
+  return 0;
+}

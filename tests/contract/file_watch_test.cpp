@@ -207,6 +207,18 @@ TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatIsGoneBeforeItIsWatched) 
   }
 }
 
+TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatIsReplacedBeforeItIsWatched) {
+  const auto opened = openForEvents(path);
+  ASSERT_TRUE(opened.has_value());
+  test::put(scratch.path("new"), "new content");
+  rename(scratch.path("new"), path);
+  (void)watchFile(
+      *opened, everything, [this](FileEvents events) { story.push_back(wordsOf(events)); }, [] {});
+  EXPECT_THAT(delivered(), ElementsAre("deleted"));
+  append(path, "!");
+  EXPECT_THAT(delivered(), IsEmpty());
+}
+
 TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatSomebodyHoldsOpen) {
   std::ofstream holder(path, std::ios::app);
   (void)watch(path);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace brisko::stand_ins {
 
@@ -11,7 +10,6 @@ namespace brisko::stand_ins {
 [[nodiscard]] std::uint64_t ticksOfSeconds(double uptime);
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
-// Empty when the file has lost its name.
-[[nodiscard]] std::string pathOfOpenFile(int descriptor);
+[[nodiscard]] bool hasLostItsName(int descriptor);
 
 }  // namespace brisko::stand_ins

@@ -49,7 +49,7 @@ FileLook lookAt(int descriptor) {
 }
 
 std::optional<int> openForNotices(const std::string& path) {
-  // Not blocking: also a pipe opened like this would else wait for its other end.
+  // Not blocking: a pipe would wait for its other end, opened for events alone or not.
   const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
   return descriptor;

@@ -2,6 +2,7 @@
 // What the stand-ins share of the system below the frameworks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace brisko::stand_ins {
@@ -11,5 +12,8 @@ namespace brisko::stand_ins {
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
 [[nodiscard]] bool hasLostItsName(int descriptor);
+
+// How many bytes of a successful answer the controller's driver gives. All, unless a test says otherwise.
+extern std::size_t gAnswerBytes;
 
 }  // namespace brisko::stand_ins

@@ -5,6 +5,13 @@ option(BRISKO_SANITIZE_THREADS "Build with ThreadSanitizer" OFF)
 option(BRISKO_FUZZ "Build the fuzzers, with clang and with BRISKO_SANITIZE" OFF)
 option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
 
+if(APPLE)
+  # $<LINK_GROUP:RESCAN,…>, which CMake has for linkers that look through each library once. Apple's looks through all
+  # of them for as long as anything is missing.
+  set(CMAKE_CXX_LINK_GROUP_USING_RESCAN_SUPPORTED TRUE)
+  set(CMAKE_CXX_LINK_GROUP_USING_RESCAN "" "")
+endif()
+
 # Everything of ours is compiled with these; the warnings are errors.
 add_library(brisko_options INTERFACE)
 set(BRISKO_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)

@@ -13,7 +13,7 @@ namespace brisko::platform {
 enum FileEvent : std::uint32_t {
   fileWritten = 1U << 0U,     // not promised for what comes and goes in a folder
   fileExtended = 1U << 1U,    // it is longer than before
-  fileAttributes = 1U << 2U,  // mode, owner, times, one more link
+  fileAttributes = 1U << 2U,  // mode, owner, times; also, depending on the system, length and links
   fileDeleted = 1U << 3U,     // a name of it is gone, also by another file's taking that name
   fileRenamed = 1U << 4U,
 };

@@ -42,7 +42,7 @@ void afterAWhile(Work work, int turns = 5) {
 bool isShutOut(int signal) {
   sigset_t mask;
   ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-  return ::sigismember(&mask, signal) == 1;
+  return sigismember(&mask, signal) == 1;
 }
 
 TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {

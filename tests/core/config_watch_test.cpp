@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 
 #include "core/options.h"
 #include "platform/run_loop.h"
+#include "support/descriptors.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
 
@@ -25,11 +25,6 @@ using ::testing::StartsWith;
 void afterTurns(int count) {
   if (count == 0) return platform::stopMain();
   platform::postMain([count] { afterTurns(count - 1); });
-}
-
-std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
 class ConfigWatch : public test::OnVirtualMac {
@@ -218,12 +213,12 @@ TEST_F(ConfigWatch, leavesNothingBehindOverAThousandReplacements) {
   watchConfig();
   replace("{ }");
   EXPECT_EQ(ticks(), 1);
-  const std::size_t before = openDescriptors();
+  const std::size_t before = test::openDescriptors();
   for (int time = 0; time < 1000; ++time) {
     replace(time % 2 == 0 ? "{}" : "{ }");
     ASSERT_EQ(ticks(), 1) << time;
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
   EXPECT_TRUE(gConfigSource.has_value());
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <set>
@@ -14,6 +13,7 @@
 #include <sys/mman.h>
 
 #include "platform/virtual/simulated/driver.h"
+#include "support/descriptors.h"
 #include "support/life.h"
 #include "support/virtual_mac.h"
 
@@ -329,12 +329,6 @@ struct Watched {
   std::uint64_t mostDescriptors;
 };
 
-std::uint64_t openDescriptors() {
-  std::error_code error;
-  const std::filesystem::directory_iterator entries("/proc/self/fd", error);
-  return static_cast<std::uint64_t>(std::distance(begin(entries), end(entries)));
-}
-
 class Watch {
  public:
   Watch()
@@ -347,7 +341,7 @@ class Watch {
         ours += event.pending && virtual_mac::textOf(event.identifier) == "com.brisko.daemon" ? 1 : 0;
       seen->mostOfOurWakes = std::max(seen->mostOfOurWakes, ours);
       if (seen->events++ % 97 == 0)
-        seen->mostDescriptors = std::max(seen->mostDescriptors, openDescriptors());
+        seen->mostDescriptors = std::max<std::uint64_t>(seen->mostDescriptors, test::openDescriptors());
     });
   }
   ~Watch() {

@@ -28,8 +28,8 @@ TEST(CFValue, keepsTheKindOfEveryValueThatIsWritten) {
 }
 
 TEST(CFValue, keepsTextsOfEveryLength) {
-  for (const std::string& text :
-       {std::string(), std::string("wake"), std::string("⚡️ — é 🔋"), std::string(1000, 'x')}) {
+  for (const std::string& text : {std::string(), std::string("wake"), std::string("⚡️ — é 🔋"),
+                                  std::string("———"), std::string(1000, 'x')}) {
     const Value value = thereAndBack(text);
     ASSERT_NE(value.asText(), nullptr);
     EXPECT_EQ(*value.asText(), text);

@@ -16,6 +16,7 @@
 #include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
 #include "policy/tick_state.h"
+#include "support/descriptors.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {
@@ -159,19 +160,15 @@ TEST_F(Presence, isSilentOnceGivenUp) {
 }
 
 TEST_F(Presence, keepsOneDescriptorHoweverOftenTheAppIsReplaced) {
-  const auto descriptors = [] {
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    return std::distance(begin(open), end(open));
-  };
   watchApp();
-  const auto before = descriptors();
+  const auto before = test::openDescriptors();
   for (int time = 0; time < 20; ++time) {
     remove();
     install();
     run(1);
   }
   EXPECT_TRUE(gAppSource.has_value());
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {

@@ -64,7 +64,7 @@ void watchFile(EventSource& source) {
   const auto descriptor = static_cast<int>(source.handle);
   platform::FileEvents wanted = 0;
   for (const auto& [event, name] : names) wanted |= (source.mask & name) != 0 ? event : 0U;
-  bool deletionIsOld = pathOfOpenFile(descriptor).empty();
+  bool deletionIsOld = hasLostItsName(descriptor);
   source.watch = platform::watchFileOfKernel(
       descriptor, wanted,
       [&source, deletionIsOld](platform::FileEvents events) mutable {

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "platform/virtual/properties.h"
 #include "platform/virtual/signals.h"
 #include "stand_ins/main_loop.h"
+#include "stand_ins/system.h"
 #include "stand_ins/values.h"
 
 using brisko::virtual_mac::Journal;
@@ -27,6 +29,8 @@ struct IONotificationPort {
 };
 
 namespace brisko::stand_ins {
+
+std::size_t gAnswerBytes = std::tuple_size_v<platform::SmcRecord>;
 
 namespace {
 
@@ -104,7 +108,9 @@ platform::KernelStatus exchange(const void* input, void* output) {
     signals = std::exchange(machine.pendingSignals, 0);
     return answer;
   });
-  if (status == platform::kernelSuccess) std::memcpy(output, received.data(), recordSize);
+  // Of a call that failed the output means nothing.
+  if (status == platform::kernelSuccess) std::memcpy(output, received.data(), gAnswerBytes);
+  if (status != platform::kernelSuccess) std::memset(output, 0xEE, recordSize);
   virtual_mac::raiseSignals(signals);
   return status;
 }
@@ -224,6 +230,7 @@ kern_return_t IOConnectCallStructMethod(mach_port_t connection, std::uint32_t se
   if (selector != exchangeSelector || inputSize != recordSize || *outputSize != recordSize) {
     return resultOf(platform::kernelBadArgument);
   }
+  *outputSize = gAnswerBytes;
   return resultOf(exchange(input, output));
 }
 

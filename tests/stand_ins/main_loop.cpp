@@ -203,6 +203,8 @@ void enqueueAt(double uptime, Work work) {
   loop().queue.emplace(Place{uptime, ++loop().added}, std::move(work));
 }
 
+std::size_t timersScheduled() { return loop().timers.size(); }
+
 long outsideCommonModes() { return loop().outsideCommonModes; }
 
 }  // namespace brisko::stand_ins

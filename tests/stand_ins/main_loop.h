@@ -4,6 +4,7 @@
 // that finds it.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -18,6 +19,9 @@ using Work = std::function<void()>;
 // Work on the main queue, from `uptime` on; without one as soon as its turn comes.
 void enqueue(Work work);
 void enqueueAt(double uptime, Work work);
+
+// How many timers the run loop has to look after.
+[[nodiscard]] std::size_t timersScheduled();
 
 // A source of the run loop. Those of a lower rank are asked first what there is to tell.
 enum class Rank { powerSources, powerMessages };

@@ -1,5 +1,6 @@
 #include "stand_ins/system.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <mach/mach_time.h>
+#include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <unistd.h>
 
@@ -69,15 +71,27 @@ std::uint64_t ticksOfSeconds(double uptime) {
 }
 double secondsOfTicks(std::uint64_t ticks) { return static_cast<double>(ticks) / ticksPerSecond; }
 
-std::string pathOfOpenFile(int descriptor) {
-  constexpr std::string_view mark = " (deleted)";
+namespace {
+
+constexpr std::string_view deletedMark = " (deleted)";
+
+std::string markedPathOfOpenFile(int descriptor) {
   char path[PATH_MAX] = {};
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
   const ssize_t length = ::readlink(link.c_str(), path, sizeof path);
-  if (length <= 0) return "";
-  const std::string_view text(path, static_cast<std::size_t>(length));
-  return text.ends_with(mark) ? "" : std::string(text);
+  return {path, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
+
+// Also when it is another file's by now.
+std::string latestPathOfOpenFile(int descriptor) {
+  std::string path = markedPathOfOpenFile(descriptor);
+  if (path.ends_with(deletedMark)) path.resize(path.size() - deletedMark.size());
+  return path;
+}
+
+}  // namespace
+
+bool hasLostItsName(int descriptor) { return markedPathOfOpenFile(descriptor).ends_with(deletedMark); }
 
 }  // namespace stand_ins
 
@@ -129,9 +143,12 @@ int sysctlbyname(const char* name, void* old, std::size_t* oldSize, void* fresh,
   return 0;
 }
 
-// A path is opened for its events and for nothing else.
+// A path is opened for its events and for nothing else. Even so a pipe waits for its other end.
 int brisko_stand_in_open(const char* path, int flags, ...) {
   if ((flags & O_EVTONLY) == 0 || (flags & O_CLOEXEC) == 0) stand_ins::misuse("open() with such flags");
+  struct stat status {};
+  const bool isPipe = ::stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+  if (isPipe && (flags & O_NONBLOCK) == 0) stand_ins::misuse("a pipe waits for its other end for ever");
   return platform::openForEventsOfKernel(path).value_or(-1);
 }
 
@@ -141,8 +158,9 @@ int brisko_stand_in_fcntl(int descriptor, int command, ...) {
   va_start(arguments, command);
   char* buffer = va_arg(arguments, char*);
   va_end(arguments);
-  const std::string path = stand_ins::pathOfOpenFile(descriptor);
-  if (path.empty()) {
+  const std::string path = stand_ins::latestPathOfOpenFile(descriptor);
+  struct stat anyFile {};
+  if (::stat(path.c_str(), &anyFile) != 0) {
     errno = ENOENT;
     return -1;
   }

@@ -2,8 +2,8 @@
 // What the stand-ins share of the system below the frameworks.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <string>
 
 namespace brisko::stand_ins {
 
@@ -11,7 +11,9 @@ namespace brisko::stand_ins {
 [[nodiscard]] std::uint64_t ticksOfSeconds(double uptime);
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
-// Empty when the file has lost its name.
-[[nodiscard]] std::string pathOfOpenFile(int descriptor);
+[[nodiscard]] bool hasLostItsName(int descriptor);
+
+// How many bytes of a successful answer the controller's driver gives. All, unless a test says otherwise.
+extern std::size_t gAnswerBytes;
 
 }  // namespace brisko::stand_ins

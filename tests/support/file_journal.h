@@ -9,6 +9,9 @@ namespace brisko::test {
 // Which files of a folder were written, in order. It looks at nothing below the folder's subfolders.
 class FileJournal {
  public:
+  // Whether this system's kernel tells. A test that needs one is skipped where it does not.
+  [[nodiscard]] static bool canBeKept();
+
   explicit FileJournal(const std::string& folder);  // the folder has to be there
   ~FileJournal();
   FileJournal(const FileJournal&) = delete;

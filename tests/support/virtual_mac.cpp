@@ -7,12 +7,12 @@
 #include <stdexcept>
 #include <string>
 
-#include <sys/inotify.h>
 #include <unistd.h>
 
 #include "lives/journal_words.h"
 #include "platform/virtual/client_requirement.h"
 #include "platform/virtual/control_requests.h"
+#include "platform/virtual/file_events.h"
 #include "platform/virtual/simulated/driver.h"
 #include "support/files.h"
 
@@ -47,7 +47,7 @@ VirtualMac::~VirtualMac() {
 }
 
 int VirtualMac::fileEventQueue() {
-  if (fileEventQueue_ < 0) fileEventQueue_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fileEventQueue_ < 0) fileEventQueue_ = virtual_mac::openFileEventQueueForLives();
   return fileEventQueue_;
 }
 

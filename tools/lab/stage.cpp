@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <sys/inotify.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "lives/journal_words.h"
 #include "lives/scratch.h"
 #include "platform/virtual/control_requests.h"
+#include "platform/virtual/file_events.h"
 #include "platform/virtual/simulated/driver.h"
 
 namespace brisko::lab {
@@ -56,7 +56,7 @@ Stage::Stage(const Outset& outset)
     : volume_(lives::makeScratchFolder("brisko-lab")),
       store_(virtual_mac::MachineStore::inMemory(outset.machine)),
       levels_(new (sharedMemory(sizeof(Levels))) Levels),
-      fileEvents_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)),
+      fileEvents_(virtual_mac::openFileEventQueueForLives()),
       arguments_(outset.arguments),
       environment_(outset.environment),
       keptAlive_(outset.keptAlive),
@@ -75,7 +75,7 @@ Stage::Stage(const Outset& outset)
 Stage::~Stage() {
   life_.reset();
   virtual_mac::attachMachine(nullptr);
-  ::close(fileEvents_);
+  if (fileEvents_ >= 0) ::close(fileEvents_);
   ::munmap(levels_, sizeof(Levels));
   std::error_code ignored;
   fs::remove_all(volume_, ignored);

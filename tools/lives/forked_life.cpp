@@ -22,7 +22,7 @@
 namespace brisko::lives {
 namespace {
 
-// The parent sends a horizon, the child answers with one byte when it stands there. A line that ends says
+// The parent sends an order, the child answers with one byte when it stands there. A line that ends says
 // that the other side is gone.
 class Line {
  public:
@@ -54,11 +54,19 @@ class Line {
 
 [[noreturn]] void giveUp(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
 
+// What the parent sends.
+struct Order {
+  double horizon;     // machine time
+  rlim_t mostOfFile;  // bytes; a process can limit itself on every system, and its children on few
+};
+
 // A child whose parent is gone ends without a word: nothing of the daemon may run on its own account.
 double nextHorizon(const Line& line) {
-  double horizon = 0;
-  if (!line.receive(horizon)) ::_exit(1);
-  return horizon;
+  Order order{};
+  if (!line.receive(order)) ::_exit(1);
+  const rlimit limit{order.mostOfFile, RLIM_INFINITY};
+  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) giveUp("setrlimit");
+  return order.horizon;
 }
 
 // The child. It must not get back into the code above it, whatever the daemon throws: hence noexcept.
@@ -100,6 +108,7 @@ struct ForkedLife::Inside {
   std::unique_ptr<Line> line = nullptr;
   int output = namelessFile();
   int errors = namelessFile();
+  rlim_t mostOfFile = RLIM_INFINITY;
   int waitStatus = 0;
   bool alive = true;
 
@@ -142,9 +151,10 @@ ForkedLife::~ForkedLife() { kill(); }
 
 void ForkedLife::run(double seconds) {
   if (!inside_->alive) return;
-  const double horizon = inside_->store.look().machine().now + seconds;
+  const Order order{.horizon = inside_->store.look().machine().now + seconds,
+                    .mostOfFile = inside_->mostOfFile};
   char standing = 0;
-  if (!inside_->line->send(horizon) || !inside_->line->receive(standing)) inside_->reap();
+  if (!inside_->line->send(order) || !inside_->line->receive(standing)) inside_->reap();
 }
 
 void ForkedLife::signal(int number) {
@@ -158,10 +168,7 @@ void ForkedLife::kill() {
 }
 
 void ForkedLife::limitFileSize(std::optional<std::uint64_t> bytes) {
-  if (!inside_->alive) return;
-  const rlim_t most = bytes ? static_cast<rlim_t>(*bytes) : RLIM_INFINITY;
-  const rlimit limit{most, RLIM_INFINITY};
-  if (::prlimit(inside_->child, RLIMIT_FSIZE, &limit, nullptr) != 0) giveUp("prlimit");
+  inside_->mostOfFile = bytes ? static_cast<rlim_t>(*bytes) : RLIM_INFINITY;
 }
 
 bool ForkedLife::alive() const { return inside_->alive; }

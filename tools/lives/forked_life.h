@@ -37,7 +37,8 @@ class ForkedLife {
   void run(double seconds);
   void signal(int number);  // sent while it stands still; taken when it runs on
   void kill();              // kill -9, now
-  // From now on its files grow no further than this many bytes, as on a full disk; none: they grow.
+  // From its next run() on its files grow no further than this many bytes, as on a full disk; none: they
+  // grow.
   void limitFileSize(std::optional<std::uint64_t> bytes);
 
   [[nodiscard]] bool alive() const;

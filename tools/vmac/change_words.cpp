@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <tuple>
 
 #include "platform/virtual/faults.h"
@@ -15,16 +17,20 @@ using virtual_mac::Change;
 using virtual_mac::Fault;
 
 std::optional<double> parseNumber(std::string_view text) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || !std::isfinite(number)) return std::nullopt;
+  // strtod() knows more than plain numbers: blanks, a plus, other bases, words.
+  const bool isPlain = text.find_first_not_of("0123456789.eE+-") == text.npos;
+  if (text.empty() || !isPlain || text.front() == '+') return std::nullopt;
+  const std::string digits(text);
+  char* end = nullptr;
+  const double number = std::strtod(digits.c_str(), &end);
+  if (*end != '\0' || !std::isfinite(number)) return std::nullopt;
   return number;
 }
 
 std::string plain(double number) {
   std::array<char, 32> text{};
-  const auto end = std::to_chars(text.data(), text.data() + text.size(), number).ptr;
-  return {text.data(), end};
+  std::snprintf(text.data(), text.size(), "%.15g", number);
+  return text.data();
 }
 
 std::string rangeText(const Fault& fault) {

@@ -8,6 +8,7 @@
 
 #include <dispatch/dispatch.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace brisko::platform {
@@ -56,10 +57,13 @@ void tellCancelled(void* context) {
   dispatch_release(watch->source);
 }
 
-// The system knows no path to a file that was deleted.
+// Either sign will do: no path, as of what was removed, or no link, as of a file that another one replaced,
+// whose path may live on.
 bool hasLostItsName(int descriptor) {
+  struct stat status {};
   std::array<char, PATH_MAX> path{};
-  return ::fcntl(descriptor, F_GETPATH, path.data()) == -1;
+  return (::fstat(descriptor, &status) == 0 && status.st_nlink == 0) ||
+         ::fcntl(descriptor, F_GETPATH, path.data()) == -1;
 }
 
 void tellDeleted(void* context) {
@@ -71,7 +75,8 @@ void tellDeleted(void* context) {
 }  // namespace
 
 std::optional<int> openForEvents(const std::string& path) {
-  const int descriptor = ::open(path.c_str(), O_EVTONLY | O_CLOEXEC);
+  // Not blocking: a pipe would wait for its other end, opened for events alone or not.
+  const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
   return descriptor;
 }

@@ -68,7 +68,9 @@ void observe(CFRunLoopActivity activity, CFIndex order, CFRunLoopObserverCallBac
   CFRunLoopAddObserver(CFRunLoopGetMain(), observer.get(), kCFRunLoopCommonModes);
 }
 
-// Signals come in last before the wait, and are out first after it.
+// Signals come in last before the wait, and are out first after it. All that the run loop calls, the main
+// queue's work included, comes between the end of one wait and the beginning of the next; when it only polls
+// it calls neither. With signals let in nothing runs but the loop's own way into the wait and out of it.
 void watchTheWait() {
   static bool watching = false;
   if (std::exchange(watching, true)) return;

@@ -24,12 +24,13 @@ SmcOpening openSmc() {
 KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose(connection)); }
 
 KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
-  output.fill(0);
   std::size_t outputSize = output.size();
   const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
                                                                  input.size(), output.data(), &outputSize));
-  if (status != kernelSuccess) output.fill(0);
-  return status;
+  if (status == kernelSuccess && outputSize == output.size()) return status;
+  // In half an answer the missing half would read as success.
+  output.fill(0);
+  return status == kernelSuccess ? kernelError : status;
 }
 
 }  // namespace brisko::platform

@@ -9,10 +9,13 @@ namespace brisko::virtual_mac {
 // The descriptor that is readable once something happened to a watched file; -1 until the first watch.
 [[nodiscard]] int fileEventQueue();
 
-// Makes `queue`, an inotify descriptor that does not wait, the queue of this process before anything is
-// watched. To close one takes the kernel some 20 ms, ten times what a short life in virtual time takes: who
-// starts many gives them one that outlives them, for one life at a time. What an earlier life left in it does
-// no harm.
+// A queue for a process whose children are the lives; its caller closes it. To close one takes Linux some
+// 20 ms, ten times what a short life in virtual time takes: who starts many gives them one that outlives
+// them. -1 where children inherit no queue, or when none is to be had: each life has its own then.
+[[nodiscard]] int openFileEventQueueForLives();
+
+// Makes such a queue the one of this process before anything is watched, for one life at a time. What an
+// earlier life left in it does no harm.
 void useFileEventQueue(int queue);
 
 // Posts the delivery of what happened since the last call. To be called by the run loop in every turn.

@@ -1,27 +1,16 @@
 #include "platform/file_watch.h"
 
 #include <algorithm>
-#include <array>
-#include <climits>
-#include <cstddef>
-#include <cstring>
-#include <string_view>
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/run_loop.h"
 #include "platform/virtual/file_events.h"
+#include "platform/virtual/kernel_notices.h"
 
-// The kernel's notices, asked for through the descriptor, so that they follow the file wherever its name
-// goes. The descriptor is one that opens nothing (O_PATH), but it keeps the file in being all the same: no
-// notice of the end of a file comes while it is held. That the name is gone is therefore looked up. The
-// kernel says when to look: a file that loses a name has its attributes changed; a folder hears nothing of
-// its own removal, but the folder around it does.
+// The watches, over what the kernel has to say of real files.
 
 namespace brisko {
 
@@ -29,9 +18,8 @@ namespace {
 
 using platform::FileEvents;
 using platform::WatchToken;
-
-constexpr std::uint32_t ofTheFile = IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF;
-constexpr std::uint32_t ofTheFolderAround = IN_DELETE;
+using virtual_mac::FileLook;
+using virtual_mac::Notice;
 
 struct Watch {
   WatchToken token = 0;
@@ -40,14 +28,9 @@ struct Watch {
   std::function<void(FileEvents)> fired;
   std::function<void()> cancelled;
 
-  int file = -1;          // what the kernel calls the file in its notices
-  int folderAround = -1;  // the same of the folder that a watched folder lies in
+  virtual_mac::AskedNumbers asked;
   std::uint32_t notices = 0;
-  // As last seen.
-  bool isFolder = false;
-  bool named = true;
-  off_t size = 0;
-  nlink_t links = 0;
+  FileLook seen{};  // at the latest look
 
   FileEvents happened = 0;  // and not yet delivered
 };
@@ -70,98 +53,44 @@ Watch* watchOf(WatchToken token) {
   return nullptr;
 }
 
-std::string linkTo(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
-
-// Added to what is asked of the same file already. -1 where the kernel has no more to give: such a watch
-// stays silent.
-int askFor(const std::string& path, std::uint32_t notices) {
-  return ::inotify_add_watch(watches().queue, path.c_str(), notices | IN_MASK_ADD);
-}
-
-void askForFolderAround(Watch& watch) {
-  watch.folderAround = askFor(linkTo(watch.descriptor) + "/..", ofTheFolderAround);
-}
-
 void stopAskingFor(int number) {
   const auto& all = watches().all;
   const bool needed = std::any_of(all.begin(), all.end(), [number](const Watch& watch) {
-    return watch.file == number || watch.folderAround == number;
+    return watch.asked.file == number || watch.asked.folderAround == number;
   });
-  if (number >= 0 && !needed) ::inotify_rm_watch(watches().queue, number);
-}
-
-// Whether the name by which the file was opened, or the one it was renamed to since, is still its own.
-bool isNamed(int descriptor) {
-  constexpr std::string_view mark = " (deleted)";
-  std::array<char, PATH_MAX> path{};
-  const ssize_t length = ::readlink(linkTo(descriptor).c_str(), path.data(), path.size());
-  return length <= 0 || !std::string_view(path.data(), static_cast<std::size_t>(length)).ends_with(mark);
-}
-
-void lookAt(Watch& watch) {
-  struct stat status {};
-  ::fstat(watch.descriptor, &status);
-  watch.isFolder = S_ISDIR(status.st_mode);
-  watch.size = status.st_size;
-  watch.links = status.st_nlink;
-  watch.named = isNamed(watch.descriptor);
+  if (!needed) virtual_mac::stopNotices(watches().queue, number);
 }
 
 void followToItsNewPlace(Watch& watch) {
-  if (!watch.isFolder) return;
-  const int left = std::exchange(watch.folderAround, -1);
+  if (!watch.seen.isFolder()) return;
+  const int left = std::exchange(watch.asked.folderAround, -1);
   stopAskingFor(left);
-  askForFolderAround(watch);
+  watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
 }
 
 // What the notices since the last look mean.
 FileEvents eventsOf(Watch& watch) {
   const std::uint32_t notices = std::exchange(watch.notices, 0);
-  const bool wasNamed = watch.named;
-  const off_t sizeBefore = watch.size;
-  const nlink_t linksBefore = watch.links;
-  lookAt(watch);
-  // The links of a folder count its subfolders.
-  const bool lostALink = !watch.isFolder && watch.links < linksBefore;
-  const bool deleted = (wasNamed && !watch.named) || lostALink;
-
-  FileEvents events = 0;
-  if ((notices & IN_MODIFY) != 0) events |= platform::fileWritten;
-  if ((notices & IN_MODIFY) != 0 && watch.size > sizeBefore) events |= platform::fileExtended;
-  if ((notices & IN_ATTRIB) != 0 && !deleted) events |= platform::fileAttributes;
-  if (deleted) events |= platform::fileDeleted;
-  if ((notices & IN_MOVE_SELF) != 0) {
-    events |= platform::fileRenamed;
-    followToItsNewPlace(watch);
-  }
+  const FileLook before = std::exchange(watch.seen, virtual_mac::lookAt(watch.descriptor));
+  const FileEvents events = virtual_mac::meaningOf(notices, before, watch.seen);
+  if ((events & platform::fileRenamed) != 0) followToItsNewPlace(watch);
   return events;
 }
 
-void note(const inotify_event& notice) {
-  for (Watch& watch : watches().all) {
-    // With notices lost, all that can be told is that something happened.
-    if ((notice.mask & IN_Q_OVERFLOW) != 0) watch.notices |= IN_MODIFY | IN_ATTRIB;
-    // One with a name is about something inside a watched folder.
-    if (notice.wd == watch.file && notice.len == 0) watch.notices |= notice.mask & ofTheFile;
-    if (notice.wd == watch.folderAround) watch.notices |= notice.mask & ofTheFolderAround;
-  }
+bool concerns(const Notice& notice, const Watch& watch) {
+  if (notice.ofAll) return true;
+  return notice.number == (notice.ofContent ? watch.asked.folderAround : watch.asked.file);
 }
 
 // Takes what the kernel has to say. False when there was nothing.
 bool takeNotices() {
-  std::array<char, 4096> part;
-  bool any = false;
-  for (;;) {
-    const ssize_t count = ::read(watches().queue, part.data(), part.size());
-    if (count <= 0) return any;
-    any = true;
-    for (const char* at = part.data(); at < part.data() + count;) {
-      inotify_event notice{};
-      std::memcpy(&notice, at, sizeof notice);
-      note(notice);
-      at += sizeof notice + notice.len;
+  const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
+  for (const Notice& notice : notices) {
+    for (Watch& watch : watches().all) {
+      if (concerns(notice, watch)) watch.notices |= notice.what;
     }
   }
+  return !notices.empty();
 }
 
 // One set for all that happened until the work is begun. By then the watch may be gone.
@@ -191,7 +120,7 @@ void useFileEventQueue(int queue) { watches().queue = queue; }
 
 void collectFileEvents() {
   const bool nobodyEverWatched = watches().latest == 0;
-  if (nobodyEverWatched || !takeNotices()) return;
+  if (nobodyEverWatched || !::brisko::takeNotices()) return;
   for (Watch& watch : watches().all) {
     if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
@@ -201,19 +130,12 @@ void collectFileEvents() {
 
 namespace platform {
 
-std::optional<int> openForEvents(const std::string& path) {
-  const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
-  if (descriptor < 0) return std::nullopt;
-  // To open a path alone takes no permission; on a Mac it takes that to read.
-  if (::faccessat(AT_FDCWD, linkTo(descriptor).c_str(), R_OK, AT_EACCESS) == 0) return descriptor;
-  ::close(descriptor);
-  return std::nullopt;
-}
+std::optional<int> openForEvents(const std::string& path) { return virtual_mac::openForNotices(path); }
 
 WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
                      std::function<void()> cancelled) {
   Watches& kept = watches();
-  if (kept.queue < 0) kept.queue = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (kept.queue < 0) kept.queue = virtual_mac::openNoticeQueue();
   const WatchToken token = ++kept.latest;
   // What happened before is no concern of the new watch.
   virtual_mac::collectFileEvents();
@@ -224,11 +146,11 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   watch.wanted = wanted;
   watch.fired = std::move(fired);
   watch.cancelled = std::move(cancelled);
-  watch.file = askFor(linkTo(descriptor), ofTheFile);
-  lookAt(watch);
-  if (watch.isFolder) askForFolderAround(watch);
+  const bool isFolder = virtual_mac::lookAt(descriptor).isFolder();
+  watch.asked = virtual_mac::askForNotices(kept.queue, descriptor, isFolder);
+  watch.seen = virtual_mac::lookAt(descriptor);
   // No notice of that comes any more.
-  if (!watch.named) postDelivery(watch, fileDeleted);
+  if (!watch.seen.named) postDelivery(watch, fileDeleted);
   return token;
 }
 
@@ -238,8 +160,8 @@ void cancelWatch(WatchToken token) {
   Watches& kept = watches();
   const Watch watch = *found;
   kept.all.erase(kept.all.begin() + (found - kept.all.data()));
-  stopAskingFor(watch.file);
-  stopAskingFor(watch.folderAround);
+  stopAskingFor(watch.asked.file);
+  stopAskingFor(watch.asked.folderAround);
   if (watch.cancelled) postMain(watch.cancelled);
 }
 

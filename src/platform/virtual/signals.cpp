@@ -33,8 +33,8 @@ void noteArrival(int signal) { gArrived.fetch_or(bitOf(signal)); }
 
 sigset_t handledSignals() {
   sigset_t set;
-  ::sigemptyset(&set);
-  for (const int signal : signals().handled) ::sigaddset(&set, signal);
+  sigemptyset(&set);
+  for (const int signal : signals().handled) sigaddset(&set, signal);
   return set;
 }
 
@@ -48,9 +48,9 @@ void handleSignal(int signal, void (*handler)(int)) {
 
   struct sigaction action {};
   action.sa_handler = handler;
-  ::sigemptyset(&action.sa_mask);
-  ::sigaddset(&action.sa_mask, SIGINT);
-  ::sigaddset(&action.sa_mask, SIGTERM);
+  sigemptyset(&action.sa_mask);
+  sigaddset(&action.sa_mask, SIGINT);
+  sigaddset(&action.sa_mask, SIGTERM);
   ::sigaction(signal, &action, nullptr);
 }
 
@@ -72,7 +72,7 @@ std::vector<std::function<void()>> arrivedSignalWork() {
 sigset_t maskWhileWaiting() {
   sigset_t mask;
   ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-  for (const int signal : signals().handled) ::sigdelset(&mask, signal);
+  for (const int signal : signals().handled) sigdelset(&mask, signal);
   return mask;
 }
 
@@ -83,7 +83,7 @@ void letPendingSignalsIn() {
   sigset_t pending;
   ::sigpending(&pending);
   const bool any = std::any_of(handled.begin(), handled.end(),
-                               [&pending](int signal) { return ::sigismember(&pending, signal) == 1; });
+                               [&pending](int signal) { return sigismember(&pending, signal) == 1; });
   if (!any) return;
   const sigset_t letIn = handledSignals();
   ::pthread_sigmask(SIG_UNBLOCK, &letIn, nullptr);

@@ -13,6 +13,7 @@
 namespace brisko::lab {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 struct Ended {
@@ -75,9 +76,9 @@ TEST_F(LabProgram, endsWith2WhenItIsMisused) {
 }
 
 TEST_F(LabProgram, playsACampaign) {
-  const Ended ended = run("campaign --seeds 1..2 --days 1 --faults none 2>/dev/null");
+  const Ended ended = run("campaign --seeds 1..2 --days 1 --faults none");
   EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.output, "seeds 1..2, 1 day each, faults none: everything holds\n");
+  EXPECT_THAT(ended.output, EndsWith("\nseeds 1..2, 1 day each, faults none: everything holds\n"));
   EXPECT_EQ(run("campaign --days 1").status, 2);
   EXPECT_EQ(run("campaign --seeds 2..1").status, 2);
   EXPECT_EQ(run("campaign --seeds 1 --days 0").status, 2);
@@ -87,8 +88,7 @@ TEST_F(LabProgram, playsACampaign) {
 
 TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
   // The shell in the middle gets its own status back; the signal is for the lab alone.
-  const Ended ended =
-      run("campaign --seeds 1..1000 --days 30 2>/dev/null & sleep 0.5; kill -INT $!; wait $!");
+  const Ended ended = run("campaign --seeds 1..1000 --days 30 & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(ended.status, 130);
   EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: broken off after "));
 }

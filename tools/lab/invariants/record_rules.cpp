@@ -149,13 +149,21 @@ std::string wordAt(const Json& object, const char* key) {
 }
 
 // What the app shows at once.
-std::string signatureOf(const Json& status) {
-  std::string text = status.contains("cal") ? wordAt(status["cal"], "phase") : "?";
+std::string signatureOf(const std::string& text) {
+  const Json status = parseJson(text).value_or(Json::object());
+  std::string signature = status.contains("cal") ? wordAt(status["cal"], "phase") : "?";
   for (const char* key : {"state", "pct", "plugged", "upper", "enabled", "discharge", "hot", "topUp",
                           "gateVerified", "nativeFloor"}) {
-    text += "|" + wordAt(status, key);
+    signature += "|" + wordAt(status, key);
   }
-  return text;
+  return signature;
+}
+
+// Wall clock of the writing; 0 when the status does not say.
+double timeOf(const std::string& status) {
+  constexpr std::string_view key = "\"ts\":";
+  const std::size_t at = status.rfind(key);
+  return at == std::string::npos ? 0 : std::strtod(&status[at + key.size()], nullptr);
 }
 
 class TheStatus final : public Rule {
@@ -165,25 +173,24 @@ class TheStatus final : public Rule {
       return isWritten(change) && change.path == statusPath;
     });
     if (!written) return;
-    const auto status = readJsonObject(onVolume(statusPath));
+    std::string status = readWholeFile(onVolume(statusPath)).value_or("");
     if (scene.circumstances().diskIsFull) {
       // There is no room for what it should say.
-      signature_.clear();
+      status_.clear();
       return;
     }
-    if (!status) return violated(16, "status.json is no whole JSON object");
-    const double time = numberAt(*status, "ts").value_or(0);
-    std::string signature = signatureOf(*status);
-    if (signature == signature_ && time - time_ < 15) {
-      violated(16, "the same again after " + secondsText(time - time_));
+    if (!status.starts_with('{') || !Json::accept(status)) {
+      return violated(16, "status.json is no whole JSON object");
     }
-    signature_ = std::move(signature);
-    time_ = time;
+    const double apart = timeOf(status) - timeOf(status_);
+    if (!status_.empty() && apart < 15 && signatureOf(status_) == signatureOf(status)) {
+      violated(16, "the same again after " + secondsText(apart));
+    }
+    status_ = std::move(status);
   }
 
  private:
-  std::string signature_;  // of the last writing; "" there was none, or it is not known
-  double time_ = 0;        // wall clock
+  std::string status_;  // as it was written last; "" it was not, or it is not known
 };
 
 // ---------------------------------------------------------------------------------------------------------

@@ -42,23 +42,6 @@ bool isNativeWrite(const JournalEntry& entry) {
   return entry.command == virtual_mac::journalLimitSet || entry.command == virtual_mac::journalPreference;
 }
 
-void forEntries(const Scene& scene, std::uint64_t from, std::uint64_t to,
-                const std::function<bool(const JournalEntry&)>& look) {
-  for (std::uint64_t number = from; number < to; ++number) {
-    if (!look(entryOf(scene, number))) return;
-  }
-}
-
-const JournalEntry* firstEntry(const Scene& scene, std::uint64_t from, std::uint64_t to,
-                               const std::function<bool(const JournalEntry&)>& isMeant) {
-  const JournalEntry* found = nullptr;
-  forEntries(scene, from, to, [&](const JournalEntry& entry) {
-    if (isMeant(entry)) found = &entry;
-    return found == nullptr;
-  });
-  return found;
-}
-
 bool isHeard(const JournalEntry& entry, platform::PowerMessage message) {
   return entry.command == virtual_mac::journalHeard && entry.key == static_cast<std::uint32_t>(message);
 }

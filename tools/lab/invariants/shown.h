@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string_view>
 
@@ -25,12 +24,23 @@ namespace brisko::lab {
 [[nodiscard]] bool isNativeWrite(const virtual_mac::JournalEntry& entry);
 
 // Calls `look` with each entry from `from` to before `to`, as long as it returns true.
-void forEntries(const Scene& scene, std::uint64_t from, std::uint64_t to,
-                const std::function<bool(const virtual_mac::JournalEntry&)>& look);
+template <class Look>
+void forEntries(const Scene& scene, std::uint64_t from, std::uint64_t to, const Look& look) {
+  for (std::uint64_t number = from; number < to; ++number) {
+    if (!look(entryOf(scene, number))) return;
+  }
+}
 // The first such entry; null when there is none.
-[[nodiscard]] const virtual_mac::JournalEntry* firstEntry(
-    const Scene& scene, std::uint64_t from, std::uint64_t to,
-    const std::function<bool(const virtual_mac::JournalEntry&)>& isMeant);
+template <class IsMeant>
+[[nodiscard]] const virtual_mac::JournalEntry* firstEntry(const Scene& scene, std::uint64_t from,
+                                                          std::uint64_t to, const IsMeant& isMeant) {
+  const virtual_mac::JournalEntry* found = nullptr;
+  forEntries(scene, from, to, [&](const virtual_mac::JournalEntry& entry) {
+    if (isMeant(entry)) found = &entry;
+    return found == nullptr;
+  });
+  return found;
+}
 
 // A message of the power service that the daemon heard.
 [[nodiscard]] bool isHeard(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);

@@ -61,6 +61,7 @@ struct Carried {
   // The dates of scheduled wakes that this life has nothing to do with, or no longer.
   std::array<double, virtual_mac::scheduledPlaces> strangeWakes{};
   std::size_t strangeWakeCount = 0;
+  bool strangeWakesKnown = false;
   // Of macOS's own limit, once a pass has driven it.
   bool nativeDriven = false;
   bool nativeIdle = false;  // handed back for as long as the limit is switched off

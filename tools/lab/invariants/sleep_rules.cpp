@@ -86,6 +86,7 @@ class Wakes final : public Rule {
   void meet(const Scene& scene) {
     if (met_) return;
     met_ = true;
+    scene.carried().strangeWakesKnown = true;
     for (const ScheduledEvent& event : scene.machine().sleep.events) {
       if (isOfTheDaemon(event)) forgetWake(scene.carried(), event.date);
     }
@@ -275,7 +276,8 @@ void judgeSleepAtEnd(const LifeEnd& end, const Scene& scene, const Violated& vio
   // Who is killed or gives up in the middle leaves everything as it is.
   if (!end.status) return;
   forgetUncancelled(scene, end.rest.journalFrom, end.rest.journalTo);
-  if (wakesOfThisLife(scene) > 0) violated(18, "a wake is still scheduled after the exit");
+  const bool known = scene.carried().strangeWakesKnown;
+  if (known && wakesOfThisLife(scene) > 0) violated(18, "a wake is still scheduled after the exit");
   const std::string fault = unanswered(scene, end.rest.journalFrom, end.rest.journalTo);
   if (!fault.empty()) violated(20, fault);
 }

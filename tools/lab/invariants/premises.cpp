@@ -58,17 +58,6 @@ bool readingsAreTrue(const Machine& machine) {
          showsTheTruth(virtual_mac::findKey(machine, keyCode("TB0T")));
 }
 
-bool filesAreWritable(const Circumstances& circumstances) {
-  return !circumstances.diskIsFull && !circumstances.filesAreHostile;
-}
-
-bool isObedient(const Scene& scene) {
-  const Machine& machine = scene.machine();
-  const Circumstances& circumstances = scene.circumstances();
-  return (!gGate || keysObey(machine, *gGate)) && readingsAreTrue(machine) &&
-         filesAreWritable(circumstances) && circumstances.clockSteppedBackAt == never;
-}
-
 bool adapterIsSeen(const Machine& machine) {
   constexpr std::uint8_t noAdapter = 0xFF;
   const SmcKey* key = virtual_mac::findKey(machine, keyCode("AC-W"));

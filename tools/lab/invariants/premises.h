@@ -25,12 +25,6 @@ namespace brisko::lab {
 // Charge, adapter and temperature are shown as they are, and at once.
 [[nodiscard]] bool readingsAreTrue(const virtual_mac::Machine& machine);
 
-// The files take what the daemon writes.
-[[nodiscard]] bool filesAreWritable(const Circumstances& circumstances);
-
-// All of it, and the clock never went back.
-[[nodiscard]] bool isObedient(const Scene& scene);
-
 // Whether the daemon sees an adapter: the controller tells, and else the power source did.
 [[nodiscard]] bool adapterIsSeen(const virtual_mac::Machine& machine);
 

@@ -121,7 +121,9 @@ TEST(RandomStory, letsEverythingHappenThatIsInTheListOfFaults) {
   }
   for (const std::string& name : ownActionNames()) {
     // A daemon that is always kept alive is never started by hand.
-    if (name != "start") EXPECT_THAT(happened, Contains(name));
+    if (name != "start") {
+      EXPECT_THAT(happened, Contains(name));
+    }
   }
 }
 

@@ -10,7 +10,9 @@
 namespace brisko::lab {
 namespace {
 
-constexpr std::int64_t noon = 12 * 60;
+// Minutes.
+constexpr std::int64_t hour = 60;
+constexpr std::int64_t noon = 12 * hour;
 
 // What a person who uses the Mac in this way does on a day and in the night after it.
 using LiveDay = void (*)(std::int64_t day, const Habits& habits, Dice& dice, Diary& diary);
@@ -46,12 +48,12 @@ void workAtDesk(std::int64_t day, const Habits& habits, Dice& dice, Diary& diary
   const std::int64_t lunch = about(day, noon + 15, 20, dice, diary);
   diary.note(lunch, goToSleep(habits));
   diary.note(lunch + dice.between(1500, 4500), "wake");
-  const std::int64_t leaving = about(day, 17 * 60 + 30, 40, dice, diary);
+  const std::int64_t leaving = about(day, 17 * hour + 30, 40, dice, diary);
   diary.note(leaving, "unplug");
   diary.note(leaving + 5, "sleep");
   if (dice.percent(50)) {
-    diary.note(about(day, 20 * 60 + 30, 30, dice, diary), "wake");
-    if (dice.percent(30)) diary.note(about(day, 22 * 60, 30, dice, diary), "plug");
+    diary.note(about(day, 20 * hour + 30, 30, dice, diary), "wake");
+    if (dice.percent(30)) diary.note(about(day, 22 * hour, 30, dice, diary), "plug");
   }
 }
 
@@ -64,13 +66,13 @@ void commute(std::int64_t day, const Habits& habits, Dice& dice, Diary& diary) {
   if (!isWeekend(day)) {
     diary.note(leaving + 4000, "plug");
     diary.note(leaving + 4030, "wake");
-    const std::int64_t home = about(day, 17 * 60 + 30, 30, dice, diary);
+    const std::int64_t home = about(day, 17 * hour + 30, 30, dice, diary);
     diary.note(home, "unplug");
     diary.note(home + 10, "sleep");
     diary.note(home + 1200, "wake");
     diary.note(home + 3600, "sleep");
   }
-  diary.note(about(day, 20 * 60, 30, dice, diary), "wake");
+  diary.note(about(day, 20 * hour, 30, dice, diary), "wake");
   diary.note(about(day, habits.sleepsAt - 20, 15, dice, diary), "plug");
 }
 
@@ -164,7 +166,7 @@ void work(std::int64_t day, const Habits& habits, Dice& dice, Diary& diary) {
 }
 
 void weather(std::int64_t day, Dice& dice, Diary& diary) {
-  diary.note(diary.moment(day, 7 * 60), actionOf("ambient", dice.between(17, 27)));
+  diary.note(diary.moment(day, 7 * hour), actionOf("ambient", dice.between(17, 27)));
   const std::int64_t from = about(day, noon + 120, 200, dice, diary);
   if (dice.percent(6)) {
     // A car in the sun, a blanket, a beach.
@@ -361,8 +363,8 @@ StoryJson randomSettings(Dice& dice) {
 
 Habits randomHabits(Dice& dice) {
   return {.name = dice.oneOf(kinds).name,
-          .wakesAt = dice.between(6 * 60, 9 * 60),
-          .sleepsAt = dice.between(22 * 60, 25 * 60),
+          .wakesAt = dice.between(6 * hour, 9 * hour),
+          .sleepsAt = dice.between(22 * hour, 25 * hour),
           .fiddling = static_cast<unsigned>(dice.oneOf(std::array{2, 5, 10, 60})),
           .powerNap = dice.percent(70),
           .closesLid = dice.percent(60),

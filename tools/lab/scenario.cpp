@@ -128,6 +128,7 @@ void readMember(const Place& member, Scenario& scenario) {
   if (name == "before") scenario.before = readActions(member);
   if (name == "judged") {
     scenario.judgedByInvariantsAlone = member.oneOf({"by what always holds"}).has_value();
+    scenario.outset.losesPatience = scenario.judgedByInvariantsAlone;
   }
   if (name == "timeline") {
     for (const Place& step : member.elements()) {

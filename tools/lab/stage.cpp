@@ -25,8 +25,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double throttleSeconds = 10;  // between two starts
-constexpr double exitTimeout = 20;      // what the daemon gets to end before a shutdown
+constexpr double shortestThrottle = 10;  // seconds between two starts
+constexpr double longestThrottle = 3600;
+constexpr double exitTimeout = 20;  // what the daemon gets to end before a shutdown
 // Between two looks at the journal, which keeps the latest entries only, and at the charge where no life
 // notes it by itself.
 constexpr double longSlice = 3600;
@@ -60,7 +61,9 @@ Stage::Stage(const Outset& outset)
       arguments_(outset.arguments),
       environment_(outset.environment),
       keptAlive_(outset.keptAlive),
-      starts_(outset.started) {
+      starts_(outset.started),
+      losesPatience_(outset.losesPatience),
+      patience_(shortestThrottle) {
   if (store_ == nullptr || !virtual_mac::makeVolume(volume_)) {
     throw std::runtime_error("no memory for a virtual Mac");
   }
@@ -112,8 +115,10 @@ void Stage::pass(double seconds) {
 
 bool Stage::startIsDue() const {
   return !violation() && keptAlive_ && starts_ && machine().system.poweredOn && !machine().system.asleep &&
-         machine().now >= startedAt_ + throttleSeconds;
+         machine().now >= startedAt_ + throttle();
 }
+
+double Stage::throttle() const { return watch_->doings() == doingsAtEnd_ ? patience_ : shortestThrottle; }
 
 void Stage::slice(double seconds) {
   if (!daemonRuns() && startIsDue()) startDaemon();
@@ -121,7 +126,7 @@ void Stage::slice(double seconds) {
   if (daemonRuns()) {
     life_->run(seconds);
   } else {
-    const double untilStart = startedAt_ + throttleSeconds - machine().now;
+    const double untilStart = startedAt_ + throttle() - machine().now;
     const auto update = store_->update();
     virtual_mac::advance(update.machine(),
                          update.machine().now + (untilStart > 0 ? std::min(seconds, untilStart) : seconds));
@@ -138,6 +143,11 @@ void Stage::noteEnd() {
   endNoted_ = true;
   exitStatus_ = life_->status();
   endSignal_ = life_->endSignal();
+  if (losesPatience_) {
+    const bool atOnce = machine().now < startedAt_ + shortestThrottle;
+    patience_ = atOnce ? std::min(2 * throttle(), longestThrottle) : shortestThrottle;
+    doingsAtEnd_ = watch_->doings();
+  }
   watch_->lifeEnded(exitStatus_, endSignal_, life_->output(), life_->errors());
 }
 

@@ -24,8 +24,11 @@ struct Outset {
   virtual_mac::Machine machine;
   std::vector<std::string> arguments = {};  // of the daemon
   std::map<std::string, std::string> environment = {};
-  bool keptAlive = true;                               // the launch service starts the daemon again
-  bool started = true;                                 // … and for the first time at once
+  bool keptAlive = true;  // the launch service starts the daemon again
+  bool started = true;    // … and for the first time at once
+  // Lives that end at once and for the same reason are nothing new: the launch service waits twice as long
+  // after each, up to an hour, until something happens. No real one does.
+  bool losesPatience = false;
   std::optional<std::string> settings = std::nullopt;  // config.json; none: there is none
 };
 
@@ -94,6 +97,7 @@ class Stage {
   void collectOutput();
   void collectJournal();
   [[nodiscard]] bool startIsDue() const;
+  [[nodiscard]] double throttle() const;  // seconds between two starts
   void endLife();
 
   // How low and how high the charge was. Shared with the lives, which note it after each of their events.
@@ -121,6 +125,9 @@ class Stage {
   std::unique_ptr<lives::ForkedLife> life_;
   bool endNoted_ = true;
   double startedAt_ = 0;  // machine time
+  bool losesPatience_;
+  double patience_;                // the throttle after lives that ended at once …
+  std::uint64_t doingsAtEnd_ = 0;  // … unless something happened since
   std::optional<int> exitStatus_;
   std::optional<int> endSignal_;
   std::uint64_t requests_ = 0;

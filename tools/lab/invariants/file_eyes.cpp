@@ -23,10 +23,15 @@ constexpr std::uint32_t removals = IN_DELETE | IN_MOVED_FROM;
 FileEyes::FileEyes(std::string volume)
     : volume_(std::move(volume)), queue_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
   if (queue_ < 0) throw std::system_error(errno, std::generic_category(), "inotify_init1");
-  for (const char* folder : dataFolders) watch(folder, nullptr);
 }
 
 FileEyes::~FileEyes() { ::close(queue_); }
+
+void FileEyes::open() {
+  watched_.clear();
+  for (const char* folder : dataFolders) watch(folder, nullptr);
+  static_cast<void>(look());
+}
 
 void FileEyes::watch(const std::string& path, std::vector<FileChange>* found) {
   const bool known = std::any_of(watched_.begin(), watched_.end(),

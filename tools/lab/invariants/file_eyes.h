@@ -12,11 +12,14 @@ namespace brisko::lab {
 
 class FileEyes {
  public:
+  // Opened in the lab and inherited by the lives: the kernel takes its time to close them.
   explicit FileEyes(std::string volume);
   ~FileEyes();
   FileEyes(const FileEyes&) = delete;
   FileEyes& operator=(const FileEyes&) = delete;
 
+  // In a life: what is there now is known, and what happened before is not looked at.
+  void open();
   // What happened since the last look. A folder that is new is looked into: what stands there counts too.
   [[nodiscard]] std::vector<FileChange> look();
 

@@ -201,7 +201,7 @@ struct Watch::Inside final : Scene {
     turn.journalFrom = shared->carried.journalSeen;
     turn.journalTo = journal().written;
     hearLines();
-    turn.files = eyes->look();
+    turn.files = eyes.look();
     for (const auto& rule : rules) rule->turnEnded(turn, *this, violated);
     shared->carried.journalSeen = turn.journalTo;
     turn = {};
@@ -210,10 +210,10 @@ struct Watch::Inside final : Scene {
   virtual_mac::MachineStore& store;
   std::string volume;
   Shared* shared;
+  FileEyes eyes{volume};
 
   // In a life.
   Rules rules;
-  std::unique_ptr<FileEyes> eyes;
   Violated violated = [this](int invariant, const std::string& seen) { found(invariant, seen); };
   std::thread::id mainThread;
   bool inPass = false;
@@ -310,6 +310,8 @@ void Watch::lifeEnded(std::optional<int> status, std::optional<int> signal, cons
   judgeProcessAtEnd(end, *inside_, violated);
 }
 
+std::uint64_t Watch::doings() const { return inside_->shared->circumstances.doings; }
+
 std::optional<Violation> Watch::violation() const {
   const Shared& shared = *inside_->shared;
   if (!shared.violated) return std::nullopt;
@@ -319,7 +321,7 @@ std::optional<Violation> Watch::violation() const {
 void Watch::beginToLook() {
   gLooking = inside_.get();
   inside_->mainThread = std::this_thread::get_id();
-  inside_->eyes = std::make_unique<FileEyes>(inside_->volume);
+  inside_->eyes.open();
   addChargeRules(inside_->rules);
   addKeyRules(inside_->rules);
   addVerdictRules(inside_->rules);
@@ -333,7 +335,7 @@ void Watch::lookAfterTurn() { inside_->turnEnded(); }
 
 void Watch::goOn() {
   // What others did to the files meanwhile is not the daemon's doing.
-  static_cast<void>(inside_->eyes->look());
+  static_cast<void>(inside_->eyes.look());
   for (const auto& rule : inside_->rules) rule->wentOn(*inside_);
 }
 

@@ -43,6 +43,8 @@ class Watch {
   // `output` and `errors` are everything that it wrote to its standard output and its standard error.
   void lifeEnded(std::optional<int> status, std::optional<int> signal, const std::string& output,
                  const std::string& errors);
+  // How many things the timeline did so far.
+  [[nodiscard]] std::uint64_t doings() const;
   // The first one; none while all hold.
   [[nodiscard]] std::optional<Violation> violation() const;
 

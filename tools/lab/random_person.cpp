@@ -168,7 +168,7 @@ void work(std::int64_t day, const Habits& habits, Dice& dice, Diary& diary) {
 void weather(std::int64_t day, Dice& dice, Diary& diary) {
   diary.note(diary.moment(day, 7 * hour), actionOf("ambient", dice.between(17, 27)));
   const std::int64_t from = about(day, noon + 120, 200, dice, diary);
-  if (dice.percent(6)) {
+  if (dice.percent(15)) {
     // A car in the sun, a blanket, a beach.
     diary.note(from, actionOf("ambient", dice.between(34, 52)));
   } else if (dice.percent(4)) {
@@ -347,8 +347,8 @@ StoryJson randomSettings(Dice& dice) {
                         {"discharge", dice.percent(40)},
                         {"led", dice.percent(75)},
                         {"blinkSeconds", 2.0},
-                        {"thermal", dice.percent(35)},
-                        {"thermalLimit", dice.between(32, 42)},
+                        {"thermal", dice.percent(50)},
+                        {"thermalLimit", dice.between(30, 40)},
                         {"topUp", dice.oneIn(15)},
                         {"topUpHours", dice.oneOf(std::array{0, 0, 2, 8})},
                         {"hysteresis", dice.oneOf(std::array{0, 2, 5, 5, 5, 5, 10, 30})},

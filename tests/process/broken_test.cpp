@@ -117,11 +117,17 @@ TEST(BrokenDaemon, isCaughtByItsSelfTestInTheMatchingCheckAlone) {
   }
 }
 
+// Breaks that the lab has to notice, and the self-test need not.
+bool isForTheLab(const std::string& name) { return name.starts_with("watch"); }
+
 // A break of something that the self-test does not cover belongs here, beside the test that catches it.
 TEST(BrokenDaemon, hasABreakForEachOfTheseAndNoOther) {
   std::istringstream names(run("brisko-broken", {}).output);
   std::set<std::string> listed;
-  for (std::string name; std::getline(names, name);) EXPECT_TRUE(listed.insert(name).second) << name;
+  for (std::string name; std::getline(names, name);) {
+    if (isForTheLab(name)) continue;
+    EXPECT_TRUE(listed.insert(name).second) << name;
+  }
   std::set<std::string> tested;
   for (const auto& [name, failures] : expectedFailures()) tested.insert(name);
   EXPECT_EQ(listed, tested);

@@ -204,7 +204,10 @@ void Stage::startDaemon() {
     for (const auto& [name, value] : environment_) virtual_mac::setEnvironment(name, value);
   };
   birth.goesOn = [this] { watch_->goOn(); };
-  if (recording_ != nullptr) birth.standing = [this] { recording_->noteInLife(machine()); };
+  birth.standing = [this] {
+    if (recording_ != nullptr) recording_->noteInLife(machine());
+    watch_->standStill();
+  };
   life_ = std::make_unique<lives::ForkedLife>(birth);
   setDiskFull(diskIsFull_);
 }

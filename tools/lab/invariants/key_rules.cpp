@@ -61,6 +61,14 @@ class NotesForTheEnd final : public Rule {
 
 bool isCutOverOpen(const GateKeys& keys) { return keys.cut && !keys.stopped(); }
 
+// The texts of the entries, each after a blank.
+std::string writesBetween(const Scene& scene, std::uint64_t from, std::uint64_t to) {
+  std::string text;
+  for (std::uint64_t number = from; number < to; ++number)
+    text += " " + lives::journalText(entryOf(scene, number));
+  return text.empty() ? " nothing" : text;
+}
+
 // Judged is a write that makes it so. Where it was so before the write somebody else did it, or an earlier
 // life that was killed; the daemon finds it and ends it in its next pass. Keys that do not obey are left out:
 // what a refused stop leaves open is not looked at before the cut follows.
@@ -73,7 +81,9 @@ void judgeOrder(const Turn& turn, const Scene& scene, const Violated& violated) 
     const JournalEntry& entry = entryOf(scene, number);
     const GateKeys next = after(keys, carried.gate, entry);
     if (isCutOverOpen(next) && !isCutOverOpen(keys)) {
-      violated(3, "the write " + lives::journalText(entry) + " left the adapter cut with charging open");
+      violated(3, "the write " + lives::journalText(entry) +
+                      " left the adapter cut with charging open, after" +
+                      writesBetween(scene, number < 14 ? 0 : number - 14, number));
     }
     keys = next;
   }

@@ -67,8 +67,8 @@ class WhatIsSet final : public Rule {
   }
 };
 
-// How often a target is written again. Wall clock throughout, as macOS's own dates are: a clock that is set
-// back makes the daemon wait longer.
+// How often a target is written again. Wall clock throughout, as macOS's own dates are; whether too soon
+// cannot be told across a clock that was set.
 class WrittenAgain final : public Rule {
  public:
   void passBegins(const Scene& scene, const Violated&) override {
@@ -88,7 +88,10 @@ class WrittenAgain final : public Rule {
     // On battery macOS shows no limit.
     if (!plugged) waitsSince_ = now;
     const bool writes = firstEntry(scene, pass.journalFrom, pass.journalTo, isNativeWrite) != nullptr;
+    if (scene.circumstances().clockSteppedAt >= lookedAt_) clockWasSet_ = true;
+    lookedAt_ = pass.at;
     if (gNativeWritten != before_) {
+      clockWasSet_ = false;
       confirmed_ = wroteAfterDrift_ = false;
       waitsSince_ = writtenAt_ = now;
       return;
@@ -107,11 +110,14 @@ class WrittenAgain final : public Rule {
       wroteAfterDrift_ = true;
       return;
     }
-    if (now - writtenAt_ < 90) violated(24, "the limit was written again within 90 s");
+    if (now - writtenAt_ < 90 && !clockWasSet_) violated(24, "the limit was written again within 90 s");
     if (now - waitsSince_ >= 600) violated(24, "a limit that macOS refuses was written again");
     writtenAt_ = now;
+    clockWasSet_ = false;
   }
 
+  double lookedAt_ = never;             // machine time of the pass before
+  bool clockWasSet_ = false;            // since the last write
   std::optional<std::int64_t> before_;  // gNativeWritten as the pass began
   double writtenAt_ = 0;
   double waitsSince_ = 0;

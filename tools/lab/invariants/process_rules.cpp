@@ -180,11 +180,16 @@ class Replies final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 32. How a life ends.
 
-bool isInTheBook(int status, const std::string& errors) {
+// On a full disk the lab gets none of the words that a life leaves behind.
+bool says(const std::string& errors, std::string_view words, const Circumstances& so) {
+  return errors.find(words) != std::string::npos || (so.diskIsFull && errors.empty());
+}
+
+bool isInTheBook(int status, const std::string& errors, const Circumstances& so) {
   constexpr int misplaced = 1;    // not root, or no controller to talk to
   constexpr int unsupported = 2;  // no way to control the charge
   if (status == 0) return true;
-  return (status == misplaced || status == unsupported) && errors.starts_with("⛔️ ");
+  return (status == misplaced || status == unsupported) && says(errors, "⛔️ ", so);
 }
 
 bool wasSent(int signal, const Circumstances& so) {
@@ -193,7 +198,7 @@ bool wasSent(int signal, const Circumstances& so) {
 
 // Numbers that cannot be kept end the process with a word about it.
 bool isFatalByTheBook(int signal, const std::string& errors, const Circumstances& so) {
-  return signal == SIGABRT && so.unkeepableFiles != 0 && errors.find("brisko-daemon: ") != std::string::npos;
+  return signal == SIGABRT && so.unkeepableFiles != 0 && says(errors, "brisko-daemon: ", so);
 }
 
 }  // namespace
@@ -207,7 +212,7 @@ void addProcessRules(Rules& rules) {
 void judgeProcessAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
   const Circumstances& so = scene.circumstances();
   const std::string words = end.errors.substr(0, end.errors.find('\n'));
-  if (end.status && !isInTheBook(*end.status, end.errors)) {
+  if (end.status && !isInTheBook(*end.status, end.errors, so)) {
     violated(32, "it ended with status " + std::to_string(*end.status) + ": " + words);
   }
   if (end.signal && !wasSent(*end.signal, so) && !isFatalByTheBook(*end.signal, end.errors, so)) {

@@ -333,6 +333,11 @@ void Watch::beginToLook() {
 
 void Watch::lookAfterTurn() { inside_->turnEnded(); }
 
+void Watch::standStill() {
+  // In the middle of a pass it only waits for time to move on.
+  if (!inside_->inPass) inside_->turnEnded();
+}
+
 void Watch::goOn() {
   // What others did to the files meanwhile is not the daemon's doing.
   static_cast<void>(inside_->eyes.look());

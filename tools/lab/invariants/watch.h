@@ -52,7 +52,8 @@ class Watch {
 
   void beginToLook();  // before anything of the daemon
   void lookAfterTurn();
-  void goOn();  // the life stood still, and goes on
+  void standStill();  // the life is about to: what it did until here is judged before others do something
+  void goOn();        // it stood still, and goes on
 
   struct Inside;
 

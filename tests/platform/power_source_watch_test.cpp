@@ -1,0 +1,37 @@
+// How a process hears of a power source that changes because of what the process does.
+
+#include <gtest/gtest.h>
+
+#include "platform/power_sources.h"
+#include "platform/run_loop.h"
+#include "support/virtual_mac.h"
+
+namespace brisko::virtual_mac {
+namespace {
+
+TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
+  test::VirtualMac mac;
+  int heard = 0;
+  int heardAtOnce = 0;
+  const double begin = mac.machine().now;
+  ASSERT_TRUE(platform::addPowerSourceNotification([&] {
+    ++heard;
+    if (mac.machine().now == begin) ++heardAtOnce;
+    if (mac.machine().adapter.present) {
+      mac.unplug();
+    } else {
+      mac.plugIn();
+    }
+  }));
+  mac.unplug();
+  const platform::TimerToken timer = platform::addRepeatingTimer(10, [] {});
+  platform::postMainAfter(35, platform::stopMain);
+  platform::runMain();
+  platform::invalidateTimer(timer);
+
+  EXPECT_EQ(heardAtOnce, 16);
+  EXPECT_GT(heard, 2 * 16);  // the rest with what comes next
+}
+
+}  // namespace
+}  // namespace brisko::virtual_mac

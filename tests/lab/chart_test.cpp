@@ -162,9 +162,9 @@ TEST_F(Drawn, hasARowForWhatIsKnown) {
 TEST_F(Drawn, endsAStretchAtAGap) {
   add(0, 60).state = ChargeState::hold;
   add(30, 60).state = ChargeState::hold;
-  add(60, 60) = picture.moments.front();
-  picture.moments.back().time = begin + 3600;
-  picture.moments.back().afterGap = true;
+  Moment& last = add(60, 60);
+  last.state = ChargeState::hold;
+  last.afterGap = true;
   EXPECT_THAT(path("look hold"), StartsWith("M80 "));
   EXPECT_THAT(path("look hold"), HasSubstr("h453v"));
 }

@@ -28,7 +28,9 @@ std::uint64_t Dice::below(std::uint64_t end) {
 }
 
 std::int64_t Dice::between(std::int64_t least, std::int64_t most) {
-  return least + static_cast<std::int64_t>(below(static_cast<std::uint64_t>(most - least) + 1));
+  // Without a sign, where it may be wider than a signed number.
+  const auto first = static_cast<std::uint64_t>(least);
+  return static_cast<std::int64_t>(first + below(static_cast<std::uint64_t>(most) - first + 1));
 }
 
 std::size_t Dice::weighted(std::span<const unsigned> weights) {

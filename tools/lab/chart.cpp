@@ -374,7 +374,7 @@ class Drawing {
       if (!moment.shown || (moment.shown == last && &moment != &chart_.moments.back())) continue;
       const std::string x = coordinate(xOf(moment.time));
       const std::string y = coordinate(scale.at(static_cast<double>(*moment.shown)));
-      steps += last ? "H" + x + "V" + y : "M" + x + " " + y;
+      steps.append(last ? "H" : "M").append(x).append(last ? "V" : " ").append(y);
       last = moment.shown;
     }
     return steps;

@@ -33,7 +33,6 @@ struct Circumstances {
   double filesTouchedAt = never;    // somebody else wrote or removed a file
   double launchedAt = never;        // the life that runs was started
   bool diskIsFull = false;
-  bool filesAreHostile = false;       // something stands where the daemon's files belong
   std::uint64_t disturbances = 0;     // how often disturbedAt was set for keys or readings
   std::uint64_t leaps = 0;            // how often the charge or what 100 % is was set from outside
   bool logsTouched = false;           // somebody else wrote or removed something where the logs are

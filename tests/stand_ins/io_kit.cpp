@@ -13,6 +13,7 @@
 #include "platform/host.h"
 #include "platform/virtual/machine_store.h"
 #include "platform/virtual/moment.h"
+#include "platform/virtual/power_source_watch.h"
 #include "platform/virtual/properties.h"
 #include "platform/virtual/signals.h"
 #include "stand_ins/main_loop.h"
@@ -302,12 +303,10 @@ CFDictionaryRef IOPSGetPowerSourceDescription(CFTypeRef snapshot, CFTypeRef sour
 
 CFRunLoopSourceRef IOPSNotificationCreateRunLoopSource(IOPowerSourceCallbackType callback, void* context) {
   if (machineStore() == nullptr) return nullptr;
-  std::uint64_t heardOf = machineStore()->look().machine().powerSource.changes;
-  const auto arrived = [callback, context, heardOf](const Machine& machine) mutable {
+  const virtual_mac::HeardChanges before{.count = machineStore()->look().machine().powerSource.changes};
+  const auto arrived = [callback, context, heard = before](const Machine& machine) mutable {
     std::vector<Work> work;
-    if (std::exchange(heardOf, machine.powerSource.changes) != machine.powerSource.changes) {
-      work.emplace_back([=] { callback(context); });
-    }
+    if (heard.hear(machine)) work.emplace_back([=] { callback(context); });
     return work;
   };
   return refTo<CFRunLoopSourceRef>(new Source(Rank::powerSources, arrived));

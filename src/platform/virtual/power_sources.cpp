@@ -14,14 +14,8 @@ namespace {
 // Needed until the last moment of the process, hence never destroyed.
 struct Watch {
   std::vector<std::function<void()>> listeners;
-  std::uint64_t heardOf = 0;  // the machine's count of published changes
-  double heardAt = 0;         // machine time of the last one
-  int heardThen = 0;          // … and how many there were at that moment
+  virtual_mac::HeardChanges heard;
 };
-
-// Where what a process does changes the power source, it hears of its own doing. On a Mac that takes time; a
-// process that answers each time must not keep the clock from moving on.
-constexpr int mostAtOnce = 16;
 Watch& watch() {
   static Watch& kept = *new Watch;
   return kept;
@@ -41,7 +35,7 @@ bool addPowerSourceNotification(std::function<void()> changed) {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return false;
   if (watch().listeners.empty()) {
-    watch().heardOf = virtual_mac::readNow(
+    watch().heard.count = virtual_mac::readNow(
         *store, [](const virtual_mac::Machine& machine) { return machine.powerSource.changes; });
   }
   watch().listeners.push_back(std::move(changed));
@@ -53,14 +47,7 @@ bool addPowerSourceNotification(std::function<void()> changed) {
 namespace virtual_mac {
 
 bool powerSourceChanged(const Machine& machine) {
-  Watch& kept = watch();
-  if (kept.listeners.empty() || kept.heardOf == machine.powerSource.changes) return false;
-  if (kept.heardAt != machine.now) kept.heardThen = 0;
-  if (kept.heardThen == mostAtOnce) return false;
-  kept.heardOf = machine.powerSource.changes;
-  kept.heardAt = machine.now;
-  ++kept.heardThen;
-  return true;
+  return !watch().listeners.empty() && watch().heard.hear(machine);
 }
 
 void tellPowerSourceChange() {

@@ -13,7 +13,7 @@ help:
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    bring the C++ files into the format'
 	@echo 'make tidy      clang-tidy alone'
-	@echo 'make coverage  which lines of src/ no test runs'
+	@echo 'make coverage  which lines of src/ and the virtual Mac no test runs'
 	@echo 'make sign, make package   on a Mac: sign the program, pack it with its installer (docs/macos.md)'
 
 demo: configured

@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/json_file.h"
-#include "core/options.h"
-#include "core/volume_path.h"
+#include "base/json_file.h"
+#include "base/options.h"
+#include "base/volume_path.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 

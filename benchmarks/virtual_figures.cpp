@@ -16,12 +16,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "core/entry.h"
-#include "core/options.h"
+#include "base/options.h"
+#include "daemon/entry.h"
 #include "figures.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/models.h"
-#include "platform/virtual/simulated/driver.h"
+#include "sim/machine/machine_store.h"
+#include "sim/machine/models.h"
+#include "sim/seam/simulated/driver.h"
 
 namespace brisko::bench {
 namespace {

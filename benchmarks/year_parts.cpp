@@ -8,23 +8,23 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/json_file.h"
-#include "core/options.h"
-#include "core/settings.h"
-#include "core/volume_path.h"
+#include "base/json_file.h"
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/settings.h"
+#include "base/volume_path.h"
 #include "figures.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
 #include "platform/run_loop.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/simulated/driver.h"
 #include "policy/evaluation.h"
 #include "records/history.h"
-#include "records/paths.h"
 #include "records/statistics.h"
 #include "records/status.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/simulated/driver.h"
 
 namespace brisko::bench {
 namespace {

@@ -5,7 +5,7 @@ if(NOT status EQUAL 0)
   set(commit unknown)
 endif()
 file(CONFIGURE OUTPUT ${output} CONTENT [[
-#include "lab/commit.h"
+#include "sim/generate/commit.h"
 
 namespace brisko::lab {
 

@@ -8,8 +8,10 @@ option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
 if(APPLE)
   # $<LINK_GROUP:RESCAN,…>, which CMake has for linkers that look through each library once. Apple's looks through all
   # of them for as long as anything is missing.
-  set(CMAKE_CXX_LINK_GROUP_USING_RESCAN_SUPPORTED TRUE)
-  set(CMAKE_CXX_LINK_GROUP_USING_RESCAN "" "")
+  foreach(language IN ITEMS CXX OBJCXX)
+    set(CMAKE_${language}_LINK_GROUP_USING_RESCAN_SUPPORTED TRUE)
+    set(CMAKE_${language}_LINK_GROUP_USING_RESCAN "" "")
+  endforeach()
 endif()
 
 # Everything of ours is compiled with these; the warnings are errors.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs all tests in a build that counts, and shows what of src/ they reach: regions, functions, lines and
-# branches for each folder, then every line that no test runs. Lives that end by _exit, abort or kill -9 count
-# too, since the counters lie in the mapped profile files.
+# Runs all tests in a build that counts, and shows what of src/ and of the virtual Mac they reach: regions,
+# functions, lines and branches for each folder, then every line that no test runs. Lives that end by _exit, abort
+# or kill -9 count too, since the counters lie in the mapped profile files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,19 +28,24 @@ for program in "$build"/brisko-*; do
 done
 # The first program stands without --object.
 inputs=("${programs[@]:1}" --instr-profile "$build/tests.profdata")
+counted=("$PWD/src" "$PWD/sim/machine" "$PWD/sim/seam")
 
 echo
 printf '%-28s %9s %9s %9s %9s\n' folder regions functions lines branches
 while read -r folder; do
   llvm-cov-14 report "${inputs[@]}" --show-branch-summary "$folder"/*.cpp "$folder"/*.h 2>/dev/null |
     awk -v folder="${folder#"$PWD"/}" '$1 == "TOTAL" { printf "%-28s %9s %9s %9s %9s\n", folder, $4, $7, $10, $13 }'
-done < <(find "$PWD/src" -name '*.cpp' -printf '%h\n' | LC_ALL=C sort -u)
-llvm-cov-14 report "${inputs[@]}" --show-branch-summary "$PWD/src" |
-  awk '$1 == "TOTAL" { printf "%-28s %9s %9s %9s %9s\n", "all of src", $4, $7, $10, $13 }'
+done < <(find "${counted[@]}" -name '*.cpp' -printf '%h\n' | LC_ALL=C sort -u)
+total() {
+  llvm-cov-14 report "${inputs[@]}" --show-branch-summary "${@:2}" |
+    awk -v name="$1" '$1 == "TOTAL" { printf "%-28s %9s %9s %9s %9s\n", name, $4, $7, $10, $13 }'
+}
+total 'all of src' "$PWD/src"
+total 'with the virtual Mac' "${counted[@]}"
 
 echo
 echo 'Lines that no test runs:'
-llvm-cov-14 export "${inputs[@]}" --format=lcov "$PWD/src" 2>/dev/null | awk -v root="$PWD/" '
+llvm-cov-14 export "${inputs[@]}" --format=lcov "${counted[@]}" 2>/dev/null | awk -v root="$PWD/" '
   function flush() {
     if (first) text = text (text == "" ? "" : ", ") (first == last ? first : first "-" last)
     first = 0

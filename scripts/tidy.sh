@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over src/ and tools/, as they are compiled in the given build folder (build/asan if none).
+# Runs clang-tidy over src/, sim/, report/ and tools/, as they are compiled in the given build folder (build/asan if none).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/asan}
 
 compiled() {
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" |
-    grep -E "^$PWD/(src|tools)/" | LC_ALL=C sort -u
+    grep -E "^$PWD/(src|sim|report|tools)/" | LC_ALL=C sort -u
 }
 
 # The compiler has already judged the warnings; here they would only cost time.

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/log.h"
 #include "calibration/calibration_record.h"
-#include "core/log.h"
 #include "platform/clock.h"
 
 namespace brisko {

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "calibration/calibration_state.h"
+#include "state/calibration_state.h"
 
 namespace brisko {
 

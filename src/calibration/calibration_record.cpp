@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "core/process_flags.h"
-#include "core/volume_path.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
 #include "hardware/battery.h"
-#include "records/paths.h"
 
 namespace brisko {
 namespace {

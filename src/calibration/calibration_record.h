@@ -6,8 +6,8 @@
 #include <optional>
 #include <string_view>
 
-#include "calibration/calibration_state.h"
-#include "core/json_file.h"
+#include "base/json_file.h"
+#include "state/calibration_state.h"
 
 namespace brisko {
 

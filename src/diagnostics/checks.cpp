@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "core/json_file.h"
-#include "core/utc_text.h"
+#include "base/json_file.h"
+#include "base/utc_text.h"
 
 namespace brisko {
 namespace {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/settings.h"
+#include "base/settings.h"
 #include "power/sleep.h"
 
 namespace brisko {

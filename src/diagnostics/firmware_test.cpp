@@ -6,12 +6,12 @@
 #include <string>
 #include <variant>
 
-#include "core/standard_output.h"
+#include "base/standard_output.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
 #include "platform/clock.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <variant>
 
-#include "core/json_file.h"
-#include "core/standard_output.h"
+#include "base/json_file.h"
+#include "base/standard_output.h"
 #include "hardware/battery.h"
 #include "hardware/smc.h"
 

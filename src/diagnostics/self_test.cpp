@@ -12,12 +12,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "core/files.h"
-#include "core/json_file.h"
-#include "core/log.h"
-#include "core/options.h"
-#include "core/settings.h"
-#include "core/standard_output.h"
+#include "base/files.h"
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/settings.h"
+#include "base/standard_output.h"
 #include "diagnostics/checks.h"
 #include "diagnostics/probe.h"
 #include "hardware/battery.h"

@@ -1,7 +1,7 @@
 #include "hardware/adapter.h"
 
 #include "hardware/smc.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "core/checked.h"
+#include "base/checked.h"
 #include "hardware/smc.h"
 #include "platform/power_sources.h"
 #include "platform/registry.h"

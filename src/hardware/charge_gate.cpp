@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 
+#include "hardware/smart_charge_bridge.h"
 #include "hardware/smc.h"
-#include "native/smart_charge_bridge.h"
-#include "native/system_lock.h"
+#include "hardware/system_lock.h"
 #include "platform/clock.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
-#include "core/log.h"
+#include "base/log.h"
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
+#include "state/machine_abilities.h"
 
 namespace brisko {
 namespace {

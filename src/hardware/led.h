@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "hardware/led_mode.h"
-#include "policy/charge_state_record.h"
+#include "state/charge_state_record.h"
+#include "state/led_mode.h"
 
 namespace brisko {
 

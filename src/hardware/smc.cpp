@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/checked.h"
+#include "base/checked.h"
 
 namespace brisko {
 namespace {

@@ -4,21 +4,21 @@
 #include <array>
 #include <optional>
 
+#include "base/checked.h"
+#include "base/options.h"
+#include "base/settings.h"
 #include "calibration/calibration_cycle.h"
-#include "calibration/calibration_state.h"
-#include "core/checked.h"
-#include "core/options.h"
-#include "core/settings.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
-#include "hardware/led_mode.h"
 #include "hardware/smc.h"
-#include "policy/charge_state_record.h"
-#include "policy/tick_state.h"
 #include "records/history.h"
 #include "records/statistics.h"
 #include "records/status.h"
+#include "state/calibration_state.h"
+#include "state/charge_state_record.h"
+#include "state/led_mode.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -3,17 +3,17 @@
 #include <algorithm>
 #include <string>
 
-#include "core/log.h"
-#include "core/utc_text.h"
+#include "base/log.h"
+#include "base/utc_text.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "hardware/smart_charge_bridge.h"
 #include "hardware/smc.h"
-#include "native/native_limit_state.h"
-#include "native/smart_charge_bridge.h"
 #include "platform/clock.h"
-#include "policy/tick_state.h"
 #include "records/statistics.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "calibration/calibration_drive.h"
-#include "core/settings.h"
-#include "policy/charge_state_record.h"
+#include "base/settings.h"
+#include "state/calibration_drive.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 

@@ -27,7 +27,7 @@ namespace brisko::platform {
 [[nodiscard]] std::string temporaryDirectory();
 
 // The folder that stands for the root of the volume on a virtual Mac, without a trailing slash; empty on a
-// Mac. Only core/volume_path may ask: everything else maps its paths there. The reference stays valid.
+// Mac. Only base/volume_path may ask: everything else maps its paths there. The reference stays valid.
 [[nodiscard]] const std::string& volumeRoot();
 
 }  // namespace brisko::platform

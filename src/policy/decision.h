@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "calibration/calibration_drive.h"
-#include "policy/charge_state_record.h"
+#include "state/calibration_drive.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 

@@ -4,29 +4,29 @@
 #include <optional>
 #include <string>
 
+#include "base/checked.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "base/settings.h"
 #include "calibration/calibration_cycle.h"
-#include "core/checked.h"
-#include "core/log.h"
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "core/settings.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "hardware/charge_state.h"
 #include "hardware/led.h"
-#include "hardware/machine_abilities.h"
 #include "native/locked_system.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
 #include "policy/charge_bounds.h"
-#include "policy/charge_state.h"
 #include "policy/decision.h"
-#include "policy/tick_state.h"
 #include "policy/verification.h"
-#include "power/sleep_state.h"
 #include "records/history.h"
 #include "records/statistics.h"
 #include "records/status.h"
+#include "state/machine_abilities.h"
+#include "state/sleep_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -4,14 +4,14 @@
 #include <optional>
 #include <string>
 
-#include "core/log.h"
+#include "base/log.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "hardware/charge_state.h"
 #include "platform/clock.h"
 #include "policy/charge_bounds.h"
-#include "policy/charge_state.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

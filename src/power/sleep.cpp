@@ -4,22 +4,22 @@
 #include <cmath>
 #include <string>
 
-#include "calibration/calibration_state.h"
-#include "core/checked.h"
-#include "core/log.h"
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "core/settings.h"
+#include "base/checked.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "base/settings.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "hardware/charge_state.h"
+#include "hardware/scheduled_wake.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
-#include "policy/charge_state.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "power/scheduled_wake.h"
-#include "power/sleep_state.h"
+#include "state/calibration_state.h"
+#include "state/charge_state_record.h"
+#include "state/sleep_state.h"
 
 namespace brisko {
 namespace {

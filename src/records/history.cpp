@@ -14,16 +14,16 @@
 #include <utility>
 #include <vector>
 
-#include "core/checked.h"
-#include "core/files.h"
-#include "core/folders.h"
-#include "core/json_file.h"
-#include "core/log.h"
-#include "core/process_flags.h"
-#include "core/volume_path.h"
+#include "base/checked.h"
+#include "base/files.h"
+#include "base/folders.h"
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
 #include "hardware/battery.h"
 #include "platform/clock.h"
-#include "records/paths.h"
 
 namespace brisko {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "core/settings.h"
-#include "policy/charge_state_record.h"
+#include "base/settings.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 

@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "core/checked.h"
-#include "core/json_file.h"
-#include "core/process_flags.h"
-#include "core/volume_path.h"
-#include "native/native_limit_state.h"
+#include "base/checked.h"
+#include "base/json_file.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
+#include "hardware/charge_state.h"
 #include "platform/clock.h"
-#include "policy/charge_state.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 

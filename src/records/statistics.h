@@ -15,7 +15,7 @@ inline double gLastStatsTick = 0;     // wall clock of the last statisticsTick()
 void readStats();
 
 // Writes the file as things stand. Nothing happens after a purge; failures are silent. A total beyond 64 bits
-// is fatal (core/checked.h).
+// is fatal (base/checked.h).
 void writeStats();
 
 // The work of the statistics timer: while the battery is being protected it adds the time since the last

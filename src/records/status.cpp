@@ -5,19 +5,19 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "base/checked.h"
+#include "base/json_file.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
 #include "calibration/calibration_record.h"
-#include "calibration/calibration_state.h"
-#include "core/checked.h"
-#include "core/json_file.h"
-#include "core/process_flags.h"
-#include "core/volume_path.h"
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
-#include "native/native_limit_state.h"
 #include "platform/clock.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
 #include "records/statistics.h"
+#include "state/calibration_state.h"
+#include "state/machine_abilities.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "policy/charge_state_record.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 

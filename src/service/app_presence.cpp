@@ -4,17 +4,17 @@
 #include <string>
 #include <system_error>
 
-#include "core/log.h"
-#include "core/options.h"
-#include "core/orderly_exit.h"
-#include "core/process_flags.h"
-#include "core/volume_path.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
 #include "hardware/led.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
+#include "power/orderly_exit.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 namespace {

@@ -9,18 +9,18 @@
 #include <utility>
 #include <vector>
 
-#include "core/json_file.h"
-#include "core/log.h"
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "core/settings.h"
-#include "core/volume_path.h"
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "base/settings.h"
+#include "base/volume_path.h"
 #include "hardware/charge_gate.h"
 #include "native/native_limit.h"
 #include "platform/code_signature.h"
 #include "platform/run_loop.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
+#include "state/charge_state_record.h"
 
 namespace brisko {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "broken/broken.h"
-#include "core/entry.h"
+#include "daemon/entry.h"
 
 int main(int count, char** arguments) {
   std::vector<std::string> words(arguments, arguments + count);

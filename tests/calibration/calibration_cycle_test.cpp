@@ -6,10 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "calibration/calibration_record.h"
-#include "core/process_flags.h"
 #include "platform/clock.h"
-#include "records/paths.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
 

@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/process_flags.h"
-#include "records/paths.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

@@ -6,15 +6,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "calibration/calibration_record.h"
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "hardware/machine_abilities.h"
 #include "platform/clock.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
+#include "state/charge_state_record.h"
+#include "state/machine_abilities.h"
+#include "state/tick_state.h"
 #include "support/child.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"

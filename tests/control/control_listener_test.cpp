@@ -26,10 +26,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "live/live_folder.h"
 #include "platform/run_loop.h"
-#include "platform/virtual/live/folder_socket.h"
-#include "vmac/control_client.h"
+#include "sim/seam/live/folder_socket.h"
+#include "sim/seam/live/live_folder.h"
+#include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {

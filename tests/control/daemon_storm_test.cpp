@@ -17,11 +17,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "core/entry.h"
-#include "live/live_folder.h"
+#include "daemon/entry.h"
 #include "platform/run_loop.h"
+#include "sim/seam/live/live_folder.h"
 #include "support/files.h"
-#include "vmac/control_client.h"
+#include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {

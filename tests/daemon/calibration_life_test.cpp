@@ -13,9 +13,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/json_file.h"
-#include "core/options.h"
-#include "records/paths.h"
+#include "base/json_file.h"
+#include "base/options.h"
+#include "base/paths.h"
 #include "support/life.h"
 #include "support/virtual_mac.h"
 

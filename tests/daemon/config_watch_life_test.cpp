@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "core/options.h"
+#include "base/options.h"
 #include "support/files.h"
 #include "support/life.h"
 

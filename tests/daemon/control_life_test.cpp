@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "core/options.h"
-#include "platform/virtual/client_requirement.h"
+#include "base/options.h"
+#include "sim/machine/client_requirement.h"
 #include "support/files.h"
 #include "support/life.h"
 

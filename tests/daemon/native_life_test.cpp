@@ -11,8 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/virtual/charge_limit.h"
-#include "platform/virtual/simulated/driver.h"
+#include "sim/machine/charge_limit.h"
+#include "sim/seam/simulated/driver.h"
 #include "support/life.h"
 #include "support/virtual_mac.h"
 

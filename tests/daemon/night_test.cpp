@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include "platform/virtual/simulated/driver.h"
+#include "sim/seam/simulated/driver.h"
 #include "support/descriptors.h"
 #include "support/life.h"
 #include "support/virtual_mac.h"

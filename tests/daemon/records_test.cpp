@@ -10,8 +10,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/json_file.h"
-#include "records/paths.h"
+#include "base/json_file.h"
+#include "base/paths.h"
 #include "support/files.h"
 #include "support/life.h"
 #include "support/virtual_mac.h"

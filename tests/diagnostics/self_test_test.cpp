@@ -6,10 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/log.h"
-#include "core/options.h"
+#include "base/log.h"
+#include "base/options.h"
 #include "platform/host.h"
-#include "policy/charge_state_record.h"
+#include "state/charge_state_record.h"
 #include "support/child.h"
 #include "support/files.h"
 #include "support/life.h"

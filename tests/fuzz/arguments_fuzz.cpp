@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <set>
 
-#include "core/options.h"
+#include "base/options.h"
 #include "fuzz/require.h"
 
 namespace brisko {

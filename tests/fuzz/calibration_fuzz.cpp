@@ -3,11 +3,11 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "base/paths.h"
 #include "calibration/calibration_record.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
 #include "fuzz/volume.h"
-#include "records/paths.h"
 #include "records/status.h"
 
 namespace brisko {

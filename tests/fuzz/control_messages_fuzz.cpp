@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/require.h"
-#include "platform/virtual/live/control_messages.h"
+#include "sim/seam/live/control_messages.h"
 
 namespace brisko {
 namespace {

@@ -2,9 +2,9 @@
 // file, a zero byte and what is sent; without a zero byte there is no file.
 #include <nlohmann/json.hpp>
 
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "core/settings.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "base/settings.h"
 #include "fuzz/bytes.h"
 #include "fuzz/expected_settings.h"
 #include "fuzz/fatal.h"

@@ -1,10 +1,10 @@
 // Any dump makes a machine that can be believed and goes on living, or a reason why not.
 #include <cmath>
 
-#include "dump_import/dump_import.h"
-#include "dump_import/read_dump.h"
 #include "fuzz/require.h"
-#include "platform/virtual/properties.h"
+#include "sim/dump_import/dump_import.h"
+#include "sim/dump_import/read_dump.h"
+#include "sim/machine/properties.h"
 
 namespace brisko {
 namespace {

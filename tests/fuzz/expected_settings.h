@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "core/settings.h"
+#include "base/settings.h"
 
 namespace brisko {
 

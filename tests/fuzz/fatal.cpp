@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "core/checked.h"
+#include "base/checked.h"
 
 namespace brisko {
 

@@ -8,7 +8,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
-#include "core/json_file.h"
+#include "base/json_file.h"
 #include "fuzz/require.h"
 
 namespace brisko {

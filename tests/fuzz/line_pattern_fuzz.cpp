@@ -5,7 +5,7 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
-#include "lab/line_pattern.h"
+#include "sim/scenario/line_pattern.h"
 
 namespace brisko::lab {
 namespace {

@@ -2,7 +2,7 @@
 // input's lines are the identifier, the team and the requirement.
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
-#include "platform/virtual/client_requirement.h"
+#include "sim/machine/client_requirement.h"
 
 namespace brisko {
 namespace {

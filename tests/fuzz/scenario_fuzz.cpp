@@ -1,7 +1,7 @@
 // A text is a scenario or is complained of, never both; the same text gives the same complaints, and each of
 // them names the file.
 #include "fuzz/require.h"
-#include "lab/scenario.h"
+#include "sim/scenario/scenario.h"
 
 namespace brisko::lab {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "platform/power_sources.h"
 #include "platform/registry.h"
-#include "platform/virtual/power_source_watch.h"
+#include "sim/seam/power_source_watch.h"
 
 namespace brisko {
 

@@ -2,9 +2,9 @@
 // end the process; and what was made of it stands in the file that the daemon writes.
 #include <nlohmann/json.hpp>
 
-#include "core/checked.h"
-#include "core/options.h"
-#include "core/settings.h"
+#include "base/checked.h"
+#include "base/options.h"
+#include "base/settings.h"
 #include "fuzz/expected_settings.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"

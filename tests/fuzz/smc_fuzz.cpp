@@ -13,7 +13,7 @@
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -3,14 +3,14 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "core/json_file.h"
+#include "base/json_file.h"
+#include "base/paths.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
 #include "fuzz/volume.h"
-#include "native/native_limit_state.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
 #include "records/statistics.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

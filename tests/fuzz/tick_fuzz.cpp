@@ -12,9 +12,10 @@
 #include <nlohmann/json.hpp>
 #include <span>
 
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "calibration/calibration_record.h"
-#include "core/options.h"
-#include "core/process_flags.h"
 #include "fuzz/bytes.h"
 #include "fuzz/expected_settings.h"
 #include "fuzz/fatal.h"
@@ -23,16 +24,15 @@
 #include "fuzz/volume.h"
 #include "hardware/charge_gate.h"
 #include "hardware/led.h"
-#include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
-#include "native/native_limit_state.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
 #include "power/sleep.h"
-#include "power/sleep_state.h"
-#include "records/paths.h"
 #include "records/statistics.h"
+#include "state/charge_state_record.h"
+#include "state/machine_abilities.h"
+#include "state/native_limit_state.h"
+#include "state/sleep_state.h"
+#include "state/tick_state.h"
 
 namespace brisko {
 namespace {

@@ -7,12 +7,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/json_file.h"
-#include "core/options.h"
-#include "lives/scratch.h"
-#include "platform/virtual/models.h"
-#include "platform/virtual/simulated/driver.h"
+#include "base/files.h"
+#include "base/json_file.h"
+#include "base/options.h"
+#include "sim/machine/models.h"
+#include "sim/process/scratch.h"
+#include "sim/seam/simulated/driver.h"
 
 namespace brisko {
 

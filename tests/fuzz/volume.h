@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/virtual/machine_store.h"
+#include "sim/machine/machine_store.h"
 
 namespace brisko {
 

@@ -6,10 +6,10 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
-#include "lab/timing.h"
-#include "platform/virtual/faults.h"
-#include "platform/virtual/models.h"
-#include "vmac/change_words.h"
+#include "sim/machine/change_words.h"
+#include "sim/machine/faults.h"
+#include "sim/machine/models.h"
+#include "sim/scenario/timing.h"
 
 namespace brisko {
 namespace {

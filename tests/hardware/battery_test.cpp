@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "hardware/adapter.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

@@ -5,7 +5,7 @@
 
 #include "hardware/smc.h"
 #include "platform/clock.h"
-#include "policy/tick_state.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

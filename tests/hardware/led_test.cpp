@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
 #include "platform/run_loop.h"
+#include "state/machine_abilities.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

@@ -7,7 +7,7 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/virtual/simulated/driver.h"
+#include "sim/seam/simulated/driver.h"
 #include "support/life.h"
 #include "support/on_virtual_mac.h"
 

@@ -6,14 +6,14 @@
 
 #include <gmock/gmock.h>
 
-#include "core/process_flags.h"
+#include "base/process_flags.h"
 #include "hardware/charge_gate.h"
-#include "native/native_limit_state.h"
-#include "native/smart_charge_bridge.h"
+#include "hardware/smart_charge_bridge.h"
 #include "platform/clock.h"
 #include "platform/preferences.h"
-#include "policy/charge_state_record.h"
-#include "policy/tick_state.h"
+#include "state/charge_state_record.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

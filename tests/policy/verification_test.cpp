@@ -3,14 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "calibration/calibration_state.h"
 #include "hardware/charge_gate.h"
-#include "hardware/led_mode.h"
-#include "hardware/machine_abilities.h"
+#include "hardware/charge_state.h"
 #include "platform/clock.h"
-#include "policy/charge_state.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
+#include "state/calibration_state.h"
+#include "state/led_mode.h"
+#include "state/machine_abilities.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

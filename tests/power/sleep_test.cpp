@@ -8,17 +8,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "calibration/calibration_state.h"
-#include "core/options.h"
-#include "core/process_flags.h"
+#include "base/options.h"
+#include "base/process_flags.h"
 #include "hardware/charge_gate.h"
+#include "hardware/charge_state.h"
+#include "hardware/scheduled_wake.h"
 #include "platform/clock.h"
-#include "policy/charge_state.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
-#include "power/scheduled_wake.h"
-#include "power/sleep_state.h"
+#include "state/calibration_state.h"
+#include "state/charge_state_record.h"
+#include "state/sleep_state.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

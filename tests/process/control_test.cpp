@@ -18,7 +18,7 @@
 
 #include "process/live_mac.h"
 #include "process/program.h"
-#include "vmac/control_client.h"
+#include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {

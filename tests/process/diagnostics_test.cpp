@@ -11,9 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/virtual/machine_store.h"
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "sim/machine/machine_store.h"
 #include "support/child.h"
 
 namespace brisko {

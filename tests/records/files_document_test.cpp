@@ -11,21 +11,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/settings.h"
 #include "calibration/calibration_record.h"
-#include "calibration/calibration_state.h"
-#include "core/json_file.h"
-#include "core/log.h"
-#include "core/options.h"
-#include "core/process_flags.h"
-#include "core/settings.h"
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
-#include "native/native_limit_state.h"
-#include "policy/tick_state.h"
 #include "records/history.h"
-#include "records/paths.h"
 #include "records/statistics.h"
 #include "records/status.h"
+#include "state/calibration_state.h"
+#include "state/machine_abilities.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {

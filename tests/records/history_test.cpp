@@ -10,8 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/process_flags.h"
-#include "records/paths.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"

@@ -14,8 +14,8 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-#include "core/files.h"
-#include "core/json_file.h"
+#include "base/files.h"
+#include "base/json_file.h"
 #include "records/files_document.h"
 #include "support/files.h"
 #include "support/record_schemas.h"

@@ -7,12 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/process_flags.h"
-#include "native/native_limit_state.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "platform/clock.h"
-#include "policy/charge_state_record.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
+#include "state/charge_state_record.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"

@@ -10,15 +10,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "calibration/calibration_state.h"
-#include "core/json_file.h"
-#include "core/process_flags.h"
+#include "base/json_file.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
-#include "native/native_limit_state.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
 #include "records/statistics.h"
+#include "state/calibration_state.h"
+#include "state/machine_abilities.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"

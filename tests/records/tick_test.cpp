@@ -7,18 +7,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "calibration/calibration_state.h"
-#include "core/options.h"
-#include "core/orderly_exit.h"
-#include "core/process_flags.h"
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
 #include "platform/clock.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
-#include "records/paths.h"
+#include "power/orderly_exit.h"
 #include "records/statistics.h"
+#include "state/calibration_state.h"
+#include "state/charge_state_record.h"
+#include "state/tick_state.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
 

@@ -6,16 +6,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/options.h"
-#include "core/process_flags.h"
+#include "base/options.h"
+#include "base/process_flags.h"
 #include "hardware/led.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
 #include "platform/run_loop.h"
-#include "platform/virtual/simulated/driver.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
+#include "sim/seam/simulated/driver.h"
+#include "state/charge_state_record.h"
+#include "state/tick_state.h"
 #include "support/descriptors.h"
 #include "support/on_virtual_mac.h"
 

@@ -9,17 +9,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/log.h"
-#include "core/options.h"
-#include "core/process_flags.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "platform/run_loop.h"
-#include "platform/virtual/client_requirement.h"
-#include "policy/charge_state_record.h"
 #include "policy/evaluation.h"
-#include "policy/tick_state.h"
 #include "records/history.h"
 #include "records/statistics.h"
+#include "sim/machine/client_requirement.h"
+#include "state/charge_state_record.h"
+#include "state/tick_state.h"
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"

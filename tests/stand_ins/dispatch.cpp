@@ -5,8 +5,8 @@
 #include <dispatch/dispatch.h>
 
 #include "platform/file_watch.h"
-#include "platform/virtual/signals.h"
-#include "platform/virtual/simulated/virtual_time.h"
+#include "sim/seam/signals.h"
+#include "sim/seam/simulated/virtual_time.h"
 #include "stand_ins/kernel_file_events.h"
 #include "stand_ins/main_loop.h"
 #include "stand_ins/system.h"

@@ -11,11 +11,11 @@
 #include <IOKit/pwr_mgt/IOPMLib.h>
 
 #include "platform/host.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/moment.h"
-#include "platform/virtual/power_source_watch.h"
-#include "platform/virtual/properties.h"
-#include "platform/virtual/signals.h"
+#include "sim/machine/machine_store.h"
+#include "sim/machine/properties.h"
+#include "sim/seam/moment.h"
+#include "sim/seam/power_source_watch.h"
+#include "sim/seam/signals.h"
 #include "stand_ins/main_loop.h"
 #include "stand_ins/system.h"
 #include "stand_ins/values.h"

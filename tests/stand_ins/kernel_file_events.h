@@ -1,6 +1,6 @@
 // tests/stand_ins/kernel_file_events.h
 // The watches of the virtual Mac, which are those of this system's kernel, under names beside those of the
-// seam: platform/virtual/file_watch.cpp is compiled once more with them.
+// seam: sim/seam/file_watch.cpp is compiled once more with them.
 #pragma once
 
 #include <functional>

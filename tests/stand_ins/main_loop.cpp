@@ -10,11 +10,11 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/virtual/control_requests.h"
-#include "platform/virtual/file_events.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/signals.h"
-#include "platform/virtual/simulated/virtual_time.h"
+#include "sim/machine/control_requests.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/file_events.h"
+#include "sim/seam/signals.h"
+#include "sim/seam/simulated/virtual_time.h"
 #include "stand_ins/values.h"
 
 namespace brisko::stand_ins {

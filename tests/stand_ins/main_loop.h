@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/virtual/machine.h"
+#include "sim/machine/machine.h"
 #include "stand_ins/objects.h"
 
 namespace brisko::stand_ins {

@@ -4,9 +4,9 @@
 
 #include <notify.h>
 
-#include "platform/virtual/charge_limit.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/moment.h"
+#include "sim/machine/charge_limit.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/moment.h"
 #include "stand_ins/values.h"
 
 namespace brisko::stand_ins {

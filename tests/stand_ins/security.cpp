@@ -1,7 +1,7 @@
 #include <Security/Security.h>
 
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/moment.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/moment.h"
 #include "stand_ins/values.h"
 
 namespace brisko::stand_ins {

@@ -19,10 +19,10 @@
 #include <unistd.h>
 
 #include "platform/host.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/simulated/driver.h"
-#include "platform/virtual/simulated/virtual_time.h"
-#include "platform/virtual/temporary_directory.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/simulated/driver.h"
+#include "sim/seam/simulated/virtual_time.h"
+#include "sim/seam/temporary_directory.h"
 #include "stand_ins/kernel_file_events.h"
 #include "stand_ins/objects.h"
 

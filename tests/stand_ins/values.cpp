@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/virtual/simulated/virtual_time.h"
+#include "sim/seam/simulated/virtual_time.h"
 
 namespace brisko::stand_ins {
 

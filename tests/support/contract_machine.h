@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/virtual/machine.h"
+#include "sim/machine/machine.h"
 
 namespace brisko::test {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "lives/forked_life.h"
+#include "sim/process/forked_life.h"
 #include "support/record_schemas.h"
 
 namespace brisko::test {

@@ -3,9 +3,9 @@
 #include <variant>
 
 #include "hardware/charge_gate.h"
-#include "hardware/machine_abilities.h"
 #include "hardware/smc.h"
 #include "policy/evaluation.h"
+#include "state/machine_abilities.h"
 
 namespace brisko::test {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "lives/scratch.h"
+#include "sim/process/scratch.h"
 #include "support/record_schemas.h"
 
 namespace brisko::test {

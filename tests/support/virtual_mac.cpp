@@ -9,11 +9,11 @@
 
 #include <unistd.h>
 
-#include "lives/journal_words.h"
-#include "platform/virtual/client_requirement.h"
-#include "platform/virtual/control_requests.h"
-#include "platform/virtual/file_events.h"
-#include "platform/virtual/simulated/driver.h"
+#include "sim/machine/client_requirement.h"
+#include "sim/machine/control_requests.h"
+#include "sim/machine/journal_words.h"
+#include "sim/seam/file_events.h"
+#include "sim/seam/simulated/driver.h"
 #include "support/files.h"
 
 namespace brisko::test {

@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/virtual/machine.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/models.h"
+#include "sim/machine/machine.h"
+#include "sim/machine/machine_store.h"
+#include "sim/machine/models.h"
 #include "support/scratch_folder.h"
 
 namespace brisko::test {

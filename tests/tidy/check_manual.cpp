@@ -40,10 +40,12 @@ bool namesOption(const std::string& manual, const std::string& option) {
   return manual.find(item + " ") != std::string::npos || manual.find(item + "\n") != std::string::npos;
 }
 
+bool isSeam(const std::string& path) { return inPlatform(path) || path.starts_with("sim/seam/"); }
+
 // Whether the manual has what stands in a source as `text`, or needs not have it.
 bool isExplained(const std::string& manual, const std::string& path, const std::string& text) {
   if (isVariable(text)) return manual.find("Ev " + text + "\n") != std::string::npos;
-  if (inPlatform(path)) return true;
+  if (isSeam(path)) return true;
   if (isOption(text)) return namesOption(manual, text);
   if (isPath(text)) return manual.find(text) != std::string::npos;
   return !isComplaint(text) || manual.find(text.substr(0, text.find('\n'))) != std::string::npos;
@@ -71,9 +73,9 @@ Findings checkManual(const Tree& tree) {
   Findings findings;
   std::set<std::string> options;
   for (const auto& [path, text] : tree) {
-    if (!isDaemonSource(path)) continue;
+    if (!isDaemonSource(path) && !isSeam(path)) continue;
     for (const Literal& literal : takeApart(text).literals) {
-      if (!inPlatform(path) && isOption(literal.text)) options.insert(literal.text);
+      if (!isSeam(path) && isOption(literal.text)) options.insert(literal.text);
       if (isExplained(manual->second, path, literal.text)) continue;
       findings.push_back(place(path, lineOf(text, literal.offset)) + "\"" + literal.text + "\" is not in " +
                          manualPath + "; explain it there");

@@ -15,15 +15,15 @@ namespace {
 std::optional<std::string> ownHeader(const std::string& path, const Tree& tree) {
   const std::string beside = withoutExtension(path) + ".h";
   if (tree.contains(beside)) return beside;
-  if (!inPlatform(path)) return std::nullopt;
+  if (!inPlatform(path) && !path.starts_with("sim/seam/")) return std::nullopt;
   std::string seam = "src/platform/" + beside.substr(beside.rfind('/') + 1);
   if (tree.contains(seam)) return seam;
   return std::nullopt;
 }
 
-// Includes are written from src/, tools/, tests/ or benchmarks/ on.
+// Includes are written from the project's folder on, but from src/, tests/ or benchmarks/ for what is there.
 bool names(const Include& include, const std::string& header) {
-  return !include.angled && header.substr(header.find('/') + 1) == include.path;
+  return !include.angled && (header == include.path || header.substr(header.find('/') + 1) == include.path);
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -33,8 +33,8 @@ constexpr std::array<std::string_view, 9> chargeKeys = {"CHTE", "CH0B", "CH0C", 
                                                         "bfE0", "CHIE", "CH0I", "CH0J"};
 
 bool mayNameChargeKeys(const std::string& path) {
-  return inVirtual(path) || path.starts_with("src/hardware/") || path.starts_with("src/native/") ||
-         withoutExtension(path) == "src/core/orderly_exit";
+  return path.starts_with("src/hardware/") || path.starts_with("src/native/") ||
+         withoutExtension(path) == "src/power/orderly_exit";
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -133,7 +133,7 @@ bool isPlatformHeader(const Include& include) {
 // Only where paths are mapped may a source ask for the volume root: it is empty on a real Mac.
 bool asksForSimulation(std::string_view name, const std::string& path) {
   if (name == "volumeRoot")
-    return path != "src/core/volume_path.cpp" && path != "src/platform/macos/volume_root.cpp";
+    return path != "src/base/volume_path.cpp" && path != "src/platform/macos/volume_root.cpp";
   return name == "virtual_mac" || name.starts_with("isVirtual") || name.starts_with("isSimulat");
 }
 
@@ -193,11 +193,11 @@ Findings checkSeam(const Tree& tree) {
 
 Findings checkSimulationUnknown(const Tree& tree) {
   const std::string advice =
-      "; only platform/virtual knows whether the machine is a virtual one: decide from what "
+      "; only sim/ knows whether the machine is a virtual one: decide from what "
       "the seam returns";
   Findings findings;
   for (const auto& [path, text] : tree) {
-    if (!isDaemonSource(path) || inVirtual(path)) continue;
+    if (!isDaemonSource(path)) continue;
     const CppText source = takeApart(text);
     for (const Literal& literal : source.literals) {
       if (literal.text.find(machineVariable) == std::string::npos) continue;

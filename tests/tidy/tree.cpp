@@ -41,8 +41,6 @@ bool isDaemonSource(std::string_view path) { return path.starts_with("src/") && 
 
 bool inPlatform(std::string_view path) { return path.starts_with("src/platform/"); }
 
-bool inVirtual(std::string_view path) { return path.starts_with("src/platform/virtual/"); }
-
 std::string folderOf(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string_view::npos ? "" : std::string(path.substr(0, slash));

@@ -13,7 +13,7 @@ namespace brisko::test {
 // Every text file by its path from the tree's folder.
 using Tree = std::map<std::string, std::string>;
 
-// One text for each finding: "src/core/log.cpp:12: what is wrong; what to do".
+// One text for each finding: "src/base/log.cpp:12: what is wrong; what to do".
 using Findings = std::vector<std::string>;
 
 // Reads the tree in `folder`, without what is built, hidden (save .ci, .github and the files at the top) or
@@ -23,12 +23,11 @@ using Findings = std::vector<std::string>;
 [[nodiscard]] bool isCpp(std::string_view path);
 [[nodiscard]] bool isDaemonSource(std::string_view path);  // C++ below src/
 [[nodiscard]] bool inPlatform(std::string_view path);      // below src/platform/
-[[nodiscard]] bool inVirtual(std::string_view path);       // below src/platform/virtual/
 
 [[nodiscard]] std::string folderOf(std::string_view path);
 [[nodiscard]] std::string withoutExtension(std::string_view path);
 
-// "src/core/log.cpp:12: ", the beginning of a finding.
+// "src/base/log.cpp:12: ", the beginning of a finding.
 [[nodiscard]] std::string place(const std::string& path, std::size_t line);
 
 }  // namespace brisko::test

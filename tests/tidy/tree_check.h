@@ -7,9 +7,10 @@
 
 namespace brisko::test {
 
-// Includes point downwards on the floors of tests/tidy/floors.txt, and never in a circle; only the virtual
-// Mac itself, the programs beside the daemon, the tests and the benchmarks reach into platform/virtual.
-[[nodiscard]] Findings checkFloors(const Tree& tree);
+// The folders are the layers, and docs/architecture.md lists them all from the top to the bottom: an include
+// points to a folder further down or stays inside its own. What implements the seam knows nothing of the
+// rules.
+[[nodiscard]] Findings checkLayers(const Tree& tree);
 
 // A source includes its own header before anything else, so that every header stands by itself.
 [[nodiscard]] Findings checkOwnHeaderFirst(const Tree& tree);
@@ -20,7 +21,7 @@ namespace brisko::test {
 // Nothing in src/ outside the platform folder names a clock, a sleep, chance, or a platform.
 [[nodiscard]] Findings checkSeam(const Tree& tree);
 
-// Nothing in src/ outside platform/virtual asks whether the machine is a virtual one.
+// Nothing in src/ asks whether the machine is a virtual one.
 [[nodiscard]] Findings checkSimulationUnknown(const Tree& tree);
 
 // U+26A0 and U+26D4 carry their variation selector everywhere, and src/ has no blank but the plain one.

@@ -51,153 +51,140 @@ class MadeUpTree {
 
 TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
   MadeUpTree tree;
-  tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/core/log.cpp", "d");
+  tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/base/log.cpp", "d");
   tree.file("build/release/x.h", "e")
       .file(".git/config", "f")
       .file("docs/picture.png", std::string("g\0h", 3));
 
   EXPECT_THAT(tree.read(), UnorderedElementsAre(Key("README.md"), Key(".clang-tidy"), Key(".ci/run"),
-                                                Key("src/core/log.cpp")));
+                                                Key("src/base/log.cpp")));
 }
 
 // ---------------------------------------------------------------------------------------------------------
 
-const std::string floors =
-    "# floor  files\n"
-    "0  core/checked core/volume_path policy/tick_state\n"
-    "1  core/log core/settings\n"
-    "2  hardware/smc\n";
+// With a made-up tree that has the files of the listing.
+const std::string listing =
+    "# Architecture\n\n    tests/   everything below\n    tools/vmac/\n    sim/machine/   the machine\n"
+    "    src/power/\n    src/base/   what all stand on\n    src/platform/\n\n    make test\n";
 
-TEST(Floors, letIncludesPointDownwardsAndAcrossInsideAFolder) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/platform/clock.h", "").file("src/core/checked.h", "");
-  tree.file("src/core/settings.h", "");
-  tree.file("src/core/log.h", "#include \"core/settings.h\"\n");
-  tree.file("src/core/volume_path.h", "#include \"platform/clock.h\"\n");
-  tree.file("src/hardware/smc.cpp",
-            "#include <vector>\n#include \"core/log.h\"\n#include \"core/checked.h\"\n"
-            "#include \"platform/clock.h\"\n");
+struct LayeredTree : MadeUpTree {
+  LayeredTree() {
+    file("docs/architecture.md", "    docs/\n" + listing).file("tests/support/life.h", "");
+    file("tools/vmac/main.h", "").file("sim/machine/machine.h", "").file("src/power/sleep.h", "");
+    file("src/base/log.h", "").file("src/platform/clock.h", "");
+  }
+};
 
-  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+TEST(Layers, letIncludesPointDownwardsAndAcrossInsideAFolder) {
+  LayeredTree tree;
+  tree.file("src/base/settings.h", "#include \"base/log.h\"\n#include <vector>\n");
+  tree.file("src/power/sleep.cpp", "#include \"power/sleep.h\"\n#include \"platform/clock.h\"\n");
+  tree.file("sim/machine/machine.cpp", "#include \"sim/machine/machine.h\"\n#include \"platform/clock.h\"\n");
+  tree.file("tools/vmac/main.cpp", "#include \"power/sleep.h\"\n#include \"sim/machine/machine.h\"\n");
+  tree.file("tests/base/log_test.cpp", "#include \"support/life.h\"\n#include \"tools/vmac/main.h\"\n");
+
+  EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
 }
 
-TEST(Floors, refuseAnIncludeThatPointsUpwards) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/core/settings.h", "");
-  tree.file("src/core/checked.cpp", "// why\n#include \"core/settings.h\"\n");
+TEST(Layers, refuseAnIncludeThatPointsUpwards) {
+  for (const std::string& target : std::vector<std::string>{"power/sleep.h", "sim/machine/machine.h",
+                                                            "tools/vmac/main.h", "support/life.h"}) {
+    LayeredTree tree;
+    tree.file("src/base/checked.cpp", "// why\n#include \"" + target + "\"\n");
 
-  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(AllOf(StartsWith("src/core/checked.cpp:2: "),
-                                                          HasSubstr("upwards (floor 0 to 1)"))));
+    EXPECT_THAT(checkLayers(tree.read()),
+                ElementsAre(AllOf(StartsWith("src/base/checked.cpp:2: includes " + target),
+                                  HasSubstr("points upwards"))));
+  }
 }
 
-TEST(Floors, refuseAnotherFolderOnTheSameFloor) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/policy/tick_state.h", "");
-  tree.file("src/core/checked.h", "#include \"policy/tick_state.h\"\n");
+TEST(Layers, countTheInnermostFolderOfTheListing) {
+  LayeredTree tree;
+  tree.file("docs/architecture.md", "    src/platform/macos/\n    docs/\n" + listing);
+  tree.file("src/platform/macos/owned.h", "#include \"platform/clock.h\"\n");
+  EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
 
-  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("another folder on its own floor")));
+  tree.file("src/base/log.cpp", "#include \"platform/macos/owned.h\"\n");
+  EXPECT_THAT(checkLayers(tree.read()), ElementsAre(StartsWith("src/base/log.cpp:1: ")));
 }
 
-TEST(Floors, letTheSeamKnowNothingAboveItself) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/core/checked.h", "");
-  tree.file("src/platform/clock.h", "#include \"core/checked.h\"\n");
+TEST(Layers, letWhatImplementsTheSeamKnowNothingAboveIt) {
+  const std::string reach = "#include \"base/log.h\"\n";
+  LayeredTree tree;
+  tree.file("docs/architecture.md", "    sim/seam/\n    src/platform/macos/\n    docs/\n" + listing);
+  tree.file("sim/machine/machine.cpp", reach).file("sim/seam/host.cpp", reach);
+  tree.file("src/platform/macos/host.cpp", reach).file("tools/vmac/main.cpp", reach);
 
-  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("upwards (floor -1 to 0)")));
+  EXPECT_THAT(checkLayers(tree.read()), UnorderedElementsAre(StartsWith("sim/machine/machine.cpp:1: "),
+                                                             StartsWith("sim/seam/host.cpp:1: "),
+                                                             StartsWith("src/platform/macos/host.cpp:1: ")));
 }
 
-TEST(Floors, letWhatImplementsTheSeamUseTheLowestFloorAlone) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/core/checked.h", "").file("src/core/log.h", "");
-  tree.file("src/platform/clock.h", "").file("src/platform/virtual/machine.h", "");
-  tree.file("src/platform/virtual/live/clock.cpp",
-            "#include \"platform/clock.h\"\n#include \"core/checked.h\"\n"
-            "#include \"platform/virtual/machine.h\"\n");
-  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+TEST(Layers, refuseAnIncludeOfNoFile) {
+  LayeredTree tree;
+  tree.file("src/base/log.cpp", "#include \"log.h\"\n");
 
-  tree.file("src/platform/virtual/machine.cpp", "#include \"core/log.h\"\n");
-  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("knows nothing above floor 0")));
+  EXPECT_THAT(checkLayers(tree.read()), ElementsAre(HasSubstr("write the path from src/ or")));
 }
 
-TEST(Floors, refuseTheVirtualMacInTheDaemonButNotInToolsTestsAndBenchmarks) {
-  const std::string reach = "#include \"platform/virtual/machine.h\"\n";
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/platform/virtual/machine.h", "");
-  tree.file("tools/vmac/main.cpp", reach)
-      .file("tests/core/log.cpp", reach)
-      .file("benchmarks/tick.cpp", reach);
-  EXPECT_THAT(checkFloors(tree.read()), IsEmpty());
+TEST(Layers, letTestsReachEverythingAndNothingReachTests) {
+  LayeredTree tree;
+  tree.file("tests/power/sleep_test.cpp", "#include \"power/sleep.h\"\n#include \"tools/vmac/main.h\"\n");
+  EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
 
-  tree.file("src/core/log.cpp", reach).file("src/platform/value.cpp", reach);
-  tree.file("src/platform/macos/clock.cpp", reach);
-  EXPECT_THAT(checkFloors(tree.read()), UnorderedElementsAre(StartsWith("src/core/log.cpp:1: "),
-                                                             StartsWith("src/platform/value.cpp:1: "),
-                                                             StartsWith("src/platform/macos/clock.cpp:1: ")));
+  tree.file("tools/vmac/main.cpp", "#include \"support/life.h\"\n");
+  EXPECT_THAT(checkLayers(tree.read()), ElementsAre(StartsWith("tools/vmac/main.cpp:1: ")));
 }
 
-TEST(Floors, refuseAFileOnNoFloorOrOnTwo) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", "0 core/checked\n1 core/checked\n").file("src/core/new.cpp", "");
+TEST(Layers, refuseAFolderThatIsNotListed) {
+  LayeredTree tree;
+  tree.file("src/state/led_mode.h", "").file("extra/notes.md", "");
+  tree.file("src/CMakeLists.txt", "").file("README.md", "").file(".github/workflows/linux.yml", "");
 
-  EXPECT_THAT(
-      checkFloors(tree.read()),
-      ElementsAre(AllOf(StartsWith("tests/tidy/floors.txt:2: "), HasSubstr("core/checked stands on two")),
-                  AllOf(StartsWith("src/core/new.cpp: "), HasSubstr("stands on no floor"))));
+  EXPECT_THAT(checkLayers(tree.read()),
+              UnorderedElementsAre(StartsWith("src/state/led_mode.h: its folder is not in the listing"),
+                                   StartsWith("extra/notes.md: ")));
 }
 
-TEST(Floors, refuseALineWithoutANumberAndATreeWithoutTheList) {
-  EXPECT_THAT(checkFloors(MadeUpTree().file("tests/tidy/floors.txt", "core/log\n").read()),
-              ElementsAre(HasSubstr("begins with the number of a floor")));
-  EXPECT_THAT(checkFloors(MadeUpTree().read()), ElementsAre(HasSubstr("it is missing")));
+TEST(Layers, refuseAListedFolderThatIsNotThere) {
+  LayeredTree tree;
+  tree.file("docs/architecture.md", "    src/records/\n    docs/\n" + listing);
+
+  EXPECT_THAT(checkLayers(tree.read()), ElementsAre("docs/architecture.md: there is no src/records/"));
 }
 
-TEST(Floors, refuseAnIncludeThatIsNotWrittenFromTheSourceFolderOn) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors).file("src/core/log.h", "");
-  tree.file("src/core/log.cpp", "#include \"log.h\"\n");
-
-  EXPECT_THAT(checkFloors(tree.read()), ElementsAre(HasSubstr("write the path from src/ on")));
-}
-
-TEST(Floors, refuseACircle) {
-  MadeUpTree tree;
-  tree.file("tests/tidy/floors.txt", floors);
-  tree.file("src/core/log.h", "#include \"core/settings.h\"\n");
-  tree.file("src/core/settings.h", "#include \"core/log.h\"\n");
-
-  EXPECT_THAT(checkFloors(tree.read()),
-              ElementsAre(StartsWith("src/core/log.h → src/core/settings.h → src/core/log.h: a circle")));
+TEST(Layers, needTheListing) {
+  EXPECT_THAT(checkLayers(MadeUpTree().read()), ElementsAre(HasSubstr("it is missing")));
 }
 
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(OwnHeader, comesFirst) {
   MadeUpTree tree;
-  tree.file("src/core/log.h", "")
-      .file("src/core/log.cpp", "// why\n#include \"core/log.h\"\n#include <string>\n");
+  tree.file("src/base/log.h", "")
+      .file("src/base/log.cpp", "// why\n#include \"base/log.h\"\n#include <string>\n");
   tree.file("tests/support/life.h", "").file("tests/support/life.cpp", "#include \"support/life.h\"\n");
-  tree.file("src/core/main.cpp", "#include <string>\n");
+  tree.file("src/daemon/main.cpp", "#include <string>\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
 
-  tree.file("src/core/log.cpp", "#include <string>\n#include \"core/log.h\"\n");
+  tree.file("src/base/log.cpp", "#include <string>\n#include \"base/log.h\"\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()),
-              ElementsAre(StartsWith("src/core/log.cpp:1: its own header")));
+              ElementsAre(StartsWith("src/base/log.cpp:1: its own header")));
 
-  tree.file("src/core/log.cpp", "int x;\n");
+  tree.file("src/base/log.cpp", "int x;\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()),
-              ElementsAre(StartsWith("src/core/log.cpp:1: its own header")));
+              ElementsAre(StartsWith("src/base/log.cpp:1: its own header")));
 }
 
 TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
   MadeUpTree tree;
   tree.file("src/platform/clock.h", "");
-  tree.file("src/platform/virtual/live/clock.cpp", "#include \"platform/clock.h\"\n");
+  tree.file("sim/seam/live/clock.cpp", "#include \"platform/clock.h\"\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
 
-  tree.file("src/platform/virtual/live/clock.cpp", "#include <time.h>\n#include \"platform/clock.h\"\n");
-  EXPECT_THAT(
-      checkOwnHeaderFirst(tree.read()),
-      ElementsAre(StartsWith("src/platform/virtual/live/clock.cpp:1: its own header src/platform/clock.h")));
+  tree.file("sim/seam/live/clock.cpp", "#include <time.h>\n#include \"platform/clock.h\"\n");
+  EXPECT_THAT(checkOwnHeaderFirst(tree.read()),
+              ElementsAre(StartsWith("sim/seam/live/clock.cpp:1: its own header src/platform/clock.h")));
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -206,9 +193,9 @@ TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
   const std::string text = "const char* key = \"CHTE\";\n";
   MadeUpTree tree;
   tree.file("src/hardware/charge_gate.cpp", text).file("src/native/native_limit.cpp", text);
-  tree.file("src/core/orderly_exit.cpp", text).file("src/platform/virtual/exchange.cpp", text);
+  tree.file("src/power/orderly_exit.cpp", text).file("sim/machine/exchange.cpp", text);
   tree.file("tools/vmac/main.cpp", text).file("tests/hardware/charge_gate.cpp", text);
-  tree.file("src/core/start_up.cpp", "// CHTE is the newer key.\nread(\"AC-W\");\n");
+  tree.file("src/daemon/start_up.cpp", "// CHTE is the newer key.\nread(\"AC-W\");\n");
 
   EXPECT_THAT(checkChargeKeys(tree.read()), IsEmpty());
 }
@@ -216,10 +203,10 @@ TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
 TEST(ChargeKeys, areFoundAnywhereElse) {
   for (const std::string key : {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0", "bfE0", "CHIE", "CH0I", "CH0J"}) {
     MadeUpTree tree;
-    tree.file("src/policy/charge_state.cpp", "\nwrite(\"via " + key + "\");\n");
+    tree.file("src/policy/decision.cpp", "\nwrite(\"via " + key + "\");\n");
 
     EXPECT_THAT(checkChargeKeys(tree.read()),
-                ElementsAre(AllOf(StartsWith("src/policy/charge_state.cpp:2: "), HasSubstr(key))));
+                ElementsAre(AllOf(StartsWith("src/policy/decision.cpp:2: "), HasSubstr(key))));
   }
 }
 
@@ -230,7 +217,7 @@ TEST(Seam, leavesNamesInCommentsTextsAndMembersAlone) {
   tree.file("src/policy/evaluation.cpp",
             "// No time() and no IOKit here.\n#include <string>\n#include \"platform/clock.h\"\n"
             "log(\"time(0)\"); record.time(); double time = 0; platform::pause(3); NSx y; CFG z;\n");
-  tree.file("src/platform/virtual/live/clock.cpp", "#include <uv.h>\nclock_gettime(0, 0);\n");
+  tree.file("sim/seam/live/clock.cpp", "#include <uv.h>\nclock_gettime(0, 0);\n");
   tree.file("tools/vmac/main.cpp", "getenv(\"HOME\");\n");
 
   EXPECT_THAT(checkSeam(tree.read()), IsEmpty());
@@ -270,12 +257,12 @@ TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
 
 TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
   MadeUpTree tree;
-  tree.file("src/platform/virtual/machine.h", "namespace virtual_mac {}\n");
+  tree.file("sim/machine/machine.h", "namespace virtual_mac {}\n");
   tree.file("tools/vmac/main.cpp", "using namespace virtual_mac; setenv(\"BRISKO_VIRTUAL_MAC\");\n");
-  tree.file("src/core/volume_path.cpp", "platform::volumeRoot();\n");
+  tree.file("src/base/volume_path.cpp", "platform::volumeRoot();\n");
   tree.file("src/platform/host.h", "const std::string& volumeRoot();\n");
   tree.file("src/platform/macos/volume_root.cpp", "const std::string& volumeRoot() { return itself; }\n");
-  tree.file("src/core/log.cpp", "// On a virtual Mac (virtual_mac) the path moves.\n");
+  tree.file("src/base/log.cpp", "// On a virtual Mac (virtual_mac) the path moves.\n");
 
   EXPECT_THAT(checkSimulationUnknown(tree.read()), IsEmpty());
 }
@@ -285,9 +272,9 @@ TEST(Simulation, isAskedForNowhereElse) {
        {"virtual_mac::attachedMachine();", "environment(\"BRISKO_VIRTUAL_MAC\");",
         "if (platform::volumeRoot().empty()) {}", "if (isVirtual()) {}", "if (host.isSimulated) {}"}) {
     MadeUpTree tree;
-    tree.file("src/core/entry.cpp", "\n" + line + "\n");
+    tree.file("src/daemon/entry.cpp", "\n" + line + "\n");
 
-    EXPECT_THAT(checkSimulationUnknown(tree.read()), ElementsAre(StartsWith("src/core/entry.cpp:2: ")))
+    EXPECT_THAT(checkSimulationUnknown(tree.read()), ElementsAre(StartsWith("src/daemon/entry.cpp:2: ")))
         << line;
   }
 }
@@ -302,8 +289,8 @@ const std::string backslash = "\\";
 
 TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
   MadeUpTree tree;
-  tree.file("src/core/log.cpp", "log(\"" + bareSign + selector + " hot, 80 %\");\n");
-  tree.file("src/core/entry.cpp", "log(\"" + backslash + "u26D4" + backslash + "uFE0F stop\");\n");
+  tree.file("src/base/log.cpp", "log(\"" + bareSign + selector + " hot, 80 %\");\n");
+  tree.file("src/daemon/entry.cpp", "log(\"" + backslash + "u26D4" + backslash + "uFE0F stop\");\n");
   tree.file("docs/log.md", bareStop + selector + "\n");
 
   EXPECT_THAT(checkCharacters(tree.read()), IsEmpty());
@@ -311,25 +298,25 @@ TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
 
 TEST(Characters, areFoundWhenASignLacksItsSelector) {
   MadeUpTree tree;
-  tree.file("src/core/log.cpp", "\nlog(\"" + bareSign + " hot\");\n");
-  tree.file("tests/core/log.cpp", "log(\"" + backslash + "u26D4 stop\");\n");
+  tree.file("src/base/log.cpp", "\nlog(\"" + bareSign + " hot\");\n");
+  tree.file("tests/base/log.cpp", "log(\"" + backslash + "u26D4 stop\");\n");
   tree.file("docs/log.md", "fine " + bareStop + selector + ", bare " + bareStop + "\n");
 
   EXPECT_THAT(checkCharacters(tree.read()),
-              UnorderedElementsAre(StartsWith("src/core/log.cpp:2: "), StartsWith("tests/core/log.cpp:1: "),
+              UnorderedElementsAre(StartsWith("src/base/log.cpp:2: "), StartsWith("tests/base/log.cpp:1: "),
                                    StartsWith("docs/log.md:1: ")));
 }
 
 TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
   MadeUpTree tree;
-  tree.file("src/core/a.cpp", "log(\"80" + std::string("\xC2") + "\xA0%\");\n");
-  tree.file("src/core/b.cpp", "\n// 80" + std::string("\xE2\x80") + "\xAF%\n");
-  tree.file("src/core/c.cpp", "log(\"80" + backslash + "u00A0%\");\n");
+  tree.file("src/base/a.cpp", "log(\"80" + std::string("\xC2") + "\xA0%\");\n");
+  tree.file("src/base/b.cpp", "\n// 80" + std::string("\xE2\x80") + "\xAF%\n");
+  tree.file("src/base/c.cpp", "log(\"80" + backslash + "u00A0%\");\n");
   tree.file("docs/log.md", "80" + std::string("\xC2") + "\xA0%\n");
 
   EXPECT_THAT(checkCharacters(tree.read()),
-              UnorderedElementsAre(StartsWith("src/core/a.cpp:1: "), StartsWith("src/core/b.cpp:2: "),
-                                   StartsWith("src/core/c.cpp:1: ")));
+              UnorderedElementsAre(StartsWith("src/base/a.cpp:1: "), StartsWith("src/base/b.cpp:2: "),
+                                   StartsWith("src/base/c.cpp:1: ")));
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -380,7 +367,7 @@ const std::string logDocument =
 
 TEST(LogLines, areDocumentedWithTheirVariableParts) {
   MadeUpTree tree;
-  tree.file("src/core/log.cpp", logSource + "std::log(x + \"deep\"); other(\"quiet\"); log(line);\n");
+  tree.file("src/base/log.cpp", logSource + "std::log(x + \"deep\"); other(\"quiet\"); log(line);\n");
   tree.file("docs/log.md", logDocument);
 
   EXPECT_THAT(checkLogLines(tree.read()), IsEmpty());
@@ -390,23 +377,23 @@ TEST(LogLines, areFoundWhenTheDocumentLacksThem) {
   for (const std::string line : {"log(\"stats\");", "log(\"stats reset twice\");",
                                  "log(prefix + \" reset\");", "log(f(a, b) + \"(TopUp)\");"}) {
     MadeUpTree tree;
-    tree.file("docs/log.md", logDocument).file("src/core/log.cpp", logSource + line + "\n");
+    tree.file("docs/log.md", logDocument).file("src/base/log.cpp", logSource + line + "\n");
 
-    EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(StartsWith("src/core/log.cpp:5: "))) << line;
+    EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(StartsWith("src/base/log.cpp:5: "))) << line;
   }
 }
 
 TEST(LogLines, beginWithASignWhereverTheyAreWritten) {
   MadeUpTree tree;
   tree.file("docs/log.md", logDocument);
-  tree.file("src/core/log.cpp", logSource + "const char* text = \"" + bareSign + selector + " heat\";\n");
+  tree.file("src/base/log.cpp", logSource + "const char* text = \"" + bareSign + selector + " heat\";\n");
 
   EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(HasSubstr(" heat\" is in no line of docs/log.md")));
 }
 
 TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
   MadeUpTree tree;
-  tree.file("src/core/log.cpp", logSource)
+  tree.file("src/base/log.cpp", logSource)
       .file("docs/log.md", logDocument + "- `Signal <number>: exiting.`\n");
 
   EXPECT_THAT(checkLogLines(tree.read()),
@@ -414,7 +401,7 @@ TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
 }
 
 TEST(LogLines, needTheDocument) {
-  EXPECT_THAT(checkLogLines(MadeUpTree().file("src/core/log.cpp", "").read()),
+  EXPECT_THAT(checkLogLines(MadeUpTree().file("src/base/log.cpp", "").read()),
               ElementsAre(HasSubstr("docs/log.md: it is missing")));
 }
 
@@ -427,11 +414,10 @@ const std::string manual =
 TEST(Manual, explainsWhatTheSourcesKnow) {
   MadeUpTree tree;
   tree.file("man/brisko-daemon.8", manual);
-  tree.file("src/core/options.cpp", "f(\"--limit\"); f(\"--probe\"); f(\"--limit --probe\"); f(\"--\");\n");
-  tree.file("src/core/entry.cpp",
+  tree.file("src/base/options.cpp", "f(\"--limit\"); f(\"--probe\"); f(\"--limit --probe\"); f(\"--\");\n");
+  tree.file("src/daemon/entry.cpp",
             "g(\"⛔️ No root.\\n\"); g(\"⛔️ \"); h(\"/Library/A B/config.json\");\n");
-  tree.file("src/platform/virtual/host.cpp",
-            "g(\"BRISKO_PRETEND\"); h(\"/Applications/X.app\"); g(\"⛔️ no\");\n");
+  tree.file("sim/seam/host.cpp", "g(\"BRISKO_PRETEND\"); h(\"/Applications/X.app\"); g(\"⛔️ no\");\n");
   tree.file("tools/vmac.cpp", "f(\"--model\");\n");
 
   EXPECT_THAT(checkManual(tree.read()), IsEmpty());
@@ -442,17 +428,17 @@ TEST(Manual, missesWhatItDoesNotExplain) {
                                     "/Applications/X.app", "⛔️ No controller."}) {
     MadeUpTree tree;
     tree.file("man/brisko-daemon.8", manual);
-    tree.file("src/core/options.cpp", "f(\"--limit\"); f(\"--probe\");\nf(\"" + unknown + "\");\n");
+    tree.file("src/base/options.cpp", "f(\"--limit\"); f(\"--probe\");\nf(\"" + unknown + "\");\n");
 
     EXPECT_THAT(checkManual(tree.read()),
-                ElementsAre(AllOf(StartsWith("src/core/options.cpp:2: "), HasSubstr("\"" + unknown + "\""))));
+                ElementsAre(AllOf(StartsWith("src/base/options.cpp:2: "), HasSubstr("\"" + unknown + "\""))));
   }
 }
 
 TEST(Manual, explainsNoOptionThatThereIsNot) {
   MadeUpTree tree;
   tree.file("man/brisko-daemon.8", manual);
-  tree.file("src/core/options.cpp", "f(\"--limit\");\n").file("tools/vmac.cpp", "f(\"--probe\");\n");
+  tree.file("src/base/options.cpp", "f(\"--limit\");\n").file("tools/vmac.cpp", "f(\"--probe\");\n");
 
   EXPECT_THAT(checkManual(tree.read()),
               ElementsAre(AllOf(StartsWith("man/brisko-daemon.8:2: "), HasSubstr("--probe"))));
@@ -460,7 +446,7 @@ TEST(Manual, explainsNoOptionThatThereIsNot) {
 
 TEST(Manual, isMissed) {
   MadeUpTree tree;
-  tree.file("src/core/options.cpp", "");
+  tree.file("src/base/options.cpp", "");
 
   EXPECT_THAT(checkManual(tree.read()), ElementsAre(StartsWith("man/brisko-daemon.8: it is missing")));
 }

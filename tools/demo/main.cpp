@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <initializer_list>
 
-#include "demo/stage.h"
-#include "platform/virtual/charge_limit.h"
-#include "platform/virtual/machine.h"
+#include "sim/machine/charge_limit.h"
+#include "sim/machine/machine.h"
+#include "tools/demo/stage.h"
 
 namespace brisko::demo {
 namespace {

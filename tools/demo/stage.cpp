@@ -1,4 +1,4 @@
-#include "demo/stage.h"
+#include "tools/demo/stage.h"
 
 #include <array>
 #include <cerrno>
@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "vmac/launch_service.h"
+#include "sim/process/launch_service.h"
 
 namespace brisko::demo {
 namespace {

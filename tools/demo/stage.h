@@ -10,8 +10,8 @@
 
 #include <sys/types.h>
 
-#include "live_view/live_view.h"
-#include "platform/virtual/machine_store.h"
+#include "sim/machine/machine_store.h"
+#include "tools/live_view/live_view.h"
 
 namespace brisko::demo {
 

@@ -1,4 +1,4 @@
-#include "lab/campaign_commands.h"
+#include "tools/lab/campaign_commands.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -10,9 +10,9 @@
 
 #include <unistd.h>
 
-#include "lab/campaign.h"
-#include "lab/random_story.h"
-#include "lab/story.h"
+#include "sim/generate/campaign.h"
+#include "sim/generate/random_story.h"
+#include "sim/generate/story.h"
 
 namespace brisko::lab {
 namespace {

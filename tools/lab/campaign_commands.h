@@ -1,4 +1,4 @@
-// lab/campaign_commands.h
+// tools/lab/campaign_commands.h
 // The commands that make stories up: "campaign" plays them, "story" prints one.
 #pragma once
 

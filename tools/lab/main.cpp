@@ -12,15 +12,15 @@
 #include <string>
 #include <vector>
 
-#include "lab/campaign_commands.h"
-#include "lab/chart.h"
-#include "lab/history_files.h"
-#include "lab/report.h"
-#include "lab/run_scenario.h"
-#include "lab/scenario.h"
-#include "lab/timing.h"
-#include "platform/virtual/faults.h"
-#include "vmac/change_words.h"
+#include "report/chart.h"
+#include "report/history_files.h"
+#include "report/report.h"
+#include "sim/machine/change_words.h"
+#include "sim/machine/faults.h"
+#include "sim/scenario/run_scenario.h"
+#include "sim/scenario/scenario.h"
+#include "sim/scenario/timing.h"
+#include "tools/lab/campaign_commands.h"
 
 namespace brisko::lab {
 namespace {

@@ -1,4 +1,4 @@
-#include "live_view/live_view.h"
+#include "tools/live_view/live_view.h"
 
 #include <algorithm>
 #include <array>
@@ -8,10 +8,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "core/json_file.h"
-#include "core/settings.h"
+#include "base/json_file.h"
+#include "base/settings.h"
 #include "policy/charge_bounds.h"
-#include "vmac/machine_text.h"
+#include "sim/machine/machine_text.h"
 
 namespace brisko::vmac {
 namespace {

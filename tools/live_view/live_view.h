@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "live_view/log_tail.h"
-#include "platform/virtual/machine_store.h"
+#include "sim/machine/machine_store.h"
+#include "tools/live_view/log_tail.h"
 
 namespace brisko::vmac {
 

@@ -1,4 +1,4 @@
-#include "live_view/log_tail.h"
+#include "tools/live_view/log_tail.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

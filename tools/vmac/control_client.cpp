@@ -1,4 +1,4 @@
-#include "vmac/control_client.h"
+#include "tools/vmac/control_client.h"
 
 #include <array>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "platform/virtual/live/folder_socket.h"
+#include "sim/seam/live/folder_socket.h"
 
 namespace brisko::vmac {
 namespace {

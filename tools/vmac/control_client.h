@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/virtual/client_requirement.h"
-#include "platform/virtual/live/control_messages.h"
+#include "sim/machine/client_requirement.h"
+#include "sim/seam/live/control_messages.h"
 
 namespace brisko::vmac {
 

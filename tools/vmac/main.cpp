@@ -15,18 +15,18 @@
 
 #include <unistd.h>
 
-#include "dump_import/dump_import.h"
-#include "live_view/live_view.h"
-#include "platform/virtual/client_requirement.h"
-#include "platform/virtual/live/control_messages.h"
-#include "platform/virtual/machine.h"
-#include "platform/virtual/machine_store.h"
-#include "platform/virtual/models.h"
-#include "vmac/app_bundle.h"
-#include "vmac/change_words.h"
-#include "vmac/control_client.h"
-#include "vmac/launch_service.h"
-#include "vmac/machine_text.h"
+#include "sim/dump_import/dump_import.h"
+#include "sim/machine/app_bundle.h"
+#include "sim/machine/change_words.h"
+#include "sim/machine/client_requirement.h"
+#include "sim/machine/machine.h"
+#include "sim/machine/machine_store.h"
+#include "sim/machine/machine_text.h"
+#include "sim/machine/models.h"
+#include "sim/process/launch_service.h"
+#include "sim/seam/live/control_messages.h"
+#include "tools/live_view/live_view.h"
+#include "tools/vmac/control_client.h"
 
 namespace brisko::vmac {
 namespace {

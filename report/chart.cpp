@@ -1,0 +1,630 @@
+#include "report/chart.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <utility>
+
+#include "report/markup.h"
+#include "report/page_texts.h"
+#include "report/thinning.h"
+
+namespace brisko::lab {
+namespace {
+
+// In the units of the drawing, which are pixels where it is shown in its own size.
+constexpr double width = 1000;
+constexpr double plotLeft = 80;
+constexpr double plotRight = 986;
+constexpr double letter = 6.3;  // width of one, on average, in the fonts that it may be shown with
+constexpr double lineHeight = 15;
+constexpr double rowHeight = 15;
+constexpr double rowGap = 4;
+constexpr std::size_t timeTicksAtMost = 12;
+constexpr std::size_t eventRows = 5;
+constexpr std::size_t enoughMoments = 1500;
+constexpr std::size_t thinnedColumns = 450;
+
+double widthOf(const std::string& text) { return letter * static_cast<double>(charactersOf(text)); }
+
+std::string attribute(const char* name, const std::string& value) {
+  return std::string(" ") + name + "=\"" + value + "\"";
+}
+std::string attribute(const char* name, double value) { return attribute(name, coordinate(value)); }
+
+std::string rectangle(const char* style, double left, double top, double right, double bottom) {
+  return std::string("<rect") + attribute("class", style) + attribute("x", left) + attribute("y", top) +
+         attribute("width", right - left) + attribute("height", bottom - top) + "/>\n";
+}
+
+std::string line(const char* style, double x1, double y1, double x2, double y2) {
+  return std::string("<line") + attribute("class", style) + attribute("x1", x1) + attribute("y1", y1) +
+         attribute("x2", x2) + attribute("y2", y2) + "/>\n";
+}
+
+std::string label(const std::string& style, double x, double y, const std::string& text) {
+  return "<text" + attribute("class", style) + attribute("x", x) + attribute("y", y) + ">" + escaped(text) +
+         "</text>\n";
+}
+
+std::string path(const std::string& style, const std::string& steps) {
+  return steps.empty() ? "" : "<path" + attribute("class", style) + attribute("d", steps) + "/>\n";
+}
+
+// As steps of a path. What would be too narrow to be seen is widened.
+std::string box(double left, double top, double right, double bottom) {
+  constexpr double narrowest = 0.6;
+  return "M" + coordinate(left) + " " + coordinate(top) + "h" +
+         coordinate(std::max(right - left, narrowest)) + "v" + coordinate(bottom - top) + "h" +
+         coordinate(-std::max(right - left, narrowest)) + "z";
+}
+
+std::vector<std::string> wrapped(const std::string& text, std::size_t most) {
+  std::vector<std::string> lines{""};
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find(' ', begin), text.size());
+    const std::string word = text.substr(begin, end - begin);
+    std::string& last = lines.back();
+    if (!last.empty() && charactersOf(last) + 1 + charactersOf(word) > most) {
+      lines.push_back(word);
+    } else {
+      last += (last.empty() ? "" : " ") + word;
+    }
+    begin = end + 1;
+  }
+  return lines;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Stretches of time in which something stays as it is
+
+struct Look {
+  const char* style;
+  std::string word;
+};
+using LookOf = std::function<std::optional<Look>(const Moment&)>;
+
+struct Stretch {
+  double from, until;
+  std::size_t first;  // index of its first moment
+  Look look;
+};
+
+bool same(const std::optional<Look>& one, const std::optional<Look>& other) {
+  return one.has_value() == other.has_value() && (!one || one->word == other->word);
+}
+
+std::vector<Stretch> stretchesOf(const std::vector<Moment>& moments, const LookOf& lookOf) {
+  std::vector<Stretch> stretches;
+  std::optional<Look> look;
+  std::size_t first = 0;
+  const auto close = [&](double until) {
+    if (look) stretches.push_back({moments[first].time, until, first, *look});
+  };
+  for (std::size_t index = 0; index < moments.size(); ++index) {
+    const Moment& moment = moments[index];
+    auto next = lookOf(moment);
+    if (index > 0 && !moment.afterGap && same(look, next)) continue;
+    close(moment.afterGap ? moments[index - 1].time : moment.time);
+    look = std::move(next);
+    first = index;
+  }
+  close(moments.back().time);
+  return stretches;
+}
+
+std::optional<Look> stateLook(const std::optional<ChargeState>& state) {
+  if (!state) return std::nullopt;
+  return Look{stateName(*state), stateWord(state)};
+}
+
+std::optional<Look> lightLook(const Moment& moment) {
+  constexpr std::array styles{"system", "dark", "green", "orange", "blinking"};
+  if (!moment.light) return std::nullopt;
+  return Look{styles.at(static_cast<std::size_t>(*moment.light)), lightWord(moment.light)};
+}
+
+std::optional<Look> supplyLook(const Moment& moment) {
+  constexpr std::array styles{"none", "discharge", "connected"};
+  if (!moment.supply) return std::nullopt;
+  return Look{styles.at(static_cast<std::size_t>(*moment.supply)), supplyWord(moment.supply)};
+}
+
+std::optional<Look> wakefulnessLook(const Moment& moment) {
+  constexpr std::array styles{"awake", "dark-wake", "asleep", "dark"};
+  if (!moment.wakefulness) return std::nullopt;
+  return Look{styles.at(static_cast<std::size_t>(*moment.wakefulness)), wakefulnessWord(moment.wakefulness)};
+}
+
+std::optional<Look> occasionLook(const Moment& moment) {
+  if (moment.occasion == Occasion::none) return std::nullopt;
+  const char* style = moment.occasion == Occasion::heat    ? "hot"
+                      : moment.occasion == Occasion::topUp ? "top-up"
+                                                           : "calibration";
+  return Look{style, occasionWord(moment.occasion)};
+}
+
+std::optional<Look> asleepLook(const Moment& moment) {
+  if (moment.wakefulness != Wakefulness::asleep) return std::nullopt;
+  return Look{"night", ""};
+}
+
+std::optional<Look> bandLook(const Moment& moment) {
+  if (!moment.band) return std::nullopt;
+  return Look{"band", std::to_string(moment.band->lower) + " " + std::to_string(moment.band->upper)};
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+using Number = std::optional<double> Moment::*;
+
+std::optional<std::pair<double, double>> bordersOf(const std::vector<Moment>& moments, Number number) {
+  std::optional<std::pair<double, double>> borders;
+  for (const Moment& moment : moments) {
+    const auto& value = moment.*number;
+    if (!value) continue;
+    if (!borders) borders = {*value, *value};
+    borders = {std::min(borders->first, *value), std::max(borders->second, *value)};
+  }
+  return borders;
+}
+
+// The gauge rounds and is late by a minute; only more than that is worth a curve of its own.
+bool gaugeDiffers(const std::vector<Moment>& moments) {
+  constexpr double worthShowing = 1.75;  // percent
+  return std::any_of(moments.begin(), moments.end(), [](const Moment& moment) {
+    return moment.level && moment.shown &&
+           std::abs(*moment.level - static_cast<double>(*moment.shown)) > worthShowing;
+  });
+}
+
+// What was done in one moment, and where its words stand.
+struct MarkedEvent {
+  double x = 0;
+  std::string words = {};
+  bool leftward = false;                // to the left of its mark, near the end
+  std::optional<std::size_t> row = {};  // from below; none when there is no room for words
+};
+
+constexpr std::size_t longestWords = 44;
+
+std::vector<MarkedEvent> markedEvents(const std::vector<Event>& events, const Scale& time) {
+  std::vector<MarkedEvent> marked;
+  double before = 0;
+  for (const Event& event : events) {
+    if (!marked.empty() && event.time == before) {
+      marked.back().words += ", " + event.words;
+    } else {
+      marked.push_back({.x = time.at(event.time), .words = event.words});
+    }
+    before = event.time;
+  }
+  return marked;
+}
+
+// Words go into the lowest row where they have room; how many rows that takes.
+std::size_t placeWords(std::vector<MarkedEvent>& events) {
+  std::array<double, eventRows> filledUntil{};
+  filledUntil.fill(-1e9);
+  std::size_t rows = 0;
+  for (MarkedEvent& event : events) {
+    const double length = widthOf(shortened(event.words, longestWords)) + 6;
+    event.leftward = event.x + length > width - 4;
+    const double begin = event.leftward ? event.x - length : event.x;
+    const auto row =
+        std::find_if(filledUntil.begin(), filledUntil.end(), [&](double filled) { return filled <= begin; });
+    if (row == filledUntil.end()) continue;
+    *row = begin + length + 6;
+    event.row = static_cast<std::size_t>(row - filledUntil.begin());
+    rows = std::max(rows, *event.row + 1);
+  }
+  return rows;
+}
+
+class Drawing {
+ public:
+  Drawing(const Picture& picture, Frame frame)
+      : picture_(picture), moments_(picture.moments), alone_(frame == Frame::alone) {
+    chart_.moments = thinned(moments_, enoughMoments, thinnedColumns);
+    chart_.width = width;
+    const double from = moments_.front().time;
+    chart_.time = {from, std::max(moments_.back().time, from + 60), plotLeft, plotRight};
+    ticks_ = timeTicks(chart_.time.from, chart_.time.until, timeTicksAtMost);
+  }
+
+  Chart draw() {
+    drawHeading();
+    drawEvents();
+    drawCharge();
+    drawRows();
+    drawNumbers(&Moment::currentMA, "Current into the battery, mA", 84, 400, 100);
+    drawNumbers(&Moment::watts, "Power into the battery, W", 84, 4, 1);
+    drawNumbers(&Moment::temperatureC, "Temperature of the battery, °C", 64, 4, 1);
+    drawTimeAxis();
+    drawEventLines();
+    if (alone_) drawNotes();
+    finish();
+    return std::move(chart_);
+  }
+
+ private:
+  [[nodiscard]] double xOf(double time) const { return chart_.time.at(time); }
+
+  void drawHeading() {
+    if (!alone_) return;
+    y_ = 8;
+    for (const std::string& words : wrapped(picture_.title, 100)) {
+      y_ += 20;
+      body_ += label("heading", 16, y_, words);
+    }
+    y_ += 3;
+    for (const std::string& words : wrapped(picture_.facts + ". " + summaryOf(picture_), 150)) {
+      y_ += lineHeight;
+      body_ += label("facts", 16, y_, words);
+    }
+    y_ += 6;
+  }
+
+  // --- What was done
+
+  void drawEvents() {
+    std::vector<MarkedEvent> events = markedEvents(picture_.events, chart_.time);
+    y_ += 4 + lineHeight * static_cast<double>(placeWords(events));
+    for (const MarkedEvent& event : events) {
+      if (!event.row) {
+        eventMarks_.emplace_back(event.x, y_ - 2);
+        continue;
+      }
+      const double y = y_ - lineHeight * static_cast<double>(*event.row) - 3;
+      eventMarks_.emplace_back(event.x, y - 9);
+      const std::string words = shortened(event.words, longestWords);
+      eventWords_ += "<text" + attribute("class", event.leftward ? "event ends" : "event") +
+                     attribute("x", event.leftward ? event.x - 4 : event.x + 4) + attribute("y", y) + ">" +
+                     (words == event.words ? "" : "<title>" + escaped(event.words) + "</title>") +
+                     escaped(words) + "</text>\n";
+    }
+  }
+
+  void drawEventLines() {
+    std::string lines;
+    for (const auto& [x, top] : eventMarks_) {
+      lines += "M" + coordinate(x) + " " + coordinate(top) + "V" + coordinate(panelsBottom_);
+    }
+    body_ += path("mark", lines) + eventWords_;
+  }
+
+  // --- Panels
+
+  // Begins a panel with this title and axis of values.
+  Scale beginPanel(const std::string& title, double height, const Extent& extent, double step) {
+    y_ += 18;
+    body_ += label("title", plotLeft, y_ - 5, title);
+    const double top = y_;
+    const double bottom = y_ + height;
+    const Scale scale{extent.from, extent.until, bottom, top};
+    body_ += rectangle("plot", plotLeft, top, plotRight, bottom);
+    drawNights(top, bottom);
+    drawGaps(top, bottom);
+    std::string lines;
+    for (const double value : multiples(extent.from, extent.until, step)) {
+      const double y = scale.at(value);
+      lines += "M" + coordinate(plotLeft) + " " + coordinate(y) + "H" + coordinate(plotRight);
+      body_ += label("value", plotLeft - 6, y + 4, fixed(value, step < 1 ? 1 : 0));
+    }
+    body_ += path("grid", lines) + path("grid", timeLines(top, bottom, false)) +
+             path("midnight", timeLines(top, bottom, true));
+    y_ = bottom;
+    panelsBottom_ = bottom;
+    return scale;
+  }
+
+  // The lines of the ticks at midnight, or those of the others.
+  [[nodiscard]] std::string timeLines(double top, double bottom, bool midnight) const {
+    std::string lines;
+    for (const TimeTick& tick : ticks_) {
+      if ((tick.clock == "00:00" || tick.clock == "00:00:00") != midnight) continue;
+      lines += "M" + coordinate(xOf(tick.time)) + " " + coordinate(top) + "V" + coordinate(bottom);
+    }
+    return lines;
+  }
+
+  void drawNights(double top, double bottom) {
+    std::string boxes;
+    for (const Stretch& night : stretchesOf(moments_, asleepLook)) {
+      boxes += box(xOf(night.from), top, xOf(night.until), bottom);
+    }
+    body_ += path("night", boxes);
+  }
+
+  void drawGaps(double top, double bottom) {
+    std::string boxes;
+    for (std::size_t index = 1; index < moments_.size(); ++index) {
+      if (!moments_[index].afterGap) continue;
+      boxes += box(xOf(moments_[index - 1].time), top, xOf(moments_[index].time), bottom);
+    }
+    body_ += path("gap", boxes);
+  }
+
+  // From moment to moment, broken at gaps and where the number is missing.
+  [[nodiscard]] std::string curve(Number number, const Scale& scale) const {
+    std::string steps;
+    std::string last;
+    bool drawing = false;
+    for (const Moment& moment : chart_.moments) {
+      const auto& value = moment.*number;
+      if (moment.afterGap || !value) drawing = false;
+      if (!value) continue;
+      const std::string point = coordinate(xOf(moment.time)) + " " + coordinate(scale.at(*value));
+      // A lone moment is a line of no length, which round ends make a dot.
+      if (!drawing) steps += "M" + point + "h0";
+      if (drawing && point != last) steps += "L" + point;
+      drawing = true;
+      last = point;
+    }
+    return steps;
+  }
+
+  [[nodiscard]] std::string gaugeCurve(const Scale& scale) const {
+    std::string steps;
+    std::optional<std::int64_t> last;
+    for (const Moment& moment : chart_.moments) {
+      if (!moment.shown || (moment.shown == last && &moment != &chart_.moments.back())) continue;
+      const std::string x = coordinate(xOf(moment.time));
+      const std::string y = coordinate(scale.at(static_cast<double>(*moment.shown)));
+      steps.append(last ? "H" : "M").append(x).append(last ? "V" : " ").append(y);
+      last = moment.shown;
+    }
+    return steps;
+  }
+
+  [[nodiscard]] Extent extentOfCharge(bool withGauge) const {
+    auto borders = bordersOf(moments_, &Moment::level).value_or(std::pair{0.0, 100.0});
+    const auto widen = [&](double value) {
+      borders = {std::min(borders.first, value), std::max(borders.second, value)};
+    };
+    for (const Moment& moment : moments_) {
+      if (moment.band) widen(static_cast<double>(moment.band->lower));
+      if (moment.band) widen(static_cast<double>(moment.band->upper));
+      if (withGauge && moment.shown) widen(static_cast<double>(*moment.shown));
+    }
+    return roundExtent(borders.first, borders.second, 20, 5, 0, 100);
+  }
+
+  void drawCharge() {
+    const bool withGauge = gaugeDiffers(moments_);
+    const Extent extent = extentOfCharge(withGauge);
+    chart_.charge = beginPanel("Charge, %", 230, extent, roundStep(extent.until - extent.from, 11, 5));
+    if (withGauge) drawLegend();
+    drawBand();
+    if (withGauge) body_ += path("shown", gaugeCurve(chart_.charge));
+    body_ += path("level", curve(&Moment::level, chart_.charge)) + bandWords_;
+  }
+
+  void drawLegend() {
+    const double y = y_ - 230 - 9;
+    body_ += path("level", "M" + coordinate(plotLeft + 90) + " " + coordinate(y) + "h24") +
+             label("note", plotLeft + 120, y + 4, "in the battery") +
+             path("shown", "M" + coordinate(plotLeft + 220) + " " + coordinate(y) + "h24") +
+             label("note", plotLeft + 250, y + 4, "as its gauge shows it");
+  }
+
+  void drawBand() {
+    std::string boxes;
+    std::string uppers;
+    std::string lowers;
+    double toldUntil = 0;
+    for (const Stretch& stretch : stretchesOf(moments_, bandLook)) {
+      const Bounds& band = *moments_[stretch.first].band;
+      const double left = xOf(stretch.from);
+      const double right = xOf(stretch.until);
+      const double top = chart_.charge.at(static_cast<double>(band.upper));
+      const double bottom = chart_.charge.at(static_cast<double>(band.lower));
+      boxes += box(left, top, right, bottom);
+      uppers += "M" + coordinate(left) + " " + coordinate(top) + "H" + coordinate(right);
+      lowers += "M" + coordinate(left) + " " + coordinate(bottom) + "H" + coordinate(right);
+      const std::string words = "limit " + std::to_string(band.upper) + " %";
+      if (right - left < widthOf(words) + 8 || left < toldUntil) continue;
+      bandWords_ += label("limit-word", left + 4, top - 4, words);
+      bandWords_ += label("limit-word", left + 4, bottom + 12, std::to_string(band.lower) + " %");
+      toldUntil = left + widthOf(words) + 8;
+    }
+    body_ += path("band", boxes) + path("upper", uppers) + path("lower", lowers);
+  }
+
+  // A panel of its own for a number that any moment has.
+  void drawNumbers(Number number, const std::string& title, double height, double span, double least) {
+    const auto borders = bordersOf(moments_, number);
+    if (!borders) return;
+    const double step = roundStep(std::max(borders->second - borders->first, span),
+                                  static_cast<std::size_t>(height / 16), least);
+    const Extent extent = roundExtent(borders->first, borders->second, span, step, -1e9, 1e9);
+    const Scale scale = beginPanel(title, height, extent, step);
+    if (extent.from < 0 && extent.until > 0 && number != &Moment::temperatureC) {
+      body_ += line("zero", plotLeft, scale.at(0), plotRight, scale.at(0));
+    }
+    body_ += path("number", curve(number, scale));
+  }
+
+  // --- Rows
+
+  void drawRows() {
+    y_ += 10;
+    drawRow("Occasion", occasionLook);
+    drawRow("Daemon", [](const Moment& moment) { return stateLook(moment.state); });
+    drawRow("Hardware", [](const Moment& moment) { return stateLook(moment.hardware); });
+    drawRow("Light", lightLook);
+    drawRow("Adapter", supplyLook);
+    drawRow("Mac", wakefulnessLook);
+    drawLogRow();
+  }
+
+  void drawRow(const std::string& name, const LookOf& lookOf) {
+    const std::vector<Stretch> stretches = stretchesOf(moments_, lookOf);
+    if (stretches.empty()) return;
+    std::map<std::string, std::string> boxes;
+    std::string words;
+    for (const Stretch& stretch : stretches) {
+      const double left = xOf(stretch.from);
+      const double right = xOf(stretch.until);
+      boxes[stretch.look.style] += box(left, y_, right, y_ + rowHeight);
+      if (right - left < widthOf(stretch.look.word) + 6) continue;
+      words += label(std::string("word on-") + stretch.look.style, left + 4, y_ + 11.5, stretch.look.word);
+    }
+    body_ += label("row", plotLeft - 6, y_ + 11.5, name);
+    for (const auto& [style, steps] : boxes) body_ += path("look " + style, steps);
+    body_ += words;
+    endRow();
+  }
+
+  // What the log says beside its summaries, and above all its warnings.
+  void drawLogRow() {
+    std::string lines;
+    std::string warnings;
+    for (const LoggedLine& logged : picture_.log) {
+      if (isSummary(logged.text)) continue;
+      const std::string place = "M" + coordinate(xOf(logged.time)) + " " + coordinate(y_ + 2);
+      if (isWarning(logged.text)) {
+        warnings += place + "l4.5 11h-9z";
+      } else {
+        lines += place + "v" + coordinate(rowHeight - 4);
+      }
+    }
+    if (lines.empty() && warnings.empty()) return;
+    body_ += label("row", plotLeft - 6, y_ + 11.5, "Log");
+    body_ += line("grid", plotLeft, y_ + rowHeight / 2, plotRight, y_ + rowHeight / 2);
+    body_ += path("said", lines) + path("warned", warnings);
+    endRow();
+  }
+
+  void endRow() {
+    y_ += rowHeight + rowGap;
+    panelsBottom_ = y_;
+  }
+
+  // --- Below
+
+  void drawTimeAxis() {
+    y_ += 14;
+    bool days = false;
+    for (const TimeTick& tick : ticks_) {
+      const auto within = [&](const std::string& words) {
+        return std::min(xOf(tick.time), width - 4 - widthOf(words) / 2);
+      };
+      const std::string& first = tick.clock.empty() ? tick.day : tick.clock;
+      body_ += label("tick", within(first), y_, first);
+      if (tick.clock.empty() || tick.day.empty()) continue;
+      days = true;
+      body_ += label("tick day", within(tick.day), y_ + 14, tick.day);
+    }
+    body_ += label("row", plotLeft - 30, y_, zoneText(chart_.time.from));
+    y_ += days ? 14 : 0;
+  }
+
+  void drawNotes() {
+    for (const std::string& note : picture_.notes) {
+      for (const std::string& words : wrapped(note, 150)) {
+        y_ += lineHeight;
+        body_ += label("note", 16, y_ + 6, words);
+      }
+    }
+  }
+
+  void finish() {
+    const std::string height = coordinate(y_ + 14);
+    std::string& svg = chart_.svg;
+    if (alone_) svg += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+    svg += "<svg xmlns=\"http://www.w3.org/2000/svg\" class=\"picture\"" +
+           attribute("viewBox", "0 0 " + coordinate(width) + " " + height);
+    if (alone_) svg += attribute("width", width) + attribute("height", height);
+    svg += " role=\"img\" aria-labelledby=\"picture-title picture-words\">\n<title id=\"picture-title\">" +
+           escaped(picture_.title) + "</title>\n<desc id=\"picture-words\">" + escaped(summaryOf(picture_)) +
+           "</desc>\n<style>\n" + chartCss + "</style>\n" + patterns();
+    svg += rectangle("paper", 0, 0, width, y_ + 14);
+    svg += body_ + "</svg>\n";
+  }
+
+  [[nodiscard]] static std::string patterns() {
+    const auto pattern = [](const std::string& name, const std::string& style, const std::string& steps) {
+      return "<pattern id=\"" + name + "\" width=\"8\" height=\"8\" patternUnits=\"userSpaceOnUse\">" +
+             "<rect class=\"" + style + "-ground\" width=\"8\" height=\"8\"/><path class=\"" + style +
+             "-lines\" d=\"" + steps + "\"/></pattern>\n";
+    };
+    const std::string slanted = "M-2 10L10 -2M-2 2L2 -2M6 10L10 6";
+    return "<defs>\n" + pattern("discharge-pattern", "discharge", slanted) +
+           pattern("blinking-pattern", "blinking", "M2 0V8M6 0V8") + "</defs>\n";
+  }
+
+  const Picture& picture_;
+  const std::vector<Moment>& moments_;
+  bool alone_;
+  Chart chart_;
+  std::vector<TimeTick> ticks_;
+  std::string body_;
+  std::string bandWords_;
+  std::string eventWords_;
+  std::vector<std::pair<double, double>> eventMarks_;  // x, and where its line begins
+  double y_ = 0;                                       // everything above is drawn
+  double panelsBottom_ = 0;
+};
+
+std::string percentText(double value) { return fixed(value, 0) + " %"; }
+
+}  // namespace
+
+Chart drawChart(const Picture& picture, Frame frame) { return Drawing(picture, frame).draw(); }
+
+std::string stateWord(const std::optional<ChargeState>& state) { return state ? stateName(*state) : ""; }
+
+std::string lightWord(const std::optional<Light>& light) {
+  constexpr std::array words{"the system's", "off", "green", "orange", "blinking"};
+  return light ? words.at(static_cast<std::size_t>(*light)) : "";
+}
+
+std::string supplyWord(const std::optional<Supply>& supply) {
+  constexpr std::array words{"none", "cut", "connected"};
+  return supply ? words.at(static_cast<std::size_t>(*supply)) : "";
+}
+
+std::string wakefulnessWord(const std::optional<Wakefulness>& wakefulness) {
+  constexpr std::array words{"awake", "dark wake", "asleep", "off"};
+  return wakefulness ? words.at(static_cast<std::size_t>(*wakefulness)) : "";
+}
+
+std::string occasionWord(Occasion occasion) {
+  constexpr std::array words{"",
+                             "Top Up",
+                             "too hot",
+                             "calibration: fill",
+                             "calibration: drain",
+                             "calibration: refill",
+                             "calibration: soak",
+                             "calibration: restore"};
+  return words.at(static_cast<std::size_t>(occasion));
+}
+
+bool isSummary(const std::string& line) { return line.find("Z  cap ") != std::string::npos; }
+
+bool isWarning(const std::string& line) { return line.find("⚠️") != std::string::npos; }
+
+std::string summaryOf(const Picture& picture) {
+  const auto& moments = picture.moments;
+  std::string text = "From " + momentText(moments.front().time) + " to " + momentText(moments.back().time) +
+                     " (" + zoneText(moments.front().time) + ").";
+  const auto borders = bordersOf(moments, &Moment::level);
+  if (!borders) return text;
+  const auto has = [](const Moment& moment) { return moment.level.has_value(); };
+  const auto first = std::find_if(moments.begin(), moments.end(), has);
+  const auto last = std::find_if(moments.rbegin(), moments.rend(), has);
+  text += " The charge begins at " + percentText(*first->level) + " and ends at " +
+          percentText(*last->level) + "; the lowest is " + percentText(borders->first) + ", the highest " +
+          percentText(borders->second) + ".";
+  const auto warnings = std::count_if(picture.log.begin(), picture.log.end(),
+                                      [](const LoggedLine& logged) { return isWarning(logged.text); });
+  if (warnings > 0) text += " Warnings in the log: " + std::to_string(warnings) + ".";
+  return text;
+}
+
+}  // namespace brisko::lab

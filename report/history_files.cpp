@@ -1,0 +1,195 @@
+#include "report/history_files.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <system_error>
+
+#include "base/paths.h"
+
+namespace brisko::lab {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+constexpr std::string_view suffix = ".jsonl";
+constexpr std::size_t brokenShown = 5;
+// While the daemon runs and the Mac is awake, a line comes after 300 s at the latest, and one tick.
+constexpr double longestSilence = 600;  // seconds
+
+std::optional<int> digits(std::string_view text) {
+  int number = 0;
+  for (const char digit : text) {
+    if (digit < '0' || digit > '9') return std::nullopt;
+    number = number * 10 + (digit - '0');
+  }
+  return number;
+}
+
+// The midnight in UTC of the day that a file is named after.
+std::optional<double> dayOf(const std::string& name) {
+  if (name.size() != 10 + suffix.size() || !name.ends_with(suffix) || name[4] != '-' || name[7] != '-') {
+    return std::nullopt;
+  }
+  const std::string_view text = name;
+  const auto year = digits(text.substr(0, 4));
+  const auto month = digits(text.substr(5, 2));
+  const auto day = digits(text.substr(8, 2));
+  if (!year || !month || !day) return std::nullopt;
+  const std::chrono::year_month_day date{std::chrono::year(*year),
+                                         std::chrono::month(static_cast<unsigned>(*month)),
+                                         std::chrono::day(static_cast<unsigned>(*day))};
+  if (!date.ok()) return std::nullopt;
+  return static_cast<double>(std::chrono::sys_days(date).time_since_epoch().count()) * 86400.0;
+}
+
+std::vector<fs::path> dayFilesIn(const fs::path& folder) {
+  std::vector<fs::path> files;
+  std::error_code error;
+  fs::directory_iterator entry(folder, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    std::error_code ignored;
+    if (dayOf(entry->path().filename().string()) && entry->is_regular_file(ignored)) {
+      files.push_back(entry->path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// A line
+
+struct Line {
+  std::optional<Moment> moment = {};
+  const char* fault = nullptr;  // when there is none
+};
+
+// The number under the key divided by `unit`; none when it is no number between the borders.
+std::optional<double> numberAt(const Json& object, const char* key, double unit, double least, double most) {
+  const auto found = object.find(key);
+  if (found == object.end() || !found->is_number()) return std::nullopt;
+  const double number = found->get<double>() / unit;
+  return number >= least && number <= most ? std::optional(number) : std::nullopt;
+}
+
+std::optional<bool> truthAt(const Json& object, const char* key) {
+  const auto found = object.find(key);
+  if (found == object.end() || !found->is_boolean()) return std::nullopt;
+  return found->get<bool>();
+}
+
+std::optional<ChargeState> stateAt(const Json& object) {
+  const auto found = object.find("s");
+  for (const ChargeState state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
+    if (found != object.end() && *found == stateName(state)) return state;
+  }
+  return std::nullopt;
+}
+
+Line readLine(const std::string& text, double day) {
+  constexpr double farthestZone = 15 * 3600.0;  // of the day's midnight from that in UTC
+  const Json object = Json::parse(text, nullptr, false);
+  if (!object.is_object()) return {.fault = "is no JSON object"};
+  Moment moment;
+  const auto time = numberAt(object, "t", 1, day - farthestZone, day + 86400 + farthestZone);
+  moment.level = numberAt(object, "p", 1, 0, 100);
+  moment.state = stateAt(object);
+  const auto plugged = truthAt(object, "g");
+  if (!time) return {.fault = "\"t\" is no time of that day"};
+  if (!moment.level) return {.fault = "\"p\" is no percentage"};
+  if (!moment.state) return {.fault = "\"s\" is no state"};
+  if (!plugged) return {.fault = "\"g\" is neither true nor false"};
+  moment.time = *time;
+  moment.supply = !*plugged                                ? Supply::none
+                  : moment.state == ChargeState::discharge ? Supply::cut
+                                                           : Supply::connected;
+  if (truthAt(object, "hot").value_or(false)) moment.occasion = Occasion::heat;
+  moment.temperatureC = numberAt(object, "ct", 10, -60, 150);
+  moment.watts = numberAt(object, "wt", 10, -1000, 1000);
+  return {.moment = moment};
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// All of them
+
+void readFile(const fs::path& path, HistoryReading& reading) {
+  const std::string name = path.filename().string();
+  const double day = dayOf(name).value_or(0);
+  std::ifstream stream(path, std::ios::binary);
+  std::string text;
+  for (std::size_t number = 1; std::getline(stream, text); ++number) {
+    if (text.empty()) continue;
+    const Line line = readLine(text, day);
+    if (line.moment) {
+      reading.picture.moments.push_back(*line.moment);
+      continue;
+    }
+    if (reading.broken++ < brokenShown) {
+      reading.firstBroken.push_back(name + ":" + std::to_string(number) + ": " + line.fault);
+    }
+  }
+  // What was read before an error counts; an empty file has nothing to tell.
+  ++reading.files;
+}
+
+// In the order of time, with the gaps marked.
+void arrange(Picture& picture) {
+  auto& moments = picture.moments;
+  const auto earlier = [](const Moment& one, const Moment& other) { return one.time < other.time; };
+  if (!std::is_sorted(moments.begin(), moments.end(), earlier)) {
+    std::stable_sort(moments.begin(), moments.end(), earlier);
+    picture.notes.emplace_back("Some lines did not stand in the order of time, and were brought into it.");
+  }
+  for (std::size_t index = 1; index < moments.size(); ++index) {
+    moments[index].afterGap = moments[index].time - moments[index - 1].time > longestSilence;
+  }
+}
+
+std::string counted(std::size_t count, const std::string& one, const std::string& more) {
+  return std::to_string(count) + " " + (count == 1 ? one : more);
+}
+
+}  // namespace
+
+std::optional<HistoryReading> readHistory(const std::string& folder, std::string& reason) {
+  std::vector<fs::path> files;
+  for (const fs::path& place :
+       {fs::path(folder), fs::path(folder) / "history", fs::path(folder + historyDir)}) {
+    if (files.empty()) files = dayFilesIn(place);
+  }
+  std::error_code ignored;
+  if (files.empty()) {
+    reason =
+        fs::is_directory(folder, ignored)
+            ? "there is no history here, nor in \"history\" below: no file is named like 2026-03-01.jsonl"
+            : "is no folder that can be read";
+    return std::nullopt;
+  }
+  HistoryReading reading;
+  for (const fs::path& file : files) readFile(file, reading);
+  if (reading.picture.moments.empty()) {
+    reason = "its " + counted(files.size(), "day file holds", "day files hold") + " no line that can be read";
+    return std::nullopt;
+  }
+  arrange(reading.picture);
+  reading.picture.title = "The charge, as the daemon kept it";
+  reading.picture.facts = counted(reading.picture.moments.size(), "line", "lines") + " of " +
+                          counted(reading.files, "day file", "day files");
+  reading.picture.notes.emplace_back(
+      "Where more than ten minutes lie between two lines, the Mac slept, was off, or the daemon did not run "
+      "or "
+      "kept no history: nothing is drawn there.");
+  if (reading.broken > 0) {
+    reading.picture.notes.push_back(counted(reading.broken, "line was", "lines were") +
+                                    " left out, being broken.");
+  }
+  return reading;
+}
+
+}  // namespace brisko::lab

@@ -1,0 +1,62 @@
+#include "report/thinning.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <optional>
+
+namespace brisko::lab {
+namespace {
+
+using Number = std::optional<double> Moment::*;
+constexpr std::array<Number, 4> numbers{&Moment::level, &Moment::currentMA, &Moment::watts,
+                                        &Moment::temperatureC};
+
+// The index of the one in [begin, end) that comes first by `order`; none when none has the number.
+template <class Order>
+std::optional<std::size_t> outermost(const std::vector<Moment>& moments, std::size_t begin, std::size_t end,
+                                     Number number, Order order) {
+  std::optional<std::size_t> best;
+  for (std::size_t index = begin; index < end; ++index) {
+    const auto& value = moments[index].*number;
+    if (value && (!best || order(*value, *(moments[*best].*number)))) best = index;
+  }
+  return best;
+}
+
+void keepOfColumn(const std::vector<Moment>& moments, std::size_t begin, std::size_t end,
+                  std::vector<bool>& kept) {
+  kept[begin] = true;
+  kept[end - 1] = true;
+  for (const Number number : numbers) {
+    if (const auto least = outermost(moments, begin, end, number, std::less<>())) kept[*least] = true;
+    if (const auto most = outermost(moments, begin, end, number, std::greater<>())) kept[*most] = true;
+  }
+}
+
+}  // namespace
+
+std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enough, std::size_t columns) {
+  if (moments.size() <= enough) return moments;
+  const double from = moments.front().time;
+  const double width = (moments.back().time - from) / static_cast<double>(columns);
+  std::vector<bool> kept(moments.size(), false);
+  std::size_t begin = 0;
+  for (std::size_t column = 1; column <= columns && begin < moments.size(); ++column) {
+    const double border = from + width * static_cast<double>(column);
+    std::size_t end = begin;
+    while (end < moments.size() && (column == columns || moments[end].time < border)) ++end;
+    if (end > begin) keepOfColumn(moments, begin, end, kept);
+    begin = end;
+  }
+  for (std::size_t index = 1; index < moments.size(); ++index) {
+    if (moments[index].afterGap) kept[index - 1] = kept[index] = true;
+  }
+  std::vector<Moment> result;
+  for (std::size_t index = 0; index < moments.size(); ++index) {
+    if (kept[index]) result.push_back(moments[index]);
+  }
+  return result;
+}
+
+}  // namespace brisko::lab

@@ -1,0 +1,238 @@
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+
+#include "hardware/charge_gate.h"
+#include "native/native_limit.h"
+#include "platform/system_power.h"
+#include "sim/invariants/premises.h"
+#include "sim/invariants/rule.h"
+#include "sim/invariants/shown.h"
+#include "state/calibration_state.h"
+#include "state/native_limit_state.h"
+#include "state/tick_state.h"
+
+namespace brisko::lab {
+namespace {
+
+using virtual_mac::JournalEntry;
+using virtual_mac::LimitPreference;
+
+constexpr std::int64_t lowestOnSlider = 80;
+
+bool isOnSlider(std::int64_t limit) { return limit >= lowestOnSlider && limit <= 100 && limit % 5 == 0; }
+
+bool isLimitSet(const JournalEntry& entry) { return entry.command == virtual_mac::journalLimitSet; }
+
+std::int64_t percentSet(const JournalEntry& entry) { return static_cast<std::int32_t>(entry.key); }
+
+// Of a written preference; none when it is no whole number.
+std::optional<std::int64_t> preferenceWritten(const JournalEntry& entry, LimitPreference which) {
+  if (entry.command != virtual_mac::journalPreference || entry.key != static_cast<std::uint32_t>(which)) {
+    return std::nullopt;
+  }
+  if (entry.bytes[0] != static_cast<std::uint8_t>(virtual_mac::PreferenceKind::integer)) return std::nullopt;
+  std::int64_t value = 0;
+  std::memcpy(&value, &entry.bytes[1], sizeof value);
+  return value;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 24. What macOS's limit is set to.
+
+class WhatIsSet final : public Rule {
+ public:
+  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
+    judge(pass.journalFrom, pass.journalTo, scene, violated);
+  }
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    judge(turn.journalFrom, turn.journalTo, scene, violated);
+  }
+
+ private:
+  static void judge(std::uint64_t from, std::uint64_t to, const Scene& scene, const Violated& violated) {
+    forEntries(scene, from, to, [&](const JournalEntry& entry) {
+      if (!isNativeWrite(entry)) return true;
+      if (!gNativeBefore) violated(24, "macOS's limit was touched before the one before was known");
+      if (isLimitSet(entry) && !isOnSlider(percentSet(entry))) {
+        violated(24, "the client was given " + std::to_string(percentSet(entry)));
+      }
+      const auto value = preferenceWritten(entry, LimitPreference::limitValue);
+      if (value && (*value < 1 || *value > 100)) {
+        violated(24, "a preference of " + std::to_string(*value) + " was written");
+      }
+      return true;
+    });
+  }
+};
+
+// How often a target is written again. Wall clock throughout, as macOS's own dates are; whether too soon
+// cannot be told across a clock that was set.
+class WrittenAgain final : public Rule {
+ public:
+  void passBegins(const Scene& scene, const Violated&) override {
+    before_ = gNativeWritten;
+    // After a sleep macOS is given its time anew.
+    const bool wakes = firstEntry(scene, scene.carried().journalSeen, scene.journal().written,
+                                  [](const JournalEntry& entry) {
+                                    return isHeard(entry, platform::PowerMessage::systemHasPoweredOn);
+                                  }) != nullptr;
+    if (wakes) waitsSince_ = scene.machine().now + scene.machine().system.wallOffset;
+  }
+
+  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
+    if (!gateIsMacOSLimit() || !gNativeWritten) return;
+    const double now = pass.at + scene.machine().system.wallOffset;
+    const bool plugged = adapterIsSeen(scene.machine());
+    // On battery macOS shows no limit.
+    if (!plugged) waitsSince_ = now;
+    const bool writes = firstEntry(scene, pass.journalFrom, pass.journalTo, isNativeWrite) != nullptr;
+    if (scene.circumstances().clockSteppedAt >= lookedAt_) clockWasSet_ = true;
+    lookedAt_ = pass.at;
+    if (gNativeWritten != before_) {
+      clockWasSet_ = false;
+      confirmed_ = wroteAfterDrift_ = false;
+      waitsSince_ = writtenAt_ = now;
+      return;
+    }
+    if (writes) judge(now, violated);
+    if (!writes && plugged && limitShown(scene.machine()) == (*gNativeWritten == 100 ? 0 : *gNativeWritten)) {
+      confirmed_ = true;
+      wroteAfterDrift_ = false;
+    }
+  }
+
+ private:
+  void judge(double now, const Violated& violated) {
+    if (confirmed_) {
+      if (wroteAfterDrift_) violated(24, "what macOS took back was written again a second time");
+      wroteAfterDrift_ = true;
+      return;
+    }
+    if (now - writtenAt_ < 90 && !clockWasSet_) violated(24, "the limit was written again within 90 s");
+    if (now - waitsSince_ >= 600) violated(24, "a limit that macOS refuses was written again");
+    writtenAt_ = now;
+    clockWasSet_ = false;
+  }
+
+  double lookedAt_ = never;             // machine time of the pass before
+  bool clockWasSet_ = false;            // since the last write
+  std::optional<std::int64_t> before_;  // gNativeWritten as the pass began
+  double writtenAt_ = 0;
+  double waitsSince_ = 0;
+  bool confirmed_ = false;  // macOS showed the target at least once
+  bool wroteAfterDrift_ = false;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 25. What the end of the life must know.
+
+class ForTheEnd final : public Rule {
+ public:
+  void passEnded(const Pass& pass, const Scene& scene, const Violated&) override {
+    if (!pass.complete || !gateIsMacOSLimit()) return;
+    Carried& carried = scene.carried();
+    carried.nativeDriven = true;
+    if (!gNativeBefore) return;
+    carried.nativeIdle = !pass.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
+    note(carried);
+  }
+  void turnEnded(const Turn&, const Scene& scene, const Violated&) override {
+    if (scene.carried().nativeDriven) note(scene.carried());
+  }
+
+ private:
+  static void note(Carried& carried) {
+    carried.nativeBeforeKnown = gNativeBefore.has_value();
+    carried.nativeBefore = gNativeBefore.value_or(0);
+  }
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 26. What macOS refused.
+
+// The percentage that the line about a refusal names; none for other lines.
+std::optional<std::int64_t> refusedIn(std::string_view line) {
+  constexpr std::string_view beginning = "⚠️ macOS won't hold ";
+  if (!says(line, beginning)) return std::nullopt;
+  const std::string_view rest = line.substr(line.find(beginning) + beginning.size());
+  std::int64_t percent = 0;
+  if (std::from_chars(rest.data(), rest.data() + rest.size(), percent).ec != std::errc()) return std::nullopt;
+  return percent;
+}
+
+class Refusals final : public Rule {
+ public:
+  void passEnded(const Pass& pass, const Scene&, const Violated& violated) override {
+    const bool idle = !pass.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
+    if (!pass.complete || !gateIsMacOSLimit() || idle || !gNativeWritten) return;
+    const std::int64_t target = *gNativeWritten;
+    const std::int64_t limit = pass.settings.limit;
+    if (target <= refused_ && target < lowestOnSlider) {
+      violated(26, std::to_string(target) + "% was written, and " + std::to_string(refused_) +
+                       "% had been refused");
+    }
+    if (steppedOnly_ && target > lowestOnSlider && target % 5 != 0) {
+      violated(26, std::to_string(target) + "% was written, and steps between had been refused");
+    }
+    if (!gNativeFloor) {
+      if (floored_ && limit <= *floored_)
+        violated(26, "the floor is gone for a limit of " + std::to_string(limit));
+      return;
+    }
+    floored_ = std::max(floored_.value_or(limit), limit);
+    if (limit >= lowestOnSlider) violated(26, "there is a floor for a limit of " + std::to_string(limit));
+    // A calibration drains below; limits below 20 stand for 20. A battery above the limit is held where it is
+    // seen, which macOS has not refused yet.
+    const bool counts = gCal.phase == CalPhase::idle && limit >= 20 && target <= limit;
+    if (counts && target < lowestOnSlider) {
+      violated(26, std::to_string(target) + "% was written below the floor");
+    }
+  }
+
+  void turnEnded(const Turn& turn, const Scene&, const Violated&) override {
+    for (const std::string& line : turn.lines) {
+      const auto percent = refusedIn(line);
+      if (!percent) continue;
+      if (*percent < lowestOnSlider) refused_ = std::max(refused_, *percent);
+      if (*percent > lowestOnSlider) steppedOnly_ = true;
+    }
+  }
+
+ private:
+  std::int64_t refused_ = 0;             // the highest limit below 80 that was
+  bool steppedOnly_ = false;             // macOS holds steps of 5 only
+  std::optional<std::int64_t> floored_;  // the highest configured limit for which there was a floor
+};
+
+}  // namespace
+
+void addNativeRules(Rules& rules) {
+  rules.push_back(std::make_unique<WhatIsSet>());
+  rules.push_back(std::make_unique<WrittenAgain>());
+  rules.push_back(std::make_unique<ForTheEnd>());
+  rules.push_back(std::make_unique<Refusals>());
+}
+
+void judgeNativeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
+  const Carried& carried = scene.carried();
+  // Who is killed or gives up leaves the limit as it is, and where the client is gone it cannot be set.
+  const bool reachable = scene.machine().limit.client == virtual_mac::LimitClient::offered;
+  if (!end.status || !carried.nativeDriven || !carried.nativeBeforeKnown || !reachable) return;
+  const JournalEntry* last = nullptr;
+  forEntries(scene, end.rest.journalFrom, end.rest.journalTo, [&](const JournalEntry& entry) {
+    if (isNativeWrite(entry)) last = &entry;
+    return true;
+  });
+  if (carried.nativeIdle) {
+    if (last != nullptr) violated(25, "macOS's limit was touched although it is left alone");
+    return;
+  }
+  const std::int64_t wanted = isOnSlider(carried.nativeBefore) ? carried.nativeBefore : 100;
+  if (last == nullptr || !isLimitSet(*last) || percentSet(*last) != wanted) {
+    violated(25, "macOS's limit was not set back to " + std::to_string(wanted));
+  }
+}
+
+}  // namespace brisko::lab

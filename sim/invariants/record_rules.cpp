@@ -1,0 +1,385 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/options.h"
+#include "base/paths.h"
+#include "base/process_flags.h"
+#include "base/volume_path.h"
+#include "records/statistics.h"
+#include "sim/invariants/premises.h"
+#include "sim/invariants/rule.h"
+#include "sim/invariants/shown.h"
+#include "state/calibration_state.h"
+#include "state/tick_state.h"
+
+namespace brisko::lab {
+namespace {
+
+using virtual_mac::RequestKind;
+
+double wallClockOf(const Scene& scene, double machineTime) {
+  return machineTime + scene.machine().system.wallOffset;
+}
+
+std::string secondsText(double seconds) {
+  std::array<char, 40> text{};
+  static_cast<void>(std::snprintf(text.data(), text.size(), "%.3f s", seconds));
+  return text.data();
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 14. Nothing comes back after all data was erased.
+
+class ErasedData final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!gPurged) return;
+    if (!wasPurged_) scene.carried().purgedAt = turn.at;
+    // In the turn of the erasing files may still be written before they go: the limit that is handed back is
+    // logged. What comes after the last removal came back.
+    auto change = turn.files.begin();
+    if (!wasPurged_) {
+      const auto last =
+          std::find_if(turn.files.rbegin(), turn.files.rend(), [](const auto& it) { return it.removed; });
+      change = last.base();
+      if (last == turn.files.rend()) change = turn.files.end();
+    }
+    wasPurged_ = true;
+    change = std::find_if(change, turn.files.end(), isWritten);
+    if (change != turn.files.end()) violated(14, change->path + " was written");
+  }
+
+ private:
+  bool wasPurged_ = false;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 15. The log: its size, its one generation, its lines.
+
+// "2026-03-01T08:15:30Z  " and a text.
+bool isLogLine(std::string_view line) {
+  constexpr std::string_view form = "0000-00-00T00:00:00Z  ";
+  if (line.size() <= form.size()) return false;
+  return std::equal(form.begin(), form.end(), line.begin(), [](char wanted, char seen) {
+    return wanted == '0' ? seen >= '0' && seen <= '9' : seen == wanted;
+  });
+}
+
+std::string tailOf(const std::string& path, off_t from, off_t to) {
+  std::string text(static_cast<std::size_t>(std::max<off_t>(to - from, 0)), '\0');
+  const Descriptor file = openRegularFile(path, O_RDONLY | O_CLOEXEC);
+  const ssize_t count = file ? ::pread(file.number(), text.data(), text.size(), from) : 0;
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  return text;
+}
+
+class TheLog final : public Rule {
+ public:
+  // What an earlier life left is not judged again.
+  TheLog() {
+    if (lookAtFile()) seen_ = size_;
+  }
+
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    // Another program in the folder makes names and sizes of its own, and may keep a rotation from success.
+    if (scene.circumstances().logsTouched) return;
+    bool written = false;
+    for (const FileChange& change : turn.files) {
+      if (!isWritten(change) || !change.path.starts_with(folder)) continue;
+      const std::string name = change.path.substr(std::min(folder.size() + 1, change.path.size()));
+      written = written || name == "daemon.log";
+      if (name.starts_with("daemon.log.") && name != "daemon.log.1") violated(15, "there is a " + name);
+    }
+    if (written) judgeNewLines(violated);
+  }
+
+ private:
+  static constexpr std::string_view folder = LogFile::defaultDirectory;
+
+  [[nodiscard]] bool lookAtFile() {
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (status.st_ino != inode_ || status.st_size < size_) seen_ = 0;
+    inode_ = status.st_ino;
+    size_ = status.st_size;
+    return true;
+  }
+
+  void judgeNewLines(const Violated& violated) {
+    if (!lookAtFile()) return;
+    const std::string text = tailOf(path_, seen_, size_);
+    const bool startsHere = seen_ == 0;
+    seen_ = size_;
+    std::size_t lines = 0;
+    for (std::size_t from = 0; from < text.size(); ++lines) {
+      const std::size_t end = text.find('\n', from);
+      if (end == std::string::npos) return violated(15, "a line without an end: " + text.substr(from));
+      const std::string_view line = std::string_view(text).substr(from, end - from);
+      if (!isLogLine(line)) return violated(15, "the line \"" + std::string(line) + "\"");
+      from = end + 1;
+    }
+    // One line that is longer than the cap has no other place to be.
+    if (size_ > LogFile::defaultCap && !(startsHere && lines == 1)) {
+      violated(15, "a log of " + std::to_string(size_) + " bytes");
+    }
+  }
+
+  std::string path_ = onVolume(std::string(folder) + "/daemon.log");
+  ino_t inode_ = 0;  // of the log as it was looked at last; 0 there was none
+  off_t size_ = 0;
+  off_t seen_ = 0;  // bytes of it that were judged, or that an earlier life left
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 16. The status.
+
+std::string wordAt(const Json& object, const char* key) {
+  return object.contains(key) ? object[key].dump() : "?";
+}
+
+// What the app shows at once.
+std::string signatureOf(const std::string& text) {
+  const Json status = parseJson(text).value_or(Json::object());
+  std::string signature = status.contains("cal") ? wordAt(status["cal"], "phase") : "?";
+  for (const char* key : {"state", "pct", "plugged", "upper", "enabled", "discharge", "hot", "topUp",
+                          "gateVerified", "nativeFloor"}) {
+    signature += "|" + wordAt(status, key);
+  }
+  return signature;
+}
+
+// Wall clock of the writing; 0 when the status does not say.
+double timeOf(const std::string& status) {
+  constexpr std::string_view key = "\"ts\":";
+  const std::size_t at = status.rfind(key);
+  return at == std::string::npos ? 0 : std::strtod(&status[at + key.size()], nullptr);
+}
+
+class TheStatus final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    const bool written = std::any_of(turn.files.begin(), turn.files.end(), [](const FileChange& change) {
+      return isWritten(change) && change.path == statusPath;
+    });
+    if (!written) return;
+    std::string status = readWholeFile(onVolume(statusPath)).value_or("");
+    if (scene.circumstances().diskIsFull) {
+      // There is no room for what it should say.
+      status_.clear();
+      return;
+    }
+    if (!status.starts_with('{') || !Json::accept(status)) {
+      return violated(16, "status.json is no whole JSON object");
+    }
+    const double apart = timeOf(status) - timeOf(status_);
+    if (!status_.empty() && apart < 15 && signatureOf(status_) == signatureOf(status)) {
+      violated(16, "the same again after " + secondsText(apart));
+    }
+    status_ = std::move(status);
+  }
+
+ private:
+  std::string status_;  // as it was written last; "" it was not, or it is not known
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 17. The history.
+
+class TheHistory final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    const auto change = std::find_if(turn.files.begin(), turn.files.end(), [](const FileChange& it) {
+      return isWritten(it) && it.path.starts_with(historyDir) && it.path.ends_with(".jsonl");
+    });
+    if (change == turn.files.end()) return;
+    last_ = scene.circumstances().diskIsFull ? std::nullopt : judged(lastLine(change->path), violated);
+  }
+
+ private:
+  struct Line {
+    std::int64_t time = 0;  // wall clock, whole seconds
+    std::string state = {};
+    bool adapter = false;
+    std::int64_t pct = 0;
+    std::int64_t tenths = 0;  // of a degree; 0 unknown
+  };
+
+  // A turn writes one line at most. None when there is none that could be read.
+  static std::optional<Line> lastLine(const std::string& unmapped) {
+    constexpr off_t longest = 400;
+    const std::string path = onVolume(unmapped);
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return std::nullopt;
+    std::string text = tailOf(path, std::max<off_t>(status.st_size - longest, 0), status.st_size);
+    if (text.empty() || text.back() != '\n') return std::nullopt;
+    text.pop_back();
+    const auto object = parseJson(text.substr(text.find_last_of('\n') + 1));
+    if (!object || !object->is_object()) return std::nullopt;
+    return Line{.time = integerAt(*object, "t").value_or(0),
+                .state = wordAt(*object, "s"),
+                .adapter = booleanAt(*object, "g").value_or(false),
+                .pct = integerAt(*object, "p").value_or(0),
+                .tenths = integerAt(*object, "ct").value_or(0)};
+  }
+
+  std::optional<Line> judged(const std::optional<Line>& line, const Violated& violated) const {
+    if (!line || !last_) return line;
+    const std::int64_t apart = line->time - last_->time;
+    if (line->state != last_->state || line->adapter != last_->adapter) return line;
+    // Half a degree, less what rounding takes away.
+    const bool same = line->pct == last_->pct && std::abs(line->tenths - last_->tenths) < 4;
+    if (apart < (same ? 300 : 55)) violated(17, "two such lines " + std::to_string(apart) + " s apart");
+    return line;
+  }
+
+  std::optional<Line> last_;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 28. Protected time.
+
+class ProtectedTime final : public Rule {
+ public:
+  // By then the file was read.
+  void passBegins(const Scene& scene, const Violated&) override {
+    if (known_) return;
+    known_ = gProtectedSeconds;
+    since_ = gStatsSince;
+    tickAt_ = scene.machine().now;
+    tickWall_ = gLastStatsTick;
+  }
+
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!known_) return;
+    const bool anew = gStatsSince != since_;
+    since_ = gStatsSince;
+    const double grown = gProtectedSeconds - *known_;
+    const double tickedAt = tickAt_;
+    if (tickWall_ != gLastStatsTick) tickAt_ = turn.at;
+    tickWall_ = gLastStatsTick;
+    if (grown == 0) return;
+    known_ = gProtectedSeconds;
+    if (anew) return;
+    if (grown < 0) {
+      // The time that a clock takes back is taken off again.
+      if (scene.circumstances().clockSteppedBackAt < tickedAt) {
+        violated(28, "protected time fell by " + secondsText(-grown));
+      }
+      return;
+    }
+    if (grown > mostPerTick + std::abs(gProtectedSeconds) * 1e-12) {
+      violated(28, "protected time grew by " + secondsText(grown));
+    }
+    if (gState == ChargeState::allow) violated(28, "protected time grew in allow");
+    if (!adapterIsSeen(scene.machine())) violated(28, "protected time grew on battery");
+  }
+
+ private:
+  static constexpr double mostPerTick = 60;
+  std::optional<double> known_;
+  double since_ = 0;     // when the total began
+  double tickAt_ = 0;    // machine time of the last statistics tick
+  double tickWall_ = 0;  // gLastStatsTick then
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 29. Requests that are taken once.
+
+class Requests final : public Rule {
+ public:
+  void passBegins(const Scene& scene, const Violated&) override {
+    // Whoever writes the file may ask anew, and so may the app.
+    const bool othersWrote = scene.circumstances().doings != doings_ || appliesSettings(scene.machine());
+    doings_ = scene.circumstances().doings;
+    // A request that is withdrawn on a full disk is lost with the file; it comes back with somebody.
+    if (othersWrote || scene.circumstances().diskIsFull) topUp_ = calibrate_ = reset_ = {};
+  }
+
+  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
+    // A locked system drives nothing and serves no request to begin the statistics anew; after an erasing
+    // nothing is written any more, and so nothing is withdrawn.
+    if (!pass.complete || gSystemLocked || gPurged) return;
+    const Settings& asked = pass.settings;
+    const bool calibrates = gCal.phase != CalPhase::idle;
+    const double now = wallClockOf(scene, pass.at);
+    if (topUp_.withdrawn && asked.topUp) violated(29, "a Top Up that was withdrawn is asked for again");
+    if (calibrate_.withdrawn && asked.calibrate) violated(29, "a calibration is asked for again");
+    if (asked.resetStats && gStatsSince != now) violated(29, "the statistics did not begin anew");
+    if (asked.topUp && gTopUpSince != 0) judgeTopUp(asked, now, scene, violated);
+    if (calibrates && now - gCal.phaseSince > longestPhase) violated(29, "a calibration never ends");
+
+    // Whatever else is withdrawn in the same pass writes the request back as it was read, so that it is
+    // served twice.
+    reset_.served = asked.resetStats ? reset_.served + 1 : 0;
+    if (reset_.served > 2) violated(29, "the statistics begin anew again and again");
+
+    const bool topUpEnds = asked.topUp && gTopUpSince == 0 && !calibrates;
+    topUp_.withdrawn = !asked.topUp || topUpEnds;
+    // A Top Up that ends in the same pass writes the calibration back, which then begins anew.
+    calibrate_.withdrawn = !asked.calibrate || (!calibrates && !topUpEnds);
+  }
+
+ private:
+  static constexpr double longestPhase = 259'200;  // seconds
+
+  struct Request {
+    bool withdrawn = false;
+    int served = 0;  // in a row
+  };
+
+  // The pass is a part of a request of the app, which is replied to afterwards.
+  [[nodiscard]] static bool appliesSettings(const virtual_mac::Machine& machine) {
+    const auto& requests = machine.control.requests;
+    return machine.control.sent > 0 && std::any_of(requests.begin(), requests.end(), [](const auto& it) {
+             return it.number != 0 && it.kind == RequestKind::applySettings && it.answers == 0 &&
+                    it.stage == virtual_mac::RequestStage::delivered;
+           });
+  }
+
+  static void judgeTopUp(const Settings& asked, double now, const Scene& scene, const Violated& violated) {
+    if (!adapterIsSeen(scene.machine())) violated(29, "a Top Up goes on without an adapter");
+    const double hours = static_cast<double>(asked.topUpHours);
+    if (asked.topUpHours >= 1 && now - gTopUpSince > hours * 3600) violated(29, "a Top Up goes on for ever");
+  }
+
+  std::uint64_t doings_ = 0;
+  Request topUp_;
+  Request calibrate_;
+  Request reset_;
+};
+
+}  // namespace
+
+void addRecordRules(Rules& rules) {
+  rules.push_back(std::make_unique<ErasedData>());
+  rules.push_back(std::make_unique<TheLog>());
+  rules.push_back(std::make_unique<TheStatus>());
+  rules.push_back(std::make_unique<TheHistory>());
+  rules.push_back(std::make_unique<ProtectedTime>());
+  rules.push_back(std::make_unique<Requests>());
+}
+
+void judgeRecordsAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
+  const double purgedAt = scene.carried().purgedAt;
+  // Others may have made files in the meantime.
+  const bool untouched = scene.circumstances().filesTouchedAt < purgedAt;
+  if (!end.status || purgedAt == never || !untouched) return;
+  for (const std::string& path :
+       {std::string(statusPath), std::string(statsPath), std::string(calibrationPath),
+        std::string(defaultConfigPath), std::string(LogFile::defaultDirectory) + "/daemon.log"}) {
+    if (scene.read(path)) violated(14, path + " is there again");
+  }
+}
+
+}  // namespace brisko::lab

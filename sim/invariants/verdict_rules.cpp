@@ -1,0 +1,148 @@
+// What the daemon says of what it does: that it gives up, that a hold works or does not, and the summaries.
+#include <charconv>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "hardware/charge_gate.h"
+#include "sim/invariants/premises.h"
+#include "sim/invariants/rule.h"
+
+namespace brisko::lab {
+namespace {
+
+constexpr std::string_view newState = "→ state: ";
+
+// A full disk swallows what the daemon says. Its passes go on being told, but nobody knows what it said of
+// them.
+bool isHeard(const Scene& scene) { return !scene.circumstances().diskIsFull; }
+
+// The line without its time.
+std::string_view textOf(const std::string& line) {
+  constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
+  return std::string_view(line).substr(std::min(line.size(), stampWidth));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 22: giving up
+
+// Keys may do what they want here: it is about what the daemon makes of them.
+class GivesUp final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) {
+      attempts_.reset();
+      givenUp_ = false;
+      return;
+    }
+    std::size_t line = 0;
+    for (const Pass& pass : turn.passes) {
+      for (; line < pass.linesTo; ++line) hear(textOf(turn.lines[line]), violated);
+      if (!givenUp_ || !pass.complete || pass.sample.state != ChargeState::discharge) continue;
+      violated(22, "a pass ended in discharge, which had been given up and not re-armed");
+    }
+    for (; line < turn.lines.size(); ++line) hear(textOf(turn.lines[line]), violated);
+  }
+
+ private:
+  void hear(std::string_view text, const Violated& violated) {
+    if (text.starts_with(newState)) attempts_ = 0;
+    if (text.starts_with("⚠️ forced discharge")) givenUp_ = true;
+    if (text.starts_with("forced discharge re-armed")) givenUp_ = false;
+    if (const auto attempt = attemptIn(text)) judge(*attempt, violated);
+  }
+
+  static std::optional<int> attemptIn(std::string_view text) {
+    constexpr std::string_view before = ", attempt ";
+    const std::size_t at = text.find(before);
+    if (at == std::string_view::npos || !text.starts_with("adapter cut released")) return std::nullopt;
+    int attempt = 0;
+    const char* digits = text.data() + at + before.size();
+    std::from_chars(digits, text.data() + text.size(), attempt);
+    return attempt;
+  }
+
+  void judge(int attempt, const Violated& violated) {
+    constexpr int most = 5;
+    if (attempt > most || attempt != attempts_.value_or(attempt - 1) + 1) {
+      violated(22, "attempt " + std::to_string(attempt) + " came after attempt " +
+                       std::to_string(attempts_.value_or(0)));
+    }
+    attempts_ = attempt;
+  }
+
+  std::optional<int> attempts_ = 0;  // in the present discharge; none when unheard
+  bool givenUp_ = false;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 23: the verdicts alternate
+
+class VerdictsAlternate final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) last_.reset();
+    if (turn.lines.empty() || !gateHasKeys()) return;
+    for (const std::string& line : turn.lines) {
+      const std::string_view text = textOf(line);
+      const bool works = text.starts_with("limit verified: charging");
+      if (!works && !text.starts_with("⚠️ the limit has no effect: charging")) continue;
+      if (last_ == works) violated(23, "\"" + std::string(text) + "\" for the second time in a row");
+      last_ = works;
+    }
+  }
+
+ private:
+  std::optional<bool> last_;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 33: nothing is said twice
+
+class SaysNothingTwice final : public Rule {
+ public:
+  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+    if (!isHeard(scene)) {
+      summary_.clear();
+      state_.clear();
+    }
+    for (const std::string& line : turn.lines) {
+      const std::string_view text = textOf(line);
+      if (text.starts_with("cap ")) judgeSummary(text, violated);
+      if (gateHasKeys()) hear(text, violated);
+    }
+  }
+
+ private:
+  void judgeSummary(std::string_view text, const Violated& violated) {
+    if (text == summary_) violated(33, "\"" + summary_ + "\" twice in a row");
+    summary_ = text;
+  }
+
+  void hear(std::string_view text, const Violated& violated) {
+    constexpr std::string_view found = ", state=";
+    if (text.starts_with("brisko-daemon started")) {
+      const std::size_t at = text.rfind(found);
+      if (at != std::string_view::npos) state_ = text.substr(at + found.size());
+    }
+    // Handing everything back opens the gate without a word about the state.
+    if (text.starts_with("app gone") || text.starts_with("charge released")) state_.clear();
+    if (!text.starts_with(newState)) return;
+    text.remove_prefix(newState.size());
+    if (text == state_) violated(33, "\"→ state: " + state_ + "\", which was the state already");
+    state_ = text;
+  }
+
+  std::string summary_;
+  std::string state_;  // the last that was named; "" none
+};
+
+}  // namespace
+
+void addVerdictRules(Rules& rules) {
+  rules.push_back(std::make_unique<GivesUp>());
+  rules.push_back(std::make_unique<VerdictsAlternate>());
+  rules.push_back(std::make_unique<SaysNothingTwice>());
+}
+
+}  // namespace brisko::lab

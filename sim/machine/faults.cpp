@@ -1,0 +1,243 @@
+#include "sim/machine/faults.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+
+namespace brisko::virtual_mac {
+namespace {
+
+template <typename Enum>
+constexpr Change change(ChangeKind kind, Enum value) {
+  return {.kind = kind, .number = static_cast<double>(value)};
+}
+constexpr Change change(ChangeKind kind, double number = 0, std::uint32_t status = 0) {
+  return {.kind = kind, .number = number, .status = status};
+}
+
+// The team identifiers of Apple have ten characters, so none is cut.
+constexpr Change signedBy(std::string_view team) {
+  Change change{.kind = ChangeKind::daemonTeam};
+  for (std::size_t index = 0; index < team.size(); ++index) change.text[index] = team[index];
+  return change;
+}
+
+constexpr Fault simple(std::string_view name, const Change& change, std::string_view reason) {
+  return {name, change, {}, "", 0, 0, reason};
+}
+constexpr Fault measured(std::string_view name, ChangeKind kind, std::string_view unit, double least,
+                         double most, std::string_view reason) {
+  return {name, {.kind = kind}, {.number = true}, unit, least, most, reason};
+}
+constexpr Fault ofKey(std::string_view name, const Change& change, std::string_view reason) {
+  return {name, change, {.key = true}, "", 0, 0, reason};
+}
+constexpr Fault measuredOfKey(std::string_view name, ChangeKind kind, std::string_view unit, double least,
+                              double most, std::string_view reason) {
+  return {name, {.kind = kind}, {.key = true, .number = true}, unit, least, most, reason};
+}
+constexpr Fault writtenToKey(std::string_view name, std::string_view reason) {
+  return {name, {.kind = ChangeKind::keyBytes}, {.key = true, .bytes = true}, "", 0, 0, reason};
+}
+constexpr Fault ofProperty(std::string_view name, PropertyFault fault, std::string_view reason) {
+  return {name, change(ChangeKind::property, fault), {.text = true}, "", 0, 0, reason};
+}
+
+constexpr std::array allFaults{
+    // The adapter and the battery
+    measured("plug", ChangeKind::plug, "W", 0, 300, "People plug the adapter in."),
+    simple("unplug", change(ChangeKind::unplug), "People pull the adapter out."),
+    simple("weak-adapter", change(ChangeKind::plug, 5),
+           "A telephone's charger or a monitor's port gives less than the Mac needs."),
+    measured("charge", ChangeKind::charge, "%", 0, 100,
+             "A gauge that learns anew jumps, and a Mac may come back from anywhere."),
+    measured("load", ChangeKind::load, "W", 0, 300, "The Mac idles, works or plays."),
+    measured("ambient", ChangeKind::ambient, "°C", -50, 80, "Rooms, cars and laps are warm or cold."),
+    measured("temperature", ChangeKind::temperature, "°C", -50, 150,
+             "A Mac is carried in from the sun or from the frost."),
+    measured("health", ChangeKind::health, "mAh", 100, 20000,
+             "A battery ages, and a new one may hold more than its design says."),
+    measured("cycles", ChangeKind::cycles, "cycles", 0, 10000, "A battery is replaced by another."),
+    measured("slow-current", ChangeKind::decay, "s", 0, 3600,
+             "Chargers ramp their current instead of switching it."),
+    measured("trickle", ChangeKind::trickle, "mA", 0, 10000,
+             "Some chargers let a little through although they were told to stop."),
+    simple("battery-out", change(ChangeKind::batteryInstalled, 0),
+           "A worn connector or a dead gauge makes the battery vanish."),
+    simple("battery-in", change(ChangeKind::batteryInstalled, 1), "The connector finds its contact again."),
+
+    // The system management controller
+    ofKey("key-missing", change(ChangeKind::keyPresent, 0),
+          "Models and firmware versions differ in the keys they know."),
+    ofKey("key-appears", change(ChangeKind::keyPresent, 1),
+          "A firmware update brings a key, or a model has two families."),
+    measuredOfKey("key-size", ChangeKind::keySize, "bytes", 0, 64,
+                  "Firmware closes a key by emptying it, and changes its form between models."),
+    ofKey("key-obeys", change(ChangeKind::keyOnWrite, OnWrite::obey),
+          "A restart of the controller heals what was wrong with a key."),
+    ofKey("key-ignores-write", change(ChangeKind::keyOnWrite, OnWrite::ignore),
+          "The controller answers every write alike, also where it has no use for it."),
+    ofKey("key-without-effect", change(ChangeKind::keyOnWrite, OnWrite::storeWithoutEffect),
+          "A key may outlive the hardware that once followed it."),
+    ofKey("key-refuses-write", change(ChangeKind::keyOnWrite, OnWrite::refuse),
+          "Firmware makes a key read-only for the processor."),
+    ofKey("key-write-fails",
+          change(ChangeKind::keyOnWrite, static_cast<double>(OnWrite::kernelError), platform::kernelError),
+          "The driver gives up on a controller that does not answer in time."),
+    ofKey("key-refused", change(ChangeKind::keyReadStatus, 0, platform::kernelNotPrivileged),
+          "macOS keeps keys to itself, also from root."),
+    ofKey("key-granted", change(ChangeKind::keyReadStatus), "An update of macOS opens a key again."),
+    writtenToKey("key-written", "Another program writes the same key, or a sensor shows nonsense."),
+    ofKey("key-truthful", change(ChangeKind::keyUnscript), "A sensor that showed nonsense recovers."),
+    ofKey("key-taken-back", change(ChangeKind::keyRelease),
+          "macOS restores its own value at sleep, at wake and when the adapter comes."),
+    measuredOfKey("key-taken-back-after", ChangeKind::keyReleaseAfter, "s", 0, 86400,
+                  "macOS checks a key from time to time and restores its own value."),
+    ofKey("key-stays", change(ChangeKind::keyReleaseAfter, -1), "macOS stops minding a key after an update."),
+    simple("light-taken", change(ChangeKind::lightTaken, 1),
+           "macOS drives the light itself as the adapter comes and goes and as charging begins and ends."),
+    simple("light-left", change(ChangeKind::lightTaken, 0), "An update of macOS leaves the light alone."),
+    simple("no-controller", change(ChangeKind::smcService, SmcService::absent),
+           "Virtual machines have no system management controller."),
+    simple("controller-refuses", change(ChangeKind::smcService, SmcService::refusesToOpen),
+           "A security policy may deny the controller to a process."),
+    simple("controller-present", change(ChangeKind::smcService, SmcService::present),
+           "The policy is lifted."),
+
+    // What macOS shows
+    ofProperty("property-missing", PropertyFault::missing,
+               "Releases of macOS move properties and drop them."),
+    ofProperty("property-text", PropertyFault::text, "A driver may publish a number as text."),
+    ofProperty("property-real", PropertyFault::real,
+               "A driver may publish a whole number as a floating-point one."),
+    ofProperty("property-unsigned", PropertyFault::unsignedInteger,
+               "The registry keeps 64 bits, and a negative number can come out as unsigned."),
+    ofProperty("property-healed", PropertyFault::none, "The next release of macOS mends it."),
+    simple("no-power-snapshot", change(ChangeKind::powerSources, PowerSourceFault::noSnapshot),
+           "powerd crashes or is not up yet."),
+    simple("no-power-sources", change(ChangeKind::powerSources, PowerSourceFault::emptyList),
+           "powerd is up before the battery's driver."),
+    simple("no-internal-battery", change(ChangeKind::powerSources, PowerSourceFault::noInternalBattery),
+           "The battery's driver restarts while a UPS stays listed."),
+    simple("ups-first", change(ChangeKind::powerSources, PowerSourceFault::upsFirst),
+           "A UPS on USB is a power source too and may come first."),
+    simple("power-sources-healed", change(ChangeKind::powerSources, PowerSourceFault::none),
+           "powerd is started anew by the system."),
+    measured("late-power-source", ChangeKind::powerSourceLag, "s", 0, 3600,
+             "powerd waits for the driver before it believes that the adapter came or went."),
+    simple("flat-layout", change(ChangeKind::layout, RegistryLayout::flat),
+           "Up to macOS 26 the capacities stand at the top of the registry entry."),
+    simple("nested-layout", change(ChangeKind::layout, RegistryLayout::nested),
+           "From macOS 27 on the capacities stand in a nested dictionary."),
+    measured("macos", ChangeKind::macOS, "major version", 11, 99, "People install the next macOS."),
+    measured("capabilities", ChangeKind::capabilities, "bits", 0, 4294967295.0,
+             "Maintenance wakes come without the display."),
+    simple("capabilities-unreadable", change(ChangeKind::capabilities, -1),
+           "The property is not part of any published interface."),
+
+    // Sleep and wake
+    simple("sleep", change(ChangeKind::sleep), "People close the lid."),
+    simple("idle-sleep", change(ChangeKind::idleSleep), "Nobody uses the Mac for a while."),
+    simple("wake", change(ChangeKind::wake), "People open the lid."),
+    measured("dark-wake", ChangeKind::darkWake, "s", 1, 3600,
+             "macOS wakes for maintenance, mail and updates, with the display off."),
+    simple("sleep-refused", change(ChangeKind::sleepRefused, 1),
+           "A driver or another program keeps the Mac awake after the sleep was announced."),
+    simple("sleep-granted", change(ChangeKind::sleepRefused, 0), "Whoever kept the Mac awake is done."),
+    measured("scheduled-wakes", ChangeKind::scheduledWakes, "s until they end, 0 for full wakes", 0, 3600,
+             "A scheduled wake is one for maintenance, unless somebody sits before the Mac."),
+    simple("schedule-refused", change(ChangeKind::scheduleStatus, 0, platform::kernelNotPrivileged),
+           "The power service may deny scheduled wakes, and a profile may forbid them."),
+    simple("schedule-granted", change(ChangeKind::scheduleStatus), "The policy is lifted."),
+    simple("no-power-clients", change(ChangeKind::powerClients, 0),
+           "The power service may not answer a process that comes too early."),
+    simple("power-clients", change(ChangeKind::powerClients, 1), "The power service is up."),
+
+    // The limit of macOS
+    measured("limit", ChangeKind::limit, "%, 100 for none", 80, 100,
+             "People move the slider in the settings."),
+    measured("charge-to-full", ChangeKind::chargeToFull, "s, 0 no longer", 0, 86400,
+             "People ask the battery's menu for a full charge before a journey."),
+    measured("limit-put-back", ChangeKind::limitReverted, "s after each change, below 0 never", -1, 86400,
+             "A profile of a company, or another program, insists on its own limit."),
+    measured("limit-delay", ChangeKind::limitDelay, "s", 0, 86400,
+             "The service takes its time to follow, and at boot it has much to do."),
+    simple("no-limit-framework", change(ChangeKind::limitClient, LimitClient::noFramework),
+           "A private framework may be gone with the next macOS."),
+    simple("no-limit-class", change(ChangeKind::limitClient, LimitClient::noClass),
+           "Private classes are renamed without notice."),
+    simple("no-limit-selector", change(ChangeKind::limitClient, LimitClient::noSelector),
+           "Earlier releases have the class, and it can do less."),
+    simple("limit-client", change(ChangeKind::limitClient, LimitClient::offered),
+           "The next update brings it back."),
+    measured("limit-supported-after", ChangeKind::limitSupportedAfter, "s of uptime", 0, 1e9,
+             "Right after boot the service does not know the battery yet, and some Macs have no limit."),
+    measured("limit-readable-after", ChangeKind::limitReadableAfter, "s of uptime", 0, 1e9,
+             "Right after boot the service answers nobody."),
+    simple("limit-state-unreadable", change(ChangeKind::limitEnabledFails, 1),
+           "The connection to the service breaks, and stays broken."),
+    simple("limit-state-readable", change(ChangeKind::limitEnabledFails, 0), "The service is started anew."),
+    simple("limit-value-unreadable", change(ChangeKind::limitValueFails, 1),
+           "The service has nothing to tell of a limit that nobody ever set."),
+    simple("limit-value-readable", change(ChangeKind::limitValueFails, 0), "The service is started anew."),
+    simple("limit-refused", change(ChangeKind::limitSetAnswer, LimitAnswer::no),
+           "A profile may forbid that the limit is changed."),
+    simple("limit-set-fails", change(ChangeKind::limitSetAnswer, LimitAnswer::error),
+           "The service asks for an entitlement that the caller has not."),
+    simple("limit-granted", change(ChangeKind::limitSetAnswer, LimitAnswer::takes), "The policy is lifted."),
+    simple("limit-below-80-ignored", change(ChangeKind::limitBelowFloor, OddLimit::ignored),
+           "The service checks what it reads against what the slider offers, and leaves the rest alone."),
+    simple("limit-below-80-lifted", change(ChangeKind::limitBelowFloor, OddLimit::adjusted),
+           "The service brings what it reads into the range of the slider."),
+    simple("limit-below-80-taken", change(ChangeKind::limitBelowFloor, OddLimit::taken),
+           "The service believes what it reads."),
+    simple("limit-off-step-ignored", change(ChangeKind::limitOffStep, OddLimit::ignored),
+           "The service checks what it reads against what the slider offers, and leaves the rest alone."),
+    simple("limit-off-step-rounded", change(ChangeKind::limitOffStep, OddLimit::adjusted),
+           "The service brings what it reads to a step of the slider."),
+    simple("limit-off-step-taken", change(ChangeKind::limitOffStep, OddLimit::taken),
+           "The service believes what it reads."),
+    simple("limit-drains", change(ChangeKind::limitDrains, 1),
+           "Some Macs run from the battery until it is down at a lowered limit."),
+    simple("limit-waits", change(ChangeKind::limitDrains, 0), "Others leave the charge where it is."),
+    simple("no-limit-shown-as-100", change(ChangeKind::limitNoneAs100, 1),
+           "Firmware versions differ in how they say that there is no limit."),
+    simple("no-limit-shown-as-0", change(ChangeKind::limitNoneAs100, 0),
+           "Firmware versions differ in how they say that there is no limit."),
+    simple("preferences-fail", change(ChangeKind::preferencesFail, 1), "The disk is full or read-only."),
+    simple("preferences-written", change(ChangeKind::preferencesFail, 0), "There is room on the disk again."),
+
+    // Around the process
+    measured("clock-step", ChangeKind::clockStep, "s", -1e9, 1e9,
+             "The network sets the clock, and people set it by hand."),
+    measured("user", ChangeKind::userId, "user id", 0, 4294967295.0,
+             "Somebody starts the program by hand, without root."),
+    simple("interrupt", change(ChangeKind::signal, SIGINT), "Somebody types control-C."),
+    simple("terminate", change(ChangeKind::signal, SIGTERM),
+           "The system stops its services at shutdown and on update."),
+    simple("kill", change(ChangeKind::signal, SIGKILL),
+           "The system kills what uses too much memory or does not end in time."),
+    simple("terminate-at-exchange", change(ChangeKind::signalAtExchange, SIGTERM, 1),
+           "A service may be stopped between any two writes."),
+    simple("kill-at-exchange", change(ChangeKind::signalAtExchange, SIGKILL, 1),
+           "A process may be killed between any two writes."),
+    simple("daemon-unsigned", {.kind = ChangeKind::daemonTeam}, "Developers run builds that nobody signed."),
+    simple("daemon-other-team", signedBy("3ZD8MW61RC"),
+           "A company may build app and daemon itself, and an update may bring only one of them."),
+    simple("daemon-signature-unreadable", change(ChangeKind::daemonSignature, 0),
+           "An update may replace the executable below the running process."),
+    simple("daemon-signature-readable", change(ChangeKind::daemonSignature, 1),
+           "The executable is put back."),
+};
+
+}  // namespace
+
+std::span<const Fault> faults() { return allFaults; }
+
+const Fault* findFault(std::string_view name) {
+  const auto* found = std::find_if(allFaults.begin(), allFaults.end(),
+                                   [name](const Fault& fault) { return fault.name == name; });
+  return found == allFaults.end() ? nullptr : found;
+}
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,14 @@
+#include "sim/machine/journal.h"
+
+namespace brisko::virtual_mac {
+
+JournalEntry& newEntry(const Machine& machine, Journal& journal, std::uint8_t command) {
+  JournalEntry& entry = journal.entries[journal.written++ % Journal::capacity];
+  entry = {};
+  entry.time = machine.now;
+  entry.life = static_cast<std::uint32_t>(machine.system.lives);
+  entry.command = command;
+  return entry;
+}
+
+}  // namespace brisko::virtual_mac

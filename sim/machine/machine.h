@@ -1,0 +1,585 @@
+// sim/machine/machine.h
+// The virtual Mac: a machine made of data. It is a plain record of fixed size without pointers, so that it
+// can lie in memory shared between a test and the lives of the daemon, or in a file that outlives them all.
+//
+// Words: "machine time" is the record's own clock, in seconds since 1970; it runs through sleep and never
+// steps. The wall clock is machine time plus `wallOffset`; uptime is machine time since boot less the sleep.
+// advance() moves the machine from its last look to a later moment and is the only thing that changes it by
+// itself; apply() is the only way in which a person, the weather or a fault changes it; exchange() is the
+// only way in which software reaches the controller. All three depend on nothing but the record.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+
+#include "platform/smc_service.h"
+
+namespace brisko::virtual_mac {
+
+// The layout of the record. A file with another version is refused.
+inline constexpr std::uint32_t machineVersion = 3;
+
+// A four-character key code, first character in the high byte.
+[[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
+  std::uint32_t code = 0;
+  for (std::size_t index = 0; index < 4; ++index) {
+    code = (code << 8U) | (index < name.size() ? static_cast<std::uint8_t>(name[index]) : 0U);
+  }
+  return code;
+}
+
+// A short text inside the record, zero-terminated.
+using ShortText = std::array<char, 40>;
+[[nodiscard]] ShortText shortText(std::string_view text);  // cut to 39 bytes
+[[nodiscard]] std::string_view textOf(const ShortText& text);
+
+// ---------------------------------------------------------------------------------------------------------
+// The system management controller
+
+// What stands behind a key when it is read.
+enum class KeySource : std::uint8_t {
+  stored,       // the bytes of the record
+  adapter,      // "AC-W": 0xFF without an adapter
+  temperature,  // "TB0T": the battery's temperature as a float, °C
+  charging,     // "CHSC": 1 while current flows into the battery
+  current,      // "B0AC": battery current as a signed 16-bit number, mA
+  systemLimit,  // "bfG0": the limit that macOS enforces
+};
+
+// What a write does. Accepted is not obeyed: the status of a write says nothing about its effect.
+enum class OnWrite : std::uint8_t {
+  obey,
+  ignore,              // accepted, the value stays
+  storeWithoutEffect,  // accepted and read back, the hardware goes on as before
+  refuse,              // the controller's result byte says no
+  kernelError,         // the call itself fails with `writeStatus`
+};
+
+struct SmcKey {
+  std::uint32_t code;                    // 0: an empty place in the table
+  std::uint32_t size;                    // bytes; may be 0 or above 32
+  std::uint32_t type;                    // four-character type code
+  std::array<std::uint8_t, 32> bytes;    // what a read shows
+  std::array<std::uint8_t, 32> acted;    // what the hardware follows
+  std::array<std::uint8_t, 32> resting;  // what the system puts back when it takes the key back
+  KeySource source;
+  OnWrite onWrite;
+  bool present;               // false: the controller does not know it
+  bool scripted;              // a computed key shows `bytes` instead (a broken sensor)
+  std::uint32_t readStatus;   // not 0: every call that asks for the key fails with it
+  std::uint32_t writeStatus;  // for OnWrite::kernelError
+  double releaseAfter;        // seconds after a write at which the resting value comes back; < 0 never
+  double releaseAt;           // machine time of the pending release; < 0 none
+};
+inline constexpr std::size_t keyPlaces = 32;
+
+enum class SmcService : std::uint8_t { present, absent, refusesToOpen };
+
+struct Smc {
+  SmcService service;
+  std::array<SmcKey, keyPlaces> keys;
+  std::uint64_t exchanges;         // calls of exchange() so far
+  std::uint64_t signalAtExchange;  // raise `signalToRaise` in the caller right after this exchange; 0 never
+  std::int32_t signalToRaise;
+  bool lightTaken;  // macOS takes "ACLC" back whenever the adapter or the charging it publishes changes
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Battery, adapter, weather
+
+struct Battery {
+  bool installed;
+  double designMAh;   // as sold
+  double fullMAh;     // what it holds today, by the gauge
+  double reserveMAh;  // held back below 0; the nominal capacity is full + reserve
+  std::int64_t cycles;
+  double chargeMAh;      // 0 … fullMAh
+  double shownFull;      // share of fullMAh at which 100 % is shown
+  double maxChargeMA;    // constant-current phase
+  double resistanceOhm;  // of the pack
+  double currentMA;      // at this moment; negative while it drains
+  double targetMA;       // what the current is moving toward
+  double decaySeconds;   // how slowly the current follows a change; 0 at once
+  double temperatureC;
+  bool fullyCharged;   // the charge ended by itself; charging begins again below rechargeLevel
+  bool bandCharging;   // the firmware band's last direction
+  bool limitCharging;  // likewise of the limit of macOS
+  double trickleMA;    // what still flows in while charging is stopped; 0 on a healthy Mac
+};
+
+inline constexpr double rechargeLevel = 95;  // percent shown
+
+struct Adapter {
+  bool present;
+  double watts;
+};
+
+struct Surroundings {
+  double loadWatts;  // what the Mac itself needs, awake
+  double ambientC;
+};
+
+// What the gauge published last. It publishes every 60 s, counted from the start of the system; at once only
+// the adapter's flags change, and what the charger asks for as the adapter comes or goes.
+struct Gauge {
+  double publishedAt;  // machine time
+  std::int64_t percent;
+  std::int64_t rawMAh;
+  std::int64_t currentMA;
+  std::int64_t voltageMV;
+  std::int64_t temperatureCentiC;
+  bool charging;
+  bool full;
+  std::int64_t askedMA;  // what the charger asks for
+  bool operator==(const Gauge&) const = default;
+};
+inline constexpr double gaugePeriod = 60;  // seconds
+
+// What powerd publishes of the internal battery.
+struct PowerSource {
+  std::int64_t percent;
+  bool onAdapter;  // "Power Source State"
+  bool charging;
+  bool full;
+  std::int64_t minutes;   // to empty on battery, to full while charging; -1 still calculating
+  double lagSeconds;      // how late the state follows the adapter
+  double stateDueAt;      // machine time at which a changed state is published; < 0 none pending
+  std::uint64_t changes;  // published changes so far: processes compare it to hear of them
+};
+
+// How the registry shows the battery.
+enum class RegistryLayout : std::uint8_t {
+  flat,    // up to macOS 26
+  nested,  // macOS 27: capacities in "BatteryData" only
+};
+
+enum class PropertyFault : std::uint8_t { none, missing, text, real, unsignedInteger };
+struct PropertyChange {
+  ShortText name;  // inside a nested dictionary: "BatteryData/DesignCapacity"; or a whole entry's
+  PropertyFault fault;
+  bool operator==(const PropertyChange&) const = default;
+};
+inline constexpr std::size_t propertyChanges = 8;
+
+enum class PowerSourceFault : std::uint8_t { none, noSnapshot, emptyList, noInternalBattery, upsFirst };
+
+// ---------------------------------------------------------------------------------------------------------
+// The system around it
+
+struct System {
+  std::int64_t macOS;          // major version
+  double bootedAt;             // machine time
+  double sleptSeconds;         // since boot
+  double wallOffset;           // wall clock less machine time
+  bool poweredOn;              // false between shutdown and boot
+  bool asleep;                 // uptime and timers stand still while it is set
+  std::uint32_t capabilities;  // "System Capabilities"
+  bool capabilitiesReadable;
+  std::int64_t pretendedUserId;  // effective user id in virtual time; 0 root
+  std::uint64_t lives;           // user clients opened so far
+  ShortText daemonTeam;          // the team in the daemon's own code signature; "" unsigned
+  bool daemonSignatureReadable;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Sleep, wake and the power service. There is one client at most: the daemon.
+
+enum class SleepStage : std::uint8_t {
+  none,       // awake or asleep, and staying so
+  asked,      // before idle sleep: may the system sleep? Waits for the answer
+  announced,  // it is going to sleep. Waits for the answer
+  falling,    // everybody has answered, or had the time to
+};
+
+inline constexpr double answerTimeout = 30;       // seconds; then the sleep goes on without the answer
+inline constexpr double fallingSeconds = 2;       // from the last answer to sleep
+inline constexpr double poweredOnDelay = 2;       // from the beginning of a full wake to its message
+inline constexpr std::uint32_t latePatience = 3;  // a client this often late in a row is not waited for
+
+// A message to the client; `type` as the system numbers them. The client answers with the token.
+struct PowerNotice {
+  double sentAt;        // machine time
+  double answeredAt;    // likewise; < 0 not yet
+  std::uint32_t type;   // 0: an empty place
+  std::uint32_t token;  // the number of the message, from 1
+  bool awaitsAnswer;    // the client has to answer it
+};
+inline constexpr std::size_t noticePlaces = 32;
+
+// A scheduled power event, as the system keeps it on its disk.
+struct ScheduledEvent {
+  bool pending;
+  double date;  // wall clock
+  ShortText identifier;
+  ShortText type;  // "wake" and "wakepoweron" end a sleep; of the others nothing comes
+};
+inline constexpr std::size_t scheduledPlaces = 16;
+
+struct Sleep {
+  SleepStage stage;
+  double stageEndsAt;  // machine time at which the stage ends by itself; < 0 never
+  bool dark;           // awake for maintenance, display off
+  double darkUntil;    // machine time at which it falls asleep again; < 0 never
+  double poweredOnAt;  // machine time at which the client hears of the full wake; < 0 nothing to hear
+  bool refused;        // sleeps that are announced come to nothing
+  double scheduledWakeSeconds;  // how long a scheduled wake lasts before it sleeps on; 0: it is a full wake
+  std::array<ScheduledEvent, scheduledPlaces> events;
+  platform::KernelStatus scheduleStatus;  // not 0: scheduling fails with it
+  bool refusesClients;
+  std::int64_t client;        // process id of the registered client; 0 none
+  std::uint32_t lateAnswers;  // of the client, in a row
+  std::uint32_t noticesSent;  // so far; notice n lies at n % noticePlaces
+  std::array<PowerNotice, noticePlaces> notices;
+  std::uint64_t strayAnswers;  // answers to what did not wait for one
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// The control service and its clients, in virtual time. A request waits until a daemon listens and the Mac is
+// awake, as the system keeps it for a service that is still to be started.
+
+enum class RequestKind : std::uint8_t { applySettings, purgeAllData, releaseCharge, restart };
+
+enum class RequestStage : std::uint8_t {
+  none,
+  waiting,    // no daemon has taken it
+  refused,    // dropped: its client does not meet the daemon's requirement
+  delivered,  // to a daemon, which may or may not have replied
+};
+
+struct ClientRequest {
+  std::uint64_t number;  // of the request, from 1; 0: an empty place
+  RequestStage stage;
+  RequestKind kind;
+  std::uint32_t client;   // which of knownClients()
+  ShortText settings;     // what applySettings sends; "@/path": what the file there, on the volume, holds
+  bool awaited;           // false: the client is gone before a reply can come
+  double sentAt;          // machine time
+  double answeredAt;      // likewise, of the last reply; < 0 none yet
+  std::uint32_t answers;  // how often the daemon replied
+  bool done;              // of the last reply that reached the client, as the rest
+  bool hasError;
+  std::array<char, 160> error;  // cut to 159 bytes, zero-terminated
+};
+inline constexpr std::size_t requestPlaces = 16;
+
+struct Control {
+  std::uint64_t sent;  // requests so far; request n lies at n % requestPlaces
+  std::array<ClientRequest, requestPlaces> requests;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// The charge limit of macOS. Its settings are preferences on the machine's disk; a service reads them when it
+// is told to, takes them a little later and then enforces them. charge_limit.h has its rules.
+
+// A preference as the disk keeps it. Data, lists and dictionaries find no room here and count as no value.
+enum class PreferenceKind : std::uint8_t { none, boolean, integer, real, text, date };
+struct Preference {
+  PreferenceKind kind;
+  std::int64_t integer;  // also a boolean
+  double real;           // also a date: wall clock
+  ShortText text;
+  bool operator==(const Preference&) const = default;
+};
+
+// Of the domain "com.apple.smartcharging.topoffprotection", the only one that the disk keeps.
+enum class LimitPreference : std::uint8_t {
+  featureState,   // "MCLFeatureState": 1 while the limit is on
+  limitValue,     // "mclLimitValue": percent
+  disabledUntil,  // "MCLTempDisabledUntilDate": until then people want a full charge
+};
+inline constexpr std::size_t limitPreferences = 3;
+
+// What programs find of the client in PowerUI.
+enum class LimitClient : std::uint8_t { offered, noSelector, noClass, noFramework };
+
+// What becomes of limits that the slider does not offer.
+enum class OddLimit : std::uint8_t {
+  taken,     // like any other
+  ignored,   // the limit before goes on
+  adjusted,  // to one that the slider offers: 80, or the step of 5 below
+};
+
+enum class LimitAnswer : std::uint8_t { takes, no, error };
+
+// What the service read in the preferences.
+struct LimitOrder {
+  std::int64_t percent;  // 1 … 99; 0 none
+  double fullUntil;      // wall clock; 0 none
+  bool operator==(const LimitOrder&) const = default;
+};
+
+// How often programs reached for it, since the machine was made.
+struct LimitCalls {
+  std::uint64_t loads;  // of the framework, whether it is there or not
+  std::uint64_t clients;
+  std::uint64_t supported;  // questions
+  std::uint64_t enabled;
+  std::uint64_t limit;
+  std::uint64_t sets;
+  std::uint64_t preferenceWrites;
+  std::uint64_t synchronisations;
+  std::uint64_t notifications;
+};
+
+struct ChargeLimit {
+  bool offered;        // by macOS from 26 on; without it nothing of the rest has any effect
+  LimitClient client;  // what stands in the way of programs, and of them alone
+  std::array<Preference, limitPreferences> preferences;
+  double delay;                // seconds from being told of a change to taking it
+  LimitOrder coming;           // read, and taken at …
+  double comingAt;             // … machine time; < 0 nothing is coming
+  LimitOrder held;             // taken: enforced unless people wait for a full charge
+  double supportedAfter;       // uptime from which on the client says that the limit is supported
+  double readableAfter;        // … and from which on it can tell whether it is on, and what it is
+  bool enabledFails;           // whether it is on can't be told
+  bool valueFails;             // what it is can't be told
+  LimitAnswer setAnswer;       // to a limit that the slider offers
+  OddLimit belowFloor;         // limits below 80
+  OddLimit offStep;            // those above that are not a multiple of 5
+  bool drains;                 // the battery is drained down to the limit on the adapter
+  bool showsNoneAs100;         // in "bfG0", else 0
+  bool preferencesFail;        // they can't be written to the disk
+  double revertAfter;          // seconds after which another program puts its own limit back; < 0 never
+  std::int64_t revertPercent;  // that limit; 0 none
+  double revertAt;             // machine time; < 0 not about to
+  LimitCalls calls;
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// Changes: the one list of what a person, the weather or a fault may do to the machine. Each is believable;
+// faults.h says why, and names them for the tools; requests alone are none, but what people do with the app.
+
+enum class ChangeKind : std::uint8_t {
+  nothing,
+  plug,  // number: watts
+  unplug,
+  charge,            // number: percent shown; publishes at once
+  load,              // number: watts
+  ambient,           // number: °C
+  temperature,       // number: °C of the battery, from where physics goes on
+  health,            // number: mAh that it holds when full
+  cycles,            // number
+  decay,             // number: seconds over which the current follows a change
+  trickle,           // number: mA that still flow in while charging is stopped
+  macOS,             // number: major version
+  clockStep,         // number: seconds by which the wall clock jumps
+  capabilities,      // number: the word; below 0: not readable
+  userId,            // number
+  keyPresent,        // key; number 0 removes it, 1 brings it back
+  keySize,           // key; number: bytes
+  keyOnWrite,        // key; number: OnWrite; status: for kernelError
+  keyReadStatus,     // key; status: 0 heals it
+  keyBytes,          // key; bytes: somebody else writes it, hardware follows; scripts a computed key
+  keyUnscript,       // key: a computed key shows the truth again
+  keyRelease,        // key: the system takes it back now
+  keyReleaseAfter,   // key; number: seconds after each write, below 0 never
+  smcService,        // number: SmcService
+  property,          // text: name; number: PropertyFault
+  powerSources,      // number: PowerSourceFault
+  powerSourceLag,    // number: seconds
+  layout,            // number: RegistryLayout
+  signal,            // number: raised in the process that holds the machine
+  signalAtExchange,  // number: signal; status: how many exchanges from now
+  batteryInstalled,  // number 0 or 1
+  lightTaken,        // number 0 or 1
+  sleep,             // the lid is closed: announced without asking; from a dark wake without a word
+  idleSleep,         // nobody used it for a while: asked first. Only from a full wake
+  wake,              // a full wake
+  darkWake,          // number: seconds until it sleeps on
+  sleepRefused,      // number 1: sleeps that are announced come to nothing, 0: no longer
+  scheduledWakes,    // number: seconds that scheduled wakes last; 0: they are full wakes
+  scheduleStatus,    // status: that of scheduling a wake; 0 heals it
+  powerClients,      // number 0: the power service takes no clients, 1: it does
+  daemonTeam,        // text: the team that signed the daemon; "" nobody. Its signature is readable then
+  daemonSignature,   // number 0: the daemon's own signature cannot be read, 1: it can
+  request,           // number: RequestKind; status: which known client; text: the settings to apply
+  requestUnawaited,  // the same from a client that is gone before the reply
+
+  limit,                // number: percent to which people set the limit of macOS; 100 none
+  chargeToFull,         // number: seconds for which they ask for a full charge; 0: no longer
+  limitReverted,        // number: seconds after which another program puts back the limit of now; < 0 never
+  limitDelay,           // number: seconds until macOS takes a new limit
+  limitClient,          // number: LimitClient
+  limitSupportedAfter,  // number: uptime in seconds
+  limitReadableAfter,   // likewise
+  limitEnabledFails,    // number 0 or 1
+  limitValueFails,      // number 0 or 1
+  limitSetAnswer,       // number: LimitAnswer
+  limitBelowFloor,      // number: OddLimit
+  limitOffStep,         // number: OddLimit
+  limitDrains,          // number 0 or 1
+  limitNoneAs100,       // number 0 or 1
+  preferencesFail,      // number 0 or 1
+};
+
+struct Change {
+  ChangeKind kind = ChangeKind::nothing;
+  std::uint32_t key = 0;
+  double number = 0;
+  std::uint32_t status = 0;
+  std::uint32_t byteCount = 0;
+  std::array<std::uint8_t, 32> bytes{};
+  ShortText text{};
+};
+
+// Something that will happen by itself, at a machine time.
+struct Planned {
+  double at;
+  std::uint64_t order;  // of insertion: breaks ties
+  bool pending;
+  Change change;
+};
+inline constexpr std::size_t plannedPlaces = 64;
+
+struct Machine {
+  std::uint32_t version;
+  ShortText model;  // as shown to people, e.g. "MacBook Air 13"
+  double now;       // machine time of the last look
+  Smc smc;
+  Battery battery;
+  Adapter adapter;
+  Surroundings surroundings;
+  Gauge gauge;
+  PowerSource powerSource;
+  RegistryLayout layout;
+  std::array<PropertyChange, propertyChanges> properties;
+  PowerSourceFault powerSourceFault;
+  System system;
+  Sleep sleep;
+  Control control;
+  ChargeLimit limit;
+  std::array<Planned, plannedPlaces> planned;
+  std::uint64_t plannedSoFar;
+  std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
+  // Live only: how machine time follows real time.
+  double speed;          // machine seconds in a real second
+  double realAnchor;     // real time (seconds since 1970) at which …
+  double machineAnchor;  // … machine time was this
+};
+static_assert(std::is_trivially_copyable_v<Machine>);
+
+// ---------------------------------------------------------------------------------------------------------
+// The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
+// What passes between the power service or the control service and a client stands among them, and what
+// reaches for the limit of macOS, so that the order of all can be seen.
+
+struct JournalEntry {
+  double time;           // machine time
+  std::uint32_t life;    // which user client, counted from 1
+  std::uint32_t key;     // of a power message its type, of a scheduled event 0
+  std::uint32_t status;  // of the call
+  std::uint8_t command;  // 5 read, 6 write, 8 key at index, 9 key info, or one of the power service's
+  std::uint8_t result;   // of the controller
+  std::uint8_t size;     // bytes that count
+  std::array<std::uint8_t, 32> bytes;
+};
+
+// Commands of the journal that are none of the controller's.
+inline constexpr std::uint8_t journalHeard = 0x40;      // the client heard a message
+inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
+inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
+inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
+// Of the control service; key: the RequestKind, byte 0 of a reply: 1 done.
+inline constexpr std::uint8_t journalAsked = 0x48;    // a request was delivered to the daemon
+inline constexpr std::uint8_t journalReplied = 0x49;  // … and it replied
+// Those of the limit of macOS; charge_limit.h tells them in words.
+inline constexpr std::uint8_t journalLimitSet = 0x44;      // by the client; key: percent
+inline constexpr std::uint8_t journalPreference = 0x45;    // written; key: LimitPreference
+inline constexpr std::uint8_t journalSynchronised = 0x46;  // the preferences
+inline constexpr std::uint8_t journalNotified = 0x47;      // key 1: the service of the limit, 0: others
+
+struct Journal {
+  static constexpr std::size_t capacity = 8192;
+  std::uint64_t written;  // entries ever written; entry n lies at n % capacity
+  bool reads;             // whether reads and key infos are kept too
+  std::array<JournalEntry, capacity> entries;
+};
+static_assert(std::is_trivially_copyable_v<Journal>);
+
+// ---------------------------------------------------------------------------------------------------------
+// Operations
+
+enum class GateKind : std::uint8_t { chte, ch0b0c, firmwareBand, none };
+enum class CutKind : std::uint8_t { chie, ch0i, ch0j, none };
+
+// A model of Mac, for make(). Models of our own stand in models.h.
+struct Model {
+  std::string_view name;   // of the tools, e.g. "air13"
+  std::string_view title;  // for people
+  double designMAh, fullMAh, reserveMAh;
+  std::int64_t cycles;
+  double maxChargeMA;
+  double resistanceOhm;
+  double shownFull;
+  double adapterWatts;
+  double loadWatts;
+  GateKind gate;
+  CutKind cut;
+  bool magSafeLight;  // has the key "ACLC"
+};
+
+struct MachineOptions {
+  std::optional<GateKind> gate = std::nullopt;  // else the model's
+  std::optional<CutKind> cut = std::nullopt;
+  std::optional<bool> magSafeLight = std::nullopt;
+  std::int64_t macOS = 26;
+  double startTime = 1772352000;  // machine time and wall clock, 2026-03-01T08:00:00Z
+  double uptime = 3600;           // seconds since boot at that moment
+  double percent = 70;
+  bool plugged = true;
+  bool chargeLimit = true;  // macOS has a charge limit of its own, from 26 on
+};
+
+// A healthy Mac as it stands at the start: keys open, gauge fresh, awake. From macOS 27 on the charge keys
+// are closed: those of the CH families have no bytes and those of the firmware band are refused.
+[[nodiscard]] Machine makeMachine(const Model& model, const MachineOptions& options = {});
+
+// Moves the machine to `time` (earlier ones change nothing). Second by second: planned changes, keys taken
+// back, current, charge, temperature, and every 60 s the gauge and the power source.
+void advance(Machine& machine, double time);
+
+// The same, but stops right after the first thing that a process must hear of: a signal, a power message, the
+// beginning or the end of sleep and, while the machine is awake, a published change of the power source. True
+// when it stopped there.
+bool advanceToNotice(Machine& machine, double time);
+
+// Does `change` now.
+void apply(Machine& machine, const Change& change);
+
+// Plans `change` for a machine time; false when all places are taken.
+[[nodiscard]] bool plan(Machine& machine, double at, const Change& change);
+
+// One exchange of the user client, as the kernel does it: commands 5, 6, 8 and 9.
+[[nodiscard]] platform::KernelStatus exchange(Machine& machine, Journal& journal,
+                                              const platform::SmcRecord& input, platform::SmcRecord& output);
+
+// The power service. A client hears the messages sent after its registration; false when it is not taken.
+bool registerPowerClient(Machine& machine, std::int64_t process);
+// The client is gone: its process has ended, and the kernel has noticed.
+void forgetPowerClient(Machine& machine);
+// The message came to the client's run loop.
+void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice);
+// The client allows what the message announced.
+void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
+// As IOPMSchedulePowerEvent and IOPMCancelScheduledPowerEvent do it; dates are those of the wall clock.
+[[nodiscard]] platform::KernelStatus scheduleEvent(Machine& machine, Journal& journal, double date,
+                                                   std::string_view identifier, std::string_view type);
+platform::KernelStatus cancelEvent(Machine& machine, Journal& journal, double date,
+                                   std::string_view identifier, std::string_view type);
+
+// Starts anew: uptime from zero, capabilities of a full wake. The keys stand as they were.
+void boot(Machine& machine);
+void shutDown(Machine& machine);
+
+// Readings for tools and tests.
+[[nodiscard]] double wallClock(const Machine& machine);
+[[nodiscard]] double uptimeOf(const Machine& machine);             // 0 while it is off
+[[nodiscard]] double level(const Machine& machine);                // shown percent before rounding, 0 … 100
+[[nodiscard]] bool adapterReachesBattery(const Machine& machine);  // present and not cut
+[[nodiscard]] bool chargingIsOpen(const Machine& machine);         // what the hardware follows
+[[nodiscard]] const SmcKey* findKey(const Machine& machine, std::uint32_t code);
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,96 @@
+// sim/machine/machine_store.h
+// Where the one machine of a process lies: in anonymous memory shared with forked children (tests, the lab)
+// or in the file "machine" of a folder (live). The seam and the tools reach the machine through it alone.
+//
+// In a file an update is made on a second copy and shown by flipping one index, under a lock that the kernel
+// frees: whoever is killed at any point leaves a whole machine.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "sim/machine/machine.h"
+
+namespace brisko::virtual_mac {
+
+class MachineStore {
+ public:
+  // Anonymous shared memory holding `machine`; survives fork() in parent and children alike.
+  [[nodiscard]] static std::unique_ptr<MachineStore> inMemory(const Machine& machine);
+
+  // Makes `folder` (and its volume root) with `machine` in it. Null and a reason (one clause, as it follows
+  // "brisko-vmac: ") when the folder exists and is not empty, or cannot be made.
+  [[nodiscard]] static std::unique_ptr<MachineStore> create(const std::string& folder, const Machine& machine,
+                                                            std::string& reason);
+  // Opens the machine in `folder`. Null and a reason when it is missing, not ours, of another version or
+  // half-written; nothing is changed then.
+  [[nodiscard]] static std::unique_ptr<MachineStore> open(const std::string& folder, std::string& reason);
+
+  ~MachineStore();
+  MachineStore(const MachineStore&) = delete;
+  MachineStore& operator=(const MachineStore&) = delete;
+
+  // The machine as it was last left, under the lock, for as long as the Look lives. Not to be nested.
+  class Look {
+   public:
+    ~Look();
+    Look(const Look&) = delete;
+    Look& operator=(const Look&) = delete;
+    [[nodiscard]] const Machine& machine() const { return *machine_; }
+    [[nodiscard]] const Journal& journal() const { return *journal_; }
+
+   private:
+    friend class MachineStore;
+    Look(MachineStore& store, const Machine& machine, const Journal& journal)
+        : store_(store), machine_(&machine), journal_(&journal) {}
+    MachineStore& store_;
+    const Machine* machine_;
+    const Journal* journal_;
+  };
+  // A change of the machine, under the lock; shown to others when the Update ends. Not to be nested.
+  class Update {
+   public:
+    ~Update();
+    Update(const Update&) = delete;
+    Update& operator=(const Update&) = delete;
+    [[nodiscard]] Machine& machine() const { return *machine_; }
+    [[nodiscard]] Journal& journal() const { return *journal_; }
+
+   private:
+    friend class MachineStore;
+    Update(MachineStore& store, Machine& machine, Journal& journal)
+        : store_(store), machine_(&machine), journal_(&journal) {}
+    MachineStore& store_;
+    Machine* machine_;
+    Journal* journal_;
+  };
+  [[nodiscard]] Look look();
+  [[nodiscard]] Update update();
+
+  [[nodiscard]] const std::string& folder() const;      // empty in memory
+  [[nodiscard]] const std::string& volumeRoot() const;  // folder + "/volume"; as set in memory
+  void setVolumeRoot(std::string root);                 // in memory only
+
+ private:
+  MachineStore();
+  struct Inside;
+  std::unique_ptr<Inside> inside_;
+};
+
+// Makes the folders that a fresh Mac has below the root of its volume, as far as the daemon meets them, with
+// the app among them.
+[[nodiscard]] bool makeVolume(const std::string& root);
+
+// The store that the seam of this process works on. In virtual time a test or the lab attaches it before
+// anything else; live it is opened on first use from the folder that BRISKO_VIRTUAL_MAC names. Null: there is
+// no virtual Mac, and the computer has no controller, no battery and no power service.
+[[nodiscard]] MachineStore* attachedMachine();
+
+// The machine time at this moment: in virtual time that of the machine's last look, live what the real clock
+// and the machine's speed make of it.
+[[nodiscard]] double machineTime(const Machine& machine);
+
+// Wakes the run loops of all processes that hold the live machine in `folder`.
+void wakeHolders(const std::string& folder);
+
+}  // namespace brisko::virtual_mac

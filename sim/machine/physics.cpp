@@ -1,0 +1,307 @@
+#include "sim/machine/physics.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "sim/machine/charge_limit.h"
+
+namespace brisko::virtual_mac {
+namespace {
+
+// Of the adapter's name plate only this share reaches the machine: 28.2 W of 30.
+constexpr double adapterShare = 0.94;
+constexpr double sleepWatts = 0.1;  // about 0.16 % an hour
+constexpr double darkWatts = 3;     // at most, awake with the display off
+
+// Near full the charger holds the voltage, and the current falls with what is left to fill.
+constexpr double taperSeconds = 936;        // time constant
+constexpr double endShareOfDesign = 0.045;  // the charge ends at this share of the design capacity, in mA
+
+// The battery's temperature follows what warms it.
+constexpr double thermalSeconds = 1200;   // time constant
+constexpr double settledC = 0.005;        // nearer than this it has arrived
+constexpr double warmestByLoadC = 8;      // what the rest of the Mac can add …
+constexpr double halfWarmLoadWatts = 6;   // … and the load at which half of it is reached
+constexpr double chargingWarmthC = 10;    // at a current of one battery an hour
+constexpr double dischargingWarmthC = 3;  // likewise
+constexpr double settledMA = 1;
+
+// Open-circuit voltage of three cells in series, V, at every twentieth of the gauge's charge.
+constexpr std::array<double, 21> openVoltage{9.60,  10.88, 11.11, 11.25, 11.34, 11.42, 11.50,
+                                             11.56, 11.60, 11.64, 11.69, 11.74, 11.80, 11.91,
+                                             12.08, 12.22, 12.33, 12.43, 12.53, 12.72, 12.91};
+
+double restVoltage(const Battery& battery) {
+  constexpr auto steps = static_cast<double>(openVoltage.size() - 1);
+  const double place = std::clamp(battery.chargeMAh / battery.fullMAh, 0.0, 1.0) * steps;
+  const std::size_t below = std::min(static_cast<std::size_t>(place), openVoltage.size() - 2);
+  const double share = place - static_cast<double>(below);
+  return openVoltage[below] + (openVoltage[below + 1] - openVoltage[below]) * share;
+}
+
+// The current, in mA, at which `watts` leave the battery. An overloaded pack keeps half its voltage.
+double drainFor(const Battery& battery, double watts) {
+  const double rest = restVoltage(battery);
+  const double loaded = std::max(rest - battery.resistanceOhm * watts / rest, rest / 2);
+  return -1000 * watts / loaded;
+}
+
+// The current, in mA, at which `watts` enter it.
+double chargeFor(const Battery& battery, double watts) {
+  const double rest = restVoltage(battery);
+  return 1000 * watts / (rest + battery.resistanceOhm * watts / rest);
+}
+
+double endMA(const Battery& battery) { return endShareOfDesign * battery.designMAh; }
+
+double taperMA(const Battery& battery) {
+  return (battery.fullMAh - battery.chargeMAh) * 3600 / taperSeconds + endMA(battery);
+}
+
+double shownLevel(const Battery& battery) {
+  return std::min(100 * battery.chargeMAh / (battery.fullMAh * battery.shownFull), 100.0);
+}
+
+bool chargerIsOpen(const Machine& machine, const Flow& flow) {
+  const Battery& battery = machine.battery;
+  return letsCharge(flow.orders, shownLevel(battery), battery.bandCharging) &&
+         limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
+}
+
+// Above the limit some Macs run from the battery although the adapter is there.
+bool drainsToLimit(const Machine& machine, const Flow& flow) {
+  return flow.drains && std::round(shownLevel(machine.battery)) > flow.limit;
+}
+
+double targetMA(const Machine& machine, const Flow& flow) {
+  const Battery& battery = machine.battery;
+  if (!battery.installed) return 0;
+  const bool powersMac = flow.adapter && !drainsToLimit(machine, flow);
+  const double missing = powersMac ? -flow.spareWatts : flow.needWatts;
+  // An empty battery gives nothing more; the Mac would have gone dark.
+  if (missing > 0) return battery.chargeMAh > 0 ? drainFor(battery, missing) : 0;
+  if (!flow.adapter) return 0;
+  const double most = chargeFor(battery, flow.spareWatts);
+  if (!chargerIsOpen(machine, flow)) {
+    // A little finds its way only where there is room.
+    return battery.chargeMAh < battery.fullMAh ? std::min(battery.trickleMA, most) : 0;
+  }
+  if (battery.fullyCharged) return 0;
+  return std::min({battery.maxChargeMA, taperMA(battery), most});
+}
+
+// The band's direction is remembered while it is armed. Without a band charging is free, and that is the
+// direction which a band finds when it is armed later than in the same instant.
+void followBand(Machine& machine, const Flow& flow) {
+  Battery& battery = machine.battery;
+  ChargeOrders band = flow.orders;
+  band.stopped = false;
+  battery.bandCharging = letsCharge(band, shownLevel(battery), battery.bandCharging);
+}
+
+// Without a limit charging is free, and that is the direction which a limit finds.
+void followLimit(Battery& battery, const Flow& flow) {
+  battery.limitCharging =
+      flow.limit <= 0 || limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
+}
+
+// Backward Euler with a quarter of `decaySeconds` as time constant: after that many seconds about a fiftieth
+// of the change is left, and 0 means at once.
+void followTarget(Battery& battery) {
+  const double missing = battery.targetMA - battery.currentMA;
+  if (battery.decaySeconds <= 0 || std::abs(missing) < settledMA) {
+    battery.currentMA = battery.targetMA;
+  } else {
+    battery.currentMA += missing / (1 + battery.decaySeconds / 4);
+  }
+}
+
+void moveCharge(Machine& machine, const Flow& flow) {
+  Battery& battery = machine.battery;
+  const double charge = battery.chargeMAh + battery.currentMA / 3600;
+  battery.chargeMAh = std::clamp(charge, 0.0, battery.fullMAh);
+  if (charge <= 0 && battery.currentMA < 0) battery.currentMA = 0;
+  if (flow.adapter && charge >= battery.fullMAh && chargerIsOpen(machine, flow)) battery.fullyCharged = true;
+  if (shownLevel(battery) < rechargeLevel) battery.fullyCharged = false;
+}
+
+void moveTemperature(Machine& machine, const Flow& flow) {
+  double& temperature = machine.battery.temperatureC;
+  const double rest = restingTemperature(machine, flow.needWatts);
+  const double missing = rest - temperature;
+  temperature = std::abs(missing) < settledC ? rest : temperature + missing / thermalSeconds;
+}
+
+double needOf(const Machine& machine) {
+  if (!machine.system.poweredOn) return 0;
+  if (machine.system.asleep) return sleepWatts;
+  const double load = machine.surroundings.loadWatts;
+  return machine.sleep.dark ? std::min(load, darkWatts) : load;
+}
+
+// What the charger asks for; none while it is closed, done or without an adapter.
+std::int64_t askedNow(const Machine& machine, const Flow& flow) {
+  if (!flow.adapter || !chargerIsOpen(machine, flow)) return 0;
+  return std::max<std::int64_t>(std::llround(machine.battery.targetMA), 0);
+}
+
+// The natural logarithm of a number above 1, to 0.06: halvings, and a straight line for the rest.
+double roughLogarithm(double number) {
+  constexpr double ofTwo = 0.693;
+  double halvings = 0;
+  for (; number >= 2; number /= 2) ++halvings;
+  return ofTwo * (halvings + number - 1);
+}
+
+// First at the present current, then along the taper.
+std::int64_t minutesToFull(const Machine& machine) {
+  const auto current = static_cast<double>(machine.gauge.currentMA);
+  const double left = std::max(machine.battery.fullMAh - static_cast<double>(machine.gauge.rawMAh), 0.0);
+  const double end = endMA(machine.battery);
+  if (current <= end) return std::llround(60 * left / current);
+  const double inTaper = (current - end) * taperSeconds / 3600;
+  const double taperMinutes = taperSeconds / 60 * roughLogarithm(current / end);
+  return std::llround(60 * std::max(left - inTaper, 0.0) / current + taperMinutes);
+}
+
+std::int64_t minutesNow(const Machine& machine) {
+  const Gauge& gauge = machine.gauge;
+  if (machine.powerSource.charging) return gauge.currentMA > 0 ? minutesToFull(machine) : -1;
+  if (machine.powerSource.onAdapter) return 0;
+  if (gauge.currentMA >= 0) return -1;
+  return std::llround(60 * static_cast<double>(gauge.rawMAh) / static_cast<double>(-gauge.currentMA));
+}
+
+void takeLightBack(Machine& machine) {
+  SmcKey* light = machine.smc.lightTaken ? placeOf(machine, keyCode("ACLC")) : nullptr;
+  if (light != nullptr) releaseKey(*light);
+}
+
+// powerd shows what the gauge said last beside the adapter as it holds it to be.
+void publishPowerSource(Machine& machine) {
+  PowerSource& source = machine.powerSource;
+  const PowerSource before = source;
+  source.percent = machine.gauge.percent;
+  source.charging = source.onAdapter && machine.gauge.charging;
+  source.full = source.onAdapter && machine.gauge.full;
+  source.minutes = minutesNow(machine);
+  if (source.charging != before.charging || source.full != before.full) takeLightBack(machine);
+  const bool same = source.percent == before.percent && source.charging == before.charging &&
+                    source.full == before.full && source.minutes == before.minutes;
+  if (!same) ++source.changes;
+}
+
+}  // namespace
+
+Flow flowOf(const Machine& machine) {
+  Flow flow{};
+  flow.orders = chargeOrders(machine);
+  flow.limit = static_cast<double>(enforcedLimit(machine));
+  flow.drains = machine.limit.drains && flow.limit > 0;
+  flow.adapter = machine.adapter.present && !flow.orders.adapterCut;
+  flow.needWatts = needOf(machine);
+  flow.spareWatts = machine.adapter.watts * adapterShare - flow.needWatts;
+  return flow;
+}
+
+bool passSecond(Machine& machine, const Flow& flow) {
+  Battery& battery = machine.battery;
+  const Battery before = battery;
+  if (battery.installed) {
+    followBand(machine, flow);
+    followLimit(battery, flow);
+    battery.targetMA = targetMA(machine, flow);
+    followTarget(battery);
+    moveCharge(machine, flow);
+  }
+  moveTemperature(machine, flow);
+  return battery.chargeMAh != before.chargeMAh || battery.currentMA != before.currentMA ||
+         battery.targetMA != before.targetMA || battery.temperatureC != before.temperatureC ||
+         battery.fullyCharged != before.fullyCharged || battery.bandCharging != before.bandCharging ||
+         battery.limitCharging != before.limitCharging;
+}
+
+void setShownLevel(Battery& battery, double percent) {
+  battery.fullyCharged = percent >= 100;
+  battery.chargeMAh =
+      battery.fullyCharged ? battery.fullMAh : battery.fullMAh * battery.shownFull * percent / 100;
+}
+
+double packVoltage(const Machine& machine) {
+  const Battery& battery = machine.battery;
+  if (!battery.installed) return 0;
+  return std::max(restVoltage(battery) + battery.resistanceOhm * battery.currentMA / 1000, 0.0);
+}
+
+double restingTemperature(const Machine& machine, double needWatts) {
+  const Battery& battery = machine.battery;
+  const double byLoad = warmestByLoadC * needWatts / (needWatts + halfWarmLoadWatts);
+  const double share = battery.currentMA / battery.fullMAh;
+  const double byCurrent = share > 0 ? chargingWarmthC * share : -dischargingWarmthC * share;
+  return machine.surroundings.ambientC + byLoad + byCurrent;
+}
+
+void publishGauge(Machine& machine) {
+  const Battery& battery = machine.battery;
+  const Flow flow = flowOf(machine);
+  Gauge& gauge = machine.gauge;
+  gauge.publishedAt = machine.now;
+  gauge.percent = std::llround(level(machine));
+  gauge.rawMAh = battery.installed ? std::llround(battery.chargeMAh) : 0;
+  gauge.currentMA = std::llround(battery.currentMA);
+  gauge.voltageMV = std::llround(packVoltage(machine) * 1000);
+  gauge.temperatureCentiC = std::llround(battery.temperatureC * 100);
+  gauge.full = battery.installed && flow.adapter && battery.fullyCharged;
+  gauge.charging =
+      battery.installed && flow.adapter && chargerIsOpen(machine, flow) && !gauge.full && gauge.currentMA > 0;
+  gauge.askedMA = askedNow(machine, flow);
+  publishPowerSource(machine);
+}
+
+void publishAdapterState(Machine& machine) {
+  PowerSource& source = machine.powerSource;
+  source.stateDueAt = -1;
+  const bool reaches = adapterReachesBattery(machine);
+  if (source.onAdapter == reaches) return;
+  source.onAdapter = reaches;
+  takeLightBack(machine);
+  const std::uint64_t before = source.changes;
+  publishPowerSource(machine);
+  source.changes = before + 1;  // one publication, whatever else it carries
+}
+
+void settle(Machine& machine, bool reachedBefore) {
+  const Flow flow = flowOf(machine);
+  Battery& battery = machine.battery;
+  if (battery.installed) {
+    if (flow.orders.bandArmed) followBand(machine, flow);
+    followLimit(battery, flow);
+    battery.targetMA = targetMA(machine, flow);
+    if (battery.decaySeconds <= 0) battery.currentMA = battery.targetMA;
+  }
+  if (flow.adapter != reachedBefore) machine.gauge.askedMA = askedNow(machine, flow);
+  PowerSource& source = machine.powerSource;
+  if (flow.adapter == source.onAdapter || source.stateDueAt >= 0) return;
+  if (source.lagSeconds <= 0) {
+    publishAdapterState(machine);
+  } else {
+    source.stateDueAt = machine.now + source.lagSeconds;
+  }
+}
+
+double level(const Machine& machine) {
+  return machine.battery.installed ? std::clamp(shownLevel(machine.battery), 0.0, 100.0) : 0.0;
+}
+
+bool adapterReachesBattery(const Machine& machine) {
+  return machine.adapter.present && !chargeOrders(machine).adapterCut;
+}
+
+bool chargingIsOpen(const Machine& machine) {
+  return letsCharge(chargeOrders(machine), level(machine), machine.battery.bandCharging) &&
+         limitLetsCharge(static_cast<double>(enforcedLimit(machine)), level(machine),
+                         machine.battery.limitCharging);
+}
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,47 @@
+#include "sim/process/scratch.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace brisko::lives {
+namespace {
+
+// Empty until one is set.
+std::string& chosenRoot() {
+  static std::string root;
+  return root;
+}
+
+std::string scratchRoot() {
+  if (!chosenRoot().empty()) return chosenRoot();
+  if (::access("/dev/shm", W_OK | X_OK) == 0) return "/dev/shm";
+  const char* named = std::getenv("TMPDIR");
+  return named == nullptr ? "/tmp" : named;
+}
+
+[[noreturn]] void giveUp(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+void setScratchRoot(const std::string& folder) { chosenRoot() = folder; }
+
+std::string makeScratchFolder(const std::string& prefix) {
+  std::string path = scratchRoot() + "/" + prefix + "-XXXXXX";
+  if (::mkdtemp(path.data()) == nullptr) giveUp(path);
+  return path;
+}
+
+int namelessFile() {
+  std::string path = scratchRoot() + "/brisko-nameless-XXXXXX";
+  const int file = ::mkstemp(path.data());
+  if (file < 0 || ::unlink(path.c_str()) != 0 || ::fcntl(file, F_SETFL, O_APPEND) != 0) giveUp(path);
+  return file;
+}
+
+}  // namespace brisko::lives

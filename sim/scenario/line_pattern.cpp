@@ -1,0 +1,95 @@
+#include "sim/scenario/line_pattern.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace brisko::lab {
+namespace {
+
+constexpr std::string_view anything = "…";
+
+std::int64_t countOf(const std::vector<std::string>& lines, const std::string& pattern) {
+  return std::count_if(lines.begin(), lines.end(),
+                       [&](const std::string& line) { return matches(line, pattern); });
+}
+
+std::string times(std::int64_t count) {
+  if (count == 0) return "not at all";
+  return count == 1 ? "once" : std::to_string(count) + " times";
+}
+
+std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+
+void lookInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& patterns,
+                 std::vector<Difference>& found) {
+  auto from = lines.begin();
+  for (std::size_t index = 0; index < patterns.size(); ++index) {
+    from = std::find_if(from, lines.end(),
+                        [&](const std::string& line) { return matches(line, patterns[index]); });
+    if (from == lines.end()) {
+      const std::string after = index == 0 ? "" : " after " + quoted(patterns[index - 1]);
+      found.push_back({quoted(patterns[index]) + after, "it stands there " +
+                                                            times(countOf(lines, patterns[index])) +
+                                                            (index == 0 ? "" : ", but not after that")});
+      return;
+    }
+    ++from;
+  }
+}
+
+}  // namespace
+
+bool matches(std::string_view line, std::string_view pattern) {
+  std::size_t gap = pattern.find(anything);
+  if (gap == std::string_view::npos) return line == pattern;
+  if (!line.starts_with(pattern.substr(0, gap))) return false;
+  line.remove_prefix(gap);
+  pattern.remove_prefix(gap + anything.size());
+  // The first place where a piece fits will do, save for the last piece, which has to reach to the end.
+  for (gap = pattern.find(anything); gap != std::string_view::npos; gap = pattern.find(anything)) {
+    const std::size_t at = line.find(pattern.substr(0, gap));
+    if (at == std::string_view::npos) return false;
+    line.remove_prefix(at + gap);
+    pattern.remove_prefix(gap + anything.size());
+  }
+  return line.ends_with(pattern);
+}
+
+LineWishes readLineWishes(const Place& place) {
+  LineWishes wishes;
+  if (!place.value().is_object()) {
+    wishes.has = place.texts();
+    return wishes;
+  }
+  for (const Place& member : place.members({"has", "hasNot", "inOrder", "count"})) {
+    if (member.name() == "has") wishes.has = member.texts();
+    if (member.name() == "hasNot") wishes.hasNot = member.texts();
+    if (member.name() == "inOrder") wishes.inOrder = member.texts();
+    if (member.name() != "count") continue;
+    for (const Place& counted : member.members()) {
+      const auto count = counted.integer(0, std::numeric_limits<std::int64_t>::max());
+      if (count) wishes.counts[counted.name()] = *count;
+    }
+  }
+  return wishes;
+}
+
+std::vector<Difference> differencesOf(const std::vector<std::string>& lines, const LineWishes& wishes) {
+  std::vector<Difference> found;
+  for (const std::string& pattern : wishes.has) {
+    if (countOf(lines, pattern) == 0) found.push_back({quoted(pattern), "no such line"});
+  }
+  for (const std::string& pattern : wishes.hasNot) {
+    const auto line = std::find_if(lines.begin(), lines.end(),
+                                   [&](const std::string& seen) { return matches(seen, pattern); });
+    if (line != lines.end()) found.push_back({"no line like " + quoted(pattern), quoted(*line)});
+  }
+  for (const auto& [pattern, count] : wishes.counts) {
+    const std::int64_t seen = countOf(lines, pattern);
+    if (seen != count) found.push_back({quoted(pattern) + " " + times(count), times(seen)});
+  }
+  lookInOrder(lines, wishes.inOrder, found);
+  return found;
+}
+
+}  // namespace brisko::lab

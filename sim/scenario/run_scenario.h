@@ -1,0 +1,43 @@
+// sim/scenario/run_scenario.h
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/invariants/watch.h"
+#include "sim/scenario/recording.h"
+#include "sim/scenario/scenario.h"
+
+namespace brisko::lab {
+
+// How a scenario went. It is played up to the first step where something is not as expected.
+struct Outcome {
+  std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
+  std::vector<std::string> log = {};       // the last lines until then, with their times
+  double begin = 0;                        // machine time
+  double seconds = 0;                      // … that passed since then
+  bool brokenOff = false;                  // it was not played to its end, because it was not to go on
+  // Of the latest step that did something; none when none did.
+  std::optional<std::size_t> lastStep = std::nullopt;
+  // The invariant that failed it; it is among the failures too.
+  std::optional<Violation> violation = std::nullopt;
+};
+
+// Asked between any two steps, with the machine time that passed so far.
+using GoesOn = std::function<bool(double seconds)>;
+
+// Who looks on while it is played.
+struct Onlookers {
+  Recording* recording = nullptr;  // what happens is noted there
+  GoesOn goesOn = {};
+};
+
+[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file,
+                                  const Onlookers& onlookers = {});
+
+// What there is to read about a scenario that failed.
+[[nodiscard]] std::string reportOf(const Outcome& outcome);
+
+}  // namespace brisko::lab

@@ -1,0 +1,83 @@
+// sim/scenario/strict_json.h
+// JSON written by people, read strictly: what is wrong is told with its file, its line, its place and what
+// was expected there, and all of it at once.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace brisko::lab {
+
+using Json = nlohmann::json;
+
+// What is wrong with one file.
+class Complaints {
+ public:
+  explicit Complaints(std::string file) : file_(std::move(file)) {}
+
+  // `place` is a JSON pointer, "" the whole.
+  void add(const std::string& place, const std::string& what);
+  [[nodiscard]] bool none() const { return texts_.empty(); }
+  [[nodiscard]] const std::vector<std::string>& texts() const { return texts_; }
+  [[nodiscard]] const std::string& file() const { return file_; }
+
+  // The line where the place, or the nearest one around it, stands; 0 when unknown.
+  [[nodiscard]] int lineOf(std::string place) const;
+  void setLines(std::map<std::string, int> lines) { lines_ = std::move(lines); }
+
+ private:
+  std::string file_;
+  std::map<std::string, int> lines_;  // by JSON pointer
+  std::vector<std::string> texts_;
+};
+
+// The value of the text; none when it is no JSON or an object names a key twice, which is complained of.
+// Afterwards the complaints know their lines.
+[[nodiscard]] std::optional<Json> parseStrictly(std::string_view text, Complaints& complaints);
+
+// A value in a file, with its place. What is asked of it and is not there is complained of.
+class Place {
+ public:
+  Place(const Json& value, std::string pointer, Complaints& complaints)
+      : value_(&value), pointer_(std::move(pointer)), complaints_(&complaints) {}
+
+  [[nodiscard]] const Json& value() const { return *value_; }
+  [[nodiscard]] const std::string& pointer() const { return pointer_; }
+  [[nodiscard]] Complaints& complaints() const { return *complaints_; }
+  [[nodiscard]] Place at(const std::string& key) const;  // of an object that has it
+  [[nodiscard]] Place at(std::size_t index) const;
+
+  [[nodiscard]] std::optional<std::string> text() const;
+  [[nodiscard]] std::optional<bool> boolean() const;
+  [[nodiscard]] std::optional<std::int64_t> integer(std::int64_t least, std::int64_t most) const;
+  [[nodiscard]] std::optional<double> number(double least, double most) const;
+  [[nodiscard]] std::optional<std::string> oneOf(const std::vector<std::string>& words) const;
+  [[nodiscard]] std::vector<std::string> texts() const;  // a list of texts, or one text
+  // The members of an object; the names are complained of that are not among `known`.
+  [[nodiscard]] std::vector<Place> members(const std::vector<std::string>& known) const;
+  [[nodiscard]] std::vector<Place> members() const;  // of any names
+  [[nodiscard]] std::vector<Place> elements() const;
+  [[nodiscard]] std::string name() const;  // the last part of the pointer, unescaped
+
+  void expected(const std::string& what) const;  // complains: "expected <what>, not <value>"
+  void complain(const std::string& what) const;
+
+ private:
+  const Json* value_;
+  std::string pointer_;
+  Complaints* complaints_;
+};
+
+// "one, two or three"
+[[nodiscard]] std::string listOf(const std::vector<std::string>& words);
+// The value as it stands in a file, cut when it is long.
+[[nodiscard]] std::string shown(const Json& value);
+// A number as people write it: no point where none is needed.
+[[nodiscard]] std::string plainNumber(double number);
+
+}  // namespace brisko::lab

@@ -1,0 +1,171 @@
+#include "platform/file_watch.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "platform/run_loop.h"
+#include "sim/seam/file_events.h"
+#include "sim/seam/kernel_notices.h"
+
+// The watches, over what the kernel has to say of real files.
+
+namespace brisko {
+
+namespace {
+
+using platform::FileEvents;
+using platform::WatchToken;
+using virtual_mac::FileLook;
+using virtual_mac::Notice;
+
+struct Watch {
+  WatchToken token = 0;
+  int descriptor = -1;
+  FileEvents wanted = 0;
+  std::function<void(FileEvents)> fired;
+  std::function<void()> cancelled;
+
+  virtual_mac::AskedNumbers asked;
+  std::uint32_t notices = 0;
+  FileLook seen{};  // at the latest look
+
+  FileEvents happened = 0;  // and not yet delivered
+};
+
+// Exit hooks may still reach the watches, hence never destroyed.
+struct Watches {
+  int queue = -1;
+  WatchToken latest = 0;
+  std::vector<Watch> all;
+};
+Watches& watches() {
+  static Watches& kept = *new Watches;
+  return kept;
+}
+
+Watch* watchOf(WatchToken token) {
+  for (Watch& watch : watches().all) {
+    if (watch.token == token) return &watch;
+  }
+  return nullptr;
+}
+
+void stopAskingFor(int number) {
+  const auto& all = watches().all;
+  const bool needed = std::any_of(all.begin(), all.end(), [number](const Watch& watch) {
+    return watch.asked.file == number || watch.asked.folderAround == number;
+  });
+  if (!needed) virtual_mac::stopNotices(watches().queue, number);
+}
+
+void followToItsNewPlace(Watch& watch) {
+  if (!watch.seen.isFolder()) return;
+  const int left = std::exchange(watch.asked.folderAround, -1);
+  stopAskingFor(left);
+  watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
+}
+
+// What the notices since the last look mean.
+FileEvents eventsOf(Watch& watch) {
+  const std::uint32_t notices = std::exchange(watch.notices, 0);
+  const FileLook before = std::exchange(watch.seen, virtual_mac::lookAt(watch.descriptor));
+  const FileEvents events = virtual_mac::meaningOf(notices, before, watch.seen);
+  if ((events & platform::fileRenamed) != 0) followToItsNewPlace(watch);
+  return events;
+}
+
+bool concerns(const Notice& notice, const Watch& watch) {
+  if (notice.ofAll) return true;
+  return notice.number == (notice.ofContent ? watch.asked.folderAround : watch.asked.file);
+}
+
+// Takes what the kernel has to say. False when there was nothing.
+bool takeNotices() {
+  const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
+  for (const Notice& notice : notices) {
+    for (Watch& watch : watches().all) {
+      if (concerns(notice, watch)) watch.notices |= notice.what;
+    }
+  }
+  return !notices.empty();
+}
+
+// One set for all that happened until the work is begun. By then the watch may be gone.
+void deliver(WatchToken token) {
+  Watch* watch = watchOf(token);
+  if (watch == nullptr) return;
+  const FileEvents events = std::exchange(watch->happened, 0);
+  // Kept here while it runs: it may cancel its own watch.
+  const auto fired = watch->fired;
+  fired(events);
+}
+
+void postDelivery(Watch& watch, FileEvents events) {
+  const FileEvents wanted = events & watch.wanted;
+  if (wanted == 0) return;
+  const FileEvents waiting = std::exchange(watch.happened, watch.happened | wanted);
+  if (waiting == 0) platform::postMain([token = watch.token] { deliver(token); });
+}
+
+}  // namespace
+
+namespace virtual_mac {
+
+int fileEventQueue() { return watches().queue; }
+
+void useFileEventQueue(int queue) { watches().queue = queue; }
+
+void collectFileEvents() {
+  const bool nobodyEverWatched = watches().latest == 0;
+  if (nobodyEverWatched || !::brisko::takeNotices()) return;
+  for (Watch& watch : watches().all) {
+    if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
+  }
+}
+
+}  // namespace virtual_mac
+
+namespace platform {
+
+std::optional<int> openForEvents(const std::string& path) { return virtual_mac::openForNotices(path); }
+
+WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
+                     std::function<void()> cancelled) {
+  Watches& kept = watches();
+  if (kept.queue < 0) kept.queue = virtual_mac::openNoticeQueue();
+  const WatchToken token = ++kept.latest;
+  // What happened before is no concern of the new watch.
+  virtual_mac::collectFileEvents();
+
+  Watch& watch = kept.all.emplace_back();
+  watch.token = token;
+  watch.descriptor = descriptor;
+  watch.wanted = wanted;
+  watch.fired = std::move(fired);
+  watch.cancelled = std::move(cancelled);
+  const bool isFolder = virtual_mac::lookAt(descriptor).isFolder();
+  watch.asked = virtual_mac::askForNotices(kept.queue, descriptor, isFolder);
+  watch.seen = virtual_mac::lookAt(descriptor);
+  // No notice of that comes any more.
+  if (!watch.seen.named) postDelivery(watch, fileDeleted);
+  return token;
+}
+
+void cancelWatch(WatchToken token) {
+  const Watch* found = watchOf(token);
+  if (found == nullptr) return;
+  Watches& kept = watches();
+  const Watch watch = *found;
+  kept.all.erase(kept.all.begin() + (found - kept.all.data()));
+  stopAskingFor(watch.asked.file);
+  stopAskingFor(watch.asked.folderAround);
+  if (watch.cancelled) postMain(watch.cancelled);
+}
+
+void closeWatched(int descriptor) { ::close(descriptor); }
+
+}  // namespace platform
+}  // namespace brisko

@@ -1,0 +1,118 @@
+#include "sim/seam/kernel_notices.h"
+
+#include <array>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include "sim/seam/file_events.h"
+
+// Asked for through the descriptor, so that the notices follow the file wherever its name goes. The
+// descriptor is one that opens nothing (O_PATH), but it keeps the file in being all the same: no notice of
+// the end of a file comes while it is held. That the name is gone is therefore looked up. The kernel says
+// when to look: a file that loses a name has its attributes changed; a folder hears nothing of its own
+// removal, but the folder around it does.
+
+namespace brisko::virtual_mac {
+
+namespace {
+
+constexpr std::uint32_t ofTheFile = IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF;
+constexpr std::uint32_t ofTheFolderAround = IN_DELETE;
+
+std::string linkTo(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+// Added to what is asked of the same file already.
+int askFor(int queue, const std::string& path, std::uint32_t notices) {
+  return ::inotify_add_watch(queue, path.c_str(), notices | IN_MASK_ADD);
+}
+
+bool isNamed(int descriptor) {
+  constexpr std::string_view mark = " (deleted)";
+  std::array<char, PATH_MAX> path{};
+  const ssize_t length = ::readlink(linkTo(descriptor).c_str(), path.data(), path.size());
+  return length <= 0 || !std::string_view(path.data(), static_cast<std::size_t>(length)).ends_with(mark);
+}
+
+// With notices lost, all that can be told is that something happened.
+Notice noticeOf(const inotify_event& event) {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) {
+    return {.ofAll = true, .ofContent = false, .number = -1, .what = IN_MODIFY | IN_ATTRIB};
+  }
+  // One with a name is about something inside a watched folder.
+  const bool ofContent = event.len != 0;
+  const std::uint32_t what = event.mask & (ofContent ? ofTheFolderAround : ofTheFile);
+  return {.ofAll = false, .ofContent = ofContent, .number = event.wd, .what = what};
+}
+
+}  // namespace
+
+FileLook lookAt(int descriptor) {
+  FileLook look{};
+  ::fstat(descriptor, &look.status);
+  look.named = isNamed(descriptor);
+  return look;
+}
+
+std::optional<int> openForNotices(const std::string& path) {
+  const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
+  if (descriptor < 0) return std::nullopt;
+  // To open a path alone takes no permission; on a Mac it takes that to read.
+  if (::faccessat(AT_FDCWD, linkTo(descriptor).c_str(), R_OK, AT_EACCESS) == 0) return descriptor;
+  ::close(descriptor);
+  return std::nullopt;
+}
+
+int openNoticeQueue() { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }
+
+int openFileEventQueueForLives() { return openNoticeQueue(); }
+
+AskedNumbers askForNotices(int queue, int descriptor, bool isFolder) {
+  return {.file = askFor(queue, linkTo(descriptor), ofTheFile),
+          .folderAround = isFolder ? askForFolderAround(queue, descriptor) : -1};
+}
+
+int askForFolderAround(int queue, int descriptor) {
+  return askFor(queue, linkTo(descriptor) + "/..", ofTheFolderAround);
+}
+
+void stopNotices(int queue, int number) {
+  if (number >= 0) ::inotify_rm_watch(queue, number);
+}
+
+std::vector<Notice> takeNotices(int queue) {
+  std::vector<Notice> notices;
+  std::array<char, 4096> part;
+  for (;;) {
+    const ssize_t count = ::read(queue, part.data(), part.size());
+    if (count <= 0) return notices;
+    for (const char* at = part.data(); at < part.data() + count;) {
+      inotify_event event{};
+      std::memcpy(&event, at, sizeof event);
+      notices.push_back(noticeOf(event));
+      at += sizeof event + event.len;
+    }
+  }
+}
+
+platform::FileEvents meaningOf(std::uint32_t notices, const FileLook& before, const FileLook& after) {
+  // The links of a folder count its subfolders.
+  const bool lostALink = !after.isFolder() && after.status.st_nlink < before.status.st_nlink;
+  const bool deleted = (before.named && !after.named) || lostALink;
+  const bool written = (notices & IN_MODIFY) != 0;
+
+  platform::FileEvents events = 0;
+  if (written) events |= platform::fileWritten;
+  if (written && after.status.st_size > before.status.st_size) events |= platform::fileExtended;
+  if ((notices & IN_ATTRIB) != 0 && !deleted) events |= platform::fileAttributes;
+  if (deleted) events |= platform::fileDeleted;
+  if ((notices & IN_MOVE_SELF) != 0) events |= platform::fileRenamed;
+  return events;
+}
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,57 @@
+// sim/seam/live/control_messages.h
+// What the control service of a live machine and its clients say to each other, over a stream socket in the
+// machine's folder that has the name of the service.
+//
+// A message is one line of JSON. First the client says who it is, which stands in for the code signature that
+// a kernel would vouch for. Then it sends requests, each with a number of its own choice, and reads the
+// replies, which come in any order and bear that number:
+//
+//   {"apple":true,"identifier":"com.brisko.Brisko","team":"K7Q2XV94TB"}
+//   {"id":1,"request":"applySettings","bytes":12}
+//   {"limit":70}                                        the bytes as they are, without a line feed of their
+//   own
+//   {"done":true,"id":1}
+//   {"id":2,"request":"purgeAllData"}
+//   {"done":false,"error":"…","id":2}
+//
+// A client that says anything else, or more than the bounds below, is hung up on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "sim/machine/client_requirement.h"
+
+namespace brisko::virtual_mac {
+
+inline constexpr std::size_t longestControlLine = 4096;                // bytes, without the line feed
+inline constexpr std::size_t largestSettings = std::size_t{1} << 22U;  // bytes
+
+enum class ControlRequestKind : std::uint8_t { applySettings, purgeAllData, releaseCharge, restart };
+
+struct ControlRequest {
+  ControlRequestKind kind = ControlRequestKind::applySettings;
+  std::int64_t id = 0;
+  std::size_t bytes = 0;  // of settings, which follow; 0 for the other requests
+};
+
+struct ControlReply {
+  std::int64_t id = 0;
+  bool done = false;
+  std::optional<std::string> error = std::nullopt;
+};
+
+// The lines, with their line feeds. Bytes of a text that are no UTF-8 are replaced.
+[[nodiscard]] std::string lineOf(const ClientSignature& client);
+[[nodiscard]] std::string lineOf(const ControlRequest& request);
+[[nodiscard]] std::string lineOf(const ControlReply& reply);
+
+// What a line without its line feed says; none when it is no such message, or breaks a bound.
+[[nodiscard]] std::optional<ClientSignature> parseClient(std::string_view line);
+[[nodiscard]] std::optional<ControlRequest> parseRequest(std::string_view line);
+[[nodiscard]] std::optional<ControlReply> parseReply(std::string_view line);
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,15 @@
+// sim/seam/live/folder_socket.h
+// Addresses of sockets that lie in the folder of a machine.
+#pragma once
+
+#include <string>
+
+#include <sys/un.h>
+
+namespace brisko::virtual_mac {
+
+// The address of the socket `name` in the folder behind the descriptor, good for as long as that is open: a
+// socket's address has room for a hundred bytes only, while the path of a folder may be longer.
+[[nodiscard]] sockaddr_un socketAddressIn(int folder, const std::string& name);
+
+}  // namespace brisko::virtual_mac

@@ -1,0 +1,37 @@
+// sim/seam/moment.h
+// How the seam looks at the machine and changes it: as it stands at this moment. In virtual time the machine
+// always stands there; live it is moved on first when a whole second has passed since the last look.
+#pragma once
+
+#include <utility>
+
+#include "sim/machine/machine_store.h"
+
+namespace brisko::virtual_mac {
+
+template <class Change>
+auto changeNow(MachineStore& store, Change change) {
+  const auto update = store.update();
+  const double now = machineTime(update.machine());
+  if (now - update.machine().now >= 1) advance(update.machine(), now);
+  return change(update.machine(), update.journal());
+}
+
+template <class Reading>
+auto readNow(MachineStore& store, Reading reading) {
+  {
+    const auto look = store.look();
+    if (machineTime(look.machine()) - look.machine().now < 1) return reading(look.machine());
+  }
+  return changeNow(store, [&reading](const Machine& machine, const Journal&) { return reading(machine); });
+}
+
+// Uptime and wall clock at a machine time not before the last look.
+[[nodiscard]] inline double uptimeAt(const Machine& machine, double time) {
+  return machine.system.asleep ? uptimeOf(machine) : uptimeOf(machine) + (time - machine.now);
+}
+[[nodiscard]] inline double wallClockAt(const Machine& machine, double time) {
+  return wallClock(machine) + (time - machine.now);
+}
+
+}  // namespace brisko::virtual_mac

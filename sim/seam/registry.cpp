@@ -1,0 +1,25 @@
+#include "platform/registry.h"
+
+#include "sim/machine/machine_store.h"
+#include "sim/machine/properties.h"
+#include "sim/seam/moment.h"
+
+namespace brisko::platform {
+
+SharedDictionary registryProperties(std::string_view entry) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return nullptr;
+  return virtual_mac::readNow(*store, [entry](const virtual_mac::Machine& machine) {
+    return virtual_mac::entryProperties(machine, entry);
+  });
+}
+
+std::optional<Value> registryProperty(std::string_view entry, std::string_view key) {
+  const SharedDictionary properties = registryProperties(entry);
+  if (properties == nullptr) return std::nullopt;
+  const Value* value = find(*properties, key);
+  if (value == nullptr) return std::nullopt;
+  return *value;
+}
+
+}  // namespace brisko::platform

@@ -1,0 +1,112 @@
+#include "sim/seam/simulated/driver.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include "sim/seam/moment.h"
+#include "sim/seam/signals.h"
+#include "sim/seam/simulated/virtual_time.h"
+
+namespace brisko::virtual_mac {
+
+namespace {
+
+constexpr double never = std::numeric_limits<double>::infinity();
+constexpr double longestWait = 366 * 86400.0;
+
+// Needed until the last moment of the process, hence never destroyed.
+struct Driver {
+  MachineStore* store = nullptr;
+  double horizon = never;
+  std::function<double()> reached;
+  std::function<void()> afterEvent;
+  double bareNow = MachineOptions{}.startTime;  // the time without a machine
+};
+Driver& driver() {
+  static Driver& kept = *new Driver;
+  return kept;
+}
+constexpr double bareBoot = MachineOptions{}.startTime - MachineOptions{}.uptime;
+
+// The machine of this process, null without one. In virtual time the store lies in memory, so that looking
+// costs nothing.
+Machine* machine() {
+  MachineStore* store = driver().store;
+  return store == nullptr ? nullptr : &store->update().machine();
+}
+
+// True when something happened that the process must hear of.
+bool advanceTo(double time) {
+  if (Machine* moving = machine()) return advanceToNotice(*moving, time);
+  driver().bareNow = std::max(driver().bareNow, time);
+  return false;
+}
+
+[[noreturn]] void reportEndlessWait() {
+  std::fputs("virtual time: the process waits for ever, nothing is due within a year\n", stderr);
+  std::abort();
+}
+
+}  // namespace
+
+void attachMachine(MachineStore* store) { driver().store = store; }
+
+void setHorizon(double horizon, std::function<double()> reached) {
+  driver().horizon = horizon;
+  driver().reached = std::move(reached);
+}
+
+void setAfterEvent(std::function<void()> afterEvent) { driver().afterEvent = std::move(afterEvent); }
+
+MachineStore* attachedMachine() { return driver().store; }
+
+double machineTime(const Machine& machine) { return machine.now; }
+
+double virtualNow() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow : looked->now;
+}
+
+double virtualUptime() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow - bareBoot : uptimeOf(*looked);
+}
+
+double virtualWallClock() {
+  const Machine* looked = machine();
+  return looked == nullptr ? driver().bareNow : wallClock(*looked);
+}
+
+double timeAtUptime(double uptime) {
+  const Machine* looked = machine();
+  if (looked == nullptr) return bareBoot + uptime;
+  const System& system = looked->system;
+  return system.asleep ? never : uptime + system.bootedAt + system.sleptSeconds;
+}
+
+bool passToward(double time) {
+  if (driver().horizon <= virtualNow()) {
+    driver().horizon = driver().reached();
+    return false;
+  }
+  const double stop = std::min(time, driver().horizon);
+  if (std::isfinite(stop)) return !advanceTo(stop) && stop == time;
+  if (!advanceTo(virtualNow() + longestWait)) reportEndlessWait();
+  return false;
+}
+
+void raiseMachineSignals() {
+  Machine* looked = machine();
+  if (looked != nullptr && looked->pendingSignals != 0)
+    raiseSignals(std::exchange(looked->pendingSignals, 0));
+}
+
+void afterEvent() {
+  if (driver().afterEvent) driver().afterEvent();
+}
+
+}  // namespace brisko::virtual_mac

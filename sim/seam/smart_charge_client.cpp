@@ -1,0 +1,71 @@
+#include "platform/smart_charge_client.h"
+
+#include "sim/machine/charge_limit.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/moment.h"
+
+namespace brisko::platform {
+
+namespace {
+
+using virtual_mac::Journal;
+using virtual_mac::LimitClient;
+using virtual_mac::Machine;
+using virtual_mac::MachineStore;
+
+bool clientIsOffered(Machine& machine) { return virtual_mac::loadClient(machine) == LimitClient::offered; }
+
+bool makeClient(std::string_view name) {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr || name.empty()) return false;
+  return virtual_mac::changeNow(*store, [](Machine& machine, Journal&) {
+    if (!clientIsOffered(machine)) return false;
+    virtual_mac::noteClientMade(machine);
+    return true;
+  });
+}
+
+}  // namespace
+
+bool smartChargeClassPresent() {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return false;
+  return virtual_mac::changeNow(*store, [](Machine& machine, Journal&) { return clientIsOffered(machine); });
+}
+
+// What the first call found out holds for ever, a failure too.
+bool makeSmartChargeClient(std::string_view name) {
+  static const bool made = makeClient(name);
+  return made;
+}
+
+bool smartChargeLimitSupported() {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return false;
+  return virtual_mac::changeNow(
+      *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysSupported(machine); });
+}
+
+std::optional<bool> smartChargeLimitEnabled() {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return std::nullopt;
+  return virtual_mac::changeNow(
+      *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysEnabled(machine); });
+}
+
+std::optional<std::int64_t> smartChargeLimit() {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return std::nullopt;
+  return virtual_mac::changeNow(
+      *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysLimit(machine); });
+}
+
+std::optional<bool> setSmartChargeLimit(std::int64_t percent) {
+  MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return std::nullopt;
+  return virtual_mac::changeNow(*store, [percent](Machine& machine, Journal& journal) {
+    return virtual_mac::setByClient(machine, journal, percent);
+  });
+}
+
+}  // namespace brisko::platform

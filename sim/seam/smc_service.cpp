@@ -1,0 +1,68 @@
+#include "platform/smc_service.h"
+
+#include <set>
+#include <utility>
+
+#include "sim/machine/machine_store.h"
+#include "sim/seam/moment.h"
+#include "sim/seam/signals.h"
+
+namespace brisko::platform {
+
+namespace {
+
+using virtual_mac::Journal;
+using virtual_mac::Machine;
+using virtual_mac::SmcService;
+
+// Exchanges go on in the last moments of the process, hence never destroyed.
+struct Connections {
+  std::set<SmcConnection> open;
+  SmcConnection last = 0;
+};
+Connections& connections() {
+  static Connections& kept = *new Connections;
+  return kept;
+}
+
+KernelStatus openOn(Machine& machine) {
+  // A signal that came while no process held the machine hit nobody.
+  machine.pendingSignals = 0;
+  if (machine.smc.service == SmcService::absent) return kernelNotFound;
+  if (machine.smc.service == SmcService::refusesToOpen) return kernelNotPrivileged;
+  machine.system.lives += 1;
+  return kernelSuccess;
+}
+
+}  // namespace
+
+SmcOpening openSmc() {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return {kernelNotFound, 0};
+  const KernelStatus status =
+      virtual_mac::changeNow(*store, [](Machine& machine, Journal&) { return openOn(machine); });
+  if (status != kernelSuccess) return {status, 0};
+  connections().last += 1;
+  connections().open.insert(connections().last);
+  return {kernelSuccess, connections().last};
+}
+
+KernelStatus closeSmc(SmcConnection connection) {
+  return connections().open.erase(connection) == 1 ? kernelSuccess : kernelNotOpen;
+}
+
+KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
+  output.fill(0);
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr || connections().open.count(connection) == 0) return kernelNotOpen;
+  std::uint32_t signals = 0;
+  const KernelStatus status = virtual_mac::changeNow(*store, [&](Machine& machine, Journal& journal) {
+    const KernelStatus answer = virtual_mac::exchange(machine, journal, input, output);
+    signals = std::exchange(machine.pendingSignals, 0);
+    return answer;
+  });
+  virtual_mac::raiseSignals(signals);
+  return status;
+}
+
+}  // namespace brisko::platform

@@ -1,0 +1,97 @@
+#include "platform/system_power.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/host.h"
+#include "sim/machine/machine_store.h"
+#include "sim/seam/moment.h"
+#include "sim/seam/power_message_watch.h"
+
+namespace brisko {
+
+namespace {
+
+using virtual_mac::Journal;
+using virtual_mac::Machine;
+using virtual_mac::PowerNotice;
+
+constexpr platform::RootPowerPort theRootPort = 1;  // the machine has one client, hence one port
+
+// Needed until the last moment of the process, hence never destroyed.
+struct Client {
+  platform::PowerCallback callback;  // empty: not registered
+  std::uint32_t heardOf = 0;         // token of the last message taken
+};
+Client& client() {
+  static Client& kept = *new Client;
+  return kept;
+}
+
+void tell(const PowerNotice& notice) {
+  virtual_mac::changeNow(*virtual_mac::attachedMachine(), [&notice](Machine& machine, Journal& journal) {
+    virtual_mac::noteHeard(machine, journal, notice);
+  });
+  client().callback(static_cast<platform::PowerMessage>(notice.type), notice.token);
+}
+
+}  // namespace
+
+namespace platform {
+
+PowerRegistration registerSystemPower(PowerCallback callback) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return {0, false};
+  std::uint32_t sentBefore = 0;
+  const bool taken = virtual_mac::changeNow(*store, [&sentBefore](Machine& machine, const Journal&) {
+    sentBefore = machine.sleep.noticesSent;
+    return virtual_mac::registerPowerClient(machine, processId());
+  });
+  if (!taken) return {0, false};
+  client() = {.callback = std::move(callback), .heardOf = sentBefore};
+  return {theRootPort, true};
+}
+
+void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr || rootPort != theRootPort) return;
+  virtual_mac::changeNow(*store, [argument](Machine& machine, Journal& journal) {
+    virtual_mac::allowPowerChange(machine, journal, static_cast<std::uint32_t>(argument));
+  });
+}
+
+KernelStatus schedulePowerEvent(double date, std::string_view identifier, std::string_view type) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return kernelNotFound;
+  return virtual_mac::changeNow(*store, [=](Machine& machine, Journal& journal) {
+    return virtual_mac::scheduleEvent(machine, journal, date, identifier, type);
+  });
+}
+
+KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::string_view type) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return kernelNotFound;
+  return virtual_mac::changeNow(*store, [=](Machine& machine, Journal& journal) {
+    return virtual_mac::cancelEvent(machine, journal, date, identifier, type);
+  });
+}
+
+}  // namespace platform
+
+namespace virtual_mac {
+
+std::vector<std::function<void()>> arrivedPowerMessages(const Machine& machine) {
+  std::vector<std::function<void()>> work;
+  if (!client().callback) return work;
+  const std::uint32_t sent = machine.sleep.noticesSent;
+  // The record keeps the latest; a process that slept through more of them has missed the oldest.
+  const std::uint32_t kept = std::min<std::uint32_t>(sent, noticePlaces);
+  for (std::uint32_t token = std::max(client().heardOf, sent - kept) + 1; token <= sent; ++token) {
+    work.emplace_back([notice = machine.sleep.notices[token % noticePlaces]] { tell(notice); });
+  }
+  client().heardOf = sent;
+  return work;
+}
+
+}  // namespace virtual_mac
+}  // namespace brisko

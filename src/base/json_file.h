@@ -1,0 +1,42 @@
+// base/json_file.h
+// Reading and writing the JSON files, in one way for all of them. Paths are used as they stand: callers map
+// them with onVolume().
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace brisko {
+
+using Json = nlohmann::json;  // objects keep their keys in byte order
+
+// The whole of the regular file at `path`; none when it is missing, unreadable, not a regular file or
+// larger than any file of ours could be (16 MiB). Never waits, whatever stands at the path.
+[[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
+
+// None when `text` is not JSON as a whole: trailing bytes, comments, numbers beyond a double, bad UTF-8 or
+// more than 512 levels of nesting.
+[[nodiscard]] std::optional<Json> parseJson(std::string_view text);
+
+// The object in the file at `path`; none when it is unreadable, not JSON or not an object.
+[[nodiscard]] std::optional<Json> readJsonObject(const std::string& path);
+
+// Compact, keys in byte order, doubles always with a point or an exponent; none when a text is not UTF-8.
+[[nodiscard]] std::optional<std::string> jsonText(const Json& value);
+
+// Overwrites the file at `path` in place (same inode and mode when it exists; else made with 0666 less the
+// umask). Makes no folders. Failures are silent, and a file may then be left cut.
+void writeJsonFile(const std::string& path, const Json& value);
+
+// Values by their JSON type: a boolean is never a number, and a floating-point number is no integer.
+// `key` missing, or of another type: none.
+[[nodiscard]] std::optional<bool> booleanAt(const Json& object, const char* key);
+[[nodiscard]] std::optional<std::int64_t> integerAt(const Json& object, const char* key);
+[[nodiscard]] std::optional<double> doubleAt(const Json& object, const char* key);  // floating point only
+// Either kind of number, as a double.
+[[nodiscard]] std::optional<double> numberAt(const Json& object, const char* key);
+
+}  // namespace brisko

@@ -1,0 +1,49 @@
+// base/settings.h
+// The user's choices and the file that holds them. The app writes it; the daemon reads it afresh on every
+// tick and puts it back only to clear the one-shot requests.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "base/json_file.h"
+
+namespace brisko {
+
+// Kept as the file has them, without range checks: what a number means is judged where it is used.
+struct Settings {
+  bool enabled = true;               // limit the charge at all
+  std::int64_t limit = 80;           // percent
+  bool discharge = false;            // run down to the limit while on the adapter
+  bool led = true;                   // drive the MagSafe light
+  double blinkSeconds = 2.0;         // half-period of the blinking light
+  bool thermal = false;              // pause charging when the battery is hot
+  std::int64_t thermalLimit = 40;    // °C
+  bool topUp = false;                // one-shot: charge to full now
+  std::int64_t topUpHours = 0;       // how long a Top Up may last; 0: until unplugged
+  std::int64_t hysteresis = 5;       // width of the band below the limit, percentage points
+  bool history = true;               // record the charge history
+  std::int64_t historyDays = 365;    // how long to keep it
+  bool calibrate = false;            // one-shot: start a calibration
+  std::int64_t calDrain = 15;        // percent that a calibration drains to
+  std::int64_t calSoakMinutes = 60;  // how long it rests at full
+  bool resetStats = false;           // one-shot: start the statistics anew
+
+  bool operator==(const Settings&) const = default;
+};
+
+// Never fails: a key that is missing or of another type takes its default. A number beyond 64 bits under an
+// integer key is fatal (base/checked.h).
+[[nodiscard]] Settings parseConfig(const Json& object);
+
+// None when the file is missing, unreadable, not JSON or not an object. A file whose bytes have not changed
+// since the last call is not parsed again.
+[[nodiscard]] std::optional<Settings> readConfig(const std::string& path);
+
+// Writes all 16 keys to gConfigPath. A one-shot that is given replaces that of the settings. Nothing happens
+// after a purge; failures are silent.
+void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optional<bool> resetStats,
+                 std::optional<bool> calibrate);
+
+}  // namespace brisko

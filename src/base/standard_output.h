@@ -1,0 +1,15 @@
+// base/standard_output.h
+#pragma once
+
+#include <string_view>
+
+namespace brisko {
+
+// Writes to standard output at once, past any buffer. Nothing comes of a reader that is gone, a full disk or
+// a closed stream: what the process has in hand is never cut short by what it has to say.
+void writeStandardOutput(std::string_view text);
+
+// The same with a line feed after it.
+void printLine(std::string_view text);
+
+}  // namespace brisko

@@ -1,0 +1,74 @@
+#include "daemon/entry.h"
+
+#include <array>
+#include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "daemon/start_up.h"
+#include "diagnostics/firmware_test.h"
+#include "diagnostics/probe.h"
+#include "diagnostics/self_test.h"
+#include "hardware/smc.h"
+#include "platform/clock.h"
+#include "platform/host.h"
+
+namespace brisko {
+namespace {
+
+constexpr int statusFailed = 1;
+
+// A standard stream that is closed at the start gets the null device; otherwise the first file opened would
+// take its number, and every line meant for the stream would land in that file.
+void occupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
+  }
+}
+
+// The status ends the process either way; whether anybody could read the text changes nothing.
+int fail(std::string_view text, int status) {
+  static_cast<void>(writeAll(STDERR_FILENO, text));
+  return status;
+}
+
+bool isRoot() { return platform::effectiveUserId() == 0; }
+
+int testFirmware() {
+  if (!isRoot()) return fail("⛔️ --fwtest has to run as root (sudo).\n", statusFailed);
+  return runFirmwareTest();
+}
+
+int printVersion() {
+  static_cast<void>(writeAll(STDOUT_FILENO, std::string(daemonVersion) + "\n"));
+  return 0;
+}
+
+int runDaemon() {
+  if (!isRoot()) return fail("⛔️ brisko-daemon has to run as root (sudo).\n", statusFailed);
+  if (SMCOpen(gConn) != platform::kernelSuccess) {
+    return fail("⛔️ Could not open AppleSMC.\n", statusFailed);
+  }
+  return startUp();
+}
+
+}  // namespace
+
+int enter(const std::vector<std::string>& arguments) {
+  occupyStandardStreams();
+  daemonStartedAt = platform::wallNow();
+  gDaemonPath = platform::executablePath().value_or("");
+  scanArguments(arguments);
+
+  if (gFwTest) return testFirmware();
+  if (gSelfTest) return runSelfTests();
+  if (gPrintVersion) return printVersion();
+  if (gProbeOnly) return runProbe(gProbeJSON);
+  return runDaemon();
+}
+
+}  // namespace brisko

@@ -1,0 +1,68 @@
+#include "power/orderly_exit.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+#include <unistd.h>
+
+#include "base/log.h"
+#include "hardware/charge_gate.h"
+#include "hardware/scheduled_wake.h"
+#include "hardware/smc.h"
+#include "native/native_limit.h"
+#include "platform/run_loop.h"
+#include "records/statistics.h"
+#include "state/led_mode.h"
+#include "state/machine_abilities.h"
+
+namespace brisko {
+namespace {
+
+// Comes in while the run loop waits and nowhere else, so it may do all that the main thread may do. It ends
+// the process itself: the exit hook must not restore a second time.
+void signalHandler(int signal) {
+  restoreOnExit();
+  log("Signal " + std::to_string(signal) + ": charging, adapter and LED restored, exiting.");
+  ::_exit(0);
+}
+
+// macOS's own limit is handed back through services that want an ordinary exit, so there the signal is a
+// piece of work and the exit hook does the rest.
+void exitOnSignal(int signal) {
+  log("Signal " + std::to_string(signal) + ": handing the macOS limit back, exiting.");
+  std::exit(0);
+}
+
+void handBack(const ChargeGate& gate) {
+  // A refused write changes nothing here: there is no later moment in which to try again.
+  static_cast<void>(gate.setAdapterCut(false));
+  static_cast<void>(gate.setCharging(false));
+  handBackNative();
+  if (gLedSupported) {
+    constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
+    static_cast<void>(writeKey("ACLC", toSystem));
+  }
+  writeStats();
+}
+
+}  // namespace
+
+void restoreOnExit() {
+  if (gConn != 0 && gGate) handBack(*gGate);
+  cancelScheduledWake();
+}
+
+void installExitHandling() {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    if (gateIsMacOSLimit()) {
+      platform::addSignalSource(signal, [signal] { exitOnSignal(signal); });
+    } else {
+      platform::installSignalHandler(signal, signalHandler);
+    }
+  }
+  static_cast<void>(std::atexit(restoreOnExit));
+}
+
+}  // namespace brisko

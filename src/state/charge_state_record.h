@@ -1,0 +1,38 @@
+// state/charge_state_record.h
+// The three charge states, the one in force, and the verifiers' memory of it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace brisko {
+
+enum class ChargeState : std::uint8_t {
+  allow,      // charging permitted, adapter connected
+  hold,       // charging stopped, the adapter still powers the Mac
+  discharge,  // charging stopped and the adapter cut: the Mac runs from the battery
+};
+
+[[nodiscard]] constexpr const char* stateName(ChargeState state) {
+  switch (state) {
+    case ChargeState::hold:
+      return "hold";
+    case ChargeState::discharge:
+      return "discharge";
+    case ChargeState::allow:
+      break;
+  }
+  return "allow";
+}
+
+inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws at least that much
+
+inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
+
+// Reset together on every change of state. Times are wall clock, seconds since 1970.
+inline std::optional<double> gHoldSince;  // when the verifier first saw this hold
+inline std::optional<double> gCutSince;   // when the verifier first saw this adapter cut
+inline int gCutRewrites = 0;              // how often the cut had to be written back
+inline bool gDriftLogged = false;         // the "gate found open" line was written
+
+}  // namespace brisko

@@ -1,0 +1,14 @@
+// state/machine_abilities.h
+// What this Mac can do, found once at start-up.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace brisko {
+
+inline bool dischargeSupported = false;       // a forced discharge is possible
+inline bool gLedSupported = false;            // a gate was found and "ACLC" can be read
+inline std::vector<std::string> gProbedKeys;  // the keys that matter to us and can be read
+
+}  // namespace brisko

@@ -1,0 +1,14 @@
+// state/sleep_state.h
+#pragma once
+
+#include <optional>
+
+namespace brisko {
+
+// How long ticks stay quiet after a sleep was announced, seconds. If the sleep has not come by then, it never
+// will.
+inline constexpr double sleepPendingLimit = 30.0;
+
+inline std::optional<double> gSleepPendingSince;  // wall clock of the last announcement
+
+}  // namespace brisko

@@ -1,0 +1,197 @@
+#include "base/files.h"
+
+#include <array>
+#include <csignal>
+#include <utility>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "support/child.h"
+#include "support/files.h"
+#include "support/scratch_folder.h"
+
+namespace brisko {
+namespace {
+
+using test::contents;
+using test::inChild;
+using test::inodeOf;
+using test::modeOf;
+using test::put;
+using test::ScratchFolder;
+using test::tell;
+
+bool isOpen(int number) { return ::fcntl(number, F_GETFD) >= 0; }
+
+TEST(ADescriptor, isClosedWhenItsOwnerGoes) {
+  int number = -1;
+  {
+    const Descriptor owner(::open("/dev/null", O_RDONLY));
+    number = owner.number();
+    ASSERT_TRUE(isOpen(number));
+  }
+  EXPECT_FALSE(isOpen(number));
+}
+
+TEST(ADescriptor, changesItsOwnerWithoutClosing) {
+  Descriptor first(::open("/dev/null", O_RDONLY));
+  const int number = first.number();
+  Descriptor second(std::move(first));
+  EXPECT_TRUE(isOpen(number));
+
+  Descriptor third(::open("/dev/null", O_RDONLY));
+  const int replaced = third.number();
+  third = std::move(second);
+  EXPECT_EQ(third.number(), number);
+  EXPECT_TRUE(isOpen(number));
+  EXPECT_FALSE(isOpen(replaced));
+}
+
+TEST(ADescriptor, isNoneOnceClosed) {
+  Descriptor owner(::open("/dev/null", O_RDONLY));
+  const int number = owner.number();
+  owner.close();
+  EXPECT_FALSE(owner);
+  EXPECT_FALSE(isOpen(number));
+}
+
+TEST(OpeningARegularFile, refusesEverythingElseWithoutWaiting) {
+  const ScratchFolder folder;
+  test::makePipe(folder.path("pipe"));
+  test::makeFolder(folder.path("folder"));
+  for (const auto& path : {folder.path("pipe"), folder.path("folder"), folder.path("missing"),
+                           std::string("/dev/zero"), std::string("/dev/full"), std::string()}) {
+    EXPECT_FALSE(openRegularFile(path, O_RDONLY)) << path;
+    EXPECT_FALSE(openRegularFile(path, O_WRONLY)) << path;
+  }
+}
+
+TEST(OpeningARegularFile, refusesAPipeThatSomebodyReads) {
+  const ScratchFolder folder;
+  test::makePipe(folder.path("pipe"));
+  const Descriptor reader(::open(folder.path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
+  EXPECT_FALSE(openRegularFile(folder.path("pipe"), O_WRONLY));
+}
+
+TEST(OpeningARegularFile, followsALinkToOne) {
+  const ScratchFolder folder;
+  put(folder.path("target"), "text");
+  test::makeLink(folder.path("link"), folder.path("target"));
+  EXPECT_TRUE(openRegularFile(folder.path("link"), O_RDONLY));
+}
+
+TEST(OpeningARegularFile, keepsTheDescriptorFromChildren) {
+  const ScratchFolder folder;
+  put(folder.path("file"), "text");
+  const Descriptor file = openRegularFile(folder.path("file"), O_RDONLY);
+  EXPECT_EQ(::fcntl(file.number(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+TEST(OpeningForAppending, givesANewFileItsModeWhateverTheUmask) {
+  const ScratchFolder folder;
+  for (const mode_t umask : {0000U, 0022U, 0077U, 0777U}) {
+    ::umask(umask);
+    const std::string path = folder.path("made-" + std::to_string(umask));
+    ASSERT_TRUE(openForAppending(path));
+    EXPECT_EQ(modeOf(path), 0644U) << "umask " << umask;
+  }
+}
+
+TEST(OpeningForAppending, keepsTheModeAndTheBytesOfAFileThatIsThere) {
+  const ScratchFolder folder;
+  const std::string path = folder.path("file");
+  put(path, "before,");
+  test::setMode(path, 0600);
+  const ino_t inode = inodeOf(path);
+
+  const Descriptor file = openForAppending(path);
+  ASSERT_TRUE(writeAll(file.number(), "after"));
+
+  EXPECT_EQ(contents(path), "before,after");
+  EXPECT_EQ(modeOf(path), 0600U);
+  EXPECT_EQ(inodeOf(path), inode);
+}
+
+TEST(OpeningForAppending, writesWhereTheFileTrulyEnds) {
+  const ScratchFolder folder;
+  const std::string path = folder.path("file");
+  const Descriptor file = openForAppending(path);
+  ASSERT_TRUE(writeAll(file.number(), "one,"));
+  put(path, "somebody else,");
+  ASSERT_TRUE(writeAll(file.number(), "two"));
+  EXPECT_EQ(contents(path), "somebody else,two");
+}
+
+TEST(OpeningForAppending, followsALinkToAFileButNotIntoTheVoid) {
+  const ScratchFolder folder;
+  put(folder.path("target"), "text");
+  test::makeLink(folder.path("good"), folder.path("target"));
+  test::makeLink(folder.path("dangling"), folder.path("nothing"));
+  EXPECT_TRUE(openForAppending(folder.path("good")));
+  EXPECT_FALSE(openForAppending(folder.path("dangling")));
+  EXPECT_FALSE(test::exists(folder.path("nothing")));
+}
+
+TEST(WritingAll, saysSoWhenTheFileTakesOnlyAPart) {
+  const ScratchFolder folder;
+  const std::string path = folder.path("file");
+  const auto ended = inChild([&path] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit tenBytes{10, 10};
+    ::setrlimit(RLIMIT_FSIZE, &tenBytes);
+    const Descriptor file = openForAppending(path);
+    // Told through the exit status: printing is cut at ten bytes, too.
+    ::_exit(writeAll(file.number(), "0123456789abcdef") ? 1 : 2);
+  });
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(contents(path), "0123456789");
+}
+
+TEST(WritingAll, failsOnAFullDevice) {
+  const Descriptor device(::open("/dev/full", O_WRONLY));
+  if (!device) GTEST_SKIP() << "this system has no /dev/full";
+  EXPECT_FALSE(writeAll(device.number(), "text"));
+  EXPECT_TRUE(writeAll(device.number(), ""));
+}
+
+std::array<int, 2> gPipe{};
+std::size_t gTaken = 0;
+
+void takeFromPipe() {
+  std::array<char, 4096> bytes{};
+  for (ssize_t size = 0; (size = ::read(gPipe[0], bytes.data(), bytes.size())) > 0;) {
+    gTaken += static_cast<std::size_t>(size);
+  }
+}
+
+// Makes room only now and then, so that a write also comes back without having written anything.
+void takeFromPipeNowAndThen(int) {
+  static int calls = 0;
+  if (++calls % 4 == 0) takeFromPipe();
+}
+
+TEST(WritingAll, goesOnAfterAnInterruptingSignal) {
+  ASSERT_EQ(::pipe(gPipe.data()), 0);
+  ASSERT_EQ(::fcntl(gPipe[0], F_SETFL, O_NONBLOCK), 0);
+  struct sigaction action {};
+  action.sa_handler = takeFromPipeNowAndThen;  // without SA_RESTART: the write comes back early
+  ::sigaction(SIGALRM, &action, nullptr);
+  const itimerval often{{0, 1000}, {0, 1000}};
+  ::setitimer(ITIMER_REAL, &often, nullptr);
+
+  constexpr std::size_t size = 1U << 20U;  // more than a pipe holds
+  EXPECT_TRUE(writeAll(gPipe[1], std::string(size, 'x')));
+
+  const itimerval never{};
+  ::setitimer(ITIMER_REAL, &never, nullptr);
+  takeFromPipe();
+  EXPECT_EQ(gTaken, size);
+}
+
+}  // namespace
+}  // namespace brisko

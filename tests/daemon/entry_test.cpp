@@ -1,0 +1,165 @@
+#include "daemon/entry.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "platform/host.h"
+#include "support/child.h"
+#include "support/life.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::inChild;
+using test::Life;
+using test::tell;
+using test::VirtualMac;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+
+constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
+
+// How a life with these arguments ends before it comes to a wait.
+struct Outcome {
+  std::optional<int> status;
+  std::string output;
+  std::string errors;
+};
+
+Outcome run(VirtualMac& mac, const std::vector<std::string>& arguments) {
+  Life life(mac, arguments);
+  life.run(0);
+  return {life.status(), life.output(), life.errors()};
+}
+
+void expectEnd(const Outcome& outcome, int status, const std::string& output, const std::string& errors) {
+  EXPECT_EQ(outcome.status, status);
+  EXPECT_EQ(outcome.output, output);
+  EXPECT_EQ(outcome.errors, errors);
+}
+
+// A Mac without a controller: the daemon mode shows by its message, and ends there.
+class Entering : public testing::Test {
+ protected:
+  Entering() { mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent)); }
+
+  VirtualMac mac;
+};
+
+TEST_F(Entering, startsTheDaemonWithoutAMode) {
+  expectEnd(run(mac, {}), 1, "", noController);
+  expectEnd(run(mac, {"--json"}), 1, "", noController);
+  expectEnd(run(mac, {"--config", "--probe"}), 1, "", noController);
+  expectEnd(run(mac, {"--limit", "--version"}), 1, "", noController);
+  expectEnd(run(mac, {"--help"}), 1, "", noController);
+}
+
+TEST_F(Entering, refusesADaemonThatIsNotRoot) {
+  mac.number(ChangeKind::userId, 501);
+  expectEnd(run(mac, {}), 1, "", "⛔️ brisko-daemon has to run as root (sudo).\n");
+}
+
+TEST_F(Entering, printsTheVersion) {
+  expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
+  expectEnd(run(mac, {"--probe", "--json", "--version"}), 0, "0.9.9\n", "");
+}
+
+TEST_F(Entering, printsTheVersionForAnybody) {
+  mac.number(ChangeKind::userId, 501);
+  expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
+}
+
+TEST_F(Entering, runsTheFirmwareTestBeforeAnythingElse) {
+  // It says so on standard output, where the daemon uses standard error.
+  expectEnd(run(mac, {"--probe", "--version", "--selftest", "--fwtest"}), 1, "Could not open AppleSMC.\n",
+            "");
+}
+
+TEST_F(Entering, looksAtTheSelfTestBeforeTheVersion) {
+  const Outcome outcome = run(mac, {"--version", "--selftest", "--probe"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.output, StartsWith("✓ "));
+  EXPECT_EQ(outcome.errors, "");
+}
+
+TEST_F(Entering, probesWithAndWithoutJson) {
+  expectEnd(run(mac, {"--probe"}), 1, "Could not open AppleSMC.\n", "");
+  expectEnd(run(mac, {"--json", "--probe"}), 1, "Could not open AppleSMC.\n", "");
+}
+
+TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
+  mac.number(ChangeKind::userId, 501);
+  expectEnd(run(mac, {"--fwtest"}), 1, "", "⛔️ --fwtest has to run as root (sudo).\n");
+  expectEnd(run(mac, {"--version", "--selftest", "--probe", "--fwtest"}), 1, "",
+            "⛔️ --fwtest has to run as root (sudo).\n");
+  EXPECT_EQ(run(mac, {"--selftest"}).status, 0);
+  EXPECT_EQ(run(mac, {"--probe"}).errors, "");
+}
+
+TEST_F(Entering, saysWhenTheControllerRefuses) {
+  mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::refusesToOpen));
+  expectEnd(run(mac, {}), 1, "", noController);
+}
+
+TEST_F(Entering, writesNoFileOnTheseWays) {
+  static_cast<void>(run(mac, {}));
+  for (const char* mode : {"--fwtest", "--selftest", "--probe", "--version"})
+    static_cast<void>(run(mac, {mode}));
+  EXPECT_FALSE(mac.exists("/Library/Logs/Brisko"));
+  EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
+}
+
+TEST(EnteringWithoutRoot, touchesNoHardware) {
+  VirtualMac mac;
+  mac.keepReads();
+  mac.number(ChangeKind::userId, 501);
+  EXPECT_EQ(run(mac, {}).status, 1);
+  EXPECT_EQ(mac.machine().system.lives, 0U);
+  EXPECT_TRUE(mac.journal().empty());
+}
+
+TEST(EnteringAMode, thatLooksAtNoHardwareOpensNoController) {
+  VirtualMac mac;
+  for (const char* mode : {"--selftest", "--version"}) static_cast<void>(run(mac, {mode}));
+  EXPECT_EQ(mac.machine().system.lives, 0U);
+}
+
+TEST(EnteringAMode, knowsItsTimeItsPathAndItsOptions) {
+  const VirtualMac mac({.startTime = 1772352930.5});
+  ASSERT_EQ(enter({"brisko-daemon", "--version", "--limit", "75"}), 0);
+  EXPECT_EQ(daemonStartedAt, 1772352930.5);
+  EXPECT_EQ(gDaemonPath, platform::executablePath().value_or(""));
+  EXPECT_EQ(gCliLimit, 75);
+}
+
+TEST(EnteringAMode, givesClosedStandardStreamsTheNullDevice) {
+  const VirtualMac mac;
+  const auto ended = inChild([] {
+    const int kept = ::dup(STDOUT_FILENO);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+    const int status = enter({"brisko-daemon", "--version"});
+    struct stat null {};
+    struct stat stream {};
+    bool all = ::stat("/dev/null", &null) == 0;
+    for (int number = 0; number < 3; ++number) {
+      all = all && ::fstat(number, &stream) == 0 && stream.st_rdev == null.st_rdev;
+    }
+    ::dup2(kept, STDOUT_FILENO);
+    tell(std::to_string(status) + (all ? " all" : " not all"));
+  });
+  EXPECT_EQ(ended.output, "0 all");
+}
+
+TEST(EnteringAMode, leavesOpenStandardStreamsAlone) {
+  const VirtualMac mac;
+  const auto ended = inChild([] { static_cast<void>(enter({"brisko-daemon", "--version"})); });
+  EXPECT_EQ(ended.output, "0.9.9\n");
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,42 @@
+// What platform/code_signature.h promises.
+
+#include "platform/code_signature.h"
+
+#include <gtest/gtest.h>
+
+#include "sim/machine/client_requirement.h"
+#include "support/contract_machine.h"
+
+namespace brisko::platform {
+namespace {
+
+using test::ContractMachine;
+using virtual_mac::appTeam;
+using virtual_mac::ChangeKind;
+
+TEST(CodeSignatureContract, isThatOfTheAppOnAFreshMac) {
+  const ContractMachine mac;
+  EXPECT_EQ(teamIdentifier(), std::string(appTeam));
+}
+
+TEST(CodeSignatureContract, handsAnEmptyTeamOverAsItIs) {
+  ContractMachine mac;
+  mac.change({.kind = ChangeKind::daemonTeam});
+  EXPECT_EQ(teamIdentifier(), "");
+}
+
+TEST(CodeSignatureContract, thatCannotBeReadNamesNoTeamUntilItCan) {
+  ContractMachine mac;
+  mac.change({.kind = ChangeKind::daemonSignature, .number = 0});
+  EXPECT_EQ(teamIdentifier(), std::nullopt);
+  mac.change({.kind = ChangeKind::daemonSignature, .number = 1});
+  EXPECT_EQ(teamIdentifier(), std::string(appTeam));
+  mac.change({.kind = ChangeKind::daemonSignature, .number = 0});
+  mac.change({.kind = ChangeKind::daemonTeam, .text = virtual_mac::shortText("ABCDE12345")});
+  EXPECT_EQ(teamIdentifier(), "ABCDE12345") << "signed anew";
+}
+
+TEST(CodeSignatureWithoutAMachine, namesNoTeam) { EXPECT_EQ(teamIdentifier(), std::nullopt); }
+
+}  // namespace
+}  // namespace brisko::platform

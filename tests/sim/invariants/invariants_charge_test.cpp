@@ -1,0 +1,617 @@
+// What always holds of charge, keys and verdicts: each rule is shown what it must let pass and what it must
+// not.
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "base/options.h"
+#include "base/process_flags.h"
+#include "hardware/charge_gate.h"
+#include "hardware/smc.h"
+#include "sim/invariants/looked_at.h"
+#include "sim/invariants/premises.h"
+#include "sim/invariants/rule.h"
+#include "sim/machine/journal_words.h"
+#include "sim/machine/sleep.h"
+#include "state/calibration_state.h"
+#include "state/led_mode.h"
+#include "state/machine_abilities.h"
+#include "state/sleep_state.h"
+#include "state/tick_state.h"
+#include "support/on_virtual_mac.h"
+
+namespace brisko::lab {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using virtual_mac::ChangeKind;
+using virtual_mac::OnWrite;
+
+using Doing = std::function<void()>;
+
+// A daemon of which the tests say themselves what a pass decided and wrote.
+class Invariants : public test::OnVirtualMac {
+ protected:
+  void SetUp() override {
+    takeGate();
+    gState = ChargeState::allow;
+    gLastPlugged = true;
+    addChargeRules(rules_);
+    addKeyRules(rules_);
+    addVerdictRules(rules_);
+    scene.notes.journalSeen = written();
+  }
+
+  // A pass that finds the battery at `pct`, does what is said and ends in `state`.
+  void pass(std::int64_t pct, ChargeState state, const Doing& doing = {}) {
+    Pass pass{.journalFrom = written(), .before = gState};
+    for (const auto& rule : rules_) rule->passBegins(scene, violated_);
+    if (doing) doing();
+    gState = state;
+    pass.complete = complete;
+    pass.journalTo = written();
+    pass.sample = {.pct = pct, .state = state, .plugged = true, .temp = temp};
+    pass.settings = settings;
+    pass.linesTo = lines.size();
+    for (const auto& rule : rules_) rule->passEnded(pass, scene, violated_);
+    passes_.push_back(pass);
+  }
+
+  void turn() {
+    const Turn turn{.journalFrom = scene.notes.journalSeen,
+                    .journalTo = written(),
+                    .lines = std::exchange(lines, {}),
+                    .passes = std::exchange(passes_, {})};
+    for (const auto& rule : rules_) rule->turnEnded(turn, scene, violated_);
+    scene.notes.journalSeen = written();
+  }
+
+  void turn(std::int64_t pct, ChargeState state, const Doing& doing = {}) {
+    pass(pct, state, doing);
+    turn();
+  }
+
+  // The life ends like this after having done what is said.
+  void end(const LifeEnd& how, const Doing& doing = {}) {
+    LifeEnd life = how;
+    life.rest.journalFrom = written();
+    if (doing) doing();
+    life.rest.journalTo = written();
+    judgeChargeAtEnd(life, scene, violated_);
+  }
+
+  void says(const std::string& text) { lines.push_back("2026-03-01T08:15:30Z  " + text); }
+
+  // The invariants that did not hold since the last question.
+  std::vector<int> found() { return std::exchange(found_, {}); }
+
+  static Doing stops(bool stopped = true) {
+    return [stopped] { ASSERT_TRUE(gGate->setCharging(stopped)); };
+  }
+  static void cuts(bool cut = true) { ASSERT_TRUE(gGate->setAdapterCut(cut)); }
+  static void discharges() {
+    ASSERT_TRUE(gGate->setCharging(true));
+    cuts();
+  }
+
+  LookedAt scene{mac.store()};
+  Settings settings;
+  bool complete = true;
+  std::optional<double> temp;
+  std::vector<std::string> lines;
+
+ private:
+  [[nodiscard]] std::uint64_t written() const { return scene.journal().written; }
+
+  Rules rules_;
+  std::vector<Pass> passes_;
+  std::vector<int> found_;
+  Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
+};
+
+// ---------------------------------------------------------------------------------------------------------
+// 1: the exit gives back
+
+TEST_F(Invariants, wantTheKeysOpenAndTheLightGivenBackAfterAnExit) {
+  turn(80, ChargeState::hold, stops());
+  end({.status = 0});
+  EXPECT_THAT(found(), ElementsAre(1)) << "the stop";
+  end({.status = 0}, stops(false));
+  EXPECT_THAT(found(), IsEmpty());
+  mac.keyBytes("ACLC", {LED_GREEN});
+  end({.status = 0});
+  EXPECT_THAT(found(), ElementsAre(1)) << "the light";
+  mac.keyBytes("ACLC", {LED_SYSTEM});
+  mac.keyBytes("CHIE", {0x08});
+  end({.status = 0});
+  EXPECT_THAT(found(), ElementsAre(1)) << "the cut";
+}
+
+TEST_F(Invariants, excuseKeysThatTookNothingAndLivesThatWereKilledOrHadNotBegun) {
+  end({.status = 1});
+  turn(80, ChargeState::hold, stops());
+  end({.signal = 9});
+  mac.keyOnWrite("CHTE", OnWrite::refuse);
+  end({.status = 0});
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 2: the hardware is as the state says
+
+TEST_F(Invariants, wantTheHardwareAsTheStateSays) {
+  turn(80, ChargeState::hold);
+  EXPECT_THAT(found(), ElementsAre(2)) << "open in a hold";
+  scene.so.disturbances += 1;
+  turn(80, ChargeState::hold, stops());
+  EXPECT_THAT(found(), IsEmpty());
+  settings.enabled = false;
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(2)) << "stopped in allow";
+}
+
+TEST_F(Invariants, wantAKeyThatWasUndoneToBeSetAgainButNotOneThatNobodyLooksAfter) {
+  turn(80, ChargeState::hold, stops());
+  mac.keyBytes("CHTE", {0, 0, 0, 0});
+  mac.keyBytes("CHIE", {0x08});
+  scene.so.disturbances += 1;
+  turn(80, ChargeState::hold);
+  EXPECT_THAT(found(), ElementsAre(2)) << "the stop alone";
+  scene.so.disturbances += 1;
+  turn(80, ChargeState::hold, stops());
+  EXPECT_THAT(found(), IsEmpty());
+  mac.keyOnWrite("CHTE", OnWrite::ignore).keyBytes("CHTE", {0, 0, 0, 0});
+  turn(80, ChargeState::hold);
+  EXPECT_THAT(found(), IsEmpty()) << "it does not obey";
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 3: no cut over open
+
+TEST_F(Invariants, wantTheChargingStoppedBeforeTheAdapterIsCut) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, discharges);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::hold, [] { cuts(false); });
+  turn(90, ChargeState::discharge, [] { cuts(); });
+  EXPECT_THAT(found(), IsEmpty()) << "stopped already";
+
+  end({.signal = 9}, [] { stops(false)(); });
+  EXPECT_THAT(found(), ElementsAre(3)) << "opened before the adapter came back";
+}
+
+TEST_F(Invariants, wantTheRightOrderAtTheExitToo) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, discharges);
+  end({.status = 0}, [] {
+    cuts(false);
+    stops(false)();
+  });
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, excuseACutThatSomebodyElseMade) {
+  turn(70, ChargeState::allow);
+  mac.keyBytes("CHIE", {0x08});
+  scene.so.disturbances += 1;
+  turn(70, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 4: cut only when wanted
+
+TEST_F(Invariants, wantAReasonForEachCut) {
+  const auto cutAt = [this](std::int64_t pct) {
+    scene.so.disturbances += 1;  // so that there is something to write
+    turn(pct, ChargeState::discharge, discharges);
+    return found();
+  };
+  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "switched off";
+  settings.discharge = true;
+  EXPECT_THAT(cutAt(81), IsEmpty());
+  EXPECT_THAT(cutAt(80), ElementsAre(4)) << "at the limit";
+  gTopUpSince = 1;
+  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "Top Up";
+  gTopUpSince = 0;
+  gDischargeBroken = true;
+  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "given up";
+  gDischargeBroken = false;
+  gThermalPaused = true;
+  EXPECT_THAT(cutAt(90), ElementsAre(8, 4)) << "heat";
+  gThermalPaused = false;
+  complete = false;
+  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "a pass that ended early";
+  complete = true;
+  mac.unplug();
+  EXPECT_THAT(cutAt(90), ElementsAre(7, 4)) << "no adapter";
+}
+
+TEST_F(Invariants, takeACalibrationForAReasonDownToItsTarget) {
+  settings.calDrain = 15;
+  gCal.phase = CalPhase::drain;
+  const auto cutAt = [this](std::int64_t pct) {
+    scene.so.disturbances += 1;
+    turn(pct, ChargeState::discharge, discharges);
+    return found();
+  };
+  EXPECT_THAT(cutAt(16), IsEmpty());
+  EXPECT_THAT(cutAt(15), ElementsAre(4));
+  gCal.phase = CalPhase::restore;
+  EXPECT_THAT(cutAt(81), IsEmpty());
+  gCal.phase = CalPhase::refill;
+  EXPECT_THAT(cutAt(81), ElementsAre(4));
+}
+
+TEST_F(Invariants, letNothingButAPassCut) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, discharges);
+  cuts();
+  turn();
+  EXPECT_THAT(found(), ElementsAre(4));
+  end({.status = 0}, [] {
+    cuts();
+    stops(false)();
+    cuts(false);
+  });
+  EXPECT_THAT(found(), ElementsAre(3, 4));
+}
+
+TEST_F(Invariants, letADischargeBeGivenUpRightAfterALostCutWasWrittenBack) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, discharges);
+  turn(90, ChargeState::hold, [] {
+    cuts();
+    cuts(false);
+    gDischargeBroken = true;
+  });
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 5 to 8 and 10: the state that a pass ends in
+
+TEST_F(Invariants, wantNoDischargeInTheDarkButACalibrations) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, discharges);
+  mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
+  turn(90, ChargeState::discharge);
+  EXPECT_THAT(found(), ElementsAre(5));
+  mac.number(ChangeKind::capabilities, -1);
+  turn(90, ChargeState::discharge);
+  EXPECT_THAT(found(), IsEmpty()) << "nobody can tell";
+  mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
+  gCal.phase = CalPhase::restore;
+  turn(90, ChargeState::discharge);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, wantTheGateOpenWhenSwitchedOff) {
+  settings.enabled = false;
+  turn(90, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(90, ChargeState::hold, stops());
+  EXPECT_THAT(found(), ElementsAre(6));
+  gCal.phase = CalPhase::soak;
+  turn(90, ChargeState::hold);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, wantTheGateOpenOnBattery) {
+  mac.unplug();
+  turn(90, ChargeState::hold, stops());
+  EXPECT_THAT(found(), ElementsAre(7));
+  gThermalPaused = true;
+  turn(90, ChargeState::hold);
+  EXPECT_THAT(found(), IsEmpty());
+  gThermalPaused = false;
+  gCal.phase = CalPhase::drain;
+  turn(16, ChargeState::hold);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(15, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), ElementsAre(7)) << "the drain has arrived";
+}
+
+TEST_F(Invariants, askThePowerSourceWhereTheControllerDoesNotTellOfAnAdapter) {
+  mac.removeKey("AC-W");
+  turn(90, ChargeState::hold, stops());
+  EXPECT_THAT(found(), IsEmpty());
+  gLastPlugged = false;
+  turn(90, ChargeState::hold);
+  EXPECT_THAT(found(), ElementsAre(7));
+}
+
+TEST_F(Invariants, wantAHotBatteryHeld) {
+  settings.thermal = true;
+  settings.thermalLimit = 40;
+  temp = 39.9;
+  turn(50, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+  temp = 40.0;
+  turn(50, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(8));
+  gLastPlugged = false;
+  turn(50, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty()) << "on battery";
+  gThermalPaused = true;
+  turn(50, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(8)) << "still paused";
+  settings.enabled = false;
+  turn(50, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, wantNothingOpenAtTheLimit) {
+  turn(79, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(10));
+  mac.number(ChangeKind::powerSourceLag, 5);
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty()) << "a late power source";
+  mac.number(ChangeKind::powerSourceLag, 0);
+  gTopUpSince = 1;
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty()) << "Top Up";
+}
+
+TEST_F(Invariants, knowTheBand) {
+  const auto band = [](std::int64_t limit, std::int64_t hysteresis) {
+    return bandAskedFor({.limit = limit, .hysteresis = hysteresis});
+  };
+  EXPECT_EQ(band(80, 5), (Bounds{80, 75}));
+  EXPECT_EQ(band(80, 0), (Bounds{80, 79}));
+  EXPECT_EQ(band(10, 5), (Bounds{20, 19}));
+  EXPECT_EQ(band(150, 25), (Bounds{100, 80}));
+  gCliLower = 90;
+  EXPECT_EQ(band(80, 5), (Bounds{80, 79}));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 9: the ceiling
+
+TEST_F(Invariants, wantTheChargeToStayBelowTheCeiling) {
+  mac.charge(79);
+  turn(79, ChargeState::allow);
+  mac.charge(81.6);
+  turn();
+  EXPECT_THAT(found(), IsEmpty()) << "what a minute may add";
+  mac.charge(82);
+  turn();
+  EXPECT_THAT(found(), ElementsAre(9));
+}
+
+TEST_F(Invariants, excuseAChargeThatTheDaemonCouldNotStop) {
+  const auto risesAfter = [this](const Doing& doing) {
+    mac.charge(79);
+    turn(79, ChargeState::allow);
+    doing();
+    mac.charge(90);
+    turn();
+    return found();
+  };
+  EXPECT_THAT(risesAfter([] {}), ElementsAre(9));
+  EXPECT_THAT(risesAfter([this] { scene.so.disturbances += 1; }), IsEmpty());
+  EXPECT_THAT(risesAfter([this] { scene.so.leaps += 1; }), IsEmpty());
+  EXPECT_THAT(risesAfter([] { gSleepPendingSince = 1; }), IsEmpty());
+  gSleepPendingSince.reset();
+  EXPECT_THAT(risesAfter([this] { mac.unplug().plugIn(); }), ElementsAre(9));
+  EXPECT_THAT(risesAfter([this] { mac.unplug(); }), IsEmpty());
+  mac.plugIn();
+  EXPECT_THAT(risesAfter([this] { mac.sleep().pass(5).wake().pass(5); }), IsEmpty());
+  EXPECT_THAT(risesAfter([this] {
+                settings.limit = 95;
+                turn(79, ChargeState::allow);
+              }),
+              IsEmpty());
+}
+
+TEST_F(Invariants, excuseAChargeThatWasTooHighFromTheStart) {
+  mac.charge(90);
+  turn(90, ChargeState::hold, stops());
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 11: hysteresis
+
+TEST_F(Invariants, wantTheBandClosedDownToItsFloor) {
+  turn(80, ChargeState::hold, stops());
+  turn(76, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), ElementsAre(11));
+  turn(75, ChargeState::allow);
+  turn(76, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty()) << "the floor was reached";
+}
+
+TEST_F(Invariants, letTheBandOpenForOtherSettingsAndAfterAGap) {
+  turn(80, ChargeState::hold, stops());
+  settings.discharge = true;
+  turn(78, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::hold, stops());
+  complete = false;
+  turn(80, ChargeState::hold);
+  complete = true;
+  turn(78, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, keepTheBandInMindOnBattery) {
+  turn(80, ChargeState::hold, stops());
+  mac.unplug();
+  gLastPlugged = false;
+  turn(78, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), IsEmpty());
+  mac.plugIn();
+  gLastPlugged = true;
+  turn(77, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(11));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 12: only own keys
+
+TEST_F(Invariants, wantNoOtherKeysWritten) {
+  turn(80, ChargeState::hold, [] {
+    stops()();
+    EXPECT_TRUE(writeKey("ACLC", test::Bytes{LED_GREEN}));
+  });
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::hold, [] { EXPECT_FALSE(writeKey("CHSC", test::Bytes{0})); });
+  EXPECT_THAT(found(), ElementsAre(12));
+  end({.status = 0}, [] {
+    stops(false)();
+    EXPECT_TRUE(writeKey("ACLC", test::Bytes{LED_SYSTEM}));
+    EXPECT_FALSE(writeKey("CHSC", test::Bytes{0}));
+  });
+  EXPECT_THAT(found(), ElementsAre(12));
+}
+
+TEST_F(Invariants, letALeftoverBeUndoneOnceAtTheStart) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  scene.notes.cutWasLeft = true;
+  const auto undo = [] { EXPECT_TRUE(writeKey("CHIE", test::Bytes{0})); };
+  undo();
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::allow, undo);
+  EXPECT_THAT(found(), ElementsAre(12)) << "no longer the start";
+}
+
+TEST_F(Invariants, wantALeftoverToBeOne) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  EXPECT_TRUE(writeKey("CHIE", test::Bytes{0}));
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(12));
+}
+
+TEST_F(Invariants, wantALeftoverUndoneOnlyOnce) {
+  gGate.reset();
+  scene.notes.cutWasLeft = true;
+  for (const char* key : {"CHIE", "ACLC", "CHIE"}) EXPECT_TRUE(writeKey(key, test::Bytes{0}));
+  turn(80, ChargeState::allow);
+  EXPECT_THAT(found(), ElementsAre(12));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 13: quiet when steady
+
+TEST_F(Invariants, wantNothingWrittenWhileNothingChanges) {
+  turn(80, ChargeState::hold, stops());
+  turn(80, ChargeState::hold);
+  EXPECT_THAT(found(), IsEmpty());
+  turn(80, ChargeState::hold, stops());
+  EXPECT_THAT(found(), ElementsAre(13));
+  scene.so.disturbances += 1;
+  turn(80, ChargeState::hold, stops());
+  EXPECT_THAT(found(), IsEmpty()) << "something had to be put right";
+}
+
+TEST_F(Invariants, letAStateBeWrittenThatWasLeftInBetween) {
+  turn(77, ChargeState::allow);
+  stops()();
+  gState = ChargeState::hold;
+  turn();
+  turn(77, ChargeState::allow, stops(false));
+  EXPECT_THAT(found(), IsEmpty()) << "a sleep";
+  gDormant = true;
+  stops(false)();
+  turn();
+  gDormant = false;
+  turn(77, ChargeState::allow);
+  EXPECT_THAT(found(), IsEmpty()) << "the app was away";
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// 22, 23 and 33: what is said
+
+constexpr const char* gaveUp =
+    "⚠️ forced discharge has no effect: the adapter cut will not stay written — …";
+
+TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
+  const auto attempts = [this](std::initializer_list<int> numbers) {
+    for (const int number : numbers) {
+      says("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) + ")");
+    }
+    turn();
+    return found();
+  };
+  EXPECT_THAT(attempts({1, 2, 3, 4, 5}), IsEmpty());
+  EXPECT_THAT(attempts({6}), ElementsAre(22));
+  says("→ state: hold");
+  says("→ state: discharge");
+  EXPECT_THAT(attempts({1}), IsEmpty()) << "another discharge";
+  EXPECT_THAT(attempts({1}), ElementsAre(22)) << "twice";
+  EXPECT_THAT(attempts({3}), ElementsAre(22)) << "one left out";
+}
+
+TEST_F(Invariants, wantAGivenUpDischargeToRestUntilItIsRearmed) {
+  settings.discharge = true;
+  turn(90, ChargeState::discharge, [this] {
+    discharges();
+    says("→ state: discharge");
+  });
+  turn(90, ChargeState::hold, [this] {
+    cuts(false);
+    says(gaveUp);
+  });
+  EXPECT_THAT(found(), IsEmpty());
+  turn(90, ChargeState::discharge, [] { cuts(); });
+  EXPECT_THAT(found(), ElementsAre(22));
+  turn(90, ChargeState::discharge, [this] { says("forced discharge re-armed (settings changed)"); });
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, forgetWhatWasSaidBeforeAFullDiskSwallowedTheRest) {
+  const std::string summary = "cap 80%  batt 80%";
+  const std::string verdict = "limit verified: charging really does stop";
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) says(line);
+  turn();
+  scene.so.diskIsFull = true;
+  turn();
+  scene.so.diskIsFull = false;
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) says(line);
+  turn();
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(Invariants, wantVerdictsToAlternate) {
+  const std::string works = "limit verified: charging really does stop";
+  const std::string fails = "⚠️ the limit has no effect: charging continues despite the stop …";
+  for (const std::string& line : {works, fails, works}) says(line);
+  turn();
+  EXPECT_THAT(found(), IsEmpty());
+  says(works);
+  turn();
+  EXPECT_THAT(found(), ElementsAre(23));
+}
+
+TEST_F(Invariants, wantNoSummaryAndNoStateTwice) {
+  says("brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
+  says("cap 80%  batt 80%");
+  says("→ state: hold");
+  turn();
+  EXPECT_THAT(found(), ElementsAre(33)) << "the banner's";
+  says("cap 80%  batt 79%");
+  says("cap 80%  batt 80%");
+  says("→ state: allow");
+  turn();
+  EXPECT_THAT(found(), IsEmpty());
+  says("cap 80%  batt 80%");
+  turn();
+  EXPECT_THAT(found(), ElementsAre(33));
+  says("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
+  says("→ state: allow");
+  turn();
+  EXPECT_THAT(found(), IsEmpty()) << "it was left without a word";
+}
+
+}  // namespace
+}  // namespace brisko::lab

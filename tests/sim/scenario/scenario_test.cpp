@@ -1,0 +1,364 @@
+// How scenarios are read, played and judged.
+
+#include "sim/scenario/scenario.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sim/machine/faults.h"
+#include "sim/scenario/run_scenario.h"
+#include "support/files.h"
+#include "support/record_schemas.h"
+
+namespace brisko::lab {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+std::vector<std::string> complaintsAbout(const std::string& text) {
+  Complaints complaints("a.json");
+  const auto scenario = readScenario(text, complaints);
+  EXPECT_EQ(scenario.has_value(), complaints.none());
+  return complaints.texts();
+}
+
+// A scenario with these steps.
+std::string with(const std::string& timeline, const std::string& rest = "") {
+  return R"({"story": "Somebody tries the lab.", )" + rest + R"("timeline": [)" + timeline + "]}";
+}
+
+std::vector<std::string> failuresOf(const std::string& text) {
+  Complaints complaints("a.json");
+  const auto scenario = readScenario(text, complaints);
+  EXPECT_THAT(complaints.texts(), IsEmpty());
+  return scenario ? runScenario(*scenario, complaints).failures : std::vector<std::string>{"not read"};
+}
+
+// --- The files
+
+TEST(ScenarioFile, thatIsNoJsonIsToldWithItsLine) {
+  EXPECT_THAT(complaintsAbout("{\n  \"story\": \"x\",\n  \"timeline\" []}"),
+              ElementsAre(StartsWith("a.json: it is no JSON: parse error at line 3")));
+  EXPECT_THAT(complaintsAbout(""), SizeIs(1));
+  EXPECT_THAT(complaintsAbout("[]"), Not(IsEmpty()));
+}
+
+TEST(ScenarioFile, tellsTheLineThePlaceAndWhatWasExpected) {
+  const std::string text = R"({
+  "story": "x",
+  "mac": {"percent": 120,
+          "gate": "chtx"},
+  "timeline": [
+    {"at": "soon",
+     "see": {"percent": [90, 80], "colour": "green"}}
+  ]
+})";
+  EXPECT_THAT(
+      complaintsAbout(text),
+      ElementsAre(
+          "a.json:4: /mac/gate: expected chte, ch0b0c, firmware-band or none, not \"chtx\"",
+          "a.json:3: /mac/percent: expected a number from 0 to 100, not 120",
+          HasSubstr("a.json:6: /timeline/0/at: expected a time like \"+90 s\""),
+          StartsWith("a.json:7: /timeline/0/see/colour: is not known here; known are running, "),
+          "a.json:7: /timeline/0/see/percent: expected the least first, and then the most, not [90,80]",
+          "a.json:1: asks for nothing to be seen, so it can't fail"));
+}
+
+TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
+  const auto nested = [](std::size_t levels) {
+    return R"({"story": "x", "note":)" + std::string(levels, '[') + std::string(levels, ']') + "}";
+  };
+  EXPECT_THAT(complaintsAbout(nested(63)), Not(Contains(HasSubstr("nests too deep"))));
+  EXPECT_THAT(complaintsAbout(nested(64)), ElementsAre("a.json: line 1 nests too deep"));
+  EXPECT_THAT(complaintsAbout(nested(100000)), ElementsAre("a.json: line 1 nests too deep"));
+}
+
+TEST(ScenarioFile, mayNotSayAThingTwice) {
+  EXPECT_THAT(complaintsAbout("{\"story\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
+              ElementsAre("a.json:3: /timeline/0/do: stands there twice"));
+}
+
+TEST(ScenarioFile, needsAStoryStepsAndSomethingToSee) {
+  EXPECT_THAT(complaintsAbout("{}"), SizeIs(3));
+  EXPECT_THAT(complaintsAbout(with(R"({"see": {"running": true}})")), IsEmpty());
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", R"("end": {"running": true}, )")), IsEmpty());
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})")), SizeIs(1));
+}
+
+TEST(ScenarioFile, isHeldToWhatEachActionTakes) {
+  const auto about = [](const std::string& action) {
+    return complaintsAbout(with(R"({"do": )" + action + R"(, "see": {"running": true}})"));
+  };
+  for (const char* good :
+       {R"("plug")", R"({"plug": 67})", R"({"plug": {"number": 67}})", R"({"key-missing": "ACLC"})",
+        R"({"key-taken-back-after": {"key": "CHIE", "number": 30}})",
+        R"({"key-written": {"key": "CHTE", "bytes": "00000000"}})", R"({"property-text": "CycleCount"})",
+        R"(["sleep", "wake"])", R"({"settings-file": "{"})", R"({"ask": "purge"})",
+        R"({"ask": {"request": "apply", "settings": {"limit": 70}, "as": "unsigned"}})",
+        R"({"write": {"path": "/x", "text": ""}})", R"([])"}) {
+    EXPECT_THAT(about(good), IsEmpty()) << good;
+  }
+  for (const char* bad : {R"("plug-in")",
+                          R"({"plug": 900})",
+                          R"({"plug": "much"})",
+                          R"({"key-missing": "ACL"})",
+                          R"("charge")",
+                          R"({"unplug": 1})",
+                          R"({"key-taken-back-after": "CHIE"})",
+                          R"({"plug": 67, "charge": 60})",
+                          "7",
+                          R"({"key-written": {"key": "CHTE", "bytes": "0"}})",
+                          R"({"plug": {"watts": 67}})",
+                          R"("settings")",
+                          R"({"settings": 1})",
+                          R"({"ask": "apply"})",
+                          R"({"ask": {"as": "app"}})",
+                          R"({"ask": {"request": "purge", "settings": {}}})",
+                          R"({"ask": {"request": "purge", "as": "me"}})",
+                          R"({"write": {"path": "x", "text": ""}})",
+                          R"({"write": {"path": "/x"}})",
+                          R"({"remove": "x"})"}) {
+    EXPECT_THAT(about(bad), Not(IsEmpty())) << bad;
+  }
+}
+
+TEST(ScenarioFile, isHeldToWhatCanBeSeen) {
+  const auto about = [](const std::string& see) { return complaintsAbout(with(R"({"see": )" + see + "}")); };
+  for (const char* good :
+       {R"({"percent": 80})", R"({"keys": {"CHTE": "01000000"}})", R"({"files": {"status": "missing"}})",
+        R"({"files": {"/x": {"/a~1b": null}}})", R"({"log": "a"})", R"({"log": {"count": {"a": 0}}})"}) {
+    EXPECT_THAT(about(good), IsEmpty()) << good;
+  }
+  for (const char* bad :
+       {R"({"percent": "80"})", R"({"percent": [80]})", R"({"percent": [80, "81"]})", R"({"running": 1})",
+        R"({"keys": {"CHT": "01"}})", R"({"keys": {"CHTE": "0"}})", R"({"keys": {"CHTE": "0A"}})",
+        R"({"state": "full"})", R"({"exit": -1})", R"({"files": {"state": "missing"}})",
+        R"({"files": {"status": "there"}})", R"({"files": {"status": {"pct": 1}}})", R"({"log": 1})",
+        R"({"files": {"status": {"/a~2": 1}}})", R"({"log": {"never": "a"}})",
+        R"({"log": {"count": {"a": -1}}})"}) {
+    EXPECT_THAT(about(bad), Not(IsEmpty())) << bad;
+  }
+}
+
+TEST(ScenarioFile, takesADumpFromItsOwnFolder) {
+  Complaints complaints(std::string(BRISKO_SCENARIOS) + "/x.json");
+  const std::string text =
+      with(R"({"see": {"running": true}})", R"("mac": {"dump": "../data/dumps/air-charging.json"}, )");
+  EXPECT_TRUE(readScenario(text, complaints)) << complaints.texts().front();
+  EXPECT_THAT(complaintsAbout(with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json"}, )")),
+              ElementsAre(StartsWith("a.json:1: /mac/dump: ")));
+  EXPECT_THAT(complaintsAbout(
+                  with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json", "percent": 70}, )")),
+              Contains("a.json:1: /mac/percent: is what the dump says"));
+}
+
+// --- The schema
+
+TEST(ScenarioSchema, takesEveryScenarioThatIsShipped) {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(BRISKO_SCENARIOS)) {
+    if (entry.path().extension() != ".json") continue;
+    const Json scenario = Json::parse(test::contents(entry.path().string()));
+    EXPECT_EQ(test::flawIn(scenario.dump(), "scenario"), std::nullopt) << entry.path();
+    ++count;
+  }
+  EXPECT_GE(count, 40U);
+}
+
+TEST(ScenarioSchema, refusesWhatTheLabRefuses) {
+  const auto flawOf = [](const std::string& text) {
+    return test::flawIn(Json::parse(text).dump(), "scenario");
+  };
+  EXPECT_EQ(
+      flawOf(with(R"({"at": "+1 h 30 min", "do": [{"plug": 67}, "sleep"], "see": {"percent": [70, 80.5]}})")),
+      std::nullopt);
+  for (const char* step :
+       {R"({"at": "soon"})", R"({"do": "plug-in"})", R"({"do": {"plug": "much"}})",
+        R"({"see": {"percent": [80]}})", R"({"see": {"colour": 1}})", R"({"see": {"keys": {"CHTE": 1}}})",
+        R"({"see": {"files": {"status": 1}}})", R"({"when": "+1 s"})"}) {
+    EXPECT_NE(flawOf(with(step)), std::nullopt) << step;
+    EXPECT_THAT(complaintsAbout(with(step)), Not(IsEmpty())) << step;
+  }
+}
+
+std::set<std::string> namesIn(const Json& object) {
+  std::set<std::string> names;
+  for (const auto& [name, ignored] : object.items()) names.insert(name);
+  return names;
+}
+
+TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
+  const Json definitions = test::schemaOf("scenario").at("definitions");
+  const Json& forms = definitions.at("action").at("oneOf");
+  std::set<std::string> named = namesIn(forms.at(1).at("properties"));
+  for (const Json& word : forms.at(0).at("enum")) named.insert(word.get<std::string>());
+  std::set<std::string> known;
+  for (const std::string& name : ownActionNames()) known.insert(name);
+  for (const virtual_mac::Fault& fault : virtual_mac::faults()) known.emplace(fault.name);
+  EXPECT_EQ(named, known);
+
+  const auto checks = checkNames();
+  EXPECT_EQ(namesIn(definitions.at("expectations").at("properties")),
+            std::set<std::string>(checks.begin(), checks.end()));
+}
+
+// --- The page
+
+std::string page() { return test::contents(std::string(BRISKO_SCHEMA_FOLDER) + "/../lab.md"); }
+
+TEST(ScenarioPage, hasAnExampleThatHolds) {
+  const std::string text = page();
+  const std::string begin = "```json scenario\n";
+  const std::size_t from = text.find(begin);
+  ASSERT_NE(from, std::string::npos);
+  const std::size_t start = from + begin.size();
+  EXPECT_THAT(failuresOf(text.substr(start, text.find("```", start) - start)), IsEmpty());
+}
+
+TEST(ScenarioPage, explainsEveryActionOfTheLabAndEveryExpectation) {
+  const std::string text = page();
+  for (const std::string& name : ownActionNames()) EXPECT_THAT(text, HasSubstr("\"" + name + "\"")) << name;
+  for (const std::string& name : checkNames()) EXPECT_THAT(text, HasSubstr("`" + name + "`")) << name;
+}
+
+// --- The play
+
+TEST(Scenario, thatGoesAsItSaysHasNoFailures) {
+  EXPECT_THAT(failuresOf(with(R"({"at": "+2 h", "see": {"state": "hold", "percent": [79, 81], "running": true,
+      "charging": false, "adapterCut": false, "asleep": false, "wakes": 0, "keys": {"CHTE": "01000000"},
+      "log": {"inOrder": ["→ state: hold", "limit verified…"]}, "journal": ["CHTE=01000000"],
+      "files": {"status": {"/pct": [79, 80], "/nativeFloor": null, "/enabled": true}, "config": "missing"}}})")),
+              IsEmpty());
+}
+
+TEST(Scenario, tellsEverythingThatIsNotAsItSays) {
+  for (const char* see : {R"({"state": "allow"})",
+                          R"({"percent": 70})",
+                          R"({"running": false})",
+                          R"({"charging": true})",
+                          R"({"adapterCut": true})",
+                          R"({"asleep": true})",
+                          R"({"wakes": 1})",
+                          R"({"keys": {"CHTE": "00000000"}})",
+                          R"({"keys": {"XXXX": "00"}})",
+                          R"({"log": "never"})",
+                          R"({"log": {"hasNot": "limit verified…"}})",
+                          R"({"log": {"count": {"→ state: hold": 2}}})",
+                          R"({"log": {"inOrder": ["limit verified…", "→ state: hold"]}})",
+                          R"({"journal": "CHTE=02000000"})",
+                          R"({"files": {"status": {"/pct": 70}}})",
+                          R"({"exit": 0})",
+                          R"({"files": {"status": {"/pct": null}}})",
+                          R"({"files": {"status": {"/pct": [81, 100]}}})",
+                          R"({"files": {"status": {"/none": 1}}})",
+                          R"({"files": {"status": "missing"}})",
+                          R"({"killedBy": 9})",
+                          R"({"files": {"config": "present"}})",
+                          R"({"throughout": [71, 100]})",
+                          R"({"temperature": [90, 99]})",
+                          R"({"current": [500, 5000]})",
+                          R"({"limit": 80})",
+                          R"({"reply": "done"})",
+                          R"({"errors": "x"})"}) {
+    const auto failures = failuresOf(with(R"({"at": "+2 h", "see": )" + std::string(see) + "}"));
+    ASSERT_THAT(failures, SizeIs(1)) << see;
+    EXPECT_THAT(failures.front(), StartsWith("  /timeline/0/see/")) << see;
+    EXPECT_THAT(failures.front(), HasSubstr("(line 1) at 2026-03-01 10:00:00")) << see;
+    EXPECT_THAT(failures.front(), HasSubstr("expected: ")) << see;
+    EXPECT_THAT(failures.front(), HasSubstr("seen:     ")) << see;
+  }
+}
+
+TEST(Scenario, goesNoFurtherThanItsFirstFailure) {
+  EXPECT_THAT(failuresOf(with(R"({"see": {"running": false, "asleep": true}}, {"see": {"state": "hold"}})")),
+              SizeIs(2));
+}
+
+TEST(Scenario, failsForAWarningThatItDoesNotExpect) {
+  const std::string before = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";
+  const auto failures = failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", before));
+  ASSERT_THAT(failures, SizeIs(1));
+  EXPECT_THAT(failures.front(), HasSubstr("⚠️ the limit has no effect"));
+  EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"log": "⚠️ the limit…"}})", before)),
+              IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"log": "…"}})", before)), SizeIs(1))
+      << "a pattern for anything expects no warning";
+}
+
+TEST(Scenario, looksBackToItsLastLook) {
+  EXPECT_THAT(failuresOf(with(R"({"at": "+1 h", "see": {"log": "→ state: hold"}},
+      {"at": "+1 min"}, {"at": "+1 min", "see": {"log": {"hasNot": "→ state: hold"}, "throughout": [79, 81]}})",
+                              R"("end": {"log": "→ state: hold", "throughout": [70, 81]}, )")),
+              IsEmpty());
+}
+
+TEST(Scenario, keepsTheDaemonAliveAsTheLaunchServiceDoes) {
+  EXPECT_THAT(failuresOf(with(R"({"at": "+5 s", "do": "kill", "see": {"running": false, "killedBy": 9}},
+      {"at": "+4 s", "see": {"running": false}}, {"at": "+1 s", "see": {"running": true}})")),
+              IsEmpty());
+  EXPECT_THAT(
+      failuresOf(with(R"({"at": "+5 s", "do": "terminate"}, {"at": "+1 h", "see": {"running": false}})",
+                      R"("daemon": {"keptAlive": false}, )")),
+      IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"at": "+1 h", "do": "start", "see": {"running": true}})",
+                              R"("daemon": {"started": false}, )")),
+              IsEmpty());
+}
+
+TEST(Scenario, tellsWhatCannotBeDone) {
+  const auto failures = failuresOf(
+      with(R"({"do": "terminate", "see": {"running": false}})", R"("daemon": {"started": false}, )"));
+  EXPECT_THAT(failures, ElementsAre(HasSubstr("no daemon runs that could be told")));
+}
+
+TEST(Scenario, judgedByWhatAlwaysHoldsNeedsNothingElse) {
+  const std::string judged = R"("judged": "by what always holds", )";
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", judged)), IsEmpty());
+  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", R"("judged": "kindly", )")),
+              Contains(HasSubstr("/judged: expected by what always holds, not \"kindly\"")));
+
+  // A warning may come, and nobody can be told to end while no daemon runs.
+  const std::string warns = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";
+  const std::string without = R"("daemon": {"started": false}, )";
+  EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", judged + warns)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate"})", judged + without)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate", "see": {"running": true}})", judged + without)),
+              SizeIs(1));
+}
+
+TEST(Scenario, cannotBootAMacThatIsOnNorUseOneThatIsOff) {
+  EXPECT_THAT(failuresOf(with(R"({"do": "boot", "see": {"running": true}})")),
+              Contains(HasSubstr("cannot be done: the Mac is on already")));
+  for (const char* action : {R"("start")", R"("load")", R"({"ask": "restart"})"}) {
+    EXPECT_THAT(failuresOf(with(R"({"do": ["shutdown", )" + std::string(action) +
+                                R"(], "see": {"running": false}})")),
+                Contains(HasSubstr("cannot be done: the Mac is off")))
+        << action;
+  }
+}
+
+TEST(Scenario, givesTheSameLogEachTime) {
+  const std::string text =
+      with(R"({"at": "+5 h", "do": "unplug"}, {"at": "+5 h", "see": {"running": false}})");
+  Complaints complaints("a.json");
+  const auto scenario = readScenario(text, complaints);
+  ASSERT_TRUE(scenario);
+  const Outcome first = runScenario(*scenario, complaints);
+  const Outcome second = runScenario(*scenario, complaints);
+  EXPECT_THAT(first.log, SizeIs(testing::Gt(3)));
+  EXPECT_EQ(first.log, second.log);
+  EXPECT_EQ(reportOf(first), reportOf(second));
+}
+
+}  // namespace
+}  // namespace brisko::lab

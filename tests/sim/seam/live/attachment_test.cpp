@@ -1,0 +1,106 @@
+// Which machine a program gets, and what it says when it cannot have it.
+
+#include <cstdlib>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "platform/clock.h"
+#include "platform/host.h"
+#include "platform/run_loop.h"
+#include "platform/smc_service.h"
+#include "sim/seam/live/live_folder.h"
+
+namespace brisko {
+namespace {
+
+using test::LiveFolder;
+using test::ScratchFolder;
+
+void useMachineIn(const std::string& folder) {
+  ::setenv("BRISKO_VIRTUAL_MAC", folder.c_str(), 1);
+  (void)platform::wallNow();
+  std::fputs("went on\n", stderr);
+}
+
+TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenItsFolderIsMissing) {
+  EXPECT_EXIT(useMachineIn("/no such folder"), ::testing::ExitedWithCode(1),
+              "^brisko-daemon: the folder /no such folder does not exist\n$");
+}
+
+TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenTheFolderIsNotOurs) {
+  const ScratchFolder scratch;
+  std::ofstream(scratch.path() + "/machine") << "not ours";
+  EXPECT_EXIT(useMachineIn(scratch.path()), ::testing::ExitedWithCode(1),
+              "^brisko-daemon: the file " + scratch.path() + "/machine is not a virtual Mac\n$");
+}
+
+TEST(LiveMachine, isNamedRelativeToTheFolderThatTheProgramStartsIn) {
+  const LiveFolder folder;
+  const std::string parent = folder.path().substr(0, folder.path().rfind('/'));
+  ASSERT_EQ(::chdir(parent.c_str()), 0);
+  ::setenv("BRISKO_VIRTUAL_MAC", "machine of ours", 1);
+  EXPECT_EQ(platform::volumeRoot(), folder.path() + "/volume");
+}
+
+TEST(LiveMachine, isNoneWhenTheVariableIsEmpty) {
+  ::setenv("BRISKO_VIRTUAL_MAC", "", 1);
+  EXPECT_EQ(platform::openSmc().status, platform::kernelNotFound);
+}
+
+TEST(LiveMachine, withoutAMachineTheComputerSpeaksForItself) {
+  EXPECT_EQ(platform::effectiveUserId(), ::geteuid());
+  EXPECT_EQ(platform::osMajor(), 0);
+  EXPECT_EQ(platform::processId(), ::getpid());
+}
+
+TEST(LiveMachine, agesWhileNobodyLooks) {
+  LiveFolder folder(test::machineFromNow({}, 1));
+  // As if it had been left alone for a day.
+  folder.store().update().machine().realAnchor -= 86'400;
+  folder.name();
+  const double before = folder.store().look().machine().now;
+  EXPECT_GE(platform::uptime(), virtual_mac::MachineOptions{}.uptime + 86'400);
+  EXPECT_GE(folder.store().look().machine().now, before + 86'400) << "looking moves the machine on";
+}
+
+TEST(LiveMachine, isNotMovedOnBySecondLooksWithinASecond) {
+  LiveFolder folder(test::machineFromNow({}, 0.001));
+  folder.name();
+  const double before = folder.store().look().machine().now;
+  (void)platform::wallNow();
+  (void)platform::osMajor();
+  EXPECT_EQ(folder.store().look().machine().now, before);
+}
+
+TEST(LiveMachine, neverGoesBackWhenTheRealClockDoes) {
+  LiveFolder folder(test::machineFromNow({}, 1));
+  folder.name();
+  folder.store().update().machine().realAnchor -= 3600;
+  const double uptimeBefore = platform::uptime();
+  const double wallBefore = platform::wallNow();
+  folder.store().update().machine().realAnchor += 7200;
+  EXPECT_GE(platform::uptime(), uptimeBefore);
+  // To the second that the machine was last moved to.
+  EXPECT_GT(platform::wallNow(), wallBefore - 1);
+}
+
+TEST(LiveMachine, followsItsSpeed) {
+  LiveFolder folder(test::machineFromNow({}, 100'000));
+  folder.name();
+  const double before = platform::uptime();
+  platform::pause(3600);  // 36 ms
+  EXPECT_GE(platform::uptime(), before + 3600);
+}
+
+TEST(LiveMachine, standsStillAtSpeed0) {
+  LiveFolder folder(test::machineFromNow({}, 0));
+  folder.name();
+  EXPECT_EQ(platform::uptime(), platform::uptime());
+  platform::postMain([] { platform::stopMain(); });
+  platform::runMain();
+}
+
+}  // namespace
+}  // namespace brisko

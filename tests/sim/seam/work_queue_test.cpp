@@ -1,0 +1,93 @@
+// Orders and grids of sim/seam/work_queue.h that time alone would take long to show.
+
+#include "sim/seam/work_queue.h"
+
+#include <cmath>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace brisko::virtual_mac {
+namespace {
+
+double gUptime = 0;
+double uptimeNow() { return gUptime; }
+
+class WorkQueueTest : public ::testing::Test {
+ protected:
+  // Does everything due until `uptime`, each piece at its time.
+  void runUntil(double uptime) {
+    while (queue.nextDue() <= uptime) {
+      gUptime = std::max(gUptime, queue.nextDue());
+      queue.runFirst(uptimeNow);
+    }
+    gUptime = uptime;
+  }
+
+  WorkQueue queue;
+  std::string story;
+};
+
+TEST_F(WorkQueueTest, isEmptyAtFirstAndAfterItsLastWork) {
+  EXPECT_TRUE(std::isinf(queue.nextDue()));
+  queue.add(5, [] {});
+  EXPECT_EQ(queue.nextDue(), 5);
+  queue.runFirst(uptimeNow);
+  EXPECT_TRUE(std::isinf(queue.nextDue()));
+}
+
+TEST_F(WorkQueueTest, ordersByTimeAndThenByInsertion) {
+  queue.add(2, [&] { story += "c"; });
+  queue.add(1, [&] { story += "a"; });
+  queue.add(1, [&] { story += "b"; });
+  queue.add(2, [&] { story += "d"; });
+  runUntil(2);
+  EXPECT_EQ(story, "abcd");
+}
+
+TEST_F(WorkQueueTest, aTimerBesidesDelayedWorkKeepsThePlaceOfItsInsertion) {
+  queue.add(10, [&] { story += "a"; });
+  (void)queue.addTimer(0, 10, [&] { story += "t"; });
+  queue.add(20, [&] { story += "b"; });
+  runUntil(20);
+  EXPECT_EQ(story, "attb");
+}
+
+TEST_F(WorkQueueTest, aFractionalGridDoesNotDriftInAYear) {
+  constexpr double interval = 0.1;
+  (void)queue.addTimer(0, interval, [] {});
+  constexpr double year = 365 * 86'400.0;
+  gUptime = year;
+  queue.runFirst(uptimeNow);
+  const double steps = queue.nextDue() / interval;
+  EXPECT_NEAR(steps, std::round(steps), 1e-6);
+  EXPECT_GT(queue.nextDue(), year);
+  EXPECT_LE(queue.nextDue(), year + interval + 1e-6);
+}
+
+TEST_F(WorkQueueTest, aTimerNeverFiresTwiceAtOnePointThoughTheClockRoundsDown) {
+  int fired = 0;
+  (void)queue.addTimer(0, 0.3, [&] { ++fired; });
+  gUptime = std::nextafter(0.3, 0);  // a hair before the point that it was found due at
+  queue.runFirst(uptimeNow);
+  EXPECT_GT(queue.nextDue(), 0.5);
+  EXPECT_EQ(fired, 1);
+}
+
+TEST_F(WorkQueueTest, atTheVeryPointOfItsGridALateTimerIsDueAgainAtTheNext) {
+  (void)queue.addTimer(0, 12, [] {});
+  gUptime = 36;
+  queue.runFirst(uptimeNow);
+  EXPECT_EQ(queue.nextDue(), 48);
+}
+
+TEST_F(WorkQueueTest, onlyTimersCanBeInvalidated) {
+  const std::uint64_t timer = queue.addTimer(0, 5, [] {});
+  queue.add(1, [&] { story += "a"; });
+  queue.invalidateTimer(timer + 1);  // what would be the token of the work above
+  runUntil(2);
+  EXPECT_EQ(story, "a");
+}
+
+}  // namespace
+}  // namespace brisko::virtual_mac

@@ -8,7 +8,7 @@
 
 namespace brisko::platform {
 
-// Major version of the running macOS, e.g. 26.
+// Major version of the running macOS, e.g. 26; the true one, whatever SDK the program was built with.
 [[nodiscard]] std::int64_t osMajor();
 
 // The value of an environment variable; none when it is not set (an empty one is a value).

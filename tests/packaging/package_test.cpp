@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -45,6 +48,7 @@ TEST_F(Package, signsWithTheHardenedRuntimeAndNoEntitlements) {
 
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(calls(),
+            "otool -l /build/brisko-daemon\n"
             "codesign --force --options runtime --timestamp --identifier com.brisko.daemon --sign "
             "Developer ID Application: Some One (TEAM123456) /build/brisko-daemon\n"
             "codesign --verify --strict /build/brisko-daemon\n");
@@ -62,6 +66,7 @@ TEST_F(Package, packsTheInstallerWithTheProgram) {
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(
       calls(),
+      "otool -l /build/brisko-daemon\n"
       "codesign --verify --strict /build/brisko-daemon\n"
       "rm -rf /build/parts\n"
       "pkgbuild --nopayload --identifier com.brisko.daemon --version 0.9.9 --scripts /build/parts/scripts "
@@ -102,6 +107,92 @@ TEST_F(Package, wantsAProgram) {
 
   EXPECT_NE(run.status, 0);
   EXPECT_THAT(run.errors, HasSubstr("There is no program at /nowhere/brisko-daemon"));
+}
+
+struct LinkedSdks {
+  const char* sdks;
+  bool accepted;
+  const char* refusal = "";
+};
+
+std::string nameOfSdks(const ::testing::TestParamInfo<LinkedSdks>& linked) {
+  std::string name = linked.param.sdks;
+  const auto isNoLetter = [](unsigned char character) { return std::isalnum(character) == 0; };
+  std::replace_if(name.begin(), name.end(), isNoLetter, '_');
+  return name;
+}
+
+class PackageOfAProgram : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
+
+TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
+  const auto& [sdks, accepted, refusal] = GetParam();
+  for (const Words& target : {Words{"sign", "IDENTITY=-"}, Words{"package", "INSTALLER_IDENTITY=Some One"}}) {
+    const Finished run = make(target, {{"STAND_IN_SDKS", sdks}});
+    EXPECT_EQ(run.status == 0, accepted) << target[0] << ": " << run.errors;
+    EXPECT_THAT(run.errors, HasSubstr(refusal));
+  }
+  EXPECT_EQ(make({"check-sdk"}, {{"STAND_IN_SDKS", sdks}}).status == 0, accepted);
+  EXPECT_EQ(calls().find("codesign") != std::string::npos, accepted);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BySdk, PackageOfAProgram,
+    ::testing::Values(LinkedSdks{"26.0", true}, LinkedSdks{"26", true}, LinkedSdks{"27.1", true},
+                      LinkedSdks{"100.0", true}, LinkedSdks{"26.0 26.2", true},
+                      LinkedSdks{"25.9", false, "brisko-daemon was built with the SDK 25.9."},
+                      LinkedSdks{"15.5", false, "Build it with Xcode 26 or later."},
+                      LinkedSdks{"13.3", false, "SDK 13.3."}, LinkedSdks{"26.0 15.5", false, "SDK 15.5."},
+                      LinkedSdks{"15.5 26.0", false, "SDK 15.5."}, LinkedSdks{"n/a", false, "SDK n/a."},
+                      LinkedSdks{"none", false, "does not say with which SDK"}),
+    nameOfSdks);
+
+TEST_F(Package, isRefusedWhenTheProgramCannotBeRead) {
+  mac.put("/broken/otool", "#!/bin/sh\nexit 1\n");
+  std::filesystem::permissions(mac.at("/broken/otool"), std::filesystem::perms::owner_all);
+  const Finished signing =
+      make({"sign", "IDENTITY=-"},
+           {{"PATH", mac.at("/broken") + ":" + std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+
+  EXPECT_NE(signing.status, 0);
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+// What CMake says about the SDK that it is going to build with.
+Finished configureWithSdk(const std::string& version, const std::string& path = "macosx") {
+  const std::string sysroot = path == "macosx" ? "" : path;
+  return run("/bin/sh",
+             {"-c", R"(exec cmake "-DCMAKE_OSX_SYSROOT=$1" -P "$2")", "sh", sysroot, BRISKO_SDK_CHECK},
+             {{"STAND_IN_SDK", version},
+              {"STAND_IN_SYSROOT", path},
+              {"PATH", std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+}
+
+TEST(Configuration, tellsInOneLineOfAnOlderSdk) {
+  for (const char* version : {"13.3", "15.5", "25.9"}) {
+    const Finished run = configureWithSdk(version);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output + run.errors,
+                ::testing::MatchesRegex("The SDK is " + std::string(version) + ", [^\n]*\n"));
+  }
+}
+
+TEST(Configuration, isSilentAboutANewEnoughSdk) {
+  for (const char* version : {"26", "26.0", "27.1", "100.0"}) {
+    const Finished run = configureWithSdk(version);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.output + run.errors, "") << version;
+  }
+}
+
+TEST(Configuration, asksForTheSdkThatItIsGiven) {
+  const std::string path = "/Applications/Old Xcode.app/MacOSX14.5.sdk";
+  EXPECT_THAT(configureWithSdk("14.5", path).errors, HasSubstr("The SDK is 14.5,"));
+}
+
+TEST(Configuration, isSilentWhenNoSdkTellsItsVersion) {
+  const Finished run = configureWithSdk("");
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ(run.output + run.errors, "");
 }
 
 TEST_F(Package, saysThatItTakesAMac) {

@@ -39,6 +39,29 @@ std::optional<std::string>& programPath() {
   return path;
 }
 
+constexpr std::int64_t lastOldMacOS = 15;
+constexpr std::int64_t firstYearMacOS = 26;  // named after the year; 16 to 25 were left out
+
+// As the kernel names its build. What a virtual Mac may have between 15 and 26 was never built.
+std::optional<std::string> buildOf(std::int64_t macOS) {
+  if (macOS > lastOldMacOS && macOS < firstYearMacOS) return std::nullopt;
+  return std::to_string(macOS >= firstYearMacOS ? macOS - 1 : macOS + 9) + "G83";
+}
+
+// What the kernel tells a program that was linked with an older SDK than macOS 26 has.
+std::string productVersion(std::int64_t macOS) {
+  constexpr std::int64_t compatibilityVersion = 16;
+  const bool isAdjusted = macOS >= firstYearMacOS && stand_ins::gLinkedSdk < firstYearMacOS;
+  return std::to_string(isAdjusted ? compatibilityVersion : macOS) + ".4.1";
+}
+
+std::optional<std::string> kernelVariable(std::string_view name, std::int64_t macOS) {
+  if (name == stand_ins::gUnreadableVariable) return std::nullopt;
+  if (name == "kern.osversion") return buildOf(macOS);
+  if (name == "kern.osproductversion") return productVersion(macOS);
+  return std::nullopt;
+}
+
 // As sysctl and confstr hand over texts: how much room it takes with its end.
 std::size_t copyOut(const std::string& text, char* buffer, std::size_t room) {
   if (room > text.size()) std::memcpy(buffer, text.c_str(), text.size() + 1);
@@ -65,6 +88,9 @@ const std::string& platform::volumeRoot() {
 }
 
 namespace stand_ins {
+
+std::int64_t gLinkedSdk = 15;
+std::string_view gUnreadableVariable;
 
 std::uint64_t ticksOfSeconds(double uptime) {
   return static_cast<std::uint64_t>(std::llround(uptime * ticksPerSecond));
@@ -129,12 +155,13 @@ int _NSGetExecutablePath(char* path, std::uint32_t* size) {
 int sysctlbyname(const char* name, void* old, std::size_t* oldSize, void* fresh, std::size_t) {
   auto* store = virtual_mac::attachedMachine();
   if (fresh != nullptr) stand_ins::misuse("a variable of the kernel is set");
-  if (store == nullptr || std::strcmp(name, "kern.osproductversion") != 0) {
+  const auto value =
+      store == nullptr ? std::nullopt : kernelVariable(name, store->look().machine().system.macOS);
+  if (!value) {
     errno = ENOENT;
     return -1;
   }
-  const std::string version = std::to_string(store->look().machine().system.macOS) + ".4.1";
-  const std::size_t needed = copyOut(version, static_cast<char*>(old), *oldSize);
+  const std::size_t needed = copyOut(*value, static_cast<char*>(old), *oldSize);
   if (needed > *oldSize) {
     errno = ENOMEM;
     return -1;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace brisko::stand_ins {
 
@@ -12,6 +13,13 @@ namespace brisko::stand_ins {
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
 [[nodiscard]] bool hasLostItsName(int descriptor);
+
+// Major version of the SDK that the program seems to be linked with. An older one than macOS 26 has, unless a
+// test says otherwise: what is right for such a program is right for any.
+extern std::int64_t gLinkedSdk;
+
+// A variable of the kernel that cannot be read. None, unless a test says otherwise.
+extern std::string_view gUnreadableVariable;
 
 // How many bytes of a successful answer the controller's driver gives. All, unless a test says otherwise.
 extern std::size_t gAnswerBytes;

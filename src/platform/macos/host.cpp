@@ -8,6 +8,8 @@
 #include <sys/sysctl.h>
 #include <unistd.h>
 
+#include "platform/macos_version.h"
+
 namespace brisko::platform {
 namespace {
 
@@ -21,13 +23,18 @@ std::string userTemporaryDirectory() {
   return folder;
 }
 
+// Empty when it cannot be had.
+std::string kernelVariable(const char* name) {
+  std::array<char, 64> text{};
+  std::size_t size = text.size() - 1;
+  if (::sysctlbyname(name, text.data(), &size, nullptr, 0) != 0) return {};
+  return text.data();
+}
+
 }  // namespace
 
 std::int64_t osMajor() {
-  std::array<char, 64> version{};  // "26.0.1"
-  std::size_t size = version.size() - 1;
-  if (::sysctlbyname("kern.osproductversion", version.data(), &size, nullptr, 0) != 0) return 0;
-  return std::strtoll(version.data(), nullptr, 10);
+  return macOSMajor(kernelVariable("kern.osversion"), kernelVariable("kern.osproductversion"));
 }
 
 std::optional<std::string> environment(const char* name) {

@@ -1,12 +1,18 @@
-// Where the program lies, when it was started through a link.
+// Where the program lies, when it was started through a link, and what it believes of the system's version.
 
 #include "platform/host.h"
 
+#include <array>
+#include <string>
+
 #include <gtest/gtest.h>
+#include <sys/sysctl.h>
 
 #include "sim/seam/simulated/driver.h"
+#include "stand_ins/system.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/virtual_mac.h"
 
 namespace brisko::platform {
 namespace {
@@ -17,6 +23,45 @@ TEST(MacHost, namesTheProgramAndNotALinkToIt) {
   test::makeLink(scratch.path("link"), scratch.path("program"));
   virtual_mac::setExecutablePath(scratch.path("link"));
   EXPECT_EQ(executablePath(), scratch.path("program"));
+}
+
+std::string productVersion() {
+  std::array<char, 64> text{};
+  std::size_t size = text.size();
+  return ::sysctlbyname("kern.osproductversion", text.data(), &size, nullptr, 0) == 0 ? text.data() : "";
+}
+
+class MacVersion : public ::testing::TestWithParam<std::int64_t> {};
+
+TEST_P(MacVersion, isFoundByAProgramBuiltWithAnySdk) {
+  const test::VirtualMac mac({.macOS = GetParam()});
+  for (const std::int64_t sdk : {13, 15, 26, 27}) {
+    stand_ins::gLinkedSdk = sdk;
+    EXPECT_EQ(osMajor(), GetParam()) << "SDK " << sdk;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Every, MacVersion, ::testing::Values(13, 14, 15, 26, 27, 28),
+                         [](const auto& version) { return "MacOS" + std::to_string(version.param); });
+
+TEST(MacHost, isToldACompatibilityVersionWhenBuiltWithAnOldSdk) {
+  const test::VirtualMac mac({.macOS = 27});
+  stand_ins::gLinkedSdk = 25;
+  EXPECT_EQ(productVersion(), "16.4.1");
+  stand_ins::gLinkedSdk = 26;
+  EXPECT_EQ(productVersion(), "27.4.1");
+}
+
+TEST(MacHost, takesTheProductVersionWhenThereIsNoBuild) {
+  const test::VirtualMac mac({.macOS = 15});
+  stand_ins::gUnreadableVariable = "kern.osversion";
+  EXPECT_EQ(osMajor(), 15);
+}
+
+TEST(MacHost, needsNoProductVersion) {
+  const test::VirtualMac mac({.macOS = 27});
+  stand_ins::gUnreadableVariable = "kern.osproductversion";
+  EXPECT_EQ(osMajor(), 27);
 }
 
 }  // namespace

@@ -39,9 +39,9 @@ bool makeSmartChargeClient(std::string_view name) {
   return made;
 }
 
-bool smartChargeLimitSupported() {
+std::optional<bool> smartChargeLimitSupported() {
   MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr) return false;
+  if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(
       *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysSupported(machine); });
 }
@@ -64,7 +64,7 @@ std::optional<bool> setSmartChargeLimit(std::int64_t percent) {
   MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(*store, [percent](Machine& machine, Journal& journal) {
-    return virtual_mac::setByClient(machine, journal, percent);
+    return virtual_mac::setByClient(machine, journal, percent).value_or(false);
   });
 }
 

@@ -41,7 +41,7 @@ bool writePreferences(std::int64_t pct) {
 
 std::int32_t CKMCLSupported() {
   if (!haveClient()) return -1;
-  return platform::smartChargeLimitSupported() ? 1 : 0;
+  return triState(platform::smartChargeLimitSupported());
 }
 
 std::int32_t CKMCLEnabled() {
@@ -57,7 +57,7 @@ std::int32_t CKMCLLimit() {
 std::int32_t CKMCLSetLimit(std::int32_t pct) {
   if (!haveClient()) return -1;
   if (pct < leastOfClient || pct > 100 || pct % stepOfClient != 0) return 0;
-  return platform::setSmartChargeLimit(pct).value_or(false) ? 1 : 0;
+  return triState(platform::setSmartChargeLimit(pct));
 }
 
 bool NativeLimit::write(std::int64_t pct, bool prime) {

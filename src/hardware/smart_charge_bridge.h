@@ -8,7 +8,8 @@
 namespace brisko {
 
 // The four calls of the client, which is made on first use and kept. Each gives 1 for yes or success, 0 for
-// no or failure, and -1 without a client or when the system reports an error.
+// no or failure, and -1 without a client, when the client reports an error, and when it does not know the
+// call or raises an exception.
 [[nodiscard]] std::int32_t CKMCLSupported();
 [[nodiscard]] std::int32_t CKMCLEnabled();
 // The limit itself, or -1.

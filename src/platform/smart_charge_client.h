@@ -15,8 +15,9 @@ namespace brisko::platform {
 // be had. The calls below are made only after it gave true.
 [[nodiscard]] bool makeSmartChargeClient(std::string_view name);
 
-// Each answer is none when the system returned an error with it.
-[[nodiscard]] bool smartChargeLimitSupported();
+// Each answer is none when it cannot be had: the client reports an error, raises an exception, or does not
+// know the question. Of these an error alone is a no when a limit is set.
+[[nodiscard]] std::optional<bool> smartChargeLimitSupported();
 [[nodiscard]] std::optional<bool> smartChargeLimitEnabled();
 [[nodiscard]] std::optional<std::int64_t> smartChargeLimit();                 // percent
 [[nodiscard]] std::optional<bool> setSmartChargeLimit(std::int64_t percent);  // the system's yes or no

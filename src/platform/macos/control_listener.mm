@@ -41,6 +41,16 @@ Reply replyThrough(ReplyBlock block) {
   };
 }
 
+// Whether the system took the requirement. It raises an exception for one that it cannot read.
+bool require(NSXPCConnection* connection, const std::string& requirement) {
+  @try {
+    [connection setCodeSigningRequirement:@(requirement.c_str())];
+    return true;
+  } @catch (...) {
+    return false;
+  }
+}
+
 }  // namespace
 
 @implementation BriskoService
@@ -68,9 +78,10 @@ Reply replyThrough(ReplyBlock block) {
 @implementation BriskoServiceDelegate
 
 - (BOOL)listener:(NSXPCListener*)__unused listener shouldAcceptNewConnection:(NSXPCConnection*)connection {
-  if (const auto requirement = service->requirement()) {
-    [connection setCodeSigningRequirement:@(requirement->c_str())];
-  }
+  // No client is refused here as long as the system judges its signature. Without that judgement anybody
+  // could command the daemon, which is worse than an app that is turned away.
+  const auto requirement = service->requirement();
+  if (requirement && !require(connection, *requirement)) return NO;
   connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(BriskoServiceProtocol)];
   connection.exportedObject = [[BriskoService alloc] init];
   [connection resume];

@@ -1,5 +1,5 @@
-// A stand-in for Foundation: what src/platform/macos uses of it and no more. It is only read by the compiler,
-// never run.
+// A stand-in for Foundation: what src/platform/macos uses of it and little more. tests/objective_c has as
+// much of it as it takes to run.
 #pragma once
 
 using BOOL = bool;  // as on arm64
@@ -17,7 +17,9 @@ using NSUInteger = unsigned long;
 @end
 
 __attribute__((objc_root_class))
-@interface NSObject<NSObject>
+@interface NSObject<NSObject> {
+  Class isa;
+}
 + (instancetype)alloc;
 - (instancetype)init;
 + (BOOL)instancesRespondToSelector:(SEL)selector;
@@ -25,6 +27,7 @@ __attribute__((objc_root_class))
 
 @interface NSString : NSObject
 + (instancetype)stringWithUTF8String:(const char*)text;
+@property(readonly) const char* UTF8String;
 @end
 
 @interface NSData : NSObject

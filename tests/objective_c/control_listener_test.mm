@@ -1,0 +1,40 @@
+// Whom the listener lets in.
+#include "platform/control_listener.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "objective_c/foundation.h"
+
+namespace brisko::platform {
+namespace {
+
+using stand_ins::connectionJournal;
+using ::testing::ElementsAre;
+
+BOOL acceptsWith(const std::optional<std::string>& requirement) {
+  listenForControl("com.brisko.daemon.xpc", [requirement] { return requirement; }, {});
+  NSXPCConnection* connection = [[NSXPCConnection alloc] init];
+  NSXPCListener* noListener = nil;
+  return [stand_ins::listenerDelegate() listener:noListener shouldAcceptNewConnection:connection];
+}
+
+TEST(ControlListener, requiresASignatureBeforeAConnectionIsServed) {
+  EXPECT_TRUE(acceptsWith("anchor apple generic"));
+  EXPECT_THAT(connectionJournal(),
+              ElementsAre("requires anchor apple generic", "interface", "object", "resume"));
+}
+
+TEST(ControlListener, letsAConnectionInWithoutARequirement) {
+  EXPECT_TRUE(acceptsWith(std::nullopt));
+  EXPECT_THAT(connectionJournal(), ElementsAre("interface", "object", "resume"));
+}
+
+TEST(ControlListener, refusesAConnectionWhoseRequirementRaises) {
+  stand_ins::gRequirementRaises = true;
+  EXPECT_FALSE(acceptsWith("no requirement at all"));
+  EXPECT_THAT(connectionJournal(), ElementsAre("requires no requirement at all"));
+}
+
+}  // namespace
+}  // namespace brisko::platform

@@ -1,0 +1,22 @@
+// tests/objective_c/foundation.h
+// What the stand-in for Foundation was told, and what it makes of it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#import <Foundation/Foundation.h>
+
+namespace brisko::stand_ins {
+
+// What was done to connections, in order.
+[[nodiscard]] std::vector<std::string>& connectionJournal();
+
+// A connection raises an exception for the requirement that it is given. It does not, unless a test says
+// otherwise.
+extern bool gRequirementRaises;
+
+// What the last listener was told to ask about new connections.
+[[nodiscard]] id<NSXPCListenerDelegate> listenerDelegate();
+
+}  // namespace brisko::stand_ins

@@ -1,0 +1,139 @@
+// The stand-in for Foundation, as far as it has to run, on the Objective-C runtime that clang brings along
+// here. Nothing is ever released.
+#include "objective_c/foundation.h"
+
+#include <cstddef>
+#include <deque>
+
+extern "C" {
+id class_createInstance(Class type, std::size_t extraBytes);
+Class objc_lookUpClass(const char* name);
+BOOL class_respondsToSelector(Class type, SEL selector);
+}
+
+// What the runtime keeps of the classes is its own.
+extern "C" const char* __lsan_default_suppressions();
+const char* __lsan_default_suppressions() { return "leak:libobjc\n"; }
+
+namespace brisko::stand_ins {
+
+bool gRequirementRaises = false;
+
+std::vector<std::string>& connectionJournal() {
+  static auto& journal = *new std::vector<std::string>;
+  return journal;
+}
+
+namespace {
+
+id gDelegate = nil;
+
+id kept(id object) {
+  static auto& objects = *new std::vector<id>;
+  objects.push_back(object);
+  return object;
+}
+
+}  // namespace
+
+id<NSXPCListenerDelegate> listenerDelegate() { return gDelegate; }
+
+}  // namespace brisko::stand_ins
+
+using namespace brisko::stand_ins;
+
+@implementation NSObject
++ (instancetype)alloc {
+  return kept(class_createInstance(self, 0));
+}
+- (instancetype)init {
+  return self;
+}
+- (BOOL)isEqual:(id)object {
+  return self == object;
+}
++ (BOOL)instancesRespondToSelector:(SEL)selector {
+  return class_respondsToSelector(self, selector);
+}
+@end
+
+// What @autoreleasepool comes down to with this runtime.
+@interface NSAutoreleasePool : NSObject
++ (instancetype)new;
+- (void)drain;
+@end
+@implementation NSAutoreleasePool
++ (instancetype)new {
+  return [[NSAutoreleasePool alloc] init];
+}
+- (void)drain {
+}
+@end
+
+// The only kind of string that there is.
+@interface Text : NSString {
+ @public
+  const char* bytes;
+}
+@end
+@implementation Text
+- (const char*)UTF8String {
+  return bytes;
+}
+@end
+
+@implementation NSString
+@dynamic UTF8String;
++ (instancetype)stringWithUTF8String:(const char*)text {
+  static auto& texts = *new std::deque<std::string>;
+  Text* string = [Text alloc];
+  string->bytes = texts.emplace_back(text).c_str();
+  return string;
+}
+@end
+
+@implementation NSData
+@dynamic bytes;
+@dynamic length;
+@end
+
+@implementation NSError
+@end
+
+Class NSClassFromString(NSString* name) { return objc_lookUpClass(name.UTF8String); }
+
+@implementation NSXPCInterface
++ (NSXPCInterface*)interfaceWithProtocol:(Protocol*)__unused protocol {
+  return [[NSXPCInterface alloc] init];
+}
+@end
+
+@implementation NSXPCConnection
+@dynamic exportedInterface;
+@dynamic exportedObject;
+- (void)setExportedInterface:(NSXPCInterface*)__unused interface {
+  connectionJournal().push_back("interface");
+}
+- (void)setExportedObject:(id)__unused object {
+  connectionJournal().push_back("object");
+}
+- (void)setCodeSigningRequirement:(NSString*)requirement {
+  connectionJournal().push_back(std::string("requires ") + requirement.UTF8String);
+  if (gRequirementRaises) @throw [[NSError alloc] init];
+}
+- (void)resume {
+  connectionJournal().push_back("resume");
+}
+@end
+
+@implementation NSXPCListener
+@dynamic delegate;
+- (instancetype)initWithMachServiceName:(NSString*)__unused name {
+  return self;
+}
+- (void)setDelegate:(id<NSXPCListenerDelegate>)delegate {
+  gDelegate = delegate;
+}
+- (void)resume {
+}
+@end

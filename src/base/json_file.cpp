@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,17 +19,21 @@ namespace {
 constexpr std::size_t largestFile = 16U << 20U;  // bytes
 constexpr std::ptrdiff_t deepestNesting = 512;   // levels
 
+// Where the text that opens at `index` closes; the end of `json` when it does not.
+std::size_t closingQuote(std::string_view json, std::size_t index) {
+  for (++index; index < json.size() && json[index] != '"'; ++index) {
+    if (json[index] == '\\') ++index;
+  }
+  return index;
+}
+
 // Judged before parsing: working through a deeply nested value costs stack. Brackets inside texts are none.
-bool nestsTooDeep(std::string_view text) {
+bool nestsTooDeep(std::string_view json) {
   std::ptrdiff_t depth = 0;
-  bool inText = false;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const char character = text[index];
-    if (inText) {
-      if (character == '\\') ++index;
-      if (character == '"') inText = false;
-    } else if (character == '"') {
-      inText = true;
+  for (std::size_t index = 0; index < json.size(); ++index) {
+    const char character = json[index];
+    if (character == '"') {
+      index = closingQuote(json, index);
     } else if (character == '[' || character == '{') {
       if (++depth > deepestNesting) return true;
     } else if (character == ']' || character == '}') {
@@ -35,6 +41,78 @@ bool nestsTooDeep(std::string_view text) {
     }
   }
   return false;
+}
+
+// ---- Numbers beyond a double: the parser stops at them, and they are read as infinite all the same.
+
+bool beginsANumber(char character) { return character == '-' || (character >= '0' && character <= '9'); }
+
+// The parser judges it in two halves, neither of which can be too large.
+bool isNumber(std::string_view text) {
+  const std::size_t exponent = text.find_first_of("eE");
+  const std::string digits = std::string(text.substr(0, exponent)) + "e-99999999";
+  if (!Json::accept(digits)) return false;
+  return exponent == std::string_view::npos || Json::accept("0e" + std::string(text.substr(exponent + 1)));
+}
+
+// None where the parser takes `text`, or where it is no number at all.
+std::optional<double> infiniteNumber(std::string_view text) {
+  if (Json::accept(text) || !isNumber(text)) return std::nullopt;
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  return text.front() == '-' ? -infinity : infinity;
+}
+
+struct InfiniteNumbers {
+  std::string finite;          // the text with a zero in place of each of them
+  std::vector<double> values;  // one for each number of the text, in order; 0 for those that are finite
+};
+
+// What can be a number is cut out; whether it is one, the parser judges.
+InfiniteNumbers takeOutInfiniteNumbers(std::string_view json) {
+  InfiniteNumbers taken;
+  std::size_t copied = 0;
+  for (std::size_t index = 0; index < json.size(); ++index) {
+    if (json[index] == '"') index = closingQuote(json, index);
+    if (index >= json.size() || !beginsANumber(json[index])) continue;
+    const std::size_t end = std::min(json.find_first_not_of("+-.0123456789eE", index), json.size());
+    const auto infinite = infiniteNumber(json.substr(index, end - index));
+    taken.values.push_back(infinite.value_or(0));
+    if (infinite) {
+      taken.finite.append(json, copied, index - copied).append("0");
+      copied = end;
+    }
+    index = end - 1;
+  }
+  taken.finite.append(json, copied);
+  return taken;
+}
+
+Json parseWithInfiniteNumbers(std::string_view json) {
+  const InfiniteNumbers numbers = takeOutInfiniteNumbers(json);
+  auto value = numbers.values.begin();
+  const auto putBack = [&](int, Json::parse_event_t event, Json& parsed) {
+    if (event != Json::parse_event_t::value || !parsed.is_number()) return true;
+    if (*value != 0) parsed = *value;
+    ++value;
+    return true;
+  };
+  return Json::parse(numbers.finite, putBack, false);
+}
+
+Json parse(std::string_view json) {
+  try {
+    return Json::parse(json);
+  } catch (const Json::out_of_range&) {
+    return parseWithInfiniteNumbers(json);
+  } catch (const Json::parse_error&) {
+    return Json::value_t::discarded;
+  }
+}
+
+// Whether every number in it is.
+bool isFinite(const Json& value) {
+  if (value.is_structured()) return std::all_of(value.begin(), value.end(), isFinite);
+  return !value.is_number_float() || std::isfinite(value.get<double>());
 }
 
 // Null when `object` is no object or has no such key.
@@ -72,7 +150,7 @@ std::optional<Json> parseJson(std::string_view text) {
   // The parser would take a zero byte for the end of the text.
   if (text.find('\0') != std::string_view::npos) return std::nullopt;
   if (nestsTooDeep(text)) return std::nullopt;
-  Json value = Json::parse(text.begin(), text.end(), nullptr, false);
+  Json value = parse(text);
   if (value.is_discarded()) return std::nullopt;
   return value;
 }
@@ -86,6 +164,7 @@ std::optional<Json> readJsonObject(const std::string& path) {
 }
 
 std::optional<std::string> jsonText(const Json& value) {
+  if (!isFinite(value)) return std::nullopt;  // JSON has no such number: null would be written in its place
   try {
     return value.dump();
   } catch (const Json::exception&) {  // a text that is not UTF-8

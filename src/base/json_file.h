@@ -17,18 +17,20 @@ using Json = nlohmann::json;  // objects keep their keys in byte order
 // larger than any file of ours could be (16 MiB). Never waits, whatever stands at the path.
 [[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
-// None when `text` is not JSON as a whole: trailing bytes, comments, numbers beyond a double, bad UTF-8 or
-// more than 512 levels of nesting.
+// None when `text` is not JSON as a whole: trailing bytes, comments, bad UTF-8 or more than 512 levels of
+// nesting. A number beyond the largest double is an infinite one, with or without a point or an exponent.
 [[nodiscard]] std::optional<Json> parseJson(std::string_view text);
 
 // The object in the file at `path`; none when it is unreadable, not JSON or not an object.
 [[nodiscard]] std::optional<Json> readJsonObject(const std::string& path);
 
-// Compact, keys in byte order, doubles always with a point or an exponent; none when a text is not UTF-8.
+// Compact, keys in byte order, doubles always with a point or an exponent; none when a text is not UTF-8
+// or a number is not finite.
 [[nodiscard]] std::optional<std::string> jsonText(const Json& value);
 
 // Overwrites the file at `path` in place (same inode and mode when it exists; else made with 0666 less the
-// umask). Makes no folders. Failures are silent, and a file may then be left cut.
+// umask). Makes no folders. Failures are silent, and a file may then be left cut; a value without a text
+// leaves it as it was.
 void writeJsonFile(const std::string& path, const Json& value);
 
 // Values by their JSON type: a boolean is never a number, and a floating-point number is no integer.

@@ -170,7 +170,6 @@ TEST(ParsingJson, takesWhatIsJson) {
 
 TEST(ParsingJson, takesNothingElse) {
   using namespace std::string_view_literals;
-  const std::string digits(400, '9');
   const std::string_view cases[] = {
       ""sv, " "sv, "\n"sv, "{"sv, "}"sv, "["sv, "\""sv, "{\"limit\":80"sv,
       // more than one value
@@ -181,8 +180,11 @@ TEST(ParsingJson, takesNothingElse) {
       "{\"a\":}"sv, "{1:2}"sv,
       // numbers
       "NaN"sv, "Infinity"sv, "-Infinity"sv, "nan"sv, "inf"sv, "01"sv, "-01"sv, "+1"sv, ".5"sv, "1."sv,
-      "1.e5"sv, "1e"sv, "1e+"sv, "-"sv, "--1"sv, "0x10"sv, "1_000"sv, "1,5"sv, "1e999"sv, "-1e999"sv,
-      "1e309"sv, "[1e999]"sv, "{\"limit\":1e999}"sv, digits,
+      "1.e5"sv, "1e"sv, "1e+"sv, "-"sv, "--1"sv, "0x10"sv, "1_000"sv, "1,5"sv,
+      // numbers beside one beyond a double
+      "[1e999,01]"sv, "[01,1e999]"sv, "01e999"sv, "+1e999"sv, "1.e999"sv, ".1e999"sv, "1e999.5"sv,
+      "1e999-1"sv, "[1e999 1]"sv, "[1e999,]"sv, "1e999 x"sv, "1e999\0"sv, "[1e999,\"1e999]"sv, "{1e999:1}"sv,
+      "1e999e"sv,
       // texts
       "\"a"sv, "\"\\\""sv, "\"\t\""sv, "\"\n\""sv, "\"\x1f\""sv, "\"\\x41\""sv, "\"\\u12\""sv,
       "\"\\u12g4\""sv, "\"\\ud83d\""sv, "\"\\ude00\""sv, "\"\\ud83d\\ud83d\""sv, "\"\\ud83dx\""sv,
@@ -206,6 +208,51 @@ TEST(ParsingJson, tellsTheKindsOfNumbersApart) {
   EXPECT_TRUE(parseJson("8e1")->is_number_float());
   EXPECT_TRUE(parseJson("-0.0")->is_number_float());
   EXPECT_TRUE(std::signbit(parseJson("-0.0")->get<double>()));
+}
+
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
+TEST(ParsingJson, readsANumberBeyondADoubleAsInfinite) {
+  const std::string digits(400, '9');
+  for (const std::string& number :
+       {std::string("1e999"), std::string("1E+999"), std::string("1.5e309"), std::string("1.8e308"), digits,
+        digits + ".5", "0." + std::string(400, '0') + "1e999", "1e" + digits}) {
+    for (const auto& [text, value] : {std::pair(number, infinity), std::pair("-" + number, -infinity)}) {
+      const auto parsed = parseJson(text);
+      ASSERT_TRUE(parsed && parsed->is_number_float()) << text;
+      EXPECT_EQ(parsed->get<double>(), value) << text;
+    }
+  }
+  EXPECT_EQ(parseJson("1.7976931348623157e308")->get<double>(), std::numeric_limits<double>::max());
+  EXPECT_EQ(parseJson("[1e999,1e-999]")->at(1), 0.0);
+}
+
+TEST(ParsingJson, readsEverythingBesideANumberBeyondADoubleAsItStands) {
+  EXPECT_EQ(*parseJson("{\"limit\":70,\"foo\":1e999}"), (Json{{"limit", 70}, {"foo", infinity}}));
+  EXPECT_EQ(*parseJson("{\"foo\":-1e999,\"limit\":70}"), (Json{{"limit", 70}, {"foo", -infinity}}));
+  EXPECT_EQ(*parseJson("{\"limit\":1e999,\"limit\":70}"), (Json{{"limit", 70}}));
+  EXPECT_EQ(*parseJson("[0,1e999,-0,[2.5,-1e999],{\"a\":[1e999]},3]"),
+            Json::array({0, infinity, 0, Json::array({2.5, -infinity}),
+                         Json::object({{"a", Json::array({infinity})}}), 3}));
+  // Texts are no numbers, whatever they hold and wherever they end.
+  EXPECT_EQ(*parseJson(R"(["1e999","-","\"1e999",true,1e999,"\\",7,"1",false,null])"),
+            Json::array({"1e999", "-", "\"1e999", true, infinity, "\\", 7, "1", false, nullptr}));
+  const Json kinds = *parseJson("[80,-3,80.0,18446744073709551615,1e999]");
+  EXPECT_TRUE(kinds[0].is_number_unsigned());
+  EXPECT_TRUE(kinds[1].is_number_integer());
+  EXPECT_TRUE(kinds[2].is_number_float());
+  EXPECT_TRUE(kinds[3].is_number_unsigned());
+}
+
+TEST(ParsingJson, isDoneAtOnceWithManyNumbersBeyondADouble) {
+  std::string many = "[1e999";
+  for (int count = 1; count < 100'000; ++count) many += count % 2 == 0 ? ",1e999" : ",-1e999";
+  const auto parsed = parseJson(many + "]");
+  ASSERT_TRUE(parsed.has_value());
+  ASSERT_EQ(parsed->size(), 100'000U);
+  EXPECT_EQ(parsed->front(), infinity);
+  EXPECT_EQ(parsed->back(), -infinity);
+  EXPECT_FALSE(parseJson(many).has_value());
 }
 
 TEST(ParsingJson, takesTheLastOfEqualKeys) {
@@ -335,6 +382,13 @@ TEST(JsonText, isNoneForATextThatIsNoUtf8) {
   EXPECT_EQ(jsonText(Json{{"\xff", 1}}), std::nullopt);
 }
 
+TEST(JsonText, isNoneForANumberThatIsNotFinite) {
+  for (const double value : {infinity, -infinity, std::nan("")}) {
+    EXPECT_EQ(jsonText(Json(value)), std::nullopt);
+    EXPECT_EQ(jsonText(Json{{"a", {1, {{"b", value}}}}, {"c", 2}}), std::nullopt);
+  }
+}
+
 // Switches this process to a locale that writes 2,5; false when this system cannot make one.
 bool useDecimalComma(const ScratchFolder& folder) {
   const std::string command =
@@ -352,6 +406,8 @@ TEST(JsonText, knowsNoLocale) {
               Optional(std::string(R"({"a":1234567.5,"b":1234567})")));
   EXPECT_EQ(parseJson("2.5")->get<double>(), 2.5);
   EXPECT_EQ(parseJson("2,5"), std::nullopt);
+  EXPECT_EQ(parseJson("[1.5e999,2.5]")->front(), infinity);
+  EXPECT_EQ(parseJson("[1.5e999,2.5]")->back(), 2.5);
 }
 
 // ---- writing files
@@ -465,6 +521,8 @@ TEST(WritingAFile, leavesTheOldOneWhenTheValueHasNoText) {
   put(folder.path("file"), "old");
   writeJsonFile(folder.path("file"), Json{{"path", "\xff"}});
   writeJsonFile(folder.path("new"), Json{{"path", "\xff"}});
+  writeJsonFile(folder.path("file"), Json{{"number", infinity}});
+  writeJsonFile(folder.path("new"), Json{{"number", infinity}});
   EXPECT_EQ(contents(folder.path("file")), "old");
   EXPECT_FALSE(exists(folder.path("new")));
 }
@@ -512,6 +570,15 @@ TEST(AValueByType, isAnIntegerOnlyWithin64Bits) {
   EXPECT_EQ(numberAt(object, "min-1"), -9223372036854775808.0);
   EXPECT_EQ(numberAt(object, "all"), 18446744073709551616.0);
   EXPECT_EQ(numberAt(object, "more"), 18446744073709551616.0);
+}
+
+TEST(AValueByType, isADoubleAndNoIntegerBeyondADouble) {
+  const Json object = *parseJson("{\"a\":1e999,\"b\":-" + std::string(400, '9') + "}");
+  for (const auto& [key, value] : {std::pair("a", infinity), std::pair("b", -infinity)}) {
+    EXPECT_EQ(integerAt(object, key), std::nullopt);
+    EXPECT_EQ(doubleAt(object, key), value);
+    EXPECT_EQ(numberAt(object, key), value);
+  }
 }
 
 TEST(AValueByType, isNoneInWhatIsNoObject) {

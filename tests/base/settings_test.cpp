@@ -38,6 +38,8 @@ using testing::Optional;
 constexpr const char* integerKeys[] = {"limit",       "thermalLimit", "topUpHours",    "hysteresis",
                                        "historyDays", "calDrain",     "calSoakMinutes"};
 
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
 Settings parse(const std::string& text) { return parseConfig(parseJson(text).value()); }
 
 // No field has its default.
@@ -165,6 +167,8 @@ TEST(ParsingTheConfiguration, takesTheBlinkTimeFromEitherKindOfNumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":0.25})").blinkSeconds, 0.25);
   EXPECT_EQ(parse(R"({"blinkSeconds":-1})").blinkSeconds, -1.0);
   EXPECT_EQ(parse(R"({"blinkSeconds":1e300})").blinkSeconds, 1e300);
+  EXPECT_EQ(parse(R"({"blinkSeconds":1e999})").blinkSeconds, infinity);
+  EXPECT_EQ(parse(R"({"blinkSeconds":-1e999})").blinkSeconds, -infinity);
   EXPECT_EQ(parse(R"({"blinkSeconds":18446744073709551615})").blinkSeconds, 18446744073709551616.0);
   EXPECT_EQ(parse(R"({"blinkSeconds":"3"})").blinkSeconds, 2.0);
 }
@@ -195,8 +199,9 @@ TEST(ParsingTheConfiguration, takesTheWholeRangeOf64Bits) {
 }
 
 TEST(ParsingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
-  for (const char* number : {"9223372036854775808", "18446744073709551615", "18446744073709551616",
-                             "9223372036854775807.0", "9.3e18", "-9.3e18", "1e300", "-1e300"}) {
+  for (const char* number :
+       {"9223372036854775808", "18446744073709551615", "18446744073709551616", "9223372036854775807.0",
+        "9.3e18", "-9.3e18", "1e300", "-1e300", "1e999", "-1e999"}) {
     const std::string text = std::string(R"({"limit":)") + number + "}";
     EXPECT_EXIT(static_cast<void>(parse(text)), KilledBySignal(SIGABRT), "^brisko-daemon: .*\n$") << number;
   }
@@ -205,11 +210,14 @@ TEST(ParsingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
 TEST(ParsingTheConfiguration, endsTheProcessForEachIntegerKey) {
   for (const char* key : integerKeys) {
     EXPECT_EXIT(static_cast<void>(parseConfig(Json{{key, 1e300}})), KilledBySignal(SIGABRT), "") << key;
+    EXPECT_EXIT(static_cast<void>(parse("{\"" + std::string(key) + "\":1e999}")), KilledBySignal(SIGABRT), "")
+        << key;
   }
 }
 
 TEST(ParsingTheConfiguration, outlivesAHugeNumberUnderAKeyThatIsNoInteger) {
   EXPECT_EQ(parse(R"({"enabled":1e300,"x":18446744073709551615})"), Settings{});
+  EXPECT_EQ(parse(R"({"enabled":1e999,"x":-1e999})"), Settings{});
 }
 
 // ---- reading
@@ -245,8 +253,8 @@ TEST(ReadingTheConfiguration, givesNoneForWhatIsNoObject) {
   deep.append(600, '[');
   for (const auto bytes :
        {""sv, " "sv, "{"sv, "{\"limit\":8"sv, "[]"sv, "80"sv, "\"limit\""sv, "null"sv, "true"sv,
-        "{\"limit\":70}x"sv, "{\"limit\":70}\0"sv, "{} // c"sv, "{\"limit\":70,}"sv, "{\"limit\":1e999}"sv,
-        "{\"\xff\":1}"sv, "{\0\"\0l\0\"\0:\0001\0}\0"sv, std::string_view(deep)}) {
+        "{\"limit\":70}x"sv, "{\"limit\":70}\0"sv, "{} // c"sv, "{\"limit\":70,}"sv, "{\"\xff\":1}"sv,
+        "{\0\"\0l\0\"\0:\0001\0}\0"sv, std::string_view(deep)}) {
     put(path, bytes);
     EXPECT_EQ(readConfig(path), std::nullopt) << testing::PrintToString(bytes.substr(0, 40));
   }
@@ -314,9 +322,18 @@ TEST(ReadingTheConfiguration, tellsPathsApart) {
 
 TEST(ReadingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
   const ScratchFolder folder;
-  put(folder.path("config.json"), R"({"limit":1e300})");
-  EXPECT_EXIT(static_cast<void>(readConfig(folder.path("config.json"))), KilledBySignal(SIGABRT),
-              "^brisko-daemon: .*\n$");
+  for (const char* text : {R"({"limit":1e300})", R"({"limit":1e999})"}) {
+    put(folder.path("config.json"), text);
+    EXPECT_EXIT(static_cast<void>(readConfig(folder.path("config.json"))), KilledBySignal(SIGABRT),
+                "^brisko-daemon: .*\n$")
+        << text;
+  }
+}
+
+TEST(ReadingTheConfiguration, keepsWhatStandsBesideANumberBeyondADouble) {
+  const ScratchFolder folder;
+  put(folder.path("config.json"), R"({"limit":70,"foo":1e999})");
+  EXPECT_THAT(readConfig(folder.path("config.json")), Optional(Settings{.limit = 70}));
 }
 
 // ---- writing
@@ -347,6 +364,17 @@ TEST_F(WritingTheConfiguration, isReadBackEqual) {
     write(settings);
     EXPECT_THAT(readConfig(gConfigPath), Optional(settings));
   }
+}
+
+TEST_F(WritingTheConfiguration, leavesTheFileAsItWasForANumberThatIsNotFinite) {
+  for (const double blink : {infinity, -infinity, std::numeric_limits<double>::quiet_NaN()}) {
+    write(Settings{.blinkSeconds = blink});
+    EXPECT_FALSE(exists(path));
+  }
+  const std::string before = R"({"blinkSeconds":1e999, "topUp":true})";
+  put(path, before);
+  writeConfig(readConfig(path).value(), false, std::nullopt, std::nullopt);
+  EXPECT_EQ(contents(path), before);
 }
 
 TEST_F(WritingTheConfiguration, keepsTheOneShotsThatAreNotGiven) {

@@ -1,6 +1,7 @@
 #include "calibration/calibration_record.h"
 
 #include <filesystem>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include <gmock/gmock.h>
@@ -204,7 +205,7 @@ TEST_F(CalibrationRecord, staysAsItIsWithoutAnObjectToRead) {
   EXPECT_EQ(gCal, somethingElse());
   for (const char* text : {"", " ", "{", "nonsense", "[]", R"([{"phase":"fill"}])", "null", "7", "\"fill\"",
                            R"({"phase":"fill"}{)", R"({"phase":"fill"} x)", R"({"phase":"fill",})",
-                           R"({'phase':'fill'})", "{\"phase\":\"\xFF\"}", R"({"startedAt":1e999})"}) {
+                           R"({'phase':'fill'})", "{\"phase\":\"\xFF\"}"}) {
     read(text);
     EXPECT_EQ(gCal, somethingElse()) << text;
   }
@@ -212,6 +213,21 @@ TEST_F(CalibrationRecord, staysAsItIsWithoutAnObjectToRead) {
   std::filesystem::create_directories(mac.path(calibrationPath));
   readCalibration();
   EXPECT_EQ(gCal, somethingElse());
+}
+
+TEST_F(CalibrationRecord, takesEachKeyBesideANumberBeyondADouble) {
+  const std::string text =
+      R"({"phase":"soak","startedAt":1e999,"phaseSince":5.0,"before":{"raw":1e999,"design":4563},)"
+      R"("runs":[{"at":-1e999},{"at":7.0}]})";
+  read(text);
+  EXPECT_EQ(gCal.phase, CalPhase::soak);
+  EXPECT_EQ(gCal.startedAt, std::numeric_limits<double>::infinity());
+  EXPECT_EQ(gCal.phaseSince, 5);
+  EXPECT_EQ(gCal.before, GaugeReading{.design = 4563});
+  ASSERT_EQ(gCal.runs.size(), 2U);
+  EXPECT_EQ(gCal.runs.front().at, -std::numeric_limits<double>::infinity());
+  writeCalibration();
+  EXPECT_EQ(mac.read(calibrationPath), text) << "JSON has no infinite number";
 }
 
 TEST_F(CalibrationRecord, takesWhatIsMissingAsNothing) {

@@ -1,5 +1,6 @@
 // Settings that a client sends are merged into those of the file, and answered exactly once. The input is the
 // file, a zero byte and what is sent; without a zero byte there is no file.
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "base/options.h"
@@ -63,6 +64,7 @@ void tryRequest(const std::optional<std::string_view>& file, std::string_view se
   require(ended == !wanted);
   if (ended) return require(answers.count == 0 && volume.read(defaultConfigPath) == before);
   require(answers.count == 1 && answers.done && !answers.error);
+  if (!std::isfinite(wanted->blinkSeconds)) return require(volume.read(defaultConfigPath) == before);
   require(readConfig(gConfigPath) == wanted);
 }
 

@@ -1,5 +1,6 @@
 // Every object makes settings, save one with a number beyond 64 bits under an integer key, which is meant to
-// end the process; and what was made of it stands in the file that the daemon writes.
+// end the process; and what was made of it stands in the file that the daemon writes, unless it is infinite.
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "base/checked.h"
@@ -43,12 +44,13 @@ void tryText(std::string_view text) {
   require(settings == wanted);
   if (!settings) return;
 
+  trySoakTime(*settings);
   writeConfig(*settings, std::nullopt, std::nullopt, std::nullopt);
+  if (!std::isfinite(settings->blinkSeconds)) return require(volume.read(defaultConfigPath) == text);
   require(readConfig(gConfigPath) == settings);
   const std::optional<Json> written = parseJson(volume.read(defaultConfigPath).value_or(""));
   require(written && written->size() == 16);
   tryOneShots(*settings);
-  trySoakTime(*settings);
 }
 
 }  // namespace

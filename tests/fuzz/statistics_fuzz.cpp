@@ -1,5 +1,5 @@
 // Any file makes statistics or leaves them alone, and they can be written again, save a total beyond 64 bits,
-// which is meant to end the process then.
+// which is meant to end the process then, and an infinite time, which leaves the file as it was.
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -47,10 +47,13 @@ bool isAsIn(const Json& object) {
 }
 
 // What is written reads back the same, with the fraction of a second dropped and an unknown limit left out.
-void tryWriting(const Volume& volume) {
+void tryWriting(const Volume& volume, std::string_view text) {
   const bool ended = endsTheProcess(writeStats);
   require(ended == !fitsInteger(gProtectedSeconds));
   if (ended) return;
+  if (!std::isfinite(gStatsSince) || !std::isfinite(gTopUpSince)) {
+    return require(volume.read(statsPath) == text);
+  }
   const double total = std::trunc(gProtectedSeconds);
   const double since = gStatsSince;
   const double topUp = gTopUpSince;
@@ -71,7 +74,7 @@ void tryText(std::string_view text) {
   const std::optional<Json> object = parseJson(text);
   if (!object || !object->is_object()) return require(isUntouched());
   require(isAsIn(*object));
-  tryWriting(volume);
+  tryWriting(volume, text);
 }
 
 }  // namespace

@@ -229,8 +229,7 @@ TEST_F(StatisticsFile, thatIsNoneChangesNothing) {
   gAtLimit = true;
   gNativeBefore = 85;
   readStats();  // missing
-  for (const char* text :
-       {"", "[]", "7", "{\"since\":5.0", "{\"since\":5.0} x", "{\"protectedSeconds\":1e999}"}) {
+  for (const char* text : {"", "[]", "7", "{\"since\":5.0", "{\"since\":5.0} x"}) {
     reads(text);
   }
   std::filesystem::remove(mac.path(statsPath));
@@ -244,6 +243,21 @@ TEST_F(StatisticsFile, thatIsNoneChangesNothing) {
   EXPECT_DOUBLE_EQ(gTopUpSince, 5);
   EXPECT_EQ(gAtLimit, true);
   EXPECT_EQ(gNativeBefore, 85);
+}
+
+TEST_F(StatisticsFile, takesEachKeyBesideANumberBeyondADouble) {
+  reads(R"({"protectedSeconds":1e999,"since":-1e999,"topUpSince":6.0,"nativeBefore":1e999,"foo":1e999})");
+  EXPECT_EQ(gProtectedSeconds, HUGE_VAL);
+  EXPECT_EQ(gStatsSince, -HUGE_VAL);
+  EXPECT_DOUBLE_EQ(gTopUpSince, 6);
+  EXPECT_EQ(gNativeBefore, std::nullopt);
+}
+
+TEST_F(StatisticsFile, staysAsItIsWhenATimeIsNotFinite) {
+  const std::string before = R"({"protectedSeconds":7, "since":1e999})";
+  reads(before);
+  writeStats();
+  EXPECT_EQ(mac.read(statsPath), before);
 }
 
 TEST_F(StatisticsFile, isNotWrittenAfterAPurge) {

@@ -164,7 +164,6 @@ TEST_F(Service, refusesAtOnceWhatIsNoSettingsObject) {
                                   std::string("{\"limit\":70} x"),
                                   std::string("{\"limit\":70}{\"limit\":60}"),
                                   std::string("// the limit\n{\"limit\":70}"),
-                                  std::string("{\"limit\":1e999}"),
                                   std::string("{\"limit\":070}"),
                                   std::string("{\"limit\":NaN}"),
                                   std::string("{\"\xff\":70}"),
@@ -288,15 +287,36 @@ TEST_F(Service, repliesAlsoWhereTheFileCannotBeWritten) {
 
 TEST_F(Service, endsTheProcessOverALimitBeyondReasonBeforeAnythingIsWritten) {
   mac.settings("{\"limit\":60}");
-  Replies replies;
-  const auto ended = test::inChild([&] {
-    requests.applySettings(bytesOf("{\"limit\":1e300}"),
-                           [](bool, const std::optional<std::string>&) { test::tell("replied"); });
-    run();
-  });
-  EXPECT_EQ(ended.signal, SIGABRT);
-  EXPECT_THAT(ended.output, Not(HasSubstr("replied")));
-  EXPECT_EQ(config(), "{\"limit\":60}");
+  for (const char* sent : {"{\"limit\":1e300}", "{\"limit\":1e999}", "{\"led\":false,\"calDrain\":-1e999}"}) {
+    const auto ended = test::inChild([&] {
+      requests.applySettings(bytesOf(sent),
+                             [](bool, const std::optional<std::string>&) { test::tell("replied"); });
+      run();
+    });
+    EXPECT_EQ(ended.signal, SIGABRT) << sent;
+    EXPECT_THAT(ended.output, Not(HasSubstr("replied"))) << sent;
+    EXPECT_EQ(config(), "{\"limit\":60}") << sent;
+  }
+}
+
+TEST_F(Service, takesTheChoicesBesideANumberBeyondADouble) {
+  EXPECT_TRUE(apply("{\"limit\":70,\"foo\":1e999}").done);
+  EXPECT_EQ(config(), settingsText("\"limit\":70"));
+}
+
+TEST_F(Service, keepsWhatWasNotSentBesideANumberBeyondADouble) {
+  mac.settings("{\"limit\":70,\"foo\":1e999}");
+  EXPECT_TRUE(apply("{}").done);
+  EXPECT_EQ(config(), settingsText("\"limit\":70"));
+}
+
+TEST_F(Service, leavesTheFileAsItWasForAnInfiniteBlinkTimeAndReplies) {
+  const std::string before = "{\"limit\":70}";
+  mac.settings(before);
+  const Replies replies = apply("{\"blinkSeconds\":1e999,\"limit\":60}");
+  EXPECT_EQ(replies.count, 1);
+  EXPECT_TRUE(replies.done);
+  EXPECT_EQ(config(), before);
 }
 
 // --- erasing all data

@@ -12,8 +12,8 @@
 
 #include "base/files.h"
 #include "base/folders.h"
+#include "base/log_output.h"
 #include "base/process_flags.h"
-#include "base/standard_output.h"
 #include "base/utc_text.h"
 #include "base/volume_path.h"
 #include "platform/clock.h"
@@ -32,7 +32,7 @@ std::string timeStamp(double secondsSince1970) {
 void log(std::string_view message) {
   std::string line = timeStamp(platform::wallNow());
   line.append("  ").append(message).append("\n");
-  writeStandardOutput(line);
+  offerLogLine(line);
   LogFile::append(line);
 }
 

@@ -12,7 +12,8 @@
 namespace brisko {
 
 // Writes "2026-03-01T08:15:30Z  message\n" (UTC, whole seconds) to standard output and the log file. Never
-// fails and never stops the daemon, also not with standard output closed.
+// fails and never stops the daemon, also not with standard output closed; where standard output would make it
+// wait, the line is left out there.
 void log(std::string_view message);
 
 // The log file: capped, with one previous generation. The handle, once open, stays with its file: the path is

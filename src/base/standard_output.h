@@ -1,12 +1,14 @@
 // base/standard_output.h
+// What the modes that answer a question print. The log has a way of its own: base/log_output.h.
 #pragma once
 
 #include <string_view>
 
 namespace brisko {
 
-// Writes to standard output at once, past any buffer. Nothing comes of a reader that is gone, a full disk or
-// a closed stream: what the process has in hand is never cut short by what it has to say.
+// Writes to standard output at once, past any buffer, and waits for a slow reader: nothing is lost. Nothing
+// comes of a reader that is gone, a full disk or a closed stream: what the process has in hand is never cut
+// short by what it has to say.
 void writeStandardOutput(std::string_view text);
 
 // The same with a line feed after it.

@@ -9,6 +9,7 @@
 #include "base/files.h"
 #include "base/options.h"
 #include "base/process_flags.h"
+#include "base/standard_output.h"
 #include "daemon/start_up.h"
 #include "diagnostics/firmware_test.h"
 #include "diagnostics/probe.h"
@@ -44,7 +45,7 @@ int testFirmware() {
 }
 
 int printVersion() {
-  static_cast<void>(writeAll(STDOUT_FILENO, std::string(daemonVersion) + "\n"));
+  printLine(daemonVersion);
   return 0;
 }
 

@@ -45,12 +45,17 @@ std::string programPath(const std::string& name) {
   return name.starts_with('/') ? name : std::string(BRISKO_PROGRAMS) + "/" + name;
 }
 
-Program::Program(const std::string& name, const Words& arguments, const Environment& environment) {
+Program::Program(const std::string& name, const Words& arguments, const Environment& environment,
+                 std::optional<int> output) {
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (streams_.path() + "/output").c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+  if (output) {
+    ::posix_spawn_file_actions_adddup2(&actions, *output, STDOUT_FILENO);
+  } else {
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (streams_.path() + "/output").c_str(),
+                                       O_WRONLY | O_CREAT | O_APPEND, 0600);
+  }
   ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (streams_.path() + "/errors").c_str(),
                                      O_WRONLY | O_CREAT | O_APPEND, 0600);
   Words words{programPath(name)};

@@ -22,13 +22,15 @@ using Environment = std::map<std::string, std::string>;  // added to ours
 // A program of the build folder, or of the system by its whole path, while it runs.
 class Program {
  public:
-  Program(const std::string& name, const Words& arguments, const Environment& environment = {});
+  // With its standard output in a file, or the descriptor `output`.
+  Program(const std::string& name, const Words& arguments, const Environment& environment = {},
+          std::optional<int> output = std::nullopt);
   ~Program();  // kill -9 when it still runs
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  [[nodiscard]] std::string output() const;
+  [[nodiscard]] std::string output() const;  // what is in the file
   [[nodiscard]] std::string errors() const;
   void signal(int number) const;
 

@@ -10,7 +10,7 @@ namespace brisko::platform {
 
 using Work = std::function<void()>;
 
-// Runs until stopMain() or until the process ends. Signals are let in only while it waits.
+// Runs until stopMain() or until the process ends. Signals are let in only between two pieces of work.
 void runMain();
 
 // Makes runMain() return once the piece of work in hand is done.
@@ -32,9 +32,12 @@ void postMain(Work work);
 // The same after `seconds` (0 or more) of uptime. From any thread.
 void postMainAfter(double seconds, Work work);
 
-// Installs `handler` for the signal and from then on lets the signal in only while the run loop waits for its
-// next event: it never interrupts a piece of work, so it may do all that the main thread may do. SIGINT and
-// SIGTERM are both shut out while it runs.
+// Installs `handler` for the signal and from then on runs it from the run loop only: it never interrupts a
+// piece of work, so it may do all that the main thread may do. SIGINT and SIGTERM are both shut out while it
+// runs. On a real Mac there is one exception. When the loop has not come round after 5 s of uptime, because
+// the main thread is stuck in a call, the handler is run beside it. It must then end the process, and must
+// first do what matters most, since what comes later may have to wait for the main thread. That one writes no
+// key from then on.
 void installSignalHandler(int signal, void (*handler)(int));
 
 // Takes the signal's default effect away and runs `work` from the run loop, as a piece of work, each time the

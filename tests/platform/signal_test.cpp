@@ -73,7 +73,7 @@ TEST(SignalContract, aHandledSignalWaitsForTheLoop) {
   const ContractMachine mac;
   installSignalHandler(SIGTERM, tell);
   ::raise(SIGTERM);
-  pause(5);
+  pause(4);
   EXPECT_THAT(gStory, IsEmpty());
   postMain([] { stopMain(); });
   runMain();
@@ -85,8 +85,8 @@ TEST(SignalContract, aHandledSignalDoesNotShortenAPause) {
   installSignalHandler(SIGTERM, tell);
   mac.later(1, {.kind = ChangeKind::signal, .number = SIGTERM});
   const double before = uptime();
-  pause(10);
-  EXPECT_GE(uptime(), before + 10);
+  pause(4);
+  EXPECT_GE(uptime(), before + 4);
 }
 
 void raiseTheOtherOne(int signal) {

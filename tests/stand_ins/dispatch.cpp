@@ -1,6 +1,9 @@
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include <dispatch/dispatch.h>
 
@@ -10,6 +13,7 @@
 #include "stand_ins/kernel_file_events.h"
 #include "stand_ins/main_loop.h"
 #include "stand_ins/system.h"
+#include "stand_ins/threads.h"
 
 struct dispatch_source_type_s {};
 
@@ -17,11 +21,11 @@ namespace brisko::stand_ins {
 
 namespace {
 
-// Of a signal or of a file; made suspended.
+// Of a signal, of a file, or of data that the program merges itself; made suspended.
 struct EventSource : Object {
   static constexpr TypeId kind = dispatchSourceType;
-  EventSource(bool file, std::uintptr_t of, std::uintptr_t events)
-      : Object(kind), isFile(file), handle(of), mask(events) {}
+  EventSource(dispatch_source_type_t what, std::uintptr_t of, std::uintptr_t events)
+      : Object(kind), type(what), handle(of), mask(events) {}
   ~EventSource() override {
     if (!resumed) misuse("a suspended source is released");
     if (!ended) misuse("a source is released before the end of its cancellation");
@@ -29,9 +33,10 @@ struct EventSource : Object {
   // Until it is cancelled it may be there for ever.
   [[nodiscard]] long mayBeKept() const override { return ended ? 0 : 1; }
 
-  bool isFile;
+  dispatch_source_type_t type;
   std::uintptr_t handle;
   std::uintptr_t mask;
+  std::atomic<std::uintptr_t> merged{0};
   std::uintptr_t data = 0;
   void* context = nullptr;
   dispatch_function_t happened = nullptr;
@@ -40,6 +45,12 @@ struct EventSource : Object {
   bool resumed = false;
   bool ended = false;
 };
+
+// Of those that data is merged into. For the life of the process.
+std::vector<EventSource*>& dataSources() {
+  static auto& all = *new std::vector<EventSource*>;
+  return all;
+}
 
 EventSource& sourceAt(dispatch_object_t reference) { return as<EventSource>(reference); }
 
@@ -91,12 +102,22 @@ void checkQueue(dispatch_queue_t queue) {
 
 }  // namespace
 
+bool tellMergedData() {
+  const auto& all = dataSources();
+  return std::count_if(all.begin(), all.end(), [](EventSource* source) {
+           const std::uintptr_t data = source->merged.exchange(0);
+           if (data != 0) tell(*source, data);
+           return data != 0;
+         }) != 0;
+}
+
 }  // namespace brisko::stand_ins
 
 using namespace brisko::stand_ins;
 
 extern "C" {
 
+const dispatch_source_type_s _dispatch_source_type_data_or{};
 const dispatch_source_type_s _dispatch_source_type_vnode{};
 const dispatch_source_type_s _dispatch_source_type_signal{};
 
@@ -128,15 +149,16 @@ void dispatch_set_context(dispatch_object_t object, void* context) { sourceAt(ob
 void dispatch_resume(dispatch_object_t object) {
   EventSource& source = sourceAt(object);
   if (std::exchange(source.resumed, true)) misuse("a source is resumed twice");
-  if (source.isFile) return watchFile(source);
-  watchSignal(source);
+  noteThreadsOfDispatch();
+  if (source.type == DISPATCH_SOURCE_TYPE_VNODE) return watchFile(source);
+  if (source.type == DISPATCH_SOURCE_TYPE_SIGNAL) return watchSignal(source);
+  dataSources().push_back(&source);
 }
 
 dispatch_source_t dispatch_source_create(dispatch_source_type_t type, std::uintptr_t handle,
                                          std::uintptr_t mask, dispatch_queue_t queue) {
   checkQueue(queue);
-  return reinterpret_cast<dispatch_source_t>(
-      static_cast<Object*>(new EventSource(type == DISPATCH_SOURCE_TYPE_VNODE, handle, mask)));
+  return reinterpret_cast<dispatch_source_t>(static_cast<Object*>(new EventSource(type, handle, mask)));
 }
 
 void dispatch_source_set_event_handler_f(dispatch_source_t source, dispatch_function_t handler) {
@@ -149,9 +171,15 @@ void dispatch_source_set_cancel_handler_f(dispatch_source_t source, dispatch_fun
 
 std::uintptr_t dispatch_source_get_data(dispatch_source_t source) { return sourceAt(source).data; }
 
+// As a signal handler may call it.
+void dispatch_source_merge_data(dispatch_source_t source, std::uintptr_t value) {
+  sourceAt(source).merged.fetch_or(value);
+}
+
 void dispatch_source_cancel(dispatch_source_t source) {
   EventSource& cancelled = sourceAt(source);
-  if (!cancelled.isFile) misuse("a signal source is cancelled, of which nothing is known here");
+  if (cancelled.type != DISPATCH_SOURCE_TYPE_VNODE)
+    misuse("a source of no file is cancelled, of which nothing is known here");
   brisko::platform::cancelWatchOfKernel(cancelled.watch);
 }
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <tuple>
@@ -32,6 +33,7 @@ struct IONotificationPort {
 namespace brisko::stand_ins {
 
 std::size_t gAnswerBytes = std::tuple_size_v<platform::SmcRecord>;
+std::function<void(const platform::SmcRecord&)> gBeforeAnswer;
 
 namespace {
 
@@ -113,6 +115,7 @@ platform::KernelStatus exchange(const void* input, void* output) {
   if (status == platform::kernelSuccess) std::memcpy(output, received.data(), gAnswerBytes);
   if (status != platform::kernelSuccess) std::memset(output, 0xEE, recordSize);
   virtual_mac::raiseSignals(signals);
+  if (gBeforeAnswer) gBeforeAnswer(sent);
   return status;
 }
 

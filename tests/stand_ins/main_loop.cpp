@@ -15,6 +15,7 @@
 #include "sim/seam/file_events.h"
 #include "sim/seam/signals.h"
 #include "sim/seam/simulated/virtual_time.h"
+#include "stand_ins/threads.h"
 #include "stand_ins/values.h"
 
 namespace brisko::stand_ins {
@@ -47,20 +48,9 @@ struct Timer : Object {
   Place place{};
 };
 
-struct Observer : Object {
-  static constexpr TypeId kind = observerType;
-  Observer(CFOptionFlags wanted, bool more, CFIndex rank, CFRunLoopObserverCallBack callback)
-      : Object(kind), activities(wanted), repeats(more), order(rank), callout(callback) {}
-  CFOptionFlags activities;
-  bool repeats;
-  CFIndex order;
-  CFRunLoopObserverCallBack callout;
-};
-
 // Exit hooks may still reach the loop, hence never destroyed.
 struct Loop {
   std::vector<Source*> sources;
-  std::vector<Observer*> observers;
   std::vector<Timer*> timers;
   std::map<Place, Work> queue;
   std::uint64_t added = 0;
@@ -99,23 +89,13 @@ void removeFrom(std::vector<Kind*>& all, Kind& object) {
 
 // -- Events
 
-void notifyObservers(CFRunLoopActivity activity) {
-  std::vector<Observer*> wanting;
-  std::copy_if(loop().observers.begin(), loop().observers.end(), std::back_inserter(wanting),
-               [activity](const Observer* observer) { return (observer->activities & activity) != 0; });
-  std::stable_sort(wanting.begin(), wanting.end(),
-                   [](const Observer* one, const Observer* other) { return one->order < other->order; });
-  for (Observer* observer : wanting) {
-    observer->callout(refTo<CFRunLoopObserverRef>(observer), activity, nullptr);
-    if (!observer->repeats) removeFrom(loop().observers, *observer);
-  }
-}
-
-// A wait of no length: the moment in which signals are let in.
+// A wait of no length: the moment in which other threads have their turns. What they merge comes before all
+// else.
 void waitForNothing() {
-  notifyObservers(kCFRunLoopBeforeWaiting);
-  virtual_mac::letPendingSignalsIn();  // those of signal sources
-  notifyObservers(kCFRunLoopAfterWaiting);
+  do {
+    virtual_mac::letPendingSignalsIn();  // those of signal sources
+    takeTurns();
+  } while (tellMergedData());
 }
 
 // While the machine sleeps nobody hears anything: what happens then is heard at wake.
@@ -186,6 +166,11 @@ void turn() {
   collectEvents();
   if (loop().stopped) return;  // by a signal handler
   const double due = firstPlace().uptime;
+  if (const double deadline = firstDeadline(); deadline < due) {
+    // Another thread will have its turn first.
+    static_cast<void>(virtual_mac::passToward(virtual_mac::timeAtUptime(deadline)));
+    return;
+  }
   const double dueTime = virtual_mac::timeAtUptime(due);
   // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
   const bool awake = std::isfinite(dueTime);
@@ -234,18 +219,6 @@ void CFRunLoopAddSource(CFRunLoopRef reference, CFRunLoopSourceRef source, CFRun
   addTo(loop().sources, as<Source>(source));
   std::stable_sort(loop().sources.begin(), loop().sources.end(),
                    [](const Source* one, const Source* other) { return one->rank() < other->rank(); });
-}
-
-CFRunLoopObserverRef CFRunLoopObserverCreate(CFAllocatorRef, CFOptionFlags activities, Boolean repeats,
-                                             CFIndex order, CFRunLoopObserverCallBack callout,
-                                             CFRunLoopObserverContext* context) {
-  if (context != nullptr) misuse("an observer's context, of which nothing is known here");
-  return refTo<CFRunLoopObserverRef>(new Observer(activities, repeats != 0, order, callout));
-}
-
-void CFRunLoopAddObserver(CFRunLoopRef reference, CFRunLoopObserverRef observer, CFRunLoopMode mode) {
-  checkLoop(reference);
-  if (isServed(mode)) addTo(loop().observers, as<Observer>(observer));
 }
 
 // A timer counts in the time that stands still in sleep, whatever becomes of the wall clock.

@@ -20,6 +20,9 @@ using Work = std::function<void()>;
 void enqueue(Work work);
 void enqueueAt(double uptime, Work work);
 
+// Tells each source whose data was merged. False when there was none.
+[[nodiscard]] bool tellMergedData();
+
 // How many timers the run loop has to look after.
 [[nodiscard]] std::size_t timersScheduled();
 

@@ -42,8 +42,6 @@ std::string nameOf(TypeId type) {
       return "CFDictionary";
     case sourceType:
       return "CFRunLoopSource";
-    case observerType:
-      return "CFRunLoopObserver";
     case timerType:
       return "CFRunLoopTimer";
     case codeType:

@@ -22,7 +22,6 @@ enum TypeId : CFTypeID {
   arrayType,
   dictionaryType,
   sourceType,
-  observerType,
   timerType,
   codeType,
   dispatchSourceType,

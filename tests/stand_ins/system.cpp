@@ -25,6 +25,7 @@
 #include "sim/seam/temporary_directory.h"
 #include "stand_ins/kernel_file_events.h"
 #include "stand_ins/objects.h"
+#include "stand_ins/threads.h"
 
 namespace brisko {
 
@@ -139,9 +140,12 @@ std::uint64_t mach_absolute_time() { return stand_ins::ticksOfSeconds(virtual_ma
 // Whatever happens on the way ends the wait early.
 kern_return_t mach_wait_until(std::uint64_t deadline) {
   virtual_mac::raiseMachineSignals();
+  stand_ins::takeTurns();
   const double end = virtual_mac::timeAtUptime(stand_ins::secondsOfTicks(deadline));
   if (end <= virtual_mac::virtualNow()) return KERN_SUCCESS;
-  return virtual_mac::passToward(end) ? KERN_SUCCESS : KERN_ABORTED;
+  const double othersTurn = virtual_mac::timeAtUptime(stand_ins::firstDeadline());
+  return virtual_mac::passToward(std::min(end, othersTurn)) && end <= othersTurn ? KERN_SUCCESS
+                                                                                 : KERN_ABORTED;
 }
 
 int _NSGetExecutablePath(char* path, std::uint32_t* size) {

@@ -4,7 +4,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string_view>
+
+#include "platform/smc_service.h"
 
 namespace brisko::stand_ins {
 
@@ -23,5 +26,11 @@ extern std::string_view gUnreadableVariable;
 
 // How many bytes of a successful answer the controller's driver gives. All, unless a test says otherwise.
 extern std::size_t gAnswerBytes;
+
+// Called with what was asked, once the controller has done it and before the call comes back with the answer.
+extern std::function<void(const platform::SmcRecord& asked)> gBeforeAnswer;
+
+// Called with what is to be written, on any descriptor.
+extern std::function<void(std::string_view bytes)> gBeforeWrite;
 
 }  // namespace brisko::stand_ins

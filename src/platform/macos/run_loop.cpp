@@ -1,7 +1,6 @@
 #include "platform/run_loop.h"
 
 #include <csignal>
-#include <limits>
 #include <map>
 #include <memory>
 #include <utility>
@@ -42,42 +41,6 @@ void runAndForget(void* context) {
 
 void runAndKeep(void* context) { (*static_cast<const Work*>(context))(); }
 
-// -- Signals with a handler. They are kept out of the main thread but for the time in which its run loop
-// waits; the queue's own threads take none.
-
-sigset_t& handledSignals() {
-  static sigset_t signals = [] {
-    sigset_t none;
-    sigemptyset(&none);
-    return none;
-  }();
-  return signals;
-}
-
-void letSignalsIn(CFRunLoopObserverRef /*observer*/, CFRunLoopActivity /*activity*/, void* /*context*/) {
-  pthread_sigmask(SIG_UNBLOCK, &handledSignals(), nullptr);
-}
-
-void keepSignalsOut(CFRunLoopObserverRef /*observer*/, CFRunLoopActivity /*activity*/, void* /*context*/) {
-  pthread_sigmask(SIG_BLOCK, &handledSignals(), nullptr);
-}
-
-void observe(CFRunLoopActivity activity, CFIndex order, CFRunLoopObserverCallBack callback) {
-  const Owned<CFRunLoopObserverRef> observer(
-      CFRunLoopObserverCreate(kCFAllocatorDefault, activity, true, order, callback, nullptr));
-  CFRunLoopAddObserver(CFRunLoopGetMain(), observer.get(), kCFRunLoopCommonModes);
-}
-
-// Signals come in last before the wait, and are out first after it. All that the run loop calls, the main
-// queue's work included, comes between the end of one wait and the beginning of the next; when it only polls
-// it calls neither. With signals let in nothing runs but the loop's own way into the wait and out of it.
-void watchTheWait() {
-  static bool watching = false;
-  if (std::exchange(watching, true)) return;
-  observe(kCFRunLoopBeforeWaiting, std::numeric_limits<CFIndex>::max(), letSignalsIn);
-  observe(kCFRunLoopAfterWaiting, std::numeric_limits<CFIndex>::min(), keepSignalsOut);
-}
-
 }  // namespace
 
 void runMain() { CFRunLoopRun(); }
@@ -115,19 +78,6 @@ void postMainAfter(double seconds, Work work) {
   const auto delta = static_cast<std::int64_t>(seconds * nanosecondsPerSecond);
   dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, delta), dispatch_get_main_queue(),
                    new Work(std::move(work)), runAndForget);
-}
-
-void installSignalHandler(int signal, void (*handler)(int)) {
-  sigaddset(&handledSignals(), signal);
-  pthread_sigmask(SIG_BLOCK, &handledSignals(), nullptr);
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_flags = SA_RESTART;
-  sigemptyset(&action.sa_mask);
-  sigaddset(&action.sa_mask, SIGINT);
-  sigaddset(&action.sa_mask, SIGTERM);
-  sigaction(signal, &action, nullptr);
-  watchTheWait();
 }
 
 void addSignalSource(int signal, Work work) {

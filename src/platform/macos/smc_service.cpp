@@ -1,5 +1,6 @@
 #include "platform/smc_service.h"
 
+#include "platform/macos/handled_signals.h"
 #include "platform/macos/owned.h"
 
 namespace brisko::platform {
@@ -24,6 +25,8 @@ SmcOpening openSmc() {
 KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose(connection)); }
 
 KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
+  // Every key goes through here, so here nobody passes who lost the right to write one.
+  stayIfAnotherTookOver();
   std::size_t outputSize = output.size();
   const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
                                                                  input.size(), output.data(), &outputSize));

@@ -77,13 +77,13 @@ TEST(StandIns, letATimerBeKeptUntilItIsInvalidated) {
   EXPECT_EQ(unreleased(), "");
 }
 
-void servedInOneModeAlone(CFRunLoopObserverRef, CFRunLoopActivity, void*) {}
+void servedInOneModeAlone(CFRunLoopTimerRef, void*) {}
 
 TEST(StandIns, tellOfWhatIsServedInOneModeAlone) {
   const auto exitAfterwards = [] {
-    const Owned<CFRunLoopObserverRef> observer(CFRunLoopObserverCreate(
-        kCFAllocatorDefault, kCFRunLoopBeforeWaiting, true, 0, servedInOneModeAlone, nullptr));
-    CFRunLoopAddObserver(CFRunLoopGetMain(), observer.get(), kCFRunLoopDefaultMode);
+    const Owned<CFRunLoopTimerRef> timer(
+        CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 12, 0, 0, servedInOneModeAlone, nullptr));
+    CFRunLoopAddTimer(CFRunLoopGetMain(), timer.get(), kCFRunLoopDefaultMode);
   };
   EXPECT_EXIT((exitAfterwards(), std::exit(0)), ExitedWithCode(97), "1 outside the common modes");
 }

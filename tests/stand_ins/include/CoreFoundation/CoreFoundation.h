@@ -29,7 +29,6 @@ using CFMutableDictionaryRef = struct __CFDictionary*;
 
 using CFRunLoopRef = struct __CFRunLoop*;
 using CFRunLoopSourceRef = struct __CFRunLoopSource*;
-using CFRunLoopObserverRef = struct __CFRunLoopObserver*;
 using CFRunLoopTimerRef = struct __CFRunLoopTimer*;
 using CFRunLoopMode = CFStringRef;
 
@@ -109,23 +108,6 @@ void CFRunLoopRun();
 void CFRunLoopStop(CFRunLoopRef loop);
 
 void CFRunLoopAddSource(CFRunLoopRef loop, CFRunLoopSourceRef source, CFRunLoopMode mode);
-
-using CFRunLoopActivity = CFOptionFlags;
-enum : CFRunLoopActivity { kCFRunLoopBeforeWaiting = 1UL << 5U, kCFRunLoopAfterWaiting = 1UL << 6U };
-using CFRunLoopObserverCallBack = void (*)(CFRunLoopObserverRef observer, CFRunLoopActivity activity,
-                                           void* info);
-struct CFRunLoopObserverContext {
-  CFIndex version;
-  void* info;
-  const void* (*retain)(const void* info);
-  void (*release)(const void* info);
-  CFStringRef (*copyDescription)(const void* info);
-};
-CFRunLoopObserverRef CFRunLoopObserverCreate(CFAllocatorRef allocator, CFOptionFlags activities,
-                                             Boolean repeats, CFIndex order,
-                                             CFRunLoopObserverCallBack callout,
-                                             CFRunLoopObserverContext* context);
-void CFRunLoopAddObserver(CFRunLoopRef loop, CFRunLoopObserverRef observer, CFRunLoopMode mode);
 
 using CFRunLoopTimerCallBack = void (*)(CFRunLoopTimerRef timer, void* info);
 struct CFRunLoopTimerContext {

@@ -29,8 +29,10 @@ enum : unsigned long {
 
 extern "C" {
 
+extern const struct dispatch_source_type_s _dispatch_source_type_data_or;
 extern const struct dispatch_source_type_s _dispatch_source_type_vnode;
 extern const struct dispatch_source_type_s _dispatch_source_type_signal;
+#define DISPATCH_SOURCE_TYPE_DATA_OR (&_dispatch_source_type_data_or)
 #define DISPATCH_SOURCE_TYPE_VNODE (&_dispatch_source_type_vnode)
 #define DISPATCH_SOURCE_TYPE_SIGNAL (&_dispatch_source_type_signal)
 
@@ -48,5 +50,6 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t type, std::uintp
 void dispatch_source_set_event_handler_f(dispatch_source_t source, dispatch_function_t handler);
 void dispatch_source_set_cancel_handler_f(dispatch_source_t source, dispatch_function_t handler);
 std::uintptr_t dispatch_source_get_data(dispatch_source_t source);
+void dispatch_source_merge_data(dispatch_source_t source, std::uintptr_t value);
 void dispatch_source_cancel(dispatch_source_t source);
 }

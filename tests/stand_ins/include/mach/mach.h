@@ -1,0 +1,4 @@
+// A stand-in for Mach's own names.
+#pragma once
+
+#include <mach/mach_types.h>

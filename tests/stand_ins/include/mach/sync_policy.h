@@ -1,0 +1,3 @@
+#pragma once
+
+#define SYNC_POLICY_FIFO 0x0

@@ -1,6 +1,6 @@
 #include "daemon/entry.h"
 
-#include <array>
+#include <csignal>
 #include <string_view>
 
 #include <fcntl.h>
@@ -31,6 +31,11 @@ void occupyStandardStreams() {
   }
 }
 
+// Whoever read a standard stream may be gone. The signal that comes of it would end the process, with the
+// charge held or with another status than the one meant; and on a Mac it is raised for the whole process, so
+// that no thread can shut it out for the others. Ignored, it leaves a write that fails.
+void outliveClosedPipes() { std::signal(SIGPIPE, SIG_IGN); }
+
 // The status ends the process either way; whether anybody could read the text changes nothing.
 int fail(std::string_view text, int status) {
   static_cast<void>(writeAll(STDERR_FILENO, text));
@@ -60,6 +65,7 @@ int runDaemon() {
 }  // namespace
 
 int enter(const std::vector<std::string>& arguments) {
+  outliveClosedPipes();
   occupyStandardStreams();
   daemonStartedAt = platform::wallNow();
   gDaemonPath = platform::executablePath().value_or("");

@@ -95,16 +95,24 @@ std::optional<int> Program::endSignal() const {
   return ended_ && WIFSIGNALED(*ended_) ? std::optional(WTERMSIG(*ended_)) : std::nullopt;
 }
 
-Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask) {
+// The program is opened first, so that the way to it need not be open to whom the child becomes.
+Ended runPrepared(const Words& arguments, const Environment& environment,
+                  const std::function<void()>& prepare) {
   return inChild([&] {
     const int program = ::open(programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
     Words words{"brisko-daemon"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     Words variables = environmentWith(environment);
-    ::umask(fileMask);
-    becomeNobody();
+    prepare();
     ::fexecve(program, pointersTo(words).data(), pointersTo(variables).data());
     ::_exit(99);
+  });
+}
+
+Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask) {
+  return runPrepared(arguments, environment, [fileMask] {
+    ::umask(fileMask);
+    becomeNobody();
   });
 }
 

@@ -58,8 +58,11 @@ struct Finished {
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
 
-// Becomes nobody and runs the daemon to its end, without a virtual Mac. The program is opened first, so that
-// the way to it need not be open to nobody.
+// Runs the daemon to its end in a child that `prepare` has changed before, above all its streams.
+[[nodiscard]] Ended runPrepared(const Words& arguments, const Environment& environment,
+                                const std::function<void()>& prepare);
+
+// Becomes nobody and runs the daemon to its end, without a virtual Mac.
 [[nodiscard]] Ended runAsNobody(const Words& arguments, const Environment& environment = {},
                                 mode_t fileMask = 022);
 

@@ -1,0 +1,67 @@
+// A pipe whose reader is gone, on a Mac: the signal that comes of it is the process's, and any thread takes
+// it.
+
+#include <csignal>
+#include <cstdlib>
+
+#include <dispatch/dispatch.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "daemon/entry.h"
+#include "sim/seam/simulated/driver.h"
+#include "support/child.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using test::inChild;
+using test::VirtualMac;
+using ::testing::Contains;
+using ::testing::StartsWith;
+
+void closeTheReaderOf(int stream) {
+  int ends[2];
+  if (::pipe(ends) != 0) ::_exit(1);
+  ::dup2(ends[1], stream);
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
+TEST(BrokenPipe, doesNotEndTheDaemon) {
+  VirtualMac mac;
+  const double end = mac.machine().now + 600;
+  const auto ended = inChild([end] {
+    closeTheReaderOf(STDOUT_FILENO);
+    closeTheReaderOf(STDERR_FILENO);
+    virtual_mac::setHorizon(end, []() -> double { ::_exit(7); });
+    std::exit(enter({"brisko-daemon"}));
+  });
+  EXPECT_EQ(ended.signal, std::nullopt);
+  EXPECT_EQ(ended.status, 7) << "it ran to the end";
+  EXPECT_THAT(mac.logLines(), Contains(StartsWith("cap 80%")));
+}
+
+// The stand-in itself.
+TEST(BrokenPipe, endsAProcessWithDispatchHoweverMuchItsThreadShutsTheSignalOut) {
+  for (const bool withDispatch : {false, true}) {
+    const auto ended = inChild([withDispatch] {
+      if (withDispatch) {
+        dispatch_resume(
+            dispatch_source_create(DISPATCH_SOURCE_TYPE_DATA_OR, 0, 0, dispatch_get_main_queue()));
+      }
+      sigset_t brokenPipe;
+      sigemptyset(&brokenPipe);
+      sigaddset(&brokenPipe, SIGPIPE);
+      ::pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+      closeTheReaderOf(STDOUT_FILENO);
+      if (::write(STDOUT_FILENO, "x", 1) >= 0) ::_exit(1);
+    });
+    EXPECT_EQ(ended.signal, withDispatch ? std::optional(SIGPIPE) : std::nullopt);
+  }
+}
+
+}  // namespace
+}  // namespace brisko

@@ -130,7 +130,15 @@ void collectFileEvents() {
 
 namespace platform {
 
-std::optional<int> openForEvents(const std::string& path) { return virtual_mac::openForNotices(path); }
+std::optional<int> openForEvents(const std::string& path) {
+  // A name can be lost in the moment after the file was opened. What has taken it is opened then.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    const auto descriptor = virtual_mac::openForNotices(path);
+    if (!descriptor || virtual_mac::lookAt(*descriptor).named) return descriptor;
+    ::close(*descriptor);
+  }
+  return std::nullopt;
+}
 
 WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
                      std::function<void()> cancelled) {

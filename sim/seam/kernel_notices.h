@@ -23,7 +23,7 @@ struct FileLook {
 };
 [[nodiscard]] FileLook lookAt(int descriptor);
 
-// As openForEvents().
+// As openForEvents(), but also what has no name.
 [[nodiscard]] std::optional<int> openForNotices(const std::string& path);
 
 // A descriptor that does not wait and is readable when there are notices; -1 when there is none to be had.

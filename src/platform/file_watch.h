@@ -22,15 +22,19 @@ using FileEvents = std::uint32_t;
 using WatchToken = std::uint64_t;  // never 0
 
 // Opens the file or folder at `path` for events alone (no read or write access, and no waiting for the other
-// end of a pipe); none when it cannot be opened, for which it takes the permission to read. A link leads to
-// what it points at. The path is used as it stands. The caller owns the descriptor and closes it with
+// end of a pipe); none when it cannot be opened, for which it takes the permission to read. None as well for
+// what has no name although the path leads to it, such as a removed file that somebody holds open: it would
+// count as deleted whenever it is watched, and each next watch would find it so again. A link leads to what
+// it points at. The path is used as it stands. The caller owns the descriptor and closes it with
 // closeWatched().
 [[nodiscard]] std::optional<int> openForEvents(const std::string& path);
 
 // Delivers the events of `wanted` that happen to the file behind `descriptor` to `fired`, batched per turn of
 // the run loop, on the main thread. After cancelWatch() no more events are delivered and `cancelled` runs
-// once, on the main thread, in a later turn of the loop. A file that has lost its name since it was opened
-// counts as deleted at this moment: a watch on it would never hear of anything.
+// once, on the main thread, in a later turn of the loop. A file that has lost its name since openForEvents()
+// counts as deleted at this moment: a watch on it would never hear of anything. It has lost it when it has no
+// link any more, or when the system knows no place for it; that the name cannot be told for another reason is
+// no deletion.
 [[nodiscard]] WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
                                    std::function<void()> cancelled);
 void cancelWatch(WatchToken token);

@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
 #include "platform/run_loop.h"
+#include "policy/evaluation.h"
 #include "support/descriptors.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
@@ -206,6 +208,48 @@ TEST_F(ConfigWatch, watchesAFileThatTheCommandLineNames) {
   EXPECT_EQ(ticks(), 0);
   mac.write(gConfigPath, "{\"limit\":65}");
   EXPECT_EQ(ticks(), 1);
+}
+
+// Each of these was watched anew for ever, with a tick every time.
+TEST_F(ConfigWatch, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
+  gConfigPath = "/etc/brisko.json (deleted)";
+  mac.write(gConfigPath, "{\"limit\":60}");
+  watchConfig();
+  const auto source = gConfigSource;
+  ASSERT_TRUE(source.has_value());
+  EXPECT_EQ(ticks(), 0);
+  EXPECT_EQ(gConfigSource, source);
+  mac.write(gConfigPath, "{\"limit\":65}");
+  EXPECT_EQ(ticks(), 1);
+  EXPECT_EQ(gConfigSource, source);
+}
+
+TEST_F(ConfigWatch, leavesAFileWithoutANameToTheHeartbeat) {
+  if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
+  mac.settings("{\"limit\":60}");
+  const int holder = ::open(config.c_str(), O_RDONLY | O_CLOEXEC);
+  remove();
+  test::makeLink(config, "/proc/self/fd/" + std::to_string(holder));
+  watchConfig();
+  EXPECT_EQ(ticks(), 0);
+  EXPECT_FALSE(gConfigSource.has_value());
+  evaluate();
+  EXPECT_THAT(newLines().back(), StartsWith("cap 60%")) << "but it is read";
+  ::close(holder);
+}
+
+TEST_F(ConfigWatch, isNoLongerArmedOnceTheFileHasLostItsName) {
+  if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
+  mac.settings("{\"limit\":60}");
+  const int holder = ::open(config.c_str(), O_RDONLY | O_CLOEXEC);
+  gConfigPath = "/Library/by number.json";
+  test::makeLink(mac.path(gConfigPath), "/proc/self/fd/" + std::to_string(holder));
+  watchConfig();
+  EXPECT_TRUE(gConfigSource.has_value());
+  remove();
+  EXPECT_EQ(ticks(), 1);
+  EXPECT_FALSE(gConfigSource.has_value());
+  ::close(holder);
 }
 
 TEST_F(ConfigWatch, leavesNothingBehindOverAThousandReplacements) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -535,6 +536,39 @@ TEST_F(FileWatchContract, opensNothingWhereNothingIs) {
   EXPECT_FALSE(openForEvents("").has_value());
   test::makeLink(scratch.path("link"), scratch.path("missing"));
   EXPECT_FALSE(openForEvents(scratch.path("link")).has_value());
+}
+
+TEST_F(FileWatchContract, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
+  const std::string marked = path + " (deleted)";
+  rename(path, marked);
+  (void)watch(marked);
+  EXPECT_THAT(delivered(), IsEmpty());
+  append(marked, "!");
+  EXPECT_THAT(delivered(), ElementsAre("written extended"));
+  rename(marked, scratch.path("moved (deleted)"));
+  EXPECT_THAT(delivered(), ElementsAre("renamed"));
+  removeFile(scratch.path("moved (deleted)"));
+  EXPECT_THAT(delivered(), ElementsAre("deleted"));
+}
+
+// As a removed file is that its holder still reaches.
+TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
+  if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
+  const std::string folder = scratch.path("folder");
+  test::makeFolder(folder);
+  for (const std::string& removed : {path, folder}) {
+    const int holder = ::open(removed.c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string link = removed + " by number";
+    test::makeLink(link, "/proc/self/fd/" + std::to_string(holder));
+    const auto opened = openForEvents(link);
+    ASSERT_TRUE(opened.has_value()) << "it has its name still";
+    closeWatched(*opened);
+    ASSERT_EQ(std::remove(removed.c_str()), 0);
+    const std::size_t before = test::openDescriptors();
+    EXPECT_FALSE(openForEvents(link).has_value()) << link;
+    EXPECT_EQ(test::openDescriptors(), before);
+    ::close(holder);
+  }
 }
 
 TEST_F(FileWatchContract, doesNotOpenWhatMayNotBeRead) {

@@ -27,6 +27,11 @@ using ::testing::IsEmpty;
 
 constexpr const char* installed = "/Applications/Brisko.app";
 
+void afterTurns(int count) {
+  if (count == 0) return platform::stopMain();
+  platform::postMain([count] { afterTurns(count - 1); });
+}
+
 class Presence : public test::OnVirtualMac {
  protected:
   void SetUp() override {
@@ -194,6 +199,18 @@ TEST_F(Presence, thatLastedLeavesTheLimitOfMacOSAlone) {
   gNativeWritten = 80;
   checkAppPresence();
   EXPECT_EQ(gNativeWritten, 80);
+}
+
+// Such a bundle was watched anew for ever.
+TEST_F(Presence, isWatchedOnceWhereTheNameEndsLikeTheMarkOfADeletedApp) {
+  gAppPath = "/Applications/Brisko.app (deleted)";
+  mac.write(*gAppPath + "/Contents/Info.plist", "<plist/>");
+  watchApp();
+  const auto source = gAppSource;
+  platform::postMain([] { afterTurns(20); });
+  platform::runMain();
+  EXPECT_TRUE(source.has_value());
+  EXPECT_EQ(gAppSource, source);
 }
 
 TEST_F(Presence, isWatchedWhereTheAppIs) {

@@ -8,6 +8,7 @@
 #include <dispatch/dispatch.h>
 
 #include "platform/file_watch.h"
+#include "sim/seam/kernel_notices.h"
 #include "sim/seam/signals.h"
 #include "sim/seam/simulated/virtual_time.h"
 #include "stand_ins/kernel_file_events.h"
@@ -75,7 +76,7 @@ void watchFile(EventSource& source) {
   const auto descriptor = static_cast<int>(source.handle);
   platform::FileEvents wanted = 0;
   for (const auto& [event, name] : names) wanted |= (source.mask & name) != 0 ? event : 0U;
-  bool deletionIsOld = hasLostItsName(descriptor);
+  bool deletionIsOld = !virtual_mac::lookAt(descriptor).named;
   source.watch = platform::watchFileOfKernel(
       descriptor, wanted,
       [&source, deletionIsOld](platform::FileEvents events) mutable {

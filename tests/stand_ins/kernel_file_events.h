@@ -4,14 +4,11 @@
 #pragma once
 
 #include <functional>
-#include <optional>
-#include <string>
 
 #include "platform/file_watch.h"
 
 namespace brisko::platform {
 
-[[nodiscard]] std::optional<int> openForEventsOfKernel(const std::string& path);
 [[nodiscard]] WatchToken watchFileOfKernel(int descriptor, FileEvents wanted,
                                            std::function<void(FileEvents)> fired,
                                            std::function<void()> cancelled);

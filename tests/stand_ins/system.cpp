@@ -20,10 +20,10 @@
 
 #include "platform/host.h"
 #include "sim/machine/machine_store.h"
+#include "sim/seam/kernel_notices.h"
 #include "sim/seam/simulated/driver.h"
 #include "sim/seam/simulated/virtual_time.h"
 #include "sim/seam/temporary_directory.h"
-#include "stand_ins/kernel_file_events.h"
 #include "stand_ins/objects.h"
 #include "stand_ins/threads.h"
 
@@ -100,25 +100,22 @@ double secondsOfTicks(std::uint64_t ticks) { return static_cast<double>(ticks) /
 
 namespace {
 
-constexpr std::string_view deletedMark = " (deleted)";
-
-std::string markedPathOfOpenFile(int descriptor) {
-  char path[PATH_MAX] = {};
-  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-  const ssize_t length = ::readlink(link.c_str(), path, sizeof path);
-  return {path, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
-}
-
 // Also when it is another file's by now.
 std::string latestPathOfOpenFile(int descriptor) {
-  std::string path = markedPathOfOpenFile(descriptor);
-  if (path.ends_with(deletedMark)) path.resize(path.size() - deletedMark.size());
+  constexpr std::string_view deletedMark = " (deleted)";
+  char text[PATH_MAX] = {};
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = ::readlink(link.c_str(), text, sizeof text);
+  std::string path(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  const bool marked = path.ends_with(deletedMark) && !virtual_mac::lookAt(descriptor).named;
+  if (marked) path.resize(path.size() - deletedMark.size());
   return path;
 }
 
 }  // namespace
 
-bool hasLostItsName(int descriptor) { return markedPathOfOpenFile(descriptor).ends_with(deletedMark); }
+int gGetPathError = 0;
+std::function<void()> gAfterOpen;
 
 }  // namespace stand_ins
 
@@ -180,7 +177,10 @@ int brisko_stand_in_open(const char* path, int flags, ...) {
   struct stat status {};
   const bool isPipe = ::stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
   if (isPipe && (flags & O_NONBLOCK) == 0) stand_ins::misuse("a pipe waits for its other end for ever");
-  return platform::openForEventsOfKernel(path).value_or(-1);
+  const int descriptor = virtual_mac::openForNotices(path).value_or(-1);
+  const auto afterOpen = std::exchange(stand_ins::gAfterOpen, nullptr);
+  if (afterOpen) afterOpen();
+  return descriptor;
 }
 
 int brisko_stand_in_fcntl(int descriptor, int command, ...) {
@@ -189,6 +189,10 @@ int brisko_stand_in_fcntl(int descriptor, int command, ...) {
   va_start(arguments, command);
   char* buffer = va_arg(arguments, char*);
   va_end(arguments);
+  if (stand_ins::gGetPathError != 0) {
+    errno = stand_ins::gGetPathError;
+    return -1;
+  }
   const std::string path = stand_ins::latestPathOfOpenFile(descriptor);
   struct stat anyFile {};
   if (::stat(path.c_str(), &anyFile) != 0) {

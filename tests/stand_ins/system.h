@@ -15,7 +15,8 @@ namespace brisko::stand_ins {
 [[nodiscard]] std::uint64_t ticksOfSeconds(double uptime);
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
-[[nodiscard]] bool hasLostItsName(int descriptor);
+// With which error F_GETPATH fails for every file. 0: it does not.
+extern int gGetPathError;
 
 // Major version of the SDK that the program seems to be linked with. An older one than macOS 26 has, unless a
 // test says otherwise: what is right for such a program is right for any.
@@ -24,7 +25,11 @@ extern std::int64_t gLinkedSdk;
 // A variable of the kernel that cannot be read. None, unless a test says otherwise.
 extern std::string_view gUnreadableVariable;
 
-// How many bytes of a successful answer the controller's driver gives. All, unless a test says otherwise.
+// Runs once, right after the next file was opened.
+extern std::function<void()> gAfterOpen;
+
+// How many bytes of a successful answer the controller's driver says that it gives. All, unless a test says
+// otherwise; what is missing stays as it was.
 extern std::size_t gAnswerBytes;
 
 // Called with what was asked, once the controller has done it and before the call comes back with the answer.

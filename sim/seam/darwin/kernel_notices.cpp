@@ -1,6 +1,7 @@
 #include "sim/seam/kernel_notices.h"
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 
@@ -27,11 +28,11 @@ bool tell(int queue, int descriptor, std::uint16_t action, std::uint32_t notices
   return ::kevent(queue, &change, 1, nullptr, 0, nullptr) == 0;
 }
 
-// Either sign will do: no path, as of a file that was removed, or no link, as of one that another file
-// replaced, of which the path may live on.
+// Either sign of its end will do: no place, as of a file that was removed, or no link, as of one that another
+// file replaced, of which the path may live on. A path that is too long or may not be told says nothing.
 bool isNamed(int descriptor, const struct stat& status) {
   std::array<char, PATH_MAX> path{};
-  return status.st_nlink != 0 && ::fcntl(descriptor, F_GETPATH, path.data()) != -1;
+  return status.st_nlink != 0 && (::fcntl(descriptor, F_GETPATH, path.data()) != -1 || errno != ENOENT);
 }
 
 bool haveTheSameAttributes(const struct stat& one, const struct stat& other) {

@@ -1,5 +1,6 @@
 #include "sim/seam/kernel_notices.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstddef>
@@ -32,11 +33,20 @@ int askFor(int queue, const std::string& path, std::uint32_t notices) {
   return ::inotify_add_watch(queue, path.c_str(), notices | IN_MASK_ADD);
 }
 
-bool isNamed(int descriptor) {
+bool leadsTo(const std::string& path, const struct stat& file) {
+  struct stat found {};
+  return ::stat(path.c_str(), &found) == 0 && found.st_dev == file.st_dev && found.st_ino == file.st_ino;
+}
+
+// The kernel marks the path of a file whose name is gone, also where another link keeps the file in being.
+// But a name may end like the mark itself.
+bool isNamed(int descriptor, const struct stat& status) {
+  if (status.st_nlink == 0) return false;
   constexpr std::string_view mark = " (deleted)";
-  std::array<char, PATH_MAX> path{};
-  const ssize_t length = ::readlink(linkTo(descriptor).c_str(), path.data(), path.size());
-  return length <= 0 || !std::string_view(path.data(), static_cast<std::size_t>(length)).ends_with(mark);
+  std::array<char, PATH_MAX> text{};
+  const ssize_t length = ::readlink(linkTo(descriptor).c_str(), text.data(), text.size());
+  const std::string path(text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  return !path.ends_with(mark) || leadsTo(path, status);
 }
 
 // With notices lost, all that can be told is that something happened.
@@ -55,7 +65,7 @@ Notice noticeOf(const inotify_event& event) {
 FileLook lookAt(int descriptor) {
   FileLook look{};
   ::fstat(descriptor, &look.status);
-  look.named = isNamed(descriptor);
+  look.named = isNamed(descriptor, look.status);
   return look;
 }
 

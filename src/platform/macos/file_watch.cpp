@@ -1,6 +1,7 @@
 #include "platform/file_watch.h"
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <map>
 #include <memory>
@@ -57,13 +58,13 @@ void tellCancelled(void* context) {
   dispatch_release(watch->source);
 }
 
-// Either sign will do: no path, as of what was removed, or no link, as of a file that another one replaced,
-// whose path may live on.
-bool hasLostItsName(int descriptor) {
+// Either sign will do: no place, as of what was removed, or no link, as of a file that another one replaced,
+// whose path may live on. A path that is too long or may not be told says nothing about the file.
+bool hasNoName(int descriptor) {
   struct stat status {};
   std::array<char, PATH_MAX> path{};
   return (::fstat(descriptor, &status) == 0 && status.st_nlink == 0) ||
-         ::fcntl(descriptor, F_GETPATH, path.data()) == -1;
+         (::fcntl(descriptor, F_GETPATH, path.data()) == -1 && errno == ENOENT);
 }
 
 void tellDeleted(void* context) {
@@ -75,10 +76,15 @@ void tellDeleted(void* context) {
 }  // namespace
 
 std::optional<int> openForEvents(const std::string& path) {
-  // Not blocking: a pipe would wait for its other end, opened for events alone or not.
-  const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor < 0) return std::nullopt;
-  return descriptor;
+  // A name can be lost in the moment after the file was opened. What has taken it is opened then.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    // Not blocking: a pipe would wait for its other end, opened for events alone or not.
+    const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) return std::nullopt;
+    if (!hasNoName(descriptor)) return descriptor;
+    ::close(descriptor);
+  }
+  return std::nullopt;
 }
 
 WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
@@ -94,7 +100,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   dispatch_source_set_event_handler_f(watch->source, tell);
   dispatch_source_set_cancel_handler_f(watch->source, tellCancelled);
   dispatch_resume(watch->source);
-  if ((wanted & fileDeleted) != 0 && hasLostItsName(descriptor)) {
+  if ((wanted & fileDeleted) != 0 && hasNoName(descriptor)) {
     // The token itself is handed to tellDeleted(), never followed.
     void* context = reinterpret_cast<void*>(token);  // NOLINT(performance-no-int-to-ptr)
     dispatch_async_f(dispatch_get_main_queue(), context, tellDeleted);

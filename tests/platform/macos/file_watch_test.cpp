@@ -1,0 +1,96 @@
+// What the system of a Mac may say of a file's name, which no kernel here says.
+
+#include "platform/file_watch.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "platform/run_loop.h"
+#include "stand_ins/system.h"
+#include "support/descriptors.h"
+#include "support/files.h"
+#include "support/scratch_folder.h"
+#include "support/virtual_mac.h"
+
+namespace brisko::platform {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+void afterTurns(int count) {
+  if (count == 0) return stopMain();
+  postMain([count] { afterTurns(count - 1); });
+}
+
+class MacFileWatch : public ::testing::Test {
+ protected:
+  MacFileWatch() { test::put(path, "content"); }
+  ~MacFileWatch() override { stand_ins::gGetPathError = 0; }
+
+  // The events of a new watch on the file that nothing happens to.
+  std::vector<FileEvents> eventsOfANewWatch(int descriptor) {
+    std::vector<FileEvents> events;
+    const WatchToken token = watchFile(
+        descriptor, fileDeleted, [&](FileEvents set) { events.push_back(set); },
+        [descriptor] { closeWatched(descriptor); });
+    postMain([] { afterTurns(20); });
+    runMain();
+    cancelWatch(token);
+    postMain([] { afterTurns(20); });
+    runMain();
+    return events;
+  }
+
+  test::VirtualMac mac;
+  test::ScratchFolder scratch;
+  std::string path = scratch.path("file");
+};
+
+TEST_F(MacFileWatch, takesAPathThatCannotBeToldForNoDeletion) {
+  for (const int error : {EPERM, EACCES, EINVAL, ENOSPC, ENAMETOOLONG, EBADF}) {
+    stand_ins::gGetPathError = error;
+    const auto opened = openForEvents(path);
+    ASSERT_TRUE(opened.has_value()) << error;
+    EXPECT_THAT(eventsOfANewWatch(*opened), IsEmpty()) << error;
+  }
+}
+
+TEST_F(MacFileWatch, takesAFileThatTheSystemHasNoPlaceForForDeleted) {
+  const auto opened = openForEvents(path);
+  ASSERT_TRUE(opened.has_value());
+  stand_ins::gGetPathError = ENOENT;
+  EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
+}
+
+TEST_F(MacFileWatch, takesAFileWithoutALinkForDeletedWhateverIsSaidOfItsPath) {
+  const auto opened = openForEvents(path);
+  ASSERT_TRUE(opened.has_value());
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  stand_ins::gGetPathError = EPERM;
+  EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
+}
+
+TEST_F(MacFileWatch, doesNotOpenAFileThatTheSystemHasNoPlaceFor) {
+  stand_ins::gGetPathError = ENOENT;
+  const std::size_t before = test::openDescriptors();
+  EXPECT_FALSE(openForEvents(path).has_value());
+  EXPECT_EQ(test::openDescriptors(), before);
+}
+
+TEST_F(MacFileWatch, opensWhatTakesTheNameInTheMomentOfOpening) {
+  test::put(scratch.path("new"), "new content");
+  stand_ins::gAfterOpen = [this] { ASSERT_EQ(std::rename(scratch.path("new").c_str(), path.c_str()), 0); };
+  const auto opened = openForEvents(path);
+  ASSERT_TRUE(opened.has_value());
+  EXPECT_THAT(eventsOfANewWatch(*opened), IsEmpty());
+}
+
+}  // namespace
+}  // namespace brisko::platform

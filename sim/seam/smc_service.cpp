@@ -51,10 +51,12 @@ KernelStatus closeSmc(SmcConnection connection) {
   return connections().open.erase(connection) == 1 ? kernelSuccess : kernelNotOpen;
 }
 
-KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
+SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
   output.fill(0);
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr || connections().open.count(connection) == 0) return kernelNotOpen;
+  if (store == nullptr || connections().open.count(connection) == 0) {
+    return {.status = kernelNotOpen, .answered = 0};
+  }
   std::uint32_t signals = 0;
   const KernelStatus status = virtual_mac::changeNow(*store, [&](Machine& machine, Journal& journal) {
     const KernelStatus answer = virtual_mac::exchange(machine, journal, input, output);
@@ -62,7 +64,7 @@ KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRe
     return answer;
   });
   virtual_mac::raiseSignals(signals);
-  return status;
+  return {.status = status, .answered = status == kernelSuccess ? output.size() : 0};
 }
 
 }  // namespace brisko::platform

@@ -42,10 +42,20 @@ std::uint32_t encodeKey(std::string_view key) {
   return code;
 }
 
+// An answer of another length is as good as a whole one, as long as it has the result, which covers what
+// stands before it, and the value bytes that were asked for. What is missing would read as success and zero.
+constexpr std::size_t answerWithoutBytes = resultAt + 1;
+
+std::size_t answerWithBytes(std::uint32_t count) {
+  return count == 0 ? answerWithoutBytes : bytesAt + std::min<std::size_t>(count, bytesSize);
+}
+
 platform::KernelStatus call(platform::SmcConnection connection, Command command, platform::SmcRecord input,
-                            platform::SmcRecord& output) {
+                            platform::SmcRecord& output, std::size_t needed = answerWithoutBytes) {
   input[commandAt] = static_cast<std::uint8_t>(command);
-  return platform::exchangeSmc(connection, input, output);
+  const platform::SmcExchange exchange = platform::exchangeSmc(connection, input, output);
+  if (exchange.status != platform::kernelSuccess) return exchange.status;
+  return exchange.answered >= needed ? platform::kernelSuccess : platform::kernelError;
 }
 
 // The controller's no, as the status that the caller reports for it.
@@ -85,7 +95,7 @@ platform::KernelStatus SMCReadKey(platform::SmcConnection connection, std::strin
   platform::SmcRecord input{};
   store32(input, keyAt, value.key);
   store32(input, dataSizeAt, value.dataSize);
-  status = call(connection, Command::readKey, input, output);
+  status = call(connection, Command::readKey, input, output, answerWithBytes(value.dataSize));
   if (status != platform::kernelSuccess) return status;
   status = judged(output, platform::kernelNotFound);
   if (status != platform::kernelSuccess) return status;

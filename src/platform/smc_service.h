@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace brisko::platform {
@@ -31,8 +32,14 @@ struct SmcOpening {
 // Closes the user client; returns the kernel's status. Exchanges on it fail from then on.
 KernelStatus closeSmc(SmcConnection connection);
 
+struct SmcExchange {
+  KernelStatus status;
+  std::size_t answered;  // bytes of the output that the controller's driver gave; 0 unless the status is 0
+};
+
 // Sends `input` and receives `output`. The status says whether the kernel took the call; whether the
-// controller obeyed stands in the output's result byte. `output` is all zero unless the status is 0.
-[[nodiscard]] KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output);
+// controller obeyed stands in the output's result byte. What was not answered is zero in `output`, so the
+// result byte means something only within `answered`.
+[[nodiscard]] SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output);
 
 }  // namespace brisko::platform

@@ -13,9 +13,10 @@ namespace platform {
 
 SmcOpening openSmc() { return {kernelSuccess, 1}; }
 KernelStatus closeSmc(SmcConnection) { return kernelSuccess; }
-KernelStatus exchangeSmc(SmcConnection, const SmcRecord& input, SmcRecord& output) {
+SmcExchange exchangeSmc(SmcConnection, const SmcRecord& input, SmcRecord& output) {
   output.fill(0);
-  return gServed.exchange ? gServed.exchange(input, output) : kernelNotOpen;
+  const KernelStatus status = gServed.exchange ? gServed.exchange(input, output) : kernelNotOpen;
+  return {.status = status, .answered = status == kernelSuccess ? output.size() : 0};
 }
 
 SharedDictionary registryProperties(std::string_view entry) {

@@ -46,7 +46,11 @@ void setService(ContractMachine& mac, SmcService service) {
 
 class SmcServiceContract : public ::testing::Test {
  protected:
-  KernelStatus exchange(const SmcRecord& input) { return exchangeSmc(connection, input, output); }
+  KernelStatus exchange(const SmcRecord& input) {
+    const SmcExchange done = exchangeSmc(connection, input, output);
+    EXPECT_EQ(done.answered, done.status == kernelSuccess ? output.size() : 0);
+    return done.status;
+  }
 
   ContractMachine mac;
   SmcConnection connection = openSmc().connection;
@@ -67,7 +71,7 @@ TEST(SmcOpeningContract, givesADifferentConnectionEachTime) {
   EXPECT_NE(first.connection, second.connection);
   EXPECT_EQ(closeSmc(first.connection), kernelSuccess);
   SmcRecord output;
-  EXPECT_EQ(exchangeSmc(second.connection, recordFor("CHTE", keyInfoCommand), output), kernelSuccess);
+  EXPECT_EQ(exchangeSmc(second.connection, recordFor("CHTE", keyInfoCommand), output).status, kernelSuccess);
 }
 
 TEST(SmcOpeningContract, countsTheLivesThatTheMachineSaw) {
@@ -99,7 +103,7 @@ TEST(SmcOpeningContract, findsNoServiceWithoutAMachine) {
   EXPECT_EQ(opening.status, kernelNotFound);
   EXPECT_EQ(opening.connection, 0U);
   SmcRecord output = marked();
-  EXPECT_EQ(exchangeSmc(1, recordFor("CHTE", keyInfoCommand), output), kernelNotOpen);
+  EXPECT_EQ(exchangeSmc(1, recordFor("CHTE", keyInfoCommand), output).status, kernelNotOpen);
   EXPECT_EQ(output, SmcRecord{});
 }
 
@@ -142,9 +146,9 @@ TEST_F(SmcServiceContract, closingEndsTheConnection) {
 
 TEST_F(SmcServiceContract, aConnectionThatWasNeverOpenedIsRefused) {
   SmcRecord untouched = marked();
-  EXPECT_EQ(exchangeSmc(0, recordFor("CHTE", keyInfoCommand), untouched), kernelNotOpen);
+  EXPECT_EQ(exchangeSmc(0, recordFor("CHTE", keyInfoCommand), untouched).status, kernelNotOpen);
   EXPECT_EQ(untouched, SmcRecord{});
-  EXPECT_EQ(exchangeSmc(connection + 7, recordFor("CHTE", keyInfoCommand), untouched), kernelNotOpen);
+  EXPECT_EQ(exchangeSmc(connection + 7, recordFor("CHTE", keyInfoCommand), untouched).status, kernelNotOpen);
   EXPECT_EQ(closeSmc(0), kernelNotOpen);
 }
 

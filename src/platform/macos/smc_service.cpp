@@ -1,5 +1,7 @@
 #include "platform/smc_service.h"
 
+#include <algorithm>
+
 #include "platform/macos/handled_signals.h"
 #include "platform/macos/owned.h"
 
@@ -24,16 +26,17 @@ SmcOpening openSmc() {
 
 KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose(connection)); }
 
-KernelStatus exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
+SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
   // Every key goes through here, so here nobody passes who lost the right to write one.
   stayIfAnotherTookOver();
-  std::size_t outputSize = output.size();
+  std::size_t answered = output.size();
   const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
-                                                                 input.size(), output.data(), &outputSize));
-  if (status == kernelSuccess && outputSize == output.size()) return status;
-  // In half an answer the missing half would read as success.
-  output.fill(0);
-  return status == kernelSuccess ? kernelError : status;
+                                                                 input.size(), output.data(), &answered));
+  // Of a call that failed neither the output nor its size means anything.
+  if (status != kernelSuccess) answered = 0;
+  const std::size_t given = std::min(answered, output.size());
+  std::fill(output.begin() + static_cast<std::ptrdiff_t>(given), output.end(), std::uint8_t{0});
+  return {.status = status, .answered = given};
 }
 
 }  // namespace brisko::platform

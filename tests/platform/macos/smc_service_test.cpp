@@ -3,29 +3,93 @@
 #include "platform/smc_service.h"
 
 #include <algorithm>
+#include <array>
 
 #include <gtest/gtest.h>
 
+#include "hardware/smc.h"
 #include "stand_ins/system.h"
-#include "support/virtual_mac.h"
+#include "support/on_virtual_mac.h"
 
-namespace brisko::platform {
+namespace brisko {
 namespace {
 
-TEST(SmcAnswer, thatIsNotWholeIsAFailure) {
-  const test::VirtualMac mac;
-  const SmcConnection connection = openSmc().connection;
-  SmcRecord question{'E', 'T', 'H', 'C'};  // what is CHTE?
+using platform::kernelError;
+using platform::kernelSuccess;
+using virtual_mac::ChangeKind;
+
+constexpr std::size_t whole = 80;
+constexpr std::size_t resultAt = 40;
+constexpr std::size_t bytesAt = 48;
+
+class SmcAnswer : public test::OnVirtualMac {
+ protected:
+  void SetUp() override { openController(); }
+  ~SmcAnswer() override { stand_ins::gAnswerBytes = whole; }
+
+  static bool isReadFrom(std::string_view key, std::size_t answered) {
+    stand_ins::gAnswerBytes = answered;
+    return readKey(key).has_value();
+  }
+  void size(std::string_view key, double bytes) {
+    mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode(key), .number = bytes});
+  }
+};
+
+TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
+  platform::SmcRecord question{'E', 'T', 'H', 'C'};  // what is CHTE?
   question[42] = 9;
-  SmcRecord output;
-  ASSERT_EQ(exchangeSmc(connection, question, output), kernelSuccess);
-  for (const std::size_t bytes : {std::size_t{0}, output.size() / 2, output.size() - 1}) {
+  platform::SmcRecord all{};
+  ASSERT_EQ(platform::exchangeSmc(gConn, question, all).status, kernelSuccess);
+  for (const std::size_t bytes : {std::size_t{0}, std::size_t{29}, resultAt, whole - 1, whole, whole + 8}) {
     stand_ins::gAnswerBytes = bytes;
+    platform::SmcRecord output;
     output.fill(0xAB);
-    EXPECT_EQ(exchangeSmc(connection, question, output), kernelError);
-    EXPECT_EQ(std::count(output.begin(), output.end(), 0), 80) << bytes << " bytes";
+    const auto exchange = platform::exchangeSmc(gConn, question, output);
+    EXPECT_EQ(exchange.status, kernelSuccess);
+    EXPECT_EQ(exchange.answered, std::min(bytes, whole));
+    platform::SmcRecord expected{};
+    std::copy_n(all.begin(), std::min(bytes, whole), expected.begin());
+    EXPECT_EQ(output, expected) << bytes;
   }
 }
 
+TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
+  mac.keyBytes("CHTE", {1, 2, 3, 4});
+  for (const std::size_t bytes : {bytesAt + 4, bytesAt + 5, whole - 1, whole, whole + 8}) {
+    stand_ins::gAnswerBytes = bytes;
+    EXPECT_EQ(readKey("CHTE"), (test::Bytes{1, 2, 3, 4})) << bytes;
+  }
+  for (const std::size_t bytes : {std::size_t{0}, resultAt, resultAt + 1, bytesAt, bytesAt + 3}) {
+    EXPECT_FALSE(isReadFrom("CHTE", bytes)) << bytes;
+  }
+}
+
+TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
+  size("CHTE", 40);
+  EXPECT_TRUE(isReadFrom("CHTE", whole));
+  EXPECT_FALSE(isReadFrom("CHTE", whole - 1));
+  size("CHTE", 0);
+  EXPECT_TRUE(isReadFrom("CHTE", resultAt + 1));
+  EXPECT_FALSE(isReadFrom("CHTE", resultAt));
+}
+
+TEST_F(SmcAnswer, toAWriteIsItsResult) {
+  const std::array<std::uint8_t, 4> stop{1, 0, 0, 0};
+  stand_ins::gAnswerBytes = resultAt + 1;
+  EXPECT_TRUE(writeKey("CHTE", stop));
+  stand_ins::gAnswerBytes = resultAt;
+  EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "without a result nobody knows";
+}
+
+TEST_F(SmcAnswer, toAnIndexHasTheKeyBeforeItsResult) {
+  std::array<char, 5> name{};
+  stand_ins::gAnswerBytes = resultAt + 1;
+  EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelSuccess);
+  EXPECT_NE(name[0], '\0');
+  stand_ins::gAnswerBytes = resultAt;
+  EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelError);
+}
+
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko

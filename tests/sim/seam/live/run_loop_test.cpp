@@ -324,7 +324,8 @@ void stopCharging() {
   write[28] = 4;  // bytes
   write[42] = 6;  // write
   write[48] = 1;
-  ASSERT_EQ(platform::exchangeSmc(platform::openSmc().connection, write, output), platform::kernelSuccess);
+  ASSERT_EQ(platform::exchangeSmc(platform::openSmc().connection, write, output).status,
+            platform::kernelSuccess);
   ASSERT_EQ(output[40], 0);
 }
 

@@ -14,8 +14,9 @@ namespace brisko::platform {
 // The value of an environment variable; none when it is not set (an empty one is a value).
 [[nodiscard]] std::optional<std::string> environment(const char* name);
 
-// The path of the running executable with symbolic links resolved; none when it cannot be had or its
-// unresolved form needs 4096 bytes or more.
+// The path of the running executable with symbolic links resolved, and on a Mac without a leading /private
+// where the rest of it is there too; none when it cannot be had or its unresolved form needs 4096 bytes or
+// more.
 [[nodiscard]] std::optional<std::string> executablePath();
 
 // 0 is root.

@@ -3,6 +3,7 @@
 #include <array>
 #include <climits>
 #include <cstdlib>
+#include <string_view>
 
 #include <mach-o/dyld.h>
 #include <sys/sysctl.h>
@@ -31,6 +32,14 @@ std::string kernelVariable(const char* name) {
   return text.data();
 }
 
+// /tmp, /var and /etc are links into /private, and the system's own resolver shows paths as people know them.
+std::string withoutPrivate(const std::string& path) {
+  constexpr std::string_view shadowed = "/private";
+  if (!path.starts_with("/private/")) return path;
+  std::string known = path.substr(shadowed.size());
+  return ::access(known.c_str(), F_OK) == 0 ? known : path;
+}
+
 }  // namespace
 
 std::int64_t osMajor() {
@@ -48,8 +57,8 @@ std::optional<std::string> executablePath() {
   auto size = static_cast<std::uint32_t>(path.size());
   if (_NSGetExecutablePath(path.data(), &size) != 0) return std::nullopt;
   std::array<char, PATH_MAX> resolved{};
-  if (::realpath(path.data(), resolved.data()) == nullptr) return path.data();
-  return resolved.data();
+  if (::realpath(path.data(), resolved.data()) == nullptr) return withoutPrivate(path.data());
+  return withoutPrivate(resolved.data());
 }
 
 std::uint32_t effectiveUserId() { return ::geteuid(); }

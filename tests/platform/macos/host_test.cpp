@@ -64,5 +64,25 @@ TEST(MacHost, needsNoProductVersion) {
   EXPECT_EQ(osMajor(), 27);
 }
 
+// As /tmp is /private/tmp on a Mac. There is no such folder here, so the path is not resolved first.
+TEST(MacHost, namesTheProgramAsPeopleKnowItsPlace) {
+  const test::ScratchFolder scratch;
+  const std::string program = scratch.path("program");
+  virtual_mac::setExecutablePath("/private" + program);
+  EXPECT_EQ(executablePath(), "/private" + program) << "nothing stands at the rest";
+  test::put(program, "");
+  EXPECT_EQ(executablePath(), program);
+}
+
+TEST(MacHost, keepsWhatOnlyBeginsLikeThatPlace) {
+  const test::ScratchFolder scratch;
+  test::put(scratch.path("program"), "");
+  for (const std::string& path : {"/privately" + scratch.path("program"), std::string("/private"),
+                                  "/Private" + scratch.path("program")}) {
+    virtual_mac::setExecutablePath(path);
+    EXPECT_EQ(executablePath(), path);
+  }
+}
+
 }  // namespace
 }  // namespace brisko::platform

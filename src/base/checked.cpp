@@ -5,12 +5,18 @@
 
 namespace brisko {
 
-std::int64_t checkedInteger(double value) {
+std::optional<std::int64_t> fittingInteger(double value) {
   // 2^63 is a double, the largest 64-bit integer is not: hence the half-open range. NaN fails both sides.
   constexpr double beyond = 9223372036854775808.0;
   const double whole = std::trunc(value);
-  if (!(whole >= -beyond && whole < beyond)) fatal("a number does not fit a 64-bit integer");
+  if (!(whole >= -beyond && whole < beyond)) return std::nullopt;
   return static_cast<std::int64_t>(whole);
+}
+
+std::int64_t checkedInteger(double value) {
+  const auto integer = fittingInteger(value);
+  if (!integer) fatal("a number does not fit a 64-bit integer");
+  return *integer;
 }
 
 std::int64_t checkedProduct(std::int64_t left, std::int64_t right) {

@@ -1,16 +1,21 @@
 // base/checked.h
-// Conversions that must not go wrong quietly. A value outside the range ends the process at once, also in
-// release builds: one line on standard error, then abort. No exit hook runs and nothing can catch it.
+// Conversions that must not go wrong quietly. But where none is an answer, a value outside the range ends the
+// process at once, also in release builds: one line on standard error, then abort. No exit hook runs and
+// nothing can catch it.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace brisko {
 
 [[noreturn]] void fatal(std::string_view message);
 
-// Truncated toward zero. Fatal unless `value` is finite and the result fits.
+// Truncated toward zero. None unless `value` is finite and the result fits.
+[[nodiscard]] std::optional<std::int64_t> fittingInteger(double value);
+
+// The same, and what has no such integer is fatal.
 [[nodiscard]] std::int64_t checkedInteger(double value);
 
 // Fatal on overflow.

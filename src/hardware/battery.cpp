@@ -23,9 +23,18 @@ std::optional<std::int64_t> integerProperty(const platform::Dictionary& properti
   return value == nullptr ? std::nullopt : value->asInteger();
 }
 
-std::int64_t percentOf(std::int64_t current, std::int64_t max) {
+// The registry shows a negative number as unsigned at times. Of a floating-point number the whole part
+// counts.
+std::optional<std::int64_t> wholeNumber(const platform::Value& value) {
+  if (const auto integer = value.asWrappedInteger()) return integer;
+  const auto number = value.asDouble();
+  return number ? fittingInteger(*number) : std::nullopt;
+}
+
+// None beyond 64 bits.
+std::optional<std::int64_t> percentOf(std::int64_t current, std::int64_t max) {
   if (max < 1) return current;
-  return checkedInteger(std::round(static_cast<double>(current) / static_cast<double>(max) * 100.0));
+  return fittingInteger(std::round(static_cast<double>(current) / static_cast<double>(max) * 100.0));
 }
 
 }  // namespace
@@ -40,7 +49,9 @@ std::optional<PowerState> powerStateOf(const std::vector<platform::SharedDiction
     if (!source || !hasText(*source, "Type", "InternalBattery")) continue;
     const std::int64_t current = integerProperty(*source, "Current Capacity").value_or(0);
     const std::int64_t max = integerProperty(*source, "Max Capacity").value_or(100);
-    return PowerState{percentOf(current, max), hasText(*source, "Power Source State", "AC Power")};
+    const auto pct = percentOf(current, max);
+    if (!pct) return std::nullopt;
+    return PowerState{*pct, hasText(*source, "Power Source State", "AC Power")};
   }
   return std::nullopt;
 }
@@ -53,7 +64,7 @@ std::optional<std::int64_t> SmartBattery::amperageMA(const platform::Dictionary&
   constexpr std::int64_t garbage = 20'000;
   const platform::Value* value = platform::find(properties, "Amperage");
   if (value == nullptr) return std::nullopt;
-  const auto amperage = value->asWrappedInteger();
+  const auto amperage = wholeNumber(*value);
   if (!amperage || *amperage <= -garbage || *amperage >= garbage) return std::nullopt;
   return amperage;
 }
@@ -97,7 +108,7 @@ std::optional<bool> chargingNow() {
 
 std::optional<std::uint32_t> systemCapabilities() {
   const auto value = platform::registryProperty("IOPMrootDomain", "System Capabilities");
-  const auto word = value ? value->asWrappedInteger() : std::nullopt;
+  const auto word = value ? wholeNumber(*value) : std::nullopt;
   if (!word) return std::nullopt;
   return static_cast<std::uint32_t>(*word);
 }

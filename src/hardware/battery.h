@@ -20,7 +20,8 @@ struct PowerState {
 // Of the internal battery, as the system's power-source service publishes it.
 [[nodiscard]] std::optional<PowerState> powerState();
 
-// The same from descriptions in the system's order: the first source of type "InternalBattery" counts.
+// The same from descriptions in the system's order: the first source of type "InternalBattery" counts. None
+// too when its percentage does not fit 64 bits.
 [[nodiscard]] std::optional<PowerState> powerStateOf(const std::vector<platform::SharedDictionary>& sources);
 
 namespace SmartBattery {
@@ -28,8 +29,8 @@ namespace SmartBattery {
 // All properties of the battery's registry entry; null when there is none.
 [[nodiscard]] platform::SharedDictionary properties();
 
-// mA, positive while charging. None when missing or not below 20,000 mA either way: the gauge shows garbage
-// at times.
+// mA, positive while charging. None when missing, no number, or not below 20,000 mA either way: the gauge
+// shows garbage at times.
 [[nodiscard]] std::optional<std::int64_t> amperageMA(const platform::Dictionary& properties);
 
 // Battery power in watts, signed like the current. Needs a voltage above 0.

@@ -45,6 +45,16 @@ TEST(CheckedInteger, endsTheProcessBeyond64Bits) {
   }
 }
 
+TEST(FittingInteger, isNoneBeyond64Bits) {
+  EXPECT_EQ(fittingInteger(-70.9), -70);
+  EXPECT_EQ(fittingInteger(-beyond), smallest);
+  EXPECT_EQ(fittingInteger(std::nextafter(beyond, 0)), 9223372036854774784);
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  for (const double value : {beyond, std::nextafter(-beyond, -infinity), infinity, -infinity, std::nan("")}) {
+    EXPECT_EQ(fittingInteger(value), std::nullopt) << value;
+  }
+}
+
 TEST(CheckedProduct, takesAllThatFits64Bits) {
   EXPECT_EQ(checkedProduct(153722867280912930, 60), 9223372036854775800);
   EXPECT_EQ(checkedProduct(-153722867280912930, 60), -9223372036854775800);

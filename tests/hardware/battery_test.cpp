@@ -57,6 +57,18 @@ TEST(PowerStateOf, fillsInWhatIsMissingOrNoInteger) {
   EXPECT_EQ(percent({{"Current Capacity", 57.0}}), 0);
 }
 
+TEST(PowerStateOf, hasNoReadingOfAPercentageBeyond64Bits) {
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+  constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
+  EXPECT_EQ(percent({{"Current Capacity", most}, {"Max Capacity", 1}}), std::nullopt);
+  EXPECT_EQ(percent({{"Current Capacity", least}, {"Max Capacity", 99}}), std::nullopt);
+  EXPECT_EQ(percent({{"Current Capacity", most}, {"Max Capacity", most}}), 100);
+  EXPECT_EQ(percent({{"Current Capacity", least}, {"Max Capacity", 100}}), least);
+  EXPECT_EQ(percent({{"Current Capacity", most}, {"Max Capacity", 100}}), std::nullopt) << "2^63 as a double";
+  EXPECT_NE(percent({{"Current Capacity", most}, {"Max Capacity", 101}}), std::nullopt);
+  EXPECT_EQ(percent({{"Current Capacity", most}, {"Max Capacity", 0}}), most) << "unscaled";
+}
+
 TEST(PowerStateOf, isPluggedOnlyOnACPower) {
   const auto plugged = [](Dictionary properties) {
     return powerStateOf({source(std::move(properties))})->plugged;
@@ -123,7 +135,6 @@ TEST(Amperage, isAMagnitudeBelow20Amperes) {
   EXPECT_FALSE(amperageMA({{"Amperage", -20000}}));
   EXPECT_FALSE(amperageMA({{"Amperage", 25000}}));
   EXPECT_FALSE(amperageMA({{"Amperage", std::numeric_limits<std::int64_t>::min()}}));
-  EXPECT_FALSE(amperageMA({{"Amperage", 1200.0}}));
   EXPECT_FALSE(amperageMA({{"Amperage", "1200"}}));
   EXPECT_FALSE(amperageMA({{"Amperage", true}}));
   EXPECT_FALSE(amperageMA({}));
@@ -132,6 +143,19 @@ TEST(Amperage, isAMagnitudeBelow20Amperes) {
 TEST(Amperage, thatArrivesUnsignedIsANegativeCurrent) {
   EXPECT_EQ(SmartBattery::amperageMA({{"Amperage", std::uint64_t{18446744073709550616U}}}), -1000);
   EXPECT_FALSE(SmartBattery::amperageMA({{"Amperage", std::uint64_t{9223372036854775808U}}}));
+}
+
+TEST(Amperage, mayArriveAsAFloatingPointNumber) {
+  using SmartBattery::amperageMA;
+  EXPECT_EQ(amperageMA({{"Amperage", 1200.0}}), 1200);
+  EXPECT_EQ(amperageMA({{"Amperage", -1200.9}}), -1200);
+  EXPECT_EQ(amperageMA({{"Amperage", -0.5}}), 0);
+  EXPECT_EQ(amperageMA({{"Amperage", 19999.9}}), 19999);
+  EXPECT_FALSE(amperageMA({{"Amperage", 20000.0}}));
+  EXPECT_FALSE(amperageMA({{"Amperage", -20000.0}}));
+  EXPECT_FALSE(amperageMA({{"Amperage", 1e300}}));
+  EXPECT_FALSE(amperageMA({{"Amperage", std::numeric_limits<double>::infinity()}}));
+  EXPECT_FALSE(amperageMA({{"Amperage", std::numeric_limits<double>::quiet_NaN()}}));
 }
 
 TEST(BatteryPower, isCurrentTimesVoltage) {
@@ -229,6 +253,16 @@ TEST_F(Sensors, readTheCapabilities) {
   mac.number(ChangeKind::capabilities, 9);
   EXPECT_EQ(systemCapabilities(), 9U);
   mac.number(ChangeKind::capabilities, -1);
+  EXPECT_EQ(systemCapabilities(), std::nullopt);
+}
+
+TEST_F(Sensors, readCapabilitiesOfEveryKindOfNumber) {
+  mac.number(ChangeKind::capabilities, 9);
+  for (const auto kind : {PropertyFault::real, PropertyFault::unsignedInteger}) {
+    mac.property("System Capabilities", kind);
+    EXPECT_EQ(systemCapabilities(), 9U);
+  }
+  mac.property("System Capabilities", PropertyFault::text);
   EXPECT_EQ(systemCapabilities(), std::nullopt);
 }
 

@@ -178,7 +178,7 @@ struct System {
   bool asleep;                 // uptime and timers stand still while it is set
   std::uint32_t capabilities;  // "System Capabilities"
   bool capabilitiesReadable;
-  std::int64_t pretendedUserId;  // effective user id in virtual time; 0 root
+  std::int64_t pretendedUserId;  // effective user id; 0 root
   std::uint64_t lives;           // user clients opened so far
   ShortText daemonTeam;          // the team in the daemon's own code signature; "" unsigned
   bool daemonSignatureReadable;

@@ -51,6 +51,15 @@ TEST(HostContract, knowsTheRunningProgram) {
   EXPECT_GT(processId(), 0);
 }
 
+TEST(HostContract, runsAsTheUserOfTheMachine) {
+  ContractMachine mac;
+  EXPECT_EQ(effectiveUserId(), 0U);
+  mac.change({.kind = virtual_mac::ChangeKind::userId, .number = 501});
+  EXPECT_EQ(effectiveUserId(), 501U);
+  mac.change({.kind = virtual_mac::ChangeKind::userId, .number = 0});
+  EXPECT_EQ(effectiveUserId(), 0U);
+}
+
 TEST(HostContract, hasAFolderForTemporaryFiles) {
   const ContractMachine mac;
   const std::string folder = temporaryDirectory();

@@ -70,6 +70,18 @@ TEST(Vmac, makesAMacWhoseKeysAreClosed) {
   EXPECT_TRUE(mac.logs("charging via nothing: macOS 27 closed the keys Brisko writes, observing only"));
 }
 
+TEST(Vmac, letsTheDaemonBeStartedByAnotherUserThanRoot) {
+  const LiveMac mac;
+  mac.vmac("set", {"user=501"});
+  const auto refused = mac.daemon();
+  ASSERT_TRUE(refused->ends());
+  EXPECT_EQ(refused->status(), 1);
+  EXPECT_EQ(refused->errors(), "⛔️ brisko-daemon has to run as root (sudo).\n");
+  mac.vmac("set", {"user=0"});
+  const auto daemon = mac.daemon();
+  EXPECT_TRUE(mac.logs("brisko-daemon started"));
+}
+
 TEST(Vmac, refusesAFolderThatIsNotEmpty) {
   const LiveMac mac;
   const std::string before = test::contents(mac.folder() + "/machine");

@@ -31,8 +31,14 @@ std::optional<std::string> executablePath() {
   return std::string(path.data(), static_cast<std::size_t>(length));
 }
 
-// In the world of a virtual Mac the daemon is root, whoever runs it.
-std::uint32_t effectiveUserId() { return virtual_mac::attachedMachine() != nullptr ? 0 : ::geteuid(); }
+// In the world of a virtual Mac the daemon is root, whoever runs it, unless the machine says otherwise.
+std::uint32_t effectiveUserId() {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return ::geteuid();
+  return virtual_mac::readNow(*store, [](const virtual_mac::Machine& machine) {
+    return static_cast<std::uint32_t>(machine.system.pretendedUserId);
+  });
+}
 
 std::int64_t processId() { return ::getpid(); }
 

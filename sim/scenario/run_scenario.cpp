@@ -21,12 +21,33 @@ std::string clockText(const Stage& stage) {
 
 bool isSummary(const std::string& line) { return line.find("Z  cap ") != std::string::npos; }
 
-// The last lines; of summaries that follow each other the last alone.
+std::string leftOutLine(std::size_t count) {
+  return "… " + std::to_string(count) + (count == 1 ? " more summary" : " more summaries");
+}
+
+// The last lines; of summaries that follow each other the last alone, after a word on how many there were
+// more.
 std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
   std::vector<std::string> lines;
-  for (auto line = log.rbegin(); line != log.rend() && lines.size() < linesShown; ++line) {
-    if (lines.empty() || !isSummary(*line) || !isSummary(lines.back())) lines.push_back(*line);
+  std::size_t shown = 0;
+  std::size_t leftOut = 0;
+  bool afterSummary = false;
+  const auto noteLeftOut = [&] {
+    if (leftOut > 0) lines.push_back(leftOutLine(leftOut));
+    leftOut = 0;
+  };
+  for (auto line = log.rbegin(); line != log.rend() && shown < linesShown; ++line) {
+    const bool repeats = afterSummary && isSummary(*line);
+    afterSummary = isSummary(*line);
+    if (repeats) {
+      ++leftOut;
+      continue;
+    }
+    noteLeftOut();
+    lines.push_back(*line);
+    ++shown;
   }
+  noteLeftOut();
   std::reverse(lines.begin(), lines.end());
   return lines;
 }

@@ -14,6 +14,7 @@
 namespace brisko::lab {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
@@ -31,6 +32,12 @@ Ended run(const std::string& arguments) {
   const int status = ::pclose(pipe);
   if (WIFEXITED(status)) ended.status = WEXITSTATUS(status);
   return ended;
+}
+
+long countOf(const std::string& text, const std::string& piece) {
+  long count = 0;
+  for (auto at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++count;
+  return count;
 }
 
 class LabProgram : public ::testing::Test {
@@ -58,6 +65,25 @@ TEST_F(LabProgram, endsWith1AndTellsTheDifference) {
                                       "    expected: true\n    seen:     false\n"
                                       "  The end of the log until then:\n    2026-03-01T08:00:00Z  "));
   EXPECT_THAT(ended.output, HasSubstr("\n2 scenarios: 1 hold, 1 failed, 0 could not be read\n"));
+}
+
+// On the battery each percent brings a summary; the adapter then brings other lines.
+TEST_F(LabProgram, saysHowManySummariesItLeavesOutOfTheEndOfTheLog) {
+  test::put(folder.path("down.json"), R"({"story": "It drains.", "mac": {"percent": 90, "plugged": false},
+    "timeline": [{"at": "+30 min"}, {"do": "plug"}, {"at": "+30 s", "see": {"log": {"count": {"cap …": 0}}}}]})");
+  const Ended ended = run("run " + folder.path("down.json"));
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(ended.output, HasSubstr("seen:     6 times\n"));
+  EXPECT_THAT(
+      ended.output,
+      ContainsRegex("XPC listening on com.brisko.daemon.xpc\n    … 4 more summaries\n    [^ ]*Z  cap 80%"));
+  EXPECT_EQ(countOf(ended.output, "Z  cap "), 2) << "one of five, and the one that stands alone";
+}
+
+TEST_F(LabProgram, leavesNoSummaryOutOfALogThatRepeatsNone) {
+  const Ended ended = run("run " + folder.path("wrong.json"));
+  EXPECT_EQ(countOf(ended.output, "Z  cap "), 1);
+  EXPECT_EQ(countOf(ended.output, " more summar"), 0);
 }
 
 TEST_F(LabProgram, endsWith2ForABadFileAndPlaysTheOthers) {

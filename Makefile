@@ -8,7 +8,7 @@ help:
 	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
 	@echo 'make test      everything that is tested: format, both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     speed and memory, each beside its target'
-	@echo 'make campaign  made-up users and faults over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
+	@echo 'make campaign  generated users and faults over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
 	@echo 'make fuzz      random bytes for everything that parses, SECONDS=60 for each reader'
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    bring the C++ files into the format'

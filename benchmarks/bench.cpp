@@ -39,7 +39,7 @@ ProcessFigures processFigures(long pid) {
 
 namespace {
 
-std::string judged(const Figure& figure) {
+std::string rated(const Figure& figure) {
   if (figure.kind == Target::none) return "";
   const bool met =
       figure.kind == Target::atMost ? figure.value <= figure.target : figure.value >= figure.target;
@@ -62,7 +62,7 @@ void print(const std::vector<Figure>& figures) {
   std::printf("%-58s %14s %-8s %-12s\n", "figure", "measured", "unit", "target");
   for (const Figure& figure : figures) {
     std::printf("%-58s %14.10g %-8s %-12s %s\n", figure.name.c_str(), figure.value, figure.unit.c_str(),
-                targetText(figure).c_str(), judged(figure).c_str());
+                targetText(figure).c_str(), rated(figure).c_str());
   }
 }
 

@@ -114,14 +114,14 @@ double realNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-struct Spell {
+struct LoadSample {
   double machineMinutes = 0;
   double waits = 0;
   double cpuSeconds = 0;
 };
 
 // What a process does while the machine runs at `speed` for `seconds` of real time.
-Spell observe(Machine& machine, pid_t pid, double speed, double seconds) {
+LoadSample observe(Machine& machine, pid_t pid, double speed, double seconds) {
   if (!machine.speed(speed)) return {};
   sleepFor(0.3);  // the change of speed is its own wake-up
   const ProcessFigures before = processFigures(pid);
@@ -144,9 +144,9 @@ double slowestProbe(const Machine& machine) {
   return slowest;
 }
 
-double microsecondsPerTick(const Spell& spell) {
+double microsecondsPerTick(const LoadSample& sample) {
   constexpr double ticksPerMinute = 5;
-  return spell.cpuSeconds * 1e6 / (spell.machineMinutes * ticksPerMinute);
+  return sample.cpuSeconds * 1e6 / (sample.machineMinutes * ticksPerMinute);
 }
 
 }  // namespace
@@ -160,11 +160,11 @@ std::vector<Figure> liveFigures() {
   if (probe < 0) return {};
   std::vector<Figure> figures;
   figures.push_back({"--probe answers, the slowest of 50", probe, "ms", Target::atMost, 50});
-  Spell daemonSpell;
+  LoadSample daemonSample;
   {
     const Running daemon({sibling("brisko-daemon")}, machine.folder());
     sleepFor(1);
-    const Spell steady = observe(machine, daemon.pid(), gentle, 10);
+    const LoadSample steady = observe(machine, daemon.pid(), gentle, 10);
     const ProcessFigures process = processFigures(daemon.pid());
     if (process.threads == 0) return {};
     figures.push_back({"threads", process.threads, "", Target::atMost, 1});
@@ -172,15 +172,15 @@ std::vector<Figure> liveFigures() {
     figures.push_back({"private memory", process.privateKB / 1024, "MB"});
     figures.push_back(
         {"wake-ups a minute in a steady hold", steady.waits / steady.machineMinutes, "", Target::atMost, 8});
-    daemonSpell = observe(machine, daemon.pid(), hurried, 5);
+    daemonSample = observe(machine, daemon.pid(), hurried, 5);
   }
   // The daemon gave the charge back when it ended; the floor program is to meet the same steady hold.
   if (!machine.hold()) return {};
-  const Running floor({sibling("brisko-floor")}, machine.folder());
+  const Running floor({sibling("brisko-baseline")}, machine.folder());
   sleepFor(0.5);
-  const Spell floorSpell = observe(machine, floor.pid(), hurried, 5);
-  const double own = microsecondsPerTick(daemonSpell);
-  const double least = microsecondsPerTick(floorSpell);
+  const LoadSample baselineSample = observe(machine, floor.pid(), hurried, 5);
+  const double own = microsecondsPerTick(daemonSample);
+  const double least = microsecondsPerTick(baselineSample);
   figures.push_back({"processor time per tick, whole loop", own, "us"});
   figures.push_back({"processor time per tick of the floor program", least, "us"});
   figures.push_back({"the daemon's as a multiple of the floor's", own / least, "", Target::atMost, 2});

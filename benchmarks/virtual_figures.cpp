@@ -60,7 +60,7 @@ class SteadyMachine {
   SteadyMachine(const SteadyMachine&) = delete;
   SteadyMachine& operator=(const SteadyMachine&) = delete;
 
-  double now() { return store_->look().machine().now; }
+  double now() { return store_->view().machine().now; }
   void change(const virtual_mac::Change& change) { virtual_mac::apply(store_->update().machine(), change); }
   // The machine's own journal fills with time; its room is taken from the beginning, so as not to count.
   void touchJournal() {
@@ -69,7 +69,7 @@ class SteadyMachine {
   }
   // Wakes that stand on the system's list for the future.
   double pendingWakes() {
-    const auto look = store_->look();
+    const auto look = store_->view();
     const auto& events = look.machine().sleep.events;
     const double now = virtual_mac::wallClock(look.machine());
     return static_cast<double>(std::count_if(events.begin(), events.end(), [now](const auto& event) {
@@ -82,7 +82,7 @@ class SteadyMachine {
   std::unique_ptr<MachineStore> store_;
 };
 
-// What a life tells its parent at given days.
+// What a process tells its parent at given days.
 struct Milestone {
   double seconds = 0;     // real time since its start
   double cpuSeconds = 0;  // likewise; the same on a computer with nothing else to do
@@ -91,7 +91,7 @@ struct Milestone {
   double threads = 0;
   double descriptors = 0;
 };
-struct Told {
+struct YearFigures {
   Milestone month;
   Milestone year;
   double nights = 0;
@@ -104,21 +104,25 @@ double openDescriptors() {
   return static_cast<double>(std::distance(begin(all), end(all)));
 }
 
-// How a year of one life passes, and what is told of it.
+// How a year of one process passes, and what is told of it.
 class Year {
  public:
-  Year(SteadyMachine& machine, Told& told, bool withNights)
-      : machine_(machine), told_(told), withNights_(withNights), begin_(machine.now()), start_(realNow()) {}
+  Year(SteadyMachine& machine, YearFigures& yearFigures, bool withNights)
+      : machine_(machine),
+        yearFigures_(yearFigures),
+        withNights_(withNights),
+        begin_(machine.now()),
+        start_(realNow()) {}
 
   // The machine stands at a moment that was asked for; the next such moment.
   double reached() {
     const double now = machine_.now();
-    if (told_.month.seconds == 0 && now >= begin_ + 30 * day) told_.month = milestone();
+    if (yearFigures_.month.seconds == 0 && now >= begin_ + 30 * day) yearFigures_.month = milestone();
     if (now >= begin_ + 365 * day) {
-      told_.year = milestone();
+      yearFigures_.year = milestone();
       ::_exit(0);
     }
-    return withNights_ ? nextOfTheNights(now) : begin_ + (told_.month.seconds == 0 ? 30 : 365) * day;
+    return withNights_ ? nextOfTheNights(now) : begin_ + (yearFigures_.month.seconds == 0 ? 30 : 365) * day;
   }
 
  private:
@@ -142,10 +146,10 @@ class Year {
       return begin_ + today + evening + bedtime;
     }
     if (hour < morning) {
-      told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
+      yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.pendingWakes());
       return begin_ + today + morning;
     }
-    told_.mostPendingWakes = std::max(told_.mostPendingWakes, machine_.pendingWakes());
+    yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.pendingWakes());
     machine_.change({.kind = virtual_mac::ChangeKind::wake});
     return begin_ + today + day + evening;
   }
@@ -154,11 +158,11 @@ class Year {
     const auto charge = std::uniform_int_distribution<int>(40, 95)(random_);
     machine_.change({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
     machine_.change({.kind = virtual_mac::ChangeKind::sleep});
-    told_.nights += 1;
+    yearFigures_.nights += 1;
   }
 
   SteadyMachine& machine_;
-  Told& told_;
+  YearFigures& yearFigures_;
   bool withNights_;
   double begin_;
   double start_;
@@ -166,7 +170,7 @@ class Year {
   std::minstd_rand random_{20261121};
 };
 
-[[noreturn]] void live(SteadyMachine& machine, Year& year) {
+[[noreturn]] void simulate(SteadyMachine& machine, Year& year) {
   const int nowhere = ::open("/dev/null", O_WRONLY);
   ::dup2(nowhere, STDOUT_FILENO);
   // The first measurement brings code of its own into memory; what counts is what comes after it.
@@ -179,20 +183,21 @@ class Year {
 }
 
 // What a year in a process of its own tells; nothing when it did not come to its end.
-std::optional<Told> liveAYear(bool withNights) {
-  void* shared = ::mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+std::optional<YearFigures> simulateYear(bool withNights) {
+  void* shared =
+      ::mmap(nullptr, sizeof(YearFigures), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) return std::nullopt;
-  Told& told = *new (shared) Told;
+  YearFigures& yearFigures = *new (shared) YearFigures;
   SteadyMachine machine;
   const pid_t child = ::fork();
   if (child == 0) {
-    Year year(machine, told, withNights);
-    live(machine, year);
+    Year year(machine, yearFigures, withNights);
+    simulate(machine, year);
   }
   static_cast<void>(::waitpid(child, nullptr, 0));
   virtual_mac::attachMachine(nullptr);
-  const Told kept = told;
-  ::munmap(shared, sizeof(Told));
+  const YearFigures kept = yearFigures;
+  ::munmap(shared, sizeof(YearFigures));
   if (kept.year.seconds == 0) return std::nullopt;
   return kept;
 }
@@ -207,15 +212,16 @@ void addGrowth(std::vector<Figure>& figures, const std::string& what, double mon
 
 std::vector<Figure> virtualFigures() {
   std::vector<Figure> figures;
-  const auto steady = liveAYear(false);
-  const auto nights = liveAYear(true);
+  const auto steady = simulateYear(false);
+  const auto nights = simulateYear(true);
   if (!steady || !nights) return figures;
   figures.push_back({yearFigure, steady->year.cpuSeconds, "s", Target::atMost, 120});
   figures.push_back({"virtual time over real time, a steady year", 365 * day / steady->year.seconds, "x",
                      Target::atLeast, 200'000});
-  addGrowth(figures, "a steady life: resident memory", steady->month.residentKB, steady->year.residentKB,
+  addGrowth(figures, "a steady process: resident memory", steady->month.residentKB, steady->year.residentKB,
             "KB");
-  addGrowth(figures, "a steady life: private memory", steady->month.privateKB, steady->year.privateKB, "KB");
+  addGrowth(figures, "a steady process: private memory", steady->month.privateKB, steady->year.privateKB,
+            "KB");
   figures.push_back({"a year of nights: nights", nights->nights, "", Target::atLeast, 365});
   figures.push_back({"virtual time over real time", 365 * day / nights->year.seconds, "x"});
   figures.push_back({"pending wakes at any time", nights->mostPendingWakes, "", Target::atMost, 1});

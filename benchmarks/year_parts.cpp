@@ -53,7 +53,7 @@ double yearOf(double interval, const std::function<void()>& work) {
 // The same machine and the same timers in virtual time, with nobody doing anything when they fire.
 double yearOfTheMachine() {
   constexpr double days = 20 * 86'400.0;
-  const double begin = virtual_mac::attachedMachine()->look().machine().now;
+  const double begin = virtual_mac::attachedMachine()->view().machine().now;
   const platform::TimerToken heartbeat = platform::addRepeatingTimer(12, [] {});
   const platform::TimerToken statistics = platform::addRepeatingTimer(20, [] {});
   virtual_mac::setHorizon(begin + days, [] {
@@ -70,7 +70,7 @@ double yearOfTheMachine() {
 
 void drop(bool) {}
 
-// What a pass of a steady hold asks the controller.
+// What a tick of a steady hold asks the controller.
 void askController() {
   drop(readTemp().has_value());
   for (int times = 0; times < 4; ++times) drop(adapterPresent());

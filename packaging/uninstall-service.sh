@@ -49,7 +49,7 @@ fail() {
   exit 1
 }
 
-# What went wrong is said at once and in the exit status; the rest goes on.
+# What went wrong is said at once and in the exit status; the rest continues.
 complain() {
   printf '%s\n' "$*" >&2
   complaints=yes
@@ -88,7 +88,7 @@ is_loaded() {
 
 # A daemon that is told to end gives the charge back first. What counts is whether the job is gone: told to stop,
 # the launch service may answer before it is. With the job still there nothing is removed, since a daemon without
-# its files would go on holding the charge.
+# its files would continue holding the charge.
 stop_job() {
   is_loaded || return 0
   removed=yes
@@ -103,7 +103,7 @@ stop_job() {
   say "Stopped the service $label."
 }
 
-# held_by_log: what the log says of the last life of the daemon. "no": it ended in good order, which gives the
+# held_by_log: what the log says of the last process of the daemon. "no": it ended in good order, which gives the
 # charge back. "yes": it was cut off. Nothing: the log does not know.
 held_by_log() {
   for log in "$logs/daemon.log.1" "$logs/daemon.log"; do

@@ -81,80 +81,81 @@ std::vector<std::string> wrapped(const std::string& text, std::size_t most) {
 // ---------------------------------------------------------------------------------------------------------
 // Stretches of time in which something stays as it is
 
-struct Look {
+struct RowStyle {
   const char* style;
   std::string word;
 };
-using LookOf = std::function<std::optional<Look>(const Moment&)>;
+using StyleOf = std::function<std::optional<RowStyle>(const Moment&)>;
 
-struct Stretch {
+struct Interval {
   double from, until;
   std::size_t first;  // index of its first moment
-  Look look;
+  RowStyle look;
 };
 
-bool same(const std::optional<Look>& one, const std::optional<Look>& other) {
+bool same(const std::optional<RowStyle>& one, const std::optional<RowStyle>& other) {
   return one.has_value() == other.has_value() && (!one || one->word == other->word);
 }
 
-std::vector<Stretch> stretchesOf(const std::vector<Moment>& moments, const LookOf& lookOf) {
-  std::vector<Stretch> stretches;
-  std::optional<Look> look;
+std::vector<Interval> intervalsOf(const std::vector<Moment>& moments, const StyleOf& styleOf) {
+  std::vector<Interval> intervals;
+  std::optional<RowStyle> look;
   std::size_t first = 0;
   const auto close = [&](double until) {
-    if (look) stretches.push_back({moments[first].time, until, first, *look});
+    if (look) intervals.push_back({moments[first].time, until, first, *look});
   };
   for (std::size_t index = 0; index < moments.size(); ++index) {
     const Moment& moment = moments[index];
-    auto next = lookOf(moment);
+    auto next = styleOf(moment);
     if (index > 0 && !moment.afterGap && same(look, next)) continue;
     close(moment.afterGap ? moments[index - 1].time : moment.time);
     look = std::move(next);
     first = index;
   }
   close(moments.back().time);
-  return stretches;
+  return intervals;
 }
 
-std::optional<Look> stateLook(const std::optional<ChargeState>& state) {
+std::optional<RowStyle> stateStyle(const std::optional<ChargeState>& state) {
   if (!state) return std::nullopt;
-  return Look{stateName(*state), stateWord(state)};
+  return RowStyle{stateName(*state), stateWord(state)};
 }
 
-std::optional<Look> lightLook(const Moment& moment) {
+std::optional<RowStyle> lightStyle(const Moment& moment) {
   constexpr std::array styles{"system", "dark", "green", "orange", "blinking"};
   if (!moment.light) return std::nullopt;
-  return Look{styles.at(static_cast<std::size_t>(*moment.light)), lightWord(moment.light)};
+  return RowStyle{styles.at(static_cast<std::size_t>(*moment.light)), lightWord(moment.light)};
 }
 
-std::optional<Look> supplyLook(const Moment& moment) {
+std::optional<RowStyle> supplyStyle(const Moment& moment) {
   constexpr std::array styles{"none", "discharge", "connected"};
   if (!moment.supply) return std::nullopt;
-  return Look{styles.at(static_cast<std::size_t>(*moment.supply)), supplyWord(moment.supply)};
+  return RowStyle{styles.at(static_cast<std::size_t>(*moment.supply)), supplyWord(moment.supply)};
 }
 
-std::optional<Look> wakefulnessLook(const Moment& moment) {
+std::optional<RowStyle> wakefulnessStyle(const Moment& moment) {
   constexpr std::array styles{"awake", "dark-wake", "asleep", "dark"};
   if (!moment.wakefulness) return std::nullopt;
-  return Look{styles.at(static_cast<std::size_t>(*moment.wakefulness)), wakefulnessWord(moment.wakefulness)};
+  return RowStyle{styles.at(static_cast<std::size_t>(*moment.wakefulness)),
+                  wakefulnessWord(moment.wakefulness)};
 }
 
-std::optional<Look> occasionLook(const Moment& moment) {
+std::optional<RowStyle> occasionStyle(const Moment& moment) {
   if (moment.occasion == Occasion::none) return std::nullopt;
   const char* style = moment.occasion == Occasion::heat    ? "hot"
                       : moment.occasion == Occasion::topUp ? "top-up"
                                                            : "calibration";
-  return Look{style, occasionWord(moment.occasion)};
+  return RowStyle{style, occasionWord(moment.occasion)};
 }
 
-std::optional<Look> asleepLook(const Moment& moment) {
+std::optional<RowStyle> asleepStyle(const Moment& moment) {
   if (moment.wakefulness != Wakefulness::asleep) return std::nullopt;
-  return Look{"night", ""};
+  return RowStyle{"night", ""};
 }
 
-std::optional<Look> bandLook(const Moment& moment) {
+std::optional<RowStyle> bandStyle(const Moment& moment) {
   if (!moment.band) return std::nullopt;
-  return Look{"band", std::to_string(moment.band->lower) + " " + std::to_string(moment.band->upper)};
+  return RowStyle{"band", std::to_string(moment.band->lower) + " " + std::to_string(moment.band->upper)};
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -333,7 +334,7 @@ class Drawing {
 
   void drawNights(double top, double bottom) {
     std::string boxes;
-    for (const Stretch& night : stretchesOf(moments_, asleepLook)) {
+    for (const Interval& night : intervalsOf(moments_, asleepStyle)) {
       boxes += box(xOf(night.from), top, xOf(night.until), bottom);
     }
     body_ += path("night", boxes);
@@ -415,21 +416,21 @@ class Drawing {
     std::string boxes;
     std::string uppers;
     std::string lowers;
-    double toldUntil = 0;
-    for (const Stretch& stretch : stretchesOf(moments_, bandLook)) {
-      const Bounds& band = *moments_[stretch.first].band;
-      const double left = xOf(stretch.from);
-      const double right = xOf(stretch.until);
+    double drawnUntil = 0;
+    for (const Interval& interval : intervalsOf(moments_, bandStyle)) {
+      const Bounds& band = *moments_[interval.first].band;
+      const double left = xOf(interval.from);
+      const double right = xOf(interval.until);
       const double top = chart_.charge.at(static_cast<double>(band.upper));
       const double bottom = chart_.charge.at(static_cast<double>(band.lower));
       boxes += box(left, top, right, bottom);
       uppers += "M" + coordinate(left) + " " + coordinate(top) + "H" + coordinate(right);
       lowers += "M" + coordinate(left) + " " + coordinate(bottom) + "H" + coordinate(right);
       const std::string words = "limit " + std::to_string(band.upper) + " %";
-      if (right - left < widthOf(words) + 8 || left < toldUntil) continue;
+      if (right - left < widthOf(words) + 8 || left < drawnUntil) continue;
       bandWords_ += label("limit-word", left + 4, top - 4, words);
       bandWords_ += label("limit-word", left + 4, bottom + 12, std::to_string(band.lower) + " %");
-      toldUntil = left + widthOf(words) + 8;
+      drawnUntil = left + widthOf(words) + 8;
     }
     body_ += path("band", boxes) + path("upper", uppers) + path("lower", lowers);
   }
@@ -452,26 +453,26 @@ class Drawing {
 
   void drawRows() {
     y_ += 10;
-    drawRow("Occasion", occasionLook);
-    drawRow("Daemon", [](const Moment& moment) { return stateLook(moment.state); });
-    drawRow("Hardware", [](const Moment& moment) { return stateLook(moment.hardware); });
-    drawRow("Light", lightLook);
-    drawRow("Adapter", supplyLook);
-    drawRow("Mac", wakefulnessLook);
+    drawRow("Occasion", occasionStyle);
+    drawRow("Daemon", [](const Moment& moment) { return stateStyle(moment.state); });
+    drawRow("Hardware", [](const Moment& moment) { return stateStyle(moment.hardware); });
+    drawRow("Light", lightStyle);
+    drawRow("Adapter", supplyStyle);
+    drawRow("Mac", wakefulnessStyle);
     drawLogRow();
   }
 
-  void drawRow(const std::string& name, const LookOf& lookOf) {
-    const std::vector<Stretch> stretches = stretchesOf(moments_, lookOf);
-    if (stretches.empty()) return;
+  void drawRow(const std::string& name, const StyleOf& styleOf) {
+    const std::vector<Interval> intervals = intervalsOf(moments_, styleOf);
+    if (intervals.empty()) return;
     std::map<std::string, std::string> boxes;
     std::string words;
-    for (const Stretch& stretch : stretches) {
-      const double left = xOf(stretch.from);
-      const double right = xOf(stretch.until);
-      boxes[stretch.look.style] += box(left, y_, right, y_ + rowHeight);
-      if (right - left < widthOf(stretch.look.word) + 6) continue;
-      words += label(std::string("word on-") + stretch.look.style, left + 4, y_ + 11.5, stretch.look.word);
+    for (const Interval& interval : intervals) {
+      const double left = xOf(interval.from);
+      const double right = xOf(interval.until);
+      boxes[interval.look.style] += box(left, y_, right, y_ + rowHeight);
+      if (right - left < widthOf(interval.look.word) + 6) continue;
+      words += label(std::string("word on-") + interval.look.style, left + 4, y_ + 11.5, interval.look.word);
     }
     body_ += label("row", plotLeft - 6, y_ + 11.5, name);
     for (const auto& [style, steps] : boxes) body_ += path("look " + style, steps);

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 constexpr std::string_view suffix = ".jsonl";
-constexpr std::size_t brokenShown = 5;
+constexpr std::size_t skippedShown = 5;
 // While the daemon runs and the Mac is awake, a line comes after 300 s at the latest, and one tick.
 constexpr double longestSilence = 600;  // seconds
 
@@ -78,7 +78,7 @@ std::optional<double> numberAt(const Json& object, const char* key, double unit,
   return number >= least && number <= most ? std::optional(number) : std::nullopt;
 }
 
-std::optional<bool> truthAt(const Json& object, const char* key) {
+std::optional<bool> flagAt(const Json& object, const char* key) {
   const auto found = object.find(key);
   if (found == object.end() || !found->is_boolean()) return std::nullopt;
   return found->get<bool>();
@@ -100,7 +100,7 @@ Line readLine(const std::string& text, double day) {
   const auto time = numberAt(object, "t", 1, day - farthestZone, day + 86400 + farthestZone);
   moment.level = numberAt(object, "p", 1, 0, 100);
   moment.state = stateAt(object);
-  const auto plugged = truthAt(object, "g");
+  const auto plugged = flagAt(object, "g");
   if (!time) return {.fault = "\"t\" is no time of that day"};
   if (!moment.level) return {.fault = "\"p\" is no percentage"};
   if (!moment.state) return {.fault = "\"s\" is no state"};
@@ -109,7 +109,7 @@ Line readLine(const std::string& text, double day) {
   moment.supply = !*plugged                                ? Supply::none
                   : moment.state == ChargeState::discharge ? Supply::cut
                                                            : Supply::connected;
-  if (truthAt(object, "hot").value_or(false)) moment.occasion = Occasion::heat;
+  if (flagAt(object, "hot").value_or(false)) moment.occasion = Occasion::heat;
   moment.temperatureC = numberAt(object, "ct", 10, -60, 150);
   moment.watts = numberAt(object, "wt", 10, -1000, 1000);
   return {.moment = moment};
@@ -130,8 +130,8 @@ void readFile(const fs::path& path, HistoryReading& reading) {
       reading.picture.moments.push_back(*line.moment);
       continue;
     }
-    if (reading.broken++ < brokenShown) {
-      reading.firstBroken.push_back(name + ":" + std::to_string(number) + ": " + line.fault);
+    if (reading.skipped++ < skippedShown) {
+      reading.firstSkipped.push_back(name + ":" + std::to_string(number) + ": " + line.fault);
     }
   }
   // What was read before an error counts; an empty file has nothing to tell.
@@ -185,8 +185,8 @@ std::optional<HistoryReading> readHistory(const std::string& folder, std::string
       "Where more than ten minutes lie between two lines, the Mac slept, was off, or the daemon did not run "
       "or "
       "kept no history: nothing is drawn there.");
-  if (reading.broken > 0) {
-    reading.picture.notes.push_back(counted(reading.broken, "line was", "lines were") +
+  if (reading.skipped > 0) {
+    reading.picture.notes.push_back(counted(reading.skipped, "line was", "lines were") +
                                     " left out, being broken.");
   }
   return reading;

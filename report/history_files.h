@@ -13,8 +13,8 @@ namespace brisko::lab {
 struct HistoryReading {
   Picture picture = {};
   std::size_t files = 0;
-  std::size_t broken = 0;                     // lines that are left out
-  std::vector<std::string> firstBroken = {};  // the first few of them, with file, line and reason
+  std::size_t skipped = 0;                     // lines that are left out
+  std::vector<std::string> firstSkipped = {};  // the first few of them, with file, line and reason
 };
 
 // The samples of all day files in the folder, or where they lie below it: in "history", or in the daemon's

@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 scripts() {
   grep --recursive --files-with-matches --extended-regexp --max-count=1 '^(#!.*[ /](ba)?sh$|# shellcheck shell=)' \
-    scripts packaging tests/packaging/stand_ins .ci | LC_ALL=C sort
+    scripts packaging tests/packaging/fakes .ci | LC_ALL=C sort
 }
 
 scripts | xargs --no-run-if-empty shellcheck --external-sources --source-path=.:SCRIPTDIR

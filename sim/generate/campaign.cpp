@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "sim/generate/commit.h"
-#include "sim/generate/players.h"
 #include "sim/generate/shrink.h"
-#include "sim/invariants/watch.h"
+#include "sim/generate/worker_pool.h"
+#include "sim/invariants/invariant_checker.h"
 #include "sim/scenario/timing.h"
 
 namespace brisko::lab {
@@ -26,7 +26,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds terminalEvery{500};
 constexpr milliseconds fileEvery{10000};
-constexpr std::chrono::seconds breakingOffTakes{20};  // at most
+constexpr std::chrono::seconds cancelTimeout{20};  // at most
 
 // --- Control-C
 
@@ -71,32 +71,32 @@ std::string seedsText(const Seeds& seeds) {
   return std::to_string(seeds.first) + ".." + std::to_string(seeds.last);
 }
 
-std::string commandFor(const CampaignOrder& order, std::uint64_t seed) {
-  return "brisko-lab campaign --seeds " + seedsText({seed, seed}) + " --days " + std::to_string(order.days) +
-         " --faults " + std::string(nameOf(order.faults));
+std::string commandFor(const CampaignOptions& options, std::uint64_t seed) {
+  return "brisko-lab campaign --seeds " + seedsText({seed, seed}) + " --days " +
+         std::to_string(options.days) + " --faults " + std::string(nameOf(options.faults));
 }
 
 std::string invariantText(const Verdict& verdict) {
-  if (verdict.went == Went::nowhere) return "The lab plays every story to its end.";
+  if (verdict.result == Result::crashed) return "Every generated scenario runs to its end.";
   return std::to_string(verdict.invariant) + ". " + invariantWords(verdict.invariant);
 }
 
-std::string eventText(const Story& story, const Verdict& verdict) {
-  if (!verdict.happening || *verdict.happening >= story.happenings.size()) return "none yet";
-  const Happening& last = story.happenings[*verdict.happening];
-  return last.action.dump() + ", step " + std::to_string(*verdict.happening) + ", " +
+std::string eventText(const GeneratedScenario& scenario, const Verdict& verdict) {
+  if (!verdict.timedAction || *verdict.timedAction >= scenario.timedActions.size()) return "none yet";
+  const TimedAction& last = scenario.timedActions[*verdict.timedAction];
+  return last.action.dump() + ", step " + std::to_string(*verdict.timedAction) + ", " +
          spanText(static_cast<double>(last.at)) + " after the beginning";
 }
 
-std::string failureText(const CampaignOrder& order, std::uint64_t seed, const Verdict& verdict) {
-  const Story story = randomStory(seed, order.days, order.faults);
+std::string failureText(const CampaignOptions& options, std::uint64_t seed, const Verdict& verdict) {
+  const GeneratedScenario scenario = generateScenario(seed, options.days, options.faults);
   std::string text = "seed " + std::to_string(seed) + " (commit " + commitOfBuild() + ")\n";
-  if (verdict.went == Went::wrong) {
+  if (verdict.result == Result::failed) {
     text += "  when:      " + momentText(verdict.begin + verdict.at) + " of machine time, after " +
-            spanText(verdict.at) + "\n  event:     " + eventText(story, verdict) + "\n";
+            spanText(verdict.at) + "\n  event:     " + eventText(scenario, verdict) + "\n";
   }
   text += "  invariant: " + invariantText(verdict) + "\n  seen:      " + verdict.seen +
-          "\n  again:     " + commandFor(order, seed) + "\n";
+          "\n  again:     " + commandFor(options, seed) + "\n";
   if (!verdict.log.empty()) text += "  The end of the log until then:\n";
   for (const std::string& line : verdict.log) text += "    " + line + "\n";
   return text;
@@ -106,122 +106,125 @@ std::string failureText(const CampaignOrder& order, std::uint64_t seed, const Ve
 
 class Campaign {
  public:
-  Campaign(const CampaignOrder& order, const Voices& voices, const PlaySeed& play)
-      : order_(order), voices_(voices), play_(play), players_(order.jobs) {}
+  Campaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed)
+      : options_(options), output_(output), runSeed_(runSeed), pool_(options.jobs) {}
 
   int run() {
     const Interruptible untilTheEnd;
     while (gInterrupted == 0 && !isDone()) {
-      while (!players_.allBusy() && next_ <= order_.seeds.last) beginNext();
-      collect(whisperEvery());
-      whisperProgress();
+      while (!pool_.allBusy() && next_ <= options_.seeds.last) beginNext();
+      collect(progressInterval());
+      updateProgress();
     }
-    if (gInterrupted != 0) breakOff();
-    tellPlayed(order_.seeds.last);
-    whisperEnd();
-    tellSummary();
+    if (gInterrupted != 0) cancel();
+    printFinished(options_.seeds.last);
+    showFinalProgress();
+    printSummary();
     if (gInterrupted != 0) return campaignInterrupted;
-    shrinkWrongOnes();
+    shrinkFailures();
     if (gInterrupted != 0) return campaignInterrupted;
-    return failures_ == 0 ? campaignHolds : campaignFails;
+    return failures_ == 0 ? campaignPassed : campaignFailed;
   }
 
  private:
-  [[nodiscard]] bool isDone() const { return next_ > order_.seeds.last && players_.allIdle(); }
-  [[nodiscard]] milliseconds whisperEvery() const { return voices_.onTerminal ? terminalEvery : fileEvery; }
+  [[nodiscard]] bool isDone() const { return next_ > options_.seeds.last && pool_.allIdle(); }
+  [[nodiscard]] milliseconds progressInterval() const {
+    return output_.onTerminal ? terminalEvery : fileEvery;
+  }
 
   void beginNext() {
     const std::uint64_t seed = next_++;
-    players_.begin(seed, [this, seed](const GoesOn& goesOn) { return play_(seed, goesOn); });
+    pool_.begin(
+        seed, [this, seed](const ShouldContinue& shouldContinue) { return runSeed_(seed, shouldContinue); });
   }
 
   void collect(milliseconds atMost) {
-    for (Players::Ended& ended : players_.wait(atMost)) {
-      if (ended.verdict.went == Went::brokenOff) continue;
-      ++played_;
+    for (WorkerPool::Ended& ended : pool_.wait(atMost)) {
+      if (ended.verdict.result == Result::cancelled) continue;
+      ++finished_;
       seconds_ += ended.verdict.seconds;
-      if (ended.verdict.went != Went::well) ++failures_;
+      if (ended.verdict.result != Result::passed) ++failures_;
       verdicts_[ended.number] = std::move(ended.verdict);
     }
-    tellPlayed(toldUpTo());
+    printFinished(printableUpTo());
   }
 
   // The last seed before which all have been played.
-  [[nodiscard]] std::uint64_t toldUpTo() const {
-    std::uint64_t seed = told_;
+  [[nodiscard]] std::uint64_t printableUpTo() const {
+    std::uint64_t seed = printed_;
     while (verdicts_.contains(seed)) ++seed;
     return seed - 1;
   }
 
   // In the order of the seeds, whoever was played first.
-  void tellPlayed(std::uint64_t last) {
-    for (; told_ <= last; ++told_) {
-      const auto found = verdicts_.find(told_);
-      if (found == verdicts_.end() || found->second.went == Went::well) continue;
-      clearWhisper();
-      voices_.tell(failureText(order_, told_, found->second));
+  void printFinished(std::uint64_t last) {
+    for (; printed_ <= last; ++printed_) {
+      const auto found = verdicts_.find(printed_);
+      if (found == verdicts_.end() || found->second.result == Result::passed) continue;
+      clearProgress();
+      output_.print(failureText(options_, printed_, found->second));
     }
   }
 
-  void breakOff() {
-    players_.breakOff();
-    const auto end = Clock::now() + breakingOffTakes;
-    while (!players_.allIdle() && Clock::now() < end) collect(milliseconds(100));
+  void cancel() {
+    pool_.cancel();
+    const auto end = Clock::now() + cancelTimeout;
+    while (!pool_.allIdle() && Clock::now() < end) collect(milliseconds(100));
   }
 
   // --- How far it is
 
-  [[nodiscard]] double daysPlayed() const { return (seconds_ + players_.secondsUnderWay()) / 86400; }
+  [[nodiscard]] double daysRun() const { return (seconds_ + pool_.secondsUnderWay()) / 86400; }
   [[nodiscard]] double minutes() const {
-    return std::chrono::duration<double, std::ratio<60>>(Clock::now() - begun_).count();
+    return std::chrono::duration<double, std::ratio<60>>(Clock::now() - startedAt_).count();
   }
 
-  void whisperProgress() {
-    if (Clock::now() - whisperedAt_ < whisperEvery()) return;
-    whisperedAt_ = Clock::now();
-    const std::uint64_t seeds = order_.seeds.last - order_.seeds.first + 1;
-    const double all = static_cast<double>(seeds) * static_cast<double>(order_.days);
-    const double days = daysPlayed();
+  void updateProgress() {
+    if (Clock::now() - progressShownAt_ < progressInterval()) return;
+    progressShownAt_ = Clock::now();
+    const std::uint64_t seeds = options_.seeds.last - options_.seeds.first + 1;
+    const double all = static_cast<double>(seeds) * static_cast<double>(options_.days);
+    const double days = daysRun();
     const double rate = days / minutes();
     std::array<char, 200> text{};
     static_cast<void>(std::snprintf(
         text.data(), text.size(), "%llu of %llu seeds, %.0f of %.0f days, %.0f days a minute, ",
-        static_cast<unsigned long long>(played_), static_cast<unsigned long long>(seeds), days, all, rate));
+        static_cast<unsigned long long>(finished_), static_cast<unsigned long long>(seeds), days, all, rate));
     const std::string left = rate > 0 ? spanText(60 * std::max(0.0, all - days) / rate) + " left, " : "";
-    whisper(text.data() + left + counted(failures_, "failure", "failures"));
+    progress(text.data() + left + counted(failures_, "failure", "failures"));
   }
 
-  void whisper(const std::string& text) {
-    if (!voices_.onTerminal) return voices_.whisper(text + "\n");
-    voices_.whisper("\r\x1b[K" + text);
-    whispered_ = true;
+  void progress(const std::string& text) {
+    if (!output_.onTerminal) return output_.progress(text + "\n");
+    output_.progress("\r\x1b[K" + text);
+    progressShown_ = true;
   }
-  void clearWhisper() {
-    if (whispered_) voices_.whisper("\r\x1b[K");
-    whispered_ = false;
+  void clearProgress() {
+    if (progressShown_) output_.progress("\r\x1b[K");
+    progressShown_ = false;
   }
 
-  void whisperEnd() {
-    clearWhisper();
+  void showFinalProgress() {
+    clearProgress();
     std::array<char, 200> text{};
     static_cast<void>(std::snprintf(text.data(), text.size(),
-                                    "%.0f days in %.1f min: %.0f a minute, %u at a time\n", daysPlayed(),
-                                    minutes(), daysPlayed() / minutes(), order_.jobs));
-    voices_.whisper(text.data());
+                                    "%.0f days in %.1f min: %.0f a minute, %u at a time\n", daysRun(),
+                                    minutes(), daysRun() / minutes(), options_.jobs));
+    output_.progress(text.data());
   }
 
   // --- The end
 
-  void tellSummary() {
+  void printSummary() {
     std::string text =
-        "seeds " + seedsText(order_.seeds) + ", " +
-        counted(static_cast<std::uint64_t>(order_.days), "day", "days") + " each, faults " +
-        std::string(nameOf(order_.faults)) + ": " +
-        (gInterrupted != 0 ? "broken off after " + counted(played_, "seed", "seeds") + ", " : "");
-    text += failures_ == 0 ? "everything holds\n" : counted(failures_, "failure", "failures") + "\n";
+        "seeds " + seedsText(options_.seeds) + ", " +
+        counted(static_cast<std::uint64_t>(options_.days), "day", "days") + " each, faults " +
+        std::string(nameOf(options_.faults)) + ": " +
+        (gInterrupted != 0 ? "cancelled after " + counted(finished_, "seed", "seeds") + ", " : "");
+    text += failures_ == 0 ? "all invariants hold\n" : counted(failures_, "failure", "failures") + "\n";
     std::map<int, std::vector<std::uint64_t>> seedsOf;  // by invariant; 0: those that came to no end
     for (const auto& [seed, verdict] : verdicts_) {
-      if (verdict.went != Went::well) seedsOf[verdict.invariant].push_back(seed);
+      if (verdict.result != Result::passed) seedsOf[verdict.invariant].push_back(seed);
     }
     for (const auto& [invariant, seeds] : seedsOf) {
       text += "  " + std::to_string(seeds.size()) + " × " + invariantText(verdicts_.at(seeds.front())) +
@@ -231,17 +234,17 @@ class Campaign {
       }
       text += seeds.size() > 10 ? " …\n" : "\n";
     }
-    voices_.tell(text);
+    output_.print(text);
   }
 
   // --- Cutting down
 
   // The first seed for each invariant.
-  void shrinkWrongOnes() {
-    if (!order_.shrinkInto) return;
+  void shrinkFailures() {
+    if (!options_.shrinkInto) return;
     std::vector<int> done;
     for (const auto& [seed, verdict] : verdicts_) {
-      if (verdict.went != Went::wrong || gInterrupted != 0) continue;
+      if (verdict.result != Result::failed || gInterrupted != 0) continue;
       if (std::find(done.begin(), done.end(), verdict.invariant) != done.end()) continue;
       done.push_back(verdict.invariant);
       shrinkOne(seed, verdict);
@@ -249,60 +252,62 @@ class Campaign {
   }
 
   void shrinkOne(std::uint64_t seed, const Verdict& verdict) {
-    const Story story = randomStory(seed, order_.days, order_.faults);
+    const GeneratedScenario scenario = generateScenario(seed, options_.days, options_.faults);
     std::size_t tried = 0;
-    const TryOut tryOut = [&](const std::vector<Story>& candidates) {
+    const TryOut tryOut = [&](const std::vector<GeneratedScenario>& candidates) {
       tried += candidates.size();
-      whisper("seed " + std::to_string(seed) + ": " + std::to_string(candidates.front().happenings.size()) +
-              " happenings left, " + counted(tried, "try", "tries"));
-      return firstWrong(candidates, verdict.invariant);
+      progress("seed " + std::to_string(seed) + ": " +
+               std::to_string(candidates.front().timedActions.size()) + " actions left, " +
+               counted(tried, "try", "tries"));
+      return firstFailing(candidates, verdict.invariant);
     };
-    Shrunk shrunk = shrink(story, verdict.at, {.atOnce = order_.jobs}, tryOut);
-    clearWhisper();
+    Shrunk shrunk = shrink(scenario, verdict.at, {.atOnce = options_.jobs}, tryOut);
+    clearProgress();
     if (gInterrupted != 0) return;
-    shrunk.story.sentence +=
+    shrunk.scenario.description +=
         " Cut down to what violates invariant " + std::to_string(verdict.invariant) + ".";
-    const std::string file = *order_.shrinkInto + "/seed-" + std::to_string(seed) + "-invariant-" +
+    const std::string file = *options_.shrinkInto + "/seed-" + std::to_string(seed) + "-invariant-" +
                              std::to_string(verdict.invariant) + ".json";
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    const bool written = static_cast<bool>(stream << scenarioText(shrunk.story) << std::flush);
-    voices_.tell(written ? file + ": " + std::to_string(shrunk.story.happenings.size()) + " of " +
-                               std::to_string(story.happenings.size()) + " happenings are left, after " +
-                               counted(shrunk.tries, "try", "tries") + "\n"
-                         : file + " cannot be written\n");
+    const bool written = static_cast<bool>(stream << scenarioText(shrunk.scenario) << std::flush);
+    output_.print(written ? file + ": " + std::to_string(shrunk.scenario.timedActions.size()) + " of " +
+                                std::to_string(scenario.timedActions.size()) + " actions are left, after " +
+                                counted(shrunk.tries, "try", "tries") + "\n"
+                          : file + " cannot be written\n");
   }
 
-  std::optional<StillWrong> firstWrong(const std::vector<Story>& candidates, int invariant) {
+  std::optional<StillFailing> firstFailing(const std::vector<GeneratedScenario>& candidates, int invariant) {
     for (std::size_t index = 0; index < candidates.size(); ++index) {
-      players_.begin(index,
-                     [&story = candidates[index]](const GoesOn& goesOn) { return judge(story, goesOn); });
+      pool_.begin(index, [&scenario = candidates[index]](const ShouldContinue& shouldContinue) {
+        return runGenerated(scenario, shouldContinue);
+      });
     }
-    std::optional<StillWrong> first;
-    while (!players_.allIdle() && gInterrupted == 0) {
-      for (const Players::Ended& ended : players_.wait(terminalEvery)) {
+    std::optional<StillFailing> first;
+    while (!pool_.allIdle() && gInterrupted == 0) {
+      for (const WorkerPool::Ended& ended : pool_.wait(terminalEvery)) {
         const Verdict& verdict = ended.verdict;
-        if (verdict.went != Went::wrong || verdict.invariant != invariant) continue;
-        if (!first || ended.number < first->index) first = StillWrong{ended.number, verdict.at};
+        if (verdict.result != Result::failed || verdict.invariant != invariant) continue;
+        if (!first || ended.number < first->index) first = StillFailing{ended.number, verdict.at};
       }
     }
     return gInterrupted == 0 ? first : std::nullopt;
   }
 
-  const CampaignOrder& order_;
-  const Voices& voices_;
-  const PlaySeed& play_;
-  Players players_;
+  const CampaignOptions& options_;
+  const Output& output_;
+  const RunSeed& runSeed_;
+  WorkerPool pool_;
 
-  std::uint64_t next_ = order_.seeds.first;  // to be played
-  std::uint64_t told_ = order_.seeds.first;  // to be told of
+  std::uint64_t next_ = options_.seeds.first;     // to be played
+  std::uint64_t printed_ = options_.seeds.first;  // to be told of
   std::map<std::uint64_t, Verdict> verdicts_;
-  std::uint64_t played_ = 0;
+  std::uint64_t finished_ = 0;
   std::uint64_t failures_ = 0;
   double seconds_ = 0;  // of machine time, of those that ended
 
-  Clock::time_point begun_ = Clock::now();
-  Clock::time_point whisperedAt_ = begun_;
-  bool whispered_ = false;  // something stands in the line
+  Clock::time_point startedAt_ = Clock::now();
+  Clock::time_point progressShownAt_ = startedAt_;
+  bool progressShown_ = false;  // something stands in the line
 };
 
 std::optional<std::uint64_t> parseSeed(std::string_view text) {
@@ -323,14 +328,14 @@ std::optional<Seeds> parseSeeds(std::string_view text) {
   return Seeds{*first, *last};
 }
 
-int runCampaign(const CampaignOrder& order, const Voices& voices, const PlaySeed& play) {
+int runCampaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed) {
   gInterrupted = 0;
-  return Campaign(order, voices, play).run();
+  return Campaign(options, output, runSeed).run();
 }
 
-PlaySeed playerFor(const CampaignOrder& order) {
-  return [order](std::uint64_t seed, const GoesOn& goesOn) {
-    return judge(randomStory(seed, order.days, order.faults), goesOn);
+RunSeed runnerFor(const CampaignOptions& options) {
+  return [options](std::uint64_t seed, const ShouldContinue& shouldContinue) {
+    return runGenerated(generateScenario(seed, options.days, options.faults), shouldContinue);
   };
 }
 

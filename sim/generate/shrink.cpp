@@ -8,12 +8,12 @@
 namespace brisko::lab {
 namespace {
 
-using Candidates = std::vector<Story>;
+using Candidates = std::vector<GeneratedScenario>;
 
 class Shrinking {
  public:
-  Shrinking(Story story, double seconds, const ShrinkBounds& bounds, const TryOut& tryOut)
-      : best_(std::move(story)), bounds_(bounds), tryOut_(tryOut) {
+  Shrinking(GeneratedScenario scenario, double seconds, const ShrinkBounds& bounds, const TryOut& tryOut)
+      : best_(std::move(scenario)), bounds_(bounds), tryOut_(tryOut) {
     cutAfter(best_, seconds);
   }
 
@@ -23,18 +23,19 @@ class Shrinking {
     simplify();
     shortenPauses();
     thinOut();
-    return {.story = std::move(best_), .tries = tries_};
+    return {.scenario = std::move(best_), .tries = tries_};
   }
 
  private:
   // What comes after the end of what matters, and the time after it.
-  static void cutAfter(Story& story, double seconds) {
+  static void cutAfter(GeneratedScenario& scenario, double seconds) {
     const auto end = static_cast<std::int64_t>(std::ceil(seconds)) + 1;
-    std::erase_if(story.happenings, [&](const Happening& happening) { return happening.at > end; });
-    story.seconds = std::min(story.seconds, end + 60);
+    std::erase_if(scenario.timedActions,
+                  [&](const TimedAction& timedAction) { return timedAction.at > end; });
+    scenario.seconds = std::min(scenario.seconds, end + 60);
   }
 
-  // Tries them in their order, and goes on with the first that is still wrong.
+  // Tries them in their order, and continues with the first that is still wrong.
   bool acceptFirst(const Candidates& candidates) {
     for (std::size_t from = 0; from < candidates.size() && tries_ < bounds_.tries; from += bounds_.atOnce) {
       const std::size_t to = std::min(from + bounds_.atOnce, candidates.size());
@@ -51,20 +52,20 @@ class Shrinking {
     return false;
   }
 
-  [[nodiscard]] Story without(std::size_t from, std::size_t count) const {
-    Story story = best_;
-    const auto begin = story.happenings.begin() + static_cast<std::ptrdiff_t>(from);
-    story.happenings.erase(begin, begin + static_cast<std::ptrdiff_t>(count));
-    return story;
+  [[nodiscard]] GeneratedScenario without(std::size_t from, std::size_t count) const {
+    GeneratedScenario scenario = best_;
+    const auto begin = scenario.timedActions.begin() + static_cast<std::ptrdiff_t>(from);
+    scenario.timedActions.erase(begin, begin + static_cast<std::ptrdiff_t>(count));
+    return scenario;
   }
 
-  // Leaves out runs of happenings, long ones first. The latest matter most, so the earliest go first.
+  // Leaves out runs of timed actions, long ones first. The latest matter most, so the earliest go first.
   void thinOut() {
-    for (std::size_t run = best_.happenings.size(); run > 0 && tries_ < bounds_.tries;) {
-      run = std::min(run, best_.happenings.size());
+    for (std::size_t run = best_.timedActions.size(); run > 0 && tries_ < bounds_.tries;) {
+      run = std::min(run, best_.timedActions.size());
       Candidates candidates;
-      for (std::size_t from = 0; from < best_.happenings.size(); from += run) {
-        candidates.push_back(without(from, std::min(run, best_.happenings.size() - from)));
+      for (std::size_t from = 0; from < best_.timedActions.size(); from += run) {
+        candidates.push_back(without(from, std::min(run, best_.timedActions.size() - from)));
       }
       if (!acceptFirst(candidates)) run /= 2;
     }
@@ -72,56 +73,59 @@ class Shrinking {
 
   // The members of an object that may be missing, and the object without each.
   template <typename Set>
-  void dropMembers(const StoryJson& object, const Set& set) {
+  void dropMembers(const ScenarioJson& object, const Set& set) {
     std::vector<std::string> names;
     for (const auto& [name, value] : object.items()) names.push_back(name);
     for (const std::string& name : names) {
-      Story story = best_;
-      set(story, name);
-      static_cast<void>(acceptFirst({story}));
+      GeneratedScenario scenario = best_;
+      set(scenario, name);
+      static_cast<void>(acceptFirst({scenario}));
     }
   }
 
   void simplify() {
     for (std::size_t index = best_.before.size(); index-- > 0;) {
-      Story story = best_;
-      story.before.erase(story.before.begin() + static_cast<std::ptrdiff_t>(index));
-      static_cast<void>(acceptFirst({story}));
+      GeneratedScenario scenario = best_;
+      scenario.before.erase(scenario.before.begin() + static_cast<std::ptrdiff_t>(index));
+      static_cast<void>(acceptFirst({scenario}));
     }
-    dropMembers(best_.daemon, [](Story& story, const std::string& name) { story.daemon.erase(name); });
-    dropMembers(best_.mac, [](Story& story, const std::string& name) { story.mac.erase(name); });
+    dropMembers(best_.daemon,
+                [](GeneratedScenario& scenario, const std::string& name) { scenario.daemon.erase(name); });
+    dropMembers(best_.mac,
+                [](GeneratedScenario& scenario, const std::string& name) { scenario.mac.erase(name); });
     if (!best_.settings) return;
-    Story story = best_;
-    story.settings.reset();
-    if (acceptFirst({story}) || !best_.settings->is_object()) return;
-    dropMembers(*best_.settings, [](Story& one, const std::string& name) { one.settings->erase(name); });
+    GeneratedScenario scenario = best_;
+    scenario.settings.reset();
+    if (acceptFirst({scenario}) || !best_.settings->is_object()) return;
+    dropMembers(*best_.settings,
+                [](GeneratedScenario& one, const std::string& name) { one.settings->erase(name); });
   }
 
   // From the happening `index` on everything comes `seconds` earlier.
-  [[nodiscard]] Story earlier(std::size_t index, std::int64_t seconds) const {
-    Story story = best_;
-    for (std::size_t moved = index; moved < story.happenings.size(); ++moved) {
-      story.happenings[moved].at -= seconds;
+  [[nodiscard]] GeneratedScenario earlier(std::size_t index, std::int64_t seconds) const {
+    GeneratedScenario scenario = best_;
+    for (std::size_t moved = index; moved < scenario.timedActions.size(); ++moved) {
+      scenario.timedActions[moved].at -= seconds;
     }
-    story.seconds = story.happenings.back().at + (best_.seconds - best_.happenings.back().at);
-    return story;
+    scenario.seconds = scenario.timedActions.back().at + (best_.seconds - best_.timedActions.back().at);
+    return scenario;
   }
 
   void shortenPauses() {
     std::int64_t before = 0;
-    for (std::size_t index = 0; index < best_.happenings.size(); ++index) {
+    for (std::size_t index = 0; index < best_.timedActions.size(); ++index) {
       Candidates candidates;
-      const std::int64_t pause = best_.happenings[index].at - before;
+      const std::int64_t pause = best_.timedActions[index].at - before;
       for (const std::int64_t shorter :
            {std::int64_t{60}, std::int64_t{900}, std::int64_t{7200}, pause / 2}) {
         if (shorter < pause && pause > 120) candidates.push_back(earlier(index, pause - shorter));
       }
       static_cast<void>(acceptFirst(candidates));
-      if (index < best_.happenings.size()) before = best_.happenings[index].at;
+      if (index < best_.timedActions.size()) before = best_.timedActions[index].at;
     }
   }
 
-  Story best_;
+  GeneratedScenario best_;
   const ShrinkBounds& bounds_;
   const TryOut& tryOut_;
   std::size_t tries_ = 0;
@@ -129,8 +133,9 @@ class Shrinking {
 
 }  // namespace
 
-Shrunk shrink(const Story& story, double seconds, const ShrinkBounds& bounds, const TryOut& tryOut) {
-  return Shrinking(story, seconds, bounds, tryOut).run();
+Shrunk shrink(const GeneratedScenario& scenario, double seconds, const ShrinkBounds& bounds,
+              const TryOut& tryOut) {
+  return Shrinking(scenario, seconds, bounds, tryOut).run();
 }
 
 }  // namespace brisko::lab

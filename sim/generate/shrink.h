@@ -1,5 +1,5 @@
 // sim/generate/shrink.h
-// Cuts a story down to the few things that matter: what can be left out so that the same still goes wrong,
+// Cuts a scenario down to the few things that matter: what can be left out so that the same still goes wrong,
 // is.
 #pragma once
 
@@ -8,31 +8,31 @@
 #include <optional>
 #include <vector>
 
-#include "sim/generate/story.h"
+#include "sim/generate/generated_scenario.h"
 
 namespace brisko::lab {
 
-// The first of the candidates that goes wrong in the same way as the story, and the seconds from its
+// The first of the candidates that goes wrong in the same way as the scenario, and the seconds from its
 // beginning until then; none when none does.
-struct StillWrong {
+struct StillFailing {
   std::size_t index = 0;
   double seconds = 0;
 };
-using TryOut = std::function<std::optional<StillWrong>(const std::vector<Story>& candidates)>;
+using TryOut = std::function<std::optional<StillFailing>(const std::vector<GeneratedScenario>& candidates)>;
 
 struct ShrinkBounds {
-  std::size_t tries = 600;  // stories that are tried out at most
+  std::size_t tries = 600;  // scenarios that are tried out at most
   std::size_t atOnce = 2;   // … side by side
 };
 
 struct Shrunk {
-  Story story;
+  GeneratedScenario scenario;
   std::size_t tries = 0;
 };
 
-// `seconds` is when the story goes wrong. What is left keeps its order, and its times while things are left
-// out; in the end the pauses in which nothing matters are made shorter.
-[[nodiscard]] Shrunk shrink(const Story& story, double seconds, const ShrinkBounds& bounds,
+// `seconds` is when the scenario goes wrong. What is left keeps its order, and its times while things are
+// left out; in the end the pauses in which nothing matters are made shorter.
+[[nodiscard]] Shrunk shrink(const GeneratedScenario& scenario, double seconds, const ShrinkBounds& bounds,
                             const TryOut& tryOut);
 
 }  // namespace brisko::lab

@@ -1,4 +1,4 @@
-// What state a pass ends in, whether the hardware is as the state says, and what becomes of the charge.
+// What state a tick ends in, whether the hardware is as the state says, and what becomes of the charge.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -6,7 +6,7 @@
 #include "base/process_flags.h"
 #include "hardware/battery.h"
 #include "sim/invariants/gate_keys.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "state/calibration_state.h"
 #include "state/native_limit_state.h"
@@ -20,8 +20,8 @@ using virtual_mac::Machine;
 
 std::string percentText(std::int64_t percent) { return std::to_string(percent) + "%"; }
 
-std::string stateText(const Pass& pass) {
-  return std::string(stateName(pass.sample.state)) + " at " + percentText(pass.sample.pct);
+std::string stateText(const TickRecord& tick) {
+  return std::string(stateName(tick.sample.state)) + " at " + percentText(tick.sample.pct);
 }
 
 bool isCalibrating() { return gCal.phase != CalPhase::idle; }
@@ -29,25 +29,25 @@ bool isCalibrating() { return gCal.phase != CalPhase::idle; }
 // ---------------------------------------------------------------------------------------------------------
 // 2: the hardware is as the state says
 
-// What drifted in a hold or a discharge is put right by the next pass. Nobody looks after a key that was
+// What drifted in a hold or a discharge is put right by the next tick. Nobody looks after a key that was
 // undone behind an open gate, or after a cut that somebody else made, until the state changes.
 class HardwareFollows final : public Rule {
  public:
-  void passBegins(const Scene& scene, const Violated&) override {
-    if (!state_) noteState(scene);  // it was read from the keys
+  void tickBegins(const Observation& observation, const Violated&) override {
+    if (!state_) noteState(observation);  // it was read from the keys
   }
 
   // Before a sleep and when the app is gone the state changes outside of passes.
-  void turnEnded(const Turn&, const Scene& scene, const Violated&) override {
-    if (gState != state_) noteState(scene);
+  void iterationEnded(const LoopIteration&, const Observation& observation, const Violated&) override {
+    if (gState != state_) noteState(observation);
   }
 
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
-    if (gState != pass.before) noteState(scene);
-    if (!pass.complete || !gateHasKeys() || !keysObey(scene.machine(), *gGate)) return;
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
+    if (gState != tick.before) noteState(observation);
+    if (!tick.complete || !gateHasKeys() || !keysObey(observation.machine(), *gGate)) return;
 
-    const GateKeys keys = keysOf(*gGate, scene.machine());
-    const bool undisturbed = disturbances_ == scene.circumstances().disturbances;
+    const GateKeys keys = keysOf(*gGate, observation.machine());
+    const bool undisturbed = disturbanceCount_ == observation.disturbances().disturbanceCount;
     const bool stops = gState != ChargeState::allow;
     const bool cuts = gState == ChargeState::discharge;
     if (keys.stopped() != stops && (stops || undisturbed)) {
@@ -61,17 +61,17 @@ class HardwareFollows final : public Rule {
   }
 
  private:
-  void noteState(const Scene& scene) {
+  void noteState(const Observation& observation) {
     state_ = gState;
-    disturbances_ = scene.circumstances().disturbances;
+    disturbanceCount_ = observation.disturbances().disturbanceCount;
   }
 
   std::optional<ChargeState> state_;
-  std::uint64_t disturbances_ = 0;  // so far when the present state was written
+  std::uint64_t disturbanceCount_ = 0;  // so far when the present state was written
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 5 to 8 and 10: the state that a pass ends in
+// 5 to 8 and 10: the state that a tick ends in
 
 // macOS's own limit is not driven before it is known what to give back, and the state stays as it was found.
 bool stateIsDriven() { return !gateIsMacOSLimit() || gNativeBefore.has_value(); }
@@ -82,129 +82,132 @@ bool isMaintenanceWake() {
 }
 
 // What macOS does by itself in a maintenance wake is only told. A calibration drains in every kind of wake.
-void judgeMaintenanceWake(const Pass& pass, const Violated& violated) {
-  if (pass.sample.state != ChargeState::discharge || isCalibrating() || !gateHasKeys()) return;
-  if (isMaintenanceWake()) violated(5, stateText(pass));
+void checkMaintenanceWake(const TickRecord& tick, const Violated& violated) {
+  if (tick.sample.state != ChargeState::discharge || isCalibrating() || !gateHasKeys()) return;
+  if (isMaintenanceWake()) violated(5, stateText(tick));
 }
 
 // Also when it is hot, and also after a discharge.
-void judgeSwitchedOff(const Pass& pass, const Violated& violated) {
-  if (pass.settings.enabled || isCalibrating() || !stateIsDriven()) return;
-  if (pass.sample.state != ChargeState::allow) violated(6, stateText(pass));
+void checkSwitchedOff(const TickRecord& tick, const Violated& violated) {
+  if (tick.settings.enabled || isCalibrating() || !stateIsDriven()) return;
+  if (tick.sample.state != ChargeState::allow) violated(6, stateText(tick));
 }
 
-void judgeWithoutAdapter(const Pass& pass, const Scene& scene, const Violated& violated) {
-  if (adapterIsSeen(scene.machine()) || gThermalPaused || !stateIsDriven()) return;
+void checkWithoutAdapter(const TickRecord& tick, const Observation& observation, const Violated& violated) {
+  if (adapterIsSeen(observation.machine()) || gThermalPaused || !stateIsDriven()) return;
   ChargeState expected = ChargeState::allow;
   if (isCalibrating()) {
     // A drain that has arrived is held where it is, adapter or not.
-    const bool drained = gCal.phase == CalPhase::drain && pass.sample.pct <= pass.settings.calDrain;
+    const bool drained = gCal.phase == CalPhase::drain && tick.sample.pct <= tick.settings.calDrain;
     if (!drained || !gateHasKeys()) return;
     expected = ChargeState::hold;
   }
-  if (pass.sample.state != expected) violated(7, stateText(pass));
+  if (tick.sample.state != expected) violated(7, stateText(tick));
 }
 
 // What the settings call hot is hot, whatever the daemon made of it.
-bool isHot(const Pass& pass) {
-  const Settings& settings = pass.settings;
-  const bool reached = pass.sample.temp && *pass.sample.temp >= static_cast<double>(settings.thermalLimit);
+bool isHot(const TickRecord& tick) {
+  const Settings& settings = tick.settings;
+  const bool reached = tick.sample.temp && *tick.sample.temp >= static_cast<double>(settings.thermalLimit);
   return gThermalPaused || (settings.thermal && gLastPlugged && reached);
 }
 
 // Judged is the state: a band below its lower edge charges all the same, and macOS may refuse its limit.
-void judgeHeat(const Pass& pass, const Violated& violated) {
-  if (!gateHasKeys() || !isHot(pass) || !(pass.settings.enabled || isCalibrating())) return;
-  if (pass.sample.state != ChargeState::hold) violated(8, stateText(pass));
+void checkHeat(const TickRecord& tick, const Violated& violated) {
+  if (!gateHasKeys() || !isHot(tick) || !(tick.settings.enabled || isCalibrating())) return;
+  if (tick.sample.state != ChargeState::hold) violated(8, stateText(tick));
 }
 
-void judgeUpperBound(const Pass& pass, const Scene& scene, const Violated& violated) {
-  const std::int64_t upper = bandAskedFor(pass.settings).upper;
-  if (pass.sample.pct < upper || pass.sample.state != ChargeState::allow) return;
-  if (!limitHadToHold(pass, scene.machine())) return;
-  violated(10, stateText(pass) + " with a limit of " + percentText(upper));
+void checkUpperBound(const TickRecord& tick, const Observation& observation, const Violated& violated) {
+  const std::int64_t upper = bandAskedFor(tick.settings).upper;
+  if (tick.sample.pct < upper || tick.sample.state != ChargeState::allow) return;
+  if (!limitHadToHold(tick, observation.machine())) return;
+  violated(10, stateText(tick) + " with a limit of " + percentText(upper));
 }
 
-class StateOfAPass final : public Rule {
+class StateAfterATick final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
-    if (!pass.complete) return;
-    judgeMaintenanceWake(pass, violated);
-    judgeSwitchedOff(pass, violated);
-    judgeWithoutAdapter(pass, scene, violated);
-    judgeHeat(pass, violated);
-    judgeUpperBound(pass, scene, violated);
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
+    if (!tick.complete) return;
+    checkMaintenanceWake(tick, violated);
+    checkSwitchedOff(tick, violated);
+    checkWithoutAdapter(tick, observation, violated);
+    checkHeat(tick, violated);
+    checkUpperBound(tick, observation, violated);
   }
 };
 
 // ---------------------------------------------------------------------------------------------------------
 // 9: the ceiling
 
-// A stretch begins with a pass below the limit and lasts for as long as the daemon can see and act: it ends
+// A stretch begins with a tick below the limit and lasts for as long as the daemon can see and act: it ends
 // with other settings, with the adapter, with a sleep and with whatever disturbs keys or readings.
 class Ceiling final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated&) override {
-    if (!pass.complete) return;
-    if (stretch_ && pass.settings == stretch_->settings && limitHadToHold(pass, scene.machine())) return;
-    stretch_.reset();
-    if (mayBegin(pass, scene)) begin(pass, scene);
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated&) override {
+    if (!tick.complete) return;
+    if (interval_ && tick.settings == interval_->settings && limitHadToHold(tick, observation.machine()))
+      return;
+    interval_.reset();
+    if (mayBegin(tick, observation)) begin(tick, observation);
   }
 
-  void turnEnded(const Turn&, const Scene& scene, const Violated& violated) override {
-    if (!stretch_) return;
-    if (!goesOn(scene)) {
-      stretch_.reset();
+  void iterationEnded(const LoopIteration&, const Observation& observation,
+                      const Violated& violated) override {
+    if (!interval_) return;
+    if (!continues(observation)) {
+      interval_.reset();
       return;
     }
-    const double level = virtual_mac::level(scene.machine());
-    if (level <= stretch_->ceiling) return;
+    const double level = virtual_mac::level(observation.machine());
+    if (level <= interval_->ceiling) return;
     violated(9, "the charge rose to " + std::to_string(level) + "% with a limit of " +
-                    percentText(bandAskedFor(stretch_->settings).upper));
+                    percentText(bandAskedFor(interval_->settings).upper));
   }
 
  private:
-  struct Stretch {
+  struct Interval {
     Settings settings;
     double ceiling = 0;  // percent
     double sleptSeconds = 0;
     double bootedAt = 0;
-    std::uint64_t disturbances = 0;
-    std::uint64_t leaps = 0;
+    std::uint64_t disturbanceCount = 0;
+    std::uint64_t jumps = 0;
   };
 
-  static bool mayBegin(const Pass& pass, const Scene& scene) {
-    const Machine& machine = scene.machine();
+  static bool mayBegin(const TickRecord& tick, const Observation& observation) {
+    const Machine& machine = observation.machine();
     // A band lets the controller decide, and a current that lingers or trickles obeys nobody.
-    return limitHadToHold(pass, machine) && gGate->charge != ChargeKeys::firmwareBand &&
+    return limitHadToHold(tick, machine) && gGate->charge != ChargeKeys::firmwareBand &&
            keysObey(machine, *gGate) && machine.battery.trickleMA <= 0 && machine.battery.decaySeconds <= 0 &&
-           pass.sample.pct < bandAskedFor(pass.settings).upper;
+           tick.sample.pct < bandAskedFor(tick.settings).upper;
   }
 
-  void begin(const Pass& pass, const Scene& scene) {
-    const Machine& machine = scene.machine();
+  void begin(const TickRecord& tick, const Observation& observation) {
+    const Machine& machine = observation.machine();
     const virtual_mac::Battery& battery = machine.battery;
     // The gauge tells the charge once a minute, so the daemon learns that late that the limit is reached.
     const double inAMinute = 100 * battery.maxChargeMA / 60 / (battery.fullMAh * battery.shownFull);
-    const auto upper = static_cast<double>(bandAskedFor(pass.settings).upper);
-    stretch_ = {.settings = pass.settings,
-                .ceiling = upper + std::max(1.0, inAMinute),
-                .sleptSeconds = machine.system.sleptSeconds,
-                .bootedAt = machine.system.bootedAt,
-                .disturbances = scene.circumstances().disturbances,
-                .leaps = scene.circumstances().leaps};
+    const auto upper = static_cast<double>(bandAskedFor(tick.settings).upper);
+    interval_ = {.settings = tick.settings,
+                 .ceiling = upper + std::max(1.0, inAMinute),
+                 .sleptSeconds = machine.system.sleptSeconds,
+                 .bootedAt = machine.system.bootedAt,
+                 .disturbanceCount = observation.disturbances().disturbanceCount,
+                 .jumps = observation.disturbances().jumps};
   }
 
-  [[nodiscard]] bool goesOn(const Scene& scene) const {
-    const Machine& machine = scene.machine();
-    const Circumstances& circumstances = scene.circumstances();
+  [[nodiscard]] bool continues(const Observation& observation) const {
+    const Machine& machine = observation.machine();
+    const Disturbances& disturbances = observation.disturbances();
     return !gSleepPendingSince && !gDormant && machine.adapter.present && machine.powerSource.onAdapter &&
-           machine.system.sleptSeconds == stretch_->sleptSeconds &&
-           machine.system.bootedAt == stretch_->bootedAt &&
-           circumstances.disturbances == stretch_->disturbances && circumstances.leaps == stretch_->leaps;
+           machine.system.sleptSeconds == interval_->sleptSeconds &&
+           machine.system.bootedAt == interval_->bootedAt &&
+           disturbances.disturbanceCount == interval_->disturbanceCount &&
+           disturbances.jumps == interval_->jumps;
   }
 
-  std::optional<Stretch> stretch_;
+  std::optional<Interval> interval_;
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -214,39 +217,39 @@ bool sameChoices(const Settings& one, const Settings& other) {
   return one.limit == other.limit && one.enabled == other.enabled && one.discharge == other.discharge;
 }
 
-// A spell on battery does not open the band again, a pass without a power reading may.
+// A spell on battery does not open the band again, a tick without a power reading may.
 class Hysteresis final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
-    if (!pass.complete && gSleepPendingSince) return;
-    const bool changed = noteChoices(pass);
-    if (!limitWasInForce(pass, scene.machine())) {
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
+    if (!tick.complete && gSleepPendingSince) return;
+    const bool changed = noteChoices(tick);
+    if (!limitWasInForce(tick, observation.machine())) {
       reached_ = false;
       return;
     }
-    const Bounds band = bandAskedFor(pass.settings);
-    const std::int64_t pct = pass.sample.pct;
+    const Bounds band = bandAskedFor(tick.settings);
+    const std::int64_t pct = tick.sample.pct;
     if (changed || pct <= band.lower) reached_ = false;
-    if (reached_ && pass.sample.state == ChargeState::allow && limitHadToHold(pass, scene.machine())) {
-      violated(11, stateText(pass) + " in a band of " + std::to_string(band.lower) + "–" +
+    if (reached_ && tick.sample.state == ChargeState::allow && limitHadToHold(tick, observation.machine())) {
+      violated(11, stateText(tick) + " in a band of " + std::to_string(band.lower) + "–" +
                        percentText(band.upper) + " whose upper end had been reached");
     }
     if (!changed && pct >= band.upper) reached_ = true;
   }
 
  private:
-  // True when they differ from those of the pass before; also when that was cut short, for it took note of
-  // its own. The first pass has nothing to differ from.
-  bool noteChoices(const Pass& pass) {
-    const bool changed = !first_ && !(settings_ && pass.complete && sameChoices(*settings_, pass.settings));
+  // True when they differ from those of the tick before; also when that was cut short, for it took note of
+  // its own. The first tick has nothing to differ from.
+  bool noteChoices(const TickRecord& tick) {
+    const bool changed = !first_ && !(settings_ && tick.complete && sameChoices(*settings_, tick.settings));
     first_ = false;
     settings_.reset();
-    if (pass.complete) settings_ = pass.settings;
+    if (tick.complete) settings_ = tick.settings;
     return changed;
   }
 
   bool first_ = true;
-  std::optional<Settings> settings_;  // of the pass before, unless it was cut short
+  std::optional<Settings> settings_;  // of the tick before, unless it was cut short
   bool reached_ = false;
 };
 
@@ -254,7 +257,7 @@ class Hysteresis final : public Rule {
 
 void addChargeRules(Rules& rules) {
   rules.push_back(std::make_unique<HardwareFollows>());
-  rules.push_back(std::make_unique<StateOfAPass>());
+  rules.push_back(std::make_unique<StateAfterATick>());
   rules.push_back(std::make_unique<Ceiling>());
   rules.push_back(std::make_unique<Hysteresis>());
 }

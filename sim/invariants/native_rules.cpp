@@ -6,7 +6,7 @@
 #include "hardware/charge_gate.h"
 #include "native/native_limit.h"
 #include "platform/system_power.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
@@ -43,16 +43,18 @@ std::optional<std::int64_t> preferenceWritten(const JournalEntry& entry, LimitPr
 
 class WhatIsSet final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
-    judge(pass.journalFrom, pass.journalTo, scene, violated);
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
+    check(tick.journalFrom, tick.journalTo, observation, violated);
   }
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    judge(turn.journalFrom, turn.journalTo, scene, violated);
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    check(iteration.journalFrom, iteration.journalTo, observation, violated);
   }
 
  private:
-  static void judge(std::uint64_t from, std::uint64_t to, const Scene& scene, const Violated& violated) {
-    forEntries(scene, from, to, [&](const JournalEntry& entry) {
+  static void check(std::uint64_t from, std::uint64_t to, const Observation& observation,
+                    const Violated& violated) {
+    forEntries(observation, from, to, [&](const JournalEntry& entry) {
       if (!isNativeWrite(entry)) return true;
       if (!gNativeBefore) violated(24, "macOS's limit was touched before the one before was known");
       if (isLimitSet(entry) && !isOnSlider(percentSet(entry))) {
@@ -71,40 +73,41 @@ class WhatIsSet final : public Rule {
 // cannot be told across a clock that was set.
 class WrittenAgain final : public Rule {
  public:
-  void passBegins(const Scene& scene, const Violated&) override {
+  void tickBegins(const Observation& observation, const Violated&) override {
     before_ = gNativeWritten;
     // After a sleep macOS is given its time anew.
-    const bool wakes = firstEntry(scene, scene.carried().journalSeen, scene.journal().written,
-                                  [](const JournalEntry& entry) {
+    const bool wakes = firstEntry(observation, observation.processSummary().journalSeen,
+                                  observation.journal().written, [](const JournalEntry& entry) {
                                     return isHeard(entry, platform::PowerMessage::systemHasPoweredOn);
                                   }) != nullptr;
-    if (wakes) waitsSince_ = scene.machine().now + scene.machine().system.wallOffset;
+    if (wakes) waitsSince_ = observation.machine().now + observation.machine().system.wallOffset;
   }
 
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
     if (!gateIsMacOSLimit() || !gNativeWritten) return;
-    const double now = pass.at + scene.machine().system.wallOffset;
-    const bool plugged = adapterIsSeen(scene.machine());
+    const double now = tick.at + observation.machine().system.wallOffset;
+    const bool plugged = adapterIsSeen(observation.machine());
     // On battery macOS shows no limit.
     if (!plugged) waitsSince_ = now;
-    const bool writes = firstEntry(scene, pass.journalFrom, pass.journalTo, isNativeWrite) != nullptr;
-    if (scene.circumstances().clockSteppedAt >= lookedAt_) clockWasSet_ = true;
-    lookedAt_ = pass.at;
+    const bool writes = firstEntry(observation, tick.journalFrom, tick.journalTo, isNativeWrite) != nullptr;
+    if (observation.disturbances().clockSteppedAt >= lookedAt_) clockWasSet_ = true;
+    lookedAt_ = tick.at;
     if (gNativeWritten != before_) {
       clockWasSet_ = false;
       confirmed_ = wroteAfterDrift_ = false;
       waitsSince_ = writtenAt_ = now;
       return;
     }
-    if (writes) judge(now, violated);
-    if (!writes && plugged && limitShown(scene.machine()) == (*gNativeWritten == 100 ? 0 : *gNativeWritten)) {
+    if (writes) check(now, violated);
+    if (!writes && plugged &&
+        limitShown(observation.machine()) == (*gNativeWritten == 100 ? 0 : *gNativeWritten)) {
       confirmed_ = true;
       wroteAfterDrift_ = false;
     }
   }
 
  private:
-  void judge(double now, const Violated& violated) {
+  void check(double now, const Violated& violated) {
     if (confirmed_) {
       if (wroteAfterDrift_) violated(24, "what macOS took back was written again a second time");
       wroteAfterDrift_ = true;
@@ -116,9 +119,9 @@ class WrittenAgain final : public Rule {
     clockWasSet_ = false;
   }
 
-  double lookedAt_ = never;             // machine time of the pass before
+  double lookedAt_ = never;             // machine time of the tick before
   bool clockWasSet_ = false;            // since the last write
-  std::optional<std::int64_t> before_;  // gNativeWritten as the pass began
+  std::optional<std::int64_t> before_;  // gNativeWritten as the tick began
   double writtenAt_ = 0;
   double waitsSince_ = 0;
   bool confirmed_ = false;  // macOS showed the target at least once
@@ -126,26 +129,26 @@ class WrittenAgain final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 25. What the end of the life must know.
+// 25. What the end of the process must know.
 
 class ForTheEnd final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated&) override {
-    if (!pass.complete || !gateIsMacOSLimit()) return;
-    Carried& carried = scene.carried();
-    carried.nativeDriven = true;
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated&) override {
+    if (!tick.complete || !gateIsMacOSLimit()) return;
+    ProcessSummary& processSummary = observation.processSummary();
+    processSummary.nativeDriven = true;
     if (!gNativeBefore) return;
-    carried.nativeIdle = !pass.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
-    note(carried);
+    processSummary.nativeIdle = !tick.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
+    note(processSummary);
   }
-  void turnEnded(const Turn&, const Scene& scene, const Violated&) override {
-    if (scene.carried().nativeDriven) note(scene.carried());
+  void iterationEnded(const LoopIteration&, const Observation& observation, const Violated&) override {
+    if (observation.processSummary().nativeDriven) note(observation.processSummary());
   }
 
  private:
-  static void note(Carried& carried) {
-    carried.nativeBeforeKnown = gNativeBefore.has_value();
-    carried.nativeBefore = gNativeBefore.value_or(0);
+  static void note(ProcessSummary& processSummary) {
+    processSummary.nativeBeforeKnown = gNativeBefore.has_value();
+    processSummary.nativeBefore = gNativeBefore.value_or(0);
   }
 };
 
@@ -155,7 +158,7 @@ class ForTheEnd final : public Rule {
 // The percentage that the line about a refusal names; none for other lines.
 std::optional<std::int64_t> refusedIn(std::string_view line) {
   constexpr std::string_view beginning = "⚠️ macOS won't hold ";
-  if (!says(line, beginning)) return std::nullopt;
+  if (!messageStartsWith(line, beginning)) return std::nullopt;
   const std::string_view rest = line.substr(line.find(beginning) + beginning.size());
   std::int64_t percent = 0;
   if (std::from_chars(rest.data(), rest.data() + rest.size(), percent).ec != std::errc()) return std::nullopt;
@@ -164,11 +167,11 @@ std::optional<std::int64_t> refusedIn(std::string_view line) {
 
 class Refusals final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene&, const Violated& violated) override {
-    const bool idle = !pass.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
-    if (!pass.complete || !gateIsMacOSLimit() || idle || !gNativeWritten) return;
+  void tickEnded(const TickRecord& tick, const Observation&, const Violated& violated) override {
+    const bool idle = !tick.settings.enabled && gCal.phase == CalPhase::idle && gTopUpSince == 0;
+    if (!tick.complete || !gateIsMacOSLimit() || idle || !gNativeWritten) return;
     const std::int64_t target = *gNativeWritten;
-    const std::int64_t limit = pass.settings.limit;
+    const std::int64_t limit = tick.settings.limit;
     if (target <= refused_ && target < lowestOnSlider) {
       violated(26, std::to_string(target) + "% was written, and " + std::to_string(refused_) +
                        "% had been refused");
@@ -191,8 +194,8 @@ class Refusals final : public Rule {
     }
   }
 
-  void turnEnded(const Turn& turn, const Scene&, const Violated&) override {
-    for (const std::string& line : turn.lines) {
+  void iterationEnded(const LoopIteration& iteration, const Observation&, const Violated&) override {
+    for (const std::string& line : iteration.lines) {
       const auto percent = refusedIn(line);
       if (!percent) continue;
       if (*percent < lowestOnSlider) refused_ = std::max(refused_, *percent);
@@ -215,21 +218,21 @@ void addNativeRules(Rules& rules) {
   rules.push_back(std::make_unique<Refusals>());
 }
 
-void judgeNativeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
-  const Carried& carried = scene.carried();
+void checkNativeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
+  const ProcessSummary& processSummary = observation.processSummary();
   // Who is killed or gives up leaves the limit as it is, and where the client is gone it cannot be set.
-  const bool reachable = scene.machine().limit.client == virtual_mac::LimitClient::offered;
-  if (!end.status || !carried.nativeDriven || !carried.nativeBeforeKnown || !reachable) return;
+  const bool reachable = observation.machine().limit.client == virtual_mac::LimitClient::offered;
+  if (!end.status || !processSummary.nativeDriven || !processSummary.nativeBeforeKnown || !reachable) return;
   const JournalEntry* last = nullptr;
-  forEntries(scene, end.rest.journalFrom, end.rest.journalTo, [&](const JournalEntry& entry) {
+  forEntries(observation, end.rest.journalFrom, end.rest.journalTo, [&](const JournalEntry& entry) {
     if (isNativeWrite(entry)) last = &entry;
     return true;
   });
-  if (carried.nativeIdle) {
+  if (processSummary.nativeIdle) {
     if (last != nullptr) violated(25, "macOS's limit was touched although it is left alone");
     return;
   }
-  const std::int64_t wanted = isOnSlider(carried.nativeBefore) ? carried.nativeBefore : 100;
+  const std::int64_t wanted = isOnSlider(processSummary.nativeBefore) ? processSummary.nativeBefore : 100;
   if (last == nullptr || !isLimitSet(*last) || percentSet(*last) != wanted) {
     violated(25, "macOS's limit was not set back to " + std::to_string(wanted));
   }

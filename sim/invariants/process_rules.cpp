@@ -7,7 +7,7 @@
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
@@ -31,52 +31,52 @@ CalPhase nextOf(CalPhase phase) {
 
 class Calibration final : public Rule {
  public:
-  void passBegins(const Scene&, const Violated& violated) override {
-    if (seen_ && phase_ != gCal.phase) violated(27, "the phase changed between two passes");
+  void tickBegins(const Observation&, const Violated& violated) override {
+    if (seen_ && phase_ != gCal.phase) violated(27, "the phase changed between two ticks");
     seen_ = true;
     phase_ = gCal.phase;
     banked_ = gCal.soakBanked;
     runs_ = gCal.runs.size();
   }
 
-  void passEnded(const Pass&, const Scene& scene, const Violated& violated) override {
-    if (gCal.phase != phase_) judgeStep(violated);
+  void tickEnded(const TickRecord&, const Observation& observation, const Violated& violated) override {
+    if (gCal.phase != phase_) checkStep(violated);
     if (gCal.runs.size() != runs_ && gCal.runs.size() > mostRuns) {
       violated(27, std::to_string(gCal.runs.size()) + " runs are kept");
     }
     const double grown = gCal.soakBanked - banked_;
     if (phase_ == CalPhase::soak && gCal.phase == CalPhase::soak && grown != 0) {
-      judgeBanked(grown, scene, violated);
+      checkBanked(grown, observation, violated);
     } else if (gCal.phase == phase_ && grown != 0) {
       violated(27, std::string("soak was banked while in ") + phaseName(phase_));
     }
-    passedAt_ = scene.machine().now;
+    tickedAt_ = observation.machine().now;
     phase_ = gCal.phase;
   }
 
  private:
   static constexpr std::size_t mostRuns = 40;
-  static constexpr double mostBanked = 120;  // seconds, in one pass
+  static constexpr double mostBanked = 120;  // seconds, in one tick
 
-  void judgeStep(const Violated& violated) const {
+  void checkStep(const Violated& violated) const {
     // One that is called off, stalls or is over.
     if (gCal.phase == CalPhase::idle || gCal.phase == nextOf(phase_)) return;
-    // A battery that is full already leaves the first phase in the pass that begins it.
+    // A battery that is full already leaves the first phase in the tick that begins it.
     const bool beginsFull = phase_ == CalPhase::idle && gCal.phase == CalPhase::drain && gLastPct > 99;
     if (beginsFull) return;
     violated(27, std::string("from ") + phaseName(phase_) + " to " + phaseName(gCal.phase));
   }
 
-  void judgeBanked(double grown, const Scene& scene, const Violated& violated) const {
+  void checkBanked(double grown, const Observation& observation, const Violated& violated) const {
     if (grown < 0) {
       // The time that a clock takes back is taken off again.
-      if (scene.circumstances().clockSteppedBackAt < passedAt_) violated(27, "banked soak was lost");
+      if (observation.disturbances().clockSteppedBackAt < tickedAt_) violated(27, "banked soak was lost");
       return;
     }
     if (grown > mostBanked + std::abs(gCal.soakBanked) * 1e-12) {
-      violated(27, std::to_string(grown) + " s of soak were banked in one pass");
+      violated(27, std::to_string(grown) + " s of soak were banked in one tick");
     }
-    if (!adapterIsSeen(scene.machine())) violated(27, "soak was banked on battery");
+    if (!adapterIsSeen(observation.machine())) violated(27, "soak was banked on battery");
     if (gLastPct <= 99) violated(27, "soak was banked at " + std::to_string(gLastPct) + "%");
   }
 
@@ -84,7 +84,7 @@ class Calibration final : public Rule {
   CalPhase phase_ = CalPhase::idle;
   double banked_ = 0;
   std::size_t runs_ = 0;
-  double passedAt_ = 0;  // machine time of the pass before
+  double tickedAt_ = 0;  // machine time of the tick before
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -92,9 +92,10 @@ class Calibration final : public Rule {
 
 class AtRest final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    // In the turn in which a rest begins everything is handed back, and in the one in which it ends it is
-    // taken again.
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    // In the iteration in which a rest begins everything is handed back, and in the one in which it ends it
+    // is taken again.
     const bool dormant = wasDormant_ && gDormant;
     const bool becomesDormant = !wasDormant_ && gDormant;
     const bool released = wasReleased_ && gReleased;
@@ -102,10 +103,10 @@ class AtRest final : public Rule {
     wasReleased_ = gReleased;
     if (!dormant && !released) return;
     const auto replies = [&](RequestKind kind) {
-      return firstEntry(scene, turn.journalFrom, turn.journalTo,
+      return firstEntry(observation, iteration.journalFrom, iteration.journalTo,
                         [kind](const JournalEntry& entry) { return isReply(entry, kind); }) != nullptr;
     };
-    forEntries(scene, turn.journalFrom, turn.journalTo, [&](const JournalEntry& entry) {
+    forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
       if (isGateWrite(entry)) violated(30, "a key of the gate was written at rest");
       if (dormant && isLightWrite(entry)) violated(30, "the light was written while dormant");
       return true;
@@ -115,10 +116,10 @@ class AtRest final : public Rule {
     const bool handsBack =
         replies(RequestKind::releaseCharge) || replies(RequestKind::purgeAllData) || becomesDormant;
     if (released && !handsBack &&
-        firstEntry(scene, turn.journalFrom, turn.journalTo, isNativeWrite) != nullptr) {
+        firstEntry(observation, iteration.journalFrom, iteration.journalTo, isNativeWrite) != nullptr) {
       violated(30, "macOS's limit was written although the charge is released");
     }
-    for (const FileChange& change : turn.files) {
+    for (const FileChange& change : iteration.files) {
       if (!isWritten(change)) continue;
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
       if (published) violated(30, change.path + " was written at rest");
@@ -138,18 +139,19 @@ class AtRest final : public Rule {
 
 class Replies final : public Rule {
  public:
-  // Before the daemon listens: what an earlier life took has nobody left to answer it.
-  void passBegins(const Scene& scene, const Violated&) override {
+  // Before the daemon listens: what an earlier process took has nobody left to answer it.
+  void tickBegins(const Observation& observation, const Violated&) override {
     if (met_) return;
     met_ = true;
-    for (const ClientRequest& request : scene.machine().control.requests) {
+    for (const ClientRequest& request : observation.machine().control.requests) {
       if (isUnanswered(request)) abandoned_ = std::max(abandoned_, request.number);
     }
   }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    const auto& control = scene.machine().control;
-    if (control.sent == 0 || (!waiting_ && turn.journalFrom == turn.journalTo)) return;
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    const auto& control = observation.machine().control;
+    if (control.sent == 0 || (!waiting_ && iteration.journalFrom == iteration.journalTo)) return;
     std::optional<std::uint64_t> waiting;
     for (const ClientRequest& request : control.requests) {
       if (request.number == 0) continue;
@@ -158,7 +160,7 @@ class Replies final : public Rule {
       waiting = std::min(waiting.value_or(request.number), request.number);
     }
     // The work that replies waits for its turn, and for no time.
-    const double uptime = virtual_mac::uptimeOf(scene.machine());
+    const double uptime = virtual_mac::uptimeOf(observation.machine());
     if (waiting != waiting_) waitsSince_ = uptime;
     waiting_ = waiting;
     if (waiting_ && uptime - waitsSince_ > patience) violated(31, "a request has no reply");
@@ -172,33 +174,34 @@ class Replies final : public Rule {
   }
 
   bool met_ = false;
-  std::uint64_t abandoned_ = 0;           // number of the last one of an earlier life
+  std::uint64_t abandoned_ = 0;           // number of the last one of an earlier process
   std::optional<std::uint64_t> waiting_;  // number of the first request that waits for its reply
   double waitsSince_ = 0;                 // uptime
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 32. How a life ends.
+// 32. How a process ends.
 
-// On a full disk the lab gets none of the words that a life leaves behind.
-bool says(const std::string& errors, std::string_view words, const Circumstances& so) {
-  return errors.find(words) != std::string::npos || (so.diskIsFull && errors.empty());
+// On a full disk the lab gets none of the words that a process leaves behind.
+bool messageStartsWith(const std::string& errors, std::string_view words, const Disturbances& disturbances) {
+  return errors.find(words) != std::string::npos || (disturbances.diskIsFull && errors.empty());
 }
 
-bool isInTheBook(int status, const std::string& errors, const Circumstances& so) {
+bool isInTheBook(int status, const std::string& errors, const Disturbances& disturbances) {
   constexpr int misplaced = 1;    // not root, or no controller to talk to
   constexpr int unsupported = 2;  // no way to control the charge
   if (status == 0) return true;
-  return (status == misplaced || status == unsupported) && says(errors, "⛔️ ", so);
+  return (status == misplaced || status == unsupported) && messageStartsWith(errors, "⛔️ ", disturbances);
 }
 
-bool wasSent(int signal, const Circumstances& so) {
-  return ((so.signalsSent | so.signalsToCome) >> static_cast<unsigned>(signal) & 1U) != 0;
+bool wasSent(int signal, const Disturbances& disturbances) {
+  return ((disturbances.signalsSent | disturbances.signalsToCome) >> static_cast<unsigned>(signal) & 1U) != 0;
 }
 
 // Numbers that cannot be kept end the process with a word about it.
-bool isFatalByTheBook(int signal, const std::string& errors, const Circumstances& so) {
-  return signal == SIGABRT && so.unkeepableFiles != 0 && says(errors, "brisko-daemon: ", so);
+bool isFatalByTheBook(int signal, const std::string& errors, const Disturbances& disturbances) {
+  return signal == SIGABRT && disturbances.unstorableFiles != 0 &&
+         messageStartsWith(errors, "brisko-daemon: ", disturbances);
 }
 
 }  // namespace
@@ -209,13 +212,14 @@ void addProcessRules(Rules& rules) {
   rules.push_back(std::make_unique<Replies>());
 }
 
-void judgeProcessAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
-  const Circumstances& so = scene.circumstances();
+void checkProcessAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
+  const Disturbances& disturbances = observation.disturbances();
   const std::string words = end.errors.substr(0, end.errors.find('\n'));
-  if (end.status && !isInTheBook(*end.status, end.errors, so)) {
+  if (end.status && !isInTheBook(*end.status, end.errors, disturbances)) {
     violated(32, "it ended with status " + std::to_string(*end.status) + ": " + words);
   }
-  if (end.signal && !wasSent(*end.signal, so) && !isFatalByTheBook(*end.signal, end.errors, so)) {
+  if (end.signal && !wasSent(*end.signal, disturbances) &&
+      !isFatalByTheBook(*end.signal, end.errors, disturbances)) {
     violated(32, "signal " + std::to_string(*end.signal) + " ended it: " + words);
   }
 }

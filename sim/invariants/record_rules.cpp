@@ -17,7 +17,7 @@
 #include "base/process_flags.h"
 #include "base/volume_path.h"
 #include "records/statistics.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
@@ -28,8 +28,8 @@ namespace {
 
 using virtual_mac::RequestKind;
 
-double wallClockOf(const Scene& scene, double machineTime) {
-  return machineTime + scene.machine().system.wallOffset;
+double wallClockOf(const Observation& observation, double machineTime) {
+  return machineTime + observation.machine().system.wallOffset;
 }
 
 std::string secondsText(double seconds) {
@@ -43,21 +43,22 @@ std::string secondsText(double seconds) {
 
 class ErasedData final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
     if (!gPurged) return;
-    if (!wasPurged_) scene.carried().purgedAt = turn.at;
+    if (!wasPurged_) observation.processSummary().purgedAt = iteration.at;
     // In the turn of the erasing files may still be written before they go: the limit that is handed back is
     // logged. What comes after the last removal came back.
-    auto change = turn.files.begin();
+    auto change = iteration.files.begin();
     if (!wasPurged_) {
-      const auto last =
-          std::find_if(turn.files.rbegin(), turn.files.rend(), [](const auto& it) { return it.removed; });
+      const auto last = std::find_if(iteration.files.rbegin(), iteration.files.rend(),
+                                     [](const auto& it) { return it.removed; });
       change = last.base();
-      if (last == turn.files.rend()) change = turn.files.end();
+      if (last == iteration.files.rend()) change = iteration.files.end();
     }
     wasPurged_ = true;
-    change = std::find_if(change, turn.files.end(), isWritten);
-    if (change != turn.files.end()) violated(14, change->path + " was written");
+    change = std::find_if(change, iteration.files.end(), isWritten);
+    if (change != iteration.files.end()) violated(14, change->path + " was written");
   }
 
  private:
@@ -86,28 +87,29 @@ std::string tailOf(const std::string& path, off_t from, off_t to) {
 
 class TheLog final : public Rule {
  public:
-  // What an earlier life left is not judged again.
+  // What an earlier process left is not judged again.
   TheLog() {
-    if (lookAtFile()) seen_ = size_;
+    if (checkFile()) seen_ = size_;
   }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
     // Another program in the folder makes names and sizes of its own, and may keep a rotation from success.
-    if (scene.circumstances().logsTouched) return;
+    if (observation.disturbances().logsTouched) return;
     bool written = false;
-    for (const FileChange& change : turn.files) {
+    for (const FileChange& change : iteration.files) {
       if (!isWritten(change) || !change.path.starts_with(folder)) continue;
       const std::string name = change.path.substr(std::min(folder.size() + 1, change.path.size()));
       written = written || name == "daemon.log";
       if (name.starts_with("daemon.log.") && name != "daemon.log.1") violated(15, "there is a " + name);
     }
-    if (written) judgeNewLines(violated);
+    if (written) checkNewLines(violated);
   }
 
  private:
   static constexpr std::string_view folder = LogFile::defaultDirectory;
 
-  [[nodiscard]] bool lookAtFile() {
+  [[nodiscard]] bool checkFile() {
     struct stat status {};
     if (::stat(path_.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
     if (status.st_ino != inode_ || status.st_size < size_) seen_ = 0;
@@ -116,8 +118,8 @@ class TheLog final : public Rule {
     return true;
   }
 
-  void judgeNewLines(const Violated& violated) {
-    if (!lookAtFile()) return;
+  void checkNewLines(const Violated& violated) {
+    if (!checkFile()) return;
     const std::string text = tailOf(path_, seen_, size_);
     const bool startsHere = seen_ == 0;
     seen_ = size_;
@@ -138,7 +140,7 @@ class TheLog final : public Rule {
   std::string path_ = onVolume(std::string(folder) + "/daemon.log");
   ino_t inode_ = 0;  // of the log as it was looked at last; 0 there was none
   off_t size_ = 0;
-  off_t seen_ = 0;  // bytes of it that were judged, or that an earlier life left
+  off_t seen_ = 0;  // bytes of it that were judged, or that an earlier process left
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -168,13 +170,14 @@ double timeOf(const std::string& status) {
 
 class TheStatus final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    const bool written = std::any_of(turn.files.begin(), turn.files.end(), [](const FileChange& change) {
-      return isWritten(change) && change.path == statusPath;
-    });
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    const bool written =
+        std::any_of(iteration.files.begin(), iteration.files.end(),
+                    [](const FileChange& change) { return isWritten(change) && change.path == statusPath; });
     if (!written) return;
     std::string status = readWholeFile(onVolume(statusPath)).value_or("");
-    if (scene.circumstances().diskIsFull) {
+    if (observation.disturbances().diskIsFull) {
       // There is no room for what it should say.
       status_.clear();
       return;
@@ -198,12 +201,14 @@ class TheStatus final : public Rule {
 
 class TheHistory final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    const auto change = std::find_if(turn.files.begin(), turn.files.end(), [](const FileChange& it) {
-      return isWritten(it) && it.path.starts_with(historyDir) && it.path.ends_with(".jsonl");
-    });
-    if (change == turn.files.end()) return;
-    last_ = scene.circumstances().diskIsFull ? std::nullopt : judged(lastLine(change->path), violated);
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    const auto change =
+        std::find_if(iteration.files.begin(), iteration.files.end(), [](const FileChange& it) {
+          return isWritten(it) && it.path.starts_with(historyDir) && it.path.ends_with(".jsonl");
+        });
+    if (change == iteration.files.end()) return;
+    last_ = observation.disturbances().diskIsFull ? std::nullopt : checked(lastLine(change->path), violated);
   }
 
  private:
@@ -233,7 +238,7 @@ class TheHistory final : public Rule {
                 .tenths = integerAt(*object, "ct").value_or(0)};
   }
 
-  std::optional<Line> judged(const std::optional<Line>& line, const Violated& violated) const {
+  std::optional<Line> checked(const std::optional<Line>& line, const Violated& violated) const {
     if (!line || !last_) return line;
     const std::int64_t apart = line->time - last_->time;
     if (line->state != last_->state || line->adapter != last_->adapter) return line;
@@ -252,28 +257,29 @@ class TheHistory final : public Rule {
 class ProtectedTime final : public Rule {
  public:
   // By then the file was read.
-  void passBegins(const Scene& scene, const Violated&) override {
+  void tickBegins(const Observation& observation, const Violated&) override {
     if (known_) return;
     known_ = gProtectedSeconds;
     since_ = gStatsSince;
-    tickAt_ = scene.machine().now;
+    tickAt_ = observation.machine().now;
     tickWall_ = gLastStatsTick;
   }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
     if (!known_) return;
     const bool anew = gStatsSince != since_;
     since_ = gStatsSince;
     const double grown = gProtectedSeconds - *known_;
     const double tickedAt = tickAt_;
-    if (tickWall_ != gLastStatsTick) tickAt_ = turn.at;
+    if (tickWall_ != gLastStatsTick) tickAt_ = iteration.at;
     tickWall_ = gLastStatsTick;
     if (grown == 0) return;
     known_ = gProtectedSeconds;
     if (anew) return;
     if (grown < 0) {
       // The time that a clock takes back is taken off again.
-      if (scene.circumstances().clockSteppedBackAt < tickedAt) {
+      if (observation.disturbances().clockSteppedBackAt < tickedAt) {
         violated(28, "protected time fell by " + secondsText(-grown));
       }
       return;
@@ -282,7 +288,7 @@ class ProtectedTime final : public Rule {
       violated(28, "protected time grew by " + secondsText(grown));
     }
     if (gState == ChargeState::allow) violated(28, "protected time grew in allow");
-    if (!adapterIsSeen(scene.machine())) violated(28, "protected time grew on battery");
+    if (!adapterIsSeen(observation.machine())) violated(28, "protected time grew on battery");
   }
 
  private:
@@ -298,35 +304,36 @@ class ProtectedTime final : public Rule {
 
 class Requests final : public Rule {
  public:
-  void passBegins(const Scene& scene, const Violated&) override {
+  void tickBegins(const Observation& observation, const Violated&) override {
     // Whoever writes the file may ask anew, and so may the app.
-    const bool othersWrote = scene.circumstances().doings != doings_ || appliesSettings(scene.machine());
-    doings_ = scene.circumstances().doings;
+    const bool othersWrote =
+        observation.disturbances().actionCount != actionCount_ || appliesSettings(observation.machine());
+    actionCount_ = observation.disturbances().actionCount;
     // A request that is withdrawn on a full disk is lost with the file; it comes back with somebody.
-    if (othersWrote || scene.circumstances().diskIsFull) topUp_ = calibrate_ = reset_ = {};
+    if (othersWrote || observation.disturbances().diskIsFull) topUp_ = calibrate_ = reset_ = {};
   }
 
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
     // A locked system drives nothing and serves no request to begin the statistics anew; after an erasing
     // nothing is written any more, and so nothing is withdrawn.
-    if (!pass.complete || gSystemLocked || gPurged) return;
-    const Settings& asked = pass.settings;
+    if (!tick.complete || gSystemLocked || gPurged) return;
+    const Settings& asked = tick.settings;
     const bool calibrates = gCal.phase != CalPhase::idle;
-    const double now = wallClockOf(scene, pass.at);
+    const double now = wallClockOf(observation, tick.at);
     if (topUp_.withdrawn && asked.topUp) violated(29, "a Top Up that was withdrawn is asked for again");
     if (calibrate_.withdrawn && asked.calibrate) violated(29, "a calibration is asked for again");
     if (asked.resetStats && gStatsSince != now) violated(29, "the statistics did not begin anew");
-    if (asked.topUp && gTopUpSince != 0) judgeTopUp(asked, now, scene, violated);
+    if (asked.topUp && gTopUpSince != 0) checkTopUp(asked, now, observation, violated);
     if (calibrates && now - gCal.phaseSince > longestPhase) violated(29, "a calibration never ends");
 
-    // Whatever else is withdrawn in the same pass writes the request back as it was read, so that it is
+    // Whatever else is withdrawn in the same tick writes the request back as it was read, so that it is
     // served twice.
     reset_.served = asked.resetStats ? reset_.served + 1 : 0;
     if (reset_.served > 2) violated(29, "the statistics begin anew again and again");
 
     const bool topUpEnds = asked.topUp && gTopUpSince == 0 && !calibrates;
     topUp_.withdrawn = !asked.topUp || topUpEnds;
-    // A Top Up that ends in the same pass writes the calibration back, which then begins anew.
+    // A Top Up that ends in the same tick writes the calibration back, which then begins anew.
     calibrate_.withdrawn = !asked.calibrate || (!calibrates && !topUpEnds);
   }
 
@@ -338,7 +345,7 @@ class Requests final : public Rule {
     int served = 0;  // in a row
   };
 
-  // The pass is a part of a request of the app, which is replied to afterwards.
+  // The tick is a part of a request of the app, which is replied to afterwards.
   [[nodiscard]] static bool appliesSettings(const virtual_mac::Machine& machine) {
     const auto& requests = machine.control.requests;
     return machine.control.sent > 0 && std::any_of(requests.begin(), requests.end(), [](const auto& it) {
@@ -347,13 +354,15 @@ class Requests final : public Rule {
            });
   }
 
-  static void judgeTopUp(const Settings& asked, double now, const Scene& scene, const Violated& violated) {
-    if (!adapterIsSeen(scene.machine())) violated(29, "a Top Up goes on without an adapter");
+  static void checkTopUp(const Settings& asked, double now, const Observation& observation,
+                         const Violated& violated) {
+    if (!adapterIsSeen(observation.machine())) violated(29, "a Top Up continues without an adapter");
     const double hours = static_cast<double>(asked.topUpHours);
-    if (asked.topUpHours >= 1 && now - gTopUpSince > hours * 3600) violated(29, "a Top Up goes on for ever");
+    if (asked.topUpHours >= 1 && now - gTopUpSince > hours * 3600)
+      violated(29, "a Top Up continues for ever");
   }
 
-  std::uint64_t doings_ = 0;
+  std::uint64_t actionCount_ = 0;
   Request topUp_;
   Request calibrate_;
   Request reset_;
@@ -370,15 +379,15 @@ void addRecordRules(Rules& rules) {
   rules.push_back(std::make_unique<Requests>());
 }
 
-void judgeRecordsAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
-  const double purgedAt = scene.carried().purgedAt;
+void checkRecordsAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
+  const double purgedAt = observation.processSummary().purgedAt;
   // Others may have made files in the meantime.
-  const bool untouched = scene.circumstances().filesTouchedAt < purgedAt;
+  const bool untouched = observation.disturbances().filesTouchedAt < purgedAt;
   if (!end.status || purgedAt == never || !untouched) return;
   for (const std::string& path :
        {std::string(statusPath), std::string(statsPath), std::string(calibrationPath),
         std::string(defaultConfigPath), std::string(LogFile::defaultDirectory) + "/daemon.log"}) {
-    if (scene.read(path)) violated(14, path + " is there again");
+    if (observation.read(path)) violated(14, path + " is there again");
   }
 }
 

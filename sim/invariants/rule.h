@@ -1,5 +1,5 @@
 // sim/invariants/rule.h
-// What the rules that always hold are written against: what they may look at, and when they are asked.
+// What the invariants are written against: what they may look at, and when they are asked.
 #pragma once
 
 #include <array>
@@ -21,47 +21,47 @@ namespace brisko::lab {
 
 inline constexpr double never = -1e300;  // machine time of what has not happened
 
-// What the timeline has done, as far as rules make exceptions for it. Shared by the lab and the lives. Times
-// are machine time.
-struct Circumstances {
-  std::uint64_t doings = 0;       // how many things it did so far
-  double lastDoingAt = never;     // the last of them
+// What the timeline has done, as far as rules make exceptions for it. Shared by the lab and the processes.
+// Times are machine time.
+struct Disturbances {
+  std::uint64_t actionCount = 0;  // how many things it did so far
+  double lastActionAt = never;    // the last of them
   double disturbedAt = never;     // … that makes keys, readings or files less than obedient, or heals them
   double clockSteppedAt = never;  // the wall clock was set, either way
   double clockSteppedBackAt = never;
   double adapterChangedAt = never;  // plugged or unplugged
   double filesTouchedAt = never;    // somebody else wrote or removed a file
-  double launchedAt = never;        // the life that runs was started
+  double launchedAt = never;        // the process that runs was started
   bool diskIsFull = false;
-  std::uint64_t disturbances = 0;     // how often disturbedAt was set for keys or readings
-  std::uint64_t leaps = 0;            // how often the charge or what 100 % is was set from outside
-  bool logsTouched = false;           // somebody else wrote or removed something where the logs are
-  std::uint32_t signalsSent = 0;      // bit n: signal n, to the life that runs
-  std::uint32_t signalsToCome = 0;    // likewise, at a moment of its own choice, perhaps in a later life
-  std::uint32_t unkeepableFiles = 0;  // bit of an UnkeepableIn: it was given a number that cannot be kept
+  std::uint64_t disturbanceCount = 0;  // how often disturbedAt was set for keys or readings
+  std::uint64_t jumps = 0;             // how often the charge or what 100 % is was set from outside
+  bool logsTouched = false;            // somebody else wrote or removed something where the logs are
+  std::uint32_t signalsSent = 0;       // bit n: signal n, to the process that runs
+  std::uint32_t signalsToCome = 0;     // likewise, at a moment of its own choice, perhaps in a later life
+  std::uint32_t unstorableFiles = 0;   // bit of an UnstorableIn: it was given a number that cannot be kept
 };
 
 // Where numbers come from that end the process, for no guess at them could be right.
-enum class UnkeepableIn : std::uint8_t { settings, statistics, calibration, request };
-[[nodiscard]] constexpr std::uint32_t bitOf(UnkeepableIn place) { return 1U << static_cast<unsigned>(place); }
+enum class UnstorableIn : std::uint8_t { settings, statistics, calibration, request };
+[[nodiscard]] constexpr std::uint32_t bitOf(UnstorableIn place) { return 1U << static_cast<unsigned>(place); }
 
-// What a life leaves for the judgement of its end, in memory that the lab shares with it.
-struct Carried {
+// What a process leaves for the judgement of its end, in memory that the lab shares with it.
+struct ProcessSummary {
   bool stepSevenReached = false;  // of the start-up: exit hooks and signal handlers are in place
   bool gateKnown = false;
   ChargeGate gate{};
   bool lightSupported = false;
-  std::uint64_t journalSeen = 0;  // entries that the rules of the life have looked at
-  std::uint64_t startTo = 0;      // entries before this one were written before the first pass
-  std::uint64_t passedTo = 0;     // … before the end of the latest pass
-  bool cutWasLeft = false;        // "CHIE" was cut as the life began
+  std::uint64_t journalSeen = 0;  // entries that the rules of the process have looked at
+  std::uint64_t startTo = 0;      // entries before this one were written before the first tick
+  std::uint64_t tickedTo = 0;     // … before the end of the latest tick
+  bool cutWasLeft = false;        // "CHIE" was cut as the process began
   GateKeys keys{};                // of the gate, as of journalSeen; once stepSevenReached
   double purgedAt = never;
-  // The dates of scheduled wakes that this life has nothing to do with, or no longer.
-  std::array<double, virtual_mac::scheduledPlaces> strangeWakes{};
-  std::size_t strangeWakeCount = 0;
-  bool strangeWakesKnown = false;
-  // Of macOS's own limit, once a pass has driven it.
+  // The dates of scheduled wakes that this process has nothing to do with, or no longer.
+  std::array<double, virtual_mac::scheduledPlaces> foreignWakes{};
+  std::size_t foreignWakeCount = 0;
+  bool foreignWakesKnown = false;
+  // Of macOS's own limit, once a tick has driven it.
   bool nativeDriven = false;
   bool nativeIdle = false;  // handed back for as long as the limit is switched off
   bool nativeBeforeKnown = false;
@@ -69,7 +69,7 @@ struct Carried {
 };
 
 // One run of evaluate(), told as it ends.
-struct Pass {
+struct TickRecord {
   double at = 0;                  // machine time
   bool complete = false;          // it published; else it ended before
   std::uint64_t journalFrom = 0;  // entries of the journal from here …
@@ -89,37 +89,38 @@ struct FileChange {
 };
 
 // What can be looked at. The daemon's own variables are read as they are.
-class Scene {
+class Observation {
  public:
-  virtual ~Scene() = default;
+  virtual ~Observation() = default;
   [[nodiscard]] virtual const virtual_mac::Machine& machine() const = 0;
   [[nodiscard]] virtual const virtual_mac::Journal& journal() const = 0;
-  [[nodiscard]] virtual const Circumstances& circumstances() const = 0;
-  [[nodiscard]] virtual Carried& carried() const = 0;
+  [[nodiscard]] virtual const Disturbances& disturbances() const = 0;
+  [[nodiscard]] virtual ProcessSummary& processSummary() const = 0;
   // The file's contents on the Mac's volume; none when there is no such file.
   [[nodiscard]] virtual std::optional<std::string> read(const std::string& path) const = 0;
 };
 
-[[nodiscard]] inline const virtual_mac::JournalEntry& entryOf(const Scene& scene, std::uint64_t number) {
-  const auto& entries = scene.journal().entries;
+[[nodiscard]] inline const virtual_mac::JournalEntry& entryOf(const Observation& observation,
+                                                              std::uint64_t number) {
+  const auto& entries = observation.journal().entries;
   return entries[number % entries.size()];
 }
 
-// One turn of the daemon's run loop, told when everything in it is done.
-struct Turn {
+// One iteration of the run loop, told when everything in it is done.
+struct LoopIteration {
   double at = 0;                        // machine time
   std::uint64_t journalFrom = 0;        // entries from here …
   std::uint64_t journalTo = 0;          // … to before this one
   std::vector<std::string> lines = {};  // logged, with their times
   std::vector<FileChange> files = {};
-  std::vector<Pass> passes = {};
+  std::vector<TickRecord> ticks = {};
 };
 
-// The end of a life, told in the lab. What is in `rest` came after its last turn.
-struct LifeEnd {
+// The end of a process, told in the lab. What is in `rest` came after its last iteration.
+struct ProcessEnd {
   std::optional<int> status = {};  // exit status
   std::optional<int> signal = {};  // that ended it
-  Turn rest = {};
+  LoopIteration rest = {};
   std::vector<std::string> lines = {};  // everything that it logged
   std::string errors = {};              // everything on its standard error
 };
@@ -127,15 +128,15 @@ struct LifeEnd {
 // Told of every invariant that does not hold: its number, and what was seen instead.
 using Violated = std::function<void(int number, const std::string& seen)>;
 
-// A rule, or several that remember the same. Made afresh in every life, inside of it.
+// A rule, or several that remember the same. Made afresh in every process, inside of it.
 class Rule {
  public:
   virtual ~Rule() = default;
-  virtual void passBegins(const Scene&, const Violated&) {}
-  virtual void passEnded(const Pass&, const Scene&, const Violated&) {}
-  virtual void turnEnded(const Turn&, const Scene&, const Violated&) {}
-  // The timeline did something while the life stood still.
-  virtual void wentOn(const Scene&) {}
+  virtual void tickBegins(const Observation&, const Violated&) {}
+  virtual void tickEnded(const TickRecord&, const Observation&, const Violated&) {}
+  virtual void iterationEnded(const LoopIteration&, const Observation&, const Violated&) {}
+  // The timeline did something while the process was paused.
+  virtual void onResume(const Observation&) {}
 };
 using Rules = std::vector<std::unique_ptr<Rule>>;
 
@@ -148,11 +149,11 @@ void addSleepRules(Rules& rules);
 void addNativeRules(Rules& rules);
 void addProcessRules(Rules& rules);
 
-// What is judged in the lab when a life has ended.
-void judgeChargeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
-void judgeRecordsAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
-void judgeSleepAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
-void judgeNativeAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
-void judgeProcessAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated);
+// What is judged in the lab when a process has ended.
+void checkChargeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
+void checkRecordsAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
+void checkSleepAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
+void checkNativeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
+void checkProcessAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
 
 }  // namespace brisko::lab

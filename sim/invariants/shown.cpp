@@ -50,14 +50,14 @@ bool isReply(const JournalEntry& entry, virtual_mac::RequestKind kind) {
   return entry.command == virtual_mac::journalReplied && entry.key == static_cast<std::uint32_t>(kind);
 }
 
-bool says(std::string_view line, std::string_view beginning) {
+bool messageStartsWith(std::string_view line, std::string_view beginning) {
   constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
   return line.size() >= stampWidth && line.substr(stampWidth).starts_with(beginning);
 }
 
-bool anyLineSays(const Turn& turn, std::string_view beginning) {
-  return std::any_of(turn.lines.begin(), turn.lines.end(),
-                     [beginning](const std::string& line) { return says(line, beginning); });
+bool anyLineStartsWith(const LoopIteration& iteration, std::string_view beginning) {
+  return std::any_of(iteration.lines.begin(), iteration.lines.end(),
+                     [beginning](const std::string& line) { return messageStartsWith(line, beginning); });
 }
 
 }  // namespace brisko::lab

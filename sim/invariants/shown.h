@@ -25,17 +25,17 @@ namespace brisko::lab {
 
 // Calls `look` with each entry from `from` to before `to`, as long as it returns true.
 template <class Look>
-void forEntries(const Scene& scene, std::uint64_t from, std::uint64_t to, const Look& look) {
+void forEntries(const Observation& observation, std::uint64_t from, std::uint64_t to, const Look& look) {
   for (std::uint64_t number = from; number < to; ++number) {
-    if (!look(entryOf(scene, number))) return;
+    if (!look(entryOf(observation, number))) return;
   }
 }
 // The first such entry; null when there is none.
 template <class IsMeant>
-[[nodiscard]] const virtual_mac::JournalEntry* firstEntry(const Scene& scene, std::uint64_t from,
+[[nodiscard]] const virtual_mac::JournalEntry* firstEntry(const Observation& observation, std::uint64_t from,
                                                           std::uint64_t to, const IsMeant& isMeant) {
   const virtual_mac::JournalEntry* found = nullptr;
-  forEntries(scene, from, to, [&](const virtual_mac::JournalEntry& entry) {
+  forEntries(observation, from, to, [&](const virtual_mac::JournalEntry& entry) {
     if (isMeant(entry)) found = &entry;
     return found == nullptr;
   });
@@ -49,8 +49,8 @@ template <class IsMeant>
 [[nodiscard]] bool isReply(const virtual_mac::JournalEntry& entry, virtual_mac::RequestKind kind);
 
 // Whether the message of a logged line begins with the text.
-[[nodiscard]] bool says(std::string_view line, std::string_view beginning);
-[[nodiscard]] bool anyLineSays(const Turn& turn, std::string_view beginning);
+[[nodiscard]] bool messageStartsWith(std::string_view line, std::string_view beginning);
+[[nodiscard]] bool anyLineStartsWith(const LoopIteration& iteration, std::string_view beginning);
 
 // Created, written or moved here: not removed, and not given other attributes alone.
 [[nodiscard]] inline bool isWritten(const FileChange& change) {

@@ -10,7 +10,7 @@
 #include "hardware/scheduled_wake.h"
 #include "platform/system_power.h"
 #include "policy/charge_bounds.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
@@ -31,34 +31,37 @@ double dateOf(const JournalEntry& entry) {
 // ---------------------------------------------------------------------------------------------------------
 // 18. Scheduled wakes.
 
-bool isStrange(const Carried& carried, double date) {
-  const auto end = carried.strangeWakes.begin() + static_cast<std::ptrdiff_t>(carried.strangeWakeCount);
-  return std::find(carried.strangeWakes.begin(), end, date) != end;
+bool isForeign(const ProcessSummary& processSummary, double date) {
+  const auto end =
+      processSummary.foreignWakes.begin() + static_cast<std::ptrdiff_t>(processSummary.foreignWakeCount);
+  return std::find(processSummary.foreignWakes.begin(), end, date) != end;
 }
 
-void forgetWake(Carried& carried, double date) {
-  if (isStrange(carried, date) || carried.strangeWakeCount == carried.strangeWakes.size()) return;
-  carried.strangeWakes[carried.strangeWakeCount++] = date;
+void forgetWake(ProcessSummary& processSummary, double date) {
+  if (isForeign(processSummary, date) ||
+      processSummary.foreignWakeCount == processSummary.foreignWakes.size())
+    return;
+  processSummary.foreignWakes[processSummary.foreignWakeCount++] = date;
 }
 
 bool isOfTheDaemon(const ScheduledEvent& event) {
   return event.pending && virtual_mac::textOf(event.identifier) == wakeEventID;
 }
 
-// Of this life: one that was killed leaves its wake behind, and the next does not know of it.
-std::size_t wakesOfThisLife(const Scene& scene) {
-  const auto& events = scene.machine().sleep.events;
+// Of this process: one that was killed leaves its wake behind, and the next does not know of it.
+std::size_t wakesOfThisProcess(const Observation& observation) {
+  const auto& events = observation.machine().sleep.events;
   return static_cast<std::size_t>(
       std::count_if(events.begin(), events.end(), [&](const ScheduledEvent& event) {
-        return isOfTheDaemon(event) && !isStrange(scene.carried(), event.date);
+        return isOfTheDaemon(event) && !isForeign(observation.processSummary(), event.date);
       }));
 }
 
 // What the system does not cancel is not tried again.
-void forgetUncancelled(const Scene& scene, std::uint64_t from, std::uint64_t to) {
-  forEntries(scene, from, to, [&](const JournalEntry& entry) {
+void forgetUncancelled(const Observation& observation, std::uint64_t from, std::uint64_t to) {
+  forEntries(observation, from, to, [&](const JournalEntry& entry) {
     if (entry.command == virtual_mac::journalCancelled && entry.status != 0) {
-      forgetWake(scene.carried(), dateOf(entry));
+      forgetWake(observation.processSummary(), dateOf(entry));
     }
     return true;
   });
@@ -66,29 +69,31 @@ void forgetUncancelled(const Scene& scene, std::uint64_t from, std::uint64_t to)
 
 class Wakes final : public Rule {
  public:
-  void passBegins(const Scene& scene, const Violated&) override { meet(scene); }
+  void tickBegins(const Observation& observation, const Violated&) override { meet(observation); }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    meet(scene);
-    if (turn.journalFrom == turn.journalTo && !gDormant) return;
-    forgetUncancelled(scene, turn.journalFrom, turn.journalTo);
-    const std::size_t pending = wakesOfThisLife(scene);
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    meet(observation);
+    if (iteration.journalFrom == iteration.journalTo && !gDormant) return;
+    forgetUncancelled(observation, iteration.journalFrom, iteration.journalTo);
+    const std::size_t pending = wakesOfThisProcess(observation);
     if (pending > 1) violated(18, std::to_string(pending) + " wakes are scheduled");
     if (pending == 0) return;
-    const bool wakes = firstEntry(scene, turn.journalFrom, turn.journalTo, [](const JournalEntry& entry) {
-                         return isHeard(entry, PowerMessage::systemHasPoweredOn);
-                       }) != nullptr;
+    const bool wakes =
+        firstEntry(observation, iteration.journalFrom, iteration.journalTo, [](const JournalEntry& entry) {
+          return isHeard(entry, PowerMessage::systemHasPoweredOn);
+        }) != nullptr;
     if (wakes) violated(18, "a wake is scheduled after a full wake");
     if (gDormant) violated(18, "a wake is scheduled while dormant");
   }
 
  private:
-  void meet(const Scene& scene) {
+  void meet(const Observation& observation) {
     if (met_) return;
     met_ = true;
-    scene.carried().strangeWakesKnown = true;
-    for (const ScheduledEvent& event : scene.machine().sleep.events) {
-      if (isOfTheDaemon(event)) forgetWake(scene.carried(), event.date);
+    observation.processSummary().foreignWakesKnown = true;
+    for (const ScheduledEvent& event : observation.machine().sleep.events) {
+      if (isOfTheDaemon(event)) forgetWake(observation.processSummary(), event.date);
     }
   }
 
@@ -100,14 +105,16 @@ class Wakes final : public Rule {
 
 class SleepPlans final : public Rule {
  public:
-  void passEnded(const Pass&, const Scene&, const Violated&) override { state_ = gState; }
+  void tickEnded(const TickRecord&, const Observation&, const Violated&) override { state_ = gState; }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
     const ChargeState before = state_;
     state_ = gState;
-    const bool announced = firstEntry(scene, turn.journalFrom, turn.journalTo, [](const JournalEntry& entry) {
-                             return isHeard(entry, PowerMessage::systemWillSleep);
-                           }) != nullptr;
+    const bool announced =
+        firstEntry(observation, iteration.journalFrom, iteration.journalTo, [](const JournalEntry& entry) {
+          return isHeard(entry, PowerMessage::systemWillSleep);
+        }) != nullptr;
     if (!announced || gDormant || !gGate || gateIsMacOSLimit()) return;
     const auto power = powerState();
     if (!power) return;
@@ -116,13 +123,13 @@ class SleepPlans final : public Rule {
     if (!settings) return;
 
     const Bounds band = bounds(settings->limit, gCliLower, settings->hysteresis);
-    // A calibration's drain may go on asleep, with the adapter cut.
+    // A calibration's drain may continue asleep, with the adapter cut.
     const bool keepsTheBand = settings->enabled && !settings->topUp && gCal.phase == CalPhase::idle &&
-                              adapterIsSeen(scene.machine());
-    const Planned planned = plannedIn(turn, scene);
-    if (keepsTheBand && power->pct >= band.lower) return judgeFreeze(planned, scene, violated);
+                              adapterIsSeen(observation.machine());
+    const Planned planned = plannedIn(iteration, observation);
+    if (keepsTheBand && power->pct >= band.lower) return checkFreeze(planned, observation, violated);
     if (gState != before) violated(19, "the sleep that is to be left alone changed the state");
-    if (keepsTheBand) return judgeWake(planned, violated);
+    if (keepsTheBand) return checkWake(planned, violated);
     if (planned.wakes > 0) violated(19, "a wake was scheduled for a sleep that is to be left alone");
   }
 
@@ -133,40 +140,42 @@ class SleepPlans final : public Rule {
     bool refused = false;
   };
 
-  static Planned plannedIn(const Turn& turn, const Scene& scene) {
+  static Planned plannedIn(const LoopIteration& iteration, const Observation& observation) {
     Planned planned;
-    forEntries(scene, turn.journalFrom, turn.journalTo, [&](const JournalEntry& entry) {
+    forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
       if (entry.command != virtual_mac::journalScheduled) return true;
       if (entry.status != 0) {
         planned.refused = true;
         return true;
       }
       ++planned.wakes;
-      planned.minutes = (dateOf(entry) - entry.time - scene.machine().system.wallOffset) / 60;
+      planned.minutes = (dateOf(entry) - entry.time - observation.machine().system.wallOffset) / 60;
       return true;
     });
     // On a full disk nobody hears of it.
-    planned.refused = planned.refused && (scene.circumstances().diskIsFull ||
-                                          anyLineSays(turn, "⚠️ impossible de programmer un réveil"));
+    planned.refused =
+        planned.refused && (observation.disturbances().diskIsFull ||
+                            anyLineStartsWith(iteration, "⚠️ impossible de programmer un réveil"));
     return planned;
   }
 
-  static void judgeFreeze(const Planned& planned, const Scene& scene, const Violated& violated) {
+  static void checkFreeze(const Planned& planned, const Observation& observation, const Violated& violated) {
     if (planned.wakes > 0) violated(19, "a wake was scheduled for a sleep with the gate closed");
     if (gState != ChargeState::hold) violated(19, "the band is not frozen");
     // Keys that somebody else opened meanwhile are only closed again by the next tick.
-    const Circumstances& so = scene.circumstances();
-    if (so.disturbedAt > so.launchedAt || !keysObey(scene.machine(), *gGate)) return;
+    const Disturbances& disturbances = observation.disturbances();
+    if (disturbances.disturbedAt > disturbances.launchedAt || !keysObey(observation.machine(), *gGate))
+      return;
     // A firmware that keeps the band itself may charge below it.
-    if (gGate->charge != ChargeKeys::firmwareBand && virtual_mac::chargingIsOpen(scene.machine())) {
+    if (gGate->charge != ChargeKeys::firmwareBand && virtual_mac::chargingIsOpen(observation.machine())) {
       violated(19, "the charge keys are open at the beginning of a sleep");
     }
-    if (scene.machine().adapter.present && !virtual_mac::adapterReachesBattery(scene.machine())) {
+    if (observation.machine().adapter.present && !virtual_mac::adapterReachesBattery(observation.machine())) {
       violated(19, "the adapter is cut at the beginning of a sleep");
     }
   }
 
-  static void judgeWake(const Planned& planned, const Violated& violated) {
+  static void checkWake(const Planned& planned, const Violated& violated) {
     if (planned.refused && planned.wakes == 0) return;
     if (planned.wakes != 1) {
       return violated(19, std::to_string(planned.wakes) + " wakes were scheduled for a sleep below the band");
@@ -177,18 +186,18 @@ class SleepPlans final : public Rule {
     }
   }
 
-  ChargeState state_ = gState;  // after the turn or pass before
+  ChargeState state_ = gState;  // after the iteration or pass before
 };
 
 // ---------------------------------------------------------------------------------------------------------
 // 20. Answers.
 
 // The first message of a stretch that was not answered as it should be; "" for none. A message that is left
-// without an answer counts where the daemon went on, and not where it ended in the middle of it.
-std::string unanswered(const Scene& scene, std::uint64_t from, std::uint64_t to) {
+// without an answer counts where the daemon continued, and not where it ended in the middle of it.
+std::string unanswered(const Observation& observation, std::uint64_t from, std::uint64_t to) {
   std::uint32_t open = 0;  // the message that waits for its answer
   std::string fault;
-  forEntries(scene, from, to, [&](const JournalEntry& entry) {
+  forEntries(observation, from, to, [&](const JournalEntry& entry) {
     if (isHeard(entry, PowerMessage::canSystemSleep) || isHeard(entry, PowerMessage::systemWillSleep)) {
       if (open != 0) fault = "a message was not answered before the next";
       open = entry.key;
@@ -204,9 +213,10 @@ std::string unanswered(const Scene& scene, std::uint64_t from, std::uint64_t to)
 
 class Answers final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    if (turn.journalFrom == turn.journalTo) return;
-    const std::string fault = unanswered(scene, turn.journalFrom, turn.journalTo);
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    if (iteration.journalFrom == iteration.journalTo) return;
+    const std::string fault = unanswered(observation, iteration.journalFrom, iteration.journalTo);
     if (!fault.empty()) violated(20, fault);
   }
 };
@@ -216,24 +226,25 @@ class Answers final : public Rule {
 
 class QuietBeforeSleep final : public Rule {
  public:
-  void passEnded(const Pass& pass, const Scene& scene, const Violated& violated) override {
-    note(pass.at, scene);
+  void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
+    note(tick.at, observation);
     // The app, a signal and the deletion of the app may still bring keys to be written, a tick may not.
-    if (quietIn_ && firstEntry(scene, pass.journalFrom, pass.journalTo, isGateWrite) != nullptr) {
+    if (quietIn_ && firstEntry(observation, tick.journalFrom, tick.journalTo, isGateWrite) != nullptr) {
       violated(21, "a tick wrote a key of the gate");
     }
   }
 
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    note(turn.at, scene);
-    for (std::size_t index = 0; quietIn_ && index < turn.files.size(); ++index) {
-      const FileChange& change = turn.files[index];
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    note(iteration.at, observation);
+    for (std::size_t index = 0; quietIn_ && index < iteration.files.size(); ++index) {
+      const FileChange& change = iteration.files[index];
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
       if (published && isWritten(change)) violated(21, change.path + " was written");
     }
     // What comes with the announcement itself is no tick's.
-    forEntries(scene, turn.journalFrom, turn.journalTo, [&](const JournalEntry& entry) {
-      if (isHeard(entry, PowerMessage::systemWillSleep)) since_ = entry.time + wallOffset(scene);
+    forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
+      if (isHeard(entry, PowerMessage::systemWillSleep)) since_ = entry.time + wallOffset(observation);
       if (isHeard(entry, PowerMessage::systemHasPoweredOn)) since_.reset();
       return true;
     });
@@ -242,19 +253,19 @@ class QuietBeforeSleep final : public Rule {
  private:
   static constexpr double quietSeconds = 30;
 
-  static double wallOffset(const Scene& scene) { return scene.machine().system.wallOffset; }
+  static double wallOffset(const Observation& observation) { return observation.machine().system.wallOffset; }
 
   // Whether ticks have to be quiet at this machine time. Once they need not any longer, a clock that is set
   // back changes nothing. A system that is locked is only looked at, at any time.
-  void note(double at, const Scene& scene) {
-    if (since_ && at + wallOffset(scene) - *since_ >= quietSeconds) since_.reset();
-    quietIn_ = since_.has_value() && !gSystemLocked && !wakes(scene);
+  void note(double at, const Observation& observation) {
+    if (since_ && at + wallOffset(observation) - *since_ >= quietSeconds) since_.reset();
+    quietIn_ = since_.has_value() && !gSystemLocked && !wakes(observation);
   }
 
-  // The full wake ends the quiet in the same turn in which it is heard.
-  static bool wakes(const Scene& scene) {
-    const std::uint64_t from = scene.carried().journalSeen;
-    return firstEntry(scene, from, scene.journal().written, [](const JournalEntry& entry) {
+  // The full wake ends the quiet in the same iteration in which it is heard.
+  static bool wakes(const Observation& observation) {
+    const std::uint64_t from = observation.processSummary().journalSeen;
+    return firstEntry(observation, from, observation.journal().written, [](const JournalEntry& entry) {
              return isHeard(entry, PowerMessage::systemHasPoweredOn);
            }) != nullptr;
   }
@@ -272,13 +283,13 @@ void addSleepRules(Rules& rules) {
   rules.push_back(std::make_unique<QuietBeforeSleep>());
 }
 
-void judgeSleepAtEnd(const LifeEnd& end, const Scene& scene, const Violated& violated) {
+void checkSleepAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
   // Who is killed or gives up in the middle leaves everything as it is.
   if (!end.status) return;
-  forgetUncancelled(scene, end.rest.journalFrom, end.rest.journalTo);
-  const bool known = scene.carried().strangeWakesKnown;
-  if (known && wakesOfThisLife(scene) > 0) violated(18, "a wake is still scheduled after the exit");
-  const std::string fault = unanswered(scene, end.rest.journalFrom, end.rest.journalTo);
+  forgetUncancelled(observation, end.rest.journalFrom, end.rest.journalTo);
+  const bool known = observation.processSummary().foreignWakesKnown;
+  if (known && wakesOfThisProcess(observation) > 0) violated(18, "a wake is still scheduled after the exit");
+  const std::string fault = unanswered(observation, end.rest.journalFrom, end.rest.journalTo);
   if (!fault.empty()) violated(20, fault);
 }
 

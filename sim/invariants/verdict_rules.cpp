@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "hardware/charge_gate.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 
 namespace brisko::lab {
@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::string_view newState = "→ state: ";
 
-// A full disk swallows what the daemon says. Its passes go on being told, but nobody knows what it said of
+// A full disk swallows what the daemon says. Its passes continue being told, but nobody knows what it said of
 // them.
-bool isHeard(const Scene& scene) { return !scene.circumstances().diskIsFull; }
+bool isHeard(const Observation& observation) { return !observation.disturbances().diskIsFull; }
 
 // The line without its time.
 std::string_view textOf(const std::string& line) {
@@ -29,19 +29,20 @@ std::string_view textOf(const std::string& line) {
 // Keys may do what they want here: it is about what the daemon makes of them.
 class GivesUp final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    if (!isHeard(scene)) {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    if (!isHeard(observation)) {
       attempts_.reset();
       givenUp_ = false;
       return;
     }
     std::size_t line = 0;
-    for (const Pass& pass : turn.passes) {
-      for (; line < pass.linesTo; ++line) hear(textOf(turn.lines[line]), violated);
-      if (!givenUp_ || !pass.complete || pass.sample.state != ChargeState::discharge) continue;
-      violated(22, "a pass ended in discharge, which had been given up and not re-armed");
+    for (const TickRecord& tick : iteration.ticks) {
+      for (; line < tick.linesTo; ++line) hear(textOf(iteration.lines[line]), violated);
+      if (!givenUp_ || !tick.complete || tick.sample.state != ChargeState::discharge) continue;
+      violated(22, "a tick ended in discharge, which had been given up and not re-armed");
     }
-    for (; line < turn.lines.size(); ++line) hear(textOf(turn.lines[line]), violated);
+    for (; line < iteration.lines.size(); ++line) hear(textOf(iteration.lines[line]), violated);
   }
 
  private:
@@ -49,7 +50,7 @@ class GivesUp final : public Rule {
     if (text.starts_with(newState)) attempts_ = 0;
     if (text.starts_with("⚠️ forced discharge")) givenUp_ = true;
     if (text.starts_with("forced discharge re-armed")) givenUp_ = false;
-    if (const auto attempt = attemptIn(text)) judge(*attempt, violated);
+    if (const auto attempt = attemptIn(text)) check(*attempt, violated);
   }
 
   static std::optional<int> attemptIn(std::string_view text) {
@@ -62,7 +63,7 @@ class GivesUp final : public Rule {
     return attempt;
   }
 
-  void judge(int attempt, const Violated& violated) {
+  void check(int attempt, const Violated& violated) {
     constexpr int most = 5;
     if (attempt > most || attempt != attempts_.value_or(attempt - 1) + 1) {
       violated(22, "attempt " + std::to_string(attempt) + " came after attempt " +
@@ -80,10 +81,11 @@ class GivesUp final : public Rule {
 
 class VerdictsAlternate final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    if (!isHeard(scene)) last_.reset();
-    if (turn.lines.empty() || !gateHasKeys()) return;
-    for (const std::string& line : turn.lines) {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    if (!isHeard(observation)) last_.reset();
+    if (iteration.lines.empty() || !gateHasKeys()) return;
+    for (const std::string& line : iteration.lines) {
       const std::string_view text = textOf(line);
       const bool works = text.starts_with("limit verified: charging");
       if (!works && !text.starts_with("⚠️ the limit has no effect: charging")) continue;
@@ -99,22 +101,23 @@ class VerdictsAlternate final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 33: nothing is said twice
 
-class SaysNothingTwice final : public Rule {
+class LogsNothingTwice final : public Rule {
  public:
-  void turnEnded(const Turn& turn, const Scene& scene, const Violated& violated) override {
-    if (!isHeard(scene)) {
+  void iterationEnded(const LoopIteration& iteration, const Observation& observation,
+                      const Violated& violated) override {
+    if (!isHeard(observation)) {
       summary_.clear();
       state_.clear();
     }
-    for (const std::string& line : turn.lines) {
+    for (const std::string& line : iteration.lines) {
       const std::string_view text = textOf(line);
-      if (text.starts_with("cap ")) judgeSummary(text, violated);
+      if (text.starts_with("cap ")) checkSummary(text, violated);
       if (gateHasKeys()) hear(text, violated);
     }
   }
 
  private:
-  void judgeSummary(std::string_view text, const Violated& violated) {
+  void checkSummary(std::string_view text, const Violated& violated) {
     if (text == summary_) violated(33, "\"" + summary_ + "\" twice in a row");
     summary_ = text;
   }
@@ -142,7 +145,7 @@ class SaysNothingTwice final : public Rule {
 void addVerdictRules(Rules& rules) {
   rules.push_back(std::make_unique<GivesUp>());
   rules.push_back(std::make_unique<VerdictsAlternate>());
-  rules.push_back(std::make_unique<SaysNothingTwice>());
+  rules.push_back(std::make_unique<LogsNothingTwice>());
 }
 
 }  // namespace brisko::lab

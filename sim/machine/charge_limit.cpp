@@ -61,7 +61,7 @@ void readOrder(Machine& machine) {
 }
 
 // The service is told that the preferences have changed; who guards a limit hears of it too.
-void tellService(Machine& machine) {
+void notifyService(Machine& machine) {
   readOrder(machine);
   ChargeLimit& limit = machine.limit;
   const bool guarded = limit.revertAfter >= 0 && limit.revertAt < 0;
@@ -106,7 +106,7 @@ void writeLimit(Machine& machine, std::int64_t percent) {
 bool isReadable(const Machine& machine) { return uptimeOf(machine) >= machine.limit.readableAfter; }
 
 // Off rather than on at 100: then nobody is told that the feature is in use while it does nothing. What
-// people asked of the menu, a full charge for today, goes on.
+// people asked of the menu, a full charge for today, continues.
 std::optional<bool> answerSet(Machine& machine, std::int64_t percent) {
   if (!hasLimit(machine)) return false;
   if (machine.limit.setAnswer == LimitAnswer::error) return std::nullopt;
@@ -183,7 +183,7 @@ double nextLimitEvent(const Machine& machine) {
   return std::min({orNever(limit.comingAt), orNever(limit.revertAt), fullUntil(machine)});
 }
 
-void letLimitHappen(Machine& machine) {
+void applyLimitEvent(Machine& machine) {
   ChargeLimit& limit = machine.limit;
   const bool reached = adapterReachesBattery(machine);
   if (orNever(limit.comingAt) <= machine.now) {
@@ -230,7 +230,7 @@ bool limitLetsCharge(double limit, double shownLevel, bool limitCharging) {
 
 void setLimitByHand(Machine& machine, std::int64_t percent) {
   writeLimit(machine, percent);
-  tellService(machine);
+  notifyService(machine);
 }
 
 void askForFullCharge(Machine& machine, double seconds) {
@@ -238,7 +238,7 @@ void askForFullCharge(Machine& machine, double seconds) {
   if (seconds > 0)
     until = {.kind = PreferenceKind::date, .integer = 0, .real = wallClock(machine) + seconds, .text = {}};
   storePreference(machine, LimitPreference::disabledUntil, until);
-  tellService(machine);
+  notifyService(machine);
 }
 
 void guardLimit(Machine& machine, double seconds) {
@@ -326,7 +326,7 @@ void notify(Machine& machine, Journal& journal, std::string_view name) {
   entry.key = ours ? 1 : 0;
   if (!ours) entry.size = static_cast<std::uint8_t>(std::min(name.size(), entry.bytes.size()));
   std::copy_n(name.begin(), entry.size, entry.bytes.begin());
-  if (ours) tellService(machine);
+  if (ours) notifyService(machine);
 }
 
 // ---------------------------------------------------------------------------------------------------------

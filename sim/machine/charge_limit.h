@@ -32,7 +32,7 @@ void startLimitService(Machine& machine);
 // When the service, or who meddles with it, next acts, as machine time; infinity when nobody does.
 [[nodiscard]] double nextLimitEvent(const Machine& machine);
 // Lets that happen.
-void letLimitHappen(Machine& machine);
+void applyLimitEvent(Machine& machine);
 
 // Whether this macOS has the limit at all.
 [[nodiscard]] bool hasLimit(const Machine& machine);

@@ -6,7 +6,7 @@ JournalEntry& newEntry(const Machine& machine, Journal& journal, std::uint8_t co
   JournalEntry& entry = journal.entries[journal.written++ % Journal::capacity];
   entry = {};
   entry.time = machine.now;
-  entry.life = static_cast<std::uint32_t>(machine.system.lives);
+  entry.process = static_cast<std::uint32_t>(machine.system.processes);
   entry.command = command;
   return entry;
 }

@@ -52,7 +52,7 @@ bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
 // What happens by itself, other than the passing of time. Of things due at the same instant the system takes
 // its keys back first, powerd publishes next, then sleep takes its course, then the limit of macOS, and then
 // planned changes come in the order of their planning.
-struct Happening {
+struct DueEvent {
   double at = never;
   SmcKey* release = nullptr;
   bool adapterState = false;
@@ -61,8 +61,8 @@ struct Happening {
   Planned* planned = nullptr;
 };
 
-Happening nextHappening(Machine& machine) {
-  Happening next;
+DueEvent nextDueEvent(Machine& machine) {
+  DueEvent next;
   for (SmcKey& key : machine.smc.keys) {
     if (key.releaseAt >= 0 && key.releaseAt < next.at) next = {.at = key.releaseAt, .release = &key};
   }
@@ -82,26 +82,26 @@ Happening nextHappening(Machine& machine) {
 }
 
 // True when a process must hear of it.
-bool letHappen(Machine& machine, const Happening& happening) {
+bool applyDueEvent(Machine& machine, const DueEvent& due) {
   const std::uint64_t changes = machine.powerSource.changes;
   const std::uint32_t notices = machine.sleep.noticesSent;
   const std::uint64_t requests = machine.control.sent;
   const bool asleep = machine.system.asleep;
   bool signal = false;
-  if (happening.release != nullptr) {
+  if (due.release != nullptr) {
     const bool reached = adapterReachesBattery(machine);
-    releaseKey(*happening.release);
+    releaseKey(*due.release);
     settle(machine, reached);
-  } else if (happening.adapterState) {
+  } else if (due.adapterState) {
     publishAdapterState(machine);
-  } else if (happening.sleep) {
-    letSleepHappen(machine);
-  } else if (happening.limit) {
-    letLimitHappen(machine);
+  } else if (due.sleep) {
+    applySleepEvent(machine);
+  } else if (due.limit) {
+    applyLimitEvent(machine);
   } else {
-    happening.planned->pending = false;
-    signal = happening.planned->change.kind == ChangeKind::signal;
-    apply(machine, happening.planned->change);
+    due.planned->pending = false;
+    signal = due.planned->change.kind == ChangeKind::signal;
+    apply(machine, due.planned->change);
   }
   if (signal || machine.sleep.noticesSent != notices || machine.system.asleep != asleep) return true;
   if (machine.control.sent != requests) return true;
@@ -111,12 +111,12 @@ bool letHappen(Machine& machine, const Happening& happening) {
 bool move(Machine& machine, double time, bool stopAtNotice) {
   if (!(time >= machine.now)) return false;
   while (true) {
-    const Happening next = nextHappening(machine);
+    const DueEvent next = nextDueEvent(machine);
     // What was planned for the past happens now.
     const double until = std::max(std::min(next.at, time), machine.now);
     if (passSeconds(machine, until, stopAtNotice)) return true;
     if (next.at > time) return false;
-    if (letHappen(machine, next) && stopAtNotice) return true;
+    if (applyDueEvent(machine, next) && stopAtNotice) return true;
   }
 }
 

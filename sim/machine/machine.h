@@ -1,6 +1,7 @@
 // sim/machine/machine.h
 // The virtual Mac: a machine made of data. It is a plain record of fixed size without pointers, so that it
-// can lie in memory shared between a test and the lives of the daemon, or in a file that outlives them all.
+// can lie in memory shared between a test and the processes of the daemon, or in a file that outlives them
+// all.
 //
 // Words: "machine time" is the record's own clock, in seconds since 1970; it runs through sleep and never
 // steps. The wall clock is machine time plus `wallOffset`; uptime is machine time since boot less the sleep.
@@ -53,7 +54,7 @@ enum class KeySource : std::uint8_t {
 enum class OnWrite : std::uint8_t {
   obey,
   ignore,              // accepted, the value stays
-  storeWithoutEffect,  // accepted and read back, the hardware goes on as before
+  storeWithoutEffect,  // accepted and read back, the hardware continues as before
   refuse,              // the controller's result byte says no
   kernelError,         // the call itself fails with `writeStatus`
 };
@@ -175,11 +176,11 @@ struct System {
   double sleptSeconds;         // since boot
   double wallOffset;           // wall clock less machine time
   bool poweredOn;              // false between shutdown and boot
-  bool asleep;                 // uptime and timers stand still while it is set
+  bool asleep;                 // uptime and timers are paused while it is set
   std::uint32_t capabilities;  // "System Capabilities"
   bool capabilitiesReadable;
   std::int64_t pretendedUserId;  // effective user id; 0 root
-  std::uint64_t lives;           // user clients opened so far
+  std::uint64_t processes;       // user clients opened so far
   ShortText daemonTeam;          // the team in the daemon's own code signature; "" unsigned
   bool daemonSignatureReadable;
 };
@@ -194,10 +195,10 @@ enum class SleepStage : std::uint8_t {
   falling,    // everybody has answered, or had the time to
 };
 
-inline constexpr double answerTimeout = 30;       // seconds; then the sleep goes on without the answer
-inline constexpr double fallingSeconds = 2;       // from the last answer to sleep
-inline constexpr double poweredOnDelay = 2;       // from the beginning of a full wake to its message
-inline constexpr std::uint32_t latePatience = 3;  // a client this often late in a row is not waited for
+inline constexpr double answerTimeout = 30;      // seconds; then the sleep continues without the answer
+inline constexpr double fallingSeconds = 2;      // from the last answer to sleep
+inline constexpr double poweredOnDelay = 2;      // from the beginning of a full wake to its message
+inline constexpr std::uint32_t lateTimeout = 3;  // a client this often late in a row is not waited for
 
 // A message to the client; `type` as the system numbers them. The client answers with the token.
 struct PowerNotice {
@@ -298,7 +299,7 @@ enum class LimitClient : std::uint8_t { offered, noSelector, noClass, noFramewor
 // What becomes of limits that the slider does not offer.
 enum class OddLimit : std::uint8_t {
   taken,     // like any other
-  ignored,   // the limit before goes on
+  ignored,   // the limit before continues
   adjusted,  // to one that the slider offers: 80, or the step of 5 below
 };
 
@@ -359,7 +360,7 @@ enum class ChangeKind : std::uint8_t {
   charge,            // number: percent shown; publishes at once
   load,              // number: watts
   ambient,           // number: °C
-  temperature,       // number: °C of the battery, from where physics goes on
+  temperature,       // number: °C of the battery, from where physics continues
   health,            // number: mAh that it holds when full
   cycles,            // number
   decay,             // number: seconds over which the current follows a change
@@ -467,13 +468,13 @@ static_assert(std::is_trivially_copyable_v<Machine>);
 // reaches for the limit of macOS, so that the order of all can be seen.
 
 struct JournalEntry {
-  double time;           // machine time
-  std::uint32_t life;    // which user client, counted from 1
-  std::uint32_t key;     // of a power message its type, of a scheduled event 0
-  std::uint32_t status;  // of the call
-  std::uint8_t command;  // 5 read, 6 write, 8 key at index, 9 key info, or one of the power service's
-  std::uint8_t result;   // of the controller
-  std::uint8_t size;     // bytes that count
+  double time;            // machine time
+  std::uint32_t process;  // which user client, counted from 1
+  std::uint32_t key;      // of a power message its type, of a scheduled event 0
+  std::uint32_t status;   // of the call
+  std::uint8_t command;   // 5 read, 6 write, 8 key at index, 9 key info, or one of the power service's
+  std::uint8_t result;    // of the controller
+  std::uint8_t size;      // bytes that count
   std::array<std::uint8_t, 32> bytes;
 };
 

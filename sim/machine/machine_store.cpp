@@ -158,7 +158,7 @@ std::string flawOf(const File& file, const std::string& folder) {
 
 }  // namespace
 
-struct MachineStore::Inside {
+struct MachineStore::Impl {
   std::string folder;
   std::string volumeRoot;
   Machine* memory = nullptr;        // in memory: the machine itself
@@ -168,7 +168,7 @@ struct MachineStore::Inside {
   // The lock on the file keeps other processes out, this one the other threads of this process.
   std::mutex threads;
 
-  ~Inside() {
+  ~Impl() {
     if (memory != nullptr) ::munmap(memory, sizeof(Machine));
     if (contents != nullptr) ::munmap(contents, sizeof(MachineFile));
     if (journal != nullptr) ::munmap(journal, sizeof(Journal));
@@ -197,15 +197,15 @@ struct MachineStore::Inside {
   }
 };
 
-MachineStore::MachineStore() : inside_(std::make_unique<Inside>()) {}
+MachineStore::MachineStore() : impl_(std::make_unique<Impl>()) {}
 MachineStore::~MachineStore() = default;
 
 std::unique_ptr<MachineStore> MachineStore::inMemory(const Machine& machine) {
   std::unique_ptr<MachineStore> store(new MachineStore);
-  store->inside_->memory = mapped<Machine>(-1);
-  store->inside_->journal = mapped<Journal>(-1);
-  if (store->inside_->memory == nullptr || store->inside_->journal == nullptr) return nullptr;
-  *store->inside_->memory = machine;
+  store->impl_->memory = mapped<Machine>(-1);
+  store->impl_->journal = mapped<Journal>(-1);
+  if (store->impl_->memory == nullptr || store->impl_->journal == nullptr) return nullptr;
+  *store->impl_->memory = machine;
   return store;
 }
 
@@ -253,7 +253,7 @@ std::unique_ptr<MachineStore> MachineStore::open(const std::string& folder, std:
   }
 
   std::unique_ptr<MachineStore> store(new MachineStore);
-  Inside& inside = *store->inside_;
+  Impl& inside = *store->impl_;
   inside.contents = mapped<MachineFile>(file.descriptor());
   inside.journal = mapped<Journal>(journal.descriptor());
   if (inside.contents == nullptr || inside.journal == nullptr) {
@@ -271,32 +271,32 @@ std::unique_ptr<MachineStore> MachineStore::open(const std::string& folder, std:
   return store;
 }
 
-MachineStore::Look MachineStore::look() {
-  if (inside_->memory != nullptr) return {*this, *inside_->memory, *inside_->journal};
-  inside_->lock();
-  return {*this, inside_->shown().machine, *inside_->journal};
+MachineStore::View MachineStore::view() {
+  if (impl_->memory != nullptr) return {*this, *impl_->memory, *impl_->journal};
+  impl_->lock();
+  return {*this, impl_->shown().machine, *impl_->journal};
 }
 
-MachineStore::Look::~Look() {
-  if (store_.inside_->memory == nullptr) store_.inside_->unlock();
+MachineStore::View::~View() {
+  if (store_.impl_->memory == nullptr) store_.impl_->unlock();
 }
 
 MachineStore::Update MachineStore::update() {
-  if (inside_->memory != nullptr) return {*this, *inside_->memory, *inside_->journal};
-  inside_->lock();
-  inside_->hidden() = inside_->shown();
-  return {*this, inside_->hidden().machine, *inside_->journal};
+  if (impl_->memory != nullptr) return {*this, *impl_->memory, *impl_->journal};
+  impl_->lock();
+  impl_->hidden() = impl_->shown();
+  return {*this, impl_->hidden().machine, *impl_->journal};
 }
 
 MachineStore::Update::~Update() {
-  if (store_.inside_->memory != nullptr) return;
-  store_.inside_->showHidden();
-  store_.inside_->unlock();
+  if (store_.impl_->memory != nullptr) return;
+  store_.impl_->showHidden();
+  store_.impl_->unlock();
 }
 
-const std::string& MachineStore::folder() const { return inside_->folder; }
-const std::string& MachineStore::volumeRoot() const { return inside_->volumeRoot; }
-void MachineStore::setVolumeRoot(std::string root) { inside_->volumeRoot = std::move(root); }
+const std::string& MachineStore::folder() const { return impl_->folder; }
+const std::string& MachineStore::volumeRoot() const { return impl_->volumeRoot; }
+void MachineStore::setVolumeRoot(std::string root) { impl_->volumeRoot = std::move(root); }
 
 bool makeVolume(const std::string& root) {
   for (const std::string_view folder :

@@ -31,17 +31,17 @@ class MachineStore {
   MachineStore& operator=(const MachineStore&) = delete;
 
   // The machine as it was last left, under the lock, for as long as the Look lives. Not to be nested.
-  class Look {
+  class View {
    public:
-    ~Look();
-    Look(const Look&) = delete;
-    Look& operator=(const Look&) = delete;
+    ~View();
+    View(const View&) = delete;
+    View& operator=(const View&) = delete;
     [[nodiscard]] const Machine& machine() const { return *machine_; }
     [[nodiscard]] const Journal& journal() const { return *journal_; }
 
    private:
     friend class MachineStore;
-    Look(MachineStore& store, const Machine& machine, const Journal& journal)
+    View(MachineStore& store, const Machine& machine, const Journal& journal)
         : store_(store), machine_(&machine), journal_(&journal) {}
     MachineStore& store_;
     const Machine* machine_;
@@ -64,7 +64,7 @@ class MachineStore {
     Machine* machine_;
     Journal* journal_;
   };
-  [[nodiscard]] Look look();
+  [[nodiscard]] View view();
   [[nodiscard]] Update update();
 
   [[nodiscard]] const std::string& folder() const;      // empty in memory
@@ -73,8 +73,8 @@ class MachineStore {
 
  private:
   MachineStore();
-  struct Inside;
-  std::unique_ptr<Inside> inside_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 // Makes the folders that a fresh Mac has below the root of its volume, as far as the daemon meets them, with

@@ -138,7 +138,7 @@ std::string controllerText(const virtual_mac::JournalEntry& entry) {
 std::string entryText(const virtual_mac::JournalEntry& entry) {
   const char* verb = powerVerb(entry.command);
   const std::string limit = virtual_mac::limitEntryText(entry);
-  std::string text = timeText(entry.time) + formatted("  life %u  ", entry.life);
+  std::string text = timeText(entry.time) + formatted("  process %u  ", entry.process);
   if (!limit.empty()) {
     text += limit;
   } else {

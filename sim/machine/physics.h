@@ -12,7 +12,7 @@
 
 namespace brisko::virtual_mac {
 
-// What stands still between two events of the machine, so that a second costs little.
+// What is paused between two events of the machine, so that a second costs little.
 struct Flow {
   ChargeOrders orders;
   double limit;       // of macOS, percent; 0 none

@@ -47,7 +47,7 @@ void beginStage(Machine& machine, SleepStage stage, PowerMessage message) {
   send(machine, message);
   Sleep& sleep = machine.sleep;
   sleep.stage = stage;
-  const bool waits = sleep.client != 0 && sleep.lateAnswers < latePatience;
+  const bool waits = sleep.client != 0 && sleep.lateAnswers < lateTimeout;
   sleep.stageEndsAt = machine.now + (waits ? answerTimeout : 0);
 }
 
@@ -182,21 +182,21 @@ void leaveStage(Machine& machine) {
 // The stage ended without an answer.
 void countLate(Sleep& sleep) {
   const bool waited = sleep.stage == SleepStage::asked || sleep.stage == SleepStage::announced;
-  if (waited && sleep.client != 0 && sleep.lateAnswers < latePatience) ++sleep.lateAnswers;
+  if (waited && sleep.client != 0 && sleep.lateAnswers < lateTimeout) ++sleep.lateAnswers;
 }
 
 bool isFullyAwake(const Machine& machine) {
   return machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark;
 }
 
-void tellPoweredOn(Machine& machine) {
+void notifyPoweredOn(Machine& machine) {
   machine.sleep.poweredOnAt = none;
   send(machine, PowerMessage::systemHasPoweredOn);
 }
 
 // A wake that is not over yet is brought to its end first: messages keep their order.
 void finishWake(Machine& machine) {
-  if (machine.sleep.poweredOnAt >= 0) tellPoweredOn(machine);
+  if (machine.sleep.poweredOnAt >= 0) notifyPoweredOn(machine);
 }
 
 void followSchedule(Machine& machine) {
@@ -238,13 +238,13 @@ double nextSleepEvent(const Machine& machine) {
   return std::min({orNever(sleep.stageEndsAt), orNever(sleep.darkUntil), orNever(sleep.poweredOnAt)});
 }
 
-void letSleepHappen(Machine& machine) {
+void applySleepEvent(Machine& machine) {
   Sleep& sleep = machine.sleep;
   const bool reached = adapterReachesBattery(machine);
   if (machine.system.asleep) {
     followSchedule(machine);
   } else if (orNever(sleep.poweredOnAt) <= machine.now) {
-    tellPoweredOn(machine);
+    notifyPoweredOn(machine);
   } else if (orNever(sleep.darkUntil) <= machine.now) {
     fallAsleep(machine);
   } else {

@@ -23,7 +23,7 @@ void endSleep(Machine& machine);
 // When sleep next takes its course by itself, as machine time; infinity when it does not.
 [[nodiscard]] double nextSleepEvent(const Machine& machine);
 // Lets that happen.
-void letSleepHappen(Machine& machine);
+void applySleepEvent(Machine& machine);
 
 // What people and macOS do. Each is without effect where it makes no sense.
 void closeLid(Machine& machine);

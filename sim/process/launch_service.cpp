@@ -154,9 +154,9 @@ int awaitSignal(double seconds) {
 
 bool isAskedToEnd(int signal) { return signal == SIGINT || signal == SIGTERM; }
 
-double machineTimeNow(MachineStore& store) { return virtual_mac::machineTime(store.look().machine()); }
+double machineTimeNow(MachineStore& store) { return virtual_mac::machineTime(store.view().machine()); }
 
-double speedOf(MachineStore& store) { return store.look().machine().speed; }
+double speedOf(MachineStore& store) { return store.view().machine().speed; }
 
 bool hasEnded(pid_t child) {
   int status = 0;

@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace brisko::lives {
+namespace brisko::sim {
 namespace {
 
 // Empty until one is set.
@@ -44,4 +44,4 @@ int namelessFile() {
   return file;
 }
 
-}  // namespace brisko::lives
+}  // namespace brisko::sim

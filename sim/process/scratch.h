@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace brisko::lives {
+namespace brisko::sim {
 
 // A new folder with a name that begins with `prefix`; whoever asked for it removes it.
 [[nodiscard]] std::string makeScratchFolder(const std::string& prefix);
@@ -16,4 +16,4 @@ void setScratchRoot(const std::string& folder);
 // An open file, for reading and appending, that has no name any more.
 [[nodiscard]] int namelessFile();
 
-}  // namespace brisko::lives
+}  // namespace brisko::sim

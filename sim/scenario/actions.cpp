@@ -7,7 +7,7 @@
 
 #include "base/options.h"
 #include "sim/machine/app_bundle.h"
-#include "sim/machine/change_words.h"
+#include "sim/machine/change_arguments.h"
 #include "sim/machine/client_requirement.h"
 #include "sim/machine/faults.h"
 
@@ -17,55 +17,56 @@ namespace {
 using virtual_mac::Change;
 using virtual_mac::ChangeKind;
 using virtual_mac::RequestKind;
-using Act = std::function<bool(Stage&, std::string&)>;
+using Act = std::function<bool(Simulation&, std::string&)>;
 
 // --- What needs no further word
 
-Act always(void (Stage::*happen)()) {
-  return [happen](Stage& stage, std::string&) {
-    (stage.*happen)();
+Act always(void (Simulation::*happen)()) {
+  return [happen](Simulation& simulation, std::string&) {
+    (simulation.*happen)();
     return true;
   };
 }
 
 Act ofTheApp(bool (*happen)(const std::string&, std::string&)) {
-  return [happen](Stage& stage, std::string& reason) { return happen(stage.root(), reason); };
+  return [happen](Simulation& simulation, std::string& reason) { return happen(simulation.root(), reason); };
 }
 
-bool mustBeOn(const Stage& stage, bool on, std::string& reason) {
-  if (stage.machine().system.poweredOn == on) return true;
+bool mustBeOn(const Simulation& simulation, bool on, std::string& reason) {
+  if (simulation.machine().system.poweredOn == on) return true;
   reason = on ? "the Mac is off" : "the Mac is on already";
   return false;
 }
 
-Act onlyWhile(bool on, void (Stage::*happen)()) {
-  return [on, happen](Stage& stage, std::string& reason) {
-    if (!mustBeOn(stage, on, reason)) return false;
-    (stage.*happen)();
+Act onlyWhile(bool on, void (Simulation::*happen)()) {
+  return [on, happen](Simulation& simulation, std::string& reason) {
+    if (!mustBeOn(simulation, on, reason)) return false;
+    (simulation.*happen)();
     return true;
   };
 }
 
-bool plugTheSameAdapter(Stage& stage, std::string&) {
-  stage.change({.kind = ChangeKind::plug, .number = stage.machine().adapter.watts});
+bool plugTheSameAdapter(Simulation& simulation, std::string&) {
+  simulation.change({.kind = ChangeKind::plug, .number = simulation.machine().adapter.watts});
   return true;
 }
 
-bool removeSettings(Stage& stage, std::string&) {
-  stage.remove(defaultConfigPath);
+bool removeSettings(Simulation& simulation, std::string&) {
+  simulation.remove(defaultConfigPath);
   return true;
 }
 
 const std::vector<std::pair<std::string, Act>>& simpleActions() {
   static const auto& actions = *new std::vector<std::pair<std::string, Act>>{
-      {"start", onlyWhile(true, &Stage::startDaemon)},
-      {"unload", always(&Stage::unloadService)},
-      {"load", onlyWhile(true, &Stage::loadService)},
-      {"shutdown", always(&Stage::shutDown)},
-      {"power-loss", always(&Stage::losePower)},
-      {"boot", onlyWhile(false, &Stage::boot)},
-      {"disk-full", [](Stage& stage, std::string&) { return stage.setDiskFull(true), true; }},
-      {"disk-freed", [](Stage& stage, std::string&) { return stage.setDiskFull(false), true; }},
+      {"start", onlyWhile(true, &Simulation::startDaemon)},
+      {"unload", always(&Simulation::unloadService)},
+      {"load", onlyWhile(true, &Simulation::loadService)},
+      {"shutdown", always(&Simulation::shutDown)},
+      {"power-loss", always(&Simulation::losePower)},
+      {"boot", onlyWhile(false, &Simulation::boot)},
+      {"disk-full", [](Simulation& simulation, std::string&) { return simulation.setDiskFull(true), true; }},
+      {"disk-freed",
+       [](Simulation& simulation, std::string&) { return simulation.setDiskFull(false), true; }},
       {"app-deleted", ofTheApp(vmac::deleteApp)},
       {"app-moved", ofTheApp(vmac::moveApp)},
       {"app-restored", ofTheApp(vmac::restoreApp)},
@@ -77,51 +78,51 @@ const std::vector<std::pair<std::string, Act>>& simpleActions() {
 
 // --- What needs one
 
-std::optional<std::string> textOrJson(const Place& place) {
+std::optional<std::string> textOrJson(const JsonCursor& place) {
   if (place.value().is_string()) return place.value().get<std::string>();
   return place.value().dump();
 }
 
 // The app changes some settings and leaves the others as they are.
-std::optional<Act> readEdit(const Place& place) {
+std::optional<Act> readEdit(const JsonCursor& place) {
   if (!place.value().is_object()) {
     place.expected("an object with the settings that change");
     return std::nullopt;
   }
-  return [edit = place.value()](Stage& stage, std::string&) {
-    Json all = Json::parse(stage.read(defaultConfigPath).value_or("{}"), nullptr, false);
+  return [edit = place.value()](Simulation& simulation, std::string&) {
+    Json all = Json::parse(simulation.read(defaultConfigPath).value_or("{}"), nullptr, false);
     if (!all.is_object()) all = Json::object();
     all.update(edit);
-    stage.write(defaultConfigPath, all.dump());
+    simulation.write(defaultConfigPath, all.dump());
     return true;
   };
 }
 
-std::optional<Act> readSettingsFile(const Place& place) {
-  return [text = textOrJson(place).value_or("")](Stage& stage, std::string&) {
-    stage.write(defaultConfigPath, text);
+std::optional<Act> readSettingsFile(const JsonCursor& place) {
+  return [text = textOrJson(place).value_or("")](Simulation& simulation, std::string&) {
+    simulation.write(defaultConfigPath, text);
     return true;
   };
 }
 
-std::optional<Act> readReplacement(const Place& place) {
-  return [text = textOrJson(place).value_or("")](Stage& stage, std::string&) {
-    stage.replace(defaultConfigPath, text);
+std::optional<Act> readReplacement(const JsonCursor& place) {
+  return [text = textOrJson(place).value_or("")](Simulation& simulation, std::string&) {
+    simulation.replace(defaultConfigPath, text);
     return true;
   };
 }
 
-std::optional<std::string> readPath(const Place& place) {
+std::optional<std::string> readPath(const JsonCursor& place) {
   std::optional<std::string> path = place.text();
   if (!path || path->starts_with("/")) return path;
   place.expected("an absolute path on the Mac");
   return std::nullopt;
 }
 
-std::optional<Act> readWrite(const Place& place) {
+std::optional<Act> readWrite(const JsonCursor& place) {
   std::optional<std::string> path;
   std::optional<std::string> text;
-  for (const Place& member : place.members({"path", "text", "json"})) {
+  for (const JsonCursor& member : place.members({"path", "text", "json"})) {
     if (member.name() == "path") path = readPath(member);
     if (member.name() == "text") text = member.text();
     if (member.name() == "json") text = member.value().dump();
@@ -130,17 +131,17 @@ std::optional<Act> readWrite(const Place& place) {
     place.complain("needs \"path\", and \"text\" or \"json\"");
     return std::nullopt;
   }
-  return [path = *path, text = *text](Stage& stage, std::string&) {
-    stage.write(path, text);
+  return [path = *path, text = *text](Simulation& simulation, std::string&) {
+    simulation.write(path, text);
     return true;
   };
 }
 
-std::optional<Act> readRemove(const Place& place) {
+std::optional<Act> readRemove(const JsonCursor& place) {
   const auto path = readPath(place);
   if (!path) return std::nullopt;
-  return [path = *path](Stage& stage, std::string&) {
-    stage.remove(path);
+  return [path = *path](Simulation& simulation, std::string&) {
+    simulation.remove(path);
     return true;
   };
 }
@@ -170,14 +171,14 @@ RequestKind requestNamed(const std::string& name) {
   return found->second;
 }
 
-std::optional<Act> readAsk(const Place& place) {
+std::optional<Act> readAsk(const JsonCursor& place) {
   std::optional<std::string> request;
   std::string client = "app";
   std::string settings;
   if (!place.value().is_object()) {
     request = place.oneOf(requestNames());
   } else {
-    for (const Place& member : place.members({"request", "settings", "as"})) {
+    for (const JsonCursor& member : place.members({"request", "settings", "as"})) {
       if (member.name() == "request") request = member.oneOf(requestNames());
       if (member.name() == "settings") settings = textOrJson(member).value_or("");
       if (member.name() == "as") client = member.oneOf(clientNames()).value_or(client);
@@ -190,14 +191,14 @@ std::optional<Act> readAsk(const Place& place) {
     return std::nullopt;
   }
   return [kind = requestNamed(*request), number = virtual_mac::clientNumber(client), settings](
-             Stage& stage, std::string& reason) {
-    if (!mustBeOn(stage, true, reason)) return false;
-    stage.ask(kind, number, settings);
+             Simulation& simulation, std::string& reason) {
+    if (!mustBeOn(simulation, true, reason)) return false;
+    simulation.ask(kind, number, settings);
     return true;
   };
 }
 
-using ReadValue = std::optional<Act> (*)(const Place&);
+using ReadValue = std::optional<Act> (*)(const JsonCursor&);
 constexpr std::array<std::pair<const char*, ReadValue>, 6> actionsWithValue{{
     {"settings", readEdit},
     {"settings-file", readSettingsFile},
@@ -214,8 +215,8 @@ std::string wordOf(const Json& value) {
 }
 
 // {"key": …, "number": …, "bytes": …, "property": …}, or the one that is asked for as it is.
-vmac::Said readSaid(const virtual_mac::Fault& fault, const Place& place) {
-  vmac::Said said;
+vmac::FaultArguments readFaultArguments(const virtual_mac::Fault& fault, const JsonCursor& place) {
+  vmac::FaultArguments said;
   if (!place.value().is_object()) {
     std::string& only = fault.asks.key      ? said.key
                         : fault.asks.number ? said.number
@@ -224,7 +225,7 @@ vmac::Said readSaid(const virtual_mac::Fault& fault, const Place& place) {
     only = wordOf(place.value());
     return said;
   }
-  for (const Place& member : place.members({"key", "number", "bytes", "property"})) {
+  for (const JsonCursor& member : place.members({"key", "number", "bytes", "property"})) {
     const std::string word = wordOf(member.value());
     if (member.name() == "key") said.key = word;
     if (member.name() == "number") said.number = word;
@@ -234,26 +235,29 @@ vmac::Said readSaid(const virtual_mac::Fault& fault, const Place& place) {
   return said;
 }
 
-bool happen(Stage& stage, const Change& change, std::string& reason) {
-  if (change.kind == ChangeKind::signal && !stage.daemonRuns()) {
+bool happen(Simulation& simulation, const Change& change, std::string& reason) {
+  if (change.kind == ChangeKind::signal && !simulation.daemonRuns()) {
     reason = "no daemon runs that could be told";
     return false;
   }
-  stage.change(change);
+  simulation.change(change);
   return true;
 }
 
-std::optional<Act> readFault(const std::string& name, const vmac::Said& said, const Place& place) {
+std::optional<Act> readFault(const std::string& name, const vmac::FaultArguments& said,
+                             const JsonCursor& place) {
   std::string reason;
   const auto change = vmac::changeOf(name, said, reason);
   if (!change) {
     place.complain(reason);
     return std::nullopt;
   }
-  return [change = *change](Stage& stage, std::string& why) { return happen(stage, change, why); };
+  return [change = *change](Simulation& simulation, std::string& why) {
+    return happen(simulation, change, why);
+  };
 }
 
-void complainOfName(const Place& place, const std::string& name) {
+void reportUnknownName(const JsonCursor& place, const std::string& name) {
   place.complain("nothing is called \"" + name + "\"; \"brisko-lab actions\" lists what can happen");
 }
 
@@ -269,7 +273,7 @@ std::string wordsOf(const Json& value) {
   return words;
 }
 
-std::optional<Act> readWord(const Place& place, const std::string& name) {
+std::optional<Act> readWord(const JsonCursor& place, const std::string& name) {
   for (const auto& [known, act] : simpleActions()) {
     if (known == name) return act;
   }
@@ -280,23 +284,23 @@ std::optional<Act> readWord(const Place& place, const std::string& name) {
     }
   }
   if (virtual_mac::findFault(name) != nullptr) return readFault(name, {}, place);
-  complainOfName(place, name);
+  reportUnknownName(place, name);
   return std::nullopt;
 }
 
-std::optional<Act> readMember(const Place& place) {
+std::optional<Act> readMember(const JsonCursor& place) {
   const std::string name = place.name();
   for (const auto& [known, read] : actionsWithValue) {
     if (known == name) return read(place);
   }
   if (const virtual_mac::Fault* fault = virtual_mac::findFault(name)) {
-    return readFault(name, readSaid(*fault, place), place);
+    return readFault(name, readFaultArguments(*fault, place), place);
   }
-  complainOfName(place, name);
+  reportUnknownName(place, name);
   return std::nullopt;
 }
 
-void readAction(const Place& place, std::vector<Action>& actions) {
+void readAction(const JsonCursor& place, std::vector<Action>& actions) {
   if (place.value().is_string()) {
     if (auto act = readWord(place, place.value().get<std::string>())) {
       actions.push_back({place.pointer(), place.value().get<std::string>(), std::move(*act)});
@@ -307,7 +311,7 @@ void readAction(const Place& place, std::vector<Action>& actions) {
     place.expected("the name of an action, or an object with one name and its value");
     return;
   }
-  const Place member = place.members().front();
+  const JsonCursor member = place.members().front();
   if (auto act = readMember(member)) {
     actions.push_back({member.pointer(), member.name() + " " + wordsOf(member.value()), std::move(*act)});
   }
@@ -315,13 +319,13 @@ void readAction(const Place& place, std::vector<Action>& actions) {
 
 }  // namespace
 
-std::vector<Action> readActions(const Place& place) {
+std::vector<Action> readActions(const JsonCursor& place) {
   std::vector<Action> actions;
   if (!place.value().is_array()) {
     readAction(place, actions);
     return actions;
   }
-  for (const Place& element : place.elements()) readAction(element, actions);
+  for (const JsonCursor& element : place.elements()) readAction(element, actions);
   return actions;
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/scenario/stage.h"
+#include "sim/scenario/simulation.h"
 #include "sim/scenario/strict_json.h"
 
 namespace brisko::lab {
@@ -16,11 +16,11 @@ struct Action {
   std::string place;  // in the file
   std::string words;  // what happens, for people: "charge 60"
   // False and a reason when it can't be done as things stand.
-  std::function<bool(Stage&, std::string& reason)> act;
+  std::function<bool(Simulation&, std::string& reason)> act;
 };
 
 // One action or a list of them.
-[[nodiscard]] std::vector<Action> readActions(const Place& place);
+[[nodiscard]] std::vector<Action> readActions(const JsonCursor& place);
 
 // The names that a scenario can use beside those of faults.
 [[nodiscard]] std::vector<std::string> ownActionNames();

@@ -10,12 +10,12 @@
 #include "base/options.h"
 #include "base/paths.h"
 #include "sim/machine/charge_limit.h"
-#include "sim/machine/journal_words.h"
+#include "sim/machine/journal_text.h"
 
 namespace brisko::lab {
 namespace {
 
-using Look = std::function<std::vector<Difference>(const Stage&)>;
+using RunCheck = std::function<std::vector<Difference>(const Simulation&)>;
 using virtual_mac::Machine;
 
 constexpr double beyondAll = std::numeric_limits<double>::max();
@@ -27,7 +27,7 @@ struct Span {
 };
 
 // [least, most], or a number as it is shown, rounded to a whole one.
-std::optional<Span> readSpan(const Place& place) {
+std::optional<Span> readSpan(const JsonCursor& place) {
   if (place.value().is_number()) {
     const auto number = place.value().get<double>();
     return Span{number - 0.5, number + 0.5};
@@ -50,126 +50,132 @@ std::string spanWords(const Span& span) {
   return "between " + plainNumber(span.least) + " and " + plainNumber(span.most);
 }
 
-std::optional<Look> lookAtNumber(const Place& place, double (*read)(const Stage&)) {
+std::optional<RunCheck> checkNumber(const JsonCursor& place, double (*read)(const Simulation&)) {
   const auto span = readSpan(place);
   if (!span) return std::nullopt;
-  return [span = *span, read](const Stage& stage) -> std::vector<Difference> {
-    const double seen = read(stage);
+  return [span = *span, read](const Simulation& simulation) -> std::vector<Difference> {
+    const double seen = read(simulation);
     if (lies(seen, span)) return {};
     return {{spanWords(span), plainNumber(seen)}};
   };
 }
 
-double percentNow(const Stage& stage) { return virtual_mac::level(stage.machine()); }
-double temperatureNow(const Stage& stage) { return stage.machine().battery.temperatureC; }
-double currentNow(const Stage& stage) { return stage.machine().battery.currentMA; }
+double percentNow(const Simulation& simulation) { return virtual_mac::level(simulation.machine()); }
+double temperatureNow(const Simulation& simulation) { return simulation.machine().battery.temperatureC; }
+double currentNow(const Simulation& simulation) { return simulation.machine().battery.currentMA; }
 
-std::optional<Look> readPercent(const Place& place) { return lookAtNumber(place, percentNow); }
-std::optional<Look> readTemperature(const Place& place) { return lookAtNumber(place, temperatureNow); }
-std::optional<Look> readCurrent(const Place& place) { return lookAtNumber(place, currentNow); }
+std::optional<RunCheck> readPercent(const JsonCursor& place) { return checkNumber(place, percentNow); }
+std::optional<RunCheck> readTemperature(const JsonCursor& place) {
+  return checkNumber(place, temperatureNow);
+}
+std::optional<RunCheck> readCurrent(const JsonCursor& place) { return checkNumber(place, currentNow); }
 
-std::optional<Look> readThroughout(const Place& place) {
+std::optional<RunCheck> readThroughout(const JsonCursor& place) {
   const auto span = readSpan(place);
   if (!span) return std::nullopt;
-  return [span = *span](const Stage& stage) -> std::vector<Difference> {
-    if (lies(stage.lowest(), span) && lies(stage.highest(), span)) return {};
+  return [span = *span](const Simulation& simulation) -> std::vector<Difference> {
+    if (lies(simulation.lowest(), span) && lies(simulation.highest(), span)) return {};
     return {{"always " + spanWords(span),
-             "from " + plainNumber(stage.lowest()) + " to " + plainNumber(stage.highest())}};
+             "from " + plainNumber(simulation.lowest()) + " to " + plainNumber(simulation.highest())}};
   };
 }
 
-std::optional<Look> lookAtInteger(const Place& place, std::int64_t least, std::int64_t most,
-                                  std::int64_t (*read)(const Stage&)) {
+std::optional<RunCheck> checkInteger(const JsonCursor& place, std::int64_t least, std::int64_t most,
+                                     std::int64_t (*read)(const Simulation&)) {
   const auto wanted = place.integer(least, most);
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const Stage& stage) -> std::vector<Difference> {
-    const std::int64_t seen = read(stage);
+  return [wanted = *wanted, read](const Simulation& simulation) -> std::vector<Difference> {
+    const std::int64_t seen = read(simulation);
     if (seen == wanted) return {};
     return {{std::to_string(wanted), std::to_string(seen)}};
   };
 }
 
-std::int64_t wakesNow(const Stage& stage) {
-  const auto& events = stage.machine().sleep.events;
+std::int64_t wakesNow(const Simulation& simulation) {
+  const auto& events = simulation.machine().sleep.events;
   return std::count_if(events.begin(), events.end(), [](const auto& event) { return event.pending; });
 }
-std::int64_t limitNow(const Stage& stage) {
-  const std::int64_t limit = virtual_mac::orderOnDisk(stage.machine()).percent;
+std::int64_t limitNow(const Simulation& simulation) {
+  const std::int64_t limit = virtual_mac::orderOnDisk(simulation.machine()).percent;
   return limit == 0 ? 100 : limit;
 }
 
-std::optional<Look> readWakes(const Place& place) {
-  return lookAtInteger(place, 0, virtual_mac::scheduledPlaces, wakesNow);
+std::optional<RunCheck> readWakes(const JsonCursor& place) {
+  return checkInteger(place, 0, virtual_mac::scheduledPlaces, wakesNow);
 }
-std::optional<Look> readLimit(const Place& place) { return lookAtInteger(place, 1, 100, limitNow); }
+std::optional<RunCheck> readLimit(const JsonCursor& place) { return checkInteger(place, 1, 100, limitNow); }
 
 // --- Yes or no
 
-std::optional<Look> lookAtFlag(const Place& place, bool (*read)(const Stage&)) {
+std::optional<RunCheck> checkFlag(const JsonCursor& place, bool (*read)(const Simulation&)) {
   const auto wanted = place.boolean();
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const Stage& stage) -> std::vector<Difference> {
-    if (read(stage) == wanted) return {};
+  return [wanted = *wanted, read](const Simulation& simulation) -> std::vector<Difference> {
+    if (read(simulation) == wanted) return {};
     return {{wanted ? "true" : "false", wanted ? "false" : "true"}};
   };
 }
 
-bool runs(const Stage& stage) { return stage.daemonRuns(); }
-bool isOpen(const Stage& stage) { return virtual_mac::chargingIsOpen(stage.machine()); }
-bool isCut(const Stage& stage) {
-  return stage.machine().adapter.present && !virtual_mac::adapterReachesBattery(stage.machine());
+bool runs(const Simulation& simulation) { return simulation.daemonRuns(); }
+bool isOpen(const Simulation& simulation) { return virtual_mac::chargingIsOpen(simulation.machine()); }
+bool isCut(const Simulation& simulation) {
+  return simulation.machine().adapter.present && !virtual_mac::adapterReachesBattery(simulation.machine());
 }
-bool sleeps(const Stage& stage) { return stage.machine().system.asleep; }
+bool sleeps(const Simulation& simulation) { return simulation.machine().system.asleep; }
 
-std::optional<Look> readRunning(const Place& place) { return lookAtFlag(place, runs); }
-std::optional<Look> readChargingOpen(const Place& place) { return lookAtFlag(place, isOpen); }
-std::optional<Look> readAdapterCut(const Place& place) { return lookAtFlag(place, isCut); }
-std::optional<Look> readAsleep(const Place& place) { return lookAtFlag(place, sleeps); }
+std::optional<RunCheck> readRunning(const JsonCursor& place) { return checkFlag(place, runs); }
+std::optional<RunCheck> readChargingOpen(const JsonCursor& place) { return checkFlag(place, isOpen); }
+std::optional<RunCheck> readAdapterCut(const JsonCursor& place) { return checkFlag(place, isCut); }
+std::optional<RunCheck> readAsleep(const JsonCursor& place) { return checkFlag(place, sleeps); }
 
-// --- How a life ended
+// --- How a process ended
 
 std::string numberOrNone(const std::optional<int>& number) {
   return number ? std::to_string(*number) : "none";
 }
 
-std::optional<Look> lookAtEnd(const Place& place, std::optional<int> (Stage::*read)() const) {
+std::optional<RunCheck> checkAtEnd(const JsonCursor& place, std::optional<int> (Simulation::*read)() const) {
   const auto wanted = place.integer(0, 255);
   if (!wanted) return std::nullopt;
-  return [wanted = static_cast<int>(*wanted), read](const Stage& stage) -> std::vector<Difference> {
-    const std::optional<int> seen = (stage.*read)();
+  return [wanted = static_cast<int>(*wanted), read](const Simulation& simulation) -> std::vector<Difference> {
+    const std::optional<int> seen = (simulation.*read)();
     if (seen == wanted) return {};
     return {{std::to_string(wanted), numberOrNone(seen)}};
   };
 }
 
-std::optional<Look> readExit(const Place& place) { return lookAtEnd(place, &Stage::exitStatus); }
-std::optional<Look> readKilledBy(const Place& place) { return lookAtEnd(place, &Stage::endSignal); }
+std::optional<RunCheck> readExit(const JsonCursor& place) {
+  return checkAtEnd(place, &Simulation::exitStatus);
+}
+std::optional<RunCheck> readKilledBy(const JsonCursor& place) {
+  return checkAtEnd(place, &Simulation::endSignal);
+}
 
 // --- Texts
 
-std::optional<Look> readReply(const Place& place) {
+std::optional<RunCheck> readReply(const JsonCursor& place) {
   const auto wanted = place.text();
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted](const Stage& stage) -> std::vector<Difference> {
-    const std::string seen = stage.reply();
+  return [wanted = *wanted](const Simulation& simulation) -> std::vector<Difference> {
+    const std::string seen = simulation.reply();
     if (matches(seen, wanted)) return {};
     return {{"\"" + wanted + "\"", seen.empty() ? "no reply" : "\"" + seen + "\""}};
   };
 }
 
-std::optional<Look> readErrors(const Place& place) {
-  const LineWishes wishes = readLineWishes(place);
-  return [wishes](const Stage& stage) {
-    std::istringstream text(stage.errors());
+std::optional<RunCheck> readErrors(const JsonCursor& place) {
+  const LineExpectations expectations = readLineExpectations(place);
+  return [expectations](const Simulation& simulation) {
+    std::istringstream text(simulation.errors());
     std::vector<std::string> lines;
     for (std::string line; std::getline(text, line);) lines.push_back(line);
-    return differencesOf(lines, wishes);
+    return differencesOf(lines, expectations);
   };
 }
 
-std::optional<Look> readJournal(const Place& place) {
-  return [wishes = readLineWishes(place)](const Stage& stage) {
-    return differencesOf(stage.journalOfStretch(), wishes);
+std::optional<RunCheck> readJournal(const JsonCursor& place) {
+  return [expectations = readLineExpectations(place)](const Simulation& simulation) {
+    return differencesOf(simulation.journalSinceCheckpoint(), expectations);
   };
 }
 
@@ -185,11 +191,11 @@ std::string hexOf(const std::vector<std::uint8_t>& bytes) {
   return hex;
 }
 
-std::vector<Difference> differencesOfKeys(const Stage& stage,
+std::vector<Difference> differencesOfKeys(const Simulation& simulation,
                                           const std::vector<std::pair<std::string, std::string>>& wanted) {
   std::vector<Difference> found;
   for (const auto& [key, bytes] : wanted) {
-    const std::string seen = hexOf(lives::keyBytes(stage.machine(), key));
+    const std::string seen = hexOf(sim::keyBytes(simulation.machine(), key));
     if (seen == bytes) continue;
     found.push_back({bytes.empty() ? std::string(key).append(" not readable")
                                    : std::string(key).append(" ").append(bytes),
@@ -202,15 +208,15 @@ bool isHex(const std::string& text) {
   return text.size() % 2 == 0 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
-std::optional<Look> readKeys(const Place& place) {
+std::optional<RunCheck> readKeys(const JsonCursor& place) {
   std::vector<std::pair<std::string, std::string>> wanted;
-  for (const Place& member : place.members()) {
+  for (const JsonCursor& member : place.members()) {
     const auto bytes = member.text();
     if (member.name().size() != 4) member.complain("the name of a key has four characters");
     if (bytes && !isHex(*bytes)) member.expected("bytes in small hexadecimal, e.g. \"01000000\"");
     if (bytes) wanted.emplace_back(member.name(), *bytes);
   }
-  return [wanted](const Stage& stage) { return differencesOfKeys(stage, wanted); };
+  return [wanted](const Simulation& simulation) { return differencesOfKeys(simulation, wanted); };
 }
 
 // --- Files
@@ -252,23 +258,23 @@ std::optional<Difference> differenceAt(const Json& document, const std::string& 
   return Difference{pointer + " " + shown(wanted), seen};
 }
 
-struct FileWish {
+struct FileExpectation {
   std::string path;
   bool present = true;
   std::vector<std::pair<std::string, Json>> values = {};  // by JSON pointer
 };
 
-std::vector<Difference> differencesOfFile(const Stage& stage, const FileWish& wish) {
-  const auto text = stage.read(wish.path);
-  if (text.has_value() != wish.present) {
-    return {{wish.present ? "the file is there" : "no such file",
-             wish.present ? "it is missing" : "it is there"}};
+std::vector<Difference> differencesOfFile(const Simulation& simulation, const FileExpectation& expectation) {
+  const auto text = simulation.read(expectation.path);
+  if (text.has_value() != expectation.present) {
+    return {{expectation.present ? "the file is there" : "no such file",
+             expectation.present ? "it is missing" : "it is there"}};
   }
-  if (wish.values.empty()) return {};
+  if (expectation.values.empty()) return {};
   const Json document = Json::parse(*text, nullptr, false);
   if (document.is_discarded()) return {{"JSON", "\"" + text->substr(0, 80) + "\""}};
   std::vector<Difference> found;
-  for (const auto& [pointer, wanted] : wish.values) {
+  for (const auto& [pointer, wanted] : expectation.values) {
     if (auto difference = differenceAt(document, pointer, wanted)) found.push_back(std::move(*difference));
   }
   return found;
@@ -282,39 +288,39 @@ bool isPointer(const std::string& text) {
   return true;
 }
 
-std::optional<Look> readFile(const Place& place) {
+std::optional<RunCheck> readFile(const JsonCursor& place) {
   const auto path = pathOf(place.name());
   if (!path) {
     place.complain("expected status, stats, calibration, config or an absolute path");
     return std::nullopt;
   }
-  FileWish wish{.path = *path};
+  FileExpectation expectation{.path = *path};
   if (!place.value().is_object()) {
     const auto word = place.oneOf({"present", "missing"});
-    wish.present = word != "missing";
-    return [wish](const Stage& stage) { return differencesOfFile(stage, wish); };
+    expectation.present = word != "missing";
+    return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
   }
-  for (const Place& member : place.members()) {
+  for (const JsonCursor& member : place.members()) {
     if (isPointer(member.name())) {
-      wish.values.emplace_back(member.name(), member.value());
+      expectation.values.emplace_back(member.name(), member.value());
     } else {
       member.complain("expected a JSON pointer like \"/pct\"");
     }
   }
-  return [wish](const Stage& stage) { return differencesOfFile(stage, wish); };
+  return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
 }
 
 // The state that the daemon published last.
-std::optional<Look> readState(const Place& place) {
+std::optional<RunCheck> readState(const JsonCursor& place) {
   const auto wanted = place.oneOf({"allow", "hold", "discharge"});
   if (!wanted) return std::nullopt;
-  const FileWish wish{.path = statusPath, .values = {{"/state", *wanted}}};
-  return [wish](const Stage& stage) { return differencesOfFile(stage, wish); };
+  const FileExpectation expectation{.path = statusPath, .values = {{"/state", *wanted}}};
+  return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
 }
 
 // ---------------------------------------------------------------------------------------------------------
 
-using Read = std::optional<Look> (*)(const Place&);
+using Read = std::optional<RunCheck> (*)(const JsonCursor&);
 constexpr std::array<std::pair<const char*, Read>, 17> readers{{
     {"running", readRunning},
     {"exit", readExit},
@@ -335,28 +341,30 @@ constexpr std::array<std::pair<const char*, Read>, 17> readers{{
     {"errors", readErrors},
 }};
 
-void add(Checks& checks, const Place& place, std::optional<Look> look) {
+void add(Checks& checks, const JsonCursor& place, std::optional<RunCheck> look) {
   if (look) checks.all.push_back({place.pointer(), std::move(*look)});
 }
 
-void readLog(const Place& place, Checks& checks) {
-  const LineWishes wishes = readLineWishes(place);
+void readLog(const JsonCursor& place, Checks& checks) {
+  const LineExpectations expectations = readLineExpectations(place);
   std::vector<std::string>& expected = checks.expectedLines;
-  expected.insert(expected.end(), wishes.has.begin(), wishes.has.end());
-  expected.insert(expected.end(), wishes.inOrder.begin(), wishes.inOrder.end());
-  for (const auto& [pattern, count] : wishes.counts) {
+  expected.insert(expected.end(), expectations.has.begin(), expectations.has.end());
+  expected.insert(expected.end(), expectations.inOrder.begin(), expectations.inOrder.end());
+  for (const auto& [pattern, count] : expectations.counts) {
     if (count > 0) expected.push_back(pattern);
   }
-  add(checks, place, [wishes](const Stage& stage) { return differencesOf(stage.logOfStretch(), wishes); });
+  add(checks, place, [expectations](const Simulation& simulation) {
+    return differencesOf(simulation.logSinceCheckpoint(), expectations);
+  });
 }
 
 }  // namespace
 
-void readChecks(const Place& place, Checks& checks) {
-  for (const Place& member : place.members(checkNames())) {
+void readChecks(const JsonCursor& place, Checks& checks) {
+  for (const JsonCursor& member : place.members(checkNames())) {
     if (member.name() == "log") readLog(member, checks);
     if (member.name() == "files") {
-      for (const Place& file : member.members()) add(checks, file, readFile(file));
+      for (const JsonCursor& file : member.members()) add(checks, file, readFile(file));
     }
     for (const auto& [name, read] : readers) {
       if (member.name() == name) add(checks, member, read(member));

@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "sim/scenario/line_pattern.h"
-#include "sim/scenario/stage.h"
+#include "sim/scenario/simulation.h"
 #include "sim/scenario/strict_json.h"
 
 namespace brisko::lab {
 
 struct Check {
   std::string place;  // in the file
-  std::function<std::vector<Difference>(const Stage&)> look;
+  std::function<std::vector<Difference>(const Simulation&)> run;
 };
 
 struct Checks {
@@ -24,7 +24,7 @@ struct Checks {
 };
 
 // Adds those of an object with expectations.
-void readChecks(const Place& place, Checks& checks);
+void readChecks(const JsonCursor& place, Checks& checks);
 
 // The names of all expectations.
 [[nodiscard]] std::vector<std::string> checkNames();

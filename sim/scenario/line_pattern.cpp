@@ -20,8 +20,8 @@ std::string times(std::int64_t count) {
 
 std::string quoted(const std::string& text) { return "\"" + text + "\""; }
 
-void lookInOrder(const std::vector<std::string>& lines, const std::vector<std::string>& patterns,
-                 std::vector<Difference>& found) {
+void checkOrder(const std::vector<std::string>& lines, const std::vector<std::string>& patterns,
+                std::vector<Difference>& found) {
   auto from = lines.begin();
   for (std::size_t index = 0; index < patterns.size(); ++index) {
     from = std::find_if(from, lines.end(),
@@ -55,40 +55,41 @@ bool matches(std::string_view line, std::string_view pattern) {
   return line.ends_with(pattern);
 }
 
-LineWishes readLineWishes(const Place& place) {
-  LineWishes wishes;
+LineExpectations readLineExpectations(const JsonCursor& place) {
+  LineExpectations expectations;
   if (!place.value().is_object()) {
-    wishes.has = place.texts();
-    return wishes;
+    expectations.has = place.texts();
+    return expectations;
   }
-  for (const Place& member : place.members({"has", "hasNot", "inOrder", "count"})) {
-    if (member.name() == "has") wishes.has = member.texts();
-    if (member.name() == "hasNot") wishes.hasNot = member.texts();
-    if (member.name() == "inOrder") wishes.inOrder = member.texts();
+  for (const JsonCursor& member : place.members({"has", "hasNot", "inOrder", "count"})) {
+    if (member.name() == "has") expectations.has = member.texts();
+    if (member.name() == "hasNot") expectations.hasNot = member.texts();
+    if (member.name() == "inOrder") expectations.inOrder = member.texts();
     if (member.name() != "count") continue;
-    for (const Place& counted : member.members()) {
+    for (const JsonCursor& counted : member.members()) {
       const auto count = counted.integer(0, std::numeric_limits<std::int64_t>::max());
-      if (count) wishes.counts[counted.name()] = *count;
+      if (count) expectations.counts[counted.name()] = *count;
     }
   }
-  return wishes;
+  return expectations;
 }
 
-std::vector<Difference> differencesOf(const std::vector<std::string>& lines, const LineWishes& wishes) {
+std::vector<Difference> differencesOf(const std::vector<std::string>& lines,
+                                      const LineExpectations& expectations) {
   std::vector<Difference> found;
-  for (const std::string& pattern : wishes.has) {
+  for (const std::string& pattern : expectations.has) {
     if (countOf(lines, pattern) == 0) found.push_back({quoted(pattern), "no such line"});
   }
-  for (const std::string& pattern : wishes.hasNot) {
+  for (const std::string& pattern : expectations.hasNot) {
     const auto line = std::find_if(lines.begin(), lines.end(),
                                    [&](const std::string& seen) { return matches(seen, pattern); });
     if (line != lines.end()) found.push_back({"no line like " + quoted(pattern), quoted(*line)});
   }
-  for (const auto& [pattern, count] : wishes.counts) {
+  for (const auto& [pattern, count] : expectations.counts) {
     const std::int64_t seen = countOf(lines, pattern);
     if (seen != count) found.push_back({quoted(pattern) + " " + times(count), times(seen)});
   }
-  lookInOrder(lines, wishes.inOrder, found);
+  checkOrder(lines, expectations.inOrder, found);
   return found;
 }
 

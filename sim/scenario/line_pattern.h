@@ -17,7 +17,7 @@ namespace brisko::lab {
 [[nodiscard]] bool matches(std::string_view line, std::string_view pattern);
 
 // What is asked of a list of lines.
-struct LineWishes {
+struct LineExpectations {
   std::vector<std::string> has = {};      // each at least once
   std::vector<std::string> hasNot = {};   // none of them
   std::vector<std::string> inOrder = {};  // these one after the other, with others between
@@ -25,7 +25,7 @@ struct LineWishes {
 };
 
 // From a list of patterns (what `has`), or an object with "has", "hasNot", "inOrder" and "count".
-[[nodiscard]] LineWishes readLineWishes(const Place& place);
+[[nodiscard]] LineExpectations readLineExpectations(const JsonCursor& place);
 
 // What is not as wished, each as "expected …" and "seen …"; empty when all is.
 struct Difference {
@@ -33,6 +33,6 @@ struct Difference {
   std::string seen;
 };
 [[nodiscard]] std::vector<Difference> differencesOf(const std::vector<std::string>& lines,
-                                                    const LineWishes& wishes);
+                                                    const LineExpectations& expectations);
 
 }  // namespace brisko::lab

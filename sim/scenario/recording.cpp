@@ -123,7 +123,7 @@ bool isAnother(const Moment& now, const Moment& before) {
 
 }  // namespace
 
-int Noticing::keep(const Moment& moment) {
+int SampleFilter::keep(const Moment& moment) {
   constexpr double drifting = 60;  // seconds
   constexpr double standing = 900;
   before_ = seen_;
@@ -138,11 +138,11 @@ int Noticing::keep(const Moment& moment) {
   return beforeIsNew ? 2 : 1;
 }
 
-// The memory that lives share with the lab. It is emptied whenever they stand still.
+// The memory that lives share with the lab. It is emptied whenever they are paused.
 struct Recording::Shared {
   static constexpr std::size_t places = 4096;
-  Noticing noticing = {};
-  Thoughts thoughts = {};
+  SampleFilter filter = {};
+  DaemonState daemonState = {};
   bool limited = true;
   std::size_t count = 0;
   std::array<Moment, places> moments = {};
@@ -156,23 +156,23 @@ Recording::Recording() {
 
 Recording::~Recording() { ::munmap(shared_, sizeof(Shared)); }
 
-Recording::Thoughts Recording::thoughtsOfLife() {
-  Thoughts thoughts{};
-  thoughts.known = true;
-  thoughts.state = gState;
-  thoughts.blinking = gLedSupported && gMode == LedMode::blink;
-  if (bandIsInForce()) thoughts.band = Bounds{.upper = gFirmwareUpper, .lower = gFirmwareLower};
-  thoughts.occasion = occasionOf(gCal.phase);
-  return thoughts;
+Recording::DaemonState Recording::readDaemonState() {
+  DaemonState daemonState{};
+  daemonState.known = true;
+  daemonState.state = gState;
+  daemonState.blinking = gLedSupported && gMode == LedMode::blink;
+  if (bandIsInForce()) daemonState.band = Bounds{.upper = gFirmwareUpper, .lower = gFirmwareLower};
+  daemonState.occasion = occasionOf(gCal.phase);
+  return daemonState;
 }
 
-void Recording::noteInLife(const Machine& machine) {
-  shared_->thoughts = thoughtsOfLife();
+void Recording::noteInDaemon(const Machine& machine) {
+  shared_->daemonState = readDaemonState();
   see(machine);
 }
 
 void Recording::note(const Machine& machine, bool daemonRuns) {
-  if (!daemonRuns) shared_->thoughts = {};
+  if (!daemonRuns) shared_->daemonState = {};
   if (!firstOffset_) firstOffset_ = machine.system.wallOffset;
   clockWasSet_ = clockWasSet_ || machine.system.wallOffset != *firstOffset_;
   see(machine);
@@ -186,16 +186,16 @@ void Recording::noteSettings(const std::optional<std::string>& file) {
 }
 
 void Recording::see(const Machine& machine) {
-  const Thoughts& thoughts = shared_->thoughts;
+  const DaemonState& daemonState = shared_->daemonState;
   Moment moment = momentOf(machine);
-  moment.light = lightOf(machine, thoughts.blinking);
-  if (thoughts.known) {
-    moment.state = thoughts.state;
-    moment.occasion = thoughts.occasion;
-    if (shared_->limited) moment.band = thoughts.band;
+  moment.light = lightOf(machine, daemonState.blinking);
+  if (daemonState.known) {
+    moment.state = daemonState.state;
+    moment.occasion = daemonState.occasion;
+    if (shared_->limited) moment.band = daemonState.band;
   }
-  const int kept = shared_->noticing.keep(moment);
-  if (kept == 2) keep(shared_->noticing.before());
+  const int kept = shared_->filter.keep(moment);
+  if (kept == 2) keep(shared_->filter.before());
   if (kept >= 1) keep(moment);
 }
 
@@ -216,7 +216,7 @@ void Recording::noteEvent(const Machine& machine, const std::string& words) {
 }
 
 void Recording::noteLine(const Machine& machine, const std::string& line) {
-  // The clock is only ever set while the lives stand still, so it went then as it does now.
+  // The clock is only ever set while the processes are paused, so it went then as it does now.
   std::string stamp = line.substr(0, 19);
   if (stamp.size() == 19) stamp[10] = ' ';
   const auto wall = parseDate(stamp);
@@ -227,14 +227,15 @@ void Recording::noteLine(const Machine& machine, const std::string& line) {
 
 Picture Recording::picture() const {
   Picture picture = picture_;
-  if (const auto rest = shared_->noticing.rest()) picture.moments.push_back(*rest);
+  if (const auto rest = shared_->filter.rest()) picture.moments.push_back(*rest);
   const double offset = firstOffset_.value_or(0);
   for (Moment& moment : picture.moments) moment.time += offset;
   for (Event& event : picture.events) event.time += offset;
   for (LoggedLine& line : picture.log) line.time += offset;
   if (clockWasSet_) {
     picture.notes.emplace_back(
-        "The clock was set meanwhile. The picture goes on with the clock of its beginning; the lines of the "
+        "The clock was set meanwhile. The picture continues with the clock of its beginning; the lines of "
+        "the "
         "log have the times that they were given.");
   }
   return picture;

@@ -1,7 +1,7 @@
 // sim/scenario/recording.h
-// What happens on a stage, as moments of a picture. The lives of the daemon note it themselves after each of
-// their events, in memory that they share with the lab; the lab notes what happens between them. A moment is
-// kept when something about it is new, so a quiet month takes little room.
+// What happens on a stage, as moments of a picture. The processes of the daemon note it themselves after each
+// of their events, in memory that they share with the lab; the lab notes what happens between them. A moment
+// is kept when something about it is new, so a quiet month takes little room.
 #pragma once
 
 #include <optional>
@@ -15,8 +15,8 @@ namespace brisko::lab {
 
 // Decides which moments are worth keeping. One in which something discrete changed, or a number jumped, is
 // kept together with the one seen right before it, so that no curve bends too early. What only drifts is kept
-// once a minute, and what stands still once a quarter of an hour.
-class Noticing {
+// once a minute, and what stays constant once a quarter of an hour.
+class SampleFilter {
  public:
   // How many of `before` and `moment`, in this order, are to be kept now: 0, 1 (the moment alone) or 2.
   [[nodiscard]] int keep(const Moment& moment);
@@ -41,9 +41,9 @@ class Recording {
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
 
-  // In a life, after each of its events and whenever it is about to stand still.
-  void noteInLife(const virtual_mac::Machine& machine);
-  // While the lives stand still.
+  // In a process, after each of its events and whenever it is about to are paused.
+  void noteInDaemon(const virtual_mac::Machine& machine);
+  // While the processes are paused.
   void note(const virtual_mac::Machine& machine, bool daemonRuns);
   // The settings, as they stand in their file; none: there is none. Without a limit in force no band is.
   void noteSettings(const std::optional<std::string>& file);
@@ -55,8 +55,8 @@ class Recording {
   [[nodiscard]] Picture picture() const;
 
  private:
-  // What only the process of a life knows.
-  struct Thoughts {
+  // What only the process of a process knows.
+  struct DaemonState {
     bool known;
     ChargeState state;
     bool blinking;
@@ -68,7 +68,7 @@ class Recording {
   void see(const virtual_mac::Machine& machine);
   void keep(const Moment& moment);
   void collect();
-  [[nodiscard]] static Thoughts thoughtsOfLife();
+  [[nodiscard]] static DaemonState readDaemonState();
 
   Shared* shared_;
   Picture picture_;

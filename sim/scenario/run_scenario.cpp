@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::size_t linesShown = 20;  // of the log, of a scenario that failed
 
-std::string clockText(const Stage& stage) {
-  const auto seconds = static_cast<std::time_t>(virtual_mac::wallClock(stage.machine()));
+std::string clockText(const Simulation& simulation) {
+  const auto seconds = static_cast<std::time_t>(virtual_mac::wallClock(simulation.machine()));
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
   char text[40];
@@ -52,29 +52,29 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
   return lines;
 }
 
-class Play {
+class ScenarioRun {
  public:
-  Play(const Scenario& scenario, const Complaints& file, const Onlookers& onlookers)
-      : scenario_(scenario), file_(file), onlookers_(onlookers), stage_(scenario.outset) {
-    if (recording() != nullptr) stage_.record(*recording());
+  ScenarioRun(const Scenario& scenario, const Diagnostics& file, const RunOptions& options)
+      : scenario_(scenario), file_(file), options_(options), simulation_(scenario.setup) {
+    if (recording() != nullptr) simulation_.record(*recording());
   }
 
   Outcome run() {
-    outcome_.begin = stage_.machine().now;
-    playSteps();
+    outcome_.begin = simulation_.machine().now;
+    runSteps();
     outcome_.seconds = sinceBegin();
-    outcome_.log = endOfLog(stage_.stampedLog());
+    outcome_.log = endOfLog(simulation_.stampedLog());
     return std::move(outcome_);
   }
 
  private:
-  [[nodiscard]] Recording* recording() const { return onlookers_.recording; }
+  [[nodiscard]] Recording* recording() const { return options_.recording; }
   [[nodiscard]] bool holds() const { return outcome_.failures.empty(); }
-  [[nodiscard]] double sinceBegin() const { return stage_.machine().now - outcome_.begin; }
+  [[nodiscard]] double sinceBegin() const { return simulation_.machine().now - outcome_.begin; }
 
-  // What always holds, held until now.
+  // The invariants, held until now.
   bool invariantsHold(const std::string& place) {
-    const auto violation = stage_.violation();
+    const auto violation = simulation_.violation();
     if (violation && !outcome_.violation) {
       outcome_.violation = violation;
       fail(place, "    expected: " + std::to_string(violation->invariant) + ". " +
@@ -83,57 +83,57 @@ class Play {
     return !violation;
   }
 
-  void playSteps() {
+  void runSteps() {
     act(scenario_.before);
-    stage_.begin();
+    simulation_.begin();
     // What the daemon does at its start is worth seeing even when the first step comes much later.
-    if (recording() != nullptr) stage_.pass(0);
+    if (recording() != nullptr) simulation_.pass(0);
     for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
-      play(index);
-      outcome_.brokenOff = onlookers_.goesOn && !onlookers_.goesOn(sinceBegin());
-      if (outcome_.brokenOff) return;
+      runStep(index);
+      outcome_.cancelled = options_.shouldContinue && !options_.shouldContinue(sinceBegin());
+      if (outcome_.cancelled) return;
     }
     if (!holds()) return;
-    stage_.lookAtAll();
-    look(scenario_.end);
-    if (!scenario_.judgedByInvariantsAlone) lookForWarnings();
+    simulation_.checkpointAtBegin();
+    runChecks(scenario_.end);
+    if (!scenario_.invariantsOnly) checkForWarnings();
   }
 
-  void play(std::size_t index) {
+  void runStep(std::size_t index) {
     const Step& step = scenario_.steps[index];
-    if (step.at) stage_.pass(secondsUntil(*step.at, virtual_mac::wallClock(stage_.machine())));
+    if (step.at) simulation_.pass(secondsUntil(*step.at, virtual_mac::wallClock(simulation_.machine())));
     // What is due at this moment has happened before the step does anything.
-    stage_.pass(0);
+    simulation_.pass(0);
     if (!invariantsHold(step.place)) return;
     act(step.actions);
     if (!step.actions.empty()) outcome_.lastStep = index;
-    stage_.pass(0);
+    simulation_.pass(0);
     if (!invariantsHold(step.place) || !holds()) return;
     if (step.checks.empty()) return;
-    look(step.checks);
-    stage_.beginStretch();
+    runChecks(step.checks);
+    simulation_.setCheckpoint();
   }
 
   void act(const std::vector<Action>& actions) {
     for (const Action& action : actions) {
-      if (recording() != nullptr) recording()->noteEvent(stage_.machine(), action.words);
+      if (recording() != nullptr) recording()->noteEvent(simulation_.machine(), action.words);
       std::string reason;
-      const bool done = action.act(stage_, reason);
-      if (!done && !scenario_.judgedByInvariantsAlone) fail(action.place, "    cannot be done: " + reason);
+      const bool done = action.act(simulation_, reason);
+      if (!done && !scenario_.invariantsOnly) fail(action.place, "    cannot be done: " + reason);
     }
   }
 
-  void look(const std::vector<Check>& checks) {
+  void runChecks(const std::vector<Check>& checks) {
     for (const Check& check : checks) {
-      for (const Difference& difference : check.look(stage_)) {
+      for (const Difference& difference : check.run(simulation_)) {
         fail(check.place, "    expected: " + difference.expected + "\n    seen:     " + difference.seen);
       }
     }
   }
 
-  // A warning asks for a person's attention, so it belongs to the story or to nothing.
-  void lookForWarnings() {
-    for (const std::string& line : stage_.logOfStretch()) {
+  // A warning asks for a person's attention, so it belongs to the scenario or to nothing.
+  void checkForWarnings() {
+    for (const std::string& line : simulation_.logSinceCheckpoint()) {
       if (line.find("⚠️") == std::string::npos) continue;
       const auto& expected = scenario_.expectedLines;
       const bool known = std::any_of(expected.begin(), expected.end(), [&](const std::string& pattern) {
@@ -151,20 +151,20 @@ class Play {
     if (const int line = file_.lineOf(place); line > 0 && !place.empty()) {
       where += " (line " + std::to_string(line) + ")";
     }
-    outcome_.failures.push_back(where + " at " + clockText(stage_) + "\n" + what);
+    outcome_.failures.push_back(where + " at " + clockText(simulation_) + "\n" + what);
   }
 
   const Scenario& scenario_;
-  const Complaints& file_;
-  const Onlookers& onlookers_;
-  Stage stage_;
+  const Diagnostics& file_;
+  const RunOptions& options_;
+  Simulation simulation_;
   Outcome outcome_;
 };
 
 }  // namespace
 
-Outcome runScenario(const Scenario& scenario, const Complaints& file, const Onlookers& onlookers) {
-  return Play(scenario, file, onlookers).run();
+Outcome runScenario(const Scenario& scenario, const Diagnostics& file, const RunOptions& options) {
+  return ScenarioRun(scenario, file, options).run();
 }
 
 std::string reportOf(const Outcome& outcome) {

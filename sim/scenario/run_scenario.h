@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/invariants/watch.h"
+#include "sim/invariants/invariant_checker.h"
 #include "sim/scenario/recording.h"
 #include "sim/scenario/scenario.h"
 
@@ -19,7 +19,7 @@ struct Outcome {
       {};                  // the last lines until then, with their times, and notes of what is left out
   double begin = 0;        // machine time
   double seconds = 0;      // … that passed since then
-  bool brokenOff = false;  // it was not played to its end, because it was not to go on
+  bool cancelled = false;  // it was not played to its end, because it was not to continue
   // Of the latest step that did something; none when none did.
   std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.
@@ -27,16 +27,16 @@ struct Outcome {
 };
 
 // Asked between any two steps, with the machine time that passed so far.
-using GoesOn = std::function<bool(double seconds)>;
+using ShouldContinue = std::function<bool(double seconds)>;
 
-// Who looks on while it is played.
-struct Onlookers {
+// Who watches while it is played.
+struct RunOptions {
   Recording* recording = nullptr;  // what happens is noted there
-  GoesOn goesOn = {};
+  ShouldContinue shouldContinue = {};
 };
 
-[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Complaints& file,
-                                  const Onlookers& onlookers = {});
+[[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,
+                                  const RunOptions& options = {});
 
 // What there is to read about a scenario that failed.
 [[nodiscard]] std::string reportOf(const Outcome& outcome);

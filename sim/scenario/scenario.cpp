@@ -21,7 +21,7 @@ constexpr std::pair<const char*, CutKind> cuts[] = {
     {"chie", CutKind::chie}, {"ch0i", CutKind::ch0i}, {"ch0j", CutKind::ch0j}, {"none", CutKind::none}};
 
 template <typename Kind, std::size_t count>
-std::optional<Kind> readKind(const Place& place, const std::pair<const char*, Kind> (&kinds)[count]) {
+std::optional<Kind> readKind(const JsonCursor& place, const std::pair<const char*, Kind> (&kinds)[count]) {
   std::vector<std::string> words;
   for (const auto& kind : kinds) words.emplace_back(kind.first);
   const auto word = place.oneOf(words);
@@ -31,7 +31,7 @@ std::optional<Kind> readKind(const Place& place, const std::pair<const char*, Ki
   return std::nullopt;
 }
 
-std::optional<double> readStart(const Place& place) {
+std::optional<double> readStart(const JsonCursor& place) {
   const auto text = place.text();
   const auto start = text ? parseDate(*text) : std::nullopt;
   if (text && !start) place.expected("a date like \"2026-03-01 08:00\"");
@@ -45,13 +45,13 @@ struct MacWords {
   MachineOptions options = {};
 };
 
-MacWords readMacWords(const Place& place) {
+MacWords readMacWords(const JsonCursor& place) {
   MacWords words;
   MachineOptions& options = words.options;
   std::vector<std::string> models;
   for (const virtual_mac::Model& model : virtual_mac::models()) models.emplace_back(model.name);
-  for (const Place& member : place.members({"model", "dump", "gate", "cut", "light", "macOS", "chargeLimit",
-                                            "percent", "plugged", "uptime", "start"})) {
+  for (const JsonCursor& member : place.members({"model", "dump", "gate", "cut", "light", "macOS",
+                                                 "chargeLimit", "percent", "plugged", "uptime", "start"})) {
     const std::string name = member.name();
     if (name == "model") words.model = member.oneOf(models).value_or(words.model);
     if (name == "dump") words.dump = member.text();
@@ -68,43 +68,43 @@ MacWords readMacWords(const Place& place) {
   return words;
 }
 
-std::optional<virtual_mac::Machine> readMac(const Place& place) {
+std::optional<virtual_mac::Machine> readMac(const JsonCursor& place) {
   const MacWords words = readMacWords(place);
   if (!words.dump) return virtual_mac::makeMachine(*virtual_mac::findModel(words.model), words.options);
   for (const char* known : {"model", "percent", "plugged"}) {
     if (place.value().contains(known)) place.at(known).complain("is what the dump says");
   }
-  const auto folder = std::filesystem::path(place.complaints().file()).parent_path();
+  const auto folder = std::filesystem::path(place.diagnostics().file()).parent_path();
   std::string reason;
   auto machine = machineFromDumpFile((folder / *words.dump).string(), words.options, reason);
   if (!machine) place.at("dump").complain(reason);
   return machine;
 }
 
-void readDaemon(const Place& place, Outset& outset) {
-  for (const Place& member : place.members({"arguments", "environment", "keptAlive", "started"})) {
+void readDaemon(const JsonCursor& place, SimulationSetup& setup) {
+  for (const JsonCursor& member : place.members({"arguments", "environment", "keptAlive", "started"})) {
     const std::string name = member.name();
-    if (name == "arguments") outset.arguments = member.texts();
-    if (name == "keptAlive") outset.keptAlive = member.boolean().value_or(true);
-    if (name == "started") outset.started = member.boolean().value_or(true);
+    if (name == "arguments") setup.arguments = member.texts();
+    if (name == "keptAlive") setup.keptAlive = member.boolean().value_or(true);
+    if (name == "started") setup.started = member.boolean().value_or(true);
     if (name != "environment") continue;
-    for (const Place& variable : member.members()) {
-      if (const auto value = variable.text()) outset.environment[variable.name()] = *value;
+    for (const JsonCursor& variable : member.members()) {
+      if (const auto value = variable.text()) setup.environment[variable.name()] = *value;
     }
   }
 }
 
-std::optional<std::string> readSettings(const Place& place) {
+std::optional<std::string> readSettings(const JsonCursor& place) {
   if (place.value().is_string()) return place.text();
   if (place.value().is_object()) return place.value().dump();
   place.expected("an object, or a text that stands in the file as it is");
   return std::nullopt;
 }
 
-Step readStep(const Place& place, std::vector<std::string>& expectedLines) {
+Step readStep(const JsonCursor& place, std::vector<std::string>& expectedLines) {
   Step step{.place = place.pointer()};
   Checks checks;
-  for (const Place& member : place.members({"at", "do", "see", "note"})) {
+  for (const JsonCursor& member : place.members({"at", "do", "see", "note"})) {
     const std::string name = member.name();
     if (name == "at") {
       const auto text = member.text();
@@ -120,18 +120,18 @@ Step readStep(const Place& place, std::vector<std::string>& expectedLines) {
   return step;
 }
 
-void readMember(const Place& member, Scenario& scenario) {
+void readMember(const JsonCursor& member, Scenario& scenario) {
   const std::string name = member.name();
-  if (name == "story") scenario.story = member.text().value_or("");
-  if (name == "daemon") readDaemon(member, scenario.outset);
-  if (name == "settings") scenario.outset.settings = readSettings(member);
+  if (name == "description") scenario.description = member.text().value_or("");
+  if (name == "daemon") readDaemon(member, scenario.setup);
+  if (name == "settings") scenario.setup.settings = readSettings(member);
   if (name == "before") scenario.before = readActions(member);
-  if (name == "judged") {
-    scenario.judgedByInvariantsAlone = member.oneOf({"by what always holds"}).has_value();
-    scenario.outset.losesPatience = scenario.judgedByInvariantsAlone;
+  if (name == "mode") {
+    scenario.invariantsOnly = member.oneOf({"invariants"}).has_value();
+    scenario.setup.backsOff = scenario.invariantsOnly;
   }
   if (name == "timeline") {
-    for (const Place& step : member.elements()) {
+    for (const JsonCursor& step : member.elements()) {
       scenario.steps.push_back(readStep(step, scenario.expectedLines));
     }
   }
@@ -145,26 +145,26 @@ void readMember(const Place& member, Scenario& scenario) {
 
 }  // namespace
 
-std::optional<Scenario> readScenario(std::string_view text, Complaints& complaints) {
-  const auto document = parseStrictly(text, complaints);
+std::optional<Scenario> readScenario(std::string_view text, Diagnostics& diagnostics) {
+  const auto document = parseStrictly(text, diagnostics);
   if (!document) return std::nullopt;
-  const Place place(*document, "", complaints);
+  const JsonCursor place(*document, "", diagnostics);
   const Json nothing = Json::object();
   const bool described = document->is_object() && document->contains("mac");
-  const auto machine = readMac(described ? place.at("mac") : Place(nothing, "/mac", complaints));
+  const auto machine = readMac(described ? place.at("mac") : JsonCursor(nothing, "/mac", diagnostics));
   if (!machine) return std::nullopt;
 
-  Scenario scenario{.outset = {.machine = *machine}};
-  for (const Place& member :
-       place.members({"story", "judged", "mac", "daemon", "settings", "before", "timeline", "end", "note"})) {
+  Scenario scenario{.setup = {.machine = *machine}};
+  for (const JsonCursor& member : place.members(
+           {"description", "mode", "mac", "daemon", "settings", "before", "timeline", "end", "note"})) {
     readMember(member, scenario);
   }
-  if (scenario.story.empty()) place.complain("needs a \"story\": what it tells, as a sentence");
+  if (scenario.description.empty()) place.complain("needs a \"description\": what it shows, as a sentence");
   if (scenario.steps.empty()) place.complain("needs a \"timeline\" with at least one step");
-  bool asksNothing = scenario.end.empty() && !scenario.judgedByInvariantsAlone;
+  bool asksNothing = scenario.end.empty() && !scenario.invariantsOnly;
   for (const Step& step : scenario.steps) asksNothing = asksNothing && step.checks.empty();
   if (asksNothing) place.complain("asks for nothing to be seen, so it can't fail");
-  if (!complaints.none()) return std::nullopt;
+  if (!diagnostics.none()) return std::nullopt;
   return scenario;
 }
 

@@ -9,7 +9,7 @@
 
 #include "sim/scenario/actions.h"
 #include "sim/scenario/checks.h"
-#include "sim/scenario/stage.h"
+#include "sim/scenario/simulation.h"
 #include "sim/scenario/strict_json.h"
 #include "sim/scenario/timing.h"
 
@@ -23,18 +23,18 @@ struct Step {
 };
 
 struct Scenario {
-  std::string story = {};
-  Outset outset;
+  std::string description = {};
+  SimulationSetup setup;
   std::vector<Action> before = {};  // the first start
   std::vector<Step> steps = {};
   std::vector<Check> end = {};                  // over everything
   std::vector<std::string> expectedLines = {};  // patterns; a warning that fits none fails the scenario
-  // Nothing but what always holds is asked of it: warnings may come, and what can't be done is left out.
-  bool judgedByInvariantsAlone = false;
+  // Nothing but the invariants is asked of it: warnings may come, and what can't be done is left out.
+  bool invariantsOnly = false;
 };
 
 // The scenario in the file's text. None when anything is wrong with it, which is complained of; files that it
 // names are looked for from the folder of its own.
-[[nodiscard]] std::optional<Scenario> readScenario(std::string_view text, Complaints& complaints);
+[[nodiscard]] std::optional<Scenario> readScenario(std::string_view text, Diagnostics& diagnostics);
 
 }  // namespace brisko::lab

@@ -29,8 +29,8 @@ std::string escaped(std::string_view key) {
 // `*read` bytes of the text when it tells of something, and the last of them may be beyond it.
 class LineReader {
  public:
-  LineReader(std::string_view text, const std::size_t& read, Complaints& complaints)
-      : text_(text), read_(&read), complaints_(&complaints) {}
+  LineReader(std::string_view text, const std::size_t& read, Diagnostics& diagnostics)
+      : text_(text), read_(&read), diagnostics_(&diagnostics) {}
 
   bool null() { return value(); }
   bool boolean(bool) { return value(); }
@@ -54,13 +54,13 @@ class LineReader {
     // "[json.exception.parse_error.101] parse error at line 3, column 5: …"
     const std::string what = error.what();
     const std::size_t from = what.find("parse error");
-    complaints_->add("", "it is no JSON: " + (from == std::string::npos ? what : what.substr(from)));
+    diagnostics_->add("", "it is no JSON: " + (from == std::string::npos ? what : what.substr(from)));
     return false;
   }
 
   void finish() {
-    complaints_->setLines(std::move(lines_));
-    for (const std::string& place : twice_) complaints_->add(place, "stands there twice");
+    diagnostics_->setLines(std::move(lines_));
+    for (const std::string& place : twice_) diagnostics_->add(place, "stands there twice");
   }
 
  private:
@@ -92,7 +92,7 @@ class LineReader {
   bool open(bool isList) {
     std::string pointer = next();
     if (levels_.size() == mostLevels) {
-      complaints_->add("", "line " + std::to_string(line()) + " nests too deep");
+      diagnostics_->add("", "line " + std::to_string(line()) + " nests too deep");
       return false;
     }
     lines_.emplace(pointer, line());
@@ -106,7 +106,7 @@ class LineReader {
 
   std::string_view text_;
   const std::size_t* read_;
-  Complaints* complaints_;
+  Diagnostics* diagnostics_;
   std::vector<Level> levels_;
   std::map<std::string, int> lines_;
   std::vector<std::string> twice_;
@@ -145,7 +145,7 @@ class CountingIterator {
 
 }  // namespace
 
-void Complaints::add(const std::string& place, const std::string& what) {
+void Diagnostics::add(const std::string& place, const std::string& what) {
   std::string text = file_;
   if (const int line = lineOf(place); line > 0) text += ":" + std::to_string(line);
   text += ": ";
@@ -153,7 +153,7 @@ void Complaints::add(const std::string& place, const std::string& what) {
   texts_.push_back(text + what);
 }
 
-int Complaints::lineOf(std::string place) const {
+int Diagnostics::lineOf(std::string place) const {
   while (true) {
     const auto found = lines_.find(place);
     if (found != lines_.end()) return found->second;
@@ -162,38 +162,38 @@ int Complaints::lineOf(std::string place) const {
   }
 }
 
-std::optional<Json> parseStrictly(std::string_view text, Complaints& complaints) {
+std::optional<Json> parseStrictly(std::string_view text, Diagnostics& diagnostics) {
   std::size_t read = 0;
-  LineReader lines(text, read, complaints);
+  LineReader lines(text, read, diagnostics);
   const CountingIterator begin(text.data(), &read);
   const CountingIterator end(text.data() + text.size(), &read);
   if (!Json::sax_parse(begin, end, &lines)) return std::nullopt;
   lines.finish();
-  if (!complaints.none()) return std::nullopt;
+  if (!diagnostics.none()) return std::nullopt;
   return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
-Place Place::at(const std::string& key) const {
-  return {value_->at(key), pointer_ + "/" + escaped(key), *complaints_};
+JsonCursor JsonCursor::at(const std::string& key) const {
+  return {value_->at(key), pointer_ + "/" + escaped(key), *diagnostics_};
 }
 
-Place Place::at(std::size_t index) const {
-  return {value_->at(index), pointer_ + "/" + std::to_string(index), *complaints_};
+JsonCursor JsonCursor::at(std::size_t index) const {
+  return {value_->at(index), pointer_ + "/" + std::to_string(index), *diagnostics_};
 }
 
-std::optional<std::string> Place::text() const {
+std::optional<std::string> JsonCursor::text() const {
   if (value_->is_string()) return value_->get<std::string>();
   expected("a text");
   return std::nullopt;
 }
 
-std::optional<bool> Place::boolean() const {
+std::optional<bool> JsonCursor::boolean() const {
   if (value_->is_boolean()) return value_->get<bool>();
   expected("true or false");
   return std::nullopt;
 }
 
-std::optional<std::int64_t> Place::integer(std::int64_t least, std::int64_t most) const {
+std::optional<std::int64_t> JsonCursor::integer(std::int64_t least, std::int64_t most) const {
   if (value_->is_number_integer()) {
     const auto number = value_->get<std::int64_t>();
     if (number >= least && number <= most) return number;
@@ -202,7 +202,7 @@ std::optional<std::int64_t> Place::integer(std::int64_t least, std::int64_t most
   return std::nullopt;
 }
 
-std::optional<double> Place::number(double least, double most) const {
+std::optional<double> JsonCursor::number(double least, double most) const {
   if (value_->is_number()) {
     const auto number = value_->get<double>();
     if (number >= least && number <= most) return number;
@@ -211,7 +211,7 @@ std::optional<double> Place::number(double least, double most) const {
   return std::nullopt;
 }
 
-std::optional<std::string> Place::oneOf(const std::vector<std::string>& words) const {
+std::optional<std::string> JsonCursor::oneOf(const std::vector<std::string>& words) const {
   if (value_->is_string()) {
     const auto word = value_->get<std::string>();
     if (std::find(words.begin(), words.end(), word) != words.end()) return word;
@@ -220,19 +220,19 @@ std::optional<std::string> Place::oneOf(const std::vector<std::string>& words) c
   return std::nullopt;
 }
 
-std::vector<std::string> Place::texts() const {
+std::vector<std::string> JsonCursor::texts() const {
   if (value_->is_string()) return {value_->get<std::string>()};
   std::vector<std::string> all;
   if (!value_->is_array()) expected("a text or a list of texts");
-  for (const Place& element : value_->is_array() ? elements() : std::vector<Place>{}) {
+  for (const JsonCursor& element : value_->is_array() ? elements() : std::vector<JsonCursor>{}) {
     if (const auto one = element.text()) all.push_back(*one);
   }
   return all;
 }
 
-std::vector<Place> Place::members(const std::vector<std::string>& known) const {
-  std::vector<Place> all = members();
-  std::erase_if(all, [&](const Place& member) {
+std::vector<JsonCursor> JsonCursor::members(const std::vector<std::string>& known) const {
+  std::vector<JsonCursor> all = members();
+  std::erase_if(all, [&](const JsonCursor& member) {
     if (std::find(known.begin(), known.end(), member.name()) != known.end()) return false;
     member.complain("is not known here; known are " + listOf(known));
     return true;
@@ -240,8 +240,8 @@ std::vector<Place> Place::members(const std::vector<std::string>& known) const {
   return all;
 }
 
-std::vector<Place> Place::members() const {
-  std::vector<Place> all;
+std::vector<JsonCursor> JsonCursor::members() const {
+  std::vector<JsonCursor> all;
   if (!value_->is_object()) {
     expected("an object");
     return all;
@@ -250,8 +250,8 @@ std::vector<Place> Place::members() const {
   return all;
 }
 
-std::vector<Place> Place::elements() const {
-  std::vector<Place> all;
+std::vector<JsonCursor> JsonCursor::elements() const {
+  std::vector<JsonCursor> all;
   if (!value_->is_array()) {
     expected("a list");
     return all;
@@ -260,7 +260,7 @@ std::vector<Place> Place::elements() const {
   return all;
 }
 
-std::string Place::name() const {
+std::string JsonCursor::name() const {
   std::string text = pointer_.substr(pointer_.rfind('/') + 1);
   for (const auto& [code, letter] : {std::pair{"~1", "/"}, std::pair{"~0", "~"}}) {
     for (std::size_t at = text.find(code); at != std::string::npos; at = text.find(code, at + 1)) {
@@ -270,10 +270,10 @@ std::string Place::name() const {
   return text;
 }
 
-void Place::expected(const std::string& what) const {
+void JsonCursor::expected(const std::string& what) const {
   complain("expected " + what + ", not " + shown(*value_));
 }
-void Place::complain(const std::string& what) const { complaints_->add(pointer_, what); }
+void JsonCursor::complain(const std::string& what) const { diagnostics_->add(pointer_, what); }
 
 std::string listOf(const std::vector<std::string>& words) {
   std::string text;

@@ -16,9 +16,9 @@ namespace brisko::lab {
 using Json = nlohmann::json;
 
 // What is wrong with one file.
-class Complaints {
+class Diagnostics {
  public:
-  explicit Complaints(std::string file) : file_(std::move(file)) {}
+  explicit Diagnostics(std::string file) : file_(std::move(file)) {}
 
   // `place` is a JSON pointer, "" the whole.
   void add(const std::string& place, const std::string& what);
@@ -38,19 +38,19 @@ class Complaints {
 
 // The value of the text; none when it is no JSON or an object names a key twice, which is complained of.
 // Afterwards the complaints know their lines.
-[[nodiscard]] std::optional<Json> parseStrictly(std::string_view text, Complaints& complaints);
+[[nodiscard]] std::optional<Json> parseStrictly(std::string_view text, Diagnostics& diagnostics);
 
 // A value in a file, with its place. What is asked of it and is not there is complained of.
-class Place {
+class JsonCursor {
  public:
-  Place(const Json& value, std::string pointer, Complaints& complaints)
-      : value_(&value), pointer_(std::move(pointer)), complaints_(&complaints) {}
+  JsonCursor(const Json& value, std::string pointer, Diagnostics& diagnostics)
+      : value_(&value), pointer_(std::move(pointer)), diagnostics_(&diagnostics) {}
 
   [[nodiscard]] const Json& value() const { return *value_; }
   [[nodiscard]] const std::string& pointer() const { return pointer_; }
-  [[nodiscard]] Complaints& complaints() const { return *complaints_; }
-  [[nodiscard]] Place at(const std::string& key) const;  // of an object that has it
-  [[nodiscard]] Place at(std::size_t index) const;
+  [[nodiscard]] Diagnostics& diagnostics() const { return *diagnostics_; }
+  [[nodiscard]] JsonCursor at(const std::string& key) const;  // of an object that has it
+  [[nodiscard]] JsonCursor at(std::size_t index) const;
 
   [[nodiscard]] std::optional<std::string> text() const;
   [[nodiscard]] std::optional<bool> boolean() const;
@@ -59,9 +59,9 @@ class Place {
   [[nodiscard]] std::optional<std::string> oneOf(const std::vector<std::string>& words) const;
   [[nodiscard]] std::vector<std::string> texts() const;  // a list of texts, or one text
   // The members of an object; the names are complained of that are not among `known`.
-  [[nodiscard]] std::vector<Place> members(const std::vector<std::string>& known) const;
-  [[nodiscard]] std::vector<Place> members() const;  // of any names
-  [[nodiscard]] std::vector<Place> elements() const;
+  [[nodiscard]] std::vector<JsonCursor> members(const std::vector<std::string>& known) const;
+  [[nodiscard]] std::vector<JsonCursor> members() const;  // of any names
+  [[nodiscard]] std::vector<JsonCursor> elements() const;
   [[nodiscard]] std::string name() const;  // the last part of the pointer, unescaped
 
   void expected(const std::string& what) const;  // complains: "expected <what>, not <value>"
@@ -70,7 +70,7 @@ class Place {
  private:
   const Json* value_;
   std::string pointer_;
-  Complaints* complaints_;
+  Diagnostics* diagnostics_;
 };
 
 // "one, two or three"

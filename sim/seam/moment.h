@@ -20,7 +20,7 @@ auto changeNow(MachineStore& store, Change change) {
 template <class Reading>
 auto readNow(MachineStore& store, Reading reading) {
   {
-    const auto look = store.look();
+    const auto look = store.view();
     if (machineTime(look.machine()) - look.machine().now < 1) return reading(look.machine());
   }
   return changeNow(store, [&reading](const Machine& machine, const Journal&) { return reading(machine); });

@@ -29,6 +29,6 @@ struct HeardChanges {
 [[nodiscard]] bool powerSourceChanged(const Machine& machine);
 
 // Calls everybody who asked to hear of it.
-void tellPowerSourceChange();
+void notifyPowerSourceChange();
 
 }  // namespace brisko::virtual_mac

@@ -50,7 +50,7 @@ bool powerSourceChanged(const Machine& machine) {
   return !watch().listeners.empty() && watch().heard.hear(machine);
 }
 
-void tellPowerSourceChange() {
+void notifyPowerSourceChange() {
   // By index: a listener may add another one.
   for (std::size_t index = 0; index < watch().listeners.size(); ++index) {
     const auto listener = watch().listeners[index];

@@ -79,7 +79,7 @@ sigset_t maskWhileWaiting() {
 void letPendingSignalsIn() {
   const std::vector<int>& handled = signals().handled;
   if (handled.empty()) return;
-  // Asked first: one call in place of two on nearly every turn.
+  // Asked first: one call in place of two on nearly every iteration.
   sigset_t pending;
   ::sigpending(&pending);
   const bool any = std::any_of(handled.begin(), handled.end(),

@@ -15,7 +15,7 @@ using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::SmcService;
 
-// Exchanges go on in the last moments of the process, hence never destroyed.
+// Exchanges continue in the last moments of the process, hence never destroyed.
 struct Connections {
   std::set<SmcConnection> open;
   SmcConnection last = 0;
@@ -30,7 +30,7 @@ KernelStatus openOn(Machine& machine) {
   machine.pendingSignals = 0;
   if (machine.smc.service == SmcService::absent) return kernelNotFound;
   if (machine.smc.service == SmcService::refusesToOpen) return kernelNotPrivileged;
-  machine.system.lives += 1;
+  machine.system.processes += 1;
   return kernelSuccess;
 }
 

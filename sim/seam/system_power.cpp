@@ -28,7 +28,7 @@ Client& client() {
   return kept;
 }
 
-void tell(const PowerNotice& notice) {
+void notify(const PowerNotice& notice) {
   virtual_mac::changeNow(*virtual_mac::attachedMachine(), [&notice](Machine& machine, Journal& journal) {
     virtual_mac::noteHeard(machine, journal, notice);
   });
@@ -87,7 +87,7 @@ std::vector<std::function<void()>> arrivedPowerMessages(const Machine& machine) 
   // The record keeps the latest; a process that slept through more of them has missed the oldest.
   const std::uint32_t kept = std::min<std::uint32_t>(sent, noticePlaces);
   for (std::uint32_t token = std::max(client().heardOf, sent - kept) + 1; token <= sent; ++token) {
-    work.emplace_back([notice = machine.sleep.notices[token % noticePlaces]] { tell(notice); });
+    work.emplace_back([notice = machine.sleep.notices[token % noticePlaces]] { notify(notice); });
   }
   client().heardOf = sent;
   return work;

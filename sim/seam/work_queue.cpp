@@ -19,7 +19,7 @@ double nextGridPoint(double start, double interval, double after) {
 
 std::uint64_t WorkQueue::addTimer(double now, double intervalSeconds, Work work) {
   added_ += 1;
-  entries_.emplace(Place{now + intervalSeconds, added_}, Entry{std::move(work), now, intervalSeconds});
+  entries_.emplace(QueueKey{now + intervalSeconds, added_}, Entry{std::move(work), now, intervalSeconds});
   return added_;
 }
 
@@ -33,7 +33,7 @@ void WorkQueue::invalidateTimer(std::uint64_t token) {
 
 void WorkQueue::add(double due, Work work) {
   added_ += 1;
-  entries_.emplace(Place{due, added_}, Entry{std::move(work), 0, std::nullopt});
+  entries_.emplace(QueueKey{due, added_}, Entry{std::move(work), 0, std::nullopt});
 }
 
 double WorkQueue::nextDue() const {

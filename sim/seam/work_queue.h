@@ -30,10 +30,10 @@ class WorkQueue {
   void runFirst(double (*uptimeNow)());
 
  private:
-  struct Place {
+  struct QueueKey {
     double due;
     std::uint64_t order;  // of insertion; a timer keeps its own, which is also its token
-    bool operator<(const Place& other) const {
+    bool operator<(const QueueKey& other) const {
       return due != other.due ? due < other.due : order < other.order;
     }
   };
@@ -42,7 +42,7 @@ class WorkQueue {
     double gridStart = 0;
     std::optional<double> interval;  // none: done once
   };
-  using Entries = std::map<Place, Entry>;
+  using Entries = std::map<QueueKey, Entry>;
 
   std::uint64_t added_ = 0;
   std::uint64_t running_ = 0;  // token of the timer whose work is being done; 0 when there is none

@@ -20,17 +20,17 @@ constexpr double sampleSeconds = 3;
 constexpr int samples = 5;
 
 // Shuts out the signals by which a person or the system ends a process, for as long as this lives.
-class Undisturbed {
+class SignalBlock {
  public:
-  Undisturbed() {
+  SignalBlock() {
     sigset_t ends;
     sigemptyset(&ends);
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&ends, signal);
     ::pthread_sigmask(SIG_BLOCK, &ends, &before_);
   }
-  ~Undisturbed() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  Undisturbed(const Undisturbed&) = delete;
-  Undisturbed& operator=(const Undisturbed&) = delete;
+  ~SignalBlock() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
 
  private:
   sigset_t before_{};
@@ -59,7 +59,7 @@ void tryBand(const ChargeGate& gate) {
   printLine("arming band " + std::to_string(gFirmwareLower) + "–" + std::to_string(gFirmwareUpper) +
             "% via ChargeGate.setCharging for 15 s…");
   // A band left behind would keep the battery from charging with nobody there to undo it.
-  const Undisturbed untilDisarmed;
+  const SignalBlock untilDisarmed;
   // What became of either write shows in "armed=".
   static_cast<void>(gate.setCharging(true));
   for (int count = 0; count < samples; ++count) printLine("  " + sample(gate));

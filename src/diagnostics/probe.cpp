@@ -23,7 +23,7 @@ std::string dischargeText(const ChargeGate& gate) {
 }
 
 // What a hold can be judged by.
-const char* witness() {
+const char* verificationSource() {
   if (amperageNow()) return "AppleSmartBattery current";
   return canRead("CHSC") ? "CHSC" : "nothing";
 }
@@ -39,7 +39,7 @@ void printGate(const ChargeGate& gate) {
   printLine(std::string("charging   : ") + chargeLabel(gate.charge));
   printLine("discharge  : " + dischargeText(gate));
   printLine(std::string("MagSafe LED: ") + (canRead("ACLC") ? "ACLC" : "not supported"));
-  printLine(std::string("verified by: ") + witness());
+  printLine(std::string("verified by: ") + verificationSource());
   printLine("will write : " + writtenText(gate) + " (+ ACLC)");
 }
 

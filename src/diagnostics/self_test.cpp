@@ -62,7 +62,7 @@ void testPlans() {
               "séquence en cours : ne pas s'en mêler");
 }
 
-// A wake belongs to a charge that goes on, so it is planned below the floor and nowhere else.
+// A wake belongs to a charge that continues, so it is planned below the floor and nowhere else.
 void testWakePoint() {
   constexpr Bounds band{.upper = 75, .lower = 70};
   for (std::int64_t pct = 0; pct < band.upper; ++pct) {

@@ -59,7 +59,7 @@ platform::KernelStatus call(platform::SmcConnection connection, Command command,
 }
 
 // The controller's no, as the status that the caller reports for it.
-platform::KernelStatus judged(const platform::SmcRecord& output, platform::KernelStatus whenRefused) {
+platform::KernelStatus statusFrom(const platform::SmcRecord& output, platform::KernelStatus whenRefused) {
   return output[resultAt] == 0 ? platform::kernelSuccess : whenRefused;
 }
 
@@ -69,7 +69,7 @@ platform::KernelStatus readKeyInfo(platform::SmcConnection connection, std::uint
   store32(input, keyAt, code);
   const platform::KernelStatus status = call(connection, Command::keyInfo, input, output);
   if (status != platform::kernelSuccess) return status;
-  return judged(output, platform::kernelNotFound);
+  return statusFrom(output, platform::kernelNotFound);
 }
 
 }  // namespace
@@ -97,7 +97,7 @@ platform::KernelStatus SMCReadKey(platform::SmcConnection connection, std::strin
   store32(input, dataSizeAt, value.dataSize);
   status = call(connection, Command::readKey, input, output, answerWithBytes(value.dataSize));
   if (status != platform::kernelSuccess) return status;
-  status = judged(output, platform::kernelNotFound);
+  status = statusFrom(output, platform::kernelNotFound);
   if (status != platform::kernelSuccess) return status;
   std::memcpy(value.bytes.data(), output.data() + bytesAt, bytesSize);
   return platform::kernelSuccess;
@@ -121,7 +121,7 @@ platform::KernelStatus SMCWriteKey(platform::SmcConnection connection, std::stri
   std::copy(bytes.begin(), bytes.end(), input.begin() + bytesAt);
   const platform::KernelStatus written = call(connection, Command::writeKey, input, output);
   if (written != platform::kernelSuccess) return written;
-  return judged(output, platform::kernelError);
+  return statusFrom(output, platform::kernelError);
 }
 
 platform::KernelStatus SMCKeyAtIndex(platform::SmcConnection connection, std::uint32_t index,

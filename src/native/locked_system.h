@@ -1,6 +1,6 @@
 // native/locked_system.h
 // What the daemon still does on a Mac that closed the charge keys and offers no limit of its own: it hands
-// back what an earlier run left set, and from then on only looks on.
+// back what an earlier run left set, and from then on only watches.
 #pragma once
 
 #include <string>

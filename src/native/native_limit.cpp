@@ -22,10 +22,10 @@ constexpr std::int64_t none = 100;
 constexpr std::int64_t leastOfSlider = 80;
 constexpr std::int64_t stepOfSlider = 5;
 
-constexpr double patienceForBefore = 60;  // seconds in which the limit of before may become readable
+constexpr double priorLimitSeconds = 60;  // seconds in which the limit of before may become readable
 constexpr double nudgeSeconds = 90;       // between two writes of a target that does not show yet
-constexpr double patience = 600;          // seconds on the adapter after which a target counts as refused
-constexpr double driftPatience = 30;      // seconds before something that drifted is written again
+constexpr double refusalSeconds = 600;    // seconds on the adapter after which a target counts as refused
+constexpr double driftSeconds = 30;       // seconds before something that drifted is written again
 
 std::optional<double> gNativeBeforeSince;       // when the limit of before first could not be read
 bool gNativeIdle = false;                       // handed back for as long as the limit is switched off
@@ -58,34 +58,34 @@ std::optional<std::int64_t> currentLimit() {
   return limit;
 }
 
-void rememberBefore(std::int64_t limit) {
+void recordPriorLimit(std::int64_t limit) {
   gNativeBefore = limit;
   writeStats();
 }
 
 // Nothing may be written before it is known what to give back. False while that is still open.
-bool knowsBefore(double now) {
+bool ensurePriorLimitRecorded(double now) {
   if (gNativeBefore) return true;
   if (const auto limit = currentLimit()) {
-    rememberBefore(*limit);
+    recordPriorLimit(*limit);
     log("native limit before Brisko: " + limitText(*limit) + " — given back if Brisko leaves");
     return true;
   }
   const double since = gNativeBeforeSince.value_or(now);
-  if (now - since < patienceForBefore) {
+  if (now - since < priorLimitSeconds) {
     gNativeBeforeSince = since;
     return false;
   }
-  rememberBefore(none);
+  recordPriorLimit(none);
   log("native limit before Brisko unreadable — will give back \"off\"");
   return true;
 }
 
 // While the daemon's limit is off the user's own choice counts, and is what a later hand-back returns to.
-void followTheUser() {
+void adoptUserLimit() {
   const auto limit = currentLimit();
   if (!limit || gNativeBefore == limit) return;
-  rememberBefore(*limit);
+  recordPriorLimit(*limit);
   log("macOS limit changed in System Settings while Brisko's is off: " + limitText(*limit) + " — kept");
 }
 
@@ -99,7 +99,7 @@ void publishNativeState(ChargeState state, std::optional<std::int64_t> target) {
 void stayIdle() {
   gNativeHotAt.reset();
   if (gNativeIdle) {
-    followTheUser();
+    adoptUserLimit();
   } else {
     handBackNative();
     gNativeIdle = true;
@@ -179,7 +179,7 @@ void confirm(std::int64_t target) {
 }
 
 // The user asked macOS to charge to full. It is not ours to overrule.
-void waitForTheUser(double until) {
+void yieldToUser(double until) {
   if (!gNativeOverrideLogged) {
     gNativeOverrideLogged = true;
     const UtcText text = utcText(until);
@@ -190,18 +190,18 @@ void waitForTheUser(double until) {
 }
 
 // What macOS held, it holds no longer. It is told once; whoever insists has a reason that we do not know.
-void meetDrift(std::int64_t target, std::int64_t held, double now) {
+void handleDrift(std::int64_t target, std::int64_t held, double now) {
   const auto until = NativeLimit::tempDisabledUntil();
-  if (until && *until > now) return waitForTheUser(*until);
+  if (until && *until > now) return yieldToUser(*until);
   const double elapsed = now - gNativeAttemptAt;
-  if (elapsed < driftPatience) return;
+  if (elapsed < driftSeconds) return;
   if (!gNativeDriftRewritten) {
     gNativeDriftRewritten = true;
     log("macOS limit changed outside Brisko (bfG0 reads " + std::to_string(held) + ") — setting " +
         std::to_string(target) + "% again");
     writeAgain(target);
     gNativeAttemptAt = now;
-  } else if (elapsed >= patience && !gNativeOverrideLogged) {
+  } else if (elapsed >= refusalSeconds && !gNativeOverrideLogged) {
     gNativeOverrideLogged = true;
     gGateVerified.reset();
     log("macOS keeps its own limit for now (bfG0 reads " + std::to_string(held) + ") — watching, no alarm");
@@ -237,11 +237,11 @@ void awaitConfirmation(std::int64_t target, std::int64_t held, double now) {
 
 void verifyNative(std::int64_t target, std::int64_t held, double now) {
   if (held == (target == none ? 0 : target)) return confirm(target);
-  if (gNativeHeldTarget == target) return meetDrift(target, held, now);
+  if (gNativeHeldTarget == target) return handleDrift(target, held, now);
   awaitConfirmation(target, held, now);
 }
 
-void lookWhetherItHolds(std::int64_t target, double now) {
+void checkLimitHeld(std::int64_t target, double now) {
   if (const auto held = limitHeldByMacOS()) return verifyNative(target, *held, now);
   if (gNativeNoMirrorLogged) return;
   gNativeNoMirrorLogged = true;
@@ -258,7 +258,7 @@ std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs) {
 
 double nativeAttemptClock(double attemptAt, bool plugged, double now) { return plugged ? attemptAt : now; }
 
-bool nativeRefusalDue(double attemptAt, double now) { return now - attemptAt >= patience; }
+bool nativeRefusalDue(double attemptAt, double now) { return now - attemptAt >= refusalSeconds; }
 
 ChargeState nativeChargeState(const NativeStateInputs& inputs) {
   constexpr std::int64_t chargingMA = 150;   // above it the battery is being charged
@@ -278,7 +278,7 @@ void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool
                  const std::optional<CalDrive>& calDrive, bool hot) {
   const bool plugged = adapterPresent();
   const double now = platform::wallNow();
-  if (!knowsBefore(now)) return;
+  if (!ensurePriorLimitRecorded(now)) return;
   if (!cfg.enabled && !calDrive && !topUp) return stayIdle();
   leaveIdle();
 
@@ -297,7 +297,7 @@ void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool
   if (gNativeWritten != target) {
     nativeWrite(target, now);
   } else if (plugged) {
-    lookWhetherItHolds(target, now);
+    checkLimitHeld(target, now);
   }
   publishNativeState(
       nativeChargeState(

@@ -7,7 +7,7 @@ namespace brisko::platform {
 // Wall clock, seconds since 1970-01-01 UTC with fractions. It can step, also backwards.
 [[nodiscard]] double wallNow();
 
-// Seconds since the machine was booted. Never steps back; stands still while the machine sleeps.
+// Seconds since the machine was booted. Never steps back; is paused while the machine sleeps.
 [[nodiscard]] double uptime();
 
 // Blocks the calling thread for `seconds` (0 or more); nothing else of the process runs meanwhile. A handled

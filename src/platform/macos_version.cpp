@@ -21,7 +21,7 @@ std::optional<LeadingNumber> leadingNumber(std::string_view text) {
 bool isUpperCase(char character) { return character >= 'A' && character <= 'Z'; }
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-// The number that every build begins with counts the kernel's major versions. It went on by one when the
+// The number that every build begins with counts the kernel's major versions. It continued by one when the
 // numbers of macOS jumped from 15 to 26.
 std::optional<std::int64_t> majorOfBuild(std::string_view build) {
   constexpr std::int64_t kernelOfMacOS11 = 20;  // what came before counted otherwise

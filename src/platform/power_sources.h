@@ -16,7 +16,7 @@ namespace brisko::platform {
 [[nodiscard]] std::optional<std::vector<SharedDictionary>> powerSources();
 
 // Calls `changed` on the main thread from the run loop after every published change of a source, from now on
-// and for the life of the process. False when the system gives no such notification; start-up goes on then.
+// and for the life of the process. False when the system gives no such notification; start-up continues then.
 [[nodiscard]] bool addPowerSourceNotification(std::function<void()> changed);
 
 }  // namespace brisko::platform

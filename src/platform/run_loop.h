@@ -19,14 +19,14 @@ void stopMain();
 using TimerToken = std::uint64_t;  // never 0
 
 // A timer that fires every `intervalSeconds` (above 0) of uptime, first after one interval. It keeps its
-// grid: late by one interval or by a hundred it fires once, then at the next point of the grid. It stands
-// still while the machine sleeps. Due at the same instant, what was added first runs first.
+// grid: late by one interval or by a hundred it fires once, then at the next point of the grid. It is
+// paused while the machine sleeps. Due at the same instant, what was added first runs first.
 [[nodiscard]] TimerToken addRepeatingTimer(double intervalSeconds, Work work);
 
 // The timer never fires again, also when called from its own work. Unknown tokens are ignored.
 void invalidateTimer(TimerToken token);
 
-// Runs `work` on the main thread in a later turn of the loop, in the order posted. From any thread.
+// Runs `work` on the main thread in a later iteration of the run loop, in the order posted. From any thread.
 void postMain(Work work);
 
 // The same after `seconds` (0 or more) of uptime. From any thread.

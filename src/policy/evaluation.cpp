@@ -34,7 +34,7 @@ namespace {
 constexpr double secondsPerHour = 3600.0;
 constexpr double secondsPerMinute = 60.0;
 
-// The settings that the previous pass saw. A negative limit means that there was none.
+// The settings that the previous tick saw. A negative limit means that there was none.
 std::int64_t gLastLimit = -1;
 bool gLastEnabled = true;
 bool gLastDischarge = false;
@@ -42,11 +42,11 @@ bool gLastDischarge = false;
 bool gDarkWakeLogged = false;  // once for each spell of dark wakes
 std::string gLastDesc;         // the last summary line
 
-// What one pass learns and decides, step by step.
-struct Pass {
+// What one tick learns and decides, step by step.
+struct Tick {
   Settings cfg;
   Bounds band;           // from the settings
-  bool changed = false;  // limit, switch or discharge differ from the previous pass
+  bool changed = false;  // limit, switch or discharge differ from the previous tick
   PowerState power;
   std::optional<CalDrive> calDrive;
   std::int64_t target = 0;  // the band in force
@@ -83,7 +83,7 @@ void resetStatistics(const Settings& cfg) {
   log("stats reset");
 }
 
-// Whether a choice that matters changed since the previous pass; the first pass has nothing to compare with.
+// Whether a choice that matters changed since the previous tick; the first tick has nothing to compare with.
 bool noteSettings(const Settings& cfg) {
   const bool first = gLastLimit < 0;
   const bool differs =
@@ -122,19 +122,19 @@ void beginCalibration(const Settings& cfg) {
 }
 
 // Moves the calibration on. A request that is withdrawn ends it, and its end ends the request.
-void considerCalibration(Pass& pass) {
-  const Settings& cfg = pass.cfg;
+void considerCalibration(Tick& tick) {
+  const Settings& cfg = tick.cfg;
   if (cfg.calibrate && gCal.phase == CalPhase::idle) beginCalibration(cfg);
   if (!cfg.calibrate) stopCalibration(std::nullopt, std::nullopt);
   if (gCal.phase == CalPhase::idle) return;
   const bool ended =
-      advanceCalibration({.pct = pass.power.pct,
+      advanceCalibration({.pct = tick.power.pct,
                           .plugged = adapterPresent(),
                           .limit = cfg.limit,
                           .drainTarget = cfg.calDrain,
                           .soakSeconds = static_cast<double>(cfg.calSoakMinutes) * secondsPerMinute});
   if (ended) writeConfig(cfg, std::nullopt, std::nullopt, false);
-  pass.calDrive = calibrationDrive(gCal.phase, cfg.calDrain, cfg.limit);
+  tick.calDrive = calibrationDrive(gCal.phase, cfg.calDrain, cfg.limit);
 }
 
 bool topUpExpired(const Settings& cfg) {
@@ -154,31 +154,31 @@ bool continueTopUp(const Settings& cfg) {
   return false;
 }
 
-void chooseTarget(Pass& pass) {
-  pass.topUpActive = pass.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(pass.cfg);
-  if (pass.topUpActive) {
-    pass.target = 100;
-    pass.floor = 99;
-    pass.dischargeOn = false;
+void chooseTarget(Tick& tick) {
+  tick.topUpActive = tick.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(tick.cfg);
+  if (tick.topUpActive) {
+    tick.target = 100;
+    tick.floor = 99;
+    tick.dischargeOn = false;
     return;
   }
   if (gTopUpSince != 0) noteTopUp(0);
-  pass.target = pass.band.upper;
-  pass.floor = pass.band.lower;
-  pass.dischargeOn = pass.cfg.discharge && dischargeSupported && !gDischargeBroken;
+  tick.target = tick.band.upper;
+  tick.floor = tick.band.lower;
+  tick.dischargeOn = tick.cfg.discharge && dischargeSupported && !gDischargeBroken;
 }
 
 // In a maintenance wake the display stays off and a discharge can't be judged, so none is begun.
-void considerWake(Pass& pass) {
+void considerWake(Tick& tick) {
   if (isFullWake(systemCapabilities())) {
-    pass.dischargeNow = pass.dischargeOn;
+    tick.dischargeNow = tick.dischargeOn;
     gDarkWakeLogged = false;
     return;
   }
-  pass.fullyAwake = false;
-  pass.dischargeNow = false;
-  if (pass.dischargeOn && pass.power.pct > pass.target && !gDarkWakeLogged) {
-    log("réveil de maintenance à " + std::to_string(pass.power.pct) +
+  tick.fullyAwake = false;
+  tick.dischargeNow = false;
+  if (tick.dischargeOn && tick.power.pct > tick.target && !gDarkWakeLogged) {
+    log("réveil de maintenance à " + std::to_string(tick.power.pct) +
         "% — la décharge attend le vrai réveil");
     gDarkWakeLogged = true;
   }
@@ -199,12 +199,12 @@ void considerHeat(const Settings& cfg, bool plugged, const std::optional<double>
   }
 }
 
-void considerLimit(const Pass& pass) {
+void considerLimit(const Tick& tick) {
   bool atLimit = false;
-  if (!pass.changed && pass.cfg.enabled) {
-    if (pass.power.pct >= pass.target) {
+  if (!tick.changed && tick.cfg.enabled) {
+    if (tick.power.pct >= tick.target) {
       atLimit = true;
-    } else if (pass.power.pct > pass.floor) {
+    } else if (tick.power.pct > tick.floor) {
       atLimit = gAtLimit.value_or(true);
     }
   }
@@ -213,34 +213,34 @@ void considerLimit(const Pass& pass) {
   if (!known) writeStats();
 }
 
-ChargeState decide(const Pass& pass) {
-  return decideState({.enabled = pass.cfg.enabled,
+ChargeState decide(const Tick& tick) {
+  return decideState({.enabled = tick.cfg.enabled,
                       .thermalPaused = gThermalPaused,
-                      .calDrive = pass.calDrive,
-                      .pct = pass.power.pct,
-                      .plugged = pass.power.plugged,
+                      .calDrive = tick.calDrive,
+                      .pct = tick.power.pct,
+                      .plugged = tick.power.plugged,
                       .adapterPresent = adapterPresent(),
-                      .target = pass.target,
-                      .floor = pass.floor,
+                      .target = tick.target,
+                      .floor = tick.floor,
                       .atLimit = gAtLimit.value_or(false),
-                      .dischargeNow = pass.dischargeNow,
+                      .dischargeNow = tick.dischargeNow,
                       .canDischarge = dischargeSupported && !gDischargeBroken,
                       .state = gState});
 }
 
-void chooseLight(const Pass& pass) {
-  gMode = ledMode(gState, {.wanted = pass.cfg.led,
+void chooseLight(const Tick& tick) {
+  gMode = ledMode(gState, {.wanted = tick.cfg.led,
                            .adapterPresent = adapterPresent(),
-                           .controlling = pass.cfg.enabled || pass.calDrive.has_value(),
-                           .pct = pass.power.pct,
-                           .shownTarget = pass.calDrive ? pass.calDrive->target : pass.target});
+                           .controlling = tick.cfg.enabled || tick.calDrive.has_value(),
+                           .pct = tick.power.pct,
+                           .shownTarget = tick.calDrive ? tick.calDrive->target : tick.target});
 }
 
 // What drifted is put right before anything is judged.
-void verify(const Pass& pass) {
+void verify(const Tick& tick) {
   reassertState();
-  verifyGate(pass.power.plugged);
-  verifyDischarge(pass.fullyAwake);
+  verifyGate(tick.power.plugged);
+  verifyDischarge(tick.fullyAwake);
 }
 
 void showLight() {
@@ -273,56 +273,56 @@ std::string calibrationText(const std::optional<CalDrive>& drive) {
          "%";
 }
 
-std::string summary(const Pass& pass) {
-  std::string line = "cap " + (pass.cfg.enabled ? std::to_string(pass.target) + "%" : std::string("off"));
-  if (pass.topUpActive) line += "(TopUp)";
-  if (pass.dischargeOn) line += "+discharge";
+std::string summary(const Tick& tick) {
+  std::string line = "cap " + (tick.cfg.enabled ? std::to_string(tick.target) + "%" : std::string("off"));
+  if (tick.topUpActive) line += "(TopUp)";
+  if (tick.dischargeOn) line += "+discharge";
   if (gThermalPaused) line += "+HOT";
-  line += calibrationText(pass.calDrive);
-  line += "  batt " + std::to_string(pass.power.pct) + "%  " + temperatureText(pass.temp);
-  line += pass.power.plugged ? "  ac" : "  battery";
+  line += calibrationText(tick.calDrive);
+  line += "  batt " + std::to_string(tick.power.pct) + "%  " + temperatureText(tick.temp);
+  line += tick.power.plugged ? "  ac" : "  battery";
   line += std::string("  state=") + stateName(gState) + "  LED=" + ledModeName(gMode);
   return line;
 }
 
-void logSummary(const Pass& pass) {
-  const std::string line = summary(pass);
+void logSummary(const Tick& tick) {
+  const std::string line = summary(tick);
   if (line == gLastDesc) return;
   log(line);
   gLastDesc = line;
 }
 
-void publish(const Pass& pass) {
+void publish(const Tick& tick) {
   // A soak time that overflows is found only now, with the hardware already set.
   writeStatus({.state = gState,
                .pct = gLastPct,
                .plugged = adapterPresent(),
-               .upper = pass.band.upper,
-               .enabled = pass.cfg.enabled,
-               .discharge = pass.dischargeOn,
+               .upper = tick.band.upper,
+               .enabled = tick.cfg.enabled,
+               .discharge = tick.dischargeOn,
                .hot = gThermalPaused,
-               .temp = pass.temp,
-               .topUp = pass.topUpActive,
-               .calDrainTarget = pass.cfg.calDrain,
-               .calSoakSeconds = checkedProduct(pass.cfg.calSoakMinutes, 60)});
-  recordSample({.pct = pass.power.pct,
+               .temp = tick.temp,
+               .topUp = tick.topUpActive,
+               .calDrainTarget = tick.cfg.calDrain,
+               .calSoakSeconds = checkedProduct(tick.cfg.calSoakMinutes, 60)});
+  recordSample({.pct = tick.power.pct,
                 .state = gState,
                 .plugged = adapterPresent(),
                 .hot = gThermalPaused,
-                .temp = pass.temp},
-               pass.cfg);
+                .temp = tick.temp},
+               tick.cfg);
 }
 
 // Everything that is settled before the battery is looked at.
-Pass readSettings() {
-  Pass pass;
-  pass.cfg = settingsInForce();
-  pass.band = bounds(pass.cfg.limit, gCliLower, pass.cfg.hysteresis);
-  gBlinkSeconds = pass.cfg.blinkSeconds;
-  if (pass.cfg.resetStats) resetStatistics(pass.cfg);
-  pass.changed = noteSettings(pass.cfg);
-  rearmDischarge(pass.changed);
-  return pass;
+Tick readSettings() {
+  Tick tick;
+  tick.cfg = settingsInForce();
+  tick.band = bounds(tick.cfg.limit, gCliLower, tick.cfg.hysteresis);
+  gBlinkSeconds = tick.cfg.blinkSeconds;
+  if (tick.cfg.resetStats) resetStatistics(tick.cfg);
+  tick.changed = noteSettings(tick.cfg);
+  rearmDischarge(tick.changed);
+  return tick;
 }
 
 }  // namespace
@@ -334,34 +334,34 @@ void evaluate() {
     return;
   }
   if (sleepIsPending()) return;
-  Pass pass = readSettings();
+  Tick tick = readSettings();
 
   const auto power = powerState();
   if (!power) return;
-  pass.power = *power;
+  tick.power = *power;
   gLastPct = power->pct;
   gLastPlugged = power->plugged;
 
-  considerCalibration(pass);
-  chooseTarget(pass);
-  considerWake(pass);
-  gFirmwareUpper = pass.target;
-  gFirmwareLower = pass.floor;
-  pass.temp = readTemp();
-  considerHeat(pass.cfg, pass.power.plugged, pass.temp);
-  considerLimit(pass);
+  considerCalibration(tick);
+  chooseTarget(tick);
+  considerWake(tick);
+  gFirmwareUpper = tick.target;
+  gFirmwareLower = tick.floor;
+  tick.temp = readTemp();
+  considerHeat(tick.cfg, tick.power.plugged, tick.temp);
+  considerLimit(tick);
 
   if (gateIsMacOSLimit()) {
-    driveNative(pass.cfg, pass.power.pct, pass.target, pass.topUpActive, pass.calDrive, gThermalPaused);
+    driveNative(tick.cfg, tick.power.pct, tick.target, tick.topUpActive, tick.calDrive, gThermalPaused);
   } else {
-    applyState(decide(pass));
-    verify(pass);
+    applyState(decide(tick));
+    verify(tick);
   }
 
-  chooseLight(pass);
+  chooseLight(tick);
   showLight();
-  logSummary(pass);
-  publish(pass);
+  logSummary(tick);
+  publish(tick);
 }
 
 }  // namespace brisko

@@ -26,7 +26,7 @@ std::optional<Bounds> gFirmwareArmed;  // the band last written for a hold to a 
 
 std::string familyLabel() { return gGate ? chargeLabel(gGate->charge) : "?"; }
 
-// A write that fails is found out by the next pass.
+// A write that fails is found out by the next tick.
 void closeCharging(const ChargeGate& gate) { static_cast<void>(gate.setCharging(true)); }
 
 void abandonDischarge(const std::string& finding) {
@@ -83,7 +83,7 @@ bool holdIsOldEnough(bool charging) {
   return elapsed >= (charging ? gateFailureGrace : gateSuccessGrace);
 }
 
-bool dischargeCanBeJudged(bool fullyAwake) {
+bool dischargeCanBeVerified(bool fullyAwake) {
   return gState == ChargeState::discharge && adapterPresent() && fullyAwake;
 }
 
@@ -126,7 +126,7 @@ void verifyGate(bool plugged) {
 }
 
 void verifyDischarge(bool fullyAwake) {
-  if (!dischargeCanBeJudged(fullyAwake)) {
+  if (!dischargeCanBeVerified(fullyAwake)) {
     gCutSince.reset();
     return;
   }

@@ -2,7 +2,7 @@
 // Whether the hardware obeys. A key can be accepted and then ignored, or be undone behind our back: after
 // every decision the tick lets these three look, in this order, wherever the charge keys are ours. What they
 // find is logged; a discharge that does not work is given up for a hold. Whether their own writes were
-// accepted does not matter to them, for the next pass looks again. Times are wall clock, so a step of the
+// accepted does not matter to them, for the next tick looks again. Times are wall clock, so a step of the
 // clock shortens or lengthens what is being waited for.
 #pragma once
 

@@ -43,7 +43,7 @@ SleepSituation situationAt(std::int64_t pct) {
           .calibrating = gCal.phase != CalPhase::idle};
 }
 
-void closeForTheNight(const SleepSituation& now) {
+void stopChargingForSleep(const SleepSituation& now) {
   applyState(ChargeState::hold);
   log("veille à " + std::to_string(now.pct) + "% — grille fermée pour la nuit (plage " +
       std::to_string(now.band.lower) + "–" + std::to_string(now.band.upper) + "%)");
@@ -57,7 +57,7 @@ void goToSleep(std::intptr_t argument) {
   platform::allowPowerChange(gRootPort, argument);
 }
 
-void comeBack() {
+void handleWake() {
   gSleepPendingSince.reset();
   gCutSince.reset();
   cancelScheduledWake();
@@ -104,7 +104,7 @@ void prepareForSleep() {
   if (!power) return;
   const SleepSituation now = situationAt(power->pct);
   const SleepPlan plan = planSleep(now);
-  if (plan.isFreeze()) closeForTheNight(now);
+  if (plan.isFreeze()) stopChargingForSleep(now);
   if (const auto target = plan.target()) scheduleWake(minutesToCharge(power->pct, *target));
 }
 
@@ -117,7 +117,7 @@ void systemPowerCallback(platform::PowerMessage message, std::intptr_t argument)
       goToSleep(argument);
       break;
     case platform::PowerMessage::systemHasPoweredOn:
-      comeBack();
+      handleWake();
       break;
   }
 }

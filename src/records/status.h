@@ -9,7 +9,7 @@
 
 namespace brisko {
 
-// What a pass tells of itself. All else in the file is read where it stands.
+// What a tick tells of itself. All else in the file is read where it stands.
 struct StatusReport {
   ChargeState state = ChargeState::allow;
   std::int64_t pct = 0;     // percent

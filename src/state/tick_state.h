@@ -1,5 +1,5 @@
 // state/tick_state.h
-// What the evaluation tick remembers from one pass to the next, for others to read.
+// What the evaluation tick remembers from one tick to the next, for others to read.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ inline bool gLastPlugged = false;  // likewise
 
 inline double gTopUpSince = 0;  // seconds since 1970; 0: no Top Up is running
 
-// Whether the battery has reached the limit and is held in the band; unknown until the first pass.
+// Whether the battery has reached the limit and is held in the band; unknown until the first tick.
 inline std::optional<bool> gAtLimit;
 
 // The band in force, percent, as the firmware gate arms it.

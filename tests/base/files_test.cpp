@@ -52,7 +52,7 @@ TEST(ADescriptor, changesItsOwnerWithoutClosing) {
   EXPECT_FALSE(isOpen(replaced));
 }
 
-TEST(ADescriptor, isNoneOnceClosed) {
+TEST(ADescriptor, isEmptyOnceClosed) {
   Descriptor owner(::open("/dev/null", O_RDONLY));
   const int number = owner.number();
   owner.close();
@@ -137,7 +137,7 @@ TEST(OpeningForAppending, followsALinkToAFileButNotIntoTheVoid) {
   EXPECT_FALSE(test::exists(folder.path("nothing")));
 }
 
-TEST(WritingAll, saysSoWhenTheFileTakesOnlyAPart) {
+TEST(WritingAll, reportsItWhenTheFileTakesOnlyAPart) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const auto ended = inChild([&path] {
@@ -175,7 +175,7 @@ void takeFromPipeNowAndThen(int) {
   if (++calls % 4 == 0) takeFromPipe();
 }
 
-TEST(WritingAll, goesOnAfterAnInterruptingSignal) {
+TEST(WritingAll, continuesAfterAnInterruptingSignal) {
   ASSERT_EQ(::pipe(gPipe.data()), 0);
   ASSERT_EQ(::fcntl(gPipe[0], F_SETFL, O_NONBLOCK), 0);
   struct sigaction action {};

@@ -201,7 +201,7 @@ TEST(ParsingJson, takesNothingElse) {
   }
 }
 
-TEST(ParsingJson, tellsTheKindsOfNumbersApart) {
+TEST(ParsingJson, distinguishesTheKindsOfNumbers) {
   EXPECT_TRUE(parseJson("80")->is_number_integer());
   EXPECT_TRUE(parseJson("-0")->is_number_integer());
   EXPECT_TRUE(parseJson("80.0")->is_number_float());

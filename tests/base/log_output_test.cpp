@@ -118,7 +118,7 @@ std::vector<int> firstNumbers(int count) {
 
 class LogOutput : public testing::TestWithParam<const char*> {};  // the kind of stream
 
-// Whatever was begun when the stream was full comes to its end, and then the lines go on.
+// Whatever was begun when the stream was full comes to its end, and then the lines continue.
 TEST_P(LogOutput, leavesOutWholeLinesWhileNobodyReads) {
   const std::string text = withOutputTo(GetParam(), [](Stream& stream) {
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));

@@ -321,7 +321,7 @@ TEST_F(TheLogFile, isFilledUpToItsCapExactly) {
   EXPECT_EQ(contents(previous), line(60, 'a') + line(40, 'b'));
 }
 
-TEST_F(TheLogFile, isRotatedBeforeALineThatWouldPassItsCapByOneByte) {
+TEST_F(TheLogFile, isRotatedBeforeALineThatWouldExceedItsCapByOneByte) {
   LogFile::append(line(60, 'a'));
   LogFile::append(line(41, 'b'));
   EXPECT_EQ(contents(file), line(41, 'b'));
@@ -364,7 +364,7 @@ TEST_F(TheLogFile, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
   EXPECT_EQ(contents(previous), std::string(5001, 'x'));
 }
 
-TEST_F(TheLogFile, goesOnWithWhatItInherited) {
+TEST_F(TheLogFile, continuesWithWhatItInherited) {
   makeDirectory();
   put(file, line(96));
   LogFile::append("new\n");
@@ -504,7 +504,7 @@ TEST_F(TheLogFile, replacesWhateverStandsAtThePreviousGeneration) {
   EXPECT_EQ(contents(file), line(90, 'd'));
 }
 
-TEST_F(TheLogFile, goesOnInTheSameFileWhereItCannotRotate) {
+TEST_F(TheLogFile, continuesInTheSameFileWhereItCannotRotate) {
   makeDirectory();
   put(file, line(90, 'a'));
   setMode(file, 0666);

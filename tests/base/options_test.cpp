@@ -97,7 +97,7 @@ TEST(Arguments, setTheBounds) {
   EXPECT_EQ(gCliLower, 60);
 }
 
-TEST(Arguments, areNotJudged) {
+TEST(Arguments, areNotValidated) {
   scan({"--limit", "-5", "--lower", "+400"});
   EXPECT_EQ(gCliLimit, -5);
   EXPECT_EQ(gCliLower, 400);

@@ -173,7 +173,7 @@ TEST(ParsingTheConfiguration, takesTheBlinkTimeFromEitherKindOfNumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":"3"})").blinkSeconds, 2.0);
 }
 
-TEST(ParsingTheConfiguration, judgesNoNumber) {
+TEST(ParsingTheConfiguration, acceptsAnyNumber) {
   const Settings settings =
       parse(R"({"limit":150,"hysteresis":-5,"thermalLimit":-300,"topUpHours":9223372036854775807,)"
             R"("historyDays":0,"calDrain":-9223372036854775808,"calSoakMinutes":153722867280912931})");
@@ -309,7 +309,7 @@ TEST(ReadingTheConfiguration, seesEveryChange) {
   EXPECT_EQ(limit(), 72);
 }
 
-TEST(ReadingTheConfiguration, tellsPathsApart) {
+TEST(ReadingTheConfiguration, distinguishesPaths) {
   const ScratchFolder folder;
   put(folder.path("a"), R"({"limit":70})");
   put(folder.path("b"), R"({"limit":90})");

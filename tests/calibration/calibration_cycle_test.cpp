@@ -173,7 +173,7 @@ TEST_F(CalibrationCycle, comesBackDownToTheLimit) {
   EXPECT_EQ(gCal.phase, CalPhase::idle);
 }
 
-TEST_F(CalibrationCycle, tellsEachPhaseInTheFileAndTheLog) {
+TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
   inPhase(CalPhase::fill);
   gCal.soakBanked = 7;
   mac.pass(100);
@@ -464,7 +464,7 @@ TEST_F(CalibrationCycle, isNotStoppedWhileIdle) {
 
 // --- after a purge
 
-TEST_F(CalibrationCycle, goesOnWithoutAFileAfterAPurge) {
+TEST_F(CalibrationCycle, continuesWithoutAFileAfterAPurge) {
   gPurged = true;
   startCalibration();
   EXPECT_FALSE(advance({.pct = 100}));

@@ -105,7 +105,7 @@ TEST_F(CalibrationRecord, readsNothingWithoutTheBatterysEntry) {
   EXPECT_TRUE(readCapacity().has_value());
 }
 
-TEST_F(CalibrationRecord, readsAnEntryThatSaysNothingAsAReading) {
+TEST_F(CalibrationRecord, readsAnEmptyEntryAsAReading) {
   for (const char* name : {"AppleRawMaxCapacity", "NominalChargeCapacity", "DesignCapacity",
                            "BatteryData/DesignCapacity", "CycleCount"})
     fault(name, PropertyFault::missing);
@@ -236,7 +236,7 @@ TEST_F(CalibrationRecord, takesWhatIsMissingAsNothing) {
   EXPECT_EQ(gCal, (CalibrationState{.before = somethingElse().before}));
 }
 
-TEST_F(CalibrationRecord, isIdleWithAPhaseThatIsNone) {
+TEST_F(CalibrationRecord, isIdleWithAnUnknownPhase) {
   for (const char* text :
        {R"({"phase":"calibrating"})", R"({"phase":""})", R"({"phase":"FILL"})", R"({"phase":2})",
         R"({"phase":true})", R"({"phase":null})", R"({"phase":["fill"]})", R"({"phase":{"fill":1}})"}) {

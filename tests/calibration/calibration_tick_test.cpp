@@ -59,12 +59,12 @@ class CalibrationTick : public test::OnVirtualMac {
     const double now = platform::wallNow();
     gCal = {.phase = phase, .startedAt = now, .phaseSince = now, .lastTick = now};
   }
-  // The lines of the next pass.
-  std::vector<std::string> pass() {
+  // The lines of the next tick.
+  std::vector<std::string> tick() {
     ticks(1);
     return newLines();
   }
-  std::vector<std::string> writtenInAPass() {
+  std::vector<std::string> writtenInATick() {
     mac.pass(12);
     test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
     evaluate();
@@ -77,33 +77,33 @@ class CalibrationTick : public test::OnVirtualMac {
 
 TEST_F(CalibrationTick, startsTheRunThatIsAskedFor) {
   mac.settings(R"({"calibrate":true})");
-  const auto lines = pass();
+  const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[0], started);
   EXPECT_THAT(lines[1], StartsWith("cap 80%  cal=fill" ARROW "100%  batt 70%  "));
   EXPECT_EQ(gCal.phase, CalPhase::fill);
   EXPECT_EQ(config(), R"({"calibrate":true})") << "the request stands until the run ends";
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
 }
 
-TEST_F(CalibrationTick, startsAndMovesOnInOnePassWhenTheBatteryIsFull) {
+TEST_F(CalibrationTick, startsAndMovesOnInOneTickWhenTheBatteryIsFull) {
   mac.charge(100);
   mac.settings(R"({"calibrate":true,"calDrain":100})");
-  auto lines = pass();
+  auto lines = tick();
   ASSERT_THAT(lines, SizeIs(4));
   EXPECT_EQ(lines[0], started);
   EXPECT_EQ(lines[1], "calibration " ARROW " drain");
   EXPECT_EQ(lines[2], ARROW " state: hold") << "at its target it has nothing to drain";
   EXPECT_THAT(lines[3], StartsWith("cap 80%  cal=drain" ARROW "100%"));
-  // One phase in a pass, also where the next is over already.
-  EXPECT_EQ(pass().at(0), "calibration " ARROW " refill");
-  EXPECT_EQ(pass().at(0), "calibration " ARROW " soak");
+  // One phase in a tick, also where the next is over already.
+  EXPECT_EQ(tick().at(0), "calibration " ARROW " refill");
+  EXPECT_EQ(tick().at(0), "calibration " ARROW " soak");
 }
 
 TEST_F(CalibrationTick, startsNothingWithoutAPowerReading) {
   mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
   mac.settings(R"({"calibrate":true})");
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::idle);
 }
 
@@ -116,7 +116,7 @@ TEST_F(CalibrationTick, cancelsTheRunWhoseRequestIsWithdrawn) {
     ASSERT_EQ(gCal.phase, phase);
     static_cast<void>(newLines());
     mac.settings("{}");
-    const auto lines = pass();
+    const auto lines = tick();
     EXPECT_EQ(lines.at(0), "calibration cancelled");
     EXPECT_THAT(lines.back(), StartsWith("cap 80%  batt 90%"));
     EXPECT_EQ(gCal.lastFailure, std::nullopt);
@@ -130,15 +130,15 @@ TEST_F(CalibrationTick, cancelsTheRunWhoseRequestIsWithdrawn) {
 // Without settings there is no request.
 TEST_F(CalibrationTick, cancelsTheRunWhenTheSettingsCanNotBeRead) {
   inPhase(CalPhase::refill);
-  EXPECT_THAT(pass(), Not(IsEmpty()));
+  EXPECT_THAT(tick(), Not(IsEmpty()));
   mac.settings("{");
-  EXPECT_EQ(pass().at(0), "calibration cancelled");
+  EXPECT_EQ(tick().at(0), "calibration cancelled");
 }
 
 TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasFinished) {
   mac.charge(80);
   inPhase(CalPhase::restore, R"({"calibrate":true,"calDrain":22,"led":false})");
-  const auto lines = pass();
+  const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));
   EXPECT_EQ(lines[0], finished);
   EXPECT_EQ(lines[1], ARROW " state: hold");
@@ -146,40 +146,40 @@ TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasFinished) {
   EXPECT_THAT(config(), HasSubstr(R"("calDrain":22,"calSoakMinutes":60,"calibrate":false,)"));
   EXPECT_THAT(config(), HasSubstr(R"("led":false,)"));
   EXPECT_THAT(gCal.runs, SizeIs(1));
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::idle);
 }
 
 TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasStalled) {
   inPhase(CalPhase::drain);
   gCal.phaseSince -= 259'200 - 12;
-  EXPECT_THAT(pass(), Not(IsEmpty()));
+  EXPECT_THAT(tick(), Not(IsEmpty()));
   ASSERT_EQ(gCal.phase, CalPhase::drain);
-  const auto lines = pass();
+  const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));
   EXPECT_EQ(lines[0], "calibration stopped: stalled at the drain step");
   EXPECT_EQ(lines[1], ARROW " state: hold") << "as after any discharge that is over";
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
   EXPECT_EQ(mac.key("CHIE"), notCut);
-  EXPECT_EQ(pass().at(0), ARROW " state: allow");
-  EXPECT_THAT(pass(), IsEmpty()) << "it does not start again";
+  EXPECT_EQ(tick().at(0), ARROW " state: allow");
+  EXPECT_THAT(tick(), IsEmpty()) << "it does not start again";
 }
 
 TEST_F(CalibrationTick, writesTheRecordBeforeTheSettings) {
   mac.charge(80);
   gAtLimit = true;
   inPhase(CalPhase::restore);
-  EXPECT_THAT(writtenInAPass(), ElementsAre("calibration.json", "config.json", "status.json"));
+  EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "config.json", "status.json"));
 }
 
 TEST_F(CalibrationTick, restsWhileTheTickDoes) {
   inPhase(CalPhase::fill);
   mac.charge(100);
   gReleased = true;
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::fill);
   gReleased = false;
-  EXPECT_EQ(pass().at(0), "calibration " ARROW " drain");
+  EXPECT_EQ(tick().at(0), "calibration " ARROW " drain");
 }
 
 // --- one request and another
@@ -187,7 +187,7 @@ TEST_F(CalibrationTick, restsWhileTheTickDoes) {
 TEST_F(CalibrationTick, takesThePlaceOfTheTopUpThatIsAskedForWithIt) {
   mac.settings(R"({"topUp":true,"calibrate":true})");
   gTopUpSince = 5;
-  EXPECT_THAT(writtenInAPass(), ElementsAre("calibration.json", "stats.json", "config.json", "status.json"));
+  EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "stats.json", "config.json", "status.json"));
   EXPECT_EQ(gTopUpSince, 0);
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":true"));
@@ -202,7 +202,7 @@ TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
   EXPECT_EQ(gTopUpSince, 0);
   static_cast<void>(newLines());
   inPhase(CalPhase::restore, R"({"topUp":true,"calibrate":true})");
-  const auto lines = pass();
+  const auto lines = tick();
   EXPECT_EQ(lines.at(0), finished);
   EXPECT_THAT(lines.back(), StartsWith("cap 100%(TopUp)  batt 80%"));
   EXPECT_EQ(gTopUpSince, platform::wallNow());
@@ -211,30 +211,30 @@ TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
 }
 
 // A pass writes the settings as it read them, save for the request that it clears: the Top Up that ends after
-// the calibration in the same pass brings the request for a calibration back.
-TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInThePassInWhichTheRunDoes) {
+// the calibration in the same tick brings the request for a calibration back.
+TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickInWhichTheRunDoes) {
   mac.charge(80);
   mac.unplug();
   inPhase(CalPhase::restore, R"({"topUp":true,"calibrate":true})");
-  const auto lines = pass();
+  const auto lines = tick();
   EXPECT_EQ(lines.at(0), finished);
   EXPECT_EQ(lines.at(1), "Top Up finished (unplugged)");
   EXPECT_EQ(gCal.phase, CalPhase::idle);
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":true"));
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
-  EXPECT_EQ(pass().at(0), started);
+  EXPECT_EQ(tick().at(0), started);
   EXPECT_EQ(gCal.phase, CalPhase::fill);
 }
 
 // For the same reason statistics that are to begin anew do so twice.
-TEST_F(CalibrationTick, resetsTheStatisticsTwiceWhenTheRunEndsInThePassOfTheReset) {
+TEST_F(CalibrationTick, resetsTheStatisticsTwiceWhenTheRunEndsInTheTickOfTheReset) {
   mac.charge(80);
   inPhase(CalPhase::restore, R"({"resetStats":true,"calibrate":true})");
-  auto lines = pass();
+  auto lines = tick();
   EXPECT_EQ(lines.at(0), "stats reset");
   EXPECT_EQ(lines.at(1), finished);
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
-  lines = pass();
+  lines = tick();
   EXPECT_EQ(lines.at(0), "stats reset");
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
@@ -264,7 +264,7 @@ TEST_F(CalibrationTick, drainsByItselfOnTheAdapter) {
   }
 }
 
-TEST_F(CalibrationTick, drainsWithTheHelpOfThePersonWhereItCanNot) {
+TEST_F(CalibrationTick, drainsWithTheHelpOfTheUserWhereItCanNot) {
   dischargeSupported = false;
   mac.charge(90);
   inPhase(CalPhase::drain, R"({"calibrate":true,"calDrain":90})");
@@ -274,7 +274,7 @@ TEST_F(CalibrationTick, drainsWithTheHelpOfThePersonWhereItCanNot) {
   EXPECT_EQ(gCal.phase, CalPhase::drain);
   mac.unplug();
   mac.charge(90);
-  EXPECT_EQ(pass().back().find("calibration"), std::string::npos);
+  EXPECT_EQ(tick().back().find("calibration"), std::string::npos);
   EXPECT_EQ(gCal.phase, CalPhase::refill);
 }
 
@@ -282,16 +282,16 @@ TEST_F(CalibrationTick, comesBackToTheLimitAsItIsWritten) {
   // Not to the bound, which is 20.
   mac.charge(20);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":10})");
-  EXPECT_THAT(pass().back(), HasSubstr("cal=restore" ARROW "10%"));
+  EXPECT_THAT(tick().back(), HasSubstr("cal=restore" ARROW "10%"));
   EXPECT_EQ(gState, ChargeState::discharge);
   mac.charge(10);
-  EXPECT_EQ(pass().at(0), finished);
+  EXPECT_EQ(tick().at(0), finished);
 }
 
 TEST_F(CalibrationTick, isAtALimitBeyondFullAtOnce) {
   mac.charge(100);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":150})");
-  EXPECT_EQ(pass().at(0), finished);
+  EXPECT_EQ(tick().at(0), finished);
 }
 
 TEST_F(CalibrationTick, goesByTheAdapterThatTheControllerSeesForTheSoak) {
@@ -312,13 +312,13 @@ TEST_F(CalibrationTick, goesByTheAdapterThatTheControllerSeesForTheSoak) {
 TEST_F(CalibrationTick, holdsAndWaitsWhileTheBatteryIsHot) {
   inPhase(CalPhase::fill, R"({"calibrate":true,"thermal":true})");
   mac.temperature(45);
-  auto lines = pass();
+  auto lines = tick();
   EXPECT_EQ(lines.at(0), ARROW " state: hold");
   EXPECT_THAT(lines.back(), StartsWith("cap 80%+HOT  cal=fill" ARROW "100%  batt 70%"));
   mac.temperature(36);
-  EXPECT_EQ(pass().at(0), ARROW " state: allow");
+  EXPECT_EQ(tick().at(0), ARROW " state: allow");
   EXPECT_EQ(gCal.phase, CalPhase::fill);
-  // At full the rest goes on, hot or not.
+  // At full the rest continues, hot or not.
   mac.charge(100);
   inPhase(CalPhase::soak, R"({"calibrate":true,"thermal":true})");
   mac.temperature(45);
@@ -333,14 +333,14 @@ TEST_F(CalibrationTick, followsEditsInBetween) {
   ticks(1);
   mac.settings(R"({"calibrate":true,"calDrain":60})");
   static_cast<void>(newLines());
-  EXPECT_EQ(pass().at(0), "calibration " ARROW " refill");
+  EXPECT_EQ(tick().at(0), "calibration " ARROW " refill");
   mac.charge(100);
   inPhase(CalPhase::soak);
   ticks(5);
   EXPECT_EQ(gCal.soakBanked, 60);
   mac.settings(R"({"calibrate":true,"calSoakMinutes":1})");
   static_cast<void>(newLines());
-  EXPECT_EQ(pass().at(0), "calibration " ARROW " restore");
+  EXPECT_EQ(tick().at(0), "calibration " ARROW " restore");
 }
 
 // --- numbers beyond sense
@@ -359,9 +359,9 @@ TEST_F(CalibrationTick, abortsOnMinutesBeyond64BitsOnlyAfterItActed) {
     inPhase(CalPhase::fill, std::string(R"({"calibrate":true,"calSoakMinutes":)") + minutes + "}");
     mac.keyBytes("CHIE", notCut);
     mac.pass(12);
-    const test::Ended life = test::inChild(evaluate);
-    EXPECT_EQ(life.signal, SIGABRT);
-    EXPECT_EQ(life.errors, "brisko-daemon: a product does not fit a 64-bit integer\n");
+    const test::Ended daemon = test::inChild(evaluate);
+    EXPECT_EQ(daemon.signal, SIGABRT);
+    EXPECT_EQ(daemon.errors, "brisko-daemon: a product does not fit a 64-bit integer\n");
     // The step, the hardware and the log are those of any other pass.
     EXPECT_EQ(Json::parse(mac.read(calibrationPath))["phase"], "drain");
     EXPECT_EQ(mac.key("CHIE"), cut);
@@ -389,20 +389,20 @@ TEST_F(CalibrationTick, drainsToATargetThatIsNeverReachedUntilItStalls) {
 
 // --- purge
 
-TEST_F(CalibrationTick, goesOnWithoutItsFilesAfterAPurge) {
+TEST_F(CalibrationTick, continuesWithoutItsFilesAfterAPurge) {
   mac.charge(100);
   inPhase(CalPhase::fill);
   std::filesystem::remove(mac.path(calibrationPath));
   gPurged = true;
-  EXPECT_THAT(writtenInAPass(), IsEmpty());
+  EXPECT_THAT(writtenInATick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::drain);
   EXPECT_EQ(mac.key("CHIE"), cut);
-  // The request can't be cleared any more, so a run that ends begins anew in the next pass.
+  // The request can't be cleared any more, so a run that ends begins anew in the next tick.
   mac.charge(80);
   inPhase(CalPhase::restore);
-  EXPECT_THAT(writtenInAPass(), ElementsAre());
+  EXPECT_THAT(writtenInATick(), ElementsAre());
   EXPECT_EQ(gCal.phase, CalPhase::idle);
-  EXPECT_THAT(writtenInAPass(), IsEmpty());
+  EXPECT_THAT(writtenInATick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::fill);
   EXPECT_FALSE(mac.exists(calibrationPath));
 }

@@ -130,11 +130,11 @@ class ControlListener : public ::testing::Test {
   ControlListener() { folder.name(); }
 
   // Serves for as long as the clients' story lasts, which is told in a thread of its own.
-  template <class Story>
-  void serve(Story story) {
+  template <class Body>
+  void serve(Body body) {
     platform::listenForControl(serviceName, service.requirement, service.requests());
     std::thread clients([&] {
-      story();
+      body();
       postMain([] { platform::stopMain(); });
     });
     platform::runMain();
@@ -279,7 +279,7 @@ TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
           ids.insert(reply->id);
         }
         asking.join();
-        app->sayNoMore();
+        app->closeWriting();
         EXPECT_FALSE(app->nextReply()) << "one too many";
       });
     }
@@ -325,7 +325,7 @@ TEST_F(ControlListener, outlivesAClientThatIsGoneBeforeItsReply) {
   });
 }
 
-TEST_F(ControlListener, answersAClientThatHasNothingMoreToSay) {
+TEST_F(ControlListener, answersAClientThatClosedItsSide) {
   service.answer = [](const Reply& reply) {
     platform::postMainAfter(20, [reply] { reply(true, std::nullopt); });
   };
@@ -333,7 +333,7 @@ TEST_F(ControlListener, answersAClientThatHasNothingMoreToSay) {
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
-    app->sayNoMore();
+    app->closeWriting();
     EXPECT_TRUE(isDone(*app));
     EXPECT_TRUE(isDone(*app));
     EXPECT_FALSE(app->nextReply());
@@ -373,13 +373,13 @@ TEST_F(ControlListener, dropsHalfARequestWhoseClientIsGone) {
     }
     const auto app = client();
     EXPECT_TRUE(app->say(request.substr(0, 9)));
-    app->sayNoMore();
+    app->closeWriting();
     EXPECT_FALSE(app->nextReply());
   });
   EXPECT_THAT(heard(), IsEmpty());
 }
 
-TEST_F(ControlListener, hangsUpOnGarbage) {
+TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
   const std::string tooMuch = std::to_string(virtual_mac::largestSettings + 1);
   const std::vector<std::string> garbage{
       "\n",
@@ -438,7 +438,7 @@ TEST_F(ControlListener, takesAsManySettingsAsThereMayBe) {
   });
 }
 
-TEST_F(ControlListener, hangsUpOnAClientThatDoesNotSayWhoItIs) {
+TEST_F(ControlListener, disconnectsAClientWithoutAnIdentity) {
   serve([&] {
     for (const std::string& words :
          {lineOf(virtual_mac::ControlRequest{ControlRequestKind::restart, 1, 0}), std::string("{}\n"),
@@ -484,7 +484,7 @@ TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
   });
 }
 
-// The main thread goes on although a client does not read what it asked for.
+// The main thread continues although a client does not read what it asked for.
 TEST_F(ControlListener, waitsForNoClientToRead) {
   service.answer = [](const Reply& reply) { postMain([reply] { reply(false, std::string(10'000, 'x')); }); };
   serve([&] {
@@ -530,7 +530,7 @@ TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
   });
 }
 
-TEST_F(ControlListener, letsNobodyInWithARequirementThatIsNone) {
+TEST_F(ControlListener, admitsNobodyWithAnInvalidRequirement) {
   const std::vector<std::string> wrong{"", "anchor apple generic", goodRequirement + " ",
                                        goodRequirement.substr(1), goodRequirement.substr(0, 60)};
   std::atomic<std::size_t> connections = 0;

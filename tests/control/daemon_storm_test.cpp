@@ -46,11 +46,11 @@ class DaemonStorm : public ::testing::Test {
   explicit DaemonStorm(double speed = 60) : folder(test::machineFromNow({}, speed)) { folder.name(); }
 
   // Runs the daemon for as long as the clients' story lasts.
-  template <class Story>
-  void runWhile(Story story) {
+  template <class Body>
+  void runWhile(Body body) {
     std::thread clients([&] {
       EXPECT_TRUE(comesTrue([&] { return ControlClient::connect(folder.path()) != nullptr; }));
-      story();
+      body();
       platform::postMain([] { platform::stopMain(); });
     });
     EXPECT_EQ(enter({"brisko-daemon", "--app", "/Applications/Brisko.app"}), 0);

@@ -1,4 +1,4 @@
-// The watch on the configuration file. A pass of the tick is counted by its reading of the temperature.
+// The watch on the configuration file. A tick is counted by its reading of the temperature.
 
 #include "daemon/config_watch.h"
 
@@ -24,9 +24,9 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-void afterTurns(int count) {
+void afterIterations(int count) {
   if (count == 0) return platform::stopMain();
-  platform::postMain([count] { afterTurns(count - 1); });
+  platform::postMain([count] { afterIterations(count - 1); });
 }
 
 class ConfigWatch : public test::OnVirtualMac {
@@ -38,7 +38,7 @@ class ConfigWatch : public test::OnVirtualMac {
 
   // Turns enough for all that a change can cause; no time passes.
   void run() {
-    platform::postMain([] { afterTurns(20); });
+    platform::postMain([] { afterIterations(20); });
     platform::runMain();
   }
 

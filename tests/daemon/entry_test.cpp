@@ -9,14 +9,14 @@
 #include "base/process_flags.h"
 #include "platform/host.h"
 #include "support/child.h"
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
+using test::DaemonProcess;
 using test::inChild;
-using test::Life;
 using test::tell;
 using test::VirtualMac;
 using ::testing::StartsWith;
@@ -24,7 +24,7 @@ using virtual_mac::ChangeKind;
 
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 
-// How a life with these arguments ends before it comes to a wait.
+// How a process with these arguments ends before it comes to a wait.
 struct Outcome {
   std::optional<int> status;
   std::string output;
@@ -32,9 +32,9 @@ struct Outcome {
 };
 
 Outcome run(VirtualMac& mac, const std::vector<std::string>& arguments) {
-  Life life(mac, arguments);
-  life.run(0);
-  return {life.status(), life.output(), life.errors()};
+  DaemonProcess daemon(mac, arguments);
+  daemon.run(0);
+  return {daemon.status(), daemon.output(), daemon.errors()};
 }
 
 void expectEnd(const Outcome& outcome, int status, const std::string& output, const std::string& errors) {
@@ -101,7 +101,7 @@ TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
   EXPECT_EQ(run(mac, {"--probe"}).errors, "");
 }
 
-TEST_F(Entering, saysWhenTheControllerRefuses) {
+TEST_F(Entering, reportsWhenTheControllerRefuses) {
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::refusesToOpen));
   expectEnd(run(mac, {}), 1, "", noController);
 }
@@ -119,14 +119,14 @@ TEST(EnteringWithoutRoot, touchesNoHardware) {
   mac.keepReads();
   mac.number(ChangeKind::userId, 501);
   EXPECT_EQ(run(mac, {}).status, 1);
-  EXPECT_EQ(mac.machine().system.lives, 0U);
+  EXPECT_EQ(mac.machine().system.processes, 0U);
   EXPECT_TRUE(mac.journal().empty());
 }
 
 TEST(EnteringAMode, thatLooksAtNoHardwareOpensNoController) {
   VirtualMac mac;
   for (const char* mode : {"--selftest", "--version"}) static_cast<void>(run(mac, {mode}));
-  EXPECT_EQ(mac.machine().system.lives, 0U);
+  EXPECT_EQ(mac.machine().system.processes, 0U);
 }
 
 TEST(EnteringAMode, knowsItsTimeItsPathAndItsOptions) {

@@ -13,14 +13,14 @@
 #include <sys/mman.h>
 
 #include "sim/seam/simulated/driver.h"
+#include "support/daemon_process.h"
 #include "support/descriptors.h"
-#include "support/life.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using test::Writes;
 using ::testing::Contains;
@@ -43,21 +43,21 @@ class Night : public ::testing::Test {
   void begin(double percent, const std::string& settings = "{}") {
     mac = std::make_unique<VirtualMac>(MachineOptions{.percent = percent});
     mac->settings(settings);
-    life = std::make_unique<Life>(*mac);
-    life->run(90);
+    daemon = std::make_unique<DaemonProcess>(*mac);
+    daemon->run(90);
     static_cast<void>(newLines());
     mac->forgetJournal();
   }
   // Closes the lid; asleep when it returns.
   void sleep() {
     mac->sleep();
-    life->run(5);
+    daemon->run(5);
     ASSERT_TRUE(mac->machine().system.asleep);
   }
   // Opens the lid; the daemon has heard of it when it returns.
   void wake() {
     mac->wake();
-    life->run(5);
+    daemon->run(5);
     ASSERT_FALSE(mac->machine().system.asleep);
   }
   [[nodiscard]] std::vector<std::string> newLines() {
@@ -69,7 +69,7 @@ class Night : public ::testing::Test {
   [[nodiscard]] double level() const { return virtual_mac::level(mac->machine()); }
 
   std::unique_ptr<VirtualMac> mac;
-  std::unique_ptr<Life> life;
+  std::unique_ptr<DaemonProcess> daemon;
   std::size_t linesSeen = 0;
 };
 
@@ -77,7 +77,7 @@ TEST_F(Night, inTheBandStaysClosedTillMorning) {
   begin(78);
   sleep();
   EXPECT_THAT(newLines(), Contains("veille à 78% — grille fermée pour la nuit (plage 75–80%)"));
-  life->run(9 * hour);
+  daemon->run(9 * hour);
   EXPECT_NEAR(level(), 78, 0.5);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
   EXPECT_THAT(newLines(), IsEmpty());
@@ -88,25 +88,25 @@ TEST_F(Night, inTheBandStaysClosedTillMorning) {
 TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
   begin(70);
   mac->charge(78);
-  life->run(1);
+  daemon->run(1);
   mac->forgetJournal();
   sleep();
   // The last is the light, which blinks on until the Mac is really asleep.
   EXPECT_EQ(mac->writes(),
             (Writes{"heard WillSleep", "CHIE=00", "CHTE=01000000", "allowed WillSleep", "ACLC=03"}));
-  life->run(hour);
+  daemon->run(hour);
   mac->forgetJournal();
   mac->wake();
-  life->run(1.9);
+  daemon->run(1.9);
   EXPECT_THAT(mac->writes(), Not(Contains("heard HasPoweredOn")));
-  life->run(0.2);
+  daemon->run(0.2);
   EXPECT_THAT(mac->writes(), Contains("heard HasPoweredOn").Times(1));
 }
 
 TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
   begin(78);
   mac->change({.kind = ChangeKind::idleSleep});
-  life->run(5);
+  daemon->run(5);
   EXPECT_TRUE(mac->machine().system.asleep);
   EXPECT_THAT(mac->writes(), IsSupersetOf({"heard CanSystemSleep", "allowed CanSystemSleep",
                                            "heard WillSleep", "allowed WillSleep"}));
@@ -120,7 +120,7 @@ TEST_F(Night, aboveTheLimitNeverDischarges) {
   EXPECT_EQ(mac->key("CHIE"), (Bytes{0}));
   for (int nap = 0; nap < 8; ++nap) {
     mac->wakeDark(60);
-    life->run(hour);
+    daemon->run(hour);
     EXPECT_EQ(mac->key("CHIE"), (Bytes{0})) << nap;
   }
   EXPECT_NEAR(level(), 95, 1);
@@ -136,7 +136,7 @@ TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
   EXPECT_THAT(lines, Contains(StartsWith("réveil programmé dans ")));
   EXPECT_THAT(mac->pendingWakes(), SizeIs(1));
   EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0}));
-  life->run(9 * hour);
+  daemon->run(9 * hour);
   EXPECT_TRUE(mac->machine().system.asleep);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
   // The estimate goes by the capacity that the battery was sold with, the gauge by that of today.
@@ -156,12 +156,12 @@ TEST_F(Night, farBelowTheBandIsSeenToOnceAndThenInTheMorning) {
   begin(20);
   sleep();
   EXPECT_THAT(newLines(), Contains("réveil programmé dans 45 min pour reprendre la charge en main"));
-  life->run(46 * 60);
+  daemon->run(46 * 60);
   EXPECT_TRUE(mac->machine().system.asleep);
   EXPECT_LT(level(), 70);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0}));
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
-  life->run(2 * hour);
+  daemon->run(2 * hour);
   wake();
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
@@ -174,7 +174,7 @@ TEST_F(Night, farBelowTheBandPlansAnewWhenTheScheduledWakeIsAFullOne) {
     sleep();
     for (const double date : mac->pendingWakes()) wakes.insert(date);
     EXPECT_LE(mac->pendingWakes().size(), 1U);
-    life->run(hour);
+    daemon->run(hour);
     if (mac->machine().system.asleep) break;  // nothing woke it any more
   }
   EXPECT_GE(wakes.size(), 2U);
@@ -191,7 +191,7 @@ TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
       newLines(),
       Contains(
           "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
-  life->run(9 * hour);
+  daemon->run(9 * hour);
   EXPECT_GT(level(), 95) << "nobody woke up to close the gate";
   wake();
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
@@ -200,34 +200,34 @@ TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
 TEST_F(Night, thatIsRefusedLetsTheTicksGoOnAfter30Seconds) {
   begin(70);
   mac->number(ChangeKind::sleepRefused, 1).sleep();
-  life->run(1);
+  daemon->run(1);
   mac->charge(85);
-  life->run(28);
+  daemon->run(28);
   EXPECT_THAT(newLines(), Not(Contains("→ state: hold")));
-  life->run(14);
+  daemon->run(14);
   EXPECT_THAT(newLines(), Contains("→ state: hold"));
   EXPECT_FALSE(mac->machine().system.asleep);
 }
 
 TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
   begin(76);
-  life->run(60);
+  daemon->run(60);
   mac->number(ChangeKind::sleepRefused, 1).charge(75).sleep();
-  life->run(1);
+  daemon->run(1);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
-  life->run(45);
+  daemon->run(45);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0})) << "at the floor it charges";
 }
 
 TEST_F(Night, ofWeeksIsLikeAnyOther) {
   begin(78);
   sleep();
-  life->run(40 * 24 * hour);
+  daemon->run(40 * 24 * hour);
   EXPECT_THAT(newLines(), Contains(StartsWith("veille à 78%")));
   EXPECT_NEAR(level(), 78, 1);
   wake();
-  EXPECT_TRUE(life->alive());
-  life->run(600);
+  EXPECT_TRUE(daemon->alive());
+  daemon->run(600);
   EXPECT_NEAR(level(), 78, 1);
 }
 
@@ -235,11 +235,11 @@ TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
   begin(80);
   sleep();
   mac->keepReads();
-  life->run(hour);
+  daemon->run(hour);
   mac->forgetJournal();
   // Up to the first heartbeat after the wake, at most: the message's own pass, and that one.
   mac->wake();
-  life->run(12);
+  daemon->run(12);
   const Writes reads = mac->writes();
   EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2);
   EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
@@ -249,11 +249,11 @@ TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
 TEST_F(Night, isHeardAsOneChangeInTheMorning) {
   begin(40, "{\"enabled\":false}");
   sleep();
-  for (int look = 0; look < 12; ++look) life->run(300);
+  for (int look = 0; look < 12; ++look) daemon->run(300);
   mac->keepReads();
   mac->forgetJournal();
   mac->wake();
-  life->run(1);
+  daemon->run(1);
   const Writes reads = mac->writes();
   EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
   EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2) << "that change, and maybe a heartbeat";
@@ -262,7 +262,7 @@ TEST_F(Night, isHeardAsOneChangeInTheMorning) {
 TEST_F(Night, onBatteryIsLeftAlone) {
   begin(78);
   mac->unplug();
-  life->run(30);
+  daemon->run(30);
   mac->forgetJournal();
   sleep();
   EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "allowed WillSleep"}));
@@ -273,10 +273,10 @@ TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
   sleep();
   mac->keepReads();
   mac->forgetJournal();
-  life->run(9 * hour);
+  daemon->run(9 * hour);
   EXPECT_THAT(mac->writes(), IsEmpty());
   mac->wakeDark(45);
-  life->run(60);
+  daemon->run(60);
   EXPECT_THAT(mac->writes(), Contains("read TB0T")) << "a dark wake lets the heartbeat through";
   EXPECT_THAT(mac->writes(), Not(Contains(StartsWith("heard "))));
 }
@@ -284,14 +284,14 @@ TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
 TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
   begin(60);
   sleep();
-  life->run(60);
+  daemon->run(60);
   wake();
   ASSERT_THAT(mac->pendingWakes(), IsEmpty());
   mac->sleep();
-  life->run(1);  // answered, and not asleep yet
+  daemon->run(1);  // answered, and not asleep yet
   ASSERT_THAT(mac->pendingWakes(), SizeIs(1));
-  life->signal(SIGTERM).run(0.5);
-  EXPECT_EQ(life->status(), 0);
+  daemon->signal(SIGTERM).run(0.5);
+  EXPECT_EQ(daemon->status(), 0);
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
   EXPECT_EQ(mac->writes().back(), "wake cancelled") << "last of all";
 }
@@ -299,8 +299,8 @@ TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
 TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
   begin(60);
   sleep();
-  life->kill();
-  life.reset();
+  daemon->kill();
+  daemon.reset();
   EXPECT_THAT(mac->pendingWakes(), SizeIs(1));
   mac->pass(9 * hour);
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
@@ -309,13 +309,13 @@ TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
 TEST_F(Night, withoutPowerNotificationsIsTakenUpByTheHeartbeat) {
   mac = std::make_unique<VirtualMac>(MachineOptions{.percent = 70});
   mac->number(ChangeKind::powerClients, 0);
-  life = std::make_unique<Life>(*mac);
-  life->run(90);
+  daemon = std::make_unique<DaemonProcess>(*mac);
+  daemon->run(90);
   sleep();
-  life->run(2 * hour);
+  daemon->run(2 * hour);
   EXPECT_GT(level(), 90) << "nobody planned anything";
   wake();
-  life->run(12);
+  daemon->run(12);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
@@ -335,7 +335,7 @@ class Watch {
       : seen_(static_cast<Watched*>(
             ::mmap(nullptr, sizeof(Watched), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
     virtual_mac::setAfterEvent([seen = seen_] {
-      const virtual_mac::Machine& machine = virtual_mac::attachedMachine()->look().machine();
+      const virtual_mac::Machine& machine = virtual_mac::attachedMachine()->view().machine();
       std::uint64_t ours = 0;
       for (const auto& event : machine.sleep.events)
         ours += event.pending && virtual_mac::textOf(event.identifier) == "com.brisko.daemon" ? 1 : 0;
@@ -361,7 +361,7 @@ class Nights {
  public:
   explicit Nights(std::uint32_t seed) : random_(seed) {
     mac_.settings("{\"discharge\":true}");
-    life_.run(60);
+    daemon_.run(60);
   }
 
   void spendOne() {
@@ -371,21 +371,21 @@ class Nights {
     mac_.wake();
     mac_.number(ChangeKind::sleepRefused, 0);
     mac_.change({.kind = ChangeKind::scheduleStatus});
-    life_.run(60);
+    daemon_.run(60);
   }
 
   // Events of the daemon in an hour of full wake in which nothing happens.
   [[nodiscard]] std::uint64_t eventsOfAQuietHour() {
     mac_.settings("{\"limit\":80}");
     mac_.plugIn().charge(80);
-    life_.run(600);
+    daemon_.run(600);
     const std::uint64_t before = watch_.seen().events;
-    life_.run(hour);
+    daemon_.run(hour);
     return watch_.seen().events - before;
   }
 
   [[nodiscard]] VirtualMac& mac() { return mac_; }
-  [[nodiscard]] Life& life() { return life_; }
+  [[nodiscard]] DaemonProcess& daemon() { return daemon_; }
   [[nodiscard]] Watched seen() const { return watch_.seen(); }
 
   // Everything that must come out alike from the same seed.
@@ -406,28 +406,28 @@ class Nights {
   void evening() {
     if (upTo(3) == 0) {
       mac_.unplug();
-      life_.run(1800);
+      daemon_.run(1800);
     }
     mac_.plugIn(30 + upTo(40));
     if (upTo(2) != 0) mac_.charge(30 + upTo(70));
     if (upTo(5) == 0) mac_.settings("{\"limit\":" + std::to_string(60 + upTo(40)) + ",\"discharge\":true}");
     if (upTo(6) == 0) mac_.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelError});
     if (upTo(6) == 0) mac_.number(ChangeKind::clockStep, upTo(1) == 0 ? 90 : -90);
-    life_.run(60 + upTo(3600));
+    daemon_.run(60 + upTo(3600));
   }
 
   void goToBed() {
     if (upTo(4) == 0) {
       mac_.number(ChangeKind::sleepRefused, 1).sleep();
-      life_.run(20 + upTo(60));
+      daemon_.run(20 + upTo(60));
       mac_.number(ChangeKind::sleepRefused, 0);
     }
     mac_.change({.kind = upTo(1) == 0 ? ChangeKind::sleep : ChangeKind::idleSleep});
-    life_.run(5);
+    daemon_.run(5);
   }
 
   void interlude() {
-    life_.run(600 + upTo(7200));
+    daemon_.run(600 + upTo(7200));
     switch (upTo(7)) {
       case 0:
       case 1:
@@ -442,7 +442,7 @@ class Nights {
         break;
       case 5:
         mac_.wake();
-        life_.run(1 + upTo(200));
+        daemon_.run(1 + upTo(200));
         mac_.sleep();
         break;
       default:
@@ -452,8 +452,8 @@ class Nights {
 
   std::mt19937 random_;
   VirtualMac mac_{MachineOptions{.percent = 60}};
-  Watch watch_;  // before the life, which takes it along
-  Life life_{mac_};
+  Watch watch_;  // before the process, which takes it along
+  DaemonProcess daemon_{mac_};
 };
 
 TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
@@ -468,12 +468,12 @@ TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
       EXPECT_LE(nights.seen().mostOfOurWakes, 1U) << night;
       EXPECT_EQ(nights.mac().machine().sleep.strayAnswers, 0U) << night;
       EXPECT_EQ(nights.mac().machine().sleep.lateAnswers, 0U) << night;
-      ASSERT_TRUE(nights.life().alive()) << night;
+      ASSERT_TRUE(nights.daemon().alive()) << night;
     }
     EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "some night was to be below the band";
     EXPECT_EQ(nights.eventsOfAQuietHour(), quietHour);
     EXPECT_EQ(nights.seen().mostDescriptors, descriptors);
-    EXPECT_EQ(nights.life().errors(), "");
+    EXPECT_EQ(nights.daemon().errors(), "");
     const auto lines = nights.mac().logLines();
     EXPECT_THAT(lines, Contains(HasSubstr("grille fermée pour la nuit")));
     EXPECT_THAT(lines, Contains(HasSubstr("réveil programmé dans")));

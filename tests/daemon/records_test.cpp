@@ -1,4 +1,4 @@
-// What whole lives of the daemon leave in the files that the app reads.
+// What whole processes of the daemon leave in the files that the app reads.
 
 #include <algorithm>
 #include <csignal>
@@ -12,14 +12,14 @@
 
 #include "base/json_file.h"
 #include "base/paths.h"
+#include "support/daemon_process.h"
 #include "support/files.h"
-#include "support/life.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -55,8 +55,8 @@ class Files : public ::testing::Test {
 
 TEST_F(Files, areThereFromTheFirstTick) {
   VirtualMac mac(charged(80));
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   Json status = Json::parse(mac.read(statusPath));
   EXPECT_THAT(status["daemonPath"], Not(""));
   status["daemonPath"] = "";
@@ -74,27 +74,27 @@ TEST_F(Files, areThereFromTheFirstTick) {
 
 TEST_F(Files, countTheProtectedTimeEvery20Seconds) {
   VirtualMac mac(charged(80));
-  Life life(mac);
-  life.run(19.9);
+  DaemonProcess daemon(mac);
+  daemon.run(19.9);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":0,"));
-  life.run(0.2);
+  daemon.run(0.2);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":20,"));
-  life.run(3580);
+  daemon.run(3580);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3600,"));
   mac.number(ChangeKind::clockStep, 3600);
-  life.run(20);
+  daemon.run(20);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3660,"));
   mac.number(ChangeKind::clockStep, -30);
-  life.run(20);
+  daemon.run(20);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3650,"));
 }
 
 TEST_F(Files, areLeftAloneByTheTimerWhileTheMacChargesFreely) {
   VirtualMac mac(charged(50));
-  Life life(mac);
-  life.run(1);
+  DaemonProcess daemon(mac);
+  daemon.run(1);
   std::filesystem::remove(mac.path(statsPath));
-  life.run(600);
+  daemon.run(600);
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
@@ -102,15 +102,15 @@ TEST_F(Files, bringATopUpOverARestart) {
   VirtualMac mac(charged(85));
   mac.settings(R"({"topUp":true,"topUpHours":2})");
   {
-    Life life(mac);
-    life.run(3600);
+    DaemonProcess daemon(mac);
+    daemon.run(3600);
     EXPECT_THAT(mac.read(statsPath), HasSubstr("\"topUpSince\":1772352000.0"));
-    life.kill();
+    daemon.kill();
   }
-  Life life(mac);
-  life.run(3590);
+  DaemonProcess daemon(mac);
+  daemon.run(3590);
   EXPECT_THAT(mac.logLines(), Not(Contains("Top Up dropped after 2h")));
-  life.run(30);
+  daemon.run(30);
   EXPECT_THAT(mac.logLines(), Contains("Top Up dropped after 2h"));
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"topUpSince\":0.0"));
 }
@@ -118,16 +118,16 @@ TEST_F(Files, bringATopUpOverARestart) {
 TEST_F(Files, bringTheTotalAndItsBeginningOverARestart) {
   VirtualMac mac(charged(80));
   {
-    Life life(mac);
-    life.run(100).signal(SIGTERM).run(1);
+    DaemonProcess daemon(mac);
+    daemon.run(100).signal(SIGTERM).run(1);
   }
   mac.pass(5000);
-  Life life(mac);
-  life.run(40);
+  DaemonProcess daemon(mac);
+  daemon.run(40);
   EXPECT_THAT(mac.read(statsPath), HasSubstr(R"("protectedSeconds":140,"since":1772352000.0,)"));
 }
 
-TEST_F(Files, tellTheNextLifeWhetherTheLimitWasReached) {
+TEST_F(Files, keepTheReachedLimitForTheNextProcess) {
   struct Case {
     const char* stats;
     const char* state;
@@ -137,37 +137,39 @@ TEST_F(Files, tellTheNextLifeWhetherTheLimitWasReached) {
                            Case{R"({"atLimit":0})", "hold"}}) {
     VirtualMac mac(charged(77));
     mac.write(statsPath, last.stats);
-    Life life(mac);
-    life.run(0);
+    DaemonProcess daemon(mac);
+    daemon.run(0);
     EXPECT_THAT(mac.read(statusPath), HasSubstr(std::string("\"state\":\"") + last.state + "\""))
         << last.stats;
   }
 }
 
 TEST_F(Files, forgetThatTheFlagWasUnknown) {
-  // A life that never had a power reading leaves "false", and the next one charges where a first one holds.
+  // A process that never had a power reading leaves "false", and the next one charges where a first one
+  // holds.
   VirtualMac mac(charged(77));
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::noSnapshot));
-  Life(mac).run(30).signal(SIGTERM).run(1);
+  DaemonProcess(mac).run(30).signal(SIGTERM).run(1);
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"atLimit\":false"));
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::none));
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   EXPECT_THAT(mac.read(statusPath), HasSubstr("\"state\":\"allow\""));
 }
 
 TEST_F(Files, keepTheStatisticsAsTheLastWorkOfAnOrderlyExit) {
-  // Whatever exchange with the controller is the last one of a life: the statistics come after all of them.
+  // Whatever exchange with the controller is the last one of a process: the statistics come after all of
+  // them.
   int killed = 0;
   for (std::uint32_t exchange = 0; exchange < 40; ++exchange) {
     VirtualMac mac(charged(90));
-    Life life(mac);
-    life.run(30);
+    DaemonProcess daemon(mac);
+    daemon.run(30);
     std::filesystem::remove(mac.path(statsPath));
     mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGKILL, .status = exchange + 1});
-    life.signal(SIGTERM).run(0);
-    ASSERT_FALSE(life.alive());
-    const bool wasKilled = life.endSignal() == SIGKILL;
+    daemon.signal(SIGTERM).run(0);
+    ASSERT_FALSE(daemon.alive());
+    const bool wasKilled = daemon.endSignal() == SIGKILL;
     EXPECT_EQ(mac.exists(statsPath), !wasKilled) << exchange;
     killed += wasKilled ? 1 : 0;
     if (!wasKilled) break;
@@ -179,7 +181,7 @@ TEST_F(Files, areWrittenOnlyAfterTheGateStands) {
   MachineOptions options;
   options.gate = virtual_mac::GateKind::none;
   VirtualMac mac(options);
-  Life(mac).run(1);
+  DaemonProcess(mac).run(1);
   EXPECT_FALSE(mac.exists(folder));
 }
 
@@ -188,7 +190,7 @@ TEST_F(Files, ofALockedSystemAreLeftByTheExitAndTheTimer) {
   options.macOS = 27;
   options.chargeLimit = false;
   VirtualMac mac(options);
-  Life(mac).run(600).signal(SIGTERM).run(1);
+  DaemonProcess(mac).run(600).signal(SIGTERM).run(1);
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
@@ -196,20 +198,20 @@ TEST_F(Files, thatAreBrokenMeanAFreshStart) {
   for (const char* text : {"", "{", "[]", "\x01\x02", "{\"since\":"}) {
     VirtualMac mac(charged(80));
     mac.write(statsPath, text);
-    Life life(mac);
-    life.run(20.1);
-    EXPECT_TRUE(life.alive());
+    DaemonProcess daemon(mac);
+    daemon.run(20.1);
+    EXPECT_TRUE(daemon.alive());
     EXPECT_THAT(mac.read(statsPath), HasSubstr(R"("protectedSeconds":20,"since":1772352000.0,)"));
   }
 }
 
 TEST_F(Files, thatVanishComeBack) {
   VirtualMac mac(charged(80));
-  Life life(mac);
-  life.run(30);
+  DaemonProcess daemon(mac);
+  daemon.run(30);
   std::filesystem::remove_all(mac.path(folder));
-  life.run(600);
-  EXPECT_TRUE(life.alive());
+  daemon.run(600);
+  EXPECT_TRUE(daemon.alive());
   // The history makes the folder anew, and the others find it then.
   for (const char* path : {statusPath, statsPath}) EXPECT_TRUE(mac.exists(path)) << path;
   EXPECT_THAT(linesOf(mac.read(historyFile("2026-03-01"))), Not(IsEmpty()));
@@ -219,12 +221,12 @@ TEST_F(Files, thatVanishComeBack) {
 TEST_F(Files, thatCannotBeWrittenStopNothing) {
   VirtualMac mac(charged(90));
   mac.write(folder, "a file in place of the folder");
-  Life life(mac);
-  life.run(3600);
-  EXPECT_TRUE(life.alive());
+  DaemonProcess daemon(mac);
+  daemon.run(3600);
+  EXPECT_TRUE(daemon.alive());
   EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
-  life.signal(SIGTERM).run(1);
-  EXPECT_EQ(life.status(), 0);
+  daemon.signal(SIGTERM).run(1);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(mac.read(folder), "a file in place of the folder");
 }
 
@@ -232,8 +234,8 @@ TEST_F(Files, thatCannotBeWrittenStopNothing) {
 
 TEST_F(Files, keepALineEvery5MinutesWhileNothingChanges) {
   VirtualMac mac(charged(80));
-  Life life(mac);
-  life.run(6 * 3600);
+  DaemonProcess daemon(mac);
+  daemon.run(6 * 3600);
   const auto lines = linesOf(mac.read(historyFile("2026-03-01")));
   EXPECT_GE(lines.size(), 72U);
   for (std::size_t index = 1; index < lines.size(); ++index) {
@@ -244,12 +246,12 @@ TEST_F(Files, keepALineEvery5MinutesWhileNothingChanges) {
   }
 }
 
-TEST_F(Files, tellOfTheAdapterAtOnce) {
+TEST_F(Files, recordTheAdapterAtOnce) {
   VirtualMac mac(charged(80));
-  Life life(mac);
-  life.run(1);
+  DaemonProcess daemon(mac);
+  daemon.run(1);
   mac.unplug();
-  life.run(0.5);
+  daemon.run(0.5);
   const auto lines = linesOf(mac.read(historyFile("2026-03-01")));
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[1]["g"], false);
@@ -262,12 +264,12 @@ TEST_F(Files, ofTheHistoryChangeAtLocalMidnight) {
   VirtualMac mac(charged(80));
   mac.write(historyFile("2026-02-23"), "x");  // began a week before the next local day begins
   mac.settings(R"({"historyDays":7})");
-  Life life(mac);
-  life.run(2 * 3600 - 1);
+  DaemonProcess daemon(mac);
+  daemon.run(2 * 3600 - 1);
   EXPECT_TRUE(mac.exists(historyFile("2026-02-23")));
   EXPECT_TRUE(mac.exists(historyFile("2026-03-01")));
   EXPECT_FALSE(mac.exists(historyFile("2026-03-02")));
-  life.run(301);
+  daemon.run(301);
   const auto lines = linesOf(mac.read(historyFile("2026-03-02")));
   ASSERT_FALSE(lines.empty());
   EXPECT_GE(lines[0]["t"], 1772359200);
@@ -280,8 +282,8 @@ TEST_F(Files, tooOldGoAtTheStartAlsoWithTheHistorySwitchedOff) {
   mac.write(historyFile("2026-02-18"), "x");
   mac.write(historyFile("2026-02-19"), "x");
   mac.write(historyFile("2026-02-20"), "x");
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   EXPECT_FALSE(mac.exists(historyFile("2026-02-18")));
   EXPECT_FALSE(mac.exists(historyFile("2026-02-19")));  // began 10 days and 8 hours ago
   EXPECT_TRUE(mac.exists(historyFile("2026-02-20")));
@@ -299,18 +301,18 @@ TEST_F(Files, areKeptForAYearWithoutReadableSettings) {
     mac.write(historyFile("2025-02-28"), "x");
     mac.write(historyFile("2025-03-01"), "x");
     mac.write(historyFile("2025-03-02"), "x");
-    Life life(mac);
-    life.run(0);
+    DaemonProcess daemon(mac);
+    daemon.run(0);
     EXPECT_FALSE(mac.exists(historyFile("2025-03-01"))) << settings;
     EXPECT_TRUE(mac.exists(historyFile("2025-03-02"))) << settings;
   }
 }
 
-TEST_F(Files, arePrunedAgainByTheFirstSampleOfALife) {
+TEST_F(Files, arePrunedAgainByTheFirstSampleOfAProcess) {
   VirtualMac mac;
   mac.write(historyFile("2020-01-01") + "/inside", "x");  // stays, and is told of each time
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   EXPECT_THAT(mac.logLines(), Contains("history pruned: 2020-01-01.jsonl").Times(2));
 }
 
@@ -319,12 +321,12 @@ TEST_F(Files, giveTheSameBytesEachTime) {
   for (int time = 0; time < 2; ++time) {
     VirtualMac mac;
     mac.settings(R"({"discharge":true})");
-    Life life(mac);
-    life.run(3600);
+    DaemonProcess daemon(mac);
+    daemon.run(3600);
     mac.unplug();
-    life.run(3600);
+    daemon.run(3600);
     mac.plugIn();
-    life.run(20 * 3600).signal(SIGTERM).run(1);
+    daemon.run(20 * 3600).signal(SIGTERM).run(1);
     const std::string all = mac.read(statusPath) + mac.read(statsPath) + mac.read(historyFile("2026-03-01")) +
                             mac.read(historyFile("2026-03-02"));
     EXPECT_GT(all.size(), 5000U);

@@ -1,4 +1,4 @@
-// Whole lives of the daemon: start, run, end.
+// Whole processes of the daemon: start, run, end.
 
 #include <algorithm>
 #include <csignal>
@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using test::Writes;
 using ::testing::Contains;
@@ -46,9 +46,9 @@ std::string lineBeginning(const std::vector<std::string>& lines, const std::stri
 
 TEST(StartUp, logsItsBannerAndTheFirstTick) {
   VirtualMac mac;
-  Life life(mac);
-  life.run(0);
-  EXPECT_TRUE(life.alive());
+  DaemonProcess daemon(mac);
+  daemon.run(0);
+  EXPECT_TRUE(daemon.alive());
   ASSERT_THAT(mac.logLines(), SizeIs(3));
   EXPECT_EQ(mac.logLines()[0], std::string(banner) + "CHTE, discharge CHIE, LED OK" + historyText + "allow");
   EXPECT_EQ(mac.logLines()[1], "XPC listening on com.brisko.daemon.xpc");
@@ -61,7 +61,7 @@ TEST(StartUp, namesTheGateThatItFound) {
   options.cut = CutKind::none;
   options.magSafeLight = false;
   VirtualMac mac(options);
-  Life(mac).run(0);
+  DaemonProcess(mac).run(0);
   EXPECT_EQ(mac.logLines()[0],
             std::string(banner) + "bfD0/bfE0/bfF0, discharge off, LED off" + historyText + "allow");
 }
@@ -69,8 +69,8 @@ TEST(StartUp, namesTheGateThatItFound) {
 TEST(StartUp, namesTheConfigurationFromTheCommandLine) {
   VirtualMac mac;
   mac.write("/etc/brisko.json", "{\"limit\":65}");
-  Life life(mac, {"--config", "/etc/brisko.json"});
-  life.run(0);
+  DaemonProcess daemon(mac, {"--config", "/etc/brisko.json"});
+  daemon.run(0);
   EXPECT_THAT(mac.logLines()[0], HasSubstr("config /etc/brisko.json. charging via"));
   EXPECT_THAT(mac.logLines().back(), StartsWith("cap 65%"));
 }
@@ -78,38 +78,38 @@ TEST(StartUp, namesTheConfigurationFromTheCommandLine) {
 TEST(StartUp, endsWithStatus1WithoutTheController) {
   VirtualMac mac;
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent));
-  Life life(mac);
-  life.run(1);
-  EXPECT_EQ(life.status(), 1);
-  EXPECT_EQ(life.errors(), "⛔️ Could not open AppleSMC.\n");
-  EXPECT_EQ(life.output(), "");
+  DaemonProcess daemon(mac);
+  daemon.run(1);
+  EXPECT_EQ(daemon.status(), 1);
+  EXPECT_EQ(daemon.errors(), "⛔️ Could not open AppleSMC.\n");
+  EXPECT_EQ(daemon.output(), "");
 }
 
 TEST(StartUp, endsWithStatus1WithoutRoot) {
   VirtualMac mac;
   mac.number(ChangeKind::userId, 501);
-  Life life(mac);
-  life.run(1);
-  EXPECT_EQ(life.status(), 1);
-  EXPECT_EQ(life.errors(), "⛔️ brisko-daemon has to run as root (sudo).\n");
+  DaemonProcess daemon(mac);
+  daemon.run(1);
+  EXPECT_EQ(daemon.status(), 1);
+  EXPECT_EQ(daemon.errors(), "⛔️ brisko-daemon has to run as root (sudo).\n");
   EXPECT_EQ(mac.machine().smc.exchanges, 0U);
-  EXPECT_EQ(mac.machine().system.lives, 0U);
+  EXPECT_EQ(mac.machine().system.processes, 0U);
 }
 
 TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
   MachineOptions options;
   options.gate = GateKind::none;
   VirtualMac mac(options);
-  Life life(mac);
-  life.run(1);
-  EXPECT_EQ(life.status(), 2);
+  DaemonProcess daemon(mac);
+  daemon.run(1);
+  EXPECT_EQ(daemon.status(), 2);
   EXPECT_EQ(
-      life.errors(),
+      daemon.errors(),
       "⛔️ Brisko couldn’t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
       "an M1 "
       "or newer. [no known charge-control key (looked for CHTE, CH0B+CH0C, bfF0/bfD0/bfE0)]\n");
   EXPECT_THAT(mac.writes(), IsEmpty());
-  EXPECT_EQ(life.output(), "");
+  EXPECT_EQ(daemon.output(), "");
   EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
 }
 
@@ -119,9 +119,9 @@ TEST(StartUp, observesWhereMacOSClosedTheKeys) {
   options.chargeLimit = false;
   options.percent = 90;
   VirtualMac mac(options);
-  Life life(mac);
-  life.run(600);
-  EXPECT_TRUE(life.alive());
+  DaemonProcess daemon(mac);
+  daemon.run(600);
+  EXPECT_TRUE(daemon.alive());
   EXPECT_THAT(
       mac.logLines(),
       ElementsAre(
@@ -130,36 +130,36 @@ TEST(StartUp, observesWhereMacOSClosedTheKeys) {
               historyText + "allow",
           "XPC listening on com.brisko.daemon.xpc"));
   EXPECT_THAT(mac.writes(), IsEmpty());
-  life.signal(SIGTERM).run(1);
-  EXPECT_EQ(life.status(), 0);
+  daemon.signal(SIGTERM).run(1);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
 TEST(StartUp, makesTheHistoryFolderReadableForTheApp) {
   VirtualMac mac;
   const mode_t before = ::umask(077);
-  Life(mac).run(0);
+  DaemonProcess(mac).run(0);
   ::umask(before);
   struct stat found {};
   ASSERT_EQ(::stat(mac.path("/Library/Application Support/Brisko/history").c_str(), &found), 0);
   EXPECT_EQ(found.st_mode & 07777U, 0755U);
 }
 
-TEST(StartUp, goesOnWithoutAHistoryFolder) {
+TEST(StartUp, continuesWithoutAHistoryFolder) {
   VirtualMac mac;
   mac.write("/Library/Application Support/Brisko/history", "a file in its place");
-  Life life(mac);
-  life.run(60);
-  EXPECT_TRUE(life.alive());
+  DaemonProcess daemon(mac);
+  daemon.run(60);
+  EXPECT_TRUE(daemon.alive());
   EXPECT_EQ(mac.read("/Library/Application Support/Brisko/history"), "a file in its place");
 }
 
-TEST(StartUp, repairsTheLogPermissionsAndSaysSo) {
+TEST(StartUp, repairsTheLogPermissionsAndReportsIt) {
   VirtualMac mac;
   mac.write("/Library/Logs/Brisko/daemon.err.log", "");
   ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko").c_str(), 0700), 0);
   ASSERT_EQ(::chmod(mac.path("/Library/Logs/Brisko/daemon.err.log").c_str(), 0600), 0);
-  Life(mac).run(0);
+  DaemonProcess(mac).run(0);
   ASSERT_THAT(mac.logLines(), SizeIs(5));
   EXPECT_THAT(mac.logLines()[0], StartsWith(banner));
   EXPECT_EQ(mac.logLines()[1], "log permissions repaired: /Library/Logs/Brisko 700 → 755");
@@ -179,7 +179,7 @@ TEST(StartUp, takesItsStateFromTheHardware) {
     mac.settings("{\"discharge\":true}");
     mac.keyBytes("CHTE", {1, 0, 0, 0});
     mac.keyBytes(found.key, found.bytes);
-    Life(mac).run(0);
+    DaemonProcess(mac).run(0);
     EXPECT_THAT(mac.logLines()[0], EndsWith(std::string("state=") + found.state));
   }
 }
@@ -189,7 +189,7 @@ TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
   options.percent = 80;
   VirtualMac mac(options);
   mac.keyBytes("CHTE", {1, 0, 0, 0});
-  Life(mac).run(60);
+  DaemonProcess(mac).run(60);
   EXPECT_THAT(mac.logLines()[0], EndsWith("state=hold"));
   EXPECT_THAT(mac.logLines(), Each(Not(HasSubstr("→ state"))));
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03"));  // no charge key
@@ -200,21 +200,21 @@ TEST(StartUp, abortsOnALimitThatIsNoNumberOfOurs) {
     VirtualMac mac;
     mac.settings(std::string("{\"limit\":") + limit + "}");
     mac.keyBytes("CHTE", {1, 0, 0, 0});
-    Life life(mac);
-    life.run(60);
-    EXPECT_EQ(life.endSignal(), SIGABRT) << limit;
+    DaemonProcess daemon(mac);
+    daemon.run(60);
+    EXPECT_EQ(daemon.endSignal(), SIGABRT) << limit;
     EXPECT_THAT(mac.writes(), IsEmpty()) << limit;  // nothing is given back: no hook runs
   }
 }
 
 TEST(Running, ticksEvery12Seconds) {
   VirtualMac mac;
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   mac.settings("{\"limit\":60}");
-  life.run(11.9);
+  daemon.run(11.9);
   EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "");
-  life.run(0.2);
+  daemon.run(0.2);
   EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "→ state: hold");
 }
 
@@ -222,38 +222,38 @@ TEST(Running, ticksAtOnceWhenTheAdapterIsPulledOrPlugged) {
   MachineOptions options;
   options.percent = 90;
   VirtualMac mac(options);
-  Life life(mac);
-  life.run(1);
+  DaemonProcess daemon(mac);
+  daemon.run(1);
   mac.unplug();
-  life.run(0.5);
+  daemon.run(0.5);
   EXPECT_THAT(mac.logLines().back(), HasSubstr("  battery  state=allow  LED=system"));
   mac.plugIn();
-  life.run(0.5);
+  daemon.run(0.5);
   EXPECT_THAT(mac.logLines().back(), HasSubstr("  ac  state=hold  LED=green"));
 }
 
 TEST(Running, chargesToTheLimitAndHoldsThere) {
   VirtualMac mac;
-  Life life(mac);
-  life.run(2 * 3600);
+  DaemonProcess daemon(mac);
+  daemon.run(2 * 3600);
   EXPECT_NEAR(virtual_mac::level(mac.machine()), 80, 0.6);
   EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
-  life.run(24 * 3600);
+  daemon.run(24 * 3600);
   EXPECT_NEAR(virtual_mac::level(mac.machine()), 80, 0.6);
 }
 
 TEST(Running, keepsTheBandThroughAWeekOfWork) {
   VirtualMac mac;
   mac.number(ChangeKind::load, 6);
-  Life life(mac);
-  life.run(3 * 3600);
+  DaemonProcess daemon(mac);
+  daemon.run(3 * 3600);
   for (int hour = 0; hour < 7 * 24; ++hour) {
     // A short way without the adapter, and back at the desk.
     mac.unplug();
-    life.run(300);
+    daemon.run(300);
     EXPECT_GE(virtual_mac::level(mac.machine()), 73);
     mac.plugIn();
-    life.run(3300);
+    daemon.run(3300);
     EXPECT_LE(virtual_mac::level(mac.machine()), 82);
   }
   // The way down ends at the floor, and from there it goes up to the limit once.
@@ -272,13 +272,13 @@ TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
     options.percent = 90;
     VirtualMac mac(options);
     mac.settings("{\"discharge\":true}");
-    Life life(mac);
-    life.run(30);
+    DaemonProcess daemon(mac);
+    daemon.run(30);
     ASSERT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{8}));
     mac.keyBytes("ACLC", {3});
     mac.forgetJournal();
-    life.signal(number).run(1);
-    EXPECT_EQ(life.status(), 0);
+    daemon.signal(number).run(1);
+    EXPECT_EQ(daemon.status(), 0);
     EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
     EXPECT_EQ(mac.logLines().back(),
               "Signal " + std::to_string(number) + ": charging, adapter and LED restored, exiting.");
@@ -286,16 +286,16 @@ TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
   }
 }
 
-TEST(Ending, goesOnPastARefusedWrite) {
+TEST(Ending, continuesPastARefusedWrite) {
   MachineOptions options;
   options.percent = 90;
   VirtualMac mac(options);
-  Life life(mac);
-  life.run(30);
+  DaemonProcess daemon(mac);
+  daemon.run(30);
   mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("CHTE", OnWrite::kernelError, 0xE00002D8);
   mac.forgetJournal();
-  life.signal(SIGTERM).run(1);
-  EXPECT_EQ(life.status(), 0);
+  daemon.signal(SIGTERM).run(1);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00!", "CHTE=00000000!", "ACLC=00"}));
 }
 
@@ -303,8 +303,8 @@ TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
   MachineOptions options;
   options.magSafeLight = false;
   VirtualMac mac(options);
-  Life life(mac);
-  life.run(30).signal(SIGTERM).run(1);
+  DaemonProcess daemon(mac);
+  daemon.run(30).signal(SIGTERM).run(1);
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000"}));
 }
 
@@ -312,9 +312,9 @@ TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {
   VirtualMac mac;
   // While the keys are being looked for the signal still has its default effect.
   mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
-  Life life(mac);
-  life.run(60);
-  EXPECT_EQ(life.endSignal(), SIGTERM);
+  DaemonProcess daemon(mac);
+  daemon.run(60);
+  EXPECT_EQ(daemon.endSignal(), SIGTERM);
   EXPECT_THAT(mac.logLines(), IsEmpty());
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
@@ -328,37 +328,37 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
     VirtualMac mac(options);
     mac.settings("{\"discharge\":true}");
     mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = exchange});
-    Life life(mac);
-    life.run(600);
-    ASSERT_FALSE(life.alive()) << exchange;
-    if (life.endSignal()) {
+    DaemonProcess daemon(mac);
+    daemon.run(600);
+    ASSERT_FALSE(daemon.alive()) << exchange;
+    if (daemon.endSignal()) {
       // Still before the handler stood.
-      EXPECT_EQ(life.endSignal(), SIGTERM);
+      EXPECT_EQ(daemon.endSignal(), SIGTERM);
       EXPECT_THAT(mac.writes(), IsEmpty()) << exchange;
       continue;
     }
-    EXPECT_EQ(life.status(), 0) << exchange;
+    EXPECT_EQ(daemon.status(), 0) << exchange;
     EXPECT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{0})) << exchange;
     EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0})) << exchange;
     EXPECT_EQ(mac.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.") << exchange;
   }
 }
 
-TEST(Ending, byKillLeavesTheKeysAndTheNextLifeTakesThemUp) {
+TEST(Ending, byKillLeavesTheKeysAndTheNextProcessTakesThemUp) {
   MachineOptions options;
   options.percent = 80;
   VirtualMac mac(options);
   {
-    Life life(mac);
-    life.run(30);
-    life.kill();
-    EXPECT_EQ(life.endSignal(), SIGKILL);
+    DaemonProcess daemon(mac);
+    daemon.run(30);
+    daemon.kill();
+    EXPECT_EQ(daemon.endSignal(), SIGKILL);
   }
   EXPECT_EQ(mac.key("CHTE"), (std::vector<std::uint8_t>{1, 0, 0, 0}));
   mac.pass(3600);
   const std::size_t lines = mac.logLines().size();
-  Life life(mac);
-  life.run(30);
+  DaemonProcess daemon(mac);
+  daemon.run(30);
   const auto all = mac.logLines();
   const std::vector<std::string> second(all.begin() + static_cast<std::ptrdiff_t>(lines), all.end());
   EXPECT_THAT(second[0], EndsWith("state=hold"));

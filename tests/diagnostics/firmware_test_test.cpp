@@ -6,13 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using test::Writes;
 using ::testing::ElementsAre;
@@ -33,10 +33,10 @@ struct Outcome {
 };
 
 Outcome run(VirtualMac& mac, double seconds = 0) {
-  Life life(mac, {"--fwtest"});
-  life.run(seconds);
-  EXPECT_EQ(life.errors(), "");
-  return {life.status(), life.output()};
+  DaemonProcess daemon(mac, {"--fwtest"});
+  daemon.run(seconds);
+  EXPECT_EQ(daemon.errors(), "");
+  return {daemon.status(), daemon.output()};
 }
 
 std::ptrdiff_t linesOf(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
@@ -71,26 +71,26 @@ TEST_F(FirmwareTest, armsShowsAndDisarms) {
 }
 
 TEST_F(FirmwareTest, keepsItsSeconds) {
-  Life life(mac, {"--fwtest"});
-  life.run(0);
+  DaemonProcess daemon(mac, {"--fwtest"});
+  daemon.run(0);
   const std::string header =
       "firmware mode detected (bfD0/bfE0/bfF0). battery 57%.\n"
       "arming band 37–42% via ChargeGate.setCharging for 15 s…\n";
-  EXPECT_EQ(life.output(), header);
+  EXPECT_EQ(daemon.output(), header);
   EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=2a000000", "bfE0=25000000", "bfF0=02"));
   for (int sample = 1; sample <= 5; ++sample) {
-    life.run(2.9);
-    EXPECT_EQ(linesOf(life.output()), 1 + sample);
-    life.run(0.1);
-    EXPECT_EQ(linesOf(life.output()), 2 + sample);
+    daemon.run(2.9);
+    EXPECT_EQ(linesOf(daemon.output()), 1 + sample);
+    daemon.run(0.1);
+    EXPECT_EQ(linesOf(daemon.output()), 2 + sample);
   }
   EXPECT_EQ(mac.writes().back(), "bfF0=00");
   EXPECT_EQ(mac.writes().size(), 5U);
-  life.run(2.9);
-  EXPECT_TRUE(life.alive());
-  life.run(0.1);
-  EXPECT_FALSE(life.alive());
-  EXPECT_EQ(life.status(), 0);
+  daemon.run(2.9);
+  EXPECT_TRUE(daemon.alive());
+  daemon.run(0.1);
+  EXPECT_FALSE(daemon.alive());
+  EXPECT_EQ(daemon.status(), 0);
 }
 
 TEST(FirmwareTestBand, liesFifteenAndTwentyPointsBelowTheChargeAndNotBelowTwenty) {
@@ -147,16 +147,16 @@ TEST_F(FirmwareTest, showsWhenTheBandIsNotTaken) {
 // A band left behind would keep the battery from charging.
 TEST_F(FirmwareTest, disarmsBeforeASignalEndsIt) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-    Life life(mac, {"--fwtest"});
-    life.run(4);
-    life.signal(number);
-    life.run(1);
-    EXPECT_TRUE(life.alive());
+    DaemonProcess daemon(mac, {"--fwtest"});
+    daemon.run(4);
+    daemon.signal(number);
+    daemon.run(1);
+    EXPECT_TRUE(daemon.alive());
     EXPECT_EQ(mac.key("bfF0"), (std::vector<std::uint8_t>{2}));
-    life.run(wholeTest);
-    EXPECT_EQ(life.endSignal(), number);
+    daemon.run(wholeTest);
+    EXPECT_EQ(daemon.endSignal(), number);
     EXPECT_EQ(mac.key("bfF0"), (std::vector<std::uint8_t>{0}));
-    EXPECT_THAT(life.output(), HasSubstr("\ndisarmed. B0AC="));
+    EXPECT_THAT(daemon.output(), HasSubstr("\ndisarmed. B0AC="));
   }
 }
 
@@ -180,7 +180,7 @@ TEST(FirmwareTestElsewhere, hasNothingToTest) {
   }
 }
 
-TEST(FirmwareTestElsewhere, tellsInDetailThatThereIsNoGate) {
+TEST(FirmwareTestElsewhere, reportsInDetailThatThereIsNoGate) {
   MachineOptions options;
   options.gate = GateKind::none;
   VirtualMac mac(options);
@@ -199,7 +199,7 @@ TEST(FirmwareTestElsewhere, tellsInDetailThatThereIsNoGate) {
             "(kIOReturnNotPrivileged) even for root — not probed, see SystemLock\n");
 }
 
-TEST_F(FirmwareTest, saysOnStandardOutputThatThereIsNoController) {
+TEST_F(FirmwareTest, reportsOnStandardOutputThatThereIsNoController) {
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::refusesToOpen));
   const Outcome outcome = run(mac);
   EXPECT_EQ(outcome.status, 1);

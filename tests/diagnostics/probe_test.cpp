@@ -5,14 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/record_schemas.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -22,12 +22,12 @@ using virtual_mac::GateKind;
 using virtual_mac::MachineOptions;
 using virtual_mac::PropertyFault;
 
-// What a life with these arguments prints before it comes to a wait; its status comes after it.
+// What a process with these arguments prints before it comes to a wait; its status comes after it.
 std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) {
-  Life life(mac, arguments);
-  life.run(0);
-  EXPECT_EQ(life.errors(), "");
-  return life.output() + std::to_string(life.status().value_or(-1));
+  DaemonProcess daemon(mac, arguments);
+  daemon.run(0);
+  EXPECT_EQ(daemon.errors(), "");
+  return daemon.output() + std::to_string(daemon.status().value_or(-1));
 }
 std::string text(VirtualMac& mac) { return outcome(mac, {"--probe"}); }
 std::string object(VirtualMac& mac) {
@@ -54,7 +54,7 @@ MachineOptions closed(bool chargeLimit) {
   return options;
 }
 
-TEST(Probe, tellsOfTheOneKey) {
+TEST(Probe, reportsTheOneKey) {
   VirtualMac mac;
   EXPECT_EQ(text(mac),
             "charging   : CHTE\n"
@@ -66,7 +66,7 @@ TEST(Probe, tellsOfTheOneKey) {
   EXPECT_EQ(object(mac), R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true}0)");
 }
 
-TEST(Probe, tellsOfThePairWithoutALight) {
+TEST(Probe, reportsThePairWithoutALight) {
   VirtualMac mac(with(GateKind::ch0b0c, CutKind::ch0i, false));
   EXPECT_EQ(text(mac),
             "charging   : CH0B+CH0C\n"
@@ -78,7 +78,7 @@ TEST(Probe, tellsOfThePairWithoutALight) {
   EXPECT_EQ(object(mac), R"({"discharge":"CH0I","led":false,"mode":"CH0B+CH0C","supported":true}0)");
 }
 
-TEST(Probe, tellsOfTheFirmwareBand) {
+TEST(Probe, reportsTheFirmwareBand) {
   VirtualMac mac(with(GateKind::firmwareBand, CutKind::ch0j));
   EXPECT_EQ(text(mac),
             "charging   : bfD0/bfE0/bfF0\n"
@@ -90,7 +90,7 @@ TEST(Probe, tellsOfTheFirmwareBand) {
   EXPECT_EQ(object(mac), R"({"discharge":"CH0J","led":true,"mode":"bfD0/bfE0/bfF0","supported":true}0)");
 }
 
-TEST(Probe, tellsThatTheAdapterCannotBeCut) {
+TEST(Probe, reportsThatTheAdapterCannotBeCut) {
   VirtualMac mac(with(GateKind::chte, CutKind::none));
   EXPECT_EQ(text(mac),
             "charging   : CHTE\n"
@@ -102,7 +102,7 @@ TEST(Probe, tellsThatTheAdapterCannotBeCut) {
   EXPECT_EQ(object(mac), R"({"led":true,"mode":"CHTE","supported":true}0)");
 }
 
-TEST(Probe, tellsOfTheLimitOfMacOS) {
+TEST(Probe, reportsTheLimitOfMacOS) {
   VirtualMac mac(closed(true));
   EXPECT_EQ(text(mac),
             "charging   : macOS\n"
@@ -121,7 +121,7 @@ constexpr const char* lockedObject =
     R"(for root — not probed, see SystemLock","message":"macOS 27 changed the way charging is controlled; )"
     R"(Brisko can’t hold a limit on this version yet.","reason":"system-locked","supported":false}0)";
 
-TEST(Probe, tellsOfClosedKeys) {
+TEST(Probe, reportsClosedKeys) {
   VirtualMac mac(closed(false));
   EXPECT_EQ(text(mac), std::string("no usable charge control.\n") + lockedMessage + "\n0");
   EXPECT_EQ(object(mac), lockedObject);
@@ -143,7 +143,7 @@ TEST(Probe, waitsForNothingRightAfterBoot) {
   EXPECT_EQ(object(mac), lockedObject);
 }
 
-TEST(Probe, tellsThatThereIsNoKnownKey) {
+TEST(Probe, reportsThatThereIsNoKnownKey) {
   VirtualMac mac(with(GateKind::none, CutKind::chie));
   EXPECT_EQ(
       text(mac),
@@ -157,7 +157,7 @@ TEST(Probe, tellsThatThereIsNoKnownKey) {
             R"(Silicon Mac, an M1 or newer.","reason":"none","supported":false}0)");
 }
 
-TEST(Probe, saysOnStandardOutputThatThereIsNoController) {
+TEST(Probe, reportsOnStandardOutputThatThereIsNoController) {
   VirtualMac mac;
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent));
   EXPECT_EQ(text(mac), "Could not open AppleSMC.\n1");

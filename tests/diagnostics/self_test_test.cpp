@@ -11,16 +11,16 @@
 #include "platform/host.h"
 #include "state/charge_state_record.h"
 #include "support/child.h"
+#include "support/daemon_process.h"
 #include "support/files.h"
-#include "support/life.h"
 #include "support/scratch_folder.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
+using test::DaemonProcess;
 using test::inChild;
-using test::Life;
 using test::ScratchFolder;
 using test::tell;
 using test::VirtualMac;
@@ -34,10 +34,10 @@ class SelfTest : public ::testing::Test {
 
   // What the run leaves on its standard output; its status comes after it.
   [[nodiscard]] std::string outcome() {
-    Life life(mac, {"--selftest"});
-    life.run(0);
-    EXPECT_EQ(life.errors(), "");
-    return life.output() + std::to_string(life.status().value_or(-1));
+    DaemonProcess daemon(mac, {"--selftest"});
+    daemon.run(0);
+    EXPECT_EQ(daemon.errors(), "");
+    return daemon.output() + std::to_string(daemon.status().value_or(-1));
   }
   [[nodiscard]] std::string temporaryPath(const std::string& end) const {
     return temporary.path("brisko-selftest-" + end);
@@ -117,7 +117,7 @@ TEST_F(SelfTest, followsNoLinkThatSomebodyLaidInItsWay) {
   EXPECT_FALSE(test::exists(others.path("daemon.log.1")));
 }
 
-TEST_F(SelfTest, saysWhatItCouldNotCheckWithoutATemporaryFolder) {
+TEST_F(SelfTest, reportsWhatItCouldNotCheckWithoutATemporaryFolder) {
   ::setenv("TMPDIR", temporary.path("missing").c_str(), 1);
   EXPECT_EQ(outcome(),
             "✗ 3 erreur(s) sur 199 vérifications :\n"

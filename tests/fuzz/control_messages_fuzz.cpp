@@ -55,7 +55,7 @@ void tryReply(std::string_view line) {
 }  // namespace brisko
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size > brisko::virtual_mac::longestControlLine) return 0;  // hung up on before it is looked at
+  if (size > brisko::virtual_mac::longestControlLine) return 0;  // disconnected before it is looked at
   const std::string_view line(reinterpret_cast<const char*>(data), size);
   brisko::tryClient(line);
   brisko::tryRequest(line);

@@ -1,4 +1,4 @@
-// Any dump makes a machine that can be believed and goes on living, or a reason why not.
+// Any dump makes a machine that can be believed and continues living, or a reason why not.
 #include <cmath>
 
 #include "fuzz/require.h"

@@ -6,20 +6,20 @@
 namespace brisko::lab {
 namespace {
 
-constexpr const char* file = "nowhere/story.json";
+constexpr const char* file = "nowhere/scenario.json";
 
 void tryText(std::string_view text) {
-  Complaints complaints(file);
-  const auto scenario = readScenario(text, complaints);
-  require(scenario.has_value() == complaints.none());
-  for (const std::string& complaint : complaints.texts()) require(complaint.starts_with(file));
+  Diagnostics diagnostics(file);
+  const auto scenario = readScenario(text, diagnostics);
+  require(scenario.has_value() == diagnostics.none());
+  for (const std::string& diagnostic : diagnostics.texts()) require(diagnostic.starts_with(file));
 
-  Complaints again(file);
+  Diagnostics again(file);
   const auto same = readScenario(text, again);
-  require(again.texts() == complaints.texts());
+  require(again.texts() == diagnostics.texts());
   require(same.has_value() == scenario.has_value());
   if (!scenario) return;
-  require(!scenario->story.empty() && !scenario->steps.empty());
+  require(!scenario->description.empty() && !scenario->steps.empty());
   require(same->steps.size() == scenario->steps.size() && same->end.size() == scenario->end.size());
   for (const Step& step : scenario->steps) {
     require(step.place.starts_with("/timeline/"));

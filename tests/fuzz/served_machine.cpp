@@ -38,7 +38,7 @@ bool addPowerSourceNotification(std::function<void()>) { return true; }
 namespace virtual_mac {
 
 bool powerSourceChanged(const Machine&) { return false; }
-void tellPowerSourceChange() {}
+void notifyPowerSourceChange() {}
 
 }  // namespace virtual_mac
 

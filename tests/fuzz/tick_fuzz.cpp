@@ -89,9 +89,9 @@ Keys healthyKeys() {
   return keys;
 }
 
-class Life {
+class DaemonRun {
  public:
-  Life(Volume& volume, Bytes& bytes) : volume_(volume), bytes_(bytes) {}
+  DaemonRun(Volume& volume, Bytes& bytes) : volume_(volume), bytes_(bytes) {}
 
   void live() {
     prepareFiles();
@@ -279,6 +279,6 @@ class Life {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static brisko::Volume volume;
   brisko::Bytes bytes(data, size);
-  brisko::Life(volume, bytes).live();
+  brisko::DaemonRun(volume, bytes).live();
   return 0;
 }

@@ -16,7 +16,7 @@
 
 namespace brisko {
 
-Volume::Volume() : root_(lives::makeScratchFolder("brisko-fuzz")) {
+Volume::Volume() : root_(sim::makeScratchFolder("brisko-fuzz")) {
   const virtual_mac::Model& model = virtual_mac::models().front();
   store_ = virtual_mac::MachineStore::inMemory(virtual_mac::makeMachine(model, {}));
   store_->setVolumeRoot(root_);

@@ -6,7 +6,7 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
-#include "sim/machine/change_words.h"
+#include "sim/machine/change_arguments.h"
 #include "sim/machine/faults.h"
 #include "sim/machine/models.h"
 #include "sim/scenario/timing.h"

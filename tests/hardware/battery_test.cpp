@@ -213,7 +213,7 @@ TEST_F(Sensors, needFourBytesOfTemperature) {
   EXPECT_FALSE(readTemp());
 }
 
-TEST_F(Sensors, sayWhetherTheBatteryCharges) {
+TEST_F(Sensors, reportWhetherTheBatteryCharges) {
   mac.charge(50);
   mac.pass(120);
   EXPECT_EQ(chargingNow(), true);

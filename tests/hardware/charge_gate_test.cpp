@@ -157,14 +157,14 @@ TEST(DetectionOfTheLimit, findsItAtTheFirstQuestionWithoutAPauseAndWithoutAKey) 
   EXPECT_EQ(mac.machine().smc.exchanges, before);
 }
 
-TEST(DetectionOfTheLimit, asksOnceWithoutPatience) {
+TEST(DetectionOfTheLimit, asksOnceWithoutWaiting) {
   const Detected detected = detectWithLimit(10, false, never);
   EXPECT_EQ(detected.result, locked);
   EXPECT_EQ(detected.questions, 1U);
   EXPECT_EQ(detected.seconds, 0);
 }
 
-TEST(DetectionOfTheLimit, findsItWithoutPatienceToo) {
+TEST(DetectionOfTheLimit, findsItWithoutWaitingToo) {
   EXPECT_EQ(detectWithLimit(10, false, 0).result, limitGate);
 }
 
@@ -401,28 +401,28 @@ Asking ask(double uptime, bool patient, int usableAt = 0) {
   return asking;
 }
 
-TEST(Patience, needsNoPauseWhenTheFirstAnswerIsYes) {
+TEST(Backoff, needsNoPauseWhenTheFirstAnswerIsYes) {
   const Asking asking = ask(10, true, 1);
   EXPECT_TRUE(asking.usable);
   EXPECT_EQ(asking.questions, 1);
   EXPECT_EQ(asking.seconds, 0);
 }
 
-TEST(Patience, asksOnceWithoutIt) {
+TEST(Backoff, asksOnceWithoutIt) {
   const Asking asking = ask(10, false);
   EXPECT_FALSE(asking.usable);
   EXPECT_EQ(asking.questions, 1);
   EXPECT_EQ(asking.seconds, 0);
 }
 
-TEST(Patience, asks21TimesInAMinuteRightAfterBoot) {
+TEST(Backoff, asks21TimesInAMinuteRightAfterBoot) {
   const Asking asking = ask(299, true);
   EXPECT_FALSE(asking.usable);
   EXPECT_EQ(asking.questions, 21);
   EXPECT_EQ(asking.seconds, 60);
 }
 
-TEST(Patience, asksThreeTimesIn2SecondsLater) {
+TEST(Backoff, asksThreeTimesIn2SecondsLater) {
   for (const double uptime : {300.0, 1000.0}) {
     const Asking asking = ask(uptime, true);
     EXPECT_FALSE(asking.usable);
@@ -431,14 +431,14 @@ TEST(Patience, asksThreeTimesIn2SecondsLater) {
   }
 }
 
-TEST(Patience, endsWithTheFirstYes) {
+TEST(Backoff, endsWithTheFirstYes) {
   const Asking asking = ask(20, true, 5);
   EXPECT_TRUE(asking.usable);
   EXPECT_EQ(asking.questions, 5);
   EXPECT_EQ(asking.seconds, 12);
 }
 
-TEST(Patience, takesTheLastAnswerToo) {
+TEST(Backoff, takesTheLastAnswerToo) {
   EXPECT_TRUE(ask(20, true, 21).usable);
   EXPECT_TRUE(ask(2000, true, 3).usable);
 }
@@ -450,7 +450,7 @@ TEST_F(ChteMac, undoesALeftoverCut) {
   EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
 }
 
-TEST_F(ChteMac, saysWhenALeftoverCutCanNotBeUndone) {
+TEST_F(ChteMac, reportsWhenALeftoverCutCanNotBeUndone) {
   mac.keyBytes("CHIE", {8});
   mac.keyOnWrite("CHIE", OnWrite::refuse);
   EXPECT_THAT(clearLeftoverAdapterCut(),

@@ -66,7 +66,7 @@ TEST_F(Applying, withoutAGateNothingHappens) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Applying, goesOnWhateverBecomesOfAWrite) {
+TEST_F(Applying, continuesWhateverBecomesOfAWrite) {
   mac.keyOnWrite("CHTE", OnWrite::refuse).keyOnWrite("CHIE", OnWrite::refuse);
   applyState(ChargeState::discharge);
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000!", "CHIE=08!"));

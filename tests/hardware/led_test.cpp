@@ -114,7 +114,7 @@ TEST_F(Light, isLeftAloneWhenItIsRightAlready) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsSaidOnce) {
+TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsLoggedOnce) {
   setLED(LED_GREEN);
   systemTakesTheLight();
   setLED(LED_GREEN);
@@ -125,7 +125,7 @@ TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsSaidOnce) {
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=03", "ACLC=03"));
 }
 
-TEST_F(Light, takenAgainAfterItWasFoundRightIsSaidAgain) {
+TEST_F(Light, takenAgainAfterItWasFoundRightIsLoggedAgain) {
   setLED(LED_ORANGE);
   systemTakesTheLight();
   setLED(LED_ORANGE);
@@ -135,7 +135,7 @@ TEST_F(Light, takenAgainAfterItWasFoundRightIsSaidAgain) {
   EXPECT_THAT(newLines(), ElementsAre(orangeTakenBack, orangeTakenBack));
 }
 
-TEST_F(Light, takenAfterItWasOnlyFoundRightIsSaidToo) {
+TEST_F(Light, takenAfterItWasOnlyFoundRightIsLoggedToo) {
   mac.keyBytes("ACLC", {3});
   setLED(LED_GREEN);
   systemTakesTheLight();
@@ -258,7 +258,7 @@ TEST_F(Light, neverChangesPhaseSoonerThanAfterThreeTenths) {
   EXPECT_THAT(times(), ElementsAre(0.0, 0.3125));
 }
 
-TEST_F(Light, stopsBlinkingAtOnceAndGoesOnWithTheOtherPhaseLater) {
+TEST_F(Light, stopsBlinkingAtOnceAndContinuesWithTheOtherPhaseLater) {
   blink(0.5);
   run(1.25);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=01"));
@@ -304,7 +304,7 @@ TEST_F(Light, takenWhileItBlinksIsNotRemarkedUpon) {
   EXPECT_GE(mac.writes().size(), 9U);
 }
 
-TEST_F(Light, standsStillUntilAClockThatWasSetBackHasCaughtUp) {
+TEST_F(Light, isPausedUntilAClockThatWasSetBackHasCaughtUp) {
   blink(2);
   run(1);
   mac.number(ChangeKind::clockStep, -100);

@@ -54,14 +54,14 @@ class SmartCharge : public ::testing::Test {
 
 // -- The four calls
 
-TEST_F(SmartCharge, isSupportedOnceTheServiceSaysSo) {
+TEST_F(SmartCharge, isSupportedOnceTheServiceReportsIt) {
   say(ChangeKind::limitSupportedAfter, 7200);
   EXPECT_EQ(CKMCLSupported(), 0);
   mac.pass(3600);
   EXPECT_EQ(CKMCLSupported(), 1);
 }
 
-TEST_F(SmartCharge, tellsOnFromOff) {
+TEST_F(SmartCharge, distinguishesOnFromOff) {
   EXPECT_EQ(CKMCLEnabled(), 0);
   slider(85);
   EXPECT_EQ(CKMCLEnabled(), 1);
@@ -69,7 +69,7 @@ TEST_F(SmartCharge, tellsOnFromOff) {
   EXPECT_EQ(CKMCLEnabled(), 0);
 }
 
-TEST_F(SmartCharge, tellsAnErrorFromOff) {
+TEST_F(SmartCharge, distinguishesAnErrorFromOff) {
   say(ChangeKind::limitEnabledFails, 1);
   EXPECT_EQ(CKMCLEnabled(), -1);
   slider(85);
@@ -78,14 +78,14 @@ TEST_F(SmartCharge, tellsAnErrorFromOff) {
   EXPECT_EQ(CKMCLEnabled(), 1);
 }
 
-TEST_F(SmartCharge, tellsTheLimit) {
+TEST_F(SmartCharge, reportsTheLimit) {
   slider(85);
   EXPECT_EQ(CKMCLLimit(), 85);
   ASSERT_TRUE(NativeLimit::write(62, false));
   EXPECT_EQ(CKMCLLimit(), 62);
 }
 
-TEST_F(SmartCharge, tellsAnErrorFromALimit) {
+TEST_F(SmartCharge, distinguishesAnErrorFromALimit) {
   slider(85);
   say(ChangeKind::limitValueFails, 1);
   EXPECT_EQ(CKMCLLimit(), -1);
@@ -218,7 +218,7 @@ TEST_F(SmartCharge, setsEightyFirstWhenPrimedEvenWhereTheFeatureIsOn) {
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, goesOnWhenEightyIsRefused) {
+TEST_F(SmartCharge, continuesWhenEightyIsRefused) {
   answer(LimitAnswer::no);
   EXPECT_TRUE(NativeLimit::write(75, true));
   EXPECT_EQ(mac.writes(), after("limit set 80!", preferencesAt("75")));
@@ -287,7 +287,7 @@ TEST_F(SmartCharge, knowsUntilWhenAFullChargeIsWanted) {
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), platform::wallNow() + 930);
 }
 
-TEST_F(SmartCharge, alsoTellsOfAFullChargeThatIsOver) {
+TEST_F(SmartCharge, alsoReportsAFullChargeThatIsOver) {
   say(ChangeKind::chargeToFull, 930);
   const double until = platform::wallNow() + 930;
   mac.pass(3600);

@@ -36,7 +36,7 @@ TEST_F(Smc, opensTheControllerAndClosesIt) {
   EXPECT_FALSE(readKey("CHTE"));
 }
 
-TEST_F(Smc, saysNotFoundOnAComputerWithoutTheController) {
+TEST_F(Smc, reportsNotFoundOnAComputerWithoutTheController) {
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent));
   platform::SmcConnection connection = 7;
   EXPECT_EQ(SMCOpen(connection), platform::kernelNotFound);
@@ -123,7 +123,7 @@ TEST_F(Smc, refusesMoreThan32BytesWithoutAnyExchange) {
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", Bytes(32)), platform::kernelSuccess);
 }
 
-TEST_F(Smc, tellsApartWhyAWriteFailed) {
+TEST_F(Smc, distinguishesWhyAWriteFailed) {
   const Bytes stopped{1, 0, 0, 0};
   EXPECT_EQ(SMCWriteKey(gConn, "XXXX", stopped), platform::kernelNotFound);
   mac.keyOnWrite("CHTE", OnWrite::refuse);

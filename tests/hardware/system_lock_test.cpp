@@ -52,7 +52,7 @@ TEST(SystemLock, ignoresAnEmptyPretence) {
   EXPECT_EQ(SystemLock::macOSMajor(), 27);
 }
 
-TEST(SystemLock, standsForTheLifeOfTheProcess) {
+TEST(SystemLock, isDecidedOncePerProcess) {
   test::VirtualMac mac(macOS(26));
   EXPECT_FALSE(SystemLock::closesKeys());
   virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "27");
@@ -119,7 +119,7 @@ TEST(SystemLock, looksForTheClientOnce) {
   EXPECT_EQ(loads(mac), 1U);
 }
 
-TEST(SystemLock, loadsNothingToTellTheVersion) {
+TEST(SystemLock, loadsNothingToPrintTheVersion) {
   const test::VirtualMac mac(macOS(27));
   EXPECT_TRUE(SystemLock::closesKeys());
   EXPECT_EQ(loads(mac), 0U);

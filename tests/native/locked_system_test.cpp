@@ -8,14 +8,14 @@
 #include <gmock/gmock.h>
 
 #include "sim/seam/simulated/driver.h"
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {
 namespace {
 
 using test::Bytes;
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using test::Writes;
 using ::testing::ElementsAre;
@@ -55,7 +55,7 @@ TEST_F(LockedSystem, connectsTheAdapterAndHandsTheLightBack) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "ACLC=00"}));
 }
 
-TEST_F(LockedSystem, saysSoWhenTheyStaySet) {
+TEST_F(LockedSystem, reportsItWhenTheyStaySet) {
   mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x04});
   mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("ACLC", OnWrite::refuse);
   EXPECT_THAT(handBackLockedSystem(), ElementsAre("⚠️ adapter cut found set, and could not be restored",
@@ -119,20 +119,20 @@ TEST_F(LockedSystem, passesOverSettingsThatItCannotRead) {
 
 // -- Whole lives
 
-class LockedLife : public ::testing::Test {
+class LockedDaemon : public ::testing::Test {
  protected:
-  LockedLife() : mac({.macOS = 27, .percent = 90}) { takeTheLimitAway(); }
+  LockedDaemon() : mac({.macOS = 27, .percent = 90}) { takeTheLimitAway(); }
 
   [[nodiscard]] nlohmann::json status() const { return nlohmann::json::parse(mac.read(statusFile)); }
 
   VirtualMac mac;
 };
 
-TEST_F(LockedLife, logsWhatWasHandedBackAfterItsBanner) {
+TEST_F(LockedDaemon, logsWhatWasHandedBackAfterItsBanner) {
   mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x03});
   mac.settings(R"({"topUp":true,"calibrate":true})");
   mac.write(statsFile, R"({"topUpSince":1772351000.0,"protectedSeconds":40})");
-  Life(mac).run(0);
+  DaemonProcess(mac).run(0);
   EXPECT_THAT(
       mac.logLines(),
       ElementsAre(HasSubstr("charging via nothing: macOS 27 closed the keys Brisko writes, observing "
@@ -145,13 +145,13 @@ TEST_F(LockedLife, logsWhatWasHandedBackAfterItsBanner) {
   EXPECT_EQ(stats.at("protectedSeconds"), 40);
 }
 
-TEST_F(LockedLife, cancelsACalibrationInProgress) {
+TEST_F(LockedDaemon, cancelsACalibrationInProgress) {
   constexpr const char* record = "/Library/Application Support/Brisko/calibration.json";
   mac.keyBytes("ACLC", {0x03});
   mac.settings(R"({"calibrate":true})");
   mac.write(record,
             R"({"phase":"soak","phaseSince":1772350000.0,"runs":[],"soakBanked":0.0,"startedAt":1.0})");
-  Life(mac).run(0);
+  DaemonProcess(mac).run(0);
   EXPECT_THAT(mac.logLines(),
               ElementsAre("calibration cancelled", StartsWith("brisko-daemon started"),
                           "macOS 27: MagSafe light handed back to macOS",
@@ -163,10 +163,10 @@ TEST_F(LockedLife, cancelsACalibrationInProgress) {
   EXPECT_EQ(status().at("cal").at("phase"), "idle");
 }
 
-TEST_F(LockedLife, publishesWhatItSees) {
+TEST_F(LockedDaemon, publishesWhatItSees) {
   mac.settings(R"({"limit":85,"discharge":true,"thermal":true,"thermalLimit":10,"calDrain":12})");
-  Life life(mac);
-  life.run(0);
+  DaemonProcess daemon(mac);
+  daemon.run(0);
   auto seen = status();
   EXPECT_EQ(seen.at("state"), "allow");
   EXPECT_EQ(seen.at("pct"), 90);
@@ -184,66 +184,66 @@ TEST_F(LockedLife, publishesWhatItSees) {
               HasSubstr("\"s\":\"allow\""));
 
   mac.unplug();
-  life.run(30);
+  daemon.run(30);
   EXPECT_EQ(status().at("plugged"), false);
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(LockedLife, showsTheLimitOfTheSettingsBetween20And100) {
+TEST_F(LockedDaemon, showsTheLimitOfTheSettingsBetween20And100) {
   struct Case {
     const char* settings;
     int upper;
   };
-  Life life(mac);
+  DaemonProcess daemon(mac);
   for (const Case& example : {Case{R"({"limit":19})", 20}, Case{R"({"limit":101})", 100},
                               Case{R"({"limit":20})", 20}, Case{"{", 80}}) {
     mac.settings(example.settings);
-    life.run(30);
+    daemon.run(30);
     EXPECT_EQ(status().at("upper"), example.upper) << example.settings;
   }
 }
 
-TEST_F(LockedLife, takesTheDefaultLimitNotThatOfTheCommandLineWithoutSettings) {
-  Life(mac, {"--limit", "60"}).run(0);
+TEST_F(LockedDaemon, takesTheDefaultLimitNotThatOfTheCommandLineWithoutSettings) {
+  DaemonProcess(mac, {"--limit", "60"}).run(0);
   EXPECT_EQ(status().at("upper"), 80);
 }
 
-TEST_F(LockedLife, publishesNothingWithoutAPowerSource) {
+TEST_F(LockedDaemon, publishesNothingWithoutAPowerSource) {
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::emptyList));
-  Life life(mac);
-  life.run(60);
+  DaemonProcess daemon(mac);
+  daemon.run(60);
   EXPECT_FALSE(mac.exists(statusFile));
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::none));
-  life.run(12);
+  daemon.run(12);
   EXPECT_TRUE(mac.exists(statusFile));
 }
 
-TEST_F(LockedLife, writesNoKeyAndServesNoRequestForTheRestOfItsLife) {
-  Life life(mac);
-  life.run(60);
+TEST_F(LockedDaemon, writesNoKeyAndServesNoRequestUntilItEnds) {
+  DaemonProcess daemon(mac);
+  daemon.run(60);
   mac.settings(R"({"topUp":true,"calibrate":true,"resetStats":true})");
   mac.temperature(60);
-  life.run(3600);
+  daemon.run(3600);
   mac.sleep();
-  life.run(3600);
+  daemon.run(3600);
   mac.wake();
-  life.run(60);
-  life.signal(SIGTERM).run(1);
-  EXPECT_EQ(life.status(), 0);
+  daemon.run(60);
+  daemon.signal(SIGTERM).run(1);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(mac.read(configFile), R"({"topUp":true,"calibrate":true,"resetStats":true})");
   for (const auto& entry : mac.writes()) EXPECT_THAT(entry, ::testing::Not(HasSubstr("="))) << entry;
   EXPECT_EQ(mac.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
   EXPECT_THAT(mac.logLines(), ::testing::SizeIs(3));
 }
 
-TEST_F(LockedLife, diesOfASoakTimeThatOverflowsOnlyAtTheStatus) {
+TEST_F(LockedDaemon, diesOfASoakTimeThatOverflowsOnlyAtTheStatus) {
   mac.settings(R"({"calSoakMinutes":153722867280912930})");
-  Life survives(mac);
+  DaemonProcess survives(mac);
   survives.run(0);
   EXPECT_TRUE(survives.alive());
   survives.kill();
   mac.settings(R"({"calSoakMinutes":153722867280912931})");
-  Life dies(mac);
+  DaemonProcess dies(mac);
   dies.run(0);
   EXPECT_EQ(dies.endSignal(), SIGABRT);
 }

@@ -220,7 +220,7 @@ TEST_F(NativeLimitTest, writesTheLimitOnTheFirstTick) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, doesNotJudgeInTheTickOfTheWrite) {
+TEST_F(NativeLimitTest, doesNotEvaluateInTheTickOfTheWrite) {
   show(80);
   drive();
   EXPECT_EQ(gGateVerified, std::nullopt);
@@ -268,7 +268,7 @@ TEST_F(NativeLimitTest, restartsTheWaitWithEveryNewTarget) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, tellsOfARefusedWriteAndLetsTheWaitDecide) {
+TEST_F(NativeLimitTest, reportsARefusedWriteAndLetsTheWaitDecide) {
   for (const LimitAnswer refusal : {LimitAnswer::no, LimitAnswer::error}) {
     answer(refusal);
     gNativeWritten.reset();
@@ -282,7 +282,7 @@ TEST_F(NativeLimitTest, tellsOfARefusedWriteAndLetsTheWaitDecide) {
   }
 }
 
-TEST_F(NativeLimitTest, tellsOfPreferencesThatCouldNotBeStored) {
+TEST_F(NativeLimitTest, reportsPreferencesThatCouldNotBeStored) {
   gNativeBefore = 100;
   mac.number(ChangeKind::preferencesFail, 1);
   limit(75);
@@ -343,7 +343,7 @@ TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
 
 // -- No mirror
 
-TEST_F(NativeLimitTest, saysOnceThatItCannotLookWhetherTheLimitIsHeld) {
+TEST_F(NativeLimitTest, reportsOnceThatItCannotLookWhetherTheLimitIsHeld) {
   mac.removeKey("bfG0");
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
@@ -419,7 +419,7 @@ TEST_F(NativeLimitTest, doesNotCountTimeOnBattery) {
   EXPECT_THAT(driveAt(last, 600), ElementsAre(noEffect80));
 }
 
-TEST_F(NativeLimitTest, doesNotJudgeOnBattery) {
+TEST_F(NativeLimitTest, doesNotEvaluateOnBattery) {
   mac.unplug();
   show(80);
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: off — given back if Brisko leaves",
@@ -492,7 +492,7 @@ TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, tellsWhenAWatchedLimitComesBackAndGuardsItAnew) {
+TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
   verified(80);
   show(0);
   driveFor(700);
@@ -579,7 +579,7 @@ TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, saysNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
+TEST_F(NativeLimitTest, reportsNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
@@ -594,7 +594,7 @@ TEST_F(NativeLimitTest, takesADateInThePastForNoWish) {
   EXPECT_THAT(drive(60), ElementsAre(rewritten80));
 }
 
-TEST_F(NativeLimitTest, tellsOfTheNextFullChargeToo) {
+TEST_F(NativeLimitTest, reportsTheNextFullChargeToo) {
   verified(80);
   for (int day = 1; day <= 2; ++day) {
     show(0);
@@ -738,7 +738,7 @@ TEST_F(Refused75, remembersTheHighestOfTheRefused) {
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(Refused75, hasNoFloorForALimitThatIsNoneBelowEighty) {
+TEST_F(Refused75, hasNoFloorForALimitOfEightyOrMore) {
   for (const std::int64_t percent : {80, 85, 100}) {
     limit(percent);
     drive();
@@ -746,7 +746,7 @@ TEST_F(Refused75, hasNoFloorForALimitThatIsNoneBelowEighty) {
   }
 }
 
-TEST_F(Refused75, judgesTheFloorByTheLimitOfTheSettings) {
+TEST_F(Refused75, evaluatesTheFloorByTheLimitOfTheSettings) {
   calDrive = CalDrive{.toFull = true, .target = 100};
   drive();
   EXPECT_EQ(gNativeFloor, 80) << "also while something else is driven";
@@ -925,7 +925,7 @@ TEST_F(NativeLimitTest, pausesForHeatInTheTick) {
 
 // -- The state
 
-TEST_F(NativeLimitTest, tellsTheStateWithTheLimitBehindIt) {
+TEST_F(NativeLimitTest, reportsTheStateWithTheLimitBehindIt) {
   mac.charge(80);
   ticks(6);  // the gauge tells of the current every minute
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: hold (macOS limit 80%)"));
@@ -935,7 +935,7 @@ TEST_F(NativeLimitTest, tellsTheStateWithTheLimitBehindIt) {
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: allow (macOS limit 80%)"));
 }
 
-TEST_F(NativeLimitTest, tellsNoLimitAs100InTheState) {
+TEST_F(NativeLimitTest, logsNoLimitAs100InTheState) {
   drive();
   gState = ChargeState::hold;
   topUp = true;
@@ -1113,7 +1113,7 @@ TEST_F(NativeLimitTest, handsBackWhatTheSliderCanShow) {
   }
 }
 
-TEST_F(NativeLimitTest, tellsWhenTheHandBackIsRefused) {
+TEST_F(NativeLimitTest, reportsWhenTheHandBackIsRefused) {
   gNativeBefore = 85;
   answer(LimitAnswer::no);
   handBackNative();

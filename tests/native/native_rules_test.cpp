@@ -61,7 +61,7 @@ TEST(NativeHoldPoint, isNoneWhenTheBatteryIsToGoElsewhere) {
 
 // -- The wait clock
 
-TEST(NativeAttemptClock, standsWhilePlugged) {
+TEST(NativeAttemptClock, isUnchangedWhilePlugged) {
   EXPECT_EQ(nativeAttemptClock(1000, true, 1060), 1000);
   EXPECT_EQ(nativeAttemptClock(1000, true, 5000), 1000);
 }
@@ -82,14 +82,15 @@ TEST(NativeAttemptClock, doesNotCountHalfAnHourOnBattery) {
 // -- The charge state
 
 struct StateCase {
-  const char* story;
+  const char* description;
   NativeStateInputs inputs;
   ChargeState expected;
 };
 
 void expectStates(const std::vector<StateCase>& cases) {
   for (const StateCase& example : cases) {
-    EXPECT_EQ(stateName(nativeChargeState(example.inputs)), stateName(example.expected)) << example.story;
+    EXPECT_EQ(stateName(nativeChargeState(example.inputs)), stateName(example.expected))
+        << example.description;
   }
 }
 

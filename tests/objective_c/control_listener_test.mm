@@ -9,14 +9,14 @@
 namespace brisko::platform {
 namespace {
 
-using stand_ins::connectionJournal;
+using fakes::connectionJournal;
 using ::testing::ElementsAre;
 
 BOOL acceptsWith(const std::optional<std::string>& requirement) {
   listenForControl("com.brisko.daemon.xpc", [requirement] { return requirement; }, {});
   NSXPCConnection* connection = [[NSXPCConnection alloc] init];
   NSXPCListener* noListener = nil;
-  return [stand_ins::listenerDelegate() listener:noListener shouldAcceptNewConnection:connection];
+  return [fakes::listenerDelegate() listener:noListener shouldAcceptNewConnection:connection];
 }
 
 TEST(ControlListener, requiresASignatureBeforeAConnectionIsServed) {
@@ -31,7 +31,7 @@ TEST(ControlListener, letsAConnectionInWithoutARequirement) {
 }
 
 TEST(ControlListener, refusesAConnectionWhoseRequirementRaises) {
-  stand_ins::gRequirementRaises = true;
+  fakes::gRequirementRaises = true;
   EXPECT_FALSE(acceptsWith("no requirement at all"));
   EXPECT_THAT(connectionJournal(), ElementsAre("requires no requirement at all"));
 }

@@ -1,5 +1,5 @@
 // tests/objective_c/foundation.h
-// What the stand-in for Foundation was told, and what it makes of it.
+// What the fake for Foundation was told, and what it makes of it.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 #import <Foundation/Foundation.h>
 
-namespace brisko::stand_ins {
+namespace brisko::fakes {
 
 // What was done to connections, in order.
 [[nodiscard]] std::vector<std::string>& connectionJournal();
@@ -19,4 +19,4 @@ extern bool gRequirementRaises;
 // What the last listener was told to ask about new connections.
 [[nodiscard]] id<NSXPCListenerDelegate> listenerDelegate();
 
-}  // namespace brisko::stand_ins
+}  // namespace brisko::fakes

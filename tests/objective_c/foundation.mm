@@ -1,4 +1,4 @@
-// The stand-in for Foundation, as far as it has to run, on the Objective-C runtime that clang brings along
+// The fake for Foundation, as far as it has to run, on the Objective-C runtime that clang brings along
 // here. Nothing is ever released.
 #include "objective_c/foundation.h"
 
@@ -15,7 +15,7 @@ BOOL class_respondsToSelector(Class type, SEL selector);
 extern "C" const char* __lsan_default_suppressions();
 const char* __lsan_default_suppressions() { return "leak:libobjc\n"; }
 
-namespace brisko::stand_ins {
+namespace brisko::fakes {
 
 bool gRequirementRaises = false;
 
@@ -38,9 +38,9 @@ id kept(id object) {
 
 id<NSXPCListenerDelegate> listenerDelegate() { return gDelegate; }
 
-}  // namespace brisko::stand_ins
+}  // namespace brisko::fakes
 
-using namespace brisko::stand_ins;
+using namespace brisko::fakes;
 
 @implementation NSObject
 + (instancetype)alloc {

@@ -48,7 +48,7 @@ TEST(Install, putsEverythingInItsPlaceAndStartsTheService) {
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(run.errors, "");
   EXPECT_EQ(mac.added(), runningFiles());
-  EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon"));
+  EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   EXPECT_EQ(contents(mac.at("/Library/Brisko/uninstall-service.sh")), supplied("uninstall-service.sh"));
   EXPECT_EQ(contents(mac.at("/etc/newsyslog.d/com.brisko.daemon.conf")),
             supplied("newsyslog.d/com.brisko.daemon.conf"));
@@ -88,7 +88,7 @@ TEST(Install, givesEverythingToRoot) {
                           "chown root:wheel /Library/LaunchDaemons/com.brisko.daemon.plist.new"));
 }
 
-TEST(Install, saysWhatItDid) {
+TEST(Install, reportsWhatItDid) {
   const ScratchMac mac;
 
   const Finished run = mac.install();
@@ -127,7 +127,7 @@ TEST(Install, upgradesAnOlderInstallation) {
   Words expected = runningFiles();
   expected.push_back(dataFolder + "/config.json 644");
   EXPECT_THAT(mac.added(), ::testing::UnorderedElementsAreArray(expected));
-  EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon"));
+  EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   EXPECT_EQ(mac.job(), jobWithoutApp());
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
   // A running program is never written into.
@@ -313,7 +313,7 @@ TEST(Install, triesAgainWhenTheLaunchServiceIsNotReady) {
   EXPECT_TRUE(mac.job());
 }
 
-TEST(Install, saysWhenTheLaunchServiceDoesNotTakeTheJob) {
+TEST(Install, reportsWhenTheLaunchServiceDoesNotTakeTheJob) {
   const ScratchMac mac;
 
   const Finished run = mac.install({}, {{"STAND_IN_REFUSALS", "5"}});
@@ -345,7 +345,7 @@ TEST(Install, findsTheProgramBesideIt) {
   const std::string script = mac.at("/Volumes/Brisko 1/install-service.sh");
 
   EXPECT_THAT(mac.runScript(script, {}).errors, HasSubstr("There is no program at"));
-  mac.put("/Volumes/Brisko 1/brisko-daemon", contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon"));
+  mac.put("/Volumes/Brisko 1/brisko-daemon", contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   EXPECT_EQ(mac.runScript(script, {}).status, 0);
 
   EXPECT_TRUE(exists(mac.at(programFile)));
@@ -378,7 +378,7 @@ TEST(Install, explainsItselfToAnyone) {
 // Half a file never stands where somebody would use it.
 void expectWholeFiles(const ScratchMac& mac) {
   const std::map<std::string, std::string> whole{
-      {programFile, contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon")},
+      {programFile, contents(std::string(BRISKO_FAKES) + "/brisko-daemon")},
       {jobPath, jobWithoutApp()},
       {"/Library/Brisko/uninstall-service.sh", supplied("uninstall-service.sh")},
       {"/etc/newsyslog.d/com.brisko.daemon.conf", supplied("newsyslog.d/com.brisko.daemon.conf")}};

@@ -32,7 +32,7 @@ class Package : public ::testing::Test {
     all.merge(Environment{{"BRISKO_ROOT", mac.at("")},
                           {"STAND_IN_MAC", mac.at("/tmp")},
                           {"MAKEFLAGS", ""},
-                          {"PATH", std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+                          {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
     return run("/bin/sh", words, all);
   }
 
@@ -83,7 +83,7 @@ TEST_F(Package, isInstalledByItsScript) {
   ASSERT_EQ(make({"package", "INSTALLER_IDENTITY=Some One"}).status, 0);
   // What the package carries, with a program that answers.
   const std::string parts = mac.at("/build/parts/scripts/");
-  put(parts + "brisko-daemon", contents(std::string(BRISKO_STAND_INS) + "/brisko-daemon"));
+  put(parts + "brisko-daemon", contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
 
   EXPECT_EQ(mac.runScript(parts + "postinstall", {"package", "/", "/Volumes/Other"}).status, 1);
   EXPECT_FALSE(mac.job());
@@ -151,7 +151,7 @@ TEST_F(Package, isRefusedWhenTheProgramCannotBeRead) {
   std::filesystem::permissions(mac.at("/broken/otool"), std::filesystem::perms::owner_all);
   const Finished signing =
       make({"sign", "IDENTITY=-"},
-           {{"PATH", mac.at("/broken") + ":" + std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+           {{"PATH", mac.at("/broken") + ":" + std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
 
   EXPECT_NE(signing.status, 0);
   EXPECT_THAT(calls(), IsEmpty());
@@ -164,7 +164,7 @@ Finished configureWithSdk(const std::string& version, const std::string& path = 
              {"-c", R"(exec cmake "-DCMAKE_OSX_SYSROOT=$1" -P "$2")", "sh", sysroot, BRISKO_SDK_CHECK},
              {{"STAND_IN_SDK", version},
               {"STAND_IN_SYSROOT", path},
-              {"PATH", std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+              {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
 }
 
 TEST(Configuration, tellsInOneLineOfAnOlderSdk) {
@@ -195,7 +195,7 @@ TEST(Configuration, isSilentWhenNoSdkTellsItsVersion) {
   EXPECT_EQ(run.output + run.errors, "");
 }
 
-TEST_F(Package, saysThatItTakesAMac) {
+TEST_F(Package, reportsThatItTakesAMac) {
   const Finished signing = make({"sign", "IDENTITY=-"}, plainLinux);
   const Finished packing = make({"package", "INSTALLER_IDENTITY=Some One"}, plainLinux);
 

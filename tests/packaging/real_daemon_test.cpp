@@ -44,7 +44,7 @@ class RealDaemon : public ::testing::Test {
                 {"BRISKO_VIRTUAL_MAC", mac.folder()},
                 {"STAND_IN_MAC", tools.path()},
                 {"STAND_IN_SECOND", "0.2"},
-                {"PATH", std::string(BRISKO_STAND_INS) + ":/usr/bin:/bin"}});
+                {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
   }
 
   void expectNothingLeft() const {
@@ -69,7 +69,7 @@ TEST_F(RealDaemon, givesTheChargeBackWhenTheUninstallerRunsIt) {
   expectNothingLeft();
 }
 
-TEST_F(RealDaemon, needNotRunAgainAfterItHasSaidGoodBye) {
+TEST_F(RealDaemon, needNotRunAgainAfterItsOrderlyExit) {
   holdAndEnd(SIGTERM);
 
   const Finished run = uninstall();

@@ -11,7 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string scripts = BRISKO_PACKAGING;
-const std::string standIns = BRISKO_STAND_INS;
+const std::string fakes = BRISKO_FAKES;
 
 std::string described(const fs::directory_entry& entry, const std::string& root) {
   const std::string path = entry.path().string().substr(root.size());
@@ -41,7 +41,7 @@ ScratchMac::ScratchMac() : root_(folder_.path("Macintosh HD")), mac_(folder_.pat
 }
 
 Finished ScratchMac::install(const Words& arguments, const Environment& environment) const {
-  Words all{"--program", standIns + "/brisko-daemon"};
+  Words all{"--program", fakes + "/brisko-daemon"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return runScript(scripts + "/install-service.sh", all, environment);
 }
@@ -52,14 +52,14 @@ Finished ScratchMac::uninstall(const Words& arguments, const Environment& enviro
 
 Finished ScratchMac::runScript(const std::string& path, const Words& arguments,
                                const Environment& environment) const {
-  // The script keeps the process number of this shell, so that a stand-in can end it in the middle.
+  // The script keeps the process number of this shell, so that a fake can end it in the middle.
   Words words{"-c", "SCRIPT_PID=$$; export SCRIPT_PID; exec \"$@\"", "sh", shell_, path};
   words.insert(words.end(), arguments.begin(), arguments.end());
   Environment all = environment;
   all.merge(Environment{{"BRISKO_ROOT", root_},
                         {"STAND_IN_MAC", mac_},
-                        {"STAND_INS", standIns},
-                        {"PATH", standIns + ":/usr/bin:/bin"}});
+                        {"STAND_INS", fakes},
+                        {"PATH", fakes + ":/usr/bin:/bin"}});
   return run("/bin/sh", words, all);
 }
 

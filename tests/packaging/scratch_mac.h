@@ -1,6 +1,6 @@
 // tests/packaging/scratch_mac.h
-// A folder that stands for the volume of a Mac, with stand-ins for its tools, for the scripts to work on. The
-// stand-ins say for themselves what they play and what they can be told; nothing outside the folder is
+// A folder that stands for the volume of a Mac, with fakes for its tools, for the scripts to work on. The
+// fakes say for themselves what they play and what they can be told; nothing outside the folder is
 // touched.
 #pragma once
 
@@ -22,7 +22,7 @@ class ScratchMac {
   // system.
   void useBash() { shell_ = "/bin/bash"; }
 
-  // Runs a script of packaging/, to its end. The installer gets the stand-in for the program.
+  // Runs a script of packaging/, to its end. The installer gets the fake for the program.
   [[nodiscard]] Finished install(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished uninstall(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished runScript(const std::string& path, const Words& arguments,
@@ -53,7 +53,7 @@ class ScratchMac {
 
   ScratchFolder folder_;
   std::string root_;
-  std::string mac_;  // what the stand-ins know
+  std::string mac_;  // what the fakes know
   std::string shell_ = "/bin/sh";
   Words before_;
 };

@@ -50,7 +50,7 @@ TEST_F(Uninstall, stopsTheServiceAndLeavesNothing) {
   EXPECT_THAT(mac.journal("brisko-daemon"), IsEmpty());
 }
 
-TEST_F(Uninstall, saysWhatItDid) {
+TEST_F(Uninstall, reportsWhatItDid) {
   const Finished run = mac.uninstall();
 
   EXPECT_THAT(run.output, HasSubstr("Stopped the service com.brisko.daemon.\n"));
@@ -124,7 +124,7 @@ TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasCutOff) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, givesTheChargeBackItselfWhenNoLogTellsThatItWas) {
+TEST_F(Uninstall, givesTheChargeBackItselfWhenNoLogReportsIt) {
   ASSERT_EQ(std::remove(mac.at("/Library/Logs/Brisko/daemon.log").c_str()), 0);
   mac.crash();
 
@@ -195,7 +195,7 @@ TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
   EXPECT_TRUE(exists(mac.at(programFile)));
 }
 
-TEST_F(Uninstall, removesEverythingAndSaysSoWhenTheProgramDoesNotRunAtAll) {
+TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   mac.crash();
 
   const Finished run = mac.uninstall({}, {{"STAND_IN_BROKEN", "134"}});
@@ -215,7 +215,7 @@ TEST_F(Uninstall, endsAProgramThatDoesNotWantTo) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, saysWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
+TEST_F(Uninstall, reportsWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
   ASSERT_EQ(std::remove(mac.at(programFile).c_str()), 0);
   mac.crash();
 
@@ -236,7 +236,7 @@ TEST_F(Uninstall, removesNothingUnderAServiceThatDoesNotStop) {
   EXPECT_EQ(mac.added(), before);
 }
 
-TEST_F(Uninstall, goesOnWhenSomethingStays) {
+TEST_F(Uninstall, continuesWhenSomethingStays) {
   const Finished run = mac.uninstall({}, {{"STAND_IN_STAYS", mac.at(programFile)}});
 
   EXPECT_EQ(run.status, 1);

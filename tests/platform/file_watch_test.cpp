@@ -79,30 +79,30 @@ class FileWatchContract : public ::testing::Test {
     EXPECT_TRUE(opened.has_value());
     descriptor = opened.value_or(-1);
     return watchFile(
-        descriptor, wanted, [this, name](FileEvents events) { story.push_back(name + wordsOf(events)); },
+        descriptor, wanted, [this, name](FileEvents events) { trace.push_back(name + wordsOf(events)); },
         [this, name, file = descriptor] {
-          story.push_back(name + "cancelled");
+          trace.push_back(name + "cancelled");
           closeWatched(file);
         });
   }
 
   // Gives the loop more turns than any of these stories takes; what was delivered since the last call.
   std::vector<std::string> delivered() {
-    postMain([] { afterTurns(20); });
+    postMain([] { afterIterations(20); });
     runMain();
-    return std::exchange(story, {});
+    return std::exchange(trace, {});
   }
 
-  static void afterTurns(int count) {
+  static void afterIterations(int count) {
     if (count == 0) return stopMain();
-    postMain([count] { afterTurns(count - 1); });
+    postMain([count] { afterIterations(count - 1); });
   }
 
   test::ContractMachine mac;
   test::ScratchFolder scratch;
   std::string path = scratch.path("file");
   int descriptor = -1;
-  std::vector<std::string> story;
+  std::vector<std::string> trace;
 };
 
 TEST_F(FileWatchContract, isSilentWhileNothingHappens) {
@@ -110,26 +110,26 @@ TEST_F(FileWatchContract, isSilentWhileNothingHappens) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, saysNothingOfReading) {
+TEST_F(FileWatchContract, reportsNothingForReads) {
   (void)watch(path);
   EXPECT_EQ(test::contents(path), "content");
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, saysNothingOfWhatHappenedBefore) {
+TEST_F(FileWatchContract, reportsNothingFromBefore) {
   test::put(path, "changed");
   test::setMode(path, 0600);
   (void)watch(path);
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, tellsOfAFileWrittenOverInPlace) {
+TEST_F(FileWatchContract, reportsAFileWrittenOverInPlace) {
   (void)watch(path);
   test::put(path, "CONTENT");
   EXPECT_THAT(delivered(), ElementsAre("written"));
 }
 
-TEST_F(FileWatchContract, tellsOfTheSameBytesWrittenAgain) {
+TEST_F(FileWatchContract, reportsTheSameBytesWrittenAgain) {
   (void)watch(path);
   for (int time = 0; time < 3; ++time) {
     test::put(path, "content");
@@ -137,7 +137,7 @@ TEST_F(FileWatchContract, tellsOfTheSameBytesWrittenAgain) {
   }
 }
 
-TEST_F(FileWatchContract, tellsOfAFileWrittenLongerOrShorterInPlace) {
+TEST_F(FileWatchContract, reportsAFileWrittenLongerOrShorterInPlace) {
   (void)watch(path);
   test::put(path, "longer content");
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
@@ -147,25 +147,25 @@ TEST_F(FileWatchContract, tellsOfAFileWrittenLongerOrShorterInPlace) {
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
 }
 
-TEST_F(FileWatchContract, tellsOfAnAppend) {
+TEST_F(FileWatchContract, reportsAnAppend) {
   (void)watch(path);
   append(path, " and more");
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
 }
 
-TEST_F(FileWatchContract, tellsOfATruncation) {
+TEST_F(FileWatchContract, reportsATruncation) {
   (void)watch(path);
   ASSERT_EQ(::truncate(path.c_str(), 2), 0);
   EXPECT_THAT(delivered(), ElementsAre("written"));
 }
 
-TEST_F(FileWatchContract, tellsOfAChangeOfMode) {
+TEST_F(FileWatchContract, reportsAChangeOfMode) {
   (void)watch(path);
   test::setMode(path, 0640);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
 }
 
-TEST_F(FileWatchContract, tellsOfARenameAndFollowsTheFileToItsNewName) {
+TEST_F(FileWatchContract, reportsARenameAndFollowsTheFileToItsNewName) {
   (void)watch(path);
   rename(path, scratch.path("moved"));
   EXPECT_THAT(delivered(), ElementsAre("renamed"));
@@ -177,7 +177,7 @@ TEST_F(FileWatchContract, tellsOfARenameAndFollowsTheFileToItsNewName) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, tellsOfTheDeletionWhenAnotherFileTakesTheName) {
+TEST_F(FileWatchContract, reportsTheDeletionWhenAnotherFileTakesTheName) {
   (void)watch(path);
   test::put(scratch.path("new"), "new content");
   EXPECT_THAT(delivered(), IsEmpty());
@@ -187,40 +187,40 @@ TEST_F(FileWatchContract, tellsOfTheDeletionWhenAnotherFileTakesTheName) {
   EXPECT_THAT(delivered(), IsEmpty()) << "that is another file";
 }
 
-TEST_F(FileWatchContract, tellsOfTheDeletionOnce) {
+TEST_F(FileWatchContract, reportsTheDeletionOnce) {
   (void)watch(path);
   removeFile(path);
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatIsGoneBeforeItIsWatched) {
+TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsGoneBeforeItIsWatched) {
   for (const std::string& watched : {path, scratch.path("folder")}) {
     if (watched != path) test::makeFolder(watched);
     const auto opened = openForEvents(watched);
     ASSERT_TRUE(opened.has_value());
     ASSERT_EQ(std::remove(watched.c_str()), 0);
     (void)watchFile(
-        *opened, everything, [this](FileEvents events) { story.push_back(wordsOf(events)); }, [] {});
-    EXPECT_THAT(story, IsEmpty());
+        *opened, everything, [this](FileEvents events) { trace.push_back(wordsOf(events)); }, [] {});
+    EXPECT_THAT(trace, IsEmpty());
     EXPECT_THAT(delivered(), ElementsAre("deleted"));
     closeWatched(*opened);
   }
 }
 
-TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatIsReplacedBeforeItIsWatched) {
+TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsReplacedBeforeItIsWatched) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   test::put(scratch.path("new"), "new content");
   rename(scratch.path("new"), path);
   (void)watchFile(
-      *opened, everything, [this](FileEvents events) { story.push_back(wordsOf(events)); }, [] {});
+      *opened, everything, [this](FileEvents events) { trace.push_back(wordsOf(events)); }, [] {});
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
   append(path, "!");
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, tellsOfTheDeletionOfAFileThatSomebodyHoldsOpen) {
+TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatSomebodyHoldsOpen) {
   std::ofstream holder(path, std::ios::app);
   (void)watch(path);
   removeFile(path);
@@ -238,7 +238,7 @@ TEST_F(FileWatchContract, doesNotTakeANewFileForTheOneThatWasDeleted) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, tellsOfALinkThatComesAndGoes) {
+TEST_F(FileWatchContract, reportsALinkThatComesAndGoes) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("second").c_str()), 0);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
@@ -249,7 +249,7 @@ TEST_F(FileWatchContract, tellsOfALinkThatComesAndGoes) {
 }
 
 // As an editor does that keeps the old file as a second link.
-TEST_F(FileWatchContract, tellsOfTheDeletionWhereAnOlderNameKeepsTheFile) {
+TEST_F(FileWatchContract, reportsTheDeletionWhereAnOlderNameKeepsTheFile) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("backup").c_str()), 0);
   test::put(scratch.path("new"), "new content");
@@ -269,7 +269,7 @@ TEST_F(FileWatchContract, deliversOnlyWhatIsWanted) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-TEST_F(FileWatchContract, tellsOfAFolderThatIsRenamedAndFollowsIt) {
+TEST_F(FileWatchContract, reportsAFolderThatIsRenamedAndFollowsIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(scratch.path("Trash"));
@@ -283,7 +283,7 @@ TEST_F(FileWatchContract, tellsOfAFolderThatIsRenamedAndFollowsIt) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, tellsOfAFolderThatIsDeletedWithAllThatIsInIt) {
+TEST_F(FileWatchContract, reportsAFolderThatIsDeletedWithAllThatIsInIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(folder + "/Contents");
@@ -297,7 +297,7 @@ TEST_F(FileWatchContract, tellsOfAFolderThatIsDeletedWithAllThatIsInIt) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, tellsOfAFolderThatAnotherOneReplaces) {
+TEST_F(FileWatchContract, reportsAFolderThatAnotherOneReplaces) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(scratch.path("new.app"));
@@ -337,7 +337,7 @@ TEST_F(FileWatchContract, watchesAFolderAndAnotherInIt) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-TEST_F(FileWatchContract, deliversTwoWritesOfOneTurnAsOneSet) {
+TEST_F(FileWatchContract, deliversTwoWritesOfOneIterationAsOneSet) {
   (void)watch(path);
   postMain([&] {
     append(path, "a");
@@ -346,7 +346,7 @@ TEST_F(FileWatchContract, deliversTwoWritesOfOneTurnAsOneSet) {
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
 }
 
-TEST_F(FileWatchContract, deliversAllThatHappensInOneTurnAsOneSet) {
+TEST_F(FileWatchContract, deliversAllThatHappensInOneIterationAsOneSet) {
   (void)watch(path);
   postMain([&] {
     append(path, "a");
@@ -356,7 +356,7 @@ TEST_F(FileWatchContract, deliversAllThatHappensInOneTurnAsOneSet) {
   EXPECT_THAT(delivered(), ElementsAre("written extended attributes renamed"));
 }
 
-TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsTurnComes) {
+TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsIteration) {
   (void)watch(path);
   append(path, "a");
   postMain([] {});
@@ -364,22 +364,22 @@ TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsTurnComes) {
   EXPECT_THAT(delivered(), ElementsAre("written extended attributes"));
 }
 
-TEST_F(FileWatchContract, deliversInALaterTurnThanTheChange) {
+TEST_F(FileWatchContract, deliversInALaterIterationThanTheChange) {
   (void)watch(path);
   postMain([&] {
     append(path, "a");
-    story.emplace_back("end of work");
+    trace.emplace_back("end of work");
   });
   EXPECT_THAT(delivered(), ElementsAre("end of work", "written extended"));
 }
 
-TEST_F(FileWatchContract, deliversChangesThatTheHandlerMakesInATurnOfTheirOwn) {
+TEST_F(FileWatchContract, deliversChangesThatTheHandlerMakesInAIterationOfTheirOwn) {
   int left = 3;
   descriptor = *openForEvents(path);
   (void)watchFile(
       descriptor, everything,
       [&](FileEvents events) {
-        story.push_back(wordsOf(events));
+        trace.push_back(wordsOf(events));
         if (--left > 0) append(path, "!");
       },
       [] {});
@@ -398,7 +398,7 @@ TEST_F(FileWatchContract, deliversToEveryWatchOnAFile) {
   EXPECT_THAT(delivered(), ElementsAre("one written extended"));
 }
 
-TEST_F(FileWatchContract, tellsASecondWatchNothingOfWhatHappenedBeforeIt) {
+TEST_F(FileWatchContract, reportsNothingEarlierToASecondWatch) {
   (void)watch(path, everything, "one ");
   append(path, "!");
   (void)watch(path, everything, "two ");
@@ -406,7 +406,7 @@ TEST_F(FileWatchContract, tellsASecondWatchNothingOfWhatHappenedBeforeIt) {
 }
 
 // More than is ever kept for somebody who does not look: the end of the second file is lost among it.
-TEST_F(FileWatchContract, tellsThatSomethingHappenedWhenTooMuchDid) {
+TEST_F(FileWatchContract, reportsAnOverflowAsAChange) {
   const std::string second = scratch.path("second");
   test::put(second, "content");
   (void)watch(path, fileWritten, "first ");
@@ -423,12 +423,12 @@ TEST_F(FileWatchContract, tellsThatSomethingHappenedWhenTooMuchDid) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-TEST_F(FileWatchContract, cancelsOnceAndInALaterTurn) {
+TEST_F(FileWatchContract, cancelsOnceAndInALaterIteration) {
   const WatchToken token = watch(path);
   postMain([&] {
     cancelWatch(token);
     cancelWatch(token);
-    story.emplace_back("end of work");
+    trace.emplace_back("end of work");
   });
   EXPECT_THAT(delivered(), ElementsAre("end of work", "cancelled"));
   append(path, "!");
@@ -443,13 +443,13 @@ TEST_F(FileWatchContract, deliversNothingMoreOnceItIsCancelled) {
   EXPECT_THAT(delivered(), ElementsAre("cancelled"));
 }
 
-TEST_F(FileWatchContract, deliversNothingOfATurnInWhichItIsCancelled) {
+TEST_F(FileWatchContract, deliversNothingOfAIterationInWhichItIsCancelled) {
   WatchToken second = 0;
   descriptor = *openForEvents(path);
   (void)watchFile(
       descriptor, everything,
       [&](FileEvents) {
-        story.emplace_back("first");
+        trace.emplace_back("first");
         cancelWatch(second);
       },
       [] {});
@@ -466,11 +466,11 @@ TEST_F(FileWatchContract, mayBeCancelledByItsOwnHandler) {
       descriptor, everything,
       [this, &token, word](FileEvents) {
         cancelWatch(token);
-        story.push_back(word);
+        trace.push_back(word);
       },
       [this] {
         closeWatched(descriptor);
-        story.emplace_back("cancelled");
+        trace.emplace_back("cancelled");
       });
   append(path, "!");
   EXPECT_THAT(delivered(), ElementsAre(word, "cancelled"));

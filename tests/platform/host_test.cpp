@@ -23,7 +23,7 @@ TEST(HostContract, isRootOnAVirtualMac) {
   EXPECT_EQ(effectiveUserId(), 0U);
 }
 
-TEST(HostContract, tellsAnUnsetVariableFromAnEmptyOne) {
+TEST(HostContract, distinguishesAnUnsetVariableFromAnEmptyOne) {
   ContractMachine mac;
   mac.setEnvironment("BRISKO_TEST_EMPTY", "");
   mac.setEnvironment("BRISKO_TEST_VALUE", "26");
@@ -32,7 +32,7 @@ TEST(HostContract, tellsAnUnsetVariableFromAnEmptyOne) {
   EXPECT_FALSE(environment("BRISKO_TEST_UNSET").has_value());
 }
 
-TEST(HostContract, tellsWhatSystemTheMachineShouldPretendToHave) {
+TEST(HostContract, returnsThePretendedSystemVersion) {
   ContractMachine mac;
   EXPECT_FALSE(environment("BRISKO_PRETEND_MACOS").has_value());
   EXPECT_FALSE(environment("BRISKO_PRETEND_NO_NATIVE").has_value());

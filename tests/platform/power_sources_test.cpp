@@ -48,7 +48,7 @@ TEST(PowerSourcesContract, followTheAdapter) {
   EXPECT_EQ(publishedState(), "Battery Power");
 }
 
-TEST(PowerSourcesContract, tellOfAChangeOnceItCanBeRead) {
+TEST(PowerSourcesContract, reportAChangeOnceItCanBeRead) {
   ContractMachine mac;
   std::string state;
   ASSERT_TRUE(addPowerSourceNotification([&] {
@@ -61,7 +61,7 @@ TEST(PowerSourcesContract, tellOfAChangeOnceItCanBeRead) {
   EXPECT_EQ(state, "Battery Power");
 }
 
-TEST(PowerSourcesContract, tellInTheLoopAloneOfAChangeBeforeIt) {
+TEST(PowerSourcesContract, reportAnEarlierChangeOnlyInTheLoop) {
   ContractMachine mac;
   int told = 0;
   ASSERT_TRUE(addPowerSourceNotification([&] {
@@ -76,27 +76,27 @@ TEST(PowerSourcesContract, tellInTheLoopAloneOfAChangeBeforeIt) {
   EXPECT_EQ(told, 1);
 }
 
-TEST(PowerSourcesContract, tellOfAChangeThatAPieceOfWorkSawFirst) {
+TEST(PowerSourcesContract, reportAChangeThatAPieceOfWorkSawFirst) {
   ContractMachine mac;
-  std::string story;
+  std::string trace;
   ASSERT_TRUE(addPowerSourceNotification([&] {
-    story += "told";
+    trace += "told";
     stopMain();
   }));
   postMainAfter(5, [&] {
     mac.later(1, {.kind = ChangeKind::unplug});
     pause(20);
-    story += publishedState() + ", ";
+    trace += publishedState() + ", ";
   });
   postMainAfter(600, [&] {
-    story += "much later";
+    trace += "much later";
     stopMain();
   });
   runMain();
-  EXPECT_EQ(story, "Battery Power, told");
+  EXPECT_EQ(trace, "Battery Power, told");
 }
 
-TEST(PowerSourcesContract, tellEverybodyWhoAsked) {
+TEST(PowerSourcesContract, reportToEveryListener) {
   ContractMachine mac;
   int first = 0;
   int second = 0;

@@ -128,7 +128,7 @@ TEST_F(PreferencesContract, writesTheWholeDomainAtOnce) {
   EXPECT_EQ(elsewhere(limit()), "75");
 }
 
-TEST_F(PreferencesContract, saysWhenSynchronisingFailsAndWritesItTheNextTime) {
+TEST_F(PreferencesContract, reportsWhenSynchronisingFailsAndWritesItTheNextTime) {
   mac.change({.kind = ChangeKind::preferencesFail, .number = 1});
   write(limit(), 75);
   EXPECT_FALSE(synchronizePreferences(limitDomain));

@@ -55,7 +55,7 @@ TEST_F(RunLoopContract, aTimerFiresFirstAfterOneInterval) {
   expectAt(times[0], 12);
 }
 
-TEST_F(RunLoopContract, aTimerGoesOnFiringOnItsGrid) {
+TEST_F(RunLoopContract, aTimerContinuesFiringOnItsGrid) {
   std::vector<double> times;
   (void)addRepeatingTimer(20, [&] {
     times.push_back(elapsed());
@@ -247,7 +247,7 @@ TEST_F(RunLoopContract, stoppingFinishesThePieceOfWorkInHand) {
   EXPECT_THAT(words, ElementsAre("finished"));
 }
 
-TEST_F(RunLoopContract, canBeRunAgainAndGoesOnWhereItStopped) {
+TEST_F(RunLoopContract, canBeRunAgainAndContinuesWhereItStopped) {
   postMain([] { stopMain(); });
   postMain(saying("left over"));
   runMain();

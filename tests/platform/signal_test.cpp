@@ -24,19 +24,19 @@ using ::testing::IsEmpty;
 using virtual_mac::ChangeKind;
 
 // Handlers are plain functions, so their story is told here. Every test has a process of its own.
-std::vector<std::string> gStory;
+std::vector<std::string> gEvents;
 
-void tell(int signal) { gStory.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"); }
+void tell(int signal) { gEvents.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"); }
 
-void tellAndStop(int signal) {
+void recordAndStop(int signal) {
   tell(signal);
   stopMain();
 }
 
 // Lets the loop come round often enough for everything that has arrived, then does `work`.
-void afterAWhile(Work work, int turns = 5) {
-  if (turns == 0) return work();
-  postMain([work = std::move(work), turns] { afterAWhile(work, turns - 1); });
+void afterAWhile(Work work, int iterations = 5) {
+  if (iterations == 0) return work();
+  postMain([work = std::move(work), iterations] { afterAWhile(work, iterations - 1); });
 }
 
 bool isShutOut(int signal) {
@@ -50,11 +50,11 @@ TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {
   installSignalHandler(SIGTERM, tell);
   postMain([] {
     ::raise(SIGTERM);
-    gStory.emplace_back("end of work");
+    gEvents.emplace_back("end of work");
   });
   postMainAfter(100, [] { stopMain(); });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
+  EXPECT_THAT(gEvents, ElementsAre("end of work", "SIGTERM"));
 }
 
 TEST(SignalContract, aHandlerComesBeforeTheNextPieceOfWork) {
@@ -62,11 +62,11 @@ TEST(SignalContract, aHandlerComesBeforeTheNextPieceOfWork) {
   installSignalHandler(SIGINT, tell);
   postMain([] { ::raise(SIGINT); });
   postMain([] {
-    gStory.emplace_back("next work");
+    gEvents.emplace_back("next work");
     stopMain();
   });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("SIGINT", "next work"));
+  EXPECT_THAT(gEvents, ElementsAre("SIGINT", "next work"));
 }
 
 TEST(SignalContract, aHandledSignalWaitsForTheLoop) {
@@ -74,10 +74,10 @@ TEST(SignalContract, aHandledSignalWaitsForTheLoop) {
   installSignalHandler(SIGTERM, tell);
   ::raise(SIGTERM);
   pause(4);
-  EXPECT_THAT(gStory, IsEmpty());
+  EXPECT_THAT(gEvents, IsEmpty());
   postMain([] { stopMain(); });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("SIGTERM"));
+  EXPECT_THAT(gEvents, ElementsAre("SIGTERM"));
 }
 
 TEST(SignalContract, aHandledSignalDoesNotShortenAPause) {
@@ -94,7 +94,7 @@ void raiseTheOtherOne(int signal) {
   EXPECT_TRUE(isShutOut(SIGTERM));
   tell(signal);
   if (signal == SIGINT) ::raise(SIGTERM);
-  gStory.emplace_back("end of handler");
+  gEvents.emplace_back("end of handler");
 }
 
 TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
@@ -104,48 +104,48 @@ TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
   postMain([] { ::raise(SIGINT); });
   postMainAfter(100, [] { stopMain(); });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("SIGINT", "end of handler", "SIGTERM", "end of handler"));
+  EXPECT_THAT(gEvents, ElementsAre("SIGINT", "end of handler", "SIGTERM", "end of handler"));
 }
 
 TEST(SignalContract, aHandlerMayStopTheLoop) {
   ContractMachine mac;
-  installSignalHandler(SIGTERM, tellAndStop);
-  (void)addRepeatingTimer(12, [] { gStory.emplace_back("heartbeat"); });
+  installSignalHandler(SIGTERM, recordAndStop);
+  (void)addRepeatingTimer(12, [] { gEvents.emplace_back("heartbeat"); });
   mac.later(30, {.kind = ChangeKind::signal, .number = SIGTERM});
   runMain();
-  EXPECT_EQ(gStory.back(), "SIGTERM");
+  EXPECT_EQ(gEvents.back(), "SIGTERM");
   if (ContractMachine::timeIsExact()) {
-    EXPECT_THAT(gStory, ElementsAre("heartbeat", "heartbeat", "SIGTERM"));
+    EXPECT_THAT(gEvents, ElementsAre("heartbeat", "heartbeat", "SIGTERM"));
   }
 }
 
 TEST(SignalContract, aHandlerThatStopsTheLoopStopsItBeforeTheNextPieceOfWork) {
   const ContractMachine mac;
-  installSignalHandler(SIGTERM, tellAndStop);
+  installSignalHandler(SIGTERM, recordAndStop);
   postMain([] { ::raise(SIGTERM); });
-  postMain([] { gStory.emplace_back("next work"); });
+  postMain([] { gEvents.emplace_back("next work"); });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("SIGTERM"));
+  EXPECT_THAT(gEvents, ElementsAre("SIGTERM"));
 }
 
 TEST(SignalContract, aSignalSourceRunsItsWorkAsAPieceOfWork) {
   const ContractMachine mac;
   addSignalSource(SIGTERM, [] {
     EXPECT_TRUE(isShutOut(SIGTERM));
-    gStory.emplace_back("source");
+    gEvents.emplace_back("source");
     stopMain();
   });
   postMain([] {
     ::raise(SIGTERM);
-    gStory.emplace_back("end of work");
+    gEvents.emplace_back("end of work");
   });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("end of work", "source"));
+  EXPECT_THAT(gEvents, ElementsAre("end of work", "source"));
 }
 
 TEST(SignalContract, severalSignalsBeforeTheSourceRunsCountAsOne) {
   const ContractMachine mac;
-  addSignalSource(SIGTERM, [] { gStory.emplace_back("source"); });
+  addSignalSource(SIGTERM, [] { gEvents.emplace_back("source"); });
   postMain([] {
     for (int time = 0; time < 3; ++time) ::raise(SIGTERM);
     afterAWhile([] {
@@ -154,44 +154,44 @@ TEST(SignalContract, severalSignalsBeforeTheSourceRunsCountAsOne) {
     });
   });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("source", "source"));
+  EXPECT_THAT(gEvents, ElementsAre("source", "source"));
 }
 
 TEST(SignalContract, aSignalSourceKeepsTheProcessAliveDuringAPause) {
   const ContractMachine mac;
-  addSignalSource(SIGINT, [] { gStory.emplace_back("source"); });
+  addSignalSource(SIGINT, [] { gEvents.emplace_back("source"); });
   ::raise(SIGINT);
   pause(5);
-  EXPECT_THAT(gStory, IsEmpty());
+  EXPECT_THAT(gEvents, IsEmpty());
   afterAWhile([] { stopMain(); });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("source"));
+  EXPECT_THAT(gEvents, ElementsAre("source"));
 }
 
 TEST(SignalContract, eachSourceHasItsOwnWork) {
   const ContractMachine mac;
-  addSignalSource(SIGINT, [] { gStory.emplace_back("source of SIGINT"); });
-  addSignalSource(SIGTERM, [] { gStory.emplace_back("source of SIGTERM"); });
+  addSignalSource(SIGINT, [] { gEvents.emplace_back("source of SIGINT"); });
+  addSignalSource(SIGTERM, [] { gEvents.emplace_back("source of SIGTERM"); });
   postMain([] {
     ::raise(SIGTERM);
     afterAWhile([] { stopMain(); });
   });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("source of SIGTERM"));
+  EXPECT_THAT(gEvents, ElementsAre("source of SIGTERM"));
 }
 
 TEST(SignalContract, aSignalFromAnExchangeIsTakenOnceTheWorkIsDone) {
   ContractMachine mac;
-  installSignalHandler(SIGTERM, tellAndStop);
+  installSignalHandler(SIGTERM, recordAndStop);
   const SmcConnection connection = openSmc().connection;
   mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
   postMain([connection] {
     SmcRecord output;
     for (int time = 0; time < 3; ++time) (void)exchangeSmc(connection, {}, output);
-    gStory.emplace_back("end of work");
+    gEvents.emplace_back("end of work");
   });
   runMain();
-  EXPECT_THAT(gStory, ElementsAre("end of work", "SIGTERM"));
+  EXPECT_THAT(gEvents, ElementsAre("end of work", "SIGTERM"));
 }
 
 void exchangeTwice(SmcConnection connection) {

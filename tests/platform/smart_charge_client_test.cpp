@@ -64,7 +64,7 @@ TEST_F(SmartChargeContract, isAbsentForThreeReasons) {
   EXPECT_EQ(calls().loads, 3U);
 }
 
-TEST_F(SmartChargeContract, takesALimitAndTellsIt) {
+TEST_F(SmartChargeContract, storesALimitAndReportsIt) {
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   EXPECT_EQ(smartChargeLimitSupported(), true);
   EXPECT_EQ(smartChargeLimitEnabled(), false);

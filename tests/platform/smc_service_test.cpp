@@ -74,11 +74,11 @@ TEST(SmcOpeningContract, givesADifferentConnectionEachTime) {
   EXPECT_EQ(exchangeSmc(second.connection, recordFor("CHTE", keyInfoCommand), output).status, kernelSuccess);
 }
 
-TEST(SmcOpeningContract, countsTheLivesThatTheMachineSaw) {
+TEST(SmcOpeningContract, countsTheProcessesThatOpenedTheMachine) {
   const ContractMachine mac;
-  const std::uint64_t before = mac.record().system.lives;
+  const std::uint64_t before = mac.record().system.processes;
   (void)openSmc();
-  EXPECT_EQ(mac.record().system.lives, before + 1);
+  EXPECT_EQ(mac.record().system.processes, before + 1);
 }
 
 TEST(SmcOpeningContract, findsNoServiceOnAMachineWithout) {
@@ -95,7 +95,7 @@ TEST(SmcOpeningContract, passesOnThatTheServiceRefuses) {
   const SmcOpening opening = openSmc();
   EXPECT_EQ(opening.status, kernelNotPrivileged);
   EXPECT_EQ(opening.connection, 0U);
-  EXPECT_EQ(mac.record().system.lives, 0U);
+  EXPECT_EQ(mac.record().system.processes, 0U);
 }
 
 TEST(SmcOpeningContract, findsNoServiceWithoutAMachine) {
@@ -107,7 +107,7 @@ TEST(SmcOpeningContract, findsNoServiceWithoutAMachine) {
   EXPECT_EQ(output, SmcRecord{});
 }
 
-TEST_F(SmcServiceContract, tellsTheSizeOfAKey) {
+TEST_F(SmcServiceContract, reportsTheSizeOfAKey) {
   EXPECT_EQ(exchange(recordFor("CHTE", keyInfoCommand)), kernelSuccess);
   EXPECT_EQ(output[resultOffset], 0);
   EXPECT_EQ(output[sizeOffset], 4);

@@ -65,7 +65,7 @@ class SystemPowerContract : public ::testing::Test {
   std::vector<std::string> words;
 };
 
-TEST_F(SystemPowerContract, tellsOfSleepAndWakeInTheLoop) {
+TEST_F(SystemPowerContract, reportsSleepAndWakeInTheLoop) {
   listen();
   later(10, ChangeKind::sleep);
   later(500, ChangeKind::wake);
@@ -91,7 +91,7 @@ TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
   EXPECT_GT(mac.record().system.sleptSeconds, 450);
 }
 
-TEST_F(SystemPowerContract, goesOnWithoutAnAnswerInTheEnd) {
+TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
   listen(false);
   later(10, ChangeKind::sleep);
   later(500, ChangeKind::wake);
@@ -107,7 +107,7 @@ TEST_F(SystemPowerContract, goesOnWithoutAnAnswerInTheEnd) {
   EXPECT_GT(record.system.sleptSeconds, 350);
 }
 
-TEST_F(SystemPowerContract, saysNothingInADarkWakeAndLetsTimersRunInIt) {
+TEST_F(SystemPowerContract, reportsNothingInADarkWakeAndLetsTimersRunInIt) {
   listen();
   later(10, ChangeKind::sleep);
   later(1000, ChangeKind::darkWake, 200);
@@ -148,17 +148,17 @@ TEST_F(SystemPowerContract, stopsTimersAndDelayedWorkInSleep) {
   EXPECT_GE(fired[1], 200);
   EXPECT_LT(fired[1], 250);
   EXPECT_GE(delayed, 50);
-  EXPECT_GT(wallNow() - wallBegin, 1000 + 200) << "the wall clock goes on";
+  EXPECT_GT(wallNow() - wallBegin, 1000 + 200) << "the wall clock continues";
 }
 
-TEST_F(SystemPowerContract, tellsNothingToWhoHasNotRegistered) {
+TEST_F(SystemPowerContract, reportsNothingWithoutARegistration) {
   later(10, ChangeKind::sleep);
   later(100, ChangeKind::wake);
   runFor(60);
   EXPECT_THAT(words, IsEmpty());
 }
 
-TEST_F(SystemPowerContract, tellsNothingOfWhatWasBeforeTheRegistration) {
+TEST_F(SystemPowerContract, reportsNothingFromBeforeTheRegistration) {
   listen();
   later(1, ChangeKind::sleep);
   later(50, ChangeKind::wake);
@@ -217,7 +217,7 @@ TEST_F(SystemPowerContract, cancelsWhatItScheduled) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
-TEST_F(SystemPowerContract, saysWhySchedulingFailed) {
+TEST_F(SystemPowerContract, reportsWhySchedulingFailed) {
   EXPECT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "dance"), kernelBadArgument);
   mac.change({.kind = ChangeKind::scheduleStatus, .status = kernelNotPrivileged});
   EXPECT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelNotPrivileged);

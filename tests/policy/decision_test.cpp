@@ -56,7 +56,7 @@ TEST(Decision, leavesADischargeThroughAHold) {
   EXPECT_EQ(decideState(inputs), discharge);
   inputs.pct = 80;
   EXPECT_EQ(decideState(inputs), hold);
-  // Also far below the band: the next pass lets charging run.
+  // Also far below the band: the next tick lets charging run.
   inputs.pct = 15;
   EXPECT_EQ(decideState(inputs), hold);
   inputs.pct = 90;
@@ -64,7 +64,7 @@ TEST(Decision, leavesADischargeThroughAHold) {
   EXPECT_EQ(decideState(inputs), hold);
 }
 
-TEST(Decision, goesOnDischargingWhileTheSystemSaysBattery) {
+TEST(Decision, continuesDischargingWhileTheSystemReportsBattery) {
   DecisionInputs inputs = at(90);
   inputs.state = discharge;
   inputs.dischargeNow = true;
@@ -82,7 +82,7 @@ TEST(Decision, allowsWithoutAnAdapterWhateverTheState) {
   }
 }
 
-TEST(Decision, allowsAboveTheLimitWhileTheSystemStillSaysBattery) {
+TEST(Decision, allowsAboveTheLimitWhileTheSystemStillReportsBattery) {
   DecisionInputs inputs = at(90);
   inputs.plugged = false;
   EXPECT_EQ(decideState(inputs), allow);

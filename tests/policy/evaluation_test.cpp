@@ -80,7 +80,7 @@ TEST_F(Tick, doesNothingWhileDormantOrReleased) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Tick, goesOnAfterAPurgeWhereTheKeysAreOurs) {
+TEST_F(Tick, continuesAfterAPurgeWhereTheKeysAreOurs) {
   mac.charge(90);
   gPurged = true;
   evaluate();
@@ -197,7 +197,7 @@ TEST_F(Tick, endsWithoutAPowerReading) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Tick, neverSeesAChangeThatFellIntoAPassWithoutAReading) {
+TEST_F(Tick, neverSeesAChangeThatFellIntoATickWithoutAReading) {
   mac.charge(80);
   evaluate();
   mac.charge(77);
@@ -206,7 +206,7 @@ TEST_F(Tick, neverSeesAChangeThatFellIntoAPassWithoutAReading) {
   ticks(1);
   findPowerSources();
   ticks(1);
-  EXPECT_EQ(gState, ChargeState::hold);  // a pass that saw the change would have allowed
+  EXPECT_EQ(gState, ChargeState::hold);  // a tick that saw the change would have allowed
 }
 
 TEST_F(Tick, remembersThePowerReading) {
@@ -269,7 +269,7 @@ TEST_F(Tick, chargesInsideTheBandWhenTheLimitIsKnownNotToHaveBeenReached) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Tick, startsUpwardsInThePassThatChangesASetting) {
+TEST_F(Tick, startsUpwardsInTheTickThatChangesASetting) {
   for (const char* change : {"{\"limit\":81}", "{\"limit\":81,\"discharge\":true}"}) {
     mac.charge(81);
     ticks(1);
@@ -283,7 +283,7 @@ TEST_F(Tick, startsUpwardsInThePassThatChangesASetting) {
   }
 }
 
-TEST_F(Tick, knowsAtOnceThatADisabledPassIsNotAtTheLimit) {
+TEST_F(Tick, knowsAtOnceThatADisabledTickIsNotAtTheLimit) {
   mac.settings("{\"enabled\":false}");
   mac.charge(77);
   evaluate();
@@ -305,14 +305,14 @@ TEST_F(Tick, allowsWhenTheLimitIsOff) {
   EXPECT_EQ(gMode, LedMode::orange);
 }
 
-TEST_F(Tick, treatsEveryPassAsTheFirstWithANegativeLimit) {
+TEST_F(Tick, treatsEveryTickAsTheFirstWithANegativeLimit) {
   mac.settings("{\"limit\":-5}");
   mac.charge(20);
   evaluate();
   mac.settings("{\"limit\":-5,\"discharge\":true}");
   gAtLimit = true;
   ticks(1);
-  EXPECT_EQ(gAtLimit, true);  // a pass that saw a change would have cleared it
+  EXPECT_EQ(gAtLimit, true);  // a tick that saw a change would have cleared it
 }
 
 TEST_F(Tick, publishesTheBandForTheFirmware) {
@@ -332,7 +332,7 @@ TEST_F(Tick, allowsOnBattery) {
   EXPECT_THAT(summary(), HasSubstr("  battery  state=allow  LED=system"));
 }
 
-TEST_F(Tick, opensChargingForOnePassWhenTheSystemLagsBehindTheAdapter) {
+TEST_F(Tick, opensChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   evaluate();
@@ -508,7 +508,7 @@ TEST_F(Tick, dropsATopUpAfterItsHours) {
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(Tick, saysExpiredWhenATopUpIsBothExpiredAndUnplugged) {
+TEST_F(Tick, reportsExpiredWhenATopUpIsBothExpiredAndUnplugged) {
   mac.settings("{\"topUp\":true,\"topUpHours\":2}");
   evaluate();
   mac.pass(7201);
@@ -540,14 +540,14 @@ TEST_F(Tick, forgetsATopUpThatIsNoLongerAskedFor) {
   EXPECT_EQ(gTopUpSince, 0);
 }
 
-TEST_F(Tick, writesBackAOneShotThatTheSamePassHadCleared) {
+TEST_F(Tick, writesBackAOneShotThatTheSameTickHadCleared) {
   mac.unplug();
   mac.settings("{\"topUp\":true,\"resetStats\":true}");
   evaluate();
   // The pass works on what it read at its start, so the second write restores the request of the first …
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
   ticks(1);
-  // … and the next pass serves it once more.
+  // … and the next tick serves it once more.
   EXPECT_THAT(newLines(), Contains("stats reset").Times(2));
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
 }
@@ -642,7 +642,7 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
   mac.charge(90);
   mac.settings("{\"calSoakMinutes\":153722867280912931}");
   EXPECT_EXIT(evaluate(), ::testing::KilledBySignal(SIGABRT), "");
-  // The hardware was set by the life that ended.
+  // The hardware was set by the process that ended.
   EXPECT_EQ(mac.key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
@@ -696,7 +696,7 @@ TEST_F(Tick, showsAQuestionMarkWithoutATemperature) {
 }
 
 TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
-  // The cut that a pass makes does not hide the adapter from the light chosen later in the same pass.
+  // The cut that a tick makes does not hide the adapter from the light chosen later in the same tick.
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.keepReads();

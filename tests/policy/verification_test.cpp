@@ -77,7 +77,7 @@ class Verification : public test::OnVirtualMac {
   }
 
   // The current as the gauge shows it until its next publication.
-  void gaugeSays(std::int64_t amperageMA) { mac.store().update().machine().gauge.currentMA = amperageMA; }
+  void gaugeReads(std::int64_t amperageMA) { mac.store().update().machine().gauge.currentMA = amperageMA; }
   void unreadableCurrent() {
     mac.property("Amperage", PropertyFault::missing);
     mac.removeKey("CHSC");
@@ -89,12 +89,12 @@ class Verification : public test::OnVirtualMac {
   // The verifier's view of a hold, with this current, after so many seconds more.
   void lookAtHold(double seconds, std::int64_t amperageMA) {
     mac.pass(seconds);
-    gaugeSays(amperageMA);
+    gaugeReads(amperageMA);
     verifyGate(true);
   }
   void lookAtDischarge(double seconds, std::int64_t amperageMA, bool fullyAwake = true) {
     mac.pass(seconds);
-    gaugeSays(amperageMA);
+    gaugeReads(amperageMA);
     verifyDischarge(fullyAwake);
   }
 };
@@ -205,7 +205,7 @@ TEST_F(Verification, keepsItsVerdictFromHoldToHold) {
   EXPECT_EQ(gGateVerified, true);
 }
 
-TEST_F(Verification, countsFromTheFirstPassThatSeesTheHold) {
+TEST_F(Verification, countsFromTheFirstTickThatSeesTheHold) {
   begin(ChargeState::hold);
   mac.pass(500);
   verifyGate(true);
@@ -296,7 +296,7 @@ TEST_F(Verification, leavesAHoldThatStandsAlone) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Verification, closesAGateThatOpenedAndSaysSoOnceInEachHold) {
+TEST_F(Verification, closesAGateThatOpenedAndLogsItOnceInEachHold) {
   for (int hold = 0; hold < 2; ++hold) {
     begin(ChargeState::hold);
     for (int pass = 0; pass < 3; ++pass) {
@@ -309,7 +309,7 @@ TEST_F(Verification, closesAGateThatOpenedAndSaysSoOnceInEachHold) {
   }
 }
 
-TEST_F(Verification, saysNothingOfASecondLossEvenAfterTheGateWasFoundClosed) {
+TEST_F(Verification, logsNothingAboutASecondLossEvenAfterTheGateWasFoundClosed) {
   begin(ChargeState::hold);
   systemTakes("CHTE");
   reassertState();
@@ -410,7 +410,7 @@ TEST_F(Verification, hasAQuestionMarkForACutThatThereIsNot) {
 
 // --- whether a discharge runs the battery down
 
-TEST_F(Verification, judgesADischarge60SecondsAfterItsFirstPass) {
+TEST_F(Verification, evaluatesADischarge60SecondsAfterItsFirstTick) {
   begin(ChargeState::discharge);
   mac.pass(300);
   verifyDischarge(true);
@@ -421,7 +421,7 @@ TEST_F(Verification, judgesADischarge60SecondsAfterItsFirstPass) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Verification, goesOnWithADischargeOf100MAAndMore) {
+TEST_F(Verification, continuesWithADischargeOf100MAAndMore) {
   begin(ChargeState::discharge);
   verifyDischarge(true);
   for (const int amperageMA : {-150, -100, -19999}) lookAtDischarge(60, amperageMA);
@@ -445,7 +445,7 @@ TEST_F(Verification, givesUpADischargeOfLess) {
   }
 }
 
-TEST_F(Verification, judgesEveryPassAfterTheFirstJudgement) {
+TEST_F(Verification, evaluatesEveryTickAfterTheFirstEvaluation) {
   begin(ChargeState::discharge);
   verifyDischarge(true);
   lookAtDischarge(60, -150);
@@ -497,7 +497,7 @@ TEST_F(Verification, countsADischargeAnewAfterAnUnplug) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Verification, judgesByTheLastReadingWhereTheAdapterCanNotBeRead) {
+TEST_F(Verification, evaluatesByTheLastReadingWhereTheAdapterCanNotBeRead) {
   begin(ChargeState::discharge);
   mac.removeKey("AC-W");
   gLastPlugged = false;  // a cut adapter looks like none
@@ -519,7 +519,7 @@ TEST_F(Verification, forgetsTheCutInAnyOtherState) {
   }
 }
 
-TEST_F(Verification, judgesADischargeByTheWallClock) {
+TEST_F(Verification, evaluatesADischargeByTheWallClock) {
   begin(ChargeState::discharge);
   verifyDischarge(true);
   mac.number(ChangeKind::clockStep, -500);
@@ -536,7 +536,7 @@ TEST_F(Verification, judgesADischargeByTheWallClock) {
 
 // --- the firmware's band
 
-TEST_F(BandVerification, armsTheBandOnceMoreInTheFirstPassOfAHold) {
+TEST_F(BandVerification, armsTheBandOnceMoreInTheFirstTickOfAHold) {
   gFirmwareUpper = 80;
   gFirmwareLower = 75;
   applyState(ChargeState::hold);
@@ -569,7 +569,7 @@ TEST_F(BandVerification, rewritesABandFoundOffSilently) {
   EXPECT_FALSE(gDriftLogged);
 }
 
-TEST_F(BandVerification, saysWhenTheBandChangesDuringAHold) {
+TEST_F(BandVerification, reportsWhenTheBandChangesDuringAHold) {
   begin(ChargeState::hold);
   reassertState();
   forget();
@@ -586,7 +586,7 @@ TEST_F(BandVerification, saysWhenTheBandChangesDuringAHold) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(BandVerification, saysThatTheBandChangedAlsoWhereItStands) {
+TEST_F(BandVerification, reportsThatTheBandChangedAlsoWhereItStands) {
   begin(ChargeState::hold);
   reassertState();
   gFirmwareUpper = 90;
@@ -632,7 +632,7 @@ TEST_F(BandVerification, armsABandThatWasLostDuringADischargeSilently) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-// --- in the pass
+// --- in the tick
 
 class VerifyingTick : public Verification {};
 
@@ -650,7 +650,7 @@ TEST_F(VerifyingTick, decidesThenVerifiesThenShows) {
   EXPECT_THAT(lines[2], HasSubstr("state=hold  LED=green"));
 }
 
-TEST_F(VerifyingTick, looksAtTheKeysBeforeItLooksAtTheCurrent) {
+TEST_F(VerifyingTick, checksTheKeysBeforeTheCurrent) {
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
   evaluate();
@@ -668,7 +668,7 @@ TEST_F(VerifyingTick, looksAtTheKeysBeforeItLooksAtTheCurrent) {
   EXPECT_EQ(order, "adapter stop cut adapter adapter adapter adapter ");
 }
 
-TEST_F(VerifyingTick, putsRightWhatDriftedBeforeItJudges) {
+TEST_F(VerifyingTick, correctsDriftBeforeItEvaluates) {
   mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
   mac.charge(85);
   evaluate();
@@ -682,7 +682,7 @@ TEST_F(VerifyingTick, putsRightWhatDriftedBeforeItJudges) {
   EXPECT_EQ(lines[1], broken);
 }
 
-TEST_F(VerifyingTick, doesNotJudgeTheDrainOfACalibrationInAMaintenanceWake) {
+TEST_F(VerifyingTick, doesNotEvaluateTheDrainOfACalibrationInAMaintenanceWake) {
   mac.settings("{\"calibrate\":true,\"calDrain\":15}");
   gCal = {.phase = CalPhase::drain, .phaseSince = platform::wallNow()};
   mac.charge(90);
@@ -712,7 +712,7 @@ TEST_F(VerifyingTick, neverVerifiesWhereMacOSDoesTheWork) {
   EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is shown all the same
 }
 
-TEST_F(VerifyingTick, losesTheCutInSixPassesAndHolds) {
+TEST_F(VerifyingTick, losesTheCutInSixTicksAndHolds) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.change({.kind = ChangeKind::keyReleaseAfter, .key = virtual_mac::keyCode("CHIE"), .number = 0});

@@ -244,7 +244,7 @@ TEST_F(GoingToSleep, closesTheGateInsideTheBand) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, saysSoAlsoWhenTheGateIsClosedAlready) {
+TEST_F(GoingToSleep, reportsItAlsoWhenTheGateIsClosedAlready) {
   at(80);
   prepareForSleep();
   EXPECT_THAT(newLines(), ElementsAre(frozenAt(80)));

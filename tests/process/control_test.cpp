@@ -285,7 +285,7 @@ TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
         EXPECT_TRUE(ids.insert(reply->id).second) << "answered twice";
       }
       asking.join();
-      client->sayNoMore();
+      client->closeWriting();
       EXPECT_FALSE(client->nextReply()) << "one too many";
       --left;
     });
@@ -298,8 +298,8 @@ TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
   const double begun = realNow();
   // Also when the storm is over sooner: long enough to see a beat.
   while (left > 0 || realNow() - begun < 80 / speed) {
-    status.look();
-    statistics.look();
+    status.view();
+    statistics.view();
     const timespec moment{0, 5'000'000};
     static_cast<void>(::nanosleep(&moment, nullptr));
   }

@@ -82,7 +82,7 @@ struct BrokenFolder : ::testing::Test {
   }
 };
 
-TEST_F(BrokenFolder, thatIsMissingIsSaidInOneLine) {
+TEST_F(BrokenFolder, thatIsMissingIsReportedInOneLine) {
   const std::string folder = scratch.path() + "/nowhere";
   const Finished finished = start(folder);
   expectOneClearLine(finished);
@@ -90,19 +90,19 @@ TEST_F(BrokenFolder, thatIsMissingIsSaidInOneLine) {
   EXPECT_FALSE(test::exists(folder));
 }
 
-TEST_F(BrokenFolder, thatIsEmptyIsSaidInOneLineAndStaysEmpty) {
+TEST_F(BrokenFolder, thatIsEmptyIsReportedInOneLineAndStaysEmpty) {
   expectOneClearLine(start(scratch.path()));
   EXPECT_FALSE(test::exists(scratch.path() + "/machine"));
   EXPECT_FALSE(test::exists(scratch.path() + "/volume"));
 }
 
-TEST_F(BrokenFolder, thatIsNotOursIsSaidInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, thatIsNotOursIsReportedInOneLineAndLeftAlone) {
   test::put(scratch.path() + "/machine", "somebody else's file");
   expectOneClearLine(start(scratch.path()));
   EXPECT_EQ(test::contents(scratch.path() + "/machine"), "somebody else's file");
 }
 
-TEST_F(BrokenFolder, thatIsHalfWrittenIsSaidInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, thatIsHalfWrittenIsReportedInOneLineAndLeftAlone) {
   const LiveMac mac;
   const std::string whole = test::contents(mac.folder() + "/machine");
   for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() / 2, whole.size() - 1}) {
@@ -170,7 +170,7 @@ TEST(LiveDaemon, leavesABatteryThatAgesWithoutIt) {
   ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // nobody runs, and it charges
 }
 
-TEST(LiveDaemon, hearsOfAPulledAdapterAtOnce) {
+TEST(LiveDaemon, noticesAPulledAdapterAtOnce) {
   const LiveMac mac({"--charge", "90"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("state=hold"));
@@ -290,7 +290,7 @@ TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
   EXPECT_GT(taken, 0);
 }
 
-TEST(LiveDaemon, livesOnWithItsStandardOutputClosedByTheReader) {
+TEST(LiveDaemon, keepsRunningWithItsStandardOutputClosedByTheReader) {
   const LiveMac mac({"--charge", "90", "--speed", "100"});
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

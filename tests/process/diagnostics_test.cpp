@@ -90,8 +90,8 @@ TEST_F(SelfTestProgram, touchesNoKeyAndNoFileOfTheDaemon) {
   const auto program = mac.daemon({"--selftest"}, farAway);
   ASSERT_TRUE(program->ends());
   expectPassed({program->status(), program->endSignal(), program->output(), program->errors()});
-  EXPECT_EQ(store->look().machine().smc.exchanges, 0U);
-  EXPECT_EQ(store->look().journal().written, 0U);
+  EXPECT_EQ(store->view().machine().smc.exchanges, 0U);
+  EXPECT_EQ(store->view().journal().written, 0U);
   const auto after = filesBelow(mac.folder() + "/volume");
   ASSERT_EQ(after.size(), files.size());
   for (const auto& [path, changed] : files) EXPECT_TRUE(after.at(path) == changed) << path;
@@ -109,7 +109,7 @@ TEST_F(SelfTestProgram, passesManyTimesAtOnce) {
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
 }
 
-TEST_F(SelfTestProgram, says1WhereItHasNoPlaceForItsFiles) {
+TEST_F(SelfTestProgram, reports1WithoutAPlaceForItsFiles) {
   ASSERT_EQ(::chmod(temporary.path().c_str(), 0755), 0);
   const test::Ended ended = test::runAsNobody({"--selftest"}, farAway);
   EXPECT_EQ(ended.status, 1);

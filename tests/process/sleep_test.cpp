@@ -1,5 +1,5 @@
-// A live machine really sleeps: its daemon stands still, is woken by people and by the wake that it
-// scheduled, and goes on.
+// A live machine really sleeps: its daemon is paused, is woken by people and by the wake that it
+// scheduled, and continues.
 
 #include <csignal>
 #include <ctime>
@@ -37,7 +37,7 @@ void passFor(double machineSeconds) {
   static_cast<void>(::nanosleep(&wait, nullptr));
 }
 
-TEST(LiveSleep, standsStillUntilItIsWoken) {
+TEST(LiveSleep, isPausedUntilItIsWoken) {
   const LiveMac mac({"--charge", "80", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 80%"));
@@ -113,7 +113,7 @@ TEST(LiveSleep, letsADaemonEndThatIsTold) {
   EXPECT_THAT(mac.vmac("show"), Not(HasSubstr("scheduled    ")));
 }
 
-TEST(LiveSleep, tellsWhatItWasNotToldRightly) {
+TEST(LiveSleep, reportsInvalidArguments) {
   const LiveMac mac;
   for (const char* seconds : {"0", "soon", "-5", "4000"}) {
     const Finished finished = run("brisko-vmac", {"wake", mac.folder(), "--dark", seconds});

@@ -127,7 +127,7 @@ TEST(Vmac, plugsAndUnplugs) {
   EXPECT_THAT(mac.vmac("show"), HasSubstr("adapter      30 W, connected"));
 }
 
-TEST(Vmac, setsWhatAPersonWouldSay) {
+TEST(Vmac, setsValuesByName) {
   const LiveMac mac({"--unplugged"});
   static_cast<void>(mac.vmac("set", {"charge=33", "load=20", "temperature=41.5"}));
   EXPECT_NEAR(mac.charge(), 33, 0.5);
@@ -156,7 +156,7 @@ TEST(Vmac, writesKeysAsSomebodyElseWould) {
   }
 }
 
-TEST(Vmac, tellsTheJournalOfWrites) {
+TEST(Vmac, reportsTheJournalOfWrites) {
   const LiveMac mac({"--charge", "90"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("→ state: hold"));

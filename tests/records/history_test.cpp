@@ -153,7 +153,7 @@ TEST_F(History, skipsASampleThatComesTooSoon) {
   EXPECT_TRUE(recordAfter(0.125));  // 55 s
 }
 
-TEST_F(History, tellsOfANewStateOrAdapterAtOnce) {
+TEST_F(History, recordsANewStateOrAdapterAtOnce) {
   EXPECT_TRUE(recordAfter(0));
   sample.state = ChargeState::allow;
   EXPECT_TRUE(recordAfter(2));
@@ -163,7 +163,7 @@ TEST_F(History, tellsOfANewStateOrAdapterAtOnce) {
   EXPECT_FALSE(recordAfter(2));
 }
 
-TEST_F(History, tellsOfANewChargeAfter55Seconds) {
+TEST_F(History, recordsANewChargeAfter55Seconds) {
   EXPECT_TRUE(recordAfter(0));
   sample.pct = 79;
   EXPECT_FALSE(recordAfter(54.875));
@@ -171,7 +171,7 @@ TEST_F(History, tellsOfANewChargeAfter55Seconds) {
   EXPECT_FALSE(recordAfter(60));
 }
 
-TEST_F(History, tellsOfHalfADegreeAfter55Seconds) {
+TEST_F(History, recordsHalfADegreeAfter55Seconds) {
   EXPECT_TRUE(recordAfter(0));
   sample.temp = 30.4;
   EXPECT_FALSE(recordAfter(60));
@@ -182,7 +182,7 @@ TEST_F(History, tellsOfHalfADegreeAfter55Seconds) {
   EXPECT_TRUE(recordAfter(0.125));
 }
 
-TEST_F(History, tellsAnythingAfter300Seconds) {
+TEST_F(History, recordsAnythingAfter300Seconds) {
   EXPECT_TRUE(recordAfter(0));
   sample.temp = 30.4;
   EXPECT_FALSE(recordAfter(60));
@@ -333,7 +333,7 @@ TEST_F(History, prunesAlsoAfterALineThatCannotBeWritten) {
   EXPECT_THAT(names(), ElementsAre(today));
 }
 
-TEST_F(History, bearsWhatStandsInItsPlace) {
+TEST_F(History, toleratesWhatStandsInItsPlace) {
   test::makePipe(mac.path(unmapped(today)));
   recordSample(sample, cfg);  // does not wait
   std::filesystem::remove(mac.path(unmapped(today)));
@@ -445,7 +445,7 @@ TEST_F(Pruning, knowsLeapDays) {
   EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(Pruning, saysSoAlsoWhenAFileStays) {
+TEST_F(Pruning, reportsItAlsoWhenAFileStays) {
   has({"2020-01-01.jsonl/inside", "2020-01-02.jsonl"});
   for (int time = 0; time < 2; ++time) {
     pruneHistory(7);
@@ -515,7 +515,7 @@ TEST_F(Pruning, comesWithTheFirstLineAndWithEachNewDay) {
   EXPECT_THAT(newLines(), SizeIs(2));
 }
 
-TEST_F(Pruning, keepsTheDaysThatTheSettingsSay) {
+TEST_F(Pruning, keepsTheDaysOfTheSettings) {
   cfg.historyDays = 3;
   has({"2026-02-22.jsonl", "2026-02-23.jsonl"});
   recordSample(sample, cfg);

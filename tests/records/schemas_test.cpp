@@ -227,7 +227,7 @@ TEST(Schemas, keepTheRangesThatTheDaemonKeeps) {
   });
 }
 
-TEST(Schemas, doNotJudgeTheUsersChoices) {
+TEST(Schemas, acceptAnyChoiceOfTheUser) {
   expectFlaws({
       {"config", "/limit", 150, ""},
       {"config", "/hysteresis", -3, ""},
@@ -238,7 +238,7 @@ TEST(Schemas, doNotJudgeTheUsersChoices) {
   });
 }
 
-TEST(Schemas, letAStatusTellOfARunOnlyWhileOneStands) {
+TEST(Schemas, letAStatusContainARunOnlyDuringOne) {
   const Json running = whole("status");
   Json idle = running;
   idle["cal"]["phase"] = "idle";
@@ -256,7 +256,7 @@ TEST(Schemas, letAStatusTellOfARunOnlyWhileOneStands) {
   EXPECT_THAT(flaw("status", began), Optional(HasSubstr("#/cal breaks \"oneOf\"")));
 }
 
-TEST(Schemas, letAProbeTellEitherAWayOrWhyThereIsNone) {
+TEST(Schemas, letAProbeContainEitherAGateOrAReason) {
   const std::vector<Json> probes = wholeDocuments().at("probe");
   const Json& keys = probes[0];
   const Json& macOS = probes[1];
@@ -355,7 +355,7 @@ TEST_F(RecordCheck, failsOnEachRecordWithAFlaw) {
   }
 }
 
-TEST_F(RecordCheck, tellsWhatAndWhere) {
+TEST_F(RecordCheck, reportsWhatAndWhere) {
   Json document = whole("statistics");
   document["since"] = 7;
   writeJsonFile(path("stats.json"), document);
@@ -380,7 +380,7 @@ TEST_F(RecordCheck, passesOverWhatTheTestPut) {
   EXPECT_NONFATAL_FAILURE(look(), "required");
 }
 
-TEST_F(RecordCheck, passesOverAnEmptyRecordAndWhatIsNone) {
+TEST_F(RecordCheck, skipsAnEmptyRecordAndOtherFiles) {
   writeJsonFile(path("another.json"), Json::array());
   append("status.json", "");
   test::makeFolder(path("stats.json"));
@@ -389,7 +389,7 @@ TEST_F(RecordCheck, passesOverAnEmptyRecordAndWhatIsNone) {
   look();
 }
 
-TEST_F(RecordCheck, judgesEachLineOfTheHistory) {
+TEST_F(RecordCheck, checksEachLineOfTheHistory) {
   const std::string day = "2026-03-01.jsonl";
   append(day, line);
   append(day, line);
@@ -402,7 +402,7 @@ TEST_F(RecordCheck, judgesEachLineOfTheHistory) {
   EXPECT_NONFATAL_FAILURE(look(), "its last line does not end");
 }
 
-TEST_F(RecordCheck, judgesWhatFollowsTheLinesThatTheTestPut) {
+TEST_F(RecordCheck, checksWhatFollowsTheLinesThatTheTestWrote) {
   const std::string day = "2026-03-01.jsonl";
   test::put(path(day), "not one of ours\n");
   look();
@@ -476,7 +476,7 @@ TEST(Schemas, standOneForEachKindOfDocument) {
 
 // A word that the validator does not know would be a promise that nobody checks, and so would a reference
 // that leads nowhere.
-TEST(Schemas, askNothingThatTheValidatorPassesOver) {
+TEST(Schemas, useNoKeywordThatTheValidatorIgnores) {
   const std::set<std::string> known = {
       "$schema", "title",       "description", "default",  // for the reader
       "$ref",    "definitions", "type",        "enum",    "required", "properties", "additionalProperties",
@@ -530,7 +530,7 @@ TEST(Schemas, giveTheSettingsTheirDefaults) {
   }
 }
 
-TEST(Schemas, saySameAsThePageAboutTheFiles) {
+TEST(Schemas, agreeWithTheFilesDocument) {
   const std::map<std::string, std::string> words = {{"text", "string"}, {"list", "array"}};
   std::set<std::string> named;
   for (const auto& [heading, section] : test::readFilesDocument()) {

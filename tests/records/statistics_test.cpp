@@ -68,7 +68,7 @@ TEST_F(ProtectedTime, takesTimeAwayWhenTheClockIsSetBack) {
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 90);
 }
 
-TEST_F(ProtectedTime, standsStillWhileChargingIsAllowed) {
+TEST_F(ProtectedTime, isPausedWhileChargingIsAllowed) {
   gState = ChargeState::allow;
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
@@ -78,7 +78,7 @@ TEST_F(ProtectedTime, standsStillWhileChargingIsAllowed) {
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 20);
 }
 
-TEST_F(ProtectedTime, standsStillWithoutAnAdapter) {
+TEST_F(ProtectedTime, isPausedWithoutAnAdapter) {
   mac.unplug();
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
@@ -91,7 +91,7 @@ TEST_F(ProtectedTime, isWrittenWithEveryTickThatAddsToIt) {
   EXPECT_THAT(mac.read(statsPath), ::testing::HasSubstr("\"protectedSeconds\":40,"));
 }
 
-TEST_F(ProtectedTime, isNotWrittenWhileItStandsStill) {
+TEST_F(ProtectedTime, isNotWrittenWhileItIsPaused) {
   gState = ChargeState::allow;
   tickAfter(20);
   EXPECT_FALSE(mac.exists(statsPath));
@@ -224,7 +224,7 @@ TEST_F(StatisticsFile, withoutAKeyMeansNothingOrTheStart) {
   EXPECT_EQ(gNativeBefore, std::nullopt);
 }
 
-TEST_F(StatisticsFile, thatIsNoneChangesNothing) {
+TEST_F(StatisticsFile, ignoresAFileThatIsNotJson) {
   gProtectedSeconds = gTopUpSince = 5;
   gAtLimit = true;
   gNativeBefore = 85;
@@ -266,7 +266,7 @@ TEST_F(StatisticsFile, isNotWrittenAfterAPurge) {
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
-TEST_F(StatisticsFile, makesNoFoldersAndBearsWhatStandsInItsPlace) {
+TEST_F(StatisticsFile, makesNoFoldersAndToleratesWhatStandsInItsPlace) {
   test::makeFolder(mac.path(statsPath));
   writeStats();
   std::filesystem::remove(mac.path(statsPath));

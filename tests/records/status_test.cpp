@@ -66,7 +66,7 @@ TEST_F(Status, isOneCompactObjectWithSortedKeys) {
             R"("state":"hold","topUp":false,"ts":1772352000.0,"upper":80})");
 }
 
-TEST_F(Status, tellsAllThatThereIsToTell) {
+TEST_F(Status, containsEveryKnownField) {
   gGate = ChargeGate{ChargeKeys::ch0b0c, AdapterCutKey::ch0i};
   gLedSupported = dischargeSupported = gDischargeBroken = true;
   gProbedKeys = {"CH0B", "CH0C", "CH0I", "ACLC", "AC-W", "TB0T"};

@@ -1,4 +1,4 @@
-// What a pass writes to which file, and in which order.
+// What a tick writes to which file, and in which order.
 
 #include <cstdlib>
 #include <filesystem>
@@ -54,7 +54,7 @@ class Records : public test::OnVirtualMac {
     work();
     return journal.written();
   }
-  std::vector<std::string> pass() {
+  std::vector<std::string> tick() {
     mac.pass(12);
     return written(evaluate);
   }
@@ -63,7 +63,7 @@ class Records : public test::OnVirtualMac {
   std::string statsText() const { return mac.read(statsPath); }
 };
 
-TEST_F(Records, areTheStatusAndASampleOfEveryPass) {
+TEST_F(Records, areTheStatusAndASampleOfEveryTick) {
   mac.settings(R"({"limit":85,"hysteresis":10,"discharge":true,"calDrain":20,"calSoakMinutes":30})");
   mac.charge(90);
   mac.temperature(31);
@@ -76,7 +76,7 @@ TEST_F(Records, areTheStatusAndASampleOfEveryPass) {
   EXPECT_THAT(history(), StartsWith(R"({"ct":310,"g":true,"p":90,"s":"discharge","t":1772352000,"wt":)"));
 }
 
-TEST_F(Records, tellOfTheAdapterAsTheControllerSeesIt) {
+TEST_F(Records, recordTheAdapterAsTheControllerSeesIt) {
   // The cut adapter is there, whatever macOS says of its power source.
   mac.settings(R"({"discharge":true})");
   mac.charge(90);
@@ -92,14 +92,14 @@ TEST_F(Records, tellOfTheAdapterAsTheControllerSeesIt) {
   EXPECT_THAT(history(), HasSubstr("\"g\":false"));
 }
 
-TEST_F(Records, tellTheSettingsUpperBoundDuringATopUp) {
+TEST_F(Records, containTheSettingsUpperBoundDuringATopUp) {
   mac.settings(R"({"limit":10,"topUp":true})");
   evaluate();
   EXPECT_THAT(statusText(), HasSubstr("\"topUp\":true"));
   EXPECT_THAT(statusText(), EndsWith("\"upper\":20}"));
 }
 
-TEST_F(Records, tellTheCalibrationsTerms) {
+TEST_F(Records, containTheCalibrationsTerms) {
   mac.settings(R"({"calibrate":true,"calDrain":20,"calSoakMinutes":30})");
   gCal = {.phase = CalPhase::soak, .phaseSince = platform::wallNow()};
   evaluate();
@@ -110,14 +110,14 @@ TEST_F(Records, tellTheCalibrationsTerms) {
 TEST_F(Records, areWrittenAtMostEvery24SecondsByTheHeartbeat) {
   mac.charge(80);
   evaluate();
-  EXPECT_THAT(pass(), IsEmpty());  // 12 s are too soon
-  EXPECT_THAT(pass(), ElementsAre(status));
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());  // 12 s are too soon
+  EXPECT_THAT(tick(), ElementsAre(status));
+  EXPECT_THAT(tick(), IsEmpty());
 }
 
 TEST_F(Records, areNotWrittenWithoutAPowerReading) {
   mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
   EXPECT_EQ(history(), "");
 }
 
@@ -131,7 +131,7 @@ TEST_F(Records, keepNoHistoryThatIsNotWanted) {
 TEST_F(Records, endWithAPurge) {
   mac.settings(R"({"topUp":true,"resetStats":true})");
   gPurged = true;
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
   EXPECT_EQ(history(), "");
 }
 
@@ -148,41 +148,41 @@ TEST_F(Records, survivePathsThatCannotBeWritten) {
 
 TEST_F(Records, noteTheLimitFlagWhenItBecomesKnownAndWhenItChanges) {
   mac.charge(80);
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":true"));
   mac.charge(78);
-  EXPECT_THAT(pass(), ElementsAre(status));
+  EXPECT_THAT(tick(), ElementsAre(status));
   mac.charge(75);
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":false"));
 }
 
 TEST_F(Records, noteALimitFlagThatBecomesKnownAsFalse) {
   mac.charge(50);
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), IsEmpty());
 }
 
 TEST_F(Records, takeAFlagOverFromTheLastRun) {
   gAtLimit = true;
   mac.charge(80);
-  EXPECT_THAT(pass(), ElementsAre(status));
+  EXPECT_THAT(tick(), ElementsAre(status));
 }
 
 TEST_F(Records, startTheStatisticsAnewBeforeTheRequestIsCleared) {
   gAtLimit = false;
   gProtectedSeconds = 500;
   mac.settings("{\"resetStats\":true}");
-  EXPECT_THAT(pass(), ElementsAre(stats, config, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, config, status));
   EXPECT_EQ(statsText(), R"({"atLimit":false,"protectedSeconds":0,"since":1772352012.0,"topUpSince":0.0})");
 }
 
 TEST_F(Records, noteATopUpWhenItStarts) {
   gAtLimit = false;
   mac.settings("{\"topUp\":true}");
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":1772352012.0"));
-  EXPECT_THAT(pass(), IsEmpty());
+  EXPECT_THAT(tick(), IsEmpty());
 }
 
 TEST_F(Records, noteATopUpWhenItEnds) {
@@ -191,7 +191,7 @@ TEST_F(Records, noteATopUpWhenItEnds) {
   evaluate();
   mac.unplug();
   // The request goes before the time, and the flag of the limit stays.
-  EXPECT_THAT(pass(), ElementsAre(config, stats, status));
+  EXPECT_THAT(tick(), ElementsAre(config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
 }
 
@@ -199,7 +199,7 @@ TEST_F(Records, noteTheStartAndTheEndOfATopUpAskedForOnBattery) {
   gAtLimit = false;
   mac.unplug();
   mac.settings("{\"topUp\":true}");
-  EXPECT_THAT(pass(), ElementsAre(stats, config, stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
 }
@@ -207,7 +207,7 @@ TEST_F(Records, noteTheStartAndTheEndOfATopUpAskedForOnBattery) {
 TEST_F(Records, noteATopUpThatIsNoLongerAskedFor) {
   gAtLimit = false;
   gTopUpSince = 5;
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
 }
 
@@ -216,7 +216,7 @@ TEST_F(Records, noteATopUpThatACalibrationEnds) {
   gTopUpSince = 5;
   mac.charge(85);
   mac.settings(R"({"topUp":true,"calibrate":true,"limit":85})");
-  EXPECT_THAT(pass(), ElementsAre(calibration, stats, config, stats, status));
+  EXPECT_THAT(tick(), ElementsAre(calibration, stats, config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"calibrate\":true"));
@@ -229,7 +229,7 @@ TEST_F(Records, leaveATopUpToTheCalibrationThatRuns) {
   gTopUpSince = 5;
   gCal = {.phase = CalPhase::fill, .phaseSince = platform::wallNow()};
   mac.settings(R"({"topUp":true,"calibrate":true})");
-  EXPECT_THAT(pass(), ElementsAre(stats, status));
+  EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":true"));
 }
 

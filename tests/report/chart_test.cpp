@@ -25,9 +25,9 @@ using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 
-class Drawn : public ::testing::Test {
+class ChartTest : public ::testing::Test {
  protected:
-  Drawn() {
+  ChartTest() {
     ::setenv("TZ", "UTC", 1);
     ::tzset();
   }
@@ -51,33 +51,33 @@ class Drawn : public ::testing::Test {
   }
 
   const double begin = parseDate("2026-03-01 08:00").value_or(0);
-  Picture picture{.title = "A story", .facts = "MacBook Air 13, macOS 26"};
+  Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
-TEST_F(Drawn, isADocumentOfItsOwn) {
+TEST_F(ChartTest, isADocumentOfItsOwn) {
   add(0, 70);
   add(60, 80);
   const std::string svg = drawChart(picture, Frame::alone).svg;
   EXPECT_THAT(svg, StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<svg xmlns="));
   EXPECT_THAT(svg, Not(HasSubstr("http-equiv")));
-  EXPECT_THAT(at("/s:svg/s:title"), ElementsAre("A story"));
+  EXPECT_THAT(at("/s:svg/s:title"), ElementsAre("A scenario"));
   EXPECT_THAT(
       at("/s:svg/s:desc"),
       ElementsAre("From 1 March 2026 08:00:00 to 1 March 2026 09:00:00 (UTC). The charge begins at 70 % "
                   "and ends at 80 %; the lowest is 70 %, the highest 80 %."));
-  EXPECT_THAT(at("//s:text[@class='heading']"), ElementsAre("A story"));
+  EXPECT_THAT(at("//s:text[@class='heading']"), ElementsAre("A scenario"));
   EXPECT_THAT(at("/s:svg/@role"), ElementsAre("img"));
   EXPECT_THAT(at("//s:script | //s:image | //@href"), IsEmpty());
 }
 
-TEST_F(Drawn, isAnElementInAPage) {
+TEST_F(ChartTest, isAnElementInAPage) {
   add(0, 70);
   const std::string svg = drawChart(picture, Frame::inPage).svg;
   EXPECT_THAT(svg, StartsWith("<svg "));
   EXPECT_THAT(svg, Not(HasSubstr("class=\"heading\">")));
 }
 
-TEST_F(Drawn, takesWhateverTextsThereAre) {
+TEST_F(ChartTest, takesWhateverTextsThereAre) {
   add(0, 70);
   add(60, 80);
   picture.title = "<b> & \"c\" 'd' \x01";
@@ -87,7 +87,7 @@ TEST_F(Drawn, takesWhateverTextsThereAre) {
   EXPECT_THAT(at("//s:text[contains(@class,'event')]"), ElementsAre("settings-file </text>"));
 }
 
-TEST_F(Drawn, goesThroughItsMoments) {
+TEST_F(ChartTest, goesThroughItsMoments) {
   add(0, 60);
   add(30, 70);
   add(60, 80);
@@ -103,7 +103,7 @@ TEST_F(Drawn, goesThroughItsMoments) {
   EXPECT_NEAR(std::stod(steps[3]), chart.charge.at(80), 0.05);
 }
 
-TEST_F(Drawn, breaksItsCurvesAtGaps) {
+TEST_F(ChartTest, breaksItsCurvesAtGaps) {
   add(0, 60);
   add(5, 60);
   add(30, 70).afterGap = true;
@@ -113,7 +113,7 @@ TEST_F(Drawn, breaksItsCurvesAtGaps) {
   EXPECT_THAT(at("//s:path[@class='gap']"), SizeIs(1));
 }
 
-TEST_F(Drawn, breaksItsCurvesWhereANumberIsMissing) {
+TEST_F(ChartTest, breaksItsCurvesWhereANumberIsMissing) {
   add(0, 60);
   add(5, 60).level.reset();
   add(60, 70);
@@ -122,7 +122,7 @@ TEST_F(Drawn, breaksItsCurvesWhereANumberIsMissing) {
   EXPECT_EQ(std::count(d.begin(), d.end(), 'L'), 0) << d;
 }
 
-TEST_F(Drawn, showsTheGaugeOnlyWhereItDiffers) {
+TEST_F(ChartTest, showsTheGaugeOnlyWhereItDiffers) {
   add(0, 60).shown = 61;
   add(60, 60).shown = 60;
   EXPECT_EQ(path("shown"), "");
@@ -130,7 +130,7 @@ TEST_F(Drawn, showsTheGaugeOnlyWhereItDiffers) {
   EXPECT_THAT(path("shown"), Not(IsEmpty()));
 }
 
-TEST_F(Drawn, shadesTheBandWithItsLimits) {
+TEST_F(ChartTest, shadesTheBandWithItsLimits) {
   add(0, 60).band = Bounds{.upper = 80, .lower = 75};
   add(30, 60).band = Bounds{.upper = 90, .lower = 85};
   add(60, 60);
@@ -140,7 +140,7 @@ TEST_F(Drawn, shadesTheBandWithItsLimits) {
   EXPECT_EQ(drawChart(picture, Frame::alone).charge.until, 95);
 }
 
-TEST_F(Drawn, hasARowForWhatIsKnown) {
+TEST_F(ChartTest, hasARowForWhatIsKnown) {
   add(0, 60).state = ChargeState::allow;
   add(20, 60).state = ChargeState::hold;
   add(40, 60).state = ChargeState::discharge;
@@ -159,7 +159,7 @@ TEST_F(Drawn, hasARowForWhatIsKnown) {
               ElementsAre("too hot", "allow", "hold", "discharge", "hold", "blinking", "none", "asleep"));
 }
 
-TEST_F(Drawn, endsAStretchAtAGap) {
+TEST_F(ChartTest, endsAnIntervalAtAGap) {
   add(0, 60).state = ChargeState::hold;
   add(30, 60).state = ChargeState::hold;
   Moment& last = add(60, 60);
@@ -169,7 +169,7 @@ TEST_F(Drawn, endsAStretchAtAGap) {
   EXPECT_THAT(path("look hold"), HasSubstr("h453v"));
 }
 
-TEST_F(Drawn, hasAPanelForEveryNumberThatThereIs) {
+TEST_F(ChartTest, hasAPanelForEveryNumberThatThereIs) {
   add(0, 60);
   add(60, 60);
   EXPECT_THAT(at("//s:text[@class='title']"), ElementsAre("Charge, %"));
@@ -182,7 +182,7 @@ TEST_F(Drawn, hasAPanelForEveryNumberThatThereIs) {
   EXPECT_THAT(at("//s:text[@class='title']"), Contains("Power into the battery, W"));
 }
 
-TEST_F(Drawn, marksWarningsApartFromOtherLines) {
+TEST_F(ChartTest, marksWarningsApartFromOtherLines) {
   add(0, 60);
   add(60, 60);
   picture.log = {{begin, "2026-03-01T08:00:00Z  cap 80%  batt 60%"}};
@@ -196,14 +196,14 @@ TEST_F(Drawn, marksWarningsApartFromOtherLines) {
 
 // --- What was done
 
-TEST_F(Drawn, tellsWhatWasDoneInOneMomentTogether) {
+TEST_F(ChartTest, showsActionsOfOneMomentTogether) {
   add(0, 60);
   add(60, 60);
   picture.events = {{begin, "plug"}, {begin, "wake"}, {begin + 1800, "sleep"}};
   EXPECT_THAT(at("//s:text[@class='event']"), ElementsAre("plug, wake", "sleep"));
 }
 
-TEST_F(Drawn, letsNoWordsCollide) {
+TEST_F(ChartTest, letsNoWordsCollide) {
   add(0, 60);
   add(60, 60);
   for (int minute = 0; minute < 60; minute += 2)
@@ -226,7 +226,7 @@ TEST_F(Drawn, letsNoWordsCollide) {
   EXPECT_EQ(std::count(marks.begin(), marks.end(), 'M'), 30) << "those without words have their mark";
 }
 
-TEST_F(Drawn, keepsLateWordsOnThePaper) {
+TEST_F(ChartTest, keepsLateWordsOnThePaper) {
   add(0, 60);
   add(60, 60);
   picture.events = {{begin + 3600, "everything ends with these long words"}};
@@ -237,7 +237,7 @@ TEST_F(Drawn, keepsLateWordsOnThePaper) {
   EXPECT_NE(rows.front(), rows.back()) << "the later words would reach back over the earlier ones";
 }
 
-TEST_F(Drawn, shortensLongWordsAndKeepsThemWhole) {
+TEST_F(ChartTest, shortensLongWordsAndKeepsThemWhole) {
   add(0, 60);
   add(60, 60);
   picture.events = {{begin, std::string(44, 'a')}, {begin + 60, std::string(45, 'b')}};
@@ -248,20 +248,20 @@ TEST_F(Drawn, shortensLongWordsAndKeepsThemWhole) {
 
 // --- Sizes
 
-TEST_F(Drawn, canBeOfOneMoment) {
+TEST_F(ChartTest, canBeOfOneMoment) {
   add(0, 100).state = ChargeState::allow;
   EXPECT_THAT(path("level"), Not(IsEmpty()));
   EXPECT_EQ(drawChart(picture, Frame::alone).time.until, begin + 60);
 }
 
-TEST_F(Drawn, canBeWithoutAnyCharge) {
+TEST_F(ChartTest, canBeWithoutAnyCharge) {
   add(0, 60).level.reset();
   add(60, 60).level.reset();
   EXPECT_EQ(path("level"), "");
   EXPECT_EQ(drawChart(picture, Frame::alone).charge.until, 100);
 }
 
-TEST_F(Drawn, staysSmallOverAYear) {
+TEST_F(ChartTest, staysSmallOverAYear) {
   for (int hour = 0; hour < 24 * 365; ++hour) {
     for (int part = 0; part < 6; ++part) add(hour * 60 + part * 10, 50 + (hour * 7 + part) % 40);
   }
@@ -271,7 +271,7 @@ TEST_F(Drawn, staysSmallOverAYear) {
   EXPECT_THAT(at("//s:text[contains(@class,'tick')]"), Contains("Apr 2026"));
 }
 
-TEST_F(Drawn, isTheSameForTheSame) {
+TEST_F(ChartTest, isTheSameForTheSame) {
   add(0, 60.123).currentMA = 1234.5;
   add(17, 71.77).temperatureC = 30.05;
   EXPECT_EQ(drawChart(picture, Frame::alone).svg, drawChart(picture, Frame::alone).svg);

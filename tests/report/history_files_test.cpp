@@ -66,7 +66,7 @@ TEST_F(HistoryFiles, needNeitherTemperatureNorPower) {
   EXPECT_EQ(moment.occasion, Occasion::none);
 }
 
-TEST_F(HistoryFiles, tellOfACutAdapter) {
+TEST_F(HistoryFiles, showACutAdapter) {
   EXPECT_EQ(onlyLine(R"({"g":true,"p":90,"s":"discharge","t":1772352000})").moments.at(0).supply,
             Supply::cut);
 }
@@ -93,7 +93,7 @@ TEST_F(HistoryFiles, areBroughtIntoTheOrderOfTime) {
   EXPECT_THAT(picture.notes, ElementsAre(HasSubstr("order of time"), HasSubstr("ten minutes")));
 }
 
-TEST_F(HistoryFiles, loseTheirBrokenLinesAlone) {
+TEST_F(HistoryFiles, loseOnlyTheirInvalidLines) {
   day("2026-03-01.jsonl", line(morning) + "\n{\"t\":17\n[]\n" + line(morning + 60) +
                               R"({"g":true,"p":101,"s":"hold","t":1772352000})"
                               "\n"
@@ -106,9 +106,9 @@ TEST_F(HistoryFiles, loseTheirBrokenLinesAlone) {
                               R"({"g":true,"p":80,"s":"ho)");
   const HistoryReading reading = read();
   EXPECT_THAT(reading.picture.moments, SizeIs(2));
-  EXPECT_EQ(reading.broken, 8U);
+  EXPECT_EQ(reading.skipped, 8U);
   EXPECT_THAT(
-      reading.firstBroken,
+      reading.firstSkipped,
       ElementsAre("2026-03-01.jsonl:3: is no JSON object", "2026-03-01.jsonl:4: is no JSON object",
                   "2026-03-01.jsonl:6: \"p\" is no percentage", "2026-03-01.jsonl:7: \"s\" is no state",
                   "2026-03-01.jsonl:8: \"g\" is neither true nor false"));
@@ -157,7 +157,7 @@ TEST_F(HistoryFiles, mayBeEmpty) {
   day("2026-03-02.jsonl", "");
   const HistoryReading reading = read();
   EXPECT_THAT(reading.picture.moments, SizeIs(1));
-  EXPECT_EQ(reading.broken, 0U);
+  EXPECT_EQ(reading.skipped, 0U);
 }
 
 TEST_F(HistoryFiles, thatAreMissingAreMissed) {

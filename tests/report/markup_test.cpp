@@ -40,7 +40,7 @@ TEST(Markup, endsNoScriptEarly) {
   EXPECT_EQ(escapedForScript(R"(["</script>","<!--"])"), R"(["\u003c/script>","\u003c!--"])");
 }
 
-TEST(Markup, writesNumbersThatNeverSayMinusZero) {
+TEST(Markup, neverWritesMinusZero) {
   EXPECT_EQ(fixed(-0.04, 1), "0.0");
   EXPECT_EQ(fixed(-0.06, 1), "-0.1");
   EXPECT_EQ(fixed(-0.4, 0), "0");

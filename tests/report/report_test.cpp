@@ -55,7 +55,7 @@ class Report : public ::testing::Test {
   }
 
   const double begin = parseDate("2026-03-01 08:00").value_or(0);
-  Picture picture{.title = "A story", .facts = "MacBook Air 13, macOS 26"};
+  Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
 TEST_F(Report, needsNothingFromElsewhere) {
@@ -66,9 +66,9 @@ TEST_F(Report, needsNothingFromElsewhere) {
   }
 }
 
-TEST_F(Report, tellsTheStory) {
-  EXPECT_THAT(page(), HasSubstr("<title>A story</title>"));
-  EXPECT_THAT(page(), HasSubstr("<h1>A story</h1>"));
+TEST_F(Report, showsTheDescription) {
+  EXPECT_THAT(page(), HasSubstr("<title>A scenario</title>"));
+  EXPECT_THAT(page(), HasSubstr("<h1>A scenario</h1>"));
   EXPECT_THAT(page(), HasSubstr("MacBook Air 13, macOS 26. From 1 March 2026 08:00:00 to "));
 }
 
@@ -137,7 +137,7 @@ TEST_F(Report, hasNoListWithoutALog) {
   EXPECT_THAT(page(), HasSubstr("<main class=\"without-log\">"));
 }
 
-TEST_F(Report, thinsTheSummariesOfALongLogAndSaysSo) {
+TEST_F(Report, thinsTheSummariesOfALongLogAndReportsIt) {
   const auto fill = [&](std::size_t count) {
     picture.log.clear();
     for (std::size_t index = 0; index < count; ++index) {
@@ -153,7 +153,7 @@ TEST_F(Report, thinsTheSummariesOfALongLogAndSaysSo) {
   EXPECT_THAT(page(), HasSubstr("2996 lines are left out"));
 }
 
-TEST_F(Report, saysWhenItsCurvesAreThinned) {
+TEST_F(Report, reportsWhenItsCurvesAreThinned) {
   EXPECT_THAT(page(), Not(HasSubstr("The curves go through")));
   for (int minute = 61; minute < 5000; ++minute) add(minute, 80);
   EXPECT_THAT(page(), HasSubstr("of 4941 moments"));
@@ -172,7 +172,7 @@ TEST_F(Report, escapesEveryText) {
   EXPECT_FALSE(data().is_discarded());
 }
 
-TEST_F(Report, tellsWhatFailed) {
+TEST_F(Report, showsWhatFailed) {
   EXPECT_THAT(page(), Not(HasSubstr("<section class=\"failures\">")));
   picture.failures = {"  /timeline/0/see at …\n    expected: true\n    seen:     false"};
   EXPECT_THAT(page(),

@@ -105,7 +105,7 @@ TEST_F(TimeTicks, countDaysFromTheFirstOfTheMonth) {
   EXPECT_THAT(labels("2026-02-20 08:00", "2026-04-02 08:00", 4), ElementsAre("1 Mar", "16 Mar", "1 Apr"));
 }
 
-TEST_F(TimeTicks, goOnByMonthsAndYears) {
+TEST_F(TimeTicks, continueByMonthsAndYears) {
   EXPECT_THAT(labels("2026-01-01 00:00", "2026-08-01 00:00", 8),
               ElementsAre("Jan 2026", "Feb 2026", "Mar 2026", "Apr 2026", "May 2026", "Jun 2026", "Jul 2026",
                           "Aug 2026"));
@@ -125,7 +125,7 @@ TEST_F(TimeTicks, followTheClockThroughTheBeginningOfSummerTime) {
     EXPECT_GT(ticks[index].time, ticks[index - 1].time);
 }
 
-TEST_F(TimeTicks, tellTheZoneAndTheMoment) {
+TEST_F(TimeTicks, showTheZoneAndTheMoment) {
   EXPECT_EQ(momentText(at("2026-03-01 08:00:05") + 0.9), "1 March 2026 08:00:05");
   EXPECT_EQ(zoneText(0), "UTC");
   useZone("CET-1CEST,M3.5.0,M10.5.0/3");

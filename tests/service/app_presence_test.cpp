@@ -27,9 +27,9 @@ using ::testing::IsEmpty;
 
 constexpr const char* installed = "/Applications/Brisko.app";
 
-void afterTurns(int count) {
+void afterIterations(int count) {
   if (count == 0) return platform::stopMain();
-  platform::postMain([count] { afterTurns(count - 1); });
+  platform::postMain([count] { afterIterations(count - 1); });
 }
 
 class Presence : public test::OnVirtualMac {
@@ -51,7 +51,7 @@ class Presence : public test::OnVirtualMac {
   }
 };
 
-TEST_F(Presence, isNotJudgedWithoutAPath) {
+TEST_F(Presence, isNotCheckedWithoutAPath) {
   gAppPath.reset();
   remove();
   checkAppPresence();
@@ -207,7 +207,7 @@ TEST_F(Presence, isWatchedOnceWhereTheNameEndsLikeTheMarkOfADeletedApp) {
   mac.write(*gAppPath + "/Contents/Info.plist", "<plist/>");
   watchApp();
   const auto source = gAppSource;
-  platform::postMain([] { afterTurns(20); });
+  platform::postMain([] { afterIterations(20); });
   platform::runMain();
   EXPECT_TRUE(source.has_value());
   EXPECT_EQ(gAppSource, source);

@@ -321,7 +321,7 @@ TEST_F(Service, leavesTheFileAsItWasForAnInfiniteBlinkTimeAndReplies) {
 
 // --- erasing all data
 
-TEST_F(Service, erasesBothFoldersAndSaysSoOnStandardOutputAlone) {
+TEST_F(Service, erasesBothFoldersAndReportsItOnStandardOutputAlone) {
   mac.settings("{}");
   evaluate();
   recordSample({}, {});

@@ -31,8 +31,8 @@ class ContractMachine {
   [[nodiscard]] static bool timeIsExact();
 
  private:
-  struct Inside;
-  std::unique_ptr<Inside> inside_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace brisko::test

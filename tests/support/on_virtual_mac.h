@@ -21,7 +21,7 @@ class OnVirtualMac : public ::testing::Test {
   // Opens the controller and takes the gate into use as start-up does, without starting anything else.
   void takeGate();
 
-  // One pass of the tick after another, each a heartbeat after the one before.
+  // One tick after another, each a heartbeat after the one before.
   void ticks(int count);
 
   // The lines logged since the last call.

@@ -81,18 +81,18 @@ std::optional<std::string> flawInRecord(std::string_view bytes, const std::strin
 }
 
 // What was judged once is not judged again: by path, all that stood there then.
-std::map<std::string, std::string>& everJudged() {
-  static std::map<std::string, std::string> judged;
-  return judged;
+std::map<std::string, std::string>& everChecked() {
+  static std::map<std::string, std::string> checked;
+  return checked;
 }
 
 // How many of the first bytes of the file need no look. Only a history file grows; any other one is settled
 // as a whole or not at all.
 std::size_t settledPart(const std::string& bytes, const std::string& path) {
-  const std::string& judged = everJudged()[path];
-  if (!path.ends_with(historySuffix)) return bytes == judged || wasPut(bytes) ? bytes.size() : 0;
+  const std::string& checked = everChecked()[path];
+  if (!path.ends_with(historySuffix)) return bytes == checked || wasPut(bytes) ? bytes.size() : 0;
   std::size_t settled = 0;
-  for (const std::string& known : {judged, lastPut(path)}) {
+  for (const std::string& known : {checked, lastPut(path)}) {
     if (bytes.starts_with(known)) settled = std::max(settled, known.size());
   }
   return settled;
@@ -104,7 +104,7 @@ void checkRecord(const std::string& path, const std::string& kind) {
   if (const auto flaw = flawInRecord(unsettled, path, kind)) {
     ADD_FAILURE() << "The daemon wrote " << path << "\n  " << *flaw << "\n  " << bytes;
   }
-  everJudged()[path] = std::move(bytes);
+  everChecked()[path] = std::move(bytes);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // support/record_schemas.h
 // What the daemon writes, held to docs/schemas. Every folder of a test is looked through before it is
-// removed, and the volume of a virtual Mac also whenever a life on it stands still.
+// removed, and the volume of a virtual Mac also whenever a process on it is paused.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

@@ -8,7 +8,7 @@
 
 namespace brisko::test {
 
-ScratchFolder::ScratchFolder() : path_(lives::makeScratchFolder("brisko-test")) {}
+ScratchFolder::ScratchFolder() : path_(sim::makeScratchFolder("brisko-test")) {}
 
 ScratchFolder::~ScratchFolder() {
   checkRecords(path_);

@@ -11,7 +11,7 @@
 
 #include "sim/machine/client_requirement.h"
 #include "sim/machine/control_requests.h"
-#include "sim/machine/journal_words.h"
+#include "sim/machine/journal_text.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/files.h"
@@ -47,11 +47,11 @@ VirtualMac::~VirtualMac() {
 }
 
 int VirtualMac::fileEventQueue() {
-  if (fileEventQueue_ < 0) fileEventQueue_ = virtual_mac::openFileEventQueueForLives();
+  if (fileEventQueue_ < 0) fileEventQueue_ = virtual_mac::openFileEventQueueForProcesses();
   return fileEventQueue_;
 }
 
-virtual_mac::Machine VirtualMac::machine() const { return store_->look().machine(); }
+virtual_mac::Machine VirtualMac::machine() const { return store_->view().machine(); }
 
 VirtualMac& VirtualMac::change(const Change& change) {
   virtual_mac::apply(store_->update().machine(), change);
@@ -144,12 +144,12 @@ VirtualMac& VirtualMac::pass(double seconds) {
 }
 
 std::vector<std::uint8_t> VirtualMac::key(std::string_view name) const {
-  return lives::keyBytes(machine(), name);
+  return sim::keyBytes(machine(), name);
 }
 
 Writes VirtualMac::writes() const {
   Writes texts;
-  for (const JournalEntry& entry : journal()) texts.push_back(lives::journalText(entry));
+  for (const JournalEntry& entry : journal()) texts.push_back(sim::journalText(entry));
   return texts;
 }
 
@@ -163,7 +163,7 @@ std::vector<double> VirtualMac::pendingWakes() const {
 }
 
 std::vector<JournalEntry> VirtualMac::journal() const {
-  const auto look = store_->look();
+  const auto look = store_->view();
   const virtual_mac::Journal& journal = look.journal();
   const std::uint64_t oldest =
       journal.written < journal.entries.size() ? 0 : journal.written - journal.entries.size();
@@ -175,7 +175,7 @@ std::vector<JournalEntry> VirtualMac::journal() const {
 }
 
 void VirtualMac::keepReads() { store_->update().journal().reads = true; }
-void VirtualMac::forgetJournal() { journalFrom_ = store_->look().journal().written; }
+void VirtualMac::forgetJournal() { journalFrom_ = store_->view().journal().written; }
 
 std::string VirtualMac::path(std::string_view unmapped) const {
   return volume_.path() + std::string(unmapped);

@@ -1,7 +1,7 @@
 // tests/support/virtual_mac.h
 // A virtual Mac for a test: the machine in memory, its volume root in a folder of its own that is removed at
 // the end. It defaults to a healthy MacBook Air on its adapter at 70 %, and is attached to the seam of this
-// process and of every life forked from it.
+// process and of every process forked from it.
 #pragma once
 
 #include <functional>

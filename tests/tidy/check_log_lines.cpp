@@ -93,7 +93,7 @@ std::vector<Range> logCalls(std::string_view code) {
 }
 
 // More than the joint between two values, or a unit.
-bool saysSomething(std::string_view text) {
+bool hasText(std::string_view text) {
   return std::count_if(text.begin(), text.end(),
                        [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }) >= 2;
 }
@@ -108,7 +108,7 @@ std::vector<Literal> lineTexts(const CppText& source) {
     });
     const bool signed_ = std::any_of(signs.begin(), signs.end(),
                                      [&](const std::string& sign) { return literal.text.starts_with(sign); });
-    if (signed_ || (logged && saysSomething(literal.text))) texts.push_back(literal);
+    if (signed_ || (logged && hasText(literal.text))) texts.push_back(literal);
   }
   return texts;
 }

@@ -59,7 +59,7 @@ TEST(CppText, findsIncludesButNotThoseInComments) {
   EXPECT_THAT(text.literals, IsEmpty());
 }
 
-TEST(CppText, tellsFreeCallsFromMembersMentionsAndDeclarations) {
+TEST(CppText, distinguishesFreeCallsFromMembersMentionsAndDeclarations) {
   EXPECT_TRUE(isCalledFreely("x = time (0)", 4));
   EXPECT_TRUE(isCalledFreely("std::time(0)", 5));
   EXPECT_FALSE(isCalledFreely("row.time(0)", 4));

@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool isPassedOver(const fs::directory_entry& folder, int depth) {
+bool isSkipped(const fs::directory_entry& folder, int depth) {
   const std::string name = folder.path().filename().string();
   if (depth == 0 && name == "build") return true;
   return name.starts_with('.') && name != ".ci" && name != ".github";
@@ -23,7 +23,7 @@ Tree readTree(const std::string& folder) {
   std::error_code error;
   fs::recursive_directory_iterator entry(folder, error);
   for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-    if (entry->is_directory(error) && isPassedOver(*entry, entry.depth())) entry.disable_recursion_pending();
+    if (entry->is_directory(error) && isSkipped(*entry, entry.depth())) entry.disable_recursion_pending();
     if (!entry->is_regular_file(error)) continue;
     std::ifstream file(entry->path(), std::ios::binary);
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());

@@ -21,20 +21,20 @@ using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
 // A tree in a temporary folder.
-class MadeUpTree {
+class SampleTree {
  public:
-  MadeUpTree() {
+  SampleTree() {
     std::string pattern = (std::filesystem::temp_directory_path() / "brisko-tree-XXXXXX").string();
     folder_ = mkdtemp(pattern.data());
   }
-  ~MadeUpTree() {
+  ~SampleTree() {
     std::error_code error;
     std::filesystem::remove_all(folder_, error);
   }
-  MadeUpTree(const MadeUpTree&) = delete;
-  MadeUpTree& operator=(const MadeUpTree&) = delete;
+  SampleTree(const SampleTree&) = delete;
+  SampleTree& operator=(const SampleTree&) = delete;
 
-  MadeUpTree& file(const std::string& path, const std::string& text) {
+  SampleTree& file(const std::string& path, const std::string& text) {
     const std::filesystem::path full = std::filesystem::path(folder_) / path;
     std::filesystem::create_directories(full.parent_path());
     std::ofstream(full, std::ios::binary) << text;
@@ -50,7 +50,7 @@ class MadeUpTree {
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/base/log.cpp", "d");
   tree.file("build/release/x.h", "e")
       .file(".git/config", "f")
@@ -67,9 +67,9 @@ const std::string listing =
     "# Architecture\n\n    tests/   everything below\n    tools/vmac/\n    sim/machine/   the machine\n"
     "    src/power/\n    src/base/   what all stand on\n    src/platform/\n\n    make test\n";
 
-struct LayeredTree : MadeUpTree {
+struct LayeredTree : SampleTree {
   LayeredTree() {
-    file("docs/architecture.md", "    docs/\n" + listing).file("tests/support/life.h", "");
+    file("docs/architecture.md", "    docs/\n" + listing).file("tests/support/daemon_process.h", "");
     file("tools/vmac/main.h", "").file("sim/machine/machine.h", "").file("src/power/sleep.h", "");
     file("src/base/log.h", "").file("src/platform/clock.h", "");
   }
@@ -81,14 +81,15 @@ TEST(Layers, letIncludesPointDownwardsAndAcrossInsideAFolder) {
   tree.file("src/power/sleep.cpp", "#include \"power/sleep.h\"\n#include \"platform/clock.h\"\n");
   tree.file("sim/machine/machine.cpp", "#include \"sim/machine/machine.h\"\n#include \"platform/clock.h\"\n");
   tree.file("tools/vmac/main.cpp", "#include \"power/sleep.h\"\n#include \"sim/machine/machine.h\"\n");
-  tree.file("tests/base/log_test.cpp", "#include \"support/life.h\"\n#include \"tools/vmac/main.h\"\n");
+  tree.file("tests/base/log_test.cpp",
+            "#include \"support/daemon_process.h\"\n#include \"tools/vmac/main.h\"\n");
 
   EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
 }
 
 TEST(Layers, refuseAnIncludeThatPointsUpwards) {
-  for (const std::string& target : std::vector<std::string>{"power/sleep.h", "sim/machine/machine.h",
-                                                            "tools/vmac/main.h", "support/life.h"}) {
+  for (const std::string& target : std::vector<std::string>{
+           "power/sleep.h", "sim/machine/machine.h", "tools/vmac/main.h", "support/daemon_process.h"}) {
     LayeredTree tree;
     tree.file("src/base/checked.cpp", "// why\n#include \"" + target + "\"\n");
 
@@ -132,7 +133,7 @@ TEST(Layers, letTestsReachEverythingAndNothingReachTests) {
   tree.file("tests/power/sleep_test.cpp", "#include \"power/sleep.h\"\n#include \"tools/vmac/main.h\"\n");
   EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
 
-  tree.file("tools/vmac/main.cpp", "#include \"support/life.h\"\n");
+  tree.file("tools/vmac/main.cpp", "#include \"support/daemon_process.h\"\n");
   EXPECT_THAT(checkLayers(tree.read()), ElementsAre(StartsWith("tools/vmac/main.cpp:1: ")));
 }
 
@@ -154,16 +155,17 @@ TEST(Layers, refuseAListedFolderThatIsNotThere) {
 }
 
 TEST(Layers, needTheListing) {
-  EXPECT_THAT(checkLayers(MadeUpTree().read()), ElementsAre(HasSubstr("it is missing")));
+  EXPECT_THAT(checkLayers(SampleTree().read()), ElementsAre(HasSubstr("it is missing")));
 }
 
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(OwnHeader, comesFirst) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/log.h", "")
       .file("src/base/log.cpp", "// why\n#include \"base/log.h\"\n#include <string>\n");
-  tree.file("tests/support/life.h", "").file("tests/support/life.cpp", "#include \"support/life.h\"\n");
+  tree.file("tests/support/daemon_process.h", "")
+      .file("tests/support/daemon_process.cpp", "#include \"support/daemon_process.h\"\n");
   tree.file("src/daemon/main.cpp", "#include <string>\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
 
@@ -177,7 +179,7 @@ TEST(OwnHeader, comesFirst) {
 }
 
 TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/platform/clock.h", "");
   tree.file("sim/seam/live/clock.cpp", "#include \"platform/clock.h\"\n");
   EXPECT_THAT(checkOwnHeaderFirst(tree.read()), IsEmpty());
@@ -191,7 +193,7 @@ TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
 
 TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
   const std::string text = "const char* key = \"CHTE\";\n";
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/hardware/charge_gate.cpp", text).file("src/native/native_limit.cpp", text);
   tree.file("src/power/orderly_exit.cpp", text).file("sim/machine/exchange.cpp", text);
   tree.file("tools/vmac/main.cpp", text).file("tests/hardware/charge_gate.cpp", text);
@@ -202,7 +204,7 @@ TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
 
 TEST(ChargeKeys, areFoundAnywhereElse) {
   for (const std::string key : {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0", "bfE0", "CHIE", "CH0I", "CH0J"}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("src/policy/decision.cpp", "\nwrite(\"via " + key + "\");\n");
 
     EXPECT_THAT(checkChargeKeys(tree.read()),
@@ -213,7 +215,7 @@ TEST(ChargeKeys, areFoundAnywhereElse) {
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(Seam, leavesNamesInCommentsTextsAndMembersAlone) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/policy/evaluation.cpp",
             "// No time() and no IOKit here.\n#include <string>\n#include \"platform/clock.h\"\n"
             "log(\"time(0)\"); record.time(); double time = 0; platform::pause(3); NSx y; CFG z;\n");
@@ -246,7 +248,7 @@ TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
                                  "#include <IOKit/IOKitLib.h>",
                                  "#include <sys/epoll.h>",
                                  "#include <uv.h>"}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("src/policy/evaluation.cpp", "\n\n" + line + "\n");
 
     EXPECT_THAT(checkSeam(tree.read()), Contains(StartsWith("src/policy/evaluation.cpp:3: "))) << line;
@@ -256,7 +258,7 @@ TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("sim/machine/machine.h", "namespace virtual_mac {}\n");
   tree.file("tools/vmac/main.cpp", "using namespace virtual_mac; setenv(\"BRISKO_VIRTUAL_MAC\");\n");
   tree.file("src/base/volume_path.cpp", "platform::volumeRoot();\n");
@@ -271,7 +273,7 @@ TEST(Simulation, isAskedForNowhereElse) {
   for (const std::string line :
        {"virtual_mac::attachedMachine();", "environment(\"BRISKO_VIRTUAL_MAC\");",
         "if (platform::volumeRoot().empty()) {}", "if (isVirtual()) {}", "if (host.isSimulated) {}"}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("src/daemon/entry.cpp", "\n" + line + "\n");
 
     EXPECT_THAT(checkSimulationUnknown(tree.read()), ElementsAre(StartsWith("src/daemon/entry.cpp:2: ")))
@@ -288,7 +290,7 @@ const std::string selector = "\xEF\xB8\x8F";
 const std::string backslash = "\\";
 
 TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/log.cpp", "log(\"" + bareSign + selector + " hot, 80 %\");\n");
   tree.file("src/daemon/entry.cpp", "log(\"" + backslash + "u26D4" + backslash + "uFE0F stop\");\n");
   tree.file("docs/log.md", bareStop + selector + "\n");
@@ -297,7 +299,7 @@ TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
 }
 
 TEST(Characters, areFoundWhenASignLacksItsSelector) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/log.cpp", "\nlog(\"" + bareSign + " hot\");\n");
   tree.file("tests/base/log.cpp", "log(\"" + backslash + "u26D4 stop\");\n");
   tree.file("docs/log.md", "fine " + bareStop + selector + ", bare " + bareStop + "\n");
@@ -308,7 +310,7 @@ TEST(Characters, areFoundWhenASignLacksItsSelector) {
 }
 
 TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/a.cpp", "log(\"80" + std::string("\xC2") + "\xA0%\");\n");
   tree.file("src/base/b.cpp", "\n// 80" + std::string("\xE2\x80") + "\xAF%\n");
   tree.file("src/base/c.cpp", "log(\"80" + backslash + "u00A0%\");\n");
@@ -324,7 +326,7 @@ TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
 const std::string paper = std::string("sp") + "ec";
 
 TEST(Words, mayBeOrdinaryOnes) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("README.md", "A special, specific case. Specified in part by the user; part 2 of 3. parts.\n");
 
   EXPECT_THAT(checkWords(tree.read()), IsEmpty());
@@ -335,7 +337,7 @@ TEST(Words, mayNotPointToPapersOutsideTheTree) {
   for (const std::string& text : std::vector<std::string>{
            "as the " + paper + " says", paper + ".md", "The S" + paper.substr(1) + "ification",
            "see Part" + number, "(Parts" + number + ", 3.1)", "part" + number}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("docs/files.md", "\n" + text + "\n");
 
     EXPECT_THAT(checkWords(tree.read()), ElementsAre(StartsWith("docs/files.md:2: "))) << text;
@@ -343,7 +345,7 @@ TEST(Words, mayNotPointToPapersOutsideTheTree) {
 }
 
 TEST(Words, areReadInTheNamesOfFilesToo) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("docs/" + paper + ".md", "text\n");
 
   EXPECT_THAT(checkWords(tree.read()), ElementsAre(HasSubstr(paper + ".md:1: ")));
@@ -366,7 +368,7 @@ const std::string logDocument =
     bareStop + selector + " Could not open it.`\n";
 
 TEST(LogLines, areDocumentedWithTheirVariableParts) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/log.cpp", logSource + "std::log(x + \"deep\"); other(\"quiet\"); log(line);\n");
   tree.file("docs/log.md", logDocument);
 
@@ -376,7 +378,7 @@ TEST(LogLines, areDocumentedWithTheirVariableParts) {
 TEST(LogLines, areFoundWhenTheDocumentLacksThem) {
   for (const std::string line : {"log(\"stats\");", "log(\"stats reset twice\");",
                                  "log(prefix + \" reset\");", "log(f(a, b) + \"(TopUp)\");"}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("docs/log.md", logDocument).file("src/base/log.cpp", logSource + line + "\n");
 
     EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(StartsWith("src/base/log.cpp:5: "))) << line;
@@ -384,7 +386,7 @@ TEST(LogLines, areFoundWhenTheDocumentLacksThem) {
 }
 
 TEST(LogLines, beginWithASignWhereverTheyAreWritten) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("docs/log.md", logDocument);
   tree.file("src/base/log.cpp", logSource + "const char* text = \"" + bareSign + selector + " heat\";\n");
 
@@ -392,7 +394,7 @@ TEST(LogLines, beginWithASignWhereverTheyAreWritten) {
 }
 
 TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/log.cpp", logSource)
       .file("docs/log.md", logDocument + "- `Signal <number>: exiting.`\n");
 
@@ -401,7 +403,7 @@ TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
 }
 
 TEST(LogLines, needTheDocument) {
-  EXPECT_THAT(checkLogLines(MadeUpTree().file("src/base/log.cpp", "").read()),
+  EXPECT_THAT(checkLogLines(SampleTree().file("src/base/log.cpp", "").read()),
               ElementsAre(HasSubstr("docs/log.md: it is missing")));
 }
 
@@ -412,7 +414,7 @@ const std::string manual =
     ".It \"⛔️ No root.\"\n";
 
 TEST(Manual, explainsWhatTheSourcesKnow) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("man/brisko-daemon.8", manual);
   tree.file("src/base/options.cpp", "f(\"--limit\"); f(\"--probe\"); f(\"--limit --probe\"); f(\"--\");\n");
   tree.file("src/daemon/entry.cpp",
@@ -426,7 +428,7 @@ TEST(Manual, explainsWhatTheSourcesKnow) {
 TEST(Manual, missesWhatItDoesNotExplain) {
   for (const std::string unknown : {"--lower", "--lim", "BRISKO_PRE", "BRISKO_PRETEND_MORE", "/Library/B",
                                     "/Applications/X.app", "⛔️ No controller."}) {
-    MadeUpTree tree;
+    SampleTree tree;
     tree.file("man/brisko-daemon.8", manual);
     tree.file("src/base/options.cpp", "f(\"--limit\"); f(\"--probe\");\nf(\"" + unknown + "\");\n");
 
@@ -436,7 +438,7 @@ TEST(Manual, missesWhatItDoesNotExplain) {
 }
 
 TEST(Manual, explainsNoOptionThatThereIsNot) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("man/brisko-daemon.8", manual);
   tree.file("src/base/options.cpp", "f(\"--limit\");\n").file("tools/vmac.cpp", "f(\"--probe\");\n");
 
@@ -445,7 +447,7 @@ TEST(Manual, explainsNoOptionThatThereIsNot) {
 }
 
 TEST(Manual, isMissed) {
-  MadeUpTree tree;
+  SampleTree tree;
   tree.file("src/base/options.cpp", "");
 
   EXPECT_THAT(checkManual(tree.read()), ElementsAre(StartsWith("man/brisko-daemon.8: it is missing")));

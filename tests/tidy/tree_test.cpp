@@ -52,11 +52,11 @@ TEST(TheTree, hasAManualThatEveryReaderCanShow) {
   const std::string command = "mandoc -T lint -W warning '" BRISKO_SOURCES "/man/brisko-daemon.8' 2>&1";
   std::FILE* const lint = ::popen(command.c_str(), "r");
   ASSERT_NE(lint, nullptr);
-  std::string complaints;
+  std::string diagnostics;
   for (int byte = std::fgetc(lint); byte != EOF; byte = std::fgetc(lint))
-    complaints += static_cast<char>(byte);
+    diagnostics += static_cast<char>(byte);
   EXPECT_EQ(::pclose(lint), 0);
-  EXPECT_EQ(complaints, "");
+  EXPECT_EQ(diagnostics, "");
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/machine.h"
-#include "tools/demo/stage.h"
+#include "tools/demo/demo_mac.h"
 
 namespace brisko::demo {
 namespace {
@@ -25,151 +25,149 @@ bool keyReads(const Machine& machine, const char* name, std::uint8_t first) {
   return key != nullptr && key->bytes[0] == first;
 }
 
-bool charges(Stage& stage) {
-  stage.title("A MacBook Air at 70 % on its adapter, limit 80 %; 150 of its seconds pass in one of ours");
-  return stage.make({"--model", "air13", "--charge", "70", "--speed", "150"}) == true;
+bool charges(DemoMac& mac) {
+  mac.title("A MacBook Air at 70 % on its adapter, limit 80 %; 150 of its seconds pass in one of ours");
+  return mac.make({"--model", "air13", "--charge", "70", "--speed", "150"}) == true;
 }
 
-bool startsCharging(Stage& stage) {
-  return stage.boot() && stage.await("the daemon's start", deadline, [&](const Machine&) {
-    return stage.logged("brisko-daemon started");
-  }) && stage.await("charging", deadline, [](const Machine& machine) {
+bool startsCharging(DemoMac& mac) {
+  return mac.boot() && mac.await("the daemon's start", deadline, [&](const Machine&) {
+    return mac.logged("brisko-daemon started");
+  }) && mac.await("charging", deadline, [](const Machine& machine) {
     return machine.battery.currentMA > 500;
   });
 }
 
-bool holdsAtTheLimit(Stage& stage) {
-  stage.title("It charges up to the limit and stops there");
-  return stage.await("a hold at 80 %", deadline, [&](const Machine& machine) {
-    return stage.logged("→ state: hold") && !chargingIsOpen(machine) && keyReads(machine, "CHTE", 1) &&
+bool holdsAtTheLimit(DemoMac& mac) {
+  mac.title("It charges up to the limit and stops there");
+  return mac.await("a hold at 80 %", deadline, [&](const Machine& machine) {
+    return mac.logged("→ state: hold") && !chargingIsOpen(machine) && keyReads(machine, "CHTE", 1) &&
            level(machine) > 79 && level(machine) < 81;
-  }) && stage.lookOn("the charge standing still at the limit", 4, [](const Machine& machine) {
+  }) && mac.observe("the charge standing still at the limit", 4, [](const Machine& machine) {
     return level(machine) < 81 && !chargingIsOpen(machine);
   });
 }
 
-bool isUnplugged(Stage& stage) {
-  stage.title("The adapter is pulled: the Mac runs on its battery");
-  return stage.vmac({"unplug"}) &&
-         stage.await("charging allowed on battery", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("battery  state=allow") && machine.battery.currentMA < -100 &&
-                              chargingIsOpen(machine);
-                     }) &&
-         stage.await("a charge inside the band", deadline,
-                     [](const Machine& machine) { return level(machine) < 78; });
+bool isUnplugged(DemoMac& mac) {
+  mac.title("The adapter is pulled: the Mac runs on its battery");
+  return mac.vmac({"unplug"}) &&
+         mac.await("charging allowed on battery", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("battery  state=allow") && machine.battery.currentMA < -100 &&
+                            chargingIsOpen(machine);
+                   }) &&
+         mac.await("a charge inside the band", deadline,
+                   [](const Machine& machine) { return level(machine) < 78; });
 }
 
-bool isPluggedInAgain(Stage& stage) {
-  stage.title("Plugged in again inside the band: no charging, the limit was reached before");
-  return stage.vmac({"plug"}) && stage.await("a hold inside the band", deadline, [&](const Machine& machine) {
-    return stage.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
-  }) && stage.lookOn("no charging inside the band", 3, [](const Machine& machine) {
+bool isPluggedInAgain(DemoMac& mac) {
+  mac.title("Plugged in again inside the band: no charging, the limit was reached before");
+  return mac.vmac({"plug"}) && mac.await("a hold inside the band", deadline, [&](const Machine& machine) {
+    return mac.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
+  }) && mac.observe("no charging inside the band", 3, [](const Machine& machine) {
     return level(machine) < 79;
   });
 }
 
-bool followsAChangedLimit(Stage& stage) {
-  stage.title("The limit is raised to 85 % in config.json");
-  return stage.edit("{\"limit\":85}") &&
-         stage.await("charging up to the new limit", deadline, [&](const Machine& machine) {
-           return stage.logged("cap 85%") && stage.logged("→ state: hold") && level(machine) > 84 &&
+bool followsAChangedLimit(DemoMac& mac) {
+  mac.title("The limit is raised to 85 % in config.json");
+  return mac.edit("{\"limit\":85}") &&
+         mac.await("charging up to the new limit", deadline, [&](const Machine& machine) {
+           return mac.logged("cap 85%") && mac.logged("→ state: hold") && level(machine) > 84 &&
                   level(machine) < 86 && !chargingIsOpen(machine);
          });
 }
 
 bool isAsleep(const Machine& machine) { return machine.system.asleep; }
 
-bool sleepsInTheBand(Stage& stage) {
-  stage.title("A night inside the band: the gate is closed first, and hours pass");
-  return stage.vmac({"sleep"}) &&
-         stage.await("the gate closed for the night", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("grille fermée pour la nuit") && isAsleep(machine) &&
-                              !chargingIsOpen(machine) && keyReads(machine, "ACLC", green);
-                     }) &&
-         stage.vmac({"speed", "4000"}) &&
-         stage.lookOn(
-             "a charge that stands still all night", 5,
+bool sleepsInTheBand(DemoMac& mac) {
+  mac.title("A night inside the band: the gate is closed first, and hours pass");
+  return mac.vmac({"sleep"}) &&
+         mac.await("the gate closed for the night", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("grille fermée pour la nuit") && isAsleep(machine) &&
+                            !chargingIsOpen(machine) && keyReads(machine, "ACLC", green);
+                   }) &&
+         mac.vmac({"speed", "4000"}) &&
+         mac.observe(
+             "a charge that is unchanged all night", 5,
              [](const Machine& machine) { return level(machine) > 83 && !chargingIsOpen(machine); }) &&
-         stage.vmac({"speed", "150"}) && stage.vmac({"wake"}) &&
-         stage.await("a hold in the morning", deadline, [](const Machine& machine) {
+         mac.vmac({"speed", "150"}) && mac.vmac({"wake"}) &&
+         mac.await("a hold in the morning", deadline, [](const Machine& machine) {
            return !isAsleep(machine) && level(machine) > 83 && !chargingIsOpen(machine);
          });
 }
 
-bool sleepsBelowTheBand(Stage& stage) {
-  stage.title("A night below the band: charging goes on, and one wake is scheduled to end it");
-  return stage.vmac({"set", "charge=65"}) &&
+bool sleepsBelowTheBand(DemoMac& mac) {
+  mac.title("A night below the band: charging goes on, and one wake is scheduled to end it");
+  return mac.vmac({"set", "charge=65"}) &&
          // The wake is reckoned from the current, and the gauge tells of that once a minute.
-         stage.await("charging in the evening", deadline,
-                     [](const Machine& machine) { return machine.gauge.currentMA > 500; }) &&
-         stage.vmac({"sleep"}) &&
-         stage.await("a scheduled wake", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("réveil programmé dans") && isAsleep(machine) &&
-                              chargingIsOpen(machine);
-                     }) &&
-         stage.vmac({"speed", "400"}) &&
-         stage.await("a hold made in the dark wake", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("→ state: hold") && !chargingIsOpen(machine) &&
-                              level(machine) > 83;
-                     }) &&
-         stage.lookOn(
+         mac.await("charging in the evening", deadline,
+                   [](const Machine& machine) { return machine.gauge.currentMA > 500; }) &&
+         mac.vmac({"sleep"}) &&
+         mac.await("a scheduled wake", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("réveil programmé dans") && isAsleep(machine) &&
+                            chargingIsOpen(machine);
+                   }) &&
+         mac.vmac({"speed", "400"}) &&
+         mac.await("a hold made in the dark wake", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("→ state: hold") && !chargingIsOpen(machine) && level(machine) > 83;
+                   }) &&
+         mac.observe(
              "a charge that is held until the morning, a little above the limit", 4,
              [](const Machine& machine) { return level(machine) < 92 && !chargingIsOpen(machine); }) &&
-         stage.vmac({"speed", "150"}) && stage.vmac({"wake"}) &&
-         stage.await("a hold in the morning", deadline, [](const Machine& machine) {
+         mac.vmac({"speed", "150"}) && mac.vmac({"wake"}) &&
+         mac.await("a hold in the morning", deadline, [](const Machine& machine) {
            return !isAsleep(machine) && !chargingIsOpen(machine) && keyReads(machine, "ACLC", green);
          });
 }
 
-bool givesEverythingBack(Stage& stage) {
-  stage.title("The Mac is shut down: SIGTERM to the daemon");
-  return stage.shutDown() && stage.await("everything given back", deadline, [&](const Machine& machine) {
-    return stage.logged("Signal 15: charging, adapter and LED restored, exiting.") &&
+bool givesEverythingBack(DemoMac& mac) {
+  mac.title("The Mac is shut down: SIGTERM to the daemon");
+  return mac.shutDown() && mac.await("everything given back", deadline, [&](const Machine& machine) {
+    return mac.logged("Signal 15: charging, adapter and LED restored, exiting.") &&
            keyReads(machine, "CHTE", 0) && keyReads(machine, "CHIE", 0) && keyReads(machine, "ACLC", 0);
   });
 }
 
 // -- macOS 27
 
-bool holdsThroughMacOS(Stage& stage) {
-  stage.title("macOS 27 closed the keys: there the daemon drives macOS's own limit, which stood at 90 %");
-  return stage.make({"--macos", "27", "--charge", "76", "--speed", "150"}) &&
-         stage.vmac({"set", "limit=90"}) &&
-         stage.await("the user's limit of 90 %", deadline,
-                     [](const Machine& machine) { return virtual_mac::enforcedLimit(machine) == 90; }) &&
-         stage.boot() &&
-         stage.await("macOS holding 80 %, seen in bfG0", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("native limit before Brisko: 90%") &&
-                              stage.logged("limit verified: macOS holds 80% (bfG0)") &&
-                              virtual_mac::shownLimit(machine) == 80;
-                     }) &&
-         stage.await("a hold at 80 %", deadline,
-                     [&](const Machine& machine) {
-                       return stage.logged("→ state: hold (macOS limit 80%)") && !chargingIsOpen(machine) &&
-                              level(machine) > 79 && level(machine) < 81;
-                     }) &&
-         stage.lookOn("the charge standing still at the limit", 2,
-                      [](const Machine& machine) { return level(machine) < 81; });
+bool holdsThroughMacOS(DemoMac& mac) {
+  mac.title("macOS 27 closed the keys: there the daemon drives macOS's own limit, which stood at 90 %");
+  return mac.make({"--macos", "27", "--charge", "76", "--speed", "150"}) && mac.vmac({"set", "limit=90"}) &&
+         mac.await("the user's limit of 90 %", deadline,
+                   [](const Machine& machine) { return virtual_mac::enforcedLimit(machine) == 90; }) &&
+         mac.boot() &&
+         mac.await("macOS holding 80 %, seen in bfG0", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("native limit before Brisko: 90%") &&
+                            mac.logged("limit verified: macOS holds 80% (bfG0)") &&
+                            virtual_mac::shownLimit(machine) == 80;
+                   }) &&
+         mac.await("a hold at 80 %", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("→ state: hold (macOS limit 80%)") && !chargingIsOpen(machine) &&
+                            level(machine) > 79 && level(machine) < 81;
+                   }) &&
+         mac.observe("the charge standing still at the limit", 2,
+                     [](const Machine& machine) { return level(machine) < 81; });
 }
 
-bool givesTheLimitBack(Stage& stage) {
-  stage.title("SIGTERM to the daemon: macOS has the limit of 90 % again");
-  return stage.shutDown() && stage.await("the limit of before", deadline, [&](const Machine&) {
-    return stage.logged("Signal 15: handing the macOS limit back, exiting.") &&
-           stage.logged("macOS limit handed back: 90%");
+bool givesTheLimitBack(DemoMac& mac) {
+  mac.title("SIGTERM to the daemon: macOS has the limit of 90 % again");
+  return mac.shutDown() && mac.await("the limit of before", deadline, [&](const Machine&) {
+    return mac.logged("Signal 15: handing the macOS limit back, exiting.") &&
+           mac.logged("macOS limit handed back: 90%");
   });
 }
 
 // On a stage of its own.
-bool play(std::initializer_list<bool (*)(Stage&)> scenes) {
-  Stage stage;
+bool play(std::initializer_list<bool (*)(DemoMac&)> scenes) {
+  DemoMac mac;
   for (const auto scene : scenes) {
-    if (scene(stage)) continue;
+    if (scene(mac)) continue;
     std::puts("\nThe demonstration failed: see the line marked ✗ above.");
     return false;
   }

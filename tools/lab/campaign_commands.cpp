@@ -11,23 +11,23 @@
 #include <unistd.h>
 
 #include "sim/generate/campaign.h"
-#include "sim/generate/random_story.h"
-#include "sim/generate/story.h"
+#include "sim/generate/generated_scenario.h"
+#include "sim/generate/scenario_generator.h"
 
 namespace brisko::lab {
 namespace {
 
-constexpr int misused = 2;
+constexpr int usageError = 2;
 
-struct Words {
+struct CommandLine {
   std::string seeds = {};
   std::string faults = "all";
-  CampaignOrder order = {.jobs = std::max(1U, std::thread::hardware_concurrency())};
+  CampaignOptions options = {.jobs = std::max(1U, std::thread::hardware_concurrency())};
   std::string shrinkInto = {};
 
   // None, and a complaint, when they make no sense.
-  [[nodiscard]] std::optional<CampaignOrder> read() const {
-    CampaignOrder read = order;
+  [[nodiscard]] std::optional<CampaignOptions> read() const {
+    CampaignOptions read = options;
     const auto range = parseSeeds(seeds);
     if (!range) {
       static_cast<void>(std::fprintf(
@@ -43,10 +43,10 @@ struct Words {
   }
 };
 
-void addWords(CLI::App& command, Words& words) {
-  command.add_option("--days", words.order.days, "how many simulated days each lasts; 7 without it")
+void addOptions(CLI::App& command, CommandLine& line) {
+  command.add_option("--days", line.options.days, "how many simulated days each lasts; 7 without it")
       ->check(CLI::Range(1, 3650));
-  command.add_option("--faults", words.faults, "what goes wrong; all without it")
+  command.add_option("--faults", line.faults, "what goes wrong; all without it")
       ->check(CLI::IsMember({"none", "some", "all"}));
 }
 
@@ -55,45 +55,46 @@ void say(std::FILE* where, const std::string& text) {
   static_cast<void>(std::fflush(where));
 }
 
-int playCampaign(const Words& words) {
-  const auto order = words.read();
-  if (!order) return misused;
-  return runCampaign(*order,
-                     {.tell = [](const std::string& text) { say(stdout, text); },
-                      .whisper = [](const std::string& text) { say(stderr, text); },
+int startCampaign(const CommandLine& line) {
+  const auto options = line.read();
+  if (!options) return usageError;
+  return runCampaign(*options,
+                     {.print = [](const std::string& text) { say(stdout, text); },
+                      .progress = [](const std::string& text) { say(stderr, text); },
                       .onTerminal = ::isatty(STDERR_FILENO) == 1},
-                     playerFor(*order));
+                     runnerFor(*options));
 }
 
-int printStory(const Words& words) {
-  const auto order = words.read();
-  if (!order) return misused;
-  say(stdout, scenarioText(randomStory(order->seeds.first, order->days, order->faults)));
+int printScenario(const CommandLine& line) {
+  const auto options = line.read();
+  if (!options) return usageError;
+  say(stdout, scenarioText(generateScenario(options->seeds.first, options->days, options->faults)));
   return 0;
 }
 
 }  // namespace
 
 void addCampaignCommands(CLI::App& program, std::function<int()>& chosen) {
-  const auto words = std::make_shared<Words>();
+  const auto line = std::make_shared<CommandLine>();
   CLI::App* campaign = program.add_subcommand(
-      "campaign", "play made-up stories; status 0: what always holds, held, 1: it did not, 130: control-C");
-  campaign->add_option("--seeds", words->seeds, "A..B, or one")->required();
-  addWords(*campaign, *words);
-  campaign->add_option("--jobs", words->order.jobs, "how many at a time; one per core without it")
+      "campaign",
+      "run generated scenarios; status 0: every invariant held, 1: one was violated, 130: control-C");
+  campaign->add_option("--seeds", line->seeds, "A..B, or one")->required();
+  addOptions(*campaign, *line);
+  campaign->add_option("--jobs", line->options.jobs, "how many at a time; one per core without it")
       ->check(CLI::Range(1, 1000));
   campaign
       ->add_option(
-          "--shrink", words->shrinkInto,
+          "--shrink", line->shrinkInto,
           "cut the first failure of each kind down to what matters, into this folder or the current one")
       ->expected(0, 1)
       ->default_str(".");
-  campaign->callback([words, &chosen] { chosen = [words] { return playCampaign(*words); }; });
+  campaign->callback([line, &chosen] { chosen = [line] { return startCampaign(*line); }; });
 
-  CLI::App* story = program.add_subcommand("story", "print the made-up story of a seed, as a scenario");
-  story->add_option("--seed", words->seeds, "a number")->required();
-  addWords(*story, *words);
-  story->callback([words, &chosen] { chosen = [words] { return printStory(*words); }; });
+  CLI::App* scenario = program.add_subcommand("description", "print the scenario generated from a seed");
+  scenario->add_option("--seed", line->seeds, "a number")->required();
+  addOptions(*scenario, *line);
+  scenario->callback([line, &chosen] { chosen = [line] { return printScenario(*line); }; });
 }
 
 }  // namespace brisko::lab

@@ -1,5 +1,5 @@
 // tools/lab/campaign_commands.h
-// The commands that make stories up: "campaign" plays them, "story" prints one.
+// The commands that make scenarios up: "campaign" plays them, "description" prints one.
 #pragma once
 
 #include <functional>

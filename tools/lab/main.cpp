@@ -1,4 +1,4 @@
-// Tells stories about the daemon in virtual time and looks whether they go as they should.
+// Tells scenarios about the daemon in virtual time and looks whether they go as they should.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -15,7 +15,7 @@
 #include "report/chart.h"
 #include "report/history_files.h"
 #include "report/report.h"
-#include "sim/machine/change_words.h"
+#include "sim/machine/change_arguments.h"
 #include "sim/machine/faults.h"
 #include "sim/scenario/run_scenario.h"
 #include "sim/scenario/scenario.h"
@@ -26,8 +26,8 @@ namespace brisko::lab {
 namespace {
 
 // Exit statuses.
-constexpr int allHold = 0;
-constexpr int someFail = 1;
+constexpr int allPassed = 0;
+constexpr int someFailed = 1;
 constexpr int misused = 2;  // a bad file, or words that are none
 
 std::optional<std::string> gReadersZone;  // none: that of the computer
@@ -68,32 +68,32 @@ bool writePictures(const Picture& picture, const PictureFiles& files) {
 bool writePictures(const Scenario& scenario, const Outcome& outcome, const Recording& recording,
                    const PictureFiles& files) {
   Picture picture = recording.picture();
-  picture.title = scenario.story;
-  picture.facts = std::string(virtual_mac::textOf(scenario.outset.machine.model)) + ", macOS " +
-                  std::to_string(scenario.outset.machine.system.macOS);
+  picture.title = scenario.description;
+  picture.facts = std::string(virtual_mac::textOf(scenario.setup.machine.model)) + ", macOS " +
+                  std::to_string(scenario.setup.machine.system.macOS);
   picture.failures = outcome.failures;
   return writePictures(picture, files);
 }
 
 int runFile(const std::string& path, const PictureFiles& pictures) {
-  Complaints complaints(path);
+  Diagnostics diagnostics(path);
   const auto text = contentsOf(path);
-  if (!text) complaints.add("", "cannot be read");
-  const auto scenario = text ? readScenario(*text, complaints) : std::nullopt;
+  if (!text) diagnostics.add("", "cannot be read");
+  const auto scenario = text ? readScenario(*text, diagnostics) : std::nullopt;
   if (!scenario) {
-    for (const std::string& complaint : complaints.texts()) complain(complaint);
+    for (const std::string& diagnostic : diagnostics.texts()) complain(diagnostic);
     return misused;
   }
   std::optional<Recording> recording;
   if (pictures.wanted()) recording.emplace();
   const Outcome outcome =
-      runScenario(*scenario, complaints, {.recording = recording ? &*recording : nullptr});
+      runScenario(*scenario, diagnostics, {.recording = recording ? &*recording : nullptr});
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
-        "): " + scenario->story + "\n");
+        "): " + scenario->description + "\n");
   if (!holds) print(reportOf(outcome));
   if (recording && !writePictures(*scenario, outcome, *recording, pictures)) return misused;
-  return holds ? allHold : someFail;
+  return holds ? allPassed : someFailed;
 }
 
 int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures) {
@@ -105,15 +105,15 @@ int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures
   std::size_t failed = 0;
   for (const std::string& path : paths) {
     const int status = runFile(path, pictures);
-    held += status == allHold ? 1 : 0;
-    failed += status == someFail ? 1 : 0;
+    held += status == allPassed ? 1 : 0;
+    failed += status == someFailed ? 1 : 0;
   }
   const std::size_t bad = paths.size() - held - failed;
   if (paths.size() > 1) {
     print(std::to_string(paths.size()) + " scenarios: " + std::to_string(held) + " hold, " +
           std::to_string(failed) + " failed, " + std::to_string(bad) + " could not be read\n");
   }
-  return bad > 0 ? misused : failed > 0 ? someFail : allHold;
+  return bad > 0 ? misused : failed > 0 ? someFailed : allPassed;
 }
 
 // A history is told by the clock of who reads it, as the daemon's days are those of its own.
@@ -138,16 +138,16 @@ int drawHistory(const std::string& folder, const PictureFiles& pictures) {
     complain(folder + ": " + reason);
     return misused;
   }
-  for (const std::string& broken : reading->firstBroken) complain(broken);
-  print(folder + ": " + reading->picture.facts + ", " + std::to_string(reading->broken) + " broken\n");
-  return writePictures(reading->picture, pictures) ? allHold : misused;
+  for (const std::string& skipped : reading->firstSkipped) complain(skipped);
+  print(folder + ": " + reading->picture.facts + ", " + std::to_string(reading->skipped) + " broken\n");
+  return writePictures(reading->picture, pictures) ? allPassed : misused;
 }
 
 int listActions() {
   print("What happens to the service, the app and the files:\n");
   for (const std::string& name : ownActionNames()) print("  " + name + "\n");
   print("What happens to the machine:\n" + vmac::faultList());
-  return allHold;
+  return allPassed;
 }
 
 void addPictureOptions(CLI::App& command, PictureFiles& pictures) {
@@ -156,7 +156,7 @@ void addPictureOptions(CLI::App& command, PictureFiles& pictures) {
 }
 
 int run(int count, char** arguments) {
-  CLI::App program{"Tells stories about the daemon in virtual time.", "brisko-lab"};
+  CLI::App program{"Runs scenarios of the daemon in virtual time.", "brisko-lab"};
   program.require_subcommand(1);
   std::function<int()> chosen;
   std::vector<std::string> paths;
@@ -178,7 +178,7 @@ int run(int count, char** arguments) {
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? allHold : misused;
+    return program.exit(error) == 0 ? allPassed : misused;
   }
   return chosen();
 }

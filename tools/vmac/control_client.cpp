@@ -23,7 +23,7 @@ int connectIn(const std::string& path) {
   const int folder = ::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) return -1;
   const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const timeval patience{ControlClient::patienceSeconds, 0};
+  const timeval patience{ControlClient::timeoutSeconds, 0};
   static_cast<void>(::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience));
   static_cast<void>(::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience));
   const sockaddr_un address = virtual_mac::socketAddressIn(folder, serviceName);
@@ -69,7 +69,7 @@ bool ControlClient::say(std::string_view bytes) {
   return true;
 }
 
-void ControlClient::sayNoMore() { static_cast<void>(::shutdown(socket_, SHUT_WR)); }
+void ControlClient::closeWriting() { static_cast<void>(::shutdown(socket_, SHUT_WR)); }
 
 std::optional<ControlReply> ControlClient::nextReply() {
   std::size_t length = 0;

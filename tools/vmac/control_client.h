@@ -31,12 +31,12 @@ class ControlClient {
   [[nodiscard]] bool send(virtual_mac::ControlRequestKind kind, std::string_view settings = {});
   // Sends bytes as they are.
   [[nodiscard]] bool say(std::string_view bytes);
-  // Has nothing more to say, and goes on listening.
-  void sayNoMore();
+  // Has nothing more to say, and continues listening.
+  void closeWriting();
 
-  // The next reply to come. None when the service has hung up, or says nothing for `patienceSeconds`.
+  // The next reply to come. None when the service has hung up, or says nothing for `timeoutSeconds`.
   [[nodiscard]] std::optional<virtual_mac::ControlReply> nextReply();
-  static constexpr int patienceSeconds = 10;
+  static constexpr int timeoutSeconds = 10;
 
  private:
   int socket_;

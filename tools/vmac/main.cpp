@@ -17,7 +17,7 @@
 
 #include "sim/dump_import/dump_import.h"
 #include "sim/machine/app_bundle.h"
-#include "sim/machine/change_words.h"
+#include "sim/machine/change_arguments.h"
 #include "sim/machine/client_requirement.h"
 #include "sim/machine/machine.h"
 #include "sim/machine/machine_store.h"
@@ -220,7 +220,7 @@ int show(const std::string& folder, std::size_t exchanges) {
 
 void addShow(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::size_t exchanges = 0;
-  CLI::App* command = program.add_subcommand("show", "tell how the machine is");
+  CLI::App* command = program.add_subcommand("show", "show the state of the machine");
   command->add_option("folder", folder)->required();
   command
       ->add_option("--journal", exchanges,
@@ -246,7 +246,7 @@ int watch(const std::string& folder) {
 }
 
 void addWatch(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
-  CLI::App* command = program.add_subcommand("watch", "show the machine as it goes on, until Ctrl-C");
+  CLI::App* command = program.add_subcommand("watch", "show the machine continuously, until Ctrl-C");
   command->add_option("folder", folder)->required();
   command->callback([&] { chosen = [&] { return watch(folder); }; });
 }
@@ -353,7 +353,7 @@ void addKey(CLI::App& program, std::function<int()>& chosen, std::string& folder
 
 void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::string name;
-  static Said said;
+  static FaultArguments said;
   CLI::App* command = program.add_subcommand("fault", "let something happen that happens to real Macs");
   command->add_option("folder", folder)->required();
   command->add_option("name", name, "one that \"faults\" lists")->required();
@@ -413,14 +413,14 @@ std::vector<std::string> clientNames() {
 }
 
 // What the app is told to do; the settings of "apply" only, as they are.
-struct AppWish {
+struct AppOptions {
   std::string verb;
   std::optional<std::string> settings;
   std::string client = "app";
 };
 
 // Whoever is not let in gets no answer either, and cannot tell why.
-int request(const std::string& folder, virtual_mac::ControlRequestKind kind, const AppWish& wish) {
+int request(const std::string& folder, virtual_mac::ControlRequestKind kind, const AppOptions& wish) {
   const auto service = ControlClient::connect(folder, virtual_mac::findClient(wish.client)->signature);
   const bool asked = service != nullptr && service->send(kind, wish.settings.value_or(""));
   const auto reply = asked ? service->nextReply() : std::nullopt;
@@ -430,7 +430,7 @@ int request(const std::string& folder, virtual_mac::ControlRequestKind kind, con
   return done;
 }
 
-int playApp(const std::string& folder, const AppWish& wish) {
+int runAppCommand(const std::string& folder, const AppOptions& wish) {
   if ((wish.verb == "apply") != wish.settings.has_value()) {
     return misuse(wish.settings ? wish.verb + " takes no settings"
                                 : "apply needs settings, e.g. {\"limit\":70}");
@@ -448,7 +448,7 @@ int playApp(const std::string& folder, const AppWish& wish) {
 }
 
 void addApp(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
-  static AppWish wish;
+  static AppOptions wish;
   CLI::App* command = program.add_subcommand(
       "app", "play the app: ask the daemon for something, or let something happen to the app's bundle");
   command->add_option("folder", folder)->required();
@@ -457,7 +457,7 @@ void addApp(CLI::App& program, std::function<int()>& chosen, std::string& folder
   command->add_option("--as", wish.client, "who asks, by the code signature")
       ->check(CLI::IsMember(clientNames()))
       ->capture_default_str();
-  command->callback([&] { chosen = [&] { return playApp(folder, wish); }; });
+  command->callback([&] { chosen = [&] { return runAppCommand(folder, wish); }; });
 }
 
 // ---------------------------------------------------------------------------------------------------------

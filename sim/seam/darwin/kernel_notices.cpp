@@ -63,7 +63,7 @@ int openNoticeQueue() {
 }
 
 // A child inherits none here.
-int openFileEventQueueForLives() { return -1; }
+int openFileEventQueueForProcesses() { return -1; }
 
 AskedNumbers askForNotices(int queue, int descriptor, bool /*isFolder*/) {
   return {.file = tell(queue, descriptor, EV_ADD | EV_CLEAR, everything) ? descriptor : -1,

@@ -80,7 +80,7 @@ std::optional<int> openForNotices(const std::string& path) {
 
 int openNoticeQueue() { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }
 
-int openFileEventQueueForLives() { return openNoticeQueue(); }
+int openFileEventQueueForProcesses() { return openNoticeQueue(); }
 
 AskedNumbers askForNotices(int queue, int descriptor, bool isFolder) {
   return {.file = askFor(queue, linkTo(descriptor), ofTheFile),

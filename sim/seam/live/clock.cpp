@@ -27,7 +27,7 @@ double uptime() {
   const double now = virtual_mac::readNow(*store, [](const Machine& machine) {
     return virtual_mac::uptimeAt(machine, virtual_mac::machineTime(machine));
   });
-  // When the real clock steps back the machine's stands still from its last look on, which may lie a second
+  // When the real clock steps back the machine's is paused from its last look on, which may lie a second
   // before what was said here.
   static std::atomic<double> latest{0};
   double known = latest.load();

@@ -90,7 +90,7 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   void serve() {
-    hungUp_ = outbox_->bell() < 0;
+    disconnected_ = outbox_->bell() < 0;
     while (!isFinished()) {
       wait();
       sendReplies();  // first: that makes room for requests that have been received already
@@ -103,7 +103,7 @@ class Connection {
   // Nothing more is read than can be answered.
   [[nodiscard]] bool mayRead() const { return !inputEnded_ && unanswered_ < mostUnanswered; }
 
-  [[nodiscard]] bool isFinished() const { return hungUp_ || (inputEnded_ && unanswered_ == 0); }
+  [[nodiscard]] bool isFinished() const { return disconnected_ || (inputEnded_ && unanswered_ == 0); }
 
   void wait() {
     const short wanted = mayRead() ? POLLIN : 0;
@@ -137,9 +137,9 @@ class Connection {
 
   // Takes one message out of what was received; false when there is no whole one, or none may be taken now.
   bool takeMessage() {
-    if (hungUp_ || unanswered_ >= mostUnanswered) return false;
+    if (disconnected_ || unanswered_ >= mostUnanswered) return false;
     const std::size_t length = received_.find('\n');
-    if (std::min(length, received_.size()) > virtual_mac::longestControlLine) return hangUp();
+    if (std::min(length, received_.size()) > virtual_mac::longestControlLine) return disconnect();
     if (length == std::string::npos) return false;
     const std::string line = received_.substr(0, length);
     return isAdmitted_ ? takeRequest(line) : admit(line);
@@ -148,7 +148,7 @@ class Connection {
   // Without a requirement everybody may talk to the service, if only they say who they are.
   bool admit(const std::string& line) {
     const auto client = virtual_mac::parseClient(line);
-    if (!client || (requirement_ && !virtual_mac::meets(*client, *requirement_))) return hangUp();
+    if (!client || (requirement_ && !virtual_mac::meets(*client, *requirement_))) return disconnect();
     isAdmitted_ = true;
     received_.erase(0, line.size() + 1);
     return true;
@@ -156,7 +156,7 @@ class Connection {
 
   bool takeRequest(const std::string& line) {
     const auto request = virtual_mac::parseRequest(line);
-    if (!request) return hangUp();
+    if (!request) return disconnect();
     const std::size_t begin = line.size() + 1;
     if (received_.size() - begin < request->bytes) return false;
     const auto settings = received_.begin() + static_cast<std::ptrdiff_t>(begin);
@@ -182,8 +182,8 @@ class Connection {
     }
   }
 
-  bool hangUp() {
-    hungUp_ = true;
+  bool disconnect() {
+    disconnected_ = true;
     return false;
   }
 
@@ -196,7 +196,7 @@ class Connection {
   bool isAdmitted_ = false;
   bool inputEnded_ = false;
   bool isGone_ = false;  // the client has closed its end in both directions
-  bool hungUp_ = false;
+  bool disconnected_ = false;
 };
 
 // The listening socket. Clients are accepted on the main thread and served in threads that end with them, so

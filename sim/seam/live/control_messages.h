@@ -14,7 +14,7 @@
 //   {"id":2,"request":"purgeAllData"}
 //   {"done":false,"error":"…","id":2}
 //
-// A client that says anything else, or more than the bounds below, is hung up on.
+// A client that says anything else, or more than the bounds below, is disconnected.
 #pragma once
 
 #include <cstddef>

@@ -14,7 +14,7 @@ namespace brisko::virtual_mac {
 [[nodiscard]] double hostUptime();
 
 // Real seconds until `uptime`; 0 when it has passed, infinity when it will not come by waiting (the machine
-// sleeps, or its time stands still).
+// sleeps, or its time is paused).
 [[nodiscard]] double realSecondsUntilUptime(double uptime);
 
 // A real wait of `seconds` (0 or more), never shorter and a microsecond longer at most: doubles of this size

@@ -113,7 +113,7 @@ class Loop {
     for (Arrival& arrival : arrived) queue_.add(arrival.due, std::move(arrival.work));
   }
 
-  // Signals are let in here and nowhere else, hence a wait on every turn, if only of no length.
+  // Signals are let in here and nowhere else, hence a wait on every iteration, if only of no length.
   void wait() {
     listenForFileEvents();
     const bool nothingElse = ::uv_backend_timeout(&uv_) != 0;
@@ -145,7 +145,7 @@ class Loop {
       *ahead_ = machine;
     }
     virtual_mac::raiseSignals(signals);
-    if (changed) queue_.add(uptime(), virtual_mac::tellPowerSourceChange);
+    if (changed) queue_.add(uptime(), virtual_mac::notifyPowerSourceChange);
     for (Work& message : messages) queue_.add(uptime(), std::move(message));
   }
 
@@ -155,7 +155,7 @@ class Loop {
     const double dueIn = virtual_mac::realSecondsUntilUptime(queue_.nextDue());
     if (virtual_mac::attachedMachine() == nullptr) return dueIn;
     const double outlook = std::min(dueIn * ahead_->speed, longestOutlook);
-    if (!(outlook > 0)) return dueIn;  // also when time stands still
+    if (!(outlook > 0)) return dueIn;  // also when time is paused
     const double now = virtual_mac::machineTime(*ahead_);
     const bool notice = virtual_mac::advanceToNotice(*ahead_, now + outlook);
     if (!notice && outlook < longestOutlook) return dueIn;
@@ -171,7 +171,7 @@ class Loop {
     });
   }
 
-  // From the first watch on. Hearing of it is enough: the next turn takes what there is.
+  // From the first watch on. Hearing of it is enough: the next iteration takes what there is.
   void listenForFileEvents() {
     const int queue = virtual_mac::fileEventQueue();
     if (queue < 0 || listensForFileEvents_ || ::uv_poll_init(&uv_, &fileEvents_, queue) != 0) return;

@@ -13,7 +13,8 @@ void pause(double seconds) {
   virtual_mac::raiseMachineSignals();
   // The end is worked out anew each time: it moves away while the machine sleeps.
   while (virtual_mac::virtualNow() < virtual_mac::timeAtUptime(end)) {
-    (void)virtual_mac::passToward(virtual_mac::timeAtUptime(end));  // whatever stopped it, the pause goes on
+    (void)virtual_mac::passToward(
+        virtual_mac::timeAtUptime(end));  // whatever stopped it, the pause continues
     virtual_mac::raiseMachineSignals();
   }
 }

@@ -67,7 +67,7 @@ void deliver(const ClientRequest& request) {
 }
 
 std::optional<ClientRequest> waitingRequest(std::uint64_t number) {
-  const auto look = virtual_mac::attachedMachine()->look();
+  const auto look = virtual_mac::attachedMachine()->view();
   const ClientRequest* request = virtual_mac::findRequest(look.machine(), number);
   if (request == nullptr) return std::nullopt;
   return *request;

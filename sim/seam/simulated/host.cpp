@@ -35,7 +35,7 @@ namespace platform {
 using virtual_mac::attachedMachine;
 
 std::int64_t osMajor() {
-  return attachedMachine() == nullptr ? 0 : attachedMachine()->look().machine().system.macOS;
+  return attachedMachine() == nullptr ? 0 : attachedMachine()->view().machine().system.macOS;
 }
 
 std::optional<std::string> environment(const char* name) {
@@ -48,7 +48,7 @@ std::optional<std::string> executablePath() { return host().executablePath; }
 
 std::uint32_t effectiveUserId() {
   if (attachedMachine() == nullptr) return 0;
-  return static_cast<std::uint32_t>(attachedMachine()->look().machine().system.pretendedUserId);
+  return static_cast<std::uint32_t>(attachedMachine()->view().machine().system.pretendedUserId);
 }
 
 std::int64_t processId() { return 4711; }

@@ -31,9 +31,9 @@ Loop& loop() {
 void listenToMachine() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return;
-  const virtual_mac::Machine& machine = store->look().machine();
+  const virtual_mac::Machine& machine = store->view().machine();
   if (machine.system.asleep) return;
-  if (virtual_mac::powerSourceChanged(machine)) postMain(virtual_mac::tellPowerSourceChange);
+  if (virtual_mac::powerSourceChanged(machine)) postMain(virtual_mac::notifyPowerSourceChange);
   for (Work& work : virtual_mac::arrivedPowerMessages(machine)) postMain(std::move(work));
   for (Work& work : virtual_mac::arrivedRequests(machine)) postMain(std::move(work));
 }

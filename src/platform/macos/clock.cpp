@@ -10,7 +10,7 @@ namespace {
 
 constexpr double nanosecondsPerSecond = 1e9;
 
-// Of one tick of mach_absolute_time(), which stands still while the machine sleeps.
+// Of one tick of mach_absolute_time(), which is paused while the machine sleeps.
 double tickSeconds() {
   mach_timebase_info_data_t base{};
   mach_timebase_info(&base);

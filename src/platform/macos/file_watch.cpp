@@ -47,12 +47,12 @@ FileEvents ourEvents(unsigned long system) {
   return events;
 }
 
-void tell(void* context) {
+void notify(void* context) {
   const auto* watch = static_cast<const Watch*>(context);
   watch->fired(ourEvents(dispatch_source_get_data(watch->source)));
 }
 
-void tellCancelled(void* context) {
+void notifyCancelled(void* context) {
   const std::unique_ptr<Watch> watch(static_cast<Watch*>(context));
   watch->cancelled();
   dispatch_release(watch->source);
@@ -67,7 +67,7 @@ bool hasNoName(int descriptor) {
          (::fcntl(descriptor, F_GETPATH, path.data()) == -1 && errno == ENOENT);
 }
 
-void tellDeleted(void* context) {
+void notifyDeleted(void* context) {
   const auto token = reinterpret_cast<WatchToken>(context);
   const auto found = watches().find(token);
   if (found != watches().end()) found->second->fired(fileDeleted);
@@ -97,13 +97,13 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
                 std::move(fired), std::move(cancelled)};
   watches().emplace(token, watch);
   dispatch_set_context(watch->source, watch);
-  dispatch_source_set_event_handler_f(watch->source, tell);
-  dispatch_source_set_cancel_handler_f(watch->source, tellCancelled);
+  dispatch_source_set_event_handler_f(watch->source, notify);
+  dispatch_source_set_cancel_handler_f(watch->source, notifyCancelled);
   dispatch_resume(watch->source);
   if ((wanted & fileDeleted) != 0 && hasNoName(descriptor)) {
-    // The token itself is handed to tellDeleted(), never followed.
+    // The token itself is handed to notifyDeleted(), never followed.
     void* context = reinterpret_cast<void*>(token);  // NOLINT(performance-no-int-to-ptr)
-    dispatch_async_f(dispatch_get_main_queue(), context, tellDeleted);
+    dispatch_async_f(dispatch_get_main_queue(), context, notifyDeleted);
   }
   return token;
 }

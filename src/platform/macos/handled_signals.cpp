@@ -41,7 +41,7 @@ namespace {
 using Handler = void (*)(int);
 using SignalBits = std::uint64_t;  // bit n is signal n, of those that a Mac knows
 
-constexpr double patienceSeconds = 5;  // of uptime, for the main thread
+constexpr double timeoutSeconds = 5;  // of uptime, for the main thread
 constexpr int signalNumbers = 32;
 constexpr SignalBits allSignals = 0xFFFFFFFF;
 constexpr SignalBits mainThreadHasIt = SignalBits{1} << 32U;
@@ -135,8 +135,8 @@ void letHandledSignalsIn() {
 }
 
 void giveTheMainThreadTime() {
-  const double deadline = uptime() + patienceSeconds;
-  for (double left = patienceSeconds; anyNoted() && left > 0; left = deadline - uptime()) {
+  const double deadline = uptime() + timeoutSeconds;
+  for (double left = timeoutSeconds; anyNoted() && left > 0; left = deadline - uptime()) {
     awaitNewsFor(left);
     letHandledSignalsIn();
   }

@@ -11,7 +11,7 @@
 namespace brisko::platform {
 namespace {
 
-void tell(void* context, io_service_t /*service*/, std::uint32_t message, void* argument) {
+void notify(void* context, io_service_t /*service*/, std::uint32_t message, void* argument) {
   (*static_cast<const PowerCallback*>(context))(static_cast<PowerMessage>(message),
                                                 reinterpret_cast<std::intptr_t>(argument));
 }
@@ -24,7 +24,7 @@ PowerRegistration registerSystemPower(PowerCallback callback) {
   auto context = std::make_unique<PowerCallback>(std::move(callback));
   IONotificationPortRef port = nullptr;
   io_object_t notifier = IO_OBJECT_NULL;
-  const io_connect_t root = IORegisterForSystemPower(context.get(), &port, tell, &notifier);
+  const io_connect_t root = IORegisterForSystemPower(context.get(), &port, notify, &notifier);
   if (port == nullptr) return {.rootPort = root, .notifying = false};
   // For the life of the process, hence never destroyed; so are port and notifier.
   static_cast<void>(context.release());

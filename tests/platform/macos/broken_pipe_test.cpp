@@ -44,7 +44,7 @@ TEST(BrokenPipe, doesNotEndTheDaemon) {
   EXPECT_THAT(mac.logLines(), Contains(StartsWith("cap 80%")));
 }
 
-// The stand-in itself.
+// The fake itself.
 TEST(BrokenPipe, endsAProcessWithDispatchHoweverMuchItsThreadShutsTheSignalOut) {
   for (const bool withDispatch : {false, true}) {
     const auto ended = inChild([withDispatch] {

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "fakes/system.h"
 #include "platform/run_loop.h"
-#include "stand_ins/system.h"
 #include "support/descriptors.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
@@ -24,15 +24,15 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-void afterTurns(int count) {
+void afterIterations(int count) {
   if (count == 0) return stopMain();
-  postMain([count] { afterTurns(count - 1); });
+  postMain([count] { afterIterations(count - 1); });
 }
 
 class MacFileWatch : public ::testing::Test {
  protected:
   MacFileWatch() { test::put(path, "content"); }
-  ~MacFileWatch() override { stand_ins::gGetPathError = 0; }
+  ~MacFileWatch() override { fakes::gGetPathError = 0; }
 
   // The events of a new watch on the file that nothing happens to.
   std::vector<FileEvents> eventsOfANewWatch(int descriptor) {
@@ -40,10 +40,10 @@ class MacFileWatch : public ::testing::Test {
     const WatchToken token = watchFile(
         descriptor, fileDeleted, [&](FileEvents set) { events.push_back(set); },
         [descriptor] { closeWatched(descriptor); });
-    postMain([] { afterTurns(20); });
+    postMain([] { afterIterations(20); });
     runMain();
     cancelWatch(token);
-    postMain([] { afterTurns(20); });
+    postMain([] { afterIterations(20); });
     runMain();
     return events;
   }
@@ -55,7 +55,7 @@ class MacFileWatch : public ::testing::Test {
 
 TEST_F(MacFileWatch, takesAPathThatCannotBeToldForNoDeletion) {
   for (const int error : {EPERM, EACCES, EINVAL, ENOSPC, ENAMETOOLONG, EBADF}) {
-    stand_ins::gGetPathError = error;
+    fakes::gGetPathError = error;
     const auto opened = openForEvents(path);
     ASSERT_TRUE(opened.has_value()) << error;
     EXPECT_THAT(eventsOfANewWatch(*opened), IsEmpty()) << error;
@@ -65,7 +65,7 @@ TEST_F(MacFileWatch, takesAPathThatCannotBeToldForNoDeletion) {
 TEST_F(MacFileWatch, takesAFileThatTheSystemHasNoPlaceForForDeleted) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
-  stand_ins::gGetPathError = ENOENT;
+  fakes::gGetPathError = ENOENT;
   EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
 }
 
@@ -73,12 +73,12 @@ TEST_F(MacFileWatch, takesAFileWithoutALinkForDeletedWhateverIsSaidOfItsPath) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   ASSERT_EQ(::unlink(path.c_str()), 0);
-  stand_ins::gGetPathError = EPERM;
+  fakes::gGetPathError = EPERM;
   EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
 }
 
 TEST_F(MacFileWatch, doesNotOpenAFileThatTheSystemHasNoPlaceFor) {
-  stand_ins::gGetPathError = ENOENT;
+  fakes::gGetPathError = ENOENT;
   const std::size_t before = test::openDescriptors();
   EXPECT_FALSE(openForEvents(path).has_value());
   EXPECT_EQ(test::openDescriptors(), before);
@@ -86,7 +86,7 @@ TEST_F(MacFileWatch, doesNotOpenAFileThatTheSystemHasNoPlaceFor) {
 
 TEST_F(MacFileWatch, opensWhatTakesTheNameInTheMomentOfOpening) {
   test::put(scratch.path("new"), "new content");
-  stand_ins::gAfterOpen = [this] { ASSERT_EQ(std::rename(scratch.path("new").c_str(), path.c_str()), 0); };
+  fakes::gAfterOpen = [this] { ASSERT_EQ(std::rename(scratch.path("new").c_str(), path.c_str()), 0); };
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   EXPECT_THAT(eventsOfANewWatch(*opened), IsEmpty());

@@ -12,18 +12,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "fakes/system.h"
+#include "fakes/threads.h"
 #include "platform/run_loop.h"
 #include "sim/machine/machine.h"
 #include "sim/seam/simulated/virtual_time.h"
-#include "stand_ins/system.h"
-#include "stand_ins/threads.h"
-#include "support/life.h"
+#include "support/daemon_process.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::Life;
+using test::DaemonProcess;
 using test::VirtualMac;
 using test::Writes;
 using ::testing::Contains;
@@ -42,20 +42,20 @@ bool isWrite(const platform::SmcRecord& asked) { return asked[42] == 6; }
 
 std::string keyOf(const platform::SmcRecord& asked) { return {asked.rend() - 4, asked.rend()}; }
 
-// Every life is to say on its standard error which thread wrote which key.
+// Every process is to say on its standard error which thread wrote which key.
 void tellWhoWrites(const platform::SmcRecord& asked) {
   if (!isWrite(asked)) return;
-  const char* who = stand_ins::onMainThread() ? "main thread" : "standby";
+  const char* who = fakes::onMainThread() ? "main thread" : "standby";
   std::fprintf(stderr, "%s: %s\n", who, keyOf(asked).c_str());
 }
 
 // The main thread of lives to come is held in every call of the controller between these moments.
 void holdMainThread(double from, double until) {
-  stand_ins::gBeforeAnswer = [from, until](const platform::SmcRecord& asked) {
+  fakes::gBeforeAnswer = [from, until](const platform::SmcRecord& asked) {
     tellWhoWrites(asked);
     const double now = virtual_mac::virtualNow();
-    if (!stand_ins::onMainThread() || now < from || now >= until) return;
-    stand_ins::waitInCall([until] { return virtual_mac::virtualNow() >= until; }, until);
+    if (!fakes::onMainThread() || now < from || now >= until) return;
+    fakes::waitInCall([until] { return virtual_mac::virtualNow() >= until; }, until);
   };
 }
 
@@ -71,14 +71,16 @@ class HandledSignals : public ::testing::Test {
   HandledSignals() { mac.settings("{\"discharge\":true}"); }
 
   // Up to 40 s after its start, and 4 s into a call for one that is held from 30 s on.
-  void runUntilItHolds(Life& life) {
-    life.run(40);
+  void runUntilItHolds(DaemonProcess& daemon) {
+    daemon.run(40);
     ASSERT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{8}));
     mac.keyBytes("ACLC", {3});
     mac.forgetJournal();
-    errorsBefore = life.errors().size();
+    errorsBefore = daemon.errors().size();
   }
-  [[nodiscard]] std::string errors(const Life& life) const { return life.errors().substr(errorsBefore); }
+  [[nodiscard]] std::string errors(const DaemonProcess& daemon) const {
+    return daemon.errors().substr(errorsBefore);
+  }
 
   VirtualMac mac{nearlyFull()};
   const double start = mac.machine().now;
@@ -87,12 +89,12 @@ class HandledSignals : public ::testing::Test {
 
 TEST_F(HandledSignals, endADaemonInItsMainThread) {
   holdMainThread(never, never);
-  Life life(mac);
-  runUntilItHolds(life);
-  life.signal(SIGTERM).run(60);
-  EXPECT_EQ(life.status(), 0);
+  DaemonProcess daemon(mac);
+  runUntilItHolds(daemon);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(mac.machine().now, start + 40);
-  EXPECT_EQ(errors(life), "main thread: CHIE\nmain thread: CHTE\nmain thread: ACLC\n");
+  EXPECT_EQ(errors(daemon), "main thread: CHIE\nmain thread: CHTE\nmain thread: ACLC\n");
 }
 
 TEST_F(HandledSignals, giveTheChargeBackAlthoughTheMainThreadIsStuckInACall) {
@@ -101,22 +103,22 @@ TEST_F(HandledSignals, giveTheChargeBackAlthoughTheMainThreadIsStuckInACall) {
     other.settings("{\"discharge\":true}");
     const double begun = other.machine().now;
     holdMainThread(begun + 30, never);
-    Life life(other);
-    life.run(40);
+    DaemonProcess daemon(other);
+    daemon.run(40);
     ASSERT_EQ(other.key("CHIE"), (std::vector<std::uint8_t>{8}));
     other.keyBytes("ACLC", {3});
     other.forgetJournal();
     std::filesystem::remove(other.path(statisticsPath));
 
-    life.signal(number).run(4.99);
-    EXPECT_TRUE(life.alive());
+    daemon.signal(number).run(4.99);
+    EXPECT_TRUE(daemon.alive());
     EXPECT_THAT(other.writes(), IsEmpty());
 
-    life.run(60);
-    EXPECT_EQ(life.status(), 0);
+    daemon.run(60);
+    EXPECT_EQ(daemon.status(), 0);
     EXPECT_NEAR(other.machine().now, begun + 45, 0.001);
     EXPECT_EQ(other.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
-    EXPECT_THAT(life.errors(), EndsWith("standby: CHIE\nstandby: CHTE\nstandby: ACLC\n"));
+    EXPECT_THAT(daemon.errors(), EndsWith("standby: CHIE\nstandby: CHTE\nstandby: ACLC\n"));
     EXPECT_TRUE(other.exists(statisticsPath));
     EXPECT_THAT(other.logLines(), Contains(StartsWith("Signal ")).Times(1));
     EXPECT_EQ(other.logLines().back(),
@@ -126,23 +128,23 @@ TEST_F(HandledSignals, giveTheChargeBackAlthoughTheMainThreadIsStuckInACall) {
 
 TEST_F(HandledSignals, areTakenUpByAMainThreadThatComesOutOfItsCallInTime) {
   holdMainThread(start + 30, start + 44.9);
-  Life life(mac);
-  runUntilItHolds(life);
-  life.signal(SIGTERM).run(60);
-  EXPECT_EQ(life.status(), 0);
+  DaemonProcess daemon(mac);
+  runUntilItHolds(daemon);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
   // Its tick is done with before.
   EXPECT_EQ(mac.writes(), (Writes{"ACLC=01", "CHIE=00", "CHTE=00000000", "ACLC=00"}));
-  EXPECT_THAT(errors(life), Not(HasSubstr("standby")));
+  EXPECT_THAT(errors(daemon), Not(HasSubstr("standby")));
   EXPECT_THAT(mac.logLines(), Contains(StartsWith("Signal ")).Times(1));
 }
 
 TEST_F(HandledSignals, areNotTakenUpByAMainThreadThatComesOutOfItsCallTooLate) {
   holdMainThread(start + 30, start + 45.1);
-  Life life(mac);
-  runUntilItHolds(life);
-  life.signal(SIGTERM).run(60);
-  EXPECT_EQ(life.status(), 0);
-  EXPECT_THAT(errors(life), Not(HasSubstr("main thread")));
+  DaemonProcess daemon(mac);
+  runUntilItHolds(daemon);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
+  EXPECT_THAT(errors(daemon), Not(HasSubstr("main thread")));
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
 }
 
@@ -150,17 +152,17 @@ TEST_F(HandledSignals, areNotTakenUpByAMainThreadThatComesOutOfItsCallTooLate) {
 // 5 s.
 TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
   holdMainThread(start + 30, never);
-  Life life(mac);
-  runUntilItHolds(life);
+  DaemonProcess daemon(mac);
+  runUntilItHolds(daemon);
   mac.sleep();
-  life.run(29);
+  daemon.run(29);
   const double uptime = virtual_mac::uptimeOf(mac.machine());
-  life.signal(SIGTERM).run(600);
+  daemon.signal(SIGTERM).run(600);
   ASSERT_TRUE(mac.machine().system.asleep);
-  EXPECT_TRUE(life.alive());
+  EXPECT_TRUE(daemon.alive());
   mac.wake();
-  life.run(60);
-  EXPECT_EQ(life.status(), 0);
+  daemon.run(60);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_NEAR(virtual_mac::uptimeOf(mac.machine()), uptime + 5, 0.001);
   EXPECT_THAT(mac.writes(), Contains("CHIE=00"));
 }
@@ -170,73 +172,73 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
   MachineOptions options;
   options.gate = GateKind::ch0b0c;
   VirtualMac other(options);
-  stand_ins::gBeforeAnswer = [cameOut = false](const platform::SmcRecord& asked) mutable {
+  fakes::gBeforeAnswer = [cameOut = false](const platform::SmcRecord& asked) mutable {
     if (!isWrite(asked)) return;
     tellWhoWrites(asked);
-    if (!stand_ins::onMainThread()) {
-      if (!std::exchange(cameOut, true)) stand_ins::letMainThreadGoOn();
+    if (!fakes::onMainThread()) {
+      if (!std::exchange(cameOut, true)) fakes::letMainThreadGoOn();
     } else if (keyOf(asked) == "CH0B" && asked[48] == 2) {
-      stand_ins::waitInCall([&cameOut] { return cameOut; });
+      fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
     }
   };
-  Life life(other);
-  life.run(30);
+  DaemonProcess daemon(other);
+  daemon.run(30);
   other.charge(90);
-  life.run(60);
+  daemon.run(60);
   ASSERT_THAT(other.writes(), Contains("CH0B=02"));
   other.forgetJournal();
 
-  life.signal(SIGTERM).run(60);
-  EXPECT_EQ(life.status(), 0);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(other.writes(), (Writes{"CHIE=00", "CH0B=00", "CH0C=00", "ACLC=00"}));
-  EXPECT_THAT(life.errors(), EndsWith("standby: CHIE\nmain thread: came out\n"
-                                      "standby: CH0B\nstandby: CH0C\nstandby: ACLC\n"));
+  EXPECT_THAT(daemon.errors(), EndsWith("standby: CHIE\nmain thread: came out\n"
+                                        "standby: CH0B\nstandby: CH0C\nstandby: ACLC\n"));
   EXPECT_THAT(other.logLines().back(), StartsWith("Signal 15: "));
   EXPECT_THAT(other.logLines(), Not(Contains(StartsWith("→ state: hold"))));
 }
 
 // It was about to turn the light green, and hangs in the line before. The other thread logs all the same.
 TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
-  stand_ins::gBeforeAnswer = tellWhoWrites;
-  stand_ins::gBeforeWrite = [cameOut = false](std::string_view text) mutable {
+  fakes::gBeforeAnswer = tellWhoWrites;
+  fakes::gBeforeWrite = [cameOut = false](std::string_view text) mutable {
     const bool isLastLine = text.find("Signal 15: ") != std::string_view::npos;
-    if (stand_ins::onMainThread() && text.find("→ state: hold") != std::string_view::npos) {
-      stand_ins::waitInCall([&cameOut] { return cameOut; });
+    if (fakes::onMainThread() && text.find("→ state: hold") != std::string_view::npos) {
+      fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
-    } else if (!stand_ins::onMainThread() && isLastLine && !std::exchange(cameOut, true)) {
-      stand_ins::letMainThreadGoOn();
+    } else if (!fakes::onMainThread() && isLastLine && !std::exchange(cameOut, true)) {
+      fakes::letMainThreadGoOn();
     }
   };
   VirtualMac other;
-  Life life(other);
-  life.run(30);
+  DaemonProcess daemon(other);
+  daemon.run(30);
   other.charge(90);
-  life.run(60);
+  daemon.run(60);
   ASSERT_THAT(other.writes(), Contains("CHTE=01000000"));
   other.forgetJournal();
 
-  life.signal(SIGTERM).run(60);
-  EXPECT_EQ(life.status(), 0);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(other.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
   // Its line goes to standard output first and to the file then.
-  EXPECT_THAT(life.errors(), EndsWith("standby: ACLC\nmain thread: came out\nmain thread: came out\n"));
+  EXPECT_THAT(daemon.errors(), EndsWith("standby: ACLC\nmain thread: came out\nmain thread: came out\n"));
   EXPECT_EQ(other.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
 }
 
 TEST_F(HandledSignals, areLeftToAMainThreadThatHasTakenThemUp) {
-  stand_ins::gBeforeAnswer = [this](const platform::SmcRecord& asked) {
+  fakes::gBeforeAnswer = [this](const platform::SmcRecord& asked) {
     tellWhoWrites(asked);
     const bool givesBack = virtual_mac::virtualNow() >= start + 40 && isWrite(asked);
-    if (stand_ins::onMainThread() && givesBack) stand_ins::waitInCall([] { return false; });
+    if (fakes::onMainThread() && givesBack) fakes::waitInCall([] { return false; });
   };
-  Life life(mac);
-  runUntilItHolds(life);
-  life.signal(SIGTERM).run(30);
-  life.signal(SIGINT).run(30);
-  EXPECT_TRUE(life.alive());
+  DaemonProcess daemon(mac);
+  runUntilItHolds(daemon);
+  daemon.signal(SIGTERM).run(30);
+  daemon.signal(SIGINT).run(30);
+  EXPECT_TRUE(daemon.alive());
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00"}));
-  EXPECT_EQ(errors(life), "main thread: CHIE\n");
+  EXPECT_EQ(errors(daemon), "main thread: CHIE\n");
 }
 
 // Who started the process may have shut the signal out, and it may have come since.

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 #include <sys/sysctl.h>
 
+#include "fakes/system.h"
 #include "sim/seam/simulated/driver.h"
-#include "stand_ins/system.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
 #include "support/virtual_mac.h"
@@ -36,7 +36,7 @@ class MacVersion : public ::testing::TestWithParam<std::int64_t> {};
 TEST_P(MacVersion, isFoundByAProgramBuiltWithAnySdk) {
   const test::VirtualMac mac({.macOS = GetParam()});
   for (const std::int64_t sdk : {13, 15, 26, 27}) {
-    stand_ins::gLinkedSdk = sdk;
+    fakes::gLinkedSdk = sdk;
     EXPECT_EQ(osMajor(), GetParam()) << "SDK " << sdk;
   }
 }
@@ -46,21 +46,21 @@ INSTANTIATE_TEST_SUITE_P(Every, MacVersion, ::testing::Values(13, 14, 15, 26, 27
 
 TEST(MacHost, isToldACompatibilityVersionWhenBuiltWithAnOldSdk) {
   const test::VirtualMac mac({.macOS = 27});
-  stand_ins::gLinkedSdk = 25;
+  fakes::gLinkedSdk = 25;
   EXPECT_EQ(productVersion(), "16.4.1");
-  stand_ins::gLinkedSdk = 26;
+  fakes::gLinkedSdk = 26;
   EXPECT_EQ(productVersion(), "27.4.1");
 }
 
 TEST(MacHost, takesTheProductVersionWhenThereIsNoBuild) {
   const test::VirtualMac mac({.macOS = 15});
-  stand_ins::gUnreadableVariable = "kern.osversion";
+  fakes::gUnreadableVariable = "kern.osversion";
   EXPECT_EQ(osMajor(), 15);
 }
 
 TEST(MacHost, needsNoProductVersion) {
   const test::VirtualMac mac({.macOS = 27});
-  stand_ins::gUnreadableVariable = "kern.osproductversion";
+  fakes::gUnreadableVariable = "kern.osproductversion";
   EXPECT_EQ(osMajor(), 27);
 }
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "stand_ins/main_loop.h"
+#include "fakes/main_loop.h"
 
 namespace brisko::platform {
 namespace {
@@ -12,11 +12,11 @@ namespace {
 TEST(MacRunLoop, isFreeOfATimerThatWasInvalidated) {
   const TimerToken one = addRepeatingTimer(12, [] {});
   const TimerToken other = addRepeatingTimer(60, [] {});
-  EXPECT_EQ(stand_ins::timersScheduled(), 2U);
+  EXPECT_EQ(fakes::timersScheduled(), 2U);
   invalidateTimer(one);
-  EXPECT_EQ(stand_ins::timersScheduled(), 1U);
+  EXPECT_EQ(fakes::timersScheduled(), 1U);
   invalidateTimer(other);
-  EXPECT_EQ(stand_ins::timersScheduled(), 0U);
+  EXPECT_EQ(fakes::timersScheduled(), 0U);
 }
 
 }  // namespace

@@ -7,16 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#include "fakes/smart_charge.h"
 #include "hardware/smart_charge_bridge.h"
 #include "platform/macos/smart_charge_calls.h"
-#include "stand_ins/smart_charge.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::platform {
 namespace {
 
-using stand_ins::missingSelectors;
-using stand_ins::raisingSelectors;
+using fakes::missingSelectors;
+using fakes::raisingSelectors;
 using ::testing::KilledBySignal;
 
 class MacSmartCharge : public ::testing::Test {

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "fakes/system.h"
 #include "hardware/smc.h"
-#include "stand_ins/system.h"
 #include "support/on_virtual_mac.h"
 
 namespace brisko {
@@ -25,10 +25,10 @@ constexpr std::size_t bytesAt = 48;
 class SmcAnswer : public test::OnVirtualMac {
  protected:
   void SetUp() override { openController(); }
-  ~SmcAnswer() override { stand_ins::gAnswerBytes = whole; }
+  ~SmcAnswer() override { fakes::gAnswerBytes = whole; }
 
   static bool isReadFrom(std::string_view key, std::size_t answered) {
-    stand_ins::gAnswerBytes = answered;
+    fakes::gAnswerBytes = answered;
     return readKey(key).has_value();
   }
   void size(std::string_view key, double bytes) {
@@ -42,7 +42,7 @@ TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
   platform::SmcRecord all{};
   ASSERT_EQ(platform::exchangeSmc(gConn, question, all).status, kernelSuccess);
   for (const std::size_t bytes : {std::size_t{0}, std::size_t{29}, resultAt, whole - 1, whole, whole + 8}) {
-    stand_ins::gAnswerBytes = bytes;
+    fakes::gAnswerBytes = bytes;
     platform::SmcRecord output;
     output.fill(0xAB);
     const auto exchange = platform::exchangeSmc(gConn, question, output);
@@ -57,7 +57,7 @@ TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
 TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
   mac.keyBytes("CHTE", {1, 2, 3, 4});
   for (const std::size_t bytes : {bytesAt + 4, bytesAt + 5, whole - 1, whole, whole + 8}) {
-    stand_ins::gAnswerBytes = bytes;
+    fakes::gAnswerBytes = bytes;
     EXPECT_EQ(readKey("CHTE"), (test::Bytes{1, 2, 3, 4})) << bytes;
   }
   for (const std::size_t bytes : {std::size_t{0}, resultAt, resultAt + 1, bytesAt, bytesAt + 3}) {
@@ -76,18 +76,18 @@ TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
 
 TEST_F(SmcAnswer, toAWriteIsItsResult) {
   const std::array<std::uint8_t, 4> stop{1, 0, 0, 0};
-  stand_ins::gAnswerBytes = resultAt + 1;
+  fakes::gAnswerBytes = resultAt + 1;
   EXPECT_TRUE(writeKey("CHTE", stop));
-  stand_ins::gAnswerBytes = resultAt;
+  fakes::gAnswerBytes = resultAt;
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "without a result nobody knows";
 }
 
 TEST_F(SmcAnswer, toAnIndexHasTheKeyBeforeItsResult) {
   std::array<char, 5> name{};
-  stand_ins::gAnswerBytes = resultAt + 1;
+  fakes::gAnswerBytes = resultAt + 1;
   EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelSuccess);
   EXPECT_NE(name[0], '\0');
-  stand_ins::gAnswerBytes = resultAt;
+  fakes::gAnswerBytes = resultAt;
   EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelError);
 }
 

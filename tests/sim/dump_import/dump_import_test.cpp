@@ -101,7 +101,7 @@ TEST(DumpImport, takesAChargingMacInTheNestedLayoutWithItsPack) {
   EXPECT_EQ(machine.system.macOS, 27);
 }
 
-TEST(DumpImport, goesOnFromTheMomentOfTheDump) {
+TEST(DumpImport, continuesFromTheMomentOfTheDump) {
   Machine machine = imported(sample("air-charging.json"), {.startTime = 1772352000});
   EXPECT_EQ(machine.now, 1772352000);
   advance(machine, machine.now + 600);
@@ -131,7 +131,7 @@ TEST(DumpImport, leavesTheSerialsBehind) {
   }
 }
 
-TEST(DumpImport, showsThePercentageOfTheDumpEvenWhenItsChargeSaysOtherwise) {
+TEST(DumpImport, showsThePercentageOfTheDumpEvenWhenItsChargeDiffers) {
   const Machine machine = fromJson(
       R"({"CurrentCapacity":80,"MaxCapacity":100,"AppleRawCurrentCapacity":500,"AppleRawMaxCapacity":5000})");
   EXPECT_EQ(machine.gauge.percent, 80);
@@ -159,7 +159,7 @@ TEST(DumpImport, doesNotBelieveAbsurdNumbers) {
   EXPECT_EQ(machine.adapter.watts, findModel("pro14")->adapterWatts);
 }
 
-TEST(DumpImport, saysWhatIsWrongWithAFile) {
+TEST(DumpImport, reportsWhatIsWrongWithAFile) {
   EXPECT_EQ(refusal(sample("absent.json")), sample("absent.json") + ": cannot be read");
   EXPECT_THAT(refusal(sample("listing.txt")), HasSubstr("neither a property list nor JSON"));
   EXPECT_THAT(refusal(sample("settings.json")), HasSubstr("not the properties of AppleSmartBattery"));
@@ -169,7 +169,7 @@ TEST(DumpImport, saysWhatIsWrongWithAFile) {
   EXPECT_EQ(refusal(BRISKO_TEST_DATA), std::string(BRISKO_TEST_DATA) + ": cannot be read");
 }
 
-TEST(DumpImport, saysWhatIsWrongWithItsContent) {
+TEST(DumpImport, reportsWhatIsWrongWithItsContent) {
   EXPECT_THAT(refusalOf(""), HasSubstr("neither"));
   EXPECT_THAT(refusalOf("{\"CurrentCapacity\":"), HasSubstr("neither"));
   EXPECT_THAT(refusalOf("[]"), HasSubstr("not a dictionary"));

@@ -1,4 +1,4 @@
-// What always holds of charge, keys and verdicts: each rule is shown what it must let pass and what it must
+// The invariants of charge, keys and verdicts: each rule is shown what it must let tick and what it must
 // not.
 
 #include <functional>
@@ -13,10 +13,10 @@
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
-#include "sim/invariants/looked_at.h"
-#include "sim/invariants/premises.h"
+#include "sim/invariants/fake_observation.h"
+#include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/machine/journal_words.h"
+#include "sim/machine/journal_text.h"
 #include "sim/machine/sleep.h"
 #include "state/calibration_state.h"
 #include "state/led_mode.h"
@@ -33,9 +33,9 @@ using ::testing::IsEmpty;
 using virtual_mac::ChangeKind;
 using virtual_mac::OnWrite;
 
-using Doing = std::function<void()>;
+using TestedAction = std::function<void()>;
 
-// A daemon of which the tests say themselves what a pass decided and wrote.
+// A daemon of which the tests say themselves what a tick decided and wrote.
 class Invariants : public test::OnVirtualMac {
  protected:
   void SetUp() override {
@@ -45,53 +45,53 @@ class Invariants : public test::OnVirtualMac {
     addChargeRules(rules_);
     addKeyRules(rules_);
     addVerdictRules(rules_);
-    scene.notes.journalSeen = written();
+    observation.givenSummary.journalSeen = written();
   }
 
-  // A pass that finds the battery at `pct`, does what is said and ends in `state`.
-  void pass(std::int64_t pct, ChargeState state, const Doing& doing = {}) {
-    Pass pass{.journalFrom = written(), .before = gState};
-    for (const auto& rule : rules_) rule->passBegins(scene, violated_);
-    if (doing) doing();
+  // A tick that finds the battery at `pct`, does what is said and ends in `state`.
+  void tick(std::int64_t pct, ChargeState state, const TestedAction& action = {}) {
+    TickRecord tick{.journalFrom = written(), .before = gState};
+    for (const auto& rule : rules_) rule->tickBegins(observation, violated_);
+    if (action) action();
     gState = state;
-    pass.complete = complete;
-    pass.journalTo = written();
-    pass.sample = {.pct = pct, .state = state, .plugged = true, .temp = temp};
-    pass.settings = settings;
-    pass.linesTo = lines.size();
-    for (const auto& rule : rules_) rule->passEnded(pass, scene, violated_);
-    passes_.push_back(pass);
+    tick.complete = complete;
+    tick.journalTo = written();
+    tick.sample = {.pct = pct, .state = state, .plugged = true, .temp = temp};
+    tick.settings = settings;
+    tick.linesTo = lines.size();
+    for (const auto& rule : rules_) rule->tickEnded(tick, observation, violated_);
+    ticks_.push_back(tick);
   }
 
-  void turn() {
-    const Turn turn{.journalFrom = scene.notes.journalSeen,
-                    .journalTo = written(),
-                    .lines = std::exchange(lines, {}),
-                    .passes = std::exchange(passes_, {})};
-    for (const auto& rule : rules_) rule->turnEnded(turn, scene, violated_);
-    scene.notes.journalSeen = written();
+  void iteration() {
+    const LoopIteration iteration{.journalFrom = observation.givenSummary.journalSeen,
+                                  .journalTo = written(),
+                                  .lines = std::exchange(lines, {}),
+                                  .ticks = std::exchange(ticks_, {})};
+    for (const auto& rule : rules_) rule->iterationEnded(iteration, observation, violated_);
+    observation.givenSummary.journalSeen = written();
   }
 
-  void turn(std::int64_t pct, ChargeState state, const Doing& doing = {}) {
-    pass(pct, state, doing);
-    turn();
+  void iteration(std::int64_t pct, ChargeState state, const TestedAction& action = {}) {
+    tick(pct, state, action);
+    iteration();
   }
 
-  // The life ends like this after having done what is said.
-  void end(const LifeEnd& how, const Doing& doing = {}) {
-    LifeEnd life = how;
-    life.rest.journalFrom = written();
-    if (doing) doing();
-    life.rest.journalTo = written();
-    judgeChargeAtEnd(life, scene, violated_);
+  // The process ends like this after having done what is said.
+  void end(const ProcessEnd& how, const TestedAction& action = {}) {
+    ProcessEnd daemon = how;
+    daemon.rest.journalFrom = written();
+    if (action) action();
+    daemon.rest.journalTo = written();
+    checkChargeAtEnd(daemon, observation, violated_);
   }
 
-  void says(const std::string& text) { lines.push_back("2026-03-01T08:15:30Z  " + text); }
+  void messageStartsWith(const std::string& text) { lines.push_back("2026-03-01T08:15:30Z  " + text); }
 
   // The invariants that did not hold since the last question.
   std::vector<int> found() { return std::exchange(found_, {}); }
 
-  static Doing stops(bool stopped = true) {
+  static TestedAction stops(bool stopped = true) {
     return [stopped] { ASSERT_TRUE(gGate->setCharging(stopped)); };
   }
   static void cuts(bool cut = true) { ASSERT_TRUE(gGate->setAdapterCut(cut)); }
@@ -100,17 +100,17 @@ class Invariants : public test::OnVirtualMac {
     cuts();
   }
 
-  LookedAt scene{mac.store()};
+  FakeObservation observation{mac.store()};
   Settings settings;
   bool complete = true;
   std::optional<double> temp;
   std::vector<std::string> lines;
 
  private:
-  [[nodiscard]] std::uint64_t written() const { return scene.journal().written; }
+  [[nodiscard]] std::uint64_t written() const { return observation.journal().written; }
 
   Rules rules_;
-  std::vector<Pass> passes_;
+  std::vector<TickRecord> ticks_;
   std::vector<int> found_;
   Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
 };
@@ -119,7 +119,7 @@ class Invariants : public test::OnVirtualMac {
 // 1: the exit gives back
 
 TEST_F(Invariants, wantTheKeysOpenAndTheLightGivenBackAfterAnExit) {
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   end({.status = 0});
   EXPECT_THAT(found(), ElementsAre(1)) << "the stop";
   end({.status = 0}, stops(false));
@@ -133,9 +133,9 @@ TEST_F(Invariants, wantTheKeysOpenAndTheLightGivenBackAfterAnExit) {
   EXPECT_THAT(found(), ElementsAre(1)) << "the cut";
 }
 
-TEST_F(Invariants, excuseKeysThatTookNothingAndLivesThatWereKilledOrHadNotBegun) {
+TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrHadNotStarted) {
   end({.status = 1});
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   end({.signal = 9});
   mac.keyOnWrite("CHTE", OnWrite::refuse);
   end({.status = 0});
@@ -145,29 +145,29 @@ TEST_F(Invariants, excuseKeysThatTookNothingAndLivesThatWereKilledOrHadNotBegun)
 // ---------------------------------------------------------------------------------------------------------
 // 2: the hardware is as the state says
 
-TEST_F(Invariants, wantTheHardwareAsTheStateSays) {
-  turn(80, ChargeState::hold);
+TEST_F(Invariants, wantTheHardwareToMatchTheState) {
+  iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), ElementsAre(2)) << "open in a hold";
-  scene.so.disturbances += 1;
-  turn(80, ChargeState::hold, stops());
+  observation.givenDisturbances.disturbanceCount += 1;
+  iteration(80, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
   settings.enabled = false;
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(2)) << "stopped in allow";
 }
 
 TEST_F(Invariants, wantAKeyThatWasUndoneToBeSetAgainButNotOneThatNobodyLooksAfter) {
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   mac.keyBytes("CHTE", {0, 0, 0, 0});
   mac.keyBytes("CHIE", {0x08});
-  scene.so.disturbances += 1;
-  turn(80, ChargeState::hold);
+  observation.givenDisturbances.disturbanceCount += 1;
+  iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), ElementsAre(2)) << "the stop alone";
-  scene.so.disturbances += 1;
-  turn(80, ChargeState::hold, stops());
+  observation.givenDisturbances.disturbanceCount += 1;
+  iteration(80, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
   mac.keyOnWrite("CHTE", OnWrite::ignore).keyBytes("CHTE", {0, 0, 0, 0});
-  turn(80, ChargeState::hold);
+  iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty()) << "it does not obey";
 }
 
@@ -176,10 +176,10 @@ TEST_F(Invariants, wantAKeyThatWasUndoneToBeSetAgainButNotOneThatNobodyLooksAfte
 
 TEST_F(Invariants, wantTheChargingStoppedBeforeTheAdapterIsCut) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, discharges);
+  iteration(90, ChargeState::discharge, discharges);
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::hold, [] { cuts(false); });
-  turn(90, ChargeState::discharge, [] { cuts(); });
+  iteration(80, ChargeState::hold, [] { cuts(false); });
+  iteration(90, ChargeState::discharge, [] { cuts(); });
   EXPECT_THAT(found(), IsEmpty()) << "stopped already";
 
   end({.signal = 9}, [] { stops(false)(); });
@@ -188,7 +188,7 @@ TEST_F(Invariants, wantTheChargingStoppedBeforeTheAdapterIsCut) {
 
 TEST_F(Invariants, wantTheRightOrderAtTheExitToo) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, discharges);
+  iteration(90, ChargeState::discharge, discharges);
   end({.status = 0}, [] {
     cuts(false);
     stops(false)();
@@ -196,11 +196,11 @@ TEST_F(Invariants, wantTheRightOrderAtTheExitToo) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, excuseACutThatSomebodyElseMade) {
-  turn(70, ChargeState::allow);
+TEST_F(Invariants, exemptACutThatSomebodyElseMade) {
+  iteration(70, ChargeState::allow);
   mac.keyBytes("CHIE", {0x08});
-  scene.so.disturbances += 1;
-  turn(70, ChargeState::allow);
+  observation.givenDisturbances.disturbanceCount += 1;
+  iteration(70, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
 }
 
@@ -209,8 +209,8 @@ TEST_F(Invariants, excuseACutThatSomebodyElseMade) {
 
 TEST_F(Invariants, wantAReasonForEachCut) {
   const auto cutAt = [this](std::int64_t pct) {
-    scene.so.disturbances += 1;  // so that there is something to write
-    turn(pct, ChargeState::discharge, discharges);
+    observation.givenDisturbances.disturbanceCount += 1;  // so that there is something to write
+    iteration(pct, ChargeState::discharge, discharges);
     return found();
   };
   EXPECT_THAT(cutAt(90), ElementsAre(4)) << "switched off";
@@ -227,7 +227,7 @@ TEST_F(Invariants, wantAReasonForEachCut) {
   EXPECT_THAT(cutAt(90), ElementsAre(8, 4)) << "heat";
   gThermalPaused = false;
   complete = false;
-  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "a pass that ended early";
+  EXPECT_THAT(cutAt(90), ElementsAre(4)) << "a tick that ended early";
   complete = true;
   mac.unplug();
   EXPECT_THAT(cutAt(90), ElementsAre(7, 4)) << "no adapter";
@@ -237,8 +237,8 @@ TEST_F(Invariants, takeACalibrationForAReasonDownToItsTarget) {
   settings.calDrain = 15;
   gCal.phase = CalPhase::drain;
   const auto cutAt = [this](std::int64_t pct) {
-    scene.so.disturbances += 1;
-    turn(pct, ChargeState::discharge, discharges);
+    observation.givenDisturbances.disturbanceCount += 1;
+    iteration(pct, ChargeState::discharge, discharges);
     return found();
   };
   EXPECT_THAT(cutAt(16), IsEmpty());
@@ -249,11 +249,11 @@ TEST_F(Invariants, takeACalibrationForAReasonDownToItsTarget) {
   EXPECT_THAT(cutAt(81), ElementsAre(4));
 }
 
-TEST_F(Invariants, letNothingButAPassCut) {
+TEST_F(Invariants, letNothingButATickCut) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, discharges);
+  iteration(90, ChargeState::discharge, discharges);
   cuts();
-  turn();
+  iteration();
   EXPECT_THAT(found(), ElementsAre(4));
   end({.status = 0}, [] {
     cuts();
@@ -265,8 +265,8 @@ TEST_F(Invariants, letNothingButAPassCut) {
 
 TEST_F(Invariants, letADischargeBeGivenUpRightAfterALostCutWasWrittenBack) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, discharges);
-  turn(90, ChargeState::hold, [] {
+  iteration(90, ChargeState::discharge, discharges);
+  iteration(90, ChargeState::hold, [] {
     cuts();
     cuts(false);
     gDischargeBroken = true;
@@ -275,55 +275,55 @@ TEST_F(Invariants, letADischargeBeGivenUpRightAfterALostCutWasWrittenBack) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 5 to 8 and 10: the state that a pass ends in
+// 5 to 8 and 10: the state that a tick ends in
 
 TEST_F(Invariants, wantNoDischargeInTheDarkButACalibrations) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, discharges);
+  iteration(90, ChargeState::discharge, discharges);
   mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
-  turn(90, ChargeState::discharge);
+  iteration(90, ChargeState::discharge);
   EXPECT_THAT(found(), ElementsAre(5));
   mac.number(ChangeKind::capabilities, -1);
-  turn(90, ChargeState::discharge);
+  iteration(90, ChargeState::discharge);
   EXPECT_THAT(found(), IsEmpty()) << "nobody can tell";
   mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
   gCal.phase = CalPhase::restore;
-  turn(90, ChargeState::discharge);
+  iteration(90, ChargeState::discharge);
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, wantTheGateOpenWhenSwitchedOff) {
   settings.enabled = false;
-  turn(90, ChargeState::allow);
+  iteration(90, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
-  turn(90, ChargeState::hold, stops());
+  iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), ElementsAre(6));
   gCal.phase = CalPhase::soak;
-  turn(90, ChargeState::hold);
+  iteration(90, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, wantTheGateOpenOnBattery) {
   mac.unplug();
-  turn(90, ChargeState::hold, stops());
+  iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), ElementsAre(7));
   gThermalPaused = true;
-  turn(90, ChargeState::hold);
+  iteration(90, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
   gThermalPaused = false;
   gCal.phase = CalPhase::drain;
-  turn(16, ChargeState::hold);
+  iteration(16, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
-  turn(15, ChargeState::allow, stops(false));
+  iteration(15, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), ElementsAre(7)) << "the drain has arrived";
 }
 
-TEST_F(Invariants, askThePowerSourceWhereTheControllerDoesNotTellOfAnAdapter) {
+TEST_F(Invariants, askThePowerSourceWhereTheControllerReportsNoAdapter) {
   mac.removeKey("AC-W");
-  turn(90, ChargeState::hold, stops());
+  iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
   gLastPlugged = false;
-  turn(90, ChargeState::hold);
+  iteration(90, ChargeState::hold);
   EXPECT_THAT(found(), ElementsAre(7));
 }
 
@@ -331,33 +331,33 @@ TEST_F(Invariants, wantAHotBatteryHeld) {
   settings.thermal = true;
   settings.thermalLimit = 40;
   temp = 39.9;
-  turn(50, ChargeState::allow);
+  iteration(50, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
   temp = 40.0;
-  turn(50, ChargeState::allow);
+  iteration(50, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(8));
   gLastPlugged = false;
-  turn(50, ChargeState::allow);
+  iteration(50, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty()) << "on battery";
   gThermalPaused = true;
-  turn(50, ChargeState::allow);
+  iteration(50, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(8)) << "still paused";
   settings.enabled = false;
-  turn(50, ChargeState::allow);
+  iteration(50, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, wantNothingOpenAtTheLimit) {
-  turn(79, ChargeState::allow);
+  iteration(79, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(10));
   mac.number(ChangeKind::powerSourceLag, 5);
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty()) << "a late power source";
   mac.number(ChangeKind::powerSourceLag, 0);
   gTopUpSince = 1;
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty()) << "Top Up";
 }
 
@@ -378,27 +378,27 @@ TEST_F(Invariants, knowTheBand) {
 
 TEST_F(Invariants, wantTheChargeToStayBelowTheCeiling) {
   mac.charge(79);
-  turn(79, ChargeState::allow);
+  iteration(79, ChargeState::allow);
   mac.charge(81.6);
-  turn();
+  iteration();
   EXPECT_THAT(found(), IsEmpty()) << "what a minute may add";
   mac.charge(82);
-  turn();
+  iteration();
   EXPECT_THAT(found(), ElementsAre(9));
 }
 
 TEST_F(Invariants, excuseAChargeThatTheDaemonCouldNotStop) {
-  const auto risesAfter = [this](const Doing& doing) {
+  const auto risesAfter = [this](const TestedAction& action) {
     mac.charge(79);
-    turn(79, ChargeState::allow);
-    doing();
+    iteration(79, ChargeState::allow);
+    action();
     mac.charge(90);
-    turn();
+    iteration();
     return found();
   };
   EXPECT_THAT(risesAfter([] {}), ElementsAre(9));
-  EXPECT_THAT(risesAfter([this] { scene.so.disturbances += 1; }), IsEmpty());
-  EXPECT_THAT(risesAfter([this] { scene.so.leaps += 1; }), IsEmpty());
+  EXPECT_THAT(risesAfter([this] { observation.givenDisturbances.disturbanceCount += 1; }), IsEmpty());
+  EXPECT_THAT(risesAfter([this] { observation.givenDisturbances.jumps += 1; }), IsEmpty());
   EXPECT_THAT(risesAfter([] { gSleepPendingSince = 1; }), IsEmpty());
   gSleepPendingSince.reset();
   EXPECT_THAT(risesAfter([this] { mac.unplug().plugIn(); }), ElementsAre(9));
@@ -407,14 +407,14 @@ TEST_F(Invariants, excuseAChargeThatTheDaemonCouldNotStop) {
   EXPECT_THAT(risesAfter([this] { mac.sleep().pass(5).wake().pass(5); }), IsEmpty());
   EXPECT_THAT(risesAfter([this] {
                 settings.limit = 95;
-                turn(79, ChargeState::allow);
+                iteration(79, ChargeState::allow);
               }),
               IsEmpty());
 }
 
 TEST_F(Invariants, excuseAChargeThatWasTooHighFromTheStart) {
   mac.charge(90);
-  turn(90, ChargeState::hold, stops());
+  iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
 }
 
@@ -422,36 +422,36 @@ TEST_F(Invariants, excuseAChargeThatWasTooHighFromTheStart) {
 // 11: hysteresis
 
 TEST_F(Invariants, wantTheBandClosedDownToItsFloor) {
-  turn(80, ChargeState::hold, stops());
-  turn(76, ChargeState::allow, stops(false));
+  iteration(80, ChargeState::hold, stops());
+  iteration(76, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), ElementsAre(11));
-  turn(75, ChargeState::allow);
-  turn(76, ChargeState::allow);
+  iteration(75, ChargeState::allow);
+  iteration(76, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty()) << "the floor was reached";
 }
 
 TEST_F(Invariants, letTheBandOpenForOtherSettingsAndAfterAGap) {
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   settings.discharge = true;
-  turn(78, ChargeState::allow, stops(false));
+  iteration(78, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   complete = false;
-  turn(80, ChargeState::hold);
+  iteration(80, ChargeState::hold);
   complete = true;
-  turn(78, ChargeState::allow, stops(false));
+  iteration(78, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, keepTheBandInMindOnBattery) {
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   mac.unplug();
   gLastPlugged = false;
-  turn(78, ChargeState::allow, stops(false));
+  iteration(78, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), IsEmpty());
   mac.plugIn();
   gLastPlugged = true;
-  turn(77, ChargeState::allow);
+  iteration(77, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(11));
 }
 
@@ -459,12 +459,12 @@ TEST_F(Invariants, keepTheBandInMindOnBattery) {
 // 12: only own keys
 
 TEST_F(Invariants, wantNoOtherKeysWritten) {
-  turn(80, ChargeState::hold, [] {
+  iteration(80, ChargeState::hold, [] {
     stops()();
     EXPECT_TRUE(writeKey("ACLC", test::Bytes{LED_GREEN}));
   });
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::hold, [] { EXPECT_FALSE(writeKey("CHSC", test::Bytes{0})); });
+  iteration(80, ChargeState::hold, [] { EXPECT_FALSE(writeKey("CHSC", test::Bytes{0})); });
   EXPECT_THAT(found(), ElementsAre(12));
   end({.status = 0}, [] {
     stops(false)();
@@ -476,27 +476,27 @@ TEST_F(Invariants, wantNoOtherKeysWritten) {
 
 TEST_F(Invariants, letALeftoverBeUndoneOnceAtTheStart) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
-  scene.notes.cutWasLeft = true;
+  observation.givenSummary.cutWasLeft = true;
   const auto undo = [] { EXPECT_TRUE(writeKey("CHIE", test::Bytes{0})); };
   undo();
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::allow, undo);
+  iteration(80, ChargeState::allow, undo);
   EXPECT_THAT(found(), ElementsAre(12)) << "no longer the start";
 }
 
 TEST_F(Invariants, wantALeftoverToBeOne) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   EXPECT_TRUE(writeKey("CHIE", test::Bytes{0}));
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
 TEST_F(Invariants, wantALeftoverUndoneOnlyOnce) {
   gGate.reset();
-  scene.notes.cutWasLeft = true;
+  observation.givenSummary.cutWasLeft = true;
   for (const char* key : {"CHIE", "ACLC", "CHIE"}) EXPECT_TRUE(writeKey(key, test::Bytes{0}));
-  turn(80, ChargeState::allow);
+  iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
@@ -504,28 +504,28 @@ TEST_F(Invariants, wantALeftoverUndoneOnlyOnce) {
 // 13: quiet when steady
 
 TEST_F(Invariants, wantNothingWrittenWhileNothingChanges) {
-  turn(80, ChargeState::hold, stops());
-  turn(80, ChargeState::hold);
+  iteration(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
-  turn(80, ChargeState::hold, stops());
+  iteration(80, ChargeState::hold, stops());
   EXPECT_THAT(found(), ElementsAre(13));
-  scene.so.disturbances += 1;
-  turn(80, ChargeState::hold, stops());
+  observation.givenDisturbances.disturbanceCount += 1;
+  iteration(80, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty()) << "something had to be put right";
 }
 
 TEST_F(Invariants, letAStateBeWrittenThatWasLeftInBetween) {
-  turn(77, ChargeState::allow);
+  iteration(77, ChargeState::allow);
   stops()();
   gState = ChargeState::hold;
-  turn();
-  turn(77, ChargeState::allow, stops(false));
+  iteration();
+  iteration(77, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), IsEmpty()) << "a sleep";
   gDormant = true;
   stops(false)();
-  turn();
+  iteration();
   gDormant = false;
-  turn(77, ChargeState::allow);
+  iteration(77, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty()) << "the app was away";
 }
 
@@ -538,15 +538,16 @@ constexpr const char* gaveUp =
 TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
   const auto attempts = [this](std::initializer_list<int> numbers) {
     for (const int number : numbers) {
-      says("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) + ")");
+      messageStartsWith("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) +
+                        ")");
     }
-    turn();
+    iteration();
     return found();
   };
   EXPECT_THAT(attempts({1, 2, 3, 4, 5}), IsEmpty());
   EXPECT_THAT(attempts({6}), ElementsAre(22));
-  says("→ state: hold");
-  says("→ state: discharge");
+  messageStartsWith("→ state: hold");
+  messageStartsWith("→ state: discharge");
   EXPECT_THAT(attempts({1}), IsEmpty()) << "another discharge";
   EXPECT_THAT(attempts({1}), ElementsAre(22)) << "twice";
   EXPECT_THAT(attempts({3}), ElementsAre(22)) << "one left out";
@@ -554,62 +555,64 @@ TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
 
 TEST_F(Invariants, wantAGivenUpDischargeToRestUntilItIsRearmed) {
   settings.discharge = true;
-  turn(90, ChargeState::discharge, [this] {
+  iteration(90, ChargeState::discharge, [this] {
     discharges();
-    says("→ state: discharge");
+    messageStartsWith("→ state: discharge");
   });
-  turn(90, ChargeState::hold, [this] {
+  iteration(90, ChargeState::hold, [this] {
     cuts(false);
-    says(gaveUp);
+    messageStartsWith(gaveUp);
   });
   EXPECT_THAT(found(), IsEmpty());
-  turn(90, ChargeState::discharge, [] { cuts(); });
+  iteration(90, ChargeState::discharge, [] { cuts(); });
   EXPECT_THAT(found(), ElementsAre(22));
-  turn(90, ChargeState::discharge, [this] { says("forced discharge re-armed (settings changed)"); });
+  iteration(90, ChargeState::discharge,
+            [this] { messageStartsWith("forced discharge re-armed (settings changed)"); });
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, forgetWhatWasSaidBeforeAFullDiskSwallowedTheRest) {
+TEST_F(Invariants, forgetLinesFromBeforeAFullDisk) {
   const std::string summary = "cap 80%  batt 80%";
   const std::string verdict = "limit verified: charging really does stop";
-  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) says(line);
-  turn();
-  scene.so.diskIsFull = true;
-  turn();
-  scene.so.diskIsFull = false;
-  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) says(line);
-  turn();
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) messageStartsWith(line);
+  iteration();
+  observation.givenDisturbances.diskIsFull = true;
+  iteration();
+  observation.givenDisturbances.diskIsFull = false;
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) messageStartsWith(line);
+  iteration();
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, wantVerdictsToAlternate) {
   const std::string works = "limit verified: charging really does stop";
   const std::string fails = "⚠️ the limit has no effect: charging continues despite the stop …";
-  for (const std::string& line : {works, fails, works}) says(line);
-  turn();
+  for (const std::string& line : {works, fails, works}) messageStartsWith(line);
+  iteration();
   EXPECT_THAT(found(), IsEmpty());
-  says(works);
-  turn();
+  messageStartsWith(works);
+  iteration();
   EXPECT_THAT(found(), ElementsAre(23));
 }
 
 TEST_F(Invariants, wantNoSummaryAndNoStateTwice) {
-  says("brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
-  says("cap 80%  batt 80%");
-  says("→ state: hold");
-  turn();
+  messageStartsWith(
+      "brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
+  messageStartsWith("cap 80%  batt 80%");
+  messageStartsWith("→ state: hold");
+  iteration();
   EXPECT_THAT(found(), ElementsAre(33)) << "the banner's";
-  says("cap 80%  batt 79%");
-  says("cap 80%  batt 80%");
-  says("→ state: allow");
-  turn();
+  messageStartsWith("cap 80%  batt 79%");
+  messageStartsWith("cap 80%  batt 80%");
+  messageStartsWith("→ state: allow");
+  iteration();
   EXPECT_THAT(found(), IsEmpty());
-  says("cap 80%  batt 80%");
-  turn();
+  messageStartsWith("cap 80%  batt 80%");
+  iteration();
   EXPECT_THAT(found(), ElementsAre(33));
-  says("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
-  says("→ state: allow");
-  turn();
+  messageStartsWith("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
+  messageStartsWith("→ state: allow");
+  iteration();
   EXPECT_THAT(found(), IsEmpty()) << "it was left without a word";
 }
 

@@ -70,7 +70,7 @@ TEST(MachineCharging, showsHundredBeforeTheChargeEnds) {
   EXPECT_GT(current(mac), 700);
 }
 
-TEST(MachineCharging, saysThatChargingEndedAndThatItIsFullInOnePublication) {
+TEST(MachineCharging, reportsThatChargingEndedAndThatItIsFullInOnePublication) {
   Bench mac = charging("pro16", 99, 140, 10);
   mac.pass(minute);
   EXPECT_TRUE(mac.machine.gauge.charging);
@@ -308,7 +308,7 @@ TEST_F(MachineBand, keepsItsDirectionWhenItIsArmedAnewAtOnce) {
   EXPECT_FALSE(chargingIsOpen(mac.machine));
 }
 
-TEST_F(MachineBand, goesOnChargingWhenItFindsTheBatteryCharging) {
+TEST_F(MachineBand, continuesChargingWhenItFindsTheBatteryCharging) {
   arm(80, 75);
   EXPECT_FALSE(chargesAt(80));
   EXPECT_FALSE(chargesAt(77));

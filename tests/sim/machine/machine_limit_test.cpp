@@ -149,7 +149,7 @@ TEST_F(Limit, isReadInThePreferencesOnlyOnNotice) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isNoneWhereThePreferencesMakeNoSense) {
+TEST_F(Limit, isOffWhereThePreferencesAreInvalid) {
   struct Case {
     Preference feature;
     Preference value;
@@ -573,7 +573,7 @@ TEST(LimitLess, isAMacWithAnOlderSystem) {
   EXPECT_EQ(enforcedLimit(current.machine), 80);
 }
 
-TEST(LimitLess, canSayWhyItHasNoClient) {
+TEST(LimitLess, canReportWhyItHasNoClient) {
   Bench mac({.macOS = 27, .chargeLimit = false});
   mac.change(ChangeKind::limitClient, static_cast<double>(LimitClient::noFramework));
   EXPECT_EQ(loadClient(mac.machine), LimitClient::noFramework);
@@ -589,7 +589,7 @@ class LimitJournal : public Limit {
   }
 };
 
-TEST_F(LimitJournal, tellsOfSets) {
+TEST_F(LimitJournal, reportsSets) {
   (void)set(80);
   EXPECT_EQ(limitEntryText(last()), "limit set 80");
   EXPECT_EQ(last().status, 0U);
@@ -599,7 +599,7 @@ TEST_F(LimitJournal, tellsOfSets) {
   EXPECT_NE(last().status, 0U);
 }
 
-TEST_F(LimitJournal, tellsOfPreferencesInTheirKind) {
+TEST_F(LimitJournal, reportsPreferencesInTheirKind) {
   const auto told = [this](const Preference& value) {
     notePreferenceWrite(mac.machine, *mac.journal, LimitPreference::limitValue, value);
     return limitEntryText(last());
@@ -617,7 +617,7 @@ TEST_F(LimitJournal, tellsOfPreferencesInTheirKind) {
   EXPECT_EQ(calls().preferenceWrites, 7U);
 }
 
-TEST_F(LimitJournal, tellsOfSynchronisationsAndNotifications) {
+TEST_F(LimitJournal, reportsSynchronisationsAndNotifications) {
   EXPECT_TRUE(beginSynchronisation(mac.machine, *mac.journal));
   EXPECT_EQ(limitEntryText(last()), "preferences synchronised");
   EXPECT_EQ(last().status, 0U);
@@ -651,7 +651,7 @@ TEST(LimitWrites, standInTheirOrderAmongTheOthers) {
                           "preferences synchronised!"));
 }
 
-TEST_F(LimitJournal, saysNothingOfOtherEntries) {
+TEST_F(LimitJournal, reportsNothingForOtherEntries) {
   (void)mac.write("ACLC", {3});
   EXPECT_EQ(limitEntryText(last()), "");
 }

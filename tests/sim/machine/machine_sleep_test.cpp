@@ -1,4 +1,4 @@
-// Sleep and wake of the bare machine: stages, messages, scheduled events, and what goes on meanwhile.
+// Sleep and wake of the bare machine: stages, messages, scheduled events, and what continues meanwhile.
 
 #include <cmath>
 #include <limits>
@@ -94,7 +94,7 @@ TEST_F(MachineSleep, ofAnIdleMacIsAskedForFirst) {
   EXPECT_TRUE(asleep());
 }
 
-TEST_F(MachineSleep, goesOnWithoutAnAnswerAfter30SecondsForEachQuestion) {
+TEST_F(MachineSleep, continuesWithoutAnAnswerAfter30SecondsForEachQuestion) {
   registerClient();
   mac.change(ChangeKind::idleSleep).pass(29.9);
   EXPECT_EQ(messages().size(), 1U);
@@ -172,7 +172,7 @@ TEST_F(MachineSleep, countsAnswersThatNobodyWaitsFor) {
   EXPECT_EQ(mac.machine.sleep.strayAnswers, 4U);
 }
 
-TEST_F(MachineSleep, isRefusedAfterTheAnswerAndOnlyTheCapabilitiesTellOfIt) {
+TEST_F(MachineSleep, isRefusedAfterTheAnswerAndShowsOnlyInTheCapabilities) {
   registerClient();
   mac.change(ChangeKind::sleepRefused, 1).change(ChangeKind::capabilities, 9).change(ChangeKind::sleep);
   allow(1);
@@ -201,7 +201,7 @@ TEST_F(MachineSleep, endsInAFullWakeOfWhichTheClientHearsTwoSecondsLater) {
   EXPECT_EQ(messages().size(), 2U) << "it is awake already";
 }
 
-TEST_F(MachineSleep, tellsOfTheWakeBeforeTheNextSleep) {
+TEST_F(MachineSleep, reportsTheWakeBeforeTheNextSleep) {
   registerClient();
   mac.change(ChangeKind::sleep);
   allow(1);
@@ -285,7 +285,7 @@ TEST_F(MachineSleep, stopsUptimeAndNothingElse) {
   EXPECT_EQ(virtual_mac::wallClock(mac.machine), wall + 3600);
 }
 
-TEST_F(MachineSleep, goesOnChargingAsTheKeysAllow) {
+TEST_F(MachineSleep, continuesChargingAsTheKeysAllow) {
   fallAsleep();
   mac.pass(1800);
   EXPECT_GT(virtual_mac::level(mac.machine), 85);
@@ -434,7 +434,7 @@ TEST_F(MachineSleep, takesAnEventOfThePastAndForgetsIt) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
-TEST_F(MachineSleep, refusesEventsThatAreNone) {
+TEST_F(MachineSleep, refusesInvalidEvents) {
   EXPECT_EQ(schedule(100, "dance"), kernelBadArgument);
   EXPECT_EQ(schedule(std::numeric_limits<double>::quiet_NaN()), kernelBadArgument);
   EXPECT_EQ(schedule(std::numeric_limits<double>::infinity()), kernelBadArgument);
@@ -497,7 +497,7 @@ TEST_F(MachineSleep, stopsNoProcessForWhatHappensMeanwhile) {
   EXPECT_GT(mac.machine.powerSource.changes, before + 5) << "it charged and was unplugged";
 }
 
-TEST_F(MachineSleep, isTheSameHoweverOftenItIsLookedAt) {
+TEST_F(MachineSleep, isTheSameHoweverOftenItIsAdvanced) {
   registerClient();
   ASSERT_EQ(schedule(900.25), kernelSuccess);
   ASSERT_TRUE(mac.later(10.5, {.kind = ChangeKind::sleep}));

@@ -359,7 +359,7 @@ TEST(MachineSmc, scriptsABrokenSensorUntilItRecovers) {
 
 TEST(MachineSmc, keepsEveryWriteInTheJournalInOrder) {
   Bench mac;
-  mac.machine.system.lives = 3;
+  mac.machine.system.processes = 3;
   mac.key(ChangeKind::keyOnWrite, "CHTE", byteOf(OnWrite::refuse));
   mac.read("CHTE");
   mac.write("CHTE", stop);
@@ -371,7 +371,7 @@ TEST(MachineSmc, keepsEveryWriteInTheJournalInOrder) {
   ASSERT_EQ(mac.journal->written, 3U);
   const JournalEntry& first = mac.journal->entries[0];
   EXPECT_EQ(first.time, 1772352000);
-  EXPECT_EQ(first.life, 3U);
+  EXPECT_EQ(first.process, 3U);
   EXPECT_EQ(first.key, keyCode("CHTE"));
   EXPECT_EQ(first.status, platform::kernelSuccess);
   EXPECT_EQ(first.command, 6);

@@ -49,7 +49,7 @@ bool laterAnyChange(Bench& mac, std::mt19937_64& random, double within) {
 
 // ---- time itself
 
-TEST(MachineTime, goesTheSameWayHoweverOftenItIsLookedAt) {
+TEST(MachineTime, evolvesTheSameHoweverOftenItIsAdvanced) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937_64 random(seed);
@@ -96,7 +96,7 @@ TEST(MachineTime, goesTheSameWayWhenItStopsForEveryNotice) {
   EXPECT_GT(notices, 100);
 }
 
-TEST(MachineTime, countsSleepTheSameWayHoweverOftenItIsLookedAt) {
+TEST(MachineTime, countsSleepTheSameHoweverOftenItIsAdvanced) {
   Bench once;
   once.machine.system.asleep = true;
   Bench often;
@@ -224,7 +224,7 @@ TEST(MachineNotice, stopsRightAtAPublishedChange) {
   EXPECT_EQ(mac.machine.now, start + 60);  // the gauge publishes the drain
 }
 
-TEST(MachineNotice, stopsForASignalAndGoesOnWithTheRestOfTheInstant) {
+TEST(MachineNotice, stopsForASignalAndContinuesWithTheRestOfTheInstant) {
   Bench mac({.percent = 80});
   mac.write("CHTE", {1, 0, 0, 0});
   ASSERT_FALSE(mac.passToNotice(0.5));
@@ -250,7 +250,7 @@ TEST(MachineNotice, stopsForASignalThatIsStillPending) {
   EXPECT_TRUE(mac.passToNotice(20));
 }
 
-TEST(MachineNotice, hasNothingToSayWhileTheChargeIsHeld) {
+TEST(MachineNotice, isSilentWhileTheChargeIsHeld) {
   Bench mac({.percent = 80});
   mac.write("CHTE", {1, 0, 0, 0});
   mac.pass(2 * minute);
@@ -283,7 +283,7 @@ TEST(MachineGauge, isStaleJustAfterPlugging) {
   EXPECT_TRUE(mac.machine.powerSource.charging);
 }
 
-TEST(MachineGauge, saysTheSameBetweenTwoPublications) {
+TEST(MachineGauge, reportsTheSameBetweenTwoPublications) {
   Bench mac({.percent = 40});
   mac.pass(60);
   const Gauge before = mac.machine.gauge;
@@ -352,7 +352,7 @@ TEST(MachinePowerSource, followsLateWhenToldTo) {
   EXPECT_FALSE(mac.machine.powerSource.onAdapter);
 }
 
-TEST(MachinePowerSource, doesNotNoticeWhatIsOverBeforeItLooks) {
+TEST(MachinePowerSource, missesAChangeThatIsOverBeforeItReads) {
   Bench mac({.percent = 80});
   mac.write("CHTE", {1, 0, 0, 0});
   mac.pass(2 * minute).change(ChangeKind::powerSourceLag, 5);
@@ -396,7 +396,7 @@ TEST(MachinePowerSource, countsEveryPublishedChange) {
 
 // ---- the system
 
-TEST(MachineSystem, tellsWallClockAndUptimeApart) {
+TEST(MachineSystem, distinguishesWallClockAndUptime) {
   Bench mac({.startTime = 1772352000, .uptime = 250});
   EXPECT_EQ(uptimeOf(mac.machine), 250);
   mac.pass(50).change(ChangeKind::clockStep, -3600.5);

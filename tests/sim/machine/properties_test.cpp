@@ -98,7 +98,7 @@ TEST(PropertiesFlat, showTheAdapterAtOnceAndTheRestLater) {
   EXPECT_EQ(integer(battery(mac), "Amperage"), before);
 }
 
-TEST(PropertiesFlat, tellTheCutFromTheCable) {
+TEST(PropertiesFlat, distinguishTheCutFromTheCable) {
   Bench mac;
   mac.write("CHIE", {8});
   EXPECT_EQ(flag(battery(mac), "ExternalConnected"), false);
@@ -106,7 +106,7 @@ TEST(PropertiesFlat, tellTheCutFromTheCable) {
   EXPECT_EQ(flag(battery(mac), "IsCharging"), false);
 }
 
-TEST(PropertiesFlat, sayWhyTheBatteryDoesNotCharge) {
+TEST(PropertiesFlat, reportWhyTheBatteryDoesNotCharge) {
   const auto reason = [](const Bench& mac) {
     return nested(battery(mac), "ChargerData", "NotChargingReason");
   };

@@ -33,7 +33,7 @@ TEST(LinePattern, withManyGapsIsFoundNotToFitInNoTime) {
   EXPECT_TRUE(matches(std::string(1000, 'a'), pattern));
 }
 
-TEST(LineWishes, areLookedForOneByOne) {
+TEST(LineExpectations, areLookedForOneByOne) {
   const std::vector<std::string> lines{"a", "b", "a"};
   EXPECT_THAT(differencesOf(lines, {.has = {"a", "b"}, .hasNot = {"c"}}), IsEmpty());
   EXPECT_THAT(differencesOf(lines, {.has = {"c", "d"}}), SizeIs(2));
@@ -43,7 +43,7 @@ TEST(LineWishes, areLookedForOneByOne) {
   EXPECT_THAT(differencesOf(lines, {.counts = {{"a", 3}}}), SizeIs(1));
 }
 
-TEST(LineWishes, inOrderMeanDifferentLines) {
+TEST(LineExpectations, inOrderMeanDifferentLines) {
   const std::vector<std::string> lines{"a", "b", "a"};
   EXPECT_THAT(differencesOf(lines, {.inOrder = {"a", "b"}}), IsEmpty());
   EXPECT_THAT(differencesOf(lines, {.inOrder = {"a", "a"}}), IsEmpty());

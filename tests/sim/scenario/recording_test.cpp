@@ -37,19 +37,19 @@ Moment held(double time) {
 
 // --- What is worth keeping
 
-class Noticed : public ::testing::Test {
+class SampleFilterTest : public ::testing::Test {
  protected:
-  Noticed() { EXPECT_EQ(noticing.keep(held(1000)), 1); }
-  Noticing noticing;
+  SampleFilterTest() { EXPECT_EQ(filter.keep(held(1000)), 1); }
+  SampleFilter filter;
 };
 
-TEST_F(Noticed, isWhatStandsStillOnceAQuarterOfAnHour) {
-  EXPECT_EQ(noticing.keep(held(1899)), 0);
-  EXPECT_EQ(noticing.keep(held(1900)), 1);
-  EXPECT_EQ(noticing.keep(held(2799)), 0);
+TEST_F(SampleFilterTest, keepsConstantValuesOnceAQuarterOfAnHour) {
+  EXPECT_EQ(filter.keep(held(1899)), 0);
+  EXPECT_EQ(filter.keep(held(1900)), 1);
+  EXPECT_EQ(filter.keep(held(2799)), 0);
 }
 
-TEST_F(Noticed, isWhatDriftsOnceAMinute) {
+TEST_F(SampleFilterTest, isWhatDriftsOnceAMinute) {
   const auto drifted = [](double time, auto change) {
     Moment moment = held(time);
     change(moment);
@@ -59,43 +59,43 @@ TEST_F(Noticed, isWhatDriftsOnceAMinute) {
   const auto current = [](Moment& moment) { moment.currentMA = -10; };
   const auto temperature = [](Moment& moment) { moment.temperatureC = 24.75; };
   const auto little = [](Moment& moment) { moment.level = 80.05; };
-  EXPECT_EQ(noticing.keep(drifted(1059, level)), 0);
-  EXPECT_EQ(noticing.keep(drifted(1060, little)), 0);
-  EXPECT_EQ(noticing.keep(drifted(1060, level)), 1);
-  EXPECT_EQ(Noticing(noticing).keep(drifted(1120, current)), 1);
-  EXPECT_EQ(Noticing(noticing).keep(drifted(1120, temperature)), 1);
+  EXPECT_EQ(filter.keep(drifted(1059, level)), 0);
+  EXPECT_EQ(filter.keep(drifted(1060, little)), 0);
+  EXPECT_EQ(filter.keep(drifted(1060, level)), 1);
+  EXPECT_EQ(SampleFilter(filter).keep(drifted(1120, current)), 1);
+  EXPECT_EQ(SampleFilter(filter).keep(drifted(1120, temperature)), 1);
 }
 
-TEST_F(Noticed, isEveryChangeAtOnceWithTheMomentBefore) {
-  EXPECT_EQ(noticing.keep(held(1005)), 0);
+TEST_F(SampleFilterTest, isEveryChangeAtOnceWithTheMomentBefore) {
+  EXPECT_EQ(filter.keep(held(1005)), 0);
   Moment allowed = held(1006);
   allowed.state = ChargeState::allow;
-  EXPECT_EQ(noticing.keep(allowed), 2);
-  EXPECT_EQ(noticing.before(), held(1005));
+  EXPECT_EQ(filter.keep(allowed), 2);
+  EXPECT_EQ(filter.before(), held(1005));
   allowed.time = 1007;
   allowed.light = Light::green;
-  EXPECT_EQ(noticing.keep(allowed), 1) << "the one before is kept already";
+  EXPECT_EQ(filter.keep(allowed), 1) << "the one before is kept already";
 }
 
-TEST_F(Noticed, isAJumpOfANumber) {
+TEST_F(SampleFilterTest, isAJumpOfANumber) {
   Moment jumped = held(1001);
   jumped.currentMA = 199;
-  EXPECT_EQ(noticing.keep(jumped), 0);
+  EXPECT_EQ(filter.keep(jumped), 0);
   jumped.currentMA = 200;
-  EXPECT_EQ(noticing.keep(jumped), 2);
-  EXPECT_EQ(noticing.before().currentMA, 199);
+  EXPECT_EQ(filter.keep(jumped), 2);
+  EXPECT_EQ(filter.before().currentMA, 199);
 }
 
-TEST_F(Noticed, isABatteryThatIsGone) {
+TEST_F(SampleFilterTest, isABatteryThatIsGone) {
   Moment gone = held(1001);
   gone.level.reset();
-  EXPECT_EQ(noticing.keep(gone), 1);
+  EXPECT_EQ(filter.keep(gone), 1);
 }
 
-TEST_F(Noticed, isTheEndInAnyCase) {
-  EXPECT_EQ(noticing.rest(), std::nullopt);
-  EXPECT_EQ(noticing.keep(held(1005)), 0);
-  EXPECT_EQ(noticing.rest(), held(1005));
+TEST_F(SampleFilterTest, isTheEndInAnyCase) {
+  EXPECT_EQ(filter.rest(), std::nullopt);
+  EXPECT_EQ(filter.keep(held(1005)), 0);
+  EXPECT_EQ(filter.rest(), held(1005));
 }
 
 // --- The machine
@@ -157,7 +157,7 @@ TEST(RecordedMachine, hasNoNumbersWithoutABattery) {
   EXPECT_EQ(moment.temperatureC, std::nullopt);
 }
 
-TEST(RecordedMachine, goesOnWithTheClockOfItsBeginning) {
+TEST(RecordedMachine, continuesWithTheClockOfItsBeginning) {
   virtual_mac::Machine machine = makeAir();
   const double begin = virtual_mac::wallClock(machine);
   Recording recording;
@@ -189,15 +189,15 @@ TEST(RecordedLines, standWhereTheirTimesSay) {
   EXPECT_THAT(times, ElementsAre(300, 300, 600, 600));
 }
 
-// --- A story
+// --- A scenario
 
 Picture pictureOf(const std::string& rest, std::vector<std::string>* log = nullptr) {
-  Complaints complaints("a.json");
-  const auto scenario = readScenario(R"({"story": "It is recorded.", )" + rest + "}", complaints);
-  EXPECT_THAT(complaints.texts(), IsEmpty());
+  Diagnostics diagnostics("a.json");
+  const auto scenario = readScenario(R"({"description": "It is recorded.", )" + rest + "}", diagnostics);
+  EXPECT_THAT(diagnostics.texts(), IsEmpty());
   if (!scenario) return {};
   Recording recording;
-  const Outcome outcome = runScenario(*scenario, complaints, {.recording = &recording});
+  const Outcome outcome = runScenario(*scenario, diagnostics, {.recording = &recording});
   EXPECT_THAT(outcome.failures, IsEmpty());
   if (log != nullptr) *log = outcome.log;
   return recording.picture();
@@ -213,7 +213,7 @@ Moment at(const Picture& picture, const std::string& date) {
   return found;
 }
 
-TEST(RecordedStory, knowsWhatTheDaemonThinks) {
+TEST(RecordedScenario, knowsWhatTheDaemonThinks) {
   const Picture picture = pictureOf(R"("mac": {"percent": 70}, "settings": {"limit": 80},
       "timeline": [{"at": "+1 h", "do": "unplug"}, {"at": "+1 min", "see": {"state": "allow"}}])");
   const Moment first = at(picture, "2026-03-01 08:01");
@@ -232,7 +232,7 @@ TEST(RecordedStory, knowsWhatTheDaemonThinks) {
                                           "com.brisko.daemon.xpc")));
 }
 
-TEST(RecordedStory, hasNoMoreThoughtsThanADaemonHas) {
+TEST(RecordedScenario, hasNoMoreThoughtsThanADaemonHas) {
   const Picture picture = pictureOf(R"("daemon": {"keptAlive": false}, "timeline": [
       {"at": "+10 min", "do": "kill"}, {"at": "+10 min", "see": {"running": false}}])");
   EXPECT_NE(at(picture, "2026-03-01 08:09").state, std::nullopt);
@@ -241,7 +241,7 @@ TEST(RecordedStory, hasNoMoreThoughtsThanADaemonHas) {
   EXPECT_NE(at(picture, "2026-03-01 08:15").hardware, std::nullopt);
 }
 
-TEST(RecordedStory, hasNoBandWithoutALimit) {
+TEST(RecordedScenario, hasNoBandWithoutALimit) {
   const Picture picture = pictureOf(R"("settings": {"limit": 80}, "timeline": [
       {"at": "+10 min", "do": {"settings": {"enabled": false}}}, {"at": "+10 min", "see": {"running": true}}])");
   EXPECT_NE(at(picture, "2026-03-01 08:09").band, std::nullopt);
@@ -249,7 +249,7 @@ TEST(RecordedStory, hasNoBandWithoutALimit) {
   EXPECT_THAT(picture.events, ElementsAre(Field(&Event::words, "settings enabled false")));
 }
 
-TEST(RecordedStory, tellsWhyTheChargeLeavesTheBand) {
+TEST(RecordedScenario, showsWhyTheChargeLeavesTheBand) {
   const Picture picture = pictureOf(R"("settings": {"limit": 80, "thermal": true}, "timeline": [
       {"at": "+10 min", "do": {"settings": {"topUp": true}}},
       {"at": "+10 min", "do": {"temperature": 45}},
@@ -262,7 +262,7 @@ TEST(RecordedStory, tellsWhyTheChargeLeavesTheBand) {
   EXPECT_EQ(at(picture, "2026-03-01 08:25").band, std::nullopt);
 }
 
-TEST(RecordedStory, isSeenAsleepAndOff) {
+TEST(RecordedScenario, isSeenAsleepAndOff) {
   const Picture picture = pictureOf(R"("timeline": [
       {"at": "+10 min", "do": "unplug"}, {"at": "+1 min", "do": "sleep"}, {"at": "+2 h", "do": {"dark-wake": 45}},
       {"at": "+1 h", "do": "wake"}, {"at": "+1 h", "do": "shutdown"}, {"at": "+1 h", "see": {"running": false}}])");
@@ -276,23 +276,23 @@ TEST(RecordedStory, isSeenAsleepAndOff) {
   EXPECT_EQ(picture.moments.back().time, parseDate("2026-03-01 13:11").value());
 }
 
-TEST(RecordedStory, isSmallWhenItIsQuiet) {
+TEST(RecordedScenario, isSmallWhenItIsQuiet) {
   const Picture picture = pictureOf(R"("mac": {"percent": 80}, "settings": {"limit": 80}, "timeline": [
       {"at": "+2 days", "see": {"state": "hold"}}])");
   EXPECT_LT(picture.moments.size(), 300U);
   EXPECT_GT(picture.moments.size(), 190U);
 }
 
-TEST(RecordedStory, goesAsItGoesUnrecorded) {
-  const std::string text = R"({"story": "x", "settings": {"limit": 80}, "timeline": [
+TEST(RecordedScenario, goesAsItGoesUnrecorded) {
+  const std::string text = R"({"description": "x", "settings": {"limit": 80}, "timeline": [
       {"at": "+10 min", "do": "sleep"}, {"at": "+9 h", "do": "wake"}, {"at": "+1 h", "do": "kill"},
       {"at": "+1 h", "do": "unplug"}, {"at": "+2 h", "see": {"running": true}}]})";
-  Complaints complaints("a.json");
-  const auto scenario = readScenario(text, complaints);
+  Diagnostics diagnostics("a.json");
+  const auto scenario = readScenario(text, diagnostics);
   ASSERT_TRUE(scenario);
   Recording recording;
-  const Outcome recorded = runScenario(*scenario, complaints, {.recording = &recording});
-  const Outcome plain = runScenario(*scenario, complaints);
+  const Outcome recorded = runScenario(*scenario, diagnostics, {.recording = &recording});
+  const Outcome plain = runScenario(*scenario, diagnostics);
   EXPECT_EQ(recorded.log, plain.log);
   EXPECT_THAT(plain.log, SizeIs(::testing::Gt(5U)));
   EXPECT_THAT(recording.picture().log, SizeIs(::testing::Gt(20U)));

@@ -25,37 +25,37 @@ using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 
-std::vector<std::string> complaintsAbout(const std::string& text) {
-  Complaints complaints("a.json");
-  const auto scenario = readScenario(text, complaints);
-  EXPECT_EQ(scenario.has_value(), complaints.none());
-  return complaints.texts();
+std::vector<std::string> diagnosticsFor(const std::string& text) {
+  Diagnostics diagnostics("a.json");
+  const auto scenario = readScenario(text, diagnostics);
+  EXPECT_EQ(scenario.has_value(), diagnostics.none());
+  return diagnostics.texts();
 }
 
 // A scenario with these steps.
 std::string with(const std::string& timeline, const std::string& rest = "") {
-  return R"({"story": "Somebody tries the lab.", )" + rest + R"("timeline": [)" + timeline + "]}";
+  return R"({"description": "Somebody tries the lab.", )" + rest + R"("timeline": [)" + timeline + "]}";
 }
 
 std::vector<std::string> failuresOf(const std::string& text) {
-  Complaints complaints("a.json");
-  const auto scenario = readScenario(text, complaints);
-  EXPECT_THAT(complaints.texts(), IsEmpty());
-  return scenario ? runScenario(*scenario, complaints).failures : std::vector<std::string>{"not read"};
+  Diagnostics diagnostics("a.json");
+  const auto scenario = readScenario(text, diagnostics);
+  EXPECT_THAT(diagnostics.texts(), IsEmpty());
+  return scenario ? runScenario(*scenario, diagnostics).failures : std::vector<std::string>{"not read"};
 }
 
 // --- The files
 
 TEST(ScenarioFile, thatIsNoJsonIsToldWithItsLine) {
-  EXPECT_THAT(complaintsAbout("{\n  \"story\": \"x\",\n  \"timeline\" []}"),
+  EXPECT_THAT(diagnosticsFor("{\n  \"description\": \"x\",\n  \"timeline\" []}"),
               ElementsAre(StartsWith("a.json: it is no JSON: parse error at line 3")));
-  EXPECT_THAT(complaintsAbout(""), SizeIs(1));
-  EXPECT_THAT(complaintsAbout("[]"), Not(IsEmpty()));
+  EXPECT_THAT(diagnosticsFor(""), SizeIs(1));
+  EXPECT_THAT(diagnosticsFor("[]"), Not(IsEmpty()));
 }
 
-TEST(ScenarioFile, tellsTheLineThePlaceAndWhatWasExpected) {
+TEST(ScenarioFile, reportsTheLineThePlaceAndWhatWasExpected) {
   const std::string text = R"({
-  "story": "x",
+  "description": "x",
   "mac": {"percent": 120,
           "gate": "chtx"},
   "timeline": [
@@ -64,7 +64,7 @@ TEST(ScenarioFile, tellsTheLineThePlaceAndWhatWasExpected) {
   ]
 })";
   EXPECT_THAT(
-      complaintsAbout(text),
+      diagnosticsFor(text),
       ElementsAre(
           "a.json:4: /mac/gate: expected chte, ch0b0c, firmware-band or none, not \"chtx\"",
           "a.json:3: /mac/percent: expected a number from 0 to 100, not 120",
@@ -76,28 +76,29 @@ TEST(ScenarioFile, tellsTheLineThePlaceAndWhatWasExpected) {
 
 TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
   const auto nested = [](std::size_t levels) {
-    return R"({"story": "x", "note":)" + std::string(levels, '[') + std::string(levels, ']') + "}";
+    return R"({"description": "x", "note":)" + std::string(levels, '[') + std::string(levels, ']') + "}";
   };
-  EXPECT_THAT(complaintsAbout(nested(63)), Not(Contains(HasSubstr("nests too deep"))));
-  EXPECT_THAT(complaintsAbout(nested(64)), ElementsAre("a.json: line 1 nests too deep"));
-  EXPECT_THAT(complaintsAbout(nested(100000)), ElementsAre("a.json: line 1 nests too deep"));
+  EXPECT_THAT(diagnosticsFor(nested(63)), Not(Contains(HasSubstr("nests too deep"))));
+  EXPECT_THAT(diagnosticsFor(nested(64)), ElementsAre("a.json: line 1 nests too deep"));
+  EXPECT_THAT(diagnosticsFor(nested(100000)), ElementsAre("a.json: line 1 nests too deep"));
 }
 
-TEST(ScenarioFile, mayNotSayAThingTwice) {
-  EXPECT_THAT(complaintsAbout("{\"story\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
-              ElementsAre("a.json:3: /timeline/0/do: stands there twice"));
+TEST(ScenarioFile, mayNotNameAKeyTwice) {
+  EXPECT_THAT(
+      diagnosticsFor("{\"description\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
+      ElementsAre("a.json:3: /timeline/0/do: stands there twice"));
 }
 
-TEST(ScenarioFile, needsAStoryStepsAndSomethingToSee) {
-  EXPECT_THAT(complaintsAbout("{}"), SizeIs(3));
-  EXPECT_THAT(complaintsAbout(with(R"({"see": {"running": true}})")), IsEmpty());
-  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", R"("end": {"running": true}, )")), IsEmpty());
-  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})")), SizeIs(1));
+TEST(ScenarioFile, needsADescriptionStepsAndAnExpectation) {
+  EXPECT_THAT(diagnosticsFor("{}"), SizeIs(3));
+  EXPECT_THAT(diagnosticsFor(with(R"({"see": {"running": true}})")), IsEmpty());
+  EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("end": {"running": true}, )")), IsEmpty());
+  EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})")), SizeIs(1));
 }
 
 TEST(ScenarioFile, isHeldToWhatEachActionTakes) {
   const auto about = [](const std::string& action) {
-    return complaintsAbout(with(R"({"do": )" + action + R"(, "see": {"running": true}})"));
+    return diagnosticsFor(with(R"({"do": )" + action + R"(, "see": {"running": true}})"));
   };
   for (const char* good :
        {R"("plug")", R"({"plug": 67})", R"({"plug": {"number": 67}})", R"({"key-missing": "ACLC"})",
@@ -133,7 +134,7 @@ TEST(ScenarioFile, isHeldToWhatEachActionTakes) {
 }
 
 TEST(ScenarioFile, isHeldToWhatCanBeSeen) {
-  const auto about = [](const std::string& see) { return complaintsAbout(with(R"({"see": )" + see + "}")); };
+  const auto about = [](const std::string& see) { return diagnosticsFor(with(R"({"see": )" + see + "}")); };
   for (const char* good :
        {R"({"percent": 80})", R"({"keys": {"CHTE": "01000000"}})", R"({"files": {"status": "missing"}})",
         R"({"files": {"/x": {"/a~1b": null}}})", R"({"log": "a"})", R"({"log": {"count": {"a": 0}}})"}) {
@@ -151,13 +152,13 @@ TEST(ScenarioFile, isHeldToWhatCanBeSeen) {
 }
 
 TEST(ScenarioFile, takesADumpFromItsOwnFolder) {
-  Complaints complaints(std::string(BRISKO_SCENARIOS) + "/x.json");
+  Diagnostics diagnostics(std::string(BRISKO_SCENARIOS) + "/x.json");
   const std::string text =
       with(R"({"see": {"running": true}})", R"("mac": {"dump": "../data/dumps/air-charging.json"}, )");
-  EXPECT_TRUE(readScenario(text, complaints)) << complaints.texts().front();
-  EXPECT_THAT(complaintsAbout(with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json"}, )")),
+  EXPECT_TRUE(readScenario(text, diagnostics)) << diagnostics.texts().front();
+  EXPECT_THAT(diagnosticsFor(with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json"}, )")),
               ElementsAre(StartsWith("a.json:1: /mac/dump: ")));
-  EXPECT_THAT(complaintsAbout(
+  EXPECT_THAT(diagnosticsFor(
                   with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json", "percent": 70}, )")),
               Contains("a.json:1: /mac/percent: is what the dump says"));
 }
@@ -187,7 +188,7 @@ TEST(ScenarioSchema, refusesWhatTheLabRefuses) {
         R"({"see": {"percent": [80]}})", R"({"see": {"colour": 1}})", R"({"see": {"keys": {"CHTE": 1}}})",
         R"({"see": {"files": {"status": 1}}})", R"({"when": "+1 s"})"}) {
     EXPECT_NE(flawOf(with(step)), std::nullopt) << step;
-    EXPECT_THAT(complaintsAbout(with(step)), Not(IsEmpty())) << step;
+    EXPECT_THAT(diagnosticsFor(with(step)), Not(IsEmpty())) << step;
   }
 }
 
@@ -233,7 +234,7 @@ TEST(ScenarioPage, explainsEveryActionOfTheLabAndEveryExpectation) {
 
 // --- The play
 
-TEST(Scenario, thatGoesAsItSaysHasNoFailures) {
+TEST(Scenario, hasNoFailuresWhenItMatches) {
   EXPECT_THAT(failuresOf(with(R"({"at": "+2 h", "see": {"state": "hold", "percent": [79, 81], "running": true,
       "charging": false, "adapterCut": false, "asleep": false, "wakes": 0, "keys": {"CHTE": "01000000"},
       "log": {"inOrder": ["→ state: hold", "limit verified…"]}, "journal": ["CHTE=01000000"],
@@ -241,7 +242,7 @@ TEST(Scenario, thatGoesAsItSaysHasNoFailures) {
               IsEmpty());
 }
 
-TEST(Scenario, tellsEverythingThatIsNotAsItSays) {
+TEST(Scenario, reportsEveryDifference) {
   for (const char* see : {R"({"state": "allow"})",
                           R"({"percent": 70})",
                           R"({"running": false})",
@@ -295,7 +296,7 @@ TEST(Scenario, failsForAWarningThatItDoesNotExpect) {
       << "a pattern for anything expects no warning";
 }
 
-TEST(Scenario, looksBackToItsLastLook) {
+TEST(Scenario, looksBackToItsLastCheckpoint) {
   EXPECT_THAT(failuresOf(with(R"({"at": "+1 h", "see": {"log": "→ state: hold"}},
       {"at": "+1 min"}, {"at": "+1 min", "see": {"log": {"hasNot": "→ state: hold"}, "throughout": [79, 81]}})",
                               R"("end": {"log": "→ state: hold", "throughout": [70, 81]}, )")),
@@ -315,24 +316,24 @@ TEST(Scenario, keepsTheDaemonAliveAsTheLaunchServiceDoes) {
               IsEmpty());
 }
 
-TEST(Scenario, tellsWhatCannotBeDone) {
+TEST(Scenario, reportsWhatCannotBeDone) {
   const auto failures = failuresOf(
       with(R"({"do": "terminate", "see": {"running": false}})", R"("daemon": {"started": false}, )"));
   EXPECT_THAT(failures, ElementsAre(HasSubstr("no daemon runs that could be told")));
 }
 
-TEST(Scenario, judgedByWhatAlwaysHoldsNeedsNothingElse) {
-  const std::string judged = R"("judged": "by what always holds", )";
-  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", judged)), IsEmpty());
-  EXPECT_THAT(complaintsAbout(with(R"({"at": "+1 s"})", R"("judged": "kindly", )")),
-              Contains(HasSubstr("/judged: expected by what always holds, not \"kindly\"")));
+TEST(Scenario, inInvariantsModeNeedsNothingElse) {
+  const std::string mode = R"("mode": "invariants", )";
+  EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", mode)), IsEmpty());
+  EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("mode": "kindly", )")),
+              Contains(HasSubstr("/mode: expected invariants, not \"kindly\"")));
 
   // A warning may come, and nobody can be told to end while no daemon runs.
   const std::string warns = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";
   const std::string without = R"("daemon": {"started": false}, )";
-  EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", judged + warns)), IsEmpty());
-  EXPECT_THAT(failuresOf(with(R"({"do": "terminate"})", judged + without)), IsEmpty());
-  EXPECT_THAT(failuresOf(with(R"({"do": "terminate", "see": {"running": true}})", judged + without)),
+  EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", mode + warns)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate"})", mode + without)), IsEmpty());
+  EXPECT_THAT(failuresOf(with(R"({"do": "terminate", "see": {"running": true}})", mode + without)),
               SizeIs(1));
 }
 
@@ -350,11 +351,11 @@ TEST(Scenario, cannotBootAMacThatIsOnNorUseOneThatIsOff) {
 TEST(Scenario, givesTheSameLogEachTime) {
   const std::string text =
       with(R"({"at": "+5 h", "do": "unplug"}, {"at": "+5 h", "see": {"running": false}})");
-  Complaints complaints("a.json");
-  const auto scenario = readScenario(text, complaints);
+  Diagnostics diagnostics("a.json");
+  const auto scenario = readScenario(text, diagnostics);
   ASSERT_TRUE(scenario);
-  const Outcome first = runScenario(*scenario, complaints);
-  const Outcome second = runScenario(*scenario, complaints);
+  const Outcome first = runScenario(*scenario, diagnostics);
+  const Outcome second = runScenario(*scenario, diagnostics);
   EXPECT_THAT(first.log, SizeIs(testing::Gt(3)));
   EXPECT_EQ(first.log, second.log);
   EXPECT_EQ(reportOf(first), reportOf(second));

@@ -26,7 +26,7 @@ TEST(Timing, ofAClockIsTheNextTimeThatItShows) {
   EXPECT_EQ(secondsUntil(*parseTiming("+1 day 07:00"), eight), 86400 + 23 * 3600);
 }
 
-TEST(Timing, ofAnotherFormIsNone) {
+TEST(Timing, isMissingForATextOfAnotherForm) {
   for (const char* text : {"", "+", "90 s", "+0 s", "+90", "+90 sec", "+-5 s", "24:00", "8:00", "08:60",
                            "08:00:60", "08", "08:00:00:00", "08:00 ", "+1 day 07:00 h", "noon"}) {
     EXPECT_FALSE(parseTiming(text)) << text;
@@ -44,7 +44,7 @@ TEST(Timing, knowsDates) {
   }
 }
 
-TEST(Timing, tellsASpanByItsTwoLargestUnits) {
+TEST(Timing, formatsASpanInItsTwoLargestUnits) {
   EXPECT_EQ(spanText(0), "0 s");
   EXPECT_EQ(spanText(12), "12 s");
   EXPECT_EQ(spanText(3600), "1 h");

@@ -30,7 +30,7 @@ using virtual_mac::ChangeKind;
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
-TEST(VirtualTime, asksAtTheHorizonExactlyAndGoesOnFromThere) {
+TEST(VirtualTime, asksAtTheHorizonExactlyAndContinuesFromThere) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   std::vector<double> asked;
@@ -59,18 +59,18 @@ TEST(VirtualTime, doesWhatIsDueAtTheHorizonBeforeItAsks) {
 
 TEST(VirtualTime, aHorizonAtThisMomentStopsAtTheFirstWait) {
   VirtualMac mac;
-  std::vector<std::string> story;
+  std::vector<std::string> trace;
   virtual_mac::setHorizon(mac.machine().now, [&] {
-    story.emplace_back("asked");
+    trace.emplace_back("asked");
     return never;
   });
-  postMain([&] { story.emplace_back("posted"); });
+  postMain([&] { trace.emplace_back("posted"); });
   postMainAfter(1, [&] {
-    story.emplace_back("a second later");
+    trace.emplace_back("a second later");
     stopMain();
   });
   runMain();
-  EXPECT_THAT(story, ElementsAre("posted", "asked", "a second later"));
+  EXPECT_THAT(trace, ElementsAre("posted", "asked", "a second later"));
 }
 
 TEST(VirtualTime, aPauseStopsAtTheHorizonToo) {
@@ -95,7 +95,7 @@ TEST(VirtualTime, aPauseThatEndsAtTheHorizonDoesNotAsk) {
   platform::pause(5);
 }
 
-TEST(VirtualTime, tellsAfterEveryEventOfTheLoop) {
+TEST(VirtualTime, callsBackAfterEveryEventOfTheLoop) {
   VirtualMac mac;
   int events = 0;
   int eventsSeenInWork = -1;
@@ -121,7 +121,7 @@ void sleepForAnHour(VirtualMac& mac) {
   });
 }
 
-TEST(VirtualTime, timersStandStillWhileTheMachineSleeps) {
+TEST(VirtualTime, timersPauseWhileTheMachineSleeps) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   std::vector<double> fired;
@@ -134,7 +134,7 @@ TEST(VirtualTime, timersStandStillWhileTheMachineSleeps) {
   EXPECT_THAT(fired, ElementsAre(3612.0, 3624.0));
 }
 
-TEST(VirtualTime, uptimeStandsStillAndTheWallClockDoesNotWhileTheMachineSleeps) {
+TEST(VirtualTime, uptimePausesAndTheWallClockDoesNotWhileTheMachineSleeps) {
   VirtualMac mac;
   const double uptimeBefore = uptime();
   const double wallBefore = platform::wallNow();
@@ -161,7 +161,7 @@ TEST(VirtualTime, postedWorkWaitsForTheEndOfSleep) {
   EXPECT_EQ(ran, 600);
 }
 
-TEST(VirtualTimeDeathTest, saysSoWhenItWouldWaitForEver) {
+TEST(VirtualTimeDeathTest, reportsItWhenItWouldWaitForEver) {
   EXPECT_DEATH(runMain(), "virtual time: the process waits for ever, nothing is due within a year");
 }
 

@@ -25,7 +25,7 @@ class WorkQueueTest : public ::testing::Test {
   }
 
   WorkQueue queue;
-  std::string story;
+  std::string trace;
 };
 
 TEST_F(WorkQueueTest, isEmptyAtFirstAndAfterItsLastWork) {
@@ -37,20 +37,20 @@ TEST_F(WorkQueueTest, isEmptyAtFirstAndAfterItsLastWork) {
 }
 
 TEST_F(WorkQueueTest, ordersByTimeAndThenByInsertion) {
-  queue.add(2, [&] { story += "c"; });
-  queue.add(1, [&] { story += "a"; });
-  queue.add(1, [&] { story += "b"; });
-  queue.add(2, [&] { story += "d"; });
+  queue.add(2, [&] { trace += "c"; });
+  queue.add(1, [&] { trace += "a"; });
+  queue.add(1, [&] { trace += "b"; });
+  queue.add(2, [&] { trace += "d"; });
   runUntil(2);
-  EXPECT_EQ(story, "abcd");
+  EXPECT_EQ(trace, "abcd");
 }
 
 TEST_F(WorkQueueTest, aTimerBesidesDelayedWorkKeepsThePlaceOfItsInsertion) {
-  queue.add(10, [&] { story += "a"; });
-  (void)queue.addTimer(0, 10, [&] { story += "t"; });
-  queue.add(20, [&] { story += "b"; });
+  queue.add(10, [&] { trace += "a"; });
+  (void)queue.addTimer(0, 10, [&] { trace += "t"; });
+  queue.add(20, [&] { trace += "b"; });
   runUntil(20);
-  EXPECT_EQ(story, "attb");
+  EXPECT_EQ(trace, "attb");
 }
 
 TEST_F(WorkQueueTest, aFractionalGridDoesNotDriftInAYear) {
@@ -83,10 +83,10 @@ TEST_F(WorkQueueTest, atTheVeryPointOfItsGridALateTimerIsDueAgainAtTheNext) {
 
 TEST_F(WorkQueueTest, onlyTimersCanBeInvalidated) {
   const std::uint64_t timer = queue.addTimer(0, 5, [] {});
-  queue.add(1, [&] { story += "a"; });
+  queue.add(1, [&] { trace += "a"; });
   queue.invalidateTimer(timer + 1);  // what would be the token of the work above
   runUntil(2);
-  EXPECT_EQ(story, "a");
+  EXPECT_EQ(trace, "a");
 }
 
 }  // namespace

@@ -43,10 +43,11 @@ long countOf(const std::string& text, const std::string& piece) {
 class LabProgram : public ::testing::Test {
  protected:
   LabProgram() {
-    test::put(folder.path("good.json"), R"({"story": "It runs.", "timeline": [{"see": {"running": true}}]})");
+    test::put(folder.path("good.json"),
+              R"({"description": "It runs.", "timeline": [{"see": {"running": true}}]})");
     test::put(folder.path("wrong.json"),
-              R"({"story": "It flies.", "timeline": [{"see": {"asleep": true}}]})");
-    test::put(folder.path("bad.json"), R"({"story": "It lies.", "timelime": []})");
+              R"({"description": "It flies.", "timeline": [{"see": {"asleep": true}}]})");
+    test::put(folder.path("bad.json"), R"({"description": "It lies.", "timelime": []})");
   }
   test::ScratchFolder folder;
 };
@@ -57,7 +58,7 @@ TEST_F(LabProgram, endsWith0WhenAllHold) {
   EXPECT_EQ(ended.output, "ok    " + folder.path("good.json") + " (0 s): It runs.\n");
 }
 
-TEST_F(LabProgram, endsWith1AndTellsTheDifference) {
+TEST_F(LabProgram, endsWith1AndReportsTheDifference) {
   const Ended ended = run("run " + folder.path("good.json") + " " + folder.path("wrong.json"));
   EXPECT_EQ(ended.status, 1);
   EXPECT_THAT(ended.output, HasSubstr("FAIL  " + folder.path("wrong.json") + " (0 s): It flies.\n" +
@@ -69,7 +70,8 @@ TEST_F(LabProgram, endsWith1AndTellsTheDifference) {
 
 // On the battery each percent brings a summary; the adapter then brings other lines.
 TEST_F(LabProgram, saysHowManySummariesItLeavesOutOfTheEndOfTheLog) {
-  test::put(folder.path("down.json"), R"({"story": "It drains.", "mac": {"percent": 90, "plugged": false},
+  test::put(folder.path("down.json"),
+            R"({"description": "It drains.", "mac": {"percent": 90, "plugged": false},
     "timeline": [{"at": "+30 min"}, {"do": "plug"}, {"at": "+30 s", "see": {"log": {"count": {"cap …": 0}}}}]})");
   const Ended ended = run("run " + folder.path("down.json"));
   EXPECT_EQ(ended.status, 1);
@@ -105,7 +107,7 @@ TEST_F(LabProgram, endsWith2WhenItIsMisused) {
 TEST_F(LabProgram, playsACampaign) {
   const Ended ended = run("campaign --seeds 1..2 --days 1 --faults none");
   EXPECT_EQ(ended.status, 0);
-  EXPECT_THAT(ended.output, EndsWith("\nseeds 1..2, 1 day each, faults none: everything holds\n"));
+  EXPECT_THAT(ended.output, EndsWith("\nseeds 1..2, 1 day each, faults none: all invariants hold\n"));
   EXPECT_EQ(run("campaign --days 1").status, 2);
   EXPECT_EQ(run("campaign --seeds 2..1").status, 2);
   EXPECT_EQ(run("campaign --seeds 1 --days 0").status, 2);
@@ -117,15 +119,15 @@ TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
   // The shell in the middle gets its own status back; the signal is for the lab alone.
   const Ended ended = run("campaign --seeds 1..1000 --days 30 & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(ended.status, 130);
-  EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: broken off after "));
+  EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: cancelled after "));
 }
 
-TEST_F(LabProgram, printsTheStoryOfASeedThatItCanPlay) {
-  const Ended story = run("story --seed 17 --days 1 --faults none");
-  EXPECT_EQ(story.status, 0);
-  test::put(folder.path("story.json"), story.output);
-  EXPECT_EQ(run("run " + folder.path("story.json")).status, 0);
-  EXPECT_EQ(run("story").status, 2);
+TEST_F(LabProgram, printsTheScenarioOfASeedThatItCanRun) {
+  const Ended generated = run("generate --seed 17 --days 1 --faults none");
+  EXPECT_EQ(generated.status, 0);
+  test::put(folder.path("generated.json"), generated.output);
+  EXPECT_EQ(run("run " + folder.path("generated.json")).status, 0);
+  EXPECT_EQ(run("description").status, 2);
 }
 
 TEST_F(LabProgram, listsWhatCanHappen) {
@@ -169,7 +171,7 @@ TEST_F(LabProgram, drawsOneScenarioAtATime) {
   }
 }
 
-TEST_F(LabProgram, tellsWhenAPictureCannotBeWritten) {
+TEST_F(LabProgram, reportsWhenAPictureCannotBeWritten) {
   const std::string nowhere = folder.path("none/a.svg");
   const Ended ended = run("run --svg " + nowhere + " " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 2);

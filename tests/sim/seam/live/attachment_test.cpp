@@ -55,23 +55,23 @@ TEST(LiveMachine, withoutAMachineTheComputerSpeaksForItself) {
   EXPECT_EQ(platform::processId(), ::getpid());
 }
 
-TEST(LiveMachine, agesWhileNobodyLooks) {
+TEST(LiveMachine, agesWhileNoProcessRuns) {
   LiveFolder folder(test::machineFromNow({}, 1));
   // As if it had been left alone for a day.
   folder.store().update().machine().realAnchor -= 86'400;
   folder.name();
-  const double before = folder.store().look().machine().now;
+  const double before = folder.store().view().machine().now;
   EXPECT_GE(platform::uptime(), virtual_mac::MachineOptions{}.uptime + 86'400);
-  EXPECT_GE(folder.store().look().machine().now, before + 86'400) << "looking moves the machine on";
+  EXPECT_GE(folder.store().view().machine().now, before + 86'400) << "looking moves the machine on";
 }
 
-TEST(LiveMachine, isNotMovedOnBySecondLooksWithinASecond) {
+TEST(LiveMachine, isNotAdvancedTwiceWithinASecond) {
   LiveFolder folder(test::machineFromNow({}, 0.001));
   folder.name();
-  const double before = folder.store().look().machine().now;
+  const double before = folder.store().view().machine().now;
   (void)platform::wallNow();
   (void)platform::osMajor();
-  EXPECT_EQ(folder.store().look().machine().now, before);
+  EXPECT_EQ(folder.store().view().machine().now, before);
 }
 
 TEST(LiveMachine, neverGoesBackWhenTheRealClockDoes) {
@@ -94,7 +94,7 @@ TEST(LiveMachine, followsItsSpeed) {
   EXPECT_GE(platform::uptime(), before + 3600);
 }
 
-TEST(LiveMachine, standsStillAtSpeed0) {
+TEST(LiveMachine, isPausedAtSpeed0) {
   LiveFolder folder(test::machineFromNow({}, 0));
   folder.name();
   EXPECT_EQ(platform::uptime(), platform::uptime());

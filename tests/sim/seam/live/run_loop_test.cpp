@@ -200,7 +200,7 @@ TEST(LiveRunLoop, isWokenThoughThePathOfItsFolderIsLong) {
 }
 
 // A change that the machine has planned for itself, between two heartbeats at real speed.
-TEST(LiveRunLoop, tellsOfAPlannedChangeWhenItComes) {
+TEST(LiveRunLoop, reportsAPlannedChangeWhenItComes) {
   LiveFolder folder(test::machineFromNow({}, 100));
   folder.name();
   ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
@@ -228,7 +228,7 @@ TEST(LiveRunLoop, sleepsUntilThePlannedChangeItForesees) {
 }
 
 // With nothing due the loop looks ahead for an hour at a time.
-TEST(LiveRunLoop, tellsOfAPlannedChangeAlsoWhenNothingElseIsDue) {
+TEST(LiveRunLoop, reportsAPlannedChangeAlsoWhenNothingElseIsDue) {
   LiveFolder folder(test::machineFromNow({}, 1'000'000));
   folder.name();
   ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
@@ -300,19 +300,19 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
   });
   postMainAfter(5, [&] { setAsleep(true); });
   runBeside([&] {
-    while (!folder.store().look().machine().system.asleep) continue;
+    while (!folder.store().view().machine().system.asleep) continue;
     // 100 s of the machine's time: the timer would have fired five times.
-    const double wakeAt = virtual_mac::machineTime(folder.store().look().machine()) + 100;
+    const double wakeAt = virtual_mac::machineTime(folder.store().view().machine()) + 100;
     gWaits = 0;
-    postMain([&] { postedRanAsleep = folder.store().look().machine().system.asleep; });
-    while (virtual_mac::machineTime(folder.store().look().machine()) < wakeAt) continue;
+    postMain([&] { postedRanAsleep = folder.store().view().machine().system.asleep; });
+    while (virtual_mac::machineTime(folder.store().view().machine()) < wakeAt) continue;
     waitsAsleep = gWaits;
     setAsleep(false);
   });
   EXPECT_GE(firedAt, 20);
   EXPECT_FALSE(postedRanAsleep);
   EXPECT_LE(waitsAsleep, 8) << "for 0.1 s of real time";
-  const auto look = folder.store().look();
+  const auto look = folder.store().view();
   EXPECT_GE(look.machine().system.sleptSeconds, 100);
 }
 

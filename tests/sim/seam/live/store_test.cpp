@@ -68,8 +68,8 @@ TEST(MachineStore, isMadeInAFolderThatDoesNotExistYet) {
   const std::string folder = scratch.path() + "/a/b";
   const auto store = MachineStore::create(folder, machineFromNow({.percent = 61}), reason);
   ASSERT_NE(store, nullptr) << reason;
-  EXPECT_EQ(store->look().machine().powerSource.percent, 61);
-  EXPECT_EQ(store->look().journal().written, 0U);
+  EXPECT_EQ(store->view().machine().powerSource.percent, 61);
+  EXPECT_EQ(store->view().journal().written, 0U);
   EXPECT_EQ(store->folder(), folder);
   EXPECT_EQ(store->volumeRoot(), folder + "/volume");
   EXPECT_TRUE(std::filesystem::is_directory(folder + "/volume/Applications/Brisko.app"));
@@ -118,7 +118,7 @@ TEST(MachineStore, showsAnUpdateToAllWhoHoldIt) {
   ASSERT_NE(other, nullptr) << reason;
   for (const std::int64_t cycles : {1, 2, 3}) {
     folder.store().update().machine().battery.cycles = cycles;
-    EXPECT_EQ(other->look().machine().battery.cycles, cycles);
+    EXPECT_EQ(other->view().machine().battery.cycles, cycles);
   }
 }
 
@@ -134,9 +134,9 @@ TEST(MachineStore, keepsTheMachineAndTheJournalAfterAllHaveClosedIt) {
   }
   const auto store = MachineStore::open(scratch.path(), reason);
   ASSERT_NE(store, nullptr) << reason;
-  EXPECT_EQ(store->look().machine().battery.cycles, 77);
-  EXPECT_EQ(store->look().journal().written, 1U);
-  EXPECT_EQ(store->look().journal().entries[0].key, keyCode("CHTE"));
+  EXPECT_EQ(store->view().machine().battery.cycles, 77);
+  EXPECT_EQ(store->view().journal().written, 1U);
+  EXPECT_EQ(store->view().journal().entries[0].key, keyCode("CHTE"));
 }
 
 TEST(MachineStore, refusesAFolderThatIsMissing) {
@@ -245,7 +245,7 @@ void mark(const MachineStore::Update& update, std::int64_t mark) {
 
 // The mark of a whole machine with its whole journal; -1 and a failure for a mixture.
 std::int64_t wholeMark(MachineStore& store) {
-  const auto look = store.look();
+  const auto look = store.view();
   const Machine& machine = look.machine();
   const std::int64_t cycles = machine.battery.cycles;
   bool whole = machine.machineAnchor == static_cast<double>(cycles) &&
@@ -303,8 +303,8 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
   ASSERT_NE(memory, MAP_FAILED);
   auto& written = *new (memory) std::atomic<std::int64_t>(0);
 
-  constexpr int lives = 300;
-  for (int life = 0; life < lives; ++life) {
+  constexpr int rounds = 300;
+  for (int round = 0; round < rounds; ++round) {
     const std::int64_t before = written;
     const pid_t child = ::fork();
     if (child == 0) {
@@ -315,7 +315,7 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
       }
     }
     // It does nothing but update: from its second update on it is killed anywhere in one.
-    while (written < before + 2 + life % 7) ::sched_yield();
+    while (written < before + 2 + round % 7) ::sched_yield();
     ::kill(child, SIGKILL);
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);

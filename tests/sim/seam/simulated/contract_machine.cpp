@@ -5,21 +5,21 @@
 
 namespace brisko::test {
 
-struct ContractMachine::Inside {
+struct ContractMachine::Impl {
   VirtualMac mac;
 };
 
 ContractMachine::ContractMachine(const virtual_mac::MachineOptions& options)
-    : inside_(new Inside{VirtualMac(options)}) {}
+    : impl_(new Impl{VirtualMac(options)}) {}
 ContractMachine::~ContractMachine() = default;
 
-void ContractMachine::change(const virtual_mac::Change& change) { inside_->mac.change(change); }
+void ContractMachine::change(const virtual_mac::Change& change) { impl_->mac.change(change); }
 
 void ContractMachine::later(double seconds, const virtual_mac::Change& change) {
-  inside_->mac.later(seconds, change);
+  impl_->mac.later(seconds, change);
 }
 
-virtual_mac::Machine ContractMachine::record() const { return inside_->mac.machine(); }
+virtual_mac::Machine ContractMachine::record() const { return impl_->mac.machine(); }
 
 void ContractMachine::setEnvironment(const std::string& name, const std::string& value) {
   virtual_mac::setEnvironment(name, value);

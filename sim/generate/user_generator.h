@@ -1,0 +1,34 @@
+// sim/generate/user_generator.h
+// The user of a generated scenario: settings, habits, days and nights, and what they do with the app and the
+// Mac.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "sim/generate/generated_scenario.h"
+#include "sim/generate/rng.h"
+#include "sim/generate/timeline.h"
+
+namespace brisko::lab {
+
+// All settings as the app writes them, of a user who knows what they want.
+[[nodiscard]] ScenarioJson randomSettings(Rng& rng);
+
+struct Habits {
+  std::string name;           // "a commuter"
+  std::int64_t wakesAt;       // minutes of the day
+  std::int64_t sleepsAt;      // likewise; may be past midnight
+  unsigned fiddling;          // percent of the days on which they change something in the app
+  bool powerNap;              // the Mac wakes for maintenance at night
+  bool closesLid;             // else it falls asleep by itself
+  bool shutsDown;             // and does not leave it asleep at night
+  std::int64_t heaviestLoad;  // W
+};
+[[nodiscard]] Habits randomHabits(Rng& rng);
+
+// Everything that the person does, with `settings` to begin with.
+void addUserActions(std::int64_t days, const Habits& habits, ScenarioJson settings, Rng& rng,
+                    Timeline& timeline);
+
+}  // namespace brisko::lab

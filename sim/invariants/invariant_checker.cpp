@@ -1,0 +1,361 @@
+#include "sim/invariants/invariant_checker.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <new>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <system_error>
+#include <thread>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "base/json_file.h"
+#include "base/log.h"
+#include "base/paths.h"
+#include "sim/invariants/file_watcher.h"
+
+// The linker brings every call of these two functions here (--wrap), and the functions themselves under the
+// names that begin with __real. Nothing in the daemon knows of it.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+void __real__ZN6brisko8evaluateEv();
+void __wrap__ZN6brisko8evaluateEv();
+void __real__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
+                                                                  const brisko::Settings& settings);
+void __wrap__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
+                                                                  const brisko::Settings& settings);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
+namespace brisko::lab {
+namespace {
+
+using virtual_mac::ChangeKind;
+
+// What lies in memory that the lab and the processes share.
+struct Shared {
+  Disturbances disturbances;
+  ProcessSummary processSummary;
+  std::size_t outputSeen = 0;  // bytes of the process's standard output that its rules have looked at
+  bool violated = false;
+  int invariant = 0;
+  double at = 0;
+  std::array<char, 1000> seen{};
+};
+
+Shared* makeShared() {
+  void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
+  return new (memory) Shared;
+}
+
+// Whether keys, readings or files obey less, or again, from this change on.
+bool disturbs(const virtual_mac::Change& change) {
+  switch (change.kind) {
+    case ChangeKind::keyPresent:
+    case ChangeKind::keySize:
+    case ChangeKind::keyOnWrite:
+    case ChangeKind::keyReadStatus:
+    case ChangeKind::keyBytes:
+    case ChangeKind::keyUnscript:
+    case ChangeKind::keyRelease:
+    case ChangeKind::keyReleaseAfter:
+    case ChangeKind::smcService:
+    case ChangeKind::property:
+    case ChangeKind::powerSources:
+    case ChangeKind::powerSourceLag:
+    case ChangeKind::layout:
+    case ChangeKind::batteryInstalled:
+    case ChangeKind::capabilities:
+    case ChangeKind::macOS:
+    case ChangeKind::trickle:
+    case ChangeKind::decay:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Whether the text holds a number so large that something made of it may not fit 64 bits.
+bool holdsUnstorable(const Json& value) {
+  constexpr double largest = 1.5e17;  // minutes that are still a number of seconds
+  if (value.is_number()) return std::abs(value.get<double>()) >= largest;
+  return value.is_structured() && std::any_of(value.begin(), value.end(), holdsUnstorable);
+}
+
+bool holdsUnstorable(std::string_view text) {
+  const auto value = parseJson(text);
+  return value && holdsUnstorable(*value);
+}
+
+std::optional<UnstorableIn> placeOf(std::string_view path) {
+  if (path == statsPath) return UnstorableIn::statistics;
+  if (path == calibrationPath) return UnstorableIn::calibration;
+  if (path.starts_with("/sent/")) return UnstorableIn::request;
+  // The daemon may have been told of another file with its settings.
+  return path.ends_with(".json") ? std::optional(UnstorableIn::settings) : std::nullopt;
+}
+
+// Whether the charge is another from now on, or what counts as full, without a current.
+bool jumps(const virtual_mac::Change& change) {
+  return change.kind == ChangeKind::charge || change.kind == ChangeKind::health;
+}
+
+// The whole lines of the text; `from` is where the rest of it begins.
+std::vector<std::string> linesOf(const std::string& text, std::size_t& from) {
+  std::vector<std::string> lines;
+  from = 0;
+  for (std::size_t end = 0; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
+    lines.push_back(text.substr(from, end - from));
+  }
+  return lines;
+}
+
+}  // namespace
+
+struct InvariantChecker::Impl final : Observation {
+  Impl(virtual_mac::MachineStore& machines, std::string root)
+      : store(machines), volume(std::move(root)), shared(makeShared()) {}
+  ~Impl() override { ::munmap(shared, sizeof(Shared)); }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  [[nodiscard]] const virtual_mac::Machine& machine() const override { return store.view().machine(); }
+  [[nodiscard]] const virtual_mac::Journal& journal() const override { return store.view().journal(); }
+  [[nodiscard]] const Disturbances& disturbances() const override { return shared->disturbances; }
+  [[nodiscard]] ProcessSummary& processSummary() const override { return shared->processSummary; }
+  [[nodiscard]] std::optional<std::string> read(const std::string& path) const override {
+    std::ifstream stream(volume + path, std::ios::binary);
+    if (!stream) return std::nullopt;
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+  }
+
+  void note(int invariant, const std::string& seen) const {
+    if (shared->violated) return;
+    shared->invariant = invariant;
+    shared->at = machine().now;
+    std::strncpy(shared->seen.data(), seen.c_str(), shared->seen.size() - 1);
+    shared->violated = true;
+  }
+
+  // In a process a violation ends it: what it would do from here on is of no interest.
+  void found(int invariant, const std::string& seen) const {
+    note(invariant, seen);
+    std::raise(SIGKILL);
+  }
+
+  void tickBegins() {
+    if (inTick) found(31, "a tick began inside of another one");
+    if (std::this_thread::get_id() != mainThread) found(31, "a tick ran on another thread");
+    inTick = true;
+    tick = {.at = machine().now, .journalFrom = journal().written, .before = gState};
+    for (const auto& rule : rules) rule->tickBegins(*this, violated);
+  }
+
+  void published(const Sample& sample, const Settings& settings) {
+    tick.complete = true;
+    tick.sample = sample;
+    tick.settings = settings;
+  }
+
+  void tickEnded() {
+    inTick = false;
+    tick.journalTo = journal().written;
+    readNewLines();
+    tick.linesTo = iteration.lines.size();
+    for (const auto& rule : rules) rule->tickEnded(tick, *this, violated);
+    iteration.ticks.push_back(tick);
+  }
+
+  // The lines that came to the standard output, whole ones only.
+  [[nodiscard]] std::vector<std::string> newLines() {
+    std::array<char, 4096> part{};
+    for (;;) {
+      const ssize_t count = ::pread(STDOUT_FILENO, part.data(), part.size(),
+                                    static_cast<off_t>(shared->outputSeen + partialLine.size()));
+      if (count <= 0) break;
+      partialLine.append(part.data(), static_cast<std::size_t>(count));
+    }
+    std::size_t from = 0;
+    std::vector<std::string> lines = linesOf(partialLine, from);
+    partialLine.erase(0, from);
+    shared->outputSeen += from;
+    return lines;
+  }
+
+  void readNewLines() {
+    for (std::string& line : newLines()) iteration.lines.push_back(std::move(line));
+  }
+
+  void iterationEnded() {
+    iteration.at = machine().now;
+    iteration.journalFrom = shared->processSummary.journalSeen;
+    iteration.journalTo = journal().written;
+    readNewLines();
+    iteration.files = fileWatcher.takeChanges();
+    for (const auto& rule : rules) rule->iterationEnded(iteration, *this, violated);
+    shared->processSummary.journalSeen = iteration.journalTo;
+    iteration = {};
+  }
+
+  virtual_mac::MachineStore& store;
+  std::string volume;
+  Shared* shared;
+  FileWatcher fileWatcher{volume};
+
+  // In a process.
+  Rules rules;
+  Violated violated = [this](int invariant, const std::string& seen) { found(invariant, seen); };
+  std::thread::id mainThread;
+  bool inTick = false;
+  TickRecord tick;
+  LoopIteration iteration;
+  std::string partialLine;
+};
+
+namespace {
+
+// The watch of this process; null in the lab.
+InvariantChecker::Impl* gChecker = nullptr;
+
+}  // namespace
+
+InvariantChecker::InvariantChecker(virtual_mac::MachineStore& store, std::string volume)
+    : impl_(std::make_unique<Impl>(store, std::move(volume))) {}
+
+InvariantChecker::~InvariantChecker() = default;
+
+void InvariantChecker::happens(const virtual_mac::Change& change) {
+  Disturbances& disturbances = impl_->shared->disturbances;
+  const double now = impl_->machine().now;
+  ++disturbances.actionCount;
+  disturbances.lastActionAt = now;
+  if (disturbs(change)) {
+    disturbances.disturbedAt = now;
+    ++disturbances.disturbanceCount;
+  }
+  if (jumps(change)) ++disturbances.jumps;
+  if (change.kind == ChangeKind::clockStep) {
+    disturbances.clockSteppedAt = now;
+    if (change.number < 0) disturbances.clockSteppedBackAt = now;
+  }
+  if (change.kind == ChangeKind::plug || change.kind == ChangeKind::unplug)
+    disturbances.adapterChangedAt = now;
+  if (change.kind == ChangeKind::signal) sends(static_cast<int>(change.number));
+  if (change.kind == ChangeKind::signalAtExchange) {
+    disturbances.signalsToCome |= 1U << static_cast<unsigned>(change.number);
+  }
+  const bool asks = change.kind == ChangeKind::request || change.kind == ChangeKind::requestUnawaited;
+  if (asks && holdsUnstorable(virtual_mac::textOf(change.text))) {
+    disturbances.unstorableFiles |= bitOf(UnstorableIn::request);
+  }
+}
+
+void InvariantChecker::beforeFileChange(std::string_view path, std::string_view text) {
+  Disturbances& disturbances = impl_->shared->disturbances;
+  ++disturbances.actionCount;
+  disturbances.lastActionAt = disturbances.filesTouchedAt = impl_->machine().now;
+  const std::string_view logs = LogFile::defaultDirectory;
+  if (path.starts_with(logs) || logs.starts_with(path)) disturbances.logsTouched = true;
+  const auto place = placeOf(path);
+  if (!place) return;
+  // A request may still be on its way when the next one is written.
+  if (place != UnstorableIn::request) disturbances.unstorableFiles &= ~bitOf(*place);
+  if (holdsUnstorable(text)) disturbances.unstorableFiles |= bitOf(*place);
+}
+
+void InvariantChecker::sends(int signal) {
+  impl_->shared->disturbances.signalsSent |= 1U << static_cast<unsigned>(signal);
+}
+
+void InvariantChecker::beforeDiskFull(bool full) {
+  impl_->shared->disturbances.diskIsFull = full;
+  impl_->shared->disturbances.disturbedAt = impl_->machine().now;
+}
+
+void InvariantChecker::processStarts() {
+  impl_->shared->processSummary = {};
+  impl_->shared->processSummary.journalSeen = impl_->journal().written;
+  impl_->shared->processSummary.cutWasLeft = keysOf({.cut = AdapterCutKey::chie}, impl_->machine()).cut;
+  impl_->shared->outputSeen = 0;
+  impl_->shared->disturbances.launchedAt = impl_->machine().now;
+  impl_->shared->disturbances.signalsSent = 0;
+}
+
+void InvariantChecker::processEnded(std::optional<int> status, std::optional<int> signal,
+                                    const std::string& output, const std::string& errors) {
+  if (impl_->shared->violated) return;
+  ProcessEnd end{.status = status, .signal = signal, .errors = errors};
+  end.rest.at = impl_->machine().now;
+  end.rest.journalFrom = impl_->shared->processSummary.journalSeen;
+  end.rest.journalTo = impl_->journal().written;
+  std::size_t from = 0;
+  end.rest.lines = linesOf(output.substr(std::min(impl_->shared->outputSeen, output.size())), from);
+  end.lines = linesOf(output, from);
+  const Violated violated = [this](int invariant, const std::string& seen) { impl_->note(invariant, seen); };
+  checkChargeAtEnd(end, *impl_, violated);
+  checkRecordsAtEnd(end, *impl_, violated);
+  checkSleepAtEnd(end, *impl_, violated);
+  checkNativeAtEnd(end, *impl_, violated);
+  checkProcessAtEnd(end, *impl_, violated);
+}
+
+std::uint64_t InvariantChecker::actionCount() const { return impl_->shared->disturbances.actionCount; }
+
+std::optional<Violation> InvariantChecker::violation() const {
+  const Shared& shared = *impl_->shared;
+  if (!shared.violated) return std::nullopt;
+  return Violation{.invariant = shared.invariant, .at = shared.at, .seen = shared.seen.data()};
+}
+
+void InvariantChecker::start() {
+  gChecker = impl_.get();
+  impl_->mainThread = std::this_thread::get_id();
+  impl_->fileWatcher.open();
+  addChargeRules(impl_->rules);
+  addKeyRules(impl_->rules);
+  addVerdictRules(impl_->rules);
+  addRecordRules(impl_->rules);
+  addSleepRules(impl_->rules);
+  addNativeRules(impl_->rules);
+  addProcessRules(impl_->rules);
+}
+
+void InvariantChecker::checkIteration() { impl_->iterationEnded(); }
+
+void InvariantChecker::onPause() {
+  // In the middle of a tick it only waits for time to move on.
+  if (!impl_->inTick) impl_->iterationEnded();
+}
+
+void InvariantChecker::onResume() {
+  // What others did to the files meanwhile is not the daemon's doing.
+  static_cast<void>(impl_->fileWatcher.takeChanges());
+  for (const auto& rule : impl_->rules) rule->onResume(*impl_);
+}
+
+}  // namespace brisko::lab
+
+// NOLINTBEGIN(bugprone-reserved-identifier)
+void __wrap__ZN6brisko8evaluateEv() {
+  brisko::lab::InvariantChecker::Impl* checker = brisko::lab::gChecker;
+  if (checker != nullptr) checker->tickBegins();
+  __real__ZN6brisko8evaluateEv();
+  if (checker != nullptr) checker->tickEnded();
+}
+
+void __wrap__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
+                                                                  const brisko::Settings& settings) {
+  if (brisko::lab::gChecker != nullptr) brisko::lab::gChecker->published(sample, settings);
+  __real__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(sample, settings);
+}
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,191 @@
+#include "sim/process/forked_daemon.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "daemon/entry.h"
+#include "platform/host.h"
+#include "sim/process/scratch.h"
+#include "sim/seam/file_events.h"
+#include "sim/seam/simulated/driver.h"
+
+namespace brisko::sim {
+namespace {
+
+// The parent sends an order, the child answers with one byte when it stands there. A line that ends says
+// that the other side is gone.
+class Channel {
+ public:
+  explicit Channel(int end) : end_(end) {}
+  ~Channel() { ::close(end_); }
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+
+  template <class Message>
+  [[nodiscard]] bool send(const Message& message) const {
+    ssize_t sent = -1;
+    do {
+      sent = ::send(end_, &message, sizeof message, MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent == static_cast<ssize_t>(sizeof message);
+  }
+  template <class Message>
+  [[nodiscard]] bool receive(Message& message) const {
+    ssize_t received = -1;
+    do {
+      received = ::recv(end_, &message, sizeof message, MSG_WAITALL);
+    } while (received < 0 && errno == EINTR);
+    return received == static_cast<ssize_t>(sizeof message);
+  }
+
+ private:
+  int end_;
+};
+
+[[noreturn]] void throwError(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+// What the parent sends.
+struct RunCommand {
+  double horizon;      // machine time
+  rlim_t maxFileSize;  // bytes; a process can limit itself on every system, and its children on few
+};
+
+// A child whose parent is gone ends without a word: nothing of the daemon may run on its own account.
+double nextHorizon(const Channel& channel) {
+  RunCommand command{};
+  if (!channel.receive(command)) ::_exit(1);
+  const rlimit limit{command.maxFileSize, RLIM_INFINITY};
+  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) throwError("setrlimit");
+  return command.horizon;
+}
+
+// The child. It must not get back into the code above it, whatever the daemon throws: hence noexcept.
+[[noreturn]] void runChild(const Channel& channel, const std::vector<std::string>& arguments,
+                           const ForkOptions& options, int output, int errors) noexcept {
+  const int nothing = ::open("/dev/null", O_RDONLY);
+  ::dup2(nothing, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(errors, STDERR_FILENO);
+  for (const int unneeded : {nothing, output, errors}) ::close(unneeded);
+
+  virtual_mac::setHorizon(nextHorizon(channel), [&channel, &options] {
+    if (options.onPause) options.onPause();
+    constexpr char pausedByte = '.';
+    if (!channel.send(pausedByte)) ::_exit(1);
+    const double horizon = nextHorizon(channel);
+    if (options.onResume) options.onResume();
+    return horizon;
+  });
+  // As after the end of main(): exit hooks run, also the sanitizers'.
+  std::exit(enter(arguments));
+}
+
+std::string contentsOf(int file, std::size_t from) {
+  std::string text;
+  std::array<char, 4096> part{};
+  for (;;) {
+    const ssize_t count = ::pread(file, part.data(), part.size(), static_cast<off_t>(from + text.size()));
+    if (count <= 0) return text;
+    text.append(part.data(), static_cast<std::size_t>(count));
+  }
+}
+
+}  // namespace
+
+struct ForkedDaemon::Impl {
+  virtual_mac::MachineStore& store;
+  pid_t child = -1;
+  std::unique_ptr<Channel> channel = nullptr;
+  int output = namelessFile();
+  int errors = namelessFile();
+  rlim_t maxFileSize = RLIM_INFINITY;
+  int waitStatus = 0;
+  bool alive = true;
+
+  explicit Impl(virtual_mac::MachineStore& machine) : store(machine) {}
+  ~Impl() {
+    ::close(output);
+    ::close(errors);
+  }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  void reap() {
+    while (::waitpid(child, &waitStatus, 0) < 0 && errno == EINTR) continue;
+    virtual_mac::forgetPowerClient(store.update().machine());
+    alive = false;
+  }
+};
+
+ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<Impl>(options.store)) {
+  std::vector<std::string> arguments{platform::executablePath().value_or("brisko-daemon")};
+  arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
+  std::array<int, 2> ends{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) throwError("socketpair");
+  // What is buffered here would be written twice.
+  std::fflush(nullptr);
+  impl_->child = ::fork();
+  if (impl_->child < 0) throwError("fork");
+  if (impl_->child == 0) {
+    ::close(ends[0]);
+    const Channel channel(ends[1]);
+    virtual_mac::useFileEventQueue(options.fileEvents);
+    if (options.prepare) options.prepare();
+    runChild(channel, arguments, options, impl_->output, impl_->errors);
+  }
+  ::close(ends[1]);
+  impl_->channel = std::make_unique<Channel>(ends[0]);
+}
+
+ForkedDaemon::~ForkedDaemon() { kill(); }
+
+void ForkedDaemon::run(double seconds) {
+  if (!impl_->alive) return;
+  const RunCommand command{.horizon = impl_->store.view().machine().now + seconds,
+                           .maxFileSize = impl_->maxFileSize};
+  char paused = 0;
+  if (!impl_->channel->send(command) || !impl_->channel->receive(paused)) impl_->reap();
+}
+
+void ForkedDaemon::signal(int number) {
+  if (impl_->alive) ::kill(impl_->child, number);
+}
+
+void ForkedDaemon::kill() {
+  if (!impl_->alive) return;
+  ::kill(impl_->child, SIGKILL);
+  impl_->reap();
+}
+
+void ForkedDaemon::limitFileSize(std::optional<std::uint64_t> bytes) {
+  impl_->maxFileSize = bytes ? static_cast<rlim_t>(*bytes) : RLIM_INFINITY;
+}
+
+bool ForkedDaemon::alive() const { return impl_->alive; }
+
+std::optional<int> ForkedDaemon::status() const {
+  if (impl_->alive || !WIFEXITED(impl_->waitStatus)) return std::nullopt;
+  return WEXITSTATUS(impl_->waitStatus);
+}
+
+std::optional<int> ForkedDaemon::endSignal() const {
+  if (impl_->alive || !WIFSIGNALED(impl_->waitStatus)) return std::nullopt;
+  return WTERMSIG(impl_->waitStatus);
+}
+
+std::string ForkedDaemon::output(std::size_t from) const { return contentsOf(impl_->output, from); }
+std::string ForkedDaemon::errors() const { return contentsOf(impl_->errors, 0); }
+
+}  // namespace brisko::sim

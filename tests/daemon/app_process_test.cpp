@@ -1,0 +1,586 @@
+// The app comes and goes in whole processes of the daemon.
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/daemon_process.h"
+#include "support/file_journal.h"
+#include "support/files.h"
+
+namespace brisko {
+namespace {
+
+using test::DaemonProcess;
+using test::FileJournal;
+using test::VirtualMac;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Eq;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+using virtual_mac::ChangeKind;
+using virtual_mac::CutKind;
+using virtual_mac::GateKind;
+using virtual_mac::MachineOptions;
+
+const std::string installed = "/Applications/Brisko.app";
+constexpr const char* dataFolder = "/Library/Application Support/Brisko";
+constexpr const char* missingLine =
+    "app missing at /Applications/Brisko.app — handing the charge back to macOS in 600s unless it comes back";
+constexpr const char* dormantLine =
+    "app gone — charge, adapter and LED handed back to macOS; service dormant (uninstall with "
+    "uninstall-service.sh)";
+constexpr const char* backLine = "app is back — Brisko takes the charge again";
+
+// A Mac on which the app may come and go.
+class Bundle : public VirtualMac {
+ public:
+  using VirtualMac::VirtualMac;
+
+  void remove(const std::string& app = installed) { std::filesystem::remove_all(path(app)); }
+  void install(const std::string& app = installed) { write(app + "/Contents/Info.plist", "<plist/>"); }
+  void move(const std::string& from, const std::string& to) {
+    std::filesystem::create_directories(std::filesystem::path(path(to)).parent_path());
+    std::filesystem::rename(path(from), path(to));
+  }
+};
+
+class App : public ::testing::Test {
+ protected:
+  explicit App(const MachineOptions& options = {}) : mac(options) {}
+
+  // The process begins after a second, an hour into the day of the machine.
+  void begin(std::vector<std::string> arguments = {"--app", installed}) {
+    process.emplace(mac, std::move(arguments));
+    process->run(1);
+    looked = mac.machine().now;
+    mac.forgetJournal();
+    static_cast<void>(newLines());
+  }
+  // Lets the time pass until so many seconds after begin() or after the last mark().
+  void runTo(double seconds) { process->run(looked + seconds - mac.machine().now); }
+  void mark() { looked = mac.machine().now; }
+  // The app is gone from this moment on, which counts as 0.
+  void lose() {
+    mac.remove();
+    process->run(0);
+    mark();
+    EXPECT_THAT(newLines(), ElementsAre(missingLine));
+  }
+
+  std::vector<std::string> newLines() {
+    const auto all = mac.logLines();
+    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
+    seen = all.size();
+    return lines;
+  }
+  std::vector<std::string> linesAboutTheApp() {
+    auto lines = newLines();
+    std::erase_if(lines, [](const std::string& line) { return !line.starts_with("app "); });
+    return lines;
+  }
+  bool isDormant() const {
+    const auto lines = mac.logLines();
+    const auto count = [&](const char* line) { return std::count(lines.begin(), lines.end(), line); };
+    return count(dormantLine) > count(backLine);
+  }
+  // The writes to the controller, without what else passes.
+  static test::Writes writesOf(const VirtualMac& machine) {
+    test::Writes keys;
+    for (const std::string& entry : machine.writes()) {
+      if (entry.find('=') != std::string::npos) keys.push_back(entry);
+    }
+    return keys;
+  }
+
+  Bundle mac;
+  std::optional<DaemonProcess> process;
+  double looked = 0;
+  std::size_t seen = 0;
+};
+
+// --- the grace
+
+TEST_F(App, thatIsThereIsNotSpokenOf) {
+  begin();
+  runTo(86'400);
+  EXPECT_THAT(mac.logLines(), Not(Contains(HasSubstr("app "))));
+}
+
+TEST_F(App, thatIsDeletedIsMissedAtOnceAndGivenUpAfterTenMinutes) {
+  begin();
+  runTo(100);
+  static_cast<void>(newLines());
+  lose();
+  runTo(599.75);
+  EXPECT_THAT(newLines(), Not(Contains(dormantLine)));
+  runTo(600);
+  EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the look that is due each minute";
+  runTo(86'400);
+  EXPECT_THAT(newLines(), IsEmpty()) << "said once";
+}
+
+TEST_F(App, thatIsMissingAtTheStartIsMissedBeforeTheFirstTick) {
+  mac.remove();
+  begin();
+  const auto lines = mac.logLines();
+  const auto missing = std::find(lines.begin(), lines.end(), missingLine);
+  ASSERT_NE(missing, lines.end());
+  EXPECT_THAT(*(missing - 1), Eq("XPC listening on com.brisko.daemon.xpc"));
+  EXPECT_THAT(*(missing + 1), StartsWith("cap 80%"));
+  runTo(598);
+  EXPECT_FALSE(isDormant());
+  runTo(599);  // 600 s after the start
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatReturnsWithinTheGraceIsNotSpokenOfAgain) {
+  begin();
+  runTo(100);
+  static_cast<void>(newLines());
+  lose();
+  runTo(550);
+  mac.install();
+  runTo(86'400);
+  const auto lines = newLines();
+  EXPECT_THAT(lines, Not(Contains(dormantLine)));
+  EXPECT_THAT(lines, Not(Contains(backLine)));
+  EXPECT_THAT(lines, Not(Contains(missingLine)));
+  lose();  // the absence was forgotten
+  runTo(599);
+  EXPECT_FALSE(isDormant());
+  runTo(601);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatReturnsJustBeforeTheGraceIsOverKeepsTheDaemon) {
+  begin();
+  lose();
+  runTo(599.9);
+  mac.install();
+  runTo(86'400);
+  EXPECT_FALSE(isDormant());
+}
+
+TEST_F(App, thatReturnsAndLeavesBetweenTwoChecksCountsFromItsFirstAbsence) {
+  begin();
+  lose();
+  runTo(10);
+  mac.install();
+  runTo(500);
+  mac.remove();
+  runTo(600.9);
+  EXPECT_FALSE(isDormant()) << "the looks of this absence come at 560 and 620 s";
+  runTo(601);
+  EXPECT_TRUE(isDormant());
+  EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
+}
+
+TEST_F(App, thatLeavesAgainAtTheEndOfTheGraceIsGivenUpAtOnce) {
+  begin();
+  lose();
+  runTo(10);
+  mac.install();
+  runTo(599.9);
+  mac.remove();
+  process->run(0);
+  EXPECT_FALSE(isDormant()) << "599.9 s";
+  mac.install();
+  runTo(600);
+  mac.remove();
+  process->run(0);
+  EXPECT_FALSE(isDormant()) << "nobody watches between two looks";
+  runTo(601);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
+  begin();
+  lose();
+  runTo(10);
+  mac.install();
+  runTo(600);
+  EXPECT_FALSE(isDormant());
+  mac.remove();
+  process->run(0);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
+  mac.charge(90);  // so that no wake is scheduled
+  begin();
+  lose();
+  runTo(30);
+  mac.sleep();
+  runTo(7200);
+  EXPECT_FALSE(isDormant());
+  mac.wake();
+  process->run(60);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, isGivenUpByTheWallClock) {
+  begin();
+  lose();
+  runTo(10);
+  mac.number(ChangeKind::clockStep, -3600);
+  runTo(4199.5);
+  EXPECT_FALSE(isDormant());
+  runTo(4200);
+  EXPECT_TRUE(isDormant());
+}
+
+// --- where it is looked for
+
+TEST_F(App, thatNobodyNamedIsNotWatched) {
+  begin({});
+  mac.remove();
+  runTo(86'400);
+  EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
+  EXPECT_FALSE(isDormant());
+}
+
+TEST_F(App, thatIsRenamedIsMissedAtOnce) {
+  begin();
+  mac.move(installed, "/Applications/Brisko old.app");
+  process->run(0);
+  EXPECT_THAT(newLines(), ElementsAre(missingLine));
+  mac.move("/Applications/Brisko old.app", installed);
+  process->run(700);
+  EXPECT_FALSE(isDormant());
+  mac.move(installed, "/Users/me/.Trash/Brisko.app");
+  process->run(0);
+  EXPECT_THAT(newLines(), Contains(missingLine).Times(1)) << "and watched again";
+}
+
+TEST_F(App, thatIsReplacedIsWatchedOn) {
+  begin();
+  mac.move(installed, "/Users/me/.Trash/Brisko.app");
+  mac.install();
+  process->run(700);
+  EXPECT_THAT(newLines(), Not(Contains(missingLine)));
+  lose();
+  runTo(600);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatChangesInsideIsTheSameApp) {
+  begin();
+  mac.write(installed + "/Contents/Info.plist", "new");
+  mac.write(installed + "/Contents/Resources/a", "new");
+  test::setMode(mac.path(installed), 0700);
+  process->run(700);
+  EXPECT_THAT(newLines(), Not(Contains(missingLine)));
+}
+
+TEST_F(App, thatMovesToTheApplicationsFolderIsThere) {
+  const std::string downloaded = "/Users/me/Downloads/Brisko.app";
+  mac.move(installed, downloaded);
+  begin({"--app", downloaded});
+  mac.move(downloaded, installed);
+  runTo(3600);
+  EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
+  // It is not watched there, but looked for once a minute.
+  mac.remove();
+  runTo(3659);
+  EXPECT_THAT(newLines(), IsEmpty());
+  runTo(3660);
+  EXPECT_THAT(newLines(), ElementsAre("app missing at " + downloaded +
+                                      " — handing the charge back to macOS in 600s unless it comes back"));
+  runTo(3660 + 599);
+  EXPECT_FALSE(isDormant());
+  runTo(3660 + 600);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, ofAnEmptyPathIsTheInstalledOneAlone) {
+  begin({"--app", ""});
+  runTo(700);
+  EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
+  mac.remove();
+  runTo(760);
+  EXPECT_THAT(linesAboutTheApp(),
+              ElementsAre("app missing at  — handing the charge back to macOS in 600s unless it comes back"));
+}
+
+// --- dormant
+
+TEST_F(App, goneGivesTheMacBackInOrder) {
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+  mac.charge(90);
+  mac.settings("{\"limit\":80,\"discharge\":true}");
+  begin();
+  ASSERT_EQ(mac.key("CHIE").front(), 8);
+  lose();
+  runTo(599);
+  mac.forgetJournal();
+  FileJournal data(mac.path(dataFolder));
+  runTo(600);
+  EXPECT_TRUE(isDormant());
+  const auto keys = writesOf(mac);
+  ASSERT_GE(keys.size(), 3U);
+  EXPECT_THAT(test::Writes(keys.end() - 3, keys.end()), ElementsAre("CHIE=00", "CHTE=00000000", "ACLC=00"));
+  EXPECT_THAT(data.written(), Contains("stats.json"));
+}
+
+TEST_F(App, goneCancelsTheScheduledWake) {
+  mac.charge(40);
+  begin();
+  lose();
+  runTo(20);
+  mac.sleep();
+  runTo(40);
+  ASSERT_THAT(mac.pendingWakes(), Not(IsEmpty()));
+  // Somebody opens the lid; the wake stays until the daemon takes it away.
+  runTo(45);
+  mac.number(ChangeKind::capabilities, 9);
+  runTo(7200);
+  mac.wake();
+  process->run(120);
+  ASSERT_TRUE(isDormant());
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+}
+
+// Whatever kind of keys the Mac has: all is given back, and nothing is written any more.
+TEST_F(App, goneIsTheSameWithEveryKindOfGate) {
+  for (const GateKind gate : {GateKind::chte, GateKind::ch0b0c, GateKind::firmwareBand}) {
+    for (const CutKind cut : {CutKind::chie, CutKind::ch0i, CutKind::ch0j, CutKind::none}) {
+      for (const double charge : {70.0, 90.0}) {
+        Bundle another({.gate = gate, .cut = cut, .magSafeLight = true, .percent = charge});
+        another.settings("{\"limit\":80,\"discharge\":true}");
+        DaemonProcess daemon(another, {"--app", installed});
+        daemon.run(30);
+        another.remove();
+        daemon.run(600);
+        ASSERT_EQ(another.logLines().back(), dormantLine);
+        EXPECT_TRUE(virtual_mac::chargingIsOpen(another.machine()));
+        EXPECT_TRUE(virtual_mac::adapterReachesBattery(another.machine()));
+        EXPECT_EQ(another.key("ACLC").front(), 0);
+        another.forgetJournal();
+        daemon.run(3600);
+        EXPECT_THAT(writesOf(another), IsEmpty());
+        EXPECT_TRUE(daemon.alive());
+      }
+    }
+  }
+}
+
+TEST_F(App, goneLeavesKeysAndFilesAloneWhateverHappens) {
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+  mac.settings("{\"limit\":80,\"blinkSeconds\":0.5}");
+  begin();
+  runTo(10);
+  ASSERT_THAT(writesOf(mac), Contains("ACLC=01")) << "the light blinks";
+  lose();
+  runTo(600);
+  ASSERT_TRUE(isDormant());
+  EXPECT_EQ(mac.key("ACLC").front(), 0);
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  FileJournal data(mac.path(dataFolder));
+  FileJournal history(mac.path(std::string(dataFolder) + "/history"));
+  FileJournal logs(mac.path("/Library/Logs/Brisko"));
+
+  process->run(3600);
+  mac.unplug();
+  process->run(600);
+  mac.plugIn();
+  process->run(600);
+  mac.charge(100);
+  process->run(600);
+  mac.sleep();
+  process->run(3600);
+  mac.wakeDark(30);
+  process->run(600);
+  mac.wake();
+  process->run(600);
+  mac.keyBytes("ACLC", {4});
+  process->run(86'400);
+  EXPECT_THAT(writesOf(mac), IsEmpty());
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_THAT(data.written(), IsEmpty());
+  EXPECT_THAT(history.written(), IsEmpty());
+  EXPECT_THAT(logs.written(), IsEmpty());
+  EXPECT_EQ(mac.key("ACLC").front(), 4) << "the light is the system's";
+}
+
+TEST_F(App, goneStillLetsTheServiceTakeSettings) {
+  begin();
+  lose();
+  runTo(600);
+  mac.forgetJournal();
+  const auto asked = mac.apply("{\"limit\":60}");
+  process->run(60);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_THAT(mac.read(std::string(dataFolder) + "/config.json"), HasSubstr("\"limit\":60"));
+  EXPECT_THAT(writesOf(mac), IsEmpty()) << "nothing is driven by them";
+}
+
+TEST_F(App, goneIsGivenBackAgainAtTheEnd) {
+  mac.charge(90);
+  begin();
+  lose();
+  runTo(700);
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  process->signal(SIGTERM).run(1);
+  EXPECT_EQ(process->status(), 0);
+  EXPECT_THAT(writesOf(mac), ElementsAre("CHIE=00", "CHTE=00000000", "ACLC=00"));
+  EXPECT_THAT(newLines(), ElementsAre("Signal 15: charging, adapter and LED restored, exiting."));
+}
+
+TEST_F(App, thatIsMissingWhenTheDaemonEndsChangesNothingAboutTheEnd) {
+  mac.charge(90);
+  begin();
+  lose();
+  runTo(300);
+  process->signal(SIGTERM).run(1);
+  EXPECT_EQ(process->status(), 0);
+  EXPECT_EQ(mac.key("CHTE").front(), 0);
+  EXPECT_THAT(mac.logLines(), Not(Contains(dormantLine)));
+}
+
+// --- back again
+
+TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
+  mac.charge(90);
+  begin();
+  lose();
+  runTo(600.5);
+  ASSERT_TRUE(isDormant());
+  mac.install();
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  runTo(600.75);
+  EXPECT_THAT(newLines(), IsEmpty());
+  runTo(601);
+  const auto lines = newLines();
+  ASSERT_GE(lines.size(), 3U);
+  EXPECT_EQ(lines[0], backLine);
+  EXPECT_EQ(lines[1], "→ state: hold");
+  // The light was handed back without the memory of it: the tick takes that for the system's doing.
+  EXPECT_EQ(lines[2], "⚠️ LED reprise par le système — Brisko la remet à 3");
+  EXPECT_EQ(mac.key("CHTE").front(), 1);
+  EXPECT_EQ(mac.key("ACLC").front(), 3);
+  // The look of each minute was still pending, and so it continues watching.
+  mac.remove();
+  runTo(659);
+  EXPECT_THAT(linesAboutTheApp(), IsEmpty());
+  runTo(660);
+  EXPECT_THAT(linesAboutTheApp(), ElementsAre(missingLine));
+  runTo(1259);
+  EXPECT_FALSE(isDormant());
+  runTo(1260);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
+  mac.charge(90);
+  begin();
+  lose();
+  runTo(601);
+  mac.install();
+  runTo(86'400);
+  EXPECT_TRUE(isDormant());
+  EXPECT_EQ(mac.key("CHTE").front(), 0);
+  const auto asked = mac.ask(virtual_mac::RequestKind::restart);
+  process->run(1);
+  EXPECT_EQ(mac.reply(asked), "done");
+  EXPECT_EQ(process->status(), 0);
+  begin();
+  EXPECT_EQ(mac.key("CHTE").front(), 1);
+  EXPECT_THAT(newLines(), Not(Contains(backLine)));
+}
+
+TEST_F(App, thatIsStillGoneIsGivenTenMinutesByTheNextDaemon) {
+  mac.charge(90);
+  begin();
+  lose();
+  runTo(700);
+  process->kill();
+  begin();
+  EXPECT_EQ(mac.key("CHTE").front(), 1) << "driven again";
+  runTo(598);
+  EXPECT_EQ(mac.key("CHTE").front(), 1);
+  runTo(599);
+  EXPECT_EQ(mac.key("CHTE").front(), 0);
+}
+
+// --- where macOS's own limit holds the charge
+
+class NativeApp : public App {
+ protected:
+  NativeApp() : App(closedKeys()) {}
+  static MachineOptions closedKeys() {
+    MachineOptions options;
+    options.macOS = 27;
+    options.percent = 75;
+    return options;
+  }
+  static constexpr const char* handedBackLine = "macOS limit handed back: off";
+};
+
+TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
+  begin({});
+  runTo(60);
+  ASSERT_EQ(mac.key("bfG0").front(), 80);
+  static_cast<void>(newLines());
+  lose();
+  runTo(599);
+  EXPECT_EQ(mac.key("bfG0").front(), 80);
+  mac.forgetJournal();
+  static_cast<void>(newLines());
+  runTo(600);
+  EXPECT_THAT(newLines(), ElementsAre(handedBackLine, dormantLine));
+  EXPECT_THAT(mac.writes(), Contains("limit set 100"));
+  mac.forgetJournal();
+  process->run(86'400);
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "neither keys nor the limit";
+  EXPECT_THAT(newLines(), IsEmpty());
+  EXPECT_EQ(mac.key("bfG0").front(), 0);
+}
+
+TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
+  begin({});
+  runTo(60);
+  static_cast<void>(newLines());
+  lose();
+  runTo(600.5);
+  ASSERT_TRUE(isDormant());
+  mac.install();
+  static_cast<void>(newLines());
+  runTo(601);
+  const auto lines = newLines();
+  ASSERT_THAT(lines, Not(IsEmpty()));
+  EXPECT_EQ(lines.front(), backLine);
+  EXPECT_THAT(lines, Contains("macOS limit → 80%"));
+}
+
+TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
+  begin({});
+  lose();
+  runTo(700);
+  static_cast<void>(newLines());
+  process->signal(SIGTERM).run(1);
+  EXPECT_EQ(process->status(), 0);
+  EXPECT_THAT(newLines(), ElementsAre("Signal 15: handing the macOS limit back, exiting.", handedBackLine));
+}
+
+TEST_F(NativeApp, thatIsNamedIsTheOneWatched) {
+  mac.install("/Users/me/Brisko.app");
+  begin({"--app", "/Users/me/Brisko.app"});
+  mac.remove("/Users/me/Brisko.app");
+  runTo(3600);
+  EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the installed one is there";
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,189 @@
+// Edits of the configuration in whole processes of the daemon. A tick is counted by its reading of
+// the temperature.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "base/options.h"
+#include "support/daemon_process.h"
+#include "support/files.h"
+
+namespace brisko {
+namespace {
+
+using test::DaemonProcess;
+using test::VirtualMac;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+// A daemon that has just made a tick, a second into its heartbeat.
+class Edit : public ::testing::Test {
+ protected:
+  void begin() {
+    mac.keepReads();
+    process.run(1);
+    mac.forgetJournal();
+    static_cast<void>(newLines());
+  }
+
+  // The passes that it makes without waiting, and within the time until its next heartbeat.
+  long ticksAtOnce() { return ticksIn(0); }
+  long ticksUntilHeartbeat() {
+    const double sinceHeartbeat = std::fmod(mac.machine().now - started, 12);
+    return ticksIn(11.9 - sinceHeartbeat);
+  }
+  long ticksIn(double seconds) {
+    process.run(seconds);
+    return ticksSinceTheLastCheck();
+  }
+  long ticksSinceTheLastCheck() {
+    const auto exchanges = mac.writes();
+    mac.forgetJournal();
+    return std::count(exchanges.begin(), exchanges.end(), "read TB0T");
+  }
+
+  std::vector<std::string> newLines() {
+    const auto all = mac.logLines();
+    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
+    seen = all.size();
+    return lines;
+  }
+
+  void replace(const std::string& json) {
+    test::put(config + ".new", json);
+    ASSERT_EQ(std::rename((config + ".new").c_str(), config.c_str()), 0);
+  }
+
+  VirtualMac mac;
+  std::string config = mac.path(defaultConfigPath);
+  double started = mac.machine().now;
+  DaemonProcess process{mac};
+  std::size_t seen = 0;
+};
+
+TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {
+  mac.settings("{\"limit\":80}");
+  begin();
+  mac.settings("{\"limit\":60}");
+  EXPECT_EQ(ticksAtOnce(), 1);
+  EXPECT_THAT(newLines(), Contains("→ state: hold"));
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+  EXPECT_EQ(ticksIn(0.2), 1) << "the heartbeat keeps its grid";
+}
+
+TEST_F(Edit, ofPermissionsAloneTicksToo) {
+  mac.settings("{}");
+  begin();
+  test::setMode(config, 0600);
+  EXPECT_EQ(ticksAtOnce(), 1);
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+}
+
+TEST_F(Edit, byRenameTakesEffectAtOnceEachTime) {
+  mac.settings("{\"limit\":80}");
+  begin();
+  for (const int limit : {60, 65, 70}) {
+    replace("{\"limit\":" + std::to_string(limit) + "}");
+    EXPECT_EQ(ticksAtOnce(), 1);
+    EXPECT_THAT(newLines(), Contains(StartsWith("cap " + std::to_string(limit) + "%")));
+  }
+  mac.settings("{\"limit\":75}");
+  EXPECT_EQ(ticksAtOnce(), 1) << "the last file is the watched one";
+}
+
+TEST_F(Edit, thatDeletesTheFileBringsTheDefaultsAndLeavesTheNextFileToTheHeartbeat) {
+  mac.settings("{\"limit\":60}");
+  begin();
+  ASSERT_EQ(::unlink(config.c_str()), 0);
+  EXPECT_EQ(ticksAtOnce(), 1);
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 80%")));
+  mac.settings("{\"limit\":65}");
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+  EXPECT_EQ(ticksIn(0.2), 1);
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
+  mac.settings("{\"limit\":70}");
+  EXPECT_EQ(ticksUntilHeartbeat(), 0) << "for the rest of its life";
+  EXPECT_EQ(ticksIn(0.2), 1);
+}
+
+TEST_F(Edit, ofAFileThatWasNotThereAtTheStartWaitsForTheHeartbeat) {
+  begin();
+  mac.settings("{\"limit\":60}");
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+  EXPECT_EQ(ticksIn(0.2), 1);
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%")));
+  mac.settings("{\"limit\":65}");
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+}
+
+TEST_F(Edit, thatIsARequestIsAnsweredInTwoTicks) {
+  mac.settings("{\"limit\":80}");
+  begin();
+  mac.settings("{\"resetStats\":true}");
+  EXPECT_EQ(ticksAtOnce(), 2);
+  EXPECT_THAT(newLines(), ElementsAre("stats reset"));
+  EXPECT_EQ(ticksUntilHeartbeat(), 0);
+}
+
+TEST_F(Edit, beforeTheStartIsAnsweredInTwoTicksAsWell) {
+  mac.settings("{\"resetStats\":true}");
+  mac.keepReads();
+  // Start-up asks for the temperature itself, to know whether the key is there.
+  EXPECT_EQ(ticksAtOnce(), 1 + 2);
+  EXPECT_THAT(newLines(), Contains("stats reset").Times(1));
+}
+
+TEST_F(Edit, betweenTwoProcessesIsNoEventForTheSecond) {
+  mac.settings("{\"limit\":60}");
+  begin();
+  process.kill();
+  mac.settings("{\"limit\":65}");
+  DaemonProcess next(mac);
+  next.run(0);
+  EXPECT_EQ(ticksSinceTheLastCheck(), 1 + 1) << "start-up's reading and its one pass";
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
+  mac.settings("{\"limit\":70}");
+  next.run(0);
+  EXPECT_EQ(ticksSinceTheLastCheck(), 1);
+}
+
+TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {
+  mac.settings("{\"limit\":60}");
+  begin();
+  mac.settings("{\"limit\":");
+  EXPECT_EQ(ticksAtOnce(), 1);
+  EXPECT_THAT(newLines(), Contains(StartsWith("cap 80%")));
+  mac.settings("{\"limit\":65}");
+  EXPECT_EQ(ticksAtOnce(), 1);
+}
+
+TEST_F(Edit, isSeenInTheSameIterationsEachTime) {
+  std::string first;
+  for (int time = 0; time < 2; ++time) {
+    VirtualMac another;
+    another.settings("{\"limit\":80}");
+    DaemonProcess daemon(another);
+    for (int round = 0; round < 50; ++round) {
+      daemon.run(7.3);
+      another.settings("{\"limit\":" + std::to_string(60 + round % 30) + ",\"resetStats\":true}");
+      const std::string path = another.path(defaultConfigPath);
+      test::put(path + ".new", "{\"limit\":90}");
+      if (round % 3 == 1) {
+        ASSERT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0);
+      }
+    }
+    const std::string log = another.read("/Library/Logs/Brisko/daemon.log");
+    EXPECT_GT(log.size(), 1000U);
+    if (time == 0) first = log;
+    EXPECT_EQ(log, first);
+  }
+}
+
+}  // namespace
+}  // namespace brisko

@@ -1,0 +1,4 @@
+// A fake for Mach's own names.
+#pragma once
+
+#include <mach/mach_types.h>

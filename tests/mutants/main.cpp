@@ -1,0 +1,23 @@
+// The daemon with one rule broken: "brisko-mutant BREAK [arguments of the daemon]". Without a word it prints
+// the names of the breaks.
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "daemon/entry.h"
+#include "mutants/mutant.h"
+
+int main(int count, char** arguments) {
+  std::vector<std::string> words(arguments, arguments + count);
+  if (words.size() < 2) {
+    for (const std::string_view name : brisko::test::mutants()) std::printf("%s\n", name.data());
+    return 0;
+  }
+  if (!brisko::test::activateMutant(words[1])) {
+    std::fprintf(stderr, "brisko-mutant: unknown mutant %s\n", words[1].c_str());
+    return 64;
+  }
+  words.erase(words.begin() + 1);
+  return brisko::enter(words);
+}

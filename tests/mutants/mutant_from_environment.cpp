@@ -1,0 +1,19 @@
+// For programs that have words of their own: BRISKO_MUTANT names the rule that is broken.
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "mutants/mutant.h"
+
+namespace brisko::test {
+namespace {
+
+[[maybe_unused]] const bool gActivated = [] {
+  const char* name = std::getenv("BRISKO_MUTANT");
+  if (name == nullptr || activateMutant(name)) return true;
+  std::fprintf(stderr, "unknown mutant %s\n", name);
+  std::_Exit(64);
+}();
+
+}  // namespace
+}  // namespace brisko::test

@@ -1,0 +1,13 @@
+# Meant to be sourced by the fakes of tools. Writes each call into the journal of the Mac, with its paths as
+# they would be on a real one, and ends the script under test just before the call whose number is asked for.
+# shellcheck shell=sh
+
+call() {
+  printf '%s\n' "$*" | sed "s|$BRISKO_ROOT/|/|g; s|/tmp/brisko-[a-z]*\.[A-Za-z0-9]*|/tmp/SCRATCH|g" >>"$STAND_IN_MAC/journal"
+  calls=$(wc -l <"$STAND_IN_MAC/journal")
+  if [ "$calls" -eq "${STAND_IN_KILL_AT:-0}" ]; then
+    "${1}_cut_off" "$@" 2>/dev/null
+    kill -KILL "$SCRIPT_PID"
+    exit 1
+  fi
+}

@@ -1,6 +1,0 @@
-// This system's own header. The label leads each call to the stand-in.
-#pragma once
-
-#include_next <dlfcn.h>
-
-extern "C" void* dlopen(const char* path, int mode) noexcept __asm__("brisko_stand_in_dlopen");

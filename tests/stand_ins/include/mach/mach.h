@@ -1,4 +1,0 @@
-// A stand-in for Mach's own names.
-#pragma once
-
-#include <mach/mach_types.h>

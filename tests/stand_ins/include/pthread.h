@@ -1,9 +1,0 @@
-// This system's own header. The label leads the call to the stand-in.
-#pragma once
-
-#include_next <pthread.h>
-
-extern "C" {
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
-                   void* argument) noexcept __asm__("brisko_stand_in_pthread_create");
-}

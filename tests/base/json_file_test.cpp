@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -127,6 +128,31 @@ TEST(ReadingAFile, reliesOnTheBytesAndNotOnTheSize) {
   ASSERT_TRUE(bytes.has_value());
   EXPECT_GT(bytes->size(), 100U);
   EXPECT_EQ(bytes->back(), '\n');
+}
+
+TEST(ReadingAFile, givesNoneWhenAReadFails) {
+  // Nothing is mapped at address 0, where this one begins.
+  if (!exists("/proc/self/mem")) GTEST_SKIP() << "this system has no such file";
+  EXPECT_EQ(readWholeFile("/proc/self/mem"), std::nullopt);
+}
+
+TEST(ReadingAFile, stopsAboveSixteenMebibytesAlsoWhereTheSizeSaidLess) {
+  if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
+  // Each mapping of a file is a line with its long name; mappings of the same page do not merge.
+  const ScratchFolder folder;
+  std::string path = folder.path();
+  while (path.size() < 3000) {
+    path += "/" + std::string(200, 'x');
+    makeFolder(path);
+  }
+  put(path + "/file", "x");
+  const Descriptor file(::open((path + "/file").c_str(), O_RDONLY));
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  const auto map = [&] { return ::mmap(nullptr, page, PROT_READ, MAP_PRIVATE, file.number(), 0); };
+  for (std::size_t lines = 0; lines < 4 * mebibyte / path.size(); ++lines) ASSERT_NE(map(), MAP_FAILED);
+  ASSERT_TRUE(readWholeFile("/proc/self/maps").has_value());
+  for (std::size_t lines = 0; lines < 13 * mebibyte / path.size(); ++lines) ASSERT_NE(map(), MAP_FAILED);
+  EXPECT_EQ(readWholeFile("/proc/self/maps"), std::nullopt);
 }
 
 TEST(ReadingAFile, leavesNoDescriptorBehind) {
@@ -281,6 +307,9 @@ TEST(ParsingJson, countsLevelsAndNotBrackets) {
   std::string siblings = "[[]";
   for (int index = 0; index < 10'000; ++index) siblings += ",[]";
   EXPECT_TRUE(parseJson(siblings + "]").has_value());
+  std::string objects = "[{}";
+  for (int index = 1; index < 513; ++index) objects += ",{}";
+  EXPECT_TRUE(parseJson(objects + "]").has_value());
 }
 
 TEST(ParsingJson, countsNoBracketsInsideTexts) {

@@ -464,6 +464,15 @@ TEST_F(TheLogFile, isNoPipeAndNoFolder) {
   EXPECT_EQ(contents(file), "kept\n");
 }
 
+TEST_F(TheLogFile, keepsThePreviousGenerationWhereItCanNotBeOpened) {
+  makeDirectory();
+  makeFolder(file);
+  put(previous, "old\n");
+  LogFile::append(line(500));
+  EXPECT_EQ(contents(previous), "old\n");
+  EXPECT_TRUE(exists(file));
+}
+
 TEST_F(TheLogFile, mayBeALinkToAFile) {
   makeDirectory();
   put(folder.path("target"), "before\n");

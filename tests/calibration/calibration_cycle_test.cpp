@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/log.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "calibration/calibration_record.h"
@@ -45,7 +46,10 @@ std::string finished(const std::string& before, const std::string& after, const 
 // A Mac whose gauge knows 4427, 4554 and 4563 mAh and 37 cycles.
 class CalibrationCycle : public test::OnVirtualMac {
  protected:
-  CalibrationCycle() { std::filesystem::create_directories(mac.path(historyDir)); }
+  CalibrationCycle() {
+    std::filesystem::create_directories(mac.path(historyDir));
+    std::filesystem::create_directories(mac.path(LogFile::defaultDirectory));
+  }
 
   static double now() { return platform::wallNow(); }
   // In a run of which nothing else is known, in this phase since now.
@@ -60,6 +64,12 @@ class CalibrationCycle : public test::OnVirtualMac {
   }
   std::vector<std::string> written(const std::function<void()>& work) {
     test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
+    work();
+    return journal.written();
+  }
+  std::vector<std::string> writtenAndLogged(const std::function<void()>& work) {
+    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
+    journal.watchOpenFiles(mac.path(LogFile::defaultDirectory));
     work();
     return journal.written();
   }
@@ -192,6 +202,17 @@ TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
   EXPECT_EQ(file()["phase"], "restore");
   EXPECT_THAT(newLines(),
               ElementsAre(entered("drain"), entered("refill"), entered("soak"), entered("restore")));
+}
+
+TEST_F(CalibrationCycle, isInTheFileBeforeItIsInTheLog) {
+  const std::vector<std::string> fileThenLog = {"calibration.json", "daemon.log"};
+  EXPECT_EQ(writtenAndLogged(startCalibration), fileThenLog);
+  EXPECT_EQ(writtenAndLogged([] { advance({.pct = 100}); }), fileThenLog);
+  EXPECT_EQ(writtenAndLogged([] { stopCalibration("cold", std::nullopt); }), fileThenLog);
+  inPhase(CalPhase::fill);
+  EXPECT_EQ(writtenAndLogged([] { stopCalibration(std::nullopt, std::nullopt); }), fileThenLog);
+  inPhase(CalPhase::restore);
+  EXPECT_EQ(writtenAndLogged([] { advance({.pct = 80}); }), fileThenLog);
 }
 
 TEST_F(CalibrationCycle, writesNothingWhileAPhaseLasts) {

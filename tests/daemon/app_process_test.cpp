@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/file_journal.h"
 #include "support/files.h"
@@ -211,6 +212,54 @@ TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
   mac.remove();
   process->run(0);
   EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatReturnsUnseenAndIsReplacedIsSeenThenAndMissedAnew) {
+  begin();
+  lose();
+  runTo(10);
+  mac.install();
+  runTo(70);  // watched again, but not looked for
+  mac.move(installed, "/Users/me/.Trash/Brisko.app");
+  mac.install();
+  runTo(500);
+  mac.remove();
+  process->run(0);
+  EXPECT_THAT(linesAboutTheApp(), ElementsAre(missingLine)) << "an absence of its own";
+  runTo(1099);
+  EXPECT_FALSE(isDormant());
+  runTo(1101);
+  EXPECT_TRUE(isDormant());
+}
+
+TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
+  begin();
+  lose();
+  runTo(10);
+  mac.install();
+  runTo(70);  // watched again, but not looked for
+  mac.write(installed + "/Contents/Info.plist", "new");
+  mac.write(installed + "/new", "new");
+  test::setMode(mac.path(installed), 0700);
+  runTo(500);
+  mac.remove();
+  runTo(600.9);
+  EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the first absence goes on";
+  runTo(601);
+  EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
+}
+
+TEST_F(App, thatReturnsUnseenAsAFileAndIsWrittenToIsStillUnseen) {
+  begin();
+  lose();
+  runTo(10);
+  mac.write(installed, "a file");
+  runTo(70);
+  mac.write(installed, "a longer file");
+  runTo(500);
+  mac.remove();
+  runTo(601);
+  EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
 TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
@@ -482,6 +531,23 @@ TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
   EXPECT_TRUE(isDormant());
 }
 
+TEST_F(App, thatReturnsAfterAPurgeBringsNoFileBack) {
+  mac.charge(90);
+  begin();
+  mac.ask(virtual_mac::RequestKind::purgeAllData);
+  process->run(1);
+  mac.remove();
+  process->run(0);
+  mark();
+  runTo(600.5);
+  ASSERT_EQ(mac.key("CHTE").front(), 0) << "given up";
+  mac.install();
+  runTo(700);
+  EXPECT_EQ(mac.key("CHTE").front(), 1) << "taken again";
+  EXPECT_FALSE(mac.exists(dataFolder));
+  EXPECT_FALSE(mac.exists("/Library/Logs/Brisko"));
+}
+
 TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
   mac.charge(90);
   begin();
@@ -580,6 +646,25 @@ TEST_F(NativeApp, thatIsNamedIsTheOneWatched) {
   mac.remove("/Users/me/Brisko.app");
   runTo(3600);
   EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the installed one is there";
+  mac.remove();
+  runTo(3660);
+  EXPECT_THAT(linesAboutTheApp(),
+              ElementsAre("app missing at /Users/me/Brisko.app — handing the charge back to "
+                          "macOS in 600s unless it comes back"));
+}
+
+TEST_F(NativeApp, isNotWatchedByADaemonOutsideABundle) {
+  for (const char* path :
+       {"/usr/local/libexec/brisko-daemon", "/Applications/Brisko.app/Contents/MacOS/other",
+        "/Applications/Brisko.app/Contents/MacOS/brisko-daemon.new"}) {
+    virtual_mac::setExecutablePath(path);
+    mac.install();
+    begin({});
+    mac.remove();
+    runTo(3600);
+    EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << path;
+    process->kill();
+  }
 }
 
 }  // namespace

@@ -367,11 +367,11 @@ TEST_F(Clients, mayRestartTheDaemonWhichGivesEverythingBackFirst) {
   mac.charge(90);
   begin();
   const auto asked = mac.ask(RequestKind::restart);
-  process.run(0.25);
+  process.run(0.296875);
   EXPECT_EQ(mac.reply(asked), "done");
   EXPECT_TRUE(process.alive());
   EXPECT_THAT(newLines(), IsEmpty());
-  process.run(0.1);
+  process.run(0.0078125);  // 0.3 s have passed
   EXPECT_EQ(process.status(), 0);
   EXPECT_THAT(newLines(), ElementsAre(restartLine));
   EXPECT_THAT(mac.writes(),

@@ -10,6 +10,7 @@
 #include "platform/host.h"
 #include "support/child.h"
 #include "support/daemon_process.h"
+#include "support/descriptors.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
@@ -157,8 +158,12 @@ TEST(EnteringAMode, givesClosedStandardStreamsTheNullDevice) {
 
 TEST(EnteringAMode, leavesOpenStandardStreamsAlone) {
   const VirtualMac mac;
-  const auto ended = inChild([] { static_cast<void>(enter({"brisko-daemon", "--version"})); });
-  EXPECT_EQ(ended.output, "0.9.9\n");
+  const auto ended = inChild([] {
+    const std::size_t before = test::openDescriptors();
+    static_cast<void>(enter({"brisko-daemon", "--version"}));
+    tell(test::openDescriptors() == before ? "no descriptor more\n" : "a descriptor more\n");
+  });
+  EXPECT_EQ(ended.output, "0.9.9\nno descriptor more\n");
 }
 
 }  // namespace

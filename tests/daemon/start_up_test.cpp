@@ -304,8 +304,10 @@ TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
   options.magSafeLight = false;
   VirtualMac mac(options);
   DaemonProcess daemon(mac);
-  daemon.run(30).signal(SIGTERM).run(1);
-  EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000"}));
+  daemon.run(30);
+  mac.keepReads();
+  daemon.signal(SIGTERM).run(1);
+  EXPECT_EQ(mac.writes(), (Writes{"info CHIE", "CHIE=00", "info CHTE", "CHTE=00000000"}));
 }
 
 TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {

@@ -199,6 +199,15 @@ TEST(FirmwareTestElsewhere, reportsInDetailThatThereIsNoGate) {
             "(kIOReturnNotPrivileged) even for root — not probed, see SystemLock\n");
 }
 
+TEST(FirmwareTestElsewhere, doesNotWaitForALimitThatIsNotUpYet) {
+  VirtualMac mac({.macOS = 27, .uptime = 20});
+  mac.number(ChangeKind::limitSupportedAfter, 25);
+  const Outcome outcome = run(mac);
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.output, HasSubstr("no usable charge control: macOS 27: CHTE/CH0B/CH0C empty"));
+  EXPECT_EQ(mac.machine().limit.calls.supported, 1U);
+}
+
 TEST_F(FirmwareTest, reportsOnStandardOutputThatThereIsNoController) {
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::refusesToOpen));
   const Outcome outcome = run(mac);

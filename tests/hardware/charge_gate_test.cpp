@@ -78,11 +78,19 @@ TEST_F(Detection, needsBothKeysOfThePair) {
 
 TEST_F(Detection, needsAllThreeKeysOfTheFirmwareBand) {
   mac.removeKey("CHTE");
-  show("bfF0");
-  show("bfD0");
-  EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey);
-  show("bfE0");
+  const std::vector<std::string> keys{"bfF0", "bfD0", "bfE0"};
+  for (const auto& key : keys) show(key);
   EXPECT_EQ(std::get<ChargeGate>(detected()).charge, ChargeKeys::firmwareBand);
+  for (const auto& missing : keys) {
+    mac.removeKey(missing);
+    EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey) << "without " << missing;
+    show(missing);
+  }
+  for (const auto& only : keys) {
+    for (const auto& key : keys) mac.removeKey(key);
+    show(only);
+    EXPECT_EQ(std::get<GateFailure>(detected()), GateFailure::noKnownKey) << only << " alone";
+  }
 }
 
 TEST_F(Detection, takesTheFirstCutKeyThatCanBeRead) {
@@ -252,6 +260,13 @@ TEST_F(ChteMac, isStoppedOnlyByExactlyItsOwnValue) {
   mac.change({.kind = virtual_mac::ChangeKind::keySize, .key = virtual_mac::keyCode("CHTE"), .number = 1});
   EXPECT_FALSE(gGate->chargingIsStopped());
   mac.removeKey("CHTE");
+  EXPECT_FALSE(gGate->chargingIsStopped());
+}
+
+TEST_F(ChteMac, isNotStoppedByALongerValueThatBeginsLikeItsOwn) {
+  mac.keyBytes("CHTE", {1, 0, 0, 0, 0});
+  mac.change({.kind = virtual_mac::ChangeKind::keySize, .key = virtual_mac::keyCode("CHTE"), .number = 5});
+  ASSERT_EQ(readKey("CHTE"), (test::Bytes{1, 0, 0, 0, 0}));
   EXPECT_FALSE(gGate->chargingIsStopped());
 }
 

@@ -5,6 +5,7 @@
 
 #include "hardware/charge_gate.h"
 #include "platform/run_loop.h"
+#include "sim/seam/simulated/driver.h"
 #include "state/machine_abilities.h"
 #include "support/on_virtual_mac.h"
 
@@ -212,6 +213,23 @@ TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {
   ledTick();
   run(10.25);
   EXPECT_THAT(mac.writes(), IsEmpty());
+}
+
+TEST_F(Light, thatIsNotSupportedHasNoTimerAndNoPhase) {
+  gLedSupported = false;
+  blink(0.5);
+  ledTick();
+  int events = 0;
+  virtual_mac::setAfterEvent([&events] { ++events; });
+  run(10.25);
+  EXPECT_EQ(events, 1) << "the end of this run alone";
+  const auto exchanges = mac.machine().smc.exchanges;
+  ledTick();
+  setLED(LED_GREEN);
+  EXPECT_EQ(mac.machine().smc.exchanges, exchanges);
+  gLedSupported = true;
+  ledTick();
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03")) << "the first phase is still to come";
 }
 
 // --- blinking

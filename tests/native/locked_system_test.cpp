@@ -3,11 +3,14 @@
 
 #include <csignal>
 #include <cstdint>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include <gmock/gmock.h>
 
 #include "sim/seam/simulated/driver.h"
+#include "state/charge_state_record.h"
+#include "state/tick_state.h"
 #include "support/daemon_process.h"
 #include "support/on_virtual_mac.h"
 
@@ -28,6 +31,7 @@ using Notes = std::vector<std::string>;
 
 constexpr const char* configFile = "/Library/Application Support/Brisko/config.json";
 constexpr const char* statusFile = "/Library/Application Support/Brisko/status.json";
+constexpr const char* historyFile = "/Library/Application Support/Brisko/history/2026-03-01.jsonl";
 constexpr const char* statsFile = "/Library/Application Support/Brisko/stats.json";
 
 void takeTheLimitAway() { virtual_mac::setEnvironment("BRISKO_PRETEND_NO_NATIVE", "1"); }
@@ -37,6 +41,7 @@ class LockedSystem : public test::OnVirtualMac {
   LockedSystem() : OnVirtualMac({.macOS = 27}) {
     takeTheLimitAway();
     openController();
+    std::filesystem::create_directories(mac.path("/Library/Application Support/Brisko"));
   }
 };
 
@@ -115,6 +120,58 @@ TEST_F(LockedSystem, passesOverSettingsThatItCannotRead) {
     EXPECT_THAT(handBackLockedSystem(), IsEmpty()) << settings;
     EXPECT_EQ(mac.read(configFile), settings);
   }
+}
+
+TEST_F(LockedSystem, leavesTheStatisticsAloneWithoutATopUp) {
+  EXPECT_THAT(handBackLockedSystem(), IsEmpty());
+  EXPECT_FALSE(mac.exists(statsFile));
+  gTopUpSince = 5;
+  EXPECT_THAT(handBackLockedSystem(), IsEmpty());
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_TRUE(mac.exists(statsFile));
+}
+
+// -- What it observes
+
+TEST_F(LockedSystem, recordsTheReadingAndThatChargingIsAllowed) {
+  mac.charge(64).plugIn();
+  gState = ChargeState::hold;
+  observeLockedSystem();
+  EXPECT_EQ(gLastPct, 64);
+  EXPECT_TRUE(gLastPlugged);
+  EXPECT_EQ(gState, ChargeState::allow);
+  mac.unplug().pass(12);
+  observeLockedSystem();
+  EXPECT_FALSE(gLastPlugged);
+}
+
+TEST_F(LockedSystem, publishesWhetherTheLimitIsSwitchedOn) {
+  mac.settings(R"({"enabled":false})");
+  observeLockedSystem();
+  EXPECT_THAT(mac.read(statusFile), HasSubstr("\"enabled\":false"));
+}
+
+TEST_F(LockedSystem, publishesTheAdapterAsTheControllerSeesIt) {
+  mac.keyBytes("AC-W", {0xFF});
+  observeLockedSystem();
+  ASSERT_TRUE(gLastPlugged);
+  EXPECT_THAT(mac.read(statusFile), HasSubstr("\"plugged\":false"));
+  EXPECT_THAT(mac.read(historyFile), HasSubstr("\"g\":false"));
+  mac.keyBytes("AC-W", {0x00}).unplug().pass(12);
+  observeLockedSystem();
+  ASSERT_FALSE(gLastPlugged);
+  EXPECT_THAT(mac.read(statusFile), HasSubstr("\"plugged\":true"));
+  EXPECT_THAT(mac.read(historyFile), HasSubstr("\"g\":true"));
+}
+
+TEST_F(LockedSystem, takesTheReadingOfThisTickWithoutTheAdaptersKey) {
+  mac.removeKey("AC-W");
+  observeLockedSystem();
+  EXPECT_THAT(mac.read(statusFile), HasSubstr("\"plugged\":true"));
+  mac.unplug().pass(12);
+  observeLockedSystem();
+  EXPECT_THAT(mac.read(statusFile), HasSubstr("\"plugged\":false"));
+  EXPECT_THAT(mac.read(historyFile), HasSubstr("\"g\":false"));
 }
 
 // -- Whole lives

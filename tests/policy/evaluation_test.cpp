@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "base/options.h"
+#include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "platform/clock.h"
@@ -103,6 +104,16 @@ TEST_F(Tick, onlyObservesALockedSystem) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
+TEST_F(Tick, observesALockedSystemAlsoWhileASleepIsPending) {
+  gSystemLocked = true;
+  gSleepPendingSince = platform::wallNow();
+  evaluate();
+  EXPECT_EQ(gLastPct, 70);
+  mac.pass(sleepPendingLimit);
+  evaluate();
+  EXPECT_TRUE(gSleepPendingSince);
+}
+
 TEST_F(Tick, touchesNothingWhileASleepIsPending) {
   mac.charge(90);
   gSleepPendingSince = platform::wallNow();
@@ -160,6 +171,13 @@ TEST_F(Tick, letsTheCommandLineLowerTheFloor) {
 
 TEST_F(Tick, takesTheBlinkPeriodFromTheSettings) {
   mac.settings("{\"blinkSeconds\":3.5}");
+  evaluate();
+  EXPECT_DOUBLE_EQ(gBlinkSeconds, 3.5);
+}
+
+TEST_F(Tick, takesTheBlinkPeriodAlsoWithoutAPowerReading) {
+  mac.settings("{\"blinkSeconds\":3.5}");
+  losePowerSources();
   evaluate();
   EXPECT_DOUBLE_EQ(gBlinkSeconds, 3.5);
 }
@@ -357,6 +375,15 @@ TEST_F(Tick, doesNothingToTheHardwareWithoutAGate) {
   EXPECT_THAT(newLines(), SizeIs(1));
 }
 
+TEST_F(Tick, seesAChangeFromALimitOf0) {
+  mac.settings("{\"limit\":0}");
+  evaluate();
+  gDischargeBroken = true;
+  mac.settings("{\"limit\":1}");
+  ticks(1);
+  EXPECT_FALSE(gDischargeBroken);
+}
+
 // --- discharge
 
 TEST_F(Tick, dischargesAboveTheLimitWhenAsked) {
@@ -398,6 +425,19 @@ TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   ticks(1);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(newLines(), Contains(line).Times(1));
+}
+
+TEST_F(Tick, startsInADarkWakeWithTheWishForADischargeAlone) {
+  darkWake();
+  mac.settings("{\"discharge\":true}");
+  mac.charge(85);
+  reads(31.5F);
+  evaluate();
+  EXPECT_THAT(newLines(),
+              ElementsAre("réveil de maintenance à 85% — la décharge attend le vrai réveil", "→ state: hold",
+                          "cap 80%+discharge  batt 85%  31.5°C  ac  state=hold  LED=green"));
+  ticks(1);
+  EXPECT_THAT(newLines(), IsEmpty());
 }
 
 TEST_F(Tick, logsNoDarkWakeWithoutAReasonToDischarge) {
@@ -451,6 +491,51 @@ TEST_F(Tick, rearmsTheDischargeWhenASettingChanges) {
   EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));
 }
 
+TEST_F(Tick, rearmsTheDischargeWithEachOfTheThreeSettingsAndWithNoOther) {
+  mac.charge(85);
+  mac.settings("{\"discharge\":true}");
+  evaluate();
+  for (const char* change :
+       {"{\"discharge\":true,\"limit\":79}", "{\"discharge\":true,\"limit\":79,\"enabled\":false}",
+        "{\"discharge\":false,\"limit\":79,\"enabled\":false}"}) {
+    gDischargeBroken = true;
+    ticks(1);
+    EXPECT_TRUE(gDischargeBroken) << "before " << change;
+    mac.settings(change);
+    ticks(1);
+    EXPECT_FALSE(gDischargeBroken) << change;
+  }
+  gDischargeBroken = true;
+  mac.settings("{\"discharge\":false,\"limit\":79,\"enabled\":false,\"hysteresis\":7,\"led\":false}");
+  ticks(1);
+  EXPECT_TRUE(gDischargeBroken);
+}
+
+TEST_F(Tick, namesTheSettingsWhenTheyChangeInThePassThatSeesTheUnplug) {
+  mac.charge(85);
+  evaluate();
+  gDischargeBroken = true;
+  mac.settings("{\"limit\":79}");
+  mac.unplug();
+  ticks(1);
+  EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));
+}
+
+TEST_F(Tick, rearmsTheDischargeAlsoWithoutAPowerReading) {
+  mac.charge(85);
+  evaluate();
+  losePowerSources();
+  static_cast<void>(newLines());
+  gDischargeBroken = true;
+  mac.settings("{\"limit\":79}");
+  ticks(1);
+  EXPECT_THAT(newLines(), ElementsAre("forced discharge re-armed (settings changed)"));
+  gDischargeBroken = true;
+  mac.unplug();
+  ticks(1);
+  EXPECT_THAT(newLines(), ElementsAre("forced discharge re-armed (adapter unplugged)"));
+}
+
 TEST_F(Tick, rearmsTheDischargeWhenTheAdapterIsUnplugged) {
   mac.charge(85);
   evaluate();
@@ -480,6 +565,32 @@ TEST_F(Tick, chargesToFullDuringATopUp) {
   mac.charge(99);
   ticks(1);
   EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
+  mac.settings("{\"topUp\":true}");
+  mac.charge(99);  // its floor
+  evaluate();
+  EXPECT_EQ(gAtLimit, false);
+  mac.charge(100);
+  ticks(1);
+  EXPECT_EQ(gAtLimit, true);
+  mac.charge(99);
+  ticks(1);
+  EXPECT_EQ(gAtLimit, false);
+}
+
+TEST_F(Tick, goesByTheBandAgainInThePassThatEndsATopUp) {
+  mac.settings("{\"topUp\":true,\"topUpHours\":1,\"discharge\":true}");
+  mac.charge(85);
+  evaluate();
+  mac.pass(3601);
+  evaluate();
+  EXPECT_EQ(gFirmwareUpper, 80);
+  EXPECT_EQ(gFirmwareLower, 75);
+  EXPECT_EQ(gAtLimit, true);
+  EXPECT_EQ(gState, ChargeState::discharge);
+  EXPECT_THAT(summary(), StartsWith("cap 80%+discharge  batt"));
 }
 
 TEST_F(Tick, endsATopUpWhenTheAdapterGoes) {
@@ -644,6 +755,26 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
   EXPECT_EXIT(evaluate(), ::testing::KilledBySignal(SIGABRT), "");
   // The hardware was set by the process that ended.
   EXPECT_EQ(mac.key("CHTE"), (Bytes{1, 0, 0, 0}));
+}
+
+// Each step leaves its trace before the next one: where the status aborts, all before it is done.
+TEST_F(Tick, verifiesThenShowsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
+  mac.charge(90);
+  evaluate();
+  mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode("ACLC")});
+  static_cast<void>(newLines());
+  mac.charge(89);
+  mac.settings("{\"calSoakMinutes\":153722867280912931}");
+  const std::string historyFile = std::string(historyDir) + "/2026-03-01.jsonl";
+  const std::string samples = mac.read(historyFile);
+  const std::string status = mac.read(statusPath);
+  mac.pass(60);
+  EXPECT_EXIT(evaluate(), ::testing::KilledBySignal(SIGABRT), "");
+  EXPECT_THAT(newLines(),
+              ElementsAre("limit verified: charging really does stop",
+                          HasSubstr("LED reprise par le système"), StartsWith("cap 80%  batt 89%")));
+  EXPECT_EQ(mac.read(statusPath), status);
+  EXPECT_EQ(mac.read(historyFile), samples);
 }
 
 TEST_F(Tick, bearsTheLongestSoakTimeThatFits) {

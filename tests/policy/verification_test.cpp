@@ -321,6 +321,13 @@ TEST_F(Verification, logsNothingAboutASecondLossEvenAfterTheGateWasFoundClosed) 
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHTE=01000000"));
 }
 
+TEST_F(Verification, saysThatTheGateOfAHoldFoundAtTheStartIsOpen) {
+  gState = ChargeState::hold;
+  reassertState();
+  EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000"));
+  EXPECT_THAT(newLines(), ElementsAre(foundOpen("CHTE")));
+}
+
 TEST_F(PairVerification, closesBothKeysWhenOneOpened) {
   for (const char* key : {"CH0B", "CH0C"}) {
     begin(ChargeState::hold);
@@ -374,6 +381,18 @@ TEST_F(Verification, writesTheCutBackFiveTimesAndGivesUpAtTheSixthLoss) {
   EXPECT_TRUE(gDischargeBroken);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_EQ(gCutRewrites, 0);
+}
+
+TEST_F(Verification, grantsSixLossesAlsoToADischargeFoundAtTheStart) {
+  gState = ChargeState::discharge;
+  for (int attempt = 1; attempt <= 5; ++attempt) {
+    reassertState();
+    EXPECT_THAT(newLines(), ElementsAre(cutReleased("CHIE", attempt)));
+    systemTakes("CHIE");
+  }
+  reassertState();
+  EXPECT_THAT(newLines(), Contains(cutWillNotStay));
+  EXPECT_EQ(gState, ChargeState::hold);
 }
 
 TEST_F(Verification, closesChargingBeforeItRenewsTheCut) {

@@ -83,6 +83,11 @@ TEST(MinutesToCharge, followFromCurrentAndCapacity) {
   EXPECT_EQ(minutesToCharge(60, 80, 5000, 80), 20);
 }
 
+TEST(MinutesToCharge, areWorkedOutInThisOrder) {
+  // In another one the same numbers come to 31.5 and are rounded up.
+  EXPECT_EQ(minutesToCharge(65, 80, 4382, 1252), 31);
+}
+
 TEST(MinutesToCharge, stayBetween5And45) {
   EXPECT_EQ(minutesToCharge(70, 80, 5000, 6000), 5);
   EXPECT_EQ(minutesToCharge(70, 80, 5000, 5000), 6);
@@ -539,6 +544,31 @@ TEST_F(Announcement, ofAnEndedSleepCancelsTheWakeAndThenTicks) {
   EXPECT_FALSE(gSleepPendingSince.has_value());
   EXPECT_FALSE(gCutSince.has_value());
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+}
+
+TEST_F(Announcement, ofAnEndedSleepThatBeganLateGivesADischargeAMinuteAnew) {
+  mac.settings(R"({"discharge":true})");
+  mac.charge(90);
+  announce();
+  mac.number(ChangeKind::sleepRefused, 1).pass(sleepPendingLimit);
+  evaluate();  // the sleep is no longer waited for
+  ASSERT_EQ(gState, ChargeState::discharge);
+  ASSERT_TRUE(gCutSince.has_value());
+  mac.pass(60);
+  mac.store().update().machine().gauge.currentMA = 0;
+  hand(PowerMessage::systemHasPoweredOn);
+  EXPECT_EQ(gCutSince, platform::wallNow()) << "counted from this pass on";
+  EXPECT_EQ(gState, ChargeState::discharge);
+}
+
+TEST_F(Announcement, ofAnEndedSleepTicksAtOnceAlsoWithin30Seconds) {
+  at(77);
+  announce();
+  mac.charge(70);
+  mac.pass(29).wake();
+  hand(PowerMessage::systemHasPoweredOn);
+  EXPECT_EQ(gLastPct, 70);
+  EXPECT_EQ(gState, ChargeState::allow);
 }
 
 TEST_F(Announcement, ofAnythingElseMeansNothing) {

@@ -439,6 +439,41 @@ TEST_F(Pruning, leavesWhatIsNamedOtherwise) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
+TEST_F(Pruning, needsADigitWhereverTheDateHasOne) {
+  std::vector<std::string> others;
+  for (const char other : {':', '.', ' ', 'a', '-'}) {
+    for (const std::size_t position : {0U, 1U, 2U, 3U, 5U, 6U, 8U, 9U}) {
+      std::string name = "2019-11-11.jsonl";
+      name[position] = other;
+      others.push_back(name);
+    }
+  }
+  for (const char other : {'1', '.', ':'}) {
+    for (const std::size_t position : {4U, 7U}) {
+      std::string name = "2019-11-11.jsonl";
+      name[position] = other;
+      others.push_back(name);
+    }
+  }
+  has(others);
+  pruneHistory(7);
+  for (const auto& name : others) EXPECT_TRUE(mac.exists(unmapped(name))) << name;
+}
+
+TEST_F(Pruning, goesByEveryDigitOfTheDate) {
+  // The cut is at noon of 2026-02-20. Each of these lies on its side of it by one digit.
+  const std::vector<std::string> older = {"1026-02-21.jsonl", "1926-02-21.jsonl", "2016-02-21.jsonl",
+                                          "2025-02-21.jsonl", "2026-01-21.jsonl", "2026-02-11.jsonl",
+                                          "2026-02-09.jsonl", "2026-02-20.jsonl"};
+  const std::vector<std::string> newer = {"2026-02-21.jsonl", "2026-03-01.jsonl", "2026-12-19.jsonl",
+                                          "2027-01-19.jsonl", "2036-02-19.jsonl", "2126-02-19.jsonl",
+                                          "3026-02-19.jsonl"};
+  has(older);
+  has(newer);
+  pruneHistory(9);
+  EXPECT_EQ(names(), newer);
+}
+
 TEST_F(Pruning, knowsLeapDays) {
   has({"2020-02-29.jsonl"});
   pruneHistory(7);

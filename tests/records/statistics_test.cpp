@@ -134,6 +134,13 @@ TEST_F(StatisticsFile, isOneCompactObjectWithSortedKeys) {
                                  R"("since":1772352000.5,"topUpSince":1772355600.0})");
 }
 
+TEST(FreshStatistics, beginWithNothing) {
+  EXPECT_EQ(gProtectedSeconds, 0);
+  EXPECT_EQ(gTopUpSince, 0);
+  EXPECT_EQ(gAtLimit, std::nullopt);
+  EXPECT_EQ(gNativeBefore, std::nullopt);
+}
+
 TEST_F(StatisticsFile, dropsFractionsOfASecondTowardsZero) {
   gProtectedSeconds = -30.9;
   writeStats();

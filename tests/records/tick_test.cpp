@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/log.h"
 #include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
@@ -41,7 +42,10 @@ constexpr const char* status = "status.json";
 
 class Records : public test::OnVirtualMac {
  protected:
-  Records() { std::filesystem::create_directories(mac.path(historyDir)); }
+  Records() {
+    std::filesystem::create_directories(mac.path(historyDir));
+    std::filesystem::create_directories(mac.path(LogFile::defaultDirectory));
+  }
   void SetUp() override {
     if (!test::FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
     ASSERT_EQ(::setenv("TZ", "UTC", 1), 0);
@@ -51,6 +55,12 @@ class Records : public test::OnVirtualMac {
   // The files beside the history that this work writes, in order.
   std::vector<std::string> written(const std::function<void()>& work) {
     test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
+    work();
+    return journal.written();
+  }
+  std::vector<std::string> writtenAndLogged(const std::function<void()>& work) {
+    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
+    journal.watchOpenFiles(mac.path(LogFile::defaultDirectory));
     work();
     return journal.written();
   }
@@ -74,6 +84,14 @@ TEST_F(Records, areTheStatusAndASampleOfEveryTick) {
   EXPECT_THAT(statusText(), HasSubstr(R"("state":"discharge","temp":31.0,"topUp":false,)"));
   EXPECT_THAT(statusText(), EndsWith(R"("upper":85})"));
   EXPECT_THAT(history(), StartsWith(R"({"ct":310,"g":true,"p":90,"s":"discharge","t":1772352000,"wt":)"));
+}
+
+TEST_F(Records, tellOfTheHeatInTheSampleToo) {
+  mac.settings(R"({"thermal":true,"thermalLimit":30})");
+  mac.temperature(31);
+  evaluate();
+  EXPECT_THAT(statusText(), HasSubstr("\"hot\":true"));
+  EXPECT_THAT(history(), HasSubstr("\"hot\":true"));
 }
 
 TEST_F(Records, recordTheAdapterAsTheControllerSeesIt) {
@@ -175,6 +193,13 @@ TEST_F(Records, startTheStatisticsAnewBeforeTheRequestIsCleared) {
   mac.settings("{\"resetStats\":true}");
   EXPECT_THAT(tick(), ElementsAre(stats, config, status));
   EXPECT_EQ(statsText(), R"({"atLimit":false,"protectedSeconds":0,"since":1772352012.0,"topUpSince":0.0})");
+}
+
+TEST_F(Records, logTheResetAfterTheFilesAreWritten) {
+  gAtLimit = false;
+  mac.settings("{\"resetStats\":true}");
+  mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
+  EXPECT_THAT(writtenAndLogged(evaluate), ElementsAre(stats, config, "daemon.log"));
 }
 
 TEST_F(Records, noteATopUpWhenItStarts) {

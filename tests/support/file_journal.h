@@ -17,6 +17,9 @@ class FileJournal {
   FileJournal(const FileJournal&) = delete;
   FileJournal& operator=(const FileJournal&) = delete;
 
+  // From now on also the files of this folder, whose writers keep them open: one for each run of writes.
+  void watchOpenFiles(const std::string& folder);
+
   // The names of the files written since the last call, one for each time that one was closed.
   [[nodiscard]] std::vector<std::string> written();
 

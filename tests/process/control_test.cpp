@@ -236,7 +236,7 @@ class Rhythm {
  public:
   Rhythm(std::string path, const char* key) : path_(std::move(path)), key_(key), lastChange_(realNow()) {}
 
-  void look() {
+  void update() {
     const auto object = nlohmann::json::parse(test::contents(path_), nullptr, false);
     const double now = realNow();
     longest_ = std::max(longest_, now - lastChange_);
@@ -298,8 +298,8 @@ TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
   const double begun = realNow();
   // Also when the storm is over sooner: long enough to see a beat.
   while (left > 0 || realNow() - begun < 80 / speed) {
-    status.view();
-    statistics.view();
+    status.update();
+    statistics.update();
     const timespec moment{0, 5'000'000};
     static_cast<void>(::nanosleep(&moment, nullptr));
   }

@@ -25,8 +25,7 @@ std::string leftOutLine(std::size_t count) {
   return "… " + std::to_string(count) + (count == 1 ? " more summary" : " more summaries");
 }
 
-// The last lines; of summaries that follow each other the last alone, after a word on how many there were
-// more.
+// The last lines; of summaries that follow each other the last alone, and how many came before it.
 std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
   std::vector<std::string> lines;
   std::size_t shown = 0;

@@ -15,11 +15,10 @@ namespace brisko::lab {
 // How a scenario went. It is played up to the first step where something is not as expected.
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
-  std::vector<std::string> log =
-      {};                  // the last lines until then, with their times, and notes of what is left out
-  double begin = 0;        // machine time
-  double seconds = 0;      // … that passed since then
-  bool cancelled = false;  // it was not played to its end, because it was not to continue
+  std::vector<std::string> log = {};       // the last lines until then, and how many are left out between
+  double begin = 0;                        // machine time
+  double seconds = 0;                      // … that passed since then
+  bool cancelled = false;                  // it was not played to its end, because it was not to continue
   // Of the latest step that did something; none when none did.
   std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.

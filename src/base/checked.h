@@ -1,7 +1,6 @@
 // base/checked.h
-// Conversions that must not go wrong quietly. But where none is an answer, a value outside the range ends the
-// process at once, also in release builds: one line on standard error, then abort. No exit hook runs and
-// nothing can catch it.
+// Conversions that must not go wrong quietly. What is fatal ends the process at once, also in release builds:
+// one line on standard error, then abort. No exit hook runs and nothing can catch it.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +14,7 @@ namespace brisko {
 // Truncated toward zero. None unless `value` is finite and the result fits.
 [[nodiscard]] std::optional<std::int64_t> fittingInteger(double value);
 
-// The same, and what has no such integer is fatal.
+// The same, where none is fatal.
 [[nodiscard]] std::int64_t checkedInteger(double value);
 
 // Fatal on overflow.

@@ -23,8 +23,7 @@ std::optional<std::int64_t> integerProperty(const platform::Dictionary& properti
   return value == nullptr ? std::nullopt : value->asInteger();
 }
 
-// The registry shows a negative number as unsigned at times. Of a floating-point number the whole part
-// counts.
+// Of a floating-point number the fraction is dropped.
 std::optional<std::int64_t> wholeNumber(const platform::Value& value) {
   if (const auto integer = value.asWrappedInteger()) return integer;
   const auto number = value.asDouble();

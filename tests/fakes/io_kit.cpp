@@ -112,8 +112,8 @@ platform::KernelStatus exchange(const void* input, void* output) {
     return answer;
   });
   // Of a call that failed the output means nothing.
-  if (status == platform::kernelSuccess)
-    std::memcpy(output, received.data(), std::min(gAnswerBytes, recordSize));
+  const std::size_t given = std::min(gAnswerBytes, recordSize);
+  if (status == platform::kernelSuccess) std::memcpy(output, received.data(), given);
   if (status != platform::kernelSuccess) std::memset(output, 0xEE, recordSize);
   virtual_mac::raiseSignals(signals);
   if (gBeforeAnswer) gBeforeAnswer(sent);

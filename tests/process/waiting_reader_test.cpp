@@ -57,7 +57,7 @@ class FullPipe {
   Descriptor writing;
 };
 
-// A terminal on which somebody has typed.
+// A terminal with its keyboard and its screen.
 class Terminal {
  public:
   Terminal() : keyboard(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {
@@ -73,7 +73,7 @@ class Terminal {
   void hold() { type("\x13", false); }   // Ctrl-S
   void resume() { type("\x11", true); }  // Ctrl-Q
 
-  Descriptor keyboard;  // and screen, without waiting
+  Descriptor keyboard;  // and the screen, without waiting
   Descriptor output;
 
  private:

@@ -1,20 +1,20 @@
-# The plain front: each command installs what is missing, configures and builds by itself.
-# Programs land in build/release/.
+# The main commands. Each installs missing packages, configures and builds what it needs.
+# Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
 .PHONY: help demo test bench campaign fuzz format tidy coverage release sign package
 
 help:
-	@echo 'make demo      watch the daemon keep a virtual MacBook at its limit, in a minute'
-	@echo 'make test      everything that is tested: format, both compilers, sanitizers, clang-tidy'
-	@echo 'make bench     speed and memory, each beside its target'
-	@echo 'make campaign  generated users and faults over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
-	@echo 'make fuzz      random bytes for everything that parses, SECONDS=60 for each reader'
+	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
+	@echo 'make test      run all checks: format, tests with both compilers, sanitizers, clang-tidy'
+	@echo 'make bench     measure speed and memory, each compared with its target'
+	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
+	@echo 'make fuzz      fuzz every parser, for SECONDS=60 each'
 	@echo 'make release   build the programs into build/release/'
-	@echo 'make format    bring the C++ files into the format'
-	@echo 'make tidy      clang-tidy alone'
-	@echo 'make coverage  which lines of src/ and the virtual Mac no test runs'
-	@echo 'make sign, make package   on a Mac: sign the program, pack it with its installer (docs/macos.md)'
+	@echo 'make format    format the C++ files'
+	@echo 'make tidy      run clang-tidy only'
+	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
+	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
 
 demo: configured
 	@cmake --build build/release --target brisko-daemon brisko-vmac brisko-demo

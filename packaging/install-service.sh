@@ -1,6 +1,6 @@
 #!/bin/sh
-# Installs brisko-daemon as a service of this Mac, or brings an installed one up to date. May be run again at any
-# time, also after a run that was cut off. Plain sh: the Mac's own is an old one.
+# Installs brisko-daemon as a service on this Mac, or upgrades an installed one. It can be run again at any time,
+# also after an interrupted run. Written in POSIX sh, because the shells that macOS provides are old.
 set -eu
 umask 022
 
@@ -8,21 +8,21 @@ usage() {
   cat <<'END'
 Usage: sudo install-service.sh [--program PATH] [--app PATH] [--allow-unsigned]
 
-Installs brisko-daemon and starts it, now and whenever the Mac starts.
+Installs brisko-daemon, starts it now, and has it started whenever the Mac starts.
 
-  --program PATH     the program to install; else brisko-daemon beside this script, else
-                     build/macos/brisko-daemon of the source tree
-  --app PATH         the app whose removal makes the daemon give the charge back; else
-                     /Applications/Brisko.app if it is there
-  --allow-unsigned   install also a program that no team has signed: any process on this Mac could then
-                     command the daemon
+  --program PATH     the program to install; default: brisko-daemon beside this script, otherwise
+                     build/macos/brisko-daemon in the source tree
+  --app PATH         the daemon gives the charge back when this app is removed; default:
+                     /Applications/Brisko.app if it exists
+  --allow-unsigned   install the program even if no team has signed it: any process on this Mac could then
+                     control the daemon
   --help             print this
 
-On a Mac whose charge the program cannot control nothing is installed. The exit status is 0 when the service
-stands, 1 when it does not, and 2 for arguments that make no sense.
+Nothing is installed if the program cannot control the charge of this Mac. The exit status is 0 if the service is
+installed, 1 if it is not, and 2 for invalid options.
 
-BRISKO_ROOT names a folder that stands for the root of the volume, for trying this out: every file goes below
-it, what must belong to root must belong to its owner, and the tools are looked up in the caller's PATH.
+For testing, BRISKO_ROOT names a folder to use as the root of the volume: all files are installed below it, files
+that must belong to root must belong to the folder's owner, and tools are found through the caller's PATH.
 END
 }
 
@@ -32,11 +32,11 @@ root=${root%/}
 if [ -z "$root" ]; then
   PATH=/usr/bin:/bin:/usr/sbin:/sbin
   export PATH
-  # The probe below must tell of this Mac and no other.
+  # The probe below must report on this Mac and no other.
   unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 fi
 
-# Not in the folders of the data and of the log, which are deleted as a whole when the app has all data erased.
+# Not in the data or log folder: the app can have these erased.
 folder=$root/Library/Brisko
 installed=$folder/brisko-daemon
 uninstaller=$folder/uninstall-service.sh
@@ -54,7 +54,7 @@ fail() {
   exit 1
 }
 
-refuse_arguments() {
+usage_error() {
   printf '%s\n' "$*" "Try --help." >&2
   exit 2
 }
@@ -64,9 +64,9 @@ read_arguments() {
   while [ $# -gt 0 ]; do
     case $1 in
       --program | --app)
-        [ $# -gt 1 ] || refuse_arguments "$1 wants a path."
+        [ $# -gt 1 ] || usage_error "$1 needs a path."
         case $2 in
-          '' | -*) refuse_arguments "$1 wants a path, not \"$2\"." ;;
+          '' | -*) usage_error "$1 needs a path, not \"$2\"." ;;
         esac
         if [ "$1" = --program ]; then program=$2; else app=${2%/}; fi
         shift
@@ -76,13 +76,13 @@ read_arguments() {
         usage
         exit 0
         ;;
-      *) refuse_arguments "\"$1\" is no argument of this script." ;;
+      *) usage_error "Unknown option \"$1\"." ;;
     esac
     shift
   done
   case $app in
     '' | /*) ;;
-    *) refuse_arguments "--app wants a path that begins with a slash." ;;
+    *) usage_error "--app needs an absolute path." ;;
   esac
 }
 
@@ -92,7 +92,7 @@ need_root() {
 
 need_tools() {
   for tool in codesign launchctl; do
-    command -v "$tool" >/dev/null || fail "There is no $tool here: the service can only be installed on a Mac."
+    command -v "$tool" >/dev/null || fail "$tool not found: the service can only be installed on a Mac."
   done
 }
 
@@ -101,10 +101,10 @@ find_program() {
     program=$here/brisko-daemon
     [ -f "$program" ] || program=$here/../build/macos/brisko-daemon
   fi
-  [ -f "$program" ] || fail "There is no program at $program. Build it, or name it with --program."
+  [ -f "$program" ] || fail "There is no program at $program. Build it, or give its path with --program."
 }
 
-# Watching an app that is not there would make the daemon give the charge back after ten minutes and rest.
+# A daemon that watches a missing app gives the charge back after ten minutes and becomes dormant.
 find_app() {
   if [ -n "$app" ]; then
     [ -d "$root$app" ] || fail "There is no app at $app."
@@ -113,19 +113,19 @@ find_app() {
   fi
 }
 
-# Whoever may rename a folder on the way to a program can put another one in its place, and root would run it.
+# A user who can rename a folder on the path to the program could replace the program, and root would run it.
 need_path_of_root() {
   step=$1
   while :; do
     [ -n "$(find "$step" -prune -type d -user "$owner" ! -perm -020 ! -perm -002 2>/dev/null)" ] ||
-      fail "$step is no folder that root alone may change, so what runs as root must not lie in it."
+      fail "$step is not a folder that only root can change, so a program that runs as root must not be in it."
     [ "$step" != "${root:-/}" ] || return 0
     step=$(dirname "$step")
   done
 }
 
-# What is checked is what gets installed: a copy that nobody else can change. By cat, so that bytes come along
-# and nothing else: no flags, no access lists, no attributes.
+# Checks and installs the same copy, which nobody else can change. cat copies only the bytes: no flags, access
+# lists or attributes.
 take_copy() {
   scratch=$(mktemp -d "$root/tmp/brisko-install.XXXXXX")
   copy=$scratch/brisko-daemon
@@ -141,9 +141,9 @@ check_signature() {
     *) return 0 ;;
   esac
   [ -n "$allow_unsigned" ] ||
-    fail "No team has signed $program, so any process on this Mac could command the daemon. Sign it, or install it" \
-      "all the same with --allow-unsigned."
-  say "Warning: no team has signed the program. Any process on this Mac can command the daemon."
+    fail "No team has signed $program, so any process on this Mac could control the daemon. Sign it, or install it" \
+      "anyway with --allow-unsigned."
+  say "Warning: no team has signed the program. Any process on this Mac can control the daemon."
 }
 
 check_support() {
@@ -153,31 +153,31 @@ check_support() {
     *'"supported":false'*)
       fail "$(printf '%s\n' "$answer" | sed -n 's/.*"message":"\([^"]*\)".*/\1/p')" "Nothing was installed."
       ;;
-    *) fail "$program does not say what this Mac supports${answer:+ (\"$answer\")}. Nothing was installed." ;;
+    *) fail "$program does not report what this Mac supports${answer:+ (\"$answer\")}. Nothing was installed." ;;
   esac
 }
 
-# An uninstaller that was cut off may have left the data beside its place.
-mend_data() {
+# An interrupted uninstallation may have left the data in a temporary place.
+restore_data() {
   [ -d "$data.aside" ] || return 0
   if [ -e "$data" ]; then
-    say "Data from before an uninstallation that was cut off lies in $data.aside."
+    say "Data from before an interrupted uninstallation is in $data.aside."
   else
     mv "$data.aside" "$data"
-    say "Put the data of before back into $data."
+    say "Restored the previous data to $data."
   fi
 }
 
 make_folder() {
-  [ ! -L "$1" ] || fail "$1 is a link. Remove it, and run this again."
+  [ ! -L "$1" ] || fail "$1 is a link. Remove it, then run this again."
   [ -d "$1" ] || mkdir "$1"
   chown root:wheel "$1"
   chmod 755 "$1"
 }
 
-# place FILE MODE TARGET: all of the file stands there in the end, or what stood there before.
+# place FILE MODE TARGET: replaces the target atomically.
 place() {
-  [ ! -d "$3" ] || fail "$3 is a folder. Remove it, and run this again."
+  [ ! -d "$3" ] || fail "$3 is a folder. Remove it, then run this again."
   rm -f "$3.new"
   cat "$1" >"$3.new"
   chown root:wheel "$3.new"
@@ -197,7 +197,7 @@ write_job() {
   fi
 }
 
-# The launch service opens standard error before the daemon runs, so nobody else could make the folder in time.
+# launchd opens standard error before the daemon runs, so the daemon could not create the folder in time.
 make_error_log() {
   make_folder "$logs"
   errors=$logs/daemon.err.log
@@ -211,27 +211,27 @@ is_loaded() {
   launchctl print "system/$label" >/dev/null 2>&1
 }
 
-# What counts is whether the job is gone: told to stop, the launch service may answer before it is.
+# Waits until the job is gone: bootout may return before it is.
 stop_job() {
   is_loaded || return 0
   launchctl bootout "system/$label" || true
-  patience=30
+  tries_left=30
   while is_loaded; do
-    [ "$patience" -gt 0 ] || fail "The running service does not stop. Restart the Mac, then run this again."
-    patience=$((patience - 1))
+    [ "$tries_left" -gt 0 ] || fail "The running service does not stop. Restart the Mac, then run this again."
+    tries_left=$((tries_left - 1))
     sleep 1
   done
   say "Stopped the running service; the new one takes over."
 }
 
-# Just after an older job was stopped, the launch service may still refuse a new one for a moment.
+# Just after an older job was stopped, launchd may still reject a new one for a moment.
 start_job() {
   launchctl enable "system/$label"
-  patience=5
+  tries_left=5
   until launchctl bootstrap system "$plist"; do
-    patience=$((patience - 1))
-    [ "$patience" -gt 0 ] ||
-      fail "The launch service does not take the job. \"launchctl print system/$label\" may tell why."
+    tries_left=$((tries_left - 1))
+    [ "$tries_left" -gt 0 ] ||
+      fail "launchd rejected the job. \"launchctl print system/$label\" may show why."
     sleep 1
   done
   say "Started the service $label${app:+, which watches $app}."
@@ -258,7 +258,7 @@ main() {
   find_app
   owner=0
   [ -z "$root" ] || owner=$(find "$root" -prune -exec ls -ldn {} \; | awk '{ print $3 }')
-  # This looks at the folder that the program's own will lie in, too.
+  # This also checks the folder in which the program's folder will be.
   need_path_of_root "$root/Library/LaunchDaemons"
 
   trap clean_up EXIT
@@ -269,17 +269,17 @@ main() {
   write_job >"$scratch/job"
 
   begun=yes
-  mend_data
+  restore_data
   make_folder "$folder"
   need_path_of_root "$folder"
-  # The uninstaller first, so that it is there for whatever follows.
+  # The uninstaller first, so that it is available whatever happens next.
   place "$here/uninstall-service.sh" 755 "$uninstaller"
   place "$copy" 755 "$installed"
   [ -d "$root/etc/newsyslog.d" ] || mkdir "$root/etc/newsyslog.d"
   place "$here/newsyslog.d/$label.conf" 644 "$rotation"
   make_error_log
   place "$scratch/job" 644 "$plist"
-  # Only now, so that the charge is left alone for no longer than it takes to start again.
+  # Only now, so that the charge is uncontrolled for no longer than a restart takes.
   stop_job
   start_job
   say "To remove it: sudo $uninstaller"

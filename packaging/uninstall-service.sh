@@ -1,6 +1,6 @@
 #!/bin/sh
-# Removes brisko-daemon and what it made from this Mac, in whatever state it finds them, once the charge is given
-# back. May be run again at any time, also after a run that was cut off. Plain sh: the Mac's own is an old one.
+# Gives the charge back, then removes brisko-daemon and its files from this Mac, whatever their state. It can be run
+# again at any time, also after an interrupted run. Written in POSIX sh, because the shells that macOS provides are old.
 set -eu
 umask 022
 
@@ -8,17 +8,17 @@ usage() {
   cat <<'END'
 Usage: sudo uninstall-service.sh [--keep-data]
 
-Stops brisko-daemon, sees to it that the battery charges and the light shines as macOS wants, and removes the
-program, its job and its files.
+Stops brisko-daemon, makes sure that macOS controls the charge and the light again, and removes the program, its
+job and its files.
 
-  --keep-data   leave the settings, the records and the log
+  --keep-data   keep the settings, the records and the log
   --help        print this
 
-The exit status is 0 when nothing is left (but the data that is kept), 1 when something went wrong, in which case
-as much as possible is removed all the same, and 2 for arguments that make no sense.
+The exit status is 0 if everything is removed (except kept data), 1 after an error (as much as possible is removed
+anyway), and 2 for invalid options.
 
-BRISKO_ROOT names a folder that stands for the root of the volume, for trying this out: only what lies below it is
-touched, and the tools are looked up in the caller's PATH.
+For testing, BRISKO_ROOT names a folder to use as the root of the volume: only files below it are changed, and tools
+are found through the caller's PATH.
 END
 }
 
@@ -28,7 +28,7 @@ root=${root%/}
 if [ -z "$root" ]; then
   PATH=/usr/bin:/bin:/usr/sbin:/sbin
   export PATH
-  # The program must find this Mac and no other.
+  # The program must use this Mac and no other.
   unset BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE BRISKO_VIRTUAL_MAC
 fi
 
@@ -49,13 +49,13 @@ fail() {
   exit 1
 }
 
-# What went wrong is said at once and in the exit status; the rest continues.
-complain() {
+# Reports an error at once and in the exit status; the script continues.
+report_error() {
   printf '%s\n' "$*" >&2
-  complaints=yes
+  had_errors=yes
 }
 
-refuse_arguments() {
+usage_error() {
   printf '%s\n' "$*" "Try --help." >&2
   exit 2
 }
@@ -69,7 +69,7 @@ read_arguments() {
         usage
         exit 0
         ;;
-      *) refuse_arguments "\"$argument\" is no argument of this script." ;;
+      *) usage_error "Unknown option \"$argument\"." ;;
     esac
   done
 }
@@ -79,32 +79,31 @@ need_root() {
 }
 
 need_tools() {
-  command -v launchctl >/dev/null || fail "There is no launchctl here: this is no Mac."
+  command -v launchctl >/dev/null || fail "launchctl not found: this computer is not a Mac."
 }
 
 is_loaded() {
   launchctl print "system/$label" >/dev/null 2>&1
 }
 
-# A daemon that is told to end gives the charge back first. What counts is whether the job is gone: told to stop,
-# the launch service may answer before it is. With the job still there nothing is removed, since a daemon without
-# its files would continue holding the charge.
+# A daemon that is stopped gives the charge back first. Waits until the job is gone: bootout may return before it is.
+# If the job stays, nothing is removed, since a daemon without its files would still hold the charge.
 stop_job() {
   is_loaded || return 0
   removed=yes
   launchctl bootout "system/$label" || true
-  patience=30
+  tries_left=30
   while is_loaded; do
-    [ "$patience" -gt 0 ] ||
+    [ "$tries_left" -gt 0 ] ||
       fail "The running service does not stop, so nothing was removed. Restart the Mac, then run this again."
-    patience=$((patience - 1))
+    tries_left=$((tries_left - 1))
     sleep 1
   done
   say "Stopped the service $label."
 }
 
-# held_by_log: what the log says of the last process of the daemon. "no": it ended in good order, which gives the
-# charge back. "yes": it was cut off. Nothing: the log does not know.
+# held_by_log: whether, by the log, the last daemon process left the charge held. "no": it ended in an orderly way,
+# which gives the charge back. "yes": it was killed. Empty: the log does not show it.
 held_by_log() {
   for log in "$logs/daemon.log.1" "$logs/daemon.log"; do
     [ ! -f "$log" ] || cat "$log"
@@ -118,26 +117,26 @@ has_started() {
   grep -q 'brisko-daemon started' "$scratch/output"
 }
 
-# run_once: lets the program take the machine over and end in good order, which gives the charge back. It gets no
-# settings and no limit, so that it holds nothing meanwhile. Right after the Mac has started it may take a minute
-# to find its way to control the charge.
+# run_once: starts the program and ends it in an orderly way, which gives the charge back. It runs without settings
+# and without a limit, so that it does not hold the charge meanwhile. Right after the Mac has started, the program may
+# need a minute to find out how to control the charge.
 run_once() {
-  # Emptied here and not by the program's own shell, or the banner of an earlier run might be taken for this one's.
+  # Emptied before the program starts; otherwise the banner of an earlier run might be mistaken for this one's.
   : >"$scratch/output"
   "$program" --limit 100 --config "$scratch/no-settings.json" >>"$scratch/output" 2>&1 &
   pid=$!
-  patience=90
-  until has_started || [ "$patience" -eq 0 ] || ! kill -0 "$pid" 2>/dev/null; do
-    patience=$((patience - 1))
+  tries_left=90
+  until has_started || [ "$tries_left" -eq 0 ] || ! kill -0 "$pid" 2>/dev/null; do
+    tries_left=$((tries_left - 1))
     sleep 1
   done
   kill -TERM "$pid" 2>/dev/null || true
-  patience=20
+  tries_left=20
   while kill -0 "$pid" 2>/dev/null; do
-    if [ "$patience" -eq 0 ]; then kill -KILL "$pid"; fi
-    # Stuck in the kernel, where no signal reaches it.
-    if [ "$patience" -le -10 ]; then return 1; fi
-    patience=$((patience - 1))
+    if [ "$tries_left" -eq 0 ]; then kill -KILL "$pid"; fi
+    # The process hangs in the kernel, where no signal reaches it.
+    if [ "$tries_left" -le -10 ]; then return 1; fi
+    tries_left=$((tries_left - 1))
     sleep 1
   done
   ending=0
@@ -146,8 +145,8 @@ run_once() {
   has_started && [ "$ending" -eq 0 ]
 }
 
-# A number in a file of its own may end the program at every start. Settings are left out from the first; the
-# records only when it must be, since they know the limit that macOS had before.
+# A number in one of its files may end the program at every start. So it never runs with the settings here. It runs
+# without its records only if necessary, since they contain macOS's previous limit.
 give_back() {
   held=$(held_by_log)
   if [ "$held" = no ]; then
@@ -156,7 +155,7 @@ give_back() {
   fi
   if [ ! -x "$program" ]; then
     [ "$held" != yes ] ||
-      complain "The daemon was cut off, and its program is gone: the charge may still be held. Install the" \
+      report_error "The daemon was killed, and its program is missing: the charge may still be held. Install the" \
         "service again, then remove it."
     return 0
   fi
@@ -168,24 +167,24 @@ give_back() {
     moved_aside=yes
     if run_once; then
       say "Ran the program once, without its data, to give the charge back."
-      say "If macOS's own charge limit is not what it was, set it in System Settings > Battery."
+      say "If macOS's own charge limit has changed, set it again in System Settings > Battery."
       return 0
     fi
   fi
-  complain "The program does not run, so the charge may still be held. It said: $(tail -n 1 "$scratch/output")"
+  report_error "The program does not run, so the charge may still be held. Its last message: $(tail -n 1 "$scratch/output")"
 }
 
-# The run without data has made data of its own, which nobody wants.
+# Removes the data that the run without data created.
 put_data_back() {
   [ -n "$moved_aside" ] || return 0
   if rm -rf "$data" && mv "$data.aside" "$data"; then
     moved_aside=
   else
-    complain "The data lies in $data.aside now."
+    report_error "The data is now in $data.aside."
   fi
 }
 
-# Says what goes, and nothing about what was not there.
+# Reports what it removes, and nothing about missing files.
 remove() {
   for path; do
     [ -e "$path" ] || [ -L "$path" ] || continue
@@ -193,7 +192,7 @@ remove() {
       say "Removed $path"
       removed=yes
     else
-      complain "Could not remove $path"
+      report_error "Could not remove $path"
     fi
   done
 }
@@ -204,7 +203,7 @@ remove_folder() {
     say "Removed $folder"
     removed=yes
   else
-    complain "$folder holds something that is not ours, so it stays."
+    report_error "$folder contains other files, so it is kept."
   fi
 }
 
@@ -212,7 +211,7 @@ remove_folder() {
 clean_up() {
   status=$?
   trap - EXIT
-  # It writes as it ends, so the data can only be put back after it.
+  # The program writes files when it ends, so the data can only be restored after that.
   if [ -n "$pid" ] && kill -TERM "$pid" 2>/dev/null; then wait "$pid" || true; fi
   [ -z "$moved_aside" ] || put_data_back
   [ -z "$scratch" ] || rm -rf "$scratch"
@@ -220,7 +219,7 @@ clean_up() {
 }
 
 main() {
-  scratch='' pid='' moved_aside='' complaints='' removed=''
+  scratch='' pid='' moved_aside='' had_errors='' removed=''
   read_arguments "$@"
   need_root
   need_tools
@@ -231,8 +230,8 @@ main() {
   stop_job
   give_back
   put_data_back
-  # The job goes first, so that a Mac that restarts now does not start it, and this script last, so that it can be
-  # run again.
+  # The job is removed first, so that a Mac that restarts now does not start it, and this script last, so that it can
+  # be run again.
   remove "$plist" "$plist.new" "$rotation" "$rotation.new" "$program" "$program.new"
   if [ -n "$keep_data" ]; then
     for kept in "$data" "$data.aside" "$logs"; do
@@ -244,7 +243,7 @@ main() {
   remove "$uninstaller" "$uninstaller.new"
   remove_folder
   [ -n "$removed" ] || say "There was nothing to remove."
-  [ -z "$complaints" ] || exit 1
+  [ -z "$had_errors" ] || exit 1
 }
 
 main "$@"

@@ -1,5 +1,5 @@
-// Runs inside a report, after its own script, for scripts/check-report.sh: uses the page as a person would, and
-// leaves behind what is wrong, as lines in the attribute "data-faults" of the document.
+// scripts/check-report.sh runs this script inside a report, after the report's own script. It uses the page as a person
+// would and writes one line for each error into the attribute "data-faults" of the document.
 "use strict";
 (() => {
   const faults = [...window.errorsSeen];
@@ -14,7 +14,7 @@
   const same = (one, other) => JSON.stringify(one) === JSON.stringify(other);
   const shownOf = (moment) => moment.values.map((value) => value || "–");
 
-  // Of moments at one time the last is what holds then.
+  // Of several moments at the same time the last one applies.
   const nearest = (time) => data.moments.reduce((best, moment) =>
     Math.abs(moment.time - time) <= Math.abs(best.time - time) ? moment : best);
   const xOf = (time) => data.left + ((time - data.from) / (data.until - data.from)) * (data.right - data.left);
@@ -27,32 +27,32 @@
     return data.from + share * (data.until - data.from);
   }
 
-  expect(data.moments.length > 10, "there are hardly any moments");
-  expect(same(values(), shownOf(data.moments.at(-1))), "at first the last moment is not shown");
+  expect(data.moments.length > 10, "there are fewer than 11 moments");
+  expect(same(values(), shownOf(data.moments.at(-1))), "the page does not show the last moment at first");
   for (const share of [0, 0.1013, 0.3307, 0.5171, 0.9039, 1]) {
     const moment = nearest(pointAt(share));
-    expect(same(values(), shownOf(moment)), `pointing at ${share} shows ${values()} and not ${moment.values}`);
-    expect(Math.abs(cursor() - xOf(moment.time)) < 0.1, `pointing at ${share}, the cursor is at ${cursor()}`);
+    expect(same(values(), shownOf(moment)), `pointing at ${share} shows ${values()} instead of ${moment.values}`);
+    expect(Math.abs(cursor() - xOf(moment.time)) < 0.1, `pointing at ${share} moves the cursor to ${cursor()}`);
     const last = lines.filter((line) => Number(line.dataset.time) <= moment.time).at(-1);
     expect(chosen() === (last || lines[0]), `pointing at ${share} marks the line "${chosen()?.textContent}"`);
     const list = document.getElementById("lines").getBoundingClientRect();
     const line = chosen().getBoundingClientRect();
-    expect(line.bottom > list.top && line.top < list.bottom, `pointing at ${share}, the line is out of sight`);
+    expect(line.bottom > list.top && line.top < list.bottom, `pointing at ${share} does not scroll to the line`);
   }
   picture.dispatchEvent(new MouseEvent("click", { bubbles: true }));
-  expect(document.activeElement === slider, "a click on the chart does not lead the arrow keys to the slider");
+  expect(document.activeElement === slider, "a click on the chart does not focus the slider");
   slider.value = 3;
   slider.dispatchEvent(new Event("input", { bubbles: true }));
-  expect(same(values(), shownOf(data.moments[3])), "the slider shows another moment");
-  expect(slider.getAttribute("aria-valuetext").includes(data.moments[3].values[1]), "the slider says nothing");
+  expect(same(values(), shownOf(data.moments[3])), "the slider does not show its moment");
+  expect(slider.getAttribute("aria-valuetext").includes(data.moments[3].values[1]), "the slider has no text for its value");
 
   const line = lines[Math.floor(lines.length / 2)];
   line.dispatchEvent(new PointerEvent("pointerover", { bubbles: true }));
   expect(chosen() === line, "pointing at a line does not mark it");
   const before = data.moments.filter((moment) => moment.time <= Number(line.dataset.time)).at(-1) || data.moments[0];
-  expect(same(values(), shownOf(before)), "pointing at a line shows another moment");
+  expect(same(values(), shownOf(before)), "pointing at a line does not show its moment");
 
-  // --- To be read: 4.5 to 1 is what small letters need.
+  // --- Contrast: small text needs at least 4.5 to 1.
   const shadesOf = (colour) => colour.match(/[\d.]+/g).slice(0, 3).map(Number);
   const lightness = (colour) => {
     const [red, green, blue] = shadesOf(colour).map((shade) =>
@@ -65,8 +65,8 @@
   };
   const paper = getComputedStyle(document.body).backgroundColor;
   const dark = matchMedia("(prefers-color-scheme: dark)").matches;
-  expect(dark === (lightness(paper) < 0.2), `the paper is ${paper}`);
-  expect(getComputedStyle(picture.querySelector(".paper")).fill === paper, "chart and page are of other colours");
+  expect(dark === (lightness(paper) < 0.2), `the page's background is ${paper}`);
+  expect(getComputedStyle(picture.querySelector(".paper")).fill === paper, "the chart and the page have different backgrounds");
   const texts = [...document.querySelectorAll("h1, .facts, dt, dd, #lines li:not(.chosen), .picture text:not(.word)")];
   for (const text of texts) {
     const style = getComputedStyle(text);
@@ -75,10 +75,10 @@
   }
   for (const word of picture.querySelectorAll(".word")) {
     const name = [...word.classList].find((style) => style.startsWith("on-")).slice(3);
-    const ground = picture.querySelector(`.look.${name}`) && getComputedStyle(picture.querySelector(`.look.${name}`)).fill;
+    const background = picture.querySelector(`.look.${name}`) && getComputedStyle(picture.querySelector(`.look.${name}`)).fill;
     const colour = getComputedStyle(word).fill;
-    // Words on a pattern have an edge of the paper's colour.
-    const behind = ground.startsWith("rgb") ? ground : paper;
+    // Text on a pattern has an outline in the background colour of the page.
+    const behind = background.startsWith("rgb") ? background : paper;
     expect(contrast(colour, behind) >= 4.5, `"${word.textContent}" is hard to read: ${colour} on ${behind}`);
   }
   expect(document.documentElement.scrollWidth <= window.innerWidth, "the page is wider than the window");

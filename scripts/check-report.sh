@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Looks at a report of the lab in headless Chromium: that it loads without an error, that pointing, clicking and
-# the slider show what they should, that everything can be read in the light and in the dark, and that the whole
-# log comes out on paper. For a scenario, or the one of the README; with KEEP=FOLDER the renderings stay there.
+# Checks a report of the lab in headless Chromium: that it loads without errors, that pointing, clicking and the
+# slider work, that everything is readable in light and dark mode, and that the whole log is printed. The argument is
+# a scenario; the default is the one in the README. KEEP=FOLDER keeps the renderings in that folder.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,10 +10,10 @@ lab=${LAB:-build/release/brisko-lab}
 
 browser=$(command -v chromium || command -v chromium-browser || command -v google-chrome || true)
 if [[ -z $browser ]] || ! command -v pdftotext >/dev/null; then
-  echo "This needs Chromium and pdftotext (Debian: chromium and poppler-utils)." >&2
+  echo "This script needs Chromium and pdftotext (Debian packages: chromium, poppler-utils)." >&2
   exit 2
 fi
-[[ -x $lab ]] || { echo "There is no $lab; build it, or name another in LAB." >&2; exit 2; }
+[[ -x $lab ]] || { echo "There is no program at $lab. Build it, or set LAB to its path." >&2; exit 2; }
 
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -25,7 +25,7 @@ browse() {
     --disable-component-update --disable-sync --hide-scrollbars --user-data-dir="$folder/profile" "$@" 2>/dev/null
 }
 
-# The probe sees errors from the first script on, and looks after the last.
+# Records errors from the first script on, and runs the checks after the last one.
 "$lab" run --report "$folder/report.html" "$scenario"
 {
   sed '/^<head>$/q' "$folder/report.html"
@@ -35,15 +35,15 @@ browse() {
   echo '<script>'
   cat scripts/check-report.js
   echo '</script></body></html>'
-} >"$folder/probed.html"
+} >"$folder/checked.html"
 
 failed=0
-# look SCHEME WIDTH [OPTION…]
-look() {
+# check_page SCHEME WIDTH [OPTION…]
+check_page() {
   local scheme=$1 width=$2 dom
-  dom=$(browse --window-size="$width,1000" "${@:3}" --dump-dom "file://$folder/probed.html")
+  dom=$(browse --window-size="$width,1000" "${@:3}" --dump-dom "file://$folder/checked.html")
   if grep --quiet "<html[^>]* data-scheme=\"$scheme\" data-faults=\"none\"" <<<"$dom"; then
-    echo "fine   $scheme, $width wide"
+    echo "passed $scheme, $width wide"
   else
     echo "FAILED $scheme, $width wide:"
     sed -n '/<html/,/>/{s/^.*data-faults="//;s/">$//;p}' <<<"$dom" | head -20
@@ -52,17 +52,17 @@ look() {
   browse --window-size="$width,1000" "${@:3}" --screenshot="$results/$scheme-$width.png" "file://$folder/report.html"
 }
 dark=--blink-settings=preferredColorScheme=0
-look light 1500
-look light 800
-look dark 1500 "$dark"
+check_page light 1500
+check_page light 800
+check_page dark 1500 "$dark"
 
 # check NAME COMMAND…
 check() {
-  if "${@:2}"; then echo "fine   $1"; else echo "FAILED $1"; failed=1; fi
+  if "${@:2}"; then echo "passed $1"; else echo "FAILED $1"; failed=1; fi
 }
-browse --no-pdf-header-footer --print-to-pdf="$results/paper.pdf" "$dark" "file://$folder/report.html"
-pdftotext -layout "$results/paper.pdf" "$folder/paper.txt"
+browse --no-pdf-header-footer --print-to-pdf="$results/print.pdf" "$dark" "file://$folder/report.html"
+pdftotext -layout "$results/print.pdf" "$folder/print.txt"
 lines_of() { grep --count 'T[0-9:]\{8\}Z' "$1"; }
-check 'paper: the whole log' test "$(lines_of "$folder/paper.txt")" -eq "$(lines_of "$folder/report.html")"
-check 'paper: no values of a moment that nobody can choose' test "$(grep --count '^ *Hardware  *Current' "$folder/paper.txt")" -eq 0
+check 'print: the whole log' test "$(lines_of "$folder/print.txt")" -eq "$(lines_of "$folder/report.html")"
+check 'print: no values of a selected moment' test "$(grep --count '^ *Hardware  *Current' "$folder/print.txt")" -eq 0
 exit $failed

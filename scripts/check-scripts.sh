@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs shellcheck over all shell scripts, those that run on a Mac and those that play its tools among them.
+# Runs shellcheck on all shell scripts, including those for a Mac and the fakes of its tools.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

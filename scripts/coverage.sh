@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs all tests in a build that counts, and shows what of src/ and of the virtual Mac they reach: regions,
-# functions, lines and branches for each folder, then every line that no test runs. Lives that end by _exit, abort
-# or kill -9 count too, since the counters lie in the mapped profile files.
+# Runs all tests in a coverage build and shows what they cover of src/ and of the virtual Mac: regions, functions,
+# lines and branches for each folder, then every line that no test runs. Processes that end by _exit, abort or
+# kill -9 count too, since the counters are in mapped profile files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,8 +14,8 @@ cmake --build "$build" --parallel "$(nproc)"
 
 rm -rf "$build/profiles"
 mkdir "$build/profiles"
-# Every program has a pool of nine files that its processes share, so that thousands of lives stay nine. One test
-# at a time, since processes that count in one file at once lose a count now and then.
+# The processes of each program share a pool of nine files, so that thousands of processes need no more. One test at a
+# time, since processes that write to the same file at once lose a count now and then.
 status=0
 LLVM_PROFILE_FILE="$build/profiles/%c%9m.profraw" ctest --preset coverage --parallel 1 --no-tests=error |
   grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$' || status=${PIPESTATUS[0]}
@@ -26,7 +26,7 @@ programs=()
 for program in "$build"/brisko-*; do
   [[ -f $program && -x $program ]] && programs+=(--object "$program")
 done
-# The first program stands without --object.
+# llvm-cov takes the first program without --object.
 inputs=("${programs[@]:1}" --instr-profile "$build/tests.profdata")
 counted=("$PWD/src" "$PWD/sim/machine" "$PWD/sim/seam")
 

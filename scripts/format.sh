@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Brings our C++ files into the project's format; with --check it only looks, names what it finds and fails.
+# Formats our C++ files. With --check it changes nothing, lists the differences and fails if there are any.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/sources.sh

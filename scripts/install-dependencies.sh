@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing to build the project and, with "checks", to test it. Does nothing and asks for
-# nothing when all is there.
+# Installs the packages that are missing to build the project and, with "checks", to test it. If none is missing it
+# does nothing and needs no privileges.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libuv1-dev libplist-dev libgtest-dev
@@ -10,7 +10,7 @@ if [[ "${1:-}" == checks ]]; then
 fi
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-  echo "This is no Debian or Ubuntu system. Please install what these Debian packages hold, then build with" >&2
+  echo "This is not a Debian or Ubuntu system. Install the equivalents of these Debian packages, then build with" >&2
   echo "cmake --preset release && cmake --build build/release:" >&2
   echo "  ${packages[*]}" >&2
   exit 1

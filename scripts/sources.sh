@@ -1,4 +1,4 @@
-# Meant to be sourced. Lists our own C++ files, as paths from the project's folder.
+# To be sourced. own_sources lists our own C++ files, as paths relative to the project's folder.
 # shellcheck shell=bash
 
 own_sources() {

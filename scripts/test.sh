@@ -1,12 +1,11 @@
 #!/usr/bin/env bash
-# Everything that is tested, from nothing: the format, a release build by g++ with all
-# tests, a build by clang with sanitizers and all tests again, the control service under the sanitizer of
-# threads, and clang-tidy. The last line counts the tests of all runs; a step that fails without being a test
-# (the format, a build, clang-tidy) counts as one failed.
+# Runs all checks: the format, all tests in a release build with g++, all tests again in a build with clang and
+# sanitizers, the control service under ThreadSanitizer, and clang-tidy. The last line counts the tests of all runs; a
+# failing step that is not a test (the format, a build, clang-tidy) counts as one failed test.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
 
-# What the caller's own virtual Mac or pretended system would change has no place in a test.
+# The caller's own virtual Mac or pretended system must not affect the tests.
 unset BRISKO_VIRTUAL_MAC BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE
 
 jobs=$(nproc)
@@ -19,28 +18,28 @@ passed=0
 failed=0
 skipped=0
 failed_steps=()
-# The status of a step whose failures are counted already, test by test.
+# The status of a step whose failures are already counted test by test.
 tests_failed=42
 
-# step NAME COMMAND…: runs the command and remembers the name when it fails.
+# step NAME COMMAND…: runs the command and records the name if it fails.
 step() {
   local name=$1 begun=$SECONDS status=0
   shift
   printf '\n== %s\n' "$name"
   "$@" || status=$?
-  printf -- '-- %s: %s, %d s\n' "$name" "$([[ $status -eq 0 ]] && echo fine || echo FAILED)" $((SECONDS - begun))
+  printf -- '-- %s: %s, %d s\n' "$name" "$([[ $status -eq 0 ]] && echo passed || echo FAILED)" $((SECONDS - begun))
   [[ $status -eq 0 || $status -eq $tests_failed ]] || failed_steps+=("$name")
   return "$status"
 }
 
-# build PRESET [OPTIONS]: all of it, or what `cmake --build` is told.
+# build PRESET [OPTIONS]: builds everything, or what the options of `cmake --build` select.
 build() {
   local preset=$1
   shift
   cmake --preset "$preset" && cmake --build "build/$preset" --parallel "$jobs" "$@"
 }
 
-# count RESULTS: adds up what ctest wrote about one run.
+# count RESULTS: adds the results of one run of ctest to the totals.
 count() {
   local all run skips
   [[ -f $1 ]] || return 1
@@ -53,8 +52,8 @@ count() {
   [[ $all -gt 0 ]]
 }
 
-# run_tests PRESET RESULTS [CTEST-OPTION…]: a run that fails without a failed test, or without any test, is a failed
-# step. Tests that pass are not listed.
+# run_tests PRESET RESULTS [CTEST-OPTION…]: a run that fails without a failed test, or has no tests, is a failed step.
+# Passed tests are not listed.
 run_tests() {
   local before=$failed status=0
   ctest --preset "$1" --parallel "$jobs" --no-tests=error --output-junit "$2" "${@:3}" |
@@ -64,11 +63,12 @@ run_tests() {
   return "$status"
 }
 
-if step 'what is needed' scripts/install-dependencies.sh checks; then
+if step 'dependencies' scripts/install-dependencies.sh checks; then
   step 'format' scripts/format.sh --check
   step 'shell scripts' scripts/check-scripts.sh
-  # The platform of a real Mac doubles what there is to run. Its tests are there for misuse of memory to show, so they
-  # run under the sanitizers alone; what is long there, processes of many days and the generated scenarios, runs without, and so do the mutants.
+  # The platform of a real Mac doubles the number of tests. Its tests are there to find memory errors, so they run only
+  # under the sanitizers. The long ones (simulations of many days and generated scenarios) run without sanitizers, and
+  # so do the mutants.
   step 'release build' build release &&
     step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {
@@ -79,8 +79,8 @@ if step 'what is needed' scripts/install-dependencies.sh checks; then
     step 'control service under the thread sanitizer' run_tests tsan "$tsan_results"
 fi
 
-printf '\nAll of it took %d s.' $SECONDS
-[[ $skipped -eq 0 ]] || printf ' %d tests were skipped: those over registry dumps want BRISKO_DUMPS to name their folder.' $skipped
+printf '\nEverything took %d s.' $SECONDS
+[[ $skipped -eq 0 ]] || printf ' %d tests were skipped. (Tests of registry dumps need BRISKO_DUMPS, the folder of the dumps.)' $skipped
 printf '\n'
 [[ ${#failed_steps[@]} -eq 0 ]] || printf 'Failed: %s\n' "${failed_steps[@]}"
 failed=$((failed + ${#failed_steps[@]}))

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over src/, sim/, report/ and tools/, as they are compiled in the given build folder (build/asan if none).
+# Runs clang-tidy on src/, sim/, report/ and tools/, as compiled in the given build folder (default: build/asan).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/asan}
@@ -9,6 +9,6 @@ compiled() {
     grep -E "^$PWD/(src|sim|report|tools)/" | LC_ALL=C sort -u
 }
 
-# The compiler has already judged the warnings; here they would only cost time.
+# The compiler has already reported its warnings; repeating them would only take time.
 compiled | xargs --max-args=1 --max-procs="$(nproc)" \
   clang-tidy -p "$build" --quiet --extra-arg=-w 2> >(grep -vE '^[0-9]+ warnings? generated' >&2 || true)

@@ -246,7 +246,7 @@ TEST(Install, refusesAProgramWithoutATeam) {
 
   const Finished run = mac.install({}, {{"STAND_IN_SIGNER", "ad hoc"}});
 
-  EXPECT_THAT(run.errors, HasSubstr("any process on this Mac could command the daemon"));
+  EXPECT_THAT(run.errors, HasSubstr("any process on this Mac could control the daemon"));
   expectNothingHappened(mac, run);
 }
 
@@ -285,7 +285,7 @@ TEST(Install, putsNoProgramWhereOthersMayReplaceIt) {
 
     const Finished run = mac.install();
 
-    EXPECT_THAT(run.errors, HasSubstr("/Library is no folder that root alone may change"));
+    EXPECT_THAT(run.errors, HasSubstr("/Library is not a folder that only root can change"));
     EXPECT_EQ(run.status, 1);
     setMode(mac.at("/Library"), 0755);
     EXPECT_THAT(mac.added(), IsEmpty());
@@ -319,7 +319,7 @@ TEST(Install, reportsWhenTheLaunchServiceDoesNotTakeTheJob) {
   const Finished run = mac.install({}, {{"STAND_IN_REFUSALS", "5"}});
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("does not take the job"));
+  EXPECT_THAT(run.errors, HasSubstr("launchd rejected the job."));
   EXPECT_THAT(run.errors, HasSubstr("The service is not completely installed."));
   EXPECT_EQ(mac.added(), installedFiles());
 }

@@ -96,9 +96,9 @@ TEST_F(Package, wantsAnIdentity) {
   const Finished packing = make({"package"});
 
   EXPECT_EQ(signing.status, 2);
-  EXPECT_THAT(signing.errors, HasSubstr("sign wants an IDENTITY"));
+  EXPECT_THAT(signing.errors, HasSubstr("Set IDENTITY to a signing certificate"));
   EXPECT_EQ(packing.status, 2);
-  EXPECT_THAT(packing.errors, HasSubstr("package wants an INSTALLER_IDENTITY"));
+  EXPECT_THAT(packing.errors, HasSubstr("Set INSTALLER_IDENTITY to an installer certificate"));
   EXPECT_THAT(calls(), IsEmpty());
 }
 
@@ -200,9 +200,9 @@ TEST_F(Package, reportsThatItTakesAMac) {
   const Finished packing = make({"package", "INSTALLER_IDENTITY=Some One"}, plainLinux);
 
   EXPECT_NE(signing.status, 0);
-  EXPECT_THAT(signing.errors, HasSubstr("There is no codesign here: this works on a Mac only"));
+  EXPECT_THAT(signing.errors, HasSubstr("codesign not found: this works only on a Mac"));
   EXPECT_NE(packing.status, 0);
-  EXPECT_THAT(packing.errors, HasSubstr("There is no codesign here: this works on a Mac only"));
+  EXPECT_THAT(packing.errors, HasSubstr("codesign not found: this works only on a Mac"));
 }
 
 }  // namespace

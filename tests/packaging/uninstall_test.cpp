@@ -201,7 +201,7 @@ TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   const Finished run = mac.uninstall({}, {{"STAND_IN_BROKEN", "134"}});
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("so the charge may still be held. It said: brisko-daemon: broken"));
+  EXPECT_THAT(run.errors, HasSubstr("so the charge may still be held. Its last message: brisko-daemon: broken"));
   expectNothingLeft();
 }
 
@@ -253,7 +253,7 @@ TEST_F(Uninstall, leavesTheFilesOfOthers) {
   const Finished run = mac.uninstall();
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("/Library/Brisko holds something that is not ours, so it stays."));
+  EXPECT_THAT(run.errors, HasSubstr("/Library/Brisko contains other files, so it is kept."));
   EXPECT_THAT(mac.added(), ElementsAre("/Library/Brisko 755", "/Library/Brisko/other 644",
                                        "/Library/LaunchDaemons/com.example.plist 644", "/elsewhere 755",
                                        "/elsewhere/file 644"));

@@ -6,15 +6,15 @@ option(BRISKO_FUZZ "Build the fuzzers, with clang and with BRISKO_SANITIZE" OFF)
 option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
 
 if(APPLE)
-  # $<LINK_GROUP:RESCAN,…>, which CMake has for linkers that look through each library once. Apple's looks through all
-  # of them for as long as anything is missing.
+  # CMake defines $<LINK_GROUP:RESCAN,…> for linkers that search each library once. Apple's linker searches all of
+  # them until every symbol is found.
   foreach(language IN ITEMS CXX OBJCXX)
     set(CMAKE_${language}_LINK_GROUP_USING_RESCAN_SUPPORTED TRUE)
     set(CMAKE_${language}_LINK_GROUP_USING_RESCAN "" "")
   endforeach()
 endif()
 
-# Everything of ours is compiled with these; the warnings are errors.
+# All our own code is compiled with these options; warnings are errors.
 add_library(brisko_options INTERFACE)
 set(BRISKO_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 target_compile_options(brisko_options INTERFACE ${BRISKO_WARNINGS})
@@ -29,7 +29,7 @@ if(BRISKO_SANITIZE)
 endif()
 if(BRISKO_SANITIZE_THREADS)
   if(BRISKO_SANITIZE)
-    message(FATAL_ERROR "ThreadSanitizer goes with no other sanitizer")
+    message(FATAL_ERROR "ThreadSanitizer cannot be combined with another sanitizer")
   endif()
   target_compile_options(brisko_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
   target_link_options(brisko_options INTERFACE -fsanitize=thread)
@@ -41,7 +41,7 @@ if(BRISKO_FUZZ)
   target_compile_options(brisko_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(BRISKO_COVERAGE)
-  # Counters live in the mapped profile file, so lives ended by _exit, abort and kill -9 count too.
+  # Counters are in the mapped profile file, so processes that end by _exit, abort or kill -9 count too.
   target_compile_options(brisko_options INTERFACE -fprofile-instr-generate -fcoverage-mapping
                                                   "SHELL:-mllvm -runtime-counter-relocation")
   target_link_options(brisko_options INTERFACE -fprofile-instr-generate)

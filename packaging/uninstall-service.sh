@@ -171,7 +171,8 @@ give_back() {
       return 0
     fi
   fi
-  report_error "The program does not run, so the charge may still be held. Its last message: $(tail -n 1 "$scratch/output")"
+  report_error "The program does not run, so the charge may still be held." \
+    "Its last message: $(tail -n 1 "$scratch/output")"
 }
 
 # Removes the data that the run without data created.

@@ -44,7 +44,8 @@
   slider.value = 3;
   slider.dispatchEvent(new Event("input", { bubbles: true }));
   expect(same(values(), shownOf(data.moments[3])), "the slider does not show its moment");
-  expect(slider.getAttribute("aria-valuetext").includes(data.moments[3].values[1]), "the slider has no text for its value");
+  expect(slider.getAttribute("aria-valuetext").includes(data.moments[3].values[1]),
+    "the slider has no text for its value");
 
   const line = lines[Math.floor(lines.length / 2)];
   line.dispatchEvent(new PointerEvent("pointerover", { bubbles: true }));
@@ -66,7 +67,8 @@
   const paper = getComputedStyle(document.body).backgroundColor;
   const dark = matchMedia("(prefers-color-scheme: dark)").matches;
   expect(dark === (lightness(paper) < 0.2), `the page's background is ${paper}`);
-  expect(getComputedStyle(picture.querySelector(".paper")).fill === paper, "the chart and the page have different backgrounds");
+  expect(getComputedStyle(picture.querySelector(".paper")).fill === paper,
+    "the chart and the page have different backgrounds");
   const texts = [...document.querySelectorAll("h1, .facts, dt, dd, #lines li:not(.chosen), .picture text:not(.word)")];
   for (const text of texts) {
     const style = getComputedStyle(text);
@@ -75,7 +77,8 @@
   }
   for (const word of picture.querySelectorAll(".word")) {
     const name = [...word.classList].find((style) => style.startsWith("on-")).slice(3);
-    const background = picture.querySelector(`.look.${name}`) && getComputedStyle(picture.querySelector(`.look.${name}`)).fill;
+    const area = picture.querySelector(`.look.${name}`);
+    const background = area && getComputedStyle(area).fill;
     const colour = getComputedStyle(word).fill;
     // Text on a pattern has an outline in the background colour of the page.
     const behind = background.startsWith("rgb") ? background : paper;

@@ -72,7 +72,8 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
   step 'release build' build release &&
     step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {
-    step 'tests under sanitizers' run_tests asan "$asan_results" --exclude-regex '^(scenario-macos|brisko-mac-tests-long|mutant)/'
+    step 'tests under sanitizers' run_tests asan "$asan_results" \
+      --exclude-regex '^(scenario-macos|brisko-mac-tests-long|mutant)/'
     step 'clang-tidy' scripts/tidy.sh build/asan
   }
   step 'thread sanitizer build' build tsan --target brisko-control-tests &&
@@ -80,7 +81,8 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
 fi
 
 printf '\nEverything took %d s.' $SECONDS
-[[ $skipped -eq 0 ]] || printf ' %d tests were skipped. (Tests of registry dumps need BRISKO_DUMPS, the folder of the dumps.)' $skipped
+[[ $skipped -eq 0 ]] ||
+  printf ' %d tests were skipped. (Tests of registry dumps need BRISKO_DUMPS, the folder of the dumps.)' $skipped
 printf '\n'
 [[ ${#failed_steps[@]} -eq 0 ]] || printf 'Failed: %s\n' "${failed_steps[@]}"
 failed=$((failed + ${#failed_steps[@]}))

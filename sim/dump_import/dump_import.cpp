@@ -50,7 +50,7 @@ const Dictionary& part(const Dictionary& dictionary, std::string_view key) {
   return inner == nullptr ? *nothing : *inner;
 }
 
-// A number within what can be believed; none when the dump has none, or another.
+// The number if it lies within believable limits; none when the dump lacks it or it lies outside.
 std::optional<double> believable(std::optional<double> value, double least, double most) {
   return value && *value >= least && *value <= most ? value : std::nullopt;
 }
@@ -99,7 +99,8 @@ void readNested(const Dictionary& data, const Dictionary* pack, Reading& reading
   reading.temperatureCentiC = readTemperature(packData);
 }
 
-// What the Mac takes: measured at that moment, or averaged, or on battery what leaves the battery.
+// What the Mac consumes: measured at that moment, or averaged, or on battery the power that leaves the
+// battery.
 std::optional<double> readLoad(const Dictionary& dump, const Reading& reading) {
   const auto watts = believable(number(part(dump, "BatteryData"), "SystemPower"), 0.1, 500);
   if (watts) return watts;
@@ -109,7 +110,7 @@ std::optional<double> readLoad(const Dictionary& dump, const Reading& reading) {
   return -static_cast<double>(reading.currentMA) * static_cast<double>(*reading.voltageMV) / 1e6;
 }
 
-// Minutes to full while charging, to empty on battery; 0 on the adapter without charging.
+// Minutes to full while charging, minutes to empty on battery, and 0 on the adapter without charging.
 std::int64_t readMinutes(const Dictionary& dump, const Reading& reading) {
   constexpr std::int64_t unknown = 65535;
   if (reading.plugged && !reading.charging) return 0;
@@ -156,7 +157,7 @@ std::optional<Reading> read(const Dictionary& dump, const Dictionary* pack, std:
   const auto flatFull = capacity(dump, "AppleRawMaxCapacity");
   const auto full = flatFull ? flatFull : capacity(data, "FullChargeCapacity");
   if (!full) {
-    reason = "the dump does not say how much the battery holds";
+    reason = "the dump does not contain the battery's capacity";
     return std::nullopt;
   }
   Reading reading{};
@@ -180,8 +181,8 @@ const Model& nearestModel(double designMAh) {
   });
 }
 
-// The share of the charge at which 100 % is shown, from one pair of percentage and charge. Near empty a
-// percentage is too coarse for that, and at 100 % the charge only says that it is not more.
+// The share of the full charge at which 100 % is shown, worked out from one pair of percentage and charge.
+// Near empty the percentage is too coarse for that. At 100 % the charge gives only a lower bound.
 double shownFullOf(const Reading& reading, double usual) {
   constexpr double leastPercent = 20;
   constexpr double least = 0.9;
@@ -208,7 +209,7 @@ Model modelOf(const Reading& reading) {
   return model;
 }
 
-// The gauge's own charge, unless it would show another percentage than the dump does.
+// Takes the gauge's own charge, unless that would show another percentage than the dump does.
 void setCharge(Machine& machine, const Reading& reading) {
   if (!reading.chargeMAh) return;
   virtual_mac::Battery& battery = machine.battery;
@@ -217,7 +218,8 @@ void setCharge(Machine& machine, const Reading& reading) {
   if (std::round(virtual_mac::level(machine)) != reading.percent) battery.chargeMAh = before;
 }
 
-// The moment of the dump: readings between two publications of the gauge, which may lag behind the adapter.
+// Sets what the dump shows of its moment. The readings fall between two publications of the gauge, which may
+// lag behind the adapter.
 void setMoment(Machine& machine, const Reading& reading) {
   virtual_mac::Gauge& gauge = machine.gauge;
   gauge.percent = static_cast<std::int64_t>(reading.percent);
@@ -237,7 +239,7 @@ void setMoment(Machine& machine, const Reading& reading) {
   machine.battery.temperatureC = *reading.temperatureCentiC / 100;
 }
 
-// Regular files only: a pipe would make us wait.
+// Opens regular files only: reading a pipe would block.
 std::optional<Dictionary> readFile(const std::string& path, std::string& reason) {
   std::error_code error;
   std::ifstream file;
@@ -250,11 +252,11 @@ std::optional<Dictionary> readFile(const std::string& path, std::string& reason)
   return readDump(text, reason);
 }
 
-// The properties of the battery pack, kept in a file of their own.
+// Reads the properties of the battery pack from their own file.
 std::optional<Dictionary> readPackBeside(const std::string& path) {
   constexpr std::string_view ending = ".json";
   if (!path.ends_with(ending)) return std::nullopt;
-  std::string reason;  // it may be missing
+  std::string reason;  // unused: the file may be missing
   return readFile(path.substr(0, path.size() - ending.size()) + ".pack.json", reason);
 }
 

@@ -18,7 +18,7 @@ using platform::Dictionary;
 using platform::List;
 using platform::Value;
 
-// Real dumps nest seven levels; what nests deeper than this is none.
+// Real dumps nest seven levels deep; anything deeper than this is rejected.
 constexpr int mostLevels = 32;
 constexpr double appleEpoch = 978307200;  // 2001-01-01 in seconds since 1970
 
@@ -31,8 +31,8 @@ struct MemoryFree {
 
 Value fromPlist(plist_t node, int level);
 
-// In a binary list a key may hold zero bytes. Asked for such a key, the library ends the process; as XML it
-// shows them.
+// Keys in a binary list may contain zero bytes. The library ends the process when asked for such a key.
+// Written as XML, the key can be inspected safely.
 bool holdsZeroBytes(plist_t key) {
   char* rawText = nullptr;
   std::uint32_t length = 0;
@@ -41,7 +41,7 @@ bool holdsZeroBytes(plist_t key) {
   return text == nullptr || std::string_view(text.get(), length).find('\0') != std::string_view::npos;
 }
 
-// The key that an entry of a dictionary stands under; none for one that cannot be asked for.
+// The key of a dictionary's entry; none for a key that the library must not be asked for.
 std::optional<std::string> keyOf(plist_t entry) {
   const plist_t key = plist_dict_item_get_key(entry);
   if (key == nullptr || holdsZeroBytes(key)) return std::nullopt;
@@ -79,7 +79,7 @@ Data dataFromPlist(plist_t node) {
 }
 
 Value numberFromPlist(plist_t node) {
-  // Negative numbers come as 2^64 - n.
+  // Negative numbers arrive as 2^64 - n.
   std::uint64_t number = 0;
   plist_get_uint_val(node, &number);
   return static_cast<std::int64_t>(number);

@@ -10,8 +10,8 @@
 
 namespace brisko {
 
-// The one dictionary of the dump, also when a list with one element stands around it. None when the text is
-// neither form or holds something else; `reason` then says what it is.
+// Returns the one dictionary of the dump, also if it is wrapped in a list of one element. Returns none when
+// the text has neither form or contains something else; `reason` then says what is wrong.
 [[nodiscard]] std::optional<platform::Dictionary> readDump(std::string_view text, std::string& reason);
 
 }  // namespace brisko

@@ -32,7 +32,7 @@ constexpr std::chrono::seconds cancelTimeout{20};  // at most
 
 volatile std::sig_atomic_t gInterrupted = 0;
 
-// While it lives, SIGINT and SIGTERM are noted and end nothing.
+// While an object of this class exists, SIGINT and SIGTERM are recorded instead of ending the process.
 class Interruptible {
  public:
   Interruptible() {
@@ -52,7 +52,7 @@ class Interruptible {
   std::array<std::pair<int, struct sigaction>, 2> actions_{{{SIGINT, {}}, {SIGTERM, {}}}};
 };
 
-// --- Words
+// --- Texts
 
 std::string momentText(double machineTime) {
   const auto seconds = static_cast<std::time_t>(machineTime);
@@ -149,14 +149,14 @@ class Campaign {
     printFinished(printableUpTo());
   }
 
-  // The last seed before which all have been played.
+  // The last seed up to which all seeds are finished.
   [[nodiscard]] std::uint64_t printableUpTo() const {
     std::uint64_t seed = printed_;
     while (verdicts_.contains(seed)) ++seed;
     return seed - 1;
   }
 
-  // In the order of the seeds, whoever was played first.
+  // Prints in the order of the seeds, whatever order they finished in.
   void printFinished(std::uint64_t last) {
     for (; printed_ <= last; ++printed_) {
       const auto found = verdicts_.find(printed_);
@@ -172,7 +172,7 @@ class Campaign {
     while (!pool_.allIdle() && Clock::now() < end) collect(milliseconds(100));
   }
 
-  // --- How far it is
+  // --- Progress
 
   [[nodiscard]] double daysRun() const { return (seconds_ + pool_.secondsUnderWay()) / 86400; }
   [[nodiscard]] double minutes() const {
@@ -222,7 +222,7 @@ class Campaign {
         std::string(nameOf(options_.faults)) + ": " +
         (gInterrupted != 0 ? "cancelled after " + counted(finished_, "seed", "seeds") + ", " : "");
     text += failures_ == 0 ? "all invariants hold\n" : counted(failures_, "failure", "failures") + "\n";
-    std::map<int, std::vector<std::uint64_t>> seedsOf;  // by invariant; 0: those that came to no end
+    std::map<int, std::vector<std::uint64_t>> seedsOf;  // by invariant; 0: those that crashed
     for (const auto& [seed, verdict] : verdicts_) {
       if (verdict.result != Result::passed) seedsOf[verdict.invariant].push_back(seed);
     }
@@ -237,9 +237,9 @@ class Campaign {
     output_.print(text);
   }
 
-  // --- Cutting down
+  // --- Shrinking
 
-  // The first seed for each invariant.
+  // Shrinks the first failing seed of each invariant.
   void shrinkFailures() {
     if (!options_.shrinkInto) return;
     std::vector<int> done;
@@ -298,16 +298,16 @@ class Campaign {
   const RunSeed& runSeed_;
   WorkerPool pool_;
 
-  std::uint64_t next_ = options_.seeds.first;     // to be played
-  std::uint64_t printed_ = options_.seeds.first;  // to be told of
+  std::uint64_t next_ = options_.seeds.first;     // the next seed to run
+  std::uint64_t printed_ = options_.seeds.first;  // the next seed to report
   std::map<std::uint64_t, Verdict> verdicts_;
   std::uint64_t finished_ = 0;
   std::uint64_t failures_ = 0;
-  double seconds_ = 0;  // of machine time, of those that ended
+  double seconds_ = 0;  // of machine time, in finished runs
 
   Clock::time_point startedAt_ = Clock::now();
   Clock::time_point progressShownAt_ = startedAt_;
-  bool progressShown_ = false;  // something stands in the line
+  bool progressShown_ = false;  // a progress line is on the terminal
 };
 
 std::optional<std::uint64_t> parseSeed(std::string_view text) {
@@ -323,7 +323,7 @@ std::optional<Seeds> parseSeeds(std::string_view text) {
   const std::size_t dots = text.find("..");
   const auto first = parseSeed(text.substr(0, dots));
   const auto last = dots == std::string_view::npos ? first : parseSeed(text.substr(dots + 2));
-  // All seeds there are cannot be counted.
+  // The seeds must be countable in 64 bits.
   if (!first || !last || *last < *first || *last == UINT64_MAX) return std::nullopt;
   return Seeds{*first, *last};
 }

@@ -1,5 +1,5 @@
 // sim/generate/campaign.h
-// Plays generated scenarios of many seeds, and tells of those in which an invariant was violated.
+// Runs the generated scenarios of many seeds and reports those that violated an invariant.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ namespace brisko::lab {
 struct Seeds {
   std::uint64_t first = 1, last = 1;
 };
-// "17" or "1..400"; none when it is neither, or the last comes before the first.
+// Parses "17" or "1..400". None when the text has neither form or the last seed comes before the first.
 [[nodiscard]] std::optional<Seeds> parseSeeds(std::string_view text);
 
 struct CampaignOptions {
@@ -24,29 +24,29 @@ struct CampaignOptions {
   std::int64_t days = 7;
   Faults faults = Faults::all;
   unsigned jobs = 1;
-  // Where what is left of the first scenario for each invariant is written; none: nothing is cut down.
+  // The folder for the shrunk scenarios, one for each violated invariant; none: nothing is shrunk.
   std::optional<std::string> shrinkInto = std::nullopt;
 };
 
 inline constexpr int campaignPassed = 0;
 inline constexpr int campaignFailed = 1;
-inline constexpr int campaignInterrupted = 130;  // as shells tell control-C
+inline constexpr int campaignInterrupted = 130;  // the status that shells give for control-C
 
-// Where the words go: those of the campaign to standard output, the same for the same seeds; how far it is to
-// standard error.
+// Where the texts go. The results go to standard output and are the same for the same seeds; the progress
+// goes to standard error.
 struct Output {
   std::function<void(const std::string&)> print;
   std::function<void(const std::string&)> progress;
-  bool onTerminal = false;  // the whispers replace each other
+  bool onTerminal = false;  // each progress line replaces the one before
 };
 
-// Plays one scenario of a seed; a test may play something else.
+// Runs the scenario of one seed. Tests may pass a function of their own.
 using RunSeed = std::function<Verdict(std::uint64_t seed, const ShouldContinue&)>;
 
-// Until all are played or SIGINT or SIGTERM comes. The exit status.
+// Runs until all seeds are finished or SIGINT or SIGTERM arrives. Returns the exit status.
 [[nodiscard]] int runCampaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed);
 
-// How a generated scenario of the order is played.
+// Returns the function that generates and runs the scenario of a seed with these options.
 [[nodiscard]] RunSeed runnerFor(const CampaignOptions& options);
 
 }  // namespace brisko::lab

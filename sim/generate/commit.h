@@ -3,7 +3,8 @@
 
 namespace brisko::lab {
 
-// Of the sources that this program was built from, as git names it; "unknown" outside of git.
+// The commit of the sources that this program was built from, in git's notation; "unknown" outside a git
+// repository.
 [[nodiscard]] const char* commitOfBuild();
 
 }  // namespace brisko::lab

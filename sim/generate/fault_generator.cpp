@@ -8,8 +8,8 @@
 
 #include "sim/machine/faults.h"
 
-// No two random numbers may stand in the arguments of one call: compilers differ in which they take
-// first.
+// No two random numbers may be drawn in the arguments of one call: compilers differ in the order in which
+// they evaluate them.
 
 namespace brisko::lab {
 namespace {
@@ -18,7 +18,7 @@ using virtual_mac::Fault;
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko/";
 
-// --- How long it lasts
+// --- Durations
 
 // Some minutes, some hours, or days.
 std::int64_t randomWhile(Rng& rng) {
@@ -34,12 +34,13 @@ std::int64_t randomWhile(Rng& rng) {
   }
 }
 
-// What keeps the daemon from starting is seen to soon: it would do nothing else but start again all the time.
+// A fault that keeps the daemon from starting is repaired soon. Otherwise the daemon would do nothing but
+// restart.
 std::int64_t shortWhile(Rng& rng) { return rng.between(15, 900); }
 
-// --- What is asked for besides the name of a fault
+// --- Arguments of the faults
 
-// The keys of a Mac, and how many bytes they have.
+// The keys of a Mac and their sizes in bytes.
 struct Key {
   const char* name;
   std::int64_t size;
@@ -77,7 +78,7 @@ std::string hex(std::uint64_t byte) {
   return {digits[(byte >> 4U) & 15U], digits[byte & 15U]};
 }
 
-// What keys really hold, or anything.
+// Bytes that such keys really contain, or arbitrary ones.
 std::string randomBytes(const Key& key, Rng& rng) {
   std::string bytes;
   const bool anything = rng.oneIn(3);
@@ -106,7 +107,7 @@ constexpr std::array properties{"CurrentCapacity",
                                 "AppleRawCurrentCapacity",
                                 "NominalChargeCapacity"};
 
-// What is usual of what is measured; the list of faults says what is possible.
+// The usual range of each measured value; the list of faults has the possible range.
 struct Usual {
   std::string_view name;
   std::int64_t least, most;
@@ -145,7 +146,7 @@ std::int64_t randomNumber(const Fault& fault, Rng& rng) {
   return rng.between(static_cast<std::int64_t>(fault.least), static_cast<std::int64_t>(fault.most));
 }
 
-// --- How it is mended
+// --- Repairs
 
 struct RandomFault {
   ScenarioJson action;
@@ -157,7 +158,7 @@ struct Repair {
   std::string_view fault;
   std::string_view name;
 };
-// By another fault that takes the same.
+// Faults that are repaired by another fault with the same arguments.
 constexpr std::array repairs{
     Repair{"key-missing", "key-appears"},
     Repair{"key-ignores-write", "key-obeys"},
@@ -196,7 +197,7 @@ struct Normal {
   std::string_view fault;
   std::int64_t number;
 };
-// By the number that a healthy Mac has.
+// Faults that are repaired by restoring a healthy Mac's number.
 constexpr std::array normal{
     Normal{"slow-current", 0},
     Normal{"trickle", 0},
@@ -266,7 +267,7 @@ void note(std::int64_t at, const RandomFault& randomFault, bool repaired, Rng& r
                 *randomFault.repair);
 }
 
-// --- What is no single fault
+// --- More than a single fault
 
 void upgrade(std::int64_t at, Rng& rng, Timeline& timeline) {
   const std::int64_t version = rng.between(15, 27);
@@ -296,7 +297,7 @@ void removeSettings(std::int64_t at, const ScenarioJson& settings, Rng& rng, Tim
   timeline.note(at + randomWhile(rng), actionOf("settings-replaced", settings));
 }
 
-// Numbers that the daemon refuses to guess about end it, over and over again.
+// Writes a number that the daemon refuses to guess about. It ends the process again and again.
 void writeFatalNumber(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   constexpr std::array texts{R"({"limit": 1e30})", R"({"hysteresis": 18446744073709551616})",
                              R"({"thermalLimit": -1e300})",
@@ -305,7 +306,7 @@ void writeFatalNumber(std::int64_t at, const ScenarioJson& settings, Rng& rng, T
   timeline.note(at + shortWhile(rng), actionOf("settings-file", settings));
 }
 
-// A folder stands where a file belongs, or the other way round.
+// Puts a folder where a file belongs, or a file where a folder belongs.
 void blockFile(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   constexpr std::array files{"config.json", "status.json", "stats.json", "calibration.json"};
   const std::string file = rng.oneIn(5) ? std::string("history") : rng.oneOf(files);
@@ -354,7 +355,7 @@ void letStrangersAsk(std::int64_t at, Rng& rng, Timeline& timeline) {
 
 void sendNonsense(std::int64_t at, Rng& rng, Timeline& timeline) {
   ScenarioJson settings = oddSettings(rng);
-  if (settings == "") settings = " ";  // nothing at all is no request
+  if (settings == "") settings = " ";  // an empty request would not be a request
   timeline.note(at, actionOf("ask", {{"request", "apply"}, {"settings", settings}}));
 }
 
@@ -363,7 +364,7 @@ void killBetweenWrites(std::int64_t at, Rng& rng, Timeline& timeline) {
   timeline.note(at, rng.oneIn(2) ? "plug" : "unplug");
 }
 
-// A crash of the daemon in a bad moment: several at once.
+// Kills the daemon several times at once, at a bad moment.
 void killOverAndOver(std::int64_t at, Rng& rng, Timeline& timeline) {
   for (std::int64_t count = rng.between(1, 4); count > 0; --count) {
     timeline.note(at, "kill");
@@ -399,7 +400,7 @@ void damageFiles(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeli
   }
 }
 
-// --- What is common
+// --- Common faults
 
 RandomFault commonFault(const MacTraits& mac, Rng& rng) {
   constexpr std::array<std::string_view, 19> names{"late-power-source",
@@ -423,7 +424,7 @@ RandomFault commonFault(const MacTraits& mac, Rng& rng) {
                                                    "charge"};
   RandomFault randomFault = addFaultAt(*virtual_mac::findFault(rng.oneOf(names)), mac, rng);
   if (randomFault.action.is_object() && randomFault.action.contains("charge")) {
-    // A gauge that learns anew jumps, but never far.
+    // A gauge that recalibrates itself jumps, but never far.
     randomFault.action = actionOf("charge", rng.between(30, 95));
   }
   return randomFault;
@@ -519,7 +520,7 @@ void addCommonFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rn
 }
 
 void addAllFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
-  // Some scenarios are unlucky now and then, and some have no good day.
+  // Some scenarios have a fault now and then, and some have several every day.
   const std::int64_t meanPause = rng.oneOf(std::array{2 * 86400, 86400, 43200, 14400});
   for (std::int64_t at = rng.between(60, 2 * meanPause); at < timeline.seconds();
        at += rng.between(60, 2 * meanPause)) {

@@ -1,6 +1,6 @@
 // sim/generate/fault_generator.h
-// What goes wrong in a generated scenario: the virtual Mac's list of faults, what can happen to the daemon's
-// files, and how most of it is mended after a while.
+// What goes wrong in a generated scenario: faults from the virtual Mac's list, damage to the daemon's files,
+// and the repair of most of it after a while.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +11,22 @@
 
 namespace brisko::lab {
 
-// The Mac that it happens to.
+// The traits of the Mac that decide which faults fit it.
 struct MacTraits {
   std::string charge;  // "chte", "ch0b0c", "firmware-band" or "none"
   std::string cut;     // "chie", "ch0i", "ch0j" or "none"
   std::int64_t macOS = 0;
 };
 
-// What is common, a few times a month.
+// Adds common faults, a few a month.
 void addCommonFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rng, Timeline& timeline);
-// Everything, from now and then to many times a day.
+// Adds faults of every kind, from one now and then to many a day.
 void addAllFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rng, Timeline& timeline);
 
-// Ways of macOS that a Mac has from the beginning on, as actions.
+// Ways of macOS that a Mac has from the beginning, as actions.
 [[nodiscard]] std::vector<ScenarioJson> randomQuirks(Rng& rng);
 
-// A file of settings that no app writes.
+// A settings file that no app would write.
 [[nodiscard]] ScenarioJson oddSettings(Rng& rng);
 
 }  // namespace brisko::lab

@@ -1,6 +1,6 @@
-// sim/generate/scenario.h
-// A scenario that nobody wrote: what a campaign makes up and plays, and cuts down afterwards. Its text is a
-// scenario like any other.
+// sim/generate/generated_scenario.h
+// A scenario that the generator produces and a campaign runs and shrinks. Its text is a scenario file like
+// any other.
 #pragma once
 
 #include <cstdint>
@@ -24,12 +24,12 @@ struct GeneratedScenario {
   ScenarioJson daemon = ScenarioJson::object();
   std::optional<ScenarioJson> settings = std::nullopt;  // an object or a text; none: no file
   std::vector<ScenarioJson> before = {};
-  std::vector<TimedAction> timedActions = {};  // in their order
-  std::int64_t seconds = 0;                    // until its end
+  std::vector<TimedAction> timedActions = {};  // in order of time
+  std::int64_t seconds = 0;                    // its whole length
 };
 
-// The scenario's file, judged by the invariants alone. Step n of its timeline is timed action n; the last
-// step has none.
+// The text of the scenario's file, in the mode that checks invariants only. Step n of its timeline is timed
+// action n; the last step has no action.
 [[nodiscard]] std::string scenarioText(const GeneratedScenario& scenario);
 
 // An action with a value: {"charge": 60}.

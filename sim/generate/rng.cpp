@@ -6,7 +6,7 @@
 namespace brisko::lab {
 namespace {
 
-// Seeds that lie side by side give streams that do not (the finalizer of SplitMix64).
+// Turns neighbouring seeds into unrelated streams (the finalizer of SplitMix64).
 std::uint64_t scattered(std::uint64_t number) {
   number += 0x9e3779b97f4a7c15U;
   number = (number ^ (number >> 30U)) * 0xbf58476d1ce4e5b9U;
@@ -19,7 +19,8 @@ std::uint64_t scattered(std::uint64_t number) {
 Rng::Rng(std::uint64_t seed, std::uint64_t stream) : engine_(scattered(scattered(seed) + stream)) {}
 
 std::uint64_t Rng::below(std::uint64_t end) {
-  // The uneven rest at the end of the range is thrown again.
+  // Numbers in the incomplete last part of the range are drawn again, so that all remainders are equally
+  // likely.
   constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
   const std::uint64_t even = most - most % end;
   std::uint64_t thrown = engine_();
@@ -28,7 +29,7 @@ std::uint64_t Rng::below(std::uint64_t end) {
 }
 
 std::int64_t Rng::between(std::int64_t least, std::int64_t most) {
-  // Without a sign, where it may be wider than a signed number.
+  // Unsigned, because the range may be wider than a signed number can hold.
   const auto first = static_cast<std::uint64_t>(least);
   return static_cast<std::int64_t>(first + below(static_cast<std::uint64_t>(most) - first + 1));
 }

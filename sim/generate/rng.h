@@ -1,6 +1,6 @@
 // sim/generate/rng.h
-// Randomness that is the same everywhere: what a seed gives depends on neither compiler nor library, unlike
-// the standard distributions, which each library rolls in its own way.
+// Random numbers that are the same everywhere: a seed gives the same numbers with every compiler and library.
+// The standard distributions differ from library to library.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace brisko::lab {
 
 class Rng {
  public:
-  // Streams of one seed have nothing to do with each other.
+  // Streams of the same seed are independent of each other.
   Rng(std::uint64_t seed, std::uint64_t stream);
 
   [[nodiscard]] std::uint64_t below(std::uint64_t end);                       // 0 … end - 1; end at least 1
@@ -21,10 +21,10 @@ class Rng {
   [[nodiscard]] bool percent(std::uint64_t chance) { return below(100) < chance; }
 
   template <typename Range>
-  [[nodiscard]] auto oneOf(const Range& range) {  // that is not empty
+  [[nodiscard]] auto oneOf(const Range& range) {  // which must not be empty
     return *(std::begin(range) + static_cast<std::ptrdiff_t>(below(std::size(range))));
   }
-  // An index, each as often as its weight says; they may not all be 0.
+  // Returns an index; each is as likely as its weight. At least one weight must not be 0.
   [[nodiscard]] std::size_t weighted(std::span<const unsigned> weights);
 
  private:

@@ -6,13 +6,13 @@
 #include "sim/generate/fault_generator.h"
 #include "sim/generate/user_generator.h"
 
-// No two random numbers may stand in the arguments of one call: compilers differ in which they take
-// first.
+// No two random numbers may be drawn in the arguments of one call: compilers differ in the order in which
+// they evaluate them.
 
 namespace brisko::lab {
 namespace {
 
-// The same seed has the same Mac and the same user, whatever else happens to them.
+// The same seed gives the same Mac and the same user, whatever faults are generated for them.
 constexpr std::uint64_t macStream = 1;
 constexpr std::uint64_t userStream = 2;
 constexpr std::uint64_t faultStream = 3;
@@ -54,7 +54,7 @@ void chooseSystem(GeneratedMac& mac, Rng& rng) {
   mac.words["macOS"] = mac.traits.macOS;
   const bool limit = !rng.oneIn(5);
   if (mac.traits.macOS >= 26 && !limit) mac.words["chargeLimit"] = false;
-  // A Mac without any key can only be held by the limit of macOS.
+  // A Mac without any charge key can be held only by macOS's own limit.
   if (mac.traits.macOS >= 26 && limit && rng.oneIn(8)) {
     mac.traits.charge = "none";
     mac.words["gate"] = "none";

@@ -1,6 +1,6 @@
 // sim/generate/scenario_generator.h
-// Somebody with a Mac, generated from a seed: what Mac it is, what its user is like and does all day, and
-// what goes wrong meanwhile. The same seed gives the same bytes everywhere.
+// Generates a scenario from a seed: the Mac, its user's character and daily routine, and what goes wrong
+// meanwhile. The same seed gives the same bytes everywhere.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +13,14 @@ namespace brisko::lab {
 
 enum class Faults : std::uint8_t {
   none,  // an obedient Mac and a human user
-  some,  // now and then what is common
-  all,   // whatever the virtual Mac's list of faults has, and what can happen to files
+  some,  // common faults now and then
+  all,   // everything in the virtual Mac's list of faults, and damage to files
 };
 [[nodiscard]] std::string_view nameOf(Faults faults);
 
 [[nodiscard]] GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults faults);
 
-// The faults of the virtual Mac's list that are no more than what people do with an obedient one.
+// The entries of the virtual Mac's list of faults that people cause by ordinary use of an obedient Mac.
 [[nodiscard]] std::span<const std::string_view> everydayActions();
 
 }  // namespace brisko::lab

@@ -27,7 +27,7 @@ class Shrinking {
   }
 
  private:
-  // What comes after the end of what matters, and the time after it.
+  // Removes what comes after the failure, and the time after it.
   static void cutAfter(GeneratedScenario& scenario, double seconds) {
     const auto end = static_cast<std::int64_t>(std::ceil(seconds)) + 1;
     std::erase_if(scenario.timedActions,
@@ -35,7 +35,7 @@ class Shrinking {
     scenario.seconds = std::min(scenario.seconds, end + 60);
   }
 
-  // Tries them in their order, and continues with the first that is still wrong.
+  // Tries the candidates in order and continues with the first that still fails.
   bool acceptFirst(const Candidates& candidates) {
     for (std::size_t from = 0; from < candidates.size() && tries_ < bounds_.tries; from += bounds_.atOnce) {
       const std::size_t to = std::min(from + bounds_.atOnce, candidates.size());
@@ -59,7 +59,8 @@ class Shrinking {
     return scenario;
   }
 
-  // Leaves out runs of timed actions, long ones first. The latest matter most, so the earliest go first.
+  // Leaves out runs of timed actions, long runs first. The latest actions matter most, so the earliest are
+  // tried first.
   void thinOut() {
     for (std::size_t run = best_.timedActions.size(); run > 0 && tries_ < bounds_.tries;) {
       run = std::min(run, best_.timedActions.size());
@@ -71,7 +72,7 @@ class Shrinking {
     }
   }
 
-  // The members of an object that may be missing, and the object without each.
+  // Tries the object without each of its optional members.
   template <typename Set>
   void dropMembers(const ScenarioJson& object, const Set& set) {
     std::vector<std::string> names;
@@ -101,7 +102,7 @@ class Shrinking {
                 [](GeneratedScenario& one, const std::string& name) { one.settings->erase(name); });
   }
 
-  // From the happening `index` on everything comes `seconds` earlier.
+  // Moves everything from timed action `index` on `seconds` earlier.
   [[nodiscard]] GeneratedScenario earlier(std::size_t index, std::int64_t seconds) const {
     GeneratedScenario scenario = best_;
     for (std::size_t moved = index; moved < scenario.timedActions.size(); ++moved) {

@@ -1,6 +1,6 @@
 // sim/generate/shrink.h
-// Cuts a scenario down to the few things that matter: what can be left out so that the same still goes wrong,
-// is.
+// Shrinks a failing scenario to the few things that matter: whatever can be left out while the same failure
+// remains is left out.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +12,8 @@
 
 namespace brisko::lab {
 
-// The first of the candidates that goes wrong in the same way as the scenario, and the seconds from its
-// beginning until then; none when none does.
+// The first of the candidates that fails in the same way as the scenario, and the seconds from its beginning
+// to the failure; none when no candidate does.
 struct StillFailing {
   std::size_t index = 0;
   double seconds = 0;
@@ -21,8 +21,8 @@ struct StillFailing {
 using TryOut = std::function<std::optional<StillFailing>(const std::vector<GeneratedScenario>& candidates)>;
 
 struct ShrinkBounds {
-  std::size_t tries = 600;  // scenarios that are tried out at most
-  std::size_t atOnce = 2;   // … side by side
+  std::size_t tries = 600;  // the most candidates to try
+  std::size_t atOnce = 2;   // … and how many run in parallel
 };
 
 struct Shrunk {
@@ -30,8 +30,8 @@ struct Shrunk {
   std::size_t tries = 0;
 };
 
-// `seconds` is when the scenario goes wrong. What is left keeps its order, and its times while things are
-// left out; in the end the pauses in which nothing matters are made shorter.
+// `seconds` is the time of the failure. The remaining actions keep their order. They keep their times too
+// while actions are removed; at the end, pauses that do not matter are shortened.
 [[nodiscard]] Shrunk shrink(const GeneratedScenario& scenario, double seconds, const ShrinkBounds& bounds,
                             const TryOut& tryOut);
 

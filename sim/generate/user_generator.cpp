@@ -4,20 +4,20 @@
 #include <string_view>
 #include <utility>
 
-// No two random numbers may stand in the arguments of one call: compilers differ in which they take
-// first.
+// No two random numbers may be drawn in the arguments of one call: compilers differ in the order in which
+// they evaluate them.
 
 namespace brisko::lab {
 namespace {
 
-// Minutes.
+// In minutes.
 constexpr std::int64_t hour = 60;
 constexpr std::int64_t noon = 12 * hour;
 
-// What a person who uses the Mac in this way does on a day and in the night after it.
+// Plans what such a user does on one day and in the night after it.
 using PlanDay = void (*)(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline);
 
-// A moment about then, to the second.
+// A moment near this minute, to the second.
 std::int64_t about(std::int64_t day, std::int64_t minute, std::int64_t jitter, Rng& rng,
                    const Timeline& timeline) {
   return timeline.moment(day, minute) + rng.between(-jitter * 60, jitter * 60);
@@ -76,7 +76,7 @@ void commute(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timelin
   timeline.note(about(day, habits.sleepsAt - 20, 15, rng, timeline), "plug");
 }
 
-// Closed on a dock for weeks; taken along once in a while.
+// Closed on a dock for weeks; taken away once in a while.
 void standOnDock(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   timeline.note(about(day, habits.wakesAt, 15, rng, timeline), "wake");
   if (day % 7 == 6 && rng.percent(30)) {
@@ -86,7 +86,7 @@ void standOnDock(std::int64_t day, const Habits& habits, Rng& rng, Timeline& tim
   }
 }
 
-// On the battery all day, full by the morning if nothing stopped it.
+// On the battery all day, and full by the morning if nothing stops the charging.
 void chargeAtNight(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   const std::int64_t up = about(day, habits.wakesAt, 15, rng, timeline);
   timeline.note(up, "unplug");
@@ -120,7 +120,7 @@ void study(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline)
   }
 }
 
-// Plugs in and pulls out when it comes to mind, which may take days.
+// Plugs in and unplugs at random moments, which may be days apart.
 void forget(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   timeline.note(about(day, habits.wakesAt + 60, 60, rng, timeline), "wake");
   if (rng.percent(40)) timeline.note(about(day, noon, 240, rng, timeline), "plug");
@@ -136,7 +136,7 @@ constexpr std::array kinds{
     Kind{"a night-charger", chargeAtNight}, Kind{"a student", study},    Kind{"somebody forgetful", forget},
 };
 
-// --- Around the day
+// --- Besides the daily routine
 
 void night(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   const std::int64_t bed = about(day, habits.sleepsAt, 30, rng, timeline);
@@ -147,7 +147,7 @@ void night(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline)
     return;
   }
   timeline.note(bed, goToSleep(habits));
-  // One that is not asleep by now has its lid closed.
+  // If the Mac is not asleep by now, its user closes the lid.
   if (rng.percent(70)) timeline.note(bed + 900, "sleep");
   if (!habits.powerNap) return;
   for (std::int64_t now = bed + 1200; now < up; now += rng.between(1200, 7200)) {
@@ -193,7 +193,7 @@ ScenarioJson randomLimit(Rng& rng) {
   }
 }
 
-// One change as the app makes it.
+// One change of the settings as the app makes it.
 ScenarioJson randomEdit(Rng& rng) {
   ScenarioJson edit = ScenarioJson::object();
   switch (rng.between(0, 11)) {
@@ -242,7 +242,7 @@ ScenarioJson randomEdit(Rng& rng) {
   return edit;
 }
 
-// What the app knows of the settings: what it asked for, without what the daemon withdrew.
+// The app's copy of the settings: what the app asked for, without what the daemon withdrew.
 void merge(ScenarioJson& settings, const ScenarioJson& edit) {
   for (const char* oneShot : {"topUp", "calibrate", "resetStats"}) settings[oneShot] = false;
   for (const auto& [name, value] : edit.items()) settings[name] = value;
@@ -270,7 +270,7 @@ void fiddle(std::int64_t day, const Habits& habits, ScenarioJson& settings, Rng&
   }
 }
 
-// The slider of macOS and the menu of the battery.
+// Uses macOS's slider and the battery's menu.
 void useMacOSLimit(std::int64_t day, Rng& rng, Timeline& timeline) {
   const std::int64_t at = about(day, noon + 180, 480, rng, timeline);
   if (rng.percent(3)) timeline.note(at, actionOf("limit", 5 * rng.between(16, 20)));
@@ -292,7 +292,7 @@ void removeTheApp(std::int64_t at, Rng& rng, Timeline& timeline) {
   if (rng.oneIn(2)) timeline.note(back + 120, "terminate");
 }
 
-// The app takes the service away and sets it up again later, with all data erased before if asked to.
+// The app removes the service and installs it again later, after erasing all data if asked to.
 void reinstall(std::int64_t at, bool erase, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   if (erase) timeline.note(at, actionOf("ask", "purge"));
   timeline.note(at + rng.between(1, 5), actionOf("ask", "release"));
@@ -300,7 +300,7 @@ void reinstall(std::int64_t at, bool erase, const ScenarioJson& settings, Rng& r
   const std::int64_t again = at + rng.oneOf(std::array{120, 3600, 90000});
   timeline.note(again, actionOf("settings-file", settings));
   timeline.note(again + 1, "load");
-  // Whoever finds the Mac off comes back to it.
+  // A user who finds the Mac off comes back to it.
   timeline.note(again + 20000, "load");
 }
 

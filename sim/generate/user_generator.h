@@ -12,7 +12,7 @@
 
 namespace brisko::lab {
 
-// All settings as the app writes them, of a user who knows what they want.
+// All settings as the app writes them for a user who knows what they want.
 [[nodiscard]] ScenarioJson randomSettings(Rng& rng);
 
 struct Habits {
@@ -22,12 +22,12 @@ struct Habits {
   unsigned fiddling;          // percent of the days on which they change something in the app
   bool powerNap;              // the Mac wakes for maintenance at night
   bool closesLid;             // else it falls asleep by itself
-  bool shutsDown;             // and does not leave it asleep at night
+  bool shutsDown;             // else it stays asleep at night
   std::int64_t heaviestLoad;  // W
 };
 [[nodiscard]] Habits randomHabits(Rng& rng);
 
-// Everything that the person does, with `settings` to begin with.
+// Adds everything that the user does. The scenario begins with `settings`.
 void addUserActions(std::int64_t days, const Habits& habits, ScenarioJson settings, Rng& rng,
                     Timeline& timeline);
 

@@ -1,5 +1,5 @@
 // sim/generate/verdict.h
-// How a generated scenario went.
+// The result of running a generated scenario.
 #pragma once
 
 #include <cstddef>
@@ -14,28 +14,28 @@
 namespace brisko::lab {
 
 enum class Result : std::uint8_t {
-  passed,     // every invariant, held
-  failed,     // something did not
-  crashed,    // the process that played it died, or was never heard of again
-  cancelled,  // it was not to continue
+  passed,     // every invariant held
+  failed,     // an invariant was violated
+  crashed,    // the process that ran it died or stopped reporting
+  cancelled,  // it was asked to stop
 };
 
 struct Verdict {
   Result result = Result::crashed;
   double begin = 0;    // machine time
-  double seconds = 0;  // … that was played
-  // Of one that went wrong:
+  double seconds = 0;  // … that was run
+  // Of a failed or crashed run:
   int invariant = 0;
   double at = 0;                                          // seconds since the beginning
-  std::string seen = {};                                  // instead; or how the process ended
-  std::vector<std::string> log = {};                      // its end
-  std::optional<std::size_t> timedAction = std::nullopt;  // the latest before it
+  std::string seen = {};                                  // what was seen instead, or how the process ended
+  std::vector<std::string> log = {};                      // its last lines
+  std::optional<std::size_t> timedAction = std::nullopt;  // the latest one before the failure
 };
 
-// Plays it in this process.
+// Runs the scenario in this process.
 [[nodiscard]] Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& shouldContinue);
 
-// As a line of text, and back; none when it is no such line.
+// Converts a verdict to a line of text and back; none when the line is not a verdict.
 [[nodiscard]] std::string lineOf(const Verdict& verdict);
 [[nodiscard]] std::optional<Verdict> verdictOf(const std::string& line);
 

@@ -60,12 +60,12 @@ void say(int pipe, const std::string& line) {
   std::string_view rest = line;
   while (!rest.empty()) {
     const ssize_t count = ::write(pipe, rest.data(), rest.size());
-    if (count < 0 && errno != EINTR) ::_exit(1);  // nobody listens any more
+    if (count < 0 && errno != EINTR) ::_exit(1);  // nobody reads any more
     if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
   }
 }
 
-// Nothing is ever sent through the pipe: it ends when the lab wants it or is no more.
+// Nothing is ever sent through the pipe. It is closed when the lab cancels the run, or ends.
 bool hasEnded(int pipe) {
   pollfd look{.fd = pipe, .events = POLLIN, .revents = 0};
   return ::poll(&look, 1, 0) > 0;
@@ -105,10 +105,10 @@ std::string endText(int status) {
 struct Worker {
   std::uint64_t number;
   pid_t process;
-  File progress;  // what it tells
+  File progress;  // the worker's reports
   File errors;    // its standard error
   std::string received = {};
-  double seconds = 0;  // that it has played
+  double seconds = 0;  // machine time run so far
   Clock::time_point receivedAt = Clock::now();
   bool timedOut = false;
 };
@@ -122,7 +122,7 @@ struct WorkerPool::Impl {
   Pipe shouldContinue{};
   std::list<Worker> workers{};
 
-  // What they tell until they end. True when there is nothing more to hear of it.
+  // Reads the worker's reports. Returns true when the worker has nothing more to report.
   bool receive(Worker& worker) const {
     std::array<char, 4096> part{};
     const ssize_t count = ::read(worker.progress.number(), part.data(), part.size());
@@ -140,7 +140,7 @@ struct WorkerPool::Impl {
   Verdict takeVerdict(Worker& worker) const {
     int status = 0;
     while (::waitpid(worker.process, &status, 0) < 0 && errno == EINTR) continue;
-    // What it forked ends with it.
+    // Its child processes end with it.
     ::kill(-worker.process, SIGKILL);
     if (auto verdict = verdictOf(worker.received)) return *verdict;
     Verdict crashed{.seconds = worker.seconds};
@@ -184,7 +184,8 @@ void WorkerPool::begin(std::uint64_t number, const Task& task) {
   std::fflush(nullptr);
   const pid_t process = ::fork();
   if (process < 0) throw std::system_error(errno, std::generic_category(), "fork");
-  // Both set it, so that it is set for either: control-C at the terminal is for the lab alone.
+  // Parent and child both call this, so that it has taken effect for either. Control-C at the terminal must
+  // reach the lab alone.
   ::setpgid(process, process);
   if (process == 0) {
     for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) std::signal(signal, SIG_DFL);

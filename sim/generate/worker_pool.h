@@ -1,6 +1,6 @@
 // sim/generate/worker_pool.h
-// Processes that play scenarios side by side, one scenario each. One that dies or falls silent is told like
-// any other end, and none outlives the lab: not even when that is killed.
+// Runs scenarios in parallel worker processes, one scenario each. A worker that dies or stops reporting ends
+// with a verdict like any other, and no worker outlives the lab, even if the lab is killed.
 #pragma once
 
 #include <chrono>
@@ -18,11 +18,12 @@ class WorkerPool {
  public:
   using Task = std::function<Verdict(const ShouldContinue&)>;
 
-  // One that says nothing for so long is ended; a day of machine time takes far less than a second.
+  // A worker that reports nothing for this long is killed; a day of machine time takes far less than a
+  // second.
   static constexpr std::chrono::seconds usualTimeout{300};
 
   explicit WorkerPool(unsigned most, std::chrono::milliseconds timeout = usualTimeout);
-  ~WorkerPool();  // ends those that still play
+  ~WorkerPool();  // kills the workers that still run
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
@@ -34,11 +35,11 @@ class WorkerPool {
     std::uint64_t number = 0;
     Verdict verdict = {};
   };
-  // Waits until somebody ends, a signal comes, or so much time has passed.
+  // Waits until a worker ends, a signal arrives, or this much time has passed.
   [[nodiscard]] std::vector<Ended> wait(std::chrono::milliseconds atMost);
-  // The machine time that those who play now have played so far.
+  // The machine time that the running workers have completed so far.
   [[nodiscard]] double secondsUnderWay() const;
-  // Those who play are asked to cancel, and do so soon.
+  // Asks the running workers to stop, which they do soon.
   void cancel();
 
  private:

@@ -1,4 +1,5 @@
-// What state a tick ends in, whether the hardware is as the state says, and what becomes of the charge.
+// Rules about the state that a tick ends in, whether the hardware matches the state, and how the charge
+// develops.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -29,15 +30,15 @@ bool isCalibrating() { return gCal.phase != CalPhase::idle; }
 // ---------------------------------------------------------------------------------------------------------
 // 2: the hardware is as the state says
 
-// What drifted in a hold or a discharge is put right by the next tick. Nobody looks after a key that was
-// undone behind an open gate, or after a cut that somebody else made, until the state changes.
+// Drift in a hold or a discharge is corrected by the next tick. A key that was undone while the gate is open,
+// or a cut that somebody else made, is left alone until the state changes.
 class HardwareFollows final : public Rule {
  public:
   void tickBegins(const Observation& observation, const Violated&) override {
-    if (!state_) noteState(observation);  // it was read from the keys
+    if (!state_) noteState(observation);  // it was read from the keys at the start
   }
 
-  // Before a sleep and when the app is gone the state changes outside of passes.
+  // Before a sleep, and when the app is deleted, the state changes outside of ticks.
   void iterationEnded(const LoopIteration&, const Observation& observation, const Violated&) override {
     if (gState != state_) noteState(observation);
   }
@@ -67,13 +68,13 @@ class HardwareFollows final : public Rule {
   }
 
   std::optional<ChargeState> state_;
-  std::uint64_t disturbanceCount_ = 0;  // so far when the present state was written
+  std::uint64_t disturbanceCount_ = 0;  // at the time when the present state was written
 };
 
 // ---------------------------------------------------------------------------------------------------------
 // 5 to 8 and 10: the state that a tick ends in
 
-// macOS's own limit is not driven before it is known what to give back, and the state stays as it was found.
+// macOS's own limit is not driven before the earlier limit is known, so the state stays as it was found.
 bool stateIsDriven() { return !gateIsMacOSLimit() || gNativeBefore.has_value(); }
 
 bool isMaintenanceWake() {
@@ -81,13 +82,13 @@ bool isMaintenanceWake() {
   return capabilities && (*capabilities & capabilityGraphics) == 0;
 }
 
-// What macOS does by itself in a maintenance wake is only told. A calibration drains in every kind of wake.
+// What macOS does by itself in a maintenance wake is only logged. A calibration drains in every kind of wake.
 void checkMaintenanceWake(const TickRecord& tick, const Violated& violated) {
   if (tick.sample.state != ChargeState::discharge || isCalibrating() || !gateHasKeys()) return;
   if (isMaintenanceWake()) violated(5, stateText(tick));
 }
 
-// Also when it is hot, and also after a discharge.
+// Holds also when the battery is hot, and also after a discharge.
 void checkSwitchedOff(const TickRecord& tick, const Violated& violated) {
   if (tick.settings.enabled || isCalibrating() || !stateIsDriven()) return;
   if (tick.sample.state != ChargeState::allow) violated(6, stateText(tick));
@@ -97,7 +98,7 @@ void checkWithoutAdapter(const TickRecord& tick, const Observation& observation,
   if (adapterIsSeen(observation.machine()) || gThermalPaused || !stateIsDriven()) return;
   ChargeState expected = ChargeState::allow;
   if (isCalibrating()) {
-    // A drain that has arrived is held where it is, adapter or not.
+    // A drain that has reached its target is held there, with or without the adapter.
     const bool drained = gCal.phase == CalPhase::drain && tick.sample.pct <= tick.settings.calDrain;
     if (!drained || !gateHasKeys()) return;
     expected = ChargeState::hold;
@@ -105,14 +106,15 @@ void checkWithoutAdapter(const TickRecord& tick, const Observation& observation,
   if (tick.sample.state != expected) violated(7, stateText(tick));
 }
 
-// What the settings call hot is hot, whatever the daemon made of it.
+// The settings decide what is hot, whatever the daemon concluded.
 bool isHot(const TickRecord& tick) {
   const Settings& settings = tick.settings;
   const bool reached = tick.sample.temp && *tick.sample.temp >= static_cast<double>(settings.thermalLimit);
   return gThermalPaused || (settings.thermal && gLastPlugged && reached);
 }
 
-// Judged is the state: a band below its lower edge charges all the same, and macOS may refuse its limit.
+// Only the state is checked: below its lower edge a firmware band charges all the same, and macOS may refuse
+// its limit.
 void checkHeat(const TickRecord& tick, const Violated& violated) {
   if (!gateHasKeys() || !isHot(tick) || !(tick.settings.enabled || isCalibrating())) return;
   if (tick.sample.state != ChargeState::hold) violated(8, stateText(tick));
@@ -140,8 +142,8 @@ class StateAfterATick final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 9: the ceiling
 
-// A stretch begins with a tick below the limit and lasts for as long as the daemon can see and act: it ends
-// with other settings, with the adapter, with a sleep and with whatever disturbs keys or readings.
+// An interval begins with a tick below the limit and lasts for as long as the daemon can see and act. It ends
+// when the settings or the adapter change, with a sleep, and with anything that disturbs keys or readings.
 class Ceiling final : public Rule {
  public:
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated&) override {
@@ -177,7 +179,7 @@ class Ceiling final : public Rule {
 
   static bool mayBegin(const TickRecord& tick, const Observation& observation) {
     const Machine& machine = observation.machine();
-    // A band lets the controller decide, and a current that lingers or trickles obeys nobody.
+    // In a band the controller decides, and a lingering or trickling current does not follow any order.
     return limitHadToHold(tick, machine) && gGate->charge != ChargeKeys::firmwareBand &&
            keysObey(machine, *gGate) && machine.battery.trickleMA <= 0 && machine.battery.decaySeconds <= 0 &&
            tick.sample.pct < bandAskedFor(tick.settings).upper;
@@ -186,7 +188,8 @@ class Ceiling final : public Rule {
   void begin(const TickRecord& tick, const Observation& observation) {
     const Machine& machine = observation.machine();
     const virtual_mac::Battery& battery = machine.battery;
-    // The gauge tells the charge once a minute, so the daemon learns that late that the limit is reached.
+    // The gauge publishes the charge once a minute, so the daemon learns up to a minute late that the limit
+    // is reached.
     const double inAMinute = 100 * battery.maxChargeMA / 60 / (battery.fullMAh * battery.shownFull);
     const auto upper = static_cast<double>(bandAskedFor(tick.settings).upper);
     interval_ = {.settings = tick.settings,
@@ -217,7 +220,7 @@ bool sameChoices(const Settings& one, const Settings& other) {
   return one.limit == other.limit && one.enabled == other.enabled && one.discharge == other.discharge;
 }
 
-// A spell on battery does not open the band again, a tick without a power reading may.
+// Time on battery does not open the band again; a tick without a power reading may.
 class Hysteresis final : public Rule {
  public:
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
@@ -238,8 +241,8 @@ class Hysteresis final : public Rule {
   }
 
  private:
-  // True when they differ from those of the tick before; also when that was cut short, for it took note of
-  // its own. The first tick has nothing to differ from.
+  // Returns true when the choices differ from those of the tick before, even if that tick ended early, for it
+  // recorded its own. The first tick has nothing to differ from.
   bool noteChoices(const TickRecord& tick) {
     const bool changed = !first_ && !(settings_ && tick.complete && sameChoices(*settings_, tick.settings));
     first_ = false;
@@ -249,7 +252,7 @@ class Hysteresis final : public Rule {
   }
 
   bool first_ = true;
-  std::optional<Settings> settings_;  // of the tick before, unless it was cut short
+  std::optional<Settings> settings_;  // of the tick before, unless it ended early
   bool reached_ = false;
 };
 

@@ -80,7 +80,7 @@ std::vector<FileChange> FileWatcher::takeChanges() {
       }
     }
   }
-  // The two themselves come and go too.
+  // The two folders themselves may come and go too.
   for (const char* folder : dataFolders) watch(folder, &found);
   return found;
 }

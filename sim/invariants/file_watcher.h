@@ -1,5 +1,6 @@
 // sim/invariants/file_watcher.h
-// Sees every creation, writing, moving and removal below the daemon's two folders, through the kernel.
+// Reports everything created, written, moved or removed below the daemon's two folders, as the kernel sees
+// it.
 #pragma once
 
 #include <map>
@@ -12,15 +13,16 @@ namespace brisko::lab {
 
 class FileWatcher {
  public:
-  // Opened in the lab and inherited by the processes: the kernel takes its time to close them.
+  // Opened in the lab and inherited by the processes, because the kernel takes long to close the descriptors.
   explicit FileWatcher(std::string volume);
   ~FileWatcher();
   FileWatcher(const FileWatcher&) = delete;
   FileWatcher& operator=(const FileWatcher&) = delete;
 
-  // In a process: what is there now is known, and what happened before is not looked at.
+  // Called in a process: takes what exists now as known and drops all earlier events.
   void open();
-  // What happened since the last look. A folder that is new is looked into: what stands there counts too.
+  // Returns the changes since the last call. A new folder is searched, and what it contains counts as changed
+  // too.
   [[nodiscard]] std::vector<FileChange> takeChanges();
 
  private:
@@ -28,7 +30,7 @@ class FileWatcher {
 
   std::string volume_;
   int queue_;
-  std::map<int, std::string> watched_;  // by the kernel's number: folders, unmapped
+  std::map<int, std::string> watched_;  // by watch descriptor: folders, unmapped
 };
 
 }  // namespace brisko::lab

@@ -1,6 +1,6 @@
 // sim/invariants/gate_keys.h
-// The keys of a gate as one sees them who looks at the machine: what they show, and what a write makes of
-// them. The words are those of the daemon, written down a second time: who judges must not ask the judged.
+// The keys of a gate as an observer of the machine sees them: what they show, and the effect of a write. The
+// values repeat those of the daemon on purpose: a check must not ask the code that it checks.
 #pragma once
 
 #include <array>
@@ -11,7 +11,8 @@
 
 namespace brisko::lab {
 
-// A key and the value that stops the charging, arms the band or cuts the adapter: this byte, the others 0.
+// A key and the value that stops the charging, arms the band or cuts the adapter: this byte, followed by
+// zeros.
 struct KeyWord {
   std::uint32_t code = 0;  // 0: the gate has no such key
   std::uint32_t size = 0;  // bytes
@@ -21,18 +22,18 @@ struct KeyWord {
 struct GateWords {
   KeyWord stop;
   KeyWord secondStop;             // of a pair
-  std::array<KeyWord, 2> limits;  // of a band; no value of them is a word
+  std::array<KeyWord, 2> limits;  // of a band; no value of them counts as an order
   KeyWord cut;
 
   [[nodiscard]] std::array<KeyWord, 5> all() const { return {stop, secondStop, limits[0], limits[1], cut}; }
 };
 
-// Those of a gate that leaves the charging to macOS are all none.
+// Of a gate that leaves the charging to macOS all words are empty.
 [[nodiscard]] GateWords wordsOf(const ChargeGate& gate);
 
-// What the keys show to the daemon when it reads them back.
+// What the daemon reads back from the keys.
 struct GateKeys {
-  bool first = false;  // each stopped; of a gate with one such key the second always is
+  bool first = false;  // each key reads stopped; with a single key, the second is always true
   bool second = false;
   bool cut = false;
 
@@ -42,16 +43,16 @@ struct GateKeys {
 
 [[nodiscard]] GateKeys keysOf(const ChargeGate& gate, const virtual_mac::Machine& machine);
 
-[[nodiscard]] bool isWrite(const virtual_mac::JournalEntry& entry);     // of the controller, accepted or not
+[[nodiscard]] bool isWrite(const virtual_mac::JournalEntry& entry);     // to the controller, accepted or not
 [[nodiscard]] bool isAccepted(const virtual_mac::JournalEntry& entry);  // … by the controller
-// A write that asks for the adapter to be cut.
+// A write that requests the cut of the adapter.
 [[nodiscard]] bool asksForCut(const virtual_mac::JournalEntry& entry, const ChargeGate& gate);
 
-// What keys that obey show after the write.
+// What obedient keys show after the write.
 [[nodiscard]] GateKeys after(const GateKeys& keys, const ChargeGate& gate,
                              const virtual_mac::JournalEntry& write);
 
-// A write to a key by which the gate stops the charging, keeps a band or cuts the adapter.
+// A write to a key with which the gate stops the charging, keeps a band or cuts the adapter.
 [[nodiscard]] bool isOfGate(const virtual_mac::JournalEntry& entry, const ChargeGate& gate);
 
 }  // namespace brisko::lab

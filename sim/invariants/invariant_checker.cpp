@@ -21,8 +21,8 @@
 #include "base/paths.h"
 #include "sim/invariants/file_watcher.h"
 
-// The linker brings every call of these two functions here (--wrap), and the functions themselves under the
-// names that begin with __real. Nothing in the daemon knows of it.
+// The linker redirects every call of these two functions to the wrappers here (--wrap). The functions
+// themselves remain callable under the names that begin with __real. The daemon's code does not know of this.
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void __real__ZN6brisko8evaluateEv();
@@ -39,11 +39,11 @@ namespace {
 
 using virtual_mac::ChangeKind;
 
-// What lies in memory that the lab and the processes share.
+// Lies in memory that the lab and the processes share.
 struct Shared {
   Disturbances disturbances;
   ProcessSummary processSummary;
-  std::size_t outputSeen = 0;  // bytes of the process's standard output that its rules have looked at
+  std::size_t outputSeen = 0;  // bytes of the process's standard output that its rules have processed
   bool violated = false;
   int invariant = 0;
   double at = 0;
@@ -56,7 +56,7 @@ Shared* makeShared() {
   return new (memory) Shared;
 }
 
-// Whether keys, readings or files obey less, or again, from this change on.
+// Whether keys, readings or files become less obedient with this change, or recover.
 bool disturbs(const virtual_mac::Change& change) {
   switch (change.kind) {
     case ChangeKind::keyPresent:
@@ -83,9 +83,9 @@ bool disturbs(const virtual_mac::Change& change) {
   }
 }
 
-// Whether the text holds a number so large that something made of it may not fit 64 bits.
+// Whether the text contains a number so large that a value computed from it may not fit 64 bits.
 bool holdsUnstorable(const Json& value) {
-  constexpr double largest = 1.5e17;  // minutes that are still a number of seconds
+  constexpr double largest = 1.5e17;  // minutes that still fit as a number of seconds
   if (value.is_number()) return std::abs(value.get<double>()) >= largest;
   return value.is_structured() && std::any_of(value.begin(), value.end(), holdsUnstorable);
 }
@@ -99,16 +99,16 @@ std::optional<UnstorableIn> placeOf(std::string_view path) {
   if (path == statsPath) return UnstorableIn::statistics;
   if (path == calibrationPath) return UnstorableIn::calibration;
   if (path.starts_with("/sent/")) return UnstorableIn::request;
-  // The daemon may have been told of another file with its settings.
+  // The daemon may have been started with another settings file.
   return path.ends_with(".json") ? std::optional(UnstorableIn::settings) : std::nullopt;
 }
 
-// Whether the charge is another from now on, or what counts as full, without a current.
+// Whether the change sets the charge, or what counts as full, without any current.
 bool jumps(const virtual_mac::Change& change) {
   return change.kind == ChangeKind::charge || change.kind == ChangeKind::health;
 }
 
-// The whole lines of the text; `from` is where the rest of it begins.
+// The complete lines of the text from `from` on, which then points behind the last of them.
 std::vector<std::string> linesOf(const std::string& text, std::size_t& from) {
   std::vector<std::string> lines;
   from = 0;
@@ -147,7 +147,7 @@ struct InvariantChecker::Impl final : Observation {
     shared->violated = true;
   }
 
-  // In a process a violation ends it: what it would do from here on is of no interest.
+  // In a process a violation ends it at once: what it would do after that is of no interest.
   void found(int invariant, const std::string& seen) const {
     note(invariant, seen);
     std::raise(SIGKILL);
@@ -176,7 +176,7 @@ struct InvariantChecker::Impl final : Observation {
     iteration.ticks.push_back(tick);
   }
 
-  // The lines that came to the standard output, whole ones only.
+  // The new complete lines on the standard output.
   [[nodiscard]] std::vector<std::string> newLines() {
     std::array<char, 4096> part{};
     for (;;) {
@@ -212,7 +212,7 @@ struct InvariantChecker::Impl final : Observation {
   Shared* shared;
   FileWatcher fileWatcher{volume};
 
-  // In a process.
+  // Used in a process only.
   Rules rules;
   Violated violated = [this](int invariant, const std::string& seen) { found(invariant, seen); };
   std::thread::id mainThread;
@@ -224,7 +224,7 @@ struct InvariantChecker::Impl final : Observation {
 
 namespace {
 
-// The watch of this process; null in the lab.
+// The checker of this process; null in the lab.
 InvariantChecker::Impl* gChecker = nullptr;
 
 }  // namespace
@@ -268,7 +268,7 @@ void InvariantChecker::beforeFileChange(std::string_view path, std::string_view 
   if (path.starts_with(logs) || logs.starts_with(path)) disturbances.logsTouched = true;
   const auto place = placeOf(path);
   if (!place) return;
-  // A request may still be on its way when the next one is written.
+  // A request may still be pending when the next one is written.
   if (place != UnstorableIn::request) disturbances.unstorableFiles &= ~bitOf(*place);
   if (holdsUnstorable(text)) disturbances.unstorableFiles |= bitOf(*place);
 }
@@ -333,12 +333,12 @@ void InvariantChecker::start() {
 void InvariantChecker::checkIteration() { impl_->iterationEnded(); }
 
 void InvariantChecker::onPause() {
-  // In the middle of a tick it only waits for time to move on.
+  // In the middle of a tick the process only waits for time to advance.
   if (!impl_->inTick) impl_->iterationEnded();
 }
 
 void InvariantChecker::onResume() {
-  // What others did to the files meanwhile is not the daemon's doing.
+  // Changes that others made to the files meanwhile are not attributed to the daemon.
   static_cast<void>(impl_->fileWatcher.takeChanges());
   for (const auto& rule : impl_->rules) rule->onResume(*impl_);
 }

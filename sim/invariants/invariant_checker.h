@@ -1,7 +1,7 @@
 // sim/invariants/invariant_checker.h
-// Watches while the daemon lives, and tells when an invariant does not hold. The looking is done
-// inside of each process, after every iteration of the run loop and every tick; a process that breaks an
-// invariant is ended on the spot.
+// Watches the daemon while it runs and reports when an invariant does not hold. The checks run inside each
+// process, after every iteration of the run loop and after every tick; a process that violates an invariant
+// is ended at once.
 #pragma once
 
 #include <memory>
@@ -17,10 +17,10 @@ namespace brisko::lab {
 struct Violation {
   int invariant;     // its number
   double at;         // machine time
-  std::string seen;  // instead
+  std::string seen;  // what was seen instead
 };
 
-// The invariant in words; "" for a number that is none.
+// The invariant in words; "" for an unknown number.
 [[nodiscard]] std::string invariantWords(int number);
 
 class InvariantChecker {
@@ -33,27 +33,27 @@ class InvariantChecker {
 
   // --- In the lab
 
-  // What the timeline does is said here, before it is done.
+  // Every change of the timeline is announced here before it is applied.
   void happens(const virtual_mac::Change& change);
-  // Of a file that is written, what it is given; of one that is removed, nothing.
+  // Announces the new contents of a file that will be written; empty for one that will be removed.
   void beforeFileChange(std::string_view path, std::string_view text);
-  void sends(int signal);  // to the process that runs
+  void sends(int signal);  // to the running process
   void beforeDiskFull(bool full);
   void processStarts();  // before the fork
-  // `output` and `errors` are everything that it wrote to its standard output and its standard error.
+  // `output` and `errors` are the complete standard output and standard error of the process.
   void processEnded(std::optional<int> status, std::optional<int> signal, const std::string& output,
                     const std::string& errors);
-  // How many things the timeline did so far.
+  // How many actions the timeline has applied so far.
   [[nodiscard]] std::uint64_t actionCount() const;
-  // The first one; none while all hold.
+  // The first violation; none while all invariants hold.
   [[nodiscard]] std::optional<Violation> violation() const;
 
   // --- In a process
 
-  void start();  // before anything of the daemon
+  void start();  // before any code of the daemon
   void checkIteration();
-  void onPause();   // the process is about to: what it did until here is judged before others do something
-  void onResume();  // it was paused, and continues
+  void onPause();   // the process is about to be paused: what it did so far is checked before others act
+  void onResume();  // the process continues after a pause
 
   struct Impl;
 

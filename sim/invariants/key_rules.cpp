@@ -1,5 +1,5 @@
-// What the daemon writes to the controller: only its own keys, in a safe order, only when wanted, and back to
-// what was there in the end.
+// Rules about the daemon's writes to the controller: only its own keys, in a safe order, only when wanted,
+// and restored in the end.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -25,14 +25,14 @@ using virtual_mac::Machine;
 std::string percentText(std::int64_t percent) { return std::to_string(percent) + "%"; }
 
 // ---------------------------------------------------------------------------------------------------------
-// What the judgement of the end has to know of the process
+// What the checks at the end need to know of the process
 
 class NotesForTheEnd final : public Rule {
  public:
   void tickBegins(const Observation& observation, const Violated&) override {
     ProcessSummary& processSummary = observation.processSummary();
     if (processSummary.stepSevenReached) return;
-    // The first tick is the first thing that the daemon does once it would give back what it takes.
+    // By the first tick the exit hooks are in place: the daemon would give back whatever it takes.
     processSummary.stepSevenReached = true;
     processSummary.gateKnown = gGate.has_value();
     processSummary.gate = gGate.value_or(ChargeGate{});
@@ -51,7 +51,7 @@ class NotesForTheEnd final : public Rule {
   void onResume(const Observation& observation) override { readKeys(observation); }
 
  private:
-  // Others may have written them too.
+  // Other programs may have written the keys too.
   static void readKeys(const Observation& observation) {
     ProcessSummary& processSummary = observation.processSummary();
     if (processSummary.gateKnown) processSummary.keys = keysOf(processSummary.gate, observation.machine());
@@ -63,7 +63,7 @@ class NotesForTheEnd final : public Rule {
 
 bool isCutOverOpen(const GateKeys& keys) { return keys.cut && !keys.stopped(); }
 
-// The texts of the entries, each after a blank.
+// The texts of the entries, each preceded by a blank.
 std::string writesBetween(const Observation& observation, std::uint64_t from, std::uint64_t to) {
   std::string text;
   for (std::uint64_t number = from; number < to; ++number)
@@ -71,9 +71,9 @@ std::string writesBetween(const Observation& observation, std::uint64_t from, st
   return text.empty() ? " nothing" : text;
 }
 
-// Judged is a write that makes it so. Where it was so before the write somebody else did it, or an earlier
-// life that was killed; the daemon finds it and ends it in its next tick. Keys that do not obey are left out:
-// what a refused stop leaves open is not looked at before the cut follows.
+// A write counts when it creates the condition. If the condition held before the write, somebody else or an
+// earlier process that was killed created it; the daemon finds and ends it in its next tick. Keys that do not
+// obey are exempt: the daemon does not read back a refused stop before the cut follows.
 void checkOrder(const LoopIteration& iteration, const Observation& observation, const Violated& violated) {
   const ProcessSummary& processSummary = observation.processSummary();
   if (!processSummary.gateKnown || iteration.journalFrom == iteration.journalTo) return;
@@ -101,7 +101,7 @@ class NoCutOverOpen final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 4: cut only when wanted
 
-// What a calibration drains to; none while none drains.
+// The target of a calibration's drain; none while none is draining.
 std::optional<std::int64_t> drainTarget(const Settings& settings) {
   if (gCal.phase == CalPhase::drain) return settings.calDrain;
   if (gCal.phase == CalPhase::restore) return settings.limit;
@@ -113,7 +113,7 @@ std::optional<std::string> noReasonToCut(const TickRecord& tick, const Observati
                                          bool brokenBefore) {
   if (!tick.complete) return "in a tick that ended early";
   if (!adapterIsSeen(observation.machine())) return "without an adapter";
-  // Given up in this very pass, after it wrote a lost cut back, is no reason against that.
+  // A discharge given up in this very tick, after its lost cut was written back, does not count against it.
   if (brokenBefore && gDischargeBroken) return "although the discharge was given up";
   if (gThermalPaused) return "during a pause for heat";
   const Settings& settings = tick.settings;
@@ -144,7 +144,7 @@ class CutOnlyWhenWanted final : public Rule {
     }
   }
 
-  // Nothing but a tick cuts.
+  // Only a tick may cut.
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
     if (!gateHasKeys()) return;
@@ -176,7 +176,7 @@ class CutOnlyWhenWanted final : public Rule {
 
 bool isLight(const JournalEntry& entry) { return entry.key == keyCode("ACLC"); }
 
-// What an earlier process may have left where this one has no use for the keys is undone once, at the start.
+// What an earlier process may have left in keys that this one does not use is undone once, at the start.
 bool undoesALeftover(const JournalEntry& entry, const ProcessSummary& processSummary) {
   if (entry.bytes[0] != 0) return false;
   if (entry.key == keyCode("CHIE")) return processSummary.cutWasLeft;
@@ -227,9 +227,9 @@ class OnlyOwnKeys final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 13: quiet when steady
 
-// Held to it are Macs with one key that obeys: a band is written again to move it, and a key that was
-// undone. Between two ticks the state may have been another one, before a sleep or while the app was away;
-// then there was something to write.
+// Applies to Macs with one key that obeys: a band is written again to move it, and so is a key that was
+// undone. Between two ticks the state may have been a different one, before a sleep or while the app was
+// away; then there was something to write.
 class QuietWhenSteady final : public Rule {
  public:
   void iterationEnded(const LoopIteration&, const Observation&, const Violated&) override {
@@ -239,10 +239,10 @@ class QuietWhenSteady final : public Rule {
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
     if (!tick.complete) return;
     const std::uint64_t disturbanceCount = observation.disturbances().disturbanceCount;
-    const bool judged = steady_ && gGate && gGate->charge == ChargeKeys::chte && tick.before == state_ &&
-                        tick.sample.state == state_ && disturbanceCount == disturbanceCount_ &&
-                        keysObey(observation.machine(), *gGate);
-    if (judged) check(tick, observation, violated);
+    const bool applies = steady_ && gGate && gGate->charge == ChargeKeys::chte && tick.before == state_ &&
+                         tick.sample.state == state_ && disturbanceCount == disturbanceCount_ &&
+                         keysObey(observation.machine(), *gGate);
+    if (applies) check(tick, observation, violated);
     steady_ = true;
     state_ = tick.sample.state;
     disturbanceCount_ = disturbanceCount;
@@ -270,7 +270,7 @@ class QuietWhenSteady final : public Rule {
 std::optional<std::string> keptKey(const ProcessSummary& processSummary, const Machine& machine) {
   const GateWords words = wordsOf(processSummary.gate);
   const GateKeys keys = keysOf(processSummary.gate, machine);
-  // Half of a pair stops the charging as the whole does.
+  // One key of a pair is enough to stop the charging.
   const bool second = words.secondStop.code != 0 && keys.second;
   if (keys.first || second) return "the charging stayed stopped";
   if (keys.cut) return "the adapter stayed cut";
@@ -300,7 +300,7 @@ void addKeyRules(Rules& rules) {
   rules.push_back(std::make_unique<CutOnlyWhenWanted>());
   rules.push_back(std::make_unique<OnlyOwnKeys>());
   rules.push_back(std::make_unique<QuietWhenSteady>());
-  // After the others, which compare with what it noted before.
+  // Added last: the other rules compare with what it recorded before.
   rules.push_back(std::make_unique<NotesForTheEnd>());
 }
 

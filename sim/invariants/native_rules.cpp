@@ -27,7 +27,7 @@ bool isLimitSet(const JournalEntry& entry) { return entry.command == virtual_mac
 
 std::int64_t percentSet(const JournalEntry& entry) { return static_cast<std::int32_t>(entry.key); }
 
-// Of a written preference; none when it is no whole number.
+// The number in a written preference; none when it is not a whole number.
 std::optional<std::int64_t> preferenceWritten(const JournalEntry& entry, LimitPreference which) {
   if (entry.command != virtual_mac::journalPreference || entry.key != static_cast<std::uint32_t>(which)) {
     return std::nullopt;
@@ -69,13 +69,13 @@ class WhatIsSet final : public Rule {
   }
 };
 
-// How often a target is written again. Wall clock throughout, as macOS's own dates are; whether too soon
-// cannot be told across a clock that was set.
+// How often a target is written again. Uses the wall clock throughout, as macOS's own dates do; if the clock
+// was set, the rule cannot tell whether a write came too soon.
 class WrittenAgain final : public Rule {
  public:
   void tickBegins(const Observation& observation, const Violated&) override {
     before_ = gNativeWritten;
-    // After a sleep macOS is given its time anew.
+    // After a sleep macOS gets its full time again.
     const bool wakes = firstEntry(observation, observation.processSummary().journalSeen,
                                   observation.journal().written, [](const JournalEntry& entry) {
                                     return isHeard(entry, platform::PowerMessage::systemHasPoweredOn);
@@ -90,8 +90,8 @@ class WrittenAgain final : public Rule {
     // On battery macOS shows no limit.
     if (!plugged) waitsSince_ = now;
     const bool writes = firstEntry(observation, tick.journalFrom, tick.journalTo, isNativeWrite) != nullptr;
-    if (observation.disturbances().clockSteppedAt >= lookedAt_) clockWasSet_ = true;
-    lookedAt_ = tick.at;
+    if (observation.disturbances().clockSteppedAt >= tickedAt_) clockWasSet_ = true;
+    tickedAt_ = tick.at;
     if (gNativeWritten != before_) {
       clockWasSet_ = false;
       confirmed_ = wroteAfterDrift_ = false;
@@ -119,7 +119,7 @@ class WrittenAgain final : public Rule {
     clockWasSet_ = false;
   }
 
-  double lookedAt_ = never;             // machine time of the tick before
+  double tickedAt_ = never;             // machine time of the tick before
   bool clockWasSet_ = false;            // since the last write
   std::optional<std::int64_t> before_;  // gNativeWritten as the tick began
   double writtenAt_ = 0;
@@ -129,7 +129,7 @@ class WrittenAgain final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 25. What the end of the process must know.
+// 25. What is needed at the end of the process.
 
 class ForTheEnd final : public Rule {
  public:
@@ -186,8 +186,8 @@ class Refusals final : public Rule {
     }
     floored_ = std::max(floored_.value_or(limit), limit);
     if (limit >= lowestOnSlider) violated(26, "there is a floor for a limit of " + std::to_string(limit));
-    // A calibration drains below; limits below 20 stand for 20. A battery above the limit is held where it is
-    // seen, which macOS has not refused yet.
+    // A calibration drains below the floor, and limits below 20 are treated as 20. A battery above the limit
+    // is held at its present charge, which macOS has not refused yet.
     const bool counts = gCal.phase == CalPhase::idle && limit >= 20 && target <= limit;
     if (counts && target < lowestOnSlider) {
       violated(26, std::to_string(target) + "% was written below the floor");
@@ -204,7 +204,7 @@ class Refusals final : public Rule {
   }
 
  private:
-  std::int64_t refused_ = 0;             // the highest limit below 80 that was
+  std::int64_t refused_ = 0;             // the highest refused limit below 80
   bool steppedOnly_ = false;             // macOS holds steps of 5 only
   std::optional<std::int64_t> floored_;  // the highest configured limit for which there was a floor
 };
@@ -220,7 +220,7 @@ void addNativeRules(Rules& rules) {
 
 void checkNativeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
   const ProcessSummary& processSummary = observation.processSummary();
-  // Who is killed or gives up leaves the limit as it is, and where the client is gone it cannot be set.
+  // A process that is killed or aborts leaves the limit as it is. Without the client the limit cannot be set.
   const bool reachable = observation.machine().limit.client == virtual_mac::LimitClient::offered;
   if (!end.status || !processSummary.nativeDriven || !processSummary.nativeBeforeKnown || !reachable) return;
   const JournalEntry* last = nullptr;

@@ -1,6 +1,6 @@
 // sim/invariants/preconditions.h
-// What several rules presuppose. A Mac may disobey, misread or be told otherwise in more ways than a rule
-// could name; each rule says here on which Mac, and for which pass, it wants to be held.
+// The preconditions that several rules share. A Mac may disobey, misread or be changed in more ways than a
+// rule could list, so each rule states on which Macs, and for which ticks, it applies.
 #pragma once
 
 #include "base/settings.h"
@@ -12,30 +12,30 @@
 
 namespace brisko::lab {
 
-// The gate in force writes keys of the controller; else macOS keeps the limit, or nobody.
+// The gate in force writes keys of the controller; otherwise macOS or nobody limits the charge.
 [[nodiscard]] inline bool gateHasKeys() { return gGate && gGate->charge != ChargeKeys::macOSLimit; }
 
-// The key takes what is written and shows it; whether anything comes of that is another matter.
+// The key stores what is written and shows it, whether or not the hardware follows it.
 [[nodiscard]] bool accepts(const virtual_mac::Machine& machine, const KeyWord& key);
 [[nodiscard]] bool keysAccept(const virtual_mac::Machine& machine, const ChargeGate& gate);
 
-// Every key of the gate takes what is written, acts on it, and is not taken back by the system.
+// Every key of the gate stores what is written and acts on it, and the system does not take it back.
 [[nodiscard]] bool keysObey(const virtual_mac::Machine& machine, const ChargeGate& gate);
 
-// Charge, adapter and temperature are shown as they are, and at once.
+// Charge, adapter and temperature are shown truly and without delay.
 [[nodiscard]] bool readingsAreTrue(const virtual_mac::Machine& machine);
 
-// Whether the daemon sees an adapter: the controller tells, and else the power source did.
+// Whether the daemon sees an adapter: through the controller's key, or else through the power source.
 [[nodiscard]] bool adapterIsSeen(const virtual_mac::Machine& machine);
 
-// The band that the settings ask for, worked out apart from the daemon.
+// The band that the settings request, computed independently of the daemon.
 [[nodiscard]] Bounds bandAskedFor(const Settings& settings);
 
-// The limit was in force in this pass as it stands in the settings: switched on, with neither Top Up nor
-// calibration to overrule it, and the charge was shown truly.
+// The limit was in force in this tick as it stands in the settings: switched on, not overruled by a Top Up or
+// a calibration, and the charge was shown truly.
 [[nodiscard]] bool limitWasInForce(const TickRecord& tick, const virtual_mac::Machine& machine);
 
-// … and charger and power source both said that an adapter is there. Only then is anything to be held.
+// … and both charger and power source reported an adapter. Only then must anything be held.
 [[nodiscard]] bool limitHadToHold(const TickRecord& tick, const virtual_mac::Machine& machine);
 
 }  // namespace brisko::lab

@@ -59,9 +59,9 @@ class Calibration final : public Rule {
   static constexpr double mostBanked = 120;  // seconds, in one tick
 
   void checkStep(const Violated& violated) const {
-    // One that is called off, stalls or is over.
+    // A calibration may be cancelled, stall or end.
     if (gCal.phase == CalPhase::idle || gCal.phase == nextOf(phase_)) return;
-    // A battery that is full already leaves the first phase in the tick that begins it.
+    // If the battery is full already, the first phase ends in the tick that begins it.
     const bool beginsFull = phase_ == CalPhase::idle && gCal.phase == CalPhase::drain && gLastPct > 99;
     if (beginsFull) return;
     violated(27, std::string("from ") + phaseName(phase_) + " to " + phaseName(gCal.phase));
@@ -69,7 +69,7 @@ class Calibration final : public Rule {
 
   void checkBanked(double grown, const Observation& observation, const Violated& violated) const {
     if (grown < 0) {
-      // The time that a clock takes back is taken off again.
+      // When the clock is set back, the time gained that way is subtracted again.
       if (observation.disturbances().clockSteppedBackAt < tickedAt_) violated(27, "banked soak was lost");
       return;
     }
@@ -94,8 +94,8 @@ class AtRest final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
-    // In the iteration in which a rest begins everything is handed back, and in the one in which it ends it
-    // is taken again.
+    // In the iteration in which dormancy or a release begins, everything is handed back; in the one in which
+    // it ends, it is taken again.
     const bool dormant = wasDormant_ && gDormant;
     const bool becomesDormant = !wasDormant_ && gDormant;
     const bool released = wasReleased_ && gReleased;
@@ -111,8 +111,8 @@ class AtRest final : public Rule {
       if (dormant && isLightWrite(entry)) violated(30, "the light was written while dormant");
       return true;
     });
-    // Who asks for a release or an erasing once more has the limit handed back once more, and so has who
-    // deletes the app meanwhile: all that is no drive.
+    // A repeated request for a release or an erasing hands the limit back once more, and so does deleting the
+    // app meanwhile. None of that counts as driving it.
     const bool handsBack =
         replies(RequestKind::releaseCharge) || replies(RequestKind::purgeAllData) || becomesDormant;
     if (released && !handsBack &&
@@ -123,7 +123,7 @@ class AtRest final : public Rule {
       if (!isWritten(change)) continue;
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
       if (published) violated(30, change.path + " was written at rest");
-      // New settings of the app are kept also now.
+      // New settings from the app are stored in this state too.
       const bool asked = replies(RequestKind::applySettings);
       if (dormant && change.path == gConfigPath && !asked) violated(30, "a tick wrote the settings at rest");
     }
@@ -139,7 +139,7 @@ class AtRest final : public Rule {
 
 class Replies final : public Rule {
  public:
-  // Before the daemon listens: what an earlier process took has nobody left to answer it.
+  // Before the daemon listens: nobody is left to answer the requests that an earlier process took.
   void tickBegins(const Observation& observation, const Violated&) override {
     if (met_) return;
     met_ = true;
@@ -159,7 +159,7 @@ class Replies final : public Rule {
       if (!isUnanswered(request) || request.number <= abandoned_) continue;
       waiting = std::min(waiting.value_or(request.number), request.number);
     }
-    // The work that replies waits for its turn, and for no time.
+    // The work item that replies waits in the queue, but not for time to pass.
     const double uptime = virtual_mac::uptimeOf(observation.machine());
     if (waiting != waiting_) waitsSince_ = uptime;
     waiting_ = waiting;
@@ -182,7 +182,7 @@ class Replies final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // 32. How a process ends.
 
-// On a full disk the lab gets none of the words that a process leaves behind.
+// On a full disk the lab may lose a process's last words.
 bool messageStartsWith(const std::string& errors, std::string_view words, const Disturbances& disturbances) {
   return errors.find(words) != std::string::npos || (disturbances.diskIsFull && errors.empty());
 }
@@ -198,7 +198,7 @@ bool wasSent(int signal, const Disturbances& disturbances) {
   return ((disturbances.signalsSent | disturbances.signalsToCome) >> static_cast<unsigned>(signal) & 1U) != 0;
 }
 
-// Numbers that cannot be kept end the process with a word about it.
+// A number that cannot be stored ends the process with a message about it.
 bool isFatalByTheBook(int signal, const std::string& errors, const Disturbances& disturbances) {
   return signal == SIGABRT && disturbances.unstorableFiles != 0 &&
          messageStartsWith(errors, "brisko-daemon: ", disturbances);

@@ -39,7 +39,7 @@ std::string secondsText(double seconds) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 14. Nothing comes back after all data was erased.
+// 14. Nothing reappears after all data was erased.
 
 class ErasedData final : public Rule {
  public:
@@ -47,8 +47,8 @@ class ErasedData final : public Rule {
                       const Violated& violated) override {
     if (!gPurged) return;
     if (!wasPurged_) observation.processSummary().purgedAt = iteration.at;
-    // In the turn of the erasing files may still be written before they go: the limit that is handed back is
-    // logged. What comes after the last removal came back.
+    // In the iteration of the erasing, files may still be written before they are removed: handing the limit
+    // back is logged. Whatever follows the last removal has reappeared.
     auto change = iteration.files.begin();
     if (!wasPurged_) {
       const auto last = std::find_if(iteration.files.rbegin(), iteration.files.rend(),
@@ -87,14 +87,14 @@ std::string tailOf(const std::string& path, off_t from, off_t to) {
 
 class TheLog final : public Rule {
  public:
-  // What an earlier process left is not judged again.
+  // What an earlier process left is not checked again.
   TheLog() {
     if (checkFile()) seen_ = size_;
   }
 
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
-    // Another program in the folder makes names and sizes of its own, and may keep a rotation from success.
+    // Another program in the folder creates names and sizes of its own, and may make a rotation fail.
     if (observation.disturbances().logsTouched) return;
     bool written = false;
     for (const FileChange& change : iteration.files) {
@@ -131,16 +131,16 @@ class TheLog final : public Rule {
       if (!isLogLine(line)) return violated(15, "the line \"" + std::string(line) + "\"");
       from = end + 1;
     }
-    // One line that is longer than the cap has no other place to be.
+    // One line longer than the cap has nowhere else to go.
     if (size_ > LogFile::defaultCap && !(startsHere && lines == 1)) {
       violated(15, "a log of " + std::to_string(size_) + " bytes");
     }
   }
 
   std::string path_ = onVolume(std::string(folder) + "/daemon.log");
-  ino_t inode_ = 0;  // of the log as it was looked at last; 0 there was none
+  ino_t inode_ = 0;  // of the log at the last check; 0: there was none
   off_t size_ = 0;
-  off_t seen_ = 0;  // bytes of it that were judged, or that an earlier process left
+  off_t seen_ = 0;  // bytes of it that were checked, or that an earlier process left
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -150,7 +150,7 @@ std::string wordAt(const Json& object, const char* key) {
   return object.contains(key) ? object[key].dump() : "?";
 }
 
-// What the app shows at once.
+// The part of the status that the app shows at once.
 std::string signatureOf(const std::string& text) {
   const Json status = parseJson(text).value_or(Json::object());
   std::string signature = status.contains("cal") ? wordAt(status["cal"], "phase") : "?";
@@ -161,7 +161,7 @@ std::string signatureOf(const std::string& text) {
   return signature;
 }
 
-// Wall clock of the writing; 0 when the status does not say.
+// Wall clock at which it was written; 0 when the status does not contain it.
 double timeOf(const std::string& status) {
   constexpr std::string_view key = "\"ts\":";
   const std::size_t at = status.rfind(key);
@@ -178,7 +178,7 @@ class TheStatus final : public Rule {
     if (!written) return;
     std::string status = readWholeFile(onVolume(statusPath)).value_or("");
     if (observation.disturbances().diskIsFull) {
-      // There is no room for what it should say.
+      // The disk has no room for the new status.
       status_.clear();
       return;
     }
@@ -193,7 +193,7 @@ class TheStatus final : public Rule {
   }
 
  private:
-  std::string status_;  // as it was written last; "" it was not, or it is not known
+  std::string status_;  // as last written; "": not written, or unknown
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -220,7 +220,7 @@ class TheHistory final : public Rule {
     std::int64_t tenths = 0;  // of a degree; 0 unknown
   };
 
-  // A turn writes one line at most. None when there is none that could be read.
+  // An iteration writes one line at most. None when there is no readable line.
   static std::optional<Line> lastLine(const std::string& unmapped) {
     constexpr off_t longest = 400;
     const std::string path = onVolume(unmapped);
@@ -242,7 +242,7 @@ class TheHistory final : public Rule {
     if (!line || !last_) return line;
     const std::int64_t apart = line->time - last_->time;
     if (line->state != last_->state || line->adapter != last_->adapter) return line;
-    // Half a degree, less what rounding takes away.
+    // Half a degree, less the rounding error.
     const bool same = line->pct == last_->pct && std::abs(line->tenths - last_->tenths) < 4;
     if (apart < (same ? 300 : 55)) violated(17, "two such lines " + std::to_string(apart) + " s apart");
     return line;
@@ -256,7 +256,7 @@ class TheHistory final : public Rule {
 
 class ProtectedTime final : public Rule {
  public:
-  // By then the file was read.
+  // By the first tick the file has been read.
   void tickBegins(const Observation& observation, const Violated&) override {
     if (known_) return;
     known_ = gProtectedSeconds;
@@ -278,7 +278,7 @@ class ProtectedTime final : public Rule {
     known_ = gProtectedSeconds;
     if (anew) return;
     if (grown < 0) {
-      // The time that a clock takes back is taken off again.
+      // When the clock is set back, the time gained that way is subtracted again.
       if (observation.disturbances().clockSteppedBackAt < tickedAt) {
         violated(28, "protected time fell by " + secondsText(-grown));
       }
@@ -305,35 +305,36 @@ class ProtectedTime final : public Rule {
 class Requests final : public Rule {
  public:
   void tickBegins(const Observation& observation, const Violated&) override {
-    // Whoever writes the file may ask anew, and so may the app.
+    // Anyone who writes the file may make a new request, and so may the app.
     const bool othersWrote =
         observation.disturbances().actionCount != actionCount_ || appliesSettings(observation.machine());
     actionCount_ = observation.disturbances().actionCount;
-    // A request that is withdrawn on a full disk is lost with the file; it comes back with somebody.
+    // A withdrawal that meets a full disk is lost with the file; the request returns when somebody writes the
+    // file again.
     if (othersWrote || observation.disturbances().diskIsFull) topUp_ = calibrate_ = reset_ = {};
   }
 
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
-    // A locked system drives nothing and serves no request to begin the statistics anew; after an erasing
-    // nothing is written any more, and so nothing is withdrawn.
+    // A locked system drives nothing and ignores requests to restart the statistics. After an erasing nothing
+    // is written any more, so nothing is withdrawn.
     if (!tick.complete || gSystemLocked || gPurged) return;
     const Settings& asked = tick.settings;
     const bool calibrates = gCal.phase != CalPhase::idle;
     const double now = wallClockOf(observation, tick.at);
     if (topUp_.withdrawn && asked.topUp) violated(29, "a Top Up that was withdrawn is asked for again");
     if (calibrate_.withdrawn && asked.calibrate) violated(29, "a calibration is asked for again");
-    if (asked.resetStats && gStatsSince != now) violated(29, "the statistics did not begin anew");
+    if (asked.resetStats && gStatsSince != now) violated(29, "the statistics did not start again");
     if (asked.topUp && gTopUpSince != 0) checkTopUp(asked, now, observation, violated);
-    if (calibrates && now - gCal.phaseSince > longestPhase) violated(29, "a calibration never ends");
+    if (calibrates && now - gCal.phaseSince > longestPhase) violated(29, "the calibration never ends");
 
-    // Whatever else is withdrawn in the same tick writes the request back as it was read, so that it is
-    // served twice.
+    // Another withdrawal in the same tick writes the request back as it was read, so it is served twice.
     reset_.served = asked.resetStats ? reset_.served + 1 : 0;
-    if (reset_.served > 2) violated(29, "the statistics begin anew again and again");
+    if (reset_.served > 2) violated(29, "the statistics keep starting again");
 
     const bool topUpEnds = asked.topUp && gTopUpSince == 0 && !calibrates;
     topUp_.withdrawn = !asked.topUp || topUpEnds;
-    // A Top Up that ends in the same tick writes the calibration back, which then begins anew.
+    // A Top Up that ends in the same tick writes the calibration request back, and the calibration starts
+    // again.
     calibrate_.withdrawn = !asked.calibrate || (!calibrates && !topUpEnds);
   }
 
@@ -345,7 +346,7 @@ class Requests final : public Rule {
     int served = 0;  // in a row
   };
 
-  // The tick is a part of a request of the app, which is replied to afterwards.
+  // This tick runs as part of a request of the app, which is answered afterwards.
   [[nodiscard]] static bool appliesSettings(const virtual_mac::Machine& machine) {
     const auto& requests = machine.control.requests;
     return machine.control.sent > 0 && std::any_of(requests.begin(), requests.end(), [](const auto& it) {
@@ -381,7 +382,7 @@ void addRecordRules(Rules& rules) {
 
 void checkRecordsAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
   const double purgedAt = observation.processSummary().purgedAt;
-  // Others may have made files in the meantime.
+  // Others may have created files in the meantime.
   const bool untouched = observation.disturbances().filesTouchedAt < purgedAt;
   if (!end.status || purgedAt == never || !untouched) return;
   for (const std::string& path :

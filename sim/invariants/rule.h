@@ -1,5 +1,5 @@
 // sim/invariants/rule.h
-// What the invariants are written against: what they may look at, and when they are asked.
+// The interface of the invariants' rules: what they may read, and when they are called.
 #pragma once
 
 #include <array>
@@ -24,40 +24,40 @@ inline constexpr double never = -1e300;  // machine time of what has not happene
 // What the timeline has done, as far as rules make exceptions for it. Shared by the lab and the processes.
 // Times are machine time.
 struct Disturbances {
-  std::uint64_t actionCount = 0;  // how many things it did so far
+  std::uint64_t actionCount = 0;  // how many actions so far
   double lastActionAt = never;    // the last of them
-  double disturbedAt = never;     // … that makes keys, readings or files less than obedient, or heals them
+  double disturbedAt = never;     // … that made keys, readings or files less obedient, or healed them
   double clockSteppedAt = never;  // the wall clock was set, either way
   double clockSteppedBackAt = never;
   double adapterChangedAt = never;  // plugged or unplugged
-  double filesTouchedAt = never;    // somebody else wrote or removed a file
-  double launchedAt = never;        // the process that runs was started
+  double filesTouchedAt = never;    // somebody other than the daemon wrote or removed a file
+  double launchedAt = never;        // the running process was started
   bool diskIsFull = false;
-  std::uint64_t disturbanceCount = 0;  // how often disturbedAt was set for keys or readings
-  std::uint64_t jumps = 0;             // how often the charge or what 100 % is was set from outside
-  bool logsTouched = false;            // somebody else wrote or removed something where the logs are
-  std::uint32_t signalsSent = 0;       // bit n: signal n, to the process that runs
-  std::uint32_t signalsToCome = 0;     // likewise, at a moment of its own choice, perhaps in a later life
-  std::uint32_t unstorableFiles = 0;   // bit of an UnstorableIn: it was given a number that cannot be kept
+  std::uint64_t disturbanceCount = 0;  // how often disturbedAt was set because of keys or readings
+  std::uint64_t jumps = 0;             // how often the charge, or what 100 % is, was set from outside
+  bool logsTouched = false;            // another writer changed something in the log folder
+  std::uint32_t signalsSent = 0;       // bit n: signal n was sent to the running process
+  std::uint32_t signalsToCome = 0;     // … is planned for a later moment, perhaps in a later process
+  std::uint32_t unstorableFiles = 0;   // bit of an UnstorableIn: it was given a number that cannot be stored
 };
 
-// Where numbers come from that end the process, for no guess at them could be right.
+// Sources of numbers that end the process because no guess at them could be right.
 enum class UnstorableIn : std::uint8_t { settings, statistics, calibration, request };
 [[nodiscard]] constexpr std::uint32_t bitOf(UnstorableIn place) { return 1U << static_cast<unsigned>(place); }
 
-// What a process leaves for the judgement of its end, in memory that the lab shares with it.
+// What a process leaves for the checks at its end, in memory that the lab shares with it.
 struct ProcessSummary {
-  bool stepSevenReached = false;  // of the start-up: exit hooks and signal handlers are in place
+  bool stepSevenReached = false;  // of the start-up: exit hooks and signal handlers are installed
   bool gateKnown = false;
   ChargeGate gate{};
   bool lightSupported = false;
-  std::uint64_t journalSeen = 0;  // entries that the rules of the process have looked at
+  std::uint64_t journalSeen = 0;  // entries that the rules of the process have processed
   std::uint64_t startTo = 0;      // entries before this one were written before the first tick
   std::uint64_t tickedTo = 0;     // … before the end of the latest tick
   bool cutWasLeft = false;        // "CHIE" was cut as the process began
   GateKeys keys{};                // of the gate, as of journalSeen; once stepSevenReached
   double purgedAt = never;
-  // The dates of scheduled wakes that this process has nothing to do with, or no longer.
+  // The dates of scheduled wakes that do not belong to this process, or no longer do.
   std::array<double, virtual_mac::scheduledPlaces> foreignWakes{};
   std::size_t foreignWakeCount = 0;
   bool foreignWakesKnown = false;
@@ -68,17 +68,17 @@ struct ProcessSummary {
   std::int64_t nativeBefore = 0;  // percent
 };
 
-// One run of evaluate(), told as it ends.
+// One run of evaluate(), reported when it ends.
 struct TickRecord {
   double at = 0;                  // machine time
-  bool complete = false;          // it published; else it ended before
+  bool complete = false;          // it published; otherwise it ended early
   std::uint64_t journalFrom = 0;  // entries of the journal from here …
   std::uint64_t journalTo = 0;    // … to before this one were written by it
   ChargeState before{};           // gState as it began
-  // Of a complete one.
+  // Of a complete tick only.
   Sample sample{};
   Settings settings{};
-  std::size_t linesTo = 0;  // lines of its turn before this one were logged when it ended
+  std::size_t linesTo = 0;  // lines of its iteration before this one were logged when it ended
 };
 
 // What happened to a file or folder below the daemon's two folders while the daemon ran.
@@ -88,7 +88,7 @@ struct FileChange {
   bool attributes = false;  // nothing but owner, mode or times
 };
 
-// What can be looked at. The daemon's own variables are read as they are.
+// What a rule may read. The daemon's own variables are read directly.
 class Observation {
  public:
   virtual ~Observation() = default;
@@ -106,7 +106,7 @@ class Observation {
   return entries[number % entries.size()];
 }
 
-// One iteration of the run loop, told when everything in it is done.
+// One iteration of the run loop, reported when everything in it is done.
 struct LoopIteration {
   double at = 0;                        // machine time
   std::uint64_t journalFrom = 0;        // entries from here …
@@ -116,7 +116,7 @@ struct LoopIteration {
   std::vector<TickRecord> ticks = {};
 };
 
-// The end of a process, told in the lab. What is in `rest` came after its last iteration.
+// The end of a process, reported in the lab. `rest` is what came after its last iteration.
 struct ProcessEnd {
   std::optional<int> status = {};  // exit status
   std::optional<int> signal = {};  // that ended it
@@ -125,10 +125,10 @@ struct ProcessEnd {
   std::string errors = {};              // everything on its standard error
 };
 
-// Told of every invariant that does not hold: its number, and what was seen instead.
+// Called for every violated invariant with its number and what was seen instead.
 using Violated = std::function<void(int number, const std::string& seen)>;
 
-// A rule, or several that remember the same. Made afresh in every process, inside of it.
+// One rule, or several that share their memory. Every process creates its own.
 class Rule {
  public:
   virtual ~Rule() = default;
@@ -149,7 +149,7 @@ void addSleepRules(Rules& rules);
 void addNativeRules(Rules& rules);
 void addProcessRules(Rules& rules);
 
-// What is judged in the lab when a process has ended.
+// Checks in the lab after a process has ended.
 void checkChargeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
 void checkRecordsAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);
 void checkSleepAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);

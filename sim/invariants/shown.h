@@ -1,6 +1,6 @@
 // sim/invariants/shown.h
-// What the controller shows and the daemon wrote, looked at without asking the controller: an exchange of
-// ours would be one more for the daemon's life.
+// What the controller shows and what the daemon wrote, read without an exchange with the controller: an
+// exchange of the checker would count as one of the daemon's.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,8 @@
 
 namespace brisko::lab {
 
-// Percent that macOS shows as enforced in "bfG0", 0 none; none when the key cannot be read.
+// The limit in percent that macOS shows as enforced in "bfG0", 0 for no limit; none when the key cannot be
+// read.
 [[nodiscard]] std::optional<std::int64_t> limitShown(const virtual_mac::Machine& machine);
 
 // A write of a key that stops the charge or cuts the adapter, whatever gate it belongs to.
@@ -23,14 +24,14 @@ namespace brisko::lab {
 // A limit set through the client of macOS, or a preference written.
 [[nodiscard]] bool isNativeWrite(const virtual_mac::JournalEntry& entry);
 
-// Calls `look` with each entry from `from` to before `to`, as long as it returns true.
-template <class Look>
-void forEntries(const Observation& observation, std::uint64_t from, std::uint64_t to, const Look& look) {
+// Calls `visit` with each entry from `from` up to, not including, `to`, until it returns false.
+template <class Visit>
+void forEntries(const Observation& observation, std::uint64_t from, std::uint64_t to, const Visit& visit) {
   for (std::uint64_t number = from; number < to; ++number) {
-    if (!look(entryOf(observation, number))) return;
+    if (!visit(entryOf(observation, number))) return;
   }
 }
-// The first such entry; null when there is none.
+// The first matching entry; null when there is none.
 template <class IsMeant>
 [[nodiscard]] const virtual_mac::JournalEntry* firstEntry(const Observation& observation, std::uint64_t from,
                                                           std::uint64_t to, const IsMeant& isMeant) {
@@ -42,7 +43,7 @@ template <class IsMeant>
   return found;
 }
 
-// A message of the power service that the daemon heard.
+// A message of the power service that the daemon received.
 [[nodiscard]] bool isHeard(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);
 
 // A reply of the daemon to a request of this kind.
@@ -52,7 +53,7 @@ template <class IsMeant>
 [[nodiscard]] bool messageStartsWith(std::string_view line, std::string_view beginning);
 [[nodiscard]] bool anyLineStartsWith(const LoopIteration& iteration, std::string_view beginning);
 
-// Created, written or moved here: not removed, and not given other attributes alone.
+// Created, written or moved here; not removed, nor only changed in its attributes.
 [[nodiscard]] inline bool isWritten(const FileChange& change) {
   return !change.removed && !change.attributes;
 }

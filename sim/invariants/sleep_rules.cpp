@@ -48,7 +48,8 @@ bool isOfTheDaemon(const ScheduledEvent& event) {
   return event.pending && virtual_mac::textOf(event.identifier) == wakeEventID;
 }
 
-// Of this process: one that was killed leaves its wake behind, and the next does not know of it.
+// Counts the wakes of this process: one that was killed leaves its wake behind, and the next does not know of
+// it.
 std::size_t wakesOfThisProcess(const Observation& observation) {
   const auto& events = observation.machine().sleep.events;
   return static_cast<std::size_t>(
@@ -57,7 +58,7 @@ std::size_t wakesOfThisProcess(const Observation& observation) {
       }));
 }
 
-// What the system does not cancel is not tried again.
+// A wake that the system refused to cancel is not cancelled again.
 void forgetUncancelled(const Observation& observation, std::uint64_t from, std::uint64_t to) {
   forEntries(observation, from, to, [&](const JournalEntry& entry) {
     if (entry.command == virtual_mac::journalCancelled && entry.status != 0) {
@@ -118,7 +119,7 @@ class SleepPlans final : public Rule {
     if (!announced || gDormant || !gGate || gateIsMacOSLimit()) return;
     const auto power = powerState();
     if (!power) return;
-    // Without settings the band of the command line is kept, whatever they would have said.
+    // Without settings the band of the command line stays, whatever the settings would have contained.
     const auto settings = readConfig(gConfigPath);
     if (!settings) return;
 
@@ -136,7 +137,7 @@ class SleepPlans final : public Rule {
  private:
   struct Planned {
     int wakes = 0;
-    double minutes = 0;  // until the last of them
+    double minutes = 0;  // until the last of the wakes
     bool refused = false;
   };
 
@@ -152,7 +153,7 @@ class SleepPlans final : public Rule {
       planned.minutes = (dateOf(entry) - entry.time - observation.machine().system.wallOffset) / 60;
       return true;
     });
-    // On a full disk nobody hears of it.
+    // On a full disk the warning does not reach the log.
     planned.refused =
         planned.refused && (observation.disturbances().diskIsFull ||
                             anyLineStartsWith(iteration, "⚠️ impossible de programmer un réveil"));
@@ -162,7 +163,7 @@ class SleepPlans final : public Rule {
   static void checkFreeze(const Planned& planned, const Observation& observation, const Violated& violated) {
     if (planned.wakes > 0) violated(19, "a wake was scheduled for a sleep with the gate closed");
     if (gState != ChargeState::hold) violated(19, "the band is not frozen");
-    // Keys that somebody else opened meanwhile are only closed again by the next tick.
+    // Keys that somebody else opened meanwhile are closed only by the next tick.
     const Disturbances& disturbances = observation.disturbances();
     if (disturbances.disturbedAt > disturbances.launchedAt || !keysObey(observation.machine(), *gGate))
       return;
@@ -186,14 +187,14 @@ class SleepPlans final : public Rule {
     }
   }
 
-  ChargeState state_ = gState;  // after the iteration or pass before
+  ChargeState state_ = gState;  // after the iteration or tick before
 };
 
 // ---------------------------------------------------------------------------------------------------------
 // 20. Answers.
 
-// The first message of a stretch that was not answered as it should be; "" for none. A message that is left
-// without an answer counts where the daemon continued, and not where it ended in the middle of it.
+// The first message in the interval that was not answered as it should be; "" for none. A message left
+// without an answer counts only if the daemon continued, not if it ended in the middle of it.
 std::string unanswered(const Observation& observation, std::uint64_t from, std::uint64_t to) {
   std::uint32_t open = 0;  // the message that waits for its answer
   std::string fault;
@@ -228,7 +229,7 @@ class QuietBeforeSleep final : public Rule {
  public:
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
     note(tick.at, observation);
-    // The app, a signal and the deletion of the app may still bring keys to be written, a tick may not.
+    // The app, a signal and the deletion of the app may still cause key writes. A tick may not.
     if (quietIn_ && firstEntry(observation, tick.journalFrom, tick.journalTo, isGateWrite) != nullptr) {
       violated(21, "a tick wrote a key of the gate");
     }
@@ -242,7 +243,7 @@ class QuietBeforeSleep final : public Rule {
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
       if (published && isWritten(change)) violated(21, change.path + " was written");
     }
-    // What comes with the announcement itself is no tick's.
+    // What comes with the announcement itself does not count as a tick's write.
     forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
       if (isHeard(entry, PowerMessage::systemWillSleep)) since_ = entry.time + wallOffset(observation);
       if (isHeard(entry, PowerMessage::systemHasPoweredOn)) since_.reset();
@@ -255,8 +256,8 @@ class QuietBeforeSleep final : public Rule {
 
   static double wallOffset(const Observation& observation) { return observation.machine().system.wallOffset; }
 
-  // Whether ticks have to be quiet at this machine time. Once they need not any longer, a clock that is set
-  // back changes nothing. A system that is locked is only looked at, at any time.
+  // Whether ticks must be quiet at this machine time. Once they need not be, a clock that is set back changes
+  // nothing. While the system is locked the daemon only observes, so there is nothing to keep quiet.
   void note(double at, const Observation& observation) {
     if (since_ && at + wallOffset(observation) - *since_ >= quietSeconds) since_.reset();
     quietIn_ = since_.has_value() && !gSystemLocked && !wakes(observation);
@@ -284,7 +285,7 @@ void addSleepRules(Rules& rules) {
 }
 
 void checkSleepAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated) {
-  // Who is killed or gives up in the middle leaves everything as it is.
+  // A process that is killed or aborts leaves everything as it is.
   if (!end.status) return;
   forgetUncancelled(observation, end.rest.journalFrom, end.rest.journalTo);
   const bool known = observation.processSummary().foreignWakesKnown;

@@ -1,4 +1,4 @@
-// What the daemon says of what it does: that it gives up, that a hold works or does not, and the summaries.
+// Rules about what the daemon logs: that it gives up, that a hold works or does not, and the summaries.
 #include <charconv>
 #include <optional>
 #include <string>
@@ -13,11 +13,11 @@ namespace {
 
 constexpr std::string_view newState = "→ state: ";
 
-// A full disk swallows what the daemon says. Its passes continue being told, but nobody knows what it said of
-// them.
+// A full disk swallows the log. The ticks are still reported to the rules, but what the daemon logged about
+// them is unknown.
 bool isHeard(const Observation& observation) { return !observation.disturbances().diskIsFull; }
 
-// The line without its time.
+// The line without its time stamp.
 std::string_view textOf(const std::string& line) {
   constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
   return std::string_view(line).substr(std::min(line.size(), stampWidth));
@@ -26,7 +26,7 @@ std::string_view textOf(const std::string& line) {
 // ---------------------------------------------------------------------------------------------------------
 // 22: giving up
 
-// Keys may do what they want here: it is about what the daemon makes of them.
+// The keys may do anything here; the rule is about the daemon's conclusions.
 class GivesUp final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
@@ -72,7 +72,7 @@ class GivesUp final : public Rule {
     attempts_ = attempt;
   }
 
-  std::optional<int> attempts_ = 0;  // in the present discharge; none when unheard
+  std::optional<int> attempts_ = 0;  // in the present discharge; none when the log missed it
   bool givenUp_ = false;
 };
 
@@ -99,7 +99,7 @@ class VerdictsAlternate final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 33: nothing is said twice
+// 33: nothing is logged twice
 
 class LogsNothingTwice final : public Rule {
  public:
@@ -128,7 +128,7 @@ class LogsNothingTwice final : public Rule {
       const std::size_t at = text.rfind(found);
       if (at != std::string_view::npos) state_ = text.substr(at + found.size());
     }
-    // Handing everything back opens the gate without a word about the state.
+    // Handing everything back opens the gate without logging a state.
     if (text.starts_with("app gone") || text.starts_with("charge released")) state_.clear();
     if (!text.starts_with(newState)) return;
     text.remove_prefix(newState.size());
@@ -137,7 +137,7 @@ class LogsNothingTwice final : public Rule {
   }
 
   std::string summary_;
-  std::string state_;  // the last that was named; "" none
+  std::string state_;  // the last one logged; "" none
 };
 
 }  // namespace

@@ -6,7 +6,6 @@
 // published them, the adapter and its watts, the load, and the layout of the registry. Serial numbers are not
 // imported. A dump contains neither the Mac's charge keys nor its version of macOS. Those come from the
 // options, else from the nearest model; a dump in the nested layout means at least macOS 27.
-// options, else from the nearest model, and a dump in the nested layout is at least of macOS 27.
 #pragma once
 
 #include <optional>

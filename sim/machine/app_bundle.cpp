@@ -17,7 +17,7 @@ bool isThere(const fs::path& path) {
 }
 
 bool succeeded(const std::error_code& error, std::string& reason) {
-  if (error) reason = "the app cannot be touched: " + error.message();
+  if (error) reason = "the app cannot be changed: " + error.message();
   return !error;
 }
 
@@ -30,7 +30,7 @@ bool mustBeThere(const std::string& root, std::string& reason) {
 bool rename(const fs::path& from, const fs::path& to, std::string& reason) {
   std::error_code error;
   fs::create_directories(to.parent_path(), error);
-  // What was moved there before gives way.
+  // An app that was moved there earlier is replaced.
   if (!error) fs::remove_all(to, error);
   if (!error) fs::rename(from, to, error);
   return succeeded(error, reason);

@@ -17,7 +17,7 @@ using virtual_mac::Change;
 using virtual_mac::Fault;
 
 std::optional<double> parseNumber(std::string_view text) {
-  // strtod() knows more than plain numbers: blanks, a plus, other bases, words.
+  // strtod() accepts more than plain numbers: blanks, a plus sign, other bases, words.
   const bool isPlain = text.find_first_not_of("0123456789.eE+-") == text.npos;
   if (text.empty() || !isPlain || text.front() == '+') return std::nullopt;
   const std::string digits(text);
@@ -55,7 +55,7 @@ bool takeBytes(std::string_view text, Change& change) {
   return true;
 }
 
-// Whether exactly what the fault asks for was said; else the reason.
+// Whether exactly the fault's arguments were given; otherwise sets the reason.
 bool hasRequiredArguments(const Fault& fault, const FaultArguments& said, std::string& reason) {
   const std::array<std::tuple<bool, const std::string*, const char*>, 4> parts{{
       {fault.asks.key, &said.key, "a key"},
@@ -113,7 +113,7 @@ std::string asksText(const Fault& fault) {
 std::optional<Change> changeOf(std::string_view name, const FaultArguments& said, std::string& reason) {
   const Fault* fault = virtual_mac::findFault(name);
   if (fault == nullptr) {
-    reason = std::string("nothing is called \"") + std::string(name) +
+    reason = std::string("there is no fault \"") + std::string(name) +
              "\"; \"brisko-vmac faults\" lists what can happen";
     return std::nullopt;
   }

@@ -1,6 +1,6 @@
 // sim/machine/change_arguments.h
-// The words in which a person changes the machine. What may be said is the machine's own list of what can
-// happen to it; this turns words into entries of that list.
+// The text form in which a user changes the machine. The machine's own list of faults defines what can be
+// given; this turns texts into entries of that list.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@
 
 namespace brisko::vmac {
 
-// What is said besides the name of a fault; empty where nothing is.
+// The arguments of a fault besides its name; empty if not given.
 struct FaultArguments {
   std::string key;
   std::string number;
@@ -19,20 +19,20 @@ struct FaultArguments {
   std::string property;
 };
 
-// The change that a fault stands for. None and a reason when there is no such fault, when it lacks something
-// or was told something that it has no use for, and when a value is none or out of range.
+// The change that a fault stands for. None and a reason when the fault is unknown, when an argument is
+// missing or not wanted, and when a value is malformed or out of range.
 [[nodiscard]] std::optional<virtual_mac::Change> changeOf(std::string_view name, const FaultArguments& said,
                                                           std::string& reason);
 
-// "charge=70": a fault that asks for a number alone. "limit=off" is a limit of 100.
+// "charge=70": a fault that needs only a number. "limit=off" is a limit of 100.
 [[nodiscard]] std::optional<virtual_mac::Change> parseSetting(std::string_view text, std::string& reason);
 
-// "CHTE=01000000": somebody else writes the key.
+// "CHTE=01000000": another program writes the key.
 [[nodiscard]] std::optional<virtual_mac::Change> parseKeyWrite(std::string_view text, std::string& reason);
 
-// The list for people: every name, what it asks for, and why it is believable.
+// The list of faults for users: every name, its arguments, and why the fault is believable.
 [[nodiscard]] std::string faultList();
-// The names that parseSetting() knows, each with its unit and range.
+// The names that parseSetting() accepts, each with its unit and range.
 [[nodiscard]] std::string settingList();
 
 }  // namespace brisko::vmac

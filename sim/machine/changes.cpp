@@ -1,4 +1,4 @@
-// The changes that a person, the weather or a fault may make.
+// Applies the changes that a user, the weather or a fault may make.
 #include <algorithm>
 #include <cmath>
 
@@ -12,14 +12,14 @@
 namespace brisko::virtual_mac {
 namespace {
 
-// What is no number counts as the least.
+// Anything that is not a number counts as `least`.
 double bounded(double number, double least, double most) {
   return number >= least ? std::min(number, most) : least;
 }
 
 bool flag(double number) { return number != 0; }
 
-// Whether `number` names one of the values 0 … last, and which.
+// Sets `value` to the one of 0 … last that `number` names. False when it names none.
 template <typename Enum>
 bool name(double number, Enum last, Enum& value) {
   const auto most = static_cast<double>(last);
@@ -39,7 +39,7 @@ void setHealth(Battery& battery, double fullMAh) {
   battery.chargeMAh = std::min(share * battery.fullMAh, battery.fullMAh);
 }
 
-// True when the change was one of these.
+// Returns true when the change was one of these.
 bool changeBattery(Machine& machine, const Change& change) {
   Battery& battery = machine.battery;
   const double number = change.number;
@@ -143,7 +143,8 @@ void changeNamedKey(Machine& machine, const Change& change) {
   if (key != nullptr) changeKey(*key, change);
 }
 
-// One fault for each property; none heals it. With every place taken the oldest fault makes room.
+// Each property has at most one fault; the fault "none" heals it. When all places are taken, the oldest fault
+// makes room.
 void changeProperty(Machine& machine, const ShortText& property, double number) {
   PropertyFault fault = PropertyFault::none;
   if (!name(number, PropertyFault::unsignedInteger, fault)) return;
@@ -160,7 +161,8 @@ void changeProperty(Machine& machine, const ShortText& property, double number) 
   *end = {.name = property, .fault = fault};
 }
 
-// An upgrade: what the new version closes is closed at once. Whoever plays it boots the machine afterwards.
+// An upgrade: the keys that the new version closes are closed at once. The caller reboots the machine
+// afterwards.
 void changeMacOS(Machine& machine, double number) {
   machine.system.macOS = std::llround(bounded(number, 1, 1000));
   machine.layout = machine.system.macOS >= 27 ? RegistryLayout::nested : RegistryLayout::flat;
@@ -179,7 +181,7 @@ void changeSignalAtExchange(Smc& smc, const Change& change) {
   smc.signalToRaise = wanted ? static_cast<std::int32_t>(change.number) : 0;
 }
 
-// True when the change was one of these.
+// Returns true when the change was one of these.
 bool changePower(Machine& machine, const Change& change) {
   switch (change.kind) {
     case ChangeKind::sleep:
@@ -211,7 +213,7 @@ bool changePower(Machine& machine, const Change& change) {
   }
 }
 
-// True when the change was one of these.
+// Returns true when the change was one of these.
 bool changeLimit(Machine& machine, const Change& change) {
   ChargeLimit& limit = machine.limit;
   const double number = change.number;

@@ -51,7 +51,7 @@ std::int64_t limitOnDisk(const Machine& machine) {
   return integerIn(preferenceOnDisk(machine, LimitPreference::limitValue)).value_or(noLimit);
 }
 
-// Told again of what is coming already, the service does not begin to wait anew.
+// When the service is told again of an order that is already pending, its delay does not start again.
 void readOrder(Machine& machine) {
   ChargeLimit& limit = machine.limit;
   const LimitOrder order = orderOnDisk(machine);
@@ -60,7 +60,7 @@ void readOrder(Machine& machine) {
   limit.comingAt = machine.now + limit.delay;
 }
 
-// The service is told that the preferences have changed; who guards a limit hears of it too.
+// Tells the service that the preferences have changed; a program that guards its own limit is told too.
 void notifyService(Machine& machine) {
   readOrder(machine);
   ChargeLimit& limit = machine.limit;
@@ -92,7 +92,7 @@ void takeOrder(Machine& machine) {
                 .fullUntil = full ? limit.coming.fullUntil : 0};
 }
 
-// The end of a full charge as machine time.
+// The end of a full charge, as machine time.
 double fullUntil(const Machine& machine) {
   const double until = machine.limit.held.fullUntil;
   return until > 0 ? until - machine.system.wallOffset : never;
@@ -105,8 +105,8 @@ void writeLimit(Machine& machine, std::int64_t percent) {
 
 bool isReadable(const Machine& machine) { return uptimeOf(machine) >= machine.limit.readableAfter; }
 
-// Off rather than on at 100: then nobody is told that the feature is in use while it does nothing. What
-// people asked of the menu, a full charge for today, continues.
+// A limit of 100 switches the feature off rather than on, so that it is not shown as in use while it does
+// nothing. A full charge that the user asked for today continues.
 std::optional<bool> answerSet(Machine& machine, std::int64_t percent) {
   if (!hasLimit(machine)) return false;
   if (machine.limit.setAnswer == LimitAnswer::error) return std::nullopt;
@@ -116,7 +116,7 @@ std::optional<bool> answerSet(Machine& machine, std::int64_t percent) {
   return true;
 }
 
-// A preference in an entry of the journal: its kind, then its number or what there is room for of its text.
+// Packs a preference into an entry of the journal: its kind, then its number or as much of its text as fits.
 void pack(const Preference& value, JournalEntry& entry) {
   entry.bytes[0] = static_cast<std::uint8_t>(value.kind);
   const bool real = value.kind == PreferenceKind::real || value.kind == PreferenceKind::date;
@@ -177,7 +177,7 @@ void startLimitService(Machine& machine) {
 
 double nextLimitEvent(const Machine& machine) {
   const ChargeLimit& limit = machine.limit;
-  // Asked at every step of a Mac's life, and nearly always of one where nothing is about to happen.
+  // Called at every step of the machine, and nearly always when nothing is about to happen.
   const bool quiet = limit.comingAt < 0 && limit.revertAt < 0 && limit.held.fullUntil <= 0;
   if (quiet || !isRunning(machine)) return never;
   return std::min({orNever(limit.comingAt), orNever(limit.revertAt), fullUntil(machine)});
@@ -199,7 +199,7 @@ void applyLimitEvent(Machine& machine) {
 
 bool hasLimit(const Machine& machine) { return machine.limit.offered && machine.system.macOS >= firstMacOS; }
 
-// Values that are no limit ask for none.
+// Values that are not limits request none.
 LimitOrder orderOnDisk(const Machine& machine) {
   LimitOrder order{};
   const std::int64_t percent = limitOnDisk(machine);
@@ -222,7 +222,7 @@ std::uint8_t shownLimit(const Machine& machine) {
 
 bool limitLetsCharge(double limit, double shownLevel, bool limitCharging) {
   if (limit <= 0) return true;
-  const double percent = std::round(shownLevel);  // what people see
+  const double percent = std::round(shownLevel);  // what users see
   if (percent >= limit) return false;
   if (percent < limit - restingMargin) return true;
   return limitCharging;
@@ -253,7 +253,7 @@ void guardLimit(Machine& machine, double seconds) {
 LimitClient loadClient(Machine& machine) {
   ++machine.limit.calls.loads;
   const LimitClient client = machine.limit.client;
-  // A macOS without the limit has the framework and does not know the class.
+  // A macOS without the limit has the framework but not the class.
   return client == LimitClient::offered && !hasLimit(machine) ? LimitClient::noClass : client;
 }
 

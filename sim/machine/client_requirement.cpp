@@ -7,7 +7,7 @@
 namespace brisko::virtual_mac {
 namespace {
 
-// Reads a text from its beginning on.
+// Reads a text from the beginning.
 class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text) {}
@@ -18,7 +18,7 @@ class Reader {
     return true;
   }
 
-  // Up to the next quotation mark, which is taken too; none when that is empty or needs escapes.
+  // Reads up to the next quotation mark and consumes that too; none when the text is empty or needs escapes.
   [[nodiscard]] std::optional<std::string_view> takeQuoted() {
     const std::size_t end = rest_.find('"');
     if (end == std::string_view::npos || end == 0) return std::nullopt;
@@ -47,7 +47,7 @@ bool meets(const ClientSignature& signature, std::string_view requirement) {
 }
 
 std::span<const KnownClient> knownClients() {
-  // Exit hooks may still be asked, hence never destroyed.
+  // Exit hooks may still use it, so it is never destroyed.
   static const auto& clients = *new std::array<KnownClient, 4>{{
       {"app", {true, std::string(appTeam), "com.brisko.Brisko"}},
       {"wrong-team", {true, "3ZD8MW61RC", "com.brisko.Brisko"}},

@@ -45,7 +45,7 @@ struct KnownKey {
   Closing closing;
 };
 
-// In the order in which the controller lists them: by code.
+// In the controller's own order: by code.
 constexpr std::array<KnownKey, 15> knownKeys{{
     {keyCode("AC-W"), 1, "si8 ", KeySource::adapter, Closing::stays},
     {keyCode("ACLC"), 1, "ui8 ", KeySource::stored, Closing::stays},
@@ -99,7 +99,7 @@ SmcKey makeKey(const KnownKey& known) {
   key.writeStatus = platform::kernelError;
   key.releaseAfter = -1;
   key.releaseAt = -1;
-  // A band that nobody has set lets the battery charge to the end.
+  // A band that nobody has set lets the battery charge to 100 %.
   if (known.code == keyCode("bfD0") || known.code == keyCode("bfE0")) key.resting[0] = 100;
   key.bytes = key.resting;
   key.acted = key.resting;
@@ -123,7 +123,7 @@ Bytes bytesOf(const SmcRecord& record) {
   return bytes;
 }
 
-// What a read of the key shows.
+// What a read of the key returns.
 Bytes shownBytes(const Machine& machine, const SmcKey& key) {
   if (key.scripted) return key.bytes;
   Bytes bytes{};
@@ -165,7 +165,7 @@ void writeBytes(Machine& machine, SmcKey& key, const Bytes& bytes) {
   settle(machine, reached);
 }
 
-// The answer to one command: the status of the call and, when that is 0, the controller's result.
+// The answer to one command: the status of the call and, if that is 0, the controller's result.
 struct Answer {
   KernelStatus status = platform::kernelSuccess;
   std::uint8_t result = resultSuccess;
@@ -254,7 +254,7 @@ bool holds(const Machine& machine, std::uint32_t code, std::uint8_t value) {
   return key != nullptr && key->present && key->acted[0] == value;
 }
 
-// The whole word counts: a stop is 01 00 00 00 and nothing else.
+// The whole value counts: a stop is 01 00 00 00 and nothing else.
 bool holdsWord(const Machine& machine, std::uint32_t code, std::uint32_t value) {
   const SmcKey* key = findKey(machine, code);
   return key != nullptr && key->present && load32(key->acted, 0) == value;
@@ -332,7 +332,7 @@ ChargeOrders chargeOrders(const Machine& machine) {
 bool letsCharge(const ChargeOrders& orders, double shownLevel, bool bandCharging) {
   if (orders.stopped) return false;
   if (!orders.bandArmed) return true;
-  // The firmware goes by the percentage that people see.
+  // The firmware uses the percentage that users see.
   const double percent = std::round(shownLevel);
   if (percent >= orders.bandUpper) return false;
   if (percent < orders.bandLower) return true;
@@ -343,7 +343,7 @@ KernelStatus exchange(Machine& machine, Journal& journal, const SmcRecord& input
   output.fill(0);
   const Answer answer = obey(machine, input, output);
   enter(journal, machine, input, output, answer);
-  // A call that fails has filled nothing.
+  // A failed call leaves the output unfilled.
   if (answer.status == platform::kernelSuccess) output[resultAt] = answer.result;
   countExchange(machine);
   return answer.status;

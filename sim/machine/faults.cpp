@@ -15,7 +15,7 @@ constexpr Change change(ChangeKind kind, double number = 0, std::uint32_t status
   return {.kind = kind, .number = number, .status = status};
 }
 
-// The team identifiers of Apple have ten characters, so none is cut.
+// Apple's team identifiers have ten characters, so none is truncated.
 constexpr Change signedBy(std::string_view team) {
   Change change{.kind = ChangeKind::daemonTeam};
   for (std::size_t index = 0; index < team.size(); ++index) change.text[index] = team[index];
@@ -50,7 +50,7 @@ constexpr std::array allFaults{
     simple("weak-adapter", change(ChangeKind::plug, 5),
            "A telephone's charger or a monitor's port gives less than the Mac needs."),
     measured("charge", ChangeKind::charge, "%", 0, 100,
-             "A gauge that learns anew jumps, and a Mac may come back from anywhere."),
+             "A gauge that recalibrates jumps, and a Mac may return with any charge."),
     measured("load", ChangeKind::load, "W", 0, 300, "The Mac idles, works or plays."),
     measured("ambient", ChangeKind::ambient, "°C", -50, 80, "Rooms, cars and laps are warm or cold."),
     measured("temperature", ChangeKind::temperature, "°C", -50, 150,
@@ -175,15 +175,15 @@ constexpr std::array allFaults{
     measured("limit-readable-after", ChangeKind::limitReadableAfter, "s of uptime", 0, 1e9,
              "Right after boot the service answers nobody."),
     simple("limit-state-unreadable", change(ChangeKind::limitEnabledFails, 1),
-           "The connection to the service breaks, and stays broken."),
+           "The connection to the service is lost and not restored."),
     simple("limit-state-readable", change(ChangeKind::limitEnabledFails, 0), "The service is started anew."),
     simple("limit-value-unreadable", change(ChangeKind::limitValueFails, 1),
-           "The service has nothing to tell of a limit that nobody ever set."),
+           "The service has no value for a limit that was never set."),
     simple("limit-value-readable", change(ChangeKind::limitValueFails, 0), "The service is started anew."),
     simple("limit-refused", change(ChangeKind::limitSetAnswer, LimitAnswer::no),
            "A profile may forbid that the limit is changed."),
     simple("limit-set-fails", change(ChangeKind::limitSetAnswer, LimitAnswer::error),
-           "The service asks for an entitlement that the caller has not."),
+           "The service requires an entitlement that the caller lacks."),
     simple("limit-granted", change(ChangeKind::limitSetAnswer, LimitAnswer::takes), "The policy is lifted."),
     simple("limit-below-80-ignored", change(ChangeKind::limitBelowFloor, OddLimit::ignored),
            "The service checks what it reads against what the slider offers, and leaves the rest alone."),

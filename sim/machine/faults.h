@@ -1,7 +1,7 @@
 // sim/machine/faults.h
-// The one list of what may happen to the virtual Mac: what a person, the weather, another program, macOS or
-// the hardware itself does to it, each with the reason why it is believable. Tools and simulated campaigns
-// draw from it. What happens to files is played on the real files below the machine's volume root.
+// The one list of what may happen to the virtual Mac: what a user, the weather, another program, macOS or the
+// hardware itself does to it, each with the reason why it is believable. Tools and simulated campaigns draw
+// from it. Faults of files are applied to the real files below the machine's volume root.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@
 
 namespace brisko::virtual_mac {
 
-// What must be said besides the name.
+// The arguments that a fault needs besides its name.
 struct Asks {
   bool key = false;
   bool number = false;
@@ -21,11 +21,11 @@ struct Asks {
 };
 
 struct Fault {
-  std::string_view name;  // of the tools, e.g. "key-ignores-write"
-  Change change;          // complete but for what is asked
+  std::string_view name;  // as the tools call it, e.g. "key-ignores-write"
+  Change change;          // complete except for the arguments
   Asks asks;
-  std::string_view unit;  // of the number that is asked, e.g. "mA"; empty when none is
-  double least, most;     // what that number may be
+  std::string_view unit;  // of the number, e.g. "mA"; empty when it takes none
+  double least, most;     // the number's range
   std::string_view reason;
 };
 

@@ -15,20 +15,20 @@ namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
-// Brings the clock to `time`; physics has been there or has nothing to do until then.
+// Sets the clock to `time`. Physics has been simulated up to there, or has nothing to do until then.
 void moveClock(Machine& machine, double time) {
   if (machine.system.asleep) machine.system.sleptSeconds += time - machine.now;
   machine.now = time;
 }
 
-// The next point of the gauge's grid after `second`.
+// The gauge's next publication time after `second`.
 double nextPublication(const Machine& machine, double second) {
   const double start = std::floor(machine.system.bootedAt);
   return start + (std::floor((second - start) / gaugePeriod) + 1) * gaugePeriod;
 }
 
-// Lets the whole seconds up to and with `time` pass, as long as nothing else happens. True when it stopped
-// right after a publication that others must hear of, which it does only if asked to.
+// Simulates the whole seconds up to and including `time`, as long as nothing else happens. If asked to, stops
+// right after a publication that others must be told of, and then returns true.
 bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
   const Flow flow = flowOf(machine);
   const std::uint64_t changes = machine.powerSource.changes;
@@ -37,7 +37,7 @@ bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
   double publication = nextPublication(machine, second);
   while (second < last) {
     second += 1;
-    // When a second changes nothing, neither do the others before the next publication.
+    // When a second changes nothing, neither do the following ones before the next publication.
     if (!passSecond(machine, flow)) second = std::max(second, std::min(last, publication));
     if (second < publication) continue;
     publication += gaugePeriod;
@@ -49,9 +49,9 @@ bool passSeconds(Machine& machine, double time, bool stopAtNotice) {
   return false;
 }
 
-// What happens by itself, other than the passing of time. Of things due at the same instant the system takes
-// its keys back first, powerd publishes next, then sleep takes its course, then the limit of macOS, and then
-// planned changes come in the order of their planning.
+// Events other than the passing of time. Of events due at the same instant, the system takes its keys back
+// first, then powerd publishes, then come sleep events, then macOS's limit, and last the planned changes in
+// the order in which they were planned.
 struct DueEvent {
   double at = never;
   SmcKey* release = nullptr;
@@ -81,7 +81,7 @@ DueEvent nextDueEvent(Machine& machine) {
   return next;
 }
 
-// True when a process must hear of it.
+// Returns true when a process must be told of it.
 bool applyDueEvent(Machine& machine, const DueEvent& due) {
   const std::uint64_t changes = machine.powerSource.changes;
   const std::uint32_t notices = machine.sleep.noticesSent;
@@ -112,7 +112,7 @@ bool move(Machine& machine, double time, bool stopAtNotice) {
   if (!(time >= machine.now)) return false;
   while (true) {
     const DueEvent next = nextDueEvent(machine);
-    // What was planned for the past happens now.
+    // A change planned for the past happens now.
     const double until = std::max(std::min(next.at, time), machine.now);
     if (passSeconds(machine, until, stopAtNotice)) return true;
     if (next.at > time) return false;
@@ -147,7 +147,7 @@ System makeSystem(const MachineOptions& options) {
   return system;
 }
 
-// As if it had stood like this for a while: everything has come to rest and is published.
+// Brings everything to rest and publishes it, as if the machine had been in this state for a while.
 void comeToRest(Machine& machine) {
   machine.powerSource.stateDueAt = -1;
   machine.powerSource.onAdapter = adapterReachesBattery(machine);

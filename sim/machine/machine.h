@@ -1,13 +1,13 @@
 // sim/machine/machine.h
-// The virtual Mac: a machine made of data. It is a plain record of fixed size without pointers, so that it
-// can lie in memory shared between a test and the processes of the daemon, or in a file that outlives them
-// all.
+// The virtual Mac: a machine made of data. It is a plain record of fixed size without pointers, so it can lie
+// in memory that a test shares with the daemon's processes, or in a file that outlives them all.
 //
-// Words: "machine time" is the record's own clock, in seconds since 1970; it runs through sleep and never
-// steps. The wall clock is machine time plus `wallOffset`; uptime is machine time since boot less the sleep.
-// advance() moves the machine from its last look to a later moment and is the only thing that changes it by
-// itself; apply() is the only way in which a person, the weather or a fault changes it; exchange() is the
-// only way in which software reaches the controller. All three depend on nothing but the record.
+// Terms: "machine time" is the record's own clock, in seconds since 1970; it runs through sleep and never
+// steps. The wall clock is machine time plus `wallOffset`; uptime is machine time since boot less the time
+// asleep. advance() moves the machine from its last update to a later moment; it is the only function with
+// which the machine changes by itself. apply() is the only way in which a user, the weather or a fault
+// changes it. exchange() is the only way in which software reaches the controller. All three depend on
+// nothing but the record.
 #pragma once
 
 #include <array>
@@ -40,7 +40,7 @@ using ShortText = std::array<char, 40>;
 // ---------------------------------------------------------------------------------------------------------
 // The system management controller
 
-// What stands behind a key when it is read.
+// Where the value of a key comes from when it is read.
 enum class KeySource : std::uint8_t {
   stored,       // the bytes of the record
   adapter,      // "AC-W": 0xFF without an adapter
@@ -50,25 +50,25 @@ enum class KeySource : std::uint8_t {
   systemLimit,  // "bfG0": the limit that macOS enforces
 };
 
-// What a write does. Accepted is not obeyed: the status of a write says nothing about its effect.
+// The effect of a write. Accepted is not obeyed: the status of a write says nothing about its effect.
 enum class OnWrite : std::uint8_t {
   obey,
-  ignore,              // accepted, the value stays
+  ignore,              // accepted, but the value stays
   storeWithoutEffect,  // accepted and read back, the hardware continues as before
-  refuse,              // the controller's result byte says no
+  refuse,              // the controller's result byte reports an error
   kernelError,         // the call itself fails with `writeStatus`
 };
 
 struct SmcKey {
   std::uint32_t code;                    // 0: an empty place in the table
-  std::uint32_t size;                    // bytes; may be 0 or above 32
+  std::uint32_t size;                    // may be 0 or above 32
   std::uint32_t type;                    // four-character type code
-  std::array<std::uint8_t, 32> bytes;    // what a read shows
+  std::array<std::uint8_t, 32> bytes;    // what a read returns
   std::array<std::uint8_t, 32> acted;    // what the hardware follows
-  std::array<std::uint8_t, 32> resting;  // what the system puts back when it takes the key back
+  std::array<std::uint8_t, 32> resting;  // what the system restores when it takes the key back
   KeySource source;
   OnWrite onWrite;
-  bool present;               // false: the controller does not know it
+  bool present;               // false: unknown to the controller
   bool scripted;              // a computed key shows `bytes` instead (a broken sensor)
   std::uint32_t readStatus;   // not 0: every call that asks for the key fails with it
   std::uint32_t writeStatus;  // for OnWrite::kernelError
@@ -85,7 +85,7 @@ struct Smc {
   std::uint64_t exchanges;         // calls of exchange() so far
   std::uint64_t signalAtExchange;  // raise `signalToRaise` in the caller right after this exchange; 0 never
   std::int32_t signalToRaise;
-  bool lightTaken;  // macOS takes "ACLC" back whenever the adapter or the charging it publishes changes
+  bool lightTaken;  // macOS resets "ACLC" whenever the adapter or the charging it publishes changes
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -93,9 +93,9 @@ struct Smc {
 
 struct Battery {
   bool installed;
-  double designMAh;   // as sold
-  double fullMAh;     // what it holds today, by the gauge
-  double reserveMAh;  // held back below 0; the nominal capacity is full + reserve
+  double designMAh;   // when new
+  double fullMAh;     // its capacity today, by the gauge
+  double reserveMAh;  // unusable charge below 0; the nominal capacity is full + reserve
   std::int64_t cycles;
   double chargeMAh;      // 0 … fullMAh
   double shownFull;      // share of fullMAh at which 100 % is shown
@@ -103,11 +103,11 @@ struct Battery {
   double resistanceOhm;  // of the pack
   double currentMA;      // at this moment; negative while it drains
   double targetMA;       // what the current is moving toward
-  double decaySeconds;   // how slowly the current follows a change; 0 at once
+  double decaySeconds;   // how slowly the current follows a change; 0: at once
   double temperatureC;
-  bool fullyCharged;   // the charge ended by itself; charging begins again below rechargeLevel
+  bool fullyCharged;   // charging ended by itself; it begins again below rechargeLevel
   bool bandCharging;   // the firmware band's last direction
-  bool limitCharging;  // likewise of the limit of macOS
+  bool limitCharging;  // likewise of macOS's limit
   double trickleMA;    // what still flows in while charging is stopped; 0 on a healthy Mac
 };
 
@@ -119,12 +119,12 @@ struct Adapter {
 };
 
 struct Surroundings {
-  double loadWatts;  // what the Mac itself needs, awake
+  double loadWatts;  // consumption of the Mac itself, awake
   double ambientC;
 };
 
-// What the gauge published last. It publishes every 60 s, counted from the start of the system; at once only
-// the adapter's flags change, and what the charger asks for as the adapter comes or goes.
+// The gauge's last publication. It publishes every 60 s, counted from the start of the system. Only the
+// adapter's flags, and the requested charge when the adapter comes or goes, are published at once.
 struct Gauge {
   double publishedAt;  // machine time
   std::int64_t percent;
@@ -134,12 +134,12 @@ struct Gauge {
   std::int64_t temperatureCentiC;
   bool charging;
   bool full;
-  std::int64_t askedMA;  // what the charger asks for
+  std::int64_t askedMA;  // charge current that the charger requests
   bool operator==(const Gauge&) const = default;
 };
 inline constexpr double gaugePeriod = 60;  // seconds
 
-// What powerd publishes of the internal battery.
+// What powerd publishes about the internal battery.
 struct PowerSource {
   std::int64_t percent;
   bool onAdapter;  // "Power Source State"
@@ -148,10 +148,10 @@ struct PowerSource {
   std::int64_t minutes;   // to empty on battery, to full while charging; -1 still calculating
   double lagSeconds;      // how late the state follows the adapter
   double stateDueAt;      // machine time at which a changed state is published; < 0 none pending
-  std::uint64_t changes;  // published changes so far: processes compare it to hear of them
+  std::uint64_t changes;  // published changes so far; processes compare it to notice new ones
 };
 
-// How the registry shows the battery.
+// Where the registry has the battery's properties.
 enum class RegistryLayout : std::uint8_t {
   flat,    // up to macOS 26
   nested,  // macOS 27: capacities in "BatteryData" only
@@ -159,7 +159,7 @@ enum class RegistryLayout : std::uint8_t {
 
 enum class PropertyFault : std::uint8_t { none, missing, text, real, unsignedInteger };
 struct PropertyChange {
-  ShortText name;  // inside a nested dictionary: "BatteryData/DesignCapacity"; or a whole entry's
+  ShortText name;  // of a nested property, "BatteryData/DesignCapacity"; or of a whole entry
   PropertyFault fault;
   bool operator==(const PropertyChange&) const = default;
 };
@@ -189,18 +189,18 @@ struct System {
 // Sleep, wake and the power service. There is one client at most: the daemon.
 
 enum class SleepStage : std::uint8_t {
-  none,       // awake or asleep, and staying so
-  asked,      // before idle sleep: may the system sleep? Waits for the answer
-  announced,  // it is going to sleep. Waits for the answer
-  falling,    // everybody has answered, or had the time to
+  none,       // awake or asleep, with no change under way
+  asked,      // before idle sleep the client is asked for permission; waits for its answer
+  announced,  // the sleep is announced; waits for the client's answer
+  falling,    // every client has answered or timed out
 };
 
-inline constexpr double answerTimeout = 30;      // seconds; then the sleep continues without the answer
-inline constexpr double fallingSeconds = 2;      // from the last answer to sleep
+inline constexpr double answerTimeout = 30;      // seconds; then the sleep proceeds without the answer
+inline constexpr double fallingSeconds = 2;      // from the last answer to the sleep itself
 inline constexpr double poweredOnDelay = 2;      // from the beginning of a full wake to its message
-inline constexpr std::uint32_t lateTimeout = 3;  // a client this often late in a row is not waited for
+inline constexpr std::uint32_t lateTimeout = 3;  // a client late this often in a row is no longer waited for
 
-// A message to the client; `type` as the system numbers them. The client answers with the token.
+// A message to the client; `type` has the system's numbers. The client answers with the token.
 struct PowerNotice {
   double sentAt;        // machine time
   double answeredAt;    // likewise; < 0 not yet
@@ -210,23 +210,23 @@ struct PowerNotice {
 };
 inline constexpr std::size_t noticePlaces = 32;
 
-// A scheduled power event, as the system keeps it on its disk.
+// A scheduled power event, as the system stores it on the disk.
 struct ScheduledEvent {
   bool pending;
   double date;  // wall clock
   ShortText identifier;
-  ShortText type;  // "wake" and "wakepoweron" end a sleep; of the others nothing comes
+  ShortText type;  // "wake" and "wakepoweron" end a sleep; other types have no effect
 };
 inline constexpr std::size_t scheduledPlaces = 16;
 
 struct Sleep {
   SleepStage stage;
-  double stageEndsAt;  // machine time at which the stage ends by itself; < 0 never
-  bool dark;           // awake for maintenance, display off
-  double darkUntil;    // machine time at which it falls asleep again; < 0 never
-  double poweredOnAt;  // machine time at which the client hears of the full wake; < 0 nothing to hear
-  bool refused;        // sleeps that are announced come to nothing
-  double scheduledWakeSeconds;  // how long a scheduled wake lasts before it sleeps on; 0: it is a full wake
+  double stageEndsAt;           // machine time at which the stage ends by itself; < 0 never
+  bool dark;                    // awake for maintenance, display off
+  double darkUntil;             // machine time at which it falls asleep again; < 0 never
+  double poweredOnAt;           // machine time of the message about the full wake; < 0 none pending
+  bool refused;                 // announced sleeps are aborted
+  double scheduledWakeSeconds;  // length of a scheduled wake; 0: it is a full wake
   std::array<ScheduledEvent, scheduledPlaces> events;
   platform::KernelStatus scheduleStatus;  // not 0: scheduling fails with it
   bool refusesClients;
@@ -234,12 +234,12 @@ struct Sleep {
   std::uint32_t lateAnswers;  // of the client, in a row
   std::uint32_t noticesSent;  // so far; notice n lies at n % noticePlaces
   std::array<PowerNotice, noticePlaces> notices;
-  std::uint64_t strayAnswers;  // answers to what did not wait for one
+  std::uint64_t strayAnswers;  // answers to messages that did not wait for one
 };
 
 // ---------------------------------------------------------------------------------------------------------
 // The control service and its clients, in virtual time. A request waits until a daemon listens and the Mac is
-// awake, as the system keeps it for a service that is still to be started.
+// awake, because the system keeps it for a service that has not started yet.
 
 enum class RequestKind : std::uint8_t { applySettings, purgeAllData, releaseCharge, restart };
 
@@ -255,12 +255,12 @@ struct ClientRequest {
   RequestStage stage;
   RequestKind kind;
   std::uint32_t client;   // which of knownClients()
-  ShortText settings;     // what applySettings sends; "@/path": what the file there, on the volume, holds
-  bool awaited;           // false: the client is gone before a reply can come
+  ShortText settings;     // sent by applySettings; "@/path": the contents of that file on the volume
+  bool awaited;           // false: the client disconnects before a reply can come
   double sentAt;          // machine time
   double answeredAt;      // likewise, of the last reply; < 0 none yet
   std::uint32_t answers;  // how often the daemon replied
-  bool done;              // of the last reply that reached the client, as the rest
+  bool done;              // of the last reply that reached the client, like `error`
   bool hasError;
   std::array<char, 160> error;  // cut to 159 bytes, zero-terminated
 };
@@ -272,10 +272,10 @@ struct Control {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// The charge limit of macOS. Its settings are preferences on the machine's disk; a service reads them when it
-// is told to, takes them a little later and then enforces them. charge_limit.h has its rules.
+// The charge limit of macOS. Its settings are preferences on the machine's disk. When a service is told of a
+// change it reads them, takes them a little later and then enforces them. charge_limit.h has the rules.
 
-// A preference as the disk keeps it. Data, lists and dictionaries find no room here and count as no value.
+// A preference as stored on the disk. Data, lists and dictionaries are not supported and count as no value.
 enum class PreferenceKind : std::uint8_t { none, boolean, integer, real, text, date };
 struct Preference {
   PreferenceKind kind;
@@ -285,34 +285,34 @@ struct Preference {
   bool operator==(const Preference&) const = default;
 };
 
-// Of the domain "com.apple.smartcharging.topoffprotection", the only one that the disk keeps.
+// Keys of the domain "com.apple.smartcharging.topoffprotection", the only one that the disk stores.
 enum class LimitPreference : std::uint8_t {
   featureState,   // "MCLFeatureState": 1 while the limit is on
   limitValue,     // "mclLimitValue": percent
-  disabledUntil,  // "MCLTempDisabledUntilDate": until then people want a full charge
+  disabledUntil,  // "MCLTempDisabledUntilDate": the end of a full charge that was asked for
 };
 inline constexpr std::size_t limitPreferences = 3;
 
-// What programs find of the client in PowerUI.
+// What programs find when they look for the client in PowerUI.
 enum class LimitClient : std::uint8_t { offered, noSelector, noClass, noFramework };
 
-// What becomes of limits that the slider does not offer.
+// How the service treats limits that the slider does not offer.
 enum class OddLimit : std::uint8_t {
   taken,     // like any other
-  ignored,   // the limit before continues
+  ignored,   // the previous limit stays
   adjusted,  // to one that the slider offers: 80, or the step of 5 below
 };
 
 enum class LimitAnswer : std::uint8_t { takes, no, error };
 
-// What the service read in the preferences.
+// What the service read from the preferences.
 struct LimitOrder {
   std::int64_t percent;  // 1 … 99; 0 none
   double fullUntil;      // wall clock; 0 none
   bool operator==(const LimitOrder&) const = default;
 };
 
-// How often programs reached for it, since the machine was made.
+// How often programs have used it since the machine was made.
 struct LimitCalls {
   std::uint64_t loads;  // of the framework, whether it is there or not
   std::uint64_t clients;
@@ -326,32 +326,33 @@ struct LimitCalls {
 };
 
 struct ChargeLimit {
-  bool offered;        // by macOS from 26 on; without it nothing of the rest has any effect
-  LimitClient client;  // what stands in the way of programs, and of them alone
+  bool offered;        // by macOS 26 and later; without it none of the rest has any effect
+  LimitClient client;  // what hinders programs, and only them
   std::array<Preference, limitPreferences> preferences;
-  double delay;                // seconds from being told of a change to taking it
+  double delay;                // seconds between being told of a change and taking it
   LimitOrder coming;           // read, and taken at …
   double comingAt;             // … machine time; < 0 nothing is coming
-  LimitOrder held;             // taken: enforced unless people wait for a full charge
-  double supportedAfter;       // uptime from which on the client says that the limit is supported
-  double readableAfter;        // … and from which on it can tell whether it is on, and what it is
-  bool enabledFails;           // whether it is on can't be told
-  bool valueFails;             // what it is can't be told
+  LimitOrder held;             // taken: enforced except during a requested full charge
+  double supportedAfter;       // uptime from which the client reports that the limit is supported
+  double readableAfter;        // … and from which it reports whether it is on, and its value
+  bool enabledFails;           // its on/off state can't be read
+  bool valueFails;             // its value can't be read
   LimitAnswer setAnswer;       // to a limit that the slider offers
   OddLimit belowFloor;         // limits below 80
   OddLimit offStep;            // those above that are not a multiple of 5
   bool drains;                 // the battery is drained down to the limit on the adapter
   bool showsNoneAs100;         // in "bfG0", else 0
-  bool preferencesFail;        // they can't be written to the disk
-  double revertAfter;          // seconds after which another program puts its own limit back; < 0 never
+  bool preferencesFail;        // writes to the disk fail
+  double revertAfter;          // seconds after which another program restores its own limit; < 0 never
   std::int64_t revertPercent;  // that limit; 0 none
-  double revertAt;             // machine time; < 0 not about to
+  double revertAt;             // machine time; < 0 not pending
   LimitCalls calls;
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// Changes: the one list of what a person, the weather or a fault may do to the machine. Each is believable;
-// faults.h says why, and names them for the tools; requests alone are none, but what people do with the app.
+// Changes: the one list of what a user, the weather or a fault may do to the machine. Each is believable;
+// faults.h says why, and names them for the tools. Only requests are not faults: they are what users do in
+// the app.
 
 enum class ChangeKind : std::uint8_t {
   nothing,
@@ -360,8 +361,8 @@ enum class ChangeKind : std::uint8_t {
   charge,            // number: percent shown; publishes at once
   load,              // number: watts
   ambient,           // number: °C
-  temperature,       // number: °C of the battery, from where physics continues
-  health,            // number: mAh that it holds when full
+  temperature,       // number: °C of the battery; physics continues from there
+  health,            // number: its capacity in mAh
   cycles,            // number
   decay,             // number: seconds over which the current follows a change
   trickle,           // number: mA that still flow in while charging is stopped
@@ -373,8 +374,8 @@ enum class ChangeKind : std::uint8_t {
   keySize,           // key; number: bytes
   keyOnWrite,        // key; number: OnWrite; status: for kernelError
   keyReadStatus,     // key; status: 0 heals it
-  keyBytes,          // key; bytes: somebody else writes it, hardware follows; scripts a computed key
-  keyUnscript,       // key: a computed key shows the truth again
+  keyBytes,          // key; bytes: another program writes it, hardware follows; scripts a computed key
+  keyUnscript,       // key: a computed key shows the true value again
   keyRelease,        // key: the system takes it back now
   keyReleaseAfter,   // key; number: seconds after each write, below 0 never
   smcService,        // number: SmcService
@@ -386,22 +387,22 @@ enum class ChangeKind : std::uint8_t {
   signalAtExchange,  // number: signal; status: how many exchanges from now
   batteryInstalled,  // number 0 or 1
   lightTaken,        // number 0 or 1
-  sleep,             // the lid is closed: announced without asking; from a dark wake without a word
-  idleSleep,         // nobody used it for a while: asked first. Only from a full wake
+  sleep,             // the lid is closed: announced without asking; from a dark wake without a message
+  idleSleep,         // the Mac is unused: asked first. Only from a full wake
   wake,              // a full wake
-  darkWake,          // number: seconds until it sleeps on
-  sleepRefused,      // number 1: sleeps that are announced come to nothing, 0: no longer
+  darkWake,          // number: seconds until it sleeps again
+  sleepRefused,      // number 1: announced sleeps are aborted, 0: no longer
   scheduledWakes,    // number: seconds that scheduled wakes last; 0: they are full wakes
   scheduleStatus,    // status: that of scheduling a wake; 0 heals it
-  powerClients,      // number 0: the power service takes no clients, 1: it does
-  daemonTeam,        // text: the team that signed the daemon; "" nobody. Its signature is readable then
+  powerClients,      // number 0: the power service accepts no clients, 1: it does
+  daemonTeam,        // text: the team that signed the daemon; "" unsigned. Makes the signature readable
   daemonSignature,   // number 0: the daemon's own signature cannot be read, 1: it can
   request,           // number: RequestKind; status: which known client; text: the settings to apply
-  requestUnawaited,  // the same from a client that is gone before the reply
+  requestUnawaited,  // the same from a client that disconnects before the reply
 
-  limit,                // number: percent to which people set the limit of macOS; 100 none
-  chargeToFull,         // number: seconds for which they ask for a full charge; 0: no longer
-  limitReverted,        // number: seconds after which another program puts back the limit of now; < 0 never
+  limit,                // number: percent that users set as macOS's limit; 100 none
+  chargeToFull,         // number: seconds of a full charge that users ask for; 0: no longer
+  limitReverted,        // number: seconds until another program restores the present limit; < 0 never
   limitDelay,           // number: seconds until macOS takes a new limit
   limitClient,          // number: LimitClient
   limitSupportedAfter,  // number: uptime in seconds
@@ -426,7 +427,7 @@ struct Change {
   ShortText text{};
 };
 
-// Something that will happen by itself, at a machine time.
+// Something that will happen by itself at a machine time.
 struct Planned {
   double at;
   std::uint64_t order;  // of insertion: breaks ties
@@ -438,7 +439,7 @@ inline constexpr std::size_t plannedPlaces = 64;
 struct Machine {
   std::uint32_t version;
   ShortText model;  // as shown to people, e.g. "MacBook Air 13"
-  double now;       // machine time of the last look
+  double now;       // machine time of the last update
   Smc smc;
   Battery battery;
   Adapter adapter;
@@ -454,7 +455,7 @@ struct Machine {
   ChargeLimit limit;
   std::array<Planned, plannedPlaces> planned;
   std::uint64_t plannedSoFar;
-  std::uint32_t pendingSignals;  // bit n: signal n waits to be raised in the process that holds the machine
+  std::uint32_t pendingSignals;  // bit n: signal n is to be raised in the process that uses the machine
   // Live only: how machine time follows real time.
   double speed;          // machine seconds in a real second
   double realAnchor;     // real time (seconds since 1970) at which …
@@ -463,9 +464,9 @@ struct Machine {
 static_assert(std::is_trivially_copyable_v<Machine>);
 
 // ---------------------------------------------------------------------------------------------------------
-// The journal: exchanges as they happened, oldest overwritten first. Writes always; reads when asked for.
-// What passes between the power service or the control service and a client stands among them, and what
-// reaches for the limit of macOS, so that the order of all can be seen.
+// The journal: exchanges in the order in which they happened; the oldest are overwritten first. Writes are
+// always recorded, reads only if requested. Traffic between the power or control service and its clients, and
+// operations on macOS's limit, are recorded among the exchanges, so that the order of everything is visible.
 
 struct JournalEntry {
   double time;            // machine time
@@ -474,19 +475,19 @@ struct JournalEntry {
   std::uint32_t status;   // of the call
   std::uint8_t command;   // 5 read, 6 write, 8 key at index, 9 key info, or one of the power service's
   std::uint8_t result;    // of the controller
-  std::uint8_t size;      // bytes that count
+  std::uint8_t size;      // number of valid bytes
   std::array<std::uint8_t, 32> bytes;
 };
 
-// Commands of the journal that are none of the controller's.
-inline constexpr std::uint8_t journalHeard = 0x40;      // the client heard a message
+// Commands of the journal that the controller does not have.
+inline constexpr std::uint8_t journalHeard = 0x40;      // the client received a message
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
 // Of the control service; key: the RequestKind, byte 0 of a reply: 1 done.
 inline constexpr std::uint8_t journalAsked = 0x48;    // a request was delivered to the daemon
 inline constexpr std::uint8_t journalReplied = 0x49;  // … and it replied
-// Those of the limit of macOS; charge_limit.h tells them in words.
+// For the limit of macOS; charge_limit.h has their texts.
 inline constexpr std::uint8_t journalLimitSet = 0x44;      // by the client; key: percent
 inline constexpr std::uint8_t journalPreference = 0x45;    // written; key: LimitPreference
 inline constexpr std::uint8_t journalSynchronised = 0x46;  // the preferences
@@ -495,7 +496,7 @@ inline constexpr std::uint8_t journalNotified = 0x47;      // key 1: the service
 struct Journal {
   static constexpr std::size_t capacity = 8192;
   std::uint64_t written;  // entries ever written; entry n lies at n % capacity
-  bool reads;             // whether reads and key infos are kept too
+  bool reads;             // whether reads and key infos are recorded too
   std::array<JournalEntry, capacity> entries;
 };
 static_assert(std::is_trivially_copyable_v<Journal>);
@@ -506,10 +507,10 @@ static_assert(std::is_trivially_copyable_v<Journal>);
 enum class GateKind : std::uint8_t { chte, ch0b0c, firmwareBand, none };
 enum class CutKind : std::uint8_t { chie, ch0i, ch0j, none };
 
-// A model of Mac, for make(). Models of our own stand in models.h.
+// A model of Mac, for makeMachine(). The built-in models are in models.h.
 struct Model {
-  std::string_view name;   // of the tools, e.g. "air13"
-  std::string_view title;  // for people
+  std::string_view name;   // as the tools call it, e.g. "air13"
+  std::string_view title;  // as users see it
   double designMAh, fullMAh, reserveMAh;
   std::int64_t cycles;
   double maxChargeMA;
@@ -531,39 +532,39 @@ struct MachineOptions {
   double uptime = 3600;           // seconds since boot at that moment
   double percent = 70;
   bool plugged = true;
-  bool chargeLimit = true;  // macOS has a charge limit of its own, from 26 on
+  bool chargeLimit = true;  // macOS, from 26 on, has a charge limit of its own
 };
 
-// A healthy Mac as it stands at the start: keys open, gauge fresh, awake. From macOS 27 on the charge keys
-// are closed: those of the CH families have no bytes and those of the firmware band are refused.
+// A healthy Mac at the start: keys open, gauge fresh, awake. From macOS 27 on the charge keys are closed:
+// those of the CH families have no bytes, and those of the firmware band are refused.
 [[nodiscard]] Machine makeMachine(const Model& model, const MachineOptions& options = {});
 
-// Moves the machine to `time` (earlier ones change nothing). Second by second: planned changes, keys taken
-// back, current, charge, temperature, and every 60 s the gauge and the power source.
+// Moves the machine to `time`; earlier times change nothing. Simulated second by second are planned changes,
+// keys taken back, current, charge and temperature, and every 60 s the gauge and the power source.
 void advance(Machine& machine, double time);
 
-// The same, but stops right after the first thing that a process must hear of: a signal, a power message, the
-// beginning or the end of sleep and, while the machine is awake, a published change of the power source. True
-// when it stopped there.
+// The same, but stops right after the first event that a process must be told of: a signal, a power message,
+// the beginning or the end of sleep and, while the machine is awake, a published change of the power source.
+// Returns true when it stopped there.
 bool advanceToNotice(Machine& machine, double time);
 
-// Does `change` now.
+// Applies `change` now.
 void apply(Machine& machine, const Change& change);
 
 // Plans `change` for a machine time; false when all places are taken.
 [[nodiscard]] bool plan(Machine& machine, double at, const Change& change);
 
-// One exchange of the user client, as the kernel does it: commands 5, 6, 8 and 9.
+// One exchange of the user client, as the kernel performs it: commands 5, 6, 8 and 9.
 [[nodiscard]] platform::KernelStatus exchange(Machine& machine, Journal& journal,
                                               const platform::SmcRecord& input, platform::SmcRecord& output);
 
-// The power service. A client hears the messages sent after its registration; false when it is not taken.
+// The power service. A client receives the messages sent after its registration; false when it is rejected.
 bool registerPowerClient(Machine& machine, std::int64_t process);
-// The client is gone: its process has ended, and the kernel has noticed.
+// The client's process has ended, and the kernel has noticed.
 void forgetPowerClient(Machine& machine);
-// The message came to the client's run loop.
+// The message reached the client's run loop.
 void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice);
-// The client allows what the message announced.
+// The client allows the announced change.
 void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
 // As IOPMSchedulePowerEvent and IOPMCancelScheduledPowerEvent do it; dates are those of the wall clock.
 [[nodiscard]] platform::KernelStatus scheduleEvent(Machine& machine, Journal& journal, double date,
@@ -571,7 +572,7 @@ void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
 platform::KernelStatus cancelEvent(Machine& machine, Journal& journal, double date,
                                    std::string_view identifier, std::string_view type);
 
-// Starts anew: uptime from zero, capabilities of a full wake. The keys stand as they were.
+// Boots the machine: uptime starts at zero with the capabilities of a full wake. The keys keep their values.
 void boot(Machine& machine);
 void shutDown(Machine& machine);
 

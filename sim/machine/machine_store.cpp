@@ -23,19 +23,19 @@ namespace {
 using Magic = std::array<char, 16>;
 constexpr Magic ourMagic = {"brisko-machine\n"};
 
-// The file "machine". Its first two fields never move, so that every version can tell whose file it is and
-// of which version.
+// The file "machine". Its first two fields never move, so that every version can recognise the file and its
+// version.
 struct Header {
   Magic magic;
   std::uint32_t version;
   std::uint32_t copyBytes;
   std::uint32_t journalBytes;
-  std::atomic<std::uint32_t> shown;  // which copy is the machine
+  std::atomic<std::uint32_t> shown;  // index of the current copy
 };
 struct Copy {
   Machine machine;
-  // The journal lies in a file of its own, too large for a second copy: what this copy knows of it counts,
-  // and an entry beyond that belongs to an update that was cut off.
+  // The journal has a file of its own, too large for a second copy. The number here counts; entries beyond it
+  // belong to an interrupted update.
   std::uint64_t journalWritten;
 };
 struct MachineFile {
@@ -44,7 +44,7 @@ struct MachineFile {
 };
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
-// A descriptor that is closed with its owner.
+// A descriptor that its owner closes.
 class File {
  public:
   File() = default;
@@ -75,7 +75,8 @@ Contents* mapped(int descriptor) {
 
 std::string errorText() { return std::strerror(errno); }
 
-// Written out rather than only made long: a full disk shows here and not as a fault in the mapping later.
+// Writes all bytes instead of only setting the length: a full disk then shows here, not as a fault in the
+// mapping later.
 bool writeNewFile(const std::string& path, const void* bytes, std::size_t count) {
   const File file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.isOpen()) return false;
@@ -90,7 +91,7 @@ bool writeNewFile(const std::string& path, const void* bytes, std::size_t count)
   return true;
 }
 
-// Under its final name the file is whole or not there at all.
+// Under its final name the file is either complete or absent.
 bool writeMachineFile(const std::string& folder, const Machine& machine) {
   const auto contents = std::make_unique<MachineFile>();
   contents->header.magic = ourMagic;
@@ -114,19 +115,19 @@ bool isFolder(const std::string& path) {
   return ::stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode);
 }
 
-// The size of a regular file; none for everything else.
+// The size of a regular file; none for anything else.
 std::optional<std::uint64_t> regularSize(const File& file) {
   struct stat found {};
   if (::fstat(file.descriptor(), &found) != 0 || !S_ISREG(found.st_mode)) return std::nullopt;
   return static_cast<std::uint64_t>(found.st_size);
 }
 
-// Not blocking: whatever stands at the path, opening it never waits.
+// Non-blocking: opening never waits, whatever is at the path.
 File openWhole(const std::string& path) {
   return File(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
 }
 
-// Why the file is not a machine that this program can work with; empty when it is one.
+// Why the file is not a machine that this program can use; empty when it is one.
 std::string flawOf(const File& file, const std::string& folder) {
   std::string notOurs = "the file " + folder + "/machine is not a virtual Mac";
   std::string halfWritten = "the machine in " + folder + " is half-written";
@@ -165,7 +166,7 @@ struct MachineStore::Impl {
   MachineFile* contents = nullptr;  // in a folder: the mapped file
   Journal* journal = nullptr;
   File file;
-  // The lock on the file keeps other processes out, this one the other threads of this process.
+  // The lock on the file excludes other processes; this one excludes other threads of this process.
   std::mutex threads;
 
   ~Impl() {
@@ -178,7 +179,7 @@ struct MachineStore::Impl {
     threads.lock();
     while (::flock(file.descriptor(), LOCK_EX) != 0 && errno == EINTR) continue;
     const std::uint64_t written = shown().journalWritten;
-    if (journal->written != written) journal->written = written;  // an update was cut off
+    if (journal->written != written) journal->written = written;  // an update was interrupted
   }
   void unlock() {
     ::flock(file.descriptor(), LOCK_UN);
@@ -222,7 +223,7 @@ std::unique_ptr<MachineStore> MachineStore::create(const std::string& folder, co
     reason = "the folder " + folder + (error ? " cannot be read: " + error.message() : " is not empty");
     return nullptr;
   }
-  // The machine comes last: a folder that was left unfinished holds none.
+  // The machine file comes last, so an unfinished folder contains none.
   if (!makeVolume(folder + "/volume") || !writeJournalFile(folder) || !writeMachineFile(folder, machine)) {
     reason = "the machine in " + folder + " cannot be written: " + errorText();
     for (const std::string_view made : {"/machine.new", "/journal", "/volume"}) {

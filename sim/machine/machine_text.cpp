@@ -72,7 +72,7 @@ std::string percentText(std::int64_t limit) {
   return formatted("%lld %%", static_cast<long long>(limit));
 }
 
-// What the settings ask for beside what the hardware does; the former counts only once it is taken.
+// What the settings request, beside what the hardware does. An order has an effect only once it is taken.
 std::string limitText(const Machine& machine) {
   const virtual_mac::ChargeLimit& limit = machine.limit;
   if (!virtual_mac::hasLimit(machine)) return "this macOS has none";
@@ -95,7 +95,7 @@ std::string scheduledText(const Machine& machine) {
   return text;
 }
 
-// What is told of the power service, by the commands of the journal.
+// How the text names a power event, by the journal's command.
 const char* powerVerb(std::uint8_t command) {
   switch (command) {
     case virtual_mac::journalHeard:

@@ -1,5 +1,5 @@
 // sim/machine/machine_text.h
-// The machine in words for people, and as JSON for programs.
+// The machine as text for users, and as JSON for programs.
 #pragma once
 
 #include <string>
@@ -10,17 +10,17 @@ namespace brisko::vmac {
 
 [[nodiscard]] std::string machineText(const virtual_mac::Machine& machine);
 
-// The last `count` exchanges of the journal, oldest first, a line each.
+// The last `count` entries of the journal, oldest first, one line each.
 [[nodiscard]] std::string journalText(const virtual_mac::Journal& journal, std::size_t count);
 
 // "2026-03-01 08:15:30 UTC".
 [[nodiscard]] std::string timeText(double secondsSince1970);
 
-// "CHTE 01000000 (stored)": the name, what a read shows, and what is odd about it.
+// "CHTE 01000000 (stored)": the name, what a read returns, and what is unusual about the key.
 [[nodiscard]] std::string keyText(const virtual_mac::SmcKey& key);
 [[nodiscard]] std::string keyName(std::uint32_t code);
 
-// What the keys make the hardware do: "allow", "hold" or "discharge".
+// What the keys order the hardware to do: "allow", "hold" or "discharge".
 [[nodiscard]] const char* gateText(const virtual_mac::Machine& machine);
 
 }  // namespace brisko::vmac

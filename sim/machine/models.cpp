@@ -6,8 +6,8 @@
 namespace brisko::virtual_mac {
 namespace {
 
-// Between them the three have every family of charge keys and every key that cuts the adapter. The resistance
-// is the one that a steady current meets, about twice that of the first instant.
+// Together the three have every family of charge keys and every key that cuts the adapter. The resistance
+// applies to a steady current; it is about twice that of the first instant.
 constexpr std::array<Model, 3> allModels{{
     {.name = "air13",
      .title = "MacBook Air 13",

@@ -1,5 +1,5 @@
 // sim/machine/models.h
-// The models of Mac that can be made without a dump of a real one.
+// The models of Mac that can be made without a dump from a real one.
 #pragma once
 
 #include <span>

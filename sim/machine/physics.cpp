@@ -9,21 +9,21 @@
 namespace brisko::virtual_mac {
 namespace {
 
-// Of the adapter's name plate only this share reaches the machine: 28.2 W of 30.
+// Only this share of the adapter's rated power reaches the machine: 28.2 W of 30.
 constexpr double adapterShare = 0.94;
 constexpr double sleepWatts = 0.1;  // about 0.16 % an hour
 constexpr double darkWatts = 3;     // at most, awake with the display off
 
-// Near full the charger holds the voltage, and the current falls with what is left to fill.
+// Near full the charger keeps the voltage constant, and the current falls with the remaining capacity.
 constexpr double taperSeconds = 936;        // time constant
-constexpr double endShareOfDesign = 0.045;  // the charge ends at this share of the design capacity, in mA
+constexpr double endShareOfDesign = 0.045;  // charging ends at this share of the design capacity, in mA
 
-// The battery's temperature follows what warms it.
+// The battery's temperature follows what heats it.
 constexpr double thermalSeconds = 1200;   // time constant
-constexpr double settledC = 0.005;        // nearer than this it has arrived
-constexpr double warmestByLoadC = 8;      // what the rest of the Mac can add …
-constexpr double halfWarmLoadWatts = 6;   // … and the load at which half of it is reached
-constexpr double chargingWarmthC = 10;    // at a current of one battery an hour
+constexpr double settledC = 0.005;        // closer than this counts as settled
+constexpr double warmestByLoadC = 8;      // what the rest of the Mac adds at most …
+constexpr double halfWarmLoadWatts = 6;   // … and the load that adds half of it
+constexpr double chargingWarmthC = 10;    // at a current that fills the battery in one hour
 constexpr double dischargingWarmthC = 3;  // likewise
 constexpr double settledMA = 1;
 
@@ -47,7 +47,7 @@ double drainFor(const Battery& battery, double watts) {
   return -1000 * watts / loaded;
 }
 
-// The current, in mA, at which `watts` enter it.
+// The current, in mA, at which `watts` enter the battery.
 double chargeFor(const Battery& battery, double watts) {
   const double rest = restVoltage(battery);
   return 1000 * watts / (rest + battery.resistanceOhm * watts / rest);
@@ -69,7 +69,7 @@ bool chargerIsOpen(const Machine& machine, const Flow& flow) {
          limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
 }
 
-// Above the limit some Macs run from the battery although the adapter is there.
+// Above the limit some Macs run from the battery although the adapter is connected.
 bool drainsToLimit(const Machine& machine, const Flow& flow) {
   return flow.drains && std::round(shownLevel(machine.battery)) > flow.limit;
 }
@@ -79,20 +79,20 @@ double targetMA(const Machine& machine, const Flow& flow) {
   if (!battery.installed) return 0;
   const bool powersMac = flow.adapter && !drainsToLimit(machine, flow);
   const double missing = powersMac ? -flow.spareWatts : flow.needWatts;
-  // An empty battery gives nothing more; the Mac would have gone dark.
+  // An empty battery supplies nothing more; the Mac would have switched off.
   if (missing > 0) return battery.chargeMAh > 0 ? drainFor(battery, missing) : 0;
   if (!flow.adapter) return 0;
   const double most = chargeFor(battery, flow.spareWatts);
   if (!chargerIsOpen(machine, flow)) {
-    // A little finds its way only where there is room.
+    // A trickle current flows only while there is room.
     return battery.chargeMAh < battery.fullMAh ? std::min(battery.trickleMA, most) : 0;
   }
   if (battery.fullyCharged) return 0;
   return std::min({battery.maxChargeMA, taperMA(battery), most});
 }
 
-// The band's direction is remembered while it is armed. Without a band charging is free, and that is the
-// direction which a band finds when it is armed later than in the same instant.
+// The band's direction is remembered while the band is armed. Without a band charging is free, and a band
+// that is armed later starts with that direction.
 void followBand(Machine& machine, const Flow& flow) {
   Battery& battery = machine.battery;
   ChargeOrders band = flow.orders;
@@ -100,14 +100,14 @@ void followBand(Machine& machine, const Flow& flow) {
   battery.bandCharging = letsCharge(band, shownLevel(battery), battery.bandCharging);
 }
 
-// Without a limit charging is free, and that is the direction which a limit finds.
+// Without a limit charging is free, and a limit that is set later starts with that direction.
 void followLimit(Battery& battery, const Flow& flow) {
   battery.limitCharging =
       flow.limit <= 0 || limitLetsCharge(flow.limit, shownLevel(battery), battery.limitCharging);
 }
 
 // Backward Euler with a quarter of `decaySeconds` as time constant: after that many seconds about a fiftieth
-// of the change is left, and 0 means at once.
+// of the change is left. 0 means at once.
 void followTarget(Battery& battery) {
   const double missing = battery.targetMA - battery.currentMA;
   if (battery.decaySeconds <= 0 || std::abs(missing) < settledMA) {
@@ -140,13 +140,13 @@ double needOf(const Machine& machine) {
   return machine.sleep.dark ? std::min(load, darkWatts) : load;
 }
 
-// What the charger asks for; none while it is closed, done or without an adapter.
+// What the charger requests; none while charging is closed or done, or without an adapter.
 std::int64_t askedNow(const Machine& machine, const Flow& flow) {
   if (!flow.adapter || !chargerIsOpen(machine, flow)) return 0;
   return std::max<std::int64_t>(std::llround(machine.battery.targetMA), 0);
 }
 
-// The natural logarithm of a number above 1, to 0.06: halvings, and a straight line for the rest.
+// The natural logarithm of a number above 1, accurate to 0.06: halvings, and a straight line for the rest.
 double roughLogarithm(double number) {
   constexpr double ofTwo = 0.693;
   double halvings = 0;
@@ -178,7 +178,7 @@ void takeLightBack(Machine& machine) {
   if (light != nullptr) releaseKey(*light);
 }
 
-// powerd shows what the gauge said last beside the adapter as it holds it to be.
+// powerd publishes the gauge's last values with the adapter's state as powerd knows it.
 void publishPowerSource(Machine& machine) {
   PowerSource& source = machine.powerSource;
   const PowerSource before = source;
@@ -268,7 +268,7 @@ void publishAdapterState(Machine& machine) {
   takeLightBack(machine);
   const std::uint64_t before = source.changes;
   publishPowerSource(machine);
-  source.changes = before + 1;  // one publication, whatever else it carries
+  source.changes = before + 1;  // one publication, whatever else it contains
 }
 
 void settle(Machine& machine, bool reachedBefore) {

@@ -2,8 +2,8 @@
 // Battery, adapter and temperature over time, and what the gauge and powerd publish of them. Only the
 // machine's own files include this.
 //
-// Physics moves in steps of one second, at whole seconds of machine time, so that it does not matter how
-// often somebody looks. Nothing but the four operations is used: the same machine gives the same bits
+// Physics moves in steps of one second, at whole seconds of machine time, so it does not matter how often
+// somebody reads the machine. Only the four basic operations are used: the same machine gives the same bits
 // everywhere.
 #pragma once
 
@@ -12,38 +12,37 @@
 
 namespace brisko::virtual_mac {
 
-// What is paused between two events of the machine, so that a second costs little.
+// What is constant between two events of the machine, computed once so that a second costs little.
 struct Flow {
   ChargeOrders orders;
   double limit;       // of macOS, percent; 0 none
-  bool drains;        // … and the battery is drained down to it
+  bool drains;        // … and the battery is drained to it
   bool adapter;       // reaches the battery
-  double needWatts;   // what the Mac takes now: awake, asleep or off
-  double spareWatts;  // what the adapter leaves for the battery; below 0 the battery must help
+  double needWatts;   // what the Mac consumes now: awake, asleep or off
+  double spareWatts;  // what the adapter has left for the battery; below 0 the battery must help
 };
 [[nodiscard]] Flow flowOf(const Machine& machine);
 
-// One second passes. False when it changed nothing: then the next one will not either.
+// Simulates one second. False when it changed nothing: then the next one will change nothing either.
 bool passSecond(Machine& machine, const Flow& flow);
 
-// Sets the charge by the percentage shown, 0 … 100. Whoever says 100 means a battery that the charger is done
-// with.
+// Sets the charge by the percentage shown, 0 … 100. 100 means a battery that the charger has finished with.
 void setShownLevel(Battery& battery, double percent);
 
 // The pack's voltage at this moment, in V.
 [[nodiscard]] double packVoltage(const Machine& machine);
 
-// The temperature, in °C, at which the battery comes to rest with the present current and need.
+// The temperature, in °C, at which the battery settles with the present current and consumption.
 [[nodiscard]] double restingTemperature(const Machine& machine, double needWatts);
 
-// The gauge publishes what is true now, and powerd publishes that.
+// The gauge publishes the present values, and powerd publishes them in turn.
 void publishGauge(Machine& machine);
 
-// powerd publishes the adapter as it is now.
+// powerd publishes the adapter's present state.
 void publishAdapterState(Machine& machine);
 
-// To be called after anything changed by other hands than time's: the current moves toward what it is now,
-// and powerd notices the adapter. `reachedBefore`: adapterReachesBattery() before the change.
+// To be called after any change other than the passing of time: the current moves toward its new value, and
+// powerd notices the adapter. `reachedBefore`: adapterReachesBattery() before the change.
 void settle(Machine& machine, bool reachedBefore);
 
 }  // namespace brisko::virtual_mac

@@ -26,7 +26,7 @@ constexpr std::int64_t reasonFull = 1U << 0U | 1U << 22U;
 constexpr std::int64_t reasonNoCharger = 1U << 7U;
 constexpr std::int64_t reasonHeld = 1U << 24U;
 
-// Everything that the properties are made of, so that equal values need no new dictionaries.
+// Every value that the properties are built from; while these stay equal, no new dictionaries are needed.
 struct Shown {
   Gauge gauge;
   std::int64_t updateTime;  // wall clock
@@ -77,7 +77,7 @@ std::int64_t powerMW(const Gauge& gauge) { return gauge.currentMA * gauge.voltag
 
 Value adapterDetails(const Shown& shown) {
   if (!shown.plugged) return Dictionary{{"FamilyCode", 0}};
-  // Above 100 W power delivery takes 28 V. Without an identifier there is no name either.
+  // Above 100 W power delivery uses 28 V. Without an identifier there is no name either.
   const std::int64_t millivolts = shown.watts > 100 ? 28000 : 20000;
   const std::int64_t milliamperes = shown.watts * 1000000 / millivolts;
   return Dictionary{{"AdapterID", 0},
@@ -112,7 +112,7 @@ Dictionary chargerData(const Shown& shown) {
   return data;
 }
 
-// The system takes from the adapter what it needs and what the battery takes besides.
+// The system takes what it needs from the adapter, plus what the battery takes.
 Dictionary telemetry(const Shown& shown) {
   const std::int64_t battery = powerMW(shown.gauge);
   const std::int64_t taken = shown.connected ? std::max<std::int64_t>(shown.loadMW + battery, 0) : 0;
@@ -168,7 +168,7 @@ void addNestedParts(Dictionary& properties, const Shown& shown) {
                                                      {"IPDInputVoltage", shown.connected ? 20000 : 0}});
 }
 
-// A Mac whose battery is out, or that never had one.
+// A Mac whose battery was removed, or that never had one.
 Dictionary withoutBattery(const Shown& shown) {
   return Dictionary{{"AdapterDetails", Dictionary{{"FamilyCode", 0}}},
                     {"Amperage", 0},
@@ -256,8 +256,8 @@ std::string textForm(const Value& value) {
   return "?";
 }
 
-// A number in another kind; what is no number stays as it is. The registry's own tools show a negative
-// number as unsigned, 2^64 - n.
+// The number as another type; anything else stays as it is. The registry's own tools show a negative number
+// as unsigned, 2^64 - n.
 Value otherKind(const Value& value, PropertyFault fault) {
   const auto boolean = value.asBoolean();
   const auto integer = boolean ? std::optional<std::int64_t>(*boolean ? 1 : 0) : value.asWrappedInteger();
@@ -301,15 +301,15 @@ SharedDictionary withFaults(Dictionary dictionary,
   return std::make_shared<const Dictionary>(std::move(dictionary));
 }
 
-// What was built last, for as long as what it was built from stays the same: properties are asked for far
-// more often than the gauge publishes. For the main thread alone.
+// Caches the last result until its input changes: properties are read far more often than the gauge
+// publishes. Main thread only.
 template <typename From, typename Built>
 struct Memory {
   From from;
   Built built;
 };
 
-// The memory of one place in the program. It is never destroyed, for the machine may be read to the last.
+// The cache of one call site. It is never destroyed, because the machine may be read until the last moment.
 template <typename From, typename Build>
 const auto& remembered(const From& from, Build build) {
   using Built = decltype(build(from));
@@ -318,7 +318,7 @@ const auto& remembered(const From& from, Build build) {
   return memory->built;
 }
 
-// Everything that the descriptions of the power sources are made of.
+// Every value that the descriptions of the power sources are built from.
 struct ShownSources {
   std::int64_t percent;
   std::int64_t minutes;

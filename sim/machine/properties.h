@@ -1,5 +1,5 @@
 // sim/machine/properties.h
-// The machine in the forms in which macOS shows it.
+// The machine as macOS presents it.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@
 
 namespace brisko::virtual_mac {
 
-// The descriptions of the power sources; none when the system gives no snapshot.
+// The descriptions of the power sources; none when the system returns no snapshot.
 [[nodiscard]] std::optional<std::vector<platform::SharedDictionary>> powerSourceList(const Machine& machine);
 
 // All properties of the registry entry "AppleSmartBattery", "AppleSmartBatteryPack" (nested layout) or

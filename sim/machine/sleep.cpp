@@ -41,8 +41,8 @@ void send(Machine& machine, PowerMessage message) {
                            .awaitsAnswer = message != PowerMessage::systemHasPoweredOn};
 }
 
-// A stage that a message begins lasts until it is answered. Nobody there, or nobody to wait for: it is over
-// at once.
+// A stage that a message begins lasts until it is answered. If there is no client, or none worth waiting for,
+// it ends at once.
 void beginStage(Machine& machine, SleepStage stage, PowerMessage message) {
   send(machine, message);
   Sleep& sleep = machine.sleep;
@@ -106,7 +106,7 @@ KernelStatus addEvent(Machine& machine, const ScheduledEvent& event) {
   auto* place = std::find_if(sleep.events.begin(), sleep.events.end(),
                              [](const ScheduledEvent& other) { return !other.pending; });
   if (place == sleep.events.end()) return platform::kernelNoSpace;
-  // One of the past is taken and is gone with the others of its kind.
+  // A date in the past is accepted, and removed together with the other past ones.
   if (dueAt(machine, event) > machine.now) *place = event;
   return platform::kernelSuccess;
 }
@@ -137,8 +137,8 @@ void announceSleep(Machine& machine) {
   beginStage(machine, SleepStage::announced, PowerMessage::systemWillSleep);
 }
 
-// Nobody holds the sleep up any more, unless something refuses it altogether: then no message follows, and
-// only the capabilities are written once more.
+// Nobody delays the sleep any more. If something refuses it altogether, no message follows, and only the
+// capabilities are written once more.
 void beginToFall(Machine& machine) {
   Sleep& sleep = machine.sleep;
   if (sleep.refused) {
@@ -151,7 +151,7 @@ void beginToFall(Machine& machine) {
   sleep.stageEndsAt = machine.now + fallingSeconds;
 }
 
-// The capabilities stay as they were: they are written when a wake ends, not when a sleep begins.
+// The capabilities stay as they were: macOS writes them when a wake ends, not when a sleep begins.
 void fallAsleep(Machine& machine) {
   Sleep& sleep = machine.sleep;
   machine.system.asleep = true;
@@ -162,7 +162,7 @@ void fallAsleep(Machine& machine) {
   purgePastEvents(machine);
 }
 
-// An answer has come, or is not waited for any longer.
+// An answer has come, or is no longer waited for.
 void leaveStage(Machine& machine) {
   switch (machine.sleep.stage) {
     case SleepStage::asked:
@@ -194,7 +194,7 @@ void notifyPoweredOn(Machine& machine) {
   send(machine, PowerMessage::systemHasPoweredOn);
 }
 
-// A wake that is not over yet is brought to its end first: messages keep their order.
+// A wake that is still under way is finished first, so that messages keep their order.
 void finishWake(Machine& machine) {
   if (machine.sleep.poweredOnAt >= 0) notifyPoweredOn(machine);
 }
@@ -319,7 +319,7 @@ void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token) {
     return;
   }
   notice.answeredAt = machine.now;
-  // An answer that comes too late finds the sleep gone on without it.
+  // An answer that comes too late finds that the sleep has proceeded without it.
   const bool waits = sleep.stage == SleepStage::asked || sleep.stage == SleepStage::announced;
   if (!waits || token != sleep.noticesSent) return;
   sleep.lateAnswers = 0;

@@ -1,10 +1,10 @@
 // sim/machine/sleep.h
-// How the machine falls asleep and wakes, what its power client hears of it, and the scheduled wakes. Only
-// the machine's own files include this.
+// How the machine falls asleep and wakes, which messages its power client receives, and the scheduled wakes.
+// Only the machine's own files include this.
 //
-// Full wake to sleep: the client is told and its answer awaited; a moment later the machine sleeps. A dark
-// wake comes and goes without a word. Only on the way to a full wake does the client hear that it is powered
-// on.
+// From a full wake to sleep, the client is told and its answer awaited; a moment later the machine sleeps. A
+// dark wake begins and ends without a message. Only on the way to a full wake does the client receive the
+// message that the system has powered on.
 #pragma once
 
 #include "sim/machine/machine.h"
@@ -16,16 +16,16 @@ inline constexpr std::uint32_t darkWake = 9;   // processor, network
 
 [[nodiscard]] Sleep freshSleep();
 
-// No sleep, wake or message is on its way any more, and the client is gone: at boot and at shutdown.
-// Scheduled events stay, but for those of the past.
+// Cancels every sleep, wake and message that is under way, and the client is gone: at boot and at shutdown.
+// Scheduled events remain, except those in the past.
 void endSleep(Machine& machine);
 
-// When sleep next takes its course by itself, as machine time; infinity when it does not.
+// The machine time at which sleep next acts by itself; infinity when it does not.
 [[nodiscard]] double nextSleepEvent(const Machine& machine);
-// Lets that happen.
+// Performs that action.
 void applySleepEvent(Machine& machine);
 
-// What people and macOS do. Each is without effect where it makes no sense.
+// What users and macOS do. Each has no effect where it makes no sense.
 void closeLid(Machine& machine);
 void askForSleep(Machine& machine);
 void wakeFully(Machine& machine);

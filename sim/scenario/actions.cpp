@@ -19,7 +19,7 @@ using virtual_mac::ChangeKind;
 using virtual_mac::RequestKind;
 using Act = std::function<bool(Simulation&, std::string&)>;
 
-// --- What needs no further word
+// --- Actions without a value
 
 Act always(void (Simulation::*happen)()) {
   return [happen](Simulation& simulation, std::string&) {
@@ -76,7 +76,7 @@ const std::vector<std::pair<std::string, Act>>& simpleActions() {
   return actions;
 }
 
-// --- What needs one
+// --- Actions with a value
 
 std::optional<std::string> textOrJson(const JsonCursor& place) {
   if (place.value().is_string()) return place.value().get<std::string>();
@@ -214,7 +214,7 @@ std::string wordOf(const Json& value) {
   return value.is_string() ? value.get<std::string>() : value.is_number() ? plainNumber(value) : value.dump();
 }
 
-// {"key": …, "number": …, "bytes": …, "property": …}, or the one that is asked for as it is.
+// {"key": …, "number": …, "bytes": …, "property": …}, or only the value if the fault takes just one.
 vmac::FaultArguments readFaultArguments(const virtual_mac::Fault& fault, const JsonCursor& place) {
   vmac::FaultArguments said;
   if (!place.value().is_object()) {
@@ -258,12 +258,12 @@ std::optional<Act> readFault(const std::string& name, const vmac::FaultArguments
 }
 
 void reportUnknownName(const JsonCursor& place, const std::string& name) {
-  place.complain("nothing is called \"" + name + "\"; \"brisko-lab actions\" lists what can happen");
+  place.complain("there is no action \"" + name + "\"; \"brisko-lab actions\" lists them");
 }
 
-// --- Both
+// --- Both kinds
 
-// As people would write it: no quotes and no braces.
+// Without quotes and braces, as people would write it.
 std::string wordsOf(const Json& value) {
   if (!value.is_object()) return wordOf(value);
   std::string words;
@@ -279,7 +279,7 @@ std::optional<Act> readWord(const JsonCursor& place, const std::string& name) {
   }
   for (const auto& [known, read] : actionsWithValue) {
     if (known == name) {
-      place.complain("needs a value, as an object with \"" + name + "\" and what it takes");
+      place.complain("needs a value, as an object with \"" + name + "\" and its value");
       return std::nullopt;
     }
   }

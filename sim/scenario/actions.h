@@ -1,6 +1,6 @@
 // sim/scenario/actions.h
-// What happens in a step of a scenario: everything in the virtual Mac's list of faults by its own name, and
-// what happens to the service, the app and the files.
+// What can happen in a step of a scenario: everything in the virtual Mac's list of faults, by its name there,
+// and actions on the service, the app and the files.
 #pragma once
 
 #include <functional>
@@ -14,15 +14,15 @@ namespace brisko::lab {
 
 struct Action {
   std::string place;  // in the file
-  std::string words;  // what happens, for people: "charge 60"
-  // False and a reason when it can't be done as things stand.
+  std::string words;  // the action as shown to users: "charge 60"
+  // Returns false and a reason when it can't be done in the present situation.
   std::function<bool(Simulation&, std::string& reason)> act;
 };
 
-// One action or a list of them.
+// Reads one action or a list of them.
 [[nodiscard]] std::vector<Action> readActions(const JsonCursor& place);
 
-// The names that a scenario can use beside those of faults.
+// The names that a scenario can use besides those of the faults.
 [[nodiscard]] std::vector<std::string> ownActionNames();
 
 }  // namespace brisko::lab

@@ -26,7 +26,7 @@ struct Span {
   double least, most;
 };
 
-// [least, most], or a number as it is shown, rounded to a whole one.
+// [least, most], or one number, which is compared with the value rounded to a whole number.
 std::optional<Span> readSpan(const JsonCursor& place) {
   if (place.value().is_number()) {
     const auto number = place.value().get<double>();
@@ -213,7 +213,7 @@ std::optional<RunCheck> readKeys(const JsonCursor& place) {
   for (const JsonCursor& member : place.members()) {
     const auto bytes = member.text();
     if (member.name().size() != 4) member.complain("the name of a key has four characters");
-    if (bytes && !isHex(*bytes)) member.expected("bytes in small hexadecimal, e.g. \"01000000\"");
+    if (bytes && !isHex(*bytes)) member.expected("bytes in lower-case hexadecimal, e.g. \"01000000\"");
     if (bytes) wanted.emplace_back(member.name(), *bytes);
   }
   return [wanted](const Simulation& simulation) { return differencesOfKeys(simulation, wanted); };
@@ -243,7 +243,7 @@ bool isSpan(const Json& value) {
   return value.is_array() && value.size() == 2 && value[0].is_number() && value[1].is_number();
 }
 
-// Null: nothing may stand there; [least, most]: a number between them; else exactly this.
+// Null: nothing may be at this pointer; [least, most]: a number in that range; else exactly this value.
 std::optional<Difference> differenceAt(const Json& document, const std::string& pointer, const Json& wanted) {
   const Json::json_pointer at(pointer);
   const bool there = document.contains(at);
@@ -310,7 +310,7 @@ std::optional<RunCheck> readFile(const JsonCursor& place) {
   return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
 }
 
-// The state that the daemon published last.
+// The state that the daemon last published.
 std::optional<RunCheck> readState(const JsonCursor& place) {
   const auto wanted = place.oneOf({"allow", "hold", "discharge"});
   if (!wanted) return std::nullopt;

@@ -1,5 +1,5 @@
 // sim/scenario/checks.h
-// What must be seen in a step of a scenario.
+// What must be observed in a step of a scenario.
 #pragma once
 
 #include <functional>
@@ -19,11 +19,11 @@ struct Check {
 
 struct Checks {
   std::vector<Check> all = {};
-  // The patterns of lines that are expected to be there; a warning that fits none of them is a fault.
+  // Patterns of the lines that the scenario expects; a warning that matches none of them fails the scenario.
   std::vector<std::string> expectedLines = {};
 };
 
-// Adds those of an object with expectations.
+// Adds the checks of an object with expectations.
 void readChecks(const JsonCursor& place, Checks& checks);
 
 // The names of all expectations.

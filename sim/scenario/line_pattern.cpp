@@ -45,7 +45,7 @@ bool matches(std::string_view line, std::string_view pattern) {
   if (!line.starts_with(pattern.substr(0, gap))) return false;
   line.remove_prefix(gap);
   pattern.remove_prefix(gap + anything.size());
-  // The first place where a piece fits will do, save for the last piece, which has to reach to the end.
+  // The first position where a piece matches is enough, except for the last piece, which must reach the end.
   for (gap = pattern.find(anything); gap != std::string_view::npos; gap = pattern.find(anything)) {
     const std::size_t at = line.find(pattern.substr(0, gap));
     if (at == std::string_view::npos) return false;

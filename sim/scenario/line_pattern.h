@@ -1,6 +1,6 @@
 // sim/scenario/line_pattern.h
-// Lines of the log and of the journal, looked for by patterns: the line as it stands, with "…" for whatever
-// varies, also nothing.
+// Searches the log and the journal for lines by patterns: the text of the line, with "…" for any varying
+// part, which may be empty.
 #pragma once
 
 #include <cstdint>
@@ -16,18 +16,18 @@ namespace brisko::lab {
 
 [[nodiscard]] bool matches(std::string_view line, std::string_view pattern);
 
-// What is asked of a list of lines.
+// The expectations for a list of lines.
 struct LineExpectations {
   std::vector<std::string> has = {};      // each at least once
   std::vector<std::string> hasNot = {};   // none of them
-  std::vector<std::string> inOrder = {};  // these one after the other, with others between
+  std::vector<std::string> inOrder = {};  // in this order, with other lines between
   std::map<std::string, std::int64_t> counts = {};
 };
 
-// From a list of patterns (what `has`), or an object with "has", "hasNot", "inOrder" and "count".
+// Reads a list of patterns (short for `has`), or an object with "has", "hasNot", "inOrder" and "count".
 [[nodiscard]] LineExpectations readLineExpectations(const JsonCursor& place);
 
-// What is not as wished, each as "expected …" and "seen …"; empty when all is.
+// A mismatch as "expected …" and "seen …"; the list is empty when everything matches.
 struct Difference {
   std::string expected;
   std::string seen;

@@ -38,15 +38,15 @@ std::optional<double> readStart(const JsonCursor& place) {
   return start;
 }
 
-// The Mac as it is described; the folder is that of the scenario.
-struct MacWords {
+// The description of the Mac. Paths are relative to the scenario's folder.
+struct MacDescription {
   std::string model = "air13";
   std::optional<std::string> dump = std::nullopt;
   MachineOptions options = {};
 };
 
-MacWords readMacWords(const JsonCursor& place) {
-  MacWords words;
+MacDescription readMacDescription(const JsonCursor& place) {
+  MacDescription words;
   MachineOptions& options = words.options;
   std::vector<std::string> models;
   for (const virtual_mac::Model& model : virtual_mac::models()) models.emplace_back(model.name);
@@ -69,7 +69,7 @@ MacWords readMacWords(const JsonCursor& place) {
 }
 
 std::optional<virtual_mac::Machine> readMac(const JsonCursor& place) {
-  const MacWords words = readMacWords(place);
+  const MacDescription words = readMacDescription(place);
   if (!words.dump) return virtual_mac::makeMachine(*virtual_mac::findModel(words.model), words.options);
   for (const char* known : {"model", "percent", "plugged"}) {
     if (place.value().contains(known)) place.at(known).complain("is what the dump says");

@@ -1,6 +1,6 @@
 // sim/scenario/scenario.h
-// A scenario: a Mac and its daemon, what happens to them over time, and what must be seen. docs/lab.md
-// explains the file key by key, and docs/schemas/scenario.schema.json says the same to a validator.
+// A scenario: a Mac and its daemon, what happens to them over time, and what must be observed. docs/lab.md
+// explains the file key by key, and docs/schemas/scenario.schema.json is the same for a validator.
 #pragma once
 
 #include <optional>
@@ -17,7 +17,7 @@ namespace brisko::lab {
 
 struct Step {
   std::string place = {};                   // in the file
-  std::optional<Timing> at = std::nullopt;  // none: at the moment of the step before
+  std::optional<Timing> at = std::nullopt;  // none: at the time of the step before
   std::vector<Action> actions = {};
   std::vector<Check> checks = {};
 };
@@ -25,16 +25,16 @@ struct Step {
 struct Scenario {
   std::string description = {};
   SimulationSetup setup;
-  std::vector<Action> before = {};  // the first start
+  std::vector<Action> before = {};  // before the first start
   std::vector<Step> steps = {};
-  std::vector<Check> end = {};                  // over everything
-  std::vector<std::string> expectedLines = {};  // patterns; a warning that fits none fails the scenario
-  // Nothing but the invariants is asked of it: warnings may come, and what can't be done is left out.
+  std::vector<Check> end = {};                  // checked over the whole run
+  std::vector<std::string> expectedLines = {};  // patterns; a warning that matches none fails the scenario
+  // Only the invariants are checked: warnings may be logged, and actions that can't be done are skipped.
   bool invariantsOnly = false;
 };
 
-// The scenario in the file's text. None when anything is wrong with it, which is complained of; files that it
-// names are looked for from the folder of its own.
+// Reads the scenario from the file's text. Returns none and adds to the diagnostics when anything is wrong
+// with it. Files that it names are looked up from its own folder.
 [[nodiscard]] std::optional<Scenario> readScenario(std::string_view text, Diagnostics& diagnostics);
 
 }  // namespace brisko::lab

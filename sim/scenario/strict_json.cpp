@@ -8,7 +8,7 @@
 namespace brisko::lab {
 namespace {
 
-// No file for people nests deeper, and every level costs stack and room for its place.
+// No file written by people nests deeper, and every level costs stack and memory for its pointer.
 constexpr std::size_t mostLevels = 64;
 
 std::string escaped(std::string_view key) {
@@ -25,8 +25,8 @@ std::string escaped(std::string_view key) {
   return text;
 }
 
-// Notes on which line each value begins or, where it is a list or an object, opens. The parser has read up to
-// `*read` bytes of the text when it tells of something, and the last of them may be beyond it.
+// Records the line on which each value begins or, for a list or an object, opens. When the parser reports
+// something it has read up to `*read` bytes of the text, and the last of them may lie beyond the value.
 class LineReader {
  public:
   LineReader(std::string_view text, const std::size_t& read, Diagnostics& diagnostics)
@@ -46,7 +46,7 @@ class LineReader {
   bool key(std::string& name) {
     Level& level = levels_.back();
     level.key = level.pointer + "/" + escaped(name);
-    if (!level.names.insert(name).second) twice_.push_back(level.key);
+    if (!level.names.insert(name).second) duplicates_.push_back(level.key);
     lines_[level.key] = line();
     return true;
   }
@@ -60,7 +60,7 @@ class LineReader {
 
   void finish() {
     diagnostics_->setLines(std::move(lines_));
-    for (const std::string& place : twice_) diagnostics_->add(place, "stands there twice");
+    for (const std::string& place : duplicates_) diagnostics_->add(place, "stands there twice");
   }
 
  private:
@@ -72,7 +72,7 @@ class LineReader {
     std::set<std::string> names;
   };
 
-  // Only ever looked for further on: the text is read in order.
+  // Counts forward only, because the text is read in order.
   int line() {
     const std::size_t end = std::min(text_.size(), *read_ > 0 ? *read_ - 1 : 0);
     line_ += static_cast<int>(std::count(text_.begin() + static_cast<std::ptrdiff_t>(counted_),
@@ -109,12 +109,12 @@ class LineReader {
   Diagnostics* diagnostics_;
   std::vector<Level> levels_;
   std::map<std::string, int> lines_;
-  std::vector<std::string> twice_;
+  std::vector<std::string> duplicates_;
   std::size_t counted_ = 0;
   int line_ = 1;
 };
 
-// Goes over the text and keeps count.
+// Iterates over the text and counts the bytes.
 class CountingIterator {
  public:
   using iterator_category = std::input_iterator_tag;

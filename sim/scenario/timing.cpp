@@ -37,7 +37,7 @@ bool take(std::string_view& rest, char wanted) {
   return true;
 }
 
-// "21:30" or "21:30:15", to the end of the text.
+// Reads "21:30" or "21:30:15" up to the end of the text.
 std::optional<double> takeTimeOfDay(std::string_view rest) {
   std::array<std::int64_t, 3> parts{};
   std::size_t count = 0;
@@ -109,7 +109,8 @@ std::optional<double> parseDate(std::string_view text) {
   const std::string whole = text.size() == 16 ? std::string(text) + ":00" : std::string(text);
   if (::strptime(whole.c_str(), form, &parts) == nullptr) return std::nullopt;
   const auto moment = static_cast<double>(::timegm(&parts));
-  // Written anew it shows what was read generously: a blank for a digit, a day that its month does not have.
+  // Formatting it again reveals what strptime accepts too generously: a blank for a digit, a day that the
+  // month lacks.
   std::array<char, 32> again{};
   const std::size_t length = std::strftime(again.data(), again.size(), form, &parts);
   return std::string_view(again.data(), length) == whole ? std::optional(moment) : std::nullopt;

@@ -1,5 +1,5 @@
 // sim/scenario/timing.h
-// When a step of a scenario comes, in words.
+// The time of a step of a scenario, as written in the file.
 #pragma once
 
 #include <optional>
@@ -8,19 +8,19 @@
 
 namespace brisko::lab {
 
-// "+90 s", "+1 h 30 min", "+2 days": so long after the step before. "21:30", "06:00:15": when the wall clock
-// shows that next, in UTC, as a clock without a date. "+1 day 07:00": when it shows that next after so long.
+// "+90 s", "+1 h 30 min", "+2 days": this long after the step before. "21:30", "06:00:15": when the wall
+// clock next shows that time, in UTC. "+1 day 07:00": when it next shows that time after that long.
 struct Timing {
   double seconds = 0;
   std::optional<double> timeOfDay = std::nullopt;  // seconds since midnight
 };
 
-// None when the text is of none of these forms.
+// None when the text has none of these forms.
 [[nodiscard]] std::optional<Timing> parseTiming(std::string_view text);
 inline constexpr const char* timingForms =
     "a time like \"+90 s\", \"+1 h 30 min\", \"21:30\" or \"+1 day 07:00\"";
 
-// The seconds from now until then, `wallClock` being that of now.
+// The seconds from now, when the wall clock shows `wallClock`, until the step.
 [[nodiscard]] double secondsUntil(const Timing& timing, double wallClock);
 
 // "2026-03-01 08:00" or "2026-03-01 08:00:30", in UTC, as seconds since 1970.

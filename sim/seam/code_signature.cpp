@@ -7,7 +7,7 @@ namespace brisko::platform {
 
 std::optional<std::string> teamIdentifier() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr) return std::nullopt;  // this is no Mac, and nothing is signed
+  if (store == nullptr) return std::nullopt;  // without a virtual Mac nothing is signed
   return virtual_mac::readNow(*store, [](const virtual_mac::Machine& machine) -> std::optional<std::string> {
     if (!machine.system.daemonSignatureReadable) return std::nullopt;
     return std::string(virtual_mac::textOf(machine.system.daemonTeam));

@@ -1,24 +1,26 @@
 // sim/seam/file_events.h
-// Between the run loops and file_watch.cpp: what happened to the watched files. Both loops watch real files
-// below the volume of the machine, in virtual time as well: what happened is collected at fixed points, once
-// in every iteration, so that the same actions give the same events in the same turns.
+// Connects the run loops with file_watch.cpp: reports what happened to the watched files. Both loops watch
+// real files below the volume of the machine, even in virtual time. Events are collected at one fixed point
+// of every iteration, so that the same actions give the same events in the same iterations.
 #pragma once
 
 namespace brisko::virtual_mac {
 
-// The descriptor that is readable once something happened to a watched file; -1 until the first watch.
+// The descriptor that becomes readable once something happened to a watched file; -1 until the first watch.
 [[nodiscard]] int fileEventQueue();
 
-// A queue for a process whose children are the processes; its caller closes it. To close one takes Linux some
-// 20 ms, ten times what a short life in virtual time takes: who starts many gives them one that outlives
-// them. -1 where children inherit no queue, or when none is to be had: each process has its own then.
+// Opens a queue that child processes will use; the caller closes it. Closing a queue takes Linux some 20 ms,
+// ten times as long as a short process in virtual time runs, so whoever starts many processes gives them one
+// queue that outlives them. Returns -1 when children inherit no queue or none is available; each process then
+// has its own.
 [[nodiscard]] int openFileEventQueueForProcesses();
 
-// Makes such a queue the one of this process before anything is watched, for one process at a time. What an
-// earlier process left in it does no harm.
+// Makes such a queue this process's own, before anything is watched. Only one process may use it at a time.
+// Notices that an earlier process left in it do no harm.
 void useFileEventQueue(int queue);
 
-// Posts the delivery of what happened since the last call. To be called by the run loop in every iteration.
+// Posts the delivery of everything that happened since the last call. The run loop calls it in every
+// iteration.
 void collectFileEvents();
 
 }  // namespace brisko::virtual_mac

@@ -10,7 +10,7 @@
 #include "sim/seam/file_events.h"
 #include "sim/seam/kernel_notices.h"
 
-// The watches, over what the kernel has to say of real files.
+// File watches, built on the kernel's notices about real files.
 
 namespace brisko {
 
@@ -18,7 +18,7 @@ namespace {
 
 using platform::FileEvents;
 using platform::WatchToken;
-using virtual_mac::FileLook;
+using virtual_mac::FileState;
 using virtual_mac::Notice;
 
 struct Watch {
@@ -30,12 +30,12 @@ struct Watch {
 
   virtual_mac::AskedNumbers asked;
   std::uint32_t notices = 0;
-  FileLook seen{};  // at the latest look
+  FileState seen{};  // at the last check
 
-  FileEvents happened = 0;  // and not yet delivered
+  FileEvents happened = 0;  // and not delivered yet
 };
 
-// Exit hooks may still reach the watches, hence never destroyed.
+// Exit hooks may still use the watches, so they are never destroyed.
 struct Watches {
   int queue = -1;
   WatchToken latest = 0;
@@ -68,10 +68,10 @@ void followToItsNewPlace(Watch& watch) {
   watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
 }
 
-// What the notices since the last look mean.
+// What the notices since the last check mean.
 FileEvents eventsOf(Watch& watch) {
   const std::uint32_t notices = std::exchange(watch.notices, 0);
-  const FileLook before = std::exchange(watch.seen, virtual_mac::lookAt(watch.descriptor));
+  const FileState before = std::exchange(watch.seen, virtual_mac::fileState(watch.descriptor));
   const FileEvents events = virtual_mac::meaningOf(notices, before, watch.seen);
   if ((events & platform::fileRenamed) != 0) followToItsNewPlace(watch);
   return events;
@@ -82,7 +82,7 @@ bool concerns(const Notice& notice, const Watch& watch) {
   return notice.number == (notice.ofContent ? watch.asked.folderAround : watch.asked.file);
 }
 
-// Takes what the kernel has to say. False when there was nothing.
+// Takes the kernel's notices. Returns false when there were none.
 bool takeNotices() {
   const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
   for (const Notice& notice : notices) {
@@ -93,12 +93,13 @@ bool takeNotices() {
   return !notices.empty();
 }
 
-// One set for all that happened until the work is begun. By then the watch may be gone.
+// Delivers one set of events for everything that happened until now. The watch may have been cancelled
+// meanwhile.
 void deliver(WatchToken token) {
   Watch* watch = watchOf(token);
   if (watch == nullptr) return;
   const FileEvents events = std::exchange(watch->happened, 0);
-  // Kept here while it runs: it may cancel its own watch.
+  // Copied because it may cancel its own watch while it runs.
   const auto fired = watch->fired;
   fired(events);
 }
@@ -145,7 +146,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   Watches& kept = watches();
   if (kept.queue < 0) kept.queue = virtual_mac::openNoticeQueue();
   const WatchToken token = ++kept.latest;
-  // What happened before is no concern of the new watch.
+  // Earlier events do not belong to the new watch.
   virtual_mac::collectFileEvents();
 
   Watch& watch = kept.all.emplace_back();
@@ -154,10 +155,10 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   watch.wanted = wanted;
   watch.fired = std::move(fired);
   watch.cancelled = std::move(cancelled);
-  const bool isFolder = virtual_mac::lookAt(descriptor).isFolder();
+  const bool isFolder = virtual_mac::fileState(descriptor).isFolder();
   watch.asked = virtual_mac::askForNotices(kept.queue, descriptor, isFolder);
-  watch.seen = virtual_mac::lookAt(descriptor);
-  // No notice of that comes any more.
+  watch.seen = virtual_mac::fileState(descriptor);
+  // The kernel will send no more notices about this file.
   if (!watch.seen.named) postDelivery(watch, fileDeleted);
   return token;
 }

@@ -1,6 +1,6 @@
 // sim/seam/moment.h
-// How the seam looks at the machine and changes it: as it stands at this moment. In virtual time the machine
-// always stands there; live it is moved on first when a whole second has passed since the last look.
+// How the seam reads and changes the machine at the present moment. In virtual time the machine is always up
+// to date; live it is advanced first if its last update is a second or more ago.
 #pragma once
 
 #include <utility>
@@ -20,13 +20,13 @@ auto changeNow(MachineStore& store, Change change) {
 template <class Reading>
 auto readNow(MachineStore& store, Reading reading) {
   {
-    const auto look = store.view();
-    if (machineTime(look.machine()) - look.machine().now < 1) return reading(look.machine());
+    const auto view = store.view();
+    if (machineTime(view.machine()) - view.machine().now < 1) return reading(view.machine());
   }
   return changeNow(store, [&reading](const Machine& machine, const Journal&) { return reading(machine); });
 }
 
-// Uptime and wall clock at a machine time not before the last look.
+// Uptime and wall clock at a machine time not before the last update.
 [[nodiscard]] inline double uptimeAt(const Machine& machine, double time) {
   return machine.system.asleep ? uptimeOf(machine) : uptimeOf(machine) + (time - machine.now);
 }

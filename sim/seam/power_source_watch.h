@@ -1,20 +1,21 @@
 // sim/seam/power_source_watch.h
-// Between the run loops and power_sources.cpp: who waits to hear of published changes.
+// Connects the run loops with power_sources.cpp: the listeners for published changes.
 #pragma once
 
 #include "sim/machine/machine.h"
 
 namespace brisko::virtual_mac {
 
-// What a process heard of. Where what it does changes the power source, it hears of its own doing. On a Mac
-// that takes time; a process that answers each time must not keep the clock from moving on. So of very many
-// changes at one moment the later ones are heard of once time has moved on.
+// The changes that a process was notified of. A process is also notified of changes that it caused itself. On
+// a Mac that takes time, so a process that reacts to each notification must not stop virtual time from
+// advancing. Therefore, of very many changes at one moment, the later ones are delivered once time has
+// advanced.
 struct HeardChanges {
-  std::uint64_t count = 0;  // of published changes, as the machine counts them
+  std::uint64_t count = 0;  // number of published changes, as the machine counts them
   double at = 0;            // machine time of the last one
-  int then = 0;             // how many there were at that moment
+  int then = 0;             // how many were delivered at that moment
 
-  // True when there is one to hear of; it counts as heard.
+  // True when there is a change to deliver; it then counts as delivered.
   bool hear(const Machine& machine) {
     constexpr int mostAtOnce = 16;
     if (count == machine.powerSource.changes) return false;
@@ -25,10 +26,10 @@ struct HeardChanges {
   }
 };
 
-// True when the power source was published anew since the last call and somebody wants to hear of it.
+// True when the power source was published since the last call and has listeners.
 [[nodiscard]] bool powerSourceChanged(const Machine& machine);
 
-// Calls everybody who asked to hear of it.
+// Calls all listeners.
 void notifyPowerSourceChange();
 
 }  // namespace brisko::virtual_mac

@@ -11,7 +11,7 @@ namespace brisko {
 
 namespace {
 
-// Needed until the last moment of the process, hence never destroyed.
+// Needed until the last moment of the process, so it is never destroyed.
 struct Watch {
   std::vector<std::function<void()>> listeners;
   virtual_mac::HeardChanges heard;
@@ -51,7 +51,7 @@ bool powerSourceChanged(const Machine& machine) {
 }
 
 void notifyPowerSourceChange() {
-  // By index: a listener may add another one.
+  // By index, because a listener may add another one.
   for (std::size_t index = 0; index < watch().listeners.size(); ++index) {
     const auto listener = watch().listeners[index];
     listener();

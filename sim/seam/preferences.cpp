@@ -18,15 +18,15 @@ using virtual_mac::MachineStore;
 using virtual_mac::Preference;
 using virtual_mac::PreferenceKind;
 
-// What this process has written and not yet brought to the disk: it dies with the process. Exit hooks still
-// write, hence never destroyed.
+// What this process has written but not synchronised to the disk; it is lost with the process. Exit hooks
+// still write, so it is never destroyed.
 using Pending = std::map<LimitPreference, std::optional<Value>>;
 Pending& pending() {
   static Pending& kept = *new Pending;
   return kept;
 }
 
-// The disk knows one domain and its keys; what is written elsewhere leaves no trace.
+// The disk has one domain and its keys; writes to any other domain are dropped.
 std::optional<LimitPreference> preferenceAt(std::string_view domain, std::string_view key) {
   if (domain != virtual_mac::limitDomain) return std::nullopt;
   return virtual_mac::limitPreferenceNamed(key);
@@ -95,7 +95,7 @@ void setPreference(std::string_view domain, std::string_view key, std::optional<
   });
 }
 
-// What could not be written waits for the next time.
+// What could not be written stays pending.
 bool synchronizePreferences(std::string_view domain) {
   MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return false;

@@ -13,7 +13,7 @@ struct NotedSignal {
   std::function<void()> work;
 };
 
-// Needed until the last moment of the process, hence never destroyed.
+// Needed until the last moment of the process, so it is never destroyed.
 struct Signals {
   std::vector<int> handled;
   std::vector<NotedSignal> noted;
@@ -23,7 +23,7 @@ Signals& signals() {
   return kept;
 }
 
-// Bit n: signal n arrived. Several before anybody looks count as one.
+// Bit n: signal n arrived. Several arrivals before the next check count as one.
 std::atomic<std::uint64_t> gArrived{0};
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
@@ -79,7 +79,7 @@ sigset_t maskWhileWaiting() {
 void letPendingSignalsIn() {
   const std::vector<int>& handled = signals().handled;
   if (handled.empty()) return;
-  // Asked first: one call in place of two on nearly every iteration.
+  // Checking first costs one system call instead of two in nearly every iteration.
   sigset_t pending;
   ::sigpending(&pending);
   const bool any = std::any_of(handled.begin(), handled.end(),

@@ -1,6 +1,6 @@
 // sim/seam/signals.h
-// Signals as the run loops of the virtual Mac take them: shut out from the moment that somebody handles them,
-// and let in only while the loop waits. Main thread only.
+// Signals as the run loops of the virtual Mac receive them: blocked from the moment that a handler is
+// installed, and unblocked only while the loop waits. Main thread only.
 #pragma once
 
 #include <cstdint>
@@ -11,20 +11,20 @@
 
 namespace brisko::virtual_mac {
 
-// Installs `handler` and shuts the signal out of everything but the wait. SIGINT and SIGTERM are both shut
-// out while it runs.
+// Installs `handler` and blocks the signal except during the wait. SIGINT and SIGTERM are both blocked while
+// the handler runs.
 void handleSignal(int signal, void (*handler)(int));
 
-// The signal is only noted when it arrives in the wait, and `work` is then among arrivedSignalWork().
+// Only records the signal when it arrives during the wait; `work` is then returned by arrivedSignalWork().
 void noteSignal(int signal, std::function<void()> work);
 
-// The work of the noted signals that arrived since the last call, each once.
+// The work of the recorded signals that arrived since the last call, each once.
 [[nodiscard]] std::vector<std::function<void()>> arrivedSignalWork();
 
 // The signal mask of the thread while the loop waits.
 [[nodiscard]] sigset_t maskWhileWaiting();
 
-// A wait of no length: lets in what is pending.
+// Waits for zero seconds, which delivers pending signals.
 void letPendingSignalsIn();
 
 // Raises the signals whose bits are set in this process.

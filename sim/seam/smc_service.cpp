@@ -15,7 +15,7 @@ using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::SmcService;
 
-// Exchanges continue in the last moments of the process, hence never destroyed.
+// Exchanges continue until the last moments of the process, so this is never destroyed.
 struct Connections {
   std::set<SmcConnection> open;
   SmcConnection last = 0;
@@ -26,7 +26,7 @@ Connections& connections() {
 }
 
 KernelStatus openOn(Machine& machine) {
-  // A signal that came while no process held the machine hit nobody.
+  // A signal planned while no process used the machine reached nobody.
   machine.pendingSignals = 0;
   if (machine.smc.service == SmcService::absent) return kernelNotFound;
   if (machine.smc.service == SmcService::refusesToOpen) return kernelNotPrivileged;

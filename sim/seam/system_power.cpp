@@ -18,10 +18,10 @@ using virtual_mac::PowerNotice;
 
 constexpr platform::RootPowerPort theRootPort = 1;  // the machine has one client, hence one port
 
-// Needed until the last moment of the process, hence never destroyed.
+// Needed until the last moment of the process, so it is never destroyed.
 struct Client {
   platform::PowerCallback callback;  // empty: not registered
-  std::uint32_t heardOf = 0;         // token of the last message taken
+  std::uint32_t heardOf = 0;         // token of the last message received
 };
 Client& client() {
   static Client& kept = *new Client;
@@ -84,7 +84,7 @@ std::vector<std::function<void()>> arrivedPowerMessages(const Machine& machine) 
   std::vector<std::function<void()>> work;
   if (!client().callback) return work;
   const std::uint32_t sent = machine.sleep.noticesSent;
-  // The record keeps the latest; a process that slept through more of them has missed the oldest.
+  // The record keeps only the latest messages; a process that slept through more has missed the oldest.
   const std::uint32_t kept = std::min<std::uint32_t>(sent, noticePlaces);
   for (std::uint32_t token = std::max(client().heardOf, sent - kept) + 1; token <= sent; ++token) {
     work.emplace_back([notice = machine.sleep.notices[token % noticePlaces]] { notify(notice); });

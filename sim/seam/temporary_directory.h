@@ -5,7 +5,8 @@
 
 namespace brisko::virtual_mac {
 
-// The computer's own folder for temporary files, without a trailing slash: it is not on the machine's volume.
+// The computer's own folder for temporary files, without a trailing slash. It is outside the machine's
+// volume.
 [[nodiscard]] std::string realTemporaryDirectory();
 
 }  // namespace brisko::virtual_mac

@@ -8,7 +8,7 @@ namespace brisko::virtual_mac {
 
 namespace {
 
-// Counted from the start of the grid, so that rounding does not add up over years.
+// Computed from the start of the grid, so that rounding errors do not add up over years.
 double nextGridPoint(double start, double interval, double after) {
   double steps = std::floor((after - start) / interval) + 1;
   while (start + steps * interval <= after) steps += 1;
@@ -41,14 +41,14 @@ double WorkQueue::nextDue() const {
 }
 
 void WorkQueue::runFirst(double (*uptimeNow)()) {
-  // Taken out while it runs: its work may add, invalidate and end what it likes.
+  // Removed while it runs: its work may add, invalidate and end any entry.
   auto taken = entries_.extract(entries_.begin());
   const Entry& entry = taken.mapped();
   running_ = entry.interval ? taken.key().order : 0;
   entry.work();
   if (running_ == 0) return;
   running_ = 0;
-  // From its due time at the earliest: a clock that rounds down must not make it fire twice at one point.
+  // From its due time at the earliest: with a clock that rounds down it must not fire twice at one point.
   const double from = std::max(uptimeNow(), taken.key().due);
   taken.key().due = nextGridPoint(entry.gridStart, *entry.interval, from);
   entries_.insert(std::move(taken));

@@ -1,6 +1,6 @@
 // sim/seam/work_queue.h
-// What the main run loop has to do and when: repeating timers, delayed and posted work in one order. It knows
-// no clock; times are uptimes in seconds. Both run loops of the virtual Mac keep theirs in one of these.
+// The main run loop's queue: repeating timers, delayed and posted work in one order. It has no clock of its
+// own; times are uptimes in seconds. Both run loops of the virtual Mac use it.
 #pragma once
 
 #include <cstdint>
@@ -15,18 +15,18 @@ class WorkQueue {
  public:
   using Work = std::function<void()>;
 
-  // A timer whose grid begins at `now`; first due one interval later. Returns its token.
+  // Adds a timer whose grid begins at `now`; it is first due one interval later. Returns its token.
   std::uint64_t addTimer(double now, double intervalSeconds, Work work);
   void invalidateTimer(std::uint64_t token);
 
-  // Work to be done once. Due at the same instant, what was added first comes first.
+  // Adds work to be done once. Work due at the same instant runs in order of insertion.
   void add(double due, Work work);
 
-  // When the first piece of work is due; infinity when there is none.
+  // When the first work item is due; infinity when there is none.
   [[nodiscard]] double nextDue() const;
 
-  // Does the first piece of work. A timer is then due again at the next point of its grid after
-  // `uptimeNow()`, however many points have passed.
+  // Runs the first work item. A timer is then due again at the next point of its grid after `uptimeNow()`,
+  // however many points have passed.
   void runFirst(double (*uptimeNow)());
 
  private:
@@ -40,12 +40,12 @@ class WorkQueue {
   struct Entry {
     Work work;
     double gridStart = 0;
-    std::optional<double> interval;  // none: done once
+    std::optional<double> interval;  // none: runs once
   };
   using Entries = std::map<QueueKey, Entry>;
 
   std::uint64_t added_ = 0;
-  std::uint64_t running_ = 0;  // token of the timer whose work is being done; 0 when there is none
+  std::uint64_t running_ = 0;  // token of the timer whose work is running; 0 when none is
   Entries entries_;
 };
 

@@ -27,8 +27,8 @@ double uptime() {
   const double now = virtual_mac::readNow(*store, [](const Machine& machine) {
     return virtual_mac::uptimeAt(machine, virtual_mac::machineTime(machine));
   });
-  // When the real clock steps back the machine's is paused from its last look on, which may lie a second
-  // before what was said here.
+  // When the real clock steps back, the machine's time is paused at its last update, which may be up to a
+  // second before the uptime returned here last.
   static std::atomic<double> latest{0};
   double known = latest.load();
   while (known < now && !latest.compare_exchange_weak(known, now)) continue;
@@ -36,7 +36,7 @@ double uptime() {
 }
 
 void pause(double seconds) {
-  // In slices, because somebody may change the machine's speed meanwhile.
+  // In slices, because the machine's speed may change meanwhile.
   constexpr double longestSlice = 1;
   const double end = uptime() + seconds;
   for (double left = virtual_mac::realSecondsUntilUptime(end); left > 0;

@@ -33,11 +33,12 @@ namespace {
 using virtual_mac::ControlRequest;
 using virtual_mac::ControlRequestKind;
 
-constexpr int mostConnections = 64;              // at once; more wait until one is free
-constexpr std::size_t mostUnanswered = 256;      // requests of a client; then no more is read from it
+constexpr int mostConnections = 64;              // at once; further clients wait until one is free
+constexpr std::size_t mostUnanswered = 256;      // requests of a client; then reading from it stops
 constexpr std::size_t mostTakenAtOnce = 65'536;  // bytes
 
-// What is on its way back to one client. Replies come from any thread, also when the client is gone already.
+// The replies to one client that were not sent yet. They come from any thread, also after the client has
+// disconnected.
 class Outbox {
  public:
   Outbox() : bell_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -47,7 +48,7 @@ class Outbox {
   Outbox(const Outbox&) = delete;
   Outbox& operator=(const Outbox&) = delete;
 
-  // Readable once there are replies; -1 when it could not be had.
+  // Readable once there are replies; -1 when it could not be created.
   [[nodiscard]] int bell() const { return bell_; }
 
   void put(const std::string& line) {
@@ -63,7 +64,7 @@ class Outbox {
     std::string text;
     std::size_t count;
   };
-  // All that came since the last time.
+  // Everything added since the last call.
   [[nodiscard]] Lines take() {
     eventfd_t rings = 0;
     static_cast<void>(::eventfd_read(bell_, &rings));
@@ -73,15 +74,15 @@ class Outbox {
 
  private:
   int bell_;
-  std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards the members below
   std::string lines_;
   std::size_t count_ = 0;
 };
 
-// One client, served from its first word until it is gone and all it asked for is answered.
+// One client, served from its first message until it has disconnected and all its requests are answered.
 class Connection {
  public:
-  // Owns the socket. `requirement` is what this connection's client has to meet, if anything.
+  // Owns the socket. `requirement` is the requirement on this client, if any.
   Connection(int socket, std::optional<std::string> requirement,
              std::shared_ptr<const ControlRequests> requests)
       : socket_(socket), requirement_(std::move(requirement)), requests_(std::move(requests)) {}
@@ -93,14 +94,14 @@ class Connection {
     disconnected_ = outbox_->bell() < 0;
     while (!isFinished()) {
       wait();
-      sendReplies();  // first: that makes room for requests that have been received already
+      sendReplies();  // first: this makes room for requests that were received already
       receive();
       while (takeMessage()) continue;
     }
   }
 
  private:
-  // Nothing more is read than can be answered.
+  // Reading stops at the limit of unanswered requests.
   [[nodiscard]] bool mayRead() const { return !inputEnded_ && unanswered_ < mostUnanswered; }
 
   [[nodiscard]] bool isFinished() const { return disconnected_ || (inputEnded_ && unanswered_ == 0); }
@@ -108,20 +109,20 @@ class Connection {
   void wait() {
     const short wanted = mayRead() ? POLLIN : 0;
     std::array<pollfd, 2> events{{{socket_, wanted, 0}, {outbox_->bell(), POLLIN, 0}}};
-    // Who is gone is heard of again and again; then only its requests that are not answered yet matter.
+    // poll() reports a disconnected client again and again; from then on only its unanswered requests matter.
     if (isGone_ && wanted == 0) events[0].fd = -1;
     static_cast<void>(::poll(events.data(), events.size(), -1));
     isGone_ = isGone_ || (events[0].revents & (POLLHUP | POLLERR)) != 0;
   }
 
-  // A client that does not read is waited for here, where that keeps nobody else from being served.
+  // Waits here for a client that does not read; on this thread that delays nobody else.
   void sendReplies() {
     const Outbox::Lines lines = outbox_->take();
     unanswered_ -= lines.count;
     std::string_view left = lines.text;
     while (!left.empty()) {
       const ssize_t count = ::send(socket_, left.data(), left.size(), MSG_NOSIGNAL);
-      if (count < 0 && errno != EINTR) return;  // nobody is there to hear it
+      if (count < 0 && errno != EINTR) return;  // the client has disconnected
       if (count > 0) left.remove_prefix(static_cast<std::size_t>(count));
     }
   }
@@ -135,7 +136,7 @@ class Connection {
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) inputEnded_ = true;
   }
 
-  // Takes one message out of what was received; false when there is no whole one, or none may be taken now.
+  // Takes one message from the received bytes. False when none is complete, or none may be taken now.
   bool takeMessage() {
     if (disconnected_ || unanswered_ >= mostUnanswered) return false;
     const std::size_t length = received_.find('\n');
@@ -145,7 +146,7 @@ class Connection {
     return isAdmitted_ ? takeRequest(line) : admit(line);
   }
 
-  // Without a requirement everybody may talk to the service, if only they say who they are.
+  // Without a requirement every client is admitted, provided that it identifies itself.
   bool admit(const std::string& line) {
     const auto client = virtual_mac::parseClient(line);
     if (!client || (requirement_ && !virtual_mac::meets(*client, *requirement_))) return disconnect();
@@ -191,7 +192,7 @@ class Connection {
   const std::optional<std::string> requirement_;
   const std::shared_ptr<const ControlRequests> requests_;
   const std::shared_ptr<Outbox> outbox_ = std::make_shared<Outbox>();
-  std::string received_;  // and not taken yet
+  std::string received_;  // and not processed yet
   std::size_t unanswered_ = 0;
   bool isAdmitted_ = false;
   bool inputEnded_ = false;
@@ -199,8 +200,8 @@ class Connection {
   bool disconnected_ = false;
 };
 
-// The listening socket. Clients are accepted on the main thread and served in threads that end with them, so
-// that a daemon nobody talks to has one thread.
+// The listening socket. Clients are accepted on the main thread, and each is served by a thread that ends
+// with it. A daemon without clients has only one thread.
 class Listener {
  public:
   Listener(int socket, std::function<std::optional<std::string>()> requirement, ControlRequests requests)
@@ -208,7 +209,7 @@ class Listener {
         requirement_(std::move(requirement)),
         requests_(std::make_shared<const ControlRequests>(std::move(requests))) {}
 
-  // Takes all clients that wait. False when there is no room for another.
+  // Accepts all waiting clients. Returns false when there is no room for another.
   bool acceptClients() {
     while (connections_ < mostConnections) {
       const int client = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -230,7 +231,7 @@ class Listener {
       Connection(client, requirement_(), requests_).serve();
       --connections_;
     };
-    // Signals belong to the main thread; another inherits the mask that it begins with.
+    // Signals belong to the main thread; a new thread inherits this mask.
     sigset_t all;
     sigset_t before;
     ::sigfillset(&all);
@@ -250,24 +251,24 @@ class Listener {
   std::atomic<int> connections_{0};
 };
 
-// The service belongs to one process at a time, which holds a lock that the kernel frees with it. So a socket
-// that is there when the lock is had was left behind by the dead.
+// Only one process at a time may offer the service; it holds a lock that the kernel releases when it ends. A
+// socket that exists once the lock is taken was left by a dead process.
 bool claim(int folder, const std::string& name) {
   const int lock = ::openat(folder, (name + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lock < 0) return false;
-  if (::flock(lock, LOCK_EX | LOCK_NB) == 0) return true;  // kept open for good
+  if (::flock(lock, LOCK_EX | LOCK_NB) == 0) return true;  // kept open until the process ends
   ::close(lock);
   return false;
 }
 
-// -1 when it cannot be had.
+// Returns -1 when it cannot be created.
 int listenIn(int folder, const std::string& name) {
   if (!claim(folder, name)) return -1;
   const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (socket < 0) return -1;
   ::unlinkat(folder, name.c_str(), 0);
   const sockaddr_un address = virtual_mac::socketAddressIn(folder, name);
-  // The mode is set before there is a name, so at no moment can anybody else connect.
+  // The mode is set before the socket has a name, so nobody else can connect at any moment.
   if (::fchmod(socket, 0600) == 0 &&
       ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
       ::listen(socket, SOMAXCONN) == 0) {
@@ -288,7 +289,7 @@ void listenForControl(const std::string& name, std::function<std::optional<std::
   const int socket = listenIn(folder, name);
   ::close(folder);
   if (socket < 0) return;
-  // Its threads may outlive main(), hence never destroyed.
+  // Its threads may outlive main(), so it is never destroyed.
   auto& listener = *new Listener(socket, std::move(requirement), std::move(requests));
   virtual_mac::whenReadable(socket, [&listener] { return listener.acceptClients(); });
 }

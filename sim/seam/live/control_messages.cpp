@@ -11,7 +11,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-// In the order of the kinds.
+// In the order of the enumeration.
 constexpr std::array<std::string_view, 4> requestNames{"applySettings", "purgeAllData", "releaseCharge",
                                                        "restart"};
 
@@ -19,13 +19,13 @@ std::string lineOf(const Json& message) {
   return message.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-// A message is an object; anything else has none of the members that are asked for.
+// A message is an object; anything else has none of the expected members.
 Json parseLine(std::string_view line) {
   Json message = Json::parse(line, nullptr, false);
   return message.is_object() ? message : Json::object();
 }
 
-// The member, when it is there and of that type.
+// The member, if it exists and has that type.
 template <class Member>
 std::optional<Member> memberOf(const Json& message, const char* name, bool (Json::*isOfType)() const) {
   const auto found = message.find(name);
@@ -42,7 +42,7 @@ std::optional<std::string> textOf(const Json& message, const char* name) {
 }
 
 std::optional<std::int64_t> integerOf(const Json& message, const char* name) {
-  // A number beyond 64 bits with a sign would come back as another one.
+  // An unsigned number too large for 64 signed bits would be converted to a different one.
   const auto large = memberOf<std::uint64_t>(message, name, &Json::is_number_unsigned);
   if (large && *large > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
     return std::nullopt;

@@ -1,10 +1,10 @@
 // sim/seam/live/control_messages.h
-// What the control service of a live machine and its clients say to each other, over a stream socket in the
-// machine's folder that has the name of the service.
+// The protocol between the control service of a live machine and its clients, over a stream socket in the
+// machine's folder that has the service's name.
 //
-// A message is one line of JSON. First the client says who it is, which stands in for the code signature that
-// a kernel would vouch for. Then it sends requests, each with a number of its own choice, and reads the
-// replies, which come in any order and bear that number:
+// A message is one line of JSON. First the client identifies itself, in place of the code signature that a
+// kernel would verify. Then it sends requests, each with a number that it chooses, and reads the replies,
+// which come in any order and contain that number:
 //
 //   {"apple":true,"identifier":"com.brisko.Brisko","team":"K7Q2XV94TB"}
 //   {"id":1,"request":"applySettings","bytes":12}
@@ -14,7 +14,7 @@
 //   {"id":2,"request":"purgeAllData"}
 //   {"done":false,"error":"…","id":2}
 //
-// A client that says anything else, or more than the bounds below, is disconnected.
+// A client that sends anything else, or exceeds the limits below, is disconnected.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +35,7 @@ enum class ControlRequestKind : std::uint8_t { applySettings, purgeAllData, rele
 struct ControlRequest {
   ControlRequestKind kind = ControlRequestKind::applySettings;
   std::int64_t id = 0;
-  std::size_t bytes = 0;  // of settings, which follow; 0 for the other requests
+  std::size_t bytes = 0;  // of the settings that follow; 0 for the other requests
 };
 
 struct ControlReply {
@@ -44,12 +44,12 @@ struct ControlReply {
   std::optional<std::string> error = std::nullopt;
 };
 
-// The lines, with their line feeds. Bytes of a text that are no UTF-8 are replaced.
+// The messages as lines, with their line feeds. Bytes that are not valid UTF-8 are replaced.
 [[nodiscard]] std::string lineOf(const ClientSignature& client);
 [[nodiscard]] std::string lineOf(const ControlRequest& request);
 [[nodiscard]] std::string lineOf(const ControlReply& reply);
 
-// What a line without its line feed says; none when it is no such message, or breaks a bound.
+// Parses a line without its line feed; none when it is not such a message or exceeds a limit.
 [[nodiscard]] std::optional<ClientSignature> parseClient(std::string_view line);
 [[nodiscard]] std::optional<ControlRequest> parseRequest(std::string_view line);
 [[nodiscard]] std::optional<ControlReply> parseReply(std::string_view line);

@@ -1,5 +1,5 @@
 // sim/seam/live/folder_socket.h
-// Addresses of sockets that lie in the folder of a machine.
+// Addresses of sockets in the folder of a machine.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace brisko::virtual_mac {
 
-// The address of the socket `name` in the folder behind the descriptor, good for as long as that is open: a
+// The address of the socket `name` in the folder behind the descriptor, valid while the descriptor is open. A
 // socket's address has room for a hundred bytes only, while the path of a folder may be longer.
 [[nodiscard]] sockaddr_un socketAddressIn(int folder, const std::string& name);
 

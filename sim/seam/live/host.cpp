@@ -13,7 +13,7 @@ namespace brisko::platform {
 
 std::int64_t osMajor() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr) return 0;  // this is no Mac
+  if (store == nullptr) return 0;  // there is no virtual Mac
   return virtual_mac::readNow(*store,
                               [](const virtual_mac::Machine& machine) { return machine.system.macOS; });
 }

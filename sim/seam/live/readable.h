@@ -1,14 +1,14 @@
 // sim/seam/live/readable.h
-// Descriptors that the main run loop waits for besides its own.
+// Further descriptors that the main run loop waits for.
 #pragma once
 
 #include <functional>
 
 namespace brisko::virtual_mac {
 
-// Calls `take` on the main thread, from inside the loop's wait, whenever the descriptor is readable, for the
-// life of the process. When it returns false it can take nothing for now; it is called again no sooner than a
-// second of uptime later.
+// Calls `take` on the main thread, during the loop's wait, whenever the descriptor is readable, until the
+// process ends. If `take` returns false it cannot take anything for now, and is called again a second of
+// uptime later at the earliest.
 void whenReadable(int descriptor, std::function<bool()> take);
 
 }  // namespace brisko::virtual_mac

@@ -29,7 +29,7 @@ double realNow() { return read(CLOCK_REALTIME); }
 
 double hostUptime() { return read(CLOCK_MONOTONIC); }
 
-// The real clock may step back; the machine's does not.
+// The real clock may step back; the machine's never does.
 double machineTime(const Machine& machine) {
   const double time = machine.machineAnchor + (realNow() - machine.realAnchor) * machine.speed;
   return std::max(time, machine.now);

@@ -32,16 +32,16 @@ using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::MachineStore;
 
-// How far ahead, in the machine's seconds, the next notice is looked for when nothing is due.
+// How far ahead, in the machine's seconds, to search for the next notice when nothing is due.
 constexpr double longestOutlook = 3600;
 
-// A descriptor of somebody else's, and what to do when it is readable.
+// Another component's descriptor, and what to do when it is readable.
 struct Readable {
   uv_poll_t handle;
   std::function<bool()> take;
 };
 
-constexpr double restSeconds = 1;  // of uptime, for one that can take nothing
+constexpr double restSeconds = 1;  // of uptime, after a descriptor could not be taken from
 
 void listen(Readable& readable) {
   ::uv_poll_start(&readable.handle, UV_READABLE, [](uv_poll_t* handle, int, int) {
@@ -65,7 +65,7 @@ class Loop {
       runner_ = std::this_thread::get_id();
     }
     stopped_ = false;
-    while (!stopped_) turn();
+    while (!stopped_) iterate();
   }
   void stop() { stopped_ = true; }
 
@@ -84,7 +84,7 @@ class Loop {
   void post(double due, Work work) {
     const std::lock_guard lock(mutex_);
     arrived_.push_back({due, std::move(work)});
-    // On the loop's own thread it is found before the next wait anyway.
+    // On the loop's own thread the work is found before the next wait anyway.
     if (std::this_thread::get_id() != runner_) ::uv_async_send(&posted_);
   }
 
@@ -94,7 +94,7 @@ class Loop {
     Work work;
   };
 
-  void turn() {
+  void iterate() {
     virtual_mac::collectFileEvents();
     takeArrivals();
     observeMachine();
@@ -113,7 +113,7 @@ class Loop {
     for (Arrival& arrival : arrived) queue_.add(arrival.due, std::move(arrival.work));
   }
 
-  // Signals are let in here and nowhere else, hence a wait on every iteration, if only of no length.
+  // Signals are unblocked only here, so every iteration waits, even if only for zero seconds.
   void wait() {
     listenForFileEvents();
     const bool nothingElse = ::uv_backend_timeout(&uv_) != 0;
@@ -125,8 +125,8 @@ class Loop {
     if (ready > 0 || !nothingElse) ::uv_run(&uv_, UV_RUN_NOWAIT);
   }
 
-  // Brings the machine to this moment; what it has to say becomes work, its signals are raised. While it
-  // sleeps nobody hears anything: what happens then is heard at wake, several changes as one.
+  // Advances the machine to now, queues its messages as work and raises its signals. While the machine sleeps
+  // nothing is delivered; the events arrive at wake, several changes as one.
   void observeMachine() {
     MachineStore* store = virtual_mac::attachedMachine();
     if (store == nullptr) return;
@@ -149,8 +149,8 @@ class Loop {
     for (Work& message : messages) queue_.add(uptime(), std::move(message));
   }
 
-  // Real seconds until the first piece of work is due or the machine has something to say. The latter is
-  // found out on a copy, so that a machine with nothing to say causes no wake-up of its own.
+  // Real seconds until the first work item is due or the machine has a message. The latter is found with a
+  // copy of the machine, so that a machine without messages causes no wake-ups.
   double secondsToNextEvent() {
     const double dueIn = virtual_mac::realSecondsUntilUptime(queue_.nextDue());
     if (virtual_mac::attachedMachine() == nullptr) return dueIn;
@@ -171,7 +171,7 @@ class Loop {
     });
   }
 
-  // From the first watch on. Hearing of it is enough: the next iteration takes what there is.
+  // Active from the first watch on. Waking up is enough: the next iteration takes the events.
   void listenForFileEvents() {
     const int queue = virtual_mac::fileEventQueue();
     if (queue < 0 || listensForFileEvents_ || ::uv_poll_init(&uv_, &fileEvents_, queue) != 0) return;
@@ -188,14 +188,14 @@ class Loop {
   bool listensForFileEvents_ = false;
   std::vector<std::unique_ptr<Readable>> readables_;
   int wakeSocket_ = -1;
-  std::unique_ptr<Machine> ahead_ = std::make_unique<Machine>();  // a copy to look ahead on
+  std::unique_ptr<Machine> ahead_ = std::make_unique<Machine>();  // a copy to look ahead with
 
-  std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards the members below
   std::vector<Arrival> arrived_;
   std::thread::id runner_;
 };
 
-// Exit hooks may still reach the loop, hence never destroyed.
+// Exit hooks may still use the loop, so it is never destroyed.
 Loop& loop() {
   static Loop& kept = *new Loop;
   return kept;

@@ -25,7 +25,7 @@ int newSocket() { return ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONB
 int bindIn(int folder, const std::string& name) {
   const int socket = newSocket();
   if (socket < 0) return -1;
-  // One left behind by an earlier process of the same number.
+  // Remove a socket that an earlier process with the same id left behind.
   ::unlinkat(folder, name.c_str(), 0);
   const sockaddr_un address = socketAddressIn(folder, name);
   if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return socket;

@@ -11,10 +11,10 @@ double uptime() { return virtual_mac::virtualUptime(); }
 void pause(double seconds) {
   const double end = uptime() + seconds;
   virtual_mac::raiseMachineSignals();
-  // The end is worked out anew each time: it moves away while the machine sleeps.
+  // The end is computed again each time, because it moves later while the machine sleeps.
   while (virtual_mac::virtualNow() < virtual_mac::timeAtUptime(end)) {
     (void)virtual_mac::passToward(
-        virtual_mac::timeAtUptime(end));  // whatever stopped it, the pause continues
+        virtual_mac::timeAtUptime(end));  // the pause continues whatever interrupted it
     virtual_mac::raiseMachineSignals();
   }
 }

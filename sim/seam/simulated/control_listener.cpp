@@ -21,15 +21,15 @@ using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::RequestKind;
 
-// The service that the app asks for. A daemon that listens under another name is never found.
+// The service name that the app uses. A daemon that listens under another name is not found.
 constexpr std::string_view askedFor = "com.brisko.daemon.xpc";
 
-// Needed until the last moment of the process, hence never destroyed.
+// Needed until the last moment of the process, so it is never destroyed.
 struct Listener {
   std::string name;
   std::function<std::optional<std::string>()> requirement;
   platform::ControlRequests requests;
-  std::uint64_t toldOf = 0;  // number of the last request that became work
+  std::uint64_t lastQueued = 0;  // number of the last request that became work
 };
 Listener& listener() {
   static Listener& kept = *new Listener;
@@ -67,13 +67,13 @@ void deliver(const ClientRequest& request) {
 }
 
 std::optional<ClientRequest> waitingRequest(std::uint64_t number) {
-  const auto look = virtual_mac::attachedMachine()->view();
-  const ClientRequest* request = virtual_mac::findRequest(look.machine(), number);
+  const auto view = virtual_mac::attachedMachine()->view();
+  const ClientRequest* request = virtual_mac::findRequest(view.machine(), number);
   if (request == nullptr) return std::nullopt;
   return *request;
 }
 
-// Each request comes over a connection of its own.
+// Each request has a connection of its own.
 void take(std::uint64_t number) {
   const std::optional<ClientRequest> request = waitingRequest(number);
   if (!request) return;
@@ -103,14 +103,14 @@ std::vector<std::function<void()>> arrivedRequests(const Machine& machine) {
   std::vector<std::function<void()>> work;
   if (listener().name != askedFor) return work;
   const std::uint64_t sent = machine.control.sent;
-  // The record keeps the latest: those before them went unheard.
+  // The record keeps only the latest requests; earlier ones are lost.
   const std::uint64_t forgotten = sent - std::min<std::uint64_t>(sent, requestPlaces);
-  for (std::uint64_t number = std::max(listener().toldOf, forgotten) + 1; number <= sent; ++number) {
+  for (std::uint64_t number = std::max(listener().lastQueued, forgotten) + 1; number <= sent; ++number) {
     const ClientRequest* request = findRequest(machine, number);
     const bool waits = request != nullptr && request->stage == RequestStage::waiting;
     if (waits) work.emplace_back([number] { take(number); });
   }
-  listener().toldOf = sent;
+  listener().lastQueued = sent;
   return work;
 }
 

@@ -18,7 +18,7 @@ namespace {
 constexpr double never = std::numeric_limits<double>::infinity();
 constexpr double longestWait = 366 * 86400.0;
 
-// Needed until the last moment of the process, hence never destroyed.
+// Needed until the last moment of the process, so it is never destroyed.
 struct Driver {
   MachineStore* store = nullptr;
   double horizon = never;
@@ -32,14 +32,14 @@ Driver& driver() {
 }
 constexpr double bareBoot = MachineOptions{}.startTime - MachineOptions{}.uptime;
 
-// The machine of this process, null without one. In virtual time the store lies in memory, so that looking
-// costs nothing.
+// The machine of this process; null without one. In virtual time the store is in memory, so a view costs
+// nothing.
 Machine* machine() {
   MachineStore* store = driver().store;
   return store == nullptr ? nullptr : &store->update().machine();
 }
 
-// True when something happened that the process must hear of.
+// Returns true when something happened that the process must be told of.
 bool advanceTo(double time) {
   if (Machine* moving = machine()) return advanceToNotice(*moving, time);
   driver().bareNow = std::max(driver().bareNow, time);
@@ -67,24 +67,24 @@ MachineStore* attachedMachine() { return driver().store; }
 double machineTime(const Machine& machine) { return machine.now; }
 
 double virtualNow() {
-  const Machine* looked = machine();
-  return looked == nullptr ? driver().bareNow : looked->now;
+  const Machine* attached = machine();
+  return attached == nullptr ? driver().bareNow : attached->now;
 }
 
 double virtualUptime() {
-  const Machine* looked = machine();
-  return looked == nullptr ? driver().bareNow - bareBoot : uptimeOf(*looked);
+  const Machine* attached = machine();
+  return attached == nullptr ? driver().bareNow - bareBoot : uptimeOf(*attached);
 }
 
 double virtualWallClock() {
-  const Machine* looked = machine();
-  return looked == nullptr ? driver().bareNow : wallClock(*looked);
+  const Machine* attached = machine();
+  return attached == nullptr ? driver().bareNow : wallClock(*attached);
 }
 
 double timeAtUptime(double uptime) {
-  const Machine* looked = machine();
-  if (looked == nullptr) return bareBoot + uptime;
-  const System& system = looked->system;
+  const Machine* attached = machine();
+  if (attached == nullptr) return bareBoot + uptime;
+  const System& system = attached->system;
   return system.asleep ? never : uptime + system.bootedAt + system.sleptSeconds;
 }
 
@@ -100,9 +100,9 @@ bool passToward(double time) {
 }
 
 void raiseMachineSignals() {
-  Machine* looked = machine();
-  if (looked != nullptr && looked->pendingSignals != 0)
-    raiseSignals(std::exchange(looked->pendingSignals, 0));
+  Machine* attached = machine();
+  if (attached != nullptr && attached->pendingSignals != 0)
+    raiseSignals(std::exchange(attached->pendingSignals, 0));
 }
 
 void afterEvent() {

@@ -1,6 +1,6 @@
 // sim/seam/simulated/driver.h
-// What a test or the lab holds of virtual time: the machine of this process, how far time may go, and what
-// the host says of itself.
+// How a test or the lab controls virtual time: the machine of this process, how far time may advance, and
+// what the host reports about itself.
 #pragma once
 
 #include <functional>
@@ -11,22 +11,21 @@
 
 namespace brisko::virtual_mac {
 
-// Attaches the machine to the seam of this process and its children; null takes it away again. Not owned; it
-// must outlive its use. Without a machine there is still virtual time, but nothing happens in it.
+// Attaches the machine to the seam of this process and its children; null detaches it. Not owned; it must
+// outlive its use. Without a machine there is still virtual time, but nothing happens in it.
 void attachMachine(MachineStore* store);
 
-// Time never passes `horizon` (machine time) without asking: when the run loop or a pause is about to, the
-// machine is brought exactly there and `reached` is called; it returns the next horizon, later than this one.
-// What is due at the horizon itself is done before. Without a horizon time runs freely.
+// Virtual time never passes `horizon` (machine time) without asking. When the run loop or a pause is about to
+// pass it, the machine is advanced exactly to it and `reached` is called, which returns the next, later
+// horizon. Work due at the horizon itself is done before. Without a horizon time advances freely.
 void setHorizon(double horizon, std::function<double()> reached);
 
-// Called after every event of the run loop, once the machine and the daemon are done with it. For invariants.
+// Called after every event of the run loop, once the machine and the daemon have handled it. For invariants.
 void setAfterEvent(std::function<void()> afterEvent);
 
-// What platform/host.h answers where the machine does not say; children inherit it. Nothing of the real
-// computer is seen there but its temporary folder: no variable is set until a test sets it, the process
-// number is always the same, and the executable is the one in the app's bundle unless said otherwise (none:
-// it cannot be had).
+// What platform/host.h answers beyond what the machine determines; children inherit it. Of the real computer
+// only its temporary folder is visible. No variable is set until a test sets it, the process number is always
+// the same, and the executable is the one in the app's bundle unless set otherwise (none: it is unknown).
 void setEnvironment(const std::string& name, const std::string& value);
 void setExecutablePath(std::optional<std::string> path);
 

@@ -16,7 +16,7 @@ namespace brisko::platform {
 
 namespace {
 
-// Exit hooks may still reach the loop, hence never destroyed.
+// Exit hooks may still use the loop, so it is never destroyed.
 struct Loop {
   virtual_mac::WorkQueue queue;
   bool stopped = false;
@@ -26,8 +26,8 @@ Loop& loop() {
   return kept;
 }
 
-// What the machine has to say becomes work. While it sleeps nobody hears anything: what happens then is heard
-// at wake, several changes as one.
+// Queues the machine's messages as work. While the machine sleeps nothing is delivered; the events arrive at
+// wake, several changes as one.
 void listenToMachine() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return;
@@ -38,7 +38,7 @@ void listenToMachine() {
   for (Work& work : virtual_mac::arrivedRequests(machine)) postMain(std::move(work));
 }
 
-// Signals take effect here, and what the watched files and the machine have to say becomes work.
+// Delivers signals, and queues the events of watched files and of the machine as work.
 void collectEvents() {
   virtual_mac::raiseMachineSignals();
   virtual_mac::letPendingSignalsIn();
@@ -47,12 +47,12 @@ void collectEvents() {
   listenToMachine();
 }
 
-void turn() {
+void iterate() {
   collectEvents();
   if (loop().stopped) return;  // by a signal handler
   const double due = loop().queue.nextDue();
   const double dueTime = virtual_mac::timeAtUptime(due);
-  // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
+  // Work is due by either clock, because each rounds differently. While the machine sleeps nothing is due.
   const bool awake = std::isfinite(dueTime);
   const bool isDue = awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow());
   if (!isDue && !virtual_mac::passToward(dueTime)) return;
@@ -64,7 +64,7 @@ void turn() {
 
 void runMain() {
   loop().stopped = false;
-  while (!loop().stopped) turn();
+  while (!loop().stopped) iterate();
 }
 
 void stopMain() { loop().stopped = true; }

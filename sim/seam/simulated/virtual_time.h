@@ -1,6 +1,6 @@
 // sim/seam/simulated/virtual_time.h
-// Virtual time: the machine's own clock is the clock, and it moves only when the run loop or a pause has
-// nothing else to do.
+// Virtual time: the machine's own clock, which advances only when the run loop or a pause has nothing else to
+// do.
 #pragma once
 
 #include "sim/machine/machine.h"
@@ -14,14 +14,15 @@ namespace brisko::virtual_mac {
 // The machine time at which the uptime will be `uptime`; infinity while the machine sleeps.
 [[nodiscard]] double timeAtUptime(double uptime);
 
-// Lets time pass until `time` (machine time, later than now; infinity for ever). False when it stopped short
-// of that, or only just reached it, after the first thing that the process must hear of or at the horizon.
+// Lets time pass until `time` (machine time, later than now; infinity for ever). Returns false when it
+// stopped earlier, or at `time`, because of an event that the process must be told of or because of the
+// horizon.
 [[nodiscard]] bool passToward(double time);
 
-// Raises the signals that wait in the machine.
+// Raises the machine's pending signals.
 void raiseMachineSignals();
 
-// To be called by the run loop after every piece of work.
+// Called by the run loop after every work item.
 void afterEvent();
 
 }  // namespace brisko::virtual_mac

@@ -1,5 +1,5 @@
 // base/fatal.cpp
-// Alone in its source, so that a program that watches for the end of the process can bring its own.
+// Alone in its source file, so that a program that watches for the end of the process can provide its own.
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -20,10 +20,11 @@ iovec piece(std::string_view text) {
 }  // namespace
 
 void fatal(std::string_view message) {
-  // Standard error whose reader is gone would end the process by another signal than the one meant.
+  // Writing to standard error through a closed pipe would end the process by another signal than the intended
+  // one.
   std::signal(SIGPIPE, SIG_IGN);
   const std::array<iovec, 3> line{piece("brisko-daemon: "), piece(message), piece("\n")};
-  // Whether the line got out makes no difference to what follows.
+  // The process ends whether or not the line was written.
   [[maybe_unused]] const ssize_t written =
       ::writev(STDERR_FILENO, line.data(), static_cast<int>(line.size()));
   std::abort();

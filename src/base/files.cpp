@@ -14,7 +14,7 @@ void Descriptor::close() {
 }
 
 Descriptor openRegularFile(const std::string& path, int flags, mode_t mode) {
-  // Without waiting: opening a pipe or a device could otherwise last for ever.
+  // Non-blocking: opening a pipe or a device could otherwise wait for ever.
   Descriptor file(::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
   struct stat status {};
   if (!file || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
@@ -25,7 +25,7 @@ Descriptor openForAppending(const std::string& path) {
   constexpr mode_t mode = 0644;
   Descriptor made = openRegularFile(path, O_WRONLY | O_APPEND | O_CREAT | O_EXCL, mode);
   if (!made) return openRegularFile(path, O_WRONLY | O_APPEND);
-  // The umask may have cut the mode; a failure leaves it so.
+  // The umask may have removed permissions. If this fails, the file keeps the reduced mode.
   static_cast<void>(::fchmod(made.number(), mode));
   return made;
 }

@@ -1,6 +1,6 @@
 // base/files.h
-// Files by descriptor, opened the same way everywhere: nothing here waits, whatever stands at a path, and no
-// descriptor is handed on to a child. Paths are used as they stand: callers map them with onVolume().
+// Files by descriptor, opened the same way everywhere: no call here waits, whatever is at the path, and no
+// child inherits a descriptor. Paths are used as given; callers map them with onVolume().
 #pragma once
 
 #include <string>
@@ -33,7 +33,7 @@ class Descriptor {
   int number_ = none;
 };
 
-// Opens what stands at `path` with the flags of open(2); none when that fails or it is no regular file.
+// Opens the file at `path` with the flags of open(2). Holds none when that fails or it is not a regular file.
 [[nodiscard]] Descriptor openRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
 // Opens the regular file at `path` for writing at its end. A file made here has exactly mode 0644, whatever

@@ -8,7 +8,7 @@ void makeFolders(const std::string& path) {
   constexpr mode_t mode = 0755;
   for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
     const std::string folder = path.substr(0, end);
-    // Only what was made here gets the mode, and exactly that one.
+    // Only a folder created here gets the mode, and exactly that one.
     if (::mkdir(folder.c_str(), mode) == 0) static_cast<void>(::chmod(folder.c_str(), mode));
     if (end == std::string::npos) return;
   }

@@ -5,9 +5,9 @@
 
 namespace brisko {
 
-// Makes the folder at `path` (unmapped paths are mapped by the caller) and those above it that are missing,
-// each with mode 0755 whatever the umask. What is there already keeps its mode. Failures are silent: whoever
-// needs the folder notices.
+// Creates the folder at `path` (callers map unmapped paths) and its missing parents, each with mode 0755
+// whatever the umask. Existing folders keep their mode. Failures are silent: whatever needs the folder will
+// fail.
 void makeFolders(const std::string& path);
 
 }  // namespace brisko

@@ -129,8 +129,8 @@ std::optional<std::string> readWholeFile(const std::string& path) {
   if (!file || ::fstat(file.number(), &status) != 0) return std::nullopt;
   if (status.st_size > static_cast<off_t>(largestFile)) return std::nullopt;
 
-  // The size is only a first guess: the file may be written to right now. One byte more than it shows the end
-  // in the first read, and one more than the largest shows that it grew too large.
+  // The size is only a first guess, because the file may be growing. Reading one byte more detects the end in
+  // the first read; one byte more than the largest size detects a file that is too large.
   std::string bytes(static_cast<std::size_t>(status.st_size) + 1, '\0');
   std::size_t filled = 0;
   for (;;) {
@@ -147,7 +147,7 @@ std::optional<std::string> readWholeFile(const std::string& path) {
 }
 
 std::optional<Json> parseJson(std::string_view text) {
-  // The parser would take a zero byte for the end of the text.
+  // The parser would treat a zero byte as the end of the text.
   if (text.find('\0') != std::string_view::npos) return std::nullopt;
   if (nestsTooDeep(text)) return std::nullopt;
   Json value = parse(text);
@@ -167,7 +167,7 @@ std::optional<std::string> jsonText(const Json& value) {
   if (!isFinite(value)) return std::nullopt;  // JSON has no such number: null would be written in its place
   try {
     return value.dump();
-  } catch (const Json::exception&) {  // a text that is not UTF-8
+  } catch (const Json::exception&) {  // the text is not UTF-8
     return std::nullopt;
   }
 }
@@ -176,7 +176,7 @@ void writeJsonFile(const std::string& path, const Json& value) {
   const std::optional<std::string> text = jsonText(value);
   if (!text) return;
   const Descriptor file = openRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
-  // A write that fails loses the file's content and nothing else: the readers take that as no file.
+  // A failed write loses only this file's content: the readers treat it as a missing file.
   if (file) static_cast<void>(writeAll(file.number(), *text));
 }
 

@@ -1,6 +1,6 @@
 // base/json_file.h
-// Reading and writing the JSON files, in one way for all of them. Paths are used as they stand: callers map
-// them with onVolume().
+// Reading and writing the JSON files, in one way for all of them. Paths are used as given; callers map them
+// with onVolume().
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ namespace brisko {
 
 using Json = nlohmann::json;  // objects keep their keys in byte order
 
-// The whole of the regular file at `path`; none when it is missing, unreadable, not a regular file or
-// larger than any file of ours could be (16 MiB). Never waits, whatever stands at the path.
+// The content of the regular file at `path`; none when it is missing, unreadable, not a regular file or
+// larger than any file of ours could be (16 MiB). Never waits, whatever is at the path.
 [[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
 // None when `text` is not JSON as a whole: trailing bytes, comments, bad UTF-8 or more than 512 levels of
@@ -33,12 +33,12 @@ using Json = nlohmann::json;  // objects keep their keys in byte order
 // leaves it as it was.
 void writeJsonFile(const std::string& path, const Json& value);
 
-// Values by their JSON type: a boolean is never a number, and a floating-point number is no integer.
-// `key` missing, or of another type: none.
+// Values by their JSON type: a boolean is never a number, and a floating-point number is not an integer. None
+// when `key` is missing or has another type.
 [[nodiscard]] std::optional<bool> booleanAt(const Json& object, const char* key);
 [[nodiscard]] std::optional<std::int64_t> integerAt(const Json& object, const char* key);
 [[nodiscard]] std::optional<double> doubleAt(const Json& object, const char* key);  // floating point only
-// Either kind of number, as a double.
+// Either type of number, as a double.
 [[nodiscard]] std::optional<double> numberAt(const Json& object, const char* key);
 
 }  // namespace brisko

@@ -43,7 +43,7 @@ namespace {
 constexpr mode_t folderMode = 0755;
 constexpr mode_t fileMode = 0644;
 
-// Made before main() and gone after every exit hook, which may still log.
+// Constructed before main() and destroyed after every exit hook, because those may still log.
 struct State {
   Descriptor handle;
   std::int64_t written = 0;  // bytes in the file as far as this process knows
@@ -54,7 +54,7 @@ State state;
 
 std::string pathOf(const char* name) { return onVolume(state.directory + "/" + name); }
 
-// True when there is a handle.
+// True when the file is open.
 bool open() {
   if (state.handle) return true;
   makeFolders(onVolume(state.directory));
@@ -67,7 +67,8 @@ bool open() {
 
 void rotate() {
   state.handle.close();
-  // Also a folder that took the place of the previous generation: the log would grow for ever before it.
+  // Also removes a folder in place of the previous generation: otherwise the log could never be rotated and
+  // would grow for ever.
   std::error_code ignored;
   std::filesystem::remove_all(pathOf("daemon.log.1"), ignored);
   std::filesystem::rename(pathOf("daemon.log"), pathOf("daemon.log.1"), ignored);
@@ -80,7 +81,7 @@ std::string octal(mode_t mode) {
   return text.data();
 }
 
-// Changes the mode of a descriptor of that kind (S_IFREG, S_IFDIR) where it differs; the text of the change.
+// Sets the mode of a descriptor of this kind (S_IFREG, S_IFDIR) if it differs, and describes the change.
 std::optional<std::string> setMode(const Descriptor& file, mode_t kind, mode_t mode) {
   struct stat status {};
   if (::fstat(file.number(), &status) != 0 || (status.st_mode & S_IFMT) != kind) return std::nullopt;
@@ -98,7 +99,7 @@ void append(std::string_view line) {
     rotate();
     if (!open()) return;
   }
-  // Counted also when it could not be written: a full disk must not stop the rotation.
+  // Counted even if it could not be written: a full disk must not stop the rotation.
   static_cast<void>(writeAll(state.handle.number(), line));
   state.written += size;
 }

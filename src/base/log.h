@@ -16,8 +16,8 @@ namespace brisko {
 // wait, the line is left out there.
 void log(std::string_view message);
 
-// The log file: capped, with one previous generation. The handle, once open, stays with its file: the path is
-// not looked at again until a rotation.
+// The log file: limited in size, with one previous generation. Once open, the handle stays with its file; the
+// path is not used again until a rotation.
 namespace LogFile {
 
 inline constexpr const char* defaultDirectory = "/Library/Logs/Brisko";
@@ -31,7 +31,7 @@ void append(std::string_view line);
 // Returns one text for each repair, e.g. "daemon.log 600 → 644".
 [[nodiscard]] std::vector<std::string> repairPermissions();
 
-// Closes the file and starts over in another folder (unmapped path) with another cap.
+// Closes the file and starts again in another folder (unmapped path) with another cap.
 void reset(const std::string& directory, std::int64_t cap);
 
 }  // namespace LogFile

@@ -9,7 +9,7 @@ void takeInteger(const std::string& value, std::int64_t& option) {
   option = parseInteger(value).value_or(option);
 }
 
-// Acts on an option that has a value; false when `name` is none.
+// Applies an option that takes a value; false when `name` is not one.
 bool takeWithValue(const std::string& name, const std::string& value) {
   if (name == "--limit") {
     takeInteger(value, gCliLimit);
@@ -39,7 +39,7 @@ void scanArguments(const std::vector<std::string>& arguments) {
   for (std::size_t index = 0; index < arguments.size(); ++index) {
     const std::string& argument = arguments[index];
     const bool valueFollows = index + 1 < arguments.size();
-    // A value is used up whatever it looks like, also like an option.
+    // The next argument is always consumed as the value, even if it looks like an option.
     if (valueFollows && takeWithValue(argument, arguments[index + 1])) {
       ++index;
     } else {
@@ -51,7 +51,7 @@ void scanArguments(const std::vector<std::string>& arguments) {
 std::optional<std::int64_t> parseInteger(std::string_view text) {
   if (!text.empty() && text.front() == '+') {
     text.remove_prefix(1);
-    // from_chars takes a minus by itself; after a plus it would be a second sign.
+    // from_chars accepts a minus itself; after a plus it would be a second sign.
     if (!text.empty() && text.front() == '-') return std::nullopt;
   }
   std::int64_t value = 0;

@@ -12,8 +12,8 @@ namespace brisko {
 
 inline constexpr const char* defaultConfigPath = "/Library/Application Support/Brisko/config.json";
 
-inline std::int64_t gCliLimit = 80;  // percent; stands in for the limit when no configuration is readable
-inline std::int64_t gCliLower = -1;  // percent; below 0: none given
+inline std::int64_t gCliLimit = 80;  // percent; used as the limit when no configuration is readable
+inline std::int64_t gCliLower = -1;  // percent; below 0: not given
 inline std::string gConfigPath = defaultConfigPath;
 inline std::optional<std::string> gAppPath;  // the app bundle to watch; an empty text is a path too
 inline bool gProbeOnly = false;
@@ -22,11 +22,11 @@ inline bool gSelfTest = false;
 inline bool gPrintVersion = false;
 inline bool gFwTest = false;
 
-// Scans the arguments (the first is the executable's path) into the options above. What it does not know or
-// cannot read is ignored without a word.
+// Scans the arguments (the first is the executable's path) into the options above. Unknown or unreadable
+// arguments are silently ignored.
 void scanArguments(const std::vector<std::string>& arguments);
 
-// One optional sign, then ASCII digits and nothing else, within 64 bits; else none.
+// Accepts one optional sign, then only ASCII digits, within 64 bits; else none.
 [[nodiscard]] std::optional<std::int64_t> parseInteger(std::string_view text);
 
 }  // namespace brisko

@@ -1,5 +1,5 @@
 // base/paths.h
-// Where the daemon keeps what it remembers and what it tells the app, unmapped.
+// The unmapped paths of the files that the daemon keeps for itself and for the app.
 #pragma once
 
 namespace brisko {

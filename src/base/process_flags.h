@@ -1,5 +1,5 @@
 // base/process_flags.h
-// What the whole process knows about itself. Each flag is written by its owner alone and read everywhere.
+// State of the whole process. Each flag is written only by its owner and read everywhere.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@
 namespace brisko {
 namespace {
 
-// Hands every field to `visit` with the key that it has in the file.
+// Passes every field to `visit`, together with its key in the file.
 template <typename Record, typename Visit>
 void eachField(Record& settings, const Visit& visit) {
   visit("enabled", settings.enabled);
@@ -32,7 +32,7 @@ void eachField(Record& settings, const Visit& visit) {
   visit("resetStats", settings.resetStats);
 }
 
-// Each takes what the object has under `key`; else the field keeps its default.
+// Takes the value under `key` if the object has it; otherwise the field keeps its default.
 void take(const Json& object, const char* key, bool& field) {
   field = booleanAt(object, key).value_or(field);
 }
@@ -41,7 +41,7 @@ void take(const Json& object, const char* key, std::int64_t& field) {
   if (const auto whole = integerAt(object, key)) {
     field = *whole;
   } else if (const auto number = numberAt(object, key)) {
-    // A fraction is dropped. What is beyond 64 bits ends the process: no guess at a limit could be right.
+    // A fraction is dropped. A number beyond 64 bits ends the process: any guess at a limit could be wrong.
     field = checkedInteger(*number);
   }
 }
@@ -50,7 +50,7 @@ void take(const Json& object, const char* key, double& field) {
   field = numberAt(object, key).value_or(field);
 }
 
-// The file as it was read last, and what was made of it.
+// The last content read from the file, and the settings parsed from it.
 struct LastRead {
   std::optional<std::string> bytes;  // none until a file was read
   std::optional<Settings> settings;

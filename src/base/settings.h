@@ -1,6 +1,6 @@
 // base/settings.h
-// The user's choices and the file that holds them. The app writes it; the daemon reads it afresh on every
-// tick and puts it back only to clear the one-shot requests.
+// The user's choices and the file that contains them. The app writes it; the daemon reads it again on every
+// tick and writes it only to clear the one-shot requests.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace brisko {
 
-// Kept as the file has them, without range checks: what a number means is judged where it is used.
+// Stored as in the file, without range checks: the code that uses a number decides what it means.
 struct Settings {
   bool enabled = true;               // limit the charge at all
   std::int64_t limit = 80;           // percent
@@ -28,12 +28,12 @@ struct Settings {
   bool calibrate = false;            // one-shot: start a calibration
   std::int64_t calDrain = 15;        // percent that a calibration drains to
   std::int64_t calSoakMinutes = 60;  // how long it rests at full
-  bool resetStats = false;           // one-shot: start the statistics anew
+  bool resetStats = false;           // one-shot: restart the statistics
 
   bool operator==(const Settings&) const = default;
 };
 
-// Never fails: a key that is missing or of another type takes its default. A number beyond 64 bits under an
+// Never fails: a key that is missing or has another type takes its default. A number beyond 64 bits under an
 // integer key is fatal (base/checked.h).
 [[nodiscard]] Settings parseConfig(const Json& object);
 
@@ -41,8 +41,8 @@ struct Settings {
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);
 
-// Writes all 16 keys to gConfigPath. A one-shot that is given replaces that of the settings. Nothing happens
-// after a purge; failures are silent.
+// Writes all 16 keys to gConfigPath. A one-shot passed here replaces that of the settings. Does nothing after
+// a purge; failures are silent.
 void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optional<bool> resetStats,
                  std::optional<bool> calibrate);
 

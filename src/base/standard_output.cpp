@@ -41,8 +41,8 @@ void writeAndWait(std::string_view text) {
 
 }  // namespace
 
-// Whoever read our standard output may be gone, and the signal that comes of it would end the process with
-// the charge still held. It has no handler, so it is kept out of this one write and taken away after it.
+// If standard output is a closed pipe, SIGPIPE would end the process with the charge still held. It has no
+// handler, so it is blocked during this one write and discarded afterwards.
 void writeStandardOutput(std::string_view text) {
   sigset_t brokenPipe;
   sigset_t before;

@@ -11,7 +11,7 @@ namespace brisko {
 // short by what it has to say.
 void writeStandardOutput(std::string_view text);
 
-// The same with a line feed after it.
+// The same, followed by a line feed.
 void printLine(std::string_view text);
 
 }  // namespace brisko

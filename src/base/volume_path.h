@@ -1,6 +1,6 @@
 // base/volume_path.h
-// Where a path really lies. Every absolute path that the daemon opens, lists, watches or removes goes through
-// here, except the executable; every text shows the path unmapped.
+// The actual location of a path. Every absolute path that the daemon opens, lists, watches or removes is
+// mapped here, except the executable's; every text shows the unmapped path.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace brisko {
 
-// On a Mac the path itself; on a virtual Mac an absolute path moves below its volume root. A relative path
-// and one inside the temporary folder stay as they are.
+// On a Mac, returns the path itself; on a virtual Mac, moves an absolute path below its volume root. Relative
+// paths and those inside the temporary folder stay as they are.
 [[nodiscard]] std::string onVolume(std::string_view path);
 
 }  // namespace brisko

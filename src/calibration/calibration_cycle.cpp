@@ -9,11 +9,11 @@
 namespace brisko {
 namespace {
 
-// Whatever holds a run up for so long will not let it end: a battery that never shows more than 99 %, or a
-// Mac that can't drain while it is plugged in.
+// A phase this long will never end: the battery never shows more than 99 %, or the Mac can't drain while it
+// is plugged in.
 constexpr double longestPhase = 259'200;  // seconds, three days
 
-// More than this between two ticks was spent asleep or away.
+// A longer gap between two ticks was spent asleep or not running.
 constexpr double mostSoakPerTick = 120;  // seconds
 
 constexpr std::size_t mostRuns = 40;
@@ -25,7 +25,7 @@ void bankSoak(const CalibrationInputs& inputs, double now) {
   gCal.soakBanked += std::min(now - gCal.lastTick, mostSoakPerTick);
 }
 
-// The rule of the present phase. True when the run has finished.
+// Applies the rule of the present phase. Returns true when the run has finished.
 bool followPhase(const CalibrationInputs& inputs, double now) {
   switch (gCal.phase) {
     case CalPhase::fill:
@@ -62,14 +62,14 @@ CalRun runFrom(const GaugeReading& before, const GaugeReading& after, double at)
           .cyclesAfter = after.cycles};
 }
 
-// A file may have brought more than the most.
+// The file may have contained more runs than we keep.
 void keepRun(const CalRun& run) {
   gCal.runs.push_back(run);
   if (gCal.runs.size() <= mostRuns) return;
   gCal.runs.erase(gCal.runs.begin(), gCal.runs.end() - static_cast<std::ptrdiff_t>(mostRuns));
 }
 
-// The times stay as they are.
+// The times are kept.
 void becomeIdle(std::optional<CalFailure> failure) {
   gCal.phase = CalPhase::idle;
   gCal.soakBanked = 0;

@@ -1,8 +1,8 @@
 // calibration/calibration_cycle.h
-// The calibration: one full cycle from which the gauge learns anew how much the battery holds. Charge to
-// full, drain, charge to full again, rest there, and come back to the limit. The tick starts it, moves it on
-// once in every pass and does what its phase asks for; here it is only kept count of. Each step writes the
-// record and then one line of the log.
+// The calibration: one full cycle with which the gauge relearns the battery's capacity. Charge to full,
+// drain, charge to full again, rest there, and return to the limit. The tick starts it, advances it once per
+// tick and carries out its present phase; this code only tracks it. Each step writes the record and then one
+// line of the log.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace brisko {
 
-// What one tick knows of the battery, and what the settings ask for.
+// What one tick knows about the battery, and what the settings request.
 struct CalibrationInputs {
   std::int64_t pct = 0;
   bool plugged = false;           // an adapter is present
@@ -25,11 +25,11 @@ struct CalibrationInputs {
 // Begins a run, unless one is in progress.
 void startCalibration();
 
-// Moves the run on, by one phase at most. True when it ended in this call, finished or stalled.
+// Advances the run by at most one phase. Returns true when this call ended it, finished or stalled.
 [[nodiscard]] bool advanceCalibration(const CalibrationInputs& inputs);
 
-// Ends a run early. With a reason the end is a failure of `phase`, or else of the phase that it is in;
-// without one it was cancelled, and nothing is held against it.
+// Ends a run early. With a reason it counts as a failure of `phase`, or else of the present phase; without
+// one it was cancelled, and no failure is recorded.
 void stopCalibration(const std::optional<std::string>& reason, std::optional<CalPhase> phase);
 
 // The steps inside a run.

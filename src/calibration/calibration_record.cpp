@@ -22,7 +22,7 @@ std::optional<std::string> textAt(const Json& object, const char* key) {
   return entry->get<std::string>();
 }
 
-// Hands every number of a record that may be unknown to `visit`, with the key that it has in the file.
+// Passes every number of a record that may be unknown to `visit`, together with its key in the file.
 template <typename Reading, typename Visit>
 void eachNumberOfReading(Reading& reading, const Visit& visit) {
   visit("raw", reading.raw);
@@ -122,7 +122,7 @@ std::optional<CalRun> calRunFrom(const Json& value) {
 }
 
 std::optional<CalFailure> calFailureFrom(const Json& value) {
-  // The text of an older layout: only stalled runs were told of then, and not where they had come to.
+  // The text form of an older layout, which recorded only stalled runs and not their phase.
   if (value.is_string()) return CalFailure{.reason = "stalled"};
   const auto reason = textAt(value, "reason");
   if (!reason) return std::nullopt;

@@ -1,6 +1,6 @@
 // calibration/calibration_record.h
-// What a calibration leaves behind: the gauge's readings before and after it, and the file in which the cycle
-// outlives a restart of the daemon.
+// What a calibration records: the gauge's readings before and after it, and the file in which the cycle
+// survives a restart of the daemon.
 #pragma once
 
 #include <optional>
@@ -14,34 +14,33 @@ namespace brisko {
 // Idle when no phase has that name.
 [[nodiscard]] CalPhase phaseNamed(std::string_view name);
 
-// What the gauge says now; none when the battery has no properties to read.
+// The gauge's present values; none when the battery has no readable properties.
 [[nodiscard]] std::optional<GaugeReading> readCapacity();
 
-// Objects. What is not known has no key.
+// As JSON objects. An unknown value has no key.
 [[nodiscard]] Json dict(const GaugeReading& reading);
 [[nodiscard]] Json dict(const CalRun& run);
 [[nodiscard]] Json dict(const CalFailure& failure);
 
-// The reverse, of any value. A number that is missing, or of another type, is not known. None when `value` is
-// no object, and for a run also without the time at which it finished.
+// The reverse, for any value. A number that is missing or has another type is unknown. None when `value` is
+// not an object, and for a run also when its finishing time is missing.
 [[nodiscard]] std::optional<GaugeReading> gaugeReadingFrom(const Json& value);
 [[nodiscard]] std::optional<CalRun> calRunFrom(const Json& value);
 
-// None when `value` is neither a text nor an object with a reason. A phase that is missing or unknown is
-// idle.
+// None when `value` is neither a text nor an object with a reason. A missing or unknown phase becomes idle.
 [[nodiscard]] std::optional<CalFailure> calFailureFrom(const Json& value);
 
-// All of a record but the time of the last tick: how long the daemon was away counts for nothing.
+// The whole record except the time of the last tick: time while the daemon was not running does not count.
 [[nodiscard]] Json dict(const CalibrationState& state);
-// The reverse: a value that is missing or of another type becomes idle, 0 or none. Only the reading before
-// the run stays as it is when `object` has none.
+// The reverse: a value that is missing or has another type becomes idle, 0 or none. Only the reading before
+// the run is kept when `object` has none.
 void takeCalibration(const Json& object, CalibrationState& state);
 
-// Takes gCal from the file, once, at start-up. Nothing changes when it is missing, unreadable, not JSON or
-// not an object.
+// Reads gCal from the file, once, at start-up. Changes nothing when the file is missing, unreadable, not JSON
+// or not an object.
 void readCalibration();
 
-// Writes the file as gCal stands. Nothing happens after a purge; failures are silent.
+// Writes gCal to the file. Does nothing after a purge; failures are silent.
 void writeCalibration();
 
 }  // namespace brisko

@@ -12,7 +12,7 @@ constexpr platform::FileEvents everyChange = platform::fileWritten | platform::f
                                              platform::fileRenamed;
 constexpr platform::FileEvents fileWentAway = platform::fileDeleted | platform::fileRenamed;
 
-// The tick comes first: a file that was replaced is read through its path without waiting for the new watch.
+// The tick comes first: a replaced file is read through its path without waiting for the new watch.
 void configChanged(platform::FileEvents events) {
   evaluate();
   if ((events & fileWentAway) != 0 && gConfigSource) platform::cancelWatch(*gConfigSource);

@@ -23,8 +23,8 @@ namespace {
 
 constexpr int statusFailed = 1;
 
-// A standard stream that is closed at the start gets the null device; otherwise the first file opened would
-// take its number, and every line meant for the stream would land in that file.
+// Opens the null device for every standard stream that is closed at the start. Otherwise the first file
+// opened would take its number, and every line meant for the stream would go into that file.
 void occupyStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));

@@ -1,5 +1,5 @@
 // daemon/entry.h
-// From the command line to a mode.
+// Chooses the mode from the command line.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace brisko {
 
-// Scans the arguments, picks the mode and runs it. Returns the status for main() to return; several modes end
+// Scans the arguments, selects the mode and runs it. Returns the exit status for main(); several modes end
 // the process themselves.
 [[nodiscard]] int enter(const std::vector<std::string>& arguments);
 

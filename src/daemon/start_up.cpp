@@ -54,7 +54,7 @@ void useGate(const ChargeGate& gate) {
   gLedSupported = readKey("ACLC").has_value();
 }
 
-// Finds the gate. False on a Mac that can't be helped.
+// Finds the gate. Returns false on a Mac whose charging can't be controlled.
 bool findGate() {
   const auto detected = ChargeGate::detect(true);
   if (const auto* gate = std::get_if<ChargeGate>(&detected)) {
@@ -79,7 +79,7 @@ std::vector<std::string> probeKeys() {
   return keys;
 }
 
-// Where this run cannot use the keys, nobody else would put right what an earlier one left set.
+// If this run cannot use the keys, nothing else would restore what an earlier run left set.
 std::vector<std::string> handBackLeftovers() {
   if (gSystemLocked) return handBackLockedSystem();
   return gateIsMacOSLimit() ? clearLeftoverAdapterCut() : std::vector<std::string>{};
@@ -115,8 +115,8 @@ void logRepairsAndHandBacks(const std::vector<std::string>& repairs,
   for (const auto& note : handBacks) log("macOS " + std::to_string(SystemLock::macOSMajor()) + ": " + note);
 }
 
-// Only a daemon that lives inside the app and drives macOS's own limit watches that app without being told:
-// elsewhere the service is installed beside the app, and its command line says what to watch.
+// Only a daemon inside the app bundle that drives macOS's own limit watches that app by default. Elsewhere
+// the service is installed beside the app, and its command line names the app to watch.
 void settleAppPath() {
   const std::string_view path = gDaemonPath;
   if (gAppPath || !gateIsMacOSLimit() || !path.ends_with(bundledDaemonSuffix)) return;
@@ -133,7 +133,7 @@ int startUp() {
   readCalibration();
   const std::vector<std::string> handBacks = handBackLeftovers();
   makeFolders(onVolume(historyDir));
-  // Also with the history switched off: what is too old goes.
+  // Also with the history switched off: files that are too old are removed.
   pruneHistory(readConfig(gConfigPath).value_or(Settings{}).historyDays);
   installExitHandling();
   gState = stateOfHardware();
@@ -141,9 +141,9 @@ int startUp() {
   logBanner();
   logRepairsAndHandBacks(repairs, handBacks);
 
-  // Without the notification the heartbeat still sees every change, only later.
+  // Without the notification the heartbeat still notices every change, only later.
   static_cast<void>(platform::addPowerSourceNotification(evaluate));
-  // Without it nothing is planned for the night, and each wake is taken up by the heartbeat.
+  // Without it no sleep is planned for, and after each wake the heartbeat takes over.
   gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort;
   watchConfig();
   startXPCListener();

@@ -3,8 +3,8 @@
 
 namespace brisko {
 
-// Brings the daemon up in its fixed order and runs the main run loop. The connection to the controller is
-// open. Returns the status for main() to return; without any way to control charging it ends the process
+// Starts the daemon in its fixed order and runs the main run loop. The connection to the controller is
+// already open. Returns the exit status for main(); without any way to control charging it ends the process
 // with status 2.
 [[nodiscard]] int startUp();
 

@@ -20,7 +20,7 @@ std::string textOf(const SleepPlan& plan) {
 std::string textOf(bool value) { return value ? "true" : "false"; }
 std::string textOf(double value) { return jsonText(Json(value)).value_or("?"); }
 
-// Field by field, for what reads and writes the file may be what is broken.
+// Field by field, because the code that reads and writes the file may be what is broken.
 std::string textOf(const Settings& settings) {
   std::string text;
   const auto add = [&text](const char* name, const auto& value) {

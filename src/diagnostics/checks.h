@@ -1,6 +1,6 @@
 // diagnostics/checks.h
-// What the self-test expects of the rules: every check is counted, and one that fails leaves its label.
-// Labels are French sentences that state the rule.
+// The self-test's checks of the rules: every check is counted, and a failed one records its label. Labels are
+// French sentences that state the rule.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,12 @@
 
 namespace brisko {
 
-inline int checks = 0;                     // made so far
-inline std::vector<std::string> failures;  // one text for each that failed, in order
+inline int checks = 0;                     // so far
+inline std::vector<std::string> failures;  // one text for each failed check, in order
 
 void expect(bool ok, std::string_view label);
 
-// A check that fails shows both values after its label; a missing one as "nil".
+// A failed check shows both values after its label; a missing value as "nil".
 void expectEqual(std::int64_t got, std::int64_t want, std::string_view label);
 void expectEqual(const std::optional<std::int64_t>& got, const std::optional<std::int64_t>& want,
                  std::string_view label);
@@ -29,7 +29,7 @@ void expectEqual(const Settings& got, const Settings& want, std::string_view lab
 // Seconds since 1970.
 void expectEqualDates(double got, double want, std::string_view label);
 
-// The result of all checks so far for a person to read, each line with its line feed.
+// The result of all checks so far, for users; each line ends with a line feed.
 [[nodiscard]] std::string summaryOfChecks();
 
 }  // namespace brisko

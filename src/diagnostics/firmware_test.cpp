@@ -19,7 +19,8 @@ namespace {
 constexpr double sampleSeconds = 3;
 constexpr int samples = 5;
 
-// Shuts out the signals by which a person or the system ends a process, for as long as this lives.
+// While an object of this class exists, the signals with which a user or the system ends a process are
+// blocked.
 class SignalBlock {
  public:
   SignalBlock() {
@@ -36,7 +37,7 @@ class SignalBlock {
   sigset_t before_{};
 };
 
-// Both ends lie below the charge, so that charging has to stop, and none below 20 %.
+// Both edges lie below the charge, so that charging has to stop, and neither lies below 20 %.
 void chooseBand(std::int64_t pct) {
   constexpr std::int64_t lowest = 20;
   gFirmwareUpper = std::max(pct, lowest + 15) - 15;
@@ -58,9 +59,9 @@ void tryBand(const ChargeGate& gate) {
             std::to_string(pct) + "%.");
   printLine("arming band " + std::to_string(gFirmwareLower) + "–" + std::to_string(gFirmwareUpper) +
             "% via ChargeGate.setCharging for 15 s…");
-  // A band left behind would keep the battery from charging with nobody there to undo it.
+  // A band left armed would keep the battery from charging, with nothing running to undo it.
   const SignalBlock untilDisarmed;
-  // What became of either write shows in "armed=".
+  // The result of either write shows in "armed=".
   static_cast<void>(gate.setCharging(true));
   for (int count = 0; count < samples; ++count) printLine("  " + sample(gate));
   static_cast<void>(gate.setCharging(false));

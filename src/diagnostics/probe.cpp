@@ -22,7 +22,7 @@ std::string dischargeText(const ChargeGate& gate) {
   return cutKeyName(gate.cut).value_or("not supported");
 }
 
-// What a hold can be judged by.
+// The source that can verify a hold.
 const char* verificationSource() {
   if (amperageNow()) return "AppleSmartBattery current";
   return canRead("CHSC") ? "CHSC" : "nothing";
@@ -82,7 +82,7 @@ int runProbe(bool json) {
   } else {
     printFailure(std::get<GateFailure>(detected));
   }
-  // The end of the process closes the controller.
+  // The controller's connection closes when the process ends.
   return 0;
 }
 

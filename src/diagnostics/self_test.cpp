@@ -62,7 +62,7 @@ void testPlans() {
               "séquence en cours : ne pas s'en mêler");
 }
 
-// A wake belongs to a charge that continues, so it is planned below the floor and nowhere else.
+// A wake serves a charge that continues in sleep, so it is planned only below the floor.
 void testWakePoint() {
   constexpr Bounds band{.upper = 75, .lower = 70};
   for (std::int64_t pct = 0; pct < band.upper; ++pct) {
@@ -192,9 +192,9 @@ void testNativeLimit() {
 
 // ---- Files ---------------------------------------------------------------------------------------------
 
-// What this process puts below the temporary folder, gone at the end of the scope. Whatever an earlier run
-// left there is removed first, and what somebody else put there is never used: others may write that folder
-// too.
+// A file or folder of this process below the temporary folder, removed at the end of the scope. Whatever an
+// earlier run left there is removed first. Anything that somebody else put there is never used, because
+// others may write to that folder too.
 class TemporaryPath {
  public:
   explicit TemporaryPath(const std::string& name)
@@ -218,7 +218,7 @@ class TemporaryPath {
 
 std::string processText() { return std::to_string(platform::processId()); }
 
-// Each makes what was not there before, with exactly that mode; false when it could not.
+// Each creates something that did not exist before, with exactly that mode; false on failure.
 bool makeFolder(const std::string& path, mode_t mode) {
   return ::mkdir(path.c_str(), mode) == 0 && ::chmod(path.c_str(), mode) == 0;
 }
@@ -239,7 +239,7 @@ bool exists(const std::string& path) {
   return std::filesystem::exists(path, ignored);
 }
 
-// 0 for none.
+// 0 when there is no file.
 std::uintmax_t sizeOf(const std::string& path) {
   std::error_code error;
   const std::uintmax_t size = std::filesystem::file_size(path, error);
@@ -293,7 +293,7 @@ void testConfigRoundTrip() {
   expectEqual(parseConfig({{"limit", 70.0}}).limit, 70, "limite écrite en décimal");
 }
 
-// The log goes below another folder for as long as this lives.
+// While an object of this class exists, the log is written to another folder.
 class LogElsewhere {
  public:
   LogElsewhere(const std::string& folder, std::int64_t cap) { LogFile::reset(folder, cap); }
@@ -304,7 +304,7 @@ class LogElsewhere {
 
 constexpr std::int64_t smallCap = 5000;  // bytes
 
-// The shortest log that was rotated twice: whole lines fill the cap exactly.
+// The shortest log that is rotated twice: whole lines fill the cap exactly.
 void testRotation(const TemporaryPath& folder) {
   constexpr int linesAtCap = 50;
   const std::string line = std::string(static_cast<std::size_t>(smallCap) / linesAtCap - 1, '.') + "\n";

@@ -92,7 +92,7 @@ std::optional<double> readTemp() {
   float celsius = 0;
   if (!bytes || bytes->size() < sizeof celsius) return std::nullopt;
   std::memcpy(&celsius, bytes->data(), sizeof celsius);
-  // Written so that a NaN falls out too.
+  // Written so that a NaN is rejected too.
   if (!(celsius > 0.0F && celsius < 100.0F)) return std::nullopt;
   return static_cast<double>(celsius);
 }

@@ -1,6 +1,6 @@
 // hardware/battery.h
 // The sensors: charge, adapter, current, voltage, capacities, temperature, kind of wake. Every reading is
-// optional; having none is an ordinary outcome that each caller answers for itself.
+// optional; a missing one is an ordinary outcome that each caller handles.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@
 namespace brisko {
 
 struct PowerState {
-  std::int64_t pct = 0;  // percent; not clamped, a gauge may say 102
-  bool plugged = false;  // the system says that the adapter powers the Mac
+  std::int64_t pct = 0;  // percent; not clamped, a gauge may report 102
+  bool plugged = false;  // the system reports that the adapter powers the Mac
 };
 
 // Of the internal battery, as the system's power-source service publishes it.
@@ -36,12 +36,12 @@ namespace SmartBattery {
 // Battery power in watts, signed like the current. Needs a voltage above 0.
 [[nodiscard]] std::optional<double> watts(const platform::Dictionary& properties);
 
-// The integer under `key`, at the top or, as newer systems have it, inside "BatteryData".
+// The integer under `key`, at the top level or, on newer systems, inside "BatteryData".
 [[nodiscard]] std::optional<std::int64_t> mAh(const platform::Dictionary& properties, std::string_view key);
 
 }  // namespace SmartBattery
 
-// The battery's current at this moment, as amperageMA() has it.
+// The battery's present current, with the rules of amperageMA().
 [[nodiscard]] std::optional<std::int64_t> amperageNow();
 
 // The battery's temperature, °C, between 0 and 100 exclusive.
@@ -52,8 +52,8 @@ namespace SmartBattery {
 
 inline constexpr std::uint32_t capabilityGraphics = 2;  // the display stack is up: a full wake
 [[nodiscard]] std::optional<std::uint32_t> systemCapabilities();
-// A maintenance wake leaves the display off. No reading counts as fully awake: never to discharge again would
-// be the worse mistake.
+// A maintenance wake leaves the display off. A missing reading counts as fully awake: never discharging again
+// would be the worse mistake.
 [[nodiscard]] bool isFullWake(const std::optional<std::uint32_t>& capabilities);
 
 }  // namespace brisko

@@ -67,7 +67,7 @@ AdapterCutKey findCutKey() {
   return AdapterCutKey::none;
 }
 
-// A band is only ever changed while it is off, so the controller never sees half of one.
+// A band is changed only while it is off, so the controller never sees half of a change.
 bool setFirmwareBand(bool active, std::int64_t upper, std::int64_t lower) {
   const bool off = writeByte("bfF0", bandOff);
   if (!active) return off;
@@ -77,7 +77,7 @@ bool setFirmwareBand(bool active, std::int64_t upper, std::int64_t lower) {
   return upperWritten && lowerWritten && armed;
 }
 
-// Where the keys are closed none is looked at.
+// Where macOS closes the keys, none of them is read.
 std::variant<ChargeGate, GateFailure> detectMacOSLimit(bool patient) {
   const bool usable =
       SystemLock::nativeAvailable() && becomesUsable(patient, [] { return CKMCLSupported() == 1; });
@@ -145,7 +145,7 @@ bool ChargeGate::chargingIsStopped() const {
     case ChargeKeys::macOSLimit:
       break;
   }
-  // macOS shows the limit that it enforces in a key of its own; 0 is none.
+  // macOS shows the limit that it enforces in a key of its own; 0 means none.
   return readFirstByte("bfG0").value_or(0) != 0;
 }
 
@@ -202,7 +202,7 @@ std::optional<std::string> cutKeyName(AdapterCutKey key) {
 bool becomesUsable(bool patient, const std::function<bool()>& usable) {
   if (usable()) return true;
   if (!patient) return false;
-  // Read once: a boot is young or it is not.
+  // Read once: the uptime at the start of the wait decides.
   constexpr double youngBoot = 300.0;  // seconds
   const bool young = platform::uptime() < youngBoot;
   const int furtherQuestions = young ? 20 : 2;

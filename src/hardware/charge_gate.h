@@ -30,15 +30,15 @@ struct ChargeGate {
   ChargeKeys charge = ChargeKeys::chte;
   AdapterCutKey cut = AdapterCutKey::none;
 
-  // Looks at the keys (reads only). `patient` at start-up, where macOS's own limit may not be ready right
-  // after boot: it may then block for about a minute.
+  // Reads the keys and writes none. `patient` is for start-up, when macOS's own limit may not be ready yet:
+  // it may then block for about a minute.
   [[nodiscard]] static std::variant<ChargeGate, GateFailure> detect(bool patient);
 
   // True when every write was accepted. Accepted is not obeyed: chargingIsStopped() reads back what the
-  // controller holds, and the verifiers watch the current. Every key of the gate is written, whatever became
-  // of the one before. The firmware band is armed at gFirmwareUpper and gFirmwareLower.
+  // controller holds, and the verifiers watch the current. Every key of the gate is written, even if an
+  // earlier write failed. The firmware band is armed at gFirmwareUpper and gFirmwareLower.
   [[nodiscard]] bool setCharging(bool stopped) const;
-  // False when a key reads otherwise or cannot be read.
+  // False when a key has another value or cannot be read.
   [[nodiscard]] bool chargingIsStopped() const;
 
   // False without a cut key.
@@ -51,7 +51,7 @@ struct ChargeGate {
   bool operator==(const ChargeGate&) const = default;
 };
 
-inline std::optional<ChargeGate> gGate;  // in force; none until one is found
+inline std::optional<ChargeGate> gGate;  // the gate in force; none until one is found
 
 // The gate in force leaves charging to macOS's own limit and writes no key.
 [[nodiscard]] inline bool gateIsMacOSLimit() { return gGate && gGate->charge == ChargeKeys::macOSLimit; }
@@ -60,12 +60,12 @@ inline std::optional<ChargeGate> gGate;  // in force; none until one is found
 // The key's name; none for AdapterCutKey::none.
 [[nodiscard]] std::optional<std::string> cutKeyName(AdapterCutKey key);
 
-// Asks `usable` whether macOS's own limit can be used: once, or patiently as often as a service that is still
-// coming up after boot deserves (the uptime decides: 21 times in a minute, or 3 times in 2 s).
+// Asks `usable` whether macOS's own limit can be used: once or, if `patient`, several times, because the
+// service may still be starting after boot (by uptime: 21 times in a minute, or 3 times in 2 s).
 [[nodiscard]] bool becomesUsable(bool patient, const std::function<bool()>& usable);
 
-// Undoes an adapter cut that an earlier run left in "CHIE", where the gate in force cannot. One line for the
-// log when there was one to undo.
+// Undoes an adapter cut that an earlier run left in "CHIE", if the gate in force cannot. Returns one line for
+// the log when there was one to undo.
 [[nodiscard]] std::vector<std::string> clearLeftoverAdapterCut();
 
 }  // namespace brisko

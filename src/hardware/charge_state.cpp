@@ -9,7 +9,7 @@
 namespace brisko {
 namespace {
 
-// Accepted or refused, the write is judged by its effect: the verifiers watch what the hardware does.
+// Whether a write was accepted does not matter here: the verifiers watch what the hardware does.
 void writeHardware(const ChargeGate& gate, ChargeState state) {
   if (state == ChargeState::discharge) {
     // Charging stops before the adapter is cut, so no moment has the cut with charging open.

@@ -6,12 +6,12 @@
 
 namespace brisko {
 
-// Moves the hardware into `state` through the gate in force, in the safe order, records and logs it. Nothing
-// happens when it is the state already or when there is no gate. Whether the hardware obeyed is not known
+// Moves the hardware into `state` through the gate in force, in the safe order, and records and logs it. Does
+// nothing when it is already in that state or there is no gate. Whether the hardware obeyed is not known
 // here.
 void applyState(ChargeState state);
 
-// Whether the battery is at this moment kept from charging while an adapter is connected.
+// Whether the battery is currently kept from charging while an adapter is connected.
 [[nodiscard]] bool isProtecting();
 
 }  // namespace brisko

@@ -15,14 +15,14 @@
 namespace brisko {
 namespace {
 
-// The grid on which a phase can change; finer would wake the machine more often for nothing.
+// The grid on which a phase can change; a finer one would only wake the machine more often.
 constexpr double blinkTickSeconds = 0.5;
 constexpr double shortestBlink = 0.3;              // seconds
 constexpr double distantPast = -62'135'596'800.0;  // seconds since 1970: the year 1
 
-std::optional<std::uint8_t> gLastLed;  // last written or found right; unknown while it blinks
-bool gLedDriftLogged = false;          // that the system took the light was logged
-bool gBlinkOn = false;                 // the phase that is shown
+std::optional<std::uint8_t> gLastLed;  // last written or found correct; unknown while it blinks
+bool gLedDriftLogged = false;          // it was logged that the system took the light
+bool gBlinkOn = false;                 // the phase now shown
 double gLastBlink = distantPast;       // wall clock of the last change of phase
 std::optional<platform::TimerToken> gBlinkTimer;
 
@@ -51,7 +51,7 @@ LedMode ledMode(ChargeState state, const LedInputs& inputs) {
 
 void setLED(std::uint8_t value) {
   if (!gLedSupported) return;
-  // Once handed back where macOS does the work, the light is macOS's alone.
+  // Where macOS limits the charge, a light that was handed back belongs to macOS alone.
   if (value == LED_SYSTEM && gLastLed == LED_SYSTEM && gateIsMacOSLimit()) return;
   // A light that cannot be read may show anything, so it is written.
   if (readFirstByte("ACLC") == value) {
@@ -81,7 +81,7 @@ void ledTick() {
   if (now - gLastBlink < std::max(gBlinkSeconds, shortestBlink)) return;
   gBlinkOn = !gBlinkOn;
   gLastBlink = now;
-  // A phase that follows another is no light taken back.
+  // The next phase must not count as a light that the system took.
   gLastLed.reset();
   setLED(gBlinkOn ? LED_GREEN : LED_OFF);
 }

@@ -1,6 +1,6 @@
 // hardware/led.h
-// The MagSafe connector's light: what it shows for a charge state, how that is written to its key "ACLC", and
-// how it blinks. Where the light is not supported the key is neither read nor written.
+// The MagSafe connector's light: which colour a charge state shows, how it is written to the key "ACLC", and
+// how it blinks. If the light is not supported, the key is neither read nor written.
 #pragma once
 
 #include <cstdint>
@@ -15,22 +15,22 @@ struct LedInputs {
   bool adapterPresent = false;
   bool controlling = true;  // limiting is on, or a calibration runs
   std::int64_t pct = 0;
-  std::int64_t shownTarget = 100;  // percent that the charge is heading for
+  std::int64_t shownTarget = 100;  // percent that the charge is moving toward
 };
 
 [[nodiscard]] LedMode ledMode(ChargeState state, const LedInputs& inputs);
 
-// Shows `value`, one of the LED_… words. Nothing is written when the key has it already. When somebody else
-// changed the key since, that is logged, once until the key is found right. Whether a write was accepted does
-// not matter: the next tick or blink looks again.
+// Shows `value`, one of the LED_… constants. Nothing is written when the key already has it. If somebody else
+// changed the key, that is logged once until the key is found correct again. Whether a write was accepted
+// does not matter: the next tick or blink checks again.
 void setLED(std::uint8_t value);
 
-// Starts or stops the blink timer as gMode asks. It exists only while the mode is blink and writes nothing at
-// once: the colours come with its ticks.
+// Starts or stops the blink timer according to gMode. The timer exists only in blink mode. Starting it writes
+// nothing: the colours come with its ticks.
 void syncBlinkTimer();
 
-// The blink timer's work, every 0.5 s: shows the other phase (green, off) once gBlinkSeconds have passed
-// since the last one, at least 0.3 s.
+// The blink timer's work, every 0.5 s: shows the other phase (green, off) once gBlinkSeconds, at least 0.3 s,
+// have passed since the last change.
 void ledTick();
 
 }  // namespace brisko

@@ -22,7 +22,7 @@ void scheduleWake(std::int64_t minutes) {
 
 void cancelScheduledWake() {
   if (!gScheduledWake) return;
-  // A wake that has come already is unknown to the system, and that is as good.
+  // The system does not know a wake that has already happened; that failure is harmless.
   static_cast<void>(platform::cancelPowerEvent(*gScheduledWake, wakeEventID, wakeEventType));
   gScheduledWake.reset();
 }

@@ -22,10 +22,10 @@ bool haveClient() {
 
 std::int32_t triState(std::optional<bool> answer) { return answer ? (*answer ? 1 : 0) : -1; }
 
-// The client switches the feature on; only then does macOS look at a value that the client itself refuses.
+// The client switches the feature on. Only then does macOS read a value that the client itself refuses.
 void switchFeatureOn(bool prime) {
   if (!prime && CKMCLEnabled() == 1) return;
-  static_cast<void>(CKMCLSetLimit(leastOfClient));  // what became of it shows in what macOS then holds
+  static_cast<void>(CKMCLSetLimit(leastOfClient));  // the limit that macOS then holds shows the result
 }
 
 bool writePreferences(std::int64_t pct) {

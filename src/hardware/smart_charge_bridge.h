@@ -1,5 +1,5 @@
 // hardware/smart_charge_bridge.h
-// macOS's own charge limit, as its private client and its preferences offer it. Percentages; 100 is no limit.
+// macOS's own charge limit, through its private client and its preferences. Percentages; 100 means no limit.
 #pragma once
 
 #include <cstdint>
@@ -14,23 +14,23 @@ namespace brisko {
 [[nodiscard]] std::int32_t CKMCLEnabled();
 // The limit itself, or -1.
 [[nodiscard]] std::int32_t CKMCLLimit();
-// The client takes 80 to 100 in steps of 5; it is not asked for anything else, and that is a failure. So is
-// an error that it reports.
+// The client takes 80 to 100 in steps of 5. Any other value fails without a call, and an error that the
+// client reports is a failure too.
 [[nodiscard]] std::int32_t CKMCLSetLimit(std::int32_t pct);
 
 namespace NativeLimit {
 
-// Of the preferences that hold the limit, for the current user on any host.
+// The preferences that store the limit, for the current user on any host.
 inline constexpr const char* domain = "com.apple.smartcharging.topoffprotection";
 
-// Sets the limit, bounded to 1…100. What the client does not take is written into the preferences, once the
-// feature is switched on through the client; `prime` has it set to 80 there in any case. True when the client
-// agreed, or when the preferences could be stored. Accepted is not held: macOS shows what it enforces in the
-// key "bfG0".
+// Sets the limit, clamped to 1…100. A value that the client does not take is written into the preferences,
+// after the feature is switched on through the client; `prime` first sets 80 there in any case. True when the
+// client agreed, or when the preferences could be stored. Accepted is not held: macOS shows what it enforces
+// in the key "bfG0".
 [[nodiscard]] bool write(std::int64_t pct, bool prime);
 
-// Until when the user has asked macOS to charge to full, seconds since 1970; may be over. None when they have
-// not.
+// The end of a full charge that the user asked macOS for, seconds since 1970; may have passed. None when the
+// user has not.
 [[nodiscard]] std::optional<double> tempDisabledUntil();
 
 }  // namespace NativeLimit

@@ -32,7 +32,7 @@ std::uint32_t load32(const platform::SmcRecord& record, std::size_t offset) {
   return value;
 }
 
-// First character in the high byte. A shorter text counts as padded with zero bytes.
+// First character in the high byte. A shorter text is padded with zero bytes.
 std::uint32_t encodeKey(std::string_view key) {
   std::uint32_t code = 0;
   for (std::size_t index = 0; index < 4; ++index) {
@@ -58,7 +58,7 @@ platform::KernelStatus call(platform::SmcConnection connection, Command command,
   return exchange.answered >= needed ? platform::kernelSuccess : platform::kernelError;
 }
 
-// The controller's no, as the status that the caller reports for it.
+// The controller's refusal, translated into the status that the caller reports for it.
 platform::KernelStatus statusFrom(const platform::SmcRecord& output, platform::KernelStatus whenRefused) {
   return output[resultAt] == 0 ? platform::kernelSuccess : whenRefused;
 }
@@ -112,7 +112,7 @@ platform::KernelStatus SMCWriteKey(platform::SmcConnection connection, std::stri
   platform::SmcRecord output{};
   const platform::KernelStatus status = readKeyInfo(connection, code, output);
   if (status != platform::kernelSuccess) return status;
-  // A key is only ever written with exactly its own size.
+  // A key is written only with exactly its own size.
   if (load32(output, dataSizeAt) != count) return platform::kernelBadArgument;
 
   platform::SmcRecord input{};
@@ -148,7 +148,7 @@ std::optional<std::vector<std::uint8_t>> readKey(std::string_view key) {
 }
 
 bool writeKey(std::string_view key, std::span<const std::uint8_t> bytes) {
-  // The count crosses the wire in 32 bits.
+  // The count is transferred as 32 bits.
   static_cast<void>(checkedUnsigned32(bytes.size()));
   return SMCWriteKey(gConn, key, bytes) == platform::kernelSuccess;
 }

@@ -1,6 +1,6 @@
 // native/locked_system.h
-// What the daemon still does on a Mac that closed the charge keys and offers no limit of its own: it hands
-// back what an earlier run left set, and from then on only watches.
+// What the daemon still does on a Mac that closed the charge keys and offers no limit of its own: it restores
+// what an earlier run left set, and from then on only observes.
 #pragma once
 
 #include <string>
@@ -8,11 +8,12 @@
 
 namespace brisko {
 
-// Once, at start-up. Connects the adapter and hands the light back where they were left set, and drops the
-// requests that can no longer be served. One note for the log for each thing done, also for a failed one.
+// Called once, at start-up. Reconnects the adapter and hands back the light if they were left set, and clears
+// the requests that can no longer be served. Returns one note for the log for each action, failed ones
+// included.
 [[nodiscard]] std::vector<std::string> handBackLockedSystem();
 
-// In place of a tick: publishes status and history, and writes no key.
+// Replaces the tick: publishes status and history, and writes no key.
 void observeLockedSystem();
 
 }  // namespace brisko

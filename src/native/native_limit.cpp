@@ -22,21 +22,21 @@ constexpr std::int64_t none = 100;
 constexpr std::int64_t leastOfSlider = 80;
 constexpr std::int64_t stepOfSlider = 5;
 
-constexpr double priorLimitSeconds = 60;  // seconds in which the limit of before may become readable
+constexpr double priorLimitSeconds = 60;  // seconds in which the earlier limit may become readable
 constexpr double nudgeSeconds = 90;       // between two writes of a target that does not show yet
 constexpr double refusalSeconds = 600;    // seconds on the adapter after which a target counts as refused
-constexpr double driftSeconds = 30;       // seconds before something that drifted is written again
+constexpr double driftSeconds = 30;       // seconds before a drifted target is written again
 
-std::optional<double> gNativeBeforeSince;       // when the limit of before first could not be read
-bool gNativeIdle = false;                       // handed back for as long as the limit is switched off
-std::optional<std::int64_t> gNativeHotAt;       // the charge at which a pause for heat began
+std::optional<double> gNativeBeforeSince;       // when the earlier limit was first found unreadable
+bool gNativeIdle = false;                       // handed back while the limit is switched off
+std::optional<std::int64_t> gNativeHotAt;       // the charge at the start of a pause for heat
 std::optional<std::int64_t> gNativeHoldAt;      // the hold point
 std::optional<std::int64_t> gNativeRefused;     // the highest limit below 80 that macOS did not hold
-bool gNativeOffStepRefused = false;             // macOS does not hold what is no step of 5
+bool gNativeOffStepRefused = false;             // macOS holds only multiples of 5
 std::optional<std::int64_t> gNativeHeldTarget;  // the target that "bfG0" last confirmed
 bool gNativeDriftRewritten = false;             // it was written again after a drift
-bool gNativeOverrideLogged = false;             // said that macOS goes its own way for now
-bool gNativeNoMirrorLogged = false;             // said that "bfG0" is missing
+bool gNativeOverrideLogged = false;             // it was logged that macOS keeps its own limit for now
+bool gNativeNoMirrorLogged = false;             // it was logged that "bfG0" is missing
 
 std::string limitText(std::int64_t limit) { return limit == none ? "off" : std::to_string(limit) + "%"; }
 
@@ -48,7 +48,7 @@ bool isOnSlider(std::int64_t limit) {
 
 std::int64_t roundedToStep(std::int64_t limit) { return limit - limit % stepOfSlider; }
 
-// What macOS is set to; none when it does not say.
+// The limit that macOS is set to; none when it cannot be read.
 std::optional<std::int64_t> currentLimit() {
   const std::int32_t enabled = CKMCLEnabled();
   if (enabled == 0) return none;
@@ -63,7 +63,7 @@ void recordPriorLimit(std::int64_t limit) {
   writeStats();
 }
 
-// Nothing may be written before it is known what to give back. False while that is still open.
+// Nothing may be written before the limit to give back is known. Returns false until then.
 bool ensurePriorLimitRecorded(double now) {
   if (gNativeBefore) return true;
   if (const auto limit = currentLimit()) {
@@ -81,7 +81,7 @@ bool ensurePriorLimitRecorded(double now) {
   return true;
 }
 
-// While the daemon's limit is off the user's own choice counts, and is what a later hand-back returns to.
+// While the daemon's limit is off, the user's own choice counts, and a later hand-back restores it.
 void adoptUserLimit() {
   const auto limit = currentLimit();
   if (!limit || gNativeBefore == limit) return;
@@ -121,7 +121,7 @@ std::int64_t baseTarget(std::int64_t upper, bool topUp, const std::optional<CalD
   return std::max(gNativeHoldAt.value_or(0), upper);
 }
 
-// A battery that is too hot is held where it is.
+// A battery that is too hot is held at its present charge.
 std::int64_t cooledTarget(std::int64_t base, bool hot, std::int64_t pct) {
   if (!hot) {
     gNativeHotAt.reset();
@@ -131,7 +131,7 @@ std::int64_t cooledTarget(std::int64_t base, bool hot, std::int64_t pct) {
   return std::min(base, std::max<std::int64_t>(*gNativeHotAt, 1));
 }
 
-// The nearest that this Mac will hold.
+// The nearest target that this Mac will hold.
 std::int64_t holdableTarget(std::int64_t target) {
   if (gNativeRefused && target <= *gNativeRefused) target = std::max(target, leastOfSlider);
   if (gNativeOffStepRefused && target > leastOfSlider) target = roundedToStep(target);
@@ -145,8 +145,8 @@ std::optional<std::int64_t> floorOfThisMac(std::int64_t limit) {
 
 std::optional<std::uint8_t> limitHeldByMacOS() { return readFirstByte("bfG0"); }
 
-// A macOS that holds nothing, or nothing below the slider, has its feature switched on before a value below
-// the slider is put into its preferences.
+// If macOS holds nothing, or nothing below the slider's range, its feature must be switched on before a value
+// below that range is written into its preferences.
 bool needsPriming(std::int64_t target) {
   if (target >= leastOfSlider) return false;
   const auto held = limitHeldByMacOS();
@@ -165,7 +165,7 @@ void nativeWrite(std::int64_t target, double now) {
   log("macOS limit → " + limitText(target) + outcomeText(accepted));
 }
 
-// What becomes of it shows in "bfG0".
+// Its result shows in "bfG0".
 void writeAgain(std::int64_t target) { static_cast<void>(NativeLimit::write(target, false)); }
 
 void confirm(std::int64_t target) {
@@ -178,7 +178,7 @@ void confirm(std::int64_t target) {
   gNativeOverrideLogged = false;
 }
 
-// The user asked macOS to charge to full. It is not ours to overrule.
+// The user asked macOS for a full charge, which Brisko must not overrule.
 void yieldToUser(double until) {
   if (!gNativeOverrideLogged) {
     gNativeOverrideLogged = true;
@@ -189,7 +189,8 @@ void yieldToUser(double until) {
   gGateVerified.reset();
 }
 
-// What macOS held, it holds no longer. It is told once; whoever insists has a reason that we do not know.
+// macOS no longer holds what it held before. The target is written again only once: whatever changes it
+// repeatedly has a reason that we do not know.
 void handleDrift(std::int64_t target, std::int64_t held, double now) {
   const auto until = NativeLimit::tempDisabledUntil();
   if (until && *until > now) return yieldToUser(*until);
@@ -208,7 +209,7 @@ void handleDrift(std::int64_t target, std::int64_t held, double now) {
   }
 }
 
-// What stands in its place from the next tick on: the nearest value of the slider.
+// From the next tick on the nearest value of the slider is used instead.
 void noteRefusal(std::int64_t target, std::int64_t held) {
   if (isOnSlider(target)) {
     if (gGateVerified == false) return;
@@ -261,9 +262,9 @@ double nativeAttemptClock(double attemptAt, bool plugged, double now) { return p
 bool nativeRefusalDue(double attemptAt, double now) { return now - attemptAt >= refusalSeconds; }
 
 ChargeState nativeChargeState(const NativeStateInputs& inputs) {
-  constexpr std::int64_t chargingMA = 150;   // above it the battery is being charged
-  constexpr std::int64_t trickleMA = 51;     // from here on it may be
-  constexpr std::int64_t restingMargin = 5;  // macOS begins to charge again below that much under its limit
+  constexpr std::int64_t chargingMA = 150;   // above it the battery is charging
+  constexpr std::int64_t trickleMA = 51;     // from here on it may be charging
+  constexpr std::int64_t restingMargin = 5;  // macOS starts charging again this far below its limit
   if (inputs.currentMA && *inputs.currentMA > chargingMA) return ChargeState::allow;
   if (!inputs.plugged || inputs.target >= none) return ChargeState::allow;
   if (inputs.currentMA && *inputs.currentMA >= trickleMA && inputs.state == ChargeState::allow) {

@@ -1,12 +1,12 @@
 // native/native_limit.h
-// Holding the charge through macOS's own limit, where the charge keys are closed to us: each tick works out
-// the percentage at which macOS should stop, has it set, looks in the key "bfG0" whether macOS holds it, and
+// Holds the charge through macOS's own limit, where the charge keys are closed to us. Each tick computes the
+// percentage at which macOS should stop, sets it, checks in the key "bfG0" whether macOS holds it, and
 // reports a charge state as if the daemon held the charge itself.
 //
-// Words: the target is the limit wanted from macOS, 1 to 100, where 100 is none and shows as "off". What is
-// written is verified once "bfG0" shows it; drift is when it shows something else after that. A target that
-// never shows within ten minutes on the adapter is refused: macOS takes any value and holds only some. Times
-// are wall clock, seconds since 1970.
+// Terms: the target is the limit wanted from macOS, 1 to 100, where 100 means none and is shown as "off". A
+// written target is verified once "bfG0" shows it; if "bfG0" later shows something else, that is drift. A
+// target that does not show within ten minutes on the adapter is refused: macOS accepts any value but holds
+// only some. Times are wall clock, seconds since 1970.
 #pragma once
 
 #include <cstdint>
@@ -21,23 +21,23 @@ namespace brisko {
 inline constexpr double distantPast = -62'135'596'800;  // 0001-01-01T00:00:00Z
 
 inline std::optional<std::int64_t> gNativeWritten;  // the limit last written; none after it was handed back
-inline double gNativeAttemptAt = distantPast;       // since when macOS is given time to hold it
-inline double gNativeNudgedAt = distantPast;        // when it was last written again during that wait
+inline double gNativeAttemptAt = distantPast;       // start of the time that macOS has to hold it
+inline double gNativeNudgedAt = distantPast;        // when it was last written again during that time
 
-// One tick. `pct` may be above 100; `upper` is the target of the tick, `hot` whether charging is paused for
-// heat. Sets gState, gGateVerified and gNativeFloor.
+// One tick. `pct` may be above 100; `upper` is the tick's target, `hot` whether charging is paused for heat.
+// Sets gState, gGateVerified and gNativeFloor.
 void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool topUp,
                  const std::optional<CalDrive>& calDrive, bool hot);
 
-// Gives macOS the limit that it had before, as far as its own slider can show it, otherwise none. Nothing
-// happens when another gate is in force, when it is handed back for as long as the limit is switched off, or
-// when it was never looked at.
+// Restores the limit that macOS had before, if its own slider can show it, otherwise none. Does nothing when
+// another gate is in force, when the limit is already handed back because it is switched off, or when macOS's
+// limit was never read.
 void handBackNative();
 
 // The rules.
 
-// The level to hold at while the battery is above the limit and not to be run down: where it was first seen
-// there. It does not slide with the charge.
+// The level to hold at while the battery is above the limit and is not to be run down: the charge at which it
+// was first seen there. It does not change with the charge.
 struct HoldPointInputs {
   bool topUp = false;
   bool plugged = false;
@@ -49,13 +49,13 @@ struct HoldPointInputs {
 };
 [[nodiscard]] std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs);
 
-// Since when macOS is given time to hold the target: time on battery does not count, for macOS shows no limit
-// there.
+// The start of the time that macOS has to hold the target. Time on battery does not count, because macOS
+// shows no limit there.
 [[nodiscard]] double nativeAttemptClock(double attemptAt, bool plugged, double now);
-// Whether macOS has had its time to hold the target, so that one it does not show counts as refused.
+// Whether macOS has had enough time to hold the target, so that a target it does not show counts as refused.
 [[nodiscard]] bool nativeRefusalDue(double attemptAt, double now);
 
-// What the battery's current says that macOS is doing.
+// What macOS is doing, as the battery's current shows it.
 struct NativeStateInputs {
   bool plugged = false;
   std::int64_t pct = 0;

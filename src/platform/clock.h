@@ -1,17 +1,17 @@
 // platform/clock.h
-// The only clocks of the daemon. Nothing outside the platform folders may read another one or sleep.
+// The daemon's only clocks. Nothing outside the platform folders may read another clock or sleep.
 #pragma once
 
 namespace brisko::platform {
 
-// Wall clock, seconds since 1970-01-01 UTC with fractions. It can step, also backwards.
+// Wall clock, seconds since 1970-01-01 UTC with fractions. It can step, including backwards.
 [[nodiscard]] double wallNow();
 
-// Seconds since the machine was booted. Never steps back; is paused while the machine sleeps.
+// Seconds since the machine was booted. Never steps back, and is paused while the machine sleeps.
 [[nodiscard]] double uptime();
 
-// Blocks the calling thread for `seconds` (0 or more); nothing else of the process runs meanwhile. A handled
-// signal does not cut it short. Only for the time before the run loop starts and for the one-shot modes.
+// Blocks the calling thread for `seconds` (0 or more); the run loop does not run meanwhile. A handled signal
+// does not shorten it. Only for use before the run loop starts and in the one-shot modes.
 void pause(double seconds);
 
 }  // namespace brisko::platform

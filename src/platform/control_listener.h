@@ -1,6 +1,6 @@
 // platform/control_listener.h
-// The service that the app talks to. The listener carries requests, replies and the requirement on clients;
-// what a request does is decided elsewhere.
+// The service that the app talks to. The listener transports requests, replies and the requirement on
+// clients; what a request does is decided elsewhere.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +23,9 @@ struct ControlRequests {
   std::function<void(Reply reply)> restart;
 };
 
-// Listens on the service `name` for the life of the process. `requirement` is asked for every new connection,
-// off the main thread, maybe for several at once: messages of a client whose signature does not meet it are
-// dropped; none lets every client in.
+// Offers the service `name` until the process ends. `requirement` is called for every new connection, off the
+// main thread, possibly for several at once. Messages of a client whose signature does not meet it are
+// dropped; none admits every client.
 void listenForControl(const std::string& name, std::function<std::optional<std::string>()> requirement,
                       ControlRequests requests);
 

@@ -11,10 +11,10 @@ namespace brisko::platform {
 
 // What happened to a watched file; a set of these is delivered at once.
 enum FileEvent : std::uint32_t {
-  fileWritten = 1U << 0U,     // not promised for what comes and goes in a folder
+  fileWritten = 1U << 0U,     // not guaranteed for changes of a folder's contents
   fileExtended = 1U << 1U,    // it is longer than before
   fileAttributes = 1U << 2U,  // mode, owner, times; also, depending on the system, length and links
-  fileDeleted = 1U << 3U,     // a name of it is gone, also by another file's taking that name
+  fileDeleted = 1U << 3U,     // one of its names is gone, or was taken by another file
   fileRenamed = 1U << 4U,
 };
 using FileEvents = std::uint32_t;

@@ -1,5 +1,5 @@
 // platform/host.h
-// What the process may ask about the system that it runs on.
+// What the process may ask about its environment.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,8 @@ namespace brisko::platform {
 // The folder for temporary files, without a trailing slash.
 [[nodiscard]] std::string temporaryDirectory();
 
-// The folder that stands for the root of the volume on a virtual Mac, without a trailing slash; empty on a
-// Mac. Only base/volume_path may ask: everything else maps its paths there. The reference stays valid.
+// The folder that is the root of the volume on a virtual Mac, without a trailing slash; empty on a Mac. Only
+// base/volume_path may call this: everything else maps its paths there. The reference stays valid.
 [[nodiscard]] const std::string& volumeRoot();
 
 }  // namespace brisko::platform

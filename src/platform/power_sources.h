@@ -1,5 +1,5 @@
 // platform/power_sources.h
-// The system's list of power sources, as it publishes it: battery, UPS.
+// The system's published list of power sources: battery, UPS.
 #pragma once
 
 #include <functional>
@@ -12,11 +12,11 @@ namespace brisko::platform {
 
 // The descriptions of the power sources in the system's order, each a dictionary with the system's keys
 // ("Type", "Power Source State", "Current Capacity", …). None when there is no snapshot or no list; an empty
-// list is a list.
+// list is returned as one.
 [[nodiscard]] std::optional<std::vector<SharedDictionary>> powerSources();
 
-// Calls `changed` on the main thread from the run loop after every published change of a source, from now on
-// and for the life of the process. False when the system gives no such notification; start-up continues then.
+// Calls `changed` on the main thread from the run loop after every published change of a source, until the
+// process ends. False when the system offers no such notification; start-up continues then.
 [[nodiscard]] bool addPowerSourceNotification(std::function<void()> changed);
 
 }  // namespace brisko::platform

@@ -11,11 +11,11 @@ namespace brisko::platform {
 
 [[nodiscard]] std::optional<Value> preference(std::string_view domain, std::string_view key);
 
-// Takes effect for others only after synchronizePreferences(). No value removes the key.
+// Others see it only after synchronizePreferences(). No value removes the key.
 void setPreference(std::string_view domain, std::string_view key, std::optional<Value> value);
 [[nodiscard]] bool synchronizePreferences(std::string_view domain);
 
-// Posts a notification to the whole system.
+// Posts a system-wide notification.
 void postNotification(std::string_view name);
 
 }  // namespace brisko::platform

@@ -9,8 +9,8 @@
 
 namespace brisko::platform {
 
-// All properties of the first service named `entry` ("AppleSmartBattery"); null when there is no such
-// service or its properties cannot be read.
+// All properties of the first service named `entry` ("AppleSmartBattery"); null when there is no such service
+// or its properties cannot be read.
 [[nodiscard]] SharedDictionary registryProperties(std::string_view entry);
 
 // One property of the first service named `entry`; none when service or property is missing.

@@ -1,6 +1,6 @@
 // platform/run_loop.h
-// The main run loop: everything the daemon does after its start runs inside runMain(), on the main thread,
-// one piece of work after another.
+// The main run loop: everything the daemon does after its start-up runs inside runMain(), on the main thread,
+// one work item after another.
 #pragma once
 
 #include <cstdint>
@@ -13,17 +13,17 @@ using Work = std::function<void()>;
 // Runs until stopMain() or until the process ends. Signals are let in only between two pieces of work.
 void runMain();
 
-// Makes runMain() return once the piece of work in hand is done.
+// Makes runMain() return once the present work item is done.
 void stopMain();
 
 using TimerToken = std::uint64_t;  // never 0
 
 // A timer that fires every `intervalSeconds` (above 0) of uptime, first after one interval. It keeps its
-// grid: late by one interval or by a hundred it fires once, then at the next point of the grid. It is
-// paused while the machine sleeps. Due at the same instant, what was added first runs first.
+// grid: late by one interval or by a hundred, it fires once, then at the next point of the grid. It is paused
+// while the machine sleeps. Work due at the same instant runs in the order in which it was added.
 [[nodiscard]] TimerToken addRepeatingTimer(double intervalSeconds, Work work);
 
-// The timer never fires again, also when called from its own work. Unknown tokens are ignored.
+// The timer never fires again; may be called from the timer's own work. Unknown tokens are ignored.
 void invalidateTimer(TimerToken token);
 
 // Runs `work` on the main thread in a later iteration of the run loop, in the order posted. From any thread.
@@ -40,8 +40,8 @@ void postMainAfter(double seconds, Work work);
 // key from then on.
 void installSignalHandler(int signal, void (*handler)(int));
 
-// Takes the signal's default effect away and runs `work` from the run loop, as a piece of work, each time the
-// signal arrives (several before the loop gets to it count as one).
+// Disables the signal's default effect and runs `work` from the run loop, as a work item, each time the
+// signal arrives (several arrivals before the loop handles them count as one).
 void addSignalSource(int signal, Work work);
 
 }  // namespace brisko::platform

@@ -1,5 +1,5 @@
 // platform/smart_charge_client.h
-// The system's own charge limit as its private client offers it. Used only where the charge keys are closed.
+// The system's own charge limit, through its private client. Used only where the charge keys are closed.
 #pragma once
 
 #include <cstdint>
@@ -8,11 +8,11 @@
 
 namespace brisko::platform {
 
-// Loads the framework and says whether the client's class is there and knows how to set a limit.
+// Loads the framework and returns whether it has the client's class with the method that sets a limit.
 [[nodiscard]] bool smartChargeClassPresent();
 
-// The one client of the process under `name`, made on the first call and kept for ever; false when it cannot
-// be had. The calls below are made only after it gave true.
+// Creates the process's one client under `name` on the first call and keeps it; false when that fails. The
+// calls below may be made only after it returned true.
 [[nodiscard]] bool makeSmartChargeClient(std::string_view name);
 
 // Each answer is none when it cannot be had: the client reports an error, raises an exception, or does not

@@ -1,6 +1,6 @@
 // platform/smc_service.h
-// The user client of the system management controller: open, exchange one record, close. What the records
-// mean is known to hardware/smc alone.
+// The user client of the system management controller: open, exchange one record, close. Only hardware/smc
+// knows what the records mean.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 
 namespace brisko::platform {
 
-using KernelStatus = std::uint32_t;  // 0 is success, else as the kernel gives it
+using KernelStatus = std::uint32_t;  // 0 is success, otherwise the kernel's own code
 using SmcConnection = std::uint32_t;
 using SmcRecord = std::array<std::uint8_t, 80>;
 

@@ -10,7 +10,7 @@
 
 namespace brisko::platform {
 
-// Message types of the root power domain that a client hears. Others may arrive and mean nothing to us.
+// Message types of the root power domain that a client handles. Others may arrive and are ignored.
 enum class PowerMessage : std::uint32_t {
   canSystemSleep = 0xE0000270,      // kIOMessageCanSystemSleep: must be answered
   systemWillSleep = 0xE0000280,     // kIOMessageSystemWillSleep: must be answered
@@ -18,7 +18,7 @@ enum class PowerMessage : std::uint32_t {
 };
 
 using RootPowerPort = std::uint32_t;  // 0: none
-// The argument is the system's token for the answer; it is handed back unchanged.
+// The argument is the system's token for the answer and is passed back unchanged.
 using PowerCallback = std::function<void(PowerMessage message, std::intptr_t argument)>;
 
 struct PowerRegistration {
@@ -26,7 +26,7 @@ struct PowerRegistration {
   bool notifying;          // a notification port was returned and its source added to the main run loop
 };
 
-// Registers for the life of the process. The callback runs on the main thread from the run loop.
+// Registers until the process ends. The callback runs on the main thread from the run loop.
 [[nodiscard]] PowerRegistration registerSystemPower(PowerCallback callback);
 
 // Answers canSystemSleep and systemWillSleep; the system waits up to 30 s for it.

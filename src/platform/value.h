@@ -1,7 +1,7 @@
 // platform/value.h
-// A property of the machine as the system hands it over: the kind of a number is preserved, because the
-// readers decide by it (a boolean is never a number, an integer is not a floating-point number).
-// Dictionaries and lists are shared and immutable: handing one over copies nothing.
+// A property of the machine as the system publishes it. The type of a number is preserved, because the
+// readers depend on it (a boolean is never a number, an integer is not a floating-point number). Dictionaries
+// and lists are shared and immutable, so passing them copies nothing.
 #pragma once
 
 #include <concepts>
@@ -48,7 +48,7 @@ class Value {
   Value(Dictionary dictionary) : storage_(std::make_shared<const Dictionary>(std::move(dictionary))) {}
   Value(SharedDictionary dictionary) : storage_(std::move(dictionary)) {}
 
-  // A template, so that every integer type finds its kind on every system.
+  // A template, so that every integer type is mapped correctly on every system.
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) Value(Integer value) : storage_(wide(value)) {}
   // NOLINTEND(google-explicit-constructor)
@@ -63,8 +63,8 @@ class Value {
   [[nodiscard]] const std::string* asText() const { return std::get_if<std::string>(&storage_); }
   [[nodiscard]] const Data* asData() const { return std::get_if<Data>(&storage_); }
   [[nodiscard]] std::optional<Date> asDate() const;
-  [[nodiscard]] const List* asList() const;              // null when it is no list
-  [[nodiscard]] const Dictionary* asDictionary() const;  // null when it is no dictionary
+  [[nodiscard]] const List* asList() const;              // null when it is not a list
+  [[nodiscard]] const Dictionary* asDictionary() const;  // null when it is not a dictionary
 
  private:
   using Storage = std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data,

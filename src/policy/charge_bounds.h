@@ -12,8 +12,8 @@ struct Bounds {
   bool operator==(const Bounds&) const = default;
 };
 
-// The band for a limit, any numbers allowed. `cliLower` 0 or above is a lower bound given on the command line
-// and overrules the hysteresis.
+// The band for a limit; any number is allowed. If `cliLower` is 0 or above, it is a lower bound from the
+// command line and overrides the hysteresis.
 [[nodiscard]] Bounds bounds(std::int64_t limit, std::int64_t cliLower, std::int64_t hysteresis);
 
 }  // namespace brisko

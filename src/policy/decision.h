@@ -1,5 +1,6 @@
 // policy/decision.h
-// The decision of a tick on a Mac whose keys are ours: which charge state the hardware should be in.
+// The decision of a tick on a Mac whose charge keys we can write: which charge state the hardware should be
+// in.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +22,7 @@ struct DecisionInputs {
   std::int64_t floor = 75;
   bool atLimit = false;       // the limit was reached and the battery is held in the band
   bool dischargeNow = false;  // a forced discharge is wanted, allowed and possible in this kind of wake
-  bool canDischarge = false;  // the hardware can, and has not been found out
+  bool canDischarge = false;  // the hardware can, and has not failed to
   ChargeState state = ChargeState::allow;  // in force
 };
 

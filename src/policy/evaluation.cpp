@@ -34,15 +34,15 @@ namespace {
 constexpr double secondsPerHour = 3600.0;
 constexpr double secondsPerMinute = 60.0;
 
-// The settings that the previous tick saw. A negative limit means that there was none.
+// The settings of the previous tick. A negative limit means that there was none.
 std::int64_t gLastLimit = -1;
 bool gLastEnabled = true;
 bool gLastDischarge = false;
 
-bool gDarkWakeLogged = false;  // once for each spell of dark wakes
+bool gDarkWakeLogged = false;  // once for each run of dark wakes
 std::string gLastDesc;         // the last summary line
 
-// What one tick learns and decides, step by step.
+// What one tick reads and decides, step by step.
 struct Tick {
   Settings cfg;
   Bounds band;           // from the settings
@@ -65,7 +65,7 @@ bool sleepIsPending() {
   return false;
 }
 
-// Nothing is driven, and nothing published either.
+// Nothing is driven and nothing published.
 bool isAtRest() { return gDormant || gReleased || (gPurged && gateIsMacOSLimit()); }
 
 Settings settingsInForce() {
@@ -83,7 +83,7 @@ void resetStatistics(const Settings& cfg) {
   log("stats reset");
 }
 
-// Whether a choice that matters changed since the previous tick; the first tick has nothing to compare with.
+// Whether a relevant setting changed since the previous tick; the first tick has nothing to compare with.
 bool noteSettings(const Settings& cfg) {
   const bool first = gLastLimit < 0;
   const bool differs =
@@ -94,7 +94,7 @@ bool noteSettings(const Settings& cfg) {
   return !first && differs;
 }
 
-// A discharge that was given up gets another chance when the circumstances are new.
+// A discharge that was given up may be tried again after a relevant change.
 void rearmDischarge(bool changed) {
   if (!gDischargeBroken) return;
   const char* reason = nullptr;
@@ -113,7 +113,7 @@ void noteTopUp(double since) {
   writeStats();
 }
 
-// A calibration that is asked for takes the place of a Top Up.
+// A requested calibration replaces a Top Up.
 void beginCalibration(const Settings& cfg) {
   startCalibration();
   if (!cfg.topUp) return;
@@ -121,7 +121,7 @@ void beginCalibration(const Settings& cfg) {
   writeConfig(cfg, false, std::nullopt, std::nullopt);
 }
 
-// Moves the calibration on. A request that is withdrawn ends it, and its end ends the request.
+// Advances the calibration. Withdrawing the request ends it, and its end clears the request.
 void considerCalibration(Tick& tick) {
   const Settings& cfg = tick.cfg;
   if (cfg.calibrate && gCal.phase == CalPhase::idle) beginCalibration(cfg);
@@ -142,7 +142,7 @@ bool topUpExpired(const Settings& cfg) {
          platform::wallNow() - gTopUpSince > static_cast<double>(cfg.topUpHours) * secondsPerHour;
 }
 
-// Runs the Top Up that the settings ask for, or ends it. True while it runs.
+// Runs the Top Up that the settings request, or ends it. Returns true while it runs.
 bool continueTopUp(const Settings& cfg) {
   if (gTopUpSince == 0) noteTopUp(platform::wallNow());
   const bool expired = topUpExpired(cfg);
@@ -168,7 +168,7 @@ void chooseTarget(Tick& tick) {
   tick.dischargeOn = tick.cfg.discharge && dischargeSupported && !gDischargeBroken;
 }
 
-// In a maintenance wake the display stays off and a discharge can't be judged, so none is begun.
+// In a maintenance wake the display stays off and a discharge can't be verified, so none is started.
 void considerWake(Tick& tick) {
   if (isFullWake(systemCapabilities())) {
     tick.dischargeNow = tick.dischargeOn;
@@ -185,7 +185,7 @@ void considerWake(Tick& tick) {
 }
 
 void considerHeat(const Settings& cfg, bool plugged, const std::optional<double>& temp) {
-  // One-sided on purpose: a battery that was too hot has to cool down for good.
+  // Asymmetric on purpose: a battery that was too hot has to cool down properly.
   constexpr double coolerBy = 3.0;  // °C
   if (!cfg.thermal || !plugged || !temp) {
     gThermalPaused = false;
@@ -236,7 +236,7 @@ void chooseLight(const Tick& tick) {
                            .shownTarget = tick.calDrive ? tick.calDrive->target : tick.target});
 }
 
-// What drifted is put right before anything is judged.
+// Drift is corrected before anything is verified.
 void verify(const Tick& tick) {
   reassertState();
   verifyGate(tick.power.plugged);
@@ -293,7 +293,7 @@ void logSummary(const Tick& tick) {
 }
 
 void publish(const Tick& tick) {
-  // A soak time that overflows is found only now, with the hardware already set.
+  // A soak time that overflows is detected only now, after the hardware was set.
   writeStatus({.state = gState,
                .pct = gLastPct,
                .plugged = adapterPresent(),
@@ -313,7 +313,7 @@ void publish(const Tick& tick) {
                tick.cfg);
 }
 
-// Everything that is settled before the battery is looked at.
+// Everything that is decided before the battery is read.
 Tick readSettings() {
   Tick tick;
   tick.cfg = settingsInForce();

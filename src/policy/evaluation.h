@@ -3,8 +3,8 @@
 
 namespace brisko {
 
-// One pass of the daemon's heart: reads the settings and the battery, decides the charge state, applies it
-// and tells what it did. Run by the heartbeat and after everything that can change the decision.
+// One tick of the daemon: reads the settings and the battery, decides the charge state, applies it and
+// reports the result. Called by the heartbeat and after everything that can change the decision.
 void evaluate();
 
 }  // namespace brisko

@@ -16,17 +16,17 @@
 namespace brisko {
 namespace {
 
-// Success is believed quickly, failure only after two minutes: the current decays slowly after a stop.
+// Success is accepted quickly, failure only after two minutes: the current decays slowly after a stop.
 constexpr double gateSuccessGrace = 15.0;       // seconds that a hold must have lasted
 constexpr double gateFailureGrace = 120.0;      // likewise
-constexpr double dischargeFailureGrace = 60.0;  // seconds before the current of a discharge is judged
+constexpr double dischargeFailureGrace = 60.0;  // seconds before a discharge's current is evaluated
 constexpr int lossesThatEndADischarge = 6;
 
-std::optional<Bounds> gFirmwareArmed;  // the band last written for a hold to a gate that keeps bands
+std::optional<Bounds> gFirmwareArmed;  // the band last written for a hold, on a firmware-band gate
 
 std::string familyLabel() { return gGate ? chargeLabel(gGate->charge) : "?"; }
 
-// A write that fails is found out by the next tick.
+// A failed write is found by the next tick.
 void closeCharging(const ChargeGate& gate) { static_cast<void>(gate.setCharging(true)); }
 
 void abandonDischarge(const std::string& finding) {
@@ -93,7 +93,7 @@ void reassertState() {
   if (!gGate) return;
   switch (gState) {
     case ChargeState::allow:
-      // The next hold arms its band afresh.
+      // The next hold arms its band again.
       gFirmwareArmed.reset();
       break;
     case ChargeState::hold:

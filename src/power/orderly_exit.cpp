@@ -29,15 +29,15 @@ void signalHandler(int signal) {
   ::_exit(0);
 }
 
-// macOS's own limit is handed back through services that want an ordinary exit, so there the signal is a
-// piece of work and the exit hook does the rest.
+// Handing back macOS's own limit needs services that require an ordinary exit, so there the signal becomes a
+// work item and the exit hook does the rest.
 void exitOnSignal(int signal) {
   log("Signal " + std::to_string(signal) + ": handing the macOS limit back, exiting.");
   std::exit(0);
 }
 
 void handBack(const ChargeGate& gate) {
-  // A refused write changes nothing here: there is no later moment in which to try again.
+  // A refused write cannot be helped: there is no later moment to try again.
   static_cast<void>(gate.setAdapterCut(false));
   static_cast<void>(gate.setCharging(false));
   handBackNative();

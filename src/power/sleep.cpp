@@ -25,7 +25,7 @@ namespace brisko {
 namespace {
 
 // Without a readable configuration the limit of the command line counts. Whether the limit is switched on is
-// unknown then; the band is kept rather than given up.
+// unknown then, so the band is kept rather than given up.
 Settings settingsForSleep() {
   if (const auto settings = readConfig(gConfigPath)) return *settings;
   Settings unknown;
@@ -52,7 +52,7 @@ void stopChargingForSleep(const SleepSituation& now) {
 void goToSleep(std::intptr_t argument) {
   prepareForSleep();
   gSleepPendingSince = platform::wallNow();
-  // The time asleep must not count as time in which the adapter was seen cut.
+  // Time asleep must not count as time in which the cut adapter was observed.
   gCutSince.reset();
   platform::allowPowerChange(gRootPort, argument);
 }
@@ -61,7 +61,7 @@ void handleWake() {
   gSleepPendingSince.reset();
   gCutSince.reset();
   cancelScheduledWake();
-  // Asleep macOS had no time to show that it holds the limit.
+  // While asleep macOS had no time to show that it holds the limit.
   gNativeAttemptAt = gNativeNudgedAt = platform::wallNow();
   evaluate();
 }
@@ -71,7 +71,7 @@ void handleWake() {
 SleepPlan planSleep(const SleepSituation& now) {
   if (now.calibrating) return SleepPlan::leaveAlone();
   if (!now.adapterPresent || now.topUp || !now.enabled) return SleepPlan::leaveAlone();
-  // Above the limit too: a discharge can only be judged in a full wake, so none is begun asleep.
+  // Also above the limit: a discharge can be verified only in a full wake, so none is started asleep.
   if (now.pct >= now.band.lower) return SleepPlan::freeze();
   return SleepPlan::carryOn(now.band.upper);
 }

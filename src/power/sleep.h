@@ -1,6 +1,6 @@
 // power/sleep.h
-// What becomes of the charge while the Mac sleeps. Asleep the daemon runs no ticks: whatever the gate says at
-// that moment is what the battery gets all night. So it is decided when the sleep is announced.
+// What happens to the charge while the Mac sleeps. Asleep, the daemon runs no ticks: the gate's state at that
+// moment stays all night. So it is decided when the sleep is announced.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace brisko {
 
 class SleepPlan {
  public:
-  // Keep charging toward `percent`, and wake up on the way to take control again.
+  // Keep charging toward `percent`, and wake on the way to take control again.
   [[nodiscard]] static constexpr SleepPlan carryOn(std::int64_t percent) { return {Kind::carryOn, percent}; }
   // Stop charging now and keep the charge where it is.
   [[nodiscard]] static constexpr SleepPlan freeze() { return {Kind::freeze, 0}; }
@@ -21,7 +21,7 @@ class SleepPlan {
   [[nodiscard]] static constexpr SleepPlan leaveAlone() { return {Kind::leaveAlone, 0}; }
 
   [[nodiscard]] constexpr bool isFreeze() const { return kind_ == Kind::freeze; }
-  // Percent that a plan to carry on aims at; none for the others.
+  // The percentage that a plan to carry on aims at; none for other plans.
   [[nodiscard]] constexpr std::optional<std::int64_t> target() const {
     return kind_ == Kind::carryOn ? std::optional(target_) : std::nullopt;
   }
@@ -34,7 +34,7 @@ class SleepPlan {
   std::int64_t target_;  // 0 unless it carries on
 };
 
-// What the plan depends on.
+// The inputs of the plan.
 struct SleepSituation {
   std::int64_t pct = 0;
   Bounds band;
@@ -45,22 +45,22 @@ struct SleepSituation {
 };
 [[nodiscard]] SleepPlan planSleep(const SleepSituation& now);
 
-// Minutes until a charge from one percentage to another should be done: 0 when there is nothing to charge,
-// else 5 … 45, for a figure to wake up by must be neither hasty nor late. 20 when the current (mA) or the
-// design capacity (mAh) is unknown or the battery hardly charges.
+// Minutes until a charge from one percentage to another should be done. 0 when there is nothing to charge,
+// else 5 … 45, so that the Mac wakes neither too early nor too late. 20 when the current (mA) or the design
+// capacity (mAh) is unknown or the battery hardly charges.
 [[nodiscard]] std::int64_t minutesToCharge(std::int64_t from, std::int64_t to,
                                            std::optional<std::int64_t> designMAh,
                                            std::optional<std::int64_t> amperageMA);
-// The same with what the battery says now.
+// The same with the battery's present readings.
 [[nodiscard]] std::int64_t minutesToCharge(std::int64_t from, std::int64_t to);
 
-// Plans for the coming sleep and carries the plan out. Nothing happens without a gate of ours or while the
-// daemon is dormant; macOS keeps its own limit through sleep.
+// Plans for the coming sleep and carries out the plan. Does nothing without a gate whose keys we write or
+// while the daemon is dormant; macOS keeps its own limit through sleep.
 void prepareForSleep();
 
-inline platform::RootPowerPort gRootPort = 0;  // to which answers go; 0: not registered
+inline platform::RootPowerPort gRootPort = 0;  // where answers are sent; 0: not registered
 
-// What the system's announcements lead to. Sleep is always allowed, and only once the plan is carried out.
+// Handles the system's announcements. Sleep is always allowed, but only after the plan is carried out.
 void systemPowerCallback(platform::PowerMessage message, std::intptr_t argument);
 
 }  // namespace brisko

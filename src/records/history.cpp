@@ -30,13 +30,13 @@ namespace {
 
 constexpr std::string_view suffix = ".jsonl";
 
-std::optional<Sample> gLastSample;  // what the last line said
-double gLastSampleTime = 0;         // wall clock; of no meaning without a sample
+std::optional<Sample> gLastSample;  // of the last line
+double gLastSampleTime = 0;         // wall clock; meaningless without a sample
 std::string gLastPruneDay;
 
-// "2025-03-14": the day that a clock on the wall shows; none beyond every calendar.
+// "2025-03-14": the local calendar day; none beyond the calendar's range.
 std::optional<std::string> dayName(double secondsSince1970) {
-  // The computer travels: the zone may be another one than at the last line.
+  // The computer travels: the time zone may have changed since the last line.
   ::tzset();
   const auto moment = static_cast<std::time_t>(checkedInteger(std::floor(secondsSince1970)));
   std::tm local{};
@@ -47,7 +47,7 @@ std::optional<std::string> dayName(double secondsSince1970) {
   return name.data();
 }
 
-// The number that `text` is, digits only.
+// The value of `text` if it has only digits.
 std::optional<int> digits(std::string_view text) {
   int number = 0;
   for (const char digit : text) {
@@ -57,7 +57,7 @@ std::optional<int> digits(std::string_view text) {
   return number;
 }
 
-// The first moment of the day with this name, seconds since 1970; none when it names no day.
+// The first moment of the day with this name, seconds since 1970; none when the name is not a day.
 std::optional<double> startOfDay(const std::string& name) {
   if (name.size() != 10 || name[4] != '-' || name[7] != '-') return std::nullopt;
   const std::string_view text = name;
@@ -76,7 +76,7 @@ std::optional<double> startOfDay(const std::string& name) {
   local.tm_mday = *day;
   local.tm_isdst = -1;
   const auto start = static_cast<double>(std::mktime(&local));
-  // A day whose midnight comes twice, when summer time ends, begins with the first one.
+  // A day whose midnight occurs twice, at the end of summer time, begins with the first one.
   constexpr double hour = 3600.0;
   return dayName(start - hour) == name ? start - hour : start;
 }
@@ -102,7 +102,7 @@ std::optional<double> batteryWatts() {
   return properties ? SmartBattery::watts(*properties) : std::nullopt;
 }
 
-// With its line feed.
+// Includes the line feed.
 std::optional<std::string> lineOf(const Sample& sample, double now) {
   Json object = {
       {"t", checkedInteger(now)},
@@ -125,11 +125,11 @@ void append(const std::string& day, const std::string& line) {
     makeFolders(onVolume(historyDir));
     file = openForAppending(path);
   }
-  // A line that cannot be written is lost, and nothing else.
+  // If the write fails, only this line is lost.
   if (file) static_cast<void>(writeAll(file.number(), line));
 }
 
-// Whether the file is one of ours for a day that began before `cutoff`.
+// Whether the file is ours and its day began before `cutoff`.
 bool isExpired(const std::string& name, double cutoff) {
   if (!name.ends_with(suffix)) return false;
   const auto start = startOfDay(name.substr(0, name.size() - suffix.size()));
@@ -137,7 +137,7 @@ bool isExpired(const std::string& name, double cutoff) {
 }
 
 // The names of the expired files, in order; none when the folder cannot be listed. Only these are kept in
-// mind: the folder may hold years of others.
+// memory, because the folder may contain years of others.
 std::vector<std::string> expiredFiles(double cutoff) {
   std::vector<std::string> names;
   std::error_code failure;
@@ -173,7 +173,7 @@ void pruneHistory(std::int64_t days) {
   const double cutoff = platform::wallNow() - static_cast<double>(std::max(days, fewestDays)) * secondsPerDay;
   for (const std::string& name : expiredFiles(cutoff)) {
     std::error_code ignored;
-    // A folder of that name goes only when it is empty: nothing that we made is in there.
+    // A folder with such a name is removed only when it is empty, because we never create one.
     std::filesystem::remove(onVolume(std::string(historyDir) + "/" + name), ignored);
     log("history pruned: " + name);
   }

@@ -18,14 +18,14 @@ struct Sample {
   std::optional<double> temp = std::nullopt;  // °C
 };
 
-// Appends a line to the file of the day when the sample is worth one: at once when the state or the adapter
+// Appends a line to the day's file when the sample is worth it: at once when the state or the adapter
 // changed; after 55 s when the charge changed, or the temperature by half a degree; after 300 s in any case.
-// The first line of a day also prunes. Nothing happens with the history switched off or after a purge;
-// failures are silent, and the sample counts as written.
+// The first line of a day also prunes. Does nothing with the history switched off or after a purge. Failures
+// are silent, and the sample counts as written.
 void recordSample(const Sample& sample, const Settings& cfg);
 
-// Removes the files of days that began more than `days` days ago; fewer than 7 count as 7. What is named
-// otherwise stays. Each removal is logged, also one that failed.
+// Removes the files of days that began more than `days` days ago; fewer than 7 count as 7. Files with other
+// names stay. Each removal is logged, failed ones included.
 void pruneHistory(std::int64_t days);
 
 }  // namespace brisko

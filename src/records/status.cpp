@@ -24,12 +24,12 @@ namespace {
 
 constexpr double refreshSeconds = 15.0;
 
-std::string gLastStatus;  // the signature of the last writing
+std::string gLastStatus;  // the signature of the last status written
 double gLastStatusTime = -std::numeric_limits<double>::infinity();
 
 std::string text(bool value) { return value ? "true" : "false"; }
 
-// What the app must see at once when it changes.
+// The values that the app must see at once when they change.
 std::string signatureOf(const StatusReport& report) {
   std::string signature = stateName(report.state);
   for (const std::string& field :

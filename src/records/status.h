@@ -9,7 +9,7 @@
 
 namespace brisko {
 
-// What a tick tells of itself. All else in the file is read where it stands.
+// What a tick reports about itself. Everything else in the file is read from its owner.
 struct StatusReport {
   ChargeState state = ChargeState::allow;
   std::int64_t pct = 0;     // percent
@@ -24,9 +24,9 @@ struct StatusReport {
   std::int64_t calSoakSeconds = 0;
 };
 
-// Rewrites the file when something changed that the app shows at once, and otherwise when the last writing is
-// 15 s ago or more: temperature, statistics and the time go along with the next one. Nothing happens after a
-// purge; failures are silent and not tried again sooner.
+// Rewrites the file when a value that the app shows at once has changed, and otherwise when the last write is
+// 15 s or more ago: temperature, statistics and time are written along with it. Does nothing after a purge;
+// failures are silent and not retried earlier.
 void writeStatus(const StatusReport& report);
 
 }  // namespace brisko

@@ -29,7 +29,7 @@ bool exists(const std::string& path) {
 
 void takeChargeAgain() {
   gDormant = false;
-  gNativeWritten.reset();  // so that the tick writes macOS's limit afresh
+  gNativeWritten.reset();  // so that the tick writes macOS's limit again
   log("app is back — Brisko takes the charge again");
   evaluate();
 }
@@ -37,7 +37,7 @@ void takeChargeAgain() {
 void goDormant() {
   gDormant = true;
   restoreOnExit();
-  // No tick comes that would stop the blinking, and the light belongs to the system now.
+  // No later tick would stop the blinking, and the light belongs to the system now.
   gMode = LedMode::system;
   syncBlinkTimer();
   gState = ChargeState::allow;
@@ -60,7 +60,7 @@ void actOnAbsence() {
   if (now - *gAppGoneSince >= appGraceSeconds) goDormant();
 }
 
-// What is renamed or deleted is judged at once, and whatever stands at the path then is watched next.
+// A rename or deletion is checked at once, and whatever is at the path then is watched next.
 void watchNextBundle(int descriptor) {
   platform::closeWatched(descriptor);
   gAppSource.reset();

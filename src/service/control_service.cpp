@@ -28,8 +28,8 @@ namespace {
 using platform::Reply;
 
 constexpr const char* serviceName = "com.brisko.daemon.xpc";
-constexpr double removalSeconds = 30;  // what the app has, after a release, to remove the service
-constexpr double restartDelay = 0.3;   // seconds; lets the reply get through
+constexpr double removalSeconds = 30;  // time for the app to remove the service after a release
+constexpr double restartDelay = 0.3;   // seconds; lets the reply arrive first
 
 // ---------------------------------------------------------------------------------------------------------
 // New settings
@@ -41,7 +41,7 @@ std::optional<Json> objectIn(const std::vector<std::uint8_t>& bytes) {
   return value;
 }
 
-// What was not sent stays as it is in the file.
+// Keys that were not sent stay as they are in the file.
 void takeSettings(const Json& received) {
   Json merged = readJsonObject(onVolume(gConfigPath)).value_or(Json::object());
   merged.update(received);
@@ -63,7 +63,7 @@ void applySettings(const std::vector<std::uint8_t>& bytes, const Reply& reply) {
 
 constexpr std::array dataFolders = {"/Library/Application Support/Brisko", "/Library/Logs/Brisko"};
 
-// None when the folder is gone, or was not there; else what the user is told.
+// None when the folder is gone or was never there; otherwise the text for the user.
 std::optional<std::string> removeFolder(const std::string& path) {
   std::error_code error;
   if (!std::filesystem::exists(onVolume(path), error)) return std::nullopt;
@@ -89,8 +89,8 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
   return all;
 }
 
-// The flag comes before the files go, so that nothing brings one back; handing the limit back before the
-// flag, so that its line and its statistics still have a file.
+// The flag is set before the files are removed, so that nothing creates one again. The limit is handed back
+// before the flag is set, so that its log line and statistics still have a file.
 void purge(const Reply& reply) {
   handBackNative();
   if (gateIsMacOSLimit()) gReleased = true;
@@ -104,7 +104,7 @@ void purge(const Reply& reply) {
 // ---------------------------------------------------------------------------------------------------------
 // Releasing the charge
 
-// The release with this token was not followed by the service's removal, nor by another release.
+// The release with this token was followed neither by the service's removal nor by another release.
 void takeChargeAgain(std::int64_t token) {
   if (!gReleased || gReleaseToken != token) return;
   gReleased = false;
@@ -123,8 +123,8 @@ void release(const Reply& reply) {
 }
 
 void releaseCharge(const Reply& reply) {
-  // Keys of ours are given back by the exit that follows. The gate was settled before the service began to
-  // listen, so it may be looked at from here.
+  // Keys that we write are given back by the exit that follows. The gate was found before the service began
+  // to listen, so it may be read from this thread.
   if (!gateIsMacOSLimit()) return reply(true, std::nullopt);
   platform::postMain([reply] { release(reply); });
 }
@@ -140,7 +140,7 @@ void restart(const Reply& reply) {
   });
 }
 
-// Asked for every connection, off the main thread, where the log may not be written.
+// Called for every connection, off the main thread, where writing the log is not allowed.
 std::optional<std::string> requirementOnClient() {
   std::optional<std::string> requirement = clientCodeRequirement();
   if (!requirement) {

@@ -1,7 +1,7 @@
 // service/control_service.h
-// What the app may ask of the daemon: new settings, that all data be erased, that the charge be released
-// before the service is removed, and a restart. Requests come in off the main thread; what they do happens on
-// it. Each is answered exactly once.
+// What the app may request from the daemon: new settings, erasing all data, releasing the charge before the
+// service is removed, and a restart. Requests arrive off the main thread and are carried out on it. Each is
+// answered exactly once.
 #pragma once
 
 #include <cstdint>
@@ -14,15 +14,15 @@ namespace brisko {
 
 inline std::int64_t gReleaseToken = 0;  // of the latest release
 
-// What the code signature of a client has to say, in the system's language for requirements: the app's name,
-// and the team that signed this daemon. None when nobody signed it: then there is nothing to compare with.
-// From any thread.
+// The requirement on a client's code signature, in the system's language for requirements: the app's name,
+// and the team that signed this daemon. None when the daemon is unsigned: then there is nothing to compare
+// with. From any thread.
 [[nodiscard]] std::optional<std::string> clientCodeRequirement();
 
-// What is done for each request. To be called off the main thread or on it.
+// The handler of each request. May be called on or off the main thread.
 [[nodiscard]] platform::ControlRequests controlRequests();
 
-// Listens for the app for the life of the process.
+// Listens for the app until the process ends.
 void startXPCListener();
 
 }  // namespace brisko

@@ -1,5 +1,5 @@
 // state/calibration_drive.h
-// What a running calibration asks of one tick.
+// What a running calibration requires from one tick.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ struct CalDrive {
   std::int64_t target = 0;  // … to this percentage (100 when charging)
 };
 
-// None while idle. A drain ends at `drainTarget`, the way back to normal at the limit as the user set it.
+// None while idle. A drain ends at `drainTarget`, the last phase at the limit that the user set.
 [[nodiscard]] std::optional<CalDrive> calibrationDrive(CalPhase phase, std::int64_t drainTarget,
                                                        std::int64_t limit);
 

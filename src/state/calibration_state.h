@@ -38,7 +38,7 @@ enum class CalPhase : std::uint8_t {
   return "idle";
 }
 
-// What the gauge says of the battery. A field is none when the battery does not report it.
+// The gauge's values for the battery. A field is none when the battery does not report it.
 struct GaugeReading {
   std::optional<std::int64_t> raw = std::nullopt;      // mAh, the capacity as measured
   std::optional<std::int64_t> nominal = std::nullopt;  // mAh, the capacity as published
@@ -69,10 +69,10 @@ struct CalFailure {
 
 struct CalibrationState {
   CalPhase phase = CalPhase::idle;
-  double startedAt = 0;   // of the run
-  double phaseSince = 0;  // start of the phase
-  double soakBanked = 0;  // seconds of soak counted so far
-  double lastTick = 0;    // when the cycle was last moved on; 0: not since the start
+  double startedAt = 0;                               // of the run
+  double phaseSince = 0;                              // start of the phase
+  double soakBanked = 0;                              // seconds of soak counted so far
+  double lastTick = 0;                                // when the cycle last advanced; 0: not since the start
   std::optional<GaugeReading> before = std::nullopt;  // taken at the start of the run
   std::vector<CalRun> runs = {};                      // oldest first
   std::optional<CalFailure> lastFailure = std::nullopt;

@@ -1,5 +1,5 @@
 // state/machine_abilities.h
-// What this Mac can do, found once at start-up.
+// What this Mac supports, determined once at start-up.
 #pragma once
 
 #include <string>
@@ -9,6 +9,6 @@ namespace brisko {
 
 inline bool dischargeSupported = false;       // a forced discharge is possible
 inline bool gLedSupported = false;            // a gate was found and "ACLC" can be read
-inline std::vector<std::string> gProbedKeys;  // the keys that matter to us and can be read
+inline std::vector<std::string> gProbedKeys;  // the keys we use that can be read
 
 }  // namespace brisko

@@ -1,5 +1,5 @@
 // state/native_limit_state.h
-// What is known of macOS's own charge limit, for others to read. Percentages; 100 is no limit.
+// What is known about macOS's own charge limit, for others to read. Percentages; 100 means no limit.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 
 namespace brisko {
 
-// As found before it was first changed; given back when the daemon leaves.
+// As found before it was first changed; restored when the daemon leaves.
 inline std::optional<std::int64_t> gNativeBefore;
-// 80 when the limit of the settings is below what this Mac will hold.
+// 80 when the configured limit is below what this Mac will hold.
 inline std::optional<std::int64_t> gNativeFloor;
 
 }  // namespace brisko

@@ -5,7 +5,7 @@
 
 namespace brisko {
 
-// How long ticks stay quiet after a sleep was announced, seconds. If the sleep has not come by then, it never
+// How long ticks stay quiet after a sleep was announced, seconds. A sleep that has not begun by then never
 // will.
 inline constexpr double sleepPendingLimit = 30.0;
 

@@ -1,5 +1,5 @@
-// The floor under the daemon's cost: the same loop over the same machine with the same two timers, doing only
-// the baseline I/O.
+// The lower bound of the daemon's cost: the same loop on the same machine with the same two timers, doing
+// only the baseline I/O.
 
 #include "baseline_io.h"
 #include "hardware/smc.h"

@@ -1,6 +1,6 @@
 // benchmarks/baseline_io.h
-// What every tick of a steady hold has to do whatever it decides: read and parse the configuration, ask the
-// power sources, the capabilities, the temperature, and twice whether the adapter is there.
+// What every tick of a steady hold must do whatever it decides: read and parse the configuration, and query
+// the power sources, the capabilities, the temperature and, twice, the adapter.
 #pragma once
 
 #include <nlohmann/json.hpp>

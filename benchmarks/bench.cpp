@@ -66,7 +66,7 @@ void print(const std::vector<Figure>& figures) {
   }
 }
 
-// Behind the year itself.
+// Inserted after the figure of the whole year.
 void addPartsOfTheYear(std::vector<Figure>& figures) {
   const auto year = std::find_if(figures.begin(), figures.end(),
                                  [](const Figure& figure) { return figure.name == yearFigure; });
@@ -81,7 +81,7 @@ void addPartsOfTheYear(std::vector<Figure>& figures) {
 int main(int count, char** arguments) {
   using namespace brisko::bench;
   benchmark::Initialize(&count, arguments);
-  // The live and the virtual lives come first: they fork, and this process is still small.
+  // The live and virtual measurements come first: they fork, and this process is still small.
   std::vector<Figure> figures = liveFigures();
   if (figures.empty()) {
     std::fprintf(stderr, "brisko-bench: the live daemon could not be measured\n");

@@ -1,5 +1,5 @@
 // benchmarks/figures.h
-// A figure beside its target, and the kinds of measurement that give figures.
+// A figure with its target, and the measurements that produce figures.
 #pragma once
 
 #include <optional>
@@ -18,19 +18,20 @@ struct Figure {
   double target = 0;
 };
 
-// Of the real daemon in a steady hold on a live machine. Empty when a program is missing or does not run.
+// Figures of the real daemon in a steady hold on a live machine. Empty when a program is missing or does not
+// run.
 [[nodiscard]] std::vector<Figure> liveFigures();
 
-// Of whole lives in virtual time.
+// Figures of whole processes in virtual time.
 [[nodiscard]] std::vector<Figure> virtualFigures();
-// The first of them: the processor's seconds for a year of a steady life, whatever else the computer does.
+// The first of them: processor seconds for a year in a steady hold, independent of other load.
 inline constexpr const char* yearFigure = "a steady year, the tick's files in memory";
 
-// Where the seconds of such a year go, each part measured by itself on the steady machine of this process,
-// with its gate in force, and what they do not account for.
+// Where the seconds of such a year go: each part measured by itself on the steady machine of this process,
+// with its gate in force, and the unexplained rest.
 [[nodiscard]] std::vector<Figure> partsOfAYear(double wholeSeconds);
 
-// Of the lab's campaign with all faults, on all processors. Empty while there is no such command.
+// Figures of the lab's campaign with all faults, on all processors. Empty if there is no such command.
 [[nodiscard]] std::vector<Figure> campaignFigures();
 
 // Makes a machine in a steady hold at its limit, with a configuration, below a memory-backed folder, and
@@ -40,7 +41,7 @@ void attachSteadyMachine();
 // Registers the benchmarks of a single tick.
 void registerTicks();
 
-// Of a process in /proc; 0 for none.
+// Of a process, from /proc; all 0 without such a process.
 struct ProcessFigures {
   double threads = 0;
   double residentKB = 0;

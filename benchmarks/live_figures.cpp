@@ -31,7 +31,7 @@ void sleepFor(double seconds) {
   static_cast<void>(::nanosleep(&time, nullptr));
 }
 
-// A program that runs until it is ended, its output thrown away.
+// A program that runs until it is ended; its output is discarded.
 class Running {
  public:
   Running(std::vector<std::string> words, const std::string& machine) {
@@ -120,10 +120,10 @@ struct LoadSample {
   double cpuSeconds = 0;
 };
 
-// What a process does while the machine runs at `speed` for `seconds` of real time.
+// Measures a process while the machine runs at `speed` for `seconds` of real time.
 LoadSample observe(Machine& machine, pid_t pid, double speed, double seconds) {
   if (!machine.speed(speed)) return {};
-  sleepFor(0.3);  // the change of speed is its own wake-up
+  sleepFor(0.3);  // the change of speed causes a wake-up of its own
   const ProcessFigures before = processFigures(pid);
   const double start = realNow();
   sleepFor(seconds);
@@ -131,7 +131,8 @@ LoadSample observe(Machine& machine, pid_t pid, double speed, double seconds) {
   return {(realNow() - start) * speed / 60, after.waits - before.waits, after.cpuSeconds - before.cpuSeconds};
 }
 
-// The slowest of many, from the start of the program to its end, milliseconds. Below 0 when one failed.
+// The slowest of many runs, from the start of the program to its end, in milliseconds. Below 0 when one
+// failed.
 double slowestProbe(const Machine& machine) {
   constexpr int times = 50;
   double slowest = 0;
@@ -174,7 +175,7 @@ std::vector<Figure> liveFigures() {
         {"wake-ups a minute in a steady hold", steady.waits / steady.machineMinutes, "", Target::atMost, 8});
     daemonSample = observe(machine, daemon.pid(), hurried, 5);
   }
-  // The daemon gave the charge back when it ended; the floor program is to meet the same steady hold.
+  // The daemon handed the charge back when it ended. Restore the same steady hold for the floor program.
   if (!machine.hold()) return {};
   const Running floor({sibling("brisko-baseline")}, machine.folder());
   sleepFor(0.5);

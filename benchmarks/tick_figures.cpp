@@ -16,7 +16,7 @@
 namespace brisko::bench {
 namespace {
 
-// The daemon's lines are not what is printed here.
+// Discards the daemon's log lines while `work` runs.
 void quietly(const std::function<void()>& work) {
   std::fflush(stdout);
   const int kept = ::dup(STDOUT_FILENO);

@@ -36,7 +36,7 @@ double realNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// A machine in memory that stands at its limit, and its volume in a memory-backed folder.
+// A machine in memory that rests at its limit, with its volume in a memory-backed folder.
 class SteadyMachine {
  public:
   SteadyMachine() {
@@ -62,12 +62,12 @@ class SteadyMachine {
 
   double now() { return store_->view().machine().now; }
   void change(const virtual_mac::Change& change) { virtual_mac::apply(store_->update().machine(), change); }
-  // The machine's own journal fills with time; its room is taken from the beginning, so as not to count.
+  // The machine's own journal fills over time. Its pages are touched in advance, so that they do not count.
   void touchJournal() {
     const auto update = store_->update();
     update.journal().entries.fill({});
   }
-  // Wakes that stand on the system's list for the future.
+  // Wakes on the system's list with a date in the future.
   double pendingWakes() {
     const auto look = store_->view();
     const auto& events = look.machine().sleep.events;
@@ -82,10 +82,10 @@ class SteadyMachine {
   std::unique_ptr<MachineStore> store_;
 };
 
-// What a process tells its parent at given days.
+// What a process reports to its parent on given days.
 struct Milestone {
   double seconds = 0;     // real time since its start
-  double cpuSeconds = 0;  // likewise; the same on a computer with nothing else to do
+  double cpuSeconds = 0;  // likewise; independent of other load
   double residentKB = 0;
   double privateKB = 0;
   double threads = 0;
@@ -104,7 +104,7 @@ double openDescriptors() {
   return static_cast<double>(std::distance(begin(all), end(all)));
 }
 
-// How a year of one process passes, and what is told of it.
+// Runs a year of one process and reports its figures.
 class Year {
  public:
   Year(SteadyMachine& machine, YearFigures& yearFigures, bool withNights)
@@ -114,7 +114,7 @@ class Year {
         begin_(machine.now()),
         start_(realNow()) {}
 
-  // The machine stands at a moment that was asked for; the next such moment.
+  // Called when the machine reaches a requested moment; returns the next one.
   double reached() {
     const double now = machine_.now();
     if (yearFigures_.month.seconds == 0 && now >= begin_ + 30 * day) yearFigures_.month = milestone();
@@ -133,11 +133,11 @@ class Year {
             figures.threads,    openDescriptors()};
   }
 
-  // To bed at 22 o'clock with some charge or other, up at 7; the machine's year begins at 8.
+  // Asleep at 22:00 with a varying charge, awake at 7:00; the machine's year begins at 8:00.
   double nextOfTheNights(double now) {
     constexpr double evening = 14 * 3600;
     constexpr double morning = 23 * 3600;
-    constexpr double bedtime = 60;  // by then the Mac sleeps, and what is planned is planned
+    constexpr double bedtime = 60;  // by then the Mac sleeps, and the sleep has been planned
     const double today = std::floor((now - begin_) / day) * day;
     const double hour = now - begin_ - today;
     if (hour < evening) return begin_ + today + evening;
@@ -173,7 +173,7 @@ class Year {
 [[noreturn]] void simulate(SteadyMachine& machine, Year& year) {
   const int nowhere = ::open("/dev/null", O_WRONLY);
   ::dup2(nowhere, STDOUT_FILENO);
-  // The first measurement brings code of its own into memory; what counts is what comes after it.
+  // The first measurement loads code of its own into memory; later ones count.
   static_cast<void>(processFigures(::getpid()));
   static_cast<void>(openDescriptors());
   machine.touchJournal();
@@ -182,7 +182,7 @@ class Year {
   ::_exit(1);
 }
 
-// What a year in a process of its own tells; nothing when it did not come to its end.
+// The figures of a year in a process of its own; none when it did not finish.
 std::optional<YearFigures> simulateYear(bool withNights) {
   void* shared =
       ::mmap(nullptr, sizeof(YearFigures), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -233,7 +233,7 @@ std::vector<Figure> virtualFigures() {
 }
 
 void attachSteadyMachine() {
-  // For the rest of the process.
+  // Kept until the process ends.
   static SteadyMachine machine;
 }
 

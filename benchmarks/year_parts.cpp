@@ -37,7 +37,7 @@ double processorNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// Seconds of a year in which `work` is done every `interval` seconds, from the fastest of some rounds.
+// Seconds per year when `work` runs every `interval` seconds, from the fastest of several rounds.
 double yearOf(double interval, const std::function<void()>& work) {
   constexpr int rounds = 5;
   constexpr int times = 4000;
@@ -50,7 +50,7 @@ double yearOf(double interval, const std::function<void()>& work) {
   return fastest * year / interval;
 }
 
-// The same machine and the same timers in virtual time, with nobody doing anything when they fire.
+// The same machine and the same timers in virtual time, with timers that do nothing.
 double yearOfTheMachine() {
   constexpr double days = 20 * 86'400.0;
   const double begin = virtual_mac::attachedMachine()->view().machine().now;
@@ -70,7 +70,7 @@ double yearOfTheMachine() {
 
 void drop(bool) {}
 
-// What a tick of a steady hold asks the controller.
+// The controller queries of a tick in a steady hold.
 void askController() {
   drop(readTemp().has_value());
   for (int times = 0; times < 4; ++times) drop(adapterPresent());

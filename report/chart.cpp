@@ -14,11 +14,11 @@
 namespace brisko::lab {
 namespace {
 
-// In the units of the drawing, which are pixels where it is shown in its own size.
+// In units of the drawing, which are pixels at its natural size.
 constexpr double width = 1000;
 constexpr double plotLeft = 80;
 constexpr double plotRight = 986;
-constexpr double letter = 6.3;  // width of one, on average, in the fonts that it may be shown with
+constexpr double letter = 6.3;  // average width of a letter in the fonts that may be used
 constexpr double lineHeight = 15;
 constexpr double rowHeight = 15;
 constexpr double rowGap = 4;
@@ -53,7 +53,7 @@ std::string path(const std::string& style, const std::string& steps) {
   return steps.empty() ? "" : "<path" + attribute("class", style) + attribute("d", steps) + "/>\n";
 }
 
-// As steps of a path. What would be too narrow to be seen is widened.
+// A rectangle as steps of a path. One too narrow to be seen is widened.
 std::string box(double left, double top, double right, double bottom) {
   constexpr double narrowest = 0.6;
   return "M" + coordinate(left) + " " + coordinate(top) + "h" +
@@ -79,7 +79,7 @@ std::vector<std::string> wrapped(const std::string& text, std::size_t most) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// Stretches of time in which something stays as it is
+// Intervals in which something stays the same
 
 struct RowStyle {
   const char* style;
@@ -173,7 +173,7 @@ std::optional<std::pair<double, double>> bordersOf(const std::vector<Moment>& mo
   return borders;
 }
 
-// The gauge rounds and is late by a minute; only more than that is worth a curve of its own.
+// The gauge rounds and is up to a minute late; only a larger difference deserves a curve of its own.
 bool gaugeDiffers(const std::vector<Moment>& moments) {
   constexpr double worthShowing = 1.75;  // percent
   return std::any_of(moments.begin(), moments.end(), [](const Moment& moment) {
@@ -182,12 +182,12 @@ bool gaugeDiffers(const std::vector<Moment>& moments) {
   });
 }
 
-// What was done in one moment, and where its words stand.
+// An event, and the position of its text.
 struct MarkedEvent {
   double x = 0;
   std::string words = {};
   bool leftward = false;                // to the left of its mark, near the end
-  std::optional<std::size_t> row = {};  // from below; none when there is no room for words
+  std::optional<std::size_t> row = {};  // from below; none when there is no room for text
 };
 
 constexpr std::size_t longestWords = 44;
@@ -206,7 +206,7 @@ std::vector<MarkedEvent> markedEvents(const std::vector<Event>& events, const Sc
   return marked;
 }
 
-// Words go into the lowest row where they have room; how many rows that takes.
+// Places every text in the lowest row with room for it. Returns the number of rows used.
 std::size_t placeWords(std::vector<MarkedEvent>& events) {
   std::array<double, eventRows> filledUntil{};
   filledUntil.fill(-1e9);
@@ -269,7 +269,7 @@ class Drawing {
     y_ += 6;
   }
 
-  // --- What was done
+  // --- Events
 
   void drawEvents() {
     std::vector<MarkedEvent> events = markedEvents(picture_.events, chart_.time);
@@ -349,7 +349,7 @@ class Drawing {
     body_ += path("gap", boxes);
   }
 
-  // From moment to moment, broken at gaps and where the number is missing.
+  // A line from moment to moment, interrupted at gaps and where the number is missing.
   [[nodiscard]] std::string curve(Number number, const Scale& scale) const {
     std::string steps;
     std::string last;
@@ -359,7 +359,7 @@ class Drawing {
       if (moment.afterGap || !value) drawing = false;
       if (!value) continue;
       const std::string point = coordinate(xOf(moment.time)) + " " + coordinate(scale.at(*value));
-      // A lone moment is a line of no length, which round ends make a dot.
+      // A single moment is a line of length 0, which round ends turn into a dot.
       if (!drawing) steps += "M" + point + "h0";
       if (drawing && point != last) steps += "L" + point;
       drawing = true;
@@ -435,7 +435,7 @@ class Drawing {
     body_ += path("band", boxes) + path("upper", uppers) + path("lower", lowers);
   }
 
-  // A panel of its own for a number that any moment has.
+  // A panel of its own for a number, if any moment has it.
   void drawNumbers(Number number, const std::string& title, double height, double span, double least) {
     const auto borders = bordersOf(moments_, number);
     if (!borders) return;
@@ -480,7 +480,7 @@ class Drawing {
     endRow();
   }
 
-  // What the log says beside its summaries, and above all its warnings.
+  // The log lines other than summaries, warnings above all.
   void drawLogRow() {
     std::string lines;
     std::string warnings;
@@ -505,7 +505,7 @@ class Drawing {
     panelsBottom_ = y_;
   }
 
-  // --- Below
+  // --- Below the rows
 
   void drawTimeAxis() {
     y_ += 14;
@@ -566,8 +566,8 @@ class Drawing {
   std::string body_;
   std::string bandWords_;
   std::string eventWords_;
-  std::vector<std::pair<double, double>> eventMarks_;  // x, and where its line begins
-  double y_ = 0;                                       // everything above is drawn
+  std::vector<std::pair<double, double>> eventMarks_;  // x, and the top of its line
+  double y_ = 0;                                       // everything above it is drawn
   double panelsBottom_ = 0;
 };
 

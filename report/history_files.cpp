@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 
 constexpr std::string_view suffix = ".jsonl";
 constexpr std::size_t skippedShown = 5;
-// While the daemon runs and the Mac is awake, a line comes after 300 s at the latest, and one tick.
+// While the daemon runs and the Mac is awake, a line is written at the latest after 300 s plus one tick.
 constexpr double longestSilence = 600;  // seconds
 
 std::optional<int> digits(std::string_view text) {
@@ -31,7 +31,7 @@ std::optional<int> digits(std::string_view text) {
   return number;
 }
 
-// The midnight in UTC of the day that a file is named after.
+// The midnight, in UTC, of the day in a file's name.
 std::optional<double> dayOf(const std::string& name) {
   if (name.size() != 10 + suffix.size() || !name.ends_with(suffix) || name[4] != '-' || name[7] != '-') {
     return std::nullopt;
@@ -67,10 +67,10 @@ std::vector<fs::path> dayFilesIn(const fs::path& folder) {
 
 struct Line {
   std::optional<Moment> moment = {};
-  const char* fault = nullptr;  // when there is none
+  const char* fault = nullptr;  // the reason when there is none
 };
 
-// The number under the key divided by `unit`; none when it is no number between the borders.
+// The number under the key divided by `unit`; none when it is not a number within the limits.
 std::optional<double> numberAt(const Json& object, const char* key, double unit, double least, double most) {
   const auto found = object.find(key);
   if (found == object.end() || !found->is_number()) return std::nullopt;
@@ -93,7 +93,7 @@ std::optional<ChargeState> stateAt(const Json& object) {
 }
 
 Line readLine(const std::string& text, double day) {
-  constexpr double farthestZone = 15 * 3600.0;  // of the day's midnight from that in UTC
+  constexpr double farthestZone = 15 * 3600.0;  // the most that a local midnight differs from that in UTC
   const Json object = Json::parse(text, nullptr, false);
   if (!object.is_object()) return {.fault = "is no JSON object"};
   Moment moment;
@@ -134,11 +134,11 @@ void readFile(const fs::path& path, HistoryReading& reading) {
       reading.firstSkipped.push_back(name + ":" + std::to_string(number) + ": " + line.fault);
     }
   }
-  // What was read before an error counts; an empty file has nothing to tell.
+  // What was read before an error counts; an empty file contributes nothing.
   ++reading.files;
 }
 
-// In the order of time, with the gaps marked.
+// Sorts by time and marks the gaps.
 void arrange(Picture& picture) {
   auto& moments = picture.moments;
   const auto earlier = [](const Moment& one, const Moment& other) { return one.time < other.time; };

@@ -11,7 +11,7 @@ constexpr std::string_view replacement = "\xEF\xBF\xBD";  // U+FFFD
 
 bool continues(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
-// The length of the character at the beginning of the text; 0 when it is none.
+// The length of the UTF-8 character at the beginning of the text; 0 when it is invalid.
 std::size_t lengthOf(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text.front());
   if (lead < 0x80) return 1;
@@ -80,7 +80,8 @@ std::string escaped(std::string_view text) {
 }
 
 std::string escapedForScript(std::string json) {
-  // "</script>" and "<!--" would end it or change how it is read; in JSON a "<" stands in texts alone.
+  // "</script>" and "<!--" would end the element or change how it is parsed; in JSON a "<" occurs only in
+  // strings.
   for (std::size_t at = json.find('<'); at != std::string::npos; at = json.find('<', at)) {
     json.replace(at, 1, "\\u003c");
   }

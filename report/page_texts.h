@@ -1,5 +1,5 @@
 // report/page_texts.h
-// The style sheets and the script of the same names beside this file, as they are built into the lab.
+// The style sheets and the script of the same names in this folder, as compiled into the lab.
 #pragma once
 
 namespace brisko::lab {

@@ -18,7 +18,7 @@ using OrderedJson = nlohmann::ordered_json;
 constexpr std::size_t linesShownWhole = 3000;
 
 // ---------------------------------------------------------------------------------------------------------
-// What can be read at a moment
+// Values of a moment
 
 struct Reading {
   const char* name;
@@ -57,7 +57,7 @@ const std::vector<Reading>& allReadings() {
   return readings;
 }
 
-// Those that any of the moments has.
+// The readings that at least one moment has.
 std::vector<Reading> readingsOf(const std::vector<Moment>& moments) {
   std::vector<Reading> readings;
   for (const Reading& reading : allReadings()) {
@@ -68,7 +68,7 @@ std::vector<Reading> readingsOf(const std::vector<Moment>& moments) {
   return readings;
 }
 
-// Times as the script compares them: a millisecond is more than enough.
+// Times as the script compares them: a millisecond is accurate enough.
 double rounded(double time) { return std::stod(fixed(time, 3)); }
 
 std::string dataOf(const Chart& chart, const std::vector<Reading>& readings) {
@@ -99,7 +99,7 @@ struct Shown {
   std::string text;
 };
 
-// When there are very many, of summaries that follow each other the first and the last alone.
+// If there are very many lines, only the first and the last of consecutive summaries are shown.
 std::vector<Shown> shownLines(const std::vector<LoggedLine>& log, std::size_t& left) {
   const bool all = log.size() <= linesShownWhole;
   const auto sumsUp = [&](std::size_t index) { return index < log.size() && isSummary(log[index].text); };
@@ -118,7 +118,7 @@ std::vector<Shown> shownLines(const std::vector<LoggedLine>& log, std::size_t& l
   return shown;
 }
 
-// With the events among the lines that they came before.
+// Inserts the events before the lines that followed them.
 void insertEvents(const std::vector<Event>& events, std::vector<Shown>& shown) {
   for (const Event& event : events) {
     const auto place = std::find_if(shown.begin(), shown.end(), [&](const Shown& line) {

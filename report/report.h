@@ -1,6 +1,6 @@
 // report/report.h
-// A picture as one page that needs nothing else: the chart, the values at the moment that is pointed at, and
-// the log beside it. To be looked at in a browser, in the light or in the dark, or to be printed.
+// A picture as one self-contained page: the chart, the values at the selected moment, and the log beside it.
+// For a browser, in light or dark mode, or for printing.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace brisko::lab {
 
-// Of a picture with at least one moment.
+// The picture must have at least one moment.
 [[nodiscard]] std::string reportPage(const Picture& picture);
 
 }  // namespace brisko::lab

@@ -1,6 +1,6 @@
 "use strict";
-// Shows what was so at the moment that is pointed at, in the chart, on the slider or in the log, and marks
-// the line of the log that was the last one then.
+// Shows the values at the moment selected in the chart, on the slider or in the log, and marks the latest
+// log line at that moment.
 (() => {
   const data = JSON.parse(document.getElementById("data").textContent);
   const picture = document.querySelector(".picture");
@@ -27,7 +27,7 @@
 
   const xOf = (time) => data.left + ((time - data.from) / (data.until - data.from)) * (data.right - data.left);
 
-  // The index of the last one at or before the time; 0 when none is.
+  // The index of the last item at or before the time; 0 when there is none.
   function lastUntil(time, length, timeOf) {
     let low = 0;
     let high = length;
@@ -44,7 +44,7 @@
     const before = momentAt(time);
     const after = Math.min(before + 1, data.moments.length - 1);
     const afterIsNearer = data.moments[after].time - time < time - data.moments[before].time;
-    // Of several at one time the last is what holds from then on.
+    // Of several moments at one time, the last one applies from then on.
     return afterIsNearer ? momentAt(data.moments[after].time) : before;
   }
 
@@ -67,7 +67,7 @@
     if (chosen) chosen.classList.add("chosen");
   }
 
-  // From the chart or the slider: the log goes along.
+  // Selected in the chart or on the slider: the log scrolls to its line.
   function showMoment(index) {
     const line = lines.length > 0 ? lines[lastUntil(data.moments[index].time, lines.length, (place) => times[place])] : null;
     show(index, line);
@@ -83,7 +83,7 @@
     const time = data.from + ((x - data.left) / (data.right - data.left)) * (data.until - data.from);
     showMoment(nearestMoment(time));
   });
-  // From here on the arrow keys go on.
+  // After a click the arrow keys move on from here.
   picture.addEventListener("click", () => slider.focus());
   slider.addEventListener("input", () => showMoment(Number(slider.value)));
   list?.addEventListener("pointerover", (event) => {

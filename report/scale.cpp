@@ -13,7 +13,7 @@ namespace {
 constexpr int secondsOfDay = 86400;
 constexpr std::array<int, 15> stepsOfClock{1,   2,   5,    10,   15,   30,    60,   120,
                                            300, 600, 1800, 3600, 7200, 10800, 21600};
-constexpr std::array<int, 5> stepsOfDays{1, 2, 5, 10, 15};  // counted from the first of the month on
+constexpr std::array<int, 5> stepsOfDays{1, 2, 5, 10, 15};  // counted from the first of the month
 constexpr std::array<int, 8> stepsOfMonths{1, 3, 6, 12, 24, 60, 120, 1200};
 
 std::tm clockOf(double time) {
@@ -46,7 +46,7 @@ std::string text(double time, const char* format) {
 
 std::string dayText(double time) { return text(time, "%e %B"); }
 
-// One day's round moments, from its midnight on.
+// The day's round moments, from its midnight on.
 void appendClockTimes(double midnight, int step, std::vector<double>& times) {
   const std::tm day = clockOf(midnight);
   for (int second = 0; second < secondsOfDay; second += step) {
@@ -74,7 +74,7 @@ std::vector<double> dayTimes(double from, double until, int step) {
   for (int month = 0;; ++month) {
     const double begin = startOfDay(first.tm_year, first.tm_mon + month, 1);
     if (begin > until) return times;
-    // The last days of a month give way to the first of the next.
+    // Days at the end of a month that are too close to the first of the next are left out.
     for (int day = 1; day + step / 2 <= 31; day += step) {
       const double time = startOfDay(first.tm_year, first.tm_mon + month, day);
       if (clockOf(time).tm_mon == clockOf(begin).tm_mon) times.push_back(time);
@@ -95,7 +95,7 @@ std::vector<double> monthTimes(double from, double until, int step) {
 
 void keepWithin(std::vector<double>& times, double from, double until) {
   std::erase_if(times, [&](double time) { return time < from || time > until; });
-  // An hour that the clock leaves out falls on the one after it.
+  // A time that the clock skips is shown as the one after it.
   std::sort(times.begin(), times.end());
   times.erase(std::unique(times.begin(), times.end()), times.end());
 }
@@ -131,7 +131,7 @@ double roundStep(double span, std::size_t most, double least) {
 
 std::vector<double> multiples(double from, double until, double step) {
   std::vector<double> values;
-  // Counted in steps: a sum of many would drift away from round values.
+  // Counted in steps: adding up many steps would drift away from round values.
   const double last = std::floor(until / step + 1e-9);
   for (double count = std::ceil(from / step - 1e-9); count <= last; ++count) values.push_back(count * step);
   return values;

@@ -1,5 +1,5 @@
 // report/scale.h
-// Where a value stands on an axis, and which values are written beside it.
+// Positions of values on an axis, and the values that are labelled.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace brisko::lab {
 
-// From the values `from` … `until` to the places `begin` … `end`, which may run either way.
+// Maps the values `from` … `until` to the positions `begin` … `end`, which may run either way.
 struct Scale {
   double from = 0, until = 1;  // from < until
   double begin = 0, end = 1;
@@ -17,14 +17,14 @@ struct Scale {
   }
 };
 
-// Round steps (1, 2 or 5 times a power of ten), the smallest that gives at most `most` ticks, and at least
-// `least` itself.
+// A round step (1, 2 or 5 times a power of ten): the smallest that gives at most `most` ticks and is at least
+// `least`.
 [[nodiscard]] double roundStep(double span, std::size_t most, double least);
 
 // The multiples of the step in [from, until].
 [[nodiscard]] std::vector<double> multiples(double from, double until, double step);
 
-// A scale that shows all of [least, most] with some room, spans at least `span` and begins and ends at a
+// A range that shows all of [least, most] with some margin, spans at least `span` and begins and ends at a
 // multiple of `step`; never beyond [bottom, top].
 struct Extent {
   double from, until;
@@ -32,14 +32,14 @@ struct Extent {
 [[nodiscard]] Extent roundExtent(double least, double most, double span, double step, double bottom,
                                  double top);
 
-// --- Time, as clocks of the zone in force show it
+// --- Time, as clocks show it in the zone in force
 
 struct TimeTick {
   double time = 0;    // seconds since 1970
-  std::string clock;  // "22:00"; "" where a day, or several, lie between two ticks
-  std::string day;    // "2 March", where it is the first tick of that day; else ""
+  std::string clock;  // "22:00"; "" where a day or more lies between two ticks
+  std::string day;    // "2 March" at the first tick of that day; else ""
 };
-// At round moments, at most `most` of them, for spans from a second to centuries.
+// Ticks at round moments, at most `most` of them, for spans from a second to centuries.
 [[nodiscard]] std::vector<TimeTick> timeTicks(double from, double until, std::size_t most);
 
 // "2 March 2026 22:15:30"

@@ -12,7 +12,7 @@ using Number = std::optional<double> Moment::*;
 constexpr std::array<Number, 4> numbers{&Moment::level, &Moment::currentMA, &Moment::watts,
                                         &Moment::temperatureC};
 
-// The index of the one in [begin, end) that comes first by `order`; none when none has the number.
+// The index of the first in [begin, end) by `order`; none when no moment has the number.
 template <class Order>
 std::optional<std::size_t> outermost(const std::vector<Moment>& moments, std::size_t begin, std::size_t end,
                                      Number number, Order order) {

@@ -1,5 +1,5 @@
 // report/thinning.h
-// Fewer moments than there are, without losing what an eye would look for.
+// Reduces the number of moments without losing visible detail.
 #pragma once
 
 #include <vector>
@@ -8,9 +8,9 @@
 
 namespace brisko::lab {
 
-// As they are when there are no more than `enough`. Else the time is cut into `columns` equal pieces, and of
-// each piece these are kept: its first and its last moment, those where the level, the current, the power or
-// the temperature is lowest and highest, and both sides of a gap.
+// Returns the moments unchanged when there are at most `enough`. Otherwise the time is divided into `columns`
+// equal parts, and of each part these are kept: its first and last moment, those with the lowest and highest
+// level, current, power and temperature, and both sides of a gap.
 [[nodiscard]] std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enough,
                                           std::size_t columns);
 

@@ -31,7 +31,7 @@ double realNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// Runs a program with standard output thrown away when `quiet`; its process id, 0 when it could not be
+// Runs a program, discarding its standard output when `quiet`. Returns its process id, 0 when it could not be
 // started.
 pid_t start(std::vector<std::string> words, bool quiet) {
   std::vector<char*> arguments;
@@ -46,7 +46,7 @@ pid_t start(std::vector<std::string> words, bool quiet) {
   return failure == 0 ? child : 0;
 }
 
-// Waits for the end of a child; its exit status, -1 when it did not end by itself.
+// Waits for a child to end. Returns its exit status, -1 when it was killed.
 int statusOf(pid_t child) {
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -137,7 +137,7 @@ bool DemoMac::missing(const std::string& what) {
   return false;
 }
 
-bool DemoMac::await(const std::string& what, double seconds, const Look& seen) {
+bool DemoMac::await(const std::string& what, double seconds, const Condition& seen) {
   const double end = realNow() + seconds;
   const timespec tenth{0, 100'000'000};
   while (true) {
@@ -148,7 +148,7 @@ bool DemoMac::await(const std::string& what, double seconds, const Look& seen) {
   }
 }
 
-bool DemoMac::observe(const std::string& what, double seconds, const Look& stays) {
+bool DemoMac::observe(const std::string& what, double seconds, const Condition& stays) {
   const double end = realNow() + seconds;
   const timespec tenth{0, 100'000'000};
   while (realNow() < end) {

@@ -1,6 +1,6 @@
 // tools/demo/demo_mac.h
-// The stage of the demonstration: a virtual Mac in a temporary folder, the real daemon booted on it, and a
-// live view. Whatever is claimed at the end was looked for in the machine and in the log, with a deadline.
+// The demonstration's setup: a virtual Mac in a temporary folder, the real daemon running on it, and a live
+// view. Every statement of the final summary was checked in the machine and in the log, with a deadline.
 #pragma once
 
 #include <functional>
@@ -22,28 +22,28 @@ class DemoMac {
   DemoMac(const DemoMac&) = delete;
   DemoMac& operator=(const DemoMac&) = delete;
 
-  // Runs "brisko-vmac WORDS…", with the machine's folder as the word after the first, and shows the command.
-  // False when it failed.
+  // Runs "brisko-vmac WORDS…", with the machine's folder inserted after the first word, and shows the
+  // command. Returns false when it failed.
   [[nodiscard]] bool vmac(std::vector<std::string> words);
 
-  // Makes the machine, and boots it with the daemon in the background.
+  // Makes the machine and boots it, with the daemon, in the background.
   [[nodiscard]] bool make(std::vector<std::string> options);
   [[nodiscard]] bool boot();
-  // Shuts the machine down; true when the daemon ended in time.
+  // Shuts the machine down. Returns true when the daemon ended in time.
   [[nodiscard]] bool shutDown();
 
-  // Overwrites the daemon's configuration, as a person with an editor would.
+  // Overwrites the daemon's configuration, as a user with an editor would.
   [[nodiscard]] bool edit(const std::string& settings);
 
   void title(const std::string& text);
 
-  // Watches until `seen` holds of the machine, at most `seconds`. False when the time ran out; `what` is
-  // then told as missing.
-  using Look = std::function<bool(const virtual_mac::Machine&)>;
-  [[nodiscard]] bool await(const std::string& what, double seconds, const Look& seen);
+  // Watches the machine until `seen` returns true, for at most `seconds`. Returns false on a timeout, and
+  // then reports `what` as not seen.
+  using Condition = std::function<bool(const virtual_mac::Machine&)>;
+  [[nodiscard]] bool await(const std::string& what, double seconds, const Condition& seen);
 
-  // Watches for a while, and that `stays` holds all the time.
-  [[nodiscard]] bool observe(const std::string& what, double seconds, const Look& stays);
+  // Watches for a while. Returns true when `stays` held all the time.
+  [[nodiscard]] bool observe(const std::string& what, double seconds, const Condition& stays);
 
   // Whether a log line with `text` has appeared since the last title().
   [[nodiscard]] bool logged(const std::string& text) const;
@@ -57,7 +57,7 @@ class DemoMac {
   std::string folder_;
   std::unique_ptr<virtual_mac::MachineStore> store_;
   std::unique_ptr<vmac::LiveView> view_;
-  std::vector<std::string> lines_;  // of the log, in this scene
+  std::vector<std::string> lines_;  // of the log, since the last title()
   pid_t boot_ = 0;
 };
 

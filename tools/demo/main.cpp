@@ -1,7 +1,7 @@
-// A minute with the daemon on a virtual MacBook: it charges, holds at the limit, is unplugged and plugged in
-// again, follows a changed limit, sleeps two nights, and gives everything back when it is stopped; then a few
-// seconds on one whose macOS closed the keys, where macOS's own limit is driven instead. Ends with status 0
-// and a line that says what was seen; with status 1 when something was not.
+// A minute with the daemon on a virtual MacBook. It charges, holds at the limit, is unplugged and plugged in
+// again, follows a changed limit, sleeps two nights, and gives everything back when it is stopped. A few
+// seconds follow on a Mac whose macOS closed the keys, where the daemon drives macOS's own limit instead.
+// Exits with status 0 and a summary of what was seen, or with status 1 when something was not seen.
 
 #include <cstdio>
 #include <initializer_list>
@@ -43,7 +43,7 @@ bool holdsAtTheLimit(DemoMac& mac) {
   return mac.await("a hold at 80 %", deadline, [&](const Machine& machine) {
     return mac.logged("→ state: hold") && !chargingIsOpen(machine) && keyReads(machine, "CHTE", 1) &&
            level(machine) > 79 && level(machine) < 81;
-  }) && mac.observe("the charge standing still at the limit", 4, [](const Machine& machine) {
+  }) && mac.observe("a constant charge at the limit", 4, [](const Machine& machine) {
     return level(machine) < 81 && !chargingIsOpen(machine);
   });
 }
@@ -101,7 +101,7 @@ bool sleepsInTheBand(DemoMac& mac) {
 bool sleepsBelowTheBand(DemoMac& mac) {
   mac.title("A night below the band: charging goes on, and one wake is scheduled to end it");
   return mac.vmac({"set", "charge=65"}) &&
-         // The wake is reckoned from the current, and the gauge tells of that once a minute.
+         // The wake is computed from the current, which the gauge publishes once a minute.
          mac.await("charging in the evening", deadline,
                    [](const Machine& machine) { return machine.gauge.currentMA > 500; }) &&
          mac.vmac({"sleep"}) &&
@@ -151,23 +151,23 @@ bool holdsThroughMacOS(DemoMac& mac) {
                      return mac.logged("→ state: hold (macOS limit 80%)") && !chargingIsOpen(machine) &&
                             level(machine) > 79 && level(machine) < 81;
                    }) &&
-         mac.observe("the charge standing still at the limit", 2,
+         mac.observe("a constant charge at the limit", 2,
                      [](const Machine& machine) { return level(machine) < 81; });
 }
 
 bool givesTheLimitBack(DemoMac& mac) {
   mac.title("SIGTERM to the daemon: macOS has the limit of 90 % again");
-  return mac.shutDown() && mac.await("the limit of before", deadline, [&](const Machine&) {
+  return mac.shutDown() && mac.await("the earlier limit", deadline, [&](const Machine&) {
     return mac.logged("Signal 15: handing the macOS limit back, exiting.") &&
            mac.logged("macOS limit handed back: 90%");
   });
 }
 
-// On a stage of its own.
-bool play(std::initializer_list<bool (*)(DemoMac&)> scenes) {
+// Each call runs on a machine of its own.
+bool runSteps(std::initializer_list<bool (*)(DemoMac&)> steps) {
   DemoMac mac;
-  for (const auto scene : scenes) {
-    if (scene(mac)) continue;
+  for (const auto step : steps) {
+    if (step(mac)) continue;
     std::puts("\nThe demonstration failed: see the line marked ✗ above.");
     return false;
   }
@@ -175,11 +175,11 @@ bool play(std::initializer_list<bool (*)(DemoMac&)> scenes) {
 }
 
 int run() {
-  if (!play({charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain, followsAChangedLimit,
-             sleepsInTheBand, sleepsBelowTheBand, givesEverythingBack})) {
+  if (!runSteps({charges, startsCharging, holdsAtTheLimit, isUnplugged, isPluggedInAgain,
+                 followsAChangedLimit, sleepsInTheBand, sleepsBelowTheBand, givesEverythingBack})) {
     return 1;
   }
-  if (!play({holdsThroughMacOS, givesTheLimitBack})) return 1;
+  if (!runSteps({holdsThroughMacOS, givesTheLimitBack})) return 1;
   std::puts(
       "\n✓ Seen: charged from 70 % and held at 80 %; ran on battery; held again inside the band; charged to "
       "the\n"

@@ -25,7 +25,7 @@ struct CommandLine {
   CampaignOptions options = {.jobs = std::max(1U, std::thread::hardware_concurrency())};
   std::string shrinkInto = {};
 
-  // None, and a complaint, when they make no sense.
+  // None, and an error message, when the options are invalid.
   [[nodiscard]] std::optional<CampaignOptions> read() const {
     CampaignOptions read = options;
     const auto range = parseSeeds(seeds);

@@ -1,5 +1,5 @@
 // tools/lab/campaign_commands.h
-// The commands that make scenarios up: "campaign" plays them, "description" prints one.
+// The commands for generated scenarios: "campaign" runs them, "description" prints one.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@ class App;
 
 namespace brisko::lab {
 
-// Parsing one of them sets `chosen` to what it does, which returns the exit status.
+// Parsing one of them sets `chosen` to its action, which returns the exit status.
 void addCampaignCommands(CLI::App& program, std::function<int()>& chosen);
 
 }  // namespace brisko::lab

@@ -1,4 +1,4 @@
-// Tells scenarios about the daemon in virtual time and looks whether they go as they should.
+// Runs scenarios of the daemon in virtual time and checks their expectations.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -28,9 +28,9 @@ namespace {
 // Exit statuses.
 constexpr int allPassed = 0;
 constexpr int someFailed = 1;
-constexpr int misused = 2;  // a bad file, or words that are none
+constexpr int misused = 2;  // a bad file or an invalid command line
 
-std::optional<std::string> gReadersZone;  // none: that of the computer
+std::optional<std::string> gReadersZone;  // none: the computer's
 
 void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
 
@@ -43,7 +43,7 @@ std::optional<std::string> contentsOf(const std::string& path) {
   return text.str();
 }
 
-// Where pictures go; "" where none is wanted.
+// The files for pictures; "" for none.
 struct PictureFiles {
   std::string report = {};
   std::string svg = {};
@@ -98,7 +98,7 @@ int runFile(const std::string& path, const PictureFiles& pictures) {
 
 int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures) {
   if (pictures.wanted() && paths.size() > 1) {
-    complain("brisko-lab: a picture is one of a single scenario; name one FILE.json with --report and --svg");
+    complain("brisko-lab: --report and --svg draw a single scenario; name one FILE.json");
     return misused;
   }
   std::size_t held = 0;
@@ -116,7 +116,7 @@ int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures
   return bad > 0 ? misused : failed > 0 ? someFailed : allPassed;
 }
 
-// A history is told by the clock of who reads it, as the daemon's days are those of its own.
+// A history is shown in its reader's time zone, because the daemon's days are local days.
 void useReadersZone() {
   if (gReadersZone) {
     ::setenv("TZ", gReadersZone->c_str(), 1);
@@ -128,7 +128,7 @@ void useReadersZone() {
 
 int drawHistory(const std::string& folder, const PictureFiles& pictures) {
   if (!pictures.wanted()) {
-    complain("brisko-lab: where shall the picture go? Say --report OUT.html, --svg OUT.svg or both");
+    complain("brisko-lab: no output file: give --report OUT.html, --svg OUT.svg or both");
     return misused;
   }
   useReadersZone();
@@ -163,11 +163,11 @@ int run(int count, char** arguments) {
   std::string folder;
   PictureFiles pictures;
   CLI::App* runs = program.add_subcommand(
-      "run", "play scenarios; status 0: all hold, 1: one does not, 2: a file is no scenario");
+      "run", "run scenarios; status 0: all passed, 1: one failed, 2: a file is invalid");
   runs->add_option("files", paths, "FILE.json …")->required();
   addPictureOptions(*runs, pictures);
   runs->callback([&] { chosen = [&] { return runFiles(paths, pictures); }; });
-  CLI::App* draws = program.add_subcommand("history", "draw the history that a daemon kept");
+  CLI::App* draws = program.add_subcommand("history", "draw a daemon's history");
   draws->add_option("folder", folder, "FOLDER with its daily files")->required();
   addPictureOptions(*draws, pictures);
   draws->callback([&] { chosen = [&] { return drawHistory(folder, pictures); }; });
@@ -188,7 +188,7 @@ int run(int count, char** arguments) {
 
 int main(int count, char** arguments) {
   if (const char* zone = std::getenv("TZ")) brisko::lab::gReadersZone = zone;
-  // The daemon's local days are those of the scenarios' clocks, wherever this runs.
+  // Scenarios use UTC clock times, so the daemon's local days must be those of UTC on every computer.
   ::setenv("TZ", "UTC", 1);
   try {
     return brisko::lab::run(count, arguments);

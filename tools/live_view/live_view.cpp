@@ -34,7 +34,7 @@ std::string formatted(const char* format, Values... values) {
   return text.data();
 }
 
-// The band as the settings ask for it; the daemon may aim elsewhere for a while, its log says so.
+// The band of the settings. The daemon may aim elsewhere for a while; its log shows that.
 Bounds bandOf(const std::string& volumeRoot) {
   const auto object = readJsonObject(volumeRoot + "/Library/Application Support/Brisko/config.json");
   const Settings settings = object ? parseConfig(*object) : Settings{};
@@ -79,7 +79,7 @@ int terminalWidth(std::FILE* out) {
   return size.ws_col;
 }
 
-// Cut to `width` characters, whatever their length in bytes.
+// Truncates to `width` characters, however many bytes they have.
 std::string cut(const std::string& text, int width) {
   int characters = 0;
   for (std::size_t index = 0; index < text.size(); ++index) {
@@ -126,7 +126,7 @@ void LiveView::say(const std::string& text) {
 
 void LiveView::erase() {
   if (!terminal_ || drawn_ == 0) return;
-  // Up to the first line of the picture, and away with all below.
+  // Moves up to the first line of the picture and clears everything from there on.
   static_cast<void>(std::fprintf(out_, "\x1b[%dA\x1b[J", drawn_));
   drawn_ = 0;
 }

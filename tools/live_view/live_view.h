@@ -1,7 +1,7 @@
 // tools/live_view/live_view.h
-// A virtual Mac at a glance: charge and band, what the hardware does, current, temperature, adapter, the last
-// log lines. On a terminal it is one picture that is drawn again in place; elsewhere it is plain lines, one
-// for each log line. It looks at the machine and its files alone, as a person would.
+// A virtual Mac at a glance: charge and band, the hardware's state, current, temperature, adapter, the latest
+// log lines. On a terminal it is a picture that is redrawn in place; elsewhere it is plain text, one line for
+// each log line. It only reads the machine and its files, as a user could.
 #pragma once
 
 #include <cstdio>
@@ -16,16 +16,16 @@ namespace brisko::vmac {
 
 class LiveView {
  public:
-  // The store must outlive the view. `out` decides between picture and lines.
+  // The store must outlive the view. If `out` is a terminal the view draws the picture, else plain lines.
   LiveView(virtual_mac::MachineStore& store, std::FILE* out);
   ~LiveView();
   LiveView(const LiveView&) = delete;
   LiveView& operator=(const LiveView&) = delete;
 
-  // Shows the machine as it is now. Returns the log lines that are new.
+  // Shows the machine as it is now. Returns the new log lines.
   std::vector<std::string> refresh();
 
-  // A line of the caller's own, above the picture.
+  // Prints a line of the caller's own above the picture.
   void say(const std::string& text);
 
  private:
@@ -38,7 +38,7 @@ class LiveView {
   bool terminal_;
   LogTail log_;
   std::deque<std::string> lastLines_;
-  int drawn_ = 0;  // lines of the picture that stand on the terminal
+  int drawn_ = 0;  // lines of the picture now on the terminal
 };
 
 }  // namespace brisko::vmac

@@ -27,7 +27,7 @@ std::vector<std::string> LogTail::newLines() {
   for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
     lines.push_back(text.substr(begin, end - begin));
   }
-  offset_ += static_cast<long long>(begin);  // a line that is not whole yet is read again
+  offset_ += static_cast<long long>(begin);  // an incomplete line is read again
   return lines;
 }
 

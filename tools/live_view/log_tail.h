@@ -6,12 +6,12 @@
 
 namespace brisko::vmac {
 
-// Follows a log file as it grows, and into the next one after a rotation.
+// Follows a log file as it grows, and continues with the next file after a rotation.
 class LogTail {
  public:
   explicit LogTail(std::string path) : path_(std::move(path)) {}
 
-  // The whole lines that came since the last call, without their line feeds. None while there is no file.
+  // The complete lines added since the last call, without line feeds. None while there is no file.
   [[nodiscard]] std::vector<std::string> newLines();
 
  private:

@@ -47,7 +47,7 @@ std::unique_ptr<ControlClient> ControlClient::connect(const std::string& folder,
   const int socket = connectIn(folder);
   if (socket < 0) return nullptr;
   auto connection = std::make_unique<ControlClient>(socket);
-  // A service that hangs up at once is noticed with the first request.
+  // If the service disconnects at once, the first request fails.
   static_cast<void>(connection->say(virtual_mac::lineOf(client)));
   return connection;
 }

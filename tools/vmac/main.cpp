@@ -1,4 +1,4 @@
-// Makes a virtual Mac in a folder and operates it: what a person, the weather or a fault does to the machine,
+// Makes a virtual Mac in a folder and operates it: what a user, the weather or a fault does to the machine,
 // and what the launch service does for the daemon.
 
 #include <CLI/CLI.hpp>
@@ -38,7 +38,7 @@ using virtual_mac::MachineStore;
 
 // Exit statuses.
 constexpr int done = 0;
-constexpr int failed = 1;  // told in one line on standard error
+constexpr int failed = 1;  // reported in one line on standard error
 constexpr int misused = 2;
 
 int complain(const std::string& text) {
@@ -59,7 +59,7 @@ int withMachine(const std::string& folder, const std::function<int(MachineStore&
   return store ? use(*store) : complain(reason);
 }
 
-// Brings the machine to this moment, changes it and lets the daemon know.
+// Advances the machine to now, changes it and wakes the daemon.
 int changeMachine(const std::string& folder, const std::function<void(Machine&)>& change) {
   return withMachine(folder, [&](MachineStore& store) {
     {
@@ -85,7 +85,7 @@ Change changeTo(ChangeKind kind, double number = 0) {
   return change;
 }
 
-// From here on machine time runs `speed` times as fast as real time.
+// From now on machine time runs `speed` times as fast as real time.
 void setSpeed(Machine& machine, double speed) {
   timespec now{};
   static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
@@ -151,7 +151,7 @@ virtual_mac::MachineOptions optionsOf(const NewMachine& wish) {
   options.uptime = wish.uptime;
   options.percent = wish.charge;
   options.plugged = !wish.unplugged;
-  // A live machine shows the time of day.
+  // A live machine starts with the present time of day.
   timespec now{};
   static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
   options.startTime = static_cast<double>(now.tv_sec);
@@ -175,7 +175,7 @@ int makeNew(const NewMachine& wish) {
 void addNew(CLI::App& program, std::function<int()>& chosen) {
   static NewMachine wish;
   CLI::App* command = program.add_subcommand("new", "make a machine in a new or empty folder");
-  command->add_option("folder", wish.folder, "where it will live")->required();
+  command->add_option("folder", wish.folder, "the machine's folder")->required();
   std::vector<std::string> models;
   for (const auto& model : virtual_mac::models()) models.emplace_back(model.name);
   command->add_option("--model", wish.model, "kind of Mac")
@@ -255,9 +255,10 @@ void addWatch(CLI::App& program, std::function<int()>& chosen, std::string& fold
 
 void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::optional<double> watts;
-  CLI::App* plug = program.add_subcommand("plug", "plug the adapter in");
+  CLI::App* plug = program.add_subcommand("plug", "plug in the adapter");
   plug->add_option("folder", folder)->required();
-  plug->add_option("--watts", watts, "another adapter than the one before")->check(CLI::Range(1.0, 500.0));
+  plug->add_option("--watts", watts, "the adapter's rating; as before without it")
+      ->check(CLI::Range(1.0, 500.0));
   plug->callback([&] {
     chosen = [&] {
       return changeMachine(folder, [](Machine& machine) {
@@ -265,12 +266,12 @@ void addPlug(CLI::App& program, std::function<int()>& chosen, std::string& folde
       });
     };
   });
-  CLI::App* unplug = program.add_subcommand("unplug", "pull the adapter");
+  CLI::App* unplug = program.add_subcommand("unplug", "unplug the adapter");
   unplug->add_option("folder", folder)->required();
   unplug->callback([&] { chosen = [&] { return applyChanges(folder, {changeTo(ChangeKind::unplug)}); }; });
 }
 
-// A client that died by itself is noticed by nobody but the kernel; here that is we.
+// Only the kernel notices a client that died by itself; here we play the kernel.
 void forgetDeadClient(Machine& machine) {
   const auto client = static_cast<pid_t>(machine.sleep.client);
   if (client != 0 && ::kill(client, 0) != 0 && errno == ESRCH) virtual_mac::forgetPowerClient(machine);
@@ -279,7 +280,7 @@ void forgetDeadClient(Machine& machine) {
 void addSleep(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static bool idle = false;
   CLI::App* command = program.add_subcommand(
-      "sleep", "close the lid: the daemon is told, and once it has answered all sleeps");
+      "sleep", "close the lid: the daemon is told, and the machine sleeps once it has answered");
   command->add_option("folder", folder)->required();
   command->add_flag("--idle", idle, "nobody uses the Mac: the daemon is asked first");
   command->callback([&] {
@@ -296,7 +297,9 @@ void addWake(CLI::App& program, std::function<int()>& chosen, std::string& folde
   static std::optional<double> darkSeconds;
   CLI::App* command = program.add_subcommand("wake", "open the lid");
   command->add_option("folder", folder)->required();
-  command->add_option("--dark", darkSeconds, "only for maintenance: display off, asleep again after so long")
+  command
+      ->add_option("--dark", darkSeconds,
+                   "only for maintenance: display off, asleep again after this many seconds")
       ->type_name("SECONDS")
       ->check(CLI::Range(1.0, 3600.0));
   command->callback([&] {
@@ -307,7 +310,7 @@ void addWake(CLI::App& program, std::function<int()>& chosen, std::string& folde
   });
 }
 
-// Changes said in words of one kind; all of them, or none when one is wrong.
+// Parses changes of one form. Returns all of them, or none when one is invalid.
 using Parse = std::optional<Change> (*)(std::string_view, std::string&);
 int applyWords(const std::string& folder, const std::vector<std::string>& words, Parse parse) {
   std::vector<Change> changes;
@@ -331,7 +334,7 @@ void addSet(CLI::App& program, std::function<int()>& chosen, std::string& folder
 
 void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static double speed = 1;
-  CLI::App* command = program.add_subcommand("speed", "let the machine's time run faster or slower");
+  CLI::App* command = program.add_subcommand("speed", "set how fast the machine's time runs");
   command->add_option("folder", folder)->required();
   command->add_option("speed", speed, "machine seconds in a real second")
       ->required()
@@ -343,7 +346,7 @@ void addSpeed(CLI::App& program, std::function<int()>& chosen, std::string& fold
 
 void addKey(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::vector<std::string> writes;
-  CLI::App* command = program.add_subcommand("key", "write keys of the controller, as somebody else would");
+  CLI::App* command = program.add_subcommand("key", "write keys of the controller, as another program would");
   command->add_option("folder", folder)->required();
   command->add_option("writes", writes, "KEY=HEX …")->required();
   command->callback([&] { chosen = [&] { return applyWords(folder, writes, parseKeyWrite); }; });
@@ -354,10 +357,10 @@ void addKey(CLI::App& program, std::function<int()>& chosen, std::string& folder
 void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static std::string name;
   static FaultArguments said;
-  CLI::App* command = program.add_subcommand("fault", "let something happen that happens to real Macs");
+  CLI::App* command = program.add_subcommand("fault", "apply a fault that happens to real Macs");
   command->add_option("folder", folder)->required();
-  command->add_option("name", name, "one that \"faults\" lists")->required();
-  command->add_option("--key", said.key, "the controller's key that it concerns");
+  command->add_option("name", name, "a fault's name; \"faults\" lists them")->required();
+  command->add_option("--key", said.key, "the controller's key");
   command->add_option("--number", said.number);
   command->add_option("--bytes", said.bytes, "in hexadecimal");
   command->add_option("--property", said.property, "of the registry");
@@ -368,7 +371,7 @@ void addFaults(CLI::App& program, std::function<int()>& chosen, std::string& fol
       return change ? applyChanges(folder, {*change}) : misuse(reason);
     };
   });
-  program.add_subcommand("faults", "list what can happen, and why that is believable")->callback([&chosen] {
+  program.add_subcommand("faults", "list all faults, and why each is believable")->callback([&chosen] {
     chosen = [] {
       print(faultList());
       return done;
@@ -412,14 +415,14 @@ std::vector<std::string> clientNames() {
   return names;
 }
 
-// What the app is told to do; the settings of "apply" only, as they are.
+// A command of the app; only "apply" has settings, which are sent as given.
 struct AppOptions {
   std::string verb;
   std::optional<std::string> settings;
   std::string client = "app";
 };
 
-// Whoever is not let in gets no answer either, and cannot tell why.
+// A rejected client gets no answer and cannot tell why.
 int request(const std::string& folder, virtual_mac::ControlRequestKind kind, const AppOptions& wish) {
   const auto service = ControlClient::connect(folder, virtual_mac::findClient(wish.client)->signature);
   const bool asked = service != nullptr && service->send(kind, wish.settings.value_or(""));
@@ -450,11 +453,11 @@ int runAppCommand(const std::string& folder, const AppOptions& wish) {
 void addApp(CLI::App& program, std::function<int()>& chosen, std::string& folder) {
   static AppOptions wish;
   CLI::App* command = program.add_subcommand(
-      "app", "play the app: ask the daemon for something, or let something happen to the app's bundle");
+      "app", "act as the app: send a request to the daemon, or change the app's bundle");
   command->add_option("folder", folder)->required();
   command->add_option("action", wish.verb)->required()->check(CLI::IsMember(appVerbs()));
   command->add_option("settings", wish.settings, "of apply: a JSON object");
-  command->add_option("--as", wish.client, "who asks, by the code signature")
+  command->add_option("--as", wish.client, "the client's code signature")
       ->check(CLI::IsMember(clientNames()))
       ->capture_default_str();
   command->callback([&] { chosen = [&] { return runAppCommand(folder, wish); }; });

@@ -135,7 +135,7 @@ std::optional<int> openForEvents(const std::string& path) {
   // A name can be lost in the moment after the file was opened. What has taken it is opened then.
   for (int attempt = 0; attempt < 3; ++attempt) {
     const auto descriptor = virtual_mac::openForNotices(path);
-    if (!descriptor || virtual_mac::lookAt(*descriptor).named) return descriptor;
+    if (!descriptor || virtual_mac::fileState(*descriptor).named) return descriptor;
     ::close(*descriptor);
   }
   return std::nullopt;

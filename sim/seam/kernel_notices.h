@@ -1,6 +1,6 @@
 // sim/seam/kernel_notices.h
-// What file_watch.cpp needs from the kernel. Each kernel has its own source in a folder beside this header,
-// and the build chooses the one that fits.
+// What file_watch.cpp asks of the kernel that it runs on. For each kernel there is a source of it beside this
+// header, and the build takes the one that fits.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +14,10 @@
 
 namespace brisko::virtual_mac {
 
-// The state of a watched file.
+// Of a watched file.
 struct FileState {
   struct stat status;
-  bool named;  // it still has the name under which it was opened, or the one it was renamed to
+  bool named;  // by the name under which it was opened, or the one that it was renamed to since
 
   [[nodiscard]] bool isFolder() const { return S_ISDIR(status.st_mode); }
 };
@@ -26,32 +26,32 @@ struct FileState {
 // As openForEvents(), but also what has no name.
 [[nodiscard]] std::optional<int> openForNotices(const std::string& path);
 
-// Returns a non-blocking descriptor that is readable when there are notices; -1 when none is available.
+// A descriptor that does not wait and is readable when there are notices; -1 when there is none to be had.
 [[nodiscard]] int openNoticeQueue();
 
-// The numbers under which notices about a file arrive. -1 if the kernel was not asked about it or had no
-// room; then no notices arrive.
+// Under which number the notices about a file come; -1 for what the kernel was not asked about, or had no
+// room for, of which nothing is heard.
 struct AskedNumbers {
   int file = -1;
-  int folderAround = -1;  // the parent of a watched folder, if the kernel must be asked about it
+  int folderAround = -1;  // the folder that a watched folder lies in, where the kernel must be asked about it
 };
 [[nodiscard]] AskedNumbers askForNotices(int queue, int descriptor, bool isFolder);
-// Asks again for a folder that has moved.
+// The same once more for a folder that has moved.
 [[nodiscard]] int askForFolderAround(int queue, int descriptor);
-// To be called only when no watch needs the number any more. Does nothing for -1.
+// Only when no watch needs the number any more. Nothing happens for -1.
 void stopNotices(int queue, int number);
 
 struct Notice {
   bool ofAll;      // about every watched file: notices were lost
-  bool ofContent;  // about the contents of a folder
+  bool ofContent;  // of a folder: about what lies in it
   int number;
-  std::uint32_t what;  // in the kernel's encoding
+  std::uint32_t what;  // in words of the kernel
 };
-// Takes all notices, in the order in which they happened.
+// All there is, in the order in which it happened.
 [[nodiscard]] std::vector<Notice> takeNotices(int queue);
 
-// What happened to a file, given the notices about it and its state before and after. Changes of a folder's
-// contents are not reported.
+// What happened to a file of which this was told, in one or several notices, and which looked like this
+// before and after. Of what comes and goes in a folder nothing is said.
 [[nodiscard]] platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before,
                                              const FileState& after);
 

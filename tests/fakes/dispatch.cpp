@@ -76,7 +76,7 @@ void watchFile(EventSource& source) {
   const auto descriptor = static_cast<int>(source.handle);
   platform::FileEvents wanted = 0;
   for (const auto& [event, name] : names) wanted |= (source.mask & name) != 0 ? event : 0U;
-  bool deletionIsOld = !virtual_mac::lookAt(descriptor).named;
+  bool deletionIsOld = !virtual_mac::fileState(descriptor).named;
   source.watch = platform::watchFileOfKernel(
       descriptor, wanted,
       [&source, deletionIsOld](platform::FileEvents events) mutable {

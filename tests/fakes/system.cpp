@@ -107,7 +107,7 @@ std::string latestPathOfOpenFile(int descriptor) {
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
   const ssize_t length = ::readlink(link.c_str(), text, sizeof text);
   std::string path(text, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-  const bool marked = path.ends_with(deletedMark) && !virtual_mac::lookAt(descriptor).named;
+  const bool marked = path.ends_with(deletedMark) && !virtual_mac::fileState(descriptor).named;
   if (marked) path.resize(path.size() - deletedMark.size());
   return path;
 }

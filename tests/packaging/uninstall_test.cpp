@@ -201,7 +201,8 @@ TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   const Finished run = mac.uninstall({}, {{"STAND_IN_BROKEN", "134"}});
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("so the charge may still be held. Its last message: brisko-daemon: broken"));
+  EXPECT_THAT(run.errors,
+              HasSubstr("so the charge may still be held. Its last message: brisko-daemon: broken"));
   expectNothingLeft();
 }
 

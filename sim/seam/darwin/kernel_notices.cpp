@@ -11,9 +11,9 @@
 
 #include "sim/seam/file_events.h"
 
-// This kernel takes the descriptor itself, which opens its file for events only, and reports every way in
-// which a name can end. So the number of a file is its descriptor, and the folder around it need not be
-// watched.
+// The kernel is asked about the descriptor itself, which opens its file for events alone, and tells of every
+// end of a name. So the number of a file is its descriptor, and nobody need be asked about a folder around
+// it.
 
 namespace brisko::virtual_mac {
 
@@ -43,14 +43,14 @@ bool haveTheSameAttributes(const struct stat& one, const struct stat& other) {
 }  // namespace
 
 FileState fileState(int descriptor) {
-  FileState state{};
-  ::fstat(descriptor, &state.status);
-  state.named = isNamed(descriptor, state.status);
-  return state;
+  FileState look{};
+  ::fstat(descriptor, &look.status);
+  look.named = isNamed(descriptor, look.status);
+  return look;
 }
 
 std::optional<int> openForNotices(const std::string& path) {
-  // Non-blocking: even when opened for events only, a pipe would wait for its other end.
+  // Not blocking: a pipe would wait for its other end, opened for events alone or not.
   const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
   return descriptor;
@@ -62,7 +62,7 @@ int openNoticeQueue() {
   return queue;
 }
 
-// Children inherit no queue on this kernel.
+// A child inherits none here.
 int openFileEventQueueForProcesses() { return -1; }
 
 AskedNumbers askForNotices(int queue, int descriptor, bool /*isFolder*/) {
@@ -92,7 +92,7 @@ std::vector<Notice> takeNotices(int queue) {
   }
 }
 
-// For this kernel a new length is a change of attributes too, whether the file was written or truncated.
+// To this kernel a new length is a change of attributes too, whether it was written or cut.
 platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
   const bool isFile = !after.isFolder();
   const bool resized = after.status.st_size != before.status.st_size;

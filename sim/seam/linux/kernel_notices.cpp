@@ -13,11 +13,11 @@
 
 #include "sim/seam/file_events.h"
 
-// The kernel is asked through the descriptor, so that the notices follow the file wherever it is renamed to.
-// The descriptor opens nothing (O_PATH) but still keeps the file alive: no notice of the file's end arrives
-// while it is open. Whether the name is gone is therefore looked up, and the notices show when to look: a
-// file that loses a name has its attributes changed; a folder gets no notice of its own removal, but its
-// parent folder does.
+// Asked for through the descriptor, so that the notices follow the file wherever its name goes. The
+// descriptor is one that opens nothing (O_PATH), but it keeps the file in being all the same: no notice of
+// the end of a file comes while it is held. That the name is gone is therefore looked up. The kernel says
+// when to look: a file that loses a name has its attributes changed; a folder hears nothing of its own
+// removal, but the folder around it does.
 
 namespace brisko::virtual_mac {
 
@@ -28,7 +28,7 @@ constexpr std::uint32_t ofTheFolderAround = IN_DELETE;
 
 std::string linkTo(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
-// Adds to the notices that were requested earlier for the same file.
+// Added to what is asked of the same file already.
 int askFor(int queue, const std::string& path, std::uint32_t notices) {
   return ::inotify_add_watch(queue, path.c_str(), notices | IN_MASK_ADD);
 }
@@ -49,12 +49,12 @@ bool isNamed(int descriptor, const struct stat& status) {
   return !path.ends_with(mark) || leadsTo(path, status);
 }
 
-// If notices were lost, all we know is that something happened.
+// With notices lost, all that can be told is that something happened.
 Notice noticeOf(const inotify_event& event) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     return {.ofAll = true, .ofContent = false, .number = -1, .what = IN_MODIFY | IN_ATTRIB};
   }
-  // An event with a name is about something inside a watched folder.
+  // One with a name is about something inside a watched folder.
   const bool ofContent = event.len != 0;
   const std::uint32_t what = event.mask & (ofContent ? ofTheFolderAround : ofTheFile);
   return {.ofAll = false, .ofContent = ofContent, .number = event.wd, .what = what};
@@ -62,8 +62,8 @@ Notice noticeOf(const inotify_event& event) {
 
 }  // namespace
 
-FileLook lookAt(int descriptor) {
-  FileLook look{};
+FileState fileState(int descriptor) {
+  FileState look{};
   ::fstat(descriptor, &look.status);
   look.named = isNamed(descriptor, look.status);
   return look;
@@ -72,7 +72,7 @@ FileLook lookAt(int descriptor) {
 std::optional<int> openForNotices(const std::string& path) {
   const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
-  // O_PATH needs no permission on the file; opening it on a Mac needs permission to read.
+  // To open a path alone takes no permission; on a Mac it takes that to read.
   if (::faccessat(AT_FDCWD, linkTo(descriptor).c_str(), R_OK, AT_EACCESS) == 0) return descriptor;
   ::close(descriptor);
   return std::nullopt;
@@ -111,7 +111,7 @@ std::vector<Notice> takeNotices(int queue) {
 }
 
 platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
-  // A folder's link count includes its subfolders.
+  // The links of a folder count its subfolders.
   const bool lostALink = !after.isFolder() && after.status.st_nlink < before.status.st_nlink;
   const bool deleted = (before.named && !after.named) || lostALink;
   const bool written = (notices & IN_MODIFY) != 0;

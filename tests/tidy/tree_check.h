@@ -30,6 +30,10 @@ namespace brisko::test {
 // The tree explains itself: no file leans on a paper that its reader does not have.
 [[nodiscard]] Findings checkWords(const Tree& tree);
 
+// No text uses a word of scripts/words.txt, except in the at most 40 places of scripts/words-allowed.txt.
+// Each of those places has to exist.
+[[nodiscard]] Findings checkTerms(const Tree& tree);
+
 // docs/log.md explains every line that the daemon writes, and none that it does not.
 [[nodiscard]] Findings checkLogLines(const Tree& tree);
 

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-// The checks themselves, on small trees made up for them: each must find what it is for, and nothing else.
+// The checks themselves, on small sample trees: each must find its violations, and nothing else.
 namespace brisko::test {
 namespace {
 
@@ -62,7 +62,7 @@ TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-// With a made-up tree that has the files of the listing.
+// With a sample tree that has the files of the listing.
 const std::string listing =
     "# Architecture\n\n    tests/   everything below\n    tools/vmac/\n    sim/machine/   the machine\n"
     "    src/power/\n    src/base/   what all stand on\n    src/platform/\n\n    make test\n";
@@ -349,6 +349,93 @@ TEST(Words, areReadInTheNamesOfFilesToo) {
   tree.file("docs/" + paper + ".md", "text\n");
 
   EXPECT_THAT(checkWords(tree.read()), ElementsAre(HasSubstr(paper + ".md:1: ")));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
+// A tree with a list of words. None of them is on the real list, so that this file may use them.
+struct ListedTree : SampleTree {
+  explicit ListedTree(const std::string& allowed = "") {
+    file("scripts/words.txt",
+         "# A comment\n\n\\b[Ww]idgets?\\b -> part\n\\b(old|new) gizmos?\\b -> device\n\\bOldName\\b -> "
+         "NewName\n");
+    file("scripts/words-allowed.txt", "# A comment\n" + allowed);
+  }
+};
+
+TEST(Terms, mayBeAnyThatAreNotListed) {
+  ListedTree tree;
+  tree.file("docs/a.md", "A midget, a widgetry, some gizmo, an older gizmo, OldNames\nold\n\nthe gizmo\n");
+
+  EXPECT_THAT(checkTerms(tree.read()), IsEmpty());
+}
+
+TEST(Terms, areFoundWithWhatToWriteInstead) {
+  ListedTree tree;
+  tree.file("docs/a.md", "Two\nWidgets and a widget.\n");
+  tree.file("src/base/log.cpp", "OldName name;  // an old gizmo\n");
+
+  EXPECT_THAT(
+      checkTerms(tree.read()),
+      UnorderedElementsAre("docs/a.md:2: \"Widgets\"; write: part", "docs/a.md:2: \"widget\"; write: part",
+                           "src/base/log.cpp:1: \"OldName\"; write: NewName",
+                           "src/base/log.cpp:1: \"old gizmo\"; write: device"));
+}
+
+TEST(Terms, areFoundAcrossLinesAndInTheNamesOfFiles) {
+  ListedTree tree;
+  tree.file("docs/a.md", "This is a new\n  gizmo.\n");
+  tree.file("src/base/log.h", "// This is an old\n// gizmo.\n");
+  tree.file("docs/widget.md", "text\n");
+
+  EXPECT_THAT(checkTerms(tree.read()), UnorderedElementsAre(StartsWith("docs/a.md:1: \"new   gizmo\""),
+                                                            StartsWith("src/base/log.h:1: \"old // gizmo\""),
+                                                            StartsWith("docs/widget.md:1: \"widget\"")));
+}
+
+TEST(Terms, mayStayInAnAllowedPlaceOnly) {
+  ListedTree tree("docs/a.md: the given widget\n");
+  tree.file("docs/a.md", "This is the given widget.\nA widget\n").file("docs/b.md", "the given widget\n");
+
+  EXPECT_THAT(checkTerms(tree.read()),
+              UnorderedElementsAre(StartsWith("docs/a.md:2: "), StartsWith("docs/b.md:1: ")));
+}
+
+TEST(Terms, needNoAllowedPlaceThatDoesNotExist) {
+  ListedTree tree("docs/a.md: widget\ndocs/a.md: no such text\n");
+  tree.file("docs/a.md", "no widget\n");
+
+  EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt:3: ")));
+}
+
+TEST(Terms, areAllowedInFortyPlacesAtMost) {
+  std::string allowed;
+  for (int place = 1; place <= 40; ++place) allowed += "docs/a.md: widget\n";
+  EXPECT_THAT(checkTerms(ListedTree(allowed).file("docs/a.md", "a widget\n").read()), IsEmpty());
+
+  EXPECT_THAT(checkTerms(ListedTree(allowed + "docs/a.md: widget\n").file("docs/a.md", "a widget\n").read()),
+              ElementsAre(StartsWith("scripts/words-allowed.txt:42: more than 40 places")));
+}
+
+TEST(Terms, areListedInTheGivenForm) {
+  for (const std::string line :
+       {"no separator", "x -> y", "(one|two) -> y", "one|two -> y", "on* -> y", "one( -> y"}) {
+    SampleTree tree;
+    tree.file("scripts/words.txt", "\n" + line + "\n").file("scripts/words-allowed.txt", "");
+
+    EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words.txt:2: "))) << line;
+  }
+  SampleTree tree;
+  tree.file("scripts/words.txt", "").file("scripts/words-allowed.txt", "no separator\n");
+  EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt:1: ")));
+}
+
+TEST(Terms, needBothLists) {
+  SampleTree tree;
+  EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words.txt: it is missing")));
+
+  tree.file("scripts/words.txt", "");
+  EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt: it is missing")));
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -44,6 +44,8 @@ TEST(TheTree, writesSignsAndBlanksAsTheyAreMeant) { expectNone(checkCharacters(t
 
 TEST(TheTree, explainsItself) { expectNone(checkWords(theTree())); }
 
+TEST(TheTree, usesTheFieldsTerms) { expectNone(checkTerms(theTree())); }
+
 TEST(TheTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); }
 
 TEST(TheTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }

@@ -15,6 +15,7 @@
 
 #include "daemon/entry.h"
 #include "platform/host.h"
+#include "sim/process/default_signals.h"
 #include "sim/process/scratch.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/simulated/driver.h"
@@ -136,7 +137,7 @@ ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) throwError("socketpair");
   // What is buffered here would be written twice.
   std::fflush(nullptr);
-  impl_->child = ::fork();
+  impl_->child = forkWithDefaultSignals();
   if (impl_->child < 0) throwError("fork");
   if (impl_->child == 0) {
     ::close(ends[0]);

@@ -89,6 +89,40 @@ TEST(SignalContract, aHandledSignalDoesNotShortenAPause) {
   EXPECT_GE(uptime(), before + 4);
 }
 
+// As a process started under nohup, or by one that blocks its signals, finds them.
+void inheritIgnoredAndBlocked(int signal) {
+  struct sigaction ignored {};
+  ignored.sa_handler = SIG_IGN;
+  ::sigaction(signal, &ignored, nullptr);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, signal);
+  ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+}
+
+TEST(SignalContract, aHandlerTakesASignalThatWasIgnoredAndBlockedBefore) {
+  const ContractMachine mac;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    inheritIgnoredAndBlocked(signal);
+    installSignalHandler(signal, recordAndStop);
+    postMain([signal] { ::raise(signal); });
+    runMain();
+  }
+  EXPECT_THAT(gEvents, ElementsAre("SIGINT", "SIGTERM"));
+}
+
+TEST(SignalContract, aSourceTakesASignalThatWasIgnoredAndBlockedBefore) {
+  const ContractMachine mac;
+  inheritIgnoredAndBlocked(SIGTERM);
+  addSignalSource(SIGTERM, [] {
+    gEvents.emplace_back("source");
+    stopMain();
+  });
+  postMain([] { ::raise(SIGTERM); });
+  runMain();
+  EXPECT_THAT(gEvents, ElementsAre("source"));
+}
+
 void raiseTheOtherOne(int signal) {
   EXPECT_TRUE(isShutOut(SIGINT));
   EXPECT_TRUE(isShutOut(SIGTERM));
@@ -195,6 +229,7 @@ TEST(SignalContract, aSignalFromAnExchangeIsTakenOnceTheWorkIsDone) {
 }
 
 void exchangeTwice(SmcConnection connection) {
+  std::signal(SIGINT, SIG_DFL);  // whatever this test was started with
   SmcRecord output;
   (void)exchangeSmc(connection, {}, output);
   std::fputs("first exchange done\n", stderr);

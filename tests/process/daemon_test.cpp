@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 
 #include <fcntl.h>
@@ -17,6 +18,7 @@
 
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "sim/process/default_signals.h"
 #include "support/child.h"
 
 namespace brisko {
@@ -126,9 +128,30 @@ TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
   EXPECT_THAT(mac.log(), EndsWith("Z  Signal 15: charging, adapter and LED restored, exiting.\n"));
 }
 
+// What starts the daemon may ignore or block the signals that end it: both are handed on to it.
+TEST(LiveDaemon, endsInOrderAlsoByASignalThatItsStarterIgnoredOrBlocked) {
+  for (const char* macOS : {"26", "27"}) {
+    for (const char* inherited : {"--ignore-signal=INT,TERM", "--block-signal=INT,TERM"}) {
+      for (const int number : {SIGINT, SIGTERM}) {
+        const LiveMac mac({"--charge", "90", "--macos", macOS, "--speed", "100"});
+        Program daemon("/usr/bin/env", {inherited, test::programPath("brisko-daemon")},
+                       {{"BRISKO_VIRTUAL_MAC", mac.folder()}});
+        ASSERT_TRUE(mac.logs("batt 90%")) << inherited;
+        daemon.signal(number);
+        ASSERT_TRUE(daemon.ends()) << inherited << " " << macOS;
+        EXPECT_EQ(daemon.status(), 0);
+        EXPECT_THAT(mac.log(), HasSubstr("Signal " + std::to_string(number) + ": "));
+      }
+    }
+  }
+}
+
 TEST(LiveDaemon, chargesToTheLimitAndHolds) {
-  const LiveMac mac({"--charge", "70", "--speed", "1500"});
+  const LiveMac mac({"--charge", "70"});
   const auto daemon = mac.daemon();
+  // Below the band: a daemon that starts in it holds at once.
+  ASSERT_TRUE(mac.logs("batt 70%"));
+  static_cast<void>(mac.vmac("speed", {"400"}));
   ASSERT_TRUE(mac.logs("→ state: hold"));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
   EXPECT_GE(mac.charge(), 79);
@@ -175,12 +198,12 @@ TEST(LiveDaemon, noticesAPulledAdapterAtOnce) {
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("state=hold"));
   static_cast<void>(mac.vmac("unplug"));
-  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  battery  state=allow") == 1; }, 2));
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  battery  state=allow") == 1; }, 5));
   static_cast<void>(mac.vmac("plug"));
-  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 2));
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 5));
 }
 
-// At the real speed, and well before the first heartbeat.
+// So slowly that the first heartbeat comes after a minute.
 class LiveEdit : public ::testing::Test {
  protected:
   LiveEdit() {
@@ -189,20 +212,32 @@ class LiveEdit : public ::testing::Test {
     EXPECT_TRUE(mac.logs("cap 80%"));
   }
 
-  [[nodiscard]] bool takesEffectAtOnce(const std::string& line) const {
-    return eventually([&] { return mac.log().find(line) != std::string::npos; }, 1);
+  [[nodiscard]] bool takesEffectAtOnce(const std::string& line, double seconds = 20) const {
+    return eventually([&] { return mac.log().find(line) != std::string::npos; }, seconds);
+  }
+  // Whether the kernel tells the daemon of the file that stands there now.
+  [[nodiscard]] bool isWatched() const {
+    struct stat file {};
+    if (::stat(config.c_str(), &file) != 0) return false;
+    std::ostringstream watch;
+    watch << " ino:" << std::hex << file.st_ino << " ";
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(daemon->pid()) + "/fdinfo")) {
+      if (test::contents(entry.path()).find(watch.str()) != std::string::npos) return true;
+    }
+    return false;
   }
   void replace(const std::string& json) const {
     test::put(config + ".new", json);
     ASSERT_EQ(std::rename((config + ".new").c_str(), config.c_str()), 0);
   }
 
-  const LiveMac mac;
+  const LiveMac mac{{"--speed", "0.2"}};
   const std::string config = mac.folder() + "/volume/Library/Application Support/Brisko/config.json";
   std::unique_ptr<Program> daemon;
 };
 
-TEST_F(LiveEdit, inPlaceTakesEffectWithinASecond) {
+TEST_F(LiveEdit, inPlaceTakesEffectBeforeTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
   EXPECT_TRUE(takesEffectAtOnce("→ state: hold"));
@@ -210,13 +245,11 @@ TEST_F(LiveEdit, inPlaceTakesEffectWithinASecond) {
   EXPECT_TRUE(takesEffectAtOnce("cap 65%"));
 }
 
-TEST_F(LiveEdit, byRenameTakesEffectWithinASecondEachTime) {
+TEST_F(LiveEdit, byRenameTakesEffectBeforeTheHeartbeatEachTime) {
   for (const int limit : {60, 61, 62, 63, 64}) {
     replace("{\"limit\":" + std::to_string(limit) + "}");
     EXPECT_TRUE(takesEffectAtOnce("cap " + std::to_string(limit) + "%"));
-    // Not before the new file is watched.
-    const timespec moment{0, 50'000'000};
-    static_cast<void>(::nanosleep(&moment, nullptr));
+    ASSERT_TRUE(eventually([this] { return isWatched(); }));
   }
   mac.settings("{\"limit\":66}");
   EXPECT_TRUE(takesEffectAtOnce("cap 66%"));
@@ -228,13 +261,13 @@ TEST_F(LiveEdit, ofPermissionsAloneIsSurvived) {
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
 }
 
-TEST_F(LiveEdit, thatDeletesTheFileTakesEffectWithinASecondAndTheNextFileWaitsForTheHeartbeat) {
+TEST_F(LiveEdit, thatDeletesTheFileTakesEffectAtOnceAndTheNextFileWaitsForTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   ASSERT_TRUE(takesEffectAtOnce("cap 60%"));
   ASSERT_EQ(::unlink(config.c_str()), 0);
-  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "cap 80%") == 2; }, 1));
+  EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "cap 80%") == 2; }, 20));
   mac.settings("{\"limit\":61}");
-  EXPECT_FALSE(takesEffectAtOnce("cap 61%"));
+  EXPECT_FALSE(takesEffectAtOnce("cap 61%", 1));
   static_cast<void>(mac.vmac("speed", {"100"}));
   EXPECT_TRUE(mac.logs("cap 61%"));
 }
@@ -251,13 +284,13 @@ TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
           mac.settings("{\"limit\":" + std::to_string(limit) + "}");
           return mac.log().find("cap " + std::to_string(limit) + "%") != std::string::npos;
         },
-        1));
+        20));
   };
   settle(60);
   const auto before = descriptors();
   for (int time = 0; time < 1000; ++time) replace("{\"limit\":70}");
   settle(61);
-  EXPECT_TRUE(eventually([&] { return descriptors() == before; }, 5));
+  EXPECT_TRUE(eventually([&] { return descriptors() == before; }, 20));
 }
 
 // A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the
@@ -270,6 +303,8 @@ TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
     const LiveMac mac({"--charge", "90", "--speed", "20000"});
     mac.settings("{\"discharge\":true}");
     const auto daemon = mac.daemon();
+    // In every other pair of rounds not before the signals are in hand: a busy computer is slow to start it.
+    if (round % 4 >= 2) ASSERT_TRUE(mac.logs("XPC listening")) << round;
     const timespec moment{0, static_cast<long>(std::uniform_int_distribution<int>(0, 12'000'000)(random))};
     static_cast<void>(::nanosleep(&moment, nullptr));
     const int number = round % 2 == 0 ? SIGTERM : SIGINT;
@@ -294,7 +329,7 @@ TEST(LiveDaemon, keepsRunningWithItsStandardOutputClosedByTheReader) {
   const LiveMac mac({"--charge", "90", "--speed", "100"});
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const pid_t child = ::fork();
+  const pid_t child = sim::forkWithDefaultSignals();
   if (child == 0) {
     ::dup2(ends[1], STDOUT_FILENO);
     ::setenv("BRISKO_VIRTUAL_MAC", mac.folder().c_str(), 1);

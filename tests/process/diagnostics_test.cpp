@@ -257,7 +257,10 @@ TEST(WithoutAVirtualMac, theModesThatNeedTheControllerSaySoOnStandardOutput) {
 }
 
 TEST(FirmwareTestProgram, armsAndDisarmsALiveMac) {
-  const LiveMac mac({"--model", "pro16", "--charge", "57", "--speed", "100"});
+  const LiveMac mac({"--model", "pro16", "--charge", "57"});
+  // The battery runs down far more slowly than it charges: it says 57 for longer than any start takes.
+  static_cast<void>(mac.vmac("unplug"));
+  static_cast<void>(mac.vmac("speed", {"20"}));
   const test::Finished finished = finish(mac, {"--fwtest"});
   EXPECT_EQ(finished.status, 0);
   EXPECT_THAT(finished.output,

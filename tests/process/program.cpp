@@ -61,8 +61,19 @@ Program::Program(const std::string& name, const Words& arguments, const Environm
   Words words{programPath(name)};
   words.insert(words.end(), arguments.begin(), arguments.end());
   Words variables = environmentWith(environment);
-  const int failure = ::posix_spawn(&pid_, words.front().c_str(), &actions, nullptr, pointersTo(words).data(),
-                                    pointersTo(variables).data());
+  // As launchd starts a program, whatever this one was started with.
+  posix_spawnattr_t attributes;
+  ::posix_spawnattr_init(&attributes);
+  sigset_t all;
+  sigset_t none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  ::posix_spawnattr_setsigdefault(&attributes, &all);
+  ::posix_spawnattr_setsigmask(&attributes, &none);
+  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  const int failure = ::posix_spawn(&pid_, words.front().c_str(), &actions, &attributes,
+                                    pointersTo(words).data(), pointersTo(variables).data());
+  ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&actions);
   EXPECT_EQ(failure, 0) << words.front();
 }

@@ -35,7 +35,7 @@ class Program {
   void signal(int number) const;
 
   // Waits for its end, at most `seconds`. False when it still runs then.
-  bool ends(double seconds = 20);
+  bool ends(double seconds = 60);
   [[nodiscard]] std::optional<int> status() const;     // exit status, once it has ended
   [[nodiscard]] std::optional<int> endSignal() const;  // or the signal that ended it
 
@@ -46,7 +46,7 @@ class Program {
 };
 
 // Waits until `seen` holds, looking many times a second; false when it does not within `seconds`.
-[[nodiscard]] bool eventually(const std::function<bool()>& seen, double seconds = 20);
+[[nodiscard]] bool eventually(const std::function<bool()>& seen, double seconds = 60);
 
 // Runs a program to its end.
 struct Finished {

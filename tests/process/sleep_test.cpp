@@ -65,9 +65,10 @@ TEST(LiveSleep, isLeftForADarkWakeInWhichTheTimersRun) {
   static_cast<void>(mac.vmac("sleep", {"--idle"}));
   ASSERT_TRUE(falls(mac));
   static_cast<void>(mac.vmac("set", {"charge=40"}));
-  static_cast<void>(mac.vmac("wake", {"--dark", "60"}));
+  static_cast<void>(mac.vmac("wake", {"--dark", "600"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr(", dark wake)"));
   EXPECT_TRUE(mac.logs("→ state: allow"));
+  static_cast<void>(mac.vmac("speed", {"6000"}));
   EXPECT_TRUE(falls(mac)) << "and it sleeps on";
   const std::string journal = mac.vmac("show", {"--journal", "100"});
   EXPECT_THAT(journal, HasSubstr("allowed CanSystemSleep"));

@@ -206,7 +206,7 @@ TEST(Vmac, makesAMacWithoutTheLimitOfMacOS) {
 }
 
 TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {
-  const LiveMac mac({"--speed", "1000", "--charge", "50"});
+  const LiveMac mac({"--speed", "100", "--charge", "50"});
   static_cast<void>(mac.vmac("speed", {"1"}));
   const double charge = mac.charge();
   EXPECT_LT(charge, 60);

@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "sim/process/default_signals.h"
+
 namespace brisko::test {
 namespace {
 
@@ -37,7 +39,7 @@ Ended inChild(const std::function<void()>& body) {
   std::FILE* output = std::tmpfile();
   std::FILE* errors = std::tmpfile();
   std::fflush(nullptr);
-  const pid_t child = ::fork();
+  const pid_t child = sim::forkWithDefaultSignals();
   if (child == 0) {
     ::dup2(::fileno(output), STDOUT_FILENO);
     ::dup2(::fileno(errors), STDERR_FILENO);

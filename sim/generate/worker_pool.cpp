@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <list>
 #include <optional>
 #include <system_error>
@@ -118,7 +117,7 @@ struct Worker {
 struct WorkerPool::Impl {
   unsigned most;
   std::chrono::milliseconds timeout;
-  std::string folder = sim::makeScratchFolder("brisko-workers-" + std::to_string(::getpid()));
+  sim::ScratchFolder folder{"brisko-workers-" + std::to_string(::getpid())};
   Pipe shouldContinue{};
   std::list<Worker> workers{};
 
@@ -162,7 +161,7 @@ struct WorkerPool::Impl {
 };
 
 WorkerPool::WorkerPool(unsigned most, std::chrono::milliseconds timeout)
-    : impl_(std::make_unique<Impl>(Impl{.most = most, .timeout = timeout})) {}
+    : impl_(new Impl{.most = most, .timeout = timeout}) {}
 
 WorkerPool::~WorkerPool() {
   for (Worker& worker : impl_->workers) {
@@ -171,8 +170,6 @@ WorkerPool::~WorkerPool() {
   }
   ::close(impl_->shouldContinue.out);
   cancel();
-  std::error_code ignored;
-  std::filesystem::remove_all(impl_->folder, ignored);
 }
 
 bool WorkerPool::allBusy() const { return impl_->workers.size() >= impl_->most; }
@@ -193,7 +190,7 @@ void WorkerPool::begin(std::uint64_t number, const Task& task) {
     ::close(impl_->shouldContinue.in);
     ::dup2(errors, STDERR_FILENO);
     ::close(errors);
-    sim::setScratchRoot(impl_->folder);
+    sim::setScratchRoot(impl_->folder.path());
     runAndReport(task, progress.in, impl_->shouldContinue.out);
   }
   ::close(progress.in);

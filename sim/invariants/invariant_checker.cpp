@@ -2,24 +2,20 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstring>
-#include <fstream>
-#include <new>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <system_error>
 #include <thread>
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include "base/json_file.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "sim/invariants/file_watcher.h"
+#include "sim/process/log_lines.h"
+#include "sim/process/shared_memory.h"
 
 // The linker redirects every call of these two functions to the wrappers here (--wrap). The functions
 // themselves remain callable under the names that begin with __real. The daemon's code does not know of this.
@@ -49,12 +45,6 @@ struct Shared {
   double at = 0;
   std::array<char, 1000> seen{};
 };
-
-Shared* makeShared() {
-  void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-  return new (memory) Shared;
-}
 
 // Whether keys, readings or files become less obedient with this change, or recover.
 bool disturbs(const virtual_mac::Change& change) {
@@ -108,35 +98,19 @@ bool jumps(const virtual_mac::Change& change) {
   return change.kind == ChangeKind::charge || change.kind == ChangeKind::health;
 }
 
-// The complete lines of the text from `from` on, which then points behind the last of them.
-std::vector<std::string> linesOf(const std::string& text, std::size_t& from) {
-  std::vector<std::string> lines;
-  from = 0;
-  for (std::size_t end = 0; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
-    lines.push_back(text.substr(from, end - from));
-  }
-  return lines;
-}
-
 }  // namespace
 
 struct InvariantChecker::Impl final : Observation {
-  Impl(virtual_mac::MachineStore& machines, std::string root)
-      : store(machines), volume(std::move(root)), shared(makeShared()) {}
-  ~Impl() override { ::munmap(shared, sizeof(Shared)); }
-  Impl(const Impl&) = delete;
-  Impl& operator=(const Impl&) = delete;
+  explicit Impl(sim::Simulation& where) : simulation(where) {}
 
-  [[nodiscard]] const virtual_mac::Machine& machine() const override { return store.view().machine(); }
-  [[nodiscard]] const virtual_mac::Journal& journal() const override { return store.view().journal(); }
+  [[nodiscard]] const virtual_mac::Machine& machine() const override { return simulation.machine(); }
+  [[nodiscard]] const virtual_mac::Journal& journal() const override {
+    return simulation.store().view().journal();
+  }
   [[nodiscard]] const Disturbances& disturbances() const override { return shared->disturbances; }
   [[nodiscard]] ProcessSummary& processSummary() const override { return shared->processSummary; }
   [[nodiscard]] std::optional<std::string> read(const std::string& path) const override {
-    std::ifstream stream(volume + path, std::ios::binary);
-    if (!stream) return std::nullopt;
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
+    return simulation.read(path);
   }
 
   void note(int invariant, const std::string& seen) const {
@@ -185,10 +159,9 @@ struct InvariantChecker::Impl final : Observation {
       if (count <= 0) break;
       partialLine.append(part.data(), static_cast<std::size_t>(count));
     }
-    std::size_t from = 0;
-    std::vector<std::string> lines = linesOf(partialLine, from);
-    partialLine.erase(0, from);
-    shared->outputSeen += from;
+    const std::size_t seen = shared->outputSeen + partialLine.size();
+    std::vector<std::string> lines = sim::takeWholeLines(partialLine);
+    shared->outputSeen = seen - partialLine.size();
     return lines;
   }
 
@@ -207,10 +180,9 @@ struct InvariantChecker::Impl final : Observation {
     iteration = {};
   }
 
-  virtual_mac::MachineStore& store;
-  std::string volume;
-  Shared* shared;
-  FileWatcher fileWatcher{volume};
+  sim::Simulation& simulation;
+  sim::SharedMemory<Shared> shared;
+  FileWatcher fileWatcher{simulation.root()};
 
   // Used in a process only.
   Rules rules;
@@ -229,12 +201,11 @@ InvariantChecker::Impl* gChecker = nullptr;
 
 }  // namespace
 
-InvariantChecker::InvariantChecker(virtual_mac::MachineStore& store, std::string volume)
-    : impl_(std::make_unique<Impl>(store, std::move(volume))) {}
+InvariantChecker::InvariantChecker(sim::Simulation& simulation) : impl_(std::make_unique<Impl>(simulation)) {}
 
 InvariantChecker::~InvariantChecker() = default;
 
-void InvariantChecker::happens(const virtual_mac::Change& change) {
+void InvariantChecker::beforeChange(const virtual_mac::Change& change) {
   Disturbances& disturbances = impl_->shared->disturbances;
   const double now = impl_->machine().now;
   ++disturbances.actionCount;
@@ -250,7 +221,7 @@ void InvariantChecker::happens(const virtual_mac::Change& change) {
   }
   if (change.kind == ChangeKind::plug || change.kind == ChangeKind::unplug)
     disturbances.adapterChangedAt = now;
-  if (change.kind == ChangeKind::signal) sends(static_cast<int>(change.number));
+  if (change.kind == ChangeKind::signal) beforeSignal(static_cast<int>(change.number));
   if (change.kind == ChangeKind::signalAtExchange) {
     disturbances.signalsToCome |= 1U << static_cast<unsigned>(change.number);
   }
@@ -273,8 +244,8 @@ void InvariantChecker::beforeFileChange(std::string_view path, std::string_view 
   if (holdsUnstorable(text)) disturbances.unstorableFiles |= bitOf(*place);
 }
 
-void InvariantChecker::sends(int signal) {
-  impl_->shared->disturbances.signalsSent |= 1U << static_cast<unsigned>(signal);
+void InvariantChecker::beforeSignal(int number) {
+  impl_->shared->disturbances.signalsSent |= 1U << static_cast<unsigned>(number);
 }
 
 void InvariantChecker::beforeDiskFull(bool full) {
@@ -282,7 +253,7 @@ void InvariantChecker::beforeDiskFull(bool full) {
   impl_->shared->disturbances.disturbedAt = impl_->machine().now;
 }
 
-void InvariantChecker::processStarts() {
+void InvariantChecker::beforeStart() {
   impl_->shared->processSummary = {};
   impl_->shared->processSummary.journalSeen = impl_->journal().written;
   impl_->shared->processSummary.cutWasLeft = keysOf({.cut = AdapterCutKey::chie}, impl_->machine()).cut;
@@ -291,16 +262,16 @@ void InvariantChecker::processStarts() {
   impl_->shared->disturbances.signalsSent = 0;
 }
 
-void InvariantChecker::processEnded(std::optional<int> status, std::optional<int> signal,
-                                    const std::string& output, const std::string& errors) {
+void InvariantChecker::processEnded(const sim::ForkedDaemon& process) {
   if (impl_->shared->violated) return;
-  ProcessEnd end{.status = status, .signal = signal, .errors = errors};
+  ProcessEnd end{.status = process.status(), .signal = process.endSignal(), .errors = process.errors()};
   end.rest.at = impl_->machine().now;
   end.rest.journalFrom = impl_->shared->processSummary.journalSeen;
   end.rest.journalTo = impl_->journal().written;
-  std::size_t from = 0;
-  end.rest.lines = linesOf(output.substr(std::min(impl_->shared->outputSeen, output.size())), from);
-  end.lines = linesOf(output, from);
+  std::string output = process.output();
+  std::string rest = output.substr(std::min(impl_->shared->outputSeen, output.size()));
+  end.rest.lines = sim::takeWholeLines(rest);
+  end.lines = sim::takeWholeLines(output);
   const Violated violated = [this](int invariant, const std::string& seen) { impl_->note(invariant, seen); };
   checkChargeAtEnd(end, *impl_, violated);
   checkRecordsAtEnd(end, *impl_, violated);
@@ -309,15 +280,13 @@ void InvariantChecker::processEnded(std::optional<int> status, std::optional<int
   checkProcessAtEnd(end, *impl_, violated);
 }
 
-std::uint64_t InvariantChecker::actionCount() const { return impl_->shared->disturbances.actionCount; }
-
 std::optional<Violation> InvariantChecker::violation() const {
   const Shared& shared = *impl_->shared;
   if (!shared.violated) return std::nullopt;
   return Violation{.invariant = shared.invariant, .at = shared.at, .seen = shared.seen.data()};
 }
 
-void InvariantChecker::start() {
+void InvariantChecker::prepare() {
   gChecker = impl_.get();
   impl_->mainThread = std::this_thread::get_id();
   impl_->fileWatcher.open();

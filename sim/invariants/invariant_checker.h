@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "sim/invariants/rule.h"
-#include "sim/machine/machine_store.h"
+#include "sim/process/simulation.h"
 
 namespace brisko::lab {
 
@@ -25,8 +25,8 @@ struct Violation {
 
 class InvariantChecker {
  public:
-  // Store and volume must outlive it.
-  InvariantChecker(virtual_mac::MachineStore& store, std::string volume);
+  // The simulation outlives it.
+  explicit InvariantChecker(sim::Simulation& simulation);
   ~InvariantChecker();
   InvariantChecker(const InvariantChecker&) = delete;
   InvariantChecker& operator=(const InvariantChecker&) = delete;
@@ -34,23 +34,19 @@ class InvariantChecker {
   // --- In the lab
 
   // Every change of the timeline is announced here before it is applied.
-  void happens(const virtual_mac::Change& change);
+  void beforeChange(const virtual_mac::Change& change);
   // Announces the new contents of a file that will be written; empty for one that will be removed.
   void beforeFileChange(std::string_view path, std::string_view text);
-  void sends(int signal);  // to the running process
+  void beforeSignal(int number);  // to the running process
   void beforeDiskFull(bool full);
-  void processStarts();  // before the fork
-  // `output` and `errors` are the complete standard output and standard error of the process.
-  void processEnded(std::optional<int> status, std::optional<int> signal, const std::string& output,
-                    const std::string& errors);
-  // How many actions the timeline has applied so far.
-  [[nodiscard]] std::uint64_t actionCount() const;
+  void beforeStart();  // of a process
+  void processEnded(const sim::ForkedDaemon& process);
   // The first violation; none while all invariants hold.
   [[nodiscard]] std::optional<Violation> violation() const;
 
   // --- In a process
 
-  void start();  // before any code of the daemon
+  void prepare();  // before any code of the daemon
   void checkIteration();
   void onPause();   // the process is about to be paused: what it did so far is checked before others act
   void onResume();  // the process continues after a pause

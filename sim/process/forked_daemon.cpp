@@ -142,6 +142,8 @@ ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<
   if (impl_->child == 0) {
     ::close(ends[0]);
     const Channel channel(ends[1]);
+    // A full disk is an error to the daemon, and no signal.
+    std::signal(SIGXFSZ, SIG_IGN);
     virtual_mac::useFileEventQueue(options.fileEvents);
     if (options.prepare) options.prepare();
     runChild(channel, arguments, options, impl_->output, impl_->errors);

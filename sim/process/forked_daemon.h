@@ -18,9 +18,9 @@ namespace brisko::sim {
 struct ForkOptions {
   virtual_mac::MachineStore& store;     // attached to the seam of this process; outlives the process
   std::vector<std::string> arguments;   // after the path of the executable
-  int fileEvents;                       // the queue of file events of the machine's lives
+  int fileEvents;                       // the queue of file events for the machine's processes
   std::function<void()> prepare = {};   // called in the child before anything of the daemon
-  std::function<void()> onPause = {};   // … and whenever it is about to are paused
+  std::function<void()> onPause = {};   // … and whenever it is about to pause
   std::function<void()> onResume = {};  // … and whenever it was paused and is let run again
 };
 

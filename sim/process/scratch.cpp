@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <system_error>
 
 #include <fcntl.h>
@@ -31,10 +32,13 @@ std::string scratchRoot() {
 
 void setScratchRoot(const std::string& folder) { chosenRoot() = folder; }
 
-std::string makeScratchFolder(const std::string& prefix) {
-  std::string path = scratchRoot() + "/" + prefix + "-XXXXXX";
-  if (::mkdtemp(path.data()) == nullptr) giveUp(path);
-  return path;
+ScratchFolder::ScratchFolder(const std::string& prefix) : path_(scratchRoot() + "/" + prefix + "-XXXXXX") {
+  if (::mkdtemp(path_.data()) == nullptr) giveUp(path_);
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
 }
 
 int namelessFile() {

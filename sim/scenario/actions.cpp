@@ -14,6 +14,7 @@
 namespace brisko::lab {
 namespace {
 
+using sim::Simulation;
 using virtual_mac::Change;
 using virtual_mac::ChangeKind;
 using virtual_mac::RequestKind;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/scenario/simulation.h"
+#include "sim/process/simulation.h"
 #include "sim/scenario/strict_json.h"
 
 namespace brisko::lab {
@@ -16,7 +16,7 @@ struct Action {
   std::string place;  // in the file
   std::string words;  // the action as shown to users: "charge 60"
   // Returns false and a reason when it can't be done in the present situation.
-  std::function<bool(Simulation&, std::string& reason)> act;
+  std::function<bool(sim::Simulation&, std::string& reason)> act;
 };
 
 // Reads one action or a list of them.

@@ -1,21 +1,19 @@
 #include "sim/scenario/checks.h"
 
-#include <algorithm>
 #include <array>
 #include <limits>
 #include <optional>
-#include <sstream>
 #include <utility>
 
 #include "base/options.h"
 #include "base/paths.h"
 #include "sim/machine/charge_limit.h"
-#include "sim/machine/journal_text.h"
+#include "sim/process/log_lines.h"
 
 namespace brisko::lab {
 namespace {
 
-using RunCheck = std::function<std::vector<Difference>(const Simulation&)>;
+using RunCheck = std::function<std::vector<Difference>(const CheckedSimulation&)>;
 using virtual_mac::Machine;
 
 constexpr double beyondAll = std::numeric_limits<double>::max();
@@ -50,19 +48,21 @@ std::string spanWords(const Span& span) {
   return "between " + plainNumber(span.least) + " and " + plainNumber(span.most);
 }
 
-std::optional<RunCheck> checkNumber(const JsonCursor& place, double (*read)(const Simulation&)) {
+std::optional<RunCheck> checkNumber(const JsonCursor& place, double (*read)(const CheckedSimulation&)) {
   const auto span = readSpan(place);
   if (!span) return std::nullopt;
-  return [span = *span, read](const Simulation& simulation) -> std::vector<Difference> {
+  return [span = *span, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const double seen = read(simulation);
     if (lies(seen, span)) return {};
     return {{spanWords(span), plainNumber(seen)}};
   };
 }
 
-double percentNow(const Simulation& simulation) { return virtual_mac::level(simulation.machine()); }
-double temperatureNow(const Simulation& simulation) { return simulation.machine().battery.temperatureC; }
-double currentNow(const Simulation& simulation) { return simulation.machine().battery.currentMA; }
+double percentNow(const CheckedSimulation& simulation) { return virtual_mac::level(simulation.machine()); }
+double temperatureNow(const CheckedSimulation& simulation) {
+  return simulation.machine().battery.temperatureC;
+}
+double currentNow(const CheckedSimulation& simulation) { return simulation.machine().battery.currentMA; }
 
 std::optional<RunCheck> readPercent(const JsonCursor& place) { return checkNumber(place, percentNow); }
 std::optional<RunCheck> readTemperature(const JsonCursor& place) {
@@ -73,7 +73,7 @@ std::optional<RunCheck> readCurrent(const JsonCursor& place) { return checkNumbe
 std::optional<RunCheck> readThroughout(const JsonCursor& place) {
   const auto span = readSpan(place);
   if (!span) return std::nullopt;
-  return [span = *span](const Simulation& simulation) -> std::vector<Difference> {
+  return [span = *span](const CheckedSimulation& simulation) -> std::vector<Difference> {
     if (lies(simulation.lowest(), span) && lies(simulation.highest(), span)) return {};
     return {{"always " + spanWords(span),
              "from " + plainNumber(simulation.lowest()) + " to " + plainNumber(simulation.highest())}};
@@ -81,21 +81,20 @@ std::optional<RunCheck> readThroughout(const JsonCursor& place) {
 }
 
 std::optional<RunCheck> checkInteger(const JsonCursor& place, std::int64_t least, std::int64_t most,
-                                     std::int64_t (*read)(const Simulation&)) {
+                                     std::int64_t (*read)(const CheckedSimulation&)) {
   const auto wanted = place.integer(least, most);
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const Simulation& simulation) -> std::vector<Difference> {
+  return [wanted = *wanted, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::int64_t seen = read(simulation);
     if (seen == wanted) return {};
     return {{std::to_string(wanted), std::to_string(seen)}};
   };
 }
 
-std::int64_t wakesNow(const Simulation& simulation) {
-  const auto& events = simulation.machine().sleep.events;
-  return std::count_if(events.begin(), events.end(), [](const auto& event) { return event.pending; });
+std::int64_t wakesNow(const CheckedSimulation& simulation) {
+  return static_cast<std::int64_t>(simulation.pendingWakes().size());
 }
-std::int64_t limitNow(const Simulation& simulation) {
+std::int64_t limitNow(const CheckedSimulation& simulation) {
   const std::int64_t limit = virtual_mac::orderOnDisk(simulation.machine()).percent;
   return limit == 0 ? 100 : limit;
 }
@@ -107,21 +106,21 @@ std::optional<RunCheck> readLimit(const JsonCursor& place) { return checkInteger
 
 // --- Yes or no
 
-std::optional<RunCheck> checkFlag(const JsonCursor& place, bool (*read)(const Simulation&)) {
+std::optional<RunCheck> checkFlag(const JsonCursor& place, bool (*read)(const CheckedSimulation&)) {
   const auto wanted = place.boolean();
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const Simulation& simulation) -> std::vector<Difference> {
+  return [wanted = *wanted, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
     if (read(simulation) == wanted) return {};
     return {{wanted ? "true" : "false", wanted ? "false" : "true"}};
   };
 }
 
-bool runs(const Simulation& simulation) { return simulation.daemonRuns(); }
-bool isOpen(const Simulation& simulation) { return virtual_mac::chargingIsOpen(simulation.machine()); }
-bool isCut(const Simulation& simulation) {
+bool runs(const CheckedSimulation& simulation) { return simulation.daemonRuns(); }
+bool isOpen(const CheckedSimulation& simulation) { return virtual_mac::chargingIsOpen(simulation.machine()); }
+bool isCut(const CheckedSimulation& simulation) {
   return simulation.machine().adapter.present && !virtual_mac::adapterReachesBattery(simulation.machine());
 }
-bool sleeps(const Simulation& simulation) { return simulation.machine().system.asleep; }
+bool sleeps(const CheckedSimulation& simulation) { return simulation.machine().system.asleep; }
 
 std::optional<RunCheck> readRunning(const JsonCursor& place) { return checkFlag(place, runs); }
 std::optional<RunCheck> readChargingOpen(const JsonCursor& place) { return checkFlag(place, isOpen); }
@@ -134,10 +133,12 @@ std::string numberOrNone(const std::optional<int>& number) {
   return number ? std::to_string(*number) : "none";
 }
 
-std::optional<RunCheck> checkAtEnd(const JsonCursor& place, std::optional<int> (Simulation::*read)() const) {
+std::optional<RunCheck> checkAtEnd(const JsonCursor& place,
+                                   std::optional<int> (CheckedSimulation::*read)() const) {
   const auto wanted = place.integer(0, 255);
   if (!wanted) return std::nullopt;
-  return [wanted = static_cast<int>(*wanted), read](const Simulation& simulation) -> std::vector<Difference> {
+  return [wanted = static_cast<int>(*wanted),
+          read](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::optional<int> seen = (simulation.*read)();
     if (seen == wanted) return {};
     return {{std::to_string(wanted), numberOrNone(seen)}};
@@ -145,10 +146,10 @@ std::optional<RunCheck> checkAtEnd(const JsonCursor& place, std::optional<int> (
 }
 
 std::optional<RunCheck> readExit(const JsonCursor& place) {
-  return checkAtEnd(place, &Simulation::exitStatus);
+  return checkAtEnd(place, &CheckedSimulation::exitStatus);
 }
 std::optional<RunCheck> readKilledBy(const JsonCursor& place) {
-  return checkAtEnd(place, &Simulation::endSignal);
+  return checkAtEnd(place, &CheckedSimulation::endSignal);
 }
 
 // --- Texts
@@ -156,7 +157,7 @@ std::optional<RunCheck> readKilledBy(const JsonCursor& place) {
 std::optional<RunCheck> readReply(const JsonCursor& place) {
   const auto wanted = place.text();
   if (!wanted) return std::nullopt;
-  return [wanted = *wanted](const Simulation& simulation) -> std::vector<Difference> {
+  return [wanted = *wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::string seen = simulation.reply();
     if (matches(seen, wanted)) return {};
     return {{"\"" + wanted + "\"", seen.empty() ? "no reply" : "\"" + seen + "\""}};
@@ -165,16 +166,13 @@ std::optional<RunCheck> readReply(const JsonCursor& place) {
 
 std::optional<RunCheck> readErrors(const JsonCursor& place) {
   const LineExpectations expectations = readLineExpectations(place);
-  return [expectations](const Simulation& simulation) {
-    std::istringstream text(simulation.errors());
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(text, line);) lines.push_back(line);
-    return differencesOf(lines, expectations);
+  return [expectations](const CheckedSimulation& simulation) {
+    return differencesOf(sim::linesOf(simulation.errors()), expectations);
   };
 }
 
 std::optional<RunCheck> readJournal(const JsonCursor& place) {
-  return [expectations = readLineExpectations(place)](const Simulation& simulation) {
+  return [expectations = readLineExpectations(place)](const CheckedSimulation& simulation) {
     return differencesOf(simulation.journalSinceCheckpoint(), expectations);
   };
 }
@@ -191,11 +189,11 @@ std::string hexOf(const std::vector<std::uint8_t>& bytes) {
   return hex;
 }
 
-std::vector<Difference> differencesOfKeys(const Simulation& simulation,
+std::vector<Difference> differencesOfKeys(const CheckedSimulation& simulation,
                                           const std::vector<std::pair<std::string, std::string>>& wanted) {
   std::vector<Difference> found;
   for (const auto& [key, bytes] : wanted) {
-    const std::string seen = hexOf(sim::keyBytes(simulation.machine(), key));
+    const std::string seen = hexOf(simulation.key(key));
     if (seen == bytes) continue;
     found.push_back({bytes.empty() ? std::string(key).append(" not readable")
                                    : std::string(key).append(" ").append(bytes),
@@ -216,7 +214,7 @@ std::optional<RunCheck> readKeys(const JsonCursor& place) {
     if (bytes && !isHex(*bytes)) member.expected("bytes in lower-case hexadecimal, e.g. \"01000000\"");
     if (bytes) wanted.emplace_back(member.name(), *bytes);
   }
-  return [wanted](const Simulation& simulation) { return differencesOfKeys(simulation, wanted); };
+  return [wanted](const CheckedSimulation& simulation) { return differencesOfKeys(simulation, wanted); };
 }
 
 // --- Files
@@ -264,7 +262,8 @@ struct FileExpectation {
   std::vector<std::pair<std::string, Json>> values = {};  // by JSON pointer
 };
 
-std::vector<Difference> differencesOfFile(const Simulation& simulation, const FileExpectation& expectation) {
+std::vector<Difference> differencesOfFile(const CheckedSimulation& simulation,
+                                          const FileExpectation& expectation) {
   const auto text = simulation.read(expectation.path);
   if (text.has_value() != expectation.present) {
     return {{expectation.present ? "the file is there" : "no such file",
@@ -298,7 +297,9 @@ std::optional<RunCheck> readFile(const JsonCursor& place) {
   if (!place.value().is_object()) {
     const auto word = place.oneOf({"present", "missing"});
     expectation.present = word != "missing";
-    return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
+    return [expectation](const CheckedSimulation& simulation) {
+      return differencesOfFile(simulation, expectation);
+    };
   }
   for (const JsonCursor& member : place.members()) {
     if (isPointer(member.name())) {
@@ -307,7 +308,9 @@ std::optional<RunCheck> readFile(const JsonCursor& place) {
       member.complain("expected a JSON pointer like \"/pct\"");
     }
   }
-  return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
+  return [expectation](const CheckedSimulation& simulation) {
+    return differencesOfFile(simulation, expectation);
+  };
 }
 
 // The state that the daemon last published.
@@ -315,7 +318,9 @@ std::optional<RunCheck> readState(const JsonCursor& place) {
   const auto wanted = place.oneOf({"allow", "hold", "discharge"});
   if (!wanted) return std::nullopt;
   const FileExpectation expectation{.path = statusPath, .values = {{"/state", *wanted}}};
-  return [expectation](const Simulation& simulation) { return differencesOfFile(simulation, expectation); };
+  return [expectation](const CheckedSimulation& simulation) {
+    return differencesOfFile(simulation, expectation);
+  };
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -353,7 +358,7 @@ void readLog(const JsonCursor& place, Checks& checks) {
   for (const auto& [pattern, count] : expectations.counts) {
     if (count > 0) expected.push_back(pattern);
   }
-  add(checks, place, [expectations](const Simulation& simulation) {
+  add(checks, place, [expectations](const CheckedSimulation& simulation) {
     return differencesOf(simulation.logSinceCheckpoint(), expectations);
   });
 }

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "sim/scenario/checked_simulation.h"
 #include "sim/scenario/line_pattern.h"
-#include "sim/scenario/simulation.h"
 #include "sim/scenario/strict_json.h"
 
 namespace brisko::lab {
 
 struct Check {
   std::string place;  // in the file
-  std::function<std::vector<Difference>(const Simulation&)> run;
+  std::function<std::vector<Difference>(const CheckedSimulation&)> run;
 };
 
 struct Checks {

@@ -2,12 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cmath>
-#include <new>
-#include <system_error>
-
-#include <sys/mman.h>
 
 #include "base/process_flags.h"
 #include "base/settings.h"
@@ -138,7 +133,7 @@ int SampleFilter::keep(const Moment& moment) {
   return beforeIsNew ? 2 : 1;
 }
 
-// The memory that lives share with the lab. It is emptied whenever they are paused.
+// The memory that processes share with the lab. It is emptied whenever they are paused.
 struct Recording::Shared {
   static constexpr std::size_t places = 4096;
   SampleFilter filter = {};
@@ -148,13 +143,8 @@ struct Recording::Shared {
   std::array<Moment, places> moments = {};
 };
 
-Recording::Recording() {
-  void* memory = ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-  shared_ = new (memory) Shared;
-}
-
-Recording::~Recording() { ::munmap(shared_, sizeof(Shared)); }
+Recording::Recording() = default;
+Recording::~Recording() = default;
 
 Recording::DaemonState Recording::readDaemonState() {
   DaemonState daemonState{};

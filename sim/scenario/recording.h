@@ -1,7 +1,7 @@
 // sim/scenario/recording.h
-// What happens on a stage, as moments of a picture. The processes of the daemon note it themselves after each
-// of their events, in memory that they share with the lab; the lab notes what happens between them. A moment
-// is kept when something about it is new, so a quiet month takes little room.
+// What happens in a simulation, as moments of a picture. The processes of the daemon note it themselves after
+// each of their events, in memory that they share with the lab; the lab notes what happens between them. A
+// moment is kept when something about it is new, so a quiet month takes little room.
 #pragma once
 
 #include <optional>
@@ -10,6 +10,7 @@
 
 #include "report/picture.h"
 #include "sim/machine/machine.h"
+#include "sim/process/shared_memory.h"
 
 namespace brisko::lab {
 
@@ -41,7 +42,7 @@ class Recording {
   Recording(const Recording&) = delete;
   Recording& operator=(const Recording&) = delete;
 
-  // In a process, after each of its events and whenever it is about to are paused.
+  // In a process, after each of its events and whenever it is about to pause.
   void noteInDaemon(const virtual_mac::Machine& machine);
   // While the processes are paused.
   void note(const virtual_mac::Machine& machine, bool daemonRuns);
@@ -55,7 +56,7 @@ class Recording {
   [[nodiscard]] Picture picture() const;
 
  private:
-  // What only the process of a process knows.
+  // What only a process of the daemon knows.
   struct DaemonState {
     bool known;
     ChargeState state;
@@ -70,7 +71,7 @@ class Recording {
   void collect();
   [[nodiscard]] static DaemonState readDaemonState();
 
-  Shared* shared_;
+  sim::SharedMemory<Shared> shared_;
   Picture picture_;
   std::optional<double> firstOffset_;  // of the wall clock
   bool clockWasSet_ = false;

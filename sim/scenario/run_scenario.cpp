@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <ctime>
 
+#include "base/options.h"
 #include "sim/machine/machine.h"
+#include "sim/scenario/checked_simulation.h"
 
 namespace brisko::lab {
 namespace {
 
 constexpr std::size_t linesShown = 20;  // of the log, of a scenario that failed
 
-std::string clockText(const Simulation& simulation) {
+std::string clockText(const CheckedSimulation& simulation) {
   const auto seconds = static_cast<std::time_t>(virtual_mac::wallClock(simulation.machine()));
   std::tm parts{};
   ::gmtime_r(&seconds, &parts);
@@ -54,8 +56,8 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
 class ScenarioRun {
  public:
   ScenarioRun(const Scenario& scenario, const Diagnostics& file, const RunOptions& options)
-      : scenario_(scenario), file_(file), options_(options), simulation_(scenario.setup) {
-    if (recording() != nullptr) simulation_.record(*recording());
+      : scenario_(scenario), file_(file), options_(options), simulation_(scenario.setup, options.recording) {
+    if (scenario.settings) simulation_.write(defaultConfigPath, *scenario.settings);
   }
 
   Outcome run() {
@@ -156,7 +158,7 @@ class ScenarioRun {
   const Scenario& scenario_;
   const Diagnostics& file_;
   const RunOptions& options_;
-  Simulation simulation_;
+  CheckedSimulation simulation_;
   Outcome outcome_;
 };
 

@@ -81,7 +81,7 @@ std::optional<virtual_mac::Machine> readMac(const JsonCursor& place) {
   return machine;
 }
 
-void readDaemon(const JsonCursor& place, SimulationSetup& setup) {
+void readDaemon(const JsonCursor& place, sim::SimulationSetup& setup) {
   for (const JsonCursor& member : place.members({"arguments", "environment", "keptAlive", "started"})) {
     const std::string name = member.name();
     if (name == "arguments") setup.arguments = member.texts();
@@ -124,7 +124,7 @@ void readMember(const JsonCursor& member, Scenario& scenario) {
   const std::string name = member.name();
   if (name == "description") scenario.description = member.text().value_or("");
   if (name == "daemon") readDaemon(member, scenario.setup);
-  if (name == "settings") scenario.setup.settings = readSettings(member);
+  if (name == "settings") scenario.settings = readSettings(member);
   if (name == "before") scenario.before = readActions(member);
   if (name == "mode") {
     scenario.invariantsOnly = member.oneOf({"invariants"}).has_value();

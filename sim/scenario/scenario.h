@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "sim/process/simulation.h"
 #include "sim/scenario/actions.h"
 #include "sim/scenario/checks.h"
-#include "sim/scenario/simulation.h"
 #include "sim/scenario/strict_json.h"
 #include "sim/scenario/timing.h"
 
@@ -24,8 +24,9 @@ struct Step {
 
 struct Scenario {
   std::string description = {};
-  SimulationSetup setup;
-  std::vector<Action> before = {};  // before the first start
+  sim::SimulationSetup setup;
+  std::optional<std::string> settings = std::nullopt;  // config.json; none: there is none
+  std::vector<Action> before = {};                     // before the first start
   std::vector<Step> steps = {};
   std::vector<Check> end = {};                  // checked over the whole run
   std::vector<std::string> expectedLines = {};  // patterns; a warning that matches none fails the scenario

@@ -10,8 +10,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
+#include "sim/process/shared_memory.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
@@ -331,10 +331,8 @@ struct Watched {
 
 class Watch {
  public:
-  Watch()
-      : seen_(static_cast<Watched*>(
-            ::mmap(nullptr, sizeof(Watched), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
-    virtual_mac::setAfterEvent([seen = seen_] {
+  Watch() {
+    virtual_mac::setAfterEvent([seen = &*seen_] {
       const virtual_mac::Machine& machine = virtual_mac::attachedMachine()->view().machine();
       std::uint64_t ours = 0;
       for (const auto& event : machine.sleep.events)
@@ -344,16 +342,13 @@ class Watch {
         seen->mostDescriptors = std::max<std::uint64_t>(seen->mostDescriptors, test::openDescriptors());
     });
   }
-  ~Watch() {
-    virtual_mac::setAfterEvent({});
-    ::munmap(seen_, sizeof(Watched));
-  }
+  ~Watch() { virtual_mac::setAfterEvent({}); }
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
   [[nodiscard]] Watched seen() const { return *seen_; }
 
  private:
-  Watched* seen_;
+  sim::SharedMemory<Watched> seen_;
 };
 
 // One night of many, with what may come between.

@@ -11,15 +11,14 @@
 #include "base/json_file.h"
 #include "base/options.h"
 #include "sim/machine/models.h"
-#include "sim/process/scratch.h"
 #include "sim/seam/simulated/driver.h"
 
 namespace brisko {
 
-Volume::Volume() : root_(sim::makeScratchFolder("brisko-fuzz")) {
+Volume::Volume() {
   const virtual_mac::Model& model = virtual_mac::models().front();
   store_ = virtual_mac::MachineStore::inMemory(virtual_mac::makeMachine(model, {}));
-  store_->setVolumeRoot(root_);
+  store_->setVolumeRoot(root_.path());
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(real(defaultConfigPath)).parent_path(), error);
   const Descriptor nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
@@ -27,11 +26,7 @@ Volume::Volume() : root_(sim::makeScratchFolder("brisko-fuzz")) {
   virtual_mac::attachMachine(store_.get());
 }
 
-Volume::~Volume() {
-  virtual_mac::attachMachine(nullptr);
-  std::error_code ignored;
-  std::filesystem::remove_all(root_, ignored);
-}
+Volume::~Volume() { virtual_mac::attachMachine(nullptr); }
 
 void Volume::write(std::string_view path, std::string_view bytes) const {
   const Descriptor file = openRegularFile(real(path), O_WRONLY | O_CREAT | O_TRUNC, 0644);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "sim/machine/machine_store.h"
+#include "sim/process/scratch.h"
 
 namespace brisko {
 
@@ -28,8 +29,8 @@ class Volume {
   void stepClock(double seconds);  // the wall clock of the machine
 
  private:
-  [[nodiscard]] std::string real(std::string_view path) const { return root_ + std::string(path); }
-  std::string root_;
+  [[nodiscard]] std::string real(std::string_view path) const { return root_.path() + std::string(path); }
+  sim::ScratchFolder root_{"brisko-fuzz"};
   std::unique_ptr<virtual_mac::MachineStore> store_;
 };
 

@@ -36,9 +36,13 @@ Put& everPut() {
 
 }  // namespace
 
-void put(const std::string& path, std::string_view bytes) {
+void notePut(const std::string& path, std::string_view bytes) {
   everPut().texts.emplace(bytes);
   everPut().last[path] = bytes;
+}
+
+void put(const std::string& path, std::string_view bytes) {
+  notePut(path, bytes);
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << bytes << std::flush;
   need(file.good(), path);

@@ -10,6 +10,8 @@
 namespace brisko::test {
 
 void put(const std::string& path, std::string_view bytes);
+// For who puts them by other means.
+void notePut(const std::string& path, std::string_view bytes);
 // Whether this process has put exactly these bytes into a file, whichever: files get renamed.
 [[nodiscard]] bool wasPut(std::string_view bytes);
 [[nodiscard]] std::string lastPut(const std::string& path);   // "" when nothing was

@@ -1,26 +1,17 @@
 // tests/support/scratch_folder.h
 // A folder of a test's own, removed with everything in it at the end, after what the daemon wrote there was
-// held to its schemas (support/record_schemas.h). It lies in memory where the system has such a place: whole
-// lives write thousands of small files.
+// held to its schemas.
 #pragma once
 
-#include <string>
-#include <string_view>
+#include "sim/process/scratch.h"
+#include "support/record_schemas.h"
 
 namespace brisko::test {
 
-class ScratchFolder {
+class ScratchFolder : public sim::ScratchFolder {
  public:
-  ScratchFolder();
-  ~ScratchFolder();
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  [[nodiscard]] const std::string& path() const { return path_; }  // without a trailing slash
-  [[nodiscard]] std::string path(std::string_view name) const { return path_ + "/" + std::string(name); }
-
- private:
-  std::string path_;
+  ScratchFolder() : sim::ScratchFolder("brisko-test") {}
+  ~ScratchFolder() { checkRecords(path()); }
 };
 
 }  // namespace brisko::test

@@ -1,20 +1,15 @@
 #include "support/virtual_mac.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
-#include <string>
 
-#include <unistd.h>
-
+#include "base/log.h"
+#include "base/options.h"
 #include "sim/machine/client_requirement.h"
 #include "sim/machine/control_requests.h"
-#include "sim/machine/journal_text.h"
-#include "sim/seam/file_events.h"
-#include "sim/seam/simulated/driver.h"
+#include "sim/process/log_lines.h"
 #include "support/files.h"
+#include "support/record_schemas.h"
 
 namespace brisko::test {
 
@@ -22,7 +17,6 @@ namespace {
 
 using virtual_mac::Change;
 using virtual_mac::ChangeKind;
-using virtual_mac::JournalEntry;
 
 const virtual_mac::Model& modelNamed(std::string_view name) {
   const virtual_mac::Model* model = virtual_mac::findModel(name);
@@ -33,28 +27,14 @@ const virtual_mac::Model& modelNamed(std::string_view name) {
 }  // namespace
 
 VirtualMac::VirtualMac(const virtual_mac::MachineOptions& options, std::string_view model)
-    : store_(virtual_mac::MachineStore::inMemory(virtual_mac::makeMachine(modelNamed(model), options))) {
-  if (store_ == nullptr || !virtual_mac::makeVolume(volume_.path())) {
-    throw std::runtime_error("no memory for a virtual Mac");
-  }
-  store_->setVolumeRoot(volume_.path());
-  virtual_mac::attachMachine(store_.get());
-}
+    : Simulation({.machine = virtual_mac::makeMachine(modelNamed(model), options),
+                  .keptAlive = false,
+                  .started = false}) {}
 
-VirtualMac::~VirtualMac() {
-  virtual_mac::attachMachine(nullptr);
-  if (fileEventQueue_ >= 0) ::close(fileEventQueue_);
-}
-
-int VirtualMac::fileEventQueue() {
-  if (fileEventQueue_ < 0) fileEventQueue_ = virtual_mac::openFileEventQueueForProcesses();
-  return fileEventQueue_;
-}
-
-virtual_mac::Machine VirtualMac::machine() const { return store_->view().machine(); }
+VirtualMac::~VirtualMac() { checkRecords(root()); }
 
 VirtualMac& VirtualMac::change(const Change& change) {
-  virtual_mac::apply(store_->update().machine(), change);
+  Simulation::change(change);
   return *this;
 }
 
@@ -93,7 +73,7 @@ VirtualMac& VirtualMac::property(std::string_view name, virtual_mac::PropertyFau
 }
 
 VirtualMac& VirtualMac::later(double seconds, const Change& change) {
-  const auto update = store_->update();
+  const auto update = store().update();
   if (!virtual_mac::plan(update.machine(), update.machine().now + seconds, change)) {
     throw std::length_error("no more changes can be planned");
   }
@@ -101,120 +81,46 @@ VirtualMac& VirtualMac::later(double seconds, const Change& change) {
 }
 
 std::uint64_t VirtualMac::ask(virtual_mac::RequestKind kind, std::string_view client) {
-  change({.kind = ChangeKind::request,
-          .number = static_cast<double>(kind),
-          .status = virtual_mac::clientNumber(client)});
-  return machine().control.sent;
+  return Simulation::ask(kind, virtual_mac::clientNumber(client));
 }
 
 std::uint64_t VirtualMac::apply(std::string_view settings, std::string_view client) {
-  Change change{.kind = ChangeKind::request,
-                .number = static_cast<double>(virtual_mac::RequestKind::applySettings),
-                .status = virtual_mac::clientNumber(client)};
-  if (settings.size() < change.text.size()) {
-    change.text = virtual_mac::shortText(settings);
-  } else {
-    const std::string file = "/sent/" + std::to_string(machine().control.sent + 1);
-    write(file, settings);
-    change.text = virtual_mac::shortText("@" + file);
-  }
-  this->change(change);
-  return machine().control.sent;
+  return Simulation::ask(virtual_mac::RequestKind::applySettings, virtual_mac::clientNumber(client),
+                         settings);
 }
 
 virtual_mac::ClientRequest VirtualMac::request(std::uint64_t number) const {
-  const virtual_mac::Machine now = machine();
-  const virtual_mac::ClientRequest* found = virtual_mac::findRequest(now, number);
+  const virtual_mac::ClientRequest* found = virtual_mac::findRequest(machine(), number);
   if (found == nullptr) throw std::invalid_argument("no such request");
   return *found;
 }
 
-std::string VirtualMac::reply(std::uint64_t number) const {
-  const virtual_mac::ClientRequest asked = request(number);
-  if (asked.stage == virtual_mac::RequestStage::refused) return "refused";
-  if (asked.answers == 0) return "";
-  if (!asked.hasError) return asked.done ? "done" : "not done";
-  return asked.error.data();
-}
-
 VirtualMac& VirtualMac::pass(double seconds) {
-  const auto update = store_->update();
-  virtual_mac::advance(update.machine(), update.machine().now + seconds);
+  advance(seconds);
   return *this;
 }
 
-std::vector<std::uint8_t> VirtualMac::key(std::string_view name) const {
-  return sim::keyBytes(machine(), name);
-}
-
-Writes VirtualMac::writes() const {
-  Writes texts;
-  for (const JournalEntry& entry : journal()) texts.push_back(sim::journalText(entry));
-  return texts;
-}
-
-std::vector<double> VirtualMac::pendingWakes() const {
-  const virtual_mac::Machine now = machine();
-  std::vector<double> dates;
-  for (const virtual_mac::ScheduledEvent& event : now.sleep.events) {
-    if (event.pending) dates.push_back(event.date);
-  }
-  return dates;
-}
-
-std::vector<JournalEntry> VirtualMac::journal() const {
-  const auto look = store_->view();
-  const virtual_mac::Journal& journal = look.journal();
-  const std::uint64_t oldest =
-      journal.written < journal.entries.size() ? 0 : journal.written - journal.entries.size();
-  std::vector<JournalEntry> entries;
-  for (std::uint64_t index = std::max(journalFrom_, oldest); index < journal.written; ++index) {
-    entries.push_back(journal.entries[index % journal.entries.size()]);
-  }
-  return entries;
-}
-
-void VirtualMac::keepReads() { store_->update().journal().reads = true; }
-void VirtualMac::forgetJournal() { journalFrom_ = store_->view().journal().written; }
-
-std::string VirtualMac::path(std::string_view unmapped) const {
-  return volume_.path() + std::string(unmapped);
-}
-
 void VirtualMac::write(std::string_view unmapped, std::string_view text) {
-  const std::filesystem::path file = path(unmapped);
-  std::filesystem::create_directories(file.parent_path());
-  put(file.string(), text);
+  notePut(path(unmapped), text);
+  if (!Simulation::write(unmapped, text)) throw std::runtime_error("cannot make " + path(unmapped));
 }
 
 std::string VirtualMac::read(std::string_view unmapped) const {
-  std::ifstream stream(path(unmapped), std::ios::binary);
-  std::ostringstream text;
-  if (stream) text << stream.rdbuf();
-  return text.str();
+  return Simulation::read(unmapped).value_or("");
 }
 
-bool VirtualMac::exists(std::string_view unmapped) const {
-  std::error_code ignored;
-  return std::filesystem::exists(std::filesystem::symlink_status(path(unmapped), ignored));
-}
+bool VirtualMac::exists(std::string_view unmapped) const { return test::exists(path(unmapped)); }
 
-void VirtualMac::settings(std::string_view json) {
-  write("/Library/Application Support/Brisko/config.json", json);
-}
+void VirtualMac::settings(std::string_view json) { write(defaultConfigPath, json); }
 
 std::vector<std::string> VirtualMac::logLines() const {
-  constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks
   std::vector<std::string> lines = stampedLogLines();
-  for (std::string& line : lines) line.erase(0, stampWidth);
+  for (std::string& line : lines) line = sim::withoutStamp(line);
   return lines;
 }
 
 std::vector<std::string> VirtualMac::stampedLogLines() const {
-  std::istringstream text(read("/Library/Logs/Brisko/daemon.log"));
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
+  return sim::linesOf(read(std::string(LogFile::defaultDirectory) + "/daemon.log"));
 }
 
 }  // namespace brisko::test

@@ -1,36 +1,26 @@
 // tests/support/virtual_mac.h
-// A virtual Mac for a test: the machine in memory, its volume root in a folder of its own that is removed at
-// the end. It defaults to a healthy MacBook Air on its adapter at 70 %, and is attached to the seam of this
-// process and of every process forked from it.
+// A simulation as a test wants it: a healthy MacBook Air on its adapter at 70 %, with short words for what a
+// test does and no launch service. What the daemon wrote on its volume is held to its schemas at the end.
 #pragma once
 
-#include <functional>
-#include <memory>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "sim/machine/machine.h"
-#include "sim/machine/machine_store.h"
 #include "sim/machine/models.h"
-#include "support/scratch_folder.h"
+#include "sim/process/simulation.h"
 
 namespace brisko::test {
 
 // One write to the controller, as a test compares it: "CHTE=01000000", or "CHTE=01000000!" when refused.
 using Writes = std::vector<std::string>;
 
-class VirtualMac {
+class VirtualMac : public sim::Simulation {
  public:
   explicit VirtualMac(const virtual_mac::MachineOptions& options = {}, std::string_view model = "air13");
   ~VirtualMac();
-  VirtualMac(const VirtualMac&) = delete;
-  VirtualMac& operator=(const VirtualMac&) = delete;
-
-  [[nodiscard]] virtual_mac::MachineStore& store() { return *store_; }
-  // The queue of file events for the lives on this machine.
-  [[nodiscard]] int fileEventQueue();
-  [[nodiscard]] virtual_mac::Machine machine() const;  // a copy of the record as it is now
 
   // Changes, each at once.
   VirtualMac& change(const virtual_mac::Change& change);
@@ -55,28 +45,18 @@ class VirtualMac {
   // The request as it stands: whether it was let in, how often it was answered and how. The record keeps the
   // latest ones.
   [[nodiscard]] virtual_mac::ClientRequest request(std::uint64_t number) const;
-  // "done", the error text, "refused", or "" while there is no reply.
-  [[nodiscard]] std::string reply(std::uint64_t number) const;
 
   // Moves machine time on, with no daemon running.
   VirtualMac& pass(double seconds);
 
-  // The bytes that a read of the key shows now.
-  [[nodiscard]] std::vector<std::uint8_t> key(std::string_view name) const;
-
-  // The journal since the last forgetJournal(): writes in order; or every exchange, "read CHTE", "info CHTE",
-  // "index CHTE", when the journal keeps reads. Among them "heard WillSleep", "allowed WillSleep", "wake
-  // scheduled", "wake cancelled", "asked apply" and "replied apply", and of the limit of macOS "limit set
-  // 80", "preference mclLimitValue=75", "preference MCLTempDisabledUntilDate removed", "preferences
-  // synchronised" and "notified " with the name. What did not succeed ends with "!".
-  [[nodiscard]] Writes writes() const;
-  [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const;
-  [[nodiscard]] std::vector<double> pendingWakes() const;  // dates of the scheduled power events
-  void keepReads();                                        // from now on
-  void forgetJournal();
+  // The journal since the last forgetJournal(), as texts (sim/machine/journal_text.h) and as entries: writes
+  // in order; or every exchange when the journal keeps reads.
+  [[nodiscard]] Writes writes() const { return journalSinceCheckpoint(); }
+  [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const { return entriesSinceCheckpoint(); }
+  void keepReads() { store().update().journal().reads = true; }  // from now on
+  void forgetJournal() { setCheckpoint(); }
 
   // Files on its volume, by their unmapped paths.
-  [[nodiscard]] std::string path(std::string_view unmapped) const;  // where it really lies
   void write(std::string_view unmapped, std::string_view text);     // makes the folders
   [[nodiscard]] std::string read(std::string_view unmapped) const;  // "" when missing
   [[nodiscard]] bool exists(std::string_view unmapped) const;
@@ -84,12 +64,6 @@ class VirtualMac {
   // The lines of daemon.log without their time stamps, and with them.
   [[nodiscard]] std::vector<std::string> logLines() const;
   [[nodiscard]] std::vector<std::string> stampedLogLines() const;
-
- private:
-  std::unique_ptr<virtual_mac::MachineStore> store_;
-  ScratchFolder volume_;
-  std::uint64_t journalFrom_ = 0;
-  int fileEventQueue_ = -1;
 };
 
 }  // namespace brisko::test

@@ -135,7 +135,7 @@ TEST_F(WorkerPoolTest, leaveNothingBehind) {
   {
     WorkerPool pool(2);
     pool.begin(1, [](const ShouldContinue&) -> Verdict {
-      static_cast<void>(sim::makeScratchFolder("thrown-away"));
+      const sim::ScratchFolder thrownAway("thrown-away");
       std::abort();
     });
     waitForAll(pool);

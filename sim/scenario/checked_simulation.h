@@ -1,0 +1,70 @@
+// sim/scenario/checked_simulation.h
+// The simulation that a scenario is played on: the invariants are checked after every event of the daemon,
+// the charge between two checkpoints is known, and what happens can be recorded. It is over with the first
+// violation.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "sim/invariants/invariant_checker.h"
+#include "sim/process/shared_memory.h"
+#include "sim/process/simulation.h"
+#include "sim/scenario/recording.h"
+
+namespace brisko::lab {
+
+class CheckedSimulation final : public sim::Simulation, private sim::SimulationObserver {
+ public:
+  // A recording, if there is one, outlives the simulation. Nothing takes another course for it.
+  explicit CheckedSimulation(const sim::SimulationSetup& setup, Recording* recording = nullptr);
+
+  // The first invariant that was violated.
+  [[nodiscard]] std::optional<Violation> violation() const { return checker_.violation(); }
+  // The lowest and the highest percentage since the checkpoint.
+  [[nodiscard]] double lowest() const { return levels_->sinceCheckpoint.lowest; }
+  [[nodiscard]] double highest() const { return levels_->sinceCheckpoint.highest; }
+
+  void setCheckpoint();
+  void checkpointAtBegin();
+
+ private:
+  void beforeChange(const virtual_mac::Change& change) override { checker_.beforeChange(change); }
+  void afterChange() override { noteLevel(); }
+  void beforeFileChange(std::string_view path, std::string_view text) override {
+    checker_.beforeFileChange(path, text);
+  }
+  void beforeSignal(int number) override { checker_.beforeSignal(number); }
+  void beforeDiskFull(bool full) override { checker_.beforeDiskFull(full); }
+  void beforeStart() override { checker_.beforeStart(); }
+  void processEnded(const sim::ForkedDaemon& process) override { checker_.processEnded(process); }
+  void lineLogged(const std::string& line) override;
+  void sliceBegins() override;
+  void sliceEnded() override;
+  [[nodiscard]] double longestSlice() const override;
+  [[nodiscard]] bool isOver() const override { return violation().has_value(); }
+  void prepare() override { checker_.prepare(); }
+  void iterationEnded() override;
+  void onPause() override;
+  void onResume() override { checker_.onResume(); }
+
+  void noteLevel();
+  void noteInDaemon();
+
+  // How low and how high the charge was. Shared with the daemon's processes, which note it after each of
+  // their events.
+  struct Extremes {
+    double lowest, highest;
+    void note(double level);
+  };
+  struct Levels {
+    Extremes sinceCheckpoint, overall;
+  };
+
+  InvariantChecker checker_{*this};
+  sim::SharedMemory<Levels> levels_;
+  Recording* recording_;
+};
+
+}  // namespace brisko::lab

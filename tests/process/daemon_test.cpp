@@ -304,7 +304,9 @@ TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
     mac.settings("{\"discharge\":true}");
     const auto daemon = mac.daemon();
     // In every other pair of rounds not before the signals are in hand: a busy computer is slow to start it.
-    if (round % 4 >= 2) ASSERT_TRUE(mac.logs("XPC listening")) << round;
+    if (round % 4 >= 2) {
+      ASSERT_TRUE(mac.logs("XPC listening")) << round;
+    }
     const timespec moment{0, static_cast<long>(std::uniform_int_distribution<int>(0, 12'000'000)(random))};
     static_cast<void>(::nanosleep(&moment, nullptr));
     const int number = round % 2 == 0 ? SIGTERM : SIGINT;

@@ -26,7 +26,7 @@ struct FileState {
 // As openForEvents(), but also what has no name.
 [[nodiscard]] std::optional<int> openForNotices(const std::string& path);
 
-// A descriptor that does not wait and is readable when there are notices; -1 when there is none to be had.
+// A descriptor that does not wait and is readable when there are notices; -1 when none is available.
 [[nodiscard]] int openNoticeQueue();
 
 // Under which number the notices about a file come; -1 for what the kernel was not asked about, or had no

@@ -47,7 +47,7 @@ bool nestsTooDeep(std::string_view json) {
 
 bool beginsANumber(char character) { return character == '-' || (character >= '0' && character <= '9'); }
 
-// The parser judges it in two halves, neither of which can be too large.
+// The parser reads it in two halves, neither of which can be too large.
 bool isNumber(std::string_view text) {
   const std::size_t exponent = text.find_first_of("eE");
   const std::string digits = std::string(text.substr(0, exponent)) + "e-99999999";

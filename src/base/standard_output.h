@@ -6,9 +6,9 @@
 
 namespace brisko {
 
-// Writes to standard output at once, past any buffer, and waits for a slow reader: nothing is lost. Nothing
-// comes of a reader that is gone, a full disk or a closed stream: what the process has in hand is never cut
-// short by what it has to say.
+// Writes to standard output at once, past any buffer, and waits for a slow reader: nothing is lost. A
+// closed pipe, a full disk or a closed stream has no effect: what the process is doing is never cut short by
+// what it has to say.
 void writeStandardOutput(std::string_view text);
 
 // The same, followed by a line feed.

@@ -29,12 +29,12 @@ using WatchToken = std::uint64_t;  // never 0
 // closeWatched().
 [[nodiscard]] std::optional<int> openForEvents(const std::string& path);
 
-// Delivers the events of `wanted` that happen to the file behind `descriptor` to `fired`, batched per turn of
-// the run loop, on the main thread. After cancelWatch() no more events are delivered and `cancelled` runs
-// once, on the main thread, in a later iteration of the run loop. A file that has lost its name since
-// openForEvents() counts as deleted at this moment: a watch on it would never hear of anything. It has lost
-// it when it has no link any more, or when the system knows no place for it; that the name cannot be told for
-// another reason is no deletion.
+// Delivers the events of `wanted` that happen to the file behind `descriptor` to `fired`, batched per
+// iteration of the run loop, on the main thread. After cancelWatch() no more events are delivered and
+// `cancelled` runs once, on the main thread, in a later iteration of the run loop. A file that has lost its
+// name since openForEvents() counts as deleted at this moment: a watch on it would never hear of anything. It
+// has lost it when it has no link any more, or when the system knows no place for it; that the name cannot be
+// told for another reason is no deletion.
 [[nodiscard]] WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileEvents)> fired,
                                    std::function<void()> cancelled);
 void cancelWatch(WatchToken token);

@@ -37,7 +37,7 @@ struct SmcExchange {
   std::size_t answered;  // bytes of the output that the controller's driver gave; 0 unless the status is 0
 };
 
-// Sends `input` and receives `output`. The status says whether the kernel took the call; whether the
+// Sends `input` and receives `output`. The status is whether the kernel took the call; whether the
 // controller obeyed stands in the output's result byte. What was not answered is zero in `output`, so the
 // result byte means something only within `answered`.
 [[nodiscard]] SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output);

@@ -102,7 +102,7 @@ TEST(Fatal, cannotBeCaught) {
     } catch (...) {
       tell("caught");
     }
-    tell("went on");
+    tell("continued");
   });
   EXPECT_EQ(ended.signal, SIGABRT);
   EXPECT_EQ(ended.output, "");

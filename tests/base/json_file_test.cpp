@@ -523,9 +523,9 @@ TEST(WritingAFile, isSilentWithoutPermission) {
     test::becomeNobody();
     writeJsonFile(folder.path("file"), Json(1));
     writeJsonFile(folder.path("new"), Json(1));
-    tell("went on");
+    tell("continued");
   });
-  EXPECT_EQ(ended.output, "went on");
+  EXPECT_EQ(ended.output, "continued");
   EXPECT_EQ(ended.errors, "");
   EXPECT_EQ(contents(folder.path("file")), "old");
   EXPECT_FALSE(exists(folder.path("new")));

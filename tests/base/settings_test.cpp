@@ -461,9 +461,9 @@ TEST_F(WritingTheConfiguration, isSilentWithoutPermission) {
   const auto ended = test::inChild([] {
     test::becomeNobody();
     write(Settings{});
-    tell("went on");
+    tell("continued");
   });
-  EXPECT_EQ(ended.output, "went on");
+  EXPECT_EQ(ended.output, "continued");
   EXPECT_EQ(ended.errors, "");
   EXPECT_EQ(contents(path), "{}");
 }

@@ -129,7 +129,7 @@ class ControlListener : public ::testing::Test {
  protected:
   ControlListener() { folder.name(); }
 
-  // Serves for as long as the clients' story lasts, which is told in a thread of its own.
+  // Serves until the clients are done. Their part, `body`, runs in a thread of its own.
   template <class Body>
   void serve(Body body) {
     platform::listenForControl(serviceName, service.requirement, service.requests());

@@ -45,7 +45,7 @@ class DaemonStorm : public ::testing::Test {
   // A minute of the machine's in a real second, if nothing else is said.
   explicit DaemonStorm(double speed = 60) : folder(test::machineFromNow({}, speed)) { folder.name(); }
 
-  // Runs the daemon for as long as the clients' story lasts.
+  // Runs the daemon until the clients are done.
   template <class Body>
   void runWhile(Body body) {
     std::thread clients([&] {

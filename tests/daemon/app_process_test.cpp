@@ -244,7 +244,7 @@ TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
   runTo(500);
   mac.remove();
   runTo(600.9);
-  EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the first absence goes on";
+  EXPECT_THAT(linesAboutTheApp(), IsEmpty()) << "the first absence continues";
   runTo(601);
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }

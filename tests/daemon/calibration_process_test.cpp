@@ -354,7 +354,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
       EXPECT_EQ(status()["cal"]["phase"], step.phase);
       EXPECT_EQ(adapterIsCut(), draining) << step.phase;
       EXPECT_EQ(record(), before);
-      EXPECT_THAT(calibrationLines(), IsEmpty()) << "it only goes on";
+      EXPECT_THAT(calibrationLines(), IsEmpty()) << "it only continues";
     }
   }
 }

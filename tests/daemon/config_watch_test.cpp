@@ -42,7 +42,7 @@ class ConfigWatch : public test::OnVirtualMac {
     platform::runMain();
   }
 
-  // The passes of the tick since the last call.
+  // The ticks since the last call.
   long ticks() {
     run();
     const auto exchanges = mac.writes();

@@ -75,7 +75,7 @@ TEST_F(Clients, findTheServiceOnceTheLogReportsIt) {
   ASSERT_NE(listening, lines.end());
   EXPECT_THAT(lines.front(), StartsWith("brisko-daemon started"));
   EXPECT_THAT(std::vector<std::string>(listening + 1, lines.end()), Contains(StartsWith("cap 80%")))
-      << "before the first pass of the tick";
+      << "before the first tick";
 }
 
 TEST_F(Clients, areHeardOnceADaemonRuns) {

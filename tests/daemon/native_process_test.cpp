@@ -1,4 +1,4 @@
-// Whole lives on Macs that closed the keys and have a limit of their own. Every Mac here starts at 08:00:00;
+// The daemon on Macs that closed the keys and have a limit of their own. Every Mac here starts at 08:00:00;
 // its gauge publishes, and the daemon hears of it, at each full minute, the daemon looks by itself every
 // 12 s, and macOS takes a new limit 5 s after it was set.
 

@@ -126,7 +126,7 @@ TEST_F(Night, aboveTheLimitNeverDischarges) {
   EXPECT_NEAR(level(), 95, 1);
   EXPECT_THAT(mac->logLines(), Contains(StartsWith("réveil de maintenance à 95%")).Times(1));
   wake();
-  EXPECT_EQ(mac->key("CHIE"), (Bytes{8})) << "in the full wake it goes on";
+  EXPECT_EQ(mac->key("CHIE"), (Bytes{8})) << "in the full wake it resumes";
 }
 
 TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {

@@ -1,4 +1,4 @@
-// Whole lives on hardware that does not do as it is told, and the light that goes with them. Every Mac here
+// The daemon on hardware that does not do as it is told, and the light that goes with them. Every Mac here
 // starts at 08:00:00; its gauge publishes, and the daemon hears of it, at each full minute, and the daemon
 // looks by itself every 12 s.
 

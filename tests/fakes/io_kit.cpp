@@ -67,7 +67,7 @@ const Port* portAt(io_object_t number, PortKind kind) {
 
 const std::string& serviceAt(io_object_t number) {
   const Port* port = portAt(number, PortKind::service);
-  if (port == nullptr) misuse("this is no service, or none any more");
+  if (port == nullptr) misuse("this is no service, or one that was released");
   return port->name;
 }
 

@@ -92,7 +92,7 @@ void Object::dropForSystem() {
 Object& objectAt(const void* reference) {
   if (reference == nullptr) misuse("there is no object");
   auto* object = const_cast<Object*>(static_cast<const Object*>(reference));
-  if (!object->isLiving()) misuse("this is no object, or none any more");
+  if (!object->isLiving()) misuse("this is no object, or one that was released");
   return *object;
 }
 

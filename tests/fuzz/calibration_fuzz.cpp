@@ -1,6 +1,6 @@
 // Every object makes a calibration's record, and what was made of it can be written and reads back the same,
 // unless a time in it is infinite.
-// The status tells of it too, save of a soak time beyond 64 bits, which is meant to end the process then.
+// The status contains it too, except a soak time beyond 64 bits, which is meant to end the process then.
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>

@@ -23,7 +23,7 @@ void tryOneShots(const Settings& settings) {
 }
 
 void trySoakTime(const Settings& settings) {
-  // The status tells it in seconds, and ends the process when they do not fit.
+  // The status contains it in seconds, and ends the process when they do not fit.
   constexpr std::int64_t most = 153722867280912930;  // minutes
   const bool fits = settings.calSoakMinutes >= -most && settings.calSoakMinutes <= most;
   std::int64_t seconds = 0;

@@ -1,4 +1,4 @@
-// A life of the daemon from its files on, tick by tick, over a controller, a registry and power sources that
+// A daemon process from its start on, tick by tick, over a controller, a registry and power sources that
 // say anything. Only what is meant to end the process ends it, nothing is written but the gate's keys and the
 // light, and the status is always a whole object.
 //

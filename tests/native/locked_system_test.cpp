@@ -1,4 +1,4 @@
-// A Mac that closed the keys and offers no limit: handed back what was left set, and then only looked on.
+// A Mac that closed the keys and offers no limit: what was left set is handed back; then it is only observed.
 #include "native/locked_system.h"
 
 #include <csignal>
@@ -174,7 +174,7 @@ TEST_F(LockedSystem, takesTheReadingOfThisTickWithoutTheAdaptersKey) {
   EXPECT_THAT(mac.read(historyFile), HasSubstr("\"g\":false"));
 }
 
-// -- Whole lives
+// -- The whole daemon
 
 class LockedDaemon : public ::testing::Test {
  protected:

@@ -377,7 +377,7 @@ TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
   EXPECT_THAT(driveAt(at, 90), IsEmpty());
   EXPECT_EQ(newWrites(), Writes{"limit set 80"});
   EXPECT_EQ(gNativeNudgedAt, at + 90);
-  EXPECT_EQ(gNativeAttemptAt, at) << "the wait goes on";
+  EXPECT_EQ(gNativeAttemptAt, at) << "the wait continues";
   EXPECT_THAT(driveAt(at, 179.5), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
   EXPECT_THAT(driveAt(at, 180), IsEmpty());

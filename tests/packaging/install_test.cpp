@@ -211,9 +211,9 @@ TEST(Install, refusesAnAppThatIsNotThere) {
 TEST(Install, installsNothingWhereTheProgramCannotControlTheCharge) {
   const ScratchMac mac;
 
-  const Finished run =
-      mac.install({}, {{"STAND_IN_PROBE",
-                        R"({"detail":"d","message":"No way, said it.","reason":"none","supported":false})"}});
+  const Finished run = mac.install(
+      {},
+      {{"FAKE_PROBE", R"({"detail":"d","message":"No way, said it.","reason":"none","supported":false})"}});
 
   EXPECT_EQ(run.errors, "No way, said it. Nothing was installed.\n");
   expectNothingHappened(mac, run);
@@ -222,7 +222,7 @@ TEST(Install, installsNothingWhereTheProgramCannotControlTheCharge) {
 TEST(Install, installsNothingThatDoesNotAnswerTheProbe) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({}, {{"STAND_IN_PROBE", "Could not open AppleSMC."}});
+  const Finished run = mac.install({}, {{"FAKE_PROBE", "Could not open AppleSMC."}});
 
   EXPECT_THAT(run.errors, HasSubstr("(\"Could not open AppleSMC.\"). Nothing was installed."));
   expectNothingHappened(mac, run);
@@ -234,7 +234,7 @@ TEST(Install, leavesAnOlderInstallationAloneWhereItRefuses) {
   mac.put(programFile, "older program");
   mac.forgetJournal();
 
-  EXPECT_EQ(mac.install({}, {{"STAND_IN_SIGNER", "ad hoc"}}).status, 1);
+  EXPECT_EQ(mac.install({}, {{"FAKE_SIGNER", "ad hoc"}}).status, 1);
 
   EXPECT_EQ(contents(mac.at(programFile)), "older program");
   EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
@@ -244,7 +244,7 @@ TEST(Install, leavesAnOlderInstallationAloneWhereItRefuses) {
 TEST(Install, refusesAProgramWithoutATeam) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({}, {{"STAND_IN_SIGNER", "ad hoc"}});
+  const Finished run = mac.install({}, {{"FAKE_SIGNER", "ad hoc"}});
 
   EXPECT_THAT(run.errors, HasSubstr("any process on this Mac could control the daemon"));
   expectNothingHappened(mac, run);
@@ -253,7 +253,7 @@ TEST(Install, refusesAProgramWithoutATeam) {
 TEST(Install, takesAProgramWithoutATeamWhenToldTo) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({"--allow-unsigned"}, {{"STAND_IN_SIGNER", "ad hoc"}});
+  const Finished run = mac.install({"--allow-unsigned"}, {{"FAKE_SIGNER", "ad hoc"}});
 
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_THAT(run.output, HasSubstr("Warning: no team has signed the program."));
@@ -263,7 +263,7 @@ TEST(Install, takesAProgramWithoutATeamWhenToldTo) {
 TEST(Install, refusesAProgramWithABrokenSignatureWhateverItIsTold) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({"--allow-unsigned"}, {{"STAND_IN_SIGNER", "unsigned"}});
+  const Finished run = mac.install({"--allow-unsigned"}, {{"FAKE_SIGNER", "unsigned"}});
 
   EXPECT_THAT(run.errors, HasSubstr("is missing or broken"));
   expectNothingHappened(mac, run);
@@ -272,7 +272,7 @@ TEST(Install, refusesAProgramWithABrokenSignatureWhateverItIsTold) {
 TEST(Install, wantsRoot) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({}, {{"STAND_IN_USER", "501"}});
+  const Finished run = mac.install({}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.errors, "This has to run as root (sudo).\n");
   expectNothingHappened(mac, run);
@@ -308,7 +308,7 @@ TEST(Install, followsNoLinkOnTheWayToTheProgram) {
 TEST(Install, triesAgainWhenTheLaunchServiceIsNotReady) {
   const ScratchMac mac;
 
-  EXPECT_EQ(mac.install({}, {{"STAND_IN_REFUSALS", "4"}}).status, 0);
+  EXPECT_EQ(mac.install({}, {{"FAKE_REFUSALS", "4"}}).status, 0);
 
   EXPECT_TRUE(mac.job());
 }
@@ -316,7 +316,7 @@ TEST(Install, triesAgainWhenTheLaunchServiceIsNotReady) {
 TEST(Install, reportsWhenTheLaunchServiceDoesNotTakeTheJob) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({}, {{"STAND_IN_REFUSALS", "5"}});
+  const Finished run = mac.install({}, {{"FAKE_REFUSALS", "5"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("launchd rejected the job."));
@@ -329,7 +329,7 @@ TEST(Install, givesUpOnAnOlderServiceThatDoesNotStop) {
   ASSERT_EQ(mac.install().status, 0);
   mac.forgetJournal();
 
-  const Finished run = mac.install({}, {{"STAND_IN_STUBBORN", "1"}});
+  const Finished run = mac.install({}, {{"FAKE_STUBBORN", "1"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("The running service does not stop."));
@@ -368,7 +368,7 @@ TEST(Install, refusesArgumentsThatMakeNoSense) {
 TEST(Install, explainsItselfToAnyone) {
   const ScratchMac mac;
 
-  const Finished run = mac.install({"--help"}, {{"STAND_IN_USER", "501"}});
+  const Finished run = mac.install({"--help"}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.output, HasSubstr("--allow-unsigned"));
@@ -396,7 +396,7 @@ int cutOffEverywhere(const Mend& mend) {
   for (int call = 1;; ++call) {
     SCOPED_TRACE("cut off at call " + std::to_string(call));
     const ScratchMac mac;
-    const Finished run = mac.install({}, {{"STAND_IN_KILL_AT", std::to_string(call)}});
+    const Finished run = mac.install({}, {{"FAKE_KILL_AT", std::to_string(call)}});
     if (!run.endSignal) return call - 1;
     expectWholeFiles(mac);
     mend(mac);

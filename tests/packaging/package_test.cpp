@@ -30,7 +30,7 @@ class Package : public ::testing::Test {
     words.insert(words.end(), arguments.begin(), arguments.end());
     Environment all = environment;
     all.merge(Environment{{"BRISKO_ROOT", mac.at("")},
-                          {"STAND_IN_MAC", mac.at("/tmp")},
+                          {"FAKE_MAC", mac.at("/tmp")},
                           {"MAKEFLAGS", ""},
                           {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
     return run("/bin/sh", words, all);
@@ -127,11 +127,11 @@ class PackageOfAProgram : public Package, public ::testing::WithParamInterface<L
 TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
   const auto& [sdks, accepted, refusal] = GetParam();
   for (const Words& target : {Words{"sign", "IDENTITY=-"}, Words{"package", "INSTALLER_IDENTITY=Some One"}}) {
-    const Finished run = make(target, {{"STAND_IN_SDKS", sdks}});
+    const Finished run = make(target, {{"FAKE_SDKS", sdks}});
     EXPECT_EQ(run.status == 0, accepted) << target[0] << ": " << run.errors;
     EXPECT_THAT(run.errors, HasSubstr(refusal));
   }
-  EXPECT_EQ(make({"check-sdk"}, {{"STAND_IN_SDKS", sdks}}).status == 0, accepted);
+  EXPECT_EQ(make({"check-sdk"}, {{"FAKE_SDKS", sdks}}).status == 0, accepted);
   EXPECT_EQ(calls().find("codesign") != std::string::npos, accepted);
 }
 
@@ -162,8 +162,8 @@ Finished configureWithSdk(const std::string& version, const std::string& path = 
   const std::string sysroot = path == "macosx" ? "" : path;
   return run("/bin/sh",
              {"-c", R"(exec cmake "-DCMAKE_OSX_SYSROOT=$1" -P "$2")", "sh", sysroot, BRISKO_SDK_CHECK},
-             {{"STAND_IN_SDK", version},
-              {"STAND_IN_SYSROOT", path},
+             {{"FAKE_SDK", version},
+              {"FAKE_SYSROOT", path},
               {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
 }
 

@@ -42,8 +42,8 @@ class RealDaemon : public ::testing::Test {
     return run("/bin/sh", {std::string(BRISKO_PACKAGING) + "/uninstall-service.sh"},
                {{"BRISKO_ROOT", mac.folder() + "/volume"},
                 {"BRISKO_VIRTUAL_MAC", mac.folder()},
-                {"STAND_IN_MAC", tools.path()},
-                {"STAND_IN_SECOND", "0.2"},
+                {"FAKE_MAC", tools.path()},
+                {"FAKE_SECOND", "0.2"},
                 {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
   }
 

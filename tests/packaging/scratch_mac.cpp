@@ -56,10 +56,8 @@ Finished ScratchMac::runScript(const std::string& path, const Words& arguments,
   Words words{"-c", "SCRIPT_PID=$$; export SCRIPT_PID; exec \"$@\"", "sh", shell_, path};
   words.insert(words.end(), arguments.begin(), arguments.end());
   Environment all = environment;
-  all.merge(Environment{{"BRISKO_ROOT", root_},
-                        {"STAND_IN_MAC", mac_},
-                        {"STAND_INS", fakes},
-                        {"PATH", fakes + ":/usr/bin:/bin"}});
+  all.merge(Environment{
+      {"BRISKO_ROOT", root_}, {"FAKE_MAC", mac_}, {"FAKES", fakes}, {"PATH", fakes + ":/usr/bin:/bin"}});
   return run("/bin/sh", words, all);
 }
 

@@ -186,7 +186,7 @@ TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
-  const Finished run = mac.uninstall({}, {{"STAND_IN_INTERRUPT", "1"}});
+  const Finished run = mac.uninstall({}, {{"FAKE_INTERRUPT", "1"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(mac.journal(), Contains("charge given back, the job there"));
@@ -198,7 +198,7 @@ TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
 TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   mac.crash();
 
-  const Finished run = mac.uninstall({}, {{"STAND_IN_BROKEN", "134"}});
+  const Finished run = mac.uninstall({}, {{"FAKE_BROKEN", "134"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors,
@@ -209,7 +209,7 @@ TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
 TEST_F(Uninstall, endsAProgramThatDoesNotWantTo) {
   mac.crash();
 
-  const Finished run = mac.uninstall({}, {{"STAND_IN_DEAF", "1"}});
+  const Finished run = mac.uninstall({}, {{"FAKE_DEAF", "1"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("so the charge may still be held."));
@@ -230,7 +230,7 @@ TEST_F(Uninstall, reportsWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
 TEST_F(Uninstall, removesNothingUnderAServiceThatDoesNotStop) {
   const Words before = mac.added();
 
-  const Finished run = mac.uninstall({}, {{"STAND_IN_STUBBORN", "1"}});
+  const Finished run = mac.uninstall({}, {{"FAKE_STUBBORN", "1"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("does not stop, so nothing was removed."));
@@ -238,7 +238,7 @@ TEST_F(Uninstall, removesNothingUnderAServiceThatDoesNotStop) {
 }
 
 TEST_F(Uninstall, continuesWhenSomethingStays) {
-  const Finished run = mac.uninstall({}, {{"STAND_IN_STAYS", mac.at(programFile)}});
+  const Finished run = mac.uninstall({}, {{"FAKE_STAYS", mac.at(programFile)}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("Could not remove " + mac.at(programFile) + "\n"));
@@ -263,7 +263,7 @@ TEST_F(Uninstall, leavesTheFilesOfOthers) {
 TEST_F(Uninstall, wantsRoot) {
   const Words before = mac.added();
 
-  const Finished run = mac.uninstall({}, {{"STAND_IN_USER", "501"}});
+  const Finished run = mac.uninstall({}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.errors, "This has to run as root (sudo).\n");
@@ -283,7 +283,7 @@ TEST_F(Uninstall, refusesArgumentsThatMakeNoSense) {
 }
 
 TEST_F(Uninstall, explainsItselfToAnyone) {
-  const Finished run = mac.uninstall({"--help"}, {{"STAND_IN_USER", "501"}});
+  const Finished run = mac.uninstall({"--help"}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.output, HasSubstr("--keep-data"));
@@ -324,7 +324,7 @@ TEST(UninstallCutOff, isFinishedByTheNextOne) {
     const ScratchMac mac;
     ASSERT_EQ(mac.install().status, 0);
     mac.forgetJournal();
-    const Finished run = mac.uninstall({}, {{"STAND_IN_KILL_AT", std::to_string(call)}});
+    const Finished run = mac.uninstall({}, {{"FAKE_KILL_AT", std::to_string(call)}});
     if (!run.endSignal) {
       EXPECT_GT(call, 10);
       return;

@@ -86,7 +86,7 @@ class FileWatchContract : public ::testing::Test {
         });
   }
 
-  // Gives the loop more turns than any of these stories takes; what was delivered since the last call.
+  // Gives the loop more iterations than any of these tests takes; what was delivered since the last call.
   std::vector<std::string> delivered() {
     postMain([] { afterIterations(20); });
     runMain();

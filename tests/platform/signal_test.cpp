@@ -23,7 +23,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using virtual_mac::ChangeKind;
 
-// Handlers are plain functions, so their story is told here. Every test has a process of its own.
+// Handlers are plain functions, so what they do is recorded here. Every test has a process of its own.
 std::vector<std::string> gEvents;
 
 void tell(int signal) { gEvents.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"); }

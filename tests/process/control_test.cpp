@@ -180,7 +180,7 @@ TEST(LiveControl, purgesAllDataAndWritesNoneAgain) {
   EXPECT_FALSE(test::exists(logs));
 }
 
-// When the log says that something happened, seconds since midnight; -1 when it does not say it.
+// When something happened by its line in the log, seconds since midnight; -1 without such a line.
 double timeOf(const std::string& log, const std::string& text, bool last = false) {
   const std::size_t at = last ? log.rfind(text) : log.find(text);
   if (at == std::string::npos) return -1;

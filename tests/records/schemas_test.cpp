@@ -1,4 +1,4 @@
-// The schemas in docs/schemas: that they bite, that they take what is right, and that docs/files.md says the
+// The schemas in docs/schemas: they reject what is wrong, accept what is right, and docs/files.md says the
 // same.
 
 #include <cstdio>

@@ -503,7 +503,7 @@ TEST_F(NativeService, takesTheChargeAgainAfterThirtySecondsWithoutARemoval) {
   const auto lines = newLines();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.front(), takenAgainLine);
-  EXPECT_GT(gLastPct, 0) << "a pass of the tick follows at once";
+  EXPECT_GT(gLastPct, 0) << "a tick follows at once";
   run(60);
   EXPECT_THAT(newLines(), Not(::testing::Contains(takenAgainLine)));
 }

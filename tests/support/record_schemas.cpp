@@ -80,7 +80,7 @@ std::optional<std::string> flawInRecord(std::string_view bytes, const std::strin
   return bytes.empty() ? std::nullopt : flawIn(bytes, kind);
 }
 
-// What was judged once is not judged again: by path, all that stood there then.
+// What was checked once is not checked again: by path, its contents at that time.
 std::map<std::string, std::string>& everChecked() {
   static std::map<std::string, std::string> checked;
   return checked;

@@ -99,7 +99,7 @@ bool sleepsInTheBand(DemoMac& mac) {
 }
 
 bool sleepsBelowTheBand(DemoMac& mac) {
-  mac.title("A night below the band: charging goes on, and one wake is scheduled to end it");
+  mac.title("A night below the band: charging continues, and one wake is scheduled to end it");
   return mac.vmac({"set", "charge=65"}) &&
          // The wake is computed from the current, which the gauge publishes once a minute.
          mac.await("charging in the evening", deadline,
@@ -116,7 +116,7 @@ bool sleepsBelowTheBand(DemoMac& mac) {
                      return mac.logged("→ state: hold") && !chargingIsOpen(machine) && level(machine) > 83;
                    }) &&
          mac.observe(
-             "a charge that stands still until the morning", 4,
+             "a charge that stays the same until the morning", 4,
              [](const Machine& machine) { return level(machine) < 92 && !chargingIsOpen(machine); }) &&
          mac.vmac({"speed", "150"}) && mac.vmac({"wake"}) &&
          mac.await("a hold in the morning", deadline, [](const Machine& machine) {

@@ -3,9 +3,9 @@
 # shellcheck shell=sh
 
 call() {
-  printf '%s\n' "$*" | sed "s|$BRISKO_ROOT/|/|g; s|/tmp/brisko-[a-z]*\.[A-Za-z0-9]*|/tmp/SCRATCH|g" >>"$STAND_IN_MAC/journal"
-  calls=$(wc -l <"$STAND_IN_MAC/journal")
-  if [ "$calls" -eq "${STAND_IN_KILL_AT:-0}" ]; then
+  printf '%s\n' "$*" | sed "s|$BRISKO_ROOT/|/|g; s|/tmp/brisko-[a-z]*\.[A-Za-z0-9]*|/tmp/SCRATCH|g" >>"$FAKE_MAC/journal"
+  calls=$(wc -l <"$FAKE_MAC/journal")
+  if [ "$calls" -eq "${FAKE_KILL_AT:-0}" ]; then
     "${1}_cut_off" "$@" 2>/dev/null
     kill -KILL "$SCRIPT_PID"
     exit 1

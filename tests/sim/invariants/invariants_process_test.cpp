@@ -374,7 +374,7 @@ TEST_F(ProcessInvariants, wantTheStatisticsToBeginAnewTwiceAtMost) {
 TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
   schedulesWakeIn(600);
   iteration();
-  EXPECT_THAT(found(), IsEmpty()) << "an earlier life's";
+  EXPECT_THAT(found(), IsEmpty()) << "an earlier process's";
   schedulesWakeIn(700);
   iteration();
   EXPECT_THAT(found(), IsEmpty());

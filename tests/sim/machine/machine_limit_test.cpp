@@ -466,7 +466,7 @@ TEST_F(Limit, isNotSetAsideByADateOfThePast) {
   notify(mac.machine, *mac.journal, limitNotification);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
-  EXPECT_EQ(current(), 0) << "not even for a moment: the battery goes on resting";
+  EXPECT_EQ(current(), 0) << "not even for a moment: the battery stays at rest";
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -161,7 +161,7 @@ TEST(MachineSmc, obeysAgainAfterItWasHealed) {
   EXPECT_TRUE(chargingIsOpen(mac.machine));
 
   mac.key(ChangeKind::keyOnWrite, "CHTE", byteOf(OnWrite::obey));
-  EXPECT_TRUE(chargingIsOpen(mac.machine));  // nobody wrote yet
+  EXPECT_TRUE(chargingIsOpen(mac.machine));  // nothing was written yet
   EXPECT_EQ(mac.write("CHTE", stop), accepted);
   EXPECT_FALSE(chargingIsOpen(mac.machine));
 }

@@ -21,7 +21,7 @@ using test::ScratchFolder;
 void useMachineIn(const std::string& folder) {
   ::setenv("BRISKO_VIRTUAL_MAC", folder.c_str(), 1);
   (void)platform::wallNow();
-  std::fputs("went on\n", stderr);
+  std::fputs("continued\n", stderr);
 }
 
 TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenItsFolderIsMissing) {

@@ -223,7 +223,7 @@ TEST_F(Uninstall, reportsWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
   const Finished run = mac.uninstall();
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("its program is gone: the charge may still be held."));
+  EXPECT_THAT(run.errors, HasSubstr("its program is missing: the charge may still be held."));
   expectNothingLeft();
 }
 
@@ -305,7 +305,7 @@ TEST_F(Uninstall, isMendedByAnInstallationWhenCutOffWithTheDataAside) {
   const Finished run = mac.install();
 
   EXPECT_EQ(run.status, 0) << run.errors;
-  EXPECT_THAT(run.output, HasSubstr("Put the data of before back"));
+  EXPECT_THAT(run.output, HasSubstr("Restored the previous data to "));
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }

@@ -70,7 +70,7 @@ TEST(LiveSleep, isLeftForADarkWakeInWhichTheTimersRun) {
   EXPECT_TRUE(mac.logs("→ state: allow"));
   static_cast<void>(mac.vmac("speed", {"6000"}));
   EXPECT_TRUE(falls(mac)) << "and it sleeps on";
-  const std::string journal = mac.vmac("show", {"--journal", "100"});
+  const std::string journal = mac.vmac("show", {"--journal", "8192"});
   EXPECT_THAT(journal, HasSubstr("allowed CanSystemSleep"));
   EXPECT_LT(journal.find("heard WillSleep"), journal.find("allowed WillSleep"));
   EXPECT_THAT(journal, Not(HasSubstr("heard HasPoweredOn")));

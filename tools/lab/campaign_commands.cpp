@@ -91,7 +91,7 @@ void addCampaignCommands(CLI::App& program, std::function<int()>& chosen) {
       ->default_str(".");
   campaign->callback([line, &chosen] { chosen = [line] { return startCampaign(*line); }; });
 
-  CLI::App* scenario = program.add_subcommand("description", "print the scenario generated from a seed");
+  CLI::App* scenario = program.add_subcommand("generate", "print the scenario generated from a seed");
   scenario->add_option("--seed", line->seeds, "a number")->required();
   addOptions(*scenario, *line);
   scenario->callback([line, &chosen] { chosen = [line] { return printScenario(*line); }; });

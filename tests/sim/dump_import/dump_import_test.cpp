@@ -181,7 +181,7 @@ TEST(DumpImport, reportsWhatIsWrongWithItsContent) {
   EXPECT_THAT(refusalOf(R"({"CurrentCapacity":4000,"MaxCapacity":5000})"), HasSubstr("not a percentage"));
   EXPECT_THAT(refusalOf(R"({"CurrentCapacity":101,"MaxCapacity":100})"), HasSubstr("not a percentage"));
   EXPECT_THAT(refusalOf(R"({"CurrentCapacity":50,"MaxCapacity":100})"),
-              HasSubstr("how much the battery holds"));
+              HasSubstr("the battery's capacity"));
 }
 
 TEST(DumpImport, leavesOutAKeyWithAZeroByte) {

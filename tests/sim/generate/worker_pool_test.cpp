@@ -103,7 +103,7 @@ TEST_F(WorkerPoolTest, areKilledAfterTheTimeout) {
       },
       milliseconds(200));
   EXPECT_EQ(verdict.result, Result::crashed);
-  EXPECT_THAT(verdict.seen, HasSubstr("said nothing"));
+  EXPECT_THAT(verdict.seen, HasSubstr("reported nothing"));
 }
 
 TEST_F(WorkerPoolTest, areCancelledOnRequest) {

@@ -127,7 +127,7 @@ TEST_F(LabProgram, printsTheScenarioOfASeedThatItCanRun) {
   EXPECT_EQ(generated.status, 0);
   test::put(folder.path("generated.json"), generated.output);
   EXPECT_EQ(run("run " + folder.path("generated.json")).status, 0);
-  EXPECT_EQ(run("description").status, 2);
+  EXPECT_EQ(run("generate").status, 2);
 }
 
 TEST_F(LabProgram, listsWhatCanHappen) {

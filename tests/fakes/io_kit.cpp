@@ -33,6 +33,7 @@ struct IONotificationPort {
 namespace brisko::fakes {
 
 std::size_t gAnswerBytes = std::tuple_size_v<platform::SmcRecord>;
+bool gNotifiesOfPowerSources = true;
 std::function<void(const platform::SmcRecord&)> gBeforeAnswer;
 
 namespace {
@@ -306,7 +307,7 @@ CFDictionaryRef IOPSGetPowerSourceDescription(CFTypeRef snapshot, CFTypeRef sour
 }
 
 CFRunLoopSourceRef IOPSNotificationCreateRunLoopSource(IOPowerSourceCallbackType callback, void* context) {
-  if (machineStore() == nullptr) return nullptr;
+  if (machineStore() == nullptr || !gNotifiesOfPowerSources) return nullptr;
   const virtual_mac::HeardChanges before{.count = machineStore()->view().machine().powerSource.changes};
   const auto arrived = [callback, context, heard = before](const Machine& machine) mutable {
     std::vector<Work> work;

@@ -32,6 +32,9 @@ extern std::function<void()> gAfterOpen;
 // otherwise; what is missing stays as it was.
 extern std::size_t gAnswerBytes;
 
+// Whether the system notifies of power source changes. It does, unless a test says otherwise.
+extern bool gNotifiesOfPowerSources;
+
 // Called with what was asked, once the controller has done it and before the call comes back with the answer.
 extern std::function<void(const platform::SmcRecord& asked)> gBeforeAnswer;
 

@@ -180,8 +180,7 @@ TEST(DumpImport, reportsWhatIsWrongWithItsContent) {
               HasSubstr("no battery"));
   EXPECT_THAT(refusalOf(R"({"CurrentCapacity":4000,"MaxCapacity":5000})"), HasSubstr("not a percentage"));
   EXPECT_THAT(refusalOf(R"({"CurrentCapacity":101,"MaxCapacity":100})"), HasSubstr("not a percentage"));
-  EXPECT_THAT(refusalOf(R"({"CurrentCapacity":50,"MaxCapacity":100})"),
-              HasSubstr("the battery's capacity"));
+  EXPECT_THAT(refusalOf(R"({"CurrentCapacity":50,"MaxCapacity":100})"), HasSubstr("the battery's capacity"));
 }
 
 TEST(DumpImport, leavesOutAKeyWithAZeroByte) {

@@ -1,0 +1,37 @@
+// A Mac that refuses to notify of power source changes.
+
+#include "platform/power_sources.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fakes/system.h"
+#include "support/daemon_process.h"
+#include "support/virtual_mac.h"
+
+namespace brisko {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST(PowerSourcesWithoutNotification, reportThatThereIsNone) {
+  const test::VirtualMac mac;
+  fakes::gNotifiesOfPowerSources = false;
+  EXPECT_FALSE(platform::addPowerSourceNotification([] {}));
+}
+
+TEST(PowerSourcesWithoutNotification, areReadByTheHeartbeat) {
+  test::VirtualMac mac;
+  fakes::gNotifiesOfPowerSources = false;
+  test::DaemonProcess daemon(mac);
+  daemon.run(1);
+  ASSERT_TRUE(daemon.alive());
+  mac.unplug();
+  daemon.run(5);
+  EXPECT_THAT(mac.logLines().back(), HasSubstr("  ac  "));
+  daemon.run(7);
+  EXPECT_THAT(mac.logLines().back(), HasSubstr("  battery  "));
+}
+
+}  // namespace
+}  // namespace brisko

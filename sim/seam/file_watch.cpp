@@ -132,11 +132,17 @@ void collectFileEvents() {
 namespace platform {
 
 std::optional<int> openForEvents(const std::string& path) {
-  // A name can be lost in the moment after the file was opened. What has taken it is opened then.
-  for (int attempt = 0; attempt < 3; ++attempt) {
+  // A name can be lost in the moment after the file was opened. The file that has taken it is opened then,
+  // however often that happens. A file that stays and has no name is given up.
+  ino_t before = 0;
+  for (int unchanged = 0, attempt = 0; unchanged < 3 && attempt < 1000; ++attempt) {
     const auto descriptor = virtual_mac::openForNotices(path);
-    if (!descriptor || virtual_mac::fileState(*descriptor).named) return descriptor;
+    if (!descriptor) return std::nullopt;
+    const FileState state = virtual_mac::fileState(*descriptor);
+    if (state.named) return descriptor;
     ::close(*descriptor);
+    unchanged = state.status.st_ino == before ? unchanged + 1 : 1;
+    before = state.status.st_ino;
   }
   return std::nullopt;
 }

@@ -76,13 +76,19 @@ void notifyDeleted(void* context) {
 }  // namespace
 
 std::optional<int> openForEvents(const std::string& path) {
-  // A name can be lost in the moment after the file was opened. What has taken it is opened then.
-  for (int attempt = 0; attempt < 3; ++attempt) {
+  // A name can be lost in the moment after the file was opened. The file that has taken it is opened then,
+  // however often that happens. A file that stays and has no name is given up.
+  ino_t before = 0;
+  for (int unchanged = 0, attempt = 0; unchanged < 3 && attempt < 1000; ++attempt) {
     // Not blocking: a pipe would wait for its other end, opened for events alone or not.
     const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) return std::nullopt;
     if (!hasNoName(descriptor)) return descriptor;
+    struct stat status {};
+    const bool known = ::fstat(descriptor, &status) == 0;
     ::close(descriptor);
+    unchanged = !known || status.st_ino == before ? unchanged + 1 : 1;
+    before = status.st_ino;
   }
   return std::nullopt;
 }

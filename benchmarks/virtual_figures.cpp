@@ -150,14 +150,14 @@ class Year {
       return begin_ + today + morning;
     }
     yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.pendingWakes());
-    machine_.change({.kind = virtual_mac::ChangeKind::wake});
+    machine_.change({.kind = virtual_mac::ChangeKind::openLid});
     return begin_ + today + day + evening;
   }
 
   void toBed() {
     const auto charge = std::uniform_int_distribution<int>(40, 95)(random_);
     machine_.change({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
-    machine_.change({.kind = virtual_mac::ChangeKind::sleep});
+    machine_.change({.kind = virtual_mac::ChangeKind::closeLid});
     yearFigures_.nights += 1;
   }
 

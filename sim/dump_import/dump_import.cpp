@@ -209,6 +209,13 @@ Model modelOf(const Reading& reading) {
   return model;
 }
 
+// A dump with 100 % shows from which charge on this battery shows them, at the latest.
+void setShownAsFull(Machine& machine, const Reading& reading) {
+  if (!reading.chargeMAh || reading.percent < 100) return;
+  virtual_mac::Battery& battery = machine.battery;
+  battery.showsFullFrom = std::min(battery.showsFullFrom, *reading.chargeMAh / battery.fullMAh);
+}
+
 // Takes the gauge's own charge, unless that would show another percentage than the dump does.
 void setCharge(Machine& machine, const Reading& reading) {
   if (!reading.chargeMAh) return;
@@ -275,6 +282,7 @@ std::optional<Machine> machineFromDump(const Dictionary& dump, const Dictionary*
   machine.model =
       virtual_mac::shortText("MacBook, " + std::to_string(std::llround(model.designMAh)) + " mAh");
   machine.layout = reading->layout;
+  setShownAsFull(machine, *reading);
   setCharge(machine, *reading);
   setMoment(machine, *reading);
   return machine;

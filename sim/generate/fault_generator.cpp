@@ -128,7 +128,11 @@ constexpr std::array usual{
     Usual{"macos", 14, 27},
     Usual{"capabilities", 0, 15},
     Usual{"dark-wake", 10, 300},
-    Usual{"scheduled-wakes", 0, 120},
+    Usual{"scheduled-wakes", 0, 1},
+    Usual{"battery-wakes", 5, 45},
+    Usual{"adapter-wakes", 0, 1},
+    Usual{"cut-keeps-external", 0, 1},
+    Usual{"late-capabilities", 0, 5},
     Usual{"limit", 80, 100},
     Usual{"charge-to-full", 0, 43200},
     Usual{"limit-put-back", 5, 3600},
@@ -180,6 +184,8 @@ constexpr std::array repairs{
     Repair{"ups-first", "power-sources-healed"},
     Repair{"battery-out", "battery-in"},
     Repair{"weak-adapter", "plug"},
+    Repair{"idle-sleep-vetoed", "sleep-granted"},
+    Repair{"sleep-cancelled", "sleep-granted"},
     Repair{"sleep-refused", "sleep-granted"},
     Repair{"schedule-refused", "schedule-granted"},
     Repair{"no-power-clients", "power-clients"},
@@ -403,25 +409,14 @@ void damageFiles(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeli
 // --- Common faults
 
 RandomFault commonFault(const MacTraits& mac, Rng& rng) {
-  constexpr std::array<std::string_view, 19> names{"late-power-source",
-                                                   "weak-adapter",
-                                                   "light-taken",
-                                                   "sleep-refused",
-                                                   "schedule-refused",
-                                                   "ups-first",
-                                                   "no-power-snapshot",
-                                                   "property-missing",
-                                                   "limit-put-back",
-                                                   "kill",
-                                                   "interrupt",
-                                                   "terminate",
-                                                   "trickle",
-                                                   "slow-current",
-                                                   "no-power-clients",
-                                                   "limit-state-unreadable",
-                                                   "limit-delay",
-                                                   "kill-at-exchange",
-                                                   "charge"};
+  constexpr std::array<std::string_view, 21> names{
+      "late-power-source", "weak-adapter",     "light-taken",
+      "sleep-refused",     "sleep-cancelled",  "idle-sleep-vetoed",
+      "schedule-refused",  "ups-first",        "no-power-snapshot",
+      "property-missing",  "limit-put-back",   "kill",
+      "interrupt",         "terminate",        "trickle",
+      "slow-current",      "no-power-clients", "limit-state-unreadable",
+      "limit-delay",       "kill-at-exchange", "charge"};
   RandomFault randomFault = addFaultAt(*virtual_mac::findFault(rng.oneOf(names)), mac, rng);
   if (randomFault.action.is_object() && randomFault.action.contains("charge")) {
     // A gauge that recalibrates itself jumps, but never far.
@@ -478,7 +473,6 @@ std::vector<ScenarioJson> randomQuirks(Rng& rng) {
   choose({"limit-drains", "limit-waits"});
   choose({"no-limit-shown-as-100", "no-limit-shown-as-0"});
   choose({"light-taken", "light-left"});
-  if (rng.oneIn(3)) quirks.push_back(actionOf("scheduled-wakes", rng.between(0, 120)));
   if (rng.oneIn(4)) quirks.push_back(actionOf("limit", 5 * rng.between(16, 20)));
   return quirks;
 }

@@ -2,8 +2,10 @@
 
 #include <array>
 #include <string>
+#include <utility>
 
 #include "sim/generate/fault_generator.h"
+#include "sim/generate/night_generator.h"
 #include "sim/generate/user_generator.h"
 
 // No two random numbers may be drawn in the arguments of one call: compilers differ in the order in which
@@ -16,6 +18,7 @@ namespace {
 constexpr std::uint64_t macStream = 1;
 constexpr std::uint64_t userStream = 2;
 constexpr std::uint64_t faultStream = 3;
+constexpr std::uint64_t nightStream = 4;
 
 struct Model {
   const char* name;
@@ -92,7 +95,7 @@ void addFaults(const GeneratedMac& mac, Faults faults, std::uint64_t seed, Gener
                Timeline& timeline) {
   if (faults == Faults::none) return;
   Rng rng(seed, faultStream);
-  scenario.before = randomQuirks(rng);
+  for (ScenarioJson& quirk : randomQuirks(rng)) scenario.before.push_back(std::move(quirk));
   const ScenarioJson settings = scenario.settings.value_or(randomSettings(rng));
   if (faults == Faults::some) return addCommonFaults(mac.traits, settings, rng, timeline);
   if (rng.oneIn(15)) scenario.settings = oddSettings(rng);
@@ -109,9 +112,26 @@ std::string_view nameOf(Faults faults) {
 }
 
 std::span<const std::string_view> everydayActions() {
-  static constexpr std::array<std::string_view, 12> names{
-      "plug",      "unplug",          "load",  "ambient",        "sleep",    "idle-sleep", "wake",
-      "dark-wake", "scheduled-wakes", "limit", "charge-to-full", "terminate"};
+  static constexpr std::array<std::string_view, 20> names{"plug",
+                                                          "unplug",
+                                                          "load",
+                                                          "ambient",
+                                                          "close-lid",
+                                                          "open-lid",
+                                                          "sleep",
+                                                          "idle-sleep",
+                                                          "wake",
+                                                          "limit",
+                                                          "charge-to-full",
+                                                          "terminate",
+                                                          "scheduled-wakes",
+                                                          "battery-wakes",
+                                                          "adapter-wakes",
+                                                          "cut-keeps-external",
+                                                          "late-capabilities",
+                                                          "quiet-nights",
+                                                          "upkeep-nights",
+                                                          "busy-nights"};
   return names;
 }
 
@@ -120,6 +140,8 @@ GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults
   Rng macRng(seed, macStream);
   const GeneratedMac mac = makeMac(macRng);
   scenario.mac = mac.words;
+  Rng nightRng(seed, nightStream);
+  scenario.before = randomNights(nightRng);
   Timeline timeline(mac.clock, scenario.seconds);
 
   Rng userRng(seed, userStream);

@@ -23,7 +23,7 @@ std::int64_t about(std::int64_t day, std::int64_t minute, std::int64_t jitter, R
   return timeline.moment(day, minute) + rng.between(-jitter * 60, jitter * 60);
 }
 
-ScenarioJson goToSleep(const Habits& habits) { return habits.closesLid ? "sleep" : "idle-sleep"; }
+ScenarioJson goToSleep(const Habits& habits) { return habits.closesLid ? "close-lid" : "idle-sleep"; }
 
 bool isWeekend(std::int64_t day) { return day % 7 >= 5; }
 
@@ -33,13 +33,13 @@ bool isWeekend(std::int64_t day) { return day % 7 >= 5; }
 void workAtDesk(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   if (isWeekend(day)) {
     const std::int64_t from = about(day, noon, 120, rng, timeline);
-    timeline.note(from, "wake");
-    timeline.note(from + rng.between(600, 7200), "sleep");
+    timeline.note(from, "open-lid");
+    timeline.note(from + rng.between(600, 7200), "close-lid");
     return;
   }
   const std::int64_t start = about(day, habits.wakesAt + 60, 25, rng, timeline);
   timeline.note(start, "plug");
-  timeline.note(start + 20, "wake");
+  timeline.note(start + 20, "open-lid");
   for (std::int64_t meeting = rng.between(0, 2); meeting > 0; --meeting) {
     const std::int64_t from = about(day, noon + 60, 200, rng, timeline);
     timeline.note(from, "unplug");
@@ -47,12 +47,12 @@ void workAtDesk(std::int64_t day, const Habits& habits, Rng& rng, Timeline& time
   }
   const std::int64_t lunch = about(day, noon + 15, 20, rng, timeline);
   timeline.note(lunch, goToSleep(habits));
-  timeline.note(lunch + rng.between(1500, 4500), "wake");
+  timeline.note(lunch + rng.between(1500, 4500), "open-lid");
   const std::int64_t leaving = about(day, 17 * hour + 30, 40, rng, timeline);
   timeline.note(leaving, "unplug");
-  timeline.note(leaving + 5, "sleep");
+  timeline.note(leaving + 5, "close-lid");
   if (rng.percent(50)) {
-    timeline.note(about(day, 20 * hour + 30, 30, rng, timeline), "wake");
+    timeline.note(about(day, 20 * hour + 30, 30, rng, timeline), "open-lid");
     if (rng.percent(30)) timeline.note(about(day, 22 * hour, 30, rng, timeline), "plug");
   }
 }
@@ -61,18 +61,18 @@ void workAtDesk(std::int64_t day, const Habits& habits, Rng& rng, Timeline& time
 void commute(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   const std::int64_t leaving = about(day, habits.wakesAt, 10, rng, timeline);
   timeline.note(leaving, "unplug");
-  timeline.note(leaving + 900, "wake");
-  timeline.note(leaving + 2700, "sleep");
+  timeline.note(leaving + 900, "open-lid");
+  timeline.note(leaving + 2700, "close-lid");
   if (!isWeekend(day)) {
     timeline.note(leaving + 4000, "plug");
-    timeline.note(leaving + 4030, "wake");
+    timeline.note(leaving + 4030, "open-lid");
     const std::int64_t home = about(day, 17 * hour + 30, 30, rng, timeline);
     timeline.note(home, "unplug");
-    timeline.note(home + 10, "sleep");
-    timeline.note(home + 1200, "wake");
-    timeline.note(home + 3600, "sleep");
+    timeline.note(home + 10, "close-lid");
+    timeline.note(home + 1200, "open-lid");
+    timeline.note(home + 3600, "close-lid");
   }
-  timeline.note(about(day, 20 * hour, 30, rng, timeline), "wake");
+  timeline.note(about(day, 20 * hour, 30, rng, timeline), "open-lid");
   timeline.note(about(day, habits.sleepsAt - 20, 15, rng, timeline), "plug");
 }
 
@@ -90,11 +90,11 @@ void standOnDock(std::int64_t day, const Habits& habits, Rng& rng, Timeline& tim
 void chargeAtNight(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   const std::int64_t up = about(day, habits.wakesAt, 15, rng, timeline);
   timeline.note(up, "unplug");
-  timeline.note(up + rng.between(0, 3600), "wake");
+  timeline.note(up + rng.between(0, 3600), "open-lid");
   for (std::int64_t nap = rng.between(0, 3); nap > 0; --nap) {
     const std::int64_t from = about(day, noon + 120, 240, rng, timeline);
     timeline.note(from, goToSleep(habits));
-    timeline.note(from + rng.between(600, 6000), "wake");
+    timeline.note(from + rng.between(600, 6000), "open-lid");
   }
   timeline.note(about(day, habits.sleepsAt - 10, 30, rng, timeline), "plug");
 }
@@ -103,12 +103,12 @@ void chargeAtNight(std::int64_t day, const Habits& habits, Rng& rng, Timeline& t
 void study(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
   std::int64_t now = about(day, habits.wakesAt, 30, rng, timeline);
   const std::int64_t night = timeline.moment(day, habits.sleepsAt);
-  timeline.note(now, "wake");
+  timeline.note(now, "open-lid");
   while (now < night) {
     now += rng.between(3000, 6600);
     timeline.note(now, goToSleep(habits));
     now += rng.between(300, 3600);
-    timeline.note(now, "wake");
+    timeline.note(now, "open-lid");
     if (rng.percent(35)) {
       timeline.note(now + 60, rng.oneIn(4) ? actionOf("plug", 30) : ScenarioJson("plug"));
       timeline.note(now + rng.between(1200, 9000), "unplug");
@@ -122,7 +122,7 @@ void study(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline)
 
 // Plugs in and unplugs at random moments, which may be days apart.
 void forget(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
-  timeline.note(about(day, habits.wakesAt + 60, 60, rng, timeline), "wake");
+  timeline.note(about(day, habits.wakesAt + 60, 60, rng, timeline), "open-lid");
   if (rng.percent(40)) timeline.note(about(day, noon, 240, rng, timeline), "plug");
   if (rng.percent(35)) timeline.note(about(day, noon + 300, 240, rng, timeline), "unplug");
 }
@@ -147,12 +147,8 @@ void night(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline)
     return;
   }
   timeline.note(bed, goToSleep(habits));
-  // If the Mac is not asleep by now, its user closes the lid.
-  if (rng.percent(70)) timeline.note(bed + 900, "sleep");
-  if (!habits.powerNap) return;
-  for (std::int64_t now = bed + 1200; now < up; now += rng.between(1200, 7200)) {
-    timeline.note(now, actionOf("dark-wake", rng.between(10, 180)));
-  }
+  // If the Mac is not asleep by now, its user closes the lid, or chooses Sleep from the menu.
+  if (rng.percent(70)) timeline.note(bed + 900, habits.closesLid ? "close-lid" : "sleep");
 }
 
 void work(std::int64_t day, const Habits& habits, Rng& rng, Timeline& timeline) {
@@ -366,7 +362,6 @@ Habits randomHabits(Rng& rng) {
           .wakesAt = rng.between(6 * hour, 9 * hour),
           .sleepsAt = rng.between(22 * hour, 25 * hour),
           .fiddling = static_cast<unsigned>(rng.oneOf(std::array{2, 5, 10, 60})),
-          .powerNap = rng.percent(70),
           .closesLid = rng.percent(60),
           .shutsDown = rng.oneIn(8),
           .heaviestLoad = rng.between(20, 90)};

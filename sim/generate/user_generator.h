@@ -20,7 +20,6 @@ struct Habits {
   std::int64_t wakesAt;       // minutes of the day
   std::int64_t sleepsAt;      // likewise; may be past midnight
   unsigned fiddling;          // percent of the days on which they change something in the app
-  bool powerNap;              // the Mac wakes for maintenance at night
   bool closesLid;             // else it falls asleep by itself
   bool shutsDown;             // else it stays asleep at night
   std::int64_t heaviestLoad;  // W

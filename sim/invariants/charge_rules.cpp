@@ -190,8 +190,10 @@ class Ceiling final : public Rule {
     const virtual_mac::Battery& battery = machine.battery;
     // The gauge publishes the charge once a minute, so the daemon learns up to a minute late that the limit
     // is reached.
-    const double inAMinute = 100 * battery.maxChargeMA / 60 / (battery.fullMAh * battery.shownFull);
     const auto upper = static_cast<double>(bandAskedFor(tick.settings).upper);
+    constexpr double belowLimit = 3;  // percent: where the last minute begins at the latest
+    const double most = virtual_mac::mostChargeMA(battery, std::max(upper - belowLimit, 0.0));
+    const double inAMinute = 100 * most / 60 / (battery.fullMAh * battery.shownFull);
     interval_ = {.settings = tick.settings,
                  .ceiling = upper + std::max(1.0, inAMinute),
                  .sleptSeconds = machine.system.sleptSeconds,

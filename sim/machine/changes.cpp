@@ -39,16 +39,26 @@ void setHealth(Battery& battery, double fullMAh) {
   battery.chargeMAh = std::min(share * battery.fullMAh, battery.fullMAh);
 }
 
+void connectAdapter(Machine& machine, bool present) {
+  if (machine.adapter.present == present) return;
+  machine.adapter.present = present;
+  wakeForAdapter(machine);
+}
+
 // Returns true when the change was one of these.
 bool changeBattery(Machine& machine, const Change& change) {
   Battery& battery = machine.battery;
   const double number = change.number;
   switch (change.kind) {
     case ChangeKind::plug:
-      machine.adapter = {true, bounded(number, 0, mostWatts)};
+      machine.adapter.watts = bounded(number, 0, mostWatts);
+      connectAdapter(machine, true);
       return true;
     case ChangeKind::unplug:
-      machine.adapter.present = false;
+      connectAdapter(machine, false);
+      return true;
+    case ChangeKind::cutKeepsExternal:
+      machine.adapter.staysConnectedWhenCut = flag(number);
       return true;
     case ChangeKind::charge:
       setShownLevel(battery, bounded(number, 0, 100));
@@ -183,24 +193,44 @@ void changeSignalAtExchange(Smc& smc, const Change& change) {
 
 // Returns true when the change was one of these.
 bool changePower(Machine& machine, const Change& change) {
+  SleepRefusal refusal = machine.sleep.refusal;
+  Nights nights = machine.sleep.nights;
   switch (change.kind) {
-    case ChangeKind::sleep:
+    case ChangeKind::closeLid:
       closeLid(machine);
+      return true;
+    case ChangeKind::openLid:
+      openLid(machine);
+      return true;
+    case ChangeKind::sleep:
+      commandSleep(machine);
       return true;
     case ChangeKind::idleSleep:
       askForSleep(machine);
       return true;
     case ChangeKind::wake:
-      wakeFully(machine);
+      wakeByUser(machine);
       return true;
     case ChangeKind::darkWake:
       wakeDark(machine, bounded(change.number, 0, mostSeconds));
       return true;
     case ChangeKind::sleepRefused:
-      machine.sleep.refused = flag(change.number);
+      if (name(change.number, SleepRefusal::inDarkness, refusal)) setRefusal(machine, refusal);
       return true;
     case ChangeKind::scheduledWakes:
-      machine.sleep.scheduledWakeSeconds = bounded(change.number, 0, mostSeconds);
+      machine.sleep.promotesScheduledWakes = flag(change.number);
+      return true;
+    case ChangeKind::batteryWakes:
+      machine.sleep.batteryWakeSeconds = bounded(change.number, 0, mostSeconds);
+      return true;
+    case ChangeKind::adapterWakes:
+      machine.sleep.adapterWakes = flag(change.number);
+      return true;
+    case ChangeKind::lateCapabilities:
+      machine.sleep.capabilitiesDelay = bounded(change.number, 0, mostSeconds);
+      return true;
+    case ChangeKind::nights:
+      if (name(change.number, Nights::busy, nights)) setNights(machine, nights);
       return true;
     case ChangeKind::scheduleStatus:
       machine.sleep.scheduleStatus = change.status;

@@ -33,6 +33,8 @@ std::string hexOf(const JournalEntry& entry) {
 }
 
 std::string messageName(std::uint32_t type) {
+  if (type == virtual_mac::willNotSleep) return "WillNotSleep";
+  if (type == virtual_mac::willPowerOn) return "WillPowerOn";
   switch (static_cast<platform::PowerMessage>(type)) {
     case platform::PowerMessage::canSystemSleep:
       return "CanSystemSleep";

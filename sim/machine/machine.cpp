@@ -128,7 +128,10 @@ Battery makeBattery(const Model& model, double percent) {
   battery.reserveMAh = model.reserveMAh;
   battery.cycles = model.cycles;
   battery.shownFull = model.shownFull;
+  battery.showsFullFrom = usualShowsFullFrom;
   battery.maxChargeMA = model.maxChargeMA;
+  battery.steps = model.steps;
+  battery.chargingWarmthC = model.chargingWarmthC;
   battery.resistanceOhm = model.resistanceOhm;
   battery.bandCharging = true;
   setShownLevel(battery, percent);
@@ -150,8 +153,8 @@ System makeSystem(const MachineOptions& options) {
 // Brings everything to rest and publishes it, as if the machine had been in this state for a while.
 void comeToRest(Machine& machine) {
   machine.powerSource.stateDueAt = -1;
-  machine.powerSource.onAdapter = adapterReachesBattery(machine);
-  settle(machine, machine.powerSource.onAdapter);
+  machine.powerSource.onAdapter = externalIsConnected(machine);
+  settle(machine, adapterReachesBattery(machine));
   machine.battery.currentMA = machine.battery.targetMA;
   machine.battery.temperatureC = restingTemperature(machine, machine.surroundings.loadWatts);
   publishGauge(machine);

@@ -21,7 +21,7 @@
 namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
-inline constexpr std::uint32_t machineVersion = 3;
+inline constexpr std::uint32_t machineVersion = 4;
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
@@ -91,19 +91,29 @@ struct Smc {
 // ---------------------------------------------------------------------------------------------------------
 // Battery, adapter, weather
 
+// From this share of the full charge on the charger asks for no more than this current.
+struct ChargeStep {
+  double share;
+  double mostMA;
+};
+using ChargeSteps = std::array<ChargeStep, 2>;  // in order of the charge
+
 struct Battery {
   bool installed;
   double designMAh;   // when new
   double fullMAh;     // its capacity today, by the gauge
   double reserveMAh;  // unusable charge below 0; the nominal capacity is full + reserve
   std::int64_t cycles;
-  double chargeMAh;      // 0 … fullMAh
-  double shownFull;      // share of fullMAh at which 100 % is shown
-  double maxChargeMA;    // constant-current phase
-  double resistanceOhm;  // of the pack
-  double currentMA;      // at this moment; negative while it drains
-  double targetMA;       // what the current is moving toward
-  double decaySeconds;   // how slowly the current follows a change; 0: at once
+  double chargeMAh;        // 0 … fullMAh
+  double shownFull;        // share of fullMAh that counts as 100 % …
+  double showsFullFrom;    // … but from 99 % on the percentage waits, and shows 100 only from this share on
+  double maxChargeMA;      // constant-current phase, nearly empty …
+  ChargeSteps steps;       // … and later on
+  double chargingWarmthC;  // °C by which a current warms it that fills it in one hour
+  double resistanceOhm;    // of the pack
+  double currentMA;        // at this moment; negative while it drains
+  double targetMA;         // what the current is moving toward
+  double decaySeconds;     // how slowly the current follows a change; 0: at once
   double temperatureC;
   bool fullyCharged;   // charging ended by itself; it begins again below rechargeLevel
   bool bandCharging;   // the firmware band's last direction
@@ -111,11 +121,13 @@ struct Battery {
   double trickleMA;    // what still flows in while charging is stopped; 0 on a healthy Mac
 };
 
-inline constexpr double rechargeLevel = 95;  // percent shown
+inline constexpr double rechargeLevel = 95;          // percent shown
+inline constexpr double usualShowsFullFrom = 0.985;  // of a Battery
 
 struct Adapter {
   bool present;
   double watts;
+  bool staysConnectedWhenCut;  // a cut does not clear the battery's external-connected flag
 };
 
 struct Surroundings {
@@ -189,16 +201,40 @@ struct System {
 // Sleep, wake and the power service. There is one client at most: the daemon.
 
 enum class SleepStage : std::uint8_t {
-  none,       // awake or asleep, with no change under way
+  none,       // awake, asleep, or on the dark part of the way to sleep
   asked,      // before idle sleep the client is asked for permission; waits for its answer
   announced,  // the sleep is announced; waits for the client's answer
-  falling,    // every client has answered or timed out
 };
 
-inline constexpr double answerTimeout = 30;      // seconds; then the sleep proceeds without the answer
-inline constexpr double fallingSeconds = 2;      // from the last answer to the sleep itself
-inline constexpr double poweredOnDelay = 2;      // from the beginning of a full wake to its message
+// What keeps a sleep from happening that was asked for or announced.
+enum class SleepRefusal : std::uint8_t {
+  none,
+  vetoed,      // somebody answers the question before an idle sleep with no
+  cancelled,   // after the announcement, while the Mac is still fully awake
+  inDarkness,  // in the dark part of the way to sleep, which then does not end
+};
+
+// What wakes the Mac at night without being asked to by us.
+enum class Nights : std::uint8_t {
+  quiet,   // nothing
+  upkeep,  // the upkeep of the network name service, every two hours
+  busy,    // Wi-Fi and Bluetooth too: every 5 to 17 minutes, for 2 to 180 s
+};
+
+inline constexpr double answerTimeout = 30;  // seconds; then the sleep proceeds without the answer
+inline constexpr double lingerSeconds = 5;   // dark, from the last answer to the sleep itself
+inline constexpr double adapterLinger =
+    45;  // with an adapter powerd keeps the Mac awake this long after a wake
+inline constexpr double poweredOnDelay = 2;  // from the beginning of a full wake to its message
+inline constexpr double clamshellDelay = 5;  // from the beginning of a full wake to the sleep of a closed Mac
+inline constexpr double idleDelay = 60;      // until a Mac that nobody uses is to fall asleep again
+inline constexpr double vetoSeconds = 60;    // no idle sleep when a scheduled wake comes due within this time
+inline constexpr double upkeepPeriod = 7200;     // seconds
 inline constexpr std::uint32_t lateTimeout = 3;  // a client late this often in a row is no longer waited for
+
+// Messages that a client receives and must not answer, besides the one about the full wake.
+inline constexpr std::uint32_t willNotSleep = 0xE0000290;
+inline constexpr std::uint32_t willPowerOn = 0xE0000320;
 
 // A message to the client; `type` has the system's numbers. The client answers with the token.
 struct PowerNotice {
@@ -212,22 +248,35 @@ inline constexpr std::size_t noticePlaces = 32;
 
 // A scheduled power event, as the system stores it on the disk.
 struct ScheduledEvent {
-  bool pending;
-  double date;  // wall clock
+  bool pending;  // listed, be its date past or not
+  bool over;     // it has come due, or was in the past already when it was added
+  double date;   // wall clock
   ShortText identifier;
   ShortText type;  // "wake" and "wakepoweron" end a sleep; other types have no effect
 };
-inline constexpr std::size_t scheduledPlaces = 16;
+inline constexpr std::size_t scheduledPlaces = 1000;
 
 struct Sleep {
   SleepStage stage;
-  double stageEndsAt;           // machine time at which the stage ends by itself; < 0 never
-  bool dark;                    // awake for maintenance, display off
-  double darkUntil;             // machine time at which it falls asleep again; < 0 never
-  double poweredOnAt;           // machine time of the message about the full wake; < 0 none pending
-  bool refused;                 // announced sleeps are aborted
-  double scheduledWakeSeconds;  // length of a scheduled wake; 0: it is a full wake
+  double stageEndsAt;  // machine time at which the stage ends by itself; < 0 never
+  bool lidClosed;
+  bool dark;            // awake with the display off: in a dark wake, and at the end of the way to sleep
+  double darkUntil;     // machine time at which it falls asleep again; < 0 never
+  double heldUntil;     // a sleep begun before this machine time stays dark until then; < 0 not held
+  double poweredOnAt;   // machine time of the message about the full wake; < 0 none pending
+  double fullAt;        // … at which "System Capabilities" shows that wake; < 0 none pending
+  double unattendedAt;  // … at which a Mac that nobody uses is to go to sleep again; < 0 never
+  double nightWakeAt;   // … of the next dark wake of the night; < 0 none
+  // The choices of this machine.
+  SleepRefusal refusal;
+  Nights nights;
+  bool promotesScheduledWakes;  // with the lid closed on an adapter they become full for some seconds
+  double batteryWakeSeconds;    // length of a dark wake on battery
+  bool adapterWakes;            // a dark wake when the adapter comes or goes
+  double capabilitiesDelay;     // seconds from the message about the full wake until the capabilities show it
+  std::uint64_t wakes;          // out of sleep so far, dark ones too
   std::array<ScheduledEvent, scheduledPlaces> events;
+  std::uint32_t eventPlaces;              // the places from here on are empty
   platform::KernelStatus scheduleStatus;  // not 0: scheduling fails with it
   bool refusesClients;
   std::int64_t client;        // process id of the registered client; 0 none
@@ -387,12 +436,19 @@ enum class ChangeKind : std::uint8_t {
   signalAtExchange,  // number: signal; status: how many exchanges from now
   batteryInstalled,  // number 0 or 1
   lightTaken,        // number 0 or 1
-  sleep,             // the lid is closed: announced without asking; from a dark wake without a message
+  closeLid,          // a full wake ends in a sleep that is announced without asking
+  openLid,           // a full wake; cancels a sleep that is only announced
+  sleep,             // by command: announced without asking; from a dark wake without a message
   idleSleep,         // the Mac is unused: asked first. Only from a full wake
-  wake,              // a full wake
+  wake,              // somebody uses it: like openLid, but the lid stays as it is
   darkWake,          // number: seconds until it sleeps again
-  sleepRefused,      // number 1: announced sleeps are aborted, 0: no longer
-  scheduledWakes,    // number: seconds that scheduled wakes last; 0: they are full wakes
+  sleepRefused,      // number: SleepRefusal
+  scheduledWakes,    // number 1: with the lid closed on an adapter they become full for some seconds, 0: dark
+  batteryWakes,      // number: seconds that a dark wake on battery lasts
+  adapterWakes,      // number 1: a dark wake when the adapter comes or goes, 0: none
+  cutKeepsExternal,  // number 1: a cut leaves the external-connected flag set, 0: clears it
+  lateCapabilities,  // number: seconds from the message about a full wake until the capabilities show it
+  nights,            // number: Nights
   scheduleStatus,    // status: that of scheduling a wake; 0 heals it
   powerClients,      // number 0: the power service accepts no clients, 1: it does
   daemonTeam,        // text: the team that signed the daemon; "" unsigned. Makes the signature readable
@@ -514,8 +570,10 @@ struct Model {
   double designMAh, fullMAh, reserveMAh;
   std::int64_t cycles;
   double maxChargeMA;
+  ChargeSteps steps;
   double resistanceOhm;
   double shownFull;
+  double chargingWarmthC;
   double adapterWatts;
   double loadWatts;
   GateKind gate;
@@ -581,7 +639,9 @@ void shutDown(Machine& machine);
 [[nodiscard]] double uptimeOf(const Machine& machine);             // 0 while it is off
 [[nodiscard]] double level(const Machine& machine);                // shown percent before rounding, 0 … 100
 [[nodiscard]] bool adapterReachesBattery(const Machine& machine);  // present and not cut
+[[nodiscard]] bool externalIsConnected(const Machine& machine);    // the battery's flag, by which powerd goes
 [[nodiscard]] bool chargingIsOpen(const Machine& machine);         // what the hardware follows
+[[nodiscard]] double mostChargeMA(const Battery& battery, double percent);  // at this percentage shown
 [[nodiscard]] const SmcKey* findKey(const Machine& machine, std::uint32_t code);
 
 }  // namespace brisko::virtual_mac

@@ -112,6 +112,8 @@ const char* powerVerb(std::uint8_t command) {
 }
 
 std::string powerMessageText(std::uint32_t type) {
+  if (type == virtual_mac::willNotSleep) return "WillNotSleep";
+  if (type == virtual_mac::willPowerOn) return "WillPowerOn";
   switch (static_cast<platform::PowerMessage>(type)) {
     case platform::PowerMessage::canSystemSleep:
       return "CanSystemSleep";
@@ -194,6 +196,7 @@ std::string machineText(const Machine& machine) {
   text += formatted("current      %+.0f mA\n", machine.battery.currentMA);
   text += formatted("temperature  %.1f °C\n", machine.battery.temperatureC);
   text += "adapter      " + adapterText(machine) + "\n";
+  text += std::string("lid          ") + (machine.sleep.lidClosed ? "closed" : "open") + "\n";
   text += std::string("hardware     ") + gateText(machine) + "\n";
   text += "limit        " + limitText(machine) + "\n";
   text += scheduledText(machine);

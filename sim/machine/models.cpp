@@ -7,7 +7,9 @@ namespace brisko::virtual_mac {
 namespace {
 
 // Together the three have every family of charge keys and every key that cuts the adapter. The resistance
-// applies to a steady current; it is about twice that of the first instant.
+// applies to a steady current; it is about twice that of the first instant. The charge currents follow what
+// the batteries of real Macs asked for and took: about 1.1 C while nearly empty, 0.84 C later, 0.42 C from
+// three quarters on. Those of the Pros hardly get warm from it, because they have fans.
 constexpr std::array<Model, 3> allModels{{
     {.name = "air13",
      .title = "MacBook Air 13",
@@ -15,9 +17,11 @@ constexpr std::array<Model, 3> allModels{{
      .fullMAh = 4427,
      .reserveMAh = 127,
      .cycles = 37,
-     .maxChargeMA = 4400,
+     .maxChargeMA = 5100,
+     .steps = {{{0.4, 3830}, {0.75, 1920}}},
      .resistanceOhm = 0.15,
      .shownFull = 0.963,
+     .chargingWarmthC = 8,
      .adapterWatts = 30,
      .loadWatts = 4.2,
      .gate = GateKind::chte,
@@ -29,9 +33,11 @@ constexpr std::array<Model, 3> allModels{{
      .fullMAh = 6137,
      .reserveMAh = 152,
      .cycles = 89,
-     .maxChargeMA = 5110,
+     .maxChargeMA = 6700,
+     .steps = {{{0.4, 5110}, {0.75, 2600}}},
      .resistanceOhm = 0.15,
      .shownFull = 0.96,
+     .chargingWarmthC = 3,
      .adapterWatts = 94,
      .loadWatts = 8,
      .gate = GateKind::ch0b0c,
@@ -43,9 +49,11 @@ constexpr std::array<Model, 3> allModels{{
      .fullMAh = 7585,
      .reserveMAh = 244,
      .cycles = 312,
-     .maxChargeMA = 3440,
+     .maxChargeMA = 10100,
+     .steps = {{{0.4, 7080}, {0.75, 3440}}},
      .resistanceOhm = 0.12,
-     .shownFull = 0.955,
+     .shownFull = 0.9625,
+     .chargingWarmthC = 3,
      .adapterWatts = 140,
      .loadWatts = 10,
      .gate = GateKind::firmwareBand,

@@ -15,16 +15,15 @@ constexpr double sleepWatts = 0.1;  // about 0.16 % an hour
 constexpr double darkWatts = 3;     // at most, awake with the display off
 
 // Near full the charger keeps the voltage constant, and the current falls with the remaining capacity.
-constexpr double taperSeconds = 936;        // time constant
+constexpr double taperSeconds = 880;        // time constant
 constexpr double endShareOfDesign = 0.045;  // charging ends at this share of the design capacity, in mA
 
 // The battery's temperature follows what heats it.
 constexpr double thermalSeconds = 1200;   // time constant
 constexpr double settledC = 0.005;        // closer than this counts as settled
-constexpr double warmestByLoadC = 8;      // what the rest of the Mac adds at most …
-constexpr double halfWarmLoadWatts = 6;   // … and the load that adds half of it
-constexpr double chargingWarmthC = 10;    // at a current that fills the battery in one hour
-constexpr double dischargingWarmthC = 3;  // likewise
+constexpr double warmestByLoadC = 6;      // what the rest of the Mac adds at most …
+constexpr double halfWarmLoadWatts = 1;   // … and the load that adds half of it
+constexpr double dischargingWarmthC = 3;  // at a current that empties the battery in one hour
 constexpr double settledMA = 1;
 
 // Open-circuit voltage of three cells in series, V, at every twentieth of the gauge's charge.
@@ -59,8 +58,43 @@ double taperMA(const Battery& battery) {
   return (battery.fullMAh - battery.chargeMAh) * 3600 / taperSeconds + endMA(battery);
 }
 
+// The percentage shown rises with the charge to 99 % and then waits there for most of the taper: three
+// straight lines.
+struct ShownPoint {
+  double share, percent;
+};
+std::array<ShownPoint, 4> shownCurve(const Battery& battery) {
+  constexpr double longestWait = 0.97;
+  const double waitsFrom = std::min(0.99 * battery.shownFull, longestWait * battery.showsFullFrom);
+  return {{{0, 0}, {waitsFrom, 99}, {battery.showsFullFrom, 99.5}, {1, 100}}};
+}
+
 double shownLevel(const Battery& battery) {
-  return std::min(100 * battery.chargeMAh / (battery.fullMAh * battery.shownFull), 100.0);
+  const double share = std::min(battery.chargeMAh / battery.fullMAh, 1.0);
+  const std::array<ShownPoint, 4> curve = shownCurve(battery);
+  std::size_t line = 0;
+  while (line < 2 && share > curve[line + 1].share) ++line;
+  const ShownPoint from = curve[line];
+  const ShownPoint to = curve[line + 1];
+  return from.percent + (share - from.share) / (to.share - from.share) * (to.percent - from.percent);
+}
+
+double shareShownAs(const Battery& battery, double percent) {
+  const std::array<ShownPoint, 4> curve = shownCurve(battery);
+  std::size_t line = 0;
+  while (line < 2 && percent > curve[line + 1].percent) ++line;
+  const ShownPoint from = curve[line];
+  const ShownPoint to = curve[line + 1];
+  return from.share + (percent - from.percent) / (to.percent - from.percent) * (to.share - from.share);
+}
+
+// What the charger asks for at this share of the full charge, before the taper.
+double steadyMA(const Battery& battery, double share) {
+  double most = battery.maxChargeMA;
+  for (const ChargeStep& step : battery.steps) {
+    if (share >= step.share) most = std::min(most, step.mostMA);
+  }
+  return most;
 }
 
 bool chargerIsOpen(const Machine& machine, const Flow& flow) {
@@ -88,7 +122,7 @@ double targetMA(const Machine& machine, const Flow& flow) {
     return battery.chargeMAh < battery.fullMAh ? std::min(battery.trickleMA, most) : 0;
   }
   if (battery.fullyCharged) return 0;
-  return std::min({battery.maxChargeMA, taperMA(battery), most});
+  return std::min({steadyMA(battery, battery.chargeMAh / battery.fullMAh), taperMA(battery), most});
 }
 
 // The band's direction is remembered while the band is armed. Without a band charging is free, and a band
@@ -154,15 +188,23 @@ double roughLogarithm(double number) {
   return ofTwo * (halvings + number - 1);
 }
 
-// First at the present current, then along the taper.
+// At the present current, or what the later steps allow of it, and then along the taper.
 std::int64_t minutesToFull(const Machine& machine) {
+  const Battery& battery = machine.battery;
   const auto current = static_cast<double>(machine.gauge.currentMA);
-  const double left = std::max(machine.battery.fullMAh - static_cast<double>(machine.gauge.rawMAh), 0.0);
-  const double end = endMA(machine.battery);
-  if (current <= end) return std::llround(60 * left / current);
-  const double inTaper = (current - end) * taperSeconds / 3600;
-  const double taperMinutes = taperSeconds / 60 * roughLogarithm(current / end);
-  return std::llround(60 * std::max(left - inTaper, 0.0) / current + taperMinutes);
+  auto charge = static_cast<double>(machine.gauge.rawMAh);
+  const double end = endMA(battery);
+  if (current <= end) return std::llround(60 * std::max(battery.fullMAh - charge, 0.0) / current);
+  const double last = std::min(current, steadyMA(battery, 1));
+  const double taperFrom = battery.fullMAh - (last - end) * taperSeconds / 3600;
+  double hours = 0;
+  for (const double until : {battery.steps[0].share, battery.steps[1].share, 1.0}) {
+    const double reached = std::min(until * battery.fullMAh, taperFrom);
+    if (reached <= charge) continue;
+    hours += (reached - charge) / std::min(current, steadyMA(battery, charge / battery.fullMAh));
+    charge = reached;
+  }
+  return std::llround(60 * hours + taperSeconds / 60 * roughLogarithm(last / end));
 }
 
 std::int64_t minutesNow(const Machine& machine) {
@@ -225,7 +267,7 @@ bool passSecond(Machine& machine, const Flow& flow) {
 void setShownLevel(Battery& battery, double percent) {
   battery.fullyCharged = percent >= 100;
   battery.chargeMAh =
-      battery.fullyCharged ? battery.fullMAh : battery.fullMAh * battery.shownFull * percent / 100;
+      battery.fullyCharged ? battery.fullMAh : battery.fullMAh * shareShownAs(battery, percent);
 }
 
 double packVoltage(const Machine& machine) {
@@ -238,7 +280,7 @@ double restingTemperature(const Machine& machine, double needWatts) {
   const Battery& battery = machine.battery;
   const double byLoad = warmestByLoadC * needWatts / (needWatts + halfWarmLoadWatts);
   const double share = battery.currentMA / battery.fullMAh;
-  const double byCurrent = share > 0 ? chargingWarmthC * share : -dischargingWarmthC * share;
+  const double byCurrent = share > 0 ? battery.chargingWarmthC * share : -dischargingWarmthC * share;
   return machine.surroundings.ambientC + byLoad + byCurrent;
 }
 
@@ -262,9 +304,9 @@ void publishGauge(Machine& machine) {
 void publishAdapterState(Machine& machine) {
   PowerSource& source = machine.powerSource;
   source.stateDueAt = -1;
-  const bool reaches = adapterReachesBattery(machine);
-  if (source.onAdapter == reaches) return;
-  source.onAdapter = reaches;
+  const bool connected = externalIsConnected(machine);
+  if (source.onAdapter == connected) return;
+  source.onAdapter = connected;
   takeLightBack(machine);
   const std::uint64_t before = source.changes;
   publishPowerSource(machine);
@@ -282,7 +324,7 @@ void settle(Machine& machine, bool reachedBefore) {
   }
   if (flow.adapter != reachedBefore) machine.gauge.askedMA = askedNow(machine, flow);
   PowerSource& source = machine.powerSource;
-  if (flow.adapter == source.onAdapter || source.stateDueAt >= 0) return;
+  if (externalIsConnected(machine) == source.onAdapter || source.stateDueAt >= 0) return;
   if (source.lagSeconds <= 0) {
     publishAdapterState(machine);
   } else {
@@ -296,6 +338,14 @@ double level(const Machine& machine) {
 
 bool adapterReachesBattery(const Machine& machine) {
   return machine.adapter.present && !chargeOrders(machine).adapterCut;
+}
+
+double mostChargeMA(const Battery& battery, double percent) {
+  return steadyMA(battery, shareShownAs(battery, percent));
+}
+
+bool externalIsConnected(const Machine& machine) {
+  return machine.adapter.staysConnectedWhenCut ? machine.adapter.present : adapterReachesBattery(machine);
 }
 
 bool chargingIsOpen(const Machine& machine) {

@@ -60,7 +60,7 @@ Shown shownNow(const Machine& machine) {
   shown.reserveMAh = std::llround(machine.battery.reserveMAh);
   shown.cycles = machine.battery.cycles;
   shown.installed = machine.battery.installed;
-  shown.connected = adapterReachesBattery(machine);
+  shown.connected = externalIsConnected(machine);
   shown.plugged = machine.adapter.present;
   shown.charging = shown.connected && machine.gauge.charging;
   shown.full = shown.connected && machine.gauge.full;

@@ -31,7 +31,9 @@ class SystemPowerContract : public ::testing::Test {
     const PowerRegistration registration =
         registerSystemPower([this, answers](PowerMessage message, std::intptr_t argument) {
           words.push_back(wordFor(message));
-          if (message != PowerMessage::systemHasPoweredOn && answers) allowPowerChange(port, argument);
+          const bool asks =
+              message == PowerMessage::canSystemSleep || message == PowerMessage::systemWillSleep;
+          if (asks && answers) allowPowerChange(port, argument);
         });
     port = registration.rootPort;
     ASSERT_NE(port, 0U);
@@ -46,7 +48,14 @@ class SystemPowerContract : public ::testing::Test {
       case PowerMessage::systemHasPoweredOn:
         return "it is up";
     }
-    return "what?";
+    switch (static_cast<std::uint32_t>(message)) {
+      case virtual_mac::willPowerOn:
+        return "it will be up";
+      case virtual_mac::willNotSleep:
+        return "it will not";
+      default:
+        return "what?";
+    }
   }
   void later(double seconds, ChangeKind kind, double number = 0) {
     mac.later(seconds, {.kind = kind, .number = number});
@@ -85,48 +94,48 @@ class SystemPowerContract : public ::testing::Test {
 
 TEST_F(SystemPowerContract, reportsSleepAndWakeInTheLoop) {
   listen();
-  later(10, ChangeKind::sleep);
-  later(500, ChangeKind::wake);
+  later(10, ChangeKind::closeLid);
+  later(500, ChangeKind::openLid);
   runUntilItIsUp();
-  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up"));
   EXPECT_EQ(mac.record().sleep.strayAnswers, 0U);
 }
 
 TEST_F(SystemPowerContract, asksBeforeAnIdleSleep) {
   listen();
   later(10, ChangeKind::idleSleep);
-  later(500, ChangeKind::wake);
+  later(500, ChangeKind::openLid);
   runUntilItIsUp();
-  EXPECT_THAT(words, ElementsAre("may it?", "it will", "it is up"));
+  EXPECT_THAT(words, ElementsAre("may it?", "it will", "it will be up", "it is up"));
 }
 
 TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
   listen();
-  later(10, ChangeKind::sleep);
+  later(10, ChangeKind::closeLid);
   const double wake = mac.record().now + 500;
-  later(500, ChangeKind::wake);
+  later(500, ChangeKind::openLid);
   runUntilItIsUp();
   const virtual_mac::Machine record = mac.record();
   const double answered = record.sleep.notices[1].answeredAt;
   if (answered >= 0) {  // a very busy computer may answer too late
-    EXPECT_GE(record.system.sleptSeconds, wake - answered - virtual_mac::fallingSeconds);
+    EXPECT_GE(record.system.sleptSeconds, wake - answered - virtual_mac::lingerSeconds);
   }
   if (ContractMachine::timeIsExact()) {
-    EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - virtual_mac::fallingSeconds);
+    EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - virtual_mac::lingerSeconds);
   }
 }
 
 TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
   listen(false);
-  later(10, ChangeKind::sleep);
-  later(500, ChangeKind::wake);
+  later(10, ChangeKind::closeLid);
+  later(500, ChangeKind::openLid);
   runUntilItIsUp();
-  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up"));
   const virtual_mac::Machine record = mac.record();
   EXPECT_LT(record.sleep.notices[1].answeredAt, 0);
   // Where time really passes the wake is planned a little later than the sleep.
   if (ContractMachine::timeIsExact()) {
-    EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - 30 - virtual_mac::fallingSeconds);
+    EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - 30 - virtual_mac::lingerSeconds);
   }
   EXPECT_GE(record.sleep.lateAnswers, 1U);
   EXPECT_GT(record.system.sleptSeconds, 350);
@@ -134,16 +143,16 @@ TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
 
 TEST_F(SystemPowerContract, reportsNothingInADarkWakeAndLetsTimersRunInIt) {
   listen();
-  later(10, ChangeKind::sleep);
+  later(10, ChangeKind::closeLid);
   later(1000, ChangeKind::darkWake, 200);
-  later(3000, ChangeKind::wake);
+  later(3000, ChangeKind::openLid);
   std::vector<std::int64_t> capabilities;
   (void)addRepeatingTimer(50, [&] {
     const auto word = registryProperty("IOPMrootDomain", "System Capabilities");
     capabilities.push_back(word ? word->asInteger().value_or(-1) : -1);
     words.push_back("tick");
   });
-  // 12 s before the sleep, 200 s in the dark and the rest in full wake. Where time really passes a tick may
+  // 15 s before the sleep, 200 s in the dark and the rest in full wake. Where time really passes a tick may
   // come late.
   runUntil(
       [&] { return !capabilities.empty() && capabilities.back() == 15 && words.back() == "tick" && isUp(); });
@@ -151,15 +160,16 @@ TEST_F(SystemPowerContract, reportsNothingInADarkWakeAndLetsTimersRunInIt) {
   EXPECT_EQ(std::count(words.begin(), words.end(), "it will"), 1);
   EXPECT_THAT(capabilities, Contains(9));
   if (ContractMachine::timeIsExact()) {
-    EXPECT_THAT(words, ElementsAre("it will", "tick", "tick", "tick", "tick", "it is up", "tick"));
+    EXPECT_THAT(words,
+                ElementsAre("it will", "tick", "tick", "tick", "tick", "it will be up", "it is up", "tick"));
     EXPECT_THAT(capabilities, ElementsAre(9, 9, 9, 9, 15));
   }
 }
 
 TEST_F(SystemPowerContract, stopsTimersAndDelayedWorkInSleep) {
   listen();
-  later(10, ChangeKind::sleep);
-  later(1000, ChangeKind::wake);
+  later(10, ChangeKind::closeLid);
+  later(1000, ChangeKind::openLid);
   const double wallBegin = wallNow();
   const double begin = uptime();
   std::vector<double> fired;
@@ -181,16 +191,16 @@ TEST_F(SystemPowerContract, stopsTimersAndDelayedWorkInSleep) {
 }
 
 TEST_F(SystemPowerContract, reportsNothingWithoutARegistration) {
-  later(10, ChangeKind::sleep);
-  later(100, ChangeKind::wake);
+  later(10, ChangeKind::closeLid);
+  later(100, ChangeKind::openLid);
   runFor(60);
   EXPECT_THAT(words, IsEmpty());
 }
 
 TEST_F(SystemPowerContract, reportsNothingFromBeforeTheRegistration) {
   listen();
-  later(1, ChangeKind::sleep);
-  later(50, ChangeKind::wake);
+  later(1, ChangeKind::closeLid);
+  later(50, ChangeKind::openLid);
   runUntilItIsUp();
   words.clear();
   listen();
@@ -203,8 +213,8 @@ TEST_F(SystemPowerContract, refusesARegistration) {
   const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
   EXPECT_EQ(registration.rootPort, 0U);
   EXPECT_FALSE(registration.notifying);
-  later(1, ChangeKind::sleep);
-  later(50, ChangeKind::wake);
+  later(1, ChangeKind::closeLid);
+  later(50, ChangeKind::openLid);
   runFor(20);
 }
 
@@ -212,8 +222,8 @@ TEST_F(SystemPowerContract, ignoresAnAnswerToNoPort) {
   const PowerRegistration registration =
       registerSystemPower([](PowerMessage, std::intptr_t argument) { allowPowerChange(0, argument); });
   ASSERT_NE(registration.rootPort, 0U);
-  later(1, ChangeKind::sleep);
-  later(400, ChangeKind::wake);
+  later(1, ChangeKind::closeLid);
+  later(400, ChangeKind::openLid);
   runFor(60);
   EXPECT_LT(mac.record().sleep.notices[1].answeredAt, 0);
 }
@@ -221,19 +231,39 @@ TEST_F(SystemPowerContract, ignoresAnAnswerToNoPort) {
 TEST_F(SystemPowerContract, wakesForAScheduledEvent) {
   listen();
   constexpr double dark = 3000;
-  mac.change({.kind = ChangeKind::scheduledWakes, .number = dark});
+  mac.change({.kind = ChangeKind::unplug});
+  mac.change({.kind = ChangeKind::batteryWakes, .number = dark});
   ASSERT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
   EXPECT_EQ(pendingEvents(), 1);
-  later(10, ChangeKind::sleep);
-  later(5000, ChangeKind::wake);
+  later(10, ChangeKind::closeLid);
+  later(5000, ChangeKind::openLid);
   double ticked = 0;
   const double begin = wallNow();
   postMainAfter(300, [&] { ticked = wallNow() - begin; });
   runUntilItIsUp();
   EXPECT_GE(ticked, 600) << "not while it slept";
   EXPECT_LT(ticked, 600 + dark) << "but in the dark wake";
-  EXPECT_THAT(words, ElementsAre("it will", "it is up"));
+  EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up"));
   EXPECT_EQ(pendingEvents(), 0);
+}
+
+TEST_F(SystemPowerContract, takesBackAnIdleSleepBeforeAWake) {
+  listen();
+  ASSERT_EQ(schedulePowerEvent(wallNow() + 40, "somebody", "wake"), kernelSuccess);
+  mac.change({.kind = ChangeKind::idleSleep});
+  runUntil([this] { return words.size() >= 2; });
+  EXPECT_THAT(words, ElementsAre("may it?", "it will not"));
+  EXPECT_EQ(mac.record().sleep.strayAnswers, 0U);
+}
+
+// With the lid closed on the adapter a scheduled wake may be full for some seconds.
+TEST_F(SystemPowerContract, reportsAScheduledWakeThatIsPromotedAndItsEnd) {
+  listen();
+  mac.change({.kind = ChangeKind::scheduledWakes, .number = 1});
+  ASSERT_EQ(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
+  later(10, ChangeKind::closeLid);
+  runUntil([this] { return words.size() >= 4; });
+  EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up", "it will"));
 }
 
 TEST_F(SystemPowerContract, cancelsWhatItScheduled) {

@@ -78,7 +78,7 @@ class EquivalenceRun {
       case 3:
         return changeSettings();
       case 4:
-        return sleepAndWake(ChangeKind::sleep);
+        return sleepAndWake(ChangeKind::closeLid);
       case 5:
         return sleepAndWake(ChangeKind::idleSleep);
       case 6:
@@ -113,7 +113,7 @@ class EquivalenceRun {
   void sleepAndWake(ChangeKind way) {
     mac_.change({.kind = way});
     if (below(2) == 0) mac_.later(below(3600), {.kind = ChangeKind::darkWake, .number = 45});
-    mac_.later(3600 + below(3 * 3600), {.kind = ChangeKind::wake});
+    mac_.later(3600 + below(3 * 3600), {.kind = ChangeKind::openLid});
     life_->run(4 * hour);
   }
 

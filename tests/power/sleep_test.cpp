@@ -448,9 +448,9 @@ class Announcement : public GoingToSleep {
  protected:
   Announcement() { gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort; }
   // Announces the sleep as the machine does, and hands the message over as the run loop would.
-  void announce(ChangeKind kind = ChangeKind::sleep) {
+  void announce(ChangeKind kind = ChangeKind::closeLid) {
     mac.change({.kind = kind});
-    hand(kind == ChangeKind::sleep ? PowerMessage::systemWillSleep : PowerMessage::canSystemSleep);
+    hand(kind == ChangeKind::closeLid ? PowerMessage::systemWillSleep : PowerMessage::canSystemSleep);
   }
   void hand(PowerMessage message) {
     systemPowerCallback(message, static_cast<std::intptr_t>(mac.machine().sleep.noticesSent));
@@ -519,7 +519,7 @@ TEST_F(Announcement, quietsTheTicksAndForgetsSinceWhenTheAdapterIsCut) {
 TEST_F(Announcement, quietsTheTicksFor30Seconds) {
   at(70);
   announce();
-  mac.number(ChangeKind::sleepRefused, 1).charge(80);
+  mac.number(ChangeKind::sleepRefused, static_cast<double>(virtual_mac::SleepRefusal::inDarkness)).charge(80);
   mac.pass(29.9);
   evaluate();
   EXPECT_EQ(gState, ChargeState::allow);
@@ -549,8 +549,9 @@ TEST_F(Announcement, ofAnEndedSleepCancelsTheWakeAndThenTicks) {
 TEST_F(Announcement, ofAnEndedSleepThatBeganLateGivesADischargeAMinuteAnew) {
   mac.settings(R"({"discharge":true})");
   mac.charge(90);
+  mac.number(ChangeKind::sleepRefused, static_cast<double>(virtual_mac::SleepRefusal::cancelled));
   announce();
-  mac.number(ChangeKind::sleepRefused, 1).pass(sleepPendingLimit);
+  mac.pass(sleepPendingLimit);
   evaluate();  // the sleep is no longer waited for
   ASSERT_EQ(gState, ChargeState::discharge);
   ASSERT_TRUE(gCutSince.has_value());

@@ -33,8 +33,8 @@ class VirtualMac : public sim::Simulation {
   VirtualMac& keyOnWrite(std::string_view key, virtual_mac::OnWrite behaviour, std::uint32_t status = 0);
   VirtualMac& removeKey(std::string_view key);
   VirtualMac& property(std::string_view name, virtual_mac::PropertyFault fault);
-  VirtualMac& sleep() { return change({.kind = virtual_mac::ChangeKind::sleep}); }  // by the lid
-  VirtualMac& wake() { return change({.kind = virtual_mac::ChangeKind::wake}); }    // fully
+  VirtualMac& sleep() { return change({.kind = virtual_mac::ChangeKind::closeLid}); }
+  VirtualMac& wake() { return change({.kind = virtual_mac::ChangeKind::openLid}); }
   VirtualMac& wakeDark(double seconds) { return number(virtual_mac::ChangeKind::darkWake, seconds); }
   // A change planned `seconds` from now.
   VirtualMac& later(double seconds, const virtual_mac::Change& change);

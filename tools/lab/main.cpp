@@ -21,6 +21,7 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/timing.h"
 #include "tools/lab/campaign_commands.h"
+#include "tools/lab/nights_command.h"
 
 namespace brisko::lab {
 namespace {
@@ -175,6 +176,7 @@ int run(int count, char** arguments) {
     chosen = listActions;
   });
   addCampaignCommands(program, chosen);
+  addNightsCommand(program, chosen);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

@@ -287,7 +287,7 @@ void addSleep(CLI::App& program, std::function<int()>& chosen, std::string& fold
     chosen = [&] {
       return changeMachine(folder, [](Machine& machine) {
         forgetDeadClient(machine);
-        virtual_mac::apply(machine, changeTo(idle ? ChangeKind::idleSleep : ChangeKind::sleep));
+        virtual_mac::apply(machine, changeTo(idle ? ChangeKind::idleSleep : ChangeKind::closeLid));
       });
     };
   });
@@ -304,8 +304,8 @@ void addWake(CLI::App& program, std::function<int()>& chosen, std::string& folde
       ->check(CLI::Range(1.0, 3600.0));
   command->callback([&] {
     chosen = [&] {
-      return applyChanges(
-          folder, {darkSeconds ? changeTo(ChangeKind::darkWake, *darkSeconds) : changeTo(ChangeKind::wake)});
+      return applyChanges(folder, {darkSeconds ? changeTo(ChangeKind::darkWake, *darkSeconds)
+                                               : changeTo(ChangeKind::openLid)});
     };
   });
 }

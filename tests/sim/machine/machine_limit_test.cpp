@@ -385,7 +385,7 @@ TEST_F(Limit, drainsNothingWithoutALimit) {
 TEST_F(Limit, holdsAsleep) {
   mac.change(ChangeKind::charge, 78);
   holdAt(80);
-  mac.change(ChangeKind::sleep).pass(8 * hour);
+  mac.change(ChangeKind::closeLid).pass(7 * hour);
   ASSERT_TRUE(mac.machine.system.asleep);
   EXPECT_EQ(shown(), 80);
   EXPECT_EQ(current(), 0);
@@ -475,9 +475,9 @@ TEST_F(Limit, isNotSetAsideByADateOfThePast) {
 TEST_F(Limit, isNotTakenAsleepButAtWake) {
   mac.change(ChangeKind::limitDelay, 600);
   write(75);
-  mac.change(ChangeKind::sleep).pass(2 * hour);
+  mac.change(ChangeKind::closeLid).pass(1.9 * hour);
   EXPECT_EQ(enforced(), 0);
-  mac.change(ChangeKind::wake).pass(1);
+  mac.change(ChangeKind::openLid).pass(1);
   EXPECT_EQ(enforced(), 75);
 }
 

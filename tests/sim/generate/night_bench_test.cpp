@@ -1,0 +1,89 @@
+// The bench of nights: the same night for the same seed, every kind of night, and what the table says of
+// them.
+
+#include "sim/generate/night_bench.h"
+
+#include <set>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace brisko::lab {
+namespace {
+
+using ::testing::HasSubstr;
+
+// A night that begins plugged in, far below the limit.
+NightPlan longCharge() {
+  return {.model = "air13",
+          .adapterWatts = 67,
+          .percentAtDusk = 20,
+          .bedtime = Bedtime::pluggedIn,
+          .promoted = false,
+          .nights = "quiet-nights",
+          .adapterWakes = true,
+          .batteryWakeSeconds = 20,
+          .usedSeconds = 300,
+          .pluggedAfter = 5};
+}
+
+TEST(NightBench, plansEveryKindOfNightAndTheSameForTheSameSeed) {
+  std::set<std::string> models, nights, bedtimes;
+  for (std::uint64_t seed = 1; seed <= 100; ++seed) {
+    const NightPlan plan = planNight(seed);
+    EXPECT_EQ(plan.percentAtDusk, planNight(seed).percentAtDusk);
+    EXPECT_GE(plan.percentAtDusk, 10);
+    EXPECT_LE(plan.percentAtDusk, 95);
+    models.insert(plan.model);
+    nights.insert(plan.nights);
+    bedtimes.insert(std::string(nameOf(plan.bedtime)));
+  }
+  EXPECT_EQ(models.size(), 3U);
+  EXPECT_EQ(nights.size(), 3U);
+  EXPECT_EQ(bedtimes.size(), 3U);
+}
+
+TEST(NightBench, countsThePointsAboveTheLimitAndTheWakes) {
+  const NightResult quiet = spendNight(longCharge(), {});
+  EXPECT_EQ(quiet.violation, "");
+  EXPECT_EQ(quiet.wakes, 1U) << "the one that the daemon scheduled";
+  EXPECT_GT(quiet.above, 5) << "it came too early, and nobody closed the gate later";
+  EXPECT_EQ(quiet.below, 0);
+
+  NightPlan upkeep = longCharge();
+  upkeep.nights = "upkeep-nights";
+  const NightResult kept = spendNight(upkeep, {});
+  EXPECT_GT(kept.wakes, 3U);
+
+  NightPlan held = longCharge();
+  held.percentAtDusk = 78;
+  const NightResult held78 = spendNight(held, {});
+  EXPECT_EQ(held78.above, 0);
+  EXPECT_NEAR(held78.percentAtSeven, 77.5, 1);
+}
+
+TEST(NightBench, countsThePointsBelowTheBand) {
+  NightPlan plan = longCharge();
+  plan.percentAtDusk = 12;
+  plan.adapterWatts = 5;  // hardly more than it needs
+  const NightResult result = spendNight(plan, {});
+  EXPECT_GT(result.below, 0);
+  EXPECT_NEAR(result.below + result.percentAtSeven, 75, 1e-9);
+}
+
+TEST(NightBench, hasALineForAllNightsAndOneForEachClass) {
+  std::vector<Night> nights;
+  for (const double above : {0.0, 1.0, 4.0}) {
+    nights.push_back({.plan = longCharge(), .result = {.percentAtSeven = 80 + above, .above = above}});
+  }
+  nights.back().plan.model = "pro16";
+  const std::string table = nightTable(nights);
+  EXPECT_THAT(table, HasSubstr("| all | 3 | 81.0 | 80.0 | 84.0 | 1.0 | 4.0 | 4.0 | 0 | 0.0 | 0 | 0 |\n"));
+  EXPECT_THAT(table, HasSubstr("| air13 | 2 | 80.0 | 80.0 | 81.0 | 0.0 | 1.0 | 1.0 |"));
+  EXPECT_THAT(table, HasSubstr("| pro16 | 1 | 84.0 | "));
+  EXPECT_THAT(table, HasSubstr("| plugged in and closed | 3 | "));
+}
+
+}  // namespace
+}  // namespace brisko::lab

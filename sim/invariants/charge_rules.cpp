@@ -191,7 +191,7 @@ class Ceiling final : public Rule {
     // The gauge publishes the charge once a minute, so the daemon learns up to a minute late that the limit
     // is reached.
     const auto upper = static_cast<double>(bandAskedFor(tick.settings).upper);
-    constexpr double belowLimit = 3;  // percent: where the last minute begins at the latest
+    constexpr double belowLimit = 2;  // percent: more than the last minute adds
     const double most = virtual_mac::mostChargeMA(battery, std::max(upper - belowLimit, 0.0));
     const double inAMinute = 100 * most / 60 / (battery.fullMAh * battery.shownFull);
     interval_ = {.settings = tick.settings,

@@ -24,6 +24,7 @@ constexpr double settledC = 0.005;        // closer than this counts as settled
 constexpr double warmestByLoadC = 6;      // what the rest of the Mac adds at most …
 constexpr double halfWarmLoadWatts = 1;   // … and the load that adds half of it
 constexpr double dischargingWarmthC = 3;  // at a current that empties the battery in one hour
+constexpr double warmestByCurrentC = 40;  // no pack survives more
 constexpr double settledMA = 1;
 
 // Open-circuit voltage of three cells in series, V, at every twentieth of the gauge's charge.
@@ -64,9 +65,10 @@ struct ShownPoint {
   double share, percent;
 };
 std::array<ShownPoint, 4> shownCurve(const Battery& battery) {
-  constexpr double longestWait = 0.97;
-  const double waitsFrom = std::min(0.99 * battery.shownFull, longestWait * battery.showsFullFrom);
-  return {{{0, 0}, {waitsFrom, 99}, {battery.showsFullFrom, 99.5}, {1, 100}}};
+  constexpr double shortestWait = 0.005;
+  const double waitsFrom = 0.99 * battery.shownFull;
+  const double showsFullFrom = std::max(battery.showsFullFrom, waitsFrom + shortestWait);
+  return {{{0, 0}, {waitsFrom, 99}, {showsFullFrom, 99.5}, {1, 100}}};
 }
 
 double shownLevel(const Battery& battery) {
@@ -281,7 +283,7 @@ double restingTemperature(const Machine& machine, double needWatts) {
   const double byLoad = warmestByLoadC * needWatts / (needWatts + halfWarmLoadWatts);
   const double share = battery.currentMA / battery.fullMAh;
   const double byCurrent = share > 0 ? battery.chargingWarmthC * share : -dischargingWarmthC * share;
-  return machine.surroundings.ambientC + byLoad + byCurrent;
+  return machine.surroundings.ambientC + byLoad + std::min(byCurrent, warmestByCurrentC);
 }
 
 void publishGauge(Machine& machine) {

@@ -543,7 +543,7 @@ class NativeNight : public NativeDaemon {
 
 TEST_F(NativeNight, startsTheWaitAnew) {
   DaemonProcess daemon(mac);
-  daemon.run(497);
+  daemon.run(495);
   mac.sleep();
   daemon.run(hour);
   mac.wake();
@@ -557,7 +557,7 @@ TEST_F(NativeNight, startsTheWaitAnew) {
 
 TEST_F(NativeNight, isNotFollowedByANudge) {
   DaemonProcess daemon(mac);
-  daemon.run(77);
+  daemon.run(75);
   mac.sleep();
   daemon.run(300);
   ASSERT_EQ(limitWrites(), Writes{"limit set 80"});

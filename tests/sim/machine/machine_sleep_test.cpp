@@ -724,8 +724,11 @@ TEST_F(MachineSleep, takesAnEventOfThePastAndListsItUntilTheNextPurge) {
   mac.pass(3600);
   EXPECT_TRUE(asleep()) << "nothing comes of it";
   EXPECT_EQ(pendingEvents(), 2);
-  mac.change(ChangeKind::darkWake, 5);
+  mac.change(ChangeKind::darkWake, 45);
   EXPECT_EQ(pendingEvents(), 0);
+  EXPECT_EQ(schedule(-1), kernelSuccess);
+  mac.pass(10);
+  EXPECT_TRUE(dark()) << "nor does it end a dark wake";
 }
 
 TEST_F(MachineSleep, refusesInvalidEvents) {

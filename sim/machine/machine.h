@@ -206,7 +206,7 @@ enum class SleepStage : std::uint8_t {
   announced,  // the sleep is announced; waits for the client's answer
 };
 
-// What keeps a sleep from happening that was asked for or announced.
+// What prevents a sleep that was asked for or announced.
 enum class SleepRefusal : std::uint8_t {
   none,
   vetoed,      // somebody answers the question before an idle sleep with no

@@ -2,10 +2,11 @@
 # Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench campaign fuzz format tidy coverage release sign package
+.PHONY: help demo check test bench campaign fuzz format tidy coverage release sign package
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
+	@echo 'make check     run before each commit: the tests of what was rebuilt, in about a minute'
 	@echo 'make test      run all checks: format, tests with both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     measure speed and memory, each compared with its target'
 	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
@@ -36,6 +37,9 @@ fuzz:
 
 release: configured
 	@cmake --build build/release
+
+check:
+	@scripts/check.sh
 
 test:
 	@scripts/test.sh

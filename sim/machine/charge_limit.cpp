@@ -12,7 +12,6 @@
 namespace brisko::virtual_mac {
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
 constexpr double none = -1;
 constexpr double usualDelay = 5;  // seconds
 constexpr std::int64_t noLimit = 100;

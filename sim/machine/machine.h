@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -22,6 +23,9 @@ namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
 inline constexpr std::uint32_t machineVersion = 3;
+
+// The machine time of what is not going to happen.
+inline constexpr double never = std::numeric_limits<double>::infinity();
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {

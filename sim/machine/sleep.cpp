@@ -16,7 +16,6 @@ namespace {
 using platform::KernelStatus;
 using platform::PowerMessage;
 
-constexpr double never = std::numeric_limits<double>::infinity();
 constexpr double none = -1;
 constexpr double usualScheduledWake = 45;  // seconds
 

@@ -81,6 +81,8 @@ std::optional<Settings> readConfig(const std::string& path) {
   return gLastRead.settings;
 }
 
+Settings settingsInForce() { return readConfig(gConfigPath).value_or(Settings{.limit = gCliLimit}); }
+
 void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optional<bool> resetStats,
                  std::optional<bool> calibrate) {
   if (gPurged) return;

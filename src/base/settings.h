@@ -41,6 +41,10 @@ struct Settings {
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);
 
+// The settings to go by: those of gConfigPath or, if they cannot be read, the defaults with the limit of the
+// command line.
+[[nodiscard]] Settings settingsInForce();
+
 // Writes all 16 keys to gConfigPath. A one-shot passed here replaces that of the settings. Does nothing after
 // a purge; failures are silent.
 void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optional<bool> resetStats,

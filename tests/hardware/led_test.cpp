@@ -14,6 +14,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using virtual_mac::ChangeKind;
 using virtual_mac::OnWrite;
 
@@ -203,6 +204,18 @@ TEST_F(Light, handedBackIsStillWatchedWhereTheKeysAreOurs) {
   mac.keyBytes("ACLC", {3});
   setLED(LED_SYSTEM);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=00"));
+}
+
+TEST_F(Light, isHandedBackWithoutALook) {
+  mac.keepReads();
+  for (const std::uint8_t shown : {LED_GREEN, LED_SYSTEM}) {
+    mac.keyBytes("ACLC", {shown});
+    mac.forgetJournal();
+    EXPECT_TRUE(handBackLight());
+    EXPECT_THAT(mac.writes(), ElementsAre(StartsWith("info ACLC"), "ACLC=00"));
+  }
+  mac.keyOnWrite("ACLC", OnWrite::refuse);
+  EXPECT_FALSE(handBackLight());
 }
 
 TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {

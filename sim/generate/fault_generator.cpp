@@ -143,7 +143,8 @@ std::int64_t randomNumber(const Fault& fault, Rng& rng) {
   const auto* known =
       std::find_if(usual.begin(), usual.end(), [&](const Usual& entry) { return entry.name == fault.name; });
   if (known != usual.end() && !rng.oneIn(6)) return rng.between(known->least, known->most);
-  return rng.between(static_cast<std::int64_t>(fault.least), static_cast<std::int64_t>(fault.most));
+  return rng.between(static_cast<std::int64_t>(fault.range().least),
+                     static_cast<std::int64_t>(fault.range().most));
 }
 
 // --- Repairs

@@ -29,6 +29,7 @@ bool fits(std::string_view line, std::string_view pattern) {
 
 void tryPattern(std::string_view shortPattern, std::string_view line) {
   if (line.find(gap) != std::string_view::npos) return;
+  if (line.find('\0') != std::string_view::npos || shortPattern.find('\0') != std::string_view::npos) return;
   if (line.find('\xE2') != std::string_view::npos || shortPattern.find('\xE2') != std::string_view::npos)
     return;
   std::string pattern;
@@ -39,7 +40,7 @@ void tryPattern(std::string_view shortPattern, std::string_view line) {
       pattern += letter;
     }
   }
-  require(matches(line, pattern) == fits(line, shortPattern));
+  require(matches(std::string(line), pattern) == fits(line, shortPattern));
 }
 
 }  // namespace

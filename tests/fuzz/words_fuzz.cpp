@@ -34,7 +34,7 @@ void trySetting(const std::string& line) {
   if (!change) return;
   const virtual_mac::Fault* fault = virtual_mac::findFault(line.substr(0, line.find('=')));
   require(fault != nullptr && fault->change.kind == change->kind);
-  require(change->number >= fault->least && change->number <= fault->most);
+  require(change->number >= fault->range().least && change->number <= fault->range().most);
   tryOnMachine(*change);
 }
 

@@ -26,6 +26,14 @@ TEST(LinePattern, leavesOpenWhatVaries) {
   EXPECT_FALSE(matches("abcx", "…abc"));
 }
 
+TEST(LinePattern, takesEveryOtherCharacterForItself) {
+  EXPECT_TRUE(matches("/a/.b [1] *? \\x", "/a/…b [1] *? \\x"));
+  EXPECT_FALSE(matches("ab", "a*"));
+  EXPECT_FALSE(matches("ab", "a?"));
+  EXPECT_FALSE(matches("ab", "a[b]"));
+  EXPECT_FALSE(matches("a*", "a\\*"));
+}
+
 TEST(LinePattern, withManyGapsIsFoundNotToFitInNoTime) {
   std::string pattern;
   for (int gaps = 0; gaps < 30; ++gaps) pattern += "…a";

@@ -1,13 +1,8 @@
 // tests/fuzz/require.h
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-
-// The one function of a fuzz target, called with one input after another.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace brisko {
 

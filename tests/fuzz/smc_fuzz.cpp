@@ -9,6 +9,7 @@
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
 #include "fuzz/served_machine.h"
+#include "fuzz/target.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
@@ -153,7 +154,8 @@ void tryReadings(const Answer& info, const Answer& answer) {
   require(!found || std::get<ChargeGate>(gate) == ChargeGate{ChargeKeys::chte, AdapterCutKey::chie});
 }
 
-void tryInput(Bytes bytes) {
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   const std::uint8_t size = bytes.byte() % 40;
   const bool plugged = bytes.byte() % 2 == 1;
   const Answer info = takeAnswer(bytes);
@@ -168,10 +170,7 @@ void tryInput(Bytes bytes) {
   tryReadings(info, answer);
 }
 
+const FuzzTarget target("smc", tryInput);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryInput({data, size});
-  return 0;
-}

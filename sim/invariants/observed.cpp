@@ -1,4 +1,4 @@
-#include "sim/invariants/shown.h"
+#include "sim/invariants/observed.h"
 
 #include <algorithm>
 #include <array>
@@ -42,8 +42,8 @@ bool isNativeWrite(const JournalEntry& entry) {
   return entry.command == virtual_mac::journalLimitSet || entry.command == virtual_mac::journalPreference;
 }
 
-bool isHeard(const JournalEntry& entry, platform::PowerMessage message) {
-  return entry.command == virtual_mac::journalHeard && entry.key == static_cast<std::uint32_t>(message);
+bool isReceived(const JournalEntry& entry, platform::PowerMessage message) {
+  return entry.command == virtual_mac::journalReceived && entry.key == static_cast<std::uint32_t>(message);
 }
 
 bool isReply(const JournalEntry& entry, virtual_mac::RequestKind kind) {

@@ -1,4 +1,4 @@
-// sim/invariants/shown.h
+// sim/invariants/observed.h
 // What the controller shows and what the daemon wrote, read without an exchange with the controller: an
 // exchange of the checker would count as one of the daemon's.
 #pragma once
@@ -44,7 +44,7 @@ template <class IsMeant>
 }
 
 // A message of the power service that the daemon received.
-[[nodiscard]] bool isHeard(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);
+[[nodiscard]] bool isReceived(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);
 
 // A reply of the daemon to a request of this kind.
 [[nodiscard]] bool isReply(const virtual_mac::JournalEntry& entry, virtual_mac::RequestKind kind);

@@ -1,7 +1,12 @@
 #include "tidy/tree.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <numeric>
+#include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,13 +47,33 @@ TEST(TheTree, doesNotAskWhetherItIsSimulated) { expectNone(checkSimulationUnknow
 
 TEST(TheTree, writesSignsAndBlanksAsTheyAreMeant) { expectNone(checkCharacters(theTree())); }
 
-TEST(TheTree, explainsItself) { expectNone(checkWords(theTree())); }
-
 TEST(TheTree, usesTheFieldsTerms) { expectNone(checkTerms(theTree())); }
 
 TEST(TheTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); }
 
 TEST(TheTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
+
+// A campaign names invariants by their numbers, and each is tested with a mutant that it catches.
+TEST(TheTree, numbersEachInvariantAndHasAMutantForIt) {
+  const std::regex definition(R"(Invariant \w+\{\s*(\d+),)");
+  std::vector<int> defined;
+  for (const auto& [path, text] : theTree()) {
+    if (!path.starts_with("sim/invariants/")) continue;
+    for (std::sregex_iterator found(text.begin(), text.end(), definition), end; found != end; ++found) {
+      defined.push_back(std::stoi((*found)[1]));
+    }
+  }
+  std::sort(defined.begin(), defined.end());
+  std::vector<int> everyNumber(defined.size());
+  std::iota(everyNumber.begin(), everyNumber.end(), 1);
+  EXPECT_GT(defined.size(), 30U);
+  EXPECT_EQ(defined, everyNumber);
+
+  std::istringstream mutants(theTree().at("tests/mutants/invariant_mutants.txt"));
+  std::vector<int> tested;
+  for (std::string line; std::getline(mutants, line);) tested.push_back(std::stoi(line));
+  EXPECT_EQ(tested, everyNumber);
+}
 
 TEST(TheTree, hasAManualThatEveryReaderCanShow) {
   const std::string command = "mandoc -T lint -W warning '" BRISKO_SOURCES "/man/brisko-daemon.8' 2>&1";

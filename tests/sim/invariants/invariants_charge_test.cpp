@@ -112,7 +112,9 @@ class Invariants : public test::OnVirtualMac {
   Rules rules_;
   std::vector<TickRecord> ticks_;
   std::vector<int> found_;
-  Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
+  Violated violated_ = [this](const Invariant& invariant, const std::string&) {
+    found_.push_back(invariant.number);
+  };
 };
 
 // ---------------------------------------------------------------------------------------------------------

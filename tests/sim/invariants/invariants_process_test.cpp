@@ -110,7 +110,7 @@ class ProcessInvariants : public test::OnVirtualMac {
     what(update.machine(), update.journal());
   }
 
-  void hears(PowerMessage message, int answers) {
+  void receives(PowerMessage message, int answers) {
     happens([&](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
       virtual_mac::PowerNotice notice{};
       notice.type = static_cast<std::uint32_t>(message);
@@ -118,7 +118,7 @@ class ProcessInvariants : public test::OnVirtualMac {
       notice.awaitsAnswer = true;
       notice.answeredAt = -1;
       machine.sleep.notices[notice.token % virtual_mac::noticePlaces] = notice;
-      virtual_mac::noteHeard(machine, journal, notice);
+      virtual_mac::noteReceived(machine, journal, notice);
       for (int count = 0; count < answers; ++count) {
         virtual_mac::allowPowerChange(machine, journal, notice.token);
       }
@@ -148,7 +148,9 @@ class ProcessInvariants : public test::OnVirtualMac {
   Rules rules_;
   std::vector<TickRecord> ticks_;
   std::vector<int> found_;
-  Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
+  Violated violated_ = [this](const Invariant& invariant, const std::string&) {
+    found_.push_back(invariant.number);
+  };
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -382,7 +384,7 @@ TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
   iteration();
   EXPECT_THAT(found(), ElementsAre(18));
   gDormant = false;
-  hears(PowerMessage::systemHasPoweredOn, 0);
+  receives(PowerMessage::systemHasPoweredOn, 0);
   iteration();
   EXPECT_THAT(found(), ElementsAre(18));
   schedulesWakeIn(800);
@@ -408,19 +410,19 @@ TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
 TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
   mac.charge(75);
   ASSERT_TRUE(gGate->setCharging(true));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "exactly the floor";
   ASSERT_TRUE(gGate->setCharging(false));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19)) << "the keys are open";
   observation.givenDisturbances.disturbedAt = observation.machine().now;
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "opened by others";
   gState = ChargeState::allow;
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19));
 }
@@ -432,7 +434,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   iteration();
   const auto sleepsWithWakeIn = [this](double seconds) {
     schedulesWakeIn(seconds);
-    hears(PowerMessage::systemWillSleep, 1);
+    receives(PowerMessage::systemWillSleep, 1);
     iteration();
     happens([](virtual_mac::Machine& machine, virtual_mac::Journal&) { machine.sleep.events = {}; });
     return found();
@@ -441,7 +443,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   EXPECT_THAT(sleepsWithWakeIn(2700), IsEmpty());
   EXPECT_THAT(sleepsWithWakeIn(299), ElementsAre(19));
   EXPECT_THAT(sleepsWithWakeIn(2701), ElementsAre(19));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19)) << "none";
   mac.unplug();
@@ -453,26 +455,26 @@ TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
   gState = ChargeState::allow;
   tick();
   iteration();
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   gState = ChargeState::hold;
   iteration();
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
 TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
-  hears(PowerMessage::canSystemSleep, 1);
+  receives(PowerMessage::canSystemSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  hears(PowerMessage::canSystemSleep, 0);
+  receives(PowerMessage::canSystemSleep, 0);
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
-  hears(PowerMessage::canSystemSleep, 2);
+  receives(PowerMessage::canSystemSleep, 2);
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
-  end({.status = 0}, [this] { hears(PowerMessage::canSystemSleep, 0); });
+  end({.status = 0}, [this] { receives(PowerMessage::canSystemSleep, 0); });
   EXPECT_THAT(found(), ElementsAre(20)) << "an exit before the answer";
 }
 
@@ -485,15 +487,15 @@ TEST_F(ProcessInvariants, wantTicksQuietForThirtySecondsAfterTheAnnouncement) {
   };
   mac.write(statusPath, R"({"ts":1000.0})");
   ticks();
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   mac.pass(29.5);
   EXPECT_THAT(ticks(), Contains(21));
   mac.pass(0.5);
   EXPECT_THAT(ticks(), Not(Contains(21)));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
-  hears(PowerMessage::systemHasPoweredOn, 0);
+  receives(PowerMessage::systemHasPoweredOn, 0);
   EXPECT_THAT(ticks(), Not(Contains(21))) << "awake again";
 }
 

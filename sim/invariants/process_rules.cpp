@@ -7,9 +7,9 @@
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/observed.h"
 #include "state/calibration_state.h"
 #include "state/tick_state.h"
 

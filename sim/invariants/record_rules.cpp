@@ -17,9 +17,9 @@
 #include "base/process_flags.h"
 #include "base/volume_path.h"
 #include "records/statistics.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/observed.h"
 #include "state/calibration_state.h"
 #include "state/tick_state.h"
 

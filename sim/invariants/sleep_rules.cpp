@@ -10,9 +10,9 @@
 #include "hardware/scheduled_wake.h"
 #include "platform/system_power.h"
 #include "policy/charge_bounds.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/observed.h"
 #include "state/calibration_state.h"
 
 namespace brisko::lab {

@@ -480,7 +480,7 @@ struct JournalEntry {
 };
 
 // Commands of the journal that the controller does not have.
-inline constexpr std::uint8_t journalReceived = 0x40;      // the client received a message
+inline constexpr std::uint8_t journalReceived = 0x40;   // the client received a message
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise

@@ -53,7 +53,7 @@ void tryReply(std::string_view line) {
 }
 
 void tryInput(std::string_view line) {
-  if (line.size() > longestControlLine) return;  // disconnected before it is looked at
+  if (line.size() > longestControlLine) return;  // its sender is disconnected before it is read
   tryClient(line);
   tryRequest(line);
   tryReply(line);

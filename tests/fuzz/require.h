@@ -6,10 +6,10 @@
 
 namespace brisko {
 
-// A broken promise ends the process, which is what the fuzzer and the replay look for.
+// Ends the process when the condition does not hold, which the fuzzer and the replay report.
 inline void require(bool kept, int line = __builtin_LINE(), const char* file = __builtin_FILE()) {
   if (kept) return;
-  std::fprintf(stderr, "%s:%d: a broken promise\n", file, line);
+  std::fprintf(stderr, "%s:%d: not as required\n", file, line);
   std::abort();
 }
 

@@ -1,6 +1,6 @@
-// The client of the controller makes of any answer what stands in its 80 bytes, and no more. The input says
-// what the kernel and the controller answer to a question for a key's size and to the exchange that follows
-// it.
+// The controller's client takes from any answer what its 80 bytes contain, and no more. The input is what the
+// kernel and the controller answer when asked for a key's size, and what they answer to the exchange that
+// follows.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -49,7 +49,7 @@ Answer takeAnswer(Bytes& bytes) {
   Answer answer{.status = takeStatus(bytes)};
   const std::uint8_t result = bytes.byte();
   answer.record = bytes.array<80>();
-  // Most often a yes: behind a no nothing is looked at.
+  // Mostly success: after a failure nothing else is read.
   answer.record[40] = result < 64 ? result : 0;
   return answer;
 }

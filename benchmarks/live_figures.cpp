@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "figures.h"
+#include "sim/process/scratch.h"
 
 namespace brisko::bench {
 namespace {
@@ -77,24 +78,15 @@ class Running {
 class Machine {
  public:
   Machine() {
-    std::string pattern = "/dev/shm/brisko-bench-XXXXXX";
-    if (::mkdtemp(pattern.data()) != nullptr) base_ = pattern;
-    const std::string speed = "1";
-    made_ = vmac({"new", folder(), "--charge", "80", "--speed", speed});
+    made_ = vmac({"new", folder(), "--charge", "80", "--speed", "1"});
     const std::string data = folder() + "/volume/Library/Application Support/Brisko";
     std::error_code ignored;
     std::filesystem::create_directories(data, ignored);
     std::ofstream(data + "/config.json") << "{\"enabled\":true,\"limit\":80,\"hysteresis\":5}";
   }
-  ~Machine() {
-    std::error_code ignored;
-    std::filesystem::remove_all(base_, ignored);
-  }
-  Machine(const Machine&) = delete;
-  Machine& operator=(const Machine&) = delete;
 
   [[nodiscard]] bool made() const { return made_; }
-  [[nodiscard]] std::string folder() const { return base_ + "/mac"; }
+  [[nodiscard]] std::string folder() const { return scratch_.path("mac"); }
   [[nodiscard]] bool hold() { return vmac({"key", folder(), "CHTE=01000000"}); }
   [[nodiscard]] bool speed(double factor) { return vmac({"speed", folder(), std::to_string(factor)}); }
 
@@ -104,15 +96,9 @@ class Machine {
     Running command(words, folder());
     return command.pid() != 0 && command.wait();
   }
-  std::string base_;
+  sim::ScratchFolder scratch_{"brisko-bench"};
   bool made_ = false;
 };
-
-double realNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 struct LoadSample {
   double machineMinutes = 0;

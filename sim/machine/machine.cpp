@@ -13,7 +13,6 @@
 namespace brisko::virtual_mac {
 namespace {
 
-
 // Sets the clock to `time`. Physics has been simulated up to there, or has nothing to do until then.
 void moveClock(Machine& machine, double time) {
   if (machine.system.asleep) machine.system.sleptSeconds += time - machine.now;

@@ -484,7 +484,7 @@ struct JournalEntry {
 };
 
 // Commands of the journal that the controller does not have.
-inline constexpr std::uint8_t journalHeard = 0x40;      // the client received a message
+inline constexpr std::uint8_t journalReceived = 0x40;   // the client received a message
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
@@ -567,7 +567,7 @@ bool registerPowerClient(Machine& machine, std::int64_t process);
 // The client's process has ended, and the kernel has noticed.
 void forgetPowerClient(Machine& machine);
 // The message reached the client's run loop.
-void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice);
+void noteReceived(const Machine& machine, Journal& journal, const PowerNotice& notice);
 // The client allows the announced change.
 void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
 // As IOPMSchedulePowerEvent and IOPMCancelScheduledPowerEvent do it; dates are those of the wall clock.

@@ -304,8 +304,8 @@ void forgetPowerClient(Machine& machine) {
   if (waits) sleep.stageEndsAt = machine.now;
 }
 
-void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice) {
-  newEntry(machine, journal, journalHeard).key = notice.type;
+void noteReceived(const Machine& machine, Journal& journal, const PowerNotice& notice) {
+  newEntry(machine, journal, journalReceived).key = notice.type;
 }
 
 void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token) {

@@ -657,7 +657,7 @@ TEST(ControlListenerWithoutAMachine, doesNothing) {
   platform::runMain();
 }
 
-TEST(ControlListenerInALongFolder, isReachedAllTheSame) {
+TEST(ControlListenerInLongFolder, isReachedAllTheSame) {
   const test::ScratchFolder scratch;
   const std::string path = scratch.path() + "/" + std::string(120, 'x') + "/" + std::string(120, 'x');
   std::string reason;

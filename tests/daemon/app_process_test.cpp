@@ -76,12 +76,7 @@ class App : public ::testing::Test {
     EXPECT_THAT(newLines(), ElementsAre(missingLine));
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
   std::vector<std::string> linesAboutTheApp() {
     auto lines = newLines();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("app "); });
@@ -104,7 +99,6 @@ class App : public ::testing::Test {
   Bundle mac;
   std::optional<DaemonProcess> process;
   double looked = 0;
-  std::size_t seen = 0;
 };
 
 // --- the grace

@@ -48,12 +48,7 @@ class Edit : public ::testing::Test {
     return std::count(exchanges.begin(), exchanges.end(), "read TB0T");
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
 
   void replace(const std::string& json) {
     test::put(config + ".new", json);
@@ -64,7 +59,6 @@ class Edit : public ::testing::Test {
   std::string config = mac.path(defaultConfigPath);
   double started = mac.machine().now;
   DaemonProcess process{mac};
-  std::size_t seen = 0;
 };
 
 TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {

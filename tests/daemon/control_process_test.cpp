@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +10,7 @@
 
 #include "base/options.h"
 #include "sim/machine/client_requirement.h"
+#include "sim/process/log_lines.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
 
@@ -45,13 +45,7 @@ class Clients : public ::testing::Test {
     static_cast<void>(newLines());
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(std::min(seen, all.size())),
-                                   all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
   std::string config() const { return mac.read(defaultConfigPath); }
   static Change asks(RequestKind kind, const std::string& client = "app", const std::string& settings = "") {
     return {.kind = ChangeKind::request,
@@ -63,7 +57,6 @@ class Clients : public ::testing::Test {
   VirtualMac mac;
   double started = mac.machine().now;
   DaemonProcess process{mac};
-  std::size_t seen = 0;
 };
 
 // --- being there
@@ -423,10 +416,8 @@ class NativeClients : public ::testing::Test {
   }
   // Everything logged, also where there is no file any more.
   std::vector<std::string> lines() const {
-    constexpr std::size_t stampWidth = 22;
-    std::vector<std::string> all;
-    std::istringstream text(process.output());
-    for (std::string line; std::getline(text, line);) all.push_back(line.substr(stampWidth));
+    std::vector<std::string> all = sim::linesOf(process.output());
+    for (std::string& line : all) line = sim::withoutStamp(line);
     return all;
   }
   std::vector<std::string> newLines() const {

@@ -60,17 +60,11 @@ class Night : public ::testing::Test {
     daemon->run(5);
     ASSERT_FALSE(mac->machine().system.asleep);
   }
-  [[nodiscard]] std::vector<std::string> newLines() {
-    const std::vector<std::string> all = mac->logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(linesSeen), all.end());
-    linesSeen = all.size();
-    return lines;
-  }
+  [[nodiscard]] std::vector<std::string> newLines() { return mac->newLogLines(); }
   [[nodiscard]] double level() const { return virtual_mac::level(mac->machine()); }
 
   std::unique_ptr<VirtualMac> mac;
   std::unique_ptr<DaemonProcess> daemon;
-  std::size_t linesSeen = 0;
 };
 
 TEST_F(Night, inTheBandStaysClosedTillMorning) {

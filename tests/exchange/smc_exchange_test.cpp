@@ -89,7 +89,7 @@ TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
 }
 
 TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
-  first.record = record("ETHC", {{resultAt, 1}});  // a result that is not looked at
+  first.record = record("ETHC", {{resultAt, 1}});  // a result that is ignored
   std::array<char, 5> name{'?', '?', '?', '?', '?'};
   EXPECT_EQ(SMCKeyAtIndex(connection, 0x01020304, name), kernelSuccess);
   EXPECT_THAT(sent,

@@ -5,6 +5,7 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/scenario/line_pattern.h"
 
 namespace brisko::lab {
@@ -43,12 +44,13 @@ void tryPattern(std::string_view shortPattern, std::string_view line) {
   require(matches(std::string(line), pattern) == fits(line, shortPattern));
 }
 
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
+  const std::string_view pattern = bytes.upTo('\n');
+  tryPattern(pattern, bytes.rest());
+}
+
+const FuzzTarget target("line_pattern", tryInput);
+
 }  // namespace
 }  // namespace brisko::lab
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::Bytes bytes(data, size);
-  const std::string_view pattern = bytes.upTo('\n');
-  brisko::lab::tryPattern(pattern, bytes.rest());
-  return 0;
-}

@@ -122,9 +122,9 @@ std::string nameOfSdks(const ::testing::TestParamInfo<LinkedSdks>& linked) {
   return name;
 }
 
-class PackageOfAProgram : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
+class ProgramPackage : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
 
-TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
+TEST_P(ProgramPackage, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
   const auto& [sdks, accepted, refusal] = GetParam();
   for (const Words& target : {Words{"sign", "IDENTITY=-"}, Words{"package", "INSTALLER_IDENTITY=Some One"}}) {
     const Finished run = make(target, {{"FAKE_SDKS", sdks}});
@@ -136,7 +136,7 @@ TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    BySdk, PackageOfAProgram,
+    BySdk, ProgramPackage,
     ::testing::Values(LinkedSdks{"26.0", true}, LinkedSdks{"26", true}, LinkedSdks{"27.1", true},
                       LinkedSdks{"100.0", true}, LinkedSdks{"26.0 26.2", true},
                       LinkedSdks{"25.9", false, "brisko-daemon was built with the SDK 25.9."},

@@ -117,13 +117,13 @@ TEST_F(SmartChargeContract, isSupportedFromSomeUptimeOn) {
   EXPECT_EQ(smartChargeLimitSupported(), true);
 }
 
-TEST(SmartChargeOnOlderSystems, isAbsent) {
+TEST(SmartChargeBeforeLimit, isAbsent) {
   const ContractMachine mac({.macOS = 25});
   EXPECT_FALSE(smartChargeClassPresent());
   EXPECT_FALSE(makeSmartChargeClient("somebody"));
 }
 
-TEST(SmartChargeOnAMacWithoutALimit, isAbsent) {
+TEST(SmartChargeWithoutLimit, isAbsent) {
   const ContractMachine mac({.macOS = 27, .chargeLimit = false});
   EXPECT_FALSE(smartChargeClassPresent());
   EXPECT_FALSE(makeSmartChargeClient("somebody"));

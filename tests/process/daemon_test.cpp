@@ -42,7 +42,7 @@ TEST(Modes, versionPrintsTheVersion) {
   EXPECT_EQ(finished.errors, "");
 }
 
-TEST(WithoutAVirtualMac, rootIsToldThatThereIsNoController) {
+TEST(WithoutVirtualMac, rootIsToldThatThereIsNoController) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   const Finished finished = run("brisko-daemon", {});
   EXPECT_EQ(finished.status, 1);

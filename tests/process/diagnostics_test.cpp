@@ -243,7 +243,7 @@ TEST(ProbeProgram, leavesADaemonThatRunsAlone) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(WithoutAVirtualMac, theModesThatNeedTheControllerSaySoOnStandardOutput) {
+TEST(WithoutVirtualMac, theModesThatNeedTheControllerSaySoOnStandardOutput) {
   for (const Words& words : {Words{"--probe"}, Words{"--probe", "--json"}}) {
     const test::Ended ended = test::runAsNobody(words);
     EXPECT_EQ(ended.status, 1);

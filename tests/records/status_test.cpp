@@ -349,7 +349,7 @@ TEST_F(Status, abortsOnSecondsBeyond64Bits) {
                 writeStatus(report);
               }).signal,
               SIGABRT);
-    // Not looked at while there is no soak to tell of.
+    // Not evaluated while there is no soak to report.
     EXPECT_EQ(inChild([&] {
                 gCal.soakBanked = seconds;
                 writeStatus(report);

@@ -64,6 +64,11 @@ class VirtualMac : public sim::Simulation {
   // The lines of daemon.log without their time stamps, and with them.
   [[nodiscard]] std::vector<std::string> logLines() const;
   [[nodiscard]] std::vector<std::string> stampedLogLines() const;
+  // The lines that were added since the last call, without their time stamps; none when the log was removed.
+  [[nodiscard]] std::vector<std::string> newLogLines();
+
+ private:
+  std::size_t linesSeen_ = 0;
 };
 
 }  // namespace brisko::test

@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include "sim/machine/machine_store.h"
+#include "sim/process/scratch.h"
 #include "tools/live_view/live_view.h"
 
 namespace brisko::demo {
@@ -54,7 +55,10 @@ class DemoMac {
   [[nodiscard]] virtual_mac::Machine machine();
   [[nodiscard]] bool missing(const std::string& what);
 
-  std::string folder_;
+  // Shows the machine until `continues` returns false. Returns true when the time is over before that.
+  [[nodiscard]] bool watch(double seconds, const std::function<bool()>& continues);
+
+  sim::ScratchFolder folder_{"brisko-demo"};
   std::unique_ptr<virtual_mac::MachineStore> store_;
   std::unique_ptr<vmac::LiveView> view_;
   std::vector<std::string> lines_;  // of the log, since the last title()

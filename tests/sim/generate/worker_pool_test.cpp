@@ -53,6 +53,7 @@ TEST_F(WorkerPoolTest, reportTheirResult) {
                    .begin = 1000,
                    .seconds = 60.5,
                    .invariant = 9,
+                   .invariantText = "9. It holds.",
                    .at = 59.25,
                    .seen = "\"82\"\n%",
                    .log = {"one", "two"},
@@ -62,6 +63,7 @@ TEST_F(WorkerPoolTest, reportTheirResult) {
   EXPECT_EQ(verdict.begin, 1000);
   EXPECT_EQ(verdict.seconds, 60.5);
   EXPECT_EQ(verdict.invariant, 9);
+  EXPECT_EQ(verdict.invariantText, "9. It holds.");
   EXPECT_EQ(verdict.at, 59.25);
   EXPECT_EQ(verdict.seen, "\"82\"\n%");
   EXPECT_THAT(verdict.log, ElementsAre("one", "two"));

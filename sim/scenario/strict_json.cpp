@@ -117,8 +117,11 @@ std::optional<Json> parseStrictly(std::string_view text, Diagnostics& diagnostic
   Places places(text, stream);
   rapidjson::Reader reader;
   const auto result = reader.Parse<rapidjson::kParseValidateEncodingFlag>(stream, places);
-  const Json document = result.IsError() ? Json() : Json::parse(text.begin(), text.end(), nullptr, false);
-  if (result.IsError() || document.is_discarded()) {
+  // A zero byte ends the text for the readers, but not for whoever wrote something after it.
+  const bool whole = !result.IsError() && stream.Tell() == text.size();
+  const Json document =
+      whole ? Json::parse(text.begin(), text.end(), nullptr, false) : Json(Json::value_t::discarded);
+  if (document.is_discarded()) {
     const std::string why = places.tooDeep() ? "more than " + std::to_string(mostLevels) + " levels deep"
                             : result.IsError()
                                 ? std::string("not valid JSON: ") + GetParseError_En(result.Code())

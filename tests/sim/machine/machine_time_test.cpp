@@ -482,6 +482,7 @@ TEST(MachineChanges, keepsNumbersWithinReason) {
 TEST(MachineChanges, areHeldToTheRangeThatTheToolsOffer) {
   const auto after = [](const Fault& fault, double number) {
     Bench mac;
+    mac.machine.system.asleep = fault.change.kind == ChangeKind::darkWake;  // only a sleeping Mac wakes
     Change change = fault.change;
     change.key = keyCode("CHTE");
     change.number = number;

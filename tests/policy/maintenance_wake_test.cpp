@@ -1,6 +1,6 @@
 #include "policy/maintenance_wake.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

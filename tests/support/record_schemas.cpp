@@ -8,10 +8,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include <gtest/gtest.h>
-
 #include "sim/schema/json_schema.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {

@@ -7,6 +7,7 @@
 #include "base/process_flags.h"
 #include "hardware/battery.h"
 #include "sim/invariants/gate_keys.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "state/calibration_state.h"

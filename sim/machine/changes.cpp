@@ -193,7 +193,7 @@ struct Row {
   Range range = {};
 };
 
-constexpr double never = -1;
+constexpr double notEver = -1;
 constexpr double day = 86400;
 constexpr double mostSeconds = 1e9;
 constexpr double most32Bits = 4294967295.0;
@@ -255,7 +255,7 @@ constexpr Row rows[] = {
     {Kind::limitReverted,
      insistOnLimit,
      Takes::rangeOrNever,
-     {never, day, "s after each change, below 0 never"}},
+     {notEver, day, "s after each change, below 0 never"}},
     {Kind::limitDelay, put<&Machine::limit, &ChargeLimit::delay>, Takes::range, {0, day, "s"}},
     {Kind::limitClient, put<&Machine::limit, &ChargeLimit::client>, Takes::choice,
      upTo(LimitClient::noFramework)},
@@ -303,7 +303,7 @@ void change(Machine& machine, const Row& row, Change said) {
   const double number = said.number;
   if (row.takes == Takes::choice && !(number >= row.range.least && number <= row.range.most)) return;
   if (row.takes != Takes::any) said.number = bounded(number, row.range);
-  if (row.takes == Takes::rangeOrNever && !(number >= 0)) said.number = never;
+  if (row.takes == Takes::rangeOrNever && !(number >= 0)) said.number = notEver;
   row.set(machine, said);
 }
 

@@ -18,7 +18,7 @@ namespace brisko::demo {
 
 class DemoMac {
  public:
-  DemoMac();
+  DemoMac() = default;
   ~DemoMac();  // ends what still runs and removes the folder
   DemoMac(const DemoMac&) = delete;
   DemoMac& operator=(const DemoMac&) = delete;

@@ -76,7 +76,7 @@ TEST(Campaign, reportsAFailureWithAllThatIsNeededToReproduceIt) {
                          scenario.timedActions.at(0).action.dump() + ", step 0, "));
   EXPECT_THAT(captured.printed,
               HasSubstr("\n  invariant: 9. It holds.\n  seen:      82 %\n"
-                        "  again:     brisko-lab campaign --seeds 17..17 --days 30 --faults all\n" +
+                        "  again:     brisko-lab campaign --seeds 17..17 --days 30 --faults all\n"
                         "  The end of the log until then:\n    the last line\n"));
 }
 

@@ -26,8 +26,6 @@
 
 namespace {
 
-using namespace test;
-
 // Every wait of the run loop in this process, and those that had a length.
 std::atomic<int> gWaits{0};
 std::atomic<int> gLongWaits{0};
@@ -48,6 +46,8 @@ extern "C" int ppoll(pollfd* events, nfds_t count, const timespec* timeout, cons
 
 namespace brisko {
 namespace {
+
+using namespace test;
 
 using platform::addRepeatingTimer;
 using platform::postMain;

@@ -58,7 +58,7 @@ std::string suggestionFor(const std::string& word, const Words& known) {
 }
 
 // The words that a rule allows: of "enum" itself, or of one that applies to texts alone.
-Words wordsOf(const Json& rule) {
+Words allowedWords(const Json& rule) {
   if (rule.contains("enum")) return rule.at("enum").get<Words>();
   for (const Json& either : rule.value("anyOf", Json::array())) {
     if (either.contains("enum")) return either.at("enum").get<Words>();
@@ -75,7 +75,7 @@ std::string nameOfType(const Json& type) {
 
 std::string expectationOf(const Json& rule) {
   if (rule.contains("title")) return rule.at("title");
-  if (const Words words = wordsOf(rule); !words.empty()) return listOf(words);
+  if (const Words words = allowedWords(rule); !words.empty()) return listOf(words);
   std::string text = nameOfType(rule.at("type"));
   if (rule.contains("minimum")) text += " from " + plainNumber(rule.at("minimum"));
   if (rule.contains("maximum")) text += " to " + plainNumber(rule.at("maximum"));
@@ -83,7 +83,7 @@ std::string expectationOf(const Json& rule) {
 }
 
 std::string unknownKey(const std::string& key, const Json& rule) {
-  if (contains(wordsOf(rule), key)) return "takes no value; write it as a text, \"" + key + "\"";
+  if (contains(allowedWords(rule), key)) return "takes no value; write it as a text, \"" + key + "\"";
   const Words known = keysOf(rule.at("properties"));
   const std::string suggestion = suggestionFor(key, known);
   constexpr std::size_t mostListed = 20;
@@ -100,7 +100,7 @@ std::string missingKeys(const Json& value, const Json& rule) {
 }
 
 std::string unexpectedValue(const Json& value, const Json& rule) {
-  const Words known = wordsOf(rule);
+  const Words known = allowedWords(rule);
   std::string suggestion;
   if (value.is_string() && !known.empty()) {
     const std::string word = value;

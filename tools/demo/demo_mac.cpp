@@ -8,7 +8,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include <fcntl.h>
@@ -22,8 +21,6 @@ namespace brisko::demo {
 namespace {
 
 using virtual_mac::Machine;
-
-constexpr const char* configPath = "/Library/Application Support/Brisko/config.json";
 
 double realNow() {
   timespec now{};
@@ -89,7 +86,8 @@ bool DemoMac::make(std::vector<std::string> options) {
   store_ = virtual_mac::MachineStore::open(folder_, reason);
   if (!store_) return false;
   view_ = std::make_unique<vmac::LiveView>(*store_, stdout);
-  return true;
+  // For brisko, which is told in no other way.
+  return ::setenv("BRISKO_VIRTUAL_MAC", folder_.c_str(), 1) == 0;
 }
 
 bool DemoMac::boot() {
@@ -105,12 +103,13 @@ bool DemoMac::shutDown() {
   return asked && status == 0;
 }
 
-bool DemoMac::edit(const std::string& settings) {
-  say("$ echo '" + settings + "' > config.json");
-  std::ofstream file(store_->volumeRoot() + configPath, std::ios::trunc);
-  file << settings << '\n';
-  file.close();
-  return !file.fail();
+bool DemoMac::brisko(std::vector<std::string> words) {
+  std::string shown = "$ brisko";
+  for (const std::string& word : words) shown += " " + word;
+  say(shown);
+  words.insert(words.begin(), vmac::siblingProgram("brisko"));
+  const pid_t child = start(words, false);
+  return child != 0 && statusOf(child) == 0;
 }
 
 void DemoMac::title(const std::string& text) {

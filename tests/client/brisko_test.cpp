@@ -1,6 +1,7 @@
 // What people do with brisko, on a live virtual Mac.
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
@@ -354,6 +355,54 @@ TEST(BriskoRefuses, toTrustAStatusFromTheFuture) {
   const Finished finished = mac.brisko({"why"});
   EXPECT_EQ(finished.status, 3);
   EXPECT_THAT(finished.output, HasSubstr("the clock was set back"));
+}
+
+// A daemon that is paused, with a status from long ago.
+void fallSilent(LiveBrisko& mac) {
+  mac.daemon->signal(SIGSTOP);
+  json status = json::parse(test::contents(mac.statusPath()));
+  status["ts"] = status["ts"].get<double>() - 100;
+  test::put(mac.statusPath(), status.dump());
+}
+
+TEST(BriskoReads, thatTheDaemonDoesNothing) {
+  LiveBrisko mac;
+  mac.boot();
+  fallSilent(mac);
+  EXPECT_THAT(mac.brisko({"why"}).output, StartsWith("The daemon does not report: its status is 1 min old."));
+  const std::string logPath = mac.mac.folder() + "/volume/Library/Logs/Brisko/daemon.log";
+  const std::string log = mac.mac.log();
+  test::put(logPath,
+            log +
+                "2026-03-01T08:15:30Z  app gone — charge, adapter and LED handed back to macOS; service "
+                "dormant (uninstall with uninstall-service.sh)\n");
+  EXPECT_THAT(mac.brisko({"why"}).output, StartsWith("The app was removed"));
+  expectRefused(mac.brisko({"limit", "60"}), 3, "Nothing was changed.");
+  test::put(logPath,
+            log + "2026-03-01T08:15:30Z  charge released by the app — the service is about to be removed\n");
+  EXPECT_THAT(mac.brisko({"why"}).output, StartsWith("The app released the charge"));
+  const std::string data = mac.statusPath().substr(0, mac.statusPath().rfind('/'));
+  std::filesystem::remove_all(data);
+  EXPECT_THAT(mac.brisko({"why"}).output, StartsWith("All data was erased"));
+  expectRefused(mac.brisko({"limit", "60"}), 3, "Nothing was changed.");
+  EXPECT_FALSE(test::exists(data));
+  mac.daemon->signal(SIGCONT);
+}
+
+TEST(BriskoReads, theFilesOfAnotherVolume) {
+  LiveBrisko mac;
+  mac.mac.settings("{\"limit\":65}");
+  mac.boot();
+  const std::string volume = mac.mac.folder() + "/volume";
+  const auto brisko = [&](Words words) {
+    words.insert(words.end(), {"--volume", volume + "/"});
+    return test::run("brisko", words, {{"BRISKO_VIRTUAL_MAC", ""}, {"LC_ALL", "C.UTF-8"}});
+  };
+  EXPECT_EQ(said(brisko({"get", "limit"})), "65\n");
+  EXPECT_THAT(said(brisko({"status"})), HasSubstr("limit 65 %"));
+  EXPECT_EQ(said(brisko({"limit", "60"})), "The limit is 60 %. It is written on that volume.\n");
+  EXPECT_EQ(json::parse(mac.config())["limit"], 60);
+  expectRefused(brisko({"restart"}), 2, "another volume");
 }
 
 TEST(BriskoReads, aStatusOfAnOlderVersion) {

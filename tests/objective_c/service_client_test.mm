@@ -22,7 +22,8 @@ std::string received;
 @implementation FakeService
 - (void)applySettings:(NSData*)settings reply:(ReplyBlock)reply {
   received.assign(static_cast<const char*>(settings.bytes), settings.length);
-  if (answers) reply(does, does ? nil : @("Unreadable settings."));
+  const char* reason = "Unreadable settings.";
+  if (answers) reply(does, does ? nil : @(reason));
 }
 - (void)restartWithReply:(ReplyBlock)reply {
   received = "restart";

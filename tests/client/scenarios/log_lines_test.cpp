@@ -26,7 +26,7 @@ std::vector<std::string> scenarios() {
 class LogLinesOf : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(LogLinesOf, aScenarioFitOneEntryEach) {
-  lab::Diagnostics diagnostics;
+  lab::Diagnostics diagnostics(GetParam());
   const std::string text = test::contents(std::string(BRISKO_SCENARIOS) + "/" + GetParam() + ".json");
   const auto scenario = lab::readScenario(text, diagnostics);
   ASSERT_TRUE(scenario);

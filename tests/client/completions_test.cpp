@@ -82,13 +82,14 @@ TEST(ZshCompletions, offerCommandsOptionsAndValues) {
   if (!isInstalled("zsh")) GTEST_SKIP() << "zsh is not installed (apt-get install zsh)";
   test::ScratchFolder folder;
   test::put(folder.path() + "/completions", *completionScript("zsh"));
+  test::put(folder.path() + "/.zshrc",
+            "autoload -U compinit; compinit -u -D; source $ZDOTDIR/completions; bindkey '^I' list-choices\n"
+            "PS1='READY> '; print LOADED\n");
+  // Keys are sent only once the shell waits for them.
   test::put(folder.path() + "/terminal",
             "zmodload zsh/zpty\n"
-            "zpty shell zsh -f -i\n"
-            "zpty -w shell \"PS1='READY> '; TERM=dumb; autoload -U compinit; compinit -u -D; source "
-            "$1/completions; "
-            "bindkey '^I' list-choices; print LOADED\"\n"
-            "zpty -r shell reply '*LOADED*LOADED*'\n"
+            "zpty shell \"ZDOTDIR=$1 TERM=dumb zsh -d -i\"\n"
+            "zpty -r -m shell reply '*LOADED*READY> *'\n"
             "zpty -w -n shell \"$2\"$'\\t'\n"
             "zpty -r -m shell reply \"*$3*\" && print -r -- \"$reply\"\n"
             "zpty -d shell\n");

@@ -26,8 +26,10 @@ std::vector<std::string> scenarios() {
 class LogLinesOf : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(LogLinesOf, aScenarioFitOneEntryEach) {
-  lab::Diagnostics diagnostics(GetParam());
-  const std::string text = test::contents(std::string(BRISKO_SCENARIOS) + "/" + GetParam() + ".json");
+  // Paths in a scenario begin in its folder.
+  const std::string path = std::string(BRISKO_SCENARIOS) + "/" + GetParam() + ".json";
+  lab::Diagnostics diagnostics(path);
+  const std::string text = test::contents(path);
   const auto scenario = lab::readScenario(text, diagnostics);
   ASSERT_TRUE(scenario);
   lab::Recording recording;

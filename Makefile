@@ -18,7 +18,7 @@ help:
 	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
 
 demo: configured
-	@cmake --build build/release --target brisko-daemon brisko-vmac brisko-demo
+	@cmake --build build/release --target brisko brisko-daemon brisko-vmac brisko-demo
 	@build/release/brisko-demo
 
 bench: configured

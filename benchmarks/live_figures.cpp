@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,9 +58,10 @@ class Running {
   Running& operator=(const Running&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  bool wait() {
+  // `usage` is that of the whole program.
+  bool wait(rusage* usage = nullptr) {
     int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    while (::wait4(pid_, &status, 0, usage) < 0 && errno == EINTR) {
     }
     pid_ = 0;
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
@@ -131,6 +133,27 @@ double slowestProbe(const Machine& machine) {
   return slowest;
 }
 
+// Of "brisko status" while the daemon runs: the median of many runs. Empty when one failed.
+std::vector<Figure> clientFigures(const Machine& machine) {
+  constexpr int times = 50;
+  std::vector<double> milliseconds;
+  std::vector<double> megabytes;
+  for (int count = 0; count < times; ++count) {
+    Running status({sibling("brisko"), "status"}, machine.folder());
+    rusage usage{};
+    if (status.pid() == 0 || !status.wait(&usage)) return {};
+    const auto inMilliseconds = [](const timeval& time) {
+      return static_cast<double>(time.tv_sec) * 1000 + static_cast<double>(time.tv_usec) / 1000;
+    };
+    milliseconds.push_back(inMilliseconds(usage.ru_utime) + inMilliseconds(usage.ru_stime));
+    megabytes.push_back(static_cast<double>(usage.ru_maxrss) / 1024);
+  }
+  std::sort(milliseconds.begin(), milliseconds.end());
+  std::sort(megabytes.begin(), megabytes.end());
+  return {{"brisko status, processor time", milliseconds[times / 2], "ms", Target::atMost, 20},
+          {"brisko status, memory", megabytes[times / 2], "MB", Target::atMost, 10}};
+}
+
 double microsecondsPerTick(const LoadSample& sample) {
   constexpr double ticksPerMinute = 5;
   return sample.cpuSeconds * 1e6 / (sample.machineMinutes * ticksPerMinute);
@@ -159,6 +182,7 @@ std::vector<Figure> liveFigures() {
     figures.push_back({"private memory", process.privateKB / 1024, "MB"});
     figures.push_back(
         {"wake-ups a minute in a steady hold", steady.waits / steady.machineMinutes, "", Target::atMost, 8});
+    for (const Figure& figure : clientFigures(machine)) figures.push_back(figure);
     daemonSample = observe(machine, daemon.pid(), hurried, 5);
   }
   // The daemon handed the charge back when it ended. Restore the same steady hold for the floor program.

@@ -37,6 +37,9 @@ struct Settings {
 // integer key is fatal (base/checked.h).
 [[nodiscard]] Settings parseConfig(const Json& object);
 
+// All 16 keys, as they are written to the file.
+[[nodiscard]] Json configObject(const Settings& settings);
+
 // None when the file is missing, unreadable, not JSON or not an object. A file whose bytes have not changed
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
+#include <cstdlib>
 #include <thread>
 
 #include <fcntl.h>
@@ -17,8 +17,6 @@ namespace brisko::demo {
 namespace {
 
 using virtual_mac::Machine;
-
-constexpr const char* configPath = "/Library/Application Support/Brisko/config.json";
 
 // Runs a program, discarding its standard output when `quiet`. Returns its process id, 0 when it could not be
 // started.
@@ -68,7 +66,8 @@ bool DemoMac::make(std::vector<std::string> options) {
   store_ = virtual_mac::MachineStore::open(folder_.path(), reason);
   if (!store_) return false;
   view_ = std::make_unique<vmac::LiveView>(*store_, stdout);
-  return true;
+  // For brisko, which is told in no other way.
+  return ::setenv("BRISKO_VIRTUAL_MAC", folder_.path().c_str(), 1) == 0;
 }
 
 bool DemoMac::boot() {
@@ -84,12 +83,13 @@ bool DemoMac::shutDown() {
   return asked && status == 0;
 }
 
-bool DemoMac::edit(const std::string& settings) {
-  say("$ echo '" + settings + "' > config.json");
-  std::ofstream file(store_->volumeRoot() + configPath, std::ios::trunc);
-  file << settings << '\n';
-  file.close();
-  return !file.fail();
+bool DemoMac::brisko(std::vector<std::string> words) {
+  std::string shown = "$ brisko";
+  for (const std::string& word : words) shown += " " + word;
+  say(shown);
+  words.insert(words.begin(), vmac::siblingProgram("brisko"));
+  const pid_t child = start(words, false);
+  return child != 0 && statusOf(child) == 0;
 }
 
 void DemoMac::title(const std::string& text) {

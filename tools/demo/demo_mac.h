@@ -33,8 +33,8 @@ class DemoMac {
   // Shuts the machine down. Returns true when the daemon ended in time.
   [[nodiscard]] bool shutDown();
 
-  // Overwrites the daemon's configuration, as a user with an editor would.
-  [[nodiscard]] bool edit(const std::string& settings);
+  // Runs "brisko WORDS…" on the machine and shows the command. Returns false when it failed.
+  [[nodiscard]] bool brisko(std::vector<std::string> words);
 
   void title(const std::string& text);
 

@@ -2,10 +2,11 @@
 # Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench campaign fuzz format tidy coverage release sign package
+.PHONY: help demo check test bench campaign fuzz format tidy coverage release sign package
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
+	@echo 'make check     run before each commit: the tests of what was rebuilt, in about a minute'
 	@echo 'make test      run all checks: format, tests with both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     measure speed and memory, each compared with its target'
 	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
@@ -17,7 +18,7 @@ help:
 	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
 
 demo: configured
-	@cmake --build build/release --target brisko-daemon brisko-vmac brisko-demo
+	@cmake --build build/release --target brisko brisko-daemon brisko-vmac brisko-demo
 	@build/release/brisko-demo
 
 bench: configured
@@ -36,6 +37,9 @@ fuzz:
 
 release: configured
 	@cmake --build build/release
+
+check:
+	@scripts/check.sh
 
 test:
 	@scripts/test.sh

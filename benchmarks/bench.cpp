@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -11,6 +12,10 @@
 #include "figures.h"
 
 namespace brisko::bench {
+
+double realNow() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 ProcessFigures processFigures(long pid) {
   ProcessFigures figures;

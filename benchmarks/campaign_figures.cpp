@@ -1,6 +1,5 @@
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -12,12 +11,6 @@ namespace {
 
 constexpr int seeds = 40;
 constexpr int days = 7;
-
-double realNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 std::string lab() {
   std::error_code ignored;

@@ -41,6 +41,9 @@ void attachSteadyMachine();
 // Registers the benchmarks of a single tick.
 void registerTicks();
 
+// Real time in seconds, from some moment on.
+[[nodiscard]] double realNow();
+
 // Of a process, from /proc; all 0 without such a process.
 struct ProcessFigures {
   double threads = 0;

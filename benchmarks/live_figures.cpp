@@ -12,10 +12,12 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "figures.h"
+#include "sim/process/scratch.h"
 
 namespace brisko::bench {
 namespace {
@@ -56,9 +58,10 @@ class Running {
   Running& operator=(const Running&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  bool wait() {
+  // `usage` is that of the whole program.
+  bool wait(rusage* usage = nullptr) {
     int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    while (::wait4(pid_, &status, 0, usage) < 0 && errno == EINTR) {
     }
     pid_ = 0;
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
@@ -77,24 +80,15 @@ class Running {
 class Machine {
  public:
   Machine() {
-    std::string pattern = "/dev/shm/brisko-bench-XXXXXX";
-    if (::mkdtemp(pattern.data()) != nullptr) base_ = pattern;
-    const std::string speed = "1";
-    made_ = vmac({"new", folder(), "--charge", "80", "--speed", speed});
+    made_ = vmac({"new", folder(), "--charge", "80", "--speed", "1"});
     const std::string data = folder() + "/volume/Library/Application Support/Brisko";
     std::error_code ignored;
     std::filesystem::create_directories(data, ignored);
     std::ofstream(data + "/config.json") << "{\"enabled\":true,\"limit\":80,\"hysteresis\":5}";
   }
-  ~Machine() {
-    std::error_code ignored;
-    std::filesystem::remove_all(base_, ignored);
-  }
-  Machine(const Machine&) = delete;
-  Machine& operator=(const Machine&) = delete;
 
   [[nodiscard]] bool made() const { return made_; }
-  [[nodiscard]] std::string folder() const { return base_ + "/mac"; }
+  [[nodiscard]] std::string folder() const { return scratch_.path("mac"); }
   [[nodiscard]] bool hold() { return vmac({"key", folder(), "CHTE=01000000"}); }
   [[nodiscard]] bool speed(double factor) { return vmac({"speed", folder(), std::to_string(factor)}); }
 
@@ -104,15 +98,9 @@ class Machine {
     Running command(words, folder());
     return command.pid() != 0 && command.wait();
   }
-  std::string base_;
+  sim::ScratchFolder scratch_{"brisko-bench"};
   bool made_ = false;
 };
-
-double realNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 struct LoadSample {
   double machineMinutes = 0;
@@ -145,6 +133,27 @@ double slowestProbe(const Machine& machine) {
   return slowest;
 }
 
+// Of "brisko status" while the daemon runs: the median of many runs. Empty when one failed.
+std::vector<Figure> clientFigures(const Machine& machine) {
+  constexpr int times = 50;
+  std::vector<double> milliseconds;
+  std::vector<double> megabytes;
+  for (int count = 0; count < times; ++count) {
+    Running status({sibling("brisko"), "status"}, machine.folder());
+    rusage usage{};
+    if (status.pid() == 0 || !status.wait(&usage)) return {};
+    const auto inMilliseconds = [](const timeval& time) {
+      return static_cast<double>(time.tv_sec) * 1000 + static_cast<double>(time.tv_usec) / 1000;
+    };
+    milliseconds.push_back(inMilliseconds(usage.ru_utime) + inMilliseconds(usage.ru_stime));
+    megabytes.push_back(static_cast<double>(usage.ru_maxrss) / 1024);
+  }
+  std::sort(milliseconds.begin(), milliseconds.end());
+  std::sort(megabytes.begin(), megabytes.end());
+  return {{"brisko status, processor time", milliseconds[times / 2], "ms", Target::atMost, 20},
+          {"brisko status, memory", megabytes[times / 2], "MB", Target::atMost, 10}};
+}
+
 double microsecondsPerTick(const LoadSample& sample) {
   constexpr double ticksPerMinute = 5;
   return sample.cpuSeconds * 1e6 / (sample.machineMinutes * ticksPerMinute);
@@ -173,6 +182,7 @@ std::vector<Figure> liveFigures() {
     figures.push_back({"private memory", process.privateKB / 1024, "MB"});
     figures.push_back(
         {"wake-ups a minute in a steady hold", steady.waits / steady.machineMinutes, "", Target::atMost, 8});
+    for (const Figure& figure : clientFigures(machine)) figures.push_back(figure);
     daemonSample = observe(machine, daemon.pid(), hurried, 5);
   }
   // The daemon handed the charge back when it ended. Restore the same steady hold for the floor program.

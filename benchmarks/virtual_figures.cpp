@@ -1,15 +1,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <memory>
 #include <optional>
 #include <random>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -19,67 +17,38 @@
 #include "base/options.h"
 #include "daemon/entry.h"
 #include "figures.h"
-#include "sim/machine/machine_store.h"
 #include "sim/machine/models.h"
+#include "sim/process/simulation.h"
 #include "sim/seam/simulated/driver.h"
 
 namespace brisko::bench {
 namespace {
 
-using virtual_mac::MachineStore;
-
 constexpr double day = 86'400;
 
-double realNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-// A machine in memory that rests at its limit, with its volume in a memory-backed folder.
-class SteadyMachine {
+// A machine in memory that rests at its limit.
+class SteadyMachine : public sim::Simulation {
  public:
-  SteadyMachine() {
-    std::string pattern = "/dev/shm/brisko-bench-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
-    root_ = pattern;
-    virtual_mac::MachineOptions options;
-    options.percent = 80;
-    store_ = MachineStore::inMemory(virtual_mac::makeMachine(virtual_mac::models().front(), options));
-    store_->setVolumeRoot(root_);
-    const std::filesystem::path config = root_ + std::string(defaultConfigPath);
-    std::error_code ignored;
-    std::filesystem::create_directories(config.parent_path(), ignored);
-    std::ofstream(config) << "{\"enabled\":true,\"limit\":80,\"hysteresis\":5}";
-    virtual_mac::attachMachine(store_.get());
+  SteadyMachine()
+      : Simulation({.machine = virtual_mac::makeMachine(virtual_mac::models().front(), {.percent = 80})}) {
+    write(defaultConfigPath, R"({"enabled":true,"limit":80,"hysteresis":5})");
   }
-  ~SteadyMachine() {
-    std::error_code ignored;
-    std::filesystem::remove_all(root_, ignored);
-  }
-  SteadyMachine(const SteadyMachine&) = delete;
-  SteadyMachine& operator=(const SteadyMachine&) = delete;
 
-  double now() { return store_->view().machine().now; }
-  void change(const virtual_mac::Change& change) { virtual_mac::apply(store_->update().machine(), change); }
+  double now() { return machine().now; }
+  // Called in the daemon's own process.
+  void apply(const virtual_mac::Change& change) { virtual_mac::apply(store().update().machine(), change); }
   // The machine's own journal fills over time. Its pages are touched in advance, so that they do not count.
   void touchJournal() {
-    const auto update = store_->update();
+    const auto update = store().update();
     update.journal().entries.fill({});
   }
   // Wakes on the system's list with a date in the future.
-  double pendingWakes() {
-    const auto look = store_->view();
-    const auto& events = look.machine().sleep.events;
-    const double now = virtual_mac::wallClock(look.machine());
-    return static_cast<double>(std::count_if(events.begin(), events.end(), [now](const auto& event) {
-      return event.pending && event.date > now;
-    }));
+  double futureWakes() {
+    const std::vector<double> dates = pendingWakes();
+    const double now = virtual_mac::wallClock(machine());
+    return static_cast<double>(
+        std::count_if(dates.begin(), dates.end(), [now](double date) { return date > now; }));
   }
-
- private:
-  std::string root_;
-  std::unique_ptr<MachineStore> store_;
 };
 
 // What a process reports to its parent on given days.
@@ -146,18 +115,18 @@ class Year {
       return begin_ + today + evening + bedtime;
     }
     if (hour < morning) {
-      yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.pendingWakes());
+      yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.futureWakes());
       return begin_ + today + morning;
     }
-    yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.pendingWakes());
-    machine_.change({.kind = virtual_mac::ChangeKind::openLid});
+    yearFigures_.mostPendingWakes = std::max(yearFigures_.mostPendingWakes, machine_.futureWakes());
+    machine_.apply({.kind = virtual_mac::ChangeKind::openLid});
     return begin_ + today + day + evening;
   }
 
   void toBed() {
     const auto charge = std::uniform_int_distribution<int>(40, 95)(random_);
-    machine_.change({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
-    machine_.change({.kind = virtual_mac::ChangeKind::closeLid});
+    machine_.apply({.kind = virtual_mac::ChangeKind::charge, .number = static_cast<double>(charge)});
+    machine_.apply({.kind = virtual_mac::ChangeKind::closeLid});
     yearFigures_.nights += 1;
   }
 
@@ -195,7 +164,6 @@ std::optional<YearFigures> simulateYear(bool withNights) {
     simulate(machine, year);
   }
   static_cast<void>(::waitpid(child, nullptr, 0));
-  virtual_mac::attachMachine(nullptr);
   const YearFigures kept = yearFigures;
   ::munmap(shared, sizeof(YearFigures));
   if (kept.year.seconds == 0) return std::nullopt;

@@ -21,6 +21,15 @@ target_compile_options(brisko_options INTERFACE ${BRISKO_WARNINGS})
 # The bytes of a simulated run must not depend on the compiler.
 target_compile_options(brisko_options INTERFACE -ffp-contract=off)
 target_include_directories(brisko_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+# The library checks its preconditions in the debug and sanitizer builds.
+target_compile_definitions(brisko_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+# For libraries that a run under sanitizers enters only now and then: optimising them takes longer than it saves.
+set(BRISKO_UNOPTIMISED_WHEN_DEBUGGING $<$<CONFIG:Debug>:-O0>)
+# Half of the time that linking takes with the default linker.
+find_program(BRISKO_LLD NAMES ld.lld ld.lld-14)
+if(BRISKO_LLD AND NOT APPLE)
+  add_link_options(-fuse-ld=lld)
+endif()
 
 if(BRISKO_SANITIZE)
   target_compile_options(brisko_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all

@@ -39,11 +39,11 @@ void keepOfColumn(const std::vector<Moment>& moments, std::size_t begin, std::si
 std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enough, std::size_t columns) {
   if (moments.size() <= enough) return moments;
   const double from = moments.front().time;
-  const double width = (moments.back().time - from) / static_cast<double>(columns);
+  const double columnWidth = (moments.back().time - from) / static_cast<double>(columns);
   std::vector<bool> kept(moments.size(), false);
   std::size_t begin = 0;
   for (std::size_t column = 1; column <= columns && begin < moments.size(); ++column) {
-    const double border = from + width * static_cast<double>(column);
+    const double border = from + columnWidth * static_cast<double>(column);
     std::size_t end = begin;
     while (end < moments.size() && (column == columns || moments[end].time < border)) ++end;
     if (end > begin) keepOfColumn(moments, begin, end, kept);

@@ -3,7 +3,7 @@
 
 own_sources() {
   local folders=() folder
-  for folder in src sim report tools tests benchmarks; do
+  for folder in src sim report tools client tests benchmarks; do
     [[ -d $folder ]] && folders+=("$folder")
   done
   find "${folders[@]}" -type f \( -name '*.h' -o -name '*.cpp' -o -name '*.mm' \) | LC_ALL=C sort

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Runs clang-tidy on src/, sim/, report/ and tools/, as compiled in the given build folder (default: build/asan).
+# Runs clang-tidy on src/, sim/, report/, tools/ and client/, as compiled in the given build folder (default: build/asan).
+# The sanitizer builds compile each library as one source, which takes a fifth of the time that its files take one by
+# one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/asan}
 
 compiled() {
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" |
-    grep -E "^$PWD/(src|sim|report|tools)/" | LC_ALL=C sort -u
+    grep -E "^$PWD/($build/)?(src|sim|report|tools|client)/" | LC_ALL=C sort -u
 }
 
 # The compiler has already reported its warnings; repeating them would only take time.

@@ -15,7 +15,6 @@
 #include "sim/generate/commit.h"
 #include "sim/generate/shrink.h"
 #include "sim/generate/worker_pool.h"
-#include "sim/invariants/invariant_checker.h"
 #include "sim/scenario/timing.h"
 
 namespace brisko::lab {
@@ -78,7 +77,7 @@ std::string commandFor(const CampaignOptions& options, std::uint64_t seed) {
 
 std::string invariantText(const Verdict& verdict) {
   if (verdict.result == Result::crashed) return "Every generated scenario runs to its end.";
-  return std::to_string(verdict.invariant) + ". " + invariantWords(verdict.invariant);
+  return verdict.invariantText;
 }
 
 std::string eventText(const GeneratedScenario& scenario, const Verdict& verdict) {

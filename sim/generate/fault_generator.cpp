@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -18,20 +19,27 @@ using virtual_mac::Fault;
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko/";
 
+// What the incidents of a scenario are made of.
+struct Context {
+  const MacTraits& mac;
+  const ScenarioJson& settings;  // which the user's app restores
+  Rng& rng;
+  Timeline& timeline;
+};
+
+struct Range {
+  std::int64_t least, most;
+};
+
+std::int64_t between(const Range& range, Rng& rng) { return rng.between(range.least, range.most); }
+
 // --- Durations
 
 // Some minutes, some hours, or days.
 std::int64_t randomWhile(Rng& rng) {
-  switch (rng.between(0, 3)) {
-    case 0:
-      return rng.between(15, 900);
-    case 1:
-      return rng.between(900, 10800);
-    case 2:
-      return rng.between(10800, 43200);
-    default:
-      return rng.between(43200, 200000);
-  }
+  return between(
+      rng.oneOf(std::array{Range{15, 900}, Range{900, 10800}, Range{10800, 43200}, Range{43200, 200000}}),
+      rng);
 }
 
 // A fault that keeps the daemon from starting is repaired soon. Otherwise the daemon would do nothing but
@@ -62,15 +70,9 @@ constexpr std::array everyKey{Key{"CHTE", 4}, Key{"CH0B", 1}, Key{"CH0C", 1}, Ke
                               Key{"bfE0", 1}, Key{"CHIE", 1}, Key{"CH0I", 1}, Key{"CH0J", 1}, Key{"bfG0", 1}};
 
 Key randomKey(const MacTraits& mac, Rng& rng) {
-  switch (rng.between(0, 9)) {
-    case 0:
-    case 1:
-      return rng.oneOf(readings);
-    case 2:
-      return rng.oneOf(everyKey);
-    default:
-      return rng.oneOf(keysOf(mac));
-  }
+  const std::uint64_t which = rng.below(10);
+  if (which < 2) return rng.oneOf(readings);
+  return which == 2 ? rng.oneOf(everyKey) : rng.oneOf(keysOf(mac));
 }
 
 std::string hex(std::uint64_t byte) {
@@ -107,47 +109,88 @@ constexpr std::array properties{"CurrentCapacity",
                                 "AppleRawCurrentCapacity",
                                 "NominalChargeCapacity"};
 
-// The usual range of each measured value; the list of faults has the possible range.
-struct Usual {
-  std::string_view name;
-  std::int64_t least, most;
+// How a fault is chosen and repaired; a fault without a row is drawn from its possible range and stays.
+struct FaultRow {
+  std::string_view fault;
+  std::optional<Range> usual = {};          // of its number; the list of faults has the possible range
+  std::string_view repairedBy = {};         // another fault, with the same arguments
+  std::optional<std::int64_t> normal = {};  // the number of a healthy Mac, which repairs it
 };
-constexpr std::array usual{
-    Usual{"plug", 20, 140},
-    Usual{"charge", 5, 100},
-    Usual{"load", 3, 60},
-    Usual{"ambient", 5, 40},
-    Usual{"temperature", 10, 50},
-    Usual{"health", 2500, 9000},
-    Usual{"cycles", 0, 1200},
-    Usual{"slow-current", 0, 120},
-    Usual{"trickle", 0, 300},
-    Usual{"key-size", 0, 4},
-    Usual{"key-taken-back-after", 1, 900},
-    Usual{"late-power-source", 1, 60},
-    Usual{"macos", 14, 27},
-    Usual{"capabilities", 0, 15},
-    Usual{"dark-wake", 10, 300},
-    Usual{"scheduled-wakes", 0, 1},
-    Usual{"battery-wakes", 5, 45},
-    Usual{"adapter-wakes", 0, 1},
-    Usual{"cut-keeps-external", 0, 1},
-    Usual{"late-capabilities", 0, 5},
-    Usual{"limit", 80, 100},
-    Usual{"charge-to-full", 0, 43200},
-    Usual{"limit-put-back", 5, 3600},
-    Usual{"limit-delay", 0, 120},
-    Usual{"limit-supported-after", 0, 300},
-    Usual{"limit-readable-after", 0, 300},
-    Usual{"clock-step", -7200, 7200},
-    Usual{"user", 501, 502},
+constexpr std::array faultRows{
+    FaultRow{.fault = "plug", .usual = {{20, 140}}},
+    FaultRow{.fault = "charge", .usual = {{5, 100}}},
+    FaultRow{.fault = "load", .usual = {{3, 60}}, .normal = 8},
+    FaultRow{.fault = "ambient", .usual = {{5, 40}}, .normal = 23},
+    FaultRow{.fault = "temperature", .usual = {{10, 50}}, .normal = 28},
+    FaultRow{.fault = "health", .usual = {{2500, 9000}}},
+    FaultRow{.fault = "cycles", .usual = {{0, 1200}}},
+    FaultRow{.fault = "slow-current", .usual = {{0, 120}}, .normal = 0},
+    FaultRow{.fault = "trickle", .usual = {{0, 300}}, .normal = 0},
+    FaultRow{.fault = "key-size", .usual = {{0, 4}}},
+    FaultRow{.fault = "key-taken-back-after", .usual = {{1, 900}}, .repairedBy = "key-stays"},
+    FaultRow{.fault = "late-power-source", .usual = {{1, 60}}, .normal = 0},
+    FaultRow{.fault = "macos", .usual = {{14, 27}}},
+    FaultRow{.fault = "capabilities", .usual = {{0, 15}}, .normal = 15},
+    FaultRow{.fault = "dark-wake", .usual = {{10, 300}}},
+    FaultRow{.fault = "scheduled-wakes", .usual = {{0, 1}}},
+    FaultRow{.fault = "battery-wakes", .usual = {{5, 45}}},
+    FaultRow{.fault = "adapter-wakes", .usual = {{0, 1}}},
+    FaultRow{.fault = "cut-keeps-external", .usual = {{0, 1}}},
+    FaultRow{.fault = "late-capabilities", .usual = {{0, 5}}},
+    FaultRow{.fault = "limit", .usual = {{80, 100}}},
+    FaultRow{.fault = "charge-to-full", .usual = {{0, 43200}}},
+    FaultRow{.fault = "limit-put-back", .usual = {{5, 3600}}, .normal = -1},
+    FaultRow{.fault = "limit-delay", .usual = {{0, 120}}, .normal = 5},
+    FaultRow{.fault = "limit-supported-after", .usual = {{0, 300}}, .normal = 0},
+    FaultRow{.fault = "limit-readable-after", .usual = {{0, 300}}, .normal = 0},
+    FaultRow{.fault = "clock-step", .usual = {{-7200, 7200}}},
+    FaultRow{.fault = "user", .usual = {{501, 502}}, .normal = 0},
+    FaultRow{.fault = "key-missing", .repairedBy = "key-appears"},
+    FaultRow{.fault = "key-ignores-write", .repairedBy = "key-obeys"},
+    FaultRow{.fault = "key-without-effect", .repairedBy = "key-obeys"},
+    FaultRow{.fault = "key-refuses-write", .repairedBy = "key-obeys"},
+    FaultRow{.fault = "key-write-fails", .repairedBy = "key-obeys"},
+    FaultRow{.fault = "key-refused", .repairedBy = "key-granted"},
+    FaultRow{.fault = "light-taken", .repairedBy = "light-left"},
+    FaultRow{.fault = "no-controller", .repairedBy = "controller-present"},
+    FaultRow{.fault = "controller-refuses", .repairedBy = "controller-present"},
+    FaultRow{.fault = "property-missing", .repairedBy = "property-healed"},
+    FaultRow{.fault = "property-text", .repairedBy = "property-healed"},
+    FaultRow{.fault = "property-real", .repairedBy = "property-healed"},
+    FaultRow{.fault = "property-unsigned", .repairedBy = "property-healed"},
+    FaultRow{.fault = "no-power-snapshot", .repairedBy = "power-sources-healed"},
+    FaultRow{.fault = "no-power-sources", .repairedBy = "power-sources-healed"},
+    FaultRow{.fault = "no-internal-battery", .repairedBy = "power-sources-healed"},
+    FaultRow{.fault = "ups-first", .repairedBy = "power-sources-healed"},
+    FaultRow{.fault = "battery-out", .repairedBy = "battery-in"},
+    FaultRow{.fault = "weak-adapter", .repairedBy = "plug"},
+    FaultRow{.fault = "idle-sleep-vetoed", .repairedBy = "sleep-granted"},
+    FaultRow{.fault = "sleep-cancelled", .repairedBy = "sleep-granted"},
+    FaultRow{.fault = "sleep-refused", .repairedBy = "sleep-granted"},
+    FaultRow{.fault = "schedule-refused", .repairedBy = "schedule-granted"},
+    FaultRow{.fault = "no-power-clients", .repairedBy = "power-clients"},
+    FaultRow{.fault = "no-limit-framework", .repairedBy = "limit-client"},
+    FaultRow{.fault = "no-limit-class", .repairedBy = "limit-client"},
+    FaultRow{.fault = "no-limit-selector", .repairedBy = "limit-client"},
+    FaultRow{.fault = "limit-state-unreadable", .repairedBy = "limit-state-readable"},
+    FaultRow{.fault = "limit-value-unreadable", .repairedBy = "limit-value-readable"},
+    FaultRow{.fault = "limit-refused", .repairedBy = "limit-granted"},
+    FaultRow{.fault = "limit-set-fails", .repairedBy = "limit-granted"},
+    FaultRow{.fault = "preferences-fail", .repairedBy = "preferences-written"},
+    FaultRow{.fault = "daemon-signature-unreadable", .repairedBy = "daemon-signature-readable"},
 };
 
+FaultRow rowOf(const Fault& fault) {
+  const auto* row = std::find_if(faultRows.begin(), faultRows.end(),
+                                 [&](const FaultRow& each) { return each.fault == fault.name; });
+  return row == faultRows.end() ? FaultRow{.fault = fault.name} : *row;
+}
+
 std::int64_t randomNumber(const Fault& fault, Rng& rng) {
-  const auto* known =
-      std::find_if(usual.begin(), usual.end(), [&](const Usual& entry) { return entry.name == fault.name; });
-  if (known != usual.end() && !rng.oneIn(6)) return rng.between(known->least, known->most);
-  return rng.between(static_cast<std::int64_t>(fault.least), static_cast<std::int64_t>(fault.most));
+  const std::optional<Range> usual = rowOf(fault).usual;
+  if (usual && !rng.oneIn(6)) return between(*usual, rng);
+  return rng.between(static_cast<std::int64_t>(fault.range().least),
+                     static_cast<std::int64_t>(fault.range().most));
 }
 
 // --- Repairs
@@ -158,78 +201,14 @@ struct RandomFault {
   bool keepsFromStarting = false;
 };
 
-struct Repair {
-  std::string_view fault;
-  std::string_view name;
-};
-// Faults that are repaired by another fault with the same arguments.
-constexpr std::array repairs{
-    Repair{"key-missing", "key-appears"},
-    Repair{"key-ignores-write", "key-obeys"},
-    Repair{"key-without-effect", "key-obeys"},
-    Repair{"key-refuses-write", "key-obeys"},
-    Repair{"key-write-fails", "key-obeys"},
-    Repair{"key-refused", "key-granted"},
-    Repair{"key-taken-back-after", "key-stays"},
-    Repair{"light-taken", "light-left"},
-    Repair{"no-controller", "controller-present"},
-    Repair{"controller-refuses", "controller-present"},
-    Repair{"property-missing", "property-healed"},
-    Repair{"property-text", "property-healed"},
-    Repair{"property-real", "property-healed"},
-    Repair{"property-unsigned", "property-healed"},
-    Repair{"no-power-snapshot", "power-sources-healed"},
-    Repair{"no-power-sources", "power-sources-healed"},
-    Repair{"no-internal-battery", "power-sources-healed"},
-    Repair{"ups-first", "power-sources-healed"},
-    Repair{"battery-out", "battery-in"},
-    Repair{"weak-adapter", "plug"},
-    Repair{"idle-sleep-vetoed", "sleep-granted"},
-    Repair{"sleep-cancelled", "sleep-granted"},
-    Repair{"sleep-refused", "sleep-granted"},
-    Repair{"schedule-refused", "schedule-granted"},
-    Repair{"no-power-clients", "power-clients"},
-    Repair{"no-limit-framework", "limit-client"},
-    Repair{"no-limit-class", "limit-client"},
-    Repair{"no-limit-selector", "limit-client"},
-    Repair{"limit-state-unreadable", "limit-state-readable"},
-    Repair{"limit-value-unreadable", "limit-value-readable"},
-    Repair{"limit-refused", "limit-granted"},
-    Repair{"limit-set-fails", "limit-granted"},
-    Repair{"preferences-fail", "preferences-written"},
-    Repair{"daemon-signature-unreadable", "daemon-signature-readable"},
-};
-struct Normal {
-  std::string_view fault;
-  std::int64_t number;
-};
-// Faults that are repaired by restoring a healthy Mac's number.
-constexpr std::array normal{
-    Normal{"slow-current", 0},
-    Normal{"trickle", 0},
-    Normal{"late-power-source", 0},
-    Normal{"load", 8},
-    Normal{"ambient", 23},
-    Normal{"temperature", 28},
-    Normal{"limit-put-back", -1},
-    Normal{"limit-delay", 5},
-    Normal{"limit-supported-after", 0},
-    Normal{"limit-readable-after", 0},
-    Normal{"capabilities", 15},
-    Normal{"user", 0},
-};
-
 std::optional<ScenarioJson> repairOf(const Fault& fault, const MacTraits& mac, const Key& key,
                                      const ScenarioJson& value) {
-  for (const Repair& repair : repairs) {
-    if (repair.fault != fault.name) continue;
-    if (fault.asks.key) return actionOf(std::string(repair.name), key.name);
-    if (fault.asks.text) return actionOf(std::string(repair.name), value);
-    return ScenarioJson(std::string(repair.name));
-  }
-  for (const Normal& entry : normal) {
-    if (entry.fault == fault.name) return actionOf(std::string(fault.name), entry.number);
-  }
+  const FaultRow row = rowOf(fault);
+  const std::string repairedBy(row.repairedBy);
+  if (!repairedBy.empty() && fault.asks.key) return actionOf(repairedBy, key.name);
+  if (!repairedBy.empty() && fault.asks.text) return actionOf(repairedBy, value);
+  if (!repairedBy.empty()) return ScenarioJson(repairedBy);
+  if (row.normal) return actionOf(std::string(fault.name), *row.normal);
   if (fault.name == "key-size") return actionOf("key-size", {{"key", key.name}, {"number", key.size}});
   if (fault.name == "key-written" && key.name[0] != 'C') return actionOf("key-truthful", key.name);
   if (fault.name == "capabilities-unreadable") return actionOf("capabilities", 15);
@@ -266,66 +245,68 @@ RandomFault addFaultAt(const Fault& fault, const MacTraits& mac, Rng& rng) {
           .keepsFromStarting = keepsFromStarting(fault, key, mac)};
 }
 
-void note(std::int64_t at, const RandomFault& randomFault, bool repaired, Rng& rng, Timeline& timeline) {
-  timeline.note(at, randomFault.action);
+void note(std::int64_t at, const RandomFault& randomFault, bool repaired, const Context& context) {
+  context.timeline.note(at, randomFault.action);
   if (!randomFault.repair || (!repaired && !randomFault.keepsFromStarting)) return;
-  timeline.note(at + (randomFault.keepsFromStarting ? shortWhile(rng) : randomWhile(rng)),
-                *randomFault.repair);
+  context.timeline.note(
+      at + (randomFault.keepsFromStarting ? shortWhile(context.rng) : randomWhile(context.rng)),
+      *randomFault.repair);
 }
 
 // --- More than a single fault
 
-void upgrade(std::int64_t at, Rng& rng, Timeline& timeline) {
-  const std::int64_t version = rng.between(15, 27);
-  timeline.note(at, "shutdown");
-  timeline.note(at + 60, actionOf("macos", version));
-  timeline.note(at + rng.between(300, 2400), "boot");
+void upgrade(std::int64_t at, const Context& context) {
+  const std::int64_t version = context.rng.between(15, 27);
+  context.timeline.note(at, "shutdown");
+  context.timeline.note(at + 60, actionOf("macos", version));
+  context.timeline.note(at + context.rng.between(300, 2400), "boot");
 }
 
-void losePower(std::int64_t at, Rng& rng, Timeline& timeline) {
-  timeline.note(at, "power-loss");
-  timeline.note(at + rng.oneOf(std::array{20, 300, 7200}), "boot");
+void losePower(std::int64_t at, const Context& context) {
+  context.timeline.note(at, "power-loss");
+  context.timeline.note(at + context.rng.oneOf(std::array{20, 300, 7200}), "boot");
 }
 
-void fillDisk(std::int64_t at, Rng& rng, Timeline& timeline) {
-  timeline.note(at, "disk-full");
-  timeline.note(at + randomWhile(rng), "disk-freed");
+void fillDisk(std::int64_t at, const Context& context) {
+  context.timeline.note(at, "disk-full");
+  context.timeline.note(at + randomWhile(context.rng), "disk-freed");
 }
 
-void spoilSettings(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
-  const ScenarioJson odd = oddSettings(rng);
-  timeline.note(at, rng.oneIn(2) ? actionOf("settings-file", odd) : actionOf("settings-replaced", odd));
-  timeline.note(at + randomWhile(rng), actionOf("settings-file", settings));
+void spoilSettings(std::int64_t at, const Context& context) {
+  const ScenarioJson odd = oddSettings(context.rng);
+  context.timeline.note(
+      at, context.rng.oneIn(2) ? actionOf("settings-file", odd) : actionOf("settings-replaced", odd));
+  context.timeline.note(at + randomWhile(context.rng), actionOf("settings-file", context.settings));
 }
 
-void removeSettings(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
-  timeline.note(at, "settings-removed");
-  timeline.note(at + randomWhile(rng), actionOf("settings-replaced", settings));
+void removeSettings(std::int64_t at, const Context& context) {
+  context.timeline.note(at, "settings-removed");
+  context.timeline.note(at + randomWhile(context.rng), actionOf("settings-replaced", context.settings));
 }
 
 // Writes a number that the daemon refuses to guess about. It ends the process again and again.
-void writeFatalNumber(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
+void writeFatalNumber(std::int64_t at, const Context& context) {
   constexpr std::array texts{R"({"limit": 1e30})", R"({"hysteresis": 18446744073709551616})",
                              R"({"thermalLimit": -1e300})",
                              R"({"calibrate": true, "calSoakMinutes": 9223372036854775807})"};
-  timeline.note(at, actionOf("settings-file", rng.oneOf(texts)));
-  timeline.note(at + shortWhile(rng), actionOf("settings-file", settings));
+  context.timeline.note(at, actionOf("settings-file", context.rng.oneOf(texts)));
+  context.timeline.note(at + shortWhile(context.rng), actionOf("settings-file", context.settings));
 }
 
 // Puts a folder where a file belongs, or a file where a folder belongs.
-void blockFile(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
+void blockFile(std::int64_t at, const Context& context) {
   constexpr std::array files{"config.json", "status.json", "stats.json", "calibration.json"};
-  const std::string file = rng.oneIn(5) ? std::string("history") : rng.oneOf(files);
+  const std::string file = context.rng.oneIn(5) ? std::string("history") : context.rng.oneOf(files);
   const std::string path = dataFolder + file;
   const std::string written = file == "history" ? path : path + "/inside";
-  timeline.note(at, actionOf("remove", path));
-  timeline.note(at, actionOf("write", {{"path", written}, {"text", "in the way"}}));
-  const std::int64_t later = at + randomWhile(rng);
-  timeline.note(later, actionOf("remove", path));
-  if (file == "config.json") timeline.note(later, actionOf("settings-file", settings));
+  context.timeline.note(at, actionOf("remove", path));
+  context.timeline.note(at, actionOf("write", {{"path", written}, {"text", "in the way"}}));
+  const std::int64_t later = at + randomWhile(context.rng);
+  context.timeline.note(later, actionOf("remove", path));
+  if (file == "config.json") context.timeline.note(later, actionOf("settings-file", context.settings));
 }
 
-void spoilRecord(std::int64_t at, Rng& rng, Timeline& timeline) {
+void spoilRecord(std::int64_t at, const Context& context) {
   constexpr std::array files{"status.json", "stats.json", "calibration.json"};
   constexpr std::array texts{"",
                              "{",
@@ -335,80 +316,52 @@ void spoilRecord(std::int64_t at, Rng& rng, Timeline& timeline) {
                              R"({"protectedSeconds": "many", "since": []})",
                              R"({"protectedSeconds": 1e12, "phase": "dance", "soakBanked": -1})",
                              R"({"phase": 3, "runs": {}, "startedAt": null})"};
-  const std::string path = dataFolder + std::string(rng.oneOf(files));
-  timeline.note(at, actionOf("write", {{"path", path}, {"text", rng.oneOf(texts)}}));
-  if (rng.oneIn(2)) timeline.note(at, "kill");
+  const std::string path = dataFolder + std::string(context.rng.oneOf(files));
+  context.timeline.note(at, actionOf("write", {{"path", path}, {"text", context.rng.oneOf(texts)}}));
+  if (context.rng.oneIn(2)) context.timeline.note(at, "kill");
 }
 
-void removeFolders(std::int64_t at, Rng& rng, Timeline& timeline) {
+void removeFolders(std::int64_t at, const Context& context) {
   constexpr std::array folders{"/Library/Logs/Brisko", "/Library/Application Support/Brisko",
                                "/Library/Application Support/Brisko/history",
                                "/Library/Logs/Brisko/daemon.log"};
-  timeline.note(at, actionOf("remove", rng.oneOf(folders)));
+  context.timeline.note(at, actionOf("remove", context.rng.oneOf(folders)));
 }
 
-void letStrangersAsk(std::int64_t at, Rng& rng, Timeline& timeline) {
+void letStrangersAsk(std::int64_t at, const Context& context) {
   constexpr std::array strangers{"wrong-team", "wrong-app", "unsigned"};
   constexpr std::array requests{"purge", "release", "restart"};
-  const std::string stranger = rng.oneOf(strangers);
-  if (rng.oneIn(2)) {
-    timeline.note(at,
-                  actionOf("ask", {{"request", "apply"}, {"settings", {{"limit", 100}}}, {"as", stranger}}));
+  const std::string stranger = context.rng.oneOf(strangers);
+  if (context.rng.oneIn(2)) {
+    context.timeline.note(
+        at, actionOf("ask", {{"request", "apply"}, {"settings", {{"limit", 100}}}, {"as", stranger}}));
   } else {
-    timeline.note(at, actionOf("ask", {{"request", rng.oneOf(requests)}, {"as", stranger}}));
+    context.timeline.note(at, actionOf("ask", {{"request", context.rng.oneOf(requests)}, {"as", stranger}}));
   }
 }
 
-void sendNonsense(std::int64_t at, Rng& rng, Timeline& timeline) {
-  ScenarioJson settings = oddSettings(rng);
+void sendNonsense(std::int64_t at, const Context& context) {
+  ScenarioJson settings = oddSettings(context.rng);
   if (settings == "") settings = " ";  // an empty request would not be a request
-  timeline.note(at, actionOf("ask", {{"request", "apply"}, {"settings", settings}}));
+  context.timeline.note(at, actionOf("ask", {{"request", "apply"}, {"settings", settings}}));
 }
 
-void killBetweenWrites(std::int64_t at, Rng& rng, Timeline& timeline) {
-  timeline.note(at, rng.oneIn(2) ? "kill-at-exchange" : "terminate-at-exchange");
-  timeline.note(at, rng.oneIn(2) ? "plug" : "unplug");
+void killBetweenWrites(std::int64_t at, const Context& context) {
+  context.timeline.note(at, context.rng.oneIn(2) ? "kill-at-exchange" : "terminate-at-exchange");
+  context.timeline.note(at, context.rng.oneIn(2) ? "plug" : "unplug");
 }
 
 // Kills the daemon several times at once, at a bad moment.
-void killOverAndOver(std::int64_t at, Rng& rng, Timeline& timeline) {
-  for (std::int64_t count = rng.between(1, 4); count > 0; --count) {
-    timeline.note(at, "kill");
-    at += rng.between(1, 30);
-  }
-}
-
-void damageFiles(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
-  constexpr std::array<unsigned, 11> weights{6, 8, 5, 1, 4, 5, 4, 3, 3, 5, 4};
-  switch (rng.weighted(weights)) {
-    case 0:
-      return fillDisk(at, rng, timeline);
-    case 1:
-      return spoilSettings(at, settings, rng, timeline);
-    case 2:
-      return removeSettings(at, settings, rng, timeline);
-    case 3:
-      return writeFatalNumber(at, settings, rng, timeline);
-    case 4:
-      return blockFile(at, settings, rng, timeline);
-    case 5:
-      return spoilRecord(at, rng, timeline);
-    case 6:
-      return removeFolders(at, rng, timeline);
-    case 7:
-      return letStrangersAsk(at, rng, timeline);
-    case 8:
-      return sendNonsense(at, rng, timeline);
-    case 9:
-      return killBetweenWrites(at, rng, timeline);
-    default:
-      return killOverAndOver(at, rng, timeline);
+void killOverAndOver(std::int64_t at, const Context& context) {
+  for (std::int64_t count = context.rng.between(1, 4); count > 0; --count) {
+    context.timeline.note(at, "kill");
+    at += context.rng.between(1, 30);
   }
 }
 
 // --- Common faults
 
-RandomFault commonFault(const MacTraits& mac, Rng& rng) {
+void addCommonFault(std::int64_t at, const Context& context) {
   constexpr std::array<std::string_view, 21> names{
       "late-power-source", "weak-adapter",     "light-taken",
       "sleep-refused",     "sleep-cancelled",  "idle-sleep-vetoed",
@@ -417,17 +370,64 @@ RandomFault commonFault(const MacTraits& mac, Rng& rng) {
       "interrupt",         "terminate",        "trickle",
       "slow-current",      "no-power-clients", "limit-state-unreadable",
       "limit-delay",       "kill-at-exchange", "charge"};
-  RandomFault randomFault = addFaultAt(*virtual_mac::findFault(rng.oneOf(names)), mac, rng);
+  RandomFault randomFault =
+      addFaultAt(*virtual_mac::findFault(context.rng.oneOf(names)), context.mac, context.rng);
   if (randomFault.action.is_object() && randomFault.action.contains("charge")) {
     // A gauge that recalibrates itself jumps, but never far.
-    randomFault.action = actionOf("charge", rng.between(30, 95));
+    randomFault.action = actionOf("charge", context.rng.between(30, 95));
   }
-  return randomFault;
+  note(at, randomFault, true, context);
 }
 
-void takeBackCut(std::int64_t at, const MacTraits& mac, Timeline& timeline) {
-  const std::vector<Key> keys = keysOf(mac);
-  timeline.note(at, actionOf("key-taken-back", keys.back().name));
+void addAnyFault(std::int64_t at, const Context& context) {
+  const Fault& fault = context.rng.oneOf(virtual_mac::faults());
+  const RandomFault randomFault = addFaultAt(fault, context.mac, context.rng);
+  note(at, randomFault, context.rng.percent(85), context);
+}
+
+void takeBackCut(std::int64_t at, const Context& context) {
+  const std::vector<Key> keys = keysOf(context.mac);
+  context.timeline.note(at, actionOf("key-taken-back", keys.back().name));
+}
+
+void adjustClock(std::int64_t at, const Context& context) {
+  context.timeline.note(at, actionOf("clock-step", context.rng.between(-120, 120)));
+}
+
+void setClock(std::int64_t at, const Context& context) {
+  constexpr std::array steps{-3600, 3600, -86400, 86400};
+  context.timeline.note(at, actionOf("clock-step", context.rng.oneOf(steps)));
+}
+
+// --- How often which incident
+
+struct Incident {
+  unsigned weight;
+  void (*add)(std::int64_t at, const Context& context);
+};
+
+constexpr std::array damages{
+    Incident{6, fillDisk},          Incident{8, spoilSettings},   Incident{5, removeSettings},
+    Incident{1, writeFatalNumber},  Incident{4, blockFile},       Incident{5, spoilRecord},
+    Incident{4, removeFolders},     Incident{3, letStrangersAsk}, Incident{3, sendNonsense},
+    Incident{5, killBetweenWrites}, Incident{4, killOverAndOver}};
+
+void damageFiles(std::int64_t at, const Context& context) { context.rng.weighted(damages).add(at, context); }
+
+constexpr std::array commonIncidents{
+    Incident{50, addCommonFault}, Incident{8, losePower},   Incident{5, fillDisk},
+    Incident{5, spoilSettings},   Incident{6, upgrade},     Incident{4, letStrangersAsk},
+    Incident{5, adjustClock},     Incident{8, takeBackCut}, Incident{2, setClock}};
+
+constexpr std::array allIncidents{Incident{70, addAnyFault}, Incident{20, damageFiles},
+                                  Incident{4, losePower}, Incident{3, upgrade}};
+
+// Adds one incident after another, `meanPause` seconds apart on average.
+void addIncidents(std::span<const Incident> incidents, std::int64_t meanPause, const Context& context) {
+  for (std::int64_t at = context.rng.between(60, 2 * meanPause); at < context.timeline.seconds();
+       at += context.rng.between(60, 2 * meanPause)) {
+    context.rng.weighted(incidents).add(at, context);
+  }
 }
 
 }  // namespace
@@ -479,64 +479,13 @@ std::vector<ScenarioJson> randomQuirks(Rng& rng) {
 
 void addCommonFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   const std::int64_t meanPause = rng.oneOf(std::array{1, 3, 6}) * secondsOfDay;
-  for (std::int64_t at = rng.between(60, 2 * meanPause); at < timeline.seconds();
-       at += rng.between(60, 2 * meanPause)) {
-    constexpr std::array<unsigned, 9> weights{50, 8, 5, 5, 6, 4, 5, 8, 2};
-    switch (rng.weighted(weights)) {
-      case 1:
-        losePower(at, rng, timeline);
-        break;
-      case 2:
-        fillDisk(at, rng, timeline);
-        break;
-      case 3:
-        spoilSettings(at, settings, rng, timeline);
-        break;
-      case 4:
-        upgrade(at, rng, timeline);
-        break;
-      case 5:
-        letStrangersAsk(at, rng, timeline);
-        break;
-      case 6:
-        timeline.note(at, actionOf("clock-step", rng.between(-120, 120)));
-        break;
-      case 7:
-        takeBackCut(at, mac, timeline);
-        break;
-      case 8:
-        timeline.note(at, actionOf("clock-step", rng.oneOf(std::array{-3600, 3600, -86400, 86400})));
-        break;
-      default:
-        note(at, commonFault(mac, rng), true, rng, timeline);
-    }
-  }
+  addIncidents(commonIncidents, meanPause, {mac, settings, rng, timeline});
 }
 
 void addAllFaults(const MacTraits& mac, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   // Some scenarios have a fault now and then, and some have several every day.
   const std::int64_t meanPause = rng.oneOf(std::array{2 * 86400, 86400, 43200, 14400});
-  for (std::int64_t at = rng.between(60, 2 * meanPause); at < timeline.seconds();
-       at += rng.between(60, 2 * meanPause)) {
-    constexpr std::array<unsigned, 4> weights{70, 20, 4, 3};
-    switch (rng.weighted(weights)) {
-      case 1:
-        damageFiles(at, settings, rng, timeline);
-        break;
-      case 2:
-        losePower(at, rng, timeline);
-        break;
-      case 3:
-        upgrade(at, rng, timeline);
-        break;
-      default: {
-        const RandomFault randomFault =
-            addFaultAt(virtual_mac::faults()[rng.below(virtual_mac::faults().size())], mac, rng);
-        const bool repaired = rng.percent(85);
-        note(at, randomFault, repaired, rng, timeline);
-      }
-    }
-  }
+  addIncidents(allIncidents, meanPause, {mac, settings, rng, timeline});
 }
 
 }  // namespace brisko::lab

@@ -1,7 +1,6 @@
 #include "sim/generate/rng.h"
 
 #include <limits>
-#include <numeric>
 
 namespace brisko::lab {
 namespace {
@@ -32,13 +31,6 @@ std::int64_t Rng::between(std::int64_t least, std::int64_t most) {
   // Unsigned, because the range may be wider than a signed number can hold.
   const auto first = static_cast<std::uint64_t>(least);
   return static_cast<std::int64_t>(first + below(static_cast<std::uint64_t>(most) - first + 1));
-}
-
-std::size_t Rng::weighted(std::span<const unsigned> weights) {
-  std::uint64_t left = below(std::accumulate(weights.begin(), weights.end(), std::uint64_t{0}));
-  std::size_t index = 0;
-  while (left >= weights[index]) left -= weights[index++];
-  return index;
 }
 
 }  // namespace brisko::lab

@@ -5,8 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <random>
-#include <span>
 
 namespace brisko::lab {
 
@@ -24,8 +24,16 @@ class Rng {
   [[nodiscard]] auto oneOf(const Range& range) {  // which must not be empty
     return *(std::begin(range) + static_cast<std::ptrdiff_t>(below(std::size(range))));
   }
-  // Returns an index; each is as likely as its weight. At least one weight must not be 0.
-  [[nodiscard]] std::size_t weighted(std::span<const unsigned> weights);
+  // Returns a row; each is as likely as its `weight`. At least one weight must not be 0.
+  template <typename Rows>
+  [[nodiscard]] const auto& weighted(const Rows& rows) {
+    std::uint64_t all = 0;
+    for (const auto& row : rows) all += row.weight;
+    std::uint64_t left = below(all);
+    auto row = std::begin(rows);
+    while (left >= row->weight) left -= (row++)->weight;
+    return *row;
+  }
 
  private:
   std::mt19937_64 engine_;

@@ -275,22 +275,21 @@ void useMacOSLimit(std::int64_t day, Rng& rng, Timeline& timeline) {
 
 // --- The app and the service
 
-void updateTheApp(std::int64_t at, Rng& rng, Timeline& timeline) {
+void updateTheApp(std::int64_t at, const ScenarioJson&, Rng& rng, Timeline& timeline) {
   timeline.note(at, "app-deleted");
   timeline.note(at + rng.between(2, 200), "app-restored");
   timeline.note(at + 210, rng.oneIn(2) ? actionOf("ask", "restart") : ScenarioJson("terminate"));
 }
 
-void removeTheApp(std::int64_t at, Rng& rng, Timeline& timeline) {
+void removeTheApp(std::int64_t at, const ScenarioJson&, Rng& rng, Timeline& timeline) {
   timeline.note(at, rng.oneIn(2) ? "app-deleted" : "app-moved");
   const std::int64_t back = at + rng.oneOf(std::array{300, 590, 610, 3600, 40000});
   timeline.note(back, "app-restored");
   if (rng.oneIn(2)) timeline.note(back + 120, "terminate");
 }
 
-// The app removes the service and installs it again later, after erasing all data if asked to.
-void reinstall(std::int64_t at, bool erase, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
-  if (erase) timeline.note(at, actionOf("ask", "purge"));
+// The app removes the service and installs it again later.
+void reinstall(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   timeline.note(at + rng.between(1, 5), actionOf("ask", "release"));
   if (rng.percent(80)) timeline.note(at + 10 + rng.between(0, 40), "unload");
   const std::int64_t again = at + rng.oneOf(std::array{120, 3600, 90000});
@@ -300,32 +299,38 @@ void reinstall(std::int64_t at, bool erase, const ScenarioJson& settings, Rng& r
   timeline.note(again + 20000, "load");
 }
 
-void restartTheMac(std::int64_t at, Rng& rng, Timeline& timeline) {
+void restartTheMac(std::int64_t at, const ScenarioJson&, Rng& rng, Timeline& timeline) {
   timeline.note(at, "shutdown");
   timeline.note(at + rng.between(20, 120), "boot");
 }
 
+void eraseAndReinstall(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
+  timeline.note(at, actionOf("ask", "purge"));
+  reinstall(at, settings, rng, timeline);
+}
+
+void restartTheDaemon(std::int64_t at, const ScenarioJson&, Rng&, Timeline& timeline) {
+  timeline.note(at, actionOf("ask", "restart"));
+}
+
+void endTheDaemon(std::int64_t at, const ScenarioJson&, Rng&, Timeline& timeline) {
+  timeline.note(at, "terminate");
+}
+
+void leaveItAlone(std::int64_t, const ScenarioJson&, Rng&, Timeline&) {}
+
+struct AppEvent {
+  unsigned weight;
+  void (*add)(std::int64_t at, const ScenarioJson& settings, Rng& rng, Timeline& timeline);
+};
+constexpr std::array appEvents{AppEvent{100, leaveItAlone},    AppEvent{3, updateTheApp},
+                               AppEvent{3, removeTheApp},      AppEvent{1, reinstall},
+                               AppEvent{1, eraseAndReinstall}, AppEvent{5, restartTheMac},
+                               AppEvent{2, restartTheDaemon},  AppEvent{2, endTheDaemon}};
+
 void lookAfterTheApp(std::int64_t day, const ScenarioJson& settings, Rng& rng, Timeline& timeline) {
   const std::int64_t at = about(day, noon + 240, 420, rng, timeline);
-  constexpr std::array<unsigned, 8> weights{100, 3, 3, 1, 1, 5, 2, 2};
-  switch (rng.weighted(weights)) {
-    case 1:
-      return updateTheApp(at, rng, timeline);
-    case 2:
-      return removeTheApp(at, rng, timeline);
-    case 3:
-      return reinstall(at, false, settings, rng, timeline);
-    case 4:
-      return reinstall(at, true, settings, rng, timeline);
-    case 5:
-      return restartTheMac(at, rng, timeline);
-    case 6:
-      return timeline.note(at, actionOf("ask", "restart"));
-    case 7:
-      return timeline.note(at, "terminate");
-    default:
-      return;
-  }
+  rng.weighted(appEvents).add(at, settings, rng, timeline);
 }
 
 const Kind& kindNamed(std::string_view name) {

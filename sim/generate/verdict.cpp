@@ -20,7 +20,8 @@ Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& s
                   .log = outcome.log,
                   .timedAction = outcome.lastStep};
   if (!outcome.violation) return verdict;
-  verdict.invariant = outcome.violation->invariant;
+  verdict.invariant = outcome.violation->invariant.number;
+  verdict.invariantText = numbered(outcome.violation->invariant);
   verdict.at = outcome.violation->at - outcome.begin;
   verdict.seen = outcome.violation->seen;
   return verdict;
@@ -31,6 +32,7 @@ std::string lineOf(const Verdict& verdict) {
                 {"begin", verdict.begin},
                 {"seconds", verdict.seconds},
                 {"invariant", verdict.invariant},
+                {"text", verdict.invariantText},
                 {"at", verdict.at},
                 {"seen", verdict.seen},
                 {"log", verdict.log}};
@@ -45,6 +47,7 @@ std::optional<Verdict> verdictOf(const std::string& line) {
                   .begin = words.at("begin"),
                   .seconds = words.at("seconds"),
                   .invariant = words.at("invariant"),
+                  .invariantText = words.at("text"),
                   .at = words.at("at"),
                   .seen = words.at("seen"),
                   .log = words.at("log")};

@@ -25,7 +25,8 @@ struct Verdict {
   double begin = 0;    // machine time
   double seconds = 0;  // … that was run
   // Of a failed or crashed run:
-  int invariant = 0;
+  int invariant = 0;                                      // its number
+  std::string invariantText = {};                         // with its number
   double at = 0;                                          // seconds since the beginning
   std::string seen = {};                                  // what was seen instead, or how the process ended
   std::vector<std::string> log = {};                      // its last lines

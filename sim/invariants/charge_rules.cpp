@@ -7,6 +7,7 @@
 #include "base/process_flags.h"
 #include "hardware/battery.h"
 #include "sim/invariants/gate_keys.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "state/calibration_state.h"
@@ -19,8 +20,6 @@ namespace {
 
 using virtual_mac::Machine;
 
-std::string percentText(std::int64_t percent) { return std::to_string(percent) + "%"; }
-
 std::string stateText(const TickRecord& tick) {
   return std::string(stateName(tick.sample.state)) + " at " + percentText(tick.sample.pct);
 }
@@ -28,7 +27,11 @@ std::string stateText(const TickRecord& tick) {
 bool isCalibrating() { return gCal.phase != CalPhase::idle; }
 
 // ---------------------------------------------------------------------------------------------------------
-// 2: the hardware is as the state says
+// The hardware is as the state says
+
+constexpr Invariant hardwareFollowsState{2,
+                                         "After a tick the hardware is as the state says: allow lets charge, "
+                                         "hold stops the charge, discharge cuts the adapter too."};
 
 // Drift in a hold or a discharge is corrected by the next tick. A key that was undone while the gate is open,
 // or a cut that somebody else made, is left alone until the state changes.
@@ -52,12 +55,14 @@ class HardwareFollows final : public Rule {
     const bool stops = gState != ChargeState::allow;
     const bool cuts = gState == ChargeState::discharge;
     if (keys.stopped() != stops && (stops || undisturbed)) {
-      violated(2, std::string(keys.stopped() ? "charging is stopped in " : "charging is open in ") +
-                      stateName(gState));
+      violated(hardwareFollowsState,
+               std::string(keys.stopped() ? "charging is stopped in " : "charging is open in ") +
+                   stateName(gState));
     }
     if (keys.cut != cuts && (cuts || undisturbed)) {
-      violated(2, std::string(keys.cut ? "the adapter is cut in " : "the adapter is connected in ") +
-                      stateName(gState));
+      violated(hardwareFollowsState,
+               std::string(keys.cut ? "the adapter is cut in " : "the adapter is connected in ") +
+                   stateName(gState));
     }
   }
 
@@ -72,7 +77,7 @@ class HardwareFollows final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 5 to 8 and 10: the state that a tick ends in
+// The state that a tick ends in
 
 // macOS's own limit is not driven before the earlier limit is known, so the state stays as it was found.
 bool stateIsDriven() { return !gateIsMacOSLimit() || gNativeBefore.has_value(); }
@@ -82,17 +87,26 @@ bool isMaintenanceWake() {
   return capabilities && (*capabilities & capabilityGraphics) == 0;
 }
 
+constexpr Invariant noDischargeInMaintenanceWake{
+    5, "Outside of a calibration no tick ends in discharge during a maintenance wake."};
+
 // What macOS does by itself in a maintenance wake is only logged. A calibration drains in every kind of wake.
 void checkMaintenanceWake(const TickRecord& tick, const Violated& violated) {
   if (tick.sample.state != ChargeState::discharge || isCalibrating() || !gateHasKeys()) return;
-  if (isMaintenanceWake()) violated(5, stateText(tick));
+  if (isMaintenanceWake()) violated(noDischargeInMaintenanceWake, stateText(tick));
 }
+
+constexpr Invariant openWhenSwitchedOff{
+    6, "Switched off means open: without a calibration the tick ends in allow."};
 
 // Holds also when the battery is hot, and also after a discharge.
 void checkSwitchedOff(const TickRecord& tick, const Violated& violated) {
   if (tick.settings.enabled || isCalibrating() || !stateIsDriven()) return;
-  if (tick.sample.state != ChargeState::allow) violated(6, stateText(tick));
+  if (tick.sample.state != ChargeState::allow) violated(openWhenSwitchedOff, stateText(tick));
 }
+
+constexpr Invariant openWithoutAdapter{
+    7, "Without an adapter a tick ends in allow, unless heat or a calibration says otherwise."};
 
 void checkWithoutAdapter(const TickRecord& tick, const Observation& observation, const Violated& violated) {
   if (adapterIsSeen(observation.machine()) || gThermalPaused || !stateIsDriven()) return;
@@ -103,8 +117,10 @@ void checkWithoutAdapter(const TickRecord& tick, const Observation& observation,
     if (!drained || !gateHasKeys()) return;
     expected = ChargeState::hold;
   }
-  if (tick.sample.state != expected) violated(7, stateText(tick));
+  if (tick.sample.state != expected) violated(openWithoutAdapter, stateText(tick));
 }
+
+constexpr Invariant heldWhenHot{8, "A battery that is too hot is held."};
 
 // The settings decide what is hot, whatever the daemon concluded.
 bool isHot(const TickRecord& tick) {
@@ -117,14 +133,16 @@ bool isHot(const TickRecord& tick) {
 // its limit.
 void checkHeat(const TickRecord& tick, const Violated& violated) {
   if (!gateHasKeys() || !isHot(tick) || !(tick.settings.enabled || isCalibrating())) return;
-  if (tick.sample.state != ChargeState::hold) violated(8, stateText(tick));
+  if (tick.sample.state != ChargeState::hold) violated(heldWhenHot, stateText(tick));
 }
+
+constexpr Invariant upperBound{10, "No tick ends in allow at or above the upper bound."};
 
 void checkUpperBound(const TickRecord& tick, const Observation& observation, const Violated& violated) {
   const std::int64_t upper = bandAskedFor(tick.settings).upper;
   if (tick.sample.pct < upper || tick.sample.state != ChargeState::allow) return;
   if (!limitHadToHold(tick, observation.machine())) return;
-  violated(10, stateText(tick) + " with a limit of " + percentText(upper));
+  violated(upperBound, stateText(tick) + " with a limit of " + percentText(upper));
 }
 
 class StateAfterATick final : public Rule {
@@ -140,7 +158,9 @@ class StateAfterATick final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 9: the ceiling
+// The ceiling
+
+constexpr Invariant ceiling{9, "The charge never rises more than one percent above the limit."};
 
 // An interval begins with a tick below the limit and lasts for as long as the daemon can see and act. It ends
 // when the settings or the adapter change, with a sleep, and with anything that disturbs keys or readings.
@@ -163,8 +183,8 @@ class Ceiling final : public Rule {
     }
     const double level = virtual_mac::level(observation.machine());
     if (level <= interval_->ceiling) return;
-    violated(9, "the charge rose to " + std::to_string(level) + "% with a limit of " +
-                    percentText(bandAskedFor(interval_->settings).upper));
+    violated(ceiling, "the charge rose to " + std::to_string(level) + "% with a limit of " +
+                          percentText(bandAskedFor(interval_->settings).upper));
   }
 
  private:
@@ -216,7 +236,10 @@ class Ceiling final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 11: hysteresis
+// Hysteresis
+
+constexpr Invariant hysteresis{
+    11, "After the target was reached no tick ends in allow before the charge has fallen to the floor."};
 
 bool sameChoices(const Settings& one, const Settings& other) {
   return one.limit == other.limit && one.enabled == other.enabled && one.discharge == other.discharge;
@@ -236,8 +259,8 @@ class Hysteresis final : public Rule {
     const std::int64_t pct = tick.sample.pct;
     if (changed || pct <= band.lower) reached_ = false;
     if (reached_ && tick.sample.state == ChargeState::allow && limitHadToHold(tick, observation.machine())) {
-      violated(11, stateText(tick) + " in a band of " + std::to_string(band.lower) + "–" +
-                       percentText(band.upper) + " whose upper end had been reached");
+      violated(hysteresis, stateText(tick) + " in a band of " + std::to_string(band.lower) + "–" +
+                               percentText(band.upper) + " whose upper end had been reached");
     }
     if (!changed && pct >= band.upper) reached_ = true;
   }

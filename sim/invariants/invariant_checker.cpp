@@ -41,7 +41,7 @@ struct Shared {
   ProcessSummary processSummary;
   std::size_t outputSeen = 0;  // bytes of the process's standard output that its rules have processed
   bool violated = false;
-  int invariant = 0;
+  Invariant invariant;  // its text is at the same address in every process
   double at = 0;
   std::array<char, 1000> seen{};
 };
@@ -113,7 +113,7 @@ struct InvariantChecker::Impl final : Observation {
     return simulation.read(path);
   }
 
-  void note(int invariant, const std::string& seen) const {
+  void note(const Invariant& invariant, const std::string& seen) const {
     if (shared->violated) return;
     shared->invariant = invariant;
     shared->at = machine().now;
@@ -122,14 +122,14 @@ struct InvariantChecker::Impl final : Observation {
   }
 
   // In a process a violation ends it at once: what it would do after that is of no interest.
-  void found(int invariant, const std::string& seen) const {
+  void found(const Invariant& invariant, const std::string& seen) const {
     note(invariant, seen);
     std::raise(SIGKILL);
   }
 
   void tickBegins() {
-    if (inTick) found(31, "a tick began inside of another one");
-    if (std::this_thread::get_id() != mainThread) found(31, "a tick ran on another thread");
+    if (inTick) found(ticksAndReplies, "a tick began inside of another one");
+    if (std::this_thread::get_id() != mainThread) found(ticksAndReplies, "a tick ran on another thread");
     inTick = true;
     tick = {.at = machine().now, .journalFrom = journal().written, .before = gState};
     for (const auto& rule : rules) rule->tickBegins(*this, violated);
@@ -186,7 +186,7 @@ struct InvariantChecker::Impl final : Observation {
 
   // Used in a process only.
   Rules rules;
-  Violated violated = [this](int invariant, const std::string& seen) { found(invariant, seen); };
+  Violated violated = [this](const Invariant& invariant, const std::string& seen) { found(invariant, seen); };
   std::thread::id mainThread;
   bool inTick = false;
   TickRecord tick;
@@ -272,7 +272,9 @@ void InvariantChecker::processEnded(const sim::ForkedDaemon& process) {
   std::string rest = output.substr(std::min(impl_->shared->outputSeen, output.size()));
   end.rest.lines = sim::takeWholeLines(rest);
   end.lines = sim::takeWholeLines(output);
-  const Violated violated = [this](int invariant, const std::string& seen) { impl_->note(invariant, seen); };
+  const Violated violated = [this](const Invariant& invariant, const std::string& seen) {
+    impl_->note(invariant, seen);
+  };
   checkChargeAtEnd(end, *impl_, violated);
   checkRecordsAtEnd(end, *impl_, violated);
   checkSleepAtEnd(end, *impl_, violated);

@@ -15,13 +15,10 @@
 namespace brisko::lab {
 
 struct Violation {
-  int invariant;     // its number
+  Invariant invariant;
   double at;         // machine time
   std::string seen;  // what was seen instead
 };
-
-// The invariant in words; "" for an unknown number.
-[[nodiscard]] std::string invariantWords(int number);
 
 class InvariantChecker {
  public:

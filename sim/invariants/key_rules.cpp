@@ -7,6 +7,7 @@
 #include "base/process_flags.h"
 #include "hardware/battery.h"
 #include "sim/invariants/gate_keys.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/machine/journal_text.h"
@@ -21,8 +22,6 @@ namespace {
 using virtual_mac::JournalEntry;
 using virtual_mac::keyCode;
 using virtual_mac::Machine;
-
-std::string percentText(std::int64_t percent) { return std::to_string(percent) + "%"; }
 
 // ---------------------------------------------------------------------------------------------------------
 // What the checks at the end need to know of the process
@@ -59,7 +58,9 @@ class NotesForTheEnd final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 3: no cut over open
+// No cut over open
+
+constexpr Invariant noCutOverOpen{3, "The adapter is never cut while the charge keys are open."};
 
 bool isCutOverOpen(const GateKeys& keys) { return keys.cut && !keys.stopped(); }
 
@@ -83,8 +84,9 @@ void checkOrder(const LoopIteration& iteration, const Observation& observation, 
     const JournalEntry& entry = entryOf(observation, number);
     const GateKeys next = after(keys, processSummary.gate, entry);
     if (isCutOverOpen(next) && !isCutOverOpen(keys)) {
-      violated(3, "the write " + sim::journalText(entry) + " left the adapter cut with charging open, after" +
-                      writesBetween(observation, number < 14 ? 0 : number - 14, number));
+      violated(noCutOverOpen, "the write " + sim::journalText(entry) +
+                                  " left the adapter cut with charging open, after" +
+                                  writesBetween(observation, number < 14 ? 0 : number - 14, number));
     }
     keys = next;
   }
@@ -99,7 +101,11 @@ class NoCutOverOpen final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 4: cut only when wanted
+// Cut only when wanted
+
+constexpr Invariant cutOnlyWhenWanted{4,
+                                      "The adapter is cut only when a tick wanted it: adapter there, "
+                                      "discharge supported and working, no heat, above its target."};
 
 // The target of a calibration's drain; none while none is draining.
 std::optional<std::int64_t> drainTarget(const Settings& settings) {
@@ -140,7 +146,7 @@ class CutOnlyWhenWanted final : public Rule {
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
     if (!gateHasKeys() || !cuts(observation, tick.journalFrom, tick.journalTo)) return;
     if (const auto reason = noReasonToCut(tick, observation, brokenBefore_)) {
-      violated(4, "the adapter was cut " + *reason);
+      violated(cutOnlyWhenWanted, "the adapter was cut " + *reason);
     }
   }
 
@@ -165,14 +171,16 @@ class CutOnlyWhenWanted final : public Rule {
   }
   static void checkOutside(const Observation& observation, std::uint64_t from, std::uint64_t to,
                            const Violated& violated) {
-    if (cuts(observation, from, to)) violated(4, "the adapter was cut outside of a tick");
+    if (cuts(observation, from, to)) violated(cutOnlyWhenWanted, "the adapter was cut outside of a tick");
   }
 
   bool brokenBefore_ = false;
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 12: only own keys
+// Only own keys
+
+constexpr Invariant onlyOwnKeys{12, "Only the gate's own keys and the light are ever written."};
 
 bool isLight(const JournalEntry& entry) { return entry.key == keyCode("ACLC"); }
 
@@ -195,7 +203,7 @@ void checkKeys(const LoopIteration& iteration, const Observation& observation, c
   for (std::uint64_t number = iteration.journalFrom; number < iteration.journalTo; ++number) {
     const JournalEntry& entry = entryOf(observation, number);
     if (isWrite(entry) && !mayBeWritten(entry, number, processSummary)) {
-      violated(12, "the write " + sim::journalText(entry));
+      violated(onlyOwnKeys, "the write " + sim::journalText(entry));
     }
   }
 }
@@ -216,7 +224,8 @@ class OnlyOwnKeys final : public Rule {
       const JournalEntry& entry = entryOf(observation, number);
       if (!isWrite(entry)) continue;
       int& times = isLight(entry) ? lightWrites_ : cutWrites_;
-      if (++times > 1) violated(12, "the write " + sim::journalText(entry) + " a second time at the start");
+      if (++times > 1)
+        violated(onlyOwnKeys, "the write " + sim::journalText(entry) + " a second time at the start");
     }
   }
 
@@ -225,7 +234,9 @@ class OnlyOwnKeys final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 13: quiet when steady
+// Quiet when steady
+
+constexpr Invariant quietWhenSteady{13, "While nothing changes nothing is written."};
 
 // Applies to Macs with one key that obeys: a band is written again to move it, and so is a key that was
 // undone. Between two ticks the state may have been a different one, before a sleep or while the app was
@@ -254,7 +265,8 @@ class QuietWhenSteady final : public Rule {
     for (std::uint64_t number = writtenTo_; number < tick.journalTo; ++number) {
       const JournalEntry& entry = entryOf(observation, number);
       if (!isOfGate(entry, *gGate)) continue;
-      violated(13, "the write " + sim::journalText(entry) + " while the state stayed " + stateName(state_));
+      violated(quietWhenSteady,
+               "the write " + sim::journalText(entry) + " while the state stayed " + stateName(state_));
     }
   }
 
@@ -265,7 +277,11 @@ class QuietWhenSteady final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 1: the exit gives back
+// The exit gives back
+
+constexpr Invariant exitGivesBack{1,
+                                  "An exit gives everything back: the charge keys read open, the cut key "
+                                  "connected, and the light is the system's."};
 
 std::optional<std::string> keptKey(const ProcessSummary& processSummary, const Machine& machine) {
   const GateWords words = wordsOf(processSummary.gate);
@@ -288,9 +304,11 @@ void checkExit(const Observation& observation, const Violated& violated) {
   const Machine& machine = observation.machine();
   if (!processSummary.gateKnown) return;
   if (keysAccept(machine, processSummary.gate)) {
-    if (const auto kept = keptKey(processSummary, machine)) violated(1, *kept + " after the exit");
+    if (const auto kept = keptKey(processSummary, machine))
+      violated(exitGivesBack, *kept + " after the exit");
   }
-  if (lightWasKept(processSummary, machine)) violated(1, "the light was not handed back at the exit");
+  if (lightWasKept(processSummary, machine))
+    violated(exitGivesBack, "the light was not handed back at the exit");
 }
 
 }  // namespace
@@ -315,7 +333,7 @@ void checkChargeAtEnd(const ProcessEnd& end, const Observation& observation, con
   for (std::uint64_t number = std::max(processSummary.tickedTo, end.rest.journalFrom);
        number < end.rest.journalTo; ++number) {
     if (asksForCut(entryOf(observation, number), processSummary.gate))
-      violated(4, "the adapter was cut at the exit");
+      violated(cutOnlyWhenWanted, "the adapter was cut at the exit");
   }
 }
 

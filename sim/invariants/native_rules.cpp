@@ -6,9 +6,9 @@
 #include "hardware/charge_gate.h"
 #include "native/native_limit.h"
 #include "platform/system_power.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
 #include "state/native_limit_state.h"
 #include "state/tick_state.h"
@@ -39,7 +39,11 @@ std::optional<std::int64_t> preferenceWritten(const JournalEntry& entry, LimitPr
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 24. What macOS's limit is set to.
+// What macOS's limit is set to
+
+constexpr Invariant limitWrites{24,
+                                "macOS's limit is only set once the one before is known, to what the slider "
+                                "offers, and is written again at most once every 90 s."};
 
 class WhatIsSet final : public Rule {
  public:
@@ -56,13 +60,13 @@ class WhatIsSet final : public Rule {
                     const Violated& violated) {
     forEntries(observation, from, to, [&](const JournalEntry& entry) {
       if (!isNativeWrite(entry)) return true;
-      if (!gNativeBefore) violated(24, "macOS's limit was touched before the one before was known");
+      if (!gNativeBefore) violated(limitWrites, "macOS's limit was touched before the one before was known");
       if (isLimitSet(entry) && !isOnSlider(percentSet(entry))) {
-        violated(24, "the client was given " + std::to_string(percentSet(entry)));
+        violated(limitWrites, "the client was given " + std::to_string(percentSet(entry)));
       }
       const auto value = preferenceWritten(entry, LimitPreference::limitValue);
       if (value && (*value < 1 || *value > 100)) {
-        violated(24, "a preference of " + std::to_string(*value) + " was written");
+        violated(limitWrites, "a preference of " + std::to_string(*value) + " was written");
       }
       return true;
     });
@@ -78,7 +82,7 @@ class WrittenAgain final : public Rule {
     // After a sleep macOS gets its full time again.
     const bool wakes = firstEntry(observation, observation.processSummary().journalSeen,
                                   observation.journal().written, [](const JournalEntry& entry) {
-                                    return isHeard(entry, platform::PowerMessage::systemHasPoweredOn);
+                                    return isReceived(entry, platform::PowerMessage::systemHasPoweredOn);
                                   }) != nullptr;
     if (wakes) waitsSince_ = observation.machine().now + observation.machine().system.wallOffset;
   }
@@ -109,12 +113,13 @@ class WrittenAgain final : public Rule {
  private:
   void check(double now, const Violated& violated) {
     if (confirmed_) {
-      if (wroteAfterDrift_) violated(24, "what macOS took back was written again a second time");
+      if (wroteAfterDrift_) violated(limitWrites, "what macOS took back was written again a second time");
       wroteAfterDrift_ = true;
       return;
     }
-    if (now - writtenAt_ < 90 && !clockWasSet_) violated(24, "the limit was written again within 90 s");
-    if (now - waitsSince_ >= 600) violated(24, "a limit that macOS refuses was written again");
+    if (now - writtenAt_ < 90 && !clockWasSet_)
+      violated(limitWrites, "the limit was written again within 90 s");
+    if (now - waitsSince_ >= 600) violated(limitWrites, "a limit that macOS refuses was written again");
     writtenAt_ = now;
     clockWasSet_ = false;
   }
@@ -129,7 +134,10 @@ class WrittenAgain final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 25. What is needed at the end of the process.
+// What is needed at the end of the process
+
+constexpr Invariant limitHandedBack{
+    25, "An exit puts macOS's limit back to what it was; when idle it is left alone."};
 
 class ForTheEnd final : public Rule {
  public:
@@ -153,7 +161,10 @@ class ForTheEnd final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 26. What macOS refused.
+// What macOS refused
+
+constexpr Invariant refusedLimits{
+    26, "What macOS refused is remembered until the exit; a floor of 80 is only kept for a limit below it."};
 
 // The percentage that the line about a refusal names; none for other lines.
 std::optional<std::int64_t> refusedIn(std::string_view line) {
@@ -173,24 +184,25 @@ class Refusals final : public Rule {
     const std::int64_t target = *gNativeWritten;
     const std::int64_t limit = tick.settings.limit;
     if (target <= refused_ && target < lowestOnSlider) {
-      violated(26, std::to_string(target) + "% was written, and " + std::to_string(refused_) +
-                       "% had been refused");
+      violated(refusedLimits, std::to_string(target) + "% was written, and " + std::to_string(refused_) +
+                                  "% had been refused");
     }
     if (steppedOnly_ && target > lowestOnSlider && target % 5 != 0) {
-      violated(26, std::to_string(target) + "% was written, and steps between had been refused");
+      violated(refusedLimits, std::to_string(target) + "% was written, and steps between had been refused");
     }
     if (!gNativeFloor) {
       if (floored_ && limit <= *floored_)
-        violated(26, "the floor is gone for a limit of " + std::to_string(limit));
+        violated(refusedLimits, "the floor is gone for a limit of " + std::to_string(limit));
       return;
     }
     floored_ = std::max(floored_.value_or(limit), limit);
-    if (limit >= lowestOnSlider) violated(26, "there is a floor for a limit of " + std::to_string(limit));
+    if (limit >= lowestOnSlider)
+      violated(refusedLimits, "there is a floor for a limit of " + std::to_string(limit));
     // A calibration drains below the floor, and limits below 20 are treated as 20. A battery above the limit
     // is held at its present charge, which macOS has not refused yet.
     const bool counts = gCal.phase == CalPhase::idle && limit >= 20 && target <= limit;
     if (counts && target < lowestOnSlider) {
-      violated(26, std::to_string(target) + "% was written below the floor");
+      violated(refusedLimits, std::to_string(target) + "% was written below the floor");
     }
   }
 
@@ -229,12 +241,12 @@ void checkNativeAtEnd(const ProcessEnd& end, const Observation& observation, con
     return true;
   });
   if (processSummary.nativeIdle) {
-    if (last != nullptr) violated(25, "macOS's limit was touched although it is left alone");
+    if (last != nullptr) violated(limitHandedBack, "macOS's limit was touched although it is left alone");
     return;
   }
   const std::int64_t wanted = isOnSlider(processSummary.nativeBefore) ? processSummary.nativeBefore : 100;
   if (last == nullptr || !isLimitSet(*last) || percentSet(*last) != wanted) {
-    violated(25, "macOS's limit was not set back to " + std::to_string(wanted));
+    violated(limitHandedBack, "macOS's limit was not set back to " + std::to_string(wanted));
   }
 }
 

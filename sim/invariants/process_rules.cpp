@@ -7,9 +7,9 @@
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
 #include "state/tick_state.h"
 
@@ -22,7 +22,11 @@ using virtual_mac::RequestKind;
 using virtual_mac::RequestStage;
 
 // ---------------------------------------------------------------------------------------------------------
-// 27. The calibration.
+// The calibration
+
+constexpr Invariant calibrationPhases{27,
+                                      "A calibration goes through its phases in their order, one in a tick, "
+                                      "and banks only time on the adapter at full charge."};
 
 CalPhase nextOf(CalPhase phase) {
   return phase == CalPhase::restore ? CalPhase::idle
@@ -32,7 +36,7 @@ CalPhase nextOf(CalPhase phase) {
 class Calibration final : public Rule {
  public:
   void tickBegins(const Observation&, const Violated& violated) override {
-    if (seen_ && phase_ != gCal.phase) violated(27, "the phase changed between two ticks");
+    if (seen_ && phase_ != gCal.phase) violated(calibrationPhases, "the phase changed between two ticks");
     seen_ = true;
     phase_ = gCal.phase;
     banked_ = gCal.soakBanked;
@@ -42,13 +46,13 @@ class Calibration final : public Rule {
   void tickEnded(const TickRecord&, const Observation& observation, const Violated& violated) override {
     if (gCal.phase != phase_) checkStep(violated);
     if (gCal.runs.size() != runs_ && gCal.runs.size() > mostRuns) {
-      violated(27, std::to_string(gCal.runs.size()) + " runs are kept");
+      violated(calibrationPhases, std::to_string(gCal.runs.size()) + " runs are kept");
     }
     const double grown = gCal.soakBanked - banked_;
     if (phase_ == CalPhase::soak && gCal.phase == CalPhase::soak && grown != 0) {
       checkBanked(grown, observation, violated);
     } else if (gCal.phase == phase_ && grown != 0) {
-      violated(27, std::string("soak was banked while in ") + phaseName(phase_));
+      violated(calibrationPhases, std::string("soak was banked while in ") + phaseName(phase_));
     }
     tickedAt_ = observation.machine().now;
     phase_ = gCal.phase;
@@ -64,20 +68,21 @@ class Calibration final : public Rule {
     // If the battery is full already, the first phase ends in the tick that begins it.
     const bool beginsFull = phase_ == CalPhase::idle && gCal.phase == CalPhase::drain && gLastPct > 99;
     if (beginsFull) return;
-    violated(27, std::string("from ") + phaseName(phase_) + " to " + phaseName(gCal.phase));
+    violated(calibrationPhases, std::string("from ") + phaseName(phase_) + " to " + phaseName(gCal.phase));
   }
 
   void checkBanked(double grown, const Observation& observation, const Violated& violated) const {
     if (grown < 0) {
       // When the clock is set back, the time gained that way is subtracted again.
-      if (observation.disturbances().clockSteppedBackAt < tickedAt_) violated(27, "banked soak was lost");
+      if (observation.disturbances().clockSteppedBackAt < tickedAt_)
+        violated(calibrationPhases, "banked soak was lost");
       return;
     }
     if (grown > mostBanked + std::abs(gCal.soakBanked) * 1e-12) {
-      violated(27, std::to_string(grown) + " s of soak were banked in one tick");
+      violated(calibrationPhases, std::to_string(grown) + " s of soak were banked in one tick");
     }
-    if (!adapterIsSeen(observation.machine())) violated(27, "soak was banked on battery");
-    if (gLastPct <= 99) violated(27, "soak was banked at " + std::to_string(gLastPct) + "%");
+    if (!adapterIsSeen(observation.machine())) violated(calibrationPhases, "soak was banked on battery");
+    if (gLastPct <= 99) violated(calibrationPhases, "soak was banked at " + std::to_string(gLastPct) + "%");
   }
 
   bool seen_ = false;
@@ -88,7 +93,9 @@ class Calibration final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 30. Dormant or released.
+// Dormant or released
+
+constexpr Invariant nothingAtRest{30, "When dormant or released nothing is driven and nothing published."};
 
 class AtRest final : public Rule {
  public:
@@ -107,8 +114,8 @@ class AtRest final : public Rule {
                         [kind](const JournalEntry& entry) { return isReply(entry, kind); }) != nullptr;
     };
     forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
-      if (isGateWrite(entry)) violated(30, "a key of the gate was written at rest");
-      if (dormant && isLightWrite(entry)) violated(30, "the light was written while dormant");
+      if (isGateWrite(entry)) violated(nothingAtRest, "a key of the gate was written at rest");
+      if (dormant && isLightWrite(entry)) violated(nothingAtRest, "the light was written while dormant");
       return true;
     });
     // A repeated request for a release or an erasing hands the limit back once more, and so does deleting the
@@ -117,15 +124,16 @@ class AtRest final : public Rule {
         replies(RequestKind::releaseCharge) || replies(RequestKind::purgeAllData) || becomesDormant;
     if (released && !handsBack &&
         firstEntry(observation, iteration.journalFrom, iteration.journalTo, isNativeWrite) != nullptr) {
-      violated(30, "macOS's limit was written although the charge is released");
+      violated(nothingAtRest, "macOS's limit was written although the charge is released");
     }
     for (const FileChange& change : iteration.files) {
       if (!isWritten(change)) continue;
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
-      if (published) violated(30, change.path + " was written at rest");
+      if (published) violated(nothingAtRest, change.path + " was written at rest");
       // New settings from the app are stored in this state too.
       const bool asked = replies(RequestKind::applySettings);
-      if (dormant && change.path == gConfigPath && !asked) violated(30, "a tick wrote the settings at rest");
+      if (dormant && change.path == gConfigPath && !asked)
+        violated(nothingAtRest, "a tick wrote the settings at rest");
     }
   }
 
@@ -135,7 +143,7 @@ class AtRest final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 31. Each request has one reply.
+// Each request has one reply
 
 class Replies final : public Rule {
  public:
@@ -155,7 +163,8 @@ class Replies final : public Rule {
     std::optional<std::uint64_t> waiting;
     for (const ClientRequest& request : control.requests) {
       if (request.number == 0) continue;
-      if (request.answers > 1) violated(31, std::to_string(request.answers) + " replies to one request");
+      if (request.answers > 1)
+        violated(ticksAndReplies, std::to_string(request.answers) + " replies to one request");
       if (!isUnanswered(request) || request.number <= abandoned_) continue;
       waiting = std::min(waiting.value_or(request.number), request.number);
     }
@@ -163,7 +172,7 @@ class Replies final : public Rule {
     const double uptime = virtual_mac::uptimeOf(observation.machine());
     if (waiting != waiting_) waitsSince_ = uptime;
     waiting_ = waiting;
-    if (waiting_ && uptime - waitsSince_ > patience) violated(31, "a request has no reply");
+    if (waiting_ && uptime - waitsSince_ > patience) violated(ticksAndReplies, "a request has no reply");
   }
 
  private:
@@ -180,7 +189,11 @@ class Replies final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 32. How a process ends.
+// How a process ends
+
+constexpr Invariant noEndByInput{32,
+                                 "Nothing that stands in a file or comes from the hardware ends the process, "
+                                 "but for the numbers that cannot be kept."};
 
 // On a full disk the lab may lose a process's last words.
 bool messageStartsWith(const std::string& errors, std::string_view words, const Disturbances& disturbances) {
@@ -216,11 +229,11 @@ void checkProcessAtEnd(const ProcessEnd& end, const Observation& observation, co
   const Disturbances& disturbances = observation.disturbances();
   const std::string words = end.errors.substr(0, end.errors.find('\n'));
   if (end.status && !isInTheBook(*end.status, end.errors, disturbances)) {
-    violated(32, "it ended with status " + std::to_string(*end.status) + ": " + words);
+    violated(noEndByInput, "it ended with status " + std::to_string(*end.status) + ": " + words);
   }
   if (end.signal && !wasSent(*end.signal, disturbances) &&
       !isFatalByTheBook(*end.signal, end.errors, disturbances)) {
-    violated(32, "signal " + std::to_string(*end.signal) + " ended it: " + words);
+    violated(noEndByInput, "signal " + std::to_string(*end.signal) + " ended it: " + words);
   }
 }
 

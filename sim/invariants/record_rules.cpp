@@ -17,9 +17,9 @@
 #include "base/process_flags.h"
 #include "base/volume_path.h"
 #include "records/statistics.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
 #include "state/tick_state.h"
 
@@ -39,7 +39,10 @@ std::string secondsText(double seconds) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 14. Nothing reappears after all data was erased.
+// Nothing reappears after all data was erased
+
+constexpr Invariant nothingAfterErasure{14,
+                                        "After all data was erased no file is created, written or renamed."};
 
 class ErasedData final : public Rule {
  public:
@@ -58,7 +61,7 @@ class ErasedData final : public Rule {
     }
     wasPurged_ = true;
     change = std::find_if(change, iteration.files.end(), isWritten);
-    if (change != iteration.files.end()) violated(14, change->path + " was written");
+    if (change != iteration.files.end()) violated(nothingAfterErasure, change->path + " was written");
   }
 
  private:
@@ -66,7 +69,11 @@ class ErasedData final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 15. The log: its size, its one generation, its lines.
+// The log: its size, its one generation, its lines
+
+constexpr Invariant logFormat{15,
+                              "The log stays below its cap, has one generation before it, and every line is "
+                              "a time stamp, two blanks and a text."};
 
 // "2026-03-01T08:15:30Z  " and a text.
 bool isLogLine(std::string_view line) {
@@ -101,7 +108,8 @@ class TheLog final : public Rule {
       if (!isWritten(change) || !change.path.starts_with(folder)) continue;
       const std::string name = change.path.substr(std::min(folder.size() + 1, change.path.size()));
       written = written || name == "daemon.log";
-      if (name.starts_with("daemon.log.") && name != "daemon.log.1") violated(15, "there is a " + name);
+      if (name.starts_with("daemon.log.") && name != "daemon.log.1")
+        violated(logFormat, "there is a " + name);
     }
     if (written) checkNewLines(violated);
   }
@@ -126,14 +134,14 @@ class TheLog final : public Rule {
     std::size_t lines = 0;
     for (std::size_t from = 0; from < text.size(); ++lines) {
       const std::size_t end = text.find('\n', from);
-      if (end == std::string::npos) return violated(15, "a line without an end: " + text.substr(from));
+      if (end == std::string::npos) return violated(logFormat, "a line without an end: " + text.substr(from));
       const std::string_view line = std::string_view(text).substr(from, end - from);
-      if (!isLogLine(line)) return violated(15, "the line \"" + std::string(line) + "\"");
+      if (!isLogLine(line)) return violated(logFormat, "the line \"" + std::string(line) + "\"");
       from = end + 1;
     }
     // One line longer than the cap has nowhere else to go.
     if (size_ > LogFile::defaultCap && !(startsHere && lines == 1)) {
-      violated(15, "a log of " + std::to_string(size_) + " bytes");
+      violated(logFormat, "a log of " + std::to_string(size_) + " bytes");
     }
   }
 
@@ -144,7 +152,11 @@ class TheLog final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 16. The status.
+// The status
+
+constexpr Invariant statusInterval{
+    16,
+    "Status is published at most every 15 s unless something changed, and is always a whole JSON object."};
 
 std::string wordAt(const Json& object, const char* key) {
   return object.contains(key) ? object[key].dump() : "?";
@@ -183,11 +195,11 @@ class TheStatus final : public Rule {
       return;
     }
     if (!status.starts_with('{') || !Json::accept(status)) {
-      return violated(16, "status.json is no whole JSON object");
+      return violated(statusInterval, "status.json is no whole JSON object");
     }
     const double apart = timeOf(status) - timeOf(status_);
     if (!status_.empty() && apart < 15 && signatureOf(status_) == signatureOf(status)) {
-      violated(16, "the same again after " + secondsText(apart));
+      violated(statusInterval, "the same again after " + secondsText(apart));
     }
     status_ = std::move(status);
   }
@@ -197,7 +209,10 @@ class TheStatus final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 17. The history.
+// The history
+
+constexpr Invariant historyInterval{
+    17, "Samples of the history that say the same are at least 55 s apart, or 300 s."};
 
 class TheHistory final : public Rule {
  public:
@@ -244,7 +259,8 @@ class TheHistory final : public Rule {
     if (line->state != last_->state || line->adapter != last_->adapter) return line;
     // Half a degree, less the rounding error.
     const bool same = line->pct == last_->pct && std::abs(line->tenths - last_->tenths) < 4;
-    if (apart < (same ? 300 : 55)) violated(17, "two such lines " + std::to_string(apart) + " s apart");
+    if (apart < (same ? 300 : 55))
+      violated(historyInterval, "two such lines " + std::to_string(apart) + " s apart");
     return line;
   }
 
@@ -252,7 +268,10 @@ class TheHistory final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 28. Protected time.
+// Protected time
+
+constexpr Invariant protectedTime{
+    28, "Protected time grows by at most 60 s a tick, and only on the adapter while held or discharged."};
 
 class ProtectedTime final : public Rule {
  public:
@@ -280,15 +299,15 @@ class ProtectedTime final : public Rule {
     if (grown < 0) {
       // When the clock is set back, the time gained that way is subtracted again.
       if (observation.disturbances().clockSteppedBackAt < tickedAt) {
-        violated(28, "protected time fell by " + secondsText(-grown));
+        violated(protectedTime, "protected time fell by " + secondsText(-grown));
       }
       return;
     }
     if (grown > mostPerTick + std::abs(gProtectedSeconds) * 1e-12) {
-      violated(28, "protected time grew by " + secondsText(grown));
+      violated(protectedTime, "protected time grew by " + secondsText(grown));
     }
-    if (gState == ChargeState::allow) violated(28, "protected time grew in allow");
-    if (!adapterIsSeen(observation.machine())) violated(28, "protected time grew on battery");
+    if (gState == ChargeState::allow) violated(protectedTime, "protected time grew in allow");
+    if (!adapterIsSeen(observation.machine())) violated(protectedTime, "protected time grew on battery");
   }
 
  private:
@@ -300,7 +319,9 @@ class ProtectedTime final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 29. Requests that are taken once.
+// Requests that are taken once
+
+constexpr Invariant requestsTakenOnce{29, "A request is taken once and then withdrawn for good."};
 
 class Requests final : public Rule {
  public:
@@ -321,15 +342,19 @@ class Requests final : public Rule {
     const Settings& asked = tick.settings;
     const bool calibrates = gCal.phase != CalPhase::idle;
     const double now = wallClockOf(observation, tick.at);
-    if (topUp_.withdrawn && asked.topUp) violated(29, "a Top Up that was withdrawn is asked for again");
-    if (calibrate_.withdrawn && asked.calibrate) violated(29, "a calibration is asked for again");
-    if (asked.resetStats && gStatsSince != now) violated(29, "the statistics did not start again");
+    if (topUp_.withdrawn && asked.topUp)
+      violated(requestsTakenOnce, "a Top Up that was withdrawn is asked for again");
+    if (calibrate_.withdrawn && asked.calibrate)
+      violated(requestsTakenOnce, "a calibration is asked for again");
+    if (asked.resetStats && gStatsSince != now)
+      violated(requestsTakenOnce, "the statistics did not start again");
     if (asked.topUp && gTopUpSince != 0) checkTopUp(asked, now, observation, violated);
-    if (calibrates && now - gCal.phaseSince > longestPhase) violated(29, "the calibration never ends");
+    if (calibrates && now - gCal.phaseSince > longestPhase)
+      violated(requestsTakenOnce, "the calibration never ends");
 
     // Another withdrawal in the same tick writes the request back as it was read, so it is served twice.
     reset_.served = asked.resetStats ? reset_.served + 1 : 0;
-    if (reset_.served > 2) violated(29, "the statistics keep starting again");
+    if (reset_.served > 2) violated(requestsTakenOnce, "the statistics keep starting again");
 
     const bool topUpEnds = asked.topUp && gTopUpSince == 0 && !calibrates;
     topUp_.withdrawn = !asked.topUp || topUpEnds;
@@ -357,10 +382,11 @@ class Requests final : public Rule {
 
   static void checkTopUp(const Settings& asked, double now, const Observation& observation,
                          const Violated& violated) {
-    if (!adapterIsSeen(observation.machine())) violated(29, "a Top Up continues without an adapter");
+    if (!adapterIsSeen(observation.machine()))
+      violated(requestsTakenOnce, "a Top Up continues without an adapter");
     const double hours = static_cast<double>(asked.topUpHours);
     if (asked.topUpHours >= 1 && now - gTopUpSince > hours * 3600)
-      violated(29, "a Top Up continues for ever");
+      violated(requestsTakenOnce, "a Top Up continues for ever");
   }
 
   std::uint64_t actionCount_ = 0;
@@ -388,7 +414,7 @@ void checkRecordsAtEnd(const ProcessEnd& end, const Observation& observation, co
   for (const std::string& path :
        {std::string(statusPath), std::string(statsPath), std::string(calibrationPath),
         std::string(defaultConfigPath), std::string(LogFile::defaultDirectory) + "/daemon.log"}) {
-    if (observation.read(path)) violated(14, path + " is there again");
+    if (observation.read(path)) violated(nothingAfterErasure, path + " is there again");
   }
 }
 

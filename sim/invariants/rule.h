@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/settings.h"
@@ -125,8 +126,22 @@ struct ProcessEnd {
   std::string errors = {};              // everything on its standard error
 };
 
-// Called for every violated invariant with its number and what was seen instead.
-using Violated = std::function<void(int number, const std::string& seen)>;
+// What must hold after every event. Each is defined beside its rule.
+struct Invariant {
+  int number = 0;  // in reports and in names of files
+  std::string_view text = {};
+};
+// "9. The charge never rises more than one percent above the limit."
+[[nodiscard]] inline std::string numbered(const Invariant& invariant) {
+  return std::to_string(invariant.number) + ". " + std::string(invariant.text);
+}
+
+// The checker itself checks the ticks, a rule the replies.
+inline constexpr Invariant ticksAndReplies{
+    31, "The daemon's ticks run on the main thread and never inside each other; each request has one reply."};
+
+// Called for every violated invariant with what was seen instead.
+using Violated = std::function<void(const Invariant& invariant, const std::string& seen)>;
 
 // One rule, or several that share their memory. Every process creates its own.
 class Rule {

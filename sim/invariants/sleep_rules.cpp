@@ -10,9 +10,9 @@
 #include "hardware/scheduled_wake.h"
 #include "platform/system_power.h"
 #include "policy/charge_bounds.h"
+#include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
-#include "sim/invariants/shown.h"
 #include "state/calibration_state.h"
 
 namespace brisko::lab {
@@ -29,7 +29,10 @@ double dateOf(const JournalEntry& entry) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 18. Scheduled wakes.
+// Scheduled wakes
+
+constexpr Invariant oneScheduledWake{
+    18, "At most one wake of ours is scheduled; none after a full wake, an exit or when dormant."};
 
 bool isForeign(const ProcessSummary& processSummary, double date) {
   const auto end =
@@ -78,14 +81,14 @@ class Wakes final : public Rule {
     if (iteration.journalFrom == iteration.journalTo && !gDormant) return;
     forgetUncancelled(observation, iteration.journalFrom, iteration.journalTo);
     const std::size_t pending = wakesOfThisProcess(observation);
-    if (pending > 1) violated(18, std::to_string(pending) + " wakes are scheduled");
+    if (pending > 1) violated(oneScheduledWake, std::to_string(pending) + " wakes are scheduled");
     if (pending == 0) return;
     const bool wakes =
         firstEntry(observation, iteration.journalFrom, iteration.journalTo, [](const JournalEntry& entry) {
-          return isHeard(entry, PowerMessage::systemHasPoweredOn);
+          return isReceived(entry, PowerMessage::systemHasPoweredOn);
         }) != nullptr;
-    if (wakes) violated(18, "a wake is scheduled after a full wake");
-    if (gDormant) violated(18, "a wake is scheduled while dormant");
+    if (wakes) violated(oneScheduledWake, "a wake is scheduled after a full wake");
+    if (gDormant) violated(oneScheduledWake, "a wake is scheduled while dormant");
   }
 
  private:
@@ -102,7 +105,10 @@ class Wakes final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 19. The plan for a sleep.
+// The plan for a sleep
+
+constexpr Invariant sleepPlan{
+    19, "Before sleep the band is frozen, or below it one wake is planned 5 to 45 minutes ahead."};
 
 class SleepPlans final : public Rule {
  public:
@@ -114,7 +120,7 @@ class SleepPlans final : public Rule {
     state_ = gState;
     const bool announced =
         firstEntry(observation, iteration.journalFrom, iteration.journalTo, [](const JournalEntry& entry) {
-          return isHeard(entry, PowerMessage::systemWillSleep);
+          return isReceived(entry, PowerMessage::systemWillSleep);
         }) != nullptr;
     if (!announced || gDormant || !gGate || gateIsMacOSLimit()) return;
     const auto power = powerState();
@@ -129,9 +135,9 @@ class SleepPlans final : public Rule {
                               adapterIsSeen(observation.machine());
     const Planned planned = plannedIn(iteration, observation);
     if (keepsTheBand && power->pct >= band.lower) return checkFreeze(planned, observation, violated);
-    if (gState != before) violated(19, "the sleep that is to be left alone changed the state");
+    if (gState != before) violated(sleepPlan, "the sleep that is to be left alone changed the state");
     if (keepsTheBand) return checkWake(planned, violated);
-    if (planned.wakes > 0) violated(19, "a wake was scheduled for a sleep that is to be left alone");
+    if (planned.wakes > 0) violated(sleepPlan, "a wake was scheduled for a sleep that is to be left alone");
   }
 
  private:
@@ -161,29 +167,30 @@ class SleepPlans final : public Rule {
   }
 
   static void checkFreeze(const Planned& planned, const Observation& observation, const Violated& violated) {
-    if (planned.wakes > 0) violated(19, "a wake was scheduled for a sleep with the gate closed");
-    if (gState != ChargeState::hold) violated(19, "the band is not frozen");
+    if (planned.wakes > 0) violated(sleepPlan, "a wake was scheduled for a sleep with the gate closed");
+    if (gState != ChargeState::hold) violated(sleepPlan, "the band is not frozen");
     // Keys that somebody else opened meanwhile are closed only by the next tick.
     const Disturbances& disturbances = observation.disturbances();
     if (disturbances.disturbedAt > disturbances.launchedAt || !keysObey(observation.machine(), *gGate))
       return;
     // A firmware that keeps the band itself may charge below it.
     if (gGate->charge != ChargeKeys::firmwareBand && virtual_mac::chargingIsOpen(observation.machine())) {
-      violated(19, "the charge keys are open at the beginning of a sleep");
+      violated(sleepPlan, "the charge keys are open at the beginning of a sleep");
     }
     if (observation.machine().adapter.present && !virtual_mac::adapterReachesBattery(observation.machine())) {
-      violated(19, "the adapter is cut at the beginning of a sleep");
+      violated(sleepPlan, "the adapter is cut at the beginning of a sleep");
     }
   }
 
   static void checkWake(const Planned& planned, const Violated& violated) {
     if (planned.refused && planned.wakes == 0) return;
     if (planned.wakes != 1) {
-      return violated(19, std::to_string(planned.wakes) + " wakes were scheduled for a sleep below the band");
+      return violated(sleepPlan,
+                      std::to_string(planned.wakes) + " wakes were scheduled for a sleep below the band");
     }
     constexpr double rounding = 1e-3;
     if (planned.minutes < 5 - rounding || planned.minutes > 45 + rounding) {
-      violated(19, "a wake was scheduled in " + std::to_string(planned.minutes) + " minutes");
+      violated(sleepPlan, "a wake was scheduled in " + std::to_string(planned.minutes) + " minutes");
     }
   }
 
@@ -191,7 +198,10 @@ class SleepPlans final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 20. Answers.
+// Answers
+
+constexpr Invariant promptAnswers{
+    20, "Sleep is never delayed and never vetoed: each message gets one answer, at once."};
 
 // The first message in the interval that was not answered as it should be; "" for none. A message left
 // without an answer counts only if the daemon continued, not if it ended in the middle of it.
@@ -199,7 +209,7 @@ std::string unanswered(const Observation& observation, std::uint64_t from, std::
   std::uint32_t open = 0;  // the message that waits for its answer
   std::string fault;
   forEntries(observation, from, to, [&](const JournalEntry& entry) {
-    if (isHeard(entry, PowerMessage::canSystemSleep) || isHeard(entry, PowerMessage::systemWillSleep)) {
+    if (isReceived(entry, PowerMessage::canSystemSleep) || isReceived(entry, PowerMessage::systemWillSleep)) {
       if (open != 0) fault = "a message was not answered before the next";
       open = entry.key;
     } else if (entry.command == virtual_mac::journalAnswered) {
@@ -218,12 +228,15 @@ class Answers final : public Rule {
                       const Violated& violated) override {
     if (iteration.journalFrom == iteration.journalTo) return;
     const std::string fault = unanswered(observation, iteration.journalFrom, iteration.journalTo);
-    if (!fault.empty()) violated(20, fault);
+    if (!fault.empty()) violated(promptAnswers, fault);
   }
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 21. The quiet before a sleep.
+// The quiet before a sleep
+
+constexpr Invariant quietBeforeSleep{
+    21, "While a sleep is about to begin no tick writes keys, status or history."};
 
 class QuietBeforeSleep final : public Rule {
  public:
@@ -231,7 +244,7 @@ class QuietBeforeSleep final : public Rule {
     note(tick.at, observation);
     // The app, a signal and the deletion of the app may still cause key writes. A tick may not.
     if (quietIn_ && firstEntry(observation, tick.journalFrom, tick.journalTo, isGateWrite) != nullptr) {
-      violated(21, "a tick wrote a key of the gate");
+      violated(quietBeforeSleep, "a tick wrote a key of the gate");
     }
   }
 
@@ -241,12 +254,12 @@ class QuietBeforeSleep final : public Rule {
     for (std::size_t index = 0; quietIn_ && index < iteration.files.size(); ++index) {
       const FileChange& change = iteration.files[index];
       const bool published = change.path == statusPath || change.path.starts_with(historyDir);
-      if (published && isWritten(change)) violated(21, change.path + " was written");
+      if (published && isWritten(change)) violated(quietBeforeSleep, change.path + " was written");
     }
     // What comes with the announcement itself does not count as a tick's write.
     forEntries(observation, iteration.journalFrom, iteration.journalTo, [&](const JournalEntry& entry) {
-      if (isHeard(entry, PowerMessage::systemWillSleep)) since_ = entry.time + wallOffset(observation);
-      if (isHeard(entry, PowerMessage::systemHasPoweredOn)) since_.reset();
+      if (isReceived(entry, PowerMessage::systemWillSleep)) since_ = entry.time + wallOffset(observation);
+      if (isReceived(entry, PowerMessage::systemHasPoweredOn)) since_.reset();
       return true;
     });
   }
@@ -267,7 +280,7 @@ class QuietBeforeSleep final : public Rule {
   static bool wakes(const Observation& observation) {
     const std::uint64_t from = observation.processSummary().journalSeen;
     return firstEntry(observation, from, observation.journal().written, [](const JournalEntry& entry) {
-             return isHeard(entry, PowerMessage::systemHasPoweredOn);
+             return isReceived(entry, PowerMessage::systemHasPoweredOn);
            }) != nullptr;
   }
 
@@ -289,9 +302,10 @@ void checkSleepAtEnd(const ProcessEnd& end, const Observation& observation, cons
   if (!end.status) return;
   forgetUncancelled(observation, end.rest.journalFrom, end.rest.journalTo);
   const bool known = observation.processSummary().foreignWakesKnown;
-  if (known && wakesOfThisProcess(observation) > 0) violated(18, "a wake is still scheduled after the exit");
+  if (known && wakesOfThisProcess(observation) > 0)
+    violated(oneScheduledWake, "a wake is still scheduled after the exit");
   const std::string fault = unanswered(observation, end.rest.journalFrom, end.rest.journalTo);
-  if (!fault.empty()) violated(20, fault);
+  if (!fault.empty()) violated(promptAnswers, fault);
 }
 
 }  // namespace brisko::lab

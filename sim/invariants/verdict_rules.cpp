@@ -15,7 +15,7 @@ constexpr std::string_view newState = "→ state: ";
 
 // A full disk swallows the log. The ticks are still reported to the rules, but what the daemon logged about
 // them is unknown.
-bool isHeard(const Observation& observation) { return !observation.disturbances().diskIsFull; }
+bool isLogged(const Observation& observation) { return !observation.disturbances().diskIsFull; }
 
 // The line without its time stamp.
 std::string_view textOf(const std::string& line) {
@@ -24,29 +24,33 @@ std::string_view textOf(const std::string& line) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 22: giving up
+// Giving up
+
+constexpr Invariant givesUpLostCut{22,
+                                   "A lost adapter cut is written again five times at most, and after the "
+                                   "warning there is no discharge until it is re-armed."};
 
 // The keys may do anything here; the rule is about the daemon's conclusions.
 class GivesUp final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
-    if (!isHeard(observation)) {
+    if (!isLogged(observation)) {
       attempts_.reset();
       givenUp_ = false;
       return;
     }
     std::size_t line = 0;
     for (const TickRecord& tick : iteration.ticks) {
-      for (; line < tick.linesTo; ++line) hear(textOf(iteration.lines[line]), violated);
+      for (; line < tick.linesTo; ++line) readLine(textOf(iteration.lines[line]), violated);
       if (!givenUp_ || !tick.complete || tick.sample.state != ChargeState::discharge) continue;
-      violated(22, "a tick ended in discharge, which had been given up and not re-armed");
+      violated(givesUpLostCut, "a tick ended in discharge, which had been given up and not re-armed");
     }
-    for (; line < iteration.lines.size(); ++line) hear(textOf(iteration.lines[line]), violated);
+    for (; line < iteration.lines.size(); ++line) readLine(textOf(iteration.lines[line]), violated);
   }
 
  private:
-  void hear(std::string_view text, const Violated& violated) {
+  void readLine(std::string_view text, const Violated& violated) {
     if (text.starts_with(newState)) attempts_ = 0;
     if (text.starts_with("⚠️ forced discharge")) givenUp_ = true;
     if (text.starts_with("forced discharge re-armed")) givenUp_ = false;
@@ -66,8 +70,8 @@ class GivesUp final : public Rule {
   void check(int attempt, const Violated& violated) {
     constexpr int most = 5;
     if (attempt > most || attempt != attempts_.value_or(attempt - 1) + 1) {
-      violated(22, "attempt " + std::to_string(attempt) + " came after attempt " +
-                       std::to_string(attempts_.value_or(0)));
+      violated(givesUpLostCut, "attempt " + std::to_string(attempt) + " came after attempt " +
+                                   std::to_string(attempts_.value_or(0)));
     }
     attempts_ = attempt;
   }
@@ -77,19 +81,22 @@ class GivesUp final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 23: the verdicts alternate
+// The verdicts alternate
+
+constexpr Invariant alternatingVerdicts{23, "The verdicts on a hold alternate."};
 
 class VerdictsAlternate final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
-    if (!isHeard(observation)) last_.reset();
+    if (!isLogged(observation)) last_.reset();
     if (iteration.lines.empty() || !gateHasKeys()) return;
     for (const std::string& line : iteration.lines) {
       const std::string_view text = textOf(line);
       const bool works = text.starts_with("limit verified: charging");
       if (!works && !text.starts_with("⚠️ the limit has no effect: charging")) continue;
-      if (last_ == works) violated(23, "\"" + std::string(text) + "\" for the second time in a row");
+      if (last_ == works)
+        violated(alternatingVerdicts, "\"" + std::string(text) + "\" for the second time in a row");
       last_ = works;
     }
   }
@@ -99,30 +106,33 @@ class VerdictsAlternate final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// 33: nothing is logged twice
+// Nothing is logged twice
+
+constexpr Invariant nothingLoggedTwice{
+    33, "A summary never repeats the one before, and a change of state never names the state before."};
 
 class LogsNothingTwice final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
-    if (!isHeard(observation)) {
+    if (!isLogged(observation)) {
       summary_.clear();
       state_.clear();
     }
     for (const std::string& line : iteration.lines) {
       const std::string_view text = textOf(line);
       if (text.starts_with("cap ")) checkSummary(text, violated);
-      if (gateHasKeys()) hear(text, violated);
+      if (gateHasKeys()) readLine(text, violated);
     }
   }
 
  private:
   void checkSummary(std::string_view text, const Violated& violated) {
-    if (text == summary_) violated(33, "\"" + summary_ + "\" twice in a row");
+    if (text == summary_) violated(nothingLoggedTwice, "\"" + summary_ + "\" twice in a row");
     summary_ = text;
   }
 
-  void hear(std::string_view text, const Violated& violated) {
+  void readLine(std::string_view text, const Violated& violated) {
     constexpr std::string_view found = ", state=";
     if (text.starts_with("brisko-daemon started")) {
       const std::size_t at = text.rfind(found);
@@ -132,7 +142,8 @@ class LogsNothingTwice final : public Rule {
     if (text.starts_with("app gone") || text.starts_with("charge released")) state_.clear();
     if (!text.starts_with(newState)) return;
     text.remove_prefix(newState.size());
-    if (text == state_) violated(33, "\"→ state: " + state_ + "\", which was the state already");
+    if (text == state_)
+      violated(nothingLoggedTwice, "\"→ state: " + state_ + "\", which was the state already");
     state_ = text;
   }
 

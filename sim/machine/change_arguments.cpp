@@ -34,8 +34,9 @@ std::string plain(double number) {
 }
 
 std::string rangeText(const Fault& fault) {
-  return std::string("a number from ") + plain(fault.least) + " to " + plain(fault.most) + " (" +
-         std::string(fault.unit) + ")";
+  const virtual_mac::Range& range = fault.range();
+  return "a number from " + plain(range.least) + " to " + plain(range.most) + " (" + std::string(range.unit) +
+         ")";
 }
 
 std::optional<std::uint8_t> hexByte(std::string_view digits) {
@@ -73,7 +74,7 @@ bool hasRequiredArguments(const Fault& fault, const FaultArguments& said, std::s
 
 bool takeNumber(const Fault& fault, const std::string& text, Change& change, std::string& reason) {
   const auto number = parseNumber(text);
-  if (number && *number >= fault.least && *number <= fault.most) {
+  if (number && *number >= fault.range().least && *number <= fault.range().most) {
     change.number = *number;
     return true;
   }
@@ -102,7 +103,7 @@ bool asksNumberAlone(const Fault& fault) {
 std::string asksText(const Fault& fault) {
   std::string text;
   if (fault.asks.key) text += " --key KEY";
-  if (fault.asks.number) text += " --number N (" + std::string(fault.unit) + ")";
+  if (fault.asks.number) text += " --number N (" + std::string(fault.range().unit) + ")";
   if (fault.asks.bytes) text += " --bytes HEX";
   if (fault.asks.text) text += " --property NAME";
   return text;

@@ -13,10 +13,10 @@ namespace brisko::vmac {
 
 // The arguments of a fault besides its name; empty if not given.
 struct FaultArguments {
-  std::string key;
-  std::string number;
-  std::string bytes;  // hexadecimal
-  std::string property;
+  std::string key = {};
+  std::string number = {};
+  std::string bytes = {};  // hexadecimal
+  std::string property = {};
 };
 
 // The change that a fault stands for. None and a reason when the fault is unknown, when an argument is

@@ -12,8 +12,6 @@
 namespace brisko::virtual_mac {
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
-constexpr double none = -1;
 constexpr double usualDelay = 5;  // seconds
 constexpr std::int64_t noLimit = 100;
 constexpr std::int64_t firstMacOS = 26;
@@ -23,11 +21,6 @@ constexpr std::array<std::string_view, limitPreferences> preferenceNames{"MCLFea
 
 bool isRunning(const Machine& machine) {
   return hasLimit(machine) && machine.system.poweredOn && !machine.system.asleep;
-}
-
-double orNever(double at) {
-  if (at < 0) return never;
-  return at;
 }
 
 Preference& placeOf(ChargeLimit& limit, LimitPreference which) {
@@ -86,7 +79,7 @@ std::int64_t asThisMacHolds(const ChargeLimit& limit, std::int64_t percent) {
 
 void takeOrder(Machine& machine) {
   ChargeLimit& limit = machine.limit;
-  limit.comingAt = none;
+  limit.comingAt = unset;
   const bool full = limit.coming.fullUntil > wallClock(machine);
   limit.held = {.percent = asThisMacHolds(limit, limit.coming.percent),
                 .fullUntil = full ? limit.coming.fullUntil : 0};
@@ -164,14 +157,14 @@ ChargeLimit freshLimit(bool offered) {
   ChargeLimit limit{};
   limit.offered = offered;
   limit.delay = usualDelay;
-  limit.comingAt = none;
-  limit.revertAfter = none;
-  limit.revertAt = none;
+  limit.comingAt = unset;
+  limit.revertAfter = unset;
+  limit.revertAt = unset;
   return limit;
 }
 
 void startLimitService(Machine& machine) {
-  machine.limit.comingAt = none;
+  machine.limit.comingAt = unset;
   readOrder(machine);
 }
 
@@ -191,7 +184,7 @@ void applyLimitEvent(Machine& machine) {
   } else if (fullUntil(machine) <= machine.now) {
     limit.held.fullUntil = 0;
   } else {
-    limit.revertAt = none;
+    limit.revertAt = unset;
     setLimitByHand(machine, limit.revertPercent == 0 ? noLimit : limit.revertPercent);
   }
   settle(machine, reached);
@@ -245,7 +238,7 @@ void guardLimit(Machine& machine, double seconds) {
   ChargeLimit& limit = machine.limit;
   limit.revertAfter = seconds;
   limit.revertPercent = orderOnDisk(machine).percent;
-  if (seconds < 0) limit.revertAt = none;
+  if (seconds < 0) limit.revertAt = unset;
 }
 
 // ---------------------------------------------------------------------------------------------------------

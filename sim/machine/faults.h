@@ -8,7 +8,7 @@
 #include <span>
 #include <string_view>
 
-#include "sim/machine/machine.h"
+#include "sim/machine/changes.h"
 
 namespace brisko::virtual_mac {
 
@@ -24,9 +24,9 @@ struct Fault {
   std::string_view name;  // as the tools call it, e.g. "key-ignores-write"
   Change change;          // complete except for the arguments
   Asks asks;
-  std::string_view unit;  // of the number, e.g. "mA"; empty when it takes none
-  double least, most;     // the number's range
   std::string_view reason;
+
+  [[nodiscard]] const Range& range() const { return rangeOf(change.kind); }  // of the number
 };
 
 [[nodiscard]] std::span<const Fault> faults();

@@ -64,7 +64,7 @@ std::string requestName(std::uint32_t kind) {
 
 std::string journalText(const JournalEntry& entry) {
   const std::string failed = entry.status != 0 || entry.result != 0 ? "!" : "";
-  if (entry.command == virtual_mac::journalHeard) return "heard " + messageName(entry.key);
+  if (entry.command == virtual_mac::journalReceived) return "heard " + messageName(entry.key);
   if (entry.command == virtual_mac::journalAnswered) return "allowed " + messageName(entry.key);
   if (entry.command == virtual_mac::journalScheduled) return "wake scheduled" + failed;
   if (entry.command == virtual_mac::journalCancelled) return "wake cancelled" + failed;

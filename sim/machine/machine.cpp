@@ -13,8 +13,6 @@
 namespace brisko::virtual_mac {
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
-
 // Sets the clock to `time`. Physics has been simulated up to there, or has nothing to do until then.
 void moveClock(Machine& machine, double time) {
   if (machine.system.asleep) machine.system.sleptSeconds += time - machine.now;

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <type_traits>
@@ -22,6 +23,13 @@ namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
 inline constexpr std::uint32_t machineVersion = 4;
+
+// The machine time of what is not going to happen.
+inline constexpr double never = std::numeric_limits<double>::infinity();
+
+// In the record, such a moment is below 0.
+inline constexpr double unset = -1;
+[[nodiscard]] constexpr double orNever(double at) { return at < 0 ? never : at; }
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {
@@ -536,7 +544,7 @@ struct JournalEntry {
 };
 
 // Commands of the journal that the controller does not have.
-inline constexpr std::uint8_t journalHeard = 0x40;      // the client received a message
+inline constexpr std::uint8_t journalReceived = 0x40;   // the client received a message
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
@@ -621,7 +629,7 @@ bool registerPowerClient(Machine& machine, std::int64_t process);
 // The client's process has ended, and the kernel has noticed.
 void forgetPowerClient(Machine& machine);
 // The message reached the client's run loop.
-void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice);
+void noteReceived(const Machine& machine, Journal& journal, const PowerNotice& notice);
 // The client allows the announced change.
 void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
 // As IOPMSchedulePowerEvent and IOPMCancelScheduledPowerEvent do it; dates are those of the wall clock.

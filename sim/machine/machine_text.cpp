@@ -98,7 +98,7 @@ std::string scheduledText(const Machine& machine) {
 // How the text names a power event, by the journal's command.
 const char* powerVerb(std::uint8_t command) {
   switch (command) {
-    case virtual_mac::journalHeard:
+    case virtual_mac::journalReceived:
       return "heard";
     case virtual_mac::journalAnswered:
       return "allowed";

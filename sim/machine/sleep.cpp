@@ -17,14 +17,7 @@ namespace {
 using platform::KernelStatus;
 using platform::PowerMessage;
 
-constexpr double never = std::numeric_limits<double>::infinity();
-constexpr double none = -1;
 constexpr double settlingSeconds = 20;  // until the devices of a Mac on battery have settled: 5 to 45 s
-
-double orNever(double at) {
-  if (at < 0) return never;
-  return at;
-}
 
 bool isFullyAwake(const Machine& machine) {
   return machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark;
@@ -40,7 +33,7 @@ void send(Machine& machine, std::uint32_t type, bool awaitsAnswer) {
   if (sleep.client == 0) return;
   const std::uint32_t token = ++sleep.noticesSent;
   placeOf(sleep, token) = {
-      .sentAt = machine.now, .answeredAt = none, .type = type, .token = token, .awaitsAnswer = awaitsAnswer};
+      .sentAt = machine.now, .answeredAt = unset, .type = type, .token = token, .awaitsAnswer = awaitsAnswer};
 }
 
 // A stage that a message begins lasts until it is answered. If there is no client, or none worth waiting for,
@@ -49,14 +42,14 @@ void beginStage(Machine& machine, SleepStage stage, PowerMessage message) {
   send(machine, static_cast<std::uint32_t>(message), true);
   Sleep& sleep = machine.sleep;
   sleep.stage = stage;
-  sleep.unattendedAt = none;
+  sleep.unattendedAt = unset;
   const bool waits = sleep.client != 0 && sleep.lateAnswers < lateTimeout;
   sleep.stageEndsAt = machine.now + (waits ? answerTimeout : 0);
 }
 
 void endStage(Sleep& sleep) {
   sleep.stage = SleepStage::none;
-  sleep.stageEndsAt = none;
+  sleep.stageEndsAt = unset;
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -194,7 +187,7 @@ double nightWakeSeconds(const Machine& machine) {
 void planNightWake(Machine& machine) {
   Sleep& sleep = machine.sleep;
   if (sleep.nights == Nights::quiet) {
-    sleep.nightWakeAt = none;
+    sleep.nightWakeAt = unset;
   } else if (sleep.nightWakeAt <= machine.now) {
     sleep.nightWakeAt = machine.now + nightInterval(machine);
   }
@@ -204,13 +197,13 @@ void planNightWake(Machine& machine) {
 // Waking up
 
 void showFullWake(Machine& machine) {
-  machine.sleep.fullAt = none;
+  machine.sleep.fullAt = unset;
   machine.system.capabilities = fullWake;
 }
 
 void notifyPoweredOn(Machine& machine) {
   Sleep& sleep = machine.sleep;
-  sleep.poweredOnAt = none;
+  sleep.poweredOnAt = unset;
   send(machine, static_cast<std::uint32_t>(PowerMessage::systemHasPoweredOn), false);
   sleep.fullAt = machine.now + sleep.capabilitiesDelay;
   if (sleep.capabilitiesDelay <= 0) showFullWake(machine);
@@ -225,7 +218,7 @@ void finishWake(Machine& machine) {
 void leaveSleep(Machine& machine) {
   machine.system.asleep = false;
   ++machine.sleep.wakes;
-  machine.sleep.heldUntil = externalIsConnected(machine) ? machine.now + adapterLinger : none;
+  machine.sleep.heldUntil = externalIsConnected(machine) ? machine.now + adapterLinger : unset;
   purgePastEvents(machine, false);
 }
 
@@ -238,8 +231,8 @@ void wakeFully(Machine& machine) {
   Sleep& sleep = machine.sleep;
   if (machine.system.asleep) leaveSleep(machine);
   sleep.dark = false;
-  sleep.darkUntil = none;
-  sleep.nightWakeAt = none;
+  sleep.darkUntil = unset;
+  sleep.nightWakeAt = unset;
   powerOn(machine);
 }
 
@@ -276,11 +269,11 @@ void announceSleep(Machine& machine) {
 
 void fallAsleep(Machine& machine) {
   Sleep& sleep = machine.sleep;
-  sleep.darkUntil = none;
+  sleep.darkUntil = unset;
   if (sleep.refusal == SleepRefusal::inDarkness) return;
   machine.system.asleep = true;
   sleep.dark = false;
-  sleep.heldUntil = none;
+  sleep.heldUntil = unset;
   planNightWake(machine);
 }
 
@@ -340,7 +333,7 @@ void cancelEverything(Sleep& sleep) {
   sleep.dark = false;
   for (double* at : {&sleep.darkUntil, &sleep.heldUntil, &sleep.poweredOnAt, &sleep.fullAt,
                      &sleep.unattendedAt, &sleep.nightWakeAt}) {
-    *at = none;
+    *at = unset;
   }
 }
 
@@ -387,7 +380,7 @@ void applySleepEvent(Machine& machine) {
   } else if (isDue(sleep.darkUntil)) {
     fallAsleep(machine);
   } else if (isDue(sleep.unattendedAt)) {
-    sleep.unattendedAt = none;
+    sleep.unattendedAt = unset;
     returnToSleep(machine);
   } else {
     countLate(sleep);
@@ -421,7 +414,7 @@ void askForSleep(Machine& machine) {
 void wakeByUser(Machine& machine) {
   Sleep& sleep = machine.sleep;
   if (!machine.system.poweredOn) return;
-  sleep.unattendedAt = none;
+  sleep.unattendedAt = unset;
   if (!isFullyAwake(machine)) return wakeFully(machine);
   if (sleep.stage == SleepStage::announced) return cancelSleep(machine);
   if (sleep.stage == SleepStage::asked) refuseIdleSleep(machine);
@@ -448,7 +441,7 @@ void setRefusal(Machine& machine, SleepRefusal refusal) {
 
 void setNights(Machine& machine, Nights nights) {
   machine.sleep.nights = nights;
-  machine.sleep.nightWakeAt = none;
+  machine.sleep.nightWakeAt = unset;
   if (machine.system.asleep) planNightWake(machine);
 }
 
@@ -465,8 +458,8 @@ void forgetPowerClient(Machine& machine) {
   if (sleep.stage != SleepStage::none) sleep.stageEndsAt = machine.now;
 }
 
-void noteHeard(const Machine& machine, Journal& journal, const PowerNotice& notice) {
-  newEntry(machine, journal, journalHeard).key = notice.type;
+void noteReceived(const Machine& machine, Journal& journal, const PowerNotice& notice) {
+  newEntry(machine, journal, journalReceived).key = notice.type;
 }
 
 void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token) {

@@ -9,9 +9,9 @@
 namespace brisko::vmac {
 
 struct BootOptions {
-  std::string folder;                  // of the machine
-  std::string daemon;                  // path of the program
-  std::vector<std::string> arguments;  // of the daemon
+  std::string folder = {};                  // of the machine
+  std::string daemon = {};                  // path of the program
+  std::vector<std::string> arguments = {};  // of the daemon
 };
 
 // Boots the machine and runs the daemon on it until shutDown() or SIGINT or SIGTERM; then ends the daemon and

@@ -1,8 +1,7 @@
 #include "sim/scenario/actions.h"
 
-#include <algorithm>
 #include <array>
-#include <optional>
+#include <map>
 #include <utility>
 
 #include "base/options.h"
@@ -79,17 +78,8 @@ const std::vector<std::pair<std::string, Act>>& simpleActions() {
 
 // --- Actions with a value
 
-std::optional<std::string> textOrJson(const JsonCursor& place) {
-  if (place.value().is_string()) return place.value().get<std::string>();
-  return place.value().dump();
-}
-
 // The app changes some settings and leaves the others as they are.
-std::optional<Act> readEdit(const JsonCursor& place) {
-  if (!place.value().is_object()) {
-    place.expected("an object with the settings that change");
-    return std::nullopt;
-  }
+Act readEdit(const JsonCursor& place) {
   return [edit = place.value()](Simulation& simulation, std::string&) {
     Json all = Json::parse(simulation.read(defaultConfigPath).value_or("{}"), nullptr, false);
     if (!all.is_object()) all = Json::object();
@@ -99,107 +89,60 @@ std::optional<Act> readEdit(const JsonCursor& place) {
   };
 }
 
-std::optional<Act> readSettingsFile(const JsonCursor& place) {
-  return [text = textOrJson(place).value_or("")](Simulation& simulation, std::string&) {
-    simulation.write(defaultConfigPath, text);
-    return true;
-  };
-}
-
-std::optional<Act> readReplacement(const JsonCursor& place) {
-  return [text = textOrJson(place).value_or("")](Simulation& simulation, std::string&) {
-    simulation.replace(defaultConfigPath, text);
-    return true;
-  };
-}
-
-std::optional<std::string> readPath(const JsonCursor& place) {
-  std::optional<std::string> path = place.text();
-  if (!path || path->starts_with("/")) return path;
-  place.expected("an absolute path on the Mac");
-  return std::nullopt;
-}
-
-std::optional<Act> readWrite(const JsonCursor& place) {
-  std::optional<std::string> path;
-  std::optional<std::string> text;
-  for (const JsonCursor& member : place.members({"path", "text", "json"})) {
-    if (member.name() == "path") path = readPath(member);
-    if (member.name() == "text") text = member.text();
-    if (member.name() == "json") text = member.value().dump();
-  }
-  if (!path || !text) {
-    place.complain("needs \"path\", and \"text\" or \"json\"");
-    return std::nullopt;
-  }
-  return [path = *path, text = *text](Simulation& simulation, std::string&) {
+Act writing(const std::string& path, const std::string& text) {
+  return [path, text](Simulation& simulation, std::string&) {
     simulation.write(path, text);
     return true;
   };
 }
 
-std::optional<Act> readRemove(const JsonCursor& place) {
-  const auto path = readPath(place);
-  if (!path) return std::nullopt;
-  return [path = *path](Simulation& simulation, std::string&) {
+Act readSettingsFile(const JsonCursor& place) { return writing(defaultConfigPath, contentOf(place.value())); }
+
+Act readReplacement(const JsonCursor& place) {
+  return [text = contentOf(place.value())](Simulation& simulation, std::string&) {
+    simulation.replace(defaultConfigPath, text);
+    return true;
+  };
+}
+
+Act readWrite(const JsonCursor& place) {
+  const Json& file = place.value();
+  const std::string text =
+      file.contains("text") ? file.at("text").get<std::string>() : file.at("json").dump();
+  return writing(file.at("path"), text);
+}
+
+Act readRemove(const JsonCursor& place) {
+  return [path = place.value().get<std::string>()](Simulation& simulation, std::string&) {
     simulation.remove(path);
     return true;
   };
 }
 
-const std::vector<std::pair<std::string, RequestKind>> requests{
+const std::map<std::string, RequestKind> requests{
     {"apply", RequestKind::applySettings},
     {"purge", RequestKind::purgeAllData},
     {"release", RequestKind::releaseCharge},
     {"restart", RequestKind::restart},
 };
 
-std::vector<std::string> requestNames() {
-  std::vector<std::string> names;
-  for (const auto& request : requests) names.push_back(request.first);
-  return names;
-}
-
-std::vector<std::string> clientNames() {
-  std::vector<std::string> names;
-  for (const virtual_mac::KnownClient& client : virtual_mac::knownClients()) names.emplace_back(client.name);
-  return names;
-}
-
-RequestKind requestNamed(const std::string& name) {
-  const auto found =
-      std::find_if(requests.begin(), requests.end(), [&](const auto& known) { return known.first == name; });
-  return found->second;
-}
-
-std::optional<Act> readAsk(const JsonCursor& place) {
-  std::optional<std::string> request;
-  std::string client = "app";
-  std::string settings;
-  if (!place.value().is_object()) {
-    request = place.oneOf(requestNames());
-  } else {
-    for (const JsonCursor& member : place.members({"request", "settings", "as"})) {
-      if (member.name() == "request") request = member.oneOf(requestNames());
-      if (member.name() == "settings") settings = textOrJson(member).value_or("");
-      if (member.name() == "as") client = member.oneOf(clientNames()).value_or(client);
-    }
-    if (!place.value().contains("request")) place.complain("needs \"request\"");
+Act readAsk(const JsonCursor& place) {
+  const Json words = place.value().is_object() ? place.value() : Json{{"request", place.value()}};
+  const std::string request = words.at("request");
+  const bool hasSettings = words.contains("settings");
+  if ((request == "apply") != hasSettings) {
+    place.complain(hasSettings ? request + " takes no \"settings\"" : "apply needs \"settings\"");
   }
-  if (!request) return std::nullopt;
-  if ((*request == "apply") == settings.empty()) {
-    place.complain(settings.empty() ? "apply needs \"settings\"" : *request + " takes no \"settings\"");
-    return std::nullopt;
-  }
-  return [kind = requestNamed(*request), number = virtual_mac::clientNumber(client), settings](
-             Simulation& simulation, std::string& reason) {
+  return [kind = requests.at(request), client = virtual_mac::clientNumber(words.value("as", "app")),
+          settings = hasSettings ? contentOf(words.at("settings")) : ""](Simulation& simulation,
+                                                                         std::string& reason) {
     if (!mustBeOn(simulation, true, reason)) return false;
-    simulation.ask(kind, number, settings);
+    simulation.ask(kind, client, settings);
     return true;
   };
 }
 
-using ReadValue = std::optional<Act> (*)(const JsonCursor&);
+using ReadValue = Act (*)(const JsonCursor&);
 constexpr std::array<std::pair<const char*, ReadValue>, 6> actionsWithValue{{
     {"settings", readEdit},
     {"settings-file", readSettingsFile},
@@ -216,24 +159,15 @@ std::string wordOf(const Json& value) {
 }
 
 // {"key": …, "number": …, "bytes": …, "property": …}, or only the value if the fault takes just one.
-vmac::FaultArguments readFaultArguments(const virtual_mac::Fault& fault, const JsonCursor& place) {
-  vmac::FaultArguments said;
-  if (!place.value().is_object()) {
-    std::string& only = fault.asks.key      ? said.key
-                        : fault.asks.number ? said.number
-                        : fault.asks.bytes  ? said.bytes
-                                            : said.property;
-    only = wordOf(place.value());
-    return said;
+vmac::FaultArguments readFaultArguments(const virtual_mac::Fault& fault, const Json& value) {
+  if (!value.is_object()) {
+    const std::string word = wordOf(value);
+    return fault.asks.key      ? vmac::FaultArguments{.key = word}
+           : fault.asks.number ? vmac::FaultArguments{.number = word}
+                               : vmac::FaultArguments{.property = word};
   }
-  for (const JsonCursor& member : place.members({"key", "number", "bytes", "property"})) {
-    const std::string word = wordOf(member.value());
-    if (member.name() == "key") said.key = word;
-    if (member.name() == "number") said.number = word;
-    if (member.name() == "bytes") said.bytes = word;
-    if (member.name() == "property") said.property = word;
-  }
-  return said;
+  const auto word = [&](const char* key) { return value.contains(key) ? wordOf(value.at(key)) : ""; };
+  return {word("key"), word("number"), word("bytes"), word("property")};
 }
 
 bool happen(Simulation& simulation, const Change& change, std::string& reason) {
@@ -245,24 +179,16 @@ bool happen(Simulation& simulation, const Change& change, std::string& reason) {
   return true;
 }
 
-std::optional<Act> readFault(const std::string& name, const vmac::FaultArguments& said,
-                             const JsonCursor& place) {
+Act readFault(const std::string& name, const vmac::FaultArguments& said, const JsonCursor& place) {
   std::string reason;
   const auto change = vmac::changeOf(name, said, reason);
-  if (!change) {
-    place.complain(reason);
-    return std::nullopt;
-  }
-  return [change = *change](Simulation& simulation, std::string& why) {
+  if (!change) place.complain(reason);
+  return [change = change.value_or(Change{})](Simulation& simulation, std::string& why) {
     return happen(simulation, change, why);
   };
 }
 
-void reportUnknownName(const JsonCursor& place, const std::string& name) {
-  place.complain("there is no action \"" + name + "\"; \"brisko-lab actions\" lists them");
-}
-
-// --- Both kinds
+// --- All of them
 
 // Without quotes and braces, as people would write it.
 std::string wordsOf(const Json& value) {
@@ -274,47 +200,32 @@ std::string wordsOf(const Json& value) {
   return words;
 }
 
-std::optional<Act> readWord(const JsonCursor& place, const std::string& name) {
+Act readWord(const JsonCursor& place, const std::string& name) {
   for (const auto& [known, act] : simpleActions()) {
     if (known == name) return act;
   }
-  for (const auto& [known, read] : actionsWithValue) {
-    if (known == name) {
-      place.complain("needs a value, as an object with \"" + name + "\" and its value");
-      return std::nullopt;
-    }
-  }
-  if (virtual_mac::findFault(name) != nullptr) return readFault(name, {}, place);
-  reportUnknownName(place, name);
-  return std::nullopt;
+  return readFault(name, {}, place);
 }
 
-std::optional<Act> readMember(const JsonCursor& place) {
-  const std::string name = place.name();
+Act readMember(const JsonCursor& place) {
   for (const auto& [known, read] : actionsWithValue) {
-    if (known == name) return read(place);
+    if (known == place.name()) return read(place);
   }
-  if (const virtual_mac::Fault* fault = virtual_mac::findFault(name)) {
-    return readFault(name, readFaultArguments(*fault, place), place);
-  }
-  reportUnknownName(place, name);
-  return std::nullopt;
+  const virtual_mac::Fault* fault = virtual_mac::findFault(place.name());
+  return readFault(place.name(),
+                   fault == nullptr ? vmac::FaultArguments{} : readFaultArguments(*fault, place.value()),
+                   place);
 }
 
-void readAction(const JsonCursor& place, std::vector<Action>& actions) {
-  if (place.value().is_string()) {
-    if (auto act = readWord(place, place.value().get<std::string>())) {
-      actions.push_back({place.pointer(), place.value().get<std::string>(), std::move(*act)});
-    }
-    return;
-  }
-  if (!place.value().is_object() || place.value().size() != 1) {
-    place.expected("the name of an action, or an object with one name and its value");
-    return;
-  }
-  const JsonCursor member = place.members().front();
-  if (auto act = readMember(member)) {
-    actions.push_back({member.pointer(), member.name() + " " + wordsOf(member.value()), std::move(*act)});
+void addActions(const JsonCursor& place, std::vector<Action>& actions) {
+  const Json& value = place.value();
+  if (value.is_array()) {
+    for (const JsonCursor& element : place.elements()) addActions(element, actions);
+  } else if (value.is_string()) {
+    actions.push_back({place.pointer(), value, readWord(place, value)});
+  } else {
+    const JsonCursor member = place.members().front();
+    actions.push_back({member.pointer(), member.name() + " " + wordsOf(member.value()), readMember(member)});
   }
 }
 
@@ -322,11 +233,7 @@ void readAction(const JsonCursor& place, std::vector<Action>& actions) {
 
 std::vector<Action> readActions(const JsonCursor& place) {
   std::vector<Action> actions;
-  if (!place.value().is_array()) {
-    readAction(place, actions);
-    return actions;
-  }
-  for (const JsonCursor& element : place.elements()) readAction(element, actions);
+  addActions(place, actions);
   return actions;
 }
 

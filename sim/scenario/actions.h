@@ -19,7 +19,7 @@ struct Action {
   std::function<bool(sim::Simulation&, std::string& reason)> act;
 };
 
-// Reads one action or a list of them.
+// Reads one action or a list of them, which meet the schema.
 [[nodiscard]] std::vector<Action> readActions(const JsonCursor& place);
 
 // The names that a scenario can use besides those of the faults.

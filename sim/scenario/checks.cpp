@@ -1,7 +1,6 @@
 #include "sim/scenario/checks.h"
 
 #include <array>
-#include <limits>
 #include <optional>
 #include <utility>
 
@@ -16,30 +15,29 @@ namespace {
 using RunCheck = std::function<std::vector<Difference>(const CheckedSimulation&)>;
 using virtual_mac::Machine;
 
-constexpr double beyondAll = std::numeric_limits<double>::max();
-
 // --- Numbers
 
 struct Span {
   double least, most;
 };
 
+bool isSpan(const Json& value) {
+  return value.is_array() && value.size() == 2 && value[0].is_number() && value[1].is_number();
+}
+
 // [least, most], or one number, which is compared with the value rounded to a whole number.
-std::optional<Span> readSpan(const JsonCursor& place) {
-  if (place.value().is_number()) {
-    const auto number = place.value().get<double>();
-    return Span{number - 0.5, number + 0.5};
+Span spanOf(const Json& value) {
+  if (isSpan(value)) return {value[0], value[1]};
+  const auto number = value.get<double>();
+  return {number - 0.5, number + 0.5};
+}
+
+Span readSpan(const JsonCursor& place) {
+  const Span span = spanOf(place.value());
+  if (span.least > span.most) {
+    place.complain("expected the least first, and then the most, not " + shown(place.value()));
   }
-  if (!place.value().is_array() || place.value().size() != 2) {
-    place.expected("a number, or a list of the least and the most");
-    return std::nullopt;
-  }
-  const auto least = place.at(std::size_t{0}).number(-beyondAll, beyondAll);
-  const auto most = place.at(std::size_t{1}).number(-beyondAll, beyondAll);
-  if (!least || !most) return std::nullopt;
-  if (*least <= *most) return Span{*least, *most};
-  place.expected("the least first, and then the most");
-  return std::nullopt;
+  return span;
 }
 
 bool lies(double number, const Span& span) { return number >= span.least && number <= span.most; }
@@ -48,10 +46,9 @@ std::string spanWords(const Span& span) {
   return "between " + plainNumber(span.least) + " and " + plainNumber(span.most);
 }
 
-std::optional<RunCheck> checkNumber(const JsonCursor& place, double (*read)(const CheckedSimulation&)) {
-  const auto span = readSpan(place);
-  if (!span) return std::nullopt;
-  return [span = *span, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
+template <double (*read)(const CheckedSimulation&)>
+RunCheck readNumber(const JsonCursor& place) {
+  return [span = readSpan(place)](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const double seen = read(simulation);
     if (lies(seen, span)) return {};
     return {{spanWords(span), plainNumber(seen)}};
@@ -64,27 +61,18 @@ double temperatureNow(const CheckedSimulation& simulation) {
 }
 double currentNow(const CheckedSimulation& simulation) { return simulation.machine().battery.currentMA; }
 
-std::optional<RunCheck> readPercent(const JsonCursor& place) { return checkNumber(place, percentNow); }
-std::optional<RunCheck> readTemperature(const JsonCursor& place) {
-  return checkNumber(place, temperatureNow);
-}
-std::optional<RunCheck> readCurrent(const JsonCursor& place) { return checkNumber(place, currentNow); }
-
-std::optional<RunCheck> readThroughout(const JsonCursor& place) {
-  const auto span = readSpan(place);
-  if (!span) return std::nullopt;
-  return [span = *span](const CheckedSimulation& simulation) -> std::vector<Difference> {
+RunCheck readThroughout(const JsonCursor& place) {
+  return [span = readSpan(place)](const CheckedSimulation& simulation) -> std::vector<Difference> {
     if (lies(simulation.lowest(), span) && lies(simulation.highest(), span)) return {};
     return {{"always " + spanWords(span),
              "from " + plainNumber(simulation.lowest()) + " to " + plainNumber(simulation.highest())}};
   };
 }
 
-std::optional<RunCheck> checkInteger(const JsonCursor& place, std::int64_t least, std::int64_t most,
-                                     std::int64_t (*read)(const CheckedSimulation&)) {
-  const auto wanted = place.integer(least, most);
-  if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
+template <std::int64_t (*read)(const CheckedSimulation&)>
+RunCheck readInteger(const JsonCursor& place) {
+  const auto wanted = place.value().get<std::int64_t>();
+  return [wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::int64_t seen = read(simulation);
     if (seen == wanted) return {};
     return {{std::to_string(wanted), std::to_string(seen)}};
@@ -99,17 +87,12 @@ std::int64_t limitNow(const CheckedSimulation& simulation) {
   return limit == 0 ? 100 : limit;
 }
 
-std::optional<RunCheck> readWakes(const JsonCursor& place) {
-  return checkInteger(place, 0, virtual_mac::scheduledPlaces, wakesNow);
-}
-std::optional<RunCheck> readLimit(const JsonCursor& place) { return checkInteger(place, 1, 100, limitNow); }
-
 // --- Yes or no
 
-std::optional<RunCheck> checkFlag(const JsonCursor& place, bool (*read)(const CheckedSimulation&)) {
-  const auto wanted = place.boolean();
-  if (!wanted) return std::nullopt;
-  return [wanted = *wanted, read](const CheckedSimulation& simulation) -> std::vector<Difference> {
+template <bool (*read)(const CheckedSimulation&)>
+RunCheck readFlag(const JsonCursor& place) {
+  const bool wanted = place.value();
+  return [wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
     if (read(simulation) == wanted) return {};
     return {{wanted ? "true" : "false", wanted ? "false" : "true"}};
   };
@@ -122,58 +105,43 @@ bool isCut(const CheckedSimulation& simulation) {
 }
 bool sleeps(const CheckedSimulation& simulation) { return simulation.machine().system.asleep; }
 
-std::optional<RunCheck> readRunning(const JsonCursor& place) { return checkFlag(place, runs); }
-std::optional<RunCheck> readChargingOpen(const JsonCursor& place) { return checkFlag(place, isOpen); }
-std::optional<RunCheck> readAdapterCut(const JsonCursor& place) { return checkFlag(place, isCut); }
-std::optional<RunCheck> readAsleep(const JsonCursor& place) { return checkFlag(place, sleeps); }
-
 // --- How a process ended
 
-std::string numberOrNone(const std::optional<int>& number) {
-  return number ? std::to_string(*number) : "none";
-}
-
-std::optional<RunCheck> checkAtEnd(const JsonCursor& place,
-                                   std::optional<int> (CheckedSimulation::*read)() const) {
-  const auto wanted = place.integer(0, 255);
-  if (!wanted) return std::nullopt;
-  return [wanted = static_cast<int>(*wanted),
-          read](const CheckedSimulation& simulation) -> std::vector<Difference> {
+template <std::optional<int> (sim::Simulation::*read)() const>
+RunCheck readEnd(const JsonCursor& place) {
+  const int wanted = place.value();
+  return [wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::optional<int> seen = (simulation.*read)();
     if (seen == wanted) return {};
-    return {{std::to_string(wanted), numberOrNone(seen)}};
+    return {{std::to_string(wanted), seen ? std::to_string(*seen) : "none"}};
   };
-}
-
-std::optional<RunCheck> readExit(const JsonCursor& place) {
-  return checkAtEnd(place, &CheckedSimulation::exitStatus);
-}
-std::optional<RunCheck> readKilledBy(const JsonCursor& place) {
-  return checkAtEnd(place, &CheckedSimulation::endSignal);
 }
 
 // --- Texts
 
-std::optional<RunCheck> readReply(const JsonCursor& place) {
-  const auto wanted = place.text();
-  if (!wanted) return std::nullopt;
-  return [wanted = *wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
+RunCheck readReply(const JsonCursor& place) {
+  const std::string wanted = place.value();
+  return [wanted](const CheckedSimulation& simulation) -> std::vector<Difference> {
     const std::string seen = simulation.reply();
     if (matches(seen, wanted)) return {};
     return {{"\"" + wanted + "\"", seen.empty() ? "no reply" : "\"" + seen + "\""}};
   };
 }
 
-std::optional<RunCheck> readErrors(const JsonCursor& place) {
-  const LineExpectations expectations = readLineExpectations(place);
-  return [expectations](const CheckedSimulation& simulation) {
-    return differencesOf(sim::linesOf(simulation.errors()), expectations);
-  };
+std::vector<std::string> errorLines(const CheckedSimulation& simulation) {
+  return sim::linesOf(simulation.errors());
+}
+std::vector<std::string> journalLines(const CheckedSimulation& simulation) {
+  return simulation.journalSinceCheckpoint();
+}
+std::vector<std::string> logLines(const CheckedSimulation& simulation) {
+  return simulation.logSinceCheckpoint();
 }
 
-std::optional<RunCheck> readJournal(const JsonCursor& place) {
-  return [expectations = readLineExpectations(place)](const CheckedSimulation& simulation) {
-    return differencesOf(simulation.journalSinceCheckpoint(), expectations);
+template <std::vector<std::string> (*read)(const CheckedSimulation&)>
+RunCheck readLines(const JsonCursor& place) {
+  return [expectations = readLineExpectations(place.value())](const CheckedSimulation& simulation) {
+    return differencesOf(read(simulation), expectations);
   };
 }
 
@@ -202,17 +170,11 @@ std::vector<Difference> differencesOfKeys(const CheckedSimulation& simulation,
   return found;
 }
 
-bool isHex(const std::string& text) {
-  return text.size() % 2 == 0 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
-}
-
-std::optional<RunCheck> readKeys(const JsonCursor& place) {
+RunCheck readKeys(const JsonCursor& place) {
   std::vector<std::pair<std::string, std::string>> wanted;
   for (const JsonCursor& member : place.members()) {
-    const auto bytes = member.text();
     if (member.name().size() != 4) member.complain("the name of a key has four characters");
-    if (bytes && !isHex(*bytes)) member.expected("bytes in lower-case hexadecimal, e.g. \"01000000\"");
-    if (bytes) wanted.emplace_back(member.name(), *bytes);
+    wanted.emplace_back(member.name(), member.value());
   }
   return [wanted](const CheckedSimulation& simulation) { return differencesOfKeys(simulation, wanted); };
 }
@@ -237,10 +199,6 @@ std::optional<std::string> pathOf(const std::string& name) {
   return std::nullopt;
 }
 
-bool isSpan(const Json& value) {
-  return value.is_array() && value.size() == 2 && value[0].is_number() && value[1].is_number();
-}
-
 // Null: nothing may be at this pointer; [least, most]: a number in that range; else exactly this value.
 std::optional<Difference> differenceAt(const Json& document, const std::string& pointer, const Json& wanted) {
   const Json::json_pointer at(pointer);
@@ -248,7 +206,7 @@ std::optional<Difference> differenceAt(const Json& document, const std::string& 
   const std::string seen = there ? shown(document.at(at)) : "nothing";
   if (wanted.is_null()) return there ? std::optional(Difference{pointer + " missing", seen}) : std::nullopt;
   if (isSpan(wanted)) {
-    const Span span{wanted[0], wanted[1]};
+    const Span span = spanOf(wanted);
     if (there && document.at(at).is_number() && lies(document.at(at), span)) return std::nullopt;
     return Difference{pointer + " " + spanWords(span), seen};
   }
@@ -287,26 +245,17 @@ bool isPointer(const std::string& text) {
   return true;
 }
 
-std::optional<RunCheck> readFile(const JsonCursor& place) {
+RunCheck readFile(const JsonCursor& place) {
   const auto path = pathOf(place.name());
-  if (!path) {
-    place.complain("expected status, stats, calibration, config or an absolute path");
-    return std::nullopt;
-  }
-  FileExpectation expectation{.path = *path};
-  if (!place.value().is_object()) {
-    const auto word = place.oneOf({"present", "missing"});
-    expectation.present = word != "missing";
-    return [expectation](const CheckedSimulation& simulation) {
-      return differencesOfFile(simulation, expectation);
-    };
-  }
-  for (const JsonCursor& member : place.members()) {
-    if (isPointer(member.name())) {
+  if (!path) place.complain("expected status, stats, calibration, config or an absolute path");
+  FileExpectation expectation{.path = path.value_or("")};
+  if (place.value().is_object()) {
+    for (const JsonCursor& member : place.members()) {
+      if (!isPointer(member.name())) member.complain("expected a JSON pointer like \"/pct\"");
       expectation.values.emplace_back(member.name(), member.value());
-    } else {
-      member.complain("expected a JSON pointer like \"/pct\"");
     }
+  } else {
+    expectation.present = place.value() == "present";
   }
   return [expectation](const CheckedSimulation& simulation) {
     return differencesOfFile(simulation, expectation);
@@ -314,10 +263,8 @@ std::optional<RunCheck> readFile(const JsonCursor& place) {
 }
 
 // The state that the daemon last published.
-std::optional<RunCheck> readState(const JsonCursor& place) {
-  const auto wanted = place.oneOf({"allow", "hold", "discharge"});
-  if (!wanted) return std::nullopt;
-  const FileExpectation expectation{.path = statusPath, .values = {{"/state", *wanted}}};
+RunCheck readState(const JsonCursor& place) {
+  const FileExpectation expectation{.path = statusPath, .values = {{"/state", place.value()}}};
   return [expectation](const CheckedSimulation& simulation) {
     return differencesOfFile(simulation, expectation);
   };
@@ -325,54 +272,47 @@ std::optional<RunCheck> readState(const JsonCursor& place) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-using Read = std::optional<RunCheck> (*)(const JsonCursor&);
-constexpr std::array<std::pair<const char*, Read>, 17> readers{{
-    {"running", readRunning},
-    {"exit", readExit},
-    {"killedBy", readKilledBy},
+using Read = RunCheck (*)(const JsonCursor&);
+constexpr std::array<std::pair<const char*, Read>, 18> readers{{
+    {"running", readFlag<runs>},
+    {"exit", readEnd<&sim::Simulation::exitStatus>},
+    {"killedBy", readEnd<&sim::Simulation::endSignal>},
     {"state", readState},
-    {"charging", readChargingOpen},
-    {"adapterCut", readAdapterCut},
-    {"asleep", readAsleep},
-    {"percent", readPercent},
+    {"charging", readFlag<isOpen>},
+    {"adapterCut", readFlag<isCut>},
+    {"asleep", readFlag<sleeps>},
+    {"percent", readNumber<percentNow>},
     {"throughout", readThroughout},
-    {"temperature", readTemperature},
-    {"current", readCurrent},
+    {"temperature", readNumber<temperatureNow>},
+    {"current", readNumber<currentNow>},
     {"keys", readKeys},
-    {"wakes", readWakes},
-    {"limit", readLimit},
+    {"wakes", readInteger<wakesNow>},
+    {"limit", readInteger<limitNow>},
     {"reply", readReply},
-    {"journal", readJournal},
-    {"errors", readErrors},
+    {"journal", readLines<journalLines>},
+    {"errors", readLines<errorLines>},
+    {"log", readLines<logLines>},
 }};
 
-void add(Checks& checks, const JsonCursor& place, std::optional<RunCheck> look) {
-  if (look) checks.all.push_back({place.pointer(), std::move(*look)});
-}
-
-void readLog(const JsonCursor& place, Checks& checks) {
-  const LineExpectations expectations = readLineExpectations(place);
-  std::vector<std::string>& expected = checks.expectedLines;
+void noteExpectedLines(const Json& log, std::vector<std::string>& expected) {
+  const LineExpectations expectations = readLineExpectations(log);
   expected.insert(expected.end(), expectations.has.begin(), expectations.has.end());
   expected.insert(expected.end(), expectations.inOrder.begin(), expectations.inOrder.end());
   for (const auto& [pattern, count] : expectations.counts) {
     if (count > 0) expected.push_back(pattern);
   }
-  add(checks, place, [expectations](const CheckedSimulation& simulation) {
-    return differencesOf(simulation.logSinceCheckpoint(), expectations);
-  });
 }
 
 }  // namespace
 
 void readChecks(const JsonCursor& place, Checks& checks) {
-  for (const JsonCursor& member : place.members(checkNames())) {
-    if (member.name() == "log") readLog(member, checks);
+  for (const JsonCursor& member : place.members()) {
+    if (member.name() == "log") noteExpectedLines(member.value(), checks.expectedLines);
     if (member.name() == "files") {
-      for (const JsonCursor& file : member.members()) add(checks, file, readFile(file));
+      for (const JsonCursor& file : member.members()) checks.all.push_back({file.pointer(), readFile(file)});
     }
     for (const auto& [name, read] : readers) {
-      if (member.name() == name) add(checks, member, read(member));
+      if (member.name() == name) checks.all.push_back({member.pointer(), read(member)});
     }
   }
 }
@@ -380,7 +320,6 @@ void readChecks(const JsonCursor& place, Checks& checks) {
 std::vector<std::string> checkNames() {
   std::vector<std::string> names;
   for (const auto& [name, read] : readers) names.emplace_back(name);
-  names.emplace_back("log");
   names.emplace_back("files");
   return names;
 }

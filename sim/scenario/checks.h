@@ -23,7 +23,7 @@ struct Checks {
   std::vector<std::string> expectedLines = {};
 };
 
-// Adds the checks of an object with expectations.
+// Adds the checks of an object with expectations, which meets the schema.
 void readChecks(const JsonCursor& place, Checks& checks);
 
 // The names of all expectations.

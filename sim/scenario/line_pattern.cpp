@@ -1,7 +1,8 @@
 #include "sim/scenario/line_pattern.h"
 
 #include <algorithm>
-#include <limits>
+
+#include <fnmatch.h>
 
 namespace brisko::lab {
 namespace {
@@ -28,7 +29,7 @@ void checkOrder(const std::vector<std::string>& lines, const std::vector<std::st
                         [&](const std::string& line) { return matches(line, patterns[index]); });
     if (from == lines.end()) {
       const std::string after = index == 0 ? "" : " after " + quoted(patterns[index - 1]);
-      found.push_back({quoted(patterns[index]) + after, "it stands there " +
+      found.push_back({quoted(patterns[index]) + after, "it is there " +
                                                             times(countOf(lines, patterns[index])) +
                                                             (index == 0 ? "" : ", but not after that")});
       return;
@@ -39,39 +40,27 @@ void checkOrder(const std::vector<std::string>& lines, const std::vector<std::st
 
 }  // namespace
 
-bool matches(std::string_view line, std::string_view pattern) {
-  std::size_t gap = pattern.find(anything);
-  if (gap == std::string_view::npos) return line == pattern;
-  if (!line.starts_with(pattern.substr(0, gap))) return false;
-  line.remove_prefix(gap);
-  pattern.remove_prefix(gap + anything.size());
-  // The first position where a piece matches is enough, except for the last piece, which must reach the end.
-  for (gap = pattern.find(anything); gap != std::string_view::npos; gap = pattern.find(anything)) {
-    const std::size_t at = line.find(pattern.substr(0, gap));
-    if (at == std::string_view::npos) return false;
-    line.remove_prefix(at + gap);
-    pattern.remove_prefix(gap + anything.size());
+bool matches(const std::string& line, std::string_view pattern) {
+  std::string glob;
+  for (std::size_t at = 0; at < pattern.size(); ++at) {
+    if (pattern.substr(at).starts_with(anything)) {
+      glob += '*';
+      at += anything.size() - 1;
+      continue;
+    }
+    if (std::string_view("*?[\\").find(pattern[at]) != std::string_view::npos) glob += '\\';
+    glob += pattern[at];
   }
-  return line.ends_with(pattern);
+  return ::fnmatch(glob.c_str(), line.c_str(), 0) == 0;
 }
 
-LineExpectations readLineExpectations(const JsonCursor& place) {
-  LineExpectations expectations;
-  if (!place.value().is_object()) {
-    expectations.has = place.texts();
-    return expectations;
-  }
-  for (const JsonCursor& member : place.members({"has", "hasNot", "inOrder", "count"})) {
-    if (member.name() == "has") expectations.has = member.texts();
-    if (member.name() == "hasNot") expectations.hasNot = member.texts();
-    if (member.name() == "inOrder") expectations.inOrder = member.texts();
-    if (member.name() != "count") continue;
-    for (const JsonCursor& counted : member.members()) {
-      const auto count = counted.integer(0, std::numeric_limits<std::int64_t>::max());
-      if (count) expectations.counts[counted.name()] = *count;
-    }
-  }
-  return expectations;
+LineExpectations readLineExpectations(const Json& value) {
+  if (!value.is_object()) return {.has = textsOf(value)};
+  const auto texts = [&](const char* key) { return textsOf(value.value(key, Json::array())); };
+  return {.has = texts("has"),
+          .hasNot = texts("hasNot"),
+          .inOrder = texts("inOrder"),
+          .counts = value.value("count", std::map<std::string, std::int64_t>())};
 }
 
 std::vector<Difference> differencesOf(const std::vector<std::string>& lines,

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +13,8 @@
 
 namespace brisko::lab {
 
-[[nodiscard]] bool matches(std::string_view line, std::string_view pattern);
+// Neither contains a zero byte.
+[[nodiscard]] bool matches(const std::string& line, std::string_view pattern);
 
 // The expectations for a list of lines.
 struct LineExpectations {
@@ -25,7 +25,7 @@ struct LineExpectations {
 };
 
 // Reads a list of patterns (short for `has`), or an object with "has", "hasNot", "inOrder" and "count".
-[[nodiscard]] LineExpectations readLineExpectations(const JsonCursor& place);
+[[nodiscard]] LineExpectations readLineExpectations(const Json& value);
 
 // A mismatch as "expected …" and "seen …"; the list is empty when everything matches.
 struct Difference {

@@ -78,8 +78,7 @@ class ScenarioRun {
     const auto violation = simulation_.violation();
     if (violation && !outcome_.violation) {
       outcome_.violation = violation;
-      fail(place, "    expected: " + std::to_string(violation->invariant) + ". " +
-                      invariantWords(violation->invariant) + "\n    seen:     " + violation->seen);
+      fail(place, "    expected: " + numbered(violation->invariant) + "\n    seen:     " + violation->seen);
     }
     return !violation;
   }

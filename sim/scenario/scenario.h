@@ -1,6 +1,6 @@
 // sim/scenario/scenario.h
 // A scenario: a Mac and its daemon, what happens to them over time, and what must be observed. docs/lab.md
-// explains the file key by key, and docs/schemas/scenario.schema.json is the same for a validator.
+// explains the file key by key; its form is defined in docs/schemas/scenario.schema.json.
 #pragma once
 
 #include <optional>

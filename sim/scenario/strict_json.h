@@ -1,9 +1,7 @@
 // sim/scenario/strict_json.h
-// Reads JSON written by people strictly: reports every mistake at once, each with its file, its line, its
-// place and what was expected there.
+// Reads JSON written by people: every mistake is reported with its file, its line and its place.
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -22,6 +20,7 @@ class Diagnostics {
 
   // `place` is a JSON pointer, "" for the whole file.
   void add(const std::string& place, const std::string& what);
+  void addAtLine(int line, const std::string& what);
   [[nodiscard]] bool none() const { return texts_.empty(); }
   [[nodiscard]] const std::vector<std::string>& texts() const { return texts_; }
   [[nodiscard]] const std::string& file() const { return file_; }
@@ -40,41 +39,32 @@ class Diagnostics {
 // twice. Afterwards the diagnostics know the line of every place.
 [[nodiscard]] std::optional<Json> parseStrictly(std::string_view text, Diagnostics& diagnostics);
 
-// A value in a file, with its place. The readers below add to the diagnostics when the value does not fit.
+// A value in a file, with its place.
 class JsonCursor {
  public:
-  JsonCursor(const Json& value, std::string pointer, Diagnostics& diagnostics)
+  JsonCursor(const Json& value, Json::json_pointer pointer, Diagnostics& diagnostics)
       : value_(&value), pointer_(std::move(pointer)), diagnostics_(&diagnostics) {}
 
   [[nodiscard]] const Json& value() const { return *value_; }
-  [[nodiscard]] const std::string& pointer() const { return pointer_; }
+  [[nodiscard]] std::string pointer() const { return pointer_.to_string(); }
   [[nodiscard]] Diagnostics& diagnostics() const { return *diagnostics_; }
-  [[nodiscard]] JsonCursor at(const std::string& key) const;  // of an object that has the key
-  [[nodiscard]] JsonCursor at(std::size_t index) const;
-
-  [[nodiscard]] std::optional<std::string> text() const;
-  [[nodiscard]] std::optional<bool> boolean() const;
-  [[nodiscard]] std::optional<std::int64_t> integer(std::int64_t least, std::int64_t most) const;
-  [[nodiscard]] std::optional<double> number(double least, double most) const;
-  [[nodiscard]] std::optional<std::string> oneOf(const std::vector<std::string>& words) const;
-  [[nodiscard]] std::vector<std::string> texts() const;  // of a list of texts, or one text
-  // The members of an object. Names that are not among `known` are reported.
-  [[nodiscard]] std::vector<JsonCursor> members(const std::vector<std::string>& known) const;
-  [[nodiscard]] std::vector<JsonCursor> members() const;  // with any names
+  [[nodiscard]] const std::string& name() const { return pointer_.back(); }  // of a member
+  [[nodiscard]] JsonCursor at(const std::string& key) const;                 // of an object that has the key
+  [[nodiscard]] std::vector<JsonCursor> members() const;
   [[nodiscard]] std::vector<JsonCursor> elements() const;
-  [[nodiscard]] std::string name() const;  // the last part of the pointer, unescaped
 
-  void expected(const std::string& what) const;  // reports "expected <what>, not <value>"
-  void complain(const std::string& what) const;
+  void complain(const std::string& what) const { diagnostics_->add(pointer(), what); }
 
  private:
   const Json* value_;
-  std::string pointer_;
+  Json::json_pointer pointer_;
   Diagnostics* diagnostics_;
 };
 
-// "one, two or three"
-[[nodiscard]] std::string listOf(const std::vector<std::string>& words);
+// A text, or a list of texts.
+[[nodiscard]] std::vector<std::string> textsOf(const Json& value);
+// What a file contains: a text as it is, everything else as JSON.
+[[nodiscard]] std::string contentOf(const Json& value);
 // The value as text, truncated when it is long.
 [[nodiscard]] std::string shown(const Json& value);
 // A number as people write it: no decimal point where none is needed.

@@ -17,8 +17,6 @@ struct Timing {
 
 // None when the text has none of these forms.
 [[nodiscard]] std::optional<Timing> parseTiming(std::string_view text);
-inline constexpr const char* timingForms =
-    "a time like \"+90 s\", \"+1 h 30 min\", \"21:30\" or \"+1 day 07:00\"";
 
 // The seconds from now, when the wall clock shows `wallClock`, until the step.
 [[nodiscard]] double secondsUntil(const Timing& timing, double wallClock);

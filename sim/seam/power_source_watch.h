@@ -10,13 +10,13 @@ namespace brisko::virtual_mac {
 // a Mac that takes time, so a process that reacts to each notification must not stop virtual time from
 // advancing. Therefore, of very many changes at one moment, the later ones are delivered once time has
 // advanced.
-struct HeardChanges {
+struct DeliveredChanges {
   std::uint64_t count = 0;  // number of published changes, as the machine counts them
   double at = 0;            // machine time of the last one
   int then = 0;             // how many were delivered at that moment
 
   // True when there is a change to deliver; it then counts as delivered.
-  bool hear(const Machine& machine) {
+  bool takeNew(const Machine& machine) {
     constexpr int mostAtOnce = 16;
     if (count == machine.powerSource.changes) return false;
     if (at != machine.now) then = 0;

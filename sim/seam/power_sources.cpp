@@ -14,7 +14,7 @@ namespace {
 // Needed until the last moment of the process, so it is never destroyed.
 struct Watch {
   std::vector<std::function<void()>> listeners;
-  virtual_mac::HeardChanges heard;
+  virtual_mac::DeliveredChanges delivered;
 };
 Watch& watch() {
   static Watch& kept = *new Watch;
@@ -35,7 +35,7 @@ bool addPowerSourceNotification(std::function<void()> changed) {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return false;
   if (watch().listeners.empty()) {
-    watch().heard.count = virtual_mac::readNow(
+    watch().delivered.count = virtual_mac::readNow(
         *store, [](const virtual_mac::Machine& machine) { return machine.powerSource.changes; });
   }
   watch().listeners.push_back(std::move(changed));
@@ -47,7 +47,7 @@ bool addPowerSourceNotification(std::function<void()> changed) {
 namespace virtual_mac {
 
 bool powerSourceChanged(const Machine& machine) {
-  return !watch().listeners.empty() && watch().heard.hear(machine);
+  return !watch().listeners.empty() && watch().delivered.takeNew(machine);
 }
 
 void notifyPowerSourceChange() {

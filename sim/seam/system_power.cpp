@@ -21,7 +21,7 @@ constexpr platform::RootPowerPort theRootPort = 1;  // the machine has one clien
 // Needed until the last moment of the process, so it is never destroyed.
 struct Client {
   platform::PowerCallback callback;  // empty: not registered
-  std::uint32_t heardOf = 0;         // token of the last message received
+  std::uint32_t lastReceived = 0;    // token of the last message received
 };
 Client& client() {
   static Client& kept = *new Client;
@@ -30,7 +30,7 @@ Client& client() {
 
 void notify(const PowerNotice& notice) {
   virtual_mac::changeNow(*virtual_mac::attachedMachine(), [&notice](Machine& machine, Journal& journal) {
-    virtual_mac::noteHeard(machine, journal, notice);
+    virtual_mac::noteReceived(machine, journal, notice);
   });
   client().callback(static_cast<platform::PowerMessage>(notice.type), notice.token);
 }
@@ -48,7 +48,7 @@ PowerRegistration registerSystemPower(PowerCallback callback) {
     return virtual_mac::registerPowerClient(machine, processId());
   });
   if (!taken) return {0, false};
-  client() = {.callback = std::move(callback), .heardOf = sentBefore};
+  client() = {.callback = std::move(callback), .lastReceived = sentBefore};
   return {theRootPort, true};
 }
 
@@ -86,10 +86,10 @@ std::vector<std::function<void()>> arrivedPowerMessages(const Machine& machine) 
   const std::uint32_t sent = machine.sleep.noticesSent;
   // The record keeps only the latest messages; a process that slept through more has missed the oldest.
   const std::uint32_t kept = std::min<std::uint32_t>(sent, noticePlaces);
-  for (std::uint32_t token = std::max(client().heardOf, sent - kept) + 1; token <= sent; ++token) {
+  for (std::uint32_t token = std::max(client().lastReceived, sent - kept) + 1; token <= sent; ++token) {
     work.emplace_back([notice = machine.sleep.notices[token % noticePlaces]] { notify(notice); });
   }
-  client().heardOf = sent;
+  client().lastReceived = sent;
   return work;
 }
 

@@ -71,6 +71,12 @@ Settings parseConfig(const Json& object) {
   return settings;
 }
 
+Json configObject(const Settings& settings) {
+  Json object = Json::object();
+  eachField(settings, [&object](const char* key, const auto& field) { object[key] = field; });
+  return object;
+}
+
 std::optional<Settings> readConfig(const std::string& path) {
   std::optional<std::string> bytes = readWholeFile(onVolume(path));
   if (!bytes) return std::nullopt;
@@ -81,6 +87,8 @@ std::optional<Settings> readConfig(const std::string& path) {
   return gLastRead.settings;
 }
 
+Settings settingsInForce() { return readConfig(gConfigPath).value_or(Settings{.limit = gCliLimit}); }
+
 void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optional<bool> resetStats,
                  std::optional<bool> calibrate) {
   if (gPurged) return;
@@ -89,9 +97,7 @@ void writeConfig(const Settings& settings, std::optional<bool> topUp, std::optio
   written.resetStats = resetStats.value_or(settings.resetStats);
   written.calibrate = calibrate.value_or(settings.calibrate);
 
-  Json object = Json::object();
-  eachField(written, [&object](const char* key, const auto& field) { object[key] = field; });
-  writeJsonFile(onVolume(gConfigPath), object);
+  writeJsonFile(onVolume(gConfigPath), configObject(written));
 }
 
 }  // namespace brisko

@@ -37,9 +37,16 @@ struct Settings {
 // integer key is fatal (base/checked.h).
 [[nodiscard]] Settings parseConfig(const Json& object);
 
+// All 16 keys, as they are written to the file.
+[[nodiscard]] Json configObject(const Settings& settings);
+
 // None when the file is missing, unreadable, not JSON or not an object. A file whose bytes have not changed
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);
+
+// The settings to go by: those of gConfigPath or, if they cannot be read, the defaults with the limit of the
+// command line.
+[[nodiscard]] Settings settingsInForce();
 
 // Writes all 16 keys to gConfigPath. A one-shot passed here replaces that of the settings. Does nothing after
 // a purge; failures are silent.

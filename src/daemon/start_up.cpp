@@ -51,7 +51,7 @@ void reportUnsupported(GateFailure failure) {
 void useGate(const ChargeGate& gate) {
   gGate = gate;
   dischargeSupported = gate.cut != AdapterCutKey::none || gate.charge == ChargeKeys::macOSLimit;
-  gLedSupported = readKey("ACLC").has_value();
+  gLedSupported = canRead("ACLC");
 }
 
 // Finds the gate. Returns false on a Mac whose charging can't be controlled.
@@ -75,7 +75,7 @@ std::vector<std::string> probeKeys() {
   if (gGate) keys = gGate->writtenKeys();
   keys.insert(keys.end(), {"ACLC", "AC-W", "TB0T"});
   if (gateIsMacOSLimit()) keys.emplace_back("bfG0");
-  std::erase_if(keys, [](const std::string& key) { return !readKey(key); });
+  std::erase_if(keys, [](const std::string& key) { return !canRead(key); });
   return keys;
 }
 

@@ -13,8 +13,6 @@
 namespace brisko {
 namespace {
 
-bool canRead(const char* key) { return readKey(key).has_value(); }
-
 bool leftToMacOS(const ChargeGate& gate) { return gate.charge == ChargeKeys::macOSLimit; }
 
 std::string dischargeText(const ChargeGate& gate) {

@@ -40,13 +40,6 @@ std::optional<CutKey> cutKey(AdapterCutKey key) {
   return std::nullopt;
 }
 
-bool canRead(const char* key) { return readKey(key).has_value(); }
-
-bool writeByte(const char* key, std::uint8_t value) {
-  const std::array<std::uint8_t, 1> bytes{value};
-  return writeKey(key, bytes);
-}
-
 bool writePercent(const char* key, std::int64_t percent) {
   const auto clamped = static_cast<std::uint8_t>(std::clamp<std::int64_t>(percent, 0, 100));
   const Word bytes{clamped, 0, 0, 0};

@@ -22,13 +22,6 @@ void writeHardware(const ChargeGate& gate, ChargeState state) {
   static_cast<void>(gate.setCharging(state == ChargeState::hold));
 }
 
-void forgetVerification() {
-  gHoldSince.reset();
-  gCutSince.reset();
-  gCutRewrites = 0;
-  gDriftLogged = false;
-}
-
 }  // namespace
 
 void applyState(ChargeState state) {

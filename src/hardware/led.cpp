@@ -1,7 +1,6 @@
 #include "hardware/led.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <string>
 
@@ -17,13 +16,12 @@ namespace {
 
 // The grid on which a phase can change; a finer one would only wake the machine more often.
 constexpr double blinkTickSeconds = 0.5;
-constexpr double shortestBlink = 0.3;              // seconds
-constexpr double distantPast = -62'135'596'800.0;  // seconds since 1970: the year 1
+constexpr double shortestBlink = 0.3;  // seconds
 
-std::optional<std::uint8_t> gLastLed;  // last written or found correct; unknown while it blinks
-bool gLedDriftLogged = false;          // it was logged that the system took the light
-bool gBlinkOn = false;                 // the phase now shown
-double gLastBlink = distantPast;       // wall clock of the last change of phase
+std::optional<std::uint8_t> gLastLed;       // last written or found correct; unknown while it blinks
+bool gLedDriftLogged = false;               // it was logged that the system took the light
+bool gBlinkOn = false;                      // the phase now shown
+double gLastBlink = platform::distantPast;  // wall clock of the last change of phase
 std::optional<platform::TimerToken> gBlinkTimer;
 
 bool blinking() { return gLedSupported && gMode == LedMode::blink; }
@@ -60,10 +58,11 @@ void setLED(std::uint8_t value) {
     return;
   }
   noteTakeBack(value);
-  const std::array<std::uint8_t, 1> bytes{value};
-  static_cast<void>(writeKey("ACLC", bytes));
+  static_cast<void>(writeByte("ACLC", value));
   gLastLed = value;
 }
+
+bool handBackLight() { return writeByte("ACLC", LED_SYSTEM); }
 
 void syncBlinkTimer() {
   if (blinking() == gBlinkTimer.has_value()) return;

@@ -25,6 +25,10 @@ struct LedInputs {
 // does not matter: the next tick or blink checks again.
 void setLED(std::uint8_t value);
 
+// Gives the light to the system when the daemon leaves it, without a look at what it shows. True when the
+// write was accepted. Needs neither memory nor a lock.
+[[nodiscard]] bool handBackLight();
+
 // Starts or stops the blink timer according to gMode. The timer exists only in blink mode. Starting it writes
 // nothing: the colours come with its ticks.
 void syncBlinkTimer();

@@ -153,10 +153,14 @@ bool writeKey(std::string_view key, std::span<const std::uint8_t> bytes) {
   return SMCWriteKey(gConn, key, bytes) == platform::kernelSuccess;
 }
 
+bool canRead(std::string_view key) { return readKey(key).has_value(); }
+
 std::optional<std::uint8_t> readFirstByte(std::string_view key) {
   const auto bytes = readKey(key);
   if (!bytes || bytes->empty()) return std::nullopt;
   return bytes->front();
 }
+
+bool writeByte(std::string_view key, std::uint8_t value) { return writeKey(key, {&value, 1}); }
 
 }  // namespace brisko

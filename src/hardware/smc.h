@@ -45,7 +45,13 @@ platform::KernelStatus SMCClose(platform::SmcConnection connection);
 // True when the controller accepted the write; accepted is not obeyed.
 [[nodiscard]] bool writeKey(std::string_view key, std::span<const std::uint8_t> bytes);
 
+// Whether the controller knows the key and lets it be read.
+[[nodiscard]] bool canRead(std::string_view key);
+
 // The first byte of a key; none when it cannot be read or is empty.
 [[nodiscard]] std::optional<std::uint8_t> readFirstByte(std::string_view key);
+
+// writeKey() for a key of one byte.
+[[nodiscard]] bool writeByte(std::string_view key, std::uint8_t value);
 
 }  // namespace brisko

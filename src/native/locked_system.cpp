@@ -1,7 +1,6 @@
 #include "native/locked_system.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 
 #include "base/checked.h"
@@ -11,6 +10,7 @@
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
+#include "hardware/led.h"
 #include "hardware/smc.h"
 #include "records/history.h"
 #include "records/statistics.h"
@@ -25,13 +25,10 @@ namespace {
 
 using Notes = std::vector<std::string>;
 
-void handBackLight(Notes& notes) {
-  constexpr const char* light = "ACLC";
-  const auto shown = readFirstByte(light);
-  if (!shown || *shown == LED_SYSTEM) return;
-  constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
-  notes.emplace_back(writeKey(light, toSystem) ? "MagSafe light handed back to macOS"
-                                               : "⚠️ MagSafe light could not be handed back to macOS");
+void releaseLight(Notes& notes) {
+  if (readFirstByte("ACLC").value_or(LED_SYSTEM) == LED_SYSTEM) return;
+  notes.emplace_back(handBackLight() ? "MagSafe light handed back to macOS"
+                                     : "⚠️ MagSafe light could not be handed back to macOS");
 }
 
 void cancelCalibration(Notes& notes) {
@@ -72,7 +69,7 @@ void publish(const Settings& cfg, std::int64_t pct, const std::optional<double>&
 
 std::vector<std::string> handBackLockedSystem() {
   Notes notes = clearLeftoverAdapterCut();
-  handBackLight(notes);
+  releaseLight(notes);
   cancelCalibration(notes);
   clearRequests(notes);
   forgetTopUp();

@@ -153,14 +153,18 @@ bool needsPriming(std::int64_t target) {
   return held && (*held == 0 || *held > leastOfSlider);
 }
 
+// The target that macOS now holds, or none: what it holds instead from here on is a new drift.
+void noteHeldTarget(std::optional<std::int64_t> target) {
+  gNativeHeldTarget = target;
+  gNativeDriftRewritten = false;
+  gNativeOverrideLogged = false;
+}
+
 void nativeWrite(std::int64_t target, double now) {
   const bool accepted = NativeLimit::write(target, needsPriming(target));
   gNativeWritten = target;
-  gNativeAttemptAt = now;
-  gNativeNudgedAt = now;
-  gNativeHeldTarget.reset();
-  gNativeDriftRewritten = false;
-  gNativeOverrideLogged = false;
+  restartNativeWait(now);
+  noteHeldTarget(std::nullopt);
   gGateVerified.reset();
   log("macOS limit → " + limitText(target) + outcomeText(accepted));
 }
@@ -173,20 +177,21 @@ void confirm(std::int64_t target) {
     gGateVerified = true;
     log("limit verified: macOS holds " + (target == none ? "no limit" : limitText(target)) + " (bfG0)");
   }
-  gNativeHeldTarget = target;
-  gNativeDriftRewritten = false;
-  gNativeOverrideLogged = false;
+  noteHeldTarget(target);
 }
 
-// The user asked macOS for a full charge, which Brisko must not overrule.
-void yieldToUser(double until) {
-  if (!gNativeOverrideLogged) {
-    gNativeOverrideLogged = true;
-    const UtcText text = utcText(until);
-    log("macOS charges to full until " + text.date + " " + text.time +
-        " +0000 (asked in the Battery menu) — Brisko waits");
-  }
+// macOS holds something else for now, which is not Brisko's to overrule.
+void standBack(const std::string& finding) {
+  if (!gNativeOverrideLogged) log(finding);
+  gNativeOverrideLogged = true;
   gGateVerified.reset();
+}
+
+// The user asked macOS for a full charge.
+void yieldToUser(double until) {
+  const UtcText text = utcText(until);
+  standBack("macOS charges to full until " + text.date + " " + text.time +
+            " +0000 (asked in the Battery menu) — Brisko waits");
 }
 
 // macOS no longer holds what it held before. The target is written again only once: whatever changes it
@@ -202,10 +207,9 @@ void handleDrift(std::int64_t target, std::int64_t held, double now) {
         std::to_string(target) + "% again");
     writeAgain(target);
     gNativeAttemptAt = now;
-  } else if (elapsed >= refusalSeconds && !gNativeOverrideLogged) {
-    gNativeOverrideLogged = true;
-    gGateVerified.reset();
-    log("macOS keeps its own limit for now (bfG0 reads " + std::to_string(held) + ") — watching, no alarm");
+  } else if (elapsed >= refusalSeconds) {
+    standBack("macOS keeps its own limit for now (bfG0 reads " + std::to_string(held) +
+              ") — watching, no alarm");
   }
 }
 
@@ -250,6 +254,11 @@ void checkLimitHeld(std::int64_t target, double now) {
 }
 
 }  // namespace
+
+void restartNativeWait(double now) {
+  gNativeAttemptAt = now;
+  gNativeNudgedAt = now;
+}
 
 std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs) {
   const bool wanted = inputs.plugged && !inputs.topUp && !inputs.discharge && !inputs.calibrating;

@@ -13,21 +13,23 @@
 #include <optional>
 
 #include "base/settings.h"
+#include "platform/clock.h"
 #include "state/calibration_drive.h"
 #include "state/charge_state_record.h"
 
 namespace brisko {
 
-inline constexpr double distantPast = -62'135'596'800;  // 0001-01-01T00:00:00Z
-
 inline std::optional<std::int64_t> gNativeWritten;  // the limit last written; none after it was handed back
-inline double gNativeAttemptAt = distantPast;       // start of the time that macOS has to hold it
-inline double gNativeNudgedAt = distantPast;        // when it was last written again during that time
+inline double gNativeAttemptAt = platform::distantPast;  // start of the time that macOS has to hold it
+inline double gNativeNudgedAt = platform::distantPast;   // when it was last written again during that time
 
 // One tick. `pct` may be above 100; `upper` is the tick's target, `hot` whether charging is paused for heat.
 // Sets gState, gGateVerified and gNativeFloor.
 void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool topUp,
                  const std::optional<CalDrive>& calDrive, bool hot);
+
+// macOS has the whole time again to hold the limit last written, counted from `now`.
+void restartNativeWait(double now);
 
 // Restores the limit that macOS had before, if its own slider can show it, otherwise none. Does nothing when
 // another gate is in force, when the limit is already handed back because it is switched off, or when macOS's

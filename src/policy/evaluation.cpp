@@ -20,6 +20,10 @@
 #include "platform/clock.h"
 #include "policy/charge_bounds.h"
 #include "policy/decision.h"
+#include "policy/heat.h"
+#include "policy/limit_latch.h"
+#include "policy/maintenance_wake.h"
+#include "policy/top_up.h"
 #include "policy/verification.h"
 #include "records/history.h"
 #include "records/statistics.h"
@@ -31,7 +35,6 @@
 namespace brisko {
 namespace {
 
-constexpr double secondsPerHour = 3600.0;
 constexpr double secondsPerMinute = 60.0;
 
 // The settings of the previous tick. A negative limit means that there was none.
@@ -67,13 +70,6 @@ bool sleepIsPending() {
 
 // Nothing is driven and nothing published.
 bool isAtRest() { return gDormant || gReleased || (gPurged && gateIsMacOSLimit()); }
-
-Settings settingsInForce() {
-  if (const auto settings = readConfig(gConfigPath)) return *settings;
-  Settings defaults;
-  defaults.limit = gCliLimit;
-  return defaults;
-}
 
 void resetStatistics(const Settings& cfg) {
   gProtectedSeconds = 0;
@@ -137,28 +133,25 @@ void considerCalibration(Tick& tick) {
   tick.calDrive = calibrationDrive(gCal.phase, cfg.calDrain, cfg.limit);
 }
 
-bool topUpExpired(const Settings& cfg) {
-  return cfg.topUpHours >= 1 &&
-         platform::wallNow() - gTopUpSince > static_cast<double>(cfg.topUpHours) * secondsPerHour;
-}
-
 // Runs the Top Up that the settings request, or ends it. Returns true while it runs.
 bool continueTopUp(const Settings& cfg) {
   if (gTopUpSince == 0) noteTopUp(platform::wallNow());
-  const bool expired = topUpExpired(cfg);
-  if (adapterPresent() && !expired) return true;
+  const TopUpOutcome outcome = topUpOutcome({.elapsed = platform::wallNow() - gTopUpSince,
+                                             .hours = cfg.topUpHours,
+                                             .adapterPresent = adapterPresent()});
+  if (outcome == TopUpOutcome::continues) return true;
   writeConfig(cfg, false, std::nullopt, std::nullopt);
   noteTopUp(0);
-  log(expired ? "Top Up dropped after " + std::to_string(cfg.topUpHours) + "h"
-              : "Top Up finished (unplugged)");
+  log(outcome == TopUpOutcome::expired ? "Top Up dropped after " + std::to_string(cfg.topUpHours) + "h"
+                                       : "Top Up finished (unplugged)");
   return false;
 }
 
 void chooseTarget(Tick& tick) {
   tick.topUpActive = tick.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(tick.cfg);
   if (tick.topUpActive) {
-    tick.target = 100;
-    tick.floor = 99;
+    tick.target = topUpBand.upper;
+    tick.floor = topUpBand.lower;
     tick.dischargeOn = false;
     return;
   }
@@ -168,46 +161,37 @@ void chooseTarget(Tick& tick) {
   tick.dischargeOn = tick.cfg.discharge && dischargeSupported && !gDischargeBroken;
 }
 
-// In a maintenance wake the display stays off and a discharge can't be verified, so none is started.
 void considerWake(Tick& tick) {
-  if (isFullWake(systemCapabilities())) {
-    tick.dischargeNow = tick.dischargeOn;
-    gDarkWakeLogged = false;
-    return;
-  }
-  tick.fullyAwake = false;
-  tick.dischargeNow = false;
-  if (tick.dischargeOn && tick.power.pct > tick.target && !gDarkWakeLogged) {
+  tick.fullyAwake = isFullWake(systemCapabilities());
+  const WakeDecision decision = decideWake({.full = tick.fullyAwake,
+                                            .dischargeOn = tick.dischargeOn,
+                                            .pct = tick.power.pct,
+                                            .target = tick.target,
+                                            .waitLogged = gDarkWakeLogged});
+  tick.dischargeNow = decision.dischargeNow;
+  gDarkWakeLogged = decision.waitLogged;
+  if (decision.logWait) {
     log("réveil de maintenance à " + std::to_string(tick.power.pct) +
         "% — la décharge attend le vrai réveil");
-    gDarkWakeLogged = true;
   }
 }
 
-void considerHeat(const Settings& cfg, bool plugged, const std::optional<double>& temp) {
-  // Asymmetric on purpose: a battery that was too hot has to cool down properly.
-  constexpr double coolerBy = 3.0;  // °C
-  if (!cfg.thermal || !plugged || !temp) {
-    gThermalPaused = false;
-    return;
-  }
-  const auto limit = static_cast<double>(cfg.thermalLimit);
-  if (*temp >= limit) {
-    gThermalPaused = true;
-  } else if (*temp < limit - coolerBy) {
-    gThermalPaused = false;
-  }
+void considerHeat(Tick& tick) {
+  tick.temp = readTemp();
+  gThermalPaused = pausedForHeat({.wanted = tick.cfg.thermal,
+                                  .plugged = tick.power.plugged,
+                                  .temp = tick.temp,
+                                  .limit = tick.cfg.thermalLimit,
+                                  .paused = gThermalPaused});
 }
 
 void considerLimit(const Tick& tick) {
-  bool atLimit = false;
-  if (!tick.changed && tick.cfg.enabled) {
-    if (tick.power.pct >= tick.target) {
-      atLimit = true;
-    } else if (tick.power.pct > tick.floor) {
-      atLimit = gAtLimit.value_or(true);
-    }
-  }
+  const bool atLimit = limitLatch({.enabled = tick.cfg.enabled,
+                                   .changed = tick.changed,
+                                   .pct = tick.power.pct,
+                                   .target = tick.target,
+                                   .floor = tick.floor,
+                                   .before = gAtLimit});
   const bool known = gAtLimit == atLimit;
   gAtLimit = atLimit;
   if (!known) writeStats();
@@ -347,8 +331,7 @@ void evaluate() {
   considerWake(tick);
   gFirmwareUpper = tick.target;
   gFirmwareLower = tick.floor;
-  tick.temp = readTemp();
-  considerHeat(tick.cfg, tick.power.plugged, tick.temp);
+  considerHeat(tick);
   considerLimit(tick);
 
   if (gateIsMacOSLimit()) {

@@ -78,13 +78,17 @@ void reassertDischarge(const ChargeGate& gate) {
   reassertCut(gate);
 }
 
+// Whether an earlier tick began to watch. The first one only notes its time, and a tick that cannot watch
+// forgets it.
+bool hasWatchedSince(std::optional<double>& since, bool canWatch) {
+  if (canWatch && since) return true;
+  since = canWatch ? std::optional(platform::wallNow()) : std::nullopt;
+  return false;
+}
+
 bool holdIsOldEnough(bool charging) {
   const double elapsed = platform::wallNow() - *gHoldSince;
   return elapsed >= (charging ? gateFailureGrace : gateSuccessGrace);
-}
-
-bool dischargeCanBeVerified(bool fullyAwake) {
-  return gState == ChargeState::discharge && adapterPresent() && fullyAwake;
 }
 
 }  // namespace
@@ -106,14 +110,7 @@ void reassertState() {
 }
 
 void verifyGate(bool plugged) {
-  if (gState != ChargeState::hold || !plugged) {
-    gHoldSince.reset();
-    return;
-  }
-  if (!gHoldSince) {
-    gHoldSince = platform::wallNow();
-    return;
-  }
+  if (!hasWatchedSince(gHoldSince, gState == ChargeState::hold && plugged)) return;
   const auto charging = chargingNow();
   if (!charging || !holdIsOldEnough(*charging) || gGateVerified == !*charging) return;
   gGateVerified = !*charging;
@@ -126,14 +123,8 @@ void verifyGate(bool plugged) {
 }
 
 void verifyDischarge(bool fullyAwake) {
-  if (!dischargeCanBeVerified(fullyAwake)) {
-    gCutSince.reset();
-    return;
-  }
-  if (!gCutSince) {
-    gCutSince = platform::wallNow();
-    return;
-  }
+  const bool canWatch = gState == ChargeState::discharge && adapterPresent() && fullyAwake;
+  if (!hasWatchedSince(gCutSince, canWatch)) return;
   if (platform::wallNow() - *gCutSince < dischargeFailureGrace) return;
   const auto amperage = amperageNow();
   if (!amperage || *amperage <= dischargeFloor) return;

@@ -1,6 +1,5 @@
 #include "power/orderly_exit.h"
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <string>
@@ -9,12 +8,12 @@
 
 #include "base/log.h"
 #include "hardware/charge_gate.h"
+#include "hardware/led.h"
 #include "hardware/scheduled_wake.h"
 #include "hardware/smc.h"
 #include "native/native_limit.h"
 #include "platform/run_loop.h"
 #include "records/statistics.h"
-#include "state/led_mode.h"
 #include "state/machine_abilities.h"
 
 namespace brisko {
@@ -41,10 +40,7 @@ void handBack(const ChargeGate& gate) {
   static_cast<void>(gate.setAdapterCut(false));
   static_cast<void>(gate.setCharging(false));
   handBackNative();
-  if (gLedSupported) {
-    constexpr std::array<std::uint8_t, 1> toSystem{LED_SYSTEM};
-    static_cast<void>(writeKey("ACLC", toSystem));
-  }
+  if (gLedSupported) static_cast<void>(handBackLight());
   writeStats();
 }
 

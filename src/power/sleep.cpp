@@ -24,17 +24,10 @@
 namespace brisko {
 namespace {
 
-// Without a readable configuration the limit of the command line counts. Whether the limit is switched on is
-// unknown then, so the band is kept rather than given up.
-Settings settingsForSleep() {
-  if (const auto settings = readConfig(gConfigPath)) return *settings;
-  Settings unknown;
-  unknown.limit = gCliLimit;
-  return unknown;
-}
-
 SleepSituation situationAt(std::int64_t pct) {
-  const Settings settings = settingsForSleep();
+  // Without a readable configuration it is unknown whether the limit is switched on, so the band is kept
+  // rather than given up.
+  const Settings settings = settingsInForce();
   return {.pct = pct,
           .band = bounds(settings.limit, gCliLower, settings.hysteresis),
           .adapterPresent = adapterPresent(),
@@ -62,7 +55,7 @@ void handleWake() {
   gCutSince.reset();
   cancelScheduledWake();
   // While asleep macOS had no time to show that it holds the limit.
-  gNativeAttemptAt = gNativeNudgedAt = platform::wallNow();
+  restartNativeWait(platform::wallNow());
   evaluate();
 }
 

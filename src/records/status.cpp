@@ -1,7 +1,6 @@
 #include "records/status.h"
 
 #include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -24,8 +23,8 @@ namespace {
 
 constexpr double refreshSeconds = 15.0;
 
-std::string gLastStatus;  // the signature of the last status written
-double gLastStatusTime = -std::numeric_limits<double>::infinity();
+std::string gLastStatus;     // the signature of the last status written
+double gLastStatusTime = 0;  // wall clock; meaningless before the first
 
 std::string text(bool value) { return value ? "true" : "false"; }
 

@@ -29,10 +29,18 @@ inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws a
 
 inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
 
-// Reset together on every change of state. Times are wall clock, seconds since 1970.
+// What the verifiers remember of this state. Times are wall clock, seconds since 1970.
 inline std::optional<double> gHoldSince;  // when the verifier first saw this hold
 inline std::optional<double> gCutSince;   // when the verifier first saw this adapter cut
 inline int gCutRewrites = 0;              // how often the cut had to be written back
 inline bool gDriftLogged = false;         // the "gate found open" line was written
+
+// For every change of state.
+inline void forgetVerification() {
+  gHoldSince.reset();
+  gCutSince.reset();
+  gCutRewrites = 0;
+  gDriftLogged = false;
+}
 
 }  // namespace brisko

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -14,21 +13,16 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::inChild;
-using test::inodeOf;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::tell;
+using namespace test;
 
 bool isOpen(int number) { return ::fcntl(number, F_GETFD) >= 0; }
 
-TEST(ADescriptor, isClosedWhenItsOwnerGoes) {
+TEST(DescriptorTest, isClosedWhenItsOwnerGoes) {
   int number = -1;
   {
     const Descriptor owner(::open("/dev/null", O_RDONLY));
@@ -38,7 +32,7 @@ TEST(ADescriptor, isClosedWhenItsOwnerGoes) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(ADescriptor, changesItsOwnerWithoutClosing) {
+TEST(DescriptorTest, changesItsOwnerWithoutClosing) {
   Descriptor first(::open("/dev/null", O_RDONLY));
   const int number = first.number();
   Descriptor second(std::move(first));
@@ -52,7 +46,7 @@ TEST(ADescriptor, changesItsOwnerWithoutClosing) {
   EXPECT_FALSE(isOpen(replaced));
 }
 
-TEST(ADescriptor, isEmptyOnceClosed) {
+TEST(DescriptorTest, isEmptyOnceClosed) {
   Descriptor owner(::open("/dev/null", O_RDONLY));
   const int number = owner.number();
   owner.close();
@@ -60,7 +54,7 @@ TEST(ADescriptor, isEmptyOnceClosed) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(OpeningARegularFile, refusesEverythingElseWithoutWaiting) {
+TEST(RegularFileOpening, refusesEverythingElseWithoutWaiting) {
   const ScratchFolder folder;
   test::makePipe(folder.path("pipe"));
   test::makeFolder(folder.path("folder"));
@@ -71,28 +65,28 @@ TEST(OpeningARegularFile, refusesEverythingElseWithoutWaiting) {
   }
 }
 
-TEST(OpeningARegularFile, refusesAPipeThatSomebodyReads) {
+TEST(RegularFileOpening, refusesAPipeThatSomebodyReads) {
   const ScratchFolder folder;
   test::makePipe(folder.path("pipe"));
   const Descriptor reader(::open(folder.path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
   EXPECT_FALSE(openRegularFile(folder.path("pipe"), O_WRONLY));
 }
 
-TEST(OpeningARegularFile, followsALinkToOne) {
+TEST(RegularFileOpening, followsALinkToOne) {
   const ScratchFolder folder;
   put(folder.path("target"), "text");
   test::makeLink(folder.path("link"), folder.path("target"));
   EXPECT_TRUE(openRegularFile(folder.path("link"), O_RDONLY));
 }
 
-TEST(OpeningARegularFile, keepsTheDescriptorFromChildren) {
+TEST(RegularFileOpening, keepsTheDescriptorFromChildren) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   const Descriptor file = openRegularFile(folder.path("file"), O_RDONLY);
   EXPECT_EQ(::fcntl(file.number(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST(OpeningForAppending, givesANewFileItsModeWhateverTheUmask) {
+TEST(AppendingOpening, givesANewFileItsModeWhateverTheUmask) {
   const ScratchFolder folder;
   for (const mode_t umask : {0000U, 0022U, 0077U, 0777U}) {
     ::umask(umask);
@@ -102,7 +96,7 @@ TEST(OpeningForAppending, givesANewFileItsModeWhateverTheUmask) {
   }
 }
 
-TEST(OpeningForAppending, keepsTheModeAndTheBytesOfAFileThatIsThere) {
+TEST(AppendingOpening, keepsTheModeAndTheBytesOfAFileThatIsThere) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   put(path, "before,");
@@ -117,7 +111,7 @@ TEST(OpeningForAppending, keepsTheModeAndTheBytesOfAFileThatIsThere) {
   EXPECT_EQ(inodeOf(path), inode);
 }
 
-TEST(OpeningForAppending, writesWhereTheFileTrulyEnds) {
+TEST(AppendingOpening, writesWhereTheFileTrulyEnds) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const Descriptor file = openForAppending(path);
@@ -127,7 +121,7 @@ TEST(OpeningForAppending, writesWhereTheFileTrulyEnds) {
   EXPECT_EQ(contents(path), "somebody else,two");
 }
 
-TEST(OpeningForAppending, followsALinkToAFileButNotIntoTheVoid) {
+TEST(AppendingOpening, followsALinkToAFileButNotIntoTheVoid) {
   const ScratchFolder folder;
   put(folder.path("target"), "text");
   test::makeLink(folder.path("good"), folder.path("target"));
@@ -137,7 +131,7 @@ TEST(OpeningForAppending, followsALinkToAFileButNotIntoTheVoid) {
   EXPECT_FALSE(test::exists(folder.path("nothing")));
 }
 
-TEST(WritingAll, reportsItWhenTheFileTakesOnlyAPart) {
+TEST(WriteAll, reportsItWhenTheFileTakesOnlyAPart) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const auto ended = inChild([&path] {
@@ -152,7 +146,7 @@ TEST(WritingAll, reportsItWhenTheFileTakesOnlyAPart) {
   EXPECT_EQ(contents(path), "0123456789");
 }
 
-TEST(WritingAll, failsOnAFullDevice) {
+TEST(WriteAll, failsOnAFullDevice) {
   const Descriptor device(::open("/dev/full", O_WRONLY));
   if (!device) GTEST_SKIP() << "this system has no /dev/full";
   EXPECT_FALSE(writeAll(device.number(), "text"));
@@ -175,7 +169,7 @@ void takeFromPipeNowAndThen(int) {
   if (++calls % 4 == 0) takeFromPipe();
 }
 
-TEST(WritingAll, continuesAfterAnInterruptingSignal) {
+TEST(WriteAll, continuesAfterAnInterruptingSignal) {
   ASSERT_EQ(::pipe(gPipe.data()), 0);
   ASSERT_EQ(::fcntl(gPipe[0], F_SETFL, O_NONBLOCK), 0);
   struct sigaction action {};

@@ -10,8 +10,6 @@
 #include <random>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -23,29 +21,18 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inChild;
-using test::inodeOf;
-using test::makeFolder;
-using test::makeLink;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using testing::Optional;
+using namespace test;
 
 constexpr std::size_t mebibyte = 1U << 20U;
 
 // ---- reading files
 
-TEST(ReadingAFile, givesAllItsBytes) {
+TEST(FileReading, givesAllItsBytes) {
   const ScratchFolder folder;
   using namespace std::string_literals;
   for (const auto& bytes : {""s, "x"s, "{\"limit\":80}"s, "a\0b\n"s, std::string(100'000, 'x')}) {
@@ -54,7 +41,7 @@ TEST(ReadingAFile, givesAllItsBytes) {
   }
 }
 
-TEST(ReadingAFile, givesNoneWhenThereIsNone) {
+TEST(FileReading, givesNoneWhenThereIsNone) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   makeLink(folder.path("dangling"), folder.path("nothing"));
@@ -68,7 +55,7 @@ TEST(ReadingAFile, givesNoneWhenThereIsNone) {
   EXPECT_EQ(readWholeFile(""), std::nullopt);
 }
 
-TEST(ReadingAFile, givesNoneForWhatIsNoRegularFileWithoutWaiting) {
+TEST(FileReading, givesNoneForWhatIsNoRegularFileWithoutWaiting) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
@@ -88,14 +75,14 @@ TEST(ReadingAFile, givesNoneForWhatIsNoRegularFileWithoutWaiting) {
   EXPECT_EQ(readWholeFile(folder.path("pipe")), std::nullopt);
 }
 
-TEST(ReadingAFile, followsALink) {
+TEST(FileReading, followsALink) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   makeLink(folder.path("link"), folder.path("file"));
   EXPECT_THAT(readWholeFile(folder.path("link")), Optional(std::string("text")));
 }
 
-TEST(ReadingAFile, givesNoneWithoutPermission) {
+TEST(FileReading, givesNoneWithoutPermission) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   setMode(folder.path(), 0755);
@@ -107,7 +94,7 @@ TEST(ReadingAFile, givesNoneWithoutPermission) {
   EXPECT_EQ(ended.output, "none");
 }
 
-TEST(ReadingAFile, stopsAboveSixteenMebibytes) {
+TEST(FileReading, stopsAboveSixteenMebibytes) {
   const ScratchFolder folder;
   put(folder.path("largest"), std::string(16 * mebibyte, 'x'));
   put(folder.path("larger"), std::string(16 * mebibyte + 1, 'x'));
@@ -121,7 +108,7 @@ TEST(ReadingAFile, stopsAboveSixteenMebibytes) {
   EXPECT_EQ(readWholeFile(folder.path("vast")), std::nullopt);
 }
 
-TEST(ReadingAFile, reliesOnTheBytesAndNotOnTheSize) {
+TEST(FileReading, reliesOnTheBytesAndNotOnTheSize) {
   // A file whose size says 0, as that of one that is being written may.
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
   const auto bytes = readWholeFile("/proc/self/maps");
@@ -130,13 +117,13 @@ TEST(ReadingAFile, reliesOnTheBytesAndNotOnTheSize) {
   EXPECT_EQ(bytes->back(), '\n');
 }
 
-TEST(ReadingAFile, givesNoneWhenAReadFails) {
+TEST(FileReading, givesNoneWhenAReadFails) {
   // Nothing is mapped at address 0, where this one begins.
   if (!exists("/proc/self/mem")) GTEST_SKIP() << "this system has no such file";
   EXPECT_EQ(readWholeFile("/proc/self/mem"), std::nullopt);
 }
 
-TEST(ReadingAFile, stopsAboveSixteenMebibytesAlsoWhereTheSizeSaidLess) {
+TEST(FileReading, stopsAboveSixteenMebibytesAlsoWhereTheSizeSaidLess) {
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
   // Each mapping of a file is a line with its long name; mappings of the same page do not merge.
   const ScratchFolder folder;
@@ -155,7 +142,7 @@ TEST(ReadingAFile, stopsAboveSixteenMebibytesAlsoWhereTheSizeSaidLess) {
   EXPECT_EQ(readWholeFile("/proc/self/maps"), std::nullopt);
 }
 
-TEST(ReadingAFile, leavesNoDescriptorBehind) {
+TEST(FileReading, leavesNoDescriptorBehind) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   const Descriptor before(::open("/dev/null", O_RDONLY));
@@ -169,7 +156,7 @@ TEST(ReadingAFile, leavesNoDescriptorBehind) {
 
 // ---- parsing
 
-TEST(ParsingJson, takesWhatIsJson) {
+TEST(JsonParsing, takesWhatIsJson) {
   for (const char* text : {"{}",
                            "[]",
                            "0",
@@ -194,7 +181,7 @@ TEST(ParsingJson, takesWhatIsJson) {
   }
 }
 
-TEST(ParsingJson, takesNothingElse) {
+TEST(JsonParsing, takesNothingElse) {
   using namespace std::string_view_literals;
   const std::string_view cases[] = {
       ""sv, " "sv, "\n"sv, "{"sv, "}"sv, "["sv, "\""sv, "{\"limit\":80"sv,
@@ -227,7 +214,7 @@ TEST(ParsingJson, takesNothingElse) {
   }
 }
 
-TEST(ParsingJson, distinguishesTheKindsOfNumbers) {
+TEST(JsonParsing, distinguishesTheKindsOfNumbers) {
   EXPECT_TRUE(parseJson("80")->is_number_integer());
   EXPECT_TRUE(parseJson("-0")->is_number_integer());
   EXPECT_TRUE(parseJson("80.0")->is_number_float());
@@ -238,7 +225,7 @@ TEST(ParsingJson, distinguishesTheKindsOfNumbers) {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
-TEST(ParsingJson, readsANumberBeyondADoubleAsInfinite) {
+TEST(JsonParsing, readsANumberBeyondADoubleAsInfinite) {
   const std::string digits(400, '9');
   for (const std::string& number :
        {std::string("1e999"), std::string("1E+999"), std::string("1.5e309"), std::string("1.8e308"), digits,
@@ -253,7 +240,7 @@ TEST(ParsingJson, readsANumberBeyondADoubleAsInfinite) {
   EXPECT_EQ(parseJson("[1e999,1e-999]")->at(1), 0.0);
 }
 
-TEST(ParsingJson, readsEverythingBesideANumberBeyondADoubleAsItStands) {
+TEST(JsonParsing, readsEverythingBesideANumberBeyondADoubleAsItStands) {
   EXPECT_EQ(*parseJson("{\"limit\":70,\"foo\":1e999}"), (Json{{"limit", 70}, {"foo", infinity}}));
   EXPECT_EQ(*parseJson("{\"foo\":-1e999,\"limit\":70}"), (Json{{"limit", 70}, {"foo", -infinity}}));
   EXPECT_EQ(*parseJson("{\"limit\":1e999,\"limit\":70}"), (Json{{"limit", 70}}));
@@ -270,7 +257,7 @@ TEST(ParsingJson, readsEverythingBesideANumberBeyondADoubleAsItStands) {
   EXPECT_TRUE(kinds[3].is_number_unsigned());
 }
 
-TEST(ParsingJson, isDoneAtOnceWithManyNumbersBeyondADouble) {
+TEST(JsonParsing, isDoneAtOnceWithManyNumbersBeyondADouble) {
   std::string many = "[1e999";
   for (int count = 1; count < 100'000; ++count) many += count % 2 == 0 ? ",1e999" : ",-1e999";
   const auto parsed = parseJson(many + "]");
@@ -281,7 +268,7 @@ TEST(ParsingJson, isDoneAtOnceWithManyNumbersBeyondADouble) {
   EXPECT_FALSE(parseJson(many).has_value());
 }
 
-TEST(ParsingJson, takesTheLastOfEqualKeys) {
+TEST(JsonParsing, takesTheLastOfEqualKeys) {
   EXPECT_EQ(parseJson("{\"limit\":70,\"limit\":90}")->at("limit"), 90);
 }
 
@@ -294,7 +281,7 @@ std::string nested(std::size_t levels, const std::string& open, const std::strin
   return text;
 }
 
-TEST(ParsingJson, takes512LevelsAndNoMore) {
+TEST(JsonParsing, takes512LevelsAndNoMore) {
   EXPECT_TRUE(parseJson(nested(512, "[", "]", "")).has_value());
   EXPECT_FALSE(parseJson(nested(513, "[", "]", "")).has_value());
   EXPECT_TRUE(parseJson(nested(512, "{\"a\":", "}", "1")).has_value());
@@ -303,7 +290,7 @@ TEST(ParsingJson, takes512LevelsAndNoMore) {
   EXPECT_FALSE(parseJson(nested(256, "[{\"a\":", "}]", "[]")).has_value());
 }
 
-TEST(ParsingJson, countsLevelsAndNotBrackets) {
+TEST(JsonParsing, countsLevelsAndNotBrackets) {
   std::string siblings = "[[]";
   for (int index = 0; index < 10'000; ++index) siblings += ",[]";
   EXPECT_TRUE(parseJson(siblings + "]").has_value());
@@ -312,7 +299,7 @@ TEST(ParsingJson, countsLevelsAndNotBrackets) {
   EXPECT_TRUE(parseJson(objects + "]").has_value());
 }
 
-TEST(ParsingJson, countsNoBracketsInsideTexts) {
+TEST(JsonParsing, countsNoBracketsInsideTexts) {
   const std::string brackets(600, '[');
   EXPECT_TRUE(parseJson("\"" + brackets + "\"").has_value());
   EXPECT_TRUE(parseJson("\"\\\"" + brackets + "\"").has_value());
@@ -322,7 +309,7 @@ TEST(ParsingJson, countsNoBracketsInsideTexts) {
   EXPECT_TRUE(parseJson("[\"\\\\\"," + nested(511, "[", "]", "") + "]").has_value());
 }
 
-TEST(ParsingJson, isDoneAtOnceWithAMillionBrackets) {
+TEST(JsonParsing, isDoneAtOnceWithAMillionBrackets) {
   constexpr std::size_t million = 1'000'000;
   EXPECT_FALSE(parseJson(std::string(million, '[')).has_value());
   EXPECT_FALSE(parseJson(std::string(million, ']')).has_value());
@@ -331,7 +318,7 @@ TEST(ParsingJson, isDoneAtOnceWithAMillionBrackets) {
   EXPECT_FALSE(parseJson(std::string(million, ']') + std::string(million, '[')).has_value());
 }
 
-TEST(ReadingAnObject, takesAnObjectAndNothingElse) {
+TEST(JsonObjectReading, takesAnObjectAndNothingElse) {
   const ScratchFolder folder;
   const auto read = [&folder](std::string_view bytes) {
     put(folder.path("file"), bytes);
@@ -441,7 +428,7 @@ TEST(JsonText, knowsNoLocale) {
 
 // ---- writing files
 
-TEST(WritingAFile, makesANewOneWithWhatTheUmaskLeaves) {
+TEST(FileWriting, makesANewOneWithWhatTheUmaskLeaves) {
   const ScratchFolder folder;
   const std::pair<mode_t, mode_t> cases[] = {{0022, 0644}, {0077, 0600}, {0000, 0666}, {0027, 0640}};
   for (const auto& [umask, mode] : cases) {
@@ -453,7 +440,7 @@ TEST(WritingAFile, makesANewOneWithWhatTheUmaskLeaves) {
   }
 }
 
-TEST(WritingAFile, keepsTheInodeAndTheModeOfAnOldOne) {
+TEST(FileWriting, keepsTheInodeAndTheModeOfAnOldOne) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   put(path, "something much longer than what comes");
@@ -468,7 +455,7 @@ TEST(WritingAFile, keepsTheInodeAndTheModeOfAnOldOne) {
   EXPECT_EQ(modeOf(path), 0640U);
 }
 
-TEST(WritingAFile, leavesNothingElseInTheFolder) {
+TEST(FileWriting, leavesNothingElseInTheFolder) {
   const ScratchFolder folder;
   writeJsonFile(folder.path("file"), Json(1));
   writeJsonFile(folder.path("file"), Json(2));
@@ -476,13 +463,13 @@ TEST(WritingAFile, leavesNothingElseInTheFolder) {
   EXPECT_EQ(::rmdir(folder.path().c_str()), 0);  // possible only when it is empty
 }
 
-TEST(WritingAFile, makesNoFolders) {
+TEST(FileWriting, makesNoFolders) {
   const ScratchFolder folder;
   writeJsonFile(folder.path("missing/file"), Json(1));
   EXPECT_FALSE(exists(folder.path("missing")));
 }
 
-TEST(WritingAFile, goesThroughALink) {
+TEST(FileWriting, goesThroughALink) {
   const ScratchFolder folder;
   put(folder.path("target"), "old");
   makeLink(folder.path("link"), folder.path("target"));
@@ -493,7 +480,7 @@ TEST(WritingAFile, goesThroughALink) {
   EXPECT_TRUE(S_ISLNK(status.st_mode));
 }
 
-TEST(WritingAFile, neitherWaitsForAPipeNorWritesIntoIt) {
+TEST(FileWriting, neitherWaitsForAPipeNorWritesIntoIt) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   writeJsonFile(folder.path("pipe"), Json(1));
@@ -504,7 +491,7 @@ TEST(WritingAFile, neitherWaitsForAPipeNorWritesIntoIt) {
   EXPECT_LE(::read(reader.number(), &byte, 1), 0);
 }
 
-TEST(WritingAFile, leavesAFolderOrADeviceAlone) {
+TEST(FileWriting, leavesAFolderOrADeviceAlone) {
   const ScratchFolder folder;
   makeFolder(folder.path("folder"));
   makeLink(folder.path("device"), "/dev/full");
@@ -514,7 +501,7 @@ TEST(WritingAFile, leavesAFolderOrADeviceAlone) {
   EXPECT_EQ(::rmdir(folder.path("folder").c_str()), 0);
 }
 
-TEST(WritingAFile, isSilentWithoutPermission) {
+TEST(FileWriting, isSilentWithoutPermission) {
   const ScratchFolder folder;
   put(folder.path("file"), "old");
   setMode(folder.path("file"), 0444);
@@ -532,7 +519,7 @@ TEST(WritingAFile, isSilentWithoutPermission) {
   setMode(folder.path(), 0755);
 }
 
-TEST(WritingAFile, leavesItCutWhenTheDiskIsFull) {
+TEST(FileWriting, leavesItCutWhenTheDiskIsFull) {
   const ScratchFolder folder;
   put(folder.path("file"), "{\"limit\":80,\"led\":true}");
   const auto ended = inChild([&folder] {
@@ -545,7 +532,7 @@ TEST(WritingAFile, leavesItCutWhenTheDiskIsFull) {
   EXPECT_EQ(contents(folder.path("file")), "{\"lim");
 }
 
-TEST(WritingAFile, leavesTheOldOneWhenTheValueHasNoText) {
+TEST(FileWriting, leavesTheOldOneWhenTheValueHasNoText) {
   const ScratchFolder folder;
   put(folder.path("file"), "old");
   writeJsonFile(folder.path("file"), Json{{"path", "\xff"}});
@@ -558,7 +545,7 @@ TEST(WritingAFile, leavesTheOldOneWhenTheValueHasNoText) {
 
 // ---- values by type
 
-TEST(AValueByType, isTakenFromItsOwnTypeOnly) {
+TEST(ValueByType, isTakenFromItsOwnTypeOnly) {
   const Json object =
       *parseJson(R"({"true":true,"false":false,"zero":0,"one":1,"negative":-3,"whole":80.0,)"
                  R"("fraction":70.9,"exponent":8e1,"text":"80","null":null,"list":[1],"object":{}})");
@@ -587,7 +574,7 @@ TEST(AValueByType, isTakenFromItsOwnTypeOnly) {
   }
 }
 
-TEST(AValueByType, isAnIntegerOnlyWithin64Bits) {
+TEST(ValueByType, isAnIntegerOnlyWithin64Bits) {
   const Json object = *parseJson(R"({"max":9223372036854775807,"min":-9223372036854775808,)"
                                  R"("max+1":9223372036854775808,"min-1":-9223372036854775809,)"
                                  R"("all":18446744073709551615,"more":18446744073709551616})");
@@ -601,7 +588,7 @@ TEST(AValueByType, isAnIntegerOnlyWithin64Bits) {
   EXPECT_EQ(numberAt(object, "more"), 18446744073709551616.0);
 }
 
-TEST(AValueByType, isADoubleAndNoIntegerBeyondADouble) {
+TEST(ValueByType, isADoubleAndNoIntegerBeyondADouble) {
   const Json object = *parseJson("{\"a\":1e999,\"b\":-" + std::string(400, '9') + "}");
   for (const auto& [key, value] : {std::pair("a", infinity), std::pair("b", -infinity)}) {
     EXPECT_EQ(integerAt(object, key), std::nullopt);
@@ -610,7 +597,7 @@ TEST(AValueByType, isADoubleAndNoIntegerBeyondADouble) {
   }
 }
 
-TEST(AValueByType, isNoneInWhatIsNoObject) {
+TEST(ValueByType, isNoneInWhatIsNoObject) {
   for (const char* text : {"[true]", "true", "80", "2.5", "null", "\"a\""}) {
     const Json value = *parseJson(text);
     EXPECT_EQ(booleanAt(value, "a"), std::nullopt) << text;

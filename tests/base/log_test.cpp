@@ -8,8 +8,6 @@
 #include <type_traits>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,26 +16,13 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inChild;
-using test::inodeOf;
-using test::makeFolder;
-using test::makeLink;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using test::VirtualMac;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace test;
 
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 
@@ -52,20 +37,20 @@ std::string stampAt(double seconds) {
   return inChild([] { log("x"); }).output;
 }
 
-TEST(ALogLine, startsWithTheTimeInUtcAndTwoBlanks) {
+TEST(LogLineText, startsWithTheTimeInUtcAndTwoBlanks) {
   const VirtualMac mac({.startTime = 1772352930});
   EXPECT_EQ(inChild([] { log("→ state: allow"); }).output, "2026-03-01T08:15:30Z  → state: allow\n");
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  → state: allow\n");
 }
 
-TEST(ALogLine, dropsFractionsOfTheSecond) {
+TEST(LogLineText, dropsFractionsOfTheSecond) {
   EXPECT_EQ(stampAt(1772352930.0), "2026-03-01T08:15:30Z  x\n");
   EXPECT_EQ(stampAt(1772352930.9), "2026-03-01T08:15:30Z  x\n");
   EXPECT_EQ(stampAt(1772352930.9999), "2026-03-01T08:15:30Z  x\n");
   EXPECT_EQ(stampAt(1772352931.0), "2026-03-01T08:15:31Z  x\n");
 }
 
-TEST(ALogLine, knowsTheCalendar) {
+TEST(LogLineText, knowsTheCalendar) {
   EXPECT_EQ(stampAt(1709164799), "2024-02-28T23:59:59Z  x\n");
   EXPECT_EQ(stampAt(1709164800), "2024-02-29T00:00:00Z  x\n");
   EXPECT_EQ(stampAt(1709251200), "2024-03-01T00:00:00Z  x\n");
@@ -76,7 +61,7 @@ TEST(ALogLine, knowsTheCalendar) {
   EXPECT_EQ(stampAt(2147483648), "2038-01-19T03:14:08Z  x\n");
 }
 
-TEST(ALogLine, hasATimeWhateverTheClockSays) {
+TEST(LogLineText, hasATimeWhateverTheClockSays) {
   VirtualMac mac({.startTime = 0});
   const auto stampWithClockAt = [&mac](double seconds) {
     mac.store().update().machine().system.wallOffset = seconds;
@@ -94,7 +79,7 @@ TEST(ALogLine, hasATimeWhateverTheClockSays) {
   EXPECT_EQ(stampWithClockAt(std::nan("")), "9999-12-31T23:59:59Z  x\n");
 }
 
-TEST(ALogLine, knowsNeitherTimeZoneNorLocale) {
+TEST(LogLineText, knowsNeitherTimeZoneNorLocale) {
   const ScratchFolder folder;
   const VirtualMac mac({.startTime = 1772352930});
   const std::string command =
@@ -109,7 +94,7 @@ TEST(ALogLine, knowsNeitherTimeZoneNorLocale) {
   EXPECT_EQ(ended.output, "2026-03-01T08:15:30Z  x\n");
 }
 
-TEST(ALogLine, takesTheMessageAsItIs) {
+TEST(LogLineText, takesTheMessageAsItIs) {
   using namespace std::string_literals;
   const VirtualMac mac({.startTime = 1772352930});
   for (const auto& message :
@@ -118,7 +103,7 @@ TEST(ALogLine, takesTheMessageAsItIs) {
   }
 }
 
-TEST(ALogLine, goesToStandardOutputAtOnce) {
+TEST(LogLineText, goesToStandardOutputAtOnce) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     log("one");
@@ -128,7 +113,7 @@ TEST(ALogLine, goesToStandardOutputAtOnce) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n");
 }
 
-TEST(ALogLine, goesToBothPlacesInOrder) {
+TEST(LogLineText, goesToBothPlacesInOrder) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     for (const char* message : {"one", "two", "three"}) log(message);
@@ -138,7 +123,7 @@ TEST(ALogLine, goesToBothPlacesInOrder) {
   EXPECT_EQ(mac.read(logPath), ended.output);
 }
 
-TEST(ALogLine, stillGoesToStandardOutputAfterAPurge) {
+TEST(LogLineText, stillGoesToStandardOutputAfterAPurge) {
   VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     log("one");
@@ -149,7 +134,7 @@ TEST(ALogLine, stillGoesToStandardOutputAfterAPurge) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n");
 }
 
-TEST(ALogLine, makesNoFileAfterAPurge) {
+TEST(LogLineText, makesNoFileAfterAPurge) {
   const VirtualMac mac;
   static_cast<void>(inChild([] {
     gPurged = true;
@@ -167,7 +152,7 @@ void breakStandardOutput() {
   ::close(ends[1]);
 }
 
-TEST(ALogLine, outlivesAStandardOutputThatNobodyReads) {
+TEST(LogLineText, outlivesAStandardOutputThatNobodyReads) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     breakStandardOutput();
@@ -179,7 +164,7 @@ TEST(ALogLine, outlivesAStandardOutputThatNobodyReads) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n2026-03-01T08:15:30Z  two\n");
 }
 
-TEST(ALogLine, leavesTheBrokenPipeSignalAsItWas) {
+TEST(LogLineText, leavesTheBrokenPipeSignalAsItWas) {
   const VirtualMac mac;
   // Still at its default afterwards, neither blocked nor pending.
   const auto ended = inChild([] {
@@ -198,7 +183,7 @@ TEST(ALogLine, leavesTheBrokenPipeSignalAsItWas) {
   EXPECT_EQ(ended.signal, SIGPIPE);
 }
 
-TEST(ALogLine, leavesABrokenPipeSignalOfSomebodyElse) {
+TEST(LogLineText, leavesABrokenPipeSignalOfSomebodyElse) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     sigset_t set;
@@ -213,7 +198,7 @@ TEST(ALogLine, leavesABrokenPipeSignalOfSomebodyElse) {
   EXPECT_EQ(ended.signal, SIGPIPE);
 }
 
-TEST(ALogLine, outlivesAnIgnoredBrokenPipeSignal) {
+TEST(LogLineText, outlivesAnIgnoredBrokenPipeSignal) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     std::signal(SIGPIPE, SIG_IGN);
@@ -223,7 +208,7 @@ TEST(ALogLine, outlivesAnIgnoredBrokenPipeSignal) {
   EXPECT_EQ(ended.status, 0);
 }
 
-TEST(ALogLine, outlivesAClosedOrFullStandardOutput) {
+TEST(LogLineText, outlivesAClosedOrFullStandardOutput) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto closed = inChild([] {
     ::close(STDOUT_FILENO);
@@ -238,7 +223,7 @@ TEST(ALogLine, outlivesAClosedOrFullStandardOutput) {
   EXPECT_THAT(mac.logLines(), testing::Contains("full"));
 }
 
-TEST(ALogLine, outlivesALogFolderThatCannotBe) {
+TEST(LogLineText, outlivesALogFolderThatCannotBe) {
   VirtualMac mac({.startTime = 1772352930});
   mac.write("/Library/Logs/Brisko", "a file");
   const auto ended = inChild([] { log("x"); });
@@ -247,7 +232,7 @@ TEST(ALogLine, outlivesALogFolderThatCannotBe) {
   EXPECT_EQ(mac.read("/Library/Logs/Brisko"), "a file");
 }
 
-TEST(ALogLine, canBeWrittenFromAnExitHook) {
+TEST(LogLineText, canBeWrittenFromAnExitHook) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     // Registered before the log is first used, so that what the log had made since would be gone first.
@@ -261,9 +246,9 @@ TEST(ALogLine, canBeWrittenFromAnExitHook) {
 
 // ---- the log file
 
-class TheLogFile : public testing::Test {
+class LogFileTest : public testing::Test {
  protected:
-  TheLogFile() { LogFile::reset(directory, 100); }
+  LogFileTest() { LogFile::reset(directory, 100); }
 
   ScratchFolder folder;
   const std::string directory = folder.path("above/logs");
@@ -278,16 +263,16 @@ class TheLogFile : public testing::Test {
 
 std::string line(std::size_t size, char fill = 'x') { return std::string(size - 1, fill) + "\n"; }
 
-TEST_F(TheLogFile, isMadeWithItsFolders) {
+TEST_F(LogFileTest, isMadeWithItsFolders) {
   LogFile::append("one\n");
   LogFile::append("two\n");
   EXPECT_EQ(contents(file), "one\ntwo\n");
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(TheLogFile, isNotMadeBeforeTheFirstLine) { EXPECT_FALSE(exists(folder.path("above"))); }
+TEST_F(LogFileTest, isNotMadeBeforeTheFirstLine) { EXPECT_FALSE(exists(folder.path("above"))); }
 
-TEST_F(TheLogFile, hasItsModesWhateverTheUmask) {
+TEST_F(LogFileTest, hasItsModesWhateverTheUmask) {
   for (const mode_t umask : {0000U, 0022U, 0077U}) {
     const std::string top = folder.path("umask-" + std::to_string(umask));
     LogFile::reset(top + "/logs", 100);
@@ -299,7 +284,7 @@ TEST_F(TheLogFile, hasItsModesWhateverTheUmask) {
   }
 }
 
-TEST_F(TheLogFile, keepsTheModesOfWhatIsThere) {
+TEST_F(LogFileTest, keepsTheModesOfWhatIsThere) {
   makeDirectory();
   put(file, "inherited\n");
   setMode(directory, 0700);
@@ -310,7 +295,7 @@ TEST_F(TheLogFile, keepsTheModesOfWhatIsThere) {
   EXPECT_EQ(contents(file), "inherited\none\n");
 }
 
-TEST_F(TheLogFile, isFilledUpToItsCapExactly) {
+TEST_F(LogFileTest, isFilledUpToItsCapExactly) {
   LogFile::append(line(60, 'a'));
   LogFile::append(line(40, 'b'));
   EXPECT_EQ(contents(file), line(60, 'a') + line(40, 'b'));
@@ -321,14 +306,14 @@ TEST_F(TheLogFile, isFilledUpToItsCapExactly) {
   EXPECT_EQ(contents(previous), line(60, 'a') + line(40, 'b'));
 }
 
-TEST_F(TheLogFile, isRotatedBeforeALineThatWouldExceedItsCapByOneByte) {
+TEST_F(LogFileTest, isRotatedBeforeALineThatWouldExceedItsCapByOneByte) {
   LogFile::append(line(60, 'a'));
   LogFile::append(line(41, 'b'));
   EXPECT_EQ(contents(file), line(41, 'b'));
   EXPECT_EQ(contents(previous), line(60, 'a'));
 }
 
-TEST_F(TheLogFile, countsBytesAndNotCharacters) {
+TEST_F(LogFileTest, countsBytesAndNotCharacters) {
   const std::string warning = "⚠️\n";  // 7 bytes
   ASSERT_EQ(warning.size(), 7U);
   LogFile::append(line(93));
@@ -338,14 +323,14 @@ TEST_F(TheLogFile, countsBytesAndNotCharacters) {
   EXPECT_TRUE(exists(previous));
 }
 
-TEST_F(TheLogFile, keepsOnePreviousGeneration) {
+TEST_F(LogFileTest, keepsOnePreviousGeneration) {
   for (const char fill : {'a', 'b', 'c', 'd'}) LogFile::append(line(90, fill));
   EXPECT_EQ(contents(file), line(90, 'd'));
   EXPECT_EQ(contents(previous), line(90, 'c'));
   EXPECT_FALSE(exists(directory + "/daemon.log.2"));
 }
 
-TEST_F(TheLogFile, handsItsModeAndItselfToThePreviousGeneration) {
+TEST_F(LogFileTest, handsItsModeAndItselfToThePreviousGeneration) {
   LogFile::append(line(90));
   setMode(file, 0600);
   const ino_t inode = inodeOf(file);
@@ -355,7 +340,7 @@ TEST_F(TheLogFile, handsItsModeAndItselfToThePreviousGeneration) {
   EXPECT_EQ(modeOf(file), 0644U);
 }
 
-TEST_F(TheLogFile, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
+TEST_F(LogFileTest, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
   makeDirectory();
   LogFile::reset(directory, 5000);
   put(file, std::string(5001, 'x'));
@@ -364,7 +349,7 @@ TEST_F(TheLogFile, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
   EXPECT_EQ(contents(previous), std::string(5001, 'x'));
 }
 
-TEST_F(TheLogFile, continuesWithWhatItInherited) {
+TEST_F(LogFileTest, continuesWithWhatItInherited) {
   makeDirectory();
   put(file, line(96));
   LogFile::append("new\n");
@@ -373,14 +358,14 @@ TEST_F(TheLogFile, continuesWithWhatItInherited) {
   EXPECT_EQ(contents(file), "\n");
 }
 
-TEST_F(TheLogFile, takesALineLongerThanItsCap) {
+TEST_F(LogFileTest, takesALineLongerThanItsCap) {
   LogFile::append("one\n");
   LogFile::append(line(500, 'a'));
   EXPECT_EQ(contents(file), line(500, 'a'));
   EXPECT_EQ(contents(previous), "one\n");
 }
 
-TEST_F(TheLogFile, isRotatedByALongLineAlsoWhenEmpty) {
+TEST_F(LogFileTest, isRotatedByALongLineAlsoWhenEmpty) {
   makeDirectory();
   put(previous, "kept so far\n");
   LogFile::append(line(500, 'a'));
@@ -388,7 +373,7 @@ TEST_F(TheLogFile, isRotatedByALongLineAlsoWhenEmpty) {
   EXPECT_EQ(contents(previous), "");
 }
 
-TEST_F(TheLogFile, isNotLookedForAgainOnceOpen) {
+TEST_F(LogFileTest, isNotLookedForAgainOnceOpen) {
   LogFile::append("one\n");
   const int other = ::open(file.c_str(), O_RDONLY);
   ASSERT_EQ(::unlink(file.c_str()), 0);
@@ -400,7 +385,7 @@ TEST_F(TheLogFile, isNotLookedForAgainOnceOpen) {
   ::close(other);
 }
 
-TEST_F(TheLogFile, isMadeAnewByARotationAfterItVanished) {
+TEST_F(LogFileTest, isMadeAnewByARotationAfterItVanished) {
   LogFile::append(line(90, 'a'));
   ASSERT_EQ(::unlink(file.c_str()), 0);
   LogFile::append(line(90, 'b'));
@@ -408,7 +393,7 @@ TEST_F(TheLogFile, isMadeAnewByARotationAfterItVanished) {
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(TheLogFile, staysWithAFileThatWasRenamed) {
+TEST_F(LogFileTest, staysWithAFileThatWasRenamed) {
   LogFile::append("one\n");
   ASSERT_EQ(::rename(file.c_str(), folder.path("moved").c_str()), 0);
   put(file, "another\n");
@@ -417,14 +402,14 @@ TEST_F(TheLogFile, staysWithAFileThatWasRenamed) {
   EXPECT_EQ(contents(file), "another\n");
 }
 
-TEST_F(TheLogFile, isWrittenWhereItTrulyEnds) {
+TEST_F(LogFileTest, isWrittenWhereItTrulyEnds) {
   LogFile::append("one\n");
   put(file, "cut by somebody\n");
   LogFile::append("two\n");
   EXPECT_EQ(contents(file), "cut by somebody\ntwo\n");
 }
 
-TEST_F(TheLogFile, countsALineThatCouldNotBeWritten) {
+TEST_F(LogFileTest, countsALineThatCouldNotBeWritten) {
   const auto ended = inChild([] {
     std::signal(SIGXFSZ, SIG_IGN);
     const rlimit tenBytes{10, 10};
@@ -437,7 +422,7 @@ TEST_F(TheLogFile, countsALineThatCouldNotBeWritten) {
   EXPECT_EQ(contents(file), std::string(10, 'b'));
 }
 
-TEST_F(TheLogFile, isTriedAgainAtTheNextLine) {
+TEST_F(LogFileTest, isTriedAgainAtTheNextLine) {
   put(folder.path("above"), "a file in the way");
   LogFile::append("lost\n");
   ASSERT_EQ(::unlink(folder.path("above").c_str()), 0);
@@ -445,7 +430,7 @@ TEST_F(TheLogFile, isTriedAgainAtTheNextLine) {
   EXPECT_EQ(contents(file), "kept\n");
 }
 
-TEST_F(TheLogFile, isNoPipeAndNoFolder) {
+TEST_F(LogFileTest, isNoPipeAndNoFolder) {
   makeDirectory();
   makePipe(file);
   LogFile::append("lost\n");
@@ -464,7 +449,7 @@ TEST_F(TheLogFile, isNoPipeAndNoFolder) {
   EXPECT_EQ(contents(file), "kept\n");
 }
 
-TEST_F(TheLogFile, keepsThePreviousGenerationWhereItCanNotBeOpened) {
+TEST_F(LogFileTest, keepsThePreviousGenerationWhereItCanNotBeOpened) {
   makeDirectory();
   makeFolder(file);
   put(previous, "old\n");
@@ -473,7 +458,7 @@ TEST_F(TheLogFile, keepsThePreviousGenerationWhereItCanNotBeOpened) {
   EXPECT_TRUE(exists(file));
 }
 
-TEST_F(TheLogFile, mayBeALinkToAFile) {
+TEST_F(LogFileTest, mayBeALinkToAFile) {
   makeDirectory();
   put(folder.path("target"), "before\n");
   makeLink(file, folder.path("target"));
@@ -481,7 +466,7 @@ TEST_F(TheLogFile, mayBeALinkToAFile) {
   EXPECT_EQ(contents(folder.path("target")), "before\none\n");
 }
 
-TEST_F(TheLogFile, isNotMadeWhereALinkLeadsNowhere) {
+TEST_F(LogFileTest, isNotMadeWhereALinkLeadsNowhere) {
   makeDirectory();
   makeLink(file, folder.path("nothing"));
   LogFile::append("lost\n");
@@ -491,7 +476,7 @@ TEST_F(TheLogFile, isNotMadeWhereALinkLeadsNowhere) {
   EXPECT_EQ(contents(folder.path("nothing")), "kept\n");
 }
 
-TEST_F(TheLogFile, replacesWhateverStandsAtThePreviousGeneration) {
+TEST_F(LogFileTest, replacesWhateverStandsAtThePreviousGeneration) {
   makeDirectory();
   put(file, line(90, 'a'));
   put(folder.path("target"), "untouched");
@@ -513,7 +498,7 @@ TEST_F(TheLogFile, replacesWhateverStandsAtThePreviousGeneration) {
   EXPECT_EQ(contents(file), line(90, 'd'));
 }
 
-TEST_F(TheLogFile, continuesInTheSameFileWhereItCannotRotate) {
+TEST_F(LogFileTest, continuesInTheSameFileWhereItCannotRotate) {
   makeDirectory();
   put(file, line(90, 'a'));
   setMode(file, 0666);
@@ -528,7 +513,7 @@ TEST_F(TheLogFile, continuesInTheSameFileWhereItCannotRotate) {
   EXPECT_EQ(contents(file), line(90, 'a') + line(90, 'b'));
 }
 
-TEST_F(TheLogFile, isKeptFromChildren) {
+TEST_F(LogFileTest, isKeptFromChildren) {
   LogFile::append("one\n");
   const auto ended = inChild([] {
     // Each descriptor above the standard ones that an exec would hand on; gtest and the child own none.
@@ -543,7 +528,7 @@ TEST_F(TheLogFile, isKeptFromChildren) {
   EXPECT_EQ(ended.output, "");
 }
 
-TEST_F(TheLogFile, startsOverElsewhereAfterAReset) {
+TEST_F(LogFileTest, startsOverElsewhereAfterAReset) {
   LogFile::append(line(90, 'a'));
   const std::string elsewhere = folder.path("elsewhere");
   LogFile::reset(elsewhere, 20);
@@ -556,14 +541,14 @@ TEST_F(TheLogFile, startsOverElsewhereAfterAReset) {
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(TheLogFile, isLeftAloneAfterAPurge) {
+TEST_F(LogFileTest, isLeftAloneAfterAPurge) {
   LogFile::append("one\n");
   gPurged = true;
   LogFile::append("two\n");
   EXPECT_EQ(contents(file), "one\n");
 }
 
-TEST(TheLogFileByDefault, holdsFourMebibytesOnTheVolume) {
+TEST(LogFileDefaults, holdsFourMebibytesOnTheVolume) {
   VirtualMac mac;
   constexpr std::size_t cap = 4U << 20U;
   mac.write(logPath, std::string(cap - 4, 'x'));
@@ -576,14 +561,14 @@ TEST(TheLogFileByDefault, holdsFourMebibytesOnTheVolume) {
 
 // ---- permissions
 
-class RepairingPermissions : public TheLogFile {
+class PermissionRepair : public LogFileTest {
  protected:
-  RepairingPermissions() { makeDirectory(); }
+  PermissionRepair() { makeDirectory(); }
 
   const std::string errors = directory + "/daemon.err.log";
 };
 
-TEST_F(RepairingPermissions, repairsTheFolderAndTheThreeFilesInOrder) {
+TEST_F(PermissionRepair, repairsTheFolderAndTheThreeFilesInOrder) {
   for (const auto& path : {file, previous, errors}) put(path, "text");
   setMode(directory, 0700);
   setMode(file, 0600);
@@ -598,7 +583,7 @@ TEST_F(RepairingPermissions, repairsTheFolderAndTheThreeFilesInOrder) {
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
 }
 
-TEST_F(RepairingPermissions, leavesWhatIsRight) {
+TEST_F(PermissionRepair, leavesWhatIsRight) {
   for (const auto& path : {file, previous, errors}) {
     put(path, "text");
     setMode(path, 0644);
@@ -606,7 +591,7 @@ TEST_F(RepairingPermissions, leavesWhatIsRight) {
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
 }
 
-TEST_F(RepairingPermissions, leavesOtherFilesAlone) {
+TEST_F(PermissionRepair, leavesOtherFilesAlone) {
   const std::string other = directory + "/daemon.log.2";
   put(other, "text");
   setMode(other, 0600);
@@ -614,7 +599,7 @@ TEST_F(RepairingPermissions, leavesOtherFilesAlone) {
   EXPECT_EQ(modeOf(other), 0600U);
 }
 
-TEST_F(RepairingPermissions, looksAtAllTwelveBits) {
+TEST_F(PermissionRepair, looksAtAllTwelveBits) {
   put(file, "text");
   put(errors, "text");
   setMode(directory, 01755);
@@ -625,7 +610,7 @@ TEST_F(RepairingPermissions, looksAtAllTwelveBits) {
   EXPECT_EQ(LogFile::repairPermissions(), expected);
 }
 
-TEST_F(RepairingPermissions, followsNoLinkToAFile) {
+TEST_F(PermissionRepair, followsNoLinkToAFile) {
   put(folder.path("target"), "text");
   setMode(folder.path("target"), 0600);
   for (const auto& path : {file, previous, errors}) makeLink(path, folder.path("target"));
@@ -633,7 +618,7 @@ TEST_F(RepairingPermissions, followsNoLinkToAFile) {
   EXPECT_EQ(modeOf(folder.path("target")), 0600U);
 }
 
-TEST_F(RepairingPermissions, followsNoLinkToTheFolder) {
+TEST_F(PermissionRepair, followsNoLinkToTheFolder) {
   const std::string link = folder.path("link");
   makeLink(link, directory);
   setMode(directory, 0700);
@@ -645,7 +630,7 @@ TEST_F(RepairingPermissions, followsNoLinkToTheFolder) {
   EXPECT_EQ(modeOf(file), 0600U);
 }
 
-TEST_F(RepairingPermissions, neitherWaitsForAPipeNorChangesIt) {
+TEST_F(PermissionRepair, neitherWaitsForAPipeNorChangesIt) {
   makePipe(file);
   makeFolder(previous);
   setMode(previous, 0700);
@@ -654,7 +639,7 @@ TEST_F(RepairingPermissions, neitherWaitsForAPipeNorChangesIt) {
   EXPECT_EQ(modeOf(previous), 0700U);
 }
 
-TEST_F(RepairingPermissions, findsNothingWithoutAFolder) {
+TEST_F(PermissionRepair, findsNothingWithoutAFolder) {
   LogFile::reset(folder.path("missing"), 100);
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
   EXPECT_FALSE(exists(folder.path("missing")));
@@ -663,7 +648,7 @@ TEST_F(RepairingPermissions, findsNothingWithoutAFolder) {
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
 }
 
-TEST_F(RepairingPermissions, skipsWhatItMayNotChange) {
+TEST_F(PermissionRepair, skipsWhatItMayNotChange) {
   put(file, "text");
   setMode(file, 0604);
   put(errors, "text");
@@ -679,7 +664,7 @@ TEST_F(RepairingPermissions, skipsWhatItMayNotChange) {
   EXPECT_EQ(modeOf(errors), 0600U);
 }
 
-TEST_F(RepairingPermissions, worksWhileTheFileIsOpen) {
+TEST_F(PermissionRepair, worksWhileTheFileIsOpen) {
   LogFile::append("one\n");
   setMode(file, 0600);
   EXPECT_THAT(LogFile::repairPermissions(), ElementsAre("daemon.log 600 → 644"));
@@ -687,7 +672,7 @@ TEST_F(RepairingPermissions, worksWhileTheFileIsOpen) {
   EXPECT_EQ(contents(file), "one\ntwo\n");
 }
 
-TEST(RepairingPermissionsOnAVolume, namesTheFolderWithoutTheVolume) {
+TEST(PermissionRepairOnVolume, namesTheFolderWithoutTheVolume) {
   VirtualMac mac;
   mac.write(logPath, "text");
   setMode(mac.path("/Library/Logs/Brisko"), 0700);

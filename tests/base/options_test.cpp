@@ -2,20 +2,19 @@
 
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using testing::Optional;
+using namespace test;
 
 void scan(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/usr/local/libexec/brisko-daemon");
   scanArguments(arguments);
 }
 
-TEST(ParsingAnInteger, takesOneSignAndDigits) {
+TEST(IntegerParsing, takesOneSignAndDigits) {
   const std::pair<const char*, std::int64_t> cases[] = {
       {"0", 0},
       {"80", 80},
@@ -34,7 +33,7 @@ TEST(ParsingAnInteger, takesOneSignAndDigits) {
   for (const auto& [text, value] : cases) EXPECT_THAT(parseInteger(text), Optional(value)) << text;
 }
 
-TEST(ParsingAnInteger, takesNothingElse) {
+TEST(IntegerParsing, takesNothingElse) {
   using namespace std::string_view_literals;
   const std::string digits(1000, '9');
   const std::string_view cases[] = {"",

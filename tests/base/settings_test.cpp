@@ -5,8 +5,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,24 +14,13 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inodeOf;
-using test::makeFolder;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using test::VirtualMac;
-using testing::KilledBySignal;
-using testing::Optional;
+using namespace test;
 
 constexpr const char* integerKeys[] = {"limit",       "thermalLimit", "topUpHours",    "hysteresis",
                                        "historyDays", "calDrain",     "calSoakMinutes"};
@@ -74,7 +61,7 @@ constexpr const char* defaultsText =
 
 // ---- parsing
 
-TEST(ParsingTheConfiguration, givesTheDefaultsForAnEmptyObject) {
+TEST(ConfigurationParsing, givesTheDefaultsForAnEmptyObject) {
   const Settings settings = parse("{}");
   EXPECT_TRUE(settings.enabled);
   EXPECT_EQ(settings.limit, 80);
@@ -94,14 +81,14 @@ TEST(ParsingTheConfiguration, givesTheDefaultsForAnEmptyObject) {
   EXPECT_FALSE(settings.resetStats);
 }
 
-TEST(ParsingTheConfiguration, doesNotFillInTheCommandLinesLimit) {
+TEST(ConfigurationParsing, doesNotFillInTheCommandLinesLimit) {
   gCliLimit = 60;
   EXPECT_EQ(parse("{}").limit, 80);
 }
 
-TEST(ParsingTheConfiguration, takesEveryKey) { EXPECT_EQ(parse(everythingChangedText), everythingChanged()); }
+TEST(ConfigurationParsing, takesEveryKey) { EXPECT_EQ(parse(everythingChangedText), everythingChanged()); }
 
-TEST(ParsingTheConfiguration, takesEachKeyForItself) {
+TEST(ConfigurationParsing, takesEachKeyForItself) {
   const Json changed = *parseJson(everythingChangedText);
   ASSERT_EQ(changed.size(), 16U);
   for (const auto& [key, value] : changed.items()) {
@@ -113,7 +100,7 @@ TEST(ParsingTheConfiguration, takesEachKeyForItself) {
   }
 }
 
-TEST(ParsingTheConfiguration, defaultsAWrongTypeAndTakesTheOthers) {
+TEST(ConfigurationParsing, defaultsAWrongTypeAndTakesTheOthers) {
   const Json changed = *parseJson(everythingChangedText);
   for (const auto& [key, value] : changed.items()) {
     for (const char* wrong : {"\"90\"", "\"true\"", "null", "[]", "[80]", "{}", "\"\""}) {
@@ -126,14 +113,14 @@ TEST(ParsingTheConfiguration, defaultsAWrongTypeAndTakesTheOthers) {
   }
 }
 
-TEST(ParsingTheConfiguration, keepsGoodKeysBesideBadOnes) {
+TEST(ConfigurationParsing, keepsGoodKeysBesideBadOnes) {
   const Settings settings = parse(R"({"limit":"90","led":"no","thermal":true})");
   EXPECT_EQ(settings.limit, 80);
   EXPECT_TRUE(settings.led);
   EXPECT_TRUE(settings.thermal);
 }
 
-TEST(ParsingTheConfiguration, neverTakesABooleanForANumber) {
+TEST(ConfigurationParsing, neverTakesABooleanForANumber) {
   for (const char* key : integerKeys) {
     EXPECT_EQ(parseConfig(Json{{key, true}}), Settings{}) << key;
     EXPECT_EQ(parseConfig(Json{{key, false}}), Settings{}) << key;
@@ -141,7 +128,7 @@ TEST(ParsingTheConfiguration, neverTakesABooleanForANumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":true})").blinkSeconds, 2.0);
 }
 
-TEST(ParsingTheConfiguration, neverTakesANumberForABoolean) {
+TEST(ConfigurationParsing, neverTakesANumberForABoolean) {
   for (const char* key :
        {"enabled", "discharge", "led", "thermal", "topUp", "history", "calibrate", "resetStats"}) {
     EXPECT_EQ(parseConfig(Json{{key, 0}}), Settings{}) << key;
@@ -151,7 +138,7 @@ TEST(ParsingTheConfiguration, neverTakesANumberForABoolean) {
   }
 }
 
-TEST(ParsingTheConfiguration, cutsAFractionTowardZero) {
+TEST(ConfigurationParsing, cutsAFractionTowardZero) {
   EXPECT_EQ(parse(R"({"limit":70.0})").limit, 70);
   EXPECT_EQ(parse(R"({"limit":70.9})").limit, 70);
   EXPECT_EQ(parse(R"({"limit":-3.7})").limit, -3);
@@ -162,7 +149,7 @@ TEST(ParsingTheConfiguration, cutsAFractionTowardZero) {
   }
 }
 
-TEST(ParsingTheConfiguration, takesTheBlinkTimeFromEitherKindOfNumber) {
+TEST(ConfigurationParsing, takesTheBlinkTimeFromEitherKindOfNumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":3})").blinkSeconds, 3.0);
   EXPECT_EQ(parse(R"({"blinkSeconds":0.25})").blinkSeconds, 0.25);
   EXPECT_EQ(parse(R"({"blinkSeconds":-1})").blinkSeconds, -1.0);
@@ -173,7 +160,7 @@ TEST(ParsingTheConfiguration, takesTheBlinkTimeFromEitherKindOfNumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":"3"})").blinkSeconds, 2.0);
 }
 
-TEST(ParsingTheConfiguration, acceptsAnyNumber) {
+TEST(ConfigurationParsing, acceptsAnyNumber) {
   const Settings settings =
       parse(R"({"limit":150,"hysteresis":-5,"thermalLimit":-300,"topUpHours":9223372036854775807,)"
             R"("historyDays":0,"calDrain":-9223372036854775808,"calSoakMinutes":153722867280912931})");
@@ -186,11 +173,11 @@ TEST(ParsingTheConfiguration, acceptsAnyNumber) {
   EXPECT_EQ(settings.calSoakMinutes, 153722867280912931);
 }
 
-TEST(ParsingTheConfiguration, ignoresUnknownKeysAndOtherSpellings) {
+TEST(ConfigurationParsing, ignoresUnknownKeysAndOtherSpellings) {
   EXPECT_EQ(parse(R"({"x":1,"Limit":70,"limit ":70,"":1,"version":1e300,"LED":false})"), Settings{});
 }
 
-TEST(ParsingTheConfiguration, takesTheWholeRangeOf64Bits) {
+TEST(ConfigurationParsing, takesTheWholeRangeOf64Bits) {
   EXPECT_EQ(parse(R"({"limit":9223372036854775807})").limit, std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808})").limit, std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808.0})").limit, std::numeric_limits<std::int64_t>::min());
@@ -198,7 +185,7 @@ TEST(ParsingTheConfiguration, takesTheWholeRangeOf64Bits) {
   EXPECT_EQ(parse(R"({"limit":-9223372036854775809})").limit, std::numeric_limits<std::int64_t>::min());
 }
 
-TEST(ParsingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
+TEST(ConfigurationParsing, endsTheProcessForANumberBeyond64Bits) {
   for (const char* number :
        {"9223372036854775808", "18446744073709551615", "18446744073709551616", "9223372036854775807.0",
         "9.3e18", "-9.3e18", "1e300", "-1e300", "1e999", "-1e999"}) {
@@ -207,7 +194,7 @@ TEST(ParsingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
   }
 }
 
-TEST(ParsingTheConfiguration, endsTheProcessForEachIntegerKey) {
+TEST(ConfigurationParsing, endsTheProcessForEachIntegerKey) {
   for (const char* key : integerKeys) {
     EXPECT_EXIT(static_cast<void>(parseConfig(Json{{key, 1e300}})), KilledBySignal(SIGABRT), "") << key;
     EXPECT_EXIT(static_cast<void>(parse("{\"" + std::string(key) + "\":1e999}")), KilledBySignal(SIGABRT), "")
@@ -215,14 +202,14 @@ TEST(ParsingTheConfiguration, endsTheProcessForEachIntegerKey) {
   }
 }
 
-TEST(ParsingTheConfiguration, outlivesAHugeNumberUnderAKeyThatIsNoInteger) {
+TEST(ConfigurationParsing, outlivesAHugeNumberUnderAKeyThatIsNoInteger) {
   EXPECT_EQ(parse(R"({"enabled":1e300,"x":18446744073709551615})"), Settings{});
   EXPECT_EQ(parse(R"({"enabled":1e999,"x":-1e999})"), Settings{});
 }
 
 // ---- reading
 
-TEST(ReadingTheConfiguration, readsTheFileOnTheVolume) {
+TEST(ConfigurationReading, readsTheFileOnTheVolume) {
   VirtualMac mac;
   mac.write(defaultConfigPath, R"({"limit":70})");
   const auto settings = readConfig(defaultConfigPath);
@@ -230,7 +217,7 @@ TEST(ReadingTheConfiguration, readsTheFileOnTheVolume) {
   EXPECT_EQ(settings->limit, 70);
 }
 
-TEST(ReadingTheConfiguration, readsARelativePathAsItIs) {
+TEST(ConfigurationReading, readsARelativePathAsItIs) {
   const ScratchFolder folder;
   const VirtualMac mac;
   ASSERT_EQ(::chdir(folder.path().c_str()), 0);
@@ -239,13 +226,13 @@ TEST(ReadingTheConfiguration, readsARelativePathAsItIs) {
   EXPECT_EQ(readConfig("--probe")->limit, 70);
 }
 
-TEST(ReadingTheConfiguration, takesAnEmptyObjectAsSettings) {
+TEST(ConfigurationReading, takesAnEmptyObjectAsSettings) {
   const ScratchFolder folder;
   put(folder.path("config.json"), "{}");
   EXPECT_THAT(readConfig(folder.path("config.json")), Optional(Settings{}));
 }
 
-TEST(ReadingTheConfiguration, givesNoneForWhatIsNoObject) {
+TEST(ConfigurationReading, givesNoneForWhatIsNoObject) {
   using namespace std::string_view_literals;
   const ScratchFolder folder;
   const std::string path = folder.path("config.json");
@@ -260,7 +247,7 @@ TEST(ReadingTheConfiguration, givesNoneForWhatIsNoObject) {
   }
 }
 
-TEST(ReadingTheConfiguration, givesNoneForWhatIsNoReadableFile) {
+TEST(ConfigurationReading, givesNoneForWhatIsNoReadableFile) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   makeFolder(folder.path("folder"));
@@ -271,7 +258,7 @@ TEST(ReadingTheConfiguration, givesNoneForWhatIsNoReadableFile) {
   }
 }
 
-TEST(ReadingTheConfiguration, givesNoneForAHugeFile) {
+TEST(ConfigurationReading, givesNoneForAHugeFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("config.json");
   constexpr std::size_t largest = 16U << 20U;
@@ -283,7 +270,7 @@ TEST(ReadingTheConfiguration, givesNoneForAHugeFile) {
   EXPECT_EQ(readConfig(path), std::nullopt);
 }
 
-TEST(ReadingTheConfiguration, seesEveryChange) {
+TEST(ConfigurationReading, seesEveryChange) {
   const ScratchFolder folder;
   const std::string path = folder.path("config.json");
   const auto limit = [&path] { return readConfig(path).value_or(Settings{.limit = -1}).limit; };
@@ -309,7 +296,7 @@ TEST(ReadingTheConfiguration, seesEveryChange) {
   EXPECT_EQ(limit(), 72);
 }
 
-TEST(ReadingTheConfiguration, distinguishesPaths) {
+TEST(ConfigurationReading, distinguishesPaths) {
   const ScratchFolder folder;
   put(folder.path("a"), R"({"limit":70})");
   put(folder.path("b"), R"({"limit":90})");
@@ -320,7 +307,7 @@ TEST(ReadingTheConfiguration, distinguishesPaths) {
   }
 }
 
-TEST(ReadingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
+TEST(ConfigurationReading, endsTheProcessForANumberBeyond64Bits) {
   const ScratchFolder folder;
   for (const char* text : {R"({"limit":1e300})", R"({"limit":1e999})"}) {
     put(folder.path("config.json"), text);
@@ -330,7 +317,7 @@ TEST(ReadingTheConfiguration, endsTheProcessForANumberBeyond64Bits) {
   }
 }
 
-TEST(ReadingTheConfiguration, keepsWhatStandsBesideANumberBeyondADouble) {
+TEST(ConfigurationReading, keepsWhatStandsBesideANumberBeyondADouble) {
   const ScratchFolder folder;
   put(folder.path("config.json"), R"({"limit":70,"foo":1e999})");
   EXPECT_THAT(readConfig(folder.path("config.json")), Optional(Settings{.limit = 70}));
@@ -338,9 +325,9 @@ TEST(ReadingTheConfiguration, keepsWhatStandsBesideANumberBeyondADouble) {
 
 // ---- writing
 
-class WritingTheConfiguration : public testing::Test {
+class ConfigurationWriting : public testing::Test {
  protected:
-  WritingTheConfiguration() { gConfigPath = path; }
+  ConfigurationWriting() { gConfigPath = path; }
 
   ScratchFolder folder;
   const std::string path = folder.path("config.json");
@@ -348,14 +335,14 @@ class WritingTheConfiguration : public testing::Test {
 
 void write(const Settings& settings) { writeConfig(settings, std::nullopt, std::nullopt, std::nullopt); }
 
-TEST_F(WritingTheConfiguration, writesAllSixteenKeysInByteOrder) {
+TEST_F(ConfigurationWriting, writesAllSixteenKeysInByteOrder) {
   write(Settings{});
   EXPECT_EQ(contents(path), defaultsText);
   write(everythingChanged());
   EXPECT_EQ(contents(path), everythingChangedText);
 }
 
-TEST_F(WritingTheConfiguration, isReadBackEqual) {
+TEST_F(ConfigurationWriting, isReadBackEqual) {
   for (const double blink : {3.5, 2.0, 0.0, 0.1, 1e-9, 1e300, -1.0}) {
     Settings settings = everythingChanged();
     settings.blinkSeconds = blink;
@@ -366,7 +353,7 @@ TEST_F(WritingTheConfiguration, isReadBackEqual) {
   }
 }
 
-TEST_F(WritingTheConfiguration, leavesTheFileAsItWasForANumberThatIsNotFinite) {
+TEST_F(ConfigurationWriting, leavesTheFileAsItWasForANumberThatIsNotFinite) {
   for (const double blink : {infinity, -infinity, std::numeric_limits<double>::quiet_NaN()}) {
     write(Settings{.blinkSeconds = blink});
     EXPECT_FALSE(exists(path));
@@ -377,7 +364,7 @@ TEST_F(WritingTheConfiguration, leavesTheFileAsItWasForANumberThatIsNotFinite) {
   EXPECT_EQ(contents(path), before);
 }
 
-TEST_F(WritingTheConfiguration, keepsTheOneShotsThatAreNotGiven) {
+TEST_F(ConfigurationWriting, keepsTheOneShotsThatAreNotGiven) {
   writeConfig(everythingChanged(), false, std::nullopt, std::nullopt);
   Settings expected = everythingChanged();
   expected.topUp = false;
@@ -394,12 +381,12 @@ TEST_F(WritingTheConfiguration, keepsTheOneShotsThatAreNotGiven) {
   EXPECT_THAT(readConfig(path), Optional(expected));
 }
 
-TEST_F(WritingTheConfiguration, canAlsoSetTheOneShots) {
+TEST_F(ConfigurationWriting, canAlsoSetTheOneShots) {
   writeConfig(Settings{}, true, true, true);
   EXPECT_THAT(readConfig(path), Optional(Settings{.topUp = true, .calibrate = true, .resetStats = true}));
 }
 
-TEST_F(WritingTheConfiguration, dropsUnknownKeys) {
+TEST_F(ConfigurationWriting, dropsUnknownKeys) {
   put(path, R"({"limit":70,"x":1})");
   writeConfig(readConfig(path).value(), false, std::nullopt, std::nullopt);
   const auto object = readJsonObject(path);
@@ -409,7 +396,7 @@ TEST_F(WritingTheConfiguration, dropsUnknownKeys) {
   EXPECT_EQ(object->at("limit"), 70);
 }
 
-TEST_F(WritingTheConfiguration, writesInPlace) {
+TEST_F(ConfigurationWriting, writesInPlace) {
   put(path, std::string(1000, ' '));
   setMode(path, 0640);
   const ino_t inode = inodeOf(path);
@@ -419,7 +406,7 @@ TEST_F(WritingTheConfiguration, writesInPlace) {
   EXPECT_EQ(inodeOf(path), inode);
 }
 
-TEST_F(WritingTheConfiguration, makesTheFileWithWhatTheUmaskLeaves) {
+TEST_F(ConfigurationWriting, makesTheFileWithWhatTheUmaskLeaves) {
   ::umask(0022);
   write(Settings{});
   EXPECT_EQ(modeOf(path), 0644U);
@@ -429,20 +416,20 @@ TEST_F(WritingTheConfiguration, makesTheFileWithWhatTheUmaskLeaves) {
   EXPECT_EQ(modeOf(path), 0600U);
 }
 
-TEST_F(WritingTheConfiguration, writesNothingAfterAPurge) {
+TEST_F(ConfigurationWriting, writesNothingAfterAPurge) {
   gPurged = true;
   write(Settings{});
   EXPECT_FALSE(exists(path));
 }
 
-TEST_F(WritingTheConfiguration, leavesAFileAloneAfterAPurge) {
+TEST_F(ConfigurationWriting, leavesAFileAloneAfterAPurge) {
   put(path, "{}");
   gPurged = true;
   write(Settings{});
   EXPECT_EQ(contents(path), "{}");
 }
 
-TEST_F(WritingTheConfiguration, isSilentWhereItCannot) {
+TEST_F(ConfigurationWriting, isSilentWhereItCannot) {
   makeFolder(folder.path("folder"));
   makePipe(folder.path("pipe"));
   for (const auto& elsewhere :
@@ -454,7 +441,7 @@ TEST_F(WritingTheConfiguration, isSilentWhereItCannot) {
   EXPECT_FALSE(exists(folder.path("missing")));
 }
 
-TEST_F(WritingTheConfiguration, isSilentWithoutPermission) {
+TEST_F(ConfigurationWriting, isSilentWithoutPermission) {
   put(path, "{}");
   setMode(path, 0444);
   setMode(folder.path(), 0755);
@@ -468,7 +455,7 @@ TEST_F(WritingTheConfiguration, isSilentWithoutPermission) {
   EXPECT_EQ(contents(path), "{}");
 }
 
-TEST(WritingTheConfigurationOnAVolume, writesTheMappedPath) {
+TEST(ConfigurationWritingOnVolume, writesTheMappedPath) {
   VirtualMac mac;
   mac.write(defaultConfigPath, "{}");
   write(Settings{});

@@ -5,31 +5,16 @@
 #include <filesystem>
 #include <optional>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/file_journal.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::FileJournal;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Eq;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
+using namespace test;
 
 const std::string installed = "/Applications/Brisko.app";
 constexpr const char* dataFolder = "/Library/Application Support/Brisko";
@@ -76,12 +61,7 @@ class App : public ::testing::Test {
     EXPECT_THAT(newLines(), ElementsAre(missingLine));
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
   std::vector<std::string> linesAboutTheApp() {
     auto lines = newLines();
     std::erase_if(lines, [](const std::string& line) { return !line.starts_with("app "); });
@@ -104,7 +84,6 @@ class App : public ::testing::Test {
   Bundle mac;
   std::optional<DaemonProcess> process;
   double looked = 0;
-  std::size_t seen = 0;
 };
 
 // --- the grace

@@ -5,22 +5,17 @@
 #include <cmath>
 #include <cstdio>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
+using namespace test;
 
 // A daemon that has just made a tick, a second into its heartbeat.
 class Edit : public ::testing::Test {
@@ -48,12 +43,7 @@ class Edit : public ::testing::Test {
     return std::count(exchanges.begin(), exchanges.end(), "read TB0T");
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(seen), all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
 
   void replace(const std::string& json) {
     test::put(config + ".new", json);
@@ -64,7 +54,6 @@ class Edit : public ::testing::Test {
   std::string config = mac.path(defaultConfigPath);
   double started = mac.machine().now;
   DaemonProcess process{mac};
-  std::size_t seen = 0;
 };
 
 TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {

@@ -3,32 +3,20 @@
 #include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <sstream>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
 #include "sim/machine/client_requirement.h"
+#include "sim/process/log_lines.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::Change;
-using virtual_mac::ChangeKind;
-using virtual_mac::RequestKind;
+using namespace test;
 using virtual_mac::RequestStage;
 
 constexpr const char* uncheckedLine =
@@ -45,13 +33,7 @@ class Clients : public ::testing::Test {
     static_cast<void>(newLines());
   }
 
-  std::vector<std::string> newLines() {
-    const auto all = mac.logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(std::min(seen, all.size())),
-                                   all.end());
-    seen = all.size();
-    return lines;
-  }
+  std::vector<std::string> newLines() { return mac.newLogLines(); }
   std::string config() const { return mac.read(defaultConfigPath); }
   static Change asks(RequestKind kind, const std::string& client = "app", const std::string& settings = "") {
     return {.kind = ChangeKind::request,
@@ -63,7 +45,6 @@ class Clients : public ::testing::Test {
   VirtualMac mac;
   double started = mac.machine().now;
   DaemonProcess process{mac};
-  std::size_t seen = 0;
 };
 
 // --- being there
@@ -423,10 +404,8 @@ class NativeClients : public ::testing::Test {
   }
   // Everything logged, also where there is no file any more.
   std::vector<std::string> lines() const {
-    constexpr std::size_t stampWidth = 22;
-    std::vector<std::string> all;
-    std::istringstream text(process.output());
-    for (std::string line; std::getline(text, line);) all.push_back(line.substr(stampWidth));
+    std::vector<std::string> all = sim::linesOf(process.output());
+    for (std::string& line : all) line = sim::withoutStamp(line);
     return all;
   }
   std::vector<std::string> newLines() const {

@@ -1,7 +1,5 @@
 #include "daemon/entry.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,17 +9,13 @@
 #include "support/child.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::inChild;
-using test::tell;
-using test::VirtualMac;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
+using namespace test;
 
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 
@@ -45,14 +39,14 @@ void expectEnd(const Outcome& outcome, int status, const std::string& output, co
 }
 
 // A Mac without a controller: the daemon mode shows by its message, and ends there.
-class Entering : public testing::Test {
+class EntryTest : public testing::Test {
  protected:
-  Entering() { mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent)); }
+  EntryTest() { mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent)); }
 
   VirtualMac mac;
 };
 
-TEST_F(Entering, startsTheDaemonWithoutAMode) {
+TEST_F(EntryTest, startsTheDaemonWithoutAMode) {
   expectEnd(run(mac, {}), 1, "", noController);
   expectEnd(run(mac, {"--json"}), 1, "", noController);
   expectEnd(run(mac, {"--config", "--probe"}), 1, "", noController);
@@ -60,40 +54,40 @@ TEST_F(Entering, startsTheDaemonWithoutAMode) {
   expectEnd(run(mac, {"--help"}), 1, "", noController);
 }
 
-TEST_F(Entering, refusesADaemonThatIsNotRoot) {
+TEST_F(EntryTest, refusesADaemonThatIsNotRoot) {
   mac.number(ChangeKind::userId, 501);
   expectEnd(run(mac, {}), 1, "", "⛔️ brisko-daemon has to run as root (sudo).\n");
 }
 
-TEST_F(Entering, printsTheVersion) {
+TEST_F(EntryTest, printsTheVersion) {
   expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
   expectEnd(run(mac, {"--probe", "--json", "--version"}), 0, "0.9.9\n", "");
 }
 
-TEST_F(Entering, printsTheVersionForAnybody) {
+TEST_F(EntryTest, printsTheVersionForAnybody) {
   mac.number(ChangeKind::userId, 501);
   expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
 }
 
-TEST_F(Entering, runsTheFirmwareTestBeforeAnythingElse) {
+TEST_F(EntryTest, runsTheFirmwareTestBeforeAnythingElse) {
   // It says so on standard output, where the daemon uses standard error.
   expectEnd(run(mac, {"--probe", "--version", "--selftest", "--fwtest"}), 1, "Could not open AppleSMC.\n",
             "");
 }
 
-TEST_F(Entering, looksAtTheSelfTestBeforeTheVersion) {
+TEST_F(EntryTest, looksAtTheSelfTestBeforeTheVersion) {
   const Outcome outcome = run(mac, {"--version", "--selftest", "--probe"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.output, StartsWith("✓ "));
   EXPECT_EQ(outcome.errors, "");
 }
 
-TEST_F(Entering, probesWithAndWithoutJson) {
+TEST_F(EntryTest, probesWithAndWithoutJson) {
   expectEnd(run(mac, {"--probe"}), 1, "Could not open AppleSMC.\n", "");
   expectEnd(run(mac, {"--json", "--probe"}), 1, "Could not open AppleSMC.\n", "");
 }
 
-TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
+TEST_F(EntryTest, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
   mac.number(ChangeKind::userId, 501);
   expectEnd(run(mac, {"--fwtest"}), 1, "", "⛔️ --fwtest has to run as root (sudo).\n");
   expectEnd(run(mac, {"--version", "--selftest", "--probe", "--fwtest"}), 1, "",
@@ -102,12 +96,12 @@ TEST_F(Entering, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
   EXPECT_EQ(run(mac, {"--probe"}).errors, "");
 }
 
-TEST_F(Entering, reportsWhenTheControllerRefuses) {
+TEST_F(EntryTest, reportsWhenTheControllerRefuses) {
   mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::refusesToOpen));
   expectEnd(run(mac, {}), 1, "", noController);
 }
 
-TEST_F(Entering, writesNoFileOnTheseWays) {
+TEST_F(EntryTest, writesNoFileOnTheseWays) {
   static_cast<void>(run(mac, {}));
   for (const char* mode : {"--fwtest", "--selftest", "--probe", "--version"})
     static_cast<void>(run(mac, {mode}));
@@ -115,7 +109,7 @@ TEST_F(Entering, writesNoFileOnTheseWays) {
   EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
 }
 
-TEST(EnteringWithoutRoot, touchesNoHardware) {
+TEST(EntryWithoutRoot, touchesNoHardware) {
   VirtualMac mac;
   mac.keepReads();
   mac.number(ChangeKind::userId, 501);
@@ -124,13 +118,13 @@ TEST(EnteringWithoutRoot, touchesNoHardware) {
   EXPECT_TRUE(mac.journal().empty());
 }
 
-TEST(EnteringAMode, thatLooksAtNoHardwareOpensNoController) {
+TEST(EntryMode, thatLooksAtNoHardwareOpensNoController) {
   VirtualMac mac;
   for (const char* mode : {"--selftest", "--version"}) static_cast<void>(run(mac, {mode}));
   EXPECT_EQ(mac.machine().system.processes, 0U);
 }
 
-TEST(EnteringAMode, knowsItsTimeItsPathAndItsOptions) {
+TEST(EntryMode, knowsItsTimeItsPathAndItsOptions) {
   const VirtualMac mac({.startTime = 1772352930.5});
   ASSERT_EQ(enter({"brisko-daemon", "--version", "--limit", "75"}), 0);
   EXPECT_EQ(daemonStartedAt, 1772352930.5);
@@ -138,7 +132,7 @@ TEST(EnteringAMode, knowsItsTimeItsPathAndItsOptions) {
   EXPECT_EQ(gCliLimit, 75);
 }
 
-TEST(EnteringAMode, givesClosedStandardStreamsTheNullDevice) {
+TEST(EntryMode, givesClosedStandardStreamsTheNullDevice) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     const int kept = ::dup(STDOUT_FILENO);
@@ -156,7 +150,7 @@ TEST(EnteringAMode, givesClosedStandardStreamsTheNullDevice) {
   EXPECT_EQ(ended.output, "0 all");
 }
 
-TEST(EnteringAMode, leavesOpenStandardStreamsAlone) {
+TEST(EntryMode, leavesOpenStandardStreamsAlone) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     const std::size_t before = test::openDescriptors();

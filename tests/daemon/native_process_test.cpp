@@ -6,37 +6,18 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <random>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "sim/machine/charge_limit.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::AllOf;
-using ::testing::AnyOf;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::keyCode;
-using virtual_mac::MachineOptions;
+using namespace test;
 using virtual_mac::OddLimit;
-using virtual_mac::OnWrite;
 
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
@@ -65,9 +46,7 @@ class NativeDaemon : public ::testing::Test {
 
   // All lines since the last call but the summaries.
   Lines newEvents() {
-    Lines lines = mac.logLines();
-    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen_));
-    seen_ += lines.size();
+    Lines lines = mac.newLogLines();
     // Neither the summaries nor the control service say anything of the limit.
     std::erase_if(
         lines, [](const std::string& line) { return line.starts_with("cap ") || line.starts_with("XPC "); });
@@ -95,9 +74,6 @@ class NativeDaemon : public ::testing::Test {
   [[nodiscard]] std::int64_t sliderShows() const { return virtual_mac::orderOnDisk(mac.machine()).percent; }
 
   VirtualMac mac;
-
- private:
-  std::size_t seen_ = 0;
 };
 
 // -- The common day
@@ -638,93 +614,6 @@ TEST_F(NativeDaemon, givesUpAgainstAProgramThatIsFasterThanMacOS) {
   EXPECT_THAT(limitWrites(), IsEmpty());
   EXPECT_THAT(newEvents(), Each(StartsWith("→ state: ")));
 }
-
-// -- A long time with people
-
-// Everything the log may say on such a Mac.
-const auto knownLine = AnyOf(
-    StartsWith(banner), StartsWith("native limit before Brisko: "), StartsWith("macOS limit → "),
-    AllOf(StartsWith("limit verified: macOS holds "), EndsWith(" (bfG0)")), StartsWith("→ state: "),
-    StartsWith("macOS limit handed back: "),
-    AllOf(StartsWith("macOS limit changed outside Brisko (bfG0 reads "), EndsWith("% again")),
-    AllOf(StartsWith("macOS limit changed in System Settings while Brisko's is off: "), EndsWith(" — kept")),
-    AllOf(StartsWith("macOS charges to full until 202"), EndsWith("Brisko waits")),
-    StartsWith("macOS keeps its own limit for now"), "Top Up finished (unplugged)", terminated,
-    StartsWith("⚠️ LED reprise"), StartsWith("⚠️ the limit has no effect: macOS doesn't hold "),
-    StartsWith("⚠️ macOS won't hold "));
-
-class ManyDays : public NativeDaemon, public ::testing::WithParamInterface<unsigned> {};
-
-TEST_P(ManyDays, endWithTheLimitInForceAndTheUsersOwnHandedBack) {
-  std::mt19937 random(GetParam());
-  const auto below = [&](unsigned bound) { return static_cast<unsigned>(random() % bound); };
-  mac.number(ChangeKind::limitDrains, below(2));
-  odd(ChangeKind::limitBelowFloor, static_cast<OddLimit>(below(3)));
-  odd(ChangeKind::limitOffStep, static_cast<OddLimit>(below(3)));
-  slider(80 + 5 * below(5));
-  mac.pass(10);
-  mac.forgetJournal();
-  auto daemon = std::make_unique<DaemonProcess>(mac);
-  const std::vector<std::string> settings = {"{}",
-                                             R"({"limit":90,"discharge":true})",
-                                             R"({"limit":72})",
-                                             R"({"limit":83})",
-                                             R"({"enabled":false})",
-                                             R"({"topUp":true})",
-                                             R"({"limit":85,"thermal":true,"thermalLimit":35})"};
-  constexpr int changes = 60;
-  for (int step = 0; step < changes; ++step) {
-    switch (below(9)) {
-      case 0:
-        mac.unplug();
-        break;
-      case 1:
-      case 2:
-        mac.plugIn();
-        break;
-      case 3:
-        mac.settings(settings[below(static_cast<unsigned>(settings.size()))]);
-        break;
-      case 4:
-        slider(80 + 5 * below(5));
-        break;
-      case 5:
-        mac.number(ChangeKind::chargeToFull, hour * below(20));
-        break;
-      case 6:
-        mac.sleep();
-        daemon->run(2 * hour);
-        mac.wake();
-        break;
-      case 7:
-        daemon->kill();
-        daemon = std::make_unique<DaemonProcess>(mac);
-        break;
-      default:
-        mac.charge(20 + below(80));
-    }
-    daemon->run(below(6) * hour + below(3600));
-    ASSERT_TRUE(daemon->alive()) << "step " << step;
-    EXPECT_THAT(keysWritten(), Each(keyCode("ACLC")));
-    mac.forgetJournal();
-  }
-  EXPECT_THAT(newEvents(), Each(knownLine));
-
-  // In the end everybody leaves it alone.
-  mac.settings(R"({"limit":80,"discharge":true})");
-  mac.number(ChangeKind::chargeToFull, 0).plugIn();
-  daemon->run(hour);
-  EXPECT_EQ(mac.key("bfG0"), Bytes{80});
-  EXPECT_EQ(status().at("gateVerified"), true);
-  const std::int64_t remembered = stats().at("nativeBefore");
-  daemon->signal(SIGTERM).run(5);
-  EXPECT_EQ(daemon->status(), 0);
-  const bool shown = remembered >= 80 && remembered < 100 && remembered % 5 == 0;
-  EXPECT_EQ(sliderShows(), shown ? remembered : 0);
-  EXPECT_EQ(mac.key("ACLC"), Bytes{0});
-}
-
-INSTANTIATE_TEST_SUITE_P(Seeds, ManyDays, ::testing::Values(1U, 2U, 3U, 4U));
 
 }  // namespace
 }  // namespace brisko

@@ -7,32 +7,17 @@
 #include <random>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/process/shared_memory.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::MachineOptions;
-
+using namespace test;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr double hour = 3600;
@@ -65,17 +50,11 @@ class Night : public ::testing::Test {
   void refuse(virtual_mac::SleepRefusal refusal) {
     mac->number(ChangeKind::sleepRefused, static_cast<double>(refusal));
   }
-  [[nodiscard]] std::vector<std::string> newLines() {
-    const std::vector<std::string> all = mac->logLines();
-    std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(linesSeen), all.end());
-    linesSeen = all.size();
-    return lines;
-  }
+  [[nodiscard]] std::vector<std::string> newLines() { return mac->newLogLines(); }
   [[nodiscard]] double level() const { return virtual_mac::level(mac->machine()); }
 
   std::unique_ptr<VirtualMac> mac;
   std::unique_ptr<DaemonProcess> daemon;
-  std::size_t linesSeen = 0;
 };
 
 TEST_F(Night, inTheBandStaysClosedTillMorning) {

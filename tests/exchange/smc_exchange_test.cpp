@@ -6,20 +6,17 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "fuzz/served_machine.h"
 #include "hardware/smc.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::KernelStatus;
 using platform::kernelSuccess;
 using platform::SmcRecord;
-using ::testing::Each;
-using ::testing::ElementsAre;
 
 constexpr platform::SmcConnection connection = 7;
 constexpr KernelStatus notReady = 0xE00002D8;
@@ -89,7 +86,7 @@ TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
 }
 
 TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
-  first.record = record("ETHC", {{resultAt, 1}});  // a result that is not looked at
+  first.record = record("ETHC", {{resultAt, 1}});  // a result that is ignored
   std::array<char, 5> name{'?', '?', '?', '?', '?'};
   EXPECT_EQ(SMCKeyAtIndex(connection, 0x01020304, name), kernelSuccess);
   EXPECT_THAT(sent,

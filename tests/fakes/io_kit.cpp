@@ -127,12 +127,12 @@ struct Registration {
   void* refcon;
   IOServiceInterestCallback callback;
   io_object_t root;
-  std::uint32_t heardOf;  // token of the last message taken
+  std::uint32_t lastReceived;  // token of the last message taken
 };
 
 void tell(const Registration& registration, const PowerNotice& notice) {
   virtual_mac::changeNow(*machineStore(), [&notice](Machine& machine, Journal& journal) {
-    virtual_mac::noteHeard(machine, journal, notice);
+    virtual_mac::noteReceived(machine, journal, notice);
   });
   const auto token = reinterpret_cast<void*>(static_cast<std::uintptr_t>(notice.token));
   registration.callback(registration.refcon, registration.root, notice.type, token);
@@ -142,11 +142,11 @@ std::vector<Work> arrivedFor(const std::shared_ptr<Registration>& registration, 
   std::vector<Work> work;
   const std::uint32_t sent = machine.sleep.noticesSent;
   const std::uint32_t kept = std::min<std::uint32_t>(sent, virtual_mac::noticePlaces);
-  for (std::uint32_t token = std::max(registration->heardOf, sent - kept) + 1; token <= sent; ++token) {
+  for (std::uint32_t token = std::max(registration->lastReceived, sent - kept) + 1; token <= sent; ++token) {
     const PowerNotice notice = machine.sleep.notices[token % virtual_mac::noticePlaces];
     work.emplace_back([registration, notice] { tell(*registration, notice); });
   }
-  registration->heardOf = sent;
+  registration->lastReceived = sent;
   return work;
 }
 
@@ -308,10 +308,10 @@ CFDictionaryRef IOPSGetPowerSourceDescription(CFTypeRef snapshot, CFTypeRef sour
 
 CFRunLoopSourceRef IOPSNotificationCreateRunLoopSource(IOPowerSourceCallbackType callback, void* context) {
   if (machineStore() == nullptr || !gNotifiesOfPowerSources) return nullptr;
-  const virtual_mac::HeardChanges before{.count = machineStore()->view().machine().powerSource.changes};
-  const auto arrived = [callback, context, heard = before](const Machine& machine) mutable {
+  const virtual_mac::DeliveredChanges before{.count = machineStore()->view().machine().powerSource.changes};
+  const auto arrived = [callback, context, delivered = before](const Machine& machine) mutable {
     std::vector<Work> work;
-    if (heard.hear(machine)) work.emplace_back([=] { callback(context); });
+    if (delivered.takeNew(machine)) work.emplace_back([=] { callback(context); });
     return work;
   };
   return refTo<CFRunLoopSourceRef>(new Source(Rank::powerSources, arrived));

@@ -6,6 +6,7 @@
 
 #include "base/options.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 
 namespace brisko {
 namespace {
@@ -56,13 +57,13 @@ void tryArguments(const std::vector<std::string>& arguments) {
   require(!gAppPath || (mayFollow("--app") && given.contains(*gAppPath)));
 }
 
-}  // namespace
-}  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace brisko;
-  const std::vector<std::string> arguments = linesOf({reinterpret_cast<const char*>(data), size});
+void tryInput(std::string_view input) {
+  const std::vector<std::string> arguments = linesOf(input);
   for (const std::string& argument : arguments) require(parseInteger(argument) == expectedInteger(argument));
   tryArguments(arguments);
-  return 0;
 }
+
+const FuzzTarget target("arguments", tryInput);
+
+}  // namespace
+}  // namespace brisko

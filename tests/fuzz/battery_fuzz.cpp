@@ -6,6 +6,7 @@
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
 #include "fuzz/served_machine.h"
+#include "fuzz/target.h"
 #include "hardware/battery.h"
 
 namespace brisko {
@@ -107,7 +108,8 @@ void trySources(const std::vector<platform::SharedDictionary>& sources) {
   require(!state);
 }
 
-void tryInput(Bytes bytes) {
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   std::vector<platform::SharedDictionary> dictionaries;
   while (!bytes.atEnd() && dictionaries.size() < 4) {
     dictionaries.push_back(std::make_shared<const Dictionary>(takeProperties(bytes)));
@@ -119,10 +121,7 @@ void tryInput(Bytes bytes) {
   trySources(dictionaries);
 }
 
+const FuzzTarget target("battery", tryInput);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryInput({data, size});
-  return 0;
-}

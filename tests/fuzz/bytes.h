@@ -12,7 +12,6 @@ namespace brisko {
 
 class Bytes {
  public:
-  Bytes(const std::uint8_t* data, std::size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
   explicit Bytes(std::string_view text) : rest_(text) {}
 
   [[nodiscard]] bool atEnd() const { return rest_.empty(); }

@@ -9,6 +9,7 @@
 #include "calibration/calibration_record.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "fuzz/volume.h"
 #include "records/status.h"
 
@@ -72,10 +73,7 @@ void tryText(std::string_view text) {
   tryStatus(volume);
 }
 
+const FuzzTarget target("calibration", tryText);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/seam/live/control_messages.h"
 
 namespace brisko {
@@ -51,14 +52,14 @@ void tryReply(std::string_view line) {
   require(again && again->id == reply->id && again->done == reply->done && again->error == reply->error);
 }
 
+void tryInput(std::string_view line) {
+  if (line.size() > longestControlLine) return;  // its sender is disconnected before it is read
+  tryClient(line);
+  tryRequest(line);
+  tryReply(line);
+}
+
+const FuzzTarget target("control_messages", tryInput);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size > brisko::virtual_mac::longestControlLine) return 0;  // disconnected before it is looked at
-  const std::string_view line(reinterpret_cast<const char*>(data), size);
-  brisko::tryClient(line);
-  brisko::tryRequest(line);
-  brisko::tryReply(line);
-  return 0;
-}

@@ -10,6 +10,7 @@
 #include "fuzz/expected_settings.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "fuzz/volume.h"
 #include "platform/run_loop.h"
 #include "service/control_service.h"
@@ -68,17 +69,17 @@ void tryRequest(const std::optional<std::string_view>& file, std::string_view se
   require(readConfig(gConfigPath) == wanted);
 }
 
-}  // namespace
-}  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view input(reinterpret_cast<const char*>(data), size);
-  brisko::Bytes bytes(input);
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   const std::string_view first = bytes.upTo('\0');
   if (first.size() == input.size()) {
-    brisko::tryRequest(std::nullopt, first);
+    tryRequest(std::nullopt, first);
   } else {
-    brisko::tryRequest(first, bytes.rest());
+    tryRequest(first, bytes.rest());
   }
-  return 0;
 }
+
+const FuzzTarget target("control_requests", tryInput);
+
+}  // namespace
+}  // namespace brisko

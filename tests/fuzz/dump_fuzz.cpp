@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/dump_import/dump_import.h"
 #include "sim/dump_import/read_dump.h"
 #include "sim/machine/properties.h"
@@ -37,10 +38,7 @@ void tryText(std::string_view text) {
   requireBelievable(*machine);
 }
 
+const FuzzTarget target("dump", tryText);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

@@ -1,6 +1,6 @@
 // tests/fuzz/fatal.h
-// The one fatal helper as the fuzz programs have it: it throws, so that an end of the process that is meant
-// is told apart from a crash, and the next input can follow.
+// The fuzz programs' version of the one fatal helper: it throws. So an intended end of the process is not
+// mistaken for a crash, and the next input can follow.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ struct Fatal {
   std::string message;
 };
 
-// Whether the daemon would have ended at the fatal helper while it does this.
+// Whether the daemon would have called the fatal helper during `work`.
 template <typename Work>
 [[nodiscard]] bool endsTheProcess(const Work& work) {
   try {
@@ -22,7 +22,7 @@ template <typename Work>
   return false;
 }
 
-// By other means than the daemon's: what fits 64 bits once its fraction is dropped.
+// Computed in another way than the daemon does: whether the number fits 64 bits once its fraction is dropped.
 [[nodiscard]] bool fitsInteger(double value);
 
 }  // namespace brisko

@@ -10,6 +10,7 @@
 
 #include "base/json_file.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 
 namespace brisko {
 namespace {
@@ -81,10 +82,7 @@ void tryText(std::string_view text) {
   require(jsonText(*again) == written);
 }
 
+const FuzzTarget target("json", tryText);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

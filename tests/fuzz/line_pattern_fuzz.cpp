@@ -5,6 +5,7 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/scenario/line_pattern.h"
 
 namespace brisko::lab {
@@ -29,6 +30,7 @@ bool fits(std::string_view line, std::string_view pattern) {
 
 void tryPattern(std::string_view shortPattern, std::string_view line) {
   if (line.find(gap) != std::string_view::npos) return;
+  if (line.find('\0') != std::string_view::npos || shortPattern.find('\0') != std::string_view::npos) return;
   if (line.find('\xE2') != std::string_view::npos || shortPattern.find('\xE2') != std::string_view::npos)
     return;
   std::string pattern;
@@ -39,15 +41,16 @@ void tryPattern(std::string_view shortPattern, std::string_view line) {
       pattern += letter;
     }
   }
-  require(matches(line, pattern) == fits(line, shortPattern));
+  require(matches(std::string(line), pattern) == fits(line, shortPattern));
 }
+
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
+  const std::string_view pattern = bytes.upTo('\n');
+  tryPattern(pattern, bytes.rest());
+}
+
+const FuzzTarget target("line_pattern", tryInput);
 
 }  // namespace
 }  // namespace brisko::lab
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::Bytes bytes(data, size);
-  const std::string_view pattern = bytes.upTo('\n');
-  brisko::lab::tryPattern(pattern, bytes.rest());
-  return 0;
-}

@@ -9,17 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/require.h"
+#include "fuzz/target.h"
 
 namespace {
 
+brisko::TryInput gTarget = nullptr;
 std::size_t gInputs = 0;
 
 void tryInput(const std::string& bytes) {
   ++gInputs;
   // A copy of exact size, so that a sanitizer sees a read beyond its end.
-  const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
-  LLVMFuzzerTestOneInput(copy.data(), copy.size());
+  const std::vector<char> copy(bytes.begin(), bytes.end());
+  gTarget({copy.data(), copy.size()});
 }
 
 void tryAround(const std::string& seed) {
@@ -37,12 +38,15 @@ void tryAround(const std::string& seed) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::fprintf(stderr, "usage: %s FOLDER-OF-SEEDS\n", arguments[0]);
+  const auto& targets = brisko::fuzzTargets();
+  const auto target = count == 3 ? targets.find(arguments[1]) : targets.end();
+  if (target == targets.end()) {
+    std::fprintf(stderr, "usage: %s TARGET FOLDER-OF-SEEDS\n", arguments[0]);
     return 64;
   }
+  gTarget = target->second;
   std::vector<std::filesystem::path> seeds;
-  for (const auto& entry : std::filesystem::directory_iterator(arguments[1])) seeds.push_back(entry.path());
+  for (const auto& entry : std::filesystem::directory_iterator(arguments[2])) seeds.push_back(entry.path());
   std::sort(seeds.begin(), seeds.end());
   for (const auto& path : seeds) {
     std::ifstream file(path, std::ios::binary);

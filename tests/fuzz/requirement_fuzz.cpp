@@ -2,6 +2,7 @@
 // input's lines are the identifier, the team and the requirement.
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/machine/client_requirement.h"
 
 namespace brisko {
@@ -24,13 +25,14 @@ void tryClient(virtual_mac::ClientSignature client, std::string_view requirement
   require(!meets(client, requirement) && !meets(client, requirementOn(client)));
 }
 
-}  // namespace
-}  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::Bytes bytes(data, size);
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   const std::string identifier(bytes.upTo('\n'));
   const std::string team(bytes.upTo('\n'));
-  brisko::tryClient({true, team, identifier}, bytes.rest());
-  return 0;
+  tryClient({true, team, identifier}, bytes.rest());
 }
+
+const FuzzTarget target("requirement", tryInput);
+
+}  // namespace
+}  // namespace brisko

@@ -1,6 +1,7 @@
 // A text is a scenario or is complained of, never both; the same text gives the same complaints, and each of
 // them names the file.
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/scenario/scenario.h"
 
 namespace brisko::lab {
@@ -27,10 +28,7 @@ void tryText(std::string_view text) {
   }
 }
 
+const FuzzTarget target("scenario", tryText);
+
 }  // namespace
 }  // namespace brisko::lab
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::lab::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

@@ -9,6 +9,7 @@
 #include "fuzz/expected_settings.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "fuzz/volume.h"
 
 namespace brisko {
@@ -53,10 +54,7 @@ void tryText(std::string_view text) {
   tryOneShots(*settings);
 }
 
+const FuzzTarget target("settings", tryText);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

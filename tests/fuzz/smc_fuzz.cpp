@@ -1,6 +1,6 @@
-// The client of the controller makes of any answer what stands in its 80 bytes, and no more. The input says
-// what the kernel and the controller answer to a question for a key's size and to the exchange that follows
-// it.
+// The controller's client takes from any answer what its 80 bytes contain, and no more. The input is what the
+// kernel and the controller answer when asked for a key's size, and what they answer to the exchange that
+// follows.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -9,6 +9,7 @@
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
 #include "fuzz/served_machine.h"
+#include "fuzz/target.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
@@ -48,7 +49,7 @@ Answer takeAnswer(Bytes& bytes) {
   Answer answer{.status = takeStatus(bytes)};
   const std::uint8_t result = bytes.byte();
   answer.record = bytes.array<80>();
-  // Most often a yes: behind a no nothing is looked at.
+  // Mostly success: after a failure nothing else is read.
   answer.record[40] = result < 64 ? result : 0;
   return answer;
 }
@@ -153,7 +154,8 @@ void tryReadings(const Answer& info, const Answer& answer) {
   require(!found || std::get<ChargeGate>(gate) == ChargeGate{ChargeKeys::chte, AdapterCutKey::chie});
 }
 
-void tryInput(Bytes bytes) {
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   const std::uint8_t size = bytes.byte() % 40;
   const bool plugged = bytes.byte() % 2 == 1;
   const Answer info = takeAnswer(bytes);
@@ -168,10 +170,7 @@ void tryInput(Bytes bytes) {
   tryReadings(info, answer);
 }
 
+const FuzzTarget target("smc", tryInput);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryInput({data, size});
-  return 0;
-}

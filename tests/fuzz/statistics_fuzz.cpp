@@ -7,6 +7,7 @@
 #include "base/paths.h"
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "fuzz/volume.h"
 #include "records/statistics.h"
 #include "state/native_limit_state.h"
@@ -77,10 +78,7 @@ void tryText(std::string_view text) {
   tryWriting(volume, text);
 }
 
+const FuzzTarget target("statistics", tryText);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::tryText({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

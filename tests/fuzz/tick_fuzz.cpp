@@ -21,6 +21,7 @@
 #include "fuzz/fatal.h"
 #include "fuzz/require.h"
 #include "fuzz/served_machine.h"
+#include "fuzz/target.h"
 #include "fuzz/volume.h"
 #include "hardware/charge_gate.h"
 #include "hardware/led.h"
@@ -93,7 +94,7 @@ class DaemonRun {
  public:
   DaemonRun(Volume& volume, Bytes& bytes) : volume_(volume), bytes_(bytes) {}
 
-  void live() {
+  void run() {
     prepareFiles();
     prepareMachine();
     forget();
@@ -273,12 +274,13 @@ class DaemonRun {
   bool ended_ = false;
 };
 
+void tryInput(std::string_view input) {
+  static Volume volume;
+  Bytes bytes(input);
+  DaemonRun(volume, bytes).run();
+}
+
+const FuzzTarget target("tick", tryInput);
+
 }  // namespace
 }  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static brisko::Volume volume;
-  brisko::Bytes bytes(data, size);
-  brisko::DaemonRun(volume, bytes).live();
-  return 0;
-}

@@ -1,6 +1,6 @@
 // tests/fuzz/volume.h
-// A healthy virtual Mac in memory for a fuzz program, attached to the seam for the life of the process. Its
-// volume lies in a folder of its own. What the daemon says on standard output is thrown away.
+// A healthy virtual Mac in memory for a fuzz program, attached to the seam until the process ends. Its volume
+// is a temporary folder. What the daemon writes to standard output is discarded.
 #pragma once
 
 #include <memory>

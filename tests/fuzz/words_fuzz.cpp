@@ -6,6 +6,7 @@
 
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "sim/machine/change_arguments.h"
 #include "sim/machine/faults.h"
 #include "sim/machine/models.h"
@@ -34,7 +35,7 @@ void trySetting(const std::string& line) {
   if (!change) return;
   const virtual_mac::Fault* fault = virtual_mac::findFault(line.substr(0, line.find('=')));
   require(fault != nullptr && fault->change.kind == change->kind);
-  require(change->number >= fault->least && change->number <= fault->most);
+  require(change->number >= fault->range().least && change->number <= fault->range().most);
   tryOnMachine(*change);
 }
 
@@ -89,17 +90,18 @@ void tryDate(const std::string& line) {
   require(std::string_view(text.data(), length).substr(0, line.size()) == line);
 }
 
-}  // namespace
-}  // namespace brisko
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  brisko::Bytes bytes(data, size);
+void tryInput(std::string_view input) {
+  Bytes bytes(input);
   while (!bytes.atEnd()) {
     const std::string line(bytes.upTo('\n'));
-    brisko::trySetting(line);
-    brisko::tryKeyWrite(line);
-    brisko::tryTiming(line);
-    brisko::tryDate(line);
+    trySetting(line);
+    tryKeyWrite(line);
+    tryTiming(line);
+    tryDate(line);
   }
-  return 0;
 }
+
+const FuzzTarget target("words", tryInput);
+
+}  // namespace
+}  // namespace brisko

@@ -1,21 +1,16 @@
 #include "hardware/led.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/charge_gate.h"
 #include "platform/run_loop.h"
 #include "sim/seam/simulated/driver.h"
 #include "state/machine_abilities.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 
 TEST(LightMode, isTheSystemsWithoutTheWishOrTheAdapter) {
   for (const auto state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
@@ -203,6 +198,18 @@ TEST_F(Light, handedBackIsStillWatchedWhereTheKeysAreOurs) {
   mac.keyBytes("ACLC", {3});
   setLED(LED_SYSTEM);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=00"));
+}
+
+TEST_F(Light, isHandedBackWithoutALook) {
+  mac.keepReads();
+  for (const std::uint8_t shown : {LED_GREEN, LED_SYSTEM}) {
+    mac.keyBytes("ACLC", {shown});
+    mac.forgetJournal();
+    EXPECT_TRUE(handBackLight());
+    EXPECT_THAT(mac.writes(), ElementsAre(StartsWith("info ACLC"), "ACLC=00"));
+  }
+  mac.keyOnWrite("ACLC", OnWrite::refuse);
+  EXPECT_FALSE(handBackLight());
 }
 
 TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {

@@ -16,6 +16,10 @@ namespace brisko::fakes {
 // otherwise.
 extern bool gRequirementRaises;
 
+// The object behind every connection of a client; without one there is no service, and a connection reports
+// an error.
+extern id gService;
+
 // What the last listener was told to ask about new connections.
 [[nodiscard]] id<NSXPCListenerDelegate> listenerDelegate();
 

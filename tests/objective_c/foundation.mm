@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <deque>
 
+// Blocks live as long as the call that they are passed to, so the runtime for them has nothing to copy.
 extern "C" {
+void* _NSConcreteStackBlock[32];
+void* _NSConcreteGlobalBlock[32];
 id class_createInstance(Class type, std::size_t extraBytes);
 Class objc_lookUpClass(const char* name);
 BOOL class_respondsToSelector(Class type, SEL selector);
@@ -18,6 +21,7 @@ const char* __lsan_default_suppressions() { return "leak:libobjc\n"; }
 namespace brisko::fakes {
 
 bool gRequirementRaises = false;
+id gService = nil;
 
 std::vector<std::string>& connectionJournal() {
   static auto& journal = *new std::vector<std::string>;
@@ -92,9 +96,30 @@ using namespace brisko::fakes;
 }
 @end
 
+@interface Bytes : NSData {
+ @public
+  const void* bytes;
+  NSUInteger length;
+}
+@end
+@implementation Bytes
+- (const void*)bytes {
+  return bytes;
+}
+- (NSUInteger)length {
+  return length;
+}
+@end
+
 @implementation NSData
 @dynamic bytes;
 @dynamic length;
++ (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length {
+  Bytes* data = [Bytes alloc];
+  data->bytes = bytes;
+  data->length = length;
+  return data;
+}
 @end
 
 @implementation NSError
@@ -111,6 +136,27 @@ Class NSClassFromString(NSString* name) { return objc_lookUpClass(name.UTF8Strin
 @implementation NSXPCConnection
 @dynamic exportedInterface;
 @dynamic exportedObject;
+@dynamic remoteObjectInterface;
+@dynamic invalidationHandler;
+- (instancetype)initWithMachServiceName:(NSString*)name options:(NSXPCConnectionOptions)options {
+  connectionJournal().push_back(std::string("connects to ") + name.UTF8String +
+                                (options == NSXPCConnectionPrivileged ? ", privileged" : ""));
+  return self;
+}
+- (void)setRemoteObjectInterface:(NSXPCInterface*)__unused interface {
+  connectionJournal().push_back("interface");
+}
+- (void)setInvalidationHandler:(void (^)())__unused handler {
+  connectionJournal().push_back("invalidation handler");
+}
+- (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError* error))handler {
+  if (gService != nil) return gService;
+  handler(nil);
+  return nil;
+}
+- (void)invalidate {
+  connectionJournal().push_back("invalidate");
+}
 - (void)setExportedInterface:(NSXPCInterface*)__unused interface {
   connectionJournal().push_back("interface");
 }

@@ -3,17 +3,11 @@
 #include <filesystem>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "packaging/scratch_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 // A Mac with the tools that sign and pack, and a program.
 class Package : public ::testing::Test {
@@ -122,9 +116,9 @@ std::string nameOfSdks(const ::testing::TestParamInfo<LinkedSdks>& linked) {
   return name;
 }
 
-class PackageOfAProgram : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
+class ProgramPackage : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
 
-TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
+TEST_P(ProgramPackage, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
   const auto& [sdks, accepted, refusal] = GetParam();
   for (const Words& target : {Words{"sign", "IDENTITY=-"}, Words{"package", "INSTALLER_IDENTITY=Some One"}}) {
     const Finished run = make(target, {{"FAKE_SDKS", sdks}});
@@ -136,7 +130,7 @@ TEST_P(PackageOfAProgram, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    BySdk, PackageOfAProgram,
+    BySdk, ProgramPackage,
     ::testing::Values(LinkedSdks{"26.0", true}, LinkedSdks{"26", true}, LinkedSdks{"27.1", true},
                       LinkedSdks{"100.0", true}, LinkedSdks{"26.0 26.2", true},
                       LinkedSdks{"25.9", false, "brisko-daemon was built with the SDK 25.9."},

@@ -1,8 +1,8 @@
-// Two days of a Mac with the daemon on it, as a number chooses them, and every trace that they leave: what
-// the daemon said, each exchange with the controller, and all files. Built on each platform that runs in
-// virtual time; the traces have to be the same, byte for byte.
+// Runs the daemon on a Mac for about two days of random events and prints every trace: what the daemon
+// logged, each exchange with the controller, and all files. Built for each platform that runs in virtual
+// time; their outputs have to be the same, byte for byte.
 //
-//   brisko-same-life-… GATE NUMBER     GATE: chte, firmware or native
+//   brisko-equivalence-… GATE SEED     GATE: chte, firmware or native
 
 #include <algorithm>
 #include <array>
@@ -40,23 +40,23 @@ MachineOptions optionsFor(const std::string& gate) {
 
 class EquivalenceRun {
  public:
-  EquivalenceRun(const std::string& gate, std::uint64_t number) : mac_(optionsFor(gate)), chance_(number) {
+  EquivalenceRun(const std::string& gate, std::uint64_t seed) : mac_(optionsFor(gate)), random_(seed) {
     mac_.keepReads();
     mac_.settings("{}");
-    life_ = std::make_unique<DaemonProcess>(mac_);
-    life_->run(60);
+    daemon_ = std::make_unique<DaemonProcess>(mac_);
+    daemon_->run(60);
   }
 
-  void live() {
+  void run() {
     for (int step = 0; step < steps; ++step) {
       const int event = below(13);
       std::printf("-- step %d: %d\n", step, event);
-      happen(event);
-      life_->run(60 + below(3600));
+      act(event);
+      daemon_->run(60 + below(3600));
       showJournal();
-      if (!life_->alive()) beginAnew();
+      if (!daemon_->alive()) startAgain();
     }
-    life_->signal(SIGTERM).run(60);
+    daemon_->signal(SIGTERM).run(60);
     showEnd();
     showJournal();
     showFiles();
@@ -64,9 +64,9 @@ class EquivalenceRun {
 
  private:
   // From 0 to less than `limit`, the same everywhere.
-  int below(int limit) { return static_cast<int>(chance_() % static_cast<std::uint64_t>(limit)); }
+  int below(int limit) { return static_cast<int>(random_() % static_cast<std::uint64_t>(limit)); }
 
-  void happen(int event) {
+  void act(int event) {
     switch (event) {
       case 0:
         mac_.unplug();
@@ -100,7 +100,7 @@ class EquivalenceRun {
         mac_.number(ChangeKind::limit, 80 + 5 * below(5));
         return;
       default:
-        life_->kill();
+        daemon_->kill();
     }
   }
 
@@ -114,18 +114,18 @@ class EquivalenceRun {
     mac_.change({.kind = way});
     if (below(2) == 0) mac_.later(below(3600), {.kind = ChangeKind::darkWake, .number = 45});
     mac_.later(3600 + below(3 * 3600), {.kind = ChangeKind::openLid});
-    life_->run(4 * hour);
+    daemon_->run(4 * hour);
   }
 
-  void beginAnew() {
+  void startAgain() {
     showEnd();
-    life_ = std::make_unique<DaemonProcess>(mac_);
-    life_->run(60);
+    daemon_ = std::make_unique<DaemonProcess>(mac_);
+    daemon_->run(60);
   }
 
   void showEnd() const {
-    std::printf("-- ended: status %d signal %d\n%s%s", life_->status().value_or(-1),
-                life_->endSignal().value_or(-1), life_->output().c_str(), life_->errors().c_str());
+    std::printf("-- ended: status %d signal %d\n%s%s", daemon_->status().value_or(-1),
+                daemon_->endSignal().value_or(-1), daemon_->output().c_str(), daemon_->errors().c_str());
   }
 
   void showJournal() {
@@ -158,8 +158,8 @@ class EquivalenceRun {
   }
 
   VirtualMac mac_;
-  std::mt19937_64 chance_;
-  std::unique_ptr<DaemonProcess> life_;
+  std::mt19937_64 random_;
+  std::unique_ptr<DaemonProcess> daemon_;
 };
 
 }  // namespace
@@ -167,5 +167,5 @@ class EquivalenceRun {
 
 int main(int count, char** arguments) {
   if (count != 3) return EXIT_FAILURE;
-  brisko::EquivalenceRun(arguments[1], std::strtoull(arguments[2], nullptr, 10)).live();
+  brisko::EquivalenceRun(arguments[1], std::strtoull(arguments[2], nullptr, 10)).run();
 }

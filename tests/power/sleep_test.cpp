@@ -5,9 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
@@ -20,20 +17,13 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::PowerMessage;
-using test::OnVirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
-using virtual_mac::PropertyFault;
 
 constexpr const char* failedWake =
     "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil";
@@ -225,9 +215,9 @@ TEST_F(ScheduledWake, isNoneWhenTheSystemRefuses) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-class GoingToSleep : public OnVirtualMac {
+class SleepEntry : public OnVirtualMac {
  protected:
-  GoingToSleep() { takeGate(); }
+  SleepEntry() { takeGate(); }
   // On its adapter, charging, after its first tick.
   void at(double percent) {
     mac.charge(percent);
@@ -240,7 +230,7 @@ class GoingToSleep : public OnVirtualMac {
   }
 };
 
-TEST_F(GoingToSleep, closesTheGateInsideTheBand) {
+TEST_F(SleepEntry, closesTheGateInsideTheBand) {
   mac.charge(77);
   prepareForSleep();
   EXPECT_EQ(gState, ChargeState::hold);
@@ -249,14 +239,14 @@ TEST_F(GoingToSleep, closesTheGateInsideTheBand) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, reportsItAlsoWhenTheGateIsClosedAlready) {
+TEST_F(SleepEntry, reportsItAlsoWhenTheGateIsClosedAlready) {
   at(80);
   prepareForSleep();
   EXPECT_THAT(newLines(), ElementsAre(frozenAt(80)));
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, endsADischargeAboveTheLimit) {
+TEST_F(SleepEntry, endsADischargeAboveTheLimit) {
   mac.settings("{\"discharge\":true}");
   at(90);
   ASSERT_EQ(gState, ChargeState::discharge);
@@ -266,7 +256,7 @@ TEST_F(GoingToSleep, endsADischargeAboveTheLimit) {
   EXPECT_THAT(newLines(), ElementsAre("→ state: hold", frozenAt(90)));
 }
 
-TEST_F(GoingToSleep, neverBeginsADischargeAboveTheLimit) {
+TEST_F(SleepEntry, neverBeginsADischargeAboveTheLimit) {
   mac.settings("{\"discharge\":true}");
   mac.charge(95);
   prepareForSleep();
@@ -274,7 +264,7 @@ TEST_F(GoingToSleep, neverBeginsADischargeAboveTheLimit) {
   EXPECT_THAT(mac.writes(), Not(Contains("CHIE=08")));
 }
 
-TEST_F(GoingToSleep, chargesOnBelowTheBandAndWakesInTime) {
+TEST_F(SleepEntry, chargesOnBelowTheBandAndWakesInTime) {
   at(74);
   const double design = mac.machine().battery.designMAh;
   const auto current = static_cast<double>(mac.machine().gauge.currentMA);
@@ -289,13 +279,13 @@ TEST_F(GoingToSleep, chargesOnBelowTheBandAndWakesInTime) {
                                       " min pour reprendre la charge en main"));
 }
 
-TEST_F(GoingToSleep, closesTheGateExactlyAtTheFloor) {
+TEST_F(SleepEntry, closesTheGateExactlyAtTheFloor) {
   mac.charge(75);
   prepareForSleep();
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(GoingToSleep, cancelsAnOldWakeBeforeAnythingElse) {
+TEST_F(SleepEntry, cancelsAnOldWakeBeforeAnythingElse) {
   at(74);
   scheduleWake(45);
   mac.charge(77);
@@ -305,7 +295,7 @@ TEST_F(GoingToSleep, cancelsAnOldWakeBeforeAnythingElse) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, cancelsTheOldWakeAndStopsWithoutAReading) {
+TEST_F(SleepEntry, cancelsTheOldWakeAndStopsWithoutAReading) {
   at(74);
   scheduleWake(45);
   static_cast<void>(newLines());
@@ -316,7 +306,7 @@ TEST_F(GoingToSleep, cancelsTheOldWakeAndStopsWithoutAReading) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, readsTheConfigurationAfresh) {
+TEST_F(SleepEntry, readsTheConfigurationAfresh) {
   mac.settings("{\"limit\":80}");
   at(70);
   mac.settings("{\"limit\":60,\"hysteresis\":10}");
@@ -325,7 +315,7 @@ TEST_F(GoingToSleep, readsTheConfigurationAfresh) {
               ElementsAre("→ state: hold", "veille à 70% — grille fermée pour la nuit (plage 50–60%)"));
 }
 
-TEST_F(GoingToSleep, leavesAloneWhatIsSwitchedOffToppedUpOrUnplugged) {
+TEST_F(SleepEntry, leavesAloneWhatIsSwitchedOffToppedUpOrUnplugged) {
   for (const char* settings : {"{\"enabled\":false}", "{\"topUp\":true}"}) {
     mac.settings(settings);
     mac.charge(77);
@@ -339,7 +329,7 @@ TEST_F(GoingToSleep, leavesAloneWhatIsSwitchedOffToppedUpOrUnplugged) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, leavesACalibrationAlone) {
+TEST_F(SleepEntry, leavesACalibrationAlone) {
   for (const CalPhase phase :
        {CalPhase::fill, CalPhase::drain, CalPhase::refill, CalPhase::soak, CalPhase::restore}) {
     gCal.phase = phase;
@@ -349,7 +339,7 @@ TEST_F(GoingToSleep, leavesACalibrationAlone) {
   }
 }
 
-TEST_F(GoingToSleep, takesTheCommandLineWithoutAConfiguration) {
+TEST_F(SleepEntry, takesTheCommandLineWithoutAConfiguration) {
   gCliLimit = 60;
   mac.charge(57);
   prepareForSleep();
@@ -357,7 +347,7 @@ TEST_F(GoingToSleep, takesTheCommandLineWithoutAConfiguration) {
               ElementsAre("→ state: hold", "veille à 57% — grille fermée pour la nuit (plage 55–60%)"));
 }
 
-TEST_F(GoingToSleep, looksAtTheAdapterAloneWithAnUnreadableConfiguration) {
+TEST_F(SleepEntry, looksAtTheAdapterAloneWithAnUnreadableConfiguration) {
   mac.settings("{\"enabled\":false,\"topUp\":true,\"hysteresis\":20,");
   mac.charge(77);
   prepareForSleep();
@@ -367,7 +357,7 @@ TEST_F(GoingToSleep, looksAtTheAdapterAloneWithAnUnreadableConfiguration) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(GoingToSleep, takesAnEmptyConfigurationForTheUsualLimit) {
+TEST_F(SleepEntry, takesAnEmptyConfigurationForTheUsualLimit) {
   gCliLimit = 60;
   mac.settings("{}");
   mac.charge(77);
@@ -375,7 +365,7 @@ TEST_F(GoingToSleep, takesAnEmptyConfigurationForTheUsualLimit) {
   EXPECT_THAT(newLines(), ElementsAre("→ state: hold", frozenAt(77)));
 }
 
-TEST_F(GoingToSleep, keepsToTheLowerBoundOfTheCommandLine) {
+TEST_F(SleepEntry, keepsToTheLowerBoundOfTheCommandLine) {
   gCliLower = 40;
   mac.charge(41);
   prepareForSleep();
@@ -383,12 +373,12 @@ TEST_F(GoingToSleep, keepsToTheLowerBoundOfTheCommandLine) {
               ElementsAre("→ state: hold", "veille à 41% — grille fermée pour la nuit (plage 40–80%)"));
 }
 
-class GoingToSleepWithABand : public OnVirtualMac {
+class SleepEntryWithBand : public OnVirtualMac {
  protected:
-  GoingToSleepWithABand() : OnVirtualMac({.gate = virtual_mac::GateKind::firmwareBand}) { takeGate(); }
+  SleepEntryWithBand() : OnVirtualMac({.gate = virtual_mac::GateKind::firmwareBand}) { takeGate(); }
 };
 
-TEST_F(GoingToSleepWithABand, armsTheBandOfTheLastTick) {
+TEST_F(SleepEntryWithBand, armsTheBandOfTheLastTick) {
   gFirmwareUpper = 66;
   gFirmwareLower = 61;
   mac.charge(77);
@@ -397,7 +387,7 @@ TEST_F(GoingToSleepWithABand, armsTheBandOfTheLastTick) {
   EXPECT_THAT(newLines(), Contains("veille à 77% — grille fermée pour la nuit (plage 75–80%)"));
 }
 
-TEST_F(GoingToSleep, believesTheLastTickWhenTheAdapterCannotBeRead) {
+TEST_F(SleepEntry, believesTheLastTickWhenTheAdapterCannotBeRead) {
   mac.removeKey("AC-W").charge(77);
   gLastPlugged = false;
   prepareForSleep();
@@ -408,7 +398,7 @@ TEST_F(GoingToSleep, believesTheLastTickWhenTheAdapterCannotBeRead) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=01000000"}));
 }
 
-class NothingToPlan : public GoingToSleep {
+class NothingToPlan : public SleepEntry {
  protected:
   // In the band and below it: no write, no line, and a scheduled wake stays as it is.
   void expectNothingDone() {
@@ -444,7 +434,7 @@ TEST_F(NothingToPlan, whereMacOSKeepsItsOwnLimit) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-class Announcement : public GoingToSleep {
+class Announcement : public SleepEntry {
  protected:
   Announcement() { gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort; }
   // Announces the sleep as the machine does, and hands the message over as the run loop would.

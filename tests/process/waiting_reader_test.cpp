@@ -5,8 +5,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -14,18 +12,12 @@
 #include "base/files.h"
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::eventually;
-using test::LiveMac;
-using test::Program;
-using test::Words;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
+using namespace test;
 
 // What can be read now, without waiting.
 std::string readNow(const Descriptor& end) {
@@ -105,7 +97,7 @@ void expectToDoItsWork(const LiveMac& mac, Program& daemon) {
 
 test::Environment on(const LiveMac& mac) { return {{"BRISKO_VIRTUAL_MAC", mac.folder()}}; }
 
-TEST(LogWithAWaitingReader, doesNotKeepTheDaemonFromItsWork) {
+TEST(LogWithWaitingReader, doesNotKeepTheDaemonFromItsWork) {
   const LiveMac mac({"--charge", "90"});
   const FullPipe pipe;
   Program daemon("brisko-daemon", {}, on(mac), pipe.writing.number());
@@ -113,7 +105,7 @@ TEST(LogWithAWaitingReader, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(pipe.reading), pipe.filler);
 }
 
-TEST(LogWithAWaitingReader, goesOnWithWholeLinesOnceItIsRead) {
+TEST(LogWithWaitingReader, goesOnWithWholeLinesOnceItIsRead) {
   const LiveMac mac({"--charge", "90"});
   const FullPipe pipe;
   Program daemon("brisko-daemon", {}, on(mac), pipe.writing.number());
@@ -128,7 +120,7 @@ TEST(LogWithAWaitingReader, goesOnWithWholeLinesOnceItIsRead) {
   EXPECT_THAT(mac.log(), EndsWith("\n" + text));
 }
 
-TEST(LogOnATerminalOnHold, doesNotKeepTheDaemonFromItsWork) {
+TEST(LogOnPausedTerminal, doesNotKeepTheDaemonFromItsWork) {
   const LiveMac mac({"--charge", "90"});
   Terminal terminal;
   terminal.hold();
@@ -138,7 +130,7 @@ TEST(LogOnATerminalOnHold, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(terminal.keyboard), "");
 }
 
-TEST(LogOnATerminalOnHold, goesOnWithWholeLinesOnceItIsReleased) {
+TEST(LogOnPausedTerminal, goesOnWithWholeLinesOnceItIsReleased) {
   const LiveMac mac({"--charge", "90"});
   Terminal terminal;
   Program daemon("brisko-daemon", {}, on(mac), terminal.output.number());
@@ -181,9 +173,9 @@ std::string answer(const Words& arguments, const test::Environment& environment,
   return text.substr(std::min(text.size(), pipe.filler.size()));
 }
 
-class AnswerToAWaitingReader : public ::testing::TestWithParam<bool> {};  // whether the pipe is non-blocking
+class WaitingReader : public ::testing::TestWithParam<bool> {};  // whether the pipe is non-blocking
 
-TEST_P(AnswerToAWaitingReader, isNotLost) {
+TEST_P(WaitingReader, isNotLost) {
   const LiveMac mac({"--model", "pro16", "--charge", "57", "--speed", "100"});
   for (const Words& arguments :
        {Words{"--version"}, Words{"--selftest"}, Words{"--probe"}, Words{"--probe", "--json"}}) {
@@ -195,7 +187,7 @@ TEST_P(AnswerToAWaitingReader, isNotLost) {
               MatchesRegex("firmware mode detected .*\narming band .*\n(  B0AC=.*\n){5}disarmed\\. .*\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Through, AnswerToAWaitingReader, ::testing::Bool(),
+INSTANTIATE_TEST_SUITE_P(Through, WaitingReader, ::testing::Bool(),
                          [](const auto& each) { return each.param ? "ANonBlockingPipe" : "APipe"; });
 
 }  // namespace

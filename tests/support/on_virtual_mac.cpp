@@ -29,11 +29,4 @@ void OnVirtualMac::ticks(int count) {
   }
 }
 
-std::vector<std::string> OnVirtualMac::newLines() {
-  const std::vector<std::string> all = mac.logLines();
-  std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(linesSeen_), all.end());
-  linesSeen_ = all.size();
-  return lines;
-}
-
 }  // namespace brisko::test

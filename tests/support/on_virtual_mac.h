@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::test {
@@ -25,12 +24,9 @@ class OnVirtualMac : public ::testing::Test {
   void ticks(int count);
 
   // The lines logged since the last call.
-  [[nodiscard]] std::vector<std::string> newLines();
+  [[nodiscard]] std::vector<std::string> newLines() { return mac.newLogLines(); }
 
   VirtualMac mac;
-
- private:
-  std::size_t linesSeen_ = 0;
 };
 
 using Bytes = std::vector<std::uint8_t>;

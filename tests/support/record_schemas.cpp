@@ -8,12 +8,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
-#include <rapidjson/schema.h>
-#include <rapidjson/stringbuffer.h>
-
+#include "sim/schema/json_schema.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
@@ -28,37 +25,23 @@ void refuseIntegersForNumbers(json& schema) {
   }
 }
 
-struct Schema {
-  rapidjson::Document source;  // the compiled schema points into it
-  std::unique_ptr<rapidjson::SchemaDocument> compiled;
-};
-
 // Compiled once in each process.
-const rapidjson::SchemaDocument& compiledSchema(const std::string& kind) {
-  static std::map<std::string, Schema> known;
-  Schema& schema = known[kind];
-  if (schema.compiled == nullptr) {
+const schema::JsonSchema& compiledSchema(const std::string& kind) {
+  static std::map<std::string, std::unique_ptr<schema::JsonSchema>> known;
+  std::unique_ptr<schema::JsonSchema>& compiled = known[kind];
+  if (compiled == nullptr) {
     json strict = schemaOf(kind);
     refuseIntegersForNumbers(strict);
-    schema.source.Parse(strict.dump().c_str());
-    schema.compiled = std::make_unique<rapidjson::SchemaDocument>(schema.source);
+    compiled = std::make_unique<schema::JsonSchema>(strict.dump());
   }
-  return *schema.compiled;
-}
-
-std::string textOf(const rapidjson::Pointer& pointer) {
-  rapidjson::StringBuffer text;
-  pointer.StringifyUriFragment(text);
-  return text.GetString();
+  return *compiled;
 }
 
 std::optional<std::string> breachOf(std::string_view text, const std::string& kind) {
-  rapidjson::Document document;
-  document.Parse(text.data(), text.size());
-  rapidjson::SchemaValidator validator(compiledSchema(kind));
-  if (!document.HasParseError() && document.Accept(validator)) return std::nullopt;
-  return textOf(validator.GetInvalidDocumentPointer()) + " breaks \"" + validator.GetInvalidSchemaKeyword() +
-         "\" of " + textOf(validator.GetInvalidSchemaPointer()) + " in " + kind + ".schema.json";
+  const auto breach = compiledSchema(kind).breachIn(text);
+  if (!breach) return std::nullopt;
+  return "#" + breach->place + " breaks \"" + breach->keyword + "\" of #" + breach->rule + " in " + kind +
+         ".schema.json";
 }
 
 constexpr std::string_view historySuffix = ".jsonl";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "base/log.h"
 #include "base/options.h"
@@ -116,6 +117,13 @@ void VirtualMac::settings(std::string_view json) { write(defaultConfigPath, json
 std::vector<std::string> VirtualMac::logLines() const {
   std::vector<std::string> lines = stampedLogLines();
   for (std::string& line : lines) line = sim::withoutStamp(line);
+  return lines;
+}
+
+std::vector<std::string> VirtualMac::newLogLines() {
+  std::vector<std::string> lines = logLines();
+  const std::size_t seen = std::exchange(linesSeen_, lines.size());
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(std::min(seen, lines.size())));
   return lines;
 }
 

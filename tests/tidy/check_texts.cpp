@@ -8,9 +8,6 @@
 namespace brisko::test {
 namespace {
 
-// ---------------------------------------------------------------------------------------------------------
-// Characters
-
 // Written in pieces, so that this file does not find itself.
 const std::array<std::string, 2> signs = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
 const std::array<std::string, 2> wideBlanks = {std::string("\xC2") + "\xA0",
@@ -42,55 +39,6 @@ std::vector<std::string> linesWithLiterals(const std::string& path, const std::s
   return lines;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Words
-
-// Written in pieces, so that this file does not find itself.
-const std::array<std::string, 4> outsideWords = {std::string("sp") + "ec", std::string("sp") + "ecs",
-                                                 std::string("sp") + "ecification",
-                                                 std::string("sp") + "ecifications"};
-
-bool isLetter(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
-}
-
-bool isDigit(char character) { return character >= '0' && character <= '9'; }
-
-std::string inSmallLetters(std::string_view word) {
-  std::string result(word);
-  for (char& character : result) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
-  }
-  return result;
-}
-
-// " 1.2", what follows the word in the number of a part.
-bool beginsWithPartNumber(std::string_view text) {
-  if (!text.starts_with(' ')) return false;
-  std::size_t at = 1;
-  while (at < text.size() && isDigit(text[at])) ++at;
-  return at > 1 && at + 1 < text.size() && text[at] == '.' && isDigit(text[at + 1]);
-}
-
-bool pointsOutside(std::string_view word, std::string_view rest) {
-  const std::string small = inSmallLetters(word);
-  if (std::find(outsideWords.begin(), outsideWords.end(), small) != outsideWords.end()) return true;
-  return (small == "part" || small == "parts") && beginsWithPartNumber(rest);
-}
-
-void findOutsideWords(const std::string& path, std::string_view text, Findings& findings) {
-  for (std::size_t begin = 0; begin < text.size();) {
-    std::size_t end = begin;
-    while (end < text.size() && isLetter(text[end])) ++end;
-    const std::string_view word = text.substr(begin, end - begin);
-    if (pointsOutside(word, text.substr(end))) {
-      findings.push_back(place(path, lineOf(text, begin)) + "\"" + std::string(word) +
-                         "\" points to a paper that is not in the tree; give the reason itself");
-    }
-    begin = std::max(end, begin + 1);
-  }
-}
-
 }  // namespace
 
 Findings checkCharacters(const Tree& tree) {
@@ -106,15 +54,6 @@ Findings checkCharacters(const Tree& tree) {
         findings.push_back(place(path, index + 1) + "U+00A0 or U+202F; write the plain blank");
       }
     }
-  }
-  return findings;
-}
-
-Findings checkWords(const Tree& tree) {
-  Findings findings;
-  for (const auto& [path, text] : tree) {
-    findOutsideWords(path, path, findings);
-    findOutsideWords(path, text, findings);
   }
   return findings;
 }

@@ -27,9 +27,6 @@ namespace brisko::test {
 // U+26A0 and U+26D4 carry their variation selector everywhere, and src/ has no blank but the plain one.
 [[nodiscard]] Findings checkCharacters(const Tree& tree);
 
-// The tree explains itself: no file leans on a paper that its reader does not have.
-[[nodiscard]] Findings checkWords(const Tree& tree);
-
 // No text uses a word of scripts/words.txt, except in the at most 40 places of scripts/words-allowed.txt.
 // Each of those places has to exist.
 [[nodiscard]] Findings checkTerms(const Tree& tree);

@@ -1,50 +1,29 @@
 #include "tidy/tree_check.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "sim/process/scratch.h"
+#include "support/testing.h"
 
 // The checks themselves, on small sample trees: each must find its violations, and nothing else.
 namespace brisko::test {
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Key;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
-
 // A tree in a temporary folder.
 class SampleTree {
  public:
-  SampleTree() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "brisko-tree-XXXXXX").string();
-    folder_ = mkdtemp(pattern.data());
-  }
-  ~SampleTree() {
-    std::error_code error;
-    std::filesystem::remove_all(folder_, error);
-  }
-  SampleTree(const SampleTree&) = delete;
-  SampleTree& operator=(const SampleTree&) = delete;
-
   SampleTree& file(const std::string& path, const std::string& text) {
-    const std::filesystem::path full = std::filesystem::path(folder_) / path;
+    const std::filesystem::path full = folder_.path(path);
     std::filesystem::create_directories(full.parent_path());
     std::ofstream(full, std::ios::binary) << text;
     return *this;
   }
 
-  [[nodiscard]] Tree read() const { return readTree(folder_); }
+  [[nodiscard]] Tree read() const { return readTree(folder_.path()); }
 
  private:
-  std::string folder_;
+  sim::ScratchFolder folder_{"brisko-tree"};
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -319,36 +298,6 @@ TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
   EXPECT_THAT(checkCharacters(tree.read()),
               UnorderedElementsAre(StartsWith("src/base/a.cpp:1: "), StartsWith("src/base/b.cpp:2: "),
                                    StartsWith("src/base/c.cpp:1: ")));
-}
-
-// ---------------------------------------------------------------------------------------------------------
-
-const std::string paper = std::string("sp") + "ec";
-
-TEST(Words, mayBeOrdinaryOnes) {
-  SampleTree tree;
-  tree.file("README.md", "A special, specific case. Specified in part by the user; part 2 of 3. parts.\n");
-
-  EXPECT_THAT(checkWords(tree.read()), IsEmpty());
-}
-
-TEST(Words, mayNotPointToPapersOutsideTheTree) {
-  const std::string number = " 2.2";
-  for (const std::string& text : std::vector<std::string>{
-           "as the " + paper + " says", paper + ".md", "The S" + paper.substr(1) + "ification",
-           "see Part" + number, "(Parts" + number + ", 3.1)", "part" + number}) {
-    SampleTree tree;
-    tree.file("docs/files.md", "\n" + text + "\n");
-
-    EXPECT_THAT(checkWords(tree.read()), ElementsAre(StartsWith("docs/files.md:2: "))) << text;
-  }
-}
-
-TEST(Words, areReadInTheNamesOfFilesToo) {
-  SampleTree tree;
-  tree.file("docs/" + paper + ".md", "text\n");
-
-  EXPECT_THAT(checkWords(tree.read()), ElementsAre(HasSubstr(paper + ".md:1: ")));
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -1,15 +1,10 @@
 #include "tools/demo/demo_mac.h"
 
-#include <array>
 #include <cerrno>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
+#include <thread>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -22,14 +17,6 @@ namespace brisko::demo {
 namespace {
 
 using virtual_mac::Machine;
-
-constexpr const char* configPath = "/Library/Application Support/Brisko/config.json";
-
-double realNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 // Runs a program, discarding its standard output when `quiet`. Returns its process id, 0 when it could not be
 // started.
@@ -54,29 +41,19 @@ int statusOf(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::string makeFolder() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/brisko-demo-XXXXXX";
-  return ::mkdtemp(pattern.data()) != nullptr ? pattern : std::string();
-}
-
 }  // namespace
-
-DemoMac::DemoMac() : folder_(makeFolder()) {}
 
 DemoMac::~DemoMac() {
   view_.reset();
   if (boot_ != 0) static_cast<void>(shutDown());
   store_.reset();
-  std::error_code ignored;
-  if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
 }
 
 bool DemoMac::vmac(std::vector<std::string> words) {
   std::string shown = "$ brisko-vmac " + words.front() + " MAC";
   for (std::size_t index = 1; index < words.size(); ++index) shown += " " + words[index];
   say(shown);
-  words.insert(words.begin() + 1, folder_);
+  words.insert(words.begin() + 1, folder_.path());
   words.insert(words.begin(), vmac::siblingProgram("brisko-vmac"));
   const pid_t child = start(words, false);
   return child != 0 && statusOf(child) == 0;
@@ -84,17 +61,18 @@ bool DemoMac::vmac(std::vector<std::string> words) {
 
 bool DemoMac::make(std::vector<std::string> options) {
   options.insert(options.begin(), "new");
-  if (folder_.empty() || !vmac(std::move(options))) return false;
+  if (!vmac(std::move(options))) return false;
   std::string reason;
-  store_ = virtual_mac::MachineStore::open(folder_, reason);
+  store_ = virtual_mac::MachineStore::open(folder_.path(), reason);
   if (!store_) return false;
   view_ = std::make_unique<vmac::LiveView>(*store_, stdout);
-  return true;
+  // For brisko, which is told in no other way.
+  return ::setenv("BRISKO_VIRTUAL_MAC", folder_.path().c_str(), 1) == 0;
 }
 
 bool DemoMac::boot() {
   say("$ brisko-vmac boot MAC &");
-  boot_ = start({vmac::siblingProgram("brisko-vmac"), "boot", folder_}, true);
+  boot_ = start({vmac::siblingProgram("brisko-vmac"), "boot", folder_.path()}, true);
   return boot_ != 0;
 }
 
@@ -105,12 +83,13 @@ bool DemoMac::shutDown() {
   return asked && status == 0;
 }
 
-bool DemoMac::edit(const std::string& settings) {
-  say("$ echo '" + settings + "' > config.json");
-  std::ofstream file(store_->volumeRoot() + configPath, std::ios::trunc);
-  file << settings << '\n';
-  file.close();
-  return !file.fail();
+bool DemoMac::brisko(std::vector<std::string> words) {
+  std::string shown = "$ brisko";
+  for (const std::string& word : words) shown += " " + word;
+  say(shown);
+  words.insert(words.begin(), vmac::siblingProgram("brisko"));
+  const pid_t child = start(words, false);
+  return child != 0 && statusOf(child) == 0;
 }
 
 void DemoMac::title(const std::string& text) {
@@ -137,26 +116,23 @@ bool DemoMac::missing(const std::string& what) {
   return false;
 }
 
-bool DemoMac::await(const std::string& what, double seconds, const Condition& seen) {
-  const double end = realNow() + seconds;
-  const timespec tenth{0, 100'000'000};
-  while (true) {
+bool DemoMac::watch(double seconds, const std::function<bool()>& continues) {
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+  do {
     refresh();
-    if (seen(machine())) return true;
-    if (realNow() >= end) return missing(what);
-    static_cast<void>(::nanosleep(&tenth, nullptr));
-  }
+    if (!continues()) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  } while (Clock::now() < end);
+  return true;
+}
+
+bool DemoMac::await(const std::string& what, double seconds, const Condition& seen) {
+  return watch(seconds, [&] { return !seen(machine()); }) ? missing(what) : true;
 }
 
 bool DemoMac::observe(const std::string& what, double seconds, const Condition& stays) {
-  const double end = realNow() + seconds;
-  const timespec tenth{0, 100'000'000};
-  while (realNow() < end) {
-    refresh();
-    if (!stays(machine())) return missing(what);
-    static_cast<void>(::nanosleep(&tenth, nullptr));
-  }
-  return true;
+  return watch(seconds, [&] { return stays(machine()); }) ? true : missing(what);
 }
 
 bool DemoMac::logged(const std::string& text) const {

@@ -11,13 +11,14 @@
 #include <sys/types.h>
 
 #include "sim/machine/machine_store.h"
+#include "sim/process/scratch.h"
 #include "tools/live_view/live_view.h"
 
 namespace brisko::demo {
 
 class DemoMac {
  public:
-  DemoMac();
+  DemoMac() = default;
   ~DemoMac();  // ends what still runs and removes the folder
   DemoMac(const DemoMac&) = delete;
   DemoMac& operator=(const DemoMac&) = delete;
@@ -32,8 +33,8 @@ class DemoMac {
   // Shuts the machine down. Returns true when the daemon ended in time.
   [[nodiscard]] bool shutDown();
 
-  // Overwrites the daemon's configuration, as a user with an editor would.
-  [[nodiscard]] bool edit(const std::string& settings);
+  // Runs "brisko WORDS…" on the machine and shows the command. Returns false when it failed.
+  [[nodiscard]] bool brisko(std::vector<std::string> words);
 
   void title(const std::string& text);
 
@@ -54,7 +55,10 @@ class DemoMac {
   [[nodiscard]] virtual_mac::Machine machine();
   [[nodiscard]] bool missing(const std::string& what);
 
-  std::string folder_;
+  // Shows the machine until `continues` returns false. Returns true when the time is over before that.
+  [[nodiscard]] bool watch(double seconds, const std::function<bool()>& continues);
+
+  sim::ScratchFolder folder_{"brisko-demo"};
   std::unique_ptr<virtual_mac::MachineStore> store_;
   std::unique_ptr<vmac::LiveView> view_;
   std::vector<std::string> lines_;  // of the log, since the last title()

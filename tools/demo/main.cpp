@@ -62,16 +62,19 @@ bool isUnplugged(DemoMac& mac) {
 
 bool isPluggedInAgain(DemoMac& mac) {
   mac.title("Plugged in again inside the band: no charging, the limit was reached before");
-  return mac.vmac({"plug"}) && mac.await("a hold inside the band", deadline, [&](const Machine& machine) {
-    return mac.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
-  }) && mac.observe("no charging inside the band", 3, [](const Machine& machine) {
-    return level(machine) < 79;
-  });
+  return mac.vmac({"plug"}) &&
+         mac.await("a hold inside the band", deadline,
+                   [&](const Machine& machine) {
+                     return mac.logged("→ state: hold") && level(machine) > 75 && !chargingIsOpen(machine);
+                   }) &&
+         mac.brisko({"why"}) && mac.observe("no charging inside the band", 3, [](const Machine& machine) {
+           return level(machine) < 79;
+         });
 }
 
 bool followsAChangedLimit(DemoMac& mac) {
-  mac.title("The limit is raised to 85 % in config.json");
-  return mac.edit("{\"limit\":85}") &&
+  mac.title("The limit is raised to 85 %");
+  return mac.brisko({"limit", "85"}) && mac.brisko({"why"}) &&
          mac.await("charging up to the new limit", deadline, [&](const Machine& machine) {
            return mac.logged("cap 85%") && mac.logged("→ state: hold") && level(machine) > 84 &&
                   level(machine) < 86 && !chargingIsOpen(machine);

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "sim/process/log_lines.h"
+
 namespace brisko::vmac {
 
 std::vector<std::string> LogTail::newLines() {
@@ -22,12 +24,9 @@ std::vector<std::string> LogTail::newLines() {
   }
   ::close(file);
 
-  std::vector<std::string> lines;
-  std::size_t begin = 0;
-  for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
-    lines.push_back(text.substr(begin, end - begin));
-  }
-  offset_ += static_cast<long long>(begin);  // an incomplete line is read again
+  const std::size_t size = text.size();
+  std::vector<std::string> lines = sim::takeWholeLines(text);
+  offset_ += static_cast<long long>(size - text.size());  // an incomplete line is read again
   return lines;
 }
 

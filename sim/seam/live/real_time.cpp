@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include <time.h>
@@ -14,8 +13,6 @@
 namespace brisko::virtual_mac {
 
 namespace {
-
-constexpr double never = std::numeric_limits<double>::infinity();
 
 double read(clockid_t clock) {
   timespec time{};

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <utility>
 
 #include "sim/seam/moment.h"
@@ -15,7 +14,6 @@ namespace brisko::virtual_mac {
 
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
 constexpr double longestWait = 366 * 86400.0;
 
 // Needed until the last moment of the process, so it is never destroyed.

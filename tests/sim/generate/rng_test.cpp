@@ -7,13 +7,12 @@
 #include <set>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
+using namespace test;
 
 constexpr int manyDraws = 20000;
 
@@ -77,9 +76,13 @@ TEST(Rng, haveChancesFromNeverToAlways) {
 
 TEST(Rng, followTheWeights) {
   Rng rng(5, 1);
-  constexpr std::array<unsigned, 4> weights{0, 3, 0, 1};
+  struct Row {
+    unsigned weight;
+    std::size_t index;
+  };
+  constexpr std::array rows{Row{0, 0}, Row{3, 1}, Row{0, 2}, Row{1, 3}};
   std::array<int, 4> seen{};
-  for (int count = 0; count < manyDraws; ++count) ++seen.at(rng.weighted(weights));
+  for (int count = 0; count < manyDraws; ++count) ++seen.at(rng.weighted(rows).index);
   EXPECT_EQ(seen[0], 0);
   EXPECT_EQ(seen[2], 0);
   EXPECT_NEAR(seen[1], 0.75 * manyDraws, 300);

@@ -8,21 +8,17 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "sim/process/scratch.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
+using namespace test;
 using std::chrono::milliseconds;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 class WorkerPoolTest : public ::testing::Test {
  protected:
@@ -53,6 +49,7 @@ TEST_F(WorkerPoolTest, reportTheirResult) {
                    .begin = 1000,
                    .seconds = 60.5,
                    .invariant = 9,
+                   .invariantText = "9. It holds.",
                    .at = 59.25,
                    .seen = "\"82\"\n%",
                    .log = {"one", "two"},
@@ -62,6 +59,7 @@ TEST_F(WorkerPoolTest, reportTheirResult) {
   EXPECT_EQ(verdict.begin, 1000);
   EXPECT_EQ(verdict.seconds, 60.5);
   EXPECT_EQ(verdict.invariant, 9);
+  EXPECT_EQ(verdict.invariantText, "9. It holds.");
   EXPECT_EQ(verdict.at, 59.25);
   EXPECT_EQ(verdict.seen, "\"82\"\n%");
   EXPECT_THAT(verdict.log, ElementsAre("one", "two"));

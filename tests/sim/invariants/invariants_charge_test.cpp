@@ -1,19 +1,16 @@
-// The invariants of charge, keys and verdicts: each rule is shown what it must let tick and what it must
-// not.
+// The invariants of charge, keys and verdicts: each rule gets what it must accept and what it must
+// reject.
 
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
-#include "sim/invariants/fake_observation.h"
+#include "sim/invariants/invariants_fixture.h"
 #include "sim/invariants/preconditions.h"
 #include "sim/invariants/rule.h"
 #include "sim/machine/journal_text.h"
@@ -24,72 +21,40 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 
-using TestedAction = std::function<void()>;
-
-// A daemon of which the tests say themselves what a tick decided and wrote.
-class Invariants : public test::OnVirtualMac {
+class Invariants : public InvariantsFixture {
  protected:
   void SetUp() override {
     takeGate();
     gState = ChargeState::allow;
     gLastPlugged = true;
-    addChargeRules(rules_);
-    addKeyRules(rules_);
-    addVerdictRules(rules_);
-    observation.givenSummary.journalSeen = written();
+    startRules({addChargeRules, addKeyRules, addVerdictRules});
   }
 
-  // A tick that finds the battery at `pct`, does what is said and ends in `state`.
+  // A tick that finds the battery at `pct`, does `action` and ends in `state`.
   void tick(std::int64_t pct, ChargeState state, const TestedAction& action = {}) {
-    TickRecord tick{.journalFrom = written(), .before = gState};
-    for (const auto& rule : rules_) rule->tickBegins(observation, violated_);
-    if (action) action();
-    gState = state;
-    tick.complete = complete;
-    tick.journalTo = written();
-    tick.sample = {.pct = pct, .state = state, .plugged = true, .temp = temp};
-    tick.settings = settings;
-    tick.linesTo = lines.size();
-    for (const auto& rule : rules_) rule->tickEnded(tick, observation, violated_);
-    ticks_.push_back(tick);
+    runTick(action, [&](TickRecord& tick) {
+      gState = state;
+      tick.complete = complete;
+      tick.sample = {.pct = pct, .state = state, .plugged = true, .temp = temp};
+    });
   }
 
-  void iteration() {
-    const LoopIteration iteration{.journalFrom = observation.givenSummary.journalSeen,
-                                  .journalTo = written(),
-                                  .lines = std::exchange(lines, {}),
-                                  .ticks = std::exchange(ticks_, {})};
-    for (const auto& rule : rules_) rule->iterationEnded(iteration, observation, violated_);
-    observation.givenSummary.journalSeen = written();
-  }
-
+  void iteration() { endIteration(); }
   void iteration(std::int64_t pct, ChargeState state, const TestedAction& action = {}) {
     tick(pct, state, action);
     iteration();
   }
 
-  // The process ends like this after having done what is said.
   void end(const ProcessEnd& how, const TestedAction& action = {}) {
-    ProcessEnd daemon = how;
-    daemon.rest.journalFrom = written();
-    if (action) action();
-    daemon.rest.journalTo = written();
-    checkChargeAtEnd(daemon, observation, violated_);
+    endProcess(how, action, {checkChargeAtEnd});
   }
-
-  void messageStartsWith(const std::string& text) { lines.push_back("2026-03-01T08:15:30Z  " + text); }
-
-  // The invariants that did not hold since the last question.
-  std::vector<int> found() { return std::exchange(found_, {}); }
 
   static TestedAction stops(bool stopped = true) {
     return [stopped] { ASSERT_TRUE(gGate->setCharging(stopped)); };
@@ -100,19 +65,8 @@ class Invariants : public test::OnVirtualMac {
     cuts();
   }
 
-  FakeObservation observation{mac.store()};
-  Settings settings;
   bool complete = true;
   std::optional<double> temp;
-  std::vector<std::string> lines;
-
- private:
-  [[nodiscard]] std::uint64_t written() const { return observation.journal().written; }
-
-  Rules rules_;
-  std::vector<TickRecord> ticks_;
-  std::vector<int> found_;
-  Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -538,16 +492,15 @@ constexpr const char* gaveUp =
 TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
   const auto attempts = [this](std::initializer_list<int> numbers) {
     for (const int number : numbers) {
-      messageStartsWith("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) +
-                        ")");
+      logs("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) + ")");
     }
     iteration();
     return found();
   };
   EXPECT_THAT(attempts({1, 2, 3, 4, 5}), IsEmpty());
   EXPECT_THAT(attempts({6}), ElementsAre(22));
-  messageStartsWith("→ state: hold");
-  messageStartsWith("→ state: discharge");
+  logs("→ state: hold");
+  logs("→ state: discharge");
   EXPECT_THAT(attempts({1}), IsEmpty()) << "another discharge";
   EXPECT_THAT(attempts({1}), ElementsAre(22)) << "twice";
   EXPECT_THAT(attempts({3}), ElementsAre(22)) << "one left out";
@@ -557,29 +510,28 @@ TEST_F(Invariants, wantAGivenUpDischargeToRestUntilItIsRearmed) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, [this] {
     discharges();
-    messageStartsWith("→ state: discharge");
+    logs("→ state: discharge");
   });
   iteration(90, ChargeState::hold, [this] {
     cuts(false);
-    messageStartsWith(gaveUp);
+    logs(gaveUp);
   });
   EXPECT_THAT(found(), IsEmpty());
   iteration(90, ChargeState::discharge, [] { cuts(); });
   EXPECT_THAT(found(), ElementsAre(22));
-  iteration(90, ChargeState::discharge,
-            [this] { messageStartsWith("forced discharge re-armed (settings changed)"); });
+  iteration(90, ChargeState::discharge, [this] { logs("forced discharge re-armed (settings changed)"); });
   EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(Invariants, forgetLinesFromBeforeAFullDisk) {
   const std::string summary = "cap 80%  batt 80%";
   const std::string verdict = "limit verified: charging really does stop";
-  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) messageStartsWith(line);
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) logs(line);
   iteration();
   observation.givenDisturbances.diskIsFull = true;
   iteration();
   observation.givenDisturbances.diskIsFull = false;
-  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) messageStartsWith(line);
+  for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) logs(line);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
 }
@@ -587,31 +539,30 @@ TEST_F(Invariants, forgetLinesFromBeforeAFullDisk) {
 TEST_F(Invariants, wantVerdictsToAlternate) {
   const std::string works = "limit verified: charging really does stop";
   const std::string fails = "⚠️ the limit has no effect: charging continues despite the stop …";
-  for (const std::string& line : {works, fails, works}) messageStartsWith(line);
+  for (const std::string& line : {works, fails, works}) logs(line);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  messageStartsWith(works);
+  logs(works);
   iteration();
   EXPECT_THAT(found(), ElementsAre(23));
 }
 
 TEST_F(Invariants, wantNoSummaryAndNoStateTwice) {
-  messageStartsWith(
-      "brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
-  messageStartsWith("cap 80%  batt 80%");
-  messageStartsWith("→ state: hold");
+  logs("brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
+  logs("cap 80%  batt 80%");
+  logs("→ state: hold");
   iteration();
   EXPECT_THAT(found(), ElementsAre(33)) << "the banner's";
-  messageStartsWith("cap 80%  batt 79%");
-  messageStartsWith("cap 80%  batt 80%");
-  messageStartsWith("→ state: allow");
+  logs("cap 80%  batt 79%");
+  logs("cap 80%  batt 80%");
+  logs("→ state: allow");
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  messageStartsWith("cap 80%  batt 80%");
+  logs("cap 80%  batt 80%");
   iteration();
   EXPECT_THAT(found(), ElementsAre(33));
-  messageStartsWith("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
-  messageStartsWith("→ state: allow");
+  logs("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
+  logs("→ state: allow");
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "it was left without a word";
 }

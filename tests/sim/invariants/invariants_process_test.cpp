@@ -1,14 +1,11 @@
-// The invariants of records, sleep, macOS's own limit and the process itself: each rule is shown what it
-// must let tick and what it must not, on both sides of every border.
+// The invariants of records, sleep, macOS's own limit and the process itself: each rule gets what it
+// must accept and what it must reject, on both sides of every border.
 
 #include <csignal>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "base/log.h"
 #include "base/paths.h"
@@ -18,7 +15,7 @@
 #include "native/native_limit.h"
 #include "platform/system_power.h"
 #include "records/statistics.h"
-#include "sim/invariants/fake_observation.h"
+#include "sim/invariants/invariants_fixture.h"
 #include "sim/invariants/rule.h"
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/control_requests.h"
@@ -27,26 +24,21 @@
 #include "state/tick_state.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
+using namespace test;
 using platform::PowerMessage;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::RequestKind;
 
 constexpr const char* settingsPath = "/Library/Application Support/Brisko/config.json";
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 constexpr const char* dayPath = "/Library/Application Support/Brisko/history/2026-03-01.jsonl";
 
-// A daemon of which the tests say themselves what it did in a iteration.
-class ProcessInvariants : public test::OnVirtualMac {
+class ProcessInvariants : public InvariantsFixture {
  protected:
-  explicit ProcessInvariants(const virtual_mac::MachineOptions& options = {}) : OnVirtualMac(options) {}
+  using InvariantsFixture::InvariantsFixture;
 
   void SetUp() override {
     takeGate();
@@ -57,60 +49,30 @@ class ProcessInvariants : public test::OnVirtualMac {
     startChecking();
   }
 
-  void startChecking() {
-    rules_.clear();
-    addRecordRules(rules_);
-    addSleepRules(rules_);
-    addNativeRules(rules_);
-    addProcessRules(rules_);
-    observation.givenSummary.journalSeen = written();
-  }
+  void startChecking() { startRules({addRecordRules, addSleepRules, addNativeRules, addProcessRules}); }
 
-  void tick(const std::function<void()>& doing = {}) {
-    TickRecord tick{.at = observation.machine().now, .journalFrom = written(), .before = gState};
-    for (const auto& rule : rules_) rule->tickBegins(observation, violated_);
-    if (doing) doing();
-    tick.complete = true;
-    tick.journalTo = written();
-    tick.settings = settings;
-    for (const auto& rule : rules_) rule->tickEnded(tick, observation, violated_);
-    ticks_.push_back(tick);
+  void tick(const TestedAction& action = {}) {
+    runTick(action, [](TickRecord& tick) { tick.complete = true; });
   }
+  void iteration(const std::vector<std::string>& files = {}) { endIteration(files); }
 
-  void iteration(const std::vector<std::string>& files = {}) {
-    LoopIteration iteration{.at = observation.machine().now,
-                            .journalFrom = observation.givenSummary.journalSeen,
-                            .journalTo = written(),
-                            .lines = std::exchange(lines, {}),
-                            .ticks = std::exchange(ticks_, {})};
-    for (const std::string& path : files) iteration.files.push_back({.path = path});
-    for (const auto& rule : rules_) rule->iterationEnded(iteration, observation, violated_);
-    observation.givenSummary.journalSeen = written();
-  }
-
-  // A turn in which the file is left as this text.
+  // An iteration that leaves the file with this text.
   void writes(const char* path, const std::string& text) {
     mac.write(path, text);
     iteration({path});
   }
 
-  void end(ProcessEnd how, const std::function<void()>& doing = {}) {
-    how.rest.journalFrom = written();
-    if (doing) doing();
-    how.rest.journalTo = written();
-    checkRecordsAtEnd(how, observation, violated_);
-    checkSleepAtEnd(how, observation, violated_);
-    checkNativeAtEnd(how, observation, violated_);
-    checkProcessAtEnd(how, observation, violated_);
+  void end(const ProcessEnd& how, const TestedAction& action = {}) {
+    endProcess(how, action, {checkRecordsAtEnd, checkSleepAtEnd, checkNativeAtEnd, checkProcessAtEnd});
   }
 
-  // Something that passes between the machine and the daemon.
+  // A change that the daemon and the machine make together.
   void happens(const std::function<void(virtual_mac::Machine&, virtual_mac::Journal&)>& what) {
     const auto update = mac.store().update();
     what(update.machine(), update.journal());
   }
 
-  void hears(PowerMessage message, int answers) {
+  void receives(PowerMessage message, int answers) {
     happens([&](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
       virtual_mac::PowerNotice notice{};
       notice.type = static_cast<std::uint32_t>(message);
@@ -118,7 +80,7 @@ class ProcessInvariants : public test::OnVirtualMac {
       notice.awaitsAnswer = true;
       notice.answeredAt = -1;
       machine.sleep.notices[notice.token % virtual_mac::noticePlaces] = notice;
-      virtual_mac::noteHeard(machine, journal, notice);
+      virtual_mac::noteReceived(machine, journal, notice);
       for (int count = 0; count < answers; ++count) {
         virtual_mac::allowPowerChange(machine, journal, notice.token);
       }
@@ -132,23 +94,6 @@ class ProcessInvariants : public test::OnVirtualMac {
                 platform::kernelSuccess);
     });
   }
-
-  void messageStartsWith(const std::string& text) { lines.push_back("2026-03-01T08:15:30Z  " + text); }
-
-  // The invariants that did not hold since the last question.
-  std::vector<int> found() { return std::exchange(found_, {}); }
-
-  FakeObservation observation{mac.store()};
-  Settings settings;
-  std::vector<std::string> lines;
-
- private:
-  [[nodiscard]] std::uint64_t written() const { return observation.journal().written; }
-
-  Rules rules_;
-  std::vector<TickRecord> ticks_;
-  std::vector<int> found_;
-  Violated violated_ = [this](int number, const std::string&) { found_.push_back(number); };
 };
 
 // ---------------------------------------------------------------------------------------------------------
@@ -158,7 +103,8 @@ TEST_F(ProcessInvariants, wantNothingBackAfterAllDataWasErased) {
   iteration({statsPath});
   gPurged = true;
   iteration({logPath});
-  EXPECT_THAT(found(), IsEmpty()) << "in the turn of the erasing files are written before they go";
+  EXPECT_THAT(found(), IsEmpty())
+      << "in the iteration of the erasure files are written before they are removed";
   iteration({statsPath});
   EXPECT_THAT(found(), ElementsAre(14));
 }
@@ -382,7 +328,7 @@ TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
   iteration();
   EXPECT_THAT(found(), ElementsAre(18));
   gDormant = false;
-  hears(PowerMessage::systemHasPoweredOn, 0);
+  receives(PowerMessage::systemHasPoweredOn, 0);
   iteration();
   EXPECT_THAT(found(), ElementsAre(18));
   schedulesWakeIn(800);
@@ -408,19 +354,19 @@ TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
 TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
   mac.charge(75);
   ASSERT_TRUE(gGate->setCharging(true));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "exactly the floor";
   ASSERT_TRUE(gGate->setCharging(false));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19)) << "the keys are open";
   observation.givenDisturbances.disturbedAt = observation.machine().now;
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "opened by others";
   gState = ChargeState::allow;
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19));
 }
@@ -432,7 +378,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   iteration();
   const auto sleepsWithWakeIn = [this](double seconds) {
     schedulesWakeIn(seconds);
-    hears(PowerMessage::systemWillSleep, 1);
+    receives(PowerMessage::systemWillSleep, 1);
     iteration();
     happens([](virtual_mac::Machine& machine, virtual_mac::Journal&) { machine.sleep.events = {}; });
     return found();
@@ -441,7 +387,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   EXPECT_THAT(sleepsWithWakeIn(2700), IsEmpty());
   EXPECT_THAT(sleepsWithWakeIn(299), ElementsAre(19));
   EXPECT_THAT(sleepsWithWakeIn(2701), ElementsAre(19));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), ElementsAre(19)) << "none";
   mac.unplug();
@@ -453,26 +399,26 @@ TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
   gState = ChargeState::allow;
   tick();
   iteration();
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   gState = ChargeState::hold;
   iteration();
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
 TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
-  hears(PowerMessage::canSystemSleep, 1);
+  receives(PowerMessage::canSystemSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
-  hears(PowerMessage::canSystemSleep, 0);
+  receives(PowerMessage::canSystemSleep, 0);
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
-  hears(PowerMessage::canSystemSleep, 2);
+  receives(PowerMessage::canSystemSleep, 2);
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
-  end({.status = 0}, [this] { hears(PowerMessage::canSystemSleep, 0); });
+  end({.status = 0}, [this] { receives(PowerMessage::canSystemSleep, 0); });
   EXPECT_THAT(found(), ElementsAre(20)) << "an exit before the answer";
 }
 
@@ -485,15 +431,15 @@ TEST_F(ProcessInvariants, wantTicksQuietForThirtySecondsAfterTheAnnouncement) {
   };
   mac.write(statusPath, R"({"ts":1000.0})");
   ticks();
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
   mac.pass(29.5);
   EXPECT_THAT(ticks(), Contains(21));
   mac.pass(0.5);
   EXPECT_THAT(ticks(), Not(Contains(21)));
-  hears(PowerMessage::systemWillSleep, 1);
+  receives(PowerMessage::systemWillSleep, 1);
   iteration();
-  hears(PowerMessage::systemHasPoweredOn, 0);
+  receives(PowerMessage::systemHasPoweredOn, 0);
   EXPECT_THAT(ticks(), Not(Contains(21))) << "awake again";
 }
 
@@ -620,7 +566,7 @@ TEST_F(NativeInvariants, wantTheLimitOfBeforeBackAfterAnExitUnlessIdle) {
 
 TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
   settings.limit = 70;
-  messageStartsWith("⚠️ macOS won't hold 70% on this Mac (bfG0 reads 0) — holding 80% instead");
+  logs("⚠️ macOS won't hold 70% on this Mac (bfG0 reads 0) — holding 80% instead");
   iteration();
   gNativeWritten = 71;
   tick();
@@ -628,7 +574,7 @@ TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
   gNativeWritten = 70;
   tick();
   EXPECT_THAT(found(), ElementsAre(26));
-  messageStartsWith("⚠️ macOS won't hold 83% on this Mac (bfG0 reads 80) — holding 80% instead");
+  logs("⚠️ macOS won't hold 83% on this Mac (bfG0 reads 80) — holding 80% instead");
   iteration();
   gNativeWritten = 87;
   tick();

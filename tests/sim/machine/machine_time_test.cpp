@@ -1,19 +1,17 @@
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/faults.h"
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
 using namespace virtual_mac;
-using ::testing::ElementsAre;
 
 constexpr double minute = 60;
 constexpr double hour = 3600;
@@ -466,7 +464,7 @@ TEST(MachineChanges, keepsNumbersWithinReason) {
   mac.change(ChangeKind::charge, std::nan(""));
   EXPECT_EQ(level(mac.machine), 0);
   mac.change(ChangeKind::health, 0);
-  EXPECT_EQ(mac.machine.battery.fullMAh, 1);
+  EXPECT_EQ(mac.machine.battery.fullMAh, 100);
   mac.change(ChangeKind::plug, -5);
   EXPECT_EQ(mac.machine.adapter.watts, 0);
   mac.change(ChangeKind::smcService, 3).change(ChangeKind::powerSources, -1).change(ChangeKind::layout, 2);
@@ -475,6 +473,40 @@ TEST(MachineChanges, keepsNumbersWithinReason) {
   EXPECT_EQ(mac.machine.layout, RegistryLayout::flat);
   mac.change(ChangeKind::signal, 0).change(ChangeKind::signal, 32);
   EXPECT_EQ(mac.machine.pendingSignals, 0U);
+}
+
+// What the tools take and what the machine takes is one range.
+TEST(MachineChanges, areHeldToTheRangeThatTheToolsOffer) {
+  const auto after = [](const Fault& fault, double number) {
+    Bench mac;
+    mac.machine.system.asleep = fault.change.kind == ChangeKind::darkWake;  // only a sleeping Mac wakes
+    Change change = fault.change;
+    change.key = keyCode("CHTE");
+    change.number = number;
+    mac.change(change);
+    return mac.machine;
+  };
+  const auto same = [](const Machine& one, const Machine& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
+  };
+  std::size_t measured = 0;
+  for (const Fault& fault : faults()) {
+    if (!fault.asks.number) continue;
+    SCOPED_TRACE(fault.name);
+    const auto& [least, most, unit] = fault.range();
+    EXPECT_TRUE(same(after(fault, most + 1), after(fault, most)));
+    EXPECT_TRUE(same(after(fault, most * 1000), after(fault, most)));
+    const Machine below = after(fault, least - 1);
+    const bool never =
+        fault.change.kind == ChangeKind::keyReleaseAfter || fault.change.kind == ChangeKind::capabilities;
+    EXPECT_EQ(same(below, after(fault, least)), !never) << "below 0 is no number of these";
+    EXPECT_FALSE(same(after(fault, least), after(fault, most)));
+    ++measured;
+  }
+  EXPECT_EQ(measured, 24U);
+  EXPECT_EQ(rangeOf(ChangeKind::load).most, 300);
+  EXPECT_EQ(rangeOf(ChangeKind::health).most, 20000);
+  EXPECT_EQ(rangeOf(ChangeKind::request).most, 0) << "takes no number";
 }
 
 TEST(MachineChanges, keepsThePercentageWhenTheBatteryAges) {
@@ -558,8 +590,10 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
     EXPECT_TRUE(names.insert(fault.name).second);
     EXPECT_THAT(fault.name, ::testing::MatchesRegex("[a-z0-9-]+"));
     EXPECT_TRUE(fault.reason.ends_with('.'));
-    EXPECT_EQ(fault.asks.number, !fault.unit.empty());
-    EXPECT_EQ(fault.asks.number, fault.least < fault.most);
+    if (fault.asks.number) {
+      EXPECT_FALSE(fault.range().unit.empty());
+      EXPECT_LT(fault.range().least, fault.range().most);
+    }
     EXPECT_EQ(findFault(fault.name), &fault);
   }
   EXPECT_EQ(findFault("nothing-like-that"), nullptr);

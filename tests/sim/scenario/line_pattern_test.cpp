@@ -1,13 +1,11 @@
 #include "sim/scenario/line_pattern.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace test;
 
 TEST(LinePattern, isTheWholeLineWhereNothingVaries) {
   EXPECT_TRUE(matches("→ state: hold", "→ state: hold"));
@@ -24,6 +22,14 @@ TEST(LinePattern, leavesOpenWhatVaries) {
   EXPECT_FALSE(matches("ab", "a…b…c"));
   EXPECT_FALSE(matches("xabc", "abc…"));
   EXPECT_FALSE(matches("abcx", "…abc"));
+}
+
+TEST(LinePattern, takesEveryOtherCharacterForItself) {
+  EXPECT_TRUE(matches("/a/.b [1] *? \\x", "/a/…b [1] *? \\x"));
+  EXPECT_FALSE(matches("ab", "a*"));
+  EXPECT_FALSE(matches("ab", "a?"));
+  EXPECT_FALSE(matches("ab", "a[b]"));
+  EXPECT_FALSE(matches("a*", "a\\*"));
 }
 
 TEST(LinePattern, withManyGapsIsFoundNotToFitInNoTime) {

@@ -6,24 +6,17 @@
 #include <filesystem>
 #include <set>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/faults.h"
 #include "sim/scenario/run_scenario.h"
+#include "sim/scenario/scenario_schema.h"
 #include "support/files.h"
 #include "support/record_schemas.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
+using namespace test;
 
 std::vector<std::string> diagnosticsFor(const std::string& text) {
   Diagnostics diagnostics("a.json");
@@ -48,49 +41,108 @@ std::vector<std::string> failuresOf(const std::string& text) {
 
 TEST(ScenarioFile, thatIsNoJsonIsToldWithItsLine) {
   EXPECT_THAT(diagnosticsFor("{\n  \"description\": \"x\",\n  \"timeline\" []}"),
-              ElementsAre(StartsWith("a.json: it is no JSON: parse error at line 3")));
-  EXPECT_THAT(diagnosticsFor(""), SizeIs(1));
-  EXPECT_THAT(diagnosticsFor("[]"), Not(IsEmpty()));
+              ElementsAre("a.json:3: not valid JSON: Missing a colon after a name of object member."));
+  EXPECT_THAT(diagnosticsFor(""), ElementsAre("a.json:1: not valid JSON: The document is empty."));
+  EXPECT_THAT(diagnosticsFor(std::string("{}\n\0", 4)), ElementsAre("a.json:2: not valid JSON"));
+  EXPECT_THAT(diagnosticsFor("{\"description\": \"\xFF\"}"),
+              ElementsAre(StartsWith("a.json:1: not valid JSON: ")));
+  EXPECT_THAT(diagnosticsFor("[]"),
+              ElementsAre("a.json:1: expected an object that describes a scenario, not []"));
+}
+
+// What is wrong with a scenario whose third line has this in its Mac, its fourth this in its step.
+std::vector<std::string> diagnosticsOf(const std::string& mac, const std::string& step) {
+  return diagnosticsFor("{\n\"description\": \"x\", \"mac\":\n{" + mac + "}, \"timeline\": [\n{" + step +
+                        "}], \"end\": {\"running\": true}}");
 }
 
 TEST(ScenarioFile, reportsTheLineThePlaceAndWhatWasExpected) {
-  const std::string text = R"({
-  "description": "x",
-  "mac": {"percent": 120,
-          "gate": "chtx"},
-  "timeline": [
-    {"at": "soon",
-     "see": {"percent": [90, 80], "colour": "green"}}
-  ]
-})";
-  EXPECT_THAT(
-      diagnosticsFor(text),
-      ElementsAre(
-          "a.json:4: /mac/gate: expected chte, ch0b0c, firmware-band or none, not \"chtx\"",
-          "a.json:3: /mac/percent: expected a number from 0 to 100, not 120",
-          HasSubstr("a.json:6: /timeline/0/at: expected a time like \"+90 s\""),
-          StartsWith("a.json:7: /timeline/0/see/colour: is not known here; known are running, "),
-          "a.json:7: /timeline/0/see/percent: expected the least first, and then the most, not [90,80]",
-          "a.json:1: asks for nothing to be seen, so it can't fail"));
+  struct Mistake {
+    const char* mac;
+    const char* step;
+    const char* message;
+  };
+  for (
+      const auto& [mac, step, message] : {
+          Mistake{
+              R"("gate": "chtx")", "",
+              R"(3: /mac/gate: expected chte, ch0b0c, firmware-band or none, not "chtx"; did you mean "chte"?)"},
+          Mistake{R"("gate": "door")", "",
+                  R"(3: /mac/gate: expected chte, ch0b0c, firmware-band or none, not "door")"},
+          Mistake{R"("percent": 120)", "", "3: /mac/percent: expected a number from 0 to 100, not 120"},
+          Mistake{R"("macOS": 10)", "", "3: /mac/macOS: expected a whole number from 11 to 99, not 10"},
+          Mistake{R"("light": 1)", "", "3: /mac/light: expected true or false, not 1"},
+          Mistake{R"("start": "2026-02-30 08:00")", "", "3: /mac/start: there is no such date"},
+          Mistake{R"("start": "today")", "",
+                  R"(3: /mac/start: expected a date and time in UTC like "2026-03-01 08:00", not "today")"},
+          Mistake{
+              "", R"("at": "soon")",
+              R"(4: /timeline/0/at: expected a time like "+90 s", "+1 h 30 min", "21:30" or "+1 day 07:00", not "soon")"},
+          Mistake{"", R"("at": "24:00")", "4: /timeline/0/at: there is no such time"},
+          Mistake{"", R"("look": {})", "4: /timeline/0/look: unknown key; known are at, do, note and see"},
+          Mistake{"", R"("sea": {})", R"(4: /timeline/0/sea: unknown key; did you mean "see"?)"},
+          Mistake{"", R"("see": {"adapterCurt": true})",
+                  R"(4: /timeline/0/see/adapterCurt: unknown key; did you mean "adapterCut"?)"},
+          Mistake{"", R"("see": {"percent": [90, 80]})",
+                  "4: /timeline/0/see/percent: expected the least first, and then the most, not [90,80]"},
+          Mistake{"", R"("see": {"log": {"count": {"a/b": -1}}})",
+                  "4: /timeline/0/see/log/count/a~1b: expected a whole number from 0, not -1"},
+          Mistake{
+              "", R"("do": "sleeep")",
+              R"(4: /timeline/0/do: expected the name of an action ("brisko-lab actions" lists them), an object )"
+              R"(with one name and its value, or a list of actions, not "sleeep"; did you mean "sleep"?)"},
+          Mistake{"", R"("do": ["wake", {"temperatur": 20}])",
+                  R"(4: /timeline/0/do/1/temperatur: unknown key; did you mean "temperature"?)"},
+          Mistake{"", R"("do": {"dance": 20})", "4: /timeline/0/do/dance: unknown key"},
+          Mistake{"", R"("do": "charge")",
+                  R"(4: /timeline/0/do: needs a value, as an object with "charge" and its value)"},
+          Mistake{"", R"("do": {"unplug": 1})",
+                  R"(4: /timeline/0/do/unplug: takes no value; write it as a text, "unplug")"},
+          Mistake{"", R"("do": {"plug": 301})",
+                  R"(4: /timeline/0/do/plug: plug takes a number from 0 to 300 (W), not "301")"},
+          Mistake{"", R"("do": {"key-written": {}})",
+                  R"(4: /timeline/0/do/key-written: needs "key" and "bytes")"},
+          Mistake{
+              "", R"("do": {"write": {"path": "/x"}})",
+              R"(4: /timeline/0/do/write: expected an object with "path", and with "text" or "json", not {"path":"/x"})"},
+          Mistake{
+              "", R"("do": {"ask": "apply"})",
+              R"(4: /timeline/0/do/ask: expected purge, release, restart, or an object with "request", not "apply")"},
+          Mistake{"", R"("do": {"ask": {"request": "apply"}})",
+                  R"(4: /timeline/0/do/ask: apply needs "settings")"},
+      }) {
+    EXPECT_THAT(diagnosticsOf(mac, step), ElementsAre(std::string("a.json:") + message));
+  }
+}
+
+// The schema reports its first mistake alone; what only the lab can judge is reported all at once.
+TEST(ScenarioFile, reportsEveryMistakeThatTheSchemaCannotSee) {
+  EXPECT_THAT(diagnosticsFor(with(R"({"at": "24:00", "do": {"plug": 900}})")),
+              ElementsAre(HasSubstr("/timeline/0/at: "), HasSubstr("/timeline/0/do/plug: "),
+                          "a.json:1: expects nothing, so it cannot fail"));
 }
 
 TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
   const auto nested = [](std::size_t levels) {
-    return R"({"description": "x", "note":)" + std::string(levels, '[') + std::string(levels, ']') + "}";
+    return "{\n\"note\":" + std::string(levels, '[') + std::string(levels, ']') + "}";
   };
-  EXPECT_THAT(diagnosticsFor(nested(63)), Not(Contains(HasSubstr("nests too deep"))));
-  EXPECT_THAT(diagnosticsFor(nested(64)), ElementsAre("a.json: line 1 nests too deep"));
-  EXPECT_THAT(diagnosticsFor(nested(100000)), ElementsAre("a.json: line 1 nests too deep"));
+  EXPECT_THAT(diagnosticsFor(nested(63)), Not(Contains(HasSubstr("levels deep"))));
+  EXPECT_THAT(diagnosticsFor(nested(64)), ElementsAre("a.json:2: more than 64 levels deep"));
+  EXPECT_THAT(diagnosticsFor(nested(100000)), ElementsAre("a.json:2: more than 64 levels deep"));
 }
 
 TEST(ScenarioFile, mayNotNameAKeyTwice) {
   EXPECT_THAT(
       diagnosticsFor("{\"description\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
-      ElementsAre("a.json:3: /timeline/0/do: stands there twice"));
+      ElementsAre("a.json:3: /timeline/0/do: the key appears twice"));
 }
 
 TEST(ScenarioFile, needsADescriptionStepsAndAnExpectation) {
-  EXPECT_THAT(diagnosticsFor("{}"), SizeIs(3));
+  EXPECT_THAT(diagnosticsFor("{}"), ElementsAre(R"(a.json:1: needs "description" and "timeline")"));
+  EXPECT_THAT(diagnosticsFor(R"({"description": "", "timeline": [{}]})"),
+              ElementsAre(HasSubstr("/description: expected what the scenario shows, as a sentence, not")));
+  EXPECT_THAT(diagnosticsFor(R"({"description": "x", "timeline": []})"),
+              ElementsAre(HasSubstr("/timeline: expected a list with at least one step, not []")));
   EXPECT_THAT(diagnosticsFor(with(R"({"see": {"running": true}})")), IsEmpty());
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("end": {"running": true}, )")), IsEmpty());
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})")), SizeIs(1));
@@ -160,7 +212,7 @@ TEST(ScenarioFile, takesADumpFromItsOwnFolder) {
               ElementsAre(StartsWith("a.json:1: /mac/dump: ")));
   EXPECT_THAT(diagnosticsFor(
                   with(R"({"see": {"running": true}})", R"("mac": {"dump": "none.json", "percent": 70}, )")),
-              Contains("a.json:1: /mac/percent: is what the dump says"));
+              Contains("a.json:1: /mac/percent: the dump already says it"));
 }
 
 // --- The schema
@@ -200,9 +252,9 @@ std::set<std::string> namesIn(const Json& object) {
 
 TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
   const Json definitions = test::schemaOf("scenario").at("definitions");
-  const Json& forms = definitions.at("action").at("oneOf");
-  std::set<std::string> named = namesIn(forms.at(1).at("properties"));
-  for (const Json& word : forms.at(0).at("enum")) named.insert(word.get<std::string>());
+  const Json& actions = definitions.at("actions");
+  std::set<std::string> named = namesIn(actions.at("properties"));
+  for (const Json& word : actions.at("anyOf").at(1).at("enum")) named.insert(word.get<std::string>());
   std::set<std::string> known;
   for (const std::string& name : ownActionNames()) known.insert(name);
   for (const virtual_mac::Fault& fault : virtual_mac::faults()) known.emplace(fault.name);
@@ -211,6 +263,13 @@ TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
   const auto checks = checkNames();
   EXPECT_EQ(namesIn(definitions.at("expectations").at("properties")),
             std::set<std::string>(checks.begin(), checks.end()));
+  EXPECT_EQ(definitions.at("expectations").at("properties").at("wakes").at("maximum"),
+            virtual_mac::scheduledPlaces);
+}
+
+TEST(ScenarioSchema, isThePublishedOneInTheProgram) {
+  EXPECT_EQ(scenarioSchemaText(),
+            test::contents(std::string(BRISKO_SCHEMA_FOLDER) + "/scenario.schema.json"));
 }
 
 // --- The page
@@ -326,7 +385,7 @@ TEST(Scenario, inInvariantsModeNeedsNothingElse) {
   const std::string mode = R"("mode": "invariants", )";
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", mode)), IsEmpty());
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("mode": "kindly", )")),
-              Contains(HasSubstr("/mode: expected invariants, not \"kindly\"")));
+              ElementsAre(HasSubstr("/mode: expected invariants, not \"kindly\"")));
 
   // A warning may come, and nobody can be told to end while no daemon runs.
   const std::string warns = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";

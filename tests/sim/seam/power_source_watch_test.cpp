@@ -1,9 +1,8 @@
-// How a process hears of a power source that changes because of what the process does.
-
-#include <gtest/gtest.h>
+// How a process is notified of a power source that changes because of what the process does.
 
 #include "platform/power_sources.h"
 #include "platform/run_loop.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::virtual_mac {
@@ -11,12 +10,12 @@ namespace {
 
 TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
   test::VirtualMac mac;
-  int heard = 0;
-  int heardAtOnce = 0;
+  int notified = 0;
+  int notifiedAtOnce = 0;
   const double begin = mac.machine().now;
   ASSERT_TRUE(platform::addPowerSourceNotification([&] {
-    ++heard;
-    if (mac.machine().now == begin) ++heardAtOnce;
+    ++notified;
+    if (mac.machine().now == begin) ++notifiedAtOnce;
     if (mac.machine().adapter.present) {
       mac.unplug();
     } else {
@@ -29,8 +28,8 @@ TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
   platform::runMain();
   platform::invalidateTimer(timer);
 
-  EXPECT_EQ(heardAtOnce, 16);
-  EXPECT_GT(heard, 2 * 16);  // the rest with what comes next
+  EXPECT_EQ(notifiedAtOnce, 16);
+  EXPECT_GT(notified, 2 * 16);  // the rest with what comes next
 }
 
 }  // namespace

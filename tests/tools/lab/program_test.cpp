@@ -4,19 +4,16 @@
 #include <cstdlib>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ContainsRegex;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
+using namespace test;
 
 struct Ended {
   int status = -1;
@@ -92,7 +89,8 @@ TEST_F(LabProgram, endsWith2ForABadFileAndPlaysTheOthers) {
   const Ended ended =
       run("run " + folder.path("bad.json") + " " + folder.path("none.json") + " " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 2);
-  EXPECT_THAT(ended.output, HasSubstr(folder.path("bad.json") + ":1: /timelime: is not known here"));
+  EXPECT_THAT(ended.output,
+              HasSubstr(folder.path("bad.json") + ":1: /timelime: unknown key; did you mean \"timeline\"?"));
   EXPECT_THAT(ended.output, HasSubstr(folder.path("none.json") + ": cannot be read\n"));
   EXPECT_THAT(ended.output, HasSubstr("3 scenarios: 1 hold, 0 failed, 2 could not be read\n"));
 }

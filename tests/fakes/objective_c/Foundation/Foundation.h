@@ -31,6 +31,7 @@ __attribute__((objc_root_class))
 @end
 
 @interface NSData : NSObject
++ (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length;
 @property(readonly) const void* bytes;
 @property(readonly) NSUInteger length;
 @end
@@ -44,7 +45,15 @@ extern "C" Class NSClassFromString(NSString* name);
 + (NSXPCInterface*)interfaceWithProtocol:(Protocol*)protocol;
 @end
 
+using NSXPCConnectionOptions = NSUInteger;
+constexpr NSXPCConnectionOptions NSXPCConnectionPrivileged = 1U << 12U;
+
 @interface NSXPCConnection : NSObject
+- (instancetype)initWithMachServiceName:(NSString*)name options:(NSXPCConnectionOptions)options;
+@property(retain) NSXPCInterface* remoteObjectInterface;
+@property(copy) void (^invalidationHandler)();
+- (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError* error))handler;
+- (void)invalidate;
 @property(retain) NSXPCInterface* exportedInterface;
 @property(retain) id exportedObject;
 - (void)setCodeSigningRequirement:(NSString*)requirement

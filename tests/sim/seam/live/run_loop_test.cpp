@@ -12,8 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -24,6 +22,7 @@
 #include "platform/power_sources.h"
 #include "platform/smc_service.h"
 #include "sim/seam/live/live_folder.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -48,14 +47,13 @@ extern "C" int ppoll(pollfd* events, nfds_t count, const timespec* timeout, cons
 namespace brisko {
 namespace {
 
+using namespace test;
+
 using platform::addRepeatingTimer;
 using platform::postMain;
 using platform::postMainAfter;
 using platform::runMain;
 using platform::stopMain;
-using test::LiveFolder;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 using virtual_mac::ChangeKind;
 
 std::vector<std::string> wakeSockets(const std::string& folder) {

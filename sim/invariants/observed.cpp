@@ -1,4 +1,4 @@
-#include "sim/invariants/shown.h"
+#include "sim/invariants/observed.h"
 
 #include <algorithm>
 #include <array>
@@ -42,13 +42,15 @@ bool isNativeWrite(const JournalEntry& entry) {
   return entry.command == virtual_mac::journalLimitSet || entry.command == virtual_mac::journalPreference;
 }
 
-bool isHeard(const JournalEntry& entry, platform::PowerMessage message) {
-  return entry.command == virtual_mac::journalHeard && entry.key == static_cast<std::uint32_t>(message);
+bool isReceived(const JournalEntry& entry, platform::PowerMessage message) {
+  return entry.command == virtual_mac::journalReceived && entry.key == static_cast<std::uint32_t>(message);
 }
 
 bool isReply(const JournalEntry& entry, virtual_mac::RequestKind kind) {
   return entry.command == virtual_mac::journalReplied && entry.key == static_cast<std::uint32_t>(kind);
 }
+
+std::string percentText(std::int64_t percent) { return std::to_string(percent) + "%"; }
 
 bool messageStartsWith(std::string_view line, std::string_view beginning) {
   constexpr std::size_t stampWidth = 22;  // "2026-03-01T08:15:30Z" and two blanks

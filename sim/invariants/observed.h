@@ -1,10 +1,11 @@
-// sim/invariants/shown.h
+// sim/invariants/observed.h
 // What the controller shows and what the daemon wrote, read without an exchange with the controller: an
 // exchange of the checker would count as one of the daemon's.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/system_power.h"
@@ -44,10 +45,12 @@ template <class IsMeant>
 }
 
 // A message of the power service that the daemon received.
-[[nodiscard]] bool isHeard(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);
+[[nodiscard]] bool isReceived(const virtual_mac::JournalEntry& entry, platform::PowerMessage message);
 
 // A reply of the daemon to a request of this kind.
 [[nodiscard]] bool isReply(const virtual_mac::JournalEntry& entry, virtual_mac::RequestKind kind);
+
+[[nodiscard]] std::string percentText(std::int64_t percent);  // "80%"
 
 // Whether the message of a logged line begins with the text.
 [[nodiscard]] bool messageStartsWith(std::string_view line, std::string_view beginning);

@@ -1,0 +1,88 @@
+#include "client/commands/command.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include "client/settings_writer.h"
+
+namespace brisko::client {
+namespace {
+
+const char* nameOf(Way way) {
+  switch (way) {
+    case Way::service:
+      return "service";
+    case Way::file:
+      return "file";
+    case Way::none:
+      break;
+  }
+  return "none";
+}
+
+}  // namespace
+
+ExitStatus misuse(const Context& context, const std::string& text) {
+  context.output.complain(text);
+  return ExitStatus::misused;
+}
+
+ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
+                           const std::string& said) {
+  const ChangeOutcome outcome = changeSettings(state, keys,
+                                               {.force = context.invocation.has("--force"),
+                                                .waitSeconds = context.waitSeconds,
+                                                .commandLine = context.commandLine});
+  const bool done = outcome.status == ExitStatus::done;
+  const std::string text = !done ? outcome.text : outcome.text.empty() ? said : said + " " + outcome.text;
+  if (context.json()) {
+    context.output.json({{"schema", "brisko.change/1"},
+                         {"asked", keys},
+                         {"way", nameOf(outcome.way)},
+                         {"written", outcome.way != Way::none},
+                         {"confirmed", outcome.confirmed},
+                         {"status", static_cast<int>(outcome.status)},
+                         {"text", text}});
+  } else if (done) {
+    context.output.remark(text);
+  } else {
+    context.output.complain(text);
+  }
+  return outcome.status;
+}
+
+ExitStatus showSettings(const Context& context, const State& state, const std::string& text,
+                        const Json& values) {
+  if (state.settingsFile.flaw) {
+    context.output.complain(state.settingsFile.path + " is not usable: " + *state.settingsFile.flaw +
+                            "; the daemon uses its defaults");
+  }
+  if (context.json()) {
+    context.output.json({{"schema", "brisko.settings/1"},
+                         {"file", state.settingsFile.object ? "read"
+                                  : state.settingsFile.flaw ? "unusable"
+                                                            : "missing"},
+                         {"settings", values}});
+  } else {
+    context.output.line(text);
+  }
+  return state.settingsFile.flaw ? ExitStatus::notDone : ExitStatus::done;
+}
+
+bool isAgreed(const Context& context, const std::string& question) {
+  if (context.invocation.has("--yes")) return true;
+  if (::isatty(STDIN_FILENO) == 0 || ::isatty(STDOUT_FILENO) == 0) {
+    context.output.complain("nobody can be asked here; add --yes");
+    return false;
+  }
+  context.output.raw(question + " [y/N] ");
+  if (!context.output.flush()) return false;
+  const int answer = std::getchar();
+  const bool agreed = answer == 'y' || answer == 'Y';
+  if (!agreed) context.output.complain("nothing was changed");
+  return agreed;
+}
+
+}  // namespace brisko::client

@@ -1,0 +1,62 @@
+// client/commands/command.h
+// What every command gets, and the commands themselves: one source file for each.
+#pragma once
+
+#include <string>
+
+#include "base/json_file.h"
+#include "client/command_line.h"
+#include "client/exit_status.h"
+#include "client/file_reading.h"
+#include "client/output.h"
+#include "client/state_reader.h"
+
+namespace brisko::client {
+
+struct Context {
+  const Invocation& invocation;
+  const Output& output;
+  Volume volume = {};
+  std::string commandLine = {};  // as a person would type it again
+  double waitSeconds = 3;
+  [[nodiscard]] bool json() const { return invocation.has("--json"); }
+};
+
+// An error in what was typed: one line, and the status for it.
+ExitStatus misuse(const Context& context, const std::string& text);
+
+// Changes settings and reports it: `said` is the sentence when it was done.
+ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
+                           const std::string& said);
+
+// Prints a setting, or several, for a command that was called without a value.
+ExitStatus showSettings(const Context& context, const State& state, const std::string& text,
+                        const Json& values);
+
+// Asks on the terminal. True also with --yes; false, with a complaint, when nobody can be asked.
+[[nodiscard]] bool isAgreed(const Context& context, const std::string& question);
+
+// Names the setting that was probably meant.
+[[nodiscard]] std::string unknownKey(const std::string& name);
+
+ExitStatus runStatus(const Context& context);
+ExitStatus runWhy(const Context& context);
+ExitStatus runLimit(const Context& context);
+ExitStatus runBand(const Context& context);
+ExitStatus runOn(const Context& context);
+ExitStatus runOff(const Context& context);
+ExitStatus runFull(const Context& context);
+ExitStatus runDischarge(const Context& context);
+ExitStatus runHeat(const Context& context);
+ExitStatus runLight(const Context& context);
+ExitStatus runCalibrate(const Context& context);
+ExitStatus runGet(const Context& context);
+ExitStatus runSet(const Context& context);
+ExitStatus runHistory(const Context& context);
+ExitStatus runLog(const Context& context);
+ExitStatus runRestart(const Context& context);
+ExitStatus runVersion(const Context& context);
+ExitStatus runCompletions(const Context& context);
+ExitStatus runHelp(const Context& context);
+
+}  // namespace brisko::client

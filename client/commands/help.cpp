@@ -1,0 +1,17 @@
+#include "client/commands/command.h"
+
+namespace brisko::client {
+
+ExitStatus runHelp(const Context& context) {
+  const auto& words = context.invocation.words;
+  if (words.empty()) {
+    context.output.raw(helpText(nullptr));
+    return ExitStatus::done;
+  }
+  const CommandDefinition* command = findCommand(words.front());
+  if (command == nullptr) return misuse(context, parseCommandLine(words).error);
+  context.output.raw(helpText(command));
+  return ExitStatus::done;
+}
+
+}  // namespace brisko::client

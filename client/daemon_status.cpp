@@ -1,0 +1,76 @@
+#include "client/daemon_status.h"
+
+#include <nlohmann/json.hpp>
+
+#include "calibration/calibration_record.h"
+
+namespace brisko::client {
+namespace {
+
+std::string textAt(const Json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+std::optional<ChargeState> stateIn(const Json& object) {
+  const std::string name = textAt(object, "state");
+  for (const ChargeState state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
+    if (name == stateName(state)) return state;
+  }
+  return std::nullopt;
+}
+
+CalibrationStatus calibrationIn(const Json& object) {
+  CalibrationStatus calibration;
+  const auto found = object.find("cal");
+  if (found == object.end() || !found->is_object()) return calibration;
+  calibration.phase = phaseNamed(textAt(*found, "phase"));
+  calibration.startedAt = numberAt(*found, "startedAt").value_or(0);
+  calibration.phaseSince = numberAt(*found, "phaseSince").value_or(0);
+  calibration.soakBanked = integerAt(*found, "soakBanked").value_or(0);
+  calibration.soakSeconds = integerAt(*found, "soakSeconds").value_or(0);
+  calibration.drainTarget = integerAt(*found, "drainTarget").value_or(0);
+  if (const auto runs = found->find("runs"); runs != found->end() && runs->is_array()) {
+    for (const Json& entry : *runs) {
+      if (const auto run = calRunFrom(entry)) calibration.runs.push_back(*run);
+    }
+  }
+  if (const auto failure = found->find("lastFailure"); failure != found->end()) {
+    calibration.lastFailure = calFailureFrom(*failure);
+  }
+  return calibration;
+}
+
+}  // namespace
+
+std::optional<DaemonStatus> daemonStatusIn(const Json& object) {
+  const auto state = stateIn(object);
+  const auto pct = integerAt(object, "pct");
+  const auto ts = numberAt(object, "ts");
+  if (!state || !pct || !ts) return std::nullopt;
+  const auto flag = [&object](const char* key, bool otherwise) {
+    return booleanAt(object, key).value_or(otherwise);
+  };
+  return DaemonStatus{.state = *state,
+                      .pct = *pct,
+                      .ts = *ts,
+                      .plugged = flag("plugged", false),
+                      .upper = integerAt(object, "upper").value_or(80),
+                      .enabled = flag("enabled", true),
+                      .discharge = flag("discharge", false),
+                      .hot = flag("hot", false),
+                      .topUp = flag("topUp", false),
+                      .dischargeSupported = flag("dischargeSupported", false),
+                      .dischargeFailed = flag("dischargeFailed", false),
+                      .ledSupported = flag("ledSupported", false),
+                      .gateVerified = booleanAt(object, "gateVerified"),
+                      .nativeFloor = integerAt(object, "nativeFloor"),
+                      .temperature = numberAt(object, "temp"),
+                      .startedAt = numberAt(object, "startedAt"),
+                      .chargeMode = textAt(object, "chargeMode"),
+                      .daemonVersion = textAt(object, "daemonVersion"),
+                      .daemonPath = textAt(object, "daemonPath"),
+                      .calibration = calibrationIn(object)};
+}
+
+}  // namespace brisko::client

@@ -1,0 +1,24 @@
+// client/local_time.h
+// Moments, durations and measures as a person reads them, in local time.
+#pragma once
+
+#include <string>
+
+namespace brisko::client {
+
+// "14:02" on the day of `now`, else "Mar 2, 14:02"; with the year when that differs.
+[[nodiscard]] std::string timeText(double secondsSince1970, double now);
+
+// "2026-03-01", the local day that contains the moment.
+[[nodiscard]] std::string dayText(double secondsSince1970);
+
+// "2026-03-01 14:02:05".
+[[nodiscard]] std::string stampText(double secondsSince1970);
+
+// "6 s", "3 min", "4 h 10 min", "3 d 4 h".
+[[nodiscard]] std::string durationText(double seconds);
+
+// "31.5 °C"; whole degrees without a fraction.
+[[nodiscard]] std::string degreesText(double celsius);
+
+}  // namespace brisko::client

@@ -1,0 +1,89 @@
+#include "client/system.h"
+
+#include <array>
+#include <cstdio>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/ps/IOPowerSources.h>
+#include <Security/Security.h>
+#include <sys/sysctl.h>
+#include <sys/time.h>
+
+#include "client/launchd_text.h"
+#include "platform/macos/cf_value.h"
+#include "platform/macos/owned.h"
+
+namespace brisko::client {
+namespace {
+
+using platform::Owned;
+
+// None also for a Mac that has not slept since its start.
+std::optional<double> timeOf(const char* name) {
+  timeval moment{};
+  std::size_t size = sizeof moment;
+  if (::sysctlbyname(name, &moment, &size, nullptr, 0) != 0 || moment.tv_sec == 0) return std::nullopt;
+  return static_cast<double>(moment.tv_sec) + static_cast<double>(moment.tv_usec) / 1e6;
+}
+
+std::optional<double> adapterWatts() {
+  const Owned<CFDictionaryRef> details(IOPSCopyExternalPowerAdapterDetails());
+  if (!details) return std::nullopt;
+  const platform::Value watts = platform::valueOf(CFDictionaryGetValue(details.get(), CFSTR("Watts")));
+  const auto number = watts.asInteger();
+  if (!number || *number <= 0) return std::nullopt;
+  return static_cast<double>(*number);
+}
+
+struct CommandResult {
+  std::string output;
+  bool succeeded = false;
+};
+
+// A fixed command with its whole path.
+CommandResult run(const char* command) {
+  CommandResult result;
+  std::FILE* const stream = ::popen(command, "r");
+  if (stream == nullptr) return result;
+  std::array<char, 4096> piece;
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), stream))
+    result.output.append(piece.data(), count);
+  result.succeeded = ::pclose(stream) == 0;
+  return result;
+}
+
+}  // namespace
+
+SystemFacts readSystem() {
+  return {.adapterWatts = adapterWatts(),
+          .bootedAt = timeOf("kern.boottime"),
+          .wokeAt = timeOf("kern.waketime"),
+          .job = jobIn(run("/bin/launchctl print system/com.brisko.daemon 2>/dev/null").output)};
+}
+
+std::optional<std::string> whyUnusable() { return std::nullopt; }
+
+std::optional<std::string> teamThatSigned(const std::string& path) {
+  const Owned<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()), static_cast<CFIndex>(path.size()),
+      false));
+  Owned<SecStaticCodeRef> code;
+  if (!url || SecStaticCodeCreateWithPath(url.get(), kSecCSDefaultFlags, code.out()) != errSecSuccess)
+    return std::nullopt;
+  Owned<CFDictionaryRef> information;
+  if (SecCodeCopySigningInformation(code.get(), kSecCSSigningInformation, information.out()) != errSecSuccess)
+    return std::nullopt;
+  const platform::Value team =
+      platform::valueOf(CFDictionaryGetValue(information.get(), kSecCodeInfoTeamIdentifier));
+  const std::string* text = team.asText();
+  return text == nullptr ? std::string() : *text;
+}
+
+// Never "kickstart -k": that kills the daemon before it can give the charge back.
+bool endDaemon(std::string& reason) {
+  if (run("/bin/launchctl kill SIGTERM system/com.brisko.daemon 2>/dev/null").succeeded) return true;
+  reason = "launchd does not run the daemon";
+  return false;
+}
+
+}  // namespace brisko::client

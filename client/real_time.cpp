@@ -1,0 +1,19 @@
+#include "client/real_time.h"
+
+#include <chrono>
+#include <ctime>
+
+namespace brisko::client {
+
+double steadyNow() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration<double>(now).count();
+}
+
+void pauseReally(double seconds) {
+  const auto whole = static_cast<std::time_t>(seconds);
+  const timespec length{whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
+  static_cast<void>(::nanosleep(&length, nullptr));
+}
+
+}  // namespace brisko::client

@@ -1,0 +1,206 @@
+#include "client/settings_writer.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "client/real_time.h"
+#include "client/service.h"
+#include "client/setting_keys.h"
+#include "client/settings_file.h"
+#include "client/why.h"
+#include "platform/clock.h"
+#include "platform/host.h"
+
+namespace brisko::client {
+namespace {
+
+constexpr double answerSeconds = 5;
+constexpr double pauseSeconds = 0.05;
+
+ChangeOutcome refused(ExitStatus status, std::string text) {
+  return {.status = status, .text = std::move(text)};
+}
+
+std::string sudoLine(const ChangeOptions& options) { return "run: sudo " + options.commandLine; }
+
+// ---------------------------------------------------------------------------------------------------------
+// Before anything is changed
+
+// A daemon that does nothing would not act on a change, or not even store it.
+std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOptions& options) {
+  if (state.settingsFile.flaw && !options.force) {
+    const std::string& path = state.settingsFile.path;
+    if (state.settingsFile.text.problem == FileProblem::notPermitted)
+      return refused(ExitStatus::notAllowed, "You may not read " + path + "; " + sudoLine(options));
+    return refused(ExitStatus::notDone, "Nothing was changed, because " + path +
+                                            " is not usable: " + *state.settingsFile.flaw +
+                                            ". Correct it, or start from the defaults with --force.");
+  }
+  if (state.volume.isForeign()) return std::nullopt;
+  const Answer answer = why(situationOf(state));
+  switch (answer.reason) {
+    case Reason::notInstalled:
+    case Reason::purged:
+    case Reason::dormant:
+    case Reason::released:
+      return refused(ExitStatus::noDaemon, "Nothing was changed. " + answer.text);
+    default:
+      return std::nullopt;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Confirming
+
+struct Observation {
+  bool confirmed = false;
+  bool contradicted = false;  // by a status written after the change
+  bool twoDaemons = false;
+  bool lost = false;  // the daemon wrote the file at the same moment, without the change
+};
+
+bool allShown(const DaemonStatus& status, const Json& keys) {
+  return std::all_of(keys.items().begin(), keys.items().end(), [&](const auto& entry) {
+    return shows(status, entry.key(), entry.value()).value_or(true);
+  });
+}
+
+// Requests are cleared when they have been served.
+bool fileHolds(const std::string& path, const Json& keys) {
+  const SettingsFile file = readSettingsFile(path);
+  if (!file.object) return false;
+  const Json held = configObject(parseConfig(*file.object));
+  return std::all_of(keys.items().begin(), keys.items().end(), [&](const auto& entry) {
+    const SettingKey* key = findSetting(entry.key());
+    return key == nullptr || key->isRequest || held.value(entry.key(), Json()) == entry.value();
+  });
+}
+
+// Waits for a status from after `writtenAt` that shows the change. `settle` is called for each new status.
+template <typename Settle>
+Observation observe(const State& state, const Json& keys, double writtenAt, Way way, double waitSeconds,
+                    const Settle& settle) {
+  Observation seen;
+  std::set<double> daemons;
+  for (const double end = steadyNow() + waitSeconds;;) {
+    const auto status = readStatus(state.volume);
+    if (status && status->ts >= writtenAt) {
+      settle();
+      if (status->startedAt) daemons.insert(*status->startedAt);
+      seen.contradicted = !allShown(*status, keys);
+      seen.lost = !fileHolds(state.settingsFile.path, keys);
+      seen.confirmed = !seen.contradicted && !seen.lost;
+    } else if (status && way == Way::service) {
+      // The daemon has run a tick before it answered. It wrote no status, so nothing that it shows has
+      // changed.
+      seen.confirmed = allShown(*status, keys) && fileHolds(state.settingsFile.path, keys);
+    }
+    seen.twoDaemons = daemons.size() > 1;
+    if (seen.confirmed || seen.lost || steadyNow() >= end) return seen;
+    pauseReally(pauseSeconds);
+  }
+}
+
+ChangeOutcome outcomeOf(const Observation& seen, Way way) {
+  if (seen.twoDaemons) {
+    return {.status = ExitStatus::notObserved,
+            .way = way,
+            .text = "Two daemons write the status. End the one that launchd did not start."};
+  }
+  if (seen.confirmed) return {.way = way, .confirmed = true};
+  if (seen.contradicted) {
+    return {.status = ExitStatus::notObserved,
+            .way = way,
+            .text = "It was written, but the daemon shows something else; brisko why may say why."};
+  }
+  return {.way = way, .text = "It is written; the daemon reads it within 12 s."};
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The two ways
+
+// Without a readable file the daemon would begin with the defaults, and forget the limit of its command line.
+Json toSend(const State& state, const Json& keys) {
+  Json sent = keys;
+  if (!state.settingsFile.object && !sent.contains("limit")) sent["limit"] = state.job.limit;
+  return sent;
+}
+
+std::optional<ChangeOutcome> throughService(const State& state, const Json& keys,
+                                            const ChangeOptions& options) {
+  const double writtenAt = platform::wallNow();
+  const ServiceReply reply = applySettings(toSend(state, keys).dump(), answerSeconds);
+  if (reply.answer == ServiceAnswer::noAnswer) return std::nullopt;
+  if (reply.answer == ServiceAnswer::refused)
+    return refused(ExitStatus::notDone, "The daemon refused: " + reply.error);
+  return outcomeOf(observe(state, keys, writtenAt, Way::service, options.waitSeconds, [] {}), Way::service);
+}
+
+bool isRunning(const State& state) {
+  const auto& job = state.system.job;
+  return job ? job->processId.has_value() : freshnessOf(situationOf(state)) == Freshness::fresh;
+}
+
+ChangeOutcome notInTheFile(const FileChange& change, const ChangeOptions& options) {
+  const std::string advice = change.status == ExitStatus::notAllowed ? "; " + sudoLine(options) : ".";
+  return refused(change.status, "Nothing was changed: " + change.reason + advice);
+}
+
+// Once, without confirming it.
+FileChange writeFile(const State& state, const Json& keys, const ChangeOptions& options) {
+  Settings defaults;
+  defaults.limit = state.job.limit;
+  return changeSettingsFile(state.settingsFile.path, keys, defaults, options.force);
+}
+
+ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOptions& options) {
+  if (!state.volume.isForeign() && platform::effectiveUserId() != 0)
+    return refused(ExitStatus::notAllowed, "The daemon did not take it from you; " + sudoLine(options));
+  constexpr int mostTries = 3;
+  const std::string& path = state.settingsFile.path;
+  for (int count = 1; count <= mostTries; ++count) {
+    const double writtenAt = platform::wallNow();
+    FileChange change = writeFile(state, keys, options);
+    if (!change.done) return notInTheFile(change, options);
+    bool settled = clearServedRequests(path, keys, change);
+    if (state.volume.isForeign()) return {.way = Way::file, .text = "It is written on that volume."};
+    if (!isRunning(state)) {
+      return {.status = ExitStatus::noDaemon,
+              .way = Way::file,
+              .text = "It is written, but no daemon runs; it applies when the daemon starts."};
+    }
+    const Observation seen = observe(state, keys, writtenAt, Way::file, options.waitSeconds,
+                                     [&] { settled = clearServedRequests(path, keys, change); });
+    if (!seen.lost && settled) return outcomeOf(seen, Way::file);
+  }
+  return {.status = ExitStatus::notDone,
+          .way = Way::file,
+          .text = "The daemon wrote the settings at the same moment; check with brisko get, and try again."};
+}
+
+}  // namespace
+
+std::optional<bool> shows(const DaemonStatus& status, const std::string& key, const Json& value) {
+  if (key == "limit") return status.upper == std::clamp<std::int64_t>(value.get<std::int64_t>(), 20, 100);
+  if (!value.is_boolean()) return std::nullopt;
+  const bool wanted = value.get<bool>();
+  if (key == "enabled") return status.enabled == wanted;
+  if (key == "topUp") return status.topUp == wanted;
+  if (key == "calibrate") return (status.calibration.phase != CalPhase::idle) == wanted;
+  if (key == "discharge") {
+    const bool canShow = status.dischargeSupported && !status.dischargeFailed && !status.topUp;
+    return wanted && !canShow ? std::nullopt : std::optional(status.discharge == wanted);
+  }
+  return std::nullopt;
+}
+
+ChangeOutcome changeSettings(const State& state, const Json& keys, const ChangeOptions& options) {
+  if (auto refusal = refusedByState(state, options)) return *refusal;
+  if (!state.volume.isForeign()) {
+    if (auto outcome = throughService(state, keys, options)) return *outcome;
+  }
+  return throughFile(state, keys, options);
+}
+
+}  // namespace brisko::client

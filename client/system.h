@@ -1,0 +1,42 @@
+// client/system.h
+// What no file of the daemon contains: the adapter's rating, when the Mac started and woke, and what launchd
+// knows of the daemon. Declarations only; mac/ implements them on a Mac, linux/ on a virtual one. A value
+// that is unavailable is missing, and then left out of every answer.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brisko::client {
+
+// The daemon as a job of the launch service.
+struct Job {
+  bool installed = false;
+  std::optional<std::int64_t> processId = {};  // none while it is not running
+  std::vector<std::string> arguments = {};     // of the daemon, its path first; empty when unknown
+};
+
+struct SystemFacts {
+  std::optional<double> adapterWatts = {};  // the rating of the connected adapter
+  std::optional<double> bootedAt = {};      // wall clock, seconds since 1970
+  std::optional<double> wokeAt = {};        // likewise, the last wake
+  bool asleep = false;                      // only a virtual Mac can be asked while it is asleep
+  std::optional<Job> job = {};
+};
+
+[[nodiscard]] SystemFacts readSystem();
+
+// Why this computer cannot be asked at all, as one clause; none when it can. To be called before anything
+// else: without a usable machine the seam would end the process.
+[[nodiscard]] std::optional<std::string> whyUnusable();
+
+// The team that signed the program at `path`; an empty text when nobody did, none when that is unknown.
+[[nodiscard]] std::optional<std::string> teamThatSigned(const std::string& path);
+
+// Asks the launch service to end the daemon with SIGTERM, so that the charge is given back first; it is then
+// started again. False and a reason, as one clause, when that was refused.
+[[nodiscard]] bool endDaemon(std::string& reason);
+
+}  // namespace brisko::client

@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Run before each commit: builds the release and runs the tests of every program that was linked anew since its tests
+# last passed, except those that simulate many days, the packaging tests and the platform of a real Mac. After a change
+# of one source this takes about a minute; `make test` runs everything.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/sources.sh
+
+unset BRISKO_VIRTUAL_MAC BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE
+scripts/install-dependencies.sh checks
+
+changed() {
+  git diff --name-only --diff-filter=d HEAD
+  git ls-files --others --exclude-standard
+}
+comm -12 <(own_sources | LC_ALL=C sort) <(changed | LC_ALL=C sort) |
+  xargs --no-run-if-empty clang-format --dry-run --Werror
+
+build=build/release
+cmake --preset release >"$build.log" 2>&1 || { cat "$build.log" >&2; exit 1; }
+cmake --build "$build" --parallel "$(nproc)" | tail -n 1
+
+# Each line: a program and the names of the tests that it decides. brisko-tidy-tests reads the source tree, so its tests
+# are always due.
+decides='
+brisko-tests             brisko-tests/
+brisko-virtual-mac-tests brisko-virtual-mac-tests/
+brisko-lab-tests         brisko-lab-tests/
+brisko-live-tests        brisko-live-tests/
+brisko-control-tests     brisko-control-tests/
+brisko-process-tests     brisko-process-tests/
+brisko-exchange-tests    brisko-exchange-tests/
+brisko-fuzz-replay       fuzz/
+brisko-lab               scenario/
+brisko-tidy-tests        brisko-tidy-tests/
+'
+passed=$build/passed
+mkdir -p "$passed"
+rm -f "$passed/brisko-tidy-tests"
+due=()
+programs=()
+while read -r program tests; do
+  [[ -n $program && ! $build/$program -ot $passed/$program ]] || continue
+  due+=("$tests")
+  programs+=("$program")
+done <<<"$decides"
+
+status=0
+ctest --preset release --parallel "$(nproc)" --no-tests=error --label-exclude long \
+  --tests-regex "^($(IFS='|' && echo "${due[*]}"))" |
+  grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$' || status=${PIPESTATUS[0]}
+[[ $status -eq 0 ]] || exit "$status"
+for program in "${programs[@]}"; do touch "$passed/$program"; done
+echo "Checked in $SECONDS s."

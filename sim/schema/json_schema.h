@@ -1,0 +1,34 @@
+// sim/schema/json_schema.h
+// A JSON schema of draft 4, and what breaks it.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace brisko::schema {
+
+// The first value that a schema does not allow.
+struct Breach {
+  std::string place = {};    // of the value, as a JSON pointer into the text
+  std::string keyword = {};  // of the schema: "type", "required"
+  std::string rule = {};     // the part of the schema that has the keyword, as a JSON pointer
+};
+
+class JsonSchema {
+ public:
+  explicit JsonSchema(const std::string& schema);
+  ~JsonSchema();
+  JsonSchema(const JsonSchema&) = delete;
+  JsonSchema& operator=(const JsonSchema&) = delete;
+
+  // `text` must be JSON.
+  [[nodiscard]] std::optional<Breach> breachIn(std::string_view text) const;
+
+ private:
+  struct Compiled;
+  std::unique_ptr<const Compiled> compiled_;
+};
+
+}  // namespace brisko::schema

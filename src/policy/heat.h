@@ -1,0 +1,20 @@
+// policy/heat.h
+// The pause for heat: charging stops while the battery is too hot.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace brisko {
+
+struct HeatInputs {
+  bool wanted = false;                        // the user wants the pause
+  bool plugged = false;                       // by the power-source service
+  std::optional<double> temp = std::nullopt;  // °C
+  std::int64_t limit = 40;                    // °C from which charging is paused
+  bool paused = false;                        // by the tick before
+};
+
+[[nodiscard]] bool pausedForHeat(const HeatInputs& inputs);
+
+}  // namespace brisko

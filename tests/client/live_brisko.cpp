@@ -1,0 +1,49 @@
+#include "client/live_brisko.h"
+
+#include <csignal>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace brisko::test {
+
+void LiveBrisko::boot(const Words& arguments) {
+  daemon = mac.daemon(arguments);
+  // The service is offered before the first tick, and that one writes the status.
+  EXPECT_TRUE(mac.logs("batt "));
+  EXPECT_TRUE(eventually([this] { return !contents(statusPath()).empty(); }));
+}
+
+void LiveBrisko::end() {
+  daemon->signal(SIGTERM);
+  EXPECT_TRUE(daemon->ends());
+}
+
+Finished LiveBrisko::brisko(const Words& words, Environment environment) const {
+  environment["BRISKO_VIRTUAL_MAC"] = mac.folder();
+  environment.insert({"LC_ALL", "C.UTF-8"});
+  return run("brisko", words, environment);
+}
+
+std::string LiveBrisko::configPath() const {
+  return mac.folder() + "/volume/Library/Application Support/Brisko/config.json";
+}
+
+std::string LiveBrisko::statusPath() const {
+  return mac.folder() + "/volume/Library/Application Support/Brisko/status.json";
+}
+
+std::string said(const Finished& finished) {
+  EXPECT_EQ(finished.status, 0) << finished.output << finished.errors;
+  EXPECT_EQ(finished.errors, "");
+  return finished.output;
+}
+
+void expectRefused(const Finished& finished, int status, const std::string& text) {
+  EXPECT_EQ(finished.status, status) << finished.output << finished.errors;
+  EXPECT_THAT(finished.errors, ::testing::StartsWith("brisko: "));
+  EXPECT_THAT(finished.errors, ::testing::HasSubstr(text));
+  EXPECT_EQ(countOf(finished.errors, "\n"), 1U) << finished.errors;
+}
+
+}  // namespace brisko::test

@@ -1,0 +1,36 @@
+// tests/client/live_brisko.h
+// The real brisko on a live virtual Mac with the real daemon.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "process/live_mac.h"
+#include "process/program.h"
+
+namespace brisko::test {
+
+class LiveBrisko {
+ public:
+  explicit LiveBrisko(const Words& machine = {"--charge", "70"}) : mac(machine) {}
+
+  // Starts the daemon and waits until it serves.
+  void boot(const Words& arguments = {});
+  void end();
+
+  [[nodiscard]] Finished brisko(const Words& words, Environment environment = {}) const;
+
+  [[nodiscard]] std::string configPath() const;
+  [[nodiscard]] std::string config() const { return contents(configPath()); }
+  [[nodiscard]] std::string statusPath() const;
+
+  LiveMac mac;
+  std::unique_ptr<Program> daemon;
+};
+
+// A success without a word on standard error; its output.
+std::string said(const Finished& finished);
+// One line on standard error with that text, and that exit status.
+void expectRefused(const Finished& finished, int status, const std::string& text);
+
+}  // namespace brisko::test

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "sim/machine/journal.h"
 #include "sim/machine/physics.h"

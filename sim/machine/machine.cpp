@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/client_requirement.h"
@@ -186,7 +185,7 @@ Machine makeMachine(const Model& model, const MachineOptions& options) {
   makeKeys(machine, options.gate.value_or(model.gate), options.cut.value_or(model.cut),
            options.magSafeLight.value_or(model.magSafeLight));
   machine.battery = makeBattery(model, options.percent);
-  machine.adapter = {.present = options.plugged, .watts = model.adapterWatts};
+  machine.adapter = {.present = options.plugged, .watts = model.adapterWatts, .staysConnectedWhenCut = false};
   machine.surroundings = {.loadWatts = model.loadWatts, .ambientC = 25};
   comeToRest(machine);
   return machine;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "sim/machine/machine.h"
@@ -12,12 +11,10 @@
 namespace brisko::test {
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
-
 template <typename Is>
 double firstSeconds(const ChargeCurve& curve, Is is) {
   const auto found = std::find_if(curve.begin(), curve.end(), is);
-  return found == curve.end() ? never : found->seconds;
+  return found == curve.end() ? virtual_mac::never : found->seconds;
 }
 
 // The charge at the first line lies half a percent below the next one, less what flows until that is shown.

@@ -4,11 +4,9 @@
 #include <cmath>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "recordings/recorded_charge.h"
 #include "recordings/recorded_moments.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {

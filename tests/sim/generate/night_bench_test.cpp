@@ -6,13 +6,12 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::HasSubstr;
+using namespace test;
 
 // A night that begins plugged in, far below the limit.
 NightPlan longCharge() {

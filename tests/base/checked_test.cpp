@@ -5,18 +5,15 @@
 #include <cstdlib>
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "support/child.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::inChild;
-using test::tell;
-using testing::KilledBySignal;
+using namespace test;
 
 constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -14,17 +13,12 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::inChild;
-using test::inodeOf;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::tell;
+using namespace test;
 
 bool isOpen(int number) { return ::fcntl(number, F_GETFD) >= 0; }
 

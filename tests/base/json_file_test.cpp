@@ -10,8 +10,6 @@
 #include <random>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -23,23 +21,12 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inChild;
-using test::inodeOf;
-using test::makeFolder;
-using test::makeLink;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using testing::Optional;
+using namespace test;
 
 constexpr std::size_t mebibyte = 1U << 20U;
 

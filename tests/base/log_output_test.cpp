@@ -9,8 +9,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -18,16 +16,13 @@
 #include "base/files.h"
 #include "base/log.h"
 #include "support/child.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::inChild;
-using test::VirtualMac;
-using ::testing::Gt;
-using ::testing::Lt;
-using ::testing::StartsWith;
+using namespace test;
 
 // A stream for the log, and what reads it at the other end, without waiting.
 struct Stream {

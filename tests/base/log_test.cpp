@@ -8,8 +8,6 @@
 #include <type_traits>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,26 +16,13 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inChild;
-using test::inodeOf;
-using test::makeFolder;
-using test::makeLink;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using test::VirtualMac;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace test;
 
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 

@@ -2,13 +2,12 @@
 
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using testing::Optional;
+using namespace test;
 
 void scan(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/usr/local/libexec/brisko-daemon");

@@ -5,8 +5,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,24 +14,13 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::contents;
-using test::exists;
-using test::inodeOf;
-using test::makeFolder;
-using test::makePipe;
-using test::modeOf;
-using test::put;
-using test::ScratchFolder;
-using test::setMode;
-using test::tell;
-using test::VirtualMac;
-using testing::KilledBySignal;
-using testing::Optional;
+using namespace test;
 
 constexpr const char* integerKeys[] = {"limit",       "thermalLimit", "topUpHours",    "hysteresis",
                                        "historyDays", "calDrain",     "calSoakMinutes"};

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

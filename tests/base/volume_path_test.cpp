@@ -1,8 +1,7 @@
 #include "base/volume_path.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/host.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {

@@ -3,9 +3,6 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
@@ -13,17 +10,12 @@
 #include "platform/clock.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
-using virtual_mac::ChangeKind;
-using virtual_mac::PropertyFault;
+using namespace test;
 
 // The lines byte by byte where more than ASCII stands in them.
 #define EM_DASH "\xE2\x80\x94"

@@ -4,22 +4,15 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
-using virtual_mac::ChangeKind;
-using virtual_mac::PropertyFault;
+using namespace test;
 using virtual_mac::RegistryLayout;
 
 // What an earlier file could have left, so that a reader that sets nothing can be told from one that clears.

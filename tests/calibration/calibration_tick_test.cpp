@@ -3,9 +3,6 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
@@ -18,20 +15,12 @@
 #include "support/child.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Bytes;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
+using namespace test;
 
 #define EM_DASH "\xE2\x80\x94"
 #define ARROW "\xE2\x86\x92"

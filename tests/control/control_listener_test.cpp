@@ -18,8 +18,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -29,16 +27,16 @@
 #include "platform/run_loop.h"
 #include "sim/seam/live/folder_socket.h"
 #include "sim/seam/live/live_folder.h"
+#include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::ControlRequests;
 using platform::postMain;
 using platform::Reply;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 

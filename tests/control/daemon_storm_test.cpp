@@ -13,20 +13,19 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "daemon/entry.h"
 #include "platform/run_loop.h"
 #include "sim/seam/live/live_folder.h"
 #include "support/files.h"
+#include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::HasSubstr;
+using namespace test;
 using virtual_mac::ChangeKind;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;

@@ -5,31 +5,16 @@
 #include <filesystem>
 #include <optional>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/file_journal.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::FileJournal;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Eq;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
+using namespace test;
 
 const std::string installed = "/Applications/Brisko.app";
 constexpr const char* dataFolder = "/Library/Application Support/Brisko";

@@ -10,32 +10,17 @@
 #include <optional>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/json_file.h"
 #include "base/options.h"
 #include "base/paths.h"
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
-
+using namespace test;
 using Bytes = std::vector<std::uint8_t>;
 
 #define EM_DASH "\xE2\x80\x94"

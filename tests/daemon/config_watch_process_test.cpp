@@ -5,22 +5,17 @@
 #include <cmath>
 #include <cstdio>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
+using namespace test;
 
 // A daemon that has just made a tick, a second into its heartbeat.
 class Edit : public ::testing::Test {

@@ -6,8 +6,6 @@
 #include <cstdio>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
@@ -16,13 +14,12 @@
 #include "support/descriptors.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
+using namespace test;
 
 void afterIterations(int count) {
   if (count == 0) return platform::stopMain();

@@ -4,8 +4,6 @@
 #include <cmath>
 #include <csignal>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "base/options.h"
@@ -13,22 +11,12 @@
 #include "sim/process/log_lines.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::Change;
-using virtual_mac::ChangeKind;
-using virtual_mac::RequestKind;
+using namespace test;
 using virtual_mac::RequestStage;
 
 constexpr const char* uncheckedLine =

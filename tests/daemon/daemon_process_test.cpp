@@ -7,17 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
 using virtual_mac::SmcService;
 
 TEST(DaemonProcess, doesNothingUntilItIsLetRun) {

@@ -1,7 +1,5 @@
 #include "daemon/entry.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,17 +9,13 @@
 #include "support/child.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::inChild;
-using test::tell;
-using test::VirtualMac;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
+using namespace test;
 
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 

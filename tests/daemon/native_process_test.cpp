@@ -7,35 +7,17 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/charge_limit.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::AllOf;
-using ::testing::AnyOf;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::keyCode;
-using virtual_mac::MachineOptions;
+using namespace test;
 using virtual_mac::OddLimit;
-using virtual_mac::OnWrite;
 
 using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;

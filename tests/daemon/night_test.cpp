@@ -8,31 +8,17 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/process/shared_memory.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::MachineOptions;
-
+using namespace test;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr double hour = 3600;

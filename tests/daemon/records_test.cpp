@@ -7,30 +7,17 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/json_file.h"
 #include "base/paths.h"
 #include "support/daemon_process.h"
 #include "support/files.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::MachineOptions;
+using namespace test;
 
 constexpr const char* folder = "/Library/Application Support/Brisko";
 

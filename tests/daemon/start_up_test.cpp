@@ -3,34 +3,16 @@
 #include <algorithm>
 #include <csignal>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
+using namespace test;
 
 constexpr const char* banner =
     "brisko-daemon started (event-driven) — config /Library/Application Support/Brisko/config.json. charging "

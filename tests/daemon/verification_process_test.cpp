@@ -5,32 +5,14 @@
 #include <algorithm>
 #include <csignal>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::IsSupersetOf;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::keyCode;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
+using namespace test;
 
 constexpr const char* verified = "limit verified: charging really does stop";
 constexpr const char* noEffect =

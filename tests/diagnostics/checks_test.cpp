@@ -1,13 +1,11 @@
 #include "diagnostics/checks.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 
 TEST(Checks, areCountedAndLeaveNothingWhenTheyHold) {
   expect(true, "a");

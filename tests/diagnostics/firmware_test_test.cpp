@@ -3,27 +3,14 @@
 #include <algorithm>
 #include <csignal>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
-using virtual_mac::PropertyFault;
+using namespace test;
 
 constexpr double wholeTest = 18;  // seconds
 

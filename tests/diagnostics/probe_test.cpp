@@ -2,25 +2,15 @@
 
 #include <filesystem>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "support/daemon_process.h"
 #include "support/record_schemas.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::PropertyFault;
+using namespace test;
 
 // What a process with these arguments prints before it comes to a wait; its status comes after it.
 std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) {

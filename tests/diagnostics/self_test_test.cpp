@@ -3,9 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/log.h"
 #include "base/options.h"
 #include "platform/host.h"
@@ -14,17 +11,13 @@
 #include "support/daemon_process.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::inChild;
-using test::ScratchFolder;
-using test::tell;
-using test::VirtualMac;
-using ::testing::IsEmpty;
+using namespace test;
 
 constexpr const char* passed = "✓ 212 vérifications, aucune erreur.\n";
 

@@ -6,20 +6,17 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "fuzz/served_machine.h"
 #include "hardware/smc.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::KernelStatus;
 using platform::kernelSuccess;
 using platform::SmcRecord;
-using ::testing::Each;
-using ::testing::ElementsAre;
 
 constexpr platform::SmcConnection connection = 7;
 constexpr KernelStatus notReady = 0xE00002D8;

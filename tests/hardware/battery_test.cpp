@@ -5,22 +5,17 @@
 #include <cstring>
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/adapter.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::Dictionary;
 using platform::SharedDictionary;
-using test::Bytes;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
-using virtual_mac::PropertyFault;
 
 SharedDictionary source(Dictionary properties) {
   properties.emplace("Type", "InternalBattery");

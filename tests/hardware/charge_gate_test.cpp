@@ -1,22 +1,15 @@
 #include "hardware/charge_gate.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/smc.h"
 #include "platform/clock.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
+using namespace test;
 
 class OnMac : public test::OnVirtualMac {
  protected:

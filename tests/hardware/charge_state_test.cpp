@@ -1,18 +1,14 @@
 #include "hardware/charge_state.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/charge_gate.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::OnWrite;
+using namespace test;
 
 class Applying : public test::OnVirtualMac {
  protected:

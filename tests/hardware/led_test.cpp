@@ -1,21 +1,16 @@
 #include "hardware/led.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/charge_gate.h"
 #include "platform/run_loop.h"
 #include "sim/seam/simulated/driver.h"
 #include "state/machine_abilities.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 
 TEST(LightMode, isTheSystemsWithoutTheWishOrTheAdapter) {
   for (const auto state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {

@@ -3,23 +3,16 @@
 
 #include <limits>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "platform/preferences.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::VirtualMac;
-using test::Writes;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::LimitAnswer;
+using namespace test;
 using virtual_mac::LimitCalls;
-using virtual_mac::LimitClient;
 
 constexpr const char* notified = "notified com.apple.smartcharging.defaultschanged";
 constexpr const char* untilDate = "MCLTempDisabledUntilDate";

@@ -3,19 +3,13 @@
 #include <array>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Bytes;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 
 class Smc : public test::OnVirtualMac {
  protected:

@@ -1,13 +1,14 @@
 #include "hardware/system_lock.h"
 
-#include <gtest/gtest.h>
-
 #include "sim/seam/simulated/driver.h"
 #include "support/child.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
+
+using namespace test;
 
 virtual_mac::MachineOptions macOS(std::int64_t major) {
   virtual_mac::MachineOptions options;
@@ -61,9 +62,6 @@ TEST(SystemLock, isDecidedOncePerProcess) {
 }
 
 // -- The client
-
-using virtual_mac::ChangeKind;
-using virtual_mac::LimitClient;
 
 std::uint64_t loads(const test::VirtualMac& mac) { return mac.machine().limit.calls.loads; }
 

@@ -6,27 +6,17 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-
 #include "sim/seam/simulated/driver.h"
 #include "state/charge_state_record.h"
 #include "state/tick_state.h"
 #include "support/daemon_process.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Bytes;
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 using Notes = std::vector<std::string>;
 
 constexpr const char* configFile = "/Library/Application Support/Brisko/config.json";

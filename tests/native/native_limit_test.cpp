@@ -4,8 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smart_charge_bridge.h"
@@ -15,16 +13,12 @@
 #include "state/native_limit_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Writes;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::LimitAnswer;
+using namespace test;
 using Lines = std::vector<std::string>;
 
 constexpr double hour = 3600;

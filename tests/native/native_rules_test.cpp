@@ -1,9 +1,8 @@
 #include <optional>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "native/native_limit.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

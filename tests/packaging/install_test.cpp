@@ -2,19 +2,11 @@
 #include <map>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "packaging/scratch_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 // What the daemon has written once it runs, beside what was installed.
 Words runningFiles() {

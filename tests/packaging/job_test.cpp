@@ -1,16 +1,13 @@
 #include <memory>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <plist/plist.h>
 
 #include "packaging/scratch_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using ::testing::ElementsAre;
 
 struct Release {
   void operator()(void* node) const { plist_free(node); }

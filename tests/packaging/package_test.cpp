@@ -3,17 +3,11 @@
 #include <filesystem>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "packaging/scratch_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 // A Mac with the tools that sign and pack, and a program.
 class Package : public ::testing::Test {

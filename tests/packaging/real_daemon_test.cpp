@@ -4,19 +4,14 @@
 #include <filesystem>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "packaging/scratch_mac.h"
 #include "process/live_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 const std::string charging = "00000000";
 const std::string stopped = "01000000";

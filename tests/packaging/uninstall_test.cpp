@@ -1,19 +1,11 @@
 #include <algorithm>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "packaging/scratch_mac.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 const std::string runsOnce = "brisko-daemon --limit 100 --config /tmp/SCRATCH/no-settings.json";
 

@@ -4,14 +4,13 @@
 
 #include <csignal>
 
-#include <gtest/gtest.h>
-
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 using virtual_mac::ChangeKind;
 
 // Exactly `expected` where time is exact, no earlier elsewhere.

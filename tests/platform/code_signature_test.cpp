@@ -2,15 +2,14 @@
 
 #include "platform/code_signature.h"
 
-#include <gtest/gtest.h>
-
 #include "sim/machine/client_requirement.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 using virtual_mac::appTeam;
 using virtual_mac::ChangeKind;
 

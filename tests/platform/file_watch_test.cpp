@@ -10,8 +10,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,13 +19,12 @@
 #include "support/descriptors.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace test;
 
 constexpr FileEvents everything = fileWritten | fileExtended | fileAttributes | fileDeleted | fileRenamed;
 

@@ -4,14 +4,13 @@
 
 #include <filesystem>
 
-#include <gtest/gtest.h>
-
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 
 TEST(HostContract, runsTheMachinesSystem) {
   const ContractMachine mac({.macOS = 15});

@@ -1,6 +1,6 @@
 #include "platform/macos_version.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {

@@ -4,17 +4,16 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "platform/registry.h"
 #include "platform/run_loop.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 using virtual_mac::ChangeKind;
 
 // "Power Source State" of the internal battery; "" when there is none.

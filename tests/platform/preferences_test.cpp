@@ -5,21 +5,17 @@
 #include <cstdint>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "platform/smart_charge_client.h"
 #include "sim/machine/charge_limit.h"
 #include "support/child.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
-using test::inChild;
-using test::tell;
+using namespace test;
 using virtual_mac::ChangeKind;
 using virtual_mac::limitDomain;
 using virtual_mac::limitNotification;

@@ -6,18 +6,14 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 
 class RunLoopContract : public ::testing::Test {
  protected:

@@ -6,21 +6,18 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include "platform/clock.h"
 #include "platform/run_loop.h"
 #include "platform/smc_service.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 using virtual_mac::ChangeKind;
 
 // Handlers are plain functions, so what they do is recorded here. Every test has a process of its own.

@@ -2,18 +2,16 @@
 
 #include "platform/smart_charge_client.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "platform/preferences.h"
 #include "sim/machine/charge_limit.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 using virtual_mac::ChangeKind;
 using virtual_mac::LimitAnswer;
 using virtual_mac::LimitCalls;

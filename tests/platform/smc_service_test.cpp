@@ -5,14 +5,13 @@
 #include <algorithm>
 #include <string_view>
 
-#include <gtest/gtest.h>
-
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
+using namespace test;
 using virtual_mac::ChangeKind;
 using virtual_mac::SmcService;
 

@@ -7,21 +7,16 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/clock.h"
 #include "platform/registry.h"
 #include "platform/run_loop.h"
 #include "support/contract_machine.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {
 
-using test::ContractMachine;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 using virtual_mac::ChangeKind;
 
 class SystemPowerContract : public ::testing::Test {

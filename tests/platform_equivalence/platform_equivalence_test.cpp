@@ -4,18 +4,14 @@
 #include <string>
 #include <tuple>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "process/program.h"
 #include "sim/process/log_lines.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Finished;
-using test::run;
-using ::testing::HasSubstr;
+using namespace test;
 
 class PlatformEquivalence : public ::testing::TestWithParam<std::tuple<std::string, std::string>> {};
 

@@ -1,6 +1,6 @@
 #include "policy/decision.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

@@ -3,9 +3,6 @@
 #include <csignal>
 #include <cstring>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
@@ -19,21 +16,12 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Bytes;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
+using namespace test;
 
 // A healthy Mac on its adapter at 70 %; settings as each test writes them.
 class Tick : public test::OnVirtualMac {

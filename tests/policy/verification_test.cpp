@@ -1,8 +1,5 @@
 #include "policy/verification.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "hardware/charge_gate.h"
 #include "hardware/charge_state.h"
 #include "platform/clock.h"
@@ -12,22 +9,12 @@
 #include "state/machine_abilities.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::CutKind;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
-using virtual_mac::OnWrite;
-using virtual_mac::PropertyFault;
+using namespace test;
 
 // The lines byte by byte where more than ASCII stands in them.
 #define WARNING "\xE2\x9A\xA0\xEF\xB8\x8F"

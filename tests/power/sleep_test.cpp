@@ -5,9 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
@@ -20,20 +17,13 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::PowerMessage;
-using test::OnVirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
-using virtual_mac::PropertyFault;
 
 constexpr const char* failedWake =
     "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil";

@@ -4,19 +4,17 @@
 #include <optional>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "process/live_mac.h"
 #include "process/program.h"
 #include "support/child.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Ended;
-using test::LiveMac;
-using test::Words;
+using namespace test;
 
 // As a shell leaves a program whose reader has ended.
 void closeTheReaders() {

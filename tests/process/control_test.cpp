@@ -12,26 +12,17 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
 namespace brisko {
 namespace {
 
-using test::countOf;
-using test::eventually;
-using test::Finished;
-using test::LiveMac;
-using test::Program;
-using test::run;
-using test::Words;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace test;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 

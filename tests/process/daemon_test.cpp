@@ -10,8 +10,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,20 +18,12 @@
 #include "process/program.h"
 #include "sim/process/default_signals.h"
 #include "support/child.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::countOf;
-using test::eventually;
-using test::Finished;
-using test::LiveMac;
-using test::Program;
-using test::run;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace test;
 
 TEST(Modes, versionPrintsTheVersion) {
   const Finished finished = run("brisko-daemon", {"--version"});

@@ -5,8 +5,6 @@
 #include <memory>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,15 +13,12 @@
 #include "process/program.h"
 #include "sim/machine/machine_store.h"
 #include "support/child.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Environment;
-using test::LiveMac;
-using test::ScratchFolder;
-using test::Words;
-using ::testing::HasSubstr;
+using namespace test;
 
 constexpr const char* passed = "✓ 212 vérifications, aucune erreur.\n";
 constexpr const char* object = R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true})";

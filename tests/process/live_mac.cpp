@@ -2,8 +2,9 @@
 
 #include <cstdlib>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include "support/testing.h"
 
 namespace brisko::test {
 

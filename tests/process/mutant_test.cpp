@@ -4,16 +4,13 @@
 #include <set>
 #include <sstream>
 
-#include <gtest/gtest.h>
-
 #include "process/program.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::Finished;
-using test::run;
-using test::Words;
+using namespace test;
 
 constexpr const char* total = "212";
 

@@ -5,11 +5,12 @@
 #include <ctime>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {

@@ -4,22 +4,14 @@
 #include <csignal>
 #include <ctime>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::eventually;
-using test::Finished;
-using test::LiveMac;
-using test::run;
-using ::testing::ContainsRegex;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace test;
 
 constexpr double speed = 60;  // a minute of the machine's in a real second
 

@@ -4,9 +4,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include <gtest/gtest.h>
-
 #include "process/live_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

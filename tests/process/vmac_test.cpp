@@ -3,24 +3,14 @@
 #include <csignal>
 #include <cstdlib>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::countOf;
-using test::eventually;
-using test::Finished;
-using test::LiveMac;
-using test::Program;
-using test::run;
-using test::Words;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using namespace test;
 
 void expectComplaint(const Finished& finished, int status, const std::string& text) {
   EXPECT_EQ(finished.status, status);

@@ -5,8 +5,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -14,18 +12,12 @@
 #include "base/files.h"
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::eventually;
-using test::LiveMac;
-using test::Program;
-using test::Words;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
+using namespace test;
 
 // What can be read now, without waiting.
 std::string readNow(const Descriptor& end) {

@@ -7,9 +7,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/json_file.h"
 #include "base/log.h"
 #include "base/options.h"
@@ -26,6 +23,7 @@
 #include "state/native_limit_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {

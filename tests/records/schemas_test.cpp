@@ -9,9 +9,7 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
 
 #include "base/files.h"
 #include "base/json_file.h"
@@ -19,13 +17,12 @@
 #include "support/files.h"
 #include "support/record_schemas.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::flawIn;
-using ::testing::HasSubstr;
-using ::testing::Optional;
+using namespace test;
 
 const std::vector<std::string> kinds = {"calibration", "config", "history-line",
                                         "probe",       "status", "statistics"};

@@ -4,9 +4,6 @@
 #include <csignal>
 #include <filesystem>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "platform/clock.h"
@@ -16,11 +13,12 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::inChild;
+using namespace test;
 
 constexpr const char* folder = "/Library/Application Support/Brisko";
 

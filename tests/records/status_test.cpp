@@ -6,8 +6,6 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "base/json_file.h"
@@ -22,14 +20,12 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::inChild;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
+using namespace test;
 
 constexpr double begin = 1772352000;
 

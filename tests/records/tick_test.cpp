@@ -4,9 +4,6 @@
 #include <filesystem>
 #include <functional>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/log.h"
 #include "base/options.h"
 #include "base/paths.h"
@@ -22,18 +19,12 @@
 #include "state/tick_state.h"
 #include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::ChangeKind;
-using virtual_mac::PowerSourceFault;
+using namespace test;
 
 constexpr const char* calibration = "calibration.json";
 constexpr const char* config = "config.json";

@@ -8,22 +8,14 @@
 #include <map>
 #include <regex>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "report/xml.h"
 #include "sim/scenario/timing.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
+using namespace test;
 
 class ChartTest : public ::testing::Test {
  protected:

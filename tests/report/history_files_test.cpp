@@ -2,22 +2,16 @@
 
 #include "report/history_files.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/paths.h"
 #include "sim/scenario/timing.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::Field;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace test;
 
 constexpr long long morning = 1772352000;  // 2026-03-01T08:00:00Z
 

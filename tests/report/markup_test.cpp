@@ -1,14 +1,12 @@
 #include "report/markup.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "report/xml.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
+using namespace test;
 
 TEST(Markup, escapesWhatWouldBeRead) {
   EXPECT_EQ(escaped(R"(a < b & c > "d" 'e')"), "a &lt; b &amp; c &gt; &quot;d&quot; &#39;e&#39;");

@@ -6,19 +6,13 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/scenario/timing.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
+using namespace test;
 
 std::string between(const std::string& text, const std::string& begin, const std::string& end) {
   const std::size_t from = text.find(begin);

@@ -5,17 +5,13 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/scenario/timing.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace test;
 
 TEST(Scale, runsEitherWay) {
   const Scale across{.from = 10, .until = 20, .begin = 100, .end = 300};

@@ -2,17 +2,12 @@
 
 #include <algorithm>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::Field;
-using ::testing::Not;
-using ::testing::SizeIs;
+using namespace test;
 
 std::vector<Moment> steady(std::size_t count) {
   std::vector<Moment> moments;

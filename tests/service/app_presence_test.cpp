@@ -3,9 +3,6 @@
 #include <filesystem>
 #include <iterator>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/led.h"
@@ -18,12 +15,12 @@
 #include "state/tick_state.h"
 #include "support/descriptors.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 
 constexpr const char* installed = "/Applications/Brisko.app";
 

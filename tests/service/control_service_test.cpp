@@ -6,9 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/log.h"
 #include "base/options.h"
 #include "base/process_flags.h"
@@ -23,15 +20,12 @@
 #include "support/child.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
+using namespace test;
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko";
 constexpr const char* logFolder = "/Library/Logs/Brisko";

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::test {

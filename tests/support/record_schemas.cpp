@@ -8,12 +8,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <rapidjson/schema.h>
 #include <rapidjson/stringbuffer.h>
 
 #include "support/files.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {

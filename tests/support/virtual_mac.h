@@ -14,6 +14,19 @@
 
 namespace brisko::test {
 
+using virtual_mac::Change;
+using virtual_mac::ChangeKind;
+using virtual_mac::CutKind;
+using virtual_mac::GateKind;
+using virtual_mac::keyCode;
+using virtual_mac::LimitAnswer;
+using virtual_mac::LimitClient;
+using virtual_mac::MachineOptions;
+using virtual_mac::OnWrite;
+using virtual_mac::PowerSourceFault;
+using virtual_mac::PropertyFault;
+using virtual_mac::RequestKind;
+
 // One write to the controller, as a test compares it: "CHTE=01000000", or "CHTE=01000000!" when refused.
 using Writes = std::vector<std::string>;
 

@@ -1,13 +1,9 @@
 #include "tidy/cpp_text.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::vector<std::string> literalsOf(std::string_view source) {
   std::vector<std::string> texts;

@@ -3,23 +3,12 @@
 #include <filesystem>
 #include <fstream>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/process/scratch.h"
+#include "support/testing.h"
 
 // The checks themselves, on small sample trees: each must find its violations, and nothing else.
 namespace brisko::test {
 namespace {
-
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Key;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
 
 // A tree in a temporary folder.
 class SampleTree {

@@ -8,9 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include "support/testing.h"
 #include "tidy/tree_check.h"
 
 // The tree that this test was built from.

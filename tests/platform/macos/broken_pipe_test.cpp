@@ -5,22 +5,18 @@
 #include <cstdlib>
 
 #include <dispatch/dispatch.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "daemon/entry.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/child.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::inChild;
-using test::VirtualMac;
-using ::testing::Contains;
-using ::testing::StartsWith;
+using namespace test;
 
 void closeTheReaderOf(int stream) {
   int ends[2];

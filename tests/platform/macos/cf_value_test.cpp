@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {

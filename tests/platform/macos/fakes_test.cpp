@@ -7,24 +7,23 @@
 #include <IOKit/IOKitLib.h>
 #include <IOKit/pwr_mgt/IOPMLib.h>
 #include <dispatch/dispatch.h>
-#include <gtest/gtest.h>
 
 #include "fakes/objects.h"
 #include "platform/macos/cf_value.h"
 #include "platform/macos/owned.h"
 #include "platform/run_loop.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using fakes::unreleased;
 using platform::firstService;
 using platform::Owned;
 using platform::OwnedService;
 using platform::stringOf;
-using ::testing::ExitedWithCode;
-using ::testing::KilledBySignal;
 
 // Long enough to be read as an object.
 alignas(16) constexpr char plainText[64] = "TeamIdentifier";

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "fakes/system.h"
@@ -16,13 +14,13 @@
 #include "support/descriptors.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::platform {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace test;
 
 void afterIterations(int count) {
   if (count == 0) return stopMain();

@@ -9,31 +9,19 @@
 #include <string_view>
 #include <utility>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "fakes/system.h"
 #include "fakes/threads.h"
 #include "platform/run_loop.h"
 #include "sim/machine/machine.h"
 #include "sim/seam/simulated/virtual_time.h"
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using test::DaemonProcess;
-using test::VirtualMac;
-using test::Writes;
-using ::testing::Contains;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
-using virtual_mac::GateKind;
-using virtual_mac::MachineOptions;
+using namespace test;
 
 constexpr const char* statisticsPath = "/Library/Application Support/Brisko/stats.json";
 constexpr double never = std::numeric_limits<double>::infinity();

@@ -5,13 +5,13 @@
 #include <array>
 #include <string>
 
-#include <gtest/gtest.h>
 #include <sys/sysctl.h>
 
 #include "fakes/system.h"
 #include "sim/seam/simulated/driver.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::platform {

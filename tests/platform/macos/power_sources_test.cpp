@@ -2,17 +2,15 @@
 
 #include "platform/power_sources.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "fakes/system.h"
 #include "support/daemon_process.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
-using ::testing::HasSubstr;
+using namespace test;
 
 TEST(PowerSourcesWithoutNotification, reportThatThereIsNone) {
   const test::VirtualMac mac;

@@ -2,9 +2,8 @@
 
 #include "platform/run_loop.h"
 
-#include <gtest/gtest.h>
-
 #include "fakes/main_loop.h"
+#include "support/testing.h"
 
 namespace brisko::platform {
 namespace {

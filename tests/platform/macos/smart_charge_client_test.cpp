@@ -5,19 +5,18 @@
 #include <csignal>
 #include <string>
 
-#include <gtest/gtest.h>
-
 #include "fakes/smart_charge.h"
 #include "hardware/smart_charge_bridge.h"
 #include "platform/macos/smart_charge_calls.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::platform {
 namespace {
 
+using namespace test;
 using fakes::missingSelectors;
 using fakes::raisingSelectors;
-using ::testing::KilledBySignal;
 
 class MacSmartCharge : public ::testing::Test {
  protected:

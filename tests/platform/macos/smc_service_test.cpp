@@ -5,18 +5,17 @@
 #include <algorithm>
 #include <array>
 
-#include <gtest/gtest.h>
-
 #include "fakes/system.h"
 #include "hardware/smc.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::kernelError;
 using platform::kernelSuccess;
-using virtual_mac::ChangeKind;
 
 constexpr std::size_t whole = 80;
 constexpr std::size_t resultAt = 40;

@@ -6,18 +6,15 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/dump_import/read_dump.h"
 #include "sim/machine/models.h"
 #include "sim/machine/properties.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
 using namespace virtual_mac;
-using ::testing::HasSubstr;
 
 std::string sample(const std::string& name) { return std::string(BRISKO_TEST_DATA) + "/dumps/" + name; }
 

@@ -5,20 +5,15 @@
 #include <csignal>
 #include <cstdlib>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "sim/generate/commit.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace test;
 
 struct Captured {
   int status = -1;

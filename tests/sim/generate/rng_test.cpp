@@ -7,13 +7,12 @@
 #include <set>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
+using namespace test;
 
 constexpr int manyDraws = 20000;
 

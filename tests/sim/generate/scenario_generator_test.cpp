@@ -6,18 +6,14 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/faults.h"
 #include "sim/scenario/scenario.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::Contains;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
+using namespace test;
 
 std::string textOf(std::uint64_t seed, std::int64_t days, Faults faults) {
   return scenarioText(generateScenario(seed, days, faults));

@@ -5,15 +5,12 @@
 #include <algorithm>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Le;
+using namespace test;
 
 // A scenario of a hundred timed actions, an hour apart, named by their numbers.
 GeneratedScenario longScenario() {

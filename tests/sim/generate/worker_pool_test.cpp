@@ -8,21 +8,17 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "sim/process/scratch.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
+using namespace test;
 using std::chrono::milliseconds;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 class WorkerPoolTest : public ::testing::Test {
  protected:

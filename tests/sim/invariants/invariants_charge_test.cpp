@@ -6,9 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
@@ -24,14 +21,12 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using virtual_mac::ChangeKind;
-using virtual_mac::OnWrite;
+using namespace test;
 
 class Invariants : public InvariantsFixture {
  protected:

@@ -7,9 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
@@ -27,17 +24,13 @@
 #include "state/tick_state.h"
 #include "support/files.h"
 #include "support/on_virtual_mac.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
+using namespace test;
 using platform::PowerMessage;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using virtual_mac::ChangeKind;
-using virtual_mac::RequestKind;
 
 constexpr const char* settingsPath = "/Library/Application Support/Brisko/config.json";
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";

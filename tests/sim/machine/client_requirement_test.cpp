@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::virtual_mac {
 namespace {

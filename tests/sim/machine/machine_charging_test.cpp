@@ -1,10 +1,8 @@
 #include <cmath>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {

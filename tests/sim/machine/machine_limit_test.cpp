@@ -5,21 +5,17 @@
 #include <optional>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/preferences.h"
 #include "platform/smart_charge_client.h"
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::virtual_mac {
 namespace {
 
-using test::Bench;
-using test::Bytes;
-using ::testing::ElementsAre;
+using namespace test;
 
 constexpr double usualDelay = 5;
 constexpr double hour = 3600;

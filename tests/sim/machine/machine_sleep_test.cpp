@@ -5,11 +5,9 @@
 #include <memory>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "platform/system_power.h"
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
@@ -20,8 +18,6 @@ using platform::kernelNotFound;
 using platform::kernelNotPrivileged;
 using platform::kernelSuccess;
 using platform::PowerMessage;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using virtual_mac::ChangeKind;
 using virtual_mac::Journal;
 using virtual_mac::Machine;

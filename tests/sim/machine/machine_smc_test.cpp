@@ -2,19 +2,13 @@
 #include <cstring>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
 using namespace virtual_mac;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 const Bytes stop{1, 0, 0, 0};
 const Bytes open{0, 0, 0, 0};

@@ -3,17 +3,14 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/faults.h"
 #include "sim/machine/machine_bench.h"
+#include "support/testing.h"
 
 namespace brisko::test {
 namespace {
 
 using namespace virtual_mac;
-using ::testing::ElementsAre;
 
 constexpr double minute = 60;
 constexpr double hour = 3600;

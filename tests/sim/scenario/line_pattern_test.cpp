@@ -1,13 +1,11 @@
 #include "sim/scenario/line_pattern.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace test;
 
 TEST(LinePattern, isTheWholeLineWhereNothingVaries) {
   EXPECT_TRUE(matches("→ state: hold", "→ state: hold"));

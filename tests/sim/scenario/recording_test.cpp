@@ -4,26 +4,15 @@
 
 #include <algorithm>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/models.h"
 #include "sim/scenario/run_scenario.h"
 #include "sim/scenario/timing.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::Field;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::Optional;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
+using namespace test;
 
 Moment held(double time) {
   Moment moment;

@@ -6,24 +6,16 @@
 #include <filesystem>
 #include <set>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "sim/machine/faults.h"
 #include "sim/scenario/run_scenario.h"
 #include "support/files.h"
 #include "support/record_schemas.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
+using namespace test;
 
 std::vector<std::string> diagnosticsFor(const std::string& text) {
   Diagnostics diagnostics("a.json");

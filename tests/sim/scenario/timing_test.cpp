@@ -1,6 +1,6 @@
 #include "sim/scenario/timing.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {

@@ -1,9 +1,8 @@
 // How a process is notified of a power source that changes because of what the process does.
 
-#include <gtest/gtest.h>
-
 #include "platform/power_sources.h"
 #include "platform/run_loop.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko::virtual_mac {

@@ -4,8 +4,6 @@
 #include <limits>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,20 +11,19 @@
 #include "platform/host.h"
 #include "platform/run_loop.h"
 #include "sim/seam/simulated/driver.h"
+#include "support/testing.h"
 #include "support/virtual_mac.h"
 
 namespace brisko {
 namespace {
 
+using namespace test;
 using platform::addRepeatingTimer;
 using platform::postMain;
 using platform::postMainAfter;
 using platform::runMain;
 using platform::stopMain;
 using platform::uptime;
-using test::VirtualMac;
-using ::testing::ElementsAre;
-using virtual_mac::ChangeKind;
 
 constexpr double never = std::numeric_limits<double>::infinity();
 

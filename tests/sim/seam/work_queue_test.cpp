@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string>
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace brisko::virtual_mac {
 namespace {

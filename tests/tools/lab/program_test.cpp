@@ -4,19 +4,16 @@
 #include <cstdlib>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include "support/files.h"
 #include "support/scratch_folder.h"
+#include "support/testing.h"
 
 namespace brisko::lab {
 namespace {
 
-using ::testing::ContainsRegex;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
+using namespace test;
 
 struct Ended {
   int status = -1;

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <fstream>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "platform/clock.h"
@@ -11,12 +10,12 @@
 #include "platform/run_loop.h"
 #include "platform/smc_service.h"
 #include "sim/seam/live/live_folder.h"
+#include "support/testing.h"
 
 namespace brisko {
 namespace {
 
-using test::LiveFolder;
-using test::ScratchFolder;
+using namespace test;
 
 void useMachineIn(const std::string& folder) {
   ::setenv("BRISKO_VIRTUAL_MAC", folder.c_str(), 1);

@@ -12,8 +12,6 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -24,8 +22,11 @@
 #include "platform/power_sources.h"
 #include "platform/smc_service.h"
 #include "sim/seam/live/live_folder.h"
+#include "support/testing.h"
 
 namespace {
+
+using namespace test;
 
 // Every wait of the run loop in this process, and those that had a length.
 std::atomic<int> gWaits{0};
@@ -53,9 +54,6 @@ using platform::postMain;
 using platform::postMainAfter;
 using platform::runMain;
 using platform::stopMain;
-using test::LiveFolder;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 using virtual_mac::ChangeKind;
 
 std::vector<std::string> wakeSockets(const std::string& folder) {

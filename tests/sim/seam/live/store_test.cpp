@@ -8,8 +8,6 @@
 #include <sstream>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -17,14 +15,12 @@
 #include <unistd.h>
 
 #include "sim/seam/live/live_folder.h"
+#include "support/testing.h"
 
 namespace brisko::virtual_mac {
 namespace {
 
-using test::LiveFolder;
-using test::machineFromNow;
-using test::ScratchFolder;
-using ::testing::HasSubstr;
+using namespace test;
 
 std::string contentsOf(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);

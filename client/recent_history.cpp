@@ -38,8 +38,8 @@ class Collector {
 
   bool take(const RecentSample& sample) {
     if (sample.time > now_) return true;
-    if (!newest_) newest_ = sample.state;
-    if (!changed_ && sample.state != *newest_) changed_ = true;
+    if (!since_) newest_ = sample.state;
+    if (sample.state != newest_) changed_ = true;
     if (!changed_) since_ = sample.time;
     if (changed_ && since_) history_.stateSince = since_;
     const bool recent = sample.time >= now_ - recentSeconds;
@@ -50,7 +50,7 @@ class Collector {
  private:
   double now_;
   RecentHistory& history_;
-  std::optional<ChargeState> newest_;
+  ChargeState newest_ = ChargeState::allow;  // once there is a sample
   std::optional<double> since_;
   bool changed_ = false;
 };

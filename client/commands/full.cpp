@@ -37,8 +37,8 @@ ExitStatus runFull(const Context& context) {
   const auto duration = context.invocation.value("--for");
   const bool stop = context.invocation.has("--stop");
   if (stop && duration) return misuse(context, "--stop and --for exclude each other");
-  const auto hours = duration ? hoursIn(*duration) : std::nullopt;
-  if (duration && !hours) {
+  const std::int64_t hours = duration ? hoursIn(*duration).value_or(0) : 0;  // 0: without an end
+  if (duration && hours == 0) {
     return misuse(context, "--for takes whole hours from 1 to 168, not \"" + *duration +
                                "\"; for example: brisko full --for 4h");
   }
@@ -51,8 +51,8 @@ ExitStatus runFull(const Context& context) {
     context.output.complain(reason);
     return ExitStatus::notDone;
   }
-  const std::string end = hours ? " or after " + std::to_string(*hours) + " h" : "";
-  return changeAndReport(context, state, {{"topUp", true}, {"topUpHours", hours.value_or(0)}},
+  const std::string end = hours != 0 ? " or after " + std::to_string(hours) + " h" : "";
+  return changeAndReport(context, state, {{"topUp", true}, {"topUpHours", hours}},
                          "Charging to full once. The limit returns when you unplug" + end + ".");
 }
 

@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <system_error>
 
@@ -28,17 +27,11 @@ std::string timeStamp(double secondsSince1970) {
   return text.date + "T" + text.time + "Z";
 }
 
-// On a Mac whose main thread is stuck, another thread hands the charge back and logs that it did, while the
-// main thread may come out of its call and log too. Who holds this waits for nobody, and no signal
-// interrupts it.
-std::mutex gWriting;
-
 }  // namespace
 
 void log(std::string_view message) {
   std::string line = timeStamp(platform::wallNow());
   line.append("  ").append(message).append("\n");
-  const std::scoped_lock alone(gWriting);
   offerLogLine(line);
   LogFile::append(line);
 }

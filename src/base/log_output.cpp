@@ -1,6 +1,7 @@
 #include "base/log_output.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <string>
@@ -18,6 +19,10 @@ namespace {
 // What is still missing of a line that was begun. Made before main() and gone after every exit hook.
 std::string gRest;
 
+// On a Mac whose main thread is stuck another thread ends the process, and logs that, while the main thread
+// may come out of its call or hang in a line of its own.
+std::atomic_flag gInALine;
+
 // Writes from the start of `bytes`, in pieces that `write` takes, until it takes none. How many were taken.
 template <typename Write>
 std::size_t writeWhatFits(std::string_view bytes, const Write& write) {
@@ -33,10 +38,12 @@ std::size_t writeWhatFits(std::string_view bytes, const Write& write) {
 
 template <typename Write>
 void offer(std::string_view line, const Write& write) {
+  if (gInALine.test_and_set()) return;
   const std::string text = gRest + std::string(line);
   const std::size_t taken = writeWhatFits(text, write);
   const bool begun = taken > gRest.size();
   gRest = text.substr(taken, (begun ? text.size() : gRest.size()) - taken);
+  gInALine.clear();
 }
 
 bool hasRoom(int pipeOrSocket) {

@@ -8,7 +8,8 @@
 namespace brisko {
 
 // Writes `line`, with its line feed, as far as standard output takes it at once. A line that was begun comes
-// to its end before another begins; one that cannot even be begun is dropped there.
+// to its end before another begins; one that cannot even be begun is dropped there, as is one that comes
+// while another thread is in the middle of its own.
 void offerLogLine(std::string_view line);
 
 }  // namespace brisko

@@ -1,13 +1,10 @@
 #include "base/log_output.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <numeric>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -225,32 +222,6 @@ TEST(LogOutputToATerminal, goesOnPastATerminalOnHold) {
   });
   EXPECT_THAT(text, StartsWith("2026-03-01T08:15:30Z  resumed\n"));
   EXPECT_THAT(mac.logLines().size(), Gt(1000U));
-}
-
-// As when one of them gives the charge back for the other. The lines are longer than a pipe takes in a piece.
-TEST(LogOfTwoThreads, keepsTheirLinesApart) {
-  const VirtualMac mac({.startTime = 1772352930});
-  const std::string text = withOutputTo("Pipe", [](Stream& stream) {
-    std::atomic<int> running = 2;
-    const auto logLines = [&running](char letter) {
-      for (int number = 0; number < 500; ++number) log(std::string(6000, letter));
-      --running;
-    };
-    std::thread one(logLines, 'a');
-    std::thread other(logLines, 'b');
-    std::string read;
-    while (running > 0) read += readNow(stream, 1000);
-    one.join();
-    other.join();
-    return read + readNow(stream);
-  });
-  const std::string stamp = "2026-03-01T08:15:30Z  ";
-  std::istringstream whole(text.substr(0, text.rfind('\n') + 1));
-  int lines = 0;
-  for (std::string line; std::getline(whole, line); ++lines) {
-    ASSERT_TRUE(line == stamp + std::string(6000, 'a') || line == stamp + std::string(6000, 'b')) << lines;
-  }
-  EXPECT_THAT(lines, Gt(1));
 }
 
 TEST(LogOutputToAFile, takesEveryByte) {

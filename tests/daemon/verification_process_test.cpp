@@ -528,6 +528,8 @@ TEST(LightDaemon, isNeitherReadNorWrittenWhereThereIsNone) {
   mac.forgetJournal();
   mac.keepReads();
   daemon.run(60);
+  daemon.signal(SIGTERM).run(60);
+  EXPECT_EQ(daemon.status(), 0);
   EXPECT_THAT(mac.writes(), Not(IsEmpty()));
   EXPECT_THAT(mac.writes(), Each(Not(HasSubstr("ACLC"))));
 }

@@ -167,7 +167,7 @@ NightResult spendNight(const NightPlan& plan, const NightOptions& options) {
   result.below = std::max(0.0, limit - bandWidth - result.percentAtSeven);
   result.wakes = simulation.machine().sleep.wakes - wakesBefore;
   if (const auto violation = simulation.violation()) {
-    result.violation = invariantWords(violation->invariant) + " Seen: " + violation->seen;
+    result.violation = numbered(violation->invariant) + " Seen: " + violation->seen;
   }
   return result;
 }

@@ -73,7 +73,7 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
     step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results" \
-      --exclude-regex '^(brisko-tests|scenario-macos|brisko-mac-tests-long|mutant)/'
+      --exclude-regex '^(brisko-tests|scenario-macos)/' --label-exclude '^long$'
     step 'clang-tidy' scripts/tidy.sh build/asan
   }
   step 'thread sanitizer build' build tsan --target brisko-control-tests &&

@@ -101,6 +101,14 @@ std::string endText(int status) {
   return "with status " + std::to_string(WEXITSTATUS(status));
 }
 
+// Waits for the end of a worker and ends its child processes with it. Returns the status of waitpid.
+int reap(pid_t process) {
+  int status = 0;
+  while (::waitpid(process, &status, 0) < 0 && errno == EINTR) continue;
+  ::kill(-process, SIGKILL);
+  return status;
+}
+
 struct Worker {
   std::uint64_t number;
   pid_t process;
@@ -137,10 +145,7 @@ struct WorkerPool::Impl {
   }
 
   Verdict takeVerdict(Worker& worker) const {
-    int status = 0;
-    while (::waitpid(worker.process, &status, 0) < 0 && errno == EINTR) continue;
-    // Its child processes end with it.
-    ::kill(-worker.process, SIGKILL);
+    const int status = reap(worker.process);
     if (auto verdict = verdictOf(worker.received)) return *verdict;
     Verdict crashed{.seconds = worker.seconds};
     crashed.seen = worker.timedOut ? "the worker process reported nothing for " +
@@ -164,9 +169,9 @@ WorkerPool::WorkerPool(unsigned most, std::chrono::milliseconds timeout)
     : impl_(new Impl{.most = most, .timeout = timeout}) {}
 
 WorkerPool::~WorkerPool() {
-  for (Worker& worker : impl_->workers) {
+  for (const Worker& worker : impl_->workers) {
     ::kill(-worker.process, SIGKILL);
-    static_cast<void>(impl_->takeVerdict(worker));
+    static_cast<void>(reap(worker.process));
   }
   ::close(impl_->shouldContinue.out);
   cancel();

@@ -442,7 +442,8 @@ TEST(Schemas, standOneForEachKindOfDocument) {
   for (const auto& entry :
        std::filesystem::directory_iterator(std::string(BRISKO_TEST_DATA) + "/../../docs/schemas")) {
     const std::string name = entry.path().filename();
-    found.push_back(name.substr(0, name.find('.')));
+    // What brisko prints is its own, and its own tests hold it to its schemas.
+    if (!name.starts_with("brisko-")) found.push_back(name.substr(0, name.find('.')));
   }
   // Scenarios are the lab's, whose own tests hold them to their schema.
   std::vector<std::string> wanted = kinds;

@@ -503,7 +503,7 @@ TEST(MachineChanges, areHeldToTheRangeThatTheToolsOffer) {
     EXPECT_FALSE(same(after(fault, least), after(fault, most)));
     ++measured;
   }
-  EXPECT_EQ(measured, 24U);
+  EXPECT_EQ(measured, 28U);
   EXPECT_EQ(rangeOf(ChangeKind::load).most, 300);
   EXPECT_EQ(rangeOf(ChangeKind::health).most, 20000);
   EXPECT_EQ(rangeOf(ChangeKind::request).most, 0) << "takes no number";

@@ -17,7 +17,7 @@ comm -12 <(own_sources | LC_ALL=C sort) <(changed | LC_ALL=C sort) |
   xargs --no-run-if-empty clang-format --dry-run --Werror
 
 build=build/release
-cmake --preset release >"$build.log" 2>&1 || { cat "$build.log" >&2; exit 1; }
+cmake --preset release >/dev/null
 cmake --build "$build" --parallel "$(nproc)" | tail -n 1
 
 # Each line: a program and the names of the tests that it decides. brisko-tidy-tests reads the source tree, so its tests
@@ -29,6 +29,7 @@ brisko-lab-tests         brisko-lab-tests/
 brisko-live-tests        brisko-live-tests/
 brisko-control-tests     brisko-control-tests/
 brisko-process-tests     brisko-process-tests/
+brisko-client-tests      brisko-client-tests/
 brisko-exchange-tests    brisko-exchange-tests/
 brisko-fuzz-replay       fuzz/
 brisko-lab               scenario/

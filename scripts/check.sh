@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Run before each commit: builds the release and runs the tests of every program that was linked anew since its tests
-# last passed, except those that simulate many days, the packaging tests and the platform of a real Mac. After a change
-# of one source this takes about a minute; `make test` runs everything.
+# last passed, except those that simulate many days, the packaging tests and the platform of a real Mac. The last line
+# says how long that took; `make test` runs everything.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/sources.sh

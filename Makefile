@@ -6,7 +6,7 @@
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
-	@echo 'make check     run before each commit: the tests of what was rebuilt, in about a minute'
+	@echo 'make check     run before each commit: the tests of what was rebuilt, without the long ones'
 	@echo 'make test      run all checks: format, tests with both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     measure speed and memory, each compared with its target'
 	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'

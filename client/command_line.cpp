@@ -3,7 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <numeric>
+
+#include "base/nearest_name.h"
 
 namespace brisko::client {
 namespace {
@@ -82,7 +83,7 @@ const std::vector<CommandDefinition>& definitions() {
        .mostWords = 16},
       {.name = "history",
        .words = "",
-       .meaning = "show the charge over the last days",
+       .meaning = "show the charge over the last days (not available yet)",
        .examples = {"brisko history", "brisko history --days 30 --open",
                     "brisko history --from 2026-03-01 --to 2026-03-14 --html march.html"},
        .options = {{"--days", "DAYS", "how many days back; default 7"},
@@ -211,8 +212,7 @@ std::string overview() {
       "brisko limit 80          stop charging at 80 %\n"
       "brisko status            what happens now\n"
       "brisko why               why, and what would change it\n"
-      "brisko full --for 4h     charge to full once, for a trip\n"
-      "brisko history --open    a page about the last week\n\n"
+      "brisko full --for 4h     charge to full once, for a trip\n\n"
       "Shows and changes how the daemon keeps this Mac's charge inside a band.\n\nCommands:\n";
   for (const CommandDefinition& command : definitions()) {
     text += padded("  " + std::string(command.name), 16) + std::string(command.meaning) + "\n";
@@ -232,33 +232,6 @@ const CommandDefinition* findCommand(std::string_view name) {
 }
 
 std::span<const OptionDefinition> commonOptions() { return common; }
-
-// The fewest letters to insert, remove or replace; a third of the name at most.
-std::optional<std::string> nearestName(std::string_view name, const std::vector<std::string>& names) {
-  const auto distance = [](std::string_view one, std::string_view other) {
-    std::vector<std::size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= one.size(); ++i) {
-      std::size_t diagonal = row[0];
-      row[0] = i;
-      for (std::size_t j = 1; j <= other.size(); ++j) {
-        const std::size_t replaced = diagonal + (one[i - 1] == other[j - 1] ? 0 : 1);
-        diagonal = row[j];
-        row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-      }
-    }
-    return row.back();
-  };
-  std::optional<std::string> nearest;
-  std::size_t fewest = std::max<std::size_t>(name.size() / 3, 1) + 1;
-  for (const std::string& known : names) {
-    const std::size_t count = distance(name, known);
-    if (count >= fewest) continue;
-    fewest = count;
-    nearest = known;
-  }
-  return nearest;
-}
 
 std::optional<std::string> Invocation::value(const std::string& option) const {
   const auto found = options.find(option);

@@ -35,13 +35,9 @@ struct CommandDefinition {
 };
 
 [[nodiscard]] std::span<const CommandDefinition> commandDefinitions();
-[[nodiscard]] const CommandDefinition* findCommand(std::string_view name);  // null when there is none
+[[nodiscard]] const CommandDefinition* findCommand(std::string_view name);  // null if unknown
 // Accepted before and after every command.
 [[nodiscard]] std::span<const OptionDefinition> commonOptions();
-
-// One of `names` that the reader may have meant; none when none is similar.
-[[nodiscard]] std::optional<std::string> nearestName(std::string_view name,
-                                                     const std::vector<std::string>& names);
 
 // A parsed command line.
 struct Invocation {

@@ -12,14 +12,6 @@ std::string textAt(const Json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
-std::optional<ChargeState> stateIn(const Json& object) {
-  const std::string name = textAt(object, "state");
-  for (const ChargeState state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
-    if (name == stateName(state)) return state;
-  }
-  return std::nullopt;
-}
-
 CalibrationStatus calibrationIn(const Json& object) {
   CalibrationStatus calibration;
   const auto found = object.find("cal");
@@ -44,7 +36,7 @@ CalibrationStatus calibrationIn(const Json& object) {
 }  // namespace
 
 std::optional<DaemonStatus> daemonStatusIn(const Json& object) {
-  const auto state = stateIn(object);
+  const auto state = stateNamed(textAt(object, "state"));
   const auto pct = integerAt(object, "pct");
   const auto ts = numberAt(object, "ts");
   if (!state || !pct || !ts) return std::nullopt;

@@ -63,6 +63,8 @@ std::string durationText(double seconds) {
   return joined(whole / 86'400, " d", whole / 3600 % 24, " h");
 }
 
+std::string percentText(std::int64_t percent) { return std::to_string(percent) + " %"; }
+
 std::string degreesText(double celsius) {
   if (celsius == std::floor(celsius)) return formatted("%.0f °C", celsius);
   return formatted("%.1f °C", celsius);

@@ -2,6 +2,7 @@
 // Moments, durations and measures as a person reads them, in local time.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace brisko::client {
@@ -17,6 +18,9 @@ namespace brisko::client {
 
 // "6 s", "3 min", "4 h 10 min", "3 d 4 h".
 [[nodiscard]] std::string durationText(double seconds);
+
+// "80 %".
+[[nodiscard]] std::string percentText(std::int64_t percent);
 
 // "31.5 °C"; whole degrees without a fraction.
 [[nodiscard]] std::string degreesText(double celsius);

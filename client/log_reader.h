@@ -11,6 +11,9 @@
 
 namespace brisko::client {
 
+inline constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
+inline constexpr const char* previousLogPath = "/Library/Logs/Brisko/daemon.log.1";
+
 struct LogLine {
   double time = 0;           // seconds since 1970
   std::string message = {};  // without the time

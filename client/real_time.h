@@ -10,4 +10,8 @@ namespace brisko::client {
 // Blocks for that many seconds. A handled signal may end it early.
 void pauseReally(double seconds);
 
+// From then on Ctrl-C no longer ends the program; it ends pauseReally(), and wasInterrupted() returns true.
+void catchInterrupt();
+[[nodiscard]] bool wasInterrupted();
+
 }  // namespace brisko::client

@@ -55,18 +55,11 @@ class Collector {
   bool changed_ = false;
 };
 
-bool isSameStretch(const RecentSample& one, const RecentSample& other) {
-  return one.state == other.state && one.plugged == other.plugged;
-}
-
 // Where the charge changed, oldest first: the first sample of each percentage.
-std::vector<RecentSample> changesOf(const std::vector<RecentSample>& samples) {
+std::vector<RecentSample> changesOf(std::span<const RecentSample> samples) {
   std::vector<RecentSample> changes;
-  if (samples.empty()) return changes;
-  auto begin = samples.end() - 1;
-  while (begin != samples.begin() && isSameStretch(*(begin - 1), samples.back())) --begin;
-  for (auto sample = begin + 1; sample < samples.end(); ++sample) {
-    if (sample->pct != (sample - 1)->pct) changes.push_back(*sample);
+  for (std::size_t index = 1; index < samples.size(); ++index) {
+    if (samples[index].pct != samples[index - 1].pct) changes.push_back(samples[index]);
   }
   return changes;
 }
@@ -81,15 +74,11 @@ std::optional<RecentSample> sampleIn(const std::string& line) {
   const auto plugged = booleanAt(*object, "g");
   const auto state = object->find("s");
   if (!time || !pct || !plugged || state == object->end() || !state->is_string()) return std::nullopt;
-  RecentSample sample{.time = *time, .pct = *pct, .plugged = *plugged};
-  const auto watts = numberAt(*object, "wt");
-  if (watts) sample.watts = *watts / 10;
-  for (const ChargeState known : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
-    if (*state != stateName(known)) continue;
-    sample.state = known;
-    return sample;
-  }
-  return std::nullopt;
+  const auto known = stateNamed(state->get_ref<const std::string&>());
+  if (!known) return std::nullopt;
+  RecentSample sample{.time = *time, .pct = *pct, .state = *known, .plugged = *plugged};
+  if (const auto watts = numberAt(*object, "wt")) sample.watts = *watts / 10;
+  return sample;
 }
 
 RecentHistory recentHistory(double now, const std::function<std::string(double)>& dayText) {
@@ -108,8 +97,18 @@ RecentHistory recentHistory(double now, const std::function<std::string(double)>
   return history;
 }
 
+std::span<const RecentSample> sinceLastChange(const std::vector<RecentSample>& samples) {
+  if (samples.empty()) return {};
+  const RecentSample& newest = samples.back();
+  auto begin = samples.end() - 1;
+  while (begin != samples.begin() && (begin - 1)->state == newest.state &&
+         (begin - 1)->plugged == newest.plugged)
+    --begin;
+  return {begin, samples.end()};
+}
+
 std::optional<Slope> slopeOf(const std::vector<RecentSample>& samples) {
-  const std::vector<RecentSample> changes = changesOf(samples);
+  const std::vector<RecentSample> changes = changesOf(sinceLastChange(samples));
   if (changes.size() < 2) return std::nullopt;
   const RecentSample& first = changes.front();
   const RecentSample& last = changes.back();

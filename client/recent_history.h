@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,9 @@ struct RecentHistory {
 // `dayText` returns the text of the day file that contains a moment, or an empty text. Samples after `now`
 // are left out: the clock was set back.
 [[nodiscard]] RecentHistory recentHistory(double now, const std::function<std::string(double)>& dayText);
+
+// The samples since state and adapter last changed; they live as long as `samples`.
+[[nodiscard]] std::span<const RecentSample> sinceLastChange(const std::vector<RecentSample>& samples);
 
 // Percentage points in a minute, below 0 while the charge falls. From the samples since state and adapter
 // last changed; none when these are too few, or the charge did not move in one direction.

@@ -21,6 +21,8 @@ struct ServiceReply {
   std::string error = {};
 };
 
+inline constexpr double answerSeconds = 5;  // of real time, that a daemon may take to answer
+
 // Sends settings as the text of a JSON object with just the keys to change. Waits at most `seconds` of real
 // time. When done, the daemon has written them to its file and has acted on them.
 [[nodiscard]] ServiceReply applySettings(const std::string& json, double seconds);

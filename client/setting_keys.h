@@ -27,7 +27,7 @@ struct SettingKey {
 
 // In the order of the document about the files.
 [[nodiscard]] std::span<const SettingKey> settingKeys();
-[[nodiscard]] const SettingKey* findSetting(std::string_view name);  // null when there is none
+[[nodiscard]] const SettingKey* findSetting(std::string_view name);  // null if unknown
 
 // "on or off", "a whole number from 20 to 100".
 [[nodiscard]] std::string allowedValues(const SettingKey& key);

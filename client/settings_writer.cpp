@@ -15,7 +15,6 @@
 namespace brisko::client {
 namespace {
 
-constexpr double answerSeconds = 5;
 constexpr double pauseSeconds = 0.05;
 
 ChangeOutcome refused(ExitStatus status, std::string text) {

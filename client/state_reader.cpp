@@ -7,6 +7,7 @@
 
 #include "base/paths.h"
 #include "client/local_time.h"
+#include "client/log_reader.h"
 #include "client/real_time.h"
 #include "client/setting_keys.h"
 #include "platform/clock.h"
@@ -16,7 +17,6 @@ namespace brisko::client {
 namespace {
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko";
-constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 
 // ---------------------------------------------------------------------------------------------------------
 // Settings

@@ -49,7 +49,7 @@ struct State {
   double topUpSince = 0;
   RecentHistory history = {};
   Resting resting = Resting::no;
-  std::string lastSummary = {};  // the newest summary line of the log; empty when there is none
+  std::string lastSummary = {};  // the newest summary line of the log; may be empty
 };
 
 [[nodiscard]] State readState(const Volume& volume);

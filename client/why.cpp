@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "client/local_time.h"
+#include "policy/heat.h"
 
 namespace brisko::client {
 namespace {
@@ -12,12 +13,9 @@ constexpr double staleSeconds = 70;
 constexpr double wakeGrace = 15;   // seconds
 constexpr double startGrace = 90;  // seconds after the start of the Mac
 constexpr double clockTolerance = 5;
-constexpr double coolerBy = 3;        // °C below the limit at which charging resumes
 constexpr double settlingTime = 150;  // seconds until the battery's current shows in the history
 constexpr const char* viaMacOS = "macOS";
 constexpr const char* viaNothing = "none";
-
-std::string percent(std::int64_t value) { return std::to_string(value) + " %"; }
 
 Until untilPercent(std::int64_t value) {
   return {.kind = UntilKind::percent, .value = static_cast<double>(value)};
@@ -129,8 +127,8 @@ Answer calibrationAnswer(Reason reason, const char* phase, std::int64_t target, 
   }
   Until until = untilReached(target, situation);
   return {reason,
-          std::string("Calibration, ") + phase + ": from " + percent(status.pct) + " to " + percent(target) +
-              inAbout(until) + ".",
+          std::string("Calibration, ") + phase + ": from " + percentText(status.pct) + " to " +
+              percentText(target) + inAbout(until) + ".",
           until};
 }
 
@@ -188,7 +186,7 @@ std::optional<Answer> whileOff(const Situation& situation) {
 std::optional<Answer> whileHot(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
   if (!status.hot) return std::nullopt;
-  const double resume = static_cast<double>(situation.settings.thermalLimit) - coolerBy;
+  const double resume = static_cast<double>(situation.settings.thermalLimit) - heatRecovery;
   const std::string temperature =
       status.temperature ? degreesText(*status.temperature) : std::string("over its limit");
   return Answer{Reason::hot,
@@ -215,12 +213,12 @@ std::optional<Answer> duringFullOnce(const Situation& situation) {
   if (status.pct < 100) {
     const Until until = untilReached(100, situation);
     return Answer{Reason::fullOnce,
-                  "Charging to full once, now " + percent(status.pct) + inAbout(until) +
+                  "Charging to full once, now " + percentText(status.pct) + inAbout(until) +
                       ". The limit returns " + ends + ".",
                   until};
   }
   return Answer{Reason::fullOnce,
-                "Full, as you asked. The limit of " + percent(status.upper) + " returns " + ends + ".",
+                "Full, as you asked. The limit of " + percentText(status.upper) + " returns " + ends + ".",
                 end ? untilTime(*end) : untilEvent("unplugged")};
 }
 
@@ -233,7 +231,7 @@ std::optional<Answer> whileDischarging(const Situation& situation) {
   if (status.state == ChargeState::discharge) {
     const Until until = untilReached(limit, situation);
     return Answer{Reason::discharging,
-                  "Discharging from " + percent(status.pct) + " to the limit of " + percent(limit) +
+                  "Discharging from " + percentText(status.pct) + " to the limit of " + percentText(limit) +
                       inAbout(until) + ", with the adapter connected.",
                   until};
   }
@@ -241,14 +239,14 @@ std::optional<Answer> whileDischarging(const Situation& situation) {
   if (status.dischargeFailed) {
     return Answer{
         Reason::dischargeGivenUp,
-        "Held at " + percent(status.pct) +
+        "Held at " + percentText(status.pct) +
             ": discharging to the limit was given up because the Mac did not follow. It is tried again after "
             "you unplug the adapter or change the limit.",
         untilEvent("unplugged")};
   }
   if (!status.discharge) return std::nullopt;
   return Answer{Reason::dischargeWaits,
-                "Held at " + percent(status.pct) + ": discharging to " + percent(limit) +
+                "Held at " + percentText(status.pct) + ": discharging to " + percentText(limit) +
                     " waits until the Mac is fully awake.",
                 untilEvent("fullWake")};
 }
@@ -264,7 +262,7 @@ Resumption resumptionOf(const Situation& situation) {
     // macOS decides within a margin of its own, which is wider than the band.
     return {"macOS starts charging again a few points below.", untilEvent("macOSCharges")};
   }
-  return {"Charging starts again at " + percent(situation.band.lower) + ".",
+  return {"Charging starts again at " + percentText(situation.band.lower) + ".",
           untilPercent(situation.band.lower)};
 }
 
@@ -273,10 +271,10 @@ std::optional<Answer> whileHeld(const Situation& situation) {
   if (status.state != ChargeState::hold) return std::nullopt;
   const std::int64_t limit = limitInForce(status);
   const Resumption resumption = resumptionOf(situation);
-  const std::string held = "Held at " + percent(status.pct) + ": ";
+  const std::string held = "Held at " + percentText(status.pct) + ": ";
   if (status.pct > limit) {
     return Answer{Reason::aboveLimit,
-                  held + "above the limit of " + percent(limit) +
+                  held + "above the limit of " + percentText(limit) +
                       ". It stays there until you unplug or discharge (brisko discharge on).",
                   untilEvent("unplugged")};
   }
@@ -288,13 +286,10 @@ std::optional<Answer> whileHeld(const Situation& situation) {
 
 // Whether the newest samples show current into the battery. None before the current can have settled.
 std::optional<bool> currentFlows(const std::vector<RecentSample>& recent) {
-  if (recent.empty()) return std::nullopt;
-  const RecentSample& newest = recent.back();
-  auto begin = recent.end() - 1;
-  while (begin != recent.begin() && (begin - 1)->state == newest.state &&
-         (begin - 1)->plugged == newest.plugged)
-    --begin;
-  if (newest.time - begin->time < settlingTime || !newest.watts) return std::nullopt;
+  const auto samples = sinceLastChange(recent);
+  if (samples.empty()) return std::nullopt;
+  const RecentSample& newest = samples.back();
+  if (newest.time - samples.front().time < settlingTime || !newest.watts) return std::nullopt;
   return *newest.watts > 0;
 }
 
@@ -304,7 +299,7 @@ Answer whileAllowed(const Situation& situation) {
   const bool flows = currentFlows(situation.recent).value_or(true);
   if (flows && status.chargeMode == viaMacOS && status.pct >= limit && limit < 100) {
     return {Reason::limitOverridden,
-            "macOS charges beyond its own limit of " + percent(limit) +
+            "macOS charges beyond its own limit of " + percentText(limit) +
                 ", because you asked for a full charge in the Battery menu or moved the slider.",
             untilEvent("macOSHolds")};
   }
@@ -314,15 +309,15 @@ Answer whileAllowed(const Situation& situation) {
   }
   if (!flows) {
     return {Reason::noCurrent,
-            "Charging is allowed up to " + percent(limit) +
+            "Charging is allowed up to " + percentText(limit) +
                 ", but no current flows: the adapter may be too weak for what the Mac is doing.",
             untilEvent("currentFlows")};
   }
   const Until until = untilReached(limit, situation);
-  return {
-      Reason::charging,
-      "Charging from " + percent(status.pct) + " to the limit of " + percent(limit) + inAbout(until) + ".",
-      until};
+  return {Reason::charging,
+          "Charging from " + percentText(status.pct) + " to the limit of " + percentText(limit) +
+              inAbout(until) + ".",
+          until};
 }
 
 }  // namespace

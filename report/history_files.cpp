@@ -86,10 +86,8 @@ std::optional<bool> flagAt(const Json& object, const char* key) {
 
 std::optional<ChargeState> stateAt(const Json& object) {
   const auto found = object.find("s");
-  for (const ChargeState state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
-    if (found != object.end() && *found == stateName(state)) return state;
-  }
-  return std::nullopt;
+  if (found == object.end() || !found->is_string()) return std::nullopt;
+  return stateNamed(found->get_ref<const std::string&>());
 }
 
 Line readLine(const std::string& text, double day) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs all checks: the format, all tests in a release build with g++, all tests again in a build with clang and
-# sanitizers, the control service under ThreadSanitizer, and clang-tidy. The last line counts the tests of all runs; a
+# Runs all checks: the format, the tests in a release build with g++, the tests in a build with clang and sanitizers,
+# the control service under ThreadSanitizer, and clang-tidy. The last line counts the tests of all runs; a
 # failing step that is not a test (the format, a build, clang-tidy) counts as one failed test.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit
@@ -66,9 +66,9 @@ run_tests() {
 if step 'dependencies' scripts/install-dependencies.sh checks; then
   step 'format' scripts/format.sh --check
   step 'shell scripts' scripts/check-scripts.sh
-  # The platform of a real Mac doubles the number of tests. Its tests are there to find memory errors, so they run only
-  # under the sanitizers. The long ones (simulations of many days and generated scenarios) run without sanitizers, and
-  # so do the mutants.
+  # The daemon's tests run once on each platform: in the release on the virtual one, under the sanitizers on that of a
+  # real Mac, whose tests are there to find memory errors. The long ones (simulations of many days and generated
+  # scenarios), the scenarios on the platform of a real Mac and the mutants run without sanitizers.
   step 'release build' build release &&
     step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {

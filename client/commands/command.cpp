@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include "client/setting_keys.h"
 #include "client/settings_writer.h"
 
 namespace brisko::client {
@@ -53,12 +54,15 @@ ExitStatus changeAndReport(const Context& context, const State& state, const Jso
   return outcome.status;
 }
 
+void complainOfSettings(const Context& context, const State& state) {
+  if (!state.settingsFile.flaw) return;
+  context.output.complain(state.settingsFile.path + " is not usable: " + *state.settingsFile.flaw +
+                          "; the daemon uses its defaults");
+}
+
 ExitStatus showSettings(const Context& context, const State& state, const std::string& text,
                         const Json& values) {
-  if (state.settingsFile.flaw) {
-    context.output.complain(state.settingsFile.path + " is not usable: " + *state.settingsFile.flaw +
-                            "; the daemon uses its defaults");
-  }
+  complainOfSettings(context, state);
   if (context.json()) {
     context.output.json({{"schema", "brisko.settings/1"},
                          {"file", state.settingsFile.object ? "read"
@@ -69,6 +73,27 @@ ExitStatus showSettings(const Context& context, const State& state, const std::s
     context.output.line(text);
   }
   return state.settingsFile.flaw ? ExitStatus::notDone : ExitStatus::done;
+}
+
+ExitStatus runSwitch(const Context& context, const Switch& setting) {
+  const auto& words = context.invocation.words;
+  if (words.empty()) {
+    const State state = readState(context.volume);
+    const Json value = configObject(state.settings).at(setting.key);
+    return showSettings(context, state, setting.sentence(value.get<bool>()), {{setting.key, value}});
+  }
+  const auto value = settingValue(*findSetting(setting.key), words.front());
+  if (!value) {
+    const std::string& command = context.invocation.command;
+    return misuse(context, "write \"brisko " + command + " on\" or \"brisko " + command + " off\"");
+  }
+  const State state = readState(context.volume);
+  const bool on = value->get<bool>();
+  if (on && state.status && !((*state.status).*setting.supported)) {
+    context.output.complain(setting.unsupported);
+    return ExitStatus::notDone;
+  }
+  return changeAndReport(context, state, {{setting.key, on}}, setting.sentence(on));
 }
 
 bool isAgreed(const Context& context, const std::string& question) {

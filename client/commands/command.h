@@ -29,9 +29,21 @@ ExitStatus misuse(const Context& context, const std::string& text);
 ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
                            const std::string& said);
 
+// One line if the settings file is not usable.
+void complainOfSettings(const Context& context, const State& state);
+
 // Prints a setting, or several, for a command that was called without a value.
 ExitStatus showSettings(const Context& context, const State& state, const std::string& text,
                         const Json& values);
+
+// A setting that is on or off, and the command that shows and changes it.
+struct Switch {
+  const char* key;
+  std::string (*sentence)(bool on);
+  bool DaemonStatus::*supported;
+  const char* unsupported;  // why it cannot be switched on
+};
+ExitStatus runSwitch(const Context& context, const Switch& setting);
 
 // Asks on the terminal. True also with --yes; false, with a complaint, when nobody can be asked.
 [[nodiscard]] bool isAgreed(const Context& context, const std::string& question);

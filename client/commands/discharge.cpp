@@ -1,7 +1,4 @@
-#include <nlohmann/json.hpp>
-
 #include "client/commands/command.h"
-#include "client/setting_keys.h"
 
 namespace brisko::client {
 namespace {
@@ -14,21 +11,12 @@ std::string sentence(bool on) {
 }  // namespace
 
 ExitStatus runDischarge(const Context& context) {
-  const auto& words = context.invocation.words;
-  if (words.empty()) {
-    const State state = readState(context.volume);
-    return showSettings(context, state, sentence(state.settings.discharge),
-                        {{"discharge", state.settings.discharge}});
-  }
-  const auto value = settingValue(*findSetting("discharge"), words.front());
-  if (!value) return misuse(context, "write \"brisko discharge on\" or \"brisko discharge off\"");
-  const State state = readState(context.volume);
-  const bool on = value->get<bool>();
-  if (on && state.status && !state.status->dischargeSupported) {
-    context.output.complain("this Mac cannot run from its battery while it is plugged in; unplug it instead");
-    return ExitStatus::notDone;
-  }
-  return changeAndReport(context, state, {{"discharge", on}}, sentence(on));
+  return runSwitch(
+      context,
+      {.key = "discharge",
+       .sentence = sentence,
+       .supported = &DaemonStatus::dischargeSupported,
+       .unsupported = "this Mac cannot run from its battery while it is plugged in; unplug it instead"});
 }
 
 }  // namespace brisko::client

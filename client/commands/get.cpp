@@ -1,5 +1,6 @@
 #include <nlohmann/json.hpp>
 
+#include "base/nearest_name.h"
 #include "client/commands/command.h"
 #include "client/setting_keys.h"
 

@@ -1,6 +1,9 @@
+#include "policy/heat.h"
+
 #include <nlohmann/json.hpp>
 
 #include "client/commands/command.h"
+#include "client/local_time.h"
 #include "client/setting_keys.h"
 
 namespace brisko::client {
@@ -9,7 +12,7 @@ namespace {
 std::string sentence(bool on, std::int64_t degrees) {
   if (!on) return "Charging is not paused for heat.";
   return "Charging pauses from " + std::to_string(degrees) + " °C on and resumes below " +
-         std::to_string(degrees - 3) + " °C.";
+         degreesText(static_cast<double>(degrees) - heatRecovery) + ".";
 }
 
 }  // namespace

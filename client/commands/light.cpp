@@ -1,7 +1,4 @@
-#include <nlohmann/json.hpp>
-
 #include "client/commands/command.h"
-#include "client/setting_keys.h"
 
 namespace brisko::client {
 namespace {
@@ -15,20 +12,10 @@ std::string sentence(bool on) {
 }  // namespace
 
 ExitStatus runLight(const Context& context) {
-  const auto& words = context.invocation.words;
-  if (words.empty()) {
-    const State state = readState(context.volume);
-    return showSettings(context, state, sentence(state.settings.led), {{"led", state.settings.led}});
-  }
-  const auto value = settingValue(*findSetting("led"), words.front());
-  if (!value) return misuse(context, "write \"brisko light on\" or \"brisko light off\"");
-  const State state = readState(context.volume);
-  const bool on = value->get<bool>();
-  if (on && state.status && !state.status->ledSupported) {
-    context.output.complain("this Mac has no light that the daemon can drive");
-    return ExitStatus::notDone;
-  }
-  return changeAndReport(context, state, {{"led", on}}, sentence(on));
+  return runSwitch(context, {.key = "led",
+                             .sentence = sentence,
+                             .supported = &DaemonStatus::ledSupported,
+                             .unsupported = "this Mac has no light that the daemon can drive"});
 }
 
 }  // namespace brisko::client

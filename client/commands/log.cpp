@@ -1,4 +1,3 @@
-#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -15,9 +14,6 @@
 
 namespace brisko::client {
 namespace {
-
-constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
-constexpr const char* previousLogPath = "/Library/Logs/Brisko/daemon.log.1";
 
 // "90m", "2h" or "3d", in seconds; none when it is something else.
 std::optional<double> spanIn(std::string_view text) {
@@ -91,15 +87,13 @@ void eachLine(std::string_view text, const std::function<void(std::string_view)>
   }
 }
 
-volatile std::sig_atomic_t interrupted = 0;
-
 // Prints what is appended to the log. A file that was renamed at its largest size is followed by a new one.
 void follow(const Context& context, Printer& printer, std::size_t read) {
-  std::signal(SIGINT, [](int) { interrupted = 1; });
+  catchInterrupt();
   const std::string path = context.volume.at(logPath);
   struct stat known {};
   static_cast<void>(::stat(path.c_str(), &known));
-  while (interrupted == 0 && !context.output.isClosed()) {
+  while (!wasInterrupted() && !context.output.isClosed()) {
     pauseReally(0.25);
     struct stat now {};
     if (::stat(path.c_str(), &now) != 0) continue;

@@ -9,8 +9,6 @@
 namespace brisko::client {
 namespace {
 
-constexpr double answerSeconds = 5;
-
 struct Restart {
   ExitStatus status = ExitStatus::done;
   std::string text = {};

@@ -1,4 +1,3 @@
-#include <csignal>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
@@ -12,8 +11,6 @@
 
 namespace brisko::client {
 namespace {
-
-std::string percent(std::int64_t value) { return std::to_string(value) + " %"; }
 
 const char* stateWord(const DaemonStatus& status) {
   switch (status.state) {
@@ -51,7 +48,7 @@ std::string verifiedText(const DaemonStatus& status) {
 
 std::string bandText(const Situation& situation) {
   if (situation.band.upper >= 100) return "up to 100 %";
-  return std::to_string(situation.band.lower) + "–" + percent(situation.band.upper);
+  return std::to_string(situation.band.lower) + "–" + percentText(situation.band.upper);
 }
 
 std::string fullOnceText(const State& state) {
@@ -89,11 +86,12 @@ std::vector<Row> rowsOf(const State& state, const Situation& situation) {
   std::string state_ = stateWord(status);
   if (status.hot) state_ += ", paused for heat";
   std::vector<Row> rows{
-      {"Charge", percent(status.pct) + "  " + supplyText(state),
+      {"Charge", percentText(status.pct) + "  " + supplyText(state),
        status.temperature ? degreesText(*status.temperature) : ""},
       {"State", state_, since},
       {"Band", bandText(situation),
-       status.enabled ? "limit " + percent(status.upper) + ", " + verifiedText(status) : "limiting is off"},
+       status.enabled ? "limit " + percentText(status.upper) + ", " + verifiedText(status)
+                      : "limiting is off"},
       {"Full once", fullOnceText(state) + "      Discharge " + (state.settings.discharge ? "on" : "off") +
                         "     " + heat + "     " + lightText(state)},
       {"Daemon", daemonText(state)},
@@ -166,10 +164,7 @@ void complainOfFiles(const Context& context, const State& state) {
   if (state.statusProblem != FileProblem::none && state.statusProblem != FileProblem::missing) {
     context.output.complain("the daemon's status is not usable; restart the daemon (brisko restart)");
   }
-  if (state.settingsFile.flaw) {
-    context.output.complain(state.settingsFile.path + " is not usable: " + *state.settingsFile.flaw +
-                            "; the daemon uses its defaults");
-  }
+  complainOfSettings(context, state);
 }
 
 ExitStatus showOnce(const Context& context) {
@@ -186,16 +181,14 @@ ExitStatus showOnce(const Context& context) {
   return statusFor(answer.reason);
 }
 
-volatile std::sig_atomic_t interrupted = 0;
-
 }  // namespace
 
 ExitStatus runStatus(const Context& context) {
   if (!context.invocation.has("--watch")) return showOnce(context);
   constexpr double refreshSeconds = 2;
-  std::signal(SIGINT, [](int) { interrupted = 1; });
+  catchInterrupt();
   ExitStatus status = ExitStatus::done;
-  while (interrupted == 0 && !context.output.isClosed()) {
+  while (!wasInterrupted() && !context.output.isClosed()) {
     if (context.output.style().color) context.output.raw("\x1b[H\x1b[2J");
     status = showOnce(context);
     if (context.output.isClosed()) break;

@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include "base/paths.h"
+#include "platform/system_power.h"
 #include "sim/machine/machine.h"
 #include "sim/machine/machine_store.h"
 
@@ -70,7 +71,7 @@ Job jobOfDaemon(const std::string& volumeRoot) {
 
 // From the message that the power service sent about the last full wake.
 std::optional<double> lastWake(const Machine& machine) {
-  constexpr std::uint32_t hasPoweredOn = 0xe0000300;
+  constexpr auto hasPoweredOn = static_cast<std::uint32_t>(platform::PowerMessage::systemHasPoweredOn);
   std::optional<double> latest;
   for (const auto& notice : machine.sleep.notices) {
     if (notice.type == hasPoweredOn) latest = std::max(latest.value_or(notice.sentAt), notice.sentAt);

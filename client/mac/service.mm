@@ -7,21 +7,10 @@
 #include <optional>
 #include <utility>
 
-#import <Foundation/Foundation.h>
+#include "platform/macos/control_protocol.h"
 
 using brisko::client::ServiceAnswer;
 using brisko::client::ServiceReply;
-
-using ReplyBlock = void (^)(BOOL done, NSString* error);
-
-// The daemon's side of the same protocol is in platform/macos/control_listener.mm: names and order of the
-// arguments count.
-@protocol BriskoServiceProtocol
-- (void)applySettings:(NSData*)settings reply:(ReplyBlock)reply;
-- (void)purgeAllDataWithReply:(ReplyBlock)reply;
-- (void)releaseChargeWithReply:(ReplyBlock)reply;
-- (void)restartWithReply:(ReplyBlock)reply;
-@end
 
 namespace {
 

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <map>
-#include <numeric>
-#include <utility>
 
+#include "base/nearest_name.h"
 #include "sim/schema/json_schema.h"
 
 namespace brisko::lab {
@@ -32,29 +31,10 @@ bool contains(const Words& words, const std::string& word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// How many letters have to be changed, left out or inserted to get from one to the other.
-std::size_t distanceBetween(const std::string& one, const std::string& other) {
-  std::vector<std::size_t> row(other.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t from = 0; from < one.size(); ++from) {
-    std::size_t diagonal = std::exchange(row[0], from + 1);
-    for (std::size_t to = 0; to < other.size(); ++to) {
-      const std::size_t changed = diagonal + (one[from] == other[to] ? 0 : 1);
-      diagonal = row[to + 1];
-      row[to + 1] = std::min({changed, row[to] + 1, row[to + 1] + 1});
-    }
-  }
-  return row.back();
-}
-
 // "; did you mean …?"; empty when nothing known is like the word.
 std::string suggestionFor(const std::string& word, const Words& known) {
-  const auto nearest = std::min_element(known.begin(), known.end(), [&](const auto& one, const auto& other) {
-    return distanceBetween(word, one) < distanceBetween(word, other);
-  });
-  const std::size_t most = std::max<std::size_t>(1, word.size() / 3);
-  if (nearest == known.end() || distanceBetween(word, *nearest) > most) return "";
-  return "; did you mean \"" + *nearest + "\"?";
+  const auto nearest = nearestName(word, known);
+  return nearest ? "; did you mean \"" + *nearest + "\"?" : "";
 }
 
 // The words that a rule allows: of "enum" itself, or of one that applies to texts alone.

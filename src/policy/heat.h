@@ -7,6 +7,9 @@
 
 namespace brisko {
 
+// Asymmetric on purpose: a battery that was too hot has to cool down properly.
+inline constexpr double heatRecovery = 3.0;  // °C below the limit, where the pause ends
+
 struct HeatInputs {
   bool wanted = false;                        // the user wants the pause
   bool plugged = false;                       // by the power-source service

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 namespace brisko {
 
@@ -23,6 +24,14 @@ enum class ChargeState : std::uint8_t {
       break;
   }
   return "allow";
+}
+
+// None if no state has this name.
+[[nodiscard]] constexpr std::optional<ChargeState> stateNamed(std::string_view name) {
+  for (const ChargeState state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
+    if (name == stateName(state)) return state;
+  }
+  return std::nullopt;
 }
 
 inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws at least that much

@@ -2,20 +2,10 @@
 
 #include <utility>
 
-#import <Foundation/Foundation.h>
+#include "platform/macos/control_protocol.h"
 
 using brisko::platform::ControlRequests;
 using brisko::platform::Reply;
-
-using ReplyBlock = void (^)(BOOL done, NSString* error);
-
-// What the app may ask for. This is the wire contract: names and order of the arguments count.
-@protocol BriskoServiceProtocol
-- (void)applySettings:(NSData*)settings reply:(ReplyBlock)reply;
-- (void)purgeAllDataWithReply:(ReplyBlock)reply;
-- (void)releaseChargeWithReply:(ReplyBlock)reply;
-- (void)restartWithReply:(ReplyBlock)reply;
-@end
 
 @interface BriskoService : NSObject <BriskoServiceProtocol>
 @end

@@ -1,0 +1,29 @@
+#include "base/nearest_name.h"
+
+#include "support/testing.h"
+
+namespace brisko {
+namespace {
+
+using namespace test;
+
+TEST(NearestName, isTheOneWithTheFewestChanges) {
+  EXPECT_EQ(nearestName("timelime", {"time", "timeline"}), "timeline");
+  EXPECT_EQ(nearestName("limt", {"light", "limit"}), "limit") << "a letter is missing";
+  EXPECT_EQ(nearestName("limmit", {"light", "limit"}), "limit") << "a letter is too many";
+  EXPECT_EQ(nearestName("limit", {"limit"}), "limit");
+}
+
+TEST(NearestName, isTheFirstOfSeveral) { EXPECT_EQ(nearestName("cat", {"bat", "hat"}), "bat"); }
+
+TEST(NearestName, differsInAThirdOfTheNameAtMost) {
+  EXPECT_EQ(nearestName("abcdef", {"abcdxy"}), "abcdxy") << "2 of 6";
+  EXPECT_EQ(nearestName("abcdef", {"abcxyz"}), std::nullopt) << "3 of 6";
+  EXPECT_EQ(nearestName("ab", {"ax"}), "ax") << "always at least one";
+  EXPECT_EQ(nearestName("ab", {"xy"}), std::nullopt);
+  EXPECT_EQ(nearestName("", {"xy"}), std::nullopt);
+  EXPECT_EQ(nearestName("ab", {}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace brisko

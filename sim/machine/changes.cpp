@@ -272,7 +272,7 @@ constexpr Row rows[] = {
      put<&Machine::sleep, &Sleep::promotesScheduledWakes>,
      Takes::range,
      {0, 1, "1: full for some seconds, 0: dark"}},
-    {Kind::batteryWakes, put<&Machine::sleep, &Sleep::batteryWakeSeconds>, Takes::range, {1, 3600, "s"}},
+    {Kind::batteryWakes, put<&Machine::sleep, &Sleep::batteryWakeSeconds>, Takes::range, {5, 45, "s"}},
     {Kind::adapterWakes,
      put<&Machine::sleep, &Sleep::adapterWakes>,
      Takes::range,

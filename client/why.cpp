@@ -444,8 +444,9 @@ std::int64_t limitInForce(const DaemonStatus& status) {
 
 Answer why(const Situation& situation) {
   using Rule = std::optional<Answer> (*)(const Situation&);
-  constexpr Rule rules[] = {withoutDaemon,  withoutControl, whileOff,         whileHot, duringCalibration,
-                            whileUnplugged, duringFullOnce, duringFullChargeByMacOS, whileDischarging, whileHeld};
+  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,       whileHot,
+                            duringCalibration, whileUnplugged, duringFullOnce, duringFullChargeByMacOS,
+                            whileDischarging,  whileHeld};
   for (const Rule rule : rules) {
     if (auto answer = rule(situation)) return *answer;
   }

@@ -89,8 +89,7 @@ std::string eventText(const GeneratedScenario& scenario, const Verdict& verdict)
 }
 
 std::string failureText(const CampaignOptions& options, std::uint64_t seed, const Verdict& verdict) {
-  const GeneratedScenario scenario =
-      generateScenario(seed, options.days, options.faults, options.guard);
+  const GeneratedScenario scenario = generateScenario(seed, options.days, options.faults, options.guard);
   std::string text = "seed " + std::to_string(seed) + " (commit " + commitOfBuild() + ")\n";
   if (verdict.result == Result::failed) {
     text += "  when:      " + momentText(verdict.begin + verdict.at) + " of machine time, after " +
@@ -253,8 +252,7 @@ class Campaign {
   }
 
   void shrinkOne(std::uint64_t seed, const Verdict& verdict) {
-    const GeneratedScenario scenario =
-        generateScenario(seed, options_.days, options_.faults, options_.guard);
+    const GeneratedScenario scenario = generateScenario(seed, options_.days, options_.faults, options_.guard);
     std::size_t tried = 0;
     const TryOut tryOut = [&](const std::vector<GeneratedScenario>& candidates) {
       tried += candidates.size();
@@ -337,8 +335,7 @@ int runCampaign(const CampaignOptions& options, const Output& output, const RunS
 
 RunSeed runnerFor(const CampaignOptions& options) {
   return [options](std::uint64_t seed, const ShouldContinue& shouldContinue) {
-    return runGenerated(generateScenario(seed, options.days, options.faults, options.guard),
-                        shouldContinue);
+    return runGenerated(generateScenario(seed, options.days, options.faults, options.guard), shouldContinue);
   };
 }
 

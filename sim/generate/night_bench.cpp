@@ -149,8 +149,8 @@ std::string line(const std::string& name, const std::vector<const Night*>& night
 using Results = std::vector<const NightResult*>;
 
 std::size_t countOf(const Results& results, const std::function<bool(const NightResult&)>& applies) {
-  return static_cast<std::size_t>(std::count_if(
-      results.begin(), results.end(), [&](const NightResult* result) { return applies(*result); }));
+  return static_cast<std::size_t>(std::count_if(results.begin(), results.end(),
+                                                [&](const NightResult* result) { return applies(*result); }));
 }
 
 double mostOf(const Results& results, const std::function<double(const NightResult&)>& value) {
@@ -168,8 +168,8 @@ std::string shareText(std::size_t count, std::size_t all) {
 std::string goalsOf(const Results& results) {
   const std::size_t near = countOf(results, [](const NightResult& result) { return result.above <= 1; });
   const std::size_t inReach = countOf(results, [](const NightResult& result) { return result.bandInReach; });
-  const std::size_t reached = countOf(
-      results, [](const NightResult& result) { return result.bandInReach && result.below <= 0; });
+  const std::size_t reached =
+      countOf(results, [](const NightResult& result) { return result.bandInReach && result.below <= 0; });
   const double worst = mostOf(results, [](const NightResult& result) { return result.above; });
   const double lost = mostOf(results, [](const NightResult& result) { return result.batteryLost; });
   const double wakes =

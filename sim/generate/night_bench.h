@@ -41,7 +41,7 @@ struct NightResult {
   std::uint64_t scheduledWakes = 0;  // … of them that the daemon had scheduled
   bool bandInReach = true;           // the adapter could have charged the Mac to the band by seven
   double batteryLost = 0;            // points that scheduled wakes cost before it was plugged in asleep
-  std::string violation = {};  // of an invariant; empty: none
+  std::string violation = {};        // of an invariant; empty: none
 };
 
 struct NightOptions {

@@ -107,7 +107,8 @@ void checkSwitchedOff(const TickRecord& tick, const Violated& violated) {
 }
 
 constexpr Invariant openWithoutAdapter{
-    7, "Without an adapter a tick ends in allow, unless heat, a calibration or a guarded night says otherwise."};
+    7,
+    "Without an adapter a tick ends in allow, unless heat, a calibration or a guarded night says otherwise."};
 
 void checkWithoutAdapter(const TickRecord& tick, const Observation& observation, const Violated& violated) {
   if (adapterIsSeen(observation.machine()) || gThermalPaused || !stateIsDriven()) return;

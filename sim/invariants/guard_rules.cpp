@@ -26,9 +26,10 @@ using virtual_mac::Machine;
 constexpr Invariant nightCeiling{
     34, "With the guard \"night\" no night ends more than two percent above the limit."};
 
-// A night is checked from the announcement of the sleep to the full wake. It is left alone from the moment on at
-// which something happens that the daemon cannot see asleep: keys, readings or the clock disturbed, the charge
-// set from outside, new settings, an adapter that comes, goes or is exchanged without a wake, wakes refused.
+// A night is checked from the announcement of the sleep to the full wake. It is left alone from the moment on
+// at which something happens that the daemon cannot see asleep: keys, readings or the clock disturbed, the
+// charge set from outside, new settings, an adapter that comes, goes or is exchanged without a wake, wakes
+// refused.
 class NightCeiling final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,

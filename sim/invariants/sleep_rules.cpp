@@ -107,9 +107,10 @@ class Wakes final : public Rule {
 // ---------------------------------------------------------------------------------------------------------
 // The plan for a sleep
 
-constexpr Invariant sleepPlan{
-    19, "Before sleep the band is frozen, or below it one wake is planned 5 to 45 minutes ahead (guarded: 3 to 180, "
-        "or the Mac stays awake)."};
+constexpr Invariant sleepPlan{19,
+                              "Before sleep the band is frozen, or below it one wake is planned 5 to 45 "
+                              "minutes ahead (guarded: 3 to 180, "
+                              "or the Mac stays awake)."};
 
 class SleepPlans final : public Rule {
  public:
@@ -170,8 +171,7 @@ class SleepPlans final : public Rule {
 
   // The guard prepares for an adapter that is plugged in asleep, too.
   static void checkGuarded(const Settings& settings, std::int64_t pct, ChargeState before,
-                           const Planned& planned, const Observation& observation,
-                           const Violated& violated) {
+                           const Planned& planned, const Observation& observation, const Violated& violated) {
     constexpr std::int64_t noLimit = 100;
     const Bounds band = bounds(settings.limit, gCliLower, settings.hysteresis);
     const bool plugged = adapterIsSeen(observation.machine());

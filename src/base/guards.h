@@ -1,6 +1,6 @@
 // base/guards.h
-// What the daemon does beyond keeping the band, so that nights and choices end well. Each guard is switched on
-// by its name in the list of the option "--guard".
+// What the daemon does beyond keeping the band, so that nights and choices end well. Each guard is switched
+// on by its name in the list of the option "--guard".
 #pragma once
 
 #include <string>

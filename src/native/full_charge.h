@@ -1,6 +1,6 @@
 // native/full_charge.h
-// A full charge that the user asked macOS for in the Battery menu. macOS ends it at a date of its own, and any
-// limit that is written meanwhile may cancel it. With the guard "menu" nothing is written until then.
+// A full charge that the user asked macOS for in the Battery menu. macOS ends it at a date of its own, and
+// any limit that is written meanwhile may cancel it. With the guard "menu" nothing is written until then.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,8 @@ struct FullChargeInputs {
   std::optional<double> until = std::nullopt;   // macOS's date, wall clock
   double now = 0;                               // wall clock
   std::optional<double> seenAt = std::nullopt;  // when a date that lay ahead was first seen; none: not yet
-  bool hot = false;              // charging is paused for heat
-  bool settingsChanged = false;  // since the tick before: they are followed at once
+  bool hot = false;                             // charging is paused for heat
+  bool settingsChanged = false;                 // since the tick before: they are followed at once
 };
 [[nodiscard]] FullCharge fullCharge(const FullChargeInputs& inputs);
 

@@ -41,10 +41,10 @@ bool gNativeOverrideLogged = false;             // it was logged that macOS keep
 bool gNativeNoMirrorLogged = false;             // it was logged that "bfG0" is missing
 
 // With the guard "menu".
-std::optional<double> gFullChargeSeenAt;          // wall clock
-bool gFullChargeEnded = false;                    // we ended it, as far as that was possible
-bool gAboveByFullCharge = false;                  // that is why the charge is above the limit
-std::optional<std::int64_t> gWantedBefore;        // what the settings wanted in the tick before
+std::optional<double> gFullChargeSeenAt;    // wall clock
+bool gFullChargeEnded = false;              // we ended it, as far as that was possible
+bool gAboveByFullCharge = false;            // that is why the charge is above the limit
+std::optional<std::int64_t> gWantedBefore;  // what the settings wanted in the tick before
 
 std::string limitText(std::int64_t limit) { return limit == none ? "off" : std::to_string(limit) + "%"; }
 

@@ -10,9 +10,9 @@ namespace brisko {
 inline constexpr double latestWord = 120;  // seconds
 
 struct AdapterWord {
-  bool plugged = false;                     // by the power source
-  std::optional<bool> seen = std::nullopt;  // by the controller; none: its key cannot be read
-  bool cut = false;                         // we cut the adapter
+  bool plugged = false;                                  // by the power source
+  std::optional<bool> seen = std::nullopt;               // by the controller; none: its key cannot be read
+  bool cut = false;                                      // we cut the adapter
   std::optional<double> sinceCutChanged = std::nullopt;  // seconds since it was cut or connected again
 };
 // Whether an adapter is plugged in, as far as the word can be believed.

@@ -8,8 +8,8 @@ namespace {
 
 // From here on a scheduled wake is worth it: a dark wake lasts 45 s with an adapter, and an idle sleep is put
 // off by a wake that comes within a minute.
-constexpr std::int64_t shortestWait = 3;     // minutes
-constexpr std::int64_t longestWait = 180;    // minutes
+constexpr std::int64_t shortestWait = 3;      // minutes
+constexpr std::int64_t longestWait = 180;     // minutes
 constexpr std::int64_t batteryInterval = 60;  // minutes between two wakes without an adapter
 constexpr double margin = 1.1;
 
@@ -48,8 +48,8 @@ double fastestSpeed(const ChargerReadings& readings) {
 }
 
 double expectedSpeed(double fastest, const std::optional<Gain>& gain) {
-  constexpr double longEnough = 3;    // minutes
-  constexpr double roundedAway = 1;   // points, at most, by the two readings together
+  constexpr double longEnough = 3;   // minutes
+  constexpr double roundedAway = 1;  // points, at most, by the two readings together
   if (!gain || gain->minutes < longEnough) return fastest;
   const auto points = static_cast<double>(std::max<std::int64_t>(gain->points, 0));
   return std::min(fastest, (points + roundedAway) / gain->minutes);
@@ -67,8 +67,7 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
   const double since = (reading.now - plan.plannedAt) / 60;
   const auto gained = static_cast<double>(reading.pct - plan.pct);
   return plan.wakeAt > reading.now && since >= 0 && plan.onAdapter == reading.onAdapter &&
-         plan.adapterWatts == reading.adapterWatts &&
-         gained <= reading.fastest * (since + 1) + roundedAway;
+         plan.adapterWatts == reading.adapterWatts && gained <= reading.fastest * (since + 1) + roundedAway;
 }
 
 std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading) {

@@ -36,8 +36,8 @@ struct Gain {
 // Minutes in which the charge surely stays below the limit, with a margin. Below 0 when it may be there.
 [[nodiscard]] double minutesBelow(std::int64_t limit, std::int64_t pct, double speed);
 
-// A plan holds as long as its wake is to come, the adapter is the one that it was made for, and the charge has
-// not risen faster since than any charger could: then it was made from a reading of before the sleep.
+// A plan holds as long as its wake is to come, the adapter is the one that it was made for, and the charge
+// has not risen faster since than any charger could: then it was made from a reading of before the sleep.
 struct NightPlan {
   double wakeAt = 0;     // wall clock
   double plannedAt = 0;  // wall clock
@@ -58,8 +58,8 @@ struct NightReading {
 // The gain since the plan was made; none if the adapter changed or the clock was set back.
 [[nodiscard]] std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading);
 
-// What to do when a sleep is announced. Without an adapter too, because it may be plugged in asleep. A limit of
-// 100 is none.
+// What to do when a sleep is announced. Without an adapter too, because it may be plugged in asleep. A limit
+// of 100 is none.
 enum class BedtimePlan : std::uint8_t {
   leaveAlone,
   close,     // at or above the lower bound: stop charging now

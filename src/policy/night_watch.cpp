@@ -18,7 +18,7 @@
 namespace brisko {
 namespace {
 
-constexpr double sameNight = 60;         // seconds of full wake that do not end a night
+constexpr double sameNight = 60;            // seconds of full wake that do not end a night
 constexpr double nightSeconds = 12 * 3600;  // wakes are counted over the last twelve hours
 
 bool gNight = false;
@@ -51,9 +51,8 @@ void notePastWake(double now) {
 }
 
 void forgetOldWakes(double now) {
-  std::erase_if(gPastWakes, [now](const PastWake& wake) {
-    return wake.date > now || now - wake.date > nightSeconds;
-  });
+  std::erase_if(gPastWakes,
+                [now](const PastWake& wake) { return wake.date > now || now - wake.date > nightSeconds; });
 }
 
 int batteryWakes() {

@@ -122,7 +122,8 @@ TEST(Schemas, missEveryKeyThatIsAlwaysThere) {
                                       "cyclesBefore", "cyclesAfter", "design"};
   std::map<std::string, std::set<std::string>> optional = {
       {"config ", {}},
-      {"status ", {"dischargeUnseen", "fullUntil", "gateVerified", "guards", "nativeFloor", "nextWake", "temp"}},
+      {"status ",
+       {"dischargeUnseen", "fullUntil", "gateVerified", "guards", "nativeFloor", "nextWake", "temp"}},
       {"status /cal", {"lastFailure"}},
       {"status /cal/lastFailure", {}},
       {"status /cal/runs/0", runs},

@@ -69,8 +69,8 @@ int startCampaign(const CommandLine& line) {
 int printScenario(const CommandLine& line) {
   const auto options = line.read();
   if (!options) return usageError;
-  say(stdout, scenarioText(generateScenario(options->seeds.first, options->days, options->faults,
-                                            options->guard)));
+  say(stdout,
+      scenarioText(generateScenario(options->seeds.first, options->days, options->faults, options->guard)));
   return 0;
 }
 

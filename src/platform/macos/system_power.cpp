@@ -48,9 +48,8 @@ KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::str
 
 SleepAssertion preventSystemSleep(std::string_view reason) {
   IOPMAssertionID assertion = kIOPMNullAssertionID;
-  const IOReturn result =
-      IOPMAssertionCreateWithName(stringOf("PreventSystemSleep").get(), kIOPMAssertionLevelOn,
-                                  stringOf(reason).get(), &assertion);
+  const IOReturn result = IOPMAssertionCreateWithName(
+      stringOf("PreventSystemSleep").get(), kIOPMAssertionLevelOn, stringOf(reason).get(), &assertion);
   return result == KERN_SUCCESS ? assertion : SleepAssertion{0};
 }
 

@@ -1,4 +1,5 @@
-// A fake for the system's announcements of sleep, its scheduled power events and its assertions against sleep.
+// A fake for the system's announcements of sleep, its scheduled power events and its assertions against
+// sleep.
 #pragma once
 
 #include <cstdint>

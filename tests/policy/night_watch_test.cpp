@@ -68,17 +68,32 @@ TEST_F(GuardedNight, plansAnewWithoutAnAdapter) {
   EXPECT_NE(mac.pendingWakes().front(), first);
 }
 
+// Each time on another adapter, so that what was gained says nothing of the speed.
 TEST_F(GuardedNight, hasTenWakesAtMostAndThenStopsCharging) {
   planNight(20, band);
   int wakes = 0;
   while (!mac.pendingWakes().empty() && wakes < 20) {
     ++wakes;
     mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    mac.plugIn(60 + wakes);
     watchNight(20, band, true);
   }
   EXPECT_EQ(wakes, mostWakes);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(newLines(), Contains("charging stopped for the night at 20% (band 75–80%)"));
+}
+
+TEST_F(GuardedNight, forgetsWakesAfterTwelveHours) {
+  mac.unplug();
+  planNight(20, band);
+  for (int wakes = 0; wakes < mostBatteryWakes; ++wakes) {
+    mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    watchNight(20, band, true);
+  }
+  ASSERT_THAT(mac.pendingWakes(), IsEmpty());
+  mac.pass(11 * 3600);
+  planNight(20, band);
+  EXPECT_EQ(mac.pendingWakes().size(), 1U) << "the first of them is too long ago to count";
 }
 
 TEST_F(GuardedNight, hasFourWakesAtMostOnBattery) {

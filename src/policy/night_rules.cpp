@@ -72,7 +72,7 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
 
 std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading) {
   const bool same = plan.onAdapter && reading.onAdapter && plan.adapterWatts == reading.adapterWatts;
-  if (!same || reading.now < plan.plannedAt) return std::nullopt;
+  if (!same || !plan.charging || reading.now < plan.plannedAt) return std::nullopt;
   return Gain{.points = reading.pct - plan.pct, .minutes = (reading.now - plan.plannedAt) / 60};
 }
 

@@ -44,6 +44,7 @@ struct NightPlan {
   std::int64_t pct = 0;  // that it was made from
   std::optional<std::int64_t> adapterWatts = std::nullopt;
   bool onAdapter = false;
+  bool charging = true;  // since it was made: not stopped for heat
   bool operator==(const NightPlan&) const = default;
 };
 struct NightReading {
@@ -55,7 +56,8 @@ struct NightReading {
 };
 [[nodiscard]] bool planHolds(const NightPlan& plan, const NightReading& reading);
 
-// The gain since the plan was made; none if the adapter changed or the clock was set back.
+// The gain since the plan was made; none if charging was stopped meanwhile, the adapter changed, or the clock
+// was set back.
 [[nodiscard]] std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading);
 
 // What to do when a sleep is announced. Without an adapter too, because it may be plugged in asleep. A limit

@@ -119,7 +119,8 @@ void notePlan(const NightReading& reading, double wakeAt) {
                     .plannedAt = reading.now,
                     .pct = reading.pct,
                     .adapterWatts = reading.adapterWatts,
-                    .onAdapter = reading.onAdapter};
+                    .onAdapter = reading.onAdapter,
+                    .charging = gState == ChargeState::allow};
 }
 
 // Also if the system refused the wake: then the limit is applied again at the next wake of whatever kind that
@@ -194,6 +195,7 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited) {
   const bool charges = limited && gState == ChargeState::allow && pct < band.upper;
   if (!charges) {
     endStay();
+    if (gPlan) gPlan->charging = false;
     // Nothing is left to stop.
     if (limited && gState == ChargeState::hold && pct >= band.lower) cancelScheduledWake();
     return;

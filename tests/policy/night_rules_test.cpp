@@ -198,6 +198,9 @@ TEST(NightGain, countsOnlyOnTheSameAdapter) {
   other = reading;
   other.onAdapter = false;
   EXPECT_EQ(gainSince(plan, other), std::nullopt);
+  NightPlan hot = plan;
+  hot.charging = false;
+  EXPECT_EQ(gainSince(hot, reading), std::nullopt);
   NightPlan onBattery = plan;
   onBattery.onAdapter = false;
   EXPECT_EQ(gainSince(onBattery, reading), std::nullopt);

@@ -169,6 +169,18 @@ TEST_F(GuardedNight, cancelsItsWakeOnceChargingIsStopped) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
+TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  applyState(ChargeState::hold);
+  watchNight(40, band, true);
+  mac.pass(wait + 1);
+  applyState(ChargeState::allow);
+  watchNight(40, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
+}
+
 TEST_F(GuardedNight, doesNothingWhereNothingIsLimited) {
   watchNight(40, band, false);
   EXPECT_THAT(mac.writes(), IsEmpty());

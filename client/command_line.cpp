@@ -124,7 +124,7 @@ const std::vector<CommandDefinition>& definitions() {
   return commands;
 }
 
-constexpr std::array<OptionDefinition, 8> common{{
+constexpr std::array<OptionDefinition, 8> everywhere{{
     {"--json", "", "print one JSON object"},
     {"--quiet", "", "print nothing but answers and errors"},
     {"--no-color", "", "print no colours; so does the variable NO_COLOR"},
@@ -143,9 +143,9 @@ std::string_view firstWord(const std::vector<std::string>& arguments) {
     } else if (!argument.starts_with('-')) {
       return argument;
     } else {
-      const auto option = std::find_if(common.begin(), common.end(),
+      const auto option = std::find_if(everywhere.begin(), everywhere.end(),
                                        [&](const OptionDefinition& known) { return known.name == argument; });
-      isValue = option != common.end() && !option->value.empty();
+      isValue = option != everywhere.end() && !option->value.empty();
     }
   }
   return {};
@@ -217,7 +217,8 @@ std::string overview() {
   for (const CommandDefinition& command : definitions()) {
     text += padded("  " + std::string(command.name), 16) + std::string(command.meaning) + "\n";
   }
-  return text + "\nEverywhere:\n" + optionLines(common) + "\n\"brisko help COMMAND\" explains a command.\n";
+  return text + "\nEverywhere:\n" + optionLines(everywhere) +
+         "\n\"brisko help COMMAND\" explains a command.\n";
 }
 
 }  // namespace
@@ -231,7 +232,7 @@ const CommandDefinition* findCommand(std::string_view name) {
   return found == commands.end() ? nullptr : &*found;
 }
 
-std::span<const OptionDefinition> commonOptions() { return common; }
+std::span<const OptionDefinition> commonOptions() { return everywhere; }
 
 std::optional<std::string> Invocation::value(const std::string& option) const {
   const auto found = options.find(option);
@@ -248,7 +249,7 @@ Parsed parseCommandLine(const std::vector<std::string>& arguments) {
   std::vector<std::string> words;
   CLI::App app("", "brisko");
   app.set_help_flag();
-  for (const OptionDefinition& option : common) addOption(app, option, invocation);
+  for (const OptionDefinition& option : everywhere) addOption(app, option, invocation);
   for (const OptionDefinition& option : command->options) addOption(app, option, invocation);
   app.add_option("words", words);
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -273,7 +274,7 @@ std::string helpText(const CommandDefinition* command) {
   std::string meaning(command->meaning);
   text += "\n" + synopsis(*command) + "\n    " + meaning + "\n";
   if (!command->options.empty()) text += "\n" + optionLines(command->options);
-  return text + "\nEverywhere:\n" + optionLines(common);
+  return text + "\nEverywhere:\n" + optionLines(everywhere);
 }
 
 }  // namespace brisko::client

@@ -17,7 +17,7 @@ constexpr SettingType boolean = SettingType::boolean;
 constexpr SettingType integer = SettingType::integer;
 constexpr SettingType number = SettingType::number;
 
-constexpr std::array<SettingKey, 16> keys{{
+constexpr std::array<SettingKey, 16> allKeys{{
     {"enabled", boolean, 0, 1, "", "limit the charge", false},
     {"limit", integer, 20, 100, "%", "charging stops here; 100 means no limit", false},
     {"hysteresis", integer, 1, 20, "points", "width of the band below the limit", false},
@@ -62,12 +62,12 @@ std::optional<double> decimalIn(std::string_view text) {
 
 }  // namespace
 
-std::span<const SettingKey> settingKeys() { return keys; }
+std::span<const SettingKey> settingKeys() { return allKeys; }
 
 const SettingKey* findSetting(std::string_view name) {
-  const auto found =
-      std::find_if(keys.begin(), keys.end(), [name](const SettingKey& key) { return key.name == name; });
-  return found == keys.end() ? nullptr : &*found;
+  const auto found = std::find_if(allKeys.begin(), allKeys.end(),
+                                  [name](const SettingKey& key) { return key.name == name; });
+  return found == allKeys.end() ? nullptr : &*found;
 }
 
 std::string allowedValues(const SettingKey& key) {
@@ -90,7 +90,7 @@ std::optional<Json> settingValue(const SettingKey& key, std::string_view text) {
 }
 
 std::optional<std::string> whyFatal(const Json& settings) {
-  for (const SettingKey& key : keys) {
+  for (const SettingKey& key : allKeys) {
     if (key.type != integer || integerAt(settings, key.name)) continue;
     const auto value = numberAt(settings, key.name);
     if (value && !fittingInteger(*value)) return std::string(key.name) + " is too large for any number";

@@ -20,8 +20,8 @@
 namespace brisko::client {
 namespace {
 
-constexpr int mostTries = 20;  // against a daemon that writes at the same time
-constexpr double pauseSeconds = 0.02;
+constexpr int mostAttempts = 20;  // against a daemon that writes at the same time
+constexpr double retrySeconds = 0.02;
 
 std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/') + 1); }
 
@@ -41,7 +41,7 @@ Descriptor lockFolder(const std::string& folder) {
   for (const double end = steadyNow() + 5; ::flock(descriptor.number(), LOCK_EX | LOCK_NB) != 0;) {
     if (errno != EWOULDBLOCK && errno != EINTR) return {};
     if (steadyNow() > end) return {};
-    pauseReally(pauseSeconds);
+    pauseReally(retrySeconds);
   }
   return descriptor;
 }
@@ -103,8 +103,8 @@ FileChange readOriginal(const std::string& path, const Json& defaults, bool forc
       original.object = *settings.object;
       return {.done = true};
     }
-    if (count < mostTries) {
-      pauseReally(pauseSeconds);
+    if (count < mostAttempts) {
+      pauseReally(retrySeconds);
     } else if (force) {
       original.object = defaults;
       return {.done = true};
@@ -143,7 +143,7 @@ FileChange changeSettingsFile(const std::string& path, const Json& keys, const S
                               bool force) {
   const Descriptor lock = lockFolder(folderOf(path));
   if (!lock) return failure(folderOf(path) + " cannot be locked");
-  for (int count = 1; count <= mostTries; ++count) {
+  for (int count = 1; count <= mostAttempts; ++count) {
     Original original;
     FileChange change = readOriginal(path, configObject(defaults), force, original);
     if (!change.done) return change;

@@ -15,7 +15,7 @@
 namespace brisko::client {
 namespace {
 
-constexpr double pauseSeconds = 0.05;
+constexpr double pollSeconds = 0.05;
 
 ChangeOutcome refused(ExitStatus status, std::string text) {
   return {.status = status, .text = std::move(text)};
@@ -97,7 +97,7 @@ Observation observe(const State& state, const Json& keys, double writtenAt, Way 
     }
     seen.twoDaemons = daemons.size() > 1;
     if (seen.confirmed || seen.lost || steadyNow() >= end) return seen;
-    pauseReally(pauseSeconds);
+    pauseReally(pollSeconds);
   }
 }
 
@@ -136,7 +136,7 @@ std::optional<ChangeOutcome> throughService(const State& state, const Json& keys
   return outcomeOf(observe(state, keys, writtenAt, Way::service, options.waitSeconds, [] {}), Way::service);
 }
 
-bool isRunning(const State& state) {
+bool daemonRuns(const State& state) {
   const auto& job = state.system.job;
   return job ? job->processId.has_value() : freshnessOf(situationOf(state)) == Freshness::fresh;
 }
@@ -164,7 +164,7 @@ ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOpti
     if (!change.done) return notInTheFile(change, options);
     bool settled = clearServedRequests(path, keys, change);
     if (state.volume.isForeign()) return {.way = Way::file, .text = "It is written on that volume."};
-    if (!isRunning(state)) {
+    if (!daemonRuns(state)) {
       return {.status = ExitStatus::noDaemon,
               .way = Way::file,
               .text = "It is written, but no daemon runs; it applies when the daemon starts."};

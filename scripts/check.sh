@@ -31,7 +31,6 @@ brisko-control-tests     brisko-control-tests/
 brisko-process-tests     brisko-process-tests/
 brisko-client-tests      brisko-client-tests/
 brisko-exchange-tests    brisko-exchange-tests/
-brisko-fuzz-replay       fuzz/
 brisko-lab               scenario/
 brisko-tidy-tests        brisko-tidy-tests/
 '

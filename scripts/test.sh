@@ -68,7 +68,8 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
   step 'shell scripts' scripts/check-scripts.sh
   # The daemon's tests run once on each platform: in the release on the virtual one, under the sanitizers on that of a
   # real Mac, whose tests are there to find memory errors. The long ones (simulations of many days and generated
-  # scenarios), the scenarios on the platform of a real Mac and the mutants run without sanitizers.
+  # scenarios), the scenarios on the platform of a real Mac and the mutants run without sanitizers, and so do the tests
+  # that read the source tree, run the shell scripts or compare the traces of two programs.
   step 'release build' build release &&
     step 'tests' run_tests release "$release_results" --exclude-regex '^brisko-mac-tests/'
   step 'sanitizer build' build asan && {

@@ -8,7 +8,7 @@
 namespace brisko::client {
 namespace {
 
-bool isRunning(const State& state) {
+bool calibrationRuns(const State& state) {
   return state.status && state.status->calibration.phase != CalPhase::idle;
 }
 
@@ -73,7 +73,7 @@ ExitStatus showStatus(const Context& context, const State& state, bool onlyRuns)
 }
 
 ExitStatus start(const Context& context, const State& state) {
-  if (isRunning(state)) {
+  if (calibrationRuns(state)) {
     context.output.complain("a calibration runs already; brisko calibrate status shows it");
     return ExitStatus::notDone;
   }
@@ -90,7 +90,7 @@ ExitStatus start(const Context& context, const State& state) {
 }
 
 ExitStatus stop(const Context& context, const State& state) {
-  if (!isRunning(state) && !state.settings.calibrate) {
+  if (!calibrationRuns(state) && !state.settings.calibrate) {
     context.output.remark("No calibration runs.");
     return ExitStatus::done;
   }

@@ -3,7 +3,7 @@
 namespace brisko::client {
 namespace {
 
-std::string sentence(bool on) {
+std::string lightSentence(bool on) {
   return on ? "The light of the connector is green while the charge is held, and blinks green while it moves "
               "to its target."
             : "The light of the connector is left to macOS.";
@@ -13,7 +13,7 @@ std::string sentence(bool on) {
 
 ExitStatus runLight(const Context& context) {
   return runSwitch(context, {.key = "led",
-                             .sentence = sentence,
+                             .sentence = lightSentence,
                              .supported = &DaemonStatus::ledSupported,
                              .unsupported = "this Mac has no light that the daemon can drive"});
 }

@@ -20,10 +20,10 @@ namespace {
 
 using virtual_mac::ChangeKind;
 
-constexpr std::uint64_t nightStream = 5;
-constexpr double hour = 3600;
+constexpr std::uint64_t benchStream = 5;
+constexpr double hourSeconds = 3600;
 constexpr double dusk = 1772398800;         // 2026-03-01 21:00:00 UTC
-constexpr double seven = dusk + 10 * hour;  // in the morning
+constexpr double seven = dusk + 10 * hourSeconds;  // in the morning
 constexpr double bandWidth = 5;             // the default
 
 // Adapters that come with the model or are often used with it.
@@ -206,7 +206,7 @@ std::string_view nameOf(Bedtime bedtime) {
 }
 
 NightPlan planNight(std::uint64_t seed) {
-  Rng rng(seed, nightStream);
+  Rng rng(seed, benchStream);
   NightPlan plan{};
   constexpr std::array models{"air13", "pro14", "pro16"};
   plan.model = rng.oneOf(models);

@@ -26,7 +26,7 @@ namespace brisko::fakes {
 
 namespace {
 
-constexpr double never = std::numeric_limits<double>::infinity();
+constexpr double noDeadline = std::numeric_limits<double>::infinity();
 constexpr int signalNumbers = 32;
 
 // Each a count of signals that nobody has waited for; told from signal handlers too. None has the number 0.
@@ -46,8 +46,8 @@ struct Thread {
   sigset_t shutOut{};
   bool ready = true;  // also without a semaphore
   semaphore_t semaphore = 0;
-  double deadline = never;  // uptime
-  std::thread real;         // the program's to detach
+  double deadline = noDeadline;  // uptime
+  std::thread real;              // the program's to detach
 };
 
 // Threads wait for their turns to the end of the process, hence never destroyed.
@@ -143,7 +143,7 @@ kern_return_t waitOnThis(semaphore_t semaphore, double deadline) {
   gThis->deadline = deadline;
   waitForTurn();
   gThis->semaphore = 0;
-  gThis->deadline = never;
+  gThis->deadline = noDeadline;
   if (std::exchange(gThis->ready, false)) return KERN_ABORTED;
   return takeOne(semaphore) ? KERN_SUCCESS : KERN_OPERATION_TIMED_OUT;
 }
@@ -161,7 +161,7 @@ void takeTurns() {
 }
 
 double firstDeadline() {
-  double first = never;
+  double first = noDeadline;
   for (const Thread& thread : threads().all) first = std::min(first, thread.deadline);
   return first;
 }
@@ -230,7 +230,7 @@ kern_return_t semaphore_signal(semaphore_t semaphore) {
 
 kern_return_t semaphore_wait(semaphore_t semaphore) {
   if (!isThere(semaphore)) return KERN_INVALID_ARGUMENT;
-  return onMainThread() ? waitOnMainThread(semaphore) : waitOnThis(semaphore, never);
+  return onMainThread() ? waitOnMainThread(semaphore) : waitOnThis(semaphore, noDeadline);
 }
 
 kern_return_t semaphore_timedwait(semaphore_t semaphore, mach_timespec_t time) {

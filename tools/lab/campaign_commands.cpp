@@ -17,8 +17,6 @@
 namespace brisko::lab {
 namespace {
 
-constexpr int usageError = 2;
-
 struct CommandLine {
   std::string seeds = {};
   std::string faults = "all";

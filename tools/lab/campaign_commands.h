@@ -10,6 +10,9 @@ class App;
 
 namespace brisko::lab {
 
+// The exit status for a wrong command line.
+inline constexpr int usageError = 2;
+
 // Parsing one of them sets `chosen` to its action, which returns the exit status.
 void addCampaignCommands(CLI::App& program, std::function<int()>& chosen);
 

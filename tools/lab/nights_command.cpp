@@ -8,21 +8,21 @@
 
 #include "sim/generate/campaign.h"
 #include "sim/generate/night_bench.h"
+#include "tools/lab/campaign_commands.h"
 
 namespace brisko::lab {
 namespace {
 
 constexpr int allHeld = 0;
 constexpr int oneViolated = 1;
-constexpr int usageError = 2;
 
-struct CommandLine {
+struct NightsCommandLine {
   std::string seeds = "1..200";
   NightOptions options = {};
   std::string guard = {};
 };
 
-int spendNights(const CommandLine& given) {
+int spendNights(const NightsCommandLine& given) {
   const auto seeds = parseSeeds(given.seeds);
   if (!seeds) {
     static_cast<void>(std::fprintf(
@@ -48,7 +48,7 @@ int spendNights(const CommandLine& given) {
 }  // namespace
 
 void addNightsCommand(CLI::App& program, std::function<int()>& chosen) {
-  const auto line = std::make_shared<CommandLine>();
+  const auto line = std::make_shared<NightsCommandLine>();
   CLI::App* nights = program.add_subcommand(
       "nights",
       "spend generated nights and print the charge in the morning; status 1: an invariant was violated");

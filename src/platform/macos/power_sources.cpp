@@ -12,7 +12,7 @@ namespace {
 
 using Changed = std::function<void()>;
 
-void notify(void* context) { (*static_cast<const Changed*>(context))(); }
+void onChange(void* context) { (*static_cast<const Changed*>(context))(); }
 
 }  // namespace
 
@@ -35,7 +35,7 @@ std::optional<std::vector<SharedDictionary>> powerSources() {
 bool addPowerSourceNotification(std::function<void()> changed) {
   // For the life of the process, hence never destroyed.
   auto* context = new Changed(std::move(changed));
-  const Owned<CFRunLoopSourceRef> source(IOPSNotificationCreateRunLoopSource(notify, context));
+  const Owned<CFRunLoopSourceRef> source(IOPSNotificationCreateRunLoopSource(onChange, context));
   if (!source) {
     delete context;
     return false;

@@ -11,12 +11,12 @@
 namespace brisko::platform {
 namespace {
 
-void notify(void* context, io_service_t /*service*/, std::uint32_t message, void* argument) {
+void onPowerMessage(void* context, io_service_t /*service*/, std::uint32_t message, void* argument) {
   (*static_cast<const PowerCallback*>(context))(static_cast<PowerMessage>(message),
                                                 reinterpret_cast<std::intptr_t>(argument));
 }
 
-KernelStatus statusOf(IOReturn result) { return static_cast<KernelStatus>(result); }
+KernelStatus toKernelStatus(IOReturn result) { return static_cast<KernelStatus>(result); }
 
 }  // namespace
 
@@ -24,7 +24,7 @@ PowerRegistration registerSystemPower(PowerCallback callback) {
   auto context = std::make_unique<PowerCallback>(std::move(callback));
   IONotificationPortRef port = nullptr;
   io_object_t notifier = IO_OBJECT_NULL;
-  const io_connect_t root = IORegisterForSystemPower(context.get(), &port, notify, &notifier);
+  const io_connect_t root = IORegisterForSystemPower(context.get(), &port, onPowerMessage, &notifier);
   if (port == nullptr) return {.rootPort = root, .notifying = false};
   // For the life of the process, hence never destroyed; so are port and notifier.
   static_cast<void>(context.release());
@@ -37,12 +37,12 @@ void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument) {
 }
 
 KernelStatus schedulePowerEvent(double date, std::string_view identifier, std::string_view type) {
-  return statusOf(
+  return toKernelStatus(
       IOPMSchedulePowerEvent(dateOf(date).get(), stringOf(identifier).get(), stringOf(type).get()));
 }
 
 KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::string_view type) {
-  return statusOf(
+  return toKernelStatus(
       IOPMCancelScheduledPowerEvent(dateOf(date).get(), stringOf(identifier).get(), stringOf(type).get()));
 }
 

@@ -22,9 +22,9 @@ using virtual_mac::ChangeKind;
 
 constexpr std::uint64_t benchStream = 5;
 constexpr double hourSeconds = 3600;
-constexpr double dusk = 1772398800;         // 2026-03-01 21:00:00 UTC
+constexpr double dusk = 1772398800;                // 2026-03-01 21:00:00 UTC
 constexpr double seven = dusk + 10 * hourSeconds;  // in the morning
-constexpr double bandWidth = 5;             // the default
+constexpr double bandWidth = 5;                    // the default
 
 // Adapters that come with the model or are often used with it.
 std::vector<double> adaptersOf(const std::string& model) {

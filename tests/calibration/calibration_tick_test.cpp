@@ -125,7 +125,7 @@ TEST_F(CalibrationTick, cancelsTheRunWhenTheSettingsCanNotBeRead) {
 }
 
 TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasFinished) {
-  mac.charge(80);
+  mac.charge(80).temperature(33);
   inPhase(CalPhase::restore, R"({"calibrate":true,"calDrain":22,"led":false})");
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));

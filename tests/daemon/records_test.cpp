@@ -52,7 +52,7 @@ TEST_F(Files, areThereFromTheFirstTick) {
             R"("daemonVersion":"0.9.9","discharge":false,"dischargeFailed":false,"dischargeSupported":true,)"
             R"("enabled":true,"hot":false,"ledSupported":true,"pct":80,"plugged":true,)"
             R"("protectedSeconds":0,"since":1772352000.0,"smcKeys":["CHIE","CHTE","ACLC","AC-W","TB0T"],)"
-            R"("startedAt":1772352000.0,"state":"hold","temp":32.6,"topUp":false,"ts":1772352000.0,)"
+            R"("startedAt":1772352000.0,"state":"hold","temp":33.3,"topUp":false,"ts":1772352000.0,)"
             R"("upper":80})");
   EXPECT_EQ(mac.read(statsPath),
             R"({"atLimit":true,"protectedSeconds":0,"since":1772352000.0,"topUpSince":0.0})");

@@ -48,8 +48,8 @@ TEST_F(FirmwareTest, armsShowsAndDisarms) {
   EXPECT_EQ(outcome.output,
             "firmware mode detected (bfD0/bfE0/bfF0). battery 57%.\n"
             "arming band 37–42% via ChargeGate.setCharging for 15 s…\n"
-            "  B0AC=3440 mA  armed=true\n"
-            "  B0AC=3440 mA  armed=true\n"
+            "  B0AC=7080 mA  armed=true\n"
+            "  B0AC=7080 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"

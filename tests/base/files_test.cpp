@@ -22,7 +22,7 @@ using namespace test;
 
 bool isOpen(int number) { return ::fcntl(number, F_GETFD) >= 0; }
 
-TEST(DescriptorTest, isClosedWhenItsOwnerGoes) {
+TEST(DescriptorTest, isClosedByItsDestructor) {
   int number = -1;
   {
     const Descriptor owner(::open("/dev/null", O_RDONLY));
@@ -32,7 +32,7 @@ TEST(DescriptorTest, isClosedWhenItsOwnerGoes) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(DescriptorTest, changesItsOwnerWithoutClosing) {
+TEST(DescriptorTest, staysOpenWhenItIsMoved) {
   Descriptor first(::open("/dev/null", O_RDONLY));
   const int number = first.number();
   Descriptor second(std::move(first));
@@ -54,7 +54,7 @@ TEST(DescriptorTest, isEmptyOnceClosed) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(RegularFileOpening, refusesEverythingElseWithoutWaiting) {
+TEST(RegularFileOpening, refusesEverythingElseWithoutBlocking) {
   const ScratchFolder folder;
   test::makePipe(folder.path("pipe"));
   test::makeFolder(folder.path("folder"));
@@ -79,14 +79,14 @@ TEST(RegularFileOpening, followsALinkToOne) {
   EXPECT_TRUE(openRegularFile(folder.path("link"), O_RDONLY));
 }
 
-TEST(RegularFileOpening, keepsTheDescriptorFromChildren) {
+TEST(RegularFileOpening, isNotInheritedByChildren) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   const Descriptor file = openRegularFile(folder.path("file"), O_RDONLY);
   EXPECT_EQ(::fcntl(file.number(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST(AppendingOpening, givesANewFileItsModeWhateverTheUmask) {
+TEST(AppendingOpening, createsAFileWithItsModeWhateverTheUmask) {
   const ScratchFolder folder;
   for (const mode_t umask : {0000U, 0022U, 0077U, 0777U}) {
     ::umask(umask);
@@ -96,7 +96,7 @@ TEST(AppendingOpening, givesANewFileItsModeWhateverTheUmask) {
   }
 }
 
-TEST(AppendingOpening, keepsTheModeAndTheBytesOfAFileThatIsThere) {
+TEST(AppendingOpening, keepsTheModeAndTheBytesOfAnExistingFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   put(path, "before,");
@@ -111,7 +111,7 @@ TEST(AppendingOpening, keepsTheModeAndTheBytesOfAFileThatIsThere) {
   EXPECT_EQ(inodeOf(path), inode);
 }
 
-TEST(AppendingOpening, writesWhereTheFileTrulyEnds) {
+TEST(AppendingOpening, writesAtTheCurrentEndOfTheFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const Descriptor file = openForAppending(path);
@@ -121,7 +121,7 @@ TEST(AppendingOpening, writesWhereTheFileTrulyEnds) {
   EXPECT_EQ(contents(path), "somebody else,two");
 }
 
-TEST(AppendingOpening, followsALinkToAFileButNotIntoTheVoid) {
+TEST(AppendingOpening, followsALinkToAFileButNotADanglingOne) {
   const ScratchFolder folder;
   put(folder.path("target"), "text");
   test::makeLink(folder.path("good"), folder.path("target"));
@@ -131,7 +131,7 @@ TEST(AppendingOpening, followsALinkToAFileButNotIntoTheVoid) {
   EXPECT_FALSE(test::exists(folder.path("nothing")));
 }
 
-TEST(WriteAll, reportsItWhenTheFileTakesOnlyAPart) {
+TEST(WriteAll, reportsAnIncompleteWrite) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const auto ended = inChild([&path] {

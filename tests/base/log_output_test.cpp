@@ -114,7 +114,7 @@ std::vector<int> firstNumbers(int count) {
 class LogOutput : public testing::TestWithParam<const char*> {};  // the kind of stream
 
 // Whatever was begun when the stream was full comes to its end, and then the lines continue.
-TEST_P(LogOutput, leavesOutWholeLinesWhileNobodyReads) {
+TEST_P(LogOutput, dropsWholeLinesWhileNobodyReads) {
   const std::string text = withOutputTo(GetParam(), [](Stream& stream) {
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
     std::string read = readNow(stream);
@@ -133,7 +133,7 @@ TEST_P(LogOutput, leavesOutWholeLinesWhileNobodyReads) {
 }
 
 // Also in the middle of a piece, as a terminal takes it.
-TEST_P(LogOutput, finishesALineThatWasBegunBeforeTheNext) {
+TEST_P(LogOutput, completesALineBeforeTheNextBegins) {
   const std::string lengthy = std::string(1'000'000, 'a') + "\n";  // more than fits
   const std::string text = withOutputTo(GetParam(), [&lengthy](Stream& stream) {
     offerLogLine(lengthy);
@@ -148,7 +148,7 @@ TEST_P(LogOutput, finishesALineThatWasBegunBeforeTheNext) {
   EXPECT_THAT(text, StartsWith(lengthy + "next\n"));
 }
 
-TEST_P(LogOutput, takesEveryLineWhileSomebodyReads) {
+TEST_P(LogOutput, dropsNoLineWhileSomebodyReads) {
   const std::string text = withOutputTo(GetParam(), [](Stream& stream) {
     std::string read;
     for (int number = 0; number < 2000; ++number) {
@@ -160,7 +160,7 @@ TEST_P(LogOutput, takesEveryLineWhileSomebodyReads) {
   EXPECT_EQ(numbersIn(text), firstNumbers(2000));
 }
 
-TEST_P(LogOutput, leavesTheFlagsOfTheStreamAsTheyWere) {
+TEST_P(LogOutput, keepsTheFlagsOfTheStream) {
   const std::string flags = withOutputTo(GetParam(), [](Stream&) {
     const int before = ::fcntl(STDOUT_FILENO, F_GETFL);
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
@@ -180,7 +180,7 @@ TEST_P(LogOutput, leavesNoDescriptorBehind) {
   EXPECT_EQ(next, "1");
 }
 
-TEST_P(LogOutput, bearsAReaderThatIsGone) {
+TEST_P(LogOutput, toleratesAClosedPipe) {
   const std::string outcome = withOutputTo(GetParam(), [](Stream& stream) {
     offerLogLine("one\n");
     stream.reading.close();
@@ -207,7 +207,7 @@ TEST(LogOutputToAPipe, dropsALineWhoseBeginningDoesNotFit) {
   EXPECT_THAT(text, testing::MatchesRegex("x+kept\n"));
 }
 
-TEST(LogOutputToATerminal, goesOnPastATerminalOnHold) {
+TEST(LogOutputToATerminal, doesNotBlockOnATerminalOnHold) {
   const VirtualMac mac({.startTime = 1772352930});
   const std::string text = withOutputTo("Terminal", [](Stream& stream) {
     ::tcflow(STDOUT_FILENO, TCOOFF);
@@ -224,7 +224,7 @@ TEST(LogOutputToATerminal, goesOnPastATerminalOnHold) {
   EXPECT_THAT(mac.logLines().size(), Gt(1000U));
 }
 
-TEST(LogOutputToAFile, takesEveryByte) {
+TEST(LogOutputToAFile, dropsNothing) {
   const auto ended = inChild([] {
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
   });

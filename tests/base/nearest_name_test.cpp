@@ -16,7 +16,7 @@ TEST(NearestName, isTheOneWithTheFewestChanges) {
 
 TEST(NearestName, isTheFirstOfSeveral) { EXPECT_EQ(nearestName("cat", {"bat", "hat"}), "bat"); }
 
-TEST(NearestName, differsInAThirdOfTheNameAtMost) {
+TEST(NearestName, differsInAtMostAThirdOfTheName) {
   EXPECT_EQ(nearestName("abcdef", {"abcdxy"}), "abcdxy") << "2 of 6";
   EXPECT_EQ(nearestName("abcdef", {"abcxyz"}), std::nullopt) << "3 of 6";
   EXPECT_EQ(nearestName("ab", {"ax"}), "ax") << "always at least one";

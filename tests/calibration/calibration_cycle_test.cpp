@@ -119,7 +119,7 @@ TEST_F(CalibrationCycle, beginsOnlyOnce) {
 
 // --- phase by phase
 
-TEST_F(CalibrationCycle, restsWhileIdle) {
+TEST_F(CalibrationCycle, doesNothingWhileIdle) {
   gCal.phaseSince = 1;  // long ago
   gCal.lastTick = 2;
   EXPECT_THAT(written([] { EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 0})); }),
@@ -139,7 +139,7 @@ TEST_F(CalibrationCycle, fillsUntilTheBatteryIsFull) {
   EXPECT_EQ(gCal.phase, CalPhase::drain);
 }
 
-TEST_F(CalibrationCycle, takesMoreThanFullForFull) {
+TEST_F(CalibrationCycle, countsMoreThanFullAsFull) {
   for (const CalPhase phase : {CalPhase::fill, CalPhase::refill}) {
     inPhase(phase);
     EXPECT_FALSE(advance({.pct = 102}));
@@ -167,7 +167,7 @@ TEST_F(CalibrationCycle, refillsUntilTheBatteryIsFull) {
   EXPECT_EQ(gCal.phase, CalPhase::soak);
 }
 
-TEST_F(CalibrationCycle, comesBackDownToTheLimit) {
+TEST_F(CalibrationCycle, dischargesToTheLimitAtTheEnd) {
   inPhase(CalPhase::restore);
   EXPECT_FALSE(advance({.pct = 81, .limit = 80}));
   EXPECT_EQ(gCal.phase, CalPhase::restore);
@@ -196,7 +196,7 @@ TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
               ElementsAre(entered("drain"), entered("refill"), entered("soak"), entered("restore")));
 }
 
-TEST_F(CalibrationCycle, isInTheFileBeforeItIsInTheLog) {
+TEST_F(CalibrationCycle, isWrittenToTheFileBeforeTheLog) {
   const std::vector<std::string> fileThenLog = {"calibration.json", "daemon.log"};
   EXPECT_EQ(writtenAndLogged(startCalibration), fileThenLog);
   EXPECT_EQ(writtenAndLogged([] { advance({.pct = 100}); }), fileThenLog);
@@ -219,7 +219,7 @@ TEST_F(CalibrationCycle, writesNothingWhileAPhaseLasts) {
 
 // --- soak
 
-TEST_F(CalibrationCycle, soaksForAsLongAsToldInTotal) {
+TEST_F(CalibrationCycle, soaksForTheConfiguredTimeInTotal) {
   inPhase(CalPhase::soak);
   for (int call = 1; call < 300; ++call) ASSERT_FALSE(soak());
   EXPECT_EQ(gCal.phase, CalPhase::soak);
@@ -230,7 +230,7 @@ TEST_F(CalibrationCycle, soaksForAsLongAsToldInTotal) {
   EXPECT_EQ(gCal.soakBanked, 0);
 }
 
-TEST_F(CalibrationCycle, countsNoSoakOffTheAdapterOrBelowFull) {
+TEST_F(CalibrationCycle, countsSoakOnlyOnTheAdapterAtFullCharge) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
@@ -242,7 +242,7 @@ TEST_F(CalibrationCycle, countsNoSoakOffTheAdapterOrBelowFull) {
   EXPECT_EQ(gCal.soakBanked, 24);
 }
 
-TEST_F(CalibrationCycle, counts2MinutesOfAGapAtMost) {
+TEST_F(CalibrationCycle, countsAtMost2MinutesOfAGap) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak(600));
   EXPECT_EQ(gCal.soakBanked, 120);
@@ -252,7 +252,7 @@ TEST_F(CalibrationCycle, counts2MinutesOfAGapAtMost) {
   EXPECT_EQ(gCal.soakBanked, 359.5);
 }
 
-TEST_F(CalibrationCycle, takesSoakAwayWhenTheClockIsSetBack) {
+TEST_F(CalibrationCycle, subtractsSoakWhenTheClockIsSetBack) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak(100));
   mac.number(ChangeKind::clockStep, -1000);
@@ -262,7 +262,7 @@ TEST_F(CalibrationCycle, takesSoakAwayWhenTheClockIsSetBack) {
   EXPECT_EQ(gCal.soakBanked, 100 - 970 + 30);
 }
 
-TEST_F(CalibrationCycle, countsNothingInTheFirstCallAfterARestart) {
+TEST_F(CalibrationCycle, countsNoSoakInTheFirstCallAfterARestart) {
   inPhase(CalPhase::soak);
   gCal.lastTick = 0;
   EXPECT_FALSE(soak());
@@ -275,7 +275,7 @@ TEST_F(CalibrationCycle, countsNothingInTheFirstCallAfterARestart) {
   EXPECT_EQ(gCal.soakBanked, 12);
 }
 
-TEST_F(CalibrationCycle, leavesASoakOfNothingAtOnce) {
+TEST_F(CalibrationCycle, endsASoakOfNoTimeAtOnce) {
   for (const double seconds : {0.0, -60.0}) {
     inPhase(CalPhase::soak);
     EXPECT_FALSE(advance({.pct = 50, .plugged = false, .soakSeconds = seconds}));
@@ -286,7 +286,7 @@ TEST_F(CalibrationCycle, leavesASoakOfNothingAtOnce) {
   EXPECT_EQ(gCal.phase, CalPhase::soak);
 }
 
-TEST_F(CalibrationCycle, neverEndsASoakThatIsLongerThanAnyBattery) {
+TEST_F(CalibrationCycle, neverEndsASoakThatIsPracticallyEndless) {
   inPhase(CalPhase::soak);
   mac.pass(12);
   EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 9.3e18 * 60}));
@@ -295,7 +295,7 @@ TEST_F(CalibrationCycle, neverEndsASoakThatIsLongerThanAnyBattery) {
 
 // --- stall
 
-TEST_F(CalibrationCycle, isGivenUpWhenAPhaseLastsMoreThan3Days) {
+TEST_F(CalibrationCycle, isStoppedWhenAPhaseLastsMoreThan3Days) {
   for (const CalPhase phase : activePhases) {
     inPhase(phase);
     gCal.before = GaugeReading{.raw = 1};
@@ -322,7 +322,7 @@ TEST_F(CalibrationCycle, isGivenUpWhenAPhaseLastsMoreThan3Days) {
   }
 }
 
-TEST_F(CalibrationCycle, followsNoRuleInTheCallThatGivesUp) {
+TEST_F(CalibrationCycle, followsNoOtherRuleInTheCallThatStopsIt) {
   inPhase(CalPhase::restore);
   mac.pass(threeDays + 1);
   EXPECT_TRUE(advance({.pct = 10, .limit = 80}));
@@ -330,7 +330,7 @@ TEST_F(CalibrationCycle, followsNoRuleInTheCallThatGivesUp) {
   EXPECT_TRUE(gCal.lastFailure.has_value());
 }
 
-TEST_F(CalibrationCycle, has3DaysForEachPhase) {
+TEST_F(CalibrationCycle, allows3DaysForEachPhase) {
   inPhase(CalPhase::fill);
   mac.pass(threeDays - 1);
   EXPECT_FALSE(advance({.pct = 100}));
@@ -341,7 +341,7 @@ TEST_F(CalibrationCycle, has3DaysForEachPhase) {
 
 // --- finish
 
-TEST_F(CalibrationCycle, keepsWhatTheGaugeHasLearned) {
+TEST_F(CalibrationCycle, recordsWhatTheGaugeHasLearned) {
   startCalibration();
   static_cast<void>(newLines());
   mac.number(ChangeKind::health, 4401).number(ChangeKind::cycles, 38);
@@ -399,7 +399,7 @@ TEST_F(CalibrationCycle, finishesWithoutTheReadingAfter) {
   EXPECT_THAT(newLines(), ElementsAre(finished("1", "?", "?")));
 }
 
-TEST_F(CalibrationCycle, takesTheDesignFromTheReadingAfterWhenItHasOne) {
+TEST_F(CalibrationCycle, prefersTheDesignCapacityOfTheReadingAfter) {
   inPhase(CalPhase::restore);
   gCal.before = GaugeReading{.design = 3};
   EXPECT_TRUE(advance({.pct = 80}));
@@ -453,7 +453,7 @@ TEST_F(CalibrationCycle, isCancelledWithoutAFailure) {
   }
 }
 
-TEST_F(CalibrationCycle, isStoppedForAReasonInItsPhaseOrTheOneGiven) {
+TEST_F(CalibrationCycle, recordsTheReasonAndThePhaseWhenItIsStopped) {
   inPhase(CalPhase::soak);
   stopCalibration("cold", std::nullopt);
   EXPECT_EQ(gCal.lastFailure, (CalFailure{"cold", CalPhase::soak}));

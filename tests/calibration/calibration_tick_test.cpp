@@ -64,7 +64,7 @@ class CalibrationTick : public test::OnVirtualMac {
 
 // --- request
 
-TEST_F(CalibrationTick, startsTheRunThatIsAskedFor) {
+TEST_F(CalibrationTick, startsARequestedRun) {
   mac.settings(R"({"calibrate":true})");
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(2));
@@ -75,7 +75,7 @@ TEST_F(CalibrationTick, startsTheRunThatIsAskedFor) {
   EXPECT_THAT(tick(), IsEmpty());
 }
 
-TEST_F(CalibrationTick, startsAndMovesOnInOneTickWhenTheBatteryIsFull) {
+TEST_F(CalibrationTick, startsAndReachesTheNextPhaseInOneTickWhenTheBatteryIsFull) {
   mac.charge(100);
   mac.settings(R"({"calibrate":true,"calDrain":100})");
   auto lines = tick();
@@ -161,7 +161,7 @@ TEST_F(CalibrationTick, writesTheRecordBeforeTheSettings) {
   EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "config.json", "status.json"));
 }
 
-TEST_F(CalibrationTick, restsWhileTheTickDoes) {
+TEST_F(CalibrationTick, makesNoProgressWhileTheTickDoesNothing) {
   inPhase(CalPhase::fill);
   mac.charge(100);
   gReleased = true;
@@ -173,7 +173,7 @@ TEST_F(CalibrationTick, restsWhileTheTickDoes) {
 
 // --- one request and another
 
-TEST_F(CalibrationTick, takesThePlaceOfTheTopUpThatIsAskedForWithIt) {
+TEST_F(CalibrationTick, replacesATopUpThatIsRequestedWithIt) {
   mac.settings(R"({"topUp":true,"calibrate":true})");
   gTopUpSince = 5;
   EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "stats.json", "config.json", "status.json"));
@@ -184,7 +184,7 @@ TEST_F(CalibrationTick, takesThePlaceOfTheTopUpThatIsAskedForWithIt) {
   EXPECT_THAT(mac.read(statusPath), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
+TEST_F(CalibrationTick, delaysATopUpThatIsRequestedLater) {
   mac.charge(80);
   inPhase(CalPhase::refill, R"({"topUp":true,"calibrate":true})");
   ticks(2);
@@ -201,7 +201,7 @@ TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
 
 // A pass writes the settings as it read them, save for the request that it clears: the Top Up that ends after
 // the calibration in the same tick brings the request for a calibration back.
-TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickInWhichTheRunDoes) {
+TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickThatFinishesTheRun) {
   mac.charge(80);
   mac.unplug();
   inPhase(CalPhase::restore, R"({"topUp":true,"calibrate":true})");
@@ -243,7 +243,7 @@ TEST_F(CalibrationTick, chargesBeyondTheLimitAlsoWithLimitingOff) {
   }
 }
 
-TEST_F(CalibrationTick, drainsByItselfOnTheAdapter) {
+TEST_F(CalibrationTick, drainsOnTheAdapter) {
   for (const CalPhase phase : {CalPhase::drain, CalPhase::restore}) {
     mac.charge(90);
     inPhase(phase);
@@ -253,7 +253,7 @@ TEST_F(CalibrationTick, drainsByItselfOnTheAdapter) {
   }
 }
 
-TEST_F(CalibrationTick, drainsWithTheHelpOfTheUserWhereItCanNot) {
+TEST_F(CalibrationTick, drainsOnlyUnpluggedWhereTheMacCannotDischarge) {
   dischargeSupported = false;
   mac.charge(90);
   inPhase(CalPhase::drain, R"({"calibrate":true,"calDrain":90})");
@@ -267,7 +267,7 @@ TEST_F(CalibrationTick, drainsWithTheHelpOfTheUserWhereItCanNot) {
   EXPECT_EQ(gCal.phase, CalPhase::refill);
 }
 
-TEST_F(CalibrationTick, comesBackToTheLimitAsItIsWritten) {
+TEST_F(CalibrationTick, endsAtTheLimitAsConfigured) {
   // Not to the bound, which is 20.
   mac.charge(20);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":10})");
@@ -277,13 +277,13 @@ TEST_F(CalibrationTick, comesBackToTheLimitAsItIsWritten) {
   EXPECT_EQ(tick().at(0), finished);
 }
 
-TEST_F(CalibrationTick, isAtALimitBeyondFullAtOnce) {
+TEST_F(CalibrationTick, endsAtOnceAtALimitAbove100) {
   mac.charge(100);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":150})");
   EXPECT_EQ(tick().at(0), finished);
 }
 
-TEST_F(CalibrationTick, goesByTheAdapterThatTheControllerSeesForTheSoak) {
+TEST_F(CalibrationTick, countsTheSoakByTheControllersAdapterKey) {
   mac.charge(100);
   inPhase(CalPhase::soak);
   // macOS takes its time to say that the adapter is gone.
@@ -316,7 +316,7 @@ TEST_F(CalibrationTick, holdsAndWaitsWhileTheBatteryIsHot) {
   EXPECT_EQ(gCal.soakBanked, 12);
 }
 
-TEST_F(CalibrationTick, followsEditsInBetween) {
+TEST_F(CalibrationTick, followsEditsDuringARun) {
   mac.charge(60);
   inPhase(CalPhase::drain);
   ticks(1);

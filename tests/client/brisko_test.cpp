@@ -62,7 +62,7 @@ TEST(Brisko, showsWhatTheDaemonDoes) {
   EXPECT_THAT(said(mac.brisko({"status", "--line"})), StartsWith("70% charging allowed 80%"));
 }
 
-TEST(Brisko, fitsAnswersIntoNarrowTerminalsAndPlainLocales) {
+TEST(Brisko, wrapsAnswersForNarrowTerminalsAndUsesAsciiInPlainLocales) {
   LiveBrisko mac;
   mac.boot();
   const std::string narrow = said(mac.brisko({}, {{"COLUMNS", "40"}}));
@@ -145,7 +145,7 @@ TEST(Brisko, changesEverySetting) {
   EXPECT_THAT(said(mac.brisko({"why"})), StartsWith("Limiting is off"));
 }
 
-TEST(Brisko, sendsTheJobsLimitAlongWhereThereIsNoFile) {
+TEST(Brisko, sendsTheLimitOfTheJobAlongWithoutAFile) {
   LiveBrisko mac;
   mac.boot({"--limit", "85"});
   EXPECT_EQ(said(mac.brisko({"limit"})), "The limit is 85 %.\n");
@@ -175,7 +175,7 @@ TEST(Brisko, refusesAFullChargeThatWouldBeDropped) {
   EXPECT_EQ(mac.config(), before);
 }
 
-TEST(Brisko, startsACalibrationOnlyWhenAgreed) {
+TEST(Brisko, startsACalibrationOnlyWhenConfirmed) {
   LiveBrisko mac;
   mac.boot();
   expectRefused(mac.brisko({"calibrate", "start"}), 1, "--yes");
@@ -262,7 +262,7 @@ TEST(BriskoWithoutService, namesTheLineWithSudo) {
 // ---------------------------------------------------------------------------------------------------------
 // Bad input
 
-TEST(BriskoRefuses, numbersThatAreNoLimit) {
+TEST(BriskoRefuses, numbersThatAreNotALimit) {
   LiveBrisko mac;
   mac.mac.settings("{\"limit\":80}");
   mac.boot();
@@ -300,7 +300,7 @@ TEST(BriskoRefuses, settingsFilesThatItCannotUse) {
   }
 }
 
-TEST(BriskoRefuses, whatIsNoRegularFile) {
+TEST(BriskoRefuses, otherThanRegularFiles) {
   LiveBrisko mac;
   mac.boot();
   mac.end();
@@ -341,7 +341,7 @@ TEST(BriskoRefuses, aMacWithoutADaemon) {
   EXPECT_EQ(status.output, "The daemon is not installed: nothing limits the charge.\n");
 }
 
-TEST(BriskoRefuses, aComputerThatIsNoMac) {
+TEST(BriskoRefuses, aComputerThatIsNotAMac) {
   expectRefused(test::run("brisko", {"status"}, {{"BRISKO_VIRTUAL_MAC", ""}}), 3, "not a Mac");
   expectRefused(test::run("brisko", {"limit", "70"}, {{"BRISKO_VIRTUAL_MAC", "/nowhere"}}), 3, "/nowhere");
 }
@@ -431,7 +431,7 @@ TEST(BriskoReads, aStatusOfAnOlderVersion) {
   EXPECT_THAT(mac.brisko({}).errors, HasSubstr("not usable"));
 }
 
-TEST(BriskoEnds, quietlyWhenItsReaderIsGone) {
+TEST(BriskoEnds, silentlyOnAClosedPipe) {
   LiveBrisko mac;
   mac.boot();
   const std::string program = test::programPath("brisko");

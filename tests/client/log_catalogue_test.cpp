@@ -69,7 +69,7 @@ TEST(LogCatalogue, translatesEveryLineThatIsNotInEnglish) {
   }
 }
 
-TEST(LogCatalogue, knowsWhatAsksForAttention) {
+TEST(LogCatalogue, recognisesLinesThatAskForAttention) {
   EXPECT_EQ(
       findEntry("⚠️ forced discharge has no effect: the adapter cut will not stay written — holding "
                 "the charge "

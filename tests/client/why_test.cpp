@@ -336,7 +336,7 @@ TEST(Why, namesTheLowerEdgeForAHold) {
   EXPECT_FALSE(answer.until->aboutMinutes.has_value());
 }
 
-TEST(Why, namesNoEdgeWhereMacOSDecides) {
+TEST(Why, namesNoLowerEdgeWhereMacOSDecides) {
   Situation situation = usual();
   situation.status->chargeMode = "macOS";
   EXPECT_EQ(why(situation).until->kind, UntilKind::event);

@@ -205,7 +205,7 @@ TEST_F(ControlListener, carriesSettingsByteForByte) {
   }
 }
 
-TEST_F(ControlListener, deliversRequestsInThreadsThatNoSignalReaches) {
+TEST_F(ControlListener, deliversRequestsOnThreadsThatBlockAllSignals) {
   const std::thread::id mainThread = std::this_thread::get_id();
   service.answer = [mainThread](const Reply& reply) {
     EXPECT_NE(std::this_thread::get_id(), mainThread);
@@ -226,7 +226,7 @@ TEST_F(ControlListener, deliversRequestsInThreadsThatNoSignalReaches) {
   EXPECT_EQ(::sigismember(&blocked, SIGHUP), 0);
 }
 
-TEST_F(ControlListener, takesRepliesFromTheMainThreadInAnyOrder) {
+TEST_F(ControlListener, acceptsRepliesFromTheMainThreadInAnyOrder) {
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   std::vector<std::int64_t> order;
   serve([&] {
@@ -306,7 +306,7 @@ TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
   });
 }
 
-TEST_F(ControlListener, outlivesAClientThatIsGoneBeforeItsReply) {
+TEST_F(ControlListener, survivesAClientThatDisconnectsBeforeItsReply) {
   static constexpr std::size_t gone = 20;
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
@@ -362,7 +362,7 @@ TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
   EXPECT_THAT(heard(), ElementsAre("restart", "apply {\"limit\":70}"));
 }
 
-TEST_F(ControlListener, dropsHalfARequestWhoseClientIsGone) {
+TEST_F(ControlListener, dropsHalfARequestWhenItsClientDisconnects) {
   const std::string request = lineOf(virtual_mac::ControlRequest{ControlRequestKind::applySettings, 1, 12});
   serve([&] {
     for (const std::string& half :
@@ -416,7 +416,7 @@ TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
   EXPECT_THAT(heard(), ElementsAre("restart"));
 }
 
-TEST_F(ControlListener, takesALineThatIsAsLongAsOneMayBe) {
+TEST_F(ControlListener, acceptsALineOfTheMaximumLength) {
   std::string line = lineOf(virtual_mac::ControlRequest{ControlRequestKind::restart, 1, 0});
   line.insert(1, std::string(virtual_mac::longestControlLine + 1 - line.size(), ' '));
   serve([&] {
@@ -428,7 +428,7 @@ TEST_F(ControlListener, takesALineThatIsAsLongAsOneMayBe) {
   });
 }
 
-TEST_F(ControlListener, takesAsManySettingsAsThereMayBe) {
+TEST_F(ControlListener, acceptsSettingsOfTheMaximumLength) {
   serve([&] {
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::applySettings, std::string(virtual_mac::largestSettings, ' ')));
@@ -454,7 +454,7 @@ TEST_F(ControlListener, disconnectsAClientWithoutAnIdentity) {
 }
 
 // Else a client that asks and asks would fill the daemon's memory.
-TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
+TEST_F(ControlListener, stopsReadingFromAClientWithManyUnansweredRequests) {
   constexpr std::size_t unanswered = 256;
   constexpr std::size_t all = 300;
   const std::string settings(50'000, ' ');  // so long that what is not taken fits no socket
@@ -483,7 +483,7 @@ TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
 }
 
 // The main thread continues although a client does not read what it asked for.
-TEST_F(ControlListener, waitsForNoClientToRead) {
+TEST_F(ControlListener, doesNotWaitForAClientToRead) {
   service.answer = [](const Reply& reply) { postMain([reply] { reply(false, std::string(10'000, 'x')); }); };
   serve([&] {
     const auto silent = client();
@@ -503,7 +503,7 @@ TEST_F(ControlListener, waitsForNoClientToRead) {
 // ---------------------------------------------------------------------------------------------------------
 // The requirement
 
-TEST_F(ControlListener, letsInOnlyWhoMeetsTheRequirement) {
+TEST_F(ControlListener, admitsOnlyClientsThatMeetTheRequirement) {
   service.requirement = [] { return goodRequirement; };
   serve([&] {
     for (const char* name : {"wrong-team", "wrong-app", "unsigned"}) {
@@ -518,7 +518,7 @@ TEST_F(ControlListener, letsInOnlyWhoMeetsTheRequirement) {
   EXPECT_THAT(heard(), ElementsAre("restart"));
 }
 
-TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
+TEST_F(ControlListener, admitsEveryClientWithoutARequirement) {
   serve([&] {
     for (const char* name : {"app", "wrong-team", "wrong-app", "unsigned"}) {
       const auto somebody = client(name);
@@ -528,7 +528,7 @@ TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
   });
 }
 
-TEST_F(ControlListener, admitsNobodyWithAnInvalidRequirement) {
+TEST_F(ControlListener, admitsNoClientWithAnInvalidRequirement) {
   const std::vector<std::string> wrong{"", "anchor apple generic", goodRequirement + " ",
                                        goodRequirement.substr(1), goodRequirement.substr(0, 60)};
   std::atomic<std::size_t> connections = 0;
@@ -544,7 +544,7 @@ TEST_F(ControlListener, admitsNobodyWithAnInvalidRequirement) {
   EXPECT_EQ(connections, wrong.size());
 }
 
-TEST_F(ControlListener, asksTheRequirementForEachConnectionOffTheMainThread) {
+TEST_F(ControlListener, readsTheRequirementForEachConnectionOffTheMainThread) {
   const std::thread::id mainThread = std::this_thread::get_id();
   std::atomic<int> connections = 0;
   service.requirement = [&]() -> std::optional<std::string> {
@@ -591,7 +591,7 @@ TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
   });
 }
 
-TEST_F(ControlListener, letsClientsBeyondItsRoomWait) {
+TEST_F(ControlListener, letsClientsAboveItsMaximumWait) {
   constexpr std::size_t room = 64;
   serve([&] {
     std::vector<std::unique_ptr<ControlClient>> clients;
@@ -609,7 +609,7 @@ TEST_F(ControlListener, letsClientsBeyondItsRoomWait) {
   });
 }
 
-TEST_F(ControlListener, isReachedThroughASocketThatIsItsOwnersAlone) {
+TEST_F(ControlListener, isReachedThroughASocketThatOnlyItsOwnerCanOpen) {
   const mode_t before = ::umask(0);
   serve([&] {
     struct stat found {};
@@ -620,7 +620,7 @@ TEST_F(ControlListener, isReachedThroughASocketThatIsItsOwnersAlone) {
   ::umask(before);
 }
 
-TEST_F(ControlListener, takesTheSocketOfADeadProcess) {
+TEST_F(ControlListener, takesOverTheSocketOfADeadProcess) {
   const int descriptor = ::open(folder.path().c_str(), O_PATH | O_DIRECTORY);
   const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
   const sockaddr_un address = virtual_mac::socketAddressIn(descriptor, serviceName);
@@ -635,7 +635,7 @@ TEST_F(ControlListener, takesTheSocketOfADeadProcess) {
   });
 }
 
-TEST_F(ControlListener, leavesTheServiceToTheProcessThatHasIt) {
+TEST_F(ControlListener, leavesTheServiceToTheProcessThatOwnsIt) {
   const int lock = ::open((folder.path() + "/" + serviceName + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_EQ(::flock(lock, LOCK_EX), 0);
   serve([&] { EXPECT_EQ(ControlClient::connect(folder.path()), nullptr); });
@@ -644,7 +644,7 @@ TEST_F(ControlListener, leavesTheServiceToTheProcessThatHasIt) {
   serve([&] { EXPECT_NE(client(), nullptr); });
 }
 
-TEST_F(ControlListener, isNotThereWithoutAProcess) {
+TEST_F(ControlListener, isUnreachableWithoutAProcess) {
   EXPECT_EQ(ControlClient::connect(folder.path()), nullptr);
   EXPECT_EQ(ControlClient::connect(folder.path() + "/nowhere"), nullptr);
 }
@@ -655,7 +655,7 @@ TEST(ControlListenerWithoutAMachine, doesNothing) {
   platform::runMain();
 }
 
-TEST(ControlListenerInLongFolder, isReachedAllTheSame) {
+TEST(ControlListenerInLongFolder, isReachableDespiteTheLongPath) {
   const test::ScratchFolder scratch;
   const std::string path = scratch.path() + "/" + std::string(120, 'x') + "/" + std::string(120, 'x');
   std::string reason;

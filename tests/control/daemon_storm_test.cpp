@@ -94,7 +94,7 @@ void applyLimit(ControlClient& app, int number) {
 
 void release(ControlClient& app, int) { static_cast<void>(app.send(ControlRequestKind::releaseCharge)); }
 
-TEST_F(DaemonStorm, leavesEveryRequestAnsweredOnceWhileTheMachineChanges) {
+TEST_F(DaemonStorm, answersEveryRequestOnceWhileTheMachineChanges) {
   constexpr int each = 150;
   runWhile([&] {
     together({
@@ -115,7 +115,7 @@ TEST_F(DaemonStorm, leavesEveryRequestAnsweredOnceWhileTheMachineChanges) {
               HasSubstr("\"limit\":77"));
 }
 
-TEST_F(DaemonStorm, isSurvivedWithClientsThatVanishAndTalkNonsense) {
+TEST_F(DaemonStorm, survivesClientsThatDisconnectOrSendGarbage) {
   runWhile([&] {
     together({
         [&] { EXPECT_EQ(ask(50, applyLimit), 50); },
@@ -135,7 +135,7 @@ TEST_F(DaemonStorm, isSurvivedWithClientsThatVanishAndTalkNonsense) {
   });
 }
 
-TEST_F(DaemonStorm, isHeldByAnUnsignedDaemonThatWarnsForEachClient) {
+TEST_F(DaemonStorm, warnsForEachClientOfAnUnsignedDaemon) {
   folder.change({.kind = ChangeKind::daemonTeam});
   const std::string warning = "XPC with no signature check";
   const auto warnings = [&] {
@@ -155,7 +155,7 @@ TEST_F(DaemonStorm, isHeldByAnUnsignedDaemonThatWarnsForEachClient) {
   });
 }
 
-TEST_F(DaemonStorm, endsInAPurgeThatStaysOne) {
+TEST_F(DaemonStorm, writesNoFileAfterAPurge) {
   runWhile([&] {
     const auto purge = [](ControlClient& app, int) {
       static_cast<void>(app.send(ControlRequestKind::purgeAllData));
@@ -179,7 +179,7 @@ class DaemonStormAtRealSpeed : public DaemonStorm {
   DaemonStormAtRealSpeed() : DaemonStorm(1) {}
 };
 
-TEST_F(DaemonStormAtRealSpeed, isEndedByARestart) {
+TEST_F(DaemonStormAtRealSpeed, endsWithARestart) {
   static_cast<void>(
       std::atexit([] { ::_exit(gRestartAnswered && !::testing::Test::HasFailure() ? 0 : 98); }));
   runWhile([&] {

@@ -88,13 +88,13 @@ class App : public ::testing::Test {
 
 // --- the grace
 
-TEST_F(App, thatIsThereIsNotSpokenOf) {
+TEST_F(App, causesNoLogLineWhileItIsInstalled) {
   begin();
   runTo(86'400);
   EXPECT_THAT(mac.logLines(), Not(Contains(HasSubstr("app "))));
 }
 
-TEST_F(App, thatIsDeletedIsMissedAtOnceAndGivenUpAfterTenMinutes) {
+TEST_F(App, isReportedMissingAtOnceAndGoneAfterTenMinutes) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
@@ -107,7 +107,7 @@ TEST_F(App, thatIsDeletedIsMissedAtOnceAndGivenUpAfterTenMinutes) {
   EXPECT_THAT(newLines(), IsEmpty()) << "said once";
 }
 
-TEST_F(App, thatIsMissingAtTheStartIsMissedBeforeTheFirstTick) {
+TEST_F(App, isReportedMissingBeforeTheFirstTickIfMissingAtTheStart) {
   mac.remove();
   begin();
   const auto lines = mac.logLines();
@@ -121,7 +121,7 @@ TEST_F(App, thatIsMissingAtTheStartIsMissedBeforeTheFirstTick) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsWithinTheGraceIsNotSpokenOfAgain) {
+TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
@@ -140,7 +140,7 @@ TEST_F(App, thatReturnsWithinTheGraceIsNotSpokenOfAgain) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsJustBeforeTheGraceIsOverKeepsTheDaemon) {
+TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
   begin();
   lose();
   runTo(599.9);
@@ -149,7 +149,7 @@ TEST_F(App, thatReturnsJustBeforeTheGraceIsOverKeepsTheDaemon) {
   EXPECT_FALSE(isDormant());
 }
 
-TEST_F(App, thatReturnsAndLeavesBetweenTwoChecksCountsFromItsFirstAbsence) {
+TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
   begin();
   lose();
   runTo(10);
@@ -163,7 +163,7 @@ TEST_F(App, thatReturnsAndLeavesBetweenTwoChecksCountsFromItsFirstAbsence) {
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatLeavesAgainAtTheEndOfTheGraceIsGivenUpAtOnce) {
+TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
   begin();
   lose();
   runTo(10);
@@ -181,7 +181,7 @@ TEST_F(App, thatLeavesAgainAtTheEndOfTheGraceIsGivenUpAtOnce) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
+TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
   begin();
   lose();
   runTo(10);
@@ -193,7 +193,7 @@ TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsUnseenAndIsReplacedIsSeenThenAndMissedAnew) {
+TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
   begin();
   lose();
   runTo(10);
@@ -211,7 +211,7 @@ TEST_F(App, thatReturnsUnseenAndIsReplacedIsSeenThenAndMissedAnew) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
+TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
   begin();
   lose();
   runTo(10);
@@ -228,7 +228,7 @@ TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatReturnsUnseenAsAFileAndIsWrittenToIsStillUnseen) {
+TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
   begin();
   lose();
   runTo(10);
@@ -241,7 +241,7 @@ TEST_F(App, thatReturnsUnseenAsAFileAndIsWrittenToIsStillUnseen) {
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
+TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
   lose();
@@ -254,7 +254,7 @@ TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, isGivenUpByTheWallClock) {
+TEST_F(App, isGoneByTheWallClock) {
   begin();
   lose();
   runTo(10);
@@ -267,7 +267,7 @@ TEST_F(App, isGivenUpByTheWallClock) {
 
 // --- where it is looked for
 
-TEST_F(App, thatNobodyNamedIsNotWatched) {
+TEST_F(App, isNotWatchedWithoutAPath) {
   begin({});
   mac.remove();
   runTo(86'400);
@@ -275,7 +275,7 @@ TEST_F(App, thatNobodyNamedIsNotWatched) {
   EXPECT_FALSE(isDormant());
 }
 
-TEST_F(App, thatIsRenamedIsMissedAtOnce) {
+TEST_F(App, isReportedMissingAtOnceWhenItIsRenamed) {
   begin();
   mac.move(installed, "/Applications/Brisko old.app");
   process->run(0);
@@ -288,7 +288,7 @@ TEST_F(App, thatIsRenamedIsMissedAtOnce) {
   EXPECT_THAT(newLines(), Contains(missingLine).Times(1)) << "and watched again";
 }
 
-TEST_F(App, thatIsReplacedIsWatchedOn) {
+TEST_F(App, isStillWatchedAfterItIsReplaced) {
   begin();
   mac.move(installed, "/Users/me/.Trash/Brisko.app");
   mac.install();
@@ -299,7 +299,7 @@ TEST_F(App, thatIsReplacedIsWatchedOn) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatChangesInsideIsTheSameApp) {
+TEST_F(App, staysTheSameWhenItsContentChanges) {
   begin();
   mac.write(installed + "/Contents/Info.plist", "new");
   mac.write(installed + "/Contents/Resources/a", "new");
@@ -308,7 +308,7 @@ TEST_F(App, thatChangesInsideIsTheSameApp) {
   EXPECT_THAT(newLines(), Not(Contains(missingLine)));
 }
 
-TEST_F(App, thatMovesToTheApplicationsFolderIsThere) {
+TEST_F(App, isFoundInTheApplicationsFolder) {
   const std::string downloaded = "/Users/me/Downloads/Brisko.app";
   mac.move(installed, downloaded);
   begin({"--app", downloaded});
@@ -328,7 +328,7 @@ TEST_F(App, thatMovesToTheApplicationsFolderIsThere) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, ofAnEmptyPathIsTheInstalledOneAlone) {
+TEST_F(App, isLookedForInTheApplicationsFolderOnlyWithAnEmptyPath) {
   begin({"--app", ""});
   runTo(700);
   EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
@@ -340,7 +340,7 @@ TEST_F(App, ofAnEmptyPathIsTheInstalledOneAlone) {
 
 // --- dormant
 
-TEST_F(App, goneGivesTheMacBackInOrder) {
+TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
   if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
   mac.charge(90);
   mac.settings("{\"limit\":80,\"discharge\":true}");
@@ -358,7 +358,7 @@ TEST_F(App, goneGivesTheMacBackInOrder) {
   EXPECT_THAT(data.written(), Contains("stats.json"));
 }
 
-TEST_F(App, goneCancelsTheScheduledWake) {
+TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   mac.charge(40);
   begin();
   lose();
@@ -377,7 +377,7 @@ TEST_F(App, goneCancelsTheScheduledWake) {
 }
 
 // Whatever kind of keys the Mac has: all is given back, and nothing is written any more.
-TEST_F(App, goneIsTheSameWithEveryKindOfGate) {
+TEST_F(App, releasesEveryKindOfGateWhenItIsGone) {
   for (const GateKind gate : {GateKind::chte, GateKind::ch0b0c, GateKind::firmwareBand}) {
     for (const CutKind cut : {CutKind::chie, CutKind::ch0i, CutKind::ch0j, CutKind::none}) {
       for (const double charge : {70.0, 90.0}) {
@@ -400,7 +400,7 @@ TEST_F(App, goneIsTheSameWithEveryKindOfGate) {
   }
 }
 
-TEST_F(App, goneLeavesKeysAndFilesAloneWhateverHappens) {
+TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
   if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
   mac.settings("{\"limit\":80,\"blinkSeconds\":0.5}");
   begin();
@@ -440,7 +440,7 @@ TEST_F(App, goneLeavesKeysAndFilesAloneWhateverHappens) {
   EXPECT_EQ(mac.key("ACLC").front(), 4) << "the light is the system's";
 }
 
-TEST_F(App, goneStillLetsTheServiceTakeSettings) {
+TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
   begin();
   lose();
   runTo(600);
@@ -452,7 +452,7 @@ TEST_F(App, goneStillLetsTheServiceTakeSettings) {
   EXPECT_THAT(writesOf(mac), IsEmpty()) << "nothing is driven by them";
 }
 
-TEST_F(App, goneIsGivenBackAgainAtTheEnd) {
+TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
   mac.charge(90);
   begin();
   lose();
@@ -465,7 +465,7 @@ TEST_F(App, goneIsGivenBackAgainAtTheEnd) {
   EXPECT_THAT(newLines(), ElementsAre("Signal 15: charging, adapter and LED restored, exiting."));
 }
 
-TEST_F(App, thatIsMissingWhenTheDaemonEndsChangesNothingAboutTheEnd) {
+TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
   mac.charge(90);
   begin();
   lose();
@@ -478,7 +478,7 @@ TEST_F(App, thatIsMissingWhenTheDaemonEndsChangesNothingAboutTheEnd) {
 
 // --- back again
 
-TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
+TEST_F(App, isFoundByTheLastCheckRightAfterTheGracePeriod) {
   mac.charge(90);
   begin();
   lose();
@@ -510,7 +510,7 @@ TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsAfterAPurgeBringsNoFileBack) {
+TEST_F(App, causesNoFileToBeWrittenWhenItReturnsAfterAPurge) {
   mac.charge(90);
   begin();
   mac.ask(virtual_mac::RequestKind::purgeAllData);
@@ -527,7 +527,7 @@ TEST_F(App, thatReturnsAfterAPurgeBringsNoFileBack) {
   EXPECT_FALSE(mac.exists("/Library/Logs/Brisko"));
 }
 
-TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
+TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
   mac.charge(90);
   begin();
   lose();
@@ -545,7 +545,7 @@ TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
   EXPECT_THAT(newLines(), Not(Contains(backLine)));
 }
 
-TEST_F(App, thatIsStillGoneIsGivenTenMinutesByTheNextDaemon) {
+TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
   mac.charge(90);
   begin();
   lose();
@@ -573,7 +573,7 @@ class NativeApp : public App {
   static constexpr const char* handedBackLine = "macOS limit handed back: off";
 };
 
-TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
+TEST_F(NativeApp, isWatchedWithoutAnOptionIfItContainsTheDaemon) {
   begin({});
   runTo(60);
   ASSERT_EQ(mac.key("bfG0").front(), 80);
@@ -593,7 +593,7 @@ TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
+TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
   begin({});
   runTo(60);
   static_cast<void>(newLines());
@@ -609,7 +609,7 @@ TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
   EXPECT_THAT(lines, Contains("macOS limit → 80%"));
 }
 
-TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
+TEST_F(NativeApp, causesAnotherHandBackAtTheExitOnceItIsGone) {
   begin({});
   lose();
   runTo(700);
@@ -619,7 +619,7 @@ TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
   EXPECT_THAT(newLines(), ElementsAre("Signal 15: handing the macOS limit back, exiting.", handedBackLine));
 }
 
-TEST_F(NativeApp, thatIsNamedIsTheOneWatched) {
+TEST_F(NativeApp, isWatchedAtTheGivenPath) {
   mac.install("/Users/me/Brisko.app");
   begin({"--app", "/Users/me/Brisko.app"});
   mac.remove("/Users/me/Brisko.app");

@@ -193,7 +193,7 @@ TEST_F(CalibrationDaemon, startsWithinTheSecondOfTheRequest) {
   EXPECT_THAT(calibrationLines(), ElementsAre(started));
 }
 
-TEST_F(CalibrationDaemon, knowsNoCapacityWithoutAGauge) {
+TEST_F(CalibrationDaemon, reportsNoCapacityWithoutAGauge) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   mac->property("AppleSmartBattery", virtual_mac::PropertyFault::missing);
   live();
@@ -271,7 +271,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
   }
 }
 
-TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCanNotDrain) {
+TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
   MachineOptions options;
   options.cut = CutKind::none;
   make(100, asked, options);
@@ -285,7 +285,7 @@ TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCanNotDrain) {
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
 }
 
-TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCanNotDrainByItself) {
+TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCannotDischargeOnTheAdapter) {
   MachineOptions options;
   options.cut = CutKind::none;
   make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", options);
@@ -301,7 +301,7 @@ TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCanNotDrainByItself) {
   EXPECT_TRUE(runUntil(finished, 12));
 }
 
-TEST_F(CalibrationDaemon, fallsBackOnTheUserWhenTheCutHasNoEffect) {
+TEST_F(CalibrationDaemon, waitsForTheUserToUnplugWhenTheCutHasNoEffect) {
   make(60);
   leave("drain");
   mac->keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
@@ -344,7 +344,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
   }
 }
 
-TEST_F(CalibrationDaemon, restsAnewAtFullAfterARestart) {
+TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
   for (const bool orderly : {true, false}) {
     make(100);
     leave("soak");
@@ -402,7 +402,7 @@ TEST_F(CalibrationDaemon, stallsWhenTheMacWasSwitchedOffForMoreThan3Days) {
   }
 }
 
-TEST_F(CalibrationDaemon, isGoneWithItsFileAndBeginsAnewWithItsRequest) {
+TEST_F(CalibrationDaemon, endsWithItsFileAndStartsAgainByItsRequest) {
   for (const char* text : {"", "{", "[]", R"({"phase":"nonsense"})", "\xFF"}) {
     make(60);
     mac->write(calibrationPath, text);
@@ -517,7 +517,7 @@ TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
   EXPECT_GE(level(), 99);
 }
 
-TEST_F(CalibrationDaemon, holdsWhileItIsHotAndContinues) {
+TEST_F(CalibrationDaemon, pausesWhileTheBatteryIsHotAndContinues) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98,"thermal":true})");
   mac->number(ChangeKind::ambient, 45).temperature(45);
   live();
@@ -551,7 +551,7 @@ TEST_F(CalibrationDaemon, followsEditsAtOnce) {
   EXPECT_EQ(timeOf(restore), begun + 80 * minute);
 }
 
-TEST_F(CalibrationDaemon, takesThePlaceOfATopUp) {
+TEST_F(CalibrationDaemon, replacesATopUp) {
   make(97, R"({"calibrate":true,"topUp":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   live();
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
@@ -562,7 +562,7 @@ TEST_F(CalibrationDaemon, takesThePlaceOfATopUp) {
   EXPECT_THAT(mac->logLines(), Not(Contains(HasSubstr("Top Up"))));
 }
 
-TEST_F(CalibrationDaemon, runsTheTopUpThatWasAskedForMeanwhileAfterwards) {
+TEST_F(CalibrationDaemon, isFollowedByATopUpThatWasRequestedMeanwhile) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   live();
   daemon->run(minute);

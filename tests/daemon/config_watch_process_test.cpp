@@ -56,7 +56,7 @@ class Edit : public ::testing::Test {
   DaemonProcess process{mac};
 };
 
-TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {
+TEST_F(Edit, takesEffectAtOnceAndOnceWhenMadeInPlace) {
   mac.settings("{\"limit\":80}");
   begin();
   mac.settings("{\"limit\":60}");
@@ -66,7 +66,7 @@ TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {
   EXPECT_EQ(ticksIn(0.2), 1) << "the heartbeat keeps its grid";
 }
 
-TEST_F(Edit, ofPermissionsAloneTicksToo) {
+TEST_F(Edit, ticksForPermissionsAlone) {
   mac.settings("{}");
   begin();
   test::setMode(config, 0600);
@@ -74,7 +74,7 @@ TEST_F(Edit, ofPermissionsAloneTicksToo) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, byRenameTakesEffectAtOnceEachTime) {
+TEST_F(Edit, takesEffectAtOnceEachTimeWhenMadeByRename) {
   mac.settings("{\"limit\":80}");
   begin();
   for (const int limit : {60, 65, 70}) {
@@ -86,7 +86,7 @@ TEST_F(Edit, byRenameTakesEffectAtOnceEachTime) {
   EXPECT_EQ(ticksAtOnce(), 1) << "the last file is the watched one";
 }
 
-TEST_F(Edit, thatDeletesTheFileBringsTheDefaultsAndLeavesTheNextFileToTheHeartbeat) {
+TEST_F(Edit, restoresTheDefaultsWhenTheFileIsDeletedAndLeavesANewFileToTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   begin();
   ASSERT_EQ(::unlink(config.c_str()), 0);
@@ -101,7 +101,7 @@ TEST_F(Edit, thatDeletesTheFileBringsTheDefaultsAndLeavesTheNextFileToTheHeartbe
   EXPECT_EQ(ticksIn(0.2), 1);
 }
 
-TEST_F(Edit, ofAFileThatWasNotThereAtTheStartWaitsForTheHeartbeat) {
+TEST_F(Edit, waitsForTheHeartbeatIfTheFileWasMissingAtTheStart) {
   begin();
   mac.settings("{\"limit\":60}");
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
@@ -111,7 +111,7 @@ TEST_F(Edit, ofAFileThatWasNotThereAtTheStartWaitsForTheHeartbeat) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, thatIsARequestIsAnsweredInTwoTicks) {
+TEST_F(Edit, isServedInTwoTicksIfItIsARequest) {
   mac.settings("{\"limit\":80}");
   begin();
   mac.settings("{\"resetStats\":true}");
@@ -120,7 +120,7 @@ TEST_F(Edit, thatIsARequestIsAnsweredInTwoTicks) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, beforeTheStartIsAnsweredInTwoTicksAsWell) {
+TEST_F(Edit, isServedInTwoTicksAlsoIfMadeBeforeTheStart) {
   mac.settings("{\"resetStats\":true}");
   mac.keepReads();
   // Start-up asks for the temperature itself, to know whether the key is there.
@@ -128,7 +128,7 @@ TEST_F(Edit, beforeTheStartIsAnsweredInTwoTicksAsWell) {
   EXPECT_THAT(newLines(), Contains("stats reset").Times(1));
 }
 
-TEST_F(Edit, betweenTwoProcessesIsNoEventForTheSecond) {
+TEST_F(Edit, isNoEventForAProcessThatStartsLater) {
   mac.settings("{\"limit\":60}");
   begin();
   process.kill();
@@ -142,7 +142,7 @@ TEST_F(Edit, betweenTwoProcessesIsNoEventForTheSecond) {
   EXPECT_EQ(ticksSinceTheLastCheck(), 1);
 }
 
-TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {
+TEST_F(Edit, restoresTheDefaultsAndKeepsTheWatchIfTheFileBecomesUnreadable) {
   mac.settings("{\"limit\":60}");
   begin();
   mac.settings("{\"limit\":");
@@ -152,7 +152,7 @@ TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {
   EXPECT_EQ(ticksAtOnce(), 1);
 }
 
-TEST_F(Edit, isSeenInTheSameIterationsEachTime) {
+TEST_F(Edit, isSeenInTheSameIterationsInEveryRun) {
   std::string first;
   for (int time = 0; time < 2; ++time) {
     VirtualMac another;

@@ -105,7 +105,7 @@ TEST_F(ConfigWatch, ticksForAChangeOfPermissionsAlone) {
   EXPECT_EQ(gConfigSource, source);
 }
 
-TEST_F(ConfigWatch, ticksOnTheNewContentOfAReplacedFileAndWatchesThatFile) {
+TEST_F(ConfigWatch, ticksWithTheContentOfAReplacingFileAndWatchesThatFile) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   const auto source = gConfigSource;
@@ -119,7 +119,7 @@ TEST_F(ConfigWatch, ticksOnTheNewContentOfAReplacedFileAndWatchesThatFile) {
   EXPECT_THAT(newLines().back(), StartsWith("cap 71%"));
 }
 
-TEST_F(ConfigWatch, ticksOnTheDefaultsOfADeletedFileAndIsNoLongerArmed) {
+TEST_F(ConfigWatch, ticksWithTheDefaultsAfterADeletionAndIsNoLongerArmed) {
   gCliLimit = 55;
   mac.settings("{\"limit\":60}");
   watchConfig();
@@ -132,7 +132,7 @@ TEST_F(ConfigWatch, ticksOnTheDefaultsOfADeletedFileAndIsNoLongerArmed) {
   EXPECT_FALSE(gConfigSource.has_value());
 }
 
-TEST_F(ConfigWatch, treatsAFileRenamedAwayAsOneThatIsGone) {
+TEST_F(ConfigWatch, treatsAFileRenamedAwayAsDeleted) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   ASSERT_EQ(std::rename(config.c_str(), (config + ".old").c_str()), 0);
@@ -143,7 +143,7 @@ TEST_F(ConfigWatch, treatsAFileRenamedAwayAsOneThatIsGone) {
   EXPECT_EQ(ticks(), 0);
 }
 
-TEST_F(ConfigWatch, findsTheFileThatIsBackBeforeItLooksAgain) {
+TEST_F(ConfigWatch, findsAFileThatReturnsBeforeTheNextWatch) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   remove();
@@ -157,7 +157,7 @@ TEST_F(ConfigWatch, findsTheFileThatIsBackBeforeItLooksAgain) {
 
 // The tick, then the end of the watch, then the next watch in a turn of its own: what stands at the path by
 // then is what is watched.
-TEST_F(ConfigWatch, watchesWhatStandsThereOnceTheOldWatchHasEnded) {
+TEST_F(ConfigWatch, watchesTheFileThatIsAtThePathWhenTheOldWatchHasEnded) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   remove();
@@ -221,7 +221,7 @@ TEST_F(ConfigWatch, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
   EXPECT_EQ(gConfigSource, source);
 }
 
-TEST_F(ConfigWatch, leavesAFileWithoutANameToTheHeartbeat) {
+TEST_F(ConfigWatch, leavesARemovedFileThatIsStillOpenToTheHeartbeat) {
   if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
   mac.settings("{\"limit\":60}");
   const int holder = ::open(config.c_str(), O_RDONLY | O_CLOEXEC);

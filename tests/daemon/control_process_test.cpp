@@ -59,7 +59,7 @@ TEST_F(Clients, findTheServiceOnceTheLogReportsIt) {
       << "before the first tick";
 }
 
-TEST_F(Clients, areHeardOnceADaemonRuns) {
+TEST_F(Clients, areServedOnceADaemonRuns) {
   const auto early = mac.apply("{\"limit\":60}");
   mac.pass(3600);
   EXPECT_EQ(mac.request(early).stage, RequestStage::waiting);
@@ -68,7 +68,7 @@ TEST_F(Clients, areHeardOnceADaemonRuns) {
   EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
 }
 
-TEST_F(Clients, areHeardAtWakeWhenTheMacSlept) {
+TEST_F(Clients, areServedAtWakeWhenTheMacSlept) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
   mac.sleep();
@@ -113,7 +113,7 @@ TEST_F(Clients, areToldWhenTheirSettingsCannotBeRead) {
   EXPECT_EQ(config(), "{\"limit\":80}");
 }
 
-TEST_F(Clients, ofWhomTwoAskAtOnceAreServedInOrder) {
+TEST_F(Clients, areServedInOrderWhenTwoAskAtOnce) {
   begin();
   const auto first = mac.apply("{\"limit\":60,\"led\":false}");
   const auto second = mac.apply("{\"limit\":75}");
@@ -126,7 +126,7 @@ TEST_F(Clients, ofWhomTwoAskAtOnceAreServedInOrder) {
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%")).Times(1));
 }
 
-TEST_F(Clients, mayBeGoneBeforeTheReply) {
+TEST_F(Clients, mayDisconnectBeforeTheReply) {
   begin();
   Change change = asks(RequestKind::applySettings, "app", "{\"limit\":60}");
   change.kind = ChangeKind::requestUnawaited;
@@ -138,7 +138,7 @@ TEST_F(Clients, mayBeGoneBeforeTheReply) {
   EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
 }
 
-TEST_F(Clients, mayAskForEachThingAndBeGone) {
+TEST_F(Clients, mayDisconnectAfterAnyRequest) {
   for (const RequestKind kind : {RequestKind::applySettings, RequestKind::purgeAllData,
                                  RequestKind::releaseCharge, RequestKind::restart}) {
     VirtualMac another;
@@ -153,7 +153,7 @@ TEST_F(Clients, mayAskForEachThingAndBeGone) {
   }
 }
 
-TEST_F(Clients, mayAskAtATimeThatWasPlanned) {
+TEST_F(Clients, mayAskAtAPlannedTime) {
   mac.later(100.5, asks(RequestKind::applySettings, "app", "{\"limit\":60}"));
   process.run(100);
   EXPECT_EQ(mac.machine().control.sent, 0U);
@@ -162,7 +162,7 @@ TEST_F(Clients, mayAskAtATimeThatWasPlanned) {
   EXPECT_EQ(mac.request(1).answeredAt, mac.request(1).sentAt);
 }
 
-TEST_F(Clients, areAnsweredOnceEachHoweverManyAsk) {
+TEST_F(Clients, areAnsweredOnceEachHoweverManyThereAre) {
   mac.charge(95);  // a steady hold, so that nothing but the heartbeat brings a tick
   mac.settings("{\"limit\":80}");
   process.run(1);
@@ -208,7 +208,7 @@ TEST_F(Clients, areNotAnsweredByADaemonThatIsKilled) {
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%"))) << "though it was written";
 }
 
-TEST_F(Clients, mayEndADaemonByANumberBeyondReasonButNotItsFile) {
+TEST_F(Clients, endTheDaemonWithAnImpossibleNumberButLeaveItsFile) {
   mac.settings("{\"limit\":60}");
   begin();
   const auto asked = mac.apply("{\"limit\":1e300}");
@@ -220,7 +220,7 @@ TEST_F(Clients, mayEndADaemonByANumberBeyondReasonButNotItsFile) {
 
 // --- who is let in
 
-TEST_F(Clients, withAnotherSignatureChangeNothing) {
+TEST_F(Clients, changeNothingWithAnotherSignature) {
   mac.charge(90);
   mac.settings("{\"limit\":80}");
   begin();
@@ -243,7 +243,7 @@ TEST_F(Clients, withAnotherSignatureChangeNothing) {
   EXPECT_EQ(mac.reply(asked), "done") << "nor do they keep the app out";
 }
 
-TEST_F(Clients, areLetInUncheckedByAnUnsignedDaemonThatWarnsOfEach) {
+TEST_F(Clients, areAdmittedUncheckedWithAWarningByAnUnsignedDaemon) {
   mac.change({.kind = ChangeKind::daemonTeam});
   begin();
   EXPECT_THAT(mac.logLines(), Not(Contains(uncheckedLine)));
@@ -255,7 +255,7 @@ TEST_F(Clients, areLetInUncheckedByAnUnsignedDaemonThatWarnsOfEach) {
   EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(2));
 }
 
-TEST_F(Clients, areCheckedAnewEachTime) {
+TEST_F(Clients, areCheckedAtEachConnection) {
   begin();
   const auto refused = mac.apply("{\"limit\":60}", "unsigned");
   process.run(0);
@@ -273,7 +273,7 @@ TEST_F(Clients, areCheckedAnewEachTime) {
   EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(1));
 }
 
-TEST_F(Clients, ofTheTeamThatSignedTheDaemonAreTheOnesLetIn) {
+TEST_F(Clients, areAdmittedIfSignedByTheTeamOfTheDaemon) {
   const auto& other = virtual_mac::findClient("wrong-team")->signature;
   mac.change({.kind = ChangeKind::daemonTeam, .text = virtual_mac::shortText(other.team)});
   begin();
@@ -286,7 +286,7 @@ TEST_F(Clients, ofTheTeamThatSignedTheDaemonAreTheOnesLetIn) {
 
 // --- erasing
 
-TEST_F(Clients, mayHaveAllErasedAndNothingComesBackUntilTheNextProcess) {
+TEST_F(Clients, mayEraseAllDataAndNothingIsWrittenUntilTheNextProcess) {
   mac.settings("{\"limit\":60}");
   process.run(3600);
   const auto asked = mac.ask(RequestKind::purgeAllData);
@@ -319,7 +319,7 @@ TEST_F(Clients, mayHaveAllErasedAndNothingComesBackUntilTheNextProcess) {
   EXPECT_TRUE(mac.exists("/Library/Application Support/Brisko/status.json"));
 }
 
-TEST_F(Clients, mayHaveAllErasedAndTheLimitStillHolds) {
+TEST_F(Clients, mayEraseAllDataAndTheLimitStaysInForce) {
   mac.charge(90);
   begin();
   mac.ask(RequestKind::purgeAllData);
@@ -327,7 +327,7 @@ TEST_F(Clients, mayHaveAllErasedAndTheLimitStillHolds) {
   EXPECT_EQ(mac.key("CHTE").front(), 1) << "keys of ours are driven on, by the defaults";
 }
 
-TEST_F(Clients, thatReleaseKeysOfOursAreToldThatItIsDone) {
+TEST_F(Clients, getASuccessReplyToAReleaseWhereTheDaemonUsesKeys) {
   mac.charge(90);
   begin();
   const auto first = mac.ask(RequestKind::releaseCharge);
@@ -434,7 +434,7 @@ constexpr const char* takenAgainLine =
     "still running 30 s after the release — the removal didn't happen, Brisko takes the charge again";
 constexpr const char* purgedLine = "data purge requested: OK";
 
-TEST_F(NativeClients, thatReleaseTheChargeHaveTheLimitHandedBackBeforeTheReply) {
+TEST_F(NativeClients, getTheLimitHandedBackBeforeTheReplyToARelease) {
   begin();
   const auto asked = mac.ask(RequestKind::releaseCharge);
   process.run(0);
@@ -456,7 +456,7 @@ TEST_F(NativeClients, thatReleaseTheChargeHaveTheLimitHandedBackBeforeTheReply) 
   EXPECT_EQ(mac.key("bfG0").front(), 80);
 }
 
-TEST_F(NativeClients, thatReleaseTwiceAreGivenTheTimeOfTheSecond) {
+TEST_F(NativeClients, restartTheGracePeriodWithASecondRelease) {
   begin();
   const auto first = mac.ask(RequestKind::releaseCharge);
   process.run(10);
@@ -471,7 +471,7 @@ TEST_F(NativeClients, thatReleaseTwiceAreGivenTheTimeOfTheSecond) {
   EXPECT_THAT(newLines(), Contains(takenAgainLine).Times(1));
 }
 
-TEST_F(NativeClients, thatReleaseAndRemoveTheServiceLeaveTheMacFree) {
+TEST_F(NativeClients, leaveTheMacUncontrolledAfterAReleaseAndARemoval) {
   begin();
   mac.ask(RequestKind::releaseCharge);
   process.run(5);
@@ -483,7 +483,7 @@ TEST_F(NativeClients, thatReleaseAndRemoveTheServiceLeaveTheMacFree) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeClients, thatReleaseAndThenEraseAllAreNotDrivenAgain) {
+TEST_F(NativeClients, keepTheLimitReleasedWhenAPurgeFollowsARelease) {
   begin();
   const auto released = mac.ask(RequestKind::releaseCharge);
   const auto purged = mac.ask(RequestKind::purgeAllData);
@@ -498,7 +498,7 @@ TEST_F(NativeClients, thatReleaseAndThenEraseAllAreNotDrivenAgain) {
   EXPECT_TRUE(nothingWritten());
 }
 
-TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
+TEST_F(NativeClients, getTheLimitHandedBackBeforeAPurge) {
   begin();
   const auto asked = mac.ask(RequestKind::purgeAllData);
   process.run(0);
@@ -518,7 +518,7 @@ TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeClients, thatEraseAllHaveOnlyTheHandBackInTheLogFile) {
+TEST_F(NativeClients, findOnlyTheHandBackInTheLogFileAfterAPurge) {
   begin();
   // Another name for the log file, which outlasts its removal.
   const std::string kept = mac.path("/kept.log");
@@ -541,7 +541,7 @@ TEST_F(NativeClients, mayRestartTheDaemonWhichHandsTheLimitBackFirst) {
   EXPECT_THAT(newLines(), ElementsAre(restartLine, handedBackLine));
 }
 
-TEST_F(NativeClients, changeTheLimitThatMacOSIsTold) {
+TEST_F(NativeClients, changeTheLimitOfMacOS) {
   begin();
   const auto asked = mac.apply("{\"limit\":90}");
   process.run(0);
@@ -551,7 +551,7 @@ TEST_F(NativeClients, changeTheLimitThatMacOSIsTold) {
 }
 
 // Nothing of ours holds the charge there, so there is nothing to release.
-TEST(LockedClients, areToldThatAReleaseIsDone) {
+TEST(LockedClients, getASuccessReplyToARelease) {
   virtual_mac::MachineOptions options;
   options.macOS = 27;
   options.chargeLimit = false;

@@ -14,7 +14,7 @@ namespace {
 
 using virtual_mac::SmcService;
 
-TEST(DaemonProcess, doesNothingUntilItIsLetRun) {
+TEST(DaemonProcess, doesNothingUntilTheTestRunsIt) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   {
@@ -51,7 +51,7 @@ TEST(DaemonProcess, isPausedExactlyAtItsHorizon) {
   EXPECT_EQ(mac.machine().now, begin + 0.25 + 12 + 3600 + 86'400);
 }
 
-TEST(DaemonProcess, seesWhatTheTestChangedWhileItStoodStill) {
+TEST(DaemonProcess, seesWhatTheTestChangedWhileItWasPaused) {
   VirtualMac mac;
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -70,7 +70,7 @@ TEST(DaemonProcess, endsByTheSignalThatTheTestSends) {
   EXPECT_FALSE(daemon.status().has_value());
 }
 
-TEST(DaemonProcess, takesASignalOnceItRunsOn) {
+TEST(DaemonProcess, handlesASignalWhenItResumes) {
   VirtualMac mac;
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -106,7 +106,7 @@ TEST(DaemonProcess, endsByKillWithoutAnyHook) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
-TEST(DaemonProcess, endsWithTheStatusAndTheWordsOfTheProgram) {
+TEST(DaemonProcess, endsWithTheStatusAndTheOutputOfTheProgram) {
   VirtualMac mac;
   mac.number(ChangeKind::smcService, static_cast<double>(SmcService::absent));
   DaemonProcess daemon(mac);
@@ -117,7 +117,7 @@ TEST(DaemonProcess, endsWithTheStatusAndTheWordsOfTheProgram) {
   EXPECT_THAT(daemon.errors(), ::testing::EndsWith("Could not open AppleSMC.\n"));
 }
 
-TEST(DaemonProcess, ofAModeThatOnlyAnswersEndsByItself) {
+TEST(DaemonProcess, endsByItselfInAModeThatOnlyPrints) {
   VirtualMac mac;
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
@@ -143,7 +143,7 @@ TEST(DaemonProcess, runsTheExitHooksAsAfterMain) {
   gMacOfTheHook = nullptr;
 }
 
-TEST(DaemonProcess, afterItsEndRunsNoMore) {
+TEST(DaemonProcess, doesNotRunAfterItsEnd) {
   VirtualMac mac;
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
@@ -153,7 +153,7 @@ TEST(DaemonProcess, afterItsEndRunsNoMore) {
   EXPECT_EQ(mac.machine().now, now);
 }
 
-TEST(DaemonProcess, keepsWhatItWroteApartFromTheTestsOwnOutput) {
+TEST(DaemonProcess, keepsItsOutputApartFromThatOfTheTest) {
   VirtualMac mac;
   std::fputs("of the test", stdout);  // still in the buffer when the child is made
   DaemonProcess daemon(mac, {"--version"});
@@ -161,7 +161,7 @@ TEST(DaemonProcess, keepsWhatItWroteApartFromTheTestsOwnOutput) {
   EXPECT_EQ(daemon.output(), "0.9.9\n");
 }
 
-TEST(DaemonProcess, followsAnotherOnTheSameMachine) {
+TEST(DaemonProcess, canFollowAnotherOnTheSameMachine) {
   VirtualMac mac;
   for (std::uint64_t number = 1; number <= 3; ++number) {
     DaemonProcess daemon(mac);
@@ -171,7 +171,7 @@ TEST(DaemonProcess, followsAnotherOnTheSameMachine) {
   }
 }
 
-TEST(DaemonProcess, givesTheSameBytesEachTime) {
+TEST(DaemonProcess, writesTheSameBytesInEveryRun) {
   std::string first;
   for (int time = 0; time < 2; ++time) {
     VirtualMac mac;

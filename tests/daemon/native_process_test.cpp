@@ -108,7 +108,7 @@ TEST_F(NativeDaemon, logsNothingMoreInAWeekOfHolding) {
   EXPECT_EQ(status().at("state"), "hold");
 }
 
-TEST_F(NativeDaemon, takesALimitThatMacOSHoldsAlreadyForAHold) {
+TEST_F(NativeDaemon, reportsAHoldIfMacOSAlreadyHoldsTheLimit) {
   slider(80);
   mac.pass(10);
   DaemonProcess daemon(mac);
@@ -134,7 +134,7 @@ TEST_F(NativeDaemon, followsChangesOfTheLimit) {
                                        "macOS limit → off", "limit verified: macOS holds no limit (bfG0)"));
 }
 
-TEST_F(NativeDaemon, dischargesWhereMacOSDoes) {
+TEST_F(NativeDaemon, dischargesWhereMacOSDischarges) {
   mac.number(ChangeKind::limitDrains, 1);
   mac.settings(R"({"discharge":true})");
   mac.charge(85);
@@ -172,7 +172,7 @@ TEST_F(NativeDaemon, holdsAboveTheLimitWhereItFoundTheCharge) {
   EXPECT_THAT(newEvents(), ElementsAre(set80, "→ state: allow (macOS limit 80%)"));
 }
 
-TEST_F(NativeDaemon, topsUpAndComesBack) {
+TEST_F(NativeDaemon, topsUpAndReturnsToTheLimit) {
   DaemonProcess daemon(mac);
   daemon.run(60);
   static_cast<void>(newEvents());
@@ -246,7 +246,7 @@ TEST_F(AfterBoot, onlyObservesWhereTheServiceNeverStarts) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(AfterBoot, waitsAMinuteForTheLimitBeforeAndPublishesItsStatus) {
+TEST_F(AfterBoot, waitsAMinuteForThePreviousLimitAndPublishesItsStatus) {
   mac.number(ChangeKind::limitReadableAfter, 1e6);
   DaemonProcess daemon(mac);
   daemon.run(59);
@@ -259,7 +259,7 @@ TEST_F(AfterBoot, waitsAMinuteForTheLimitBeforeAndPublishesItsStatus) {
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_F(AfterBoot, readsTheLimitBeforeAsSoonAsItCan) {
+TEST_F(AfterBoot, readsThePreviousLimitAsSoonAsPossible) {
   slider(85);
   mac.number(ChangeKind::limitReadableAfter, 50);
   DaemonProcess daemon(mac);
@@ -342,7 +342,7 @@ TEST_P(NativeEnd, handsTheLimitBackAndThenTheLight) {
 INSTANTIATE_TEST_SUITE_P(Signals, NativeEnd, ::testing::Values(SIGINT, SIGTERM),
                          [](const auto& signal) { return signal.param == SIGINT ? "sigint" : "sigterm"; });
 
-TEST(NativeEnds, giveEveryRememberedLimitBackAsFarAsTheSliderCanShowIt) {
+TEST(NativeEnds, restoreEveryRecordedLimitThatTheSliderOffers) {
   struct Case {
     int remembered;
     std::int64_t shown;  // 0 none
@@ -363,7 +363,7 @@ TEST(NativeEnds, giveEveryRememberedLimitBackAsFarAsTheSliderCanShowIt) {
   }
 }
 
-TEST_F(NativeDaemon, remembersTheLimitBeforeThroughAKill) {
+TEST_F(NativeDaemon, keepsThePreviousLimitAfterAKill) {
   slider(85);
   DaemonProcess(mac).run(60).kill();
   EXPECT_EQ(sliderShows(), 80) << "nobody gave it back";
@@ -377,7 +377,7 @@ TEST_F(NativeDaemon, remembersTheLimitBeforeThroughAKill) {
   EXPECT_EQ(sliderShows(), 85);
 }
 
-TEST_F(NativeDaemon, givesTheRememberedLimitBackOverOneThatWasSetWhileItDidNotRun) {
+TEST_F(NativeDaemon, restoresTheRecordedLimitOverOneThatWasSetWhileItDidNotRun) {
   slider(85);
   DaemonProcess(mac).run(60).kill();
   slider(95);
@@ -387,7 +387,7 @@ TEST_F(NativeDaemon, givesTheRememberedLimitBackOverOneThatWasSetWhileItDidNotRu
   EXPECT_EQ(sliderShows(), 85);
 }
 
-TEST_F(NativeDaemon, takesTheRememberedLimitOfAProcessThatEndedWellToo) {
+TEST_F(NativeDaemon, usesTheRecordedLimitOfAProcessThatExitedToo) {
   slider(85);
   for (int round = 0; round < 3; ++round) {
     DaemonProcess daemon(mac);
@@ -433,7 +433,7 @@ TEST_F(NativeDaemon, leavesTheLimitToTheUserWhileItIsSwitchedOff) {
   EXPECT_EQ(stats().at("nativeBefore"), 90);
 }
 
-TEST_F(NativeDaemon, takesTheUsersOwnChoiceAlongWhenItIsSwitchedOnAgain) {
+TEST_F(NativeDaemon, recordsTheUsersOwnChoiceWhenItIsSwitchedOnAgain) {
   DaemonProcess daemon(mac);
   daemon.run(60);
   mac.settings(R"({"enabled":false})");
@@ -450,7 +450,7 @@ TEST_F(NativeDaemon, takesTheUsersOwnChoiceAlongWhenItIsSwitchedOnAgain) {
 
 // -- What macOS will not hold
 
-TEST_F(NativeDaemon, fallsToEightyAfterTenMinutesWhereLessIsIgnored) {
+TEST_F(NativeDaemon, fallsBackToEightyAfterTenMinutesWhereLessIsIgnored) {
   odd(ChangeKind::limitBelowFloor, OddLimit::ignored);
   mac.settings(R"({"limit":75,"discharge":true})");
   mac.charge(50);
@@ -467,7 +467,7 @@ TEST_F(NativeDaemon, fallsToEightyAfterTenMinutesWhereLessIsIgnored) {
   EXPECT_THAT(newEvents(), IsEmpty());
 }
 
-TEST_F(NativeDaemon, triesToHoldOnceMoreWhereTheChargeCameAboveTheRefusedLimit) {
+TEST_F(NativeDaemon, triesToHoldOnceMoreWhenTheChargeIsAboveTheRefusedLimit) {
   odd(ChangeKind::limitBelowFloor, OddLimit::ignored);
   mac.settings(R"({"limit":75})");
   mac.charge(50);
@@ -481,7 +481,7 @@ TEST_F(NativeDaemon, triesToHoldOnceMoreWhereTheChargeCameAboveTheRefusedLimit) 
                           set80, verified80));
 }
 
-TEST_F(NativeDaemon, fallsToEightyWhereLessIsLifted) {
+TEST_F(NativeDaemon, fallsBackToEightyWhereLessIsRaised) {
   odd(ChangeKind::limitBelowFloor, OddLimit::adjusted);
   mac.settings(R"({"limit":60})");
   mac.charge(50);
@@ -493,7 +493,7 @@ TEST_F(NativeDaemon, fallsToEightyWhereLessIsLifted) {
                           set80, verified80));
 }
 
-TEST_F(NativeDaemon, fallsToAStepWhereOthersAreIgnored) {
+TEST_F(NativeDaemon, fallsBackToAStepWhereOthersAreIgnored) {
   odd(ChangeKind::limitOffStep, OddLimit::ignored);
   mac.settings(R"({"limit":83})");
   DaemonProcess daemon(mac);
@@ -517,7 +517,7 @@ class NativeNight : public NativeDaemon {
   }
 };
 
-TEST_F(NativeNight, startsTheWaitAnew) {
+TEST_F(NativeNight, startsTheWaitAgain) {
   DaemonProcess daemon(mac);
   daemon.run(497);
   mac.sleep();
@@ -531,7 +531,7 @@ TEST_F(NativeNight, startsTheWaitAnew) {
   EXPECT_EQ(status().at("gateVerified"), false);
 }
 
-TEST_F(NativeNight, isNotFollowedByANudge) {
+TEST_F(NativeNight, isNotFollowedByARewriteAtOnce) {
   DaemonProcess daemon(mac);
   daemon.run(77);
   mac.sleep();
@@ -544,7 +544,7 @@ TEST_F(NativeNight, isNotFollowedByANudge) {
   EXPECT_EQ(limitWrites(), (Writes{"limit set 80", "limit set 80"}));
 }
 
-TEST_F(NativeDaemon, canDoWithoutTheMirror) {
+TEST_F(NativeDaemon, worksWithoutReadBack) {
   mac.removeKey("bfG0");
   DaemonProcess daemon(mac);
   daemon.run(3 * hour);
@@ -600,7 +600,7 @@ TEST_F(NativeDaemon, setsItsLimitAgainForAsLongAsAnotherProgramInsistsOnItsOwn) 
   EXPECT_EQ(status().at("gateVerified"), true);
 }
 
-TEST_F(NativeDaemon, givesUpAgainstAProgramThatIsFasterThanMacOS) {
+TEST_F(NativeDaemon, givesUpIfAnotherProgramIsFasterThanMacOS) {
   mac.settings(R"({"discharge":true})");
   slider(90);
   mac.pass(10);

@@ -53,7 +53,7 @@ class Night : public ::testing::Test {
   std::unique_ptr<DaemonProcess> daemon;
 };
 
-TEST_F(Night, inTheBandStaysClosedTillMorning) {
+TEST_F(Night, keepsTheGateClosedInsideTheBand) {
   begin(78);
   sleep();
   EXPECT_THAT(newLines(), Contains("veille à 78% — grille fermée pour la nuit (plage 75–80%)"));
@@ -65,7 +65,7 @@ TEST_F(Night, inTheBandStaysClosedTillMorning) {
   EXPECT_NEAR(level(), 78, 0.5);
 }
 
-TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
+TEST_F(Night, isAnnouncedThenPlannedThenAllowed) {
   begin(70);
   mac->charge(78);
   daemon->run(1);
@@ -83,7 +83,7 @@ TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
   EXPECT_THAT(mac->writes(), Contains("heard HasPoweredOn").Times(1));
 }
 
-TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
+TEST_F(Night, isAllowedAtOnceForAnIdleMac) {
   begin(78);
   mac->change({.kind = ChangeKind::idleSleep});
   daemon->run(5);
@@ -93,7 +93,7 @@ TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
   EXPECT_EQ(mac->machine().sleep.strayAnswers, 0U);
 }
 
-TEST_F(Night, aboveTheLimitNeverDischarges) {
+TEST_F(Night, neverDischargesAboveTheLimit) {
   begin(95, "{\"discharge\":true}");
   ASSERT_EQ(mac->key("CHIE"), (Bytes{8}));
   sleep();
@@ -109,7 +109,7 @@ TEST_F(Night, aboveTheLimitNeverDischarges) {
   EXPECT_EQ(mac->key("CHIE"), (Bytes{8})) << "in the full wake it resumes";
 }
 
-TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
+TEST_F(Night, chargesBelowTheBandUntilTheScheduledWakeClosesTheGateAtTheLimit) {
   begin(70);
   sleep();
   const auto lines = newLines();
@@ -132,7 +132,7 @@ TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
 
 // An estimate is never for later than 45 min. In the dark wake the tick finds that the limit is still far and
 // lets charging run; sleep comes back without an announcement, so no other wake follows.
-TEST_F(Night, farBelowTheBandIsSeenToOnceAndThenInTheMorning) {
+TEST_F(Night, schedulesOneWakeOnlyFarBelowTheBand) {
   begin(20);
   sleep();
   EXPECT_THAT(newLines(), Contains("réveil programmé dans 45 min pour reprendre la charge en main"));
@@ -146,7 +146,7 @@ TEST_F(Night, farBelowTheBandIsSeenToOnceAndThenInTheMorning) {
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-TEST_F(Night, farBelowTheBandPlansAnewWhenTheScheduledWakeIsAFullOne) {
+TEST_F(Night, schedulesAnotherWakeAfterAFullWakeFarBelowTheBand) {
   begin(20);
   mac->number(ChangeKind::scheduledWakes, 0);
   std::set<double> wakes;
@@ -163,7 +163,7 @@ TEST_F(Night, farBelowTheBandPlansAnewWhenTheScheduledWakeIsAFullOne) {
   EXPECT_GE(level(), 79);
 }
 
-TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
+TEST_F(Night, logsAWarningIfNoWakeCanBeScheduled) {
   begin(60);
   mac->change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
   sleep();
@@ -177,7 +177,7 @@ TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-TEST_F(Night, thatIsRefusedLetsTheTicksGoOnAfter30Seconds) {
+TEST_F(Night, resumesTheTicksAfter30SecondsIfTheSleepIsRefused) {
   begin(70);
   mac->number(ChangeKind::sleepRefused, 1).sleep();
   daemon->run(1);
@@ -189,7 +189,7 @@ TEST_F(Night, thatIsRefusedLetsTheTicksGoOnAfter30Seconds) {
   EXPECT_FALSE(mac->machine().system.asleep);
 }
 
-TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
+TEST_F(Night, restoresTheStateIfTheSleepIsRefusedInsideTheBand) {
   begin(76);
   daemon->run(60);
   mac->number(ChangeKind::sleepRefused, 1).charge(75).sleep();
@@ -199,7 +199,7 @@ TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
   EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0})) << "at the floor it charges";
 }
 
-TEST_F(Night, ofWeeksIsLikeAnyOther) {
+TEST_F(Night, mayLastForWeeks) {
   begin(78);
   sleep();
   daemon->run(40 * 24 * hour);
@@ -211,7 +211,7 @@ TEST_F(Night, ofWeeksIsLikeAnyOther) {
   EXPECT_NEAR(level(), 78, 1);
 }
 
-TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
+TEST_F(Night, countsOneHeartbeatAndOneMinuteOfStatisticsForASleepOfAnHour) {
   begin(80);
   sleep();
   mac->keepReads();
@@ -226,7 +226,7 @@ TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
 }
 
 // Charging all the while, the Mac publishes something every minute; somebody looks at it now and then.
-TEST_F(Night, isHeardAsOneChangeInTheMorning) {
+TEST_F(Night, isReportedAsOneChangeInTheMorning) {
   begin(40, "{\"enabled\":false}");
   sleep();
   for (int look = 0; look < 12; ++look) daemon->run(300);
@@ -239,7 +239,7 @@ TEST_F(Night, isHeardAsOneChangeInTheMorning) {
   EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2) << "that change, and maybe a heartbeat";
 }
 
-TEST_F(Night, onBatteryIsLeftAlone) {
+TEST_F(Night, changesNothingOnBattery) {
   begin(78);
   mac->unplug();
   daemon->run(30);
@@ -248,7 +248,7 @@ TEST_F(Night, onBatteryIsLeftAlone) {
   EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "allowed WillSleep"}));
 }
 
-TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
+TEST_F(Night, hasNoTicksUntilAWake) {
   begin(78);
   sleep();
   mac->keepReads();
@@ -261,7 +261,7 @@ TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
   EXPECT_THAT(mac->writes(), Not(Contains(StartsWith("heard "))));
 }
 
-TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
+TEST_F(Night, endsWithACancelledWakeWhenTheDaemonExits) {
   begin(60);
   sleep();
   daemon->run(60);
@@ -276,7 +276,7 @@ TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
   EXPECT_EQ(mac->writes().back(), "wake cancelled") << "last of all";
 }
 
-TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
+TEST_F(Night, keepsTheScheduledWakeIfTheDaemonIsKilled) {
   begin(60);
   sleep();
   daemon->kill();
@@ -286,7 +286,7 @@ TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
 }
 
-TEST_F(Night, withoutPowerNotificationsIsTakenUpByTheHeartbeat) {
+TEST_F(Night, isHandledByTheHeartbeatWithoutPowerNotifications) {
   mac = std::make_unique<VirtualMac>(MachineOptions{.percent = 70});
   mac->number(ChangeKind::powerClients, 0);
   daemon = std::make_unique<DaemonProcess>(*mac);
@@ -431,7 +431,7 @@ class Nights {
   DaemonProcess daemon_{mac_};
 };
 
-TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
+TEST(Nights, haveAtMostOnePendingWakeAndLeakNothingInAMonth) {
   for (const std::uint32_t seed : {1U, 2U, 3U}) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Nights nights(seed);
@@ -455,7 +455,7 @@ TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
   }
 }
 
-TEST(Nights, giveTheSameBytesForTheSameSeed) {
+TEST(Nights, leaveTheSameBytesForTheSameSeed) {
   const auto live = [](std::uint32_t seed) {
     Nights nights(seed);
     for (int night = 0; night < 30; ++night) nights.spendOne();

@@ -166,7 +166,7 @@ TEST(StartUp, takesItsStateFromTheHardware) {
   }
 }
 
-TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
+TEST(StartUp, logsNoStateLineIfTheHardwareIsAlreadyInThatState) {
   MachineOptions options;
   options.percent = 80;
   VirtualMac mac(options);
@@ -177,7 +177,7 @@ TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03"));  // no charge key
 }
 
-TEST(StartUp, abortsOnALimitThatIsNoNumberOfOurs) {
+TEST(StartUp, abortsOnALimitBeyond64Bits) {
   for (const char* limit : {"1e300", "9223372036854775808", "18446744073709551615", "9.3e18"}) {
     VirtualMac mac;
     mac.settings(std::string("{\"limit\":") + limit + "}");
@@ -200,7 +200,7 @@ TEST(Running, ticksEvery12Seconds) {
   EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "→ state: hold");
 }
 
-TEST(Running, ticksAtOnceWhenTheAdapterIsPulledOrPlugged) {
+TEST(Running, ticksAtOnceWhenTheAdapterIsUnpluggedOrPluggedIn) {
   MachineOptions options;
   options.percent = 90;
   VirtualMac mac(options);
@@ -281,7 +281,7 @@ TEST(Ending, continuesPastARefusedWrite) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00!", "CHTE=00000000!", "ACLC=00"}));
 }
 
-TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
+TEST(Ending, leavesTheLightAloneIfTheDaemonDoesNotDriveIt) {
   MachineOptions options;
   options.magSafeLight = false;
   VirtualMac mac(options);
@@ -292,7 +292,7 @@ TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
   EXPECT_EQ(mac.writes(), (Writes{"info CHIE", "CHIE=00", "info CHTE", "CHTE=00000000"}));
 }
 
-TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {
+TEST(Ending, isTheDefaultOfASignalBeforeTheHandlerIsSet) {
   VirtualMac mac;
   // While the keys are being looked for the signal still has its default effect.
   mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
@@ -328,7 +328,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
   }
 }
 
-TEST(Ending, byKillLeavesTheKeysAndTheNextProcessTakesThemUp) {
+TEST(Ending, byKillLeavesTheKeysToTheNextProcess) {
   MachineOptions options;
   options.percent = 80;
   VirtualMac mac(options);

@@ -81,7 +81,7 @@ TEST(HoldDaemon, isVerifiedOnceInEachProcess) {
   }
 }
 
-TEST(HoldDaemon, thatNeverCharged15SecondsIsVerifiedAtTheNextTick) {
+TEST(HoldDaemon, isVerifiedAtTheFirstTickAfter15SecondsWithoutCurrent) {
   VirtualMac mac(at(80));
   mac.keyBytes("CHTE", {1, 0, 0, 0}).pass(60);  // an earlier run stopped it
   DaemonProcess daemon(mac);
@@ -89,7 +89,7 @@ TEST(HoldDaemon, thatNeverCharged15SecondsIsVerifiedAtTheNextTick) {
   EXPECT_THAT(linesWith(mac, verified), ElementsAre(stamped("08:01:24", verified)));  // 12 s were too few
 }
 
-TEST(HoldDaemon, failsAfterTwoMinutesAndIsVerifiedWhenTheHardwareComesRound) {
+TEST(HoldDaemon, failsAfterTwoMinutesAndIsVerifiedWhenTheHardwareObeys) {
   VirtualMac mac(at(80));
   mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
   DaemonProcess daemon(mac);
@@ -139,7 +139,7 @@ TEST(HoldDaemon, doesNotMistakeASlowCurrentForAFailure) {
   EXPECT_THAT(linesWith(mac, "no effect"), IsEmpty());
 }
 
-TEST(HoldDaemon, takesATrickleForNoCharging) {
+TEST(HoldDaemon, ignoresATrickle) {
   VirtualMac mac(at(80));
   mac.number(ChangeKind::trickle, 100);
   DaemonProcess daemon(mac);
@@ -209,7 +209,7 @@ TEST(HoldDaemon, countsTwoMinutesByTheWallClock) {
   EXPECT_THAT(linesWith(mac, "no effect"), ElementsAre(stamped("08:02:00", noEffect)));
 }
 
-TEST(HoldDaemon, isFailedEarlyByAClockSetForward) {
+TEST(HoldDaemon, failsEarlyWhenTheClockIsSetForward) {
   VirtualMac mac(at(80));
   mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
   DaemonProcess daemon(mac);
@@ -280,7 +280,7 @@ TEST_F(DischargeDaemon, losesAnIneffectiveCutOncePerHeartbeat) {
   EXPECT_THAT(mac.logLines(), Contains("→ state: hold"));
 }
 
-TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndArmedAnewByAnUnplug) {
+TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndRearmedByAnUnplug) {
   mac.number(ChangeKind::load, 1.0);
   DaemonProcess daemon(mac);
   daemon.run(59.9);
@@ -305,7 +305,7 @@ TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndArmedAnewByAnUnplug
   EXPECT_EQ(linesWith(mac, "⚠️").size(), 1U);
 }
 
-TEST_F(DischargeDaemon, continuesWithLittleButEnough) {
+TEST_F(DischargeDaemon, continuesWithASmallButSufficientCurrent) {
   mac.number(ChangeKind::load, 1.86);
   DaemonProcess daemon(mac);
   daemon.run(600);
@@ -322,7 +322,7 @@ TEST_F(DischargeDaemon, isEvaluatedAgainLater) {
   EXPECT_THAT(linesWith(mac, "→ state: hold"), ElementsAre(stamped("08:11:00", "→ state: hold")));
 }
 
-TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAMaintenanceWake) {
+TEST_F(DischargeDaemon, getsAnotherMinuteAfterAMaintenanceWake) {
   mac.number(ChangeKind::load, 0.6);
   mac.later(40, {.kind = ChangeKind::capabilities, .number = 9});
   mac.later(70, {.kind = ChangeKind::capabilities, .number = 15});
@@ -335,7 +335,7 @@ TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAMaintenanceWake) {
   EXPECT_THAT(linesWith(mac, "⚠️").front(), HasSubstr("T08:02:12Z"));
 }
 
-TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAnUnplug) {
+TEST_F(DischargeDaemon, getsAnotherMinuteAfterAnUnplug) {
   mac.number(ChangeKind::load, 0.6);
   mac.later(50, {.kind = ChangeKind::unplug});
   mac.later(65, {.kind = ChangeKind::plug, .number = 67});
@@ -349,7 +349,7 @@ TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAnUnplug) {
   EXPECT_THAT(lines[0], HasSubstr("T08:02:12Z"));  // 60 s were not over at 08:02:00
 }
 
-TEST_F(DischargeDaemon, closesAReopenedStopWithoutAWord) {
+TEST_F(DischargeDaemon, stopsReopenedChargingSilently) {
   DaemonProcess daemon(mac);
   daemon.run(30);
   mac.forgetJournal();
@@ -370,7 +370,7 @@ class BandDaemon : public ::testing::Test {
   const Writes arming{"bfF0=00", "bfD0=50000000", "bfE0=4b000000", "bfF0=02"};
 };
 
-TEST_F(BandDaemon, armsTwiceInTheFirstTickOfAHoldAndThenNoMore) {
+TEST_F(BandDaemon, armsTwiceInTheFirstTickOfAHoldAndNotAgain) {
   DaemonProcess daemon(mac);
   daemon.run(3600);
   Writes all{"CH0J=00"};
@@ -393,7 +393,7 @@ TEST_F(BandDaemon, isArmedSilentlyWhenItWasSwitchedOff) {
   EXPECT_EQ(linesOfEvents(mac), lines);
 }
 
-TEST_F(BandDaemon, isArmedAnewAndLogsItWhenTheSettingsMoveItsEdge) {
+TEST_F(BandDaemon, isRearmedWithALogLineWhenTheSettingsMoveItsEdge) {
   DaemonProcess daemon(mac);
   daemon.run(120);
   mac.forgetJournal();
@@ -417,7 +417,7 @@ TEST_F(BandDaemon, isForgottenWhileChargingIsAllowed) {
   EXPECT_EQ(mac.key("bfF0"), std::vector<std::uint8_t>{2});
 }
 
-TEST_F(BandDaemon, ofAnEarlierProcessIsArmedOnceByTheNext) {
+TEST_F(BandDaemon, isArmedOnceByTheNextProcess) {
   {
     DaemonProcess daemon(mac);
     daemon.run(120);
@@ -464,7 +464,7 @@ TEST(LightDaemon, takesANewPeriodAtTheNextTick) {
   EXPECT_THAT(timesOf(mac, "ACLC", begin), ElementsAre(14.0, 17.5, 21.0));
 }
 
-TEST(LightDaemon, isTakenBackOnceForEachLoss) {
+TEST(LightDaemon, isSetAgainAndLoggedOnceForEachLoss) {
   VirtualMac mac(at(80));
   DaemonProcess daemon(mac);
   daemon.run(10);
@@ -483,7 +483,7 @@ TEST(LightDaemon, isTakenBackOnceForEachLoss) {
   EXPECT_EQ(linesWith(mac, "LED reprise").size(), 2U);
 }
 
-TEST(LightDaemon, isTakenBySystemThatFollowsTheCharging) {
+TEST(LightDaemon, isChangedBySystemsThatFollowTheCharging) {
   VirtualMac mac(at(80));
   mac.number(ChangeKind::lightTaken, 1);
   DaemonProcess daemon(mac);
@@ -492,7 +492,7 @@ TEST(LightDaemon, isTakenBySystemThatFollowsTheCharging) {
   EXPECT_EQ(mac.key("ACLC"), std::vector<std::uint8_t>{3});
 }
 
-TEST(LightDaemon, isTheSystemsWithoutAnAdapterAndOrangeWithTheLimitOff) {
+TEST(LightDaemon, isLeftToTheSystemWithoutAnAdapterAndOrangeWithTheLimitOff) {
   VirtualMac mac(at(80));
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -509,7 +509,7 @@ TEST(LightDaemon, isTheSystemsWithoutAnAdapterAndOrangeWithTheLimitOff) {
   EXPECT_THAT(linesWith(mac, "LED reprise"), IsEmpty());
 }
 
-TEST(LightDaemon, staysHandedBackWhenTheDaemonEndsWhileItBlinks) {
+TEST(LightDaemon, staysHandedBackWhenTheDaemonExitsWhileItBlinks) {
   VirtualMac mac(at(70));
   DaemonProcess daemon(mac);
   daemon.run(10);

@@ -117,7 +117,7 @@ TEST(Probe, reportsClosedKeys) {
   EXPECT_EQ(object(mac), lockedObject);
 }
 
-TEST(Probe, looksForNoKeyWhereTheyAreClosed) {
+TEST(Probe, looksForNoKeyIfTheKeysAreClosed) {
   VirtualMac mac(closed(false));
   mac.keepReads();
   static_cast<void>(text(mac));
@@ -154,13 +154,13 @@ TEST(Probe, reportsOnStandardOutputThatThereIsNoController) {
   EXPECT_EQ(object(mac), "Could not open AppleSMC.\n1");
 }
 
-TEST(Probe, isForEverybody) {
+TEST(Probe, needsNoRoot) {
   VirtualMac mac;
   mac.number(ChangeKind::userId, 501);
   EXPECT_EQ(object(mac), R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true}0)");
 }
 
-TEST(Probe, namesWhatAHoldIsVerifiedBy) {
+TEST(Probe, namesHowAHoldIsVerified) {
   VirtualMac mac;
   mac.property("Amperage", PropertyFault::missing);
   EXPECT_THAT(text(mac), HasSubstr("\nverified by: CHSC\n"));
@@ -171,7 +171,7 @@ TEST(Probe, namesWhatAHoldIsVerifiedBy) {
 }
 
 // A key without bytes can be read all the same.
-TEST(Probe, countsAnEmptyKeyAsThere) {
+TEST(Probe, countsAnEmptyKeyAsPresent) {
   VirtualMac mac;
   mac.property("Amperage", PropertyFault::missing);
   for (const char* key : {"ACLC", "CHSC", "CHTE"}) {

@@ -64,7 +64,7 @@ class SmcExchange : public ::testing::Test {
 // On the wire the first character of a key is the last of its four bytes.
 const SmcRecord question = record("ETHC", {{commandAt, 9}});
 
-TEST_F(SmcExchange, ofAReadSendsTheKeyThenTheKeyWithItsSize) {
+TEST_F(SmcExchange, sendsTheKeyThenTheKeyWithItsSizeForARead) {
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), kernelSuccess);
   EXPECT_THAT(sent, ElementsAre(question, record("ETHC", {{sizeAt, 4}, {commandAt, 5}})));
@@ -75,7 +75,7 @@ TEST_F(SmcExchange, ofAReadSendsTheKeyThenTheKeyWithItsSize) {
   EXPECT_EQ(value.bytes.back(), 0xBB);
 }
 
-TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
+TEST_F(SmcExchange, sendsTheKeyThenTheBytesWithTheirSizeAndNoTypeForAWrite) {
   EXPECT_EQ(SMCWriteKey(connection, "CHTE", std::vector<std::uint8_t>{1, 2, 3, 4}), kernelSuccess);
   EXPECT_THAT(sent, ElementsAre(question, record("ETHC", {{sizeAt, 4},
                                                           {commandAt, 6},
@@ -85,7 +85,7 @@ TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
                                                           {bytesAt + 3, 4}})));
 }
 
-TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
+TEST_F(SmcExchange, sendsTheIndexAloneForTheKeyAtAnIndex) {
   first.record = record("ETHC", {{resultAt, 1}});  // a result that is ignored
   std::array<char, 5> name{'?', '?', '?', '?', '?'};
   EXPECT_EQ(SMCKeyAtIndex(connection, 0x01020304, name), kernelSuccess);
@@ -95,7 +95,7 @@ TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
   EXPECT_EQ(name, (std::array<char, 5>{'C', 'H', 'T', 'E', '\0'}));
 }
 
-TEST_F(SmcExchange, takesAShorterKeyAsOneThatEndsWithZeroBytes) {
+TEST_F(SmcExchange, padsAShorterKeyWithZeroBytes) {
   for (const auto& [key, wire] :
        {std::pair{"CHT", std::string_view("\0THC", 4)}, std::pair{"CH", std::string_view("\0\0HC", 4)},
         std::pair{"C", std::string_view("\0\0\0C", 4)}, std::pair{"", std::string_view()}}) {
@@ -106,7 +106,7 @@ TEST_F(SmcExchange, takesAShorterKeyAsOneThatEndsWithZeroBytes) {
   }
 }
 
-TEST_F(SmcExchange, thatFailsForTheValueIsNoRead) {
+TEST_F(SmcExchange, failsTheReadIfTheSecondCallFails) {
   second.status = notReady;
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), notReady);
@@ -114,7 +114,7 @@ TEST_F(SmcExchange, thatFailsForTheValueIsNoRead) {
   EXPECT_EQ(readKey("CHTE"), std::nullopt);
 }
 
-TEST_F(SmcExchange, thatTheControllerRefusesForTheValueIsNoRead) {
+TEST_F(SmcExchange, failsTheReadIfTheControllerRefusesTheValue) {
   second.record[resultAt] = 1;
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), platform::kernelNotFound);
@@ -122,7 +122,7 @@ TEST_F(SmcExchange, thatTheControllerRefusesForTheValueIsNoRead) {
   EXPECT_EQ(readKey("CHTE"), std::nullopt);
 }
 
-TEST_F(SmcExchange, thatFailsLeavesNothingOldInTheValue) {
+TEST_F(SmcExchange, clearsTheValueIfTheReadFails) {
   const auto old = [] {
     SmcValue value{.key = 1, .dataSize = 2, .dataType = 3};
     value.bytes.fill(0xCC);

@@ -54,7 +54,7 @@ TEST_F(SmartCharge, isSupportedOnceTheServiceReportsIt) {
   EXPECT_EQ(CKMCLSupported(), 1);
 }
 
-TEST_F(SmartCharge, distinguishesOnFromOff) {
+TEST_F(SmartCharge, reportsWhetherTheLimitIsOn) {
   EXPECT_EQ(CKMCLEnabled(), 0);
   slider(85);
   EXPECT_EQ(CKMCLEnabled(), 1);
@@ -101,13 +101,13 @@ TEST_F(SmartCharge, isNotAskedForWhatTheSliderDoesNotOffer) {
   EXPECT_EQ(calls().sets, 0U);
 }
 
-TEST_F(SmartCharge, takesANoForAFailure) {
+TEST_F(SmartCharge, reportsARefusalAsAFailure) {
   answer(LimitAnswer::no);
   EXPECT_EQ(CKMCLSetLimit(80), 0);
   EXPECT_EQ(calls().sets, 1U);
 }
 
-TEST_F(SmartCharge, takesAnErrorForAFailure) {
+TEST_F(SmartCharge, reportsAnErrorAsAFailure) {
   answer(LimitAnswer::error);
   EXPECT_EQ(CKMCLSetLimit(80), 0);
   EXPECT_EQ(calls().sets, 1U);
@@ -129,7 +129,7 @@ TEST_F(SmartCharge, isReachedThroughOneClient) {
 
 class WithoutClient : public SmartCharge, public ::testing::WithParamInterface<LimitClient> {};
 
-TEST_P(WithoutClient, everyAnswerIsMinus1) {
+TEST_P(WithoutClient, everyCallReturnsMinus1) {
   without(GetParam());
   EXPECT_EQ(CKMCLSupported(), -1);
   EXPECT_EQ(CKMCLEnabled(), -1);
@@ -152,7 +152,7 @@ TEST_P(WithoutClient, thePreferencesAreStillWritten) {
   EXPECT_EQ(mac.writes(), preferencesAt("75"));
 }
 
-TEST_P(WithoutClient, itIsLookedForOnce) {
+TEST_P(WithoutClient, theClientIsLookedForOnce) {
   without(GetParam());
   EXPECT_EQ(CKMCLSupported(), -1);
   without(LimitClient::offered);
@@ -184,7 +184,7 @@ TEST_F(SmartCharge, writesTheStepsOfTheSliderThroughTheClientAlone) {
   EXPECT_EQ(calls().enabled, 0U);
 }
 
-TEST_F(SmartCharge, writesBelowTheSliderIntoThePreferences) {
+TEST_F(SmartCharge, writesValuesBelowTheSliderToThePreferences) {
   slider(90);
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), preferencesAt("75")) << "the feature is on: nothing to set through the client";
@@ -193,19 +193,19 @@ TEST_F(SmartCharge, writesBelowTheSliderIntoThePreferences) {
   EXPECT_EQ(mac.key("bfG0"), std::vector<std::uint8_t>{75});
 }
 
-TEST_F(SmartCharge, switchesTheFeatureOnFirstWhereItIsOff) {
+TEST_F(SmartCharge, switchesTheFeatureOnFirstIfItIsOff) {
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, switchesTheFeatureOnFirstWhereItCannotBeTold) {
+TEST_F(SmartCharge, switchesTheFeatureOnFirstIfItsStateIsUnknown) {
   slider(90);
   say(ChangeKind::limitEnabledFails, 1);
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, setsEightyFirstWhenPrimedEvenWhereTheFeatureIsOn) {
+TEST_F(SmartCharge, setsEightyFirstIfAskedToEvenIfTheFeatureIsOn) {
   slider(90);
   EXPECT_TRUE(NativeLimit::write(75, true));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
@@ -217,7 +217,7 @@ TEST_F(SmartCharge, continuesWhenEightyIsRefused) {
   EXPECT_EQ(mac.writes(), after("limit set 80!", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, writesWhatIsOffTheStepsIntoThePreferences) {
+TEST_F(SmartCharge, writesValuesBetweenTheStepsToThePreferences) {
   slider(90);
   for (const int pct : {81, 83, 84, 86, 99}) {
     mac.forgetJournal();
@@ -226,7 +226,7 @@ TEST_F(SmartCharge, writesWhatIsOffTheStepsIntoThePreferences) {
   }
 }
 
-TEST_F(SmartCharge, writesEveryValueBelowEightyIntoThePreferencesStepsToo) {
+TEST_F(SmartCharge, writesEveryValueBelowEightyToThePreferencesIncludingSteps) {
   slider(90);
   for (const int pct : {1, 5, 70, 78, 79}) {
     mac.forgetJournal();
@@ -235,7 +235,7 @@ TEST_F(SmartCharge, writesEveryValueBelowEightyIntoThePreferencesStepsToo) {
   }
 }
 
-TEST_F(SmartCharge, writesOneForLess) {
+TEST_F(SmartCharge, writesOneForValuesBelowOne) {
   slider(90);
   for (const std::int64_t pct :
        {std::int64_t{0}, std::int64_t{-1}, std::int64_t{-80}, std::numeric_limits<std::int64_t>::min()}) {
@@ -245,7 +245,7 @@ TEST_F(SmartCharge, writesOneForLess) {
   }
 }
 
-TEST_F(SmartCharge, setsOneHundredForMore) {
+TEST_F(SmartCharge, setsOneHundredForValuesAboveOneHundred) {
   for (const std::int64_t pct :
        {std::int64_t{101}, std::int64_t{103}, std::int64_t{250}, std::numeric_limits<std::int64_t>::max()}) {
     mac.forgetJournal();
@@ -274,13 +274,13 @@ TEST_F(SmartCharge, notifiesEvenWhenThePreferencesCannotBeStored) {
 
 // -- A full charge that was asked for
 
-TEST_F(SmartCharge, knowsUntilWhenAFullChargeIsWanted) {
+TEST_F(SmartCharge, readsUntilWhenAFullChargeIsRequested) {
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);
   say(ChangeKind::chargeToFull, 930);
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), platform::wallNow() + 930);
 }
 
-TEST_F(SmartCharge, alsoReportsAFullChargeThatIsOver) {
+TEST_F(SmartCharge, alsoReadsADateInThePast) {
   say(ChangeKind::chargeToFull, 930);
   const double until = platform::wallNow() + 930;
   mac.pass(3600);

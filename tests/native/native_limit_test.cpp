@@ -111,27 +111,27 @@ class NativeLimitTest : public test::OnVirtualMac {
 
 // -- The limit before
 
-TEST_F(NativeLimitTest, remembersThatThereWasNoLimit) {
+TEST_F(NativeLimitTest, recordsThatThereWasNoLimit) {
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: off — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(gNativeBefore, 100);
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_F(NativeLimitTest, remembersTheLimitOfTheSlider) {
+TEST_F(NativeLimitTest, recordsTheLimitOfTheSlider) {
   slider(90);
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: 90% — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(stats().at("nativeBefore"), 90);
 }
 
-TEST_F(NativeLimitTest, remembersEveryLimitFromOneOn) {
+TEST_F(NativeLimitTest, recordsEveryLimitFrom1On) {
   ASSERT_TRUE(NativeLimit::write(1, false));
   EXPECT_EQ(drive().front(), "native limit before Brisko: 1% — given back if Brisko leaves");
   EXPECT_EQ(gNativeBefore, 1);
 }
 
-TEST_F(NativeLimitTest, looksForTheLimitBeforeOnlyOnce) {
+TEST_F(NativeLimitTest, readsThePreviousLimitOnlyOnce) {
   gNativeBefore = 85;
   slider(95);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
@@ -148,7 +148,7 @@ class UnreadableLimit : public NativeLimitTest, public ::testing::WithParamInter
   }
 };
 
-TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
+TEST_P(UnreadableLimit, isAwaitedForAMinuteInWhichNothingIsWritten) {
   show(80);
   gState = ChargeState::hold;
   gGateVerified = true;
@@ -170,7 +170,7 @@ TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_P(UnreadableLimit, isTakenWhenItCanBeReadInTime) {
+TEST_P(UnreadableLimit, isRecordedIfItBecomesReadableInTime) {
   drive();
   drive(48);
   mac.number(GetParam(), 0);
@@ -184,7 +184,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, UnreadableLimit,
                            return way.param == ChangeKind::limitEnabledFails ? "whetherItIsOn" : "whatItIs";
                          });
 
-TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
+TEST_F(NativeLimitTest, treatsALimitOf0AsUnreadable) {
   platform::setPreference(NativeLimit::domain, "MCLFeatureState", 1);
   platform::setPreference(NativeLimit::domain, "mclLimitValue", 0);
   ASSERT_TRUE(platform::synchronizePreferences(NativeLimit::domain));
@@ -194,7 +194,7 @@ TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
   EXPECT_EQ(gNativeBefore, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForTheLimitBefore) {
+TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForThePreviousLimit) {
   mac.number(ChangeKind::limitEnabledFails, 1);
   ticks(1);
   EXPECT_THAT(newLines(), ElementsAre(HasSubstr("state=allow")));
@@ -230,7 +230,7 @@ TEST_F(NativeLimitTest, writesOnceAndVerifiesOnce) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
+TEST_F(NativeLimitTest, verifiesAgainAfterTheUserChangesTheLimit) {
   verified(80);
   mac.change({.kind = ChangeKind::keyUnscript, .key = virtual_mac::keyCode("bfG0")});
   forgetLines();
@@ -244,7 +244,7 @@ TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
   EXPECT_EQ(newWrites(), (Writes{"limit set 95", "limit set 100"}));
 }
 
-TEST_F(NativeLimitTest, takesNoneShownAs100ForAnUnheldLimit) {
+TEST_F(NativeLimitTest, treats100InTheReadBackAsNoLimit) {
   const double at = written(100, 100);
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
@@ -262,7 +262,7 @@ TEST_F(NativeLimitTest, restartsTheWaitWithEveryNewTarget) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, reportsARefusedWriteAndLetsTheWaitDecide) {
+TEST_F(NativeLimitTest, reportsARefusedWriteAndKeepsWaiting) {
   for (const LimitAnswer refusal : {LimitAnswer::no, LimitAnswer::error}) {
     answer(refusal);
     gNativeWritten.reset();
@@ -290,7 +290,7 @@ struct MirrorCase {
   bool primed;
 };
 
-TEST_F(NativeLimitTest, setsEightyFirstWhereTheMirrorShowsNoLimitOrOneAboveEighty) {
+TEST_F(NativeLimitTest, setsEightyFirstIfTheReadBackShowsNoLimitOrOneAboveEighty) {
   gNativeBefore = 100;
   for (const MirrorCase& example : {MirrorCase{0, true}, MirrorCase{1, false}, MirrorCase{75, false},
                                     MirrorCase{79, false}, MirrorCase{80, false}, MirrorCase{81, true},
@@ -317,7 +317,7 @@ TEST_F(NativeLimitTest, primesUpTo79Only) {
   EXPECT_EQ(newWrites(), preferencesAt(81));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithoutReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.removeKey("bfG0");
@@ -326,7 +326,7 @@ TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithAnEmptyReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
@@ -337,7 +337,7 @@ TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
 
 // -- No mirror
 
-TEST_F(NativeLimitTest, reportsOnceThatItCannotLookWhetherTheLimitIsHeld) {
+TEST_F(NativeLimitTest, reportsOnceThatTheLimitCannotBeReadBack) {
   mac.removeKey("bfG0");
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
@@ -350,13 +350,13 @@ TEST_F(NativeLimitTest, reportsOnceThatItCannotLookWhetherTheLimitIsHeld) {
   EXPECT_THAT(driveFor(hour), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, hasNoMirrorInAnEmptyOne) {
+TEST_F(NativeLimitTest, treatsAnEmptyReadBackAsMissing) {
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
 }
 
-TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
+TEST_F(NativeLimitTest, doesNotReportAMissingReadBackOnBattery) {
   mac.removeKey("bfG0").unplug();
   drive();
   EXPECT_THAT(drive(), IsEmpty());
@@ -364,7 +364,7 @@ TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
 
 // -- Waiting
 
-TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
+TEST_F(NativeLimitTest, writesAgainEvery90SecondsSilently) {
   const double at = written(80, 0);
   EXPECT_THAT(driveAt(at, 89.5), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
@@ -379,19 +379,19 @@ TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, nudgesSixTimesBeforeItGivesUp) {
+TEST_F(NativeLimitTest, writesAgainSixTimesBeforeItGivesUp) {
   written(80, 0);
   EXPECT_THAT(driveFor(2 * hour), ElementsAre(noEffect80));
   EXPECT_EQ(newWrites(), Writes(6, "limit set 80"));
 }
 
-TEST_F(NativeLimitTest, nudgesBelowEightyWithoutPriming) {
+TEST_F(NativeLimitTest, writesAgainBelowEightyWithoutPriming) {
   const double at = written(75, 0);
   ASSERT_THAT(driveAt(at, 90), IsEmpty());
   EXPECT_EQ(newWrites(), preferencesAt(75)) << "the first write has switched the feature on";
 }
 
-TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByANudgeBelowEighty) {
+TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByARewriteBelowEighty) {
   const double at = written(75, 0);
   mac.number(ChangeKind::chargeToFull, hour);
   EXPECT_THAT(driveAt(at, 80), IsEmpty());
@@ -427,7 +427,7 @@ TEST_F(NativeLimitTest, doesNotEvaluateOnBattery) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, believesTheLastReadingWhereTheAdapterCannotBeSeen) {
+TEST_F(NativeLimitTest, usesTheLastReadingIfTheAdapterCannotBeRead) {
   written(80, 80);
   mac.removeKey("AC-W");
   gLastPlugged = false;
@@ -457,7 +457,7 @@ TEST_F(NativeLimitTest, namesWhatMacOSHoldsInstead) {
               ElementsAre("macOS limit changed outside Brisko (bfG0 reads 100) — setting 80% again"));
 }
 
-TEST_F(NativeLimitTest, setsNoLimitAgainToo) {
+TEST_F(NativeLimitTest, sets100AgainToo) {
   verified(100);
   show(80);
   EXPECT_THAT(drive(60),
@@ -471,7 +471,7 @@ TEST_F(NativeLimitTest, setsALimitBelowEightyAgainWithoutPriming) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
+TEST_F(NativeLimitTest, onlyObservesALimitThatKeepsDrifting) {
   verified(80);
   show(0);
   ASSERT_THAT(drive(60), ElementsAre(rewritten80));
@@ -486,7 +486,7 @@ TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
+TEST_F(NativeLimitTest, reportsWhenAnObservedLimitReturnsAndCorrectsDriftAgain) {
   verified(80);
   show(0);
   driveFor(700);
@@ -499,7 +499,7 @@ TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
   EXPECT_THAT(drive(600), ElementsAre(watching));
 }
 
-TEST_F(NativeLimitTest, rewritesEveryDriftThatWasMendedInBetween) {
+TEST_F(NativeLimitTest, rewritesAfterEveryDriftIfTheLimitReturnedInBetween) {
   verified(80);
   for (int round = 0; round < 3; ++round) {
     show(0);
@@ -521,7 +521,7 @@ TEST_F(NativeLimitTest, waits30SecondsAfterARewriteToo) {
   EXPECT_THAT(driveAt(again, 30), ElementsAre(rewritten80));
 }
 
-TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
+TEST_F(NativeLimitTest, countsNoDriftBeforeATargetIsVerified) {
   verified(80);
   limit(85);
   drive();
@@ -531,7 +531,7 @@ TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
+TEST_F(NativeLimitTest, startsUnverifiedWithEveryNewTarget) {
   verified(80);
   limit(85);
   drive();
@@ -546,7 +546,7 @@ TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
 
 // -- A full charge asked of the menu
 
-TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
+TEST_F(NativeLimitTest, waitsWhileAFullChargeIsRequested) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 1772352930 - platform::wallNow());
@@ -558,7 +558,7 @@ TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
+TEST_F(NativeLimitTest, restoresItsLimitWhenTheFullChargeIsOver) {
   verified(80);
   show(0);
   const double until = platform::wallNow() + 300;
@@ -573,7 +573,7 @@ TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, reportsNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
+TEST_F(NativeLimitTest, logsNothingMoreIfTheLimitDoesNotReturnAfterAFullCharge) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
@@ -581,7 +581,7 @@ TEST_F(NativeLimitTest, reportsNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
   EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS has its own way was said";
 }
 
-TEST_F(NativeLimitTest, takesADateInThePastForNoWish) {
+TEST_F(NativeLimitTest, treatsADateInThePastAsNoRequest) {
   mac.number(ChangeKind::chargeToFull, 5);
   verified(80);
   show(0);
@@ -617,7 +617,7 @@ TEST_F(NativeLimitTest, warnsOnceOfAStepThatIsNotHeldAfterTenMinutes) {
   EXPECT_EQ(gGateVerified, true);
 }
 
-TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
+TEST_F(NativeLimitTest, warnsOnceOfEachStep) {
   for (const std::int64_t step : {85, 90, 95}) {
     written(step, 80);
     EXPECT_THAT(driveFor(610), ::testing::Contains("⚠️ the limit has no effect: macOS doesn't hold " +
@@ -625,7 +625,7 @@ TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
   }
 }
 
-TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
+TEST_F(NativeLimitTest, fallsBackToTheNextLowerStepWhereOthersAreRefused) {
   const double at = written(83, 90);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
@@ -641,7 +641,7 @@ TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
+TEST_F(NativeLimitTest, neverTriesAValueBetweenTheStepsAgain) {
   written(97, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 97% on this Mac (bfG0 reads 0) — holding 95% instead"));
@@ -658,7 +658,7 @@ TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
   }
 }
 
-TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
+TEST_F(NativeLimitTest, distinguishesRefusalsBelowEightyFromThoseBetweenSteps) {
   written(79, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 79% on this Mac (bfG0 reads 0) — holding 80% instead"));
@@ -669,7 +669,7 @@ TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, fallsToEightyWhereLessIsRefused) {
+TEST_F(NativeLimitTest, fallsBackToEightyWhereLessIsRefused) {
   const double at = written(75, 80);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
@@ -716,7 +716,7 @@ TEST_F(Refused75, holdsEightyForALimitAtOrBelowTheRefusedOne) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(Refused75, remembersTheHighestOfTheRefused) {
+TEST_F(Refused75, recordsTheHighestRefusedLimit) {
   calDrive = CalDrive{.target = 78};
   drive();
   drive(600);
@@ -740,7 +740,7 @@ TEST_F(Refused75, hasNoFloorForALimitOfEightyOrMore) {
   }
 }
 
-TEST_F(Refused75, evaluatesTheFloorByTheLimitOfTheSettings) {
+TEST_F(Refused75, derivesTheFloorFromTheLimitOfTheSettings) {
   calDrive = CalDrive{.toFull = true, .target = 100};
   drive();
   EXPECT_EQ(gNativeFloor, 80) << "also while something else is driven";
@@ -749,7 +749,7 @@ TEST_F(Refused75, evaluatesTheFloorByTheLimitOfTheSettings) {
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(Refused75, liftsAHeatPauseThatMacOSWouldNotHold) {
+TEST_F(Refused75, raisesAHeatPauseThatMacOSWouldNotHold) {
   limit(90);
   pct = 75;
   hot = true;
@@ -794,7 +794,7 @@ TEST_F(NativeLimitTest, followsACalibration) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "before a Top Up";
 }
 
-TEST_F(NativeLimitTest, bringsTargetsBetween1And100) {
+TEST_F(NativeLimitTest, clampsTargetsTo1To100) {
   drive();
   forgetLines();
   for (const std::int64_t low : {0, -5}) {
@@ -823,7 +823,7 @@ TEST_F(NativeLimitTest, holdsAboveTheLimitWhereItFoundTheCharge) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 81%"));
 }
 
-TEST_F(NativeLimitTest, runsDownToTheLimitWhereTheUserWantsIt) {
+TEST_F(NativeLimitTest, dischargesToTheLimitIfTheUserWantsIt) {
   pct = 90;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
@@ -844,7 +844,7 @@ TEST_F(NativeLimitTest, holdsTheLimitItselfOnBattery) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
+TEST_F(NativeLimitTest, roundsAHoldPointDownWhereOnlyStepsAreAccepted) {
   written(83, 0);
   drive(600);
   forgetLines();
@@ -855,7 +855,7 @@ TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
 
 // -- Heat
 
-TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
+TEST_F(NativeLimitTest, stopsAtTheChargeAtWhichTheBatteryBecameHot) {
   show(0);
   drive();
   forgetLines();
@@ -874,14 +874,14 @@ TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 76%"));
 }
 
-TEST_F(NativeLimitTest, doesNotGoAboveTheLimitForHeat) {
+TEST_F(NativeLimitTest, neverStopsAboveTheLimitForHeat) {
   pct = 90;
   hot = true;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatOnBattery) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointOnBattery) {
   pct = 77;
   hot = true;
   drive();
@@ -904,7 +904,7 @@ TEST_F(NativeLimitTest, stopsATopUpAndACalibrationForHeat) {
   EXPECT_THAT(drive(), IsEmpty()) << "the heat is the same";
 }
 
-TEST_F(NativeLimitTest, asksForNoLimitBelowOneInTheHeat) {
+TEST_F(NativeLimitTest, setsNoLimitBelowOneForHeat) {
   pct = 0;
   hot = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 1%"));
@@ -919,7 +919,7 @@ TEST_F(NativeLimitTest, pausesForHeatInTheTick) {
 
 // -- The state
 
-TEST_F(NativeLimitTest, reportsTheStateWithTheLimitBehindIt) {
+TEST_F(NativeLimitTest, logsTheStateWithItsLimit) {
   mac.charge(80);
   ticks(6);  // the gauge tells of the current every minute
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: hold (macOS limit 80%)"));
@@ -946,7 +946,7 @@ TEST_F(NativeLimitTest, dischargesWhereMacOSRunsTheBatteryDown) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(NativeLimitTest, goesByTheMarginWhereTheCurrentCannotBeRead) {
+TEST_F(NativeLimitTest, usesTheMarginIfTheCurrentCannotBeRead) {
   mac.property("InstantAmperage", virtual_mac::PropertyFault::missing);
   mac.property("Amperage", virtual_mac::PropertyFault::missing);
   drive();
@@ -977,7 +977,7 @@ TEST_F(NativeLimitTest, handsTheLimitBackOnceWhenItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackWhatItFindsWhenItStartsSwitchedOff) {
+TEST_F(NativeLimitTest, handsBackTheLimitThatItFindsIfItStartsSwitchedOff) {
   slider(85);
   mac.forgetJournal();
   cfg.enabled = false;
@@ -1005,7 +1005,7 @@ TEST_F(NativeLimitTest, keepsWhatTheUserSetsMeanwhile) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
+TEST_F(NativeLimitTest, recordsNothingThatItCannotRead) {
   drive();
   cfg.enabled = false;
   drive();
@@ -1018,7 +1018,7 @@ TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
   EXPECT_EQ(gNativeBefore, 100);
 }
 
-TEST_F(NativeLimitTest, drivesOnWhenItIsSwitchedOnAgain) {
+TEST_F(NativeLimitTest, setsItsLimitAgainWhenItIsSwitchedOnAgain) {
   slider(90);
   drive();
   cfg.enabled = false;
@@ -1045,7 +1045,7 @@ TEST_F(NativeLimitTest, isNotIdleForATopUpOrACalibration) {
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit handed back: off"));
 }
 
-TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
+TEST_F(NativeLimitTest, keepsTheHoldPointWhileIdle) {
   pct = 90;
   drive();
   cfg.enabled = false;
@@ -1057,7 +1057,7 @@ TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointWhileIdle) {
   pct = 77;
   hot = true;
   drive();
@@ -1069,7 +1069,7 @@ TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 75%"));
 }
 
-TEST_F(NativeLimitTest, takesItsOwnHandBackForAChoiceOfTheUserWhereItCouldNotBeGivenBack) {
+TEST_F(NativeLimitTest, recordsItsOwnHandBackAsTheUsersChoiceIfThePreviousLimitCouldNotBeRestored) {
   ASSERT_TRUE(NativeLimit::write(75, false));
   drive();
   ASSERT_EQ(gNativeBefore, 75);
@@ -1089,7 +1089,7 @@ struct HandBackCase {
   const char* text;
 };
 
-TEST_F(NativeLimitTest, handsBackWhatTheSliderCanShow) {
+TEST_F(NativeLimitTest, handsBackWhatTheSliderOffers) {
   for (const HandBackCase& example :
        {HandBackCase{75, 100, "off"}, HandBackCase{79, 100, "off"}, HandBackCase{80, 80, "80%"},
         HandBackCase{81, 100, "off"}, HandBackCase{83, 100, "off"}, HandBackCase{85, 85, "85%"},
@@ -1117,13 +1117,13 @@ TEST_F(NativeLimitTest, reportsWhenTheHandBackIsRefused) {
   EXPECT_THAT(newLines(), ElementsAre("macOS limit handed back: off ⚠️ refused"));
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThatItNeverTook) {
+TEST_F(NativeLimitTest, handsNothingBackIfItNeverSetTheLimit) {
   handBackNative();
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThroughAnotherGateOrNone) {
+TEST_F(NativeLimitTest, handsNothingBackWithAnotherGateOrNone) {
   gNativeBefore = 85;
   gGate = ChargeGate{ChargeKeys::chte, AdapterCutKey::none};
   handBackNative();
@@ -1145,7 +1145,7 @@ TEST_F(NativeLimitTest, handsNothingBackTwiceWhileItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackAgainOverWhatTheUserChoseAfterTheFirstTime) {
+TEST_F(NativeLimitTest, handsBackAgainOverALaterChoiceOfTheUser) {
   slider(90);
   drive();
   forgetLines();
@@ -1167,7 +1167,7 @@ TEST_F(NativeLimitTest, writesItsLimitAgainAfterAHandBack) {
 
 // -- After a purge
 
-TEST_F(NativeLimitTest, restsAfterAPurge) {
+TEST_F(NativeLimitTest, doesNothingAfterAPurge) {
   ticks(1);
   gPurged = true;
   forgetLines();

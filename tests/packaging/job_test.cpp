@@ -64,7 +64,7 @@ void expectJob(const std::string& text, const Words& arguments) {
   EXPECT_EQ(textOf(at("StandardErrorPath")), "/Library/Logs/Brisko/daemon.err.log");
 }
 
-TEST(Job, isWhatTheLaunchServiceNeedsToKnow) {
+TEST(Job, containsWhatLaunchdNeeds) {
   expectJob(contents(std::string(BRISKO_PACKAGING) + "/com.brisko.daemon.plist"), {programFile});
 }
 
@@ -76,7 +76,7 @@ TEST(Job, isTheSameOnceInstalled) {
   expectJob(mac.job().value_or(""), {programFile});
 }
 
-TEST(Job, namesTheAppAsItIsWritten) {
+TEST(Job, namesTheAppExactly) {
   const ScratchMac mac;
   const std::string app = R"(/Applications/A \ "B" & <C>.app)";
   mac.putApp(app);

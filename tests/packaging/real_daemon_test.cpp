@@ -64,7 +64,7 @@ TEST_F(RealDaemon, givesTheChargeBackWhenTheUninstallerRunsIt) {
   expectNothingLeft();
 }
 
-TEST_F(RealDaemon, needNotRunAgainAfterItsOrderlyExit) {
+TEST_F(RealDaemon, isNotRunAgainAfterAnOrderlyExit) {
   holdAndEnd(SIGTERM);
 
   const Finished run = uninstall();

@@ -28,7 +28,7 @@ TEST(ClockContract, beginsWithTheMachine) {
   expectTime(uptime(), 250);
 }
 
-TEST(ClockContract, runsOnDuringAPauseAndAsLongAsAsked) {
+TEST(ClockContract, advancesDuringAPauseByItsLength) {
   const ContractMachine mac;
   const double wallBefore = wallNow();
   const double uptimeBefore = uptime();
@@ -47,7 +47,7 @@ TEST(ClockContract, hasFractionsOfASecond) {
   }
 }
 
-TEST(ClockContract, doesNotPauseForNothing) {
+TEST(ClockContract, doesNotPauseForZeroSeconds) {
   const ContractMachine mac;
   const double before = uptime();
   pause(0);
@@ -64,7 +64,7 @@ TEST(ClockContract, uptimeNeverStepsBack) {
   }
 }
 
-TEST(ClockContract, wallClockStepsBackAloneWhenSomebodySetsIt) {
+TEST(ClockContract, onlyTheWallClockStepsBackWhenItIsSet) {
   ContractMachine mac;
   const double wallBefore = wallNow();
   const double uptimeBefore = uptime();
@@ -82,7 +82,7 @@ TEST(ClockContract, aClockThatIsSetDuringAPauseIsSetAfterIt) {
   expectTime(wallNow(), before + 86'400 + 5);
 }
 
-TEST(ClockContractDeathTest, aSignalThatNobodyHandlesEndsAPause) {
+TEST(ClockContractDeathTest, aSignalWithoutAHandlerEndsAPause) {
   ContractMachine mac;
   mac.later(2, {.kind = ChangeKind::signal, .number = SIGTERM});
   EXPECT_EXIT(pause(60), ::testing::KilledBySignal(SIGTERM), "");

@@ -113,7 +113,7 @@ TEST_F(FileWatchContract, reportsNothingForReads) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsNothingFromBefore) {
+TEST_F(FileWatchContract, reportsNothingFromBeforeTheWatch) {
   test::put(path, "changed");
   test::setMode(path, 0600);
   (void)watch(path);
@@ -217,7 +217,7 @@ TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsReplacedBeforeItIsWatch
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatSomebodyHoldsOpen) {
+TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsStillOpen) {
   std::ofstream holder(path, std::ios::app);
   (void)watch(path);
   removeFile(path);
@@ -226,7 +226,7 @@ TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatSomebodyHoldsOpen) {
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
 }
 
-TEST_F(FileWatchContract, doesNotTakeANewFileForTheOneThatWasDeleted) {
+TEST_F(FileWatchContract, doesNotMistakeANewFileForTheDeletedOne) {
   (void)watch(path);
   removeFile(path);
   test::put(path, "new content");
@@ -235,7 +235,7 @@ TEST_F(FileWatchContract, doesNotTakeANewFileForTheOneThatWasDeleted) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsALinkThatComesAndGoes) {
+TEST_F(FileWatchContract, reportsALinkThatIsCreatedAndRemoved) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("second").c_str()), 0);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
@@ -246,7 +246,7 @@ TEST_F(FileWatchContract, reportsALinkThatComesAndGoes) {
 }
 
 // As an editor does that keeps the old file as a second link.
-TEST_F(FileWatchContract, reportsTheDeletionWhereAnOlderNameKeepsTheFile) {
+TEST_F(FileWatchContract, reportsADeletionAlsoIfAnotherLinkKeepsTheFile) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("backup").c_str()), 0);
   test::put(scratch.path("new"), "new content");
@@ -280,7 +280,7 @@ TEST_F(FileWatchContract, reportsAFolderThatIsRenamedAndFollowsIt) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, reportsAFolderThatIsDeletedWithAllThatIsInIt) {
+TEST_F(FileWatchContract, reportsAFolderThatIsDeletedWithItsContents) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(folder + "/Contents");
@@ -303,7 +303,7 @@ TEST_F(FileWatchContract, reportsAFolderThatAnotherOneReplaces) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, doesNotTakeWhatHappensInAFolderForTheFoldersOwn) {
+TEST_F(FileWatchContract, ignoresChangesInsideAWatchedFolder) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::put(folder + "/inside", "");
@@ -318,7 +318,7 @@ TEST_F(FileWatchContract, doesNotTakeWhatHappensInAFolderForTheFoldersOwn) {
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
 }
 
-TEST_F(FileWatchContract, watchesAFolderAndAnotherInIt) {
+TEST_F(FileWatchContract, watchesAFolderAndAnotherInsideIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(folder + "/Contents");
@@ -353,7 +353,7 @@ TEST_F(FileWatchContract, deliversAllThatHappensInOneIterationAsOneSet) {
   EXPECT_THAT(delivered(), ElementsAre("written extended attributes renamed"));
 }
 
-TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsIteration) {
+TEST_F(FileWatchContract, deliversWhatHappensUntilItsIterationAsOneSet) {
   (void)watch(path);
   append(path, "a");
   postMain([] {});
@@ -370,7 +370,7 @@ TEST_F(FileWatchContract, deliversInALaterIterationThanTheChange) {
   EXPECT_THAT(delivered(), ElementsAre("end of work", "written extended"));
 }
 
-TEST_F(FileWatchContract, deliversChangesThatTheHandlerMakesInAIterationOfTheirOwn) {
+TEST_F(FileWatchContract, deliversChangesByTheHandlerInASeparateIteration) {
   int left = 3;
   descriptor = *openForEvents(path);
   (void)watchFile(
@@ -440,7 +440,7 @@ TEST_F(FileWatchContract, deliversNothingMoreOnceItIsCancelled) {
   EXPECT_THAT(delivered(), ElementsAre("cancelled"));
 }
 
-TEST_F(FileWatchContract, deliversNothingOfAIterationInWhichItIsCancelled) {
+TEST_F(FileWatchContract, deliversNothingOfAnIterationInWhichItIsCancelled) {
   WatchToken second = 0;
   descriptor = *openForEvents(path);
   (void)watchFile(
@@ -495,7 +495,7 @@ TEST_F(FileWatchContract, tokensAreNeverZeroAndUnknownOnesAreIgnored) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, asksTheKernelNothingMoreOnceItIsCancelled) {
+TEST_F(FileWatchContract, removesItsKernelWatchOnceItIsCancelled) {
   if (!test::exists(kernelsList)) GTEST_SKIP() << "this system does not tell";
   const long before = questionsToTheKernel();
   const std::string folder = scratch.path("folder");
@@ -527,7 +527,7 @@ TEST_F(FileWatchContract, leavesNothingBehind) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-TEST_F(FileWatchContract, opensNothingWhereNothingIs) {
+TEST_F(FileWatchContract, opensNothingAtAMissingPath) {
   EXPECT_FALSE(openForEvents(scratch.path("missing")).has_value());
   EXPECT_FALSE(openForEvents(path + "/inside a file").has_value());
   EXPECT_FALSE(openForEvents("").has_value());
@@ -549,7 +549,7 @@ TEST_F(FileWatchContract, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
 }
 
 // As a removed file is that its holder still reaches.
-TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
+TEST_F(FileWatchContract, doesNotOpenAFileWithoutAName) {
   if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
   const std::string folder = scratch.path("folder");
   test::makeFolder(folder);
@@ -568,7 +568,7 @@ TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
   }
 }
 
-TEST_F(FileWatchContract, doesNotOpenWhatMayNotBeRead) {
+TEST_F(FileWatchContract, doesNotOpenAFileWithoutPermission) {
   test::setMode(path, 0200);
   ASSERT_EQ(::chmod(scratch.path().c_str(), 0755), 0);
   const test::Ended ended = test::inChild([&] {
@@ -578,7 +578,7 @@ TEST_F(FileWatchContract, doesNotOpenWhatMayNotBeRead) {
   EXPECT_EQ(ended.output, "not opened");
 }
 
-TEST_F(FileWatchContract, followsALinkToWhatItPointsAt) {
+TEST_F(FileWatchContract, followsALinkToItsTarget) {
   test::makeLink(scratch.path("link"), path);
   (void)watch(scratch.path("link"));
   append(path, "!");
@@ -589,7 +589,7 @@ TEST_F(FileWatchContract, followsALinkToWhatItPointsAt) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, opensAPipeWithoutWaitingForItsOtherEnd) {
+TEST_F(FileWatchContract, opensAPipeWithoutBlocking) {
   const std::string pipe = scratch.path("pipe");
   test::makePipe(pipe);
   (void)watch(pipe);

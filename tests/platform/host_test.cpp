@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-TEST(HostContract, runsTheMachinesSystem) {
+TEST(HostContract, reportsTheSystemVersionOfTheMachine) {
   const ContractMachine mac({.macOS = 15});
   EXPECT_EQ(osMajor(), 15);
 }
@@ -42,7 +42,7 @@ TEST(HostContract, returnsThePretendedSystemVersion) {
   EXPECT_EQ(osMajor(), 26) << "the machine itself pretends nothing";
 }
 
-TEST(HostContract, knowsTheRunningProgram) {
+TEST(HostContract, namesTheRunningProgram) {
   const ContractMachine mac;
   const auto path = executablePath();
   ASSERT_TRUE(path.has_value());
@@ -66,7 +66,7 @@ TEST(HostContract, hasAFolderForTemporaryFiles) {
   EXPECT_NE(folder.back(), '/');
 }
 
-TEST(HostContract, hasAVolumeAsOnAFreshMac) {
+TEST(HostContract, hasTheVolumeOfANewMac) {
   const ContractMachine mac;
   const std::string& root = volumeRoot();
   EXPECT_NE(root.back(), '/');

@@ -75,7 +75,7 @@ TEST(PowerSourcesContract, reportAnEarlierChangeOnlyInTheLoop) {
   EXPECT_EQ(told, 1);
 }
 
-TEST(PowerSourcesContract, reportAChangeThatAPieceOfWorkSawFirst) {
+TEST(PowerSourcesContract, reportAChangeEvenIfAPieceOfWorkHasReadIt) {
   ContractMachine mac;
   std::string trace;
   ASSERT_TRUE(addPowerSourceNotification([&] {
@@ -133,7 +133,7 @@ TEST(RegistryContract, showsOneProperty) {
   EXPECT_NE(*capabilities->asInteger() & 2, 0) << "an awake Mac has its display stack up";
 }
 
-TEST(RegistryContract, hasNothingUnderAnUnknownName) {
+TEST(RegistryContract, isEmptyForAnUnknownName) {
   const ContractMachine mac;
   EXPECT_EQ(registryProperties("NoSuchService"), nullptr);
   EXPECT_FALSE(registryProperty("NoSuchService", "CycleCount").has_value());

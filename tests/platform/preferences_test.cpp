@@ -83,7 +83,7 @@ TEST_F(PreferencesContract, keepsTheKindOfAValue) {
   EXPECT_EQ(integer(until()), 12);
 }
 
-TEST_F(PreferencesContract, removesWhatIsGivenNoValue) {
+TEST_F(PreferencesContract, removesAKeyThatIsSetToNothing) {
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   write(limit(), std::nullopt);
@@ -94,7 +94,7 @@ TEST_F(PreferencesContract, removesWhatIsGivenNoValue) {
   EXPECT_EQ(mac.record().limit.preferences[1], virtual_mac::Preference{});
 }
 
-TEST_F(PreferencesContract, takesEffectForOthersWhenSynchronised) {
+TEST_F(PreferencesContract, isVisibleToOthersWhenSynchronised) {
   EXPECT_EQ(inChild([] {
               write(limit(), 75);
               tell(std::to_string(integer(limit()).value_or(0)));
@@ -108,7 +108,7 @@ TEST_F(PreferencesContract, takesEffectForOthersWhenSynchronised) {
   EXPECT_EQ(integer(limit()), 70);
 }
 
-TEST_F(PreferencesContract, seesWhatOthersWroteMeanwhile) {
+TEST_F(PreferencesContract, readsWhatOthersWroteMeanwhile) {
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   mac.change({.kind = ChangeKind::limit, .number = 90});
@@ -150,7 +150,7 @@ TEST_F(PreferencesContract, synchronisesOneDomainAlone) {
   EXPECT_EQ(mac.record().limit.preferences[1], virtual_mac::Preference{});
 }
 
-TEST_F(PreferencesContract, reachesTheSystemWithANotification) {
+TEST_F(PreferencesContract, tellsTheSystemWithANotification) {
   write(feature(), 1);
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
@@ -170,7 +170,7 @@ TEST_F(PreferencesContract, survivesABoot) {
   EXPECT_EQ(machine.limit.preferences[1].integer, 75);
 }
 
-TEST(PreferencesWithoutAMachine, hasNone) {
+TEST(PreferencesWithoutAMachine, areEmpty) {
   setPreference(limitDomain, "mclLimitValue", 75);
   EXPECT_FALSE(preference(limitDomain, "mclLimitValue").has_value());
   EXPECT_FALSE(synchronizePreferences(limitDomain));

@@ -90,7 +90,7 @@ TEST_F(RunLoopContract, aTimerThatIsLateByAHundredIntervalsFiresOnce) {
   expectAt(times[1], 1212);
 }
 
-TEST_F(RunLoopContract, ofTimersDueAtTheSameInstantTheFirstAddedRunsFirst) {
+TEST_F(RunLoopContract, timersDueAtTheSameInstantRunInTheOrderAdded) {
   (void)addRepeatingTimer(12, saying("heartbeat"));
   (void)addRepeatingTimer(20, saying("statistics"));
   pause(60);
@@ -100,7 +100,7 @@ TEST_F(RunLoopContract, ofTimersDueAtTheSameInstantTheFirstAddedRunsFirst) {
 }
 
 // At 60 s both are due. The second has been waiting for longer, the first was added first.
-TEST_F(RunLoopContract, theOrderOfTimersStaysThatInWhichTheyWereAdded) {
+TEST_F(RunLoopContract, timersKeepTheOrderInWhichTheyWereAdded) {
   int statistics = 0;
   (void)addRepeatingTimer(12, saying("heartbeat"));
   (void)addRepeatingTimer(20, [&] {
@@ -186,7 +186,7 @@ TEST_F(RunLoopContract, postingRunsNothingAtOnce) {
   EXPECT_THAT(words, ElementsAre("later"));
 }
 
-TEST_F(RunLoopContract, workPostedByWorkRunsOnceThatIsDone) {
+TEST_F(RunLoopContract, workPostedByWorkRunsAfterIt) {
   postMain([&] {
     postMain(saying("posted"));
     postMain([] { stopMain(); });
@@ -196,7 +196,7 @@ TEST_F(RunLoopContract, workPostedByWorkRunsOnceThatIsDone) {
   EXPECT_THAT(words, ElementsAre("poster", "posted"));
 }
 
-TEST_F(RunLoopContract, workIsTakenFromOtherThreads) {
+TEST_F(RunLoopContract, workCanBePostedByOtherThreads) {
   std::thread::id ranOn;
   postMain([&] {
     std::thread other([&] {
@@ -233,7 +233,7 @@ TEST_F(RunLoopContract, delayedWorkRunsInTheOrderOfItsTimes) {
   EXPECT_THAT(words, ElementsAre("nothing", "a moment", "ten", "thirty"));
 }
 
-TEST_F(RunLoopContract, stoppingFinishesThePieceOfWorkInHand) {
+TEST_F(RunLoopContract, stoppingFinishesTheCurrentPieceOfWork) {
   postMain([&] {
     stopMain();
     words.push_back("finished");

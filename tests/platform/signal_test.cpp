@@ -54,7 +54,7 @@ TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {
   EXPECT_THAT(gEvents, ElementsAre("end of work", "SIGTERM"));
 }
 
-TEST(SignalContract, aHandlerComesBeforeTheNextPieceOfWork) {
+TEST(SignalContract, aHandlerRunsBeforeTheNextPieceOfWork) {
   const ContractMachine mac;
   installSignalHandler(SIGINT, tell);
   postMain([] { ::raise(SIGINT); });
@@ -128,7 +128,7 @@ void raiseTheOtherOne(int signal) {
   gEvents.emplace_back("end of handler");
 }
 
-TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
+TEST(SignalContract, bothSignalsAreBlockedWhileAHandlerRuns) {
   const ContractMachine mac;
   installSignalHandler(SIGINT, raiseTheOtherOne);
   installSignalHandler(SIGTERM, raiseTheOtherOne);
@@ -241,7 +241,7 @@ TEST(SignalContractDeathTest, withoutAHandlerASignalEndsTheProcessRightAfterItsE
   EXPECT_EXIT(exchangeTwice(connection), ::testing::KilledBySignal(SIGINT), "^first exchange done\n$");
 }
 
-TEST(SignalContract, aSignalThatCameBeforeTheControllerWasOpenedHitNobody) {
+TEST(SignalContract, aSignalFromBeforeTheControllerWasOpenedHasNoEffect) {
   ContractMachine mac;
   mac.change({.kind = ChangeKind::signal, .number = SIGTERM});
   const SmcConnection connection = openSmc().connection;

@@ -111,7 +111,7 @@ TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
   }
 }
 
-TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
+TEST_F(SystemPowerContract, sleepsWithoutAnAnswerAfterATimeout) {
   listen(false);
   later(10, ChangeKind::sleep);
   later(500, ChangeKind::wake);
@@ -203,7 +203,7 @@ TEST_F(SystemPowerContract, refusesARegistration) {
   runFor(20);
 }
 
-TEST_F(SystemPowerContract, ignoresAnAnswerToNoPort) {
+TEST_F(SystemPowerContract, ignoresAnAnswerWithoutAPort) {
   const PowerRegistration registration =
       registerSystemPower([](PowerMessage, std::intptr_t argument) { allowPowerChange(0, argument); });
   ASSERT_NE(registration.rootPort, 0U);
@@ -249,7 +249,7 @@ TEST_F(SystemPowerContract, reportsWhySchedulingFailed) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
-TEST(SystemPowerWithoutAMachine, isNotThere) {
+TEST(SystemPowerWithoutAMachine, isUnavailable) {
   const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
   EXPECT_EQ(registration.rootPort, 0U);
   EXPECT_FALSE(registration.notifying);

@@ -49,7 +49,7 @@ TEST(Decision, dischargesOnlyAboveTheTarget) {
   EXPECT_EQ(decideState(inputs), hold);
 }
 
-TEST(Decision, leavesADischargeThroughAHold) {
+TEST(Decision, endsADischargeWithAHold) {
   DecisionInputs inputs = at(81);
   inputs.state = discharge;
   inputs.dischargeNow = true;
@@ -130,7 +130,7 @@ TEST(Decision, followsACalibrationThatDrains) {
   EXPECT_EQ(decideState(inputs), hold);
 }
 
-TEST(Decision, drainsByItselfWhereThereIsNothingToCut) {
+TEST(Decision, allowsChargingInADrainIfTheAdapterCannotBeCut) {
   DecisionInputs inputs = at(50);
   inputs.calDrive = CalDrive{false, 15};
   inputs.adapterPresent = false;

@@ -69,7 +69,7 @@ TEST_F(Tick, doesNothingWhileDormantOrReleased) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Tick, continuesAfterAPurgeWhereTheKeysAreOurs) {
+TEST_F(Tick, continuesAfterAPurgeWhereTheDaemonWritesTheKeys) {
   mac.charge(90);
   gPurged = true;
   evaluate();
@@ -147,7 +147,7 @@ TEST_F(Tick, fallsBackToTheCommandLineForEveryUnreadableConfiguration) {
   }
 }
 
-TEST_F(Tick, letsTheCommandLineLowerTheFloor) {
+TEST_F(Tick, letsTheCommandLineSetTheLowerEdge) {
   gCliLower = 30;
   mac.settings("{\"limit\":80}");
   mac.charge(50);
@@ -203,7 +203,7 @@ TEST_F(Tick, endsWithoutAPowerReading) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Tick, neverSeesAChangeThatFellIntoATickWithoutAReading) {
+TEST_F(Tick, missesAChangeThatCameInATickWithoutAReading) {
   mac.charge(80);
   evaluate();
   mac.charge(77);
@@ -261,7 +261,7 @@ TEST_F(Tick, keepsHoldingInTheBandDownToTheFloor) {
   EXPECT_EQ(gState, ChargeState::allow);  // on the way up
 }
 
-TEST_F(Tick, takesAnUnknownPastForHavingReachedTheLimit) {
+TEST_F(Tick, holdsAtFirstIfItIsUnknownWhetherTheLimitWasReached) {
   mac.charge(77);
   evaluate();
   EXPECT_EQ(gState, ChargeState::hold);
@@ -275,7 +275,7 @@ TEST_F(Tick, chargesInsideTheBandWhenTheLimitIsKnownNotToHaveBeenReached) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Tick, startsUpwardsInTheTickThatChangesASetting) {
+TEST_F(Tick, chargesToTheLimitAfterAChangeOfASetting) {
   for (const char* change : {"{\"limit\":81}", "{\"limit\":81,\"discharge\":true}"}) {
     mac.charge(81);
     ticks(1);
@@ -289,7 +289,7 @@ TEST_F(Tick, startsUpwardsInTheTickThatChangesASetting) {
   }
 }
 
-TEST_F(Tick, knowsAtOnceThatADisabledTickIsNotAtTheLimit) {
+TEST_F(Tick, clearsTheLimitFlagAtOnceWhenDisabled) {
   mac.settings("{\"enabled\":false}");
   mac.charge(77);
   evaluate();
@@ -311,7 +311,7 @@ TEST_F(Tick, allowsWhenTheLimitIsOff) {
   EXPECT_EQ(gMode, LedMode::orange);
 }
 
-TEST_F(Tick, treatsEveryTickAsTheFirstWithANegativeLimit) {
+TEST_F(Tick, seesNoChangeOfSettingsWithANegativeLimit) {
   mac.settings("{\"limit\":-5}");
   mac.charge(20);
   evaluate();
@@ -338,7 +338,7 @@ TEST_F(Tick, allowsOnBattery) {
   EXPECT_THAT(summary(), HasSubstr("  battery  state=allow  LED=system"));
 }
 
-TEST_F(Tick, opensChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
+TEST_F(Tick, allowsChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   evaluate();
@@ -415,7 +415,7 @@ TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   EXPECT_THAT(newLines(), Contains(line).Times(1));
 }
 
-TEST_F(Tick, startsInADarkWakeWithTheWishForADischargeAlone) {
+TEST_F(Tick, waitsForTheFullWakeAlsoIfItStartsInADarkWake) {
   darkWake();
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
@@ -438,7 +438,7 @@ TEST_F(Tick, logsNoDarkWakeWithoutAReasonToDischarge) {
   EXPECT_THAT(newLines(), Each(Not(HasSubstr("maintenance"))));
 }
 
-TEST_F(Tick, takesUnreadableCapabilitiesForAFullWake) {
+TEST_F(Tick, countsUnreadableCapabilitiesAsAFullWake) {
   mac.number(ChangeKind::capabilities, -1);
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
@@ -446,7 +446,7 @@ TEST_F(Tick, takesUnreadableCapabilitiesForAFullWake) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(Tick, repeatsTheDarkWakeLineAfterASpellWithoutCapabilities) {
+TEST_F(Tick, repeatsTheDarkWakeLineAfterATimeWithoutCapabilities) {
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
   darkWake();
@@ -499,7 +499,7 @@ TEST_F(Tick, rearmsTheDischargeWithEachOfTheThreeSettingsAndWithNoOther) {
   EXPECT_TRUE(gDischargeBroken);
 }
 
-TEST_F(Tick, namesTheSettingsWhenTheyChangeInThePassThatSeesTheUnplug) {
+TEST_F(Tick, namesTheSettingsIfTheyChangeInTheTickThatSeesTheUnplug) {
   mac.charge(85);
   evaluate();
   gDischargeBroken = true;
@@ -568,7 +568,7 @@ TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
   EXPECT_EQ(gAtLimit, false);
 }
 
-TEST_F(Tick, goesByTheBandAgainInThePassThatEndsATopUp) {
+TEST_F(Tick, usesTheBandAgainInTheTickThatEndsATopUp) {
   mac.settings("{\"topUp\":true,\"topUpHours\":1,\"discharge\":true}");
   mac.charge(85);
   evaluate();
@@ -581,7 +581,7 @@ TEST_F(Tick, goesByTheBandAgainInThePassThatEndsATopUp) {
   EXPECT_THAT(summary(), StartsWith("cap 80%+discharge  batt"));
 }
 
-TEST_F(Tick, endsATopUpWhenTheAdapterGoes) {
+TEST_F(Tick, endsATopUpWhenTheAdapterIsUnplugged) {
   mac.settings("{\"topUp\":true}");
   mac.charge(85);
   evaluate();
@@ -624,7 +624,7 @@ TEST_F(Tick, neverDropsATopUpOfEndlessHours) {
   EXPECT_NE(gTopUpSince, 0);
 }
 
-TEST_F(Tick, endsATopUpAskedForOnBatteryAtOnce) {
+TEST_F(Tick, endsATopUpRequestedOnBatteryAtOnce) {
   mac.unplug();
   mac.settings("{\"topUp\":true}");
   evaluate();
@@ -633,13 +633,13 @@ TEST_F(Tick, endsATopUpAskedForOnBatteryAtOnce) {
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(Tick, forgetsATopUpThatIsNoLongerAskedFor) {
+TEST_F(Tick, forgetsATopUpThatIsNoLongerRequested) {
   gTopUpSince = 5;
   evaluate();
   EXPECT_EQ(gTopUpSince, 0);
 }
 
-TEST_F(Tick, writesBackAOneShotThatTheSameTickHadCleared) {
+TEST_F(Tick, writesBackARequestThatTheSameTickHadCleared) {
   mac.unplug();
   mac.settings("{\"topUp\":true,\"resetStats\":true}");
   evaluate();
@@ -675,7 +675,7 @@ TEST_F(Tick, pausesForHeatAndResumes3DegreesBelow) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Tick, endsThePauseWithoutAReadingAPlugOrTheWish) {
+TEST_F(Tick, endsThePauseWithoutAReadingOrAnAdapterOrWhenSwitchedOff) {
   const auto pause = [&] {
     mac.settings("{\"thermal\":true}");
     mac.plugIn();
@@ -727,7 +727,7 @@ TEST_F(Tick, followsTheCalibration) {
   EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→10%  batt"));
 }
 
-TEST_F(Tick, leavesTheTopUpAsideDuringACalibration) {
+TEST_F(Tick, ignoresTheTopUpDuringACalibration) {
   mac.settings("{\"topUp\":true,\"calibrate\":true}");
   gTopUpSince = 5;
   inPhase(CalPhase::fill);
@@ -746,7 +746,7 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
 }
 
 // Each step leaves its trace before the next one: where the status aborts, all before it is done.
-TEST_F(Tick, verifiesThenShowsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
+TEST_F(Tick, verifiesThenSetsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
   mac.charge(90);
   evaluate();
   mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode("ACLC")});
@@ -765,7 +765,7 @@ TEST_F(Tick, verifiesThenShowsTheLightThenLogsTheSummaryThenPublishesTheStatusTh
   EXPECT_EQ(mac.read(historyFile), samples);
 }
 
-TEST_F(Tick, bearsTheLongestSoakTimeThatFits) {
+TEST_F(Tick, acceptsTheLongestSoakTimeThatFits) {
   mac.settings("{\"calSoakMinutes\":153722867280912930}");
   evaluate();
   EXPECT_THAT(newLines(), Not(IsEmpty()));
@@ -780,7 +780,7 @@ TEST_F(Tick, leavesTheLightToTheSystemWhenAsked) {
   EXPECT_EQ(gMode, LedMode::system);
 }
 
-TEST_F(Tick, isOrangeWhereChargingIsAllowedAtTheTarget) {
+TEST_F(Tick, showsOrangeIfChargingIsAllowedAtTheTarget) {
   mac.settings("{\"enabled\":false}");
   mac.charge(50);
   evaluate();
@@ -814,7 +814,7 @@ TEST_F(Tick, showsAQuestionMarkWithoutATemperature) {
   EXPECT_THAT(summary(), HasSubstr("  batt 70%  ?  ac  "));
 }
 
-TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
+TEST_F(Tick, readsTheAdapterAgainWhereverItMatters) {
   // The cut that a tick makes does not hide the adapter from the light chosen later in the same tick.
   mac.settings("{\"discharge\":true}");
   mac.charge(90);

@@ -91,7 +91,7 @@ TEST(LiveControl, refusesSettingsThatItCannotRead) {
   expectDone(app(mac, {"apply", "{}"}));
 }
 
-TEST(LiveControl, givesAStrangerNothingAndChangesNothing) {
+TEST(LiveControl, ignoresAClientThatDoesNotMeetTheRequirement) {
   const LiveMac mac({"--charge", "80"});
   mac.settings("{\"limit\":80}");
   const auto daemon = servingDaemon(mac);
@@ -111,7 +111,7 @@ TEST(LiveControl, givesAStrangerNothingAndChangesNothing) {
   expectDone(app(mac, {"release"}));
 }
 
-TEST(LiveControl, letsEverybodyInWhenTheDaemonIsUnsignedAndWarnsEachTime) {
+TEST(LiveControl, admitsEveryClientOfAnUnsignedDaemonAndWarnsEachTime) {
   const LiveMac mac;
   static_cast<void>(mac.vmac("fault", {"daemon-unsigned"}));
   const auto daemon = servingDaemon(mac);
@@ -140,7 +140,7 @@ TEST(LiveControl, doesNotAnswerWithoutADaemon) {
   EXPECT_TRUE(eventually([&] { return app(mac, {"release"}).status == 0; }));
 }
 
-TEST(LiveControl, staysWithTheFirstOfTwoDaemons) {
+TEST(LiveControl, isServedByTheFirstOfTwoDaemons) {
   const LiveMac mac;
   const auto first = servingDaemon(mac);
   const auto second = mac.daemon();
@@ -236,7 +236,7 @@ class Rhythm {
   int changes_ = 0;
 };
 
-TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
+TEST(LiveControl, answersTenThousandRequestsAtOnceAndKeepsItsHeartbeat) {
   constexpr int each = 5000;
   const LiveMac mac({"--charge", "80", "--speed", "200"});
   mac.settings("{\"limit\":80}");
@@ -301,7 +301,7 @@ const std::string dormancy =
 // Ten minutes take a second or two.
 constexpr const char* hurry = "400";
 
-TEST(LiveApp, thatIsDeletedLetsTheDaemonGiveEverythingBackAndGoDormant) {
+TEST(LiveApp, isDeletedAndTheDaemonGivesEverythingBackAndBecomesDormant) {
   const LiveMac mac({"--charge", "90", "--speed", hurry});
   mac.settings("{\"discharge\":true}");
   const auto daemon = mac.daemon({"--app", appPath});
@@ -332,7 +332,7 @@ TEST(LiveApp, thatIsDeletedLetsTheDaemonGiveEverythingBackAndGoDormant) {
   EXPECT_FALSE(daemon->ends(0));
 }
 
-TEST(LiveApp, thatComesBackInTimeLeavesOneLineBehind) {
+TEST(LiveApp, causesOneLineIfItReturnsInTime) {
   const LiveMac mac({"--charge", "80", "--speed", hurry});
   const auto daemon = mac.daemon({"--app", appPath});
   ASSERT_TRUE(mac.logs("→ state: hold"));
@@ -349,7 +349,7 @@ TEST(LiveApp, thatComesBackInTimeLeavesOneLineBehind) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(LiveApp, thatIsMovedAwayCountsAsGoneAndANewDaemonFindsItAgain) {
+TEST(LiveApp, countsAsGoneWhenItIsMovedAndIsFoundByANewDaemon) {
   const LiveMac mac({"--charge", "80", "--speed", hurry});
   const auto daemon = mac.daemon({"--app", appPath});
   ASSERT_TRUE(mac.logs("→ state: hold"));
@@ -366,7 +366,7 @@ TEST(LiveApp, thatIsMovedAwayCountsAsGoneAndANewDaemonFindsItAgain) {
 // ---------------------------------------------------------------------------------------------------------
 // What the program says
 
-TEST(VmacApp, touchesTheBundleOnTheMachinesVolume) {
+TEST(VmacApp, changesTheBundleOnTheMachinesVolume) {
   const LiveMac mac;
   const std::string bundle = mac.folder() + "/volume" + appPath;
   ASSERT_TRUE(test::exists(bundle));
@@ -382,7 +382,7 @@ TEST(VmacApp, touchesTheBundleOnTheMachinesVolume) {
   EXPECT_EQ(app(mac, {"restore"}).status, 1);
 }
 
-TEST(VmacApp, bringsBackWhatWasMoved) {
+TEST(VmacApp, restoresAMovedBundle) {
   const LiveMac mac;
   test::put(mac.folder() + "/volume" + appPath + "/mark", "ours");
   static_cast<void>(mac.vmac("app", {"move"}));
@@ -390,7 +390,7 @@ TEST(VmacApp, bringsBackWhatWasMoved) {
   EXPECT_EQ(test::contents(mac.folder() + "/volume" + appPath + "/mark"), "ours");
 }
 
-TEST(VmacApp, complainsOfWordsThatMakeNoSense) {
+TEST(VmacApp, reportsInvalidArguments) {
   const LiveMac mac;
   for (const Words& words : {Words{}, Words{"dance"}, Words{"apply"}, Words{"purge", "{}"},
                              Words{"release", "--as", "nobody"}, Words{"delete", "now"}}) {
@@ -401,7 +401,7 @@ TEST(VmacApp, complainsOfWordsThatMakeNoSense) {
   EXPECT_TRUE(test::exists(mac.folder() + "/volume" + appPath));
 }
 
-TEST(VmacApp, complainsOfAFolderThatIsNoMachine) {
+TEST(VmacApp, reportsAFolderThatIsNotAMachine) {
   const test::ScratchFolder scratch;
   const Finished finished = run("brisko-vmac", {"app", scratch.path(), "release"});
   EXPECT_EQ(finished.status, 1);

@@ -74,7 +74,7 @@ struct BrokenFolder : ::testing::Test {
   }
 };
 
-TEST_F(BrokenFolder, thatIsMissingIsReportedInOneLine) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsMissing) {
   const std::string folder = scratch.path() + "/nowhere";
   const Finished finished = start(folder);
   expectOneClearLine(finished);
@@ -82,19 +82,19 @@ TEST_F(BrokenFolder, thatIsMissingIsReportedInOneLine) {
   EXPECT_FALSE(test::exists(folder));
 }
 
-TEST_F(BrokenFolder, thatIsEmptyIsReportedInOneLineAndStaysEmpty) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsEmptyAndStaysEmpty) {
   expectOneClearLine(start(scratch.path()));
   EXPECT_FALSE(test::exists(scratch.path() + "/machine"));
   EXPECT_FALSE(test::exists(scratch.path() + "/volume"));
 }
 
-TEST_F(BrokenFolder, thatIsNotOursIsReportedInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsNoMachineAndLeftAlone) {
   test::put(scratch.path() + "/machine", "somebody else's file");
   expectOneClearLine(start(scratch.path()));
   EXPECT_EQ(test::contents(scratch.path() + "/machine"), "somebody else's file");
 }
 
-TEST_F(BrokenFolder, thatIsHalfWrittenIsReportedInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsHalfWrittenAndLeftAlone) {
   const LiveMac mac;
   const std::string whole = test::contents(mac.folder() + "/machine");
   for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() / 2, whole.size() - 1}) {
@@ -119,7 +119,7 @@ TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
 }
 
 // What starts the daemon may ignore or block the signals that end it: both are handed on to it.
-TEST(LiveDaemon, endsInOrderAlsoByASignalThatItsStarterIgnoredOrBlocked) {
+TEST(LiveDaemon, exitsInOrderOnASignalThatItsParentIgnoredOrBlocked) {
   for (const char* macOS : {"26", "27"}) {
     for (const char* inherited : {"--ignore-signal=INT,TERM", "--block-signal=INT,TERM"}) {
       for (const int number : {SIGINT, SIGTERM}) {
@@ -177,13 +177,13 @@ TEST(LiveDaemon, startsInHoldAfterAKillDuringAHold) {
   EXPECT_EQ(countOf(mac.log(), ", state=hold"), 1U);
 }
 
-TEST(LiveDaemon, leavesABatteryThatAgesWithoutIt) {
+TEST(LiveDaemon, leavesAMachineThatContinuesWithoutIt) {
   const LiveMac mac({"--charge", "50", "--speed", "2000"});
   const double before = mac.charge();
   ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // nobody runs, and it charges
 }
 
-TEST(LiveDaemon, noticesAPulledAdapterAtOnce) {
+TEST(LiveDaemon, noticesAnUnpluggedAdapterAtOnce) {
   const LiveMac mac({"--charge", "90"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("state=hold"));
@@ -227,7 +227,7 @@ class LiveEdit : public ::testing::Test {
   std::unique_ptr<Program> daemon;
 };
 
-TEST_F(LiveEdit, inPlaceTakesEffectBeforeTheHeartbeat) {
+TEST_F(LiveEdit, takesEffectBeforeTheHeartbeatWhenMadeInPlace) {
   mac.settings("{\"limit\":60}");
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
   EXPECT_TRUE(takesEffectAtOnce("→ state: hold"));
@@ -235,7 +235,7 @@ TEST_F(LiveEdit, inPlaceTakesEffectBeforeTheHeartbeat) {
   EXPECT_TRUE(takesEffectAtOnce("cap 65%"));
 }
 
-TEST_F(LiveEdit, byRenameTakesEffectBeforeTheHeartbeatEachTime) {
+TEST_F(LiveEdit, takesEffectBeforeTheHeartbeatEachTimeWhenMadeByRename) {
   for (const int limit : {60, 61, 62, 63, 64}) {
     replace("{\"limit\":" + std::to_string(limit) + "}");
     EXPECT_TRUE(takesEffectAtOnce("cap " + std::to_string(limit) + "%"));
@@ -245,13 +245,13 @@ TEST_F(LiveEdit, byRenameTakesEffectBeforeTheHeartbeatEachTime) {
   EXPECT_TRUE(takesEffectAtOnce("cap 66%"));
 }
 
-TEST_F(LiveEdit, ofPermissionsAloneIsSurvived) {
+TEST_F(LiveEdit, isSurvivedWhenItChangesPermissionsOnly) {
   ASSERT_EQ(::chmod(config.c_str(), 0600), 0);
   mac.settings("{\"limit\":60}");
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
 }
 
-TEST_F(LiveEdit, thatDeletesTheFileTakesEffectAtOnceAndTheNextFileWaitsForTheHeartbeat) {
+TEST_F(LiveEdit, takesEffectAtOnceWhenTheFileIsDeletedAndANewFileWaitsForTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   ASSERT_TRUE(takesEffectAtOnce("cap 60%"));
   ASSERT_EQ(::unlink(config.c_str()), 0);
@@ -262,7 +262,7 @@ TEST_F(LiveEdit, thatDeletesTheFileTakesEffectAtOnceAndTheNextFileWaitsForTheHea
   EXPECT_TRUE(mac.logs("cap 61%"));
 }
 
-TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
+TEST_F(LiveEdit, leaksNoDescriptorInAThousandEdits) {
   const auto descriptors = [&] {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
     return std::distance(begin(all), end(all));
@@ -286,7 +286,7 @@ TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
 // A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the
 // daemon has taken signals in hand, and its default effect ends a process that has changed nothing; or
 // everything is given back.
-TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
+TEST(LiveDaemon, givesEverythingBackWheneverASignalComes) {
   std::mt19937 random(20261121);
   int taken = 0;
   for (int round = 0; round < 40; ++round) {
@@ -350,7 +350,7 @@ TEST(LiveDaemon, writesDecimalPointsInEveryLocale) {
   EXPECT_THAT(log, ::testing::MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9]T.*"));
 }
 
-TEST(LiveDaemon, abortsOnALimitBeyondAllNumbersAndGivesNothingBack) {
+TEST(LiveDaemon, abortsOnALimitBeyond64BitsAndGivesNothingBack) {
   const LiveMac mac({"--charge", "90"});
   mac.settings("{\"limit\":1e300}");
   static_cast<void>(mac.vmac("key", {"CHTE=01000000"}));
@@ -361,7 +361,7 @@ TEST(LiveDaemon, abortsOnALimitBeyondAllNumbersAndGivesNothingBack) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(LiveDaemon, bearsEveryKindOfBadConfiguration) {
+TEST(LiveDaemon, survivesEveryKindOfBadConfiguration) {
   const LiveMac mac({"--charge", "50", "--speed", "100"});
   const auto daemon = mac.daemon({"--limit", "60"});
   ASSERT_TRUE(mac.logs("cap 60%"));
@@ -390,7 +390,7 @@ TEST(LiveDaemon, doesNotWaitForAPipeInPlaceOfItsConfiguration) {
   EXPECT_TRUE(mac.logs("cap 60%"));
 }
 
-TEST(LiveDaemon, isOneThread) {
+TEST(LiveDaemon, hasOneThread) {
   const LiveMac mac;
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 70%"));

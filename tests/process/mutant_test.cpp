@@ -118,7 +118,7 @@ TEST(Mutants, areCaughtByTheSelfTestInTheMatchingCheckAlone) {
 bool isForTheLab(const std::string& name) { return name.starts_with("watch"); }
 
 // A break of something that the self-test does not cover belongs here, beside the test that catches it.
-TEST(Mutants, areTheseAndNoOther) {
+TEST(Mutants, areTheListedOnes) {
   std::istringstream names(run("brisko-mutant", {}).output);
   std::set<std::string> listed;
   for (std::string name; std::getline(names, name);) {

@@ -29,7 +29,7 @@ void passFor(double machineSeconds) {
   static_cast<void>(::nanosleep(&wait, nullptr));
 }
 
-TEST(LiveSleep, isPausedUntilItIsWoken) {
+TEST(LiveSleep, pausesTheDaemonUntilAWake) {
   const LiveMac mac({"--charge", "80", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 80%"));
@@ -50,7 +50,7 @@ TEST(LiveSleep, isPausedUntilItIsWoken) {
   })) << "the timers run on";
 }
 
-TEST(LiveSleep, isLeftForADarkWakeInWhichTheTimersRun) {
+TEST(LiveSleep, isInterruptedByADarkWakeInWhichTimersRun) {
   const LiveMac mac({"--charge", "80", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 80%"));
@@ -93,7 +93,7 @@ TEST(LiveSleep, doesNotWaitForADaemonThatWasKilled) {
   EXPECT_TRUE(falls(mac));
 }
 
-TEST(LiveSleep, letsADaemonEndThatIsTold) {
+TEST(LiveSleep, endsADaemonThatGetsASignal) {
   const LiveMac mac({"--charge", "72", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 72%"));

@@ -17,7 +17,7 @@ double realNow() {
 }
 
 // The file is overwritten in place, so a reader may meet it empty or cut, but never for long.
-TEST(LiveStatus, isAWholeObjectWithin50MillisecondsForAReaderThatNeverRests) {
+TEST(LiveStatus, isWholeWithin50MillisecondsForAReaderThatReadsContinuously) {
   constexpr double patience = 0.05;
   const test::LiveMac mac({"--charge", "50", "--speed", "2000"});
   const std::string path = mac.folder() + "/volume/Library/Application Support/Brisko/status.json";

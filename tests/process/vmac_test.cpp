@@ -60,7 +60,7 @@ TEST(Vmac, makesAMacWhoseKeysAreClosed) {
   EXPECT_TRUE(mac.logs("charging via nothing: macOS 27 closed the keys Brisko writes, observing only"));
 }
 
-TEST(Vmac, letsTheDaemonBeStartedByAnotherUserThanRoot) {
+TEST(Vmac, canStartTheDaemonAsAnotherUserThanRoot) {
   const LiveMac mac;
   mac.vmac("set", {"user=501"});
   const auto refused = mac.daemon();
@@ -79,7 +79,7 @@ TEST(Vmac, refusesAFolderThatIsNotEmpty) {
   EXPECT_EQ(test::contents(mac.folder() + "/machine"), before);
 }
 
-TEST(Vmac, complainsOfWhatItIsNotTold) {
+TEST(Vmac, reportsMissingAndInvalidArguments) {
   expectComplaint(run("brisko-vmac", {}), 2, "");
   expectComplaint(run("brisko-vmac", {"dance"}), 2, "");
   expectComplaint(run("brisko-vmac", {"show"}), 2, "folder");
@@ -90,7 +90,7 @@ TEST(Vmac, complainsOfWhatItIsNotTold) {
   EXPECT_FALSE(test::exists(scratch.path() + "/a"));
 }
 
-TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
+TEST(Vmac, reportsAFolderThatIsNotAMachine) {
   const test::ScratchFolder scratch;
   for (const char* verb : {"show", "plug", "unplug", "sleep", "wake", "boot", "shutdown", "watch"}) {
     const Finished finished = run("brisko-vmac", {verb, scratch.path()});
@@ -124,7 +124,7 @@ TEST(Vmac, setsValuesByName) {
   EXPECT_THAT(mac.vmac("show"), HasSubstr("temperature  41."));
 }
 
-TEST(Vmac, changesNothingWhenOneWordOfManyIsWrong) {
+TEST(Vmac, changesNothingIfOneOfSeveralArgumentsIsInvalid) {
   const LiveMac mac({"--charge", "70"});
   for (const Words& words :
        {Words{"charge=20", "chrage=30"}, Words{"charge=20", "load=heavy"}, Words{"charge=20", "charge=101"},
@@ -136,7 +136,7 @@ TEST(Vmac, changesNothingWhenOneWordOfManyIsWrong) {
   EXPECT_NEAR(mac.charge(), 70, 0.6);
 }
 
-TEST(Vmac, writesKeysAsSomebodyElseWould) {
+TEST(Vmac, writesKeysAsAnotherProgramWould) {
   const LiveMac mac;
   static_cast<void>(mac.vmac("key", {"CHTE=01000000", "ACLC=03"}));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
@@ -155,7 +155,7 @@ TEST(Vmac, reportsTheJournalOfWrites) {
   EXPECT_NE(shown.find("write CHTE 01000000"), std::string::npos);
 }
 
-TEST(Vmac, doesUnkindThings) {
+TEST(Vmac, injectsFaults) {
   const LiveMac mac;
   const Finished list = run("brisko-vmac", {"faults"});
   EXPECT_EQ(list.status, 0);
@@ -166,7 +166,7 @@ TEST(Vmac, doesUnkindThings) {
   expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
 }
 
-TEST(Vmac, makesAMacWithTheLimitOfMacOSAndMovesItsSlider) {
+TEST(Vmac, makesAMacWithItsOwnLimitAndMovesItsSlider) {
   const LiveMac mac({"--macos", "27", "--speed", "100"});
   EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for none\n"));
   static_cast<void>(mac.vmac("set", {"limit=85"}));
@@ -182,14 +182,14 @@ TEST(Vmac, makesAMacWithTheLimitOfMacOSAndMovesItsSlider) {
   expectComplaint(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
 }
 
-TEST(Vmac, showsWhatPeopleAskedOfTheLimitBeforeItIsTaken) {
+TEST(Vmac, showsARequestedLimitBeforeItIsApplied) {
   const LiveMac mac({"--macos", "27"});
   static_cast<void>(mac.vmac("set", {"limit-delay=600", "limit=85", "charge-to-full=3600"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for 85 %, to full until 20"));
   EXPECT_THAT(mac.vmac("show"), HasSubstr(" UTC, taken in "));
 }
 
-TEST(Vmac, makesAMacWithoutTheLimitOfMacOS) {
+TEST(Vmac, makesAMacWithoutALimitOfItsOwn) {
   const std::string without = "limit        this macOS has none\n";
   EXPECT_THAT(LiveMac({"--macos", "27", "--no-limit"}).vmac("show"), HasSubstr(without));
   EXPECT_THAT(LiveMac({"--macos", "25"}).vmac("show"), HasSubstr(without));
@@ -226,7 +226,7 @@ TEST(Boot, endsTheDaemonOnCtrlCToo) {
   EXPECT_EQ(mac.key("CHTE"), "00000000");
 }
 
-TEST(Boot, startsTheDaemonAgainWhenItEndsAndKeepsTheStartsApart) {
+TEST(Boot, startsTheDaemonAgainWithADelayWhenItEnds) {
   const LiveMac mac({"--charge", "90", "--speed", "10", "--gate", "none"});
   // Without a gate the daemon ends at once, every time.
   Program boot("brisko-vmac", {"boot", mac.folder()});
@@ -249,7 +249,7 @@ TEST(Boot, bootsAMachineOnce) {
   EXPECT_TRUE(boot.ends());
 }
 
-TEST(Boot, startsTheUptimeAnew) {
+TEST(Boot, resetsTheUptime) {
   const LiveMac mac({"--uptime", "100000", "--speed", "1"});
   Program boot("brisko-vmac", {"boot", mac.folder()});
   ASSERT_TRUE(mac.logs("batt 70%"));
@@ -272,13 +272,13 @@ TEST(Boot, leavesNoLockBehindWhenItIsKilled) {
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "brisko-daemon started") == 2; }));
 }
 
-TEST(Boot, complainsOfADaemonThatCanNotBeStarted) {
+TEST(Boot, reportsADaemonThatCannotBeStarted) {
   const LiveMac mac;
   expectComplaint(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
                   "/nowhere/brisko-daemon");
 }
 
-TEST(Boot, handsArgumentsToTheDaemon) {
+TEST(Boot, passesArgumentsToTheDaemon) {
   const LiveMac mac;
   Program boot("brisko-vmac", {"boot", mac.folder(), "--", "--limit", "66"});
   EXPECT_TRUE(mac.logs("cap 66%"));

@@ -105,7 +105,7 @@ TEST(LogWithWaitingReader, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(pipe.reading), pipe.filler);
 }
 
-TEST(LogWithWaitingReader, goesOnWithWholeLinesOnceItIsRead) {
+TEST(LogWithWaitingReader, resumesWithWholeLinesOnceItIsRead) {
   const LiveMac mac({"--charge", "90"});
   const FullPipe pipe;
   Program daemon("brisko-daemon", {}, on(mac), pipe.writing.number());
@@ -130,7 +130,7 @@ TEST(LogOnPausedTerminal, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(terminal.keyboard), "");
 }
 
-TEST(LogOnPausedTerminal, goesOnWithWholeLinesOnceItIsReleased) {
+TEST(LogOnPausedTerminal, resumesWithWholeLinesOnceItIsReleased) {
   const LiveMac mac({"--charge", "90"});
   Terminal terminal;
   Program daemon("brisko-daemon", {}, on(mac), terminal.output.number());
@@ -175,7 +175,7 @@ std::string answer(const Words& arguments, const test::Environment& environment,
 
 class WaitingReader : public ::testing::TestWithParam<bool> {};  // whether the pipe is non-blocking
 
-TEST_P(WaitingReader, isNotLost) {
+TEST_P(WaitingReader, losesNoOutput) {
   const LiveMac mac({"--model", "pro16", "--charge", "57", "--speed", "100"});
   for (const Words& arguments :
        {Words{"--version"}, Words{"--selftest"}, Words{"--probe"}, Words{"--probe", "--json"}}) {

@@ -56,7 +56,7 @@ TEST_F(FilesDocument, hasOneExampleOfEachFile) {
                                               "history/2026-03-01.jsonl", "daemon.log"));
 }
 
-TEST_F(FilesDocument, givesTheSettingsTheirDefaults) {
+TEST_F(FilesDocument, showsTheDefaultsOfTheSettings) {
   const Json settings = object("config.json");
   EXPECT_EQ(parseConfig(settings), Settings{});
   writeConfig(Settings{}, std::nullopt, std::nullopt, std::nullopt);

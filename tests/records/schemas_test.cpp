@@ -80,7 +80,7 @@ std::vector<Json> othersThan(const Json& value) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-TEST(Schemas, takeTheDocumentsThatAreRight) {
+TEST(Schemas, acceptValidDocuments) {
   std::set<std::string> seen;
   for (const auto& [kind, documents] : wholeDocuments()) {
     seen.insert(kind);
@@ -89,7 +89,7 @@ TEST(Schemas, takeTheDocumentsThatAreRight) {
   EXPECT_EQ(seen, std::set<std::string>(kinds.begin(), kinds.end()));
 }
 
-TEST(Schemas, refuseEveryOtherTypeUnderEveryKey) {
+TEST(Schemas, rejectEveryOtherTypeUnderEveryKey) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
       forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
@@ -103,7 +103,7 @@ TEST(Schemas, refuseEveryOtherTypeUnderEveryKey) {
   }
 }
 
-TEST(Schemas, refuseAnotherKeyInEveryObject) {
+TEST(Schemas, rejectAnUnknownKeyInEveryObject) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
       forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
@@ -117,7 +117,7 @@ TEST(Schemas, refuseAnotherKeyInEveryObject) {
 }
 
 // The keys that the objects at each place may do without; all others are needed.
-TEST(Schemas, missEveryKeyThatIsAlwaysThere) {
+TEST(Schemas, requireEveryKeyThatIsAlwaysPresent) {
   const std::set<std::string> runs = {"afterNominal", "afterRaw",    "beforeNominal", "beforeRaw",
                                       "cyclesBefore", "cyclesAfter", "design"};
   std::map<std::string, std::set<std::string>> optional = {
@@ -172,7 +172,7 @@ void expectFlaws(const std::vector<Edit>& edits) {
   }
 }
 
-TEST(Schemas, knowEveryNameThatCanStandThere) {
+TEST(Schemas, acceptEveryNameThatTheDaemonUses) {
   std::vector<Edit> edits;
   const auto names = [&](const std::string& kind, const std::string& place,
                          const std::vector<std::string>& known) {
@@ -194,7 +194,7 @@ TEST(Schemas, knowEveryNameThatCanStandThere) {
   expectFlaws(edits);
 }
 
-TEST(Schemas, keepTheRangesThatTheDaemonKeeps) {
+TEST(Schemas, enforceTheRangesOfTheDaemon) {
   expectFlaws({
       {"status", "/upper", 19, "minimum"},
       {"status", "/upper", 20, ""},
@@ -232,7 +232,7 @@ TEST(Schemas, acceptAnyChoiceOfTheUser) {
   });
 }
 
-TEST(Schemas, letAStatusContainARunOnlyDuringOne) {
+TEST(Schemas, allowARunInAStatusOnlyDuringACalibration) {
   const Json running = whole("status");
   Json idle = running;
   idle["cal"]["phase"] = "idle";
@@ -250,7 +250,7 @@ TEST(Schemas, letAStatusContainARunOnlyDuringOne) {
   EXPECT_THAT(flaw("status", began), Optional(HasSubstr("#/cal breaks \"oneOf\"")));
 }
 
-TEST(Schemas, letAProbeContainEitherAGateOrAReason) {
+TEST(Schemas, allowEitherAGateOrAReasonInAProbe) {
   const std::vector<Json> probes = wholeDocuments().at("probe");
   const Json& keys = probes[0];
   const Json& macOS = probes[1];
@@ -292,7 +292,7 @@ TEST(Schemas, letAProbeContainEitherAGateOrAReason) {
   }
 }
 
-TEST(Schemas, areAskedOfCompactSortedTextsOnly) {
+TEST(Schemas, requireACompactSortedText) {
   const std::string right = whole("statistics").dump();
   ASSERT_EQ(flawIn(right, "statistics"), std::nullopt);
   for (const std::string& text : {right + "\n", " " + right, whole("statistics").dump(1)}) {
@@ -334,7 +334,7 @@ class RecordCheck : public ::testing::Test {
 
 constexpr const char* line = "{\"g\":true,\"p\":80,\"s\":\"hold\",\"t\":1772352000}\n";
 
-TEST_F(RecordCheck, failsOnEachRecordWithAFlaw) {
+TEST_F(RecordCheck, failsOnEachInvalidRecord) {
   for (const auto& [kind, name] : std::map<std::string, std::string>{{"calibration", "calibration.json"},
                                                                      {"config", "config.json"},
                                                                      {"status", "status.json"},
@@ -349,7 +349,7 @@ TEST_F(RecordCheck, failsOnEachRecordWithAFlaw) {
   }
 }
 
-TEST_F(RecordCheck, reportsWhatAndWhere) {
+TEST_F(RecordCheck, reportsTheErrorAndItsPlace) {
   Json document = whole("statistics");
   document["since"] = 7;
   writeJsonFile(path("stats.json"), document);
@@ -357,14 +357,14 @@ TEST_F(RecordCheck, reportsWhatAndWhere) {
       look(), "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
 }
 
-TEST_F(RecordCheck, looksIntoFoldersInFolders) {
+TEST_F(RecordCheck, readsNestedFolders) {
   test::makeFolder(path("a"));
   test::makeFolder(path("a/b"));
   writeJsonFile(path("a/b/config.json"), Json::object());
   EXPECT_NONFATAL_FAILURE(look(), "/a/b/config.json\n  # breaks \"required\"");
 }
 
-TEST_F(RecordCheck, passesOverWhatTheTestPut) {
+TEST_F(RecordCheck, ignoresFilesThatTheTestPut) {
   test::put(path("config.json"), "{\"limit\":");
   look();
   test::put(path("config.json.new"), "{}");
@@ -437,7 +437,7 @@ std::set<std::string> keysIn(const std::vector<Json>& documents) {
   return keys;
 }
 
-TEST(Schemas, standOneForEachKindOfDocument) {
+TEST(Schemas, existForEachKindOfDocument) {
   std::vector<std::string> found;
   for (const auto& entry :
        std::filesystem::directory_iterator(std::string(BRISKO_TEST_DATA) + "/../../docs/schemas")) {
@@ -497,7 +497,7 @@ TEST(Schemas, agreeOnWhatTheyShare) {
   for (const auto& [name, definition] : calibration.items()) EXPECT_EQ(status[name], definition) << name;
 }
 
-TEST(Schemas, giveTheSettingsTheirDefaults) {
+TEST(Schemas, containTheDefaultsOfTheSettings) {
   const Json settings = whole("config");
   const Json properties = test::schemaOf("config")["properties"];
   for (const auto& [key, schema] : properties.items()) {

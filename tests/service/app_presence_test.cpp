@@ -59,7 +59,7 @@ TEST_F(Presence, isNotCheckedWithoutAPath) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Presence, forgetsAnAbsenceWithoutAWord) {
+TEST_F(Presence, endsAnAbsenceSilently) {
   gAppGoneSince = platform::wallNow() - 300;
   checkAppPresence();
   EXPECT_EQ(gAppGoneSince, std::nullopt);
@@ -80,14 +80,14 @@ TEST_F(Presence, isFoundInEitherPlace) {
   EXPECT_EQ(gAppGoneSince, platform::wallNow());
 }
 
-TEST_F(Presence, isAlsoThatOfAFileOfThatName) {
+TEST_F(Presence, countsAFileOfThatNameToo) {
   remove();
   mac.write(installed, "a file");
   checkAppPresence();
   EXPECT_EQ(gAppGoneSince, std::nullopt);
 }
 
-TEST_F(Presence, notesTheFirstSightOfAnAbsenceOnly) {
+TEST_F(Presence, recordsOnlyTheStartOfAnAbsence) {
   remove();
   const double first = platform::wallNow();
   checkAppPresence();
@@ -99,7 +99,7 @@ TEST_F(Presence, notesTheFirstSightOfAnAbsenceOnly) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Presence, isGivenUpAtTenMinutesAndNotBefore) {
+TEST_F(Presence, endsAfterTenMinutesOfAbsenceAndNotBefore) {
   goneFor(599.75);
   checkAppPresence();
   EXPECT_FALSE(gDormant);
@@ -108,7 +108,7 @@ TEST_F(Presence, isGivenUpAtTenMinutesAndNotBefore) {
   EXPECT_TRUE(gDormant);
 }
 
-TEST_F(Presence, givenUpHandsEverythingBackAndStopsTheLight) {
+TEST_F(Presence, handsEverythingBackAndStopsTheLightAtItsEnd) {
   mac.settings("{\"limit\":80}");
   evaluate();
   ASSERT_EQ(gMode, LedMode::blink);
@@ -133,7 +133,7 @@ TEST_F(Presence, givenUpHandsEverythingBackAndStopsTheLight) {
   EXPECT_EQ(events, 1) << "the end of this run; the light's timer is gone";
 }
 
-TEST_F(Presence, givenUpKeepsTheOtherMemoryOfTheState) {
+TEST_F(Presence, keepsOtherVariablesOfTheStateAtItsEnd) {
   gCutSince = 1;
   gCutRewrites = 2;
   gDriftLogged = true;
@@ -145,7 +145,7 @@ TEST_F(Presence, givenUpKeepsTheOtherMemoryOfTheState) {
   EXPECT_TRUE(gDriftLogged);
 }
 
-TEST_F(Presence, isSilentOnceGivenUp) {
+TEST_F(Presence, causesNoMoreLinesAfterItsEnd) {
   goneFor(600);
   checkAppPresence();
   static_cast<void>(newLines());
@@ -173,7 +173,7 @@ TEST_F(Presence, keepsOneDescriptorHoweverOftenTheAppIsReplaced) {
   EXPECT_EQ(test::openDescriptors(), before);
 }
 
-TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
+TEST_F(Presence, takesTheChargeAgainAtOnceWhenTheAppReturns) {
   mac.charge(90);
   mac.settings("{\"limit\":80}");
   goneFor(600);
@@ -192,14 +192,14 @@ TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
   EXPECT_EQ(lines[1], "→ state: hold");
 }
 
-TEST_F(Presence, thatLastedLeavesTheLimitOfMacOSAlone) {
+TEST_F(Presence, leavesTheLimitOfMacOSAloneWhileTheAppIsInstalled) {
   gNativeWritten = 80;
   checkAppPresence();
   EXPECT_EQ(gNativeWritten, 80);
 }
 
 // Such a bundle was watched anew for ever.
-TEST_F(Presence, isWatchedOnceWhereTheNameEndsLikeTheMarkOfADeletedApp) {
+TEST_F(Presence, isWatchedOnceIfTheNameEndsLikeTheMarkOfADeletedApp) {
   gAppPath = "/Applications/Brisko.app (deleted)";
   mac.write(*gAppPath + "/Contents/Info.plist", "<plist/>");
   watchApp();

@@ -41,7 +41,7 @@ TEST(BrokenPipe, doesNotEndTheDaemon) {
 }
 
 // The fake itself.
-TEST(BrokenPipe, endsAProcessWithDispatchHoweverMuchItsThreadShutsTheSignalOut) {
+TEST(BrokenPipe, endsAProcessWithDispatchEvenIfItsThreadBlocksTheSignal) {
   for (const bool withDispatch : {false, true}) {
     const auto ended = inChild([withDispatch] {
       if (withDispatch) {

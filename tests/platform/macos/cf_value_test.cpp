@@ -36,7 +36,7 @@ TEST(CFValue, keepsTextsOfEveryLength) {
   }
 }
 
-TEST(CFValue, makesNothingOfWhatNobodyWrites) {
+TEST(CFValue, convertsNoUnknownTypes) {
   EXPECT_EQ(objectOf({}).get(), nullptr);
   EXPECT_EQ(objectOf(List{1, 2}).get(), nullptr);
   EXPECT_EQ(objectOf(Dictionary{{"one", 1}}).get(), nullptr);

@@ -34,7 +34,7 @@ CFStringRef keptText() {
   return text.get();
 }
 
-TEST(Fakes, missNothingThatIsReleased) {
+TEST(Fakes, reportNothingIfEverythingIsReleased) {
   const test::VirtualMac mac;
   EXPECT_EQ(unreleased(), "");
   {
@@ -69,7 +69,7 @@ TEST(Fakes, countServices) {
   EXPECT_EQ(unreleased(), "");
 }
 
-TEST(Fakes, letATimerBeKeptUntilItIsInvalidated) {
+TEST(Fakes, allowATimerToBeHeldUntilItIsInvalidated) {
   const platform::TimerToken token = platform::addRepeatingTimer(12, [] {});
   EXPECT_EQ(unreleased(), "");
   platform::invalidateTimer(token);
@@ -78,7 +78,7 @@ TEST(Fakes, letATimerBeKeptUntilItIsInvalidated) {
 
 void servedInOneModeAlone(CFRunLoopTimerRef, void*) {}
 
-TEST(Fakes, reportWhatIsServedInOneModeAlone) {
+TEST(Fakes, reportSourcesThatAreServedInOneModeOnly) {
   const auto exitAfterwards = [] {
     const Owned<CFRunLoopTimerRef> timer(
         CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 12, 0, 0, servedInOneModeAlone, nullptr));
@@ -95,13 +95,13 @@ TEST(FakesDeathTest, endAProcessThatReleasesTooOften) {
   EXPECT_EXIT(CFRelease(kCFBooleanTrue), KilledBySignal(SIGABRT), "more often than it was retained");
 }
 
-TEST(FakesDeathTest, endAProcessThatTakesAPlainTextForAnObject) {
+TEST(FakesDeathTest, endAProcessThatUsesAPlainTextAsAnObject) {
   const Owned<CFMutableDictionaryRef> matching(IOServiceMatching("AppleSMC"));
   EXPECT_EXIT((void)CFDictionaryGetValue(matching.get(), plainText), KilledBySignal(SIGABRT),
               "this is no object");
 }
 
-TEST(FakesDeathTest, endAProcessThatTakesOneObjectForAnother) {
+TEST(FakesDeathTest, endAProcessThatMistakesTheTypeOfAnObject) {
   const Owned<CFStringRef> text = stringOf("a text");
   EXPECT_EXIT((void)CFArrayGetCount(static_cast<CFArrayRef>(static_cast<CFTypeRef>(text.get()))),
               KilledBySignal(SIGABRT), "of another type");
@@ -114,7 +114,7 @@ TEST(FakesDeathTest, endAProcessThatUsesAServiceAfterItsRelease) {
   EXPECT_EXIT(IOObjectRelease(service), KilledBySignal(SIGABRT), "this is no service");
 }
 
-TEST(FakesDeathTest, endAProcessThatReleasesASourceThatStillWatches) {
+TEST(FakesDeathTest, endAProcessThatReleasesAnActiveSource) {
   const dispatch_source_t source =
       dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
   EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "a suspended source");
@@ -123,14 +123,14 @@ TEST(FakesDeathTest, endAProcessThatReleasesASourceThatStillWatches) {
 }
 
 // A signal that is not ignored ends a Mac's process, whoever watches it.
-TEST(FakesDeathTest, watchNoSignalThatIsNotIgnored) {
+TEST(FakesDeathTest, endAProcessByAWatchedSignalThatIsNotIgnored) {
   const dispatch_source_t source =
       dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
   dispatch_resume(source);
   EXPECT_EXIT(::raise(SIGUSR1), KilledBySignal(SIGUSR1), "");
 }
 
-TEST(Fakes, takeNoAnswerThroughAnotherPort) {
+TEST(Fakes, acceptNoAnswerThroughAnotherPort) {
   const test::VirtualMac mac;
   EXPECT_NE(IOAllowPowerChange(0x904, 1), KERN_SUCCESS);
 }

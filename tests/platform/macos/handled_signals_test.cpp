@@ -75,7 +75,7 @@ class HandledSignals : public ::testing::Test {
   std::size_t errorsBefore = 0;
 };
 
-TEST_F(HandledSignals, endADaemonInItsMainThread) {
+TEST_F(HandledSignals, endADaemonOnItsMainThread) {
   holdMainThread(never, never);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
@@ -114,7 +114,7 @@ TEST_F(HandledSignals, giveTheChargeBackAlthoughTheMainThreadIsStuckInACall) {
   }
 }
 
-TEST_F(HandledSignals, areTakenUpByAMainThreadThatComesOutOfItsCallInTime) {
+TEST_F(HandledSignals, areHandledByTheMainThreadIfItsCallReturnsInTime) {
   holdMainThread(start + 30, start + 44.9);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
@@ -126,7 +126,7 @@ TEST_F(HandledSignals, areTakenUpByAMainThreadThatComesOutOfItsCallInTime) {
   EXPECT_THAT(mac.logLines(), Contains(StartsWith("Signal ")).Times(1));
 }
 
-TEST_F(HandledSignals, areNotTakenUpByAMainThreadThatComesOutOfItsCallTooLate) {
+TEST_F(HandledSignals, areNotHandledByTheMainThreadIfItsCallReturnsTooLate) {
   holdMainThread(start + 30, start + 45.1);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
@@ -156,7 +156,7 @@ TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
 }
 
 // It was about to stop charging: the first of two keys is written, and the second would be next.
-TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
+TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItsCallReturnsMeanwhile) {
   MachineOptions options;
   options.gate = GateKind::ch0b0c;
   VirtualMac other(options);
@@ -187,7 +187,7 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
 }
 
 // It was about to turn the light green, and hangs in the line before. The other thread logs all the same.
-TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
+TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItWasStuckInItsLog) {
   fakes::gBeforeAnswer = tellWhoWrites;
   fakes::gBeforeWrite = [cameOut = false](std::string_view text) mutable {
     const bool isLastLine = text.find("Signal 15: ") != std::string_view::npos;
@@ -214,7 +214,7 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
   EXPECT_EQ(other.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
 }
 
-TEST_F(HandledSignals, areLeftToAMainThreadThatHasTakenThemUp) {
+TEST_F(HandledSignals, areLeftToTheMainThreadOnceItHandlesThem) {
   fakes::gBeforeAnswer = [this](const platform::SmcRecord& asked) {
     tellWhoWrites(asked);
     const bool givesBack = virtual_mac::virtualNow() >= start + 40 && isWrite(asked);
@@ -230,7 +230,7 @@ TEST_F(HandledSignals, areLeftToAMainThreadThatHasTakenThemUp) {
 }
 
 // Who started the process may have shut the signal out, and it may have come since.
-TEST(HandledSignal, isTakenAlsoWhereItWasShutOutBefore) {
+TEST(HandledSignal, isHandledAlsoIfItWasBlockedBefore) {
   const VirtualMac mac;
   sigset_t terminate;
   sigemptyset(&terminate);

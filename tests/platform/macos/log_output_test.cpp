@@ -15,7 +15,7 @@
 namespace brisko {
 namespace {
 
-TEST(LogOutputOfTwoThreads, leavesOutALineThatComesInTheMiddleOfAnother) {
+TEST(LogOutputOfTwoThreads, dropsALineThatComesInTheMiddleOfAnother) {
   const std::string lengthy = std::string(6000, 'a') + "\n";  // more than a pipe takes in a piece
   const auto ended = test::inChild([&lengthy] {
     const int results = ::dup(STDOUT_FILENO);

@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-TEST(PowerSourcesWithoutNotification, reportThatThereIsNone) {
+TEST(PowerSourcesWithoutNotification, reportTheMissingNotification) {
   const test::VirtualMac mac;
   fakes::gNotifiesOfPowerSources = false;
   EXPECT_FALSE(platform::addPowerSourceNotification([] {}));

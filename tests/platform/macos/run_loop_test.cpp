@@ -8,7 +8,7 @@
 namespace brisko::platform {
 namespace {
 
-TEST(MacRunLoop, isFreeOfATimerThatWasInvalidated) {
+TEST(MacRunLoop, releasesATimerThatWasInvalidated) {
   const TimerToken one = addRepeatingTimer(12, [] {});
   const TimerToken other = addRepeatingTimer(60, [] {});
   EXPECT_EQ(fakes::timersScheduled(), 2U);

@@ -57,12 +57,12 @@ struct Trouble {
 
 class MacSmartChargeTrouble : public MacSmartCharge, public ::testing::WithParamInterface<Trouble> {};
 
-TEST_P(MacSmartChargeTrouble, ofAMissingMessageIsThatOfItsFunctionAlone) {
+TEST_P(MacSmartChargeTrouble, affectsOneFunctionIfAMessageIsMissing) {
   missingSelectors() = {GetParam().selector};
   EXPECT_EQ(answers(), GetParam().missing);
 }
 
-TEST_P(MacSmartChargeTrouble, ofAnExceptionIsThatOfItsFunctionAlone) {
+TEST_P(MacSmartChargeTrouble, affectsOneFunctionIfAMessageRaises) {
   raisingSelectors() = {GetParam().selector};
   EXPECT_EQ(answers(), GetParam().raising);
 }
@@ -79,9 +79,9 @@ INSTANTIATE_TEST_SUITE_P(Messages, MacSmartChargeTrouble,
                            return selector.substr(0, selector.find(':'));
                          });
 
-TEST_F(MacSmartCharge, isWellWhenNothingIsMissing) { EXPECT_EQ(answers(), Answers{}); }
+TEST_F(MacSmartCharge, worksIfNothingIsMissing) { EXPECT_EQ(answers(), Answers{}); }
 
-TEST_F(MacSmartCharge, isPresentWithoutAnythingButTheMessageThatSetsALimit) {
+TEST_F(MacSmartCharge, needsOnlyTheMessageThatSetsALimit) {
   missingSelectors() = {"initWithClientName:", "isMCLSupported",
                         "isMCLCurrentlyEnabled:", "getMCLLimitWithError:"};
   EXPECT_TRUE(smartChargeClassPresent());
@@ -89,7 +89,7 @@ TEST_F(MacSmartCharge, isPresentWithoutAnythingButTheMessageThatSetsALimit) {
   EXPECT_FALSE(smartChargeClassPresent());
 }
 
-TEST_F(MacSmartCharge, isMadeOnceAlsoWhenThatRaises) {
+TEST_F(MacSmartCharge, isCreatedOnceAlsoIfThatRaises) {
   raisingSelectors() = {"initWithClientName:"};
   EXPECT_EQ(answers(), noClient);
   raisingSelectors() = {};
@@ -106,7 +106,7 @@ TEST_F(MacSmartCharge, answersAgainOnceItNoLongerRaises) {
 }
 
 // The fake ends a process that does not look first.
-TEST(MacSmartChargeDeathTest, isNotSentWhatItDoesNotUnderstand) {
+TEST(MacSmartChargeDeathTest, getsNoMessageThatItDoesNotUnderstand) {
   const test::VirtualMac mac({.macOS = 27});
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   missingSelectors() = {"isMCLSupported"};

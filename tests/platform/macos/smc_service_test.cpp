@@ -35,7 +35,7 @@ class SmcAnswer : public test::OnVirtualMac {
   }
 };
 
-TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
+TEST_F(SmcAnswer, isPaddedWithZeroesIfItIsTooShort) {
   platform::SmcRecord question{'E', 'T', 'H', 'C'};  // what is CHTE?
   question[42] = 9;
   platform::SmcRecord all{};
@@ -53,7 +53,7 @@ TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
   }
 }
 
-TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
+TEST_F(SmcAnswer, isReadIfItContainsTheResultAndTheRequestedBytes) {
   mac.keyBytes("CHTE", {1, 2, 3, 4});
   for (const std::size_t bytes : {bytesAt + 4, bytesAt + 5, whole - 1, whole, whole + 8}) {
     fakes::gAnswerBytes = bytes;
@@ -64,7 +64,7 @@ TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
   }
 }
 
-TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
+TEST_F(SmcAnswer, holds32BytesOfALargerKeyAndNoneOfAnEmptyOne) {
   size("CHTE", 40);
   EXPECT_TRUE(isReadFrom("CHTE", whole));
   EXPECT_FALSE(isReadFrom("CHTE", whole - 1));
@@ -73,7 +73,7 @@ TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
   EXPECT_FALSE(isReadFrom("CHTE", resultAt));
 }
 
-TEST_F(SmcAnswer, toAWriteIsItsResult) {
+TEST_F(SmcAnswer, needsOnlyTheResultForAWrite) {
   const std::array<std::uint8_t, 4> stop{1, 0, 0, 0};
   fakes::gAnswerBytes = resultAt + 1;
   EXPECT_TRUE(writeKey("CHTE", stop));
@@ -81,7 +81,7 @@ TEST_F(SmcAnswer, toAWriteIsItsResult) {
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "without a result nobody knows";
 }
 
-TEST_F(SmcAnswer, toAnIndexHasTheKeyBeforeItsResult) {
+TEST_F(SmcAnswer, needsTheKeyAndTheResultForAnIndex) {
   std::array<char, 5> name{};
   fakes::gAnswerBytes = resultAt + 1;
   EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelSuccess);

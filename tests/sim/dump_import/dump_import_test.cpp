@@ -60,7 +60,7 @@ bool mentions(const platform::Value& value, const std::string& text) {
   return false;
 }
 
-TEST(DumpImport, takesAMacOnBatteryFromAPropertyList) {
+TEST(DumpImport, importsAMacOnBatteryFromAPropertyList) {
   const Machine machine = imported(sample("air-on-battery.plist"));
   EXPECT_EQ(machine.gauge.percent, 75);
   EXPECT_EQ(std::round(level(machine)), 75);
@@ -81,7 +81,7 @@ TEST(DumpImport, takesAMacOnBatteryFromAPropertyList) {
   EXPECT_EQ(machine.system.macOS, 26);
 }
 
-TEST(DumpImport, takesAChargingMacInTheNestedLayoutWithItsPack) {
+TEST(DumpImport, importsAChargingMacInTheNestedLayoutWithItsPack) {
   const Machine machine = imported(sample("air-charging.json"));
   EXPECT_EQ(machine.gauge.percent, 40);
   EXPECT_EQ(machine.battery.chargeMAh, 1694);
@@ -98,7 +98,7 @@ TEST(DumpImport, takesAChargingMacInTheNestedLayoutWithItsPack) {
   EXPECT_EQ(machine.system.macOS, 27);
 }
 
-TEST(DumpImport, continuesFromTheMomentOfTheDump) {
+TEST(DumpImport, startsAtTheTimeOfTheDump) {
   Machine machine = imported(sample("air-charging.json"), {.startTime = 1772352000});
   EXPECT_EQ(machine.now, 1772352000);
   advance(machine, machine.now + 600);
@@ -106,7 +106,7 @@ TEST(DumpImport, continuesFromTheMomentOfTheDump) {
   EXPECT_EQ(machine.gauge.percent, 48);
 }
 
-TEST(DumpImport, takesKeysAndVersionFromTheOptions) {
+TEST(DumpImport, usesTheKeysAndTheVersionOfTheOptions) {
   const Machine machine =
       imported(sample("air-on-battery.plist"), {.gate = GateKind::ch0b0c, .cut = CutKind::ch0j, .macOS = 15});
   EXPECT_TRUE(findKey(machine, keyCode("CH0B"))->present);
@@ -116,7 +116,7 @@ TEST(DumpImport, takesKeysAndVersionFromTheOptions) {
   EXPECT_EQ(imported(sample("air-charging.json"), {.macOS = 28}).system.macOS, 28);
 }
 
-TEST(DumpImport, leavesTheSerialsBehind) {
+TEST(DumpImport, importsNoSerialNumbers) {
   for (const char* name : {"air-on-battery.plist", "air-charging.json"}) {
     const Machine machine = imported(sample(name));
     for (const char* entry : {"AppleSmartBattery", "AppleSmartBatteryPack"}) {
@@ -135,7 +135,7 @@ TEST(DumpImport, showsThePercentageOfTheDumpEvenWhenItsChargeDiffers) {
   EXPECT_EQ(std::round(level(machine)), 80);
 }
 
-TEST(DumpImport, makesDoWithTheLeast) {
+TEST(DumpImport, needsOnlyAFewValues) {
   const Machine machine = fromJson(R"({"CurrentCapacity":50,"MaxCapacity":100,"AppleRawMaxCapacity":6000})");
   EXPECT_EQ(machine.battery.fullMAh, 6000);
   EXPECT_EQ(machine.battery.designMAh, 6000);
@@ -144,7 +144,7 @@ TEST(DumpImport, makesDoWithTheLeast) {
   EXPECT_FALSE(machine.adapter.present);
 }
 
-TEST(DumpImport, doesNotBelieveAbsurdNumbers) {
+TEST(DumpImport, rejectsImpossibleNumbers) {
   const Machine machine = fromJson(
       R"({"CurrentCapacity":50,"MaxCapacity":100,"AppleRawMaxCapacity":6000,"DesignCapacity":-1,
           "AppleRawCurrentCapacity":1e300,"Temperature":9e9,"CycleCount":-5,"Amperage":18446744073709551133,
@@ -203,7 +203,7 @@ TEST(DumpImport, survivesDeepNesting) {
 }
 
 // Dumps of real Macs, which the project does not ship: read from the folder that BRISKO_DUMPS names.
-TEST(DumpImport, takesEveryRealDump) {
+TEST(DumpImport, importsEveryRealDump) {
   const char* folder = std::getenv("BRISKO_DUMPS");
   if (folder == nullptr) GTEST_SKIP() << "BRISKO_DUMPS names no folder";
   int taken = 0;

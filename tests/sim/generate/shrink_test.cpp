@@ -63,7 +63,7 @@ Shrunk shrunkWith(const When& when, const ShrinkBounds& bounds = {}) {
   return shrink(scenario, when(scenario), bounds, tryOutOf(when));
 }
 
-TEST(Shrinking, leavesTheFewThatMatterInTheirOrder) {
+TEST(Shrinking, keepsTheRelevantActionsInOrder) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return has(scenario, "17") && has(scenario, "58") ? static_cast<double>(timeOf(scenario, "58")) + 5
                                                       : -1.0;
@@ -72,13 +72,13 @@ TEST(Shrinking, leavesTheFewThatMatterInTheirOrder) {
   EXPECT_LT(shrunk.tries, 200U);
 }
 
-TEST(Shrinking, leavesNothingWhenNothingMatters) {
+TEST(Shrinking, keepsNothingIfNothingIsRelevant) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario&) { return 10.0; });
   EXPECT_THAT(namesIn(shrunk.scenario), IsEmpty());
   EXPECT_THAT(shrunk.scenario.seconds, Le(80));
 }
 
-TEST(Shrinking, endsSoonAfterItWentWrong) {
+TEST(Shrinking, endsSoonAfterTheFailure) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return has(scenario, "30") ? static_cast<double>(timeOf(scenario, "30")) + 7200 : -1.0;
   });
@@ -86,7 +86,7 @@ TEST(Shrinking, endsSoonAfterItWentWrong) {
   EXPECT_LE(shrunk.scenario.seconds, timeOf(shrunk.scenario, "30") + 7300);
 }
 
-TEST(Shrinking, keepsTheTimesThatMatter) {
+TEST(Shrinking, keepsRelevantTimes) {
   // Two hours have to lie between the two.
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     const std::int64_t pause = timeOf(scenario, "40") - timeOf(scenario, "20");
@@ -99,7 +99,7 @@ TEST(Shrinking, keepsTheTimesThatMatter) {
   EXPECT_EQ(timeOf(shrunk.scenario, "40"), 60 + 7200);
 }
 
-TEST(Shrinking, takesTheMacAndTheSettingsBackToWhatIsUsual) {
+TEST(Shrinking, resetsTheMacAndTheSettingsToTheDefaults) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return scenario.settings && scenario.settings->contains("discharge") ? 100.0 : -1.0;
   });
@@ -109,7 +109,7 @@ TEST(Shrinking, takesTheMacAndTheSettingsBackToWhatIsUsual) {
   EXPECT_TRUE(shrunk.scenario.before.empty());
 }
 
-TEST(Shrinking, continuesOnlyWithWhatStillFails) {
+TEST(Shrinking, continuesOnlyWithFailingScenarios) {
   const auto when = [](const GeneratedScenario& scenario) {
     return scenario.timedActions.size() % 7 == 2 ? 360000.0 : -1.0;
   };
@@ -118,7 +118,7 @@ TEST(Shrinking, continuesOnlyWithWhatStillFails) {
   EXPECT_EQ(shrunk.scenario.timedActions.size() % 7, 2U);
 }
 
-TEST(Shrinking, isBoundedInItsTries) {
+TEST(Shrinking, limitsItsAttempts) {
   const Shrunk shrunk = shrunkWith(
       [](const GeneratedScenario& scenario) { return scenario.timedActions.size() > 49 ? 360000.0 : -1.0; },
       {.tries = 20, .atOnce = 1});
@@ -126,7 +126,7 @@ TEST(Shrinking, isBoundedInItsTries) {
   EXPECT_GT(shrunk.scenario.timedActions.size(), 49U);
 }
 
-TEST(Shrinking, triesOutNoMoreAtOnceThanItMay) {
+TEST(Shrinking, runsNoMoreAttemptsAtOnceThanAllowed) {
   std::size_t most = 0;
   const When when = [](const GeneratedScenario& scenario) { return has(scenario, "50") ? 180001.0 : -1.0; };
   static_cast<void>(shrink(longScenario(), 180001.0, {.atOnce = 3}, tryOutOf(when, &most)));

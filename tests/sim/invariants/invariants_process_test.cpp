@@ -99,7 +99,7 @@ class ProcessInvariants : public InvariantsFixture {
 // ---------------------------------------------------------------------------------------------------------
 // 14: erased data
 
-TEST_F(ProcessInvariants, wantNothingBackAfterAllDataWasErased) {
+TEST_F(ProcessInvariants, forbidFilesAfterAllDataWasErased) {
   iteration({statsPath});
   gPurged = true;
   iteration({logPath});
@@ -112,7 +112,7 @@ TEST_F(ProcessInvariants, wantNothingBackAfterAllDataWasErased) {
 // ---------------------------------------------------------------------------------------------------------
 // 15: the log
 
-TEST_F(ProcessInvariants, wantLogLinesOfATimeTwoBlanksAndAText) {
+TEST_F(ProcessInvariants, requireATimeTwoBlanksAndATextInLogLines) {
   const std::string good = "2026-03-01T08:15:30Z  veille\n";
   writes(logPath, good);
   EXPECT_THAT(found(), IsEmpty());
@@ -125,7 +125,7 @@ TEST_F(ProcessInvariants, wantLogLinesOfATimeTwoBlanksAndAText) {
   }
 }
 
-TEST_F(ProcessInvariants, wantALogNoLongerThanItsCapUnlessItIsOneLine) {
+TEST_F(ProcessInvariants, limitTheLogToItsCapUnlessItIsOneLine) {
   const std::string stamp = "2026-03-01T08:15:30Z  ";
   const auto cap = static_cast<std::size_t>(LogFile::defaultCap);
   const auto lineOf = [&](std::size_t size) {
@@ -142,7 +142,7 @@ TEST_F(ProcessInvariants, wantALogNoLongerThanItsCapUnlessItIsOneLine) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantOneGenerationOfTheLogUnlessOthersAreAtWorkThere) {
+TEST_F(ProcessInvariants, allowOnePreviousLogUnlessOthersAddFiles) {
   iteration({"/Library/Logs/Brisko/daemon.log.1", "/Library/Logs/Brisko/daemon.err.log"});
   EXPECT_THAT(found(), IsEmpty());
   iteration({"/Library/Logs/Brisko/daemon.log.2"});
@@ -155,7 +155,7 @@ TEST_F(ProcessInvariants, wantOneGenerationOfTheLogUnlessOthersAreAtWorkThere) {
 // ---------------------------------------------------------------------------------------------------------
 // 16: the status
 
-TEST_F(ProcessInvariants, wantTheSameStatusFifteenSecondsLater) {
+TEST_F(ProcessInvariants, requireAnUnchangedStatusForFifteenSeconds) {
   const auto status = [](const std::string& time, int percent) {
     return R"({"cal":{"phase":"idle"},"pct":)" + std::to_string(percent) + R"(,"ts":)" + time + "}";
   };
@@ -168,7 +168,7 @@ TEST_F(ProcessInvariants, wantTheSameStatusFifteenSecondsLater) {
   EXPECT_THAT(found(), IsEmpty()) << "another";
 }
 
-TEST_F(ProcessInvariants, wantAWholeStatusUnlessTheDiskIsFull) {
+TEST_F(ProcessInvariants, requireAWholeStatusUnlessTheDiskIsFull) {
   writes(statusPath, R"({"ts":1)");
   EXPECT_THAT(found(), ElementsAre(16));
   writes(statusPath, R"([{"ts":1.0}])");
@@ -202,7 +202,7 @@ TEST_F(HistoryLines, areAtLeast55SecondsApart) {
   EXPECT_THAT(found(), IsEmpty()) << "another state";
 }
 
-TEST_F(HistoryLines, areAtLeast300SecondsApartWhenTheyAreTheSame) {
+TEST_F(HistoryLines, areAtLeast300SecondsApartIfNothingChanged) {
   line(1000, R"("ct":310,"p":80,"s":"hold",)");
   line(1299, R"("ct":313,"p":80,"s":"hold",)");
   EXPECT_THAT(found(), ElementsAre(17));
@@ -212,7 +212,7 @@ TEST_F(HistoryLines, areAtLeast300SecondsApartWhenTheyAreTheSame) {
   EXPECT_THAT(found(), IsEmpty()) << "half a degree";
 }
 
-TEST_F(HistoryLines, areForgottenByTheNextProcess) {
+TEST_F(HistoryLines, areComparedWithinAProcessOnly) {
   line(1000, R"("p":80,"s":"hold",)");
   startChecking();
   line(1001, R"("p":80,"s":"hold",)");
@@ -237,7 +237,7 @@ class ProtectedSeconds : public ProcessInvariants {
   }
 };
 
-TEST_F(ProtectedSeconds, growByAMinuteAtMost) {
+TEST_F(ProtectedSeconds, growByAtMostAMinute) {
   ticks(60);
   EXPECT_THAT(found(), IsEmpty());
   ticks(60.1);
@@ -257,7 +257,7 @@ TEST_F(ProtectedSeconds, growWhileHeldOrDischargedOnTheAdapterOnly) {
   EXPECT_THAT(found(), ElementsAre(28));
 }
 
-TEST_F(ProtectedSeconds, fallByAResetOrAClockThatWasSetBackOnly) {
+TEST_F(ProtectedSeconds, fallOnlyByAResetOrAClockThatWasSetBack) {
   ticks(20);
   ticks(-5);
   EXPECT_THAT(found(), ElementsAre(28));
@@ -272,7 +272,7 @@ TEST_F(ProtectedSeconds, fallByAResetOrAClockThatWasSetBackOnly) {
 // ---------------------------------------------------------------------------------------------------------
 // 29: requests
 
-TEST_F(ProcessInvariants, wantARequestWithdrawnForGoodUnlessSomebodyAsksAnew) {
+TEST_F(ProcessInvariants, forbidAClearedRequestToReturnUnlessItIsMadeAgain) {
   tick();
   settings.topUp = true;
   gTopUpSince = 1;
@@ -283,7 +283,7 @@ TEST_F(ProcessInvariants, wantARequestWithdrawnForGoodUnlessSomebodyAsksAnew) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantATopUpToEndWithTheAdapterAndWithItsHours) {
+TEST_F(ProcessInvariants, requireATopUpToEndWithTheAdapterAndAfterItsHours) {
   settings.topUp = true;
   settings.topUpHours = 1;
   gTopUpSince = virtual_mac::wallClock(observation.machine()) - 3600;
@@ -300,7 +300,7 @@ TEST_F(ProcessInvariants, wantATopUpToEndWithTheAdapterAndWithItsHours) {
   EXPECT_THAT(found(), ElementsAre(29));
 }
 
-TEST_F(ProcessInvariants, wantTheStatisticsToBeginAnewTwiceAtMost) {
+TEST_F(ProcessInvariants, allowTheStatisticsToBeResetTwice) {
   settings.resetStats = true;
   const auto resets = [this] { gStatsSince = virtual_mac::wallClock(observation.machine()); };
   tick(resets);
@@ -317,7 +317,7 @@ TEST_F(ProcessInvariants, wantTheStatisticsToBeginAnewTwiceAtMost) {
 // ---------------------------------------------------------------------------------------------------------
 // 18 to 21: sleep
 
-TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
+TEST_F(ProcessInvariants, allowOneWakeAndNoneAfterAFullWakeOrWhileDormant) {
   schedulesWakeIn(600);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "an earlier process's";
@@ -336,7 +336,7 @@ TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
   EXPECT_THAT(found(), ElementsAre(18)) << "two";
 }
 
-TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
+TEST_F(ProcessInvariants, forbidAScheduledWakeAfterAnExit) {
   iteration();
   schedulesWakeIn(700);
   end({.signal = SIGKILL});
@@ -351,7 +351,7 @@ TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
+TEST_F(ProcessInvariants, requireAClosedGateBeforeASleepInsideTheBand) {
   mac.charge(75);
   ASSERT_TRUE(gGate->setCharging(true));
   receives(PowerMessage::systemWillSleep, 1);
@@ -371,7 +371,7 @@ TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
-TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
+TEST_F(ProcessInvariants, requireOneWakeIn5To45MinutesForASleepBelowTheBand) {
   mac.charge(74);
   gState = ChargeState::allow;
   tick();
@@ -394,7 +394,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   EXPECT_THAT(sleepsWithWakeIn(300), ElementsAre(19)) << "on battery";
 }
 
-TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
+TEST_F(ProcessInvariants, forbidAChangeOfStateBeforeASleepOnBattery) {
   mac.unplug();
   gState = ChargeState::allow;
   tick();
@@ -408,7 +408,7 @@ TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
-TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
+TEST_F(ProcessInvariants, requireOneAnswerToEachMessageAtOnce) {
   receives(PowerMessage::canSystemSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
@@ -422,7 +422,7 @@ TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
   EXPECT_THAT(found(), ElementsAre(20)) << "an exit before the answer";
 }
 
-TEST_F(ProcessInvariants, wantTicksQuietForThirtySecondsAfterTheAnnouncement) {
+TEST_F(ProcessInvariants, forbidTicksForThirtySecondsAfterTheAnnouncement) {
   ASSERT_TRUE(gGate->setCharging(true));
   const auto ticks = [this] {
     tick([] { ASSERT_TRUE(gGate->setCharging(true)); });
@@ -475,7 +475,7 @@ class NativeInvariants : public ProcessInvariants {
   }
 };
 
-TEST_F(NativeInvariants, wantNothingSetBeforeTheLimitOfBeforeIsKnown) {
+TEST_F(NativeInvariants, forbidSettingALimitBeforeThePreviousOneIsKnown) {
   writesTarget(80);
   EXPECT_THAT(found(), IsEmpty());
   gNativeBefore.reset();
@@ -484,7 +484,7 @@ TEST_F(NativeInvariants, wantNothingSetBeforeTheLimitOfBeforeIsKnown) {
   EXPECT_THAT(found(), ElementsAre(24));
 }
 
-TEST_F(NativeInvariants, wantWhatTheSliderOffersAndPercentages) {
+TEST_F(NativeInvariants, requireStepsThroughTheClientAndPercentagesInThePreferences) {
   for (const int percent : {79, 82, 105}) {
     sets(percent);
     iteration();
@@ -505,7 +505,7 @@ TEST_F(NativeInvariants, wantWhatTheSliderOffersAndPercentages) {
   EXPECT_THAT(prefers(101), ElementsAre(24));
 }
 
-TEST_F(NativeInvariants, wantATargetWrittenAgainAfter90SecondsAndNotAfterTenMinutes) {
+TEST_F(NativeInvariants, requireARewriteEvery90SecondsForTenMinutes) {
   writesTarget(80);
   mac.pass(89.5);
   writesTarget(80);
@@ -523,7 +523,7 @@ TEST_F(NativeInvariants, wantATargetWrittenAgainAfter90SecondsAndNotAfterTenMinu
   EXPECT_THAT(found(), IsEmpty()) << "another target";
 }
 
-TEST_F(NativeInvariants, wantWhatMacOSTookBackWrittenAgainOnce) {
+TEST_F(NativeInvariants, requireOneRewriteAfterMacOSChangedTheLimit) {
   writesTarget(80);
   mac.keyBytes("bfG0", {80});
   tick();
@@ -543,7 +543,7 @@ TEST_F(NativeInvariants, wantWhatMacOSTookBackWrittenAgainOnce) {
   EXPECT_THAT(found(), IsEmpty()) << "it was held in between";
 }
 
-TEST_F(NativeInvariants, wantTheLimitOfBeforeBackAfterAnExitUnlessIdle) {
+TEST_F(NativeInvariants, requireThePreviousLimitAfterAnExitUnlessIdle) {
   gNativeBefore = 90;
   writesTarget(80);
   end({.status = 0}, [this] { sets(90); });
@@ -564,7 +564,7 @@ TEST_F(NativeInvariants, wantTheLimitOfBeforeBackAfterAnExitUnlessIdle) {
   EXPECT_THAT(found(), ElementsAre(25)) << "idle";
 }
 
-TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
+TEST_F(NativeInvariants, forbidARefusedLimit) {
   settings.limit = 70;
   logs("⚠️ macOS won't hold 70% on this Mac (bfG0 reads 0) — holding 80% instead");
   iteration();
@@ -584,7 +584,7 @@ TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(NativeInvariants, wantAFloorForAsLongAsItIsNeeded) {
+TEST_F(NativeInvariants, requireAFloorForAsLongAsItIsNeeded) {
   gNativeWritten = 80;
   gNativeFloor = 80;
   settings.limit = 79;
@@ -602,7 +602,7 @@ TEST_F(NativeInvariants, wantAFloorForAsLongAsItIsNeeded) {
 // ---------------------------------------------------------------------------------------------------------
 // 27: the calibration
 
-TEST_F(ProcessInvariants, wantTheCalibrationInItsOrder) {
+TEST_F(ProcessInvariants, requireTheOrderOfTheCalibration) {
   gLastPct = 99;
   const auto becomes = [this](CalPhase phase) {
     tick([&] {
@@ -622,7 +622,7 @@ TEST_F(ProcessInvariants, wantTheCalibrationInItsOrder) {
   EXPECT_THAT(becomes(CalPhase::soak), ElementsAre(27));
 }
 
-TEST_F(ProcessInvariants, wantTwoMinutesOfSoakAtMostOnTheAdapterAtFullCharge) {
+TEST_F(ProcessInvariants, allowTwoMinutesOfSoakPerTickOnTheAdapterAtFullCharge) {
   gCal.phase = CalPhase::soak;
   gCal.phaseSince = virtual_mac::wallClock(observation.machine());
   gLastPct = 100;
@@ -642,7 +642,7 @@ TEST_F(ProcessInvariants, wantTwoMinutesOfSoakAtMostOnTheAdapterAtFullCharge) {
   EXPECT_THAT(banks(1), ElementsAre(27));
 }
 
-TEST_F(ProcessInvariants, wantFortyRunsAtMostAfterAFinish) {
+TEST_F(ProcessInvariants, allowFortyRunsAfterAFinish) {
   gCal.phase = CalPhase::restore;
   gCal.phaseSince = virtual_mac::wallClock(observation.machine());
   gCal.runs.resize(50);
@@ -657,7 +657,7 @@ TEST_F(ProcessInvariants, wantFortyRunsAtMostAfterAFinish) {
 // ---------------------------------------------------------------------------------------------------------
 // 30: at rest
 
-TEST_F(ProcessInvariants, wantNothingDrivenAndNothingPublishedWhileDormant) {
+TEST_F(ProcessInvariants, forbidWritesAndUpdatesWhileDormant) {
   gDormant = true;
   ASSERT_TRUE(gGate->setCharging(false));
   iteration({statusPath});
@@ -672,7 +672,7 @@ TEST_F(ProcessInvariants, wantNothingDrivenAndNothingPublishedWhileDormant) {
   }
 }
 
-TEST_F(ProcessInvariants, wantNewSettingsOfTheAppKeptAlsoWhileDormant) {
+TEST_F(ProcessInvariants, requireNewSettingsToBeStoredAlsoWhileDormant) {
   gDormant = true;
   iteration();
   const std::uint64_t number = mac.apply(R"({"limit": 70})");
@@ -687,7 +687,7 @@ TEST_F(ProcessInvariants, wantNewSettingsOfTheAppKeptAlsoWhileDormant) {
 // ---------------------------------------------------------------------------------------------------------
 // 31: replies
 
-TEST_F(ProcessInvariants, wantOneReplyToEachRequestWithoutDelay) {
+TEST_F(ProcessInvariants, requireOneReplyToEachRequestWithoutDelay) {
   const auto takes = [this](int replies) {
     const std::uint64_t number = mac.ask(RequestKind::restart);
     happens([&](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
@@ -710,7 +710,7 @@ TEST_F(ProcessInvariants, wantOneReplyToEachRequestWithoutDelay) {
 // ---------------------------------------------------------------------------------------------------------
 // 32: the ends of a process
 
-TEST_F(ProcessInvariants, wantStatusesOfTheBook) {
+TEST_F(ProcessInvariants, requireADocumentedExitStatus) {
   end({.status = 0});
   end({.status = 1, .errors = "⛔️ not root\n"});
   end({.status = 2, .errors = "⛔️ no key\n"});
@@ -721,7 +721,7 @@ TEST_F(ProcessInvariants, wantStatusesOfTheBook) {
   EXPECT_THAT(found(), ElementsAre(32));
 }
 
-TEST_F(ProcessInvariants, wantSignalsThatSomebodySentAndFatalNumbersThatSomebodyWrote) {
+TEST_F(ProcessInvariants, requireACauseForEachSignalAndAbort) {
   end({.signal = SIGTERM});
   EXPECT_THAT(found(), ElementsAre(32));
   observation.givenDisturbances.signalsSent = 1U << SIGTERM;

@@ -80,7 +80,7 @@ TEST(MachineCharging, reportsThatChargingEndedAndThatItIsFullInOnePublication) {
 }
 
 // An Air with its lid closed, from empty: minutes to half and to full.
-TEST(MachineCharging, fillsAnAirAsFastAsRealOnesAreFilled) {
+TEST(MachineCharging, chargesAnAirAsFastAsRealOnes) {
   struct Case {
     double watts, halfMinutes, fullMinutes;
   };
@@ -94,7 +94,7 @@ TEST(MachineCharging, fillsAnAirAsFastAsRealOnesAreFilled) {
   }
 }
 
-TEST(MachineCharging, givesTheBatteryWhatTheAdapterLeaves) {
+TEST(MachineCharging, chargesWithWhatTheAdapterHasLeft) {
   Bench mac = charging("air13", 34, 30, 4.23);
   mac.pass(2 * minute);
   EXPECT_NEAR(current(mac), 2020, 60);
@@ -147,7 +147,7 @@ TEST(MachineCharging, letsNothingFlowOnTheAdapterWhileItIsStopped) {
   EXPECT_EQ(mac.machine.gauge.percent, 80);
 }
 
-TEST(MachineCharging, helpsAWeakAdapterOutOfTheBattery) {
+TEST(MachineCharging, supportsAWeakAdapterFromTheBattery) {
   Bench mac({.percent = 80});
   mac.change(ChangeKind::load, 20).change(ChangeKind::plug, 10).pass(hour);
   EXPECT_LT(current(mac), -700);
@@ -160,7 +160,7 @@ TEST(MachineCharging, helpsAWeakAdapterOutOfTheBattery) {
   EXPECT_LT(mac.pass(minute).machine.battery.currentMA, -700);
 }
 
-TEST(MachineCharging, letsATrickleThroughAStop) {
+TEST(MachineCharging, allowsATrickleWhileChargingIsStopped) {
   Bench mac({.percent = 80});
   mac.change(ChangeKind::trickle, 150);
   mac.write("CHTE", {1, 0, 0, 0});
@@ -178,7 +178,7 @@ TEST(MachineCharging, letsNoTrickleIntoAFullBattery) {
   EXPECT_EQ(current(mac), 0);
 }
 
-TEST(MachineCharging, needsLittleAsleepAndNothingSwitchedOff) {
+TEST(MachineCharging, drawsLittleAsleepAndNothingSwitchedOff) {
   Bench mac({.percent = 80, .plugged = false});
   const double before = level(mac.machine);
   mac.machine.system.asleep = true;
@@ -194,7 +194,7 @@ TEST(MachineCharging, needsLittleAsleepAndNothingSwitchedOff) {
 
 // ---- keys
 
-TEST(MachineCharging, isStoppedByTheStopValueOfEachKeyAlone) {
+TEST(MachineCharging, isStoppedOnlyByTheStopValueOfEachKey) {
   struct Case {
     GateKind gate;
     std::string key;
@@ -232,7 +232,7 @@ TEST(MachineCharging, runsFromTheBatteryWhileTheAdapterIsCut) {
   }
 }
 
-TEST(MachineCharging, doesNotFollowAKeyThatIsGone) {
+TEST(MachineCharging, ignoresAMissingKey) {
   Bench mac;
   mac.write("CHTE", {1, 0, 0, 0});
   mac.write("CHIE", {8});
@@ -273,7 +273,7 @@ TEST_F(MachineBand, stopsAtTheUpperEdgeAndStartsBelowTheLower) {
   EXPECT_FALSE(chargesAt(100));
 }
 
-TEST_F(MachineBand, goesByThePercentageThatPeopleSee) {
+TEST_F(MachineBand, usesThePercentageThatUsersSee) {
   arm(80, 75);
   EXPECT_TRUE(chargesAt(79.4));
   EXPECT_FALSE(chargesAt(79.6));
@@ -288,7 +288,7 @@ TEST_F(MachineBand, holdsTheChargeThereByItself) {
   EXPECT_EQ(mac.machine.gauge.currentMA, 0);
 }
 
-TEST_F(MachineBand, freesChargingWhenItIsDisarmed) {
+TEST_F(MachineBand, allowsChargingWhenItIsDisarmed) {
   arm(80, 75);
   EXPECT_FALSE(chargesAt(90));
   mac.write("bfF0", {0});
@@ -296,7 +296,7 @@ TEST_F(MachineBand, freesChargingWhenItIsDisarmed) {
   EXPECT_TRUE(chargesAt(90));
 }
 
-TEST_F(MachineBand, keepsItsDirectionWhenItIsArmedAnewAtOnce) {
+TEST_F(MachineBand, keepsItsDirectionWhenItIsRearmedAtOnce) {
   arm(80, 75);
   EXPECT_FALSE(chargesAt(80));
   EXPECT_FALSE(chargesAt(77));
@@ -316,7 +316,7 @@ TEST_F(MachineBand, continuesChargingWhenItFindsTheBatteryCharging) {
   EXPECT_TRUE(chargingIsOpen(mac.machine));
 }
 
-TEST_F(MachineBand, takesItsEdgesAsLittleEndianNumbers) {
+TEST_F(MachineBand, readsItsEdgesAsLittleEndianNumbers) {
   mac.write("bfD0", {80, 1, 0, 0});  // 336 %
   mac.write("bfE0", {75, 0, 0, 0});
   mac.write("bfF0", {2});
@@ -325,7 +325,7 @@ TEST_F(MachineBand, takesItsEdgesAsLittleEndianNumbers) {
 
 // ---- full, and full again
 
-TEST(MachineCharging, startsAnewOnlyBelowTheRechargeLevel) {
+TEST(MachineCharging, startsAgainOnlyBelowTheRechargeLevel) {
   Bench mac({.percent = 100});
   EXPECT_EQ(current(mac), 0);
   mac.change(ChangeKind::unplug);

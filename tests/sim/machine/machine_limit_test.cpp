@@ -59,7 +59,7 @@ TEST_F(Limit, isNoneOnAFreshMac) {
   EXPECT_EQ(clientSaysLimit(mac.machine), 100);
 }
 
-TEST_F(Limit, isKnownAtOnceAndEnforcedAfterTheDelay) {
+TEST_F(Limit, isReportedAtOnceAndEnforcedAfterTheDelay) {
   EXPECT_EQ(set(85), true);
   EXPECT_EQ(clientSaysEnabled(mac.machine), true);
   EXPECT_EQ(clientSaysLimit(mac.machine), 85);
@@ -69,7 +69,7 @@ TEST_F(Limit, isKnownAtOnceAndEnforcedAfterTheDelay) {
   EXPECT_THAT(mirror(), ElementsAre(85));
 }
 
-TEST_F(Limit, takesItsTimeAsTold) {
+TEST_F(Limit, isEnforcedAfterTheConfiguredDelay) {
   mac.change(ChangeKind::limitDelay, 120);
   EXPECT_EQ(set(80), true);
   mac.pass(119);
@@ -78,7 +78,7 @@ TEST_F(Limit, takesItsTimeAsTold) {
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, doesNotWaitAnewWhenItIsToldTheSameAgain) {
+TEST_F(Limit, doesNotRestartItsDelayForTheSameValue) {
   mac.change(ChangeKind::limitDelay, 120);
   write(75);
   mac.pass(90);
@@ -87,7 +87,7 @@ TEST_F(Limit, doesNotWaitAnewWhenItIsToldTheSameAgain) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, waitsAnewForAnotherValue) {
+TEST_F(Limit, restartsItsDelayForAnotherValue) {
   mac.change(ChangeKind::limitDelay, 120);
   write(75);
   mac.pass(90);
@@ -98,7 +98,7 @@ TEST_F(Limit, waitsAnewForAnotherValue) {
   EXPECT_EQ(enforced(), 70);
 }
 
-TEST_F(Limit, takesTheStepsOfTheSliderFromTheClientAndNothingElse) {
+TEST_F(Limit, acceptsOnlyTheStepsOfTheSliderFromTheClient) {
   for (const std::int64_t percent : {80, 85, 90, 95, 100}) EXPECT_EQ(set(percent), true) << percent;
   for (const std::int64_t percent : {-80, 0, 75, 79, 81, 99, 101, 105})
     EXPECT_EQ(set(percent), false) << percent;
@@ -124,14 +124,14 @@ TEST_F(Limit, showsNoneAs100OnSomeMacs) {
   EXPECT_THAT(mirror(), ElementsAre(0));
 }
 
-TEST_F(Limit, canLackItsMirror) {
+TEST_F(Limit, canLackReadBack) {
   mac.key(ChangeKind::keyPresent, "bfG0", 0);
   holdAt(80);
   EXPECT_THAT(mirror(), ElementsAre());
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isReadInThePreferencesOnlyOnNotice) {
+TEST_F(Limit, isReadFromThePreferencesOnlyOnNotification) {
   store(LimitPreference::featureState, 1);
   store(LimitPreference::limitValue, 75);
   mac.pass(hour);
@@ -174,7 +174,7 @@ TEST_F(Limit, isOffWhereThePreferencesAreInvalid) {
   EXPECT_EQ(enforced(), 99);
 }
 
-TEST_F(Limit, belowTheSliderIsTakenIgnoredOrLifted) {
+TEST_F(Limit, isAcceptedIgnoredOrRaisedBelowTheSlider) {
   holdAt(90);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::ignored));
   write(79);
@@ -194,7 +194,7 @@ TEST_F(Limit, belowTheSliderIsTakenIgnoredOrLifted) {
   EXPECT_EQ(enforced(), 61);
 }
 
-TEST_F(Limit, offTheStepsIsTakenIgnoredOrRoundedDown) {
+TEST_F(Limit, isAcceptedIgnoredOrRoundedDownBetweenTheSteps) {
   holdAt(90);
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
   write(83);
@@ -216,7 +216,7 @@ TEST_F(Limit, offTheStepsIsTakenIgnoredOrRoundedDown) {
   EXPECT_EQ(enforced(), 83);
 }
 
-TEST_F(Limit, belowTheSliderNeedsNoStep) {
+TEST_F(Limit, needsNoStepBelowTheSlider) {
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
   write(73);
   mac.pass(usualDelay);
@@ -265,7 +265,7 @@ TEST_F(Limit, canBeReadSomeTimeAfterBoot) {
   EXPECT_EQ(calls().limit, 2U);
 }
 
-TEST_F(Limit, canBeUnreadableUntilItIsHealed) {
+TEST_F(Limit, canBeUnreadableUntilItIsRepaired) {
   mac.change(ChangeKind::limitEnabledFails, 1);
   EXPECT_FALSE(clientSaysEnabled(mac.machine).has_value());
   EXPECT_TRUE(clientSaysLimit(mac.machine).has_value());
@@ -304,7 +304,7 @@ TEST_F(Limit, stopsChargingWhenItIsReached) {
   EXPECT_TRUE(mac.machine.powerSource.onAdapter);
 }
 
-TEST_F(Limit, goesByThePercentageThatPeopleSee) {
+TEST_F(Limit, usesThePercentageThatUsersSee) {
   EXPECT_TRUE(limitLetsCharge(80, 79.49, true));
   EXPECT_FALSE(limitLetsCharge(80, 79.5, true));
   EXPECT_FALSE(limitLetsCharge(80, 74.5, false));
@@ -312,7 +312,7 @@ TEST_F(Limit, goesByThePercentageThatPeopleSee) {
   EXPECT_TRUE(limitLetsCharge(0, 100, false)) << "no limit";
 }
 
-TEST_F(Limit, restsWithinItsMarginOnceItWasReached) {
+TEST_F(Limit, holdsWithinItsMarginAfterItWasReached) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::unplug).change(ChangeKind::charge, 75).change(ChangeKind::plug, 30).pass(hour);
@@ -332,14 +332,14 @@ TEST_F(Limit, remembersThatItWasReachedByCharging) {
   EXPECT_EQ(current(), 0);
 }
 
-TEST_F(Limit, isReachedFromWithinItsMarginByABatteryThatCharges) {
+TEST_F(Limit, isReachedByABatteryThatChargesWithinItsMargin) {
   mac.change(ChangeKind::charge, 77);
   holdAt(80);
   mac.pass(hour);
   EXPECT_EQ(shown(), 80);
 }
 
-TEST_F(Limit, startsChargingAnewWhenItIsRaisedByMoreThanItsMargin) {
+TEST_F(Limit, startsChargingAgainWhenItIsRaisedByMoreThanItsMargin) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   holdAt(85);
@@ -395,7 +395,7 @@ TEST_F(Limit, holdsWhileTheMacIsOff) {
   EXPECT_EQ(shown(), 80);
 }
 
-TEST_F(Limit, letsTheBatteryFillUpOnceItIsGone) {
+TEST_F(Limit, letsTheBatteryChargeToFullOnceItIsOff) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   holdAt(100);
@@ -406,7 +406,7 @@ TEST_F(Limit, letsTheBatteryFillUpOnceItIsGone) {
 // ---------------------------------------------------------------------------------------------------------
 // A full charge for a while
 
-TEST_F(Limit, isSetAsideUntilADate) {
+TEST_F(Limit, isSuspendedUntilADate) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(usualDelay);
@@ -419,7 +419,7 @@ TEST_F(Limit, isSetAsideUntilADate) {
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isSetAsideByTheWallClock) {
+TEST_F(Limit, isSuspendedByTheWallClock) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, 10 * hour).pass(usualDelay);
   EXPECT_EQ(enforced(), 0);
@@ -427,14 +427,14 @@ TEST_F(Limit, isSetAsideByTheWallClock) {
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isBackWhenPeopleThinkBetterOfIt) {
+TEST_F(Limit, returnsWhenTheUserCancelsTheFullCharge) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60).change(ChangeKind::chargeToFull, 0).pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
   EXPECT_EQ(preferenceOnDisk(mac.machine, LimitPreference::disabledUntil), Preference{});
 }
 
-TEST_F(Limit, isBackWhenAProgramRemovesTheDate) {
+TEST_F(Limit, returnsWhenAProgramRemovesTheDate) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60);
   write(75);
@@ -442,7 +442,7 @@ TEST_F(Limit, isBackWhenAProgramRemovesTheDate) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, staysSetAsideWhenTheClientSetsIt) {
+TEST_F(Limit, staysSuspendedWhenTheClientSetsIt) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60);
   EXPECT_EQ(set(85), true);
@@ -452,7 +452,7 @@ TEST_F(Limit, staysSetAsideWhenTheClientSetsIt) {
   EXPECT_EQ(enforced(), 85);
 }
 
-TEST_F(Limit, isNotSetAsideByADateOfThePast) {
+TEST_F(Limit, isNotSuspendedByADateInThePast) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::charge, 77);
@@ -468,7 +468,7 @@ TEST_F(Limit, isNotSetAsideByADateOfThePast) {
 // ---------------------------------------------------------------------------------------------------------
 // Sleep, boot and other hands
 
-TEST_F(Limit, isNotTakenAsleepButAtWake) {
+TEST_F(Limit, isAppliedAtWakeAndNotDuringSleep) {
   mac.change(ChangeKind::limitDelay, 600);
   write(75);
   mac.change(ChangeKind::sleep).pass(2 * hour);
@@ -477,7 +477,7 @@ TEST_F(Limit, isNotTakenAsleepButAtWake) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isReadAnewAtBoot) {
+TEST_F(Limit, isReadAgainAtBoot) {
   holdAt(85);
   store(LimitPreference::limitValue, 75);  // and nobody is told
   shutDown(mac.machine);
@@ -488,7 +488,7 @@ TEST_F(Limit, isReadAnewAtBoot) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isWaitedForAnewAtBoot) {
+TEST_F(Limit, restartsItsDelayAtBoot) {
   mac.change(ChangeKind::limitDelay, 60);
   write(75);
   shutDown(mac.machine);
@@ -500,7 +500,7 @@ TEST_F(Limit, isWaitedForAnewAtBoot) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isPutBackByAnotherProgramForEver) {
+TEST_F(Limit, isPutBackByAnotherProgramAfterEveryChange) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
   for (int time = 0; time < 3; ++time) {
@@ -518,7 +518,7 @@ TEST_F(Limit, isPutBackByAnotherProgramForEver) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isPutBackSoLongAfterTheFirstOfSeveralChanges) {
+TEST_F(Limit, isPutBackAfterTheFirstOfSeveralChanges) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
   write(75);
@@ -548,7 +548,7 @@ TEST_F(Limit, stopsBeingPutBackAtOnceWhenTheProgramIsGone) {
 // ---------------------------------------------------------------------------------------------------------
 // Macs without it
 
-TEST(LimitLess, isAMacThatIsToldSo) {
+TEST(LimitLess, isAMacThatWasMadeWithoutALimit) {
   Bench mac({.macOS = 27, .chargeLimit = false});
   EXPECT_EQ(loadClient(mac.machine), LimitClient::noClass);
   EXPECT_FALSE(clientSaysSupported(mac.machine));
@@ -628,7 +628,7 @@ TEST_F(LimitJournal, reportsSynchronisationsAndNotifications) {
   EXPECT_EQ(calls().notifications, 2U);
 }
 
-TEST(LimitWrites, standInTheirOrderAmongTheOthers) {
+TEST(LimitWrites, areInOrderAmongTheOtherWrites) {
   test::VirtualMac mac({.macOS = 27});
   ASSERT_TRUE(platform::makeSmartChargeClient("somebody"));
   (void)platform::setSmartChargeLimit(80);

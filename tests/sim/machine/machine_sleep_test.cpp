@@ -62,7 +62,7 @@ class MachineSleep : public ::testing::Test {
   std::unique_ptr<Journal> journal = std::make_unique<Journal>();
 };
 
-TEST_F(MachineSleep, byTheLidIsAnnouncedWithoutAsking) {
+TEST_F(MachineSleep, isOnlyAnnouncedWhenTheLidIsClosed) {
   registerClient();
   mac.change(ChangeKind::sleep);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::systemWillSleep));
@@ -77,7 +77,7 @@ TEST_F(MachineSleep, byTheLidIsAnnouncedWithoutAsking) {
   EXPECT_EQ(notice(1).answeredAt - notice(1).sentAt, 10);
 }
 
-TEST_F(MachineSleep, ofAnIdleMacIsAskedForFirst) {
+TEST_F(MachineSleep, isPrecededByAQuestionForAnIdleMac) {
   registerClient();
   mac.change(ChangeKind::idleSleep);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::canSystemSleep));
@@ -104,7 +104,7 @@ TEST_F(MachineSleep, continuesWithoutAnAnswerAfter30SecondsForEachQuestion) {
   EXPECT_LT(notice(2).answeredAt, 0);
 }
 
-TEST_F(MachineSleep, doesNotWaitForWhoWasLateThreeTimesInARow) {
+TEST_F(MachineSleep, doesNotWaitForAClientThatWasLateThreeTimesInARow) {
   registerClient();
   for (int night = 0; night < 3; ++night) {
     mac.change(ChangeKind::sleep).pass(31.9);
@@ -121,7 +121,7 @@ TEST_F(MachineSleep, doesNotWaitForWhoWasLateThreeTimesInARow) {
   EXPECT_FALSE(asleep()) << "a new client has its time again";
 }
 
-TEST_F(MachineSleep, forgivesALateAnswerOnceOneComesInTime) {
+TEST_F(MachineSleep, forgetsLateAnswersAfterOneInTime) {
   registerClient();
   for (int night = 0; night < 8; ++night) {
     mac.change(ChangeKind::sleep).pass(1);
@@ -132,13 +132,13 @@ TEST_F(MachineSleep, forgivesALateAnswerOnceOneComesInTime) {
   EXPECT_FALSE(asleep());
 }
 
-TEST_F(MachineSleep, asksNobodyWhenNobodyRegistered) {
+TEST_F(MachineSleep, asksNobodyWithoutARegistration) {
   mac.change(ChangeKind::idleSleep).pass(2);
   EXPECT_TRUE(asleep());
   EXPECT_THAT(messages(), IsEmpty());
 }
 
-TEST_F(MachineSleep, doesNotWaitForTheDead) {
+TEST_F(MachineSleep, doesNotWaitForADeadProcess) {
   registerClient();
   mac.change(ChangeKind::sleep).pass(5);
   virtual_mac::forgetPowerClient(mac.machine);
@@ -146,14 +146,14 @@ TEST_F(MachineSleep, doesNotWaitForTheDead) {
   EXPECT_TRUE(asleep());
 }
 
-TEST_F(MachineSleep, takesNoClientWhileItRefusesThem) {
+TEST_F(MachineSleep, registersNoClientWhileItRefusesThem) {
   mac.change(ChangeKind::powerClients, 0);
   EXPECT_FALSE(virtual_mac::registerPowerClient(mac.machine, somebody));
   mac.change(ChangeKind::powerClients, 1);
   EXPECT_TRUE(virtual_mac::registerPowerClient(mac.machine, somebody));
 }
 
-TEST_F(MachineSleep, countsAnswersThatNobodyWaitsFor) {
+TEST_F(MachineSleep, countsUnexpectedAnswers) {
   registerClient();
   allow(1);
   EXPECT_EQ(mac.machine.sleep.strayAnswers, 1U);
@@ -182,7 +182,7 @@ TEST_F(MachineSleep, isRefusedAfterTheAnswerAndShowsOnlyInTheCapabilities) {
   EXPECT_TRUE(asleep());
 }
 
-TEST_F(MachineSleep, endsInAFullWakeOfWhichTheClientHearsTwoSecondsLater) {
+TEST_F(MachineSleep, endsWithAFullWakeThatIsReportedTwoSecondsLater) {
   registerClient();
   mac.change(ChangeKind::sleep);
   allow(1);
@@ -206,7 +206,7 @@ TEST_F(MachineSleep, reportsTheWakeBeforeTheNextSleep) {
                                       PowerMessage::systemWillSleep));
 }
 
-TEST_F(MachineSleep, isLeftForADarkWakeWithoutAWord) {
+TEST_F(MachineSleep, changesToADarkWakeWithoutAMessage) {
   registerClient();
   mac.change(ChangeKind::sleep);
   allow(1);
@@ -246,7 +246,7 @@ TEST_F(MachineSleep, followsADarkWakeAtOnceWhenTheLidIsClosed) {
   EXPECT_THAT(messages(), IsEmpty());
 }
 
-TEST_F(MachineSleep, startsOnlyWhereItMakesSense) {
+TEST_F(MachineSleep, startsOnlyIfPossible) {
   registerClient();
   mac.change(ChangeKind::darkWake, 45);
   EXPECT_FALSE(dark()) << "awake already";
@@ -260,7 +260,7 @@ TEST_F(MachineSleep, startsOnlyWhereItMakesSense) {
   EXPECT_FALSE(asleep());
 }
 
-TEST_F(MachineSleep, byTheLidOvertakesTheQuestionOfAnIdleOne) {
+TEST_F(MachineSleep, announcesAClosedLidDuringTheQuestionOfAnIdleSleep) {
   registerClient();
   mac.change(ChangeKind::idleSleep).change(ChangeKind::sleep);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::canSystemSleep, PowerMessage::systemWillSleep));
@@ -291,7 +291,7 @@ TEST_F(MachineSleep, continuesChargingAsTheKeysAllow) {
   EXPECT_NEAR(virtual_mac::level(mac.machine), held, 0.01);
 }
 
-TEST_F(MachineSleep, drainsASixthOfAPercentAnHourOrSo) {
+TEST_F(MachineSleep, drainsAboutASixthOfAPercentAnHour) {
   mac.change(ChangeKind::unplug);
   fallAsleep();
   const double before = virtual_mac::level(mac.machine);
@@ -301,7 +301,7 @@ TEST_F(MachineSleep, drainsASixthOfAPercentAnHourOrSo) {
   EXPECT_LT(anHour, 0.25);
 }
 
-TEST_F(MachineSleep, takesLittleInADarkWake) {
+TEST_F(MachineSleep, drawsLittleInADarkWake) {
   mac.change(ChangeKind::unplug).change(ChangeKind::load, 20);
   fallAsleep();
   const double asleepMA = mac.machine.battery.currentMA;
@@ -312,7 +312,7 @@ TEST_F(MachineSleep, takesLittleInADarkWake) {
   EXPECT_LT(mac.machine.battery.currentMA, -1500);
 }
 
-TEST_F(MachineSleep, endsWithShutdownAndBootWithNothingOnItsWay) {
+TEST_F(MachineSleep, endsWithShutdownAndBootWithoutPendingMessages) {
   registerClient();
   mac.change(ChangeKind::sleep);
   virtual_mac::shutDown(mac.machine);
@@ -342,7 +342,7 @@ TEST_F(MachineSleep, isEndedByAScheduledWakeForMaintenance) {
   EXPECT_TRUE(asleep());
 }
 
-TEST_F(MachineSleep, isEndedFullyByAScheduledWakeWhenSomebodySitsThere) {
+TEST_F(MachineSleep, endsWithAFullWakeIfScheduledWakesAreFull) {
   registerClient();
   mac.change(ChangeKind::scheduledWakes, 0);
   ASSERT_EQ(schedule(600), kernelSuccess);
@@ -391,7 +391,7 @@ TEST_F(MachineSleep, isEndedAtOnceWhenTheClockJumpsPastTheWake) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
-TEST_F(MachineSleep, isEndedByWakesAlone) {
+TEST_F(MachineSleep, isEndedOnlyByEventsThatWake) {
   for (const char* type : {"poweron", "sleep", "shutdown", "restart"})
     ASSERT_EQ(schedule(600, type), kernelSuccess) << type;
   fallAsleep();
@@ -402,7 +402,7 @@ TEST_F(MachineSleep, isEndedByWakesAlone) {
   EXPECT_TRUE(dark());
 }
 
-TEST_F(MachineSleep, forgetsEventsOfThePastAtWakeAtBootAndWhenOneIsAdded) {
+TEST_F(MachineSleep, purgesPastEventsAtWakeAtBootAndWhenOneIsAdded) {
   const auto addTwo = [this] {
     ASSERT_EQ(schedule(100, "restart"), kernelSuccess);
     ASSERT_EQ(schedule(1e6, "restart"), kernelSuccess);
@@ -424,7 +424,7 @@ TEST_F(MachineSleep, forgetsEventsOfThePastAtWakeAtBootAndWhenOneIsAdded) {
   EXPECT_EQ(pendingEvents(), 2) << "those of the future outlast a shutdown";
 }
 
-TEST_F(MachineSleep, takesAnEventOfThePastAndForgetsIt) {
+TEST_F(MachineSleep, acceptsAnEventInThePastAndPurgesIt) {
   EXPECT_EQ(schedule(-1), kernelSuccess);
   EXPECT_EQ(schedule(0), kernelSuccess);
   EXPECT_EQ(pendingEvents(), 0);
@@ -444,7 +444,7 @@ TEST_F(MachineSleep, hasRoomForSixteenEvents) {
   EXPECT_EQ(schedule(5000), kernelSuccess) << "the first is of the past";
 }
 
-TEST_F(MachineSleep, schedulesForRootAloneAndOnlyIfItMay) {
+TEST_F(MachineSleep, schedulesForRootOnlyAndUnlessRefused) {
   mac.change(ChangeKind::userId, 501);
   EXPECT_EQ(schedule(100), kernelNotPrivileged);
   mac.change(ChangeKind::userId, 0);
@@ -493,7 +493,7 @@ TEST_F(MachineSleep, stopsNoProcessForWhatHappensMeanwhile) {
   EXPECT_GT(mac.machine.powerSource.changes, before + 5) << "it charged and was unplugged";
 }
 
-TEST_F(MachineSleep, isTheSameHoweverOftenItIsAdvanced) {
+TEST_F(MachineSleep, isIndependentOfTheNumberOfAdvances) {
   registerClient();
   ASSERT_EQ(schedule(900.25), kernelSuccess);
   ASSERT_TRUE(mac.later(10.5, {.kind = ChangeKind::sleep}));

@@ -8,7 +8,7 @@
 namespace brisko::virtual_mac {
 namespace {
 
-TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
+TEST(PowerSourceWatch, letsTimeAdvanceIfEveryNotificationCausesAChange) {
   test::VirtualMac mac;
   int notified = 0;
   int notifiedAtOnce = 0;

@@ -103,7 +103,7 @@ TEST(LiveRunLoop, isWokenByWorkFromAnotherThread) {
   runAndWhenItWaits([] { postMain([] { stopMain(); }); });
 }
 
-TEST(LiveRunLoop, takesWorkOfManyThreadsAndLosesNone) {
+TEST(LiveRunLoop, runsAllWorkOfManyThreads) {
   const LiveFolder folder;
   folder.name();
   constexpr int threads = 4;
@@ -141,7 +141,7 @@ TEST(LiveRunLoop, isWokenWhenAToolChangesTheMachine) {
   EXPECT_TRUE(told);
 }
 
-TEST(LiveRunLoop, leavesNoWordAfterBeingWoken) {
+TEST(LiveRunLoop, leavesNoDatagramUnreadAfterBeingWoken) {
   LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   for (int time = 0; time < 3; ++time) virtual_mac::wakeHolders(folder.path());  // nobody yet
@@ -157,7 +157,7 @@ TEST(LiveRunLoop, leavesNoWordAfterBeingWoken) {
   EXPECT_LE(gWaits, 4);
 }
 
-TEST(LiveRunLoop, removesTheSocketsOfTheDead) {
+TEST(LiveRunLoop, removesTheSocketsOfDeadProcesses) {
   LiveFolder folder;
   folder.name();
   const pid_t child = ::fork();
@@ -171,7 +171,7 @@ TEST(LiveRunLoop, removesTheSocketsOfTheDead) {
   EXPECT_THAT(wakeSockets(folder.path()), IsEmpty());
 }
 
-TEST(LiveRunLoop, takesTheSocketOfADeadProcessOfTheSameNumber) {
+TEST(LiveRunLoop, takesOverTheSocketOfADeadProcessWithTheSameId) {
   LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   std::ofstream(folder.path() + "/wake." + std::to_string(::getpid())) << "left behind";
@@ -182,7 +182,7 @@ TEST(LiveRunLoop, takesTheSocketOfADeadProcessOfTheSameNumber) {
 
 std::string longName() { return std::string(120, 'x'); }
 
-TEST(LiveRunLoop, isWokenThoughThePathOfItsFolderIsLong) {
+TEST(LiveRunLoop, isWokenDespiteALongFolderPath) {
   const test::ScratchFolder scratch;
   const std::string path = scratch.path() + "/" + longName() + "/" + longName();
   std::string reason;
@@ -211,7 +211,7 @@ TEST(LiveRunLoop, reportsAPlannedChangeWhenItComes) {
   runMain();
 }
 
-TEST(LiveRunLoop, sleepsUntilThePlannedChangeItForesees) {
+TEST(LiveRunLoop, sleepsUntilAPlannedChange) {
   LiveFolder folder(test::machineFromNow({}, 100));
   folder.name();
   ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
@@ -240,7 +240,7 @@ TEST(LiveRunLoop, reportsAPlannedChangeAlsoWhenNothingElseIsDue) {
 
 int gHandled = 0;
 
-TEST(LiveRunLoop, takesASignalFromAnotherProcessWhileItWaits) {
+TEST(LiveRunLoop, handlesASignalFromAnotherProcessWhileItWaits) {
   const LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   platform::installSignalHandler(SIGTERM, [](int) {
@@ -260,7 +260,7 @@ TEST(LiveRunLoop, takesASignalFromAnotherProcessWhileItWaits) {
   EXPECT_EQ(gHandled, 1);
 }
 
-TEST(LiveRunLoop, takesASignalSourceFromAnotherProcessWhileItWaits) {
+TEST(LiveRunLoop, runsASignalSourceForAnotherProcessWhileItWaits) {
   const LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   platform::addSignalSource(SIGTERM, [] { stopMain(); });

@@ -58,7 +58,7 @@ std::string refusal(const std::string& folder) {
   return reason;
 }
 
-TEST(MachineStore, isMadeInAFolderThatDoesNotExistYet) {
+TEST(MachineStore, isCreatedInAFolderThatDoesNotExistYet) {
   const ScratchFolder scratch;
   std::string reason;
   const std::string folder = scratch.path() + "/a/b";
@@ -71,13 +71,13 @@ TEST(MachineStore, isMadeInAFolderThatDoesNotExistYet) {
   EXPECT_TRUE(std::filesystem::is_directory(folder + "/volume/Applications/Brisko.app"));
 }
 
-TEST(MachineStore, isMadeInAnEmptyFolder) {
+TEST(MachineStore, isCreatedInAnEmptyFolder) {
   const ScratchFolder scratch;
   std::string reason;
   EXPECT_NE(MachineStore::create(scratch.path(), machineFromNow(), reason), nullptr) << reason;
 }
 
-TEST(MachineStore, isNotMadeWhereSomethingLies) {
+TEST(MachineStore, isNotCreatedInAFolderWithContents) {
   const ScratchFolder scratch;
   std::ofstream(scratch.path() + "/letter") << "dear";
   std::string reason;
@@ -86,7 +86,7 @@ TEST(MachineStore, isNotMadeWhereSomethingLies) {
   EXPECT_FALSE(std::filesystem::exists(scratch.path() + "/machine"));
 }
 
-TEST(MachineStore, isNotMadeBelowAFile) {
+TEST(MachineStore, isNotCreatedBelowAFile) {
   const ScratchFolder scratch;
   const std::string file = scratch.path() + "/letter";
   std::ofstream(file) << "dear";
@@ -97,7 +97,7 @@ TEST(MachineStore, isNotMadeBelowAFile) {
   EXPECT_THAT(reason, ::testing::StartsWith("the folder " + file + "/mac cannot be made: "));
 }
 
-TEST(MachineStore, letsOnlyItsOwnerReachTheMachine) {
+TEST(MachineStore, isReadableByItsOwnerOnly) {
   ::umask(0);
   const LiveFolder folder;
   for (const char* name : {"/machine", "/journal"}) {
@@ -107,7 +107,7 @@ TEST(MachineStore, letsOnlyItsOwnerReachTheMachine) {
   }
 }
 
-TEST(MachineStore, showsAnUpdateToAllWhoHoldIt) {
+TEST(MachineStore, showsAnUpdateToAllProcessesThatMapIt) {
   LiveFolder folder;
   std::string reason;
   const auto other = MachineStore::open(folder.path(), reason);
@@ -118,7 +118,7 @@ TEST(MachineStore, showsAnUpdateToAllWhoHoldIt) {
   }
 }
 
-TEST(MachineStore, keepsTheMachineAndTheJournalAfterAllHaveClosedIt) {
+TEST(MachineStore, keepsTheMachineAndTheJournalAfterItIsClosed) {
   const ScratchFolder scratch;
   std::string reason;
   {
@@ -145,7 +145,7 @@ TEST(MachineStore, refusesAFolderWithoutAMachine) {
   EXPECT_EQ(refusal(scratch.path()), "the folder " + scratch.path() + " holds no machine");
 }
 
-TEST(MachineStore, refusesAFileThatIsNotOurs) {
+TEST(MachineStore, refusesAFileThatIsNotAMachine) {
   const ScratchFolder scratch;
   const std::string file = scratch.path() + "/machine";
   const std::string reason = "the file " + file + " is not a virtual Mac";
@@ -155,7 +155,7 @@ TEST(MachineStore, refusesAFileThatIsNotOurs) {
   EXPECT_EQ(refusal(scratch.path()), reason);
 }
 
-TEST(MachineStore, refusesWhatIsNotAFileWithoutWaitingForIt) {
+TEST(MachineStore, refusesOtherThanFilesWithoutBlocking) {
   const ScratchFolder scratch;
   const std::string path = scratch.path() + "/machine";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
@@ -183,7 +183,7 @@ TEST(MachineStore, refusesAnotherVersionWhateverItsSize) {
   EXPECT_THAT(refusal(folder.path()), HasSubstr("is of version 127"));
 }
 
-TEST(MachineStore, refusesAMachineThatWasCutAtAnyLength) {
+TEST(MachineStore, refusesAMachineThatWasTruncatedAnywhere) {
   LiveFolder folder;
   const std::string file = folder.path() + "/machine";
   const std::string whole = contentsOf(file);
@@ -272,7 +272,7 @@ std::unique_ptr<MachineStore> openAgain(const std::string& folder) {
   return store;
 }
 
-TEST(MachineStore, isAsBeforeWhenItsWriterIsKilledInTheMiddle) {
+TEST(MachineStore, keepsItsOldContentIfItsWriterIsKilledInAnUpdate) {
   const LiveFolder folder(unmarked());
   const pid_t child = ::fork();
   if (child == 0) {
@@ -292,7 +292,7 @@ TEST(MachineStore, isAsBeforeWhenItsWriterIsKilledInTheMiddle) {
   EXPECT_EQ(wholeMark(*store), 2);
 }
 
-TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
+TEST(MachineStore, staysConsistentWheneverItsWriterIsKilled) {
   const LiveFolder folder(unmarked());
   void* memory = ::mmap(nullptr, sizeof(std::atomic<std::int64_t>), PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -325,7 +325,7 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
   }
 }
 
-TEST(MachineStore, takesUpdatesOfManyProcessesOneAfterAnother) {
+TEST(MachineStore, serialisesUpdatesOfManyProcesses) {
   const LiveFolder folder(unmarked());
   constexpr std::int64_t processes = 4;
   constexpr std::int64_t updatesEach = 100;

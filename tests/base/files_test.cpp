@@ -139,7 +139,7 @@ TEST(WriteAll, reportsAnIncompleteWrite) {
     const rlimit tenBytes{10, 10};
     ::setrlimit(RLIMIT_FSIZE, &tenBytes);
     const Descriptor file = openForAppending(path);
-    // Told through the exit status: printing is cut at ten bytes, too.
+    // Reported by the exit status, because output is truncated at ten bytes too.
     ::_exit(writeAll(file.number(), "0123456789abcdef") ? 1 : 2);
   });
   EXPECT_EQ(ended.status, 2);
@@ -163,7 +163,7 @@ void takeFromPipe() {
   }
 }
 
-// Makes room only now and then, so that a write also comes back without having written anything.
+// Makes room only now and then, so that some writes return without having written anything.
 void takeFromPipeNowAndThen(int) {
   static int calls = 0;
   if (++calls % 4 == 0) takeFromPipe();
@@ -173,7 +173,7 @@ TEST(WriteAll, continuesAfterAnInterruptingSignal) {
   ASSERT_EQ(::pipe(gPipe.data()), 0);
   ASSERT_EQ(::fcntl(gPipe[0], F_SETFL, O_NONBLOCK), 0);
   struct sigaction action {};
-  action.sa_handler = takeFromPipeNowAndThen;  // without SA_RESTART: the write comes back early
+  action.sa_handler = takeFromPipeNowAndThen;  // without SA_RESTART, so the write returns early
   ::sigaction(SIGALRM, &action, nullptr);
   const itimerval often{{0, 1000}, {0, 1000}};
   ::setitimer(ITIMER_REAL, &often, nullptr);

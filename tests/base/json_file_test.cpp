@@ -109,7 +109,7 @@ TEST(FileReading, stopsAboveSixteenMebibytes) {
 }
 
 TEST(FileReading, readsToTheEndWhateverSizeIsReported) {
-  // A file whose size says 0, as that of one that is being written may.
+  // A file that reports a size of 0, as one that is being written may.
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
   const auto bytes = readWholeFile("/proc/self/maps");
   ASSERT_TRUE(bytes.has_value());
@@ -125,7 +125,8 @@ TEST(FileReading, returnsNothingWhenAReadFails) {
 
 TEST(FileReading, stopsAboveSixteenMebibytesAlsoIfASmallerSizeIsReported) {
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
-  // Each mapping of a file is a line with its long name; mappings of the same page do not merge.
+  // /proc/self/maps, which reports a size of 0, gets a line with a long name for each mapping. Mappings of
+  // the same page do not merge.
   const ScratchFolder folder;
   std::string path = folder.path();
   while (path.size() < 3000) {
@@ -194,19 +195,19 @@ TEST(JsonParsing, rejectsEverythingElse) {
       // numbers
       "NaN"sv, "Infinity"sv, "-Infinity"sv, "nan"sv, "inf"sv, "01"sv, "-01"sv, "+1"sv, ".5"sv, "1."sv,
       "1.e5"sv, "1e"sv, "1e+"sv, "-"sv, "--1"sv, "0x10"sv, "1_000"sv, "1,5"sv,
-      // numbers beside one beyond a double
+      // other errors beside a number beyond a double
       "[1e999,01]"sv, "[01,1e999]"sv, "01e999"sv, "+1e999"sv, "1.e999"sv, ".1e999"sv, "1e999.5"sv,
       "1e999-1"sv, "[1e999 1]"sv, "[1e999,]"sv, "1e999 x"sv, "1e999\0"sv, "[1e999,\"1e999]"sv, "{1e999:1}"sv,
       "1e999e"sv,
       // texts
       "\"a"sv, "\"\\\""sv, "\"\t\""sv, "\"\n\""sv, "\"\x1f\""sv, "\"\\x41\""sv, "\"\\u12\""sv,
       "\"\\u12g4\""sv, "\"\\ud83d\""sv, "\"\\ude00\""sv, "\"\\ud83d\\ud83d\""sv, "\"\\ud83dx\""sv,
-      // bytes that are no UTF-8: alone, cut, overlong, surrogates, too large
+      // invalid UTF-8: stray bytes, truncated, overlong, surrogates, too large
       "\"\xff\""sv, "\"\xc3\""sv, "\"\x80\""sv, "\"\xc0\xaf\""sv, "\"\xe0\x80\xaf\""sv, "\"\xed\xa0\x80\""sv,
       "\"\xf4\x90\x80\x80\""sv, "\"\xf0\x9f\x98\""sv, "{\"\xff\":1}"sv, "\xff"sv, "\xc2\xa0{}"sv,
       // zero bytes
       "{}\0"sv, "{}\0garbage"sv, "\0{}"sv, "\"a\0b\""sv, "{\0}"sv, "\0"sv,
-      // marks of other encodings, and UTF-16 and UTF-32 themselves
+      // byte order marks of other encodings, and UTF-16 and UTF-32
       "\xEF\xBB{}"sv, "\xEF\xBB\xBF\xEF\xBB\xBF{}"sv, "\xEF\xBB\xBF"sv, "{\0}\0"sv, "\0{\0}"sv,
       "\xFF\xFE{\0}\0"sv, "\xFE\xFF\0{\0}"sv, "{\0\0\0}\0\0\0"sv, "\0\0\0{\0\0\0}"sv};
   for (const auto text : cases) {
@@ -247,7 +248,7 @@ TEST(JsonParsing, readsTheRestOfATextWithANumberBeyondADoubleUnchanged) {
   EXPECT_EQ(*parseJson("[0,1e999,-0,[2.5,-1e999],{\"a\":[1e999]},3]"),
             Json::array({0, infinity, 0, Json::array({2.5, -infinity}),
                          Json::object({{"a", Json::array({infinity})}}), 3}));
-  // Texts are no numbers, whatever they hold and wherever they end.
+  // A string is never a number, whatever it contains and wherever it ends.
   EXPECT_EQ(*parseJson(R"(["1e999","-","\"1e999",true,1e999,"\\",7,"1",false,null])"),
             Json::array({"1e999", "-", "\"1e999", true, infinity, "\\", 7, "1", false, nullptr}));
   const Json kinds = *parseJson("[80,-3,80.0,18446744073709551615,1e999]");
@@ -405,7 +406,7 @@ TEST(JsonText, isMissingForANumberThatIsNotFinite) {
   }
 }
 
-// Switches this process to a locale that writes 2,5; false when this system cannot make one.
+// Switches this process to a locale that writes 2,5. False if the system has none.
 bool useDecimalComma(const ScratchFolder& folder) {
   const std::string command =
       "localedef -i fr_FR -f UTF-8 " + folder.path("fr_FR.UTF-8") + " >" + folder.path("said") + " 2>&1";

@@ -26,7 +26,7 @@ using namespace test;
 
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 
-// A number is no message: it must not find a logarithm either.
+// log(1) must not compile: a number is not a message, nor must the call find the logarithm.
 static_assert(!std::is_invocable_v<decltype(brisko::log), double>);
 static_assert(!std::is_invocable_v<decltype(brisko::log), int>);
 
@@ -143,7 +143,7 @@ TEST(LogLineText, createsNoFileAfterAPurge) {
   EXPECT_FALSE(mac.exists(logPath));
 }
 
-// Gives this process a standard output whose reader is gone.
+// Makes the standard output of this process a closed pipe.
 void breakStandardOutput() {
   int ends[2];
   if (::pipe(ends) != 0) ::_exit(1);
@@ -235,7 +235,7 @@ TEST(LogLineText, survivesALogFolderThatCannotBeCreated) {
 TEST(LogLineText, canBeWrittenFromAnExitHook) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
-    // Registered before the log is first used, so that what the log had made since would be gone first.
+    // Registered before the log is first used, so that it runs after the destruction of what the log created.
     std::atexit([] { log("last"); });
     log("first");
     std::exit(0);
@@ -516,7 +516,7 @@ TEST_F(LogFileTest, continuesInTheSameFileIfItCannotBeRotated) {
 TEST_F(LogFileTest, isNotInheritedByChildren) {
   LogFile::append("one\n");
   const auto ended = inChild([] {
-    // Each descriptor above the standard ones that an exec would hand on; gtest and the child own none.
+    // Each descriptor above the standard ones that an exec would pass on; gtest and the child have none.
     for (int number = 3; number < 64; ++number) {
       struct stat status {};
       const int flags = ::fcntl(number, F_GETFD);

@@ -178,7 +178,7 @@ TEST(Arguments, areIgnoredWhenUnknown) {
 }
 
 TEST(Arguments, includeThePathOfTheExecutable) {
-  // Whatever stands first is looked at like the others.
+  // The first argument is parsed like the others.
   scanArguments({"--limit", "75"});
   EXPECT_EQ(gCliLimit, 75);
 }

@@ -181,7 +181,7 @@ TEST(ConfigurationParsing, acceptsTheWholeRangeOf64Bits) {
   EXPECT_EQ(parse(R"({"limit":9223372036854775807})").limit, std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808})").limit, std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808.0})").limit, std::numeric_limits<std::int64_t>::min());
-  // As a double this one is -2^63, too.
+  // As a double this is also -2^63.
   EXPECT_EQ(parse(R"({"limit":-9223372036854775809})").limit, std::numeric_limits<std::int64_t>::min());
 }
 

@@ -17,7 +17,7 @@ namespace {
 
 using namespace test;
 
-// The lines byte by byte where more than ASCII stands in them.
+// The lines with characters beyond ASCII, byte by byte.
 #define EM_DASH "\xE2\x80\x94"
 #define ARROW "\xE2\x86\x92"
 
@@ -35,7 +35,7 @@ std::string finished(const std::string& before, const std::string& after, const 
          cycles + " cycles";
 }
 
-// A Mac whose gauge knows 4427, 4554 and 4563 mAh and 37 cycles.
+// A Mac whose gauge reports 4427, 4554 and 4563 mAh and 37 cycles.
 class CalibrationCycle : public test::OnVirtualMac {
  protected:
   CalibrationCycle() {
@@ -44,12 +44,12 @@ class CalibrationCycle : public test::OnVirtualMac {
   }
 
   static double now() { return platform::wallNow(); }
-  // In a run of which nothing else is known, in this phase since now.
+  // Puts a run into this phase, which begins now; everything else about the run is unset.
   static void inPhase(CalPhase phase) {
     gCal = {.phase = phase, .startedAt = now(), .phaseSince = now(), .lastTick = now()};
   }
   static bool advance(const CalibrationInputs& inputs) { return advanceCalibration(inputs); }
-  // One call after 12 s, in the soak, on the adapter and full.
+  // One call after 12 s, in the soak, on the adapter at full charge.
   bool soak(double seconds = 12, bool plugged = true, std::int64_t pct = 100) {
     mac.pass(seconds);
     return advance({.pct = pct, .plugged = plugged});
@@ -153,7 +153,7 @@ TEST_F(CalibrationCycle, drainsDownToTheTarget) {
   EXPECT_EQ(gCal.phase, CalPhase::drain);
   EXPECT_FALSE(advance({.pct = 15, .drainTarget = 15}));
   EXPECT_EQ(gCal.phase, CalPhase::refill);
-  // A target that was raised is met at once, whatever lies between.
+  // A raised target is reached at once, however far the charge is below it.
   inPhase(CalPhase::drain);
   EXPECT_FALSE(advance({.pct = 60, .drainTarget = 80}));
   EXPECT_EQ(gCal.phase, CalPhase::refill);
@@ -224,7 +224,7 @@ TEST_F(CalibrationCycle, soaksForTheConfiguredTimeInTotal) {
   for (int call = 1; call < 300; ++call) ASSERT_FALSE(soak());
   EXPECT_EQ(gCal.phase, CalPhase::soak);
   EXPECT_EQ(gCal.soakBanked, 3588);
-  EXPECT_FALSE(soak());  // banked first, judged then
+  EXPECT_FALSE(soak());  // the time is added before it is compared
   EXPECT_EQ(gCal.phase, CalPhase::restore);
   EXPECT_EQ(now() - gCal.startedAt, 3600);
   EXPECT_EQ(gCal.soakBanked, 0);
@@ -237,7 +237,7 @@ TEST_F(CalibrationCycle, countsSoakOnlyOnTheAdapterAtFullCharge) {
   for (int call = 0; call < 10; ++call) EXPECT_FALSE(soak(12, false));
   for (int call = 0; call < 10; ++call) EXPECT_FALSE(soak(12, true, 99));
   EXPECT_EQ(gCal.soakBanked, 12);
-  // Only the time since the last call counts then, not that of the whole spell.
+  // Then only the time since the last call counts, not the whole time off the adapter.
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 24);
 }
@@ -269,7 +269,7 @@ TEST_F(CalibrationCycle, countsNoSoakInTheFirstCallAfterARestart) {
   EXPECT_EQ(gCal.soakBanked, 0);
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
-  // Nor after one before 1970.
+  // The same after a last call before 1970.
   gCal.lastTick = -5;
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
@@ -302,7 +302,7 @@ TEST_F(CalibrationCycle, isStoppedWhenAPhaseLastsMoreThan3Days) {
     gCal.runs = {{.at = 5}};
     const double begun = gCal.startedAt;
     mac.pass(threeDays);
-    // Neither full nor at any target: no rule but the guard has a say.
+    // Neither full nor at any target, so that only the time limit applies.
     const CalibrationInputs inputs{.pct = 90, .plugged = true, .soakSeconds = 1e9};
     EXPECT_FALSE(advance(inputs)) << phaseName(phase);
     EXPECT_EQ(gCal.phase, phase);
@@ -436,7 +436,7 @@ TEST_F(CalibrationCycle, isCancelledWithoutAFailure) {
             .before = GaugeReading{},
             .runs = {{.at = 5}},
             .lastFailure = CalFailure{"x", CalPhase::fill}};
-    // The phase says where a failure was; without a reason there is none.
+    // The phase is that of a failure; without a reason there is no failure.
     EXPECT_THAT(written([] { stopCalibration(std::nullopt, CalPhase::soak); }),
                 ElementsAre("calibration.json"));
     EXPECT_EQ(gCal.phase, CalPhase::idle);

@@ -15,7 +15,8 @@ namespace {
 using namespace test;
 using virtual_mac::RegistryLayout;
 
-// What an earlier file could have left, so that a reader that sets nothing can be told from one that clears.
+// A record that an earlier file could have left, which distinguishes a reader that sets nothing from one that
+// clears.
 CalibrationState somethingElse() {
   return {.phase = CalPhase::restore,
           .startedAt = 1,
@@ -76,7 +77,7 @@ TEST_F(CalibrationRecord, readsTheDesignFromTheNestedDictionaryWhenTheTopHasNone
 }
 
 TEST_F(CalibrationRecord, readsTheCyclesFromTheTopOnly) {
-  // "BatteryData" has them too.
+  // "BatteryData" contains them too.
   fault("CycleCount", PropertyFault::missing);
   EXPECT_EQ(readCapacity(), (GaugeReading{.raw = 4427, .nominal = 4554, .design = 4563}));
 }
@@ -182,7 +183,7 @@ TEST_F(CalibrationRecord, isReadBackAsWrittenExceptTheLastTick) {
   readCalibration();
   state.lastTick = 0;
   EXPECT_EQ(gCal, state);
-  // An idle one, over whatever stands in memory but the reading, which no file can take away.
+  // An idle record clears everything in memory except the reading, which no file can remove.
   state = {};
   gCal = state;
   writeCalibration();
@@ -262,7 +263,7 @@ TEST_F(CalibrationRecord, readsATimeThatIsNoNumberAs0) {
   }
 }
 
-// Such a file ends the daemon where the soak is published, not here.
+// Such a file ends the daemon when the soak is published, not when it is read.
 TEST_F(CalibrationRecord, readsASoakBeyond64BitsUnchanged) {
   read(R"({"phase":"fill","soakBanked":1e300})");
   EXPECT_EQ(gCal.soakBanked, 1e300);

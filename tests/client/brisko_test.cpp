@@ -32,7 +32,7 @@ using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-// The one object that a command printed, valid by its schema.
+// The one object that a command printed, validated against its schema.
 json answered(const Finished& finished, const std::string& kind, int status = 0) {
   EXPECT_EQ(finished.status, status) << finished.errors;
   std::string text = finished.output;
@@ -296,7 +296,7 @@ TEST(BriskoRefuses, settingsFilesThatItCannotUse) {
     test::put(mac.configPath(), each.bytes);
     expectRefused(mac.brisko({"limit", "70"}), 1, each.reason);
     EXPECT_TRUE(test::contents(mac.configPath()) == each.bytes) << each.reason;
-    if (each.reason == std::string("too large")) break;  // the daemon ends at such a number
+    if (each.reason == std::string("too large")) break;  // such a number ends the daemon
   }
 }
 
@@ -346,7 +346,7 @@ TEST(BriskoRefuses, aComputerThatIsNotAMac) {
   expectRefused(test::run("brisko", {"limit", "70"}, {{"BRISKO_VIRTUAL_MAC", "/nowhere"}}), 3, "/nowhere");
 }
 
-// Between two of its updates of the machine: paused within one, the daemon would keep the machine's lock.
+// Pauses the daemon between two updates of the machine. Paused within one, it would keep the machine's lock.
 void pause(const LiveBrisko& mac) {
   std::string reason;
   const auto store = virtual_mac::MachineStore::open(mac.mac.folder(), reason);

@@ -69,7 +69,7 @@ TEST(CommandLine, explainsEveryCommand) {
   }
 }
 
-// The manual is written by hand; that it is complete is checked here.
+// The manual is written by hand; this test checks that it is complete.
 TEST(CommandLine, isDescribedInTheManual) {
   const std::string manual = test::contents(BRISKO_MANUALS "/brisko.1");
   for (const CommandDefinition& command : commandDefinitions()) {

@@ -58,7 +58,7 @@ void addSamples(Situation& situation, int minutes, double perMinute, double watt
 }
 
 using S = Situation;
-// Every reason, on both sides of its border where it has one.
+// Every reason, on both sides of its boundary if it has one.
 const std::vector<Case>& cases() {
   static const std::vector<Case> all{
       {"not installed",

@@ -40,7 +40,8 @@ using platform::Reply;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 
-// Threads of the service may still be there at the end of the process: what they touch is never destroyed.
+// Threads of the service may still run when the process exits, so the objects that they use are never
+// destroyed.
 const std::string& serviceName = *new std::string("com.brisko.daemon.xpc");
 const std::string& goodRequirement = *new std::string(
     "anchor apple generic and identifier \"com.brisko.Brisko\" and certificate leaf[subject.OU] = \"" +
@@ -50,7 +51,7 @@ const virtual_mac::ClientSignature& named(std::string_view name) {
   return virtual_mac::findClient(name)->signature;
 }
 
-// Waits for what other threads do.
+// Waits for other threads until `seen` returns true.
 bool comesTrue(const std::function<bool()>& seen) {
   constexpr int patience = 10'000;  // milliseconds
   for (int waited = 0; waited < patience; ++waited) {
@@ -60,14 +61,14 @@ bool comesTrue(const std::function<bool()>& seen) {
   return false;
 }
 
-// Replies that are not given yet.
+// Requests that are not yet answered.
 class Waiting {
  public:
   void add(const Reply& reply) {
     const std::lock_guard lock(mutex_);
     replies_.push_back(reply);
   }
-  // Those from the one number to before the other, once they are here.
+  // Answers the requests from number `from` up to, but not including, `to`, once they have arrived.
   void give(std::size_t from, std::size_t to) {
     ASSERT_TRUE(comesTrue([&] {
       const std::lock_guard lock(mutex_);
@@ -82,11 +83,11 @@ class Waiting {
   std::vector<Reply> replies_;
 };
 
-// A service that answers everything at once, and knows what it was asked.
+// A service that answers everything at once and records the requests.
 class Service {
  public:
   std::function<std::optional<std::string>()> requirement = [] { return std::nullopt; };
-  // What becomes of a request once it is noted.
+  // What happens to a request after it was recorded.
   std::function<void(const Reply&)> answer = [](const Reply& reply) { reply(true, std::nullopt); };
 
   [[nodiscard]] ControlRequests requests() {
@@ -116,7 +117,7 @@ class Service {
   std::vector<std::string> heard_;
 };
 
-// One of its kind, for those threads again.
+// The only instance, never destroyed for the same reason.
 template <typename Thing>
 Thing& lasting() {
   static Thing& thing = *new Thing;
@@ -127,7 +128,7 @@ class ControlListener : public ::testing::Test {
  protected:
   ControlListener() { folder.name(); }
 
-  // Serves until the clients are done. Their part, `body`, runs in a thread of its own.
+  // Serves until `body`, which runs the clients on a separate thread, returns.
   template <class Body>
   void serve(Body body) {
     platform::listenForControl(serviceName, service.requirement, service.requests());
@@ -339,7 +340,7 @@ TEST_F(ControlListener, answersAClientThatClosedItsSide) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// Clients that do not keep to the rules
+// Misbehaving clients
 
 TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
   const std::string whole = lineOf(named("app")) +
@@ -453,11 +454,11 @@ TEST_F(ControlListener, disconnectsAClientWithoutAnIdentity) {
   EXPECT_THAT(heard(), IsEmpty());
 }
 
-// Else a client that asks and asks would fill the daemon's memory.
+// Otherwise a client that sends requests without end would fill the daemon's memory.
 TEST_F(ControlListener, stopsReadingFromAClientWithManyUnansweredRequests) {
   constexpr std::size_t unanswered = 256;
   constexpr std::size_t all = 300;
-  const std::string settings(50'000, ' ');  // so long that what is not taken fits no socket
+  const std::string settings(50'000, ' ');  // so long that unread requests overflow the socket's buffer
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
     const auto app = client();
@@ -482,13 +483,13 @@ TEST_F(ControlListener, stopsReadingFromAClientWithManyUnansweredRequests) {
   });
 }
 
-// The main thread continues although a client does not read what it asked for.
+// The main thread continues although a client does not read its replies.
 TEST_F(ControlListener, doesNotWaitForAClientToRead) {
   service.answer = [](const Reply& reply) { postMain([reply] { reply(false, std::string(10'000, 'x')); }); };
   serve([&] {
     const auto silent = client();
     for (int time = 0; time < 256; ++time) EXPECT_TRUE(silent->send(ControlRequestKind::restart));
-    ASSERT_TRUE(hears(30));  // more than its socket has room for
+    ASSERT_TRUE(hears(30));  // more than fits into the socket's buffer
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(app->nextReply());
@@ -573,7 +574,7 @@ std::ptrdiff_t entriesOf(const std::string& directory) {
 }
 
 TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
-  std::thread([] {}).join();  // the first thread of a process may bring one of a sanitizer's own
+  std::thread([] {}).join();  // with the first thread of a process a sanitizer may start its own
   const auto before = entriesOf("/proc/self/task");
   serve([&] {
     const auto threads = entriesOf("/proc/self/task");
@@ -639,7 +640,7 @@ TEST_F(ControlListener, leavesTheServiceToTheProcessThatOwnsIt) {
   const int lock = ::open((folder.path() + "/" + serviceName + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_EQ(::flock(lock, LOCK_EX), 0);
   serve([&] { EXPECT_EQ(ControlClient::connect(folder.path()), nullptr); });
-  // And once that is gone the next process has it.
+  // When that process has ended, the next one gets the service.
   ::close(lock);
   serve([&] { EXPECT_NE(client(), nullptr); });
 }

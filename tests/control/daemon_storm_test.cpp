@@ -1,6 +1,6 @@
-// The whole daemon in this process, on a live machine, while clients in threads of their own ask for all that
-// they can at once. Above all it is for ThreadSanitizer: what a request's thread shares with the main thread
-// must never be touched by both.
+// The whole daemon in this process, on a live machine, while clients on separate threads send every kind of
+// request at the same time. Mainly for ThreadSanitizer: the threads of requests must not race with the main
+// thread.
 
 #include <array>
 #include <atomic>
@@ -41,7 +41,7 @@ bool comesTrue(const std::function<bool()>& seen) {
 
 class DaemonStorm : public ::testing::Test {
  protected:
-  // A minute of the machine's in a real second, if nothing else is said.
+  // By default a real second is a minute of machine time.
   explicit DaemonStorm(double speed = 60) : folder(test::machineFromNow({}, speed)) { folder.name(); }
 
   // Runs the daemon until the clients are done.
@@ -60,7 +60,7 @@ class DaemonStorm : public ::testing::Test {
     return ControlClient::connect(folder.path(), virtual_mac::findClient(name)->signature);
   }
 
-  // Asks `count` times, in a thread of its own, and reads the replies; how many came.
+  // Sends `count` requests on a separate thread and reads the replies; returns their number.
   int ask(int count, const std::function<void(ControlClient&, int)>& request,
           std::string_view name = "app") const {
     const auto app = client(name);
@@ -108,7 +108,7 @@ TEST_F(DaemonStorm, answersEveryRequestOnceWhileTheMachineChanges) {
           }
         },
     });
-    // The last word of all counts.
+    // The last request decides.
     EXPECT_EQ(ask(1, [](ControlClient& app, int) { applyLimit(app, 17); }), 1);
   });
   EXPECT_THAT(test::contents(volume("/Library/Application Support/Brisko/config.json")),
@@ -170,8 +170,8 @@ TEST_F(DaemonStorm, writesNoFileAfterAPurge) {
   EXPECT_FALSE(test::exists(volume("/Library/Logs/Brisko")));
 }
 
-// The process ends in the middle of it all, by exit(): what the clients' threads still touch must stay whole.
-// Nobody is left to tell a failure then, so the last hook does.
+// The process exits while clients are active, so what their threads still use must not be destroyed. No test
+// code runs after that, so the last exit hook reports a failure.
 std::atomic<bool> gRestartAnswered{false};
 
 class DaemonStormAtRealSpeed : public DaemonStorm {

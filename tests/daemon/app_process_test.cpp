@@ -1,4 +1,4 @@
-// The app comes and goes in whole processes of the daemon.
+// The app is removed and returns while whole processes of the daemon run.
 
 #include <algorithm>
 #include <csignal>
@@ -25,7 +25,7 @@ constexpr const char* dormantLine =
     "uninstall-service.sh)";
 constexpr const char* backLine = "app is back — Brisko takes the charge again";
 
-// A Mac on which the app may come and go.
+// A Mac on which the app can be installed and removed.
 class Bundle : public VirtualMac {
  public:
   using VirtualMac::VirtualMac;
@@ -42,7 +42,7 @@ class App : public ::testing::Test {
  protected:
   explicit App(const MachineOptions& options = {}) : mac(options) {}
 
-  // The process begins after a second, an hour into the day of the machine.
+  // Starts the process and runs it for a second.
   void begin(std::vector<std::string> arguments = {"--app", installed}) {
     process.emplace(mac, std::move(arguments));
     process->run(1);
@@ -50,10 +50,10 @@ class App : public ::testing::Test {
     mac.forgetJournal();
     static_cast<void>(newLines());
   }
-  // Lets the time pass until so many seconds after begin() or after the last mark().
+  // Runs until so many seconds after begin() or after the last mark().
   void runTo(double seconds) { process->run(looked + seconds - mac.machine().now); }
   void mark() { looked = mac.machine().now; }
-  // The app is gone from this moment on, which counts as 0.
+  // Removes the app; times are counted from now on.
   void lose() {
     mac.remove();
     process->run(0);
@@ -72,7 +72,7 @@ class App : public ::testing::Test {
     const auto count = [&](const char* line) { return std::count(lines.begin(), lines.end(), line); };
     return count(dormantLine) > count(backLine);
   }
-  // The writes to the controller, without what else passes.
+  // The writes to the controller alone.
   static test::Writes writesOf(const VirtualMac& machine) {
     test::Writes keys;
     for (const std::string& entry : machine.writes()) {
@@ -86,7 +86,7 @@ class App : public ::testing::Test {
   double looked = 0;
 };
 
-// --- the grace
+// --- the grace period
 
 TEST_F(App, causesNoLogLineWhileItIsInstalled) {
   begin();
@@ -133,7 +133,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   EXPECT_THAT(lines, Not(Contains(dormantLine)));
   EXPECT_THAT(lines, Not(Contains(backLine)));
   EXPECT_THAT(lines, Not(Contains(missingLine)));
-  lose();  // the absence was forgotten
+  lose();  // a new absence
   runTo(599);
   EXPECT_FALSE(isDormant());
   runTo(601);
@@ -198,7 +198,7 @@ TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
   lose();
   runTo(10);
   mac.install();
-  runTo(70);  // watched again, but not looked for
+  runTo(70);  // watched again, but not checked
   mac.move(installed, "/Users/me/.Trash/Brisko.app");
   mac.install();
   runTo(500);
@@ -216,7 +216,7 @@ TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
   lose();
   runTo(10);
   mac.install();
-  runTo(70);  // watched again, but not looked for
+  runTo(70);  // watched again, but not checked
   mac.write(installed + "/Contents/Info.plist", "new");
   mac.write(installed + "/new", "new");
   test::setMode(mac.path(installed), 0700);
@@ -265,7 +265,7 @@ TEST_F(App, isGoneByTheWallClock) {
   EXPECT_TRUE(isDormant());
 }
 
-// --- where it is looked for
+// --- places
 
 TEST_F(App, isNotWatchedWithoutAPath) {
   begin({});
@@ -315,7 +315,7 @@ TEST_F(App, isFoundInTheApplicationsFolder) {
   mac.move(downloaded, installed);
   runTo(3600);
   EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
-  // It is not watched there, but looked for once a minute.
+  // It is not watched there, but checked once a minute.
   mac.remove();
   runTo(3659);
   EXPECT_THAT(newLines(), IsEmpty());
@@ -366,7 +366,7 @@ TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   mac.sleep();
   runTo(40);
   ASSERT_THAT(mac.pendingWakes(), Not(IsEmpty()));
-  // Somebody opens the lid; the wake stays until the daemon takes it away.
+  // The lid is opened; the scheduled wake stays until the daemon cancels it.
   runTo(45);
   mac.number(ChangeKind::capabilities, 9);
   runTo(7200);
@@ -376,7 +376,7 @@ TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-// Whatever kind of keys the Mac has: all is given back, and nothing is written any more.
+// Whatever keys the Mac has, everything is given back, and nothing is written any more.
 TEST_F(App, releasesEveryKindOfGateWhenItIsGone) {
   for (const GateKind gate : {GateKind::chte, GateKind::ch0b0c, GateKind::firmwareBand}) {
     for (const CutKind cut : {CutKind::chie, CutKind::ch0i, CutKind::ch0j, CutKind::none}) {
@@ -494,11 +494,12 @@ TEST_F(App, isFoundByTheLastCheckRightAfterTheGracePeriod) {
   ASSERT_GE(lines.size(), 3U);
   EXPECT_EQ(lines[0], backLine);
   EXPECT_EQ(lines[1], "→ state: hold");
-  // The light was handed back without the memory of it: the tick takes that for the system's doing.
+  // The light was handed back, but the daemon's memory of it was not reset, so the tick takes it for a change
+  // by the system.
   EXPECT_EQ(lines[2], "⚠️ LED reprise par le système — Brisko la remet à 3");
   EXPECT_EQ(mac.key("CHTE").front(), 1);
   EXPECT_EQ(mac.key("ACLC").front(), 3);
-  // The look of each minute was still pending, and so it continues watching.
+  // The check of each minute was still pending, so the app is watched again.
   mac.remove();
   runTo(659);
   EXPECT_THAT(linesAboutTheApp(), IsEmpty());

@@ -53,7 +53,7 @@ class CalibrationDaemon : public ::testing::Test {
             std::string_view model = "air13") {
     options.percent = percent;
     daemon.reset();
-    mac.reset();  // one machine at a time is attached
+    mac.reset();  // only one machine can be attached at a time
     mac = std::make_unique<VirtualMac>(options, model);
     mac->settings(settings);
   }
@@ -75,7 +75,7 @@ class CalibrationDaemon : public ::testing::Test {
     daemon->signal(SIGTERM).run(1);
     ASSERT_EQ(daemon->status(), 0);
   }
-  // Runs until the line is there, to the minute. False when it has not come within `hours`.
+  // Runs until the line was logged, to the minute. False if that takes longer than `hours`.
   bool runUntil(const std::string& line, double hours) {
     for (double passed = 0; passed <= hours * hour; passed += minute) {
       if (logged(line)) return true;
@@ -87,7 +87,7 @@ class CalibrationDaemon : public ::testing::Test {
     const auto lines = mac->logLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
   }
-  // When the line was logged last; -1 never.
+  // When the line was last logged; -1 for never.
   [[nodiscard]] double timeOf(const std::string& line) const {
     double time = -1;
     for (const std::string& stamped : mac->stampedLogLines()) {
@@ -144,7 +144,7 @@ TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
   EXPECT_FALSE(adapterIsCut());
   EXPECT_EQ(calibrationLines(), (std::vector<std::string>{started, drain, refill, soak, restore, finished}));
 
-  // The gauge publishes every minute and is heard at once; a soak of an hour is an hour.
+  // The gauge publishes every minute, with a tick at once, so a soak of an hour takes an hour.
   for (const char* line : {drain, refill, soak, restore, finished})
     EXPECT_EQ(std::fmod(timeOf(line) - begun, minute), 0) << line;
   EXPECT_EQ(timeOf(restore) - timeOf(soak), hour);
@@ -387,7 +387,7 @@ TEST_F(CalibrationDaemon, stallsWhenTheMacWasSwitchedOffForMoreThan3Days) {
     double seconds;
     const char* line;
   };
-  // Switched off, the Mac charges all the same, so at three days sharp the refill is done.
+  // The Mac also charges while it is off, so after exactly three days the refill is complete.
   for (const Case& off : {Case{longestPhase, soak},
                           Case{longestPhase + 1, "calibration stopped: stalled at the refill step"}}) {
     make(60);
@@ -419,7 +419,7 @@ TEST_F(CalibrationDaemon, endsEveryProcessOnASoakBeyond64BitsWhileItIsPublished)
     EXPECT_EQ(daemon->endSignal(), SIGABRT);
     EXPECT_EQ(daemon->errors(), "brisko-daemon: a number does not fit a 64-bit integer\n");
   }
-  // The next phase forgets it before it is published.
+  // The next phase resets it before it is published.
   mac->charge(100);
   live();
   EXPECT_TRUE(daemon->alive());
@@ -460,7 +460,7 @@ TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
   daemon->run(minute);
   mac->sleep();
   daemon->run(hour);
-  mac->keyBytes("CHIE", {0});  // taken back by the system
+  mac->keyBytes("CHIE", {0});  // reset by the system
   mac->wakeDark(10 * minute);
   daemon->run(minute);
   EXPECT_TRUE(adapterIsCut());
@@ -479,7 +479,7 @@ TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
   const double woken = now();
   mac->wake();
   ASSERT_TRUE(runUntil(restore, 2));
-  // The half hour was counted up to the last tick before the sleep; then 2 min; then what was missing.
+  // The half hour up to the last tick before the sleep counts, then 2 min of the sleep, then the rest.
   const double missing = timeOf(restore) - woken;
   EXPECT_GE(missing, 28 * minute - 12);
   EXPECT_LE(missing, 28 * minute + 24);

@@ -1,5 +1,5 @@
-// Edits of the configuration in whole processes of the daemon. A tick is counted by its reading of
-// the temperature.
+// Edits of the configuration in whole processes of the daemon. Ticks are counted by their reads of the
+// temperature.
 
 #include <algorithm>
 #include <cmath>
@@ -27,7 +27,7 @@ class Edit : public ::testing::Test {
     static_cast<void>(newLines());
   }
 
-  // The passes that it makes without waiting, and within the time until its next heartbeat.
+  // The ticks that it makes at once, and those until its next heartbeat.
   long ticksAtOnce() { return ticksIn(0); }
   long ticksUntilHeartbeat() {
     const double sinceHeartbeat = std::fmod(mac.machine().now - started, 12);
@@ -123,7 +123,7 @@ TEST_F(Edit, isServedInTwoTicksIfItIsARequest) {
 TEST_F(Edit, isServedInTwoTicksAlsoIfMadeBeforeTheStart) {
   mac.settings("{\"resetStats\":true}");
   mac.keepReads();
-  // Start-up asks for the temperature itself, to know whether the key is there.
+  // Start-up also reads the temperature, to find out whether the key exists.
   EXPECT_EQ(ticksAtOnce(), 1 + 2);
   EXPECT_THAT(newLines(), Contains("stats reset").Times(1));
 }

@@ -1,4 +1,4 @@
-// What the clients of the control service bring about in whole processes of the daemon.
+// What requests of clients of the control service do in whole processes of the daemon.
 
 #include <algorithm>
 #include <cmath>
@@ -47,7 +47,7 @@ class Clients : public ::testing::Test {
   DaemonProcess process{mac};
 };
 
-// --- being there
+// --- availability
 
 TEST_F(Clients, findTheServiceOnceTheLogReportsIt) {
   process.run(0);
@@ -163,7 +163,7 @@ TEST_F(Clients, mayAskAtAPlannedTime) {
 }
 
 TEST_F(Clients, areAnsweredOnceEachHoweverManyThereAre) {
-  mac.charge(95);  // a steady hold, so that nothing but the heartbeat brings a tick
+  mac.charge(95);  // a steady hold, so that only the heartbeat causes ticks
   mac.settings("{\"limit\":80}");
   process.run(1);
   constexpr int storm = 10'000;
@@ -181,7 +181,7 @@ TEST_F(Clients, areAnsweredOnceEachHoweverManyThereAre) {
       ASSERT_EQ(request.done, (sent - static_cast<int>(numbers.size()) + static_cast<int>(burst)) % 7 != 0);
     }
   }
-  // The heartbeat keeps its grid.
+  // The heartbeat stays on its grid.
   process.run(180);
   mac.keepReads();
   mac.forgetJournal();
@@ -218,7 +218,7 @@ TEST_F(Clients, endTheDaemonWithAnImpossibleNumberButLeaveItsFile) {
   EXPECT_EQ(config(), "{\"limit\":60}");
 }
 
-// --- who is let in
+// --- admission
 
 TEST_F(Clients, changeNothingWithAnotherSignature) {
   mac.charge(90);
@@ -402,7 +402,7 @@ class NativeClients : public ::testing::Test {
     mac.forgetJournal();
     seen = lines().size();
   }
-  // Everything logged, also where there is no file any more.
+  // All logged lines, also those without a log file.
   std::vector<std::string> lines() const {
     std::vector<std::string> all = sim::linesOf(process.output());
     for (std::string& line : all) line = sim::withoutStamp(line);
@@ -412,8 +412,8 @@ class NativeClients : public ::testing::Test {
     const auto all = lines();
     return {all.begin() + static_cast<std::ptrdiff_t>(seen), all.end()};
   }
-  // What was written, without the light: a release and a purge hand back the limit and nothing else, so that
-  // continues blinking.
+  // The writes, without those of the light: a release and a purge hand back only the limit, so the light
+  // continues to blink.
   test::Writes writesButTheLight() const {
     test::Writes all = mac.writes();
     std::erase_if(all, [](const std::string& entry) { return entry.starts_with("ACLC="); });
@@ -520,7 +520,7 @@ TEST_F(NativeClients, getTheLimitHandedBackBeforeAPurge) {
 
 TEST_F(NativeClients, findOnlyTheHandBackInTheLogFileAfterAPurge) {
   begin();
-  // Another name for the log file, which outlasts its removal.
+  // A second link to the log file keeps its content after the removal.
   const std::string kept = mac.path("/kept.log");
   ASSERT_EQ(::link(mac.path("/Library/Logs/Brisko/daemon.log").c_str(), kept.c_str()), 0);
   mac.ask(RequestKind::purgeAllData);
@@ -550,7 +550,7 @@ TEST_F(NativeClients, changeTheLimitOfMacOS) {
   EXPECT_EQ(mac.writes().back(), "replied apply");
 }
 
-// Nothing of ours holds the charge there, so there is nothing to release.
+// The daemon does not control the charge there, so there is nothing to release.
 TEST(LockedClients, getASuccessReplyToARelease) {
   virtual_mac::MachineOptions options;
   options.macOS = 27;

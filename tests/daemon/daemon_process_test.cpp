@@ -1,5 +1,4 @@
-// That a simulated process is a whole one, and is paused where the test wants it to. Other tests trust in
-// this.
+// A simulated process is a whole process and is paused when the test says so. Other tests rely on this.
 
 #include "support/daemon_process.h"
 
@@ -132,7 +131,7 @@ TEST(DaemonProcess, runsTheExitHooksAsAfterMain) {
   VirtualMac mac;
   gMacOfTheHook = &mac;
   std::atexit([] {
-    // Not at the end of this process, when the machine is gone.
+    // Not at the end of the test's process, when the machine no longer exists.
     if (gMacOfTheHook != nullptr) gMacOfTheHook->store().update().machine().battery.cycles += 1000;
   });
   const std::int64_t before = mac.machine().battery.cycles;
@@ -155,7 +154,7 @@ TEST(DaemonProcess, doesNotRunAfterItsEnd) {
 
 TEST(DaemonProcess, keepsItsOutputApartFromThatOfTheTest) {
   VirtualMac mac;
-  std::fputs("of the test", stdout);  // still in the buffer when the child is made
+  std::fputs("of the test", stdout);  // still in the buffer when the child is forked
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
   EXPECT_EQ(daemon.output(), "0.9.9\n");

@@ -19,7 +19,7 @@ using namespace test;
 
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 
-// How a process with these arguments ends before it comes to a wait.
+// How a process with these arguments ends before its first wait.
 struct Outcome {
   std::optional<int> status;
   std::string output;
@@ -38,7 +38,7 @@ void expectEnd(const Outcome& outcome, int status, const std::string& output, co
   EXPECT_EQ(outcome.errors, errors);
 }
 
-// A Mac without a controller: the daemon mode shows by its message, and ends there.
+// A Mac without a controller: its error message shows that the service was started.
 class EntryTest : public testing::Test {
  protected:
   EntryTest() { mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent)); }
@@ -70,7 +70,7 @@ TEST_F(EntryTest, printsTheVersionWithoutRoot) {
 }
 
 TEST_F(EntryTest, runsTheFirmwareTestBeforeAnythingElse) {
-  // It says so on standard output, where the daemon uses standard error.
+  // Its message goes to standard output, that of the daemon to standard error.
   expectEnd(run(mac, {"--probe", "--version", "--selftest", "--fwtest"}), 1, "Could not open AppleSMC.\n",
             "");
 }

@@ -1,6 +1,6 @@
-// The daemon on Macs that closed the keys and have a limit of their own. Every Mac here starts at 08:00:00;
-// its gauge publishes, and the daemon hears of it, at each full minute, the daemon looks by itself every
-// 12 s, and macOS takes a new limit 5 s after it was set.
+// The daemon on Macs whose keys are closed and that have a limit of their own. Every Mac here starts at
+// 08:00:00. Its gauge publishes at each full minute, which causes a tick, as the heartbeat does every 12 s;
+// macOS applies a new limit 5 s after it was set.
 
 #include <algorithm>
 #include <csignal>
@@ -44,10 +44,10 @@ class NativeDaemon : public ::testing::Test {
   [[nodiscard]] nlohmann::json status() const { return nlohmann::json::parse(mac.read(statusFile)); }
   [[nodiscard]] nlohmann::json stats() const { return nlohmann::json::parse(mac.read(statsFile)); }
 
-  // All lines since the last call but the summaries.
+  // All lines since the last call, except the summaries.
   Lines newEvents() {
     Lines lines = mac.newLogLines();
-    // Neither the summaries nor the control service say anything of the limit.
+    // Neither the summaries nor the control service's line concern the limit.
     std::erase_if(
         lines, [](const std::string& line) { return line.starts_with("cap ") || line.starts_with("XPC "); });
     return lines;
@@ -70,13 +70,13 @@ class NativeDaemon : public ::testing::Test {
   void slider(double percent) { mac.number(ChangeKind::limit, percent); }
   void odd(ChangeKind kind, OddLimit what) { mac.number(kind, static_cast<double>(what)); }
   void show(std::uint8_t mirror) { mac.keyBytes("bfG0", {mirror}); }
-  // What the slider shows; 0 for none.
+  // The limit that the slider shows; 0 for none.
   [[nodiscard]] std::int64_t sliderShows() const { return virtual_mac::orderOnDisk(mac.machine()).percent; }
 
   VirtualMac mac;
 };
 
-// -- The common day
+// -- An ordinary day
 
 TEST_F(NativeDaemon, bringsTheChargeToTheLimitAndHoldsItThere) {
   DaemonProcess daemon(mac);
@@ -185,7 +185,7 @@ TEST_F(NativeDaemon, topsUpAndReturnsToTheLimit) {
   EXPECT_THAT(newEvents(), ElementsAre("Top Up finished (unplugged)", set80));
 }
 
-// -- Only looking at the version
+// -- Loading the client
 
 TEST(OpenKeys, neverLoadTheClientOfTheLimit) {
   VirtualMac mac({.macOS = 26});
@@ -269,7 +269,7 @@ TEST_F(AfterBoot, readsThePreviousLimitAsSoonAsPossible) {
   EXPECT_EQ(mac.logLines().back(), backToUser);
 }
 
-// -- What an earlier run left cut
+// -- An adapter cut left by an earlier run
 
 TEST_F(NativeDaemon, connectsAnAdapterThatWasLeftCut) {
   mac.keyBytes("CHIE", {0x08});
@@ -319,7 +319,7 @@ TEST_F(NativeDaemon, writesNoKeyButTheLight) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-// -- The end
+// -- Exit
 
 class NativeEnd : public NativeDaemon, public ::testing::WithParamInterface<int> {};
 
@@ -448,7 +448,7 @@ TEST_F(NativeDaemon, recordsTheUsersOwnChoiceWhenItIsSwitchedOnAgain) {
   EXPECT_EQ(sliderShows(), 85);
 }
 
-// -- What macOS will not hold
+// -- Limits that macOS does not hold
 
 TEST_F(NativeDaemon, fallsBackToEightyAfterTenMinutesWhereLessIsIgnored) {
   odd(ChangeKind::limitBelowFloor, OddLimit::ignored);
@@ -504,8 +504,8 @@ TEST_F(NativeDaemon, fallsBackToAStepWhereOthersAreIgnored) {
                           set80, verified80));
 }
 
-// The charge is paused above a limit that macOS does hold, so that nothing but the wake makes the daemon
-// look; the next look is due 5 s after it.
+// The charge is held above a limit that macOS enforces, so only the wake causes a tick; the next tick is due
+// 5 s after it.
 class NativeNight : public NativeDaemon {
  protected:
   NativeNight() {
@@ -555,7 +555,7 @@ TEST_F(NativeDaemon, worksWithoutReadBack) {
   EXPECT_EQ(status().at("smcKeys"), nlohmann::json::array({"ACLC", "AC-W", "TB0T"}));
 }
 
-// -- What others do
+// -- Changes by others
 
 TEST_F(NativeDaemon, waitsForAFullChargeThatTheUserWants) {
   mac.settings(R"({"discharge":true})");

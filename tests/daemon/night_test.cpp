@@ -1,4 +1,4 @@
-// Nights: the daemon goes to sleep with its Mac, and the charge is where it should be in the morning.
+// Nights: the Mac sleeps, and in the morning the charge is where it should be.
 
 #include <algorithm>
 #include <csignal>
@@ -34,13 +34,13 @@ class Night : public ::testing::Test {
     static_cast<void>(newLines());
     mac->forgetJournal();
   }
-  // Closes the lid; asleep when it returns.
+  // Closes the lid and runs until the Mac sleeps.
   void sleep() {
     mac->sleep();
     daemon->run(5);
     ASSERT_TRUE(mac->machine().system.asleep);
   }
-  // Opens the lid; the daemon has heard of it when it returns.
+  // Opens the lid and runs until the daemon was notified.
   void wake() {
     mac->wake();
     daemon->run(5);
@@ -71,7 +71,7 @@ TEST_F(Night, isAnnouncedThenPlannedThenAllowed) {
   daemon->run(1);
   mac->forgetJournal();
   sleep();
-  // The last is the light, which blinks on until the Mac is really asleep.
+  // The last write is that of the light, which blinks until the Mac is really asleep.
   EXPECT_EQ(mac->writes(),
             (Writes{"heard WillSleep", "CHIE=00", "CHTE=01000000", "allowed WillSleep", "ACLC=03"}));
   daemon->run(hour);
@@ -119,7 +119,7 @@ TEST_F(Night, chargesBelowTheBandUntilTheScheduledWakeClosesTheGateAtTheLimit) {
   daemon->run(9 * hour);
   EXPECT_TRUE(mac->machine().system.asleep);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
-  // The estimate goes by the capacity that the battery was sold with, the gauge by that of today.
+  // The estimate uses the design capacity of the battery, the gauge its present capacity.
   EXPECT_GE(level(), 79);
   EXPECT_LE(level(), 83);
   const auto darkLines = newLines();
@@ -130,8 +130,8 @@ TEST_F(Night, chargesBelowTheBandUntilTheScheduledWakeClosesTheGateAtTheLimit) {
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
 }
 
-// An estimate is never for later than 45 min. In the dark wake the tick finds that the limit is still far and
-// lets charging run; sleep comes back without an announcement, so no other wake follows.
+// An estimate is at most 45 min. In the dark wake the tick finds that the limit is not reached and lets the
+// Mac charge. The Mac then sleeps again without an announcement, so no other wake is scheduled.
 TEST_F(Night, schedulesOneWakeOnlyFarBelowTheBand) {
   begin(20);
   sleep();
@@ -155,7 +155,7 @@ TEST_F(Night, schedulesAnotherWakeAfterAFullWakeFarBelowTheBand) {
     for (const double date : mac->pendingWakes()) wakes.insert(date);
     EXPECT_LE(mac->pendingWakes().size(), 1U);
     daemon->run(hour);
-    if (mac->machine().system.asleep) break;  // nothing woke it any more
+    if (mac->machine().system.asleep) break;  // no wake was left
   }
   EXPECT_GE(wakes.size(), 2U);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
@@ -217,7 +217,7 @@ TEST_F(Night, countsOneHeartbeatAndOneMinuteOfStatisticsForASleepOfAnHour) {
   mac->keepReads();
   daemon->run(hour);
   mac->forgetJournal();
-  // Up to the first heartbeat after the wake, at most: the message's own pass, and that one.
+  // At most until the first heartbeat after the wake: the tick of the message, and the heartbeat's.
   mac->wake();
   daemon->run(12);
   const Writes reads = mac->writes();
@@ -225,7 +225,7 @@ TEST_F(Night, countsOneHeartbeatAndOneMinuteOfStatisticsForASleepOfAnHour) {
   EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
 }
 
-// Charging all the while, the Mac publishes something every minute; somebody looks at it now and then.
+// The Mac charges and is advanced in several steps, so its gauge has published many times by the wake.
 TEST_F(Night, isReportedAsOneChangeInTheMorning) {
   begin(40, "{\"enabled\":false}");
   sleep();
@@ -268,7 +268,7 @@ TEST_F(Night, endsWithACancelledWakeWhenTheDaemonExits) {
   wake();
   ASSERT_THAT(mac->pendingWakes(), IsEmpty());
   mac->sleep();
-  daemon->run(1);  // answered, and not asleep yet
+  daemon->run(1);  // the message is answered, but the Mac does not sleep yet
   ASSERT_THAT(mac->pendingWakes(), SizeIs(1));
   daemon->signal(SIGTERM).run(0.5);
   EXPECT_EQ(daemon->status(), 0);
@@ -302,7 +302,7 @@ TEST_F(Night, isHandledByTheHeartbeatWithoutPowerNotifications) {
 // ---------------------------------------------------------------------------------------------------------
 // Many nights
 
-// What the life of a daemon shows of itself after each event, in memory that it shares with the test.
+// What the daemon's process records after each event, in memory that it shares with the test.
 struct Watched {
   std::uint64_t events;
   std::uint64_t mostOfOurWakes;
@@ -331,7 +331,7 @@ class Watch {
   sim::SharedMemory<Watched> seen_;
 };
 
-// One night of many, with what may come between.
+// One of many nights, with random events.
 class Nights {
  public:
   explicit Nights(std::uint32_t seed) : random_(seed) {
@@ -363,7 +363,7 @@ class Nights {
   [[nodiscard]] DaemonProcess& daemon() { return daemon_; }
   [[nodiscard]] Watched seen() const { return watch_.seen(); }
 
-  // Everything that must come out alike from the same seed.
+  // Everything that must be the same for the same seed.
   [[nodiscard]] std::string bytes() const {
     std::string all = mac_.read("/Library/Logs/Brisko/daemon.log");
     for (const auto& entry : mac_.journal())
@@ -427,7 +427,7 @@ class Nights {
 
   std::mt19937 random_;
   VirtualMac mac_{MachineOptions{.percent = 60}};
-  Watch watch_;  // before the process, which takes it along
+  Watch watch_;  // created before the process, which inherits it
   DaemonProcess daemon_{mac_};
 };
 

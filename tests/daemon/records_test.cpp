@@ -1,4 +1,4 @@
-// What whole processes of the daemon leave in the files that the app reads.
+// The files that whole processes of the daemon write for the app.
 
 #include <algorithm>
 #include <csignal>
@@ -119,7 +119,7 @@ TEST_F(Files, keepTheLimitFlagForTheNextProcess) {
     const char* stats;
     const char* state;
   };
-  for (const Case& last : {Case{"", "hold"},  // unknown: held, as if the limit had been reached
+  for (const Case& last : {Case{"", "hold"},  // unknown counts as reached
                            Case{R"({"atLimit":true})", "hold"}, Case{R"({"atLimit":false})", "allow"},
                            Case{R"({"atLimit":0})", "hold"}}) {
     VirtualMac mac(charged(77));
@@ -132,8 +132,7 @@ TEST_F(Files, keepTheLimitFlagForTheNextProcess) {
 }
 
 TEST_F(Files, keepAnUnknownLimitFlagAsFalse) {
-  // A process that never had a power reading leaves "false", and the next one charges where a first one
-  // holds.
+  // A process without any power reading stores "false", so the next one charges where a first one would hold.
   VirtualMac mac(charged(77));
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::noSnapshot));
   DaemonProcess(mac).run(30).signal(SIGTERM).run(1);
@@ -145,8 +144,7 @@ TEST_F(Files, keepAnUnknownLimitFlagAsFalse) {
 }
 
 TEST_F(Files, getTheStatisticsLastInAnOrderlyExit) {
-  // Whatever exchange with the controller is the last one of a process: the statistics come after all of
-  // them.
+  // The statistics are written after the last exchange with the controller, whichever that is.
   int killed = 0;
   for (std::uint32_t exchange = 0; exchange < 40; ++exchange) {
     VirtualMac mac(charged(90));
@@ -199,7 +197,7 @@ TEST_F(Files, areCreatedAgainIfTheyVanish) {
   std::filesystem::remove_all(mac.path(folder));
   daemon.run(600);
   EXPECT_TRUE(daemon.alive());
-  // The history makes the folder anew, and the others find it then.
+  // The history creates the folder again, and the others find it then.
   for (const char* path : {statusPath, statsPath}) EXPECT_TRUE(mac.exists(path)) << path;
   EXPECT_THAT(linesOf(mac.read(historyFile("2026-03-01"))), Not(IsEmpty()));
   EXPECT_EQ(test::modeOf(mac.path(folder)), 0755U);
@@ -297,7 +295,7 @@ TEST_F(Files, areKeptForAYearWithoutReadableSettings) {
 
 TEST_F(Files, arePrunedAgainByTheFirstSampleOfAProcess) {
   VirtualMac mac;
-  mac.write(historyFile("2020-01-01") + "/inside", "x");  // stays, and is told of each time
+  mac.write(historyFile("2020-01-01") + "/inside", "x");  // cannot be removed, so it is logged each time
   DaemonProcess daemon(mac);
   daemon.run(0);
   EXPECT_THAT(mac.logLines(), Contains("history pruned: 2020-01-01.jsonl").Times(2));

@@ -230,7 +230,7 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
   DaemonProcess daemon(mac);
   daemon.run(3 * 3600);
   for (int hour = 0; hour < 7 * 24; ++hour) {
-    // A short way without the adapter, and back at the desk.
+    // A short time without the adapter.
     mac.unplug();
     daemon.run(300);
     EXPECT_GE(virtual_mac::level(mac.machine()), 73);
@@ -238,13 +238,13 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
     daemon.run(3300);
     EXPECT_LE(virtual_mac::level(mac.machine()), 82);
   }
-  // The way down ends at the floor, and from there it goes up to the limit once.
+  // The charge falls to the lower edge and then rises to the limit once.
   const auto lines = mac.logLines();
   const auto charges = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
     return line.find("ac  state=allow") != std::string::npos && line.find("batt 75%") != std::string::npos;
   });
   EXPECT_GT(charges, 10);
-  // The gauge tells of a minute ago: the charge may run a point past the limit, no more.
+  // The gauge lags by up to a minute, so the charge may exceed the limit by one point.
   EXPECT_THAT(lines, Each(Not(HasSubstr("batt 82%"))));
 }
 
@@ -294,7 +294,7 @@ TEST(Ending, leavesTheLightAloneIfTheDaemonDoesNotDriveIt) {
 
 TEST(Ending, isTheDefaultOfASignalBeforeTheHandlerIsSet) {
   VirtualMac mac;
-  // While the keys are being looked for the signal still has its default effect.
+  // While start-up looks for the keys, the signal still has its default effect.
   mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
   DaemonProcess daemon(mac);
   daemon.run(60);
@@ -303,8 +303,8 @@ TEST(Ending, isTheDefaultOfASignalBeforeTheHandlerIsSet) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-// A signal may come at any exchange of a busy life: between the two writes of a state change, in the middle
-// of a read, in the first tick. Whatever was in hand is finished; then everything is given back.
+// A signal may come at any exchange: between the two writes of a state change, in the middle of a read, in
+// the first tick. The current work is finished; then everything is given back.
 TEST(Ending, atAnyExchangeGivesEverythingBack) {
   for (std::uint32_t exchange = 21; exchange < 140; ++exchange) {
     MachineOptions options;
@@ -316,7 +316,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
     daemon.run(600);
     ASSERT_FALSE(daemon.alive()) << exchange;
     if (daemon.endSignal()) {
-      // Still before the handler stood.
+      // The handler was not yet set.
       EXPECT_EQ(daemon.endSignal(), SIGTERM);
       EXPECT_THAT(mac.writes(), IsEmpty()) << exchange;
       continue;

@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-// What a process with these arguments prints before it comes to a wait; its status comes after it.
+// What a process with these arguments prints before its first wait, followed by its status.
 std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) {
   DaemonProcess daemon(mac, arguments);
   daemon.run(0);
@@ -170,7 +170,7 @@ TEST(Probe, namesHowAHoldIsVerified) {
   EXPECT_THAT(text(mac), HasSubstr("\nverified by: AppleSmartBattery current\n"));
 }
 
-// A key without bytes can be read all the same.
+// A key without bytes can be read too.
 TEST(Probe, countsAnEmptyKeyAsPresent) {
   VirtualMac mac;
   mac.property("Amperage", PropertyFault::missing);

@@ -25,7 +25,7 @@ class SelfTest : public ::testing::Test {
  protected:
   SelfTest() { ::setenv("TMPDIR", temporary.path().c_str(), 1); }
 
-  // What the run leaves on its standard output; its status comes after it.
+  // The standard output of the run, followed by its status.
   [[nodiscard]] std::string outcome() {
     DaemonProcess daemon(mac, {"--selftest"});
     daemon.run(0);
@@ -96,7 +96,7 @@ TEST_F(SelfTest, removesWhatAnEarlierRunLeft) {
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
 }
 
-// The temporary folder may be open to everybody.
+// The temporary folder may be writable for everybody.
 TEST_F(SelfTest, followsNoPlantedLink) {
   const ScratchFolder others;
   test::put(others.path("file"), "theirs");

@@ -1,5 +1,4 @@
-// What goes to the controller and what is made of its answers, exchange by exchange: each answer is served
-// here.
+// The client of the controller, exchange by exchange: the test checks each request and provides each answer.
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -27,7 +26,7 @@ constexpr std::size_t commandAt = 42;
 constexpr std::size_t indexAt = 44;
 constexpr std::size_t bytesAt = 48;
 
-// A record that is zero but for this text of bytes at its beginning and these single bytes.
+// A record of zeroes, except these bytes at its beginning and these single bytes.
 SmcRecord record(std::string_view key, const std::vector<std::pair<std::size_t, std::uint8_t>>& bytes) {
   SmcRecord made{};
   std::copy(key.begin(), key.end(), made.begin());
@@ -52,7 +51,7 @@ class SmcExchange : public ::testing::Test {
     };
   }
 
-  // To the question for the key: four bytes of a type whose code is 1, 2, 3, 4.
+  // The answer about the key: four bytes, of a type whose code is 1, 2, 3, 4.
   Answer first{
       .record = record(
           "",
@@ -61,7 +60,7 @@ class SmcExchange : public ::testing::Test {
   std::vector<SmcRecord> sent;
 };
 
-// On the wire the first character of a key is the last of its four bytes.
+// In a record the first character of a key is the last of its four bytes.
 const SmcRecord question = record("ETHC", {{commandAt, 9}});
 
 TEST_F(SmcExchange, sendsTheKeyThenTheKeyWithItsSizeForARead) {

@@ -1,5 +1,5 @@
-// What the JSON reader takes is JSON by another reader's judgement too; it can be written and reads back the
-// same, unless a number in it is infinite.
+// Another JSON reader accepts what ours accepts; the value can be written and reads back the same, unless a
+// number in it is infinite.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -15,7 +15,7 @@
 namespace brisko {
 namespace {
 
-// How deep it nests, as the other reader tells of it, and whether a number is beyond every double.
+// The depth of nesting as the other reader reports it, and whether a number is beyond every double.
 struct Shape : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Shape> {
   bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
     if (!std::isfinite(std::strtod(std::string(digits, length).c_str(), nullptr))) infinite = true;
@@ -40,8 +40,7 @@ struct Shape : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Shape> {
 
 enum class Judgement { noJson, json, jsonWithInfiniteNumbers };
 
-// None where the other reader does not even look at the value: it takes no exponent that is out of all
-// bounds.
+// Missing if the other reader rejects a number because of its huge exponent.
 std::optional<Judgement> judge(std::string_view text) {
   constexpr int mostLevels = 512;
   constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
@@ -60,8 +59,7 @@ bool holdsInfiniteNumber(const Json& value) {
   return value.is_number() && !std::isfinite(value.get<double>());
 }
 
-// Where the two readers are known to differ: the other one takes half a surrogate pair, and no byte order
-// mark.
+// Known differences of the two readers: the other one accepts half a surrogate pair, and no byte order mark.
 bool isUndisputed(std::string_view text) {
   return text.find("\\u") == std::string_view::npos && !text.starts_with("\xEF\xBB\xBF") &&
          text.find('\0') == std::string_view::npos;
@@ -74,7 +72,7 @@ void tryText(std::string_view text) {
   if (!value) return;
   const std::optional<std::string> written = jsonText(*value);
   require(written.has_value() != holdsInfiniteNumber(*value));
-  // The last of equal keys may have taken its place.
+  // The last of duplicate keys may have replaced it.
   if (!written) return require(!other || *other != Judgement::json);
   const std::optional<Json> again = parseJson(*written);
   require(again.has_value());

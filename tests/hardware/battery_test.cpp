@@ -171,7 +171,7 @@ TEST(Capacity, isReadFromTheTopOrFromTheNestedData) {
   EXPECT_EQ(mAh(nested, "DesignCapacity"), 4563);
   EXPECT_EQ(
       mAh({{"DesignCapacity", 1}, {"BatteryData", Dictionary{{"DesignCapacity", 2}}}}, "DesignCapacity"), 1);
-  // What is absent at the top is the integer.
+  // The value at the top counts as absent if it is not an integer.
   EXPECT_EQ(
       mAh({{"DesignCapacity", "4629"}, {"BatteryData", Dictionary{{"DesignCapacity", 2}}}}, "DesignCapacity"),
       2);

@@ -41,7 +41,7 @@ class NoCutMac : public OnMac {
   NoCutMac() : OnMac(with(GateKind::chte, CutKind::none)) {}
 };
 
-// Detection, on a Mac whose keys each test arranges.
+// Detection on a Mac whose keys each test chooses.
 class Detection : public test::OnVirtualMac {
  protected:
   Detection() : OnVirtualMac(with(GateKind::chte, CutKind::chie)) {}
@@ -120,11 +120,11 @@ TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
   EXPECT_EQ(mac.machine().smc.exchanges, before);
 }
 
-// A Mac that closed the keys and has a limit of its own, which it supports from some uptime on.
+// A Mac whose keys are closed and that has a limit of its own, which it supports from a given uptime on.
 struct Detected {
   std::variant<ChargeGate, GateFailure> result;
   std::uint64_t questions = 0;
-  double seconds = 0;  // that it took
+  double seconds = 0;  // the time that it took
 };
 
 Detected detectWithLimit(double uptime, bool patient, double supportedAfter) {
@@ -391,7 +391,7 @@ TEST(GateLabels, nameTheKeys) {
   EXPECT_EQ(cutKeyName(AdapterCutKey::none), std::nullopt);
 }
 
-// How often, and over how long, a service that is coming up is asked.
+// How often, and for how long, a service that is starting is asked.
 struct Asking {
   int questions = 0;
   double seconds = 0;

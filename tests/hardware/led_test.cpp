@@ -55,7 +55,7 @@ TEST(LightValues, areTheValuesOfTheKey) {
 
 // --- writing
 
-// What stands in the log, byte by byte, for the values 3 and 4.
+// The log lines for the values 3 and 4, byte by byte.
 constexpr const char* greenTakenBack =
     "\xE2\x9A\xA0\xEF\xB8\x8F LED reprise par le syst\xC3\xA8me \xE2\x80\x94 Brisko la remet \xC3\xA0 3";
 constexpr const char* orangeTakenBack =
@@ -258,7 +258,7 @@ TEST_F(Light, changesPhaseOnTheFirstTickAtOrAfterThePeriod) {
                                           Case{0.5625, 1}, Case{1, 1}, Case{1.0625, 1.5}, Case{3.5, 3.5}}) {
     SCOPED_TRACE(period);
     blink(period);
-    run(10.25);  // the first phase, and some to get past it
+    run(10.25);  // the first phase and a margin
     mac.forgetJournal();
     run(10);
     const std::vector<double> all = times();

@@ -1,4 +1,5 @@
-// The way to macOS's own limit: through its client where that takes the value, else through its preferences.
+// Access to macOS's own limit: through its client for values that it accepts, otherwise through its
+// preferences.
 #include "hardware/smart_charge_bridge.h"
 
 #include <limits>
@@ -17,7 +18,7 @@ using virtual_mac::LimitCalls;
 constexpr const char* notified = "notified com.apple.smartcharging.defaultschanged";
 constexpr const char* untilDate = "MCLTempDisabledUntilDate";
 
-// How a value goes into the preferences.
+// The calls that write a value to the preferences.
 Writes preferencesAt(const std::string& limit) {
   return {"preference MCLFeatureState=1", "preference mclLimitValue=" + limit,
           "preference MCLTempDisabledUntilDate removed", "preferences synchronised", notified};
@@ -27,7 +28,7 @@ Writes after(const std::string& first, Writes rest) {
   return rest;
 }
 
-// A Mac of the kind that closed its keys, with no limit set.
+// A Mac whose keys are closed, with no limit set.
 class SmartCharge : public ::testing::Test {
  protected:
   SmartCharge() : mac({.macOS = 27}) {}
@@ -39,7 +40,7 @@ class SmartCharge : public ::testing::Test {
   VirtualMac& answer(LimitAnswer answer) {
     return say(ChangeKind::limitSetAnswer, static_cast<double>(answer));
   }
-  // The slider of the settings.
+  // Moves the slider in System Settings.
   VirtualMac& slider(double percent) { return say(ChangeKind::limit, percent); }
 
   VirtualMac mac;
@@ -272,7 +273,7 @@ TEST_F(SmartCharge, notifiesEvenWhenThePreferencesCannotBeStored) {
                     "preference MCLTempDisabledUntilDate removed", "preferences synchronised!", notified}));
 }
 
-// -- A full charge that was asked for
+// -- A requested full charge
 
 TEST_F(SmartCharge, readsUntilWhenAFullChargeIsRequested) {
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);

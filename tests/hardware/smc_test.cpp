@@ -105,7 +105,7 @@ TEST_F(Smc, failsBeforeTheWriteIfTheSizeDiffersFromTheKeys) {
   EXPECT_EQ(SMCWriteKey(gConn, "ACLC", Bytes{1, 2}), platform::kernelBadArgument);
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", Bytes{1, 0, 0}), platform::kernelBadArgument);
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", Bytes{}), platform::kernelBadArgument);
-  EXPECT_EQ(exchanges(), before + 3);  // only the questions for the size
+  EXPECT_EQ(exchanges(), before + 3);  // only the exchanges that ask for the size
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 

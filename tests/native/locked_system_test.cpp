@@ -1,4 +1,5 @@
-// A Mac that closed the keys and offers no limit: what was left set is handed back; then it is only observed.
+// A Mac whose keys are closed and that offers no limit: what was left set is handed back, and then it is only
+// observed.
 #include "native/locked_system.h"
 
 #include <csignal>
@@ -35,7 +36,7 @@ class LockedSystem : public test::OnVirtualMac {
   }
 };
 
-// -- What an earlier run left set
+// -- Keys left set by an earlier run
 
 TEST_F(LockedSystem, handsNothingBackIfNothingIsSet) {
   EXPECT_THAT(handBackLockedSystem(), IsEmpty());
@@ -121,7 +122,7 @@ TEST_F(LockedSystem, leavesTheStatisticsAloneWithoutATopUp) {
   EXPECT_TRUE(mac.exists(statsFile));
 }
 
-// -- What it observes
+// -- Observing
 
 TEST_F(LockedSystem, recordsTheReadingAndThatChargingIsAllowed) {
   mac.charge(64).plugIn();

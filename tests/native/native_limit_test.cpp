@@ -1,5 +1,5 @@
-// Driving macOS's own limit, tick by tick: what is written, what is made of the answer in "bfG0", and what is
-// told of it.
+// Driving macOS's own limit, tick by tick: the writes, the reaction to the value read back from "bfG0", and
+// the log.
 #include "native/native_limit.h"
 
 #include <nlohmann/json.hpp>
@@ -40,8 +40,8 @@ Writes primedAt(int limit) {
   return all;
 }
 
-// A Mac on its adapter whose keys are closed, no limit set. What the tick hands to the driver is given here;
-// what "bfG0" shows is the test's own word wherever it says so.
+// A Mac on its adapter whose keys are closed, with no limit set. The fixture passes the values of the tick to
+// the driver, and a test can set what "bfG0" shows.
 class NativeLimitTest : public test::OnVirtualMac {
  protected:
   NativeLimitTest() : OnVirtualMac({.macOS = 27, .percent = 50}) {}
@@ -52,22 +52,22 @@ class NativeLimitTest : public test::OnVirtualMac {
     ASSERT_TRUE(gateIsMacOSLimit());
   }
 
-  // What the driver is given.
+  // The arguments of the driver.
   Settings cfg;
-  std::int64_t pct = 50;  // far below the limits: no current that flows or not changes the state
+  std::int64_t pct = 50;  // far below the limits, so that the current does not affect the state
   std::int64_t upper = 80;
   bool topUp = false;
   bool hot = false;
   std::optional<CalDrive> calDrive;
 
-  // One tick, so many seconds after the one before.
+  // One tick, so many seconds after the previous one.
   Lines drive(double seconds = 12) {
     mac.pass(seconds);
     driveNative(cfg, pct, upper, topUp, calDrive, hot);
     return newLines();
   }
   void forgetLines() { static_cast<void>(newLines()); }
-  // Ticks for so long, each 10 s after the one before.
+  // Ticks for so long, each 10 s after the previous one.
   Lines driveFor(double seconds) {
     for (double at = 0; at < seconds; at += 10) {
       mac.pass(10);
@@ -80,13 +80,13 @@ class NativeLimitTest : public test::OnVirtualMac {
     upper = percent;
   }
   void show(std::uint8_t mirror) { mac.keyBytes("bfG0", {mirror}); }
-  // What was written since the last call.
+  // The writes since the last call.
   Writes newWrites() {
     Writes all = mac.writes();
     mac.forgetJournal();
     return all;
   }
-  // The first write is behind it, and the mirror as given; returns when that was.
+  // Makes the first write and sets what is read back; returns the time of the write.
   double written(std::int64_t percent, std::uint8_t mirror) {
     limit(percent);
     show(mirror);
@@ -94,14 +94,14 @@ class NativeLimitTest : public test::OnVirtualMac {
     mac.forgetJournal();
     return platform::wallNow();
   }
-  // The target is set and was confirmed on the tick after; returns when it was set.
+  // Sets a target, which is confirmed at the next tick; returns when it was set.
   double verified(std::int64_t percent) {
     const double at = written(percent, percent < 100 ? static_cast<std::uint8_t>(percent) : 0);
     drive();
     EXPECT_EQ(gGateVerified, true);
     return at;
   }
-  // Passes to `seconds` after `start` and drives there.
+  // Advances to `seconds` after `start` and drives once.
   Lines driveAt(double start, double seconds) { return drive(start + seconds - platform::wallNow()); }
 
   [[nodiscard]] nlohmann::json stats() const { return nlohmann::json::parse(mac.read(statsFile)); }
@@ -109,7 +109,7 @@ class NativeLimitTest : public test::OnVirtualMac {
   void answer(LimitAnswer answer) { mac.number(ChangeKind::limitSetAnswer, static_cast<double>(answer)); }
 };
 
-// -- The limit before
+// -- The previous limit
 
 TEST_F(NativeLimitTest, recordsThatThereWasNoLimit) {
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: off — given back if Brisko leaves",
@@ -295,7 +295,7 @@ TEST_F(NativeLimitTest, setsEightyFirstIfTheReadBackShowsNoLimitOrOneAboveEighty
   for (const MirrorCase& example : {MirrorCase{0, true}, MirrorCase{1, false}, MirrorCase{75, false},
                                     MirrorCase{79, false}, MirrorCase{80, false}, MirrorCase{81, true},
                                     MirrorCase{85, true}, MirrorCase{100, true}, MirrorCase{255, true}}) {
-    slider(85);  // the feature is on: only the priming sets a limit
+    slider(85);  // the feature is on, so only priming sets a limit
     show(example.mirror);
     gNativeWritten.reset();
     mac.forgetJournal();
@@ -335,7 +335,7 @@ TEST_F(NativeLimitTest, doesNotPrimeWithAnEmptyReadBack) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-// -- No mirror
+// -- No read back
 
 TEST_F(NativeLimitTest, reportsOnceThatTheLimitCannotBeReadBack) {
   mac.removeKey("bfG0");
@@ -544,7 +544,7 @@ TEST_F(NativeLimitTest, startsUnverifiedWithEveryNewTarget) {
   EXPECT_THAT(driveAt(at, 600), ElementsAre(noEffect80));
 }
 
-// -- A full charge asked of the menu
+// -- A full charge requested in the menu
 
 TEST_F(NativeLimitTest, waitsWhileAFullChargeIsRequested) {
   verified(80);
@@ -771,7 +771,7 @@ TEST_F(Refused75, showsItsFloorInTheStatus) {
   EXPECT_FALSE(nlohmann::json::parse(mac.read(statusFile)).contains("nativeFloor"));
 }
 
-// -- What is to be held
+// -- Targets
 
 TEST_F(NativeLimitTest, chargesToFullForATopUp) {
   topUp = true;
@@ -921,7 +921,7 @@ TEST_F(NativeLimitTest, pausesForHeatInTheTick) {
 
 TEST_F(NativeLimitTest, logsTheStateWithItsLimit) {
   mac.charge(80);
-  ticks(6);  // the gauge tells of the current every minute
+  ticks(6);  // the gauge publishes the current every minute
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: hold (macOS limit 80%)"));
   EXPECT_EQ(gState, ChargeState::hold);
   mac.unplug();

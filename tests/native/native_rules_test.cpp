@@ -58,7 +58,7 @@ TEST(NativeHoldPoint, isMissingIfTheBatteryShouldNotBeHeld) {
   EXPECT_EQ(nativeHoldPoint(onBattery), std::nullopt);
 }
 
-// -- The wait clock
+// -- The start of the wait
 
 TEST(NativeAttemptClock, isUnchangedWhilePlugged) {
   EXPECT_EQ(nativeAttemptClock(1000, true, 1060), 1000);

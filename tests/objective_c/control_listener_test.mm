@@ -1,4 +1,4 @@
-// Whom the listener lets in.
+// Which connections the listener admits.
 #include "platform/control_listener.h"
 
 #include <gmock/gmock.h>

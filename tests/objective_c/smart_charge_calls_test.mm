@@ -1,4 +1,4 @@
-// What is left of an exception that the client of macOS's own limit raises.
+// How exceptions of the client of macOS's own limit are handled.
 #include "platform/macos/smart_charge_calls.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace {
 
-// How the client takes a message.
+// How the client responds to a message.
 enum class Mood { answers, reportsAnError, raises, cannotBeMade };
 Mood gMood = Mood::answers;
 std::string gName;

@@ -8,7 +8,7 @@
 namespace brisko::test {
 namespace {
 
-// What the daemon has written once it runs, beside what was installed.
+// The files that the daemon writes once it runs, besides the installed ones.
 Words runningFiles() {
   Words files = installedFiles();
   files.insert(files.end(),
@@ -122,7 +122,7 @@ TEST(Install, upgradesAnOlderInstallation) {
   EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   EXPECT_EQ(mac.job(), jobWithoutApp());
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
-  // A running program is never written into.
+  // A running program is never overwritten in place.
   EXPECT_NE(inodeOf(mac.at(programFile)), older);
   EXPECT_THAT(
       mac.journal("launchctl"),
@@ -367,7 +367,7 @@ TEST(Install, showsItsHelpWithoutRoot) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
-// Half a file never stands where somebody would use it.
+// No incomplete file ever has a name under which it would be used.
 void expectWholeFiles(const ScratchMac& mac) {
   const std::map<std::string, std::string> whole{
       {programFile, contents(std::string(BRISKO_FAKES) + "/brisko-daemon")},
@@ -381,8 +381,8 @@ void expectWholeFiles(const ScratchMac& mac) {
   }
 }
 
-// Cuts an installation off before each of its calls in turn, in the middle of a file where a file is written.
-// `mend` makes good each time. Tells at how many calls it was cut off.
+// Interrupts an installation before each of its calls in turn, or in the middle of a file that the call
+// writes. Each time `mend` repairs the result. Returns the number of interruptions.
 template <typename Mend>
 int cutOffEverywhere(const Mend& mend) {
   for (int call = 1;; ++call) {
@@ -396,7 +396,7 @@ int cutOffEverywhere(const Mend& mend) {
   }
 }
 
-// The copy that a killed script was looking at stays in the temporary folder, which the system empties.
+// A killed script leaves the copy that it was checking in the temporary folder, which the system empties.
 Words withoutTemporary(Words files) {
   std::erase_if(files, [](const std::string& file) { return file.starts_with("/tmp/"); });
   return files;

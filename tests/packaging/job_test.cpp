@@ -57,7 +57,7 @@ void expectJob(const std::string& text, const Words& arguments) {
   EXPECT_EQ(plist_dict_get_size(at("MachServices")), 1U);
   EXPECT_TRUE(isTrue(plist_dict_get_item(at("MachServices"), "com.brisko.daemon.xpc")));
   EXPECT_TRUE(isTrue(at("RunAtLoad")));
-  // A list of conditions would be no boolean.
+  // Not a list of conditions, which launchd would accept here too.
   EXPECT_TRUE(isTrue(at("KeepAlive")));
   EXPECT_EQ(integerOf(at("ThrottleInterval")), 10U);
   EXPECT_EQ(textOf(at("ProcessType")), "Standard");

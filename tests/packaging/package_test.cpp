@@ -9,7 +9,7 @@
 namespace brisko::test {
 namespace {
 
-// A Mac with the tools that sign and pack, and a program.
+// A Mac with the signing and packaging tools, and a program.
 class Package : public ::testing::Test {
  protected:
   void SetUp() override { mac.put("/build/brisko-daemon", "the program"); }
@@ -75,7 +75,7 @@ TEST_F(Package, packsTheInstallerWithTheProgram) {
 
 TEST_F(Package, isInstalledByItsScript) {
   ASSERT_EQ(make({"package", "INSTALLER_IDENTITY=Some One"}).status, 0);
-  // What the package carries, with a program that answers.
+  // The contents of the package, with a program that answers the probe.
   const std::string parts = mac.at("/build/parts/scripts/");
   put(parts + "brisko-daemon", contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
 
@@ -151,7 +151,7 @@ TEST_F(Package, isRefusedWhenTheProgramCannotBeRead) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
-// What CMake says about the SDK that it is going to build with.
+// What CMake prints about the SDK that it will use.
 Finished configureWithSdk(const std::string& version, const std::string& path = "macosx") {
   const std::string sysroot = path == "macosx" ? "" : path;
   return run("/bin/sh",

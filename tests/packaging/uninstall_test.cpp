@@ -38,7 +38,7 @@ TEST_F(Uninstall, stopsTheServiceAndLeavesNothing) {
   EXPECT_THAT(mac.journal("launchctl"), ElementsAre("launchctl print system/com.brisko.daemon",
                                                     "launchctl bootout system/com.brisko.daemon",
                                                     "launchctl print system/com.brisko.daemon"));
-  // The daemon had said good-bye in its log.
+  // The daemon had logged its exit.
   EXPECT_THAT(mac.journal("brisko-daemon"), IsEmpty());
 }
 

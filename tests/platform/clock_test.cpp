@@ -1,4 +1,4 @@
-// What platform/clock.h promises.
+// The contract of platform/clock.h.
 
 #include "platform/clock.h"
 
@@ -13,7 +13,7 @@ namespace {
 using namespace test;
 using virtual_mac::ChangeKind;
 
-// Exactly `expected` where time is exact, no earlier elsewhere.
+// Exactly `expected` in virtual time, otherwise not earlier.
 void expectTime(double time, double expected) {
   if (ContractMachine::timeIsExact()) {
     EXPECT_DOUBLE_EQ(time, expected);

@@ -1,4 +1,4 @@
-// What platform/code_signature.h promises.
+// The contract of platform/code_signature.h.
 
 #include "platform/code_signature.h"
 

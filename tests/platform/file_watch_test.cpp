@@ -1,4 +1,4 @@
-// What platform/file_watch.h promises.
+// The contract of platform/file_watch.h.
 
 #include "platform/file_watch.h"
 
@@ -28,7 +28,7 @@ using namespace test;
 
 constexpr FileEvents everything = fileWritten | fileExtended | fileAttributes | fileDeleted | fileRenamed;
 
-// As a test reads it: "written extended".
+// As a text: "written extended".
 std::string wordsOf(FileEvents events) {
   std::string words;
   const auto add = [&](FileEvent event, const char* word) {
@@ -55,7 +55,7 @@ void rename(const std::string& from, const std::string& to) {
 void removeFile(const std::string& path) { ASSERT_EQ(::unlink(path.c_str()), 0); }
 void removeFolder(const std::string& path) { ASSERT_EQ(::rmdir(path.c_str()), 0); }
 
-// What the kernel is asked to tell this process of.
+// The kernel watches of this process.
 constexpr const char* kernelsList = "/proc/self/fdinfo";
 long questionsToTheKernel() {
   long count = 0;
@@ -70,7 +70,7 @@ class FileWatchContract : public ::testing::Test {
  protected:
   FileWatchContract() { test::put(path, "content"); }
 
-  // Watches what stands at `watched`; each set delivered is remembered, with `name` before it.
+  // Watches the file at `watched` and records each delivered set after `name`.
   WatchToken watch(const std::string& watched, FileEvents wanted = everything, const std::string& name = "") {
     const auto opened = openForEvents(watched);
     EXPECT_TRUE(opened.has_value());
@@ -83,7 +83,8 @@ class FileWatchContract : public ::testing::Test {
         });
   }
 
-  // Gives the loop more iterations than any of these tests takes; what was delivered since the last call.
+  // Runs more iterations of the loop than any of these tests needs; returns what was delivered since the last
+  // call.
   std::vector<std::string> delivered() {
     postMain([] { afterIterations(20); });
     runMain();
@@ -245,7 +246,7 @@ TEST_F(FileWatchContract, reportsALinkThatIsCreatedAndRemoved) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// As an editor does that keeps the old file as a second link.
+// As by an editor that keeps the old file under a second link.
 TEST_F(FileWatchContract, reportsADeletionAlsoIfAnotherLinkKeepsTheFile) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("backup").c_str()), 0);
@@ -312,7 +313,7 @@ TEST_F(FileWatchContract, ignoresChangesInsideAWatchedFolder) {
   test::setMode(folder + "/inside", 0600);
   rename(folder + "/inside", folder + "/moved");
   removeFile(folder + "/moved");
-  removeFile(path);  // beside it
+  removeFile(path);  // a file beside the watched one
   EXPECT_THAT(delivered(), IsEmpty());
   test::setMode(folder, 0700);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
@@ -402,7 +403,8 @@ TEST_F(FileWatchContract, reportsNothingEarlierToASecondWatch) {
   EXPECT_THAT(delivered(), ElementsAre("one written extended"));
 }
 
-// More than is ever kept for somebody who does not look: the end of the second file is lost among it.
+// More events than the kernel queues for a process that does not read them, so the deletion of the second
+// file is lost.
 TEST_F(FileWatchContract, reportsAnOverflowAsAChange) {
   const std::string second = scratch.path("second");
   test::put(second, "content");
@@ -548,7 +550,7 @@ TEST_F(FileWatchContract, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// As a removed file is that its holder still reaches.
+// Such as a removed file that a process still has open.
 TEST_F(FileWatchContract, doesNotOpenAFileWithoutAName) {
   if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
   const std::string folder = scratch.path("folder");

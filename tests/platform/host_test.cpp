@@ -1,4 +1,4 @@
-// What platform/host.h promises.
+// The contract of platform/host.h.
 
 #include "platform/host.h"
 

@@ -5,7 +5,7 @@
 namespace brisko::platform {
 namespace {
 
-// As a program linked with an older SDK finds it on macOS 26 and 27.
+// What macOS 26 and 27 report to a program that was linked with an older SDK.
 constexpr const char* adjusted = "16.6";
 
 TEST(MacOSVersion, followsTheBuild) {

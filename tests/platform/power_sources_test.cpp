@@ -1,4 +1,4 @@
-// What platform/power_sources.h and platform/registry.h promise.
+// The contracts of platform/power_sources.h and platform/registry.h.
 
 #include "platform/power_sources.h"
 
@@ -16,7 +16,7 @@ namespace {
 using namespace test;
 using virtual_mac::ChangeKind;
 
-// "Power Source State" of the internal battery; "" when there is none.
+// "Power Source State" of the internal battery; "" without one.
 std::string publishedState() {
   const auto sources = powerSources();
   if (!sources) return "";

@@ -1,4 +1,4 @@
-// What platform/preferences.h promises.
+// The contract of platform/preferences.h.
 
 #include "platform/preferences.h"
 
@@ -34,7 +34,7 @@ class PreferencesContract : public ::testing::Test {
   static void write(const std::string& key, std::optional<Value> value) {
     setPreference(limitDomain, key, std::move(value));
   }
-  // What another process finds.
+  // The value that another process reads.
   static std::string elsewhere(const std::string& key) {
     return inChild([&key] {
              const auto value = integer(key);
@@ -43,7 +43,7 @@ class PreferencesContract : public ::testing::Test {
         .output;
   }
   [[nodiscard]] std::int64_t enforced() const { return virtual_mac::enforcedLimit(mac.record()); }
-  // The seam moves the machine to this moment as it is asked.
+  // A call of the seam advances the machine to the present.
   static void pass(double seconds) {
     pause(seconds);
     (void)smartChargeLimitSupported();

@@ -1,4 +1,4 @@
-// What platform/smart_charge_client.h promises.
+// The contract of platform/smart_charge_client.h.
 
 #include "platform/smart_charge_client.h"
 
@@ -72,7 +72,7 @@ TEST_F(SmartChargeContract, storesALimitAndReportsIt) {
   EXPECT_EQ(preference(virtual_mac::limitDomain, "MCLFeatureState")->asInteger(), 1);
   EXPECT_EQ(preference(virtual_mac::limitDomain, "mclLimitValue")->asInteger(), 85);
   pause(10);
-  (void)smartChargeLimit();  // brings the machine to this moment
+  (void)smartChargeLimit();  // advances the machine to the present
   EXPECT_EQ(virtual_mac::enforcedLimit(mac.record()), 85);
 }
 

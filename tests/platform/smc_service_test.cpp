@@ -1,4 +1,4 @@
-// What platform/smc_service.h promises.
+// The contract of platform/smc_service.h.
 
 #include "platform/smc_service.h"
 
@@ -24,7 +24,7 @@ constexpr std::size_t resultOffset = 40;
 constexpr std::size_t commandOffset = 42;
 constexpr std::size_t bytesOffset = 48;
 
-// A record as it goes over the wire: the key's code is a little-endian number.
+// A record as it is sent: the key's code is a little-endian number.
 SmcRecord recordFor(std::string_view key, std::uint8_t command, std::uint8_t size = 0) {
   SmcRecord record{};
   for (std::size_t index = 0; index < 4; ++index) record[index] = static_cast<std::uint8_t>(key[3 - index]);

@@ -1,4 +1,4 @@
-// What platform/system_power.h promises.
+// The contract of platform/system_power.h.
 
 #include "platform/system_power.h"
 
@@ -21,7 +21,7 @@ using virtual_mac::ChangeKind;
 
 class SystemPowerContract : public ::testing::Test {
  protected:
-  // Registers a client that keeps its words, and answers unless told not to.
+  // Registers a client that records its messages, and by default answers them.
   void listen(bool answers = true) {
     const PowerRegistration registration =
         registerSystemPower([this, answers](PowerMessage message, std::intptr_t argument) {
@@ -46,13 +46,13 @@ class SystemPowerContract : public ::testing::Test {
   void later(double seconds, ChangeKind kind, double number = 0) {
     mac.later(seconds, {.kind = kind, .number = number});
   }
-  // The loop runs for so much uptime.
+  // Runs the loop for so much uptime.
   static void runFor(double seconds) {
     postMainAfter(seconds, [] { stopMain(); });
     runMain();
   }
-  // The loop runs until this is so: where time really passes a busy computer takes its time to notice. Given
-  // up after some hours of the machine's.
+  // Runs the loop until `done` returns true, because in real time a busy computer may react late. Gives up
+  // after some hours of machine time.
   static void runUntil(const std::function<bool()>& done) {
     constexpr double longEnough = 20'000;
     const double end = uptime() + longEnough;
@@ -103,7 +103,7 @@ TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
   runUntilItIsUp();
   const virtual_mac::Machine record = mac.record();
   const double answered = record.sleep.notices[1].answeredAt;
-  if (answered >= 0) {  // a very busy computer may answer too late
+  if (answered >= 0) {  // on a very busy computer the answer may be too late
     EXPECT_GE(record.system.sleptSeconds, wake - answered - virtual_mac::fallingSeconds);
   }
   if (ContractMachine::timeIsExact()) {
@@ -119,7 +119,7 @@ TEST_F(SystemPowerContract, sleepsWithoutAnAnswerAfterATimeout) {
   EXPECT_THAT(words, ElementsAre("it will", "it is up"));
   const virtual_mac::Machine record = mac.record();
   EXPECT_LT(record.sleep.notices[1].answeredAt, 0);
-  // Where time really passes the wake is planned a little later than the sleep.
+  // In real time the wake is planned a little later than the sleep.
   if (ContractMachine::timeIsExact()) {
     EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - 30 - virtual_mac::fallingSeconds);
   }
@@ -138,8 +138,7 @@ TEST_F(SystemPowerContract, reportsNothingInADarkWakeAndLetsTimersRunInIt) {
     capabilities.push_back(word ? word->asInteger().value_or(-1) : -1);
     words.push_back("tick");
   });
-  // 12 s before the sleep, 200 s in the dark and the rest in full wake. Where time really passes a tick may
-  // come late.
+  // 12 s before the sleep, 200 s in the dark wake and the rest in full wake. In real time a tick may be late.
   runUntil(
       [&] { return !capabilities.empty() && capabilities.back() == 15 && words.back() == "tick" && isUp(); });
   EXPECT_EQ(std::count(words.begin(), words.end(), "it is up"), 1);

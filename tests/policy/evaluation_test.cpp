@@ -23,7 +23,7 @@ namespace {
 
 using namespace test;
 
-// A healthy Mac on its adapter at 70 %; settings as each test writes them.
+// A healthy Mac on its adapter at 70 %; each test writes its own settings.
 class Tick : public test::OnVirtualMac {
  protected:
   void SetUp() override { takeGate(); }
@@ -42,9 +42,9 @@ class Tick : public test::OnVirtualMac {
   void findPowerSources() {
     mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::none));
   }
-  // A calibration has just come to this phase.
+  // Puts a calibration at the beginning of this phase.
   static void inPhase(CalPhase phase) { gCal = {.phase = phase, .phaseSince = platform::wallNow()}; }
-  // A reading of exactly this temperature.
+  // Sets the temperature to exactly this value.
   void reads(float celsius) {
     Bytes bytes(sizeof celsius);
     std::memcpy(bytes.data(), &celsius, sizeof celsius);
@@ -52,7 +52,7 @@ class Tick : public test::OnVirtualMac {
   }
 };
 
-// --- running or not
+// --- paused ticks
 
 TEST_F(Tick, doesNothingWhileDormantOrReleased) {
   mac.charge(90);
@@ -112,7 +112,7 @@ TEST_F(Tick, touchesNothingWhileASleepIsPending) {
   evaluate();
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_TRUE(gSleepPendingSince);
-  mac.pass(0.5);  // 30 s: the sleep did not come
+  mac.pass(0.5);  // after 30 s the sleep is no longer expected
   evaluate();
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_FALSE(gSleepPendingSince);
@@ -258,7 +258,7 @@ TEST_F(Tick, keepsHoldingInTheBandDownToTheFloor) {
   EXPECT_EQ(gAtLimit, false);
   mac.charge(77);
   ticks(1);
-  EXPECT_EQ(gState, ChargeState::allow);  // on the way up
+  EXPECT_EQ(gState, ChargeState::allow);  // the limit has not been reached yet
 }
 
 TEST_F(Tick, holdsAtFirstIfItIsUnknownWhetherTheLimitWasReached) {
@@ -355,7 +355,7 @@ TEST_F(Tick, allowsChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
 
 TEST_F(Tick, doesNothingToTheHardwareWithoutAGate) {
   gGate.reset();
-  gLedSupported = false;  // start-up looks for the light only beside a gate
+  gLedSupported = false;  // start-up looks for the light only if there is a gate
   mac.charge(90);
   evaluate();
   EXPECT_THAT(mac.writes(), IsEmpty());
@@ -405,7 +405,7 @@ TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   const std::string line = "réveil de maintenance à 85% — la décharge attend le vrai réveil";
   EXPECT_THAT(newLines(), Contains(line).Times(1));
   ticks(3);
-  EXPECT_THAT(newLines(), Not(Contains(line)));  // once for each spell
+  EXPECT_THAT(newLines(), Not(Contains(line)));  // once for each such period
   fullWake();
   ticks(1);
   EXPECT_EQ(gState, ChargeState::discharge);
@@ -557,7 +557,7 @@ TEST_F(Tick, chargesToFullDuringATopUp) {
 
 TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
   mac.settings("{\"topUp\":true}");
-  mac.charge(99);  // its floor
+  mac.charge(99);  // its lower edge
   evaluate();
   EXPECT_EQ(gAtLimit, false);
   mac.charge(100);
@@ -599,7 +599,7 @@ TEST_F(Tick, dropsATopUpAfterItsHours) {
   evaluate();
   mac.pass(3600);
   evaluate();
-  EXPECT_NE(gTopUpSince, 0);  // exactly an hour is still in time
+  EXPECT_NE(gTopUpSince, 0);  // after exactly an hour it still runs
   mac.pass(1);
   evaluate();
   EXPECT_EQ(gTopUpSince, 0);
@@ -643,10 +643,10 @@ TEST_F(Tick, writesBackARequestThatTheSameTickHadCleared) {
   mac.unplug();
   mac.settings("{\"topUp\":true,\"resetStats\":true}");
   evaluate();
-  // The pass works on what it read at its start, so the second write restores the request of the first …
+  // The tick uses the settings that it read at its start, so the second write restores the first request …
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
   ticks(1);
-  // … and the next tick serves it once more.
+  // … and the next tick serves it again.
   EXPECT_THAT(newLines(), Contains("stats reset").Times(2));
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
 }
@@ -745,7 +745,7 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
   EXPECT_EQ(mac.key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-// Each step leaves its trace before the next one: where the status aborts, all before it is done.
+// When the status aborts the process, every step before it has been completed.
 TEST_F(Tick, verifiesThenSetsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
   mac.charge(90);
   evaluate();
@@ -815,7 +815,7 @@ TEST_F(Tick, showsAQuestionMarkWithoutATemperature) {
 }
 
 TEST_F(Tick, readsTheAdapterAgainWhereverItMatters) {
-  // The cut that a tick makes does not hide the adapter from the light chosen later in the same tick.
+  // An adapter that the tick has cut still counts as present when the light is chosen later in the same tick.
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.keepReads();
@@ -824,7 +824,7 @@ TEST_F(Tick, readsTheAdapterAgainWhereverItMatters) {
   for (const auto& entry : mac.journal()) {
     if (entry.key == virtual_mac::keyCode("AC-W") && entry.command == 5) ++asked;
   }
-  // For the decision, the verification of the discharge, the light, the status and the history.
+  // Reads for the decision, the verification of the discharge, the light, the status and the history.
   EXPECT_EQ(asked, 5);
 }
 

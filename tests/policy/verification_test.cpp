@@ -16,7 +16,7 @@ namespace {
 
 using namespace test;
 
-// The lines byte by byte where more than ASCII stands in them.
+// The lines with characters beyond ASCII, byte by byte.
 #define WARNING "\xE2\x9A\xA0\xEF\xB8\x8F"
 #define EM_DASH "\xE2\x80\x94"
 #define EN_DASH "\xE2\x80\x93"
@@ -46,14 +46,14 @@ MachineOptions with(GateKind gate, CutKind cut) {
   return options;
 }
 
-// A healthy Mac at 70 % whose state each test puts in force.
+// A healthy Mac at 70 % whose state each test applies.
 class Verification : public test::OnVirtualMac {
  protected:
   explicit Verification(const MachineOptions& options = with(GateKind::chte, CutKind::chie))
       : OnVirtualMac(options) {}
   void SetUp() override { takeGate(); }
 
-  // Puts the state in force and forgets what that wrote and logged.
+  // Applies the state and forgets its writes and log lines.
   void begin(ChargeState state) {
     applyState(state);
     forget();
@@ -63,7 +63,7 @@ class Verification : public test::OnVirtualMac {
     static_cast<void>(newLines());
   }
 
-  // The current as the gauge shows it until its next publication.
+  // The current that the gauge shows until its next publication.
   void gaugeReads(std::int64_t amperageMA) { mac.store().update().machine().gauge.currentMA = amperageMA; }
   void unreadableCurrent() {
     mac.property("Amperage", PropertyFault::missing);
@@ -73,7 +73,7 @@ class Verification : public test::OnVirtualMac {
     mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode(key)});
   }
 
-  // The verifier's view of a hold, with this current, after so many seconds more.
+  // Verifies a hold with this current after so many more seconds.
   void lookAtHold(double seconds, std::int64_t amperageMA) {
     mac.pass(seconds);
     gaugeReads(amperageMA);
@@ -124,7 +124,7 @@ TEST_F(Verification, reportsAnIneffectiveHoldAfter120Seconds) {
   EXPECT_EQ(gGateVerified, false);
   for (int pass = 0; pass < 50; ++pass) lookAtHold(12, 2000);
   EXPECT_THAT(newLines(), IsEmpty());
-  // The hold is kept.
+  // The hold stays in force.
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
@@ -254,7 +254,7 @@ TEST_F(Verification, timesAHoldByTheWallClock) {
   EXPECT_EQ(gGateVerified, false);
 }
 
-// --- what drifts
+// --- drift
 
 TEST_F(Verification, doesNothingWithoutAGate) {
   gGate.reset();
@@ -357,7 +357,7 @@ TEST_F(Verification, writesTheCutBackFiveTimesAndGivesUpAtTheSixthLoss) {
     EXPECT_THAT(mac.writes(), ElementsAre("CHIE=08"));
     EXPECT_EQ(gCutRewrites, loss);
     mac.forgetJournal();
-    reassertState();  // it stands: nothing to do, and the count stays
+    reassertState();  // the cut is still set: nothing to do, and the count stays
     EXPECT_THAT(mac.writes(), IsEmpty());
   }
   EXPECT_FALSE(gDischargeBroken);
@@ -506,7 +506,7 @@ TEST_F(Verification, timesADischargeAgainAfterAnUnplug) {
 TEST_F(Verification, usesTheLastReadingIfTheAdapterCannotBeRead) {
   begin(ChargeState::discharge);
   mac.removeKey("AC-W");
-  gLastPlugged = false;  // a cut adapter looks like none
+  gLastPlugged = false;  // while the adapter is cut, none is reported
   verifyDischarge(true);
   EXPECT_FALSE(gCutSince.has_value());
   gLastPlugged = true;
@@ -670,7 +670,7 @@ TEST_F(VerifyingTick, checksTheKeysBeforeTheCurrent) {
     if (entry.key == virtual_mac::keyCode("CHIE")) order += "cut ";
     if (entry.key == virtual_mac::keyCode("AC-W")) order += "adapter ";
   }
-  // The adapter for the decision, for the discharge, for the light, for the status and for the history.
+  // Reads of the adapter for the decision, the discharge, the light, the status and the history.
   EXPECT_EQ(order, "adapter stop cut adapter adapter adapter adapter ");
 }
 
@@ -715,7 +715,7 @@ TEST_F(VerifyingTick, neverVerifiesWhereMacOSHoldsTheCharge) {
   gCutSince = 5;
   ticks(1);
   EXPECT_EQ(gCutSince, 5);
-  EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is shown all the same
+  EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is still set
 }
 
 TEST_F(VerifyingTick, holdsAfterTheCutWasLostInSixTicks) {
@@ -766,7 +766,7 @@ TEST_F(VerifyingTick, logsTheHoldThatReplacesAFailedDischarge) {
   EXPECT_TRUE(gDischargeBroken);
   EXPECT_EQ(mac.writes().back(), "ACLC=03");
   EXPECT_THAT(newLines(), Contains(notRunningDown(0)));
-  // The pass that changes a setting arms it again.
+  // The tick that sees a changed setting re-arms it.
   mac.settings("{\"discharge\":true,\"limit\":79}");
   ticks(2);
   EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));

@@ -1,4 +1,4 @@
-// What becomes of the charge in sleep: the plan, the wake to come, and what is done in which order.
+// The control of the charge in sleep: the plan, the scheduled wake, and the order of the steps.
 
 #include "power/sleep.h"
 
@@ -74,7 +74,7 @@ TEST(MinutesToCharge, followFromCurrentAndCapacity) {
 }
 
 TEST(MinutesToCharge, areCalculatedInAFixedOrder) {
-  // In another one the same numbers come to 31.5 and are rounded up.
+  // In another order the result is 31.5, which is rounded up.
   EXPECT_EQ(minutesToCharge(65, 80, 4382, 1252), 31);
 }
 
@@ -218,7 +218,7 @@ TEST_F(ScheduledWake, isMissingIfTheSystemRefuses) {
 class SleepEntry : public OnVirtualMac {
  protected:
   SleepEntry() { takeGate(); }
-  // On its adapter, charging, after its first tick.
+  // A Mac that charges on its adapter, after its first tick.
   void at(double percent) {
     mac.charge(percent);
     evaluate();
@@ -400,7 +400,7 @@ TEST_F(SleepEntry, usesTheLastTickIfTheAdapterCannotBeRead) {
 
 class NothingToPlan : public SleepEntry {
  protected:
-  // In the band and below it: no write, no line, and a scheduled wake stays as it is.
+  // Inside the band and below it: no write, no line, and a scheduled wake stays unchanged.
   void expectNothingDone() {
     scheduleWake(45);
     const auto wakes = mac.pendingWakes();
@@ -437,7 +437,7 @@ TEST_F(NothingToPlan, whereMacOSKeepsItsOwnLimit) {
 class Announcement : public SleepEntry {
  protected:
   Announcement() { gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort; }
-  // Announces the sleep as the machine does, and hands the message over as the run loop would.
+  // Lets the machine announce the sleep, and delivers the message as the run loop would.
   void announce(ChangeKind kind = ChangeKind::sleep) {
     mac.change({.kind = kind});
     hand(kind == ChangeKind::sleep ? PowerMessage::systemWillSleep : PowerMessage::canSystemSleep);
@@ -541,7 +541,7 @@ TEST_F(Announcement, ofTheFullWakeGivesADischargeAnotherMinuteAfterALateSleep) {
   mac.charge(90);
   announce();
   mac.number(ChangeKind::sleepRefused, 1).pass(sleepPendingLimit);
-  evaluate();  // the sleep is no longer waited for
+  evaluate();  // the sleep is no longer expected
   ASSERT_EQ(gState, ChargeState::discharge);
   ASSERT_TRUE(gCutSince.has_value());
   mac.pass(60);

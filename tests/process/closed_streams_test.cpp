@@ -1,4 +1,4 @@
-// Standard output and standard error whose readers are gone: the status still says how it ended.
+// Standard output and standard error are closed pipes; the exit status stays the same.
 
 #include <csignal>
 #include <optional>
@@ -16,7 +16,7 @@ namespace {
 
 using namespace test;
 
-// As a shell leaves a program whose reader has ended.
+// As in a shell pipeline whose reader has ended.
 void closeTheReaders() {
   int ends[2];
   if (::pipe(ends) != 0) ::_exit(98);

@@ -1,4 +1,4 @@
-// The app's requests to the real daemon on a live virtual Mac, and the app that comes and goes.
+// The app's requests to the real daemon on a live virtual Mac, and the app's removal and return.
 
 #include <algorithm>
 #include <atomic>
@@ -28,7 +28,7 @@ using vmac::ControlClient;
 
 const std::string appPath = "/Applications/Brisko.app";
 
-// The app does something that need not succeed.
+// Runs a command of the app, which may fail.
 Finished app(const LiveMac& mac, const Words& words) {
   Words all{"app", mac.folder()};
   all.insert(all.end(), words.begin(), words.end());
@@ -52,7 +52,7 @@ std::string configOf(const LiveMac& mac) {
   return test::contents(mac.folder() + "/volume/Library/Application Support/Brisko/config.json");
 }
 
-// The daemon that serves already.
+// A daemon whose service is available.
 std::unique_ptr<Program> servingDaemon(const LiveMac& mac, const Words& arguments = {}) {
   auto daemon = mac.daemon(arguments);
   EXPECT_TRUE(mac.logs("batt "));
@@ -62,7 +62,7 @@ std::unique_ptr<Program> servingDaemon(const LiveMac& mac, const Words& argument
 // ---------------------------------------------------------------------------------------------------------
 // Requests
 
-// At the real speed, and well before the first heartbeat.
+// At real speed, and well before the first heartbeat.
 TEST(LiveControl, appliesSettingsBeforeItAnswers) {
   const LiveMac mac({"--charge", "70"});
   mac.settings("{\"hysteresis\":7,\"limit\":80}");
@@ -135,7 +135,7 @@ TEST(LiveControl, doesNotAnswerWithoutADaemon) {
     ASSERT_TRUE(daemon->ends());
   }
   expectNoAnswer(mac, app(mac, {"release"}));
-  // The next one takes the place of the killed one.
+  // The next daemon replaces the killed one.
   const auto daemon = mac.daemon();
   EXPECT_TRUE(eventually([&] { return app(mac, {"release"}).status == 0; }));
 }
@@ -160,7 +160,7 @@ TEST(LiveControl, purgesAllDataAndWritesNoneAgain) {
   EXPECT_FALSE(test::exists(data));
   EXPECT_FALSE(test::exists(logs));
   EXPECT_THAT(daemon->output(), HasSubstr("Z  data purge requested: OK\n"));
-  // Once more, with nothing there; and settings that have no file to go to.
+  // Again, with nothing to erase; then settings, which are not written any more.
   expectDone(app(mac, {"purge"}));
   expectDone(app(mac, {"apply", "{\"limit\":60}"}));
   static_cast<void>(mac.vmac("unplug"));
@@ -171,7 +171,7 @@ TEST(LiveControl, purgesAllDataAndWritesNoneAgain) {
   EXPECT_FALSE(test::exists(logs));
 }
 
-// When something happened by its line in the log, seconds since midnight; -1 without such a line.
+// The time of the line with this text in the log, in seconds since midnight; -1 without such a line.
 double timeOf(const std::string& log, const std::string& text, bool last = false) {
   const std::size_t at = last ? log.rfind(text) : log.find(text);
   if (at == std::string::npos) return -1;
@@ -181,7 +181,7 @@ double timeOf(const std::string& log, const std::string& text, bool last = false
          std::atof(stamp.c_str() + 17);
 }
 
-// The reply has 0.3 s to get through, so nobody is in a hurry before it has come.
+// The reply has 0.3 s of machine time to arrive, so the speed is raised only afterwards.
 TEST(LiveControl, isRestartedByItsLaunchServiceTenSecondsAfterItsStart) {
   const LiveMac mac({"--charge", "80"});
   Program boot("brisko-vmac", {"boot", mac.folder()});
@@ -194,7 +194,7 @@ TEST(LiveControl, isRestartedByItsLaunchServiceTenSecondsAfterItsStart) {
   const double apart =
       timeOf(mac.log(), "brisko-daemon started", true) - timeOf(mac.log(), "brisko-daemon started");
   EXPECT_GE(apart < 0 ? apart + day : apart, 10);
-  // The old one gave everything back, and the new one serves.
+  // The old process gave everything back, and the new one serves.
   EXPECT_TRUE(eventually([&] { return app(mac, {"apply", "{\"limit\":60}"}).status == 0; }));
   static_cast<void>(mac.vmac("shutdown"));
   EXPECT_TRUE(boot.ends());
@@ -214,7 +214,7 @@ TEST(LiveControl, exitsWithStatusZeroOnARestartAndGivesEverythingBack) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// A storm
+// Many requests at once
 
 // How often a file is written.
 class Rhythm {
@@ -269,8 +269,8 @@ TEST(LiveControl, answersTenThousandRequestsAtOnceAndKeepsItsHeartbeat) {
     });
   }
 
-  // What the two timers write: the status at least every minute, the statistics every 20 s. However long the
-  // storm takes, they come while requests still wait.
+  // The files of the two timers: the status at least every minute, the statistics every 20 s. They are also
+  // written while requests are waiting.
   const std::string data = mac.folder() + "/volume/Library/Application Support/Brisko";
   Rhythm status(data + "/status.json", "ts");
   Rhythm statistics(data + "/stats.json", "protectedSeconds");
@@ -298,7 +298,7 @@ const std::string dormancy =
     "app gone — charge, adapter and LED handed back to macOS; service dormant (uninstall with "
     "uninstall-service.sh)";
 
-// Ten minutes take a second or two.
+// Ten minutes of machine time take a second or two.
 constexpr const char* hurry = "400";
 
 TEST(LiveApp, isDeletedAndTheDaemonGivesEverythingBackAndBecomesDormant) {
@@ -316,7 +316,7 @@ TEST(LiveApp, isDeletedAndTheDaemonGivesEverythingBackAndBecomesDormant) {
   const double grace = timeOf(mac.log(), dormancy) - timeOf(mac.log(), absence);
   EXPECT_GE(grace < 0 ? grace + 86'400 : grace, 600);
 
-  // From now on it writes nothing, however the charge goes.
+  // From now on it writes nothing, whatever the charge.
   const std::string log = mac.log();
   const auto lastWrite = [&] {
     const std::string shown = mac.vmac("show", {"--journal", "1"});
@@ -364,7 +364,7 @@ TEST(LiveApp, countsAsGoneWhenItIsMovedAndIsFoundByANewDaemon) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// What the program says
+// The output of the program
 
 TEST(VmacApp, changesTheBundleOnTheMachinesVolume) {
   const LiveMac mac;

@@ -1,4 +1,4 @@
-// The real daemon: its modes, statuses and streams, and its life on a live virtual Mac.
+// The real daemon: its modes, exit statuses and streams, and its work on a live virtual Mac.
 
 #include <csignal>
 #include <cstdio>
@@ -118,7 +118,7 @@ TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
   EXPECT_THAT(mac.log(), EndsWith("Z  Signal 15: charging, adapter and LED restored, exiting.\n"));
 }
 
-// What starts the daemon may ignore or block the signals that end it: both are handed on to it.
+// The process that starts the daemon may ignore or block the signals that end it; the daemon inherits both.
 TEST(LiveDaemon, exitsInOrderOnASignalThatItsParentIgnoredOrBlocked) {
   for (const char* macOS : {"26", "27"}) {
     for (const char* inherited : {"--ignore-signal=INT,TERM", "--block-signal=INT,TERM"}) {
@@ -139,13 +139,13 @@ TEST(LiveDaemon, exitsInOrderOnASignalThatItsParentIgnoredOrBlocked) {
 TEST(LiveDaemon, chargesToTheLimitAndHolds) {
   const LiveMac mac({"--charge", "70"});
   const auto daemon = mac.daemon();
-  // Below the band: a daemon that starts in it holds at once.
+  // Start below the band, because a daemon that starts inside it holds at once.
   ASSERT_TRUE(mac.logs("batt 70%"));
   static_cast<void>(mac.vmac("speed", {"400"}));
   ASSERT_TRUE(mac.logs("→ state: hold"));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
   EXPECT_GE(mac.charge(), 79);
-  EXPECT_LE(mac.charge(), 85);  // in a hurry: a moment of ours is many seconds of the machine's
+  EXPECT_LE(mac.charge(), 85);  // with a margin, because the machine runs much faster than real time
 }
 
 TEST(LiveDaemon, opensEverythingOnSigtermDuringADischarge) {
@@ -180,7 +180,7 @@ TEST(LiveDaemon, startsInHoldAfterAKillDuringAHold) {
 TEST(LiveDaemon, leavesAMachineThatContinuesWithoutIt) {
   const LiveMac mac({"--charge", "50", "--speed", "2000"});
   const double before = mac.charge();
-  ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // nobody runs, and it charges
+  ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // no daemon runs, so it charges
 }
 
 TEST(LiveDaemon, noticesAnUnpluggedAdapterAtOnce) {
@@ -193,7 +193,7 @@ TEST(LiveDaemon, noticesAnUnpluggedAdapterAtOnce) {
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 5));
 }
 
-// So slowly that the first heartbeat comes after a minute.
+// So slow that the first heartbeat comes after a minute.
 class LiveEdit : public ::testing::Test {
  protected:
   LiveEdit() {
@@ -205,7 +205,7 @@ class LiveEdit : public ::testing::Test {
   [[nodiscard]] bool takesEffectAtOnce(const std::string& line, double seconds = 20) const {
     return eventually([&] { return mac.log().find(line) != std::string::npos; }, seconds);
   }
-  // Whether the kernel tells the daemon of the file that stands there now.
+  // Whether the daemon watches the file that is now at the path.
   [[nodiscard]] bool isWatched() const {
     struct stat file {};
     if (::stat(config.c_str(), &file) != 0) return false;
@@ -267,7 +267,7 @@ TEST_F(LiveEdit, leaksNoDescriptorInAThousandEdits) {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
     return std::distance(begin(all), end(all));
   };
-  // Writes until it takes effect: an edit may fall between a pass and the next watch.
+  // Writes until it takes effect, because an edit may come between a tick and the next watch.
   const auto settle = [&](int limit) {
     EXPECT_TRUE(eventually(
         [&] {
@@ -283,9 +283,9 @@ TEST_F(LiveEdit, leaksNoDescriptorInAThousandEdits) {
   EXPECT_TRUE(eventually([&] { return descriptors() == before; }, 20));
 }
 
-// A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the
-// daemon has taken signals in hand, and its default effect ends a process that has changed nothing; or
-// everything is given back.
+// A signal at many different moments: while the daemon starts, allocates or writes. Before the daemon has set
+// its handler, the default effect ends a process that has changed nothing; after that, everything is given
+// back.
 TEST(LiveDaemon, givesEverythingBackWheneverASignalComes) {
   std::mt19937 random(20261121);
   int taken = 0;
@@ -293,7 +293,8 @@ TEST(LiveDaemon, givesEverythingBackWheneverASignalComes) {
     const LiveMac mac({"--charge", "90", "--speed", "20000"});
     mac.settings("{\"discharge\":true}");
     const auto daemon = mac.daemon();
-    // In every other pair of rounds not before the signals are in hand: a busy computer is slow to start it.
+    // In every other pair of rounds, wait until the handler is set, because a busy computer starts the daemon
+    // slowly.
     if (round % 4 >= 2) {
       ASSERT_TRUE(mac.logs("XPC listening")) << round;
     }
@@ -329,7 +330,7 @@ TEST(LiveDaemon, keepsRunningWithItsStandardOutputClosedByTheReader) {
     ::_exit(99);
   }
   ::close(ends[1]);
-  ::close(ends[0]);  // every line it writes is a broken pipe from here on
+  ::close(ends[0]);  // from now on every line is written to a closed pipe
   EXPECT_TRUE(mac.logs("state=hold"));
   static_cast<void>(mac.vmac("unplug"));
   EXPECT_TRUE(mac.logs("state=allow"));

@@ -1,4 +1,4 @@
-// The modes by which the daemon examines itself and the machine, with the real program.
+// The self-test, the probe and the firmware test of the real program.
 
 #include <filesystem>
 #include <map>
@@ -28,7 +28,7 @@ constexpr const char* object = R"({"discharge":"CHIE","led":true,"mode":"CHTE","
 class SelfTestProgram : public ::testing::Test {
  protected:
   SelfTestProgram() {
-    // As the temporary folder of a whole computer is.
+    // With the mode of a computer's temporary folder.
     EXPECT_EQ(::chmod(temporary.path().c_str(), 01777), 0);
     farAway = {{"TMPDIR", temporary.path()}, {"LC_ALL", "fr_FR.UTF-8"}, {"TZ", "Pacific/Kiritimati"}};
   }
@@ -59,7 +59,7 @@ TEST_F(SelfTestProgram, passesForRootWithAnyUmask) {
   }
 }
 
-// Every file below a folder with the time of its last change.
+// Every file below a folder, with the time of its last change.
 std::map<std::string, timespec> filesBelow(const std::string& folder) {
   std::map<std::string, timespec> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
@@ -113,7 +113,7 @@ TEST_F(SelfTestProgram, exitsWith1WithoutATemporaryFolder) {
 
 // ---- Streams -------------------------------------------------------------------------------------------
 
-// The status of the daemon on that Mac with its standard output there; none when a signal ended it.
+// The exit status of the daemon on this Mac with this standard output; missing if a signal ended it.
 std::optional<int> statusWritingTo(const LiveMac& mac, const char* mode, int output) {
   const test::Ended ended = test::inChild([&] {
     if (output < 0) {
@@ -253,7 +253,7 @@ TEST(WithoutVirtualMac, theModesThatNeedTheControllerReportThatOnStandardOutput)
 
 TEST(FirmwareTestProgram, armsAndDisarmsALiveMac) {
   const LiveMac mac({"--model", "pro16", "--charge", "57"});
-  // The battery runs down far more slowly than it charges: it says 57 for longer than any start takes.
+  // The battery drains far more slowly than it charges, so it shows 57 % for longer than any start takes.
   static_cast<void>(mac.vmac("unplug"));
   static_cast<void>(mac.vmac("speed", {"20"}));
   const test::Finished finished = finish(mac, {"--fwtest"});

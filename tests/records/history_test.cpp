@@ -35,7 +35,7 @@ class History : public test::OnVirtualMac {
     const auto update = mac.store().update();
     update.machine().system.wallOffset = wallTime - update.machine().now;
   }
-  // What the registry shows from now on, until time passes.
+  // The values that the registry shows until time passes.
   void gauge(std::int64_t milliamps, std::int64_t millivolts) {
     const auto update = mac.store().update();
     update.machine().gauge.currentMA = milliamps;
@@ -53,7 +53,7 @@ class History : public test::OnVirtualMac {
     return found;
   }
 
-  // The line that this sample makes, without its line feed; "" when it makes none.
+  // The line for this sample, without its line feed; "" if none is written.
   std::string record() {
     const std::string before = file(today);
     recordSample(sample, cfg);
@@ -132,7 +132,7 @@ TEST_F(History, dropsFractionsOfTheSecond) {
   EXPECT_THAT(record(), HasSubstr("\"t\":1772352000,"));
 }
 
-// --- when a sample is worth a line
+// --- when a sample is written
 
 TEST_F(History, skipsASampleThatComesTooSoon) {
   EXPECT_TRUE(recordAfter(0));
@@ -230,7 +230,7 @@ TEST_F(History, isNotWrittenWhenSwitchedOff) {
   EXPECT_THAT(names(), ElementsAre("2020-01-01.jsonl"));
   EXPECT_THAT(newLines(), IsEmpty());
   cfg.history = true;
-  EXPECT_TRUE(recordAfter(0));  // what was not written does not count
+  EXPECT_TRUE(recordAfter(0));  // an unwritten sample does not count
 }
 
 TEST_F(History, isNotWrittenAfterAPurge) {
@@ -280,7 +280,7 @@ TEST_F(History, namesDaysBefore1970AndFarAway) {
   sample.plugged = true;
   clock(1e18);  // beyond every calendar
   recordSample(sample, cfg);
-  EXPECT_THAT(names(), SizeIs(1));  // the second one's pruning took the first
+  EXPECT_THAT(names(), SizeIs(1));  // the pruning of the second one removed the first
 }
 
 // --- files and folders
@@ -325,13 +325,13 @@ TEST_F(History, prunesAlsoAfterALineThatCannotBeWritten) {
 
 TEST_F(History, toleratesOtherThingsInItsPlace) {
   test::makePipe(mac.path(unmapped(today)));
-  recordSample(sample, cfg);  // does not wait
+  recordSample(sample, cfg);  // does not block
   std::filesystem::remove(mac.path(unmapped(today)));
 
   test::makeLink(mac.path(unmapped(today)), mac.path("/nowhere"));
   sample.plugged = !sample.plugged;
   recordSample(sample, cfg);
-  EXPECT_FALSE(mac.exists("/nowhere"));  // as root, a link is not to say where files are made
+  EXPECT_FALSE(mac.exists("/nowhere"));  // a root service must not create files where a link points
   std::filesystem::remove(mac.path(unmapped(today)));
 
   std::filesystem::remove_all(mac.path(historyDir));
@@ -451,7 +451,7 @@ TEST_F(Pruning, needsADigitWhereverTheDateHasOne) {
 }
 
 TEST_F(Pruning, comparesEveryDigitOfTheDate) {
-  // The cut is at noon of 2026-02-20. Each of these lies on its side of it by one digit.
+  // The cut is at noon of 2026-02-20. Each of these dates is before or after it by one digit.
   const std::vector<std::string> older = {"1026-02-21.jsonl", "1926-02-21.jsonl", "2016-02-21.jsonl",
                                           "2025-02-21.jsonl", "2026-01-21.jsonl", "2026-02-11.jsonl",
                                           "2026-02-09.jsonl", "2026-02-20.jsonl"};
@@ -511,8 +511,8 @@ TEST_F(Pruning, countsFromTheLocalDaysFirstMoment) {
                             // Midnight comes twice; the first one begins the day.
                             Case{"Atlantic/Azores", "2024-10-27.jsonl", 1729987200}}) {
     zone(place.zone);
-    // With a day of winter looked at before: the C library takes its first guess at a doubtful hour from
-    // there.
+    // After a conversion of a winter day, because the C library resolves an ambiguous hour like the previous
+    // conversion.
     has({"2010-01-15.jsonl", place.name});
     clock(place.start + 7 * day);
     pruneHistory(7);

@@ -27,7 +27,7 @@ using namespace test;
 const std::vector<std::string> kinds = {"calibration", "config", "history-line",
                                         "probe",       "status", "statistics"};
 
-// Documents that are right, with every key that can stand in them, by their kind.
+// Valid documents with every possible key, by kind.
 std::map<std::string, std::vector<Json>> wholeDocuments() {
   std::map<std::string, std::vector<Json>> documents;
   for (const auto& [name, text] : test::examplesOfFilesDocument()) {
@@ -69,7 +69,7 @@ void forEachPlace(const Json& value, const std::function<void(const Json::json_p
   }
 }
 
-// What must not stand where `value` stands. Every kind of number is another type.
+// Values that are invalid in the place of `value`. Integers and numbers are different types.
 std::vector<Json> othersThan(const Json& value) {
   std::vector<Json> others = {nullptr, true, 7, -7, 7.0, 7.5, "other", Json::array(), Json::object()};
   std::erase_if(others, [&](const Json& other) {
@@ -116,7 +116,7 @@ TEST(Schemas, rejectAnUnknownKeyInEveryObject) {
   }
 }
 
-// The keys that the objects at each place may do without; all others are needed.
+// The optional keys of the objects at each place; all others are required.
 TEST(Schemas, requireEveryKeyThatIsAlwaysPresent) {
   const std::set<std::string> runs = {"afterNominal", "afterRaw",    "beforeNominal", "beforeRaw",
                                       "cyclesBefore", "cyclesAfter", "design"};
@@ -155,7 +155,7 @@ struct Edit {
   std::string kind;
   std::string place;
   Json value;
-  std::string keyword;  // of the schema, that this breaks; empty: none
+  std::string keyword;  // the keyword of the schema that this violates; empty: none
 };
 
 void expectFlaws(const std::vector<Edit>& edits) {
@@ -308,16 +308,16 @@ TEST(Schemas, requireACompactSortedText) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-// What the daemon's own writer and a test leave in a folder. Looking at it must fail the test, or not.
+// Files of the daemon and of a test in a folder, whose check must fail the test or pass.
 class RecordCheck : public ::testing::Test {
  protected:
   RecordCheck() { root() = folder_.path(); }
 
-  // What is to fail cannot see the fixture.
+  // A statement that should fail cannot use the fixture.
   static void look() { test::checkRecords(root()); }
   static std::string path(const std::string& name) { return root() + "/" + name; }
 
-  // Adds to a file as the daemon does to its history.
+  // Appends to a file as the daemon does to its history.
   static void append(const std::string& name, const std::string& text) {
     const Descriptor file = openForAppending(path(name));
     ASSERT_TRUE(writeAll(file.number(), text));
@@ -345,7 +345,7 @@ TEST_F(RecordCheck, failsOnEachInvalidRecord) {
     document["another"] = 1;
     writeJsonFile(path(name), document);
     EXPECT_NONFATAL_FAILURE(look(), "#/another breaks \"additionalProperties\"");
-    look();  // told once
+    look();  // reported once
   }
 }
 
@@ -442,17 +442,16 @@ TEST(Schemas, existForEachKindOfDocument) {
   for (const auto& entry :
        std::filesystem::directory_iterator(std::string(BRISKO_TEST_DATA) + "/../../docs/schemas")) {
     const std::string name = entry.path().filename();
-    // What brisko prints is its own, and its own tests hold it to its schemas.
+    // The output of brisko is checked by its own tests.
     if (!name.starts_with("brisko-")) found.push_back(name.substr(0, name.find('.')));
   }
-  // Scenarios are the lab's, whose own tests hold them to their schema.
+  // Scenarios are checked by the tests of the lab.
   std::vector<std::string> wanted = kinds;
   wanted.emplace_back("scenario");
   EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(wanted));
 }
 
-// A word that the validator does not know would be a promise that nobody checks, and so would a reference
-// that leads nowhere.
+// The validator would ignore an unknown keyword or a reference without a target.
 TEST(Schemas, useNoKeywordThatTheValidatorIgnores) {
   const std::set<std::string> known = {
       "$schema", "title",       "description", "default", "unit",     "triggersWrite",  // for the reader
@@ -486,7 +485,7 @@ TEST(Schemas, explainEveryKey) {
         keys.insert(key);
       }
     });
-    // So the tests above have seen each key.
+    // So the tests above have checked each key.
     EXPECT_EQ(keysIn(wholeDocuments().at(kind)), keys);
   }
 }

@@ -70,7 +70,7 @@ TEST_F(ProtectedTime, isPausedWhileChargingIsAllowed) {
   gState = ChargeState::allow;
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
-  // The time goes by all the same: it is not added later.
+  // That time is not added later.
   gState = ChargeState::hold;
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 20);
@@ -148,7 +148,7 @@ TEST_F(StatisticsFile, dropsFractionsOfASecondTowardsZero) {
 TEST_F(StatisticsFile, isReadBackAsWritten) {
   gProtectedSeconds = 3600.9;
   gStatsSince = 1772351000;
-  gTopUpSince = 1772355600;  // a whole second, as always in a file of ours
+  gTopUpSince = 1772355600;  // a whole second, as in every file that the daemon writes
   gAtLimit = true;
   gNativeBefore = 85;
   writeStats();
@@ -190,7 +190,7 @@ TEST_F(StatisticsFile, readsTimesFromFloatingPointNumbersOnly) {
   for (const char* other : {"7", "true", "\"7.0\"", "null", "[7.0]"}) {
     gTopUpSince = 6;
     reads(std::string("{\"since\":") + other + ",\"topUpSince\":" + other + "}");
-    EXPECT_DOUBLE_EQ(gStatsSince, 5.5) << other;  // as it was
+    EXPECT_DOUBLE_EQ(gStatsSince, 5.5) << other;  // unchanged
     EXPECT_DOUBLE_EQ(gTopUpSince, 0) << other;
   }
 }

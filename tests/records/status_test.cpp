@@ -41,7 +41,7 @@ class Status : public test::OnVirtualMac {
   std::string file() const { return mac.read(statusPath); }
   Json object() const { return Json::parse(file()); }
 
-  // Whether a call writes the file.
+  // Whether writeStatus() writes the file.
   bool writes() {
     std::error_code ignored;
     std::filesystem::remove(mac.path(statusPath), ignored);
@@ -280,7 +280,7 @@ TEST_F(Status, isWrittenAtOnceByAClockThatWasSetForward) {
   EXPECT_TRUE(writes());
 }
 
-// --- what stands in the way
+// --- obstacles
 
 TEST_F(Status, isNotRetriedSoonerIfItCannotBeWritten) {
   test::makeFolder(mac.path(statusPath));
@@ -345,7 +345,7 @@ TEST_F(Status, abortsOnSecondsBeyond64Bits) {
                 writeStatus(report);
               }).signal,
               SIGABRT);
-    // Not evaluated while there is no soak to report.
+    // Not computed without a soak to report.
     EXPECT_EQ(inChild([&] {
                 gCal.soakBanked = seconds;
                 writeStatus(report);

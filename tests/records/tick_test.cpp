@@ -1,4 +1,4 @@
-// What a tick writes to which file, and in which order.
+// What a tick writes to each file, and in which order.
 
 #include <cstdlib>
 #include <filesystem>
@@ -43,7 +43,7 @@ class Records : public test::OnVirtualMac {
     takeGate();
   }
 
-  // The files beside the history that this work writes, in order.
+  // The files other than the history that `work` writes, in order.
   std::vector<std::string> written(const std::function<void()>& work) {
     test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
     work();
@@ -86,7 +86,7 @@ TEST_F(Records, recordTheHeatInTheSampleToo) {
 }
 
 TEST_F(Records, recordTheAdapterAsTheControllerSeesIt) {
-  // The cut adapter is there, whatever macOS says of its power source.
+  // A cut adapter is plugged in, whatever power source macOS reports.
   mac.settings(R"({"discharge":true})");
   mac.charge(90);
   evaluate();
@@ -119,7 +119,7 @@ TEST_F(Records, containTheCalibrationsTerms) {
 TEST_F(Records, areWrittenAtMostEvery24SecondsByTheHeartbeat) {
   mac.charge(80);
   evaluate();
-  EXPECT_THAT(tick(), IsEmpty());  // 12 s are too soon
+  EXPECT_THAT(tick(), IsEmpty());  // 12 s are not enough
   EXPECT_THAT(tick(), ElementsAre(status));
   EXPECT_THAT(tick(), IsEmpty());
 }
@@ -206,7 +206,7 @@ TEST_F(Records, storeATopUpWhenItEnds) {
   mac.settings("{\"topUp\":true}");
   evaluate();
   mac.unplug();
-  // The request goes before the time, and the flag of the limit stays.
+  // The request is cleared before the time is, and the limit flag stays.
   EXPECT_THAT(tick(), ElementsAre(config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
 }

@@ -1,4 +1,4 @@
-// The chart as a document.
+// The chart as an SVG document.
 
 #include "report/chart.h"
 
@@ -186,7 +186,7 @@ TEST_F(ChartTest, marksWarningsDifferentlyFromOtherLines) {
   EXPECT_THAT(at("/s:svg/s:desc"), ElementsAre(HasSubstr("Warnings in the log: 1.")));
 }
 
-// --- What was done
+// --- Actions
 
 TEST_F(ChartTest, showsActionsOfOneMomentTogether) {
   add(0, 60);

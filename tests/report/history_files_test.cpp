@@ -1,4 +1,4 @@
-// The daemon's history as the lab reads it.
+// Reading the daemon's history for a report.
 
 #include "report/history_files.h"
 

@@ -41,7 +41,7 @@ class Presence : public test::OnVirtualMac {
     platform::postMainAfter(seconds, platform::stopMain);
     platform::runMain();
   }
-  // Gone for so long when it is looked at next.
+  // Makes the app missing for so long at the next check.
   void goneFor(double seconds) {
     remove();
     gAppGoneSince = platform::wallNow() - seconds;
@@ -198,7 +198,7 @@ TEST_F(Presence, leavesTheLimitOfMacOSAloneWhileTheAppIsInstalled) {
   EXPECT_EQ(gNativeWritten, 80);
 }
 
-// Such a bundle was watched anew for ever.
+// Such a bundle used to be watched again and again without end.
 TEST_F(Presence, isWatchedOnceIfTheNameEndsLikeTheMarkOfADeletedApp) {
   gAppPath = "/Applications/Brisko.app (deleted)";
   mac.write(*gAppPath + "/Contents/Info.plist", "<plist/>");

@@ -59,7 +59,7 @@ std::string settingsText(const std::string& changed = "") {
   return text.replace(at, text.find_first_of(",}", at) - at, changed);
 }
 
-// The requests as they come in, on a Mac with a gate of keys.
+// Sends requests to the service on a Mac with a gate of keys.
 class Service : public test::OnVirtualMac {
  protected:
   void SetUp() override {
@@ -67,7 +67,7 @@ class Service : public test::OnVirtualMac {
     test::makeFolder(mac.path(dataFolder));  // as start-up does
   }
 
-  // Lets the main thread work for so long; at least until nothing waits.
+  // Runs the main thread for so long, at least until no work is waiting.
   static void run(double seconds = 0) {
     platform::postMainAfter(seconds, platform::stopMain);
     platform::runMain();
@@ -97,7 +97,7 @@ class Service : public test::OnVirtualMac {
   platform::ControlRequests requests = controlRequests();
 };
 
-// The same where macOS's own limit is the gate.
+// The same on a Mac where macOS's own limit is the gate.
 class NativeService : public Service {
  protected:
   void SetUp() override {
@@ -106,7 +106,7 @@ class NativeService : public Service {
   }
 };
 
-// --- who may ask
+// --- admission
 
 TEST(ClientCodeRequirement, namesTheAppAndTheTeamThatSignedTheDaemon) {
   test::VirtualMac mac;
@@ -251,7 +251,7 @@ TEST_F(Service, usesTheDefaultForASettingOfTheWrongType) {
 }
 
 TEST_F(Service, startsFromTheDefaultsWithoutAReadableFile) {
-  gCliLimit = 60;  // stands in for the limit elsewhere, not here
+  gCliLimit = 60;  // the default limit elsewhere, but not here
   for (const std::string& before : {std::string("{\"limit\":"), std::string("[]"), std::string("null"),
                                     std::string(), std::string("{\"limit\":70} x")}) {
     mac.settings(before);
@@ -364,7 +364,7 @@ TEST_F(Service, erasesALinkAndNotItsTarget) {
   EXPECT_EQ(mac.read("/elsewhere/file"), "somebody's");
 }
 
-// Whoever asks is told of the first folder that stays; the log names both.
+// The client is told the first folder that could not be removed; the log names both.
 class Undeletable : public Service {
  protected:
   void SetUp() override {
@@ -373,7 +373,7 @@ class Undeletable : public Service {
     mac.write(std::string(logFolder) + "/daemon.log", "line\n");
     test::setMode(mac.path("/"), 0755);
   }
-  // In a process that permissions count for.
+  // In a process without root, so that permissions apply.
   std::string purged() {
     return test::inChild([&] {
              test::becomeNobody();

@@ -262,7 +262,7 @@ TEST(Simulation, isReportedAnywhereElse) {
 
 // ---------------------------------------------------------------------------------------------------------
 
-// In pieces, for the sake of the check of this very file.
+// In pieces, so that the check does not report this file.
 const std::string bareSign = std::string("\xE2\x9A") + "\xA0";
 const std::string bareStop = std::string("\xE2\x9B") + "\x94";
 const std::string selector = "\xEF\xB8\x8F";

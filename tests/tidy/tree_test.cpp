@@ -11,7 +11,7 @@
 #include "support/testing.h"
 #include "tidy/tree_check.h"
 
-// The tree that this test was built from.
+// The tree from which this test was built.
 namespace brisko::test {
 namespace {
 
@@ -51,7 +51,7 @@ TEST(SourceTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); 
 
 TEST(SourceTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
 
-// A campaign names invariants by their numbers, and each is tested with a mutant that it catches.
+// A campaign names invariants by number, and each invariant is tested with a mutant that it catches.
 TEST(SourceTree, numbersEachInvariantAndHasAMutantForIt) {
   const std::regex definition(R"(Invariant \w+\{\s*(\d+),)");
   std::vector<int> defined;

@@ -1,4 +1,4 @@
-// Properties between Core Foundation and the seam.
+// The conversion of properties between Core Foundation and the seam.
 
 #include "platform/macos/cf_value.h"
 

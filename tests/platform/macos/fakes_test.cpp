@@ -1,4 +1,4 @@
-// What the fakes notice of a program that uses the system wrongly. Every other test here relies on it.
+// The errors in a program's use of the system that the fakes detect. Every other test here relies on that.
 
 #include <csignal>
 #include <cstdlib>
@@ -25,7 +25,7 @@ using platform::Owned;
 using platform::OwnedService;
 using platform::stringOf;
 
-// Long enough to be read as an object.
+// Long enough to be mistaken for an object.
 alignas(16) constexpr char plainText[64] = "TeamIdentifier";
 
 CFStringRef keptText() {
@@ -122,7 +122,7 @@ TEST(FakesDeathTest, endAProcessThatReleasesAnActiveSource) {
   EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "before the end of its cancellation");
 }
 
-// A signal that is not ignored ends a Mac's process, whoever watches it.
+// On a Mac a signal that is not ignored ends the process, even if a source watches it.
 TEST(FakesDeathTest, endAProcessByAWatchedSignalThatIsNotIgnored) {
   const dispatch_source_t source =
       dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());

@@ -1,4 +1,4 @@
-// What the system of a Mac may say of a file's name, which no kernel here says.
+// Answers of a Mac's kernel about a file's name that no kernel here gives.
 
 #include "platform/file_watch.h"
 
@@ -32,7 +32,7 @@ class MacFileWatch : public ::testing::Test {
   MacFileWatch() { test::put(path, "content"); }
   ~MacFileWatch() override { fakes::gGetPathError = 0; }
 
-  // The events of a new watch on the file that nothing happens to.
+  // The events of a new watch on the unchanged file.
   std::vector<FileEvents> eventsOfANewWatch(int descriptor) {
     std::vector<FileEvents> events;
     const WatchToken token = watchFile(

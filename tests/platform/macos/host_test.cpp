@@ -1,4 +1,4 @@
-// Where the program lies, when it was started through a link, and what it believes of the system's version.
+// The path of a program that was started through a link, and the version of the system that it detects.
 
 #include "platform/host.h"
 
@@ -64,7 +64,7 @@ TEST(MacHost, needsNoProductVersion) {
   EXPECT_EQ(osMajor(), 27);
 }
 
-// As /tmp is /private/tmp on a Mac. There is no such folder here, so the path is not resolved first.
+// On a Mac /tmp is a link to /private/tmp. Here there is no such folder, so the path is not resolved first.
 TEST(MacHost, namesTheProgramByItsUsualPath) {
   const test::ScratchFolder scratch;
   const std::string program = scratch.path("program");

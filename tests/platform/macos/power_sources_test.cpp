@@ -1,4 +1,4 @@
-// A Mac that refuses to notify of power source changes.
+// A Mac that does not notify of changes of the power source.
 
 #include "platform/power_sources.h"
 

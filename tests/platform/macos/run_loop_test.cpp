@@ -1,4 +1,4 @@
-// What the run loop is left with, which its contract does not show.
+// What remains in the run loop, which its contract does not show.
 
 #include "platform/run_loop.h"
 

@@ -1,4 +1,4 @@
-// What the daemon does when the private class of macOS's own limit is not what it was.
+// What the daemon does if the private class of macOS's own limit has changed.
 
 #include "platform/smart_charge_client.h"
 
@@ -25,7 +25,7 @@ class MacSmartCharge : public ::testing::Test {
   test::VirtualMac mac{{.macOS = 27}};
 };
 
-// The answers of the four calls to a client that is well: supported, not enabled, no limit, set.
+// The results of the four calls to a working client: supported, not enabled, no limit, set.
 struct Answers {
   std::int32_t supported = 1;
   std::int32_t enabled = 0;
@@ -105,7 +105,7 @@ TEST_F(MacSmartCharge, answersAgainOnceItNoLongerRaises) {
   EXPECT_EQ(CKMCLLimit(), 100);
 }
 
-// The fake ends a process that does not look first.
+// The fake ends a process that does not check first.
 TEST(MacSmartChargeDeathTest, getsNoMessageThatItDoesNotUnderstand) {
   const test::VirtualMac mac({.macOS = 27});
   ASSERT_TRUE(makeSmartChargeClient("somebody"));

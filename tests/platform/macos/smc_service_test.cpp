@@ -1,4 +1,4 @@
-// Answers of the controller's driver that a Mac has not been seen to give.
+// Answers of the controller's driver that have not been seen on a Mac.
 
 #include "platform/smc_service.h"
 
@@ -36,7 +36,7 @@ class SmcAnswer : public test::OnVirtualMac {
 };
 
 TEST_F(SmcAnswer, isPaddedWithZeroesIfItIsTooShort) {
-  platform::SmcRecord question{'E', 'T', 'H', 'C'};  // what is CHTE?
+  platform::SmcRecord question{'E', 'T', 'H', 'C'};  // asks for the size of CHTE
   question[42] = 9;
   platform::SmcRecord all{};
   ASSERT_EQ(platform::exchangeSmc(gConn, question, all).status, kernelSuccess);

@@ -49,7 +49,7 @@ Machine fromJson(std::string_view json) {
   return machine.value_or(Machine{});
 }
 
-// Text of any property of the entry, nested ones included.
+// Whether any property of the entry, nested ones included, has this text.
 bool mentions(const platform::Value& value, const std::string& text) {
   if (const std::string* found = value.asText()) return *found == text;
   if (const platform::Dictionary* inner = value.asDictionary()) {
@@ -87,7 +87,7 @@ TEST(DumpImport, importsAChargingMacInTheNestedLayoutWithItsPack) {
   EXPECT_EQ(machine.battery.chargeMAh, 1694);
   EXPECT_EQ(machine.battery.fullMAh, 4400);
   EXPECT_EQ(machine.battery.reserveMAh, 127);
-  EXPECT_EQ(machine.battery.temperatureC, 33.44);  // of the pack
+  EXPECT_EQ(machine.battery.temperatureC, 33.44);  // the pack's
   EXPECT_TRUE(machine.adapter.present);
   EXPECT_EQ(machine.adapter.watts, 30);
   EXPECT_EQ(machine.surroundings.loadWatts, 4.1);
@@ -181,7 +181,7 @@ TEST(DumpImport, reportsWhatIsWrongWithItsContent) {
 }
 
 TEST(DumpImport, leavesOutAKeyWithAZeroByte) {
-  // {"A\0": 6} as a binary list: the objects, where they begin, and how to read that. The key is UTF-16.
+  // {"A\0": 6} as a binary property list: the objects, their offsets, and the trailer. The key is UTF-16.
   std::string binary = {'b', 'p', 'l',    'i', 's', 't', '0', '0',    '\xD1',
                         1,   2,   '\x62', 0,   'A', 0,   0,   '\x10', 6};
   binary += std::string{8, 11, 16} + std::string(6, '\0') + std::string{1, 1};

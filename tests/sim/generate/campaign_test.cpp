@@ -1,4 +1,4 @@
-// The campaign: its words and its end, over scenarios that are not really played.
+// The campaign's output and end, with scenarios that are not really run.
 
 #include "sim/generate/campaign.h"
 

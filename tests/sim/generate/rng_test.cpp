@@ -1,4 +1,4 @@
-// Randomness that is the same on every compiler and library.
+// Random numbers that are the same with every compiler and library.
 
 #include "sim/generate/rng.h"
 

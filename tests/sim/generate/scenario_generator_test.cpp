@@ -1,4 +1,4 @@
-// Generated scenarios: the same everywhere, valid, and with everything in them that can happen.
+// Generated scenarios: the same everywhere, valid, and with every action.
 
 #include "sim/generate/scenario_generator.h"
 
@@ -117,7 +117,7 @@ TEST(ScenarioGenerator, usesEveryFaultOfTheList) {
     EXPECT_THAT(happened, Contains(std::string(fault.name)));
   }
   for (const std::string& name : ownActionNames()) {
-    // A daemon that is always kept alive is never started by hand.
+    // A daemon that is always restarted is never started by an action.
     if (name != "start") {
       EXPECT_THAT(happened, Contains(name));
     }
@@ -125,7 +125,7 @@ TEST(ScenarioGenerator, usesEveryFaultOfTheList) {
 }
 
 TEST(ScenarioGenerator, keepsNumbersInTheirRanges) {
-  // Anything else would be complained of; here for what is drawn rarely.
+  // Other numbers would be rejected; this test covers those that are drawn rarely.
   for (std::uint64_t seed = 1001; seed <= 1020; ++seed) {
     EXPECT_THAT(diagnosticsFor(generateScenario(seed, 30, Faults::all)), IsEmpty()) << "seed " << seed;
   }

@@ -1,4 +1,4 @@
-// Cutting a scenario down to what matters.
+// Reducing a scenario to the relevant steps.
 
 #include "sim/generate/shrink.h"
 
@@ -43,7 +43,7 @@ std::int64_t timeOf(const GeneratedScenario& scenario, const std::string& name) 
   return -1;
 }
 
-// Goes wrong at the time that `when` tells, below 0 not at all.
+// Fails at the time that `when` returns, or passes if that is negative.
 using When = std::function<double(const GeneratedScenario&)>;
 
 TryOut tryOutOf(const When& when, std::size_t* most = nullptr) {
@@ -87,7 +87,7 @@ TEST(Shrinking, endsSoonAfterTheFailure) {
 }
 
 TEST(Shrinking, keepsRelevantTimes) {
-  // Two hours have to lie between the two.
+  // The two must be two hours apart.
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     const std::int64_t pause = timeOf(scenario, "40") - timeOf(scenario, "20");
     return has(scenario, "20") && has(scenario, "40") && pause >= 7200

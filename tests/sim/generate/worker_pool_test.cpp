@@ -1,4 +1,4 @@
-// The processes that play scenarios side by side.
+// The processes that run scenarios in parallel.
 
 #include "sim/generate/worker_pool.h"
 

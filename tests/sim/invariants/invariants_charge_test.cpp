@@ -1,5 +1,4 @@
-// The invariants of charge, keys and verdicts: each rule gets what it must accept and what it must
-// reject.
+// The invariants of charge, keys and verdicts: for each rule, what it must accept and what it must reject.
 
 #include <functional>
 #include <string>
@@ -97,7 +96,7 @@ TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrNotYetStarted) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 2: the hardware is as the state says
+// 2: the hardware matches the state
 
 TEST_F(Invariants, requireTheHardwareToMatchTheState) {
   iteration(80, ChargeState::hold);
@@ -126,7 +125,7 @@ TEST_F(Invariants, requireALostKeyToBeSetAgainIfTheDaemonChecksIt) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 3: no cut over open
+// 3: no cut while charging is allowed
 
 TEST_F(Invariants, requireChargingStoppedBeforeTheAdapterIsCut) {
   settings.discharge = true;
@@ -159,11 +158,11 @@ TEST_F(Invariants, exemptACutByAnotherProgram) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 4: cut only when wanted
+// 4: cuts only with a reason
 
 TEST_F(Invariants, requireAReasonForEachCut) {
   const auto cutAt = [this](std::int64_t pct) {
-    observation.givenDisturbances.disturbanceCount += 1;  // so that there is something to write
+    observation.givenDisturbances.disturbanceCount += 1;  // so that a write is expected
     iteration(pct, ChargeState::discharge, discharges);
     return found();
   };
@@ -455,7 +454,7 @@ TEST_F(Invariants, allowThatOnlyOnce) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 13: quiet when steady
+// 13: no writes while nothing changes
 
 TEST_F(Invariants, forbidWritesWhileNothingChanges) {
   iteration(80, ChargeState::hold, stops());
@@ -484,7 +483,7 @@ TEST_F(Invariants, allowAStateToBeWrittenAgainIfItWasLeftInBetween) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 22, 23 and 33: what is said
+// 22, 23 and 33: log lines
 
 constexpr const char* gaveUp =
     "⚠️ forced discharge has no effect: the adapter cut will not stay written — …";

@@ -1,5 +1,5 @@
-// The invariants of records, sleep, macOS's own limit and the process itself: each rule gets what it
-// must accept and what it must reject, on both sides of every border.
+// The invariants of records, sleep, macOS's own limit and the process itself: for each rule, what it must
+// accept and what it must reject, on both sides of every boundary.
 
 #include <csignal>
 #include <functional>
@@ -66,7 +66,7 @@ class ProcessInvariants : public InvariantsFixture {
     endProcess(how, action, {checkRecordsAtEnd, checkSleepAtEnd, checkNativeAtEnd, checkProcessAtEnd});
   }
 
-  // A change that the daemon and the machine make together.
+  // A change of the machine in an iteration of the daemon.
   void happens(const std::function<void(virtual_mac::Machine&, virtual_mac::Journal&)>& what) {
     const auto update = mac.store().update();
     what(update.machine(), update.journal());
@@ -455,7 +455,7 @@ class NativeInvariants : public ProcessInvariants {
     gGate = ChargeGate{.charge = ChargeKeys::macOSLimit, .cut = AdapterCutKey::none};
     gNativeBefore = 100;
     happens([](virtual_mac::Machine& machine, virtual_mac::Journal&) {
-      machine.limit.delay = 1e9;  // macOS takes its time
+      machine.limit.delay = 1e9;  // macOS applies it late
     });
   }
 
@@ -465,7 +465,7 @@ class NativeInvariants : public ProcessInvariants {
     });
   }
 
-  // The tick writes the target, for the first time or again.
+  // A tick that writes the target, for the first time or again.
   void writesTarget(std::int64_t target) {
     tick([&] {
       sets(target);
@@ -655,7 +655,7 @@ TEST_F(ProcessInvariants, allowFortyRunsAfterAFinish) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// 30: at rest
+// 30: dormant
 
 TEST_F(ProcessInvariants, forbidWritesAndUpdatesWhileDormant) {
   gDormant = true;

@@ -14,14 +14,14 @@ constexpr double hour = 3600;
 
 double current(const Bench& mac) { return mac.machine.battery.currentMA; }
 
-// A Mac that charges from `percent` on an adapter of `watts`, with nothing in the way.
+// A Mac that charges from `percent` on an adapter of `watts`, without a limit.
 Bench charging(std::string_view model, double percent, double watts, double loadWatts) {
   Bench mac({.gate = GateKind::chte, .percent = percent, .plugged = false}, model);
   mac.change(ChangeKind::load, loadWatts).change(ChangeKind::plug, watts);
   return mac;
 }
 
-// Minutes until `reached` says so, or a day.
+// Minutes until `reached` returns true, at most a day.
 template <typename Reached>
 double minutesUntil(Bench& mac, Reached reached) {
   const double start = mac.machine.now;
@@ -129,7 +129,7 @@ TEST(MachineCharging, staysEmptyOnBattery) {
   EXPECT_GT(level(mac.machine), 5);
 }
 
-// ---- who feeds whom
+// ---- the flow of power
 
 TEST(MachineCharging, drawsTheLoadFromTheBatteryWithoutAnAdapter) {
   Bench mac({.percent = 79, .plugged = false}, "pro14");
@@ -155,7 +155,7 @@ TEST(MachineCharging, supportsAWeakAdapterFromTheBattery) {
   EXPECT_FALSE(mac.machine.powerSource.charging);
   EXPECT_LT(mac.machine.gauge.percent, 80);
 
-  // Also while charging is stopped.
+  // The same while charging is stopped.
   mac.write("CHTE", {1, 0, 0, 0});
   EXPECT_LT(mac.pass(minute).machine.battery.currentMA, -700);
 }

@@ -1,5 +1,5 @@
-// The charge limit of macOS on the virtual Mac: what it takes, when, what the battery does under it, and who
-// else has a hand in it.
+// macOS's charge limit on the virtual Mac: which values it accepts and when it applies them, how the battery
+// reacts, and changes by the user and by other programs.
 
 #include <cmath>
 #include <optional>
@@ -25,7 +25,7 @@ class Limit : public ::testing::Test {
   explicit Limit(const MachineOptions& options = {.macOS = 27}) : mac(options) {}
 
   std::optional<bool> set(std::int64_t percent) { return setByClient(mac.machine, *mac.journal, percent); }
-  // As a program writes the preferences past the client.
+  // Writes the preferences directly, as a program without the client does.
   void write(std::int64_t percent) {
     store(LimitPreference::featureState, 1);
     store(LimitPreference::limitValue, percent);
@@ -36,7 +36,7 @@ class Limit : public ::testing::Test {
     storePreference(mac.machine, which,
                     {.kind = PreferenceKind::integer, .integer = number, .real = 0, .text = {}});
   }
-  // A limit that is enforced already.
+  // Sets a limit and waits until it is enforced.
   void holdAt(std::int64_t percent) {
     mac.change(ChangeKind::limit, static_cast<double>(percent)).pass(usualDelay);
   }
@@ -50,7 +50,7 @@ class Limit : public ::testing::Test {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// Taking
+// Applying a limit
 
 TEST_F(Limit, isNoneOnAFreshMac) {
   EXPECT_EQ(enforced(), 0);
@@ -140,7 +140,7 @@ TEST_F(Limit, isReadFromThePreferencesOnlyOnNotification) {
   mac.pass(hour);
   EXPECT_EQ(enforced(), 0);
   notify(mac.machine, *mac.journal, limitNotification);
-  store(LimitPreference::limitValue, 70);  // too late: it has been read
+  store(LimitPreference::limitValue, 70);  // too late: the preferences have been read
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 75);
 }
@@ -404,7 +404,7 @@ TEST_F(Limit, letsTheBatteryChargeToFullOnceItIsOff) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// A full charge for a while
+// A requested full charge
 
 TEST_F(Limit, isSuspendedUntilADate) {
   mac.change(ChangeKind::charge, 80);
@@ -466,7 +466,7 @@ TEST_F(Limit, isNotSuspendedByADateInThePast) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// Sleep, boot and other hands
+// Sleep, boot and other programs
 
 TEST_F(Limit, isAppliedAtWakeAndNotDuringSleep) {
   mac.change(ChangeKind::limitDelay, 600);
@@ -479,7 +479,7 @@ TEST_F(Limit, isAppliedAtWakeAndNotDuringSleep) {
 
 TEST_F(Limit, isReadAgainAtBoot) {
   holdAt(85);
-  store(LimitPreference::limitValue, 75);  // and nobody is told
+  store(LimitPreference::limitValue, 75);  // without a notification
   shutDown(mac.machine);
   mac.pass(hour);
   boot(mac.machine);

@@ -1,4 +1,5 @@
-// Sleep and wake of the bare machine: stages, messages, scheduled events, and what continues meanwhile.
+// Sleep and wake of the machine without a daemon: stages, messages, scheduled events, and what continues
+// during sleep.
 
 #include <cmath>
 #include <limits>
@@ -27,7 +28,7 @@ constexpr std::int64_t somebody = 4711;
 
 class MachineSleep : public ::testing::Test {
  protected:
-  // The tokens of the messages sent so far are 1, 2, …; their types:
+  // The types of the messages sent so far; their tokens are 1, 2, …
   [[nodiscard]] std::vector<PowerMessage> messages() const {
     std::vector<PowerMessage> types;
     for (std::uint32_t token = 1; token <= mac.machine.sleep.noticesSent; ++token)
@@ -52,7 +53,7 @@ class MachineSleep : public ::testing::Test {
     for (const auto& event : mac.machine.sleep.events) count += event.pending ? 1 : 0;
     return count;
   }
-  // Sleeps with nobody to ask.
+  // Puts the machine to sleep without a client.
   void fallAsleep() {
     mac.change(ChangeKind::sleep).pass(virtual_mac::fallingSeconds);
     ASSERT_TRUE(asleep());
@@ -164,7 +165,7 @@ TEST_F(MachineSleep, countsUnexpectedAnswers) {
   allow(1);
   EXPECT_EQ(mac.machine.sleep.strayAnswers, 3U) << "answered twice";
   mac.pass(2).change(ChangeKind::wake).pass(2);
-  allow(2);  // HasPoweredOn is not to be answered
+  allow(2);  // HasPoweredOn needs no answer
   EXPECT_EQ(mac.machine.sleep.strayAnswers, 4U);
 }
 
@@ -481,7 +482,7 @@ TEST_F(MachineSleep, stopsAProcessAtMessagesAndAtTheEndsOfSleep) {
   const double begin = mac.machine.now;
   std::vector<double> stops;
   while (virtual_mac::advanceToNotice(mac.machine, begin + 2000)) stops.push_back(mac.machine.now - begin);
-  // Asked, announced, asleep; the scheduled wake and its end.
+  // The question, the announcement, the sleep, the scheduled wake and its end.
   EXPECT_THAT(stops, ElementsAre(10, 40, 72, 880, 925));
 }
 

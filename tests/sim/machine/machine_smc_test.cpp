@@ -123,7 +123,7 @@ TEST(MachineSmc, addsAKeyThatNoModelHas) {
   EXPECT_THAT(mac.read("NEW1"), ElementsAre(7));
 }
 
-// What each behaviour answers, what a read shows after it, and whether the hardware follows.
+// The answer of each behaviour, the value of the next read, and whether the hardware follows.
 TEST(MachineSmc, followsTheBehaviourOfAKeyOnAWrite) {
   struct Case {
     OnWrite behaviour;
@@ -276,7 +276,7 @@ TEST(MachineSmc, resetsTheLightWhenThePublishedChargingStateChanges) {
   mac.pass(1);
   EXPECT_FALSE(mac.machine.powerSource.charging);
   EXPECT_EQ(mac.read("ACLC"), Bytes{0});
-  // The adapter counts by itself, also where charging rests before and after.
+  // A change of the adapter resets it even if the battery does not charge before and after.
   mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
   EXPECT_EQ(mac.read("ACLC"), Bytes{0});
 }
@@ -458,7 +458,7 @@ TEST(MachineSmc, allowsChargingWhenAnUpgradeClosesTheKeys) {
   mac.change(ChangeKind::macOS, 27);
   EXPECT_TRUE(chargingIsOpen(mac.machine));
   EXPECT_THAT(mac.read("CHTE"), IsEmpty());
-  EXPECT_THAT(mac.read("CHIE"), ElementsAre(8));  // a cut is nobody's but ours
+  EXPECT_THAT(mac.read("CHIE"), ElementsAre(8));  // the system does not touch a cut
 
   mac.change(ChangeKind::macOS, 26);
   EXPECT_EQ(mac.read("CHTE"), open);

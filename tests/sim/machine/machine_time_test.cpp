@@ -22,7 +22,7 @@ double uniform(std::mt19937_64& random, double least, double most) {
   return least + (most - least) * static_cast<double>(random() >> 11U) / 9007199254740992.0;
 }
 
-// Anything from the list of what may happen, with believable and unbelievable parameters.
+// A random change of the list, with plausible or implausible parameters.
 Change anyChange(std::mt19937_64& random) {
   const Fault& fault = faults()[random() % faults().size()];
   Change change = fault.change;
@@ -106,7 +106,7 @@ TEST(MachineTime, countsSleepIndependentlyOfTheNumberOfAdvances) {
   EXPECT_EQ(movingBits(often.machine), movingBits(once.machine));
 }
 
-// The figures come from one run; every compiler must find the same, to the last bit.
+// The figures come from one run; the results of every compiler must equal them, to the last bit.
 TEST(MachineTime, computesTheSameBitsWithEveryCompiler) {
   Bench mac({.percent = 37.5});
   ASSERT_TRUE(mac.later(0.3 * hour, changeTo(ChangeKind::load, 11.3)));
@@ -258,7 +258,7 @@ TEST(MachineNotice, isSilentWhileTheChargeIsHeld) {
   EXPECT_EQ(mac.machine.now, start + 24 * hour);
 }
 
-// ---- what the gauge and powerd publish, and when
+// ---- publications of the gauge and powerd
 
 TEST(MachineGauge, isStaleJustAfterPlugging) {
   Bench mac({.percent = 76, .plugged = false});
@@ -370,7 +370,7 @@ TEST(MachinePowerSource, estimatesTheMinutesLeft) {
   EXPECT_NEAR(static_cast<double>(mac.machine.powerSource.minutes), hours * 60, 2);
 
   mac.change(ChangeKind::plug, 30);
-  EXPECT_EQ(mac.machine.powerSource.minutes, 0);  // the gauge does not charge yet
+  EXPECT_EQ(mac.machine.powerSource.minutes, 0);  // the gauge does not show the charging yet
   mac.pass(minute);
   const std::int64_t estimate = mac.machine.powerSource.minutes;
   const double start = mac.machine.now;
@@ -453,7 +453,7 @@ TEST(MachineSystem, truncatesALongText) {
   EXPECT_EQ(textOf(shortText("")), "");
 }
 
-// ---- changes with parameters out of all reason
+// ---- changes with impossible parameters
 
 TEST(MachineChanges, clampsNumbers) {
   Bench mac;
@@ -475,7 +475,7 @@ TEST(MachineChanges, clampsNumbers) {
   EXPECT_EQ(mac.machine.pendingSignals, 0U);
 }
 
-// What the tools take and what the machine takes is one range.
+// The tools and the machine accept the same range.
 TEST(MachineChanges, haveTheSameRangesAsTheTools) {
   const auto after = [](const Fault& fault, double number) {
     Bench mac;
@@ -567,7 +567,7 @@ TEST(MachineChanges, hidesTheCapabilitiesBelowZero) {
   EXPECT_EQ(mac.machine.system.capabilities, 9U);
 }
 
-// ---- models and the list of what may happen
+// ---- models and the list of changes
 
 TEST(MachineModels, areThreeThatCoverEveryKeyFamily) {
   ASSERT_EQ(models().size(), 3U);
@@ -603,7 +603,7 @@ TEST(MachineFaults, includeEveryKindOfChange) {
   std::set<ChangeKind> kinds;
   for (const Fault& fault : faults()) kinds.insert(fault.change.kind);
   constexpr auto all = static_cast<std::size_t>(ChangeKind::preferencesFail);
-  constexpr std::size_t requests = 2;  // no faults, but what people do with the app
+  constexpr std::size_t requests = 2;  // not faults, but requests of the app
   EXPECT_EQ(kinds.size(), all - requests);
   EXPECT_EQ(kinds.count(ChangeKind::nothing), 0U);
   EXPECT_EQ(kinds.count(ChangeKind::request), 0U);

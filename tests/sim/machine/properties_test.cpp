@@ -342,14 +342,14 @@ TEST(PropertiesPowerSource, canBeMissingInSeveralWays) {
   EXPECT_TRUE(powerSourceList(mac.machine)->empty());
 }
 
-// ---- handing over costs nothing while nothing is published
+// ---- reads are cheap while nothing is published
 
 TEST(PropertiesMemory, returnsTheSameDictionaryUntilTheGaugePublishes) {
   Bench mac({.percent = 50});
   const SharedDictionary first = battery(mac);
   EXPECT_EQ(battery(mac.pass(59)), first);
   EXPECT_NE(battery(mac.pass(1)), first);
-  EXPECT_EQ(integer(first, "UpdateTime"), 1772352000);  // what was handed over stays as it was
+  EXPECT_EQ(integer(first, "UpdateTime"), 1772352000);  // a returned dictionary does not change
 }
 
 TEST(PropertiesMemory, doesNotConfuseTwoMachines) {

@@ -1,4 +1,4 @@
-// What the lab notes of a scenario.
+// The lab's recording of a scenario.
 
 #include "sim/scenario/recording.h"
 
@@ -24,7 +24,7 @@ Moment held(double time) {
   return moment;
 }
 
-// --- What is worth keeping
+// --- The filter
 
 class SampleFilterTest : public ::testing::Test {
  protected:
@@ -192,7 +192,7 @@ Picture pictureOf(const std::string& rest, std::vector<std::string>* log = nullp
   return recording.picture();
 }
 
-// What holds at a time, "2026-03-01 08:00".
+// The values at a time, e.g. "2026-03-01 08:00".
 Moment at(const Picture& picture, const std::string& date) {
   const double time = parseDate(date).value_or(0);
   Moment found;

@@ -1,4 +1,4 @@
-// How scenarios are read, played and judged.
+// Reading, running and checking scenarios.
 
 #include "sim/scenario/scenario.h"
 
@@ -50,7 +50,7 @@ TEST(ScenarioFile, isReportedWithTheLineIfItIsNotJson) {
               ElementsAre("a.json:1: expected an object that describes a scenario, not []"));
 }
 
-// What is wrong with a scenario whose third line has this in its Mac, its fourth this in its step.
+// The errors in a scenario with these keys in its Mac, on line 3, and in its step, on line 4.
 std::vector<std::string> diagnosticsOf(const std::string& mac, const std::string& step) {
   return diagnosticsFor("{\n\"description\": \"x\", \"mac\":\n{" + mac + "}, \"timeline\": [\n{" + step +
                         "}], \"end\": {\"running\": true}}");
@@ -115,7 +115,7 @@ TEST(ScenarioFile, reportsTheLineThePlaceAndWhatWasExpected) {
   }
 }
 
-// The schema reports its first mistake alone; what only the lab can judge is reported all at once.
+// The schema reports only its first error; the errors that only the lab detects are reported together.
 TEST(ScenarioFile, reportsEveryMistakeThatTheSchemaCannotSee) {
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "24:00", "do": {"plug": 900}})")),
               ElementsAre(HasSubstr("/timeline/0/at: "), HasSubstr("/timeline/0/do/plug: "),
@@ -291,7 +291,7 @@ TEST(ScenarioPage, explainsEveryActionOfTheLabAndEveryExpectation) {
   for (const std::string& name : checkNames()) EXPECT_THAT(text, HasSubstr("`" + name + "`")) << name;
 }
 
-// --- The play
+// --- Running
 
 TEST(Scenario, hasNoFailuresWhenItMatches) {
   EXPECT_THAT(failuresOf(with(R"({"at": "+2 h", "see": {"state": "hold", "percent": [79, 81], "running": true,
@@ -387,7 +387,7 @@ TEST(Scenario, needsNoExpectationsInInvariantsMode) {
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("mode": "kindly", )")),
               ElementsAre(HasSubstr("/mode: expected invariants, not \"kindly\"")));
 
-  // A warning may come, and nobody can be told to end while no daemon runs.
+  // Warnings are allowed, and signals are skipped while no daemon runs.
   const std::string warns = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";
   const std::string without = R"("daemon": {"started": false}, )";
   EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", mode + warns)), IsEmpty());

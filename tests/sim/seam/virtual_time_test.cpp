@@ -1,4 +1,4 @@
-// What a test may rely on in virtual time beyond the contract of the seam.
+// Properties of virtual time beyond the contract of the seam, on which tests rely.
 
 #include <csignal>
 #include <limits>
@@ -108,7 +108,7 @@ TEST(VirtualTime, callsBackAfterEveryEventOfTheLoop) {
   EXPECT_EQ(events, 3);
 }
 
-// Sleeps for an hour from the tenth second on.
+// Puts the machine to sleep for an hour after ten seconds.
 void sleepForAnHour(VirtualMac& mac) {
   const double asleepAt = mac.machine().now + 10;
   virtual_mac::setHorizon(asleepAt, [&mac, asleepAt] {

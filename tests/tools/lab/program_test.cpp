@@ -65,7 +65,7 @@ TEST_F(LabProgram, endsWith1AndReportsTheDifference) {
   EXPECT_THAT(ended.output, HasSubstr("\n2 scenarios: 1 hold, 1 failed, 0 could not be read\n"));
 }
 
-// On the battery each percent brings a summary; the adapter then brings other lines.
+// On the battery each percent causes a summary; the adapter then causes other lines.
 TEST_F(LabProgram, reportsHowManySummariesItOmits) {
   test::put(folder.path("down.json"),
             R"({"description": "It drains.", "mac": {"percent": 90, "plugged": false},
@@ -114,7 +114,7 @@ TEST_F(LabProgram, runsACampaign) {
 }
 
 TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
-  // The shell in the middle gets its own status back; the signal is for the lab alone.
+  // Only the lab gets the signal; the shell around it passes on the status.
   const Ended ended = run("campaign --seeds 1..1000 --days 30 & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(ended.status, 130);
   EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: cancelled after "));
@@ -135,7 +135,7 @@ TEST_F(LabProgram, listsTheActions) {
   EXPECT_THAT(ended.output, HasSubstr("\nclock-step --number N (s)\n"));
 }
 
-// --- Pictures
+// --- Charts
 
 TEST_F(LabProgram, drawsAScenario) {
   const std::string page = folder.path("a.html");
@@ -188,7 +188,7 @@ TEST_F(LabProgram, drawsTheSameEachTime) {
   EXPECT_EQ(test::contents(folder.path("1.html")), test::contents(folder.path("2.html")));
 }
 
-// The picture in the README is what the lab draws today, whichever compiler built it.
+// The chart in the README is the one that the lab draws, with every compiler.
 TEST_F(LabProgram, drawsTheChartInTheReadme) {
   const std::string scenario = "tests/scenarios/a-day-and-two-nights.json";
   const std::string committed = "docs/a-day-and-two-nights.svg";

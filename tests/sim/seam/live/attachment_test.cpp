@@ -1,4 +1,4 @@
-// Which machine a program gets, and what it says when it cannot have it.
+// Which machine a program uses, and its errors without one.
 
 #include <cstdlib>
 #include <fstream>
@@ -56,7 +56,7 @@ TEST(LiveMachine, isReplacedByTheRealComputerIfMissing) {
 
 TEST(LiveMachine, continuesWhileNoProcessRuns) {
   LiveFolder folder(test::machineFromNow({}, 1));
-  // As if it had been left alone for a day.
+  // As if no process had used it for a day.
   folder.store().update().machine().realAnchor -= 86'400;
   folder.name();
   const double before = folder.store().view().machine().now;
@@ -81,7 +81,7 @@ TEST(LiveMachine, neverGoesBackWhenTheRealClockDoes) {
   const double wallBefore = platform::wallNow();
   folder.store().update().machine().realAnchor += 7200;
   EXPECT_GE(platform::uptime(), uptimeBefore);
-  // To the second that the machine was last moved to.
+  // The wall clock continues from the last update of the machine, which may be a second old.
   EXPECT_GT(platform::wallNow(), wallBefore - 1);
 }
 

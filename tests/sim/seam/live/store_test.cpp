@@ -1,4 +1,4 @@
-// The machine in a folder: what is refused, and that nobody ever finds half of it.
+// The machine in a folder: which folders are refused, and that the machine is always consistent.
 
 #include <atomic>
 #include <cstring>
@@ -35,7 +35,7 @@ void overwrite(const std::string& path, std::size_t offset, const std::string& b
   ASSERT_TRUE(stream << bytes << std::flush);
 }
 
-// Every file of the folder with its contents, its mode and its time of change.
+// Every file of the folder, with its contents, its mode and the time of its last change.
 std::string pictureOf(const std::string& folder) {
   std::ostringstream picture;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
@@ -48,7 +48,7 @@ std::string pictureOf(const std::string& folder) {
   return picture.str();
 }
 
-// Why `folder` is refused; what it holds must not change by it.
+// Why `folder` is refused, which must not change its contents.
 std::string refusal(const std::string& folder) {
   const std::string before = std::filesystem::exists(folder) ? pictureOf(folder) : "";
   std::string reason;
@@ -239,7 +239,7 @@ void mark(const MachineStore::Update& update, std::int64_t mark) {
   machine.machineAnchor = static_cast<double>(mark);
 }
 
-// The mark of a whole machine with its whole journal; -1 and a failure for a mixture.
+// The mark of a consistent machine with its complete journal; -1 and a test failure for a mixture of marks.
 std::int64_t wholeMark(MachineStore& store) {
   const auto look = store.view();
   const Machine& machine = look.machine();
@@ -310,7 +310,7 @@ TEST(MachineStore, staysConsistentWheneverItsWriterIsKilled) {
         written = next;
       }
     }
-    // It does nothing but update: from its second update on it is killed anywhere in one.
+    // The child only updates, so from its second update on it is killed somewhere in an update.
     while (written < before + 2 + round % 7) ::sched_yield();
     ::kill(child, SIGKILL);
     int status = 0;
@@ -318,7 +318,7 @@ TEST(MachineStore, staysConsistentWheneverItsWriterIsKilled) {
 
     const auto store = openAgain(folder.path());
     const std::int64_t seen = wholeMark(*store);
-    // What was shown stays; at most the update in hand was shown as well.
+    // The last published update is kept; at most the interrupted one was published too.
     ASSERT_GE(seen, written);
     ASSERT_LE(seen, written + 1);
     written = seen;
@@ -335,7 +335,7 @@ TEST(MachineStore, serialisesUpdatesOfManyProcesses) {
     for (std::int64_t time = 0; time < updatesEach; ++time) {
       const auto update = store->update();
       const std::int64_t next = update.machine().battery.cycles + 1;
-      ::sched_yield();  // the others are to have their chance to come between
+      ::sched_yield();  // gives the other processes a chance to interfere
       mark(update, next);
     }
     ::_exit(0);

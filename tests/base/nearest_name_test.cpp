@@ -9,8 +9,8 @@ using namespace test;
 
 TEST(NearestName, isTheOneWithTheFewestChanges) {
   EXPECT_EQ(nearestName("timelime", {"time", "timeline"}), "timeline");
-  EXPECT_EQ(nearestName("limt", {"light", "limit"}), "limit") << "a letter is missing";
-  EXPECT_EQ(nearestName("limmit", {"light", "limit"}), "limit") << "a letter is too many";
+  EXPECT_EQ(nearestName("limt", {"light", "limit"}), "limit") << "one letter is missing";
+  EXPECT_EQ(nearestName("limmit", {"light", "limit"}), "limit") << "one letter too many";
   EXPECT_EQ(nearestName("limit", {"limit"}), "limit");
 }
 

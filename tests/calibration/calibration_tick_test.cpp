@@ -71,7 +71,7 @@ TEST_F(CalibrationTick, startsARequestedRun) {
   EXPECT_EQ(lines[0], started);
   EXPECT_THAT(lines[1], StartsWith("cap 80%  cal=fill" ARROW "100%  batt 70%  "));
   EXPECT_EQ(gCal.phase, CalPhase::fill);
-  EXPECT_EQ(config(), R"({"calibrate":true})") << "the request stands until the run ends";
+  EXPECT_EQ(config(), R"({"calibrate":true})") << "the request stays set until the run ends";
   EXPECT_THAT(tick(), IsEmpty());
 }
 
@@ -82,7 +82,7 @@ TEST_F(CalibrationTick, startsAndReachesTheNextPhaseInOneTickWhenTheBatteryIsFul
   ASSERT_THAT(lines, SizeIs(4));
   EXPECT_EQ(lines[0], started);
   EXPECT_EQ(lines[1], "calibration " ARROW " drain");
-  EXPECT_EQ(lines[2], ARROW " state: hold") << "at its target it has nothing to drain";
+  EXPECT_EQ(lines[2], ARROW " state: hold") << "at its target there is nothing to drain";
   EXPECT_THAT(lines[3], StartsWith("cap 80%  cal=drain" ARROW "100%"));
   // One phase per tick, even if the next is already complete.
   EXPECT_EQ(tick().at(0), "calibration " ARROW " refill");
@@ -147,7 +147,7 @@ TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasStalled) {
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));
   EXPECT_EQ(lines[0], "calibration stopped: stalled at the drain step");
-  EXPECT_EQ(lines[1], ARROW " state: hold") << "as after any discharge that is over";
+  EXPECT_EQ(lines[1], ARROW " state: hold") << "as after any finished discharge";
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
   EXPECT_EQ(mac.key("CHIE"), notCut);
   EXPECT_EQ(tick().at(0), ARROW " state: allow");

@@ -578,7 +578,7 @@ TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
   const auto before = entriesOf("/proc/self/task");
   serve([&] {
     const auto threads = entriesOf("/proc/self/task");
-    EXPECT_EQ(threads, before + 1) << "none but this one";
+    EXPECT_EQ(threads, before + 1) << "the service has no thread yet";
     const auto descriptors = entriesOf("/proc/self/fd");
     for (int time = 0; time < 50; ++time) {
       const auto app = client();

@@ -102,7 +102,7 @@ TEST_F(App, isReportedMissingAtOnceAndGoneAfterTenMinutes) {
   runTo(599.75);
   EXPECT_THAT(newLines(), Not(Contains(dormantLine)));
   runTo(600);
-  EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the look that is due each minute";
+  EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the check of each minute";
   runTo(86'400);
   EXPECT_THAT(newLines(), IsEmpty()) << "said once";
 }
@@ -157,7 +157,7 @@ TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
   runTo(500);
   mac.remove();
   runTo(600.9);
-  EXPECT_FALSE(isDormant()) << "the looks of this absence come at 560 and 620 s";
+  EXPECT_FALSE(isDormant()) << "the checks of this absence are at 560 and 620 s";
   runTo(601);
   EXPECT_TRUE(isDormant());
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
@@ -176,7 +176,7 @@ TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
   runTo(600);
   mac.remove();
   process->run(0);
-  EXPECT_FALSE(isDormant()) << "nobody watches between two looks";
+  EXPECT_FALSE(isDormant()) << "the app is not watched between two checks";
   runTo(601);
   EXPECT_TRUE(isDormant());
 }
@@ -341,7 +341,7 @@ TEST_F(App, isLookedForInTheApplicationsFolderOnlyWithAnEmptyPath) {
 // --- dormant
 
 TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
-  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not report which files are written";
   mac.charge(90);
   mac.settings("{\"limit\":80,\"discharge\":true}");
   begin();
@@ -401,7 +401,7 @@ TEST_F(App, releasesEveryKindOfGateWhenItIsGone) {
 }
 
 TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
-  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not report which files are written";
   mac.settings("{\"limit\":80,\"blinkSeconds\":0.5}");
   begin();
   runTo(10);

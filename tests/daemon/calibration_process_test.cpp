@@ -257,7 +257,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
     daemon->run(12);
     const std::string line = std::string("calibration stopped: stalled at the ") + step.phase + " step";
     EXPECT_THAT(calibrationLines(), ElementsAre(line));
-    EXPECT_EQ(timeOf(line), begun + 24) << "at 12 s it was three days and no more";
+    EXPECT_EQ(timeOf(line), begun + 24) << "12 s earlier it was exactly three days";
     EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
     EXPECT_EQ(status()["cal"]["lastFailure"], (Json{{"reason", "stalled"}, {"phase", step.phase}}));
     EXPECT_FALSE(adapterIsCut());

@@ -97,7 +97,7 @@ TEST_F(Edit, restoresTheDefaultsWhenTheFileIsDeletedAndLeavesANewFileToTheHeartb
   EXPECT_EQ(ticksIn(0.2), 1);
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
   mac.settings("{\"limit\":70}");
-  EXPECT_EQ(ticksUntilHeartbeat(), 0) << "for the rest of its life";
+  EXPECT_EQ(ticksUntilHeartbeat(), 0) << "until it ends";
   EXPECT_EQ(ticksIn(0.2), 1);
 }
 
@@ -135,7 +135,7 @@ TEST_F(Edit, isNoEventForAProcessThatStartsLater) {
   mac.settings("{\"limit\":65}");
   DaemonProcess next(mac);
   next.run(0);
-  EXPECT_EQ(ticksSinceTheLastCheck(), 1 + 1) << "start-up's reading and its one pass";
+  EXPECT_EQ(ticksSinceTheLastCheck(), 1 + 1) << "the read at start-up and one tick";
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
   mac.settings("{\"limit\":70}");
   next.run(0);

@@ -164,7 +164,7 @@ TEST_F(ConfigWatch, watchesTheFileThatIsAtThePathWhenTheOldWatchHasEnded) {
   // The first piece of work runs before the delivery, the second after it and before the end of the watch.
   platform::postMain([&] {
     platform::postMain([&] {
-      EXPECT_EQ(mac.logLines().size(), 1U) << "the tick has been";
+      EXPECT_EQ(mac.logLines().size(), 1U) << "the tick has run";
       mac.settings("{\"limit\":65}");
     });
   });

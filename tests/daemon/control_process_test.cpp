@@ -134,7 +134,7 @@ TEST_F(Clients, mayDisconnectBeforeTheReply) {
   process.run(12);
   EXPECT_TRUE(process.alive());
   EXPECT_EQ(mac.request(1).answers, 1U);
-  EXPECT_FALSE(mac.request(1).done) << "nobody there to hear it";
+  EXPECT_FALSE(mac.request(1).done) << "no client receives it";
   EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
 }
 
@@ -204,7 +204,7 @@ TEST_F(Clients, areNotAnsweredByADaemonThatIsKilled) {
   EXPECT_EQ(mac.request(asked).answers, 0U);
   DaemonProcess next(mac);
   next.run(60);
-  EXPECT_EQ(mac.request(asked).answers, 0U) << "what one daemon took the next one does not";
+  EXPECT_EQ(mac.request(asked).answers, 0U) << "a request that one daemon accepted is not delivered to the next";
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%"))) << "though it was written";
 }
 
@@ -240,7 +240,7 @@ TEST_F(Clients, changeNothingWithAnotherSignature) {
   EXPECT_EQ(config(), "{\"limit\":80}");
   const auto asked = mac.apply("{\"limit\":60}");
   process.run(0);
-  EXPECT_EQ(mac.reply(asked), "done") << "nor do they keep the app out";
+  EXPECT_EQ(mac.reply(asked), "done") << "they do not affect the app either";
 }
 
 TEST_F(Clients, areAdmittedUncheckedWithAWarningByAnUnsignedDaemon) {
@@ -324,7 +324,7 @@ TEST_F(Clients, mayEraseAllDataAndTheLimitStaysInForce) {
   begin();
   mac.ask(RequestKind::purgeAllData);
   process.run(3600);
-  EXPECT_EQ(mac.key("CHTE").front(), 1) << "keys of ours are driven on, by the defaults";
+  EXPECT_EQ(mac.key("CHTE").front(), 1) << "the daemon still controls its keys, with the default settings";
 }
 
 TEST_F(Clients, getASuccessReplyToAReleaseWhereTheDaemonUsesKeys) {
@@ -493,7 +493,7 @@ TEST_F(NativeClients, keepTheLimitReleasedWhenAPurgeFollowsARelease) {
   EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine, handedBackLine, purgedLine));
   forget();
   process.run(3600);
-  EXPECT_THAT(newLines(), ElementsAre(takenAgainLine)) << "said, for the release's time is over";
+  EXPECT_THAT(newLines(), ElementsAre(takenAgainLine)) << "logged, because the time of the release is over";
   EXPECT_THAT(writesButTheLight(), IsEmpty()) << "but not done after a purge";
   EXPECT_TRUE(nothingWritten());
 }

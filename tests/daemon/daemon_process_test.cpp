@@ -65,7 +65,7 @@ TEST(DaemonProcess, endsByTheSignalThatTheTestSends) {
   DaemonProcess daemon(mac);
   daemon.signal(SIGTERM).run(60);
   EXPECT_FALSE(daemon.alive());
-  EXPECT_EQ(daemon.endSignal(), SIGTERM) << "nobody handles it before the start";
+  EXPECT_EQ(daemon.endSignal(), SIGTERM) << "it has no handler before the start";
   EXPECT_FALSE(daemon.status().has_value());
 }
 

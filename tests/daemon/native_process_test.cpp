@@ -366,7 +366,7 @@ TEST(NativeEnds, restoreEveryRecordedLimitThatTheSliderOffers) {
 TEST_F(NativeDaemon, keepsThePreviousLimitAfterAKill) {
   slider(85);
   DaemonProcess(mac).run(60).kill();
-  EXPECT_EQ(sliderShows(), 80) << "nobody gave it back";
+  EXPECT_EQ(sliderShows(), 80) << "it was not given back";
   static_cast<void>(newEvents());
   DaemonProcess daemon(mac);
   daemon.run(60);
@@ -581,7 +581,7 @@ TEST_F(NativeDaemon, holdsAFullChargeAboveTheLimitUnlessTheBatteryMayRunDown) {
   static_cast<void>(newEvents());
   mac.number(ChangeKind::chargeToFull, 4 * hour);
   daemon.run(3 * hour);
-  EXPECT_EQ(status().at("pct"), 81) << "the first charge above the limit is where it holds";
+  EXPECT_EQ(status().at("pct"), 81) << "it holds at the first charge above the limit";
   EXPECT_THAT(newEvents(), Contains("macOS limit → 81%"));
 }
 

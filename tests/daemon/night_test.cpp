@@ -172,7 +172,7 @@ TEST_F(Night, logsAWarningIfNoWakeCanBeScheduled) {
       Contains(
           "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
   daemon->run(9 * hour);
-  EXPECT_GT(level(), 95) << "nobody woke up to close the gate";
+  EXPECT_GT(level(), 95) << "no wake closed the gate";
   wake();
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
@@ -293,7 +293,7 @@ TEST_F(Night, isHandledByTheHeartbeatWithoutPowerNotifications) {
   daemon->run(90);
   sleep();
   daemon->run(2 * hour);
-  EXPECT_GT(level(), 90) << "nobody planned anything";
+  EXPECT_GT(level(), 90) << "no change was planned";
   wake();
   daemon->run(12);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
@@ -445,7 +445,7 @@ TEST(Nights, haveAtMostOnePendingWakeAndLeakNothingInAMonth) {
       EXPECT_EQ(nights.mac().machine().sleep.lateAnswers, 0U) << night;
       ASSERT_TRUE(nights.daemon().alive()) << night;
     }
-    EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "some night was to be below the band";
+    EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "at least one night should begin below the band";
     EXPECT_EQ(nights.eventsOfAQuietHour(), quietHour);
     EXPECT_EQ(nights.seen().mostDescriptors, descriptors);
     EXPECT_EQ(nights.daemon().errors(), "");

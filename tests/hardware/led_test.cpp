@@ -229,14 +229,14 @@ TEST_F(Light, hasNoTimerAndNoPhaseIfUnsupported) {
   int events = 0;
   virtual_mac::setAfterEvent([&events] { ++events; });
   run(10.25);
-  EXPECT_EQ(events, 1) << "the end of this run alone";
+  EXPECT_EQ(events, 1) << "only the work that ends this run";
   const auto exchanges = mac.machine().smc.exchanges;
   ledTick();
   setLED(LED_GREEN);
   EXPECT_EQ(mac.machine().smc.exchanges, exchanges);
   gLedSupported = true;
   ledTick();
-  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03")) << "the first phase is still to come";
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03")) << "the first phase has not begun";
 }
 
 // --- blinking

@@ -136,7 +136,7 @@ TEST_P(WithoutClient, everyCallReturnsMinus1) {
   EXPECT_EQ(CKMCLEnabled(), -1);
   EXPECT_EQ(CKMCLLimit(), -1);
   EXPECT_EQ(CKMCLSetLimit(80), -1);
-  EXPECT_EQ(CKMCLSetLimit(79), -1) << "the client comes before the value";
+  EXPECT_EQ(CKMCLSetLimit(79), -1) << "the client is checked before the value";
   EXPECT_EQ(calls().supported + calls().enabled + calls().limit + calls().sets, 0U);
 }
 

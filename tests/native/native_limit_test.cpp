@@ -225,7 +225,7 @@ TEST_F(NativeLimitTest, doesNotEvaluateInTheTickOfTheWrite) {
 TEST_F(NativeLimitTest, writesOnceAndVerifiesOnce) {
   drive();
   mac.forgetJournal();
-  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has taken it by now";
+  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has applied it by now";
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
@@ -343,7 +343,7 @@ TEST_F(NativeLimitTest, reportsOnceThatTheLimitCannotBeReadBack) {
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
   mac.forgetJournal();
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
-  EXPECT_THAT(newWrites(), IsEmpty()) << "what cannot be verified is not written again either";
+  EXPECT_THAT(newWrites(), IsEmpty()) << "without verification there is no rewrite";
   EXPECT_EQ(gGateVerified, std::nullopt);
   limit(85);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 85%"));
@@ -409,7 +409,7 @@ TEST_F(NativeLimitTest, doesNotCountTimeOnBattery) {
   mac.plugIn();
   EXPECT_THAT(driveAt(last, 60), IsEmpty());
   EXPECT_THAT(driveAt(last, 599.5), IsEmpty());
-  EXPECT_EQ(gNativeAttemptAt, last) << "plugged in it stands";
+  EXPECT_EQ(gNativeAttemptAt, last) << "it is unchanged while plugged in";
   EXPECT_THAT(driveAt(last, 600), ElementsAre(noEffect80));
 }
 
@@ -446,7 +446,7 @@ TEST_F(NativeLimitTest, setsAChangedLimitAgainAfter30Seconds) {
   EXPECT_THAT(driveAt(at, 30), ElementsAre(rewritten80));
   EXPECT_EQ(newWrites(), Writes{"limit set 80"});
   EXPECT_EQ(gNativeAttemptAt, at + 30);
-  EXPECT_EQ(gNativeNudgedAt, at) << "a nudge is something else";
+  EXPECT_EQ(gNativeNudgedAt, at) << "correcting drift is no nudge";
   EXPECT_EQ(gGateVerified, true);
 }
 
@@ -578,7 +578,7 @@ TEST_F(NativeLimitTest, logsNothingMoreIfTheLimitDoesNotReturnAfterAFullCharge) 
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
   drive();
-  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS has its own way was said";
+  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS keeps its own limit was already logged";
 }
 
 TEST_F(NativeLimitTest, treatsADateInThePastAsNoRequest) {
@@ -675,7 +675,7 @@ TEST_F(NativeLimitTest, fallsBackToEightyWhereLessIsRefused) {
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
               ElementsAre("⚠️ macOS won't hold 75% on this Mac (bfG0 reads 80) — holding 80% instead"));
-  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick knows";
+  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick reads it";
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
   EXPECT_EQ(gNativeFloor, 80);
   EXPECT_THAT(drive(), ElementsAre(verified80));
@@ -743,7 +743,7 @@ TEST_F(Refused75, hasNoFloorForALimitOfEightyOrMore) {
 TEST_F(Refused75, derivesTheFloorFromTheLimitOfTheSettings) {
   calDrive = CalDrive{.toFull = true, .target = 100};
   drive();
-  EXPECT_EQ(gNativeFloor, 80) << "also while something else is driven";
+  EXPECT_EQ(gNativeFloor, 80) << "also while another target is driven";
   cfg.limit = 76;
   drive();
   EXPECT_EQ(gNativeFloor, std::nullopt);
@@ -788,7 +788,7 @@ TEST_F(NativeLimitTest, followsACalibration) {
   calDrive = CalDrive{.toFull = false, .target = 15};
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 15%"));
   calDrive = CalDrive{.toFull = true, .target = 15};
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full whatever the target says";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full, whatever the target";
   calDrive = CalDrive{.toFull = false, .target = 80};
   topUp = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "before a Top Up";
@@ -818,7 +818,7 @@ TEST_F(NativeLimitTest, holdsAboveTheLimitWhereItFoundTheCharge) {
     EXPECT_THAT(drive(), IsEmpty()) << seen;
   }
   pct = 80;
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has come down by itself";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has discharged on its own";
   pct = 81;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 81%"));
 }
@@ -901,7 +901,7 @@ TEST_F(NativeLimitTest, stopsATopUpAndACalibrationForHeat) {
   topUp = false;
   calDrive = CalDrive{.toFull = true, .target = 100};
   pct = 92;
-  EXPECT_THAT(drive(), IsEmpty()) << "the heat is the same";
+  EXPECT_THAT(drive(), IsEmpty()) << "the temperature is the same";
 }
 
 TEST_F(NativeLimitTest, setsNoLimitBelowOneForHeat) {
@@ -1177,7 +1177,7 @@ TEST_F(NativeLimitTest, doesNothingAfterAPurge) {
   mac.settings(R"({"limit":95})");
   ticks(10);
   EXPECT_THAT(newLines(), IsEmpty());
-  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even look";
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even check";
   EXPECT_EQ(mac.read(statusFile), status);
 }
 

@@ -560,7 +560,7 @@ TEST_F(FileWatchContract, doesNotOpenAFileWithoutAName) {
     const std::string link = removed + " by number";
     test::makeLink(link, "/proc/self/fd/" + std::to_string(holder));
     const auto opened = openForEvents(link);
-    ASSERT_TRUE(opened.has_value()) << "it has its name still";
+    ASSERT_TRUE(opened.has_value()) << "it still has its name";
     closeWatched(*opened);
     ASSERT_EQ(std::remove(removed.c_str()), 0);
     const std::size_t before = test::openDescriptors();

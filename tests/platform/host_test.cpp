@@ -39,7 +39,7 @@ TEST(HostContract, returnsThePretendedSystemVersion) {
   mac.setEnvironment("BRISKO_PRETEND_NO_NATIVE", "1");
   EXPECT_EQ(environment("BRISKO_PRETEND_MACOS"), "27");
   EXPECT_EQ(environment("BRISKO_PRETEND_NO_NATIVE"), "1");
-  EXPECT_EQ(osMajor(), 26) << "the machine itself pretends nothing";
+  EXPECT_EQ(osMajor(), 26) << "the machine itself has the real version";
 }
 
 TEST(HostContract, namesTheRunningProgram) {

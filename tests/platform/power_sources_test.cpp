@@ -130,7 +130,7 @@ TEST(RegistryContract, showsOneProperty) {
   const auto capabilities = registryProperty("IOPMrootDomain", "System Capabilities");
   ASSERT_TRUE(capabilities.has_value());
   ASSERT_TRUE(capabilities->asInteger().has_value());
-  EXPECT_NE(*capabilities->asInteger() & 2, 0) << "an awake Mac has its display stack up";
+  EXPECT_NE(*capabilities->asInteger() & 2, 0) << "on an awake Mac the display can be on";
 }
 
 TEST(RegistryContract, isEmptyForAnUnknownName) {

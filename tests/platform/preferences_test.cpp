@@ -100,7 +100,7 @@ TEST_F(PreferencesContract, isVisibleToOthersWhenSynchronised) {
               tell(std::to_string(integer(limit()).value_or(0)));
             }).output,
             "75");
-  EXPECT_FALSE(read(limit()).has_value()) << "what it did not synchronise died with it";
+  EXPECT_FALSE(read(limit()).has_value()) << "what it did not synchronise is lost";
   (void)inChild([] {
     write(limit(), 70);
     (void)synchronizePreferences(limitDomain);
@@ -155,7 +155,7 @@ TEST_F(PreferencesContract, tellsTheSystemWithANotification) {
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   pass(10);
-  EXPECT_EQ(enforced(), 0) << "nobody has told it";
+  EXPECT_EQ(enforced(), 0) << "it was not notified";
   postNotification(limitNotification);
   pass(10);
   EXPECT_EQ(enforced(), 75);

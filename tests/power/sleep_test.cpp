@@ -209,7 +209,7 @@ TEST_F(ScheduledWake, isMissingIfTheSystemRefuses) {
   mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
   scheduleWake(30);
   EXPECT_FALSE(gScheduledWake.has_value());
-  EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << "the old one does not stay behind";
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << "the old one is removed";
   EXPECT_THAT(newLines(), ElementsAre(failedWake));
 }
 

@@ -215,7 +215,7 @@ TEST_F(ChartTest, letsNoLabelsOverlap) {
   }
   EXPECT_LE(lastOfRow.size(), 5U);
   const std::string marks = path("mark");
-  EXPECT_EQ(std::count(marks.begin(), marks.end(), 'M'), 30) << "those without words have their mark";
+  EXPECT_EQ(std::count(marks.begin(), marks.end(), 'M'), 30) << "tick marks show the labels that do not fit";
 }
 
 TEST_F(ChartTest, keepsLateLabelsInsideTheChart) {
@@ -226,7 +226,7 @@ TEST_F(ChartTest, keepsLateLabelsInsideTheChart) {
   picture.events.insert(picture.events.begin(), {begin + 3240, "plug"});
   const auto rows = at("//s:text[starts-with(@class,'event')]/@y");
   ASSERT_THAT(rows, SizeIs(2));
-  EXPECT_NE(rows.front(), rows.back()) << "the later words would reach back over the earlier ones";
+  EXPECT_NE(rows.front(), rows.back()) << "the later label would overlap the earlier one";
 }
 
 TEST_F(ChartTest, shortensLongLabelsAndKeepsTheFullTextInTheirTitle) {

@@ -54,7 +54,7 @@ class Report : public ::testing::Test {
 
 TEST_F(Report, isSelfContained) {
   EXPECT_EQ(countOf(page(), "http"), 1 + countOf(page(), "createElementNS(\"http"))
-      << "the names of SVG alone";
+      << "only the SVG namespace";
   for (const char* word : {"src=", "href=", "@import", "url(http", "fetch("}) {
     EXPECT_THAT(page(), Not(HasSubstr(word)));
   }

@@ -130,7 +130,7 @@ TEST_F(Presence, handsEverythingBackAndStopsTheLightAtItsEnd) {
   virtual_mac::setAfterEvent([&events] { ++events; });
   run(60);
   EXPECT_THAT(mac.writes(), IsEmpty());
-  EXPECT_EQ(events, 1) << "the end of this run; the light's timer is gone";
+  EXPECT_EQ(events, 1) << "only the work that ends this run; the light's timer was removed";
 }
 
 TEST_F(Presence, keepsOtherVariablesOfTheStateAtItsEnd) {
@@ -184,7 +184,7 @@ TEST_F(Presence, takesTheChargeAgainAtOnceWhenTheAppReturns) {
   checkAppPresence();
   EXPECT_FALSE(gDormant);
   EXPECT_EQ(gAppGoneSince, std::nullopt);
-  EXPECT_EQ(gNativeWritten, std::nullopt) << "macOS's limit is to be written afresh";
+  EXPECT_EQ(gNativeWritten, std::nullopt) << "macOS's limit must be written again";
   EXPECT_EQ(gState, ChargeState::hold);
   const auto lines = newLines();
   ASSERT_GE(lines.size(), 2U);
@@ -223,7 +223,7 @@ TEST_F(Presence, isWatchedWhereTheAppIs) {
   EXPECT_EQ(gAppSource, std::nullopt);
   run(1);
   EXPECT_TRUE(gAppSource.has_value());
-  EXPECT_TRUE(gAppGoneSince.has_value()) << "a watch that succeeds is no look";
+  EXPECT_TRUE(gAppGoneSince.has_value()) << "a successful watch is not a check";
 }
 
 }  // namespace

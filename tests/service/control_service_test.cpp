@@ -198,7 +198,7 @@ TEST_F(Service, writesAppliesAndThenReplies) {
     EXPECT_TRUE(done);
     EXPECT_EQ(error, std::nullopt);
     EXPECT_EQ(config(), settingsText("\"limit\":100"));
-    EXPECT_EQ(gState, ChargeState::allow) << "the change is in force before the app hears of it";
+    EXPECT_EQ(gState, ChargeState::allow) << "the change is in force before the reply";
   });
   EXPECT_EQ(count, 0) << "only the main thread may touch anything";
   EXPECT_EQ(config(), "{}");
@@ -333,7 +333,7 @@ TEST_F(Service, erasesBothFoldersAndReportsItOnStandardOutputAlone) {
                                                     "replied done\nnot released\n"));
   EXPECT_FALSE(mac.exists(dataFolder));
   EXPECT_FALSE(mac.exists(logFolder));
-  EXPECT_TRUE(mac.exists("/Library/Application Support")) << "what is ours alone";
+  EXPECT_TRUE(mac.exists("/Library/Application Support")) << "only our own files";
   EXPECT_TRUE(mac.exists("/Library/Logs"));
 }
 
@@ -537,7 +537,7 @@ TEST_F(NativeService, leavesTheLimitToMacOSAfterAPurge) {
   EXPECT_TRUE(gReleased);
   EXPECT_TRUE(gPurged);
   run(60);
-  EXPECT_TRUE(gReleased) << "nothing takes it again";
+  EXPECT_TRUE(gReleased) << "nothing changes it again";
   evaluate();
   EXPECT_EQ(gLastPct, 0);
 }

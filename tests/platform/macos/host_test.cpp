@@ -69,7 +69,7 @@ TEST(MacHost, namesTheProgramByItsUsualPath) {
   const test::ScratchFolder scratch;
   const std::string program = scratch.path("program");
   virtual_mac::setExecutablePath("/private" + program);
-  EXPECT_EQ(executablePath(), "/private" + program) << "nothing stands at the rest";
+  EXPECT_EQ(executablePath(), "/private" + program) << "no file is at the shorter path";
   test::put(program, "");
   EXPECT_EQ(executablePath(), program);
 }

@@ -78,7 +78,7 @@ TEST_F(SmcAnswer, needsOnlyTheResultForAWrite) {
   fakes::gAnswerBytes = resultAt + 1;
   EXPECT_TRUE(writeKey("CHTE", stop));
   fakes::gAnswerBytes = resultAt;
-  EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "without a result nobody knows";
+  EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "unknown without a result";
 }
 
 TEST_F(SmcAnswer, needsTheKeyAndTheResultForAnIndex) {

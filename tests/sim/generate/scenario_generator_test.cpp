@@ -63,7 +63,7 @@ TEST(ScenarioGenerator, generatesTheSameBytesInEveryRunWithEveryCompiler) {
     }
   }
   EXPECT_EQ(all, 802865912426567240U)
-      << "scenarios are generated differently than before: every seed now means something else";
+      << "the generator has changed: every seed now generates a different scenario";
 }
 
 TEST(ScenarioGenerator, differsFromSeedToSeed) {

@@ -238,7 +238,7 @@ TEST_F(Invariants, forbidADischargeInADarkWakeExceptForACalibration) {
   EXPECT_THAT(found(), ElementsAre(5));
   mac.number(ChangeKind::capabilities, -1);
   iteration(90, ChargeState::discharge);
-  EXPECT_THAT(found(), IsEmpty()) << "nobody can tell";
+  EXPECT_THAT(found(), IsEmpty()) << "nobody can read it";
   mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
   gCal.phase = CalPhase::restore;
   iteration(90, ChargeState::discharge);
@@ -268,7 +268,7 @@ TEST_F(Invariants, requireAnOpenGateOnBattery) {
   iteration(16, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
   iteration(15, ChargeState::allow, stops(false));
-  EXPECT_THAT(found(), ElementsAre(7)) << "the drain has arrived";
+  EXPECT_THAT(found(), ElementsAre(7)) << "the drain has reached its target";
 }
 
 TEST_F(Invariants, useThePowerSourceIfTheControllerReportsNoAdapter) {
@@ -435,7 +435,7 @@ TEST_F(Invariants, allowALeftoverCutToBeUndoneAtTheStart) {
   iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
   iteration(80, ChargeState::allow, undo);
-  EXPECT_THAT(found(), ElementsAre(12)) << "no longer the start";
+  EXPECT_THAT(found(), ElementsAre(12)) << "the first phase is over";
 }
 
 TEST_F(Invariants, allowThatOnlyForALeftoverCut) {
@@ -464,7 +464,7 @@ TEST_F(Invariants, forbidWritesWhileNothingChanges) {
   EXPECT_THAT(found(), ElementsAre(13));
   observation.givenDisturbances.disturbanceCount += 1;
   iteration(80, ChargeState::hold, stops());
-  EXPECT_THAT(found(), IsEmpty()) << "something had to be put right";
+  EXPECT_THAT(found(), IsEmpty()) << "a repair was necessary";
 }
 
 TEST_F(Invariants, allowAStateToBeWrittenAgainIfItWasLeftInBetween) {
@@ -479,7 +479,7 @@ TEST_F(Invariants, allowAStateToBeWrittenAgainIfItWasLeftInBetween) {
   iteration();
   gDormant = false;
   iteration(77, ChargeState::allow);
-  EXPECT_THAT(found(), IsEmpty()) << "the app was away";
+  EXPECT_THAT(found(), IsEmpty()) << "the app was missing";
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -563,7 +563,7 @@ TEST_F(Invariants, forbidARepeatedSummaryOrState) {
   logs("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
   logs("→ state: allow");
   iteration();
-  EXPECT_THAT(found(), IsEmpty()) << "it was left without a word";
+  EXPECT_THAT(found(), IsEmpty()) << "it was left without a log line";
 }
 
 }  // namespace

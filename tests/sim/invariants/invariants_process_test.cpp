@@ -104,7 +104,7 @@ TEST_F(ProcessInvariants, forbidFilesAfterAllDataWasErased) {
   gPurged = true;
   iteration({logPath});
   EXPECT_THAT(found(), IsEmpty())
-      << "in the iteration of the erasure files are written before they are removed";
+      << "in the iteration of the purge, files are written before they are removed";
   iteration({statsPath});
   EXPECT_THAT(found(), ElementsAre(14));
 }
@@ -340,7 +340,7 @@ TEST_F(ProcessInvariants, forbidAScheduledWakeAfterAnExit) {
   iteration();
   schedulesWakeIn(700);
   end({.signal = SIGKILL});
-  EXPECT_THAT(found(), ElementsAre(32)) << "nobody killed it";
+  EXPECT_THAT(found(), ElementsAre(32)) << "no kill was sent";
   end({.status = 0});
   EXPECT_THAT(found(), ElementsAre(18));
   happens([](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
@@ -419,7 +419,7 @@ TEST_F(ProcessInvariants, requireOneAnswerToEachMessageAtOnce) {
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
   end({.status = 0}, [this] { receives(PowerMessage::canSystemSleep, 0); });
-  EXPECT_THAT(found(), ElementsAre(20)) << "an exit before the answer";
+  EXPECT_THAT(found(), ElementsAre(20)) << "the process exits before the answer";
 }
 
 TEST_F(ProcessInvariants, forbidTicksForThirtySecondsAfterTheAnnouncement) {
@@ -515,7 +515,7 @@ TEST_F(NativeInvariants, requireARewriteEvery90SecondsForTenMinutes) {
   EXPECT_THAT(found(), IsEmpty());
   mac.pass(420);
   writesTarget(80);
-  EXPECT_THAT(found(), IsEmpty()) << "the last moment but half a second";
+  EXPECT_THAT(found(), IsEmpty()) << "half a second before the end";
   mac.pass(90);
   writesTarget(80);
   EXPECT_THAT(found(), ElementsAre(24)) << "refused by now";

@@ -23,12 +23,12 @@ TEST(ClientRequirement, admitsOnlyTheApp) {
 TEST(ClientRequirement, checksTeamIdentifierAndAnchor) {
   const ClientSignature app = findClient("app")->signature;
   EXPECT_TRUE(meets(app, requirement(app.identifier, app.team)));
-  EXPECT_FALSE(meets({false, app.team, app.identifier}, ours)) << "a certificate of one's own making";
+  EXPECT_FALSE(meets({false, app.team, app.identifier}, ours)) << "a self-made certificate";
   EXPECT_FALSE(meets({true, "", app.identifier}, ours));
   EXPECT_FALSE(meets({true, app.team, ""}, ours));
   EXPECT_FALSE(meets({true, app.team + "X", app.identifier}, ours));
   EXPECT_FALSE(meets({true, app.team, app.identifier + ".Helper"}, ours));
-  EXPECT_FALSE(meets({true, app.team, "com.brisko.brisko"}, ours)) << "capital letters count";
+  EXPECT_FALSE(meets({true, app.team, "com.brisko.brisko"}, ours)) << "names are case-sensitive";
 }
 
 TEST(ClientRequirement, admitsNobodyInAnyOtherForm) {

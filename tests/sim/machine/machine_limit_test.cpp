@@ -102,7 +102,7 @@ TEST_F(Limit, acceptsOnlyTheStepsOfTheSliderFromTheClient) {
   for (const std::int64_t percent : {80, 85, 90, 95, 100}) EXPECT_EQ(set(percent), true) << percent;
   for (const std::int64_t percent : {-80, 0, 75, 79, 81, 99, 101, 105})
     EXPECT_EQ(set(percent), false) << percent;
-  EXPECT_EQ(clientSaysLimit(mac.machine), 100) << "what was refused changed nothing";
+  EXPECT_EQ(clientSaysLimit(mac.machine), 100) << "a refused change has no effect";
 }
 
 TEST_F(Limit, isTurnedOffByOneHundred) {
@@ -202,7 +202,7 @@ TEST_F(Limit, isAcceptedIgnoredOrRoundedDownBetweenTheSteps) {
   EXPECT_EQ(enforced(), 90);
   write(85);
   mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 85) << "a step is taken all the same";
+  EXPECT_EQ(enforced(), 85) << "the step is still taken";
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::adjusted));
   write(84);
   mac.pass(usualDelay);
@@ -237,7 +237,7 @@ TEST_F(Limit, hasAClientThatCanBeAbsentInThreeWays) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::offered);
   EXPECT_EQ(calls().loads, 5U);
   mac.change(ChangeKind::limitClient, 4);
-  EXPECT_EQ(loadClient(mac.machine), LimitClient::offered) << "there is no fourth way";
+  EXPECT_EQ(loadClient(mac.machine), LimitClient::offered) << "there are only three ways";
 }
 
 TEST_F(Limit, isSupportedSomeTimeAfterBoot) {
@@ -321,7 +321,7 @@ TEST_F(Limit, holdsWithinItsMarginAfterItWasReached) {
   mac.change(ChangeKind::charge, 74).pass(1);
   EXPECT_GT(current(), 0);
   mac.pass(hour);
-  EXPECT_EQ(shown(), 80) << "and then it goes all the way";
+  EXPECT_EQ(shown(), 80) << "and then it charges to full";
 }
 
 TEST_F(Limit, remembersThatItWasReachedByCharging) {
@@ -367,7 +367,7 @@ TEST_F(Limit, drainsTheBatteryDownToItOnSomeMacs) {
   EXPECT_TRUE(adapterReachesBattery(mac.machine));
   mac.pass(24 * hour);
   EXPECT_EQ(shown(), 80);
-  EXPECT_GT(level(mac.machine), 80.4) << "no further than people see";
+  EXPECT_GT(level(mac.machine), 80.4) << "no more than users see";
   EXPECT_EQ(current(), 0);
   mac.change(ChangeKind::charge, 90).change(ChangeKind::limitDrains, 0).pass(1);
   EXPECT_EQ(current(), 0);
@@ -412,7 +412,7 @@ TEST_F(Limit, isSuspendedUntilADate) {
   mac.change(ChangeKind::chargeToFull, hour).pass(usualDelay);
   EXPECT_THAT(mirror(), ElementsAre(0));
   EXPECT_GT(current(), 0);
-  EXPECT_EQ(clientSaysLimit(mac.machine), 80) << "it is only set aside";
+  EXPECT_EQ(clientSaysLimit(mac.machine), 80) << "it is only suspended";
   mac.pass(hour - usualDelay - 1);
   EXPECT_EQ(enforced(), 0);
   mac.pass(1);
@@ -462,7 +462,7 @@ TEST_F(Limit, isNotSuspendedByADateInThePast) {
   notify(mac.machine, *mac.journal, limitNotification);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
-  EXPECT_EQ(current(), 0) << "not even for a moment: the battery stays at rest";
+  EXPECT_EQ(current(), 0) << "not even for an instant, so the battery stays idle";
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -483,7 +483,7 @@ TEST_F(Limit, isReadAgainAtBoot) {
   shutDown(mac.machine);
   mac.pass(hour);
   boot(mac.machine);
-  EXPECT_EQ(enforced(), 85) << "the hardware kept to it";
+  EXPECT_EQ(enforced(), 85) << "the hardware still enforces it";
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 75);
 }
@@ -511,7 +511,7 @@ TEST_F(Limit, isPutBackByAnotherProgramAfterEveryChange) {
     EXPECT_EQ(enforced(), 90);
   }
   write(90);
-  EXPECT_LT(mac.machine.limit.revertAt, 0) << "that is what it wants";
+  EXPECT_LT(mac.machine.limit.revertAt, 0) << "the other program wants this value";
   mac.change(ChangeKind::limitReverted, -1);
   write(75);
   mac.pass(hour);

@@ -119,7 +119,7 @@ TEST_F(MachineSleep, doesNotWaitForAClientThatWasLateThreeTimesInARow) {
   mac.change(ChangeKind::wake).pass(10);
   registerClient();
   mac.change(ChangeKind::sleep).pass(31.9);
-  EXPECT_FALSE(asleep()) << "a new client has its time again";
+  EXPECT_FALSE(asleep()) << "a new client starts with its full time";
 }
 
 TEST_F(MachineSleep, forgetsLateAnswersAfterOneInTime) {
@@ -241,7 +241,7 @@ TEST_F(MachineSleep, followsADarkWakeAtOnceWhenTheLidIsClosed) {
   fallAsleep();
   registerClient();
   mac.change(ChangeKind::darkWake, 45).pass(10).change(ChangeKind::idleSleep).pass(1);
-  EXPECT_FALSE(asleep()) << "an idle timer has no say in a dark wake";
+  EXPECT_FALSE(asleep()) << "an idle timer has no effect in a dark wake";
   mac.change(ChangeKind::sleep);
   EXPECT_TRUE(asleep());
   EXPECT_THAT(messages(), IsEmpty());
@@ -252,7 +252,7 @@ TEST_F(MachineSleep, startsOnlyIfPossible) {
   mac.change(ChangeKind::darkWake, 45);
   EXPECT_FALSE(dark()) << "awake already";
   mac.change(ChangeKind::sleep).change(ChangeKind::sleep).change(ChangeKind::idleSleep);
-  EXPECT_EQ(messages().size(), 1U) << "on its way already";
+  EXPECT_EQ(messages().size(), 1U) << "a sleep is already announced";
   allow(1);
   mac.pass(2).change(ChangeKind::sleep).change(ChangeKind::idleSleep).pass(100);
   EXPECT_EQ(messages().size(), 1U) << "asleep already";
@@ -322,7 +322,7 @@ TEST_F(MachineSleep, endsWithShutdownAndBootWithoutPendingMessages) {
   EXPECT_FALSE(asleep());
   EXPECT_EQ(messages().size(), 1U);
   mac.change(ChangeKind::sleep).pass(2);
-  EXPECT_TRUE(asleep()) << "the client went with the system that it ran on";
+  EXPECT_TRUE(asleep()) << "the client did not survive the restart of the system";
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -422,7 +422,7 @@ TEST_F(MachineSleep, purgesPastEventsAtWakeAtBootAndWhenOneIsAdded) {
   ASSERT_EQ(schedule(100, "restart"), kernelSuccess);
   mac.pass(200);
   virtual_mac::boot(mac.machine);
-  EXPECT_EQ(pendingEvents(), 2) << "those of the future outlast a shutdown";
+  EXPECT_EQ(pendingEvents(), 2) << "future events survive a shutdown";
 }
 
 TEST_F(MachineSleep, acceptsAnEventInThePastAndPurgesIt) {
@@ -442,7 +442,7 @@ TEST_F(MachineSleep, hasRoomForSixteenEvents) {
   for (int event = 1; event <= 16; ++event) EXPECT_EQ(schedule(event * 100), kernelSuccess);
   EXPECT_EQ(schedule(5000), kernelNoSpace);
   mac.pass(100);
-  EXPECT_EQ(schedule(5000), kernelSuccess) << "the first is of the past";
+  EXPECT_EQ(schedule(5000), kernelSuccess) << "the first event is in the past";
 }
 
 TEST_F(MachineSleep, schedulesForRootOnlyAndUnlessRefused) {

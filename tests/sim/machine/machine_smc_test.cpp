@@ -251,7 +251,7 @@ TEST(MachineSmc, resetsAKeyOnCommand) {
 TEST(MachineSmc, resetsTheLightWithEachChangeOfTheAdapter) {
   Bench mac;
   mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
-  EXPECT_EQ(mac.read("ACLC"), Bytes{3}) << "nobody said that macOS minds";
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3}) << "this Mac does not reset the light";
   mac.change(ChangeKind::lightTaken, 1);
   EXPECT_EQ(mac.read("ACLC"), Bytes{3});
   mac.change(ChangeKind::plug, 30);

@@ -499,7 +499,7 @@ TEST(MachineChanges, haveTheSameRangesAsTheTools) {
     const Machine below = after(fault, least - 1);
     const bool never =
         fault.change.kind == ChangeKind::keyReleaseAfter || fault.change.kind == ChangeKind::capabilities;
-    EXPECT_EQ(same(below, after(fault, least)), !never) << "below 0 is no number of these";
+    EXPECT_EQ(same(below, after(fault, least)), !never) << "negative numbers are invalid";
     EXPECT_FALSE(same(after(fault, least), after(fault, most)));
     ++measured;
   }

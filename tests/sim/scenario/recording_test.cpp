@@ -63,7 +63,7 @@ TEST_F(SampleFilterTest, keepsEveryChangeAtOnceWithTheMomentBefore) {
   EXPECT_EQ(filter.before(), held(1005));
   allowed.time = 1007;
   allowed.light = Light::green;
-  EXPECT_EQ(filter.keep(allowed), 1) << "the one before is kept already";
+  EXPECT_EQ(filter.keep(allowed), 1) << "the previous moment is already kept";
 }
 
 TEST_F(SampleFilterTest, keepsAJumpOfANumber) {

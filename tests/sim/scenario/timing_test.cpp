@@ -21,7 +21,7 @@ TEST(Timing, countsFromTheStepBefore) {
 
 TEST(Timing, findsTheNextTimeOfDay) {
   EXPECT_EQ(secondsUntil(*parseTiming("08:00:01"), eight), 1);
-  EXPECT_EQ(secondsUntil(*parseTiming("08:00"), eight), 86400) << "now is not next";
+  EXPECT_EQ(secondsUntil(*parseTiming("08:00"), eight), 86400) << "the next time is never now";
   EXPECT_EQ(secondsUntil(*parseTiming("07:59"), eight), 86340);
   EXPECT_EQ(secondsUntil(*parseTiming("+1 day 07:00"), eight), 86400 + 23 * 3600);
 }

@@ -76,7 +76,7 @@ TEST_F(LabProgram, reportsHowManySummariesItOmits) {
   EXPECT_THAT(
       ended.output,
       ContainsRegex("XPC listening on com.brisko.daemon.xpc\n    … 4 more summaries\n    [^ ]*Z  cap 80%"));
-  EXPECT_EQ(countOf(ended.output, "Z  cap "), 2) << "one of five, and the one that stands alone";
+  EXPECT_EQ(countOf(ended.output, "Z  cap "), 2) << "one of five, and the single one";
 }
 
 TEST_F(LabProgram, omitsNoSummaryIfNoneFollowsAnother) {
@@ -196,7 +196,7 @@ TEST_F(LabProgram, drawsTheChartInTheReadme) {
   const std::string sources = std::string(BRISKO_SCENARIOS) + "/../../";
   ASSERT_EQ(run("run --svg " + drawn + " " + sources + scenario).status, 0);
   EXPECT_TRUE(test::contents(drawn) == test::contents(sources + committed))
-      << "the picture is no longer what the lab draws; look at the new one, and commit it:\n"
+      << "the chart differs from the one that the lab draws; check the new one and commit it:\n"
       << "  build/release/brisko-lab run --svg " << committed << " " << scenario;
   EXPECT_THAT(test::contents(sources + "README.md"), HasSubstr(committed));
 }

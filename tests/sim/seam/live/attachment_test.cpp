@@ -61,7 +61,7 @@ TEST(LiveMachine, continuesWhileNoProcessRuns) {
   folder.name();
   const double before = folder.store().view().machine().now;
   EXPECT_GE(platform::uptime(), virtual_mac::MachineOptions{}.uptime + 86'400);
-  EXPECT_GE(folder.store().view().machine().now, before + 86'400) << "looking moves the machine on";
+  EXPECT_GE(folder.store().view().machine().now, before + 86'400) << "opening the machine advances it";
 }
 
 TEST(LiveMachine, isNotAdvancedTwiceWithinASecond) {

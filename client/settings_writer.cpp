@@ -26,7 +26,7 @@ std::string sudoLine(const ChangeOptions& options) { return "run: sudo " + optio
 // ---------------------------------------------------------------------------------------------------------
 // Before anything is changed
 
-// A daemon that does nothing would not act on a change, or not even store it.
+// A dormant or released daemon would not act on a change; after a purge it would not even store it.
 std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOptions& options) {
   if (state.settingsFile.flaw && !options.force) {
     const std::string& path = state.settingsFile.path;
@@ -119,7 +119,7 @@ ChangeOutcome outcomeOf(const Observation& seen, Way way) {
 // ---------------------------------------------------------------------------------------------------------
 // The two ways
 
-// Without a readable file the daemon would begin with the defaults, and forget the limit of its command line.
+// Without a readable file the daemon would start from the defaults and ignore the limit of its command line.
 Json toSend(const State& state, const Json& keys) {
   Json sent = keys;
   if (!state.settingsFile.object && !sent.contains("limit")) sent["limit"] = state.job.limit;

@@ -32,7 +32,7 @@ std::string placeIn(std::string_view text, std::size_t byte) {
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
-// Where the parser gives up.
+// The position of the parser's error.
 std::string flawOf(const std::string& text) {
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) return "it is empty";
   try {

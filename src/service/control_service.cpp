@@ -104,7 +104,7 @@ void purge(const Reply& reply) {
 // ---------------------------------------------------------------------------------------------------------
 // Releasing the charge
 
-// The release with this token was followed neither by the service's removal nor by another release.
+// The service was not removed after the release with this token, and no other release followed.
 void takeChargeAgain(std::int64_t token) {
   if (!gReleased || gReleaseToken != token) return;
   gReleased = false;

@@ -19,27 +19,26 @@
 #include "platform/clock.h"
 #include "platform/run_loop.h"
 
-// A signal is taken by a thread of its own, the standby. All that its handler does is note the signal, wake
-// the main run loop and tell the standby. The next iteration of the loop then calls the handler that was
-// installed.
+// A separate thread, the standby thread, receives the signals. Its handler only records the signal, wakes the
+// main run loop and notifies the standby thread. The next iteration of the loop then calls the installed
+// handler.
 //
-// The main thread has these signals shut out for good. So nothing ever interrupts it, neither in a piece of
-// work nor in what the run loop does around its wait, where it holds locks of its own; and a main thread that
-// is stuck in the kernel, which a signal could not reach, keeps none from being noticed.
+// The main thread always blocks these signals. So nothing interrupts it, neither in a piece of work nor in
+// the run loop itself, which holds locks of its own; and a signal is noticed even if the main thread is stuck
+// in the kernel, where no signal could reach it.
 //
-// When the loop has not come round in time, the standby calls the installed handler itself. It then runs
-// beside a main thread that may be anywhere, and may hold any lock of this process. Nothing here takes one,
-// and the handler writes the keys before everything else, for which it needs neither memory nor a lock. What
-// comes after the keys (statistics, the scheduled wake, the log) may have to wait for the main thread, and in
-// the worst case for ever: then launchd ends the process, with the charge given back. One thing cannot be
-// helped: a write that the main thread had begun, and in which it is stuck, may reach the controller after
-// ours.
+// If the loop does not respond in time, the standby thread calls the installed handler itself, while the main
+// thread may be anywhere and may hold any lock of this process. Nothing here takes a lock, and the handler
+// writes the keys before everything else, for which it needs neither memory nor a lock. The later steps
+// (statistics, the scheduled wake, the log) may have to wait for the main thread, in the worst case forever:
+// then launchd ends the process, with the charge given back. One thing cannot be prevented: a write that the
+// main thread had begun, and in which it is stuck, may reach the controller after ours.
 
 namespace brisko::platform {
 namespace {
 
 using Handler = void (*)(int);
-using SignalBits = std::uint64_t;  // bit n is signal n, of those that a Mac knows
+using SignalBits = std::uint64_t;  // bit n is signal n, of the signals that exist on a Mac
 
 constexpr double timeoutSeconds = 5;  // of uptime, for the main thread
 constexpr int signalNumbers = 32;
@@ -51,17 +50,18 @@ constexpr SignalBits bitOf(int signal) { return SignalBits{1} << static_cast<uns
 
 std::array<std::atomic<Handler>, signalNumbers> gHandlers{};
 std::atomic<SignalBits> gHandled{0};
-// The signals that came and were not taken up yet, and who has taken some up. All in one, for it decides who
-// of the two calls the handlers.
+// The signals that have arrived and are not yet handled, and which thread handles some. One word, because it
+// decides which of the two threads calls the handlers.
 std::atomic<SignalBits> gNoted{0};
 std::atomic<pthread_t> gStandby{};
-dispatch_source_t gWake = nullptr;    // its work takes up what is noted, on the main thread
-semaphore_t gNews = SEMAPHORE_NULL;   // tells the standby to look again
-semaphore_t gLetIn = SEMAPHORE_NULL;  // answers that it lets in all that is handled
+dispatch_source_t gWake = nullptr;    // its work, on the main thread, handles the recorded signals
+semaphore_t gNews = SEMAPHORE_NULL;   // makes the standby thread check again
+semaphore_t gLetIn = SEMAPHORE_NULL;  // signalled when it has unblocked all handled signals
 
 bool anyNoted() { return (gNoted & allSignals) != 0; }
 
-// Takes up all that is noted; none when there is nothing, or somebody has taken some up and is not done.
+// Claims all recorded signals for a thread; none if there are none, or if a thread has claimed some and has
+// not finished.
 SignalBits takeUpAs(SignalBits who) {
   SignalBits noted = gNoted;
   do {
@@ -70,8 +70,8 @@ SignalBits takeUpAs(SignalBits who) {
   return noted;
 }
 
-// Runs on the standby, which waits meanwhile and is never inside Dispatch. Merging takes no lock and no
-// memory.
+// Runs on the standby thread, which is waiting at that moment and never inside Dispatch. Merging takes no
+// lock and no memory.
 void note(int signal) {
   const int before = errno;
   gNoted.fetch_or(bitOf(signal));
@@ -103,15 +103,15 @@ void takeUp(void* /*context*/) {
   semaphore_signal(gNews);
 }
 
-// -- On the standby
+// -- On the standby thread
 
-// A signal ends the wait early, and has told what there is to tell.
+// A signal ends the wait early; its handler has already recorded everything.
 void awaitNews() {
   while (semaphore_wait(gNews) == KERN_ABORTED) {
   }
 }
 
-// Never for nothing, so that time passes.
+// Never zero, so that time passes.
 void awaitNewsFor(double seconds) {
   constexpr std::int64_t perSecond = 1'000'000'000;
   const auto nanoseconds = static_cast<std::int64_t>(std::ceil(seconds * static_cast<double>(perSecond)));
@@ -119,7 +119,7 @@ void awaitNewsFor(double seconds) {
                               .tv_nsec = static_cast<int>(nanoseconds % perSecond)});
 }
 
-// Says so when there are more than before.
+// Signals gLetIn when more signals are unblocked than before.
 void letHandledSignalsIn() {
   static SignalBits open = 0;
   const SignalBits handled = gHandled;
@@ -148,16 +148,16 @@ void* standBy(void* /*context*/) {
     awaitNews();
     letHandledSignalsIn();
     giveTheMainThreadTime();
-    // Never given back: a main thread that comes out of its call stays where it is.
+    // Never released, so a main thread whose call returns stops.
     if (const SignalBits noted = takeUpAs(standbyHasIt); noted != 0) callHandlers(noted);
   }
   return nullptr;
 }
 
-// -- Setting up
+// -- Setup
 
 void makeWakeSource() {
-  // For the life of the process, hence neither released nor destroyed.
+  // Used until the process ends, so neither released nor destroyed.
   gWake = dispatch_source_create(DISPATCH_SOURCE_TYPE_DATA_OR, 0, 0, dispatch_get_main_queue());
   dispatch_source_set_event_handler_f(gWake, takeUp);
   dispatch_resume(gWake);
@@ -174,8 +174,8 @@ bool startStandby() {
   return true;
 }
 
-// First the standby lets it in, then this thread shuts it out: while no thread lets a signal in, the kernel
-// leaves it with one of them, and that need not be the one that will.
+// The standby thread unblocks the signal before this thread blocks it: while all threads block a signal, the
+// kernel assigns it to one of them, which need not be the one that will unblock it.
 void giveToStandby(int signal) {
   if ((gHandled.fetch_or(bitOf(signal)) & bitOf(signal)) != 0) return;
   semaphore_signal(gNews);
@@ -184,7 +184,8 @@ void giveToStandby(int signal) {
   sigset_t one;
   sigemptyset(&one);
   sigaddset(&one, signal);
-  // Who started the process may have shut it out, and one that came since is left with this thread.
+  // The parent of the process may have blocked it, and a signal that arrived since then is pending on this
+  // thread.
   ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
   ::pthread_sigmask(SIG_BLOCK, &one, nullptr);
 }
@@ -201,7 +202,7 @@ void installSignalHandler(int signal, Handler handler) {
   sigaddset(&action.sa_mask, SIGINT);
   sigaddset(&action.sa_mask, SIGTERM);
   sigaction(signal, &action, nullptr);
-  // Without a standby the main thread takes its signals itself, and nobody replaces it.
+  // Without a standby thread the main thread handles its signals itself, and no thread replaces it.
   if (standsBy) giveToStandby(signal);
 }
 

@@ -27,7 +27,7 @@ std::string stateText(const TickRecord& tick) {
 bool isCalibrating() { return gCal.phase != CalPhase::idle; }
 
 // ---------------------------------------------------------------------------------------------------------
-// The hardware is as the state says
+// The hardware matches the state
 
 constexpr Invariant hardwareFollowsState{2,
                                          "After a tick the hardware is as the state says: allow lets charge, "

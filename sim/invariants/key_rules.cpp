@@ -58,7 +58,7 @@ class NotesForTheEnd final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// No cut over open
+// No cut while charging is allowed
 
 constexpr Invariant noCutOverOpen{3, "The adapter is never cut while the charge keys are open."};
 
@@ -101,7 +101,7 @@ class NoCutOverOpen final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// Cut only when wanted
+// Cuts only with a reason
 
 constexpr Invariant cutOnlyWhenWanted{4,
                                       "The adapter is cut only when a tick wanted it: adapter there, "
@@ -234,7 +234,7 @@ class OnlyOwnKeys final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// Quiet when steady
+// No writes while nothing changes
 
 constexpr Invariant quietWhenSteady{13, "While nothing changes nothing is written."};
 

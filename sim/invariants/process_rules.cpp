@@ -195,7 +195,7 @@ constexpr Invariant noEndByInput{32,
                                  "Nothing that stands in a file or comes from the hardware ends the process, "
                                  "but for the numbers that cannot be kept."};
 
-// On a full disk the lab may lose a process's last words.
+// On a full disk the lab may lose the last output of a process.
 bool messageStartsWith(const std::string& errors, std::string_view words, const Disturbances& disturbances) {
   return errors.find(words) != std::string::npos || (disturbances.diskIsFull && errors.empty());
 }

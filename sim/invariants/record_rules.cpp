@@ -319,7 +319,7 @@ class ProtectedTime final : public Rule {
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// Requests that are taken once
+// Requests that are served once
 
 constexpr Invariant requestsTakenOnce{29, "A request is taken once and then withdrawn for good."};
 

@@ -276,7 +276,7 @@ class QuietBeforeSleep final : public Rule {
     quietIn_ = since_.has_value() && !gSystemLocked && !wakes(observation);
   }
 
-  // The full wake ends the quiet in the same iteration in which it is heard.
+  // The full wake ends the pause in the same iteration in which the message arrives.
   static bool wakes(const Observation& observation) {
     const std::uint64_t from = observation.processSummary().journalSeen;
     return firstEntry(observation, from, observation.journal().written, [](const JournalEntry& entry) {

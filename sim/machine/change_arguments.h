@@ -1,6 +1,6 @@
 // sim/machine/change_arguments.h
-// The text form in which a user changes the machine. The machine's own list of faults defines what can be
-// given; this turns texts into entries of that list.
+// The text form in which a user changes the machine. The machine's list of faults defines the possible
+// changes; this parses texts into entries of that list.
 #pragma once
 
 #include <optional>

@@ -163,7 +163,7 @@ void raise(Machine& machine, const Change& change) {
   machine.pendingSignals |= 1U << static_cast<std::uint32_t>(change.number);
 }
 
-// Anything but a signal and a number of exchanges calls it off.
+// Any other value than a signal and a number of exchanges cancels it.
 void raiseAtExchange(Machine& machine, const Change& change) {
   Smc& smc = machine.smc;
   const bool wanted = change.status > 0 && change.number >= signals.least && change.number <= signals.most;
@@ -178,7 +178,7 @@ void setTeam(Machine& machine, const Change& change) {
 
 // --- The table
 
-// How the number of a change is taken.
+// How the number of a change is limited.
 enum class Takes : std::uint8_t {
   any,           // none, or a flag
   range,         // beyond it as its nearest end, and as the least when it is not a number

@@ -5,7 +5,7 @@
 // Terms: an "order" is what the preferences request. The service reads it when it is told of a change, takes
 // it `delay` seconds later and enforces it from then on. The service does nothing while the Mac sleeps or is
 // off: what came due meanwhile happens at wake, and at boot the preferences are read again. The hardware
-// itself keeps to the enforced limit at all times.
+// always enforces the applied limit.
 #pragma once
 
 #include <cstdint>

@@ -24,7 +24,7 @@ namespace brisko::virtual_mac {
 // The layout of the record. A file with another version is refused.
 inline constexpr std::uint32_t machineVersion = 3;
 
-// The machine time of what is not going to happen.
+// The machine time of an event that will not happen.
 inline constexpr double never = std::numeric_limits<double>::infinity();
 
 // A four-character key code, first character in the high byte.

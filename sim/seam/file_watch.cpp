@@ -32,7 +32,7 @@ struct Watch {
   std::uint32_t notices = 0;
   FileState seen{};  // at the last check
 
-  FileEvents happened = 0;  // and not delivered yet
+  FileEvents happened = 0;  // and not yet delivered
 };
 
 // Exit hooks may still use the watches, so they are never destroyed.
@@ -68,7 +68,7 @@ void followToItsNewPlace(Watch& watch) {
   watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
 }
 
-// What the notices since the last check mean.
+// The events that the notices since the last check represent.
 FileEvents eventsOf(Watch& watch) {
   const std::uint32_t notices = std::exchange(watch.notices, 0);
   const FileState before = std::exchange(watch.seen, virtual_mac::fileState(watch.descriptor));
@@ -82,7 +82,7 @@ bool concerns(const Notice& notice, const Watch& watch) {
   return notice.number == (notice.ofContent ? watch.asked.folderAround : watch.asked.file);
 }
 
-// Takes the kernel's notices. Returns false when there were none.
+// Reads the kernel's notices. Returns false if there were none.
 bool takeNotices() {
   const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
   for (const Notice& notice : notices) {
@@ -132,8 +132,8 @@ void collectFileEvents() {
 namespace platform {
 
 std::optional<int> openForEvents(const std::string& path) {
-  // A name can be lost in the moment after the file was opened. The file that has taken it is opened then,
-  // however often that happens. A file that stays and has no name is given up.
+  // The file may lose its name just after it was opened. Then the file that has taken the name is opened,
+  // however often that happens. A file that stays and has no name is not watched.
   ino_t before = 0;
   for (int unchanged = 0, attempt = 0; unchanged < 3 && attempt < 1000; ++attempt) {
     const auto descriptor = virtual_mac::openForNotices(path);

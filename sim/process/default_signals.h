@@ -10,7 +10,7 @@ namespace brisko::sim {
 // A fork whose child has its signals as under launchd. No signal that is sent to the child is lost.
 [[nodiscard]] pid_t forkWithDefaultSignals();
 
-// In a part of this process: from now on no signal that ends a process is ignored or blocked.
+// The same for this process: from now on no signal that ends a process is ignored or blocked.
 void takeDefaultSignals();
 
 }  // namespace brisko::sim

@@ -60,7 +60,7 @@ class Channel {
 // An order of the parent.
 struct RunCommand {
   double horizon;      // machine time
-  rlim_t maxFileSize;  // bytes; the child sets the limit itself, because few systems let a process limit another
+  rlim_t maxFileSize;  // bytes; set by the child, because few systems let a process limit another
 };
 
 // A child whose parent has ended exits silently, because the daemon must not run on its own.

@@ -102,7 +102,7 @@ class Simulation {
   // number.
   std::uint64_t ask(virtual_mac::RequestKind kind, std::uint32_t client, std::string_view settings = {});
   // Files on the volume. All paths here are unmapped.
-  bool write(std::string_view path, std::string_view text);  // in place; creates the folders. False on failure
+  bool write(std::string_view path, std::string_view text);    // in place; creates folders; false on failure
   void replace(std::string_view path, std::string_view text);  // with a new file
   void remove(std::string_view path);
 

@@ -15,10 +15,10 @@ namespace brisko::lab {
 // The result of a scenario, which runs up to the first step with an unmet expectation.
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
-  std::vector<std::string> log = {};       // the last lines until then, with the number of omitted lines between them
+  std::vector<std::string> log = {};       // the last lines until then, and how many were omitted between
   double begin = 0;                        // machine time
   double seconds = 0;                      // … that passed since then
-  bool cancelled = false;                  // it did not run to its end, because `shouldContinue` returned false
+  bool cancelled = false;  // it did not run to its end, because `shouldContinue` returned false
   // The latest step with an action; none if there was none.
   std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.

@@ -20,6 +20,6 @@ namespace brisko::platform {
 [[nodiscard]] std::optional<bool> smartChargeLimitSupported();
 [[nodiscard]] std::optional<bool> smartChargeLimitEnabled();
 [[nodiscard]] std::optional<std::int64_t> smartChargeLimit();                 // percent
-[[nodiscard]] std::optional<bool> setSmartChargeLimit(std::int64_t percent);  // whether the system accepted it
+[[nodiscard]] std::optional<bool> setSmartChargeLimit(std::int64_t percent);  // true if accepted
 
 }  // namespace brisko::platform

@@ -34,7 +34,7 @@ KernelStatus closeSmc(SmcConnection connection);
 
 struct SmcExchange {
   KernelStatus status;
-  std::size_t answered;  // bytes of the output that the controller's driver returned; 0 unless the status is 0
+  std::size_t answered;  // bytes of output that the controller's driver returned; 0 unless the status is 0
 };
 
 // Sends `input` and receives `output`. The status is whether the kernel accepted the call; the output's

@@ -204,7 +204,8 @@ TEST_F(Clients, areNotAnsweredByADaemonThatIsKilled) {
   EXPECT_EQ(mac.request(asked).answers, 0U);
   DaemonProcess next(mac);
   next.run(60);
-  EXPECT_EQ(mac.request(asked).answers, 0U) << "a request that one daemon accepted is not delivered to the next";
+  EXPECT_EQ(mac.request(asked).answers, 0U)
+      << "a request that one daemon accepted is not delivered to the next";
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%"))) << "though it was written";
 }
 

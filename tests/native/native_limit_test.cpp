@@ -578,7 +578,8 @@ TEST_F(NativeLimitTest, logsNothingMoreIfTheLimitDoesNotReturnAfterAFullCharge) 
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
   drive();
-  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS keeps its own limit was already logged";
+  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80))
+      << "that macOS keeps its own limit was already logged";
 }
 
 TEST_F(NativeLimitTest, treatsADateInThePastAsNoRequest) {

@@ -233,7 +233,7 @@ TEST(Boot, startsTheDaemonAgainWithADelayWhenItEnds) {
   const std::string errorLog = mac.folder() + "/volume/Library/Logs/Brisko/daemon.err.log";
   EXPECT_TRUE(eventually([&] { return countOf(test::contents(errorLog), "⛔️") >= 3; }));
   const std::size_t starts = countOf(test::contents(errorLog), "⛔️");
-  const timespec real{1, 0};  // ten seconds of machine time: at most one more start, and one that has already begun
+  const timespec real{1, 0};  // ten seconds of machine time: at most one more start, and one under way
   static_cast<void>(::nanosleep(&real, nullptr));
   EXPECT_LE(countOf(test::contents(errorLog), "⛔️"), starts + 2);
   static_cast<void>(mac.vmac("shutdown"));

@@ -38,7 +38,8 @@ class Records : public test::OnVirtualMac {
     std::filesystem::create_directories(mac.path(LogFile::defaultDirectory));
   }
   void SetUp() override {
-    if (!test::FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not report which files are written";
+    if (!test::FileJournal::canBeKept())
+      GTEST_SKIP() << "this kernel does not report which files are written";
     ASSERT_EQ(::setenv("TZ", "UTC", 1), 0);
     takeGate();
   }

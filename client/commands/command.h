@@ -25,9 +25,9 @@ struct Context {
 // An error in what was typed: one line, and the status for it.
 ExitStatus misuse(const Context& context, const std::string& text);
 
-// Changes settings and reports it: `said` is the sentence for success.
+// Changes settings and reports it: `sentence` reports success.
 ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
-                           const std::string& said);
+                           const std::string& sentence);
 
 // One line if the settings file is not usable.
 void complainOfSettings(const Context& context, const State& state);

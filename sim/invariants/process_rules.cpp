@@ -172,11 +172,11 @@ class Replies final : public Rule {
     const double uptime = virtual_mac::uptimeOf(observation.machine());
     if (waiting != waiting_) waitsSince_ = uptime;
     waiting_ = waiting;
-    if (waiting_ && uptime - waitsSince_ > patience) violated(ticksAndReplies, "a request has no reply");
+    if (waiting_ && uptime - waitsSince_ > timeout) violated(ticksAndReplies, "a request has no reply");
   }
 
  private:
-  static constexpr double patience = 5;  // seconds
+  static constexpr double timeout = 5;  // seconds
 
   static bool isUnanswered(const ClientRequest& request) {
     return request.number != 0 && request.stage == RequestStage::delivered && request.answers == 0;

@@ -299,12 +299,12 @@ double bounded(double number, const Range& range) {
   return number >= range.least ? std::min(number, range.most) : range.least;
 }
 
-void change(Machine& machine, const Row& row, Change said) {
-  const double number = said.number;
+void change(Machine& machine, const Row& row, Change requested) {
+  const double number = requested.number;
   if (row.takes == Takes::choice && !(number >= row.range.least && number <= row.range.most)) return;
-  if (row.takes != Takes::any) said.number = bounded(number, row.range);
-  if (row.takes == Takes::rangeOrNever && !(number >= 0)) said.number = notEver;
-  row.set(machine, said);
+  if (row.takes != Takes::any) requested.number = bounded(number, row.range);
+  if (row.takes == Takes::rangeOrNever && !(number >= 0)) requested.number = notEver;
+  row.set(machine, requested);
 }
 
 }  // namespace
@@ -315,11 +315,12 @@ const Range& rangeOf(ChangeKind kind) {
   return row == nullptr ? noNumber : row->range;
 }
 
-void apply(Machine& machine, const Change& said) {
+void apply(Machine& machine, const Change& requested) {
   const bool reached = adapterReachesBattery(machine);
-  if (const Row* row = rowOf(said.kind)) change(machine, *row, said);
+  if (const Row* row = rowOf(requested.kind)) change(machine, *row, requested);
   settle(machine, reached);
-  if (said.kind == ChangeKind::charge || said.kind == ChangeKind::batteryInstalled) publishGauge(machine);
+  if (requested.kind == ChangeKind::charge || requested.kind == ChangeKind::batteryInstalled)
+    publishGauge(machine);
 }
 
 }  // namespace brisko::virtual_mac

@@ -28,7 +28,7 @@ struct Watch {
   std::function<void(FileEvents)> fired;
   std::function<void()> cancelled;
 
-  virtual_mac::AskedNumbers asked;
+  virtual_mac::WatchNumbers asked;
   std::uint32_t notices = 0;
   FileState seen{};  // at the last check
 
@@ -58,21 +58,21 @@ void stopAskingFor(int number) {
   const bool needed = std::any_of(all.begin(), all.end(), [number](const Watch& watch) {
     return watch.asked.file == number || watch.asked.folderAround == number;
   });
-  if (!needed) virtual_mac::stopNotices(watches().queue, number);
+  if (!needed) virtual_mac::removeWatch(watches().queue, number);
 }
 
 void followToItsNewPlace(Watch& watch) {
   if (!watch.seen.isFolder()) return;
   const int left = std::exchange(watch.asked.folderAround, -1);
   stopAskingFor(left);
-  watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
+  watch.asked.folderAround = virtual_mac::addFolderWatch(watches().queue, watch.descriptor);
 }
 
 // The events that the notices since the last check represent.
 FileEvents eventsOf(Watch& watch) {
   const std::uint32_t notices = std::exchange(watch.notices, 0);
   const FileState before = std::exchange(watch.seen, virtual_mac::fileState(watch.descriptor));
-  const FileEvents events = virtual_mac::meaningOf(notices, before, watch.seen);
+  const FileEvents events = virtual_mac::fileEventsOf(notices, before, watch.seen);
   if ((events & platform::fileRenamed) != 0) followToItsNewPlace(watch);
   return events;
 }
@@ -83,8 +83,8 @@ bool concerns(const Notice& notice, const Watch& watch) {
 }
 
 // Reads the kernel's notices. Returns false if there were none.
-bool takeNotices() {
-  const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
+bool readNotices() {
+  const std::vector<Notice> notices = virtual_mac::readNotices(watches().queue);
   for (const Notice& notice : notices) {
     for (Watch& watch : watches().all) {
       if (concerns(notice, watch)) watch.notices |= notice.what;
@@ -121,7 +121,7 @@ void useFileEventQueue(int queue) { watches().queue = queue; }
 
 void collectFileEvents() {
   const bool nobodyEverWatched = watches().latest == 0;
-  if (nobodyEverWatched || !::brisko::takeNotices()) return;
+  if (nobodyEverWatched || !::brisko::readNotices()) return;
   for (Watch& watch : watches().all) {
     if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
@@ -162,7 +162,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   watch.fired = std::move(fired);
   watch.cancelled = std::move(cancelled);
   const bool isFolder = virtual_mac::fileState(descriptor).isFolder();
-  watch.asked = virtual_mac::askForNotices(kept.queue, descriptor, isFolder);
+  watch.asked = virtual_mac::addWatch(kept.queue, descriptor, isFolder);
   watch.seen = virtual_mac::fileState(descriptor);
   // The kernel will send no more notices about this file.
   if (!watch.seen.named) postDelivery(watch, fileDeleted);

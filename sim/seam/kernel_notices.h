@@ -31,15 +31,15 @@ struct FileState {
 
 // The numbers of the notices about a file; -1 for a watch that was not set, or for which the kernel had no
 // room.
-struct AskedNumbers {
+struct WatchNumbers {
   int file = -1;
   int folderAround = -1;  // the folder that contains a watched folder, if the kernel needs that watch
 };
-[[nodiscard]] AskedNumbers askForNotices(int queue, int descriptor, bool isFolder);
+[[nodiscard]] WatchNumbers addWatch(int queue, int descriptor, bool isFolder);
 // Sets the watches again for a folder that was moved.
-[[nodiscard]] int askForFolderAround(int queue, int descriptor);
+[[nodiscard]] int addFolderWatch(int queue, int descriptor);
 // Removes a watch that is no longer needed. Ignores -1.
-void stopNotices(int queue, int number);
+void removeWatch(int queue, int number);
 
 struct Notice {
   bool ofAll;      // about every watched file: notices were lost
@@ -48,11 +48,11 @@ struct Notice {
   std::uint32_t what;  // the kernel's event bits
 };
 // All pending notices, in order.
-[[nodiscard]] std::vector<Notice> takeNotices(int queue);
+[[nodiscard]] std::vector<Notice> readNotices(int queue);
 
 // The events of a file, from the bits of one or several notices and its state before and after. Files that
 // are created or removed in a folder are not reported.
-[[nodiscard]] platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before,
-                                             const FileState& after);
+[[nodiscard]] platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before,
+                                                const FileState& after);
 
 }  // namespace brisko::virtual_mac

@@ -52,9 +52,9 @@ const virtual_mac::ClientSignature& named(std::string_view name) {
 }
 
 // Waits for other threads until `seen` returns true.
-bool comesTrue(const std::function<bool()>& seen) {
-  constexpr int patience = 10'000;  // milliseconds
-  for (int waited = 0; waited < patience; ++waited) {
+bool waitUntil(const std::function<bool()>& seen) {
+  constexpr int timeout = 10'000;  // milliseconds
+  for (int waited = 0; waited < timeout; ++waited) {
     if (seen()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -70,7 +70,7 @@ class Waiting {
   }
   // Answers the requests from number `from` up to, but not including, `to`, once they have arrived.
   void give(std::size_t from, std::size_t to) {
-    ASSERT_TRUE(comesTrue([&] {
+    ASSERT_TRUE(waitUntil([&] {
       const std::lock_guard lock(mutex_);
       return replies_.size() >= to;
     }));
@@ -99,22 +99,22 @@ class Service {
             .releaseCharge = [this](const Reply& reply) { note("release", reply); },
             .restart = [this](const Reply& reply) { note("restart", reply); }};
   }
-  [[nodiscard]] std::vector<std::string> heard() {
+  [[nodiscard]] std::vector<std::string> received() {
     const std::lock_guard lock(mutex_);
-    return heard_;
+    return received_;
   }
 
  private:
   void note(const std::string& request, const Reply& reply) {
     {
       const std::lock_guard lock(mutex_);
-      heard_.push_back(request);
+      received_.push_back(request);
     }
     answer(reply);
   }
 
   std::mutex mutex_;
-  std::vector<std::string> heard_;
+  std::vector<std::string> received_;
 };
 
 // The only instance, never destroyed for the same reason.
@@ -146,9 +146,9 @@ class ControlListener : public ::testing::Test {
     return connected;
   }
 
-  [[nodiscard]] std::vector<std::string> heard() const { return service.heard(); }
-  [[nodiscard]] bool hears(std::size_t count) const {
-    return comesTrue([&] { return heard().size() >= count; });
+  [[nodiscard]] std::vector<std::string> received() const { return service.received(); }
+  [[nodiscard]] bool receives(std::size_t count) const {
+    return waitUntil([&] { return received().size() >= count; });
   }
 
   test::LiveFolder folder;
@@ -170,7 +170,7 @@ TEST_F(ControlListener, carriesTheFourRequestsAndAReplyToEach) {
       EXPECT_TRUE(isDone(*app));
     }
   });
-  EXPECT_THAT(heard(), ElementsAre("apply ", "purge", "release", "restart"));
+  EXPECT_THAT(received(), ElementsAre("apply ", "purge", "release", "restart"));
 }
 
 TEST_F(ControlListener, carriesTheTextOfARefusal) {
@@ -200,9 +200,9 @@ TEST_F(ControlListener, carriesSettingsByteForByte) {
       EXPECT_TRUE(isDone(*app));
     }
   });
-  ASSERT_EQ(heard().size(), all.size());
+  ASSERT_EQ(received().size(), all.size());
   for (std::size_t index = 0; index < all.size(); ++index) {
-    EXPECT_TRUE(heard()[index] == "apply " + all[index]) << index;
+    EXPECT_TRUE(received()[index] == "apply " + all[index]) << index;
   }
 }
 
@@ -234,7 +234,7 @@ TEST_F(ControlListener, acceptsRepliesFromTheMainThreadInAnyOrder) {
     const auto app = client();
     for (std::size_t time = 1; time <= 3; ++time) {
       EXPECT_TRUE(app->send(ControlRequestKind::releaseCharge));
-      ASSERT_TRUE(hears(time));
+      ASSERT_TRUE(receives(time));
     }
     for (const std::size_t index : {2U, 0U, 1U}) {
       postMain([this, index] { waiting.give(index, index + 1); });
@@ -255,7 +255,7 @@ TEST_F(ControlListener, keepsTheOrderOfAClientsRequests) {
     }
     for (int number = 0; number < 200; ++number) EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_EQ(heard(), expected);
+  EXPECT_EQ(received(), expected);
 }
 
 TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
@@ -284,7 +284,7 @@ TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
     }
     for (std::thread& thread : threads) thread.join();
   });
-  EXPECT_EQ(heard().size(), std::size_t{clients * each});
+  EXPECT_EQ(received().size(), std::size_t{clients * each});
   for (const auto& ids : answered) {
     EXPECT_EQ(std::set<std::int64_t>(ids.begin(), ids.end()).size(), std::size_t{each});
     EXPECT_EQ(*ids.rbegin(), each);
@@ -296,10 +296,10 @@ TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
   serve([&] {
     const auto first = client();
     EXPECT_TRUE(first->send(ControlRequestKind::purgeAllData));
-    ASSERT_TRUE(hears(1));
+    ASSERT_TRUE(receives(1));
     const auto second = client();
     EXPECT_TRUE(second->send(ControlRequestKind::releaseCharge));
-    ASSERT_TRUE(hears(2));
+    ASSERT_TRUE(receives(2));
     waiting.give(1, 2);
     EXPECT_TRUE(isDone(*second));
     waiting.give(0, 1);
@@ -313,12 +313,12 @@ TEST_F(ControlListener, survivesAClientThatDisconnectsBeforeItsReply) {
   serve([&] {
     for (std::size_t time = 1; time <= gone; ++time) {
       EXPECT_TRUE(client()->send(ControlRequestKind::applySettings, "{}"));
-      ASSERT_TRUE(hears(time));
+      ASSERT_TRUE(receives(time));
     }
     postMain([this] { waiting.give(0, gone); });
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
-    ASSERT_TRUE(hears(gone + 1));
+    ASSERT_TRUE(receives(gone + 1));
     postMain([this] { waiting.give(gone, gone + 1); });
     EXPECT_TRUE(isDone(*app));
   });
@@ -356,11 +356,11 @@ TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
     const auto other = client();
     EXPECT_TRUE(other->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*other));
-    EXPECT_THAT(heard(), ElementsAre("restart"));
+    EXPECT_THAT(received(), ElementsAre("restart"));
     EXPECT_TRUE(app->say("}"));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart", "apply {\"limit\":70}"));
+  EXPECT_THAT(received(), ElementsAre("restart", "apply {\"limit\":70}"));
 }
 
 TEST_F(ControlListener, dropsHalfARequestWhenItsClientDisconnects) {
@@ -375,7 +375,7 @@ TEST_F(ControlListener, dropsHalfARequestWhenItsClientDisconnects) {
     app->closeWriting();
     EXPECT_FALSE(app->nextReply());
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
 }
 
 TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
@@ -414,7 +414,7 @@ TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart"));
+  EXPECT_THAT(received(), ElementsAre("restart"));
 }
 
 TEST_F(ControlListener, acceptsALineOfTheMaximumLength) {
@@ -451,7 +451,7 @@ TEST_F(ControlListener, disconnectsAClientWithoutAnIdentity) {
       EXPECT_FALSE(somebody->nextReply()) << words;
     }
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
 }
 
 // Otherwise a client that sends requests without end would fill the daemon's memory.
@@ -469,14 +469,14 @@ TEST_F(ControlListener, stopsReadingFromAClientWithManyUnansweredRequests) {
       }
       allSent = true;
     });
-    ASSERT_TRUE(hears(unanswered));
+    ASSERT_TRUE(receives(unanswered));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(heard().size(), unanswered);
+    EXPECT_EQ(received().size(), unanswered);
     EXPECT_FALSE(allSent);
     waiting.give(0, 1);
-    ASSERT_TRUE(hears(unanswered + 1));
+    ASSERT_TRUE(receives(unanswered + 1));
     waiting.give(1, unanswered);
-    ASSERT_TRUE(hears(all));
+    ASSERT_TRUE(receives(all));
     waiting.give(unanswered, all);
     for (std::size_t time = 0; time < all; ++time) EXPECT_TRUE(isDone(*app));
     asking.join();
@@ -489,7 +489,7 @@ TEST_F(ControlListener, doesNotWaitForAClientToRead) {
   serve([&] {
     const auto silent = client();
     for (int time = 0; time < 256; ++time) EXPECT_TRUE(silent->send(ControlRequestKind::restart));
-    ASSERT_TRUE(hears(30));  // more than fits into the socket's buffer
+    ASSERT_TRUE(receives(30));  // more than fits into the socket's buffer
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(app->nextReply());
@@ -516,7 +516,7 @@ TEST_F(ControlListener, admitsOnlyClientsThatMeetTheRequirement) {
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart"));
+  EXPECT_THAT(received(), ElementsAre("restart"));
 }
 
 TEST_F(ControlListener, admitsEveryClientWithoutARequirement) {
@@ -541,7 +541,7 @@ TEST_F(ControlListener, admitsNoClientWithAnInvalidRequirement) {
       EXPECT_FALSE(app->nextReply()) << time;
     }
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
   EXPECT_EQ(connections, wrong.size());
 }
 
@@ -587,8 +587,8 @@ TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
         EXPECT_TRUE(isDone(*app));
       }
     }
-    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/task") == threads; }));
-    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/fd") == descriptors; }));
+    EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/task") == threads; }));
+    EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/fd") == descriptors; }));
   });
 }
 
@@ -604,7 +604,7 @@ TEST_F(ControlListener, letsClientsAboveItsMaximumWait) {
     const auto late = client();
     EXPECT_TRUE(late->send(ControlRequestKind::purgeAllData));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(heard().size(), room);
+    EXPECT_EQ(received().size(), room);
     clients.pop_back();
     EXPECT_TRUE(isDone(*late));
   });

@@ -30,9 +30,9 @@ using virtual_mac::ChangeKind;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 
-bool comesTrue(const std::function<bool()>& seen) {
-  constexpr int patience = 10'000;  // milliseconds
-  for (int waited = 0; waited < patience; ++waited) {
+bool waitUntil(const std::function<bool()>& seen) {
+  constexpr int timeout = 10'000;  // milliseconds
+  for (int waited = 0; waited < timeout; ++waited) {
     if (seen()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -48,7 +48,7 @@ class DaemonStorm : public ::testing::Test {
   template <class Body>
   void runWhile(Body body) {
     std::thread clients([&] {
-      EXPECT_TRUE(comesTrue([&] { return ControlClient::connect(folder.path()) != nullptr; }));
+      EXPECT_TRUE(waitUntil([&] { return ControlClient::connect(folder.path()) != nullptr; }));
       body();
       platform::postMain([] { platform::stopMain(); });
     });
@@ -151,7 +151,7 @@ TEST_F(DaemonStorm, warnsForEachClientOfAnUnsignedDaemon) {
       for (int time = 0; time < 20; ++time) EXPECT_EQ(ask(2, release, "unsigned"), 2);
     };
     together({many, many});
-    EXPECT_TRUE(comesTrue([&] { return warnings() >= before + 40; }));
+    EXPECT_TRUE(waitUntil([&] { return warnings() >= before + 40; }));
   });
 }
 

@@ -54,7 +54,7 @@ class App : public ::testing::Test {
   void runTo(double seconds) { process->run(looked + seconds - mac.machine().now); }
   void mark() { looked = mac.machine().now; }
   // Removes the app; times are counted from now on.
-  void lose() {
+  void removeApp() {
     mac.remove();
     process->run(0);
     mark();
@@ -98,7 +98,7 @@ TEST_F(App, isReportedMissingAtOnceAndGoneAfterTenMinutes) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(599.75);
   EXPECT_THAT(newLines(), Not(Contains(dormantLine)));
   runTo(600);
@@ -125,7 +125,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(550);
   mac.install();
   runTo(86'400);
@@ -133,7 +133,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   EXPECT_THAT(lines, Not(Contains(dormantLine)));
   EXPECT_THAT(lines, Not(Contains(backLine)));
   EXPECT_THAT(lines, Not(Contains(missingLine)));
-  lose();  // a new absence
+  removeApp();  // a new absence
   runTo(599);
   EXPECT_FALSE(isDormant());
   runTo(601);
@@ -142,7 +142,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
 
 TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
   begin();
-  lose();
+  removeApp();
   runTo(599.9);
   mac.install();
   runTo(86'400);
@@ -151,7 +151,7 @@ TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
 
 TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(500);
@@ -165,7 +165,7 @@ TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
 
 TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(599.9);
@@ -183,7 +183,7 @@ TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
 
 TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(600);
@@ -195,7 +195,7 @@ TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
 
 TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(70);  // watched again, but not checked
@@ -213,7 +213,7 @@ TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
 
 TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(70);  // watched again, but not checked
@@ -230,7 +230,7 @@ TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
 
 TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.write(installed, "a file");
   runTo(70);
@@ -244,7 +244,7 @@ TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
 TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
-  lose();
+  removeApp();
   runTo(30);
   mac.sleep();
   runTo(7200);
@@ -256,7 +256,7 @@ TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
 
 TEST_F(App, isGoneByTheWallClock) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.number(ChangeKind::clockStep, -3600);
   runTo(4199.5);
@@ -294,7 +294,7 @@ TEST_F(App, isStillWatchedAfterItIsReplaced) {
   mac.install();
   process->run(700);
   EXPECT_THAT(newLines(), Not(Contains(missingLine)));
-  lose();
+  removeApp();
   runTo(600);
   EXPECT_TRUE(isDormant());
 }
@@ -346,7 +346,7 @@ TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
   mac.settings("{\"limit\":80,\"discharge\":true}");
   begin();
   ASSERT_EQ(mac.key("CHIE").front(), 8);
-  lose();
+  removeApp();
   runTo(599);
   mac.forgetJournal();
   FileJournal data(mac.path(dataFolder));
@@ -361,7 +361,7 @@ TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
 TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   mac.charge(40);
   begin();
-  lose();
+  removeApp();
   runTo(20);
   mac.sleep();
   runTo(40);
@@ -406,7 +406,7 @@ TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
   begin();
   runTo(10);
   ASSERT_THAT(writesOf(mac), Contains("ACLC=01")) << "the light blinks";
-  lose();
+  removeApp();
   runTo(600);
   ASSERT_TRUE(isDormant());
   EXPECT_EQ(mac.key("ACLC").front(), 0);
@@ -442,7 +442,7 @@ TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
 
 TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
   begin();
-  lose();
+  removeApp();
   runTo(600);
   mac.forgetJournal();
   const auto asked = mac.apply("{\"limit\":60}");
@@ -455,7 +455,7 @@ TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
 TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(700);
   mac.forgetJournal();
   static_cast<void>(newLines());
@@ -468,7 +468,7 @@ TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
 TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(300);
   process->signal(SIGTERM).run(1);
   EXPECT_EQ(process->status(), 0);
@@ -481,7 +481,7 @@ TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
 TEST_F(App, isFoundByTheLastCheckRightAfterTheGracePeriod) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
@@ -531,7 +531,7 @@ TEST_F(App, causesNoFileToBeWrittenWhenItReturnsAfterAPurge) {
 TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(601);
   mac.install();
   runTo(86'400);
@@ -549,7 +549,7 @@ TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
 TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(700);
   process->kill();
   begin();
@@ -579,7 +579,7 @@ TEST_F(NativeApp, isWatchedWithoutAnOptionIfItContainsTheDaemon) {
   runTo(60);
   ASSERT_EQ(mac.key("bfG0").front(), 80);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(599);
   EXPECT_EQ(mac.key("bfG0").front(), 80);
   mac.forgetJournal();
@@ -598,7 +598,7 @@ TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
   begin({});
   runTo(60);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
@@ -612,7 +612,7 @@ TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
 
 TEST_F(NativeApp, causesAnotherHandBackAtTheExitOnceItIsGone) {
   begin({});
-  lose();
+  removeApp();
   runTo(700);
   static_cast<void>(newLines());
   process->signal(SIGTERM).run(1);

@@ -67,7 +67,7 @@ class CalibrationDaemon : public ::testing::Test {
                                      {"runs", Json::array()}}
                                     .dump());
   }
-  void live() {
+  void startDaemon() {
     daemon = std::make_unique<DaemonProcess>(*mac);
     daemon->run(0);
   }
@@ -115,7 +115,7 @@ class CalibrationDaemon : public ::testing::Test {
 
 TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
   make(90);
-  live();
+  startDaemon();
   const double begun = now();
   EXPECT_EQ(timeOf(started), begun);
   EXPECT_EQ(status()["cal"], (Json{{"phase", "fill"},
@@ -173,7 +173,7 @@ TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
 TEST_F(CalibrationDaemon, runsOnEveryFamilyOfKeys) {
   for (const char* model : {"pro14", "pro16"}) {
     make(97, R"({"calibrate":true,"calDrain":60,"calSoakMinutes":10})", {}, model);
-    live();
+    startDaemon();
     const std::string end = "calibration finished";
     for (int hours = 0; hours < 48 && calibrationLines().size() < 6; ++hours) daemon->run(hour);
     ASSERT_THAT(calibrationLines(), SizeIs(6)) << model;
@@ -185,7 +185,7 @@ TEST_F(CalibrationDaemon, runsOnEveryFamilyOfKeys) {
 
 TEST_F(CalibrationDaemon, startsWithinTheSecondOfTheRequest) {
   make(70, "{}");
-  live();
+  startDaemon();
   daemon->run(30);
   EXPECT_THAT(calibrationLines(), IsEmpty());
   mac->settings(asked);
@@ -196,7 +196,7 @@ TEST_F(CalibrationDaemon, startsWithinTheSecondOfTheRequest) {
 TEST_F(CalibrationDaemon, reportsNoCapacityWithoutAGauge) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   mac->property("AppleSmartBattery", virtual_mac::PropertyFault::missing);
-  live();
+  startDaemon();
   ASSERT_TRUE(runUntil("calibration finished " EM_DASH " capacity ? mAh " ARROW " ? mAh, ? cycles", 12));
   EXPECT_EQ(calibrationLines().front(), "calibration started " EM_DASH " capacity before: unknown");
   EXPECT_EQ(record()["runs"], (Json::array({{{"at", record()["runs"][0]["at"]}}})));
@@ -208,7 +208,7 @@ TEST_F(CalibrationDaemon, keepsTheNewest40RunsOfAFileWithMore) {
     Json runs = Json::array();
     for (int run = 1; run <= count; ++run) runs.push_back({{"at", run}});
     mac->write(calibrationPath, Json{{"phase", "restore"}, {"phaseSince", now()}, {"runs", runs}}.dump());
-    live();
+    startDaemon();
     EXPECT_THAT(status()["cal"]["runs"], SizeIs(40));
     EXPECT_THAT(record()["runs"], SizeIs(40));
     EXPECT_EQ(record()["runs"][0]["at"], count - 38.0);
@@ -228,7 +228,7 @@ TEST_F(CalibrationDaemon, canBeCancelledInEachPhase) {
   for (const Step& step : steps) {
     make(step.percent);
     leave(step.phase);
-    live();
+    startDaemon();
     daemon->run(minute);
     EXPECT_EQ(status()["cal"]["phase"], step.phase);
     const bool draining = adapterIsCut();
@@ -251,7 +251,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
     make(step.percent, R"({"calibrate":true,"calSoakMinutes":10000})");
     leave(step.phase, longestPhase - 12);
     const double begun = now();
-    live();
+    startDaemon();
     daemon->run(13);
     EXPECT_THAT(calibrationLines(), IsEmpty()) << step.phase;
     daemon->run(12);
@@ -263,7 +263,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
     EXPECT_FALSE(adapterIsCut());
     // The failure is remembered, and forgotten by the next run.
     daemon->kill();
-    live();
+    startDaemon();
     EXPECT_EQ(status()["cal"]["lastFailure"]["phase"], step.phase);
     mac->settings(asked);
     daemon->run(1);
@@ -277,7 +277,7 @@ TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
   make(100, asked, options);
   leave("drain", longestPhase - 2 * hour);
   const double begun = now();
-  live();
+  startDaemon();
   daemon->run(3 * hour);
   const char* stalled = "calibration stopped: stalled at the drain step";
   EXPECT_THAT(calibrationLines(), ElementsAre(stalled));
@@ -289,7 +289,7 @@ TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCannotDischargeOnTheAdapter)
   MachineOptions options;
   options.cut = CutKind::none;
   make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", options);
-  live();
+  startDaemon();
   ASSERT_TRUE(runUntil(drain, 2));
   daemon->run(hour);
   EXPECT_EQ(status()["state"], "allow");
@@ -305,7 +305,7 @@ TEST_F(CalibrationDaemon, waitsForTheUserToUnplugWhenTheCutHasNoEffect) {
   make(60);
   leave("drain");
   mac->keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
-  live();
+  startDaemon();
   daemon->run(5 * minute);
   EXPECT_THAT(mac->logLines(), Contains(HasSubstr("forced discharge has no effect")));
   EXPECT_FALSE(adapterIsCut());
@@ -323,7 +323,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
     for (const Step& step : steps) {
       make(step.percent);
       leave(step.phase);
-      live();
+      startDaemon();
       daemon->run(minute);
       const Json before = record();
       const bool draining = adapterIsCut();
@@ -335,7 +335,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
         EXPECT_EQ(adapterIsCut(), draining);
       }
       mac->pass(10);
-      live();
+      startDaemon();
       EXPECT_EQ(status()["cal"]["phase"], step.phase);
       EXPECT_EQ(adapterIsCut(), draining) << step.phase;
       EXPECT_EQ(record(), before);
@@ -348,7 +348,7 @@ TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
   for (const bool orderly : {true, false}) {
     make(100);
     leave("soak");
-    live();
+    startDaemon();
     daemon->run(40 * minute);
     if (orderly) {
       end();
@@ -356,7 +356,7 @@ TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
       daemon->kill();
     }
     mac->pass(3 * minute);
-    live();
+    startDaemon();
     const double again = now();
     EXPECT_EQ(status()["cal"]["soakBanked"], 0);
     ASSERT_TRUE(runUntil(restore, 2));
@@ -368,7 +368,7 @@ TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
 TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(10 * minute);
   ASSERT_TRUE(adapterIsCut());
   end();
@@ -376,7 +376,7 @@ TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
   mac->pass(9 * hour);
   EXPECT_EQ(record()["phase"], "drain");
   virtual_mac::boot(mac->store().update().machine());
-  live();
+  startDaemon();
   EXPECT_EQ(status()["cal"]["phase"], "drain");
   ASSERT_TRUE(runUntil(refill, 24));
   EXPECT_NEAR(level(), 15, 0.6);
@@ -392,12 +392,12 @@ TEST_F(CalibrationDaemon, stallsWhenTheMacWasSwitchedOffForMoreThan3Days) {
                           Case{longestPhase + 1, "calibration stopped: stalled at the refill step"}}) {
     make(60);
     leave("refill");
-    live();
+    startDaemon();
     end();
     virtual_mac::shutDown(mac->store().update().machine());
     mac->pass(off.seconds);
     virtual_mac::boot(mac->store().update().machine());
-    live();
+    startDaemon();
     EXPECT_THAT(calibrationLines(), ElementsAre(off.line));
   }
 }
@@ -406,7 +406,7 @@ TEST_F(CalibrationDaemon, endsWithItsFileAndStartsAgainByItsRequest) {
   for (const char* text : {"", "{", "[]", R"({"phase":"nonsense"})", "\xFF"}) {
     make(60);
     mac->write(calibrationPath, text);
-    live();
+    startDaemon();
     EXPECT_THAT(calibrationLines(), ElementsAre(started)) << text;
   }
 }
@@ -415,13 +415,13 @@ TEST_F(CalibrationDaemon, endsEveryProcessOnASoakBeyond64BitsWhileItIsPublished)
   make(70);
   mac->write(calibrationPath, Json{{"phase", "fill"}, {"phaseSince", now()}, {"soakBanked", 1e300}}.dump());
   for (int time = 0; time < 3; ++time) {
-    live();
+    startDaemon();
     EXPECT_EQ(daemon->endSignal(), SIGABRT);
     EXPECT_EQ(daemon->errors(), "brisko-daemon: a number does not fit a 64-bit integer\n");
   }
   // The next phase resets it before it is published.
   mac->charge(100);
-  live();
+  startDaemon();
   EXPECT_TRUE(daemon->alive());
   EXPECT_THAT(calibrationLines(), ElementsAre(drain));
 }
@@ -429,7 +429,7 @@ TEST_F(CalibrationDaemon, endsEveryProcessOnASoakBeyond64BitsWhileItIsPublished)
 TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
   make(70, "{}");
   mac->write(calibrationPath, R"({"phase":"idle","soakBanked":1e300})");
-  live();
+  startDaemon();
   EXPECT_TRUE(daemon->alive());
   mac->settings(asked);
   daemon->run(minute);
@@ -442,7 +442,7 @@ TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
 TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(10 * minute);
   mac->sleep();
   daemon->run(8 * hour);
@@ -456,7 +456,7 @@ TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
 TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->sleep();
   daemon->run(hour);
@@ -470,7 +470,7 @@ TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
 TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(30 * minute);
   mac->sleep();
@@ -491,7 +491,7 @@ TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
 TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(10 * minute);
   mac->unplug();
@@ -504,7 +504,7 @@ TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
 TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(30 * minute);
   mac->unplug();
@@ -520,7 +520,7 @@ TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
 TEST_F(CalibrationDaemon, pausesWhileTheBatteryIsHotAndContinues) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98,"thermal":true})");
   mac->number(ChangeKind::ambient, 45).temperature(45);
-  live();
+  startDaemon();
   daemon->run(2 * hour);
   EXPECT_EQ(status()["cal"]["phase"], "fill");
   EXPECT_EQ(status()["hot"], true);
@@ -532,7 +532,7 @@ TEST_F(CalibrationDaemon, pausesWhileTheBatteryIsHotAndContinues) {
 TEST_F(CalibrationDaemon, followsEditsAtOnce) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->settings(R"({"calibrate":true,"calDrain":70})");
   daemon->run(0.5);
@@ -540,7 +540,7 @@ TEST_F(CalibrationDaemon, followsEditsAtOnce) {
 
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(50 * minute);
   mac->settings(R"({"calibrate":true,"calSoakMinutes":90})");
@@ -553,7 +553,7 @@ TEST_F(CalibrationDaemon, followsEditsAtOnce) {
 
 TEST_F(CalibrationDaemon, replacesATopUp) {
   make(97, R"({"calibrate":true,"topUp":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
-  live();
+  startDaemon();
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
   EXPECT_EQ(status()["topUp"], false);
   ASSERT_TRUE(runUntil(finished, 12));
@@ -564,7 +564,7 @@ TEST_F(CalibrationDaemon, replacesATopUp) {
 
 TEST_F(CalibrationDaemon, isFollowedByATopUpThatWasRequestedMeanwhile) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->settings(R"({"calibrate":true,"topUp":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   ASSERT_TRUE(runUntil(finished, 12));
@@ -579,7 +579,7 @@ TEST_F(CalibrationDaemon, isFollowedByATopUpThatWasRequestedMeanwhile) {
 TEST_F(CalibrationDaemon, stallsOnAClockThatIsSetFarAhead) {
   make(60);
   leave("refill");
-  live();
+  startDaemon();
   mac->number(ChangeKind::clockStep, 4 * day);
   daemon->run(12);
   EXPECT_THAT(calibrationLines(), ElementsAre("calibration stopped: stalled at the refill step"));
@@ -588,7 +588,7 @@ TEST_F(CalibrationDaemon, stallsOnAClockThatIsSetFarAhead) {
 TEST_F(CalibrationDaemon, soaksForLongerWhenTheClockIsSetBack) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(10 * minute);
   mac->number(ChangeKind::clockStep, -30 * minute);

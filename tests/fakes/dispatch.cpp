@@ -150,7 +150,7 @@ void dispatch_set_context(dispatch_object_t object, void* context) { sourceAt(ob
 void dispatch_resume(dispatch_object_t object) {
   EventSource& source = sourceAt(object);
   if (std::exchange(source.resumed, true)) misuse("a source is resumed twice");
-  noteThreadsOfDispatch();
+  noteDispatchThreads();
   if (source.type == DISPATCH_SOURCE_TYPE_VNODE) return watchFile(source);
   if (source.type == DISPATCH_SOURCE_TYPE_SIGNAL) return watchSignal(source);
   dataSources().push_back(&source);

@@ -94,7 +94,7 @@ void removeFrom(std::vector<Kind*>& all, Kind& object) {
 void waitForNothing() {
   do {
     virtual_mac::letPendingSignalsIn();  // those of signal sources
-    takeTurns();
+    runOtherThreads();
   } while (tellMergedData());
 }
 

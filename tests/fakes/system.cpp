@@ -137,7 +137,7 @@ std::uint64_t mach_absolute_time() { return fakes::ticksOfSeconds(virtual_mac::v
 // Any event ends the wait early.
 kern_return_t mach_wait_until(std::uint64_t deadline) {
   virtual_mac::raiseMachineSignals();
-  fakes::takeTurns();
+  fakes::runOtherThreads();
   const double end = virtual_mac::timeAtUptime(fakes::secondsOfTicks(deadline));
   if (end <= virtual_mac::virtualNow()) return KERN_SUCCESS;
   const double othersTurn = virtual_mac::timeAtUptime(fakes::firstDeadline());

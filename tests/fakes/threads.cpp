@@ -123,7 +123,7 @@ void takeSignals() {
 }
 
 // False if no thread has work.
-bool takeTurn() {
+bool runOtherThread() {
   auto& all = threads().all;
   if (all.empty()) return false;
   takeSignals();
@@ -155,10 +155,10 @@ bool onMainThread() { return gThis == nullptr; }
 
 bool hasOtherThreads() { return threads().dispatchHasSome || !threads().all.empty(); }
 
-void noteThreadsOfDispatch() { threads().dispatchHasSome = true; }
+void noteDispatchThreads() { threads().dispatchHasSome = true; }
 
-void takeTurns() {
-  while (takeTurn()) continue;
+void runOtherThreads() {
+  while (runOtherThread()) continue;
 }
 
 double firstDeadline() {
@@ -173,12 +173,12 @@ void waitInCall(const std::function<bool()>& over, double moment) {
     virtual_mac::raiseMachineSignals();
     do {
       if (over()) return;
-    } while (takeTurn());
+    } while (runOtherThread());
     static_cast<void>(virtual_mac::passToward(std::min(moment, virtual_mac::timeAtUptime(firstDeadline()))));
   }
 }
 
-void letMainThreadGoOn() {
+void letMainThreadRun() {
   gThis->ready = true;
   waitForTurn();
   gThis->ready = false;

@@ -14,13 +14,13 @@ namespace brisko::fakes {
 
 // Whether there is a thread other than the main thread. Dispatch has some from its first use on.
 [[nodiscard]] bool hasOtherThreads();
-void noteThreadsOfDispatch();
+void noteDispatchThreads();
 
 // The following functions are for the main thread while it waits.
 
 // Delivers pending signals to threads that do not block them, and runs each thread that has work, until all
 // threads wait.
-void takeTurns();
+void runOtherThreads();
 
 // The uptime of the first timeout of a waiting thread; infinity if there is none.
 [[nodiscard]] double firstDeadline();
@@ -30,6 +30,6 @@ void takeTurns();
 void waitInCall(const std::function<bool()>& over, double moment = std::numeric_limits<double>::infinity());
 
 // For other threads: lets the main thread run until it waits again.
-void letMainThreadGoOn();
+void letMainThreadRun();
 
 }  // namespace brisko::fakes

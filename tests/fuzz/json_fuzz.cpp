@@ -38,10 +38,10 @@ struct Shape : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Shape> {
   bool infinite = false;
 };
 
-enum class Judgement { noJson, json, jsonWithInfiniteNumbers };
+enum class OtherResult { noJson, json, jsonWithInfiniteNumbers };
 
 // Missing if the other reader rejects a number because of its huge exponent.
-std::optional<Judgement> judge(std::string_view text) {
+std::optional<OtherResult> readWithOther(std::string_view text) {
   constexpr int mostLevels = 512;
   constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
                              rapidjson::kParseNumbersAsStringsFlag;
@@ -50,8 +50,8 @@ std::optional<Judgement> judge(std::string_view text) {
   Shape shape;
   const rapidjson::ParseResult result = reader.Parse<flags>(stream, shape);
   if (result.Code() == rapidjson::kParseErrorNumberTooBig) return std::nullopt;
-  if (result.IsError() || shape.deepest > mostLevels) return Judgement::noJson;
-  return shape.infinite ? Judgement::jsonWithInfiniteNumbers : Judgement::json;
+  if (result.IsError() || shape.deepest > mostLevels) return OtherResult::noJson;
+  return shape.infinite ? OtherResult::jsonWithInfiniteNumbers : OtherResult::json;
 }
 
 bool holdsInfiniteNumber(const Json& value) {
@@ -67,13 +67,13 @@ bool isUndisputed(std::string_view text) {
 
 void tryText(std::string_view text) {
   const std::optional<Json> value = parseJson(text);
-  const std::optional<Judgement> other = judge(text);
-  if (isUndisputed(text) && other) require(value.has_value() == (*other != Judgement::noJson));
+  const std::optional<OtherResult> other = readWithOther(text);
+  if (isUndisputed(text) && other) require(value.has_value() == (*other != OtherResult::noJson));
   if (!value) return;
   const std::optional<std::string> written = jsonText(*value);
   require(written.has_value() != holdsInfiniteNumber(*value));
   // The last of duplicate keys may have replaced it.
-  if (!written) return require(!other || *other != Judgement::json);
+  if (!written) return require(!other || *other != OtherResult::json);
   const std::optional<Json> again = parseJson(*written);
   require(again.has_value());
   require(*again == *value);

@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-void expectComplaint(const Finished& finished, int status, const std::string& text) {
+void expectError(const Finished& finished, int status, const std::string& text) {
   EXPECT_EQ(finished.status, status);
   EXPECT_EQ(finished.output, "");
   EXPECT_THAT(finished.errors, HasSubstr(text));
@@ -75,18 +75,18 @@ TEST(Vmac, canStartTheDaemonAsAnotherUserThanRoot) {
 TEST(Vmac, refusesAFolderThatIsNotEmpty) {
   const LiveMac mac;
   const std::string before = test::contents(mac.folder() + "/machine");
-  expectComplaint(run("brisko-vmac", {"new", mac.folder()}), 1, "brisko-vmac: ");
+  expectError(run("brisko-vmac", {"new", mac.folder()}), 1, "brisko-vmac: ");
   EXPECT_EQ(test::contents(mac.folder() + "/machine"), before);
 }
 
 TEST(Vmac, reportsMissingAndInvalidArguments) {
-  expectComplaint(run("brisko-vmac", {}), 2, "");
-  expectComplaint(run("brisko-vmac", {"dance"}), 2, "");
-  expectComplaint(run("brisko-vmac", {"show"}), 2, "folder");
+  expectError(run("brisko-vmac", {}), 2, "");
+  expectError(run("brisko-vmac", {"dance"}), 2, "");
+  expectError(run("brisko-vmac", {"show"}), 2, "folder");
   const test::ScratchFolder scratch;
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--model", "toaster"}), 2, "toaster");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--charge", "101"}), 2, "101");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--gate", "door"}), 2, "door");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--model", "toaster"}), 2, "toaster");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--charge", "101"}), 2, "101");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--gate", "door"}), 2, "door");
   EXPECT_FALSE(test::exists(scratch.path() + "/a"));
 }
 
@@ -131,7 +131,7 @@ TEST(Vmac, changesNothingIfOneOfSeveralArgumentsIsInvalid) {
         Words{"charge=20", "load"}, Words{"charge= 20"}}) {
     Words all{"set", mac.folder()};
     all.insert(all.end(), words.begin(), words.end());
-    expectComplaint(run("brisko-vmac", all), 2, "brisko-vmac: ");
+    expectError(run("brisko-vmac", all), 2, "brisko-vmac: ");
   }
   EXPECT_NEAR(mac.charge(), 70, 0.6);
 }
@@ -142,7 +142,7 @@ TEST(Vmac, writesKeysAsAnotherProgramWould) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
   EXPECT_EQ(mac.key("ACLC"), "03");
   for (const char* bad : {"CHTE", "CHTE=1", "CHTE=xx", "TOOLONG=01", "CHT=01000000"}) {
-    expectComplaint(run("brisko-vmac", {"key", mac.folder(), bad}), 2, "KEY=HEX");
+    expectError(run("brisko-vmac", {"key", mac.folder(), bad}), 2, "KEY=HEX");
   }
 }
 
@@ -162,8 +162,8 @@ TEST(Vmac, injectsFaults) {
   EXPECT_THAT(list.output, HasSubstr("key-ignores-write"));
   static_cast<void>(mac.vmac("fault", {"key-ignores-write", "--key", "CHTE"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
+  expectError(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
+  expectError(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
 }
 
 TEST(Vmac, makesAMacWithItsOwnLimitAndMovesItsSlider) {
@@ -177,9 +177,9 @@ TEST(Vmac, makesAMacWithItsOwnLimitAndMovesItsSlider) {
   EXPECT_TRUE(eventually([&] {
     return mac.vmac("show").find("limit        none, asked for none\n") != std::string::npos;
   })) << mac.vmac("show");
-  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "limit=75"}), 2,
-                  "limit takes a number from 80 to 100");
-  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
+  expectError(run("brisko-vmac", {"set", mac.folder(), "limit=75"}), 2,
+              "limit takes a number from 80 to 100");
+  expectError(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
 }
 
 TEST(Vmac, showsARequestedLimitBeforeItIsApplied) {
@@ -244,7 +244,7 @@ TEST(Boot, bootsAMachineOnce) {
   const LiveMac mac;
   Program boot("brisko-vmac", {"boot", mac.folder()});
   ASSERT_TRUE(mac.logs("batt 70%"));
-  expectComplaint(run("brisko-vmac", {"boot", mac.folder()}), 1, "booted already");
+  expectError(run("brisko-vmac", {"boot", mac.folder()}), 1, "booted already");
   static_cast<void>(mac.vmac("shutdown"));
   EXPECT_TRUE(boot.ends());
 }
@@ -274,8 +274,8 @@ TEST(Boot, leavesNoLockBehindWhenItIsKilled) {
 
 TEST(Boot, reportsADaemonThatCannotBeStarted) {
   const LiveMac mac;
-  expectComplaint(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
-                  "/nowhere/brisko-daemon");
+  expectError(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
+              "/nowhere/brisko-daemon");
 }
 
 TEST(Boot, passesArgumentsToTheDaemon) {

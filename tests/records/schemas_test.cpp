@@ -314,7 +314,7 @@ class RecordCheck : public ::testing::Test {
   RecordCheck() { root() = folder_.path(); }
 
   // A statement that should fail cannot use the fixture.
-  static void look() { test::checkRecords(root()); }
+  static void checkFolder() { test::checkRecords(root()); }
   static std::string path(const std::string& name) { return root() + "/" + name; }
 
   // Appends to a file as the daemon does to its history.
@@ -341,11 +341,11 @@ TEST_F(RecordCheck, failsOnEachInvalidRecord) {
                                                                      {"statistics", "stats.json"}}) {
     Json document = whole(kind);
     writeJsonFile(path(name), document);
-    look();
+    checkFolder();
     document["another"] = 1;
     writeJsonFile(path(name), document);
-    EXPECT_NONFATAL_FAILURE(look(), "#/another breaks \"additionalProperties\"");
-    look();  // reported once
+    EXPECT_NONFATAL_FAILURE(checkFolder(), "#/another breaks \"additionalProperties\"");
+    checkFolder();  // reported once
   }
 }
 
@@ -354,24 +354,25 @@ TEST_F(RecordCheck, reportsTheErrorAndItsPlace) {
   document["since"] = 7;
   writeJsonFile(path("stats.json"), document);
   EXPECT_NONFATAL_FAILURE(
-      look(), "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
+      checkFolder(),
+      "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
 }
 
 TEST_F(RecordCheck, readsNestedFolders) {
   test::makeFolder(path("a"));
   test::makeFolder(path("a/b"));
   writeJsonFile(path("a/b/config.json"), Json::object());
-  EXPECT_NONFATAL_FAILURE(look(), "/a/b/config.json\n  # breaks \"required\"");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "/a/b/config.json\n  # breaks \"required\"");
 }
 
 TEST_F(RecordCheck, ignoresFilesThatTheTestPut) {
   test::put(path("config.json"), "{\"limit\":");
-  look();
+  checkFolder();
   test::put(path("config.json.new"), "{}");
   ASSERT_EQ(std::rename(path("config.json.new").c_str(), path("config.json").c_str()), 0);
-  look();
+  checkFolder();
   writeJsonFile(path("config.json"), {{"limit", 80}});
-  EXPECT_NONFATAL_FAILURE(look(), "required");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "required");
 }
 
 TEST_F(RecordCheck, skipsAnEmptyRecordAndOtherFiles) {
@@ -380,30 +381,30 @@ TEST_F(RecordCheck, skipsAnEmptyRecordAndOtherFiles) {
   test::makeFolder(path("stats.json"));
   test::makePipe(path("calibration.json"));
   test::makeLink(path("config.json"), path("another.json"));
-  look();
+  checkFolder();
 }
 
 TEST_F(RecordCheck, checksEachLineOfTheHistory) {
   const std::string day = "2026-03-01.jsonl";
   append(day, line);
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{\"g\":true}\n");
-  EXPECT_NONFATAL_FAILURE(look(), "# breaks \"required\" of # in history-line.schema.json");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "# breaks \"required\" of # in history-line.schema.json");
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{\"g\"");
-  EXPECT_NONFATAL_FAILURE(look(), "its last line does not end");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "its last line does not end");
 }
 
 TEST_F(RecordCheck, checksWhatFollowsTheLinesThatTheTestWrote) {
   const std::string day = "2026-03-01.jsonl";
   test::put(path(day), "not one of ours\n");
-  look();
+  checkFolder();
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{}\n");
-  EXPECT_NONFATAL_FAILURE(look(), "required");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "required");
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -30,7 +30,7 @@ bool isPath(std::string_view text) {
 }
 
 // More than the sign, so it must be in the manual.
-bool isComplaint(std::string_view text) {
+bool isErrorMessage(std::string_view text) {
   constexpr std::string_view sign = "⛔️ ";
   return text.starts_with(sign) && text.size() > sign.size();
 }
@@ -48,7 +48,7 @@ bool isExplained(const std::string& manual, const std::string& path, const std::
   if (isSeam(path)) return true;
   if (isOption(text)) return namesOption(manual, text);
   if (isPath(text)) return manual.find(text) != std::string::npos;
-  return !isComplaint(text) || manual.find(text.substr(0, text.find('\n'))) != std::string::npos;
+  return !isErrorMessage(text) || manual.find(text.substr(0, text.find('\n'))) != std::string::npos;
 }
 
 // The options that the manual explains, with the line that begins each.

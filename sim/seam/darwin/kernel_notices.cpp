@@ -64,18 +64,18 @@ int openNoticeQueue() {
 // Children inherit no queue here.
 int openFileEventQueueForProcesses() { return -1; }
 
-AskedNumbers askForNotices(int queue, int descriptor, bool /*isFolder*/) {
+WatchNumbers addWatch(int queue, int descriptor, bool /*isFolder*/) {
   return {.file = tell(queue, descriptor, EV_ADD | EV_CLEAR, everything) ? descriptor : -1,
           .folderAround = -1};
 }
 
-int askForFolderAround(int /*queue*/, int /*descriptor*/) { return -1; }
+int addFolderWatch(int /*queue*/, int /*descriptor*/) { return -1; }
 
-void stopNotices(int queue, int number) {
+void removeWatch(int queue, int number) {
   if (number >= 0) tell(queue, number, EV_DELETE, 0);
 }
 
-std::vector<Notice> takeNotices(int queue) {
+std::vector<Notice> readNotices(int queue) {
   std::vector<Notice> notices;
   std::array<struct kevent, 16> part{};
   const timespec noWait{};
@@ -92,7 +92,7 @@ std::vector<Notice> takeNotices(int queue) {
 }
 
 // This kernel reports a new length as a change of attributes too, whether the file was written or truncated.
-platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
+platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before, const FileState& after) {
   const bool isFile = !after.isFolder();
   const bool resized = after.status.st_size != before.status.st_size;
   const bool written = isFile && ((notices & NOTE_WRITE) != 0 || resized);

@@ -82,20 +82,20 @@ int openNoticeQueue() { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }
 
 int openFileEventQueueForProcesses() { return openNoticeQueue(); }
 
-AskedNumbers askForNotices(int queue, int descriptor, bool isFolder) {
+WatchNumbers addWatch(int queue, int descriptor, bool isFolder) {
   return {.file = askFor(queue, linkTo(descriptor), ofTheFile),
-          .folderAround = isFolder ? askForFolderAround(queue, descriptor) : -1};
+          .folderAround = isFolder ? addFolderWatch(queue, descriptor) : -1};
 }
 
-int askForFolderAround(int queue, int descriptor) {
+int addFolderWatch(int queue, int descriptor) {
   return askFor(queue, linkTo(descriptor) + "/..", ofTheFolderAround);
 }
 
-void stopNotices(int queue, int number) {
+void removeWatch(int queue, int number) {
   if (number >= 0) ::inotify_rm_watch(queue, number);
 }
 
-std::vector<Notice> takeNotices(int queue) {
+std::vector<Notice> readNotices(int queue) {
   std::vector<Notice> notices;
   std::array<char, 4096> part;
   for (;;) {
@@ -110,7 +110,7 @@ std::vector<Notice> takeNotices(int queue) {
   }
 }
 
-platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
+platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before, const FileState& after) {
   // The number of a folder's links depends on its subfolders.
   const bool lostALink = !after.isFolder() && after.status.st_nlink < before.status.st_nlink;
   const bool deleted = (before.named && !after.named) || lostALink;

@@ -43,8 +43,8 @@ using SignalBits = std::uint64_t;  // bit n is signal n, of the signals that exi
 constexpr double timeoutSeconds = 5;  // of uptime, for the main thread
 constexpr int signalNumbers = 32;
 constexpr SignalBits allSignals = 0xFFFFFFFF;
-constexpr SignalBits mainThreadHasIt = SignalBits{1} << 32U;
-constexpr SignalBits standbyHasIt = SignalBits{1} << 33U;
+constexpr SignalBits mainThreadHandles = SignalBits{1} << 32U;
+constexpr SignalBits standbyHandles = SignalBits{1} << 33U;
 
 constexpr SignalBits bitOf(int signal) { return SignalBits{1} << static_cast<unsigned>(signal); }
 
@@ -52,35 +52,35 @@ std::array<std::atomic<Handler>, signalNumbers> gHandlers{};
 std::atomic<SignalBits> gHandled{0};
 // The signals that have arrived and are not yet handled, and which thread handles some. One word, because it
 // decides which of the two threads calls the handlers.
-std::atomic<SignalBits> gNoted{0};
+std::atomic<SignalBits> gPending{0};
 std::atomic<pthread_t> gStandby{};
-dispatch_source_t gWake = nullptr;    // its work, on the main thread, handles the recorded signals
-semaphore_t gNews = SEMAPHORE_NULL;   // makes the standby thread check again
-semaphore_t gLetIn = SEMAPHORE_NULL;  // signalled when it has unblocked all handled signals
+dispatch_source_t gWake = nullptr;         // its work, on the main thread, handles the recorded signals
+semaphore_t gCheckAgain = SEMAPHORE_NULL;  // makes the standby thread check again
+semaphore_t gUnblocked = SEMAPHORE_NULL;   // signalled when it has unblocked all handled signals
 
-bool anyNoted() { return (gNoted & allSignals) != 0; }
+bool anyPending() { return (gPending & allSignals) != 0; }
 
 // Claims all recorded signals for a thread; none if there are none, or if a thread has claimed some and has
 // not finished.
-SignalBits takeUpAs(SignalBits who) {
-  SignalBits noted = gNoted;
+SignalBits claimSignals(SignalBits who) {
+  SignalBits pending = gPending;
   do {
-    if ((noted & allSignals) == 0 || (noted & ~allSignals) != 0) return 0;
-  } while (!gNoted.compare_exchange_weak(noted, who));
-  return noted;
+    if ((pending & allSignals) == 0 || (pending & ~allSignals) != 0) return 0;
+  } while (!gPending.compare_exchange_weak(pending, who));
+  return pending;
 }
 
 // Runs on the standby thread, which is waiting at that moment and never inside Dispatch. Merging takes no
 // lock and no memory.
-void note(int signal) {
+void recordSignal(int signal) {
   const int before = errno;
-  gNoted.fetch_or(bitOf(signal));
+  gPending.fetch_or(bitOf(signal));
   dispatch_source_merge_data(gWake, 1);
-  semaphore_signal(gNews);
+  semaphore_signal(gCheckAgain);
   errno = before;
 }
 
-void callHandlers(SignalBits noted) {
+void callHandlers(SignalBits pending) {
   sigset_t both;
   sigset_t before;
   sigemptyset(&both);
@@ -88,39 +88,39 @@ void callHandlers(SignalBits noted) {
   sigaddset(&both, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &both, &before);
   for (int signal = 1; signal < signalNumbers; ++signal) {
-    if ((noted & bitOf(signal)) != 0) gHandlers[static_cast<std::size_t>(signal)].load()(signal);
+    if ((pending & bitOf(signal)) != 0) gHandlers[static_cast<std::size_t>(signal)].load()(signal);
   }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // -- On the main thread
 
-void takeUp(void* /*context*/) {
-  const SignalBits noted = takeUpAs(mainThreadHasIt);
-  if (noted == 0) return stayIfAnotherTookOver();
-  callHandlers(noted);
-  gNoted.fetch_and(~mainThreadHasIt);
-  semaphore_signal(gNews);
+void handleSignals(void* /*context*/) {
+  const SignalBits pending = claimSignals(mainThreadHandles);
+  if (pending == 0) return stopIfStandbyTookOver();
+  callHandlers(pending);
+  gPending.fetch_and(~mainThreadHandles);
+  semaphore_signal(gCheckAgain);
 }
 
 // -- On the standby thread
 
 // A signal ends the wait early; its handler has already recorded everything.
-void awaitNews() {
-  while (semaphore_wait(gNews) == KERN_ABORTED) {
+void awaitCheck() {
+  while (semaphore_wait(gCheckAgain) == KERN_ABORTED) {
   }
 }
 
 // Never zero, so that time passes.
-void awaitNewsFor(double seconds) {
+void awaitCheckFor(double seconds) {
   constexpr std::int64_t perSecond = 1'000'000'000;
   const auto nanoseconds = static_cast<std::int64_t>(std::ceil(seconds * static_cast<double>(perSecond)));
-  semaphore_timedwait(gNews, {.tv_sec = static_cast<unsigned>(nanoseconds / perSecond),
-                              .tv_nsec = static_cast<int>(nanoseconds % perSecond)});
+  semaphore_timedwait(gCheckAgain, {.tv_sec = static_cast<unsigned>(nanoseconds / perSecond),
+                                    .tv_nsec = static_cast<int>(nanoseconds % perSecond)});
 }
 
-// Signals gLetIn when more signals are unblocked than before.
-void letHandledSignalsIn() {
+// Signals gUnblocked when more signals are unblocked than before.
+void unblockHandledSignals() {
   static SignalBits open = 0;
   const SignalBits handled = gHandled;
   if (handled == open) return;
@@ -131,25 +131,25 @@ void letHandledSignalsIn() {
     if ((handled & bitOf(signal)) != 0) sigaddset(&signals, signal);
   }
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-  semaphore_signal(gLetIn);
+  semaphore_signal(gUnblocked);
 }
 
-void giveTheMainThreadTime() {
+void waitForMainThread() {
   const double deadline = uptime() + timeoutSeconds;
-  for (double left = timeoutSeconds; anyNoted() && left > 0; left = deadline - uptime()) {
-    awaitNewsFor(left);
-    letHandledSignalsIn();
+  for (double left = timeoutSeconds; anyPending() && left > 0; left = deadline - uptime()) {
+    awaitCheckFor(left);
+    unblockHandledSignals();
   }
 }
 
 void* standBy(void* /*context*/) {
   gStandby = ::pthread_self();
   for (;;) {
-    awaitNews();
-    letHandledSignalsIn();
-    giveTheMainThreadTime();
+    awaitCheck();
+    unblockHandledSignals();
+    waitForMainThread();
     // Never released, so a main thread whose call returns stops.
-    if (const SignalBits noted = takeUpAs(standbyHasIt); noted != 0) callHandlers(noted);
+    if (const SignalBits pending = claimSignals(standbyHandles); pending != 0) callHandlers(pending);
   }
   return nullptr;
 }
@@ -159,13 +159,13 @@ void* standBy(void* /*context*/) {
 void makeWakeSource() {
   // Used until the process ends, so neither released nor destroyed.
   gWake = dispatch_source_create(DISPATCH_SOURCE_TYPE_DATA_OR, 0, 0, dispatch_get_main_queue());
-  dispatch_source_set_event_handler_f(gWake, takeUp);
+  dispatch_source_set_event_handler_f(gWake, handleSignals);
   dispatch_resume(gWake);
 }
 
 bool startStandby() {
   makeWakeSource();
-  for (semaphore_t* semaphore : {&gNews, &gLetIn}) {
+  for (semaphore_t* semaphore : {&gCheckAgain, &gUnblocked}) {
     if (semaphore_create(mach_task_self(), semaphore, SYNC_POLICY_FIFO, 0) != KERN_SUCCESS) return false;
   }
   pthread_t thread{};
@@ -176,10 +176,10 @@ bool startStandby() {
 
 // The standby thread unblocks the signal before this thread blocks it: while all threads block a signal, the
 // kernel assigns it to one of them, which need not be the one that will unblock it.
-void giveToStandby(int signal) {
+void passToStandby(int signal) {
   if ((gHandled.fetch_or(bitOf(signal)) & bitOf(signal)) != 0) return;
-  semaphore_signal(gNews);
-  while (semaphore_wait(gLetIn) == KERN_ABORTED) {
+  semaphore_signal(gCheckAgain);
+  while (semaphore_wait(gUnblocked) == KERN_ABORTED) {
   }
   sigset_t one;
   sigemptyset(&one);
@@ -196,18 +196,18 @@ void installSignalHandler(int signal, Handler handler) {
   gHandlers.at(static_cast<std::size_t>(signal)).store(handler);
   static const bool standsBy = startStandby();
   struct sigaction action {};
-  action.sa_handler = note;
+  action.sa_handler = recordSignal;
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   sigaddset(&action.sa_mask, SIGINT);
   sigaddset(&action.sa_mask, SIGTERM);
   sigaction(signal, &action, nullptr);
   // Without a standby thread the main thread handles its signals itself, and no thread replaces it.
-  if (standsBy) giveToStandby(signal);
+  if (standsBy) passToStandby(signal);
 }
 
-void stayIfAnotherTookOver() {
-  if ((gNoted & standbyHasIt) == 0 || ::pthread_equal(gStandby, ::pthread_self()) != 0) return;
+void stopIfStandbyTookOver() {
+  if ((gPending & standbyHandles) == 0 || ::pthread_equal(gStandby, ::pthread_self()) != 0) return;
   for (;;) mach_wait_until(std::numeric_limits<std::uint64_t>::max());
 }
 

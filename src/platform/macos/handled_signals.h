@@ -7,6 +7,6 @@ namespace brisko::platform {
 
 // Must be called before every exchange with the controller. Returns at once, or never if another thread
 // handles a signal.
-void stayIfAnotherTookOver();
+void stopIfStandbyTookOver();
 
 }  // namespace brisko::platform

@@ -28,7 +28,7 @@ KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose
 
 SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
   // Every key is written through here, so a thread that may not write any more stops here.
-  stayIfAnotherTookOver();
+  stopIfStandbyTookOver();
   std::size_t answered = output.size();
   const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
                                                                  input.size(), output.data(), &answered));

@@ -10,8 +10,7 @@
 namespace brisko::client {
 namespace {
 
-// ---------------------------------------------------------------------------------------------------------
-// Parsing the document
+// --- Parsing the document
 
 // Variable parts for which the document gives a meaning instead of a list of texts.
 struct Meaning {
@@ -198,8 +197,7 @@ void makeIdsUnique(std::vector<LogEntry>& entries) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Matching
+// --- Matching
 
 std::size_t lengthOfNumber(std::string_view text) {
   std::size_t length = 0;

@@ -23,8 +23,7 @@ ChangeOutcome refused(ExitStatus status, std::string text) {
 
 std::string sudoLine(const ChangeOptions& options) { return "run: sudo " + options.commandLine; }
 
-// ---------------------------------------------------------------------------------------------------------
-// Before anything is changed
+// --- Before anything is changed
 
 // A dormant or released daemon would not act on a change; after a purge it would not even store it.
 std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOptions& options) {
@@ -49,8 +48,7 @@ std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOpti
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Confirming
+// --- Confirming
 
 struct Observation {
   bool confirmed = false;
@@ -116,8 +114,7 @@ ChangeOutcome outcomeOf(const Observation& seen, Way way) {
   return {.way = way, .text = "It is written; the daemon reads it within 12 s."};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The two ways
+// --- The two ways
 
 // Without a readable file the daemon would start from the defaults and ignore the limit of its command line.
 Json toSend(const State& state, const Json& keys) {

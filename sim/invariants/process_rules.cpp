@@ -21,8 +21,7 @@ using virtual_mac::JournalEntry;
 using virtual_mac::RequestKind;
 using virtual_mac::RequestStage;
 
-// ---------------------------------------------------------------------------------------------------------
-// The calibration
+// --- The calibration
 
 constexpr Invariant calibrationPhases{27,
                                       "A calibration goes through its phases in their order, one in a tick, "
@@ -92,8 +91,7 @@ class Calibration final : public Rule {
   double tickedAt_ = 0;  // machine time of the tick before
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Dormant or released
+// --- Dormant or released
 
 constexpr Invariant nothingAtRest{30, "When dormant or released nothing is driven and nothing published."};
 
@@ -142,8 +140,7 @@ class AtRest final : public Rule {
   bool wasReleased_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Each request has one reply
+// --- Each request has one reply
 
 class Replies final : public Rule {
  public:
@@ -188,8 +185,7 @@ class Replies final : public Rule {
   double waitsSince_ = 0;                 // uptime
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// How a process ends
+// --- How a process ends
 
 constexpr Invariant noEndByInput{32,
                                  "Nothing that stands in a file or comes from the hardware ends the process, "

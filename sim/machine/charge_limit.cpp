@@ -157,8 +157,6 @@ std::string valueText(const JournalEntry& entry) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------------------
-
 ChargeLimit freshLimit(bool offered) {
   ChargeLimit limit{};
   limit.offered = offered;
@@ -247,8 +245,6 @@ void guardLimit(Machine& machine, double seconds) {
   if (seconds < 0) limit.revertAt = none;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 LimitClient loadClient(Machine& machine) {
   ++machine.limit.calls.loads;
   const LimitClient client = machine.limit.client;
@@ -283,8 +279,6 @@ std::optional<bool> setByClient(Machine& machine, Journal& journal, std::int64_t
   entry.status = answer.value_or(false) ? 0 : 1;
   return answer;
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 std::string_view nameOf(LimitPreference preference) {
   return preferenceNames[static_cast<std::size_t>(preference)];
@@ -327,8 +321,6 @@ void notify(Machine& machine, Journal& journal, std::string_view name) {
   std::copy_n(name.begin(), entry.size, entry.bytes.begin());
   if (ours) notifyService(machine);
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 std::string limitEntryText(const JournalEntry& entry) {
   switch (entry.command) {

@@ -24,8 +24,7 @@ double orNever(double at) {
   return at;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Messages
+// --- Messages
 
 PowerNotice& placeOf(Sleep& sleep, std::uint32_t token) { return sleep.notices[token % noticePlaces]; }
 
@@ -54,8 +53,7 @@ void rewriteCapabilities(Machine& machine, std::uint32_t capabilities) {
   machine.system.capabilities = capabilities;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Scheduled events
+// --- Scheduled events
 
 bool endsSleep(const ScheduledEvent& event) {
   const std::string_view type = textOf(event.type);
@@ -118,8 +116,7 @@ KernelStatus removeEvent(Sleep& sleep, const ScheduledEvent& event) {
   return platform::kernelSuccess;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The journal
+// --- The journal
 
 void noteEvent(const Machine& machine, Journal& journal, std::uint8_t command, double date,
                KernelStatus status) {
@@ -129,8 +126,7 @@ void noteEvent(const Machine& machine, Journal& journal, std::uint8_t command, d
   std::memcpy(entry.bytes.data(), &date, sizeof date);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Falling asleep
+// --- Falling asleep
 
 void announceSleep(Machine& machine) {
   beginStage(machine, SleepStage::announced, PowerMessage::systemWillSleep);
@@ -208,8 +204,6 @@ void followSchedule(Machine& machine) {
 }
 
 }  // namespace
-
-// ---------------------------------------------------------------------------------------------------------
 
 Sleep freshSleep() {
   Sleep sleep{};

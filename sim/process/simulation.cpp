@@ -58,8 +58,7 @@ void Simulation::begin() {
   if (starts_) startDaemon();
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Time
+// --- Time
 
 void Simulation::pass(double seconds) {
   const double end = machine().now + seconds;
@@ -137,8 +136,7 @@ std::vector<virtual_mac::JournalEntry> Simulation::newEntries() const {
   return entries;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Actions
+// --- Actions
 
 void Simulation::change(const virtual_mac::Change& change) {
   ++actions_;
@@ -261,8 +259,7 @@ void Simulation::remove(std::string_view unmapped) {
   fs::remove_all(path(unmapped), ignored);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Observations
+// --- Observations
 
 std::vector<std::uint8_t> Simulation::key(std::string_view name) const { return keyBytes(machine(), name); }
 

@@ -13,7 +13,6 @@ namespace brisko::lab {
 namespace {
 
 using RunCheck = std::function<std::vector<Difference>(const CheckedSimulation&)>;
-using virtual_mac::Machine;
 
 // --- Numbers
 
@@ -269,8 +268,6 @@ RunCheck readState(const JsonCursor& place) {
     return differencesOfFile(simulation, expectation);
   };
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 using Read = RunCheck (*)(const JsonCursor&);
 constexpr std::array<std::pair<const char*, Read>, 18> readers{{

@@ -18,8 +18,7 @@ namespace {
 
 using virtual_mac::Machine;
 
-// ---------------------------------------------------------------------------------------------------------
-// The machine
+// --- The machine
 
 std::optional<Light> lightOf(const Machine& machine, bool blinking) {
   const virtual_mac::SmcKey* key = virtual_mac::findKey(machine, virtual_mac::keyCode("ACLC"));
@@ -67,8 +66,7 @@ Moment momentOf(const Machine& machine) {
   return moment;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The daemon
+// --- The daemon
 
 Occasion occasionOf(CalPhase phase) {
   switch (phase) {
@@ -94,8 +92,7 @@ bool bandIsInForce() {
   return gAtLimit && gCal.phase == CalPhase::idle && !gSystemLocked && !gDormant && !gReleased;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The filter
+// --- The filter
 
 bool moved(const std::optional<double>& now, const std::optional<double>& before, double step) {
   return std::abs(now.value_or(0) - before.value_or(0)) >= step;

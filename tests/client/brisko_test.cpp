@@ -20,7 +20,6 @@ namespace brisko {
 namespace {
 
 using nlohmann::json;
-using test::countOf;
 using test::eventually;
 using test::expectRefused;
 using test::Finished;
@@ -29,7 +28,6 @@ using test::said;
 using test::Words;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using ::testing::Not;
 using ::testing::StartsWith;
 
 // The one object that a command printed, validated against its schema.
@@ -44,8 +42,7 @@ json answered(const Finished& finished, const std::string& kind, int status = 0)
   return object;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Reading
+// --- Reading
 
 TEST(Brisko, showsWhatTheDaemonDoes) {
   LiveBrisko mac;
@@ -107,8 +104,7 @@ TEST(Brisko, showsTheLogInEnglish) {
   expectRefused(mac.brisko({"log", "--since", "yesterday"}), 2, "90m, 2h or 3d");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Changing
+// --- Changing
 
 TEST(Brisko, changesTheLimitThroughTheServiceAndKeepsEverythingElse) {
   LiveBrisko mac;
@@ -223,8 +219,7 @@ TEST(Brisko, losesNoneOfAThousandWritesFromEightClients) {
   for (std::size_t index = 0; index < keys.size(); ++index) EXPECT_EQ(lost[index], 0) << keys[index];
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// In the file
+// --- In the file
 
 TEST(BriskoWithoutService, writesTheFileForADaemonThatRefusesIt) {
   LiveBrisko mac;
@@ -259,8 +254,7 @@ TEST(BriskoWithoutService, namesTheLineWithSudo) {
   EXPECT_EQ(mac.config(), before);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Bad input
+// --- Bad input
 
 TEST(BriskoRefuses, numbersThatAreNotALimit) {
   LiveBrisko mac;

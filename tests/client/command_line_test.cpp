@@ -96,8 +96,6 @@ TEST(Manuals, passTheLintOfMandoc) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(SettingKeys, areTheKeysOfTheFile) {
   const Json defaults = configObject(Settings{});
   ASSERT_EQ(settingKeys().size(), defaults.size());

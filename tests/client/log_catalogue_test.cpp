@@ -12,9 +12,7 @@
 namespace brisko::client {
 namespace {
 
-using ::testing::HasSubstr;
 using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
 
 std::string idOf(std::string_view message) {
   const auto match = findEntry(message);

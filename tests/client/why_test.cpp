@@ -11,7 +11,6 @@ namespace brisko::client {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr double now = 1'772'352'000;
 

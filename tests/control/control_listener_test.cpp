@@ -339,8 +339,7 @@ TEST_F(ControlListener, answersAClientThatClosedItsSide) {
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Misbehaving clients
+// --- Misbehaving clients
 
 TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
   const std::string whole = lineOf(named("app")) +
@@ -501,8 +500,7 @@ TEST_F(ControlListener, doesNotWaitForAClientToRead) {
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The requirement
+// --- The requirement
 
 TEST_F(ControlListener, admitsOnlyClientsThatMeetTheRequirement) {
   service.requirement = [] { return goodRequirement; };
@@ -565,8 +563,7 @@ TEST_F(ControlListener, readsTheRequirementForEachConnectionOffTheMainThread) {
   EXPECT_EQ(connections, 3);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Threads, sockets, processes
+// --- Threads, sockets, processes
 
 std::ptrdiff_t entriesOf(const std::string& directory) {
   const std::filesystem::directory_iterator all(directory);

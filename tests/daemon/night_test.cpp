@@ -299,8 +299,7 @@ TEST_F(Night, isHandledByTheHeartbeatWithoutPowerNotifications) {
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Many nights
+// --- Many nights
 
 // What the daemon's process records after each event, in memory that it shares with the test.
 struct Watched {

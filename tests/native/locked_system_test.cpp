@@ -18,7 +18,6 @@ namespace brisko {
 namespace {
 
 using namespace test;
-using Notes = std::vector<std::string>;
 
 constexpr const char* configFile = "/Library/Application Support/Brisko/config.json";
 constexpr const char* statusFile = "/Library/Application Support/Brisko/status.json";

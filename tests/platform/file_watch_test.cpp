@@ -265,8 +265,6 @@ TEST_F(FileWatchContract, deliversOnlyWhatIsWanted) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST_F(FileWatchContract, reportsAFolderThatIsRenamedAndFollowsIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
@@ -332,8 +330,6 @@ TEST_F(FileWatchContract, watchesAFolderAndAnotherInsideIt) {
   removeFolder(folder);
   EXPECT_THAT(delivered(), ElementsAre("outer deleted"));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(FileWatchContract, deliversTwoWritesOfOneIterationAsOneSet) {
   (void)watch(path);
@@ -419,8 +415,6 @@ TEST_F(FileWatchContract, reportsAnOverflowAsAChange) {
   test::put(path, "CONTENT");
   EXPECT_THAT(delivered(), ElementsAre("first written"));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(FileWatchContract, cancelsOnceAndInALaterIteration) {
   const WatchToken token = watch(path);
@@ -526,8 +520,6 @@ TEST_F(FileWatchContract, leavesNothingBehind) {
   }
   EXPECT_EQ(test::openDescriptors(), before);
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(FileWatchContract, opensNothingAtAMissingPath) {
   EXPECT_FALSE(openForEvents(scratch.path("missing")).has_value());

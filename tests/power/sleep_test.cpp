@@ -28,8 +28,6 @@ using platform::PowerMessage;
 constexpr const char* failedWake =
     "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil";
 
-// ---------------------------------------------------------------------------------------------------------
-
 SleepPlan planAt(std::int64_t pct, Bounds band = {80, 75}) { return planSleep({.pct = pct, .band = band}); }
 
 TEST(SleepPlan, carriesOnBelowTheBandAndFreezesFromItsLowerEdgeOn) {
@@ -156,8 +154,6 @@ TEST(MinutesToChargeWithoutAMac, areUnknown) {
   EXPECT_EQ(minutesToCharge(80, 80), 0);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 class ScheduledWake : public OnVirtualMac {};
 
 TEST_F(ScheduledWake, isScheduledAndLogged) {
@@ -212,8 +208,6 @@ TEST_F(ScheduledWake, isMissingIfTheSystemRefuses) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << "the old one is removed";
   EXPECT_THAT(newLines(), ElementsAre(failedWake));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 class SleepEntry : public OnVirtualMac {
  protected:
@@ -431,8 +425,6 @@ TEST_F(NothingToPlan, whereMacOSKeepsItsOwnLimit) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   expectNothingDone();
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 class Announcement : public SleepEntry {
  protected:

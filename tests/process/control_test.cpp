@@ -59,8 +59,7 @@ std::unique_ptr<Program> servingDaemon(const LiveMac& mac, const Words& argument
   return daemon;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Requests
+// --- Requests
 
 // At real speed, and well before the first heartbeat.
 TEST(LiveControl, appliesSettingsBeforeItAnswers) {
@@ -213,8 +212,7 @@ TEST(LiveControl, exitsWithStatusZeroOnARestartAndGivesEverythingBack) {
   EXPECT_EQ(mac.key("CHIE"), "00");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Many requests at once
+// --- Many requests at once
 
 // How often a file is written.
 class Rhythm {
@@ -289,8 +287,7 @@ TEST(LiveControl, answersTenThousandRequestsAtOnceAndKeepsItsHeartbeat) {
   EXPECT_FALSE(daemon->ends(0));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The app itself
+// --- The app itself
 
 const std::string absence =
     "app missing at " + appPath + " — handing the charge back to macOS in 600s unless it comes back";
@@ -363,8 +360,7 @@ TEST(LiveApp, countsAsGoneWhenItIsMovedAndIsFoundByANewDaemon) {
   EXPECT_EQ(countOf(mac.log(), "app missing at"), 1U);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The output of the program
+// --- The output of the program
 
 TEST(VmacApp, changesTheBundleOnTheMachinesVolume) {
   const LiveMac mac;

@@ -59,8 +59,6 @@ TEST(WithoutRoot, theVersionIsPrintedAllTheSame) {
   EXPECT_EQ(ended.output, "0.9.9\n");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 struct BrokenFolder : ::testing::Test {
   test::ScratchFolder scratch;
   Finished start(const std::string& folder) {
@@ -103,8 +101,6 @@ TEST_F(BrokenFolder, isReportedInOneLineIfItIsHalfWrittenAndLeftAlone) {
     EXPECT_EQ(test::contents(mac.folder() + "/machine").size(), size);
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
   const LiveMac mac({"--speed", "100"});

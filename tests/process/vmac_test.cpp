@@ -203,8 +203,6 @@ TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {
   EXPECT_NEAR(mac.charge(), charge, 0.5);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(Boot, runsTheDaemonUntilShutdownAndTurnsTheMachineOff) {
   const LiveMac mac({"--charge", "90", "--speed", "50"});
   Program boot("brisko-vmac", {"boot", mac.folder()});

@@ -78,8 +78,6 @@ std::vector<Json> othersThan(const Json& value) {
   return others;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(Schemas, acceptValidDocuments) {
   std::set<std::string> seen;
   for (const auto& [kind, documents] : wholeDocuments()) {
@@ -148,8 +146,6 @@ TEST(Schemas, requireEveryKeyThatIsAlwaysPresent) {
     });
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 struct Edit {
   std::string kind;
@@ -306,8 +302,6 @@ TEST(Schemas, requireACompactSortedText) {
   EXPECT_THAT(flawIn("[]", "statistics"), Optional(HasSubstr("# breaks \"type\"")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 // Files of the daemon and of a test in a folder, whose check must fail the test or pass.
 class RecordCheck : public ::testing::Test {
  protected:
@@ -406,8 +400,6 @@ TEST_F(RecordCheck, checksWhatFollowsTheLinesThatTheTestWrote) {
   append(day, "{}\n");
   EXPECT_NONFATAL_FAILURE(checkFolder(), "required");
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // Calls `visit` with every schema inside a schema.
 void forEachSchema(const Json& schema, const std::function<void(const Json&)>& visit) {

@@ -8,8 +8,7 @@
 namespace brisko::test {
 namespace {
 
-// ---------------------------------------------------------------------------------------------------------
-// Own header first
+// --- Own header first
 
 // The header that a source implements: the one beside it, or the seam's header of the same name.
 std::optional<std::string> ownHeader(const std::string& path, const Tree& tree) {
@@ -26,8 +25,7 @@ bool names(const Include& include, const std::string& header) {
   return !include.angled && (header == include.path || header.substr(header.find('/') + 1) == include.path);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Keys
+// --- Keys
 
 constexpr std::array<std::string_view, 9> chargeKeys = {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0",
                                                         "bfE0", "CHIE", "CH0I", "CH0J"};
@@ -37,8 +35,7 @@ bool mayNameChargeKeys(const std::string& path) {
          withoutExtension(path) == "src/power/orderly_exit";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The seam
+// --- The seam
 
 constexpr std::string_view useClock = "time comes from platform/clock.h and platform/run_loop.h";
 constexpr std::string_view useHost = "the process and its system are asked through platform/host.h";
@@ -127,8 +124,7 @@ bool isPlatformHeader(const Include& include) {
                      [&](std::string_view header) { return include.path.starts_with(header); });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The virtual Mac
+// --- The virtual Mac
 
 // Only sources that map paths may use the volume root, which is empty on a real Mac.
 bool asksForSimulation(std::string_view name, const std::string& path) {

@@ -26,8 +26,6 @@ class SampleTree {
   sim::ScratchFolder folder_{"brisko-tree"};
 };
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(TreeReading, readsTextsAndSkipsBuiltHiddenAndBinaryFiles) {
   SampleTree tree;
   tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/base/log.cpp", "d");
@@ -38,8 +36,6 @@ TEST(TreeReading, readsTextsAndSkipsBuiltHiddenAndBinaryFiles) {
   EXPECT_THAT(tree.read(), UnorderedElementsAre(Key("README.md"), Key(".clang-tidy"), Key(".ci/run"),
                                                 Key("src/base/log.cpp")));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // With a sample tree that has the files of the listing.
 const std::string listing =
@@ -137,8 +133,6 @@ TEST(Layers, needTheListing) {
   EXPECT_THAT(checkLayers(SampleTree().read()), ElementsAre(HasSubstr("it is missing")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(OwnHeader, comesFirst) {
   SampleTree tree;
   tree.file("src/base/log.h", "")
@@ -168,8 +162,6 @@ TEST(OwnHeader, isTheSeamsHeaderForAnImplementationOfIt) {
               ElementsAre(StartsWith("sim/seam/live/clock.cpp:1: its own header src/platform/clock.h")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(ChargeKeys, mayBeNamedWhereTheyAreWritten) {
   const std::string text = "const char* key = \"CHTE\";\n";
   SampleTree tree;
@@ -190,8 +182,6 @@ TEST(ChargeKeys, areReportedAnywhereElse) {
                 ElementsAre(AllOf(StartsWith("src/policy/decision.cpp:2: "), HasSubstr(key))));
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(Seam, ignoresNamesInCommentsTextsAndMembers) {
   SampleTree tree;
@@ -234,8 +224,6 @@ TEST(Seam, isTheOnlyAccessToClocksSleepRandomnessAndPlatforms) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST(Simulation, mayBeNamedInTheVirtualMacToolsAndTests) {
   SampleTree tree;
   tree.file("sim/machine/machine.h", "namespace virtual_mac {}\n");
@@ -259,8 +247,6 @@ TEST(Simulation, isReportedAnywhereElse) {
         << line;
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // In pieces, so that the check does not report this file.
 const std::string bareSign = std::string("\xE2\x9A") + "\xA0";
@@ -299,8 +285,6 @@ TEST(Characters, areReportedIfABlankIsNotThePlainOne) {
               UnorderedElementsAre(StartsWith("src/base/a.cpp:1: "), StartsWith("src/base/b.cpp:2: "),
                                    StartsWith("src/base/c.cpp:1: ")));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // A tree with a list of words. None of them is on the real list, so that this file may use them.
 struct ListedTree : SampleTree {
@@ -387,8 +371,6 @@ TEST(Terms, needBothLists) {
   EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt: it is missing")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 const std::string logSource =
     "log(\"stats reset\");\n"
     "log(\"→ state: \" + name);\n"
@@ -442,8 +424,6 @@ TEST(LogLines, needTheDocument) {
   EXPECT_THAT(checkLogLines(SampleTree().file("src/base/log.cpp", "").read()),
               ElementsAre(HasSubstr("docs/log.md: it is missing")));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 const std::string manual =
     ".It Fl -limit Ar percent\n.It Fl -probe\n.It Ev BRISKO_PRETEND\n.It Pa \"/Library/A B/config.json\"\n"

@@ -119,8 +119,7 @@ std::vector<std::string> namesOf(const std::array<std::pair<std::string_view, Ki
   return names;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The commands: each has its name and its help, takes its options from the command line and runs.
+// --- The commands: each has its name and its help, takes its options from the command line and runs.
 
 // The options of a command on one machine.
 struct OnMachine {
@@ -475,8 +474,6 @@ struct App : OnMachine {
     });
   }
 };
-
-// ---------------------------------------------------------------------------------------------------------
 
 template <typename Command>
 void add(CLI::App& program, std::function<int()>& chosen) {

@@ -28,7 +28,6 @@ namespace brisko::platform {
 
 namespace {
 
-using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::MachineStore;
 

@@ -68,8 +68,7 @@ class Invariants : public InvariantsFixture {
   std::optional<double> temp;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// 1: the exit gives back
+// --- 1: the exit gives back
 
 TEST_F(Invariants, requireOpenKeysAndTheSystemsLightAfterAnExit) {
   iteration(80, ChargeState::hold, stops());
@@ -95,8 +94,7 @@ TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrNotYetStarted) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 2: the hardware matches the state
+// --- 2: the hardware matches the state
 
 TEST_F(Invariants, requireTheHardwareToMatchTheState) {
   iteration(80, ChargeState::hold);
@@ -124,8 +122,7 @@ TEST_F(Invariants, requireALostKeyToBeSetAgainIfTheDaemonChecksIt) {
   EXPECT_THAT(found(), IsEmpty()) << "it does not obey";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 3: no cut while charging is allowed
+// --- 3: no cut while charging is allowed
 
 TEST_F(Invariants, requireChargingStoppedBeforeTheAdapterIsCut) {
   settings.discharge = true;
@@ -157,8 +154,7 @@ TEST_F(Invariants, exemptACutByAnotherProgram) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 4: cuts only with a reason
+// --- 4: cuts only with a reason
 
 TEST_F(Invariants, requireAReasonForEachCut) {
   const auto cutAt = [this](std::int64_t pct) {
@@ -227,8 +223,7 @@ TEST_F(Invariants, allowAFailedDischargeRightAfterALostCutWasWrittenBack) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 5 to 8 and 10: the state that a tick ends in
+// --- 5 to 8 and 10: the state that a tick ends in
 
 TEST_F(Invariants, forbidADischargeInADarkWakeExceptForACalibration) {
   settings.discharge = true;
@@ -326,8 +321,7 @@ TEST_F(Invariants, knowTheBand) {
   EXPECT_EQ(band(80, 5), (Bounds{80, 79}));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 9: the ceiling
+// --- 9: the ceiling
 
 TEST_F(Invariants, requireTheChargeToStayBelowTheCeiling) {
   mac.charge(79);
@@ -371,8 +365,7 @@ TEST_F(Invariants, exemptAChargeThatWasTooHighFromTheStart) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 11: hysteresis
+// --- 11: hysteresis
 
 TEST_F(Invariants, requireAClosedGateDownToTheLowerEdge) {
   iteration(80, ChargeState::hold, stops());
@@ -408,8 +401,7 @@ TEST_F(Invariants, rememberTheLimitFlagOnBattery) {
   EXPECT_THAT(found(), ElementsAre(11));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 12: only own keys
+// --- 12: only own keys
 
 TEST_F(Invariants, forbidWritesToOtherKeys) {
   iteration(80, ChargeState::hold, [] {
@@ -453,8 +445,7 @@ TEST_F(Invariants, allowThatOnlyOnce) {
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 13: no writes while nothing changes
+// --- 13: no writes while nothing changes
 
 TEST_F(Invariants, forbidWritesWhileNothingChanges) {
   iteration(80, ChargeState::hold, stops());
@@ -482,8 +473,7 @@ TEST_F(Invariants, allowAStateToBeWrittenAgainIfItWasLeftInBetween) {
   EXPECT_THAT(found(), IsEmpty()) << "the app was missing";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 22, 23 and 33: log lines
+// --- 22, 23 and 33: log lines
 
 constexpr const char* gaveUp =
     "⚠️ forced discharge has no effect: the adapter cut will not stay written — …";

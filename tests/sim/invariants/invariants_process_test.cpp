@@ -96,8 +96,7 @@ class ProcessInvariants : public InvariantsFixture {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// 14: erased data
+// --- 14: erased data
 
 TEST_F(ProcessInvariants, forbidFilesAfterAllDataWasErased) {
   iteration({statsPath});
@@ -109,8 +108,7 @@ TEST_F(ProcessInvariants, forbidFilesAfterAllDataWasErased) {
   EXPECT_THAT(found(), ElementsAre(14));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 15: the log
+// --- 15: the log
 
 TEST_F(ProcessInvariants, requireATimeTwoBlanksAndATextInLogLines) {
   const std::string good = "2026-03-01T08:15:30Z  veille\n";
@@ -152,8 +150,7 @@ TEST_F(ProcessInvariants, allowOnePreviousLogUnlessOthersAddFiles) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 16: the status
+// --- 16: the status
 
 TEST_F(ProcessInvariants, requireAnUnchangedStatusForFifteenSeconds) {
   const auto status = [](const std::string& time, int percent) {
@@ -178,8 +175,7 @@ TEST_F(ProcessInvariants, requireAWholeStatusUnlessTheDiskIsFull) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 17: the history
+// --- 17: the history
 
 class HistoryLines : public ProcessInvariants {
  protected:
@@ -219,8 +215,7 @@ TEST_F(HistoryLines, areComparedWithinAProcessOnly) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 28: protected time
+// --- 28: protected time
 
 class ProtectedSeconds : public ProcessInvariants {
  protected:
@@ -269,8 +264,7 @@ TEST_F(ProtectedSeconds, fallOnlyByAResetOrAClockThatWasSetBack) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 29: requests
+// --- 29: requests
 
 TEST_F(ProcessInvariants, forbidAClearedRequestToReturnUnlessItIsMadeAgain) {
   tick();
@@ -314,8 +308,7 @@ TEST_F(ProcessInvariants, allowTheStatisticsToBeResetTwice) {
   EXPECT_THAT(found(), ElementsAre(29)) << "never";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 18 to 21: sleep
+// --- 18 to 21: sleep
 
 TEST_F(ProcessInvariants, allowOneWakeAndNoneAfterAFullWakeOrWhileDormant) {
   schedulesWakeIn(600);
@@ -443,8 +436,7 @@ TEST_F(ProcessInvariants, forbidTicksForThirtySecondsAfterTheAnnouncement) {
   EXPECT_THAT(ticks(), Not(Contains(21))) << "awake again";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 24 to 26: macOS's own limit
+// --- 24 to 26: macOS's own limit
 
 class NativeInvariants : public ProcessInvariants {
  protected:
@@ -599,8 +591,7 @@ TEST_F(NativeInvariants, requireAFloorForAsLongAsItIsNeeded) {
   EXPECT_THAT(found(), ElementsAre(26)) << "it was forgotten";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 27: the calibration
+// --- 27: the calibration
 
 TEST_F(ProcessInvariants, requireTheOrderOfTheCalibration) {
   gLastPct = 99;
@@ -654,8 +645,7 @@ TEST_F(ProcessInvariants, allowFortyRunsAfterAFinish) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 30: dormant
+// --- 30: dormant
 
 TEST_F(ProcessInvariants, forbidWritesAndUpdatesWhileDormant) {
   gDormant = true;
@@ -684,8 +674,7 @@ TEST_F(ProcessInvariants, requireNewSettingsToBeStoredAlsoWhileDormant) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 31: replies
+// --- 31: replies
 
 TEST_F(ProcessInvariants, requireOneReplyToEachRequestWithoutDelay) {
   const auto takes = [this](int replies) {
@@ -707,8 +696,7 @@ TEST_F(ProcessInvariants, requireOneReplyToEachRequestWithoutDelay) {
   EXPECT_THAT(takes(2), Contains(31));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 32: the ends of a process
+// --- 32: the ends of a process
 
 TEST_F(ProcessInvariants, requireADocumentedExitStatus) {
   end({.status = 0});

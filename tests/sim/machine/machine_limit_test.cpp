@@ -49,8 +49,7 @@ class Limit : public ::testing::Test {
   Bench mac;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Applying a limit
+// --- Applying a limit
 
 TEST_F(Limit, isNoneOnAFreshMac) {
   EXPECT_EQ(enforced(), 0);
@@ -223,8 +222,7 @@ TEST_F(Limit, needsNoStepBelowTheSlider) {
   EXPECT_EQ(enforced(), 73);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The client
+// --- The client
 
 TEST_F(Limit, hasAClientThatCanBeAbsentInThreeWays) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::offered);
@@ -289,8 +287,7 @@ TEST_F(Limit, canBeRefusedToTheClient) {
   EXPECT_EQ(calls().sets, 3U);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The battery under it
+// --- The battery under it
 
 TEST_F(Limit, stopsChargingWhenItIsReached) {
   mac.change(ChangeKind::charge, 78);
@@ -403,8 +400,7 @@ TEST_F(Limit, letsTheBatteryChargeToFullOnceItIsOff) {
   EXPECT_EQ(shown(), 100);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A requested full charge
+// --- A requested full charge
 
 TEST_F(Limit, isSuspendedUntilADate) {
   mac.change(ChangeKind::charge, 80);
@@ -465,8 +461,7 @@ TEST_F(Limit, isNotSuspendedByADateInThePast) {
   EXPECT_EQ(current(), 0) << "not even for an instant, so the battery stays idle";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Sleep, boot and other programs
+// --- Sleep, boot and other programs
 
 TEST_F(Limit, isAppliedAtWakeAndNotDuringSleep) {
   mac.change(ChangeKind::limitDelay, 600);
@@ -545,8 +540,7 @@ TEST_F(Limit, stopsBeingPutBackAtOnceWhenTheProgramIsGone) {
   EXPECT_EQ(enforced(), 70);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Macs without it
+// --- Macs without it
 
 TEST(LimitLess, isAMacThatWasMadeWithoutALimit) {
   Bench mac({.macOS = 27, .chargeLimit = false});
@@ -575,8 +569,7 @@ TEST(LimitLess, canReportWhyItHasNoClient) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::noFramework);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The journal
+// --- The journal
 
 class LimitJournal : public Limit {
  protected:

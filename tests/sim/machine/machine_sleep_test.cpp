@@ -22,7 +22,6 @@ using platform::PowerMessage;
 using virtual_mac::ChangeKind;
 using virtual_mac::Journal;
 using virtual_mac::Machine;
-using virtual_mac::SleepStage;
 
 constexpr std::int64_t somebody = 4711;
 
@@ -325,8 +324,6 @@ TEST_F(MachineSleep, endsWithShutdownAndBootWithoutPendingMessages) {
   EXPECT_TRUE(asleep()) << "the client did not survive the restart of the system";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST_F(MachineSleep, isEndedByAScheduledWakeForMaintenance) {
   ASSERT_EQ(schedule(600), kernelSuccess);
   fallAsleep();
@@ -469,8 +466,6 @@ TEST_F(MachineSleep, cancelsByDateIdentifierAndType) {
   EXPECT_EQ(pendingEvents(), 0);
   EXPECT_EQ(cancel(date, "us", "wake"), kernelNotFound);
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(MachineSleep, stopsAProcessAtMessagesAndAtTheEndsOfSleep) {
   registerClient();

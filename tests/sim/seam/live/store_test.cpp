@@ -224,8 +224,7 @@ TEST(MachineStore, refusesAMachineWithoutItsJournal) {
   EXPECT_EQ(refusal(folder.path()), reason);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Killed at any point
+// --- Killed at any point
 
 // Writes `mark` into the machine from end to end, and a journal entry with it.
 void mark(const MachineStore::Update& update, std::int64_t mark) {

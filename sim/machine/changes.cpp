@@ -181,9 +181,9 @@ void setTeam(Machine& machine, const Change& change) {
 // How the number of a change is limited.
 enum class Takes : std::uint8_t {
   any,           // none, or a flag
-  range,         // beyond it as its nearest end, and as the least when it is not a number
-  rangeOrNever,  // the same, but everything below 0 as "never" or "not readable"
-  choice,        // beyond it the change has no effect
+  range,         // clamped; the least if it is not a number
+  rangeOrNever,  // the same, but below 0 it means "never" or "not readable"
+  choice,        // outside the range the change has no effect
 };
 
 struct Row {

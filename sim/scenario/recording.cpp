@@ -87,7 +87,7 @@ Occasion occasionOf(CalPhase phase) {
   return gTopUpSince != 0 ? Occasion::topUp : Occasion::none;
 }
 
-// During a calibration, and while the daemon is dormant or released, no band is in force.
+// Not during a calibration, nor while the daemon only observes, is dormant or was released.
 bool bandIsInForce() {
   return gAtLimit && gCal.phase == CalPhase::idle && !gSystemLocked && !gDormant && !gReleased;
 }

@@ -165,7 +165,7 @@ TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItsCallReturnsMeanwhil
     if (!isWrite(asked)) return;
     tellWhoWrites(asked);
     if (!fakes::onMainThread()) {
-      if (!std::exchange(cameOut, true)) fakes::letMainThreadGoOn();
+      if (!std::exchange(cameOut, true)) fakes::letMainThreadRun();
     } else if (keyOf(asked) == "CH0B" && asked[48] == 2) {
       fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
@@ -197,7 +197,7 @@ TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItWasStuckInItsLog) {
       fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
     } else if (!fakes::onMainThread() && isLastLine && !std::exchange(cameOut, true)) {
-      fakes::letMainThreadGoOn();
+      fakes::letMainThreadRun();
     }
   };
   VirtualMac other;

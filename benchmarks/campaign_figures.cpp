@@ -17,7 +17,7 @@ std::string lab() {
   return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / "brisko-lab").string();
 }
 
-// Returns whether the command succeeded; otherwise its time means nothing.
+// Returns whether the command succeeded; otherwise its time is meaningless.
 bool runs(const std::string& command) {
   std::FILE* output = ::popen((command + " 2>/dev/null").c_str(), "r");
   if (output == nullptr) return false;

@@ -18,7 +18,7 @@ std::tm localTime(double secondsSince1970) {
   return local;
 }
 
-// Without the names of the months that a locale may have.
+// English names of months in any locale.
 constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 

@@ -1,5 +1,5 @@
 // client/local_time.h
-// Moments, durations and measures as a person reads them, in local time.
+// Formats times, durations and quantities for people, in local time.
 #pragma once
 
 #include <cstdint>

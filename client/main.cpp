@@ -42,10 +42,10 @@ constexpr std::array commands{
     Command{"help", runHelp},
 };
 
-// The others only print what this program knows itself.
+// The other two print only what the program itself contains.
 bool needsAMac(std::string_view command) { return command != "completions" && command != "help"; }
 
-// For a shell, to be copied.
+// Quoted for a shell, so that it can be copied.
 std::string quoted(const std::string& word) {
   constexpr std::string_view plain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=%:,+@";

@@ -130,7 +130,7 @@ void Output::json(const Json& object) const {
 
 void Output::complain(const std::string& text) const {
   const std::string complaint = "brisko: " + text + "\n";
-  // In order, where both streams go to the same place.
+  // Keeps the order if both streams go to the same place.
   static_cast<void>(std::fflush(stdout));
   static_cast<void>(std::fputs((style_.unicode ? complaint : inAscii(complaint)).c_str(), stderr));
 }

@@ -34,7 +34,7 @@ FileChange failure(const std::string& what) {
   return refusal(status, what + ": " + std::strerror(errno));
 }
 
-// One client at a time. The lock is on the folder, so that it leaves no file behind.
+// Allows one client at a time. The lock is on the folder, so no file is left behind.
 Descriptor lockFolder(const std::string& folder) {
   Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor) return descriptor;
@@ -83,7 +83,7 @@ bool isUnchanged(const std::string& path, const Original& original) {
          std::filesystem::last_write_time(path, error) == original.written && !error;
 }
 
-// The settings in the file, for a few moments also when the daemon is just writing it.
+// The settings in the file. Retries for a short time, because the daemon may just be writing it.
 FileChange readOriginal(const std::string& path, const Json& defaults, bool force, Original& original) {
   for (int count = 1;; ++count) {
     original = Original{};
@@ -122,7 +122,7 @@ std::string settingsText(const Json& original, const Json& keys) {
   return jsonText(configObject(parseConfig(object))).value_or("");
 }
 
-// A complete file beside the other one; empty and errno when that failed.
+// Writes a complete new file beside the old one. Empty, with errno set, if that failed.
 std::string writeBeside(const std::string& path, const std::string& text) {
   std::string temporary = path + ".new." + std::to_string(::getpid());
   static_cast<void>(::unlink(temporary.c_str()));
@@ -172,7 +172,7 @@ bool clearServedRequests(const std::string& path, const Json& keys, FileChange& 
   if (bytes == change.read) return true;
   const auto before = parseJson(change.read);
   const auto after = parseJson(bytes);
-  // Cut off in the middle of a write: it is complete the next time.
+  // Truncated during a write: it will be complete the next time.
   if (!before || !after) return false;
   Json cleared = Json::object();
   for (const SettingKey& key : settingKeys()) {

@@ -23,10 +23,9 @@ ChangeOutcome refused(ExitStatus status, std::string text) {
 
 std::string sudoLine(const ChangeOptions& options) { return "run: sudo " + options.commandLine; }
 
-// ---------------------------------------------------------------------------------------------------------
-// Before anything is changed
+// --- Before anything is changed
 
-// A daemon that does nothing would not act on a change, or not even store it.
+// A dormant or released daemon would not act on a change; after a purge it would not even store it.
 std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOptions& options) {
   if (state.settingsFile.flaw && !options.force) {
     const std::string& path = state.settingsFile.path;
@@ -49,8 +48,7 @@ std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOpti
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Confirming
+// --- Confirming
 
 struct Observation {
   bool confirmed = false;
@@ -116,10 +114,9 @@ ChangeOutcome outcomeOf(const Observation& seen, Way way) {
   return {.way = way, .text = "It is written; the daemon reads it within 12 s."};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The two ways
+// --- The two ways
 
-// Without a readable file the daemon would begin with the defaults, and forget the limit of its command line.
+// Without a readable file the daemon would start from the defaults and ignore the limit of its command line.
 Json toSend(const State& state, const Json& keys) {
   Json sent = keys;
   if (!state.settingsFile.object && !sent.contains("limit")) sent["limit"] = state.job.limit;

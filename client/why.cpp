@@ -39,8 +39,7 @@ std::string inAbout(const Until& until) {
                             : "";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// No daemon, or none that does anything
+// --- No daemon, or none that does anything
 
 std::optional<Answer> withoutDaemon(const Situation& situation) {
   const Freshness freshness = freshnessOf(situation);
@@ -115,8 +114,7 @@ std::optional<Answer> withoutControl(const Situation& situation) {
   return std::nullopt;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A calibration
+// --- A calibration
 
 Answer calibrationAnswer(Reason reason, const char* phase, std::int64_t target, const Situation& situation,
                          bool rises) {
@@ -170,8 +168,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
   return std::nullopt;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The user's requests
+// --- The user's requests
 
 std::optional<Answer> whileOff(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
@@ -222,8 +219,7 @@ std::optional<Answer> duringFullOnce(const Situation& situation) {
                 end ? untilTime(*end) : untilEvent("unplugged")};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The band
+// --- The band
 
 std::optional<Answer> whileDischarging(const Situation& situation) {
   const DaemonStatus& status = *situation.status;

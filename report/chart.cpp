@@ -78,8 +78,7 @@ std::vector<std::string> wrapped(const std::string& text, std::size_t most) {
   return lines;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Intervals in which something stays the same
+// --- Intervals in which something stays the same
 
 struct RowStyle {
   const char* style;
@@ -157,8 +156,6 @@ std::optional<RowStyle> bandStyle(const Moment& moment) {
   if (!moment.band) return std::nullopt;
   return RowStyle{"band", std::to_string(moment.band->lower) + " " + std::to_string(moment.band->upper)};
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 using Number = std::optional<double> Moment::*;
 

@@ -62,8 +62,7 @@ std::vector<fs::path> dayFilesIn(const fs::path& folder) {
   return files;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A line
+// --- A line
 
 struct Line {
   std::optional<Moment> moment = {};
@@ -113,8 +112,7 @@ Line readLine(const std::string& text, double day) {
   return {.moment = moment};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// All of them
+// --- All of them
 
 void readFile(const fs::path& path, HistoryReading& reading) {
   const std::string name = path.filename().string();

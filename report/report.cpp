@@ -17,8 +17,7 @@ using OrderedJson = nlohmann::ordered_json;
 
 constexpr std::size_t linesShownWhole = 3000;
 
-// ---------------------------------------------------------------------------------------------------------
-// Values of a moment
+// --- Values of a moment
 
 struct Reading {
   const char* name;
@@ -90,8 +89,7 @@ std::string dataOf(const Chart& chart, const std::vector<Reading>& readings) {
   return escapedForScript(data.dump());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The log
+// --- The log
 
 struct Shown {
   double time;
@@ -139,8 +137,6 @@ std::string logOf(const Picture& picture, std::size_t& left) {
   }
   return text + "</ol>\n</section>\n";
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 std::string failuresOf(const Picture& picture) {
   if (picture.failures.empty()) return "";

@@ -30,7 +30,7 @@ std::string supplyText(const State& state) {
   return "on the adapter (" + std::to_string(static_cast<std::int64_t>(*state.system.adapterWatts)) + " W)";
 }
 
-// The daemon logs the colour with its summary, and nothing else contains it.
+// Only the summary in the log contains the colour.
 std::string lightText(const State& state) {
   if (!state.status->ledSupported) return "Light none";
   if (!state.settings.led) return "Light off";
@@ -68,7 +68,7 @@ std::string daemonText(const State& state) {
   return text + ", status " + durationText(state.now - status.ts) + " old";
 }
 
-// A line of the table: a label, what it says, and what stands at the right.
+// A line of the table: a label, a value, and a note at the right.
 struct Row {
   const char* label;
   std::string text;
@@ -159,7 +159,7 @@ Json objectOf(const State& state, const Answer& answer) {
   return object;
 }
 
-// A status that is there but cannot be used is worth a line of its own.
+// A line for a status that exists but cannot be used.
 void complainOfFiles(const Context& context, const State& state) {
   if (state.statusProblem != FileProblem::none && state.statusProblem != FileProblem::missing) {
     context.output.complain("the daemon's status is not usable; restart the daemon (brisko restart)");

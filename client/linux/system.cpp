@@ -25,8 +25,8 @@ std::string machineFolder() {
   return folder == nullptr ? "" : folder;
 }
 
-// The process that offers the control service: it holds a lock, and the kernel lists the holders of locks.
-// Taking the lock to find out would hinder a daemon that is just starting.
+// The process that offers the control service holds a lock, and the kernel lists the holders of locks. Taking
+// the lock to find out would disturb a daemon that is just starting.
 std::optional<pid_t> daemonProcess() {
   struct stat lock {};
   const std::string path = machineFolder() + "/com.brisko.daemon.xpc.lock";
@@ -56,8 +56,7 @@ std::vector<std::string> argumentsOf(pid_t process) {
   return arguments;
 }
 
-// On a virtual Mac the launch service is whoever runs the daemon. It counts as installed once it has run
-// there.
+// A virtual Mac has no fixed launch service, so the daemon counts as installed once it has run there.
 Job jobOfDaemon(const std::string& volumeRoot) {
   Job job;
   const auto process = daemonProcess();
@@ -69,7 +68,7 @@ Job jobOfDaemon(const std::string& volumeRoot) {
   return job;
 }
 
-// From the message that the power service sent about the last full wake.
+// By the power service's message about the last full wake.
 std::optional<double> lastWake(const Machine& machine) {
   constexpr auto hasPoweredOn = static_cast<std::uint32_t>(platform::PowerMessage::systemHasPoweredOn);
   std::optional<double> latest;

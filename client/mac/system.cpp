@@ -18,7 +18,7 @@ namespace {
 
 using platform::Owned;
 
-// None also for a Mac that has not slept since its start.
+// None also if the Mac has not slept since its start.
 std::optional<double> timeOf(const char* name) {
   timeval moment{};
   std::size_t size = sizeof moment;
@@ -40,7 +40,7 @@ struct CommandResult {
   bool succeeded = false;
 };
 
-// A fixed command with its whole path.
+// Runs a fixed command, given by its absolute path.
 CommandResult run(const char* command) {
   CommandResult result;
   std::FILE* const stream = ::popen(command, "r");

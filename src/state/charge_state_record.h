@@ -1,5 +1,5 @@
 // state/charge_state_record.h
-// The three charge states, the one in force, and the verifiers' memory of it.
+// The three charge states, the one in force, and what the verifiers store about it.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +38,7 @@ inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws a
 
 inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
 
-// What the verifiers remember of this state. Times are wall clock, seconds since 1970.
+// The verifiers' variables for this state. Times are wall clock, seconds since 1970.
 inline std::optional<double> gHoldSince;  // when the verifier first saw this hold
 inline std::optional<double> gCutSince;   // when the verifier first saw this adapter cut
 inline int gCutRewrites = 0;              // how often the cut had to be written back

@@ -9,7 +9,7 @@ namespace brisko::test {
 
 void LiveBrisko::boot(const Words& arguments) {
   daemon = mac.daemon(arguments);
-  // The service is offered before the first tick, and that one writes the status.
+  // The service starts before the first tick, which writes the status.
   EXPECT_TRUE(mac.logs("batt "));
   EXPECT_TRUE(eventually([this] { return !contents(statusPath()).empty(); }));
 }

@@ -28,9 +28,9 @@ class LiveBrisko {
   std::unique_ptr<Program> daemon;
 };
 
-// A success without a word on standard error; its output.
+// Requires success and an empty standard error; returns the output.
 std::string said(const Finished& finished);
-// One line on standard error with that text, and that exit status.
+// Requires one line on standard error that contains the text, and this exit status.
 void expectRefused(const Finished& finished, int status, const std::string& text);
 
 }  // namespace brisko::test

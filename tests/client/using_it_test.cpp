@@ -47,7 +47,7 @@ std::string withoutTimes(const std::string& text) {
   return std::regex_replace(text, time, "HH:MM");
 }
 
-TEST(UsingIt, showsSessionsAsTheyAre) {
+TEST(UsingIt, showsTheRealOutputOfEachSession) {
   const auto steps = stepsIn(contents(BRISKO_DOCUMENTS "/using-it.md"));
   ASSERT_GT(steps.size(), 15U);
   // Slow enough that the charge stays the same, however long the test takes.

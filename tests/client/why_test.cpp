@@ -11,7 +11,6 @@ namespace brisko::client {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr double now = 1'772'352'000;
 
@@ -58,7 +57,7 @@ void addSamples(Situation& situation, int minutes, double perMinute, double watt
 }
 
 using S = Situation;
-// Every reason, on both sides of its border where it has one.
+// Every reason, on both sides of its boundary if it has one.
 const std::vector<Case>& cases() {
   static const std::vector<Case> all{
       {"not installed",
@@ -336,7 +335,7 @@ TEST(Why, namesTheLowerEdgeForAHold) {
   EXPECT_FALSE(answer.until->aboutMinutes.has_value());
 }
 
-TEST(Why, namesNoEdgeWhereMacOSDecides) {
+TEST(Why, namesNoLowerEdgeWhereMacOSDecides) {
   Situation situation = usual();
   situation.status->chargeMode = "macOS";
   EXPECT_EQ(why(situation).until->kind, UntilKind::event);

@@ -1,5 +1,5 @@
-// Driving macOS's own limit, tick by tick: what is written, what is made of the answer in "bfG0", and what is
-// told of it.
+// Driving macOS's own limit, tick by tick: the writes, the reaction to the value read back from "bfG0", and
+// the log.
 #include "native/native_limit.h"
 
 #include <nlohmann/json.hpp>
@@ -40,8 +40,8 @@ Writes primedAt(int limit) {
   return all;
 }
 
-// A Mac on its adapter whose keys are closed, no limit set. What the tick hands to the driver is given here;
-// what "bfG0" shows is the test's own word wherever it says so.
+// A Mac on its adapter whose keys are closed, with no limit set. The fixture passes the values of the tick to
+// the driver, and a test can set what "bfG0" shows.
 class NativeLimitTest : public test::OnVirtualMac {
  protected:
   NativeLimitTest() : OnVirtualMac({.macOS = 27, .percent = 50}) {}
@@ -52,22 +52,22 @@ class NativeLimitTest : public test::OnVirtualMac {
     ASSERT_TRUE(gateIsMacOSLimit());
   }
 
-  // What the driver is given.
+  // The arguments of the driver.
   Settings cfg;
-  std::int64_t pct = 50;  // far below the limits: no current that flows or not changes the state
+  std::int64_t pct = 50;  // far below the limits, so that the current does not affect the state
   std::int64_t upper = 80;
   bool topUp = false;
   bool hot = false;
   std::optional<CalDrive> calDrive;
 
-  // One tick, so many seconds after the one before.
+  // One tick, so many seconds after the previous one.
   Lines drive(double seconds = 12) {
     mac.pass(seconds);
     driveNative(cfg, pct, upper, topUp, calDrive, hot);
     return newLines();
   }
   void forgetLines() { static_cast<void>(newLines()); }
-  // Ticks for so long, each 10 s after the one before.
+  // Ticks for so long, each 10 s after the previous one.
   Lines driveFor(double seconds) {
     for (double at = 0; at < seconds; at += 10) {
       mac.pass(10);
@@ -80,13 +80,13 @@ class NativeLimitTest : public test::OnVirtualMac {
     upper = percent;
   }
   void show(std::uint8_t mirror) { mac.keyBytes("bfG0", {mirror}); }
-  // What was written since the last call.
+  // The writes since the last call.
   Writes newWrites() {
     Writes all = mac.writes();
     mac.forgetJournal();
     return all;
   }
-  // The first write is behind it, and the mirror as given; returns when that was.
+  // Makes the first write and sets what is read back; returns the time of the write.
   double written(std::int64_t percent, std::uint8_t mirror) {
     limit(percent);
     show(mirror);
@@ -94,14 +94,14 @@ class NativeLimitTest : public test::OnVirtualMac {
     mac.forgetJournal();
     return platform::wallNow();
   }
-  // The target is set and was confirmed on the tick after; returns when it was set.
+  // Sets a target, which is confirmed at the next tick; returns when it was set.
   double verified(std::int64_t percent) {
     const double at = written(percent, percent < 100 ? static_cast<std::uint8_t>(percent) : 0);
     drive();
     EXPECT_EQ(gGateVerified, true);
     return at;
   }
-  // Passes to `seconds` after `start` and drives there.
+  // Advances to `seconds` after `start` and drives once.
   Lines driveAt(double start, double seconds) { return drive(start + seconds - platform::wallNow()); }
 
   [[nodiscard]] nlohmann::json stats() const { return nlohmann::json::parse(mac.read(statsFile)); }
@@ -109,29 +109,29 @@ class NativeLimitTest : public test::OnVirtualMac {
   void answer(LimitAnswer answer) { mac.number(ChangeKind::limitSetAnswer, static_cast<double>(answer)); }
 };
 
-// -- The limit before
+// -- The previous limit
 
-TEST_F(NativeLimitTest, remembersThatThereWasNoLimit) {
+TEST_F(NativeLimitTest, recordsThatThereWasNoLimit) {
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: off — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(gNativeBefore, 100);
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_F(NativeLimitTest, remembersTheLimitOfTheSlider) {
+TEST_F(NativeLimitTest, recordsTheLimitOfTheSlider) {
   slider(90);
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: 90% — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(stats().at("nativeBefore"), 90);
 }
 
-TEST_F(NativeLimitTest, remembersEveryLimitFromOneOn) {
+TEST_F(NativeLimitTest, recordsEveryLimitFrom1On) {
   ASSERT_TRUE(NativeLimit::write(1, false));
   EXPECT_EQ(drive().front(), "native limit before Brisko: 1% — given back if Brisko leaves");
   EXPECT_EQ(gNativeBefore, 1);
 }
 
-TEST_F(NativeLimitTest, looksForTheLimitBeforeOnlyOnce) {
+TEST_F(NativeLimitTest, readsThePreviousLimitOnlyOnce) {
   gNativeBefore = 85;
   slider(95);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
@@ -148,7 +148,7 @@ class UnreadableLimit : public NativeLimitTest, public ::testing::WithParamInter
   }
 };
 
-TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
+TEST_P(UnreadableLimit, isAwaitedForAMinuteInWhichNothingIsWritten) {
   show(80);
   gState = ChargeState::hold;
   gGateVerified = true;
@@ -170,7 +170,7 @@ TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_P(UnreadableLimit, isTakenWhenItCanBeReadInTime) {
+TEST_P(UnreadableLimit, isRecordedIfItBecomesReadableInTime) {
   drive();
   drive(48);
   mac.number(GetParam(), 0);
@@ -184,7 +184,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, UnreadableLimit,
                            return way.param == ChangeKind::limitEnabledFails ? "whetherItIsOn" : "whatItIs";
                          });
 
-TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
+TEST_F(NativeLimitTest, treatsALimitOf0AsUnreadable) {
   platform::setPreference(NativeLimit::domain, "MCLFeatureState", 1);
   platform::setPreference(NativeLimit::domain, "mclLimitValue", 0);
   ASSERT_TRUE(platform::synchronizePreferences(NativeLimit::domain));
@@ -194,7 +194,7 @@ TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
   EXPECT_EQ(gNativeBefore, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForTheLimitBefore) {
+TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForThePreviousLimit) {
   mac.number(ChangeKind::limitEnabledFails, 1);
   ticks(1);
   EXPECT_THAT(newLines(), ElementsAre(HasSubstr("state=allow")));
@@ -225,12 +225,12 @@ TEST_F(NativeLimitTest, doesNotEvaluateInTheTickOfTheWrite) {
 TEST_F(NativeLimitTest, writesOnceAndVerifiesOnce) {
   drive();
   mac.forgetJournal();
-  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has taken it by now";
+  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has applied it by now";
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
+TEST_F(NativeLimitTest, verifiesAgainAfterTheUserChangesTheLimit) {
   verified(80);
   mac.change({.kind = ChangeKind::keyUnscript, .key = virtual_mac::keyCode("bfG0")});
   forgetLines();
@@ -244,7 +244,7 @@ TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
   EXPECT_EQ(newWrites(), (Writes{"limit set 95", "limit set 100"}));
 }
 
-TEST_F(NativeLimitTest, takesNoneShownAs100ForAnUnheldLimit) {
+TEST_F(NativeLimitTest, treats100InTheReadBackAsNoLimit) {
   const double at = written(100, 100);
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
@@ -262,7 +262,7 @@ TEST_F(NativeLimitTest, restartsTheWaitWithEveryNewTarget) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, reportsARefusedWriteAndLetsTheWaitDecide) {
+TEST_F(NativeLimitTest, reportsARefusedWriteAndKeepsWaiting) {
   for (const LimitAnswer refusal : {LimitAnswer::no, LimitAnswer::error}) {
     answer(refusal);
     gNativeWritten.reset();
@@ -290,12 +290,12 @@ struct MirrorCase {
   bool primed;
 };
 
-TEST_F(NativeLimitTest, setsEightyFirstWhereTheMirrorShowsNoLimitOrOneAboveEighty) {
+TEST_F(NativeLimitTest, setsEightyFirstIfTheReadBackShowsNoLimitOrOneAboveEighty) {
   gNativeBefore = 100;
   for (const MirrorCase& example : {MirrorCase{0, true}, MirrorCase{1, false}, MirrorCase{75, false},
                                     MirrorCase{79, false}, MirrorCase{80, false}, MirrorCase{81, true},
                                     MirrorCase{85, true}, MirrorCase{100, true}, MirrorCase{255, true}}) {
-    slider(85);  // the feature is on: only the priming sets a limit
+    slider(85);  // the feature is on, so only priming sets a limit
     show(example.mirror);
     gNativeWritten.reset();
     mac.forgetJournal();
@@ -317,7 +317,7 @@ TEST_F(NativeLimitTest, primesUpTo79Only) {
   EXPECT_EQ(newWrites(), preferencesAt(81));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithoutReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.removeKey("bfG0");
@@ -326,7 +326,7 @@ TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithAnEmptyReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
@@ -335,28 +335,28 @@ TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-// -- No mirror
+// -- No read back
 
-TEST_F(NativeLimitTest, reportsOnceThatItCannotLookWhetherTheLimitIsHeld) {
+TEST_F(NativeLimitTest, reportsOnceThatTheLimitCannotBeReadBack) {
   mac.removeKey("bfG0");
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
   mac.forgetJournal();
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
-  EXPECT_THAT(newWrites(), IsEmpty()) << "what cannot be verified is not written again either";
+  EXPECT_THAT(newWrites(), IsEmpty()) << "without verification there is no rewrite";
   EXPECT_EQ(gGateVerified, std::nullopt);
   limit(85);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 85%"));
   EXPECT_THAT(driveFor(hour), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, hasNoMirrorInAnEmptyOne) {
+TEST_F(NativeLimitTest, treatsAnEmptyReadBackAsMissing) {
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
 }
 
-TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
+TEST_F(NativeLimitTest, doesNotReportAMissingReadBackOnBattery) {
   mac.removeKey("bfG0").unplug();
   drive();
   EXPECT_THAT(drive(), IsEmpty());
@@ -364,7 +364,7 @@ TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
 
 // -- Waiting
 
-TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
+TEST_F(NativeLimitTest, writesAgainEvery90SecondsSilently) {
   const double at = written(80, 0);
   EXPECT_THAT(driveAt(at, 89.5), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
@@ -379,19 +379,19 @@ TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, nudgesSixTimesBeforeItGivesUp) {
+TEST_F(NativeLimitTest, writesAgainSixTimesBeforeItGivesUp) {
   written(80, 0);
   EXPECT_THAT(driveFor(2 * hour), ElementsAre(noEffect80));
   EXPECT_EQ(newWrites(), Writes(6, "limit set 80"));
 }
 
-TEST_F(NativeLimitTest, nudgesBelowEightyWithoutPriming) {
+TEST_F(NativeLimitTest, writesAgainBelowEightyWithoutPriming) {
   const double at = written(75, 0);
   ASSERT_THAT(driveAt(at, 90), IsEmpty());
   EXPECT_EQ(newWrites(), preferencesAt(75)) << "the first write has switched the feature on";
 }
 
-TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByANudgeBelowEighty) {
+TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByARewriteBelowEighty) {
   const double at = written(75, 0);
   mac.number(ChangeKind::chargeToFull, hour);
   EXPECT_THAT(driveAt(at, 80), IsEmpty());
@@ -409,7 +409,7 @@ TEST_F(NativeLimitTest, doesNotCountTimeOnBattery) {
   mac.plugIn();
   EXPECT_THAT(driveAt(last, 60), IsEmpty());
   EXPECT_THAT(driveAt(last, 599.5), IsEmpty());
-  EXPECT_EQ(gNativeAttemptAt, last) << "plugged in it stands";
+  EXPECT_EQ(gNativeAttemptAt, last) << "it is unchanged while plugged in";
   EXPECT_THAT(driveAt(last, 600), ElementsAre(noEffect80));
 }
 
@@ -427,7 +427,7 @@ TEST_F(NativeLimitTest, doesNotEvaluateOnBattery) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, believesTheLastReadingWhereTheAdapterCannotBeSeen) {
+TEST_F(NativeLimitTest, usesTheLastReadingIfTheAdapterCannotBeRead) {
   written(80, 80);
   mac.removeKey("AC-W");
   gLastPlugged = false;
@@ -446,7 +446,7 @@ TEST_F(NativeLimitTest, setsAChangedLimitAgainAfter30Seconds) {
   EXPECT_THAT(driveAt(at, 30), ElementsAre(rewritten80));
   EXPECT_EQ(newWrites(), Writes{"limit set 80"});
   EXPECT_EQ(gNativeAttemptAt, at + 30);
-  EXPECT_EQ(gNativeNudgedAt, at) << "a nudge is something else";
+  EXPECT_EQ(gNativeNudgedAt, at) << "correcting drift is no nudge";
   EXPECT_EQ(gGateVerified, true);
 }
 
@@ -457,7 +457,7 @@ TEST_F(NativeLimitTest, namesWhatMacOSHoldsInstead) {
               ElementsAre("macOS limit changed outside Brisko (bfG0 reads 100) — setting 80% again"));
 }
 
-TEST_F(NativeLimitTest, setsNoLimitAgainToo) {
+TEST_F(NativeLimitTest, sets100AgainToo) {
   verified(100);
   show(80);
   EXPECT_THAT(drive(60),
@@ -471,7 +471,7 @@ TEST_F(NativeLimitTest, setsALimitBelowEightyAgainWithoutPriming) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
+TEST_F(NativeLimitTest, onlyObservesALimitThatKeepsDrifting) {
   verified(80);
   show(0);
   ASSERT_THAT(drive(60), ElementsAre(rewritten80));
@@ -486,7 +486,7 @@ TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
+TEST_F(NativeLimitTest, reportsWhenAnObservedLimitReturnsAndCorrectsDriftAgain) {
   verified(80);
   show(0);
   driveFor(700);
@@ -499,7 +499,7 @@ TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
   EXPECT_THAT(drive(600), ElementsAre(watching));
 }
 
-TEST_F(NativeLimitTest, rewritesEveryDriftThatWasMendedInBetween) {
+TEST_F(NativeLimitTest, rewritesAfterEveryDriftIfTheLimitReturnedInBetween) {
   verified(80);
   for (int round = 0; round < 3; ++round) {
     show(0);
@@ -521,7 +521,7 @@ TEST_F(NativeLimitTest, waits30SecondsAfterARewriteToo) {
   EXPECT_THAT(driveAt(again, 30), ElementsAre(rewritten80));
 }
 
-TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
+TEST_F(NativeLimitTest, countsNoDriftBeforeATargetIsVerified) {
   verified(80);
   limit(85);
   drive();
@@ -531,7 +531,7 @@ TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
+TEST_F(NativeLimitTest, startsUnverifiedWithEveryNewTarget) {
   verified(80);
   limit(85);
   drive();
@@ -544,9 +544,9 @@ TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
   EXPECT_THAT(driveAt(at, 600), ElementsAre(noEffect80));
 }
 
-// -- A full charge asked of the menu
+// -- A full charge requested in the menu
 
-TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
+TEST_F(NativeLimitTest, waitsWhileAFullChargeIsRequested) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 1772352930 - platform::wallNow());
@@ -558,7 +558,7 @@ TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
+TEST_F(NativeLimitTest, restoresItsLimitWhenTheFullChargeIsOver) {
   verified(80);
   show(0);
   const double until = platform::wallNow() + 300;
@@ -573,15 +573,16 @@ TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, reportsNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
+TEST_F(NativeLimitTest, logsNothingMoreIfTheLimitDoesNotReturnAfterAFullCharge) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
   drive();
-  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS has its own way was said";
+  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80))
+      << "that macOS keeps its own limit was already logged";
 }
 
-TEST_F(NativeLimitTest, takesADateInThePastForNoWish) {
+TEST_F(NativeLimitTest, treatsADateInThePastAsNoRequest) {
   mac.number(ChangeKind::chargeToFull, 5);
   verified(80);
   show(0);
@@ -617,7 +618,7 @@ TEST_F(NativeLimitTest, warnsOnceOfAStepThatIsNotHeldAfterTenMinutes) {
   EXPECT_EQ(gGateVerified, true);
 }
 
-TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
+TEST_F(NativeLimitTest, warnsOnceOfEachStep) {
   for (const std::int64_t step : {85, 90, 95}) {
     written(step, 80);
     EXPECT_THAT(driveFor(610), ::testing::Contains("⚠️ the limit has no effect: macOS doesn't hold " +
@@ -625,7 +626,7 @@ TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
   }
 }
 
-TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
+TEST_F(NativeLimitTest, fallsBackToTheNextLowerStepWhereOthersAreRefused) {
   const double at = written(83, 90);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
@@ -641,7 +642,7 @@ TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
+TEST_F(NativeLimitTest, neverTriesAValueBetweenTheStepsAgain) {
   written(97, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 97% on this Mac (bfG0 reads 0) — holding 95% instead"));
@@ -658,7 +659,7 @@ TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
   }
 }
 
-TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
+TEST_F(NativeLimitTest, distinguishesRefusalsBelowEightyFromThoseBetweenSteps) {
   written(79, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 79% on this Mac (bfG0 reads 0) — holding 80% instead"));
@@ -669,13 +670,13 @@ TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, fallsToEightyWhereLessIsRefused) {
+TEST_F(NativeLimitTest, fallsBackToEightyWhereLessIsRefused) {
   const double at = written(75, 80);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
               ElementsAre("⚠️ macOS won't hold 75% on this Mac (bfG0 reads 80) — holding 80% instead"));
-  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick knows";
+  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick reads it";
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
   EXPECT_EQ(gNativeFloor, 80);
   EXPECT_THAT(drive(), ElementsAre(verified80));
@@ -716,7 +717,7 @@ TEST_F(Refused75, holdsEightyForALimitAtOrBelowTheRefusedOne) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(Refused75, remembersTheHighestOfTheRefused) {
+TEST_F(Refused75, recordsTheHighestRefusedLimit) {
   calDrive = CalDrive{.target = 78};
   drive();
   drive(600);
@@ -740,16 +741,16 @@ TEST_F(Refused75, hasNoFloorForALimitOfEightyOrMore) {
   }
 }
 
-TEST_F(Refused75, evaluatesTheFloorByTheLimitOfTheSettings) {
+TEST_F(Refused75, derivesTheFloorFromTheLimitOfTheSettings) {
   calDrive = CalDrive{.toFull = true, .target = 100};
   drive();
-  EXPECT_EQ(gNativeFloor, 80) << "also while something else is driven";
+  EXPECT_EQ(gNativeFloor, 80) << "also while another target is driven";
   cfg.limit = 76;
   drive();
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(Refused75, liftsAHeatPauseThatMacOSWouldNotHold) {
+TEST_F(Refused75, raisesAHeatPauseThatMacOSWouldNotHold) {
   limit(90);
   pct = 75;
   hot = true;
@@ -771,7 +772,7 @@ TEST_F(Refused75, showsItsFloorInTheStatus) {
   EXPECT_FALSE(nlohmann::json::parse(mac.read(statusFile)).contains("nativeFloor"));
 }
 
-// -- What is to be held
+// -- Targets
 
 TEST_F(NativeLimitTest, chargesToFullForATopUp) {
   topUp = true;
@@ -788,13 +789,13 @@ TEST_F(NativeLimitTest, followsACalibration) {
   calDrive = CalDrive{.toFull = false, .target = 15};
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 15%"));
   calDrive = CalDrive{.toFull = true, .target = 15};
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full whatever the target says";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full, whatever the target";
   calDrive = CalDrive{.toFull = false, .target = 80};
   topUp = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "before a Top Up";
 }
 
-TEST_F(NativeLimitTest, bringsTargetsBetween1And100) {
+TEST_F(NativeLimitTest, clampsTargetsTo1To100) {
   drive();
   forgetLines();
   for (const std::int64_t low : {0, -5}) {
@@ -818,12 +819,12 @@ TEST_F(NativeLimitTest, holdsAboveTheLimitWhereItFoundTheCharge) {
     EXPECT_THAT(drive(), IsEmpty()) << seen;
   }
   pct = 80;
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has come down by itself";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has discharged on its own";
   pct = 81;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 81%"));
 }
 
-TEST_F(NativeLimitTest, runsDownToTheLimitWhereTheUserWantsIt) {
+TEST_F(NativeLimitTest, dischargesToTheLimitIfTheUserWantsIt) {
   pct = 90;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
@@ -844,7 +845,7 @@ TEST_F(NativeLimitTest, holdsTheLimitItselfOnBattery) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
+TEST_F(NativeLimitTest, roundsAHoldPointDownWhereOnlyStepsAreAccepted) {
   written(83, 0);
   drive(600);
   forgetLines();
@@ -855,7 +856,7 @@ TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
 
 // -- Heat
 
-TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
+TEST_F(NativeLimitTest, stopsAtTheChargeAtWhichTheBatteryBecameHot) {
   show(0);
   drive();
   forgetLines();
@@ -874,14 +875,14 @@ TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 76%"));
 }
 
-TEST_F(NativeLimitTest, doesNotGoAboveTheLimitForHeat) {
+TEST_F(NativeLimitTest, neverStopsAboveTheLimitForHeat) {
   pct = 90;
   hot = true;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatOnBattery) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointOnBattery) {
   pct = 77;
   hot = true;
   drive();
@@ -901,10 +902,10 @@ TEST_F(NativeLimitTest, stopsATopUpAndACalibrationForHeat) {
   topUp = false;
   calDrive = CalDrive{.toFull = true, .target = 100};
   pct = 92;
-  EXPECT_THAT(drive(), IsEmpty()) << "the heat is the same";
+  EXPECT_THAT(drive(), IsEmpty()) << "the temperature is the same";
 }
 
-TEST_F(NativeLimitTest, asksForNoLimitBelowOneInTheHeat) {
+TEST_F(NativeLimitTest, setsNoLimitBelowOneForHeat) {
   pct = 0;
   hot = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 1%"));
@@ -919,9 +920,9 @@ TEST_F(NativeLimitTest, pausesForHeatInTheTick) {
 
 // -- The state
 
-TEST_F(NativeLimitTest, reportsTheStateWithTheLimitBehindIt) {
+TEST_F(NativeLimitTest, logsTheStateWithItsLimit) {
   mac.charge(80);
-  ticks(6);  // the gauge tells of the current every minute
+  ticks(6);  // the gauge publishes the current every minute
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: hold (macOS limit 80%)"));
   EXPECT_EQ(gState, ChargeState::hold);
   mac.unplug();
@@ -946,7 +947,7 @@ TEST_F(NativeLimitTest, dischargesWhereMacOSRunsTheBatteryDown) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(NativeLimitTest, goesByTheMarginWhereTheCurrentCannotBeRead) {
+TEST_F(NativeLimitTest, usesTheMarginIfTheCurrentCannotBeRead) {
   mac.property("InstantAmperage", virtual_mac::PropertyFault::missing);
   mac.property("Amperage", virtual_mac::PropertyFault::missing);
   drive();
@@ -977,7 +978,7 @@ TEST_F(NativeLimitTest, handsTheLimitBackOnceWhenItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackWhatItFindsWhenItStartsSwitchedOff) {
+TEST_F(NativeLimitTest, handsBackTheLimitThatItFindsIfItStartsSwitchedOff) {
   slider(85);
   mac.forgetJournal();
   cfg.enabled = false;
@@ -1005,7 +1006,7 @@ TEST_F(NativeLimitTest, keepsWhatTheUserSetsMeanwhile) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
+TEST_F(NativeLimitTest, recordsNothingThatItCannotRead) {
   drive();
   cfg.enabled = false;
   drive();
@@ -1018,7 +1019,7 @@ TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
   EXPECT_EQ(gNativeBefore, 100);
 }
 
-TEST_F(NativeLimitTest, drivesOnWhenItIsSwitchedOnAgain) {
+TEST_F(NativeLimitTest, setsItsLimitAgainWhenItIsSwitchedOnAgain) {
   slider(90);
   drive();
   cfg.enabled = false;
@@ -1045,7 +1046,7 @@ TEST_F(NativeLimitTest, isNotIdleForATopUpOrACalibration) {
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit handed back: off"));
 }
 
-TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
+TEST_F(NativeLimitTest, keepsTheHoldPointWhileIdle) {
   pct = 90;
   drive();
   cfg.enabled = false;
@@ -1057,7 +1058,7 @@ TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointWhileIdle) {
   pct = 77;
   hot = true;
   drive();
@@ -1069,7 +1070,7 @@ TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 75%"));
 }
 
-TEST_F(NativeLimitTest, takesItsOwnHandBackForAChoiceOfTheUserWhereItCouldNotBeGivenBack) {
+TEST_F(NativeLimitTest, recordsItsOwnHandBackAsTheUsersChoiceIfThePreviousLimitCouldNotBeRestored) {
   ASSERT_TRUE(NativeLimit::write(75, false));
   drive();
   ASSERT_EQ(gNativeBefore, 75);
@@ -1089,7 +1090,7 @@ struct HandBackCase {
   const char* text;
 };
 
-TEST_F(NativeLimitTest, handsBackWhatTheSliderCanShow) {
+TEST_F(NativeLimitTest, handsBackWhatTheSliderOffers) {
   for (const HandBackCase& example :
        {HandBackCase{75, 100, "off"}, HandBackCase{79, 100, "off"}, HandBackCase{80, 80, "80%"},
         HandBackCase{81, 100, "off"}, HandBackCase{83, 100, "off"}, HandBackCase{85, 85, "85%"},
@@ -1117,13 +1118,13 @@ TEST_F(NativeLimitTest, reportsWhenTheHandBackIsRefused) {
   EXPECT_THAT(newLines(), ElementsAre("macOS limit handed back: off ⚠️ refused"));
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThatItNeverTook) {
+TEST_F(NativeLimitTest, handsNothingBackIfItNeverSetTheLimit) {
   handBackNative();
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThroughAnotherGateOrNone) {
+TEST_F(NativeLimitTest, handsNothingBackWithAnotherGateOrNone) {
   gNativeBefore = 85;
   gGate = ChargeGate{ChargeKeys::chte, AdapterCutKey::none};
   handBackNative();
@@ -1145,7 +1146,7 @@ TEST_F(NativeLimitTest, handsNothingBackTwiceWhileItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackAgainOverWhatTheUserChoseAfterTheFirstTime) {
+TEST_F(NativeLimitTest, handsBackAgainOverALaterChoiceOfTheUser) {
   slider(90);
   drive();
   forgetLines();
@@ -1167,7 +1168,7 @@ TEST_F(NativeLimitTest, writesItsLimitAgainAfterAHandBack) {
 
 // -- After a purge
 
-TEST_F(NativeLimitTest, restsAfterAPurge) {
+TEST_F(NativeLimitTest, doesNothingAfterAPurge) {
   ticks(1);
   gPurged = true;
   forgetLines();
@@ -1177,7 +1178,7 @@ TEST_F(NativeLimitTest, restsAfterAPurge) {
   mac.settings(R"({"limit":95})");
   ticks(10);
   EXPECT_THAT(newLines(), IsEmpty());
-  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even look";
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even check";
   EXPECT_EQ(mac.read(statusFile), status);
 }
 

@@ -8,7 +8,7 @@
 namespace brisko::test {
 namespace {
 
-// What the daemon has written once it runs, beside what was installed.
+// The files that the daemon writes once it runs, besides the installed ones.
 Words runningFiles() {
   Words files = installedFiles();
   files.insert(files.end(),
@@ -32,7 +32,7 @@ void expectNothingHappened(const ScratchMac& mac, const Finished& run) {
   EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
 }
 
-TEST(Install, putsEverythingInItsPlaceAndStartsTheService) {
+TEST(Install, installsEverythingAndStartsTheService) {
   const ScratchMac mac;
 
   const Finished run = mac.install();
@@ -93,7 +93,7 @@ TEST(Install, reportsWhatItDid) {
   EXPECT_THAT(run.output, HasSubstr("Started the service com.brisko.daemon.\n"));
 }
 
-TEST(Install, takesTheBytesThatItHasChecked) {
+TEST(Install, installsTheBytesThatItHasChecked) {
   const ScratchMac mac;
 
   ASSERT_EQ(mac.install().status, 0);
@@ -122,7 +122,7 @@ TEST(Install, upgradesAnOlderInstallation) {
   EXPECT_EQ(contents(mac.at(programFile)), contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   EXPECT_EQ(mac.job(), jobWithoutApp());
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
-  // A running program is never written into.
+  // A running program is never overwritten in place.
   EXPECT_NE(inodeOf(mac.at(programFile)), older);
   EXPECT_THAT(
       mac.journal("launchctl"),
@@ -147,7 +147,7 @@ TEST(Install, stopsTheOlderServiceOnlyWhenAllFilesAreInPlace) {
       std::none_of(stop, calls.end(), [](const std::string& call) { return call.starts_with("mv "); }));
 }
 
-TEST(Install, mendsOwnersModesAndPlantedLinks) {
+TEST(Install, repairsOwnersModesAndPlantedLinks) {
   const ScratchMac mac;
   mac.put("/Library/Brisko/brisko-daemon", "not ours");
   mac.put("/Library/Logs/Brisko/daemon.log", "");
@@ -167,7 +167,7 @@ TEST(Install, mendsOwnersModesAndPlantedLinks) {
   EXPECT_EQ(contents(mac.at("/victim")), "untouched");
 }
 
-TEST(Install, watchesTheAppOnlyWhereItIs) {
+TEST(Install, watchesTheAppOnlyIfItIsInstalled) {
   const ScratchMac without;
   const ScratchMac with;
   with.putApp("/Applications/Brisko.app");
@@ -180,7 +180,7 @@ TEST(Install, watchesTheAppOnlyWhereItIs) {
                                                         "\t\t<string>/Applications/Brisko.app</string>\n")));
 }
 
-TEST(Install, watchesTheAppThatItIsTold) {
+TEST(Install, watchesTheGivenApp) {
   const ScratchMac mac;
   mac.putApp("/Applications/More & <Less>/Brisko.app");
 
@@ -191,7 +191,7 @@ TEST(Install, watchesTheAppThatItIsTold) {
                              HasSubstr("<string>/Applications/More &amp; &lt;Less&gt;/Brisko.app</string>")));
 }
 
-TEST(Install, refusesAnAppThatIsNotThere) {
+TEST(Install, refusesAMissingApp) {
   const ScratchMac mac;
 
   const Finished run = mac.install({"--app", "/Applications/Other.app"});
@@ -200,7 +200,7 @@ TEST(Install, refusesAnAppThatIsNotThere) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, installsNothingWhereTheProgramCannotControlTheCharge) {
+TEST(Install, installsNothingIfTheProgramCannotControlTheCharge) {
   const ScratchMac mac;
 
   const Finished run = mac.install(
@@ -211,7 +211,7 @@ TEST(Install, installsNothingWhereTheProgramCannotControlTheCharge) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, installsNothingThatDoesNotAnswerTheProbe) {
+TEST(Install, installsNoProgramThatDoesNotAnswerTheProbe) {
   const ScratchMac mac;
 
   const Finished run = mac.install({}, {{"FAKE_PROBE", "Could not open AppleSMC."}});
@@ -220,7 +220,7 @@ TEST(Install, installsNothingThatDoesNotAnswerTheProbe) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, leavesAnOlderInstallationAloneWhereItRefuses) {
+TEST(Install, leavesAnOlderInstallationAloneIfItRefuses) {
   const ScratchMac mac;
   ASSERT_EQ(mac.install().status, 0);
   mac.put(programFile, "older program");
@@ -242,7 +242,7 @@ TEST(Install, refusesAProgramWithoutATeam) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, takesAProgramWithoutATeamWhenToldTo) {
+TEST(Install, acceptsAProgramWithoutATeamIfToldTo) {
   const ScratchMac mac;
 
   const Finished run = mac.install({"--allow-unsigned"}, {{"FAKE_SIGNER", "ad hoc"}});
@@ -252,7 +252,7 @@ TEST(Install, takesAProgramWithoutATeamWhenToldTo) {
   EXPECT_EQ(mac.added(), runningFiles());
 }
 
-TEST(Install, refusesAProgramWithABrokenSignatureWhateverItIsTold) {
+TEST(Install, alwaysRefusesAProgramWithABrokenSignature) {
   const ScratchMac mac;
 
   const Finished run = mac.install({"--allow-unsigned"}, {{"FAKE_SIGNER", "unsigned"}});
@@ -261,7 +261,7 @@ TEST(Install, refusesAProgramWithABrokenSignatureWhateverItIsTold) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, wantsRoot) {
+TEST(Install, needsRoot) {
   const ScratchMac mac;
 
   const Finished run = mac.install({}, {{"FAKE_USER", "501"}});
@@ -270,7 +270,7 @@ TEST(Install, wantsRoot) {
   expectNothingHappened(mac, run);
 }
 
-TEST(Install, putsNoProgramWhereOthersMayReplaceIt) {
+TEST(Install, refusesAFolderInWhichOthersCouldReplaceTheProgram) {
   for (const mode_t mode : {0775U, 0757U}) {
     const ScratchMac mac;
     setMode(mac.at("/Library"), mode);
@@ -284,7 +284,7 @@ TEST(Install, putsNoProgramWhereOthersMayReplaceIt) {
   }
 }
 
-TEST(Install, followsNoLinkOnTheWayToTheProgram) {
+TEST(Install, refusesALinkOnThePathToTheProgram) {
   const ScratchMac mac;
   mac.put("/elsewhere/file", "");
   makeLink(mac.at("/Library/Brisko"), mac.at("/elsewhere"));
@@ -297,7 +297,7 @@ TEST(Install, followsNoLinkOnTheWayToTheProgram) {
                                        "/elsewhere/file 644"));
 }
 
-TEST(Install, triesAgainWhenTheLaunchServiceIsNotReady) {
+TEST(Install, triesAgainIfLaunchdIsNotReady) {
   const ScratchMac mac;
 
   EXPECT_EQ(mac.install({}, {{"FAKE_REFUSALS", "4"}}).status, 0);
@@ -305,7 +305,7 @@ TEST(Install, triesAgainWhenTheLaunchServiceIsNotReady) {
   EXPECT_TRUE(mac.job());
 }
 
-TEST(Install, reportsWhenTheLaunchServiceDoesNotTakeTheJob) {
+TEST(Install, reportsWhenLaunchdRejectsTheJob) {
   const ScratchMac mac;
 
   const Finished run = mac.install({}, {{"FAKE_REFUSALS", "5"}});
@@ -328,7 +328,7 @@ TEST(Install, givesUpOnAnOlderServiceThatDoesNotStop) {
   EXPECT_THAT(mac.journal("launchctl"), Not(Contains(HasSubstr("bootstrap"))));
 }
 
-TEST(Install, findsTheProgramBesideIt) {
+TEST(Install, findsTheProgramBesideTheScript) {
   const ScratchMac mac;
   mac.put("/Volumes/Brisko 1/newsyslog.d/com.brisko.daemon.conf",
           supplied("newsyslog.d/com.brisko.daemon.conf"));
@@ -344,7 +344,7 @@ TEST(Install, findsTheProgramBesideIt) {
   EXPECT_TRUE(mac.job());
 }
 
-TEST(Install, refusesArgumentsThatMakeNoSense) {
+TEST(Install, refusesInvalidArguments) {
   const ScratchMac mac;
   for (const Words& arguments : {Words{"--nonsense"}, Words{"extra"}, Words{"--app"}, Words{"--app", ""},
                                  Words{"--app", "--allow-unsigned"}, Words{"--app", "Brisko.app"},
@@ -357,7 +357,7 @@ TEST(Install, refusesArgumentsThatMakeNoSense) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
-TEST(Install, explainsItselfToAnyone) {
+TEST(Install, showsItsHelpWithoutRoot) {
   const ScratchMac mac;
 
   const Finished run = mac.install({"--help"}, {{"FAKE_USER", "501"}});
@@ -367,7 +367,7 @@ TEST(Install, explainsItselfToAnyone) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
-// Half a file never stands where somebody would use it.
+// No incomplete file ever has a name under which it would be used.
 void expectWholeFiles(const ScratchMac& mac) {
   const std::map<std::string, std::string> whole{
       {programFile, contents(std::string(BRISKO_FAKES) + "/brisko-daemon")},
@@ -381,8 +381,8 @@ void expectWholeFiles(const ScratchMac& mac) {
   }
 }
 
-// Cuts an installation off before each of its calls in turn, in the middle of a file where a file is written.
-// `mend` makes good each time. Tells at how many calls it was cut off.
+// Interrupts an installation before each of its calls in turn, or in the middle of a file that the call
+// writes. Each time `mend` repairs the result. Returns the number of interruptions.
 template <typename Mend>
 int cutOffEverywhere(const Mend& mend) {
   for (int call = 1;; ++call) {
@@ -396,13 +396,13 @@ int cutOffEverywhere(const Mend& mend) {
   }
 }
 
-// The copy that a killed script was looking at stays in the temporary folder, which the system empties.
+// A killed script leaves the copy that it was checking in the temporary folder, which the system empties.
 Words withoutTemporary(Words files) {
   std::erase_if(files, [](const std::string& file) { return file.starts_with("/tmp/"); });
   return files;
 }
 
-TEST(InstallCutOff, isMendedByTheNextOne) {
+TEST(InstallCutOff, isCompletedByTheNextInstallation) {
   const int calls = cutOffEverywhere([](const ScratchMac& mac) {
     const Finished run = mac.install();
     EXPECT_EQ(run.status, 0) << run.errors;
@@ -412,7 +412,7 @@ TEST(InstallCutOff, isMendedByTheNextOne) {
   EXPECT_GT(calls, 20);
 }
 
-TEST(InstallCutOff, isClearedByTheUninstaller) {
+TEST(InstallCutOff, isRemovedByTheUninstaller) {
   const int calls = cutOffEverywhere([](const ScratchMac& mac) {
     const Finished run = mac.uninstall();
     EXPECT_EQ(run.status, 0) << run.errors;

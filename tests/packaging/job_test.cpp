@@ -57,14 +57,14 @@ void expectJob(const std::string& text, const Words& arguments) {
   EXPECT_EQ(plist_dict_get_size(at("MachServices")), 1U);
   EXPECT_TRUE(isTrue(plist_dict_get_item(at("MachServices"), "com.brisko.daemon.xpc")));
   EXPECT_TRUE(isTrue(at("RunAtLoad")));
-  // A list of conditions would be no boolean.
+  // Not a list of conditions, which launchd would accept here too.
   EXPECT_TRUE(isTrue(at("KeepAlive")));
   EXPECT_EQ(integerOf(at("ThrottleInterval")), 10U);
   EXPECT_EQ(textOf(at("ProcessType")), "Standard");
   EXPECT_EQ(textOf(at("StandardErrorPath")), "/Library/Logs/Brisko/daemon.err.log");
 }
 
-TEST(Job, isWhatTheLaunchServiceNeedsToKnow) {
+TEST(Job, containsWhatLaunchdNeeds) {
   expectJob(contents(std::string(BRISKO_PACKAGING) + "/com.brisko.daemon.plist"), {programFile});
 }
 
@@ -76,7 +76,7 @@ TEST(Job, isTheSameOnceInstalled) {
   expectJob(mac.job().value_or(""), {programFile});
 }
 
-TEST(Job, namesTheAppAsItIsWritten) {
+TEST(Job, namesTheAppExactly) {
   const ScratchMac mac;
   const std::string app = R"(/Applications/A \ "B" & <C>.app)";
   mac.putApp(app);

@@ -9,7 +9,7 @@
 namespace brisko::test {
 namespace {
 
-// A Mac with the tools that sign and pack, and a program.
+// A Mac with the signing and packaging tools, and a program.
 class Package : public ::testing::Test {
  protected:
   void SetUp() override { mac.put("/build/brisko-daemon", "the program"); }
@@ -48,7 +48,7 @@ TEST_F(Package, signsWithTheHardenedRuntimeAndNoEntitlements) {
             "codesign --verify --strict /build/brisko-daemon\n");
 }
 
-TEST_F(Package, asksForNoTimeStampWithoutATeam) {
+TEST_F(Package, requestsNoTimestampWithoutATeam) {
   EXPECT_EQ(make({"sign", "IDENTITY=-"}).status, 0);
 
   EXPECT_THAT(calls(), HasSubstr("--timestamp=none --identifier com.brisko.daemon --sign - "));
@@ -75,7 +75,7 @@ TEST_F(Package, packsTheInstallerWithTheProgram) {
 
 TEST_F(Package, isInstalledByItsScript) {
   ASSERT_EQ(make({"package", "INSTALLER_IDENTITY=Some One"}).status, 0);
-  // What the package carries, with a program that answers.
+  // The contents of the package, with a program that answers the probe.
   const std::string parts = mac.at("/build/parts/scripts/");
   put(parts + "brisko-daemon", contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
 
@@ -85,7 +85,7 @@ TEST_F(Package, isInstalledByItsScript) {
   EXPECT_TRUE(mac.job());
 }
 
-TEST_F(Package, wantsAnIdentity) {
+TEST_F(Package, needsAnIdentity) {
   const Finished signing = make({"sign"});
   const Finished packing = make({"package"});
 
@@ -96,7 +96,7 @@ TEST_F(Package, wantsAnIdentity) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
-TEST_F(Package, wantsAProgram) {
+TEST_F(Package, needsAProgram) {
   const Finished run = make({"sign", "IDENTITY=-", "PROGRAM=/nowhere/brisko-daemon"});
 
   EXPECT_NE(run.status, 0);
@@ -118,7 +118,7 @@ std::string nameOfSdks(const ::testing::TestParamInfo<LinkedSdks>& linked) {
 
 class ProgramPackage : public Package, public ::testing::WithParamInterface<LinkedSdks> {};
 
-TEST_P(ProgramPackage, isMadeOnlyWhenItsSdkIsOfMacOS26OrLater) {
+TEST_P(ProgramPackage, isBuiltOnlyWithTheSdkOfMacOS26OrLater) {
   const auto& [sdks, accepted, refusal] = GetParam();
   for (const Words& target : {Words{"sign", "IDENTITY=-"}, Words{"package", "INSTALLER_IDENTITY=Some One"}}) {
     const Finished run = make(target, {{"FAKE_SDKS", sdks}});
@@ -151,7 +151,7 @@ TEST_F(Package, isRefusedWhenTheProgramCannotBeRead) {
   EXPECT_THAT(calls(), IsEmpty());
 }
 
-// What CMake says about the SDK that it is going to build with.
+// What CMake prints about the SDK that it will use.
 Finished configureWithSdk(const std::string& version, const std::string& path = "macosx") {
   const std::string sysroot = path == "macosx" ? "" : path;
   return run("/bin/sh",
@@ -161,7 +161,7 @@ Finished configureWithSdk(const std::string& version, const std::string& path = 
               {"PATH", std::string(BRISKO_FAKES) + ":/usr/bin:/bin"}});
 }
 
-TEST(Configuration, tellsInOneLineOfAnOlderSdk) {
+TEST(Configuration, printsOneLineAboutAnOlderSdk) {
   for (const char* version : {"13.3", "15.5", "25.9"}) {
     const Finished run = configureWithSdk(version);
     EXPECT_EQ(run.status, 0) << run.errors;
@@ -178,18 +178,18 @@ TEST(Configuration, isSilentAboutANewEnoughSdk) {
   }
 }
 
-TEST(Configuration, asksForTheSdkThatItIsGiven) {
+TEST(Configuration, checksTheGivenSdk) {
   const std::string path = "/Applications/Old Xcode.app/MacOSX14.5.sdk";
   EXPECT_THAT(configureWithSdk("14.5", path).errors, HasSubstr("The SDK is 14.5,"));
 }
 
-TEST(Configuration, isSilentWhenNoSdkTellsItsVersion) {
+TEST(Configuration, isSilentIfNoSdkReportsItsVersion) {
   const Finished run = configureWithSdk("");
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_EQ(run.output + run.errors, "");
 }
 
-TEST_F(Package, reportsThatItTakesAMac) {
+TEST_F(Package, reportsThatItNeedsAMac) {
   const Finished signing = make({"sign", "IDENTITY=-"}, plainLinux);
   const Finished packing = make({"package", "INSTALLER_IDENTITY=Some One"}, plainLinux);
 

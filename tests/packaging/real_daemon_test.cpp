@@ -1,5 +1,5 @@
-// The uninstaller with the real daemon on a live virtual Mac: what it expects of the program must be what the
-// program does.
+// The uninstaller with the real daemon on a live virtual Mac: the program must do what the uninstaller relies
+// on.
 
 #include <filesystem>
 #include <string>
@@ -18,7 +18,8 @@ const std::string stopped = "01000000";
 
 class RealDaemon : public ::testing::Test {
  protected:
-  // A daemon that holds the charge and then ends in a way that gives it the time to give it back, or not.
+  // Runs a daemon that holds the charge, and ends it either in order, so that it gives the charge back, or by
+  // a kill.
   void holdAndEnd(int signal) {
     mac.settings(R"({"limit":80})");
     const auto daemon = mac.daemon();
@@ -64,7 +65,7 @@ TEST_F(RealDaemon, givesTheChargeBackWhenTheUninstallerRunsIt) {
   expectNothingLeft();
 }
 
-TEST_F(RealDaemon, needNotRunAgainAfterItsOrderlyExit) {
+TEST_F(RealDaemon, isNotRunAgainAfterAnOrderlyExit) {
   holdAndEnd(SIGTERM);
 
   const Finished run = uninstall();

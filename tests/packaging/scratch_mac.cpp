@@ -30,7 +30,7 @@ Words linesOf(const std::string& text) {
 
 }  // namespace
 
-// With a blank in its name, as volumes of a Mac have.
+// With a blank in its name, as a Mac's volumes may have.
 ScratchMac::ScratchMac() : root_(folder_.path("Macintosh HD")), mac_(folder_.path("mac")) {
   for (const char* path : {"/Applications", "/Library/LaunchDaemons", "/Library/Logs",
                            "/Library/Application Support", "/etc/newsyslog.d", "/tmp"}) {

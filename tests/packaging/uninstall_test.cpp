@@ -38,7 +38,7 @@ TEST_F(Uninstall, stopsTheServiceAndLeavesNothing) {
   EXPECT_THAT(mac.journal("launchctl"), ElementsAre("launchctl print system/com.brisko.daemon",
                                                     "launchctl bootout system/com.brisko.daemon",
                                                     "launchctl print system/com.brisko.daemon"));
-  // The daemon had said good-bye in its log.
+  // The daemon had logged its exit.
   EXPECT_THAT(mac.journal("brisko-daemon"), IsEmpty());
 }
 
@@ -75,7 +75,7 @@ TEST_F(Uninstall, worksInTheShellOfAMac) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, findsNothingToDoTheSecondTime) {
+TEST_F(Uninstall, doesNothingTheSecondTime) {
   ASSERT_EQ(mac.uninstall().status, 0);
   mac.forgetJournal();
 
@@ -87,7 +87,7 @@ TEST_F(Uninstall, findsNothingToDoTheSecondTime) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, leavesTheDataWhenToldTo) {
+TEST_F(Uninstall, keepsTheDataIfToldTo) {
   const Finished run = mac.uninstall({"--keep-data"});
 
   EXPECT_EQ(run.status, 0);
@@ -104,7 +104,7 @@ TEST_F(Uninstall, leavesTheDataWhenToldTo) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasCutOff) {
+TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasKilled) {
   mac.crash();
 
   const Finished run = mac.uninstall();
@@ -116,7 +116,7 @@ TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasCutOff) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, givesTheChargeBackItselfWhenNoLogReportsIt) {
+TEST_F(Uninstall, givesTheChargeBackItselfIfTheLogDoesNotShowIt) {
   ASSERT_EQ(std::remove(mac.at("/Library/Logs/Brisko/daemon.log").c_str()), 0);
   mac.crash();
 
@@ -126,7 +126,7 @@ TEST_F(Uninstall, givesTheChargeBackItselfWhenNoLogReportsIt) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, readsTheGoodByeAlsoInTheOlderLog) {
+TEST_F(Uninstall, findsTheLastLineAlsoInTheOlderLog) {
   mac.put("/Library/Logs/Brisko/daemon.log.1",
           "2026-03-01T08:00:00Z  brisko-daemon started (event-driven)\n"
           "2026-03-01T09:00:00Z  Signal 15: handing the macOS limit back, exiting.\n");
@@ -150,7 +150,7 @@ TEST_F(Uninstall, doesNotNeedTheSettings) {
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":1e300})");
 }
 
-TEST_F(Uninstall, givesTheChargeBackWithoutTheDataThatEndsEveryStart) {
+TEST_F(Uninstall, givesTheChargeBackWithoutDataThatEndsEveryStart) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -163,7 +163,7 @@ TEST_F(Uninstall, givesTheChargeBackWithoutTheDataThatEndsEveryStart) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, putsTheDataBackThatIsToBeKept) {
+TEST_F(Uninstall, restoresTheDataThatIsToBeKept) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -174,7 +174,7 @@ TEST_F(Uninstall, putsTheDataBackThatIsToBeKept) {
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }
 
-TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
+TEST_F(Uninstall, restoresTheDataAndEndsTheProgramWhenItIsInterrupted) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -198,7 +198,7 @@ TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, endsAProgramThatDoesNotWantTo) {
+TEST_F(Uninstall, killsAProgramThatDoesNotEnd) {
   mac.crash();
 
   const Finished run = mac.uninstall({}, {{"FAKE_DEAF", "1"}});
@@ -208,7 +208,7 @@ TEST_F(Uninstall, endsAProgramThatDoesNotWantTo) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, reportsWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
+TEST_F(Uninstall, reportsWhenThereIsNoProgramToGiveTheChargeBack) {
   ASSERT_EQ(std::remove(mac.at(programFile).c_str()), 0);
   mac.crash();
 
@@ -229,7 +229,7 @@ TEST_F(Uninstall, removesNothingUnderAServiceThatDoesNotStop) {
   EXPECT_EQ(mac.added(), before);
 }
 
-TEST_F(Uninstall, continuesWhenSomethingStays) {
+TEST_F(Uninstall, continuesWhenSomethingCannotBeRemoved) {
   const Finished run = mac.uninstall({}, {{"FAKE_STAYS", mac.at(programFile)}});
 
   EXPECT_EQ(run.status, 1);
@@ -237,7 +237,7 @@ TEST_F(Uninstall, continuesWhenSomethingStays) {
   EXPECT_THAT(mac.added(), ElementsAre("/Library/Brisko 755", "/Library/Brisko/brisko-daemon 755"));
 }
 
-TEST_F(Uninstall, leavesTheFilesOfOthers) {
+TEST_F(Uninstall, keepsFilesOfOthers) {
   mac.put("/Library/Brisko/other", "");
   mac.put("/Library/LaunchDaemons/com.example.plist", "");
   mac.put("/elsewhere/file", "");
@@ -252,7 +252,7 @@ TEST_F(Uninstall, leavesTheFilesOfOthers) {
                                        "/elsewhere/file 644"));
 }
 
-TEST_F(Uninstall, wantsRoot) {
+TEST_F(Uninstall, needsRoot) {
   const Words before = mac.added();
 
   const Finished run = mac.uninstall({}, {{"FAKE_USER", "501"}});
@@ -263,7 +263,7 @@ TEST_F(Uninstall, wantsRoot) {
   EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
 }
 
-TEST_F(Uninstall, refusesArgumentsThatMakeNoSense) {
+TEST_F(Uninstall, refusesInvalidArguments) {
   const Words before = mac.added();
   for (const Words& arguments :
        {Words{"--nonsense"}, Words{"extra"}, Words{""}, Words{"--keep-data", "now"}}) {
@@ -274,7 +274,7 @@ TEST_F(Uninstall, refusesArgumentsThatMakeNoSense) {
   EXPECT_EQ(mac.added(), before);
 }
 
-TEST_F(Uninstall, explainsItselfToAnyone) {
+TEST_F(Uninstall, showsItsHelpWithoutRoot) {
   const Finished run = mac.uninstall({"--help"}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.status, 0);
@@ -291,7 +291,7 @@ TEST_F(Uninstall, canBeFollowedByAnInstallation) {
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
 }
 
-TEST_F(Uninstall, isMendedByAnInstallationWhenCutOffWithTheDataAside) {
+TEST_F(Uninstall, canBeFollowedByAnInstallationIfInterruptedWithTheDataAside) {
   std::rename(mac.at(dataFolder).c_str(), mac.at(dataFolder + ".aside").c_str());
 
   const Finished run = mac.install();
@@ -302,7 +302,7 @@ TEST_F(Uninstall, isMendedByAnInstallationWhenCutOffWithTheDataAside) {
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }
 
-TEST_F(Uninstall, removesTheDataThatACutOffRunLeftAside) {
+TEST_F(Uninstall, removesTheDataThatAnInterruptedRunLeftAside) {
   std::rename(mac.at(dataFolder).c_str(), mac.at(dataFolder + ".aside").c_str());
 
   EXPECT_EQ(mac.uninstall().status, 0);
@@ -310,7 +310,7 @@ TEST_F(Uninstall, removesTheDataThatACutOffRunLeftAside) {
   expectNothingLeft();
 }
 
-TEST(UninstallCutOff, isFinishedByTheNextOne) {
+TEST(UninstallCutOff, isCompletedByTheNextUninstallation) {
   for (int call = 1;; ++call) {
     SCOPED_TRACE("cut off at call " + std::to_string(call));
     const ScratchMac mac;

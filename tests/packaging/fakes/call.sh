@@ -1,5 +1,5 @@
-# Meant to be sourced by the fakes of tools. Writes each call into the journal of the Mac, with its paths as
-# they would be on a real one, and ends the script under test just before the call whose number is asked for.
+# To be sourced by the fakes of tools. Records each call in the journal of the Mac, with the paths that it would
+# have on a real one, and ends the script under test just before the call whose number is given.
 # shellcheck shell=sh
 
 call() {

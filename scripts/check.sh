@@ -32,7 +32,7 @@ brisko-process-tests     brisko-process-tests/
 brisko-client-tests      brisko-client-tests/
 brisko-exchange-tests    brisko-exchange-tests/
 brisko-fuzz-replay       fuzz/
-brisko-lab               scenario/
+brisko-lab               scenario(-log)?/
 brisko-tidy-tests        brisko-tidy-tests/
 '
 passed=$build/passed

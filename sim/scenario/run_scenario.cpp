@@ -65,6 +65,7 @@ class ScenarioRun {
     runSteps();
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
+    outcome_.wholeLog = simulation_.stampedLog();
     return std::move(outcome_);
   }
 

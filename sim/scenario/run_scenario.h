@@ -16,6 +16,7 @@ namespace brisko::lab {
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
   std::vector<std::string> log = {};       // the last lines until then, and how many are left out between
+  std::vector<std::string> wholeLog = {};  // every line until then
   double begin = 0;                        // machine time
   double seconds = 0;                      // … that passed since then
   bool cancelled = false;                  // it was not played to its end, because it was not to continue

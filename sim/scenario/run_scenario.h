@@ -33,6 +33,7 @@ using ShouldContinue = std::function<bool(double seconds)>;
 struct RunOptions {
   Recording* recording = nullptr;  // what happens is noted there
   ShouldContinue shouldContinue = {};
+  std::function<void(const sim::Simulation&)> afterStep = {};  // may look, and changes nothing
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,

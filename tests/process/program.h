@@ -58,13 +58,15 @@ struct Finished {
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
 
-// Runs the daemon to its end in a child that `prepare` has changed before, above all its streams.
+// Runs a program, the daemon unless another is named, to its end in a child that `prepare` has changed
+// before, above all its streams.
 [[nodiscard]] Ended runPrepared(const Words& arguments, const Environment& environment,
-                                const std::function<void()>& prepare);
+                                const std::function<void()>& prepare,
+                                const std::string& name = "brisko-daemon");
 
-// Becomes nobody and runs the daemon to its end, without a virtual Mac.
+// Becomes nobody and runs it to its end, without a virtual Mac.
 [[nodiscard]] Ended runAsNobody(const Words& arguments, const Environment& environment = {},
-                                mode_t fileMask = 022);
+                                mode_t fileMask = 022, const std::string& name = "brisko-daemon");
 
 [[nodiscard]] std::string programPath(const std::string& name);
 

@@ -90,7 +90,7 @@ ExitStatus run(const std::vector<std::string>& arguments) {
                   .commandLine = commandLineOf(arguments)};
   if (!parsed.invocation) return misuse(context, parsed.error);
   if (invocation.has("--help")) {
-    output.raw(helpText(findCommand(invocation.command)));
+    output.lines(helpText(findCommand(invocation.command)));
     return output.flush() ? ExitStatus::done : ExitStatus::notDone;
   }
   const auto wait = waitIn(invocation);

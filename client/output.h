@@ -37,6 +37,7 @@ class Output {
   [[nodiscard]] const OutputStyle& style() const { return style_; }
 
   void line(const std::string& text) const;      // an answer; with a line feed
+  void lines(const std::string& text) const;     // several, each with its line feed
   void remark(const std::string& text) const;    // not printed with --quiet
   void raw(std::string_view bytes) const;        // as they are
   void json(const Json& object) const;           // one object on a line

@@ -16,6 +16,7 @@
 #include "client/real_time.h"
 #include "client/setting_keys.h"
 #include "client/state_reader.h"
+#include "platform/clock.h"
 
 namespace brisko::client {
 namespace {
@@ -158,6 +159,7 @@ FileChange changeSettingsFile(const std::string& path, const Json& keys, const S
       static_cast<void>(::unlink(temporary.c_str()));
       return failed;
     }
+    change.replacedAt = platform::wallNow();
     static_cast<void>(::fsync(lock.number()));
     change.replaced = std::move(original.file);
     change.read = std::move(original.bytes);

@@ -18,6 +18,7 @@ struct FileChange {
   bool done = false;
   ExitStatus status = ExitStatus::done;  // when it was not done
   std::string reason = {};               // likewise, as a clause with what to do
+  double replacedAt = 0;                 // wall clock, when the new file was in place
   // The file that was replaced, while it is open, and what was read from it: a daemon that had opened it
   // before may still write there.
   Descriptor replaced = {};

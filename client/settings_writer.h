@@ -25,6 +25,7 @@ struct ChangeOutcome {
   ExitStatus status = ExitStatus::done;
   Way way = Way::none;
   bool confirmed = false;  // the daemon shows the change, or keeps it
+  int writes = 0;          // of the file, until the change was not lost
   std::string text = {};   // additional sentences for the user; empty if everything is as requested
 };
 

@@ -208,7 +208,10 @@ std::optional<Answer> duringFullOnce(const Situation& situation) {
   const std::string ends =
       end ? "at " + timeText(*end, situation.now) + " or when you unplug" : "when you unplug";
   if (status.pct < 100) {
-    const Until until = untilReached(100, situation);
+    Until until = untilReached(100, situation);
+    const bool tooLate =
+        end && until.aboutMinutes && situation.now + static_cast<double>(*until.aboutMinutes) * 60 > *end;
+    if (tooLate) until = untilTime(*end);
     return Answer{Reason::fullOnce,
                   "Charging to full once, now " + percentText(status.pct) + inAbout(until) +
                       ". The limit returns " + ends + ".",

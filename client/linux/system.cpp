@@ -11,14 +11,11 @@
 #include <sys/types.h>
 
 #include "base/paths.h"
-#include "platform/system_power.h"
-#include "sim/machine/machine.h"
+#include "client/linux/machine_facts.h"
 #include "sim/machine/machine_store.h"
 
 namespace brisko::client {
 namespace {
-
-using virtual_mac::Machine;
 
 std::string machineFolder() {
   const char* folder = std::getenv("BRISKO_VIRTUAL_MAC");
@@ -68,31 +65,12 @@ Job jobOfDaemon(const std::string& volumeRoot) {
   return job;
 }
 
-// By the power service's message about the last full wake.
-std::optional<double> lastWake(const Machine& machine) {
-  constexpr auto hasPoweredOn = static_cast<std::uint32_t>(platform::PowerMessage::systemHasPoweredOn);
-  std::optional<double> latest;
-  for (const auto& notice : machine.sleep.notices) {
-    if (notice.type == hasPoweredOn) latest = std::max(latest.value_or(notice.sentAt), notice.sentAt);
-  }
-  if (!latest) return std::nullopt;
-  return *latest + machine.system.wallOffset;
-}
-
 }  // namespace
 
 SystemFacts readSystem() {
-  SystemFacts facts;
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr) return facts;
-  {
-    const auto view = store->view();
-    const Machine& machine = view.machine();
-    if (machine.adapter.present) facts.adapterWatts = machine.adapter.watts;
-    facts.bootedAt = machine.system.bootedAt + machine.system.wallOffset;
-    facts.wokeAt = lastWake(machine);
-    facts.asleep = machine.system.asleep;
-  }
+  if (store == nullptr) return {};
+  SystemFacts facts = factsOf(store->view().machine());
   facts.job = jobOfDaemon(store->volumeRoot());
   return facts;
 }

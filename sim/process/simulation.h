@@ -118,6 +118,7 @@ class Simulation {
   [[nodiscard]] std::string reply() const { return reply(latestRequest_); }
 
   [[nodiscard]] bool daemonRuns() const { return process_ != nullptr && process_->alive(); }
+  [[nodiscard]] bool serviceIsLoaded() const { return keptAlive_; }
   // For the process that ended last.
   [[nodiscard]] std::optional<int> exitStatus() const { return exitStatus_; }
   [[nodiscard]] std::optional<int> endSignal() const { return endSignal_; }

@@ -65,6 +65,7 @@ class ScenarioRun {
     runSteps();
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
+    outcome_.wholeLog = simulation_.stampedLog();
     return std::move(outcome_);
   }
 
@@ -90,6 +91,7 @@ class ScenarioRun {
     if (recording() != nullptr) simulation_.pass(0);
     for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
       runStep(index);
+      if (options_.afterStep) options_.afterStep(simulation_);
       outcome_.cancelled = options_.shouldContinue && !options_.shouldContinue(sinceBegin());
       if (outcome_.cancelled) return;
     }

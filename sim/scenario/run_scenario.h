@@ -16,6 +16,7 @@ namespace brisko::lab {
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
   std::vector<std::string> log = {};       // the last lines until then, and how many were omitted between
+  std::vector<std::string> wholeLog = {};  // every line until then
   double begin = 0;                        // machine time
   double seconds = 0;                      // … that passed since then
   bool cancelled = false;  // it did not run to its end, because `shouldContinue` returned false
@@ -32,6 +33,7 @@ using ShouldContinue = std::function<bool(double seconds)>;
 struct RunOptions {
   Recording* recording = nullptr;  // where the run is recorded
   ShouldContinue shouldContinue = {};
+  std::function<void(const sim::Simulation&)> afterStep = {};  // may look, and changes nothing
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,

@@ -13,7 +13,6 @@
 
 #include "client/live_brisko.h"
 #include "client/service.h"
-#include "sim/machine/machine_store.h"
 #include "support/record_schemas.h"
 
 namespace brisko {
@@ -340,20 +339,11 @@ TEST(BriskoRefuses, aComputerThatIsNotAMac) {
   expectRefused(test::run("brisko", {"limit", "70"}, {{"BRISKO_VIRTUAL_MAC", "/nowhere"}}), 3, "/nowhere");
 }
 
-// Pauses the daemon between two updates of the machine. Paused within one, it would keep the machine's lock.
-void pause(const LiveBrisko& mac) {
-  std::string reason;
-  const auto store = virtual_mac::MachineStore::open(mac.mac.folder(), reason);
-  ASSERT_TRUE(store) << reason;
-  const auto update = store->update();
-  mac.daemon->signal(SIGSTOP);
-}
-
 TEST(BriskoRefuses, toTrustAStatusFromTheFuture) {
   LiveBrisko mac;
   mac.boot();
   json status = json::parse(test::contents(mac.statusPath()));
-  pause(mac);
+  mac.pause();
   status["ts"] = status["ts"].get<double>() + 7200;
   test::put(mac.statusPath(), status.dump());
   const Finished finished = mac.brisko({"why"});
@@ -363,7 +353,7 @@ TEST(BriskoRefuses, toTrustAStatusFromTheFuture) {
 
 // A daemon that is paused, with a status from long ago.
 void fallSilent(LiveBrisko& mac) {
-  pause(mac);
+  mac.pause();
   json status = json::parse(test::contents(mac.statusPath()));
   status["ts"] = status["ts"].get<double>() - 100;
   test::put(mac.statusPath(), status.dump());
@@ -413,7 +403,7 @@ TEST(BriskoReads, aStatusOfAnOlderVersion) {
   LiveBrisko mac;
   mac.boot();
   json status = json::parse(test::contents(mac.statusPath()));
-  pause(mac);
+  mac.pause();
   test::put(
       mac.statusPath(),
       json{{"state", "hold"}, {"pct", 80}, {"ts", status["ts"]}, {"plugged", true}, {"upper", 80}}.dump());

@@ -7,6 +7,7 @@
 
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "sim/machine/machine.h"
 
 namespace brisko::test {
 
@@ -17,6 +18,10 @@ class LiveBrisko {
   // Starts the daemon and waits until it serves.
   void boot(const Words& arguments = {});
   void end();
+  // Between two of its updates of the machine: paused within one, the daemon would keep the machine's lock.
+  void pause() const;
+  // At once, without starting a program for it.
+  void change(const virtual_mac::Change& change) const;
 
   [[nodiscard]] Finished brisko(const Words& words, Environment environment = {}) const;
 

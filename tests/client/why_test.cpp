@@ -375,6 +375,23 @@ TEST(Why, namesWhenAFullChargeEnds) {
   EXPECT_EQ(why(situation).until->value, 100);
 }
 
+TEST(Why, namesTheEndOfAFullChargeThatComesBeforeItIsFull) {
+  Situation situation = usual();
+  situation.status->topUp = true;
+  situation.status->state = ChargeState::allow;
+  situation.status->pct = 60;
+  situation.settings.topUpHours = 1;
+  situation.topUpSince = now - 600;
+  EXPECT_EQ(why(situation).until->value, 100);
+  addSamples(situation, 10, 1, 20);
+  const Answer late = why(situation);
+  EXPECT_EQ(late.until->kind, UntilKind::time);
+  EXPECT_EQ(late.until->value, now + 3000);
+  EXPECT_THAT(late.text, Not(HasSubstr("about")));
+  situation.settings.topUpHours = 4;
+  EXPECT_EQ(why(situation).until->value, 100);
+}
+
 TEST(Why, waitsForTheAdapterOnlyInPhasesThatCharge) {
   Situation situation = usual();
   situation.status->plugged = false;

@@ -109,10 +109,10 @@ std::optional<int> Program::endSignal() const {
 
 // The program is opened first, so that the user that the child becomes needs no access to its path.
 Ended runPrepared(const Words& arguments, const Environment& environment,
-                  const std::function<void()>& prepare) {
+                  const std::function<void()>& prepare, const std::string& name) {
   return inChild([&] {
-    const int program = ::open(programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
-    Words words{"brisko-daemon"};
+    const int program = ::open(programPath(name).c_str(), O_RDONLY | O_CLOEXEC);
+    Words words{name};
     words.insert(words.end(), arguments.begin(), arguments.end());
     Words variables = environmentWith(environment);
     prepare();
@@ -121,11 +121,15 @@ Ended runPrepared(const Words& arguments, const Environment& environment,
   });
 }
 
-Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask) {
-  return runPrepared(arguments, environment, [fileMask] {
-    ::umask(fileMask);
-    becomeNobody();
-  });
+Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask,
+                  const std::string& name) {
+  return runPrepared(
+      arguments, environment,
+      [fileMask] {
+        ::umask(fileMask);
+        becomeNobody();
+      },
+      name);
 }
 
 bool eventually(const std::function<bool()>& seen, double seconds) {

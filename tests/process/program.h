@@ -58,13 +58,15 @@ struct Finished {
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
 
-// Runs the daemon until it ends, in a child that `prepare` has changed before, for example its streams.
+// Runs a program, by default the daemon, until it ends, in a child that `prepare` has changed before, for example
+// its streams.
 [[nodiscard]] Ended runPrepared(const Words& arguments, const Environment& environment,
-                                const std::function<void()>& prepare);
+                                const std::function<void()>& prepare,
+                                const std::string& name = "brisko-daemon");
 
-// Runs the daemon as the user nobody until it ends, without a virtual Mac.
+// Runs it as the user nobody until it ends, without a virtual Mac.
 [[nodiscard]] Ended runAsNobody(const Words& arguments, const Environment& environment = {},
-                                mode_t fileMask = 022);
+                                mode_t fileMask = 022, const std::string& name = "brisko-daemon");
 
 [[nodiscard]] std::string programPath(const std::string& name);
 

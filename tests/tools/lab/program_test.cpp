@@ -242,5 +242,16 @@ TEST_F(LabHistory, needsAnOutputFile) {
   EXPECT_EQ(run("history --svg " + folder.path("a.svg")).status, 2);
 }
 
+TEST_F(LabProgram, writesTheLogOfASingleScenario) {
+  const std::string log = folder.path("good.log");
+  EXPECT_EQ(run("run --log " + log + " " + folder.path("good.json")).status, 0);
+  EXPECT_THAT(test::contents(log), ContainsRegex("^20[0-9-]+T[0-9:]+Z  brisko-daemon started"));
+  EXPECT_THAT(test::contents(log), EndsWith("\n"));
+  const Ended ended =
+      run("run --log " + log + " " + folder.path("good.json") + " " + folder.path("good.json"));
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.output, HasSubstr("are for a single scenario"));
+}
+
 }  // namespace
 }  // namespace brisko::lab

@@ -65,6 +65,7 @@ class ScenarioRun {
     runSteps();
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
+    if (options_.atEnd) options_.atEnd(simulation_.root());
     return std::move(outcome_);
   }
 

@@ -32,6 +32,8 @@ using ShouldContinue = std::function<bool(double seconds)>;
 struct RunOptions {
   Recording* recording = nullptr;  // what happens is noted there
   ShouldContinue shouldContinue = {};
+  // Called at the end with the folder of the Mac's volume, which is removed afterwards.
+  std::function<void(const std::string& volume)> atEnd = {};
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,

@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "report/chart.h"
@@ -51,6 +53,24 @@ struct PictureFiles {
   [[nodiscard]] bool wanted() const { return !report.empty() || !svg.empty(); }
 };
 
+// What is kept of a run; "" for nothing.
+struct Kept {
+  PictureFiles pictures = {};
+  std::string volume = {};  // the new folder for a copy of the Mac's volume
+
+  [[nodiscard]] bool any() const { return pictures.wanted() || !volume.empty(); }
+};
+
+// An existing folder is never changed.
+bool keepVolume(const std::string& volume, const std::string& folder) {
+  std::error_code error;
+  const bool isNew = std::filesystem::create_directory(folder, error);
+  if (isNew) std::filesystem::copy(volume, folder, std::filesystem::copy_options::recursive, error);
+  if (isNew && !error) return true;
+  complain("brisko-lab: " + folder + ": " + (error ? error.message() : "exists already"));
+  return false;
+}
+
 bool writeFile(const std::string& path, const std::string& text) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
   stream << text;
@@ -75,7 +95,7 @@ bool writePictures(const Scenario& scenario, const Outcome& outcome, const Recor
   return writePictures(picture, files);
 }
 
-int runFile(const std::string& path, const PictureFiles& pictures) {
+int runFile(const std::string& path, const Kept& kept) {
   Diagnostics diagnostics(path);
   const auto text = contentsOf(path);
   if (!text) diagnostics.add("", "cannot be read");
@@ -85,26 +105,30 @@ int runFile(const std::string& path, const PictureFiles& pictures) {
     return misused;
   }
   std::optional<Recording> recording;
-  if (pictures.wanted()) recording.emplace();
-  const Outcome outcome =
-      runScenario(*scenario, diagnostics, {.recording = recording ? &*recording : nullptr});
+  if (kept.pictures.wanted()) recording.emplace();
+  bool isKept = true;
+  RunOptions options{.recording = recording ? &*recording : nullptr};
+  if (!kept.volume.empty())
+    options.atEnd = [&](const std::string& volume) { isKept = keepVolume(volume, kept.volume); };
+  const Outcome outcome = runScenario(*scenario, diagnostics, options);
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
         "): " + scenario->description + "\n");
   if (!holds) print(reportOf(outcome));
-  if (recording && !writePictures(*scenario, outcome, *recording, pictures)) return misused;
+  if (recording && !writePictures(*scenario, outcome, *recording, kept.pictures)) return misused;
+  if (!isKept) return misused;
   return holds ? allPassed : someFailed;
 }
 
-int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures) {
-  if (pictures.wanted() && paths.size() > 1) {
-    complain("brisko-lab: --report and --svg draw a single scenario; name one FILE.json");
+int runFiles(const std::vector<std::string>& paths, const Kept& kept) {
+  if (kept.any() && paths.size() > 1) {
+    complain("brisko-lab: --report, --svg and --volume keep a single scenario; name one FILE.json");
     return misused;
   }
   std::size_t held = 0;
   std::size_t failed = 0;
   for (const std::string& path : paths) {
-    const int status = runFile(path, pictures);
+    const int status = runFile(path, kept);
     held += status == allPassed ? 1 : 0;
     failed += status == someFailed ? 1 : 0;
   }
@@ -161,16 +185,17 @@ int run(int count, char** arguments) {
   std::function<int()> chosen;
   std::vector<std::string> paths;
   std::string folder;
-  PictureFiles pictures;
+  Kept kept;
   CLI::App* runs = program.add_subcommand(
       "run", "run scenarios; status 0: all passed, 1: one failed, 2: a file is invalid");
   runs->add_option("files", paths, "FILE.json …")->required();
-  addPictureOptions(*runs, pictures);
-  runs->callback([&] { chosen = [&] { return runFiles(paths, pictures); }; });
+  addPictureOptions(*runs, kept.pictures);
+  runs->add_option("--volume", kept.volume, "FOLDER for a copy of the Mac's files, for brisko --volume");
+  runs->callback([&] { chosen = [&] { return runFiles(paths, kept); }; });
   CLI::App* draws = program.add_subcommand("history", "draw a daemon's history");
   draws->add_option("folder", folder, "FOLDER with its daily files")->required();
-  addPictureOptions(*draws, pictures);
-  draws->callback([&] { chosen = [&] { return drawHistory(folder, pictures); }; });
+  addPictureOptions(*draws, kept.pictures);
+  draws->callback([&] { chosen = [&] { return drawHistory(folder, kept.pictures); }; });
   program.add_subcommand("actions", "list what can happen in a scenario")->callback([&] {
     chosen = listActions;
   });

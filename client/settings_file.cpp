@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/file_writing.h"
 #include "client/real_time.h"
 #include "client/setting_keys.h"
 #include "client/state_reader.h"
@@ -123,21 +124,6 @@ std::string settingsText(const Json& original, const Json& keys) {
   return jsonText(configObject(parseConfig(object))).value_or("");
 }
 
-// Writes a complete new file beside the old one. Empty, with errno set, if that failed.
-std::string writeBeside(const std::string& path, const std::string& text) {
-  std::string temporary = path + ".new." + std::to_string(::getpid());
-  static_cast<void>(::unlink(temporary.c_str()));
-  const Descriptor file(
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) return "";
-  if (::fchmod(file.number(), 0644) == 0 && writeAll(file.number(), text) && ::fsync(file.number()) == 0)
-    return temporary;
-  const int reason = errno;
-  static_cast<void>(::unlink(temporary.c_str()));
-  errno = reason;
-  return "";
-}
-
 }  // namespace
 
 FileChange changeSettingsFile(const std::string& path, const Json& keys, const Settings& defaults,
@@ -148,7 +134,7 @@ FileChange changeSettingsFile(const std::string& path, const Json& keys, const S
     Original original;
     FileChange change = readOriginal(path, configObject(defaults), force, original);
     if (!change.done) return change;
-    const std::string temporary = writeBeside(path, settingsText(original.object, keys));
+    const std::string temporary = writeBeside(path, settingsText(original.object, keys), 0644);
     if (temporary.empty()) return failure(path + " cannot be written");
     if (!isUnchanged(path, original)) {
       static_cast<void>(::unlink(temporary.c_str()));

@@ -39,4 +39,7 @@ struct SystemFacts {
 // started again. False and a reason, as one clause, when that was refused.
 [[nodiscard]] bool endDaemon(std::string& reason);
 
+// Opens the page at `path` in the user's browser. False and a reason, as one clause, when that was refused.
+[[nodiscard]] bool openPage(const std::string& path, std::string& reason);
+
 }  // namespace brisko::client

@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include "base/paths.h"
+#include "client/child_process.h"
 #include "client/linux/machine_facts.h"
 #include "sim/machine/machine_store.h"
 
@@ -98,5 +99,7 @@ bool endDaemon(std::string& reason) {
   reason = process ? "the daemon's process may not be ended by you" : "no daemon runs";
   return false;
 }
+
+bool openPage(const std::string& path, std::string& reason) { return runProgram({"xdg-open", path}, reason); }
 
 }  // namespace brisko::client

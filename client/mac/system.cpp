@@ -9,6 +9,7 @@
 #include <sys/sysctl.h>
 #include <sys/time.h>
 
+#include "client/child_process.h"
 #include "client/launchd_text.h"
 #include "platform/macos/cf_value.h"
 #include "platform/macos/owned.h"
@@ -84,6 +85,10 @@ bool endDaemon(std::string& reason) {
   if (run("/bin/launchctl kill SIGTERM system/com.brisko.daemon 2>/dev/null").succeeded) return true;
   reason = "launchd does not run the daemon";
   return false;
+}
+
+bool openPage(const std::string& path, std::string& reason) {
+  return runProgram({"/usr/bin/open", path}, reason);
 }
 
 }  // namespace brisko::client

@@ -66,6 +66,7 @@ class ScenarioRun {
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
     outcome_.wholeLog = simulation_.stampedLog();
+    if (options_.atEnd) options_.atEnd(simulation_.root());
     return std::move(outcome_);
   }
 

@@ -164,5 +164,64 @@ TEST_F(HistoryFiles, areReportedIfMissing) {
   EXPECT_EQ(reason, "its 1 day file holds no line that can be read");
 }
 
+// --- Some days
+
+class SomeDays : public HistoryFiles {
+ protected:
+  // The hours are counted from the beginning of 2 March, in UTC.
+  [[nodiscard]] HistoryReading between(double fromHour, double untilHour) {
+    return readHistory(folder.path(), start + fromHour * 3600, start + untilHour * 3600, error);
+  }
+  static constexpr long long start = morning + 16 * 3600;
+  std::error_code error;
+};
+
+TEST_F(SomeDays, areThoseFromAMomentUntilBeforeAnother) {
+  day("2026-03-02.jsonl",
+      line(start - 1, 70) + line(start, 71) + line(start + 86399, 72) + line(start + 86400, 73));
+  const HistoryReading reading = between(0, 24);
+  EXPECT_FALSE(error);
+  EXPECT_THAT(reading.picture.moments, ElementsAre(Field(&Moment::level, 71), Field(&Moment::level, 72)));
+}
+
+TEST_F(SomeDays, mayBeInAFileOfTheDayBeforeOrAfter) {
+  day("2026-03-01.jsonl", line(start + 3600, 70));  // written in a zone to the west
+  day("2026-03-03.jsonl", line(start + 12 * 3600, 71));
+  EXPECT_THAT(between(0, 24).picture.moments, SizeIs(2));
+}
+
+TEST_F(SomeDays, areReadFromTheirFilesAlone) {
+  day("2026-02-01.jsonl", "nonsense\n");
+  day("2026-03-02.jsonl", line(start));
+  day("2027-01-01.jsonl", "nonsense\n");
+  const HistoryReading reading = between(0, 24);
+  EXPECT_EQ(reading.files, 1U);
+  EXPECT_EQ(reading.skipped, 0U);
+  EXPECT_EQ(reading.firstDay, dateIn("2026-02-01"));
+  EXPECT_EQ(reading.lastDay, dateIn("2027-01-01"));
+}
+
+TEST_F(SomeDays, mayHaveNoSamples) {
+  EXPECT_THAT(between(0, 24).picture.moments, IsEmpty());
+  EXPECT_FALSE(error);
+  EXPECT_FALSE(between(0, 24).firstDay);
+}
+
+TEST_F(SomeDays, cannotBeReadFromAFolderThatIsNone) {
+  static_cast<void>(readHistory(folder.path("nowhere"), 0, 1, error));
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+  test::put(folder.path("file"), "");
+  static_cast<void>(readHistory(folder.path("file"), 0, 1, error));
+  EXPECT_EQ(error, std::errc::not_a_directory);
+}
+
+TEST_F(HistoryFiles, areSkippedWhenNoDaemonWroteThem) {
+  day("2026-03-01.jsonl", line(morning));
+  day("2026-03-02.jsonl", std::string((std::size_t{16} << 20U) + 1, '\n'));
+  const HistoryReading reading = read();
+  EXPECT_EQ(reading.files, 1U);
+  EXPECT_THAT(reading.firstSkipped, ElementsAre("2026-03-02.jsonl: is larger than any file of the daemon"));
+}
+
 }  // namespace
 }  // namespace brisko::lab

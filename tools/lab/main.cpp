@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "report/chart.h"
@@ -49,10 +51,21 @@ struct OutputFiles {
   std::string report = {};
   std::string svg = {};
   std::string log = {};
+  std::string volume = {};  // the new folder for a copy of the Mac's volume
 
   [[nodiscard]] bool wantPicture() const { return !report.empty() || !svg.empty(); }
-  [[nodiscard]] bool wanted() const { return wantPicture() || !log.empty(); }
+  [[nodiscard]] bool wanted() const { return wantPicture() || !log.empty() || !volume.empty(); }
 };
+
+// An existing folder is never changed.
+bool keepVolume(const std::string& volume, const std::string& folder) {
+  std::error_code error;
+  const bool isNew = std::filesystem::create_directory(folder, error);
+  if (isNew) std::filesystem::copy(volume, folder, std::filesystem::copy_options::recursive, error);
+  if (isNew && !error) return true;
+  complain("brisko-lab: " + folder + ": " + (error ? error.message() : "exists already"));
+  return false;
+}
 
 bool writeFile(const std::string& path, const std::string& text) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
@@ -95,20 +108,23 @@ int runFile(const std::string& path, const OutputFiles& files) {
   }
   std::optional<Recording> recording;
   if (files.wantPicture()) recording.emplace();
-  const Outcome outcome =
-      runScenario(*scenario, diagnostics, {.recording = recording ? &*recording : nullptr});
+  bool isKept = true;
+  RunOptions options{.recording = recording ? &*recording : nullptr};
+  if (!files.volume.empty())
+    options.atEnd = [&](const std::string& volume) { isKept = keepVolume(volume, files.volume); };
+  const Outcome outcome = runScenario(*scenario, diagnostics, options);
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
         "): " + scenario->description + "\n");
   if (!holds) print(reportOf(outcome));
   if (recording && !writePictures(*scenario, outcome, *recording, files)) return misused;
-  if (!writeLog(outcome.wholeLog, files.log)) return misused;
+  if (!isKept || !writeLog(outcome.wholeLog, files.log)) return misused;
   return holds ? allPassed : someFailed;
 }
 
 int runFiles(const std::vector<std::string>& paths, const OutputFiles& files) {
   if (files.wanted() && paths.size() > 1) {
-    complain("brisko-lab: --report, --svg and --log are for a single scenario; name one FILE.json");
+    complain("brisko-lab: --report, --svg, --log and --volume are for a single scenario; name one FILE.json");
     return misused;
   }
   std::size_t held = 0;
@@ -177,6 +193,7 @@ int run(int count, char** arguments) {
   runs->add_option("files", paths, "FILE.json …")->required();
   addPictureOptions(*runs, files);
   runs->add_option("--log", files.log, "OUT.log: everything that the daemon logged");
+  runs->add_option("--volume", files.volume, "FOLDER for a copy of the Mac's files, for brisko --volume");
   runs->callback([&] { chosen = [&] { return runFiles(paths, files); }; });
   CLI::App* draws = program.add_subcommand("history", "draw a daemon's history");
   draws->add_option("folder", folder, "FOLDER with its daily files")->required();

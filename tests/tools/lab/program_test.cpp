@@ -161,7 +161,7 @@ TEST_F(LabProgram, drawsNoInvalidFile) {
 
 TEST_F(LabProgram, drawsOneScenarioAtATime) {
   const std::string good = folder.path("good.json");
-  for (const std::string option : {"--report ", "--svg "}) {
+  for (const std::string option : {"--report ", "--svg ", "--volume "}) {
     const Ended ended = run("run " + option + folder.path("a") + " " + good + " " + good);
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.output, HasSubstr("name one FILE.json"));
@@ -174,6 +174,17 @@ TEST_F(LabProgram, reportsWhenAChartCannotBeWritten) {
   const Ended ended = run("run --svg " + nowhere + " " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.output, HasSubstr("brisko-lab: " + nowhere + ": cannot be written\n"));
+}
+
+TEST_F(LabProgram, keepsTheFilesOfTheMac) {
+  const std::string volume = folder.path("volume");
+  EXPECT_EQ(run("run --volume " + volume + " " + folder.path("good.json")).status, 0);
+  EXPECT_THAT(test::contents(volume + "/Library/Application Support/Brisko/status.json"),
+              HasSubstr("\"pct\":70"));
+  const Ended again = run("run --volume " + volume + " " + folder.path("good.json"));
+  EXPECT_EQ(again.status, 2);
+  EXPECT_THAT(again.output, HasSubstr(volume + ": exists already"));
+  EXPECT_EQ(run("run --volume " + folder.path("none/volume") + " " + folder.path("good.json")).status, 2);
 }
 
 TEST_F(LabProgram, drawsTheSameEachTime) {

@@ -9,7 +9,7 @@
 namespace brisko::lab {
 namespace {
 
-constexpr double chargeHeight = 230;  // of the panels
+constexpr double dayChargeHeight = 230;  // of the panels
 constexpr double hoursHeight = 100;
 
 class DayDrawing : private PanelDrawing {
@@ -52,8 +52,8 @@ class DayDrawing : private PanelDrawing {
   void drawCharge() {
     constexpr double thinnest = 2;  // of a day on which the charge stayed the same
     const double step = layout_.width < 500 ? 20 : 10;
-    chart_.charge = beginPanel("Charge, lowest to highest, %", chargeHeight, {0, 100}, step,
-                               daysWithoutSamples(chargeHeight));
+    chart_.charge = beginPanel("Charge, lowest to highest, %", dayChargeHeight, {0, 100}, step,
+                               daysWithoutSamples(dayChargeHeight));
     std::string bars;
     for (const DaySummary& day : summary_.days) {
       if (!day.lowest) continue;

@@ -9,7 +9,7 @@ help:
 	@echo 'make check     run before each commit: the tests of what was rebuilt, without the long ones'
 	@echo 'make test      run all checks: format, tests with both compilers, sanitizers, clang-tidy'
 	@echo 'make bench     measure speed and memory, each compared with its target'
-	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all (docs/lab.md)'
+	@echo 'make campaign  run generated scenarios over weeks: SEEDS=1..400 DAYS=30 FAULTS=all GUARD=… (docs/lab.md)'
 	@echo 'make fuzz      fuzz every parser, for SECONDS=60 each'
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    format the C++ files'
@@ -30,7 +30,7 @@ DAYS ?= 30
 FAULTS ?= all
 campaign: configured
 	@cmake --build build/release --target brisko-lab
-	@build/release/brisko-lab campaign --seeds $(SEEDS) --days $(DAYS) --faults $(FAULTS)
+	@build/release/brisko-lab campaign --seeds $(SEEDS) --days $(DAYS) --faults $(FAULTS) $(if $(GUARD),--guard $(GUARD))
 
 fuzz:
 	@scripts/fuzz.sh $(or $(SECONDS),60)

@@ -12,6 +12,16 @@ std::string textAt(const Json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
+std::vector<std::string> textsAt(const Json& object, const char* key) {
+  std::vector<std::string> texts;
+  const auto found = object.find(key);
+  if (found == object.end() || !found->is_array()) return texts;
+  for (const Json& each : *found) {
+    if (each.is_string()) texts.push_back(each.get<std::string>());
+  }
+  return texts;
+}
+
 CalibrationStatus calibrationIn(const Json& object) {
   CalibrationStatus calibration;
   const auto found = object.find("cal");
@@ -62,7 +72,11 @@ std::optional<DaemonStatus> daemonStatusIn(const Json& object) {
                       .chargeMode = textAt(object, "chargeMode"),
                       .daemonVersion = textAt(object, "daemonVersion"),
                       .daemonPath = textAt(object, "daemonPath"),
-                      .calibration = calibrationIn(object)};
+                      .calibration = calibrationIn(object),
+                      .guards = textsAt(object, "guards"),
+                      .nextWake = numberAt(object, "nextWake"),
+                      .fullUntil = numberAt(object, "fullUntil"),
+                      .dischargeUnseen = flag("dischargeUnseen", false)};
 }
 
 }  // namespace brisko::client

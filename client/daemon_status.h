@@ -46,6 +46,10 @@ struct DaemonStatus {
   std::string daemonVersion = {};
   std::string daemonPath = {};
   CalibrationStatus calibration = {};
+  std::vector<std::string> guards = {};  // that are on
+  std::optional<double> nextWake = {};   // wall clock, of a sleeping Mac that charges
+  std::optional<double> fullUntil = {};  // wall clock: a full charge asked of macOS is waited for
+  bool dischargeUnseen = false;          // it is wanted, but a cut adapter could not be seen
 };
 
 // None when it lacks the state, the charge or the time.

@@ -127,7 +127,7 @@ JobArguments jobArgumentsIn(const std::vector<std::string>& arguments) {
     } else if (name == "--lower") {
       const auto lower = parseInteger(value);
       if (lower) job.lower = *lower >= 0 ? lower : std::nullopt;
-    } else if (name != "--app") {
+    } else if (name != "--app" && name != "--guard") {
       continue;
     }
     ++index;

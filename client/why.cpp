@@ -130,6 +130,17 @@ Answer calibrationAnswer(Reason reason, const char* phase, std::int64_t target, 
           until};
 }
 
+// The adapter is not cut where that could not be seen.
+std::optional<Answer> waitingDrain(const Situation& situation, const char* phase) {
+  const DaemonStatus& status = *situation.status;
+  if (!status.dischargeUnseen || !status.plugged) return std::nullopt;
+  return Answer{Reason::calibrationDrainWaits,
+                std::string("Calibration, ") + phase + ": at " + percentText(status.pct) +
+                    ". This Mac does not show its adapter, so the daemon does not cut it off. Unplug it to "
+                    "continue.",
+                untilEvent("unplugged")};
+}
+
 Answer soakAnswer(const Situation& situation) {
   const CalibrationStatus& calibration = situation.status->calibration;
   const auto left =
@@ -153,6 +164,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
     case CalPhase::fill:
       return calibrationAnswer(Reason::calibrationFill, "first charge", 100, situation, true);
     case CalPhase::drain:
+      if (const auto waits = waitingDrain(situation, "discharge")) return waits;
       return calibrationAnswer(Reason::calibrationDrain, "discharge", calibration.drainTarget, situation,
                                false);
     case CalPhase::refill:
@@ -160,6 +172,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
     case CalPhase::soak:
       return soakAnswer(situation);
     case CalPhase::restore:
+      if (const auto waits = waitingDrain(situation, "back to the limit")) return waits;
       return calibrationAnswer(Reason::calibrationRestore, "back to the limit", situation.settings.limit,
                                situation, false);
     case CalPhase::idle:
@@ -222,6 +235,16 @@ std::optional<Answer> duringFullOnce(const Situation& situation) {
                 end ? untilTime(*end) : untilEvent("unplugged")};
 }
 
+std::optional<Answer> duringFullChargeByMacOS(const Situation& situation) {
+  const DaemonStatus& status = *situation.status;
+  if (!status.fullUntil || *status.fullUntil <= situation.now) return std::nullopt;
+  return Answer{Reason::fullByMacOS,
+                "macOS charges to full, as you asked in the Battery menu, now " + percentText(status.pct) +
+                    ". The limit of " + percentText(limitInForce(status)) + " returns at " +
+                    timeText(*status.fullUntil, situation.now) + ".",
+                untilTime(*status.fullUntil)};
+}
+
 // --- The band
 
 std::optional<Answer> whileDischarging(const Situation& situation) {
@@ -242,6 +265,14 @@ std::optional<Answer> whileDischarging(const Situation& situation) {
             ": discharging to the limit was given up because the Mac did not follow. It is tried again after "
             "you unplug the adapter or change the limit.",
         untilEvent("unplugged")};
+  }
+  if (status.dischargeUnseen) {
+    return Answer{Reason::dischargeUnseen,
+                  "Held at " + percentText(status.pct) +
+                      ": this Mac does not show its adapter, so the daemon does not cut it off to discharge. "
+                      "Unplug it to go below the limit of " +
+                      percentText(limit) + ".",
+                  untilEvent("unplugged")};
   }
   if (!status.discharge) return std::nullopt;
   return Answer{Reason::dischargeWaits,
@@ -292,6 +323,13 @@ std::optional<bool> currentFlows(const std::vector<RecentSample>& recent) {
   return *newest.watts > 0;
 }
 
+// Only a dark wake shows it: awake, nothing is scheduled.
+std::string nextWakeText(const Situation& situation) {
+  const std::optional<double> wake = situation.status->nextWake;
+  if (!wake || *wake <= situation.now) return "";
+  return " The Mac wakes at " + timeText(*wake, situation.now) + " to stop at the limit.";
+}
+
 Answer whileAllowed(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
   const std::int64_t limit = limitInForce(status);
@@ -315,7 +353,7 @@ Answer whileAllowed(const Situation& situation) {
   const Until until = untilReached(limit, situation);
   return {Reason::charging,
           "Charging from " + percentText(status.pct) + " to the limit of " + percentText(limit) +
-              inAbout(until) + ".",
+              inAbout(until) + "." + nextWakeText(situation),
           until};
 }
 
@@ -349,6 +387,8 @@ const char* codeOf(Reason reason) {
       return "calibrationFill";
     case Reason::calibrationDrain:
       return "calibrationDrain";
+    case Reason::calibrationDrainWaits:
+      return "calibrationDrainWaits";
     case Reason::calibrationRefill:
       return "calibrationRefill";
     case Reason::calibrationSoak:
@@ -359,10 +399,14 @@ const char* codeOf(Reason reason) {
       return "unplugged";
     case Reason::fullOnce:
       return "fullOnce";
+    case Reason::fullByMacOS:
+      return "fullByMacOS";
     case Reason::discharging:
       return "discharging";
     case Reason::dischargeGivenUp:
       return "dischargeGivenUp";
+    case Reason::dischargeUnseen:
+      return "dischargeUnseen";
     case Reason::dischargeWaits:
       return "dischargeWaits";
     case Reason::atLimit:
@@ -399,8 +443,9 @@ std::int64_t limitInForce(const DaemonStatus& status) {
 
 Answer why(const Situation& situation) {
   using Rule = std::optional<Answer> (*)(const Situation&);
-  constexpr Rule rules[] = {withoutDaemon,  withoutControl, whileOff,         whileHot, duringCalibration,
-                            whileUnplugged, duringFullOnce, whileDischarging, whileHeld};
+  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,       whileHot,
+                            duringCalibration, whileUnplugged, duringFullOnce, duringFullChargeByMacOS,
+                            whileDischarging,  whileHeld};
   for (const Rule rule : rules) {
     if (auto answer = rule(situation)) return *answer;
   }

@@ -30,13 +30,16 @@ enum class Reason : std::uint8_t {
   hot,
   calibrationFill,
   calibrationDrain,
+  calibrationDrainWaits,  // for the adapter to be unplugged
   calibrationRefill,
   calibrationSoak,
   calibrationRestore,
   unplugged,
   fullOnce,
+  fullByMacOS,  // asked for in the Battery menu, and waited for
   discharging,
   dischargeGivenUp,  // the hardware did not follow
+  dischargeUnseen,   // a cut adapter could not be told from an unplugged one
   dischargeWaits,    // for a full wake
   atLimit,
   aboveLimit,

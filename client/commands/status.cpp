@@ -68,6 +68,12 @@ std::string daemonText(const State& state) {
   return text + ", status " + durationText(state.now - status.ts) + " old";
 }
 
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) all += (all.empty() ? "" : ", ") + text;
+  return all;
+}
+
 // A line of the table: a label, a value, and a note at the right.
 struct Row {
   const char* label;
@@ -96,6 +102,12 @@ std::vector<Row> rowsOf(const State& state, const Situation& situation) {
                         "     " + heat + "     " + lightText(state)},
       {"Daemon", daemonText(state)},
   };
+  if (!status.guards.empty()) {
+    rows.insert(rows.end() - 1, {"Guards", joined(status.guards),
+                                 status.nextWake && *status.nextWake > state.now
+                                     ? "wakes at " + timeText(*status.nextWake, state.now)
+                                     : ""});
+  }
   if (status.calibration.phase != CalPhase::idle) {
     rows.insert(rows.end() - 1, {"Calibration", std::string(phaseName(status.calibration.phase)),
                                  "since " + timeText(status.calibration.phaseSince, state.now)});

@@ -72,7 +72,8 @@ std::string seedsText(const Seeds& seeds) {
 
 std::string commandFor(const CampaignOptions& options, std::uint64_t seed) {
   return "brisko-lab campaign --seeds " + seedsText({seed, seed}) + " --days " +
-         std::to_string(options.days) + " --faults " + std::string(nameOf(options.faults));
+         std::to_string(options.days) + " --faults " + std::string(nameOf(options.faults)) +
+         (options.guard.empty() ? "" : " --guard " + options.guard);
 }
 
 std::string invariantText(const Verdict& verdict) {
@@ -88,7 +89,7 @@ std::string eventText(const GeneratedScenario& scenario, const Verdict& verdict)
 }
 
 std::string failureText(const CampaignOptions& options, std::uint64_t seed, const Verdict& verdict) {
-  const GeneratedScenario scenario = generateScenario(seed, options.days, options.faults);
+  const GeneratedScenario scenario = generateScenario(seed, options.days, options.faults, options.guard);
   std::string text = "seed " + std::to_string(seed) + " (commit " + commitOfBuild() + ")\n";
   if (verdict.result == Result::failed) {
     text += "  when:      " + momentText(verdict.begin + verdict.at) + " of machine time, after " +
@@ -251,7 +252,7 @@ class Campaign {
   }
 
   void shrinkOne(std::uint64_t seed, const Verdict& verdict) {
-    const GeneratedScenario scenario = generateScenario(seed, options_.days, options_.faults);
+    const GeneratedScenario scenario = generateScenario(seed, options_.days, options_.faults, options_.guard);
     std::size_t tried = 0;
     const TryOut tryOut = [&](const std::vector<GeneratedScenario>& candidates) {
       tried += candidates.size();
@@ -334,7 +335,7 @@ int runCampaign(const CampaignOptions& options, const Output& output, const RunS
 
 RunSeed runnerFor(const CampaignOptions& options) {
   return [options](std::uint64_t seed, const ShouldContinue& shouldContinue) {
-    return runGenerated(generateScenario(seed, options.days, options.faults), shouldContinue);
+    return runGenerated(generateScenario(seed, options.days, options.faults, options.guard), shouldContinue);
   };
 }
 

@@ -23,6 +23,7 @@ struct CampaignOptions {
   Seeds seeds = {};
   std::int64_t days = 7;
   Faults faults = Faults::all;
+  std::string guard = {};  // of the daemon; empty: without that option
   unsigned jobs = 1;
   // The folder for the shrunk scenarios, one for each violated invariant; none: nothing is shrunk.
   std::optional<std::string> shrinkInto = std::nullopt;

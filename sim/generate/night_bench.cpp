@@ -4,8 +4,11 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 #include "base/options.h"
+#include "hardware/scheduled_wake.h"
 #include "sim/generate/rng.h"
 #include "sim/invariants/invariant_checker.h"
 #include "sim/machine/faults.h"
@@ -19,9 +22,9 @@ using virtual_mac::ChangeKind;
 
 constexpr std::uint64_t benchStream = 5;
 constexpr double hourSeconds = 3600;
-constexpr double dusk = 1772398800;         // 2026-03-01 21:00:00 UTC
+constexpr double dusk = 1772398800;                // 2026-03-01 21:00:00 UTC
 constexpr double seven = dusk + 10 * hourSeconds;  // in the morning
-constexpr double bandWidth = 5;             // the default
+constexpr double bandWidth = 5;                    // the default
 
 // Adapters that come with the model or are often used with it.
 std::vector<double> adaptersOf(const std::string& model) {
@@ -54,22 +57,60 @@ virtual_mac::Machine machineFor(const NightPlan& plan) {
   return machine;
 }
 
-void goToBed(const NightPlan& plan, CheckedSimulation& simulation) {
+// Asleep on its adapter, with nothing that stops charging.
+double percentWithoutLimit(const NightPlan& plan, const virtual_mac::Machine& atBedtime) {
+  virtual_mac::Machine machine = virtual_mac::makeMachine(
+      *virtual_mac::findModel(plan.model),
+      {.startTime = atBedtime.now, .percent = virtual_mac::level(atBedtime), .plugged = true});
+  machine.adapter.watts = plan.adapterWatts;
+  virtual_mac::apply(machine, {.kind = ChangeKind::closeLid});
+  virtual_mac::advance(machine, seven);
+  return virtual_mac::level(machine);
+}
+
+// Sleeps on battery until it is plugged in. Returns what the daemon's wakes cost meanwhile, in points.
+double sleepOnBattery(double seconds, CheckedSimulation& simulation) {
+  constexpr double fallsAsleep = 30;  // seconds
+  simulation.pass(fallsAsleep);
+  virtual_mac::Machine undisturbed = simulation.machine();
+  const auto unwritten = std::make_unique<virtual_mac::Journal>();
+  for (const double date : simulation.pendingWakes())
+    virtual_mac::cancelEvent(undisturbed, *unwritten, date, wakeEventID, wakeEventType);
+  simulation.pass(seconds - fallsAsleep);
+  virtual_mac::advance(undisturbed, simulation.machine().now);
+  return std::max(0.0, virtual_mac::level(undisturbed) - virtual_mac::level(simulation.machine()));
+}
+
+// The scheduled wakes that came: neither cancelled in time nor still to come.
+std::uint64_t wakesThatCame(const CheckedSimulation& simulation) {
+  std::uint64_t count = 0;
+  for (const virtual_mac::JournalEntry& entry : simulation.entriesSinceCheckpoint()) {
+    if (entry.status != 0) continue;
+    double date = 0;
+    std::memcpy(&date, entry.bytes.data(), sizeof date);
+    if (entry.command == virtual_mac::journalScheduled) ++count;
+    if (entry.command == virtual_mac::journalCancelled && date > entry.time) --count;
+  }
+  return count - simulation.pendingWakes().size();
+}
+
+// Returns the points that were lost on battery to scheduled wakes.
+double goToBed(const NightPlan& plan, CheckedSimulation& simulation) {
   const auto plug = [&] { simulation.change({.kind = ChangeKind::plug, .number = plan.adapterWatts}); };
   const auto closeLid = [&] {
     simulation.setCheckpoint();
     simulation.change({.kind = ChangeKind::closeLid});
   };
   simulation.pass(plan.usedSeconds);
-  if (plan.bedtime == Bedtime::onAdapter) return closeLid();
   if (plan.bedtime == Bedtime::pluggedIn) {
     plug();
     simulation.pass(plan.pluggedAfter);
-    return closeLid();
   }
   closeLid();
-  simulation.pass(plan.pluggedAfter);
+  if (plan.bedtime != Bedtime::pluggedAsleep) return 0;
+  const double lost = sleepOnBattery(plan.pluggedAfter, simulation);
   plug();
+  return lost;
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -103,6 +144,40 @@ std::string line(const std::string& name, const std::vector<const Night*>& night
   text += " | " + std::to_string(shortOfBand) + " | " + textOf("%.1f", quantile(below, 1));
   for (const double share : {0.5, 1.0}) text += " | " + textOf("%.0f", quantile(wakes, share));
   return text + " |\n";
+}
+
+using Results = std::vector<const NightResult*>;
+
+std::size_t countOf(const Results& results, const std::function<bool(const NightResult&)>& applies) {
+  return static_cast<std::size_t>(std::count_if(results.begin(), results.end(),
+                                                [&](const NightResult* result) { return applies(*result); }));
+}
+
+double mostOf(const Results& results, const std::function<double(const NightResult&)>& value) {
+  double most = 0;
+  for (const NightResult* result : results) most = std::max(most, value(*result));
+  return most;
+}
+
+// "1990 of 2000 (99.5 %)"
+std::string shareText(std::size_t count, std::size_t all) {
+  const double share = all > 0 ? 100 * static_cast<double>(count) / static_cast<double>(all) : 100;
+  return std::to_string(count) + " of " + std::to_string(all) + " (" + textOf("%.1f", share) + " %)";
+}
+
+std::string goalsOf(const Results& results) {
+  const std::size_t near = countOf(results, [](const NightResult& result) { return result.above <= 1; });
+  const std::size_t inReach = countOf(results, [](const NightResult& result) { return result.bandInReach; });
+  const std::size_t reached =
+      countOf(results, [](const NightResult& result) { return result.bandInReach && result.below <= 0; });
+  const double worst = mostOf(results, [](const NightResult& result) { return result.above; });
+  const double lost = mostOf(results, [](const NightResult& result) { return result.batteryLost; });
+  const double wakes =
+      mostOf(results, [](const NightResult& result) { return static_cast<double>(result.scheduledWakes); });
+  return "  at most 1 point above the limit: " + shareText(near, results.size()) + ", worst " +
+         textOf("%.1f", worst) + "\n  in the band in the morning, where the adapter could bring it there: " +
+         shareText(reached, inReach) + "\n  lost on battery to scheduled wakes: " + textOf("%.2f", lost) +
+         " points at most\n  scheduled wakes a night: " + textOf("%.0f", wakes) + " at most\n";
 }
 
 std::string chargeClass(double percent) {
@@ -155,17 +230,20 @@ NightResult spendNight(const NightPlan& plan, const NightOptions& options) {
   CheckedSimulation simulation(setup);
   simulation.write(defaultConfigPath, "{\"limit\":" + std::to_string(options.limit) + "}");
   simulation.begin();
-  goToBed(plan, simulation);
+  NightResult result;
+  result.batteryLost = goToBed(plan, simulation);
   const double atBedtime = virtual_mac::level(simulation.machine());
   const std::uint64_t wakesBefore = simulation.machine().sleep.wakes;
+  result.bandInReach =
+      percentWithoutLimit(plan, simulation.machine()) >= static_cast<double>(options.limit) - bandWidth;
   simulation.pass(seven - simulation.machine().now);
 
   const auto limit = static_cast<double>(options.limit);
-  NightResult result;
   result.percentAtSeven = virtual_mac::level(simulation.machine());
   result.above = std::max(0.0, simulation.highest() - std::max(limit, atBedtime));
   result.below = std::max(0.0, limit - bandWidth - result.percentAtSeven);
   result.wakes = simulation.machine().sleep.wakes - wakesBefore;
+  result.scheduledWakes = wakesThatCame(simulation);
   if (const auto violation = simulation.violation()) {
     result.violation = numbered(violation->invariant) + " Seen: " + violation->seen;
   }
@@ -195,6 +273,17 @@ std::string nightTable(const std::vector<Night>& nights) {
     for (const auto& [name, members] : classes) text += line(name, members);
   }
   return text;
+}
+
+std::string nightGoals(const std::vector<Night>& nights) {
+  std::vector<const NightResult*> counted;
+  std::vector<const NightResult*> others;
+  for (const Night& night : nights) {
+    const bool unseen = night.plan.bedtime == Bedtime::pluggedAsleep && !night.plan.adapterWakes;
+    (unseen ? others : counted).push_back(&night.result);
+  }
+  return "\nWhere plugging in wakes the Mac, or it is plugged in before:\n" + goalsOf(counted) +
+         "Where it was plugged in asleep and that did not wake it:\n" + goalsOf(others);
 }
 
 }  // namespace brisko::lab

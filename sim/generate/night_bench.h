@@ -38,7 +38,10 @@ struct NightResult {
   double above = 0;  // points above the limit at most, or above the charge at bedtime if that was higher
   double below = 0;  // points below the band at seven
   std::uint64_t wakes = 0;
-  std::string violation = {};  // of an invariant; empty: none
+  std::uint64_t scheduledWakes = 0;  // … of them that the daemon had scheduled
+  bool bandInReach = true;           // the adapter could have charged the Mac to the band by seven
+  double batteryLost = 0;            // points that scheduled wakes cost before it was plugged in asleep
+  std::string violation = {};        // of an invariant; empty: none
 };
 
 struct NightOptions {
@@ -53,5 +56,8 @@ struct Night {
   NightResult result;
 };
 [[nodiscard]] std::string nightTable(const std::vector<Night>& nights);
+
+// How the nights compare with what the guard of the night is to achieve, in a few lines.
+[[nodiscard]] std::string nightGoals(const std::vector<Night>& nights);
 
 }  // namespace brisko::lab

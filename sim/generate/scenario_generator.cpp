@@ -91,6 +91,13 @@ ScenarioJson makeDaemon(Rng& rng) {
   return daemon;
 }
 
+// No random number is drawn for it, so the same seed is the same Mac and user with and without guards.
+void addGuard(const std::string& guard, ScenarioJson& daemon) {
+  ScenarioJson& arguments = daemon["arguments"];
+  if (arguments.is_null()) arguments = ScenarioJson::array();
+  arguments.insert(arguments.end(), {"--guard", guard});
+}
+
 void addFaults(const GeneratedMac& mac, Faults faults, std::uint64_t seed, GeneratedScenario& scenario,
                Timeline& timeline) {
   if (faults == Faults::none) return;
@@ -135,7 +142,8 @@ std::span<const std::string_view> everydayActions() {
   return names;
 }
 
-GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults faults) {
+GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults faults,
+                                   const std::string& guard) {
   GeneratedScenario scenario{.seconds = days * secondsOfDay};
   Rng macRng(seed, macStream);
   const GeneratedMac mac = makeMac(macRng);
@@ -149,6 +157,7 @@ GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults
   const ScenarioJson settings = randomSettings(userRng);
   if (!userRng.oneIn(15)) scenario.settings = settings;
   scenario.daemon = makeDaemon(userRng);
+  if (!guard.empty()) addGuard(guard, scenario.daemon);
   addUserActions(days, habits, settings, userRng, timeline);
 
   addFaults(mac, faults, seed, scenario, timeline);

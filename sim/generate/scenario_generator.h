@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "sim/generate/generated_scenario.h"
@@ -18,7 +19,9 @@ enum class Faults : std::uint8_t {
 };
 [[nodiscard]] std::string_view nameOf(Faults faults);
 
-[[nodiscard]] GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults faults);
+// `guard` is passed on to the daemon; empty: without that option.
+[[nodiscard]] GeneratedScenario generateScenario(std::uint64_t seed, std::int64_t days, Faults faults,
+                                                 const std::string& guard = "");
 
 // The entries of the virtual Mac's list of faults that people cause by ordinary use of an obedient Mac.
 [[nodiscard]] std::span<const std::string_view> everydayActions();

@@ -6,6 +6,7 @@
 
 #include "base/process_flags.h"
 #include "hardware/battery.h"
+#include "policy/night_watch.h"
 #include "sim/invariants/gate_keys.h"
 #include "sim/invariants/observed.h"
 #include "sim/invariants/preconditions.h"
@@ -104,7 +105,8 @@ void checkSwitchedOff(const TickRecord& tick, const Violated& violated) {
 }
 
 constexpr Invariant openWithoutAdapter{
-    7, "Without an adapter a tick ends in allow, unless heat or a calibration says otherwise."};
+    7,
+    "Without an adapter a tick ends in allow, unless heat, a calibration or a guarded night says otherwise."};
 
 void checkWithoutAdapter(const TickRecord& tick, const Observation& observation, const Violated& violated) {
   if (adapterIsSeen(observation.machine()) || gThermalPaused || !stateIsDriven()) return;
@@ -115,6 +117,8 @@ void checkWithoutAdapter(const TickRecord& tick, const Observation& observation,
     if (!drained || !gateHasKeys()) return;
     expected = ChargeState::hold;
   }
+  // The guard leaves charging stopped until the full wake.
+  if (isNight() && tick.sample.state == ChargeState::hold) return;
   if (tick.sample.state != expected) violated(openWithoutAdapter, stateText(tick));
 }
 

@@ -299,6 +299,7 @@ void InvariantChecker::prepare() {
   addSleepRules(impl_->rules);
   addNativeRules(impl_->rules);
   addProcessRules(impl_->rules);
+  addGuardRules(impl_->rules);
 }
 
 void InvariantChecker::checkIteration() { impl_->iterationEnded(); }

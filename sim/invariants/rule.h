@@ -163,6 +163,7 @@ void addRecordRules(Rules& rules);
 void addSleepRules(Rules& rules);
 void addNativeRules(Rules& rules);
 void addProcessRules(Rules& rules);
+void addGuardRules(Rules& rules);
 
 // Checks in the lab after a process has ended.
 void checkChargeAtEnd(const ProcessEnd& end, const Observation& observation, const Violated& violated);

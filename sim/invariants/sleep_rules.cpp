@@ -105,8 +105,10 @@ class Wakes final : public Rule {
 
 // --- The plan for a sleep
 
-constexpr Invariant sleepPlan{
-    19, "Before sleep the band is frozen, or below it one wake is planned 5 to 45 minutes ahead."};
+constexpr Invariant sleepPlan{19,
+                              "Before sleep the band is frozen, or below it one wake is planned 5 to 45 "
+                              "minutes ahead (guarded: 3 to 180, "
+                              "or the Mac stays awake)."};
 
 class SleepPlans final : public Rule {
  public:
@@ -132,6 +134,7 @@ class SleepPlans final : public Rule {
     const bool keepsTheBand = settings->enabled && !settings->topUp && gCal.phase == CalPhase::idle &&
                               adapterIsSeen(observation.machine());
     const Planned planned = plannedIn(iteration, observation);
+    if (gGuards.night) return checkGuarded(*settings, power->pct, before, planned, observation, violated);
     if (keepsTheBand && power->pct >= band.lower) return checkFreeze(planned, observation, violated);
     if (gState != before) violated(sleepPlan, "the sleep that is to be left alone changed the state");
     if (keepsTheBand) return checkWake(planned, violated);
@@ -162,6 +165,34 @@ class SleepPlans final : public Rule {
         planned.refused && (observation.disturbances().diskIsFull ||
                             anyLineStartsWith(iteration, "⚠️ impossible de programmer un réveil"));
     return planned;
+  }
+
+  // The guard prepares for an adapter that is plugged in asleep, too.
+  static void checkGuarded(const Settings& settings, std::int64_t pct, ChargeState before,
+                           const Planned& planned, const Observation& observation, const Violated& violated) {
+    constexpr std::int64_t noLimit = 100;
+    const Bounds band = bounds(settings.limit, gCliLower, settings.hysteresis);
+    const bool plugged = adapterIsSeen(observation.machine());
+    const bool limited = settings.enabled && !settings.topUp && gCal.phase == CalPhase::idle &&
+                         (plugged || band.upper < noLimit);
+    if (limited && pct >= band.lower) return checkFreeze(planned, observation, violated);
+    if (limited && band.upper < noLimit) return checkStep(planned, observation, violated);
+    if (gState != before) violated(sleepPlan, "the sleep that is to be left alone changed the state");
+    if (planned.wakes > 0) violated(sleepPlan, "a wake was scheduled for a sleep that is to be left alone");
+  }
+
+  static void checkStep(const Planned& planned, const Observation& observation, const Violated& violated) {
+    if (planned.wakes == 0) {
+      const bool settled = planned.refused || gState == ChargeState::hold;
+      if (!settled && !observation.machine().sleep.preventedByClient)
+        violated(sleepPlan, "a sleep below the band begins without a wake");
+      return;
+    }
+    if (planned.wakes > 1) violated(sleepPlan, std::to_string(planned.wakes) + " wakes were scheduled");
+    constexpr double rounding = 1e-3;
+    if (planned.minutes < 3 - rounding || planned.minutes > 180 + rounding) {
+      violated(sleepPlan, "a wake was scheduled in " + std::to_string(planned.minutes) + " minutes");
+    }
   }
 
   static void checkFreeze(const Planned& planned, const Observation& observation, const Violated& violated) {

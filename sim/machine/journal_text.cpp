@@ -68,6 +68,8 @@ std::string journalText(const JournalEntry& entry) {
   if (entry.command == virtual_mac::journalAnswered) return "allowed " + messageName(entry.key);
   if (entry.command == virtual_mac::journalScheduled) return "wake scheduled" + failed;
   if (entry.command == virtual_mac::journalCancelled) return "wake cancelled" + failed;
+  if (entry.command == virtual_mac::journalPrevented) return "sleep prevented" + failed;
+  if (entry.command == virtual_mac::journalReleased) return "sleep permitted";
   if (entry.command == virtual_mac::journalAsked) return "asked " + requestName(entry.key);
   if (entry.command == virtual_mac::journalReplied) {
     return "replied " + requestName(entry.key) + (entry.bytes[0] != 0 ? "" : "!");

@@ -22,7 +22,7 @@
 namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
-inline constexpr std::uint32_t machineVersion = 4;
+inline constexpr std::uint32_t machineVersion = 5;
 
 // The machine time of an event that will not happen.
 inline constexpr double never = std::numeric_limits<double>::infinity();
@@ -283,6 +283,7 @@ struct Sleep {
   std::uint32_t eventPlaces;              // the places from here on are empty
   platform::KernelStatus scheduleStatus;  // not 0: scheduling fails with it
   bool refusesClients;
+  bool preventedByClient;     // an assertion keeps a Mac on its adapter from sleeping
   std::int64_t client;        // process id of the registered client; 0 none
   std::uint32_t lateAnswers;  // of the client, in a row
   std::uint32_t noticesSent;  // so far; notice n lies at n % noticePlaces
@@ -543,6 +544,8 @@ inline constexpr std::uint8_t journalReceived = 0x40;   // the client received a
 inline constexpr std::uint8_t journalAnswered = 0x41;   // … and allowed it
 inline constexpr std::uint8_t journalScheduled = 0x42;  // an event; bytes: its date as a double
 inline constexpr std::uint8_t journalCancelled = 0x43;  // likewise
+inline constexpr std::uint8_t journalPrevented = 0x4A;  // sleep, by an assertion
+inline constexpr std::uint8_t journalReleased = 0x4B;   // that assertion
 // Of the control service; key: the RequestKind, byte 0 of a reply: 1 done.
 inline constexpr std::uint8_t journalAsked = 0x48;    // a request was delivered to the daemon
 inline constexpr std::uint8_t journalReplied = 0x49;  // … and it replied
@@ -631,6 +634,10 @@ void allowPowerChange(Machine& machine, Journal& journal, std::uint32_t token);
                                                    std::string_view identifier, std::string_view type);
 platform::KernelStatus cancelEvent(Machine& machine, Journal& journal, double date,
                                    std::string_view identifier, std::string_view type);
+// The client's assertion "PreventSystemSleep". Refused by what refuses to schedule events. A Mac that is dark
+// for no other reason falls asleep some seconds after it was released, or at the end of the client.
+[[nodiscard]] platform::KernelStatus preventSleep(Machine& machine, Journal& journal);
+void allowSleep(Machine& machine, Journal& journal);
 
 // Boots the machine: uptime starts at zero with the capabilities of a full wake. The keys keep their values.
 void boot(Machine& machine);

@@ -263,10 +263,17 @@ void announceSleep(Machine& machine) {
   beginStage(machine, SleepStage::announced, PowerMessage::systemWillSleep);
 }
 
+// What keeps a dark Mac awake for as long as it lasts.
+bool isKeptAwake(const Machine& machine) {
+  const Sleep& sleep = machine.sleep;
+  return sleep.refusal == SleepRefusal::inDarkness ||
+         (sleep.preventedByClient && externalIsConnected(machine));
+}
+
 void fallAsleep(Machine& machine) {
   Sleep& sleep = machine.sleep;
   sleep.darkUntil = unset;
-  if (sleep.refusal == SleepRefusal::inDarkness) return;
+  if (isKeptAwake(machine)) return;
   machine.system.asleep = true;
   sleep.dark = false;
   sleep.heldUntil = unset;
@@ -322,6 +329,13 @@ void returnToSleep(Machine& machine) {
   } else {
     askForSleep(machine);
   }
+}
+
+// Something that kept a dark Mac awake has ended.
+void sleepUnlessKept(Machine& machine) {
+  Sleep& sleep = machine.sleep;
+  const bool waits = sleep.dark && sleep.darkUntil < 0;
+  if (waits && !isKeptAwake(machine)) sleep.darkUntil = machine.now + lingerSeconds;
 }
 
 void cancelEverything(Sleep& sleep) {
@@ -424,13 +438,12 @@ void wakeDark(Machine& machine, double seconds) {
 
 void wakeForAdapter(Machine& machine) {
   if (machine.sleep.adapterWakes) wakeDark(machine, darkWakeSeconds(machine));
+  sleepUnlessKept(machine);
 }
 
 void setRefusal(Machine& machine, SleepRefusal refusal) {
-  Sleep& sleep = machine.sleep;
-  sleep.refusal = refusal;
-  const bool waits = sleep.dark && sleep.darkUntil < 0;
-  if (waits && refusal != SleepRefusal::inDarkness) sleep.darkUntil = machine.now + lingerSeconds;
+  machine.sleep.refusal = refusal;
+  sleepUnlessKept(machine);
 }
 
 void setNights(Machine& machine, Nights nights) {
@@ -449,6 +462,8 @@ bool registerPowerClient(Machine& machine, std::int64_t process) {
 void forgetPowerClient(Machine& machine) {
   Sleep& sleep = machine.sleep;
   sleep.client = 0;
+  sleep.preventedByClient = false;
+  sleepUnlessKept(machine);
   if (sleep.stage != SleepStage::none) sleep.stageEndsAt = machine.now;
 }
 
@@ -484,6 +499,19 @@ KernelStatus cancelEvent(Machine& machine, Journal& journal, double date, std::s
   const KernelStatus status = removeEvent(machine.sleep, eventOf(date, identifier, type));
   noteEvent(machine, journal, journalCancelled, date, status);
   return status;
+}
+
+KernelStatus preventSleep(Machine& machine, Journal& journal) {
+  const KernelStatus status = machine.sleep.scheduleStatus;
+  newEntry(machine, journal, journalPrevented).status = status;
+  if (status == platform::kernelSuccess) machine.sleep.preventedByClient = true;
+  return status;
+}
+
+void allowSleep(Machine& machine, Journal& journal) {
+  newEntry(machine, journal, journalReleased);
+  machine.sleep.preventedByClient = false;
+  sleepUnlessKept(machine);
 }
 
 }  // namespace brisko::virtual_mac

@@ -17,6 +17,7 @@ using virtual_mac::Machine;
 using virtual_mac::PowerNotice;
 
 constexpr platform::RootPowerPort theRootPort = 1;  // the machine has one client, hence one port
+constexpr platform::SleepAssertion theAssertion = 1;
 
 // Used until the process ends, so it is never destroyed.
 struct Client {
@@ -74,6 +75,17 @@ KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::str
   return virtual_mac::changeNow(*store, [=](Machine& machine, Journal& journal) {
     return virtual_mac::cancelEvent(machine, journal, date, identifier, type);
   });
+}
+
+SleepAssertion preventSystemSleep(std::string_view /*reason*/) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store == nullptr) return 0;
+  return virtual_mac::changeNow(*store, virtual_mac::preventSleep) == kernelSuccess ? theAssertion : 0;
+}
+
+void releaseSleepAssertion(SleepAssertion assertion) {
+  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  if (store != nullptr && assertion == theAssertion) virtual_mac::changeNow(*store, virtual_mac::allowSleep);
 }
 
 }  // namespace platform

@@ -19,6 +19,8 @@ bool takeWithValue(const std::string& name, const std::string& value) {
     gConfigPath = value;
   } else if (name == "--app") {
     gAppPath = value;
+  } else if (name == "--guard") {
+    gGuards = guardsIn(value);
   } else {
     return false;
   }

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/guards.h"
+
 namespace brisko {
 
 inline constexpr const char* defaultConfigPath = "/Library/Application Support/Brisko/config.json";
@@ -16,6 +18,7 @@ inline std::int64_t gCliLimit = 80;  // percent; used as the limit when no confi
 inline std::int64_t gCliLower = -1;  // percent; below 0: not given
 inline std::string gConfigPath = defaultConfigPath;
 inline std::optional<std::string> gAppPath;  // the app bundle to watch; an empty text is a path too
+inline Guards gGuards;
 inline bool gProbeOnly = false;
 inline bool gProbeJSON = false;
 inline bool gSelfTest = false;

@@ -145,6 +145,7 @@ int startUp() {
   static_cast<void>(platform::addPowerSourceNotification(evaluate));
   // Without it no sleep is planned for, and after each wake the heartbeat takes over.
   gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort;
+  watchSleepFromStart();
   watchConfig();
   startXPCListener();
   settleAppPath();

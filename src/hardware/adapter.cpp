@@ -5,10 +5,13 @@
 
 namespace brisko {
 
-bool adapterPresent() {
+bool adapterPresent() { return adapterSeen().value_or(gLastPlugged); }
+
+std::optional<bool> adapterSeen() {
   constexpr std::uint8_t noAdapter = 0xFF;
   const auto wattage = readFirstByte("AC-W");
-  return wattage ? *wattage != noAdapter : gLastPlugged;
+  if (!wattage) return std::nullopt;
+  return *wattage != noAdapter;
 }
 
 }  // namespace brisko

@@ -70,8 +70,8 @@ std::optional<std::int64_t> SmartBattery::amperageMA(const platform::Dictionary&
 
 std::optional<double> SmartBattery::watts(const platform::Dictionary& properties) {
   const auto amperage = amperageMA(properties);
-  const auto voltage = integerProperty(properties, "Voltage");
-  if (!amperage || !voltage || *voltage <= 0) return std::nullopt;
+  const auto voltage = voltageMV(properties);
+  if (!amperage || !voltage) return std::nullopt;
   return (static_cast<double>(*amperage) / 1000.0) * (static_cast<double>(*voltage) / 1000.0);
 }
 
@@ -80,6 +80,18 @@ std::optional<std::int64_t> SmartBattery::mAh(const platform::Dictionary& proper
   const platform::Value* data = platform::find(properties, "BatteryData");
   const platform::Dictionary* nested = data == nullptr ? nullptr : data->asDictionary();
   return nested == nullptr ? std::nullopt : integerProperty(*nested, key);
+}
+
+std::optional<std::int64_t> SmartBattery::voltageMV(const platform::Dictionary& properties) {
+  const auto voltage = integerProperty(properties, "Voltage");
+  return voltage && *voltage > 0 ? voltage : std::nullopt;
+}
+
+std::optional<std::int64_t> SmartBattery::adapterWatts(const platform::Dictionary& properties) {
+  const platform::Value* value = platform::find(properties, "AdapterDetails");
+  const platform::Dictionary* details = value == nullptr ? nullptr : value->asDictionary();
+  const auto watts = details == nullptr ? std::nullopt : integerProperty(*details, "Watts");
+  return watts && *watts > 0 ? watts : std::nullopt;
 }
 
 std::optional<std::int64_t> amperageNow() {

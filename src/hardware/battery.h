@@ -39,6 +39,12 @@ namespace SmartBattery {
 // The integer under `key`, at the top level or, on newer systems, inside "BatteryData".
 [[nodiscard]] std::optional<std::int64_t> mAh(const platform::Dictionary& properties, std::string_view key);
 
+// Battery voltage in mV; none unless above 0.
+[[nodiscard]] std::optional<std::int64_t> voltageMV(const platform::Dictionary& properties);
+
+// What the connected adapter is rated at; none without one, or one that does not say.
+[[nodiscard]] std::optional<std::int64_t> adapterWatts(const platform::Dictionary& properties);
+
 }  // namespace SmartBattery
 
 // The battery's present current, with the rules of amperageMA().

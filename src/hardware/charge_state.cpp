@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "hardware/adapter.h"
 #include "hardware/charge_gate.h"
+#include "platform/clock.h"
 
 namespace brisko {
 namespace {
@@ -28,6 +29,7 @@ void applyState(ChargeState state) {
   // Without a gate the old state stays, so that a later tick tries again.
   if (state == gState || !gGate) return;
   writeHardware(*gGate, state);
+  if (state == ChargeState::discharge || gState == ChargeState::discharge) gCutChangedAt = platform::uptime();
   gState = state;
   forgetVerification();
   log(std::string("→ state: ") + stateName(state));

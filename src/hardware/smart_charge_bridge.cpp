@@ -28,13 +28,18 @@ void switchFeatureOn(bool prime) {
   static_cast<void>(CKMCLSetLimit(leastOfClient));  // the limit that macOS then holds shows the result
 }
 
-bool writePreferences(std::int64_t pct) {
-  platform::setPreference(domain, "MCLFeatureState", 1);
-  platform::setPreference(domain, "mclLimitValue", pct);
+// Also clears the date of a full charge.
+bool storePreferences() {
   platform::setPreference(domain, temporaryEndKey, std::nullopt);
   const bool stored = platform::synchronizePreferences(domain);
   platform::postNotification("com.apple.smartcharging.defaultschanged");
   return stored;
+}
+
+bool writePreferences(std::int64_t pct) {
+  platform::setPreference(domain, "MCLFeatureState", 1);
+  platform::setPreference(domain, "mclLimitValue", pct);
+  return storePreferences();
 }
 
 }  // namespace
@@ -75,5 +80,7 @@ std::optional<double> NativeLimit::tempDisabledUntil() {
   if (!date) return std::nullopt;
   return date->secondsSince1970;
 }
+
+bool NativeLimit::endFullCharge() { return storePreferences(); }
 
 }  // namespace brisko

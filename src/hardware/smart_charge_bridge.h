@@ -33,5 +33,8 @@ inline constexpr const char* domain = "com.apple.smartcharging.topoffprotection"
 // without a request.
 [[nodiscard]] std::optional<double> tempDisabledUntil();
 
+// Ends that full charge. True when the preferences could be stored.
+[[nodiscard]] bool endFullCharge();
+
 }  // namespace NativeLimit
 }  // namespace brisko

@@ -4,12 +4,14 @@
 #include <string>
 
 #include "base/log.h"
+#include "base/options.h"
 #include "base/utc_text.h"
 #include "hardware/adapter.h"
 #include "hardware/battery.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smart_charge_bridge.h"
 #include "hardware/smc.h"
+#include "native/full_charge.h"
 #include "platform/clock.h"
 #include "records/statistics.h"
 #include "state/native_limit_state.h"
@@ -37,6 +39,12 @@ std::optional<std::int64_t> gNativeHeldTarget;  // the target that "bfG0" last c
 bool gNativeDriftRewritten = false;             // it was written again after a drift
 bool gNativeOverrideLogged = false;             // it was logged that macOS keeps its own limit for now
 bool gNativeNoMirrorLogged = false;             // it was logged that "bfG0" is missing
+
+// With the guard "menu".
+std::optional<double> gFullChargeSeenAt;    // wall clock
+bool gFullChargeEnded = false;              // we ended it, as far as that was possible
+bool gAboveByFullCharge = false;            // that is why the charge is above the limit
+std::optional<std::int64_t> gWantedBefore;  // what the settings wanted in the tick before
 
 std::string limitText(std::int64_t limit) { return limit == none ? "off" : std::to_string(limit) + "%"; }
 
@@ -96,6 +104,14 @@ void publishNativeState(ChargeState state, std::optional<std::int64_t> target) {
       (target ? " (macOS limit " + std::to_string(*target) + "%)" : std::string()));
 }
 
+void forgetFullCharge() {
+  gFullChargeSeenAt.reset();
+  gNativeFullUntil.reset();
+  gFullChargeEnded = false;
+  gAboveByFullCharge = false;
+  gWantedBefore.reset();
+}
+
 void stayIdle() {
   gNativeHotAt.reset();
   if (gNativeIdle) {
@@ -106,6 +122,7 @@ void stayIdle() {
   }
   gGateVerified.reset();
   gNativeFloor.reset();
+  forgetFullCharge();
   publishNativeState(ChargeState::allow, std::nullopt);
 }
 
@@ -115,10 +132,15 @@ void leaveIdle() {
   gNativeWritten.reset();
 }
 
-std::int64_t baseTarget(std::int64_t upper, bool topUp, const std::optional<CalDrive>& calDrive) {
+// Without the hold point.
+std::int64_t wantedTarget(std::int64_t upper, bool topUp, const std::optional<CalDrive>& calDrive) {
   if (calDrive) return calDrive->toFull ? none : calDrive->target;
-  if (topUp) return none;
-  return std::max(gNativeHoldAt.value_or(0), upper);
+  return topUp ? none : upper;
+}
+
+std::int64_t baseTarget(std::int64_t upper, bool topUp, const std::optional<CalDrive>& calDrive) {
+  const std::int64_t wanted = wantedTarget(upper, topUp, calDrive);
+  return calDrive || topUp ? wanted : std::max(gNativeHoldAt.value_or(0), wanted);
 }
 
 // A battery that is too hot is held at its present charge.
@@ -193,6 +215,54 @@ void yieldToUser(double until) {
   const UtcText text = utcText(until);
   standBack("macOS charges to full until " + text.date + " " + text.time +
             " +0000 (asked in the Battery menu) — Brisko waits");
+}
+
+// Once; if macOS keeps its date, drift is handled as ever.
+void endFullCharge(const std::string& finding) {
+  if (gFullChargeEnded) return;
+  gFullChargeEnded = true;
+  log(finding);
+  static_cast<void>(NativeLimit::endFullCharge());  // its result shows in the date
+  gNativeWritten.reset();
+}
+
+// When a date was first seen to lie ahead, for as long as one does.
+void noteFullCharge(bool ahead, double now) {
+  if (!ahead) {
+    gFullChargeSeenAt.reset();
+    gFullChargeEnded = false;
+  } else if (!gFullChargeSeenAt) {
+    gFullChargeSeenAt = now;
+  }
+}
+
+// Whether a full charge asked for in the Battery menu is waited for. `wanted` is what the settings ask for.
+bool waitsForFullCharge(std::int64_t wanted, bool hot, double now) {
+  const bool changed = gWantedBefore && *gWantedBefore != wanted;
+  gWantedBefore = wanted;
+  const auto until = NativeLimit::tempDisabledUntil();
+  noteFullCharge(until && *until > now, now);
+  const FullCharge asked = fullCharge(
+      {.until = until, .now = now, .seenAt = gFullChargeSeenAt, .hot = hot, .settingsChanged = changed});
+  const bool waits = asked == FullCharge::waits;
+  gNativeFullUntil = waits ? until : std::nullopt;
+  if (asked == FullCharge::overdue)
+    endFullCharge("macOS has charged to full for 24 h — Brisko sets its limit again");
+  if (asked == FullCharge::tooHot)
+    endFullCharge("the battery is too hot for the full charge that macOS was asked for — Brisko ends it");
+  if (waits) yieldToUser(*until);
+  return waits;
+}
+
+// The level above the limit to which a full charge has brought the battery is no hold point.
+std::optional<std::int64_t> holdPoint(const HoldPointInputs& point, bool waits) {
+  if (waits) {
+    gAboveByFullCharge = true;
+    return gNativeHoldAt;
+  }
+  if (!point.plugged || point.pct <= point.upper) gAboveByFullCharge = false;
+  if (gAboveByFullCharge && !gNativeHoldAt) return std::nullopt;
+  return nativeHoldPoint(point);
 }
 
 // macOS no longer holds what it held before. The target is written again only once: whatever changes it
@@ -293,19 +363,24 @@ void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool
   if (!cfg.enabled && !calDrive && !topUp) return stayIdle();
   leaveIdle();
 
-  gNativeHoldAt = nativeHoldPoint({.topUp = topUp,
-                                   .plugged = plugged,
-                                   .discharge = cfg.discharge,
-                                   .calibrating = calDrive.has_value(),
-                                   .pct = pct,
-                                   .upper = upper,
-                                   .holdAt = gNativeHoldAt});
+  const bool waits =
+      gGuards.menu && waitsForFullCharge(wantedTarget(upper, topUp, calDrive), hot && plugged, now);
+  gNativeHoldAt = holdPoint({.topUp = topUp,
+                             .plugged = plugged,
+                             .discharge = cfg.discharge,
+                             .calibrating = calDrive.has_value(),
+                             .pct = pct,
+                             .upper = upper,
+                             .holdAt = gNativeHoldAt},
+                            waits);
   const std::int64_t wanted = cooledTarget(baseTarget(upper, topUp, calDrive), hot && plugged, pct);
   const std::int64_t target = holdableTarget(wanted);
   gNativeFloor = floorOfThisMac(cfg.limit);
   gNativeAttemptAt = nativeAttemptClock(gNativeAttemptAt, plugged, now);
 
-  if (gNativeWritten != target) {
+  if (waits) {
+    restartNativeWait(now);
+  } else if (gNativeWritten != target) {
     nativeWrite(target, now);
   } else if (plugged) {
     checkLimitHeld(target, now);

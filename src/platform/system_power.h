@@ -38,4 +38,10 @@ void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument);
                                               std::string_view type);
 KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::string_view type);
 
+using SleepAssertion = std::uint32_t;  // 0: none
+// Keeps a Mac on its adapter from sleeping, in a dark wake too, until the assertion is released or the
+// process ends. The system's tools show `reason` to people. 0 when the system refuses.
+[[nodiscard]] SleepAssertion preventSystemSleep(std::string_view reason);
+void releaseSleepAssertion(SleepAssertion assertion);
+
 }  // namespace brisko::platform

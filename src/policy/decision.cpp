@@ -5,6 +5,7 @@ namespace {
 
 ChargeState decideDrain(const DecisionInputs& inputs) {
   if (inputs.pct <= inputs.calDrive->target) return ChargeState::hold;
+  if (inputs.drainWaits && inputs.adapterPresent) return ChargeState::hold;
   // Without an adapter there is nothing to cut: the battery drains by itself.
   return inputs.canDischarge && inputs.adapterPresent ? ChargeState::discharge : ChargeState::allow;
 }

@@ -23,6 +23,7 @@ struct DecisionInputs {
   bool atLimit = false;       // the limit was reached and the battery is held in the band
   bool dischargeNow = false;  // a forced discharge is wanted, allowed and possible in this kind of wake
   bool canDischarge = false;  // the hardware can, and has not failed to
+  bool drainWaits = false;    // a calibration's drain waits, with charging stopped, for an unplugged adapter
   ChargeState state = ChargeState::allow;  // in force
 };
 

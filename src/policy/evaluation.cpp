@@ -18,11 +18,14 @@
 #include "native/locked_system.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
+#include "policy/adapter_word.h"
 #include "policy/charge_bounds.h"
 #include "policy/decision.h"
 #include "policy/heat.h"
 #include "policy/limit_latch.h"
 #include "policy/maintenance_wake.h"
+#include "policy/night_rules.h"
+#include "policy/night_watch.h"
 #include "policy/top_up.h"
 #include "policy/verification.h"
 #include "records/history.h"
@@ -43,6 +46,7 @@ bool gLastEnabled = true;
 bool gLastDischarge = false;
 
 bool gDarkWakeLogged = false;  // once for each run of dark wakes
+bool gBlindLogged = false;     // that no adapter is cut without its key, once
 std::string gLastDesc;         // the last summary line
 
 // What one tick reads and decides, step by step.
@@ -58,6 +62,8 @@ struct Tick {
   bool dischargeOn = false;   // wanted and allowed
   bool dischargeNow = false;  // may run in this kind of wake
   bool fullyAwake = true;     // a maintenance wake leaves the display off
+  bool blind = false;         // a cut adapter could not be told from a pulled one: none is cut
+  bool night = false;         // of the guard "night"
   std::optional<double> temp;
 };
 
@@ -77,6 +83,15 @@ void resetStatistics(const Settings& cfg) {
   writeStats();
   writeConfig(cfg, std::nullopt, false, std::nullopt);
   log("stats reset");
+}
+
+bool isPlugged(const PowerState& power) {
+  const std::optional<double> changedAt = gCutChangedAt;
+  return believedPlugged(
+      {.plugged = power.plugged,
+       .seen = adapterSeen(),
+       .cut = gState == ChargeState::discharge && !gateIsMacOSLimit(),
+       .sinceCutChanged = changedAt ? std::optional(platform::uptime() - *changedAt) : std::nullopt});
 }
 
 // Whether a relevant setting changed since the previous tick; the first tick has nothing to compare with.
@@ -147,6 +162,20 @@ bool continueTopUp(const Settings& cfg) {
   return false;
 }
 
+bool drainsForCalibration(const Tick& tick) { return tick.calDrive && !tick.calDrive->toFull; }
+
+// With the guard "swing" no adapter is cut that could not be seen through the cut.
+void considerSight(Tick& tick) {
+  if (!gGuards.swing || !gGate || gateIsMacOSLimit() || !dischargeSupported) return;
+  const std::optional<bool> seen = adapterSeen();
+  const bool wanted = tick.cfg.discharge || drainsForCalibration(tick);
+  tick.blind = !mayCut(seen);
+  gDischargeUnseen = tick.blind && wanted;
+  if (!gDischargeUnseen || gBlindLogged) return;
+  gBlindLogged = true;
+  log("no forced discharge: this Mac does not show its adapter (no AC-W)");
+}
+
 void chooseTarget(Tick& tick) {
   tick.topUpActive = tick.cfg.topUp && gCal.phase == CalPhase::idle && continueTopUp(tick.cfg);
   if (tick.topUpActive) {
@@ -158,11 +187,12 @@ void chooseTarget(Tick& tick) {
   if (gTopUpSince != 0) noteTopUp(0);
   tick.target = tick.band.upper;
   tick.floor = tick.band.lower;
-  tick.dischargeOn = tick.cfg.discharge && dischargeSupported && !gDischargeBroken;
+  tick.dischargeOn = tick.cfg.discharge && dischargeSupported && !gDischargeBroken && !tick.blind;
 }
 
 void considerWake(Tick& tick) {
   tick.fullyAwake = isFullWake(systemCapabilities());
+  tick.night = gGate && !gateIsMacOSLimit() && isNight();
   const WakeDecision decision = decideWake({.full = tick.fullyAwake,
                                             .dischargeOn = tick.dischargeOn,
                                             .pct = tick.power.pct,
@@ -197,7 +227,12 @@ void considerLimit(const Tick& tick) {
   if (!known) writeStats();
 }
 
-ChargeState decide(const Tick& tick) {
+// The band of the settings is in force, and it ends below a full charge.
+bool isLimited(const Tick& tick) {
+  return tick.cfg.enabled && !tick.topUpActive && !tick.calDrive && tick.band.upper < topUpBand.upper;
+}
+
+ChargeState decideAwake(const Tick& tick) {
   return decideState({.enabled = tick.cfg.enabled,
                       .thermalPaused = gThermalPaused,
                       .calDrive = tick.calDrive,
@@ -208,8 +243,19 @@ ChargeState decide(const Tick& tick) {
                       .floor = tick.floor,
                       .atLimit = gAtLimit.value_or(false),
                       .dischargeNow = tick.dischargeNow,
-                      .canDischarge = dischargeSupported && !gDischargeBroken,
+                      .canDischarge = dischargeSupported && !gDischargeBroken && !tick.blind,
+                      .drainWaits = tick.blind,
                       .state = gState});
+}
+
+ChargeState decide(const Tick& tick) {
+  const ChargeState wanted = decideAwake(tick);
+  if (!tick.night || !isLimited(tick)) return wanted;
+  return stateAtNight({.wanted = wanted,
+                       .state = gState,
+                       .pct = tick.power.pct,
+                       .lower = tick.floor,
+                       .onAdapter = adapterPresent()});
 }
 
 void chooseLight(const Tick& tick) {
@@ -323,10 +369,12 @@ void evaluate() {
   const auto power = powerState();
   if (!power) return;
   tick.power = *power;
-  gLastPct = power->pct;
-  gLastPlugged = power->plugged;
+  if (gGuards.swing) tick.power.plugged = isPlugged(tick.power);
+  gLastPct = tick.power.pct;
+  gLastPlugged = tick.power.plugged;
 
   considerCalibration(tick);
+  considerSight(tick);
   chooseTarget(tick);
   considerWake(tick);
   gFirmwareUpper = tick.target;
@@ -339,6 +387,7 @@ void evaluate() {
   } else {
     applyState(decide(tick));
     verify(tick);
+    if (tick.night) watchNight(tick.power.pct, tick.band, isLimited(tick));
   }
 
   chooseLight(tick);

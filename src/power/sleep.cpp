@@ -16,7 +16,10 @@
 #include "hardware/scheduled_wake.h"
 #include "native/native_limit.h"
 #include "platform/clock.h"
+#include "platform/run_loop.h"
 #include "policy/evaluation.h"
+#include "policy/night_rules.h"
+#include "policy/night_watch.h"
 #include "state/calibration_state.h"
 #include "state/charge_state_record.h"
 #include "state/sleep_state.h"
@@ -42,7 +45,62 @@ void stopChargingForSleep(const SleepSituation& now) {
       std::to_string(now.band.lower) + "–" + std::to_string(now.band.upper) + "%)");
 }
 
+// ---------------------------------------------------------------------------------------------------------
+// With the guard "night"
+
+constexpr double watchSeconds = 1;
+
+platform::TimerToken gWatch = 0;  // 0: not watching
+double gAsleepBefore = 0;         // seconds asleep since the start of the Mac, as the watch last saw them
+
+// The wall clock less the uptime grows by every second asleep; a clock that is set causes one more tick.
+double secondsAsleep() { return platform::wallNow() - platform::uptime(); }
+
+// A dark wake is not announced, and may be over before the next heartbeat.
+void watchForDarkWake() {
+  endOverlongStay();
+  const double asleep = secondsAsleep();
+  const bool slept = asleep - gAsleepBefore > watchSeconds;
+  gAsleepBefore = asleep;
+  if (slept) evaluate();
+}
+
+void startWatch() {
+  gAsleepBefore = secondsAsleep();
+  if (gWatch == 0) gWatch = platform::addRepeatingTimer(watchSeconds, watchForDarkWake);
+}
+
+void startNight() {
+  if (!gGuards.night || !gGate || gateIsMacOSLimit()) return;
+  beginNight();
+  startWatch();
+}
+
+void stopWatch() {
+  if (gWatch != 0) platform::invalidateTimer(gWatch);
+  gWatch = 0;
+}
+
+void prepareForNight(const SleepSituation& bedtime) {
+  switch (planBedtime({.pct = bedtime.pct,
+                       .band = bedtime.band,
+                       .onAdapter = bedtime.adapterPresent,
+                       .limited = bedtime.enabled && !bedtime.topUp && !bedtime.calibrating})) {
+    case BedtimePlan::leaveAlone:
+      break;
+    case BedtimePlan::close:
+      stopChargingForSleep(bedtime);
+      break;
+    case BedtimePlan::takeStep:
+      planNight(bedtime.pct, bedtime.band);
+      break;
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+
 void goToSleep(std::intptr_t argument) {
+  startNight();
   prepareForSleep();
   gSleepPendingSince = platform::wallNow();
   // Time asleep must not count as time in which the cut adapter was observed.
@@ -53,6 +111,8 @@ void goToSleep(std::intptr_t argument) {
 void handleWake() {
   gSleepPendingSince.reset();
   gCutSince.reset();
+  endNight();
+  stopWatch();
   cancelScheduledWake();
   // While asleep macOS had no time to show that it holds the limit.
   restartNativeWait(platform::wallNow());
@@ -96,6 +156,7 @@ void prepareForSleep() {
   const auto power = powerState();
   if (!power) return;
   const SleepSituation now = situationAt(power->pct);
+  if (gGuards.night) return prepareForNight(now);
   const SleepPlan plan = planSleep(now);
   if (plan.isFreeze()) stopChargingForSleep(now);
   if (const auto target = plan.target()) scheduleWake(minutesToCharge(power->pct, *target));
@@ -113,6 +174,10 @@ void systemPowerCallback(platform::PowerMessage message, std::intptr_t argument)
       handleWake();
       break;
   }
+}
+
+void watchSleepFromStart() {
+  if (gGuards.night && !isFullWake(systemCapabilities())) startNight();
 }
 
 }  // namespace brisko

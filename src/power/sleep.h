@@ -60,6 +60,9 @@ void prepareForSleep();
 
 inline platform::RootPowerPort gRootPort = 0;  // where answers are sent; 0: not registered
 
+// With the guard "night": a process that starts in a dark wake has missed the announcement of the sleep.
+void watchSleepFromStart();
+
 // Handles the system's announcements. Sleep is always allowed, but only after the plan is carried out.
 void systemPowerCallback(platform::PowerMessage message, std::intptr_t argument);
 

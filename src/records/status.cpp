@@ -6,11 +6,13 @@
 
 #include "base/checked.h"
 #include "base/json_file.h"
+#include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "base/volume_path.h"
 #include "calibration/calibration_record.h"
 #include "hardware/charge_gate.h"
+#include "hardware/scheduled_wake.h"
 #include "platform/clock.h"
 #include "records/statistics.h"
 #include "state/calibration_state.h"
@@ -55,6 +57,15 @@ Json calibrationObject(const StatusReport& report) {
   return object;
 }
 
+// Nothing without the option, so that the file is then what it always was.
+void addGuards(Json& object, double now) {
+  if (gGuards == Guards{}) return;
+  object["guards"] = namesOf(gGuards);
+  if (gGuards.night && gScheduledWake && *gScheduledWake > now) object["nextWake"] = *gScheduledWake;
+  if (gNativeFullUntil) object["fullUntil"] = *gNativeFullUntil;
+  if (gDischargeUnseen) object["dischargeUnseen"] = true;
+}
+
 Json statusObject(const StatusReport& report, double now) {
   Json object = {
       {"state", stateName(report.state)},
@@ -80,6 +91,7 @@ Json statusObject(const StatusReport& report, double now) {
   };
   if (gGateVerified) object["gateVerified"] = *gGateVerified;
   if (gNativeFloor) object["nativeFloor"] = *gNativeFloor;
+  addGuards(object, now);
   if (report.temp) object["temp"] = std::round(*report.temp * 10.0) / 10.0;
   return object;
 }

@@ -38,6 +38,9 @@ inline constexpr std::int64_t dischargeFloor = -100;  // mA; a discharge draws a
 
 inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
 
+// When the adapter was last cut or connected again by a change of state; uptime. None before the first.
+inline std::optional<double> gCutChangedAt;
+
 // The verifiers' variables for this state. Times are wall clock, seconds since 1970.
 inline std::optional<double> gHoldSince;  // when the verifier first saw this hold
 inline std::optional<double> gCutSince;   // when the verifier first saw this adapter cut

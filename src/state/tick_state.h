@@ -21,6 +21,7 @@ inline std::int64_t gFirmwareLower = 75;
 
 inline bool gThermalPaused = false;    // charging is paused for heat
 inline bool gDischargeBroken = false;  // forced discharge was found not to work
+inline bool gDischargeUnseen = false;  // … is wanted, but the adapter could not be seen through the cut
 
 inline std::optional<bool> gGateVerified;  // the last verdict on a hold: true when charging really stops
 

@@ -280,6 +280,36 @@ const std::vector<Case>& cases() {
          s.status->pct = 100;
        },
        Reason::noCurrent},
+      {"a full charge from the Battery menu is waited for",
+       [](S& s) {
+         s.status->chargeMode = "macOS";
+         s.status->state = ChargeState::allow;
+         s.status->pct = 85;
+         s.status->fullUntil = now + 3600;
+       },
+       Reason::fullByMacOS},
+      {"a full charge from the Battery menu is over", [](S& s) { s.status->fullUntil = now - 1; },
+       Reason::insideBand},
+      {"a discharge that could not be seen",
+       [](S& s) {
+         s.settings.discharge = true;
+         s.status->pct = 90;
+         s.status->dischargeUnseen = true;
+       },
+       Reason::dischargeUnseen},
+      {"a drain that waits for the adapter to be unplugged",
+       [](S& s) {
+         calibrate(s, CalPhase::drain);
+         s.status->dischargeUnseen = true;
+       },
+       Reason::calibrationDrainWaits},
+      {"a drain that has waited",
+       [](S& s) {
+         calibrate(s, CalPhase::drain);
+         s.status->dischargeUnseen = true;
+         s.status->plugged = false;
+       },
+       Reason::calibrationDrain},
       {"macOS charges on",
        [](S& s) {
          s.status->state = ChargeState::allow;
@@ -325,6 +355,17 @@ TEST(Why, coversEveryReason) {
                                      [reason](const Case& each) { return each.reason == reason; });
     EXPECT_TRUE(covered) << codeOf(reason);
   }
+}
+
+TEST(Why, namesTheWakeOfASleepingMac) {
+  Situation situation = usual();
+  situation.status->state = ChargeState::allow;
+  situation.status->pct = 60;
+  EXPECT_THAT(why(situation).text, Not(HasSubstr("wakes")));
+  situation.status->nextWake = now + 600;
+  EXPECT_THAT(why(situation).text, HasSubstr("The Mac wakes at "));
+  situation.status->nextWake = now;
+  EXPECT_THAT(why(situation).text, Not(HasSubstr("wakes")));
 }
 
 TEST(Why, namesTheLowerEdgeForAHold) {

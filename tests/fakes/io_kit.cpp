@@ -38,7 +38,7 @@ std::function<void(const platform::SmcRecord&)> gBeforeAnswer;
 
 namespace {
 
-enum class PortKind { service, connection, rootPower, notifier };
+enum class PortKind { service, connection, rootPower, notifier, assertion };
 struct Port {
   PortKind kind;
   std::string name;  // for a service, its class
@@ -281,6 +281,23 @@ IOReturn IOPMSchedulePowerEvent(CFDateRef time, CFStringRef identifier, CFString
 
 IOReturn IOPMCancelScheduledPowerEvent(CFDateRef time, CFStringRef identifier, CFStringRef type) {
   return callForEvent(virtual_mac::cancelEvent, time, identifier, type);
+}
+
+IOReturn IOPMAssertionCreateWithName(CFStringRef type, IOPMAssertionLevel level, CFStringRef name,
+                                     IOPMAssertionID* assertion) {
+  if (textOf(type) != "PreventSystemSleep" || level != kIOPMAssertionLevelOn || textOf(name).empty())
+    return resultOf(platform::kernelBadArgument);
+  if (machineStore() == nullptr) return resultOf(platform::kernelNotFound);
+  const auto status = virtual_mac::changeNow(*machineStore(), virtual_mac::preventSleep);
+  if (status == platform::kernelSuccess) *assertion = newPort({PortKind::assertion, ""});
+  return resultOf(status);
+}
+
+IOReturn IOPMAssertionRelease(IOPMAssertionID assertion) {
+  if (portAt(assertion, PortKind::assertion) == nullptr) return resultOf(platform::kernelBadArgument);
+  ports().open.erase(assertion);
+  virtual_mac::changeNow(*machineStore(), virtual_mac::allowSleep);
+  return KERN_SUCCESS;
 }
 
 // The snapshot contains the descriptions; the list contains their indexes.

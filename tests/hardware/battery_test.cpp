@@ -120,6 +120,24 @@ TEST_F(Sensors, haveNoPowerStateWithoutASnapshotAListOrABattery) {
   }
 }
 
+TEST(AdapterWatts, areThoseOfTheAdaptersDetails) {
+  const auto watts = [](Dictionary details) {
+    return SmartBattery::adapterWatts({{"AdapterDetails", std::move(details)}});
+  };
+  EXPECT_EQ(watts({{"Watts", 94}}), 94);
+  EXPECT_FALSE(watts({{"FamilyCode", 0}}));
+  EXPECT_FALSE(watts({{"Watts", 0}}));
+  EXPECT_FALSE(watts({{"Watts", "94"}}));
+  EXPECT_FALSE(SmartBattery::adapterWatts({}));
+  EXPECT_FALSE(SmartBattery::adapterWatts({{"AdapterDetails", 94}}));
+}
+
+TEST(Voltage, isAboveNone) {
+  EXPECT_EQ(SmartBattery::voltageMV({{"Voltage", 12'180}}), 12'180);
+  EXPECT_FALSE(SmartBattery::voltageMV({{"Voltage", 0}}));
+  EXPECT_FALSE(SmartBattery::voltageMV({}));
+}
+
 TEST(Amperage, isMissingFrom20AmperesOn) {
   using SmartBattery::amperageMA;
   EXPECT_EQ(amperageMA({{"Amperage", 1200}}), 1200);

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "base/options.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smart_charge_bridge.h"
@@ -599,6 +600,101 @@ TEST_F(NativeLimitTest, reportsTheNextFullChargeToo) {
     EXPECT_THAT(drive(2 * hour), ElementsAre(verified80));
     mac.pass(22 * hour);
   }
+}
+
+// -- … with the guard of the menu
+
+constexpr const char* waits =
+    "macOS charges to full until 2026-03-01 09:00:00 +0000 (asked in the Battery menu) — Brisko waits";
+
+class GuardedMenu : public NativeLimitTest {
+ protected:
+  void SetUp() override {
+    NativeLimitTest::SetUp();
+    gGuards.menu = true;
+    verified(80);
+    show(0);
+    mac.number(ChangeKind::chargeToFull, until - platform::wallNow());
+    mac.forgetJournal();
+  }
+  static constexpr double until = 1772355600;
+};
+
+TEST_F(GuardedMenu, writesNothingAboveTheLimit) {
+  EXPECT_THAT(drive(), ElementsAre(waits));
+  for (const std::int64_t seen : {81, 90, 100}) {
+    pct = seen;
+    EXPECT_THAT(drive(), IsEmpty()) << seen;
+  }
+  EXPECT_THAT(newWrites(), IsEmpty());
+  EXPECT_EQ(gNativeFullUntil, until);
+}
+
+TEST_F(GuardedMenu, keepsTheLimitItselfWhenTheFullChargeIsOver) {
+  drive();
+  pct = 100;
+  drive();
+  forgetLines();
+  show(80);
+  EXPECT_THAT(driveAt(until, 0), ElementsAre(verified80)) << "the charge reached is no hold point";
+  EXPECT_EQ(gNativeFullUntil, std::nullopt);
+  pct = 80;
+  drive();
+  pct = 81;
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 81%")) << "the next rise above the limit is one again";
+}
+
+TEST_F(GuardedMenu, leavesAHoldPointOfBeforeAlone) {
+  mac.number(ChangeKind::chargeToFull, 0);
+  pct = 90;
+  EXPECT_THAT(drive(), Contains("macOS limit → 90%"));
+  mac.number(ChangeKind::chargeToFull, until - platform::wallNow());
+  EXPECT_THAT(drive(), ElementsAre(waits));
+  pct = 95;
+  EXPECT_THAT(drive(), IsEmpty());
+}
+
+TEST_F(GuardedMenu, followsChangedSettingsAtOnce) {
+  drive();
+  forgetLines();
+  limit(85);
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 85%"));
+  limit(80);
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
+  EXPECT_THAT(drive(), ElementsAre(waits)) << "and waits again";
+}
+
+TEST_F(GuardedMenu, givesWayToHeat) {
+  drive();
+  pct = 90;
+  drive();
+  forgetLines();
+  hot = true;
+  EXPECT_THAT(
+      drive(),
+      ElementsAre("the battery is too hot for the full charge that macOS was asked for — Brisko ends it",
+                  "macOS limit → 80%"));
+  EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);
+}
+
+TEST_F(GuardedMenu, endsAFullChargeThatLastsLongerThanADay) {
+  const double begin = platform::wallNow() + 12;
+  mac.number(ChangeKind::chargeToFull, 100 * hour);
+  drive();
+  forgetLines();
+  EXPECT_THAT(driveAt(begin, 24 * hour - 1), IsEmpty());
+  EXPECT_THAT(
+      driveAt(begin, 24 * hour),
+      ElementsAre("macOS has charged to full for 24 h — Brisko sets its limit again", "macOS limit → 80%"));
+  EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);
+  EXPECT_THAT(newWrites(), Contains("preference MCLTempDisabledUntilDate removed"));
+}
+
+TEST_F(GuardedMenu, handsBackAsEver) {
+  drive();
+  mac.forgetJournal();
+  handBackNative();
+  EXPECT_EQ(newWrites(), Writes{"limit set 100"});
 }
 
 // -- Refusals

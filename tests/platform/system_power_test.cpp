@@ -283,6 +283,42 @@ TEST_F(SystemPowerContract, reportsWhySchedulingFailed) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
+// The uptime is paused while the Mac sleeps.
+TEST_F(SystemPowerContract, keepsAMacOnItsAdapterFromSleepingUntilThatIsReleased) {
+  listen();
+  const SleepAssertion assertion = preventSystemSleep("a test");
+  ASSERT_NE(assertion, 0U);
+  later(10, ChangeKind::closeLid);
+  later(5000, ChangeKind::openLid);
+  double slept = -1;
+  postMainAfter(600, [&] {
+    slept = mac.record().system.sleptSeconds;
+    releaseSleepAssertion(assertion);
+  });
+  runUntilItIsUp();
+  EXPECT_EQ(slept, 0);
+  EXPECT_GT(mac.record().system.sleptSeconds, 3000);
+  EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up"));
+}
+
+TEST_F(SystemPowerContract, keepsNoMacOnBatteryFromSleeping) {
+  listen();
+  mac.change({.kind = ChangeKind::unplug});
+  const SleepAssertion assertion = preventSystemSleep("a test");
+  EXPECT_NE(assertion, 0U);
+  later(10, ChangeKind::closeLid);
+  later(1000, ChangeKind::openLid);
+  runUntilItIsUp();
+  EXPECT_GT(mac.record().system.sleptSeconds, 500);
+  releaseSleepAssertion(assertion);
+}
+
+TEST_F(SystemPowerContract, reportsThatSleepMayNotBePrevented) {
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = kernelNotPrivileged});
+  EXPECT_EQ(preventSystemSleep("a test"), 0U);
+  EXPECT_FALSE(mac.record().sleep.preventedByClient);
+}
+
 TEST(SystemPowerWithoutAMachine, isUnavailable) {
   const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
   EXPECT_EQ(registration.rootPort, 0U);
@@ -290,6 +326,7 @@ TEST(SystemPowerWithoutAMachine, isUnavailable) {
   allowPowerChange(1, 1);
   EXPECT_NE(schedulePowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
   EXPECT_NE(cancelPowerEvent(wallNow() + 600, "somebody", "wake"), kernelSuccess);
+  EXPECT_EQ(preventSystemSleep("a test"), 0U);
 }
 
 }  // namespace

@@ -49,6 +49,17 @@ TEST(Decision, dischargesOnlyAboveTheTarget) {
   EXPECT_EQ(decideState(inputs), hold);
 }
 
+TEST(Decision, letsADrainWaitForAnUnpluggedAdapterWhereNoneIsCut) {
+  DecisionInputs inputs = at(90);
+  inputs.calDrive = CalDrive{.toFull = false, .target = 15};
+  inputs.canDischarge = false;
+  EXPECT_EQ(decideState(inputs), allow);
+  inputs.drainWaits = true;
+  EXPECT_EQ(decideState(inputs), hold);
+  inputs.adapterPresent = false;
+  EXPECT_EQ(decideState(inputs), allow);
+}
+
 TEST(Decision, endsADischargeWithAHold) {
   DecisionInputs inputs = at(81);
   inputs.state = discharge;

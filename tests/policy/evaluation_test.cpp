@@ -828,5 +828,82 @@ TEST_F(Tick, readsTheAdapterAgainWhereverItMatters) {
   EXPECT_EQ(asked, 5);
 }
 
+// --- the guard against swinging
+
+constexpr const char* noCut = "no forced discharge: this Mac does not show its adapter (no AC-W)";
+
+class GuardedTick : public Tick {
+ protected:
+  void SetUp() override {
+    Tick::SetUp();
+    gGuards.swing = true;
+    mac.settings("{\"discharge\":true}");
+    mac.charge(90);
+  }
+};
+
+TEST_F(GuardedTick, cutsNoAdapterThatItCouldNotSeeAndReportsItOnce) {
+  mac.removeKey("AC-W");
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_TRUE(gDischargeUnseen);
+  EXPECT_THAT(newLines(), Contains(noCut));
+  ticks(3);
+  EXPECT_THAT(newLines(), Not(Contains(noCut)));
+}
+
+TEST_F(GuardedTick, reportsNothingWhereNoDischargeIsWanted) {
+  mac.settings("{}");
+  mac.removeKey("AC-W");
+  evaluate();
+  EXPECT_FALSE(gDischargeUnseen);
+  EXPECT_THAT(newLines(), Not(Contains(noCut)));
+}
+
+TEST_F(GuardedTick, endsADischargeInAHoldWhenTheAdapterIsNoLongerSeen) {
+  evaluate();
+  ASSERT_EQ(gState, ChargeState::discharge);
+  mac.pass(300);
+  evaluate();
+  mac.removeKey("AC-W");
+  ticks(20);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Not(Contains("→ state: allow")));
+}
+
+TEST_F(GuardedTick, takesALatePowerSourceForNoUnplugging) {
+  mac.number(ChangeKind::powerSourceLag, 110);
+  evaluate();
+  ASSERT_EQ(gState, ChargeState::discharge);
+  mac.pass(300);
+  mac.charge(80);
+  evaluate();
+  ASSERT_EQ(gState, ChargeState::hold);
+  ticks(20);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Not(Contains("→ state: allow")));
+}
+
+TEST_F(GuardedTick, noticesAnUnpluggedAdapterAtOnceWhereItIsSeen) {
+  evaluate();
+  ASSERT_EQ(gState, ChargeState::discharge);
+  mac.pass(5);
+  mac.unplug();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(GuardedTick, letsACalibrationsDrainWaitForAnUnpluggedAdapter) {
+  mac.removeKey("AC-W");
+  mac.settings("{\"calibrate\":true}");
+  inPhase(CalPhase::drain);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Contains(noCut));
+  mac.unplug();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
 }  // namespace
 }  // namespace brisko

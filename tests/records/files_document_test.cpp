@@ -15,6 +15,7 @@
 #include "base/settings.h"
 #include "calibration/calibration_record.h"
 #include "hardware/charge_gate.h"
+#include "hardware/scheduled_wake.h"
 #include "records/history.h"
 #include "records/statistics.h"
 #include "records/status.h"
@@ -88,6 +89,10 @@ TEST_F(FilesDocument, showsAStatusAsItIsWritten) {
   gStatsSince = status["since"];
   gGateVerified = status["gateVerified"].get<bool>();
   gNativeFloor = status["nativeFloor"].get<std::int64_t>();
+  gGuards = {.night = true, .menu = true, .swing = true};
+  gScheduledWake = status["nextWake"].get<double>();
+  gNativeFullUntil = status["fullUntil"].get<double>();
+  gDischargeUnseen = status["dischargeUnseen"];
   gCal = {.phase = CalPhase::soak,
           .startedAt = cal["startedAt"],
           .phaseSince = cal["phaseSince"],

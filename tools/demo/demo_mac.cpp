@@ -71,8 +71,11 @@ bool DemoMac::make(std::vector<std::string> options) {
 }
 
 bool DemoMac::boot() {
-  say("$ brisko-vmac boot MAC &");
-  boot_ = start({vmac::siblingProgram("brisko-vmac"), "boot", folder_.path()}, true);
+  // As in the job that the installer sets up.
+  say("$ brisko-vmac boot MAC -- --guard night,menu,swing &");
+  boot_ = start(
+      {vmac::siblingProgram("brisko-vmac"), "boot", folder_.path(), "--", "--guard", "night,menu,swing"},
+      true);
   return boot_ != 0;
 }
 

@@ -46,6 +46,7 @@ void addOptions(CLI::App& command, CommandLine& line) {
       ->check(CLI::Range(1, 3650));
   command.add_option("--faults", line.faults, "what goes wrong; all without it")
       ->check(CLI::IsMember({"none", "some", "all"}));
+  command.add_option("--guard", line.options.guard, "LIST: passed on to the daemon");
 }
 
 void say(std::FILE* where, const std::string& text) {
@@ -66,7 +67,8 @@ int startCampaign(const CommandLine& line) {
 int printScenario(const CommandLine& line) {
   const auto options = line.read();
   if (!options) return usageError;
-  say(stdout, scenarioText(generateScenario(options->seeds.first, options->days, options->faults)));
+  say(stdout,
+      scenarioText(generateScenario(options->seeds.first, options->days, options->faults, options->guard)));
   return 0;
 }
 

@@ -41,7 +41,7 @@ int spendNights(const NightsCommandLine& given) {
     std::printf("seed %llu: %s\n", static_cast<unsigned long long>(seed), violation.c_str());
     status = oneViolated;
   }
-  static_cast<void>(std::fputs(nightTable(nights).c_str(), stdout));
+  static_cast<void>(std::fputs((nightTable(nights) + nightGoals(nights)).c_str(), stdout));
   return status;
 }
 

@@ -46,4 +46,13 @@ KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::str
       IOPMCancelScheduledPowerEvent(dateOf(date).get(), stringOf(identifier).get(), stringOf(type).get()));
 }
 
+SleepAssertion preventSystemSleep(std::string_view reason) {
+  IOPMAssertionID assertion = kIOPMNullAssertionID;
+  const IOReturn result = IOPMAssertionCreateWithName(
+      stringOf("PreventSystemSleep").get(), kIOPMAssertionLevelOn, stringOf(reason).get(), &assertion);
+  return result == KERN_SUCCESS ? assertion : SleepAssertion{0};
+}
+
+void releaseSleepAssertion(SleepAssertion assertion) { IOPMAssertionRelease(assertion); }
+
 }  // namespace brisko::platform

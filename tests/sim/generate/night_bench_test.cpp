@@ -84,5 +84,49 @@ TEST(NightBench, hasALineForAllNightsAndOneForEachClass) {
   EXPECT_THAT(table, HasSubstr("| plugged in and closed | 3 | "));
 }
 
+TEST(NightBench, reportsHowNearTheGoalsTheNightsCome) {
+  std::vector<Night> nights;
+  for (const double above : {0.0, 1.0, 1.5, 4.0})
+    nights.push_back({.plan = longCharge(), .result = {.above = above, .scheduledWakes = 3}});
+  nights[1].result.below = 0.5;
+  nights[2].result.below = 2;
+  nights[2].result.bandInReach = false;
+  nights[3].plan.bedtime = Bedtime::pluggedAsleep;
+  nights[3].plan.adapterWakes = false;
+  nights[3].result.batteryLost = 0.25;
+  EXPECT_EQ(nightGoals(nights),
+            "\nWhere plugging in wakes the Mac, or it is plugged in before:\n"
+            "  at most 1 point above the limit: 2 of 3 (66.7 %), worst 1.5\n"
+            "  in the band in the morning, where the adapter could bring it there: 1 of 2 (50.0 %)\n"
+            "  lost on battery to scheduled wakes: 0.00 points at most\n"
+            "  scheduled wakes a night: 3 at most\n"
+            "Where it was plugged in asleep and that did not wake it:\n"
+            "  at most 1 point above the limit: 0 of 1 (0.0 %), worst 4.0\n"
+            "  in the band in the morning, where the adapter could bring it there: 1 of 1 (100.0 %)\n"
+            "  lost on battery to scheduled wakes: 0.25 points at most\n"
+            "  scheduled wakes a night: 3 at most\n");
+}
+
+TEST(NightBench, endsAtTheLimitWithTheGuardOfTheNight) {
+  for (const bool promoted : {false, true}) {
+    NightPlan plan = longCharge();
+    plan.promoted = promoted;
+    const NightResult result = spendNight(plan, {.guard = "night"});
+    EXPECT_EQ(result.violation, "");
+    EXPECT_LE(result.above, 1);
+    EXPECT_NEAR(result.percentAtSeven, 80, 1);
+    EXPECT_TRUE(result.bandInReach);
+    EXPECT_GE(result.scheduledWakes, 2U);
+    EXPECT_LE(result.scheduledWakes, 10U);
+  }
+}
+
+TEST(NightBench, countsWhatCannotBeReached) {
+  NightPlan plan = longCharge();
+  plan.percentAtDusk = 12;
+  plan.adapterWatts = 2;
+  EXPECT_FALSE(spendNight(plan, {}).bandInReach);
+}
+
 }  // namespace
 }  // namespace brisko::lab

@@ -163,5 +163,18 @@ TEST(ScenarioGenerator, describesItsSeedDaysAndFaultsInASentence) {
               StartsWith("Seed 17, 30 days, faults some: a"));
 }
 
+TEST(ScenarioGenerator, passesGuardsOnToTheSameMacAndUser) {
+  const GeneratedScenario without = generateScenario(5, 10, Faults::all);
+  GeneratedScenario with = generateScenario(5, 10, Faults::all, "night,menu");
+  ScenarioJson& arguments = with.daemon["arguments"];
+  ASSERT_GE(arguments.size(), 2U);
+  EXPECT_EQ(arguments[arguments.size() - 2], "--guard");
+  EXPECT_EQ(arguments.back(), "night,menu");
+  arguments.erase(arguments.size() - 1);
+  arguments.erase(arguments.size() - 1);
+  if (arguments.empty()) with.daemon.erase("arguments");
+  EXPECT_EQ(scenarioText(with), scenarioText(without));
+}
+
 }  // namespace
 }  // namespace brisko::lab

@@ -1,0 +1,210 @@
+// The steps of a night on a virtual Mac: what is scheduled, held open, closed and released.
+#include "policy/night_watch.h"
+
+#include "base/options.h"
+#include "hardware/charge_gate.h"
+#include "hardware/charge_state.h"
+#include "hardware/scheduled_wake.h"
+#include "platform/clock.h"
+#include "policy/evaluation.h"
+#include "policy/night_rules.h"
+#include "state/charge_state_record.h"
+#include "support/on_virtual_mac.h"
+#include "support/testing.h"
+
+namespace brisko {
+namespace {
+
+using namespace test;
+
+constexpr Bounds band{.upper = 80, .lower = 75};
+
+// On its adapter with charging open, in a dark wake of a night that has begun.
+class GuardedNight : public OnVirtualMac {
+ protected:
+  void SetUp() override {
+    takeGate();
+    gGuards.night = true;
+    mac.settings("{}");
+    mac.charge(40);
+    evaluate();
+    mac.number(ChangeKind::capabilities, 9);
+    beginNight();
+    static_cast<void>(newLines());
+    mac.forgetJournal();
+  }
+  [[nodiscard]] bool staysAwake() { return mac.machine().sleep.preventedByClient; }
+};
+
+TEST_F(GuardedNight, beginsWithTheAnnouncementAndEndsWithTheFullWake) {
+  EXPECT_TRUE(isNight());
+  mac.number(ChangeKind::capabilities, 15);
+  EXPECT_FALSE(isNight()) << "it is awake already";
+  mac.number(ChangeKind::capabilities, -1);
+  EXPECT_TRUE(isNight());
+  endNight();
+  EXPECT_FALSE(isNight());
+}
+
+TEST_F(GuardedNight, schedulesOneWakeAndLeavesItUntilItHasCome) {
+  planNight(40, band);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  const double first = mac.pendingWakes().front();
+  EXPECT_GT(first, platform::wallNow() + 180);
+  watchNight(41, band, true);
+  EXPECT_THAT(mac.pendingWakes(), ElementsAre(first));
+  mac.pass(first - platform::wallNow() + 1);
+  watchNight(60, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_GT(mac.pendingWakes().front(), first);
+}
+
+TEST_F(GuardedNight, plansAnewWithoutAnAdapter) {
+  planNight(40, band);
+  const double first = mac.pendingWakes().front();
+  mac.unplug();
+  watchNight(40, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_NE(mac.pendingWakes().front(), first);
+}
+
+// Each time on another adapter, so that what was gained says nothing of the speed.
+TEST_F(GuardedNight, hasTenWakesAtMostAndThenStopsCharging) {
+  planNight(20, band);
+  int wakes = 0;
+  while (!mac.pendingWakes().empty() && wakes < 20) {
+    ++wakes;
+    mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    mac.plugIn(60 + wakes);
+    watchNight(20, band, true);
+  }
+  EXPECT_EQ(wakes, mostWakes);
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Contains("charging stopped for the night at 20% (band 75–80%)"));
+}
+
+TEST_F(GuardedNight, forgetsWakesAfterTwelveHours) {
+  mac.unplug();
+  planNight(20, band);
+  for (int wakes = 0; wakes < mostBatteryWakes; ++wakes) {
+    mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    watchNight(20, band, true);
+  }
+  ASSERT_THAT(mac.pendingWakes(), IsEmpty());
+  mac.pass(11 * 3600);
+  planNight(20, band);
+  EXPECT_EQ(mac.pendingWakes().size(), 1U) << "the first of them is too long ago to count";
+}
+
+TEST_F(GuardedNight, hasFourWakesAtMostOnBattery) {
+  mac.unplug();
+  planNight(20, band);
+  int wakes = 0;
+  while (!mac.pendingWakes().empty() && wakes < 20) {
+    ++wakes;
+    mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    watchNight(20, band, true);
+  }
+  EXPECT_EQ(wakes, mostBatteryWakes);
+  EXPECT_EQ(gState, ChargeState::hold);
+}
+
+TEST_F(GuardedNight, staysAwakeShortlyBeforeTheLimitAndSleepsAfterIt) {
+  watchNight(79, band, true);
+  EXPECT_TRUE(staysAwake());
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+  EXPECT_THAT(newLines(), ElementsAre("staying awake until the charge reaches 80%"));
+  watchNight(79, band, true);
+  EXPECT_THAT(newLines(), IsEmpty());
+  applyState(ChargeState::hold);
+  watchNight(80, band, true);
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, staysAwakeForFiveMinutesAtMost) {
+  watchNight(79, band, true);
+  mac.pass(longestStay - 1);
+  watchNight(79, band, true);
+  EXPECT_TRUE(staysAwake());
+  mac.pass(1);
+  watchNight(79, band, true);
+  EXPECT_FALSE(staysAwake());
+  EXPECT_EQ(gState, ChargeState::hold) << "inside the band";
+}
+
+TEST_F(GuardedNight, sleepsAgainAlsoWhenNoTickEndsTheStay) {
+  watchNight(79, band, true);
+  mac.pass(longestStay + 60);
+  endOverlongStay();
+  EXPECT_TRUE(staysAwake());
+  mac.pass(1);
+  endOverlongStay();
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, stopsChargingInTheBandWhenItMayNotStayAwake) {
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  watchNight(79, band, true);
+  EXPECT_FALSE(staysAwake());
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(newLines(), Contains("charging stopped for the night at 79% (band 75–80%)"));
+}
+
+TEST_F(GuardedNight, warnsOnceWhenNoWakeCanBeScheduled) {
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  planNight(40, band);
+  watchNight(40, band, true);
+  EXPECT_THAT(
+      newLines(),
+      ElementsAre(
+          "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
+}
+
+TEST_F(GuardedNight, cancelsItsWakeOnceChargingIsStopped) {
+  planNight(40, band);
+  applyState(ChargeState::hold);
+  watchNight(74, band, true);
+  EXPECT_EQ(mac.pendingWakes().size(), 1U) << "below the band there may be more to do";
+  watchNight(75, band, true);
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+}
+
+TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  applyState(ChargeState::hold);
+  watchNight(40, band, true);
+  mac.pass(wait + 1);
+  applyState(ChargeState::allow);
+  watchNight(40, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
+}
+
+TEST_F(GuardedNight, doesNothingWhereNothingIsLimited) {
+  watchNight(40, band, false);
+  EXPECT_THAT(mac.writes(), IsEmpty());
+  watchNight(79, band, true);
+  watchNight(79, band, false);
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, releasesTheMacAtTheFullWake) {
+  watchNight(79, band, true);
+  endNight();
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, keepsChargingStoppedInADarkWakeOnBattery) {
+  applyState(ChargeState::hold);
+  mac.unplug();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  endNight();
+  mac.number(ChangeKind::capabilities, 15);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+}  // namespace
+}  // namespace brisko

@@ -68,7 +68,7 @@ std::string daemonText(const State& state) {
   return text + ", status " + durationText(state.now - status.ts) + " old";
 }
 
-std::string joined(const std::vector<std::string>& texts) {
+std::string withCommas(const std::vector<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) all += (all.empty() ? "" : ", ") + text;
   return all;
@@ -103,7 +103,7 @@ std::vector<Row> rowsOf(const State& state, const Situation& situation) {
       {"Daemon", daemonText(state)},
   };
   if (!status.guards.empty()) {
-    rows.insert(rows.end() - 1, {"Guards", joined(status.guards),
+    rows.insert(rows.end() - 1, {"Guards", withCommas(status.guards),
                                  status.nextWake && *status.nextWake > state.now
                                      ? "wakes at " + timeText(*status.nextWake, state.now)
                                      : ""});

@@ -36,7 +36,7 @@ Layout largeLetters(std::string name, double width, double left, double right, s
           .right = right,
           .letter = letter,
           .titleHeight = 26,
-          .zoneRight = left - 32,  // a time below the first line of the axis is as wide as that
+          .zoneRight = left - 40,  // a time below the first line of the axis is as wide as that
           .lineHeight = 18,
           .rowHeight = 19,
           .baseline = 14,

@@ -291,7 +291,7 @@ def main():
         print("Skipped: the Debian packages chromium and chromium-driver are not installed.")
         return SKIPPED
     checker = Checker()
-    first = datetime.date(2026, 1, 1)
+    first = datetime.date(2025, 1, 1)
     with tempfile.TemporaryDirectory(prefix="brisko-browser-") as folder:
         volume = os.path.join(folder, "volume")
         write_history(volume, first, 365)

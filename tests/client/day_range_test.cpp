@@ -41,7 +41,7 @@ TEST(DayRange, isFromOneDayToAnother) {
 }
 
 TEST(DayRange, refusesWhatIsNoNumberOfDays) {
-  for (const char* days : {"0", "-1", "3651", "seven", "7d", "1.5", ""})
+  for (const char* days : {"0", "-1", "3651", "seven", "7d", "1.5"})
     EXPECT_THAT(rangeText({"--days=" + std::string(days)}), HasSubstr("a whole number from 1 to 3650"))
         << days;
 }

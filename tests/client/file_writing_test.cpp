@@ -17,8 +17,8 @@ using ::testing::HasSubstr;
 
 class Drawings : public ::testing::Test {
  protected:
-  [[nodiscard]] bool write(const std::string& path, const std::string& text = "<!-- mark --> new") {
-    return writeDrawing(path, text, "mark", reason);
+  [[nodiscard]] bool write(const std::string& to, const std::string& text = "<!-- mark --> new") {
+    return writeDrawing(to, text, "mark", reason);
   }
   // What must still be the only things in the folder.
   [[nodiscard]] std::size_t files() const {

@@ -1,11 +1,13 @@
 // Settings that are written in the file, because the daemon refuses our requests, while that daemon clears a
 // request in the same file. A change may be lost then, and is mended or reported; a request that was served
 // never comes back.
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -62,11 +64,16 @@ class SettingsByFile : public ::testing::Test {
     return shows([phase](const client::DaemonStatus& status) { return status.calibration.phase == phase; });
   }
 
-  // Writes `value` while the daemon clears `request` because of `change`.
+  // Writes `value` while the daemon clears `request` because of `change`, which comes a little later each
+  // time.
   void race(const virtual_mac::Change& change, const char* request, int value) {
     const client::State before = state();
-    mac.change(change);
+    std::thread changing([&] {
+      std::this_thread::sleep_for(std::chrono::microseconds(150 * written));
+      mac.change(change);
+    });
     const auto outcome = write(before, {{"historyDays", value}});
+    changing.join();
     EXPECT_TRUE(eventually([&] { return config()[request] == false; }));
     const bool holds = config()["historyDays"] == value;
     EXPECT_EQ(holds, outcome.status == client::ExitStatus::done) << outcome.text;
@@ -85,7 +92,7 @@ class SettingsByFile : public ::testing::Test {
   }
 
   // Fast, so that the daemon's next tick is never far.
-  test::LiveBrisko mac{{"--charge", "70", "--speed", "600"}};
+  test::LiveBrisko mac{{"--charge", "70", "--speed", "3000"}};
   int written = 0;
   int lost = 0;
   int reported = 0;

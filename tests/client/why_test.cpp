@@ -315,8 +315,27 @@ const std::vector<Case>& cases() {
          s.status->state = ChargeState::allow;
          s.status->chargeMode = "macOS";
          s.status->pct = 80;
+         s.status->gateVerified.reset();
+         addSamples(s, 3, 0, 5);
        },
        Reason::limitOverridden},
+      {"macOS has just reached its limit",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 80;
+         s.status->gateVerified.reset();
+         addSamples(s, 2, 0, 5);
+       },
+       Reason::atLimit},
+      {"macOS makes up for a loss above the limit",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 81;
+         addSamples(s, 3, 0, 5);
+       },
+       Reason::aboveLimit},
       {"macOS charges below its limit",
        [](S& s) {
          s.status->state = ChargeState::allow;
@@ -422,12 +441,12 @@ TEST(Why, namesTheEndOfAFullChargeThatComesBeforeItIsFull) {
   situation.status->state = ChargeState::allow;
   situation.status->pct = 60;
   situation.settings.topUpHours = 1;
-  situation.topUpSince = now - 600;
+  situation.topUpSince = now - 1200;
   EXPECT_EQ(why(situation).until->value, 100);
   addSamples(situation, 10, 1, 20);
   const Answer late = why(situation);
   EXPECT_EQ(late.until->kind, UntilKind::time);
-  EXPECT_EQ(late.until->value, now + 3000);
+  EXPECT_EQ(late.until->value, now + 2400);
   EXPECT_THAT(late.text, Not(HasSubstr("about")));
   situation.settings.topUpHours = 4;
   EXPECT_EQ(why(situation).until->value, 100);

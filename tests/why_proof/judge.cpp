@@ -102,12 +102,20 @@ Claim heldUntilMacOSCharges() {
           .voidedBy = decisions | bit(EventKind::adapter)};
 }
 
+Claim untilMacOSHolds() {
+  return {.comesTrue =
+              [](const Observation& seen) { return seen.status && seen.status->state != ChargeState::allow; },
+          .endsOtherwise = noStatus,
+          .follows = anyStatus,
+          .voidedBy = decisions | bit(EventKind::adapter)};
+}
+
 Claim aboveLimitUntilUnplugged() {
   return {.comesTrue = isUnplugged,
           .endsOtherwise =
               [](const DaemonStatus& status) {
-                return status.plugged && (status.state != ChargeState::hold || !isUsual(status) ||
-                                          status.pct <= client::limitInForce(status));
+                const bool moves = status.state != ChargeState::hold && !isLeftToMacOS(status);
+                return status.plugged && (moves || !isUsual(status) || status.pct <= limitInForce(status));
               },
           .follows = anyStatus,
           .voidedBy = decisions};
@@ -141,7 +149,7 @@ Claim waitsForAFullWake() {
 }
 
 Claim hotDownTo(double celsius) {
-  return {.comesTrue = [celsius](const Observation& seen) { return seen.temperature < celsius; },
+  return {.comesTrue = [celsius](const Observation& seen) { return seen.temperature < celsius + 0.05; },
           // The status contains the temperature by which the daemon decided, rounded to a tenth.
           .endsOtherwise =
               [celsius](const DaemonStatus& status) {
@@ -264,14 +272,10 @@ Claim claimOf(const client::Answer& answer, const client::Until& until) {
       return aboveLimitUntilUnplugged();
     case Reason::atLimit:
     case Reason::insideBand:
-      return until.kind == UntilKind::percent ? heldDownTo(until.value) : heldUntilMacOSCharges();
+      if (until.kind == UntilKind::percent) return heldDownTo(until.value);
+      return until.event == "macOSHolds" ? untilMacOSHolds() : heldUntilMacOSCharges();
     case Reason::limitOverridden:
-      return {
-          .comesTrue =
-              [](const Observation& seen) { return seen.status && seen.status->state != ChargeState::allow; },
-          .endsOtherwise = noStatus,
-          .follows = anyStatus,
-          .voidedBy = decisions | bit(EventKind::adapter)};
+      return untilMacOSHolds();
     case Reason::charging:
       return chargingTo(until.value);
     case Reason::noCurrent:
@@ -310,16 +314,16 @@ class Judging {
         voided_(firstOf(claim_.voidedBy, events, question.at - notSeenYet, never)) {}
 
   Verdict verdict() const {
-    std::optional<double> endedSince;
+    double endedSince = never;
     for (std::size_t index = 0; index < after_.size(); ++index) {
       const Observation& seen = after_[index];
       if (claim_.comesTrue(seen)) return afterItCameTrue(index);
       if (voided_ != nullptr && voided_->at <= seen.at) return notJudged(textOf(voided_->kind));
       if (!seen.awake || !seen.status || !claim_.endsOtherwise(*seen.status)) {
-        endedSince.reset();
+        endedSince = never;
       } else {
-        if (!endedSince) endedSince = seen.at;
-        if (seen.at - *endedSince >= passing) return brokenUnlessExcused("ended otherwise", seen);
+        endedSince = std::min(endedSince, seen.at);
+        if (seen.at - endedSince >= passing) return brokenUnlessExcused("ended otherwise", seen);
       }
     }
     return notJudged("the scenario ended first");
@@ -346,16 +350,16 @@ class Judging {
     const Verdict kept{.outcome = Outcome::kept,
                        .seconds = secondsUntil(came),
                        .isUndisturbed = isUndisturbedUntil(came.at)};
-    std::optional<double> reactsSince;
+    double reactsSince = never;
     for (const Observation& seen : after_.subspan(index)) {
       if (voided_ != nullptr && voided_->at <= seen.at) return kept;
       if (!seen.awake || !seen.status) {
-        reactsSince.reset();
+        reactsSince = never;
         continue;
       }
       if (claim_.follows(*seen.status)) return kept;
-      if (!reactsSince) reactsSince = seen.at;
-      if (seen.at - *reactsSince > longestReaction)
+      reactsSince = std::min(reactsSince, seen.at);
+      if (seen.at - reactsSince > longestReaction)
         return brokenUnlessExcused("it came true, and nothing followed", seen);
     }
     return kept;

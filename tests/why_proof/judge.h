@@ -26,12 +26,12 @@ struct Observation {
   double clockOffset = 0;  // of the wall clock
   bool serviceIsLoaded = true;
   bool daemonRuns = true;
-  bool awake = true;                                // fully
-  bool plugged = false;                             // an adapter is connected
-  std::int64_t pct = 0;                             // as macOS shows it …
-  double publishedAt = 0;                           // … and the machine time at which it published that
-  double temperature = 0;                           // of the battery, °C
-  double currentMA = 0;                             // into the battery
+  bool awake = true;       // fully
+  bool plugged = false;    // an adapter is connected
+  std::int64_t pct = 0;    // as macOS shows it …
+  double publishedAt = 0;  // … and the machine time at which it published that
+  double temperature = 0;  // of the battery, °C: the lowest since the observation before
+  double currentMA = 0;    // into the battery
   std::optional<client::DaemonStatus> status = {};  // none unless it is current
 };
 

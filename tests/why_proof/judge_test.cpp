@@ -138,7 +138,8 @@ TEST(WhyJudge, followsADischargeDownToTheLimit) {
 TEST(WhyJudge, comparesTheTemperatureAtWhichAPauseEnds) {
   const auto paused = [](double endsAt) {
     Story story(Reason::hot, {.kind = UntilKind::temperature, .value = 35});
-    story.then(2, 70, hold);
+    story.then(1, 70, hold);
+    story.last().temperature = 40;
     for (int minute = 0; minute < 3; ++minute) {
       story.then(1, 70, allow);
       story.last().temperature = endsAt;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <set>
 #include <stdexcept>
 #include <string_view>
@@ -66,6 +67,15 @@ std::optional<EventKind> kindOfLine(const std::string& line) {
   return std::nullopt;
 }
 
+// The temperature in a summary: "cap 80%  batt 80%  31.5°C  ac  state=hold  LED=green".
+constexpr double hottest = 1000;
+std::optional<double> temperatureIn(const std::string& line) {
+  const std::size_t end = line.find("°C  ");
+  if (end == std::string::npos) return std::nullopt;
+  const std::size_t begin = line.rfind(' ', end);
+  return std::strtod(line.c_str() + begin, nullptr);
+}
+
 // ---------------------------------------------------------------------------------------------------------
 // The scenario, with a step for every moment of interest
 
@@ -108,8 +118,8 @@ class Questioner {
                   .serviceIsLoaded = simulation.serviceIsLoaded(),
                   .daemonRuns = simulation.daemonRuns(),
                   .arguments = arguments_};
-    observe(machine);
     noteLines(simulation);
+    observe(machine);
     while (!moments_.empty() && static_cast<double>(*moments_.begin()) <= machine.now - result_.begin) {
       moments_.erase(moments_.begin());
       if (result_.observations.back().awake) ask(machine.now);
@@ -126,12 +136,13 @@ class Questioner {
                      .plugged = machine.adapter.present,
                      .pct = machine.gauge.percent,
                      .publishedAt = machine.gauge.publishedAt,
-                     .temperature = machine.battery.temperatureC,
+                     .temperature = std::min(machine.battery.temperatureC, coolest_),
                      .currentMA = machine.battery.currentMA};
     if (seen.daemonRuns) seen.status = client::readStatus(client::Volume());
     const double wall = seen.at + seen.clockOffset;
     if (seen.status && (seen.status->ts < wall - statusIsCurrent || seen.status->ts > wall + 1))
       seen.status.reset();
+    coolest_ = hottest;
     if (!result_.observations.empty()) noteTransitions(result_.observations.back(), seen);
     result_.observations.push_back(std::move(seen));
   }
@@ -147,6 +158,7 @@ class Questioner {
     const auto& lines = simulation.stampedLog();
     for (; linesSeen_ < lines.size(); ++linesSeen_) {
       if (const auto kind = kindOfLine(lines[linesSeen_])) note(simulation.machine().now, *kind);
+      coolest_ = std::min(coolest_, temperatureIn(lines[linesSeen_]).value_or(hottest));
     }
   }
 
@@ -165,6 +177,7 @@ class Questioner {
   std::vector<std::string> arguments_;
   Questioning& result_;
   std::size_t linesSeen_ = 0;
+  double coolest_ = hottest;  // that a summary contains since the latest observation
 };
 
 void addActions(const std::vector<TimedAction>& actions, double begin, std::vector<Event>& events) {

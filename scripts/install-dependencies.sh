@@ -6,7 +6,8 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libuv1-dev libplist-dev libgtest-dev
   libgmock-dev libbenchmark-dev libxml2-dev lld rapidjson-dev)
 if [[ "${1:-}" == checks ]]; then
-  packages+=(clang clang-format clang-tidy fish jq libclang-rt-14-dev llvm-14 mandoc make shellcheck zsh)
+  packages+=(clang clang-format clang-tidy duktape fish jq libclang-rt-14-dev libxml2-utils llvm-14 mandoc make
+    original-awk shellcheck zsh)
 fi
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

@@ -2,9 +2,8 @@
 #include <csignal>
 #include <cstdio>
 #include <map>
-#include <string>
-
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "base/settings.h"
 #include "packaging/scratch_mac.h"
@@ -16,10 +15,10 @@ namespace {
 // What the daemon has written once it runs, beside what was installed.
 Words runningFiles() {
   Words files = installedFiles();
-  files.insert(files.end(),
-               {"/Library/Application Support/Brisko/history 755",
-                "/Library/Application Support/Brisko/stats.json 644",
-                "/Library/Application Support/Brisko/status.json 644", "/Library/Logs/Brisko/daemon.log 644"});
+  files.insert(files.end(), {"/Library/Application Support/Brisko/history 755",
+                             "/Library/Application Support/Brisko/stats.json 644",
+                             "/Library/Application Support/Brisko/status.json 644",
+                             "/Library/Logs/Brisko/daemon.log 644"});
   std::sort(files.begin(), files.end());
   return files;
 }
@@ -52,9 +51,9 @@ TEST(Install, putsEverythingInItsPlaceAndStartsTheService) {
   EXPECT_EQ(contents(mac.at("/etc/newsyslog.d/com.brisko.daemon.conf")),
             supplied("newsyslog.d/com.brisko.daemon.conf"));
   EXPECT_EQ(mac.job(), contents(mac.at(jobPath)));
-  EXPECT_THAT(mac.journal("launchctl"), ElementsAre("launchctl print system/com.brisko.daemon",
-                                                    "launchctl print-disabled system",
-                                                    "launchctl bootstrap system " + jobPath));
+  EXPECT_THAT(mac.journal("launchctl"),
+              ElementsAre("launchctl print system/com.brisko.daemon", "launchctl print-disabled system",
+                          "launchctl bootstrap system " + jobPath));
 }
 
 TEST(Install, worksInTheShellOfAMac) {
@@ -77,18 +76,17 @@ TEST(Install, givesEverythingToRoot) {
 
   ASSERT_EQ(mac.install().status, 0);
 
-  EXPECT_THAT(mac.journal("chown"),
-              ElementsAre("chown root:wheel /Library/Brisko",
-                          "chown root:wheel /Library/Brisko/uninstall-service.sh.new",
-                          "chown root:wheel /Library/Brisko/brisko-daemon.new",
-                          "chown root:wheel /Library/Brisko/brisko.new",
-                          "chown -R root:wheel /Library/Brisko/share.new",
-                          "chown root:wheel /etc/newsyslog.d/com.brisko.daemon.conf.new",
-                          "chown root:wheel /Library/Application Support/Brisko",
-                          "chown root:wheel /Library/Application Support/Brisko/config.json.new",
-                          "chown root:wheel /Library/Logs/Brisko",
-                          "chown root:wheel /Library/Logs/Brisko/daemon.err.log",
-                          "chown root:wheel /Library/LaunchDaemons/com.brisko.daemon.plist.new"));
+  EXPECT_THAT(
+      mac.journal("chown"),
+      ElementsAre(
+          "chown root:wheel /Library/Brisko", "chown root:wheel /Library/Brisko/uninstall-service.sh.new",
+          "chown root:wheel /Library/Brisko/brisko-daemon.new", "chown root:wheel /Library/Brisko/brisko.new",
+          "chown -R root:wheel /Library/Brisko/share.new",
+          "chown root:wheel /etc/newsyslog.d/com.brisko.daemon.conf.new",
+          "chown root:wheel /Library/Application Support/Brisko",
+          "chown root:wheel /Library/Application Support/Brisko/config.json.new",
+          "chown root:wheel /Library/Logs/Brisko", "chown root:wheel /Library/Logs/Brisko/daemon.err.log",
+          "chown root:wheel /Library/LaunchDaemons/com.brisko.daemon.plist.new"));
 }
 
 TEST(Install, reportsWhatItDid) {
@@ -195,7 +193,8 @@ TEST(Install, refusesAStandardErrorThatIsNoPlainFile) {
     const Words before = mac->added();
     const Finished run = mac->install();
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr(mac == &logs ? "Brisko is a link." : "daemon.err.log is not a plain file."));
+    EXPECT_THAT(run.errors,
+                HasSubstr(mac == &logs ? "Brisko is a link." : "daemon.err.log is not a plain file."));
     EXPECT_EQ(mac->added(), before);
   }
   EXPECT_EQ(contents(link.at("/victim")), "untouched");
@@ -272,7 +271,8 @@ TEST(Install, refusesAProgramWithoutATeam) {
 
   const Finished run = mac.install({}, {{"FAKE_SIGNER", "ad hoc"}});
 
-  EXPECT_THAT(run.output, HasSubstr("every process on this Mac may command it, and have all its data erased."));
+  EXPECT_THAT(run.output,
+              HasSubstr("every process on this Mac may command it, and have all its data erased."));
   EXPECT_THAT(run.errors, HasSubstr("run this in a terminal and answer y, or give --yes."));
   expectNothingHappened(mac, run);
 }
@@ -283,7 +283,8 @@ TEST(Install, takesAProgramWithoutATeamWhenToldTo) {
   const Finished run = mac.install({"--yes"}, {{"FAKE_SIGNER", "ad hoc"}});
 
   EXPECT_EQ(run.status, 0) << run.errors;
-  EXPECT_THAT(run.output, HasSubstr("every process on this Mac may command it, and have all its data erased."));
+  EXPECT_THAT(run.output,
+              HasSubstr("every process on this Mac may command it, and have all its data erased."));
   EXPECT_EQ(mac.addedToRun(), runningFiles());
 }
 
@@ -334,7 +335,7 @@ TEST(Install, followsNoLinkOnTheWayToTheProgram) {
 
 // In a terminal, which types `answer`.
 Finished installInTerminal(const ScratchMac& mac, const std::string& answer) {
-  const std::string command = R"(PATH=$FAKES setsid sh ")" + std::string(BRISKO_PACKAGING) +
+  const std::string command = R"(PATH=$FAKES sh ")" + std::string(BRISKO_PACKAGING) +
                               R"(/install-service.sh" --program "$FAKES/brisko-daemon")";
   Environment environment = mac.environment();
   environment.merge(Environment{{"ANSWER", answer}, {"COMMAND", command}, {"FAKE_SIGNER", "ad hoc"}});
@@ -382,11 +383,11 @@ struct Unfit {
 
 TEST(Install, refusesAMacThatIsNotFit) {
   const ScratchMac mac;
-  for (const auto& [variable, value, refusal] :
-       {Unfit{"FAKE_ARM64", "no", "This Mac has no Apple silicon."},
-        Unfit{"FAKE_MACOS", "12.7.6", "This Mac runs macOS 12.7.6,"},
-        Unfit{"FAKE_VM", "1", "This is a virtual machine,"}, Unfit{"FAKE_BATTERY", "No", "This Mac has no battery."},
-        Unfit{"FAKE_BATTERY", "none", "This Mac has no battery."}}) {
+  for (const auto& [variable, value, refusal] : {Unfit{"FAKE_ARM64", "no", "This Mac has no Apple silicon."},
+                                                 Unfit{"FAKE_MACOS", "12.7.6", "This Mac runs macOS 12.7.6,"},
+                                                 Unfit{"FAKE_VM", "1", "This is a virtual machine,"},
+                                                 Unfit{"FAKE_BATTERY", "No", "This Mac has no battery."},
+                                                 Unfit{"FAKE_BATTERY", "none", "This Mac has no battery."}}) {
     const Finished run = mac.install({}, {{variable, value}});
     EXPECT_THAT(run.errors, HasSubstr(refusal));
     EXPECT_THAT(run.errors, HasSubstr("Nothing was installed.\n"));
@@ -411,7 +412,8 @@ TEST(Install, refusesADowngrade) {
     const Finished run = mac.install();
 
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, HasSubstr("Version " + std::string(newer) + " is installed, and this is the older version "));
+    EXPECT_THAT(run.errors,
+                HasSubstr("Version " + std::string(newer) + " is installed, and this is the older version "));
     EXPECT_THAT(run.errors, HasSubstr("--keep-data"));
     EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
   }
@@ -423,7 +425,8 @@ TEST(Install, refusesADowngrade) {
   }
 }
 
-const std::string closedKeys = R"({"detail":"d","message":"The keys are closed.","reason":"system-locked","supported":false})";
+const std::string closedKeys =
+    R"({"detail":"d","message":"The keys are closed.","reason":"system-locked","supported":false})";
 
 TEST(Install, upgradesADaemonWhereMacOSHasClosedTheKeys) {
   const ScratchMac mac;
@@ -522,9 +525,11 @@ TEST(Install, putsBriskoItsManualsAndCompletionsWhereTheyAreFound) {
   for (const std::string page : {"man1/brisko.1", "man5/brisko-config.5", "man8/brisko-daemon.8"}) {
     EXPECT_EQ(contents(mac.at(shared + "share/man/" + page)), supplied("../man/" + page.substr(5)));
   }
-  EXPECT_EQ(contents(mac.at(shared + "share/bash-completion/completions/brisko")), "# completions for bash\n");
+  EXPECT_EQ(contents(mac.at(shared + "share/bash-completion/completions/brisko")),
+            "# completions for bash\n");
   EXPECT_EQ(contents(mac.at(shared + "share/zsh/site-functions/_brisko")), "# completions for zsh\n");
-  EXPECT_EQ(contents(mac.at(shared + "share/fish/vendor_completions.d/brisko.fish")), "# completions for fish\n");
+  EXPECT_EQ(contents(mac.at(shared + "share/fish/vendor_completions.d/brisko.fish")),
+            "# completions for fish\n");
   for (const char* document : {"using-it.md", "files.md", "schemas/status.schema.json"}) {
     EXPECT_EQ(contents(mac.at("/Library/Brisko/share/doc/" + std::string(document))),
               supplied("../docs/" + std::string(document)));
@@ -566,7 +571,8 @@ struct Wait {
 TEST(Install, waitsForTheDaemonToReport) {
   for (const auto& [startTime, uptime, starts] :
        {Wait{30, 300, true}, Wait{31, 300, false}, Wait{90, 299, true}, Wait{91, 299, false}}) {
-    SCOPED_TRACE(std::to_string(startTime) + " s, " + std::to_string(uptime) + " s after the Mac has started");
+    SCOPED_TRACE(std::to_string(startTime) + " s, " + std::to_string(uptime) +
+                 " s after the Mac has started");
     const ScratchMac mac;
     const Finished run = mac.install(
         {}, {{"FAKE_START_TIME", std::to_string(startTime)}, {"FAKE_UPTIME", std::to_string(uptime)}});
@@ -588,7 +594,9 @@ TEST(Install, doesNotTakeAnOlderStatusForThatOfTheNewDaemon) {
 TEST(Install, reportsWhatLaunchdKnowsOfADaemonThatDoesNotStart) {
   const std::map<std::string, std::string> messages{
       {"1", "It ended with status 1: it could not open the controller."},
-      {"2", "It ended with status 2: it found no way to control the charge of this Mac.\nIts last message: ⛔️ "},
+      {"2",
+       "It ended with status 2: it found no way to control the charge of this Mac.\nIts last message: "
+       "⛔️ "},
       {"78: EX_CONFIG", "launchd could not start it (78)."},
       {"3", "It ended with status 3.\n"},
       {"Killed: 9", "macOS ended it (Killed: 9), as it does with a program whose signature is broken."},
@@ -607,8 +615,7 @@ TEST(Install, reportsWhatLaunchdKnowsOfADaemonThatDoesNotStart) {
 TEST(Install, namesThePlaceOfTheSwitchWhenTheJobIsSwitchedOff) {
   const ScratchMac mac;
 
-  const Finished run =
-      mac.install({}, {{"FAKE_REFUSALS", "5"}, {"FAKE_REFUSAL", "5: Input/output error"}});
+  const Finished run = mac.install({}, {{"FAKE_REFUSALS", "5"}, {"FAKE_REFUSAL", "5: Input/output error"}});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("System Settings > General > Login Items & Extensions"));
@@ -628,7 +635,8 @@ TEST(Install, reportsWhenTheLaunchServiceDoesNotTakeTheJob) {
   const Finished run = mac.install({}, {{"FAKE_REFUSALS", "5"}});
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("launchd rejected the job:\nBootstrap failed: 37: Operation already in progress\n"));
+  EXPECT_THAT(run.errors,
+              HasSubstr("launchd rejected the job:\nBootstrap failed: 37: Operation already in progress\n"));
   EXPECT_THAT(run.errors, Not(HasSubstr("Login Items")));
   EXPECT_EQ(mac.addedToRun(), installedFiles());
 }
@@ -660,9 +668,9 @@ TEST(Install, wantsBothPrograms) {
 
 TEST(Install, refusesArgumentsThatMakeNoSense) {
   const ScratchMac mac;
-  for (const Words& arguments : {Words{"--nonsense"}, Words{"extra"}, Words{"--app"}, Words{"--app", ""},
-                                 Words{"--app", "--yes"}, Words{"--app", "Brisko.app"},
-                                 Words{"--program"}, Words{"--allow-unsigned"}, Words{"--keep-data"}}) {
+  for (const Words& arguments :
+       {Words{"--nonsense"}, Words{"extra"}, Words{"--app"}, Words{"--app", ""}, Words{"--app", "--yes"},
+        Words{"--app", "Brisko.app"}, Words{"--program"}, Words{"--allow-unsigned"}, Words{"--keep-data"}}) {
     const Finished run = mac.install(arguments);
     EXPECT_EQ(run.status, 2) << arguments.front();
     EXPECT_THAT(run.errors, HasSubstr("Try --help.\n"));

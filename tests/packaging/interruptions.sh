@@ -66,7 +66,13 @@ finish() {
   FAKE_PATH=$quick_path
   case $way in
     'install again') install >"$work/output" 2>&1 || wrong "it failed" ;;
-    'install the package again') install_package >"$work/output" 2>&1 || wrong "it failed" ;;
+    'install the package again')
+      # That the requirements are checked shows elsewhere.
+      (
+        export FAKE_HAS_NO_CHECK=1
+        install_package >"$work/output" 2>&1
+      ) || wrong "it failed"
+      ;;
     'remove' | 'remove again') uninstall >"$work/output" 2>&1 || wrong "it failed" ;;
     'remove again and keep the data') uninstall --keep-data >"$work/output" 2>&1 || wrong "it failed" ;;
   esac
@@ -169,7 +175,7 @@ run_case() {
       make_package
       installation=install_package
       prepare
-      interrupt "installation of the package" install_package 'install the package again' remove
+      interrupt "installation of the package" install_package 'install the package again'
       ;;
     package-upgrade)
       make_package

@@ -12,9 +12,10 @@ Finished inventory(const ScratchMac& mac, const Words& arguments = {}) {
 
 // The fakes' clock begins at 1772352000.
 void putStatus(const ScratchMac& mac, const std::string& written) {
-  mac.put(dataFolder + "/status.json",
-          R"({"chargeMode":"CHTE","daemonVersion":"0.9.9","gateVerified":false,"pct":78,"state":"hold","ts":)" + written +
-              R"(,"upper":80})");
+  mac.put(
+      dataFolder + "/status.json",
+      R"({"chargeMode":"CHTE","daemonVersion":"0.9.9","gateVerified":false,"pct":78,"state":"hold","ts":)" +
+          written + R"(,"upper":80})");
 }
 
 TEST(Inventory, printsWhatTheStatusContains) {
@@ -24,8 +25,9 @@ TEST(Inventory, printsWhatTheStatusContains) {
   const Finished run = inventory(mac);
 
   EXPECT_EQ(run.status, 0) << run.errors;
-  EXPECT_EQ(run.output,
-            "service: running\nversion: 0.9.9\ncharge: 78\nlimit: 80\nmode: CHTE\nstate: hold\nverified: false\n");
+  EXPECT_EQ(
+      run.output,
+      "service: running\nversion: 0.9.9\ncharge: 78\nlimit: 80\nmode: CHTE\nstate: hold\nverified: false\n");
   EXPECT_EQ(inventory(mac, {"state"}).output, "hold\n");
 }
 
@@ -39,7 +41,8 @@ TEST(Inventory, tellsASilentDaemonFromOneThatReports) {
 
 TEST(Inventory, worksWithoutAStatusAndWithHalfOfOne) {
   const ScratchMac mac;
-  EXPECT_EQ(inventory(mac).output, "service: not installed\nversion: \ncharge: \nlimit: \nmode: \nstate: \nverified: \n");
+  EXPECT_EQ(inventory(mac).output,
+            "service: not installed\nversion: \ncharge: \nlimit: \nmode: \nstate: \nverified: \n");
 
   mac.put(dataFolder + "/status.json", R"({"pct":78,"sta)");
   const Finished run = inventory(mac);

@@ -2,10 +2,9 @@
 #include <cctype>
 #include <filesystem>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
-
-#include <nlohmann/json.hpp>
 
 #include "base/process_flags.h"
 #include "packaging/scratch_mac.h"
@@ -117,13 +116,14 @@ TEST_F(Package, containsTheFolderOfTheProgramsAndItsScripts) {
   EXPECT_EQ(run.status, 0) << run.errors;
   EXPECT_THAT(
       calls(),
-      HasSubstr("pkgbuild --root /build/parts/payload --install-location /Library/Brisko --ownership recommended "
-                "--identifier com.brisko.daemon --version " +
-                version +
-                " --scripts /build/parts/scripts /build/parts/brisko-daemon.pkg\n"
-                "productbuild --distribution /build/parts/distribution.xml --resources resources --package-path "
-                "/build/parts --sign Developer ID Installer: Some One (TEAM123456) /build/brisko-daemon-" +
-                version + ".pkg\n"));
+      HasSubstr(
+          "pkgbuild --root /build/parts/payload --install-location /Library/Brisko --ownership recommended "
+          "--identifier com.brisko.daemon --version " +
+          version +
+          " --scripts /build/parts/scripts /build/parts/brisko-daemon.pkg\n"
+          "productbuild --distribution /build/parts/distribution.xml --resources resources --package-path "
+          "/build/parts --sign Developer ID Installer: Some One (TEAM123456) /build/brisko-daemon-" +
+          version + ".pkg\n"));
   for (const char* name : {"brisko-daemon", "preinstall", "postinstall", "install-service.sh",
                            "com.brisko.daemon.plist", "newsyslog.d/com.brisko.daemon.conf"}) {
     EXPECT_TRUE(exists(mac.at("/build/parts/scripts/" + std::string(name)))) << name;
@@ -132,7 +132,8 @@ TEST_F(Package, containsTheFolderOfTheProgramsAndItsScripts) {
                            "share/completions/_brisko", "share/doc/many-macs.md"}) {
     EXPECT_TRUE(exists(mac.at("/build/parts/payload/" + std::string(name)))) << name;
   }
-  EXPECT_THAT(contents(mac.at("/build/parts/distribution.xml")), HasSubstr("var version = \"" + version + "\";"));
+  EXPECT_THAT(contents(mac.at("/build/parts/distribution.xml")),
+              HasSubstr("var version = \"" + version + "\";"));
 }
 
 // The package, installed.
@@ -146,7 +147,8 @@ class InstalledPackage : public Package {
   }
 
   [[nodiscard]] Finished install(const Environment& environment = {}, const std::string& target = "/") const {
-    return mac.runScript(std::string(BRISKO_FAKES) + "/installer", {"-pkg", package(), "-target", target}, environment);
+    return mac.runScript(std::string(BRISKO_FAKES) + "/installer", {"-pkg", package(), "-target", target},
+                         environment);
   }
 
   Words before;
@@ -223,19 +225,22 @@ TEST_F(InstalledPackage, checksItsRequirementsFirst) {
 TEST_F(InstalledPackage, refusesADowngradeByItsReceiptAndByTheProgram) {
   mac.put("/var/db/receipts/com.brisko.daemon.plist", "version: 9.0\n");
   const Finished byReceipt = install();
-  EXPECT_THAT(byReceipt.output, HasSubstr("Fatal: Version 9.0 is installed, and this is the older version " + version));
+  EXPECT_THAT(byReceipt.output,
+              HasSubstr("Fatal: Version 9.0 is installed, and this is the older version " + version));
 
   std::filesystem::remove(mac.at("/var/db/receipts/com.brisko.daemon.plist"));
   mac.put(programFile, "#!/bin/sh\necho 9.0\n");
   setMode(mac.at(programFile), 0755);
   const Finished byProgram = install();
-  EXPECT_THAT(byProgram.output, HasSubstr("installer: Version 9.0 is installed, and this is the older version "));
+  EXPECT_THAT(byProgram.output,
+              HasSubstr("installer: Version 9.0 is installed, and this is the older version "));
   EXPECT_EQ(contents(mac.at(programFile)), "#!/bin/sh\necho 9.0\n");
   EXPECT_FALSE(mac.job());
 }
 
 TEST_F(Package, isOfOneTeamWithItsPrograms) {
-  const Finished differentPrograms = make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_CLIENT_SIGNER", "OTHER12345"}});
+  const Finished differentPrograms =
+      make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_CLIENT_SIGNER", "OTHER12345"}});
   EXPECT_NE(differentPrograms.status, 0);
   EXPECT_THAT(differentPrograms.errors, HasSubstr("signed by the team TEAM123456, and "));
 
@@ -243,13 +248,15 @@ TEST_F(Package, isOfOneTeamWithItsPrograms) {
   EXPECT_NE(noTeam.status, 0);
   EXPECT_THAT(noTeam.errors, HasSubstr("No team has signed "));
 
-  const Finished wrongName = make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_CLIENT_NAME", "brisko"}});
+  const Finished wrongName =
+      make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_CLIENT_NAME", "brisko"}});
   EXPECT_NE(wrongName.status, 0);
   EXPECT_THAT(wrongName.errors, HasSubstr("is not signed as com.brisko.Brisko."));
   EXPECT_THAT(calls(), Not(HasSubstr("pkgbuild")));
 
   for (const char* team : {"OTHER12345", "none"}) {
-    const Finished package = make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_INSTALLER_TEAM", team}});
+    const Finished package =
+        make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_INSTALLER_TEAM", team}});
     EXPECT_NE(package.status, 0);
     EXPECT_THAT(package.errors, HasSubstr("and the programs in it by the team TEAM123456."));
     EXPECT_FALSE(exists(this->package()));
@@ -279,7 +286,8 @@ TEST_F(Package, isNotarisedOnlyWhenTheServiceAcceptsIt) {
 }
 
 TEST_F(Package, mustExistBeforeItIsNotarisedOrListed) {
-  for (const Words& target : {Words{"notarize", "NOTARY=x"}, Words{"staple"}, Words{"cask", "URL=x"}, Words{"checksums"}}) {
+  for (const Words& target :
+       {Words{"notarize", "NOTARY=x"}, Words{"staple"}, Words{"cask", "URL=x"}, Words{"checksums"}}) {
     const Finished run = make(target);
     EXPECT_NE(run.status, 0);
     EXPECT_THAT(run.errors, HasSubstr("There is no package at ")) << target[0];
@@ -295,13 +303,15 @@ TEST_F(Package, hasABillOfMaterialsAndChecksums) {
   EXPECT_EQ(bill["metadata"]["component"]["version"], version);
   EXPECT_EQ(bill["metadata"]["component"]["components"][0]["name"], "brisko-daemon");
   EXPECT_EQ(bill["metadata"]["component"]["components"][1]["name"], "brisko");
-  EXPECT_EQ(bill["metadata"]["component"]["components"][0]["hashes"][0]["content"].get<std::string>().size(), 64U);
+  EXPECT_EQ(bill["metadata"]["component"]["components"][0]["hashes"][0]["content"].get<std::string>().size(),
+            64U);
   EXPECT_EQ(bill["components"][0]["name"], "nlohmann-json");
   EXPECT_EQ(bill["components"][1]["version"], "2.3.2");
   EXPECT_EQ(bill["components"][1]["licenses"][0]["license"]["id"], "BSD-3-Clause");
 
   ASSERT_EQ(make({"checksums"}).status, 0);
-  const Finished check = run("/bin/sh", {"-c", R"(cd "$1" && sha256sum --check SHA256SUMS)", "sh", mac.at("/build")});
+  const Finished check =
+      run("/bin/sh", {"-c", R"(cd "$1" && sha256sum --check SHA256SUMS)", "sh", mac.at("/build")});
   EXPECT_EQ(check.status, 0) << check.errors;
   EXPECT_THAT(check.output, HasSubstr("brisko-daemon-" + version + ".pkg: OK\n"));
   EXPECT_THAT(check.output, HasSubstr(".cdx.json: OK\n"));
@@ -361,9 +371,12 @@ class Release : public Package {
     return run("/bin/sh", {std::string(BRISKO_PACKAGING) + "/release.sh", tag}, forTools(all));
   }
 
-  const Environment secrets{{"APPLICATION_CERTIFICATE", "YQ=="}, {"INSTALLER_CERTIFICATE", "Yg=="},
-                            {"CERTIFICATE_PASSWORD", "c"},       {"NOTARY_KEY", "ZA=="},
-                            {"NOTARY_KEY_ID", "e"},              {"NOTARY_ISSUER", "f"}};
+  const Environment secrets{{"APPLICATION_CERTIFICATE", "YQ=="},
+                            {"INSTALLER_CERTIFICATE", "Yg=="},
+                            {"CERTIFICATE_PASSWORD", "c"},
+                            {"NOTARY_KEY", "ZA=="},
+                            {"NOTARY_KEY_ID", "e"},
+                            {"NOTARY_ISSUER", "f"}};
 };
 
 TEST_F(Release, makesEverythingThatIsAttached) {
@@ -374,13 +387,14 @@ TEST_F(Release, makesEverythingThatIsAttached) {
   for (const std::string end : {".pkg", ".cdx.json", "-symbols.tar.gz"}) {
     EXPECT_TRUE(exists(mac.at("/build/out/brisko-daemon-" + version + end))) << end;
   }
-  EXPECT_THAT(contents(mac.at("/build/out/brisko-daemon.rb")),
-              HasSubstr("https://github.com/someone/brisko/releases/download/v" + version + "/brisko-daemon-"));
+  EXPECT_THAT(
+      contents(mac.at("/build/out/brisko-daemon.rb")),
+      HasSubstr("https://github.com/someone/brisko/releases/download/v" + version + "/brisko-daemon-"));
   EXPECT_THAT(contents(mac.at("/build/out/SHA256SUMS")), HasSubstr("-symbols.tar.gz\n"));
   EXPECT_THAT(calls(), HasSubstr("xcrun stapler staple"));
   // No secret stays.
-  EXPECT_THAT(mac.journal("security"),
-              ElementsAre("security create-keychain release.keychain-db", "security delete-keychain release.keychain-db"));
+  EXPECT_THAT(mac.journal("security"), ElementsAre("security create-keychain release.keychain-db",
+                                                   "security delete-keychain release.keychain-db"));
   const Finished left = brisko::test::run("/bin/ls", {mac.at("/tmp")});
   EXPECT_EQ(left.output, "");
 }
@@ -393,9 +407,10 @@ TEST_F(Release, namesEverySecretThatIsMissing) {
   const Finished run = release(some, "v" + version);
 
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.output, "v" + version +
-                            " is not released, because these secrets are missing: CERTIFICATE_PASSWORD, NOTARY_KEY.\n"
-                            "released=no\n");
+  EXPECT_EQ(run.output,
+            "v" + version +
+                " is not released, because these secrets are missing: CERTIFICATE_PASSWORD, NOTARY_KEY.\n"
+                "released=no\n");
   EXPECT_FALSE(exists(mac.at("/build/out")));
 }
 
@@ -403,15 +418,18 @@ TEST_F(Release, isOnlyOfTheVersionInTheSources) {
   const Finished run = release(secrets, "v9.9.9");
 
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.errors, HasSubstr("The tag is v9.9.9, but the version in src/base/process_flags.h is " + version));
+  EXPECT_THAT(run.errors,
+              HasSubstr("The tag is v9.9.9, but the version in src/base/process_flags.h is " + version));
 }
 
 TEST_F(Release, failsWithoutACertificateOfEachKind) {
-  const Finished run = release([this] {
-    Environment all = secrets;
-    all["FAKE_IDENTITIES"] = "Application";
-    return all;
-  }(), "v" + version);
+  const Finished run = release(
+      [this] {
+        Environment all = secrets;
+        all["FAKE_IDENTITIES"] = "Application";
+        return all;
+      }(),
+      "v" + version);
 
   EXPECT_NE(run.status, 0);
   EXPECT_THAT(run.errors, HasSubstr("The certificates contain no \"Developer ID Installer\"."));
@@ -445,7 +463,8 @@ TEST_F(Package, wantsAProgram) {
   EXPECT_THAT(run.errors, HasSubstr("There is no program at /nowhere/brisko-daemon"));
 
   std::filesystem::remove(mac.at("/build/brisko"));
-  EXPECT_THAT(make({"sign", "IDENTITY=-"}).errors, HasSubstr("There is no program at " + mac.at("/build/brisko:")));
+  EXPECT_THAT(make({"sign", "IDENTITY=-"}).errors,
+              HasSubstr("There is no program at " + mac.at("/build/brisko:")));
 }
 
 struct LinkedSdks {

@@ -37,8 +37,8 @@ class RealDaemon : public ::testing::Test {
 
   [[nodiscard]] Finished runScript(const std::string& name, const Words& arguments = {},
                                    Environment environment = {}) const {
-    for (const char* path : {"/tmp", "/Library/LaunchDaemons", "/Library/Logs", "/Library/Application Support",
-                             "/etc/newsyslog.d", "/usr/local"}) {
+    for (const char* path : {"/tmp", "/Library/LaunchDaemons", "/Library/Logs",
+                             "/Library/Application Support", "/etc/newsyslog.d", "/usr/local"}) {
       fs::create_directories(at(path));
     }
     environment.merge(Environment{{"BRISKO_ROOT", mac.folder() + "/volume"},

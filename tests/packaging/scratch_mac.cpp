@@ -32,9 +32,9 @@ Words linesOf(const std::string& text) {
 
 // With a blank in its name, as volumes of a Mac have.
 ScratchMac::ScratchMac() : root_(folder_.path("Macintosh HD")), mac_(folder_.path("mac")) {
-  for (const char* path : {"/Applications", "/Library/LaunchDaemons", "/Library/Logs",
-                           "/Library/Application Support", "/etc/newsyslog.d", "/usr/local", "/var/db/receipts",
-                           "/tmp"}) {
+  for (const char* path :
+       {"/Applications", "/Library/LaunchDaemons", "/Library/Logs", "/Library/Application Support",
+        "/etc/newsyslog.d", "/usr/local", "/var/db/receipts", "/tmp"}) {
     fs::create_directories(root_ + path);
   }
   makeFolder(mac_);
@@ -115,9 +115,7 @@ std::optional<std::string> ScratchMac::job() const {
   return contents(mac_ + "/job");
 }
 
-bool ScratchMac::isHeld() const {
-  return exists(mac_ + "/charge") && contents(mac_ + "/charge") == "held\n";
-}
+bool ScratchMac::isHeld() const { return exists(mac_ + "/charge") && contents(mac_ + "/charge") == "held\n"; }
 
 void ScratchMac::crash() const { test::put(mac_ + "/crashing", ""); }
 

@@ -48,9 +48,9 @@ TEST_F(Uninstall, reportsWhatItDid) {
   EXPECT_THAT(run.output, HasSubstr("Stopped the service com.brisko.daemon.\n"));
   EXPECT_THAT(run.output, HasSubstr("The daemon had given the charge back.\n"));
   for (const std::string& path :
-       {jobPath, programFile, std::string("/Library/Brisko/brisko"), std::string("/Library/Brisko/share"), dataFolder, std::string("/Library/Logs/Brisko"),
-        std::string("/Library/Brisko/uninstall-service.sh"), std::string("/Library/Brisko"),
-        std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
+       {jobPath, programFile, std::string("/Library/Brisko/brisko"), std::string("/Library/Brisko/share"),
+        dataFolder, std::string("/Library/Logs/Brisko"), std::string("/Library/Brisko/uninstall-service.sh"),
+        std::string("/Library/Brisko"), std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
     EXPECT_THAT(run.output, HasSubstr("Removed " + mac.at(path) + "\n"));
   }
 }
@@ -318,9 +318,10 @@ TEST_F(Uninstall, leavesFoldersAndLinksOfOthersInThePath) {
 
   EXPECT_EQ(mac.uninstall().status, 0);
 
-  EXPECT_THAT(mac.added(), ElementsAre("/usr/local/bin 755", "/usr/local/bin/brisko -> " + mac.at("/elsewhere"),
-                                       "/usr/local/share 755", "/usr/local/share/man 755",
-                                       "/usr/local/share/man/man1 755", "/usr/local/share/man/man1/other.1 644"));
+  EXPECT_THAT(mac.added(),
+              ElementsAre("/usr/local/bin 755", "/usr/local/bin/brisko -> " + mac.at("/elsewhere"),
+                          "/usr/local/share 755", "/usr/local/share/man 755", "/usr/local/share/man/man1 755",
+                          "/usr/local/share/man/man1/other.1 644"));
 }
 
 TEST(Uninstalled, leavesFoldersThatWereThereBefore) {

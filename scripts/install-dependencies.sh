@@ -9,7 +9,8 @@ packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libuv
 browser=()
 if [[ "${1:-}" == checks ]]; then
   browser=(chromium chromium-driver python3-selenium)
-  packages+=(clang clang-format clang-tidy fish jq libclang-rt-14-dev llvm-14 mandoc make shellcheck zsh)
+  packages+=(clang clang-format clang-tidy duktape fish jq libclang-rt-14-dev libxml2-utils llvm-14 mandoc make
+    original-awk shellcheck zsh)
 fi
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

@@ -1,6 +1,7 @@
 // tests/packaging/scratch_mac.h
-// A folder that represents the volume of a Mac, with fakes for its tools, on which the scripts run. Each fake
-// explains what it imitates and how a test controls it. Nothing outside the folder is changed.
+// A folder that stands for the volume of a Mac, with fakes for its tools, for the scripts to work on. The
+// fakes say for themselves what they play and what they can be told; nothing outside the folder is
+// touched, and a script finds no tool but the fakes, which refuse what only GNU's tools know.
 #pragma once
 
 #include <optional>
@@ -17,32 +18,42 @@ class ScratchMac {
   // A volume as it is before anything is installed.
   ScratchMac();
 
-  // From now on scripts are run by bash, which is the sh of a Mac, and not by this system's sh.
-  void useBash() { shell_ = "/bin/bash"; }
+  // From here on scripts are run by bash in its POSIX mode, which is what a Mac has for sh, and no longer by
+  // the sh of this system.
+  void useBash() { shell_ = {"/bin/bash", "--posix"}; }
 
-  // Runs a script of packaging/ until it ends. The installer gets the fake of the program.
+  // Runs a script of packaging/, to its end. The installer gets the fakes for the programs.
   [[nodiscard]] Finished install(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished uninstall(const Words& arguments = {}, const Environment& environment = {}) const;
   [[nodiscard]] Finished runScript(const std::string& path, const Words& arguments,
                                    const Environment& environment = {}) const;
 
-  // The path of the Mac's file on this computer.
+  // What a script or a fake needs to find this Mac, beside the path to the tools.
+  [[nodiscard]] Environment environment() const;
+
+  // The path of a file of the Mac, as this computer knows it.
   [[nodiscard]] std::string at(const std::string& path) const { return root_ + path; }
   void put(const std::string& path, const std::string& text) const;  // with the folders on the way
   void putApp(const std::string& path) const;
 
-  // Everything that was added to the volume, each path with its mode, sorted: "/Library/Brisko 755". A link
-  // is shown as "path -> target".
+  // Everything on the volume that was not there in the beginning, each with its mode: "/Library/Brisko 755",
+  // sorted. A link is shown as "path -> target".
   [[nodiscard]] Words added() const;
 
-  // The calls of tools and of the program, with the paths that they would have on a real volume.
+  // The same without the manuals, documents and completions and the links to them.
+  [[nodiscard]] Words addedToRun() const;
+
+  // The calls of tools and of the program, as they would be on a real volume.
   [[nodiscard]] Words journal() const;
   [[nodiscard]] Words journal(const std::string& tool) const;
   void forgetJournal() const;
 
-  // The job as launchd has loaded it; missing if none is loaded.
+  // The job as the launch service has it; nothing while it has none.
   [[nodiscard]] std::optional<std::string> job() const;
-  // From now on the daemon of the job crashes again and again, so none runs when the job is stopped.
+  // Whether the daemon left the charge held.
+  [[nodiscard]] bool isHeld() const;
+  // From here on the daemon of the job crashes again and again, so that the end of the job finds none to
+  // tell.
   void crash() const;
 
  private:
@@ -50,13 +61,13 @@ class ScratchMac {
 
   ScratchFolder folder_;
   std::string root_;
-  std::string mac_;  // the state of the fakes
-  std::string shell_ = "/bin/sh";
+  std::string mac_;  // what the fakes know
+  Words shell_ = {"/bin/sh"};
   Words before_;
 };
 
-// The program, the job and everything else that an installation adds, sorted, before the daemon has written
-// anything.
+// The programs, the job and what else an installation leaves that is needed to run, sorted, before the daemon
+// has written anything.
 [[nodiscard]] Words installedFiles();
 
 inline const std::string jobPath = "/Library/LaunchDaemons/com.brisko.daemon.plist";

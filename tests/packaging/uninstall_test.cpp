@@ -14,7 +14,7 @@ class Uninstall : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(mac.install().status, 0);
-    mac.put(dataFolder + "/config.json", R"({"limit":70})");
+    put(mac.at(dataFolder + "/config.json"), R"({"limit":70})");
     mac.forgetJournal();
   }
 
@@ -38,7 +38,7 @@ TEST_F(Uninstall, stopsTheServiceAndLeavesNothing) {
   EXPECT_THAT(mac.journal("launchctl"), ElementsAre("launchctl print system/com.brisko.daemon",
                                                     "launchctl bootout system/com.brisko.daemon",
                                                     "launchctl print system/com.brisko.daemon"));
-  // The daemon had logged its exit.
+  // The daemon had said good-bye in its log.
   EXPECT_THAT(mac.journal("brisko-daemon"), IsEmpty());
 }
 
@@ -48,9 +48,9 @@ TEST_F(Uninstall, reportsWhatItDid) {
   EXPECT_THAT(run.output, HasSubstr("Stopped the service com.brisko.daemon.\n"));
   EXPECT_THAT(run.output, HasSubstr("The daemon had given the charge back.\n"));
   for (const std::string& path :
-       {jobPath, programFile, dataFolder, std::string("/Library/Logs/Brisko"),
-        std::string("/Library/Brisko/uninstall-service.sh"), std::string("/Library/Brisko"),
-        std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
+       {jobPath, programFile, std::string("/Library/Brisko/brisko"), std::string("/Library/Brisko/share"),
+        dataFolder, std::string("/Library/Logs/Brisko"), std::string("/Library/Brisko/uninstall-service.sh"),
+        std::string("/Library/Brisko"), std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
     EXPECT_THAT(run.output, HasSubstr("Removed " + mac.at(path) + "\n"));
   }
 }
@@ -75,7 +75,7 @@ TEST_F(Uninstall, worksInTheShellOfAMac) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, doesNothingTheSecondTime) {
+TEST_F(Uninstall, findsNothingToDoTheSecondTime) {
   ASSERT_EQ(mac.uninstall().status, 0);
   mac.forgetJournal();
 
@@ -87,7 +87,7 @@ TEST_F(Uninstall, doesNothingTheSecondTime) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, keepsTheDataIfToldTo) {
+TEST_F(Uninstall, leavesTheDataWhenToldTo) {
   const Finished run = mac.uninstall({"--keep-data"});
 
   EXPECT_EQ(run.status, 0);
@@ -96,7 +96,8 @@ TEST_F(Uninstall, keepsTheDataIfToldTo) {
               ElementsAre("/Library/Application Support/Brisko 755",
                           "/Library/Application Support/Brisko/config.json 644",
                           "/Library/Application Support/Brisko/history 755",
-                          "/Library/Application Support/Brisko/stats.json 644", "/Library/Logs/Brisko 755",
+                          "/Library/Application Support/Brisko/stats.json 644",
+                          "/Library/Application Support/Brisko/status.json 644", "/Library/Logs/Brisko 755",
                           "/Library/Logs/Brisko/daemon.err.log 644", "/Library/Logs/Brisko/daemon.log 644"));
   EXPECT_THAT(run.output, HasSubstr("Kept " + mac.at(dataFolder) + "\n"));
 
@@ -104,7 +105,7 @@ TEST_F(Uninstall, keepsTheDataIfToldTo) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasKilled) {
+TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasCutOff) {
   mac.crash();
 
   const Finished run = mac.uninstall();
@@ -116,7 +117,7 @@ TEST_F(Uninstall, givesTheChargeBackItselfAfterADaemonThatWasKilled) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, givesTheChargeBackItselfIfTheLogDoesNotShowIt) {
+TEST_F(Uninstall, givesTheChargeBackItselfWhenNoLogReportsIt) {
   ASSERT_EQ(std::remove(mac.at("/Library/Logs/Brisko/daemon.log").c_str()), 0);
   mac.crash();
 
@@ -126,7 +127,7 @@ TEST_F(Uninstall, givesTheChargeBackItselfIfTheLogDoesNotShowIt) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, findsTheLastLineAlsoInTheOlderLog) {
+TEST_F(Uninstall, readsTheGoodByeAlsoInTheOlderLog) {
   mac.put("/Library/Logs/Brisko/daemon.log.1",
           "2026-03-01T08:00:00Z  brisko-daemon started (event-driven)\n"
           "2026-03-01T09:00:00Z  Signal 15: handing the macOS limit back, exiting.\n");
@@ -150,7 +151,7 @@ TEST_F(Uninstall, doesNotNeedTheSettings) {
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":1e300})");
 }
 
-TEST_F(Uninstall, givesTheChargeBackWithoutDataThatEndsEveryStart) {
+TEST_F(Uninstall, givesTheChargeBackWithoutTheDataThatEndsEveryStart) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -163,7 +164,7 @@ TEST_F(Uninstall, givesTheChargeBackWithoutDataThatEndsEveryStart) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, restoresTheDataThatIsToBeKept) {
+TEST_F(Uninstall, putsTheDataBackThatIsToBeKept) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -174,7 +175,7 @@ TEST_F(Uninstall, restoresTheDataThatIsToBeKept) {
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }
 
-TEST_F(Uninstall, restoresTheDataAndEndsTheProgramWhenItIsInterrupted) {
+TEST_F(Uninstall, putsTheDataBackAndEndsTheProgramWhenItIsInterrupted) {
   mac.put(dataFolder + "/stats.json", R"({"protectedSeconds":1e300})");
   mac.crash();
 
@@ -198,7 +199,7 @@ TEST_F(Uninstall, removesEverythingAndReportsItWhenTheProgramDoesNotRunAtAll) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, killsAProgramThatDoesNotEnd) {
+TEST_F(Uninstall, endsAProgramThatDoesNotWantTo) {
   mac.crash();
 
   const Finished run = mac.uninstall({}, {{"FAKE_DEAF", "1"}});
@@ -208,7 +209,7 @@ TEST_F(Uninstall, killsAProgramThatDoesNotEnd) {
   expectNothingLeft();
 }
 
-TEST_F(Uninstall, reportsWhenThereIsNoProgramToGiveTheChargeBack) {
+TEST_F(Uninstall, reportsWhenTheProgramThatCouldGiveTheChargeBackIsGone) {
   ASSERT_EQ(std::remove(mac.at(programFile).c_str()), 0);
   mac.crash();
 
@@ -229,7 +230,7 @@ TEST_F(Uninstall, removesNothingUnderAServiceThatDoesNotStop) {
   EXPECT_EQ(mac.added(), before);
 }
 
-TEST_F(Uninstall, continuesWhenSomethingCannotBeRemoved) {
+TEST_F(Uninstall, continuesWhenSomethingStays) {
   const Finished run = mac.uninstall({}, {{"FAKE_STAYS", mac.at(programFile)}});
 
   EXPECT_EQ(run.status, 1);
@@ -237,7 +238,7 @@ TEST_F(Uninstall, continuesWhenSomethingCannotBeRemoved) {
   EXPECT_THAT(mac.added(), ElementsAre("/Library/Brisko 755", "/Library/Brisko/brisko-daemon 755"));
 }
 
-TEST_F(Uninstall, keepsFilesOfOthers) {
+TEST_F(Uninstall, leavesTheFilesOfOthers) {
   mac.put("/Library/Brisko/other", "");
   mac.put("/Library/LaunchDaemons/com.example.plist", "");
   mac.put("/elsewhere/file", "");
@@ -252,7 +253,7 @@ TEST_F(Uninstall, keepsFilesOfOthers) {
                                        "/elsewhere/file 644"));
 }
 
-TEST_F(Uninstall, needsRoot) {
+TEST_F(Uninstall, wantsRoot) {
   const Words before = mac.added();
 
   const Finished run = mac.uninstall({}, {{"FAKE_USER", "501"}});
@@ -263,7 +264,7 @@ TEST_F(Uninstall, needsRoot) {
   EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
 }
 
-TEST_F(Uninstall, refusesInvalidArguments) {
+TEST_F(Uninstall, refusesArgumentsThatMakeNoSense) {
   const Words before = mac.added();
   for (const Words& arguments :
        {Words{"--nonsense"}, Words{"extra"}, Words{""}, Words{"--keep-data", "now"}}) {
@@ -274,7 +275,7 @@ TEST_F(Uninstall, refusesInvalidArguments) {
   EXPECT_EQ(mac.added(), before);
 }
 
-TEST_F(Uninstall, showsItsHelpWithoutRoot) {
+TEST_F(Uninstall, explainsItselfToAnyone) {
   const Finished run = mac.uninstall({"--help"}, {{"FAKE_USER", "501"}});
 
   EXPECT_EQ(run.status, 0);
@@ -291,7 +292,7 @@ TEST_F(Uninstall, canBeFollowedByAnInstallation) {
   EXPECT_EQ(contents(mac.at(dataFolder + "/config.json")), R"({"limit":70})");
 }
 
-TEST_F(Uninstall, canBeFollowedByAnInstallationIfInterruptedWithTheDataAside) {
+TEST_F(Uninstall, isMendedByAnInstallationWhenCutOffWithTheDataAside) {
   std::rename(mac.at(dataFolder).c_str(), mac.at(dataFolder + ".aside").c_str());
 
   const Finished run = mac.install();
@@ -302,7 +303,7 @@ TEST_F(Uninstall, canBeFollowedByAnInstallationIfInterruptedWithTheDataAside) {
   EXPECT_FALSE(exists(mac.at(dataFolder + ".aside")));
 }
 
-TEST_F(Uninstall, removesTheDataThatAnInterruptedRunLeftAside) {
+TEST_F(Uninstall, removesTheDataThatACutOffRunLeftAside) {
   std::rename(mac.at(dataFolder).c_str(), mac.at(dataFolder + ".aside").c_str());
 
   EXPECT_EQ(mac.uninstall().status, 0);
@@ -310,25 +311,34 @@ TEST_F(Uninstall, removesTheDataThatAnInterruptedRunLeftAside) {
   expectNothingLeft();
 }
 
-TEST(UninstallCutOff, isCompletedByTheNextUninstallation) {
-  for (int call = 1;; ++call) {
-    SCOPED_TRACE("cut off at call " + std::to_string(call));
-    const ScratchMac mac;
-    ASSERT_EQ(mac.install().status, 0);
-    mac.forgetJournal();
-    const Finished run = mac.uninstall({}, {{"FAKE_KILL_AT", std::to_string(call)}});
-    if (!run.endSignal) {
-      EXPECT_GT(call, 10);
-      return;
-    }
+TEST_F(Uninstall, leavesFoldersAndLinksOfOthersInThePath) {
+  mac.put("/usr/local/share/man/man1/other.1", "");
+  std::remove(mac.at("/usr/local/bin/brisko").c_str());
+  makeLink(mac.at("/usr/local/bin/brisko"), mac.at("/elsewhere"));
 
-    EXPECT_EQ(mac.uninstall().status, 0);
+  EXPECT_EQ(mac.uninstall().status, 0);
 
-    Words left = mac.added();
-    std::erase_if(left, [](const std::string& file) { return file.starts_with("/tmp/"); });
-    ASSERT_THAT(left, IsEmpty());
-    ASSERT_FALSE(mac.job());
-  }
+  EXPECT_THAT(mac.added(),
+              ElementsAre("/usr/local/bin 755", "/usr/local/bin/brisko -> " + mac.at("/elsewhere"),
+                          "/usr/local/share 755", "/usr/local/share/man 755", "/usr/local/share/man/man1 755",
+                          "/usr/local/share/man/man1/other.1 644"));
+}
+
+TEST(Uninstalled, leavesFoldersThatWereThereBefore) {
+  const ScratchMac mac;
+  mac.put("/usr/local/share/zsh/file", "");
+  std::remove(mac.at("/usr/local/share/zsh/file").c_str());
+  ASSERT_EQ(mac.install().status, 0);
+
+  EXPECT_EQ(mac.uninstall().status, 0);
+
+  EXPECT_THAT(mac.added(), ElementsAre("/usr/local/share 755", "/usr/local/share/zsh 755"));
+}
+
+TEST_F(Uninstall, givesTheChargeBackOrReportsThatItMayBeHeld) {
+  EXPECT_TRUE(mac.isHeld());
+  EXPECT_EQ(mac.uninstall().status, 0);
+  EXPECT_FALSE(mac.isHeld());
 }
 
 }  // namespace

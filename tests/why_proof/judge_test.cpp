@@ -17,15 +17,15 @@ using client::UntilKind;
 constexpr double begin = 1'772'352'000;
 
 // What is observed from an answer on, once a minute.
-class Story {
+class Sequence {
  public:
-  Story(Reason reason, Until until) {
+  Sequence(Reason reason, Until until) {
     question_.at = begin;
     question_.answer = {.reason = reason, .text = "", .until = until};
   }
 
   // `minutes` more, each with this charge and state.
-  Story& then(int minutes, std::int64_t pct, ChargeState state, bool plugged = true) {
+  Sequence& then(int minutes, std::int64_t pct, ChargeState state, bool plugged = true) {
     for (int minute = 0; minute < minutes; ++minute) {
       Observation seen{.at = next(), .plugged = plugged, .pct = pct, .publishedAt = next()};
       seen.status = DaemonStatus{.state = state, .pct = pct, .ts = next(), .plugged = plugged};
@@ -35,7 +35,7 @@ class Story {
   }
   // Of the latest minute.
   Observation& last() { return observations_.back(); }
-  Story& event(EventKind kind) {
+  Sequence& event(EventKind kind) {
     events_.push_back({next() - 30, kind});
     return *this;
   }
@@ -59,8 +59,8 @@ constexpr ChargeState discharge = ChargeState::discharge;
 Until percent(double value) { return {.kind = UntilKind::percent, .value = value}; }
 Until event(const char* name) { return {.kind = UntilKind::event, .event = name}; }
 
-Story charging() { return {Reason::charging, percent(80)}; }
-Story held() { return {Reason::insideBand, percent(75)}; }
+Sequence charging() { return {Reason::charging, percent(80)}; }
+Sequence held() { return {Reason::insideBand, percent(75)}; }
 
 TEST(WhyJudge, keepsAnAnswerWhosePercentageWasReached) {
   const Verdict verdict = charging().then(10, 79, allow).then(2, 80, hold).verdict();
@@ -113,23 +113,23 @@ TEST(WhyJudge, expectsAHoldToContinueWhileTheMacIsUnpluggedInBetween) {
 
 TEST(WhyJudge, knowsThatABatteryMayDrainUnderLoad) {
   const auto drained = [](EventKind kind) {
-    Story story(Reason::aboveLimit, event("unplugged"));
-    story.then(2, 82, hold).event(kind).then(2, 80, hold);
-    story.last().currentMA = -500;
-    return story.verdict();
+    Sequence sequence(Reason::aboveLimit, event("unplugged"));
+    sequence.then(2, 82, hold).event(kind).then(2, 80, hold);
+    sequence.last().currentMA = -500;
+    return sequence.verdict();
   };
   EXPECT_EQ(drained(EventKind::work).outcome, Outcome::notJudged);
   EXPECT_EQ(drained(EventKind::sleep).outcome, Outcome::broken);
 }
 
 TEST(WhyJudge, blamesAFaultThatWasInEffectBefore) {
-  Story story = charging();
-  story.question().faultIsInEffect = true;
-  EXPECT_EQ(story.then(2, 79, hold).verdict().reason, "a fault was in effect");
+  Sequence sequence = charging();
+  sequence.question().faultIsInEffect = true;
+  EXPECT_EQ(sequence.then(2, 79, hold).verdict().reason, "a fault was in effect");
 }
 
 TEST(WhyJudge, followsADischargeDownToTheLimit) {
-  const auto discharging = [] { return Story(Reason::discharging, percent(80)); };
+  const auto discharging = [] { return Sequence(Reason::discharging, percent(80)); };
   EXPECT_EQ(discharging().then(5, 82, discharge).then(1, 80, hold).outcome(), Outcome::kept);
   EXPECT_EQ(discharging().then(5, 82, discharge).then(3, 82, hold).outcome(), Outcome::broken);
   EXPECT_EQ(discharging().then(5, 82, discharge).then(5, 79, discharge).outcome(), Outcome::broken);
@@ -137,15 +137,15 @@ TEST(WhyJudge, followsADischargeDownToTheLimit) {
 
 TEST(WhyJudge, comparesTheTemperatureAtWhichAPauseEnds) {
   const auto paused = [](double endsAt) {
-    Story story(Reason::hot, {.kind = UntilKind::temperature, .value = 35});
-    story.then(1, 70, hold);
-    story.last().temperature = 40;
+    Sequence sequence(Reason::hot, {.kind = UntilKind::temperature, .value = 35});
+    sequence.then(1, 70, hold);
+    sequence.last().temperature = 40;
     for (int minute = 0; minute < 3; ++minute) {
-      story.then(1, 70, allow);
-      story.last().temperature = endsAt;
-      story.last().status->temperature = endsAt;
+      sequence.then(1, 70, allow);
+      sequence.last().temperature = endsAt;
+      sequence.last().status->temperature = endsAt;
     }
-    return story.outcome();
+    return sequence.outcome();
   };
   EXPECT_EQ(paused(34.9), Outcome::kept);
   EXPECT_EQ(paused(35.1), Outcome::broken);
@@ -153,12 +153,12 @@ TEST(WhyJudge, comparesTheTemperatureAtWhichAPauseEnds) {
 
 TEST(WhyJudge, expectsAFullChargeToEndAtTheMomentThatWasNamed) {
   const auto topUp = [](int minutes) {
-    Story story(Reason::fullOnce, {.kind = UntilKind::time, .value = begin + 600});
+    Sequence sequence(Reason::fullOnce, {.kind = UntilKind::time, .value = begin + 600});
     for (int minute = 0; minute < minutes; ++minute) {
-      story.then(1, 100, allow);
-      story.last().status->topUp = true;
+      sequence.then(1, 100, allow);
+      sequence.last().status->topUp = true;
     }
-    return story.then(3, 100, hold).outcome();
+    return sequence.then(3, 100, hold).outcome();
   };
   EXPECT_EQ(topUp(5), Outcome::broken);
   EXPECT_EQ(topUp(11), Outcome::kept);
@@ -167,11 +167,11 @@ TEST(WhyJudge, expectsAFullChargeToEndAtTheMomentThatWasNamed) {
 
 TEST(WhyJudge, followsAPhaseOfACalibration) {
   const auto drain = [](std::int64_t endsAt) {
-    Story story(Reason::calibrationDrain, percent(15));
-    story.then(1, 40, discharge);
-    story.last().status->calibration.phase = CalPhase::drain;
-    story.then(3, endsAt, allow);
-    return story.outcome();
+    Sequence sequence(Reason::calibrationDrain, percent(15));
+    sequence.then(1, 40, discharge);
+    sequence.last().status->calibration.phase = CalPhase::drain;
+    sequence.then(3, endsAt, allow);
+    return sequence.outcome();
   };
   EXPECT_EQ(drain(15), Outcome::kept);
   EXPECT_EQ(drain(16), Outcome::broken);

@@ -46,7 +46,7 @@ int proveSeeds(const lab::Seeds& seeds, const QuestioningOptions& options) {
 }
 
 int run(int count, char** arguments) {
-  CLI::App program{"Asks brisko why at random moments of generated scenarios, and judges the answers.",
+  CLI::App program{"Asks brisko why at random moments of generated scenarios, and evaluates the answers.",
                    "brisko-why-proof"};
   QuestioningOptions options;
   std::string seeds;

@@ -260,6 +260,11 @@ Claim claimOf(const client::Answer& answer, const client::Until& until) {
       return calibrationClaim(CalPhase::restore, until);
     case Reason::unplugged:
       return outsideUntil(isPlugged);
+    case Reason::calibrationDrainWaits:
+    case Reason::dischargeUnseen:
+      return outsideUntil(isUnplugged);
+    case Reason::fullByMacOS:
+      return outsideUntil(wallClockReaches(until.value));
     case Reason::fullOnce:
       return fullOnceUntil(until);
     case Reason::discharging:

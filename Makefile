@@ -2,7 +2,7 @@
 # Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo check test bench campaign fuzz format tidy coverage release sign package
+.PHONY: help demo check test bench campaign fuzz format tidy coverage release sign package notarize staple
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
@@ -61,6 +61,6 @@ configured:
 	@scripts/install-dependencies.sh
 	@cmake --preset release
 
-# On a Mac, with IDENTITY=… or INSTALLER_IDENTITY=…
-sign package:
+# On a Mac, with IDENTITY=…, INSTALLER_IDENTITY=… or NOTARY=…
+sign package notarize staple:
 	@$(MAKE) -C packaging $@

@@ -92,6 +92,7 @@ int main(int count, char** arguments) {
     std::fprintf(stderr, "brisko-bench: the live daemon could not be measured\n");
     return 1;
   }
+  for (Figure& figure : historyFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : virtualFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : campaignFigures()) figures.push_back(std::move(figure));
   attachSteadyMachine();

@@ -1,10 +1,9 @@
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <string>
-#include <system_error>
 
 #include "figures.h"
+#include "running.h"
 
 namespace brisko::bench {
 namespace {
@@ -12,12 +11,7 @@ namespace {
 constexpr int seeds = 40;
 constexpr int days = 7;
 
-std::string lab() {
-  std::error_code ignored;
-  return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / "brisko-lab").string();
-}
-
-// Returns whether the command succeeded; otherwise its time means nothing.
+// Returns whether the command succeeded; otherwise its time is meaningless.
 bool runs(const std::string& command) {
   std::FILE* output = ::popen((command + " 2>/dev/null").c_str(), "r");
   if (output == nullptr) return false;
@@ -30,8 +24,8 @@ bool runs(const std::string& command) {
 
 std::vector<Figure> campaignFigures() {
   const double start = realNow();
-  const bool held = runs("'" + lab() + "' campaign --seeds 1.." + std::to_string(seeds) + " --days " +
-                         std::to_string(days) + " --faults all");
+  const bool held = runs("'" + sibling("brisko-lab") + "' campaign --seeds 1.." + std::to_string(seeds) +
+                         " --days " + std::to_string(days) + " --faults all");
   const double minutes = (realNow() - start) / 60;
   return {{"a campaign with all faults, simulated days a minute", held ? seeds * days / minutes : 0, "",
            Target::atLeast, 500}};

@@ -22,6 +22,9 @@ struct Figure {
 // run.
 [[nodiscard]] std::vector<Figure> liveFigures();
 
+// Figures of the client with a history of a year. Empty when it could not be drawn.
+[[nodiscard]] std::vector<Figure> historyFigures();
+
 // Figures of whole processes in virtual time.
 [[nodiscard]] std::vector<Figure> virtualFigures();
 // The first of them: processor seconds for a year in a steady hold, independent of other load.

@@ -1,81 +1,23 @@
 #include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <csignal>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
+#include <string>
 #include <system_error>
-
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <vector>
 
 #include "figures.h"
+#include "running.h"
 #include "sim/process/scratch.h"
 
 namespace brisko::bench {
 namespace {
-
-std::string sibling(const std::string& name) {
-  std::error_code ignored;
-  return (std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / name).string();
-}
 
 void sleepFor(double seconds) {
   const auto whole = static_cast<time_t>(seconds);
   const timespec time{whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
   static_cast<void>(::nanosleep(&time, nullptr));
 }
-
-// A program that runs until it is ended; its output is discarded.
-class Running {
- public:
-  Running(std::vector<std::string> words, const std::string& machine) {
-    std::vector<std::string> variables;
-    for (char** variable = environ; *variable != nullptr; ++variable) variables.emplace_back(*variable);
-    variables.push_back("BRISKO_VIRTUAL_MAC=" + machine);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    if (::posix_spawn(&pid_, words[0].c_str(), &actions, nullptr, pointers(words).data(),
-                      pointers(variables).data()) != 0) {
-      pid_ = 0;
-    }
-    ::posix_spawn_file_actions_destroy(&actions);
-  }
-  ~Running() {
-    if (pid_ == 0) return;
-    ::kill(pid_, SIGTERM);
-    static_cast<void>(wait());
-  }
-  Running(const Running&) = delete;
-  Running& operator=(const Running&) = delete;
-
-  [[nodiscard]] pid_t pid() const { return pid_; }
-  // `usage` is that of the whole program.
-  bool wait(rusage* usage = nullptr) {
-    int status = 0;
-    while (::wait4(pid_, &status, 0, usage) < 0 && errno == EINTR) {
-    }
-    pid_ = 0;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  }
-
- private:
-  static std::vector<char*> pointers(std::vector<std::string>& words) {
-    std::vector<char*> list;
-    for (std::string& word : words) list.push_back(word.data());
-    list.push_back(nullptr);
-    return list;
-  }
-  pid_t pid_ = 0;
-};
 
 class Machine {
  public:
@@ -96,7 +38,7 @@ class Machine {
   bool vmac(std::vector<std::string> words) {
     words.insert(words.begin(), sibling("brisko-vmac"));
     Running command(words, folder());
-    return command.pid() != 0 && command.wait();
+    return command.wait().has_value();
   }
   sim::ScratchFolder scratch_{"brisko-bench"};
   bool made_ = false;
@@ -127,7 +69,7 @@ double slowestProbe(const Machine& machine) {
   for (int count = 0; count < times; ++count) {
     const double start = realNow();
     Running probe({sibling("brisko-daemon"), "--probe"}, machine.folder());
-    if (probe.pid() == 0 || !probe.wait()) return -1;
+    if (!probe.wait()) return -1;
     slowest = std::max(slowest, (realNow() - start) * 1000);
   }
   return slowest;
@@ -140,13 +82,10 @@ std::vector<Figure> clientFigures(const Machine& machine) {
   std::vector<double> megabytes;
   for (int count = 0; count < times; ++count) {
     Running status({sibling("brisko"), "status"}, machine.folder());
-    rusage usage{};
-    if (status.pid() == 0 || !status.wait(&usage)) return {};
-    const auto inMilliseconds = [](const timeval& time) {
-      return static_cast<double>(time.tv_sec) * 1000 + static_cast<double>(time.tv_usec) / 1000;
-    };
-    milliseconds.push_back(inMilliseconds(usage.ru_utime) + inMilliseconds(usage.ru_stime));
-    megabytes.push_back(static_cast<double>(usage.ru_maxrss) / 1024);
+    const auto usage = status.wait();
+    if (!usage) return {};
+    milliseconds.push_back(usage->cpuSeconds * 1000);
+    megabytes.push_back(usage->megabytes);
   }
   std::sort(milliseconds.begin(), milliseconds.end());
   std::sort(megabytes.begin(), megabytes.end());

@@ -110,7 +110,7 @@ std::string bashScript() {
          "complete -F _brisko brisko\n";
 }
 
-// In single quotes, and without what zsh's _describe and _arguments read as a separator.
+// In single quotes, with the separators of zsh's _describe and _arguments escaped.
 std::string zshText(std::string_view text) {
   std::string quoted;
   for (const char character : text) {

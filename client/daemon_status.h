@@ -1,6 +1,6 @@
 // client/daemon_status.h
-// The status file as a client needs it. Written by any version of the daemon: what the client cannot do
-// without is required, and everything else may be missing.
+// The status file as a client needs it. Any version of the daemon may have written it, so only the values
+// without which the client cannot work are required.
 #pragma once
 
 #include <cstdint>

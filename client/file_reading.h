@@ -23,7 +23,7 @@ struct FileText {
   FileProblem problem = FileProblem::none;
 };
 
-// Never waits, whatever is at the path. Follows links.
+// Never blocks, whatever is at the path. Follows links.
 [[nodiscard]] FileText readFile(const std::string& path);
 
 // The last part of a file, at most `longest` bytes, from the beginning of a line; empty when it is
@@ -39,9 +39,9 @@ class Volume {
   Volume() = default;
   explicit Volume(std::optional<std::string> root);
 
-  // The place of a path of the Mac.
+  // Where a path of the Mac is on this computer.
   [[nodiscard]] std::string at(std::string_view path) const;
-  // No daemon of this Mac uses it.
+  // True for another volume, which no daemon of this Mac uses.
   [[nodiscard]] bool isForeign() const { return root_.has_value(); }
 
  private:

@@ -18,7 +18,7 @@ std::tm localTime(double secondsSince1970) {
   return local;
 }
 
-// Without the names of the months that a locale may have.
+// English names of months in any locale.
 constexpr std::array<const char*, 12> months{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
@@ -36,8 +36,13 @@ std::string timeText(double secondsSince1970, double now) {
   const std::tm today = localTime(now);
   std::string text = formatted("%02d:%02d", local.tm_hour, local.tm_min);
   if (local.tm_year == today.tm_year && local.tm_yday == today.tm_yday) return text;
-  text = formatted("%s %d, ", months[static_cast<std::size_t>(local.tm_mon)], local.tm_mday) + text;
+  text = dateText(secondsSince1970) + ", " + text;
   return local.tm_year == today.tm_year ? text : std::to_string(local.tm_year + 1900) + " " + text;
+}
+
+std::string dateText(double secondsSince1970) {
+  const std::tm local = localTime(secondsSince1970);
+  return formatted("%s %d", months[static_cast<std::size_t>(local.tm_mon)], local.tm_mday);
 }
 
 std::string dayText(double secondsSince1970) {

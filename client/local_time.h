@@ -1,5 +1,5 @@
 // client/local_time.h
-// Moments, durations and measures as a person reads them, in local time.
+// Formats times, durations and quantities for people, in local time.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,9 @@ namespace brisko::client {
 
 // "14:02" on the day of `now`, else "Mar 2, 14:02"; with the year when that differs.
 [[nodiscard]] std::string timeText(double secondsSince1970, double now);
+
+// "Mar 2".
+[[nodiscard]] std::string dateText(double secondsSince1970);
 
 // "2026-03-01", the local day that contains the moment.
 [[nodiscard]] std::string dayText(double secondsSince1970);

@@ -10,10 +10,9 @@
 namespace brisko::client {
 namespace {
 
-// ---------------------------------------------------------------------------------------------------------
-// From the document
+// --- Parsing the document
 
-// What the document calls by its meaning instead of listing its texts.
+// Variable parts for which the document gives a meaning instead of a list of texts.
 struct Meaning {
   std::string_view name;
   PartKind kind;
@@ -198,8 +197,7 @@ void makeIdsUnique(std::vector<LogEntry>& entries) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Matching
+// --- Matching
 
 std::size_t lengthOfNumber(std::string_view text) {
   std::size_t length = 0;
@@ -240,7 +238,7 @@ class Matcher {
   }
 
  private:
-  // How much of the text the part may take, in the order to try.
+  // How much of the text the part may match, in the order to try.
   static std::vector<std::size_t> lengths(const LinePart& part, std::string_view text) {
     std::vector<std::size_t> result;
     switch (part.kind) {

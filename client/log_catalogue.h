@@ -1,5 +1,5 @@
 // client/log_catalogue.h
-// What each line of the daemon's log means: derived from docs/log.md, which a test ties to the sources.
+// What each line of the daemon's log means: derived from docs/log.md, which a test compares with the sources.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +42,7 @@ struct LogEntry {
 // Those of docs/log.md.
 [[nodiscard]] std::span<const LogEntry> logCatalogue();
 
-// The variable parts of a line by name, when the line fits the entry.
+// The variable parts of a line by name, if the line matches the entry.
 using LogFields = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] std::optional<LogFields> fieldsIn(const LogEntry& entry, std::string_view message);
 
@@ -50,7 +50,7 @@ struct LogMatch {
   const LogEntry* entry;
   LogFields fields;
 };
-// The one entry that a line without its time fits; none when no entry, or more than one, fits.
+// The one entry that matches a line without its time; none if no entry or more than one matches.
 [[nodiscard]] std::optional<LogMatch> findEntry(std::string_view message);
 
 // The line in English.

@@ -7,7 +7,7 @@
 namespace brisko::client {
 namespace {
 
-// Of a summary, and of nothing else.
+// The id of the summary in the catalogue.
 constexpr std::string_view summaryId = "cap-batt-state-led";
 
 std::optional<int> digits(std::string_view text) {

@@ -22,7 +22,7 @@ struct LogLine {
 // None when it does not begin with a time such as 2026-03-01T08:15:30Z and two blanks.
 [[nodiscard]] std::optional<LogLine> logLineIn(std::string_view line);
 
-// Leaves out the summaries that differ from the one before in charge and temperature only.
+// Omits summaries that differ from the previous one only in charge and temperature.
 class SummaryFilter {
  public:
   // Whether a line is worth showing.

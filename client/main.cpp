@@ -42,10 +42,10 @@ constexpr std::array commands{
     Command{"help", runHelp},
 };
 
-// The others only print what this program knows itself.
+// The other two print only what the program itself contains.
 bool needsAMac(std::string_view command) { return command != "completions" && command != "help"; }
 
-// For a shell, to be copied.
+// Quoted for a shell, so that it can be copied.
 std::string quoted(const std::string& word) {
   constexpr std::string_view plain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=%:,+@";
@@ -90,7 +90,7 @@ ExitStatus run(const std::vector<std::string>& arguments) {
                   .commandLine = commandLineOf(arguments)};
   if (!parsed.invocation) return misuse(context, parsed.error);
   if (invocation.has("--help")) {
-    output.raw(helpText(findCommand(invocation.command)));
+    output.lines(helpText(findCommand(invocation.command)));
     return output.flush() ? ExitStatus::done : ExitStatus::notDone;
   }
   const auto wait = waitIn(invocation);

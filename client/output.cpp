@@ -118,7 +118,9 @@ void Output::raw(std::string_view bytes) const {
   if (error_ == 0 && std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) error_ = errno;
 }
 
-void Output::line(const std::string& text) const { raw((style_.unicode ? text : inAscii(text)) + "\n"); }
+void Output::line(const std::string& text) const { lines(text + "\n"); }
+
+void Output::lines(const std::string& text) const { raw(style_.unicode ? text : inAscii(text)); }
 
 void Output::remark(const std::string& text) const {
   if (!quiet_) line(text);
@@ -130,7 +132,7 @@ void Output::json(const Json& object) const {
 
 void Output::complain(const std::string& text) const {
   const std::string complaint = "brisko: " + text + "\n";
-  // In order, where both streams go to the same place.
+  // Keeps the order if both streams go to the same place.
   static_cast<void>(std::fflush(stdout));
   static_cast<void>(std::fputs((style_.unicode ? complaint : inAscii(complaint)).c_str(), stderr));
 }

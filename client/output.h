@@ -28,8 +28,8 @@ struct OutputStyle {
 // Breaks lines between words so that none is longer than `width`; continued lines begin with `indent` blanks.
 [[nodiscard]] std::string wrapped(const std::string& text, std::size_t width, std::size_t indent = 0);
 
-// Every line of standard output and standard error goes through these. A reader that has closed its pipe is
-// no failure: the rest of the output is dropped.
+// Every line of standard output and standard error is written by these. A closed pipe is not a failure; the
+// rest of the output is dropped.
 class Output {
  public:
   explicit Output(OutputStyle style, bool quiet) : style_(style), quiet_(quiet) {}
@@ -37,6 +37,7 @@ class Output {
   [[nodiscard]] const OutputStyle& style() const { return style_; }
 
   void line(const std::string& text) const;      // an answer; with a line feed
+  void lines(const std::string& text) const;     // several, each with its line feed
   void remark(const std::string& text) const;    // not printed with --quiet
   void raw(std::string_view bytes) const;        // as they are
   void json(const Json& object) const;           // one object on a line

@@ -1,10 +1,10 @@
 // client/real_time.h
-// The time that a person waits, also at a virtual Mac whose own time runs faster.
+// Real time, as opposed to the time of a virtual Mac, which may run faster.
 #pragma once
 
 namespace brisko::client {
 
-// Seconds from an arbitrary moment on; never steps.
+// Seconds since an arbitrary time; never steps.
 [[nodiscard]] double steadyNow();
 
 // Blocks for that many seconds. A handled signal may end it early.

@@ -31,7 +31,7 @@ std::vector<std::string_view> linesOf(std::string_view text) {
   return lines;
 }
 
-// Collects samples from the newest to the oldest. False once nothing older matters.
+// Collects samples from the newest to the oldest. False when no older sample is needed.
 class Collector {
  public:
   Collector(double now, RecentHistory& history) : now_(now), history_(history) {}

@@ -1,5 +1,5 @@
 // client/recent_history.h
-// The last samples of the charge history, and how fast the charge changes by them.
+// The last samples of the charge history, and the rate of change of the charge.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ struct RecentHistory {
 // are left out: the clock was set back.
 [[nodiscard]] RecentHistory recentHistory(double now, const std::function<std::string(double)>& dayText);
 
-// The samples since state and adapter last changed; they live as long as `samples`.
+// The samples since state and adapter last changed; valid as long as `samples`.
 [[nodiscard]] std::span<const RecentSample> sinceLastChange(const std::vector<RecentSample>& samples);
 
 // Percentage points in a minute, below 0 while the charge falls. From the samples since state and adapter
@@ -46,8 +46,8 @@ struct Slope {
 };
 [[nodiscard]] std::optional<Slope> slopeOf(const std::vector<RecentSample>& samples);
 
-// Minutes from `now` until the charge reaches `target`: at the slope, or slower where a battery that is
-// nearly full takes less and less. None when the slope does not lead there.
+// Minutes from `now` until the charge reaches `target`, by the slope, or more for a nearly full battery,
+// which charges more and more slowly. None if the charge moves in the other direction.
 [[nodiscard]] std::optional<double> minutesUntil(double target, const Slope& slope, double now);
 
 }  // namespace brisko::client

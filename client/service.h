@@ -1,7 +1,7 @@
 // client/service.h
-// The daemon's control service as its clients see it. Declarations only; mac/ implements them through XPC,
+// The client side of the daemon's control service. Declarations only; mac/ implements them through XPC,
 // linux/ through the socket of a virtual Mac. A client that the daemon does not accept gets no answer, so it
-// cannot tell a daemon that refuses it from one that is not running.
+// cannot distinguish a daemon that refuses it from one that is not running.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace brisko::client {
 enum class ServiceAnswer : std::uint8_t {
   done,
   refused,   // the daemon answered that it did not do it; `error` has its reason
-  noAnswer,  // there is no daemon, it does not accept us, or it takes too long
+  noAnswer,  // no daemon runs, it does not accept us, or it takes too long
 };
 
 struct ServiceReply {

@@ -1,6 +1,6 @@
 // client/setting_keys.h
-// The 16 keys of the settings as a person changes them: their types and ranges, and what they mean. The
-// daemon itself checks no ranges, so they are checked here.
+// The 16 keys of the settings, for people who change them: their types, ranges and meanings. The daemon
+// itself checks no ranges, so they are checked here.
 #pragma once
 
 #include <cstdint>
@@ -35,12 +35,12 @@ struct SettingKey {
 // The value in a text: "on", "off", "true", "false", or a number within the range. None when it is not one.
 [[nodiscard]] std::optional<Json> settingValue(const SettingKey& key, std::string_view text);
 
-// Why the value of a key in a settings file does not suit the key, as a clause; none when it does. A value of
-// another type or out of range is not an error of the file: the daemon has an answer to each. Only a number
-// that does not fit 64 bits is, because it ends the daemon.
+// Why the value of a key in a settings file is invalid, as a clause; none if it is valid. A value of another
+// type or out of range is not an error, because the daemon handles it. Only a number that does not fit 64
+// bits is an error, because it ends the daemon.
 [[nodiscard]] std::optional<std::string> whyFatal(const Json& settings);
 
-// The value as a person reads it: "on", "80".
+// The value as text for people: "on", "80".
 [[nodiscard]] std::string valueText(const Json& value);
 
 }  // namespace brisko::client

@@ -13,9 +13,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "client/file_writing.h"
 #include "client/real_time.h"
 #include "client/setting_keys.h"
 #include "client/state_reader.h"
+#include "platform/clock.h"
 
 namespace brisko::client {
 namespace {
@@ -34,7 +36,7 @@ FileChange failure(const std::string& what) {
   return refusal(status, what + ": " + std::strerror(errno));
 }
 
-// One client at a time. The lock is on the folder, so that it leaves no file behind.
+// Allows one client at a time. The lock is on the folder, so no file is left behind.
 Descriptor lockFolder(const std::string& folder) {
   Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor) return descriptor;
@@ -83,7 +85,7 @@ bool isUnchanged(const std::string& path, const Original& original) {
          std::filesystem::last_write_time(path, error) == original.written && !error;
 }
 
-// The settings in the file, for a few moments also when the daemon is just writing it.
+// The settings in the file. Retries for a short time, because the daemon may just be writing it.
 FileChange readOriginal(const std::string& path, const Json& defaults, bool force, Original& original) {
   for (int count = 1;; ++count) {
     original = Original{};
@@ -122,21 +124,6 @@ std::string settingsText(const Json& original, const Json& keys) {
   return jsonText(configObject(parseConfig(object))).value_or("");
 }
 
-// A complete file beside the other one; empty and errno when that failed.
-std::string writeBeside(const std::string& path, const std::string& text) {
-  std::string temporary = path + ".new." + std::to_string(::getpid());
-  static_cast<void>(::unlink(temporary.c_str()));
-  const Descriptor file(
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) return "";
-  if (::fchmod(file.number(), 0644) == 0 && writeAll(file.number(), text) && ::fsync(file.number()) == 0)
-    return temporary;
-  const int reason = errno;
-  static_cast<void>(::unlink(temporary.c_str()));
-  errno = reason;
-  return "";
-}
-
 }  // namespace
 
 FileChange changeSettingsFile(const std::string& path, const Json& keys, const Settings& defaults,
@@ -147,7 +134,7 @@ FileChange changeSettingsFile(const std::string& path, const Json& keys, const S
     Original original;
     FileChange change = readOriginal(path, configObject(defaults), force, original);
     if (!change.done) return change;
-    const std::string temporary = writeBeside(path, settingsText(original.object, keys));
+    const std::string temporary = writeBeside(path, settingsText(original.object, keys), 0644);
     if (temporary.empty()) return failure(path + " cannot be written");
     if (!isUnchanged(path, original)) {
       static_cast<void>(::unlink(temporary.c_str()));
@@ -158,6 +145,7 @@ FileChange changeSettingsFile(const std::string& path, const Json& keys, const S
       static_cast<void>(::unlink(temporary.c_str()));
       return failed;
     }
+    change.replacedAt = platform::wallNow();
     static_cast<void>(::fsync(lock.number()));
     change.replaced = std::move(original.file);
     change.read = std::move(original.bytes);
@@ -172,7 +160,7 @@ bool clearServedRequests(const std::string& path, const Json& keys, FileChange& 
   if (bytes == change.read) return true;
   const auto before = parseJson(change.read);
   const auto after = parseJson(bytes);
-  // Cut off in the middle of a write: it is complete the next time.
+  // Truncated during a write: it will be complete the next time.
   if (!before || !after) return false;
   Json cleared = Json::object();
   for (const SettingKey& key : settingKeys()) {

@@ -18,20 +18,21 @@ struct FileChange {
   bool done = false;
   ExitStatus status = ExitStatus::done;  // when it was not done
   std::string reason = {};               // likewise, as a clause with what to do
+  double replacedAt = 0;                 // wall clock, when the new file was in place
   // The file that was replaced, while it is open, and what was read from it: a daemon that had opened it
   // before may still write there.
   Descriptor replaced = {};
   std::string read = {};
 };
 
-// Replaces the file at `path` by one with all 16 keys, of mode 0644: those of `keys`, and the rest as read
-// immediately before. `defaults` counts where there is no file, and instead of an unreadable one with
-// `force`; without it that is refused, and so is anything that is not the daemon's own regular file.
+// Replaces the file at `path` with one that has all 16 keys and mode 0644: those of `keys`, and the others as
+// read immediately before. If there is no file, the others come from `defaults`; with `force`, also if it is
+// unreadable, which is otherwise refused. Anything that is not the daemon's own regular file is refused.
 [[nodiscard]] FileChange changeSettingsFile(const std::string& path, const Json& keys,
                                             const Settings& defaults, bool force);
 
-// Clears requests that the daemon cleared in the replaced file in the meantime, unless `keys` asked for them.
-// True when there were any, or none; false when they could not be cleared.
+// Clears requests that the daemon has cleared in the replaced file in the meantime, unless `keys` sets them.
+// False if that failed.
 [[nodiscard]] bool clearServedRequests(const std::string& path, const Json& keys, FileChange& change);
 
 }  // namespace brisko::client

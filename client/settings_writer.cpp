@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <set>
 
 #include "client/real_time.h"
 #include "client/service.h"
@@ -23,10 +22,9 @@ ChangeOutcome refused(ExitStatus status, std::string text) {
 
 std::string sudoLine(const ChangeOptions& options) { return "run: sudo " + options.commandLine; }
 
-// ---------------------------------------------------------------------------------------------------------
-// Before anything is changed
+// --- Before anything is changed
 
-// A daemon that does nothing would not act on a change, or not even store it.
+// A dormant or released daemon would not act on a change; after a purge it would not even store it.
 std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOptions& options) {
   if (state.settingsFile.flaw && !options.force) {
     const std::string& path = state.settingsFile.path;
@@ -49,8 +47,7 @@ std::optional<ChangeOutcome> refusedByState(const State& state, const ChangeOpti
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Confirming
+// --- Confirming
 
 struct Observation {
   bool confirmed = false;
@@ -58,6 +55,12 @@ struct Observation {
   bool twoDaemons = false;
   bool lost = false;  // the daemon wrote the file at the same moment, without the change
 };
+
+// From before the clock was set back.
+bool isFromTheFuture(const DaemonStatus& status) {
+  constexpr double tolerance = 5;
+  return status.ts > platform::wallNow() + tolerance;
+}
 
 bool allShown(const DaemonStatus& status, const Json& keys) {
   return std::all_of(keys.items().begin(), keys.items().end(), [&](const auto& entry) {
@@ -76,17 +79,34 @@ bool fileHolds(const std::string& path, const Json& keys) {
   });
 }
 
+// Which daemons wrote the statuses that were seen.
+class Authors {
+ public:
+  explicit Authors(const std::optional<DaemonStatus>& status) { note(status); }
+  void note(const std::optional<DaemonStatus>& status) {
+    if (!status || !status->startedAt) return;
+    // A daemon that was started anew replaces the one before; an older one that still writes is another.
+    twoWrite_ = twoWrite_ || *status->startedAt < newest_;
+    newest_ = std::max(newest_, *status->startedAt);
+  }
+  [[nodiscard]] bool twoWrite() const { return twoWrite_; }
+
+ private:
+  double newest_ = 0;  // when the one that was started last was started
+  bool twoWrite_ = false;
+};
+
 // Waits for a status from after `writtenAt` that shows the change. `settle` is called for each new status.
 template <typename Settle>
 Observation observe(const State& state, const Json& keys, double writtenAt, Way way, double waitSeconds,
                     const Settle& settle) {
   Observation seen;
-  std::set<double> daemons;
+  Authors authors(state.status);
   for (const double end = steadyNow() + waitSeconds;;) {
     const auto status = readStatus(state.volume);
-    if (status && status->ts >= writtenAt) {
+    authors.note(status);
+    if (status && status->ts >= writtenAt && !isFromTheFuture(*status)) {
       settle();
-      if (status->startedAt) daemons.insert(*status->startedAt);
       seen.contradicted = !allShown(*status, keys);
       seen.lost = !fileHolds(state.settingsFile.path, keys);
       seen.confirmed = !seen.contradicted && !seen.lost;
@@ -95,7 +115,7 @@ Observation observe(const State& state, const Json& keys, double writtenAt, Way 
       // changed.
       seen.confirmed = allShown(*status, keys) && fileHolds(state.settingsFile.path, keys);
     }
-    seen.twoDaemons = daemons.size() > 1;
+    seen.twoDaemons = authors.twoWrite();
     if (seen.confirmed || seen.lost || steadyNow() >= end) return seen;
     pauseReally(pollSeconds);
   }
@@ -116,10 +136,9 @@ ChangeOutcome outcomeOf(const Observation& seen, Way way) {
   return {.way = way, .text = "It is written; the daemon reads it within 12 s."};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The two ways
+// --- The two ways
 
-// Without a readable file the daemon would begin with the defaults, and forget the limit of its command line.
+// Without a readable file the daemon would start from the defaults and ignore the limit of its command line.
 Json toSend(const State& state, const Json& keys) {
   Json sent = keys;
   if (!state.settingsFile.object && !sent.contains("limit")) sent["limit"] = state.job.limit;
@@ -159,7 +178,6 @@ ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOpti
   constexpr int mostTries = 3;
   const std::string& path = state.settingsFile.path;
   for (int count = 1; count <= mostTries; ++count) {
-    const double writtenAt = platform::wallNow();
     FileChange change = writeFile(state, keys, options);
     if (!change.done) return notInTheFile(change, options);
     bool settled = clearServedRequests(path, keys, change);
@@ -169,12 +187,17 @@ ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOpti
               .way = Way::file,
               .text = "It is written, but no daemon runs; it applies when the daemon starts."};
     }
-    const Observation seen = observe(state, keys, writtenAt, Way::file, options.waitSeconds,
+    // A status that is not older: whatever its daemon read before, it has written back by then.
+    const Observation seen = observe(state, keys, change.replacedAt, Way::file, options.waitSeconds,
                                      [&] { settled = clearServedRequests(path, keys, change); });
-    if (!seen.lost && settled) return outcomeOf(seen, Way::file);
+    if (seen.lost || !settled) continue;
+    ChangeOutcome outcome = outcomeOf(seen, Way::file);
+    outcome.writes = count;
+    return outcome;
   }
   return {.status = ExitStatus::notDone,
           .way = Way::file,
+          .writes = mostTries,
           .text = "The daemon wrote the settings at the same moment; check with brisko get, and try again."};
 }
 

@@ -25,14 +25,15 @@ struct ChangeOutcome {
   ExitStatus status = ExitStatus::done;
   Way way = Way::none;
   bool confirmed = false;  // the daemon shows the change, or keeps it
-  std::string text = {};   // what the user should know besides, as sentences; empty when all is as asked
+  int writes = 0;          // of the file, until the change was not lost
+  std::string text = {};   // additional sentences for the user; empty if everything is as requested
 };
 
-// `keys` contains just the keys to change, with checked values.
+// `keys` contains only the keys to change, with checked values.
 [[nodiscard]] ChangeOutcome changeSettings(const State& state, const Json& keys,
                                            const ChangeOptions& options);
 
-// Whether the status shows that value of a key; none for what no status shows.
+// Whether the status shows that value of a key; none for a key that no status shows.
 [[nodiscard]] std::optional<bool> shows(const DaemonStatus& status, const std::string& key,
                                         const Json& value);
 

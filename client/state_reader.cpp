@@ -18,8 +18,7 @@ namespace {
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko";
 
-// ---------------------------------------------------------------------------------------------------------
-// Settings
+// --- Settings
 
 std::string placeIn(std::string_view text, std::size_t byte) {
   std::size_t line = 1;
@@ -32,7 +31,7 @@ std::string placeIn(std::string_view text, std::size_t byte) {
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
-// Where the parser gives up.
+// The position of the parser's error.
 std::string flawOf(const std::string& text) {
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) return "it is empty";
   try {
@@ -45,8 +44,7 @@ std::string flawOf(const std::string& text) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The status
+// --- The status
 
 struct StatusFile {
   FileProblem problem = FileProblem::none;
@@ -72,8 +70,7 @@ double topUpSinceIn(const Volume& volume) {
   return object ? numberAt(*object, "topUpSince").value_or(0) : 0;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The log
+// --- The log
 
 // Lines that begin or end a time in which the daemon does nothing; the last one counts.
 struct RestingSign {
@@ -108,8 +105,6 @@ bool isPurged(const State& state) {
   return state.system.job && state.system.job->processId &&
          readFile(state.volume.at(dataFolder)).problem == FileProblem::missing;
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 RecentHistory readHistory(const Volume& volume, double now) {
   return recentHistory(now, [&volume](double moment) {

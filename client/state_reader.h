@@ -1,5 +1,5 @@
 // client/state_reader.h
-// Everything that the files of the daemon, its job and the system say at this moment, in one struct.
+// The present state according to the daemon's files, its job and the system, in one struct.
 #pragma once
 
 #include <memory>

@@ -1,6 +1,6 @@
 // client/system.h
-// What no file of the daemon contains: the adapter's rating, when the Mac started and woke, and what launchd
-// knows of the daemon. Declarations only; mac/ implements them on a Mac, linux/ on a virtual one. A value
+// Facts that are in no file of the daemon: the adapter's rating, when the Mac started and woke, and the
+// daemon's job in launchd. Declarations only; mac/ implements them on a Mac, linux/ on a virtual one. A value
 // that is unavailable is missing, and then left out of every answer.
 #pragma once
 
@@ -28,15 +28,18 @@ struct SystemFacts {
 
 [[nodiscard]] SystemFacts readSystem();
 
-// Why this computer cannot be asked at all, as one clause; none when it can. To be called before anything
-// else: without a usable machine the seam would end the process.
+// Why this computer cannot be used at all, as one clause; none if it can. Must be called before anything
+// else, because without a usable machine the seam would end the process.
 [[nodiscard]] std::optional<std::string> whyUnusable();
 
-// The team that signed the program at `path`; an empty text when nobody did, none when that is unknown.
+// The team that signed the program at `path`; an empty text without a team, none if that is unknown.
 [[nodiscard]] std::optional<std::string> teamThatSigned(const std::string& path);
 
 // Asks the launch service to end the daemon with SIGTERM, so that the charge is given back first; it is then
 // started again. False and a reason, as one clause, when that was refused.
 [[nodiscard]] bool endDaemon(std::string& reason);
+
+// Opens the page at `path` in the user's browser. False and a reason, as one clause, when that was refused.
+[[nodiscard]] bool openPage(const std::string& path, std::string& reason);
 
 }  // namespace brisko::client

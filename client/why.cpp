@@ -39,8 +39,7 @@ std::string inAbout(const Until& until) {
                             : "";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// No daemon, or none that does anything
+// --- No daemon, or none that does anything
 
 std::optional<Answer> withoutDaemon(const Situation& situation) {
   const Freshness freshness = freshnessOf(situation);
@@ -115,8 +114,7 @@ std::optional<Answer> withoutControl(const Situation& situation) {
   return std::nullopt;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A calibration
+// --- A calibration
 
 Answer calibrationAnswer(Reason reason, const char* phase, std::int64_t target, const Situation& situation,
                          bool rises) {
@@ -183,8 +181,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
   return std::nullopt;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The user's requests
+// --- The user's requests
 
 std::optional<Answer> whileOff(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
@@ -224,7 +221,10 @@ std::optional<Answer> duringFullOnce(const Situation& situation) {
   const std::string ends =
       end ? "at " + timeText(*end, situation.now) + " or when you unplug" : "when you unplug";
   if (status.pct < 100) {
-    const Until until = untilReached(100, situation);
+    Until until = untilReached(100, situation);
+    const bool tooLate =
+        end && until.aboutMinutes && situation.now + static_cast<double>(*until.aboutMinutes) * 60 > *end;
+    if (tooLate) until = untilTime(*end);
     return Answer{Reason::fullOnce,
                   "Charging to full once, now " + percentText(status.pct) + inAbout(until) +
                       ". The limit returns " + ends + ".",
@@ -245,8 +245,7 @@ std::optional<Answer> duringFullChargeByMacOS(const Situation& situation) {
                 untilTime(*status.fullUntil)};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The band
+// --- The band
 
 std::optional<Answer> whileDischarging(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
@@ -331,16 +330,35 @@ std::string nextWakeText(const Situation& situation) {
   return " The Mac wakes at " + timeText(*wake, situation.now) + " to stop at the limit.";
 }
 
+// macOS charges, or may, although the limit is reached.
+std::optional<Answer> whileMacOSCharges(const Situation& situation) {
+  const DaemonStatus& status = *situation.status;
+  const std::int64_t limit = limitInForce(status);
+  if (status.chargeMode != viaMacOS || status.pct < limit || limit >= 100) return std::nullopt;
+  const auto flows = currentFlows(situation.recent);
+  if (flows == false) return std::nullopt;
+  if (flows && status.gateVerified != true) {
+    return Answer{Reason::limitOverridden,
+                  "macOS charges beyond its own limit of " + percentText(limit) +
+                      ", because you asked for a full charge in the Battery menu or moved the slider.",
+                  untilEvent("macOSHolds")};
+  }
+  if (status.pct == limit) {
+    return Answer{Reason::atLimit, "This is the limit of " + percentText(limit) + ": macOS stops charging.",
+                  untilEvent("macOSHolds")};
+  }
+  // macOS was given the present charge as its limit, and makes up for what the battery loses.
+  return Answer{Reason::aboveLimit,
+                "Above the limit of " + percentText(limit) +
+                    ": macOS keeps the charge about where it is until you unplug or discharge (brisko "
+                    "discharge on).",
+                untilEvent("unplugged")};
+}
+
 Answer whileAllowed(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
   const std::int64_t limit = limitInForce(status);
   const bool flows = currentFlows(situation.recent).value_or(true);
-  if (flows && status.chargeMode == viaMacOS && status.pct >= limit && limit < 100) {
-    return {Reason::limitOverridden,
-            "macOS charges beyond its own limit of " + percentText(limit) +
-                ", because you asked for a full charge in the Battery menu or moved the slider.",
-            untilEvent("macOSHolds")};
-  }
   if (status.pct >= 100) {
     return {Reason::noCurrent, "The battery is full, and a limit of 100 % means no limit.",
             untilEvent("unplugged")};
@@ -444,9 +462,9 @@ std::int64_t limitInForce(const DaemonStatus& status) {
 
 Answer why(const Situation& situation) {
   using Rule = std::optional<Answer> (*)(const Situation&);
-  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,       whileHot,
-                            duringCalibration, whileUnplugged, duringFullOnce, duringFullChargeByMacOS,
-                            whileDischarging,  whileHeld};
+  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,         whileHot,
+                            duringCalibration, whileUnplugged, duringFullOnce,   duringFullChargeByMacOS,
+                            whileDischarging,  whileHeld,      whileMacOSCharges};
   for (const Rule rule : rules) {
     if (auto answer = rule(situation)) return *answer;
   }

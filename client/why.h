@@ -46,7 +46,7 @@ enum class Reason : std::uint8_t {
   insideBand,
   limitOverridden,  // macOS charges beyond its own limit
   charging,
-  noCurrent,  // charging is allowed, and none happens
+  noCurrent,  // charging is allowed, but no current flows
 };
 
 // Its name in JSON, e.g. "insideBand".
@@ -66,7 +66,7 @@ struct Answer {
   std::optional<Until> until = {};
 };
 
-// What the daemon has said of itself last, as far as it makes it do nothing.
+// Why the daemon does nothing, by its last log lines.
 enum class Resting : std::uint8_t { no, purged, dormant, released };
 
 struct Situation {
@@ -85,11 +85,11 @@ struct Situation {
 };
 
 enum class Freshness : std::uint8_t { fresh, stale, fromTheFuture };
-// How current the status is; stale without one. Not counted are sleep, and 15 s after a wake.
+// How current the status is; stale without one. Sleep and the 15 s after a wake do not count.
 [[nodiscard]] Freshness freshnessOf(const Situation& situation);
 
-// Where charging stops: the limit in force, which is higher than the one in the settings where macOS accepts
-// no lower one.
+// Where charging stops: the limit in force, which is higher than that in the settings if macOS accepts none
+// that is lower.
 [[nodiscard]] std::int64_t limitInForce(const DaemonStatus& status);
 
 [[nodiscard]] Answer why(const Situation& situation);

@@ -1,7 +1,7 @@
 #!/bin/sh
-# check-sdk.sh PROGRAM: whether all of a program was linked with the SDK of macOS 26 or later. macOS hides its own
-# version, and more, from a program that was linked with an older one. Such a program may serve the Mac that built
-# it, but is not signed and not handed out.
+# check-sdk.sh PROGRAM: checks that every architecture of a program was linked with the SDK of macOS 26 or later. From
+# a program that was linked with an older SDK macOS hides, among other things, its own version. Such a program may be
+# used on the Mac that built it, but must not be signed or given to others.
 set -eu
 
 oldest=26
@@ -12,7 +12,7 @@ command -v otool >/dev/null || {
   exit 1
 }
 
-# One for each architecture. "n/a" where the linker noted none.
+# One for each architecture; "n/a" if the linker recorded none.
 sdks=$(otool -l "$program" | awk '$1 == "cmd" { inside = $2 == "LC_BUILD_VERSION" } inside && $1 == "sdk" { print $2 }')
 [ -n "$sdks" ] || {
   echo "$program does not say with which SDK it was built. Build it with Xcode $oldest or later." >&2

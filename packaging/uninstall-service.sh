@@ -8,8 +8,8 @@ usage() {
   cat <<'END'
 Usage: sudo uninstall-service.sh [--keep-data]
 
-Stops brisko-daemon, makes sure that macOS controls the charge and the light again, and removes the program, its
-job and its files.
+Stops brisko-daemon, makes sure that macOS controls the charge and the light again, and removes the daemon, brisko,
+the job and all files.
 
   --keep-data   keep the settings, the records and the log
   --help        print this
@@ -35,6 +35,7 @@ fi
 folder=$root/Library/Brisko
 program=$folder/brisko-daemon
 uninstaller=$folder/uninstall-service.sh
+made_folders=$folder/made-folders
 plist=$root/Library/LaunchDaemons/$label.plist
 rotation=$root/etc/newsyslog.d/$label.conf
 logs=$root/Library/Logs/Brisko
@@ -198,6 +199,59 @@ remove() {
   done
 }
 
+# remove_link LINK TARGET: removes the link if the installer made it.
+remove_link() {
+  [ -L "$1" ] && [ "$(readlink "$1")" = "$2" ] || return 0
+  if rm -f "$1"; then
+    removed_links=yes
+  else
+    report_error "Could not remove $1"
+  fi
+}
+
+remove_links() {
+  removed_links=
+  shared=$root/usr/local
+  remove_link "$shared/bin/brisko" "$folder/brisko"
+  for page in man1/brisko.1 man5/brisko-config.5 man8/brisko-daemon.8; do
+    remove_link "$shared/share/man/$page" "$folder/share/man/$page"
+  done
+  remove_link "$shared/share/bash-completion/completions/brisko" "$folder/share/completions/brisko.bash"
+  remove_link "$shared/share/zsh/site-functions/_brisko" "$folder/share/completions/_brisko"
+  remove_link "$shared/share/fish/vendor_completions.d/brisko.fish" "$folder/share/completions/brisko.fish"
+  [ -z "$removed_links" ] || say "Removed the links in $shared"
+}
+
+# Those folders for the links that the installer made, as it has noted, and that nobody else uses.
+remove_made_folders() {
+  [ -f "$made_folders" ] || return 0
+  made="
+$(cat "$made_folders")
+"
+  for shared in share/man/man1 share/man/man5 share/man/man8 share/man share/bash-completion/completions \
+    share/bash-completion share/zsh/site-functions share/zsh share/fish/vendor_completions.d share/fish share bin ''; do
+    shared=/usr/local${shared:+/$shared}
+    case $made in
+      *"
+$shared
+"*)
+        [ ! -d "$root$shared" ] || rmdir "$root$shared" 2>/dev/null || true
+        ;;
+    esac
+  done
+}
+
+# Or the system would list a package that is not there. Only a package leaves a receipt.
+forget_package() {
+  command -v pkgutil >/dev/null && pkgutil --pkg-info "$label" >/dev/null 2>&1 || return 0
+  if pkgutil --forget "$label" >/dev/null; then
+    say "Removed the receipt of the package $label"
+    removed=yes
+  else
+    report_error "Could not remove the receipt of the package $label"
+  fi
+}
+
 remove_folder() {
   [ -d "$folder" ] || return 0
   if rmdir "$folder" 2>/dev/null; then
@@ -233,7 +287,11 @@ main() {
   put_data_back
   # The job is removed first, so that a Mac that restarts now does not start it, and this script last, so that it can
   # be run again.
-  remove "$plist" "$plist.new" "$rotation" "$rotation.new" "$program" "$program.new"
+  remove "$plist" "$plist.new" "$rotation" "$rotation.new"
+  remove_links
+  remove_made_folders
+  remove "$program" "$program.new" "$folder/brisko" "$folder/brisko.new" "$folder/share" "$folder/share.new" \
+    "$made_folders"
   if [ -n "$keep_data" ]; then
     for kept in "$data" "$data.aside" "$logs"; do
       [ ! -d "$kept" ] || say "Kept $kept"
@@ -241,6 +299,7 @@ main() {
   else
     remove "$data" "$data.aside" "$logs"
   fi
+  forget_package
   remove "$uninstaller" "$uninstaller.new"
   remove_folder
   [ -n "$removed" ] || say "There was nothing to remove."

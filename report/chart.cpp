@@ -8,75 +8,22 @@
 #include <utility>
 
 #include "report/markup.h"
-#include "report/page_texts.h"
+#include "report/svg.h"
 #include "report/thinning.h"
 
 namespace brisko::lab {
 namespace {
 
-// In units of the drawing, which are pixels at its natural size.
-constexpr double width = 1000;
-constexpr double plotLeft = 80;
-constexpr double plotRight = 986;
-constexpr double letter = 6.3;  // average width of a letter in the fonts that may be used
-constexpr double lineHeight = 15;
-constexpr double rowHeight = 15;
+using svg::box;
+using svg::label;
+using svg::line;
+using svg::path;
+
+constexpr double chargeHeight = 230;  // of its panel
 constexpr double rowGap = 4;
-constexpr std::size_t timeTicksAtMost = 12;
 constexpr std::size_t eventRows = 5;
 constexpr std::size_t enoughMoments = 1500;
 constexpr std::size_t thinnedColumns = 450;
-
-double widthOf(const std::string& text) { return letter * static_cast<double>(charactersOf(text)); }
-
-std::string attribute(const char* name, const std::string& value) {
-  return std::string(" ") + name + "=\"" + value + "\"";
-}
-std::string attribute(const char* name, double value) { return attribute(name, coordinate(value)); }
-
-std::string rectangle(const char* style, double left, double top, double right, double bottom) {
-  return std::string("<rect") + attribute("class", style) + attribute("x", left) + attribute("y", top) +
-         attribute("width", right - left) + attribute("height", bottom - top) + "/>\n";
-}
-
-std::string line(const char* style, double x1, double y1, double x2, double y2) {
-  return std::string("<line") + attribute("class", style) + attribute("x1", x1) + attribute("y1", y1) +
-         attribute("x2", x2) + attribute("y2", y2) + "/>\n";
-}
-
-std::string label(const std::string& style, double x, double y, const std::string& text) {
-  return "<text" + attribute("class", style) + attribute("x", x) + attribute("y", y) + ">" + escaped(text) +
-         "</text>\n";
-}
-
-std::string path(const std::string& style, const std::string& steps) {
-  return steps.empty() ? "" : "<path" + attribute("class", style) + attribute("d", steps) + "/>\n";
-}
-
-// A rectangle as steps of a path. One too narrow to be seen is widened.
-std::string box(double left, double top, double right, double bottom) {
-  constexpr double narrowest = 0.6;
-  return "M" + coordinate(left) + " " + coordinate(top) + "h" +
-         coordinate(std::max(right - left, narrowest)) + "v" + coordinate(bottom - top) + "h" +
-         coordinate(-std::max(right - left, narrowest)) + "z";
-}
-
-std::vector<std::string> wrapped(const std::string& text, std::size_t most) {
-  std::vector<std::string> lines{""};
-  std::size_t begin = 0;
-  while (begin <= text.size()) {
-    const std::size_t end = std::min(text.find(' ', begin), text.size());
-    const std::string word = text.substr(begin, end - begin);
-    std::string& last = lines.back();
-    if (!last.empty() && charactersOf(last) + 1 + charactersOf(word) > most) {
-      lines.push_back(word);
-    } else {
-      last += (last.empty() ? "" : " ") + word;
-    }
-    begin = end + 1;
-  }
-  return lines;
-}
 
 // ---------------------------------------------------------------------------------------------------------
 // Intervals in which something stays the same
@@ -158,8 +105,6 @@ std::optional<RowStyle> bandStyle(const Moment& moment) {
   return RowStyle{"band", std::to_string(moment.band->lower) + " " + std::to_string(moment.band->upper)};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 using Number = std::optional<double> Moment::*;
 
 std::optional<std::pair<double, double>> bordersOf(const std::vector<Moment>& moments, Number number) {
@@ -206,38 +151,24 @@ std::vector<MarkedEvent> markedEvents(const std::vector<Event>& events, const Sc
   return marked;
 }
 
-// Places every text in the lowest row with room for it. Returns the number of rows used.
-std::size_t placeWords(std::vector<MarkedEvent>& events) {
-  std::array<double, eventRows> filledUntil{};
-  filledUntil.fill(-1e9);
-  std::size_t rows = 0;
-  for (MarkedEvent& event : events) {
-    const double length = widthOf(shortened(event.words, longestWords)) + 6;
-    event.leftward = event.x + length > width - 4;
-    const double begin = event.leftward ? event.x - length : event.x;
-    const auto row =
-        std::find_if(filledUntil.begin(), filledUntil.end(), [&](double filled) { return filled <= begin; });
-    if (row == filledUntil.end()) continue;
-    *row = begin + length + 6;
-    event.row = static_cast<std::size_t>(row - filledUntil.begin());
-    rows = std::max(rows, *event.row + 1);
-  }
-  return rows;
-}
-
-class Drawing {
+class Drawing : private PanelDrawing {
  public:
-  Drawing(const Picture& picture, Frame frame)
-      : picture_(picture), moments_(picture.moments), alone_(frame == Frame::alone) {
+  Drawing(const Picture& picture, Frame frame, const Layout& layout)
+      : PanelDrawing(layout, frame, picture.moments.front().time,
+                     std::max(picture.moments.back().time, picture.moments.front().time + 60)),
+        picture_(picture),
+        moments_(picture.moments) {
     chart_.moments = thinned(moments_, enoughMoments, thinnedColumns);
-    chart_.width = width;
-    const double from = moments_.front().time;
-    chart_.time = {from, std::max(moments_.back().time, from + 60), plotLeft, plotRight};
-    ticks_ = timeTicks(chart_.time.from, chart_.time.until, timeTicksAtMost);
+    chart_.width = layout_.width;
+    chart_.time = time_;
   }
 
   Chart draw() {
-    drawHeading();
+    const Texts texts{.title = picture_.title,
+                      .facts = picture_.facts,
+                      .summary = summaryOf(picture_),
+                      .notes = picture_.notes};
+    drawHeading(texts);
     drawEvents();
     drawCharge();
     drawRows();
@@ -246,44 +177,47 @@ class Drawing {
     drawNumbers(&Moment::temperatureC, "Temperature of the battery, °C", 64, 4, 1);
     drawTimeAxis();
     drawEventLines();
-    if (alone_) drawNotes();
-    finish();
+    drawNotes(texts.notes);
+    chart_.svg = document(texts);
     return std::move(chart_);
   }
 
  private:
-  [[nodiscard]] double xOf(double time) const { return chart_.time.at(time); }
-
-  void drawHeading() {
-    if (!alone_) return;
-    y_ = 8;
-    for (const std::string& words : wrapped(picture_.title, 100)) {
-      y_ += 20;
-      body_ += label("heading", 16, y_, words);
-    }
-    y_ += 3;
-    for (const std::string& words : wrapped(picture_.facts + ". " + summaryOf(picture_), 150)) {
-      y_ += lineHeight;
-      body_ += label("facts", 16, y_, words);
-    }
-    y_ += 6;
-  }
-
   // --- Events
 
+  // Places every text in the lowest row with room for it. Returns the number of rows used.
+  [[nodiscard]] std::size_t placeWords(std::vector<MarkedEvent>& events) const {
+    std::array<double, eventRows> filledUntil{};
+    filledUntil.fill(-1e9);
+    std::size_t rows = 0;
+    for (MarkedEvent& event : events) {
+      const double length = widthOf(shortened(event.words, longestWords)) + 6;
+      event.leftward = event.x + length > layout_.width - 4;
+      const double begin = event.leftward ? event.x - length : event.x;
+      const auto row = std::find_if(filledUntil.begin(), filledUntil.end(),
+                                    [&](double filled) { return filled <= begin; });
+      if (row == filledUntil.end()) continue;
+      *row = begin + length + 6;
+      event.row = static_cast<std::size_t>(row - filledUntil.begin());
+      rows = std::max(rows, *event.row + 1);
+    }
+    return rows;
+  }
+
   void drawEvents() {
-    std::vector<MarkedEvent> events = markedEvents(picture_.events, chart_.time);
-    y_ += 4 + lineHeight * static_cast<double>(placeWords(events));
+    std::vector<MarkedEvent> events = markedEvents(picture_.events, time_);
+    y_ += 4 + layout_.lineHeight * static_cast<double>(placeWords(events));
     for (const MarkedEvent& event : events) {
       if (!event.row) {
         eventMarks_.emplace_back(event.x, y_ - 2);
         continue;
       }
-      const double y = y_ - lineHeight * static_cast<double>(*event.row) - 3;
+      const double y = y_ - layout_.lineHeight * static_cast<double>(*event.row) - 3;
       eventMarks_.emplace_back(event.x, y - 9);
       const std::string words = shortened(event.words, longestWords);
-      eventWords_ += "<text" + attribute("class", event.leftward ? "event ends" : "event") +
-                     attribute("x", event.leftward ? event.x - 4 : event.x + 4) + attribute("y", y) + ">" +
+      eventWords_ += "<text" + svg::attribute("class", event.leftward ? "event ends" : "event") +
+                     svg::attribute("x", event.leftward ? event.x - 4 : event.x + 4) +
+                     svg::attribute("y", y) + ">" +
                      (words == event.words ? "" : "<title>" + escaped(event.words) + "</title>") +
                      escaped(words) + "</text>\n";
     }
@@ -299,54 +233,22 @@ class Drawing {
 
   // --- Panels
 
-  // Begins a panel with this title and axis of values.
-  Scale beginPanel(const std::string& title, double height, const Extent& extent, double step) {
-    y_ += 18;
-    body_ += label("title", plotLeft, y_ - 5, title);
-    const double top = y_;
-    const double bottom = y_ + height;
-    const Scale scale{extent.from, extent.until, bottom, top};
-    body_ += rectangle("plot", plotLeft, top, plotRight, bottom);
-    drawNights(top, bottom);
-    drawGaps(top, bottom);
-    std::string lines;
-    for (const double value : multiples(extent.from, extent.until, step)) {
-      const double y = scale.at(value);
-      lines += "M" + coordinate(plotLeft) + " " + coordinate(y) + "H" + coordinate(plotRight);
-      body_ += label("value", plotLeft - 6, y + 4, fixed(value, step < 1 ? 1 : 0));
-    }
-    body_ += path("grid", lines) + path("grid", timeLines(top, bottom, false)) +
-             path("midnight", timeLines(top, bottom, true));
-    y_ = bottom;
-    panelsBottom_ = bottom;
-    return scale;
-  }
-
-  // The lines of the ticks at midnight, or those of the others.
-  [[nodiscard]] std::string timeLines(double top, double bottom, bool midnight) const {
-    std::string lines;
-    for (const TimeTick& tick : ticks_) {
-      if ((tick.clock == "00:00" || tick.clock == "00:00:00") != midnight) continue;
-      lines += "M" + coordinate(xOf(tick.time)) + " " + coordinate(top) + "V" + coordinate(bottom);
-    }
-    return lines;
-  }
-
-  void drawNights(double top, double bottom) {
-    std::string boxes;
+  // What lies behind the curves: when the Mac slept, and when nothing is known.
+  [[nodiscard]] std::string behind(double top, double bottom) const {
+    std::string nights;
     for (const Interval& night : intervalsOf(moments_, asleepStyle)) {
-      boxes += box(xOf(night.from), top, xOf(night.until), bottom);
+      nights += box(xOf(night.from), top, xOf(night.until), bottom);
     }
-    body_ += path("night", boxes);
-  }
-
-  void drawGaps(double top, double bottom) {
-    std::string boxes;
+    std::string gaps;
     for (std::size_t index = 1; index < moments_.size(); ++index) {
       if (!moments_[index].afterGap) continue;
-      boxes += box(xOf(moments_[index - 1].time), top, xOf(moments_[index].time), bottom);
+      gaps += box(xOf(moments_[index - 1].time), top, xOf(moments_[index].time), bottom);
     }
-    body_ += path("gap", boxes);
+    return path("night", nights) + path("gap", gaps);
+  }
+
+  Scale beginPanelOfCurves(const std::string& title, double height, const Extent& extent, double step) {
+    return beginPanel(title, height, extent, step, behind(nextPanelTop(), nextPanelTop() + height));
   }
 
   // A line from moment to moment, interrupted at gaps and where the number is missing.
@@ -397,7 +299,8 @@ class Drawing {
   void drawCharge() {
     const bool withGauge = gaugeDiffers(moments_);
     const Extent extent = extentOfCharge(withGauge);
-    chart_.charge = beginPanel("Charge, %", 230, extent, roundStep(extent.until - extent.from, 11, 5));
+    chart_.charge =
+        beginPanelOfCurves("Charge, %", chargeHeight, extent, roundStep(extent.until - extent.from, 11, 5));
     if (withGauge) drawLegend();
     drawBand();
     if (withGauge) body_ += path("shown", gaugeCurve(chart_.charge));
@@ -405,11 +308,11 @@ class Drawing {
   }
 
   void drawLegend() {
-    const double y = y_ - 230 - 9;
-    body_ += path("level", "M" + coordinate(plotLeft + 90) + " " + coordinate(y) + "h24") +
-             label("note", plotLeft + 120, y + 4, "in the battery") +
-             path("shown", "M" + coordinate(plotLeft + 220) + " " + coordinate(y) + "h24") +
-             label("note", plotLeft + 250, y + 4, "as its gauge shows it");
+    const double y = y_ - chargeHeight - 9;
+    body_ += path("level", "M" + coordinate(layout_.left + 90) + " " + coordinate(y) + "h24") +
+             label("note", layout_.left + 120, y + 4, "in the battery") +
+             path("shown", "M" + coordinate(layout_.left + 220) + " " + coordinate(y) + "h24") +
+             label("note", layout_.left + 250, y + 4, "as its gauge shows it");
   }
 
   void drawBand() {
@@ -439,12 +342,11 @@ class Drawing {
   void drawNumbers(Number number, const std::string& title, double height, double span, double least) {
     const auto borders = bordersOf(moments_, number);
     if (!borders) return;
-    const double step = roundStep(std::max(borders->second - borders->first, span),
-                                  static_cast<std::size_t>(height / 16), least);
+    const double step = valueStep(std::max(borders->second - borders->first, span), height, least);
     const Extent extent = roundExtent(borders->first, borders->second, span, step, -1e9, 1e9);
-    const Scale scale = beginPanel(title, height, extent, step);
+    const Scale scale = beginPanelOfCurves(title, height, extent, step);
     if (extent.from < 0 && extent.until > 0 && number != &Moment::temperatureC) {
-      body_ += line("zero", plotLeft, scale.at(0), plotRight, scale.at(0));
+      body_ += line("zero", layout_.left, scale.at(0), layout_.right, scale.at(0));
     }
     body_ += path("number", curve(number, scale));
   }
@@ -470,11 +372,12 @@ class Drawing {
     for (const Interval& interval : intervals) {
       const double left = xOf(interval.from);
       const double right = xOf(interval.until);
-      boxes[interval.look.style] += box(left, y_, right, y_ + rowHeight);
+      boxes[interval.look.style] += box(left, y_, right, y_ + layout_.rowHeight);
       if (right - left < widthOf(interval.look.word) + 6) continue;
-      words += label(std::string("word on-") + interval.look.style, left + 4, y_ + 11.5, interval.look.word);
+      words += label(std::string("word on-") + interval.look.style, left + 4, y_ + layout_.baseline,
+                     interval.look.word);
     }
-    body_ += label("row", plotLeft - 6, y_ + 11.5, name);
+    body_ += label("row", layout_.left - 6, y_ + layout_.baseline, name);
     for (const auto& [style, steps] : boxes) body_ += path("look " + style, steps);
     body_ += words;
     endRow();
@@ -490,92 +393,37 @@ class Drawing {
       if (isWarning(logged.text)) {
         warnings += place + "l4.5 11h-9z";
       } else {
-        lines += place + "v" + coordinate(rowHeight - 4);
+        lines += place + "v" + coordinate(layout_.rowHeight - 4);
       }
     }
     if (lines.empty() && warnings.empty()) return;
-    body_ += label("row", plotLeft - 6, y_ + 11.5, "Log");
-    body_ += line("grid", plotLeft, y_ + rowHeight / 2, plotRight, y_ + rowHeight / 2);
+    body_ += label("row", layout_.left - 6, y_ + layout_.baseline, "Log");
+    body_ +=
+        line("grid", layout_.left, y_ + layout_.rowHeight / 2, layout_.right, y_ + layout_.rowHeight / 2);
     body_ += path("said", lines) + path("warned", warnings);
     endRow();
   }
 
   void endRow() {
-    y_ += rowHeight + rowGap;
+    y_ += layout_.rowHeight + rowGap;
     panelsBottom_ = y_;
-  }
-
-  // --- Below the rows
-
-  void drawTimeAxis() {
-    y_ += 14;
-    bool days = false;
-    for (const TimeTick& tick : ticks_) {
-      const auto within = [&](const std::string& words) {
-        return std::min(xOf(tick.time), width - 4 - widthOf(words) / 2);
-      };
-      const std::string& first = tick.clock.empty() ? tick.day : tick.clock;
-      body_ += label("tick", within(first), y_, first);
-      if (tick.clock.empty() || tick.day.empty()) continue;
-      days = true;
-      body_ += label("tick day", within(tick.day), y_ + 14, tick.day);
-    }
-    body_ += label("row", plotLeft - 30, y_, zoneText(chart_.time.from));
-    y_ += days ? 14 : 0;
-  }
-
-  void drawNotes() {
-    for (const std::string& note : picture_.notes) {
-      for (const std::string& words : wrapped(note, 150)) {
-        y_ += lineHeight;
-        body_ += label("note", 16, y_ + 6, words);
-      }
-    }
-  }
-
-  void finish() {
-    const std::string height = coordinate(y_ + 14);
-    std::string& svg = chart_.svg;
-    if (alone_) svg += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-    svg += "<svg xmlns=\"http://www.w3.org/2000/svg\" class=\"picture\"" +
-           attribute("viewBox", "0 0 " + coordinate(width) + " " + height);
-    if (alone_) svg += attribute("width", width) + attribute("height", height);
-    svg += " role=\"img\" aria-labelledby=\"picture-title picture-words\">\n<title id=\"picture-title\">" +
-           escaped(picture_.title) + "</title>\n<desc id=\"picture-words\">" + escaped(summaryOf(picture_)) +
-           "</desc>\n<style>\n" + chartCss + "</style>\n" + patterns();
-    svg += rectangle("paper", 0, 0, width, y_ + 14);
-    svg += body_ + "</svg>\n";
-  }
-
-  [[nodiscard]] static std::string patterns() {
-    const auto pattern = [](const std::string& name, const std::string& style, const std::string& steps) {
-      return "<pattern id=\"" + name + "\" width=\"8\" height=\"8\" patternUnits=\"userSpaceOnUse\">" +
-             "<rect class=\"" + style + "-ground\" width=\"8\" height=\"8\"/><path class=\"" + style +
-             "-lines\" d=\"" + steps + "\"/></pattern>\n";
-    };
-    const std::string slanted = "M-2 10L10 -2M-2 2L2 -2M6 10L10 6";
-    return "<defs>\n" + pattern("discharge-pattern", "discharge", slanted) +
-           pattern("blinking-pattern", "blinking", "M2 0V8M6 0V8") + "</defs>\n";
   }
 
   const Picture& picture_;
   const std::vector<Moment>& moments_;
-  bool alone_;
   Chart chart_;
-  std::vector<TimeTick> ticks_;
-  std::string body_;
   std::string bandWords_;
   std::string eventWords_;
   std::vector<std::pair<double, double>> eventMarks_;  // x, and the top of its line
-  double y_ = 0;                                       // everything above it is drawn
-  double panelsBottom_ = 0;
 };
 
 std::string percentText(double value) { return fixed(value, 0) + " %"; }
 
 }  // namespace
 
-Chart drawChart(const Picture& picture, Frame frame) { return Drawing(picture, frame).draw(); }
+Chart drawChart(const Picture& picture, Frame frame, const Layout& layout) {
+  return Drawing(picture, frame, layout).draw();
+}
 
 std::string stateWord(const std::optional<ChargeState>& state) { return state ? stateName(*state) : ""; }
 

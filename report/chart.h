@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "report/panel_drawing.h"
 #include "report/picture.h"
 #include "report/scale.h"
 
 namespace brisko::lab {
-
-// Standalone, it is an SVG document with a heading; in a page, an element of that page.
-enum class Frame { alone, inPage };
 
 struct Chart {
   std::string svg;
@@ -24,7 +22,7 @@ struct Chart {
 };
 
 // The picture must have at least one moment.
-[[nodiscard]] Chart drawChart(const Picture& picture, Frame frame);
+[[nodiscard]] Chart drawChart(const Picture& picture, Frame frame, const Layout& layout = {});
 
 // The word for each value of a moment; "" if unknown.
 [[nodiscard]] std::string stateWord(const std::optional<ChargeState>& state);

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string_view>
-#include <system_error>
 
 #include "base/paths.h"
 
@@ -20,50 +19,41 @@ using Json = nlohmann::json;
 constexpr std::string_view suffix = ".jsonl";
 constexpr std::size_t skippedShown = 5;
 // While the daemon runs and the Mac is awake, a line is written at the latest after 300 s plus one tick.
-constexpr double longestSilence = 600;  // seconds
+constexpr double longestSilence = 600;        // seconds
+constexpr double farthestZone = 15 * 3600.0;  // the most that a local midnight differs from that in UTC
+constexpr std::uintmax_t largestFile = std::uintmax_t{16} << 20U;  // bytes; the daemon writes a tenth of that
 
-std::optional<int> digits(std::string_view text) {
-  int number = 0;
-  for (const char digit : text) {
-    if (digit < '0' || digit > '9') return std::nullopt;
-    number = number * 10 + (digit - '0');
-  }
-  return number;
+// The day in a file's name.
+std::optional<Date> dayOf(const std::string& name) {
+  if (!name.ends_with(suffix)) return std::nullopt;
+  return dateIn(std::string_view(name).substr(0, name.size() - suffix.size()));
 }
 
-// The midnight, in UTC, of the day in a file's name.
-std::optional<double> dayOf(const std::string& name) {
-  if (name.size() != 10 + suffix.size() || !name.ends_with(suffix) || name[4] != '-' || name[7] != '-') {
-    return std::nullopt;
-  }
-  const std::string_view text = name;
-  const auto year = digits(text.substr(0, 4));
-  const auto month = digits(text.substr(5, 2));
-  const auto day = digits(text.substr(8, 2));
-  if (!year || !month || !day) return std::nullopt;
-  const std::chrono::year_month_day date{std::chrono::year(*year),
-                                         std::chrono::month(static_cast<unsigned>(*month)),
-                                         std::chrono::day(static_cast<unsigned>(*day))};
-  if (!date.ok()) return std::nullopt;
-  return static_cast<double>(std::chrono::sys_days(date).time_since_epoch().count()) * 86400.0;
+// Its midnight in UTC.
+double midnightOf(const Date& day) {
+  return static_cast<double>(std::chrono::sys_days(day).time_since_epoch().count()) * 86400.0;
 }
 
-std::vector<fs::path> dayFilesIn(const fs::path& folder) {
-  std::vector<fs::path> files;
-  std::error_code error;
+struct DayFile {
+  fs::path path;
+  Date day;
+};
+
+// Those in the folder, in the order of their days. `error` is set when it cannot be read.
+std::vector<DayFile> dayFilesIn(const fs::path& folder, std::error_code& error) {
+  std::vector<DayFile> files;
   fs::directory_iterator entry(folder, error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     std::error_code ignored;
-    if (dayOf(entry->path().filename().string()) && entry->is_regular_file(ignored)) {
-      files.push_back(entry->path());
-    }
+    const auto day = dayOf(entry->path().filename().string());
+    if (day && entry->is_regular_file(ignored)) files.push_back({entry->path(), *day});
   }
-  std::sort(files.begin(), files.end());
+  std::sort(files.begin(), files.end(),
+            [](const DayFile& one, const DayFile& other) { return one.day < other.day; });
   return files;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A line
+// --- A line
 
 struct Line {
   std::optional<Moment> moment = {};
@@ -91,7 +81,6 @@ std::optional<ChargeState> stateAt(const Json& object) {
 }
 
 Line readLine(const std::string& text, double day) {
-  constexpr double farthestZone = 15 * 3600.0;  // the most that a local midnight differs from that in UTC
   const Json object = Json::parse(text, nullptr, false);
   if (!object.is_object()) return {.fault = "is no JSON object"};
   Moment moment;
@@ -113,23 +102,29 @@ Line readLine(const std::string& text, double day) {
   return {.moment = moment};
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// All of them
+// --- All of them
 
-void readFile(const fs::path& path, HistoryReading& reading) {
-  const std::string name = path.filename().string();
-  const double day = dayOf(name).value_or(0);
-  std::ifstream stream(path, std::ios::binary);
+void skip(HistoryReading& reading, const std::string& place, const std::string& fault) {
+  if (reading.skipped++ < skippedShown) reading.firstSkipped.push_back(place + ": " + fault);
+}
+
+void readFile(const DayFile& file, HistoryReading& reading) {
+  const std::string name = file.path.filename().string();
+  std::error_code error;
+  if (fs::file_size(file.path, error) > largestFile && !error) {
+    skip(reading, name, "is larger than any file of the daemon");
+    return;
+  }
+  const double day = midnightOf(file.day);
+  std::ifstream stream(file.path, std::ios::binary);
   std::string text;
   for (std::size_t number = 1; std::getline(stream, text); ++number) {
     if (text.empty()) continue;
     const Line line = readLine(text, day);
     if (line.moment) {
       reading.picture.moments.push_back(*line.moment);
-      continue;
-    }
-    if (reading.skipped++ < skippedShown) {
-      reading.firstSkipped.push_back(name + ":" + std::to_string(number) + ": " + line.fault);
+    } else {
+      skip(reading, name + ":" + std::to_string(number), line.fault);
     }
   }
   // What was read before an error counts; an empty file contributes nothing.
@@ -153,13 +148,26 @@ std::string counted(std::size_t count, const std::string& one, const std::string
   return std::to_string(count) + " " + (count == 1 ? one : more);
 }
 
+// The notes that every reader needs.
+void addNotes(HistoryReading& reading) {
+  reading.picture.notes.emplace_back(
+      "Where more than ten minutes lie between two samples, the Mac slept, was off, or the daemon did not "
+      "run "
+      "or kept no history: nothing is drawn there.");
+  if (reading.skipped > 0) {
+    reading.picture.notes.push_back(counted(reading.skipped, "line was", "lines were") +
+                                    " left out, being broken.");
+  }
+}
+
 }  // namespace
 
 std::optional<HistoryReading> readHistory(const std::string& folder, std::string& reason) {
-  std::vector<fs::path> files;
+  std::vector<DayFile> files;
   for (const fs::path& place :
        {fs::path(folder), fs::path(folder) / "history", fs::path(folder + historyDir)}) {
-    if (files.empty()) files = dayFilesIn(place);
+    std::error_code ignored;
+    if (files.empty()) files = dayFilesIn(place, ignored);
   }
   std::error_code ignored;
   if (files.empty()) {
@@ -170,7 +178,7 @@ std::optional<HistoryReading> readHistory(const std::string& folder, std::string
     return std::nullopt;
   }
   HistoryReading reading;
-  for (const fs::path& file : files) readFile(file, reading);
+  for (const DayFile& file : files) readFile(file, reading);
   if (reading.picture.moments.empty()) {
     reason = "its " + counted(files.size(), "day file holds", "day files hold") + " no line that can be read";
     return std::nullopt;
@@ -179,14 +187,24 @@ std::optional<HistoryReading> readHistory(const std::string& folder, std::string
   reading.picture.title = "The charge, as the daemon kept it";
   reading.picture.facts = counted(reading.picture.moments.size(), "line", "lines") + " of " +
                           counted(reading.files, "day file", "day files");
-  reading.picture.notes.emplace_back(
-      "Where more than ten minutes lie between two lines, the Mac slept, was off, or the daemon did not run "
-      "or "
-      "kept no history: nothing is drawn there.");
-  if (reading.skipped > 0) {
-    reading.picture.notes.push_back(counted(reading.skipped, "line was", "lines were") +
-                                    " left out, being broken.");
+  addNotes(reading);
+  return reading;
+}
+
+HistoryReading readHistory(const std::string& folder, double from, double until, std::error_code& error) {
+  HistoryReading reading;
+  const std::vector<DayFile> files = dayFilesIn(folder, error);
+  if (files.empty()) return reading;
+  reading.firstDay = files.front().day;
+  reading.lastDay = files.back().day;
+  for (const DayFile& file : files) {
+    const double midnight = midnightOf(file.day);
+    if (midnight + 86400 + farthestZone > from && midnight - farthestZone < until) readFile(file, reading);
   }
+  std::erase_if(reading.picture.moments,
+                [&](const Moment& moment) { return moment.time < from || moment.time >= until; });
+  arrange(reading.picture);
+  addNotes(reading);
   return reading;
 }
 

@@ -1,7 +1,7 @@
 // report/picture.h
 // The data that a picture is drawn from: moments in order of time, events, and log lines. A scenario is
 // recorded into one (recording.h), and the daemon's own history files are read into one (history_files.h).
-// What is unknown about a moment, or a whole picture, is missing and left out.
+// Unknown values of a moment or of a whole picture are missing and not drawn.
 #pragma once
 
 #include <cstdint>

@@ -1,94 +1,18 @@
 #include "report/report.h"
 
 #include <algorithm>
-#include <functional>
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include "report/chart.h"
 #include "report/markup.h"
 #include "report/page_texts.h"
+#include "report/selection.h"
 
 namespace brisko::lab {
 namespace {
 
-using OrderedJson = nlohmann::ordered_json;
-
 constexpr std::size_t linesShownWhole = 3000;
-
-// ---------------------------------------------------------------------------------------------------------
-// Values of a moment
-
-struct Reading {
-  const char* name;
-  std::function<std::string(const Moment&)> text;
-};
-
-std::string numberText(const std::optional<double>& number, int digits, const char* unit) {
-  return number ? fixed(*number, digits) + " " + unit : "";
-}
-
-std::string shownText(const Moment& moment) {
-  return moment.shown ? std::to_string(*moment.shown) + " %" : "";
-}
-
-std::string bandText(const Moment& moment) {
-  if (!moment.band) return "";
-  return std::to_string(moment.band->lower) + "–" + std::to_string(moment.band->upper) + " %";
-}
-
-const std::vector<Reading>& allReadings() {
-  static const auto& readings = *new std::vector<Reading>{
-      {"Time", [](const Moment& moment) { return momentText(moment.time); }},
-      {"Charge", [](const Moment& moment) { return numberText(moment.level, 1, "%"); }},
-      {"Gauge", shownText},
-      {"Band", bandText},
-      {"Daemon", [](const Moment& moment) { return stateWord(moment.state); }},
-      {"Hardware", [](const Moment& moment) { return stateWord(moment.hardware); }},
-      {"Current", [](const Moment& moment) { return numberText(moment.currentMA, 0, "mA"); }},
-      {"Power", [](const Moment& moment) { return numberText(moment.watts, 1, "W"); }},
-      {"Temperature", [](const Moment& moment) { return numberText(moment.temperatureC, 1, "°C"); }},
-      {"Light", [](const Moment& moment) { return lightWord(moment.light); }},
-      {"Adapter", [](const Moment& moment) { return supplyWord(moment.supply); }},
-      {"Mac", [](const Moment& moment) { return wakefulnessWord(moment.wakefulness); }},
-      {"Occasion", [](const Moment& moment) { return occasionWord(moment.occasion); }},
-  };
-  return readings;
-}
-
-// The readings that at least one moment has.
-std::vector<Reading> readingsOf(const std::vector<Moment>& moments) {
-  std::vector<Reading> readings;
-  for (const Reading& reading : allReadings()) {
-    const bool known = std::any_of(moments.begin(), moments.end(),
-                                   [&](const Moment& moment) { return !reading.text(moment).empty(); });
-    if (known) readings.push_back(reading);
-  }
-  return readings;
-}
-
-// Times as the script compares them: a millisecond is accurate enough.
-double rounded(double time) { return std::stod(fixed(time, 3)); }
-
-std::string dataOf(const Chart& chart, const std::vector<Reading>& readings) {
-  OrderedJson data;
-  data["from"] = rounded(chart.time.from);
-  data["until"] = rounded(chart.time.until);
-  data["left"] = chart.time.begin;
-  data["right"] = chart.time.end;
-  data["names"] = OrderedJson::array();
-  for (const Reading& reading : readings) data["names"].push_back(reading.name);
-  data["moments"] = OrderedJson::array();
-  for (const Moment& moment : chart.moments) {
-    OrderedJson values = OrderedJson::array();
-    for (const Reading& reading : readings) values.push_back(reading.text(moment));
-    const double y = chart.charge.at(moment.level.value_or(chart.charge.from));
-    data["moments"].push_back(
-        {{"time", rounded(moment.time)}, {"y", std::stod(coordinate(y))}, {"values", std::move(values)}});
-  }
-  return escapedForScript(data.dump());
-}
 
 // ---------------------------------------------------------------------------------------------------------
 // The log
@@ -140,21 +64,11 @@ std::string logOf(const Picture& picture, std::size_t& left) {
   return text + "</ol>\n</section>\n";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 std::string failuresOf(const Picture& picture) {
   if (picture.failures.empty()) return "";
   std::string text = "<section class=\"failures\">\n<h2>Not everything was seen as it should be</h2>\n";
   for (const std::string& failure : picture.failures) text += "<pre>" + escaped(failure) + "</pre>\n";
   return text + "</section>\n";
-}
-
-std::string readingTable(const std::vector<Reading>& readings) {
-  std::string text = "<dl id=\"reading\">\n";
-  for (const Reading& reading : readings) {
-    text += std::string("<div><dt>") + reading.name + "</dt><dd></dd></div>\n";
-  }
-  return text + "</dl>\n";
 }
 
 std::string notesOf(const Picture& picture, const Chart& chart, std::size_t linesLeft) {
@@ -178,7 +92,7 @@ std::string notesOf(const Picture& picture, const Chart& chart, std::size_t line
 
 std::string reportPage(const Picture& picture) {
   const Chart chart = drawChart(picture, Frame::inPage);
-  const std::vector<Reading> readings = readingsOf(chart.moments);
+  const Selection selection = selectionOf(chart);
   std::size_t linesLeft = 0;
   const std::string log = logOf(picture, linesLeft);
   std::string page =
@@ -188,11 +102,9 @@ std::string reportPage(const Picture& picture) {
   page += "<header>\n<h1>" + escaped(picture.title) + "</h1>\n<p class=\"facts\">" + escaped(picture.facts) +
           ". " + escaped(summaryOf(picture)) + "</p>\n</header>\n" + failuresOf(picture);
   page += std::string(log.empty() ? "<main class=\"without-log\">" : "<main>") + "\n<figure>\n" + chart.svg +
-          "<input id=\"moment\" type=\"range\" min=\"0\" max=\"" + std::to_string(chart.moments.size() - 1) +
-          "\" value=\"0\" aria-label=\"Moment\">\n" + readingTable(readings) + "</figure>\n" + log +
-          "</main>\n" + notesOf(picture, chart, linesLeft);
-  page += "<script id=\"data\" type=\"application/json\">" + dataOf(chart, readings) + "</script>\n";
-  page += std::string("<script>\n") + reportJs + "</script>\n</body>\n</html>\n";
+          selectionControls(selection) + "</figure>\n" + log + "</main>\n" +
+          notesOf(picture, chart, linesLeft);
+  page += selectionScripts(selection) + "</body>\n</html>\n";
   return page;
 }
 

@@ -5,6 +5,7 @@
   const faults = [...window.errorsSeen];
   const expect = (holds, what) => { if (!holds) faults.push(what); };
   const data = JSON.parse(document.getElementById("data").textContent);
+  const [{ left, right }] = data.pictures;
   const picture = document.querySelector(".picture");
   const slider = document.getElementById("moment");
   const lines = [...document.querySelectorAll("#lines li")];
@@ -17,11 +18,11 @@
   // Of several moments at the same time the last one applies.
   const nearest = (time) => data.moments.reduce((best, moment) =>
     Math.abs(moment.time - time) <= Math.abs(best.time - time) ? moment : best);
-  const xOf = (time) => data.left + ((time - data.from) / (data.until - data.from)) * (data.right - data.left);
+  const xOf = (time) => left + ((time - data.from) / (data.until - data.from)) * (right - left);
 
   function pointAt(share) {
     const place = picture.getBoundingClientRect();
-    const x = data.left + share * (data.right - data.left);
+    const x = left + share * (right - left);
     const clientX = place.left + (x / picture.viewBox.baseVal.width) * place.width;
     picture.dispatchEvent(new PointerEvent("pointermove", { clientX, clientY: place.top + 100, bubbles: true }));
     return data.from + share * (data.until - data.from);

@@ -20,8 +20,8 @@ build=build/release
 cmake --preset release >/dev/null
 cmake --build "$build" --parallel "$(nproc)" | tail -n 1
 
-# Each line: a program and the names of the tests that it decides. brisko-tidy-tests reads the source tree, so its tests
-# are always due.
+# Each line: a program and the names of the tests that depend on it. brisko-tidy-tests reads the source tree, so its
+# tests always run.
 decides='
 brisko-tests             brisko-tests/
 brisko-virtual-mac-tests brisko-virtual-mac-tests/
@@ -31,7 +31,7 @@ brisko-control-tests     brisko-control-tests/
 brisko-process-tests     brisko-process-tests/
 brisko-client-tests      brisko-client-tests/
 brisko-exchange-tests    brisko-exchange-tests/
-brisko-lab               scenario/
+brisko-lab               scenario(-log)?/
 brisko-tidy-tests        brisko-tidy-tests/
 '
 passed=$build/passed
@@ -46,7 +46,7 @@ while read -r program tests; do
 done <<<"$decides"
 
 status=0
-# Live tests wait more than they compute.
+# More jobs than processors, because live tests mostly wait.
 ctest --preset release --parallel $((2 * $(nproc))) --no-tests=error --label-exclude '^long$' \
   --tests-regex "^($(IFS='|' && echo "${due[*]}"))" |
   grep -vE '^ +Start +[0-9]+: | Passed +[0-9.]+ sec$' || status=${PIPESTATUS[0]}

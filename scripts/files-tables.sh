@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Writes the tables of docs/files.md from the schemas in docs/schemas/. With --check it changes nothing, shows what is
-# out of date and fails if there is any.
+# out of date, and fails if anything is.
 set -euo pipefail
 cd "$(dirname "$0")/../docs"
 
@@ -21,7 +21,7 @@ rows='
     (if .type == "array" then .items | resolved | rows("\(prefix)\($key)[].") else rows("\(prefix)\($key).") end);
   "| key | type | what |", "|---|---|---|", rows("")'
 
-# A table stands between the line that names its schema and the next empty line.
+# A table is between the line that names its schema and the next empty line.
 generated() {
   local line schema
   while IFS= read -r line; do

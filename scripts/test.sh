@@ -83,7 +83,7 @@ fi
 
 printf '\nEverything took %d s.' $SECONDS
 [[ $skipped -eq 0 ]] ||
-  printf ' %d tests were skipped. (Tests of registry dumps need BRISKO_DUMPS, the folder of the dumps.)' $skipped
+  printf ' %d tests were skipped. (Tests of registry dumps need BRISKO_DUMPS, the folder of the dumps; those of pages need Chromium.)' $skipped
 printf '\n'
 [[ ${#failed_steps[@]} -eq 0 ]] || printf 'Failed: %s\n' "${failed_steps[@]}"
 failed=$((failed + ${#failed_steps[@]}))

@@ -10,7 +10,7 @@ compiled() {
     grep -E "^$PWD/($build/)?(src|sim|report|tools|client)/" | LC_ALL=C sort -u
 }
 
-# The compiler has already reported its warnings; repeating them would only take time. Sources that include sources are
-# how a library becomes one.
+# The compiler has already reported its warnings; repeating them would only take time. Sources that include sources
+# are intended: that is how a library is compiled as one.
 compiled | xargs --max-args=1 --max-procs="$(nproc)" \
   clang-tidy -p "$build" --quiet --extra-arg=-w --checks=-bugprone-suspicious-include 2> >(grep -vE '^[0-9]+ warnings? generated' >&2 || true)

@@ -31,13 +31,15 @@ ExitStatus misuse(const Context& context, const std::string& text) {
 }
 
 ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
-                           const std::string& said) {
+                           const std::string& sentence) {
   const ChangeOutcome outcome = changeSettings(state, keys,
                                                {.force = context.invocation.has("--force"),
                                                 .waitSeconds = context.waitSeconds,
                                                 .commandLine = context.commandLine});
   const bool done = outcome.status == ExitStatus::done;
-  const std::string text = !done ? outcome.text : outcome.text.empty() ? said : said + " " + outcome.text;
+  const std::string text = !done                  ? outcome.text
+                           : outcome.text.empty() ? sentence
+                                                  : sentence + " " + outcome.text;
   if (context.json()) {
     context.output.json({{"schema", "brisko.change/1"},
                          {"asked", keys},

@@ -1,5 +1,5 @@
 // client/commands/command.h
-// What every command gets, and the commands themselves: one source file for each.
+// The arguments of every command, and the commands themselves, with a source file for each.
 #pragma once
 
 #include <string>
@@ -25,9 +25,9 @@ struct Context {
 // An error in what was typed: one line, and the status for it.
 ExitStatus misuse(const Context& context, const std::string& text);
 
-// Changes settings and reports it: `said` is the sentence when it was done.
+// Changes settings and reports it: `sentence` reports success.
 ExitStatus changeAndReport(const Context& context, const State& state, const Json& keys,
-                           const std::string& said);
+                           const std::string& sentence);
 
 // One line if the settings file is not usable.
 void complainOfSettings(const Context& context, const State& state);
@@ -45,7 +45,7 @@ struct Switch {
 };
 ExitStatus runSwitch(const Context& context, const Switch& setting);
 
-// Asks on the terminal. True also with --yes; false, with a complaint, when nobody can be asked.
+// Asks on the terminal. True also with --yes; false, with an error, if there is no terminal.
 [[nodiscard]] bool isAgreed(const Context& context, const std::string& question);
 
 // Names the setting that was probably meant.

@@ -5,12 +5,12 @@ namespace brisko::client {
 ExitStatus runHelp(const Context& context) {
   const auto& words = context.invocation.words;
   if (words.empty()) {
-    context.output.raw(helpText(nullptr));
+    context.output.lines(helpText(nullptr));
     return ExitStatus::done;
   }
   const CommandDefinition* command = findCommand(words.front());
   if (command == nullptr) return misuse(context, parseCommandLine(words).error);
-  context.output.raw(helpText(command));
+  context.output.lines(helpText(command));
   return ExitStatus::done;
 }
 

@@ -24,7 +24,7 @@ Restart ask(const Context& context) {
   return {ExitStatus::noDaemon, reason};
 }
 
-// Until a daemon that started later has written a status.
+// Waits until a daemon that started later has written a status.
 bool isBack(const Context& context, double startedBefore) {
   for (const double end = steadyNow() + context.waitSeconds; steadyNow() < end; pauseReally(0.05)) {
     const auto status = readStatus(context.volume);

@@ -29,10 +29,10 @@ ExitStatus runSet(const Context& context) {
   for (const std::string& word : context.invocation.words) {
     if (const std::string reason = take(word, keys); !reason.empty()) return misuse(context, reason);
   }
-  std::string said;
+  std::string sentence;
   for (const auto& [name, value] : keys.items())
-    said += (said.empty() ? "" : ", ") + name + " is " + valueText(value);
-  return changeAndReport(context, readState(context.volume), keys, said + ".");
+    sentence += (sentence.empty() ? "" : ", ") + name + " is " + valueText(value);
+  return changeAndReport(context, readState(context.volume), keys, sentence + ".");
 }
 
 }  // namespace brisko::client

@@ -30,7 +30,7 @@ std::string supplyText(const State& state) {
   return "on the adapter (" + std::to_string(static_cast<std::int64_t>(*state.system.adapterWatts)) + " W)";
 }
 
-// The daemon logs the colour with its summary, and nothing else contains it.
+// Only the summary in the log contains the colour.
 std::string lightText(const State& state) {
   if (!state.status->ledSupported) return "Light none";
   if (!state.settings.led) return "Light off";
@@ -68,13 +68,13 @@ std::string daemonText(const State& state) {
   return text + ", status " + durationText(state.now - status.ts) + " old";
 }
 
-std::string guardsText(const std::vector<std::string>& names) {
+std::string withCommas(const std::vector<std::string>& texts) {
   std::string all;
-  for (const std::string& name : names) all += (all.empty() ? "" : ", ") + name;
+  for (const std::string& text : texts) all += (all.empty() ? "" : ", ") + text;
   return all;
 }
 
-// A line of the table: a label, what it says, and what stands at the right.
+// A line of the table: a label, a value, and a note at the right.
 struct Row {
   const char* label;
   std::string text;
@@ -103,7 +103,7 @@ std::vector<Row> rowsOf(const State& state, const Situation& situation) {
       {"Daemon", daemonText(state)},
   };
   if (!status.guards.empty()) {
-    rows.insert(rows.end() - 1, {"Guards", guardsText(status.guards),
+    rows.insert(rows.end() - 1, {"Guards", withCommas(status.guards),
                                  status.nextWake && *status.nextWake > state.now
                                      ? "wakes at " + timeText(*status.nextWake, state.now)
                                      : ""});
@@ -171,7 +171,7 @@ Json objectOf(const State& state, const Answer& answer) {
   return object;
 }
 
-// A status that is there but cannot be used is worth a line of its own.
+// A line for a status that exists but cannot be used.
 void complainOfFiles(const Context& context, const State& state) {
   if (state.statusProblem != FileProblem::none && state.statusProblem != FileProblem::missing) {
     context.output.complain("the daemon's status is not usable; restart the daemon (brisko restart)");

@@ -1,5 +1,5 @@
 // client/commands/why_text.h
-// An answer to why in JSON, as several commands print it.
+// The answer of "why" in JSON, which several commands print.
 #pragma once
 
 #include "base/json_file.h"
@@ -8,10 +8,10 @@
 
 namespace brisko::client {
 
-// {"code", "text", "until"}; until is null where nothing known ends it.
+// {"code", "text", "until"}; until is null if no event is known that ends the state.
 [[nodiscard]] Json jsonOf(const Answer& answer);
 
-// noDaemon where the reason is that none does anything.
+// noDaemon if the reason is that no daemon works.
 [[nodiscard]] ExitStatus statusFor(Reason reason);
 
 }  // namespace brisko::client

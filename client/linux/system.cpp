@@ -11,22 +11,20 @@
 #include <sys/types.h>
 
 #include "base/paths.h"
-#include "platform/system_power.h"
-#include "sim/machine/machine.h"
+#include "client/child_process.h"
+#include "client/linux/machine_facts.h"
 #include "sim/machine/machine_store.h"
 
 namespace brisko::client {
 namespace {
-
-using virtual_mac::Machine;
 
 std::string machineFolder() {
   const char* folder = std::getenv("BRISKO_VIRTUAL_MAC");
   return folder == nullptr ? "" : folder;
 }
 
-// The process that offers the control service: it holds a lock, and the kernel lists the holders of locks.
-// Taking the lock to find out would hinder a daemon that is just starting.
+// The process that offers the control service holds a lock, and the kernel lists the holders of locks. Taking
+// the lock to find out would disturb a daemon that is just starting.
 std::optional<pid_t> daemonProcess() {
   struct stat lock {};
   const std::string path = machineFolder() + "/com.brisko.daemon.xpc.lock";
@@ -56,8 +54,7 @@ std::vector<std::string> argumentsOf(pid_t process) {
   return arguments;
 }
 
-// On a virtual Mac the launch service is whoever runs the daemon. It counts as installed once it has run
-// there.
+// A virtual Mac has no fixed launch service, so the daemon counts as installed once it has run there.
 Job jobOfDaemon(const std::string& volumeRoot) {
   Job job;
   const auto process = daemonProcess();
@@ -69,31 +66,12 @@ Job jobOfDaemon(const std::string& volumeRoot) {
   return job;
 }
 
-// From the message that the power service sent about the last full wake.
-std::optional<double> lastWake(const Machine& machine) {
-  constexpr auto hasPoweredOn = static_cast<std::uint32_t>(platform::PowerMessage::systemHasPoweredOn);
-  std::optional<double> latest;
-  for (const auto& notice : machine.sleep.notices) {
-    if (notice.type == hasPoweredOn) latest = std::max(latest.value_or(notice.sentAt), notice.sentAt);
-  }
-  if (!latest) return std::nullopt;
-  return *latest + machine.system.wallOffset;
-}
-
 }  // namespace
 
 SystemFacts readSystem() {
-  SystemFacts facts;
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
-  if (store == nullptr) return facts;
-  {
-    const auto view = store->view();
-    const Machine& machine = view.machine();
-    if (machine.adapter.present) facts.adapterWatts = machine.adapter.watts;
-    facts.bootedAt = machine.system.bootedAt + machine.system.wallOffset;
-    facts.wokeAt = lastWake(machine);
-    facts.asleep = machine.system.asleep;
-  }
+  if (store == nullptr) return {};
+  SystemFacts facts = factsOf(store->view().machine());
   facts.job = jobOfDaemon(store->volumeRoot());
   return facts;
 }
@@ -121,5 +99,7 @@ bool endDaemon(std::string& reason) {
   reason = process ? "the daemon's process may not be ended by you" : "no daemon runs";
   return false;
 }
+
+bool openPage(const std::string& path, std::string& reason) { return runProgram({"xdg-open", path}, reason); }
 
 }  // namespace brisko::client

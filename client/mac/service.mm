@@ -16,8 +16,8 @@ namespace {
 
 constexpr const char* serviceName = "com.brisko.daemon.xpc";
 
-// The one reply, which comes from a thread of the system, if at all. It may also come after nobody waits any
-// longer, so both sides share it.
+// The one reply, which comes on a thread of the system, if at all. It may come after the wait has ended, so
+// both sides share it.
 class Mailbox {
  public:
   // Only the first reply counts: a broken connection may report itself more than once.
@@ -40,8 +40,8 @@ class Mailbox {
   std::optional<ServiceReply> reply_;
 };
 
-// Sends one request over a connection of its own. Without a daemon, and when it does not accept us, the
-// connection only reports an error.
+// Sends one request over a new connection. Without a daemon, or if it does not accept us, the connection only
+// reports an error.
 template <typename Send>
 ServiceReply ask(double seconds, const Send& send) {
   @autoreleasepool {

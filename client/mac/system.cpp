@@ -9,6 +9,7 @@
 #include <sys/sysctl.h>
 #include <sys/time.h>
 
+#include "client/child_process.h"
 #include "client/launchd_text.h"
 #include "platform/macos/cf_value.h"
 #include "platform/macos/owned.h"
@@ -18,7 +19,7 @@ namespace {
 
 using platform::Owned;
 
-// None also for a Mac that has not slept since its start.
+// None also if the Mac has not slept since its start.
 std::optional<double> timeOf(const char* name) {
   timeval moment{};
   std::size_t size = sizeof moment;
@@ -40,7 +41,7 @@ struct CommandResult {
   bool succeeded = false;
 };
 
-// A fixed command with its whole path.
+// Runs a fixed command, given by its absolute path.
 CommandResult run(const char* command) {
   CommandResult result;
   std::FILE* const stream = ::popen(command, "r");
@@ -84,6 +85,10 @@ bool endDaemon(std::string& reason) {
   if (run("/bin/launchctl kill SIGTERM system/com.brisko.daemon 2>/dev/null").succeeded) return true;
   reason = "launchd does not run the daemon";
   return false;
+}
+
+bool openPage(const std::string& path, std::string& reason) {
+  return runProgram({"/usr/bin/open", path}, reason);
 }
 
 }  // namespace brisko::client

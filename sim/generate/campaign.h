@@ -38,7 +38,7 @@ inline constexpr int campaignInterrupted = 130;  // the status that shells give 
 struct Output {
   std::function<void(const std::string&)> print;
   std::function<void(const std::string&)> progress;
-  bool onTerminal = false;  // each progress line replaces the one before
+  bool onTerminal = false;  // each progress line replaces the previous one
 };
 
 // Runs the scenario of one seed. Tests may pass a function of their own.

@@ -19,7 +19,7 @@ using virtual_mac::Fault;
 
 constexpr const char* dataFolder = "/Library/Application Support/Brisko/";
 
-// What the incidents of a scenario are made of.
+// What incidents are generated from.
 struct Context {
   const MacTraits& mac;
   const ScenarioJson& settings;  // which the user's app restores
@@ -284,7 +284,7 @@ void removeSettings(std::int64_t at, const Context& context) {
   context.timeline.note(at + randomWhile(context.rng), actionOf("settings-replaced", context.settings));
 }
 
-// Writes a number that the daemon refuses to guess about. It ends the process again and again.
+// Writes a number that ends the daemon at every start.
 void writeFatalNumber(std::int64_t at, const Context& context) {
   constexpr std::array texts{R"({"limit": 1e30})", R"({"hysteresis": 18446744073709551616})",
                              R"({"thermalLimit": -1e300})",

@@ -1,6 +1,6 @@
 // sim/generate/scenario_generator.h
-// Generates a scenario from a seed: the Mac, its user's character and daily routine, and what goes wrong
-// meanwhile. The same seed gives the same bytes everywhere.
+// Generates a scenario from a seed: the Mac, its user's habits and daily routine, and faults. The same seed
+// gives the same bytes everywhere.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 namespace brisko::lab {
 
 enum class Faults : std::uint8_t {
-  none,  // an obedient Mac and a human user
+  none,  // a Mac without faults and an ordinary user
   some,  // common faults now and then
   all,   // everything in the virtual Mac's list of faults, and damage to files
 };

@@ -59,7 +59,7 @@ void say(int pipe, const std::string& line) {
   std::string_view rest = line;
   while (!rest.empty()) {
     const ssize_t count = ::write(pipe, rest.data(), rest.size());
-    if (count < 0 && errno != EINTR) ::_exit(1);  // nobody reads any more
+    if (count < 0 && errno != EINTR) ::_exit(1);  // the pipe is closed
     if (count > 0) rest.remove_prefix(static_cast<std::size_t>(count));
   }
 }

@@ -27,8 +27,7 @@ std::string stateText(const TickRecord& tick) {
 
 bool isCalibrating() { return gCal.phase != CalPhase::idle; }
 
-// ---------------------------------------------------------------------------------------------------------
-// The hardware is as the state says
+// --- The hardware matches the state
 
 constexpr Invariant hardwareFollowsState{2,
                                          "After a tick the hardware is as the state says: allow lets charge, "
@@ -77,8 +76,7 @@ class HardwareFollows final : public Rule {
   std::uint64_t disturbanceCount_ = 0;  // at the time when the present state was written
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The state that a tick ends in
+// --- The state that a tick ends in
 
 // macOS's own limit is not driven before the earlier limit is known, so the state stays as it was found.
 bool stateIsDriven() { return !gateIsMacOSLimit() || gNativeBefore.has_value(); }
@@ -161,8 +159,7 @@ class StateAfterATick final : public Rule {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The ceiling
+// --- The ceiling
 
 constexpr Invariant ceiling{9, "The charge never rises more than one percent above the limit."};
 
@@ -239,8 +236,7 @@ class Ceiling final : public Rule {
   std::optional<Interval> interval_;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Hysteresis
+// --- Hysteresis
 
 constexpr Invariant hysteresis{
     11, "After the target was reached no tick ends in allow before the charge has fallen to the floor."};

@@ -46,7 +46,7 @@ struct Shared {
   std::array<char, 1000> seen{};
 };
 
-// Whether keys, readings or files become less obedient with this change, or recover.
+// Whether the change disturbs keys, readings or files, or repairs them.
 bool disturbs(const virtual_mac::Change& change) {
   switch (change.kind) {
     case ChangeKind::keyPresent:
@@ -121,7 +121,7 @@ struct InvariantChecker::Impl final : Observation {
     shared->violated = true;
   }
 
-  // In a process a violation ends it at once: what it would do after that is of no interest.
+  // A violation ends a process at once, because its later actions are irrelevant.
   void found(const Invariant& invariant, const std::string& seen) const {
     note(invariant, seen);
     std::raise(SIGKILL);

@@ -23,8 +23,7 @@ using virtual_mac::JournalEntry;
 using virtual_mac::keyCode;
 using virtual_mac::Machine;
 
-// ---------------------------------------------------------------------------------------------------------
-// What the checks at the end need to know of the process
+// --- What the checks at the end need to know of the process
 
 class NotesForTheEnd final : public Rule {
  public:
@@ -57,8 +56,7 @@ class NotesForTheEnd final : public Rule {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// No cut over open
+// --- No cut while charging is allowed
 
 constexpr Invariant noCutOverOpen{3, "The adapter is never cut while the charge keys are open."};
 
@@ -100,8 +98,7 @@ class NoCutOverOpen final : public Rule {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Cut only when wanted
+// --- Cuts only with a reason
 
 constexpr Invariant cutOnlyWhenWanted{4,
                                       "The adapter is cut only when a tick wanted it: adapter there, "
@@ -177,8 +174,7 @@ class CutOnlyWhenWanted final : public Rule {
   bool brokenBefore_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Only own keys
+// --- Only own keys
 
 constexpr Invariant onlyOwnKeys{12, "Only the gate's own keys and the light are ever written."};
 
@@ -233,8 +229,7 @@ class OnlyOwnKeys final : public Rule {
   int cutWrites_ = 0;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Quiet when steady
+// --- No writes while nothing changes
 
 constexpr Invariant quietWhenSteady{13, "While nothing changes nothing is written."};
 
@@ -276,8 +271,7 @@ class QuietWhenSteady final : public Rule {
   std::uint64_t writtenTo_ = 0;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The exit gives back
+// --- The exit gives back
 
 constexpr Invariant exitGivesBack{1,
                                   "An exit gives everything back: the charge keys read open, the cut key "

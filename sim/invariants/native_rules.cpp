@@ -38,8 +38,7 @@ std::optional<std::int64_t> preferenceWritten(const JournalEntry& entry, LimitPr
   return value;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// What macOS's limit is set to
+// --- What macOS's limit is set to
 
 constexpr Invariant limitWrites{24,
                                 "macOS's limit is only set once the one before is known, to what the slider "
@@ -133,8 +132,7 @@ class WrittenAgain final : public Rule {
   bool wroteAfterDrift_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// What is needed at the end of the process
+// --- What is needed at the end of the process
 
 constexpr Invariant limitHandedBack{
     25, "An exit puts macOS's limit back to what it was; when idle it is left alone."};
@@ -160,8 +158,7 @@ class ForTheEnd final : public Rule {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// What macOS refused
+// --- What macOS refused
 
 constexpr Invariant refusedLimits{
     26, "What macOS refused is remembered until the exit; a floor of 80 is only kept for a limit below it."};

@@ -22,7 +22,7 @@ namespace brisko::lab {
 // Every key of the gate stores what is written and acts on it, and the system does not take it back.
 [[nodiscard]] bool keysObey(const virtual_mac::Machine& machine, const ChargeGate& gate);
 
-// Charge, adapter and temperature are shown truly and without delay.
+// Charge, adapter and temperature are shown correctly and without delay.
 [[nodiscard]] bool readingsAreTrue(const virtual_mac::Machine& machine);
 
 // Whether the daemon sees an adapter: through the controller's key, or else through the power source.

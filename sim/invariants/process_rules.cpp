@@ -21,8 +21,7 @@ using virtual_mac::JournalEntry;
 using virtual_mac::RequestKind;
 using virtual_mac::RequestStage;
 
-// ---------------------------------------------------------------------------------------------------------
-// The calibration
+// --- The calibration
 
 constexpr Invariant calibrationPhases{27,
                                       "A calibration goes through its phases in their order, one in a tick, "
@@ -92,8 +91,7 @@ class Calibration final : public Rule {
   double tickedAt_ = 0;  // machine time of the tick before
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Dormant or released
+// --- Dormant or released
 
 constexpr Invariant nothingAtRest{30, "When dormant or released nothing is driven and nothing published."};
 
@@ -142,8 +140,7 @@ class AtRest final : public Rule {
   bool wasReleased_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Each request has one reply
+// --- Each request has one reply
 
 class Replies final : public Rule {
  public:
@@ -172,11 +169,11 @@ class Replies final : public Rule {
     const double uptime = virtual_mac::uptimeOf(observation.machine());
     if (waiting != waiting_) waitsSince_ = uptime;
     waiting_ = waiting;
-    if (waiting_ && uptime - waitsSince_ > patience) violated(ticksAndReplies, "a request has no reply");
+    if (waiting_ && uptime - waitsSince_ > timeout) violated(ticksAndReplies, "a request has no reply");
   }
 
  private:
-  static constexpr double patience = 5;  // seconds
+  static constexpr double timeout = 5;  // seconds
 
   static bool isUnanswered(const ClientRequest& request) {
     return request.number != 0 && request.stage == RequestStage::delivered && request.answers == 0;
@@ -188,14 +185,13 @@ class Replies final : public Rule {
   double waitsSince_ = 0;                 // uptime
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// How a process ends
+// --- How a process ends
 
 constexpr Invariant noEndByInput{32,
                                  "Nothing that stands in a file or comes from the hardware ends the process, "
                                  "but for the numbers that cannot be kept."};
 
-// On a full disk the lab may lose a process's last words.
+// On a full disk the lab may lose the last output of a process.
 bool messageStartsWith(const std::string& errors, std::string_view words, const Disturbances& disturbances) {
   return errors.find(words) != std::string::npos || (disturbances.diskIsFull && errors.empty());
 }

@@ -38,8 +38,7 @@ std::string secondsText(double seconds) {
   return text.data();
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Nothing reappears after all data was erased
+// --- Nothing reappears after all data was erased
 
 constexpr Invariant nothingAfterErasure{14,
                                         "After all data was erased no file is created, written or renamed."};
@@ -68,8 +67,7 @@ class ErasedData final : public Rule {
   bool wasPurged_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The log: its size, its one generation, its lines
+// --- The log: its size, its one generation, its lines
 
 constexpr Invariant logFormat{15,
                               "The log stays below its cap, has one generation before it, and every line is "
@@ -151,8 +149,7 @@ class TheLog final : public Rule {
   off_t seen_ = 0;  // bytes of it that were checked, or that an earlier process left
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The status
+// --- The status
 
 constexpr Invariant statusInterval{
     16,
@@ -208,8 +205,7 @@ class TheStatus final : public Rule {
   std::string status_;  // as last written; "": not written, or unknown
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The history
+// --- The history
 
 constexpr Invariant historyInterval{
     17, "Samples of the history that say the same are at least 55 s apart, or 300 s."};
@@ -267,8 +263,7 @@ class TheHistory final : public Rule {
   std::optional<Line> last_;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Protected time
+// --- Protected time
 
 constexpr Invariant protectedTime{
     28, "Protected time grows by at most 60 s a tick, and only on the adapter while held or discharged."};
@@ -318,8 +313,7 @@ class ProtectedTime final : public Rule {
   double tickWall_ = 0;  // gLastStatsTick then
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Requests that are taken once
+// --- Requests that are served once
 
 constexpr Invariant requestsTakenOnce{29, "A request is taken once and then withdrawn for good."};
 

@@ -20,14 +20,14 @@
 
 namespace brisko::lab {
 
-inline constexpr double never = -1e300;  // machine time of what has not happened
+inline constexpr double never = -1e300;  // machine time of an event that has not happened
 
-// What the timeline has done, as far as rules make exceptions for it. Shared by the lab and the processes.
-// Times are machine time.
+// The actions of the timeline for which rules make exceptions. Shared by the lab and the processes. Times are
+// machine time.
 struct Disturbances {
   std::uint64_t actionCount = 0;  // how many actions so far
   double lastActionAt = never;    // the last of them
-  double disturbedAt = never;     // … that made keys, readings or files less obedient, or healed them
+  double disturbedAt = never;     // … that disturbed keys, readings or files, or repaired them
   double clockSteppedAt = never;  // the wall clock was set, either way
   double clockSteppedBackAt = never;
   double adapterChangedAt = never;  // plugged or unplugged
@@ -143,7 +143,7 @@ inline constexpr Invariant ticksAndReplies{
 // Called for every violated invariant with what was seen instead.
 using Violated = std::function<void(const Invariant& invariant, const std::string& seen)>;
 
-// One rule, or several that share their memory. Every process creates its own.
+// One rule, or several that share variables. Every process creates its own.
 class Rule {
  public:
   virtual ~Rule() = default;

@@ -28,8 +28,7 @@ double dateOf(const JournalEntry& entry) {
   return date;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Scheduled wakes
+// --- Scheduled wakes
 
 constexpr Invariant oneScheduledWake{
     18, "At most one wake of ours is scheduled; none after a full wake, an exit or when dormant."};
@@ -104,8 +103,7 @@ class Wakes final : public Rule {
   bool met_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The plan for a sleep
+// --- The plan for a sleep
 
 constexpr Invariant sleepPlan{19,
                               "Before sleep the band is frozen, or below it one wake is planned 5 to 45 "
@@ -228,8 +226,7 @@ class SleepPlans final : public Rule {
   ChargeState state_ = gState;  // after the iteration or tick before
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Answers
+// --- Answers
 
 constexpr Invariant promptAnswers{
     20, "Sleep is never delayed and never vetoed: each message gets one answer, at once."};
@@ -263,8 +260,7 @@ class Answers final : public Rule {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The quiet before a sleep
+// --- The quiet before a sleep
 
 constexpr Invariant quietBeforeSleep{
     21, "While a sleep is about to begin no tick writes keys, status or history."};
@@ -307,7 +303,7 @@ class QuietBeforeSleep final : public Rule {
     quietIn_ = since_.has_value() && !gSystemLocked && !wakes(observation);
   }
 
-  // The full wake ends the quiet in the same iteration in which it is heard.
+  // The full wake ends the pause in the same iteration in which the message arrives.
   static bool wakes(const Observation& observation) {
     const std::uint64_t from = observation.processSummary().journalSeen;
     return firstEntry(observation, from, observation.journal().written, [](const JournalEntry& entry) {

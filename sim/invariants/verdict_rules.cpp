@@ -23,8 +23,7 @@ std::string_view textOf(const std::string& line) {
   return std::string_view(line).substr(std::min(line.size(), stampWidth));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Giving up
+// --- Giving up
 
 constexpr Invariant givesUpLostCut{22,
                                    "A lost adapter cut is written again five times at most, and after the "
@@ -80,8 +79,7 @@ class GivesUp final : public Rule {
   bool givenUp_ = false;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The verdicts alternate
+// --- The verdicts alternate
 
 constexpr Invariant alternatingVerdicts{23, "The verdicts on a hold alternate."};
 
@@ -105,8 +103,7 @@ class VerdictsAlternate final : public Rule {
   std::optional<bool> last_;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Nothing is logged twice
+// --- Nothing is logged twice
 
 constexpr Invariant nothingLoggedTwice{
     33, "A summary never repeats the one before, and a change of state never names the state before."};

@@ -1,5 +1,5 @@
 // sim/machine/app_bundle.h
-// What a user does to the app on a machine's volume.
+// A user's actions on the app on a machine's volume.
 #pragma once
 
 #include <string>

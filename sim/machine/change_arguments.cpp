@@ -57,12 +57,12 @@ bool takeBytes(std::string_view text, Change& change) {
 }
 
 // Whether exactly the fault's arguments were given; otherwise sets the reason.
-bool hasRequiredArguments(const Fault& fault, const FaultArguments& said, std::string& reason) {
+bool hasRequiredArguments(const Fault& fault, const FaultArguments& arguments, std::string& reason) {
   const std::array<std::tuple<bool, const std::string*, const char*>, 4> parts{{
-      {fault.asks.key, &said.key, "a key"},
-      {fault.asks.number, &said.number, "a number"},
-      {fault.asks.bytes, &said.bytes, "bytes"},
-      {fault.asks.text, &said.property, "a property"},
+      {fault.asks.key, &arguments.key, "a key"},
+      {fault.asks.number, &arguments.number, "a number"},
+      {fault.asks.bytes, &arguments.bytes, "bytes"},
+      {fault.asks.text, &arguments.property, "a property"},
   }};
   for (const auto& [asked, text, what] : parts) {
     if (asked && text->empty()) reason = std::string(fault.name) + " needs " + what;
@@ -111,22 +111,22 @@ std::string asksText(const Fault& fault) {
 
 }  // namespace
 
-std::optional<Change> changeOf(std::string_view name, const FaultArguments& said, std::string& reason) {
+std::optional<Change> changeOf(std::string_view name, const FaultArguments& arguments, std::string& reason) {
   const Fault* fault = virtual_mac::findFault(name);
   if (fault == nullptr) {
     reason = std::string("there is no fault \"") + std::string(name) +
              "\"; \"brisko-vmac faults\" lists what can happen";
     return std::nullopt;
   }
-  if (!hasRequiredArguments(*fault, said, reason)) return std::nullopt;
+  if (!hasRequiredArguments(*fault, arguments, reason)) return std::nullopt;
   Change change = fault->change;
-  if (fault->asks.key && !takeKey(said.key, change, reason)) return std::nullopt;
-  if (fault->asks.number && !takeNumber(*fault, said.number, change, reason)) return std::nullopt;
-  if (fault->asks.bytes && !takeBytes(said.bytes, change)) {
-    reason = std::string("\"") + said.bytes + "\" is not up to 32 bytes in hexadecimal";
+  if (fault->asks.key && !takeKey(arguments.key, change, reason)) return std::nullopt;
+  if (fault->asks.number && !takeNumber(*fault, arguments.number, change, reason)) return std::nullopt;
+  if (fault->asks.bytes && !takeBytes(arguments.bytes, change)) {
+    reason = std::string("\"") + arguments.bytes + "\" is not up to 32 bytes in hexadecimal";
     return std::nullopt;
   }
-  if (fault->asks.text) change.text = virtual_mac::shortText(said.property);
+  if (fault->asks.text) change.text = virtual_mac::shortText(arguments.property);
   return change;
 }
 
@@ -138,17 +138,18 @@ std::optional<Change> parseSetting(std::string_view text, std::string& reason) {
     reason = std::string("there is nothing called \"") + std::string(name) + "\" to set";
     return std::nullopt;
   }
-  FaultArguments said;
-  if (equals != std::string_view::npos) said.number = text.substr(equals + 1);
-  if (name == "limit" && said.number == "off") said.number = "100";  // as the settings of macOS call it
-  return changeOf(name, said, reason);
+  FaultArguments arguments;
+  if (equals != std::string_view::npos) arguments.number = text.substr(equals + 1);
+  if (name == "limit" && arguments.number == "off")
+    arguments.number = "100";  // as the settings of macOS call it
+  return changeOf(name, arguments, reason);
 }
 
 std::optional<Change> parseKeyWrite(std::string_view text, std::string& reason) {
-  FaultArguments said;
-  said.key = text.substr(0, 4);
-  if (text.size() > 5 && text[4] == '=') said.bytes = text.substr(5);
-  auto change = changeOf("key-written", said, reason);
+  FaultArguments arguments;
+  arguments.key = text.substr(0, 4);
+  if (text.size() > 5 && text[4] == '=') arguments.bytes = text.substr(5);
+  auto change = changeOf("key-written", arguments, reason);
   if (!change)
     reason = std::string("\"") + std::string(text) + "\" is not of the form KEY=HEX, e.g. CHTE=01000000";
   return change;

@@ -1,6 +1,6 @@
 // sim/machine/change_arguments.h
-// The text form in which a user changes the machine. The machine's own list of faults defines what can be
-// given; this turns texts into entries of that list.
+// The text form in which a user changes the machine. The machine's list of faults defines the possible
+// changes; this parses texts into entries of that list.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,8 @@ struct FaultArguments {
 
 // The change that a fault stands for. None and a reason when the fault is unknown, when an argument is
 // missing or not wanted, and when a value is malformed or out of range.
-[[nodiscard]] std::optional<virtual_mac::Change> changeOf(std::string_view name, const FaultArguments& said,
+[[nodiscard]] std::optional<virtual_mac::Change> changeOf(std::string_view name,
+                                                          const FaultArguments& arguments,
                                                           std::string& reason);
 
 // "charge=70": a fault that needs only a number. "limit=off" is a limit of 100.

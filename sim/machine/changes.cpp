@@ -182,7 +182,7 @@ void raise(Machine& machine, const Change& change) {
   machine.pendingSignals |= 1U << static_cast<std::uint32_t>(change.number);
 }
 
-// Anything but a signal and a number of exchanges calls it off.
+// Any other value than a signal and a number of exchanges cancels it.
 void raiseAtExchange(Machine& machine, const Change& change) {
   Smc& smc = machine.smc;
   const bool wanted = change.status > 0 && change.number >= signals.least && change.number <= signals.most;
@@ -197,12 +197,12 @@ void setTeam(Machine& machine, const Change& change) {
 
 // --- The table
 
-// How the number of a change is taken.
+// How the number of a change is limited.
 enum class Takes : std::uint8_t {
   any,           // none, or a flag
-  range,         // beyond it as its nearest end, and as the least when it is not a number
-  rangeOrNever,  // the same, but everything below 0 as "never" or "not readable"
-  choice,        // beyond it the change has no effect
+  range,         // clamped; the least if it is not a number
+  rangeOrNever,  // the same, but below 0 it means "never" or "not readable"
+  choice,        // outside the range the change has no effect
 };
 
 struct Row {
@@ -331,12 +331,12 @@ double bounded(double number, const Range& range) {
   return number >= range.least ? std::min(number, range.most) : range.least;
 }
 
-void change(Machine& machine, const Row& row, Change said) {
-  const double number = said.number;
+void change(Machine& machine, const Row& row, Change requested) {
+  const double number = requested.number;
   if (row.takes == Takes::choice && !(number >= row.range.least && number <= row.range.most)) return;
-  if (row.takes != Takes::any) said.number = bounded(number, row.range);
-  if (row.takes == Takes::rangeOrNever && !(number >= 0)) said.number = notEver;
-  row.set(machine, said);
+  if (row.takes != Takes::any) requested.number = bounded(number, row.range);
+  if (row.takes == Takes::rangeOrNever && !(number >= 0)) requested.number = notEver;
+  row.set(machine, requested);
 }
 
 }  // namespace
@@ -347,11 +347,12 @@ const Range& rangeOf(ChangeKind kind) {
   return row == nullptr ? noNumber : row->range;
 }
 
-void apply(Machine& machine, const Change& said) {
+void apply(Machine& machine, const Change& requested) {
   const bool reached = adapterReachesBattery(machine);
-  if (const Row* row = rowOf(said.kind)) change(machine, *row, said);
+  if (const Row* row = rowOf(requested.kind)) change(machine, *row, requested);
   settle(machine, reached);
-  if (said.kind == ChangeKind::charge || said.kind == ChangeKind::batteryInstalled) publishGauge(machine);
+  if (requested.kind == ChangeKind::charge || requested.kind == ChangeKind::batteryInstalled)
+    publishGauge(machine);
 }
 
 }  // namespace brisko::virtual_mac

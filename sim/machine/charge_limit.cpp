@@ -150,8 +150,6 @@ std::string valueText(const JournalEntry& entry) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------------------
-
 ChargeLimit freshLimit(bool offered) {
   ChargeLimit limit{};
   limit.offered = offered;
@@ -240,8 +238,6 @@ void guardLimit(Machine& machine, double seconds) {
   if (seconds < 0) limit.revertAt = unset;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 LimitClient loadClient(Machine& machine) {
   ++machine.limit.calls.loads;
   const LimitClient client = machine.limit.client;
@@ -276,8 +272,6 @@ std::optional<bool> setByClient(Machine& machine, Journal& journal, std::int64_t
   entry.status = answer.value_or(false) ? 0 : 1;
   return answer;
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 std::string_view nameOf(LimitPreference preference) {
   return preferenceNames[static_cast<std::size_t>(preference)];
@@ -320,8 +314,6 @@ void notify(Machine& machine, Journal& journal, std::string_view name) {
   std::copy_n(name.begin(), entry.size, entry.bytes.begin());
   if (ours) notifyService(machine);
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 std::string limitEntryText(const JournalEntry& entry) {
   switch (entry.command) {

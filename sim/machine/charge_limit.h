@@ -5,7 +5,7 @@
 // Terms: an "order" is what the preferences request. The service reads it when it is told of a change, takes
 // it `delay` seconds later and enforces it from then on. The service does nothing while the Mac sleeps or is
 // off: what came due meanwhile happens at wake, and at boot the preferences are read again. The hardware
-// itself keeps to the enforced limit at all times.
+// always enforces the applied limit.
 #pragma once
 
 #include <cstdint>
@@ -21,8 +21,7 @@ inline constexpr std::int64_t lowestOffered = 80;  // percent, on the slider and
 inline constexpr std::int64_t limitStep = 5;       // percent
 inline constexpr double restingMargin = 5;         // percent: charging begins again below the limit less this
 
-// ---------------------------------------------------------------------------------------------------------
-// For the machine's own files; readings for tools and tests
+// --- For the machine's own files; readings for tools and tests
 
 [[nodiscard]] ChargeLimit freshLimit(bool offered);
 
@@ -55,8 +54,7 @@ void askForFullCharge(Machine& machine, double seconds);
 // Another program restores the present limit this many seconds after each change; below 0: never.
 void guardLimit(Machine& machine, double seconds);
 
-// ---------------------------------------------------------------------------------------------------------
-// The client in PowerUI, for the seam
+// --- The client in PowerUI, for the seam
 
 // What a program finds when it loads the framework.
 [[nodiscard]] LimitClient loadClient(Machine& machine);
@@ -68,8 +66,7 @@ void noteClientMade(Machine& machine);
 [[nodiscard]] std::optional<std::int64_t> clientSaysLimit(Machine& machine);  // percent
 [[nodiscard]] std::optional<bool> setByClient(Machine& machine, Journal& journal, std::int64_t percent);
 
-// ---------------------------------------------------------------------------------------------------------
-// Preferences, for the seam
+// --- Preferences, for the seam
 
 inline constexpr std::string_view limitDomain = "com.apple.smartcharging.topoffprotection";
 inline constexpr std::string_view limitNotification = "com.apple.smartcharging.defaultschanged";
@@ -86,8 +83,6 @@ void notePreferenceWrite(Machine& machine, Journal& journal, LimitPreference whi
 void storePreference(Machine& machine, LimitPreference which, const Preference& value);
 // A notification to the whole system; the service listens for one of them.
 void notify(Machine& machine, Journal& journal, std::string_view name);
-
-// ---------------------------------------------------------------------------------------------------------
 
 // The text of a journal entry about the limit, e.g. "limit set 80"; empty when the entry is about something
 // else.

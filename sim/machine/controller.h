@@ -25,7 +25,7 @@ void releaseKey(SmcKey& key);
 // because from then on macOS itself controls charging.
 void closeOrOpenKeys(Machine& machine);
 
-// What the hardware follows at this moment, as the keys order it. The firmware's band also depends on the
+// What the hardware follows at this moment, according to the keys. The firmware's band also depends on the
 // charge.
 struct ChargeOrders {
   bool adapterCut;

@@ -24,7 +24,7 @@ namespace brisko::virtual_mac {
 // The layout of the record. A file with another version is refused.
 inline constexpr std::uint32_t machineVersion = 5;
 
-// The machine time of what is not going to happen.
+// The machine time of an event that will not happen.
 inline constexpr double never = std::numeric_limits<double>::infinity();
 
 // In the record, such a moment is below 0.
@@ -45,8 +45,7 @@ using ShortText = std::array<char, 40>;
 [[nodiscard]] ShortText shortText(std::string_view text);  // cut to 39 bytes
 [[nodiscard]] std::string_view textOf(const ShortText& text);
 
-// ---------------------------------------------------------------------------------------------------------
-// The system management controller
+// --- The system management controller
 
 // Where the value of a key comes from when it is read.
 enum class KeySource : std::uint8_t {
@@ -96,8 +95,7 @@ struct Smc {
   bool lightTaken;  // macOS resets "ACLC" whenever the adapter or the charging it publishes changes
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Battery, adapter, weather
+// --- Battery, adapter, weather
 
 // From this share of the full charge on the charger asks for no more than this current.
 struct ChargeStep {
@@ -187,8 +185,7 @@ inline constexpr std::size_t propertyChanges = 8;
 
 enum class PowerSourceFault : std::uint8_t { none, noSnapshot, emptyList, noInternalBattery, upsFirst };
 
-// ---------------------------------------------------------------------------------------------------------
-// The system around it
+// --- The system around it
 
 struct System {
   std::int64_t macOS;          // major version
@@ -205,8 +202,7 @@ struct System {
   bool daemonSignatureReadable;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Sleep, wake and the power service. There is one client at most: the daemon.
+// --- Sleep, wake and the power service. There is one client at most: the daemon.
 
 enum class SleepStage : std::uint8_t {
   none,       // awake, asleep, or on the dark part of the way to sleep
@@ -295,9 +291,9 @@ struct Sleep {
   std::uint64_t strayAnswers;  // answers to messages that did not wait for one
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The control service and its clients, in virtual time. A request waits until a daemon listens and the Mac is
-// awake, because the system keeps it for a service that has not started yet.
+// --- The control service and its clients, in virtual time
+// A request waits until a daemon listens and the Mac is awake, because the system keeps it for a service that
+// has not started yet.
 
 enum class RequestKind : std::uint8_t { applySettings, purgeAllData, releaseCharge, restart };
 
@@ -329,9 +325,9 @@ struct Control {
   std::array<ClientRequest, requestPlaces> requests;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// The charge limit of macOS. Its settings are preferences on the machine's disk. When a service is told of a
-// change it reads them, takes them a little later and then enforces them. charge_limit.h has the rules.
+// --- The charge limit of macOS
+// Its settings are preferences on the machine's disk. When a service is notified of a change it reads them,
+// applies them a little later and then enforces them. charge_limit.h has the rules.
 
 // A preference as stored on the disk. Data, lists and dictionaries are not supported and count as no value.
 enum class PreferenceKind : std::uint8_t { none, boolean, integer, real, text, date };
@@ -407,8 +403,7 @@ struct ChargeLimit {
   LimitCalls calls;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Changes: the one list of what a user, the weather or a fault may do to the machine. Each is believable;
+// --- Changes: the one list of what a user, the weather or a fault may do to the machine. Each is believable;
 // faults.h says why, and names them for the tools. Only requests are not faults: they are what users do in
 // the app.
 
@@ -528,9 +523,9 @@ struct Machine {
 };
 static_assert(std::is_trivially_copyable_v<Machine>);
 
-// ---------------------------------------------------------------------------------------------------------
-// The journal: exchanges in the order in which they happened; the oldest are overwritten first. Writes are
-// always recorded, reads only if requested. Traffic between the power or control service and its clients, and
+// --- The journal
+// Exchanges in the order in which they happened; the oldest are overwritten first. Writes are always
+// recorded, reads only if requested. Traffic between the power or control service and its clients, and
 // operations on macOS's limit, are recorded among the exchanges, so that the order of everything is visible.
 
 struct JournalEntry {
@@ -568,8 +563,7 @@ struct Journal {
 };
 static_assert(std::is_trivially_copyable_v<Journal>);
 
-// ---------------------------------------------------------------------------------------------------------
-// Operations
+// --- Operations
 
 enum class GateKind : std::uint8_t { chte, ch0b0c, firmwareBand, none };
 enum class CutKind : std::uint8_t { chie, ch0i, ch0j, none };

@@ -44,7 +44,7 @@ struct MachineFile {
 };
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
-// A descriptor that its owner closes.
+// A descriptor that is closed by its destructor.
 class File {
  public:
   File() = default;

@@ -72,7 +72,7 @@ std::string percentText(std::int64_t limit) {
   return formatted("%lld %%", static_cast<long long>(limit));
 }
 
-// What the settings request, beside what the hardware does. An order has an effect only once it is taken.
+// What the settings request, and what the hardware does. An order has an effect only when it is applied.
 std::string limitText(const Machine& machine) {
   const virtual_mac::ChargeLimit& limit = machine.limit;
   if (!virtual_mac::hasLimit(machine)) return "this macOS has none";

@@ -20,7 +20,7 @@ namespace brisko::vmac {
 [[nodiscard]] std::string keyText(const virtual_mac::SmcKey& key);
 [[nodiscard]] std::string keyName(std::uint32_t code);
 
-// What the keys order the hardware to do: "allow", "hold" or "discharge".
+// The state that the keys request from the hardware: "allow", "hold" or "discharge".
 [[nodiscard]] const char* gateText(const virtual_mac::Machine& machine);
 
 }  // namespace brisko::vmac

@@ -15,7 +15,7 @@ namespace brisko::virtual_mac {
 [[nodiscard]] std::span<const Model> models();                // "air13", "pro14", "pro16"
 [[nodiscard]] const Model* findModel(std::string_view name);  // null when there is none
 
-// What stops charging and what cuts the adapter, as the tools call it.
+// The tools' names for what stops charging and what cuts the adapter.
 inline constexpr std::array<std::pair<std::string_view, GateKind>, 4> gateNames{{
     {"chte", GateKind::chte},
     {"ch0b0c", GateKind::ch0b0c},

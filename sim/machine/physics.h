@@ -2,8 +2,8 @@
 // Battery, adapter and temperature over time, and what the gauge and powerd publish of them. Only the
 // machine's own files include this.
 //
-// Physics moves in steps of one second, at whole seconds of machine time, so it does not matter how often
-// somebody reads the machine. Only the four basic operations are used: the same machine gives the same bits
+// Physics moves in steps of one second, at whole seconds of machine time, so it does not matter how often the
+// machine is read. Only the four basic operations are used, so the same machine gives the same bits
 // everywhere.
 #pragma once
 
@@ -26,7 +26,7 @@ struct Flow {
 // Simulates one second. False when it changed nothing: then the next one will change nothing either.
 bool passSecond(Machine& machine, const Flow& flow);
 
-// Sets the charge by the percentage shown, 0 … 100. 100 means a battery that the charger has finished with.
+// Sets the charge by the percentage shown, 0 … 100. 100 means that the charger has finished.
 void setShownLevel(Battery& battery, double percent);
 
 // The pack's voltage at this moment, in V.

@@ -22,8 +22,7 @@ bool isFullyAwake(const Machine& machine) {
   return machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Messages
+// --- Messages
 
 PowerNotice& placeOf(Sleep& sleep, std::uint32_t token) { return sleep.notices[token % noticePlaces]; }
 
@@ -51,8 +50,7 @@ void endStage(Sleep& sleep) {
   sleep.stageEndsAt = unset;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Scheduled events
+// --- Scheduled events
 
 std::span<ScheduledEvent> eventsOf(Sleep& sleep) { return {sleep.events.data(), sleep.eventPlaces}; }
 std::span<const ScheduledEvent> eventsOf(const Sleep& sleep) {
@@ -142,8 +140,7 @@ KernelStatus removeEvent(Sleep& sleep, const ScheduledEvent& event) {
   return platform::kernelSuccess;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The journal
+// --- The journal
 
 void noteEvent(const Machine& machine, Journal& journal, std::uint8_t command, double date,
                KernelStatus status) {
@@ -351,8 +348,6 @@ void cancelEverything(Sleep& sleep) {
 }
 
 }  // namespace
-
-// ---------------------------------------------------------------------------------------------------------
 
 Sleep freshSleep() {
   Sleep sleep{};

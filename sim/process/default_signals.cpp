@@ -19,7 +19,7 @@ void takeDefaultSignals() {
 }
 
 pid_t forkWithDefaultSignals() {
-  // A signal that is blocked waits, also one that is ignored.
+  // While it is blocked, a signal stays pending even if it is ignored.
   sigset_t all;
   sigset_t before;
   sigfillset(&all);

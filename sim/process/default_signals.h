@@ -1,16 +1,16 @@
 // sim/process/default_signals.h
-// The signals that a process starts with. launchd ignores and blocks none; a program started under nohup, or
-// with an "&" in a script, ignores some, and so would every process that it starts.
+// The state of the signals at the start of a process. launchd ignores and blocks none. A program that was
+// started under nohup, or with "&" in a script, ignores some, and its children would inherit that.
 #pragma once
 
 #include <sys/types.h>
 
 namespace brisko::sim {
 
-// A fork whose child has every signal as launchd gives it. No signal that is sent to the child is lost.
+// A fork whose child has its signals as under launchd. No signal that is sent to the child is lost.
 [[nodiscard]] pid_t forkWithDefaultSignals();
 
-// For a piece of this process's own: none of the signals that end a process is ignored or blocked.
+// The same for this process: from now on no signal that ends a process is ignored or blocked.
 void takeDefaultSignals();
 
 }  // namespace brisko::sim

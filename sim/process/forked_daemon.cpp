@@ -23,8 +23,8 @@
 namespace brisko::sim {
 namespace {
 
-// The parent sends an order, the child answers with one byte when it stands there. A line that ends says
-// that the other side is gone.
+// The parent sends an order, and the child answers with one byte when it has reached the horizon. End of file
+// means that the other side has ended.
 class Channel {
  public:
   explicit Channel(int end) : end_(end) {}
@@ -57,13 +57,13 @@ class Channel {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// What the parent sends.
+// An order of the parent.
 struct RunCommand {
   double horizon;      // machine time
-  rlim_t maxFileSize;  // bytes; a process can limit itself on every system, and its children on few
+  rlim_t maxFileSize;  // bytes; set by the child, because few systems let a process limit another
 };
 
-// A child whose parent is gone ends without a word: nothing of the daemon may run on its own account.
+// A child whose parent has ended exits silently, because the daemon must not run on its own.
 double nextHorizon(const Channel& channel) {
   RunCommand command{};
   if (!channel.receive(command)) ::_exit(1);
@@ -72,7 +72,7 @@ double nextHorizon(const Channel& channel) {
   return command.horizon;
 }
 
-// The child. It must not get back into the code above it, whatever the daemon throws: hence noexcept.
+// The child. noexcept, because it must never return into the caller's code, whatever the daemon throws.
 [[noreturn]] void runChild(const Channel& channel, const std::vector<std::string>& arguments,
                            const ForkOptions& options, int output, int errors) noexcept {
   const int nothing = ::open("/dev/null", O_RDONLY);
@@ -89,7 +89,7 @@ double nextHorizon(const Channel& channel) {
     if (options.onResume) options.onResume();
     return horizon;
   });
-  // As after the end of main(): exit hooks run, also the sanitizers'.
+  // As after the end of main(): exit hooks run, including those of the sanitizers.
   std::exit(enter(arguments));
 }
 
@@ -135,14 +135,14 @@ ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) throwError("socketpair");
-  // What is buffered here would be written twice.
+  // Otherwise the child would write the buffered output a second time.
   std::fflush(nullptr);
   impl_->child = forkWithDefaultSignals();
   if (impl_->child < 0) throwError("fork");
   if (impl_->child == 0) {
     ::close(ends[0]);
     const Channel channel(ends[1]);
-    // A full disk is an error to the daemon, and no signal.
+    // For the daemon a full disk must be an error, not a signal.
     std::signal(SIGXFSZ, SIG_IGN);
     virtual_mac::useFileEventQueue(options.fileEvents);
     if (options.prepare) options.prepare();

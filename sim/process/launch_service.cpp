@@ -27,14 +27,14 @@ namespace {
 using virtual_mac::MachineStore;
 
 constexpr double throttleSeconds = 10;  // machine time between two starts
-constexpr int exitTimeoutSeconds = 20;  // real time that the daemon gets to end, as launchd gives it
+constexpr int exitTimeoutSeconds = 20;  // real time for the daemon to end, as under launchd
 
 void complain(const std::string& text) {
   static_cast<void>(std::fprintf(stderr, "brisko-vmac: %s\n", text.c_str()));
 }
 
-// The lock that says who has booted a machine. The kernel frees it with its holder, so a boot that was killed
-// leaves nothing behind; the file also tells the holder's process id.
+// The lock of the process that has booted a machine. The kernel releases it when that process ends, so a
+// killed boot leaves no lock behind. The file also contains the process id.
 class BootLock {
  public:
   explicit BootLock(const std::string& folder)
@@ -52,7 +52,7 @@ class BootLock {
            ::pwrite(descriptor_, holder.data(), holder.size(), 0) == static_cast<ssize_t>(holder.size());
   }
 
-  // The process that holds it; none when it is free.
+  // The process that holds the lock; none if it is free.
   [[nodiscard]] std::optional<pid_t> holder() {
     if (descriptor_ < 0 || ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return std::nullopt;
     std::array<char, 32> text{};
@@ -76,7 +76,7 @@ std::string makeLogFolder(const MachineStore& store) {
   return folder;
 }
 
-// The child's environment: ours, with the machine named.
+// The child's environment: ours, and the variable that names the machine.
 std::vector<std::string> environmentFor(const std::string& folder) {
   std::vector<std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -94,25 +94,25 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// In the child: becomes the daemon. Comes back only when that fails.
+// In the child: executes the daemon. Returns only on failure.
 void becomeDaemon(const std::string& errorLog, std::vector<std::string> arguments,
                   std::vector<std::string> environment) {
-  // Without its launch service there is no machine: the daemon's power is cut with it.
+  // If the launch service dies, the machine has no power any more, so the daemon is killed.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   const int errors = ::open(errorLog.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (errors >= 0) ::dup2(errors, STDERR_FILENO);
-  // The signals that this program waits for are blocked here; the daemon starts with none blocked.
+  // This program blocks the signals for which it waits; the daemon starts with none blocked.
   sigset_t none;
   sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   ::execve(arguments.front().c_str(), pointersTo(arguments).data(), pointersTo(environment).data());
 }
 
-// Starts the daemon; none when it cannot be started.
+// Starts the daemon; none if that fails.
 std::optional<pid_t> startDaemon(const BootOptions& options, const std::string& errorLog) {
   std::vector<std::string> arguments{options.daemon};
   arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
-  // Closed by the start of the daemon; else the reason comes through it.
+  // Closed when the daemon starts; otherwise it transfers the error.
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
   const pid_t child = ::fork();
@@ -144,7 +144,7 @@ timespec toTimespec(double seconds) {
   return {whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
 }
 
-// Waits for one of the signals, at most `seconds` of real time. 0: the time is up.
+// Waits for one of the signals, at most `seconds` of real time. Returns 0 on a timeout.
 int awaitSignal(double seconds) {
   const sigset_t signals = awaitedSignals();
   const timespec limit = toTimespec(std::max(seconds, 0.0));
@@ -174,7 +174,7 @@ void endDaemon(pid_t child) {
   static_cast<void>(::waitpid(child, nullptr, 0));
 }
 
-// Runs one daemon to its end. True when this program was asked to end meanwhile.
+// Runs one daemon until it ends. True if this program was asked to end in the meantime.
 bool runDaemon(pid_t child) {
   constexpr double longWait = 3600;
   while (true) {
@@ -187,7 +187,7 @@ bool runDaemon(pid_t child) {
   }
 }
 
-// Keeps two starts apart. True when this program was asked to end meanwhile.
+// Waits between two starts. True if this program was asked to end in the meantime.
 bool throttle(MachineStore& store, double startedAt) {
   while (true) {
     const double wait = startedAt + throttleSeconds - machineTimeNow(store);
@@ -196,7 +196,7 @@ bool throttle(MachineStore& store, double startedAt) {
   }
 }
 
-// The power service does not wait for the dead.
+// The power service does not wait for a dead process.
 void noteDaemonsEnd(MachineStore& store) {
   const auto update = store.update();
   virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));

@@ -1,5 +1,5 @@
 // sim/process/log_lines.h
-// Lines of what the daemon writes.
+// Splits the daemon's output into lines.
 #pragma once
 
 #include <string>
@@ -7,9 +7,9 @@
 
 namespace brisko::sim {
 
-// All lines of the text; the last one may lack its end.
+// All lines of the text; the last one may be incomplete.
 [[nodiscard]] std::vector<std::string> linesOf(std::string text);
-// Takes the whole lines out of the text; what remains is the beginning of the next one.
+// Removes the complete lines from the text and returns them; the text keeps the beginning of the next one.
 [[nodiscard]] std::vector<std::string> takeWholeLines(std::string& text);
 // A line of the log without its time stamp.
 [[nodiscard]] std::string withoutStamp(const std::string& line);

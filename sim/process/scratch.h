@@ -1,6 +1,6 @@
 // sim/process/scratch.h
-// Places for what is thrown away afterwards. They lie in memory where the system has such a place: a
-// simulated year writes thousands of small files. What cannot be made ends in a std::system_error.
+// Temporary folders and files, in memory if the system offers that, because a simulated year writes thousands
+// of small files. A failure throws std::system_error.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace brisko::sim {
 
-// A new folder with a name that begins with `prefix`, removed with everything in it at the end.
+// A new folder whose name begins with `prefix`, removed with its contents by the destructor.
 class ScratchFolder {
  public:
   explicit ScratchFolder(const std::string& prefix);
@@ -23,10 +23,10 @@ class ScratchFolder {
   std::string path_;
 };
 
-// From now on they lie in this folder.
+// From now on temporary folders and files are created in this folder.
 void setScratchRoot(const std::string& folder);
 
-// An open file, for reading and appending, that has no name any more.
+// An open file without a name, for reading and appending.
 [[nodiscard]] int namelessFile();
 
 }  // namespace brisko::sim

@@ -1,5 +1,5 @@
 // sim/process/shared_memory.h
-// One object in memory that this process shares with the children that it forks.
+// An object in memory that this process shares with its forked children.
 #pragma once
 
 #include <cerrno>
@@ -14,7 +14,7 @@ namespace brisko::sim {
 template <class T>
 class SharedMemory {
  public:
-  // A std::system_error if there is no memory.
+  // Throws std::system_error if there is no memory.
   SharedMemory() {
     static_assert(std::is_trivially_destructible_v<T>, "nobody destroys it");
     void* memory = ::mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -25,7 +25,7 @@ class SharedMemory {
   SharedMemory(const SharedMemory&) = delete;
   SharedMemory& operator=(const SharedMemory&) = delete;
 
-  // Const as a pointer is: what it points to may be changed.
+  // Const like a pointer: the object can still be changed.
   [[nodiscard]] T& operator*() const { return *object_; }
   [[nodiscard]] T* operator->() const { return object_; }
 

@@ -22,9 +22,9 @@ namespace fs = std::filesystem;
 
 constexpr double shortestThrottle = 10;  // seconds between two starts
 constexpr double longestThrottle = 3600;
-constexpr double exitTimeout = 20;  // what the daemon gets to end before a shutdown
+constexpr double exitTimeout = 20;  // for the daemon to end before a shutdown
 constexpr double journalInterval =
-    3600;  // between two looks at the journal, which keeps the latest entries only
+    3600;  // between two reads of the journal, which keeps only the latest entries
 
 SimulationObserver& nobody() {
   static SimulationObserver observer;
@@ -58,8 +58,7 @@ void Simulation::begin() {
   if (starts_) startDaemon();
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Time
+// --- Time
 
 void Simulation::pass(double seconds) {
   const double end = machine().now + seconds;
@@ -137,8 +136,7 @@ std::vector<virtual_mac::JournalEntry> Simulation::newEntries() const {
   return entries;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// What happens
+// --- Actions
 
 void Simulation::change(const virtual_mac::Change& change) {
   ++actions_;
@@ -212,7 +210,7 @@ void Simulation::boot() {
 void Simulation::setDiskFull(bool full) {
   diskIsFull_ = full;
   observer_->beforeDiskFull(full);
-  // What is there can still be cut to nothing, and nothing can be added: as on a disk without room.
+  // Files can still be truncated, but they cannot grow, as on a full disk.
   if (process_ != nullptr) process_->limitFileSize(full ? std::optional<std::uint64_t>(0) : std::nullopt);
 }
 
@@ -261,8 +259,7 @@ void Simulation::remove(std::string_view unmapped) {
   fs::remove_all(path(unmapped), ignored);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// What can be seen
+// --- Observations
 
 std::vector<std::uint8_t> Simulation::key(std::string_view name) const { return keyBytes(machine(), name); }
 

@@ -1,10 +1,10 @@
 // sim/process/simulation.h
-// A virtual Mac in virtual time: the machine in memory, its volume in a folder that is thrown away, the
-// daemon as a forked process on it, and the launch service, which starts the daemon again when it ends, at
-// most every 10 s. The machine is attached to the seam of this process and of every process forked from it.
+// A virtual Mac in virtual time: the machine in memory, its volume in a temporary folder, the daemon as a
+// forked process on it, and the launch service, which restarts the daemon when it ends, at most every 10 s.
+// The machine is attached to the seam of this process and of every process forked from it.
 //
-// Who wants to control processes by hand leaves the launch service alone: forkOptions() has what a process on
-// this Mac needs, and advance() lets time pass while none runs.
+// To control processes by hand, do not use the launch service: forkOptions() returns the options for a
+// process on this Mac, and advance() lets time pass while none runs.
 #pragma once
 
 #include <cstdint>
@@ -24,39 +24,39 @@
 
 namespace brisko::sim {
 
-// What stands when a simulation begins.
+// The state at the beginning of a simulation.
 struct SimulationSetup {
   virtual_mac::Machine machine;
   std::vector<std::string> arguments = {};  // of the daemon
   std::map<std::string, std::string> environment = {};
-  bool keptAlive = true;  // the launch service starts the daemon again
-  bool started = true;    // … and for the first time at once
-  // Processes that end at once and for the same reason are nothing new: the launch service waits twice as
-  // long after each, up to an hour, until something happens. No real one does.
+  bool keptAlive = true;  // the launch service restarts the daemon
+  bool started = true;    // … and starts it at the beginning
+  // Repeated crashes at the start show nothing new, so the launch service waits twice as long after each, up
+  // to an hour, until the next action. launchd does not do that.
   bool backsOff = false;
 };
 
-// Sees what happens in a simulation, and can end it. It changes nothing.
+// Observes a simulation and can end it, but changes nothing.
 class SimulationObserver {
  public:
   virtual ~SimulationObserver() = default;
 
-  // --- In the process that simulates
+  // --- In the simulating process
 
   virtual void beforeChange(const virtual_mac::Change&) {}
   virtual void afterChange() {}
-  // Of a file that is written, what it is given; of one that is removed, nothing.
+  // `text` is what will be written to the file; empty if the file will be removed.
   virtual void beforeFileChange(std::string_view /*path*/, std::string_view /*text*/) {}
   virtual void beforeSignal(int /*number*/) {}
-  virtual void beforeDiskFull(bool /*full*/) {}  // also as it stands, whenever a process starts
+  virtual void beforeDiskFull(bool /*full*/) {}  // also with the present state when a process starts
   virtual void beforeStart() {}
   virtual void processEnded(const ForkedDaemon&) {}
   virtual void lineLogged(const std::string& /*line*/) {}
-  // A slice is how long time passes without a look at the machine.
+  // A slice is the time between two observations of the machine.
   virtual void sliceBegins() {}
   virtual void sliceEnded() {}
   [[nodiscard]] virtual double longestSlice() const { return std::numeric_limits<double>::infinity(); }
-  [[nodiscard]] virtual bool isOver() const { return false; }  // no more time is to pass
+  [[nodiscard]] virtual bool isOver() const { return false; }  // time must not advance any more
 
   // --- In a process of the daemon
 
@@ -73,57 +73,58 @@ class Simulation {
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
 
-  // From now on; the observer outlives every use of the simulation but its end.
+  // From now on. The observer must outlive the simulation, except its destructor.
   void observe(SimulationObserver& observer) { observer_ = &observer; }
 
-  // Starts the first process, unless it is not wanted yet.
+  // Starts the first process, if the setup says so.
   void begin();
-  // Lets time pass; with 0 the daemon does what is due at this moment.
+  // Lets time pass; with 0 the daemon only does what is due now.
   void pass(double seconds);
 
-  // --- Processes that somebody else controls
+  // --- Processes that the caller controls
 
-  // For a process on this Mac with these arguments. There may be one at a time.
+  // The options for a process on this Mac with these arguments. Only one process may run at a time.
   [[nodiscard]] ForkOptions forkOptions(std::vector<std::string> arguments);
-  // Moves machine time on while no process runs.
+  // Advances machine time while no process runs.
   void advance(double seconds);
 
-  // --- What happens
+  // --- Actions
 
   void change(const virtual_mac::Change& change);
   void startDaemon();    // now
-  void unloadService();  // ends the daemon, and keeps it so
-  void loadService();    // and starts it
-  void shutDown();       // the daemon is told to end first
-  void losePower();      // it is not
+  void unloadService();  // ends the daemon permanently
+  void loadService();    // starts it again
+  void shutDown();       // ends the daemon with a signal first
+  void losePower();      // without a signal
   void boot();
-  void setDiskFull(bool full);  // whether what the daemon writes fails for want of room
-  // A client asks the control service; the request carries `settings` when it is one to apply them. Returns
-  // its number.
+  void setDiskFull(bool full);  // whether the daemon's writes fail because the disk is full
+  // Sends a request of a client to the control service, with `settings` if it applies them. Returns its
+  // number.
   std::uint64_t ask(virtual_mac::RequestKind kind, std::uint32_t client, std::string_view settings = {});
-  // Files on the volume, here and below by their unmapped paths.
-  bool write(std::string_view path, std::string_view text);  // in place; makes the folders. False: it failed
-  void replace(std::string_view path, std::string_view text);  // by a new file of this name
+  // Files on the volume. All paths here are unmapped.
+  bool write(std::string_view path, std::string_view text);    // in place; creates folders; false on failure
+  void replace(std::string_view path, std::string_view text);  // with a new file
   void remove(std::string_view path);
 
-  // --- What can be seen
+  // --- Observations
 
   [[nodiscard]] virtual_mac::MachineStore& store() { return *store_; }
   [[nodiscard]] const virtual_mac::Machine& machine() const { return store_->view().machine(); }
-  // The bytes that a read of the controller's key shows now.
+  // The bytes that a read of the controller's key returns now.
   [[nodiscard]] std::vector<std::uint8_t> key(std::string_view name) const;
   [[nodiscard]] std::vector<double> pendingWakes() const;  // dates of the scheduled power events
-  // "done", the error text, "refused", or "" while there is no reply: to the request, or to the latest one.
+  // The reply to the request, or to the latest one: "done", the error text, "refused", or "" without a reply.
   [[nodiscard]] std::string reply(std::uint64_t request) const;
   [[nodiscard]] std::string reply() const { return reply(latestRequest_); }
 
   [[nodiscard]] bool daemonRuns() const { return process_ != nullptr && process_->alive(); }
-  // Of the process that ended last.
+  [[nodiscard]] bool serviceIsLoaded() const { return keptAlive_; }
+  // For the process that ended last.
   [[nodiscard]] std::optional<int> exitStatus() const { return exitStatus_; }
   [[nodiscard]] std::optional<int> endSignal() const { return endSignal_; }
   [[nodiscard]] std::string errors() const;  // of the latest process: its standard error
-  // Everything that the daemon logged, with and without the time. Its standard output, which has the lines
-  // also when the file has them no longer.
+  // Everything that the daemon logged, with and without the time, read from its standard output, which keeps
+  // lines that are no longer in the file.
   [[nodiscard]] const std::vector<std::string>& stampedLog() const { return stamped_; }
   [[nodiscard]] std::vector<std::string> logSinceCheckpoint() const;
   // The journal as entries, and as texts (sim/machine/journal_text.h).
@@ -162,19 +163,19 @@ class Simulation {
   bool endNoted_ = true;
   double startedAt_ = 0;  // machine time
   bool backsOff_;
-  double throttle_;                 // the throttle after processes that ended at once …
-  std::uint64_t actionsAtEnd_ = 0;  // … unless something happened since
+  double throttle_;                 // the throttle after crashes at the start …
+  std::uint64_t actionsAtEnd_ = 0;  // … unless an action has followed
   std::uint64_t actions_ = 0;       // changes of the machine and of files
   std::optional<int> exitStatus_;
   std::optional<int> endSignal_;
   std::uint64_t latestRequest_ = 0;
 
   std::size_t outputSeen_ = 0;  // bytes, of the latest process
-  std::string partialLine_;     // the end of the output, as long as its line continues
+  std::string partialLine_;     // the last, incomplete line of the output
   std::vector<std::string> stamped_;
   std::size_t logCheckpoint_ = 0;
   std::uint64_t journalSeen_ = 0;
-  std::vector<virtual_mac::JournalEntry> journal_;  // those seen
+  std::vector<virtual_mac::JournalEntry> journal_;  // the entries read so far
   std::size_t journalCheckpoint_ = 0;
 };
 

@@ -21,15 +21,15 @@ using Act = std::function<bool(Simulation&, std::string&)>;
 
 // --- Actions without a value
 
-Act always(void (Simulation::*happen)()) {
-  return [happen](Simulation& simulation, std::string&) {
-    (simulation.*happen)();
+Act always(void (Simulation::*action)()) {
+  return [action](Simulation& simulation, std::string&) {
+    (simulation.*action)();
     return true;
   };
 }
 
-Act ofTheApp(bool (*happen)(const std::string&, std::string&)) {
-  return [happen](Simulation& simulation, std::string& reason) { return happen(simulation.root(), reason); };
+Act ofTheApp(bool (*action)(const std::string&, std::string&)) {
+  return [action](Simulation& simulation, std::string& reason) { return action(simulation.root(), reason); };
 }
 
 bool mustBeOn(const Simulation& simulation, bool on, std::string& reason) {
@@ -38,10 +38,10 @@ bool mustBeOn(const Simulation& simulation, bool on, std::string& reason) {
   return false;
 }
 
-Act onlyWhile(bool on, void (Simulation::*happen)()) {
-  return [on, happen](Simulation& simulation, std::string& reason) {
+Act onlyWhile(bool on, void (Simulation::*action)()) {
+  return [on, action](Simulation& simulation, std::string& reason) {
     if (!mustBeOn(simulation, on, reason)) return false;
-    (simulation.*happen)();
+    (simulation.*action)();
     return true;
   };
 }
@@ -131,7 +131,7 @@ Act readAsk(const JsonCursor& place) {
   const std::string request = words.at("request");
   const bool hasSettings = words.contains("settings");
   if ((request == "apply") != hasSettings) {
-    place.complain(hasSettings ? request + " takes no \"settings\"" : "apply needs \"settings\"");
+    place.addError(hasSettings ? request + " takes no \"settings\"" : "apply needs \"settings\"");
   }
   return [kind = requests.at(request), client = virtual_mac::clientNumber(words.value("as", "app")),
           settings = hasSettings ? contentOf(words.at("settings")) : ""](Simulation& simulation,
@@ -170,7 +170,7 @@ vmac::FaultArguments readFaultArguments(const virtual_mac::Fault& fault, const J
   return {word("key"), word("number"), word("bytes"), word("property")};
 }
 
-bool happen(Simulation& simulation, const Change& change, std::string& reason) {
+bool applyChange(Simulation& simulation, const Change& change, std::string& reason) {
   if (change.kind == ChangeKind::signal && !simulation.daemonRuns()) {
     reason = "no daemon runs that could be told";
     return false;
@@ -179,12 +179,12 @@ bool happen(Simulation& simulation, const Change& change, std::string& reason) {
   return true;
 }
 
-Act readFault(const std::string& name, const vmac::FaultArguments& said, const JsonCursor& place) {
+Act readFault(const std::string& name, const vmac::FaultArguments& arguments, const JsonCursor& place) {
   std::string reason;
-  const auto change = vmac::changeOf(name, said, reason);
-  if (!change) place.complain(reason);
+  const auto change = vmac::changeOf(name, arguments, reason);
+  if (!change) place.addError(reason);
   return [change = change.value_or(Change{})](Simulation& simulation, std::string& why) {
-    return happen(simulation, change, why);
+    return applyChange(simulation, change, why);
   };
 }
 

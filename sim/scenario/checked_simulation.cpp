@@ -7,9 +7,9 @@
 namespace brisko::lab {
 namespace {
 
-// Between two looks at the charge where no process notes it by itself.
+// Between two reads of the charge while no process records it.
 constexpr double shortSlice = 60;
-constexpr double sleepSlice = 5;  // recorded: no process hears when sleep begins
+constexpr double sleepSlice = 5;  // while recording, because no process is notified when sleep begins
 
 }  // namespace
 

@@ -1,7 +1,6 @@
 // sim/scenario/checked_simulation.h
-// The simulation that a scenario is played on: the invariants are checked after every event of the daemon,
-// the charge between two checkpoints is known, and what happens can be recorded. It is over with the first
-// violation.
+// The simulation that runs a scenario: it checks the invariants after every event of the daemon, tracks the
+// charge between two checkpoints, and can be recorded. It ends at the first violation.
 #pragma once
 
 #include <optional>
@@ -17,7 +16,7 @@ namespace brisko::lab {
 
 class CheckedSimulation final : public sim::Simulation, private sim::SimulationObserver {
  public:
-  // A recording, if there is one, outlives the simulation. Nothing takes another course for it.
+  // A recording must outlive the simulation. It does not affect the simulation.
   explicit CheckedSimulation(const sim::SimulationSetup& setup, Recording* recording = nullptr);
 
   // The first invariant that was violated.
@@ -52,7 +51,7 @@ class CheckedSimulation final : public sim::Simulation, private sim::SimulationO
   void noteLevel();
   void noteInDaemon();
 
-  // How low and how high the charge was. Shared with the daemon's processes, which note it after each of
+  // The lowest and the highest charge. Shared with the daemon's processes, which update it after each of
   // their events.
   struct Extremes {
     double lowest, highest;

@@ -13,7 +13,6 @@ namespace brisko::lab {
 namespace {
 
 using RunCheck = std::function<std::vector<Difference>(const CheckedSimulation&)>;
-using virtual_mac::Machine;
 
 // --- Numbers
 
@@ -35,7 +34,7 @@ Span spanOf(const Json& value) {
 Span readSpan(const JsonCursor& place) {
   const Span span = spanOf(place.value());
   if (span.least > span.most) {
-    place.complain("expected the least first, and then the most, not " + shown(place.value()));
+    place.addError("expected the least first, and then the most, not " + shown(place.value()));
   }
   return span;
 }
@@ -173,7 +172,7 @@ std::vector<Difference> differencesOfKeys(const CheckedSimulation& simulation,
 RunCheck readKeys(const JsonCursor& place) {
   std::vector<std::pair<std::string, std::string>> wanted;
   for (const JsonCursor& member : place.members()) {
-    if (member.name().size() != 4) member.complain("the name of a key has four characters");
+    if (member.name().size() != 4) member.addError("the name of a key has four characters");
     wanted.emplace_back(member.name(), member.value());
   }
   return [wanted](const CheckedSimulation& simulation) { return differencesOfKeys(simulation, wanted); };
@@ -247,11 +246,11 @@ bool isPointer(const std::string& text) {
 
 RunCheck readFile(const JsonCursor& place) {
   const auto path = pathOf(place.name());
-  if (!path) place.complain("expected status, stats, calibration, config or an absolute path");
+  if (!path) place.addError("expected status, stats, calibration, config or an absolute path");
   FileExpectation expectation{.path = path.value_or("")};
   if (place.value().is_object()) {
     for (const JsonCursor& member : place.members()) {
-      if (!isPointer(member.name())) member.complain("expected a JSON pointer like \"/pct\"");
+      if (!isPointer(member.name())) member.addError("expected a JSON pointer like \"/pct\"");
       expectation.values.emplace_back(member.name(), member.value());
     }
   } else {
@@ -269,8 +268,6 @@ RunCheck readState(const JsonCursor& place) {
     return differencesOfFile(simulation, expectation);
   };
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 using Read = RunCheck (*)(const JsonCursor&);
 constexpr std::array<std::pair<const char*, Read>, 18> readers{{

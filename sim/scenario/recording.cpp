@@ -18,8 +18,7 @@ namespace {
 
 using virtual_mac::Machine;
 
-// ---------------------------------------------------------------------------------------------------------
-// The machine
+// --- The machine
 
 std::optional<Light> lightOf(const Machine& machine, bool blinking) {
   const virtual_mac::SmcKey* key = virtual_mac::findKey(machine, virtual_mac::keyCode("ACLC"));
@@ -67,8 +66,7 @@ Moment momentOf(const Machine& machine) {
   return moment;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The daemon
+// --- The daemon
 
 Occasion occasionOf(CalPhase phase) {
   switch (phase) {
@@ -89,13 +87,12 @@ Occasion occasionOf(CalPhase phase) {
   return gTopUpSince != 0 ? Occasion::topUp : Occasion::none;
 }
 
-// A calibration goes its own way, and a daemon at rest drives nothing.
+// Not during a calibration, nor while the daemon only observes, is dormant or was released.
 bool bandIsInForce() {
   return gAtLimit && gCal.phase == CalPhase::idle && !gSystemLocked && !gDormant && !gReleased;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// What is new
+// --- The filter
 
 bool moved(const std::optional<double>& now, const std::optional<double>& before, double step) {
   return std::abs(now.value_or(0) - before.value_or(0)) >= step;
@@ -106,7 +103,7 @@ bool moved(const Moment& now, const Moment& before, double percent, double milli
          moved(now.temperatureC, before.temperatureC, degrees);
 }
 
-// In other things than the time and the numbers that drift.
+// Whether anything differs except the time and the drifting numbers.
 bool isAnother(const Moment& now, const Moment& before) {
   Moment likeBefore = now;
   likeBefore.time = before.time;
@@ -133,7 +130,7 @@ int SampleFilter::keep(const Moment& moment) {
   return beforeIsNew ? 2 : 1;
 }
 
-// The memory that processes share with the lab. It is emptied whenever they are paused.
+// The memory that processes share with the lab. It is emptied at every pause.
 struct Recording::Shared {
   static constexpr std::size_t places = 4096;
   SampleFilter filter = {};
@@ -190,7 +187,7 @@ void Recording::see(const Machine& machine) {
 }
 
 void Recording::keep(const Moment& moment) {
-  // When there is no room, which takes thousands of changes within a minute, the latest is what counts.
+  // If there is no room, after thousands of changes within a minute, the latest one is kept.
   shared_->count = std::min(shared_->count + 1, Shared::places);
   shared_->moments[shared_->count - 1] = moment;
 }
@@ -206,7 +203,7 @@ void Recording::noteEvent(const Machine& machine, const std::string& words) {
 }
 
 void Recording::noteLine(const Machine& machine, const std::string& line) {
-  // The clock is only ever set while the processes are paused, so it went then as it does now.
+  // The clock is only set while the processes are paused, so the present offset was valid then.
   std::string stamp = line.substr(0, 19);
   if (stamp.size() == 19) stamp[10] = ' ';
   const auto wall = parseDate(stamp);

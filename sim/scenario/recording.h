@@ -1,7 +1,7 @@
 // sim/scenario/recording.h
-// What happens in a simulation, as moments of a picture. The processes of the daemon note it themselves after
-// each of their events, in memory that they share with the lab; the lab notes what happens between them. A
-// moment is kept when something about it is new, so a quiet month takes little room.
+// Records a simulation as the moments of a picture. The processes of the daemon record themselves after each
+// of their events, in memory that they share with the lab; the lab records what happens between them. A
+// moment is kept if it contains a change, so a quiet month takes little memory.
 #pragma once
 
 #include <optional>
@@ -14,14 +14,14 @@
 
 namespace brisko::lab {
 
-// Decides which moments are worth keeping. One in which something discrete changed, or a number jumped, is
-// kept together with the one seen right before it, so that no curve bends too early. What only drifts is kept
-// once a minute, and what stays constant once a quarter of an hour.
+// Decides which moments are kept. A moment in which a discrete value changed, or a number jumped, is kept
+// together with the moment right before it, so that no curve bends too early. Drifting values are kept once a
+// minute, and constant values once a quarter of an hour.
 class SampleFilter {
  public:
   // How many of `before` and `moment`, in this order, are to be kept now: 0, 1 (the moment alone) or 2.
   [[nodiscard]] int keep(const Moment& moment);
-  // The one that was seen before the latest.
+  // The moment before the latest.
   [[nodiscard]] const Moment& before() const { return before_; }
   // The latest one, if it was not kept.
   [[nodiscard]] std::optional<Moment> rest() const {
@@ -46,17 +46,17 @@ class Recording {
   void noteInDaemon(const virtual_mac::Machine& machine);
   // While the processes are paused.
   void note(const virtual_mac::Machine& machine, bool daemonRuns);
-  // The settings, as they stand in their file; none: there is none. Without a limit in force no band is.
+  // The content of the settings file; none without a file. Without a limit there is no band either.
   void noteSettings(const std::optional<std::string>& file);
   void noteEvent(const virtual_mac::Machine& machine, const std::string& words);
-  // A line of the log, written since the last note(); with its time, which is that of the wall clock.
+  // A line that was logged since the last note(), with its time, which is that of the wall clock.
   void noteLine(const virtual_mac::Machine& machine, const std::string& line);
 
-  // All that was noted, the times being those of the wall clock as it went at the beginning.
+  // The whole recording. Its times are those of the wall clock as it was set at the beginning.
   [[nodiscard]] Picture picture() const;
 
  private:
-  // What only a process of the daemon knows.
+  // Values that only a process of the daemon knows.
   struct DaemonState {
     bool known;
     ChargeState state;

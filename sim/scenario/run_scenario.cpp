@@ -27,7 +27,7 @@ std::string leftOutLine(std::size_t count) {
   return "… " + std::to_string(count) + (count == 1 ? " more summary" : " more summaries");
 }
 
-// The last lines; of summaries that follow each other the last alone, and how many came before it.
+// The last lines; of consecutive summaries only the last, with the number of those before it.
 std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
   std::vector<std::string> lines;
   std::size_t shown = 0;
@@ -65,6 +65,8 @@ class ScenarioRun {
     runSteps();
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
+    outcome_.wholeLog = simulation_.stampedLog();
+    if (options_.atEnd) options_.atEnd(simulation_.root());
     return std::move(outcome_);
   }
 
@@ -86,10 +88,11 @@ class ScenarioRun {
   void runSteps() {
     act(scenario_.before);
     simulation_.begin();
-    // What the daemon does at its start is worth seeing even when the first step comes much later.
+    // Records the daemon's start, even if the first step comes much later.
     if (recording() != nullptr) simulation_.pass(0);
     for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
       runStep(index);
+      if (options_.afterStep) options_.afterStep(simulation_);
       outcome_.cancelled = options_.shouldContinue && !options_.shouldContinue(sinceBegin());
       if (outcome_.cancelled) return;
     }
@@ -102,7 +105,7 @@ class ScenarioRun {
   void runStep(std::size_t index) {
     const Step& step = scenario_.steps[index];
     if (step.at) simulation_.pass(secondsUntil(*step.at, virtual_mac::wallClock(simulation_.machine())));
-    // What is due at this moment has happened before the step does anything.
+    // Everything that is due is done before the step's actions.
     simulation_.pass(0);
     if (!invariantsHold(step.place)) return;
     act(step.actions);
@@ -131,7 +134,7 @@ class ScenarioRun {
     }
   }
 
-  // A warning asks for a person's attention, so it belongs to the scenario or to nothing.
+  // A warning asks for the user's attention, so it must be expected by the scenario.
   void checkForWarnings() {
     for (const std::string& line : simulation_.logSinceCheckpoint()) {
       if (line.find("⚠️") == std::string::npos) continue;

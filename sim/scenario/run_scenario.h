@@ -12,32 +12,36 @@
 
 namespace brisko::lab {
 
-// How a scenario went. It is played up to the first step where something is not as expected.
+// The result of a scenario, which runs up to the first step with an unmet expectation.
 struct Outcome {
   std::vector<std::string> failures = {};  // each with its place, what was expected, and what was seen
-  std::vector<std::string> log = {};       // the last lines until then, and how many are left out between
+  std::vector<std::string> log = {};       // the last lines until then, and how many were omitted between
+  std::vector<std::string> wholeLog = {};  // every line until then
   double begin = 0;                        // machine time
   double seconds = 0;                      // … that passed since then
-  bool cancelled = false;                  // it was not played to its end, because it was not to continue
-  // Of the latest step that did something; none when none did.
+  bool cancelled = false;  // it did not run to its end, because `shouldContinue` returned false
+  // The latest step with an action; none if there was none.
   std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.
   std::optional<Violation> violation = std::nullopt;
 };
 
-// Asked between any two steps, with the machine time that passed so far.
+// Called between two steps with the machine time that has passed so far.
 using ShouldContinue = std::function<bool(double seconds)>;
 
-// Who watches while it is played.
+// Observers of a run.
 struct RunOptions {
-  Recording* recording = nullptr;  // what happens is noted there
+  Recording* recording = nullptr;  // where the run is recorded
   ShouldContinue shouldContinue = {};
+  std::function<void(const sim::Simulation&)> afterStep = {};  // may look, and changes nothing
+  // Called at the end with the folder of the Mac's volume, which is removed afterwards.
+  std::function<void(const std::string& volume)> atEnd = {};
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,
                                   const RunOptions& options = {});
 
-// What there is to read about a scenario that failed.
+// The report on a failed scenario.
 [[nodiscard]] std::string reportOf(const Outcome& outcome);
 
 }  // namespace brisko::lab

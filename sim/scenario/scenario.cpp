@@ -30,7 +30,7 @@ MachineOptions optionsFrom(const JsonCursor& place) {
   take(mac, "uptime", options.uptime);
   if (!mac.contains("start")) return options;
   const auto start = parseDate(mac.at("start").get<std::string>());
-  if (!start) place.at("start").complain("there is no such date");
+  if (!start) place.at("start").addError("there is no such date");
   options.startTime = start.value_or(options.startTime);
   return options;
 }
@@ -43,12 +43,12 @@ std::optional<virtual_mac::Machine> readMac(const JsonCursor& place) {
     return virtual_mac::makeMachine(*virtual_mac::findModel(mac.value("model", "air13")), options);
   }
   for (const char* known : {"model", "percent", "plugged"}) {
-    if (mac.contains(known)) place.at(known).complain("the dump already says it");
+    if (mac.contains(known)) place.at(known).addError("the dump already says it");
   }
   const auto folder = std::filesystem::path(place.diagnostics().file()).parent_path();
   std::string reason;
   auto machine = machineFromDumpFile((folder / mac.at("dump").get<std::string>()).string(), options, reason);
-  if (!machine) place.at("dump").complain(reason);
+  if (!machine) place.at("dump").addError(reason);
   return machine;
 }
 
@@ -71,7 +71,7 @@ Step readStep(const JsonCursor& place, std::vector<std::string>& expectedLines) 
   const Json& words = place.value();
   if (words.contains("at")) {
     step.at = parseTiming(words.at("at").get<std::string>());
-    if (!step.at) place.at("at").complain("there is no such time");
+    if (!step.at) place.at("at").addError("there is no such time");
   }
   if (words.contains("do")) step.actions = readActions(place.at("do"));
   if (words.contains("see")) step.checks = readExpectations(place.at("see"), expectedLines);
@@ -107,7 +107,7 @@ std::optional<Scenario> readScenario(std::string_view text, Diagnostics& diagnos
   readMembers(place, scenario);
   bool asksNothing = scenario.end.empty() && !scenario.invariantsOnly;
   for (const Step& step : scenario.steps) asksNothing = asksNothing && step.checks.empty();
-  if (asksNothing) place.complain("expects nothing, so it cannot fail");
+  if (asksNothing) place.addError("expects nothing, so it cannot fail");
   if (!diagnostics.none()) return std::nullopt;
   return scenario;
 }

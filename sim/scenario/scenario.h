@@ -17,7 +17,7 @@ namespace brisko::lab {
 
 struct Step {
   std::string place = {};                   // in the file
-  std::optional<Timing> at = std::nullopt;  // none: at the time of the step before
+  std::optional<Timing> at = std::nullopt;  // none: at the time of the previous step
   std::vector<Action> actions = {};
   std::vector<Check> checks = {};
 };
@@ -25,7 +25,7 @@ struct Step {
 struct Scenario {
   std::string description = {};
   sim::SimulationSetup setup;
-  std::optional<std::string> settings = std::nullopt;  // config.json; none: there is none
+  std::optional<std::string> settings = std::nullopt;  // config.json; none: no file
   std::vector<Action> before = {};                     // before the first start
   std::vector<Step> steps = {};
   std::vector<Check> end = {};                  // checked over the whole run

@@ -31,7 +31,7 @@ bool contains(const Words& words, const std::string& word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// "; did you mean …?"; empty when nothing known is like the word.
+// "; did you mean …?"; empty if no known word is similar.
 std::string suggestionFor(const std::string& word, const Words& known) {
   const auto nearest = nearestName(word, known);
   return nearest ? "; did you mean \"" + *nearest + "\"?" : "";

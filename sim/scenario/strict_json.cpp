@@ -117,7 +117,7 @@ std::optional<Json> parseStrictly(std::string_view text, Diagnostics& diagnostic
   Places places(text, stream);
   rapidjson::Reader reader;
   const auto result = reader.Parse<rapidjson::kParseValidateEncodingFlag>(stream, places);
-  // A zero byte ends the text for the readers, but not for whoever wrote something after it.
+  // A zero byte would end the text for the parsers and hide the rest.
   const bool whole = !result.IsError() && stream.Tell() == text.size();
   const Json document =
       whole ? Json::parse(text.begin(), text.end(), nullptr, false) : Json(Json::value_t::discarded);

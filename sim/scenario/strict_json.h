@@ -53,7 +53,7 @@ class JsonCursor {
   [[nodiscard]] std::vector<JsonCursor> members() const;
   [[nodiscard]] std::vector<JsonCursor> elements() const;
 
-  void complain(const std::string& what) const { diagnostics_->add(pointer(), what); }
+  void addError(const std::string& what) const { diagnostics_->add(pointer(), what); }
 
  private:
   const Json* value_;

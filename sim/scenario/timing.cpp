@@ -109,8 +109,8 @@ std::optional<double> parseDate(std::string_view text) {
   const std::string whole = text.size() == 16 ? std::string(text) + ":00" : std::string(text);
   if (::strptime(whole.c_str(), form, &parts) == nullptr) return std::nullopt;
   const auto moment = static_cast<double>(::timegm(&parts));
-  // Formatting it again reveals what strptime accepts too generously: a blank for a digit, a day that the
-  // month lacks.
+  // Formatting it again reveals what strptime should not accept: a blank instead of a digit, or a day that
+  // the month does not have.
   std::array<char, 32> again{};
   const std::size_t length = std::strftime(again.data(), again.size(), form, &parts);
   return std::string_view(again.data(), length) == whole ? std::optional(moment) : std::nullopt;

@@ -8,7 +8,7 @@
 
 namespace brisko::lab {
 
-// "+90 s", "+1 h 30 min", "+2 days": this long after the step before. "21:30", "06:00:15": when the wall
+// "+90 s", "+1 h 30 min", "+2 days": this long after the previous step. "21:30", "06:00:15": when the wall
 // clock next shows that time, in UTC. "+1 day 07:00": when it next shows that time after that long.
 struct Timing {
   double seconds = 0;

@@ -1,5 +1,5 @@
 // sim/schema/json_schema.h
-// A JSON schema of draft 4, and what breaks it.
+// Validates JSON against a schema of draft 4.
 #pragma once
 
 #include <memory>

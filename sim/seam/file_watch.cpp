@@ -28,11 +28,11 @@ struct Watch {
   std::function<void(FileEvents)> fired;
   std::function<void()> cancelled;
 
-  virtual_mac::AskedNumbers asked;
+  virtual_mac::WatchNumbers asked;
   std::uint32_t notices = 0;
   FileState seen{};  // at the last check
 
-  FileEvents happened = 0;  // and not delivered yet
+  FileEvents happened = 0;  // and not yet delivered
 };
 
 // Exit hooks may still use the watches, so they are never destroyed.
@@ -58,21 +58,21 @@ void stopAskingFor(int number) {
   const bool needed = std::any_of(all.begin(), all.end(), [number](const Watch& watch) {
     return watch.asked.file == number || watch.asked.folderAround == number;
   });
-  if (!needed) virtual_mac::stopNotices(watches().queue, number);
+  if (!needed) virtual_mac::removeWatch(watches().queue, number);
 }
 
 void followToItsNewPlace(Watch& watch) {
   if (!watch.seen.isFolder()) return;
   const int left = std::exchange(watch.asked.folderAround, -1);
   stopAskingFor(left);
-  watch.asked.folderAround = virtual_mac::askForFolderAround(watches().queue, watch.descriptor);
+  watch.asked.folderAround = virtual_mac::addFolderWatch(watches().queue, watch.descriptor);
 }
 
-// What the notices since the last check mean.
+// The events that the notices since the last check represent.
 FileEvents eventsOf(Watch& watch) {
   const std::uint32_t notices = std::exchange(watch.notices, 0);
   const FileState before = std::exchange(watch.seen, virtual_mac::fileState(watch.descriptor));
-  const FileEvents events = virtual_mac::meaningOf(notices, before, watch.seen);
+  const FileEvents events = virtual_mac::fileEventsOf(notices, before, watch.seen);
   if ((events & platform::fileRenamed) != 0) followToItsNewPlace(watch);
   return events;
 }
@@ -82,9 +82,9 @@ bool concerns(const Notice& notice, const Watch& watch) {
   return notice.number == (notice.ofContent ? watch.asked.folderAround : watch.asked.file);
 }
 
-// Takes the kernel's notices. Returns false when there were none.
-bool takeNotices() {
-  const std::vector<Notice> notices = virtual_mac::takeNotices(watches().queue);
+// Reads the kernel's notices. Returns false if there were none.
+bool readNotices() {
+  const std::vector<Notice> notices = virtual_mac::readNotices(watches().queue);
   for (const Notice& notice : notices) {
     for (Watch& watch : watches().all) {
       if (concerns(notice, watch)) watch.notices |= notice.what;
@@ -121,7 +121,7 @@ void useFileEventQueue(int queue) { watches().queue = queue; }
 
 void collectFileEvents() {
   const bool nobodyEverWatched = watches().latest == 0;
-  if (nobodyEverWatched || !::brisko::takeNotices()) return;
+  if (nobodyEverWatched || !::brisko::readNotices()) return;
   for (Watch& watch : watches().all) {
     if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
@@ -132,8 +132,8 @@ void collectFileEvents() {
 namespace platform {
 
 std::optional<int> openForEvents(const std::string& path) {
-  // A name can be lost in the moment after the file was opened. The file that has taken it is opened then,
-  // however often that happens. A file that stays and has no name is given up.
+  // The file may lose its name just after it was opened. Then the file that has taken the name is opened,
+  // however often that happens. A file that stays and has no name is not watched.
   ino_t before = 0;
   for (int unchanged = 0, attempt = 0; unchanged < 3 && attempt < 1000; ++attempt) {
     const auto descriptor = virtual_mac::openForNotices(path);
@@ -162,7 +162,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   watch.fired = std::move(fired);
   watch.cancelled = std::move(cancelled);
   const bool isFolder = virtual_mac::fileState(descriptor).isFolder();
-  watch.asked = virtual_mac::askForNotices(kept.queue, descriptor, isFolder);
+  watch.asked = virtual_mac::addWatch(kept.queue, descriptor, isFolder);
   watch.seen = virtual_mac::fileState(descriptor);
   // The kernel will send no more notices about this file.
   if (!watch.seen.named) postDelivery(watch, fileDeleted);

@@ -1,6 +1,6 @@
 // sim/seam/kernel_notices.h
-// What file_watch.cpp asks of the kernel that it runs on. For each kernel there is a source of it beside this
-// header, and the build takes the one that fits.
+// The file notifications of the kernel, for file_watch.cpp. Each kernel has its own implementation in a
+// folder beside this header, and the build selects one.
 #pragma once
 
 #include <cstdint>
@@ -14,45 +14,45 @@
 
 namespace brisko::virtual_mac {
 
-// Of a watched file.
+// The state of a watched file.
 struct FileState {
   struct stat status;
-  bool named;  // by the name under which it was opened, or the one that it was renamed to since
+  bool named;  // it still has the name under which it was opened, or to which it was renamed
 
   [[nodiscard]] bool isFolder() const { return S_ISDIR(status.st_mode); }
 };
 [[nodiscard]] FileState fileState(int descriptor);
 
-// As openForEvents(), but also what has no name.
+// Like openForEvents(), but also opens files without a name.
 [[nodiscard]] std::optional<int> openForNotices(const std::string& path);
 
-// A descriptor that does not wait and is readable when there are notices; -1 when none is available.
+// A non-blocking descriptor that is readable when there are notices; -1 if none is available.
 [[nodiscard]] int openNoticeQueue();
 
-// Under which number the notices about a file come; -1 for what the kernel was not asked about, or had no
-// room for, of which nothing is heard.
-struct AskedNumbers {
+// The numbers of the notices about a file; -1 for a watch that was not set, or for which the kernel had no
+// room.
+struct WatchNumbers {
   int file = -1;
-  int folderAround = -1;  // the folder that a watched folder lies in, where the kernel must be asked about it
+  int folderAround = -1;  // the folder that contains a watched folder, if the kernel needs that watch
 };
-[[nodiscard]] AskedNumbers askForNotices(int queue, int descriptor, bool isFolder);
-// The same once more for a folder that has moved.
-[[nodiscard]] int askForFolderAround(int queue, int descriptor);
-// Only when no watch needs the number any more. Nothing happens for -1.
-void stopNotices(int queue, int number);
+[[nodiscard]] WatchNumbers addWatch(int queue, int descriptor, bool isFolder);
+// Sets the watches again for a folder that was moved.
+[[nodiscard]] int addFolderWatch(int queue, int descriptor);
+// Removes a watch that is no longer needed. Ignores -1.
+void removeWatch(int queue, int number);
 
 struct Notice {
   bool ofAll;      // about every watched file: notices were lost
-  bool ofContent;  // of a folder: about what lies in it
+  bool ofContent;  // about the contents of a watched folder
   int number;
-  std::uint32_t what;  // in words of the kernel
+  std::uint32_t what;  // the kernel's event bits
 };
-// All there is, in the order in which it happened.
-[[nodiscard]] std::vector<Notice> takeNotices(int queue);
+// All pending notices, in order.
+[[nodiscard]] std::vector<Notice> readNotices(int queue);
 
-// What happened to a file of which this was told, in one or several notices, and which looked like this
-// before and after. Of what comes and goes in a folder nothing is said.
-[[nodiscard]] platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before,
-                                             const FileState& after);
+// The events of a file, from the bits of one or several notices and its state before and after. Files that
+// are created or removed in a folder are not reported.
+[[nodiscard]] platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before,
+                                                const FileState& after);
 
 }  // namespace brisko::virtual_mac

@@ -8,8 +8,8 @@ namespace brisko::virtual_mac {
 
 // The changes that a process was notified of. A process is also notified of changes that it caused itself. On
 // a Mac that takes time, so a process that reacts to each notification must not stop virtual time from
-// advancing. Therefore, of very many changes at one moment, the later ones are delivered once time has
-// advanced.
+// advancing. Therefore, if there are very many changes at one moment, the later ones are delivered when time
+// has advanced.
 struct DeliveredChanges {
   std::uint64_t count = 0;  // number of published changes, as the machine counts them
   double at = 0;            // machine time of the last one

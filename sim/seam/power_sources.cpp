@@ -11,7 +11,7 @@ namespace brisko {
 
 namespace {
 
-// Needed until the last moment of the process, so it is never destroyed.
+// Used until the process ends, so it is never destroyed.
 struct Watch {
   std::vector<std::function<void()>> listeners;
   virtual_mac::DeliveredChanges delivered;

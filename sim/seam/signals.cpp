@@ -13,7 +13,7 @@ struct NotedSignal {
   std::function<void()> work;
 };
 
-// Needed until the last moment of the process, so it is never destroyed.
+// Used until the process ends, so it is never destroyed.
 struct Signals {
   std::vector<int> handled;
   std::vector<NotedSignal> noted;

@@ -33,7 +33,7 @@ bool smartChargeClassPresent() {
   return virtual_mac::changeNow(*store, [](Machine& machine, Journal&) { return clientIsOffered(machine); });
 }
 
-// The result of the first call is kept for good, a failure too.
+// The result of the first call is kept until the process ends, also a failure.
 bool makeSmartChargeClient(std::string_view name) {
   static const bool made = makeClient(name);
   return made;

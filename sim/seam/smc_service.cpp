@@ -26,7 +26,7 @@ Connections& connections() {
 }
 
 KernelStatus openOn(Machine& machine) {
-  // A signal planned while no process used the machine reached nobody.
+  // A signal that was planned while no process used the machine has no effect.
   machine.pendingSignals = 0;
   if (machine.smc.service == SmcService::absent) return kernelNotFound;
   if (machine.smc.service == SmcService::refusesToOpen) return kernelNotPrivileged;

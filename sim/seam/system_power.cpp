@@ -19,7 +19,7 @@ using virtual_mac::PowerNotice;
 constexpr platform::RootPowerPort theRootPort = 1;  // the machine has one client, hence one port
 constexpr platform::SleepAssertion theAssertion = 1;
 
-// Needed until the last moment of the process, so it is never destroyed.
+// Used until the process ends, so it is never destroyed.
 struct Client {
   platform::PowerCallback callback;  // empty: not registered
   std::uint32_t lastReceived = 0;    // token of the last message received

@@ -1,6 +1,6 @@
 // sim/seam/work_queue.h
-// The main run loop's queue: repeating timers, delayed and posted work in one order. It has no clock of its
-// own; times are uptimes in seconds. Both run loops of the virtual Mac use it.
+// The main run loop's queue: repeating timers, delayed and posted work in one order. It reads no clock; times
+// are uptimes in seconds. Both run loops of the virtual Mac use it.
 #pragma once
 
 #include <cstdint>

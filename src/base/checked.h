@@ -1,5 +1,5 @@
 // base/checked.h
-// Conversions that must not go wrong quietly. What is fatal ends the process at once, also in release builds:
+// Conversions that must not fail silently. A fatal failure ends the process at once, also in release builds:
 // one line on standard error, then abort. No exit hook runs and nothing can catch it.
 #pragma once
 

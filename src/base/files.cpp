@@ -14,7 +14,7 @@ void Descriptor::close() {
 }
 
 Descriptor openRegularFile(const std::string& path, int flags, mode_t mode) {
-  // Non-blocking: opening a pipe or a device could otherwise wait for ever.
+  // Non-blocking, because opening a pipe or a device could otherwise wait forever.
   Descriptor file(::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
   struct stat status {};
   if (!file || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return {};

@@ -1,5 +1,5 @@
 // base/files.h
-// Files by descriptor, opened the same way everywhere: no call here waits, whatever is at the path, and no
+// Files by descriptor, opened the same way everywhere: no call here blocks, whatever is at the path, and no
 // child inherits a descriptor. Paths are used as given; callers map them with onVolume().
 #pragma once
 
@@ -33,11 +33,11 @@ class Descriptor {
   int number_ = none;
 };
 
-// Opens the file at `path` with the flags of open(2). Holds none when that fails or it is not a regular file.
+// Opens the file at `path` with the flags of open(2). Empty if that fails or it is not a regular file.
 [[nodiscard]] Descriptor openRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
-// Opens the regular file at `path` for writing at its end. A file made here has exactly mode 0644, whatever
-// the umask; one that is there keeps its mode. A link that leads nowhere is not followed.
+// Opens the regular file at `path` for writing at its end. A file that is created here has exactly mode 0644,
+// whatever the umask; an existing one keeps its mode. A dangling link is not followed.
 [[nodiscard]] Descriptor openForAppending(const std::string& path);
 
 // True when all bytes were written. Otherwise some may have been.

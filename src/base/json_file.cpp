@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t largestFile = 16U << 20U;  // bytes
 constexpr std::ptrdiff_t deepestNesting = 512;   // levels
 
-// Where the text that opens at `index` closes; the end of `json` when it does not.
+// Where the string that begins at `index` ends; the end of `json` if it does not end.
 std::size_t closingQuote(std::string_view json, std::size_t index) {
   for (++index; index < json.size() && json[index] != '"'; ++index) {
     if (json[index] == '\\') ++index;
@@ -27,7 +27,8 @@ std::size_t closingQuote(std::string_view json, std::size_t index) {
   return index;
 }
 
-// Judged before parsing: working through a deeply nested value costs stack. Brackets inside texts are none.
+// Checked before parsing, because parsing a deeply nested value takes stack. Brackets inside strings do not
+// count.
 bool nestsTooDeep(std::string_view json) {
   std::ptrdiff_t depth = 0;
   for (std::size_t index = 0; index < json.size(); ++index) {
@@ -43,7 +44,7 @@ bool nestsTooDeep(std::string_view json) {
   return false;
 }
 
-// ---- Numbers beyond a double: the parser stops at them, and they are read as infinite all the same.
+// ---- Numbers beyond a double: the parser rejects them, but they must be read as infinite.
 
 bool beginsANumber(char character) { return character == '-' || (character >= '0' && character <= '9'); }
 
@@ -55,7 +56,7 @@ bool isNumber(std::string_view text) {
   return exponent == std::string_view::npos || Json::accept("0e" + std::string(text.substr(exponent + 1)));
 }
 
-// None where the parser takes `text`, or where it is no number at all.
+// None if the parser accepts `text`, or if it is not a number.
 std::optional<double> infiniteNumber(std::string_view text) {
   if (Json::accept(text) || !isNumber(text)) return std::nullopt;
   constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -63,11 +64,11 @@ std::optional<double> infiniteNumber(std::string_view text) {
 }
 
 struct InfiniteNumbers {
-  std::string finite;          // the text with a zero in place of each of them
+  std::string finite;          // the text, with each of these numbers replaced by zero
   std::vector<double> values;  // one for each number of the text, in order; 0 for those that are finite
 };
 
-// What can be a number is cut out; whether it is one, the parser judges.
+// Extracts what may be a number; the parser decides whether it is one.
 InfiniteNumbers takeOutInfiniteNumbers(std::string_view json) {
   InfiniteNumbers taken;
   std::size_t copied = 0;
@@ -109,13 +110,13 @@ Json parse(std::string_view json) {
   }
 }
 
-// Whether every number in it is.
+// Whether every number in `value` is finite.
 bool isFinite(const Json& value) {
   if (value.is_structured()) return std::all_of(value.begin(), value.end(), isFinite);
   return !value.is_number_float() || std::isfinite(value.get<double>());
 }
 
-// Null when `object` is no object or has no such key.
+// Null when `object` is not an object or has no such key.
 const Json* valueAt(const Json& object, const char* key) {
   const auto entry = object.find(key);
   return entry == object.end() ? nullptr : &*entry;

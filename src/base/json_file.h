@@ -14,7 +14,7 @@ namespace brisko {
 using Json = nlohmann::json;  // objects keep their keys in byte order
 
 // The content of the regular file at `path`; none when it is missing, unreadable, not a regular file or
-// larger than any file of ours could be (16 MiB). Never waits, whatever is at the path.
+// larger than 16 MiB, which none of our files can be. Never blocks, whatever is at the path.
 [[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
 // None when `text` is not JSON as a whole: trailing bytes, comments, bad UTF-8 or more than 512 levels of
@@ -28,9 +28,9 @@ using Json = nlohmann::json;  // objects keep their keys in byte order
 // or a number is not finite.
 [[nodiscard]] std::optional<std::string> jsonText(const Json& value);
 
-// Overwrites the file at `path` in place (same inode and mode when it exists; else made with 0666 less the
-// umask). Makes no folders. Failures are silent, and a file may then be left cut; a value without a text
-// leaves it as it was.
+// Overwrites the file at `path` in place (same inode and mode if it exists; otherwise created with 0666 less
+// the umask). Creates no folders. Failures are silent and may leave a truncated file; a value that has no
+// text leaves the file unchanged.
 void writeJsonFile(const std::string& path, const Json& value);
 
 // Values by their JSON type: a boolean is never a number, and a floating-point number is not an integer. None

@@ -67,8 +67,8 @@ bool open() {
 
 void rotate() {
   state.handle.close();
-  // Also removes a folder in place of the previous generation: otherwise the log could never be rotated and
-  // would grow for ever.
+  // Also removes a folder in the place of the previous generation. Otherwise the log could never be rotated
+  // and would grow without limit.
   std::error_code ignored;
   std::filesystem::remove_all(pathOf("daemon.log.1"), ignored);
   std::filesystem::rename(pathOf("daemon.log"), pathOf("daemon.log.1"), ignored);

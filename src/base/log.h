@@ -11,9 +11,9 @@
 
 namespace brisko {
 
-// Writes "2026-03-01T08:15:30Z  message\n" (UTC, whole seconds) to standard output and the log file. Never
-// fails and never stops the daemon, also not with standard output closed; where standard output would make it
-// wait, the line is left out there.
+// Writes "2026-03-01T08:15:30Z message\n" (UTC, whole seconds) to standard output and the log file. Never
+// fails and never blocks the daemon, not even if standard output is closed; if writing there would block, the
+// line is dropped there.
 void log(std::string_view message);
 
 // The log file: limited in size, with one previous generation. Once open, the handle stays with its file; the

@@ -16,14 +16,15 @@
 namespace brisko {
 namespace {
 
-// What is still missing of a line that was begun. Made before main() and gone after every exit hook.
+// The unwritten rest of a line. Constructed before main() and destroyed after every exit hook.
 std::string gRest;
 
-// On a Mac whose main thread is stuck another thread ends the process, and logs that, while the main thread
-// may come out of its call or hang in a line of its own.
+// On a Mac whose main thread is stuck, another thread ends the process and logs that. Meanwhile the main
+// thread may continue, or be stuck while it writes a line.
 std::atomic_flag gInALine;
 
-// Writes from the start of `bytes`, in pieces that `write` takes, until it takes none. How many were taken.
+// Passes the beginning of `bytes` to `write`, piece by piece, until it accepts no more. Returns how many
+// bytes it accepted.
 template <typename Write>
 std::size_t writeWhatFits(std::string_view bytes, const Write& write) {
   std::size_t taken = 0;
@@ -50,20 +51,20 @@ bool hasRoom(int pipeOrSocket) {
   pollfd stream{.fd = pipeOrSocket, .events = POLLOUT, .revents = 0};
   while (::poll(&stream, 1, 0) < 0 && errno == EINTR) {
   }
-  // With an error or a hang-up beside it, nobody is left to read.
+  // With an error or a hang-up there is no reader any more.
   return stream.revents == POLLOUT;
 }
 
-// O_NONBLOCK would also be in force for the shell and everybody else who shares the stream. But where there
-// is room at all, there is room for PIPE_BUF bytes, which are written whole.
+// O_NONBLOCK would also apply to the shell and all other users of the stream. But if there is room at all,
+// there is room for PIPE_BUF bytes, which are written as a whole.
 void offerToPipeOrSocket(std::string_view line) {
   offer(line, [](std::string_view piece) -> ssize_t {
     return hasRoom(STDOUT_FILENO) ? ::write(STDOUT_FILENO, piece.data(), piece.size()) : 0;
   });
 }
 
-// A terminal promises room for a byte only, and poll() knows no devices on some versions of macOS. It has a
-// name, though, by which it can be opened once more: O_NONBLOCK is then in force here alone.
+// A terminal guarantees room for only one byte, and poll() does not support devices on some versions of
+// macOS. But it has a path, by which it can be opened again, so that O_NONBLOCK applies only here.
 void offerToTerminal(std::string_view line) {
   std::array<char, PATH_MAX> name{};
   if (::ttyname_r(STDOUT_FILENO, name.data(), name.size()) != 0) return;
@@ -83,7 +84,7 @@ void offerLogLine(std::string_view line) {
   } else if (::isatty(STDOUT_FILENO) == 1) {
     offerToTerminal(line);
   } else {
-    // A file or the null device, which keep nobody waiting. On a full disk there is nobody to tell.
+    // A file or the null device, which never block. A full disk cannot be reported anywhere.
     static_cast<void>(writeAll(STDOUT_FILENO, line));
   }
 }

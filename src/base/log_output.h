@@ -1,15 +1,15 @@
 // base/log_output.h
-// The log's lines on standard output, for whoever watches the daemon. A reader that does not read, or a
-// terminal on hold, must not keep the daemon from its work: these writes never wait.
+// The log's lines on standard output. A full pipe or a terminal on hold must not block the daemon, so these
+// writes never wait.
 #pragma once
 
 #include <string_view>
 
 namespace brisko {
 
-// Writes `line`, with its line feed, as far as standard output takes it at once. A line that was begun comes
-// to its end before another begins; one that cannot even be begun is dropped there, as is one that comes
-// while another thread is in the middle of its own.
+// Writes as much of `line`, with its line feed, as standard output accepts at once. The rest of a line is
+// written before another line begins. A line that cannot be begun is dropped there, and so is one that comes
+// while another thread is writing.
 void offerLogLine(std::string_view line);
 
 }  // namespace brisko

@@ -1,5 +1,5 @@
 // base/nearest_name.h
-// What was probably meant by a name that is unknown.
+// The name that was probably meant by an unknown one.
 #pragma once
 
 #include <optional>

@@ -1,5 +1,5 @@
 // base/options.h
-// The command line as the rest of the daemon sees it.
+// The options of the command line.
 #pragma once
 
 #include <cstdint>

@@ -11,8 +11,8 @@ inline constexpr const char* daemonVersion = "0.9.9";
 inline double daemonStartedAt = 0;  // seconds since 1970; set at entry
 
 inline bool gPurged = false;        // the app had all data erased: no file is written any more
-inline bool gDormant = false;       // the app is gone: everything is handed back, nothing is driven
-inline bool gReleased = false;      // the app released the charge: nothing is driven
+inline bool gDormant = false;       // the app is gone: everything is handed back, and no key is written
+inline bool gReleased = false;      // the app released the charge: the limit is not set
 inline bool gSystemLocked = false;  // macOS closed the keys and offers no limit: the daemon only observes
 
 inline std::string gDaemonPath;  // of the running executable, links resolved; empty when unknown

@@ -11,7 +11,7 @@
 
 namespace brisko {
 
-// Stored as in the file, without range checks: the code that uses a number decides what it means.
+// Stored as in the file, without range checks; the code that uses a number clamps it.
 struct Settings {
   bool enabled = true;               // limit the charge at all
   std::int64_t limit = 80;           // percent
@@ -44,7 +44,7 @@ struct Settings {
 // since the last call is not parsed again.
 [[nodiscard]] std::optional<Settings> readConfig(const std::string& path);
 
-// The settings to go by: those of gConfigPath or, if they cannot be read, the defaults with the limit of the
+// The settings in force: those in gConfigPath or, if they cannot be read, the defaults with the limit of the
 // command line.
 [[nodiscard]] Settings settingsInForce();
 

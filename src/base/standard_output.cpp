@@ -9,7 +9,8 @@
 namespace brisko {
 namespace {
 
-// By select(), since poll() knows no terminals on some versions of macOS. A failure shows in the next write.
+// Uses select(), since poll() does not support terminals on some versions of macOS. A failure shows in the
+// next write.
 void waitForRoom() {
   fd_set streams;
   FD_ZERO(&streams);
@@ -19,13 +20,13 @@ void waitForRoom() {
 
 }  // namespace
 
-// Until a failure: there is nobody else to tell.
+// Stops at a failure, which cannot be reported anywhere.
 void writeStandardOutput(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
     if (written > 0) {
       text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (written < 0 && errno == EAGAIN) {  // whoever shares the stream has made it so
+    } else if (written < 0 && errno == EAGAIN) {  // another user of the stream has made it non-blocking
       waitForRoom();
     } else if (written == 0 || errno != EINTR) {
       return;

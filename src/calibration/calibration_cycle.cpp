@@ -9,8 +9,8 @@
 namespace brisko {
 namespace {
 
-// A phase this long will never end: the battery never shows more than 99 %, or the Mac can't drain while it
-// is plugged in.
+// A phase that takes this long will never end: perhaps the battery never shows more than 99 %, or the Mac
+// can't discharge while it is plugged in.
 constexpr double longestPhase = 259'200;  // seconds, three days
 
 // A longer gap between two ticks was spent asleep or not running.
@@ -69,7 +69,7 @@ void keepRun(const CalRun& run) {
   gCal.runs.erase(gCal.runs.begin(), gCal.runs.end() - static_cast<std::ptrdiff_t>(mostRuns));
 }
 
-// The times are kept.
+// Keeps startedAt and phaseSince.
 void becomeIdle(std::optional<CalFailure> failure) {
   gCal.phase = CalPhase::idle;
   gCal.soakBanked = 0;

@@ -1,5 +1,5 @@
 // calibration/calibration_cycle.h
-// The calibration: one full cycle with which the gauge relearns the battery's capacity. Charge to full,
+// The calibration: one full cycle from which the gauge relearns the battery's capacity. Charge to full,
 // drain, charge to full again, rest there, and return to the limit. The tick starts it, advances it once per
 // tick and carries out its present phase; this code only tracks it. Each step writes the record and then one
 // line of the log.

@@ -23,20 +23,20 @@ namespace {
 
 constexpr int statusFailed = 1;
 
-// Opens the null device for every standard stream that is closed at the start. Otherwise the first file
-// opened would take its number, and every line meant for the stream would go into that file.
+// Opens the null device for every standard stream that is closed at the start. Otherwise the first file that
+// is opened would get its number, and every line meant for the stream would be written to that file.
 void occupyStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
   }
 }
 
-// Whoever read a standard stream may be gone. The signal that comes of it would end the process, with the
-// charge held or with another status than the one meant; and on a Mac it is raised for the whole process, so
-// that no thread can shut it out for the others. Ignored, it leaves a write that fails.
+// A standard stream may be a closed pipe. The signal would end the process, with the charge held or with a
+// wrong status; and on a Mac it is sent to the whole process, so no thread can block it for the others. If it
+// is ignored, only the write fails.
 void outliveClosedPipes() { std::signal(SIGPIPE, SIG_IGN); }
 
-// The status ends the process either way; whether anybody could read the text changes nothing.
+// The exit status is the same whether or not the text could be written.
 int fail(std::string_view text, int status) {
   static_cast<void>(writeAll(STDERR_FILENO, text));
   return status;

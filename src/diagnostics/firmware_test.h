@@ -1,6 +1,6 @@
 // diagnostics/firmware_test.h
-// Tests the band that some controllers keep by themselves: arms it below the present charge for 15 s and
-// watches the battery's current to see whether charging stops.
+// Tests the band that some controllers enforce themselves: arms it below the present charge for 15 s and
+// shows by the battery's current whether charging stops.
 #pragma once
 
 namespace brisko {

@@ -29,8 +29,8 @@ namespace SmartBattery {
 // All properties of the battery's registry entry; null when there is none.
 [[nodiscard]] platform::SharedDictionary properties();
 
-// mA, positive while charging. None when missing, no number, or not below 20,000 mA either way: the gauge
-// shows garbage at times.
+// mA, positive while charging. None when missing, not a number, or not below 20,000 mA in either direction,
+// because the gauge sometimes shows garbage.
 [[nodiscard]] std::optional<std::int64_t> amperageMA(const platform::Dictionary& properties);
 
 // Battery power in watts, signed like the current. Needs a voltage above 0.

@@ -195,7 +195,7 @@ std::optional<std::string> cutKeyName(AdapterCutKey key) {
 bool becomesUsable(bool patient, const std::function<bool()>& usable) {
   if (usable()) return true;
   if (!patient) return false;
-  // Read once: the uptime at the start of the wait decides.
+  // Read once, because the uptime at the start of the wait decides.
   constexpr double youngBoot = 300.0;  // seconds
   const bool young = platform::uptime() < youngBoot;
   const int furtherQuestions = young ? 20 : 2;

@@ -15,8 +15,8 @@ namespace brisko {
 enum class ChargeKeys : std::uint8_t {
   chte,          // "CHTE"
   ch0b0c,        // "CH0B" and "CH0C"
-  firmwareBand,  // "bfF0", "bfD0", "bfE0": the controller keeps a band by itself
-  macOSLimit,    // no key of ours: macOS's own limit is driven instead
+  firmwareBand,  // "bfF0", "bfD0", "bfE0": the controller enforces a band itself
+  macOSLimit,    // no key: macOS's own limit is set instead
 };
 
 enum class AdapterCutKey : std::uint8_t { chie, ch0i, ch0j, none };
@@ -53,7 +53,7 @@ struct ChargeGate {
 
 inline std::optional<ChargeGate> gGate;  // the gate in force; none until one is found
 
-// The gate in force leaves charging to macOS's own limit and writes no key.
+// True if the gate in force leaves charging to macOS's own limit and writes no key.
 [[nodiscard]] inline bool gateIsMacOSLimit() { return gGate && gGate->charge == ChargeKeys::macOSLimit; }
 
 [[nodiscard]] const char* chargeLabel(ChargeKeys keys);  // e.g. "CH0B+CH0C"

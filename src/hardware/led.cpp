@@ -19,7 +19,7 @@ constexpr double blinkTickSeconds = 0.5;
 constexpr double shortestBlink = 0.3;  // seconds
 
 std::optional<std::uint8_t> gLastLed;       // last written or found correct; unknown while it blinks
-bool gLedDriftLogged = false;               // it was logged that the system took the light
+bool gLedDriftLogged = false;               // it was logged that the system changed the light
 bool gBlinkOn = false;                      // the phase now shown
 double gLastBlink = platform::distantPast;  // wall clock of the last change of phase
 std::optional<platform::TimerToken> gBlinkTimer;
@@ -80,7 +80,7 @@ void ledTick() {
   if (now - gLastBlink < std::max(gBlinkSeconds, shortestBlink)) return;
   gBlinkOn = !gBlinkOn;
   gLastBlink = now;
-  // The next phase must not count as a light that the system took.
+  // The next phase must not count as a change by the system.
   gLastLed.reset();
   setLED(gBlinkOn ? LED_GREEN : LED_OFF);
 }

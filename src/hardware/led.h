@@ -20,13 +20,13 @@ struct LedInputs {
 
 [[nodiscard]] LedMode ledMode(ChargeState state, const LedInputs& inputs);
 
-// Shows `value`, one of the LED_… constants. Nothing is written when the key already has it. If somebody else
-// changed the key, that is logged once until the key is found correct again. Whether a write was accepted
-// does not matter: the next tick or blink checks again.
+// Shows `value`, one of the LED_… constants. Nothing is written if the key already has it. If the system or
+// another program changed the key, that is logged once until the key is found correct again. Whether a write
+// was accepted does not matter: the next tick or blink checks again.
 void setLED(std::uint8_t value);
 
-// Gives the light to the system when the daemon leaves it, without a look at what it shows. True when the
-// write was accepted. Needs neither memory nor a lock.
+// Hands the light back to the system, without reading what it shows. True when the write was accepted. Needs
+// neither memory nor a lock.
 [[nodiscard]] bool handBackLight();
 
 // Starts or stops the blink timer according to gMode. The timer exists only in blink mode. Starting it writes

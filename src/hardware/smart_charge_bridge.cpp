@@ -22,7 +22,7 @@ bool haveClient() {
 
 std::int32_t triState(std::optional<bool> answer) { return answer ? (*answer ? 1 : 0) : -1; }
 
-// The client switches the feature on. Only then does macOS read a value that the client itself refuses.
+// The client switches the feature on. Otherwise macOS would not read a value that the client itself refuses.
 void switchFeatureOn(bool prime) {
   if (!prime && CKMCLEnabled() == 1) return;
   static_cast<void>(CKMCLSetLimit(leastOfClient));  // the limit that macOS then holds shows the result

@@ -42,8 +42,8 @@ std::uint32_t encodeKey(std::string_view key) {
   return code;
 }
 
-// An answer of another length is as good as a whole one, as long as it has the result, which covers what
-// stands before it, and the value bytes that were asked for. What is missing would read as success and zero.
+// A shorter answer is valid if it contains the result byte, and with it everything before that, and the
+// requested value bytes. Missing bytes would be read as success and zero.
 constexpr std::size_t answerWithoutBytes = resultAt + 1;
 
 std::size_t answerWithBytes(std::uint32_t count) {
@@ -58,7 +58,7 @@ platform::KernelStatus call(platform::SmcConnection connection, Command command,
   return exchange.answered >= needed ? platform::kernelSuccess : platform::kernelError;
 }
 
-// The controller's refusal, translated into the status that the caller reports for it.
+// The status that the caller reports for a refusal by the controller.
 platform::KernelStatus statusFrom(const platform::SmcRecord& output, platform::KernelStatus whenRefused) {
   return output[resultAt] == 0 ? platform::kernelSuccess : whenRefused;
 }

@@ -24,8 +24,8 @@ struct SmcValue {
   std::array<std::uint8_t, 32> bytes{};
 };
 
-// Statuses are those of platform/smc_service.h; the kernel's own pass through, and an answer that lacks its
-// result or the bytes asked for is a kernelError. A key is a text whose first four bytes are used.
+// Statuses are those of platform/smc_service.h. The kernel's own are passed on, and an answer without its
+// result or the requested bytes is a kernelError. A key is a text whose first four bytes are used.
 [[nodiscard]] platform::KernelStatus SMCOpen(platform::SmcConnection& connection);
 platform::KernelStatus SMCClose(platform::SmcConnection connection);
 // kernelNotFound: the controller does not know the key.

@@ -175,7 +175,8 @@ bool needsPriming(std::int64_t target) {
   return held && (*held == 0 || *held > leastOfSlider);
 }
 
-// The target that macOS now holds, or none: what it holds instead from here on is a new drift.
+// Records the target that macOS now holds, or none. If macOS holds another value after this, that is a new
+// drift.
 void noteHeldTarget(std::optional<std::int64_t> target) {
   gNativeHeldTarget = target;
   gNativeDriftRewritten = false;
@@ -202,7 +203,7 @@ void confirm(std::int64_t target) {
   noteHeldTarget(target);
 }
 
-// macOS holds something else for now, which is not Brisko's to overrule.
+// macOS holds another value for now, which the daemon must not overrule.
 void standBack(const std::string& finding) {
   if (!gNativeOverrideLogged) log(finding);
   gNativeOverrideLogged = true;

@@ -28,7 +28,7 @@ inline double gNativeNudgedAt = platform::distantPast;   // when it was last wri
 void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool topUp,
                  const std::optional<CalDrive>& calDrive, bool hot);
 
-// macOS has the whole time again to hold the limit last written, counted from `now`.
+// Gives macOS the whole time again, counted from `now`, to hold the limit last written.
 void restartNativeWait(double now);
 
 // Restores the limit that macOS had before, if its own slider can show it, otherwise none. Does nothing when
@@ -38,8 +38,8 @@ void handBackNative();
 
 // The rules.
 
-// The level to hold at while the battery is above the limit and is not to be run down: the charge at which it
-// was first seen there. It does not change with the charge.
+// The percentage to hold while the battery is above the limit and must not be discharged: the charge at which
+// it was first seen there. It does not follow the charge.
 struct HoldPointInputs {
   bool topUp = false;
   bool plugged = false;
@@ -47,7 +47,7 @@ struct HoldPointInputs {
   bool calibrating = false;
   std::int64_t pct = 0;
   std::int64_t upper = 80;
-  std::optional<std::int64_t> holdAt = std::nullopt;  // of the tick before
+  std::optional<std::int64_t> holdAt = std::nullopt;  // in the previous tick
 };
 [[nodiscard]] std::optional<std::int64_t> nativeHoldPoint(const HoldPointInputs& inputs);
 
@@ -63,7 +63,7 @@ struct NativeStateInputs {
   std::int64_t pct = 0;
   std::int64_t target = 80;
   std::optional<std::int64_t> currentMA = std::nullopt;
-  ChargeState state = ChargeState::allow;  // of the tick before
+  ChargeState state = ChargeState::allow;  // in the previous tick
 };
 [[nodiscard]] ChargeState nativeChargeState(const NativeStateInputs& inputs);
 

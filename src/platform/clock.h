@@ -4,7 +4,7 @@
 
 namespace brisko::platform {
 
-// A wall clock before every reading, for what has not happened yet.
+// Earlier than every reading of the wall clock; the time of an event that has not happened yet.
 inline constexpr double distantPast = -62'135'596'800;  // 0001-01-01T00:00:00Z
 
 // Wall clock, seconds since 1970-01-01 UTC with fractions. It can step, including backwards.

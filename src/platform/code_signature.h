@@ -7,7 +7,7 @@
 namespace brisko::platform {
 
 // The team identifier in this process's own code signature; none when it is unsigned or cannot be read. An
-// empty text is returned as it is.
+// empty text is returned unchanged.
 [[nodiscard]] std::optional<std::string> teamIdentifier();
 
 }  // namespace brisko::platform

@@ -1,5 +1,5 @@
 // platform/host.h
-// What the process may ask about its environment.
+// What the process can find out about its environment.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +8,14 @@
 
 namespace brisko::platform {
 
-// Major version of the running macOS, e.g. 26; the true one, whatever SDK the program was built with.
+// Major version of the running macOS, e.g. 26; the real one, whatever SDK the program was built with.
 [[nodiscard]] std::int64_t osMajor();
 
 // The value of an environment variable; none when it is not set (an empty one is a value).
 [[nodiscard]] std::optional<std::string> environment(const char* name);
 
-// The path of the running executable with symbolic links resolved, and on a Mac without a leading /private
-// where the rest of it is there too; none when it cannot be had or its unresolved form needs 4096 bytes or
-// more.
+// The path of the running executable with symbolic links resolved, and on a Mac without a leading /private if
+// the rest of the path exists too; none if it is unavailable or its unresolved form needs 4096 bytes or more.
 [[nodiscard]] std::optional<std::string> executablePath();
 
 // 0 is root.

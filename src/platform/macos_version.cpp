@@ -24,7 +24,7 @@ bool isDigit(char character) { return character >= '0' && character <= '9'; }
 // The number that every build begins with counts the kernel's major versions. It continued by one when the
 // numbers of macOS jumped from 15 to 26.
 std::optional<std::int64_t> majorOfBuild(std::string_view build) {
-  constexpr std::int64_t kernelOfMacOS11 = 20;  // what came before counted otherwise
+  constexpr std::int64_t kernelOfMacOS11 = 20;  // earlier versions were counted differently
   constexpr std::int64_t kernelOfMacOS26 = 25;
   const auto kernel = leadingNumber(build);
   if (!kernel || kernel->value < kernelOfMacOS11) return std::nullopt;

@@ -1,5 +1,5 @@
 // platform/macos_version.h
-// Which macOS a Mac runs, from what its kernel says about itself.
+// The version of macOS, from what the kernel reports.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@ namespace brisko::platform {
 // Major version, e.g. 26, from the build ("25G83") or, when that cannot be read, from the product version
 // ("26.6.1"); 0 when neither can.
 //
-// The build leads because it is the one that is never adjusted. A program that was linked with an SDK older
-// than macOS 26 is given a compatibility version in place of the product version, by the kernel and by
+// The build comes first because it is never adjusted. A program that was linked with an SDK older than macOS
+// 26 gets a compatibility version instead of the product version, by the kernel and by
 // `operatingSystemVersion` alike: 16 on macOS 26, and something below 27 on macOS 27. Such a program would
-// take a system that has closed its keys for one that has not.
+// not notice that the system has closed its keys.
 [[nodiscard]] std::int64_t macOSMajor(std::string_view build, std::string_view productVersion);
 
 }  // namespace brisko::platform

@@ -10,7 +10,7 @@ namespace brisko::platform {
 
 using Work = std::function<void()>;
 
-// Runs until stopMain() or until the process ends. Signals are let in only between two pieces of work.
+// Runs until stopMain() or until the process ends. Signals are handled only between two pieces of work.
 void runMain();
 
 // Makes runMain() return once the present work item is done.
@@ -19,7 +19,7 @@ void stopMain();
 using TimerToken = std::uint64_t;  // never 0
 
 // A timer that fires every `intervalSeconds` (above 0) of uptime, first after one interval. It keeps its
-// grid: late by one interval or by a hundred, it fires once, then at the next point of the grid. It is paused
+// grid: however many intervals it is late, it fires once, then at the next point of the grid. It is paused
 // while the machine sleeps. Work due at the same instant runs in the order in which it was added.
 [[nodiscard]] TimerToken addRepeatingTimer(double intervalSeconds, Work work);
 
@@ -33,10 +33,10 @@ void postMain(Work work);
 void postMainAfter(double seconds, Work work);
 
 // Installs `handler` for the signal and from then on runs it from the run loop only: it never interrupts a
-// piece of work, so it may do all that the main thread may do. SIGINT and SIGTERM are both shut out while it
-// runs. On a real Mac there is one exception. When the loop has not come round after 5 s of uptime, because
-// the main thread is stuck in a call, the handler is run beside it. It must then end the process, and must
-// first do what matters most, since what comes later may have to wait for the main thread. That one writes no
+// piece of work, so it may do all that the main thread may do. SIGINT and SIGTERM are both blocked while it
+// runs. On a real Mac there is one exception. If the loop has not responded after 5 s of uptime, because the
+// main thread is stuck in a call, another thread runs the handler. It must then end the process, and must do
+// first what matters most, since later steps may have to wait for the main thread. The main thread writes no
 // key from then on.
 void installSignalHandler(int signal, void (*handler)(int));
 

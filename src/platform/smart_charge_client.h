@@ -15,11 +15,11 @@ namespace brisko::platform {
 // calls below may be made only after it returned true.
 [[nodiscard]] bool makeSmartChargeClient(std::string_view name);
 
-// Each answer is none when it cannot be had: the client reports an error, raises an exception, or does not
-// know the question. Of these an error alone is a no when a limit is set.
+// Each answer is none if it is unavailable: the client reports an error, raises an exception, or does not
+// understand the message. But when a limit is set, an error counts as a refusal.
 [[nodiscard]] std::optional<bool> smartChargeLimitSupported();
 [[nodiscard]] std::optional<bool> smartChargeLimitEnabled();
 [[nodiscard]] std::optional<std::int64_t> smartChargeLimit();                 // percent
-[[nodiscard]] std::optional<bool> setSmartChargeLimit(std::int64_t percent);  // the system's yes or no
+[[nodiscard]] std::optional<bool> setSmartChargeLimit(std::int64_t percent);  // true if accepted
 
 }  // namespace brisko::platform

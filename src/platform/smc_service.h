@@ -34,12 +34,12 @@ KernelStatus closeSmc(SmcConnection connection);
 
 struct SmcExchange {
   KernelStatus status;
-  std::size_t answered;  // bytes of the output that the controller's driver gave; 0 unless the status is 0
+  std::size_t answered;  // bytes of output that the controller's driver returned; 0 unless the status is 0
 };
 
-// Sends `input` and receives `output`. The status is whether the kernel took the call; whether the
-// controller obeyed stands in the output's result byte. What was not answered is zero in `output`, so the
-// result byte means something only within `answered`.
+// Sends `input` and receives `output`. The status is whether the kernel accepted the call; the output's
+// result byte is whether the controller obeyed. Bytes that were not answered are zero in `output`, so the
+// result byte is valid only within `answered`.
 [[nodiscard]] SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output);
 
 }  // namespace brisko::platform

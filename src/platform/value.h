@@ -35,7 +35,7 @@ struct Date {
 
 class Value {
  public:
-  // The conversions are implicit on purpose: a property list reads like one.
+  // The conversions are implicit on purpose, so that a dictionary in the code looks like a property list.
   // NOLINTBEGIN(google-explicit-constructor)
   Value() = default;  // null
   Value(bool value) : storage_(value) {}

@@ -74,7 +74,7 @@ bool sleepIsPending() {
   return false;
 }
 
-// Nothing is driven and nothing published.
+// No key is written and nothing is published.
 bool isAtRest() { return gDormant || gReleased || (gPurged && gateIsMacOSLimit()); }
 
 void resetStatistics(const Settings& cfg) {

@@ -15,7 +15,7 @@ struct HeatInputs {
   bool plugged = false;                       // by the power-source service
   std::optional<double> temp = std::nullopt;  // °C
   std::int64_t limit = 40;                    // °C from which charging is paused
-  bool paused = false;                        // by the tick before
+  bool paused = false;                        // in the previous tick
 };
 
 [[nodiscard]] bool pausedForHeat(const HeatInputs& inputs);

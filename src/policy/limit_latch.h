@@ -10,11 +10,11 @@ namespace brisko {
 
 struct LimitLatchInputs {
   bool enabled = true;
-  bool changed = false;  // a setting differs from the tick before: the band is entered from below
+  bool changed = false;  // a setting has changed since the previous tick, so the band is entered from below
   std::int64_t pct = 0;
   std::int64_t target = 80;  // the band in force
   std::int64_t floor = 75;
-  std::optional<bool> before = std::nullopt;  // of the tick before; unknown counts as reached
+  std::optional<bool> before = std::nullopt;  // in the previous tick; unknown counts as reached
 };
 
 [[nodiscard]] bool limitLatch(const LimitLatchInputs& inputs);

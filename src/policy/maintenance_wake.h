@@ -1,6 +1,6 @@
 // policy/maintenance_wake.h
-// In a maintenance wake the display stays off and a discharge can't be verified, so none is started. That a
-// wanted discharge waits is logged once for each run of such wakes.
+// In a maintenance wake the display stays off and a discharge can't be verified, so none is started. If a
+// wanted discharge has to wait, that is logged once for each series of such wakes.
 #pragma once
 
 #include <cstdint>

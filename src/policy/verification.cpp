@@ -78,8 +78,8 @@ void reassertDischarge(const ChargeGate& gate) {
   reassertCut(gate);
 }
 
-// Whether an earlier tick began to watch. The first one only notes its time, and a tick that cannot watch
-// forgets it.
+// Whether an earlier tick started the observation. The first tick only records its time, and a tick that
+// cannot observe resets it.
 bool hasWatchedSince(std::optional<double>& since, bool canWatch) {
   if (canWatch && since) return true;
   since = canWatch ? std::optional(platform::wallNow()) : std::nullopt;

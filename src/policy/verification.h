@@ -1,9 +1,9 @@
 // policy/verification.h
-// Verifies that the hardware obeys. A key can be accepted and then ignored, or be undone behind our back.
-// After every decision the tick calls these three functions, in this order, wherever we can write the charge
-// keys. Their findings are logged; a discharge that does not work is given up for a hold. They ignore whether
-// their own writes were accepted, because the next tick checks again. Times are wall clock, so a step of the
-// clock shortens or lengthens a wait.
+// Verifies that the hardware obeys. A write can be accepted and then ignored, or be undone by others. After
+// every decision the tick calls these three functions, in this order, wherever we can write the charge keys.
+// Their findings are logged; a discharge that does not work is given up for a hold. They ignore whether their
+// own writes were accepted, because the next tick checks again. Times are wall clock, so a step of the clock
+// shortens or lengthens a wait.
 #pragma once
 
 namespace brisko {
@@ -12,8 +12,8 @@ namespace brisko {
 // when the tick wants another one. A cut that is lost for the sixth time ends the discharge.
 void reassertState();
 
-// Verifies that a hold stops the charging. The verdict is logged once per process, and again when it flips; a
-// failure changes nothing but the log. `plugged` is the power-source service's value.
+// Verifies that a hold stops the charging. The verdict is logged once per process, and again when it changes;
+// a failure is only logged. `plugged` is the power-source service's value.
 void verifyGate(bool plugged);
 
 // Verifies that a discharge runs the battery down, and gives it up when it does not. Evaluated only in a full

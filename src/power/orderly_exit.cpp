@@ -19,9 +19,9 @@
 namespace brisko {
 namespace {
 
-// Runs from the run loop, so it may do all that the main thread may do; or, when that loop is stuck, beside
-// it. Then the order matters: the keys come first, whose writes need neither memory nor a lock. It ends the
-// process itself: the exit hook must not restore a second time.
+// Runs from the run loop, so it may do all that the main thread may do; or, if the main thread is stuck, on
+// another thread. Then the order matters: the keys come first, because their writes need neither memory nor a
+// lock. It ends the process itself: the exit hook must not restore a second time.
 void signalHandler(int signal) {
   restoreOnExit();
   log("Signal " + std::to_string(signal) + ": charging, adapter and LED restored, exiting.");

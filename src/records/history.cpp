@@ -36,7 +36,7 @@ std::string gLastPruneDay;
 
 // "2025-03-14": the local calendar day; none beyond the calendar's range.
 std::optional<std::string> dayName(double secondsSince1970) {
-  // The computer travels: the time zone may have changed since the last line.
+  // The time zone may have changed since the last line, because a Mac travels.
   ::tzset();
   const auto moment = static_cast<std::time_t>(checkedInteger(std::floor(secondsSince1970)));
   std::tm local{};

@@ -9,9 +9,9 @@ inline double gProtectedSeconds = 0;  // time spent protecting, in total
 inline double gStatsSince = 0;        // seconds since 1970 at which the total started
 inline double gLastStatsTick = 0;     // wall clock of the last statisticsTick()
 
-// Reads the file, once, at start-up. Changes nothing when it is missing, unreadable, not JSON or not an
-// object. Otherwise a value that is missing or has another type becomes 0 or unknown; only the start of the
-// total is kept.
+// Reads the file, once, at start-up. Changes nothing if it is missing, unreadable, not JSON or not an object.
+// Otherwise a value that is missing or has another type becomes 0 or unknown, except the start of the total,
+// which is kept.
 void readStats();
 
 // Writes the present values to the file. Does nothing after a purge; failures are silent. A total beyond 64

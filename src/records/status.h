@@ -13,7 +13,7 @@ namespace brisko {
 struct StatusReport {
   ChargeState state = ChargeState::allow;
   std::int64_t pct = 0;     // percent
-  bool plugged = false;     // an adapter is there, cut or not
+  bool plugged = false;     // an adapter is plugged in, cut or not
   std::int64_t upper = 80;  // percent, the upper bound by the settings
   bool enabled = true;
   bool discharge = false;                     // a forced discharge is wanted and allowed
@@ -24,9 +24,9 @@ struct StatusReport {
   std::int64_t calSoakSeconds = 0;
 };
 
-// Rewrites the file when a value that the app shows at once has changed, and otherwise when the last write is
-// 15 s or more ago: temperature, statistics and time are written along with it. Does nothing after a purge;
-// failures are silent and not retried earlier.
+// Rewrites the file if a value that the app shows at once has changed, or if the last write was 15 s ago or
+// more, because temperature, statistics and time change all the time. Does nothing after a purge; failures
+// are silent and not retried earlier.
 void writeStatus(const StatusReport& report);
 
 }  // namespace brisko

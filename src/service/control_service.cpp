@@ -31,8 +31,7 @@ constexpr const char* serviceName = "com.brisko.daemon.xpc";
 constexpr double removalSeconds = 30;  // time for the app to remove the service after a release
 constexpr double restartDelay = 0.3;   // seconds; lets the reply arrive first
 
-// ---------------------------------------------------------------------------------------------------------
-// New settings
+// --- New settings
 
 std::optional<Json> objectIn(const std::vector<std::uint8_t>& bytes) {
   const std::string text(bytes.begin(), bytes.end());
@@ -58,8 +57,7 @@ void applySettings(const std::vector<std::uint8_t>& bytes, const Reply& reply) {
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Erasing all data
+// --- Erasing all data
 
 constexpr std::array dataFolders = {"/Library/Application Support/Brisko", "/Library/Logs/Brisko"};
 
@@ -101,10 +99,9 @@ void purge(const Reply& reply) {
   reply(false, failures.front());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Releasing the charge
+// --- Releasing the charge
 
-// The release with this token was followed neither by the service's removal nor by another release.
+// The service was not removed after the release with this token, and no other release followed.
 void takeChargeAgain(std::int64_t token) {
   if (!gReleased || gReleaseToken != token) return;
   gReleased = false;
@@ -129,8 +126,7 @@ void releaseCharge(const Reply& reply) {
   platform::postMain([reply] { release(reply); });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Restarting
+// --- Restarting
 
 void restart(const Reply& reply) {
   reply(true, std::nullopt);

@@ -1,5 +1,5 @@
 // state/charge_state_record.h
-// The three charge states, the one in force, and the verifiers' memory of it.
+// The three charge states, the one in force, and what the verifiers store about it.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,7 @@ inline ChargeState gState = ChargeState::allow;  // last applied to the hardware
 // When the adapter was last cut or connected again by a change of state; uptime. None before the first.
 inline std::optional<double> gCutChangedAt;
 
-// What the verifiers remember of this state. Times are wall clock, seconds since 1970.
+// The verifiers' variables for this state. Times are wall clock, seconds since 1970.
 inline std::optional<double> gHoldSince;  // when the verifier first saw this hold
 inline std::optional<double> gCutSince;   // when the verifier first saw this adapter cut
 inline int gCutRewrites = 0;              // how often the cut had to be written back

@@ -1,5 +1,5 @@
 // state/led_mode.h
-// The words for the MagSafe connector's light.
+// The modes and values of the MagSafe connector's light.
 #pragma once
 
 #include <cstdint>

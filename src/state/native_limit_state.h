@@ -1,5 +1,5 @@
 // state/native_limit_state.h
-// What is known about macOS's own charge limit, for others to read. Percentages; 100 means no limit.
+// What is known about macOS's own charge limit, for other layers to read. Percentages; 100 means no limit.
 #pragma once
 
 #include <cstdint>

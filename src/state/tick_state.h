@@ -1,5 +1,5 @@
 // state/tick_state.h
-// What the evaluation tick remembers from one tick to the next, for others to read.
+// What a tick stores for the next tick and for other layers to read.
 #pragma once
 
 #include <cstdint>

@@ -28,7 +28,7 @@ TEST(CheckedInteger, dropsTheFractionTowardZero) {
   EXPECT_EQ(checkedInteger(5e-324), 0);
 }
 
-TEST(CheckedInteger, takesAllThatFits64Bits) {
+TEST(CheckedInteger, acceptsWhatFits64Bits) {
   EXPECT_EQ(checkedInteger(-beyond), smallest);
   EXPECT_EQ(checkedInteger(std::nextafter(beyond, 0)), 9223372036854774784);
 }
@@ -42,7 +42,7 @@ TEST(CheckedInteger, endsTheProcessBeyond64Bits) {
   }
 }
 
-TEST(FittingInteger, isNoneBeyond64Bits) {
+TEST(FittingInteger, isMissingBeyond64Bits) {
   EXPECT_EQ(fittingInteger(-70.9), -70);
   EXPECT_EQ(fittingInteger(-beyond), smallest);
   EXPECT_EQ(fittingInteger(std::nextafter(beyond, 0)), 9223372036854774784);
@@ -52,7 +52,7 @@ TEST(FittingInteger, isNoneBeyond64Bits) {
   }
 }
 
-TEST(CheckedProduct, takesAllThatFits64Bits) {
+TEST(CheckedProduct, acceptsWhatFits64Bits) {
   EXPECT_EQ(checkedProduct(153722867280912930, 60), 9223372036854775800);
   EXPECT_EQ(checkedProduct(-153722867280912930, 60), -9223372036854775800);
   EXPECT_EQ(checkedProduct(smallest, 1), smallest);
@@ -69,7 +69,7 @@ TEST(CheckedProduct, endsTheProcessOnOverflow) {
               "^brisko-daemon: .*\n$");
 }
 
-TEST(CheckedUnsigned32, takes32BitsAndEndsTheProcessBeyond) {
+TEST(CheckedUnsigned32, accepts32BitsAndEndsTheProcessBeyond) {
   EXPECT_EQ(checkedUnsigned32(0), 0U);
   EXPECT_EQ(checkedUnsigned32(4'294'967'295), 4'294'967'295U);
   EXPECT_EXIT(static_cast<void>(checkedUnsigned32(4'294'967'296)), KilledBySignal(SIGABRT),
@@ -105,7 +105,7 @@ TEST(Fatal, cannotBeCaught) {
   EXPECT_EQ(ended.output, "");
 }
 
-TEST(Fatal, endsByAbortWhateverBecameOfStandardError) {
+TEST(Fatal, endsByAbortWhateverTheStateOfStandardError) {
   const auto closed = inChild([] {
     ::close(STDERR_FILENO);
     fatal("unheard");

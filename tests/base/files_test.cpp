@@ -22,7 +22,7 @@ using namespace test;
 
 bool isOpen(int number) { return ::fcntl(number, F_GETFD) >= 0; }
 
-TEST(DescriptorTest, isClosedWhenItsOwnerGoes) {
+TEST(DescriptorTest, isClosedByItsDestructor) {
   int number = -1;
   {
     const Descriptor owner(::open("/dev/null", O_RDONLY));
@@ -32,7 +32,7 @@ TEST(DescriptorTest, isClosedWhenItsOwnerGoes) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(DescriptorTest, changesItsOwnerWithoutClosing) {
+TEST(DescriptorTest, staysOpenWhenItIsMoved) {
   Descriptor first(::open("/dev/null", O_RDONLY));
   const int number = first.number();
   Descriptor second(std::move(first));
@@ -54,7 +54,7 @@ TEST(DescriptorTest, isEmptyOnceClosed) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(RegularFileOpening, refusesEverythingElseWithoutWaiting) {
+TEST(RegularFileOpening, refusesEverythingElseWithoutBlocking) {
   const ScratchFolder folder;
   test::makePipe(folder.path("pipe"));
   test::makeFolder(folder.path("folder"));
@@ -79,14 +79,14 @@ TEST(RegularFileOpening, followsALinkToOne) {
   EXPECT_TRUE(openRegularFile(folder.path("link"), O_RDONLY));
 }
 
-TEST(RegularFileOpening, keepsTheDescriptorFromChildren) {
+TEST(RegularFileOpening, isNotInheritedByChildren) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   const Descriptor file = openRegularFile(folder.path("file"), O_RDONLY);
   EXPECT_EQ(::fcntl(file.number(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST(AppendingOpening, givesANewFileItsModeWhateverTheUmask) {
+TEST(AppendingOpening, createsAFileWithItsModeWhateverTheUmask) {
   const ScratchFolder folder;
   for (const mode_t umask : {0000U, 0022U, 0077U, 0777U}) {
     ::umask(umask);
@@ -96,7 +96,7 @@ TEST(AppendingOpening, givesANewFileItsModeWhateverTheUmask) {
   }
 }
 
-TEST(AppendingOpening, keepsTheModeAndTheBytesOfAFileThatIsThere) {
+TEST(AppendingOpening, keepsTheModeAndTheBytesOfAnExistingFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   put(path, "before,");
@@ -111,7 +111,7 @@ TEST(AppendingOpening, keepsTheModeAndTheBytesOfAFileThatIsThere) {
   EXPECT_EQ(inodeOf(path), inode);
 }
 
-TEST(AppendingOpening, writesWhereTheFileTrulyEnds) {
+TEST(AppendingOpening, writesAtTheCurrentEndOfTheFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const Descriptor file = openForAppending(path);
@@ -121,7 +121,7 @@ TEST(AppendingOpening, writesWhereTheFileTrulyEnds) {
   EXPECT_EQ(contents(path), "somebody else,two");
 }
 
-TEST(AppendingOpening, followsALinkToAFileButNotIntoTheVoid) {
+TEST(AppendingOpening, followsALinkToAFileButNotADanglingOne) {
   const ScratchFolder folder;
   put(folder.path("target"), "text");
   test::makeLink(folder.path("good"), folder.path("target"));
@@ -131,7 +131,7 @@ TEST(AppendingOpening, followsALinkToAFileButNotIntoTheVoid) {
   EXPECT_FALSE(test::exists(folder.path("nothing")));
 }
 
-TEST(WriteAll, reportsItWhenTheFileTakesOnlyAPart) {
+TEST(WriteAll, reportsAnIncompleteWrite) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   const auto ended = inChild([&path] {
@@ -139,7 +139,7 @@ TEST(WriteAll, reportsItWhenTheFileTakesOnlyAPart) {
     const rlimit tenBytes{10, 10};
     ::setrlimit(RLIMIT_FSIZE, &tenBytes);
     const Descriptor file = openForAppending(path);
-    // Told through the exit status: printing is cut at ten bytes, too.
+    // Reported by the exit status, because output is truncated at ten bytes too.
     ::_exit(writeAll(file.number(), "0123456789abcdef") ? 1 : 2);
   });
   EXPECT_EQ(ended.status, 2);
@@ -163,7 +163,7 @@ void takeFromPipe() {
   }
 }
 
-// Makes room only now and then, so that a write also comes back without having written anything.
+// Makes room only now and then, so that some writes return without having written anything.
 void takeFromPipeNowAndThen(int) {
   static int calls = 0;
   if (++calls % 4 == 0) takeFromPipe();
@@ -173,7 +173,7 @@ TEST(WriteAll, continuesAfterAnInterruptingSignal) {
   ASSERT_EQ(::pipe(gPipe.data()), 0);
   ASSERT_EQ(::fcntl(gPipe[0], F_SETFL, O_NONBLOCK), 0);
   struct sigaction action {};
-  action.sa_handler = takeFromPipeNowAndThen;  // without SA_RESTART: the write comes back early
+  action.sa_handler = takeFromPipeNowAndThen;  // without SA_RESTART, so the write returns early
   ::sigaction(SIGALRM, &action, nullptr);
   const itimerval often{{0, 1000}, {0, 1000}};
   ::setitimer(ITIMER_REAL, &often, nullptr);

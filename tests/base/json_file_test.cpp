@@ -32,7 +32,7 @@ constexpr std::size_t mebibyte = 1U << 20U;
 
 // ---- reading files
 
-TEST(FileReading, givesAllItsBytes) {
+TEST(FileReading, returnsAllBytesOfAFile) {
   const ScratchFolder folder;
   using namespace std::string_literals;
   for (const auto& bytes : {""s, "x"s, "{\"limit\":80}"s, "a\0b\n"s, std::string(100'000, 'x')}) {
@@ -41,7 +41,7 @@ TEST(FileReading, givesAllItsBytes) {
   }
 }
 
-TEST(FileReading, givesNoneWhenThereIsNone) {
+TEST(FileReading, returnsNothingWithoutAFile) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   makeLink(folder.path("dangling"), folder.path("nothing"));
@@ -55,7 +55,7 @@ TEST(FileReading, givesNoneWhenThereIsNone) {
   EXPECT_EQ(readWholeFile(""), std::nullopt);
 }
 
-TEST(FileReading, givesNoneForWhatIsNoRegularFileWithoutWaiting) {
+TEST(FileReading, returnsNothingForOtherThanRegularFilesAndDoesNotBlock) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
@@ -82,7 +82,7 @@ TEST(FileReading, followsALink) {
   EXPECT_THAT(readWholeFile(folder.path("link")), Optional(std::string("text")));
 }
 
-TEST(FileReading, givesNoneWithoutPermission) {
+TEST(FileReading, returnsNothingWithoutPermission) {
   const ScratchFolder folder;
   put(folder.path("file"), "text");
   setMode(folder.path(), 0755);
@@ -108,8 +108,8 @@ TEST(FileReading, stopsAboveSixteenMebibytes) {
   EXPECT_EQ(readWholeFile(folder.path("vast")), std::nullopt);
 }
 
-TEST(FileReading, reliesOnTheBytesAndNotOnTheSize) {
-  // A file whose size says 0, as that of one that is being written may.
+TEST(FileReading, readsToTheEndWhateverSizeIsReported) {
+  // A file that reports a size of 0, as one that is being written may.
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
   const auto bytes = readWholeFile("/proc/self/maps");
   ASSERT_TRUE(bytes.has_value());
@@ -117,15 +117,16 @@ TEST(FileReading, reliesOnTheBytesAndNotOnTheSize) {
   EXPECT_EQ(bytes->back(), '\n');
 }
 
-TEST(FileReading, givesNoneWhenAReadFails) {
+TEST(FileReading, returnsNothingWhenAReadFails) {
   // Nothing is mapped at address 0, where this one begins.
   if (!exists("/proc/self/mem")) GTEST_SKIP() << "this system has no such file";
   EXPECT_EQ(readWholeFile("/proc/self/mem"), std::nullopt);
 }
 
-TEST(FileReading, stopsAboveSixteenMebibytesAlsoWhereTheSizeSaidLess) {
+TEST(FileReading, stopsAboveSixteenMebibytesAlsoIfASmallerSizeIsReported) {
   if (!exists("/proc/self/maps")) GTEST_SKIP() << "this system has no such file";
-  // Each mapping of a file is a line with its long name; mappings of the same page do not merge.
+  // /proc/self/maps, which reports a size of 0, gets a line with a long name for each mapping. Mappings of
+  // the same page do not merge.
   const ScratchFolder folder;
   std::string path = folder.path();
   while (path.size() < 3000) {
@@ -156,7 +157,7 @@ TEST(FileReading, leavesNoDescriptorBehind) {
 
 // ---- parsing
 
-TEST(JsonParsing, takesWhatIsJson) {
+TEST(JsonParsing, acceptsJson) {
   for (const char* text : {"{}",
                            "[]",
                            "0",
@@ -181,7 +182,7 @@ TEST(JsonParsing, takesWhatIsJson) {
   }
 }
 
-TEST(JsonParsing, takesNothingElse) {
+TEST(JsonParsing, rejectsEverythingElse) {
   using namespace std::string_view_literals;
   const std::string_view cases[] = {
       ""sv, " "sv, "\n"sv, "{"sv, "}"sv, "["sv, "\""sv, "{\"limit\":80"sv,
@@ -194,19 +195,19 @@ TEST(JsonParsing, takesNothingElse) {
       // numbers
       "NaN"sv, "Infinity"sv, "-Infinity"sv, "nan"sv, "inf"sv, "01"sv, "-01"sv, "+1"sv, ".5"sv, "1."sv,
       "1.e5"sv, "1e"sv, "1e+"sv, "-"sv, "--1"sv, "0x10"sv, "1_000"sv, "1,5"sv,
-      // numbers beside one beyond a double
+      // other errors beside a number beyond a double
       "[1e999,01]"sv, "[01,1e999]"sv, "01e999"sv, "+1e999"sv, "1.e999"sv, ".1e999"sv, "1e999.5"sv,
       "1e999-1"sv, "[1e999 1]"sv, "[1e999,]"sv, "1e999 x"sv, "1e999\0"sv, "[1e999,\"1e999]"sv, "{1e999:1}"sv,
       "1e999e"sv,
       // texts
       "\"a"sv, "\"\\\""sv, "\"\t\""sv, "\"\n\""sv, "\"\x1f\""sv, "\"\\x41\""sv, "\"\\u12\""sv,
       "\"\\u12g4\""sv, "\"\\ud83d\""sv, "\"\\ude00\""sv, "\"\\ud83d\\ud83d\""sv, "\"\\ud83dx\""sv,
-      // bytes that are no UTF-8: alone, cut, overlong, surrogates, too large
+      // invalid UTF-8: stray bytes, truncated, overlong, surrogates, too large
       "\"\xff\""sv, "\"\xc3\""sv, "\"\x80\""sv, "\"\xc0\xaf\""sv, "\"\xe0\x80\xaf\""sv, "\"\xed\xa0\x80\""sv,
       "\"\xf4\x90\x80\x80\""sv, "\"\xf0\x9f\x98\""sv, "{\"\xff\":1}"sv, "\xff"sv, "\xc2\xa0{}"sv,
       // zero bytes
       "{}\0"sv, "{}\0garbage"sv, "\0{}"sv, "\"a\0b\""sv, "{\0}"sv, "\0"sv,
-      // marks of other encodings, and UTF-16 and UTF-32 themselves
+      // byte order marks of other encodings, and UTF-16 and UTF-32
       "\xEF\xBB{}"sv, "\xEF\xBB\xBF\xEF\xBB\xBF{}"sv, "\xEF\xBB\xBF"sv, "{\0}\0"sv, "\0{\0}"sv,
       "\xFF\xFE{\0}\0"sv, "\xFE\xFF\0{\0}"sv, "{\0\0\0}\0\0\0"sv, "\0\0\0{\0\0\0}"sv};
   for (const auto text : cases) {
@@ -240,14 +241,14 @@ TEST(JsonParsing, readsANumberBeyondADoubleAsInfinite) {
   EXPECT_EQ(parseJson("[1e999,1e-999]")->at(1), 0.0);
 }
 
-TEST(JsonParsing, readsEverythingBesideANumberBeyondADoubleAsItStands) {
+TEST(JsonParsing, readsTheRestOfATextWithANumberBeyondADoubleUnchanged) {
   EXPECT_EQ(*parseJson("{\"limit\":70,\"foo\":1e999}"), (Json{{"limit", 70}, {"foo", infinity}}));
   EXPECT_EQ(*parseJson("{\"foo\":-1e999,\"limit\":70}"), (Json{{"limit", 70}, {"foo", -infinity}}));
   EXPECT_EQ(*parseJson("{\"limit\":1e999,\"limit\":70}"), (Json{{"limit", 70}}));
   EXPECT_EQ(*parseJson("[0,1e999,-0,[2.5,-1e999],{\"a\":[1e999]},3]"),
             Json::array({0, infinity, 0, Json::array({2.5, -infinity}),
                          Json::object({{"a", Json::array({infinity})}}), 3}));
-  // Texts are no numbers, whatever they hold and wherever they end.
+  // A string is never a number, whatever it contains and wherever it ends.
   EXPECT_EQ(*parseJson(R"(["1e999","-","\"1e999",true,1e999,"\\",7,"1",false,null])"),
             Json::array({"1e999", "-", "\"1e999", true, infinity, "\\", 7, "1", false, nullptr}));
   const Json kinds = *parseJson("[80,-3,80.0,18446744073709551615,1e999]");
@@ -257,7 +258,7 @@ TEST(JsonParsing, readsEverythingBesideANumberBeyondADoubleAsItStands) {
   EXPECT_TRUE(kinds[3].is_number_unsigned());
 }
 
-TEST(JsonParsing, isDoneAtOnceWithManyNumbersBeyondADouble) {
+TEST(JsonParsing, isFastWithManyNumbersBeyondADouble) {
   std::string many = "[1e999";
   for (int count = 1; count < 100'000; ++count) many += count % 2 == 0 ? ",1e999" : ",-1e999";
   const auto parsed = parseJson(many + "]");
@@ -268,7 +269,7 @@ TEST(JsonParsing, isDoneAtOnceWithManyNumbersBeyondADouble) {
   EXPECT_FALSE(parseJson(many).has_value());
 }
 
-TEST(JsonParsing, takesTheLastOfEqualKeys) {
+TEST(JsonParsing, usesTheLastOfDuplicateKeys) {
   EXPECT_EQ(parseJson("{\"limit\":70,\"limit\":90}")->at("limit"), 90);
 }
 
@@ -281,7 +282,7 @@ std::string nested(std::size_t levels, const std::string& open, const std::strin
   return text;
 }
 
-TEST(JsonParsing, takes512LevelsAndNoMore) {
+TEST(JsonParsing, accepts512LevelsAndNoMore) {
   EXPECT_TRUE(parseJson(nested(512, "[", "]", "")).has_value());
   EXPECT_FALSE(parseJson(nested(513, "[", "]", "")).has_value());
   EXPECT_TRUE(parseJson(nested(512, "{\"a\":", "}", "1")).has_value());
@@ -299,7 +300,7 @@ TEST(JsonParsing, countsLevelsAndNotBrackets) {
   EXPECT_TRUE(parseJson(objects + "]").has_value());
 }
 
-TEST(JsonParsing, countsNoBracketsInsideTexts) {
+TEST(JsonParsing, ignoresBracketsInsideStrings) {
   const std::string brackets(600, '[');
   EXPECT_TRUE(parseJson("\"" + brackets + "\"").has_value());
   EXPECT_TRUE(parseJson("\"\\\"" + brackets + "\"").has_value());
@@ -309,7 +310,7 @@ TEST(JsonParsing, countsNoBracketsInsideTexts) {
   EXPECT_TRUE(parseJson("[\"\\\\\"," + nested(511, "[", "]", "") + "]").has_value());
 }
 
-TEST(JsonParsing, isDoneAtOnceWithAMillionBrackets) {
+TEST(JsonParsing, isFastWithAMillionBrackets) {
   constexpr std::size_t million = 1'000'000;
   EXPECT_FALSE(parseJson(std::string(million, '[')).has_value());
   EXPECT_FALSE(parseJson(std::string(million, ']')).has_value());
@@ -318,7 +319,7 @@ TEST(JsonParsing, isDoneAtOnceWithAMillionBrackets) {
   EXPECT_FALSE(parseJson(std::string(million, ']') + std::string(million, '[')).has_value());
 }
 
-TEST(JsonObjectReading, takesAnObjectAndNothingElse) {
+TEST(JsonObjectReading, acceptsAnObjectAndNothingElse) {
   const ScratchFolder folder;
   const auto read = [&folder](std::string_view bytes) {
     put(folder.path("file"), bytes);
@@ -343,7 +344,7 @@ TEST(JsonText, isCompactWithKeysInByteOrder) {
                                    R"("calibrate":true,"é":"x"})")));
 }
 
-TEST(JsonText, escapesOnlyWhatMustBe) {
+TEST(JsonText, escapesOnlyWhatMustBeEscaped) {
   EXPECT_THAT(jsonText(Json("/Library/Logs — é ⚠️")),
               Optional(std::string("\"/Library/Logs — é ⚠️\"")));
   EXPECT_THAT(jsonText(Json("\"\\\n\t\x01")), Optional(std::string(R"("\"\\\n\t\u0001")")));
@@ -390,7 +391,7 @@ TEST(JsonText, isReadBackAsTheSameDouble) {
   }
 }
 
-TEST(JsonText, isNoneForATextThatIsNoUtf8) {
+TEST(JsonText, isMissingForInvalidUtf8) {
   EXPECT_EQ(jsonText(Json("\xff")), std::nullopt);
   EXPECT_EQ(jsonText(Json("caf\xe9")), std::nullopt);
   EXPECT_EQ(jsonText(Json("\xe2\x9a")), std::nullopt);
@@ -398,14 +399,14 @@ TEST(JsonText, isNoneForATextThatIsNoUtf8) {
   EXPECT_EQ(jsonText(Json{{"\xff", 1}}), std::nullopt);
 }
 
-TEST(JsonText, isNoneForANumberThatIsNotFinite) {
+TEST(JsonText, isMissingForANumberThatIsNotFinite) {
   for (const double value : {infinity, -infinity, std::nan("")}) {
     EXPECT_EQ(jsonText(Json(value)), std::nullopt);
     EXPECT_EQ(jsonText(Json{{"a", {1, {{"b", value}}}}, {"c", 2}}), std::nullopt);
   }
 }
 
-// Switches this process to a locale that writes 2,5; false when this system cannot make one.
+// Switches this process to a locale that writes 2,5. False if the system has none.
 bool useDecimalComma(const ScratchFolder& folder) {
   const std::string command =
       "localedef -i fr_FR -f UTF-8 " + folder.path("fr_FR.UTF-8") + " >" + folder.path("said") + " 2>&1";
@@ -415,7 +416,7 @@ bool useDecimalComma(const ScratchFolder& folder) {
   return std::string(std::localeconv()->decimal_point) == ",";
 }
 
-TEST(JsonText, knowsNoLocale) {
+TEST(JsonText, ignoresTheLocale) {
   const ScratchFolder folder;
   if (!useDecimalComma(folder)) GTEST_SKIP() << "no locale with a decimal comma can be made here";
   EXPECT_THAT(jsonText(Json{{"a", 1234567.5}, {"b", 1234567}}),
@@ -428,7 +429,7 @@ TEST(JsonText, knowsNoLocale) {
 
 // ---- writing files
 
-TEST(FileWriting, makesANewOneWithWhatTheUmaskLeaves) {
+TEST(FileWriting, createsAFileWithTheModeThatTheUmaskAllows) {
   const ScratchFolder folder;
   const std::pair<mode_t, mode_t> cases[] = {{0022, 0644}, {0077, 0600}, {0000, 0666}, {0027, 0640}};
   for (const auto& [umask, mode] : cases) {
@@ -440,7 +441,7 @@ TEST(FileWriting, makesANewOneWithWhatTheUmaskLeaves) {
   }
 }
 
-TEST(FileWriting, keepsTheInodeAndTheModeOfAnOldOne) {
+TEST(FileWriting, keepsTheInodeAndTheModeOfAnExistingFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("file");
   put(path, "something much longer than what comes");
@@ -463,13 +464,13 @@ TEST(FileWriting, leavesNothingElseInTheFolder) {
   EXPECT_EQ(::rmdir(folder.path().c_str()), 0);  // possible only when it is empty
 }
 
-TEST(FileWriting, makesNoFolders) {
+TEST(FileWriting, createsNoFolders) {
   const ScratchFolder folder;
   writeJsonFile(folder.path("missing/file"), Json(1));
   EXPECT_FALSE(exists(folder.path("missing")));
 }
 
-TEST(FileWriting, goesThroughALink) {
+TEST(FileWriting, followsALink) {
   const ScratchFolder folder;
   put(folder.path("target"), "old");
   makeLink(folder.path("link"), folder.path("target"));
@@ -480,7 +481,7 @@ TEST(FileWriting, goesThroughALink) {
   EXPECT_TRUE(S_ISLNK(status.st_mode));
 }
 
-TEST(FileWriting, neitherWaitsForAPipeNorWritesIntoIt) {
+TEST(FileWriting, neitherBlocksOnAPipeNorWritesIntoIt) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   writeJsonFile(folder.path("pipe"), Json(1));
@@ -519,7 +520,7 @@ TEST(FileWriting, isSilentWithoutPermission) {
   setMode(folder.path(), 0755);
 }
 
-TEST(FileWriting, leavesItCutWhenTheDiskIsFull) {
+TEST(FileWriting, leavesATruncatedFileWhenTheDiskIsFull) {
   const ScratchFolder folder;
   put(folder.path("file"), "{\"limit\":80,\"led\":true}");
   const auto ended = inChild([&folder] {
@@ -532,7 +533,7 @@ TEST(FileWriting, leavesItCutWhenTheDiskIsFull) {
   EXPECT_EQ(contents(folder.path("file")), "{\"lim");
 }
 
-TEST(FileWriting, leavesTheOldOneWhenTheValueHasNoText) {
+TEST(FileWriting, keepsTheOldFileWhenTheValueCannotBeWritten) {
   const ScratchFolder folder;
   put(folder.path("file"), "old");
   writeJsonFile(folder.path("file"), Json{{"path", "\xff"}});
@@ -545,7 +546,7 @@ TEST(FileWriting, leavesTheOldOneWhenTheValueHasNoText) {
 
 // ---- values by type
 
-TEST(ValueByType, isTakenFromItsOwnTypeOnly) {
+TEST(ValueByType, isReadFromItsOwnTypeOnly) {
   const Json object =
       *parseJson(R"({"true":true,"false":false,"zero":0,"one":1,"negative":-3,"whole":80.0,)"
                  R"("fraction":70.9,"exponent":8e1,"text":"80","null":null,"list":[1],"object":{}})");
@@ -597,7 +598,7 @@ TEST(ValueByType, isADoubleAndNoIntegerBeyondADouble) {
   }
 }
 
-TEST(ValueByType, isNoneInWhatIsNoObject) {
+TEST(ValueByType, isMissingInOtherThanAnObject) {
   for (const char* text : {"[true]", "true", "80", "2.5", "null", "\"a\""}) {
     const Json value = *parseJson(text);
     EXPECT_EQ(booleanAt(value, "a"), std::nullopt) << text;

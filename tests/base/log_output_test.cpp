@@ -24,7 +24,7 @@ namespace {
 
 using namespace test;
 
-// A stream for the log, and what reads it at the other end, without waiting.
+// A stream for the log, and its other end, which is read without blocking.
 struct Stream {
   Descriptor writing;
   Descriptor reading;
@@ -50,7 +50,7 @@ Stream makeTerminal() {
   Descriptor terminal(::open(::ptsname(master.number()), O_RDWR | O_NOCTTY));
   termios modes{};
   if (::tcgetattr(terminal.number(), &modes) != 0) ::_exit(1);
-  modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);  // a line feed stays one byte
+  modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);  // keeps a line feed one byte
   if (::tcsetattr(terminal.number(), TCSANOW, &modes) != 0) ::_exit(1);
   return {std::move(terminal), std::move(master)};
 }
@@ -60,7 +60,7 @@ Stream makeStream(const std::string& kind) {
   return kind == "Socket" ? makeSocket() : makeTerminal();
 }
 
-// What can be read now, at most `most` bytes.
+// Reads what is available, at most `most` bytes.
 std::string readNow(const Stream& stream, std::size_t most = 1U << 24U) {
   std::string text;
   std::string part(4096, '\0');
@@ -73,7 +73,7 @@ std::string readNow(const Stream& stream, std::size_t most = 1U << 24U) {
   return text;
 }
 
-// Runs `body` in a child whose standard output is a stream of that kind. What it returns.
+// Runs `body` in a child whose standard output is a stream of that kind, and returns its result.
 std::string withOutputTo(const std::string& kind, const std::function<std::string(Stream&)>& body) {
   const auto ended = inChild([&] {
     const int results = ::dup(STDOUT_FILENO);
@@ -86,16 +86,16 @@ std::string withOutputTo(const std::string& kind, const std::function<std::strin
   return ended.output;
 }
 
-// Lines that can be told apart, of 100 bytes each.
+// Distinct lines of 100 bytes each.
 std::string numbered(int number) {
   std::string line = std::to_string(number) + " ";
   line.resize(99, 'x');
   return line + "\n";
 }
 
-constexpr int farTooMany = 20'000;  // two megabytes: more than any of these streams holds
+constexpr int farTooMany = 20'000;  // two megabytes: more than any of these streams buffers
 
-// The numbers of the lines in `text`; -1 for one that is not whole.
+// The numbers of the lines in `text`; -1 for an incomplete one.
 std::vector<int> numbersIn(const std::string& text) {
   std::vector<int> numbers;
   for (std::size_t from = 0; from < text.size(); from += 100) {
@@ -113,13 +113,13 @@ std::vector<int> firstNumbers(int count) {
 
 class LogOutput : public testing::TestWithParam<const char*> {};  // the kind of stream
 
-// Whatever was begun when the stream was full comes to its end, and then the lines continue.
-TEST_P(LogOutput, leavesOutWholeLinesWhileNobodyReads) {
+// A line that was written in part when the stream filled up is completed, and then the lines continue.
+TEST_P(LogOutput, dropsWholeLinesWhileNobodyReads) {
   const std::string text = withOutputTo(GetParam(), [](Stream& stream) {
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
     std::string read = readNow(stream);
-    // A terminal hands on what it took only by and by, so there is no end to wait for: each new line shows
-    // whether there is room again.
+    // A terminal passes its data on gradually, so there is no end to wait for: each new line shows whether
+    // there is room again.
     while (read.find("one more\n") == std::string::npos) {
       offerLogLine("one more\n");
       read += readNow(stream);
@@ -132,9 +132,9 @@ TEST_P(LogOutput, leavesOutWholeLinesWhileNobodyReads) {
   EXPECT_EQ(std::adjacent_find(numbers.begin(), numbers.end(), std::greater_equal<>()), numbers.end());
 }
 
-// Also in the middle of a piece, as a terminal takes it.
-TEST_P(LogOutput, finishesALineThatWasBegunBeforeTheNext) {
-  const std::string lengthy = std::string(1'000'000, 'a') + "\n";  // more than fits
+// Also if only a part of a write was accepted, as by a terminal.
+TEST_P(LogOutput, completesALineBeforeTheNextBegins) {
+  const std::string lengthy = std::string(1'000'000, 'a') + "\n";  // larger than the buffer
   const std::string text = withOutputTo(GetParam(), [&lengthy](Stream& stream) {
     offerLogLine(lengthy);
     std::string read = readNow(stream, 100);
@@ -148,7 +148,7 @@ TEST_P(LogOutput, finishesALineThatWasBegunBeforeTheNext) {
   EXPECT_THAT(text, StartsWith(lengthy + "next\n"));
 }
 
-TEST_P(LogOutput, takesEveryLineWhileSomebodyReads) {
+TEST_P(LogOutput, dropsNoLineWhileSomebodyReads) {
   const std::string text = withOutputTo(GetParam(), [](Stream& stream) {
     std::string read;
     for (int number = 0; number < 2000; ++number) {
@@ -160,7 +160,7 @@ TEST_P(LogOutput, takesEveryLineWhileSomebodyReads) {
   EXPECT_EQ(numbersIn(text), firstNumbers(2000));
 }
 
-TEST_P(LogOutput, leavesTheFlagsOfTheStreamAsTheyWere) {
+TEST_P(LogOutput, keepsTheFlagsOfTheStream) {
   const std::string flags = withOutputTo(GetParam(), [](Stream&) {
     const int before = ::fcntl(STDOUT_FILENO, F_GETFL);
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
@@ -180,7 +180,7 @@ TEST_P(LogOutput, leavesNoDescriptorBehind) {
   EXPECT_EQ(next, "1");
 }
 
-TEST_P(LogOutput, bearsAReaderThatIsGone) {
+TEST_P(LogOutput, toleratesAClosedPipe) {
   const std::string outcome = withOutputTo(GetParam(), [](Stream& stream) {
     offerLogLine("one\n");
     stream.reading.close();
@@ -207,7 +207,7 @@ TEST(LogOutputToAPipe, dropsALineWhoseBeginningDoesNotFit) {
   EXPECT_THAT(text, testing::MatchesRegex("x+kept\n"));
 }
 
-TEST(LogOutputToATerminal, goesOnPastATerminalOnHold) {
+TEST(LogOutputToATerminal, doesNotBlockOnATerminalOnHold) {
   const VirtualMac mac({.startTime = 1772352930});
   const std::string text = withOutputTo("Terminal", [](Stream& stream) {
     ::tcflow(STDOUT_FILENO, TCOOFF);
@@ -224,7 +224,7 @@ TEST(LogOutputToATerminal, goesOnPastATerminalOnHold) {
   EXPECT_THAT(mac.logLines().size(), Gt(1000U));
 }
 
-TEST(LogOutputToAFile, takesEveryByte) {
+TEST(LogOutputToAFile, dropsNothing) {
   const auto ended = inChild([] {
     for (int number = 0; number < farTooMany; ++number) offerLogLine(numbered(number));
   });

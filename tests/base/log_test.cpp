@@ -26,7 +26,7 @@ using namespace test;
 
 constexpr const char* logPath = "/Library/Logs/Brisko/daemon.log";
 
-// A number is no message: it must not find a logarithm either.
+// log(1) must not compile: a number is not a message, nor must the call find the logarithm.
 static_assert(!std::is_invocable_v<decltype(brisko::log), double>);
 static_assert(!std::is_invocable_v<decltype(brisko::log), int>);
 
@@ -50,7 +50,7 @@ TEST(LogLineText, dropsFractionsOfTheSecond) {
   EXPECT_EQ(stampAt(1772352931.0), "2026-03-01T08:15:31Z  x\n");
 }
 
-TEST(LogLineText, knowsTheCalendar) {
+TEST(LogLineText, followsTheCalendar) {
   EXPECT_EQ(stampAt(1709164799), "2024-02-28T23:59:59Z  x\n");
   EXPECT_EQ(stampAt(1709164800), "2024-02-29T00:00:00Z  x\n");
   EXPECT_EQ(stampAt(1709251200), "2024-03-01T00:00:00Z  x\n");
@@ -79,7 +79,7 @@ TEST(LogLineText, hasATimeWhateverTheClockSays) {
   EXPECT_EQ(stampWithClockAt(std::nan("")), "9999-12-31T23:59:59Z  x\n");
 }
 
-TEST(LogLineText, knowsNeitherTimeZoneNorLocale) {
+TEST(LogLineText, ignoresTimeZoneAndLocale) {
   const ScratchFolder folder;
   const VirtualMac mac({.startTime = 1772352930});
   const std::string command =
@@ -94,7 +94,7 @@ TEST(LogLineText, knowsNeitherTimeZoneNorLocale) {
   EXPECT_EQ(ended.output, "2026-03-01T08:15:30Z  x\n");
 }
 
-TEST(LogLineText, takesTheMessageAsItIs) {
+TEST(LogLineText, leavesTheMessageUnchanged) {
   using namespace std::string_literals;
   const VirtualMac mac({.startTime = 1772352930});
   for (const auto& message :
@@ -113,7 +113,7 @@ TEST(LogLineText, goesToStandardOutputAtOnce) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n");
 }
 
-TEST(LogLineText, goesToBothPlacesInOrder) {
+TEST(LogLineText, goesToStandardOutputAndTheFileInOrder) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     for (const char* message : {"one", "two", "three"}) log(message);
@@ -134,7 +134,7 @@ TEST(LogLineText, stillGoesToStandardOutputAfterAPurge) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n");
 }
 
-TEST(LogLineText, makesNoFileAfterAPurge) {
+TEST(LogLineText, createsNoFileAfterAPurge) {
   const VirtualMac mac;
   static_cast<void>(inChild([] {
     gPurged = true;
@@ -143,7 +143,7 @@ TEST(LogLineText, makesNoFileAfterAPurge) {
   EXPECT_FALSE(mac.exists(logPath));
 }
 
-// Gives this process a standard output whose reader is gone.
+// Makes the standard output of this process a closed pipe.
 void breakStandardOutput() {
   int ends[2];
   if (::pipe(ends) != 0) ::_exit(1);
@@ -152,7 +152,7 @@ void breakStandardOutput() {
   ::close(ends[1]);
 }
 
-TEST(LogLineText, outlivesAStandardOutputThatNobodyReads) {
+TEST(LogLineText, survivesAStandardOutputThatNobodyReads) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
     breakStandardOutput();
@@ -164,7 +164,7 @@ TEST(LogLineText, outlivesAStandardOutputThatNobodyReads) {
   EXPECT_EQ(mac.read(logPath), "2026-03-01T08:15:30Z  one\n2026-03-01T08:15:30Z  two\n");
 }
 
-TEST(LogLineText, leavesTheBrokenPipeSignalAsItWas) {
+TEST(LogLineText, leavesTheBrokenPipeSignalUnchanged) {
   const VirtualMac mac;
   // Still at its default afterwards, neither blocked nor pending.
   const auto ended = inChild([] {
@@ -183,7 +183,7 @@ TEST(LogLineText, leavesTheBrokenPipeSignalAsItWas) {
   EXPECT_EQ(ended.signal, SIGPIPE);
 }
 
-TEST(LogLineText, leavesABrokenPipeSignalOfSomebodyElse) {
+TEST(LogLineText, leavesAPendingBrokenPipeSignalOfOthers) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     sigset_t set;
@@ -198,7 +198,7 @@ TEST(LogLineText, leavesABrokenPipeSignalOfSomebodyElse) {
   EXPECT_EQ(ended.signal, SIGPIPE);
 }
 
-TEST(LogLineText, outlivesAnIgnoredBrokenPipeSignal) {
+TEST(LogLineText, survivesAnIgnoredBrokenPipeSignal) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     std::signal(SIGPIPE, SIG_IGN);
@@ -208,7 +208,7 @@ TEST(LogLineText, outlivesAnIgnoredBrokenPipeSignal) {
   EXPECT_EQ(ended.status, 0);
 }
 
-TEST(LogLineText, outlivesAClosedOrFullStandardOutput) {
+TEST(LogLineText, survivesAClosedOrFullStandardOutput) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto closed = inChild([] {
     ::close(STDOUT_FILENO);
@@ -223,7 +223,7 @@ TEST(LogLineText, outlivesAClosedOrFullStandardOutput) {
   EXPECT_THAT(mac.logLines(), testing::Contains("full"));
 }
 
-TEST(LogLineText, outlivesALogFolderThatCannotBe) {
+TEST(LogLineText, survivesALogFolderThatCannotBeCreated) {
   VirtualMac mac({.startTime = 1772352930});
   mac.write("/Library/Logs/Brisko", "a file");
   const auto ended = inChild([] { log("x"); });
@@ -235,7 +235,7 @@ TEST(LogLineText, outlivesALogFolderThatCannotBe) {
 TEST(LogLineText, canBeWrittenFromAnExitHook) {
   const VirtualMac mac({.startTime = 1772352930});
   const auto ended = inChild([] {
-    // Registered before the log is first used, so that what the log had made since would be gone first.
+    // Registered before the log is first used, so that it runs after the destruction of what the log created.
     std::atexit([] { log("last"); });
     log("first");
     std::exit(0);
@@ -263,14 +263,14 @@ class LogFileTest : public testing::Test {
 
 std::string line(std::size_t size, char fill = 'x') { return std::string(size - 1, fill) + "\n"; }
 
-TEST_F(LogFileTest, isMadeWithItsFolders) {
+TEST_F(LogFileTest, isCreatedWithItsFolders) {
   LogFile::append("one\n");
   LogFile::append("two\n");
   EXPECT_EQ(contents(file), "one\ntwo\n");
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(LogFileTest, isNotMadeBeforeTheFirstLine) { EXPECT_FALSE(exists(folder.path("above"))); }
+TEST_F(LogFileTest, isNotCreatedBeforeTheFirstLine) { EXPECT_FALSE(exists(folder.path("above"))); }
 
 TEST_F(LogFileTest, hasItsModesWhateverTheUmask) {
   for (const mode_t umask : {0000U, 0022U, 0077U}) {
@@ -284,7 +284,7 @@ TEST_F(LogFileTest, hasItsModesWhateverTheUmask) {
   }
 }
 
-TEST_F(LogFileTest, keepsTheModesOfWhatIsThere) {
+TEST_F(LogFileTest, keepsTheModesOfExistingFilesAndFolders) {
   makeDirectory();
   put(file, "inherited\n");
   setMode(directory, 0700);
@@ -330,7 +330,7 @@ TEST_F(LogFileTest, keepsOnePreviousGeneration) {
   EXPECT_FALSE(exists(directory + "/daemon.log.2"));
 }
 
-TEST_F(LogFileTest, handsItsModeAndItselfToThePreviousGeneration) {
+TEST_F(LogFileTest, becomesThePreviousGenerationWithItsMode) {
   LogFile::append(line(90));
   setMode(file, 0600);
   const ino_t inode = inodeOf(file);
@@ -340,7 +340,7 @@ TEST_F(LogFileTest, handsItsModeAndItselfToThePreviousGeneration) {
   EXPECT_EQ(modeOf(file), 0644U);
 }
 
-TEST_F(LogFileTest, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
+TEST_F(LogFileTest, isRotatedAtTheFirstLineIfItIsAlreadyTooLarge) {
   makeDirectory();
   LogFile::reset(directory, 5000);
   put(file, std::string(5001, 'x'));
@@ -349,7 +349,7 @@ TEST_F(LogFileTest, isRotatedAtTheFirstLineWhenInheritedTooLarge) {
   EXPECT_EQ(contents(previous), std::string(5001, 'x'));
 }
 
-TEST_F(LogFileTest, continuesWithWhatItInherited) {
+TEST_F(LogFileTest, appendsToAnExistingFile) {
   makeDirectory();
   put(file, line(96));
   LogFile::append("new\n");
@@ -358,7 +358,7 @@ TEST_F(LogFileTest, continuesWithWhatItInherited) {
   EXPECT_EQ(contents(file), "\n");
 }
 
-TEST_F(LogFileTest, takesALineLongerThanItsCap) {
+TEST_F(LogFileTest, acceptsALineLongerThanItsCap) {
   LogFile::append("one\n");
   LogFile::append(line(500, 'a'));
   EXPECT_EQ(contents(file), line(500, 'a'));
@@ -373,7 +373,7 @@ TEST_F(LogFileTest, isRotatedByALongLineAlsoWhenEmpty) {
   EXPECT_EQ(contents(previous), "");
 }
 
-TEST_F(LogFileTest, isNotLookedForAgainOnceOpen) {
+TEST_F(LogFileTest, isNotLookedUpAgainOnceOpen) {
   LogFile::append("one\n");
   const int other = ::open(file.c_str(), O_RDONLY);
   ASSERT_EQ(::unlink(file.c_str()), 0);
@@ -385,7 +385,7 @@ TEST_F(LogFileTest, isNotLookedForAgainOnceOpen) {
   ::close(other);
 }
 
-TEST_F(LogFileTest, isMadeAnewByARotationAfterItVanished) {
+TEST_F(LogFileTest, isCreatedAgainByARotationAfterItVanished) {
   LogFile::append(line(90, 'a'));
   ASSERT_EQ(::unlink(file.c_str()), 0);
   LogFile::append(line(90, 'b'));
@@ -393,7 +393,7 @@ TEST_F(LogFileTest, isMadeAnewByARotationAfterItVanished) {
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(LogFileTest, staysWithAFileThatWasRenamed) {
+TEST_F(LogFileTest, isStillWrittenAfterItWasRenamed) {
   LogFile::append("one\n");
   ASSERT_EQ(::rename(file.c_str(), folder.path("moved").c_str()), 0);
   put(file, "another\n");
@@ -402,7 +402,7 @@ TEST_F(LogFileTest, staysWithAFileThatWasRenamed) {
   EXPECT_EQ(contents(file), "another\n");
 }
 
-TEST_F(LogFileTest, isWrittenWhereItTrulyEnds) {
+TEST_F(LogFileTest, isWrittenAtItsCurrentEnd) {
   LogFile::append("one\n");
   put(file, "cut by somebody\n");
   LogFile::append("two\n");
@@ -422,7 +422,7 @@ TEST_F(LogFileTest, countsALineThatCouldNotBeWritten) {
   EXPECT_EQ(contents(file), std::string(10, 'b'));
 }
 
-TEST_F(LogFileTest, isTriedAgainAtTheNextLine) {
+TEST_F(LogFileTest, isOpenedAgainAtTheNextLine) {
   put(folder.path("above"), "a file in the way");
   LogFile::append("lost\n");
   ASSERT_EQ(::unlink(folder.path("above").c_str()), 0);
@@ -430,7 +430,7 @@ TEST_F(LogFileTest, isTriedAgainAtTheNextLine) {
   EXPECT_EQ(contents(file), "kept\n");
 }
 
-TEST_F(LogFileTest, isNoPipeAndNoFolder) {
+TEST_F(LogFileTest, isNeverAPipeOrAFolder) {
   makeDirectory();
   makePipe(file);
   LogFile::append("lost\n");
@@ -449,7 +449,7 @@ TEST_F(LogFileTest, isNoPipeAndNoFolder) {
   EXPECT_EQ(contents(file), "kept\n");
 }
 
-TEST_F(LogFileTest, keepsThePreviousGenerationWhereItCanNotBeOpened) {
+TEST_F(LogFileTest, keepsThePreviousGenerationIfItCannotBeOpened) {
   makeDirectory();
   makeFolder(file);
   put(previous, "old\n");
@@ -466,7 +466,7 @@ TEST_F(LogFileTest, mayBeALinkToAFile) {
   EXPECT_EQ(contents(folder.path("target")), "before\none\n");
 }
 
-TEST_F(LogFileTest, isNotMadeWhereALinkLeadsNowhere) {
+TEST_F(LogFileTest, isNotCreatedThroughADanglingLink) {
   makeDirectory();
   makeLink(file, folder.path("nothing"));
   LogFile::append("lost\n");
@@ -476,7 +476,7 @@ TEST_F(LogFileTest, isNotMadeWhereALinkLeadsNowhere) {
   EXPECT_EQ(contents(folder.path("nothing")), "kept\n");
 }
 
-TEST_F(LogFileTest, replacesWhateverStandsAtThePreviousGeneration) {
+TEST_F(LogFileTest, replacesWhateverHasTheNameOfThePreviousGeneration) {
   makeDirectory();
   put(file, line(90, 'a'));
   put(folder.path("target"), "untouched");
@@ -498,7 +498,7 @@ TEST_F(LogFileTest, replacesWhateverStandsAtThePreviousGeneration) {
   EXPECT_EQ(contents(file), line(90, 'd'));
 }
 
-TEST_F(LogFileTest, continuesInTheSameFileWhereItCannotRotate) {
+TEST_F(LogFileTest, continuesInTheSameFileIfItCannotBeRotated) {
   makeDirectory();
   put(file, line(90, 'a'));
   setMode(file, 0666);
@@ -513,10 +513,10 @@ TEST_F(LogFileTest, continuesInTheSameFileWhereItCannotRotate) {
   EXPECT_EQ(contents(file), line(90, 'a') + line(90, 'b'));
 }
 
-TEST_F(LogFileTest, isKeptFromChildren) {
+TEST_F(LogFileTest, isNotInheritedByChildren) {
   LogFile::append("one\n");
   const auto ended = inChild([] {
-    // Each descriptor above the standard ones that an exec would hand on; gtest and the child own none.
+    // Each descriptor above the standard ones that an exec would pass on; gtest and the child have none.
     for (int number = 3; number < 64; ++number) {
       struct stat status {};
       const int flags = ::fcntl(number, F_GETFD);
@@ -528,7 +528,7 @@ TEST_F(LogFileTest, isKeptFromChildren) {
   EXPECT_EQ(ended.output, "");
 }
 
-TEST_F(LogFileTest, startsOverElsewhereAfterAReset) {
+TEST_F(LogFileTest, isAnotherFileAfterAReset) {
   LogFile::append(line(90, 'a'));
   const std::string elsewhere = folder.path("elsewhere");
   LogFile::reset(elsewhere, 20);
@@ -541,7 +541,7 @@ TEST_F(LogFileTest, startsOverElsewhereAfterAReset) {
   EXPECT_FALSE(exists(previous));
 }
 
-TEST_F(LogFileTest, isLeftAloneAfterAPurge) {
+TEST_F(LogFileTest, isNotWrittenAfterAPurge) {
   LogFile::append("one\n");
   gPurged = true;
   LogFile::append("two\n");
@@ -583,7 +583,7 @@ TEST_F(PermissionRepair, repairsTheFolderAndTheThreeFilesInOrder) {
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
 }
 
-TEST_F(PermissionRepair, leavesWhatIsRight) {
+TEST_F(PermissionRepair, leavesCorrectPermissionsUnchanged) {
   for (const auto& path : {file, previous, errors}) {
     put(path, "text");
     setMode(path, 0644);
@@ -599,7 +599,7 @@ TEST_F(PermissionRepair, leavesOtherFilesAlone) {
   EXPECT_EQ(modeOf(other), 0600U);
 }
 
-TEST_F(PermissionRepair, looksAtAllTwelveBits) {
+TEST_F(PermissionRepair, checksAllTwelveBits) {
   put(file, "text");
   put(errors, "text");
   setMode(directory, 01755);
@@ -630,7 +630,7 @@ TEST_F(PermissionRepair, followsNoLinkToTheFolder) {
   EXPECT_EQ(modeOf(file), 0600U);
 }
 
-TEST_F(PermissionRepair, neitherWaitsForAPipeNorChangesIt) {
+TEST_F(PermissionRepair, neitherBlocksOnAPipeNorChangesIt) {
   makePipe(file);
   makeFolder(previous);
   setMode(previous, 0700);
@@ -639,7 +639,7 @@ TEST_F(PermissionRepair, neitherWaitsForAPipeNorChangesIt) {
   EXPECT_EQ(modeOf(previous), 0700U);
 }
 
-TEST_F(PermissionRepair, findsNothingWithoutAFolder) {
+TEST_F(PermissionRepair, doesNothingWithoutAFolder) {
   LogFile::reset(folder.path("missing"), 100);
   EXPECT_THAT(LogFile::repairPermissions(), IsEmpty());
   EXPECT_FALSE(exists(folder.path("missing")));

@@ -9,14 +9,14 @@ using namespace test;
 
 TEST(NearestName, isTheOneWithTheFewestChanges) {
   EXPECT_EQ(nearestName("timelime", {"time", "timeline"}), "timeline");
-  EXPECT_EQ(nearestName("limt", {"light", "limit"}), "limit") << "a letter is missing";
-  EXPECT_EQ(nearestName("limmit", {"light", "limit"}), "limit") << "a letter is too many";
+  EXPECT_EQ(nearestName("limt", {"light", "limit"}), "limit") << "one letter is missing";
+  EXPECT_EQ(nearestName("limmit", {"light", "limit"}), "limit") << "one letter too many";
   EXPECT_EQ(nearestName("limit", {"limit"}), "limit");
 }
 
 TEST(NearestName, isTheFirstOfSeveral) { EXPECT_EQ(nearestName("cat", {"bat", "hat"}), "bat"); }
 
-TEST(NearestName, differsInAThirdOfTheNameAtMost) {
+TEST(NearestName, differsInAtMostAThirdOfTheName) {
   EXPECT_EQ(nearestName("abcdef", {"abcdxy"}), "abcdxy") << "2 of 6";
   EXPECT_EQ(nearestName("abcdef", {"abcxyz"}), std::nullopt) << "3 of 6";
   EXPECT_EQ(nearestName("ab", {"ax"}), "ax") << "always at least one";

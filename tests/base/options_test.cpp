@@ -14,7 +14,7 @@ void scan(std::vector<std::string> arguments) {
   scanArguments(arguments);
 }
 
-TEST(IntegerParsing, takesOneSignAndDigits) {
+TEST(IntegerParsing, acceptsOneSignAndDigits) {
   const std::pair<const char*, std::int64_t> cases[] = {
       {"0", 0},
       {"80", 80},
@@ -33,7 +33,7 @@ TEST(IntegerParsing, takesOneSignAndDigits) {
   for (const auto& [text, value] : cases) EXPECT_THAT(parseInteger(text), Optional(value)) << text;
 }
 
-TEST(IntegerParsing, takesNothingElse) {
+TEST(IntegerParsing, rejectsEverythingElse) {
   using namespace std::string_view_literals;
   const std::string digits(1000, '9');
   const std::string_view cases[] = {"",
@@ -85,7 +85,7 @@ TEST(Arguments, haveDefaults) {
   EXPECT_FALSE(gProbeOnly || gProbeJSON || gSelfTest || gPrintVersion || gFwTest);
 }
 
-TEST(Arguments, mayBeMissingAltogether) {
+TEST(Arguments, mayAllBeMissing) {
   scanArguments({});
   EXPECT_EQ(gCliLimit, 80);
 }
@@ -120,7 +120,7 @@ TEST(Arguments, areOverwrittenByLaterOnes) {
   EXPECT_EQ(gAppPath, "/d");
 }
 
-TEST(Arguments, useUpAValueThatLooksLikeAnOption) {
+TEST(Arguments, consumeAValueThatLooksLikeAnOption) {
   scan({"--limit", "--probe", "--config", "--selftest", "--app", "--config", "--lower", "--lower", "50"});
   EXPECT_EQ(gCliLimit, 80);
   EXPECT_FALSE(gProbeOnly);
@@ -136,7 +136,7 @@ TEST(Arguments, ignoreAnOptionThatLacksItsValue) {
   EXPECT_TRUE(gPrintVersion);
 }
 
-TEST(Arguments, ignoreEachLastOptionThatLacksItsValue) {
+TEST(Arguments, ignoreEveryOptionThatIsLastAndLacksItsValue) {
   for (const char* option : {"--limit", "--lower", "--config", "--app"}) scan({option});
   EXPECT_EQ(gCliLimit, 80);
   EXPECT_EQ(gCliLower, -1);
@@ -144,7 +144,7 @@ TEST(Arguments, ignoreEachLastOptionThatLacksItsValue) {
   EXPECT_EQ(gAppPath, std::nullopt);
 }
 
-TEST(Arguments, takeAnEmptyPathAsOneThatIsGiven) {
+TEST(Arguments, treatAnEmptyPathAsGiven) {
   scan({"--app", "", "--config", ""});
   EXPECT_THAT(gAppPath, Optional(std::string()));
   EXPECT_EQ(gConfigPath, "");
@@ -178,7 +178,7 @@ TEST(Arguments, areIgnoredWhenUnknown) {
 }
 
 TEST(Arguments, includeThePathOfTheExecutable) {
-  // Whatever stands first is looked at like the others.
+  // The first argument is parsed like the others.
   scanArguments({"--limit", "75"});
   EXPECT_EQ(gCliLimit, 75);
 }

@@ -61,7 +61,7 @@ constexpr const char* defaultsText =
 
 // ---- parsing
 
-TEST(ConfigurationParsing, givesTheDefaultsForAnEmptyObject) {
+TEST(ConfigurationParsing, usesTheDefaultsForAnEmptyObject) {
   const Settings settings = parse("{}");
   EXPECT_TRUE(settings.enabled);
   EXPECT_EQ(settings.limit, 80);
@@ -81,14 +81,14 @@ TEST(ConfigurationParsing, givesTheDefaultsForAnEmptyObject) {
   EXPECT_FALSE(settings.resetStats);
 }
 
-TEST(ConfigurationParsing, doesNotFillInTheCommandLinesLimit) {
+TEST(ConfigurationParsing, doesNotUseTheLimitOfTheCommandLine) {
   gCliLimit = 60;
   EXPECT_EQ(parse("{}").limit, 80);
 }
 
-TEST(ConfigurationParsing, takesEveryKey) { EXPECT_EQ(parse(everythingChangedText), everythingChanged()); }
+TEST(ConfigurationParsing, readsEveryKey) { EXPECT_EQ(parse(everythingChangedText), everythingChanged()); }
 
-TEST(ConfigurationParsing, takesEachKeyForItself) {
+TEST(ConfigurationParsing, readsEachKeyOnItsOwn) {
   const Json changed = *parseJson(everythingChangedText);
   ASSERT_EQ(changed.size(), 16U);
   for (const auto& [key, value] : changed.items()) {
@@ -100,7 +100,7 @@ TEST(ConfigurationParsing, takesEachKeyForItself) {
   }
 }
 
-TEST(ConfigurationParsing, defaultsAWrongTypeAndTakesTheOthers) {
+TEST(ConfigurationParsing, usesTheDefaultForAWrongTypeAndReadsTheOthers) {
   const Json changed = *parseJson(everythingChangedText);
   for (const auto& [key, value] : changed.items()) {
     for (const char* wrong : {"\"90\"", "\"true\"", "null", "[]", "[80]", "{}", "\"\""}) {
@@ -120,7 +120,7 @@ TEST(ConfigurationParsing, keepsGoodKeysBesideBadOnes) {
   EXPECT_TRUE(settings.thermal);
 }
 
-TEST(ConfigurationParsing, neverTakesABooleanForANumber) {
+TEST(ConfigurationParsing, neverReadsABooleanAsANumber) {
   for (const char* key : integerKeys) {
     EXPECT_EQ(parseConfig(Json{{key, true}}), Settings{}) << key;
     EXPECT_EQ(parseConfig(Json{{key, false}}), Settings{}) << key;
@@ -128,7 +128,7 @@ TEST(ConfigurationParsing, neverTakesABooleanForANumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":true})").blinkSeconds, 2.0);
 }
 
-TEST(ConfigurationParsing, neverTakesANumberForABoolean) {
+TEST(ConfigurationParsing, neverReadsANumberAsABoolean) {
   for (const char* key :
        {"enabled", "discharge", "led", "thermal", "topUp", "history", "calibrate", "resetStats"}) {
     EXPECT_EQ(parseConfig(Json{{key, 0}}), Settings{}) << key;
@@ -138,7 +138,7 @@ TEST(ConfigurationParsing, neverTakesANumberForABoolean) {
   }
 }
 
-TEST(ConfigurationParsing, cutsAFractionTowardZero) {
+TEST(ConfigurationParsing, truncatesAFractionTowardZero) {
   EXPECT_EQ(parse(R"({"limit":70.0})").limit, 70);
   EXPECT_EQ(parse(R"({"limit":70.9})").limit, 70);
   EXPECT_EQ(parse(R"({"limit":-3.7})").limit, -3);
@@ -149,7 +149,7 @@ TEST(ConfigurationParsing, cutsAFractionTowardZero) {
   }
 }
 
-TEST(ConfigurationParsing, takesTheBlinkTimeFromEitherKindOfNumber) {
+TEST(ConfigurationParsing, readsTheBlinkTimeFromEitherTypeOfNumber) {
   EXPECT_EQ(parse(R"({"blinkSeconds":3})").blinkSeconds, 3.0);
   EXPECT_EQ(parse(R"({"blinkSeconds":0.25})").blinkSeconds, 0.25);
   EXPECT_EQ(parse(R"({"blinkSeconds":-1})").blinkSeconds, -1.0);
@@ -177,11 +177,11 @@ TEST(ConfigurationParsing, ignoresUnknownKeysAndOtherSpellings) {
   EXPECT_EQ(parse(R"({"x":1,"Limit":70,"limit ":70,"":1,"version":1e300,"LED":false})"), Settings{});
 }
 
-TEST(ConfigurationParsing, takesTheWholeRangeOf64Bits) {
+TEST(ConfigurationParsing, acceptsTheWholeRangeOf64Bits) {
   EXPECT_EQ(parse(R"({"limit":9223372036854775807})").limit, std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808})").limit, std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(parse(R"({"limit":-9223372036854775808.0})").limit, std::numeric_limits<std::int64_t>::min());
-  // As a double this one is -2^63, too.
+  // As a double this is also -2^63.
   EXPECT_EQ(parse(R"({"limit":-9223372036854775809})").limit, std::numeric_limits<std::int64_t>::min());
 }
 
@@ -202,7 +202,7 @@ TEST(ConfigurationParsing, endsTheProcessForEachIntegerKey) {
   }
 }
 
-TEST(ConfigurationParsing, outlivesAHugeNumberUnderAKeyThatIsNoInteger) {
+TEST(ConfigurationParsing, toleratesAHugeNumberUnderAKeyThatIsNoInteger) {
   EXPECT_EQ(parse(R"({"enabled":1e300,"x":18446744073709551615})"), Settings{});
   EXPECT_EQ(parse(R"({"enabled":1e999,"x":-1e999})"), Settings{});
 }
@@ -226,13 +226,13 @@ TEST(ConfigurationReading, readsARelativePathAsItIs) {
   EXPECT_EQ(readConfig("--probe")->limit, 70);
 }
 
-TEST(ConfigurationReading, takesAnEmptyObjectAsSettings) {
+TEST(ConfigurationReading, acceptsAnEmptyObjectAsSettings) {
   const ScratchFolder folder;
   put(folder.path("config.json"), "{}");
   EXPECT_THAT(readConfig(folder.path("config.json")), Optional(Settings{}));
 }
 
-TEST(ConfigurationReading, givesNoneForWhatIsNoObject) {
+TEST(ConfigurationReading, returnsNothingForOtherThanAnObject) {
   using namespace std::string_view_literals;
   const ScratchFolder folder;
   const std::string path = folder.path("config.json");
@@ -247,7 +247,7 @@ TEST(ConfigurationReading, givesNoneForWhatIsNoObject) {
   }
 }
 
-TEST(ConfigurationReading, givesNoneForWhatIsNoReadableFile) {
+TEST(ConfigurationReading, returnsNothingWithoutAReadableFile) {
   const ScratchFolder folder;
   makePipe(folder.path("pipe"));
   makeFolder(folder.path("folder"));
@@ -258,7 +258,7 @@ TEST(ConfigurationReading, givesNoneForWhatIsNoReadableFile) {
   }
 }
 
-TEST(ConfigurationReading, givesNoneForAHugeFile) {
+TEST(ConfigurationReading, returnsNothingForAHugeFile) {
   const ScratchFolder folder;
   const std::string path = folder.path("config.json");
   constexpr std::size_t largest = 16U << 20U;
@@ -317,7 +317,7 @@ TEST(ConfigurationReading, endsTheProcessForANumberBeyond64Bits) {
   }
 }
 
-TEST(ConfigurationReading, keepsWhatStandsBesideANumberBeyondADouble) {
+TEST(ConfigurationReading, readsTheOtherKeysBesideANumberBeyondADouble) {
   const ScratchFolder folder;
   put(folder.path("config.json"), R"({"limit":70,"foo":1e999})");
   EXPECT_THAT(readConfig(folder.path("config.json")), Optional(Settings{.limit = 70}));
@@ -342,7 +342,7 @@ TEST_F(ConfigurationWriting, writesAllSixteenKeysInByteOrder) {
   EXPECT_EQ(contents(path), everythingChangedText);
 }
 
-TEST_F(ConfigurationWriting, isReadBackEqual) {
+TEST_F(ConfigurationWriting, writesWhatIsReadBackEqual) {
   for (const double blink : {3.5, 2.0, 0.0, 0.1, 1e-9, 1e300, -1.0}) {
     Settings settings = everythingChanged();
     settings.blinkSeconds = blink;
@@ -353,7 +353,7 @@ TEST_F(ConfigurationWriting, isReadBackEqual) {
   }
 }
 
-TEST_F(ConfigurationWriting, leavesTheFileAsItWasForANumberThatIsNotFinite) {
+TEST_F(ConfigurationWriting, leavesTheFileUnchangedForANumberThatIsNotFinite) {
   for (const double blink : {infinity, -infinity, std::numeric_limits<double>::quiet_NaN()}) {
     write(Settings{.blinkSeconds = blink});
     EXPECT_FALSE(exists(path));
@@ -364,7 +364,7 @@ TEST_F(ConfigurationWriting, leavesTheFileAsItWasForANumberThatIsNotFinite) {
   EXPECT_EQ(contents(path), before);
 }
 
-TEST_F(ConfigurationWriting, keepsTheOneShotsThatAreNotGiven) {
+TEST_F(ConfigurationWriting, keepsTheRequestsThatAreNotGiven) {
   writeConfig(everythingChanged(), false, std::nullopt, std::nullopt);
   Settings expected = everythingChanged();
   expected.topUp = false;
@@ -381,7 +381,7 @@ TEST_F(ConfigurationWriting, keepsTheOneShotsThatAreNotGiven) {
   EXPECT_THAT(readConfig(path), Optional(expected));
 }
 
-TEST_F(ConfigurationWriting, canAlsoSetTheOneShots) {
+TEST_F(ConfigurationWriting, canAlsoSetTheRequests) {
   writeConfig(Settings{}, true, true, true);
   EXPECT_THAT(readConfig(path), Optional(Settings{.topUp = true, .calibrate = true, .resetStats = true}));
 }
@@ -406,7 +406,7 @@ TEST_F(ConfigurationWriting, writesInPlace) {
   EXPECT_EQ(inodeOf(path), inode);
 }
 
-TEST_F(ConfigurationWriting, makesTheFileWithWhatTheUmaskLeaves) {
+TEST_F(ConfigurationWriting, createsTheFileWithTheModeThatTheUmaskAllows) {
   ::umask(0022);
   write(Settings{});
   EXPECT_EQ(modeOf(path), 0644U);
@@ -429,7 +429,7 @@ TEST_F(ConfigurationWriting, leavesAFileAloneAfterAPurge) {
   EXPECT_EQ(contents(path), "{}");
 }
 
-TEST_F(ConfigurationWriting, isSilentWhereItCannot) {
+TEST_F(ConfigurationWriting, failsSilently) {
   makeFolder(folder.path("folder"));
   makePipe(folder.path("pipe"));
   for (const auto& elsewhere :
@@ -441,7 +441,7 @@ TEST_F(ConfigurationWriting, isSilentWhereItCannot) {
   EXPECT_FALSE(exists(folder.path("missing")));
 }
 
-TEST_F(ConfigurationWriting, isSilentWithoutPermission) {
+TEST_F(ConfigurationWriting, failsSilentlyWithoutPermission) {
   put(path, "{}");
   setMode(path, 0444);
   setMode(folder.path(), 0755);

@@ -24,7 +24,7 @@ TEST(UtcText, roundsDownToWholeSeconds) {
   EXPECT_EQ(together(-0.001), "1969-12-31 23:59:59");
 }
 
-TEST(UtcText, staysWithinFourDigitsOfYear) {
+TEST(UtcText, keepsTheYearWithinFourDigits) {
   EXPECT_EQ(together(253402300799), "9999-12-31 23:59:59");
   EXPECT_EQ(together(253402300800), "9999-12-31 23:59:59");
   EXPECT_EQ(together(1e300), "9999-12-31 23:59:59");

@@ -15,14 +15,14 @@ TEST(VolumePath, movesAnAbsolutePathBelowTheVolumeRoot) {
   EXPECT_EQ(onVolume("/"), root + "/");
 }
 
-TEST(VolumePath, leavesARelativePathAsItIs) {
+TEST(VolumePath, leavesARelativePathUnchanged) {
   const test::VirtualMac mac;
   EXPECT_EQ(onVolume("config.json"), "config.json");
   EXPECT_EQ(onVolume("--probe"), "--probe");
   EXPECT_EQ(onVolume(""), "");
 }
 
-TEST(VolumePath, leavesTheTemporaryFolderWhereItIs) {
+TEST(VolumePath, leavesTheTemporaryFolderUnchanged) {
   const test::VirtualMac mac;
   const std::string folder = platform::temporaryDirectory();
   EXPECT_EQ(onVolume(folder), folder);

@@ -17,7 +17,7 @@ namespace {
 
 using namespace test;
 
-// The lines byte by byte where more than ASCII stands in them.
+// The lines with characters beyond ASCII, byte by byte.
 #define EM_DASH "\xE2\x80\x94"
 #define ARROW "\xE2\x86\x92"
 
@@ -35,7 +35,7 @@ std::string finished(const std::string& before, const std::string& after, const 
          cycles + " cycles";
 }
 
-// A Mac whose gauge knows 4427, 4554 and 4563 mAh and 37 cycles.
+// A Mac whose gauge reports 4427, 4554 and 4563 mAh and 37 cycles.
 class CalibrationCycle : public test::OnVirtualMac {
  protected:
   CalibrationCycle() {
@@ -44,12 +44,12 @@ class CalibrationCycle : public test::OnVirtualMac {
   }
 
   static double now() { return platform::wallNow(); }
-  // In a run of which nothing else is known, in this phase since now.
+  // Puts a run into this phase, which begins now; everything else about the run is unset.
   static void inPhase(CalPhase phase) {
     gCal = {.phase = phase, .startedAt = now(), .phaseSince = now(), .lastTick = now()};
   }
   static bool advance(const CalibrationInputs& inputs) { return advanceCalibration(inputs); }
-  // One call after 12 s, in the soak, on the adapter and full.
+  // One call after 12 s, in the soak, on the adapter at full charge.
   bool soak(double seconds = 12, bool plugged = true, std::int64_t pct = 100) {
     mac.pass(seconds);
     return advance({.pct = pct, .plugged = plugged});
@@ -119,7 +119,7 @@ TEST_F(CalibrationCycle, beginsOnlyOnce) {
 
 // --- phase by phase
 
-TEST_F(CalibrationCycle, restsWhileIdle) {
+TEST_F(CalibrationCycle, doesNothingWhileIdle) {
   gCal.phaseSince = 1;  // long ago
   gCal.lastTick = 2;
   EXPECT_THAT(written([] { EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 0})); }),
@@ -139,7 +139,7 @@ TEST_F(CalibrationCycle, fillsUntilTheBatteryIsFull) {
   EXPECT_EQ(gCal.phase, CalPhase::drain);
 }
 
-TEST_F(CalibrationCycle, takesMoreThanFullForFull) {
+TEST_F(CalibrationCycle, countsMoreThanFullAsFull) {
   for (const CalPhase phase : {CalPhase::fill, CalPhase::refill}) {
     inPhase(phase);
     EXPECT_FALSE(advance({.pct = 102}));
@@ -153,7 +153,7 @@ TEST_F(CalibrationCycle, drainsDownToTheTarget) {
   EXPECT_EQ(gCal.phase, CalPhase::drain);
   EXPECT_FALSE(advance({.pct = 15, .drainTarget = 15}));
   EXPECT_EQ(gCal.phase, CalPhase::refill);
-  // A target that was raised is met at once, whatever lies between.
+  // A raised target is reached at once, however far the charge is below it.
   inPhase(CalPhase::drain);
   EXPECT_FALSE(advance({.pct = 60, .drainTarget = 80}));
   EXPECT_EQ(gCal.phase, CalPhase::refill);
@@ -167,7 +167,7 @@ TEST_F(CalibrationCycle, refillsUntilTheBatteryIsFull) {
   EXPECT_EQ(gCal.phase, CalPhase::soak);
 }
 
-TEST_F(CalibrationCycle, comesBackDownToTheLimit) {
+TEST_F(CalibrationCycle, dischargesToTheLimitAtTheEnd) {
   inPhase(CalPhase::restore);
   EXPECT_FALSE(advance({.pct = 81, .limit = 80}));
   EXPECT_EQ(gCal.phase, CalPhase::restore);
@@ -196,7 +196,7 @@ TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
               ElementsAre(entered("drain"), entered("refill"), entered("soak"), entered("restore")));
 }
 
-TEST_F(CalibrationCycle, isInTheFileBeforeItIsInTheLog) {
+TEST_F(CalibrationCycle, isWrittenToTheFileBeforeTheLog) {
   const std::vector<std::string> fileThenLog = {"calibration.json", "daemon.log"};
   EXPECT_EQ(writtenAndLogged(startCalibration), fileThenLog);
   EXPECT_EQ(writtenAndLogged([] { advance({.pct = 100}); }), fileThenLog);
@@ -219,30 +219,30 @@ TEST_F(CalibrationCycle, writesNothingWhileAPhaseLasts) {
 
 // --- soak
 
-TEST_F(CalibrationCycle, soaksForAsLongAsToldInTotal) {
+TEST_F(CalibrationCycle, soaksForTheConfiguredTimeInTotal) {
   inPhase(CalPhase::soak);
   for (int call = 1; call < 300; ++call) ASSERT_FALSE(soak());
   EXPECT_EQ(gCal.phase, CalPhase::soak);
   EXPECT_EQ(gCal.soakBanked, 3588);
-  EXPECT_FALSE(soak());  // banked first, judged then
+  EXPECT_FALSE(soak());  // the time is added before it is compared
   EXPECT_EQ(gCal.phase, CalPhase::restore);
   EXPECT_EQ(now() - gCal.startedAt, 3600);
   EXPECT_EQ(gCal.soakBanked, 0);
 }
 
-TEST_F(CalibrationCycle, countsNoSoakOffTheAdapterOrBelowFull) {
+TEST_F(CalibrationCycle, countsSoakOnlyOnTheAdapterAtFullCharge) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
   for (int call = 0; call < 10; ++call) EXPECT_FALSE(soak(12, false));
   for (int call = 0; call < 10; ++call) EXPECT_FALSE(soak(12, true, 99));
   EXPECT_EQ(gCal.soakBanked, 12);
-  // Only the time since the last call counts then, not that of the whole spell.
+  // Then only the time since the last call counts, not the whole time off the adapter.
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 24);
 }
 
-TEST_F(CalibrationCycle, counts2MinutesOfAGapAtMost) {
+TEST_F(CalibrationCycle, countsAtMost2MinutesOfAGap) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak(600));
   EXPECT_EQ(gCal.soakBanked, 120);
@@ -252,7 +252,7 @@ TEST_F(CalibrationCycle, counts2MinutesOfAGapAtMost) {
   EXPECT_EQ(gCal.soakBanked, 359.5);
 }
 
-TEST_F(CalibrationCycle, takesSoakAwayWhenTheClockIsSetBack) {
+TEST_F(CalibrationCycle, subtractsSoakWhenTheClockIsSetBack) {
   inPhase(CalPhase::soak);
   EXPECT_FALSE(soak(100));
   mac.number(ChangeKind::clockStep, -1000);
@@ -262,20 +262,20 @@ TEST_F(CalibrationCycle, takesSoakAwayWhenTheClockIsSetBack) {
   EXPECT_EQ(gCal.soakBanked, 100 - 970 + 30);
 }
 
-TEST_F(CalibrationCycle, countsNothingInTheFirstCallAfterARestart) {
+TEST_F(CalibrationCycle, countsNoSoakInTheFirstCallAfterARestart) {
   inPhase(CalPhase::soak);
   gCal.lastTick = 0;
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 0);
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
-  // Nor after one before 1970.
+  // The same after a last call before 1970.
   gCal.lastTick = -5;
   EXPECT_FALSE(soak());
   EXPECT_EQ(gCal.soakBanked, 12);
 }
 
-TEST_F(CalibrationCycle, leavesASoakOfNothingAtOnce) {
+TEST_F(CalibrationCycle, endsASoakOfNoTimeAtOnce) {
   for (const double seconds : {0.0, -60.0}) {
     inPhase(CalPhase::soak);
     EXPECT_FALSE(advance({.pct = 50, .plugged = false, .soakSeconds = seconds}));
@@ -286,7 +286,7 @@ TEST_F(CalibrationCycle, leavesASoakOfNothingAtOnce) {
   EXPECT_EQ(gCal.phase, CalPhase::soak);
 }
 
-TEST_F(CalibrationCycle, neverEndsASoakThatIsLongerThanAnyBattery) {
+TEST_F(CalibrationCycle, neverEndsASoakThatIsPracticallyEndless) {
   inPhase(CalPhase::soak);
   mac.pass(12);
   EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 9.3e18 * 60}));
@@ -295,14 +295,14 @@ TEST_F(CalibrationCycle, neverEndsASoakThatIsLongerThanAnyBattery) {
 
 // --- stall
 
-TEST_F(CalibrationCycle, isGivenUpWhenAPhaseLastsMoreThan3Days) {
+TEST_F(CalibrationCycle, isStoppedWhenAPhaseLastsMoreThan3Days) {
   for (const CalPhase phase : activePhases) {
     inPhase(phase);
     gCal.before = GaugeReading{.raw = 1};
     gCal.runs = {{.at = 5}};
     const double begun = gCal.startedAt;
     mac.pass(threeDays);
-    // Neither full nor at any target: no rule but the guard has a say.
+    // Neither full nor at any target, so that only the time limit applies.
     const CalibrationInputs inputs{.pct = 90, .plugged = true, .soakSeconds = 1e9};
     EXPECT_FALSE(advance(inputs)) << phaseName(phase);
     EXPECT_EQ(gCal.phase, phase);
@@ -322,7 +322,7 @@ TEST_F(CalibrationCycle, isGivenUpWhenAPhaseLastsMoreThan3Days) {
   }
 }
 
-TEST_F(CalibrationCycle, followsNoRuleInTheCallThatGivesUp) {
+TEST_F(CalibrationCycle, followsNoOtherRuleInTheCallThatStopsIt) {
   inPhase(CalPhase::restore);
   mac.pass(threeDays + 1);
   EXPECT_TRUE(advance({.pct = 10, .limit = 80}));
@@ -330,7 +330,7 @@ TEST_F(CalibrationCycle, followsNoRuleInTheCallThatGivesUp) {
   EXPECT_TRUE(gCal.lastFailure.has_value());
 }
 
-TEST_F(CalibrationCycle, has3DaysForEachPhase) {
+TEST_F(CalibrationCycle, allows3DaysForEachPhase) {
   inPhase(CalPhase::fill);
   mac.pass(threeDays - 1);
   EXPECT_FALSE(advance({.pct = 100}));
@@ -341,7 +341,7 @@ TEST_F(CalibrationCycle, has3DaysForEachPhase) {
 
 // --- finish
 
-TEST_F(CalibrationCycle, keepsWhatTheGaugeHasLearned) {
+TEST_F(CalibrationCycle, recordsWhatTheGaugeHasLearned) {
   startCalibration();
   static_cast<void>(newLines());
   mac.number(ChangeKind::health, 4401).number(ChangeKind::cycles, 38);
@@ -399,7 +399,7 @@ TEST_F(CalibrationCycle, finishesWithoutTheReadingAfter) {
   EXPECT_THAT(newLines(), ElementsAre(finished("1", "?", "?")));
 }
 
-TEST_F(CalibrationCycle, takesTheDesignFromTheReadingAfterWhenItHasOne) {
+TEST_F(CalibrationCycle, prefersTheDesignCapacityOfTheReadingAfter) {
   inPhase(CalPhase::restore);
   gCal.before = GaugeReading{.design = 3};
   EXPECT_TRUE(advance({.pct = 80}));
@@ -436,7 +436,7 @@ TEST_F(CalibrationCycle, isCancelledWithoutAFailure) {
             .before = GaugeReading{},
             .runs = {{.at = 5}},
             .lastFailure = CalFailure{"x", CalPhase::fill}};
-    // The phase says where a failure was; without a reason there is none.
+    // The phase is that of a failure; without a reason there is no failure.
     EXPECT_THAT(written([] { stopCalibration(std::nullopt, CalPhase::soak); }),
                 ElementsAre("calibration.json"));
     EXPECT_EQ(gCal.phase, CalPhase::idle);
@@ -453,7 +453,7 @@ TEST_F(CalibrationCycle, isCancelledWithoutAFailure) {
   }
 }
 
-TEST_F(CalibrationCycle, isStoppedForAReasonInItsPhaseOrTheOneGiven) {
+TEST_F(CalibrationCycle, recordsTheReasonAndThePhaseWhenItIsStopped) {
   inPhase(CalPhase::soak);
   stopCalibration("cold", std::nullopt);
   EXPECT_EQ(gCal.lastFailure, (CalFailure{"cold", CalPhase::soak}));

@@ -15,7 +15,8 @@ namespace {
 using namespace test;
 using virtual_mac::RegistryLayout;
 
-// What an earlier file could have left, so that a reader that sets nothing can be told from one that clears.
+// A record that an earlier file could have left, which distinguishes a reader that sets nothing from one that
+// clears.
 CalibrationState somethingElse() {
   return {.phase = CalPhase::restore,
           .startedAt = 1,
@@ -51,7 +52,7 @@ TEST(CalPhase, isFoundByItsName) {
   }
 }
 
-TEST(CalPhase, isIdleUnderAnyOtherName) {
+TEST(CalPhase, isIdleForAnyOtherName) {
   for (const char* name : {"", "Fill", "fill ", " drain", "refil", "soaking", "none", "1"}) {
     EXPECT_EQ(phaseNamed(name), CalPhase::idle) << name;
   }
@@ -63,7 +64,7 @@ TEST_F(CalibrationRecord, readsTheCapacitiesAndTheCycles) {
   EXPECT_EQ(readCapacity(), (GaugeReading{.raw = 4427, .nominal = 4554, .design = 4563, .cycles = 37}));
 }
 
-TEST_F(CalibrationRecord, readsWhatTheNestedLayoutHas) {
+TEST_F(CalibrationRecord, readsTheNestedLayout) {
   mac.number(ChangeKind::layout, static_cast<double>(RegistryLayout::nested));
   EXPECT_EQ(readCapacity(), (GaugeReading{.nominal = 4554, .design = 4563, .cycles = 37}));
 }
@@ -75,13 +76,13 @@ TEST_F(CalibrationRecord, readsTheDesignFromTheNestedDictionaryWhenTheTopHasNone
   EXPECT_EQ(readCapacity()->design, std::nullopt);
 }
 
-TEST_F(CalibrationRecord, takesTheCyclesFromTheTopAlone) {
-  // "BatteryData" has them too.
+TEST_F(CalibrationRecord, readsTheCyclesFromTheTopOnly) {
+  // "BatteryData" contains them too.
   fault("CycleCount", PropertyFault::missing);
   EXPECT_EQ(readCapacity(), (GaugeReading{.raw = 4427, .nominal = 4554, .design = 4563}));
 }
 
-TEST_F(CalibrationRecord, knowsNothingOfWhatIsNoInteger) {
+TEST_F(CalibrationRecord, ignoresReadingsThatAreNoIntegers) {
   for (const PropertyFault kind : {PropertyFault::text, PropertyFault::real}) {
     for (const char* name : {"AppleRawMaxCapacity", "NominalChargeCapacity", "CycleCount"}) fault(name, kind);
     EXPECT_EQ(readCapacity(), (GaugeReading{.design = 4563}));
@@ -141,7 +142,7 @@ TEST_F(CalibrationRecord, writesOnlyTheKeysOfAReadingThatAreKnown) {
   EXPECT_THAT(written(), HasSubstr(R"({"before":{"raw":4251},"phase")"));
 }
 
-TEST_F(CalibrationRecord, writesAReadingOfNothing) {
+TEST_F(CalibrationRecord, writesAnEmptyReading) {
   gCal.before = GaugeReading{};
   EXPECT_THAT(written(), HasSubstr(R"({"before":{},"phase")"));
   gCal.before.reset();
@@ -155,7 +156,7 @@ TEST_F(CalibrationRecord, isNotWrittenAfterAPurge) {
   EXPECT_FALSE(mac.exists(calibrationPath));
 }
 
-TEST_F(CalibrationRecord, isLostWithoutAWordWhenItCanNotBeWritten) {
+TEST_F(CalibrationRecord, isLostSilentlyWhenItCannotBeWritten) {
   std::filesystem::create_directories(mac.path(calibrationPath));
   writeCalibration();
   EXPECT_TRUE(std::filesystem::is_directory(mac.path(calibrationPath)));
@@ -167,7 +168,7 @@ TEST_F(CalibrationRecord, isLostWithoutAWordWhenItCanNotBeWritten) {
 
 // --- reading
 
-TEST_F(CalibrationRecord, comesBackAsItWasWrittenSaveForTheLastTick) {
+TEST_F(CalibrationRecord, isReadBackAsWrittenExceptTheLastTick) {
   CalibrationState state{.phase = CalPhase::refill,
                          .startedAt = 1772352000.125,
                          .phaseSince = 1772360000,
@@ -182,7 +183,7 @@ TEST_F(CalibrationRecord, comesBackAsItWasWrittenSaveForTheLastTick) {
   readCalibration();
   state.lastTick = 0;
   EXPECT_EQ(gCal, state);
-  // An idle one, over whatever stands in memory but the reading, which no file can take away.
+  // An idle record clears everything in memory except the reading, which no file can remove.
   state = {};
   gCal = state;
   writeCalibration();
@@ -192,7 +193,7 @@ TEST_F(CalibrationRecord, comesBackAsItWasWrittenSaveForTheLastTick) {
   EXPECT_EQ(gCal, state);
 }
 
-TEST_F(CalibrationRecord, staysAsItIsWithoutAnObjectToRead) {
+TEST_F(CalibrationRecord, staysUnchangedWithoutAnObjectToRead) {
   gCal = somethingElse();
   readCalibration();
   EXPECT_EQ(gCal, somethingElse());
@@ -208,7 +209,7 @@ TEST_F(CalibrationRecord, staysAsItIsWithoutAnObjectToRead) {
   EXPECT_EQ(gCal, somethingElse());
 }
 
-TEST_F(CalibrationRecord, takesEachKeyBesideANumberBeyondADouble) {
+TEST_F(CalibrationRecord, readsTheOtherKeysBesideANumberBeyondADouble) {
   const std::string text =
       R"({"phase":"soak","startedAt":1e999,"phaseSince":5.0,"before":{"raw":1e999,"design":4563},)"
       R"("runs":[{"at":-1e999},{"at":7.0}]})";
@@ -223,7 +224,7 @@ TEST_F(CalibrationRecord, takesEachKeyBesideANumberBeyondADouble) {
   EXPECT_EQ(mac.read(calibrationPath), text) << "JSON has no infinite number";
 }
 
-TEST_F(CalibrationRecord, takesWhatIsMissingAsNothing) {
+TEST_F(CalibrationRecord, readsMissingKeysAsEmpty) {
   gCal = somethingElse();
   read("{}");
   EXPECT_EQ(gCal, (CalibrationState{.before = somethingElse().before}));
@@ -239,7 +240,7 @@ TEST_F(CalibrationRecord, isIdleWithAnUnknownPhase) {
   }
 }
 
-TEST_F(CalibrationRecord, takesEitherKindOfNumberForItsTimes) {
+TEST_F(CalibrationRecord, readsTimesFromEitherTypeOfNumber) {
   read(R"({"startedAt":1,"phaseSince":2.5,"soakBanked":-3})");
   EXPECT_EQ(gCal.startedAt, 1);
   EXPECT_EQ(gCal.phaseSince, 2.5);
@@ -250,7 +251,7 @@ TEST_F(CalibrationRecord, takesEitherKindOfNumberForItsTimes) {
   EXPECT_EQ(gCal.soakBanked, 0);
 }
 
-TEST_F(CalibrationRecord, takesATimeThatIsNoNumberAs0) {
+TEST_F(CalibrationRecord, readsATimeThatIsNoNumberAs0) {
   for (const char* value : {"true", "false", "\"5\"", "null", "[5]", "{}"}) {
     gCal = somethingElse();
     read(std::string(R"({"phase":"soak","startedAt":)") + value + R"(,"phaseSince":)" + value +
@@ -262,26 +263,26 @@ TEST_F(CalibrationRecord, takesATimeThatIsNoNumberAs0) {
   }
 }
 
-// Such a file ends the daemon where the soak is published, not here.
-TEST_F(CalibrationRecord, readsASoakBeyond64BitsAsItStands) {
+// Such a file ends the daemon when the soak is published, not when it is read.
+TEST_F(CalibrationRecord, readsASoakBeyond64BitsUnchanged) {
   read(R"({"phase":"fill","soakBanked":1e300})");
   EXPECT_EQ(gCal.soakBanked, 1e300);
 }
 
-TEST_F(CalibrationRecord, neverTakesTheLastTickFromAFile) {
+TEST_F(CalibrationRecord, neverReadsTheLastTickFromAFile) {
   gCal.lastTick = 5;
   read(R"({"lastTick":1772361000.0})");
   EXPECT_EQ(gCal.lastTick, 0);
 }
 
-TEST_F(CalibrationRecord, takesTheFailureOfAnOlderLayoutAsAStall) {
+TEST_F(CalibrationRecord, readsAFailureInTheOlderLayoutAsAStall) {
   for (const char* text : {"stalled", "", "cancelled by user", "fill"}) {
     read(std::string(R"({"lastFailure":")") + text + "\"}");
     EXPECT_EQ(gCal.lastFailure, (CalFailure{"stalled", CalPhase::idle})) << text;
   }
 }
 
-TEST_F(CalibrationRecord, takesAFailureWithAReason) {
+TEST_F(CalibrationRecord, readsAFailureWithAReason) {
   read(R"({"lastFailure":{"reason":"stalled","phase":"drain"}})");
   EXPECT_EQ(gCal.lastFailure, (CalFailure{"stalled", CalPhase::drain}));
   for (const char* phase : {"", R"(,"phase":"what")", R"(,"phase":3)", R"(,"phase":null)"}) {
@@ -290,7 +291,7 @@ TEST_F(CalibrationRecord, takesAFailureWithAReason) {
   }
 }
 
-TEST_F(CalibrationRecord, knowsOfNoFailureOtherwise) {
+TEST_F(CalibrationRecord, readsNoFailureOtherwise) {
   for (const char* failure : {"{}", R"({"phase":"drain"})", R"({"reason":7,"phase":"drain"})",
                               R"({"reason":null})", "7", "true", "null", R"(["stalled"])"}) {
     gCal = somethingElse();
@@ -305,7 +306,7 @@ TEST_F(CalibrationRecord, dropsRunsWithoutTheTimeOfTheirEnd) {
   EXPECT_THAT(gCal.runs, ElementsAre(CalRun{.at = 1}, CalRun{.at = 4.5}));
 }
 
-TEST_F(CalibrationRecord, takesOnlyIntegersIntoARun) {
+TEST_F(CalibrationRecord, readsOnlyIntegersIntoARun) {
   read(R"({"runs":[{"at":1,"beforeRaw":1.0,"afterRaw":"2","beforeNominal":true,"afterNominal":null,)"
        R"("design":9223372036854775808,"cyclesBefore":-6,"cyclesAfter":9223372036854775807}]})");
   EXPECT_THAT(gCal.runs,
@@ -320,7 +321,7 @@ TEST_F(CalibrationRecord, hasNoRunsWithoutAListOfThem) {
   }
 }
 
-TEST_F(CalibrationRecord, takesAsManyRunsAsThereAre) {
+TEST_F(CalibrationRecord, readsAllRuns) {
   for (const int count : {1, 39, 40, 41, 50}) {
     Json runs = Json::array();
     for (int run = 1; run <= count; ++run) runs.push_back({{"at", run}});
@@ -331,14 +332,14 @@ TEST_F(CalibrationRecord, takesAsManyRunsAsThereAre) {
   }
 }
 
-TEST_F(CalibrationRecord, takesOnlyIntegersIntoAReading) {
+TEST_F(CalibrationRecord, readsOnlyIntegersIntoAReading) {
   read(R"({"before":{"raw":4251,"nominal":4305.0,"design":true,"cycles":"120"}})");
   EXPECT_EQ(gCal.before, (GaugeReading{.raw = 4251}));
   read(R"({"before":{"nominal":1,"design":2,"cycles":3,"other":4}})");
   EXPECT_EQ(gCal.before, (GaugeReading{.nominal = 1, .design = 2, .cycles = 3}));
 }
 
-TEST_F(CalibrationRecord, leavesTheReadingAsItWasWithoutAnObjectForIt) {
+TEST_F(CalibrationRecord, keepsTheReadingWithoutAnObjectForIt) {
   for (const char* before : {"7", "null", "[]", "\"4251\"", "true"}) {
     gCal = somethingElse();
     read(std::string(R"({"before":)") + before + "}");
@@ -346,7 +347,7 @@ TEST_F(CalibrationRecord, leavesTheReadingAsItWasWithoutAnObjectForIt) {
   }
 }
 
-TEST_F(CalibrationRecord, survivesBracketsWithoutEnd) {
+TEST_F(CalibrationRecord, survivesEndlessBrackets) {
   gCal = somethingElse();
   read(std::string(1'000'000, '['));
   EXPECT_EQ(gCal, somethingElse());
@@ -354,7 +355,7 @@ TEST_F(CalibrationRecord, survivesBracketsWithoutEnd) {
   EXPECT_EQ(gCal, somethingElse());
 }
 
-TEST_F(CalibrationRecord, takesTheLastOfTwoKeysWithOneName) {
+TEST_F(CalibrationRecord, usesTheLastOfDuplicateKeys) {
   read(R"({"phase":"fill","phase":"soak"})");
   EXPECT_EQ(gCal.phase, CalPhase::soak);
 }

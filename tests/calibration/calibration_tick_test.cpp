@@ -42,7 +42,7 @@ class CalibrationTick : public test::OnVirtualMac {
     gAtLimit = false;
   }
 
-  // Just come to this phase, with the request still standing.
+  // Puts a run at the beginning of this phase, with its request still set.
   void inPhase(CalPhase phase, std::string_view settings = R"({"calibrate":true})") {
     mac.settings(settings);
     const double now = platform::wallNow();
@@ -64,27 +64,27 @@ class CalibrationTick : public test::OnVirtualMac {
 
 // --- request
 
-TEST_F(CalibrationTick, startsTheRunThatIsAskedFor) {
+TEST_F(CalibrationTick, startsARequestedRun) {
   mac.settings(R"({"calibrate":true})");
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[0], started);
   EXPECT_THAT(lines[1], StartsWith("cap 80%  cal=fill" ARROW "100%  batt 70%  "));
   EXPECT_EQ(gCal.phase, CalPhase::fill);
-  EXPECT_EQ(config(), R"({"calibrate":true})") << "the request stands until the run ends";
+  EXPECT_EQ(config(), R"({"calibrate":true})") << "the request stays set until the run ends";
   EXPECT_THAT(tick(), IsEmpty());
 }
 
-TEST_F(CalibrationTick, startsAndMovesOnInOneTickWhenTheBatteryIsFull) {
+TEST_F(CalibrationTick, startsAndReachesTheNextPhaseInOneTickWhenTheBatteryIsFull) {
   mac.charge(100);
   mac.settings(R"({"calibrate":true,"calDrain":100})");
   auto lines = tick();
   ASSERT_THAT(lines, SizeIs(4));
   EXPECT_EQ(lines[0], started);
   EXPECT_EQ(lines[1], "calibration " ARROW " drain");
-  EXPECT_EQ(lines[2], ARROW " state: hold") << "at its target it has nothing to drain";
+  EXPECT_EQ(lines[2], ARROW " state: hold") << "at its target there is nothing to drain";
   EXPECT_THAT(lines[3], StartsWith("cap 80%  cal=drain" ARROW "100%"));
-  // One phase in a tick, also where the next is over already.
+  // One phase per tick, even if the next is already complete.
   EXPECT_EQ(tick().at(0), "calibration " ARROW " refill");
   EXPECT_EQ(tick().at(0), "calibration " ARROW " soak");
 }
@@ -125,7 +125,7 @@ TEST_F(CalibrationTick, cancelsTheRunWhenTheSettingsCanNotBeRead) {
 }
 
 TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasFinished) {
-  mac.charge(80);
+  mac.charge(80).temperature(33);
   inPhase(CalPhase::restore, R"({"calibrate":true,"calDrain":22,"led":false})");
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));
@@ -147,7 +147,7 @@ TEST_F(CalibrationTick, clearsTheRequestWhenTheRunHasStalled) {
   const auto lines = tick();
   ASSERT_THAT(lines, SizeIs(3));
   EXPECT_EQ(lines[0], "calibration stopped: stalled at the drain step");
-  EXPECT_EQ(lines[1], ARROW " state: hold") << "as after any discharge that is over";
+  EXPECT_EQ(lines[1], ARROW " state: hold") << "as after any finished discharge";
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
   EXPECT_EQ(mac.key("CHIE"), notCut);
   EXPECT_EQ(tick().at(0), ARROW " state: allow");
@@ -161,7 +161,7 @@ TEST_F(CalibrationTick, writesTheRecordBeforeTheSettings) {
   EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "config.json", "status.json"));
 }
 
-TEST_F(CalibrationTick, restsWhileTheTickDoes) {
+TEST_F(CalibrationTick, makesNoProgressWhileTheTickDoesNothing) {
   inPhase(CalPhase::fill);
   mac.charge(100);
   gReleased = true;
@@ -173,7 +173,7 @@ TEST_F(CalibrationTick, restsWhileTheTickDoes) {
 
 // --- one request and another
 
-TEST_F(CalibrationTick, takesThePlaceOfTheTopUpThatIsAskedForWithIt) {
+TEST_F(CalibrationTick, replacesATopUpThatIsRequestedWithIt) {
   mac.settings(R"({"topUp":true,"calibrate":true})");
   gTopUpSince = 5;
   EXPECT_THAT(writtenInATick(), ElementsAre("calibration.json", "stats.json", "config.json", "status.json"));
@@ -184,7 +184,7 @@ TEST_F(CalibrationTick, takesThePlaceOfTheTopUpThatIsAskedForWithIt) {
   EXPECT_THAT(mac.read(statusPath), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
+TEST_F(CalibrationTick, delaysATopUpThatIsRequestedLater) {
   mac.charge(80);
   inPhase(CalPhase::refill, R"({"topUp":true,"calibrate":true})");
   ticks(2);
@@ -199,9 +199,9 @@ TEST_F(CalibrationTick, letsATopUpThatIsAskedForLaterWaitForItsEnd) {
   EXPECT_THAT(config(), HasSubstr("\"topUp\":true"));
 }
 
-// A pass writes the settings as it read them, save for the request that it clears: the Top Up that ends after
-// the calibration in the same tick brings the request for a calibration back.
-TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickInWhichTheRunDoes) {
+// A tick writes the settings as it read them, except for the request that it clears. So a Top Up that ends
+// after the calibration in the same tick restores the request for a calibration.
+TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickThatFinishesTheRun) {
   mac.charge(80);
   mac.unplug();
   inPhase(CalPhase::restore, R"({"topUp":true,"calibrate":true})");
@@ -215,7 +215,7 @@ TEST_F(CalibrationTick, startsAgainWhenATopUpEndsInTheTickInWhichTheRunDoes) {
   EXPECT_EQ(gCal.phase, CalPhase::fill);
 }
 
-// For the same reason statistics that are to begin anew do so twice.
+// For the same reason the statistics are reset twice.
 TEST_F(CalibrationTick, resetsTheStatisticsTwiceWhenTheRunEndsInTheTickOfTheReset) {
   mac.charge(80);
   inPhase(CalPhase::restore, R"({"resetStats":true,"calibrate":true})");
@@ -243,7 +243,7 @@ TEST_F(CalibrationTick, chargesBeyondTheLimitAlsoWithLimitingOff) {
   }
 }
 
-TEST_F(CalibrationTick, drainsByItselfOnTheAdapter) {
+TEST_F(CalibrationTick, drainsOnTheAdapter) {
   for (const CalPhase phase : {CalPhase::drain, CalPhase::restore}) {
     mac.charge(90);
     inPhase(phase);
@@ -253,7 +253,7 @@ TEST_F(CalibrationTick, drainsByItselfOnTheAdapter) {
   }
 }
 
-TEST_F(CalibrationTick, drainsWithTheHelpOfTheUserWhereItCanNot) {
+TEST_F(CalibrationTick, drainsOnlyUnpluggedWhereTheMacCannotDischarge) {
   dischargeSupported = false;
   mac.charge(90);
   inPhase(CalPhase::drain, R"({"calibrate":true,"calDrain":90})");
@@ -267,8 +267,8 @@ TEST_F(CalibrationTick, drainsWithTheHelpOfTheUserWhereItCanNot) {
   EXPECT_EQ(gCal.phase, CalPhase::refill);
 }
 
-TEST_F(CalibrationTick, comesBackToTheLimitAsItIsWritten) {
-  // Not to the bound, which is 20.
+TEST_F(CalibrationTick, endsAtTheLimitAsConfigured) {
+  // Not to the lowest limit of the band, which is 20.
   mac.charge(20);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":10})");
   EXPECT_THAT(tick().back(), HasSubstr("cal=restore" ARROW "10%"));
@@ -277,22 +277,22 @@ TEST_F(CalibrationTick, comesBackToTheLimitAsItIsWritten) {
   EXPECT_EQ(tick().at(0), finished);
 }
 
-TEST_F(CalibrationTick, isAtALimitBeyondFullAtOnce) {
+TEST_F(CalibrationTick, endsAtOnceAtALimitAbove100) {
   mac.charge(100);
   inPhase(CalPhase::restore, R"({"calibrate":true,"limit":150})");
   EXPECT_EQ(tick().at(0), finished);
 }
 
-TEST_F(CalibrationTick, goesByTheAdapterThatTheControllerSeesForTheSoak) {
+TEST_F(CalibrationTick, countsTheSoakByTheControllersAdapterKey) {
   mac.charge(100);
   inPhase(CalPhase::soak);
-  // macOS takes its time to say that the adapter is gone.
+  // macOS reports the missing adapter late.
   mac.number(ChangeKind::powerSourceLag, 100);
   mac.unplug();
   ticks(1);
   EXPECT_EQ(gCal.soakBanked, 0);
   EXPECT_TRUE(gLastPlugged);
-  // A controller that does not tell leaves it to macOS.
+  // Without the controller's key, macOS's report counts.
   mac.removeKey("AC-W");
   ticks(1);
   EXPECT_EQ(gCal.soakBanked, 12);
@@ -307,7 +307,7 @@ TEST_F(CalibrationTick, holdsAndWaitsWhileTheBatteryIsHot) {
   mac.temperature(36);
   EXPECT_EQ(tick().at(0), ARROW " state: allow");
   EXPECT_EQ(gCal.phase, CalPhase::fill);
-  // At full the rest continues, hot or not.
+  // At full charge the soak continues even if the battery is hot.
   mac.charge(100);
   inPhase(CalPhase::soak, R"({"calibrate":true,"thermal":true})");
   mac.temperature(45);
@@ -316,7 +316,7 @@ TEST_F(CalibrationTick, holdsAndWaitsWhileTheBatteryIsHot) {
   EXPECT_EQ(gCal.soakBanked, 12);
 }
 
-TEST_F(CalibrationTick, followsEditsInBetween) {
+TEST_F(CalibrationTick, followsEditsDuringARun) {
   mac.charge(60);
   inPhase(CalPhase::drain);
   ticks(1);
@@ -351,7 +351,7 @@ TEST_F(CalibrationTick, abortsOnMinutesBeyond64BitsOnlyAfterItActed) {
     const test::Ended daemon = test::inChild(evaluate);
     EXPECT_EQ(daemon.signal, SIGABRT);
     EXPECT_EQ(daemon.errors, "brisko-daemon: a product does not fit a 64-bit integer\n");
-    // The step, the hardware and the log are those of any other pass.
+    // The step, the hardware and the log are the same as in any other tick.
     EXPECT_EQ(Json::parse(mac.read(calibrationPath))["phase"], "drain");
     EXPECT_EQ(mac.key("CHIE"), cut);
     const auto lines = newLines();
@@ -386,7 +386,7 @@ TEST_F(CalibrationTick, continuesWithoutItsFilesAfterAPurge) {
   EXPECT_THAT(writtenInATick(), IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::drain);
   EXPECT_EQ(mac.key("CHIE"), cut);
-  // The request can't be cleared any more, so a run that ends begins anew in the next tick.
+  // The request can't be cleared any more, so a run that ends starts again in the next tick.
   mac.charge(80);
   inPhase(CalPhase::restore);
   EXPECT_THAT(writtenInATick(), ElementsAre());

@@ -13,14 +13,12 @@
 
 #include "client/live_brisko.h"
 #include "client/service.h"
-#include "sim/machine/machine_store.h"
 #include "support/record_schemas.h"
 
 namespace brisko {
 namespace {
 
 using nlohmann::json;
-using test::countOf;
 using test::eventually;
 using test::expectRefused;
 using test::Finished;
@@ -29,10 +27,9 @@ using test::said;
 using test::Words;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using ::testing::Not;
 using ::testing::StartsWith;
 
-// The one object that a command printed, valid by its schema.
+// The one object that a command printed, validated against its schema.
 json answered(const Finished& finished, const std::string& kind, int status = 0) {
   EXPECT_EQ(finished.status, status) << finished.errors;
   std::string text = finished.output;
@@ -44,8 +41,7 @@ json answered(const Finished& finished, const std::string& kind, int status = 0)
   return object;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Reading
+// --- Reading
 
 TEST(Brisko, showsWhatTheDaemonDoes) {
   LiveBrisko mac;
@@ -62,7 +58,7 @@ TEST(Brisko, showsWhatTheDaemonDoes) {
   EXPECT_THAT(said(mac.brisko({"status", "--line"})), StartsWith("70% charging allowed 80%"));
 }
 
-TEST(Brisko, fitsAnswersIntoNarrowTerminalsAndPlainLocales) {
+TEST(Brisko, wrapsAnswersForNarrowTerminalsAndUsesAsciiInPlainLocales) {
   LiveBrisko mac;
   mac.boot();
   const std::string narrow = said(mac.brisko({}, {{"COLUMNS", "40"}}));
@@ -107,8 +103,7 @@ TEST(Brisko, showsTheLogInEnglish) {
   expectRefused(mac.brisko({"log", "--since", "yesterday"}), 2, "90m, 2h or 3d");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Changing
+// --- Changing
 
 TEST(Brisko, changesTheLimitThroughTheServiceAndKeepsEverythingElse) {
   LiveBrisko mac;
@@ -145,7 +140,7 @@ TEST(Brisko, changesEverySetting) {
   EXPECT_THAT(said(mac.brisko({"why"})), StartsWith("Limiting is off"));
 }
 
-TEST(Brisko, sendsTheJobsLimitAlongWhereThereIsNoFile) {
+TEST(Brisko, sendsTheLimitOfTheJobAlongWithoutAFile) {
   LiveBrisko mac;
   mac.boot({"--limit", "85"});
   EXPECT_EQ(said(mac.brisko({"limit"})), "The limit is 85 %.\n");
@@ -175,7 +170,7 @@ TEST(Brisko, refusesAFullChargeThatWouldBeDropped) {
   EXPECT_EQ(mac.config(), before);
 }
 
-TEST(Brisko, startsACalibrationOnlyWhenAgreed) {
+TEST(Brisko, startsACalibrationOnlyWhenConfirmed) {
   LiveBrisko mac;
   mac.boot();
   expectRefused(mac.brisko({"calibrate", "start"}), 1, "--yes");
@@ -223,8 +218,7 @@ TEST(Brisko, losesNoneOfAThousandWritesFromEightClients) {
   for (std::size_t index = 0; index < keys.size(); ++index) EXPECT_EQ(lost[index], 0) << keys[index];
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// In the file
+// --- In the file
 
 TEST(BriskoWithoutService, writesTheFileForADaemonThatRefusesIt) {
   LiveBrisko mac;
@@ -259,10 +253,9 @@ TEST(BriskoWithoutService, namesTheLineWithSudo) {
   EXPECT_EQ(mac.config(), before);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Bad input
+// --- Bad input
 
-TEST(BriskoRefuses, numbersThatAreNoLimit) {
+TEST(BriskoRefuses, numbersThatAreNotALimit) {
   LiveBrisko mac;
   mac.mac.settings("{\"limit\":80}");
   mac.boot();
@@ -296,11 +289,11 @@ TEST(BriskoRefuses, settingsFilesThatItCannotUse) {
     test::put(mac.configPath(), each.bytes);
     expectRefused(mac.brisko({"limit", "70"}), 1, each.reason);
     EXPECT_TRUE(test::contents(mac.configPath()) == each.bytes) << each.reason;
-    if (each.reason == std::string("too large")) break;  // the daemon ends at such a number
+    if (each.reason == std::string("too large")) break;  // such a number ends the daemon
   }
 }
 
-TEST(BriskoRefuses, whatIsNoRegularFile) {
+TEST(BriskoRefuses, otherThanRegularFiles) {
   LiveBrisko mac;
   mac.boot();
   mac.end();
@@ -341,25 +334,16 @@ TEST(BriskoRefuses, aMacWithoutADaemon) {
   EXPECT_EQ(status.output, "The daemon is not installed: nothing limits the charge.\n");
 }
 
-TEST(BriskoRefuses, aComputerThatIsNoMac) {
+TEST(BriskoRefuses, aComputerThatIsNotAMac) {
   expectRefused(test::run("brisko", {"status"}, {{"BRISKO_VIRTUAL_MAC", ""}}), 3, "not a Mac");
   expectRefused(test::run("brisko", {"limit", "70"}, {{"BRISKO_VIRTUAL_MAC", "/nowhere"}}), 3, "/nowhere");
-}
-
-// Between two of its updates of the machine: paused within one, the daemon would keep the machine's lock.
-void pause(const LiveBrisko& mac) {
-  std::string reason;
-  const auto store = virtual_mac::MachineStore::open(mac.mac.folder(), reason);
-  ASSERT_TRUE(store) << reason;
-  const auto update = store->update();
-  mac.daemon->signal(SIGSTOP);
 }
 
 TEST(BriskoRefuses, toTrustAStatusFromTheFuture) {
   LiveBrisko mac;
   mac.boot();
   json status = json::parse(test::contents(mac.statusPath()));
-  pause(mac);
+  mac.pause();
   status["ts"] = status["ts"].get<double>() + 7200;
   test::put(mac.statusPath(), status.dump());
   const Finished finished = mac.brisko({"why"});
@@ -369,7 +353,7 @@ TEST(BriskoRefuses, toTrustAStatusFromTheFuture) {
 
 // A daemon that is paused, with a status from long ago.
 void fallSilent(LiveBrisko& mac) {
-  pause(mac);
+  mac.pause();
   json status = json::parse(test::contents(mac.statusPath()));
   status["ts"] = status["ts"].get<double>() - 100;
   test::put(mac.statusPath(), status.dump());
@@ -419,7 +403,7 @@ TEST(BriskoReads, aStatusOfAnOlderVersion) {
   LiveBrisko mac;
   mac.boot();
   json status = json::parse(test::contents(mac.statusPath()));
-  pause(mac);
+  mac.pause();
   test::put(
       mac.statusPath(),
       json{{"state", "hold"}, {"pct", 80}, {"ts", status["ts"]}, {"plugged", true}, {"upper", 80}}.dump());
@@ -431,7 +415,7 @@ TEST(BriskoReads, aStatusOfAnOlderVersion) {
   EXPECT_THAT(mac.brisko({}).errors, HasSubstr("not usable"));
 }
 
-TEST(BriskoEnds, quietlyWhenItsReaderIsGone) {
+TEST(BriskoEnds, silentlyOnAClosedPipe) {
   LiveBrisko mac;
   mac.boot();
   const std::string program = test::programPath("brisko");

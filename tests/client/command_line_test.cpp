@@ -23,13 +23,13 @@ using ::testing::HasSubstr;
 
 std::string errorOf(const std::vector<std::string>& arguments) { return parseCommandLine(arguments).error; }
 
-TEST(CommandLine, isAStatusWithoutACommand) {
+TEST(CommandLine, showsTheStatusWithoutACommand) {
   EXPECT_EQ(parseCommandLine({}).invocation->command, "status");
   EXPECT_EQ(parseCommandLine({"--json"}).invocation->command, "status");
   EXPECT_TRUE(parseCommandLine({"--watch"}).invocation->has("--watch"));
 }
 
-TEST(CommandLine, takesCommonOptionsBeforeAndAfterACommand) {
+TEST(CommandLine, acceptsCommonOptionsBeforeAndAfterACommand) {
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"--json", "--wait", "9", "limit", "70"},
         {"limit", "70", "--json", "--wait", "9"}}) {
@@ -48,7 +48,7 @@ TEST(CommandLine, namesTheNearestCommand) {
   EXPECT_EQ(errorOf({"xylophone"}), "unknown command \"xylophone\"; try \"brisko help\"");
 }
 
-TEST(CommandLine, refusesWordsThatACommandDoesNotTake) {
+TEST(CommandLine, refusesArgumentsThatACommandDoesNotAccept) {
   EXPECT_THAT(errorOf({"limit", "70", "80"}), HasSubstr("takes only one word"));
   EXPECT_THAT(errorOf({"why", "not"}), HasSubstr("takes no words"));
   EXPECT_THAT(errorOf({"set"}), HasSubstr("needs more"));
@@ -69,7 +69,7 @@ TEST(CommandLine, explainsEveryCommand) {
   }
 }
 
-// The manual is written by hand; that it is complete is checked here.
+// The manual is written by hand; this test checks that it is complete.
 TEST(CommandLine, isDescribedInTheManual) {
   const std::string manual = test::contents(BRISKO_MANUALS "/brisko.1");
   for (const CommandDefinition& command : commandDefinitions()) {
@@ -87,7 +87,7 @@ TEST(CommandLine, isDescribedWithEverySetting) {
     EXPECT_THAT(manual, HasSubstr(".It Li " + std::string(key.name)));
 }
 
-TEST(Manuals, areShownByEveryReader) {
+TEST(Manuals, passTheLintOfMandoc) {
   for (const char* manual : {"/brisko.1", "/brisko-config.5"}) {
     const test::Finished lint =
         test::run("/usr/bin/mandoc", {"-T", "lint", "-W", "warning", std::string(BRISKO_MANUALS) + manual});
@@ -96,9 +96,7 @@ TEST(Manuals, areShownByEveryReader) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(SettingKeys, areThoseOfTheFile) {
+TEST(SettingKeys, areTheKeysOfTheFile) {
   const Json defaults = configObject(Settings{});
   ASSERT_EQ(settingKeys().size(), defaults.size());
   for (const SettingKey& key : settingKeys()) {
@@ -107,7 +105,7 @@ TEST(SettingKeys, areThoseOfTheFile) {
   }
 }
 
-TEST(SettingKeys, takeWhatIsInRangeAndNothingElse) {
+TEST(SettingKeys, acceptValuesInRangeAndNothingElse) {
   const SettingKey& limit = *findSetting("limit");
   for (const char* text : {"20", "80", "100", "+80"}) EXPECT_TRUE(settingValue(limit, text)) << text;
   for (const char* text :
@@ -122,7 +120,7 @@ TEST(SettingKeys, takeWhatIsInRangeAndNothingElse) {
   for (const char* text : {"1", "ON", ""}) EXPECT_FALSE(settingValue(led, text)) << text;
 }
 
-TEST(SettingKeys, knowTheNumbersThatEndTheDaemon) {
+TEST(SettingKeys, recogniseNumbersThatEndTheDaemon) {
   EXPECT_FALSE(whyFatal(*parseJson("{\"limit\":9223372036854775807}")));
   EXPECT_TRUE(whyFatal(*parseJson("{\"limit\":9223372036854775808}")));
   EXPECT_TRUE(whyFatal(*parseJson("{\"historyDays\":1e999}")));
@@ -139,7 +137,7 @@ TEST(JobArguments, areReadAsTheDaemonReadsThem) {
   EXPECT_FALSE(jobArgumentsIn({"d", "--lower", "-1"}).lower.has_value());
 }
 
-TEST(LaunchdText, hasThePidAndTheArgumentsOfTheJob) {
+TEST(LaunchdText, yieldsThePidAndTheArgumentsOfTheJob) {
   const Job job = jobIn(
       "system/com.brisko.daemon = {\n\tactive count = 4\n\tpath = "
       "/Library/LaunchDaemons/com.brisko.daemon.plist\n"
@@ -152,7 +150,7 @@ TEST(LaunchdText, hasThePidAndTheArgumentsOfTheJob) {
               ElementsAre("/Library/Brisko/brisko-daemon", "--app", "/Applications/Brisko.app"));
 }
 
-TEST(LaunchdText, knowsNoJobInAnEmptyReportAndNoProcessInOneThatWaits) {
+TEST(LaunchdText, yieldsNoJobIfEmptyAndNoProcessWhileTheJobWaits) {
   EXPECT_FALSE(jobIn("").installed);
   const Job job = jobIn("system/com.brisko.daemon = {\n\tstate = not running\n\tlast exit code = 0\n}\n");
   EXPECT_TRUE(job.installed);
@@ -170,7 +168,7 @@ TEST(Texts, areWrappedBetweenWords) {
   EXPECT_EQ(wrapped("a-word-that-is-longer-than-any-line", 8), "a-word-that-is-longer-than-any-line");
 }
 
-TEST(Texts, haveDurationsThatAPersonReads) {
+TEST(Texts, writeDurationsForPeople) {
   EXPECT_EQ(durationText(6.4), "6 s");
   EXPECT_EQ(durationText(59.6), "1 min");
   EXPECT_EQ(durationText(4 * 3600 + 600), "4 h 10 min");

@@ -22,7 +22,7 @@ using ::testing::Not;
 
 bool isInstalled(const std::string& shell) { return test::exists("/usr/bin/" + shell); }
 
-// What bash offers for the last of the words, blanks between them.
+// The completions that bash offers for the last word, separated by blanks.
 std::string offeredByBash(const std::string& words) {
   test::ScratchFolder folder;
   const std::string script = folder.path() + "/completions";
@@ -77,7 +77,7 @@ TEST(FishCompletions, offerCommandsOptionsAndValues) {
   EXPECT_THAT(offered("brisko discharge "), Not(HasSubstr("calibrate")));
 }
 
-// zsh completes only on a terminal, so one is made with zsh's own module for it.
+// zsh completes only on a terminal, so its own module for pseudo-terminals creates one.
 TEST(ZshCompletions, offerCommandsOptionsAndValues) {
   if (!isInstalled("zsh")) GTEST_SKIP() << "zsh is not installed (apt-get install zsh)";
   test::ScratchFolder folder;

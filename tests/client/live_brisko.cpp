@@ -1,15 +1,18 @@
 #include "client/live_brisko.h"
 
 #include <csignal>
+#include <stdexcept>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "sim/machine/machine_store.h"
 
 namespace brisko::test {
 
 void LiveBrisko::boot(const Words& arguments) {
   daemon = mac.daemon(arguments);
-  // The service is offered before the first tick, and that one writes the status.
+  // The service starts before the first tick, which writes the status.
   EXPECT_TRUE(mac.logs("batt "));
   EXPECT_TRUE(eventually([this] { return !contents(statusPath()).empty(); }));
 }
@@ -17,6 +20,33 @@ void LiveBrisko::boot(const Words& arguments) {
 void LiveBrisko::end() {
   daemon->signal(SIGTERM);
   EXPECT_TRUE(daemon->ends());
+}
+
+namespace {
+
+std::unique_ptr<virtual_mac::MachineStore> machineIn(const std::string& folder) {
+  std::string reason;
+  auto store = virtual_mac::MachineStore::open(folder, reason);
+  if (store == nullptr) throw std::runtime_error(reason);
+  return store;
+}
+
+}  // namespace
+
+void LiveBrisko::pause() const {
+  const auto store = machineIn(mac.folder());
+  const auto update = store->update();
+  daemon->signal(SIGSTOP);
+}
+
+void LiveBrisko::change(const virtual_mac::Change& change) const {
+  const auto store = machineIn(mac.folder());
+  {
+    const auto update = store->update();
+    virtual_mac::advance(update.machine(), virtual_mac::machineTime(update.machine()));
+    virtual_mac::apply(update.machine(), change);
+  }
+  virtual_mac::wakeHolders(mac.folder());
 }
 
 Finished LiveBrisko::brisko(const Words& words, Environment environment) const {

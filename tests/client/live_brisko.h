@@ -7,6 +7,7 @@
 
 #include "process/live_mac.h"
 #include "process/program.h"
+#include "sim/machine/machine.h"
 
 namespace brisko::test {
 
@@ -17,6 +18,10 @@ class LiveBrisko {
   // Starts the daemon and waits until it serves.
   void boot(const Words& arguments = {});
   void end();
+  // Between two of its updates of the machine: paused within one, the daemon would keep the machine's lock.
+  void pause() const;
+  // At once, without starting a program for it.
+  void change(const virtual_mac::Change& change) const;
 
   [[nodiscard]] Finished brisko(const Words& words, Environment environment = {}) const;
 
@@ -28,9 +33,9 @@ class LiveBrisko {
   std::unique_ptr<Program> daemon;
 };
 
-// A success without a word on standard error; its output.
+// Requires success and an empty standard error; returns the output.
 std::string said(const Finished& finished);
-// One line on standard error with that text, and that exit status.
+// Requires one line on standard error that contains the text, and this exit status.
 void expectRefused(const Finished& finished, int status, const std::string& text);
 
 }  // namespace brisko::test

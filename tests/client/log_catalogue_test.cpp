@@ -12,9 +12,7 @@
 namespace brisko::client {
 namespace {
 
-using ::testing::HasSubstr;
 using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
 
 std::string idOf(std::string_view message) {
   const auto match = findEntry(message);
@@ -69,7 +67,7 @@ TEST(LogCatalogue, translatesEveryLineThatIsNotInEnglish) {
   }
 }
 
-TEST(LogCatalogue, knowsWhatAsksForAttention) {
+TEST(LogCatalogue, recognisesLinesThatAskForAttention) {
   EXPECT_EQ(
       findEntry("⚠️ forced discharge has no effect: the adapter cut will not stay written — holding "
                 "the charge "

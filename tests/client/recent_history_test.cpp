@@ -29,14 +29,14 @@ TEST(RecentHistory, readsASample) {
   EXPECT_DOUBLE_EQ(sample->watts.value(), -4.3);
 }
 
-TEST(RecentHistory, skipsWhatIsNoSample) {
+TEST(RecentHistory, skipsLinesThatAreNotSamples) {
   for (const char* text : {"", "{}", "[1]", "{\"g\":true,\"p\":80,\"s\":\"hold\"",
                            R"({"g":1,"p":80,"s":"hold","t":1})", R"({"g":true,"p":80,"s":"other","t":1})"}) {
     EXPECT_FALSE(sampleIn(text)) << text;
   }
 }
 
-TEST(RecentHistory, takesTheLastFifteenMinutesInOrder) {
+TEST(RecentHistory, readsTheLastFifteenMinutesInOrder) {
   const RecentHistory history = historyOf(line(now - 901, 50) + line(now - 900, 51) + line(now - 60, 60));
   ASSERT_EQ(history.samples.size(), 2U);
   EXPECT_EQ(history.samples.front().pct, 51);
@@ -47,7 +47,7 @@ TEST(RecentHistory, ignoresSamplesFromBeforeTheClockWasSetBack) {
   EXPECT_EQ(historyOf(line(now - 60, 60) + line(now + 1, 61)).samples.size(), 1U);
 }
 
-TEST(RecentHistory, findsWhenTheStateBeganAlsoADayBefore) {
+TEST(RecentHistory, findsAStateThatBeganTheDayBefore) {
   const std::string yesterday = line(now - 40'000, 70, "allow") + line(now - 30'000, 80, "hold");
   EXPECT_EQ(historyOf(line(now - 100, 80, "hold"), yesterday).stateSince, now - 30'000);
   EXPECT_FALSE(historyOf(line(now - 100, 80, "hold")).stateSince.has_value());
@@ -64,7 +64,7 @@ std::vector<RecentSample> rising(int minutes, double perMinute) {
   return samples;
 }
 
-TEST(Slope, isThatBetweenTheFirstAndTheLastChange) {
+TEST(Slope, isMeasuredBetweenTheFirstAndTheLastChange) {
   const auto slope = slopeOf(rising(10, 0.5));
   ASSERT_TRUE(slope);
   EXPECT_DOUBLE_EQ(slope->perMinute, 0.5);
@@ -89,19 +89,19 @@ TEST(Minutes, followTheSlopeAndTheTimeSinceTheLastChange) {
   EXPECT_FALSE(minutesUntil(70, slope, now).has_value());
 }
 
-TEST(Minutes, growWhereANearlyFullBatteryTakesLess) {
+TEST(Minutes, growWhileANearlyFullBatteryChargesMoreSlowly) {
   const Slope slope{.perMinute = 1, .lastTime = now, .lastPct = 80};
   EXPECT_NEAR(minutesUntil(85, slope, now).value(), 5, 0.01);
   EXPECT_GT(minutesUntil(100, slope, now).value(), 22);
   EXPECT_LT(minutesUntil(100, slope, now).value(), 35);
 }
 
-TEST(Minutes, ofADischargeAreStraight) {
+TEST(Minutes, areProportionalDuringADischarge) {
   const Slope slope{.perMinute = -0.25, .lastTime = now, .lastPct = 90};
   EXPECT_DOUBLE_EQ(minutesUntil(80, slope, now).value(), 40);
 }
 
-TEST(Minutes, areNeverBelowZero) {
+TEST(Minutes, areNeverNegative) {
   const Slope slope{.perMinute = 1, .lastTime = now - 600, .lastPct = 79};
   EXPECT_EQ(minutesUntil(80, slope, now), 0);
 }

@@ -34,7 +34,7 @@ class SettingsFileChange : public ::testing::Test {
   test::ScratchFolder folder_;
 };
 
-TEST_F(SettingsFileChange, keepsWhatWasNotAskedForAndWritesAllKeys) {
+TEST_F(SettingsFileChange, keepsTheOtherSettingsAndWritesAllKeys) {
   put(path(), R"({"hysteresis":7,"limit":70.9,"calibrate":true,"unknown":1})");
   ASSERT_TRUE(change({{"led", false}}).done);
   EXPECT_EQ(read().size(), 16U);
@@ -45,7 +45,7 @@ TEST_F(SettingsFileChange, keepsWhatWasNotAskedForAndWritesAllKeys) {
   EXPECT_EQ(test::modeOf(path()), 0644U);
 }
 
-TEST_F(SettingsFileChange, beginsWithTheDefaultsWithoutAFile) {
+TEST_F(SettingsFileChange, startsFromTheDefaultsWithoutAFile) {
   ASSERT_TRUE(change({{"led", false}}).done);
   EXPECT_EQ(read()["limit"], 85);
 }
@@ -61,7 +61,7 @@ TEST_F(SettingsFileChange, refusesAnUnreadableFileUnlessForced) {
   EXPECT_EQ(read()["limit"], 85);
 }
 
-TEST_F(SettingsFileChange, leavesNoFileBehindBesideIt) {
+TEST_F(SettingsFileChange, leavesNoTemporaryFileBehind) {
   put(path(), "{}");
   ASSERT_TRUE(change({{"led", false}}).done);
   std::size_t files = 0;
@@ -87,7 +87,7 @@ TEST_F(SettingsFileChange, clearsARequestThatTheDaemonServedInTheReplacedFile) {
   EXPECT_EQ(read()["led"], false);
 }
 
-TEST_F(SettingsFileChange, keepsARequestThatWasAskedForJustNow) {
+TEST_F(SettingsFileChange, keepsARequestThatWasMadeJustNow) {
   put(path(), R"({"topUp":true})");
   std::fstream daemon(path(), std::ios::in | std::ios::out);
   FileChange changed = change({{"topUp", true}});

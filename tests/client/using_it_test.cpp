@@ -1,4 +1,5 @@
 // The sessions in docs/using-it.md, repeated on a new virtual Mac.
+#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -47,7 +48,7 @@ std::string withoutTimes(const std::string& text) {
   return std::regex_replace(text, time, "HH:MM");
 }
 
-TEST(UsingIt, showsSessionsAsTheyAre) {
+TEST(UsingIt, showsTheRealOutputOfEachSession) {
   const auto steps = stepsIn(contents(BRISKO_DOCUMENTS "/using-it.md"));
   ASSERT_GT(steps.size(), 15U);
   // Slow enough that the charge stays the same, however long the test takes.
@@ -56,6 +57,33 @@ TEST(UsingIt, showsSessionsAsTheyAre) {
   for (const Step& step : steps) {
     const std::string output = said(mac.brisko(step.words));
     EXPECT_EQ(withoutTimes(output), withoutTimes(step.expected));
+  }
+}
+
+// Paragraphs, cells of tables, and items of lists.
+std::vector<std::string> paragraphsIn(const std::string& document) {
+  static const std::regex between("\n\n|\n- |\\||\n\\.(Pp|It|Sh)");
+  std::sregex_token_iterator piece(document.begin(), document.end(), between, -1);
+  return {piece, {}};
+}
+
+TEST(Documents, askNobodyToEditTheSettingsFile) {
+  namespace fs = std::filesystem;
+  static const std::regex file("config\\.json|settings file");
+  static const std::regex edits("\\b([Ee]dit|[Cc]orrect|[Ff]ix|[Rr]ewrite|editor)\\b");
+  std::vector<fs::path> pages{BRISKO_DOCUMENTS "/../README.md"};
+  for (const char* folder : {BRISKO_DOCUMENTS, BRISKO_MANUALS}) {
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      if (entry.is_regular_file() && entry.path().filename() != "files.md") pages.push_back(entry.path());
+    }
+  }
+  EXPECT_GT(pages.size(), 8U);
+  for (const fs::path& page : pages) {
+    for (const std::string& paragraph : paragraphsIn(contents(page.string()))) {
+      EXPECT_FALSE(std::regex_search(paragraph, file) && std::regex_search(paragraph, edits))
+          << page << " asks to edit the settings file; name a command of brisko instead:\n"
+          << paragraph;
+    }
   }
 }
 

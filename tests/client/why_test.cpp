@@ -11,7 +11,6 @@ namespace brisko::client {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr double now = 1'772'352'000;
 
@@ -58,7 +57,7 @@ void addSamples(Situation& situation, int minutes, double perMinute, double watt
 }
 
 using S = Situation;
-// Every reason, on both sides of its border where it has one.
+// Every reason, on both sides of its boundary if it has one.
 const std::vector<Case>& cases() {
   static const std::vector<Case> all{
       {"not installed",
@@ -316,8 +315,27 @@ const std::vector<Case>& cases() {
          s.status->state = ChargeState::allow;
          s.status->chargeMode = "macOS";
          s.status->pct = 80;
+         s.status->gateVerified.reset();
+         addSamples(s, 3, 0, 5);
        },
        Reason::limitOverridden},
+      {"macOS has just reached its limit",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 80;
+         s.status->gateVerified.reset();
+         addSamples(s, 2, 0, 5);
+       },
+       Reason::atLimit},
+      {"macOS makes up for a loss above the limit",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 81;
+         addSamples(s, 3, 0, 5);
+       },
+       Reason::aboveLimit},
       {"macOS charges below its limit",
        [](S& s) {
          s.status->state = ChargeState::allow;
@@ -377,7 +395,7 @@ TEST(Why, namesTheLowerEdgeForAHold) {
   EXPECT_FALSE(answer.until->aboutMinutes.has_value());
 }
 
-TEST(Why, namesNoEdgeWhereMacOSDecides) {
+TEST(Why, namesNoLowerEdgeWhereMacOSDecides) {
   Situation situation = usual();
   situation.status->chargeMode = "macOS";
   EXPECT_EQ(why(situation).until->kind, UntilKind::event);
@@ -414,6 +432,23 @@ TEST(Why, namesWhenAFullChargeEnds) {
   situation.topUpSince = now - 3600;
   EXPECT_EQ(why(situation).until->value, now + 3 * 3600);
   situation.status->pct = 99;
+  EXPECT_EQ(why(situation).until->value, 100);
+}
+
+TEST(Why, namesTheEndOfAFullChargeThatComesBeforeItIsFull) {
+  Situation situation = usual();
+  situation.status->topUp = true;
+  situation.status->state = ChargeState::allow;
+  situation.status->pct = 60;
+  situation.settings.topUpHours = 1;
+  situation.topUpSince = now - 1200;
+  EXPECT_EQ(why(situation).until->value, 100);
+  addSamples(situation, 10, 1, 20);
+  const Answer late = why(situation);
+  EXPECT_EQ(late.until->kind, UntilKind::time);
+  EXPECT_EQ(late.until->value, now + 2400);
+  EXPECT_THAT(late.text, Not(HasSubstr("about")));
+  situation.settings.topUpHours = 4;
   EXPECT_EQ(why(situation).until->value, 100);
 }
 

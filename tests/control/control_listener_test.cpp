@@ -40,7 +40,8 @@ using platform::Reply;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 
-// Threads of the service may still be there at the end of the process: what they touch is never destroyed.
+// Threads of the service may still run when the process exits, so the objects that they use are never
+// destroyed.
 const std::string& serviceName = *new std::string("com.brisko.daemon.xpc");
 const std::string& goodRequirement = *new std::string(
     "anchor apple generic and identifier \"com.brisko.Brisko\" and certificate leaf[subject.OU] = \"" +
@@ -50,26 +51,26 @@ const virtual_mac::ClientSignature& named(std::string_view name) {
   return virtual_mac::findClient(name)->signature;
 }
 
-// Waits for what other threads do.
-bool comesTrue(const std::function<bool()>& seen) {
-  constexpr int patience = 10'000;  // milliseconds
-  for (int waited = 0; waited < patience; ++waited) {
+// Waits for other threads until `seen` returns true.
+bool waitUntil(const std::function<bool()>& seen) {
+  constexpr int timeout = 10'000;  // milliseconds
+  for (int waited = 0; waited < timeout; ++waited) {
     if (seen()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return false;
 }
 
-// Replies that are not given yet.
+// Requests that are not yet answered.
 class Waiting {
  public:
   void add(const Reply& reply) {
     const std::lock_guard lock(mutex_);
     replies_.push_back(reply);
   }
-  // Those from the one number to before the other, once they are here.
+  // Answers the requests from number `from` up to, but not including, `to`, once they have arrived.
   void give(std::size_t from, std::size_t to) {
-    ASSERT_TRUE(comesTrue([&] {
+    ASSERT_TRUE(waitUntil([&] {
       const std::lock_guard lock(mutex_);
       return replies_.size() >= to;
     }));
@@ -82,11 +83,11 @@ class Waiting {
   std::vector<Reply> replies_;
 };
 
-// A service that answers everything at once, and knows what it was asked.
+// A service that answers everything at once and records the requests.
 class Service {
  public:
   std::function<std::optional<std::string>()> requirement = [] { return std::nullopt; };
-  // What becomes of a request once it is noted.
+  // What happens to a request after it was recorded.
   std::function<void(const Reply&)> answer = [](const Reply& reply) { reply(true, std::nullopt); };
 
   [[nodiscard]] ControlRequests requests() {
@@ -98,25 +99,25 @@ class Service {
             .releaseCharge = [this](const Reply& reply) { note("release", reply); },
             .restart = [this](const Reply& reply) { note("restart", reply); }};
   }
-  [[nodiscard]] std::vector<std::string> heard() {
+  [[nodiscard]] std::vector<std::string> received() {
     const std::lock_guard lock(mutex_);
-    return heard_;
+    return received_;
   }
 
  private:
   void note(const std::string& request, const Reply& reply) {
     {
       const std::lock_guard lock(mutex_);
-      heard_.push_back(request);
+      received_.push_back(request);
     }
     answer(reply);
   }
 
   std::mutex mutex_;
-  std::vector<std::string> heard_;
+  std::vector<std::string> received_;
 };
 
-// One of its kind, for those threads again.
+// The only instance, never destroyed for the same reason.
 template <typename Thing>
 Thing& lasting() {
   static Thing& thing = *new Thing;
@@ -127,7 +128,7 @@ class ControlListener : public ::testing::Test {
  protected:
   ControlListener() { folder.name(); }
 
-  // Serves until the clients are done. Their part, `body`, runs in a thread of its own.
+  // Serves until `body`, which runs the clients on a separate thread, returns.
   template <class Body>
   void serve(Body body) {
     platform::listenForControl(serviceName, service.requirement, service.requests());
@@ -145,9 +146,9 @@ class ControlListener : public ::testing::Test {
     return connected;
   }
 
-  [[nodiscard]] std::vector<std::string> heard() const { return service.heard(); }
-  [[nodiscard]] bool hears(std::size_t count) const {
-    return comesTrue([&] { return heard().size() >= count; });
+  [[nodiscard]] std::vector<std::string> received() const { return service.received(); }
+  [[nodiscard]] bool receives(std::size_t count) const {
+    return waitUntil([&] { return received().size() >= count; });
   }
 
   test::LiveFolder folder;
@@ -169,7 +170,7 @@ TEST_F(ControlListener, carriesTheFourRequestsAndAReplyToEach) {
       EXPECT_TRUE(isDone(*app));
     }
   });
-  EXPECT_THAT(heard(), ElementsAre("apply ", "purge", "release", "restart"));
+  EXPECT_THAT(received(), ElementsAre("apply ", "purge", "release", "restart"));
 }
 
 TEST_F(ControlListener, carriesTheTextOfARefusal) {
@@ -199,13 +200,13 @@ TEST_F(ControlListener, carriesSettingsByteForByte) {
       EXPECT_TRUE(isDone(*app));
     }
   });
-  ASSERT_EQ(heard().size(), all.size());
+  ASSERT_EQ(received().size(), all.size());
   for (std::size_t index = 0; index < all.size(); ++index) {
-    EXPECT_TRUE(heard()[index] == "apply " + all[index]) << index;
+    EXPECT_TRUE(received()[index] == "apply " + all[index]) << index;
   }
 }
 
-TEST_F(ControlListener, deliversRequestsInThreadsThatNoSignalReaches) {
+TEST_F(ControlListener, deliversRequestsOnThreadsThatBlockAllSignals) {
   const std::thread::id mainThread = std::this_thread::get_id();
   service.answer = [mainThread](const Reply& reply) {
     EXPECT_NE(std::this_thread::get_id(), mainThread);
@@ -226,14 +227,14 @@ TEST_F(ControlListener, deliversRequestsInThreadsThatNoSignalReaches) {
   EXPECT_EQ(::sigismember(&blocked, SIGHUP), 0);
 }
 
-TEST_F(ControlListener, takesRepliesFromTheMainThreadInAnyOrder) {
+TEST_F(ControlListener, acceptsRepliesFromTheMainThreadInAnyOrder) {
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   std::vector<std::int64_t> order;
   serve([&] {
     const auto app = client();
     for (std::size_t time = 1; time <= 3; ++time) {
       EXPECT_TRUE(app->send(ControlRequestKind::releaseCharge));
-      ASSERT_TRUE(hears(time));
+      ASSERT_TRUE(receives(time));
     }
     for (const std::size_t index : {2U, 0U, 1U}) {
       postMain([this, index] { waiting.give(index, index + 1); });
@@ -254,7 +255,7 @@ TEST_F(ControlListener, keepsTheOrderOfAClientsRequests) {
     }
     for (int number = 0; number < 200; ++number) EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_EQ(heard(), expected);
+  EXPECT_EQ(received(), expected);
 }
 
 TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
@@ -283,7 +284,7 @@ TEST_F(ControlListener, answersEachOfTenThousandRequestsOnce) {
     }
     for (std::thread& thread : threads) thread.join();
   });
-  EXPECT_EQ(heard().size(), std::size_t{clients * each});
+  EXPECT_EQ(received().size(), std::size_t{clients * each});
   for (const auto& ids : answered) {
     EXPECT_EQ(std::set<std::int64_t>(ids.begin(), ids.end()).size(), std::size_t{each});
     EXPECT_EQ(*ids.rbegin(), each);
@@ -295,10 +296,10 @@ TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
   serve([&] {
     const auto first = client();
     EXPECT_TRUE(first->send(ControlRequestKind::purgeAllData));
-    ASSERT_TRUE(hears(1));
+    ASSERT_TRUE(receives(1));
     const auto second = client();
     EXPECT_TRUE(second->send(ControlRequestKind::releaseCharge));
-    ASSERT_TRUE(hears(2));
+    ASSERT_TRUE(receives(2));
     waiting.give(1, 2);
     EXPECT_TRUE(isDone(*second));
     waiting.give(0, 1);
@@ -306,18 +307,18 @@ TEST_F(ControlListener, servesAClientWhileAnotherWaits) {
   });
 }
 
-TEST_F(ControlListener, outlivesAClientThatIsGoneBeforeItsReply) {
+TEST_F(ControlListener, survivesAClientThatDisconnectsBeforeItsReply) {
   static constexpr std::size_t gone = 20;
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
     for (std::size_t time = 1; time <= gone; ++time) {
       EXPECT_TRUE(client()->send(ControlRequestKind::applySettings, "{}"));
-      ASSERT_TRUE(hears(time));
+      ASSERT_TRUE(receives(time));
     }
     postMain([this] { waiting.give(0, gone); });
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
-    ASSERT_TRUE(hears(gone + 1));
+    ASSERT_TRUE(receives(gone + 1));
     postMain([this] { waiting.give(gone, gone + 1); });
     EXPECT_TRUE(isDone(*app));
   });
@@ -338,8 +339,7 @@ TEST_F(ControlListener, answersAClientThatClosedItsSide) {
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Clients that do not keep to the rules
+// --- Misbehaving clients
 
 TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
   const std::string whole = lineOf(named("app")) +
@@ -355,14 +355,14 @@ TEST_F(ControlListener, waitsForTheOtherHalfOfARequest) {
     const auto other = client();
     EXPECT_TRUE(other->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*other));
-    EXPECT_THAT(heard(), ElementsAre("restart"));
+    EXPECT_THAT(received(), ElementsAre("restart"));
     EXPECT_TRUE(app->say("}"));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart", "apply {\"limit\":70}"));
+  EXPECT_THAT(received(), ElementsAre("restart", "apply {\"limit\":70}"));
 }
 
-TEST_F(ControlListener, dropsHalfARequestWhoseClientIsGone) {
+TEST_F(ControlListener, dropsHalfARequestWhenItsClientDisconnects) {
   const std::string request = lineOf(virtual_mac::ControlRequest{ControlRequestKind::applySettings, 1, 12});
   serve([&] {
     for (const std::string& half :
@@ -374,7 +374,7 @@ TEST_F(ControlListener, dropsHalfARequestWhoseClientIsGone) {
     app->closeWriting();
     EXPECT_FALSE(app->nextReply());
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
 }
 
 TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
@@ -413,10 +413,10 @@ TEST_F(ControlListener, disconnectsAClientThatSendsGarbage) {
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart"));
+  EXPECT_THAT(received(), ElementsAre("restart"));
 }
 
-TEST_F(ControlListener, takesALineThatIsAsLongAsOneMayBe) {
+TEST_F(ControlListener, acceptsALineOfTheMaximumLength) {
   std::string line = lineOf(virtual_mac::ControlRequest{ControlRequestKind::restart, 1, 0});
   line.insert(1, std::string(virtual_mac::longestControlLine + 1 - line.size(), ' '));
   serve([&] {
@@ -428,7 +428,7 @@ TEST_F(ControlListener, takesALineThatIsAsLongAsOneMayBe) {
   });
 }
 
-TEST_F(ControlListener, takesAsManySettingsAsThereMayBe) {
+TEST_F(ControlListener, acceptsSettingsOfTheMaximumLength) {
   serve([&] {
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::applySettings, std::string(virtual_mac::largestSettings, ' ')));
@@ -450,14 +450,14 @@ TEST_F(ControlListener, disconnectsAClientWithoutAnIdentity) {
       EXPECT_FALSE(somebody->nextReply()) << words;
     }
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
 }
 
-// Else a client that asks and asks would fill the daemon's memory.
-TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
+// Otherwise a client that sends requests without end would fill the daemon's memory.
+TEST_F(ControlListener, stopsReadingFromAClientWithManyUnansweredRequests) {
   constexpr std::size_t unanswered = 256;
   constexpr std::size_t all = 300;
-  const std::string settings(50'000, ' ');  // so long that what is not taken fits no socket
+  const std::string settings(50'000, ' ');  // so long that unread requests overflow the socket's buffer
   service.answer = [this](const Reply& reply) { waiting.add(reply); };
   serve([&] {
     const auto app = client();
@@ -468,27 +468,27 @@ TEST_F(ControlListener, takesNoMoreFromAClientThanItCanAnswer) {
       }
       allSent = true;
     });
-    ASSERT_TRUE(hears(unanswered));
+    ASSERT_TRUE(receives(unanswered));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(heard().size(), unanswered);
+    EXPECT_EQ(received().size(), unanswered);
     EXPECT_FALSE(allSent);
     waiting.give(0, 1);
-    ASSERT_TRUE(hears(unanswered + 1));
+    ASSERT_TRUE(receives(unanswered + 1));
     waiting.give(1, unanswered);
-    ASSERT_TRUE(hears(all));
+    ASSERT_TRUE(receives(all));
     waiting.give(unanswered, all);
     for (std::size_t time = 0; time < all; ++time) EXPECT_TRUE(isDone(*app));
     asking.join();
   });
 }
 
-// The main thread continues although a client does not read what it asked for.
-TEST_F(ControlListener, waitsForNoClientToRead) {
+// The main thread continues although a client does not read its replies.
+TEST_F(ControlListener, doesNotWaitForAClientToRead) {
   service.answer = [](const Reply& reply) { postMain([reply] { reply(false, std::string(10'000, 'x')); }); };
   serve([&] {
     const auto silent = client();
     for (int time = 0; time < 256; ++time) EXPECT_TRUE(silent->send(ControlRequestKind::restart));
-    ASSERT_TRUE(hears(30));  // more than its socket has room for
+    ASSERT_TRUE(receives(30));  // more than fits into the socket's buffer
     const auto app = client();
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(app->nextReply());
@@ -500,10 +500,9 @@ TEST_F(ControlListener, waitsForNoClientToRead) {
   });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The requirement
+// --- The requirement
 
-TEST_F(ControlListener, letsInOnlyWhoMeetsTheRequirement) {
+TEST_F(ControlListener, admitsOnlyClientsThatMeetTheRequirement) {
   service.requirement = [] { return goodRequirement; };
   serve([&] {
     for (const char* name : {"wrong-team", "wrong-app", "unsigned"}) {
@@ -515,10 +514,10 @@ TEST_F(ControlListener, letsInOnlyWhoMeetsTheRequirement) {
     EXPECT_TRUE(app->send(ControlRequestKind::restart));
     EXPECT_TRUE(isDone(*app));
   });
-  EXPECT_THAT(heard(), ElementsAre("restart"));
+  EXPECT_THAT(received(), ElementsAre("restart"));
 }
 
-TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
+TEST_F(ControlListener, admitsEveryClientWithoutARequirement) {
   serve([&] {
     for (const char* name : {"app", "wrong-team", "wrong-app", "unsigned"}) {
       const auto somebody = client(name);
@@ -528,7 +527,7 @@ TEST_F(ControlListener, letsEverybodyInWithoutARequirement) {
   });
 }
 
-TEST_F(ControlListener, admitsNobodyWithAnInvalidRequirement) {
+TEST_F(ControlListener, admitsNoClientWithAnInvalidRequirement) {
   const std::vector<std::string> wrong{"", "anchor apple generic", goodRequirement + " ",
                                        goodRequirement.substr(1), goodRequirement.substr(0, 60)};
   std::atomic<std::size_t> connections = 0;
@@ -540,11 +539,11 @@ TEST_F(ControlListener, admitsNobodyWithAnInvalidRequirement) {
       EXPECT_FALSE(app->nextReply()) << time;
     }
   });
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
   EXPECT_EQ(connections, wrong.size());
 }
 
-TEST_F(ControlListener, asksTheRequirementForEachConnectionOffTheMainThread) {
+TEST_F(ControlListener, readsTheRequirementForEachConnectionOffTheMainThread) {
   const std::thread::id mainThread = std::this_thread::get_id();
   std::atomic<int> connections = 0;
   service.requirement = [&]() -> std::optional<std::string> {
@@ -564,8 +563,7 @@ TEST_F(ControlListener, asksTheRequirementForEachConnectionOffTheMainThread) {
   EXPECT_EQ(connections, 3);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Threads, sockets, processes
+// --- Threads, sockets, processes
 
 std::ptrdiff_t entriesOf(const std::string& directory) {
   const std::filesystem::directory_iterator all(directory);
@@ -573,11 +571,11 @@ std::ptrdiff_t entriesOf(const std::string& directory) {
 }
 
 TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
-  std::thread([] {}).join();  // the first thread of a process may bring one of a sanitizer's own
+  std::thread([] {}).join();  // with the first thread of a process a sanitizer may start its own
   const auto before = entriesOf("/proc/self/task");
   serve([&] {
     const auto threads = entriesOf("/proc/self/task");
-    EXPECT_EQ(threads, before + 1) << "none but this one";
+    EXPECT_EQ(threads, before + 1) << "the service has no thread yet";
     const auto descriptors = entriesOf("/proc/self/fd");
     for (int time = 0; time < 50; ++time) {
       const auto app = client();
@@ -586,12 +584,12 @@ TEST_F(ControlListener, leavesNoThreadAndNoDescriptorBehind) {
         EXPECT_TRUE(isDone(*app));
       }
     }
-    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/task") == threads; }));
-    EXPECT_TRUE(comesTrue([&] { return entriesOf("/proc/self/fd") == descriptors; }));
+    EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/task") == threads; }));
+    EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/fd") == descriptors; }));
   });
 }
 
-TEST_F(ControlListener, letsClientsBeyondItsRoomWait) {
+TEST_F(ControlListener, letsClientsAboveItsMaximumWait) {
   constexpr std::size_t room = 64;
   serve([&] {
     std::vector<std::unique_ptr<ControlClient>> clients;
@@ -603,13 +601,13 @@ TEST_F(ControlListener, letsClientsBeyondItsRoomWait) {
     const auto late = client();
     EXPECT_TRUE(late->send(ControlRequestKind::purgeAllData));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(heard().size(), room);
+    EXPECT_EQ(received().size(), room);
     clients.pop_back();
     EXPECT_TRUE(isDone(*late));
   });
 }
 
-TEST_F(ControlListener, isReachedThroughASocketThatIsItsOwnersAlone) {
+TEST_F(ControlListener, isReachedThroughASocketThatOnlyItsOwnerCanOpen) {
   const mode_t before = ::umask(0);
   serve([&] {
     struct stat found {};
@@ -620,7 +618,7 @@ TEST_F(ControlListener, isReachedThroughASocketThatIsItsOwnersAlone) {
   ::umask(before);
 }
 
-TEST_F(ControlListener, takesTheSocketOfADeadProcess) {
+TEST_F(ControlListener, takesOverTheSocketOfADeadProcess) {
   const int descriptor = ::open(folder.path().c_str(), O_PATH | O_DIRECTORY);
   const int stale = ::socket(AF_UNIX, SOCK_STREAM, 0);
   const sockaddr_un address = virtual_mac::socketAddressIn(descriptor, serviceName);
@@ -635,16 +633,16 @@ TEST_F(ControlListener, takesTheSocketOfADeadProcess) {
   });
 }
 
-TEST_F(ControlListener, leavesTheServiceToTheProcessThatHasIt) {
+TEST_F(ControlListener, leavesTheServiceToTheProcessThatOwnsIt) {
   const int lock = ::open((folder.path() + "/" + serviceName + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_EQ(::flock(lock, LOCK_EX), 0);
   serve([&] { EXPECT_EQ(ControlClient::connect(folder.path()), nullptr); });
-  // And once that is gone the next process has it.
+  // When that process has ended, the next one gets the service.
   ::close(lock);
   serve([&] { EXPECT_NE(client(), nullptr); });
 }
 
-TEST_F(ControlListener, isNotThereWithoutAProcess) {
+TEST_F(ControlListener, isUnreachableWithoutAProcess) {
   EXPECT_EQ(ControlClient::connect(folder.path()), nullptr);
   EXPECT_EQ(ControlClient::connect(folder.path() + "/nowhere"), nullptr);
 }
@@ -655,7 +653,7 @@ TEST(ControlListenerWithoutAMachine, doesNothing) {
   platform::runMain();
 }
 
-TEST(ControlListenerInLongFolder, isReachedAllTheSame) {
+TEST(ControlListenerInLongFolder, isReachableDespiteTheLongPath) {
   const test::ScratchFolder scratch;
   const std::string path = scratch.path() + "/" + std::string(120, 'x') + "/" + std::string(120, 'x');
   std::string reason;

@@ -1,6 +1,6 @@
-// The whole daemon in this process, on a live machine, while clients in threads of their own ask for all that
-// they can at once. Above all it is for ThreadSanitizer: what a request's thread shares with the main thread
-// must never be touched by both.
+// The whole daemon in this process, on a live machine, while clients on separate threads send every kind of
+// request at the same time. Mainly for ThreadSanitizer: the threads of requests must not race with the main
+// thread.
 
 #include <array>
 #include <atomic>
@@ -30,9 +30,9 @@ using virtual_mac::ChangeKind;
 using virtual_mac::ControlRequestKind;
 using vmac::ControlClient;
 
-bool comesTrue(const std::function<bool()>& seen) {
-  constexpr int patience = 10'000;  // milliseconds
-  for (int waited = 0; waited < patience; ++waited) {
+bool waitUntil(const std::function<bool()>& seen) {
+  constexpr int timeout = 10'000;  // milliseconds
+  for (int waited = 0; waited < timeout; ++waited) {
     if (seen()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -41,14 +41,14 @@ bool comesTrue(const std::function<bool()>& seen) {
 
 class DaemonStorm : public ::testing::Test {
  protected:
-  // A minute of the machine's in a real second, if nothing else is said.
+  // By default a real second is a minute of machine time.
   explicit DaemonStorm(double speed = 60) : folder(test::machineFromNow({}, speed)) { folder.name(); }
 
   // Runs the daemon until the clients are done.
   template <class Body>
   void runWhile(Body body) {
     std::thread clients([&] {
-      EXPECT_TRUE(comesTrue([&] { return ControlClient::connect(folder.path()) != nullptr; }));
+      EXPECT_TRUE(waitUntil([&] { return ControlClient::connect(folder.path()) != nullptr; }));
       body();
       platform::postMain([] { platform::stopMain(); });
     });
@@ -60,7 +60,7 @@ class DaemonStorm : public ::testing::Test {
     return ControlClient::connect(folder.path(), virtual_mac::findClient(name)->signature);
   }
 
-  // Asks `count` times, in a thread of its own, and reads the replies; how many came.
+  // Sends `count` requests on a separate thread and reads the replies; returns their number.
   int ask(int count, const std::function<void(ControlClient&, int)>& request,
           std::string_view name = "app") const {
     const auto app = client(name);
@@ -94,7 +94,7 @@ void applyLimit(ControlClient& app, int number) {
 
 void release(ControlClient& app, int) { static_cast<void>(app.send(ControlRequestKind::releaseCharge)); }
 
-TEST_F(DaemonStorm, leavesEveryRequestAnsweredOnceWhileTheMachineChanges) {
+TEST_F(DaemonStorm, answersEveryRequestOnceWhileTheMachineChanges) {
   constexpr int each = 150;
   runWhile([&] {
     together({
@@ -108,14 +108,14 @@ TEST_F(DaemonStorm, leavesEveryRequestAnsweredOnceWhileTheMachineChanges) {
           }
         },
     });
-    // The last word of all counts.
+    // The last request decides.
     EXPECT_EQ(ask(1, [](ControlClient& app, int) { applyLimit(app, 17); }), 1);
   });
   EXPECT_THAT(test::contents(volume("/Library/Application Support/Brisko/config.json")),
               HasSubstr("\"limit\":77"));
 }
 
-TEST_F(DaemonStorm, isSurvivedWithClientsThatVanishAndTalkNonsense) {
+TEST_F(DaemonStorm, survivesClientsThatDisconnectOrSendGarbage) {
   runWhile([&] {
     together({
         [&] { EXPECT_EQ(ask(50, applyLimit), 50); },
@@ -135,7 +135,7 @@ TEST_F(DaemonStorm, isSurvivedWithClientsThatVanishAndTalkNonsense) {
   });
 }
 
-TEST_F(DaemonStorm, isHeldByAnUnsignedDaemonThatWarnsForEachClient) {
+TEST_F(DaemonStorm, warnsForEachClientOfAnUnsignedDaemon) {
   folder.change({.kind = ChangeKind::daemonTeam});
   const std::string warning = "XPC with no signature check";
   const auto warnings = [&] {
@@ -151,11 +151,11 @@ TEST_F(DaemonStorm, isHeldByAnUnsignedDaemonThatWarnsForEachClient) {
       for (int time = 0; time < 20; ++time) EXPECT_EQ(ask(2, release, "unsigned"), 2);
     };
     together({many, many});
-    EXPECT_TRUE(comesTrue([&] { return warnings() >= before + 40; }));
+    EXPECT_TRUE(waitUntil([&] { return warnings() >= before + 40; }));
   });
 }
 
-TEST_F(DaemonStorm, endsInAPurgeThatStaysOne) {
+TEST_F(DaemonStorm, writesNoFileAfterAPurge) {
   runWhile([&] {
     const auto purge = [](ControlClient& app, int) {
       static_cast<void>(app.send(ControlRequestKind::purgeAllData));
@@ -170,8 +170,8 @@ TEST_F(DaemonStorm, endsInAPurgeThatStaysOne) {
   EXPECT_FALSE(test::exists(volume("/Library/Logs/Brisko")));
 }
 
-// The process ends in the middle of it all, by exit(): what the clients' threads still touch must stay whole.
-// Nobody is left to tell a failure then, so the last hook does.
+// The process exits while clients are active, so what their threads still use must not be destroyed. No test
+// code runs after that, so the last exit hook reports a failure.
 std::atomic<bool> gRestartAnswered{false};
 
 class DaemonStormAtRealSpeed : public DaemonStorm {
@@ -179,7 +179,7 @@ class DaemonStormAtRealSpeed : public DaemonStorm {
   DaemonStormAtRealSpeed() : DaemonStorm(1) {}
 };
 
-TEST_F(DaemonStormAtRealSpeed, isEndedByARestart) {
+TEST_F(DaemonStormAtRealSpeed, endsWithARestart) {
   static_cast<void>(
       std::atexit([] { ::_exit(gRestartAnswered && !::testing::Test::HasFailure() ? 0 : 98); }));
   runWhile([&] {

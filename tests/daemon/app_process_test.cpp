@@ -1,4 +1,4 @@
-// The app comes and goes in whole processes of the daemon.
+// The app is removed and returns while whole processes of the daemon run.
 
 #include <algorithm>
 #include <csignal>
@@ -25,7 +25,7 @@ constexpr const char* dormantLine =
     "uninstall-service.sh)";
 constexpr const char* backLine = "app is back — Brisko takes the charge again";
 
-// A Mac on which the app may come and go.
+// A Mac on which the app can be installed and removed.
 class Bundle : public VirtualMac {
  public:
   using VirtualMac::VirtualMac;
@@ -42,7 +42,7 @@ class App : public ::testing::Test {
  protected:
   explicit App(const MachineOptions& options = {}) : mac(options) {}
 
-  // The process begins after a second, an hour into the day of the machine.
+  // Starts the process and runs it for a second.
   void begin(std::vector<std::string> arguments = {"--app", installed}) {
     process.emplace(mac, std::move(arguments));
     process->run(1);
@@ -50,11 +50,11 @@ class App : public ::testing::Test {
     mac.forgetJournal();
     static_cast<void>(newLines());
   }
-  // Lets the time pass until so many seconds after begin() or after the last mark().
+  // Runs until so many seconds after begin() or after the last mark().
   void runTo(double seconds) { process->run(looked + seconds - mac.machine().now); }
   void mark() { looked = mac.machine().now; }
-  // The app is gone from this moment on, which counts as 0.
-  void lose() {
+  // Removes the app; times are counted from now on.
+  void removeApp() {
     mac.remove();
     process->run(0);
     mark();
@@ -72,7 +72,7 @@ class App : public ::testing::Test {
     const auto count = [&](const char* line) { return std::count(lines.begin(), lines.end(), line); };
     return count(dormantLine) > count(backLine);
   }
-  // The writes to the controller, without what else passes.
+  // The writes to the controller alone.
   static test::Writes writesOf(const VirtualMac& machine) {
     test::Writes keys;
     for (const std::string& entry : machine.writes()) {
@@ -86,28 +86,28 @@ class App : public ::testing::Test {
   double looked = 0;
 };
 
-// --- the grace
+// --- the grace period
 
-TEST_F(App, thatIsThereIsNotSpokenOf) {
+TEST_F(App, causesNoLogLineWhileItIsInstalled) {
   begin();
   runTo(86'400);
   EXPECT_THAT(mac.logLines(), Not(Contains(HasSubstr("app "))));
 }
 
-TEST_F(App, thatIsDeletedIsMissedAtOnceAndGivenUpAfterTenMinutes) {
+TEST_F(App, isReportedMissingAtOnceAndGoneAfterTenMinutes) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(599.75);
   EXPECT_THAT(newLines(), Not(Contains(dormantLine)));
   runTo(600);
-  EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the look that is due each minute";
+  EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the check of each minute";
   runTo(86'400);
   EXPECT_THAT(newLines(), IsEmpty()) << "said once";
 }
 
-TEST_F(App, thatIsMissingAtTheStartIsMissedBeforeTheFirstTick) {
+TEST_F(App, isReportedMissingBeforeTheFirstTickIfMissingAtTheStart) {
   mac.remove();
   begin();
   const auto lines = mac.logLines();
@@ -121,11 +121,11 @@ TEST_F(App, thatIsMissingAtTheStartIsMissedBeforeTheFirstTick) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsWithinTheGraceIsNotSpokenOfAgain) {
+TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(550);
   mac.install();
   runTo(86'400);
@@ -133,39 +133,39 @@ TEST_F(App, thatReturnsWithinTheGraceIsNotSpokenOfAgain) {
   EXPECT_THAT(lines, Not(Contains(dormantLine)));
   EXPECT_THAT(lines, Not(Contains(backLine)));
   EXPECT_THAT(lines, Not(Contains(missingLine)));
-  lose();  // the absence was forgotten
+  removeApp();  // a new absence
   runTo(599);
   EXPECT_FALSE(isDormant());
   runTo(601);
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsJustBeforeTheGraceIsOverKeepsTheDaemon) {
+TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
   begin();
-  lose();
+  removeApp();
   runTo(599.9);
   mac.install();
   runTo(86'400);
   EXPECT_FALSE(isDormant());
 }
 
-TEST_F(App, thatReturnsAndLeavesBetweenTwoChecksCountsFromItsFirstAbsence) {
+TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(500);
   mac.remove();
   runTo(600.9);
-  EXPECT_FALSE(isDormant()) << "the looks of this absence come at 560 and 620 s";
+  EXPECT_FALSE(isDormant()) << "the checks of this absence are at 560 and 620 s";
   runTo(601);
   EXPECT_TRUE(isDormant());
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatLeavesAgainAtTheEndOfTheGraceIsGivenUpAtOnce) {
+TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(599.9);
@@ -176,14 +176,14 @@ TEST_F(App, thatLeavesAgainAtTheEndOfTheGraceIsGivenUpAtOnce) {
   runTo(600);
   mac.remove();
   process->run(0);
-  EXPECT_FALSE(isDormant()) << "nobody watches between two looks";
+  EXPECT_FALSE(isDormant()) << "the app is not watched between two checks";
   runTo(601);
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
+TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
   runTo(600);
@@ -193,12 +193,12 @@ TEST_F(App, thatIsSeenToLeaveWhenTheGraceIsOverIsGivenUpAtOnce) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsUnseenAndIsReplacedIsSeenThenAndMissedAnew) {
+TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
-  runTo(70);  // watched again, but not looked for
+  runTo(70);  // watched again, but not checked
   mac.move(installed, "/Users/me/.Trash/Brisko.app");
   mac.install();
   runTo(500);
@@ -211,12 +211,12 @@ TEST_F(App, thatReturnsUnseenAndIsReplacedIsSeenThenAndMissedAnew) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
+TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.install();
-  runTo(70);  // watched again, but not looked for
+  runTo(70);  // watched again, but not checked
   mac.write(installed + "/Contents/Info.plist", "new");
   mac.write(installed + "/new", "new");
   test::setMode(mac.path(installed), 0700);
@@ -228,9 +228,9 @@ TEST_F(App, thatReturnsUnseenAndChangesIsStillUnseen) {
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatReturnsUnseenAsAFileAndIsWrittenToIsStillUnseen) {
+TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.write(installed, "a file");
   runTo(70);
@@ -241,10 +241,10 @@ TEST_F(App, thatReturnsUnseenAsAFileAndIsWrittenToIsStillUnseen) {
   EXPECT_THAT(linesAboutTheApp(), ElementsAre(dormantLine));
 }
 
-TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
+TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
-  lose();
+  removeApp();
   runTo(30);
   mac.sleep();
   runTo(7200);
@@ -254,9 +254,9 @@ TEST_F(App, thatIsMissingWhileTheMacSleepsIsGivenUpSoonAfterTheWake) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, isGivenUpByTheWallClock) {
+TEST_F(App, isGoneByTheWallClock) {
   begin();
-  lose();
+  removeApp();
   runTo(10);
   mac.number(ChangeKind::clockStep, -3600);
   runTo(4199.5);
@@ -265,9 +265,9 @@ TEST_F(App, isGivenUpByTheWallClock) {
   EXPECT_TRUE(isDormant());
 }
 
-// --- where it is looked for
+// --- places
 
-TEST_F(App, thatNobodyNamedIsNotWatched) {
+TEST_F(App, isNotWatchedWithoutAPath) {
   begin({});
   mac.remove();
   runTo(86'400);
@@ -275,7 +275,7 @@ TEST_F(App, thatNobodyNamedIsNotWatched) {
   EXPECT_FALSE(isDormant());
 }
 
-TEST_F(App, thatIsRenamedIsMissedAtOnce) {
+TEST_F(App, isReportedMissingAtOnceWhenItIsRenamed) {
   begin();
   mac.move(installed, "/Applications/Brisko old.app");
   process->run(0);
@@ -288,18 +288,18 @@ TEST_F(App, thatIsRenamedIsMissedAtOnce) {
   EXPECT_THAT(newLines(), Contains(missingLine).Times(1)) << "and watched again";
 }
 
-TEST_F(App, thatIsReplacedIsWatchedOn) {
+TEST_F(App, isStillWatchedAfterItIsReplaced) {
   begin();
   mac.move(installed, "/Users/me/.Trash/Brisko.app");
   mac.install();
   process->run(700);
   EXPECT_THAT(newLines(), Not(Contains(missingLine)));
-  lose();
+  removeApp();
   runTo(600);
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatChangesInsideIsTheSameApp) {
+TEST_F(App, staysTheSameWhenItsContentChanges) {
   begin();
   mac.write(installed + "/Contents/Info.plist", "new");
   mac.write(installed + "/Contents/Resources/a", "new");
@@ -308,14 +308,14 @@ TEST_F(App, thatChangesInsideIsTheSameApp) {
   EXPECT_THAT(newLines(), Not(Contains(missingLine)));
 }
 
-TEST_F(App, thatMovesToTheApplicationsFolderIsThere) {
+TEST_F(App, isFoundInTheApplicationsFolder) {
   const std::string downloaded = "/Users/me/Downloads/Brisko.app";
   mac.move(installed, downloaded);
   begin({"--app", downloaded});
   mac.move(downloaded, installed);
   runTo(3600);
   EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
-  // It is not watched there, but looked for once a minute.
+  // It is not watched there, but checked once a minute.
   mac.remove();
   runTo(3659);
   EXPECT_THAT(newLines(), IsEmpty());
@@ -328,7 +328,7 @@ TEST_F(App, thatMovesToTheApplicationsFolderIsThere) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, ofAnEmptyPathIsTheInstalledOneAlone) {
+TEST_F(App, isLookedForInTheApplicationsFolderOnlyWithAnEmptyPath) {
   begin({"--app", ""});
   runTo(700);
   EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
@@ -340,13 +340,13 @@ TEST_F(App, ofAnEmptyPathIsTheInstalledOneAlone) {
 
 // --- dormant
 
-TEST_F(App, goneGivesTheMacBackInOrder) {
-  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not report which files are written";
   mac.charge(90);
   mac.settings("{\"limit\":80,\"discharge\":true}");
   begin();
   ASSERT_EQ(mac.key("CHIE").front(), 8);
-  lose();
+  removeApp();
   runTo(599);
   mac.forgetJournal();
   FileJournal data(mac.path(dataFolder));
@@ -358,15 +358,15 @@ TEST_F(App, goneGivesTheMacBackInOrder) {
   EXPECT_THAT(data.written(), Contains("stats.json"));
 }
 
-TEST_F(App, goneCancelsTheScheduledWake) {
+TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   mac.charge(40);
   begin();
-  lose();
+  removeApp();
   runTo(20);
   mac.sleep();
   runTo(40);
   ASSERT_THAT(mac.pendingWakes(), Not(IsEmpty()));
-  // Somebody opens the lid; the wake stays until the daemon takes it away.
+  // The lid is opened; the scheduled wake stays until the daemon cancels it.
   runTo(45);
   mac.number(ChangeKind::capabilities, 9);
   runTo(7200);
@@ -376,8 +376,8 @@ TEST_F(App, goneCancelsTheScheduledWake) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-// Whatever kind of keys the Mac has: all is given back, and nothing is written any more.
-TEST_F(App, goneIsTheSameWithEveryKindOfGate) {
+// Whatever keys the Mac has, everything is given back, and nothing is written any more.
+TEST_F(App, releasesEveryKindOfGateWhenItIsGone) {
   for (const GateKind gate : {GateKind::chte, GateKind::ch0b0c, GateKind::firmwareBand}) {
     for (const CutKind cut : {CutKind::chie, CutKind::ch0i, CutKind::ch0j, CutKind::none}) {
       for (const double charge : {70.0, 90.0}) {
@@ -400,13 +400,13 @@ TEST_F(App, goneIsTheSameWithEveryKindOfGate) {
   }
 }
 
-TEST_F(App, goneLeavesKeysAndFilesAloneWhateverHappens) {
-  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
+  if (!FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not report which files are written";
   mac.settings("{\"limit\":80,\"blinkSeconds\":0.5}");
   begin();
   runTo(10);
   ASSERT_THAT(writesOf(mac), Contains("ACLC=01")) << "the light blinks";
-  lose();
+  removeApp();
   runTo(600);
   ASSERT_TRUE(isDormant());
   EXPECT_EQ(mac.key("ACLC").front(), 0);
@@ -440,9 +440,9 @@ TEST_F(App, goneLeavesKeysAndFilesAloneWhateverHappens) {
   EXPECT_EQ(mac.key("ACLC").front(), 4) << "the light is the system's";
 }
 
-TEST_F(App, goneStillLetsTheServiceTakeSettings) {
+TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
   begin();
-  lose();
+  removeApp();
   runTo(600);
   mac.forgetJournal();
   const auto asked = mac.apply("{\"limit\":60}");
@@ -452,10 +452,10 @@ TEST_F(App, goneStillLetsTheServiceTakeSettings) {
   EXPECT_THAT(writesOf(mac), IsEmpty()) << "nothing is driven by them";
 }
 
-TEST_F(App, goneIsGivenBackAgainAtTheEnd) {
+TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(700);
   mac.forgetJournal();
   static_cast<void>(newLines());
@@ -465,10 +465,10 @@ TEST_F(App, goneIsGivenBackAgainAtTheEnd) {
   EXPECT_THAT(newLines(), ElementsAre("Signal 15: charging, adapter and LED restored, exiting."));
 }
 
-TEST_F(App, thatIsMissingWhenTheDaemonEndsChangesNothingAboutTheEnd) {
+TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(300);
   process->signal(SIGTERM).run(1);
   EXPECT_EQ(process->status(), 0);
@@ -478,10 +478,10 @@ TEST_F(App, thatIsMissingWhenTheDaemonEndsChangesNothingAboutTheEnd) {
 
 // --- back again
 
-TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
+TEST_F(App, isFoundByTheLastCheckRightAfterTheGracePeriod) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
@@ -494,11 +494,12 @@ TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
   ASSERT_GE(lines.size(), 3U);
   EXPECT_EQ(lines[0], backLine);
   EXPECT_EQ(lines[1], "→ state: hold");
-  // The light was handed back without the memory of it: the tick takes that for the system's doing.
+  // The light was handed back, but the daemon's memory of it was not reset, so the tick takes it for a change
+  // by the system.
   EXPECT_EQ(lines[2], "⚠️ LED reprise par le système — Brisko la remet à 3");
   EXPECT_EQ(mac.key("CHTE").front(), 1);
   EXPECT_EQ(mac.key("ACLC").front(), 3);
-  // The look of each minute was still pending, and so it continues watching.
+  // The check of each minute was still pending, so the app is watched again.
   mac.remove();
   runTo(659);
   EXPECT_THAT(linesAboutTheApp(), IsEmpty());
@@ -510,7 +511,7 @@ TEST_F(App, thatReturnsRightAfterTheGracePeriodIsFoundByTheLastCheck) {
   EXPECT_TRUE(isDormant());
 }
 
-TEST_F(App, thatReturnsAfterAPurgeBringsNoFileBack) {
+TEST_F(App, causesNoFileToBeWrittenWhenItReturnsAfterAPurge) {
   mac.charge(90);
   begin();
   mac.ask(virtual_mac::RequestKind::purgeAllData);
@@ -527,10 +528,10 @@ TEST_F(App, thatReturnsAfterAPurgeBringsNoFileBack) {
   EXPECT_FALSE(mac.exists("/Library/Logs/Brisko"));
 }
 
-TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
+TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(601);
   mac.install();
   runTo(86'400);
@@ -545,10 +546,10 @@ TEST_F(App, thatReturnsLaterIsFoundByTheNextDaemon) {
   EXPECT_THAT(newLines(), Not(Contains(backLine)));
 }
 
-TEST_F(App, thatIsStillGoneIsGivenTenMinutesByTheNextDaemon) {
+TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
   mac.charge(90);
   begin();
-  lose();
+  removeApp();
   runTo(700);
   process->kill();
   begin();
@@ -573,12 +574,12 @@ class NativeApp : public App {
   static constexpr const char* handedBackLine = "macOS limit handed back: off";
 };
 
-TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
+TEST_F(NativeApp, isWatchedWithoutAnOptionIfItContainsTheDaemon) {
   begin({});
   runTo(60);
   ASSERT_EQ(mac.key("bfG0").front(), 80);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(599);
   EXPECT_EQ(mac.key("bfG0").front(), 80);
   mac.forgetJournal();
@@ -593,11 +594,11 @@ TEST_F(NativeApp, thatHoldsTheDaemonIsWatchedUntold) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
+TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
   begin({});
   runTo(60);
   static_cast<void>(newLines());
-  lose();
+  removeApp();
   runTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
@@ -609,9 +610,9 @@ TEST_F(NativeApp, thatReturnsHasTheLimitWrittenAfresh) {
   EXPECT_THAT(lines, Contains("macOS limit → 80%"));
 }
 
-TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
+TEST_F(NativeApp, causesAnotherHandBackAtTheExitOnceItIsGone) {
   begin({});
-  lose();
+  removeApp();
   runTo(700);
   static_cast<void>(newLines());
   process->signal(SIGTERM).run(1);
@@ -619,7 +620,7 @@ TEST_F(NativeApp, goneIsHandedBackAgainAtTheEnd) {
   EXPECT_THAT(newLines(), ElementsAre("Signal 15: handing the macOS limit back, exiting.", handedBackLine));
 }
 
-TEST_F(NativeApp, thatIsNamedIsTheOneWatched) {
+TEST_F(NativeApp, isWatchedAtTheGivenPath) {
   mac.install("/Users/me/Brisko.app");
   begin({"--app", "/Users/me/Brisko.app"});
   mac.remove("/Users/me/Brisko.app");

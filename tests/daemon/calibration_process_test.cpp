@@ -53,7 +53,7 @@ class CalibrationDaemon : public ::testing::Test {
             std::string_view model = "air13") {
     options.percent = percent;
     daemon.reset();
-    mac.reset();  // one machine at a time is attached
+    mac.reset();  // only one machine can be attached at a time
     mac = std::make_unique<VirtualMac>(options, model);
     mac->settings(settings);
   }
@@ -67,7 +67,7 @@ class CalibrationDaemon : public ::testing::Test {
                                      {"runs", Json::array()}}
                                     .dump());
   }
-  void live() {
+  void startDaemon() {
     daemon = std::make_unique<DaemonProcess>(*mac);
     daemon->run(0);
   }
@@ -75,7 +75,7 @@ class CalibrationDaemon : public ::testing::Test {
     daemon->signal(SIGTERM).run(1);
     ASSERT_EQ(daemon->status(), 0);
   }
-  // Runs until the line is there, to the minute. False when it has not come within `hours`.
+  // Runs until the line was logged, to the minute. False if that takes longer than `hours`.
   bool runUntil(const std::string& line, double hours) {
     for (double passed = 0; passed <= hours * hour; passed += minute) {
       if (logged(line)) return true;
@@ -87,7 +87,7 @@ class CalibrationDaemon : public ::testing::Test {
     const auto lines = mac->logLines();
     return std::find(lines.begin(), lines.end(), line) != lines.end();
   }
-  // When the line was logged last; -1 never.
+  // When the line was last logged; -1 for never.
   [[nodiscard]] double timeOf(const std::string& line) const {
     double time = -1;
     for (const std::string& stamped : mac->stampedLogLines()) {
@@ -115,7 +115,7 @@ class CalibrationDaemon : public ::testing::Test {
 
 TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
   make(90);
-  live();
+  startDaemon();
   const double begun = now();
   EXPECT_EQ(timeOf(started), begun);
   EXPECT_EQ(status()["cal"], (Json{{"phase", "fill"},
@@ -144,7 +144,7 @@ TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
   EXPECT_FALSE(adapterIsCut());
   EXPECT_EQ(calibrationLines(), (std::vector<std::string>{started, drain, refill, soak, restore, finished}));
 
-  // The gauge publishes every minute and is heard at once; a soak of an hour is an hour.
+  // The gauge publishes every minute, with a tick at once, so a soak of an hour takes an hour.
   for (const char* line : {drain, refill, soak, restore, finished})
     EXPECT_EQ(std::fmod(timeOf(line) - begun, minute), 0) << line;
   EXPECT_EQ(timeOf(restore) - timeOf(soak), hour);
@@ -173,7 +173,7 @@ TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
 TEST_F(CalibrationDaemon, runsOnEveryFamilyOfKeys) {
   for (const char* model : {"pro14", "pro16"}) {
     make(97, R"({"calibrate":true,"calDrain":60,"calSoakMinutes":10})", {}, model);
-    live();
+    startDaemon();
     const std::string end = "calibration finished";
     for (int hours = 0; hours < 48 && calibrationLines().size() < 6; ++hours) daemon->run(hour);
     ASSERT_THAT(calibrationLines(), SizeIs(6)) << model;
@@ -185,7 +185,7 @@ TEST_F(CalibrationDaemon, runsOnEveryFamilyOfKeys) {
 
 TEST_F(CalibrationDaemon, startsWithinTheSecondOfTheRequest) {
   make(70, "{}");
-  live();
+  startDaemon();
   daemon->run(30);
   EXPECT_THAT(calibrationLines(), IsEmpty());
   mac->settings(asked);
@@ -193,10 +193,10 @@ TEST_F(CalibrationDaemon, startsWithinTheSecondOfTheRequest) {
   EXPECT_THAT(calibrationLines(), ElementsAre(started));
 }
 
-TEST_F(CalibrationDaemon, knowsNoCapacityWithoutAGauge) {
+TEST_F(CalibrationDaemon, reportsNoCapacityWithoutAGauge) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   mac->property("AppleSmartBattery", virtual_mac::PropertyFault::missing);
-  live();
+  startDaemon();
   ASSERT_TRUE(runUntil("calibration finished " EM_DASH " capacity ? mAh " ARROW " ? mAh, ? cycles", 12));
   EXPECT_EQ(calibrationLines().front(), "calibration started " EM_DASH " capacity before: unknown");
   EXPECT_EQ(record()["runs"], (Json::array({{{"at", record()["runs"][0]["at"]}}})));
@@ -208,7 +208,7 @@ TEST_F(CalibrationDaemon, keepsTheNewest40RunsOfAFileWithMore) {
     Json runs = Json::array();
     for (int run = 1; run <= count; ++run) runs.push_back({{"at", run}});
     mac->write(calibrationPath, Json{{"phase", "restore"}, {"phaseSince", now()}, {"runs", runs}}.dump());
-    live();
+    startDaemon();
     EXPECT_THAT(status()["cal"]["runs"], SizeIs(40));
     EXPECT_THAT(record()["runs"], SizeIs(40));
     EXPECT_EQ(record()["runs"][0]["at"], count - 38.0);
@@ -228,7 +228,7 @@ TEST_F(CalibrationDaemon, canBeCancelledInEachPhase) {
   for (const Step& step : steps) {
     make(step.percent);
     leave(step.phase);
-    live();
+    startDaemon();
     daemon->run(minute);
     EXPECT_EQ(status()["cal"]["phase"], step.phase);
     const bool draining = adapterIsCut();
@@ -251,19 +251,19 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
     make(step.percent, R"({"calibrate":true,"calSoakMinutes":10000})");
     leave(step.phase, longestPhase - 12);
     const double begun = now();
-    live();
+    startDaemon();
     daemon->run(13);
     EXPECT_THAT(calibrationLines(), IsEmpty()) << step.phase;
     daemon->run(12);
     const std::string line = std::string("calibration stopped: stalled at the ") + step.phase + " step";
     EXPECT_THAT(calibrationLines(), ElementsAre(line));
-    EXPECT_EQ(timeOf(line), begun + 24) << "at 12 s it was three days and no more";
+    EXPECT_EQ(timeOf(line), begun + 24) << "12 s earlier it was exactly three days";
     EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
     EXPECT_EQ(status()["cal"]["lastFailure"], (Json{{"reason", "stalled"}, {"phase", step.phase}}));
     EXPECT_FALSE(adapterIsCut());
     // The failure is remembered, and forgotten by the next run.
     daemon->kill();
-    live();
+    startDaemon();
     EXPECT_EQ(status()["cal"]["lastFailure"]["phase"], step.phase);
     mac->settings(asked);
     daemon->run(1);
@@ -271,13 +271,13 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
   }
 }
 
-TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCanNotDrain) {
+TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
   MachineOptions options;
   options.cut = CutKind::none;
   make(100, asked, options);
   leave("drain", longestPhase - 2 * hour);
   const double begun = now();
-  live();
+  startDaemon();
   daemon->run(3 * hour);
   const char* stalled = "calibration stopped: stalled at the drain step";
   EXPECT_THAT(calibrationLines(), ElementsAre(stalled));
@@ -285,11 +285,11 @@ TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCanNotDrain) {
   EXPECT_THAT(config(), HasSubstr("\"calibrate\":false"));
 }
 
-TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCanNotDrainByItself) {
+TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCannotDischargeOnTheAdapter) {
   MachineOptions options;
   options.cut = CutKind::none;
   make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", options);
-  live();
+  startDaemon();
   ASSERT_TRUE(runUntil(drain, 2));
   daemon->run(hour);
   EXPECT_EQ(status()["state"], "allow");
@@ -301,11 +301,11 @@ TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCanNotDrainByItself) {
   EXPECT_TRUE(runUntil(finished, 12));
 }
 
-TEST_F(CalibrationDaemon, fallsBackOnTheUserWhenTheCutHasNoEffect) {
+TEST_F(CalibrationDaemon, waitsForTheUserToUnplugWhenTheCutHasNoEffect) {
   make(60);
   leave("drain");
   mac->keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
-  live();
+  startDaemon();
   daemon->run(5 * minute);
   EXPECT_THAT(mac->logLines(), Contains(HasSubstr("forced discharge has no effect")));
   EXPECT_FALSE(adapterIsCut());
@@ -323,7 +323,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
     for (const Step& step : steps) {
       make(step.percent);
       leave(step.phase);
-      live();
+      startDaemon();
       daemon->run(minute);
       const Json before = record();
       const bool draining = adapterIsCut();
@@ -335,7 +335,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
         EXPECT_EQ(adapterIsCut(), draining);
       }
       mac->pass(10);
-      live();
+      startDaemon();
       EXPECT_EQ(status()["cal"]["phase"], step.phase);
       EXPECT_EQ(adapterIsCut(), draining) << step.phase;
       EXPECT_EQ(record(), before);
@@ -344,11 +344,11 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
   }
 }
 
-TEST_F(CalibrationDaemon, restsAnewAtFullAfterARestart) {
+TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
   for (const bool orderly : {true, false}) {
     make(100);
     leave("soak");
-    live();
+    startDaemon();
     daemon->run(40 * minute);
     if (orderly) {
       end();
@@ -356,7 +356,7 @@ TEST_F(CalibrationDaemon, restsAnewAtFullAfterARestart) {
       daemon->kill();
     }
     mac->pass(3 * minute);
-    live();
+    startDaemon();
     const double again = now();
     EXPECT_EQ(status()["cal"]["soakBanked"], 0);
     ASSERT_TRUE(runUntil(restore, 2));
@@ -368,7 +368,7 @@ TEST_F(CalibrationDaemon, restsAnewAtFullAfterARestart) {
 TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(10 * minute);
   ASSERT_TRUE(adapterIsCut());
   end();
@@ -376,7 +376,7 @@ TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
   mac->pass(9 * hour);
   EXPECT_EQ(record()["phase"], "drain");
   virtual_mac::boot(mac->store().update().machine());
-  live();
+  startDaemon();
   EXPECT_EQ(status()["cal"]["phase"], "drain");
   ASSERT_TRUE(runUntil(refill, 24));
   EXPECT_NEAR(level(), 15, 0.6);
@@ -387,26 +387,26 @@ TEST_F(CalibrationDaemon, stallsWhenTheMacWasSwitchedOffForMoreThan3Days) {
     double seconds;
     const char* line;
   };
-  // Switched off, the Mac charges all the same, so at three days sharp the refill is done.
+  // The Mac also charges while it is off, so after exactly three days the refill is complete.
   for (const Case& off : {Case{longestPhase, soak},
                           Case{longestPhase + 1, "calibration stopped: stalled at the refill step"}}) {
     make(60);
     leave("refill");
-    live();
+    startDaemon();
     end();
     virtual_mac::shutDown(mac->store().update().machine());
     mac->pass(off.seconds);
     virtual_mac::boot(mac->store().update().machine());
-    live();
+    startDaemon();
     EXPECT_THAT(calibrationLines(), ElementsAre(off.line));
   }
 }
 
-TEST_F(CalibrationDaemon, isGoneWithItsFileAndBeginsAnewWithItsRequest) {
+TEST_F(CalibrationDaemon, endsWithItsFileAndStartsAgainByItsRequest) {
   for (const char* text : {"", "{", "[]", R"({"phase":"nonsense"})", "\xFF"}) {
     make(60);
     mac->write(calibrationPath, text);
-    live();
+    startDaemon();
     EXPECT_THAT(calibrationLines(), ElementsAre(started)) << text;
   }
 }
@@ -415,13 +415,13 @@ TEST_F(CalibrationDaemon, endsEveryProcessOnASoakBeyond64BitsWhileItIsPublished)
   make(70);
   mac->write(calibrationPath, Json{{"phase", "fill"}, {"phaseSince", now()}, {"soakBanked", 1e300}}.dump());
   for (int time = 0; time < 3; ++time) {
-    live();
+    startDaemon();
     EXPECT_EQ(daemon->endSignal(), SIGABRT);
     EXPECT_EQ(daemon->errors(), "brisko-daemon: a number does not fit a 64-bit integer\n");
   }
-  // The next phase forgets it before it is published.
+  // The next phase resets it before it is published.
   mac->charge(100);
-  live();
+  startDaemon();
   EXPECT_TRUE(daemon->alive());
   EXPECT_THAT(calibrationLines(), ElementsAre(drain));
 }
@@ -429,7 +429,7 @@ TEST_F(CalibrationDaemon, endsEveryProcessOnASoakBeyond64BitsWhileItIsPublished)
 TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
   make(70, "{}");
   mac->write(calibrationPath, R"({"phase":"idle","soakBanked":1e300})");
-  live();
+  startDaemon();
   EXPECT_TRUE(daemon->alive());
   mac->settings(asked);
   daemon->run(minute);
@@ -442,7 +442,7 @@ TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
 TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(10 * minute);
   mac->sleep();
   daemon->run(8 * hour);
@@ -456,11 +456,11 @@ TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
 TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->sleep();
   daemon->run(hour);
-  mac->keyBytes("CHIE", {0});  // taken back by the system
+  mac->keyBytes("CHIE", {0});  // reset by the system
   mac->wakeDark(10 * minute);
   daemon->run(minute);
   EXPECT_TRUE(adapterIsCut());
@@ -470,7 +470,7 @@ TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
 TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(30 * minute);
   // Each dark wake would count too.
@@ -480,7 +480,7 @@ TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
   const double woken = now();
   mac->wake();
   ASSERT_TRUE(runUntil(restore, 2));
-  // The half hour was counted up to the last tick before the sleep; then 2 min; then what was missing.
+  // The half hour up to the last tick before the sleep counts, then 2 min of the sleep, then the rest.
   const double missing = timeOf(restore) - woken;
   EXPECT_GE(missing, 28 * minute - 12);
   EXPECT_LE(missing, 28 * minute + 24);
@@ -492,7 +492,7 @@ TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
 TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(10 * minute);
   mac->unplug();
@@ -505,7 +505,7 @@ TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
 TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(30 * minute);
   mac->unplug();
@@ -518,10 +518,10 @@ TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
   EXPECT_GE(level(), 99);
 }
 
-TEST_F(CalibrationDaemon, holdsWhileItIsHotAndContinues) {
+TEST_F(CalibrationDaemon, pausesWhileTheBatteryIsHotAndContinues) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98,"thermal":true})");
   mac->number(ChangeKind::ambient, 45).temperature(45);
-  live();
+  startDaemon();
   daemon->run(2 * hour);
   EXPECT_EQ(status()["cal"]["phase"], "fill");
   EXPECT_EQ(status()["hot"], true);
@@ -533,7 +533,7 @@ TEST_F(CalibrationDaemon, holdsWhileItIsHotAndContinues) {
 TEST_F(CalibrationDaemon, followsEditsAtOnce) {
   make(60);
   leave("drain");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->settings(R"({"calibrate":true,"calDrain":70})");
   daemon->run(0.5);
@@ -541,7 +541,7 @@ TEST_F(CalibrationDaemon, followsEditsAtOnce) {
 
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(50 * minute);
   mac->settings(R"({"calibrate":true,"calSoakMinutes":90})");
@@ -552,9 +552,9 @@ TEST_F(CalibrationDaemon, followsEditsAtOnce) {
   EXPECT_EQ(timeOf(restore), begun + 80 * minute);
 }
 
-TEST_F(CalibrationDaemon, takesThePlaceOfATopUp) {
+TEST_F(CalibrationDaemon, replacesATopUp) {
   make(97, R"({"calibrate":true,"topUp":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
-  live();
+  startDaemon();
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
   EXPECT_EQ(status()["topUp"], false);
   ASSERT_TRUE(runUntil(finished, 12));
@@ -563,9 +563,9 @@ TEST_F(CalibrationDaemon, takesThePlaceOfATopUp) {
   EXPECT_THAT(mac->logLines(), Not(Contains(HasSubstr("Top Up"))));
 }
 
-TEST_F(CalibrationDaemon, runsTheTopUpThatWasAskedForMeanwhileAfterwards) {
+TEST_F(CalibrationDaemon, isFollowedByATopUpThatWasRequestedMeanwhile) {
   make(97, R"({"calibrate":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
-  live();
+  startDaemon();
   daemon->run(minute);
   mac->settings(R"({"calibrate":true,"topUp":true,"calDrain":95,"calSoakMinutes":1,"limit":98})");
   ASSERT_TRUE(runUntil(finished, 12));
@@ -580,7 +580,7 @@ TEST_F(CalibrationDaemon, runsTheTopUpThatWasAskedForMeanwhileAfterwards) {
 TEST_F(CalibrationDaemon, stallsOnAClockThatIsSetFarAhead) {
   make(60);
   leave("refill");
-  live();
+  startDaemon();
   mac->number(ChangeKind::clockStep, 4 * day);
   daemon->run(12);
   EXPECT_THAT(calibrationLines(), ElementsAre("calibration stopped: stalled at the refill step"));
@@ -589,7 +589,7 @@ TEST_F(CalibrationDaemon, stallsOnAClockThatIsSetFarAhead) {
 TEST_F(CalibrationDaemon, soaksForLongerWhenTheClockIsSetBack) {
   make(100);
   leave("soak");
-  live();
+  startDaemon();
   const double begun = now();
   daemon->run(10 * minute);
   mac->number(ChangeKind::clockStep, -30 * minute);

@@ -1,5 +1,5 @@
-// Edits of the configuration in whole processes of the daemon. A tick is counted by its reading of
-// the temperature.
+// Edits of the configuration in whole processes of the daemon. Ticks are counted by their reads of the
+// temperature.
 
 #include <algorithm>
 #include <cmath>
@@ -27,7 +27,7 @@ class Edit : public ::testing::Test {
     static_cast<void>(newLines());
   }
 
-  // The passes that it makes without waiting, and within the time until its next heartbeat.
+  // The ticks that it makes at once, and those until its next heartbeat.
   long ticksAtOnce() { return ticksIn(0); }
   long ticksUntilHeartbeat() {
     const double sinceHeartbeat = std::fmod(mac.machine().now - started, 12);
@@ -56,7 +56,7 @@ class Edit : public ::testing::Test {
   DaemonProcess process{mac};
 };
 
-TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {
+TEST_F(Edit, takesEffectAtOnceAndOnceWhenMadeInPlace) {
   mac.settings("{\"limit\":80}");
   begin();
   mac.settings("{\"limit\":60}");
@@ -66,7 +66,7 @@ TEST_F(Edit, inPlaceTakesEffectAtOnceAndOnce) {
   EXPECT_EQ(ticksIn(0.2), 1) << "the heartbeat keeps its grid";
 }
 
-TEST_F(Edit, ofPermissionsAloneTicksToo) {
+TEST_F(Edit, ticksForPermissionsAlone) {
   mac.settings("{}");
   begin();
   test::setMode(config, 0600);
@@ -74,7 +74,7 @@ TEST_F(Edit, ofPermissionsAloneTicksToo) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, byRenameTakesEffectAtOnceEachTime) {
+TEST_F(Edit, takesEffectAtOnceEachTimeWhenMadeByRename) {
   mac.settings("{\"limit\":80}");
   begin();
   for (const int limit : {60, 65, 70}) {
@@ -86,7 +86,7 @@ TEST_F(Edit, byRenameTakesEffectAtOnceEachTime) {
   EXPECT_EQ(ticksAtOnce(), 1) << "the last file is the watched one";
 }
 
-TEST_F(Edit, thatDeletesTheFileBringsTheDefaultsAndLeavesTheNextFileToTheHeartbeat) {
+TEST_F(Edit, restoresTheDefaultsWhenTheFileIsDeletedAndLeavesANewFileToTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   begin();
   ASSERT_EQ(::unlink(config.c_str()), 0);
@@ -97,11 +97,11 @@ TEST_F(Edit, thatDeletesTheFileBringsTheDefaultsAndLeavesTheNextFileToTheHeartbe
   EXPECT_EQ(ticksIn(0.2), 1);
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
   mac.settings("{\"limit\":70}");
-  EXPECT_EQ(ticksUntilHeartbeat(), 0) << "for the rest of its life";
+  EXPECT_EQ(ticksUntilHeartbeat(), 0) << "until it ends";
   EXPECT_EQ(ticksIn(0.2), 1);
 }
 
-TEST_F(Edit, ofAFileThatWasNotThereAtTheStartWaitsForTheHeartbeat) {
+TEST_F(Edit, waitsForTheHeartbeatIfTheFileWasMissingAtTheStart) {
   begin();
   mac.settings("{\"limit\":60}");
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
@@ -111,7 +111,7 @@ TEST_F(Edit, ofAFileThatWasNotThereAtTheStartWaitsForTheHeartbeat) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, thatIsARequestIsAnsweredInTwoTicks) {
+TEST_F(Edit, isServedInTwoTicksIfItIsARequest) {
   mac.settings("{\"limit\":80}");
   begin();
   mac.settings("{\"resetStats\":true}");
@@ -120,29 +120,29 @@ TEST_F(Edit, thatIsARequestIsAnsweredInTwoTicks) {
   EXPECT_EQ(ticksUntilHeartbeat(), 0);
 }
 
-TEST_F(Edit, beforeTheStartIsAnsweredInTwoTicksAsWell) {
+TEST_F(Edit, isServedInTwoTicksAlsoIfMadeBeforeTheStart) {
   mac.settings("{\"resetStats\":true}");
   mac.keepReads();
-  // Start-up asks for the temperature itself, to know whether the key is there.
+  // Start-up also reads the temperature, to find out whether the key exists.
   EXPECT_EQ(ticksAtOnce(), 1 + 2);
   EXPECT_THAT(newLines(), Contains("stats reset").Times(1));
 }
 
-TEST_F(Edit, betweenTwoProcessesIsNoEventForTheSecond) {
+TEST_F(Edit, isNoEventForAProcessThatStartsLater) {
   mac.settings("{\"limit\":60}");
   begin();
   process.kill();
   mac.settings("{\"limit\":65}");
   DaemonProcess next(mac);
   next.run(0);
-  EXPECT_EQ(ticksSinceTheLastCheck(), 1 + 1) << "start-up's reading and its one pass";
+  EXPECT_EQ(ticksSinceTheLastCheck(), 1 + 1) << "the read at start-up and one tick";
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 65%")));
   mac.settings("{\"limit\":70}");
   next.run(0);
   EXPECT_EQ(ticksSinceTheLastCheck(), 1);
 }
 
-TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {
+TEST_F(Edit, restoresTheDefaultsAndKeepsTheWatchIfTheFileBecomesUnreadable) {
   mac.settings("{\"limit\":60}");
   begin();
   mac.settings("{\"limit\":");
@@ -152,7 +152,7 @@ TEST_F(Edit, intoSomethingUnreadableBringsTheDefaultsAndKeepsTheWatch) {
   EXPECT_EQ(ticksAtOnce(), 1);
 }
 
-TEST_F(Edit, isSeenInTheSameIterationsEachTime) {
+TEST_F(Edit, isSeenInTheSameIterationsInEveryRun) {
   std::string first;
   for (int time = 0; time < 2; ++time) {
     VirtualMac another;

@@ -1,4 +1,4 @@
-// The watch on the configuration file. A tick is counted by its reading of the temperature.
+// The watch on the configuration file. Ticks are counted by their reads of the temperature.
 
 #include "daemon/config_watch.h"
 
@@ -33,7 +33,7 @@ class ConfigWatch : public test::OnVirtualMac {
     mac.keepReads();
   }
 
-  // Turns enough for all that a change can cause; no time passes.
+  // Enough iterations for everything that a change can cause; no time passes.
   void run() {
     platform::postMain([] { afterIterations(20); });
     platform::runMain();
@@ -47,7 +47,7 @@ class ConfigWatch : public test::OnVirtualMac {
     return std::count(exchanges.begin(), exchanges.end(), "read TB0T");
   }
 
-  // Another file takes the place of the configuration, as most editors do.
+  // Replaces the configuration by another file, as most editors do.
   void replace(const std::string& json) {
     test::put(config + ".new", json);
     ASSERT_EQ(std::rename((config + ".new").c_str(), config.c_str()), 0);
@@ -92,7 +92,7 @@ TEST_F(ConfigWatch, ticksOnceForEveryBatch) {
   mac.settings("{\"limit\":61}");
   mac.settings("{\"limit\":62}");
   EXPECT_EQ(ticks(), 1);
-  mac.settings("{\"limit\":62}");  // the same again is a change too
+  mac.settings("{\"limit\":62}");  // writing the same text is a change too
   EXPECT_EQ(ticks(), 1);
 }
 
@@ -105,7 +105,7 @@ TEST_F(ConfigWatch, ticksForAChangeOfPermissionsAlone) {
   EXPECT_EQ(gConfigSource, source);
 }
 
-TEST_F(ConfigWatch, ticksOnTheNewContentOfAReplacedFileAndWatchesThatFile) {
+TEST_F(ConfigWatch, ticksWithTheContentOfAReplacingFileAndWatchesThatFile) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   const auto source = gConfigSource;
@@ -119,7 +119,7 @@ TEST_F(ConfigWatch, ticksOnTheNewContentOfAReplacedFileAndWatchesThatFile) {
   EXPECT_THAT(newLines().back(), StartsWith("cap 71%"));
 }
 
-TEST_F(ConfigWatch, ticksOnTheDefaultsOfADeletedFileAndIsNoLongerArmed) {
+TEST_F(ConfigWatch, ticksWithTheDefaultsAfterADeletionAndIsNoLongerArmed) {
   gCliLimit = 55;
   mac.settings("{\"limit\":60}");
   watchConfig();
@@ -132,7 +132,7 @@ TEST_F(ConfigWatch, ticksOnTheDefaultsOfADeletedFileAndIsNoLongerArmed) {
   EXPECT_FALSE(gConfigSource.has_value());
 }
 
-TEST_F(ConfigWatch, treatsAFileRenamedAwayAsOneThatIsGone) {
+TEST_F(ConfigWatch, treatsAFileRenamedAwayAsDeleted) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   ASSERT_EQ(std::rename(config.c_str(), (config + ".old").c_str()), 0);
@@ -143,7 +143,7 @@ TEST_F(ConfigWatch, treatsAFileRenamedAwayAsOneThatIsGone) {
   EXPECT_EQ(ticks(), 0);
 }
 
-TEST_F(ConfigWatch, findsTheFileThatIsBackBeforeItLooksAgain) {
+TEST_F(ConfigWatch, findsAFileThatReturnsBeforeTheNextWatch) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   remove();
@@ -155,16 +155,16 @@ TEST_F(ConfigWatch, findsTheFileThatIsBackBeforeItLooksAgain) {
   EXPECT_EQ(ticks(), 1);
 }
 
-// The tick, then the end of the watch, then the next watch in a turn of its own: what stands at the path by
-// then is what is watched.
-TEST_F(ConfigWatch, watchesWhatStandsThereOnceTheOldWatchHasEnded) {
+// The tick, the end of the old watch and the start of the next one are separate iterations. The next watch is
+// set on the file that is then at the path.
+TEST_F(ConfigWatch, watchesTheFileThatIsAtThePathWhenTheOldWatchHasEnded) {
   mac.settings("{\"limit\":60}");
   watchConfig();
   remove();
   // The first piece of work runs before the delivery, the second after it and before the end of the watch.
   platform::postMain([&] {
     platform::postMain([&] {
-      EXPECT_EQ(mac.logLines().size(), 1U) << "the tick has been";
+      EXPECT_EQ(mac.logLines().size(), 1U) << "the tick has run";
       mac.settings("{\"limit\":65}");
     });
   });
@@ -207,7 +207,7 @@ TEST_F(ConfigWatch, watchesAFileThatTheCommandLineNames) {
   EXPECT_EQ(ticks(), 1);
 }
 
-// Each of these was watched anew for ever, with a tick every time.
+// These files used to be watched again and again without end, each time with a tick.
 TEST_F(ConfigWatch, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
   gConfigPath = "/etc/brisko.json (deleted)";
   mac.write(gConfigPath, "{\"limit\":60}");
@@ -221,7 +221,7 @@ TEST_F(ConfigWatch, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
   EXPECT_EQ(gConfigSource, source);
 }
 
-TEST_F(ConfigWatch, leavesAFileWithoutANameToTheHeartbeat) {
+TEST_F(ConfigWatch, leavesARemovedFileThatIsStillOpenToTheHeartbeat) {
   if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
   mac.settings("{\"limit\":60}");
   const int holder = ::open(config.c_str(), O_RDONLY | O_CLOEXEC);

@@ -1,4 +1,4 @@
-// What the clients of the control service bring about in whole processes of the daemon.
+// What requests of clients of the control service do in whole processes of the daemon.
 
 #include <algorithm>
 #include <cmath>
@@ -47,7 +47,7 @@ class Clients : public ::testing::Test {
   DaemonProcess process{mac};
 };
 
-// --- being there
+// --- availability
 
 TEST_F(Clients, findTheServiceOnceTheLogReportsIt) {
   process.run(0);
@@ -59,7 +59,7 @@ TEST_F(Clients, findTheServiceOnceTheLogReportsIt) {
       << "before the first tick";
 }
 
-TEST_F(Clients, areHeardOnceADaemonRuns) {
+TEST_F(Clients, areServedOnceADaemonRuns) {
   const auto early = mac.apply("{\"limit\":60}");
   mac.pass(3600);
   EXPECT_EQ(mac.request(early).stage, RequestStage::waiting);
@@ -68,7 +68,7 @@ TEST_F(Clients, areHeardOnceADaemonRuns) {
   EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
 }
 
-TEST_F(Clients, areHeardAtWakeWhenTheMacSlept) {
+TEST_F(Clients, areServedAtWakeWhenTheMacSlept) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
   mac.sleep();
@@ -113,7 +113,7 @@ TEST_F(Clients, areToldWhenTheirSettingsCannotBeRead) {
   EXPECT_EQ(config(), "{\"limit\":80}");
 }
 
-TEST_F(Clients, ofWhomTwoAskAtOnceAreServedInOrder) {
+TEST_F(Clients, areServedInOrderWhenTwoAskAtOnce) {
   begin();
   const auto first = mac.apply("{\"limit\":60,\"led\":false}");
   const auto second = mac.apply("{\"limit\":75}");
@@ -126,7 +126,7 @@ TEST_F(Clients, ofWhomTwoAskAtOnceAreServedInOrder) {
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%")).Times(1));
 }
 
-TEST_F(Clients, mayBeGoneBeforeTheReply) {
+TEST_F(Clients, mayDisconnectBeforeTheReply) {
   begin();
   Change change = asks(RequestKind::applySettings, "app", "{\"limit\":60}");
   change.kind = ChangeKind::requestUnawaited;
@@ -134,11 +134,11 @@ TEST_F(Clients, mayBeGoneBeforeTheReply) {
   process.run(12);
   EXPECT_TRUE(process.alive());
   EXPECT_EQ(mac.request(1).answers, 1U);
-  EXPECT_FALSE(mac.request(1).done) << "nobody there to hear it";
+  EXPECT_FALSE(mac.request(1).done) << "no client receives it";
   EXPECT_THAT(config(), HasSubstr("\"limit\":60"));
 }
 
-TEST_F(Clients, mayAskForEachThingAndBeGone) {
+TEST_F(Clients, mayDisconnectAfterAnyRequest) {
   for (const RequestKind kind : {RequestKind::applySettings, RequestKind::purgeAllData,
                                  RequestKind::releaseCharge, RequestKind::restart}) {
     VirtualMac another;
@@ -153,7 +153,7 @@ TEST_F(Clients, mayAskForEachThingAndBeGone) {
   }
 }
 
-TEST_F(Clients, mayAskAtATimeThatWasPlanned) {
+TEST_F(Clients, mayAskAtAPlannedTime) {
   mac.later(100.5, asks(RequestKind::applySettings, "app", "{\"limit\":60}"));
   process.run(100);
   EXPECT_EQ(mac.machine().control.sent, 0U);
@@ -162,8 +162,8 @@ TEST_F(Clients, mayAskAtATimeThatWasPlanned) {
   EXPECT_EQ(mac.request(1).answeredAt, mac.request(1).sentAt);
 }
 
-TEST_F(Clients, areAnsweredOnceEachHoweverManyAsk) {
-  mac.charge(95);  // a steady hold, so that nothing but the heartbeat brings a tick
+TEST_F(Clients, areAnsweredOnceEachHoweverManyThereAre) {
+  mac.charge(95);  // a steady hold, so that only the heartbeat causes ticks
   mac.settings("{\"limit\":80}");
   process.run(1);
   constexpr int storm = 10'000;
@@ -181,7 +181,7 @@ TEST_F(Clients, areAnsweredOnceEachHoweverManyAsk) {
       ASSERT_EQ(request.done, (sent - static_cast<int>(numbers.size()) + static_cast<int>(burst)) % 7 != 0);
     }
   }
-  // The heartbeat keeps its grid.
+  // The heartbeat stays on its grid.
   process.run(180);
   mac.keepReads();
   mac.forgetJournal();
@@ -204,11 +204,12 @@ TEST_F(Clients, areNotAnsweredByADaemonThatIsKilled) {
   EXPECT_EQ(mac.request(asked).answers, 0U);
   DaemonProcess next(mac);
   next.run(60);
-  EXPECT_EQ(mac.request(asked).answers, 0U) << "what one daemon took the next one does not";
+  EXPECT_EQ(mac.request(asked).answers, 0U)
+      << "a request that one daemon accepted is not delivered to the next";
   EXPECT_THAT(newLines(), Contains(StartsWith("cap 60%"))) << "though it was written";
 }
 
-TEST_F(Clients, mayEndADaemonByANumberBeyondReasonButNotItsFile) {
+TEST_F(Clients, endTheDaemonWithAnImpossibleNumberButLeaveItsFile) {
   mac.settings("{\"limit\":60}");
   begin();
   const auto asked = mac.apply("{\"limit\":1e300}");
@@ -218,9 +219,9 @@ TEST_F(Clients, mayEndADaemonByANumberBeyondReasonButNotItsFile) {
   EXPECT_EQ(config(), "{\"limit\":60}");
 }
 
-// --- who is let in
+// --- admission
 
-TEST_F(Clients, withAnotherSignatureChangeNothing) {
+TEST_F(Clients, changeNothingWithAnotherSignature) {
   mac.charge(90);
   mac.settings("{\"limit\":80}");
   begin();
@@ -240,10 +241,10 @@ TEST_F(Clients, withAnotherSignatureChangeNothing) {
   EXPECT_EQ(config(), "{\"limit\":80}");
   const auto asked = mac.apply("{\"limit\":60}");
   process.run(0);
-  EXPECT_EQ(mac.reply(asked), "done") << "nor do they keep the app out";
+  EXPECT_EQ(mac.reply(asked), "done") << "they do not affect the app either";
 }
 
-TEST_F(Clients, areLetInUncheckedByAnUnsignedDaemonThatWarnsOfEach) {
+TEST_F(Clients, areAdmittedUncheckedWithAWarningByAnUnsignedDaemon) {
   mac.change({.kind = ChangeKind::daemonTeam});
   begin();
   EXPECT_THAT(mac.logLines(), Not(Contains(uncheckedLine)));
@@ -255,7 +256,7 @@ TEST_F(Clients, areLetInUncheckedByAnUnsignedDaemonThatWarnsOfEach) {
   EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(2));
 }
 
-TEST_F(Clients, areCheckedAnewEachTime) {
+TEST_F(Clients, areCheckedAtEachConnection) {
   begin();
   const auto refused = mac.apply("{\"limit\":60}", "unsigned");
   process.run(0);
@@ -273,7 +274,7 @@ TEST_F(Clients, areCheckedAnewEachTime) {
   EXPECT_THAT(newLines(), Contains(uncheckedLine).Times(1));
 }
 
-TEST_F(Clients, ofTheTeamThatSignedTheDaemonAreTheOnesLetIn) {
+TEST_F(Clients, areAdmittedIfSignedByTheTeamOfTheDaemon) {
   const auto& other = virtual_mac::findClient("wrong-team")->signature;
   mac.change({.kind = ChangeKind::daemonTeam, .text = virtual_mac::shortText(other.team)});
   begin();
@@ -286,7 +287,7 @@ TEST_F(Clients, ofTheTeamThatSignedTheDaemonAreTheOnesLetIn) {
 
 // --- erasing
 
-TEST_F(Clients, mayHaveAllErasedAndNothingComesBackUntilTheNextProcess) {
+TEST_F(Clients, mayEraseAllDataAndNothingIsWrittenUntilTheNextProcess) {
   mac.settings("{\"limit\":60}");
   process.run(3600);
   const auto asked = mac.ask(RequestKind::purgeAllData);
@@ -319,15 +320,15 @@ TEST_F(Clients, mayHaveAllErasedAndNothingComesBackUntilTheNextProcess) {
   EXPECT_TRUE(mac.exists("/Library/Application Support/Brisko/status.json"));
 }
 
-TEST_F(Clients, mayHaveAllErasedAndTheLimitStillHolds) {
+TEST_F(Clients, mayEraseAllDataAndTheLimitStaysInForce) {
   mac.charge(90);
   begin();
   mac.ask(RequestKind::purgeAllData);
   process.run(3600);
-  EXPECT_EQ(mac.key("CHTE").front(), 1) << "keys of ours are driven on, by the defaults";
+  EXPECT_EQ(mac.key("CHTE").front(), 1) << "the daemon still controls its keys, with the default settings";
 }
 
-TEST_F(Clients, thatReleaseKeysOfOursAreToldThatItIsDone) {
+TEST_F(Clients, getASuccessReplyToAReleaseWhereTheDaemonUsesKeys) {
   mac.charge(90);
   begin();
   const auto first = mac.ask(RequestKind::releaseCharge);
@@ -402,7 +403,7 @@ class NativeClients : public ::testing::Test {
     mac.forgetJournal();
     seen = lines().size();
   }
-  // Everything logged, also where there is no file any more.
+  // All logged lines, also those without a log file.
   std::vector<std::string> lines() const {
     std::vector<std::string> all = sim::linesOf(process.output());
     for (std::string& line : all) line = sim::withoutStamp(line);
@@ -412,8 +413,8 @@ class NativeClients : public ::testing::Test {
     const auto all = lines();
     return {all.begin() + static_cast<std::ptrdiff_t>(seen), all.end()};
   }
-  // What was written, without the light: a release and a purge hand back the limit and nothing else, so that
-  // continues blinking.
+  // The writes, without those of the light: a release and a purge hand back only the limit, so the light
+  // continues to blink.
   test::Writes writesButTheLight() const {
     test::Writes all = mac.writes();
     std::erase_if(all, [](const std::string& entry) { return entry.starts_with("ACLC="); });
@@ -434,7 +435,7 @@ constexpr const char* takenAgainLine =
     "still running 30 s after the release — the removal didn't happen, Brisko takes the charge again";
 constexpr const char* purgedLine = "data purge requested: OK";
 
-TEST_F(NativeClients, thatReleaseTheChargeHaveTheLimitHandedBackBeforeTheReply) {
+TEST_F(NativeClients, getTheLimitHandedBackBeforeTheReplyToARelease) {
   begin();
   const auto asked = mac.ask(RequestKind::releaseCharge);
   process.run(0);
@@ -456,7 +457,7 @@ TEST_F(NativeClients, thatReleaseTheChargeHaveTheLimitHandedBackBeforeTheReply) 
   EXPECT_EQ(mac.key("bfG0").front(), 80);
 }
 
-TEST_F(NativeClients, thatReleaseTwiceAreGivenTheTimeOfTheSecond) {
+TEST_F(NativeClients, restartTheGracePeriodWithASecondRelease) {
   begin();
   const auto first = mac.ask(RequestKind::releaseCharge);
   process.run(10);
@@ -471,7 +472,7 @@ TEST_F(NativeClients, thatReleaseTwiceAreGivenTheTimeOfTheSecond) {
   EXPECT_THAT(newLines(), Contains(takenAgainLine).Times(1));
 }
 
-TEST_F(NativeClients, thatReleaseAndRemoveTheServiceLeaveTheMacFree) {
+TEST_F(NativeClients, leaveTheMacUncontrolledAfterAReleaseAndARemoval) {
   begin();
   mac.ask(RequestKind::releaseCharge);
   process.run(5);
@@ -483,7 +484,7 @@ TEST_F(NativeClients, thatReleaseAndRemoveTheServiceLeaveTheMacFree) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeClients, thatReleaseAndThenEraseAllAreNotDrivenAgain) {
+TEST_F(NativeClients, keepTheLimitReleasedWhenAPurgeFollowsARelease) {
   begin();
   const auto released = mac.ask(RequestKind::releaseCharge);
   const auto purged = mac.ask(RequestKind::purgeAllData);
@@ -493,12 +494,12 @@ TEST_F(NativeClients, thatReleaseAndThenEraseAllAreNotDrivenAgain) {
   EXPECT_THAT(newLines(), ElementsAre(handedBackLine, releasedLine, handedBackLine, purgedLine));
   forget();
   process.run(3600);
-  EXPECT_THAT(newLines(), ElementsAre(takenAgainLine)) << "said, for the release's time is over";
+  EXPECT_THAT(newLines(), ElementsAre(takenAgainLine)) << "logged, because the time of the release is over";
   EXPECT_THAT(writesButTheLight(), IsEmpty()) << "but not done after a purge";
   EXPECT_TRUE(nothingWritten());
 }
 
-TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
+TEST_F(NativeClients, getTheLimitHandedBackBeforeAPurge) {
   begin();
   const auto asked = mac.ask(RequestKind::purgeAllData);
   process.run(0);
@@ -518,9 +519,9 @@ TEST_F(NativeClients, thatEraseAllHaveTheLimitHandedBackFirst) {
   EXPECT_EQ(mac.key("bfG0").front(), 0);
 }
 
-TEST_F(NativeClients, thatEraseAllHaveOnlyTheHandBackInTheLogFile) {
+TEST_F(NativeClients, findOnlyTheHandBackInTheLogFileAfterAPurge) {
   begin();
-  // Another name for the log file, which outlasts its removal.
+  // A second link to the log file keeps its content after the removal.
   const std::string kept = mac.path("/kept.log");
   ASSERT_EQ(::link(mac.path("/Library/Logs/Brisko/daemon.log").c_str(), kept.c_str()), 0);
   mac.ask(RequestKind::purgeAllData);
@@ -541,7 +542,7 @@ TEST_F(NativeClients, mayRestartTheDaemonWhichHandsTheLimitBackFirst) {
   EXPECT_THAT(newLines(), ElementsAre(restartLine, handedBackLine));
 }
 
-TEST_F(NativeClients, changeTheLimitThatMacOSIsTold) {
+TEST_F(NativeClients, changeTheLimitOfMacOS) {
   begin();
   const auto asked = mac.apply("{\"limit\":90}");
   process.run(0);
@@ -550,8 +551,8 @@ TEST_F(NativeClients, changeTheLimitThatMacOSIsTold) {
   EXPECT_EQ(mac.writes().back(), "replied apply");
 }
 
-// Nothing of ours holds the charge there, so there is nothing to release.
-TEST(LockedClients, areToldThatAReleaseIsDone) {
+// The daemon does not control the charge there, so there is nothing to release.
+TEST(LockedClients, getASuccessReplyToARelease) {
   virtual_mac::MachineOptions options;
   options.macOS = 27;
   options.chargeLimit = false;

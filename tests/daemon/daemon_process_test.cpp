@@ -1,5 +1,4 @@
-// That a simulated process is a whole one, and is paused where the test wants it to. Other tests trust in
-// this.
+// A simulated process is a whole process and is paused when the test says so. Other tests rely on this.
 
 #include "support/daemon_process.h"
 
@@ -14,7 +13,7 @@ namespace {
 
 using virtual_mac::SmcService;
 
-TEST(DaemonProcess, doesNothingUntilItIsLetRun) {
+TEST(DaemonProcess, doesNothingUntilTheTestRunsIt) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   {
@@ -51,7 +50,7 @@ TEST(DaemonProcess, isPausedExactlyAtItsHorizon) {
   EXPECT_EQ(mac.machine().now, begin + 0.25 + 12 + 3600 + 86'400);
 }
 
-TEST(DaemonProcess, seesWhatTheTestChangedWhileItStoodStill) {
+TEST(DaemonProcess, seesWhatTheTestChangedWhileItWasPaused) {
   VirtualMac mac;
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -66,11 +65,11 @@ TEST(DaemonProcess, endsByTheSignalThatTheTestSends) {
   DaemonProcess daemon(mac);
   daemon.signal(SIGTERM).run(60);
   EXPECT_FALSE(daemon.alive());
-  EXPECT_EQ(daemon.endSignal(), SIGTERM) << "nobody handles it before the start";
+  EXPECT_EQ(daemon.endSignal(), SIGTERM) << "it has no handler before the start";
   EXPECT_FALSE(daemon.status().has_value());
 }
 
-TEST(DaemonProcess, takesASignalOnceItRunsOn) {
+TEST(DaemonProcess, handlesASignalWhenItResumes) {
   VirtualMac mac;
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -106,7 +105,7 @@ TEST(DaemonProcess, endsByKillWithoutAnyHook) {
   EXPECT_THAT(mac.journal(), IsEmpty());
 }
 
-TEST(DaemonProcess, endsWithTheStatusAndTheWordsOfTheProgram) {
+TEST(DaemonProcess, endsWithTheStatusAndTheOutputOfTheProgram) {
   VirtualMac mac;
   mac.number(ChangeKind::smcService, static_cast<double>(SmcService::absent));
   DaemonProcess daemon(mac);
@@ -117,7 +116,7 @@ TEST(DaemonProcess, endsWithTheStatusAndTheWordsOfTheProgram) {
   EXPECT_THAT(daemon.errors(), ::testing::EndsWith("Could not open AppleSMC.\n"));
 }
 
-TEST(DaemonProcess, ofAModeThatOnlyAnswersEndsByItself) {
+TEST(DaemonProcess, endsByItselfInAModeThatOnlyPrints) {
   VirtualMac mac;
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
@@ -132,7 +131,7 @@ TEST(DaemonProcess, runsTheExitHooksAsAfterMain) {
   VirtualMac mac;
   gMacOfTheHook = &mac;
   std::atexit([] {
-    // Not at the end of this process, when the machine is gone.
+    // Not at the end of the test's process, when the machine no longer exists.
     if (gMacOfTheHook != nullptr) gMacOfTheHook->store().update().machine().battery.cycles += 1000;
   });
   const std::int64_t before = mac.machine().battery.cycles;
@@ -143,7 +142,7 @@ TEST(DaemonProcess, runsTheExitHooksAsAfterMain) {
   gMacOfTheHook = nullptr;
 }
 
-TEST(DaemonProcess, afterItsEndRunsNoMore) {
+TEST(DaemonProcess, doesNotRunAfterItsEnd) {
   VirtualMac mac;
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
@@ -153,15 +152,15 @@ TEST(DaemonProcess, afterItsEndRunsNoMore) {
   EXPECT_EQ(mac.machine().now, now);
 }
 
-TEST(DaemonProcess, keepsWhatItWroteApartFromTheTestsOwnOutput) {
+TEST(DaemonProcess, keepsItsOutputApartFromThatOfTheTest) {
   VirtualMac mac;
-  std::fputs("of the test", stdout);  // still in the buffer when the child is made
+  std::fputs("of the test", stdout);  // still in the buffer when the child is forked
   DaemonProcess daemon(mac, {"--version"});
   daemon.run(0);
   EXPECT_EQ(daemon.output(), "0.9.9\n");
 }
 
-TEST(DaemonProcess, followsAnotherOnTheSameMachine) {
+TEST(DaemonProcess, canFollowAnotherOnTheSameMachine) {
   VirtualMac mac;
   for (std::uint64_t number = 1; number <= 3; ++number) {
     DaemonProcess daemon(mac);
@@ -171,7 +170,7 @@ TEST(DaemonProcess, followsAnotherOnTheSameMachine) {
   }
 }
 
-TEST(DaemonProcess, givesTheSameBytesEachTime) {
+TEST(DaemonProcess, writesTheSameBytesInEveryRun) {
   std::string first;
   for (int time = 0; time < 2; ++time) {
     VirtualMac mac;

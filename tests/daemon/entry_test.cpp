@@ -19,7 +19,7 @@ using namespace test;
 
 constexpr const char* noController = "⛔️ Could not open AppleSMC.\n";
 
-// How a process with these arguments ends before it comes to a wait.
+// How a process with these arguments ends before its first wait.
 struct Outcome {
   std::optional<int> status;
   std::string output;
@@ -38,7 +38,7 @@ void expectEnd(const Outcome& outcome, int status, const std::string& output, co
   EXPECT_EQ(outcome.errors, errors);
 }
 
-// A Mac without a controller: the daemon mode shows by its message, and ends there.
+// A Mac without a controller: its error message shows that the service was started.
 class EntryTest : public testing::Test {
  protected:
   EntryTest() { mac.number(ChangeKind::smcService, static_cast<double>(virtual_mac::SmcService::absent)); }
@@ -64,18 +64,18 @@ TEST_F(EntryTest, printsTheVersion) {
   expectEnd(run(mac, {"--probe", "--json", "--version"}), 0, "0.9.9\n", "");
 }
 
-TEST_F(EntryTest, printsTheVersionForAnybody) {
+TEST_F(EntryTest, printsTheVersionWithoutRoot) {
   mac.number(ChangeKind::userId, 501);
   expectEnd(run(mac, {"--version"}), 0, "0.9.9\n", "");
 }
 
 TEST_F(EntryTest, runsTheFirmwareTestBeforeAnythingElse) {
-  // It says so on standard output, where the daemon uses standard error.
+  // Its message goes to standard output, that of the daemon to standard error.
   expectEnd(run(mac, {"--probe", "--version", "--selftest", "--fwtest"}), 1, "Could not open AppleSMC.\n",
             "");
 }
 
-TEST_F(EntryTest, looksAtTheSelfTestBeforeTheVersion) {
+TEST_F(EntryTest, prefersTheSelfTestToTheVersion) {
   const Outcome outcome = run(mac, {"--version", "--selftest", "--probe"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.output, StartsWith("✓ "));
@@ -87,7 +87,7 @@ TEST_F(EntryTest, probesWithAndWithoutJson) {
   expectEnd(run(mac, {"--json", "--probe"}), 1, "Could not open AppleSMC.\n", "");
 }
 
-TEST_F(EntryTest, asksForRootBeforeTheFirmwareTestAndForThatAlone) {
+TEST_F(EntryTest, needsRootForTheFirmwareTestAndNoOtherMode) {
   mac.number(ChangeKind::userId, 501);
   expectEnd(run(mac, {"--fwtest"}), 1, "", "⛔️ --fwtest has to run as root (sudo).\n");
   expectEnd(run(mac, {"--version", "--selftest", "--probe", "--fwtest"}), 1, "",
@@ -101,7 +101,7 @@ TEST_F(EntryTest, reportsWhenTheControllerRefuses) {
   expectEnd(run(mac, {}), 1, "", noController);
 }
 
-TEST_F(EntryTest, writesNoFileOnTheseWays) {
+TEST_F(EntryTest, writesNoFileInTheseModes) {
   static_cast<void>(run(mac, {}));
   for (const char* mode : {"--fwtest", "--selftest", "--probe", "--version"})
     static_cast<void>(run(mac, {mode}));
@@ -118,13 +118,13 @@ TEST(EntryWithoutRoot, touchesNoHardware) {
   EXPECT_TRUE(mac.journal().empty());
 }
 
-TEST(EntryMode, thatLooksAtNoHardwareOpensNoController) {
+TEST(EntryMode, opensNoControllerWithoutNeed) {
   VirtualMac mac;
   for (const char* mode : {"--selftest", "--version"}) static_cast<void>(run(mac, {mode}));
   EXPECT_EQ(mac.machine().system.processes, 0U);
 }
 
-TEST(EntryMode, knowsItsTimeItsPathAndItsOptions) {
+TEST(EntryMode, recordsItsStartItsPathAndItsOptions) {
   const VirtualMac mac({.startTime = 1772352930.5});
   ASSERT_EQ(enter({"brisko-daemon", "--version", "--limit", "75"}), 0);
   EXPECT_EQ(daemonStartedAt, 1772352930.5);
@@ -132,7 +132,7 @@ TEST(EntryMode, knowsItsTimeItsPathAndItsOptions) {
   EXPECT_EQ(gCliLimit, 75);
 }
 
-TEST(EntryMode, givesClosedStandardStreamsTheNullDevice) {
+TEST(EntryMode, opensTheNullDeviceForClosedStandardStreams) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     const int kept = ::dup(STDOUT_FILENO);
@@ -150,7 +150,7 @@ TEST(EntryMode, givesClosedStandardStreamsTheNullDevice) {
   EXPECT_EQ(ended.output, "0 all");
 }
 
-TEST(EntryMode, leavesOpenStandardStreamsAlone) {
+TEST(EntryMode, keepsOpenStandardStreams) {
   const VirtualMac mac;
   const auto ended = inChild([] {
     const std::size_t before = test::openDescriptors();

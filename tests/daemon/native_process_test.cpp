@@ -1,6 +1,6 @@
-// The daemon on Macs that closed the keys and have a limit of their own. Every Mac here starts at 08:00:00;
-// its gauge publishes, and the daemon hears of it, at each full minute, the daemon looks by itself every
-// 12 s, and macOS takes a new limit 5 s after it was set.
+// The daemon on Macs whose keys are closed and that have a limit of their own. Every Mac here starts at
+// 08:00:00. Its gauge publishes at each full minute, which causes a tick, as the heartbeat does every 12 s;
+// macOS applies a new limit 5 s after it was set.
 
 #include <algorithm>
 #include <csignal>
@@ -44,10 +44,10 @@ class NativeDaemon : public ::testing::Test {
   [[nodiscard]] nlohmann::json status() const { return nlohmann::json::parse(mac.read(statusFile)); }
   [[nodiscard]] nlohmann::json stats() const { return nlohmann::json::parse(mac.read(statsFile)); }
 
-  // All lines since the last call but the summaries.
+  // All lines since the last call, except the summaries.
   Lines newEvents() {
     Lines lines = mac.newLogLines();
-    // Neither the summaries nor the control service say anything of the limit.
+    // Neither the summaries nor the control service's line concern the limit.
     std::erase_if(
         lines, [](const std::string& line) { return line.starts_with("cap ") || line.starts_with("XPC "); });
     return lines;
@@ -70,13 +70,13 @@ class NativeDaemon : public ::testing::Test {
   void slider(double percent) { mac.number(ChangeKind::limit, percent); }
   void odd(ChangeKind kind, OddLimit what) { mac.number(kind, static_cast<double>(what)); }
   void show(std::uint8_t mirror) { mac.keyBytes("bfG0", {mirror}); }
-  // What the slider shows; 0 for none.
+  // The limit that the slider shows; 0 for none.
   [[nodiscard]] std::int64_t sliderShows() const { return virtual_mac::orderOnDisk(mac.machine()).percent; }
 
   VirtualMac mac;
 };
 
-// -- The common day
+// -- An ordinary day
 
 TEST_F(NativeDaemon, bringsTheChargeToTheLimitAndHoldsItThere) {
   DaemonProcess daemon(mac);
@@ -108,7 +108,7 @@ TEST_F(NativeDaemon, logsNothingMoreInAWeekOfHolding) {
   EXPECT_EQ(status().at("state"), "hold");
 }
 
-TEST_F(NativeDaemon, takesALimitThatMacOSHoldsAlreadyForAHold) {
+TEST_F(NativeDaemon, reportsAHoldIfMacOSAlreadyHoldsTheLimit) {
   slider(80);
   mac.pass(10);
   DaemonProcess daemon(mac);
@@ -134,7 +134,7 @@ TEST_F(NativeDaemon, followsChangesOfTheLimit) {
                                        "macOS limit → off", "limit verified: macOS holds no limit (bfG0)"));
 }
 
-TEST_F(NativeDaemon, dischargesWhereMacOSDoes) {
+TEST_F(NativeDaemon, dischargesWhereMacOSDischarges) {
   mac.number(ChangeKind::limitDrains, 1);
   mac.settings(R"({"discharge":true})");
   mac.charge(85);
@@ -172,7 +172,7 @@ TEST_F(NativeDaemon, holdsAboveTheLimitWhereItFoundTheCharge) {
   EXPECT_THAT(newEvents(), ElementsAre(set80, "→ state: allow (macOS limit 80%)"));
 }
 
-TEST_F(NativeDaemon, topsUpAndComesBack) {
+TEST_F(NativeDaemon, topsUpAndReturnsToTheLimit) {
   DaemonProcess daemon(mac);
   daemon.run(60);
   static_cast<void>(newEvents());
@@ -185,7 +185,7 @@ TEST_F(NativeDaemon, topsUpAndComesBack) {
   EXPECT_THAT(newEvents(), ElementsAre("Top Up finished (unplugged)", set80));
 }
 
-// -- Only looking at the version
+// -- Loading the client
 
 TEST(OpenKeys, neverLoadTheClientOfTheLimit) {
   VirtualMac mac({.macOS = 26});
@@ -246,7 +246,7 @@ TEST_F(AfterBoot, onlyObservesWhereTheServiceNeverStarts) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(AfterBoot, waitsAMinuteForTheLimitBeforeAndPublishesItsStatus) {
+TEST_F(AfterBoot, waitsAMinuteForThePreviousLimitAndPublishesItsStatus) {
   mac.number(ChangeKind::limitReadableAfter, 1e6);
   DaemonProcess daemon(mac);
   daemon.run(59);
@@ -259,7 +259,7 @@ TEST_F(AfterBoot, waitsAMinuteForTheLimitBeforeAndPublishesItsStatus) {
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_F(AfterBoot, readsTheLimitBeforeAsSoonAsItCan) {
+TEST_F(AfterBoot, readsThePreviousLimitAsSoonAsPossible) {
   slider(85);
   mac.number(ChangeKind::limitReadableAfter, 50);
   DaemonProcess daemon(mac);
@@ -269,7 +269,7 @@ TEST_F(AfterBoot, readsTheLimitBeforeAsSoonAsItCan) {
   EXPECT_EQ(mac.logLines().back(), backToUser);
 }
 
-// -- What an earlier run left cut
+// -- An adapter cut left by an earlier run
 
 TEST_F(NativeDaemon, connectsAnAdapterThatWasLeftCut) {
   mac.keyBytes("CHIE", {0x08});
@@ -319,7 +319,7 @@ TEST_F(NativeDaemon, writesNoKeyButTheLight) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-// -- The end
+// -- Exit
 
 class NativeEnd : public NativeDaemon, public ::testing::WithParamInterface<int> {};
 
@@ -342,7 +342,7 @@ TEST_P(NativeEnd, handsTheLimitBackAndThenTheLight) {
 INSTANTIATE_TEST_SUITE_P(Signals, NativeEnd, ::testing::Values(SIGINT, SIGTERM),
                          [](const auto& signal) { return signal.param == SIGINT ? "sigint" : "sigterm"; });
 
-TEST(NativeEnds, giveEveryRememberedLimitBackAsFarAsTheSliderCanShowIt) {
+TEST(NativeEnds, restoreEveryRecordedLimitThatTheSliderOffers) {
   struct Case {
     int remembered;
     std::int64_t shown;  // 0 none
@@ -363,10 +363,10 @@ TEST(NativeEnds, giveEveryRememberedLimitBackAsFarAsTheSliderCanShowIt) {
   }
 }
 
-TEST_F(NativeDaemon, remembersTheLimitBeforeThroughAKill) {
+TEST_F(NativeDaemon, keepsThePreviousLimitAfterAKill) {
   slider(85);
   DaemonProcess(mac).run(60).kill();
-  EXPECT_EQ(sliderShows(), 80) << "nobody gave it back";
+  EXPECT_EQ(sliderShows(), 80) << "it was not given back";
   static_cast<void>(newEvents());
   DaemonProcess daemon(mac);
   daemon.run(60);
@@ -377,7 +377,7 @@ TEST_F(NativeDaemon, remembersTheLimitBeforeThroughAKill) {
   EXPECT_EQ(sliderShows(), 85);
 }
 
-TEST_F(NativeDaemon, givesTheRememberedLimitBackOverOneThatWasSetWhileItDidNotRun) {
+TEST_F(NativeDaemon, restoresTheRecordedLimitOverOneThatWasSetWhileItDidNotRun) {
   slider(85);
   DaemonProcess(mac).run(60).kill();
   slider(95);
@@ -387,7 +387,7 @@ TEST_F(NativeDaemon, givesTheRememberedLimitBackOverOneThatWasSetWhileItDidNotRu
   EXPECT_EQ(sliderShows(), 85);
 }
 
-TEST_F(NativeDaemon, takesTheRememberedLimitOfAProcessThatEndedWellToo) {
+TEST_F(NativeDaemon, usesTheRecordedLimitOfAProcessThatExitedToo) {
   slider(85);
   for (int round = 0; round < 3; ++round) {
     DaemonProcess daemon(mac);
@@ -433,7 +433,7 @@ TEST_F(NativeDaemon, leavesTheLimitToTheUserWhileItIsSwitchedOff) {
   EXPECT_EQ(stats().at("nativeBefore"), 90);
 }
 
-TEST_F(NativeDaemon, takesTheUsersOwnChoiceAlongWhenItIsSwitchedOnAgain) {
+TEST_F(NativeDaemon, recordsTheUsersOwnChoiceWhenItIsSwitchedOnAgain) {
   DaemonProcess daemon(mac);
   daemon.run(60);
   mac.settings(R"({"enabled":false})");
@@ -448,9 +448,9 @@ TEST_F(NativeDaemon, takesTheUsersOwnChoiceAlongWhenItIsSwitchedOnAgain) {
   EXPECT_EQ(sliderShows(), 85);
 }
 
-// -- What macOS will not hold
+// -- Limits that macOS does not hold
 
-TEST_F(NativeDaemon, fallsToEightyAfterTenMinutesWhereLessIsIgnored) {
+TEST_F(NativeDaemon, fallsBackToEightyAfterTenMinutesWhereLessIsIgnored) {
   odd(ChangeKind::limitBelowFloor, OddLimit::ignored);
   mac.settings(R"({"limit":75,"discharge":true})");
   mac.charge(50);
@@ -467,7 +467,7 @@ TEST_F(NativeDaemon, fallsToEightyAfterTenMinutesWhereLessIsIgnored) {
   EXPECT_THAT(newEvents(), IsEmpty());
 }
 
-TEST_F(NativeDaemon, triesToHoldOnceMoreWhereTheChargeCameAboveTheRefusedLimit) {
+TEST_F(NativeDaemon, triesToHoldOnceMoreWhenTheChargeIsAboveTheRefusedLimit) {
   odd(ChangeKind::limitBelowFloor, OddLimit::ignored);
   mac.settings(R"({"limit":75})");
   mac.charge(50);
@@ -481,7 +481,7 @@ TEST_F(NativeDaemon, triesToHoldOnceMoreWhereTheChargeCameAboveTheRefusedLimit) 
                           set80, verified80));
 }
 
-TEST_F(NativeDaemon, fallsToEightyWhereLessIsLifted) {
+TEST_F(NativeDaemon, fallsBackToEightyWhereLessIsRaised) {
   odd(ChangeKind::limitBelowFloor, OddLimit::adjusted);
   mac.settings(R"({"limit":60})");
   mac.charge(50);
@@ -493,7 +493,7 @@ TEST_F(NativeDaemon, fallsToEightyWhereLessIsLifted) {
                           set80, verified80));
 }
 
-TEST_F(NativeDaemon, fallsToAStepWhereOthersAreIgnored) {
+TEST_F(NativeDaemon, fallsBackToAStepWhereOthersAreIgnored) {
   odd(ChangeKind::limitOffStep, OddLimit::ignored);
   mac.settings(R"({"limit":83})");
   DaemonProcess daemon(mac);
@@ -504,8 +504,8 @@ TEST_F(NativeDaemon, fallsToAStepWhereOthersAreIgnored) {
                           set80, verified80));
 }
 
-// The charge is paused above a limit that macOS does hold, so that nothing but the wake makes the daemon
-// look; the next look is due 5 s after it.
+// The charge is held above a limit that macOS enforces, so only the wake causes a tick; the next tick is due
+// 5 s after it.
 class NativeNight : public NativeDaemon {
  protected:
   NativeNight() {
@@ -517,7 +517,7 @@ class NativeNight : public NativeDaemon {
   }
 };
 
-TEST_F(NativeNight, startsTheWaitAnew) {
+TEST_F(NativeNight, startsTheWaitAgain) {
   DaemonProcess daemon(mac);
   daemon.run(495);
   mac.sleep();
@@ -531,7 +531,7 @@ TEST_F(NativeNight, startsTheWaitAnew) {
   EXPECT_EQ(status().at("gateVerified"), false);
 }
 
-TEST_F(NativeNight, isNotFollowedByANudge) {
+TEST_F(NativeNight, isNotFollowedByARewriteAtOnce) {
   DaemonProcess daemon(mac);
   daemon.run(75);
   mac.sleep();
@@ -544,7 +544,7 @@ TEST_F(NativeNight, isNotFollowedByANudge) {
   EXPECT_EQ(limitWrites(), (Writes{"limit set 80", "limit set 80"}));
 }
 
-TEST_F(NativeDaemon, canDoWithoutTheMirror) {
+TEST_F(NativeDaemon, worksWithoutReadBack) {
   mac.removeKey("bfG0");
   DaemonProcess daemon(mac);
   daemon.run(3 * hour);
@@ -555,7 +555,7 @@ TEST_F(NativeDaemon, canDoWithoutTheMirror) {
   EXPECT_EQ(status().at("smcKeys"), nlohmann::json::array({"ACLC", "AC-W", "TB0T"}));
 }
 
-// -- What others do
+// -- Changes by others
 
 TEST_F(NativeDaemon, waitsForAFullChargeThatTheUserWants) {
   mac.settings(R"({"discharge":true})");
@@ -581,7 +581,7 @@ TEST_F(NativeDaemon, holdsAFullChargeAboveTheLimitUnlessTheBatteryMayRunDown) {
   static_cast<void>(newEvents());
   mac.number(ChangeKind::chargeToFull, 4 * hour);
   daemon.run(3 * hour);
-  EXPECT_EQ(status().at("pct"), 81) << "the first charge above the limit is where it holds";
+  EXPECT_EQ(status().at("pct"), 81) << "it holds at the first charge above the limit";
   EXPECT_THAT(newEvents(), Contains("macOS limit → 81%"));
 }
 
@@ -600,7 +600,7 @@ TEST_F(NativeDaemon, setsItsLimitAgainForAsLongAsAnotherProgramInsistsOnItsOwn) 
   EXPECT_EQ(status().at("gateVerified"), true);
 }
 
-TEST_F(NativeDaemon, givesUpAgainstAProgramThatIsFasterThanMacOS) {
+TEST_F(NativeDaemon, givesUpIfAnotherProgramIsFasterThanMacOS) {
   mac.settings(R"({"discharge":true})");
   slider(90);
   mac.pass(10);

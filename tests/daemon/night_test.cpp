@@ -1,4 +1,4 @@
-// Nights: the daemon goes to sleep with its Mac, and the charge is where it should be in the morning.
+// Nights: the Mac sleeps, and in the morning the charge is where it should be.
 
 #include <algorithm>
 #include <csignal>
@@ -35,13 +35,13 @@ class Night : public ::testing::Test {
     static_cast<void>(newLines());
     mac->forgetJournal();
   }
-  // Closes the lid; asleep when it returns.
+  // Closes the lid and runs until the Mac sleeps.
   void sleep() {
     mac->sleep();
     daemon->run(5);
     ASSERT_TRUE(mac->machine().system.asleep);
   }
-  // Opens the lid; the daemon has heard of it when it returns.
+  // Opens the lid and runs until the daemon was notified.
   void wake() {
     mac->wake();
     daemon->run(5);
@@ -57,7 +57,7 @@ class Night : public ::testing::Test {
   std::unique_ptr<DaemonProcess> daemon;
 };
 
-TEST_F(Night, inTheBandStaysClosedTillMorning) {
+TEST_F(Night, keepsTheGateClosedInsideTheBand) {
   begin(78);
   sleep();
   EXPECT_THAT(newLines(), Contains("veille à 78% — grille fermée pour la nuit (plage 75–80%)"));
@@ -69,7 +69,7 @@ TEST_F(Night, inTheBandStaysClosedTillMorning) {
   EXPECT_NEAR(level(), 78, 0.5);
 }
 
-TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
+TEST_F(Night, isAnnouncedThenPlannedThenAllowed) {
   begin(70);
   mac->charge(78);
   daemon->run(1);
@@ -90,7 +90,7 @@ TEST_F(Night, isAnnouncedPlannedAndAnsweredInThisOrder) {
   EXPECT_THAT(mac->writes(), Contains("heard HasPoweredOn").Times(1));
 }
 
-TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
+TEST_F(Night, isAllowedAtOnceForAnIdleMac) {
   begin(78);
   mac->change({.kind = ChangeKind::idleSleep});
   daemon->run(5);
@@ -100,7 +100,7 @@ TEST_F(Night, ofAnIdleMacIsAllowedAtOnce) {
   EXPECT_EQ(mac->machine().sleep.strayAnswers, 0U);
 }
 
-TEST_F(Night, aboveTheLimitNeverDischarges) {
+TEST_F(Night, neverDischargesAboveTheLimit) {
   begin(95, "{\"discharge\":true}");
   ASSERT_EQ(mac->key("CHIE"), (Bytes{8}));
   sleep();
@@ -116,7 +116,7 @@ TEST_F(Night, aboveTheLimitNeverDischarges) {
   EXPECT_EQ(mac->key("CHIE"), (Bytes{8})) << "in the full wake it resumes";
 }
 
-TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
+TEST_F(Night, chargesBelowTheBandUntilTheScheduledWakeClosesTheGateAtTheLimit) {
   begin(70);
   sleep();
   const auto lines = newLines();
@@ -126,7 +126,7 @@ TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
   daemon->run(9 * hour);
   EXPECT_TRUE(mac->machine().system.asleep);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
-  // The estimate goes by the capacity that the battery was sold with, the gauge by that of today.
+  // The estimate uses the design capacity of the battery, the gauge its present capacity.
   EXPECT_GE(level(), 79);
   EXPECT_LE(level(), 83);
   const auto darkLines = newLines();
@@ -137,9 +137,9 @@ TEST_F(Night, belowTheBandChargesOnAndTheScheduledWakeClosesAtTheLimit) {
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
 }
 
-// An estimate is never for later than 45 min. In the dark wake the tick finds that the limit is still far and
-// lets charging run; sleep comes back without an announcement, so no other wake follows.
-TEST_F(Night, farBelowTheBandIsSeenToOnceAndThenInTheMorning) {
+// An estimate is at most 45 min. In the dark wake the tick finds that the limit is not reached and lets the
+// Mac charge. The Mac then sleeps again without an announcement, so no other wake is scheduled.
+TEST_F(Night, schedulesOneWakeOnlyFarBelowTheBand) {
   begin(20);
   sleep();
   EXPECT_THAT(newLines(), Contains("réveil programmé dans 45 min pour reprendre la charge en main"));
@@ -188,7 +188,7 @@ TEST_F(Night, withoutAWakeToScheduleIsWarnedOfAndSleptThrough) {
       Contains(
           "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
   daemon->run(9 * hour);
-  EXPECT_GT(level(), 95) << "nobody woke up to close the gate";
+  EXPECT_GT(level(), 95) << "no wake closed the gate";
   wake();
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
@@ -230,7 +230,7 @@ TEST_F(Night, thatIsRefusedLetsTheTicksGoOnAfter30Seconds) {
   EXPECT_FALSE(mac->machine().system.asleep);
 }
 
-TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
+TEST_F(Night, restoresTheStateIfTheSleepIsRefusedInsideTheBand) {
   begin(76);
   daemon->run(60);
   refuse(virtual_mac::SleepRefusal::inDarkness);
@@ -241,7 +241,7 @@ TEST_F(Night, thatIsRefusedInTheBandIsPutRightAgain) {
   EXPECT_EQ(mac->key("CHTE"), (Bytes{0, 0, 0, 0})) << "at the floor it charges";
 }
 
-TEST_F(Night, ofWeeksIsLikeAnyOther) {
+TEST_F(Night, mayLastForWeeks) {
   begin(78);
   sleep();
   daemon->run(40 * 24 * hour);
@@ -253,13 +253,13 @@ TEST_F(Night, ofWeeksIsLikeAnyOther) {
   EXPECT_NEAR(level(), 78, 1);
 }
 
-TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
+TEST_F(Night, countsOneHeartbeatAndOneMinuteOfStatisticsForASleepOfAnHour) {
   begin(80);
   sleep();
   mac->keepReads();
   daemon->run(hour);
   mac->forgetJournal();
-  // Up to the first heartbeat after the wake, at most: the message's own pass, and that one.
+  // At most until the first heartbeat after the wake: the tick of the message, and the heartbeat's.
   mac->wake();
   daemon->run(12);
   const Writes reads = mac->writes();
@@ -267,8 +267,8 @@ TEST_F(Night, ofAnHourBringsOneHeartbeatAndOneMinuteOfStatistics) {
   EXPECT_GE(std::count(reads.begin(), reads.end(), "read TB0T"), 1);
 }
 
-// Charging all the while, the Mac publishes something every minute; somebody looks at it now and then.
-TEST_F(Night, isHeardAsOneChangeInTheMorning) {
+// The Mac charges and is advanced in several steps, so its gauge has published many times by the wake.
+TEST_F(Night, isReportedAsOneChangeInTheMorning) {
   begin(40, "{\"enabled\":false}");
   sleep();
   for (int look = 0; look < 12; ++look) daemon->run(300);
@@ -281,7 +281,7 @@ TEST_F(Night, isHeardAsOneChangeInTheMorning) {
   EXPECT_LE(std::count(reads.begin(), reads.end(), "read TB0T"), 2) << "that change, and maybe a heartbeat";
 }
 
-TEST_F(Night, onBatteryIsLeftAlone) {
+TEST_F(Night, changesNothingOnBattery) {
   begin(78);
   mac->unplug();
   daemon->run(30);
@@ -290,7 +290,7 @@ TEST_F(Night, onBatteryIsLeftAlone) {
   EXPECT_EQ(mac->writes(), (Writes{"heard WillSleep", "allowed WillSleep"}));
 }
 
-TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
+TEST_F(Night, hasNoTicksUntilAWake) {
   begin(78);
   sleep();
   mac->keepReads();
@@ -303,14 +303,14 @@ TEST_F(Night, isTicklessUntilAnybodyWakesTheMac) {
   EXPECT_THAT(mac->writes(), Not(Contains(StartsWith("heard "))));
 }
 
-TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
+TEST_F(Night, endsWithACancelledWakeWhenTheDaemonExits) {
   begin(60);
   sleep();
   daemon->run(60);
   wake();
   ASSERT_THAT(mac->pendingWakes(), IsEmpty());
   mac->sleep();
-  daemon->run(1);  // answered, and not asleep yet
+  daemon->run(1);  // the message is answered, but the Mac does not sleep yet
   ASSERT_THAT(mac->pendingWakes(), SizeIs(1));
   daemon->signal(SIGTERM).run(0.5);
   EXPECT_EQ(daemon->status(), 0);
@@ -318,7 +318,7 @@ TEST_F(Night, endsWithTheDaemonWhichCancelsItsWake) {
   EXPECT_EQ(mac->writes().back(), "wake cancelled") << "last of all";
 }
 
-TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
+TEST_F(Night, keepsTheScheduledWakeIfTheDaemonIsKilled) {
   begin(60);
   sleep();
   daemon->kill();
@@ -328,23 +328,22 @@ TEST_F(Night, ofADaemonThatIsKilledKeepsWhatItPlanned) {
   EXPECT_THAT(mac->pendingWakes(), IsEmpty());
 }
 
-TEST_F(Night, withoutPowerNotificationsIsTakenUpByTheHeartbeat) {
+TEST_F(Night, isHandledByTheHeartbeatWithoutPowerNotifications) {
   mac = std::make_unique<VirtualMac>(MachineOptions{.percent = 70});
   mac->number(ChangeKind::powerClients, 0);
   daemon = std::make_unique<DaemonProcess>(*mac);
   daemon->run(90);
   sleep();
   daemon->run(2 * hour);
-  EXPECT_GT(level(), 90) << "nobody planned anything";
+  EXPECT_GT(level(), 90) << "no change was planned";
   wake();
   daemon->run(12);
   EXPECT_EQ(mac->key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Many nights
+// --- Many nights
 
-// What the life of a daemon shows of itself after each event, in memory that it shares with the test.
+// What the daemon's process records after each event, in memory that it shares with the test.
 struct Watched {
   std::uint64_t events;
   std::uint64_t mostOfOurWakes;
@@ -375,7 +374,7 @@ class Watch {
   sim::SharedMemory<Watched> seen_;
 };
 
-// One night of many, with what may come between.
+// One of many nights, with random events.
 class Nights {
  public:
   explicit Nights(std::uint32_t seed) : random_(seed) {
@@ -407,7 +406,7 @@ class Nights {
   [[nodiscard]] DaemonProcess& daemon() { return daemon_; }
   [[nodiscard]] Watched seen() const { return watch_.seen(); }
 
-  // Everything that must come out alike from the same seed.
+  // Everything that must be the same for the same seed.
   [[nodiscard]] std::string bytes() const {
     std::string all = mac_.read("/Library/Logs/Brisko/daemon.log");
     for (const auto& entry : mac_.journal())
@@ -471,11 +470,11 @@ class Nights {
 
   std::mt19937 random_;
   VirtualMac mac_{MachineOptions{.percent = 60}};
-  Watch watch_;  // before the process, which takes it along
+  Watch watch_;  // created before the process, which inherits it
   DaemonProcess daemon_{mac_};
 };
 
-TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
+TEST(Nights, haveAtMostOnePendingWakeAndLeakNothingInAMonth) {
   for (const std::uint32_t seed : {1U, 2U, 3U}) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Nights nights(seed);
@@ -489,7 +488,7 @@ TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
       EXPECT_EQ(nights.mac().machine().sleep.lateAnswers, 0U) << night;
       ASSERT_TRUE(nights.daemon().alive()) << night;
     }
-    EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "some night was to be below the band";
+    EXPECT_EQ(nights.seen().mostOfOurWakes, 1U) << "at least one night should begin below the band";
     EXPECT_EQ(nights.eventsOfAQuietHour(), quietHour);
     EXPECT_EQ(nights.seen().mostDescriptors, descriptors);
     EXPECT_EQ(nights.daemon().errors(), "");
@@ -499,7 +498,7 @@ TEST(Nights, thirtyHaveOneWakePendingAtMostAndGrowNothing) {
   }
 }
 
-TEST(Nights, giveTheSameBytesForTheSameSeed) {
+TEST(Nights, leaveTheSameBytesForTheSameSeed) {
   const auto live = [](std::uint32_t seed) {
     Nights nights(seed);
     for (int night = 0; night < 30; ++night) nights.spendOne();

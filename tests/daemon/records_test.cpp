@@ -1,4 +1,4 @@
-// What whole processes of the daemon leave in the files that the app reads.
+// The files that whole processes of the daemon write for the app.
 
 #include <algorithm>
 #include <csignal>
@@ -40,7 +40,7 @@ class Files : public ::testing::Test {
   }
 };
 
-TEST_F(Files, areThereFromTheFirstTick) {
+TEST_F(Files, existFromTheFirstTick) {
   VirtualMac mac(charged(80));
   DaemonProcess daemon(mac);
   daemon.run(0);
@@ -52,7 +52,7 @@ TEST_F(Files, areThereFromTheFirstTick) {
             R"("daemonVersion":"0.9.9","discharge":false,"dischargeFailed":false,"dischargeSupported":true,)"
             R"("enabled":true,"hot":false,"ledSupported":true,"pct":80,"plugged":true,)"
             R"("protectedSeconds":0,"since":1772352000.0,"smcKeys":["CHIE","CHTE","ACLC","AC-W","TB0T"],)"
-            R"("startedAt":1772352000.0,"state":"hold","temp":32.6,"topUp":false,"ts":1772352000.0,)"
+            R"("startedAt":1772352000.0,"state":"hold","temp":33.3,"topUp":false,"ts":1772352000.0,)"
             R"("upper":80})");
   EXPECT_EQ(mac.read(statsPath),
             R"({"atLimit":true,"protectedSeconds":0,"since":1772352000.0,"topUpSince":0.0})");
@@ -76,7 +76,7 @@ TEST_F(Files, countTheProtectedTimeEvery20Seconds) {
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"protectedSeconds\":3650,"));
 }
 
-TEST_F(Files, areLeftAloneByTheTimerWhileTheMacChargesFreely) {
+TEST_F(Files, areNotWrittenByTheTimerWhileTheMacCharges) {
   VirtualMac mac(charged(50));
   DaemonProcess daemon(mac);
   daemon.run(1);
@@ -85,7 +85,7 @@ TEST_F(Files, areLeftAloneByTheTimerWhileTheMacChargesFreely) {
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
-TEST_F(Files, bringATopUpOverARestart) {
+TEST_F(Files, keepATopUpThroughARestart) {
   VirtualMac mac(charged(85));
   mac.settings(R"({"topUp":true,"topUpHours":2})");
   {
@@ -102,7 +102,7 @@ TEST_F(Files, bringATopUpOverARestart) {
   EXPECT_THAT(mac.read(statsPath), HasSubstr("\"topUpSince\":0.0"));
 }
 
-TEST_F(Files, bringTheTotalAndItsBeginningOverARestart) {
+TEST_F(Files, keepTheTotalAndItsStartThroughARestart) {
   VirtualMac mac(charged(80));
   {
     DaemonProcess daemon(mac);
@@ -114,12 +114,12 @@ TEST_F(Files, bringTheTotalAndItsBeginningOverARestart) {
   EXPECT_THAT(mac.read(statsPath), HasSubstr(R"("protectedSeconds":140,"since":1772352000.0,)"));
 }
 
-TEST_F(Files, keepTheReachedLimitForTheNextProcess) {
+TEST_F(Files, keepTheLimitFlagForTheNextProcess) {
   struct Case {
     const char* stats;
     const char* state;
   };
-  for (const Case& last : {Case{"", "hold"},  // unknown: held, as if the limit had been reached
+  for (const Case& last : {Case{"", "hold"},  // unknown counts as reached
                            Case{R"({"atLimit":true})", "hold"}, Case{R"({"atLimit":false})", "allow"},
                            Case{R"({"atLimit":0})", "hold"}}) {
     VirtualMac mac(charged(77));
@@ -131,9 +131,8 @@ TEST_F(Files, keepTheReachedLimitForTheNextProcess) {
   }
 }
 
-TEST_F(Files, forgetThatTheFlagWasUnknown) {
-  // A process that never had a power reading leaves "false", and the next one charges where a first one
-  // holds.
+TEST_F(Files, keepAnUnknownLimitFlagAsFalse) {
+  // A process without any power reading stores "false", so the next one charges where a first one would hold.
   VirtualMac mac(charged(77));
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::noSnapshot));
   DaemonProcess(mac).run(30).signal(SIGTERM).run(1);
@@ -144,9 +143,8 @@ TEST_F(Files, forgetThatTheFlagWasUnknown) {
   EXPECT_THAT(mac.read(statusPath), HasSubstr("\"state\":\"allow\""));
 }
 
-TEST_F(Files, keepTheStatisticsAsTheLastWorkOfAnOrderlyExit) {
-  // Whatever exchange with the controller is the last one of a process: the statistics come after all of
-  // them.
+TEST_F(Files, getTheStatisticsLastInAnOrderlyExit) {
+  // The statistics are written after the last exchange with the controller, whichever that is.
   int killed = 0;
   for (std::uint32_t exchange = 0; exchange < 40; ++exchange) {
     VirtualMac mac(charged(90));
@@ -164,7 +162,7 @@ TEST_F(Files, keepTheStatisticsAsTheLastWorkOfAnOrderlyExit) {
   EXPECT_GE(killed, 3) << "three keys are written";
 }
 
-TEST_F(Files, areWrittenOnlyAfterTheGateStands) {
+TEST_F(Files, areWrittenOnlyAfterTheGateIsSet) {
   MachineOptions options;
   options.gate = virtual_mac::GateKind::none;
   VirtualMac mac(options);
@@ -172,7 +170,7 @@ TEST_F(Files, areWrittenOnlyAfterTheGateStands) {
   EXPECT_FALSE(mac.exists(folder));
 }
 
-TEST_F(Files, ofALockedSystemAreLeftByTheExitAndTheTimer) {
+TEST_F(Files, areNotWrittenByExitOrTimerOnALockedSystem) {
   MachineOptions options = charged(80);
   options.macOS = 27;
   options.chargeLimit = false;
@@ -181,7 +179,7 @@ TEST_F(Files, ofALockedSystemAreLeftByTheExitAndTheTimer) {
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
-TEST_F(Files, thatAreBrokenMeanAFreshStart) {
+TEST_F(Files, areReplacedByDefaultsIfTheyAreInvalid) {
   for (const char* text : {"", "{", "[]", "\x01\x02", "{\"since\":"}) {
     VirtualMac mac(charged(80));
     mac.write(statsPath, text);
@@ -192,20 +190,20 @@ TEST_F(Files, thatAreBrokenMeanAFreshStart) {
   }
 }
 
-TEST_F(Files, thatVanishComeBack) {
+TEST_F(Files, areCreatedAgainIfTheyVanish) {
   VirtualMac mac(charged(80));
   DaemonProcess daemon(mac);
   daemon.run(30);
   std::filesystem::remove_all(mac.path(folder));
   daemon.run(600);
   EXPECT_TRUE(daemon.alive());
-  // The history makes the folder anew, and the others find it then.
+  // The history creates the folder again, and the others find it then.
   for (const char* path : {statusPath, statsPath}) EXPECT_TRUE(mac.exists(path)) << path;
   EXPECT_THAT(linesOf(mac.read(historyFile("2026-03-01"))), Not(IsEmpty()));
   EXPECT_EQ(test::modeOf(mac.path(folder)), 0755U);
 }
 
-TEST_F(Files, thatCannotBeWrittenStopNothing) {
+TEST_F(Files, stopNothingIfTheyCannotBeWritten) {
   VirtualMac mac(charged(90));
   mac.write(folder, "a file in place of the folder");
   DaemonProcess daemon(mac);
@@ -219,7 +217,7 @@ TEST_F(Files, thatCannotBeWrittenStopNothing) {
 
 // --- history
 
-TEST_F(Files, keepALineEvery5MinutesWhileNothingChanges) {
+TEST_F(Files, getAHistoryLineEvery5MinutesWhileNothingChanges) {
   VirtualMac mac(charged(80));
   DaemonProcess daemon(mac);
   daemon.run(6 * 3600);
@@ -246,7 +244,7 @@ TEST_F(Files, recordTheAdapterAtOnce) {
   EXPECT_THAT(mac.read(statusPath), HasSubstr("\"plugged\":false"));
 }
 
-TEST_F(Files, ofTheHistoryChangeAtLocalMidnight) {
+TEST_F(Files, startANewHistoryFileAtLocalMidnight) {
   ASSERT_EQ(::setenv("TZ", "Pacific/Kiritimati", 1), 0);
   VirtualMac mac(charged(80));
   mac.write(historyFile("2026-02-23"), "x");  // began a week before the next local day begins
@@ -263,7 +261,7 @@ TEST_F(Files, ofTheHistoryChangeAtLocalMidnight) {
   EXPECT_FALSE(mac.exists(historyFile("2026-02-23")));
 }
 
-TEST_F(Files, tooOldGoAtTheStartAlsoWithTheHistorySwitchedOff) {
+TEST_F(Files, areRemovedAtTheStartWhenTooOldEvenWithTheHistorySwitchedOff) {
   VirtualMac mac;
   mac.settings(R"({"history":false,"historyDays":10})");
   mac.write(historyFile("2026-02-18"), "x");
@@ -297,13 +295,13 @@ TEST_F(Files, areKeptForAYearWithoutReadableSettings) {
 
 TEST_F(Files, arePrunedAgainByTheFirstSampleOfAProcess) {
   VirtualMac mac;
-  mac.write(historyFile("2020-01-01") + "/inside", "x");  // stays, and is told of each time
+  mac.write(historyFile("2020-01-01") + "/inside", "x");  // cannot be removed, so it is logged each time
   DaemonProcess daemon(mac);
   daemon.run(0);
   EXPECT_THAT(mac.logLines(), Contains("history pruned: 2020-01-01.jsonl").Times(2));
 }
 
-TEST_F(Files, giveTheSameBytesEachTime) {
+TEST_F(Files, haveTheSameBytesInEveryRun) {
   std::string first;
   for (int time = 0; time < 2; ++time) {
     VirtualMac mac;

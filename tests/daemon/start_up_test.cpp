@@ -166,7 +166,7 @@ TEST(StartUp, takesItsStateFromTheHardware) {
   }
 }
 
-TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
+TEST(StartUp, logsNoStateLineIfTheHardwareIsAlreadyInThatState) {
   MachineOptions options;
   options.percent = 80;
   VirtualMac mac(options);
@@ -177,7 +177,7 @@ TEST(StartUp, needsNoStateLineWhereTheHardwareAgrees) {
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03"));  // no charge key
 }
 
-TEST(StartUp, abortsOnALimitThatIsNoNumberOfOurs) {
+TEST(StartUp, abortsOnALimitBeyond64Bits) {
   for (const char* limit : {"1e300", "9223372036854775808", "18446744073709551615", "9.3e18"}) {
     VirtualMac mac;
     mac.settings(std::string("{\"limit\":") + limit + "}");
@@ -200,7 +200,7 @@ TEST(Running, ticksEvery12Seconds) {
   EXPECT_EQ(lineBeginning(mac.logLines(), "→ state"), "→ state: hold");
 }
 
-TEST(Running, ticksAtOnceWhenTheAdapterIsPulledOrPlugged) {
+TEST(Running, ticksAtOnceWhenTheAdapterIsUnpluggedOrPluggedIn) {
   MachineOptions options;
   options.percent = 90;
   VirtualMac mac(options);
@@ -230,7 +230,7 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
   DaemonProcess daemon(mac);
   daemon.run(3 * 3600);
   for (int hour = 0; hour < 7 * 24; ++hour) {
-    // A short way without the adapter, and back at the desk.
+    // A short time without the adapter.
     mac.unplug();
     daemon.run(300);
     EXPECT_GE(virtual_mac::level(mac.machine()), 73);
@@ -238,13 +238,13 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
     daemon.run(3300);
     EXPECT_LE(virtual_mac::level(mac.machine()), 82);
   }
-  // The way down ends at the floor, and from there it goes up to the limit once.
+  // The charge falls to the lower edge and then rises to the limit once.
   const auto lines = mac.logLines();
   const auto charges = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
     return line.find("ac  state=allow") != std::string::npos && line.find("batt 75%") != std::string::npos;
   });
   EXPECT_GT(charges, 10);
-  // The gauge tells of a minute ago: the charge may run a point past the limit, no more.
+  // The gauge lags by up to a minute, so the charge may exceed the limit by one point.
   EXPECT_THAT(lines, Each(Not(HasSubstr("batt 82%"))));
 }
 
@@ -281,7 +281,7 @@ TEST(Ending, continuesPastARefusedWrite) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00!", "CHTE=00000000!", "ACLC=00"}));
 }
 
-TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
+TEST(Ending, leavesTheLightAloneIfTheDaemonDoesNotDriveIt) {
   MachineOptions options;
   options.magSafeLight = false;
   VirtualMac mac(options);
@@ -292,9 +292,9 @@ TEST(Ending, leavesTheLightAloneWhereItIsNotOurs) {
   EXPECT_EQ(mac.writes(), (Writes{"info CHIE", "CHIE=00", "info CHTE", "CHTE=00000000"}));
 }
 
-TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {
+TEST(Ending, isTheDefaultOfASignalBeforeTheHandlerIsSet) {
   VirtualMac mac;
-  // While the keys are being looked for the signal still has its default effect.
+  // While start-up looks for the keys, the signal still has its default effect.
   mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = 2});
   DaemonProcess daemon(mac);
   daemon.run(60);
@@ -303,8 +303,8 @@ TEST(Ending, beforeTheDaemonIsUpIsTheSystemsBusiness) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-// A signal may come at any exchange of a busy life: between the two writes of a state change, in the middle
-// of a read, in the first tick. Whatever was in hand is finished; then everything is given back.
+// A signal may come at any exchange: between the two writes of a state change, in the middle of a read, in
+// the first tick. The current work is finished; then everything is given back.
 TEST(Ending, atAnyExchangeGivesEverythingBack) {
   for (std::uint32_t exchange = 21; exchange < 140; ++exchange) {
     MachineOptions options;
@@ -316,7 +316,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
     daemon.run(600);
     ASSERT_FALSE(daemon.alive()) << exchange;
     if (daemon.endSignal()) {
-      // Still before the handler stood.
+      // The handler was not yet set.
       EXPECT_EQ(daemon.endSignal(), SIGTERM);
       EXPECT_THAT(mac.writes(), IsEmpty()) << exchange;
       continue;
@@ -328,7 +328,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
   }
 }
 
-TEST(Ending, byKillLeavesTheKeysAndTheNextProcessTakesThemUp) {
+TEST(Ending, byKillLeavesTheKeysToTheNextProcess) {
   MachineOptions options;
   options.percent = 80;
   VirtualMac mac(options);

@@ -1,6 +1,5 @@
-// The daemon on hardware that does not do as it is told, and the light that goes with them. Every Mac here
-// starts at 08:00:00; its gauge publishes, and the daemon hears of it, at each full minute, and the daemon
-// looks by itself every 12 s.
+// The daemon on hardware that does not obey, and what the light then shows. Every Mac here starts at
+// 08:00:00. Its gauge publishes at each full minute, which causes a tick, as the heartbeat does every 12 s.
 
 #include <algorithm>
 #include <csignal>
@@ -28,7 +27,7 @@ MachineOptions at(double percent, GateKind gate = GateKind::chte, CutKind cut = 
   return options;
 }
 
-// The line as it stands in the log, `time` being e.g. "08:01:00".
+// The line as it is in the log; `time` is e.g. "08:01:00".
 std::string stamped(const std::string& time, const std::string& line) {
   return "2026-03-01T" + time + "Z  " + line;
 }
@@ -40,14 +39,14 @@ std::vector<std::string> linesWith(const VirtualMac& mac, const std::string& tex
   return lines;
 }
 
-// All but the summaries.
+// All lines except the summaries.
 std::vector<std::string> linesOfEvents(const VirtualMac& mac) {
   std::vector<std::string> lines = mac.logLines();
   std::erase_if(lines, [](const std::string& line) { return line.starts_with("cap "); });
   return lines;
 }
 
-// When the key was written, in seconds since the machine stood at `begin`.
+// When the key was written, in seconds since the machine time `begin`.
 std::vector<double> timesOf(const VirtualMac& mac, std::string_view key, double begin) {
   std::vector<double> times;
   for (const auto& entry : mac.journal()) {
@@ -81,15 +80,15 @@ TEST(HoldDaemon, isVerifiedOnceInEachProcess) {
   }
 }
 
-TEST(HoldDaemon, thatNeverCharged15SecondsIsVerifiedAtTheNextTick) {
+TEST(HoldDaemon, isVerifiedAtTheFirstTickAfter15SecondsWithoutCurrent) {
   VirtualMac mac(at(80));
   mac.keyBytes("CHTE", {1, 0, 0, 0}).pass(60);  // an earlier run stopped it
   DaemonProcess daemon(mac);
   daemon.run(600);
-  EXPECT_THAT(linesWith(mac, verified), ElementsAre(stamped("08:01:24", verified)));  // 12 s were too few
+  EXPECT_THAT(linesWith(mac, verified), ElementsAre(stamped("08:01:24", verified)));  // 12 s are not enough
 }
 
-TEST(HoldDaemon, failsAfterTwoMinutesAndIsVerifiedWhenTheHardwareComesRound) {
+TEST(HoldDaemon, failsAfterTwoMinutesAndIsVerifiedWhenTheHardwareObeys) {
   VirtualMac mac(at(80));
   mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
   DaemonProcess daemon(mac);
@@ -105,7 +104,7 @@ TEST(HoldDaemon, failsAfterTwoMinutesAndIsVerifiedWhenTheHardwareComesRound) {
   mac.keyOnWrite("CHTE", OnWrite::obey).change(of(ChangeKind::keyRelease, "CHTE"));
   daemon.run(600);
   EXPECT_THAT(linesWith(mac, "gate found open"), ElementsAre(stamped("08:05:00", foundOpen)));
-  // The reading of 08:05 was taken before the daemon closed the gate.
+  // The reading of 08:05 is from before the daemon closed the gate.
   EXPECT_THAT(linesWith(mac, verified), ElementsAre(stamped("08:06:00", verified)));
 }
 
@@ -139,7 +138,7 @@ TEST(HoldDaemon, doesNotMistakeASlowCurrentForAFailure) {
   EXPECT_THAT(linesWith(mac, "no effect"), IsEmpty());
 }
 
-TEST(HoldDaemon, takesATrickleForNoCharging) {
+TEST(HoldDaemon, ignoresATrickle) {
   VirtualMac mac(at(80));
   mac.number(ChangeKind::trickle, 100);
   DaemonProcess daemon(mac);
@@ -176,7 +175,7 @@ TEST(HoldDaemon, closesAGateThatTheSystemKeepsOpening) {
   DaemonProcess daemon(mac);
   const double begin = mac.machine().now;
   daemon.run(120);
-  // Opened 30 s after each write, found at the next look. At 60 s and 120 s the gauge speaks too.
+  // Opened 30 s after each write, found at the next tick. At 60 s and 120 s the gauge causes one too.
   EXPECT_THAT(timesOf(mac, "CHTE", begin), ElementsAre(0.0, 36.0, 72.0, 108.0));
   EXPECT_THAT(linesWith(mac, "gate found open"), ElementsAre(stamped("08:00:36", foundOpen)));
 }
@@ -209,7 +208,7 @@ TEST(HoldDaemon, countsTwoMinutesByTheWallClock) {
   EXPECT_THAT(linesWith(mac, "no effect"), ElementsAre(stamped("08:02:00", noEffect)));
 }
 
-TEST(HoldDaemon, isFailedEarlyByAClockSetForward) {
+TEST(HoldDaemon, failsEarlyWhenTheClockIsSetForward) {
   VirtualMac mac(at(80));
   mac.keyOnWrite("CHTE", OnWrite::storeWithoutEffect);
   DaemonProcess daemon(mac);
@@ -221,7 +220,7 @@ TEST(HoldDaemon, isFailedEarlyByAClockSetForward) {
 
 // --- the discharge
 
-// A Mac above its limit that is to run down to it.
+// A Mac above its limit that should discharge to it.
 class DischargeDaemon : public ::testing::Test {
  protected:
   explicit DischargeDaemon(const MachineOptions& options = at(90)) : mac(options) {
@@ -252,7 +251,7 @@ TEST_F(DischargeDaemon, writesTheCutBackFiveTimesAndHoldsAtTheSixthLoss) {
     const std::string beginning =
         std::string("adapter cut released — writing it back (") + key + ", attempt ";
     const auto back = [&beginning](const char* attempt) { return beginning + attempt + ")"; };
-    // The power source tells of each loss at once.
+    // Each loss changes the power source, which causes a tick at once.
     EXPECT_THAT(
         linesWith(each, "adapter cut"),
         ElementsAre(
@@ -280,7 +279,7 @@ TEST_F(DischargeDaemon, losesAnIneffectiveCutOncePerHeartbeat) {
   EXPECT_THAT(mac.logLines(), Contains("→ state: hold"));
 }
 
-TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndArmedAnewByAnUnplug) {
+TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndRearmedByAnUnplug) {
   mac.number(ChangeKind::load, 1.0);
   DaemonProcess daemon(mac);
   daemon.run(59.9);
@@ -305,7 +304,7 @@ TEST_F(DischargeDaemon, isGivenUpAfterAMinuteWithoutEffectAndArmedAnewByAnUnplug
   EXPECT_EQ(linesWith(mac, "⚠️").size(), 1U);
 }
 
-TEST_F(DischargeDaemon, continuesWithLittleButEnough) {
+TEST_F(DischargeDaemon, continuesWithASmallButSufficientCurrent) {
   mac.number(ChangeKind::load, 1.86);
   DaemonProcess daemon(mac);
   daemon.run(600);
@@ -322,20 +321,20 @@ TEST_F(DischargeDaemon, isEvaluatedAgainLater) {
   EXPECT_THAT(linesWith(mac, "→ state: hold"), ElementsAre(stamped("08:11:00", "→ state: hold")));
 }
 
-TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAMaintenanceWake) {
+TEST_F(DischargeDaemon, getsAnotherMinuteAfterAMaintenanceWake) {
   mac.number(ChangeKind::load, 0.6);
   mac.later(40, {.kind = ChangeKind::capabilities, .number = 9});
   mac.later(70, {.kind = ChangeKind::capabilities, .number = 15});
   DaemonProcess daemon(mac);
   daemon.run(600);
-  // Dark from the look at 48 s to that at 72 s, which begins a new discharge.
+  // Dark from the tick at 48 s to that at 72 s, which starts a new discharge.
   EXPECT_THAT(linesWith(mac, "→ state"),
               ElementsAre(stamped("08:00:00", "→ state: discharge"), stamped("08:00:48", "→ state: hold"),
                           stamped("08:01:12", "→ state: discharge"), stamped("08:02:12", "→ state: hold")));
   EXPECT_THAT(linesWith(mac, "⚠️").front(), HasSubstr("T08:02:12Z"));
 }
 
-TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAnUnplug) {
+TEST_F(DischargeDaemon, getsAnotherMinuteAfterAnUnplug) {
   mac.number(ChangeKind::load, 0.6);
   mac.later(50, {.kind = ChangeKind::unplug});
   mac.later(65, {.kind = ChangeKind::plug, .number = 67});
@@ -346,10 +345,10 @@ TEST_F(DischargeDaemon, isGivenAMinuteAnewAfterAnUnplug) {
   const auto discharges = linesWith(mac, "→ state: discharge");
   ASSERT_EQ(discharges.size(), 2U);
   EXPECT_THAT(discharges[1], HasSubstr("T08:01:05Z"));
-  EXPECT_THAT(lines[0], HasSubstr("T08:02:12Z"));  // 60 s were not over at 08:02:00
+  EXPECT_THAT(lines[0], HasSubstr("T08:02:12Z"));  // at 08:02:00 the 60 s were not yet over
 }
 
-TEST_F(DischargeDaemon, closesAReopenedStopWithoutAWord) {
+TEST_F(DischargeDaemon, stopsReopenedChargingSilently) {
   DaemonProcess daemon(mac);
   daemon.run(30);
   mac.forgetJournal();
@@ -370,12 +369,12 @@ class BandDaemon : public ::testing::Test {
   const Writes arming{"bfF0=00", "bfD0=50000000", "bfE0=4b000000", "bfF0=02"};
 };
 
-TEST_F(BandDaemon, armsTwiceInTheFirstTickOfAHoldAndThenNoMore) {
+TEST_F(BandDaemon, armsTwiceInTheFirstTickOfAHoldAndNotAgain) {
   DaemonProcess daemon(mac);
   daemon.run(3600);
   Writes all{"CH0J=00"};
   all.insert(all.end(), arming.begin(), arming.end());  // the decision
-  all.insert(all.end(), arming.begin(), arming.end());  // the verification, which knows of no band yet
+  all.insert(all.end(), arming.begin(), arming.end());  // the verification, for which no band was armed yet
   all.emplace_back("ACLC=03");
   EXPECT_EQ(mac.writes(), all);
   EXPECT_THAT(linesWith(mac, "re-armed"), IsEmpty());
@@ -393,7 +392,7 @@ TEST_F(BandDaemon, isArmedSilentlyWhenItWasSwitchedOff) {
   EXPECT_EQ(linesOfEvents(mac), lines);
 }
 
-TEST_F(BandDaemon, isArmedAnewAndLogsItWhenTheSettingsMoveItsEdge) {
+TEST_F(BandDaemon, isRearmedWithALogLineWhenTheSettingsMoveItsEdge) {
   DaemonProcess daemon(mac);
   daemon.run(120);
   mac.forgetJournal();
@@ -417,7 +416,7 @@ TEST_F(BandDaemon, isForgottenWhileChargingIsAllowed) {
   EXPECT_EQ(mac.key("bfF0"), std::vector<std::uint8_t>{2});
 }
 
-TEST_F(BandDaemon, ofAnEarlierProcessIsArmedOnceByTheNext) {
+TEST_F(BandDaemon, isArmedOnceByTheNextProcess) {
   {
     DaemonProcess daemon(mac);
     daemon.run(120);
@@ -464,7 +463,7 @@ TEST(LightDaemon, takesANewPeriodAtTheNextTick) {
   EXPECT_THAT(timesOf(mac, "ACLC", begin), ElementsAre(14.0, 17.5, 21.0));
 }
 
-TEST(LightDaemon, isTakenBackOnceForEachLoss) {
+TEST(LightDaemon, isSetAgainAndLoggedOnceForEachLoss) {
   VirtualMac mac(at(80));
   DaemonProcess daemon(mac);
   daemon.run(10);
@@ -474,7 +473,7 @@ TEST(LightDaemon, isTakenBackOnceForEachLoss) {
   EXPECT_EQ(mac.key("ACLC"), std::vector<std::uint8_t>{3});
   mac.change(of(ChangeKind::keyReleaseAfter, "ACLC", 1));
   mac.change(of(ChangeKind::keyRelease, "ACLC"));
-  daemon.run(40);  // lost again before each look
+  daemon.run(40);  // lost again before each tick
   EXPECT_EQ(linesWith(mac, "LED reprise").size(), 1U);
   mac.change(of(ChangeKind::keyReleaseAfter, "ACLC", -1));
   daemon.run(36);  // found right
@@ -483,16 +482,16 @@ TEST(LightDaemon, isTakenBackOnceForEachLoss) {
   EXPECT_EQ(linesWith(mac, "LED reprise").size(), 2U);
 }
 
-TEST(LightDaemon, isTakenBySystemThatFollowsTheCharging) {
+TEST(LightDaemon, isChangedBySystemsThatFollowTheCharging) {
   VirtualMac mac(at(80));
   mac.number(ChangeKind::lightTaken, 1);
   DaemonProcess daemon(mac);
-  daemon.run(60);  // macOS sees that charging ended, and the daemon hears of it at once
+  daemon.run(60);  // macOS publishes that charging ended, which causes a tick at once
   EXPECT_THAT(linesWith(mac, "LED reprise"), ElementsAre(stamped("08:01:00", lightTaken)));
   EXPECT_EQ(mac.key("ACLC"), std::vector<std::uint8_t>{3});
 }
 
-TEST(LightDaemon, isTheSystemsWithoutAnAdapterAndOrangeWithTheLimitOff) {
+TEST(LightDaemon, isLeftToTheSystemWithoutAnAdapterAndOrangeWithTheLimitOff) {
   VirtualMac mac(at(80));
   DaemonProcess daemon(mac);
   daemon.run(30);
@@ -509,7 +508,7 @@ TEST(LightDaemon, isTheSystemsWithoutAnAdapterAndOrangeWithTheLimitOff) {
   EXPECT_THAT(linesWith(mac, "LED reprise"), IsEmpty());
 }
 
-TEST(LightDaemon, staysHandedBackWhenTheDaemonEndsWhileItBlinks) {
+TEST(LightDaemon, staysHandedBackWhenTheDaemonExitsWhileItBlinks) {
   VirtualMac mac(at(70));
   DaemonProcess daemon(mac);
   daemon.run(10);
@@ -524,7 +523,7 @@ TEST(LightDaemon, isNeitherReadNorWrittenWhereThereIsNone) {
   options.magSafeLight = false;
   VirtualMac mac(options);
   DaemonProcess daemon(mac);
-  daemon.run(0);  // start-up asks for it
+  daemon.run(0);  // start-up looks for the key
   mac.forgetJournal();
   mac.keepReads();
   daemon.run(60);

@@ -7,7 +7,7 @@ namespace {
 
 using namespace test;
 
-TEST(Checks, areCountedAndLeaveNothingWhenTheyHold) {
+TEST(Checks, areCountedAndReportNothingWhenTheyPass) {
   expect(true, "a");
   expectEqual(1, 1, "b");
   expectEqual(std::optional<std::int64_t>(), std::nullopt, "c");
@@ -20,7 +20,7 @@ TEST(Checks, areCountedAndLeaveNothingWhenTheyHold) {
   EXPECT_EQ(summaryOfChecks(), "✓ 7 vérifications, aucune erreur.\n");
 }
 
-TEST(Checks, leaveTheirLabelsInOrderWhenTheyFail) {
+TEST(Checks, reportTheirLabelsInOrderWhenTheyFail) {
   expect(false, "une règle");
   expect(true, "une autre");
   expect(false, "");

@@ -41,15 +41,15 @@ class FirmwareTest : public ::testing::Test {
 };
 
 // The gauge publishes every minute, in the middle of this test.
-TEST_F(FirmwareTest, armsShowsAndDisarms) {
+TEST_F(FirmwareTest, armsTheBandReportsItAndDisarmsIt) {
   mac.pass(52);
   const Outcome outcome = run(mac, wholeTest);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output,
             "firmware mode detected (bfD0/bfE0/bfF0). battery 57%.\n"
             "arming band 37–42% via ChargeGate.setCharging for 15 s…\n"
-            "  B0AC=3440 mA  armed=true\n"
-            "  B0AC=3440 mA  armed=true\n"
+            "  B0AC=7080 mA  armed=true\n"
+            "  B0AC=7080 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"
             "  B0AC=0 mA  armed=true\n"
@@ -57,7 +57,7 @@ TEST_F(FirmwareTest, armsShowsAndDisarms) {
   EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=2a000000", "bfE0=25000000", "bfF0=02", "bfF0=00"));
 }
 
-TEST_F(FirmwareTest, keepsItsSeconds) {
+TEST_F(FirmwareTest, takesAsLongAsItAnnounces) {
   DaemonProcess daemon(mac, {"--fwtest"});
   daemon.run(0);
   const std::string header =
@@ -102,14 +102,14 @@ TEST(FirmwareTestBand, liesFifteenAndTwentyPointsBelowTheChargeAndNotBelowTwenty
   }
 }
 
-TEST_F(FirmwareTest, takesAnUnreadableChargeForFull) {
+TEST_F(FirmwareTest, countsAnUnreadableChargeAsFull) {
   mac.number(ChangeKind::powerSources, static_cast<double>(virtual_mac::PowerSourceFault::noSnapshot));
   EXPECT_EQ(run(mac).output,
             "firmware mode detected (bfD0/bfE0/bfF0). battery 100%.\n"
             "arming band 80–85% via ChargeGate.setCharging for 15 s…\n");
 }
 
-TEST_F(FirmwareTest, takesAnUnreadableCurrentForNone) {
+TEST_F(FirmwareTest, showsAnUnreadableCurrentAs0) {
   mac.property("Amperage", PropertyFault::missing);
   EXPECT_EQ(run(mac, wholeTest).output,
             "firmware mode detected (bfD0/bfE0/bfF0). battery 57%.\n"
@@ -122,7 +122,7 @@ TEST_F(FirmwareTest, takesAnUnreadableCurrentForNone) {
             "disarmed. B0AC=0 mA  armed=false\n");
 }
 
-TEST_F(FirmwareTest, showsWhenTheBandIsNotTaken) {
+TEST_F(FirmwareTest, showsWhenTheBandIsNotAccepted) {
   mac.property("Amperage", PropertyFault::missing);
   mac.keyOnWrite("bfF0", OnWrite::ignore);
   const Outcome outcome = run(mac, wholeTest);
@@ -186,7 +186,7 @@ TEST(FirmwareTestElsewhere, reportsInDetailThatThereIsNoGate) {
             "(kIOReturnNotPrivileged) even for root — not probed, see SystemLock\n");
 }
 
-TEST(FirmwareTestElsewhere, doesNotWaitForALimitThatIsNotUpYet) {
+TEST(FirmwareTestElsewhere, doesNotWaitForALimitServiceThatIsStarting) {
   VirtualMac mac({.macOS = 27, .uptime = 20});
   mac.number(ChangeKind::limitSupportedAfter, 25);
   const Outcome outcome = run(mac);

@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-// What a process with these arguments prints before it comes to a wait; its status comes after it.
+// What a process with these arguments prints before its first wait, followed by its status.
 std::string outcome(VirtualMac& mac, const std::vector<std::string>& arguments) {
   DaemonProcess daemon(mac, arguments);
   daemon.run(0);
@@ -117,7 +117,7 @@ TEST(Probe, reportsClosedKeys) {
   EXPECT_EQ(object(mac), lockedObject);
 }
 
-TEST(Probe, looksForNoKeyWhereTheyAreClosed) {
+TEST(Probe, looksForNoKeyIfTheKeysAreClosed) {
   VirtualMac mac(closed(false));
   mac.keepReads();
   static_cast<void>(text(mac));
@@ -154,13 +154,13 @@ TEST(Probe, reportsOnStandardOutputThatThereIsNoController) {
   EXPECT_EQ(object(mac), "Could not open AppleSMC.\n1");
 }
 
-TEST(Probe, isForEverybody) {
+TEST(Probe, needsNoRoot) {
   VirtualMac mac;
   mac.number(ChangeKind::userId, 501);
   EXPECT_EQ(object(mac), R"({"discharge":"CHIE","led":true,"mode":"CHTE","supported":true}0)");
 }
 
-TEST(Probe, namesWhatAHoldIsVerifiedBy) {
+TEST(Probe, namesHowAHoldIsVerified) {
   VirtualMac mac;
   mac.property("Amperage", PropertyFault::missing);
   EXPECT_THAT(text(mac), HasSubstr("\nverified by: CHSC\n"));
@@ -170,8 +170,8 @@ TEST(Probe, namesWhatAHoldIsVerifiedBy) {
   EXPECT_THAT(text(mac), HasSubstr("\nverified by: AppleSmartBattery current\n"));
 }
 
-// A key without bytes can be read all the same.
-TEST(Probe, countsAnEmptyKeyAsThere) {
+// A key without bytes can be read too.
+TEST(Probe, countsAnEmptyKeyAsPresent) {
   VirtualMac mac;
   mac.property("Amperage", PropertyFault::missing);
   for (const char* key : {"ACLC", "CHSC", "CHTE"}) {

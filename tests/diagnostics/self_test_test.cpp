@@ -25,7 +25,7 @@ class SelfTest : public ::testing::Test {
  protected:
   SelfTest() { ::setenv("TMPDIR", temporary.path().c_str(), 1); }
 
-  // What the run leaves on its standard output; its status comes after it.
+  // The standard output of the run, followed by its status.
   [[nodiscard]] std::string outcome() {
     DaemonProcess daemon(mac, {"--selftest"});
     daemon.run(0);
@@ -64,7 +64,7 @@ TEST_F(SelfTest, needsNoController) {
   EXPECT_EQ(outcome(), passed + std::string("0"));
 }
 
-TEST_F(SelfTest, putsBackWhatItChanged) {
+TEST_F(SelfTest, restoresWhatItChanged) {
   const auto ended = inChild([] {
     gConfigPath = "/elsewhere.json";
     gState = ChargeState::discharge;
@@ -77,7 +77,7 @@ TEST_F(SelfTest, putsBackWhatItChanged) {
   EXPECT_FALSE(mac.exists("/elsewhere.json"));
 }
 
-TEST_F(SelfTest, leavesTheLogItsOwnSizeAgain) {
+TEST_F(SelfTest, restoresTheMaximumSizeOfTheLog) {
   const auto ended = inChild([] {
     static_cast<void>(runSelfTests());
     for (int count = 0; count < 100; ++count) LogFile::append(std::string(99, '.') + "\n");
@@ -86,7 +86,7 @@ TEST_F(SelfTest, leavesTheLogItsOwnSizeAgain) {
   EXPECT_EQ(mac.read("/Library/Logs/Brisko/daemon.log").size(), 10'000U);
 }
 
-TEST_F(SelfTest, clearsAwayWhatAnEarlierRunLeft) {
+TEST_F(SelfTest, removesWhatAnEarlierRunLeft) {
   test::put(temporaryPath(process() + ".json"), "{");
   for (const char* kind : {"log-", "perms-"}) {
     test::makeFolder(temporaryPath(kind + process()));
@@ -96,8 +96,8 @@ TEST_F(SelfTest, clearsAwayWhatAnEarlierRunLeft) {
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
 }
 
-// The temporary folder may be open to everybody.
-TEST_F(SelfTest, followsNoLinkThatSomebodyLaidInItsWay) {
+// The temporary folder may be writable for everybody.
+TEST_F(SelfTest, followsNoPlantedLink) {
   const ScratchFolder others;
   test::put(others.path("file"), "theirs");
   test::put(others.path("daemon.log"), "theirs");

@@ -1,5 +1,4 @@
-// What goes to the controller and what is made of its answers, exchange by exchange: each answer is served
-// here.
+// The client of the controller, exchange by exchange: the test checks each request and provides each answer.
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -27,7 +26,7 @@ constexpr std::size_t commandAt = 42;
 constexpr std::size_t indexAt = 44;
 constexpr std::size_t bytesAt = 48;
 
-// A record that is zero but for this text of bytes at its beginning and these single bytes.
+// A record of zeroes, except these bytes at its beginning and these single bytes.
 SmcRecord record(std::string_view key, const std::vector<std::pair<std::size_t, std::uint8_t>>& bytes) {
   SmcRecord made{};
   std::copy(key.begin(), key.end(), made.begin());
@@ -52,7 +51,7 @@ class SmcExchange : public ::testing::Test {
     };
   }
 
-  // To the question for the key: four bytes of a type whose code is 1, 2, 3, 4.
+  // The answer about the key: four bytes, of a type whose code is 1, 2, 3, 4.
   Answer first{
       .record = record(
           "",
@@ -61,10 +60,10 @@ class SmcExchange : public ::testing::Test {
   std::vector<SmcRecord> sent;
 };
 
-// On the wire the first character of a key is the last of its four bytes.
+// In a record the first character of a key is the last of its four bytes.
 const SmcRecord question = record("ETHC", {{commandAt, 9}});
 
-TEST_F(SmcExchange, ofAReadSendsTheKeyThenTheKeyWithItsSize) {
+TEST_F(SmcExchange, sendsTheKeyThenTheKeyWithItsSizeForARead) {
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), kernelSuccess);
   EXPECT_THAT(sent, ElementsAre(question, record("ETHC", {{sizeAt, 4}, {commandAt, 5}})));
@@ -75,7 +74,7 @@ TEST_F(SmcExchange, ofAReadSendsTheKeyThenTheKeyWithItsSize) {
   EXPECT_EQ(value.bytes.back(), 0xBB);
 }
 
-TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
+TEST_F(SmcExchange, sendsTheKeyThenTheBytesWithTheirSizeAndNoTypeForAWrite) {
   EXPECT_EQ(SMCWriteKey(connection, "CHTE", std::vector<std::uint8_t>{1, 2, 3, 4}), kernelSuccess);
   EXPECT_THAT(sent, ElementsAre(question, record("ETHC", {{sizeAt, 4},
                                                           {commandAt, 6},
@@ -85,7 +84,7 @@ TEST_F(SmcExchange, ofAWriteSendsTheKeyThenTheBytesWithTheirSizeAndNoType) {
                                                           {bytesAt + 3, 4}})));
 }
 
-TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
+TEST_F(SmcExchange, sendsTheIndexAloneForTheKeyAtAnIndex) {
   first.record = record("ETHC", {{resultAt, 1}});  // a result that is ignored
   std::array<char, 5> name{'?', '?', '?', '?', '?'};
   EXPECT_EQ(SMCKeyAtIndex(connection, 0x01020304, name), kernelSuccess);
@@ -95,7 +94,7 @@ TEST_F(SmcExchange, forTheKeyAtAnIndexSendsTheIndexAlone) {
   EXPECT_EQ(name, (std::array<char, 5>{'C', 'H', 'T', 'E', '\0'}));
 }
 
-TEST_F(SmcExchange, takesAShorterKeyAsOneThatEndsWithZeroBytes) {
+TEST_F(SmcExchange, padsAShorterKeyWithZeroBytes) {
   for (const auto& [key, wire] :
        {std::pair{"CHT", std::string_view("\0THC", 4)}, std::pair{"CH", std::string_view("\0\0HC", 4)},
         std::pair{"C", std::string_view("\0\0\0C", 4)}, std::pair{"", std::string_view()}}) {
@@ -106,7 +105,7 @@ TEST_F(SmcExchange, takesAShorterKeyAsOneThatEndsWithZeroBytes) {
   }
 }
 
-TEST_F(SmcExchange, thatFailsForTheValueIsNoRead) {
+TEST_F(SmcExchange, failsTheReadIfTheSecondCallFails) {
   second.status = notReady;
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), notReady);
@@ -114,7 +113,7 @@ TEST_F(SmcExchange, thatFailsForTheValueIsNoRead) {
   EXPECT_EQ(readKey("CHTE"), std::nullopt);
 }
 
-TEST_F(SmcExchange, thatTheControllerRefusesForTheValueIsNoRead) {
+TEST_F(SmcExchange, failsTheReadIfTheControllerRefusesTheValue) {
   second.record[resultAt] = 1;
   SmcValue value;
   EXPECT_EQ(SMCReadKey(connection, "CHTE", value), platform::kernelNotFound);
@@ -122,7 +121,7 @@ TEST_F(SmcExchange, thatTheControllerRefusesForTheValueIsNoRead) {
   EXPECT_EQ(readKey("CHTE"), std::nullopt);
 }
 
-TEST_F(SmcExchange, thatFailsLeavesNothingOldInTheValue) {
+TEST_F(SmcExchange, clearsTheValueIfTheReadFails) {
   const auto old = [] {
     SmcValue value{.key = 1, .dataSize = 2, .dataType = 3};
     value.bytes.fill(0xCC);

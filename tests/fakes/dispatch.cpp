@@ -22,7 +22,7 @@ namespace brisko::fakes {
 
 namespace {
 
-// Of a signal, of a file, or of data that the program merges itself; made suspended.
+// A source for a signal, for a file, or for data that the program merges itself; created suspended.
 struct EventSource : Object {
   static constexpr TypeId kind = dispatchSourceType;
   EventSource(dispatch_source_type_t what, std::uintptr_t of, std::uintptr_t events)
@@ -31,7 +31,7 @@ struct EventSource : Object {
     if (!resumed) misuse("a suspended source is released");
     if (!ended) misuse("a source is released before the end of its cancellation");
   }
-  // Until it is cancelled it may be there for ever.
+  // It may exist without end unless it is cancelled.
   [[nodiscard]] long mayBeKept() const override { return ended ? 0 : 1; }
 
   dispatch_source_type_t type;
@@ -47,7 +47,7 @@ struct EventSource : Object {
   bool ended = false;
 };
 
-// Of those that data is merged into. For the life of the process.
+// The sources into which data is merged. Never freed.
 std::vector<EventSource*>& dataSources() {
   static auto& all = *new std::vector<EventSource*>;
   return all;
@@ -71,7 +71,7 @@ void finishCancellation(EventSource& source) {
   if (source.cancelled != nullptr) source.cancelled(source.context);
 }
 
-// The kernel tells a new watch nothing of what happened before it, also not that the name is gone.
+// The kernel reports nothing to a new watch from before it, not even that the name was removed.
 void watchFile(EventSource& source) {
   const auto descriptor = static_cast<int>(source.handle);
   platform::FileEvents wanted = 0;
@@ -88,7 +88,7 @@ void watchFile(EventSource& source) {
       [&source] { finishCancellation(source); });
 }
 
-// Seen also of a signal that is ignored; one that is not ends the process as ever.
+// A source sees a signal that is ignored. A signal that is not ignored ends the process as usual.
 void watchSignal(EventSource& source) {
   const auto number = static_cast<int>(source.handle);
   struct sigaction action {};
@@ -137,7 +137,7 @@ void dispatch_after_f(dispatch_time_t when, dispatch_queue_t queue, void* contex
   enqueueAt(secondsOfTicks(when), [=] { work(context); });
 }
 
-// In ticks of the clock that is paused in sleep.
+// In ticks of the clock that pauses in sleep.
 dispatch_time_t dispatch_time(dispatch_time_t when, std::int64_t nanoseconds) {
   if (when != DISPATCH_TIME_NOW) misuse("a moment that nobody declared");
   return ticksOfSeconds(brisko::virtual_mac::virtualUptime() + static_cast<double>(nanoseconds) / 1e9);
@@ -150,7 +150,7 @@ void dispatch_set_context(dispatch_object_t object, void* context) { sourceAt(ob
 void dispatch_resume(dispatch_object_t object) {
   EventSource& source = sourceAt(object);
   if (std::exchange(source.resumed, true)) misuse("a source is resumed twice");
-  noteThreadsOfDispatch();
+  noteDispatchThreads();
   if (source.type == DISPATCH_SOURCE_TYPE_VNODE) return watchFile(source);
   if (source.type == DISPATCH_SOURCE_TYPE_SIGNAL) return watchSignal(source);
   dataSources().push_back(&source);
@@ -172,7 +172,7 @@ void dispatch_source_set_cancel_handler_f(dispatch_source_t source, dispatch_fun
 
 std::uintptr_t dispatch_source_get_data(dispatch_source_t source) { return sourceAt(source).data; }
 
-// As a signal handler may call it.
+// Must be safe in a signal handler.
 void dispatch_source_merge_data(dispatch_source_t source, std::uintptr_t value) {
   sourceAt(source).merged.fetch_or(value);
 }

@@ -25,7 +25,7 @@ using brisko::virtual_mac::Journal;
 using brisko::virtual_mac::Machine;
 using brisko::virtual_mac::PowerNotice;
 
-// The way on which a registration hears of power. For the life of the process.
+// The port through which a registration receives power messages. Never freed.
 struct IONotificationPort {
   brisko::fakes::Source* source;
 };
@@ -41,7 +41,7 @@ namespace {
 enum class PortKind { service, connection, rootPower, notifier, assertion };
 struct Port {
   PortKind kind;
-  std::string name;  // of a service: its class
+  std::string name;  // for a service, its class
 };
 
 // Exit hooks still reach the controller, hence never destroyed.
@@ -95,7 +95,7 @@ constexpr std::uint32_t exchangeSelector = 2;
 constexpr std::size_t recordSize = sizeof(platform::SmcRecord);
 
 platform::KernelStatus openOn(Machine& machine) {
-  // A signal that came while no process held the machine hit nobody.
+  // A signal that was raised while no process used the machine has no effect.
   machine.pendingSignals = 0;
   if (machine.smc.service != virtual_mac::SmcService::present) return platform::kernelNotPrivileged;
   machine.system.processes += 1;
@@ -112,7 +112,7 @@ platform::KernelStatus exchange(const void* input, void* output) {
     signals = std::exchange(machine.pendingSignals, 0);
     return answer;
   });
-  // Of a call that failed the output means nothing.
+  // The output of a failed call is undefined.
   const std::size_t given = std::min(gAnswerBytes, recordSize);
   if (status == platform::kernelSuccess) std::memcpy(output, received.data(), given);
   if (status != platform::kernelSuccess) std::memset(output, 0xEE, recordSize);
@@ -127,7 +127,7 @@ struct Registration {
   void* refcon;
   IOServiceInterestCallback callback;
   io_object_t root;
-  std::uint32_t lastReceived;  // token of the last message taken
+  std::uint32_t lastReceived;  // token of the last message received
 };
 
 void tell(const Registration& registration, const PowerNotice& notice) {
@@ -150,7 +150,7 @@ std::vector<Work> arrivedFor(const std::shared_ptr<Registration>& registration, 
   return work;
 }
 
-// Seconds since 1970, as the machine counts.
+// As the machine counts: seconds since 1970.
 double dateOf(CFDateRef date) { return CFDateGetAbsoluteTime(date) + kCFAbsoluteTimeIntervalSince1970; }
 
 using EventCall = platform::KernelStatus (*)(Machine&, Journal&, double, std::string_view, std::string_view);
@@ -300,7 +300,7 @@ IOReturn IOPMAssertionRelease(IOPMAssertionID assertion) {
   return KERN_SUCCESS;
 }
 
-// The snapshot holds the descriptions, the list names them by their places.
+// The snapshot contains the descriptions; the list contains their indexes.
 
 CFTypeRef IOPSCopyPowerSourcesInfo() {
   if (machineStore() == nullptr) return nullptr;

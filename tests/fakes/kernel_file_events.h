@@ -1,6 +1,6 @@
 // tests/fakes/kernel_file_events.h
-// The watches of the virtual Mac, which are those of this system's kernel, under names beside those of the
-// seam: sim/seam/file_watch.cpp is compiled once more with them.
+// The virtual Mac's file watches, which use this system's kernel, under other names than the seam's:
+// sim/seam/file_watch.cpp is compiled a second time with these names.
 #pragma once
 
 #include <functional>

@@ -24,7 +24,7 @@ namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
-// When something is due, and after what else of that moment.
+// When work is due, and its order among work due at the same time.
 struct QueuePosition {
   double uptime;
   std::uint64_t added;
@@ -35,7 +35,7 @@ struct Timer : Object {
   static constexpr TypeId kind = timerType;
   Timer(double due, double every, CFIndex rank, CFRunLoopTimerCallBack callback, void* argument)
       : Object(kind), first(due), interval(every), order(rank), callout(callback), info(argument) {}
-  // Who wants to invalidate it later keeps it.
+  // A caller that wants to invalidate it later holds a reference.
   [[nodiscard]] long mayBeKept() const override { return scheduled ? 1 : 0; }
 
   double first;  // uptime
@@ -89,16 +89,16 @@ void removeFrom(std::vector<Kind*>& all, Kind& object) {
 
 // -- Events
 
-// A wait of no length: the moment in which other threads have their turns. What they merge comes before all
+// A wait without length, in which other threads run. The data that they merge is delivered before everything
 // else.
 void waitForNothing() {
   do {
     virtual_mac::letPendingSignalsIn();  // those of signal sources
-    takeTurns();
+    runOtherThreads();
   } while (tellMergedData());
 }
 
-// While the machine sleeps nobody hears anything: what happens then is heard at wake.
+// While the machine sleeps nothing is delivered; changes during sleep are delivered at wake.
 void listenToMachine() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return;
@@ -137,7 +137,7 @@ QueuePosition firstPosition() {
   return timer != nullptr && timer->place < first ? timer->place : first;
 }
 
-// The next point of its grid that lies ahead; however many have passed, it fires once.
+// The next point of its grid in the future. However many points have passed, the timer fires once.
 void setForward(Timer& timer) {
   const double from = std::max(virtual_mac::virtualUptime(), timer.place.uptime);
   double steps = std::floor((from - timer.first) / timer.interval) + 1;
@@ -167,12 +167,12 @@ void turn() {
   if (loop().stopped) return;  // by a signal handler
   const double due = firstPosition().uptime;
   if (const double deadline = firstDeadline(); deadline < due) {
-    // Another thread will have its turn first.
+    // Another thread runs first.
     static_cast<void>(virtual_mac::passToward(virtual_mac::timeAtUptime(deadline)));
     return;
   }
   const double dueTime = virtual_mac::timeAtUptime(due);
-  // Either clock will do, as each rounds in its own place. While the machine sleeps nothing is due.
+  // Due by either clock, since each is rounded on its own. While the machine sleeps nothing is due.
   const bool awake = std::isfinite(dueTime);
   const bool isDue = awake && (due <= virtual_mac::virtualUptime() || dueTime <= virtual_mac::virtualNow());
   if (!isDue && !virtual_mac::passToward(dueTime)) return;
@@ -221,7 +221,7 @@ void CFRunLoopAddSource(CFRunLoopRef reference, CFRunLoopSourceRef source, CFRun
                    [](const Source* one, const Source* other) { return one->rank() < other->rank(); });
 }
 
-// A timer counts in the time that is paused in sleep, whatever becomes of the wall clock.
+// A timer uses the clock that pauses in sleep and ignores changes of the wall clock.
 CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate, CFTimeInterval interval,
                                        CFOptionFlags, CFIndex order, CFRunLoopTimerCallBack callout,
                                        CFRunLoopTimerContext* context) {

@@ -1,7 +1,7 @@
 // tests/fakes/main_loop.h
-// The main run loop and the main queue over the virtual Mac, in virtual time: each iteration is a wait,
-// however short, after which one piece of work is done. What the frameworks have to tell becomes work in the
-// iteration that finds it.
+// The main run loop and the main queue on the virtual Mac, in virtual time. Each iteration is a wait, however
+// short, and then one piece of work. Notifications of the frameworks become work in the iteration that finds
+// them.
 #pragma once
 
 #include <cstddef>
@@ -16,17 +16,17 @@ namespace brisko::fakes {
 
 using Work = std::function<void()>;
 
-// Work on the main queue, from `uptime` on; without one as soon as its turn comes.
+// Adds work to the main queue, due at `uptime`, or at once without one.
 void enqueue(Work work);
 void enqueueAt(double uptime, Work work);
 
-// Tells each source whose data was merged. False when there was none.
+// Queues each source whose data was merged. False if there was none.
 [[nodiscard]] bool tellMergedData();
 
-// How many timers the run loop has to look after.
+// How many timers the run loop has.
 [[nodiscard]] std::size_t timersScheduled();
 
-// A source of the run loop. Those of a lower rank are asked first what there is to tell.
+// A source of the run loop. Sources of a lower rank are polled first.
 enum class Rank { powerSources, powerMessages };
 
 class Source : public Object {

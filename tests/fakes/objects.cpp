@@ -9,7 +9,7 @@ namespace brisko::fakes {
 
 namespace {
 
-Object* gNewest = nullptr;  // of all objects that live
+Object* gNewest = nullptr;  // of all existing objects
 
 constexpr int leakStatus = 97;
 

@@ -1,6 +1,6 @@
 // tests/fakes/objects.h
-// The objects that the fakes of the Mac's frameworks hand out, and the count of who holds them. A pointer
-// that is no object, or no longer one, ends the process with a word about it; so does one of another type.
+// The objects of the fake frameworks, and their reference counts. A pointer that is not an object, or to a
+// released one or one of another type, ends the process with an error message.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace brisko::fakes {
 
-// A wrong call: says what was wrong and aborts.
+// Reports a wrong call and aborts.
 [[noreturn]] void misuse(const std::string& what);
 
 enum TypeId : CFTypeID {
@@ -29,7 +29,7 @@ enum TypeId : CFTypeID {
 
 class Object {
  public:
-  // Held by who made it.
+  // Created with one reference, that of its creator.
   explicit Object(TypeId type);
   virtual ~Object();
   Object(const Object&) = delete;
@@ -37,26 +37,26 @@ class Object {
 
   [[nodiscard]] TypeId type() const { return type_; }
   [[nodiscard]] bool isLiving() const { return mark_ == living; }
-  [[nodiscard]] const Object* next() const { return next_; }  // of all that live
+  [[nodiscard]] const Object* next() const { return next_; }  // in the list of all objects
 
   void retain() { references_ += 1; }
   // Deletes it with the last reference.
   void release();
 
-  // The same references, told apart: those of the frameworks themselves are no business of the program.
+  // References of the frameworks themselves, counted separately, because the program need not release them.
   void holdForSystem();
   void dropForSystem();
-  // The reference of the one who made it is the system's, for ever: a constant.
+  // Makes it a constant: the reference of its creator belongs to the system and is never released.
   void makeConstant() { systemReferences_ = references_; }
 
   [[nodiscard]] long programsReferences() const { return references_ - systemReferences_; }
-  // How many the program may keep without having forgotten any.
+  // How many references the program may still hold at its end.
   [[nodiscard]] virtual long mayBeKept() const { return 0; }
 
  private:
-  static constexpr std::uint64_t living = 0x6C6976696E672121;  // what no text and no number looks like
+  static constexpr std::uint64_t living = 0x6C6976696E672121;  // unlike any text or number
 
-  volatile std::uint64_t mark_ = living;  // also once its destructor has run
+  volatile std::uint64_t mark_ = living;  // volatile, so that it can be read after the destructor
   TypeId type_;
   long references_ = 1;
   long systemReferences_ = 0;
@@ -64,10 +64,10 @@ class Object {
   Object* next_ = nullptr;
 };
 
-// The object behind a reference of the program's.
+// The object to which a reference of the program points.
 [[nodiscard]] Object& objectAt(const void* reference);
 
-// Each kind of object says in `kind` which type is its own.
+// Each class names its type in `kind`.
 template <class Kind>
 [[nodiscard]] bool is(const Object& object) {
   return object.type() == Kind::kind;
@@ -80,20 +80,20 @@ template <class Kind>
   return static_cast<Kind&>(object);
 }
 
-// The object as the program knows it.
+// The reference that the program gets for an object.
 template <class Ref>
 [[nodiscard]] Ref refTo(Object* object) {
   return reinterpret_cast<Ref>(object);
 }
 
-// What the program still holds and should have released; empty when all is well. Also told at the end of
-// every process that ends by exit(), which then ends with another status.
+// The objects that the program still holds and should have released; empty if there are none. Every process
+// that ends by exit() reports them too, and then ends with another status.
 [[nodiscard]] std::string unreleased();
 
 // Services of the registry that are not released yet; kept by io_kit.cpp.
 [[nodiscard]] long servicesHeld();
 
-// What the run loop was given to serve in other modes than the common ones.
+// What was added to the run loop for other modes than the common ones.
 [[nodiscard]] long outsideCommonModes();
 
 }  // namespace brisko::fakes

@@ -19,15 +19,15 @@ using virtual_mac::Machine;
 using virtual_mac::Preference;
 using virtual_mac::PreferenceKind;
 
-// What this process has written and not yet brought to the disk: it dies with the process. Exit hooks still
-// write, hence never destroyed.
+// What this process has written but not yet synchronised; it is lost when the process ends. Exit hooks still
+// write, so it is never destroyed.
 using Pending = std::map<LimitPreference, Preference>;
 Pending& pending() {
   static Pending& kept = *new Pending;
   return kept;
 }
 
-// The disk knows one domain of one user, on any host.
+// The disk stores one domain of one user, for any host.
 bool isKnown(CFStringRef application, CFStringRef user, CFStringRef host) {
   return virtual_mac::attachedMachine() != nullptr && textOf(application) == virtual_mac::limitDomain &&
          textOf(user) == textOf(kCFPreferencesCurrentUser) && textOf(host) == textOf(kCFPreferencesAnyHost);

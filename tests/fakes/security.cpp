@@ -37,7 +37,7 @@ OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags, SecStaticCodeRef* st
   return errSecSuccess;
 }
 
-// Who signed it is told to those alone who ask for it, and of the code on the disk.
+// The result contains the signer only if it is asked for, and only for code on the disk.
 OSStatus SecCodeCopySigningInformation(SecStaticCodeRef code, SecCSFlags flags,
                                        CFDictionaryRef* information) {
   auto* store = brisko::virtual_mac::attachedMachine();

@@ -1,5 +1,5 @@
-// The private class of macOS's own limit: the framework that brings it, what the runtime knows of it, and, in
-// place of src/platform/macos/smart_charge_calls.mm, the messages to it.
+// The private class of macOS's own limit: the framework that contains it, the runtime functions that look it
+// up, and the messages to it, which replace src/platform/macos/smart_charge_calls.mm.
 #include "fakes/smart_charge.h"
 
 #include <cstring>
@@ -32,7 +32,7 @@ std::set<std::string>& raisingSelectors() {
 
 namespace {
 
-// What the framework brought when it was last loaded.
+// The class in the framework when it was last loaded.
 LimitClient gLoaded = LimitClient::noFramework;
 bool gClientMade = false;
 
@@ -53,8 +53,7 @@ auto changeMachine(Change change) {
   return virtual_mac::changeNow(*virtual_mac::attachedMachine(), change);
 }
 
-// The answer to a message, none when it raises an exception. A message to no client at all is answered with
-// nothing.
+// The result of a message, missing if it raises an exception. A message to a missing client ends the process.
 template <class Answer>
 auto send(const char* selector, Answer answer) -> decltype(changeMachine(answer)) {
   if (!gClientMade) misuse(std::string(selector) + " is sent to no client");
@@ -86,7 +85,7 @@ Class objc_getClass(const char* name) {
   return fakes::classOfClient();
 }
 
-// A selector is its name, which is kept once and for ever.
+// A selector is its name, stored once and never freed.
 SEL sel_registerName(const char* name) {
   static auto& names = *new std::set<std::string>;
   return reinterpret_cast<SEL>(const_cast<char*>(names.insert(name).first->c_str()));

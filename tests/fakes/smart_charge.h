@@ -1,5 +1,5 @@
 // tests/fakes/smart_charge.h
-// What is wrong with the private class of macOS's own limit. Nothing, unless a test says otherwise.
+// Faults of the private class of macOS's own limit. None by default.
 #pragma once
 
 #include <set>
@@ -7,9 +7,8 @@
 
 namespace brisko::fakes {
 
-// By their selectors: messages that the class does not understand, and those that it answers with an
-// exception. Sending one of the first kind ends the process, as an exception that nobody catches does on a
-// Mac.
+// The selectors of messages that the class does not understand, and of those that raise an exception. Sending
+// one of the former ends the process, as an uncaught exception does on a Mac.
 [[nodiscard]] std::set<std::string>& missingSelectors();
 [[nodiscard]] std::set<std::string>& raisingSelectors();
 

@@ -43,13 +43,13 @@ std::optional<std::string>& programPath() {
 constexpr std::int64_t lastOldMacOS = 15;
 constexpr std::int64_t firstYearMacOS = 26;  // named after the year; 16 to 25 were left out
 
-// As the kernel names its build. What a virtual Mac may have between 15 and 26 was never built.
+// The kernel's name of its build. Versions between 15 and 26, which a virtual Mac can have, were never built.
 std::optional<std::string> buildOf(std::int64_t macOS) {
   if (macOS > lastOldMacOS && macOS < firstYearMacOS) return std::nullopt;
   return std::to_string(macOS >= firstYearMacOS ? macOS - 1 : macOS + 9) + "G83";
 }
 
-// What the kernel tells a program that was linked with an older SDK than macOS 26 has.
+// The version that the kernel reports to a program that was linked with an SDK older than that of macOS 26.
 std::string productVersion(std::int64_t macOS) {
   constexpr std::int64_t compatibilityVersion = 16;
   const bool isAdjusted = macOS >= firstYearMacOS && fakes::gLinkedSdk < firstYearMacOS;
@@ -63,7 +63,7 @@ std::optional<std::string> kernelVariable(std::string_view name, std::int64_t ma
   return std::nullopt;
 }
 
-// As sysctl and confstr hand over texts: how much room it takes with its end.
+// Returns a text as sysctl and confstr do; the result is its size with the final zero byte.
 std::size_t copyOut(const std::string& text, char* buffer, std::size_t room) {
   if (room > text.size()) std::memcpy(buffer, text.c_str(), text.size() + 1);
   return text.size() + 1;
@@ -81,7 +81,7 @@ void setExecutablePath(std::optional<std::string> path) { programPath() = std::m
 
 }  // namespace virtual_mac
 
-// In place of src/platform/macos/volume_root.cpp.
+// Replaces src/platform/macos/volume_root.cpp.
 const std::string& platform::volumeRoot() {
   static const std::string& none = *new std::string;
   const auto* store = virtual_mac::attachedMachine();
@@ -100,7 +100,7 @@ double secondsOfTicks(std::uint64_t ticks) { return static_cast<double>(ticks) /
 
 namespace {
 
-// Also when it is another file's by now.
+// Also if the name now belongs to another file.
 std::string latestPathOfOpenFile(int descriptor) {
   constexpr std::string_view deletedMark = " (deleted)";
   char text[PATH_MAX] = {};
@@ -134,10 +134,10 @@ kern_return_t mach_timebase_info(mach_timebase_info_t info) {
 
 std::uint64_t mach_absolute_time() { return fakes::ticksOfSeconds(virtual_mac::virtualUptime()); }
 
-// Whatever happens on the way ends the wait early.
+// Any event ends the wait early.
 kern_return_t mach_wait_until(std::uint64_t deadline) {
   virtual_mac::raiseMachineSignals();
-  fakes::takeTurns();
+  fakes::runOtherThreads();
   const double end = virtual_mac::timeAtUptime(fakes::secondsOfTicks(deadline));
   if (end <= virtual_mac::virtualNow()) return KERN_SUCCESS;
   const double othersTurn = virtual_mac::timeAtUptime(fakes::firstDeadline());
@@ -171,7 +171,7 @@ int sysctlbyname(const char* name, void* old, std::size_t* oldSize, void* fresh,
   return 0;
 }
 
-// A path is opened for its events and for nothing else. Even so a pipe waits for its other end.
+// A path is opened only for its events. Still, opening a pipe blocks until its other end is open.
 int brisko_fake_open(const char* path, int flags, ...) {
   if ((flags & O_EVTONLY) == 0 || (flags & O_CLOEXEC) == 0) fakes::misuse("open() with such flags");
   struct stat status {};
@@ -203,7 +203,7 @@ int brisko_fake_fcntl(int descriptor, int command, ...) {
   return 0;
 }
 
-// With a slash at its end, as the system has it.
+// With a slash at its end, as on a Mac.
 std::size_t brisko_fake_confstr(int name, char* buffer, std::size_t size) {
   if (name != _CS_DARWIN_USER_TEMP_DIR) return 0;
   return copyOut(virtual_mac::realTemporaryDirectory() + "/", buffer, size);

@@ -1,5 +1,5 @@
 // tests/fakes/system.h
-// What the fakes share of the system below the frameworks.
+// The parts of the system below the frameworks that several fakes use.
 #pragma once
 
 #include <cstddef>
@@ -11,34 +11,34 @@
 
 namespace brisko::fakes {
 
-// One tick is as short as the virtual Mac's own clock can tell, so that nothing is lost between the two.
+// One tick is the resolution of the virtual Mac's clock, so converting between the two loses nothing.
 [[nodiscard]] std::uint64_t ticksOfSeconds(double uptime);
 [[nodiscard]] double secondsOfTicks(std::uint64_t ticks);
 
-// With which error F_GETPATH fails for every file. 0: it does not.
+// The error with which F_GETPATH fails for every file. 0: it succeeds.
 extern int gGetPathError;
 
-// Major version of the SDK that the program seems to be linked with. An older one than macOS 26 has, unless a
-// test says otherwise: what is right for such a program is right for any.
+// Major version of the SDK with which the program appears to be linked. By default one older than that of
+// macOS 26, which is the harder case.
 extern std::int64_t gLinkedSdk;
 
-// A variable of the kernel that cannot be read. None, unless a test says otherwise.
+// A kernel variable that cannot be read. None by default.
 extern std::string_view gUnreadableVariable;
 
 // Runs once, right after the next file was opened.
 extern std::function<void()> gAfterOpen;
 
-// How many bytes of a successful answer the controller's driver says that it gives. All, unless a test says
-// otherwise; what is missing stays as it was.
+// The size that the controller's driver reports for a successful answer; the bytes beyond it are left
+// unchanged. All by default.
 extern std::size_t gAnswerBytes;
 
-// Whether the system notifies of power source changes. It does, unless a test says otherwise.
+// Whether the system notifies of power source changes. True by default.
 extern bool gNotifiesOfPowerSources;
 
-// Called with what was asked, once the controller has done it and before the call comes back with the answer.
+// Called with the request after the controller has handled it and before the call returns.
 extern std::function<void(const platform::SmcRecord& asked)> gBeforeAnswer;
 
-// Called with what is to be written, on any descriptor.
+// Called with the data of each write, to any descriptor.
 extern std::function<void(std::string_view bytes)> gBeforeWrite;
 
 }  // namespace brisko::fakes

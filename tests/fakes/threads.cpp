@@ -29,7 +29,8 @@ namespace {
 constexpr double noDeadline = std::numeric_limits<double>::infinity();
 constexpr int signalNumbers = 32;
 
-// Each a count of signals that nobody has waited for; told from signal handlers too. None has the number 0.
+// Each is a count of signals that no thread has waited for. Signal handlers signal them too. No semaphore has
+// the number 0.
 std::array<std::atomic<int>, 8> gSemaphores{};
 std::size_t gSemaphoresMade = 0;
 
@@ -41,7 +42,7 @@ bool takeOne(semaphore_t semaphore) {
   return true;
 }
 
-// While it waits all signals are kept from it: those that it lets in are taken in its place.
+// All signals are blocked while the real thread waits; the fake handles those that the thread does not block.
 struct Thread {
   sigset_t shutOut{};
   bool ready = true;  // also without a semaphore
@@ -50,13 +51,13 @@ struct Thread {
   std::thread real;              // the program's to detach
 };
 
-// Threads wait for their turns to the end of the process, hence never destroyed.
+// Threads may wait until the process ends, so it is never destroyed.
 struct Threads {
   std::list<Thread> all;
   bool dispatchHasSome = false;
   std::mutex mutex;
   std::condition_variable passed;
-  Thread* turn = nullptr;  // whose it is; null: the main thread's
+  Thread* turn = nullptr;  // the thread that runs; null: the main thread
 };
 Threads& threads() {
   static Threads& kept = *new Threads;
@@ -85,7 +86,7 @@ void waitForTurn() {
   ::pthread_sigmask(SIG_SETMASK, &gThis->shutOut, nullptr);
 }
 
-// The first at or after that uptime: no wait ends early, and the clock moves in ticks.
+// The first clock tick at or after that uptime, so that no wait ends early.
 double tickAfter(double uptime) {
   const std::uint64_t nearest = ticksOfSeconds(uptime);
   return secondsOfTicks(secondsOfTicks(nearest) < uptime ? nearest + 1 : nearest);
@@ -101,7 +102,7 @@ bool hasSomethingToDo(const Thread& thread) {
          isOver(thread.deadline);
 }
 
-// The handler runs here, on behalf of the thread whose wait ends of it.
+// The handler runs here on behalf of the thread whose wait it ends.
 void takeSignals() {
   sigset_t pending;
   ::sigpending(&pending);
@@ -121,8 +122,8 @@ void takeSignals() {
   }
 }
 
-// False when none has anything to do.
-bool takeTurn() {
+// False if no thread has work.
+bool runOtherThread() {
   auto& all = threads().all;
   if (all.empty()) return false;
   takeSignals();
@@ -154,10 +155,10 @@ bool onMainThread() { return gThis == nullptr; }
 
 bool hasOtherThreads() { return threads().dispatchHasSome || !threads().all.empty(); }
 
-void noteThreadsOfDispatch() { threads().dispatchHasSome = true; }
+void noteDispatchThreads() { threads().dispatchHasSome = true; }
 
-void takeTurns() {
-  while (takeTurn()) continue;
+void runOtherThreads() {
+  while (runOtherThread()) continue;
 }
 
 double firstDeadline() {
@@ -172,12 +173,12 @@ void waitInCall(const std::function<bool()>& over, double moment) {
     virtual_mac::raiseMachineSignals();
     do {
       if (over()) return;
-    } while (takeTurn());
+    } while (runOtherThread());
     static_cast<void>(virtual_mac::passToward(std::min(moment, virtual_mac::timeAtUptime(firstDeadline()))));
   }
 }
 
-void letMainThreadGoOn() {
+void letMainThreadRun() {
   gThis->ready = true;
   waitForTurn();
   gThis->ready = false;

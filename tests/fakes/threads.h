@@ -1,8 +1,8 @@
 // tests/fakes/threads.h
-// The threads of the program besides its main one, and Mach's semaphores, in virtual time. They are real
-// threads, but one runs at a time: another has its turn only while the main one waits, and keeps it until it
-// waits itself. So there is one order of things, and the main thread can be held in a call for as long as a
-// test likes.
+// The program's threads other than its main thread, and Mach's semaphores, in virtual time. They are real
+// threads, but only one runs at a time: another thread runs only while the main thread waits, until it waits
+// itself. So the order of events is deterministic, and a test can keep the main thread in a call for as long
+// as it needs.
 #pragma once
 
 #include <functional>
@@ -12,24 +12,24 @@ namespace brisko::fakes {
 
 [[nodiscard]] bool onMainThread();
 
-// Whether there is any thread besides the main one. From its first use on Dispatch has some.
+// Whether there is a thread other than the main thread. Dispatch has some from its first use on.
 [[nodiscard]] bool hasOtherThreads();
-void noteThreadsOfDispatch();
+void noteDispatchThreads();
 
-// What follows is for the main thread, where it waits.
+// The following functions are for the main thread while it waits.
 
-// Signals are taken by those who let them in, and each thread that has something to do does it, until all of
-// them wait.
-void takeTurns();
+// Delivers pending signals to threads that do not block them, and runs each thread that has work, until all
+// threads wait.
+void runOtherThreads();
 
-// The uptime at which the first of them will have waited long enough; infinity when none will.
+// The uptime of the first timeout of a waiting thread; infinity if there is none.
 [[nodiscard]] double firstDeadline();
 
-// The main thread is in a call that does not return before `over` holds. Time passes, but makes a halt at
-// `moment` (machine time).
+// Keeps the main thread in a call until `over` returns true. Time passes, with a stop at `moment` (machine
+// time).
 void waitInCall(const std::function<bool()>& over, double moment = std::numeric_limits<double>::infinity());
 
-// On another thread: the main one has its turn until it waits again.
-void letMainThreadGoOn();
+// For other threads: lets the main thread run until it waits again.
+void letMainThreadRun();
 
 }  // namespace brisko::fakes

@@ -13,7 +13,7 @@ using platform::Value;
 
 constexpr double from1970To2001 = 978307200;
 
-// One reference of the maker's becomes one of the system's.
+// One reference of the creator becomes one of the system.
 void take(Object* object) {
   object->holdForSystem();
   object->release();
@@ -29,7 +29,7 @@ Object* arrayOf(const platform::List& list) {
 
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
-// Well enough formed for what the tests send: sequences of the length that their first byte says.
+// A check that is sufficient for the tests: each sequence has the length that its first byte announces.
 bool isUtf8(std::string_view text) {
   for (std::size_t at = 0; at < text.size();) {
     const auto first = static_cast<unsigned char>(text[at]);
@@ -97,7 +97,7 @@ Object* objectOf(const Value& value) {
     constant.retain();
     return &constant;
   }
-  // As the registry keeps integers: 64 bits, which Core Foundation shows as signed ones.
+  // The registry stores integers in 64 bits, which Core Foundation returns as signed ones.
   if (const auto integer = value.asWrappedInteger()) return new Number(*integer);
   if (const auto real = value.asDouble()) return new Number(*real);
   if (const std::string* text = value.asText()) return new String(*text);
@@ -113,7 +113,7 @@ DictionaryOf* dictionaryOf(const platform::Dictionary& dictionary) {
   for (const auto& [key, value] : dictionary) {
     if (Object* object = objectOf(value)) entries.emplace_back(new String(key), object);
   }
-  // In no order that anybody may rely on.
+  // In no defined order.
   std::reverse(entries.begin(), entries.end());
   return new DictionaryOf(std::move(entries));
 }

@@ -46,7 +46,7 @@ struct DateValue : Object {
   double seconds;  // since 2001
 };
 
-// Takes over the references of its maker.
+// Takes over the caller's references.
 struct Array : Object {
   static constexpr TypeId kind = arrayType;
   explicit Array(std::vector<Object*> content);
@@ -64,16 +64,17 @@ struct DictionaryOf : Object {
   std::vector<Entry> entries;
 };
 
-// A property of the virtual Mac as Core Foundation has it; null for null. Held by the caller.
+// Converts a property of the virtual Mac to a Core Foundation object, which the caller must release; null for
+// null.
 [[nodiscard]] Object* objectOf(const platform::Value& value);
 [[nodiscard]] DictionaryOf* dictionaryOf(const platform::Dictionary& dictionary);
 
-// And back; none for what is no value.
+// The reverse; missing for an object that is not a value.
 [[nodiscard]] std::optional<platform::Value> valueOf(const void* object);
 
 [[nodiscard]] const std::string& textOf(CFStringRef string);
 
-// A text that is always there.
+// A constant text.
 [[nodiscard]] CFStringRef constantString(std::string_view text);
 
 }  // namespace brisko::fakes

@@ -1,4 +1,4 @@
-// Every write of the program comes here, by the linker.
+// The linker redirects every write of the program to this file.
 
 #include <cerrno>
 #include <csignal>
@@ -12,9 +12,9 @@ std::function<void(std::string_view)> brisko::fakes::gBeforeWrite;
 
 namespace {
 
-// As a Mac has it when the reader of a pipe is gone: the signal is the process's, not that of the thread that
-// wrote, and so it is taken by any thread that lets it in. There is always such a thread, once there is any
-// besides the main one.
+// On a Mac a write to a closed pipe sends the signal to the process, not to the thread that wrote, so any
+// thread that does not block it handles it. As soon as there is a thread besides the main one, there is
+// always such a thread.
 void raiseForTheProcess() {
   struct sigaction action {};
   sigset_t brokenPipe;

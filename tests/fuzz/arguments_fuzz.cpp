@@ -1,4 +1,5 @@
-// Numbers mean what they say, and no argument does more than it should. The input's lines are the arguments.
+// Numbers are parsed as a second implementation parses them, and each argument changes only its own option.
+// The input's lines are the arguments.
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -11,7 +12,7 @@
 namespace brisko {
 namespace {
 
-// The same rule by other means.
+// A second implementation of the same rule.
 std::optional<std::int64_t> expectedInteger(const std::string& text) {
   const std::size_t sign = text.empty() || (text[0] != '+' && text[0] != '-') ? 0 : 1;
   const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };

@@ -1,5 +1,5 @@
-// Whatever stands in the registry and in the power sources, under whatever type: the readings of the battery
-// are what a second opinion makes of it, or none.
+// Whatever the registry and the power sources contain, of any type: the readings of the battery equal those
+// of a second implementation, or are missing.
 #include <cmath>
 
 #include "calibration/calibration_record.h"
@@ -21,7 +21,7 @@ const Value& at(const Dictionary& properties, const std::string& key) {
   return found == properties.end() ? nothing : found->second;
 }
 
-// The same bits, whether they are shown with a sign or without; of a floating-point number the whole part.
+// The same bits, whether signed or unsigned; of a floating-point number the whole part.
 std::optional<std::int64_t> wrapped(const Value& value) {
   if (value.asBoolean()) return std::nullopt;
   const auto real = value.asDouble();
@@ -82,12 +82,12 @@ void tryCapabilities(const platform::SharedDictionary& shared) {
   gServed.registry.clear();
 }
 
-// The percentage as long double has it, whose digits are enough for every integer.
+// The percentage in long double, which is exact for every integer.
 void tryPercentage(const Dictionary& source, const std::optional<PowerState>& state) {
   const std::int64_t current = at(source, "Current Capacity").asInteger().value_or(0);
   const std::int64_t most = at(source, "Max Capacity").asInteger().value_or(100);
   constexpr long double beyond = 9223372036854775808.0L;
-  constexpr long double rounding = 1e-14L;  // that of double, with room
+  constexpr long double rounding = 1e-14L;  // that of double, with a margin
   const long double percent = most < 1
                                   ? static_cast<long double>(current)
                                   : static_cast<long double>(current) * 100 / static_cast<long double>(most);

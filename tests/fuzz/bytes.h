@@ -1,5 +1,5 @@
 // tests/fuzz/bytes.h
-// An input taken apart from its beginning on. Beyond its end everything is 0 or empty.
+// Reads an input from its beginning. Beyond its end everything is 0 or empty.
 #pragma once
 
 #include <array>
@@ -40,7 +40,7 @@ class Bytes {
     return bytes;
   }
 
-  // Up to the separator, which is taken too, or to the end.
+  // Up to the separator, which is consumed too, or to the end.
   std::string_view upTo(char separator) {
     const std::string_view text = rest_.substr(0, rest_.find(separator));
     rest_.remove_prefix(text.size() < rest_.size() ? text.size() + 1 : text.size());

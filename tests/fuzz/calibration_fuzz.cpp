@@ -1,6 +1,6 @@
-// Every object makes a calibration's record, and what was made of it can be written and reads back the same,
-// unless a time in it is infinite.
-// The status contains it too, except a soak time beyond 64 bits, which is meant to end the process then.
+// Every object is read as a calibration's record, and the record can be written and reads back the same,
+// unless a time in it is infinite. The status contains it too, except a soak time beyond 64 bits, which is
+// meant to end the process then.
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -39,7 +39,7 @@ void tryFile(const Volume& volume, const CalibrationState& state) {
 }
 
 void tryStatus(const Volume& volume) {
-  static std::int64_t times = 0;  // the same status twice would not be written
+  static std::int64_t times = 0;  // a new charge each time, since an unchanged status would not be written
   const bool running = gCal.phase != CalPhase::idle;
   const bool ended = endsTheProcess([] { writeStatus({.pct = ++times}); });
   require(ended == (running && !fitsInteger(gCal.soakBanked)));

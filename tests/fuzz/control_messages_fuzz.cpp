@@ -1,5 +1,5 @@
-// A line on the socket of the live control service is a message within its bounds or none, and one that is
-// written anew says the same.
+// A line on the socket of the live control service is a valid message within its limits or none at all, and a
+// message that is written again has the same content.
 #include <nlohmann/json.hpp>
 
 #include "fuzz/require.h"
@@ -11,7 +11,7 @@ namespace {
 
 using namespace virtual_mac;
 
-// Without its line feed, which has to be there, and to be the only one.
+// The line without its line feed, which must be present and the only one.
 std::string bare(std::string line) {
   require(!line.empty() && line.back() == '\n');
   line.pop_back();
@@ -19,7 +19,7 @@ std::string bare(std::string line) {
   return line;
 }
 
-// The number under `key` as it stands in the line.
+// The number under `key`, as written in the line.
 std::string numberIn(std::string_view line, const char* key) {
   return nlohmann::json::parse(line, nullptr, false).value(key, nlohmann::json()).dump();
 }
@@ -34,7 +34,7 @@ void tryRequest(std::string_view line) {
   if (!request) return;
   require(request->bytes <= largestSettings);
   require(request->kind == ControlRequestKind::applySettings || request->bytes == 0);
-  // The reply has to bear the number that the client chose.
+  // The reply must contain the number that the client chose.
   require(numberIn(line, "id") == std::to_string(request->id));
   if (request->kind == ControlRequestKind::applySettings) {
     require(numberIn(line, "bytes") == std::to_string(request->bytes));

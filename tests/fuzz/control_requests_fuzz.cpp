@@ -35,7 +35,7 @@ Json merged(const Json& file, const Json& sent) {
   return all;
 }
 
-// True when the process would have ended.
+// True if the process would have ended.
 bool ask(std::string_view sent, Answers& answers) {
   controlRequests().applySettings({sent.begin(), sent.end()},
                                   [&answers](bool done, std::optional<std::string> error) {
@@ -43,7 +43,7 @@ bool ask(std::string_view sent, Answers& answers) {
                                   });
   platform::postMain(platform::stopMain);
   const bool ended = endsTheProcess(platform::runMain);
-  if (ended) platform::runMain();  // what is still to be done there
+  if (ended) platform::runMain();  // runs the remaining work
   return ended;
 }
 

@@ -1,4 +1,4 @@
-// Any dump makes a machine that can be believed and continues living, or a reason why not.
+// Any dump is imported as a plausible machine on which time can advance, or rejected with a reason.
 #include <cmath>
 
 #include "fuzz/require.h"

@@ -8,7 +8,7 @@
 namespace brisko {
 namespace {
 
-// The object with one thing looked up after another; what cannot be represented is noted.
+// Looks up one key after another and records whether a value cannot be represented.
 class Lookup {
  public:
   explicit Lookup(const Json& object) : object_(object) {}

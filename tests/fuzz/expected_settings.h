@@ -1,5 +1,5 @@
 // tests/fuzz/expected_settings.h
-// What the settings of an object are, worked out by other means than the daemon's.
+// The settings in an object, computed in another way than the daemon does.
 #pragma once
 
 #include <optional>
@@ -8,7 +8,7 @@
 
 namespace brisko {
 
-// None when a number under an integer key is meant to end the process.
+// Missing if a number under an integer key must end the process.
 [[nodiscard]] std::optional<Settings> expectedSettings(const Json& object);
 
 }  // namespace brisko

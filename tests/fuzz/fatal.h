@@ -1,6 +1,6 @@
 // tests/fuzz/fatal.h
-// The fuzz programs' version of the one fatal helper: it throws. So an intended end of the process is not
-// mistaken for a crash, and the next input can follow.
+// The fuzz programs' version of fatal(), which throws. So an intended end of the process is not mistaken for
+// a crash, and the next input can follow.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ struct Fatal {
   std::string message;
 };
 
-// Whether the daemon would have called the fatal helper during `work`.
+// Whether the daemon would have called fatal() during `work`.
 template <typename Work>
 [[nodiscard]] bool endsTheProcess(const Work& work) {
   try {
@@ -22,7 +22,7 @@ template <typename Work>
   return false;
 }
 
-// Computed in another way than the daemon does: whether the number fits 64 bits once its fraction is dropped.
+// Whether the number fits 64 bits without its fraction, computed in another way than the daemon does.
 [[nodiscard]] bool fitsInteger(double value);
 
 }  // namespace brisko

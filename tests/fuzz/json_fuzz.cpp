@@ -1,5 +1,5 @@
-// What the JSON reader takes is JSON by another reader's judgement too; it can be written and reads back the
-// same, unless a number in it is infinite.
+// Another JSON reader accepts what ours accepts; the value can be written and reads back the same, unless a
+// number in it is infinite.
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -15,7 +15,7 @@
 namespace brisko {
 namespace {
 
-// How deep it nests, as the other reader tells of it, and whether a number is beyond every double.
+// The depth of nesting as the other reader reports it, and whether a number is beyond every double.
 struct Shape : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Shape> {
   bool RawNumber(const char* digits, rapidjson::SizeType length, bool) {
     if (!std::isfinite(std::strtod(std::string(digits, length).c_str(), nullptr))) infinite = true;
@@ -38,11 +38,10 @@ struct Shape : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Shape> {
   bool infinite = false;
 };
 
-enum class Judgement { noJson, json, jsonWithInfiniteNumbers };
+enum class OtherResult { noJson, json, jsonWithInfiniteNumbers };
 
-// None where the other reader does not even look at the value: it takes no exponent that is out of all
-// bounds.
-std::optional<Judgement> judge(std::string_view text) {
+// Missing if the other reader rejects a number because of its huge exponent.
+std::optional<OtherResult> readWithOther(std::string_view text) {
   constexpr int mostLevels = 512;
   constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
                              rapidjson::kParseNumbersAsStringsFlag;
@@ -51,8 +50,8 @@ std::optional<Judgement> judge(std::string_view text) {
   Shape shape;
   const rapidjson::ParseResult result = reader.Parse<flags>(stream, shape);
   if (result.Code() == rapidjson::kParseErrorNumberTooBig) return std::nullopt;
-  if (result.IsError() || shape.deepest > mostLevels) return Judgement::noJson;
-  return shape.infinite ? Judgement::jsonWithInfiniteNumbers : Judgement::json;
+  if (result.IsError() || shape.deepest > mostLevels) return OtherResult::noJson;
+  return shape.infinite ? OtherResult::jsonWithInfiniteNumbers : OtherResult::json;
 }
 
 bool holdsInfiniteNumber(const Json& value) {
@@ -60,8 +59,7 @@ bool holdsInfiniteNumber(const Json& value) {
   return value.is_number() && !std::isfinite(value.get<double>());
 }
 
-// Where the two readers are known to differ: the other one takes half a surrogate pair, and no byte order
-// mark.
+// Known differences of the two readers: the other one accepts half a surrogate pair, and no byte order mark.
 bool isUndisputed(std::string_view text) {
   return text.find("\\u") == std::string_view::npos && !text.starts_with("\xEF\xBB\xBF") &&
          text.find('\0') == std::string_view::npos;
@@ -69,13 +67,13 @@ bool isUndisputed(std::string_view text) {
 
 void tryText(std::string_view text) {
   const std::optional<Json> value = parseJson(text);
-  const std::optional<Judgement> other = judge(text);
-  if (isUndisputed(text) && other) require(value.has_value() == (*other != Judgement::noJson));
+  const std::optional<OtherResult> other = readWithOther(text);
+  if (isUndisputed(text) && other) require(value.has_value() == (*other != OtherResult::noJson));
   if (!value) return;
   const std::optional<std::string> written = jsonText(*value);
   require(written.has_value() != holdsInfiniteNumber(*value));
-  // The last of equal keys may have taken its place.
-  if (!written) return require(!other || *other != Judgement::json);
+  // The last of duplicate keys may have replaced it.
+  if (!written) return require(!other || *other != OtherResult::json);
   const std::optional<Json> again = parseJson(*written);
   require(again.has_value());
   require(*again == *value);

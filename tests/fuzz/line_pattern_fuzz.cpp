@@ -1,6 +1,6 @@
-// A pattern fits a line exactly when a table of all their beginnings says so, and in no more time than that
-// takes. The input is the pattern and the line, each a line; an asterisk stands for the gap, which is three
-// bytes long.
+// A pattern matches a line exactly if a table of all prefixes of both says so, and takes no more time than
+// that. The input's lines are the pattern and the line; an asterisk represents the gap, which is three bytes
+// long.
 #include <vector>
 
 #include "fuzz/bytes.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr char gap = '*';
 
 bool fits(std::string_view line, std::string_view pattern) {
-  // Whether the pattern so far fits the first so many bytes of the line.
+  // Whether the pattern so far matches each prefix of the line.
   std::vector<bool> reached(line.size() + 1);
   reached[0] = true;
   for (const char wanted : pattern) {

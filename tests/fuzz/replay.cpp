@@ -1,5 +1,5 @@
-// Runs a fuzz target over the seeds in a folder, without the fuzzer: each seed as it is, cut at every byte,
-// and with every byte changed in a few ways. Always the same inputs in the same order.
+// Runs a fuzz target over the seeds in a folder, without the fuzzer: each seed unchanged, truncated at every
+// byte, and with every byte changed in a few ways. The inputs and their order are always the same.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -18,7 +18,7 @@ std::size_t gInputs = 0;
 
 void tryInput(const std::string& bytes) {
   ++gInputs;
-  // A copy of exact size, so that a sanitizer sees a read beyond its end.
+  // A copy of exactly this size, so that a sanitizer detects a read beyond its end.
   const std::vector<char> copy(bytes.begin(), bytes.end());
   gTarget({copy.data(), copy.size()});
 }

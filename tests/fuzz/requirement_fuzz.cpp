@@ -1,4 +1,4 @@
-// A client is let in by exactly the requirement that the daemon makes of its identifier and its team. The
+// A client is admitted by exactly the requirement that the daemon derives from an identifier and a team. The
 // input's lines are the identifier, the team and the requirement.
 #include "fuzz/bytes.h"
 #include "fuzz/require.h"

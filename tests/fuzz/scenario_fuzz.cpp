@@ -1,5 +1,5 @@
-// A text is a scenario or is complained of, never both; the same text gives the same complaints, and each of
-// them names the file.
+// A text is a scenario or causes errors, never both. The same text causes the same errors, and each error
+// names the file.
 #include "fuzz/require.h"
 #include "fuzz/target.h"
 #include "sim/scenario/scenario.h"

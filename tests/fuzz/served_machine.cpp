@@ -73,7 +73,7 @@ std::string takeText(Bytes& bytes) {
   return std::string(bytes.upTo('\0'));
 }
 
-// Small ones, and those of every size.
+// Small numbers, and numbers of every size.
 std::int64_t takeSigned(Bytes& bytes, std::uint8_t kind) {
   return kind % 2 == 0 ? bytes.integer<std::int16_t>() : bytes.integer<std::int64_t>();
 }
@@ -94,7 +94,7 @@ Value takeValue(Bytes& bytes, int level) {
       return takeSigned(bytes, kind);
     case 6:
     case 7:
-      // As the registry shows negative numbers.
+      // The registry's form of negative numbers.
       return static_cast<std::uint64_t>(takeSigned(bytes, kind));
     case 8:
     case 9:

@@ -1,5 +1,6 @@
 // tests/fuzz/served_machine.h
-// What a fuzz program serves at the seam in place of a machine's own controller, registry and power sources.
+// The controller, the registry and the power sources that a fuzz program provides at the seam instead of a
+// machine's own.
 #pragma once
 
 #include <functional>
@@ -22,7 +23,7 @@ struct ServedMachine {
 };
 inline ServedMachine gServed;
 
-// A property of any kind, and properties under the keys that the daemon looks for and others.
+// A property of any type, and properties under the keys that the daemon reads and under others.
 [[nodiscard]] platform::Value takeValue(Bytes& bytes, int level = 0);
 [[nodiscard]] platform::Dictionary takeProperties(Bytes& bytes, int level = 0);
 

@@ -1,5 +1,5 @@
-// Every object makes settings, save one with a number beyond 64 bits under an integer key, which is meant to
-// end the process; and what was made of it stands in the file that the daemon writes, unless it is infinite.
+// Every object is read as settings, except one with a number beyond 64 bits under an integer key, which must
+// end the process. The file that the daemon writes contains the same settings, unless one is infinite.
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -24,7 +24,7 @@ void tryOneShots(const Settings& settings) {
 }
 
 void trySoakTime(const Settings& settings) {
-  // The status contains it in seconds, and ends the process when they do not fit.
+  // The status contains it in seconds, which must fit 64 bits.
   constexpr std::int64_t most = 153722867280912930;  // minutes
   const bool fits = settings.calSoakMinutes >= -most && settings.calSoakMinutes <= most;
   std::int64_t seconds = 0;

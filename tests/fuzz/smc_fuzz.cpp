@@ -1,6 +1,5 @@
-// The controller's client takes from any answer what its 80 bytes contain, and no more. The input is what the
-// kernel and the controller answer when asked for a key's size, and what they answer to the exchange that
-// follows.
+// The controller's client reads only the 80 bytes of any answer. The input is the answer of the kernel and
+// the controller to the question for a key's size, and their answer to the next exchange.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -54,7 +53,7 @@ Answer takeAnswer(Bytes& bytes) {
   return answer;
 }
 
-// What the client asked for, in order.
+// The client's requests, in order.
 std::vector<SmcRecord> gAsked;
 
 void serve(const Answer& info, const Answer& answer) {
@@ -62,7 +61,7 @@ void serve(const Answer& info, const Answer& answer) {
   gServed.exchange = [&info, &answer](const SmcRecord& input, SmcRecord& output) {
     gAsked.push_back(input);
     const Answer& given = input[42] == infoCommand ? info : answer;
-    // As the seam promises: nothing is in a record that the kernel did not hand over.
+    // The seam promises an empty record if the kernel returned none.
     if (given.status == kernelSuccess) output = given.record;
     return given.status;
   };
@@ -73,7 +72,7 @@ KernelStatus statusOf(const Answer& answer, KernelStatus whenRefused) {
   return answer.record[40] == 0 ? kernelSuccess : whenRefused;
 }
 
-// The bytes that a read gives, none when it fails.
+// The bytes of a read; missing if it fails.
 std::optional<std::vector<std::uint8_t>> expectedBytes(const Answer& info, const Answer& answer) {
   if (!info.isYes() || !answer.isYes()) return std::nullopt;
   const auto begin = answer.record.begin() + 48;

@@ -1,5 +1,5 @@
-// Any file makes statistics or leaves them alone, and they can be written again, save a total beyond 64 bits,
-// which is meant to end the process then, and an infinite time, which leaves the file as it was.
+// Any file is read as statistics or leaves them unchanged, and they can be written again, except a total
+// beyond 64 bits, which must end the process, and an infinite time, which leaves the file unchanged.
 #include <cmath>
 #include <nlohmann/json.hpp>
 

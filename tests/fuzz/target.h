@@ -1,6 +1,6 @@
 // tests/fuzz/target.h
-// The fuzz targets. Each parses an input and requires of the result what holds for every input. All of them
-// are in one program, which replays their seeds; each has a fuzzer of its own.
+// The fuzz targets. Each parses an input and checks properties that are true for every input. One program
+// contains all of them and replays their seeds; each also has its own fuzzer.
 #pragma once
 
 #include <map>
@@ -17,7 +17,7 @@ inline std::map<std::string, TryInput>& fuzzTargets() {
   return targets;
 }
 
-// One of these at the end of its source makes a function a target.
+// Registers a function as a target; used at the end of its source.
 struct FuzzTarget {
   FuzzTarget(const char* name, TryInput tryInput) { fuzzTargets().emplace(name, tryInput); }
 };

@@ -1,10 +1,10 @@
-// A daemon process from its start on, tick by tick, over a controller, a registry and power sources that
-// say anything. Only what is meant to end the process ends it, nothing is written but the gate's keys and the
-// light, and the status is always a whole object.
+// A daemon process from its start on, tick by tick, with a controller, a registry and power sources that
+// return arbitrary data. Only the documented numbers end the process, only the gate's keys and the light are
+// written, and the status is always a complete object.
 //
 // The input is the configuration, the statistics and the calibration, each up to a record separator, and then
-// what happens, a byte and its arguments at a time. What other sources than the headers show keep for the
-// life of the process is not made fresh between two inputs.
+// events, each a byte and its arguments. Process-wide state that no header declares is not reset between two
+// inputs.
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -80,7 +80,7 @@ class Controller {
   }
 };
 
-// All that any Mac has, so that a write to a wrong one is not just refused.
+// The keys of all Macs, so that a write to a wrong one succeeds and is noticed.
 Keys healthyKeys() {
   Keys keys;
   for (const char* name : keyNames) keys[name] = {};
@@ -129,7 +129,7 @@ class DaemonRun {
                                                                           {"Max Capacity", 100}})};
   }
 
-  // What a fresh process has, as far as it lies in the open.
+  // The initial state of a process, as far as headers declare it.
   static void forget() {
     gCliLimit = 80;
     gCliLower = -1;
@@ -241,7 +241,7 @@ class DaemonRun {
     require(object && object->is_object() && object->size() >= 20);
   }
 
-  // By other means: what the process is meant to end for stands in a file or in the power sources.
+  // A second implementation: whether a file or the power sources contain a number that must end the process.
   [[nodiscard]] bool mayEnd() const {
     const auto text = volume_.read(defaultConfigPath);
     const auto config = text ? parseJson(*text) : std::nullopt;

@@ -20,7 +20,7 @@ class Volume {
   Volume(const Volume&) = delete;
   Volume& operator=(const Volume&) = delete;
 
-  // Files by their unmapped paths.
+  // Paths are unmapped.
   void write(std::string_view path, std::string_view bytes) const;
   void remove(std::string_view path) const;
   void removeAll(std::string_view path) const;

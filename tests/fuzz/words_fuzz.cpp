@@ -1,5 +1,5 @@
-// What a person says to the virtual Mac and the lab, line by line: a setting, a key with its bytes, a moment,
-// a date.
+// Texts that users give to the virtual Mac's tools and the lab, one per line: a setting, a key with its
+// bytes, a time, a date.
 #include <array>
 #include <cmath>
 #include <ctime>
@@ -78,7 +78,7 @@ void tryTiming(const std::string& line) {
   require(wait > 0 && wait <= timing->seconds + 86400);
 }
 
-// A date is what the calendar says of that moment.
+// A date must equal the calendar date of its time.
 void tryDate(const std::string& line) {
   const auto moment = lab::parseDate(line);
   if (!moment) return;

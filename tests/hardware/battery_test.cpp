@@ -37,13 +37,13 @@ TEST(PowerStateOf, scalesByTheMaximumAndRoundsHalvesAwayFromZero) {
   EXPECT_EQ(percent({{"Current Capacity", -1}, {"Max Capacity", 200}}), -1);
 }
 
-TEST(PowerStateOf, takesThePercentageUnscaledBelowAMaximumOfOne) {
+TEST(PowerStateOf, usesThePercentageUnscaledBelowAMaximumOfOne) {
   EXPECT_EQ(percent({{"Current Capacity", 57}, {"Max Capacity", 0}}), 57);
   EXPECT_EQ(percent({{"Current Capacity", 57}, {"Max Capacity", -100}}), 57);
   EXPECT_EQ(percent({{"Current Capacity", 1}, {"Max Capacity", 1}}), 100);
 }
 
-TEST(PowerStateOf, fillsInWhatIsMissingOrNoInteger) {
+TEST(PowerStateOf, usesDefaultsForWhatIsMissingOrNoInteger) {
   EXPECT_EQ(percent({{"Current Capacity", 57}}), 57);
   EXPECT_EQ(percent({{"Current Capacity", 57}, {"Max Capacity", "100"}}), 57);
   EXPECT_EQ(percent({{"Current Capacity", 57}, {"Max Capacity", 50.0}}), 57);
@@ -76,7 +76,7 @@ TEST(PowerStateOf, isPluggedOnlyOnACPower) {
   EXPECT_FALSE(plugged({}));
 }
 
-TEST(PowerStateOf, takesTheFirstInternalBattery) {
+TEST(PowerStateOf, choosesTheFirstInternalBattery) {
   const auto ups = std::make_shared<const Dictionary>(Dictionary{{"Type", "UPS"}, {"Current Capacity", 33}});
   const auto first = source({{"Current Capacity", 44}});
   const auto second = source({{"Current Capacity", 55}});
@@ -138,7 +138,7 @@ TEST(Voltage, isAboveNone) {
   EXPECT_FALSE(SmartBattery::voltageMV({}));
 }
 
-TEST(Amperage, isAMagnitudeBelow20Amperes) {
+TEST(Amperage, isMissingFrom20AmperesOn) {
   using SmartBattery::amperageMA;
   EXPECT_EQ(amperageMA({{"Amperage", 1200}}), 1200);
   EXPECT_EQ(amperageMA({{"Amperage", -483}}), -483);
@@ -153,7 +153,7 @@ TEST(Amperage, isAMagnitudeBelow20Amperes) {
   EXPECT_FALSE(amperageMA({}));
 }
 
-TEST(Amperage, thatArrivesUnsignedIsANegativeCurrent) {
+TEST(Amperage, isNegativeIfItArrivesAsALargeUnsignedNumber) {
   EXPECT_EQ(SmartBattery::amperageMA({{"Amperage", std::uint64_t{18446744073709550616U}}}), -1000);
   EXPECT_FALSE(SmartBattery::amperageMA({{"Amperage", std::uint64_t{9223372036854775808U}}}));
 }
@@ -182,14 +182,14 @@ TEST(BatteryPower, isCurrentTimesVoltage) {
   EXPECT_FALSE(watts({{"Amperage", 20000}, {"Voltage", 12000}}));
 }
 
-TEST(Capacity, isTakenFromTheTopOrFromTheNestedData) {
+TEST(Capacity, isReadFromTheTopOrFromTheNestedData) {
   using SmartBattery::mAh;
   const Dictionary nested{{"BatteryData", Dictionary{{"DesignCapacity", 4563}}}};
   EXPECT_EQ(mAh({{"DesignCapacity", 4629}}, "DesignCapacity"), 4629);
   EXPECT_EQ(mAh(nested, "DesignCapacity"), 4563);
   EXPECT_EQ(
       mAh({{"DesignCapacity", 1}, {"BatteryData", Dictionary{{"DesignCapacity", 2}}}}, "DesignCapacity"), 1);
-  // What is absent at the top is the integer.
+  // The value at the top counts as absent if it is not an integer.
   EXPECT_EQ(
       mAh({{"DesignCapacity", "4629"}, {"BatteryData", Dictionary{{"DesignCapacity", 2}}}}, "DesignCapacity"),
       2);
@@ -291,7 +291,7 @@ TEST_F(Sensors, seeTheAdapterThroughTheController) {
   EXPECT_FALSE(adapterPresent());
 }
 
-TEST_F(Sensors, trustTheLastPowerReadingWhereTheAdapterCanNotBeRead) {
+TEST_F(Sensors, useTheLastPowerReadingIfTheAdapterCannotBeRead) {
   gLastPlugged = true;
   size("AC-W", 0);
   EXPECT_TRUE(adapterPresent());

@@ -41,7 +41,7 @@ class NoCutMac : public OnMac {
   NoCutMac() : OnMac(with(GateKind::chte, CutKind::none)) {}
 };
 
-// Detection, on a Mac whose keys each test arranges.
+// Detection on a Mac whose keys each test chooses.
 class Detection : public test::OnVirtualMac {
  protected:
   Detection() : OnVirtualMac(with(GateKind::chte, CutKind::chie)) {}
@@ -52,7 +52,7 @@ class Detection : public test::OnVirtualMac {
   }
 };
 
-TEST_F(Detection, takesTheFirstFamilyThatCanBeRead) {
+TEST_F(Detection, choosesTheFirstFamilyThatCanBeRead) {
   show("CH0B");
   show("CH0C");
   EXPECT_EQ(std::get<ChargeGate>(detected()), (ChargeGate{ChargeKeys::chte, AdapterCutKey::chie}));
@@ -86,7 +86,7 @@ TEST_F(Detection, needsAllThreeKeysOfTheFirmwareBand) {
   }
 }
 
-TEST_F(Detection, takesTheFirstCutKeyThatCanBeRead) {
+TEST_F(Detection, choosesTheFirstCutKeyThatCanBeRead) {
   show("CH0I");
   show("CH0J");
   EXPECT_EQ(std::get<ChargeGate>(detected()).cut, AdapterCutKey::chie);
@@ -120,11 +120,11 @@ TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
   EXPECT_EQ(mac.machine().smc.exchanges, before);
 }
 
-// A Mac that closed the keys and has a limit of its own, which it supports from some uptime on.
+// A Mac whose keys are closed and that has a limit of its own, which it supports from a given uptime on.
 struct Detected {
   std::variant<ChargeGate, GateFailure> result;
   std::uint64_t questions = 0;
-  double seconds = 0;  // that it took
+  double seconds = 0;  // the time that it took
 };
 
 Detected detectWithLimit(double uptime, bool patient, double supportedAfter) {
@@ -183,22 +183,22 @@ TEST(DetectionOfTheLimit, asks3TimesIn2SecondsFrom5MinutesOn) {
   EXPECT_EQ(detected.seconds, 2);
 }
 
-TEST(DetectionOfTheLimit, waitsForAServiceThatIsNotUpYet) {
+TEST(DetectionOfTheLimit, waitsForAServiceThatIsStarting) {
   const Detected detected = detectWithLimit(20, true, 50);
   EXPECT_EQ(detected.result, limitGate);
   EXPECT_EQ(detected.questions, 11U);
   EXPECT_EQ(detected.seconds, 30);
 }
 
-TEST(DetectionOfTheLimit, takesTheLastAnswerAndNoneAfterIt) {
+TEST(DetectionOfTheLimit, acceptsTheLastAnswerAndAsksNoMore) {
   EXPECT_EQ(detectWithLimit(20, true, 80).result, limitGate);
 }
 
-TEST(DetectionOfTheLimit, givesUpBeforeAServiceThatComesASecondLater) {
+TEST(DetectionOfTheLimit, givesUpBeforeAServiceThatStartsASecondLater) {
   EXPECT_EQ(detectWithLimit(20, true, 81).result, locked);
 }
 
-TEST(DetectionOfTheLimit, asksNothingWithoutAClient) {
+TEST(DetectionOfTheLimit, asksNobodyWithoutAClient) {
   MachineOptions options;
   options.macOS = 27;
   test::VirtualMac mac(options);
@@ -207,7 +207,7 @@ TEST(DetectionOfTheLimit, asksNothingWithoutAClient) {
   EXPECT_EQ(mac.machine().limit.calls.supported, 0U);
 }
 
-TEST(DetectionOfTheLimit, doesNotLookForItWhereTheKeysAreOpen) {
+TEST(DetectionOfTheLimit, doesNotLookForTheLimitIfTheKeysAreOpen) {
   const test::VirtualMac mac;
   ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
   EXPECT_EQ(ChargeGate::detect(true),
@@ -215,7 +215,7 @@ TEST(DetectionOfTheLimit, doesNotLookForItWhereTheKeysAreOpen) {
   EXPECT_EQ(mac.machine().limit.calls.loads, 0U);
 }
 
-TEST(GateFailureTexts, areTheOnesThatTheAppShows) {
+TEST(GateFailureTexts, areTheTextsThatTheAppShows) {
   MachineOptions options;
   options.macOS = 28;
   const test::VirtualMac mac(options);
@@ -282,7 +282,7 @@ TEST_F(ChteMac, cutsTheAdapterWithItsOwnKey) {
   EXPECT_FALSE(gGate->adapterIsCut());
 }
 
-TEST_F(PairMac, writesBothKeysWhateverBecameOfTheFirst) {
+TEST_F(PairMac, writesTheSecondKeyEvenIfTheFirstFails) {
   EXPECT_TRUE(gGate->setCharging(true));
   mac.keyOnWrite("CH0B", OnWrite::refuse);
   EXPECT_FALSE(gGate->setCharging(false));
@@ -308,7 +308,7 @@ TEST_F(PairMac, cutsWithItsOwnValue) {
   EXPECT_THAT(mac.writes(), ElementsAre("CH0I=01", "CH0I=00"));
 }
 
-TEST_F(BandMac, armsTheBandWhileItIsOff) {
+TEST_F(BandMac, armsTheBandWhileItIsDisarmed) {
   gFirmwareUpper = 80;
   gFirmwareLower = 75;
   EXPECT_TRUE(gGate->setCharging(true));
@@ -316,7 +316,7 @@ TEST_F(BandMac, armsTheBandWhileItIsOff) {
   EXPECT_TRUE(gGate->chargingIsStopped());
 }
 
-TEST_F(BandMac, freesChargingWithOneWrite) {
+TEST_F(BandMac, allowsChargingWithOneWrite) {
   EXPECT_TRUE(gGate->setCharging(false));
   EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00"));
   EXPECT_FALSE(gGate->chargingIsStopped());
@@ -348,7 +348,7 @@ TEST_F(BandMac, cutsWithItsOwnKey) {
   EXPECT_THAT(mac.writes(), ElementsAre("CH0J=01"));
 }
 
-TEST_F(NoCutMac, hasNothingToCutWith) {
+TEST_F(NoCutMac, cannotCutTheAdapter) {
   EXPECT_EQ(gGate->cut, AdapterCutKey::none);
   EXPECT_FALSE(gGate->setAdapterCut(true));
   EXPECT_FALSE(gGate->setAdapterCut(false));
@@ -356,7 +356,7 @@ TEST_F(NoCutMac, hasNothingToCutWith) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(ChteMac, leavesChargingToMacOSWithTheGateOfItsOwnLimit) {
+TEST_F(ChteMac, leavesChargingToMacOSWhereItsOwnLimitIsTheGate) {
   const ChargeGate gate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   EXPECT_TRUE(gate.setCharging(true));
   EXPECT_TRUE(gate.setCharging(false));
@@ -391,7 +391,7 @@ TEST(GateLabels, nameTheKeys) {
   EXPECT_EQ(cutKeyName(AdapterCutKey::none), std::nullopt);
 }
 
-// How often, and over how long, a service that is coming up is asked.
+// How often, and for how long, a service that is starting is asked.
 struct Asking {
   int questions = 0;
   double seconds = 0;
@@ -446,7 +446,7 @@ TEST(Backoff, endsWithTheFirstYes) {
   EXPECT_EQ(asking.seconds, 12);
 }
 
-TEST(Backoff, takesTheLastAnswerToo) {
+TEST(Backoff, acceptsTheLastAnswer) {
   EXPECT_TRUE(ask(20, true, 21).usable);
   EXPECT_TRUE(ask(2000, true, 3).usable);
 }
@@ -458,7 +458,7 @@ TEST_F(ChteMac, undoesALeftoverCut) {
   EXPECT_THAT(clearLeftoverAdapterCut(), IsEmpty());
 }
 
-TEST_F(ChteMac, reportsWhenALeftoverCutCanNotBeUndone) {
+TEST_F(ChteMac, reportsWhenALeftoverCutCannotBeUndone) {
   mac.keyBytes("CHIE", {8});
   mac.keyOnWrite("CHIE", OnWrite::refuse);
   EXPECT_THAT(clearLeftoverAdapterCut(),

@@ -15,21 +15,21 @@ class Applying : public test::OnVirtualMac {
   void SetUp() override { takeGate(); }
 };
 
-TEST_F(Applying, holdReconnectsTheAdapterBeforeItStopsCharging) {
+TEST_F(Applying, reconnectsTheAdapterBeforeItStopsChargingForAHold) {
   applyState(ChargeState::hold);
   EXPECT_THAT(mac.writes(), ElementsAre("CHIE=00", "CHTE=01000000"));
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(newLines(), ElementsAre("→ state: hold"));
 }
 
-TEST_F(Applying, dischargeStopsChargingBeforeItCutsTheAdapter) {
+TEST_F(Applying, stopsChargingBeforeItCutsTheAdapterForADischarge) {
   applyState(ChargeState::discharge);
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHIE=08"));
   EXPECT_EQ(gState, ChargeState::discharge);
   EXPECT_THAT(newLines(), ElementsAre("→ state: discharge"));
 }
 
-TEST_F(Applying, allowReconnectsTheAdapterBeforeItOpensCharging) {
+TEST_F(Applying, reconnectsTheAdapterBeforeItAllowsCharging) {
   applyState(ChargeState::discharge);
   mac.forgetJournal();
   static_cast<void>(newLines());
@@ -38,7 +38,7 @@ TEST_F(Applying, allowReconnectsTheAdapterBeforeItOpensCharging) {
   EXPECT_THAT(newLines(), ElementsAre("→ state: allow"));
 }
 
-TEST_F(Applying, theStateInForceWritesAndLogsNothing) {
+TEST_F(Applying, writesAndLogsNothingForTheStateInForce) {
   applyState(ChargeState::allow);
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_THAT(newLines(), IsEmpty());
@@ -52,7 +52,7 @@ TEST_F(Applying, theStateInForceWritesAndLogsNothing) {
   EXPECT_EQ(gHoldSince, 5);
 }
 
-TEST_F(Applying, withoutAGateNothingHappens) {
+TEST_F(Applying, doesNothingWithoutAGate) {
   gGate.reset();
   gCutRewrites = 3;
   applyState(ChargeState::hold);
@@ -62,7 +62,7 @@ TEST_F(Applying, withoutAGateNothingHappens) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Applying, continuesWhateverBecomesOfAWrite) {
+TEST_F(Applying, continuesWhenAWriteFails) {
   mac.keyOnWrite("CHTE", OnWrite::refuse).keyOnWrite("CHIE", OnWrite::refuse);
   applyState(ChargeState::discharge);
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000!", "CHIE=08!"));
@@ -72,7 +72,7 @@ TEST_F(Applying, continuesWhateverBecomesOfAWrite) {
   EXPECT_THAT(mac.writes(), ElementsAre("CHIE=00!", "CHTE=01000000!"));
 }
 
-TEST_F(Applying, forgetsWhatWasVerifiedOfTheOldState) {
+TEST_F(Applying, resetsTheVerificationOfTheOldState) {
   gHoldSince = 1;
   gCutSince = 2;
   gCutRewrites = 3;
@@ -94,14 +94,14 @@ TEST_F(Protecting, isHoldingOrDischargingOnAnAdapter) {
   EXPECT_TRUE(isProtecting());
 }
 
-TEST_F(Protecting, isNotDoneWithoutAnAdapter) {
+TEST_F(Protecting, needsAnAdapter) {
   gState = ChargeState::hold;
   gLastPlugged = true;
   mac.keyBytes("AC-W", {0xFF});
   EXPECT_FALSE(isProtecting());
 }
 
-TEST_F(Protecting, trustsTheLastReadingWhereTheAdapterCanNotBeRead) {
+TEST_F(Protecting, usesTheLastReadingIfTheAdapterCannotBeRead) {
   gState = ChargeState::hold;
   mac.removeKey("AC-W");
   gLastPlugged = false;
@@ -112,7 +112,7 @@ TEST_F(Protecting, trustsTheLastReadingWhereTheAdapterCanNotBeRead) {
   EXPECT_FALSE(isProtecting());
 }
 
-TEST(StateNames, areThoseOfLogAndFiles) {
+TEST(StateNames, areTheNamesInLogAndFiles) {
   EXPECT_STREQ(stateName(ChargeState::allow), "allow");
   EXPECT_STREQ(stateName(ChargeState::hold), "hold");
   EXPECT_STREQ(stateName(ChargeState::discharge), "discharge");

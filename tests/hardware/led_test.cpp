@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-TEST(LightMode, isTheSystemsWithoutTheWishOrTheAdapter) {
+TEST(LightMode, isLeftToTheSystemIfSwitchedOffOrWithoutAnAdapter) {
   for (const auto state : {ChargeState::allow, ChargeState::hold, ChargeState::discharge}) {
     EXPECT_EQ(ledMode(state, {.wanted = false, .adapterPresent = true}), LedMode::system);
     EXPECT_EQ(ledMode(state, {.wanted = true, .adapterPresent = false}), LedMode::system);
@@ -46,7 +46,7 @@ TEST(LightMode, hasNamesForTheSummary) {
   EXPECT_STREQ(ledModeName(LedMode::blink), "blink");
 }
 
-TEST(LightValues, areThoseOfTheKey) {
+TEST(LightValues, areTheValuesOfTheKey) {
   EXPECT_EQ(LED_SYSTEM, 0);
   EXPECT_EQ(LED_OFF, 1);
   EXPECT_EQ(LED_GREEN, 3);
@@ -55,7 +55,7 @@ TEST(LightValues, areThoseOfTheKey) {
 
 // --- writing
 
-// What stands in the log, byte by byte, for the values 3 and 4.
+// The log lines for the values 3 and 4, byte by byte.
 constexpr const char* greenTakenBack =
     "\xE2\x9A\xA0\xEF\xB8\x8F LED reprise par le syst\xC3\xA8me \xE2\x80\x94 Brisko la remet \xC3\xA0 3";
 constexpr const char* orangeTakenBack =
@@ -103,14 +103,14 @@ TEST_F(Light, isWrittenWhenItShowsSomethingElse) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Light, isLeftAloneWhenItIsRightAlready) {
+TEST_F(Light, isNotWrittenWhenItIsAlreadyRight) {
   mac.keyBytes("ACLC", {3});
   setLED(LED_GREEN);
   setLED(LED_GREEN);
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsLoggedOnce) {
+TEST_F(Light, isSetAgainAndLoggedOnceWhenTheSystemChangesIt) {
   setLED(LED_GREEN);
   systemTakesTheLight();
   setLED(LED_GREEN);
@@ -121,7 +121,7 @@ TEST_F(Light, takenByTheSystemIsTakenBackAndThatIsLoggedOnce) {
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=03", "ACLC=03"));
 }
 
-TEST_F(Light, takenAgainAfterItWasFoundRightIsLoggedAgain) {
+TEST_F(Light, isLoggedAgainWhenItIsLostAfterItWasRight) {
   setLED(LED_ORANGE);
   systemTakesTheLight();
   setLED(LED_ORANGE);
@@ -131,7 +131,7 @@ TEST_F(Light, takenAgainAfterItWasFoundRightIsLoggedAgain) {
   EXPECT_THAT(newLines(), ElementsAre(orangeTakenBack, orangeTakenBack));
 }
 
-TEST_F(Light, takenAfterItWasOnlyFoundRightIsLoggedToo) {
+TEST_F(Light, isLoggedWhenItIsLostAfterItWasFoundRightWithoutAWrite) {
   mac.keyBytes("ACLC", {3});
   setLED(LED_GREEN);
   systemTakesTheLight();
@@ -139,7 +139,7 @@ TEST_F(Light, takenAfterItWasOnlyFoundRightIsLoggedToo) {
   EXPECT_THAT(newLines(), ElementsAre(greenTakenBack));
 }
 
-TEST_F(Light, staysQuietAboutALossUntilItIsFoundRightAlsoInAnotherColour) {
+TEST_F(Light, logsNoOtherLossUntilItIsFoundRightInAnyColour) {
   setLED(LED_GREEN);
   systemTakesTheLight();
   setLED(LED_GREEN);
@@ -154,21 +154,21 @@ TEST_F(Light, staysQuietAboutALossUntilItIsFoundRightAlsoInAnotherColour) {
   EXPECT_THAT(newLines(), ElementsAre(orangeTakenBack));
 }
 
-TEST_F(Light, inAColourThatTheDaemonDidNotAskForLastIsNoLoss) {
+TEST_F(Light, countsNoLossIfTheDaemonLastAskedForAnotherColour) {
   setLED(LED_GREEN);
   mac.keyBytes("ACLC", {0});
   setLED(LED_ORANGE);
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Light, thatRefusesItsColourIsTriedAgainAndReportedOnce) {
+TEST_F(Light, isTriedAgainAndLoggedOnceIfItRefusesItsColour) {
   mac.keyOnWrite("ACLC", OnWrite::refuse);
   for (int time = 0; time < 3; ++time) setLED(LED_GREEN);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03!", "ACLC=03!", "ACLC=03!"));
   EXPECT_THAT(newLines(), ElementsAre(greenTakenBack));
 }
 
-TEST_F(Light, thatCanNotBeReadCountsAsWrong) {
+TEST_F(Light, countsAsWrongIfItCannotBeRead) {
   mac.change({.kind = ChangeKind::keyReadStatus,
               .key = virtual_mac::keyCode("ACLC"),
               .status = platform::kernelNotPrivileged});
@@ -177,7 +177,7 @@ TEST_F(Light, thatCanNotBeReadCountsAsWrong) {
   EXPECT_THAT(mac.writes(), ElementsAre("info ACLC!", "info ACLC!"));  // to read it, and to write it
 }
 
-TEST_F(Light, handedBackWhereMacOSDoesTheWorkIsNotTouchedAgain) {
+TEST_F(Light, isNotTouchedAgainAfterTheHandBackWhereMacOSHoldsTheCharge) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   mac.keyBytes("ACLC", {3});
   setLED(LED_SYSTEM);
@@ -193,14 +193,14 @@ TEST_F(Light, handedBackWhereMacOSDoesTheWorkIsNotTouchedAgain) {
   EXPECT_THAT(mac.writes().back(), "ACLC=00");
 }
 
-TEST_F(Light, handedBackIsStillWatchedWhereTheKeysAreOurs) {
+TEST_F(Light, isStillCheckedAfterTheHandBackWhereTheDaemonWritesTheKeys) {
   setLED(LED_SYSTEM);
   mac.keyBytes("ACLC", {3});
   setLED(LED_SYSTEM);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=00"));
 }
 
-TEST_F(Light, isHandedBackWithoutALook) {
+TEST_F(Light, isHandedBackWithoutARead) {
   mac.keepReads();
   for (const std::uint8_t shown : {LED_GREEN, LED_SYSTEM}) {
     mac.keyBytes("ACLC", {shown});
@@ -212,7 +212,7 @@ TEST_F(Light, isHandedBackWithoutALook) {
   EXPECT_FALSE(handBackLight());
 }
 
-TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {
+TEST_F(Light, isNeitherReadNorWrittenIfUnsupported) {
   gLedSupported = false;
   mac.keepReads();
   setLED(LED_GREEN);
@@ -222,21 +222,21 @@ TEST_F(Light, thatIsNotSupportedIsNeitherReadNorWritten) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Light, thatIsNotSupportedHasNoTimerAndNoPhase) {
+TEST_F(Light, hasNoTimerAndNoPhaseIfUnsupported) {
   gLedSupported = false;
   blink(0.5);
   ledTick();
   int events = 0;
   virtual_mac::setAfterEvent([&events] { ++events; });
   run(10.25);
-  EXPECT_EQ(events, 1) << "the end of this run alone";
+  EXPECT_EQ(events, 1) << "only the work that ends this run";
   const auto exchanges = mac.machine().smc.exchanges;
   ledTick();
   setLED(LED_GREEN);
   EXPECT_EQ(mac.machine().smc.exchanges, exchanges);
   gLedSupported = true;
   ledTick();
-  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03")) << "the first phase is still to come";
+  EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03")) << "the first phase has not begun";
 }
 
 // --- blinking
@@ -258,7 +258,7 @@ TEST_F(Light, changesPhaseOnTheFirstTickAtOrAfterThePeriod) {
                                           Case{0.5625, 1}, Case{1, 1}, Case{1.0625, 1.5}, Case{3.5, 3.5}}) {
     SCOPED_TRACE(period);
     blink(period);
-    run(10.25);  // the first phase, and some to get past it
+    run(10.25);  // the first phase and a margin
     mac.forgetJournal();
     run(10);
     const std::vector<double> all = times();
@@ -283,7 +283,7 @@ TEST_F(Light, neverChangesPhaseSoonerThanAfterThreeTenths) {
   EXPECT_THAT(times(), ElementsAre(0.0, 0.3125));
 }
 
-TEST_F(Light, stopsBlinkingAtOnceAndContinuesWithTheOtherPhaseLater) {
+TEST_F(Light, stopsBlinkingAtOnceAndResumesWithTheOtherPhase) {
   blink(0.5);
   run(1.25);
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=03", "ACLC=01"));
@@ -300,7 +300,7 @@ TEST_F(Light, stopsBlinkingAtOnceAndContinuesWithTheOtherPhaseLater) {
   EXPECT_THAT(mac.writes(), ElementsAre("ACLC=01"));  // the green phase finds the light green
 }
 
-TEST_F(Light, hasOneTimerHoweverOftenItIsAskedFor) {
+TEST_F(Light, hasOneTimerHoweverOftenBlinkingIsRequested) {
   blink(0.3);
   run(0.375);
   blink(0.3);
@@ -309,7 +309,7 @@ TEST_F(Light, hasOneTimerHoweverOftenItIsAskedFor) {
   EXPECT_THAT(times(), ElementsAre(0.5, 1.0, 1.5, 2.0));
 }
 
-TEST_F(Light, isNoTimersBusinessOutsideTheBlinking) {
+TEST_F(Light, isNotWrittenByTheTimerUnlessItBlinks) {
   gMode = LedMode::green;
   syncBlinkTimer();
   ledTick();
@@ -317,7 +317,7 @@ TEST_F(Light, isNoTimersBusinessOutsideTheBlinking) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Light, takenWhileItBlinksIsNotRemarkedUpon) {
+TEST_F(Light, logsNoLossWhileItBlinks) {
   setLED(LED_GREEN);
   mac.keyBytes("ACLC", {0});
   blink(0.5);

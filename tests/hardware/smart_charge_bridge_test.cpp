@@ -1,4 +1,5 @@
-// The way to macOS's own limit: through its client where that takes the value, else through its preferences.
+// Access to macOS's own limit: through its client for values that it accepts, otherwise through its
+// preferences.
 #include "hardware/smart_charge_bridge.h"
 
 #include <limits>
@@ -17,7 +18,7 @@ using virtual_mac::LimitCalls;
 constexpr const char* notified = "notified com.apple.smartcharging.defaultschanged";
 constexpr const char* untilDate = "MCLTempDisabledUntilDate";
 
-// How a value goes into the preferences.
+// The calls that write a value to the preferences.
 Writes preferencesAt(const std::string& limit) {
   return {"preference MCLFeatureState=1", "preference mclLimitValue=" + limit,
           "preference MCLTempDisabledUntilDate removed", "preferences synchronised", notified};
@@ -27,7 +28,7 @@ Writes after(const std::string& first, Writes rest) {
   return rest;
 }
 
-// A Mac of the kind that closed its keys, with no limit set.
+// A Mac whose keys are closed, with no limit set.
 class SmartCharge : public ::testing::Test {
  protected:
   SmartCharge() : mac({.macOS = 27}) {}
@@ -39,7 +40,7 @@ class SmartCharge : public ::testing::Test {
   VirtualMac& answer(LimitAnswer answer) {
     return say(ChangeKind::limitSetAnswer, static_cast<double>(answer));
   }
-  // The slider of the settings.
+  // Moves the slider in System Settings.
   VirtualMac& slider(double percent) { return say(ChangeKind::limit, percent); }
 
   VirtualMac mac;
@@ -54,7 +55,7 @@ TEST_F(SmartCharge, isSupportedOnceTheServiceReportsIt) {
   EXPECT_EQ(CKMCLSupported(), 1);
 }
 
-TEST_F(SmartCharge, distinguishesOnFromOff) {
+TEST_F(SmartCharge, reportsWhetherTheLimitIsOn) {
   EXPECT_EQ(CKMCLEnabled(), 0);
   slider(85);
   EXPECT_EQ(CKMCLEnabled(), 1);
@@ -101,13 +102,13 @@ TEST_F(SmartCharge, isNotAskedForWhatTheSliderDoesNotOffer) {
   EXPECT_EQ(calls().sets, 0U);
 }
 
-TEST_F(SmartCharge, takesANoForAFailure) {
+TEST_F(SmartCharge, reportsARefusalAsAFailure) {
   answer(LimitAnswer::no);
   EXPECT_EQ(CKMCLSetLimit(80), 0);
   EXPECT_EQ(calls().sets, 1U);
 }
 
-TEST_F(SmartCharge, takesAnErrorForAFailure) {
+TEST_F(SmartCharge, reportsAnErrorAsAFailure) {
   answer(LimitAnswer::error);
   EXPECT_EQ(CKMCLSetLimit(80), 0);
   EXPECT_EQ(calls().sets, 1U);
@@ -129,13 +130,13 @@ TEST_F(SmartCharge, isReachedThroughOneClient) {
 
 class WithoutClient : public SmartCharge, public ::testing::WithParamInterface<LimitClient> {};
 
-TEST_P(WithoutClient, everyAnswerIsMinus1) {
+TEST_P(WithoutClient, everyCallReturnsMinus1) {
   without(GetParam());
   EXPECT_EQ(CKMCLSupported(), -1);
   EXPECT_EQ(CKMCLEnabled(), -1);
   EXPECT_EQ(CKMCLLimit(), -1);
   EXPECT_EQ(CKMCLSetLimit(80), -1);
-  EXPECT_EQ(CKMCLSetLimit(79), -1) << "the client comes before the value";
+  EXPECT_EQ(CKMCLSetLimit(79), -1) << "the client is checked before the value";
   EXPECT_EQ(calls().supported + calls().enabled + calls().limit + calls().sets, 0U);
 }
 
@@ -152,7 +153,7 @@ TEST_P(WithoutClient, thePreferencesAreStillWritten) {
   EXPECT_EQ(mac.writes(), preferencesAt("75"));
 }
 
-TEST_P(WithoutClient, itIsLookedForOnce) {
+TEST_P(WithoutClient, theClientIsLookedForOnce) {
   without(GetParam());
   EXPECT_EQ(CKMCLSupported(), -1);
   without(LimitClient::offered);
@@ -184,7 +185,7 @@ TEST_F(SmartCharge, writesTheStepsOfTheSliderThroughTheClientAlone) {
   EXPECT_EQ(calls().enabled, 0U);
 }
 
-TEST_F(SmartCharge, writesBelowTheSliderIntoThePreferences) {
+TEST_F(SmartCharge, writesValuesBelowTheSliderToThePreferences) {
   slider(90);
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), preferencesAt("75")) << "the feature is on: nothing to set through the client";
@@ -193,19 +194,19 @@ TEST_F(SmartCharge, writesBelowTheSliderIntoThePreferences) {
   EXPECT_EQ(mac.key("bfG0"), std::vector<std::uint8_t>{75});
 }
 
-TEST_F(SmartCharge, switchesTheFeatureOnFirstWhereItIsOff) {
+TEST_F(SmartCharge, switchesTheFeatureOnFirstIfItIsOff) {
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, switchesTheFeatureOnFirstWhereItCannotBeTold) {
+TEST_F(SmartCharge, switchesTheFeatureOnFirstIfItsStateIsUnknown) {
   slider(90);
   say(ChangeKind::limitEnabledFails, 1);
   EXPECT_TRUE(NativeLimit::write(75, false));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, setsEightyFirstWhenPrimedEvenWhereTheFeatureIsOn) {
+TEST_F(SmartCharge, setsEightyFirstIfAskedToEvenIfTheFeatureIsOn) {
   slider(90);
   EXPECT_TRUE(NativeLimit::write(75, true));
   EXPECT_EQ(mac.writes(), after("limit set 80", preferencesAt("75")));
@@ -217,7 +218,7 @@ TEST_F(SmartCharge, continuesWhenEightyIsRefused) {
   EXPECT_EQ(mac.writes(), after("limit set 80!", preferencesAt("75")));
 }
 
-TEST_F(SmartCharge, writesWhatIsOffTheStepsIntoThePreferences) {
+TEST_F(SmartCharge, writesValuesBetweenTheStepsToThePreferences) {
   slider(90);
   for (const int pct : {81, 83, 84, 86, 99}) {
     mac.forgetJournal();
@@ -226,7 +227,7 @@ TEST_F(SmartCharge, writesWhatIsOffTheStepsIntoThePreferences) {
   }
 }
 
-TEST_F(SmartCharge, writesEveryValueBelowEightyIntoThePreferencesStepsToo) {
+TEST_F(SmartCharge, writesEveryValueBelowEightyToThePreferencesIncludingSteps) {
   slider(90);
   for (const int pct : {1, 5, 70, 78, 79}) {
     mac.forgetJournal();
@@ -235,7 +236,7 @@ TEST_F(SmartCharge, writesEveryValueBelowEightyIntoThePreferencesStepsToo) {
   }
 }
 
-TEST_F(SmartCharge, writesOneForLess) {
+TEST_F(SmartCharge, writesOneForValuesBelowOne) {
   slider(90);
   for (const std::int64_t pct :
        {std::int64_t{0}, std::int64_t{-1}, std::int64_t{-80}, std::numeric_limits<std::int64_t>::min()}) {
@@ -245,7 +246,7 @@ TEST_F(SmartCharge, writesOneForLess) {
   }
 }
 
-TEST_F(SmartCharge, setsOneHundredForMore) {
+TEST_F(SmartCharge, setsOneHundredForValuesAboveOneHundred) {
   for (const std::int64_t pct :
        {std::int64_t{101}, std::int64_t{103}, std::int64_t{250}, std::numeric_limits<std::int64_t>::max()}) {
     mac.forgetJournal();
@@ -272,15 +273,15 @@ TEST_F(SmartCharge, notifiesEvenWhenThePreferencesCannotBeStored) {
                     "preference MCLTempDisabledUntilDate removed", "preferences synchronised!", notified}));
 }
 
-// -- A full charge that was asked for
+// -- A requested full charge
 
-TEST_F(SmartCharge, knowsUntilWhenAFullChargeIsWanted) {
+TEST_F(SmartCharge, readsUntilWhenAFullChargeIsRequested) {
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);
   say(ChangeKind::chargeToFull, 930);
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), platform::wallNow() + 930);
 }
 
-TEST_F(SmartCharge, alsoReportsAFullChargeThatIsOver) {
+TEST_F(SmartCharge, alsoReadsADateInThePast) {
   say(ChangeKind::chargeToFull, 930);
   const double until = platform::wallNow() + 930;
   mac.pass(3600);

@@ -23,7 +23,7 @@ class Smc : public test::OnVirtualMac {
   }
 };
 
-TEST_F(Smc, opensTheControllerAndClosesIt) {
+TEST_F(Smc, opensAndClosesTheController) {
   EXPECT_NE(gConn, 0U);
   EXPECT_TRUE(readKey("CHTE"));
   EXPECT_EQ(SMCClose(gConn), platform::kernelSuccess);
@@ -55,7 +55,7 @@ TEST_F(Smc, readsAKeyInTwoExchanges) {
   EXPECT_EQ(readKey("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-TEST_F(Smc, givesNothingForAKeyThatTheControllerDoesNotKnow) {
+TEST_F(Smc, returnsNothingForAnUnknownKey) {
   SmcValue value;
   EXPECT_EQ(SMCReadKey(gConn, "XXXX", value), platform::kernelNotFound);
   EXPECT_EQ(value.key, 0x58585858U);
@@ -85,7 +85,7 @@ TEST_F(Smc, readsAtMost32BytesOfALongerKey) {
   EXPECT_EQ(readKey("CHTE")->size(), 32U);
 }
 
-TEST_F(Smc, usesTheFirstFourBytesOfTheKeysText) {
+TEST_F(Smc, usesTheFirstFourBytesOfTheKey) {
   EXPECT_EQ(readKey("CHTE and more"), readKey("CHTE"));
   EXPECT_FALSE(readKey("CH"));
   EXPECT_FALSE(readKey(""));
@@ -99,13 +99,13 @@ TEST_F(Smc, writesAKeyWithExactlyItsSize) {
   EXPECT_EQ(readKey("CHTE"), stopped);
 }
 
-TEST_F(Smc, failsBeforeTheWriteWhenTheSizeIsNotTheKeys) {
+TEST_F(Smc, failsBeforeTheWriteIfTheSizeDiffersFromTheKeys) {
   mac.forgetJournal();
   const auto before = exchanges();
   EXPECT_EQ(SMCWriteKey(gConn, "ACLC", Bytes{1, 2}), platform::kernelBadArgument);
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", Bytes{1, 0, 0}), platform::kernelBadArgument);
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", Bytes{}), platform::kernelBadArgument);
-  EXPECT_EQ(exchanges(), before + 3);  // only the questions for the size
+  EXPECT_EQ(exchanges(), before + 3);  // only the exchanges that ask for the size
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
@@ -129,7 +129,7 @@ TEST_F(Smc, distinguishesWhyAWriteFailed) {
   EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stopped), 0xE00002EB);
 }
 
-TEST_F(Smc, isToldThatAnIgnoredWriteWasAccepted) {
+TEST_F(Smc, reportsAnIgnoredWriteAsAccepted) {
   mac.keyOnWrite("CHTE", OnWrite::ignore);
   EXPECT_TRUE(writeKey("CHTE", Bytes{1, 0, 0, 0}));
   EXPECT_EQ(readKey("CHTE"), (Bytes{0, 0, 0, 0}));
@@ -147,7 +147,7 @@ TEST_F(Smc, namesTheKeyAtAnIndex) {
   EXPECT_TRUE(found);
 }
 
-TEST_F(Smc, leavesTheNameAloneWhenTheCallFails) {
+TEST_F(Smc, leavesTheNameUnchangedWhenTheCallFails) {
   static_cast<void>(SMCClose(gConn));
   std::array<char, 5> name{'a', 'b', 'c', 'd', 'e'};
   EXPECT_NE(SMCKeyAtIndex(gConn, 0, name), platform::kernelSuccess);

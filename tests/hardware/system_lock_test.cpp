@@ -41,13 +41,13 @@ TEST(SystemLock, canPretendAnOlderSystem) {
   EXPECT_FALSE(SystemLock::closesKeys());
 }
 
-TEST(SystemLock, ignoresAPretenceThatIsNoNumber) {
+TEST(SystemLock, ignoresAPretendedVersionThatIsNoNumber) {
   const test::VirtualMac mac(macOS(26));
   virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "abc");
   EXPECT_EQ(SystemLock::macOSMajor(), 26);
 }
 
-TEST(SystemLock, ignoresAnEmptyPretence) {
+TEST(SystemLock, ignoresAnEmptyPretendedVersion) {
   const test::VirtualMac mac(macOS(27));
   virtual_mac::setEnvironment("BRISKO_PRETEND_MACOS", "");
   EXPECT_EQ(SystemLock::macOSMajor(), 27);
@@ -72,7 +72,7 @@ TEST(SystemLock, findsTheClientOfMacOSsOwnLimit) {
   EXPECT_EQ(loads(mac), 1U);
 }
 
-TEST(SystemLock, missesAClientThatIsNotThereOrCannotSetALimit) {
+TEST(SystemLock, findsNoClientThatIsMissingOrCannotSetALimit) {
   for (const LimitClient absence :
        {LimitClient::noFramework, LimitClient::noClass, LimitClient::noSelector}) {
     test::VirtualMac mac(macOS(27));
@@ -83,7 +83,7 @@ TEST(SystemLock, missesAClientThatIsNotThereOrCannotSetALimit) {
   }
 }
 
-TEST(SystemLock, missesTheClientOnAMacWithoutTheLimit) {
+TEST(SystemLock, findsNoClientOnAMacWithoutTheLimit) {
   virtual_mac::MachineOptions options = macOS(27);
   options.chargeLimit = false;
   const test::VirtualMac mac(options);
@@ -97,7 +97,7 @@ TEST(SystemLock, canPretendThatThereIsNoClientAndLoadsNothingThen) {
   EXPECT_EQ(loads(mac), 0U);
 }
 
-TEST(SystemLock, takesNothingButA1ForThatPretence) {
+TEST(SystemLock, pretendsThatOnlyForTheValue1) {
   for (const char* value : {"", "0", "01", "1 ", " 1", "11", "+1", "true", "yes"}) {
     const test::VirtualMac mac(macOS(27));
     const auto ended = test::inChild([value] {

@@ -1,5 +1,5 @@
-// The daemon with one rule broken: "brisko-mutant BREAK [arguments of the daemon]". Without a word it prints
-// the names of the breaks.
+// The daemon with one mutant: "brisko-mutant NAME [arguments of the daemon]". Without arguments it prints the
+// names of the mutants.
 
 #include <cstdio>
 #include <string>

@@ -1,5 +1,5 @@
 // tests/mutants/mutant.h
-// Which rule is broken in this process.
+// The active mutant of this process.
 #pragma once
 
 #include <string_view>
@@ -7,15 +7,15 @@
 
 namespace brisko {
 
-// True for the break that was chosen.
+// True for the active mutant.
 [[nodiscard]] bool isMutated(std::string_view name);
 
 namespace test {
 
-// The names of all breaks.
+// The names of all mutants.
 [[nodiscard]] const std::vector<std::string_view>& mutants();
 
-// False when there is no such break.
+// False if there is no such mutant.
 [[nodiscard]] bool activateMutant(std::string_view name);
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// For programs that have words of their own: BRISKO_MUTANT names the rule that is broken.
+// For programs with their own arguments: BRISKO_MUTANT names the active mutant.
 
 #include <cstdio>
 #include <cstdlib>

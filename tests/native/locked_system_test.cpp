@@ -1,4 +1,5 @@
-// A Mac that closed the keys and offers no limit: what was left set is handed back; then it is only observed.
+// A Mac whose keys are closed and that offers no limit: what was left set is handed back, and then it is only
+// observed.
 #include "native/locked_system.h"
 
 #include <csignal>
@@ -17,7 +18,6 @@ namespace brisko {
 namespace {
 
 using namespace test;
-using Notes = std::vector<std::string>;
 
 constexpr const char* configFile = "/Library/Application Support/Brisko/config.json";
 constexpr const char* statusFile = "/Library/Application Support/Brisko/status.json";
@@ -35,9 +35,9 @@ class LockedSystem : public test::OnVirtualMac {
   }
 };
 
-// -- What an earlier run left set
+// -- Keys left set by an earlier run
 
-TEST_F(LockedSystem, handsNothingBackWhereNothingIsSet) {
+TEST_F(LockedSystem, handsNothingBackIfNothingIsSet) {
   EXPECT_THAT(handBackLockedSystem(), IsEmpty());
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
@@ -50,14 +50,14 @@ TEST_F(LockedSystem, connectsTheAdapterAndHandsTheLightBack) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "ACLC=00"}));
 }
 
-TEST_F(LockedSystem, reportsItWhenTheyStaySet) {
+TEST_F(LockedSystem, reportsAdapterAndLightThatStaySet) {
   mac.keyBytes("CHIE", {0x08}).keyBytes("ACLC", {0x04});
   mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("ACLC", OnWrite::refuse);
   EXPECT_THAT(handBackLockedSystem(), ElementsAre("⚠️ adapter cut found set, and could not be restored",
                                                   "⚠️ MagSafe light could not be handed back to macOS"));
 }
 
-TEST_F(LockedSystem, leavesOtherValuesOfTheCutAlone) {
+TEST_F(LockedSystem, leavesOtherValuesOfTheCutKeyAlone) {
   for (const std::uint8_t value : Bytes{0x01, 0x02, 0x09, 0xFF}) {
     mac.keyBytes("CHIE", {value});
     mac.forgetJournal();
@@ -66,7 +66,7 @@ TEST_F(LockedSystem, leavesOtherValuesOfTheCutAlone) {
   }
 }
 
-TEST_F(LockedSystem, handsBackEveryLightButTheSystems) {
+TEST_F(LockedSystem, handsBackEveryLightThatIsNotTheSystems) {
   for (const std::uint8_t value : Bytes{0x01, 0x03, 0x04, 0xFF}) {
     mac.keyBytes("ACLC", {value});
     EXPECT_THAT(handBackLockedSystem(), ElementsAre("MagSafe light handed back to macOS")) << int{value};
@@ -74,13 +74,13 @@ TEST_F(LockedSystem, handsBackEveryLightButTheSystems) {
   }
 }
 
-TEST_F(LockedSystem, passesOverKeysThatItCannotRead) {
+TEST_F(LockedSystem, skipsKeysThatItCannotRead) {
   mac.removeKey("CHIE").removeKey("ACLC");
   EXPECT_THAT(handBackLockedSystem(), IsEmpty());
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(LockedSystem, takesBackRequestsThatCannotBeServed) {
+TEST_F(LockedSystem, clearsRequestsThatCannotBeServed) {
   mac.settings(R"({"topUp":true,"calibrate":true,"resetStats":true,"limit":85})");
   EXPECT_THAT(handBackLockedSystem(), ElementsAre("pending calibration and Top-up request cleared"));
   const auto config = nlohmann::json::parse(mac.read(configFile));
@@ -97,14 +97,14 @@ TEST_F(LockedSystem, namesTheOneRequestThatWasPending) {
   EXPECT_THAT(handBackLockedSystem(), ElementsAre("pending calibration request cleared"));
 }
 
-TEST_F(LockedSystem, leavesSettingsWithoutRequestsAsTheyStand) {
+TEST_F(LockedSystem, leavesSettingsWithoutRequestsUnchanged) {
   const std::string settings = R"({ "limit" : 85 })";
   mac.settings(settings);
   EXPECT_THAT(handBackLockedSystem(), IsEmpty());
   EXPECT_EQ(mac.read(configFile), settings);
 }
 
-TEST_F(LockedSystem, passesOverSettingsThatItCannotRead) {
+TEST_F(LockedSystem, skipsSettingsThatItCannotRead) {
   for (const char* settings : {"", "{", "[true]", R"({"topUp":1})"}) {
     mac.settings(settings);
     EXPECT_THAT(handBackLockedSystem(), IsEmpty()) << settings;
@@ -121,7 +121,7 @@ TEST_F(LockedSystem, leavesTheStatisticsAloneWithoutATopUp) {
   EXPECT_TRUE(mac.exists(statsFile));
 }
 
-// -- What it observes
+// -- Observing
 
 TEST_F(LockedSystem, recordsTheReadingAndThatChargingIsAllowed) {
   mac.charge(64).plugIn();
@@ -154,7 +154,7 @@ TEST_F(LockedSystem, publishesTheAdapterAsTheControllerSeesIt) {
   EXPECT_THAT(mac.read(historyFile), HasSubstr("\"g\":true"));
 }
 
-TEST_F(LockedSystem, takesTheReadingOfThisTickWithoutTheAdaptersKey) {
+TEST_F(LockedSystem, usesTheReadingOfThisTickWithoutTheAdaptersKey) {
   mac.removeKey("AC-W");
   observeLockedSystem();
   EXPECT_THAT(mac.read(statusFile), HasSubstr("\"plugged\":true"));
@@ -210,7 +210,7 @@ TEST_F(LockedDaemon, cancelsACalibrationInProgress) {
   EXPECT_EQ(status().at("cal").at("phase"), "idle");
 }
 
-TEST_F(LockedDaemon, publishesWhatItSees) {
+TEST_F(LockedDaemon, publishesWhatItReads) {
   mac.settings(R"({"limit":85,"discharge":true,"thermal":true,"thermalLimit":10,"calDrain":12})");
   DaemonProcess daemon(mac);
   daemon.run(0);
@@ -250,7 +250,7 @@ TEST_F(LockedDaemon, showsTheLimitOfTheSettingsBetween20And100) {
   }
 }
 
-TEST_F(LockedDaemon, takesTheDefaultLimitNotThatOfTheCommandLineWithoutSettings) {
+TEST_F(LockedDaemon, usesTheDefaultLimitNotThatOfTheCommandLineWithoutSettings) {
   DaemonProcess(mac, {"--limit", "60"}).run(0);
   EXPECT_EQ(status().at("upper"), 80);
 }
@@ -283,7 +283,7 @@ TEST_F(LockedDaemon, writesNoKeyAndServesNoRequestUntilItEnds) {
   EXPECT_THAT(mac.logLines(), ::testing::SizeIs(3));
 }
 
-TEST_F(LockedDaemon, diesOfASoakTimeThatOverflowsOnlyAtTheStatus) {
+TEST_F(LockedDaemon, abortsOnASoakTimeThatOverflowsOnlyAtTheStatus) {
   mac.settings(R"({"calSoakMinutes":153722867280912930})");
   DaemonProcess survives(mac);
   survives.run(0);

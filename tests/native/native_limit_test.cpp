@@ -1,5 +1,5 @@
-// Driving macOS's own limit, tick by tick: what is written, what is made of the answer in "bfG0", and what is
-// told of it.
+// Driving macOS's own limit, tick by tick: the writes, the reaction to the value read back from "bfG0", and
+// the log.
 #include "native/native_limit.h"
 
 #include <nlohmann/json.hpp>
@@ -41,8 +41,8 @@ Writes primedAt(int limit) {
   return all;
 }
 
-// A Mac on its adapter whose keys are closed, no limit set. What the tick hands to the driver is given here;
-// what "bfG0" shows is the test's own word wherever it says so.
+// A Mac on its adapter whose keys are closed, with no limit set. The fixture passes the values of the tick to
+// the driver, and a test can set what "bfG0" shows.
 class NativeLimitTest : public test::OnVirtualMac {
  protected:
   NativeLimitTest() : OnVirtualMac({.macOS = 27, .percent = 50}) {}
@@ -53,22 +53,22 @@ class NativeLimitTest : public test::OnVirtualMac {
     ASSERT_TRUE(gateIsMacOSLimit());
   }
 
-  // What the driver is given.
+  // The arguments of the driver.
   Settings cfg;
-  std::int64_t pct = 50;  // far below the limits: no current that flows or not changes the state
+  std::int64_t pct = 50;  // far below the limits, so that the current does not affect the state
   std::int64_t upper = 80;
   bool topUp = false;
   bool hot = false;
   std::optional<CalDrive> calDrive;
 
-  // One tick, so many seconds after the one before.
+  // One tick, so many seconds after the previous one.
   Lines drive(double seconds = 12) {
     mac.pass(seconds);
     driveNative(cfg, pct, upper, topUp, calDrive, hot);
     return newLines();
   }
   void forgetLines() { static_cast<void>(newLines()); }
-  // Ticks for so long, each 10 s after the one before.
+  // Ticks for so long, each 10 s after the previous one.
   Lines driveFor(double seconds) {
     for (double at = 0; at < seconds; at += 10) {
       mac.pass(10);
@@ -81,13 +81,13 @@ class NativeLimitTest : public test::OnVirtualMac {
     upper = percent;
   }
   void show(std::uint8_t mirror) { mac.keyBytes("bfG0", {mirror}); }
-  // What was written since the last call.
+  // The writes since the last call.
   Writes newWrites() {
     Writes all = mac.writes();
     mac.forgetJournal();
     return all;
   }
-  // The first write is behind it, and the mirror as given; returns when that was.
+  // Makes the first write and sets what is read back; returns the time of the write.
   double written(std::int64_t percent, std::uint8_t mirror) {
     limit(percent);
     show(mirror);
@@ -95,14 +95,14 @@ class NativeLimitTest : public test::OnVirtualMac {
     mac.forgetJournal();
     return platform::wallNow();
   }
-  // The target is set and was confirmed on the tick after; returns when it was set.
+  // Sets a target, which is confirmed at the next tick; returns when it was set.
   double verified(std::int64_t percent) {
     const double at = written(percent, percent < 100 ? static_cast<std::uint8_t>(percent) : 0);
     drive();
     EXPECT_EQ(gGateVerified, true);
     return at;
   }
-  // Passes to `seconds` after `start` and drives there.
+  // Advances to `seconds` after `start` and drives once.
   Lines driveAt(double start, double seconds) { return drive(start + seconds - platform::wallNow()); }
 
   [[nodiscard]] nlohmann::json stats() const { return nlohmann::json::parse(mac.read(statsFile)); }
@@ -110,29 +110,29 @@ class NativeLimitTest : public test::OnVirtualMac {
   void answer(LimitAnswer answer) { mac.number(ChangeKind::limitSetAnswer, static_cast<double>(answer)); }
 };
 
-// -- The limit before
+// -- The previous limit
 
-TEST_F(NativeLimitTest, remembersThatThereWasNoLimit) {
+TEST_F(NativeLimitTest, recordsThatThereWasNoLimit) {
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: off — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(gNativeBefore, 100);
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_F(NativeLimitTest, remembersTheLimitOfTheSlider) {
+TEST_F(NativeLimitTest, recordsTheLimitOfTheSlider) {
   slider(90);
   EXPECT_THAT(drive(), ElementsAre("native limit before Brisko: 90% — given back if Brisko leaves",
                                    "macOS limit → 80%"));
   EXPECT_EQ(stats().at("nativeBefore"), 90);
 }
 
-TEST_F(NativeLimitTest, remembersEveryLimitFromOneOn) {
+TEST_F(NativeLimitTest, recordsEveryLimitFrom1On) {
   ASSERT_TRUE(NativeLimit::write(1, false));
   EXPECT_EQ(drive().front(), "native limit before Brisko: 1% — given back if Brisko leaves");
   EXPECT_EQ(gNativeBefore, 1);
 }
 
-TEST_F(NativeLimitTest, looksForTheLimitBeforeOnlyOnce) {
+TEST_F(NativeLimitTest, readsThePreviousLimitOnlyOnce) {
   gNativeBefore = 85;
   slider(95);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
@@ -149,7 +149,7 @@ class UnreadableLimit : public NativeLimitTest, public ::testing::WithParamInter
   }
 };
 
-TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
+TEST_P(UnreadableLimit, isAwaitedForAMinuteInWhichNothingIsWritten) {
   show(80);
   gState = ChargeState::hold;
   gGateVerified = true;
@@ -171,7 +171,7 @@ TEST_P(UnreadableLimit, isWaitedForAMinuteInWhichNothingIsWritten) {
   EXPECT_EQ(stats().at("nativeBefore"), 100);
 }
 
-TEST_P(UnreadableLimit, isTakenWhenItCanBeReadInTime) {
+TEST_P(UnreadableLimit, isRecordedIfItBecomesReadableInTime) {
   drive();
   drive(48);
   mac.number(GetParam(), 0);
@@ -185,7 +185,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, UnreadableLimit,
                            return way.param == ChangeKind::limitEnabledFails ? "whetherItIsOn" : "whatItIs";
                          });
 
-TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
+TEST_F(NativeLimitTest, treatsALimitOf0AsUnreadable) {
   platform::setPreference(NativeLimit::domain, "MCLFeatureState", 1);
   platform::setPreference(NativeLimit::domain, "mclLimitValue", 0);
   ASSERT_TRUE(platform::synchronizePreferences(NativeLimit::domain));
@@ -195,7 +195,7 @@ TEST_F(NativeLimitTest, takesALimitOfNothingForUnreadable) {
   EXPECT_EQ(gNativeBefore, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForTheLimitBefore) {
+TEST_F(NativeLimitTest, publishesTheStatusWhileItWaitsForThePreviousLimit) {
   mac.number(ChangeKind::limitEnabledFails, 1);
   ticks(1);
   EXPECT_THAT(newLines(), ElementsAre(HasSubstr("state=allow")));
@@ -226,12 +226,12 @@ TEST_F(NativeLimitTest, doesNotEvaluateInTheTickOfTheWrite) {
 TEST_F(NativeLimitTest, writesOnceAndVerifiesOnce) {
   drive();
   mac.forgetJournal();
-  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has taken it by now";
+  EXPECT_THAT(drive(), ElementsAre(verified80)) << "the machine has applied it by now";
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
+TEST_F(NativeLimitTest, verifiesAgainAfterTheUserChangesTheLimit) {
   verified(80);
   mac.change({.kind = ChangeKind::keyUnscript, .key = virtual_mac::keyCode("bfG0")});
   forgetLines();
@@ -245,7 +245,7 @@ TEST_F(NativeLimitTest, verifiesAnewWhatTheUserChanges) {
   EXPECT_EQ(newWrites(), (Writes{"limit set 95", "limit set 100"}));
 }
 
-TEST_F(NativeLimitTest, takesNoneShownAs100ForAnUnheldLimit) {
+TEST_F(NativeLimitTest, treats100InTheReadBackAsNoLimit) {
   const double at = written(100, 100);
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
@@ -263,7 +263,7 @@ TEST_F(NativeLimitTest, restartsTheWaitWithEveryNewTarget) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, reportsARefusedWriteAndLetsTheWaitDecide) {
+TEST_F(NativeLimitTest, reportsARefusedWriteAndKeepsWaiting) {
   for (const LimitAnswer refusal : {LimitAnswer::no, LimitAnswer::error}) {
     answer(refusal);
     gNativeWritten.reset();
@@ -291,12 +291,12 @@ struct MirrorCase {
   bool primed;
 };
 
-TEST_F(NativeLimitTest, setsEightyFirstWhereTheMirrorShowsNoLimitOrOneAboveEighty) {
+TEST_F(NativeLimitTest, setsEightyFirstIfTheReadBackShowsNoLimitOrOneAboveEighty) {
   gNativeBefore = 100;
   for (const MirrorCase& example : {MirrorCase{0, true}, MirrorCase{1, false}, MirrorCase{75, false},
                                     MirrorCase{79, false}, MirrorCase{80, false}, MirrorCase{81, true},
                                     MirrorCase{85, true}, MirrorCase{100, true}, MirrorCase{255, true}}) {
-    slider(85);  // the feature is on: only the priming sets a limit
+    slider(85);  // the feature is on, so only priming sets a limit
     show(example.mirror);
     gNativeWritten.reset();
     mac.forgetJournal();
@@ -318,7 +318,7 @@ TEST_F(NativeLimitTest, primesUpTo79Only) {
   EXPECT_EQ(newWrites(), preferencesAt(81));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithoutReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.removeKey("bfG0");
@@ -327,7 +327,7 @@ TEST_F(NativeLimitTest, doesNotPrimeWithoutAMirror) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
+TEST_F(NativeLimitTest, doesNotPrimeWithAnEmptyReadBack) {
   gNativeBefore = 100;
   slider(85);
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
@@ -336,28 +336,28 @@ TEST_F(NativeLimitTest, doesNotPrimeByAnEmptyMirror) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-// -- No mirror
+// -- No read back
 
-TEST_F(NativeLimitTest, reportsOnceThatItCannotLookWhetherTheLimitIsHeld) {
+TEST_F(NativeLimitTest, reportsOnceThatTheLimitCannotBeReadBack) {
   mac.removeKey("bfG0");
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
   mac.forgetJournal();
   EXPECT_THAT(driveFor(2 * hour), IsEmpty());
-  EXPECT_THAT(newWrites(), IsEmpty()) << "what cannot be verified is not written again either";
+  EXPECT_THAT(newWrites(), IsEmpty()) << "without verification there is no rewrite";
   EXPECT_EQ(gGateVerified, std::nullopt);
   limit(85);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 85%"));
   EXPECT_THAT(driveFor(hour), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, hasNoMirrorInAnEmptyOne) {
+TEST_F(NativeLimitTest, treatsAnEmptyReadBackAsMissing) {
   mac.change({.kind = ChangeKind::keySize, .key = virtual_mac::keyCode("bfG0"), .number = 0});
   drive();
   EXPECT_THAT(drive(), ElementsAre("no bfG0 on this Mac — the macOS limit is set but can't be read back"));
 }
 
-TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
+TEST_F(NativeLimitTest, doesNotReportAMissingReadBackOnBattery) {
   mac.removeKey("bfG0").unplug();
   drive();
   EXPECT_THAT(drive(), IsEmpty());
@@ -365,7 +365,7 @@ TEST_F(NativeLimitTest, doesNotMissTheMirrorOnBattery) {
 
 // -- Waiting
 
-TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
+TEST_F(NativeLimitTest, writesAgainEvery90SecondsSilently) {
   const double at = written(80, 0);
   EXPECT_THAT(driveAt(at, 89.5), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
@@ -380,19 +380,19 @@ TEST_F(NativeLimitTest, writesAgainEvery90SecondsWithoutAWord) {
   EXPECT_EQ(gGateVerified, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, nudgesSixTimesBeforeItGivesUp) {
+TEST_F(NativeLimitTest, writesAgainSixTimesBeforeItGivesUp) {
   written(80, 0);
   EXPECT_THAT(driveFor(2 * hour), ElementsAre(noEffect80));
   EXPECT_EQ(newWrites(), Writes(6, "limit set 80"));
 }
 
-TEST_F(NativeLimitTest, nudgesBelowEightyWithoutPriming) {
+TEST_F(NativeLimitTest, writesAgainBelowEightyWithoutPriming) {
   const double at = written(75, 0);
   ASSERT_THAT(driveAt(at, 90), IsEmpty());
   EXPECT_EQ(newWrites(), preferencesAt(75)) << "the first write has switched the feature on";
 }
 
-TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByANudgeBelowEighty) {
+TEST_F(NativeLimitTest, endsAFullChargeOfTheMenuByARewriteBelowEighty) {
   const double at = written(75, 0);
   mac.number(ChangeKind::chargeToFull, hour);
   EXPECT_THAT(driveAt(at, 80), IsEmpty());
@@ -410,7 +410,7 @@ TEST_F(NativeLimitTest, doesNotCountTimeOnBattery) {
   mac.plugIn();
   EXPECT_THAT(driveAt(last, 60), IsEmpty());
   EXPECT_THAT(driveAt(last, 599.5), IsEmpty());
-  EXPECT_EQ(gNativeAttemptAt, last) << "plugged in it stands";
+  EXPECT_EQ(gNativeAttemptAt, last) << "it is unchanged while plugged in";
   EXPECT_THAT(driveAt(last, 600), ElementsAre(noEffect80));
 }
 
@@ -428,7 +428,7 @@ TEST_F(NativeLimitTest, doesNotEvaluateOnBattery) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, believesTheLastReadingWhereTheAdapterCannotBeSeen) {
+TEST_F(NativeLimitTest, usesTheLastReadingIfTheAdapterCannotBeRead) {
   written(80, 80);
   mac.removeKey("AC-W");
   gLastPlugged = false;
@@ -447,7 +447,7 @@ TEST_F(NativeLimitTest, setsAChangedLimitAgainAfter30Seconds) {
   EXPECT_THAT(driveAt(at, 30), ElementsAre(rewritten80));
   EXPECT_EQ(newWrites(), Writes{"limit set 80"});
   EXPECT_EQ(gNativeAttemptAt, at + 30);
-  EXPECT_EQ(gNativeNudgedAt, at) << "a nudge is something else";
+  EXPECT_EQ(gNativeNudgedAt, at) << "correcting drift is no nudge";
   EXPECT_EQ(gGateVerified, true);
 }
 
@@ -458,7 +458,7 @@ TEST_F(NativeLimitTest, namesWhatMacOSHoldsInstead) {
               ElementsAre("macOS limit changed outside Brisko (bfG0 reads 100) — setting 80% again"));
 }
 
-TEST_F(NativeLimitTest, setsNoLimitAgainToo) {
+TEST_F(NativeLimitTest, sets100AgainToo) {
   verified(100);
   show(80);
   EXPECT_THAT(drive(60),
@@ -472,7 +472,7 @@ TEST_F(NativeLimitTest, setsALimitBelowEightyAgainWithoutPriming) {
   EXPECT_EQ(newWrites(), preferencesAt(75));
 }
 
-TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
+TEST_F(NativeLimitTest, onlyObservesALimitThatKeepsDrifting) {
   verified(80);
   show(0);
   ASSERT_THAT(drive(60), ElementsAre(rewritten80));
@@ -487,7 +487,7 @@ TEST_F(NativeLimitTest, onlyWatchesALimitThatDriftsOn) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
+TEST_F(NativeLimitTest, reportsWhenAnObservedLimitReturnsAndCorrectsDriftAgain) {
   verified(80);
   show(0);
   driveFor(700);
@@ -500,7 +500,7 @@ TEST_F(NativeLimitTest, reportsWhenAWatchedLimitComesBackAndGuardsItAnew) {
   EXPECT_THAT(drive(600), ElementsAre(watching));
 }
 
-TEST_F(NativeLimitTest, rewritesEveryDriftThatWasMendedInBetween) {
+TEST_F(NativeLimitTest, rewritesAfterEveryDriftIfTheLimitReturnedInBetween) {
   verified(80);
   for (int round = 0; round < 3; ++round) {
     show(0);
@@ -522,7 +522,7 @@ TEST_F(NativeLimitTest, waits30SecondsAfterARewriteToo) {
   EXPECT_THAT(driveAt(again, 30), ElementsAre(rewritten80));
 }
 
-TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
+TEST_F(NativeLimitTest, countsNoDriftBeforeATargetIsVerified) {
   verified(80);
   limit(85);
   drive();
@@ -532,7 +532,7 @@ TEST_F(NativeLimitTest, doesNotTakeAnUnverifiedTargetForDrift) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
+TEST_F(NativeLimitTest, startsUnverifiedWithEveryNewTarget) {
   verified(80);
   limit(85);
   drive();
@@ -545,9 +545,9 @@ TEST_F(NativeLimitTest, forgetsThatATargetWasHeldOnceAnotherIsWritten) {
   EXPECT_THAT(driveAt(at, 600), ElementsAre(noEffect80));
 }
 
-// -- A full charge asked of the menu
+// -- A full charge requested in the menu
 
-TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
+TEST_F(NativeLimitTest, waitsWhileAFullChargeIsRequested) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 1772352930 - platform::wallNow());
@@ -559,7 +559,7 @@ TEST_F(NativeLimitTest, waitsWhileAFullChargeIsWanted) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
+TEST_F(NativeLimitTest, restoresItsLimitWhenTheFullChargeIsOver) {
   verified(80);
   show(0);
   const double until = platform::wallNow() + 300;
@@ -574,15 +574,16 @@ TEST_F(NativeLimitTest, takesItsLimitBackWhenTheFullChargeIsOver) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, reportsNoMoreWhenALimitDoesNotComeBackFromAFullCharge) {
+TEST_F(NativeLimitTest, logsNothingMoreIfTheLimitDoesNotReturnAfterAFullCharge) {
   verified(80);
   show(0);
   mac.number(ChangeKind::chargeToFull, 300);
   drive();
-  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80)) << "that macOS has its own way was said";
+  EXPECT_THAT(driveFor(2 * hour), ElementsAre(rewritten80))
+      << "that macOS keeps its own limit was already logged";
 }
 
-TEST_F(NativeLimitTest, takesADateInThePastForNoWish) {
+TEST_F(NativeLimitTest, treatsADateInThePastAsNoRequest) {
   mac.number(ChangeKind::chargeToFull, 5);
   verified(80);
   show(0);
@@ -713,7 +714,7 @@ TEST_F(NativeLimitTest, warnsOnceOfAStepThatIsNotHeldAfterTenMinutes) {
   EXPECT_EQ(gGateVerified, true);
 }
 
-TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
+TEST_F(NativeLimitTest, warnsOnceOfEachStep) {
   for (const std::int64_t step : {85, 90, 95}) {
     written(step, 80);
     EXPECT_THAT(driveFor(610), ::testing::Contains("⚠️ the limit has no effect: macOS doesn't hold " +
@@ -721,7 +722,7 @@ TEST_F(NativeLimitTest, warnsOfEachStepByItself) {
   }
 }
 
-TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
+TEST_F(NativeLimitTest, fallsBackToTheNextLowerStepWhereOthersAreRefused) {
   const double at = written(83, 90);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
@@ -737,7 +738,7 @@ TEST_F(NativeLimitTest, fallsToTheStepBelowWhereOthersAreRefused) {
   EXPECT_THAT(drive(), ElementsAre(verified80));
 }
 
-TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
+TEST_F(NativeLimitTest, neverTriesAValueBetweenTheStepsAgain) {
   written(97, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 97% on this Mac (bfG0 reads 0) — holding 95% instead"));
@@ -754,7 +755,7 @@ TEST_F(NativeLimitTest, neverTriesWhatIsOffTheStepsAgain) {
   }
 }
 
-TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
+TEST_F(NativeLimitTest, distinguishesRefusalsBelowEightyFromThoseBetweenSteps) {
   written(79, 0);
   EXPECT_THAT(drive(600),
               ElementsAre("⚠️ macOS won't hold 79% on this Mac (bfG0 reads 0) — holding 80% instead"));
@@ -765,13 +766,13 @@ TEST_F(NativeLimitTest, takes79And81ForDifferentKindsOfRefusal) {
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(NativeLimitTest, fallsToEightyWhereLessIsRefused) {
+TEST_F(NativeLimitTest, fallsBackToEightyWhereLessIsRefused) {
   const double at = written(75, 80);
   forgetLines();
   EXPECT_THAT(driveAt(at, 599.5), IsEmpty());
   EXPECT_THAT(driveAt(at, 600),
               ElementsAre("⚠️ macOS won't hold 75% on this Mac (bfG0 reads 80) — holding 80% instead"));
-  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick knows";
+  EXPECT_EQ(gNativeFloor, std::nullopt) << "the next tick reads it";
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
   EXPECT_EQ(gNativeFloor, 80);
   EXPECT_THAT(drive(), ElementsAre(verified80));
@@ -812,7 +813,7 @@ TEST_F(Refused75, holdsEightyForALimitAtOrBelowTheRefusedOne) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(Refused75, remembersTheHighestOfTheRefused) {
+TEST_F(Refused75, recordsTheHighestRefusedLimit) {
   calDrive = CalDrive{.target = 78};
   drive();
   drive(600);
@@ -836,16 +837,16 @@ TEST_F(Refused75, hasNoFloorForALimitOfEightyOrMore) {
   }
 }
 
-TEST_F(Refused75, evaluatesTheFloorByTheLimitOfTheSettings) {
+TEST_F(Refused75, derivesTheFloorFromTheLimitOfTheSettings) {
   calDrive = CalDrive{.toFull = true, .target = 100};
   drive();
-  EXPECT_EQ(gNativeFloor, 80) << "also while something else is driven";
+  EXPECT_EQ(gNativeFloor, 80) << "also while another target is driven";
   cfg.limit = 76;
   drive();
   EXPECT_EQ(gNativeFloor, std::nullopt);
 }
 
-TEST_F(Refused75, liftsAHeatPauseThatMacOSWouldNotHold) {
+TEST_F(Refused75, raisesAHeatPauseThatMacOSWouldNotHold) {
   limit(90);
   pct = 75;
   hot = true;
@@ -867,7 +868,7 @@ TEST_F(Refused75, showsItsFloorInTheStatus) {
   EXPECT_FALSE(nlohmann::json::parse(mac.read(statusFile)).contains("nativeFloor"));
 }
 
-// -- What is to be held
+// -- Targets
 
 TEST_F(NativeLimitTest, chargesToFullForATopUp) {
   topUp = true;
@@ -884,13 +885,13 @@ TEST_F(NativeLimitTest, followsACalibration) {
   calDrive = CalDrive{.toFull = false, .target = 15};
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 15%"));
   calDrive = CalDrive{.toFull = true, .target = 15};
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full whatever the target says";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → off")) << "to full, whatever the target";
   calDrive = CalDrive{.toFull = false, .target = 80};
   topUp = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "before a Top Up";
 }
 
-TEST_F(NativeLimitTest, bringsTargetsBetween1And100) {
+TEST_F(NativeLimitTest, clampsTargetsTo1To100) {
   drive();
   forgetLines();
   for (const std::int64_t low : {0, -5}) {
@@ -914,12 +915,12 @@ TEST_F(NativeLimitTest, holdsAboveTheLimitWhereItFoundTheCharge) {
     EXPECT_THAT(drive(), IsEmpty()) << seen;
   }
   pct = 80;
-  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has come down by itself";
+  EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%")) << "it has discharged on its own";
   pct = 81;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 81%"));
 }
 
-TEST_F(NativeLimitTest, runsDownToTheLimitWhereTheUserWantsIt) {
+TEST_F(NativeLimitTest, dischargesToTheLimitIfTheUserWantsIt) {
   pct = 90;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
@@ -940,7 +941,7 @@ TEST_F(NativeLimitTest, holdsTheLimitItselfOnBattery) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
+TEST_F(NativeLimitTest, roundsAHoldPointDownWhereOnlyStepsAreAccepted) {
   written(83, 0);
   drive(600);
   forgetLines();
@@ -951,7 +952,7 @@ TEST_F(NativeLimitTest, roundsAHoldDownWhereOnlyStepsAreHeld) {
 
 // -- Heat
 
-TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
+TEST_F(NativeLimitTest, stopsAtTheChargeAtWhichTheBatteryBecameHot) {
   show(0);
   drive();
   forgetLines();
@@ -970,14 +971,14 @@ TEST_F(NativeLimitTest, stopsWhereTheHeatCame) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 76%"));
 }
 
-TEST_F(NativeLimitTest, doesNotGoAboveTheLimitForHeat) {
+TEST_F(NativeLimitTest, neverStopsAboveTheLimitForHeat) {
   pct = 90;
   hot = true;
   cfg.discharge = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 80%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatOnBattery) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointOnBattery) {
   pct = 77;
   hot = true;
   drive();
@@ -997,10 +998,10 @@ TEST_F(NativeLimitTest, stopsATopUpAndACalibrationForHeat) {
   topUp = false;
   calDrive = CalDrive{.toFull = true, .target = 100};
   pct = 92;
-  EXPECT_THAT(drive(), IsEmpty()) << "the heat is the same";
+  EXPECT_THAT(drive(), IsEmpty()) << "the temperature is the same";
 }
 
-TEST_F(NativeLimitTest, asksForNoLimitBelowOneInTheHeat) {
+TEST_F(NativeLimitTest, setsNoLimitBelowOneForHeat) {
   pct = 0;
   hot = true;
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 1%"));
@@ -1015,9 +1016,9 @@ TEST_F(NativeLimitTest, pausesForHeatInTheTick) {
 
 // -- The state
 
-TEST_F(NativeLimitTest, reportsTheStateWithTheLimitBehindIt) {
+TEST_F(NativeLimitTest, logsTheStateWithItsLimit) {
   mac.charge(80);
-  ticks(6);  // the gauge tells of the current every minute
+  ticks(6);  // the gauge publishes the current every minute
   EXPECT_THAT(newLines(), ::testing::Contains("→ state: hold (macOS limit 80%)"));
   EXPECT_EQ(gState, ChargeState::hold);
   mac.unplug();
@@ -1042,7 +1043,7 @@ TEST_F(NativeLimitTest, dischargesWhereMacOSRunsTheBatteryDown) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(NativeLimitTest, goesByTheMarginWhereTheCurrentCannotBeRead) {
+TEST_F(NativeLimitTest, usesTheMarginIfTheCurrentCannotBeRead) {
   mac.property("InstantAmperage", virtual_mac::PropertyFault::missing);
   mac.property("Amperage", virtual_mac::PropertyFault::missing);
   drive();
@@ -1073,7 +1074,7 @@ TEST_F(NativeLimitTest, handsTheLimitBackOnceWhenItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackWhatItFindsWhenItStartsSwitchedOff) {
+TEST_F(NativeLimitTest, handsBackTheLimitThatItFindsIfItStartsSwitchedOff) {
   slider(85);
   mac.forgetJournal();
   cfg.enabled = false;
@@ -1101,7 +1102,7 @@ TEST_F(NativeLimitTest, keepsWhatTheUserSetsMeanwhile) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
+TEST_F(NativeLimitTest, recordsNothingThatItCannotRead) {
   drive();
   cfg.enabled = false;
   drive();
@@ -1114,7 +1115,7 @@ TEST_F(NativeLimitTest, keepsNothingThatItCannotRead) {
   EXPECT_EQ(gNativeBefore, 100);
 }
 
-TEST_F(NativeLimitTest, drivesOnWhenItIsSwitchedOnAgain) {
+TEST_F(NativeLimitTest, setsItsLimitAgainWhenItIsSwitchedOnAgain) {
   slider(90);
   drive();
   cfg.enabled = false;
@@ -1141,7 +1142,7 @@ TEST_F(NativeLimitTest, isNotIdleForATopUpOrACalibration) {
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit handed back: off"));
 }
 
-TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
+TEST_F(NativeLimitTest, keepsTheHoldPointWhileIdle) {
   pct = 90;
   drive();
   cfg.enabled = false;
@@ -1153,7 +1154,7 @@ TEST_F(NativeLimitTest, remembersTheHoldThroughIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
 
-TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
+TEST_F(NativeLimitTest, forgetsTheHeatPointWhileIdle) {
   pct = 77;
   hot = true;
   drive();
@@ -1165,7 +1166,7 @@ TEST_F(NativeLimitTest, forgetsTheHeatInIdleness) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 75%"));
 }
 
-TEST_F(NativeLimitTest, takesItsOwnHandBackForAChoiceOfTheUserWhereItCouldNotBeGivenBack) {
+TEST_F(NativeLimitTest, recordsItsOwnHandBackAsTheUsersChoiceIfThePreviousLimitCouldNotBeRestored) {
   ASSERT_TRUE(NativeLimit::write(75, false));
   drive();
   ASSERT_EQ(gNativeBefore, 75);
@@ -1185,7 +1186,7 @@ struct HandBackCase {
   const char* text;
 };
 
-TEST_F(NativeLimitTest, handsBackWhatTheSliderCanShow) {
+TEST_F(NativeLimitTest, handsBackWhatTheSliderOffers) {
   for (const HandBackCase& example :
        {HandBackCase{75, 100, "off"}, HandBackCase{79, 100, "off"}, HandBackCase{80, 80, "80%"},
         HandBackCase{81, 100, "off"}, HandBackCase{83, 100, "off"}, HandBackCase{85, 85, "85%"},
@@ -1213,13 +1214,13 @@ TEST_F(NativeLimitTest, reportsWhenTheHandBackIsRefused) {
   EXPECT_THAT(newLines(), ElementsAre("macOS limit handed back: off ⚠️ refused"));
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThatItNeverTook) {
+TEST_F(NativeLimitTest, handsNothingBackIfItNeverSetTheLimit) {
   handBackNative();
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsNothingBackThroughAnotherGateOrNone) {
+TEST_F(NativeLimitTest, handsNothingBackWithAnotherGateOrNone) {
   gNativeBefore = 85;
   gGate = ChargeGate{ChargeKeys::chte, AdapterCutKey::none};
   handBackNative();
@@ -1241,7 +1242,7 @@ TEST_F(NativeLimitTest, handsNothingBackTwiceWhileItIsSwitchedOff) {
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
-TEST_F(NativeLimitTest, handsBackAgainOverWhatTheUserChoseAfterTheFirstTime) {
+TEST_F(NativeLimitTest, handsBackAgainOverALaterChoiceOfTheUser) {
   slider(90);
   drive();
   forgetLines();
@@ -1263,7 +1264,7 @@ TEST_F(NativeLimitTest, writesItsLimitAgainAfterAHandBack) {
 
 // -- After a purge
 
-TEST_F(NativeLimitTest, restsAfterAPurge) {
+TEST_F(NativeLimitTest, doesNothingAfterAPurge) {
   ticks(1);
   gPurged = true;
   forgetLines();
@@ -1273,7 +1274,7 @@ TEST_F(NativeLimitTest, restsAfterAPurge) {
   mac.settings(R"({"limit":95})");
   ticks(10);
   EXPECT_THAT(newLines(), IsEmpty());
-  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even look";
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "it does not even check";
   EXPECT_EQ(mac.read(statusFile), status);
 }
 

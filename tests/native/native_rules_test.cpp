@@ -19,7 +19,7 @@ TEST(NativeHoldPoint, isWhereTheChargeWasFirstSeenAboveTheLimit) {
   EXPECT_EQ(nativeHoldPoint(aboveTheLimit), 90);
 }
 
-TEST(NativeHoldPoint, doesNotSlideWithTheCharge) {
+TEST(NativeHoldPoint, doesNotFollowTheCharge) {
   HoldPointInputs inputs = aboveTheLimit;
   inputs.holdAt = 90;
   inputs.pct = 91;
@@ -36,14 +36,14 @@ TEST(NativeHoldPoint, beginsOnePointAboveTheLimit) {
   EXPECT_EQ(nativeHoldPoint(inputs), std::nullopt);
 }
 
-TEST(NativeHoldPoint, isForgottenAtTheLimit) {
+TEST(NativeHoldPoint, isClearedAtTheLimit) {
   HoldPointInputs inputs = aboveTheLimit;
   inputs.holdAt = 90;
   inputs.pct = 80;
   EXPECT_EQ(nativeHoldPoint(inputs), std::nullopt);
 }
 
-TEST(NativeHoldPoint, isNoneWhenTheBatteryIsToGoElsewhere) {
+TEST(NativeHoldPoint, isMissingIfTheBatteryShouldNotBeHeld) {
   HoldPointInputs topUp = aboveTheLimit;
   topUp.topUp = true;
   EXPECT_EQ(nativeHoldPoint(topUp), std::nullopt);
@@ -58,7 +58,7 @@ TEST(NativeHoldPoint, isNoneWhenTheBatteryIsToGoElsewhere) {
   EXPECT_EQ(nativeHoldPoint(onBattery), std::nullopt);
 }
 
-// -- The wait clock
+// -- The start of the wait
 
 TEST(NativeAttemptClock, isUnchangedWhilePlugged) {
   EXPECT_EQ(nativeAttemptClock(1000, true, 1060), 1000);
@@ -93,7 +93,7 @@ void expectStates(const std::vector<StateCase>& cases) {
   }
 }
 
-TEST(NativeChargeState, allowsWhatCharges) {
+TEST(NativeChargeState, isAllowWhileTheBatteryCharges) {
   expectStates({
       {"in the margin", {.plugged = true, .pct = 78, .currentMA = 151}, allow},
       {"above the target", {.plugged = true, .pct = 95, .currentMA = 2000}, allow},
@@ -102,7 +102,7 @@ TEST(NativeChargeState, allowsWhatCharges) {
   });
 }
 
-TEST(NativeChargeState, allowsWhereThereIsNothingToHold) {
+TEST(NativeChargeState, isAllowWithoutALimitToHold) {
   expectStates({
       {"on battery", {.plugged = false, .pct = 90, .currentMA = -900}, allow},
       {"on battery, no reading", {.plugged = false, .pct = 90}, allow},
@@ -115,7 +115,7 @@ TEST(NativeChargeState, allowsWhereThereIsNothingToHold) {
   });
 }
 
-TEST(NativeChargeState, waitsForTheChargeBelowTheRestingMargin) {
+TEST(NativeChargeState, isAllowBelowTheRestingMargin) {
   expectStates({
       {"far below, no current yet", {.plugged = true, .pct = 20, .currentMA = 0}, allow},
       {"30 under 80", {.plugged = true, .pct = 30, .currentMA = 0}, allow},
@@ -129,7 +129,7 @@ TEST(NativeChargeState, waitsForTheChargeBelowTheRestingMargin) {
   });
 }
 
-TEST(NativeChargeState, keepsAllowingThroughASmallCurrent) {
+TEST(NativeChargeState, staysAllowWithASmallCurrent) {
   expectStates({
       {"allowed before", {.plugged = true, .pct = 78, .currentMA = 51, .state = allow}, allow},
       {"below it that is no charging", {.plugged = true, .pct = 78, .currentMA = 50, .state = allow}, hold},
@@ -138,7 +138,7 @@ TEST(NativeChargeState, keepsAllowingThroughASmallCurrent) {
   });
 }
 
-TEST(NativeChargeState, dischargesAboveTheTargetOnceTheBatteryRunsDown) {
+TEST(NativeChargeState, isDischargeAboveTheTargetWhileTheBatteryDrains) {
   expectStates({
       {"macOS runs it down", {.plugged = true, .pct = 90, .currentMA = -1000}, discharge},
       {"just enough", {.plugged = true, .pct = 81, .currentMA = -101}, discharge},

@@ -1,4 +1,4 @@
-// Whom the listener lets in.
+// Which connections the listener admits.
 #include "platform/control_listener.h"
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ TEST(ControlListener, requiresASignatureBeforeAConnectionIsServed) {
               ElementsAre("requires anchor apple generic", "interface", "object", "resume"));
 }
 
-TEST(ControlListener, letsAConnectionInWithoutARequirement) {
+TEST(ControlListener, admitsAConnectionWithoutARequirement) {
   EXPECT_TRUE(acceptsWith(std::nullopt));
   EXPECT_THAT(connectionJournal(), ElementsAre("interface", "object", "resume"));
 }

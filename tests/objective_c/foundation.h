@@ -1,5 +1,5 @@
 // tests/objective_c/foundation.h
-// What the fake for Foundation was told, and what it makes of it.
+// What was done with the fake Foundation, and how it behaves.
 #pragma once
 
 #include <string>
@@ -12,15 +12,14 @@ namespace brisko::fakes {
 // What was done to connections, in order.
 [[nodiscard]] std::vector<std::string>& connectionJournal();
 
-// A connection raises an exception for the requirement that it is given. It does not, unless a test says
-// otherwise.
+// Whether a connection raises an exception for its requirement. False by default.
 extern bool gRequirementRaises;
 
 // The object behind every connection of a client; without one there is no service, and a connection reports
 // an error.
 extern id gService;
 
-// What the last listener was told to ask about new connections.
+// The delegate of the last listener, which is asked about new connections.
 [[nodiscard]] id<NSXPCListenerDelegate> listenerDelegate();
 
 }  // namespace brisko::fakes

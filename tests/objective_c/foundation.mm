@@ -1,11 +1,11 @@
-// The fake for Foundation, as far as it has to run, on the Objective-C runtime that clang brings along
-// here. Nothing is ever released.
+// The parts of the fake Foundation that run, on the Objective-C runtime that clang provides here. Nothing is
+// ever released.
 #include "objective_c/foundation.h"
 
 #include <cstddef>
 #include <deque>
 
-// Blocks live as long as the call that they are passed to, so the runtime for them has nothing to copy.
+// Blocks are used only during the call to which they are passed, so nothing needs to copy them.
 extern "C" {
 void* _NSConcreteStackBlock[32];
 void* _NSConcreteGlobalBlock[32];
@@ -14,7 +14,7 @@ Class objc_lookUpClass(const char* name);
 BOOL class_respondsToSelector(Class type, SEL selector);
 }
 
-// What the runtime keeps of the classes is its own.
+// The runtime owns the data of its classes.
 extern "C" const char* __lsan_default_suppressions();
 const char* __lsan_default_suppressions() { return "leak:libobjc\n"; }
 
@@ -61,7 +61,7 @@ using namespace brisko::fakes;
 }
 @end
 
-// What @autoreleasepool comes down to with this runtime.
+// What @autoreleasepool calls with this runtime.
 @interface NSAutoreleasePool : NSObject
 + (instancetype)new;
 - (void)drain;
@@ -74,7 +74,7 @@ using namespace brisko::fakes;
 }
 @end
 
-// The only kind of string that there is.
+// The only class of strings.
 @interface Text : NSString {
  @public
   const char* bytes;

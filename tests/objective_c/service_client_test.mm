@@ -53,7 +53,7 @@ TEST(ServiceClient, sendsSettingsToTheDaemonsMachServiceAndDisconnects) {
                                                "invalidation handler", "resume", "invalidate"));
 }
 
-TEST(ServiceClient, passesTheReasonOfARefusalOn) {
+TEST(ServiceClient, passesOnTheReasonOfARefusal) {
   static_cast<void>(serviceThat(true, false));
   const ServiceReply reply = applySettings("[]", 5);
   EXPECT_EQ(reply.answer, ServiceAnswer::refused);
@@ -66,13 +66,13 @@ TEST(ServiceClient, asksForARestart) {
   EXPECT_EQ(received, "restart");
 }
 
-TEST(ServiceClient, takesAConnectionErrorForNoAnswer) {
+TEST(ServiceClient, treatsAConnectionErrorAsNoAnswer) {
   fakes::gService = nil;
   EXPECT_EQ(applySettings("{}", 5).answer, ServiceAnswer::noAnswer);
   EXPECT_EQ(connectionJournal().back(), "invalidate");
 }
 
-TEST(ServiceClient, waitsNoLongerThanItIsTold) {
+TEST(ServiceClient, waitsNoLongerThanItsTimeout) {
   static_cast<void>(serviceThat(false, true));
   EXPECT_EQ(requestRestart(0.05).answer, ServiceAnswer::noAnswer);
 }

@@ -1,4 +1,4 @@
-// What is left of an exception that the client of macOS's own limit raises.
+// How exceptions of the client of macOS's own limit are handled.
 #include "platform/macos/smart_charge_calls.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace {
 
-// How the client takes a message.
+// How the client responds to a message.
 enum class Mood { answers, reportsAnError, raises, cannotBeMade };
 Mood gMood = Mood::answers;
 std::string gName;
@@ -70,7 +70,7 @@ TEST_F(SmartChargeCalls, reachTheClient) {
   EXPECT_EQ(getMCLLimit(), 85);
 }
 
-TEST_F(SmartChargeCalls, giveNothingWhenTheClientRaises) {
+TEST_F(SmartChargeCalls, returnNothingWhenTheClientRaises) {
   gMood = Mood::raises;
   EXPECT_EQ(isMCLSupported(), std::nullopt);
   EXPECT_EQ(isMCLCurrentlyEnabled(), std::nullopt);
@@ -80,19 +80,19 @@ TEST_F(SmartChargeCalls, giveNothingWhenTheClientRaises) {
   EXPECT_EQ(getMCLLimit(), 100);
 }
 
-TEST_F(SmartChargeCalls, tellAnErrorFromAnAnswer) {
+TEST_F(SmartChargeCalls, distinguishAnErrorFromAnAnswer) {
   gMood = Mood::reportsAnError;
   EXPECT_EQ(isMCLCurrentlyEnabled(), std::nullopt);
   EXPECT_EQ(getMCLLimit(), std::nullopt);
   EXPECT_EQ(setMCLLimit(85), false);
 }
 
-TEST(SmartChargeClient, isNotMadeWhenItsInitialisationRaises) {
+TEST(SmartChargeClient, isMissingIfItsInitialisationRaises) {
   gMood = Mood::raises;
   EXPECT_FALSE(initWithClientName("brisko"));
 }
 
-TEST(SmartChargeClient, isNotMadeWhenItsInitialisationGivesNone) {
+TEST(SmartChargeClient, isMissingIfItsInitialisationReturnsNil) {
   gMood = Mood::cannotBeMade;
   EXPECT_FALSE(initWithClientName("brisko"));
 }

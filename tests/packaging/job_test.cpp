@@ -50,7 +50,7 @@ void expectJob(const std::string& text, const Words& arguments) {
   ASSERT_TRUE(job && plist_get_node_type(job.get()) == PLIST_DICT) << text;
   const auto at = [&](const char* key) { return plist_dict_get_item(job.get(), key); };
 
-  EXPECT_EQ(plist_dict_get_size(job.get()), 8U);
+  EXPECT_EQ(plist_dict_get_size(job.get()), 10U);
   EXPECT_EQ(textOf(at("Label")), "com.brisko.daemon");
   EXPECT_EQ(textsOf(at("ProgramArguments")), arguments);
   ASSERT_NE(at("MachServices"), nullptr);
@@ -62,10 +62,14 @@ void expectJob(const std::string& text, const Words& arguments) {
   EXPECT_EQ(integerOf(at("ThrottleInterval")), 10U);
   EXPECT_EQ(textOf(at("ProcessType")), "Standard");
   EXPECT_EQ(textOf(at("StandardErrorPath")), "/Library/Logs/Brisko/daemon.err.log");
+  EXPECT_EQ(integerOf(at("Umask")), 022U);
+  EXPECT_EQ(textsOf(at("AssociatedBundleIdentifiers")), Words{"com.brisko.Brisko"});
 }
 
+const Words guarded{programFile, "--guard", "night,menu,swing"};
+
 TEST(Job, isWhatTheLaunchServiceNeedsToKnow) {
-  expectJob(contents(std::string(BRISKO_PACKAGING) + "/com.brisko.daemon.plist"), {programFile});
+  expectJob(contents(std::string(BRISKO_PACKAGING) + "/com.brisko.daemon.plist"), guarded);
 }
 
 TEST(Job, isTheSameOnceInstalled) {
@@ -73,7 +77,7 @@ TEST(Job, isTheSameOnceInstalled) {
 
   ASSERT_EQ(mac.install().status, 0);
 
-  expectJob(mac.job().value_or(""), {programFile});
+  expectJob(mac.job().value_or(""), guarded);
 }
 
 TEST(Job, namesTheAppAsItIsWritten) {
@@ -83,7 +87,23 @@ TEST(Job, namesTheAppAsItIsWritten) {
 
   ASSERT_EQ(mac.install({"--app", app}).status, 0);
 
-  expectJob(mac.job().value_or(""), {programFile, "--app", app});
+  expectJob(mac.job().value_or(""), {programFile, "--guard", "night,menu,swing", "--app", app});
+}
+
+TEST(BackgroundItems, areKeptOnByTheLabelOfTheJob) {
+  const Job profile = parsed(contents(std::string(BRISKO_PACKAGING) + "/background-items.mobileconfig"));
+  ASSERT_TRUE(profile && plist_get_node_type(profile.get()) == PLIST_DICT);
+  EXPECT_EQ(textOf(plist_dict_get_item(profile.get(), "PayloadType")), "Configuration");
+  const plist_t content = plist_dict_get_item(profile.get(), "PayloadContent");
+  ASSERT_EQ(plist_array_get_size(content), 1U);
+  const plist_t payload = plist_array_get_item(content, 0);
+  EXPECT_EQ(textOf(plist_dict_get_item(payload, "PayloadType")), "com.apple.servicemanagement");
+  const plist_t rules = plist_dict_get_item(payload, "Rules");
+  ASSERT_EQ(plist_array_get_size(rules), 1U);
+  const plist_t rule = plist_array_get_item(rules, 0);
+  EXPECT_EQ(textOf(plist_dict_get_item(rule, "RuleType")), "Label");
+  EXPECT_EQ(textOf(plist_dict_get_item(rule, "RuleValue")), "com.brisko.daemon");
+  EXPECT_EQ(textOf(plist_dict_get_item(rule, "TeamIdentifier")), "TEAM123456");
 }
 
 }  // namespace

@@ -30,10 +30,11 @@ Words linesOf(const std::string& text) {
 
 }  // namespace
 
-// With a blank in its name, as volumes of a Mac have.
+// With a blank in its name, as a Mac's volumes may have.
 ScratchMac::ScratchMac() : root_(folder_.path("Macintosh HD")), mac_(folder_.path("mac")) {
-  for (const char* path : {"/Applications", "/Library/LaunchDaemons", "/Library/Logs",
-                           "/Library/Application Support", "/etc/newsyslog.d", "/tmp"}) {
+  for (const char* path :
+       {"/Applications", "/Library/LaunchDaemons", "/Library/Logs", "/Library/Application Support",
+        "/etc/newsyslog.d", "/usr/local", "/var/db/receipts", "/tmp"}) {
     fs::create_directories(root_ + path);
   }
   makeFolder(mac_);
@@ -50,15 +51,24 @@ Finished ScratchMac::uninstall(const Words& arguments, const Environment& enviro
   return runScript(scripts + "/uninstall-service.sh", arguments, environment);
 }
 
+// The script keeps the process number of this shell and leads a group of its own, so that a fake can end it
+// in the middle with all that it has started.
 Finished ScratchMac::runScript(const std::string& path, const Words& arguments,
                                const Environment& environment) const {
-  // The script keeps the process number of this shell, so that a fake can end it in the middle.
-  Words words{"-c", "SCRIPT_PID=$$; export SCRIPT_PID; exec \"$@\"", "sh", shell_, path};
+  Words words{"--wait", "/bin/sh", "-c", R"(SCRIPT_PID=$$; export SCRIPT_PID; exec "$@")", "sh"};
+  words.insert(words.end(), shell_.begin(), shell_.end());
+  words.push_back(path);
   words.insert(words.end(), arguments.begin(), arguments.end());
   Environment all = environment;
-  all.merge(Environment{
-      {"BRISKO_ROOT", root_}, {"FAKE_MAC", mac_}, {"FAKES", fakes}, {"PATH", fakes + ":/usr/bin:/bin"}});
-  return run("/bin/sh", words, all);
+  all.merge(this->environment());
+  all.merge(Environment{{"PATH", fakes}});
+  return run("/usr/bin/setsid", words, all);
+}
+
+Environment ScratchMac::environment() const {
+  std::string shell;
+  for (const std::string& word : shell_) shell += word + " ";
+  return {{"BRISKO_ROOT", root_}, {"FAKE_MAC", mac_}, {"FAKES", fakes}, {"FAKE_SHELL", shell}};
 }
 
 void ScratchMac::put(const std::string& path, const std::string& text) const {
@@ -82,6 +92,14 @@ Words ScratchMac::added() const {
   return result;
 }
 
+Words ScratchMac::addedToRun() const {
+  Words files = added();
+  std::erase_if(files, [](const std::string& file) {
+    return file.starts_with("/Library/Brisko/share/") || file.starts_with("/usr/local/");
+  });
+  return files;
+}
+
 Words ScratchMac::journal() const { return linesOf(contents(mac_ + "/journal")); }
 
 Words ScratchMac::journal(const std::string& tool) const {
@@ -97,11 +115,18 @@ std::optional<std::string> ScratchMac::job() const {
   return contents(mac_ + "/job");
 }
 
+bool ScratchMac::isHeld() const { return exists(mac_ + "/charge") && contents(mac_ + "/charge") == "held\n"; }
+
 void ScratchMac::crash() const { test::put(mac_ + "/crashing", ""); }
 
 Words installedFiles() {
-  return {"/Library/Brisko 755",
+  return {"/Library/Application Support/Brisko 755",
+          "/Library/Application Support/Brisko/config.json 644",
+          "/Library/Brisko 755",
+          "/Library/Brisko/brisko 755",
           "/Library/Brisko/brisko-daemon 755",
+          "/Library/Brisko/made-folders 644",
+          "/Library/Brisko/share 755",
           "/Library/Brisko/uninstall-service.sh 755",
           "/Library/LaunchDaemons/com.brisko.daemon.plist 644",
           "/Library/Logs/Brisko 755",

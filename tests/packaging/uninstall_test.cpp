@@ -14,7 +14,7 @@ class Uninstall : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(mac.install().status, 0);
-    mac.put(dataFolder + "/config.json", R"({"limit":70})");
+    put(mac.at(dataFolder + "/config.json"), R"({"limit":70})");
     mac.forgetJournal();
   }
 
@@ -48,9 +48,9 @@ TEST_F(Uninstall, reportsWhatItDid) {
   EXPECT_THAT(run.output, HasSubstr("Stopped the service com.brisko.daemon.\n"));
   EXPECT_THAT(run.output, HasSubstr("The daemon had given the charge back.\n"));
   for (const std::string& path :
-       {jobPath, programFile, dataFolder, std::string("/Library/Logs/Brisko"),
-        std::string("/Library/Brisko/uninstall-service.sh"), std::string("/Library/Brisko"),
-        std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
+       {jobPath, programFile, std::string("/Library/Brisko/brisko"), std::string("/Library/Brisko/share"),
+        dataFolder, std::string("/Library/Logs/Brisko"), std::string("/Library/Brisko/uninstall-service.sh"),
+        std::string("/Library/Brisko"), std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
     EXPECT_THAT(run.output, HasSubstr("Removed " + mac.at(path) + "\n"));
   }
 }
@@ -96,7 +96,8 @@ TEST_F(Uninstall, leavesTheDataWhenToldTo) {
               ElementsAre("/Library/Application Support/Brisko 755",
                           "/Library/Application Support/Brisko/config.json 644",
                           "/Library/Application Support/Brisko/history 755",
-                          "/Library/Application Support/Brisko/stats.json 644", "/Library/Logs/Brisko 755",
+                          "/Library/Application Support/Brisko/stats.json 644",
+                          "/Library/Application Support/Brisko/status.json 644", "/Library/Logs/Brisko 755",
                           "/Library/Logs/Brisko/daemon.err.log 644", "/Library/Logs/Brisko/daemon.log 644"));
   EXPECT_THAT(run.output, HasSubstr("Kept " + mac.at(dataFolder) + "\n"));
 
@@ -310,25 +311,34 @@ TEST_F(Uninstall, removesTheDataThatACutOffRunLeftAside) {
   expectNothingLeft();
 }
 
-TEST(UninstallCutOff, isFinishedByTheNextOne) {
-  for (int call = 1;; ++call) {
-    SCOPED_TRACE("cut off at call " + std::to_string(call));
-    const ScratchMac mac;
-    ASSERT_EQ(mac.install().status, 0);
-    mac.forgetJournal();
-    const Finished run = mac.uninstall({}, {{"FAKE_KILL_AT", std::to_string(call)}});
-    if (!run.endSignal) {
-      EXPECT_GT(call, 10);
-      return;
-    }
+TEST_F(Uninstall, leavesFoldersAndLinksOfOthersInThePath) {
+  mac.put("/usr/local/share/man/man1/other.1", "");
+  std::remove(mac.at("/usr/local/bin/brisko").c_str());
+  makeLink(mac.at("/usr/local/bin/brisko"), mac.at("/elsewhere"));
 
-    EXPECT_EQ(mac.uninstall().status, 0);
+  EXPECT_EQ(mac.uninstall().status, 0);
 
-    Words left = mac.added();
-    std::erase_if(left, [](const std::string& file) { return file.starts_with("/tmp/"); });
-    ASSERT_THAT(left, IsEmpty());
-    ASSERT_FALSE(mac.job());
-  }
+  EXPECT_THAT(mac.added(),
+              ElementsAre("/usr/local/bin 755", "/usr/local/bin/brisko -> " + mac.at("/elsewhere"),
+                          "/usr/local/share 755", "/usr/local/share/man 755", "/usr/local/share/man/man1 755",
+                          "/usr/local/share/man/man1/other.1 644"));
+}
+
+TEST(Uninstalled, leavesFoldersThatWereThereBefore) {
+  const ScratchMac mac;
+  mac.put("/usr/local/share/zsh/file", "");
+  std::remove(mac.at("/usr/local/share/zsh/file").c_str());
+  ASSERT_EQ(mac.install().status, 0);
+
+  EXPECT_EQ(mac.uninstall().status, 0);
+
+  EXPECT_THAT(mac.added(), ElementsAre("/usr/local/share 755", "/usr/local/share/zsh 755"));
+}
+
+TEST_F(Uninstall, givesTheChargeBackOrReportsThatItMayBeHeld) {
+  EXPECT_TRUE(mac.isHeld());
+  EXPECT_EQ(mac.uninstall().status, 0);
+  EXPECT_FALSE(mac.isHeld());
 }
 
 }  // namespace

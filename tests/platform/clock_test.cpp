@@ -1,4 +1,4 @@
-// What platform/clock.h promises.
+// The contract of platform/clock.h.
 
 #include "platform/clock.h"
 
@@ -13,7 +13,7 @@ namespace {
 using namespace test;
 using virtual_mac::ChangeKind;
 
-// Exactly `expected` where time is exact, no earlier elsewhere.
+// Exactly `expected` in virtual time, otherwise not earlier.
 void expectTime(double time, double expected) {
   if (ContractMachine::timeIsExact()) {
     EXPECT_DOUBLE_EQ(time, expected);
@@ -28,7 +28,7 @@ TEST(ClockContract, beginsWithTheMachine) {
   expectTime(uptime(), 250);
 }
 
-TEST(ClockContract, runsOnDuringAPauseAndAsLongAsAsked) {
+TEST(ClockContract, advancesDuringAPauseByItsLength) {
   const ContractMachine mac;
   const double wallBefore = wallNow();
   const double uptimeBefore = uptime();
@@ -47,7 +47,7 @@ TEST(ClockContract, hasFractionsOfASecond) {
   }
 }
 
-TEST(ClockContract, doesNotPauseForNothing) {
+TEST(ClockContract, doesNotPauseForZeroSeconds) {
   const ContractMachine mac;
   const double before = uptime();
   pause(0);
@@ -64,7 +64,7 @@ TEST(ClockContract, uptimeNeverStepsBack) {
   }
 }
 
-TEST(ClockContract, wallClockStepsBackAloneWhenSomebodySetsIt) {
+TEST(ClockContract, onlyTheWallClockStepsBackWhenItIsSet) {
   ContractMachine mac;
   const double wallBefore = wallNow();
   const double uptimeBefore = uptime();
@@ -82,7 +82,7 @@ TEST(ClockContract, aClockThatIsSetDuringAPauseIsSetAfterIt) {
   expectTime(wallNow(), before + 86'400 + 5);
 }
 
-TEST(ClockContractDeathTest, aSignalThatNobodyHandlesEndsAPause) {
+TEST(ClockContractDeathTest, aSignalWithoutAHandlerEndsAPause) {
   ContractMachine mac;
   mac.later(2, {.kind = ChangeKind::signal, .number = SIGTERM});
   EXPECT_EXIT(pause(60), ::testing::KilledBySignal(SIGTERM), "");

@@ -1,4 +1,4 @@
-// What platform/code_signature.h promises.
+// The contract of platform/code_signature.h.
 
 #include "platform/code_signature.h"
 
@@ -13,18 +13,18 @@ using namespace test;
 using virtual_mac::appTeam;
 using virtual_mac::ChangeKind;
 
-TEST(CodeSignatureContract, isThatOfTheAppOnAFreshMac) {
+TEST(CodeSignatureContract, isThatOfTheAppOnANewMac) {
   const ContractMachine mac;
   EXPECT_EQ(teamIdentifier(), std::string(appTeam));
 }
 
-TEST(CodeSignatureContract, handsAnEmptyTeamOverAsItIs) {
+TEST(CodeSignatureContract, returnsAnEmptyTeamUnchanged) {
   ContractMachine mac;
   mac.change({.kind = ChangeKind::daemonTeam});
   EXPECT_EQ(teamIdentifier(), "");
 }
 
-TEST(CodeSignatureContract, thatCannotBeReadNamesNoTeamUntilItCan) {
+TEST(CodeSignatureContract, namesNoTeamWhileItCannotBeRead) {
   ContractMachine mac;
   mac.change({.kind = ChangeKind::daemonSignature, .number = 0});
   EXPECT_EQ(teamIdentifier(), std::nullopt);

@@ -1,4 +1,4 @@
-// What platform/file_watch.h promises.
+// The contract of platform/file_watch.h.
 
 #include "platform/file_watch.h"
 
@@ -28,7 +28,7 @@ using namespace test;
 
 constexpr FileEvents everything = fileWritten | fileExtended | fileAttributes | fileDeleted | fileRenamed;
 
-// As a test reads it: "written extended".
+// As a text: "written extended".
 std::string wordsOf(FileEvents events) {
   std::string words;
   const auto add = [&](FileEvent event, const char* word) {
@@ -55,7 +55,7 @@ void rename(const std::string& from, const std::string& to) {
 void removeFile(const std::string& path) { ASSERT_EQ(::unlink(path.c_str()), 0); }
 void removeFolder(const std::string& path) { ASSERT_EQ(::rmdir(path.c_str()), 0); }
 
-// What the kernel is asked to tell this process of.
+// The kernel watches of this process.
 constexpr const char* kernelsList = "/proc/self/fdinfo";
 long questionsToTheKernel() {
   long count = 0;
@@ -70,7 +70,7 @@ class FileWatchContract : public ::testing::Test {
  protected:
   FileWatchContract() { test::put(path, "content"); }
 
-  // Watches what stands at `watched`; each set delivered is remembered, with `name` before it.
+  // Watches the file at `watched` and records each delivered set after `name`.
   WatchToken watch(const std::string& watched, FileEvents wanted = everything, const std::string& name = "") {
     const auto opened = openForEvents(watched);
     EXPECT_TRUE(opened.has_value());
@@ -83,7 +83,8 @@ class FileWatchContract : public ::testing::Test {
         });
   }
 
-  // Gives the loop more iterations than any of these tests takes; what was delivered since the last call.
+  // Runs more iterations of the loop than any of these tests needs; returns what was delivered since the last
+  // call.
   std::vector<std::string> delivered() {
     postMain([] { afterIterations(20); });
     runMain();
@@ -113,7 +114,7 @@ TEST_F(FileWatchContract, reportsNothingForReads) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsNothingFromBefore) {
+TEST_F(FileWatchContract, reportsNothingFromBeforeTheWatch) {
   test::put(path, "changed");
   test::setMode(path, 0600);
   (void)watch(path);
@@ -217,7 +218,7 @@ TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsReplacedBeforeItIsWatch
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatSomebodyHoldsOpen) {
+TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatIsStillOpen) {
   std::ofstream holder(path, std::ios::app);
   (void)watch(path);
   removeFile(path);
@@ -226,7 +227,7 @@ TEST_F(FileWatchContract, reportsTheDeletionOfAFileThatSomebodyHoldsOpen) {
   EXPECT_THAT(delivered(), ElementsAre("written extended"));
 }
 
-TEST_F(FileWatchContract, doesNotTakeANewFileForTheOneThatWasDeleted) {
+TEST_F(FileWatchContract, doesNotMistakeANewFileForTheDeletedOne) {
   (void)watch(path);
   removeFile(path);
   test::put(path, "new content");
@@ -235,7 +236,7 @@ TEST_F(FileWatchContract, doesNotTakeANewFileForTheOneThatWasDeleted) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, reportsALinkThatComesAndGoes) {
+TEST_F(FileWatchContract, reportsALinkThatIsCreatedAndRemoved) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("second").c_str()), 0);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
@@ -245,8 +246,8 @@ TEST_F(FileWatchContract, reportsALinkThatComesAndGoes) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// As an editor does that keeps the old file as a second link.
-TEST_F(FileWatchContract, reportsTheDeletionWhereAnOlderNameKeepsTheFile) {
+// As by an editor that keeps the old file under a second link.
+TEST_F(FileWatchContract, reportsADeletionAlsoIfAnotherLinkKeepsTheFile) {
   (void)watch(path);
   ASSERT_EQ(::link(path.c_str(), scratch.path("backup").c_str()), 0);
   test::put(scratch.path("new"), "new content");
@@ -264,8 +265,6 @@ TEST_F(FileWatchContract, deliversOnlyWhatIsWanted) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 TEST_F(FileWatchContract, reportsAFolderThatIsRenamedAndFollowsIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
@@ -280,7 +279,7 @@ TEST_F(FileWatchContract, reportsAFolderThatIsRenamedAndFollowsIt) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, reportsAFolderThatIsDeletedWithAllThatIsInIt) {
+TEST_F(FileWatchContract, reportsAFolderThatIsDeletedWithItsContents) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(folder + "/Contents");
@@ -303,7 +302,7 @@ TEST_F(FileWatchContract, reportsAFolderThatAnotherOneReplaces) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, doesNotTakeWhatHappensInAFolderForTheFoldersOwn) {
+TEST_F(FileWatchContract, ignoresChangesInsideAWatchedFolder) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::put(folder + "/inside", "");
@@ -312,13 +311,13 @@ TEST_F(FileWatchContract, doesNotTakeWhatHappensInAFolderForTheFoldersOwn) {
   test::setMode(folder + "/inside", 0600);
   rename(folder + "/inside", folder + "/moved");
   removeFile(folder + "/moved");
-  removeFile(path);  // beside it
+  removeFile(path);  // a file beside the watched one
   EXPECT_THAT(delivered(), IsEmpty());
   test::setMode(folder, 0700);
   EXPECT_THAT(delivered(), ElementsAre("attributes"));
 }
 
-TEST_F(FileWatchContract, watchesAFolderAndAnotherInIt) {
+TEST_F(FileWatchContract, watchesAFolderAndAnotherInsideIt) {
   const std::string folder = scratch.path("Brisko.app");
   test::makeFolder(folder);
   test::makeFolder(folder + "/Contents");
@@ -331,8 +330,6 @@ TEST_F(FileWatchContract, watchesAFolderAndAnotherInIt) {
   removeFolder(folder);
   EXPECT_THAT(delivered(), ElementsAre("outer deleted"));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(FileWatchContract, deliversTwoWritesOfOneIterationAsOneSet) {
   (void)watch(path);
@@ -353,7 +350,7 @@ TEST_F(FileWatchContract, deliversAllThatHappensInOneIterationAsOneSet) {
   EXPECT_THAT(delivered(), ElementsAre("written extended attributes renamed"));
 }
 
-TEST_F(FileWatchContract, deliversAsOneSetWhatHappensUntilItsIteration) {
+TEST_F(FileWatchContract, deliversWhatHappensUntilItsIterationAsOneSet) {
   (void)watch(path);
   append(path, "a");
   postMain([] {});
@@ -370,7 +367,7 @@ TEST_F(FileWatchContract, deliversInALaterIterationThanTheChange) {
   EXPECT_THAT(delivered(), ElementsAre("end of work", "written extended"));
 }
 
-TEST_F(FileWatchContract, deliversChangesThatTheHandlerMakesInAIterationOfTheirOwn) {
+TEST_F(FileWatchContract, deliversChangesByTheHandlerInASeparateIteration) {
   int left = 3;
   descriptor = *openForEvents(path);
   (void)watchFile(
@@ -402,7 +399,8 @@ TEST_F(FileWatchContract, reportsNothingEarlierToASecondWatch) {
   EXPECT_THAT(delivered(), ElementsAre("one written extended"));
 }
 
-// More than is ever kept for somebody who does not look: the end of the second file is lost among it.
+// More events than the kernel queues for a process that does not read them, so the deletion of the second
+// file is lost.
 TEST_F(FileWatchContract, reportsAnOverflowAsAChange) {
   const std::string second = scratch.path("second");
   test::put(second, "content");
@@ -417,8 +415,6 @@ TEST_F(FileWatchContract, reportsAnOverflowAsAChange) {
   test::put(path, "CONTENT");
   EXPECT_THAT(delivered(), ElementsAre("first written"));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(FileWatchContract, cancelsOnceAndInALaterIteration) {
   const WatchToken token = watch(path);
@@ -440,7 +436,7 @@ TEST_F(FileWatchContract, deliversNothingMoreOnceItIsCancelled) {
   EXPECT_THAT(delivered(), ElementsAre("cancelled"));
 }
 
-TEST_F(FileWatchContract, deliversNothingOfAIterationInWhichItIsCancelled) {
+TEST_F(FileWatchContract, deliversNothingOfAnIterationInWhichItIsCancelled) {
   WatchToken second = 0;
   descriptor = *openForEvents(path);
   (void)watchFile(
@@ -495,7 +491,7 @@ TEST_F(FileWatchContract, tokensAreNeverZeroAndUnknownOnesAreIgnored) {
   EXPECT_THAT(delivered(), IsEmpty());
 }
 
-TEST_F(FileWatchContract, asksTheKernelNothingMoreOnceItIsCancelled) {
+TEST_F(FileWatchContract, removesItsKernelWatchOnceItIsCancelled) {
   if (!test::exists(kernelsList)) GTEST_SKIP() << "this system does not tell";
   const long before = questionsToTheKernel();
   const std::string folder = scratch.path("folder");
@@ -525,9 +521,7 @@ TEST_F(FileWatchContract, leavesNothingBehind) {
   EXPECT_EQ(test::openDescriptors(), before);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST_F(FileWatchContract, opensNothingWhereNothingIs) {
+TEST_F(FileWatchContract, opensNothingAtAMissingPath) {
   EXPECT_FALSE(openForEvents(scratch.path("missing")).has_value());
   EXPECT_FALSE(openForEvents(path + "/inside a file").has_value());
   EXPECT_FALSE(openForEvents("").has_value());
@@ -548,8 +542,8 @@ TEST_F(FileWatchContract, watchesAFileWhoseNameEndsLikeTheMarkOfADeletedOne) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-// As a removed file is that its holder still reaches.
-TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
+// Such as a removed file that a process still has open.
+TEST_F(FileWatchContract, doesNotOpenAFileWithoutAName) {
   if (!test::exists("/proc/self/fd")) GTEST_SKIP() << "this system has no such paths";
   const std::string folder = scratch.path("folder");
   test::makeFolder(folder);
@@ -558,7 +552,7 @@ TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
     const std::string link = removed + " by number";
     test::makeLink(link, "/proc/self/fd/" + std::to_string(holder));
     const auto opened = openForEvents(link);
-    ASSERT_TRUE(opened.has_value()) << "it has its name still";
+    ASSERT_TRUE(opened.has_value()) << "it still has its name";
     closeWatched(*opened);
     ASSERT_EQ(std::remove(removed.c_str()), 0);
     const std::size_t before = test::openDescriptors();
@@ -568,7 +562,7 @@ TEST_F(FileWatchContract, doesNotOpenWhatHasNoName) {
   }
 }
 
-TEST_F(FileWatchContract, doesNotOpenWhatMayNotBeRead) {
+TEST_F(FileWatchContract, doesNotOpenAFileWithoutPermission) {
   test::setMode(path, 0200);
   ASSERT_EQ(::chmod(scratch.path().c_str(), 0755), 0);
   const test::Ended ended = test::inChild([&] {
@@ -578,7 +572,7 @@ TEST_F(FileWatchContract, doesNotOpenWhatMayNotBeRead) {
   EXPECT_EQ(ended.output, "not opened");
 }
 
-TEST_F(FileWatchContract, followsALinkToWhatItPointsAt) {
+TEST_F(FileWatchContract, followsALinkToItsTarget) {
   test::makeLink(scratch.path("link"), path);
   (void)watch(scratch.path("link"));
   append(path, "!");
@@ -589,7 +583,7 @@ TEST_F(FileWatchContract, followsALinkToWhatItPointsAt) {
   EXPECT_THAT(delivered(), ElementsAre("deleted"));
 }
 
-TEST_F(FileWatchContract, opensAPipeWithoutWaitingForItsOtherEnd) {
+TEST_F(FileWatchContract, opensAPipeWithoutBlocking) {
   const std::string pipe = scratch.path("pipe");
   test::makePipe(pipe);
   (void)watch(pipe);

@@ -1,4 +1,4 @@
-// What platform/host.h promises.
+// The contract of platform/host.h.
 
 #include "platform/host.h"
 
@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-TEST(HostContract, runsTheMachinesSystem) {
+TEST(HostContract, reportsTheSystemVersionOfTheMachine) {
   const ContractMachine mac({.macOS = 15});
   EXPECT_EQ(osMajor(), 15);
 }
@@ -39,10 +39,10 @@ TEST(HostContract, returnsThePretendedSystemVersion) {
   mac.setEnvironment("BRISKO_PRETEND_NO_NATIVE", "1");
   EXPECT_EQ(environment("BRISKO_PRETEND_MACOS"), "27");
   EXPECT_EQ(environment("BRISKO_PRETEND_NO_NATIVE"), "1");
-  EXPECT_EQ(osMajor(), 26) << "the machine itself pretends nothing";
+  EXPECT_EQ(osMajor(), 26) << "the machine itself has the real version";
 }
 
-TEST(HostContract, knowsTheRunningProgram) {
+TEST(HostContract, namesTheRunningProgram) {
   const ContractMachine mac;
   const auto path = executablePath();
   ASSERT_TRUE(path.has_value());
@@ -66,7 +66,7 @@ TEST(HostContract, hasAFolderForTemporaryFiles) {
   EXPECT_NE(folder.back(), '/');
 }
 
-TEST(HostContract, hasAVolumeAsOnAFreshMac) {
+TEST(HostContract, hasTheVolumeOfANewMac) {
   const ContractMachine mac;
   const std::string& root = volumeRoot();
   EXPECT_NE(root.back(), '/');

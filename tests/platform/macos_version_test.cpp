@@ -5,7 +5,7 @@
 namespace brisko::platform {
 namespace {
 
-// As a program linked with an older SDK finds it on macOS 26 and 27.
+// What macOS 26 and 27 report to a program that was linked with an older SDK.
 constexpr const char* adjusted = "16.6";
 
 TEST(MacOSVersion, followsTheBuild) {
@@ -23,7 +23,7 @@ TEST(MacOSVersion, followsTheBuildOfATestVersion) {
   EXPECT_EQ(macOSMajor("22E772610a", adjusted), 13);
 }
 
-TEST(MacOSVersion, comesFromTheProductVersionWhenThatIsNoBuild) {
+TEST(MacOSVersion, comesFromTheProductVersionIfTheBuildIsInvalid) {
   for (const char* build : {"", "G83", "26", "26a428", "26A", "26AB1", "26.0", "-26A428", " 26A428",
                             "19H2026", "9223372036854775807A1"}) {
     EXPECT_EQ(macOSMajor(build, "15.6.1"), 15) << build;
@@ -35,7 +35,7 @@ TEST(MacOSVersion, isTheNumberBeforeTheFirstDotOfAProductVersion) {
   EXPECT_EQ(macOSMajor("", "27.0"), 27);
 }
 
-TEST(MacOSVersion, isZeroWhenNothingTellsIt) {
+TEST(MacOSVersion, isZeroIfUnknown) {
   EXPECT_EQ(macOSMajor("", ""), 0);
   EXPECT_EQ(macOSMajor("", "unknown"), 0);
   EXPECT_EQ(macOSMajor("", "-1"), 0);

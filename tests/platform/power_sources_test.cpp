@@ -1,4 +1,4 @@
-// What platform/power_sources.h and platform/registry.h promise.
+// The contracts of platform/power_sources.h and platform/registry.h.
 
 #include "platform/power_sources.h"
 
@@ -16,7 +16,7 @@ namespace {
 using namespace test;
 using virtual_mac::ChangeKind;
 
-// "Power Source State" of the internal battery; "" when there is none.
+// "Power Source State" of the internal battery; "" without one.
 std::string publishedState() {
   const auto sources = powerSources();
   if (!sources) return "";
@@ -75,7 +75,7 @@ TEST(PowerSourcesContract, reportAnEarlierChangeOnlyInTheLoop) {
   EXPECT_EQ(told, 1);
 }
 
-TEST(PowerSourcesContract, reportAChangeThatAPieceOfWorkSawFirst) {
+TEST(PowerSourcesContract, reportAChangeEvenIfAPieceOfWorkHasReadIt) {
   ContractMachine mac;
   std::string trace;
   ASSERT_TRUE(addPowerSourceNotification([&] {
@@ -130,10 +130,10 @@ TEST(RegistryContract, showsOneProperty) {
   const auto capabilities = registryProperty("IOPMrootDomain", "System Capabilities");
   ASSERT_TRUE(capabilities.has_value());
   ASSERT_TRUE(capabilities->asInteger().has_value());
-  EXPECT_NE(*capabilities->asInteger() & 2, 0) << "an awake Mac has its display stack up";
+  EXPECT_NE(*capabilities->asInteger() & 2, 0) << "on an awake Mac the display can be on";
 }
 
-TEST(RegistryContract, hasNothingUnderAnUnknownName) {
+TEST(RegistryContract, isEmptyForAnUnknownName) {
   const ContractMachine mac;
   EXPECT_EQ(registryProperties("NoSuchService"), nullptr);
   EXPECT_FALSE(registryProperty("NoSuchService", "CycleCount").has_value());

@@ -1,4 +1,4 @@
-// What platform/preferences.h promises.
+// The contract of platform/preferences.h.
 
 #include "platform/preferences.h"
 
@@ -34,7 +34,7 @@ class PreferencesContract : public ::testing::Test {
   static void write(const std::string& key, std::optional<Value> value) {
     setPreference(limitDomain, key, std::move(value));
   }
-  // What another process finds.
+  // The value that another process reads.
   static std::string elsewhere(const std::string& key) {
     return inChild([&key] {
              const auto value = integer(key);
@@ -43,7 +43,7 @@ class PreferencesContract : public ::testing::Test {
         .output;
   }
   [[nodiscard]] std::int64_t enforced() const { return virtual_mac::enforcedLimit(mac.record()); }
-  // The seam moves the machine to this moment as it is asked.
+  // A call of the seam advances the machine to the present.
   static void pass(double seconds) {
     pause(seconds);
     (void)smartChargeLimitSupported();
@@ -83,7 +83,7 @@ TEST_F(PreferencesContract, keepsTheKindOfAValue) {
   EXPECT_EQ(integer(until()), 12);
 }
 
-TEST_F(PreferencesContract, removesWhatIsGivenNoValue) {
+TEST_F(PreferencesContract, removesAKeyThatIsSetToNothing) {
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   write(limit(), std::nullopt);
@@ -94,13 +94,13 @@ TEST_F(PreferencesContract, removesWhatIsGivenNoValue) {
   EXPECT_EQ(mac.record().limit.preferences[1], virtual_mac::Preference{});
 }
 
-TEST_F(PreferencesContract, takesEffectForOthersWhenSynchronised) {
+TEST_F(PreferencesContract, isVisibleToOthersWhenSynchronised) {
   EXPECT_EQ(inChild([] {
               write(limit(), 75);
               tell(std::to_string(integer(limit()).value_or(0)));
             }).output,
             "75");
-  EXPECT_FALSE(read(limit()).has_value()) << "what it did not synchronise died with it";
+  EXPECT_FALSE(read(limit()).has_value()) << "what it did not synchronise is lost";
   (void)inChild([] {
     write(limit(), 70);
     (void)synchronizePreferences(limitDomain);
@@ -108,7 +108,7 @@ TEST_F(PreferencesContract, takesEffectForOthersWhenSynchronised) {
   EXPECT_EQ(integer(limit()), 70);
 }
 
-TEST_F(PreferencesContract, seesWhatOthersWroteMeanwhile) {
+TEST_F(PreferencesContract, readsWhatOthersWroteMeanwhile) {
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   mac.change({.kind = ChangeKind::limit, .number = 90});
@@ -150,12 +150,12 @@ TEST_F(PreferencesContract, synchronisesOneDomainAlone) {
   EXPECT_EQ(mac.record().limit.preferences[1], virtual_mac::Preference{});
 }
 
-TEST_F(PreferencesContract, reachesTheSystemWithANotification) {
+TEST_F(PreferencesContract, tellsTheSystemWithANotification) {
   write(feature(), 1);
   write(limit(), 75);
   ASSERT_TRUE(synchronizePreferences(limitDomain));
   pass(10);
-  EXPECT_EQ(enforced(), 0) << "nobody has told it";
+  EXPECT_EQ(enforced(), 0) << "it was not notified";
   postNotification(limitNotification);
   pass(10);
   EXPECT_EQ(enforced(), 75);
@@ -170,7 +170,7 @@ TEST_F(PreferencesContract, survivesABoot) {
   EXPECT_EQ(machine.limit.preferences[1].integer, 75);
 }
 
-TEST(PreferencesWithoutAMachine, hasNone) {
+TEST(PreferencesWithoutAMachine, areEmpty) {
   setPreference(limitDomain, "mclLimitValue", 75);
   EXPECT_FALSE(preference(limitDomain, "mclLimitValue").has_value());
   EXPECT_FALSE(synchronizePreferences(limitDomain));

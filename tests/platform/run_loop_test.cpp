@@ -1,4 +1,4 @@
-// What platform/run_loop.h promises of timers and posted work.
+// The contract of platform/run_loop.h for timers and posted work.
 
 #include "platform/run_loop.h"
 
@@ -17,15 +17,15 @@ using namespace test;
 
 class RunLoopContract : public ::testing::Test {
  protected:
-  // Work that leaves a word behind.
+  // Work that appends a text to the trace.
   Work saying(const std::string& word) {
     return [this, word] { words.push_back(word); };
   }
 
-  // Seconds since the test began.
+  // Seconds since the start of the test.
   [[nodiscard]] double elapsed() const { return uptime() - begin_; }
 
-  // No earlier than `expected`, and at that moment where time is exact.
+  // Not earlier than `expected`, and exactly then in virtual time.
   static void expectAt(double time, double expected) {
     EXPECT_GE(time, expected);
     if (ContractMachine::timeIsExact()) {
@@ -90,7 +90,7 @@ TEST_F(RunLoopContract, aTimerThatIsLateByAHundredIntervalsFiresOnce) {
   expectAt(times[1], 1212);
 }
 
-TEST_F(RunLoopContract, ofTimersDueAtTheSameInstantTheFirstAddedRunsFirst) {
+TEST_F(RunLoopContract, timersDueAtTheSameInstantRunInTheOrderAdded) {
   (void)addRepeatingTimer(12, saying("heartbeat"));
   (void)addRepeatingTimer(20, saying("statistics"));
   pause(60);
@@ -99,8 +99,8 @@ TEST_F(RunLoopContract, ofTimersDueAtTheSameInstantTheFirstAddedRunsFirst) {
   EXPECT_THAT(words, ElementsAre("heartbeat", "statistics"));
 }
 
-// At 60 s both are due. The second has been waiting for longer, the first was added first.
-TEST_F(RunLoopContract, theOrderOfTimersStaysThatInWhichTheyWereAdded) {
+// At 60 s both are due. The second has waited for longer, but the first was added first.
+TEST_F(RunLoopContract, timersKeepTheOrderInWhichTheyWereAdded) {
   int statistics = 0;
   (void)addRepeatingTimer(12, saying("heartbeat"));
   (void)addRepeatingTimer(20, [&] {
@@ -186,7 +186,7 @@ TEST_F(RunLoopContract, postingRunsNothingAtOnce) {
   EXPECT_THAT(words, ElementsAre("later"));
 }
 
-TEST_F(RunLoopContract, workPostedByWorkRunsOnceThatIsDone) {
+TEST_F(RunLoopContract, workPostedByWorkRunsAfterIt) {
   postMain([&] {
     postMain(saying("posted"));
     postMain([] { stopMain(); });
@@ -196,7 +196,7 @@ TEST_F(RunLoopContract, workPostedByWorkRunsOnceThatIsDone) {
   EXPECT_THAT(words, ElementsAre("poster", "posted"));
 }
 
-TEST_F(RunLoopContract, workIsTakenFromOtherThreads) {
+TEST_F(RunLoopContract, workCanBePostedByOtherThreads) {
   std::thread::id ranOn;
   postMain([&] {
     std::thread other([&] {
@@ -233,7 +233,7 @@ TEST_F(RunLoopContract, delayedWorkRunsInTheOrderOfItsTimes) {
   EXPECT_THAT(words, ElementsAre("nothing", "a moment", "ten", "thirty"));
 }
 
-TEST_F(RunLoopContract, stoppingFinishesThePieceOfWorkInHand) {
+TEST_F(RunLoopContract, stoppingFinishesTheCurrentPieceOfWork) {
   postMain([&] {
     stopMain();
     words.push_back("finished");
@@ -262,7 +262,7 @@ TEST(RunLoopWithoutAMachine, stillKeepsTimeAndOrder) {
   postMain([&] { words.emplace_back("posted"); });
   runMain();
   EXPECT_THAT(words, ElementsAre("posted", "timer"));
-  constexpr double rounding = 1e-6;  // a clock in doubles is good to less than that
+  constexpr double rounding = 1e-6;  // larger than the rounding error of a clock in doubles
   EXPECT_GE(uptime(), before + 0.01 - rounding);
 }
 

@@ -1,4 +1,4 @@
-// What platform/run_loop.h promises of signals.
+// The contract of platform/run_loop.h for signals.
 
 #include <csignal>
 #include <cstdio>
@@ -20,7 +20,7 @@ namespace {
 using namespace test;
 using virtual_mac::ChangeKind;
 
-// Handlers are plain functions, so what they do is recorded here. Every test has a process of its own.
+// Handlers are plain functions, so they record their calls here. Every test runs in a separate process.
 std::vector<std::string> gEvents;
 
 void tell(int signal) { gEvents.push_back(signal == SIGINT ? "SIGINT" : "SIGTERM"); }
@@ -30,7 +30,7 @@ void recordAndStop(int signal) {
   stopMain();
 }
 
-// Lets the loop come round often enough for everything that has arrived, then does `work`.
+// Runs enough iterations for everything that has arrived, then `work`.
 void afterAWhile(Work work, int iterations = 5) {
   if (iterations == 0) return work();
   postMain([work = std::move(work), iterations] { afterAWhile(work, iterations - 1); });
@@ -54,7 +54,7 @@ TEST(SignalContract, aHandlerNeverInterruptsAPieceOfWork) {
   EXPECT_THAT(gEvents, ElementsAre("end of work", "SIGTERM"));
 }
 
-TEST(SignalContract, aHandlerComesBeforeTheNextPieceOfWork) {
+TEST(SignalContract, aHandlerRunsBeforeTheNextPieceOfWork) {
   const ContractMachine mac;
   installSignalHandler(SIGINT, tell);
   postMain([] { ::raise(SIGINT); });
@@ -86,7 +86,7 @@ TEST(SignalContract, aHandledSignalDoesNotShortenAPause) {
   EXPECT_GE(uptime(), before + 4);
 }
 
-// As a process started under nohup, or by one that blocks its signals, finds them.
+// The state of the signals under nohup, or in a child of a process that blocks them.
 void inheritIgnoredAndBlocked(int signal) {
   struct sigaction ignored {};
   ignored.sa_handler = SIG_IGN;
@@ -128,7 +128,7 @@ void raiseTheOtherOne(int signal) {
   gEvents.emplace_back("end of handler");
 }
 
-TEST(SignalContract, bothSignalsAreShutOutWhileAHandlerRuns) {
+TEST(SignalContract, bothSignalsAreBlockedWhileAHandlerRuns) {
   const ContractMachine mac;
   installSignalHandler(SIGINT, raiseTheOtherOne);
   installSignalHandler(SIGTERM, raiseTheOtherOne);
@@ -226,7 +226,7 @@ TEST(SignalContract, aSignalFromAnExchangeIsTakenOnceTheWorkIsDone) {
 }
 
 void exchangeTwice(SmcConnection connection) {
-  std::signal(SIGINT, SIG_DFL);  // whatever this test was started with
+  std::signal(SIGINT, SIG_DFL);  // whatever this process inherited
   SmcRecord output;
   (void)exchangeSmc(connection, {}, output);
   std::fputs("first exchange done\n", stderr);
@@ -241,7 +241,7 @@ TEST(SignalContractDeathTest, withoutAHandlerASignalEndsTheProcessRightAfterItsE
   EXPECT_EXIT(exchangeTwice(connection), ::testing::KilledBySignal(SIGINT), "^first exchange done\n$");
 }
 
-TEST(SignalContract, aSignalThatCameBeforeTheControllerWasOpenedHitNobody) {
+TEST(SignalContract, aSignalFromBeforeTheControllerWasOpenedHasNoEffect) {
   ContractMachine mac;
   mac.change({.kind = ChangeKind::signal, .number = SIGTERM});
   const SmcConnection connection = openSmc().connection;

@@ -1,4 +1,4 @@
-// What platform/smart_charge_client.h promises.
+// The contract of platform/smart_charge_client.h.
 
 #include "platform/smart_charge_client.h"
 
@@ -27,14 +27,14 @@ class SmartChargeContract : public ::testing::Test {
   ContractMachine mac{{.macOS = 27}};
 };
 
-TEST_F(SmartChargeContract, isNotLoadedBeforeItIsAskedFor) {
+TEST_F(SmartChargeContract, isNotLoadedBeforeItIsUsed) {
   EXPECT_EQ(calls().loads, 0U);
   EXPECT_TRUE(smartChargeClassPresent());
   EXPECT_EQ(calls().loads, 1U);
   EXPECT_EQ(calls().clients, 0U);
 }
 
-TEST_F(SmartChargeContract, hasOneClientForEver) {
+TEST_F(SmartChargeContract, keepsOneClient) {
   EXPECT_TRUE(makeSmartChargeClient("somebody"));
   EXPECT_EQ(calls().loads, 1U);
   EXPECT_EQ(calls().clients, 1U);
@@ -44,7 +44,7 @@ TEST_F(SmartChargeContract, hasOneClientForEver) {
   EXPECT_EQ(calls().clients, 1U);
 }
 
-TEST_F(SmartChargeContract, keepsToItWhenThereWasNoClient) {
+TEST_F(SmartChargeContract, staysWithoutAClientIfThereWasNone) {
   mac.change({.kind = ChangeKind::limitClient, .number = static_cast<double>(LimitClient::noSelector)});
   EXPECT_FALSE(makeSmartChargeClient("somebody"));
   mac.change({.kind = ChangeKind::limitClient, .number = static_cast<double>(LimitClient::offered)});
@@ -72,7 +72,7 @@ TEST_F(SmartChargeContract, storesALimitAndReportsIt) {
   EXPECT_EQ(preference(virtual_mac::limitDomain, "MCLFeatureState")->asInteger(), 1);
   EXPECT_EQ(preference(virtual_mac::limitDomain, "mclLimitValue")->asInteger(), 85);
   pause(10);
-  (void)smartChargeLimit();  // brings the machine to this moment
+  (void)smartChargeLimit();  // advances the machine to the present
   EXPECT_EQ(virtual_mac::enforcedLimit(mac.record()), 85);
 }
 
@@ -85,7 +85,7 @@ TEST_F(SmartChargeContract, refusesWhatTheSliderDoesNotOffer) {
   EXPECT_EQ(smartChargeLimitEnabled(), false);
 }
 
-TEST_F(SmartChargeContract, takesAnErrorWhenTheLimitIsSetForANo) {
+TEST_F(SmartChargeContract, reportsAnErrorWhenTheLimitIsSetAsARefusal) {
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   answers(LimitAnswer::no);
   EXPECT_EQ(setSmartChargeLimit(80), false);
@@ -95,7 +95,7 @@ TEST_F(SmartChargeContract, takesAnErrorWhenTheLimitIsSetForANo) {
   EXPECT_EQ(setSmartChargeLimit(80), true);
 }
 
-TEST_F(SmartChargeContract, hasNoAnswersWhileTheyCannotBeHad) {
+TEST_F(SmartChargeContract, returnsNothingWhileTheServiceDoesNotAnswer) {
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   mac.change({.kind = ChangeKind::limitEnabledFails, .number = 1});
   mac.change({.kind = ChangeKind::limitValueFails, .number = 1});
@@ -107,7 +107,7 @@ TEST_F(SmartChargeContract, hasNoAnswersWhileTheyCannotBeHad) {
   EXPECT_EQ(smartChargeLimit(), 100);
 }
 
-TEST_F(SmartChargeContract, isSupportedFromSomeUptimeOn) {
+TEST_F(SmartChargeContract, isSupportedFromAGivenUptimeOn) {
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   mac.change({.kind = ChangeKind::limitSupportedAfter, .number = uptime() + 60});
   EXPECT_EQ(smartChargeLimitSupported(), false);

@@ -1,4 +1,4 @@
-// What platform/smc_service.h promises.
+// The contract of platform/smc_service.h.
 
 #include "platform/smc_service.h"
 
@@ -24,7 +24,7 @@ constexpr std::size_t resultOffset = 40;
 constexpr std::size_t commandOffset = 42;
 constexpr std::size_t bytesOffset = 48;
 
-// A record as it goes over the wire: the key's code is a little-endian number.
+// A record as it is sent: the key's code is a little-endian number.
 SmcRecord recordFor(std::string_view key, std::uint8_t command, std::uint8_t size = 0) {
   SmcRecord record{};
   for (std::size_t index = 0; index < 4; ++index) record[index] = static_cast<std::uint8_t>(key[3 - index]);
@@ -56,14 +56,14 @@ class SmcServiceContract : public ::testing::Test {
   SmcRecord output = marked();
 };
 
-TEST(SmcOpeningContract, givesAConnectionThatIsNotZero) {
+TEST(SmcOpeningContract, returnsAConnectionThatIsNotZero) {
   const ContractMachine mac;
   const SmcOpening opening = openSmc();
   EXPECT_EQ(opening.status, kernelSuccess);
   EXPECT_NE(opening.connection, 0U);
 }
 
-TEST(SmcOpeningContract, givesADifferentConnectionEachTime) {
+TEST(SmcOpeningContract, returnsADifferentConnectionEachTime) {
   const ContractMachine mac;
   const SmcOpening first = openSmc();
   const SmcOpening second = openSmc();
@@ -80,7 +80,7 @@ TEST(SmcOpeningContract, countsTheProcessesThatOpenedTheMachine) {
   EXPECT_EQ(mac.record().system.processes, before + 1);
 }
 
-TEST(SmcOpeningContract, findsNoServiceOnAMachineWithout) {
+TEST(SmcOpeningContract, findsNoServiceOnAMachineWithoutAController) {
   ContractMachine mac;
   setService(mac, SmcService::absent);
   const SmcOpening opening = openSmc();
@@ -88,7 +88,7 @@ TEST(SmcOpeningContract, findsNoServiceOnAMachineWithout) {
   EXPECT_EQ(opening.connection, 0U);
 }
 
-TEST(SmcOpeningContract, passesOnThatTheServiceRefuses) {
+TEST(SmcOpeningContract, passesOnARefusal) {
   ContractMachine mac;
   setService(mac, SmcService::refusesToOpen);
   const SmcOpening opening = openSmc();
@@ -123,7 +123,7 @@ TEST_F(SmcServiceContract, readsWhatWasWritten) {
   EXPECT_EQ(output[bytesOffset + 1], 0);
 }
 
-TEST_F(SmcServiceContract, aKeyUnknownToTheControllerIsASuccessfulCallWithAnUnsuccessfulResult) {
+TEST_F(SmcServiceContract, anUnknownKeyIsASuccessfulCallWithAnUnsuccessfulResult) {
   EXPECT_EQ(exchange(recordFor("ZZZZ", keyInfoCommand)), kernelSuccess);
   EXPECT_NE(output[resultOffset], 0);
 }
@@ -151,7 +151,7 @@ TEST_F(SmcServiceContract, aConnectionThatWasNeverOpenedIsRefused) {
   EXPECT_EQ(closeSmc(0), kernelNotOpen);
 }
 
-TEST_F(SmcServiceContract, theKeysOutliveTheConnection) {
+TEST_F(SmcServiceContract, theKeysKeepTheirValuesAfterTheConnection) {
   SmcRecord write = recordFor("CHTE", writeKeyCommand, 4);
   write[bytesOffset] = 1;
   ASSERT_EQ(exchange(write), kernelSuccess);

@@ -1,4 +1,4 @@
-// What platform/system_power.h promises.
+// The contract of platform/system_power.h.
 
 #include "platform/system_power.h"
 
@@ -21,7 +21,7 @@ using virtual_mac::ChangeKind;
 
 class SystemPowerContract : public ::testing::Test {
  protected:
-  // Registers a client that keeps its words, and answers unless told not to.
+  // Registers a client that records its messages, and by default answers them.
   void listen(bool answers = true) {
     const PowerRegistration registration =
         registerSystemPower([this, answers](PowerMessage message, std::intptr_t argument) {
@@ -55,13 +55,13 @@ class SystemPowerContract : public ::testing::Test {
   void later(double seconds, ChangeKind kind, double number = 0) {
     mac.later(seconds, {.kind = kind, .number = number});
   }
-  // The loop runs for so much uptime.
+  // Runs the loop for so much uptime.
   static void runFor(double seconds) {
     postMainAfter(seconds, [] { stopMain(); });
     runMain();
   }
-  // The loop runs until this is so: where time really passes a busy computer takes its time to notice. Given
-  // up after some hours of the machine's.
+  // Runs the loop until `done` returns true, because in real time a busy computer may react late. Gives up
+  // after some hours of machine time.
   static void runUntil(const std::function<bool()>& done) {
     constexpr double longEnough = 20'000;
     const double end = uptime() + longEnough;
@@ -120,7 +120,7 @@ TEST_F(SystemPowerContract, sleepsAtOnceAfterTheAnswer) {
   }
 }
 
-TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
+TEST_F(SystemPowerContract, sleepsWithoutAnAnswerAfterATimeout) {
   listen(false);
   later(10, ChangeKind::closeLid);
   later(500, ChangeKind::openLid);
@@ -128,7 +128,7 @@ TEST_F(SystemPowerContract, continuesWithoutAnAnswerInTheEnd) {
   EXPECT_THAT(words, ElementsAre("it will", "it will be up", "it is up"));
   const virtual_mac::Machine record = mac.record();
   EXPECT_LT(record.sleep.notices[1].answeredAt, 0);
-  // Where time really passes the wake is planned a little later than the sleep.
+  // In real time the wake is planned a little later than the sleep.
   if (ContractMachine::timeIsExact()) {
     EXPECT_EQ(record.system.sleptSeconds, 500 - 10 - 30 - virtual_mac::lingerSeconds);
   }
@@ -173,7 +173,7 @@ TEST_F(SystemPowerContract, stopsTimersAndDelayedWorkInSleep) {
   postMainAfter(50, [&] { delayed = uptime() - begin; });
   runUntil([&] { return fired.size() >= 2 && isUp(); });
   EXPECT_GE(fired[0], 100) << "not once for each interval asleep";
-  EXPECT_GE(fired[1], 200) << "and not once more for catching up";
+  EXPECT_GE(fired[1], 200) << "and not again to catch up";
   EXPECT_GE(delayed, 50);
   const double slept = mac.record().system.sleptSeconds;
   const double awake = uptime() - begin;
@@ -213,7 +213,7 @@ TEST_F(SystemPowerContract, refusesARegistration) {
   runFor(20);
 }
 
-TEST_F(SystemPowerContract, ignoresAnAnswerToNoPort) {
+TEST_F(SystemPowerContract, ignoresAnAnswerWithoutAPort) {
   const PowerRegistration registration =
       registerSystemPower([](PowerMessage, std::intptr_t argument) { allowPowerChange(0, argument); });
   ASSERT_NE(registration.rootPort, 0U);
@@ -319,7 +319,7 @@ TEST_F(SystemPowerContract, reportsThatSleepMayNotBePrevented) {
   EXPECT_FALSE(mac.record().sleep.preventedByClient);
 }
 
-TEST(SystemPowerWithoutAMachine, isNotThere) {
+TEST(SystemPowerWithoutAMachine, isUnavailable) {
   const PowerRegistration registration = registerSystemPower([](PowerMessage, std::intptr_t) {});
   EXPECT_EQ(registration.rootPort, 0U);
   EXPECT_FALSE(registration.notifying);

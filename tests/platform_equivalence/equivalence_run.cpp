@@ -1,6 +1,6 @@
-// Runs the daemon on a Mac for about two days of random events and prints every trace: what the daemon
-// logged, each exchange with the controller, and all files. Built for each platform that runs in virtual
-// time; their outputs have to be the same, byte for byte.
+// Runs the daemon on a Mac for about two days of random events and prints its log, each exchange with the
+// controller, and all files. Built for each platform that runs in virtual time; the outputs must be the same,
+// byte for byte.
 //
 //   brisko-equivalence-… GATE SEED     GATE: chte, firmware or native
 
@@ -63,7 +63,7 @@ class EquivalenceRun {
   }
 
  private:
-  // From 0 to less than `limit`, the same everywhere.
+  // A number from 0 to less than `limit`, the same on every platform.
   int below(int limit) { return static_cast<int>(random_() % static_cast<std::uint64_t>(limit)); }
 
   void act(int event) {

@@ -23,7 +23,7 @@ TEST_P(PlatformEquivalence, leavesTheSameTracesOnBothPlatforms) {
   ASSERT_EQ(real.status, 0) << real.errors;
   EXPECT_THAT(simulated.output, HasSubstr("brisko-daemon started")) << "the days are empty";
 
-  // Reports the first line that differs: the whole output has some megabytes.
+  // Reports only the first line that differs, because the output has some megabytes.
   const auto one = sim::linesOf(simulated.output);
   const auto other = sim::linesOf(real.output);
   const auto [differs, there] = std::mismatch(one.begin(), one.end(), other.begin(), other.end());

@@ -43,7 +43,7 @@ TEST(ChargeBounds, leaveOnePointAtTheFloor) {
   EXPECT_EQ(bounds(24, none, 5), (Bounds{24, 20}));
 }
 
-TEST(ChargeBounds, takeALowerBoundFromTheCommandLineAsItIs) {
+TEST(ChargeBounds, useTheLowerBoundOfTheCommandLineUnchanged) {
   EXPECT_EQ(bounds(60, 30, 5), (Bounds{60, 30}));
   EXPECT_EQ(bounds(60, 0, 5), (Bounds{60, 0}));
   EXPECT_EQ(bounds(60, 59, 5), (Bounds{60, 59}));
@@ -62,7 +62,7 @@ TEST(ChargeBounds, areNeverEmpty) {
   }
 }
 
-TEST(ChargeBounds, bearAnyNumbers) {
+TEST(ChargeBounds, acceptAnyNumbers) {
   constexpr auto least = std::numeric_limits<std::int64_t>::min();
   constexpr auto most = std::numeric_limits<std::int64_t>::max();
   EXPECT_EQ(bounds(most, most, most), (Bounds{100, 99}));

@@ -60,14 +60,14 @@ TEST(Decision, letsADrainWaitForAnUnpluggedAdapterWhereNoneIsCut) {
   EXPECT_EQ(decideState(inputs), allow);
 }
 
-TEST(Decision, leavesADischargeThroughAHold) {
+TEST(Decision, endsADischargeWithAHold) {
   DecisionInputs inputs = at(81);
   inputs.state = discharge;
   inputs.dischargeNow = true;
   EXPECT_EQ(decideState(inputs), discharge);
   inputs.pct = 80;
   EXPECT_EQ(decideState(inputs), hold);
-  // Also far below the band: the next tick lets charging run.
+  // Even far below the band; the next tick allows charging.
   inputs.pct = 15;
   EXPECT_EQ(decideState(inputs), hold);
   inputs.pct = 90;
@@ -106,7 +106,7 @@ TEST(Decision, allowsWhenTheLimitIsOff) {
   DecisionInputs inputs = at(95);
   inputs.enabled = false;
   EXPECT_EQ(decideState(inputs), allow);
-  // A hot battery too: nothing is controlled then.
+  // Even for a hot battery: nothing is controlled then.
   inputs.thermalPaused = true;
   EXPECT_EQ(decideState(inputs), allow);
 }
@@ -141,7 +141,7 @@ TEST(Decision, followsACalibrationThatDrains) {
   EXPECT_EQ(decideState(inputs), hold);
 }
 
-TEST(Decision, drainsByItselfWhereThereIsNothingToCut) {
+TEST(Decision, allowsChargingInADrainIfTheAdapterCannotBeCut) {
   DecisionInputs inputs = at(50);
   inputs.calDrive = CalDrive{false, 15};
   inputs.adapterPresent = false;

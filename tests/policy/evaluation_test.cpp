@@ -23,7 +23,7 @@ namespace {
 
 using namespace test;
 
-// A healthy Mac on its adapter at 70 %; settings as each test writes them.
+// A healthy Mac on its adapter at 70 %; each test writes its own settings.
 class Tick : public test::OnVirtualMac {
  protected:
   void SetUp() override { takeGate(); }
@@ -42,9 +42,9 @@ class Tick : public test::OnVirtualMac {
   void findPowerSources() {
     mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::none));
   }
-  // A calibration has just come to this phase.
+  // Puts a calibration at the beginning of this phase.
   static void inPhase(CalPhase phase) { gCal = {.phase = phase, .phaseSince = platform::wallNow()}; }
-  // A reading of exactly this temperature.
+  // Sets the temperature to exactly this value.
   void reads(float celsius) {
     Bytes bytes(sizeof celsius);
     std::memcpy(bytes.data(), &celsius, sizeof celsius);
@@ -52,7 +52,7 @@ class Tick : public test::OnVirtualMac {
   }
 };
 
-// --- running or not
+// --- paused ticks
 
 TEST_F(Tick, doesNothingWhileDormantOrReleased) {
   mac.charge(90);
@@ -69,7 +69,7 @@ TEST_F(Tick, doesNothingWhileDormantOrReleased) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Tick, continuesAfterAPurgeWhereTheKeysAreOurs) {
+TEST_F(Tick, continuesAfterAPurgeWhereTheDaemonWritesTheKeys) {
   mac.charge(90);
   gPurged = true;
   evaluate();
@@ -112,7 +112,7 @@ TEST_F(Tick, touchesNothingWhileASleepIsPending) {
   evaluate();
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_TRUE(gSleepPendingSince);
-  mac.pass(0.5);  // 30 s: the sleep did not come
+  mac.pass(0.5);  // after 30 s the sleep is no longer expected
   evaluate();
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_FALSE(gSleepPendingSince);
@@ -147,7 +147,7 @@ TEST_F(Tick, fallsBackToTheCommandLineForEveryUnreadableConfiguration) {
   }
 }
 
-TEST_F(Tick, letsTheCommandLineLowerTheFloor) {
+TEST_F(Tick, letsTheCommandLineSetTheLowerEdge) {
   gCliLower = 30;
   mac.settings("{\"limit\":80}");
   mac.charge(50);
@@ -203,7 +203,7 @@ TEST_F(Tick, endsWithoutAPowerReading) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Tick, neverSeesAChangeThatFellIntoATickWithoutAReading) {
+TEST_F(Tick, missesAChangeThatCameInATickWithoutAReading) {
   mac.charge(80);
   evaluate();
   mac.charge(77);
@@ -258,10 +258,10 @@ TEST_F(Tick, keepsHoldingInTheBandDownToTheFloor) {
   EXPECT_EQ(gAtLimit, false);
   mac.charge(77);
   ticks(1);
-  EXPECT_EQ(gState, ChargeState::allow);  // on the way up
+  EXPECT_EQ(gState, ChargeState::allow);  // the limit has not been reached yet
 }
 
-TEST_F(Tick, takesAnUnknownPastForHavingReachedTheLimit) {
+TEST_F(Tick, holdsAtFirstIfItIsUnknownWhetherTheLimitWasReached) {
   mac.charge(77);
   evaluate();
   EXPECT_EQ(gState, ChargeState::hold);
@@ -275,7 +275,7 @@ TEST_F(Tick, chargesInsideTheBandWhenTheLimitIsKnownNotToHaveBeenReached) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Tick, startsUpwardsInTheTickThatChangesASetting) {
+TEST_F(Tick, chargesToTheLimitAfterAChangeOfASetting) {
   for (const char* change : {"{\"limit\":81}", "{\"limit\":81,\"discharge\":true}"}) {
     mac.charge(81);
     ticks(1);
@@ -289,7 +289,7 @@ TEST_F(Tick, startsUpwardsInTheTickThatChangesASetting) {
   }
 }
 
-TEST_F(Tick, knowsAtOnceThatADisabledTickIsNotAtTheLimit) {
+TEST_F(Tick, clearsTheLimitFlagAtOnceWhenDisabled) {
   mac.settings("{\"enabled\":false}");
   mac.charge(77);
   evaluate();
@@ -311,7 +311,7 @@ TEST_F(Tick, allowsWhenTheLimitIsOff) {
   EXPECT_EQ(gMode, LedMode::orange);
 }
 
-TEST_F(Tick, treatsEveryTickAsTheFirstWithANegativeLimit) {
+TEST_F(Tick, seesNoChangeOfSettingsWithANegativeLimit) {
   mac.settings("{\"limit\":-5}");
   mac.charge(20);
   evaluate();
@@ -338,7 +338,7 @@ TEST_F(Tick, allowsOnBattery) {
   EXPECT_THAT(summary(), HasSubstr("  battery  state=allow  LED=system"));
 }
 
-TEST_F(Tick, opensChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
+TEST_F(Tick, allowsChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   evaluate();
@@ -355,7 +355,7 @@ TEST_F(Tick, opensChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
 
 TEST_F(Tick, doesNothingToTheHardwareWithoutAGate) {
   gGate.reset();
-  gLedSupported = false;  // start-up looks for the light only beside a gate
+  gLedSupported = false;  // start-up looks for the light only if there is a gate
   mac.charge(90);
   evaluate();
   EXPECT_THAT(mac.writes(), IsEmpty());
@@ -405,7 +405,7 @@ TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   const std::string line = "réveil de maintenance à 85% — la décharge attend le vrai réveil";
   EXPECT_THAT(newLines(), Contains(line).Times(1));
   ticks(3);
-  EXPECT_THAT(newLines(), Not(Contains(line)));  // once for each spell
+  EXPECT_THAT(newLines(), Not(Contains(line)));  // once for each such period
   fullWake();
   ticks(1);
   EXPECT_EQ(gState, ChargeState::discharge);
@@ -415,7 +415,7 @@ TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   EXPECT_THAT(newLines(), Contains(line).Times(1));
 }
 
-TEST_F(Tick, startsInADarkWakeWithTheWishForADischargeAlone) {
+TEST_F(Tick, waitsForTheFullWakeAlsoIfItStartsInADarkWake) {
   darkWake();
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
@@ -438,7 +438,7 @@ TEST_F(Tick, logsNoDarkWakeWithoutAReasonToDischarge) {
   EXPECT_THAT(newLines(), Each(Not(HasSubstr("maintenance"))));
 }
 
-TEST_F(Tick, takesUnreadableCapabilitiesForAFullWake) {
+TEST_F(Tick, countsUnreadableCapabilitiesAsAFullWake) {
   mac.number(ChangeKind::capabilities, -1);
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
@@ -446,7 +446,7 @@ TEST_F(Tick, takesUnreadableCapabilitiesForAFullWake) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(Tick, repeatsTheDarkWakeLineAfterASpellWithoutCapabilities) {
+TEST_F(Tick, repeatsTheDarkWakeLineAfterATimeWithoutCapabilities) {
   mac.settings("{\"discharge\":true}");
   mac.charge(85);
   darkWake();
@@ -499,7 +499,7 @@ TEST_F(Tick, rearmsTheDischargeWithEachOfTheThreeSettingsAndWithNoOther) {
   EXPECT_TRUE(gDischargeBroken);
 }
 
-TEST_F(Tick, namesTheSettingsWhenTheyChangeInThePassThatSeesTheUnplug) {
+TEST_F(Tick, namesTheSettingsIfTheyChangeInTheTickThatSeesTheUnplug) {
   mac.charge(85);
   evaluate();
   gDischargeBroken = true;
@@ -557,7 +557,7 @@ TEST_F(Tick, chargesToFullDuringATopUp) {
 
 TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
   mac.settings("{\"topUp\":true}");
-  mac.charge(99);  // its floor
+  mac.charge(99);  // its lower edge
   evaluate();
   EXPECT_EQ(gAtLimit, false);
   mac.charge(100);
@@ -568,7 +568,7 @@ TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
   EXPECT_EQ(gAtLimit, false);
 }
 
-TEST_F(Tick, goesByTheBandAgainInThePassThatEndsATopUp) {
+TEST_F(Tick, usesTheBandAgainInTheTickThatEndsATopUp) {
   mac.settings("{\"topUp\":true,\"topUpHours\":1,\"discharge\":true}");
   mac.charge(85);
   evaluate();
@@ -581,7 +581,7 @@ TEST_F(Tick, goesByTheBandAgainInThePassThatEndsATopUp) {
   EXPECT_THAT(summary(), StartsWith("cap 80%+discharge  batt"));
 }
 
-TEST_F(Tick, endsATopUpWhenTheAdapterGoes) {
+TEST_F(Tick, endsATopUpWhenTheAdapterIsUnplugged) {
   mac.settings("{\"topUp\":true}");
   mac.charge(85);
   evaluate();
@@ -599,7 +599,7 @@ TEST_F(Tick, dropsATopUpAfterItsHours) {
   evaluate();
   mac.pass(3600);
   evaluate();
-  EXPECT_NE(gTopUpSince, 0);  // exactly an hour is still in time
+  EXPECT_NE(gTopUpSince, 0);  // after exactly an hour it still runs
   mac.pass(1);
   evaluate();
   EXPECT_EQ(gTopUpSince, 0);
@@ -624,7 +624,7 @@ TEST_F(Tick, neverDropsATopUpOfEndlessHours) {
   EXPECT_NE(gTopUpSince, 0);
 }
 
-TEST_F(Tick, endsATopUpAskedForOnBatteryAtOnce) {
+TEST_F(Tick, endsATopUpRequestedOnBatteryAtOnce) {
   mac.unplug();
   mac.settings("{\"topUp\":true}");
   evaluate();
@@ -633,20 +633,20 @@ TEST_F(Tick, endsATopUpAskedForOnBatteryAtOnce) {
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(Tick, forgetsATopUpThatIsNoLongerAskedFor) {
+TEST_F(Tick, forgetsATopUpThatIsNoLongerRequested) {
   gTopUpSince = 5;
   evaluate();
   EXPECT_EQ(gTopUpSince, 0);
 }
 
-TEST_F(Tick, writesBackAOneShotThatTheSameTickHadCleared) {
+TEST_F(Tick, writesBackARequestThatTheSameTickHadCleared) {
   mac.unplug();
   mac.settings("{\"topUp\":true,\"resetStats\":true}");
   evaluate();
-  // The pass works on what it read at its start, so the second write restores the request of the first …
+  // The tick uses the settings that it read at its start, so the second write restores the first request …
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
   ticks(1);
-  // … and the next tick serves it once more.
+  // … and the next tick serves it again.
   EXPECT_THAT(newLines(), Contains("stats reset").Times(2));
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":false"));
 }
@@ -675,7 +675,7 @@ TEST_F(Tick, pausesForHeatAndResumes3DegreesBelow) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Tick, endsThePauseWithoutAReadingAPlugOrTheWish) {
+TEST_F(Tick, endsThePauseWithoutAReadingOrAnAdapterOrWhenSwitchedOff) {
   const auto pause = [&] {
     mac.settings("{\"thermal\":true}");
     mac.plugIn();
@@ -727,7 +727,7 @@ TEST_F(Tick, followsTheCalibration) {
   EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→10%  batt"));
 }
 
-TEST_F(Tick, leavesTheTopUpAsideDuringACalibration) {
+TEST_F(Tick, ignoresTheTopUpDuringACalibration) {
   mac.settings("{\"topUp\":true,\"calibrate\":true}");
   gTopUpSince = 5;
   inPhase(CalPhase::fill);
@@ -745,8 +745,8 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
   EXPECT_EQ(mac.key("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
-// Each step leaves its trace before the next one: where the status aborts, all before it is done.
-TEST_F(Tick, verifiesThenShowsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
+// When the status aborts the process, every step before it has been completed.
+TEST_F(Tick, verifiesThenSetsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
   mac.charge(90);
   evaluate();
   mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode("ACLC")});
@@ -765,7 +765,7 @@ TEST_F(Tick, verifiesThenShowsTheLightThenLogsTheSummaryThenPublishesTheStatusTh
   EXPECT_EQ(mac.read(historyFile), samples);
 }
 
-TEST_F(Tick, bearsTheLongestSoakTimeThatFits) {
+TEST_F(Tick, acceptsTheLongestSoakTimeThatFits) {
   mac.settings("{\"calSoakMinutes\":153722867280912930}");
   evaluate();
   EXPECT_THAT(newLines(), Not(IsEmpty()));
@@ -780,7 +780,7 @@ TEST_F(Tick, leavesTheLightToTheSystemWhenAsked) {
   EXPECT_EQ(gMode, LedMode::system);
 }
 
-TEST_F(Tick, isOrangeWhereChargingIsAllowedAtTheTarget) {
+TEST_F(Tick, showsOrangeIfChargingIsAllowedAtTheTarget) {
   mac.settings("{\"enabled\":false}");
   mac.charge(50);
   evaluate();
@@ -814,8 +814,8 @@ TEST_F(Tick, showsAQuestionMarkWithoutATemperature) {
   EXPECT_THAT(summary(), HasSubstr("  batt 70%  ?  ac  "));
 }
 
-TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
-  // The cut that a tick makes does not hide the adapter from the light chosen later in the same tick.
+TEST_F(Tick, readsTheAdapterAgainWhereverItMatters) {
+  // An adapter that the tick has cut still counts as present when the light is chosen later in the same tick.
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.keepReads();
@@ -824,7 +824,7 @@ TEST_F(Tick, readsTheAdapterAfreshWhereverItMatters) {
   for (const auto& entry : mac.journal()) {
     if (entry.key == virtual_mac::keyCode("AC-W") && entry.command == 5) ++asked;
   }
-  // For the decision, the verification of the discharge, the light, the status and the history.
+  // Reads for the decision, the verification of the discharge, the light, the status and the history.
   EXPECT_EQ(asked, 5);
 }
 

@@ -25,7 +25,7 @@ TEST(PauseForHeat, beginsAtTheLimitAndEndsMoreThan3DegreesBelow) {
   }
 }
 
-TEST(PauseForHeat, endsWithoutAReadingAnAdapterOrTheWish) {
+TEST(PauseForHeat, endsWithoutAReadingOrAnAdapterOrWhenSwitchedOff) {
   for (const bool paused : {true, false}) {
     HeatInputs unread = at(50, paused);
     unread.temp.reset();
@@ -39,7 +39,7 @@ TEST(PauseForHeat, endsWithoutAReadingAnAdapterOrTheWish) {
   }
 }
 
-TEST(PauseForHeat, staysAsItIsWithAReadingThatIsNoNumber) {
+TEST(PauseForHeat, staysUnchangedWithAReadingThatIsNoNumber) {
   constexpr double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(pausedForHeat(at(nan, true)));
   EXPECT_FALSE(pausedForHeat(at(nan, false)));

@@ -14,7 +14,7 @@ constexpr WakeInputs at(std::int64_t pct, bool full) {
   return {.full = full, .dischargeOn = true, .pct = pct, .target = 80};
 }
 
-TEST(FullWake, dischargesAsWantedAndEndsTheWait) {
+TEST(FullWake, allowsARequestedDischargeAndEndsTheWait) {
   for (const bool logged : {false, true}) {
     WakeInputs inputs = at(90, true);
     inputs.waitLogged = logged;
@@ -24,14 +24,14 @@ TEST(FullWake, dischargesAsWantedAndEndsTheWait) {
   }
 }
 
-TEST(MaintenanceWake, keepsAWantedDischargeWaitingAndLogsItOnce) {
+TEST(MaintenanceWake, delaysARequestedDischargeAndLogsItOnce) {
   WakeInputs inputs = at(90, false);
   EXPECT_EQ(decideWake(inputs), waitsAndLogsIt);
   inputs.waitLogged = true;
   EXPECT_EQ(decideWake(inputs), waits);
 }
 
-TEST(MaintenanceWake, hasNothingToWaitForDownToTheTargetOrWithoutTheWish) {
+TEST(MaintenanceWake, delaysNothingAtTheTargetOrWithoutARequest) {
   EXPECT_EQ(decideWake(at(81, false)), waitsAndLogsIt);
   EXPECT_EQ(decideWake(at(80, false)), nothing);
   WakeInputs unwanted = at(90, false);
@@ -39,7 +39,7 @@ TEST(MaintenanceWake, hasNothingToWaitForDownToTheTargetOrWithoutTheWish) {
   EXPECT_EQ(decideWake(unwanted), nothing);
 }
 
-TEST(MaintenanceWake, remembersTheLineThroughATickWithNothingToWaitFor) {
+TEST(MaintenanceWake, logsNoSecondLineAfterATickWithNothingToDelay) {
   WakeInputs inputs = at(80, false);
   inputs.waitLogged = true;
   EXPECT_EQ(decideWake(inputs), waits);

@@ -31,7 +31,7 @@ TEST(TopUp, endsWithoutAnAdapterUnlessItsHoursAreOverToo) {
   EXPECT_EQ(topUpOutcome({.elapsed = 3600.1, .hours = 1}), TopUpOutcome::expired);
 }
 
-TEST(TopUp, keepsTheBatteryFull) { EXPECT_EQ(topUpBand, (Bounds{.upper = 100, .lower = 99})); }
+TEST(TopUp, hasABandFrom99To100) { EXPECT_EQ(topUpBand, (Bounds{.upper = 100, .lower = 99})); }
 
 }  // namespace
 }  // namespace brisko

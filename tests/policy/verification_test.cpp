@@ -16,7 +16,7 @@ namespace {
 
 using namespace test;
 
-// The lines byte by byte where more than ASCII stands in them.
+// The lines with characters beyond ASCII, byte by byte.
 #define WARNING "\xE2\x9A\xA0\xEF\xB8\x8F"
 #define EM_DASH "\xE2\x80\x94"
 #define EN_DASH "\xE2\x80\x93"
@@ -46,14 +46,14 @@ MachineOptions with(GateKind gate, CutKind cut) {
   return options;
 }
 
-// A healthy Mac at 70 % whose state each test puts in force.
+// A healthy Mac at 70 % whose state each test applies.
 class Verification : public test::OnVirtualMac {
  protected:
   explicit Verification(const MachineOptions& options = with(GateKind::chte, CutKind::chie))
       : OnVirtualMac(options) {}
   void SetUp() override { takeGate(); }
 
-  // Puts the state in force and forgets what that wrote and logged.
+  // Applies the state and forgets its writes and log lines.
   void begin(ChargeState state) {
     applyState(state);
     forget();
@@ -63,7 +63,7 @@ class Verification : public test::OnVirtualMac {
     static_cast<void>(newLines());
   }
 
-  // The current as the gauge shows it until its next publication.
+  // The current that the gauge shows until its next publication.
   void gaugeReads(std::int64_t amperageMA) { mac.store().update().machine().gauge.currentMA = amperageMA; }
   void unreadableCurrent() {
     mac.property("Amperage", PropertyFault::missing);
@@ -73,7 +73,7 @@ class Verification : public test::OnVirtualMac {
     mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode(key)});
   }
 
-  // The verifier's view of a hold, with this current, after so many seconds more.
+  // Verifies a hold with this current after so many more seconds.
   void lookAtHold(double seconds, std::int64_t amperageMA) {
     mac.pass(seconds);
     gaugeReads(amperageMA);
@@ -97,7 +97,7 @@ class BandVerification : public Verification {
 
 // --- whether a hold stops the charging
 
-TEST_F(Verification, believesAHoldAfter15Seconds) {
+TEST_F(Verification, confirmsAHoldAfter15Seconds) {
   begin(ChargeState::hold);
   verifyGate(true);
   lookAtHold(10, 0);
@@ -112,7 +112,7 @@ TEST_F(Verification, believesAHoldAfter15Seconds) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Verification, despairsOfAHoldAfter120Seconds) {
+TEST_F(Verification, reportsAnIneffectiveHoldAfter120Seconds) {
   begin(ChargeState::hold);
   verifyGate(true);
   lookAtHold(15, 2000);
@@ -124,7 +124,7 @@ TEST_F(Verification, despairsOfAHoldAfter120Seconds) {
   EXPECT_EQ(gGateVerified, false);
   for (int pass = 0; pass < 50; ++pass) lookAtHold(12, 2000);
   EXPECT_THAT(newLines(), IsEmpty());
-  // The hold is kept.
+  // The hold stays in force.
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
@@ -149,7 +149,7 @@ TEST_F(Verification, namesTheBandThatHasNoEffect) {
                                   "for (bfD0/bfE0/bfF0)"));
 }
 
-TEST_F(Verification, hasAQuestionMarkForTheKeysWithoutAGate) {
+TEST_F(Verification, showsAQuestionMarkForTheKeysWithoutAGate) {
   gGate.reset();
   gState = ChargeState::hold;
   verifyGate(true);
@@ -159,7 +159,7 @@ TEST_F(Verification, hasAQuestionMarkForTheKeysWithoutAGate) {
                                   "for (?)"));
 }
 
-TEST_F(Verification, takesATrickleForNoCharging) {
+TEST_F(Verification, ignoresATrickle) {
   begin(ChargeState::hold);
   verifyGate(true);
   lookAtHold(15, 100);
@@ -168,7 +168,7 @@ TEST_F(Verification, takesATrickleForNoCharging) {
   EXPECT_EQ(gGateVerified, false);
 }
 
-TEST_F(Verification, logsEachVerdictWhenItFlips) {
+TEST_F(Verification, logsEachVerdictWhenItChanges) {
   begin(ChargeState::hold);
   verifyGate(true);
   lookAtHold(120, 2000);
@@ -192,7 +192,7 @@ TEST_F(Verification, keepsItsVerdictFromHoldToHold) {
   EXPECT_EQ(gGateVerified, true);
 }
 
-TEST_F(Verification, countsFromTheFirstTickThatSeesTheHold) {
+TEST_F(Verification, timesAHoldFromTheFirstTickThatSeesIt) {
   begin(ChargeState::hold);
   mac.pass(500);
   verifyGate(true);
@@ -201,7 +201,7 @@ TEST_F(Verification, countsFromTheFirstTickThatSeesTheHold) {
   EXPECT_FALSE(gGateVerified.has_value());
 }
 
-TEST_F(Verification, countsAHoldAnewAfterAnUnplug) {
+TEST_F(Verification, timesAHoldAgainAfterAnUnplug) {
   begin(ChargeState::hold);
   verifyGate(true);
   lookAtHold(119, 2000);
@@ -238,7 +238,7 @@ TEST_F(Verification, waitsForAReadingOfTheCurrent) {
   EXPECT_THAT(newLines(), ElementsAre(broken));
 }
 
-TEST_F(Verification, goesByTheWallClock) {
+TEST_F(Verification, timesAHoldByTheWallClock) {
   begin(ChargeState::hold);
   verifyGate(true);
   mac.number(ChangeKind::clockStep, -1000);
@@ -254,7 +254,7 @@ TEST_F(Verification, goesByTheWallClock) {
   EXPECT_EQ(gGateVerified, false);
 }
 
-// --- what drifts
+// --- drift
 
 TEST_F(Verification, doesNothingWithoutAGate) {
   gGate.reset();
@@ -276,7 +276,7 @@ TEST_F(Verification, leavesTheKeysAloneWhileChargingIsAllowed) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Verification, leavesAHoldThatStandsAlone) {
+TEST_F(Verification, leavesAHoldThatStandsUnchanged) {
   begin(ChargeState::hold);
   reassertState();
   EXPECT_THAT(mac.writes(), IsEmpty());
@@ -308,7 +308,7 @@ TEST_F(Verification, logsNothingAboutASecondLossEvenAfterTheGateWasFoundClosed) 
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHTE=01000000"));
 }
 
-TEST_F(Verification, saysThatTheGateOfAHoldFoundAtTheStartIsOpen) {
+TEST_F(Verification, logsThatTheGateOfAHoldFoundAtTheStartIsOpen) {
   gState = ChargeState::hold;
   reassertState();
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000"));
@@ -338,7 +338,7 @@ TEST_F(Verification, closesChargingSilentlyDuringADischarge) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(Verification, leavesADischargeThatStandsAlone) {
+TEST_F(Verification, leavesADischargeThatStandsUnchanged) {
   begin(ChargeState::discharge);
   reassertState();
   EXPECT_THAT(mac.writes(), IsEmpty());
@@ -357,7 +357,7 @@ TEST_F(Verification, writesTheCutBackFiveTimesAndGivesUpAtTheSixthLoss) {
     EXPECT_THAT(mac.writes(), ElementsAre("CHIE=08"));
     EXPECT_EQ(gCutRewrites, loss);
     mac.forgetJournal();
-    reassertState();  // it stands: nothing to do, and the count stays
+    reassertState();  // the cut is still set: nothing to do, and the count stays
     EXPECT_THAT(mac.writes(), IsEmpty());
   }
   EXPECT_FALSE(gDischargeBroken);
@@ -370,7 +370,7 @@ TEST_F(Verification, writesTheCutBackFiveTimesAndGivesUpAtTheSixthLoss) {
   EXPECT_EQ(gCutRewrites, 0);
 }
 
-TEST_F(Verification, grantsSixLossesAlsoToADischargeFoundAtTheStart) {
+TEST_F(Verification, allowsSixLossesAlsoForADischargeFoundAtTheStart) {
   gState = ChargeState::discharge;
   for (int attempt = 1; attempt <= 5; ++attempt) {
     reassertState();
@@ -406,7 +406,7 @@ TEST_F(BandVerification, namesTheKeyThatCuts) {
   EXPECT_THAT(mac.writes(), ElementsAre("CH0J=01"));
 }
 
-TEST_F(Verification, hasAQuestionMarkForACutThatThereIsNot) {
+TEST_F(Verification, showsAQuestionMarkForAMissingCutKey) {
   gGate->cut = AdapterCutKey::none;
   begin(ChargeState::discharge);
   reassertState();
@@ -437,7 +437,7 @@ TEST_F(Verification, continuesWithADischargeOf100MAAndMore) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(Verification, givesUpADischargeOfLess) {
+TEST_F(Verification, givesUpADischargeBelow100MA) {
   for (const int amperageMA : {-99, -80, -50, 0, 200}) {
     SCOPED_TRACE(amperageMA);
     begin(ChargeState::discharge);
@@ -474,7 +474,7 @@ TEST_F(Verification, waitsForAReadingOfTheDischarge) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Verification, countsADischargeAnewAfterAMaintenanceWake) {
+TEST_F(Verification, timesADischargeAgainAfterAMaintenanceWake) {
   begin(ChargeState::discharge);
   verifyDischarge(true);
   lookAtDischarge(59, 0);
@@ -488,7 +488,7 @@ TEST_F(Verification, countsADischargeAnewAfterAMaintenanceWake) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Verification, countsADischargeAnewAfterAnUnplug) {
+TEST_F(Verification, timesADischargeAgainAfterAnUnplug) {
   begin(ChargeState::discharge);
   verifyDischarge(true);
   mac.unplug();
@@ -503,10 +503,10 @@ TEST_F(Verification, countsADischargeAnewAfterAnUnplug) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(Verification, evaluatesByTheLastReadingWhereTheAdapterCanNotBeRead) {
+TEST_F(Verification, usesTheLastReadingIfTheAdapterCannotBeRead) {
   begin(ChargeState::discharge);
   mac.removeKey("AC-W");
-  gLastPlugged = false;  // a cut adapter looks like none
+  gLastPlugged = false;  // while the adapter is cut, none is reported
   verifyDischarge(true);
   EXPECT_FALSE(gCutSince.has_value());
   gLastPlugged = true;
@@ -642,7 +642,7 @@ TEST_F(BandVerification, armsABandThatWasLostDuringADischargeSilently) {
 
 class VerifyingTick : public Verification {};
 
-TEST_F(VerifyingTick, decidesThenVerifiesThenShows) {
+TEST_F(VerifyingTick, decidesThenVerifiesThenSetsTheLight) {
   mac.keyOnWrite("CHTE", OnWrite::ignore);
   mac.charge(85);
   evaluate();
@@ -670,7 +670,7 @@ TEST_F(VerifyingTick, checksTheKeysBeforeTheCurrent) {
     if (entry.key == virtual_mac::keyCode("CHIE")) order += "cut ";
     if (entry.key == virtual_mac::keyCode("AC-W")) order += "adapter ";
   }
-  // The adapter for the decision, for the discharge, for the light, for the status and for the history.
+  // Reads of the adapter for the decision, the discharge, the light, the status and the history.
   EXPECT_EQ(order, "adapter stop cut adapter adapter adapter adapter ");
 }
 
@@ -706,7 +706,7 @@ TEST_F(VerifyingTick, doesNotEvaluateTheDrainOfACalibrationInAMaintenanceWake) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(VerifyingTick, neverVerifiesWhereMacOSDoesTheWork) {
+TEST_F(VerifyingTick, neverVerifiesWhereMacOSHoldsTheCharge) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   gState = ChargeState::hold;
   mac.charge(85);
@@ -715,10 +715,10 @@ TEST_F(VerifyingTick, neverVerifiesWhereMacOSDoesTheWork) {
   gCutSince = 5;
   ticks(1);
   EXPECT_EQ(gCutSince, 5);
-  EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is shown all the same
+  EXPECT_THAT(mac.writes(), ElementsAre("limit set 85", "ACLC=04"));  // the light is still set
 }
 
-TEST_F(VerifyingTick, losesTheCutInSixTicksAndHolds) {
+TEST_F(VerifyingTick, holdsAfterTheCutWasLostInSixTicks) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.change({.kind = ChangeKind::keyReleaseAfter, .key = virtual_mac::keyCode("CHIE"), .number = 0});
@@ -737,7 +737,7 @@ TEST_F(VerifyingTick, losesTheCutInSixTicksAndHolds) {
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
-TEST_F(VerifyingTick, countsADischargeAnewAfterADarkWakeAndAnUnplug) {
+TEST_F(VerifyingTick, timesADischargeAgainAfterADarkWakeAndAnUnplug) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   evaluate();
@@ -756,7 +756,7 @@ TEST_F(VerifyingTick, countsADischargeAnewAfterADarkWakeAndAnUnplug) {
   EXPECT_FALSE(gCutSince.has_value());
 }
 
-TEST_F(VerifyingTick, showsTheHoldThatAnAbandonedDischargeBecame) {
+TEST_F(VerifyingTick, logsTheHoldThatReplacesAFailedDischarge) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   mac.keyOnWrite("CHIE", OnWrite::storeWithoutEffect);
@@ -766,14 +766,14 @@ TEST_F(VerifyingTick, showsTheHoldThatAnAbandonedDischargeBecame) {
   EXPECT_TRUE(gDischargeBroken);
   EXPECT_EQ(mac.writes().back(), "ACLC=03");
   EXPECT_THAT(newLines(), Contains(notRunningDown(0)));
-  // The pass that changes a setting arms it again.
+  // The tick that sees a changed setting re-arms it.
   mac.settings("{\"discharge\":true,\"limit\":79}");
   ticks(2);
   EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(VerifyingTick, doesNotCallAnOrdinaryDischargeBroken) {
+TEST_F(VerifyingTick, doesNotReportAnOrdinaryDischargeAsFailed) {
   mac.settings("{\"discharge\":true}");
   mac.charge(90);
   evaluate();

@@ -1,4 +1,4 @@
-// What becomes of the charge in sleep: the plan, the wake to come, and what is done in which order.
+// The control of the charge in sleep: the plan, the scheduled wake, and the order of the steps.
 
 #include "power/sleep.h"
 
@@ -28,11 +28,9 @@ using platform::PowerMessage;
 constexpr const char* failedWake =
     "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil";
 
-// ---------------------------------------------------------------------------------------------------------
-
 SleepPlan planAt(std::int64_t pct, Bounds band = {80, 75}) { return planSleep({.pct = pct, .band = band}); }
 
-TEST(SleepPlan, carriesOnBelowTheBandAndFreezesFromItsFloorOn) {
+TEST(SleepPlan, carriesOnBelowTheBandAndFreezesFromItsLowerEdgeOn) {
   EXPECT_EQ(planAt(0), SleepPlan::carryOn(80));
   EXPECT_EQ(planAt(60), SleepPlan::carryOn(80));
   EXPECT_EQ(planAt(74), SleepPlan::carryOn(80));
@@ -50,7 +48,7 @@ TEST(SleepPlan, goesByTheBandThatItIsGiven) {
   EXPECT_EQ(planAt(19, {20, 19}), SleepPlan::freeze());
 }
 
-TEST(SleepPlan, leavesAllAloneThatIsNotItsBusiness) {
+TEST(SleepPlan, changesNothingWhereTheLimitDoesNotApply) {
   for (const std::int64_t pct : {60, 77, 90}) {
     const Bounds band{80, 75};
     EXPECT_EQ(planSleep({.pct = pct, .band = band, .adapterPresent = false}), SleepPlan::leaveAlone());
@@ -73,8 +71,8 @@ TEST(MinutesToCharge, followFromCurrentAndCapacity) {
   EXPECT_EQ(minutesToCharge(60, 80, 5000, 80), 20);
 }
 
-TEST(MinutesToCharge, areWorkedOutInThisOrder) {
-  // In another one the same numbers come to 31.5 and are rounded up.
+TEST(MinutesToCharge, areCalculatedInAFixedOrder) {
+  // In another order the result is 31.5, which is rounded up.
   EXPECT_EQ(minutesToCharge(65, 80, 4382, 1252), 31);
 }
 
@@ -117,7 +115,7 @@ void setReadings(test::VirtualMac& mac, std::int64_t designMAh, std::int64_t amp
   update.machine().gauge.currentMA = amperageMA;
 }
 
-TEST_F(MinutesToChargeNow, comeFromTheBattery) {
+TEST_F(MinutesToChargeNow, areCalculatedFromTheBattery) {
   setReadings(mac, 5000, 2000);
   EXPECT_EQ(minutesToCharge(60, 80), 30);
   setReadings(mac, 5000, 101);
@@ -126,14 +124,14 @@ TEST_F(MinutesToChargeNow, comeFromTheBattery) {
   EXPECT_EQ(minutesToCharge(79, 80), 20);
 }
 
-TEST_F(MinutesToChargeNow, takeACurrentOf20AmperesForGarbage) {
+TEST_F(MinutesToChargeNow, ignoreACurrentOf20Amperes) {
   setReadings(mac, 5000, 19'999);
   EXPECT_EQ(minutesToCharge(60, 80), 5);
   setReadings(mac, 5000, 20'000);
   EXPECT_EQ(minutesToCharge(60, 80), 20);
 }
 
-TEST_F(MinutesToChargeNow, findTheDesignCapacityWhereNewerSystemsHaveIt) {
+TEST_F(MinutesToChargeNow, findTheDesignCapacityInTheNewerLayout) {
   setReadings(mac, 5000, 2000);
   mac.number(ChangeKind::layout, static_cast<double>(virtual_mac::RegistryLayout::nested));
   EXPECT_EQ(minutesToCharge(60, 80), 30);
@@ -156,11 +154,9 @@ TEST(MinutesToChargeWithoutAMac, areUnknown) {
   EXPECT_EQ(minutesToCharge(80, 80), 0);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 class ScheduledWake : public OnVirtualMac {};
 
-TEST_F(ScheduledWake, isKnownToTheSystemAndTheLog) {
+TEST_F(ScheduledWake, isScheduledAndLogged) {
   const double now = platform::wallNow();
   scheduleWake(25);
   EXPECT_EQ(gScheduledWake, now + 1500);
@@ -188,7 +184,7 @@ TEST_F(ScheduledWake, isCancelledOnce) {
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
 
-TEST_F(ScheduledWake, isForgottenAlsoWhenTheSystemDoesNotKnowIt) {
+TEST_F(ScheduledWake, isForgottenAlsoIfTheSystemDoesNotKnowIt) {
   scheduleWake(5);
   mac.sleep().pass(600);
   cancelScheduledWake();
@@ -203,22 +199,20 @@ TEST_F(ScheduledWake, leavesWakesOfOthersAlone) {
   EXPECT_THAT(mac.pendingWakes(), ElementsAre(date));
 }
 
-TEST_F(ScheduledWake, isNoneWhenTheSystemRefuses) {
+TEST_F(ScheduledWake, isMissingIfTheSystemRefuses) {
   scheduleWake(25);
   static_cast<void>(newLines());
   mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
   scheduleWake(30);
   EXPECT_FALSE(gScheduledWake.has_value());
-  EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << "the old one does not stay behind";
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << "the old one is removed";
   EXPECT_THAT(newLines(), ElementsAre(failedWake));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 class SleepEntry : public OnVirtualMac {
  protected:
   SleepEntry() { takeGate(); }
-  // On its adapter, charging, after its first tick.
+  // A Mac that charges on its adapter, after its first tick.
   void at(double percent) {
     mac.charge(percent);
     evaluate();
@@ -239,7 +233,7 @@ TEST_F(SleepEntry, closesTheGateInsideTheBand) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-TEST_F(SleepEntry, reportsItAlsoWhenTheGateIsClosedAlready) {
+TEST_F(SleepEntry, logsThatTheGateIsClosedEvenIfItWasBefore) {
   at(80);
   prepareForSleep();
   EXPECT_THAT(newLines(), ElementsAre(frozenAt(80)));
@@ -264,7 +258,7 @@ TEST_F(SleepEntry, neverBeginsADischargeAboveTheLimit) {
   EXPECT_THAT(mac.writes(), Not(Contains("CHIE=08")));
 }
 
-TEST_F(SleepEntry, chargesOnBelowTheBandAndWakesInTime) {
+TEST_F(SleepEntry, allowsChargingBelowTheBandAndSchedulesAWake) {
   at(74);
   const double design = mac.machine().battery.designMAh;
   const auto current = static_cast<double>(mac.machine().gauge.currentMA);
@@ -306,7 +300,7 @@ TEST_F(SleepEntry, cancelsTheOldWakeAndStopsWithoutAReading) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(SleepEntry, readsTheConfigurationAfresh) {
+TEST_F(SleepEntry, readsTheConfigurationAgain) {
   mac.settings("{\"limit\":80}");
   at(70);
   mac.settings("{\"limit\":60,\"hysteresis\":10}");
@@ -315,7 +309,7 @@ TEST_F(SleepEntry, readsTheConfigurationAfresh) {
               ElementsAre("→ state: hold", "veille à 70% — grille fermée pour la nuit (plage 50–60%)"));
 }
 
-TEST_F(SleepEntry, leavesAloneWhatIsSwitchedOffToppedUpOrUnplugged) {
+TEST_F(SleepEntry, changesNothingWhenSwitchedOffOrInATopUpOrUnplugged) {
   for (const char* settings : {"{\"enabled\":false}", "{\"topUp\":true}"}) {
     mac.settings(settings);
     mac.charge(77);
@@ -339,7 +333,7 @@ TEST_F(SleepEntry, leavesACalibrationAlone) {
   }
 }
 
-TEST_F(SleepEntry, takesTheCommandLineWithoutAConfiguration) {
+TEST_F(SleepEntry, usesTheCommandLineWithoutAConfiguration) {
   gCliLimit = 60;
   mac.charge(57);
   prepareForSleep();
@@ -347,7 +341,7 @@ TEST_F(SleepEntry, takesTheCommandLineWithoutAConfiguration) {
               ElementsAre("→ state: hold", "veille à 57% — grille fermée pour la nuit (plage 55–60%)"));
 }
 
-TEST_F(SleepEntry, looksAtTheAdapterAloneWithAnUnreadableConfiguration) {
+TEST_F(SleepEntry, readsOnlyTheAdapterWithAnUnreadableConfiguration) {
   mac.settings("{\"enabled\":false,\"topUp\":true,\"hysteresis\":20,");
   mac.charge(77);
   prepareForSleep();
@@ -357,7 +351,7 @@ TEST_F(SleepEntry, looksAtTheAdapterAloneWithAnUnreadableConfiguration) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(SleepEntry, takesAnEmptyConfigurationForTheUsualLimit) {
+TEST_F(SleepEntry, usesTheDefaultLimitWithAnEmptyConfiguration) {
   gCliLimit = 60;
   mac.settings("{}");
   mac.charge(77);
@@ -365,7 +359,7 @@ TEST_F(SleepEntry, takesAnEmptyConfigurationForTheUsualLimit) {
   EXPECT_THAT(newLines(), ElementsAre("→ state: hold", frozenAt(77)));
 }
 
-TEST_F(SleepEntry, keepsToTheLowerBoundOfTheCommandLine) {
+TEST_F(SleepEntry, usesTheLowerBoundOfTheCommandLine) {
   gCliLower = 40;
   mac.charge(41);
   prepareForSleep();
@@ -387,7 +381,7 @@ TEST_F(SleepEntryWithBand, armsTheBandOfTheLastTick) {
   EXPECT_THAT(newLines(), Contains("veille à 77% — grille fermée pour la nuit (plage 75–80%)"));
 }
 
-TEST_F(SleepEntry, believesTheLastTickWhenTheAdapterCannotBeRead) {
+TEST_F(SleepEntry, usesTheLastTickIfTheAdapterCannotBeRead) {
   mac.removeKey("AC-W").charge(77);
   gLastPlugged = false;
   prepareForSleep();
@@ -400,7 +394,7 @@ TEST_F(SleepEntry, believesTheLastTickWhenTheAdapterCannotBeRead) {
 
 class NothingToPlan : public SleepEntry {
  protected:
-  // In the band and below it: no write, no line, and a scheduled wake stays as it is.
+  // Inside the band and below it: no write, no line, and a scheduled wake stays unchanged.
   void expectNothingDone() {
     scheduleWake(45);
     const auto wakes = mac.pendingWakes();
@@ -432,8 +426,6 @@ TEST_F(NothingToPlan, whereMacOSKeepsItsOwnLimit) {
   expectNothingDone();
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 class Announcement : public SleepEntry {
  protected:
   Announcement() { gRootPort = platform::registerSystemPower(systemPowerCallback).rootPort; }
@@ -447,7 +439,7 @@ class Announcement : public SleepEntry {
   }
 };
 
-TEST_F(Announcement, ofAPossibleSleepIsAllowedAtOnceAndNothingElse) {
+TEST_F(Announcement, isAllowedAtOnceIfItOnlyAsks) {
   at(77);
   gState = ChargeState::allow;
   announce(ChangeKind::idleSleep);
@@ -486,7 +478,7 @@ TEST_F(Announcement, isAnsweredAlsoWhereThereIsNothingToPlan) {
   EXPECT_TRUE(gSleepPendingSince.has_value());
 }
 
-TEST_F(Announcement, isAnsweredAlsoWithoutAGateAndWithTheOneOfMacOS) {
+TEST_F(Announcement, isAnsweredAlsoWithoutAGateAndWithMacOSsOwnLimit) {
   mac.charge(77);
   gGate.reset();
   announce();
@@ -498,7 +490,7 @@ TEST_F(Announcement, isAnsweredAlsoWithoutAGateAndWithTheOneOfMacOS) {
   EXPECT_THAT(mac.writes(), ElementsAre("allowed WillSleep"));
 }
 
-TEST_F(Announcement, quietsTheTicksAndForgetsSinceWhenTheAdapterIsCut) {
+TEST_F(Announcement, pausesTheTicksAndResetsTheTimeOfTheCut) {
   gCutSince = 1.0;
   mac.charge(70);
   announce();
@@ -506,7 +498,7 @@ TEST_F(Announcement, quietsTheTicksAndForgetsSinceWhenTheAdapterIsCut) {
   EXPECT_FALSE(gCutSince.has_value());
 }
 
-TEST_F(Announcement, quietsTheTicksFor30Seconds) {
+TEST_F(Announcement, pausesTheTicksFor30Seconds) {
   at(70);
   announce();
   mac.number(ChangeKind::sleepRefused, static_cast<double>(virtual_mac::SleepRefusal::inDarkness)).charge(80);
@@ -519,7 +511,7 @@ TEST_F(Announcement, quietsTheTicksFor30Seconds) {
   EXPECT_FALSE(gSleepPendingSince.has_value());
 }
 
-TEST_F(Announcement, ofAnEndedSleepCancelsTheWakeAndThenTicks) {
+TEST_F(Announcement, ofTheFullWakeCancelsTheScheduledWakeAndThenTicks) {
   at(70);
   announce();
   mac.pass(100).charge(80).wake().pass(2);
@@ -536,7 +528,7 @@ TEST_F(Announcement, ofAnEndedSleepCancelsTheWakeAndThenTicks) {
   EXPECT_THAT(mac.pendingWakes(), IsEmpty());
 }
 
-TEST_F(Announcement, ofAnEndedSleepThatBeganLateGivesADischargeAMinuteAnew) {
+TEST_F(Announcement, ofTheFullWakeGivesADischargeAnotherMinuteAfterALateSleep) {
   mac.settings(R"({"discharge":true})");
   mac.charge(90);
   mac.number(ChangeKind::sleepRefused, static_cast<double>(virtual_mac::SleepRefusal::cancelled));
@@ -552,7 +544,7 @@ TEST_F(Announcement, ofAnEndedSleepThatBeganLateGivesADischargeAMinuteAnew) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(Announcement, ofAnEndedSleepTicksAtOnceAlsoWithin30Seconds) {
+TEST_F(Announcement, ofTheFullWakeTicksAtOnceAlsoWithin30Seconds) {
   at(77);
   announce();
   mac.charge(70);
@@ -562,7 +554,7 @@ TEST_F(Announcement, ofAnEndedSleepTicksAtOnceAlsoWithin30Seconds) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
-TEST_F(Announcement, ofAnythingElseMeansNothing) {
+TEST_F(Announcement, ofAnotherTypeIsIgnored) {
   at(77);
   gCutSince = 1.0;
   for (const std::uint32_t type : {0xE0000290U, 0xE0000320U, 0xE0000340U, 0U})
@@ -572,7 +564,7 @@ TEST_F(Announcement, ofAnythingElseMeansNothing) {
   EXPECT_TRUE(gCutSince.has_value());
 }
 
-TEST_F(Announcement, leavesACutOfACalibrationStanding) {
+TEST_F(Announcement, keepsTheCutOfACalibration) {
   gCal.phase = CalPhase::drain;
   mac.charge(60);
   applyState(ChargeState::discharge);
@@ -582,7 +574,7 @@ TEST_F(Announcement, leavesACutOfACalibrationStanding) {
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
-TEST_F(Announcement, keepsOneWakeAtMostThroughManyNights) {
+TEST_F(Announcement, leavesAtMostOneWakeOverManyNights) {
   for (int night = 0; night < 20; ++night) {
     mac.charge(50 + night);
     announce();

@@ -1,4 +1,4 @@
-// Standard output and standard error whose readers are gone: the status still says how it ended.
+// Standard output and standard error are closed pipes; the exit status stays the same.
 
 #include <csignal>
 #include <optional>
@@ -16,7 +16,7 @@ namespace {
 
 using namespace test;
 
-// As a shell leaves a program whose reader has ended.
+// As in a shell pipeline whose reader has ended.
 void closeTheReaders() {
   int ends[2];
   if (::pipe(ends) != 0) ::_exit(98);
@@ -36,26 +36,26 @@ void expectStatus(const Ended& ended, int status) {
   EXPECT_EQ(ended.status, status);
 }
 
-TEST(WithoutReaders, theStatusOfAStartWithoutRootIsOne) {
+TEST(WithoutReaders, startWithoutRootExitsWithOne) {
   expectStatus(test::runPrepared({}, {}, closeTheReadersOfNobody), 1);
   expectStatus(test::runPrepared({"--fwtest"}, {}, closeTheReadersOfNobody), 1);
 }
 
-TEST(WithoutReaders, theStatusOfTheVersionIsZero) {
+TEST(WithoutReaders, versionExitsWithZero) {
   expectStatus(test::runPrepared({"--version"}, {}, closeTheReadersOfNobody), 0);
 }
 
-TEST(WithoutReaders, theStatusOfAStartWithoutAControllerIsOne) {
+TEST(WithoutReaders, startWithoutAControllerExitsWithOne) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   expectStatus(test::runPrepared({}, {}, closeTheReaders), 1);
 }
 
-TEST(WithoutReaders, theStatusOfAMacWithoutAnyChargeKeyIsTwo) {
+TEST(WithoutReaders, startWithoutAnyChargeKeyExitsWithTwo) {
   const LiveMac mac({"--gate", "none"});
   expectStatus(test::runPrepared({}, {{"BRISKO_VIRTUAL_MAC", mac.folder()}}, closeTheReaders), 2);
 }
 
-TEST(WithoutReaders, theModesThatAskEndAsEver) {
+TEST(WithoutReaders, otherModesExitWithTheirUsualStatus) {
   const LiveMac mac;
   const test::Environment machine{{"BRISKO_VIRTUAL_MAC", mac.folder()}};
   for (const Words& mode :

@@ -1,4 +1,4 @@
-// The app's requests to the real daemon on a live virtual Mac, and the app that comes and goes.
+// The app's requests to the real daemon on a live virtual Mac, and the app's removal and return.
 
 #include <algorithm>
 #include <atomic>
@@ -28,7 +28,7 @@ using vmac::ControlClient;
 
 const std::string appPath = "/Applications/Brisko.app";
 
-// The app does something that need not succeed.
+// Runs a command of the app, which may fail.
 Finished app(const LiveMac& mac, const Words& words) {
   Words all{"app", mac.folder()};
   all.insert(all.end(), words.begin(), words.end());
@@ -52,17 +52,16 @@ std::string configOf(const LiveMac& mac) {
   return test::contents(mac.folder() + "/volume/Library/Application Support/Brisko/config.json");
 }
 
-// The daemon that serves already.
+// A daemon whose service is available.
 std::unique_ptr<Program> servingDaemon(const LiveMac& mac, const Words& arguments = {}) {
   auto daemon = mac.daemon(arguments);
   EXPECT_TRUE(mac.logs("batt "));
   return daemon;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Requests
+// --- Requests
 
-// At the real speed, and well before the first heartbeat.
+// At real speed, and well before the first heartbeat.
 TEST(LiveControl, appliesSettingsBeforeItAnswers) {
   const LiveMac mac({"--charge", "70"});
   mac.settings("{\"hysteresis\":7,\"limit\":80}");
@@ -91,7 +90,7 @@ TEST(LiveControl, refusesSettingsThatItCannotRead) {
   expectDone(app(mac, {"apply", "{}"}));
 }
 
-TEST(LiveControl, givesAStrangerNothingAndChangesNothing) {
+TEST(LiveControl, ignoresAClientThatDoesNotMeetTheRequirement) {
   const LiveMac mac({"--charge", "80"});
   mac.settings("{\"limit\":80}");
   const auto daemon = servingDaemon(mac);
@@ -111,7 +110,7 @@ TEST(LiveControl, givesAStrangerNothingAndChangesNothing) {
   expectDone(app(mac, {"release"}));
 }
 
-TEST(LiveControl, letsEverybodyInWhenTheDaemonIsUnsignedAndWarnsEachTime) {
+TEST(LiveControl, admitsEveryClientOfAnUnsignedDaemonAndWarnsEachTime) {
   const LiveMac mac;
   static_cast<void>(mac.vmac("fault", {"daemon-unsigned"}));
   const auto daemon = servingDaemon(mac);
@@ -135,12 +134,12 @@ TEST(LiveControl, doesNotAnswerWithoutADaemon) {
     ASSERT_TRUE(daemon->ends());
   }
   expectNoAnswer(mac, app(mac, {"release"}));
-  // The next one takes the place of the killed one.
+  // The next daemon replaces the killed one.
   const auto daemon = mac.daemon();
   EXPECT_TRUE(eventually([&] { return app(mac, {"release"}).status == 0; }));
 }
 
-TEST(LiveControl, staysWithTheFirstOfTwoDaemons) {
+TEST(LiveControl, isServedByTheFirstOfTwoDaemons) {
   const LiveMac mac;
   const auto first = servingDaemon(mac);
   const auto second = mac.daemon();
@@ -160,7 +159,7 @@ TEST(LiveControl, purgesAllDataAndWritesNoneAgain) {
   EXPECT_FALSE(test::exists(data));
   EXPECT_FALSE(test::exists(logs));
   EXPECT_THAT(daemon->output(), HasSubstr("Z  data purge requested: OK\n"));
-  // Once more, with nothing there; and settings that have no file to go to.
+  // Again, with nothing to erase; then settings, which are not written any more.
   expectDone(app(mac, {"purge"}));
   expectDone(app(mac, {"apply", "{\"limit\":60}"}));
   static_cast<void>(mac.vmac("unplug"));
@@ -171,7 +170,7 @@ TEST(LiveControl, purgesAllDataAndWritesNoneAgain) {
   EXPECT_FALSE(test::exists(logs));
 }
 
-// When something happened by its line in the log, seconds since midnight; -1 without such a line.
+// The time of the line with this text in the log, in seconds since midnight; -1 without such a line.
 double timeOf(const std::string& log, const std::string& text, bool last = false) {
   const std::size_t at = last ? log.rfind(text) : log.find(text);
   if (at == std::string::npos) return -1;
@@ -181,7 +180,7 @@ double timeOf(const std::string& log, const std::string& text, bool last = false
          std::atof(stamp.c_str() + 17);
 }
 
-// The reply has 0.3 s to get through, so nobody is in a hurry before it has come.
+// The reply has 0.3 s of machine time to arrive, so the speed is raised only afterwards.
 TEST(LiveControl, isRestartedByItsLaunchServiceTenSecondsAfterItsStart) {
   const LiveMac mac({"--charge", "80"});
   Program boot("brisko-vmac", {"boot", mac.folder()});
@@ -194,7 +193,7 @@ TEST(LiveControl, isRestartedByItsLaunchServiceTenSecondsAfterItsStart) {
   const double apart =
       timeOf(mac.log(), "brisko-daemon started", true) - timeOf(mac.log(), "brisko-daemon started");
   EXPECT_GE(apart < 0 ? apart + day : apart, 10);
-  // The old one gave everything back, and the new one serves.
+  // The old process gave everything back, and the new one serves.
   EXPECT_TRUE(eventually([&] { return app(mac, {"apply", "{\"limit\":60}"}).status == 0; }));
   static_cast<void>(mac.vmac("shutdown"));
   EXPECT_TRUE(boot.ends());
@@ -213,8 +212,7 @@ TEST(LiveControl, exitsWithStatusZeroOnARestartAndGivesEverythingBack) {
   EXPECT_EQ(mac.key("CHIE"), "00");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A storm
+// --- Many requests at once
 
 // How often a file is written.
 class Rhythm {
@@ -236,7 +234,7 @@ class Rhythm {
   int changes_ = 0;
 };
 
-TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
+TEST(LiveControl, answersTenThousandRequestsAtOnceAndKeepsItsHeartbeat) {
   constexpr int each = 5000;
   const LiveMac mac({"--charge", "80", "--speed", "200"});
   mac.settings("{\"limit\":80}");
@@ -269,8 +267,8 @@ TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
     });
   }
 
-  // What the two timers write: the status at least every minute, the statistics every 20 s. However long the
-  // storm takes, they come while requests still wait.
+  // The files of the two timers: the status at least every minute, the statistics every 20 s. They are also
+  // written while requests are waiting.
   const std::string data = mac.folder() + "/volume/Library/Application Support/Brisko";
   Rhythm status(data + "/status.json", "ts");
   Rhythm statistics(data + "/stats.json", "protectedSeconds");
@@ -289,8 +287,7 @@ TEST(LiveControl, answersAStormOfTenThousandRequestsAndKeepsItsBeat) {
   EXPECT_FALSE(daemon->ends(0));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The app itself
+// --- The app itself
 
 const std::string absence =
     "app missing at " + appPath + " — handing the charge back to macOS in 600s unless it comes back";
@@ -298,10 +295,10 @@ const std::string dormancy =
     "app gone — charge, adapter and LED handed back to macOS; service dormant (uninstall with "
     "uninstall-service.sh)";
 
-// Ten minutes take a second or two.
+// Ten minutes of machine time take a second or two.
 constexpr const char* hurry = "400";
 
-TEST(LiveApp, thatIsDeletedLetsTheDaemonGiveEverythingBackAndGoDormant) {
+TEST(LiveApp, isDeletedAndTheDaemonGivesEverythingBackAndBecomesDormant) {
   const LiveMac mac({"--charge", "90", "--speed", hurry});
   mac.settings("{\"discharge\":true}");
   const auto daemon = mac.daemon({"--app", appPath});
@@ -316,7 +313,7 @@ TEST(LiveApp, thatIsDeletedLetsTheDaemonGiveEverythingBackAndGoDormant) {
   const double grace = timeOf(mac.log(), dormancy) - timeOf(mac.log(), absence);
   EXPECT_GE(grace < 0 ? grace + 86'400 : grace, 600);
 
-  // From now on it writes nothing, however the charge goes.
+  // From now on it writes nothing, whatever the charge.
   const std::string log = mac.log();
   const auto lastWrite = [&] {
     const std::string shown = mac.vmac("show", {"--journal", "1"});
@@ -332,7 +329,7 @@ TEST(LiveApp, thatIsDeletedLetsTheDaemonGiveEverythingBackAndGoDormant) {
   EXPECT_FALSE(daemon->ends(0));
 }
 
-TEST(LiveApp, thatComesBackInTimeLeavesOneLineBehind) {
+TEST(LiveApp, causesOneLineIfItReturnsInTime) {
   const LiveMac mac({"--charge", "80", "--speed", hurry});
   const auto daemon = mac.daemon({"--app", appPath});
   ASSERT_TRUE(mac.logs("→ state: hold"));
@@ -349,7 +346,7 @@ TEST(LiveApp, thatComesBackInTimeLeavesOneLineBehind) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(LiveApp, thatIsMovedAwayCountsAsGoneAndANewDaemonFindsItAgain) {
+TEST(LiveApp, countsAsGoneWhenItIsMovedAndIsFoundByANewDaemon) {
   const LiveMac mac({"--charge", "80", "--speed", hurry});
   const auto daemon = mac.daemon({"--app", appPath});
   ASSERT_TRUE(mac.logs("→ state: hold"));
@@ -363,10 +360,9 @@ TEST(LiveApp, thatIsMovedAwayCountsAsGoneAndANewDaemonFindsItAgain) {
   EXPECT_EQ(countOf(mac.log(), "app missing at"), 1U);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// What the program says
+// --- The output of the program
 
-TEST(VmacApp, touchesTheBundleOnTheMachinesVolume) {
+TEST(VmacApp, changesTheBundleOnTheMachinesVolume) {
   const LiveMac mac;
   const std::string bundle = mac.folder() + "/volume" + appPath;
   ASSERT_TRUE(test::exists(bundle));
@@ -382,7 +378,7 @@ TEST(VmacApp, touchesTheBundleOnTheMachinesVolume) {
   EXPECT_EQ(app(mac, {"restore"}).status, 1);
 }
 
-TEST(VmacApp, bringsBackWhatWasMoved) {
+TEST(VmacApp, restoresAMovedBundle) {
   const LiveMac mac;
   test::put(mac.folder() + "/volume" + appPath + "/mark", "ours");
   static_cast<void>(mac.vmac("app", {"move"}));
@@ -390,7 +386,7 @@ TEST(VmacApp, bringsBackWhatWasMoved) {
   EXPECT_EQ(test::contents(mac.folder() + "/volume" + appPath + "/mark"), "ours");
 }
 
-TEST(VmacApp, complainsOfWordsThatMakeNoSense) {
+TEST(VmacApp, reportsInvalidArguments) {
   const LiveMac mac;
   for (const Words& words : {Words{}, Words{"dance"}, Words{"apply"}, Words{"purge", "{}"},
                              Words{"release", "--as", "nobody"}, Words{"delete", "now"}}) {
@@ -401,7 +397,7 @@ TEST(VmacApp, complainsOfWordsThatMakeNoSense) {
   EXPECT_TRUE(test::exists(mac.folder() + "/volume" + appPath));
 }
 
-TEST(VmacApp, complainsOfAFolderThatIsNoMachine) {
+TEST(VmacApp, reportsAFolderThatIsNotAMachine) {
   const test::ScratchFolder scratch;
   const Finished finished = run("brisko-vmac", {"app", scratch.path(), "release"});
   EXPECT_EQ(finished.status, 1);

@@ -1,4 +1,4 @@
-// The real daemon: its modes, statuses and streams, and its life on a live virtual Mac.
+// The real daemon: its modes, exit statuses and streams, and its work on a live virtual Mac.
 
 #include <csignal>
 #include <cstdio>
@@ -59,8 +59,6 @@ TEST(WithoutRoot, theVersionIsPrintedAllTheSame) {
   EXPECT_EQ(ended.output, "0.9.9\n");
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 struct BrokenFolder : ::testing::Test {
   test::ScratchFolder scratch;
   Finished start(const std::string& folder) {
@@ -74,7 +72,7 @@ struct BrokenFolder : ::testing::Test {
   }
 };
 
-TEST_F(BrokenFolder, thatIsMissingIsReportedInOneLine) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsMissing) {
   const std::string folder = scratch.path() + "/nowhere";
   const Finished finished = start(folder);
   expectOneClearLine(finished);
@@ -82,19 +80,19 @@ TEST_F(BrokenFolder, thatIsMissingIsReportedInOneLine) {
   EXPECT_FALSE(test::exists(folder));
 }
 
-TEST_F(BrokenFolder, thatIsEmptyIsReportedInOneLineAndStaysEmpty) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsEmptyAndStaysEmpty) {
   expectOneClearLine(start(scratch.path()));
   EXPECT_FALSE(test::exists(scratch.path() + "/machine"));
   EXPECT_FALSE(test::exists(scratch.path() + "/volume"));
 }
 
-TEST_F(BrokenFolder, thatIsNotOursIsReportedInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsNoMachineAndLeftAlone) {
   test::put(scratch.path() + "/machine", "somebody else's file");
   expectOneClearLine(start(scratch.path()));
   EXPECT_EQ(test::contents(scratch.path() + "/machine"), "somebody else's file");
 }
 
-TEST_F(BrokenFolder, thatIsHalfWrittenIsReportedInOneLineAndLeftAlone) {
+TEST_F(BrokenFolder, isReportedInOneLineIfItIsHalfWrittenAndLeftAlone) {
   const LiveMac mac;
   const std::string whole = test::contents(mac.folder() + "/machine");
   for (const std::size_t size : {std::size_t{0}, std::size_t{7}, whole.size() / 2, whole.size() - 1}) {
@@ -103,8 +101,6 @@ TEST_F(BrokenFolder, thatIsHalfWrittenIsReportedInOneLineAndLeftAlone) {
     EXPECT_EQ(test::contents(mac.folder() + "/machine").size(), size);
   }
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
   const LiveMac mac({"--speed", "100"});
@@ -118,8 +114,8 @@ TEST(LiveDaemon, writesTheSameLinesToStandardOutputAndToItsLog) {
   EXPECT_THAT(mac.log(), EndsWith("Z  Signal 15: charging, adapter and LED restored, exiting.\n"));
 }
 
-// What starts the daemon may ignore or block the signals that end it: both are handed on to it.
-TEST(LiveDaemon, endsInOrderAlsoByASignalThatItsStarterIgnoredOrBlocked) {
+// The process that starts the daemon may ignore or block the signals that end it; the daemon inherits both.
+TEST(LiveDaemon, exitsInOrderOnASignalThatItsParentIgnoredOrBlocked) {
   for (const char* macOS : {"26", "27"}) {
     for (const char* inherited : {"--ignore-signal=INT,TERM", "--block-signal=INT,TERM"}) {
       for (const int number : {SIGINT, SIGTERM}) {
@@ -139,13 +135,13 @@ TEST(LiveDaemon, endsInOrderAlsoByASignalThatItsStarterIgnoredOrBlocked) {
 TEST(LiveDaemon, chargesToTheLimitAndHolds) {
   const LiveMac mac({"--charge", "70"});
   const auto daemon = mac.daemon();
-  // Below the band: a daemon that starts in it holds at once.
+  // Start below the band, because a daemon that starts inside it holds at once.
   ASSERT_TRUE(mac.logs("batt 70%"));
   static_cast<void>(mac.vmac("speed", {"400"}));
   ASSERT_TRUE(mac.logs("→ state: hold"));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
   EXPECT_GE(mac.charge(), 79);
-  EXPECT_LE(mac.charge(), 85);  // in a hurry: a moment of ours is many seconds of the machine's
+  EXPECT_LE(mac.charge(), 85);  // with a margin, because the machine runs much faster than real time
 }
 
 TEST(LiveDaemon, opensEverythingOnSigtermDuringADischarge) {
@@ -177,13 +173,13 @@ TEST(LiveDaemon, startsInHoldAfterAKillDuringAHold) {
   EXPECT_EQ(countOf(mac.log(), ", state=hold"), 1U);
 }
 
-TEST(LiveDaemon, leavesABatteryThatAgesWithoutIt) {
+TEST(LiveDaemon, leavesAMachineThatContinuesWithoutIt) {
   const LiveMac mac({"--charge", "50", "--speed", "2000"});
   const double before = mac.charge();
-  ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // nobody runs, and it charges
+  ASSERT_TRUE(eventually([&] { return mac.charge() > before + 3; }));  // no daemon runs, so it charges
 }
 
-TEST(LiveDaemon, noticesAPulledAdapterAtOnce) {
+TEST(LiveDaemon, noticesAnUnpluggedAdapterAtOnce) {
   const LiveMac mac({"--charge", "90"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("state=hold"));
@@ -193,7 +189,7 @@ TEST(LiveDaemon, noticesAPulledAdapterAtOnce) {
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "  ac  state=hold") == 2; }, 5));
 }
 
-// So slowly that the first heartbeat comes after a minute.
+// So slow that the first heartbeat comes after a minute.
 class LiveEdit : public ::testing::Test {
  protected:
   LiveEdit() {
@@ -205,7 +201,7 @@ class LiveEdit : public ::testing::Test {
   [[nodiscard]] bool takesEffectAtOnce(const std::string& line, double seconds = 20) const {
     return eventually([&] { return mac.log().find(line) != std::string::npos; }, seconds);
   }
-  // Whether the kernel tells the daemon of the file that stands there now.
+  // Whether the daemon watches the file that is now at the path.
   [[nodiscard]] bool isWatched() const {
     struct stat file {};
     if (::stat(config.c_str(), &file) != 0) return false;
@@ -227,7 +223,7 @@ class LiveEdit : public ::testing::Test {
   std::unique_ptr<Program> daemon;
 };
 
-TEST_F(LiveEdit, inPlaceTakesEffectBeforeTheHeartbeat) {
+TEST_F(LiveEdit, takesEffectBeforeTheHeartbeatWhenMadeInPlace) {
   mac.settings("{\"limit\":60}");
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
   EXPECT_TRUE(takesEffectAtOnce("→ state: hold"));
@@ -235,7 +231,7 @@ TEST_F(LiveEdit, inPlaceTakesEffectBeforeTheHeartbeat) {
   EXPECT_TRUE(takesEffectAtOnce("cap 65%"));
 }
 
-TEST_F(LiveEdit, byRenameTakesEffectBeforeTheHeartbeatEachTime) {
+TEST_F(LiveEdit, takesEffectBeforeTheHeartbeatEachTimeWhenMadeByRename) {
   for (const int limit : {60, 61, 62, 63, 64}) {
     replace("{\"limit\":" + std::to_string(limit) + "}");
     EXPECT_TRUE(takesEffectAtOnce("cap " + std::to_string(limit) + "%"));
@@ -245,13 +241,13 @@ TEST_F(LiveEdit, byRenameTakesEffectBeforeTheHeartbeatEachTime) {
   EXPECT_TRUE(takesEffectAtOnce("cap 66%"));
 }
 
-TEST_F(LiveEdit, ofPermissionsAloneIsSurvived) {
+TEST_F(LiveEdit, isSurvivedWhenItChangesPermissionsOnly) {
   ASSERT_EQ(::chmod(config.c_str(), 0600), 0);
   mac.settings("{\"limit\":60}");
   EXPECT_TRUE(takesEffectAtOnce("cap 60%"));
 }
 
-TEST_F(LiveEdit, thatDeletesTheFileTakesEffectAtOnceAndTheNextFileWaitsForTheHeartbeat) {
+TEST_F(LiveEdit, takesEffectAtOnceWhenTheFileIsDeletedAndANewFileWaitsForTheHeartbeat) {
   mac.settings("{\"limit\":60}");
   ASSERT_TRUE(takesEffectAtOnce("cap 60%"));
   ASSERT_EQ(::unlink(config.c_str()), 0);
@@ -262,12 +258,12 @@ TEST_F(LiveEdit, thatDeletesTheFileTakesEffectAtOnceAndTheNextFileWaitsForTheHea
   EXPECT_TRUE(mac.logs("cap 61%"));
 }
 
-TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
+TEST_F(LiveEdit, leaksNoDescriptorInAThousandEdits) {
   const auto descriptors = [&] {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon->pid()) + "/fd");
     return std::distance(begin(all), end(all));
   };
-  // Writes until it takes effect: an edit may fall between a pass and the next watch.
+  // Writes until it takes effect, because an edit may come between a tick and the next watch.
   const auto settle = [&](int limit) {
     EXPECT_TRUE(eventually(
         [&] {
@@ -283,17 +279,18 @@ TEST_F(LiveEdit, aThousandTimesOverLeavesNoDescriptorBehind) {
   EXPECT_TRUE(eventually([&] { return descriptors() == before; }, 20));
 }
 
-// A signal at many moments of a busy life: while it starts, allocates, writes. Either it comes before the
-// daemon has taken signals in hand, and its default effect ends a process that has changed nothing; or
-// everything is given back.
-TEST(LiveDaemon, givesEverythingBackWheneverItIsSignalled) {
+// A signal at many different moments: while the daemon starts, allocates or writes. Before the daemon has set
+// its handler, the default effect ends a process that has changed nothing; after that, everything is given
+// back.
+TEST(LiveDaemon, givesEverythingBackWheneverASignalComes) {
   std::mt19937 random(20261121);
   int taken = 0;
   for (int round = 0; round < 40; ++round) {
     const LiveMac mac({"--charge", "90", "--speed", "20000"});
     mac.settings("{\"discharge\":true}");
     const auto daemon = mac.daemon();
-    // In every other pair of rounds not before the signals are in hand: a busy computer is slow to start it.
+    // In every other pair of rounds, wait until the handler is set, because a busy computer starts the daemon
+    // slowly.
     if (round % 4 >= 2) {
       ASSERT_TRUE(mac.logs("XPC listening")) << round;
     }
@@ -329,7 +326,7 @@ TEST(LiveDaemon, keepsRunningWithItsStandardOutputClosedByTheReader) {
     ::_exit(99);
   }
   ::close(ends[1]);
-  ::close(ends[0]);  // every line it writes is a broken pipe from here on
+  ::close(ends[0]);  // from now on every line is written to a closed pipe
   EXPECT_TRUE(mac.logs("state=hold"));
   static_cast<void>(mac.vmac("unplug"));
   EXPECT_TRUE(mac.logs("state=allow"));
@@ -350,7 +347,7 @@ TEST(LiveDaemon, writesDecimalPointsInEveryLocale) {
   EXPECT_THAT(log, ::testing::MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9]T.*"));
 }
 
-TEST(LiveDaemon, abortsOnALimitBeyondAllNumbersAndGivesNothingBack) {
+TEST(LiveDaemon, abortsOnALimitBeyond64BitsAndGivesNothingBack) {
   const LiveMac mac({"--charge", "90"});
   mac.settings("{\"limit\":1e300}");
   static_cast<void>(mac.vmac("key", {"CHTE=01000000"}));
@@ -361,7 +358,7 @@ TEST(LiveDaemon, abortsOnALimitBeyondAllNumbersAndGivesNothingBack) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(LiveDaemon, bearsEveryKindOfBadConfiguration) {
+TEST(LiveDaemon, survivesEveryKindOfBadConfiguration) {
   const LiveMac mac({"--charge", "50", "--speed", "100"});
   const auto daemon = mac.daemon({"--limit", "60"});
   ASSERT_TRUE(mac.logs("cap 60%"));
@@ -390,7 +387,7 @@ TEST(LiveDaemon, doesNotWaitForAPipeInPlaceOfItsConfiguration) {
   EXPECT_TRUE(mac.logs("cap 60%"));
 }
 
-TEST(LiveDaemon, isOneThread) {
+TEST(LiveDaemon, hasOneThread) {
   const LiveMac mac;
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 70%"));

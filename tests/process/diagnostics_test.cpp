@@ -1,4 +1,4 @@
-// The modes by which the daemon examines itself and the machine, with the real program.
+// The self-test, the probe and the firmware test of the real program.
 
 #include <filesystem>
 #include <map>
@@ -28,7 +28,7 @@ constexpr const char* object = R"({"discharge":"CHIE","led":true,"mode":"CHTE","
 class SelfTestProgram : public ::testing::Test {
  protected:
   SelfTestProgram() {
-    // As the temporary folder of a whole computer is.
+    // With the mode of a computer's temporary folder.
     EXPECT_EQ(::chmod(temporary.path().c_str(), 01777), 0);
     farAway = {{"TMPDIR", temporary.path()}, {"LC_ALL", "fr_FR.UTF-8"}, {"TZ", "Pacific/Kiritimati"}};
   }
@@ -43,12 +43,12 @@ void expectPassed(const test::Ended& ended) {
   EXPECT_EQ(ended.errors, "");
 }
 
-TEST_F(SelfTestProgram, passesForNobodyUnderANarrowMaskInAnotherLanguage) {
+TEST_F(SelfTestProgram, passesForTheUserNobodyWithANarrowUmaskInAnotherLocale) {
   expectPassed(test::runAsNobody({"--selftest"}, farAway, 077));
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
 }
 
-TEST_F(SelfTestProgram, passesForRootWhateverTheMask) {
+TEST_F(SelfTestProgram, passesForRootWithAnyUmask) {
   for (const mode_t mask : {mode_t{0}, mode_t{077}, mode_t{0777}}) {
     const mode_t before = ::umask(mask);
     const auto program = std::make_unique<test::Program>("brisko-daemon", Words{"--selftest"}, farAway);
@@ -59,7 +59,7 @@ TEST_F(SelfTestProgram, passesForRootWhateverTheMask) {
   }
 }
 
-// Every file below a folder with the time of its last change.
+// Every file below a folder, with the time of its last change.
 std::map<std::string, timespec> filesBelow(const std::string& folder) {
   std::map<std::string, timespec> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
@@ -92,7 +92,7 @@ TEST_F(SelfTestProgram, touchesNoKeyAndNoFileOfTheDaemon) {
   for (const auto& [path, changed] : files) EXPECT_TRUE(after.at(path) == changed) << path;
 }
 
-TEST_F(SelfTestProgram, passesManyTimesAtOnce) {
+TEST_F(SelfTestProgram, passesInManyProcessesAtOnce) {
   std::vector<std::unique_ptr<test::Program>> programs;
   for (int count = 0; count < 8; ++count) {
     programs.push_back(std::make_unique<test::Program>("brisko-daemon", Words{"--selftest"}, farAway));
@@ -104,7 +104,7 @@ TEST_F(SelfTestProgram, passesManyTimesAtOnce) {
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
 }
 
-TEST_F(SelfTestProgram, reports1WithoutAPlaceForItsFiles) {
+TEST_F(SelfTestProgram, exitsWith1WithoutATemporaryFolder) {
   ASSERT_EQ(::chmod(temporary.path().c_str(), 0755), 0);
   const test::Ended ended = test::runAsNobody({"--selftest"}, farAway);
   EXPECT_EQ(ended.status, 1);
@@ -113,7 +113,7 @@ TEST_F(SelfTestProgram, reports1WithoutAPlaceForItsFiles) {
 
 // ---- Streams -------------------------------------------------------------------------------------------
 
-// The status of the daemon on that Mac with its standard output there; none when a signal ended it.
+// The exit status of the daemon on this Mac with this standard output; missing if a signal ended it.
 std::optional<int> statusWritingTo(const LiveMac& mac, const char* mode, int output) {
   const test::Ended ended = test::inChild([&] {
     if (output < 0) {
@@ -131,7 +131,7 @@ std::optional<int> statusWritingTo(const LiveMac& mac, const char* mode, int out
 
 class Streams : public ::testing::TestWithParam<const char*> {};
 
-TEST_P(Streams, thatNobodyReadsChangeNothing) {
+TEST_P(Streams, doNotAffectTheStatusIfNobodyReadsThem) {
   const LiveMac mac;
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
@@ -148,7 +148,7 @@ TEST_P(Streams, thatNobodyReadsChangeNothing) {
 INSTANTIATE_TEST_SUITE_P(OfMode, Streams, ::testing::Values("--selftest", "--probe"),
                          [](const auto& mode) { return std::string(mode.param).substr(2); });
 
-TEST(Streams, carryTheSameBytesThroughAPipeAsIntoAFile) {
+TEST(Streams, containTheSameBytesInAPipeAndInAFile) {
   const LiveMac mac;
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
@@ -214,7 +214,7 @@ TEST(ProbeProgram, answersOnALiveMacOfEveryKind) {
   }
 }
 
-TEST(ProbeProgram, answersForAVersionThatIsOnlyPretended) {
+TEST(ProbeProgram, answersForAPretendedVersion) {
   const LiveMac mac;
   EXPECT_EQ(finish(mac, {"--probe", "--json"}, {{"BRISKO_PRETEND_MACOS", "27"}}).output,
             R"({"discharge":"macOS","led":true,"mode":"macOS","supported":true})");
@@ -227,7 +227,7 @@ TEST(ProbeProgram, answersForAVersionThatIsOnlyPretended) {
       "macOS 28 changed the way charging is controlled; Brisko can’t hold a limit on this version yet.\n");
 }
 
-TEST(ProbeProgram, leavesADaemonThatRunsAlone) {
+TEST(ProbeProgram, doesNotAffectARunningDaemon) {
   const LiveMac mac({"--charge", "90"});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("state=hold"));  // the summary, which is the last line of the first tick
@@ -238,7 +238,7 @@ TEST(ProbeProgram, leavesADaemonThatRunsAlone) {
   EXPECT_EQ(mac.key("CHTE"), "01000000");
 }
 
-TEST(WithoutVirtualMac, theModesThatNeedTheControllerSaySoOnStandardOutput) {
+TEST(WithoutVirtualMac, theModesThatNeedTheControllerReportThatOnStandardOutput) {
   for (const Words& words : {Words{"--probe"}, Words{"--probe", "--json"}}) {
     const test::Ended ended = test::runAsNobody(words);
     EXPECT_EQ(ended.status, 1);
@@ -253,7 +253,7 @@ TEST(WithoutVirtualMac, theModesThatNeedTheControllerSaySoOnStandardOutput) {
 
 TEST(FirmwareTestProgram, armsAndDisarmsALiveMac) {
   const LiveMac mac({"--model", "pro16", "--charge", "57"});
-  // The battery runs down far more slowly than it charges: it says 57 for longer than any start takes.
+  // The battery drains far more slowly than it charges, so it shows 57 % for longer than any start takes.
   static_cast<void>(mac.vmac("unplug"));
   static_cast<void>(mac.vmac("speed", {"20"}));
   const test::Finished finished = finish(mac, {"--fwtest"});

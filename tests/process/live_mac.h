@@ -1,5 +1,5 @@
 // tests/process/live_mac.h
-// A live virtual Mac for a process test: made by the real brisko-vmac in a folder of its own.
+// A live virtual Mac for a process test, made by the real brisko-vmac in a temporary folder.
 #pragma once
 
 #include <memory>
@@ -26,9 +26,9 @@ class LiveMac {
   void settings(const std::string& json) const;
   [[nodiscard]] std::string log() const;                   // daemon.log
   [[nodiscard]] bool logs(const std::string& text) const;  // waits for a line with it
-  // What "show" says of a key, e.g. "01000000".
+  // The value that "show" prints for a key, e.g. "01000000".
   [[nodiscard]] std::string key(const std::string& name) const;
-  [[nodiscard]] double charge() const;  // percent, as "show" says
+  [[nodiscard]] double charge() const;  // percent, as "show" prints it
 
  private:
   ScratchFolder scratch_;

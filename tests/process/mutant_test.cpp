@@ -1,4 +1,4 @@
-// The guard of the self-test: every rule that it covers, broken, makes exactly the matching check fail.
+// Tests the self-test: every mutant of a rule makes exactly the matching check fail.
 
 #include <map>
 #include <set>
@@ -114,11 +114,11 @@ TEST(Mutants, areCaughtByTheSelfTestInTheMatchingCheckAlone) {
   }
 }
 
-// Breaks that the lab has to notice, and the self-test need not.
+// Mutants that the lab has to catch and the self-test need not.
 bool isForTheLab(const std::string& name) { return name.starts_with("watch"); }
 
-// A break of something that the self-test does not cover belongs here, beside the test that catches it.
-TEST(Mutants, areTheseAndNoOther) {
+// A mutant of something that the self-test does not cover belongs here, with the test that catches it.
+TEST(Mutants, areTheListedOnes) {
   std::istringstream names(run("brisko-mutant", {}).output);
   std::set<std::string> listed;
   for (std::string name; std::getline(names, name);) {

@@ -28,7 +28,7 @@ std::vector<char*> pointersTo(Words& words) {
   return pointers;
 }
 
-// Ours without any virtual Mac, and what is added.
+// The environment of this process without a virtual Mac, and the added variables.
 Words environmentWith(const Environment& added) {
   Words variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -62,7 +62,7 @@ Program::Program(const std::string& name, const Words& arguments, const Environm
   Words words{programPath(name)};
   words.insert(words.end(), arguments.begin(), arguments.end());
   Words variables = environmentWith(environment);
-  // As launchd starts a program, whatever this one was started with.
+  // With the signals as launchd sets them, whatever this process inherited.
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
   sigset_t all;
@@ -107,12 +107,12 @@ std::optional<int> Program::endSignal() const {
   return ended_ && WIFSIGNALED(*ended_) ? std::optional(WTERMSIG(*ended_)) : std::nullopt;
 }
 
-// The program is opened first, so that the way to it need not be open to whom the child becomes.
+// The program is opened first, so that the user that the child becomes needs no access to its path.
 Ended runPrepared(const Words& arguments, const Environment& environment,
-                  const std::function<void()>& prepare) {
+                  const std::function<void()>& prepare, const std::string& name) {
   return inChild([&] {
-    const int program = ::open(programPath("brisko-daemon").c_str(), O_RDONLY | O_CLOEXEC);
-    Words words{"brisko-daemon"};
+    const int program = ::open(programPath(name).c_str(), O_RDONLY | O_CLOEXEC);
+    Words words{name};
     words.insert(words.end(), arguments.begin(), arguments.end());
     Words variables = environmentWith(environment);
     prepare();
@@ -121,11 +121,15 @@ Ended runPrepared(const Words& arguments, const Environment& environment,
   });
 }
 
-Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask) {
-  return runPrepared(arguments, environment, [fileMask] {
-    ::umask(fileMask);
-    becomeNobody();
-  });
+Ended runAsNobody(const Words& arguments, const Environment& environment, mode_t fileMask,
+                  const std::string& name) {
+  return runPrepared(
+      arguments, environment,
+      [fileMask] {
+        ::umask(fileMask);
+        becomeNobody();
+      },
+      name);
 }
 
 bool eventually(const std::function<bool()>& seen, double seconds) {

@@ -1,5 +1,5 @@
 // tests/process/program.h
-// The real programs, run as processes of their own with their streams in files.
+// Runs the real programs as separate processes with their streams in files.
 #pragma once
 
 #include <functional>
@@ -17,24 +17,24 @@
 namespace brisko::test {
 
 using Words = std::vector<std::string>;
-using Environment = std::map<std::string, std::string>;  // added to ours
+using Environment = std::map<std::string, std::string>;  // added to this process's environment
 
-// A program of the build folder, or of the system by its whole path, while it runs.
+// A running program: one of the build folder, or any other by its absolute path.
 class Program {
  public:
-  // With its standard output in a file, or the descriptor `output`.
+  // Its standard output is a file or the descriptor `output`.
   Program(const std::string& name, const Words& arguments, const Environment& environment = {},
           std::optional<int> output = std::nullopt);
-  ~Program();  // kill -9 when it still runs
+  ~Program();  // kill -9 if it still runs
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  [[nodiscard]] std::string output() const;  // what is in the file
+  [[nodiscard]] std::string output() const;  // the content of the file
   [[nodiscard]] std::string errors() const;
   void signal(int number) const;
 
-  // Waits for its end, at most `seconds`. False when it still runs then.
+  // Waits for its end, at most `seconds`. False if it still runs then.
   bool ends(double seconds = 60);
   [[nodiscard]] std::optional<int> status() const;     // exit status, once it has ended
   [[nodiscard]] std::optional<int> endSignal() const;  // or the signal that ended it
@@ -42,10 +42,10 @@ class Program {
  private:
   ScratchFolder streams_;
   pid_t pid_ = 0;
-  std::optional<int> ended_;  // as waitpid tells it
+  std::optional<int> ended_;  // as returned by waitpid
 };
 
-// Waits until `seen` holds, looking many times a second; false when it does not within `seconds`.
+// Waits until `seen` returns true, checking many times a second. False if it does not within `seconds`.
 [[nodiscard]] bool eventually(const std::function<bool()>& seen, double seconds = 60);
 
 // Runs a program to its end.
@@ -58,13 +58,15 @@ struct Finished {
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
 
-// Runs the daemon to its end in a child that `prepare` has changed before, above all its streams.
+// Runs a program, by default the daemon, until it ends, in a child that `prepare` has changed before, for example
+// its streams.
 [[nodiscard]] Ended runPrepared(const Words& arguments, const Environment& environment,
-                                const std::function<void()>& prepare);
+                                const std::function<void()>& prepare,
+                                const std::string& name = "brisko-daemon");
 
-// Becomes nobody and runs the daemon to its end, without a virtual Mac.
+// Runs it as the user nobody until it ends, without a virtual Mac.
 [[nodiscard]] Ended runAsNobody(const Words& arguments, const Environment& environment = {},
-                                mode_t fileMask = 022);
+                                mode_t fileMask = 022, const std::string& name = "brisko-daemon");
 
 [[nodiscard]] std::string programPath(const std::string& name);
 

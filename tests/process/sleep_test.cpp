@@ -1,5 +1,5 @@
-// A live machine really sleeps: its daemon is paused, is woken by people and by the wake that it
-// scheduled, and continues.
+// Sleep of a live machine: its daemon is paused, is woken by a user or by the wake that it scheduled, and
+// continues.
 
 #include <csignal>
 #include <ctime>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace test;
 
-constexpr double speed = 60;  // a minute of the machine's in a real second
+constexpr double speed = 60;  // a real second is a minute of machine time
 
 std::string atSpeed() { return std::to_string(static_cast<int>(speed)); }
 
@@ -21,7 +21,7 @@ bool falls(const LiveMac& mac) {
   return eventually([&] { return mac.vmac("show").find(", asleep)") != std::string::npos; });
 }
 
-// Lets so much of the machine's time pass for real.
+// Waits until so much machine time has passed.
 void passFor(double machineSeconds) {
   const double real = machineSeconds / speed;
   const auto whole = static_cast<time_t>(real);
@@ -29,14 +29,14 @@ void passFor(double machineSeconds) {
   static_cast<void>(::nanosleep(&wait, nullptr));
 }
 
-TEST(LiveSleep, isPausedUntilItIsWoken) {
+TEST(LiveSleep, pausesTheDaemonUntilAWake) {
   const LiveMac mac({"--charge", "80", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 80%"));
   static_cast<void>(mac.vmac("sleep"));
   ASSERT_TRUE(mac.logs("veille à 80% — grille fermée pour la nuit (plage 75–80%)"));
   ASSERT_TRUE(falls(mac));
-  // Five heartbeats long. Any of them would see the new charge.
+  // For five heartbeats, each of which would notice the new charge.
   const std::string before = mac.log();
   static_cast<void>(mac.vmac("set", {"charge=40"}));
   passFor(60);
@@ -50,7 +50,7 @@ TEST(LiveSleep, isPausedUntilItIsWoken) {
   })) << "the timers run on";
 }
 
-TEST(LiveSleep, isLeftForADarkWakeInWhichTheTimersRun) {
+TEST(LiveSleep, isInterruptedByADarkWakeInWhichTimersRun) {
   const LiveMac mac({"--charge", "80", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 80%"));
@@ -76,7 +76,7 @@ TEST(LiveSleep, endsByTheWakeThatTheDaemonScheduled) {
   ASSERT_TRUE(mac.logs("réveil programmé dans "));
   ASSERT_TRUE(falls(mac));
   EXPECT_THAT(mac.vmac("show"), ContainsRegex("scheduled    wake at [-0-9: ]+ UTC by com.brisko.daemon"));
-  // Nobody touches the machine now: the daemon's own loop has to come round for the wake.
+  // Nothing else advances the machine now, so the daemon's own loop must wake for the event.
   static_cast<void>(mac.vmac("speed", {"600"}));
   EXPECT_TRUE(mac.logs("→ state: hold"));
   EXPECT_THAT(mac.vmac("show"), Not(HasSubstr("scheduled    ")));
@@ -89,11 +89,11 @@ TEST(LiveSleep, doesNotWaitForADaemonThatWasKilled) {
   daemon->signal(SIGKILL);
   ASSERT_TRUE(daemon->ends());
   static_cast<void>(mac.vmac("sleep"));
-  // At once and not after half a minute.
+  // At once, not after half a minute.
   EXPECT_TRUE(falls(mac));
 }
 
-TEST(LiveSleep, letsADaemonEndThatIsTold) {
+TEST(LiveSleep, endsADaemonThatGetsASignal) {
   const LiveMac mac({"--charge", "72", "--speed", atSpeed()});
   const auto daemon = mac.daemon();
   ASSERT_TRUE(mac.logs("batt 72%"));

@@ -1,4 +1,4 @@
-// What the app sees of the status file while the daemon rewrites it.
+// What the app reads from the status file while the daemon rewrites it.
 
 #include <algorithm>
 #include <ctime>
@@ -16,8 +16,8 @@ double realNow() {
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// The file is overwritten in place, so a reader may meet it empty or cut, but never for long.
-TEST(LiveStatus, isAWholeObjectWithin50MillisecondsForAReaderThatNeverRests) {
+// The file is overwritten in place, so a reader may find it empty or truncated, but never for long.
+TEST(LiveStatus, isWholeWithin50MillisecondsForAReaderThatReadsContinuously) {
   constexpr double patience = 0.05;
   const test::LiveMac mac({"--charge", "50", "--speed", "2000"});
   const std::string path = mac.folder() + "/volume/Library/Application Support/Brisko/status.json";

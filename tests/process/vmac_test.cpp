@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-void expectComplaint(const Finished& finished, int status, const std::string& text) {
+void expectError(const Finished& finished, int status, const std::string& text) {
   EXPECT_EQ(finished.status, status);
   EXPECT_EQ(finished.output, "");
   EXPECT_THAT(finished.errors, HasSubstr(text));
@@ -60,7 +60,7 @@ TEST(Vmac, makesAMacWhoseKeysAreClosed) {
   EXPECT_TRUE(mac.logs("charging via nothing: macOS 27 closed the keys Brisko writes, observing only"));
 }
 
-TEST(Vmac, letsTheDaemonBeStartedByAnotherUserThanRoot) {
+TEST(Vmac, canStartTheDaemonAsAnotherUserThanRoot) {
   const LiveMac mac;
   mac.vmac("set", {"user=501"});
   const auto refused = mac.daemon();
@@ -75,22 +75,22 @@ TEST(Vmac, letsTheDaemonBeStartedByAnotherUserThanRoot) {
 TEST(Vmac, refusesAFolderThatIsNotEmpty) {
   const LiveMac mac;
   const std::string before = test::contents(mac.folder() + "/machine");
-  expectComplaint(run("brisko-vmac", {"new", mac.folder()}), 1, "brisko-vmac: ");
+  expectError(run("brisko-vmac", {"new", mac.folder()}), 1, "brisko-vmac: ");
   EXPECT_EQ(test::contents(mac.folder() + "/machine"), before);
 }
 
-TEST(Vmac, complainsOfWhatItIsNotTold) {
-  expectComplaint(run("brisko-vmac", {}), 2, "");
-  expectComplaint(run("brisko-vmac", {"dance"}), 2, "");
-  expectComplaint(run("brisko-vmac", {"show"}), 2, "folder");
+TEST(Vmac, reportsMissingAndInvalidArguments) {
+  expectError(run("brisko-vmac", {}), 2, "");
+  expectError(run("brisko-vmac", {"dance"}), 2, "");
+  expectError(run("brisko-vmac", {"show"}), 2, "folder");
   const test::ScratchFolder scratch;
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--model", "toaster"}), 2, "toaster");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--charge", "101"}), 2, "101");
-  expectComplaint(run("brisko-vmac", {"new", scratch.path() + "/a", "--gate", "door"}), 2, "door");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--model", "toaster"}), 2, "toaster");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--charge", "101"}), 2, "101");
+  expectError(run("brisko-vmac", {"new", scratch.path() + "/a", "--gate", "door"}), 2, "door");
   EXPECT_FALSE(test::exists(scratch.path() + "/a"));
 }
 
-TEST(Vmac, complainsOfAFolderThatIsNoMachine) {
+TEST(Vmac, reportsAFolderThatIsNotAMachine) {
   const test::ScratchFolder scratch;
   for (const char* verb : {"show", "plug", "unplug", "sleep", "wake", "boot", "shutdown", "watch"}) {
     const Finished finished = run("brisko-vmac", {verb, scratch.path()});
@@ -124,25 +124,25 @@ TEST(Vmac, setsValuesByName) {
   EXPECT_THAT(mac.vmac("show"), HasSubstr("temperature  41."));
 }
 
-TEST(Vmac, changesNothingWhenOneWordOfManyIsWrong) {
+TEST(Vmac, changesNothingIfOneOfSeveralArgumentsIsInvalid) {
   const LiveMac mac({"--charge", "70"});
   for (const Words& words :
        {Words{"charge=20", "chrage=30"}, Words{"charge=20", "load=heavy"}, Words{"charge=20", "charge=101"},
         Words{"charge=20", "load"}, Words{"charge= 20"}}) {
     Words all{"set", mac.folder()};
     all.insert(all.end(), words.begin(), words.end());
-    expectComplaint(run("brisko-vmac", all), 2, "brisko-vmac: ");
+    expectError(run("brisko-vmac", all), 2, "brisko-vmac: ");
   }
   EXPECT_NEAR(mac.charge(), 70, 0.6);
 }
 
-TEST(Vmac, writesKeysAsSomebodyElseWould) {
+TEST(Vmac, writesKeysAsAnotherProgramWould) {
   const LiveMac mac;
   static_cast<void>(mac.vmac("key", {"CHTE=01000000", "ACLC=03"}));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
   EXPECT_EQ(mac.key("ACLC"), "03");
   for (const char* bad : {"CHTE", "CHTE=1", "CHTE=xx", "TOOLONG=01", "CHT=01000000"}) {
-    expectComplaint(run("brisko-vmac", {"key", mac.folder(), bad}), 2, "KEY=HEX");
+    expectError(run("brisko-vmac", {"key", mac.folder(), bad}), 2, "KEY=HEX");
   }
 }
 
@@ -155,18 +155,18 @@ TEST(Vmac, reportsTheJournalOfWrites) {
   EXPECT_NE(shown.find("write CHTE 01000000"), std::string::npos);
 }
 
-TEST(Vmac, doesUnkindThings) {
+TEST(Vmac, injectsFaults) {
   const LiveMac mac;
   const Finished list = run("brisko-vmac", {"faults"});
   EXPECT_EQ(list.status, 0);
   EXPECT_THAT(list.output, HasSubstr("key-ignores-write"));
   static_cast<void>(mac.vmac("fault", {"key-ignores-write", "--key", "CHTE"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("CHTE 00000000, ignores writes"));
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
-  expectComplaint(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
+  expectError(run("brisko-vmac", {"fault", mac.folder(), "gremlins"}), 2, "gremlins");
+  expectError(run("brisko-vmac", {"fault", mac.folder(), "trickle", "--number", "many"}), 2, "many");
 }
 
-TEST(Vmac, makesAMacWithTheLimitOfMacOSAndMovesItsSlider) {
+TEST(Vmac, makesAMacWithItsOwnLimitAndMovesItsSlider) {
   const LiveMac mac({"--macos", "27", "--speed", "100"});
   EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for none\n"));
   static_cast<void>(mac.vmac("set", {"limit=85"}));
@@ -177,19 +177,19 @@ TEST(Vmac, makesAMacWithTheLimitOfMacOSAndMovesItsSlider) {
   EXPECT_TRUE(eventually([&] {
     return mac.vmac("show").find("limit        none, asked for none\n") != std::string::npos;
   })) << mac.vmac("show");
-  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "limit=75"}), 2,
-                  "limit takes a number from 80 to 100");
-  expectComplaint(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
+  expectError(run("brisko-vmac", {"set", mac.folder(), "limit=75"}), 2,
+              "limit takes a number from 80 to 100");
+  expectError(run("brisko-vmac", {"set", mac.folder(), "load=off"}), 2, "\"off\"");
 }
 
-TEST(Vmac, showsWhatPeopleAskedOfTheLimitBeforeItIsTaken) {
+TEST(Vmac, showsARequestedLimitBeforeItIsApplied) {
   const LiveMac mac({"--macos", "27"});
   static_cast<void>(mac.vmac("set", {"limit-delay=600", "limit=85", "charge-to-full=3600"}));
   EXPECT_THAT(mac.vmac("show"), HasSubstr("limit        none, asked for 85 %, to full until 20"));
   EXPECT_THAT(mac.vmac("show"), HasSubstr(" UTC, taken in "));
 }
 
-TEST(Vmac, makesAMacWithoutTheLimitOfMacOS) {
+TEST(Vmac, makesAMacWithoutALimitOfItsOwn) {
   const std::string without = "limit        this macOS has none\n";
   EXPECT_THAT(LiveMac({"--macos", "27", "--no-limit"}).vmac("show"), HasSubstr(without));
   EXPECT_THAT(LiveMac({"--macos", "25"}).vmac("show"), HasSubstr(without));
@@ -202,8 +202,6 @@ TEST(Vmac, changesTheSpeedWithoutAJumpInTime) {
   EXPECT_LT(charge, 60);
   EXPECT_NEAR(mac.charge(), charge, 0.5);
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(Boot, runsTheDaemonUntilShutdownAndTurnsTheMachineOff) {
   const LiveMac mac({"--charge", "90", "--speed", "50"});
@@ -226,14 +224,14 @@ TEST(Boot, endsTheDaemonOnCtrlCToo) {
   EXPECT_EQ(mac.key("CHTE"), "00000000");
 }
 
-TEST(Boot, startsTheDaemonAgainWhenItEndsAndKeepsTheStartsApart) {
+TEST(Boot, startsTheDaemonAgainWithADelayWhenItEnds) {
   const LiveMac mac({"--charge", "90", "--speed", "10", "--gate", "none"});
   // Without a gate the daemon ends at once, every time.
   Program boot("brisko-vmac", {"boot", mac.folder()});
   const std::string errorLog = mac.folder() + "/volume/Library/Logs/Brisko/daemon.err.log";
   EXPECT_TRUE(eventually([&] { return countOf(test::contents(errorLog), "⛔️") >= 3; }));
   const std::size_t starts = countOf(test::contents(errorLog), "⛔️");
-  const timespec real{1, 0};  // ten seconds of the machine's: at most one more start, and one on the way
+  const timespec real{1, 0};  // ten seconds of machine time: at most one more start, and one under way
   static_cast<void>(::nanosleep(&real, nullptr));
   EXPECT_LE(countOf(test::contents(errorLog), "⛔️"), starts + 2);
   static_cast<void>(mac.vmac("shutdown"));
@@ -244,12 +242,12 @@ TEST(Boot, bootsAMachineOnce) {
   const LiveMac mac;
   Program boot("brisko-vmac", {"boot", mac.folder()});
   ASSERT_TRUE(mac.logs("batt 70%"));
-  expectComplaint(run("brisko-vmac", {"boot", mac.folder()}), 1, "booted already");
+  expectError(run("brisko-vmac", {"boot", mac.folder()}), 1, "booted already");
   static_cast<void>(mac.vmac("shutdown"));
   EXPECT_TRUE(boot.ends());
 }
 
-TEST(Boot, startsTheUptimeAnew) {
+TEST(Boot, resetsTheUptime) {
   const LiveMac mac({"--uptime", "100000", "--speed", "1"});
   Program boot("brisko-vmac", {"boot", mac.folder()});
   ASSERT_TRUE(mac.logs("batt 70%"));
@@ -272,13 +270,13 @@ TEST(Boot, leavesNoLockBehindWhenItIsKilled) {
   EXPECT_TRUE(eventually([&] { return countOf(mac.log(), "brisko-daemon started") == 2; }));
 }
 
-TEST(Boot, complainsOfADaemonThatCanNotBeStarted) {
+TEST(Boot, reportsADaemonThatCannotBeStarted) {
   const LiveMac mac;
-  expectComplaint(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
-                  "/nowhere/brisko-daemon");
+  expectError(run("brisko-vmac", {"boot", mac.folder(), "--daemon", "/nowhere/brisko-daemon"}), 1,
+              "/nowhere/brisko-daemon");
 }
 
-TEST(Boot, handsArgumentsToTheDaemon) {
+TEST(Boot, passesArgumentsToTheDaemon) {
   const LiveMac mac;
   Program boot("brisko-vmac", {"boot", mac.folder(), "--", "--limit", "66"});
   EXPECT_TRUE(mac.logs("cap 66%"));

@@ -1,5 +1,5 @@
-// The real daemon with a standard output that takes nothing: a pipe whose reader waits, a terminal on hold.
-// The log does without it; the answer of a mode waits.
+// The real daemon with a standard output that accepts nothing: a full pipe, or a terminal on hold. The log
+// drops its lines; a mode that prints an answer waits.
 
 #include <csignal>
 #include <string>
@@ -19,7 +19,7 @@ namespace {
 
 using namespace test;
 
-// What can be read now, without waiting.
+// Reads what is available without blocking.
 std::string readNow(const Descriptor& end) {
   std::string text;
   std::string part(4096, '\0');
@@ -45,7 +45,7 @@ class FullPipe {
   void makeWritingWait(bool waits) const { ::fcntl(writing.number(), F_SETFL, waits ? 0 : O_NONBLOCK); }
 
   std::string filler;
-  Descriptor reading;  // without waiting
+  Descriptor reading;  // non-blocking
   Descriptor writing;
 };
 
@@ -65,7 +65,7 @@ class Terminal {
   void hold() { type("\x13", false); }   // Ctrl-S
   void resume() { type("\x11", true); }  // Ctrl-Q
 
-  Descriptor keyboard;  // and the screen, without waiting
+  Descriptor keyboard;  // and the screen; non-blocking
   Descriptor output;
 
  private:
@@ -78,8 +78,8 @@ class Terminal {
   }
 };
 
-// On a Mac above its limit: it is held, hears of its adapter, and is given back; all of this stands in the
-// log file.
+// On a Mac above its limit: the daemon holds the charge, notices a change of the adapter, and gives the
+// charge back. The log file contains all of this.
 void expectToDoItsWork(const LiveMac& mac, Program& daemon) {
   ASSERT_TRUE(mac.logs("→ state: hold"));
   EXPECT_EQ(mac.key("CHTE"), "01000000");
@@ -105,7 +105,7 @@ TEST(LogWithWaitingReader, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(pipe.reading), pipe.filler);
 }
 
-TEST(LogWithWaitingReader, goesOnWithWholeLinesOnceItIsRead) {
+TEST(LogWithWaitingReader, resumesWithWholeLinesOnceItIsRead) {
   const LiveMac mac({"--charge", "90"});
   const FullPipe pipe;
   Program daemon("brisko-daemon", {}, on(mac), pipe.writing.number());
@@ -130,7 +130,7 @@ TEST(LogOnPausedTerminal, doesNotKeepTheDaemonFromItsWork) {
   EXPECT_EQ(readNow(terminal.keyboard), "");
 }
 
-TEST(LogOnPausedTerminal, goesOnWithWholeLinesOnceItIsReleased) {
+TEST(LogOnPausedTerminal, resumesWithWholeLinesOnceItIsReleased) {
   const LiveMac mac({"--charge", "90"});
   Terminal terminal;
   Program daemon("brisko-daemon", {}, on(mac), terminal.output.number());
@@ -153,7 +153,7 @@ TEST(LogOnPausedTerminal, goesOnWithWholeLinesOnceItIsReleased) {
   EXPECT_THAT(mac.log(), EndsWith(shown.substr(shown.rfind("→ state: hold"))));
 }
 
-// Every line of what the program says, once it is read; it has come to wait for that before.
+// The whole output of the program, which is read only after the program has blocked.
 std::string answer(const Words& arguments, const test::Environment& environment, bool nonBlocking) {
   const FullPipe pipe;
   pipe.makeWritingWait(!nonBlocking);
@@ -175,7 +175,7 @@ std::string answer(const Words& arguments, const test::Environment& environment,
 
 class WaitingReader : public ::testing::TestWithParam<bool> {};  // whether the pipe is non-blocking
 
-TEST_P(WaitingReader, isNotLost) {
+TEST_P(WaitingReader, losesNoOutput) {
   const LiveMac mac({"--model", "pro16", "--charge", "57", "--speed", "100"});
   for (const Words& arguments :
        {Words{"--version"}, Words{"--selftest"}, Words{"--probe"}, Words{"--probe", "--json"}}) {

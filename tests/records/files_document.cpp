@@ -8,7 +8,7 @@ namespace brisko::test {
 std::map<std::string, std::string> examplesOfFilesDocument() {
   const std::string document = contents(std::string(BRISKO_TEST_DATA) + "/../../docs/files.md");
   std::map<std::string, std::string> examples;
-  std::string name;  // of the block that the line is in; "" none
+  std::string name;  // of the block that contains the line; "" outside
   for (const std::string& line : sim::linesOf(document)) {
     if (line.starts_with("```")) {
       name = name.empty() ? line.substr(line.find(' ') + 1) : "";

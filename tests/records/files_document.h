@@ -7,7 +7,7 @@
 
 namespace brisko::test {
 
-// The text of each block, by the name behind its kind: ```json status.json
+// The text of each block, by the name after its language: ```json status.json
 [[nodiscard]] std::map<std::string, std::string> examplesOfFilesDocument();
 
 }  // namespace brisko::test

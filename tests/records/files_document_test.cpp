@@ -37,7 +37,7 @@ class FilesDocument : public test::OnVirtualMac {
   }
 
   const std::string& example(const std::string& name) { return examples_.at(name); }
-  // With its keys in the order of the file.
+  // With the keys in the order of the file.
   Json object(const std::string& name) {
     const std::string& text = example(name);
     Json value = Json::parse(text);
@@ -57,12 +57,12 @@ TEST_F(FilesDocument, hasOneExampleOfEachFile) {
                                               "history/2026-03-01.jsonl", "daemon.log"));
 }
 
-TEST_F(FilesDocument, givesTheSettingsTheirDefaults) {
+TEST_F(FilesDocument, showsTheDefaultsOfTheSettings) {
   const Json settings = object("config.json");
   EXPECT_EQ(parseConfig(settings), Settings{});
   writeConfig(Settings{}, std::nullopt, std::nullopt, std::nullopt);
   EXPECT_EQ(mac.read(defaultConfigPath), settings.dump());
-  // Each key is read: another value makes another record.
+  // Each key is read: a different value results in a different record.
   for (const auto& [key, value] : settings.items()) {
     Json changed = settings;
     if (value.is_boolean()) {

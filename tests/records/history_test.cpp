@@ -35,7 +35,7 @@ class History : public test::OnVirtualMac {
     const auto update = mac.store().update();
     update.machine().system.wallOffset = wallTime - update.machine().now;
   }
-  // What the registry shows from now on, until time passes.
+  // The values that the registry shows until time passes.
   void gauge(std::int64_t milliamps, std::int64_t millivolts) {
     const auto update = mac.store().update();
     update.machine().gauge.currentMA = milliamps;
@@ -53,7 +53,7 @@ class History : public test::OnVirtualMac {
     return found;
   }
 
-  // The line that this sample makes, without its line feed; "" when it makes none.
+  // The line for this sample, without its line feed; "" if none is written.
   std::string record() {
     const std::string before = file(today);
     recordSample(sample, cfg);
@@ -132,7 +132,7 @@ TEST_F(History, dropsFractionsOfTheSecond) {
   EXPECT_THAT(record(), HasSubstr("\"t\":1772352000,"));
 }
 
-// --- when a sample is worth a line
+// --- when a sample is written
 
 TEST_F(History, skipsASampleThatComesTooSoon) {
   EXPECT_TRUE(recordAfter(0));
@@ -182,7 +182,7 @@ TEST_F(History, recordsAnythingAfter300Seconds) {
   EXPECT_TRUE(recordAfter(0.125));
 }
 
-TEST_F(History, takesNoTemperatureForZeroDegrees) {
+TEST_F(History, countsAMissingTemperatureAsZeroDegrees) {
   EXPECT_TRUE(recordAfter(0));
   sample.temp.reset();
   EXPECT_FALSE(recordAfter(54.875));
@@ -215,7 +215,7 @@ TEST_F(History, leavesHeatToTheNextLine) {
   EXPECT_THAT(record(), Not(HasSubstr("hot")));
 }
 
-TEST_F(History, waitsOutAClockThatWasSetBack) {
+TEST_F(History, writesNothingUntilAClockThatWasSetBackCatchesUp) {
   EXPECT_TRUE(recordAfter(0));
   mac.number(ChangeKind::clockStep, -3600);
   EXPECT_FALSE(recordAfter(3600));
@@ -230,7 +230,7 @@ TEST_F(History, isNotWrittenWhenSwitchedOff) {
   EXPECT_THAT(names(), ElementsAre("2020-01-01.jsonl"));
   EXPECT_THAT(newLines(), IsEmpty());
   cfg.history = true;
-  EXPECT_TRUE(recordAfter(0));  // what was not written does not count
+  EXPECT_TRUE(recordAfter(0));  // an unwritten sample does not count
 }
 
 TEST_F(History, isNotWrittenAfterAPurge) {
@@ -242,7 +242,7 @@ TEST_F(History, isNotWrittenAfterAPurge) {
 
 // --- the day
 
-TEST_F(History, beginsANewFileAtLocalMidnight) {
+TEST_F(History, startsANewFileAtLocalMidnight) {
   struct Case {
     const char* zone;
     double midnight;
@@ -280,7 +280,7 @@ TEST_F(History, namesDaysBefore1970AndFarAway) {
   sample.plugged = true;
   clock(1e18);  // beyond every calendar
   recordSample(sample, cfg);
-  EXPECT_THAT(names(), SizeIs(1));  // the second one's pruning took the first
+  EXPECT_THAT(names(), SizeIs(1));  // the pruning of the second one removed the first
 }
 
 // --- files and folders
@@ -298,7 +298,7 @@ TEST_F(History, isReadableForTheAppWhateverTheUmask) {
   }
 }
 
-TEST_F(History, keepsTheModeOfWhatIsThere) {
+TEST_F(History, keepsTheModesOfExistingFilesAndFolders) {
   mac.write(unmapped(today), "earlier\n");
   test::setMode(mac.path(historyDir), 0700);
   test::setMode(mac.path(unmapped(today)), 0600);
@@ -323,15 +323,15 @@ TEST_F(History, prunesAlsoAfterALineThatCannotBeWritten) {
   EXPECT_THAT(names(), ElementsAre(today));
 }
 
-TEST_F(History, toleratesWhatStandsInItsPlace) {
+TEST_F(History, toleratesOtherThingsInItsPlace) {
   test::makePipe(mac.path(unmapped(today)));
-  recordSample(sample, cfg);  // does not wait
+  recordSample(sample, cfg);  // does not block
   std::filesystem::remove(mac.path(unmapped(today)));
 
   test::makeLink(mac.path(unmapped(today)), mac.path("/nowhere"));
   sample.plugged = !sample.plugged;
   recordSample(sample, cfg);
-  EXPECT_FALSE(mac.exists("/nowhere"));  // as root, a link is not to say where files are made
+  EXPECT_FALSE(mac.exists("/nowhere"));  // a root service must not create files where a link points
   std::filesystem::remove(mac.path(unmapped(today)));
 
   std::filesystem::remove_all(mac.path(historyDir));
@@ -341,13 +341,13 @@ TEST_F(History, toleratesWhatStandsInItsPlace) {
   EXPECT_EQ(mac.read(historyDir), "a file");
 }
 
-TEST_F(History, makesItsFolderAnewWhenItVanishes) {
+TEST_F(History, createsItsFolderAgainIfItVanishes) {
   EXPECT_TRUE(recordAfter(0));
   std::filesystem::remove_all(mac.path("/Library/Application Support/Brisko"));
   EXPECT_TRUE(recordAfter(300));
 }
 
-TEST_F(History, bearsAFolderThatIsNotOurs) {
+TEST_F(History, toleratesAFolderOfAnotherUser) {
   const std::string path = mac.path(historyDir);
   test::setMode(path, 0555);
   const auto ended = test::inChild([&] {
@@ -402,7 +402,7 @@ TEST_F(Pruning, keepsAWeekAtLeast) {
   EXPECT_THAT(names(), ElementsAre("2026-02-22.jsonl", "2026-02-23.jsonl"));
 }
 
-TEST_F(Pruning, removesNothingForEver) {
+TEST_F(Pruning, removesNothingIfTheTimeIsEndless) {
   has({"0001-01-01.jsonl", "1970-01-01.jsonl"});
   for (const std::int64_t days :
        {std::int64_t{9'000'000'000'000'000'000}, std::numeric_limits<std::int64_t>::max()}) {
@@ -413,7 +413,7 @@ TEST_F(Pruning, removesNothingForEver) {
   EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(Pruning, leavesWhatIsNamedOtherwise) {
+TEST_F(Pruning, keepsFilesWithOtherNames) {
   const std::vector<std::string> others = {".jsonl",           "02020-01-01.jsonl",   "2020-00-10.jsonl",
                                            "2020-01-01",       "2020-01-01 .jsonl",   "2020-01-01.JSONL",
                                            "2020-01-01.json",  "2020-01-01.jsonl.gz", "2020-01-01x.jsonl",
@@ -450,8 +450,8 @@ TEST_F(Pruning, needsADigitWhereverTheDateHasOne) {
   for (const auto& name : others) EXPECT_TRUE(mac.exists(unmapped(name))) << name;
 }
 
-TEST_F(Pruning, goesByEveryDigitOfTheDate) {
-  // The cut is at noon of 2026-02-20. Each of these lies on its side of it by one digit.
+TEST_F(Pruning, comparesEveryDigitOfTheDate) {
+  // The cut is at noon of 2026-02-20. Each of these dates is before or after it by one digit.
   const std::vector<std::string> older = {"1026-02-21.jsonl", "1926-02-21.jsonl", "2016-02-21.jsonl",
                                           "2025-02-21.jsonl", "2026-01-21.jsonl", "2026-02-11.jsonl",
                                           "2026-02-09.jsonl", "2026-02-20.jsonl"};
@@ -470,7 +470,7 @@ TEST_F(Pruning, knowsLeapDays) {
   EXPECT_THAT(names(), IsEmpty());
 }
 
-TEST_F(Pruning, reportsItAlsoWhenAFileStays) {
+TEST_F(Pruning, logsAFileEvenIfItCannotBeRemoved) {
   has({"2020-01-01.jsonl/inside", "2020-01-02.jsonl"});
   for (int time = 0; time < 2; ++time) {
     pruneHistory(7);
@@ -481,7 +481,7 @@ TEST_F(Pruning, reportsItAlsoWhenAFileStays) {
   EXPECT_TRUE(mac.exists(unmapped("2020-01-01.jsonl/inside")));
 }
 
-TEST_F(Pruning, removesALinkAndNotWhatItLeadsTo) {
+TEST_F(Pruning, removesALinkAndNotItsTarget) {
   mac.write("/elsewhere", "kept");
   test::makeLink(mac.path(unmapped("2020-01-01.jsonl")), mac.path("/elsewhere"));
   test::makePipe(mac.path(unmapped("2020-01-02.jsonl")));
@@ -490,7 +490,7 @@ TEST_F(Pruning, removesALinkAndNotWhatItLeadsTo) {
   EXPECT_EQ(mac.read("/elsewhere"), "kept");
 }
 
-TEST_F(Pruning, bearsAFolderThatCannotBeListed) {
+TEST_F(Pruning, toleratesAFolderThatCannotBeListed) {
   std::filesystem::remove_all(mac.path(historyDir));
   pruneHistory(7);
   mac.write(historyDir, "a file");
@@ -511,8 +511,8 @@ TEST_F(Pruning, countsFromTheLocalDaysFirstMoment) {
                             // Midnight comes twice; the first one begins the day.
                             Case{"Atlantic/Azores", "2024-10-27.jsonl", 1729987200}}) {
     zone(place.zone);
-    // With a day of winter looked at before: the C library takes its first guess at a doubtful hour from
-    // there.
+    // After a conversion of a winter day, because the C library resolves an ambiguous hour like the previous
+    // conversion.
     has({"2010-01-15.jsonl", place.name});
     clock(place.start + 7 * day);
     pruneHistory(7);
@@ -523,7 +523,7 @@ TEST_F(Pruning, countsFromTheLocalDaysFirstMoment) {
   }
 }
 
-TEST_F(Pruning, comesWithTheFirstLineAndWithEachNewDay) {
+TEST_F(Pruning, runsWithTheFirstLineAndOnEachNewDay) {
   cfg.historyDays = 7;
   has({"2020-01-01.jsonl"});
   recordSample(sample, cfg);
@@ -540,14 +540,14 @@ TEST_F(Pruning, comesWithTheFirstLineAndWithEachNewDay) {
   EXPECT_THAT(newLines(), SizeIs(2));
 }
 
-TEST_F(Pruning, keepsTheDaysOfTheSettings) {
+TEST_F(Pruning, keepsTheConfiguredNumberOfDays) {
   cfg.historyDays = 3;
   has({"2026-02-22.jsonl", "2026-02-23.jsonl"});
   recordSample(sample, cfg);
   EXPECT_THAT(names(), ElementsAre("2026-02-23.jsonl", "2026-03-01.jsonl"));
 }
 
-TEST_F(Pruning, doesNotComeWithASampleThatMakesNoLine) {
+TEST_F(Pruning, doesNotRunForASampleWithoutALine) {
   EXPECT_TRUE(recordAfter(0));
   clock(1772409600 - 30);
   EXPECT_TRUE(recordAfter(0));

@@ -27,7 +27,7 @@ using namespace test;
 const std::vector<std::string> kinds = {"calibration", "config", "history-line",
                                         "probe",       "status", "statistics"};
 
-// Documents that are right, with every key that can stand in them, by their kind.
+// Valid documents with every possible key, by kind.
 std::map<std::string, std::vector<Json>> wholeDocuments() {
   std::map<std::string, std::vector<Json>> documents;
   for (const auto& [name, text] : test::examplesOfFilesDocument()) {
@@ -69,7 +69,7 @@ void forEachPlace(const Json& value, const std::function<void(const Json::json_p
   }
 }
 
-// What must not stand where `value` stands. Every kind of number is another type.
+// Values that are invalid in the place of `value`. Integers and numbers are different types.
 std::vector<Json> othersThan(const Json& value) {
   std::vector<Json> others = {nullptr, true, 7, -7, 7.0, 7.5, "other", Json::array(), Json::object()};
   std::erase_if(others, [&](const Json& other) {
@@ -78,9 +78,7 @@ std::vector<Json> othersThan(const Json& value) {
   return others;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(Schemas, takeTheDocumentsThatAreRight) {
+TEST(Schemas, acceptValidDocuments) {
   std::set<std::string> seen;
   for (const auto& [kind, documents] : wholeDocuments()) {
     seen.insert(kind);
@@ -89,7 +87,7 @@ TEST(Schemas, takeTheDocumentsThatAreRight) {
   EXPECT_EQ(seen, std::set<std::string>(kinds.begin(), kinds.end()));
 }
 
-TEST(Schemas, refuseEveryOtherTypeUnderEveryKey) {
+TEST(Schemas, rejectEveryOtherTypeUnderEveryKey) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
       forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
@@ -103,7 +101,7 @@ TEST(Schemas, refuseEveryOtherTypeUnderEveryKey) {
   }
 }
 
-TEST(Schemas, refuseAnotherKeyInEveryObject) {
+TEST(Schemas, rejectAnUnknownKeyInEveryObject) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
       forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
@@ -116,8 +114,8 @@ TEST(Schemas, refuseAnotherKeyInEveryObject) {
   }
 }
 
-// The keys that the objects at each place may do without; all others are needed.
-TEST(Schemas, missEveryKeyThatIsAlwaysThere) {
+// The optional keys of the objects at each place; all others are required.
+TEST(Schemas, requireEveryKeyThatIsAlwaysPresent) {
   const std::set<std::string> runs = {"afterNominal", "afterRaw",    "beforeNominal", "beforeRaw",
                                       "cyclesBefore", "cyclesAfter", "design"};
   std::map<std::string, std::set<std::string>> optional = {
@@ -150,13 +148,11 @@ TEST(Schemas, missEveryKeyThatIsAlwaysThere) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 struct Edit {
   std::string kind;
   std::string place;
   Json value;
-  std::string keyword;  // of the schema, that this breaks; empty: none
+  std::string keyword;  // the keyword of the schema that this violates; empty: none
 };
 
 void expectFlaws(const std::vector<Edit>& edits) {
@@ -173,7 +169,7 @@ void expectFlaws(const std::vector<Edit>& edits) {
   }
 }
 
-TEST(Schemas, knowEveryNameThatCanStandThere) {
+TEST(Schemas, acceptEveryNameThatTheDaemonUses) {
   std::vector<Edit> edits;
   const auto names = [&](const std::string& kind, const std::string& place,
                          const std::vector<std::string>& known) {
@@ -195,7 +191,7 @@ TEST(Schemas, knowEveryNameThatCanStandThere) {
   expectFlaws(edits);
 }
 
-TEST(Schemas, keepTheRangesThatTheDaemonKeeps) {
+TEST(Schemas, enforceTheRangesOfTheDaemon) {
   expectFlaws({
       {"status", "/upper", 19, "minimum"},
       {"status", "/upper", 20, ""},
@@ -233,7 +229,7 @@ TEST(Schemas, acceptAnyChoiceOfTheUser) {
   });
 }
 
-TEST(Schemas, letAStatusContainARunOnlyDuringOne) {
+TEST(Schemas, allowARunInAStatusOnlyDuringACalibration) {
   const Json running = whole("status");
   Json idle = running;
   idle["cal"]["phase"] = "idle";
@@ -251,7 +247,7 @@ TEST(Schemas, letAStatusContainARunOnlyDuringOne) {
   EXPECT_THAT(flaw("status", began), Optional(HasSubstr("#/cal breaks \"oneOf\"")));
 }
 
-TEST(Schemas, letAProbeContainEitherAGateOrAReason) {
+TEST(Schemas, allowEitherAGateOrAReasonInAProbe) {
   const std::vector<Json> probes = wholeDocuments().at("probe");
   const Json& keys = probes[0];
   const Json& macOS = probes[1];
@@ -293,7 +289,7 @@ TEST(Schemas, letAProbeContainEitherAGateOrAReason) {
   }
 }
 
-TEST(Schemas, areAskedOfCompactSortedTextsOnly) {
+TEST(Schemas, requireACompactSortedText) {
   const std::string right = whole("statistics").dump();
   ASSERT_EQ(flawIn(right, "statistics"), std::nullopt);
   for (const std::string& text : {right + "\n", " " + right, whole("statistics").dump(1)}) {
@@ -307,18 +303,16 @@ TEST(Schemas, areAskedOfCompactSortedTextsOnly) {
   EXPECT_THAT(flawIn("[]", "statistics"), Optional(HasSubstr("# breaks \"type\"")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-// What the daemon's own writer and a test leave in a folder. Looking at it must fail the test, or not.
+// Files of the daemon and of a test in a folder, whose check must fail the test or pass.
 class RecordCheck : public ::testing::Test {
  protected:
   RecordCheck() { root() = folder_.path(); }
 
-  // What is to fail cannot see the fixture.
-  static void look() { test::checkRecords(root()); }
+  // A statement that should fail cannot use the fixture.
+  static void checkFolder() { test::checkRecords(root()); }
   static std::string path(const std::string& name) { return root() + "/" + name; }
 
-  // Adds to a file as the daemon does to its history.
+  // Appends to a file as the daemon does to its history.
   static void append(const std::string& name, const std::string& text) {
     const Descriptor file = openForAppending(path(name));
     ASSERT_TRUE(writeAll(file.number(), text));
@@ -335,44 +329,45 @@ class RecordCheck : public ::testing::Test {
 
 constexpr const char* line = "{\"g\":true,\"p\":80,\"s\":\"hold\",\"t\":1772352000}\n";
 
-TEST_F(RecordCheck, failsOnEachRecordWithAFlaw) {
+TEST_F(RecordCheck, failsOnEachInvalidRecord) {
   for (const auto& [kind, name] : std::map<std::string, std::string>{{"calibration", "calibration.json"},
                                                                      {"config", "config.json"},
                                                                      {"status", "status.json"},
                                                                      {"statistics", "stats.json"}}) {
     Json document = whole(kind);
     writeJsonFile(path(name), document);
-    look();
+    checkFolder();
     document["another"] = 1;
     writeJsonFile(path(name), document);
-    EXPECT_NONFATAL_FAILURE(look(), "#/another breaks \"additionalProperties\"");
-    look();  // told once
+    EXPECT_NONFATAL_FAILURE(checkFolder(), "#/another breaks \"additionalProperties\"");
+    checkFolder();  // reported once
   }
 }
 
-TEST_F(RecordCheck, reportsWhatAndWhere) {
+TEST_F(RecordCheck, reportsTheErrorAndItsPlace) {
   Json document = whole("statistics");
   document["since"] = 7;
   writeJsonFile(path("stats.json"), document);
   EXPECT_NONFATAL_FAILURE(
-      look(), "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
+      checkFolder(),
+      "/stats.json\n  #/since breaks \"not\" of #/properties/since in statistics.schema.json\n");
 }
 
-TEST_F(RecordCheck, looksIntoFoldersInFolders) {
+TEST_F(RecordCheck, readsNestedFolders) {
   test::makeFolder(path("a"));
   test::makeFolder(path("a/b"));
   writeJsonFile(path("a/b/config.json"), Json::object());
-  EXPECT_NONFATAL_FAILURE(look(), "/a/b/config.json\n  # breaks \"required\"");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "/a/b/config.json\n  # breaks \"required\"");
 }
 
-TEST_F(RecordCheck, passesOverWhatTheTestPut) {
+TEST_F(RecordCheck, ignoresFilesThatTheTestPut) {
   test::put(path("config.json"), "{\"limit\":");
-  look();
+  checkFolder();
   test::put(path("config.json.new"), "{}");
   ASSERT_EQ(std::rename(path("config.json.new").c_str(), path("config.json").c_str()), 0);
-  look();
+  checkFolder();
   writeJsonFile(path("config.json"), {{"limit", 80}});
-  EXPECT_NONFATAL_FAILURE(look(), "required");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "required");
 }
 
 TEST_F(RecordCheck, skipsAnEmptyRecordAndOtherFiles) {
@@ -381,33 +376,31 @@ TEST_F(RecordCheck, skipsAnEmptyRecordAndOtherFiles) {
   test::makeFolder(path("stats.json"));
   test::makePipe(path("calibration.json"));
   test::makeLink(path("config.json"), path("another.json"));
-  look();
+  checkFolder();
 }
 
 TEST_F(RecordCheck, checksEachLineOfTheHistory) {
   const std::string day = "2026-03-01.jsonl";
   append(day, line);
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{\"g\":true}\n");
-  EXPECT_NONFATAL_FAILURE(look(), "# breaks \"required\" of # in history-line.schema.json");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "# breaks \"required\" of # in history-line.schema.json");
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{\"g\"");
-  EXPECT_NONFATAL_FAILURE(look(), "its last line does not end");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "its last line does not end");
 }
 
 TEST_F(RecordCheck, checksWhatFollowsTheLinesThatTheTestWrote) {
   const std::string day = "2026-03-01.jsonl";
   test::put(path(day), "not one of ours\n");
-  look();
+  checkFolder();
   append(day, line);
-  look();
+  checkFolder();
   append(day, "{}\n");
-  EXPECT_NONFATAL_FAILURE(look(), "required");
+  EXPECT_NONFATAL_FAILURE(checkFolder(), "required");
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // Calls `visit` with every schema inside a schema.
 void forEachSchema(const Json& schema, const std::function<void(const Json&)>& visit) {
@@ -438,22 +431,21 @@ std::set<std::string> keysIn(const std::vector<Json>& documents) {
   return keys;
 }
 
-TEST(Schemas, standOneForEachKindOfDocument) {
+TEST(Schemas, existForEachKindOfDocument) {
   std::vector<std::string> found;
   for (const auto& entry :
        std::filesystem::directory_iterator(std::string(BRISKO_TEST_DATA) + "/../../docs/schemas")) {
     const std::string name = entry.path().filename();
-    // What brisko prints is its own, and its own tests hold it to its schemas.
+    // The output of brisko is checked by its own tests.
     if (!name.starts_with("brisko-")) found.push_back(name.substr(0, name.find('.')));
   }
-  // Scenarios are the lab's, whose own tests hold them to their schema.
+  // Scenarios are checked by the tests of the lab.
   std::vector<std::string> wanted = kinds;
   wanted.emplace_back("scenario");
   EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(wanted));
 }
 
-// A word that the validator does not know would be a promise that nobody checks, and so would a reference
-// that leads nowhere.
+// The validator would ignore an unknown keyword or a reference without a target.
 TEST(Schemas, useNoKeywordThatTheValidatorIgnores) {
   const std::set<std::string> known = {
       "$schema", "title",       "description", "default", "unit",     "triggersWrite",  // for the reader
@@ -487,7 +479,7 @@ TEST(Schemas, explainEveryKey) {
         keys.insert(key);
       }
     });
-    // So the tests above have seen each key.
+    // So the tests above have checked each key.
     EXPECT_EQ(keysIn(wholeDocuments().at(kind)), keys);
   }
 }
@@ -498,7 +490,7 @@ TEST(Schemas, agreeOnWhatTheyShare) {
   for (const auto& [name, definition] : calibration.items()) EXPECT_EQ(status[name], definition) << name;
 }
 
-TEST(Schemas, giveTheSettingsTheirDefaults) {
+TEST(Schemas, containTheDefaultsOfTheSettings) {
   const Json settings = whole("config");
   const Json properties = test::schemaOf("config")["properties"];
   for (const auto& [key, schema] : properties.items()) {

@@ -48,7 +48,7 @@ TEST_F(ProtectedTime, countsADischargeToo) {
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 20);
 }
 
-TEST_F(ProtectedTime, countsAtMostAMinuteATick) {
+TEST_F(ProtectedTime, countsAtMostAMinutePerTick) {
   tickAfter(60);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 60);
   tickAfter(61);
@@ -57,7 +57,7 @@ TEST_F(ProtectedTime, countsAtMostAMinuteATick) {
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 180);
 }
 
-TEST_F(ProtectedTime, takesTimeAwayWhenTheClockIsSetBack) {
+TEST_F(ProtectedTime, subtractsTimeWhenTheClockIsSetBack) {
   gProtectedSeconds = 100;
   mac.number(virtual_mac::ChangeKind::clockStep, -30);
   statisticsTick();
@@ -70,7 +70,7 @@ TEST_F(ProtectedTime, isPausedWhileChargingIsAllowed) {
   gState = ChargeState::allow;
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 0);
-  // The time goes by all the same: it is not added later.
+  // That time is not added later.
   gState = ChargeState::hold;
   tickAfter(20);
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 20);
@@ -132,7 +132,7 @@ TEST_F(StatisticsFile, isOneCompactObjectWithSortedKeys) {
                                  R"("since":1772352000.5,"topUpSince":1772355600.0})");
 }
 
-TEST(FreshStatistics, beginWithNothing) {
+TEST(FreshStatistics, startAtZero) {
   EXPECT_EQ(gProtectedSeconds, 0);
   EXPECT_EQ(gTopUpSince, 0);
   EXPECT_EQ(gAtLimit, std::nullopt);
@@ -145,10 +145,10 @@ TEST_F(StatisticsFile, dropsFractionsOfASecondTowardsZero) {
   EXPECT_THAT(mac.read(statsPath), ::testing::HasSubstr("\"protectedSeconds\":-30,"));
 }
 
-TEST_F(StatisticsFile, comesBackAsItWasWritten) {
+TEST_F(StatisticsFile, isReadBackAsWritten) {
   gProtectedSeconds = 3600.9;
   gStatsSince = 1772351000;
-  gTopUpSince = 1772355600;  // a whole second, as always in a file of ours
+  gTopUpSince = 1772355600;  // a whole second, as in every file that the daemon writes
   gAtLimit = true;
   gNativeBefore = 85;
   writeStats();
@@ -163,13 +163,13 @@ TEST_F(StatisticsFile, comesBackAsItWasWritten) {
   EXPECT_EQ(gNativeBefore, 85);
 }
 
-TEST_F(StatisticsFile, bringsAnUnknownLimitFlagBackAsFalse) {
+TEST_F(StatisticsFile, readsAnUnknownLimitFlagBackAsFalse) {
   writeStats();
   readStats();
   EXPECT_EQ(gAtLimit, false);
 }
 
-TEST_F(StatisticsFile, takesSecondsAsEitherKindOfNumber) {
+TEST_F(StatisticsFile, readsSecondsFromEitherTypeOfNumber) {
   reads(R"({"protectedSeconds": 3600})");
   EXPECT_DOUBLE_EQ(gProtectedSeconds, 3600);
   reads(R"({"protectedSeconds": 3600.5})");
@@ -183,19 +183,19 @@ TEST_F(StatisticsFile, takesSecondsAsEitherKindOfNumber) {
   }
 }
 
-TEST_F(StatisticsFile, takesTimesAsFloatingPointOnly) {
+TEST_F(StatisticsFile, readsTimesFromFloatingPointNumbersOnly) {
   reads(R"({"since": 5.5, "topUpSince": 6.0})");
   EXPECT_DOUBLE_EQ(gStatsSince, 5.5);
   EXPECT_DOUBLE_EQ(gTopUpSince, 6);
   for (const char* other : {"7", "true", "\"7.0\"", "null", "[7.0]"}) {
     gTopUpSince = 6;
     reads(std::string("{\"since\":") + other + ",\"topUpSince\":" + other + "}");
-    EXPECT_DOUBLE_EQ(gStatsSince, 5.5) << other;  // as it was
+    EXPECT_DOUBLE_EQ(gStatsSince, 5.5) << other;  // unchanged
     EXPECT_DOUBLE_EQ(gTopUpSince, 0) << other;
   }
 }
 
-TEST_F(StatisticsFile, takesTheFlagAsABooleanOnly) {
+TEST_F(StatisticsFile, readsTheFlagFromABooleanOnly) {
   for (const char* other : {"1", "0", "\"true\"", "null", "1.0"}) {
     gAtLimit = true;
     reads(std::string("{\"atLimit\":") + other + "}");
@@ -207,7 +207,7 @@ TEST_F(StatisticsFile, takesTheFlagAsABooleanOnly) {
   EXPECT_EQ(gAtLimit, false);
 }
 
-TEST_F(StatisticsFile, takesTheLimitFoundBeforeAsAnIntegerOnly) {
+TEST_F(StatisticsFile, readsThePreviousLimitFromAnIntegerOnly) {
   for (const char* other : {"true", "85.0", "\"85\"", "null", "18446744073709551615"}) {
     gNativeBefore = 80;
     reads(std::string("{\"nativeBefore\":") + other + "}");
@@ -217,7 +217,7 @@ TEST_F(StatisticsFile, takesTheLimitFoundBeforeAsAnIntegerOnly) {
   EXPECT_EQ(gNativeBefore, 85);
 }
 
-TEST_F(StatisticsFile, withoutAKeyMeansNothingOrTheStart) {
+TEST_F(StatisticsFile, usesZeroOrTheStartForAMissingKey) {
   gProtectedSeconds = gTopUpSince = 5;
   gAtLimit = true;
   gNativeBefore = 85;
@@ -250,7 +250,7 @@ TEST_F(StatisticsFile, ignoresAFileThatIsNotJson) {
   EXPECT_EQ(gNativeBefore, 85);
 }
 
-TEST_F(StatisticsFile, takesEachKeyBesideANumberBeyondADouble) {
+TEST_F(StatisticsFile, readsTheOtherKeysBesideANumberBeyondADouble) {
   reads(R"({"protectedSeconds":1e999,"since":-1e999,"topUpSince":6.0,"nativeBefore":1e999,"foo":1e999})");
   EXPECT_EQ(gProtectedSeconds, HUGE_VAL);
   EXPECT_EQ(gStatsSince, -HUGE_VAL);
@@ -258,7 +258,7 @@ TEST_F(StatisticsFile, takesEachKeyBesideANumberBeyondADouble) {
   EXPECT_EQ(gNativeBefore, std::nullopt);
 }
 
-TEST_F(StatisticsFile, staysAsItIsWhenATimeIsNotFinite) {
+TEST_F(StatisticsFile, staysUnchangedIfATimeIsNotFinite) {
   const std::string before = R"({"protectedSeconds":7, "since":1e999})";
   reads(before);
   writeStats();
@@ -271,7 +271,7 @@ TEST_F(StatisticsFile, isNotWrittenAfterAPurge) {
   EXPECT_FALSE(mac.exists(statsPath));
 }
 
-TEST_F(StatisticsFile, makesNoFoldersAndToleratesWhatStandsInItsPlace) {
+TEST_F(StatisticsFile, createsNoFoldersAndToleratesOtherThingsInItsPlace) {
   test::makeFolder(mac.path(statsPath));
   writeStats();
   std::filesystem::remove(mac.path(statsPath));

@@ -41,7 +41,7 @@ class Status : public test::OnVirtualMac {
   std::string file() const { return mac.read(statusPath); }
   Json object() const { return Json::parse(file()); }
 
-  // Whether a call writes the file.
+  // Whether writeStatus() writes the file.
   bool writes() {
     std::error_code ignored;
     std::filesystem::remove(mac.path(statusPath), ignored);
@@ -162,7 +162,7 @@ TEST_F(Status, roundsTheTemperatureToOneDigit) {
   }
 }
 
-TEST_F(Status, hasNoKeyForWhatIsUnknown) {
+TEST_F(Status, omitsUnknownValues) {
   writeStatus(report);
   for (const char* key : {"gateVerified", "nativeFloor", "temp"}) EXPECT_FALSE(object().contains(key)) << key;
   for (const char* key :
@@ -230,13 +230,13 @@ TEST_F(Status, isRewrittenAtOnceWhenTheAppMustSeeAChange) {
   }
 }
 
-TEST_F(Status, takesANativeFloorOf0ForNone) {
+TEST_F(Status, treatsANativeFloorOf0AsNone) {
   EXPECT_TRUE(writes());
   gNativeFloor = 0;
   EXPECT_FALSE(writes());
 }
 
-TEST_F(Status, leavesTheRestToTheNextWriting) {
+TEST_F(Status, isNotRewrittenForOtherChanges) {
   EXPECT_TRUE(writes());
   report.temp = 40;
   report.calDrainTarget = 20;
@@ -256,7 +256,7 @@ TEST_F(Status, leavesTheRestToTheNextWriting) {
   EXPECT_EQ(object()["protectedSeconds"], 100);
 }
 
-TEST_F(Status, comesBackToAnEarlierStateAtOnce) {
+TEST_F(Status, isRewrittenAtOnceForAReturnToAnEarlierState) {
   EXPECT_TRUE(writes());
   report.hot = true;
   EXPECT_TRUE(writes());
@@ -264,7 +264,7 @@ TEST_F(Status, comesBackToAnEarlierStateAtOnce) {
   EXPECT_TRUE(writes());
 }
 
-TEST_F(Status, waitsOutAClockThatWasSetBack) {
+TEST_F(Status, isNotRewrittenUntilAClockThatWasSetBackCatchesUp) {
   EXPECT_TRUE(writes());
   mac.number(ChangeKind::clockStep, -3600);
   EXPECT_FALSE(writes());
@@ -280,9 +280,9 @@ TEST_F(Status, isWrittenAtOnceByAClockThatWasSetForward) {
   EXPECT_TRUE(writes());
 }
 
-// --- what stands in the way
+// --- obstacles
 
-TEST_F(Status, isNotTriedAgainSoonerWhenItCannotBeWritten) {
+TEST_F(Status, isNotRetriedSoonerIfItCannotBeWritten) {
   test::makeFolder(mac.path(statusPath));
   writeStatus(report);
   std::filesystem::remove(mac.path(statusPath));
@@ -301,13 +301,13 @@ TEST_F(Status, isNotWrittenAfterAPurge) {
   EXPECT_FALSE(writes());
 }
 
-TEST_F(Status, makesNoFolders) {
+TEST_F(Status, createsNoFolders) {
   std::filesystem::remove_all(folder());
   writeStatus(report);
   EXPECT_FALSE(mac.exists("/Library/Application Support/Brisko"));
 }
 
-TEST_F(Status, doesNotWaitForAPipeInItsPlace) {
+TEST_F(Status, doesNotBlockOnAPipeInItsPlace) {
   test::makePipe(mac.path(statusPath));
   writeStatus(report);
   struct stat found {};
@@ -327,7 +327,7 @@ TEST_F(Status, isOverwrittenInPlace) {
   EXPECT_EQ(test::modeOf(mac.path(statusPath)), 0600U);
 }
 
-TEST_F(Status, isLeftAloneWithAPathThatIsNoText) {
+TEST_F(Status, isNotWrittenIfThePathIsInvalidUtf8) {
   gDaemonPath = "/\xff/brisko-daemon";
   EXPECT_FALSE(writes());
 }
@@ -345,7 +345,7 @@ TEST_F(Status, abortsOnSecondsBeyond64Bits) {
                 writeStatus(report);
               }).signal,
               SIGABRT);
-    // Not evaluated while there is no soak to report.
+    // Not computed without a soak to report.
     EXPECT_EQ(inChild([&] {
                 gCal.soakBanked = seconds;
                 writeStatus(report);

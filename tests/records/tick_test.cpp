@@ -1,4 +1,4 @@
-// What a tick writes to which file, and in which order.
+// What a tick writes to each file, and in which order.
 
 #include <cstdlib>
 #include <filesystem>
@@ -38,12 +38,13 @@ class Records : public test::OnVirtualMac {
     std::filesystem::create_directories(mac.path(LogFile::defaultDirectory));
   }
   void SetUp() override {
-    if (!test::FileJournal::canBeKept()) GTEST_SKIP() << "this kernel does not tell what is written";
+    if (!test::FileJournal::canBeKept())
+      GTEST_SKIP() << "this kernel does not report which files are written";
     ASSERT_EQ(::setenv("TZ", "UTC", 1), 0);
     takeGate();
   }
 
-  // The files beside the history that this work writes, in order.
+  // The files other than the history that `work` writes, in order.
   std::vector<std::string> written(const std::function<void()>& work) {
     test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
     work();
@@ -77,7 +78,7 @@ TEST_F(Records, areTheStatusAndASampleOfEveryTick) {
   EXPECT_THAT(history(), StartsWith(R"({"ct":310,"g":true,"p":90,"s":"discharge","t":1772352000,"wt":)"));
 }
 
-TEST_F(Records, tellOfTheHeatInTheSampleToo) {
+TEST_F(Records, recordTheHeatInTheSampleToo) {
   mac.settings(R"({"thermal":true,"thermalLimit":30})");
   mac.temperature(31);
   evaluate();
@@ -86,7 +87,7 @@ TEST_F(Records, tellOfTheHeatInTheSampleToo) {
 }
 
 TEST_F(Records, recordTheAdapterAsTheControllerSeesIt) {
-  // The cut adapter is there, whatever macOS says of its power source.
+  // A cut adapter is plugged in, whatever power source macOS reports.
   mac.settings(R"({"discharge":true})");
   mac.charge(90);
   evaluate();
@@ -119,7 +120,7 @@ TEST_F(Records, containTheCalibrationsTerms) {
 TEST_F(Records, areWrittenAtMostEvery24SecondsByTheHeartbeat) {
   mac.charge(80);
   evaluate();
-  EXPECT_THAT(tick(), IsEmpty());  // 12 s are too soon
+  EXPECT_THAT(tick(), IsEmpty());  // 12 s are not enough
   EXPECT_THAT(tick(), ElementsAre(status));
   EXPECT_THAT(tick(), IsEmpty());
 }
@@ -130,7 +131,7 @@ TEST_F(Records, areNotWrittenWithoutAPowerReading) {
   EXPECT_EQ(history(), "");
 }
 
-TEST_F(Records, keepNoHistoryThatIsNotWanted) {
+TEST_F(Records, keepNoHistoryWhenSwitchedOff) {
   mac.settings("{\"history\":false}");
   evaluate();
   EXPECT_EQ(history(), "");
@@ -144,7 +145,7 @@ TEST_F(Records, endWithAPurge) {
   EXPECT_EQ(history(), "");
 }
 
-TEST_F(Records, survivePathsThatCannotBeWritten) {
+TEST_F(Records, surviveUnwritablePaths) {
   std::filesystem::remove_all(mac.path("/Library/Application Support/Brisko"));
   mac.write("/Library/Application Support/Brisko", "a file");
   mac.charge(90);
@@ -155,7 +156,7 @@ TEST_F(Records, survivePathsThatCannotBeWritten) {
 
 // --- statistics
 
-TEST_F(Records, noteTheLimitFlagWhenItBecomesKnownAndWhenItChanges) {
+TEST_F(Records, storeTheLimitFlagWhenItBecomesKnownAndWhenItChanges) {
   mac.charge(80);
   EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":true"));
@@ -166,19 +167,19 @@ TEST_F(Records, noteTheLimitFlagWhenItBecomesKnownAndWhenItChanges) {
   EXPECT_THAT(statsText(), HasSubstr("\"atLimit\":false"));
 }
 
-TEST_F(Records, noteALimitFlagThatBecomesKnownAsFalse) {
+TEST_F(Records, storeALimitFlagThatBecomesKnownAsFalse) {
   mac.charge(50);
   EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(tick(), IsEmpty());
 }
 
-TEST_F(Records, takeAFlagOverFromTheLastRun) {
+TEST_F(Records, restoreTheLimitFlagOfTheLastRun) {
   gAtLimit = true;
   mac.charge(80);
   EXPECT_THAT(tick(), ElementsAre(status));
 }
 
-TEST_F(Records, startTheStatisticsAnewBeforeTheRequestIsCleared) {
+TEST_F(Records, resetTheStatisticsBeforeTheRequestIsCleared) {
   gAtLimit = false;
   gProtectedSeconds = 500;
   mac.settings("{\"resetStats\":true}");
@@ -193,7 +194,7 @@ TEST_F(Records, logTheResetAfterTheFilesAreWritten) {
   EXPECT_THAT(writtenAndLogged(evaluate), ElementsAre(stats, config, "daemon.log"));
 }
 
-TEST_F(Records, noteATopUpWhenItStarts) {
+TEST_F(Records, storeATopUpWhenItStarts) {
   gAtLimit = false;
   mac.settings("{\"topUp\":true}");
   EXPECT_THAT(tick(), ElementsAre(stats, status));
@@ -201,17 +202,17 @@ TEST_F(Records, noteATopUpWhenItStarts) {
   EXPECT_THAT(tick(), IsEmpty());
 }
 
-TEST_F(Records, noteATopUpWhenItEnds) {
+TEST_F(Records, storeATopUpWhenItEnds) {
   gAtLimit = false;
   mac.settings("{\"topUp\":true}");
   evaluate();
   mac.unplug();
-  // The request goes before the time, and the flag of the limit stays.
+  // The request is cleared before the time is, and the limit flag stays.
   EXPECT_THAT(tick(), ElementsAre(config, stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
 }
 
-TEST_F(Records, noteTheStartAndTheEndOfATopUpAskedForOnBattery) {
+TEST_F(Records, storeTheStartAndTheEndOfATopUpRequestedOnBattery) {
   gAtLimit = false;
   mac.unplug();
   mac.settings("{\"topUp\":true}");
@@ -220,14 +221,14 @@ TEST_F(Records, noteTheStartAndTheEndOfATopUpAskedForOnBattery) {
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":false"));
 }
 
-TEST_F(Records, noteATopUpThatIsNoLongerAskedFor) {
+TEST_F(Records, storeTheEndOfATopUpThatIsNoLongerRequested) {
   gAtLimit = false;
   gTopUpSince = 5;
   EXPECT_THAT(tick(), ElementsAre(stats, status));
   EXPECT_THAT(statsText(), HasSubstr("\"topUpSince\":0.0"));
 }
 
-TEST_F(Records, noteATopUpThatACalibrationEnds) {
+TEST_F(Records, storeTheEndOfATopUpThatACalibrationReplaces) {
   gAtLimit = false;
   gTopUpSince = 5;
   mac.charge(85);
@@ -240,7 +241,7 @@ TEST_F(Records, noteATopUpThatACalibrationEnds) {
   EXPECT_THAT(newLines().back(), StartsWith("cap 85%  cal=fill→100%  batt"));
 }
 
-TEST_F(Records, leaveATopUpToTheCalibrationThatRuns) {
+TEST_F(Records, keepARequestForATopUpDuringACalibration) {
   gAtLimit = false;
   gTopUpSince = 5;
   gCal = {.phase = CalPhase::fill, .phaseSince = platform::wallNow()};
@@ -249,7 +250,7 @@ TEST_F(Records, leaveATopUpToTheCalibrationThatRuns) {
   EXPECT_THAT(mac.read(defaultConfigPath), HasSubstr("\"topUp\":true"));
 }
 
-TEST_F(Records, keepTheStatisticsOfTheOrderlyExit) {
+TEST_F(Records, storeTheStatisticsAtAnOrderlyExit) {
   gProtectedSeconds = 77;
   EXPECT_THAT(written(restoreOnExit), ElementsAre(stats));
   EXPECT_THAT(statsText(), HasSubstr("\"protectedSeconds\":77"));
@@ -257,7 +258,7 @@ TEST_F(Records, keepTheStatisticsOfTheOrderlyExit) {
   EXPECT_THAT(written(restoreOnExit), IsEmpty());
 }
 
-TEST_F(Records, keepNoStatisticsOfAnExitWithoutAGateOrAController) {
+TEST_F(Records, storeNoStatisticsAtAnExitWithoutAGateOrAController) {
   const auto gate = gGate;
   gGate.reset();
   EXPECT_THAT(written(restoreOnExit), IsEmpty());

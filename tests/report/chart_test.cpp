@@ -1,4 +1,4 @@
-// The chart as a document.
+// The chart as an SVG document.
 
 #include "report/chart.h"
 
@@ -46,7 +46,7 @@ class ChartTest : public ::testing::Test {
   Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
-TEST_F(ChartTest, isADocumentOfItsOwn) {
+TEST_F(ChartTest, isAStandaloneDocument) {
   add(0, 70);
   add(60, 80);
   const std::string svg = drawChart(picture, Frame::alone).svg;
@@ -69,7 +69,7 @@ TEST_F(ChartTest, isAnElementInAPage) {
   EXPECT_THAT(svg, Not(HasSubstr("class=\"heading\">")));
 }
 
-TEST_F(ChartTest, takesWhateverTextsThereAre) {
+TEST_F(ChartTest, escapesAnyText) {
   add(0, 70);
   add(60, 80);
   picture.title = "<b> & \"c\" 'd' \x01";
@@ -79,7 +79,7 @@ TEST_F(ChartTest, takesWhateverTextsThereAre) {
   EXPECT_THAT(at("//s:text[contains(@class,'event')]"), ElementsAre("settings-file </text>"));
 }
 
-TEST_F(ChartTest, goesThroughItsMoments) {
+TEST_F(ChartTest, drawsALineThroughItsMoments) {
   add(0, 60);
   add(30, 70);
   add(60, 80);
@@ -132,7 +132,7 @@ TEST_F(ChartTest, shadesTheBandWithItsLimits) {
   EXPECT_EQ(drawChart(picture, Frame::alone).charge.until, 95);
 }
 
-TEST_F(ChartTest, hasARowForWhatIsKnown) {
+TEST_F(ChartTest, hasARowForEachKnownState) {
   add(0, 60).state = ChargeState::allow;
   add(20, 60).state = ChargeState::hold;
   add(40, 60).state = ChargeState::discharge;
@@ -161,7 +161,7 @@ TEST_F(ChartTest, endsAnIntervalAtAGap) {
   EXPECT_THAT(path("look hold"), HasSubstr("h453v"));
 }
 
-TEST_F(ChartTest, hasAPanelForEveryNumberThatThereIs) {
+TEST_F(ChartTest, hasAPanelForEveryKnownNumber) {
   add(0, 60);
   add(60, 60);
   EXPECT_THAT(at("//s:text[@class='title']"), ElementsAre("Charge, %"));
@@ -174,7 +174,7 @@ TEST_F(ChartTest, hasAPanelForEveryNumberThatThereIs) {
   EXPECT_THAT(at("//s:text[@class='title']"), Contains("Power into the battery, W"));
 }
 
-TEST_F(ChartTest, marksWarningsApartFromOtherLines) {
+TEST_F(ChartTest, marksWarningsDifferentlyFromOtherLines) {
   add(0, 60);
   add(60, 60);
   picture.log = {{begin, "2026-03-01T08:00:00Z  cap 80%  batt 60%"}};
@@ -186,7 +186,7 @@ TEST_F(ChartTest, marksWarningsApartFromOtherLines) {
   EXPECT_THAT(at("/s:svg/s:desc"), ElementsAre(HasSubstr("Warnings in the log: 1.")));
 }
 
-// --- What was done
+// --- Actions
 
 TEST_F(ChartTest, showsActionsOfOneMomentTogether) {
   add(0, 60);
@@ -195,7 +195,7 @@ TEST_F(ChartTest, showsActionsOfOneMomentTogether) {
   EXPECT_THAT(at("//s:text[@class='event']"), ElementsAre("plug, wake", "sleep"));
 }
 
-TEST_F(ChartTest, letsNoWordsCollide) {
+TEST_F(ChartTest, letsNoLabelsOverlap) {
   add(0, 60);
   add(60, 60);
   for (int minute = 0; minute < 60; minute += 2)
@@ -215,10 +215,10 @@ TEST_F(ChartTest, letsNoWordsCollide) {
   }
   EXPECT_LE(lastOfRow.size(), 5U);
   const std::string marks = path("mark");
-  EXPECT_EQ(std::count(marks.begin(), marks.end(), 'M'), 30) << "those without words have their mark";
+  EXPECT_EQ(std::count(marks.begin(), marks.end(), 'M'), 30) << "tick marks show the labels that do not fit";
 }
 
-TEST_F(ChartTest, keepsLateWordsOnThePaper) {
+TEST_F(ChartTest, keepsLateLabelsInsideTheChart) {
   add(0, 60);
   add(60, 60);
   picture.events = {{begin + 3600, "everything ends with these long words"}};
@@ -226,10 +226,10 @@ TEST_F(ChartTest, keepsLateWordsOnThePaper) {
   picture.events.insert(picture.events.begin(), {begin + 3240, "plug"});
   const auto rows = at("//s:text[starts-with(@class,'event')]/@y");
   ASSERT_THAT(rows, SizeIs(2));
-  EXPECT_NE(rows.front(), rows.back()) << "the later words would reach back over the earlier ones";
+  EXPECT_NE(rows.front(), rows.back()) << "the later label would overlap the earlier one";
 }
 
-TEST_F(ChartTest, shortensLongWordsAndKeepsThemWhole) {
+TEST_F(ChartTest, shortensLongLabelsAndKeepsTheFullTextInTheirTitle) {
   add(0, 60);
   add(60, 60);
   picture.events = {{begin, std::string(44, 'a')}, {begin + 60, std::string(45, 'b')}};
@@ -240,13 +240,13 @@ TEST_F(ChartTest, shortensLongWordsAndKeepsThemWhole) {
 
 // --- Sizes
 
-TEST_F(ChartTest, canBeOfOneMoment) {
+TEST_F(ChartTest, acceptsASingleMoment) {
   add(0, 100).state = ChargeState::allow;
   EXPECT_THAT(path("level"), Not(IsEmpty()));
   EXPECT_EQ(drawChart(picture, Frame::alone).time.until, begin + 60);
 }
 
-TEST_F(ChartTest, canBeWithoutAnyCharge) {
+TEST_F(ChartTest, acceptsMomentsWithoutACharge) {
   add(0, 60).level.reset();
   add(60, 60).level.reset();
   EXPECT_EQ(path("level"), "");
@@ -263,7 +263,7 @@ TEST_F(ChartTest, staysSmallOverAYear) {
   EXPECT_THAT(at("//s:text[contains(@class,'tick')]"), Contains("Apr 2026"));
 }
 
-TEST_F(ChartTest, isTheSameForTheSame) {
+TEST_F(ChartTest, isDeterministic) {
   add(0, 60.123).currentMA = 1234.5;
   add(17, 71.77).temperatureC = 30.05;
   EXPECT_EQ(drawChart(picture, Frame::alone).svg, drawChart(picture, Frame::alone).svg);

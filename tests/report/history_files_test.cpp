@@ -1,4 +1,4 @@
-// The daemon's history as the lab reads it.
+// Reading the daemon's history for a report.
 
 #include "report/history_files.h"
 
@@ -36,7 +36,7 @@ class HistoryFiles : public ::testing::Test {
   std::string reason;
 };
 
-TEST_F(HistoryFiles, areReadKeyByKey) {
+TEST_F(HistoryFiles, areReadWithAllKeys) {
   const Picture picture =
       onlyLine(R"({"ct":312,"g":true,"hot":true,"p":80,"s":"hold","t":1772352000,"wt":-43})"
                "\n");
@@ -65,7 +65,7 @@ TEST_F(HistoryFiles, showACutAdapter) {
             Supply::cut);
 }
 
-TEST_F(HistoryFiles, areTakenDayByDay) {
+TEST_F(HistoryFiles, areReadDayByDay) {
   day("2026-03-02.jsonl", line(morning + 86400, 70));
   day("2026-03-01.jsonl", line(morning, 80));
   const HistoryReading reading = read();
@@ -74,13 +74,13 @@ TEST_F(HistoryFiles, areTakenDayByDay) {
   EXPECT_EQ(reading.picture.facts, "2 lines of 2 day files");
 }
 
-TEST_F(HistoryFiles, haveAGapAfterTenMinutesOfSilence) {
+TEST_F(HistoryFiles, haveAGapAfterTenMinutesWithoutALine) {
   const Picture picture = onlyLine(line(morning) + line(morning + 600) + line(morning + 1201));
   EXPECT_THAT(picture.moments, ElementsAre(Field(&Moment::afterGap, false), Field(&Moment::afterGap, false),
                                            Field(&Moment::afterGap, true)));
 }
 
-TEST_F(HistoryFiles, areBroughtIntoTheOrderOfTime) {
+TEST_F(HistoryFiles, areSortedByTime) {
   const Picture picture = onlyLine(line(morning + 300, 82) + line(morning, 81) + line(morning + 600, 83));
   EXPECT_THAT(picture.moments,
               ElementsAre(Field(&Moment::level, 81), Field(&Moment::level, 82), Field(&Moment::level, 83)));
@@ -116,13 +116,13 @@ TEST_F(HistoryFiles, belongToTheirDayInAnyZone) {
   EXPECT_THAT(read().picture.moments, SizeIs(2));
 }
 
-TEST_F(HistoryFiles, dropANumberThatNoBatteryHas) {
+TEST_F(HistoryFiles, dropImpossibleNumbers) {
   const Moment moment = onlyLine(line(morning, 80, R"(,"ct":99999,"wt":1e300)")).moments.at(0);
   EXPECT_EQ(moment.temperatureC, std::nullopt);
   EXPECT_EQ(moment.watts, std::nullopt);
 }
 
-TEST_F(HistoryFiles, areFoundBelowTheFolderToo) {
+TEST_F(HistoryFiles, areFoundInASubfolder) {
   test::makeFolder(folder.path("history"));
   day("history/2026-03-01.jsonl", line(morning));
   EXPECT_THAT(read().picture.moments, SizeIs(1));
@@ -136,7 +136,7 @@ TEST_F(HistoryFiles, areFoundOnAVolume) {
   EXPECT_THAT(read().picture.moments, SizeIs(1));
 }
 
-TEST_F(HistoryFiles, areNamedLikeADay) {
+TEST_F(HistoryFiles, needADateAsTheirName) {
   day("2026-03-01.jsonl", line(morning));
   for (const char* other :
        {"2026-02-30.jsonl", "2026-3-01.jsonl", "2026-03-01.json", "2026-03-02.jsonl.old", "notes"}) {
@@ -154,7 +154,7 @@ TEST_F(HistoryFiles, mayBeEmpty) {
   EXPECT_EQ(reading.skipped, 0U);
 }
 
-TEST_F(HistoryFiles, thatAreMissingAreMissed) {
+TEST_F(HistoryFiles, areReportedIfMissing) {
   EXPECT_FALSE(readHistory(folder.path(), reason));
   EXPECT_THAT(reason, HasSubstr("no file is named like 2026-03-01.jsonl"));
   EXPECT_FALSE(readHistory(folder.path("nowhere"), reason));
@@ -162,6 +162,65 @@ TEST_F(HistoryFiles, thatAreMissingAreMissed) {
   day("2026-03-01.jsonl", "{}\n");
   EXPECT_FALSE(readHistory(folder.path(), reason));
   EXPECT_EQ(reason, "its 1 day file holds no line that can be read");
+}
+
+// --- Some days
+
+class SomeDays : public HistoryFiles {
+ protected:
+  // The hours are counted from the beginning of 2 March, in UTC.
+  [[nodiscard]] HistoryReading between(double fromHour, double untilHour) {
+    return readHistory(folder.path(), start + fromHour * 3600, start + untilHour * 3600, error);
+  }
+  static constexpr long long start = morning + 16 * 3600;
+  std::error_code error;
+};
+
+TEST_F(SomeDays, areThoseFromAMomentUntilBeforeAnother) {
+  day("2026-03-02.jsonl",
+      line(start - 1, 70) + line(start, 71) + line(start + 86399, 72) + line(start + 86400, 73));
+  const HistoryReading reading = between(0, 24);
+  EXPECT_FALSE(error);
+  EXPECT_THAT(reading.picture.moments, ElementsAre(Field(&Moment::level, 71), Field(&Moment::level, 72)));
+}
+
+TEST_F(SomeDays, mayBeInAFileOfTheDayBeforeOrAfter) {
+  day("2026-03-01.jsonl", line(start + 3600, 70));  // written in a zone to the west
+  day("2026-03-03.jsonl", line(start + 12 * 3600, 71));
+  EXPECT_THAT(between(0, 24).picture.moments, SizeIs(2));
+}
+
+TEST_F(SomeDays, areReadFromTheirFilesAlone) {
+  day("2026-02-01.jsonl", "nonsense\n");
+  day("2026-03-02.jsonl", line(start));
+  day("2027-01-01.jsonl", "nonsense\n");
+  const HistoryReading reading = between(0, 24);
+  EXPECT_EQ(reading.files, 1U);
+  EXPECT_EQ(reading.skipped, 0U);
+  EXPECT_EQ(reading.firstDay, dateIn("2026-02-01"));
+  EXPECT_EQ(reading.lastDay, dateIn("2027-01-01"));
+}
+
+TEST_F(SomeDays, mayHaveNoSamples) {
+  EXPECT_THAT(between(0, 24).picture.moments, IsEmpty());
+  EXPECT_FALSE(error);
+  EXPECT_FALSE(between(0, 24).firstDay);
+}
+
+TEST_F(SomeDays, cannotBeReadFromAFolderThatIsNone) {
+  static_cast<void>(readHistory(folder.path("nowhere"), 0, 1, error));
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+  test::put(folder.path("file"), "");
+  static_cast<void>(readHistory(folder.path("file"), 0, 1, error));
+  EXPECT_EQ(error, std::errc::not_a_directory);
+}
+
+TEST_F(HistoryFiles, areSkippedWhenNoDaemonWroteThem) {
+  day("2026-03-01.jsonl", line(morning));
+  day("2026-03-02.jsonl", std::string((std::size_t{16} << 20U) + 1, '\n'));
+  const HistoryReading reading = read();
+  EXPECT_EQ(reading.files, 1U);
+  EXPECT_THAT(reading.firstSkipped, ElementsAre("2026-03-02.jsonl: is larger than any file of the daemon"));
 }
 
 }  // namespace

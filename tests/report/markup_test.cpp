@@ -8,16 +8,16 @@ namespace {
 
 using namespace test;
 
-TEST(Markup, escapesWhatWouldBeRead) {
+TEST(Markup, escapesMarkupCharacters) {
   EXPECT_EQ(escaped(R"(a < b & c > "d" 'e')"), "a &lt; b &amp; c &gt; &quot;d&quot; &#39;e&#39;");
   EXPECT_EQ(escaped("</script><b>"), "&lt;/script&gt;&lt;b&gt;");
 }
 
-TEST(Markup, keepsEveryCharacterThatIsOne) {
+TEST(Markup, keepsEveryValidCharacter) {
   EXPECT_EQ(escaped("veille à 80 % → ⚠️ 🔋\n\t"), "veille à 80 % → ⚠️ 🔋\n\t");
 }
 
-TEST(Markup, replacesWhatXmlMayNotHold) {
+TEST(Markup, replacesCharactersThatXmlForbids) {
   EXPECT_EQ(escaped(std::string_view("a\0b\x1b\x7f", 5)), "a\uFFFDb\uFFFD\uFFFD");
   EXPECT_EQ(escaped("\xC3"), "\uFFFD") << "cut short";
   EXPECT_EQ(escaped("\xC0\xAF"), "\uFFFD\uFFFD") << "longer than needed";
@@ -28,7 +28,7 @@ TEST(Markup, replacesWhatXmlMayNotHold) {
   EXPECT_EQ(escaped("\xF4\x90\x80\x80"), "\uFFFD\uFFFD\uFFFD\uFFFD") << "beyond the last";
 }
 
-TEST(Markup, isReadBackAsItWas) {
+TEST(Markup, isReadBackUnchanged) {
   const std::string text = "\"<&>'\" à ⚠️";
   EXPECT_THAT(textsAt("<a b=\"" + escaped(text) + "\">" + escaped(text) + "</a>", "//a | //@b"),
               ::testing::Optional(ElementsAre(text, text)));

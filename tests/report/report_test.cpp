@@ -52,9 +52,9 @@ class Report : public ::testing::Test {
   Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
-TEST_F(Report, needsNothingFromElsewhere) {
+TEST_F(Report, isSelfContained) {
   EXPECT_EQ(countOf(page(), "http"), 1 + countOf(page(), "createElementNS(\"http"))
-      << "the names of SVG alone";
+      << "only the SVG namespace";
   for (const char* word : {"src=", "href=", "@import", "url(http", "fetch("}) {
     EXPECT_THAT(page(), Not(HasSubstr(word)));
   }
@@ -89,19 +89,19 @@ TEST_F(Report, hasTheValuesOfEveryMomentInWords) {
   EXPECT_EQ(countOf(page(), "<dt>"), 13U);
 }
 
-TEST_F(Report, leavesOutWhatNobodyKnows) {
+TEST_F(Report, omitsUnknownValues) {
   EXPECT_THAT(data()["names"], ElementsAre("Time", "Charge"));
   EXPECT_THAT(page(), Not(HasSubstr("<dt>Light</dt>")));
 }
 
-TEST_F(Report, letsEveryMomentBeChosen) {
+TEST_F(Report, offersEveryMomentOnTheSlider) {
   EXPECT_THAT(page(), HasSubstr("<input id=\"moment\" type=\"range\" min=\"0\" max=\"1\""));
   EXPECT_THAT(data()["moments"], SizeIs(2));
   EXPECT_EQ(data()["from"], begin);
   EXPECT_EQ(data()["until"], begin + 3600);
 }
 
-TEST_F(Report, hasTheLogWithWhatWasDone) {
+TEST_F(Report, showsTheLogWithTheActions) {
   picture.log = {{begin, "08:00 first"},
                  {begin + 60, "08:01 ⚠️ second"},
                  {begin + 120, "2026-03-01T08:02:00Z  cap 80%"}};
@@ -126,7 +126,7 @@ TEST_F(Report, hasTheLogWithWhatWasDone) {
                 std::to_string(static_cast<long long>(begin) + 3600) + ".000\">▸ sleep</li>\n");
 }
 
-TEST_F(Report, hasNoListWithoutALog) {
+TEST_F(Report, hasNoLogListWithoutALog) {
   EXPECT_THAT(page(), Not(HasSubstr("<ol")));
   EXPECT_THAT(page(), HasSubstr("<main class=\"without-log\">"));
 }

@@ -13,7 +13,7 @@ namespace {
 
 using namespace test;
 
-TEST(Scale, runsEitherWay) {
+TEST(Scale, canRunInEitherDirection) {
   const Scale across{.from = 10, .until = 20, .begin = 100, .end = 300};
   EXPECT_EQ(across.at(10), 100);
   EXPECT_EQ(across.at(20), 300);
@@ -23,7 +23,7 @@ TEST(Scale, runsEitherWay) {
   EXPECT_EQ(up.at(25), 37.5);
 }
 
-TEST(Scale, takesTheSmallestRoundStepThatHasRoom) {
+TEST(Scale, usesTheSmallestRoundStepThatFits) {
   EXPECT_EQ(roundStep(100, 11, 1), 10);
   EXPECT_EQ(roundStep(100, 10, 1), 20);
   EXPECT_EQ(roundStep(10, 11, 1), 1);
@@ -31,7 +31,7 @@ TEST(Scale, takesTheSmallestRoundStepThatHasRoom) {
   EXPECT_EQ(roundStep(1e6, 6, 1), 200000);
 }
 
-TEST(Scale, countsItsMultiplesWithoutDrift) {
+TEST(Scale, computesItsTicksWithoutDrift) {
   EXPECT_THAT(multiples(70, 90, 5), ElementsAre(70, 75, 80, 85, 90));
   EXPECT_THAT(multiples(-401, 399, 200), ElementsAre(-400, -200, 0, 200));
   EXPECT_THAT(multiples(0, 0.3, 0.1), SizeIs(4));
@@ -50,7 +50,7 @@ TEST(Scale, leavesRoomAroundWhatItShows) {
   expectExtent(roundExtent(60.4, 84.6, 20, 5, 0, 100), 55, 90);
 }
 
-TEST(Scale, endsWhereThereIsNothingMore) {
+TEST(Scale, staysWithinItsBounds) {
   expectExtent(roundExtent(0, 100, 20, 5, 0, 100), 0, 100);
   expectExtent(roundExtent(97, 100, 20, 5, 0, 100), 85, 100);
 }
@@ -82,7 +82,7 @@ TEST_F(TimeTicks, nameTheirDayOnce) {
               ElementsAre("22:00 1 March", "23:00", "00:00 2 March", "01:00"));
 }
 
-TEST_F(TimeTicks, areAsCloseAsThereIsRoom) {
+TEST_F(TimeTicks, areAsDenseAsFits) {
   EXPECT_THAT(labels("2026-03-01 08:00", "2026-03-01 19:59"), SizeIs(12));
   EXPECT_THAT(labels("2026-03-01 08:00", "2026-03-01 20:00"),
               ElementsAre("08:00 1 March", "10:00", "12:00", "14:00", "16:00", "18:00", "20:00"));
@@ -101,7 +101,7 @@ TEST_F(TimeTicks, countDaysFromTheFirstOfTheMonth) {
   EXPECT_THAT(labels("2026-02-20 08:00", "2026-04-02 08:00", 4), ElementsAre("1 Mar", "16 Mar", "1 Apr"));
 }
 
-TEST_F(TimeTicks, continueByMonthsAndYears) {
+TEST_F(TimeTicks, useMonthsAndYearsForLongTimes) {
   EXPECT_THAT(labels("2026-01-01 00:00", "2026-08-01 00:00", 8),
               ElementsAre("Jan 2026", "Feb 2026", "Mar 2026", "Apr 2026", "May 2026", "Jun 2026", "Jul 2026",
                           "Aug 2026"));
@@ -109,7 +109,7 @@ TEST_F(TimeTicks, continueByMonthsAndYears) {
   EXPECT_THAT(labels("2001-01-01 00:00", "2400-01-01 00:00", 5), ElementsAre("2100", "2200", "2300", "2400"));
 }
 
-TEST_F(TimeTicks, followTheClockThroughTheBeginningOfSummerTime) {
+TEST_F(TimeTicks, followTheClockAtTheStartOfSummerTime) {
   useZone("CET-1CEST,M3.5.0,M10.5.0/3");
   const auto ticks = timeTicks(at("2026-03-28 23:00"), at("2026-03-29 03:00"), 12);
   std::vector<std::string> clocks;

@@ -24,7 +24,7 @@ std::vector<Moment> steady(std::size_t count) {
 
 auto isAt(double time) { return Field(&Moment::time, time); }
 
-TEST(Thinning, leavesAsItIsWhatIsFewEnough) {
+TEST(Thinning, leavesAFewMomentsUnchanged) {
   EXPECT_EQ(thinned(steady(100), 100, 10), steady(100));
   EXPECT_LT(thinned(steady(101), 100, 10).size(), 50U);
 }
@@ -60,7 +60,7 @@ TEST(Thinning, keepsBothSidesOfAGap) {
   EXPECT_THAT(kept, Not(Contains(isAt(334))));
 }
 
-TEST(Thinning, copesWithOneMomentForAll) {
+TEST(Thinning, acceptsMomentsAtTheSameTime) {
   std::vector<Moment> moments = steady(300);
   for (Moment& moment : moments) moment.time = 7;
   EXPECT_THAT(thinned(moments, 100, 10), SizeIs(2));

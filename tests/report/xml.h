@@ -1,4 +1,4 @@
-// What a strict parser makes of an XML document.
+// The content of an XML document, read by a strict parser.
 #pragma once
 
 #include <optional>
@@ -7,8 +7,8 @@
 
 namespace brisko::lab {
 
-// The texts of what the path leads to, in the order of the document; elements of SVG are named "s:text". None
-// when the document is not well-formed.
+// The texts of the nodes that the XPath selects, in the order of the document. SVG elements have the prefix
+// "s:". Missing if the document is not well-formed.
 [[nodiscard]] std::optional<std::vector<std::string>> textsAt(const std::string& document,
                                                               const std::string& xpath);
 

@@ -41,7 +41,7 @@ class Presence : public test::OnVirtualMac {
     platform::postMainAfter(seconds, platform::stopMain);
     platform::runMain();
   }
-  // Gone for so long when it is looked at next.
+  // Makes the app missing for so long at the next check.
   void goneFor(double seconds) {
     remove();
     gAppGoneSince = platform::wallNow() - seconds;
@@ -59,7 +59,7 @@ TEST_F(Presence, isNotCheckedWithoutAPath) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Presence, forgetsAnAbsenceWithoutAWord) {
+TEST_F(Presence, endsAnAbsenceSilently) {
   gAppGoneSince = platform::wallNow() - 300;
   checkAppPresence();
   EXPECT_EQ(gAppGoneSince, std::nullopt);
@@ -80,14 +80,14 @@ TEST_F(Presence, isFoundInEitherPlace) {
   EXPECT_EQ(gAppGoneSince, platform::wallNow());
 }
 
-TEST_F(Presence, isAlsoThatOfAFileOfThatName) {
+TEST_F(Presence, countsAFileOfThatNameToo) {
   remove();
   mac.write(installed, "a file");
   checkAppPresence();
   EXPECT_EQ(gAppGoneSince, std::nullopt);
 }
 
-TEST_F(Presence, notesTheFirstSightOfAnAbsenceOnly) {
+TEST_F(Presence, recordsOnlyTheStartOfAnAbsence) {
   remove();
   const double first = platform::wallNow();
   checkAppPresence();
@@ -99,7 +99,7 @@ TEST_F(Presence, notesTheFirstSightOfAnAbsenceOnly) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Presence, isGivenUpAtTenMinutesAndNotBefore) {
+TEST_F(Presence, endsAfterTenMinutesOfAbsenceAndNotBefore) {
   goneFor(599.75);
   checkAppPresence();
   EXPECT_FALSE(gDormant);
@@ -108,7 +108,7 @@ TEST_F(Presence, isGivenUpAtTenMinutesAndNotBefore) {
   EXPECT_TRUE(gDormant);
 }
 
-TEST_F(Presence, givenUpHandsEverythingBackAndStopsTheLight) {
+TEST_F(Presence, handsEverythingBackAndStopsTheLightAtItsEnd) {
   mac.settings("{\"limit\":80}");
   evaluate();
   ASSERT_EQ(gMode, LedMode::blink);
@@ -130,10 +130,10 @@ TEST_F(Presence, givenUpHandsEverythingBackAndStopsTheLight) {
   virtual_mac::setAfterEvent([&events] { ++events; });
   run(60);
   EXPECT_THAT(mac.writes(), IsEmpty());
-  EXPECT_EQ(events, 1) << "the end of this run; the light's timer is gone";
+  EXPECT_EQ(events, 1) << "only the work that ends this run; the light's timer was removed";
 }
 
-TEST_F(Presence, givenUpKeepsTheOtherMemoryOfTheState) {
+TEST_F(Presence, keepsOtherVariablesOfTheStateAtItsEnd) {
   gCutSince = 1;
   gCutRewrites = 2;
   gDriftLogged = true;
@@ -145,7 +145,7 @@ TEST_F(Presence, givenUpKeepsTheOtherMemoryOfTheState) {
   EXPECT_TRUE(gDriftLogged);
 }
 
-TEST_F(Presence, isSilentOnceGivenUp) {
+TEST_F(Presence, causesNoMoreLinesAfterItsEnd) {
   goneFor(600);
   checkAppPresence();
   static_cast<void>(newLines());
@@ -173,7 +173,7 @@ TEST_F(Presence, keepsOneDescriptorHoweverOftenTheAppIsReplaced) {
   EXPECT_EQ(test::openDescriptors(), before);
 }
 
-TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
+TEST_F(Presence, takesTheChargeAgainAtOnceWhenTheAppReturns) {
   mac.charge(90);
   mac.settings("{\"limit\":80}");
   goneFor(600);
@@ -184,7 +184,7 @@ TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
   checkAppPresence();
   EXPECT_FALSE(gDormant);
   EXPECT_EQ(gAppGoneSince, std::nullopt);
-  EXPECT_EQ(gNativeWritten, std::nullopt) << "macOS's limit is to be written afresh";
+  EXPECT_EQ(gNativeWritten, std::nullopt) << "macOS's limit must be written again";
   EXPECT_EQ(gState, ChargeState::hold);
   const auto lines = newLines();
   ASSERT_GE(lines.size(), 2U);
@@ -192,14 +192,14 @@ TEST_F(Presence, foundAgainTakesTheChargeAtOnce) {
   EXPECT_EQ(lines[1], "→ state: hold");
 }
 
-TEST_F(Presence, thatLastedLeavesTheLimitOfMacOSAlone) {
+TEST_F(Presence, leavesTheLimitOfMacOSAloneWhileTheAppIsInstalled) {
   gNativeWritten = 80;
   checkAppPresence();
   EXPECT_EQ(gNativeWritten, 80);
 }
 
-// Such a bundle was watched anew for ever.
-TEST_F(Presence, isWatchedOnceWhereTheNameEndsLikeTheMarkOfADeletedApp) {
+// Such a bundle used to be watched again and again without end.
+TEST_F(Presence, isWatchedOnceIfTheNameEndsLikeTheMarkOfADeletedApp) {
   gAppPath = "/Applications/Brisko.app (deleted)";
   mac.write(*gAppPath + "/Contents/Info.plist", "<plist/>");
   watchApp();
@@ -223,7 +223,7 @@ TEST_F(Presence, isWatchedWhereTheAppIs) {
   EXPECT_EQ(gAppSource, std::nullopt);
   run(1);
   EXPECT_TRUE(gAppSource.has_value());
-  EXPECT_TRUE(gAppGoneSince.has_value()) << "a watch that succeeds is no look";
+  EXPECT_TRUE(gAppGoneSince.has_value()) << "a successful watch is not a check";
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ std::string settingsText(const std::string& changed = "") {
   return text.replace(at, text.find_first_of(",}", at) - at, changed);
 }
 
-// The requests as they come in, on a Mac with a gate of keys.
+// Sends requests to the service on a Mac with a gate of keys.
 class Service : public test::OnVirtualMac {
  protected:
   void SetUp() override {
@@ -67,7 +67,7 @@ class Service : public test::OnVirtualMac {
     test::makeFolder(mac.path(dataFolder));  // as start-up does
   }
 
-  // Lets the main thread work for so long; at least until nothing waits.
+  // Runs the main thread for so long, at least until no work is waiting.
   static void run(double seconds = 0) {
     platform::postMainAfter(seconds, platform::stopMain);
     platform::runMain();
@@ -97,7 +97,7 @@ class Service : public test::OnVirtualMac {
   platform::ControlRequests requests = controlRequests();
 };
 
-// The same where macOS's own limit is the gate.
+// The same on a Mac where macOS's own limit is the gate.
 class NativeService : public Service {
  protected:
   void SetUp() override {
@@ -106,7 +106,7 @@ class NativeService : public Service {
   }
 };
 
-// --- who may ask
+// --- admission
 
 TEST(ClientCodeRequirement, namesTheAppAndTheTeamThatSignedTheDaemon) {
   test::VirtualMac mac;
@@ -116,7 +116,7 @@ TEST(ClientCodeRequirement, namesTheAppAndTheTeamThatSignedTheDaemon) {
             "\"T\"");
 }
 
-TEST(ClientCodeRequirement, isNoneWithoutATeam) {
+TEST(ClientCodeRequirement, isMissingWithoutATeam) {
   test::VirtualMac mac;
   EXPECT_TRUE(clientCodeRequirement().has_value());
   mac.number(ChangeKind::daemonSignature, 0);
@@ -125,7 +125,7 @@ TEST(ClientCodeRequirement, isNoneWithoutATeam) {
   EXPECT_EQ(clientCodeRequirement(), std::nullopt);
 }
 
-TEST(ClientCodeRequirement, isMetByTheAppAlone) {
+TEST(ClientCodeRequirement, isMetByTheAppOnly) {
   const test::VirtualMac mac;
   for (const auto& client : virtual_mac::knownClients()) {
     EXPECT_EQ(virtual_mac::meets(client.signature, *clientCodeRequirement()), client.name == "app");
@@ -134,7 +134,7 @@ TEST(ClientCodeRequirement, isMetByTheAppAlone) {
 
 // --- new settings
 
-TEST_F(Service, refusesAtOnceWhatIsNoSettingsObject) {
+TEST_F(Service, refusesOtherThanASettingsObjectAtOnce) {
   mac.settings("{\"limit\":60}");
   const std::string deep(1'000'000, '[');
   const std::string tooDeep = "{\"x\":" + std::string(512, '[') + std::string(512, ']') + "}";
@@ -180,7 +180,7 @@ TEST_F(Service, refusesAtOnceWhatIsNoSettingsObject) {
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
-TEST_F(Service, takesSettingsAsDeepAsAnyFile) {
+TEST_F(Service, acceptsSettingsAsDeepAsInAFile) {
   const Replies replies = apply("{\"limit\":70,\"x\":" + std::string(511, '[') + std::string(511, ']') + "}");
   EXPECT_EQ(replies.count, 1);
   EXPECT_TRUE(replies.done);
@@ -198,7 +198,7 @@ TEST_F(Service, writesAppliesAndThenReplies) {
     EXPECT_TRUE(done);
     EXPECT_EQ(error, std::nullopt);
     EXPECT_EQ(config(), settingsText("\"limit\":100"));
-    EXPECT_EQ(gState, ChargeState::allow) << "the change is in force before the app hears of it";
+    EXPECT_EQ(gState, ChargeState::allow) << "the change is in force before the reply";
   });
   EXPECT_EQ(count, 0) << "only the main thread may touch anything";
   EXPECT_EQ(config(), "{}");
@@ -214,7 +214,7 @@ TEST_F(Service, keepsWhatWasNotSent) {
   EXPECT_EQ(config(), expected);
 }
 
-TEST_F(Service, takesAllSixteenChoices) {
+TEST_F(Service, acceptsAllSixteenSettings) {
   const std::string all =
       R"({"blinkSeconds":0.5,"calDrain":20,"calSoakMinutes":30,"calibrate":false,"discharge":true,)"
       R"("enabled":false,"history":false,"historyDays":30,"hysteresis":7,"led":false,"limit":65,)"
@@ -223,7 +223,7 @@ TEST_F(Service, takesAllSixteenChoices) {
   EXPECT_EQ(config(), all);
 }
 
-TEST_F(Service, bringsTheFileIntoItsForm) {
+TEST_F(Service, writesTheFileInItsCanonicalForm) {
   mac.settings(" { \"limit\" : 70.9, \"unknown\" : 1 , \"blinkSeconds\":3}\n");
   EXPECT_TRUE(apply("{}").done);
   std::string expected = settingsText("\"limit\":70");
@@ -231,17 +231,17 @@ TEST_F(Service, bringsTheFileIntoItsForm) {
   EXPECT_EQ(config(), expected);
 }
 
-TEST_F(Service, dropsChoicesThatItDoesNotKnow) {
+TEST_F(Service, dropsUnknownSettings) {
   EXPECT_TRUE(apply("{\"limit\":70,\"colour\":\"red\",\"nested\":{\"limit\":20}}").done);
   EXPECT_EQ(config(), settingsText("\"limit\":70"));
 }
 
-TEST_F(Service, takesTheLastOfTwoChoicesOfOneName) {
+TEST_F(Service, usesTheLastOfDuplicateSettings) {
   EXPECT_TRUE(apply("{\"limit\":60,\"limit\":70}").done);
   EXPECT_EQ(config(), settingsText("\"limit\":70"));
 }
 
-TEST_F(Service, putsTheDefaultForAChoiceOfTheWrongKind) {
+TEST_F(Service, usesTheDefaultForASettingOfTheWrongType) {
   mac.settings(settingsText("\"limit\":60"));
   EXPECT_TRUE(apply("{\"limit\":\"70\"}").done);
   EXPECT_EQ(config(), settingsText());
@@ -250,8 +250,8 @@ TEST_F(Service, putsTheDefaultForAChoiceOfTheWrongKind) {
   EXPECT_EQ(config(), settingsText());
 }
 
-TEST_F(Service, startsFromNothingWithoutAReadableFile) {
-  gCliLimit = 60;  // stands in for the limit elsewhere, not here
+TEST_F(Service, startsFromTheDefaultsWithoutAReadableFile) {
+  gCliLimit = 60;  // the default limit elsewhere, but not here
   for (const std::string& before : {std::string("{\"limit\":"), std::string("[]"), std::string("null"),
                                     std::string(), std::string("{\"limit\":70} x")}) {
     mac.settings(before);
@@ -279,7 +279,7 @@ TEST_F(Service, repliesAlsoWhereTheFileCannotBeWritten) {
   EXPECT_TRUE(replies.done);
 }
 
-TEST_F(Service, endsTheProcessOverALimitBeyondReasonBeforeAnythingIsWritten) {
+TEST_F(Service, abortsOnALimitBeyond64BitsBeforeAnythingIsWritten) {
   mac.settings("{\"limit\":60}");
   for (const char* sent : {"{\"limit\":1e300}", "{\"limit\":1e999}", "{\"led\":false,\"calDrain\":-1e999}"}) {
     const auto ended = test::inChild([&] {
@@ -293,7 +293,7 @@ TEST_F(Service, endsTheProcessOverALimitBeyondReasonBeforeAnythingIsWritten) {
   }
 }
 
-TEST_F(Service, takesTheChoicesBesideANumberBeyondADouble) {
+TEST_F(Service, readsTheOtherSettingsBesideANumberBeyondADouble) {
   EXPECT_TRUE(apply("{\"limit\":70,\"foo\":1e999}").done);
   EXPECT_EQ(config(), settingsText("\"limit\":70"));
 }
@@ -304,7 +304,7 @@ TEST_F(Service, keepsWhatWasNotSentBesideANumberBeyondADouble) {
   EXPECT_EQ(config(), settingsText("\"limit\":70"));
 }
 
-TEST_F(Service, leavesTheFileAsItWasForAnInfiniteBlinkTimeAndReplies) {
+TEST_F(Service, leavesTheFileUnchangedForAnInfiniteBlinkTimeAndReplies) {
   const std::string before = "{\"limit\":70}";
   mac.settings(before);
   const Replies replies = apply("{\"blinkSeconds\":1e999,\"limit\":60}");
@@ -333,11 +333,11 @@ TEST_F(Service, erasesBothFoldersAndReportsItOnStandardOutputAlone) {
                                                     "replied done\nnot released\n"));
   EXPECT_FALSE(mac.exists(dataFolder));
   EXPECT_FALSE(mac.exists(logFolder));
-  EXPECT_TRUE(mac.exists("/Library/Application Support")) << "what is ours alone";
+  EXPECT_TRUE(mac.exists("/Library/Application Support")) << "only our own files";
   EXPECT_TRUE(mac.exists("/Library/Logs"));
 }
 
-TEST_F(Service, findsNothingToEraseAndIsDone) {
+TEST_F(Service, succeedsIfThereIsNothingToErase) {
   ASSERT_EQ(std::remove(mac.path(dataFolder).c_str()), 0);
   const Replies replies = purge();
   EXPECT_EQ(replies.count, 1);
@@ -346,7 +346,7 @@ TEST_F(Service, findsNothingToEraseAndIsDone) {
   EXPECT_FALSE(mac.exists(logFolder));
 }
 
-TEST_F(Service, erasesWhateverStandsInTheWayOfAFolder) {
+TEST_F(Service, erasesOtherThingsInThePlaceOfAFolder) {
   ASSERT_EQ(std::remove(mac.path(dataFolder).c_str()), 0);
   test::put(mac.path(dataFolder), "a file");
   mac.write(std::string(logFolder) + "/deep/deeper/file", "x");
@@ -355,7 +355,7 @@ TEST_F(Service, erasesWhateverStandsInTheWayOfAFolder) {
   EXPECT_FALSE(mac.exists(logFolder));
 }
 
-TEST_F(Service, erasesALinkAndNotWhatItLeadsTo) {
+TEST_F(Service, erasesALinkAndNotItsTarget) {
   mac.write("/elsewhere/file", "somebody's");
   ASSERT_EQ(std::remove(mac.path(dataFolder).c_str()), 0);
   test::makeLink(mac.path(dataFolder), mac.path("/elsewhere"));
@@ -364,7 +364,7 @@ TEST_F(Service, erasesALinkAndNotWhatItLeadsTo) {
   EXPECT_EQ(mac.read("/elsewhere/file"), "somebody's");
 }
 
-// Whoever asks is told of the first folder that stays; the log names both.
+// The client is told the first folder that could not be removed; the log names both.
 class Undeletable : public Service {
  protected:
   void SetUp() override {
@@ -373,7 +373,7 @@ class Undeletable : public Service {
     mac.write(std::string(logFolder) + "/daemon.log", "line\n");
     test::setMode(mac.path("/"), 0755);
   }
-  // In a process that permissions count for.
+  // In a process without root, so that permissions apply.
   std::string purged() {
     return test::inChild([&] {
              test::becomeNobody();
@@ -390,7 +390,7 @@ class Undeletable : public Service {
   }
 };
 
-TEST_F(Undeletable, areNamedBothInTheLogAndTheFirstToTheApp) {
+TEST_F(Undeletable, foldersAreBothLoggedAndTheFirstIsReportedToTheApp) {
   const std::string first = std::string(dataFolder) + ": Permission denied";
   const std::string second = std::string(logFolder) + ": Permission denied";
   EXPECT_THAT(purged(), ::testing::MatchesRegex("[0-9TZ:-]+  data purge requested: " + first + "; " + second +
@@ -398,7 +398,7 @@ TEST_F(Undeletable, areNamedBothInTheLogAndTheFirstToTheApp) {
   EXPECT_EQ(config(), "{}");
 }
 
-TEST_F(Undeletable, dataDoNotKeepTheLogFromGoing) {
+TEST_F(Undeletable, dataDoNotPreventTheErasureOfTheLog) {
   open(logFolder);
   const std::string failure = std::string(dataFolder) + ": Permission denied";
   EXPECT_THAT(purged(), ::testing::MatchesRegex("[0-9TZ:-]+  data purge requested: " + failure +
@@ -407,7 +407,7 @@ TEST_F(Undeletable, dataDoNotKeepTheLogFromGoing) {
   EXPECT_FALSE(mac.exists(logFolder));
 }
 
-TEST_F(Undeletable, logsAreWhatTheAppHearsOfWhenTheDataGo) {
+TEST_F(Undeletable, logsAreReportedToTheAppIfTheDataAreErased) {
   open(dataFolder);
   const std::string failure = std::string(logFolder) + ": Permission denied";
   EXPECT_THAT(purged(), ::testing::MatchesRegex("[0-9TZ:-]+  data purge requested: " + failure +
@@ -416,7 +416,7 @@ TEST_F(Undeletable, logsAreWhatTheAppHearsOfWhenTheDataGo) {
   EXPECT_EQ(mac.read(std::string(logFolder) + "/daemon.log"), "line\n") << "nothing more is logged there";
 }
 
-TEST_F(Service, writesNoFileAgainOnceAllWasErased) {
+TEST_F(Service, writesNoFileAfterAllDataWasErased) {
   mac.settings("{}");
   evaluate();
   ASSERT_TRUE(purge().done);
@@ -518,7 +518,7 @@ TEST_F(NativeService, countsTheThirtySecondsFromTheLatestRelease) {
   EXPECT_EQ(newLines().front(), takenAgainLine);
 }
 
-TEST_F(NativeService, doesNotTakeTheChargeAgainOnceSomethingElseDid) {
+TEST_F(NativeService, doesNotTakeTheChargeAgainIfSomethingElseDid) {
   ASSERT_TRUE(release().done);
   gReleased = false;
   static_cast<void>(newLines());
@@ -532,12 +532,12 @@ TEST_F(NativeService, driveNothingWhileReleased) {
   EXPECT_EQ(gLastPct, 0);
 }
 
-TEST_F(NativeService, staysWithMacOSAfterAPurge) {
+TEST_F(NativeService, leavesTheLimitToMacOSAfterAPurge) {
   ASSERT_TRUE(purge().done);
   EXPECT_TRUE(gReleased);
   EXPECT_TRUE(gPurged);
   run(60);
-  EXPECT_TRUE(gReleased) << "nothing takes it again";
+  EXPECT_TRUE(gReleased) << "nothing changes it again";
   evaluate();
   EXPECT_EQ(gLastPct, 0);
 }
@@ -554,7 +554,7 @@ TEST_F(NativeService, isNotDrivenAgainWhenAPurgeFollowsARelease) {
 
 // --- restarting
 
-TEST_F(Service, repliesToARestartAndEndsAMomentLater) {
+TEST_F(Service, repliesToARestartAndExitsAfterwards) {
   const auto ended = test::inChild([&] {
     requests.restart([](bool done, const std::optional<std::string>& error) {
       test::tell(done && !error ? "replied done\n" : "replied otherwise\n");

@@ -1,5 +1,5 @@
 // tests/support/child.h
-// A piece of code in a process of its own: for what changes or ends the whole process.
+// Runs code in a child process, for code that changes or ends the whole process.
 #pragma once
 
 #include <functional>
@@ -11,18 +11,18 @@ namespace brisko::test {
 struct Ended {
   std::optional<int> status;  // exit status
   std::optional<int> signal;  // or the signal that ended it
-  std::string output;         // what it wrote to its standard output
-  std::string errors;         // and to its standard error
+  std::string output;         // its standard output
+  std::string errors;         // its standard error
 };
 
-// Runs `body` in a forked child and waits for its end; a body that returns ends the child with status 0 and
-// without exit hooks. Expectations belong to the parent: the child tells what it saw by what it prints.
+// Runs `body` in a forked child and waits for its end. If `body` returns, the child ends with status 0 and
+// without exit hooks. Expectations belong in the parent; the child reports by its output.
 [[nodiscard]] Ended inChild(const std::function<void()>& body);
 
-// Prints to standard output at once, past any buffer.
+// Prints to standard output at once, unbuffered.
 void tell(const std::string& text);
 
-// Gives up root, so that permissions count for this process from here on.
+// Gives up root, so that permissions apply to this process from now on.
 void becomeNobody();
 
 }  // namespace brisko::test

@@ -1,6 +1,6 @@
 // tests/support/contract_machine.h
-// The machine behind the seam in the contract tests. Each implementation of the seam brings its own
-// contract_machine.cpp; which one a test gets is chosen when it is linked.
+// The machine behind the seam in the contract tests. Each implementation of the seam has its own
+// contract_machine.cpp, which the linker selects.
 #pragma once
 
 #include <functional>
@@ -18,16 +18,16 @@ class ContractMachine {
   ContractMachine(const ContractMachine&) = delete;
   ContractMachine& operator=(const ContractMachine&) = delete;
 
-  // Changes the machine as a person would, from outside the daemon.
+  // Changes the machine from outside the daemon, as a user would.
   void change(const virtual_mac::Change& change);
   // Plans a change for `seconds` from now.
   void later(double seconds, const virtual_mac::Change& change);
-  // A copy of the record as it was last left.
+  // A copy of the record after its last update.
   [[nodiscard]] virtual_mac::Machine record() const;
 
   void setEnvironment(const std::string& name, const std::string& value);
 
-  // Whether time passes exactly as asked for: where it really passes, everything comes a little late.
+  // Whether time passes exactly as requested. In real time everything is a little late.
   [[nodiscard]] static bool timeIsExact();
 
  private:

@@ -1,6 +1,6 @@
 // tests/support/daemon_process.h
-// A process of the daemon on a test's machine, paused whenever the test does not let it run. What it wrote is
-// then held to its schemas (support/record_schemas.h).
+// A process of the daemon on a test's machine, paused unless the test runs it. Whenever it is paused, its
+// files are validated against their schemas (support/record_schemas.h).
 #pragma once
 
 #include <string>

@@ -5,7 +5,7 @@
 
 namespace brisko::test {
 
-// How many this process has open, give or take the one that it takes to look, which always counts alike.
+// How many descriptors this process has open. The one that is needed to count them is always included.
 [[nodiscard]] std::size_t openDescriptors();
 
 }  // namespace brisko::test

@@ -14,7 +14,7 @@ namespace brisko::test {
 bool FileJournal::canBeKept() { return true; }
 
 FileJournal::FileJournal(const std::string& folder) : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  // With the openings too: two events that are alike and follow one another would become one.
+  // Watches openings too, because the kernel merges two equal events that follow one another.
   if (watch_ < 0 || ::inotify_add_watch(watch_, folder.c_str(), IN_OPEN | IN_CLOSE_WRITE) < 0) {
     throw std::runtime_error("cannot watch " + folder);
   }

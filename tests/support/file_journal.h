@@ -6,18 +6,19 @@
 
 namespace brisko::test {
 
-// Which files of a folder were written, in order. It looks at nothing below the folder's subfolders.
+// Records which files of a folder were written, in order, but not those in its subfolders.
 class FileJournal {
  public:
-  // Whether this system's kernel tells. A test that needs one is skipped where it does not.
+  // Whether this system's kernel reports that. A test that needs a journal is skipped otherwise.
   [[nodiscard]] static bool canBeKept();
 
-  explicit FileJournal(const std::string& folder);  // the folder has to be there
+  explicit FileJournal(const std::string& folder);  // the folder must exist
   ~FileJournal();
   FileJournal(const FileJournal&) = delete;
   FileJournal& operator=(const FileJournal&) = delete;
 
-  // From now on also the files of this folder, whose writers keep them open: one for each run of writes.
+  // From now on also records the files of this folder, whose writers keep them open: one entry for each run
+  // of writes.
   void watchOpenFiles(const std::string& folder);
 
   // The names of the files written since the last call, one for each time that one was closed.

@@ -13,7 +13,7 @@
 namespace brisko::test {
 namespace {
 
-// A test that cannot set its scene must not continue.
+// A test whose setup fails must not continue.
 void need(bool done, const std::string& what) {
   if (!done) throw std::runtime_error("cannot make " + what);
 }

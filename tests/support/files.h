@@ -1,5 +1,5 @@
 // tests/support/files.h
-// What a test does with files and asks about them. What cannot be set up ends the test by an exception.
+// Functions that create and inspect files. A failed setup ends the test by an exception.
 #pragma once
 
 #include <string>
@@ -10,13 +10,13 @@
 namespace brisko::test {
 
 void put(const std::string& path, std::string_view bytes);
-// For who puts them by other means.
+// For callers that write the bytes in another way.
 void notePut(const std::string& path, std::string_view bytes);
-// Whether this process has put exactly these bytes into a file, whichever: files get renamed.
+// Whether this process has put exactly these bytes into any file, since files may be renamed.
 [[nodiscard]] bool wasPut(std::string_view bytes);
-[[nodiscard]] std::string lastPut(const std::string& path);   // "" when nothing was
+[[nodiscard]] std::string lastPut(const std::string& path);   // "" if nothing was put there
 [[nodiscard]] std::string contents(const std::string& path);  // "" when missing
-[[nodiscard]] bool exists(const std::string& path);           // also a link that leads nowhere
+[[nodiscard]] bool exists(const std::string& path);           // also true for a dangling link
 [[nodiscard]] mode_t modeOf(const std::string& path);         // low 12 bits; follows links
 [[nodiscard]] ino_t inodeOf(const std::string& path);
 void setMode(const std::string& path, mode_t mode);

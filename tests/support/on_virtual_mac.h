@@ -15,12 +15,12 @@ class OnVirtualMac : public ::testing::Test {
  protected:
   explicit OnVirtualMac(const virtual_mac::MachineOptions& options = {}) : mac(options) {}
 
-  // Opens the controller; nothing is read yet.
+  // Opens the controller without reading anything.
   void openController();
-  // Opens the controller and takes the gate into use as start-up does, without starting anything else.
+  // Opens the controller and sets up the gate as start-up does, without starting anything else.
   void takeGate();
 
-  // One tick after another, each a heartbeat after the one before.
+  // Runs ticks, each a heartbeat after the previous one.
   void ticks(int count);
 
   // The lines logged since the last call.

@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-// To a schema 2 is a number as good as 2.0, so each "number" is told to take no integer.
+// For a schema 2 is as valid a number as 2.0, so integers are excluded from each "number".
 void refuseIntegersForNumbers(json& schema) {
   if (schema.is_object() && schema.value("type", json()) == "number") schema["not"] = {{"type", "integer"}};
   for (json& inside : schema) {
@@ -46,7 +46,7 @@ std::optional<std::string> breachOf(std::string_view text, const std::string& ki
 
 constexpr std::string_view historySuffix = ".jsonl";
 
-// Each sample is a line of its own, to its end.
+// Each sample is a complete line.
 std::optional<std::string> flawInLines(std::string_view text, const std::string& kind) {
   while (!text.empty()) {
     const std::size_t end = text.find('\n');
@@ -63,14 +63,14 @@ std::optional<std::string> flawInRecord(std::string_view bytes, const std::strin
   return bytes.empty() ? std::nullopt : flawIn(bytes, kind);
 }
 
-// What was checked once is not checked again: by path, its contents at that time.
+// The contents that were already checked, by path; they are not checked again.
 std::map<std::string, std::string>& everChecked() {
   static std::map<std::string, std::string> checked;
   return checked;
 }
 
-// How many of the first bytes of the file need no look. Only a history file grows; any other one is settled
-// as a whole or not at all.
+// How many bytes at the beginning of the file need no check. Only a history file grows; any other file needs
+// a check as a whole or none.
 std::size_t settledPart(const std::string& bytes, const std::string& path) {
   const std::string& checked = everChecked()[path];
   if (!path.ends_with(historySuffix)) return bytes == checked || wasPut(bytes) ? bytes.size() : 0;

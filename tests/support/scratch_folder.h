@@ -1,6 +1,6 @@
 // tests/support/scratch_folder.h
-// A folder of a test's own, removed with everything in it at the end, after what the daemon wrote there was
-// held to its schemas.
+// A temporary folder for a test. At the end the daemon's files in it are validated against their schemas, and
+// the folder is removed.
 #pragma once
 
 #include "sim/process/scratch.h"

@@ -1,5 +1,5 @@
 // tests/support/testing.h
-// The test framework, and the names of it that most tests use.
+// The test framework, and its names that most tests use.
 #pragma once
 
 #include <gmock/gmock.h>

@@ -1,6 +1,7 @@
 // tests/support/virtual_mac.h
-// A simulation as a test wants it: a healthy MacBook Air on its adapter at 70 %, with short words for what a
-// test does and no launch service. What the daemon wrote on its volume is held to its schemas at the end.
+// A simulation for tests: a healthy MacBook Air on its adapter at 70 %, with shorthands for common changes
+// and without a launch service. At the end the daemon's files on its volume are validated against their
+// schemas.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,7 @@ using virtual_mac::PowerSourceFault;
 using virtual_mac::PropertyFault;
 using virtual_mac::RequestKind;
 
-// One write to the controller, as a test compares it: "CHTE=01000000", or "CHTE=01000000!" when refused.
+// Writes to the controller as texts: "CHTE=01000000", or "CHTE=01000000!" if refused.
 using Writes = std::vector<std::string>;
 
 class VirtualMac : public sim::Simulation {
@@ -52,25 +53,25 @@ class VirtualMac : public sim::Simulation {
   // A change planned `seconds` from now.
   VirtualMac& later(double seconds, const virtual_mac::Change& change);
 
-  // A client of this name asks the control service. The number of the request, for what follows.
+  // Sends a request of the client with this name to the control service; returns the number of the request.
   std::uint64_t ask(virtual_mac::RequestKind kind, std::string_view client = "app");
   std::uint64_t apply(std::string_view settings, std::string_view client = "app");
-  // The request as it stands: whether it was let in, how often it was answered and how. The record keeps the
-  // latest ones.
+  // The state of the request: whether it was admitted, how often it was answered and how. The record keeps
+  // the latest ones.
   [[nodiscard]] virtual_mac::ClientRequest request(std::uint64_t number) const;
 
-  // Moves machine time on, with no daemon running.
+  // Advances machine time without running a daemon.
   VirtualMac& pass(double seconds);
 
-  // The journal since the last forgetJournal(), as texts (sim/machine/journal_text.h) and as entries: writes
-  // in order; or every exchange when the journal keeps reads.
+  // The journal since the last forgetJournal(), as texts (sim/machine/journal_text.h) and as entries: the
+  // writes in order, or every exchange after keepReads().
   [[nodiscard]] Writes writes() const { return journalSinceCheckpoint(); }
   [[nodiscard]] std::vector<virtual_mac::JournalEntry> journal() const { return entriesSinceCheckpoint(); }
   void keepReads() { store().update().journal().reads = true; }  // from now on
   void forgetJournal() { setCheckpoint(); }
 
-  // Files on its volume, by their unmapped paths.
-  void write(std::string_view unmapped, std::string_view text);     // makes the folders
+  // Files on its volume; paths are unmapped.
+  void write(std::string_view unmapped, std::string_view text);     // creates the folders
   [[nodiscard]] std::string read(std::string_view unmapped) const;  // "" when missing
   [[nodiscard]] bool exists(std::string_view unmapped) const;
   void settings(std::string_view json);  // config.json

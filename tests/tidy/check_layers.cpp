@@ -21,7 +21,7 @@ std::vector<std::string> listedFolders(const std::string& document) {
   return folders;
 }
 
-// The listed folder that the file lies in, the innermost one.
+// The innermost listed folder that contains the file.
 std::optional<std::size_t> layerOf(const std::string& path, const std::vector<std::string>& folders) {
   std::optional<std::size_t> layer;
   for (std::size_t index = 0; index < folders.size(); ++index) {
@@ -31,8 +31,7 @@ std::optional<std::size_t> layerOf(const std::string& path, const std::vector<st
   return layer;
 }
 
-// Includes are written from src/ or the project's folder on, and from tests/ or benchmarks/ for what is
-// there.
+// Includes are relative to src/ or the project's folder, or to tests/ or benchmarks/ for files there.
 std::string included(const Include& include, const Tree& tree) {
   for (const std::string root : {"src/", "", "tests/", "benchmarks/"}) {
     if (tree.contains(root + include.path)) return root + include.path;
@@ -44,7 +43,7 @@ bool implementsTheSeam(const std::string& path) {
   return inPlatform(path) || path.starts_with("sim/machine/") || path.starts_with("sim/seam/");
 }
 
-// A folder's settings may stand further up than what is listed.
+// Settings of several listed folders may be in a folder above them.
 bool wantsALayer(const std::string& path) {
   return !folderOf(path).empty() && !path.starts_with('.') && !path.ends_with("/CMakeLists.txt") &&
          !path.ends_with("/.clang-tidy");
@@ -56,7 +55,7 @@ std::string whyNot(const std::string& path, const std::string& target,
   if (target.empty()) return "there is no such file; write the path from src/ or the project's folder on";
   const auto from = layerOf(path, folders);
   const auto to = layerOf(target, folders);
-  if (!from || !to) return "";  // told for the file itself
+  if (!from || !to) return "";  // reported for the file itself
   if (*to < *from) return "it points upwards; hand the value down, or move what is needed further down";
   if (*to != *from && implementsTheSeam(path) && isDaemonSource(target) && !inPlatform(target))
     return "what implements the seam knows nothing above it; pass it what it needs";

@@ -11,7 +11,7 @@ namespace {
 
 const std::string documentPath = "docs/log.md";
 
-// A line that begins with one of these is written for a person to read, wherever it goes.
+// A line that begins with one of these is meant for people, wherever it is written.
 const std::array<std::string, 2> signs = {"⚠️", "⛔️"};
 
 struct DocumentedLine {
@@ -31,7 +31,7 @@ std::vector<DocumentedLine> documentedLines(const std::string& document) {
   return result;
 }
 
-// A documented line taken apart: its fixed texts, and its variable parts, which stand as <name> or ….
+// A documented line, split into its fixed texts and its variable parts, which are written as <name> or ….
 struct LineParts {
   std::vector<std::string> fixed;
   std::vector<std::string> variable;
@@ -54,8 +54,7 @@ LineParts partsOf(std::string_view line) {
   return parts;
 }
 
-// A fixed text stands in the document as it stands in the source; one of several values inside a variable
-// part.
+// The document contains a fixed text as the source does, or as one of several values inside a variable part.
 bool explains(const DocumentedLine& line, const std::string& text) {
   const LineParts parts = partsOf(line.text);
   return std::find(parts.fixed.begin(), parts.fixed.end(), text) != parts.fixed.end() ||
@@ -81,7 +80,7 @@ Range parentheses(std::string_view code, std::size_t from) {
   return {open, code.size()};
 }
 
-// What stands between the parentheses of every call of our log().
+// The text between the parentheses of each call of our log().
 std::vector<Range> logCalls(std::string_view code) {
   std::vector<Range> calls;
   forEachName(code, [&](std::string_view name, std::size_t offset) {
@@ -92,13 +91,13 @@ std::vector<Range> logCalls(std::string_view code) {
   return calls;
 }
 
-// More than the joint between two values, or a unit.
+// More than a separator between two values, or a unit.
 bool hasText(std::string_view text) {
   return std::count_if(text.begin(), text.end(),
                        [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }) >= 2;
 }
 
-// The literals of a source that become a part of a line for people.
+// The literals of a source that are parts of a line for people.
 std::vector<Literal> lineTexts(const CppText& source) {
   const std::vector<Range> calls = logCalls(source.code);
   std::vector<Literal> texts;

@@ -29,8 +29,8 @@ bool isPath(std::string_view text) {
   return text.starts_with("/Library/") || text.starts_with("/Applications/");
 }
 
-// More than the sign: a text to be found.
-bool isComplaint(std::string_view text) {
+// More than the sign, so it must be in the manual.
+bool isErrorMessage(std::string_view text) {
   constexpr std::string_view sign = "⛔️ ";
   return text.starts_with(sign) && text.size() > sign.size();
 }
@@ -42,13 +42,13 @@ bool namesOption(const std::string& manual, const std::string& option) {
 
 bool isSeam(const std::string& path) { return inPlatform(path) || path.starts_with("sim/seam/"); }
 
-// Whether the manual has what stands in a source as `text`, or needs not have it.
+// Whether the manual contains the source's text `text`, or need not contain it.
 bool isExplained(const std::string& manual, const std::string& path, const std::string& text) {
   if (isVariable(text)) return manual.find("Ev " + text + "\n") != std::string::npos;
   if (isSeam(path)) return true;
   if (isOption(text)) return namesOption(manual, text);
   if (isPath(text)) return manual.find(text) != std::string::npos;
-  return !isComplaint(text) || manual.find(text.substr(0, text.find('\n'))) != std::string::npos;
+  return !isErrorMessage(text) || manual.find(text.substr(0, text.find('\n'))) != std::string::npos;
 }
 
 // The options that the manual explains, with the line that begins each.

@@ -8,8 +8,7 @@
 namespace brisko::test {
 namespace {
 
-// ---------------------------------------------------------------------------------------------------------
-// Own header first
+// --- Own header first
 
 // The header that a source implements: the one beside it, or the seam's header of the same name.
 std::optional<std::string> ownHeader(const std::string& path, const Tree& tree) {
@@ -21,13 +20,12 @@ std::optional<std::string> ownHeader(const std::string& path, const Tree& tree) 
   return std::nullopt;
 }
 
-// Includes are written from the project's folder on, but from src/, tests/ or benchmarks/ for what is there.
+// Includes are relative to the project's folder, but to src/, tests/ or benchmarks/ for files there.
 bool names(const Include& include, const std::string& header) {
   return !include.angled && (header == include.path || header.substr(header.find('/') + 1) == include.path);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Keys
+// --- Keys
 
 constexpr std::array<std::string_view, 9> chargeKeys = {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0",
                                                         "bfE0", "CHIE", "CH0I", "CH0J"};
@@ -37,8 +35,7 @@ bool mayNameChargeKeys(const std::string& path) {
          withoutExtension(path) == "src/power/orderly_exit";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The seam
+// --- The seam
 
 constexpr std::string_view useClock = "time comes from platform/clock.h and platform/run_loop.h";
 constexpr std::string_view useHost = "the process and its system are asked through platform/host.h";
@@ -82,13 +79,13 @@ constexpr Banned bannedNames[] = {
     {"_WIN32", useSeam},
 };
 
-// Words that may well name something of ours; banned as the system's functions only.
+// Words that may also name functions of ours, so only calls of the system's functions are reported.
 constexpr Banned bannedCalls[] = {
     {"time", useClock},  {"clock", useClock}, {"sleep", useClock},
     {"alarm", useClock}, {"rand", noChance},  {"random", noChance},
 };
 
-// Beginnings of a platform's own names. "?" stands for a capital and a small letter.
+// Prefixes of a platform's own names. "?" represents a capital and a small letter.
 constexpr std::string_view platformPrefixes[] = {
     "IO?",       "IOPS",      "IOPM", "kIO",   "CF?",      "kCF",    "NS?",      "SecCode",
     "dispatch_", "_dispatch", "xpc_", "mach_", "inotify_", "epoll_", "timerfd_", "TARGET_OS_",
@@ -127,10 +124,9 @@ bool isPlatformHeader(const Include& include) {
                      [&](std::string_view header) { return include.path.starts_with(header); });
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The virtual Mac
+// --- The virtual Mac
 
-// Only where paths are mapped may a source ask for the volume root: it is empty on a real Mac.
+// Only sources that map paths may use the volume root, which is empty on a real Mac.
 bool asksForSimulation(std::string_view name, const std::string& path) {
   if (name == "volumeRoot")
     return path != "src/base/volume_path.cpp" && path != "src/platform/macos/volume_root.cpp";
@@ -203,7 +199,7 @@ Findings checkSimulationUnknown(const Tree& tree) {
       if (literal.text.find(machineVariable) == std::string::npos) continue;
       findings.push_back(place(path, lineOf(text, literal.offset)) + machineVariable + advice);
     }
-    // The seam's own headers declare what they declare.
+    // The seam's own headers may declare anything.
     if (folderOf(path) == "src/platform") continue;
     forEachName(source.code, [&, &path = path, &text = text](std::string_view name, std::size_t offset) {
       if (!asksForSimulation(name, path)) return;

@@ -114,7 +114,7 @@ struct Match {
   std::string text;
 };
 
-// The match that contains the offset. It begins on the same line or the line before, and ends on the same
+// The match that contains the offset. It begins on the same line or the previous one, and ends on the same
 // line or the next one.
 std::optional<Match> matchAround(const std::string& text, std::size_t offset, const std::regex& expression) {
   const std::size_t lineFeed = offset == 0 ? std::string::npos : text.rfind('\n', offset - 1);

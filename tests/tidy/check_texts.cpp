@@ -8,7 +8,7 @@
 namespace brisko::test {
 namespace {
 
-// Written in pieces, so that this file does not find itself.
+// Written in pieces, so that the check does not report this file.
 const std::array<std::string, 2> signs = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
 const std::array<std::string, 2> wideBlanks = {std::string("\xC2") + "\xA0",
                                                std::string("\xE2\x80") + "\xAF"};
@@ -28,7 +28,7 @@ bool hasWideBlank(std::string_view text) {
                      [&](const std::string& blank) { return text.find(blank) != std::string_view::npos; });
 }
 
-// The lines as they stand in the file, each with the literals that begin in it as the compiler reads them.
+// The lines of the file, each followed by the literals that begin in it, with escapes resolved.
 std::vector<std::string> linesWithLiterals(const std::string& path, const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);

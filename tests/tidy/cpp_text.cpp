@@ -49,7 +49,7 @@ void appendUtf8(std::string& text, std::uint32_t point) {
   }
 }
 
-// True when `before` ends with what can only be a type, so that a name after it is being declared.
+// True if `before` ends with what can only be a type, so that a name after it is being declared.
 bool endsWithType(std::string_view before) {
   constexpr std::array<std::string_view, 5> notTypes = {"return", "else", "do", "case", "throw"};
   const std::size_t last = before.find_last_not_of(" \n");
@@ -63,7 +63,7 @@ bool endsWithType(std::string_view before) {
          std::find(notTypes.begin(), notTypes.end(), word) == notTypes.end();
 }
 
-// Reads a source once from its beginning to its end.
+// Reads a source once, from beginning to end.
 class Reader {
  public:
   explicit Reader(std::string_view source) : source_(source) { result_.code = source; }
@@ -78,7 +78,7 @@ class Reader {
     return at_ + ahead < source_.size() ? source_[at_ + ahead] : '\0';
   }
 
-  // Moves on over characters that are not code.
+  // Skips characters that are not code.
   void blank(std::size_t count) {
     for (; count > 0 && at_ < source_.size(); --count, ++at_) {
       if (source_[at_] != '\n') result_.code[at_] = ' ';
@@ -102,7 +102,7 @@ class Reader {
     blank(found == std::string_view::npos ? source_.size() : found + taken - at_);
   }
 
-  // Names and numbers as a whole, so that the ' in 1'000 opens no character and R" is seen.
+  // Reads names and numbers as a whole, so that the ' in 1'000 opens no character and R" is recognised.
   void word() {
     const std::size_t begin = at_;
     const bool number = isDigit(peek());

@@ -1,5 +1,5 @@
 // tests/tidy/cpp_text.h
-// A C++ source taken apart far enough to ask about names, includes and texts, each for itself.
+// Splits a C++ source into names, includes and literals, so that each can be checked on its own.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace brisko::test {
 
-// A string or character literal. Adjacent strings are one, as for the compiler.
+// A string or character literal. Adjacent strings are joined, as by the compiler.
 struct Literal {
   std::string text;    // its bytes, with the escapes resolved
   std::size_t offset;  // of its opening quote
@@ -31,7 +31,7 @@ struct CppText {
 
 [[nodiscard]] CppText takeApart(std::string_view source);
 
-// Every name (keywords too) with its offset.
+// Every name, including keywords, with its offset.
 void forEachName(std::string_view code, const std::function<void(std::string_view, std::size_t)>& visit);
 
 // True when the name at `offset` is followed by an argument list, belongs to no object and is not being

@@ -40,7 +40,7 @@ TEST(CppText, readsRawStringsToTheirOwnEnd) {
               ElementsAre("a \"quoted\" )\" \\n", "b"));
 }
 
-TEST(CppText, readsCharactersAndDigitSeparatorsApart) {
+TEST(CppText, distinguishesCharactersFromDigitSeparators) {
   EXPECT_THAT(literalsOf("f('\"', 1'000'000, '\\'', \"end\");"), ElementsAre("\"", "'", "end"));
 }
 

@@ -1,5 +1,5 @@
 // tests/tidy/tree.h
-// The files of the project as a check sees them.
+// The files of the project, read for the checks.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,14 @@
 
 namespace brisko::test {
 
-// Every text file by its path from the tree's folder.
+// Every text file, by its path relative to the tree's folder.
 using Tree = std::map<std::string, std::string>;
 
-// One text for each finding: "src/base/log.cpp:12: what is wrong; what to do".
+// A text for each finding: "src/base/log.cpp:12: what is wrong; what to do".
 using Findings = std::vector<std::string>;
 
-// Reads the tree in `folder`, without what is built, hidden (save .ci, .github and the files at the top) or
-// not a text.
+// Reads the tree in `folder`, without build results, hidden files (except .ci, .github and the files at the
+// top) and files that are not text.
 [[nodiscard]] Tree readTree(const std::string& folder);
 
 [[nodiscard]] bool isCpp(std::string_view path);

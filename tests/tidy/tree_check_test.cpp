@@ -26,9 +26,7 @@ class SampleTree {
   sim::ScratchFolder folder_{"brisko-tree"};
 };
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
+TEST(TreeReading, readsTextsAndSkipsBuiltHiddenAndBinaryFiles) {
   SampleTree tree;
   tree.file("README.md", "a").file(".clang-tidy", "b").file(".ci/run", "c").file("src/base/log.cpp", "d");
   tree.file("build/release/x.h", "e")
@@ -38,8 +36,6 @@ TEST(TreeReading, takesTextsAndPassesOverWhatIsBuiltHiddenOrBinary) {
   EXPECT_THAT(tree.read(), UnorderedElementsAre(Key("README.md"), Key(".clang-tidy"), Key(".ci/run"),
                                                 Key("src/base/log.cpp")));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 // With a sample tree that has the files of the listing.
 const std::string listing =
@@ -54,7 +50,7 @@ struct LayeredTree : SampleTree {
   }
 };
 
-TEST(Layers, letIncludesPointDownwardsAndAcrossInsideAFolder) {
+TEST(Layers, allowIncludesDownwardsAndInsideAFolder) {
   LayeredTree tree;
   tree.file("src/base/settings.h", "#include \"base/log.h\"\n#include <vector>\n");
   tree.file("src/power/sleep.cpp", "#include \"power/sleep.h\"\n#include \"platform/clock.h\"\n");
@@ -78,7 +74,7 @@ TEST(Layers, refuseAnIncludeThatPointsUpwards) {
   }
 }
 
-TEST(Layers, countTheInnermostFolderOfTheListing) {
+TEST(Layers, useTheInnermostFolderOfTheListing) {
   LayeredTree tree;
   tree.file("docs/architecture.md", "    src/platform/macos/\n    docs/\n" + listing);
   tree.file("src/platform/macos/owned.h", "#include \"platform/clock.h\"\n");
@@ -88,7 +84,7 @@ TEST(Layers, countTheInnermostFolderOfTheListing) {
   EXPECT_THAT(checkLayers(tree.read()), ElementsAre(StartsWith("src/base/log.cpp:1: ")));
 }
 
-TEST(Layers, letWhatImplementsTheSeamKnowNothingAboveIt) {
+TEST(Layers, keepImplementationsOfTheSeamIndependentOfTheCore) {
   const std::string reach = "#include \"base/log.h\"\n";
   LayeredTree tree;
   tree.file("docs/architecture.md", "    sim/seam/\n    src/platform/macos/\n    docs/\n" + listing);
@@ -100,14 +96,14 @@ TEST(Layers, letWhatImplementsTheSeamKnowNothingAboveIt) {
                                                              StartsWith("src/platform/macos/host.cpp:1: ")));
 }
 
-TEST(Layers, refuseAnIncludeOfNoFile) {
+TEST(Layers, refuseAnIncludeOfAMissingFile) {
   LayeredTree tree;
   tree.file("src/base/log.cpp", "#include \"log.h\"\n");
 
   EXPECT_THAT(checkLayers(tree.read()), ElementsAre(HasSubstr("write the path from src/ or")));
 }
 
-TEST(Layers, letTestsReachEverythingAndNothingReachTests) {
+TEST(Layers, letTestsIncludeEverythingAndNothingIncludeTests) {
   LayeredTree tree;
   tree.file("tests/power/sleep_test.cpp", "#include \"power/sleep.h\"\n#include \"tools/vmac/main.h\"\n");
   EXPECT_THAT(checkLayers(tree.read()), IsEmpty());
@@ -126,7 +122,7 @@ TEST(Layers, refuseAFolderThatIsNotListed) {
                                    StartsWith("extra/notes.md: ")));
 }
 
-TEST(Layers, refuseAListedFolderThatIsNotThere) {
+TEST(Layers, refuseAListedFolderThatIsMissing) {
   LayeredTree tree;
   tree.file("docs/architecture.md", "    src/records/\n    docs/\n" + listing);
 
@@ -136,8 +132,6 @@ TEST(Layers, refuseAListedFolderThatIsNotThere) {
 TEST(Layers, needTheListing) {
   EXPECT_THAT(checkLayers(SampleTree().read()), ElementsAre(HasSubstr("it is missing")));
 }
-
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(OwnHeader, comesFirst) {
   SampleTree tree;
@@ -157,7 +151,7 @@ TEST(OwnHeader, comesFirst) {
               ElementsAre(StartsWith("src/base/log.cpp:1: its own header")));
 }
 
-TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
+TEST(OwnHeader, isTheSeamsHeaderForAnImplementationOfIt) {
   SampleTree tree;
   tree.file("src/platform/clock.h", "");
   tree.file("sim/seam/live/clock.cpp", "#include \"platform/clock.h\"\n");
@@ -168,9 +162,7 @@ TEST(OwnHeader, isTheSeamsHeaderForWhatImplementsIt) {
               ElementsAre(StartsWith("sim/seam/live/clock.cpp:1: its own header src/platform/clock.h")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
+TEST(ChargeKeys, mayBeNamedWhereTheyAreWritten) {
   const std::string text = "const char* key = \"CHTE\";\n";
   SampleTree tree;
   tree.file("src/hardware/charge_gate.cpp", text).file("src/native/native_limit.cpp", text);
@@ -181,7 +173,7 @@ TEST(ChargeKeys, areNamedWhereTheyAreWritten) {
   EXPECT_THAT(checkChargeKeys(tree.read()), IsEmpty());
 }
 
-TEST(ChargeKeys, areFoundAnywhereElse) {
+TEST(ChargeKeys, areReportedAnywhereElse) {
   for (const std::string key : {"CHTE", "CH0B", "CH0C", "bfF0", "bfD0", "bfE0", "CHIE", "CH0I", "CH0J"}) {
     SampleTree tree;
     tree.file("src/policy/decision.cpp", "\nwrite(\"via " + key + "\");\n");
@@ -191,9 +183,7 @@ TEST(ChargeKeys, areFoundAnywhereElse) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(Seam, leavesNamesInCommentsTextsAndMembersAlone) {
+TEST(Seam, ignoresNamesInCommentsTextsAndMembers) {
   SampleTree tree;
   tree.file("src/policy/evaluation.cpp",
             "// No time() and no IOKit here.\n#include <string>\n#include \"platform/clock.h\"\n"
@@ -204,7 +194,7 @@ TEST(Seam, leavesNamesInCommentsTextsAndMembersAlone) {
   EXPECT_THAT(checkSeam(tree.read()), IsEmpty());
 }
 
-TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
+TEST(Seam, isTheOnlyAccessToClocksSleepRandomnessAndPlatforms) {
   for (const std::string line : {"std::chrono::system_clock::now();",
                                  "std::chrono::steady_clock::now();",
                                  "clock_gettime(a, b);",
@@ -234,9 +224,7 @@ TEST(Seam, isTheOnlyWayToClocksSleepsChanceAndPlatforms) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
+TEST(Simulation, mayBeNamedInTheVirtualMacToolsAndTests) {
   SampleTree tree;
   tree.file("sim/machine/machine.h", "namespace virtual_mac {}\n");
   tree.file("tools/vmac/main.cpp", "using namespace virtual_mac; setenv(\"BRISKO_VIRTUAL_MAC\");\n");
@@ -248,7 +236,7 @@ TEST(Simulation, isKnownToTheVirtualMacToolsAndTests) {
   EXPECT_THAT(checkSimulationUnknown(tree.read()), IsEmpty());
 }
 
-TEST(Simulation, isAskedForNowhereElse) {
+TEST(Simulation, isReportedAnywhereElse) {
   for (const std::string line :
        {"virtual_mac::attachedMachine();", "environment(\"BRISKO_VIRTUAL_MAC\");",
         "if (platform::volumeRoot().empty()) {}", "if (isVirtual()) {}", "if (host.isSimulated) {}"}) {
@@ -260,15 +248,13 @@ TEST(Simulation, isAskedForNowhereElse) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
-// In pieces, for the sake of the check of this very file.
+// In pieces, so that the check does not report this file.
 const std::string bareSign = std::string("\xE2\x9A") + "\xA0";
 const std::string bareStop = std::string("\xE2\x9B") + "\x94";
 const std::string selector = "\xEF\xB8\x8F";
 const std::string backslash = "\\";
 
-TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
+TEST(Characters, mayBePlainBlanksAndSignsWithTheirSelector) {
   SampleTree tree;
   tree.file("src/base/log.cpp", "log(\"" + bareSign + selector + " hot, 80 %\");\n");
   tree.file("src/daemon/entry.cpp", "log(\"" + backslash + "u26D4" + backslash + "uFE0F stop\");\n");
@@ -277,7 +263,7 @@ TEST(Characters, arePlainBlanksAndSignsWithTheirSelector) {
   EXPECT_THAT(checkCharacters(tree.read()), IsEmpty());
 }
 
-TEST(Characters, areFoundWhenASignLacksItsSelector) {
+TEST(Characters, areReportedIfASignLacksItsSelector) {
   SampleTree tree;
   tree.file("src/base/log.cpp", "\nlog(\"" + bareSign + " hot\");\n");
   tree.file("tests/base/log.cpp", "log(\"" + backslash + "u26D4 stop\");\n");
@@ -288,7 +274,7 @@ TEST(Characters, areFoundWhenASignLacksItsSelector) {
                                    StartsWith("docs/log.md:1: ")));
 }
 
-TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
+TEST(Characters, areReportedIfABlankIsNotThePlainOne) {
   SampleTree tree;
   tree.file("src/base/a.cpp", "log(\"80" + std::string("\xC2") + "\xA0%\");\n");
   tree.file("src/base/b.cpp", "\n// 80" + std::string("\xE2\x80") + "\xAF%\n");
@@ -300,8 +286,6 @@ TEST(Characters, areFoundWhenABlankIsNotThePlainOne) {
                                    StartsWith("src/base/c.cpp:1: ")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 // A tree with a list of words. None of them is on the real list, so that this file may use them.
 struct ListedTree : SampleTree {
   explicit ListedTree(const std::string& allowed = "") {
@@ -312,14 +296,14 @@ struct ListedTree : SampleTree {
   }
 };
 
-TEST(Terms, mayBeAnyThatAreNotListed) {
+TEST(Terms, areAllowedUnlessListed) {
   ListedTree tree;
   tree.file("docs/a.md", "A midget, a widgetry, some gizmo, an older gizmo, OldNames\nold\n\nthe gizmo\n");
 
   EXPECT_THAT(checkTerms(tree.read()), IsEmpty());
 }
 
-TEST(Terms, areFoundWithWhatToWriteInstead) {
+TEST(Terms, areReportedWithTheirReplacement) {
   ListedTree tree;
   tree.file("docs/a.md", "Two\nWidgets and a widget.\n");
   tree.file("src/base/log.cpp", "OldName name;  // an old gizmo\n");
@@ -331,7 +315,7 @@ TEST(Terms, areFoundWithWhatToWriteInstead) {
                            "src/base/log.cpp:1: \"old gizmo\"; write: device"));
 }
 
-TEST(Terms, areFoundAcrossLinesAndInTheNamesOfFiles) {
+TEST(Terms, areReportedAcrossLinesAndInFileNames) {
   ListedTree tree;
   tree.file("docs/a.md", "This is a new\n  gizmo.\n");
   tree.file("src/base/log.h", "// This is an old\n// gizmo.\n");
@@ -342,7 +326,7 @@ TEST(Terms, areFoundAcrossLinesAndInTheNamesOfFiles) {
                                                             StartsWith("docs/widget.md:1: \"widget\"")));
 }
 
-TEST(Terms, mayStayInAnAllowedPlaceOnly) {
+TEST(Terms, areAllowedInListedPlacesOnly) {
   ListedTree tree("docs/a.md: the given widget\n");
   tree.file("docs/a.md", "This is the given widget.\nA widget\n").file("docs/b.md", "the given widget\n");
 
@@ -350,14 +334,14 @@ TEST(Terms, mayStayInAnAllowedPlaceOnly) {
               UnorderedElementsAre(StartsWith("docs/a.md:2: "), StartsWith("docs/b.md:1: ")));
 }
 
-TEST(Terms, needNoAllowedPlaceThatDoesNotExist) {
+TEST(Terms, mayNotHaveUnusedAllowedPlaces) {
   ListedTree tree("docs/a.md: widget\ndocs/a.md: no such text\n");
   tree.file("docs/a.md", "no widget\n");
 
   EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt:3: ")));
 }
 
-TEST(Terms, areAllowedInFortyPlacesAtMost) {
+TEST(Terms, areAllowedInAtMostFortyPlaces) {
   std::string allowed;
   for (int place = 1; place <= 40; ++place) allowed += "docs/a.md: widget\n";
   EXPECT_THAT(checkTerms(ListedTree(allowed).file("docs/a.md", "a widget\n").read()), IsEmpty());
@@ -387,8 +371,6 @@ TEST(Terms, needBothLists) {
   EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt: it is missing")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 const std::string logSource =
     "log(\"stats reset\");\n"
     "log(\"→ state: \" + name);\n"
@@ -411,7 +393,7 @@ TEST(LogLines, areDocumentedWithTheirVariableParts) {
   EXPECT_THAT(checkLogLines(tree.read()), IsEmpty());
 }
 
-TEST(LogLines, areFoundWhenTheDocumentLacksThem) {
+TEST(LogLines, areReportedIfTheDocumentLacksThem) {
   for (const std::string line : {"log(\"stats\");", "log(\"stats reset twice\");",
                                  "log(prefix + \" reset\");", "log(f(a, b) + \"(TopUp)\");"}) {
     SampleTree tree;
@@ -429,7 +411,7 @@ TEST(LogLines, beginWithASignWhereverTheyAreWritten) {
   EXPECT_THAT(checkLogLines(tree.read()), ElementsAre(HasSubstr(" heat\" is in no line of docs/log.md")));
 }
 
-TEST(LogLines, areFoundWhenOnlyTheDocumentHasThem) {
+TEST(LogLines, areReportedIfOnlyTheDocumentHasThem) {
   SampleTree tree;
   tree.file("src/base/log.cpp", logSource)
       .file("docs/log.md", logDocument + "- `Signal <number>: exiting.`\n");
@@ -443,13 +425,11 @@ TEST(LogLines, needTheDocument) {
               ElementsAre(HasSubstr("docs/log.md: it is missing")));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-
 const std::string manual =
     ".It Fl -limit Ar percent\n.It Fl -probe\n.It Ev BRISKO_PRETEND\n.It Pa \"/Library/A B/config.json\"\n"
     ".It \"⛔️ No root.\"\n";
 
-TEST(Manual, explainsWhatTheSourcesKnow) {
+TEST(Manual, explainsWhatTheSourcesContain) {
   SampleTree tree;
   tree.file("man/brisko-daemon.8", manual);
   tree.file("src/base/options.cpp", "f(\"--limit\"); f(\"--probe\"); f(\"--limit --probe\"); f(\"--\");\n");
@@ -461,7 +441,7 @@ TEST(Manual, explainsWhatTheSourcesKnow) {
   EXPECT_THAT(checkManual(tree.read()), IsEmpty());
 }
 
-TEST(Manual, missesWhatItDoesNotExplain) {
+TEST(Manual, isReportedIfItDoesNotExplainSomething) {
   for (const std::string unknown : {"--lower", "--lim", "BRISKO_PRE", "BRISKO_PRETEND_MORE", "/Library/B",
                                     "/Applications/X.app", "⛔️ No controller."}) {
     SampleTree tree;
@@ -473,7 +453,7 @@ TEST(Manual, missesWhatItDoesNotExplain) {
   }
 }
 
-TEST(Manual, explainsNoOptionThatThereIsNot) {
+TEST(Manual, isReportedIfItExplainsAnUnknownOption) {
   SampleTree tree;
   tree.file("man/brisko-daemon.8", manual);
   tree.file("src/base/options.cpp", "f(\"--limit\");\n").file("tools/vmac.cpp", "f(\"--probe\");\n");
@@ -482,7 +462,7 @@ TEST(Manual, explainsNoOptionThatThereIsNot) {
               ElementsAre(AllOf(StartsWith("man/brisko-daemon.8:2: "), HasSubstr("--probe"))));
 }
 
-TEST(Manual, isMissed) {
+TEST(Manual, isReportedIfMissing) {
   SampleTree tree;
   tree.file("src/base/options.cpp", "");
 

@@ -11,7 +11,7 @@
 #include "support/testing.h"
 #include "tidy/tree_check.h"
 
-// The tree that this test was built from.
+// The tree from which this test was built.
 namespace brisko::test {
 namespace {
 
@@ -24,7 +24,7 @@ void expectNone(const Findings& findings) {
   for (const std::string& finding : findings) ADD_FAILURE() << finding;
 }
 
-TEST(SourceTree, isReadWhole) {
+TEST(SourceTree, isReadCompletely) {
   for (const std::string path :
        {"README.md", "CMakeLists.txt", ".clang-tidy", ".ci/run", "scripts/test.sh", "docs/log.md",
         "man/brisko-daemon.8", "src/daemon/main.cpp", "sim/machine/machine.h", "tests/tidy/tree_test.cpp",
@@ -39,11 +39,11 @@ TEST(SourceTree, sourcesIncludeTheirOwnHeaderFirst) { expectNone(checkOwnHeaderF
 
 TEST(SourceTree, namesChargeKeysOnlyWhereTheyAreWritten) { expectNone(checkChargeKeys(theTree())); }
 
-TEST(SourceTree, meetsTheMachineThroughTheSeamAlone) { expectNone(checkSeam(theTree())); }
+TEST(SourceTree, accessesTheMachineOnlyThroughTheSeam) { expectNone(checkSeam(theTree())); }
 
 TEST(SourceTree, doesNotAskWhetherItIsSimulated) { expectNone(checkSimulationUnknown(theTree())); }
 
-TEST(SourceTree, writesSignsAndBlanksAsTheyAreMeant) { expectNone(checkCharacters(theTree())); }
+TEST(SourceTree, usesPlainBlanksAndCompleteSigns) { expectNone(checkCharacters(theTree())); }
 
 TEST(SourceTree, usesTheFieldsTerms) { expectNone(checkTerms(theTree())); }
 
@@ -51,7 +51,7 @@ TEST(SourceTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); 
 
 TEST(SourceTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
 
-// A campaign names invariants by their numbers, and each is tested with a mutant that it catches.
+// A campaign names invariants by number, and each invariant is tested with a mutant that it catches.
 TEST(SourceTree, numbersEachInvariantAndHasAMutantForIt) {
   const std::regex definition(R"(Invariant \w+\{\s*(\d+),)");
   std::vector<int> defined;

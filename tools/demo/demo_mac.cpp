@@ -66,7 +66,7 @@ bool DemoMac::make(std::vector<std::string> options) {
   store_ = virtual_mac::MachineStore::open(folder_.path(), reason);
   if (!store_) return false;
   view_ = std::make_unique<vmac::LiveView>(*store_, stdout);
-  // For brisko, which is told in no other way.
+  // brisko finds the machine only by this variable.
   return ::setenv("BRISKO_VIRTUAL_MAC", folder_.path().c_str(), 1) == 0;
 }
 

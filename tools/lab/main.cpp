@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "report/chart.h"
@@ -44,13 +46,26 @@ std::optional<std::string> contentsOf(const std::string& path) {
   return text.str();
 }
 
-// The files for pictures; "" for none.
-struct PictureFiles {
+// The files to write; "" for none.
+struct OutputFiles {
   std::string report = {};
   std::string svg = {};
+  std::string log = {};
+  std::string volume = {};  // the new folder for a copy of the Mac's volume
 
-  [[nodiscard]] bool wanted() const { return !report.empty() || !svg.empty(); }
+  [[nodiscard]] bool wantPicture() const { return !report.empty() || !svg.empty(); }
+  [[nodiscard]] bool wanted() const { return wantPicture() || !log.empty() || !volume.empty(); }
 };
+
+// An existing folder is never changed.
+bool keepVolume(const std::string& volume, const std::string& folder) {
+  std::error_code error;
+  const bool isNew = std::filesystem::create_directory(folder, error);
+  if (isNew) std::filesystem::copy(volume, folder, std::filesystem::copy_options::recursive, error);
+  if (isNew && !error) return true;
+  complain("brisko-lab: " + folder + ": " + (error ? error.message() : "exists already"));
+  return false;
+}
 
 bool writeFile(const std::string& path, const std::string& text) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
@@ -61,13 +76,19 @@ bool writeFile(const std::string& path, const std::string& text) {
   return false;
 }
 
-bool writePictures(const Picture& picture, const PictureFiles& files) {
+bool writeLog(const std::vector<std::string>& lines, const std::string& path) {
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  return path.empty() || writeFile(path, text);
+}
+
+bool writePictures(const Picture& picture, const OutputFiles& files) {
   if (!files.report.empty() && !writeFile(files.report, reportPage(picture))) return false;
   return files.svg.empty() || writeFile(files.svg, drawChart(picture, Frame::alone).svg);
 }
 
 bool writePictures(const Scenario& scenario, const Outcome& outcome, const Recording& recording,
-                   const PictureFiles& files) {
+                   const OutputFiles& files) {
   Picture picture = recording.picture();
   picture.title = scenario.description;
   picture.facts = std::string(virtual_mac::textOf(scenario.setup.machine.model)) + ", macOS " +
@@ -76,7 +97,7 @@ bool writePictures(const Scenario& scenario, const Outcome& outcome, const Recor
   return writePictures(picture, files);
 }
 
-int runFile(const std::string& path, const PictureFiles& pictures) {
+int runFile(const std::string& path, const OutputFiles& files) {
   Diagnostics diagnostics(path);
   const auto text = contentsOf(path);
   if (!text) diagnostics.add("", "cannot be read");
@@ -86,26 +107,30 @@ int runFile(const std::string& path, const PictureFiles& pictures) {
     return misused;
   }
   std::optional<Recording> recording;
-  if (pictures.wanted()) recording.emplace();
-  const Outcome outcome =
-      runScenario(*scenario, diagnostics, {.recording = recording ? &*recording : nullptr});
+  if (files.wantPicture()) recording.emplace();
+  bool isKept = true;
+  RunOptions options{.recording = recording ? &*recording : nullptr};
+  if (!files.volume.empty())
+    options.atEnd = [&](const std::string& volume) { isKept = keepVolume(volume, files.volume); };
+  const Outcome outcome = runScenario(*scenario, diagnostics, options);
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
         "): " + scenario->description + "\n");
   if (!holds) print(reportOf(outcome));
-  if (recording && !writePictures(*scenario, outcome, *recording, pictures)) return misused;
+  if (recording && !writePictures(*scenario, outcome, *recording, files)) return misused;
+  if (!isKept || !writeLog(outcome.wholeLog, files.log)) return misused;
   return holds ? allPassed : someFailed;
 }
 
-int runFiles(const std::vector<std::string>& paths, const PictureFiles& pictures) {
-  if (pictures.wanted() && paths.size() > 1) {
-    complain("brisko-lab: --report and --svg draw a single scenario; name one FILE.json");
+int runFiles(const std::vector<std::string>& paths, const OutputFiles& files) {
+  if (files.wanted() && paths.size() > 1) {
+    complain("brisko-lab: --report, --svg, --log and --volume are for a single scenario; name one FILE.json");
     return misused;
   }
   std::size_t held = 0;
   std::size_t failed = 0;
   for (const std::string& path : paths) {
-    const int status = runFile(path, pictures);
+    const int status = runFile(path, files);
     held += status == allPassed ? 1 : 0;
     failed += status == someFailed ? 1 : 0;
   }
@@ -127,8 +152,8 @@ void useReadersZone() {
   ::tzset();
 }
 
-int drawHistory(const std::string& folder, const PictureFiles& pictures) {
-  if (!pictures.wanted()) {
+int drawHistory(const std::string& folder, const OutputFiles& files) {
+  if (!files.wantPicture()) {
     complain("brisko-lab: no output file: give --report OUT.html, --svg OUT.svg or both");
     return misused;
   }
@@ -141,7 +166,7 @@ int drawHistory(const std::string& folder, const PictureFiles& pictures) {
   }
   for (const std::string& skipped : reading->firstSkipped) complain(skipped);
   print(folder + ": " + reading->picture.facts + ", " + std::to_string(reading->skipped) + " broken\n");
-  return writePictures(reading->picture, pictures) ? allPassed : misused;
+  return writePictures(reading->picture, files) ? allPassed : misused;
 }
 
 int listActions() {
@@ -151,9 +176,9 @@ int listActions() {
   return allPassed;
 }
 
-void addPictureOptions(CLI::App& command, PictureFiles& pictures) {
-  command.add_option("--report", pictures.report, "OUT.html: a page with the chart, the values and the log");
-  command.add_option("--svg", pictures.svg, "OUT.svg: the chart alone");
+void addPictureOptions(CLI::App& command, OutputFiles& files) {
+  command.add_option("--report", files.report, "OUT.html: a page with the chart, the values and the log");
+  command.add_option("--svg", files.svg, "OUT.svg: the chart alone");
 }
 
 int run(int count, char** arguments) {
@@ -162,16 +187,18 @@ int run(int count, char** arguments) {
   std::function<int()> chosen;
   std::vector<std::string> paths;
   std::string folder;
-  PictureFiles pictures;
+  OutputFiles files;
   CLI::App* runs = program.add_subcommand(
       "run", "run scenarios; status 0: all passed, 1: one failed, 2: a file is invalid");
   runs->add_option("files", paths, "FILE.json …")->required();
-  addPictureOptions(*runs, pictures);
-  runs->callback([&] { chosen = [&] { return runFiles(paths, pictures); }; });
+  addPictureOptions(*runs, files);
+  runs->add_option("--log", files.log, "OUT.log: everything that the daemon logged");
+  runs->add_option("--volume", files.volume, "FOLDER for a copy of the Mac's files, for brisko --volume");
+  runs->callback([&] { chosen = [&] { return runFiles(paths, files); }; });
   CLI::App* draws = program.add_subcommand("history", "draw a daemon's history");
   draws->add_option("folder", folder, "FOLDER with its daily files")->required();
-  addPictureOptions(*draws, pictures);
-  draws->callback([&] { chosen = [&] { return drawHistory(folder, pictures); }; });
+  addPictureOptions(*draws, files);
+  draws->callback([&] { chosen = [&] { return drawHistory(folder, files); }; });
   program.add_subcommand("actions", "list what can happen in a scenario")->callback([&] {
     chosen = listActions;
   });

@@ -1,6 +1,6 @@
 // tools/live_view/live_view.h
-// A virtual Mac at a glance: charge and band, the hardware's state, current, temperature, adapter, the latest
-// log lines. On a terminal it is a picture that is redrawn in place; elsewhere it is plain text, one line for
+// Shows a virtual Mac: charge and band, the hardware's state, current, temperature, adapter, the latest log
+// lines. On a terminal it is a picture that is redrawn in place; elsewhere it is plain text, one line for
 // each log line. It only reads the machine and its files, as a user could.
 #pragma once
 

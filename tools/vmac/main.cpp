@@ -1,5 +1,5 @@
-// Makes a virtual Mac in a folder and operates it: what a user, the weather or a fault does to the machine,
-// and what the launch service does for the daemon.
+// Makes a virtual Mac in a folder and operates it: changes by a user, the weather or a fault, and the work of
+// the launch service.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -119,10 +119,9 @@ std::vector<std::string> namesOf(const std::array<std::pair<std::string_view, Ki
   return names;
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The commands: each has its name and its help, takes its options from the command line and runs.
+// --- The commands: each has its name and its help, takes its options from the command line and runs.
 
-// Of a command on one machine.
+// The options of a command on one machine.
 struct OnMachine {
   std::string folder;
 
@@ -331,7 +330,7 @@ struct Speed : OnMachine {
   }
 };
 
-// Only the kernel notices a client that died by itself; here we play the kernel.
+// On a Mac the kernel notices that a client has died; here this program does.
 void forgetDeadClient(Machine& machine) {
   const auto client = static_cast<pid_t>(machine.sleep.client);
   if (client != 0 && ::kill(client, 0) != 0 && errno == ESRCH) virtual_mac::forgetPowerClient(machine);
@@ -418,7 +417,7 @@ struct Faults {
   }
 };
 
-// What the app does: it sends a request to the daemon, or somebody acts on its bundle.
+// Acts as the app: sends a request to the daemon, or changes the bundle.
 struct AppAction {
   std::string_view name;
   std::optional<virtual_mac::ControlRequestKind> request;
@@ -439,7 +438,7 @@ struct App : OnMachine {
   static constexpr const char* help =
       "act as the app: send a request to the daemon, or change the app's bundle";
   std::string action;
-  std::optional<std::string> settings;  // of "apply" alone; sent as given
+  std::optional<std::string> settings;  // only for "apply"; sent unchanged
   std::string client = "app";
 
   void addOptions(CLI::App& command) {
@@ -451,7 +450,7 @@ struct App : OnMachine {
         ->capture_default_str();
   }
 
-  // A rejected client gets no answer and cannot tell why.
+  // A rejected client gets no answer and does not know the reason.
   [[nodiscard]] int send(virtual_mac::ControlRequestKind request) const {
     const auto service = ControlClient::connect(folder, virtual_mac::findClient(client)->signature);
     const bool asked = service != nullptr && service->send(request, settings.value_or(""));
@@ -475,8 +474,6 @@ struct App : OnMachine {
     });
   }
 };
-
-// ---------------------------------------------------------------------------------------------------------
 
 template <typename Command>
 void add(CLI::App& program, std::function<int()>& chosen) {

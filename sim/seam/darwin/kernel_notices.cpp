@@ -11,9 +11,8 @@
 
 #include "sim/seam/file_events.h"
 
-// The kernel is asked about the descriptor itself, which opens its file for events alone, and tells of every
-// end of a name. So the number of a file is its descriptor, and nobody need be asked about a folder around
-// it.
+// The kernel watches the descriptor itself, which opens its file for events only, and reports every removed
+// name. So the number of a file is its descriptor, and the folder around it needs no watch.
 
 namespace brisko::virtual_mac {
 
@@ -28,8 +27,8 @@ bool tell(int queue, int descriptor, std::uint16_t action, std::uint32_t notices
   return ::kevent(queue, &change, 1, nullptr, 0, nullptr) == 0;
 }
 
-// Either sign of its end will do: no place, as of a file that was removed, or no link, as of one that another
-// file replaced, of which the path may live on. A path that is too long or may not be told says nothing.
+// Either is sufficient: no path, as for a removed file, or no link, as for a file that another one replaced,
+// whose old path may still be reported. A path that is too long or not permitted says nothing.
 bool isNamed(int descriptor, const struct stat& status) {
   std::array<char, PATH_MAX> path{};
   return status.st_nlink != 0 && (::fcntl(descriptor, F_GETPATH, path.data()) != -1 || errno != ENOENT);
@@ -50,7 +49,7 @@ FileState fileState(int descriptor) {
 }
 
 std::optional<int> openForNotices(const std::string& path) {
-  // Not blocking: a pipe would wait for its other end, opened for events alone or not.
+  // Non-blocking, because opening a pipe waits for its other end, even if it is opened only for events.
   const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
   return descriptor;
@@ -62,21 +61,21 @@ int openNoticeQueue() {
   return queue;
 }
 
-// A child inherits none here.
+// Children inherit no queue here.
 int openFileEventQueueForProcesses() { return -1; }
 
-AskedNumbers askForNotices(int queue, int descriptor, bool /*isFolder*/) {
+WatchNumbers addWatch(int queue, int descriptor, bool /*isFolder*/) {
   return {.file = tell(queue, descriptor, EV_ADD | EV_CLEAR, everything) ? descriptor : -1,
           .folderAround = -1};
 }
 
-int askForFolderAround(int /*queue*/, int /*descriptor*/) { return -1; }
+int addFolderWatch(int /*queue*/, int /*descriptor*/) { return -1; }
 
-void stopNotices(int queue, int number) {
+void removeWatch(int queue, int number) {
   if (number >= 0) tell(queue, number, EV_DELETE, 0);
 }
 
-std::vector<Notice> takeNotices(int queue) {
+std::vector<Notice> readNotices(int queue) {
   std::vector<Notice> notices;
   std::array<struct kevent, 16> part{};
   const timespec noWait{};
@@ -92,8 +91,8 @@ std::vector<Notice> takeNotices(int queue) {
   }
 }
 
-// To this kernel a new length is a change of attributes too, whether it was written or cut.
-platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
+// This kernel reports a new length as a change of attributes too, whether the file was written or truncated.
+platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before, const FileState& after) {
   const bool isFile = !after.isFolder();
   const bool resized = after.status.st_size != before.status.st_size;
   const bool written = isFile && ((notices & NOTE_WRITE) != 0 || resized);

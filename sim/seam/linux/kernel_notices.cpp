@@ -13,11 +13,11 @@
 
 #include "sim/seam/file_events.h"
 
-// Asked for through the descriptor, so that the notices follow the file wherever its name goes. The
-// descriptor is one that opens nothing (O_PATH), but it keeps the file in being all the same: no notice of
-// the end of a file comes while it is held. That the name is gone is therefore looked up. The kernel says
-// when to look: a file that loses a name has its attributes changed; a folder hears nothing of its own
-// removal, but the folder around it does.
+// The watch is set through the descriptor, so that it follows the file when it is renamed. The descriptor
+// (O_PATH) opens nothing, but it still keeps the file alive, so the kernel does not report the deletion of
+// the file. Therefore this code checks whether the name still exists, whenever the kernel reports a possible
+// reason: a file that loses a name gets a change of attributes; the removal of a folder is reported only to a
+// watch on the folder around it.
 
 namespace brisko::virtual_mac {
 
@@ -28,7 +28,7 @@ constexpr std::uint32_t ofTheFolderAround = IN_DELETE;
 
 std::string linkTo(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
-// Added to what is asked of the same file already.
+// Added to the existing watch on the same file.
 int askFor(int queue, const std::string& path, std::uint32_t notices) {
   return ::inotify_add_watch(queue, path.c_str(), notices | IN_MASK_ADD);
 }
@@ -38,8 +38,8 @@ bool leadsTo(const std::string& path, const struct stat& file) {
   return ::stat(path.c_str(), &found) == 0 && found.st_dev == file.st_dev && found.st_ino == file.st_ino;
 }
 
-// The kernel marks the path of a file whose name is gone, also where another link keeps the file in being.
-// But a name may end like the mark itself.
+// The kernel marks the path of a file whose name was removed, even if another link keeps the file alive. But
+// a file's name may end like the mark itself.
 bool isNamed(int descriptor, const struct stat& status) {
   if (status.st_nlink == 0) return false;
   constexpr std::string_view mark = " (deleted)";
@@ -49,12 +49,12 @@ bool isNamed(int descriptor, const struct stat& status) {
   return !path.ends_with(mark) || leadsTo(path, status);
 }
 
-// With notices lost, all that can be told is that something happened.
+// If notices were lost, it is only known that something has changed.
 Notice noticeOf(const inotify_event& event) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     return {.ofAll = true, .ofContent = false, .number = -1, .what = IN_MODIFY | IN_ATTRIB};
   }
-  // One with a name is about something inside a watched folder.
+  // A notice with a name is about something inside a watched folder.
   const bool ofContent = event.len != 0;
   const std::uint32_t what = event.mask & (ofContent ? ofTheFolderAround : ofTheFile);
   return {.ofAll = false, .ofContent = ofContent, .number = event.wd, .what = what};
@@ -72,7 +72,7 @@ FileState fileState(int descriptor) {
 std::optional<int> openForNotices(const std::string& path) {
   const int descriptor = ::open(path.c_str(), O_PATH | O_CLOEXEC);
   if (descriptor < 0) return std::nullopt;
-  // To open a path alone takes no permission; on a Mac it takes that to read.
+  // O_PATH needs no permission, but a Mac requires the permission to read.
   if (::faccessat(AT_FDCWD, linkTo(descriptor).c_str(), R_OK, AT_EACCESS) == 0) return descriptor;
   ::close(descriptor);
   return std::nullopt;
@@ -82,20 +82,20 @@ int openNoticeQueue() { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); }
 
 int openFileEventQueueForProcesses() { return openNoticeQueue(); }
 
-AskedNumbers askForNotices(int queue, int descriptor, bool isFolder) {
+WatchNumbers addWatch(int queue, int descriptor, bool isFolder) {
   return {.file = askFor(queue, linkTo(descriptor), ofTheFile),
-          .folderAround = isFolder ? askForFolderAround(queue, descriptor) : -1};
+          .folderAround = isFolder ? addFolderWatch(queue, descriptor) : -1};
 }
 
-int askForFolderAround(int queue, int descriptor) {
+int addFolderWatch(int queue, int descriptor) {
   return askFor(queue, linkTo(descriptor) + "/..", ofTheFolderAround);
 }
 
-void stopNotices(int queue, int number) {
+void removeWatch(int queue, int number) {
   if (number >= 0) ::inotify_rm_watch(queue, number);
 }
 
-std::vector<Notice> takeNotices(int queue) {
+std::vector<Notice> readNotices(int queue) {
   std::vector<Notice> notices;
   std::array<char, 4096> part;
   for (;;) {
@@ -110,8 +110,8 @@ std::vector<Notice> takeNotices(int queue) {
   }
 }
 
-platform::FileEvents meaningOf(std::uint32_t notices, const FileState& before, const FileState& after) {
-  // The links of a folder count its subfolders.
+platform::FileEvents fileEventsOf(std::uint32_t notices, const FileState& before, const FileState& after) {
+  // The number of a folder's links depends on its subfolders.
   const bool lostALink = !after.isFolder() && after.status.st_nlink < before.status.st_nlink;
   const bool deleted = (before.named && !after.named) || lostALink;
   const bool written = (notices & IN_MODIFY) != 0;

@@ -11,7 +11,7 @@ namespace brisko::virtual_mac {
 
 namespace {
 
-// On a machine that it cannot use the daemon does not start, and changes nothing.
+// The daemon does not start on a machine that it cannot use, and changes nothing.
 [[noreturn]] void reportUnusable(const std::string& reason) {
   const std::string line = "brisko-daemon: " + reason + "\n";
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
@@ -21,7 +21,7 @@ namespace {
 MachineStore* openNamedMachine() {
   const char* folder = std::getenv("BRISKO_VIRTUAL_MAC");
   if (folder == nullptr || *folder == '\0') return nullptr;
-  // Absolute, so that paths on its volume stay right when the process changes its folder.
+  // Absolute, so that paths on its volume stay valid when the process changes its working directory.
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(folder, error);
   std::string reason;

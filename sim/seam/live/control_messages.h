@@ -8,8 +8,7 @@
 //
 //   {"apple":true,"identifier":"com.brisko.Brisko","team":"K7Q2XV94TB"}
 //   {"id":1,"request":"applySettings","bytes":12}
-//   {"limit":70}                                        the bytes as they are, without a line feed of their
-//   own
+// {"limit":70} the bytes unchanged, without a line feed
 //   {"done":true,"id":1}
 //   {"id":2,"request":"purgeAllData"}
 //   {"done":false,"error":"…","id":2}

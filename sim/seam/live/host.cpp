@@ -31,7 +31,7 @@ std::optional<std::string> executablePath() {
   return std::string(path.data(), static_cast<std::size_t>(length));
 }
 
-// In the world of a virtual Mac the daemon is root, whoever runs it, unless the machine says otherwise.
+// On a virtual Mac the daemon is root, whoever runs it, unless the machine pretends another user.
 std::uint32_t effectiveUserId() {
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return ::geteuid();

@@ -28,7 +28,6 @@ namespace brisko::platform {
 
 namespace {
 
-using virtual_mac::Journal;
 using virtual_mac::Machine;
 using virtual_mac::MachineStore;
 
@@ -41,7 +40,7 @@ struct Readable {
   std::function<bool()> take;
 };
 
-constexpr double restSeconds = 1;  // of uptime, after a descriptor could not be taken from
+constexpr double restSeconds = 1;  // of uptime, after `take` could not take anything
 
 void listen(Readable& readable) {
   ::uv_poll_start(&readable.handle, UV_READABLE, [](uv_poll_t* handle, int, int) {
@@ -149,8 +148,8 @@ class Loop {
     for (Work& message : messages) queue_.add(uptime(), std::move(message));
   }
 
-  // Real seconds until the first work item is due or the machine has a message. The latter is found with a
-  // copy of the machine, so that a machine without messages causes no wake-ups.
+  // Real seconds until the first work item is due or the machine has a message. The time of the message is
+  // determined on a copy of the machine, so that a machine without messages causes no wake-ups.
   double secondsToNextEvent() {
     const double dueIn = virtual_mac::realSecondsUntilUptime(queue_.nextDue());
     if (virtual_mac::attachedMachine() == nullptr) return dueIn;

@@ -24,7 +24,7 @@ using virtual_mac::RequestKind;
 // The service name that the app uses. A daemon that listens under another name is not found.
 constexpr std::string_view askedFor = "com.brisko.daemon.xpc";
 
-// Needed until the last moment of the process, so it is never destroyed.
+// Used until the process ends, so it is never destroyed.
 struct Listener {
   std::string name;
   std::function<std::optional<std::string>()> requirement;
@@ -73,7 +73,7 @@ std::optional<ClientRequest> waitingRequest(std::uint64_t number) {
   return *request;
 }
 
-// Each request has a connection of its own.
+// Each request has a separate connection.
 void take(std::uint64_t number) {
   const std::optional<ClientRequest> request = waitingRequest(number);
   if (!request) return;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr double longestWait = 366 * 86400.0;
 
-// Needed until the last moment of the process, so it is never destroyed.
+// Used until the process ends, so it is never destroyed.
 struct Driver {
   MachineStore* store = nullptr;
   double horizon = never;

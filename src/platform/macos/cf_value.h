@@ -12,13 +12,14 @@
 
 namespace brisko::platform {
 
-// A copy of the property; the kinds of numbers are kept apart. Null for null and for what is no property. Of
-// a dictionary the entries under texts are taken.
+// A copy of the property; the types of numbers are preserved. Null for null and for objects that are not
+// properties. Of a dictionary only the entries whose keys are texts are copied.
 [[nodiscard]] Value valueOf(CFTypeRef object);
 [[nodiscard]] SharedDictionary dictionaryOf(CFDictionaryRef dictionary);
 [[nodiscard]] std::string textOf(CFStringRef text);
 
-// The property as Core Foundation has it; owns nothing for null, lists and dictionaries, which nobody writes.
+// The property as a Core Foundation object; owns nothing for null, lists and dictionaries, which are never
+// written.
 [[nodiscard]] Owned<CFTypeRef> objectOf(const Value& value);
 [[nodiscard]] Owned<CFStringRef> stringOf(std::string_view text);
 [[nodiscard]] Owned<CFDateRef> dateOf(double secondsSince1970);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr double nanosecondsPerSecond = 1e9;
 
-// Of one tick of mach_absolute_time(), which is paused while the machine sleeps.
+// The length of a tick of mach_absolute_time(), which pauses while the machine sleeps.
 double tickSeconds() {
   mach_timebase_info_data_t base{};
   mach_timebase_info(&base);
@@ -23,7 +23,7 @@ double wallNow() { return CFAbsoluteTimeGetCurrent() + kCFAbsoluteTimeIntervalSi
 
 double uptime() { return static_cast<double>(mach_absolute_time()) * tickSeconds(); }
 
-// A signal ends the wait early; what is left of it is waited again.
+// A signal ends the wait early, so the remaining time is waited again.
 void pause(double seconds) {
   const std::uint64_t deadline = mach_absolute_time() + static_cast<std::uint64_t>(seconds / tickSeconds());
   while (mach_wait_until(deadline) == KERN_ABORTED) {

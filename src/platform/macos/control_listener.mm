@@ -15,14 +15,14 @@ using brisko::platform::Reply;
 
 namespace {
 
-// For the life of the process, hence never destroyed. Set once, before the listener is resumed.
+// Used until the process ends, so never destroyed. Set once, before the listener is resumed.
 struct Service {
   std::function<std::optional<std::string>()> requirement;
   ControlRequests requests;
 };
 const Service* service = nullptr;
 
-// Keeps the block for as long as somebody may still answer.
+// Keeps the block for as long as an answer is possible.
 Reply replyThrough(ReplyBlock block) {
   return [block](bool done, const std::optional<std::string>& error) {
     @autoreleasepool {
@@ -31,7 +31,7 @@ Reply replyThrough(ReplyBlock block) {
   };
 }
 
-// Whether the system took the requirement. It raises an exception for one that it cannot read.
+// Whether the system accepted the requirement. It raises an exception for an invalid one.
 bool require(NSXPCConnection* connection, const std::string& requirement) {
   @try {
     [connection setCodeSigningRequirement:@(requirement.c_str())];
@@ -68,8 +68,8 @@ bool require(NSXPCConnection* connection, const std::string& requirement) {
 @implementation BriskoServiceDelegate
 
 - (BOOL)listener:(NSXPCListener*)__unused listener shouldAcceptNewConnection:(NSXPCConnection*)connection {
-  // No client is refused here as long as the system judges its signature. Without that judgement anybody
-  // could command the daemon, which is worse than an app that is turned away.
+  // If the system checks a client's signature, no client is refused here. Without that check anybody could
+  // control the daemon, which is worse than refusing the app.
   const auto requirement = service->requirement();
   if (requirement && !require(connection, *requirement)) return NO;
   connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(BriskoServiceProtocol)];
@@ -84,7 +84,7 @@ namespace brisko::platform {
 
 void listenForControl(const std::string& name, std::function<std::optional<std::string>()> requirement,
                       ControlRequests requests) {
-  // The listener keeps its delegate weakly.
+  // The listener holds only a weak reference to its delegate.
   static BriskoServiceDelegate* delegate = nil;
   static NSXPCListener* listener = nil;
   @autoreleasepool {

@@ -1,6 +1,6 @@
 // platform/macos/control_protocol.h
-// What a client may ask the daemon's control service for. This is the wire contract: names and order of the
-// arguments count.
+// What a client may ask the daemon's control service for. This is the wire contract, so the names and the
+// order of the arguments must not change.
 #pragma once
 
 #import <Foundation/Foundation.h>

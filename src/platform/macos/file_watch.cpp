@@ -58,8 +58,8 @@ void notifyCancelled(void* context) {
   dispatch_release(watch->source);
 }
 
-// Either sign will do: no place, as of what was removed, or no link, as of a file that another one replaced,
-// whose path may live on. A path that is too long or may not be told says nothing about the file.
+// Either is sufficient: no path, as for a removed file, or no link, as for a file that another one replaced,
+// whose old path may still be reported. A path that is too long or not permitted says nothing about the file.
 bool hasNoName(int descriptor) {
   struct stat status {};
   std::array<char, PATH_MAX> path{};
@@ -76,11 +76,11 @@ void notifyDeleted(void* context) {
 }  // namespace
 
 std::optional<int> openForEvents(const std::string& path) {
-  // A name can be lost in the moment after the file was opened. The file that has taken it is opened then,
-  // however often that happens. A file that stays and has no name is given up.
+  // The file may lose its name just after it was opened. Then the file that has taken the name is opened,
+  // however often that happens. A file that stays and has no name is not watched.
   ino_t before = 0;
   for (int unchanged = 0, attempt = 0; unchanged < 3 && attempt < 1000; ++attempt) {
-    // Not blocking: a pipe would wait for its other end, opened for events alone or not.
+    // Non-blocking, because opening a pipe waits for its other end, even if it is opened only for events.
     const int descriptor = ::open(path.c_str(), O_EVTONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) return std::nullopt;
     if (!hasNoName(descriptor)) return descriptor;
@@ -107,7 +107,7 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   dispatch_source_set_cancel_handler_f(watch->source, notifyCancelled);
   dispatch_resume(watch->source);
   if ((wanted & fileDeleted) != 0 && hasNoName(descriptor)) {
-    // The token itself is handed to notifyDeleted(), never followed.
+    // The token itself is passed to notifyDeleted() and never dereferenced.
     void* context = reinterpret_cast<void*>(token);  // NOLINT(performance-no-int-to-ptr)
     dispatch_async_f(dispatch_get_main_queue(), context, notifyDeleted);
   }

@@ -19,68 +19,68 @@
 #include "platform/clock.h"
 #include "platform/run_loop.h"
 
-// A signal is taken by a thread of its own, the standby. All that its handler does is note the signal, wake
-// the main run loop and tell the standby. The next iteration of the loop then calls the handler that was
-// installed.
+// A separate thread, the standby thread, receives the signals. Its handler only records the signal, wakes the
+// main run loop and notifies the standby thread. The next iteration of the loop then calls the installed
+// handler.
 //
-// The main thread has these signals shut out for good. So nothing ever interrupts it, neither in a piece of
-// work nor in what the run loop does around its wait, where it holds locks of its own; and a main thread that
-// is stuck in the kernel, which a signal could not reach, keeps none from being noticed.
+// The main thread always blocks these signals. So nothing interrupts it, neither in a piece of work nor in
+// the run loop itself, which holds locks of its own; and a signal is noticed even if the main thread is stuck
+// in the kernel, where no signal could reach it.
 //
-// When the loop has not come round in time, the standby calls the installed handler itself. It then runs
-// beside a main thread that may be anywhere, and may hold any lock of this process. Nothing here takes one,
-// and the handler writes the keys before everything else, for which it needs neither memory nor a lock. What
-// comes after the keys (statistics, the scheduled wake, the log) may have to wait for the main thread, and in
-// the worst case for ever: then launchd ends the process, with the charge given back. One thing cannot be
-// helped: a write that the main thread had begun, and in which it is stuck, may reach the controller after
-// ours.
+// If the loop does not respond in time, the standby thread calls the installed handler itself, while the main
+// thread may be anywhere and may hold any lock of this process. Nothing here takes a lock, and the handler
+// writes the keys before everything else, for which it needs neither memory nor a lock. The later steps
+// (statistics, the scheduled wake, the log) may have to wait for the main thread, in the worst case forever:
+// then launchd ends the process, with the charge given back. One thing cannot be prevented: a write that the
+// main thread had begun, and in which it is stuck, may reach the controller after ours.
 
 namespace brisko::platform {
 namespace {
 
 using Handler = void (*)(int);
-using SignalBits = std::uint64_t;  // bit n is signal n, of those that a Mac knows
+using SignalBits = std::uint64_t;  // bit n is signal n, of the signals that exist on a Mac
 
 constexpr double timeoutSeconds = 5;  // of uptime, for the main thread
 constexpr int signalNumbers = 32;
 constexpr SignalBits allSignals = 0xFFFFFFFF;
-constexpr SignalBits mainThreadHasIt = SignalBits{1} << 32U;
-constexpr SignalBits standbyHasIt = SignalBits{1} << 33U;
+constexpr SignalBits mainThreadHandles = SignalBits{1} << 32U;
+constexpr SignalBits standbyHandles = SignalBits{1} << 33U;
 
 constexpr SignalBits bitOf(int signal) { return SignalBits{1} << static_cast<unsigned>(signal); }
 
 std::array<std::atomic<Handler>, signalNumbers> gHandlers{};
 std::atomic<SignalBits> gHandled{0};
-// The signals that came and were not taken up yet, and who has taken some up. All in one, for it decides who
-// of the two calls the handlers.
-std::atomic<SignalBits> gNoted{0};
+// The signals that have arrived and are not yet handled, and which thread handles some. One word, because it
+// decides which of the two threads calls the handlers.
+std::atomic<SignalBits> gPending{0};
 std::atomic<pthread_t> gStandby{};
-dispatch_source_t gWake = nullptr;    // its work takes up what is noted, on the main thread
-semaphore_t gNews = SEMAPHORE_NULL;   // tells the standby to look again
-semaphore_t gLetIn = SEMAPHORE_NULL;  // answers that it lets in all that is handled
+dispatch_source_t gWake = nullptr;         // its work, on the main thread, handles the recorded signals
+semaphore_t gCheckAgain = SEMAPHORE_NULL;  // makes the standby thread check again
+semaphore_t gUnblocked = SEMAPHORE_NULL;   // signalled when it has unblocked all handled signals
 
-bool anyNoted() { return (gNoted & allSignals) != 0; }
+bool anyPending() { return (gPending & allSignals) != 0; }
 
-// Takes up all that is noted; none when there is nothing, or somebody has taken some up and is not done.
-SignalBits takeUpAs(SignalBits who) {
-  SignalBits noted = gNoted;
+// Claims all recorded signals for a thread; none if there are none, or if a thread has claimed some and has
+// not finished.
+SignalBits claimSignals(SignalBits who) {
+  SignalBits pending = gPending;
   do {
-    if ((noted & allSignals) == 0 || (noted & ~allSignals) != 0) return 0;
-  } while (!gNoted.compare_exchange_weak(noted, who));
-  return noted;
+    if ((pending & allSignals) == 0 || (pending & ~allSignals) != 0) return 0;
+  } while (!gPending.compare_exchange_weak(pending, who));
+  return pending;
 }
 
-// Runs on the standby, which waits meanwhile and is never inside Dispatch. Merging takes no lock and no
-// memory.
-void note(int signal) {
+// Runs on the standby thread, which is waiting at that moment and never inside Dispatch. Merging takes no
+// lock and no memory.
+void recordSignal(int signal) {
   const int before = errno;
-  gNoted.fetch_or(bitOf(signal));
+  gPending.fetch_or(bitOf(signal));
   dispatch_source_merge_data(gWake, 1);
-  semaphore_signal(gNews);
+  semaphore_signal(gCheckAgain);
   errno = before;
 }
 
-void callHandlers(SignalBits noted) {
+void callHandlers(SignalBits pending) {
   sigset_t both;
   sigset_t before;
   sigemptyset(&both);
@@ -88,39 +88,39 @@ void callHandlers(SignalBits noted) {
   sigaddset(&both, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &both, &before);
   for (int signal = 1; signal < signalNumbers; ++signal) {
-    if ((noted & bitOf(signal)) != 0) gHandlers[static_cast<std::size_t>(signal)].load()(signal);
+    if ((pending & bitOf(signal)) != 0) gHandlers[static_cast<std::size_t>(signal)].load()(signal);
   }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 // -- On the main thread
 
-void takeUp(void* /*context*/) {
-  const SignalBits noted = takeUpAs(mainThreadHasIt);
-  if (noted == 0) return stayIfAnotherTookOver();
-  callHandlers(noted);
-  gNoted.fetch_and(~mainThreadHasIt);
-  semaphore_signal(gNews);
+void handleSignals(void* /*context*/) {
+  const SignalBits pending = claimSignals(mainThreadHandles);
+  if (pending == 0) return stopIfStandbyTookOver();
+  callHandlers(pending);
+  gPending.fetch_and(~mainThreadHandles);
+  semaphore_signal(gCheckAgain);
 }
 
-// -- On the standby
+// -- On the standby thread
 
-// A signal ends the wait early, and has told what there is to tell.
-void awaitNews() {
-  while (semaphore_wait(gNews) == KERN_ABORTED) {
+// A signal ends the wait early; its handler has already recorded everything.
+void awaitCheck() {
+  while (semaphore_wait(gCheckAgain) == KERN_ABORTED) {
   }
 }
 
-// Never for nothing, so that time passes.
-void awaitNewsFor(double seconds) {
+// Never zero, so that time passes.
+void awaitCheckFor(double seconds) {
   constexpr std::int64_t perSecond = 1'000'000'000;
   const auto nanoseconds = static_cast<std::int64_t>(std::ceil(seconds * static_cast<double>(perSecond)));
-  semaphore_timedwait(gNews, {.tv_sec = static_cast<unsigned>(nanoseconds / perSecond),
-                              .tv_nsec = static_cast<int>(nanoseconds % perSecond)});
+  semaphore_timedwait(gCheckAgain, {.tv_sec = static_cast<unsigned>(nanoseconds / perSecond),
+                                    .tv_nsec = static_cast<int>(nanoseconds % perSecond)});
 }
 
-// Says so when there are more than before.
-void letHandledSignalsIn() {
+// Signals gUnblocked when more signals are unblocked than before.
+void unblockHandledSignals() {
   static SignalBits open = 0;
   const SignalBits handled = gHandled;
   if (handled == open) return;
@@ -131,41 +131,41 @@ void letHandledSignalsIn() {
     if ((handled & bitOf(signal)) != 0) sigaddset(&signals, signal);
   }
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-  semaphore_signal(gLetIn);
+  semaphore_signal(gUnblocked);
 }
 
-void giveTheMainThreadTime() {
+void waitForMainThread() {
   const double deadline = uptime() + timeoutSeconds;
-  for (double left = timeoutSeconds; anyNoted() && left > 0; left = deadline - uptime()) {
-    awaitNewsFor(left);
-    letHandledSignalsIn();
+  for (double left = timeoutSeconds; anyPending() && left > 0; left = deadline - uptime()) {
+    awaitCheckFor(left);
+    unblockHandledSignals();
   }
 }
 
 void* standBy(void* /*context*/) {
   gStandby = ::pthread_self();
   for (;;) {
-    awaitNews();
-    letHandledSignalsIn();
-    giveTheMainThreadTime();
-    // Never given back: a main thread that comes out of its call stays where it is.
-    if (const SignalBits noted = takeUpAs(standbyHasIt); noted != 0) callHandlers(noted);
+    awaitCheck();
+    unblockHandledSignals();
+    waitForMainThread();
+    // Never released, so a main thread whose call returns stops.
+    if (const SignalBits pending = claimSignals(standbyHandles); pending != 0) callHandlers(pending);
   }
   return nullptr;
 }
 
-// -- Setting up
+// -- Setup
 
 void makeWakeSource() {
-  // For the life of the process, hence neither released nor destroyed.
+  // Used until the process ends, so neither released nor destroyed.
   gWake = dispatch_source_create(DISPATCH_SOURCE_TYPE_DATA_OR, 0, 0, dispatch_get_main_queue());
-  dispatch_source_set_event_handler_f(gWake, takeUp);
+  dispatch_source_set_event_handler_f(gWake, handleSignals);
   dispatch_resume(gWake);
 }
 
 bool startStandby() {
   makeWakeSource();
-  for (semaphore_t* semaphore : {&gNews, &gLetIn}) {
+  for (semaphore_t* semaphore : {&gCheckAgain, &gUnblocked}) {
     if (semaphore_create(mach_task_self(), semaphore, SYNC_POLICY_FIFO, 0) != KERN_SUCCESS) return false;
   }
   pthread_t thread{};
@@ -174,17 +174,18 @@ bool startStandby() {
   return true;
 }
 
-// First the standby lets it in, then this thread shuts it out: while no thread lets a signal in, the kernel
-// leaves it with one of them, and that need not be the one that will.
-void giveToStandby(int signal) {
+// The standby thread unblocks the signal before this thread blocks it: while all threads block a signal, the
+// kernel assigns it to one of them, which need not be the one that will unblock it.
+void passToStandby(int signal) {
   if ((gHandled.fetch_or(bitOf(signal)) & bitOf(signal)) != 0) return;
-  semaphore_signal(gNews);
-  while (semaphore_wait(gLetIn) == KERN_ABORTED) {
+  semaphore_signal(gCheckAgain);
+  while (semaphore_wait(gUnblocked) == KERN_ABORTED) {
   }
   sigset_t one;
   sigemptyset(&one);
   sigaddset(&one, signal);
-  // Who started the process may have shut it out, and one that came since is left with this thread.
+  // The parent of the process may have blocked it, and a signal that arrived since then is pending on this
+  // thread.
   ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
   ::pthread_sigmask(SIG_BLOCK, &one, nullptr);
 }
@@ -195,18 +196,18 @@ void installSignalHandler(int signal, Handler handler) {
   gHandlers.at(static_cast<std::size_t>(signal)).store(handler);
   static const bool standsBy = startStandby();
   struct sigaction action {};
-  action.sa_handler = note;
+  action.sa_handler = recordSignal;
   action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   sigaddset(&action.sa_mask, SIGINT);
   sigaddset(&action.sa_mask, SIGTERM);
   sigaction(signal, &action, nullptr);
-  // Without a standby the main thread takes its signals itself, and nobody replaces it.
-  if (standsBy) giveToStandby(signal);
+  // Without a standby thread the main thread handles its signals itself, and no thread replaces it.
+  if (standsBy) passToStandby(signal);
 }
 
-void stayIfAnotherTookOver() {
-  if ((gNoted & standbyHasIt) == 0 || ::pthread_equal(gStandby, ::pthread_self()) != 0) return;
+void stopIfStandbyTookOver() {
+  if ((gPending & standbyHandles) == 0 || ::pthread_equal(gStandby, ::pthread_self()) != 0) return;
   for (;;) mach_wait_until(std::numeric_limits<std::uint64_t>::max());
 }
 

@@ -1,12 +1,12 @@
 // platform/macos/handled_signals.h
-// Who may still write a key once a signal has come. The main thread takes signals up; when it is stuck
-// another thread does so in its place, and from then on the main thread must change nothing any more.
+// Which thread may still write a key after a signal. The main thread handles signals; if it is stuck, the
+// standby thread handles them instead, and from then on the main thread must not change anything.
 #pragma once
 
 namespace brisko::platform {
 
-// Returns at once, unless another thread has taken up a signal: then never. To be called before every
-// exchange with the controller.
-void stayIfAnotherTookOver();
+// Must be called before every exchange with the controller. Returns at once, or never if another thread
+// handles a signal.
+void stopIfStandbyTookOver();
 
 }  // namespace brisko::platform

@@ -24,7 +24,7 @@ std::string userTemporaryDirectory() {
   return folder;
 }
 
-// Empty when it cannot be had.
+// Empty if unavailable.
 std::string kernelVariable(const char* name) {
   std::array<char, 64> text{};
   std::size_t size = text.size() - 1;
@@ -32,7 +32,7 @@ std::string kernelVariable(const char* name) {
   return text.data();
 }
 
-// /tmp, /var and /etc are links into /private, and the system's own resolver shows paths as people know them.
+// /tmp, /var and /etc are links into /private, and the system's own resolver shows paths without that prefix.
 std::string withoutPrivate(const std::string& path) {
   constexpr std::string_view shadowed = "/private";
   if (!path.starts_with("/private/")) return path;

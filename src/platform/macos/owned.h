@@ -1,5 +1,5 @@
 // platform/macos/owned.h
-// Owners of what the system counts references to: released once, when the owner goes.
+// Owners of reference-counted objects of the system, which are released once, in the owner's destructor.
 #pragma once
 
 #include <utility>
@@ -9,8 +9,8 @@
 
 namespace brisko::platform {
 
-// A Core Foundation object that a function with Create or Copy in its name gave us. What a Get function gave
-// is not ours and stays out of here.
+// A Core Foundation object that a function with Create or Copy in its name returned. Objects from a Get
+// function are not ours and must not be owned.
 template <typename Ref>
 class Owned {
  public:
@@ -29,7 +29,7 @@ class Owned {
 
   [[nodiscard]] Ref get() const { return ref_; }
   explicit operator bool() const { return ref_ != nullptr; }
-  // For functions that give an object through their last argument. Only while it owns nothing.
+  // For functions that return an object through their last argument. Only while it owns nothing.
   [[nodiscard]] Ref* out() { return &ref_; }
 
  private:

@@ -33,7 +33,7 @@ std::optional<std::vector<SharedDictionary>> powerSources() {
 }
 
 bool addPowerSourceNotification(std::function<void()> changed) {
-  // For the life of the process, hence never destroyed.
+  // Used until the process ends, so never destroyed.
   auto* context = new Changed(std::move(changed));
   const Owned<CFRunLoopSourceRef> source(IOPSNotificationCreateRunLoopSource(onChange, context));
   if (!source) {

@@ -51,9 +51,10 @@ TimerToken addRepeatingTimer(double intervalSeconds, Work work) {
   static TimerToken last = 0;
   const TimerToken token = ++last;
   CFRunLoopTimerContext context{};
-  // The token itself is handed to fire(), never followed.
+  // The token itself is passed to fire() and never dereferenced.
   context.info = reinterpret_cast<void*>(token);  // NOLINT(performance-no-int-to-ptr)
-  // Of timers due at the same instant the lower order fires first. The timer keeps its grid by itself.
+  // Of timers due at the same instant the one with the lower order fires first. The system keeps the timer's
+  // grid.
   Owned<CFRunLoopTimerRef> timer(
       CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + intervalSeconds, intervalSeconds,
                            0, static_cast<CFIndex>(token), fire, &context));
@@ -84,7 +85,7 @@ void addSignalSource(int signal, Work work) {
   struct sigaction ignored {};
   ignored.sa_handler = SIG_IGN;
   sigaction(signal, &ignored, nullptr);
-  // For the life of the process, hence neither released nor destroyed.
+  // Used until the process ends, so neither released nor destroyed.
   const dispatch_source_t source = dispatch_source_create(
       DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(signal), 0, dispatch_get_main_queue());
   dispatch_set_context(source, new Work(std::move(work)));

@@ -2,8 +2,8 @@
 
 #import <Foundation/Foundation.h>
 
-// What the private class is expected to understand. The limit is returned in a width that nobody documents;
-// its lower half is the same in all of them.
+// The expected messages of the private class. The width of the returned limit is not documented; the lower
+// half is the same in every width.
 @protocol SmartChargeClient
 - (instancetype)initWithClientName:(NSString*)name;
 - (BOOL)isMCLSupported;
@@ -15,11 +15,11 @@
 namespace brisko::platform::smart_charge {
 namespace {
 
-// For the life of the process.
+// Kept until the process ends.
 id<SmartChargeClient> client = nil;
 
-// Nobody promises that the class behaves tomorrow as it does today. An exception that left this file would
-// end the daemon with the charge still held.
+// The behaviour of the class may change at any time. An exception that left this file would end the daemon
+// with the charge still held.
 template <class Call>
 auto caught(Call call) -> decltype(call()) {
   @autoreleasepool {

@@ -10,11 +10,11 @@
 namespace brisko::platform {
 namespace {
 
-// Of the one client, for the life of the process; none while there is no client.
+// The class of the one client; none while there is no client.
 Class clientClass = nullptr;
 
-// A message that a class does not understand raises an exception, so each is looked for before it is sent:
-// the framework is private, and may lose any of them.
+// A message that a class does not understand raises an exception, so each one is checked before it is sent:
+// the framework is private, and a new version may lack any of them.
 bool understands(Class receiver, const char* message) {
   return class_respondsToSelector(receiver, sel_registerName(message));
 }
@@ -23,7 +23,7 @@ bool clientUnderstands(const char* message) {
   return clientClass != nullptr && understands(clientClass, message);
 }
 
-// What became of the loading shows in whether the class is there.
+// Whether the class exists shows if loading succeeded.
 Class loadClass() {
   ::dlopen("/System/Library/PrivateFrameworks/PowerUI.framework/PowerUI", RTLD_LAZY);
   const Class found = objc_getClass(smart_charge::className);
@@ -40,7 +40,7 @@ Class makeClient(std::string_view name) {
 
 bool smartChargeClassPresent() { return loadClass() != nullptr; }
 
-// What the first call found out holds for ever, a failure too.
+// The result of the first call is kept until the process ends, also a failure.
 bool makeSmartChargeClient(std::string_view name) {
   static const bool made = (clientClass = makeClient(name)) != nullptr;
   return made;

@@ -27,12 +27,12 @@ SmcOpening openSmc() {
 KernelStatus closeSmc(SmcConnection connection) { return statusOf(IOServiceClose(connection)); }
 
 SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRecord& output) {
-  // Every key goes through here, so here nobody passes who lost the right to write one.
-  stayIfAnotherTookOver();
+  // Every key is written through here, so a thread that may not write any more stops here.
+  stopIfStandbyTookOver();
   std::size_t answered = output.size();
   const KernelStatus status = statusOf(IOConnectCallStructMethod(connection, exchangeSelector, input.data(),
                                                                  input.size(), output.data(), &answered));
-  // Of a call that failed neither the output nor its size means anything.
+  // After a failed call the output and its size are undefined.
   if (status != kernelSuccess) answered = 0;
   const std::size_t given = std::min(answered, output.size());
   std::fill(output.begin() + static_cast<std::ptrdiff_t>(given), output.end(), std::uint8_t{0});

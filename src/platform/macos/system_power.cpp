@@ -26,7 +26,7 @@ PowerRegistration registerSystemPower(PowerCallback callback) {
   io_object_t notifier = IO_OBJECT_NULL;
   const io_connect_t root = IORegisterForSystemPower(context.get(), &port, onPowerMessage, &notifier);
   if (port == nullptr) return {.rootPort = root, .notifying = false};
-  // For the life of the process, hence never destroyed; so are port and notifier.
+  // Used until the process ends, so never destroyed, like the port and the notifier.
   static_cast<void>(context.release());
   CFRunLoopAddSource(CFRunLoopGetMain(), IONotificationPortGetRunLoopSource(port), kCFRunLoopCommonModes);
   return {.rootPort = root, .notifying = true};

@@ -2,7 +2,7 @@
 
 namespace brisko::platform {
 
-// In a file of its own: it is the one answer that the tests on other systems cannot use.
+// In a separate file, because the tests on other systems replace it.
 const std::string& volumeRoot() {
   static const std::string& itself = *new std::string;
   return itself;

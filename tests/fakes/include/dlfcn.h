@@ -1,4 +1,4 @@
-// This system's own header. The label leads each call to the fake.
+// This system's own header. An asm label redirects each call to the fake.
 #pragma once
 
 #include_next <dlfcn.h>

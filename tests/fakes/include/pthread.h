@@ -1,4 +1,4 @@
-// This system's own header. The label leads the call to the fake.
+// This system's own header. An asm label redirects the call to the fake.
 #pragma once
 
 #include_next <pthread.h>

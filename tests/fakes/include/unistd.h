@@ -1,4 +1,5 @@
-// This system's own header, with what the other one has besides. The label leads each call to the fake.
+// This system's own header, with the additional declarations of a Mac's. An asm label redirects each call to
+// the fake.
 #pragma once
 
 #include_next <unistd.h>

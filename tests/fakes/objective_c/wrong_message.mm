@@ -1,4 +1,4 @@
-// Not to be compiled: a message that nobody understands.
+// Must not compile: it sends a message that its receiver does not declare.
 
 #import <Foundation/Foundation.h>
 

@@ -1,5 +1,4 @@
-// A pipe whose reader is gone, on a Mac: the signal that comes of it is the process's, and any thread takes
-// it.
+// A write to a closed pipe on a Mac, where the signal is sent to the process and any thread may handle it.
 
 #include <csignal>
 #include <cstdlib>
@@ -41,7 +40,7 @@ TEST(BrokenPipe, doesNotEndTheDaemon) {
 }
 
 // The fake itself.
-TEST(BrokenPipe, endsAProcessWithDispatchHoweverMuchItsThreadShutsTheSignalOut) {
+TEST(BrokenPipe, endsAProcessWithDispatchEvenIfItsThreadBlocksTheSignal) {
   for (const bool withDispatch : {false, true}) {
     const auto ended = inChild([withDispatch] {
       if (withDispatch) {

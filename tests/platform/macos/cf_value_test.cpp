@@ -1,4 +1,4 @@
-// Properties between Core Foundation and the seam.
+// The conversion of properties between Core Foundation and the seam.
 
 #include "platform/macos/cf_value.h"
 
@@ -36,7 +36,7 @@ TEST(CFValue, keepsTextsOfEveryLength) {
   }
 }
 
-TEST(CFValue, makesNothingOfWhatNobodyWrites) {
+TEST(CFValue, convertsNoUnknownTypes) {
   EXPECT_EQ(objectOf({}).get(), nullptr);
   EXPECT_EQ(objectOf(List{1, 2}).get(), nullptr);
   EXPECT_EQ(objectOf(Dictionary{{"one", 1}}).get(), nullptr);

@@ -1,4 +1,4 @@
-// What the fakes notice of a program that uses the system wrongly. Every other test here relies on it.
+// The errors in a program's use of the system that the fakes detect. Every other test here relies on that.
 
 #include <csignal>
 #include <cstdlib>
@@ -25,7 +25,7 @@ using platform::Owned;
 using platform::OwnedService;
 using platform::stringOf;
 
-// Long enough to be read as an object.
+// Long enough to be mistaken for an object.
 alignas(16) constexpr char plainText[64] = "TeamIdentifier";
 
 CFStringRef keptText() {
@@ -34,7 +34,7 @@ CFStringRef keptText() {
   return text.get();
 }
 
-TEST(Fakes, missNothingThatIsReleased) {
+TEST(Fakes, reportNothingIfEverythingIsReleased) {
   const test::VirtualMac mac;
   EXPECT_EQ(unreleased(), "");
   {
@@ -69,7 +69,7 @@ TEST(Fakes, countServices) {
   EXPECT_EQ(unreleased(), "");
 }
 
-TEST(Fakes, letATimerBeKeptUntilItIsInvalidated) {
+TEST(Fakes, allowATimerToBeHeldUntilItIsInvalidated) {
   const platform::TimerToken token = platform::addRepeatingTimer(12, [] {});
   EXPECT_EQ(unreleased(), "");
   platform::invalidateTimer(token);
@@ -78,7 +78,7 @@ TEST(Fakes, letATimerBeKeptUntilItIsInvalidated) {
 
 void servedInOneModeAlone(CFRunLoopTimerRef, void*) {}
 
-TEST(Fakes, reportWhatIsServedInOneModeAlone) {
+TEST(Fakes, reportSourcesThatAreServedInOneModeOnly) {
   const auto exitAfterwards = [] {
     const Owned<CFRunLoopTimerRef> timer(
         CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 12, 0, 0, servedInOneModeAlone, nullptr));
@@ -95,13 +95,13 @@ TEST(FakesDeathTest, endAProcessThatReleasesTooOften) {
   EXPECT_EXIT(CFRelease(kCFBooleanTrue), KilledBySignal(SIGABRT), "more often than it was retained");
 }
 
-TEST(FakesDeathTest, endAProcessThatTakesAPlainTextForAnObject) {
+TEST(FakesDeathTest, endAProcessThatUsesAPlainTextAsAnObject) {
   const Owned<CFMutableDictionaryRef> matching(IOServiceMatching("AppleSMC"));
   EXPECT_EXIT((void)CFDictionaryGetValue(matching.get(), plainText), KilledBySignal(SIGABRT),
               "this is no object");
 }
 
-TEST(FakesDeathTest, endAProcessThatTakesOneObjectForAnother) {
+TEST(FakesDeathTest, endAProcessThatMistakesTheTypeOfAnObject) {
   const Owned<CFStringRef> text = stringOf("a text");
   EXPECT_EXIT((void)CFArrayGetCount(static_cast<CFArrayRef>(static_cast<CFTypeRef>(text.get()))),
               KilledBySignal(SIGABRT), "of another type");
@@ -114,7 +114,7 @@ TEST(FakesDeathTest, endAProcessThatUsesAServiceAfterItsRelease) {
   EXPECT_EXIT(IOObjectRelease(service), KilledBySignal(SIGABRT), "this is no service");
 }
 
-TEST(FakesDeathTest, endAProcessThatReleasesASourceThatStillWatches) {
+TEST(FakesDeathTest, endAProcessThatReleasesAnActiveSource) {
   const dispatch_source_t source =
       dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
   EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "a suspended source");
@@ -122,15 +122,15 @@ TEST(FakesDeathTest, endAProcessThatReleasesASourceThatStillWatches) {
   EXPECT_EXIT(dispatch_release(source), KilledBySignal(SIGABRT), "before the end of its cancellation");
 }
 
-// A signal that is not ignored ends a Mac's process, whoever watches it.
-TEST(FakesDeathTest, watchNoSignalThatIsNotIgnored) {
+// On a Mac a signal that is not ignored ends the process, even if a source watches it.
+TEST(FakesDeathTest, endAProcessByAWatchedSignalThatIsNotIgnored) {
   const dispatch_source_t source =
       dispatch_source_create(DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0, dispatch_get_main_queue());
   dispatch_resume(source);
   EXPECT_EXIT(::raise(SIGUSR1), KilledBySignal(SIGUSR1), "");
 }
 
-TEST(Fakes, takeNoAnswerThroughAnotherPort) {
+TEST(Fakes, acceptNoAnswerThroughAnotherPort) {
   const test::VirtualMac mac;
   EXPECT_NE(IOAllowPowerChange(0x904, 1), KERN_SUCCESS);
 }

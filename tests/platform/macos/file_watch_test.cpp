@@ -1,4 +1,4 @@
-// What the system of a Mac may say of a file's name, which no kernel here says.
+// Answers of a Mac's kernel about a file's name that no kernel here gives.
 
 #include "platform/file_watch.h"
 
@@ -32,7 +32,7 @@ class MacFileWatch : public ::testing::Test {
   MacFileWatch() { test::put(path, "content"); }
   ~MacFileWatch() override { fakes::gGetPathError = 0; }
 
-  // The events of a new watch on the file that nothing happens to.
+  // The events of a new watch on the unchanged file.
   std::vector<FileEvents> eventsOfANewWatch(int descriptor) {
     std::vector<FileEvents> events;
     const WatchToken token = watchFile(
@@ -51,7 +51,7 @@ class MacFileWatch : public ::testing::Test {
   std::string path = scratch.path("file");
 };
 
-TEST_F(MacFileWatch, takesAPathThatCannotBeToldForNoDeletion) {
+TEST_F(MacFileWatch, reportsNoDeletionIfThePathIsUnknown) {
   for (const int error : {EPERM, EACCES, EINVAL, ENOSPC, ENAMETOOLONG, EBADF}) {
     fakes::gGetPathError = error;
     const auto opened = openForEvents(path);
@@ -60,14 +60,14 @@ TEST_F(MacFileWatch, takesAPathThatCannotBeToldForNoDeletion) {
   }
 }
 
-TEST_F(MacFileWatch, takesAFileThatTheSystemHasNoPlaceForForDeleted) {
+TEST_F(MacFileWatch, reportsTheDeletionOfAFileWithoutAPath) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   fakes::gGetPathError = ENOENT;
   EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
 }
 
-TEST_F(MacFileWatch, takesAFileWithoutALinkForDeletedWhateverIsSaidOfItsPath) {
+TEST_F(MacFileWatch, reportsTheDeletionOfAFileWithoutALinkWhateverItsPath) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   ASSERT_EQ(::unlink(path.c_str()), 0);
@@ -75,14 +75,14 @@ TEST_F(MacFileWatch, takesAFileWithoutALinkForDeletedWhateverIsSaidOfItsPath) {
   EXPECT_THAT(eventsOfANewWatch(*opened), ElementsAre(fileDeleted));
 }
 
-TEST_F(MacFileWatch, doesNotOpenAFileThatTheSystemHasNoPlaceFor) {
+TEST_F(MacFileWatch, doesNotOpenAFileWithoutAPath) {
   fakes::gGetPathError = ENOENT;
   const std::size_t before = test::openDescriptors();
   EXPECT_FALSE(openForEvents(path).has_value());
   EXPECT_EQ(test::openDescriptors(), before);
 }
 
-TEST_F(MacFileWatch, opensWhatTakesTheNameInTheMomentOfOpening) {
+TEST_F(MacFileWatch, opensTheFileThatTakesTheNameWhileItIsOpened) {
   test::put(scratch.path("new"), "new content");
   fakes::gAfterOpen = [this] { ASSERT_EQ(std::rename(scratch.path("new").c_str(), path.c_str()), 0); };
   const auto opened = openForEvents(path);

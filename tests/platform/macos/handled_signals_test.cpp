@@ -1,5 +1,5 @@
-// Who gives the charge back after a signal: the main thread, or another in its place when it is stuck in a
-// call. One of them alone.
+// Which thread gives the charge back after a signal: the main thread, or the standby thread if the main
+// thread is stuck in a call; never both.
 
 #include <csignal>
 #include <cstdio>
@@ -30,14 +30,14 @@ bool isWrite(const platform::SmcRecord& asked) { return asked[42] == 6; }
 
 std::string keyOf(const platform::SmcRecord& asked) { return {asked.rend() - 4, asked.rend()}; }
 
-// Every process is to say on its standard error which thread wrote which key.
+// Each process prints on standard error which thread wrote which key.
 void tellWhoWrites(const platform::SmcRecord& asked) {
   if (!isWrite(asked)) return;
   const char* who = fakes::onMainThread() ? "main thread" : "standby";
   std::fprintf(stderr, "%s: %s\n", who, keyOf(asked).c_str());
 }
 
-// The main thread of lives to come is held in every call of the controller between these moments.
+// In processes that start later, keeps the main thread in each call to the controller between these times.
 void holdMainThread(double from, double until) {
   fakes::gBeforeAnswer = [from, until](const platform::SmcRecord& asked) {
     tellWhoWrites(asked);
@@ -47,7 +47,7 @@ void holdMainThread(double from, double until) {
   };
 }
 
-// 90 % and driven down to the limit: the adapter is cut and charging stopped.
+// Discharging from 90 % to the limit: the adapter is cut and charging is stopped.
 MachineOptions nearlyFull() {
   MachineOptions options;
   options.percent = 90;
@@ -58,7 +58,8 @@ class HandledSignals : public ::testing::Test {
  protected:
   HandledSignals() { mac.settings("{\"discharge\":true}"); }
 
-  // Up to 40 s after its start, and 4 s into a call for one that is held from 30 s on.
+  // Runs until 40 s after the start, which is 4 s into a call for a process that is kept in calls from 30 s
+  // on.
   void runUntilItHolds(DaemonProcess& daemon) {
     daemon.run(40);
     ASSERT_EQ(mac.key("CHIE"), (std::vector<std::uint8_t>{8}));
@@ -75,7 +76,7 @@ class HandledSignals : public ::testing::Test {
   std::size_t errorsBefore = 0;
 };
 
-TEST_F(HandledSignals, endADaemonInItsMainThread) {
+TEST_F(HandledSignals, endADaemonOnItsMainThread) {
   holdMainThread(never, never);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
@@ -114,19 +115,19 @@ TEST_F(HandledSignals, giveTheChargeBackAlthoughTheMainThreadIsStuckInACall) {
   }
 }
 
-TEST_F(HandledSignals, areTakenUpByAMainThreadThatComesOutOfItsCallInTime) {
+TEST_F(HandledSignals, areHandledByTheMainThreadIfItsCallReturnsInTime) {
   holdMainThread(start + 30, start + 44.9);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
   daemon.signal(SIGTERM).run(60);
   EXPECT_EQ(daemon.status(), 0);
-  // Its tick is done with before.
+  // The tick is completed first.
   EXPECT_EQ(mac.writes(), (Writes{"ACLC=01", "CHIE=00", "CHTE=00000000", "ACLC=00"}));
   EXPECT_THAT(errors(daemon), Not(HasSubstr("standby")));
   EXPECT_THAT(mac.logLines(), Contains(StartsWith("Signal ")).Times(1));
 }
 
-TEST_F(HandledSignals, areNotTakenUpByAMainThreadThatComesOutOfItsCallTooLate) {
+TEST_F(HandledSignals, areNotHandledByTheMainThreadIfItsCallReturnsTooLate) {
   holdMainThread(start + 30, start + 45.1);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
@@ -136,8 +137,8 @@ TEST_F(HandledSignals, areNotTakenUpByAMainThreadThatComesOutOfItsCallTooLate) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
 }
 
-// The Mac falls asleep 30 s late, as the daemon does not allow it, and between the signal and the end of the
-// 5 s.
+// The Mac sleeps 30 s after its announcement, because the daemon does not answer, and within the 5 s after
+// the signal.
 TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
   holdMainThread(start + 30, never);
   DaemonProcess daemon(mac);
@@ -155,8 +156,8 @@ TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
   EXPECT_THAT(mac.writes(), Contains("CHIE=00"));
 }
 
-// It was about to stop charging: the first of two keys is written, and the second would be next.
-TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
+// It was about to stop charging: the first of two keys is written, and the second would follow.
+TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItsCallReturnsMeanwhile) {
   MachineOptions options;
   options.gate = GateKind::ch0b0c;
   VirtualMac other(options);
@@ -164,7 +165,7 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
     if (!isWrite(asked)) return;
     tellWhoWrites(asked);
     if (!fakes::onMainThread()) {
-      if (!std::exchange(cameOut, true)) fakes::letMainThreadGoOn();
+      if (!std::exchange(cameOut, true)) fakes::letMainThreadRun();
     } else if (keyOf(asked) == "CH0B" && asked[48] == 2) {
       fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
@@ -186,8 +187,9 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatComesOutOfItsCallMeanwhile) {
   EXPECT_THAT(other.logLines(), Not(Contains(StartsWith("→ state: hold"))));
 }
 
-// It was about to turn the light green, and hangs in the line before. The other thread logs all the same.
-TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
+// It was about to turn the light green and is stuck in the log line before that. The other thread can still
+// log.
+TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItWasStuckInItsLog) {
   fakes::gBeforeAnswer = tellWhoWrites;
   fakes::gBeforeWrite = [cameOut = false](std::string_view text) mutable {
     const bool isLastLine = text.find("Signal 15: ") != std::string_view::npos;
@@ -195,7 +197,7 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
       fakes::waitInCall([&cameOut] { return cameOut; });
       std::fputs("main thread: came out\n", stderr);
     } else if (!fakes::onMainThread() && isLastLine && !std::exchange(cameOut, true)) {
-      fakes::letMainThreadGoOn();
+      fakes::letMainThreadRun();
     }
   };
   VirtualMac other;
@@ -209,12 +211,12 @@ TEST_F(HandledSignals, leaveNoKeyToAMainThreadThatHungInItsLog) {
   daemon.signal(SIGTERM).run(60);
   EXPECT_EQ(daemon.status(), 0);
   EXPECT_EQ(other.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
-  // Its line goes to standard output first and to the file then.
+  // Its line goes to standard output first and then to the file.
   EXPECT_THAT(daemon.errors(), EndsWith("standby: ACLC\nmain thread: came out\nmain thread: came out\n"));
   EXPECT_EQ(other.logLines().back(), "Signal 15: charging, adapter and LED restored, exiting.");
 }
 
-TEST_F(HandledSignals, areLeftToAMainThreadThatHasTakenThemUp) {
+TEST_F(HandledSignals, areLeftToTheMainThreadOnceItHandlesThem) {
   fakes::gBeforeAnswer = [this](const platform::SmcRecord& asked) {
     tellWhoWrites(asked);
     const bool givesBack = virtual_mac::virtualNow() >= start + 40 && isWrite(asked);
@@ -229,8 +231,8 @@ TEST_F(HandledSignals, areLeftToAMainThreadThatHasTakenThemUp) {
   EXPECT_EQ(errors(daemon), "main thread: CHIE\n");
 }
 
-// Who started the process may have shut the signal out, and it may have come since.
-TEST(HandledSignal, isTakenAlsoWhereItWasShutOutBefore) {
+// The parent of the process may have blocked the signal, and the signal may be pending.
+TEST(HandledSignal, isHandledAlsoIfItWasBlockedBefore) {
   const VirtualMac mac;
   sigset_t terminate;
   sigemptyset(&terminate);

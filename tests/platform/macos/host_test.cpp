@@ -1,4 +1,4 @@
-// Where the program lies, when it was started through a link, and what it believes of the system's version.
+// The path of a program that was started through a link, and the version of the system that it detects.
 
 #include "platform/host.h"
 
@@ -33,7 +33,7 @@ std::string productVersion() {
 
 class MacVersion : public ::testing::TestWithParam<std::int64_t> {};
 
-TEST_P(MacVersion, isFoundByAProgramBuiltWithAnySdk) {
+TEST_P(MacVersion, isFoundWithAnySdk) {
   const test::VirtualMac mac({.macOS = GetParam()});
   for (const std::int64_t sdk : {13, 15, 26, 27}) {
     fakes::gLinkedSdk = sdk;
@@ -44,7 +44,7 @@ TEST_P(MacVersion, isFoundByAProgramBuiltWithAnySdk) {
 INSTANTIATE_TEST_SUITE_P(Every, MacVersion, ::testing::Values(13, 14, 15, 26, 27, 28),
                          [](const auto& version) { return "MacOS" + std::to_string(version.param); });
 
-TEST(MacHost, isToldACompatibilityVersionWhenBuiltWithAnOldSdk) {
+TEST(MacHost, getsACompatibilityVersionIfBuiltWithAnOldSdk) {
   const test::VirtualMac mac({.macOS = 27});
   fakes::gLinkedSdk = 25;
   EXPECT_EQ(productVersion(), "16.4.1");
@@ -52,7 +52,7 @@ TEST(MacHost, isToldACompatibilityVersionWhenBuiltWithAnOldSdk) {
   EXPECT_EQ(productVersion(), "27.4.1");
 }
 
-TEST(MacHost, takesTheProductVersionWhenThereIsNoBuild) {
+TEST(MacHost, usesTheProductVersionWithoutABuild) {
   const test::VirtualMac mac({.macOS = 15});
   fakes::gUnreadableVariable = "kern.osversion";
   EXPECT_EQ(osMajor(), 15);
@@ -64,17 +64,17 @@ TEST(MacHost, needsNoProductVersion) {
   EXPECT_EQ(osMajor(), 27);
 }
 
-// As /tmp is /private/tmp on a Mac. There is no such folder here, so the path is not resolved first.
-TEST(MacHost, namesTheProgramAsPeopleKnowItsPlace) {
+// On a Mac /tmp is a link to /private/tmp. Here there is no such folder, so the path is not resolved first.
+TEST(MacHost, namesTheProgramByItsUsualPath) {
   const test::ScratchFolder scratch;
   const std::string program = scratch.path("program");
   virtual_mac::setExecutablePath("/private" + program);
-  EXPECT_EQ(executablePath(), "/private" + program) << "nothing stands at the rest";
+  EXPECT_EQ(executablePath(), "/private" + program) << "no file is at the shorter path";
   test::put(program, "");
   EXPECT_EQ(executablePath(), program);
 }
 
-TEST(MacHost, keepsWhatOnlyBeginsLikeThatPlace) {
+TEST(MacHost, keepsAPathThatOnlyBeginsLikeIt) {
   const test::ScratchFolder scratch;
   test::put(scratch.path("program"), "");
   for (const std::string& path : {"/privately" + scratch.path("program"), std::string("/private"),

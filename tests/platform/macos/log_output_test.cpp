@@ -1,4 +1,4 @@
-// The log's lines on standard output when another thread logs, as it does for a main thread that is stuck.
+// The log's lines on standard output when another thread logs, as for a main thread that is stuck.
 
 #include "base/log_output.h"
 
@@ -15,8 +15,8 @@
 namespace brisko {
 namespace {
 
-TEST(LogOutputOfTwoThreads, leavesOutALineThatComesInTheMiddleOfAnother) {
-  const std::string lengthy = std::string(6000, 'a') + "\n";  // more than a pipe takes in a piece
+TEST(LogOutputOfTwoThreads, dropsALineThatComesInTheMiddleOfAnother) {
+  const std::string lengthy = std::string(6000, 'a') + "\n";  // more than a pipe accepts in one write
   const auto ended = test::inChild([&lengthy] {
     const int results = ::dup(STDOUT_FILENO);
     int ends[2];

@@ -1,4 +1,4 @@
-// A Mac that refuses to notify of power source changes.
+// A Mac that does not notify of changes of the power source.
 
 #include "platform/power_sources.h"
 
@@ -12,7 +12,7 @@ namespace {
 
 using namespace test;
 
-TEST(PowerSourcesWithoutNotification, reportThatThereIsNone) {
+TEST(PowerSourcesWithoutNotification, reportTheMissingNotification) {
   const test::VirtualMac mac;
   fakes::gNotifiesOfPowerSources = false;
   EXPECT_FALSE(platform::addPowerSourceNotification([] {}));

@@ -1,4 +1,4 @@
-// What the run loop is left with, which its contract does not show.
+// What remains in the run loop, which its contract does not show.
 
 #include "platform/run_loop.h"
 
@@ -8,7 +8,7 @@
 namespace brisko::platform {
 namespace {
 
-TEST(MacRunLoop, isFreeOfATimerThatWasInvalidated) {
+TEST(MacRunLoop, releasesATimerThatWasInvalidated) {
   const TimerToken one = addRepeatingTimer(12, [] {});
   const TimerToken other = addRepeatingTimer(60, [] {});
   EXPECT_EQ(fakes::timersScheduled(), 2U);

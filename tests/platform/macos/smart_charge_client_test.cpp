@@ -1,4 +1,4 @@
-// What the daemon does when the private class of macOS's own limit is not what it was.
+// What the daemon does if the private class of macOS's own limit has changed.
 
 #include "platform/smart_charge_client.h"
 
@@ -25,7 +25,7 @@ class MacSmartCharge : public ::testing::Test {
   test::VirtualMac mac{{.macOS = 27}};
 };
 
-// The answers of the four calls to a client that is well: supported, not enabled, no limit, set.
+// The results of the four calls to a working client: supported, not enabled, no limit, set.
 struct Answers {
   std::int32_t supported = 1;
   std::int32_t enabled = 0;
@@ -57,12 +57,12 @@ struct Trouble {
 
 class MacSmartChargeTrouble : public MacSmartCharge, public ::testing::WithParamInterface<Trouble> {};
 
-TEST_P(MacSmartChargeTrouble, ofAMissingMessageIsThatOfItsFunctionAlone) {
+TEST_P(MacSmartChargeTrouble, affectsOneFunctionIfAMessageIsMissing) {
   missingSelectors() = {GetParam().selector};
   EXPECT_EQ(answers(), GetParam().missing);
 }
 
-TEST_P(MacSmartChargeTrouble, ofAnExceptionIsThatOfItsFunctionAlone) {
+TEST_P(MacSmartChargeTrouble, affectsOneFunctionIfAMessageRaises) {
   raisingSelectors() = {GetParam().selector};
   EXPECT_EQ(answers(), GetParam().raising);
 }
@@ -79,9 +79,9 @@ INSTANTIATE_TEST_SUITE_P(Messages, MacSmartChargeTrouble,
                            return selector.substr(0, selector.find(':'));
                          });
 
-TEST_F(MacSmartCharge, isWellWhenNothingIsMissing) { EXPECT_EQ(answers(), Answers{}); }
+TEST_F(MacSmartCharge, worksIfNothingIsMissing) { EXPECT_EQ(answers(), Answers{}); }
 
-TEST_F(MacSmartCharge, isPresentWithoutAnythingButTheMessageThatSetsALimit) {
+TEST_F(MacSmartCharge, needsOnlyTheMessageThatSetsALimit) {
   missingSelectors() = {"initWithClientName:", "isMCLSupported",
                         "isMCLCurrentlyEnabled:", "getMCLLimitWithError:"};
   EXPECT_TRUE(smartChargeClassPresent());
@@ -89,7 +89,7 @@ TEST_F(MacSmartCharge, isPresentWithoutAnythingButTheMessageThatSetsALimit) {
   EXPECT_FALSE(smartChargeClassPresent());
 }
 
-TEST_F(MacSmartCharge, isMadeOnceAlsoWhenThatRaises) {
+TEST_F(MacSmartCharge, isCreatedOnceAlsoIfThatRaises) {
   raisingSelectors() = {"initWithClientName:"};
   EXPECT_EQ(answers(), noClient);
   raisingSelectors() = {};
@@ -105,8 +105,8 @@ TEST_F(MacSmartCharge, answersAgainOnceItNoLongerRaises) {
   EXPECT_EQ(CKMCLLimit(), 100);
 }
 
-// The fake ends a process that does not look first.
-TEST(MacSmartChargeDeathTest, isNotSentWhatItDoesNotUnderstand) {
+// The fake ends a process that does not check first.
+TEST(MacSmartChargeDeathTest, getsNoMessageThatItDoesNotUnderstand) {
   const test::VirtualMac mac({.macOS = 27});
   ASSERT_TRUE(makeSmartChargeClient("somebody"));
   missingSelectors() = {"isMCLSupported"};

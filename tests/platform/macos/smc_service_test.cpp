@@ -1,4 +1,4 @@
-// Answers of the controller's driver that a Mac has not been seen to give.
+// Answers of the controller's driver that have not been seen on a Mac.
 
 #include "platform/smc_service.h"
 
@@ -35,8 +35,8 @@ class SmcAnswer : public test::OnVirtualMac {
   }
 };
 
-TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
-  platform::SmcRecord question{'E', 'T', 'H', 'C'};  // what is CHTE?
+TEST_F(SmcAnswer, isPaddedWithZeroesIfItIsTooShort) {
+  platform::SmcRecord question{'E', 'T', 'H', 'C'};  // asks for the size of CHTE
   question[42] = 9;
   platform::SmcRecord all{};
   ASSERT_EQ(platform::exchangeSmc(gConn, question, all).status, kernelSuccess);
@@ -53,7 +53,7 @@ TEST_F(SmcAnswer, ofAnotherLengthIsHandedOverWithZeroesAfterIt) {
   }
 }
 
-TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
+TEST_F(SmcAnswer, isReadIfItContainsTheResultAndTheRequestedBytes) {
   mac.keyBytes("CHTE", {1, 2, 3, 4});
   for (const std::size_t bytes : {bytesAt + 4, bytesAt + 5, whole - 1, whole, whole + 8}) {
     fakes::gAnswerBytes = bytes;
@@ -64,7 +64,7 @@ TEST_F(SmcAnswer, isReadWhereItHasTheResultAndTheBytesAskedFor) {
   }
 }
 
-TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
+TEST_F(SmcAnswer, holds32BytesOfALargerKeyAndNoneOfAnEmptyOne) {
   size("CHTE", 40);
   EXPECT_TRUE(isReadFrom("CHTE", whole));
   EXPECT_FALSE(isReadFrom("CHTE", whole - 1));
@@ -73,15 +73,15 @@ TEST_F(SmcAnswer, hasRoomFor32BytesOfALargerKeyAndNeedsNoneForAnEmptyOne) {
   EXPECT_FALSE(isReadFrom("CHTE", resultAt));
 }
 
-TEST_F(SmcAnswer, toAWriteIsItsResult) {
+TEST_F(SmcAnswer, needsOnlyTheResultForAWrite) {
   const std::array<std::uint8_t, 4> stop{1, 0, 0, 0};
   fakes::gAnswerBytes = resultAt + 1;
   EXPECT_TRUE(writeKey("CHTE", stop));
   fakes::gAnswerBytes = resultAt;
-  EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "without a result nobody knows";
+  EXPECT_EQ(SMCWriteKey(gConn, "CHTE", stop), kernelError) << "unknown without a result";
 }
 
-TEST_F(SmcAnswer, toAnIndexHasTheKeyBeforeItsResult) {
+TEST_F(SmcAnswer, needsTheKeyAndTheResultForAnIndex) {
   std::array<char, 5> name{};
   fakes::gAnswerBytes = resultAt + 1;
   EXPECT_EQ(SMCKeyAtIndex(gConn, 0, name), kernelSuccess);

@@ -49,7 +49,7 @@ Machine fromJson(std::string_view json) {
   return machine.value_or(Machine{});
 }
 
-// Text of any property of the entry, nested ones included.
+// Whether any property of the entry, nested ones included, has this text.
 bool mentions(const platform::Value& value, const std::string& text) {
   if (const std::string* found = value.asText()) return *found == text;
   if (const platform::Dictionary* inner = value.asDictionary()) {
@@ -60,7 +60,7 @@ bool mentions(const platform::Value& value, const std::string& text) {
   return false;
 }
 
-TEST(DumpImport, takesAMacOnBatteryFromAPropertyList) {
+TEST(DumpImport, importsAMacOnBatteryFromAPropertyList) {
   const Machine machine = imported(sample("air-on-battery.plist"));
   EXPECT_EQ(machine.gauge.percent, 75);
   EXPECT_EQ(std::round(level(machine)), 75);
@@ -81,13 +81,13 @@ TEST(DumpImport, takesAMacOnBatteryFromAPropertyList) {
   EXPECT_EQ(machine.system.macOS, 26);
 }
 
-TEST(DumpImport, takesAChargingMacInTheNestedLayoutWithItsPack) {
+TEST(DumpImport, importsAChargingMacInTheNestedLayoutWithItsPack) {
   const Machine machine = imported(sample("air-charging.json"));
   EXPECT_EQ(machine.gauge.percent, 40);
   EXPECT_EQ(machine.battery.chargeMAh, 1694);
   EXPECT_EQ(machine.battery.fullMAh, 4400);
   EXPECT_EQ(machine.battery.reserveMAh, 127);
-  EXPECT_EQ(machine.battery.temperatureC, 33.44);  // of the pack
+  EXPECT_EQ(machine.battery.temperatureC, 33.44);  // the pack's
   EXPECT_TRUE(machine.adapter.present);
   EXPECT_EQ(machine.adapter.watts, 30);
   EXPECT_EQ(machine.surroundings.loadWatts, 4.1);
@@ -98,7 +98,7 @@ TEST(DumpImport, takesAChargingMacInTheNestedLayoutWithItsPack) {
   EXPECT_EQ(machine.system.macOS, 27);
 }
 
-TEST(DumpImport, continuesFromTheMomentOfTheDump) {
+TEST(DumpImport, startsAtTheTimeOfTheDump) {
   Machine machine = imported(sample("air-charging.json"), {.startTime = 1772352000});
   EXPECT_EQ(machine.now, 1772352000);
   advance(machine, machine.now + 600);
@@ -106,7 +106,7 @@ TEST(DumpImport, continuesFromTheMomentOfTheDump) {
   EXPECT_EQ(machine.gauge.percent, 48);
 }
 
-TEST(DumpImport, takesKeysAndVersionFromTheOptions) {
+TEST(DumpImport, usesTheKeysAndTheVersionOfTheOptions) {
   const Machine machine =
       imported(sample("air-on-battery.plist"), {.gate = GateKind::ch0b0c, .cut = CutKind::ch0j, .macOS = 15});
   EXPECT_TRUE(findKey(machine, keyCode("CH0B"))->present);
@@ -116,7 +116,7 @@ TEST(DumpImport, takesKeysAndVersionFromTheOptions) {
   EXPECT_EQ(imported(sample("air-charging.json"), {.macOS = 28}).system.macOS, 28);
 }
 
-TEST(DumpImport, leavesTheSerialsBehind) {
+TEST(DumpImport, importsNoSerialNumbers) {
   for (const char* name : {"air-on-battery.plist", "air-charging.json"}) {
     const Machine machine = imported(sample(name));
     for (const char* entry : {"AppleSmartBattery", "AppleSmartBatteryPack"}) {
@@ -135,7 +135,7 @@ TEST(DumpImport, showsThePercentageOfTheDumpEvenWhenItsChargeDiffers) {
   EXPECT_EQ(std::round(level(machine)), 80);
 }
 
-TEST(DumpImport, makesDoWithTheLeast) {
+TEST(DumpImport, needsOnlyAFewValues) {
   const Machine machine = fromJson(R"({"CurrentCapacity":50,"MaxCapacity":100,"AppleRawMaxCapacity":6000})");
   EXPECT_EQ(machine.battery.fullMAh, 6000);
   EXPECT_EQ(machine.battery.designMAh, 6000);
@@ -144,7 +144,7 @@ TEST(DumpImport, makesDoWithTheLeast) {
   EXPECT_FALSE(machine.adapter.present);
 }
 
-TEST(DumpImport, doesNotBelieveAbsurdNumbers) {
+TEST(DumpImport, rejectsImpossibleNumbers) {
   const Machine machine = fromJson(
       R"({"CurrentCapacity":50,"MaxCapacity":100,"AppleRawMaxCapacity":6000,"DesignCapacity":-1,
           "AppleRawCurrentCapacity":1e300,"Temperature":9e9,"CycleCount":-5,"Amperage":18446744073709551133,
@@ -181,7 +181,7 @@ TEST(DumpImport, reportsWhatIsWrongWithItsContent) {
 }
 
 TEST(DumpImport, leavesOutAKeyWithAZeroByte) {
-  // {"A\0": 6} as a binary list: the objects, where they begin, and how to read that. The key is UTF-16.
+  // {"A\0": 6} as a binary property list: the objects, their offsets, and the trailer. The key is UTF-16.
   std::string binary = {'b', 'p', 'l',    'i', 's', 't', '0', '0',    '\xD1',
                         1,   2,   '\x62', 0,   'A', 0,   0,   '\x10', 6};
   binary += std::string{8, 11, 16} + std::string(6, '\0') + std::string{1, 1};
@@ -203,7 +203,7 @@ TEST(DumpImport, survivesDeepNesting) {
 }
 
 // Dumps of real Macs, which the project does not ship: read from the folder that BRISKO_DUMPS names.
-TEST(DumpImport, takesEveryRealDump) {
+TEST(DumpImport, importsEveryRealDump) {
   const char* folder = std::getenv("BRISKO_DUMPS");
   if (folder == nullptr) GTEST_SKIP() << "BRISKO_DUMPS names no folder";
   int taken = 0;

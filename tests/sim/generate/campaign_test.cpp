@@ -1,4 +1,4 @@
-// The campaign: its words and its end, over scenarios that are not really played.
+// The campaign's output and end, with scenarios that are not really run.
 
 #include "sim/generate/campaign.h"
 
@@ -43,7 +43,7 @@ Verdict wrong(int invariant) {
           .log = {"the last line"}};
 }
 
-TEST(Seeds, areOneOrARange) {
+TEST(Seeds, areASeedOrARange) {
   EXPECT_EQ(parseSeeds("17")->first, 17U);
   EXPECT_EQ(parseSeeds("17")->last, 17U);
   EXPECT_EQ(parseSeeds("0..18446744073709551614")->last, 18446744073709551614U);
@@ -54,14 +54,14 @@ TEST(Seeds, areOneOrARange) {
   }
 }
 
-TEST(Campaign, passesWhenAllItsScenariosDo) {
+TEST(Campaign, passesIfAllItsScenariosPass) {
   const Captured captured = campaignOf({.seeds = {1, 5}, .days = 7, .faults = Faults::some, .jobs = 2},
                                        [](std::uint64_t, const ShouldContinue&) { return well(); });
   EXPECT_EQ(captured.status, campaignPassed);
   EXPECT_EQ(captured.printed, "seeds 1..5, 7 days each, faults some: all invariants hold\n");
 }
 
-TEST(Campaign, reportsAFailureWithAllThatIsNeededToReproduceIt) {
+TEST(Campaign, reportsWhatIsNeededToReproduceAFailure) {
   const Captured captured =
       campaignOf({.seeds = {17, 17}, .days = 30, .jobs = 1}, [](std::uint64_t, const ShouldContinue&) {
         Verdict verdict = wrong(9);

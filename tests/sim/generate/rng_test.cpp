@@ -1,4 +1,4 @@
-// Randomness that is the same on every compiler and library.
+// Random numbers that are the same with every compiler and library.
 
 #include "sim/generate/rng.h"
 
@@ -16,14 +16,14 @@ using namespace test;
 
 constexpr int manyDraws = 20000;
 
-TEST(Rng, drawTheSameForTheSameSeedEverywhere) {
+TEST(Rng, drawsTheSameNumbersForTheSameSeedEverywhere) {
   Rng rng(17, 1);
   std::vector<std::uint64_t> drawn;
   for (int count = 0; count < 6; ++count) drawn.push_back(rng.below(1000));
   EXPECT_THAT(drawn, ElementsAre(176, 912, 171, 372, 201, 453));
 }
 
-TEST(Rng, drawDifferentNumbersForEachSeedAndStream) {
+TEST(Rng, drawsDifferentNumbersForEachSeedAndStream) {
   std::set<std::uint64_t> first;
   for (std::uint64_t seed = 0; seed < 100; ++seed) {
     for (std::uint64_t stream = 0; stream < 3; ++stream) {
@@ -33,7 +33,7 @@ TEST(Rng, drawDifferentNumbersForEachSeedAndStream) {
   EXPECT_EQ(first.size(), 300U);
 }
 
-TEST(Rng, stayBelowTheEndAndReachAllBeforeIt) {
+TEST(Rng, drawsEveryNumberBelowItsEnd) {
   Rng rng(1, 1);
   std::array<int, 7> seen{};
   for (int count = 0; count < manyDraws; ++count) ++seen.at(rng.below(7));
@@ -41,7 +41,7 @@ TEST(Rng, stayBelowTheEndAndReachAllBeforeIt) {
   EXPECT_EQ(rng.below(1), 0U);
 }
 
-TEST(Rng, drawBothBoundsAndNothingBeyond) {
+TEST(Rng, drawsBothBoundsAndNothingBeyond) {
   Rng rng(2, 1);
   std::set<std::int64_t> seen;
   for (int count = 0; count < 1000; ++count) seen.insert(rng.between(-2, 2));
@@ -49,7 +49,7 @@ TEST(Rng, drawBothBoundsAndNothingBeyond) {
   EXPECT_EQ(rng.between(5, 5), 5);
 }
 
-TEST(Rng, reachTheWholeWidthOf64Bits) {
+TEST(Rng, coversAll64Bits) {
   Rng rng(3, 1);
   constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min() + 1;
   bool below = false;
@@ -62,7 +62,7 @@ TEST(Rng, reachTheWholeWidthOf64Bits) {
   EXPECT_TRUE(below && above);
 }
 
-TEST(Rng, haveChancesFromNeverToAlways) {
+TEST(Rng, hasChancesFromNeverToAlways) {
   Rng rng(4, 1);
   int happened = 0;
   for (int count = 0; count < manyDraws; ++count) {
@@ -74,7 +74,7 @@ TEST(Rng, haveChancesFromNeverToAlways) {
   EXPECT_NEAR(happened, 0.3 * manyDraws, 300);
 }
 
-TEST(Rng, followTheWeights) {
+TEST(Rng, followsTheWeights) {
   Rng rng(5, 1);
   struct Row {
     unsigned weight;
@@ -89,7 +89,7 @@ TEST(Rng, followTheWeights) {
   EXPECT_NEAR(seen[3], 0.25 * manyDraws, 300);
 }
 
-TEST(Rng, chooseEachOfAList) {
+TEST(Rng, choosesEachElementOfAList) {
   Rng rng(6, 1);
   std::set<int> seen;
   for (int count = 0; count < 200; ++count) seen.insert(rng.oneOf(std::array{7, 8, 9}));

@@ -1,4 +1,4 @@
-// Cutting a scenario down to what matters.
+// Reducing a scenario to the relevant steps.
 
 #include "sim/generate/shrink.h"
 
@@ -43,7 +43,7 @@ std::int64_t timeOf(const GeneratedScenario& scenario, const std::string& name) 
   return -1;
 }
 
-// Goes wrong at the time that `when` tells, below 0 not at all.
+// Fails at the time that `when` returns, or passes if that is negative.
 using When = std::function<double(const GeneratedScenario&)>;
 
 TryOut tryOutOf(const When& when, std::size_t* most = nullptr) {
@@ -63,7 +63,7 @@ Shrunk shrunkWith(const When& when, const ShrinkBounds& bounds = {}) {
   return shrink(scenario, when(scenario), bounds, tryOutOf(when));
 }
 
-TEST(Shrinking, leavesTheFewThatMatterInTheirOrder) {
+TEST(Shrinking, keepsTheRelevantActionsInOrder) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return has(scenario, "17") && has(scenario, "58") ? static_cast<double>(timeOf(scenario, "58")) + 5
                                                       : -1.0;
@@ -72,13 +72,13 @@ TEST(Shrinking, leavesTheFewThatMatterInTheirOrder) {
   EXPECT_LT(shrunk.tries, 200U);
 }
 
-TEST(Shrinking, leavesNothingWhenNothingMatters) {
+TEST(Shrinking, keepsNothingIfNothingIsRelevant) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario&) { return 10.0; });
   EXPECT_THAT(namesIn(shrunk.scenario), IsEmpty());
   EXPECT_THAT(shrunk.scenario.seconds, Le(80));
 }
 
-TEST(Shrinking, endsSoonAfterItWentWrong) {
+TEST(Shrinking, endsSoonAfterTheFailure) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return has(scenario, "30") ? static_cast<double>(timeOf(scenario, "30")) + 7200 : -1.0;
   });
@@ -86,8 +86,8 @@ TEST(Shrinking, endsSoonAfterItWentWrong) {
   EXPECT_LE(shrunk.scenario.seconds, timeOf(shrunk.scenario, "30") + 7300);
 }
 
-TEST(Shrinking, keepsTheTimesThatMatter) {
-  // Two hours have to lie between the two.
+TEST(Shrinking, keepsRelevantTimes) {
+  // The two must be two hours apart.
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     const std::int64_t pause = timeOf(scenario, "40") - timeOf(scenario, "20");
     return has(scenario, "20") && has(scenario, "40") && pause >= 7200
@@ -99,7 +99,7 @@ TEST(Shrinking, keepsTheTimesThatMatter) {
   EXPECT_EQ(timeOf(shrunk.scenario, "40"), 60 + 7200);
 }
 
-TEST(Shrinking, takesTheMacAndTheSettingsBackToWhatIsUsual) {
+TEST(Shrinking, resetsTheMacAndTheSettingsToTheDefaults) {
   const Shrunk shrunk = shrunkWith([](const GeneratedScenario& scenario) {
     return scenario.settings && scenario.settings->contains("discharge") ? 100.0 : -1.0;
   });
@@ -109,7 +109,7 @@ TEST(Shrinking, takesTheMacAndTheSettingsBackToWhatIsUsual) {
   EXPECT_TRUE(shrunk.scenario.before.empty());
 }
 
-TEST(Shrinking, continuesOnlyWithWhatStillFails) {
+TEST(Shrinking, continuesOnlyWithFailingScenarios) {
   const auto when = [](const GeneratedScenario& scenario) {
     return scenario.timedActions.size() % 7 == 2 ? 360000.0 : -1.0;
   };
@@ -118,7 +118,7 @@ TEST(Shrinking, continuesOnlyWithWhatStillFails) {
   EXPECT_EQ(shrunk.scenario.timedActions.size() % 7, 2U);
 }
 
-TEST(Shrinking, isBoundedInItsTries) {
+TEST(Shrinking, limitsItsAttempts) {
   const Shrunk shrunk = shrunkWith(
       [](const GeneratedScenario& scenario) { return scenario.timedActions.size() > 49 ? 360000.0 : -1.0; },
       {.tries = 20, .atOnce = 1});
@@ -126,7 +126,7 @@ TEST(Shrinking, isBoundedInItsTries) {
   EXPECT_GT(shrunk.scenario.timedActions.size(), 49U);
 }
 
-TEST(Shrinking, triesOutNoMoreAtOnceThanItMay) {
+TEST(Shrinking, runsNoMoreAttemptsAtOnceThanAllowed) {
   std::size_t most = 0;
   const When when = [](const GeneratedScenario& scenario) { return has(scenario, "50") ? 180001.0 : -1.0; };
   static_cast<void>(shrink(longScenario(), 180001.0, {.atOnce = 3}, tryOutOf(when, &most)));

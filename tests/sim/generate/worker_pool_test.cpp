@@ -1,4 +1,4 @@
-// The processes that play scenarios side by side.
+// The processes that run scenarios in parallel.
 
 #include "sim/generate/worker_pool.h"
 
@@ -43,7 +43,7 @@ class WorkerPoolTest : public ::testing::Test {
   test::ScratchFolder folder;
 };
 
-TEST_F(WorkerPoolTest, reportTheirResult) {
+TEST_F(WorkerPoolTest, reportsTheirResults) {
   const Verdict verdict = verdictOf([](const ShouldContinue&) {
     return Verdict{.result = Result::failed,
                    .begin = 1000,
@@ -66,7 +66,7 @@ TEST_F(WorkerPoolTest, reportTheirResult) {
   EXPECT_EQ(verdict.timedAction, 4U);
 }
 
-TEST_F(WorkerPoolTest, areAsManyAtATimeAsIsAskedFor) {
+TEST_F(WorkerPoolTest, runsTheRequestedNumberAtATime) {
   WorkerPool pool(2);
   const WorkerPool::Task play = [](const ShouldContinue&) { return Verdict{.result = Result::passed}; };
   pool.begin(1, play);
@@ -77,7 +77,7 @@ TEST_F(WorkerPoolTest, areAsManyAtATimeAsIsAskedFor) {
   EXPECT_TRUE(pool.allIdle());
 }
 
-TEST_F(WorkerPoolTest, areToldOfWhenTheyDie) {
+TEST_F(WorkerPoolTest, reportsCrashedWorkers) {
   const Verdict killed = verdictOf([](const ShouldContinue&) -> Verdict {
     static_cast<void>(std::fputs("so it ends\n", stderr));
     std::abort();
@@ -94,7 +94,7 @@ TEST_F(WorkerPoolTest, areToldOfWhenTheyDie) {
   EXPECT_THAT(threw.seen, HasSubstr("with status 1; its standard error ended:\nno memory"));
 }
 
-TEST_F(WorkerPoolTest, areKilledAfterTheTimeout) {
+TEST_F(WorkerPoolTest, killsWorkersAfterTheTimeout) {
   const Verdict verdict = verdictOf(
       [](const ShouldContinue&) -> Verdict {
         for (;;) ::pause();
@@ -104,7 +104,7 @@ TEST_F(WorkerPoolTest, areKilledAfterTheTimeout) {
   EXPECT_THAT(verdict.seen, HasSubstr("reported nothing"));
 }
 
-TEST_F(WorkerPoolTest, areCancelledOnRequest) {
+TEST_F(WorkerPoolTest, cancelsWorkersOnRequest) {
   WorkerPool pool(1);
   pool.begin(1, [](const ShouldContinue& shouldContinue) {
     double seconds = 0;
@@ -116,7 +116,7 @@ TEST_F(WorkerPoolTest, areCancelledOnRequest) {
   EXPECT_EQ(waitForAll(pool).at(0).verdict.result, Result::cancelled);
 }
 
-TEST_F(WorkerPoolTest, reportTheirProgress) {
+TEST_F(WorkerPoolTest, reportsTheirProgress) {
   WorkerPool pool(1);
   pool.begin(1, [](const ShouldContinue& shouldContinue) {
     double seconds = 0;
@@ -129,7 +129,7 @@ TEST_F(WorkerPoolTest, reportTheirProgress) {
   EXPECT_EQ(pool.secondsUnderWay(), 0);
 }
 
-TEST_F(WorkerPoolTest, leaveNothingBehind) {
+TEST_F(WorkerPoolTest, leavesNothingBehind) {
   {
     WorkerPool pool(2);
     pool.begin(1, [](const ShouldContinue&) -> Verdict {
@@ -144,7 +144,7 @@ TEST_F(WorkerPoolTest, leaveNothingBehind) {
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
-TEST_F(WorkerPoolTest, areOutOfReachOfTheTerminal) {
+TEST_F(WorkerPoolTest, isNotInterruptedByTheTerminal) {
   const Verdict verdict = verdictOf([](const ShouldContinue&) {
     return Verdict{.result = Result::passed, .seen = ::getpgrp() == ::getpid() ? "apart" : "together"};
   });

@@ -1,5 +1,5 @@
 // tests/sim/invariants/fake_observation.h
-// What invariants are shown by a test: a machine, and circumstances that the test sets.
+// The observation that a test gives to invariants: a machine, and circumstances that the test sets.
 #pragma once
 
 #include <optional>

@@ -1,5 +1,4 @@
-// The invariants of charge, keys and verdicts: each rule gets what it must accept and what it must
-// reject.
+// The invariants of charge, keys and verdicts: for each rule, what it must accept and what it must reject.
 
 #include <functional>
 #include <string>
@@ -69,10 +68,9 @@ class Invariants : public InvariantsFixture {
   std::optional<double> temp;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// 1: the exit gives back
+// --- 1: the exit gives back
 
-TEST_F(Invariants, wantTheKeysOpenAndTheLightGivenBackAfterAnExit) {
+TEST_F(Invariants, requireOpenKeysAndTheSystemsLightAfterAnExit) {
   iteration(80, ChargeState::hold, stops());
   end({.status = 0});
   EXPECT_THAT(found(), ElementsAre(1)) << "the stop";
@@ -87,7 +85,7 @@ TEST_F(Invariants, wantTheKeysOpenAndTheLightGivenBackAfterAnExit) {
   EXPECT_THAT(found(), ElementsAre(1)) << "the cut";
 }
 
-TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrHadNotStarted) {
+TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrNotYetStarted) {
   end({.status = 1});
   iteration(80, ChargeState::hold, stops());
   end({.signal = 9});
@@ -96,10 +94,9 @@ TEST_F(Invariants, exemptRefusedKeysAndProcessesThatWereKilledOrHadNotStarted) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 2: the hardware is as the state says
+// --- 2: the hardware matches the state
 
-TEST_F(Invariants, wantTheHardwareToMatchTheState) {
+TEST_F(Invariants, requireTheHardwareToMatchTheState) {
   iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), ElementsAre(2)) << "open in a hold";
   observation.givenDisturbances.disturbanceCount += 1;
@@ -110,7 +107,7 @@ TEST_F(Invariants, wantTheHardwareToMatchTheState) {
   EXPECT_THAT(found(), ElementsAre(2)) << "stopped in allow";
 }
 
-TEST_F(Invariants, wantAKeyThatWasUndoneToBeSetAgainButNotOneThatNobodyLooksAfter) {
+TEST_F(Invariants, requireALostKeyToBeSetAgainIfTheDaemonChecksIt) {
   iteration(80, ChargeState::hold, stops());
   mac.keyBytes("CHTE", {0, 0, 0, 0});
   mac.keyBytes("CHIE", {0x08});
@@ -125,10 +122,9 @@ TEST_F(Invariants, wantAKeyThatWasUndoneToBeSetAgainButNotOneThatNobodyLooksAfte
   EXPECT_THAT(found(), IsEmpty()) << "it does not obey";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 3: no cut over open
+// --- 3: no cut while charging is allowed
 
-TEST_F(Invariants, wantTheChargingStoppedBeforeTheAdapterIsCut) {
+TEST_F(Invariants, requireChargingStoppedBeforeTheAdapterIsCut) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, discharges);
   EXPECT_THAT(found(), IsEmpty());
@@ -140,7 +136,7 @@ TEST_F(Invariants, wantTheChargingStoppedBeforeTheAdapterIsCut) {
   EXPECT_THAT(found(), ElementsAre(3)) << "opened before the adapter came back";
 }
 
-TEST_F(Invariants, wantTheRightOrderAtTheExitToo) {
+TEST_F(Invariants, requireTheRightOrderAtTheExitToo) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, discharges);
   end({.status = 0}, [] {
@@ -150,7 +146,7 @@ TEST_F(Invariants, wantTheRightOrderAtTheExitToo) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, exemptACutThatSomebodyElseMade) {
+TEST_F(Invariants, exemptACutByAnotherProgram) {
   iteration(70, ChargeState::allow);
   mac.keyBytes("CHIE", {0x08});
   observation.givenDisturbances.disturbanceCount += 1;
@@ -158,12 +154,11 @@ TEST_F(Invariants, exemptACutThatSomebodyElseMade) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 4: cut only when wanted
+// --- 4: cuts only with a reason
 
-TEST_F(Invariants, wantAReasonForEachCut) {
+TEST_F(Invariants, requireAReasonForEachCut) {
   const auto cutAt = [this](std::int64_t pct) {
-    observation.givenDisturbances.disturbanceCount += 1;  // so that there is something to write
+    observation.givenDisturbances.disturbanceCount += 1;  // so that a write is expected
     iteration(pct, ChargeState::discharge, discharges);
     return found();
   };
@@ -187,7 +182,7 @@ TEST_F(Invariants, wantAReasonForEachCut) {
   EXPECT_THAT(cutAt(90), ElementsAre(7, 4)) << "no adapter";
 }
 
-TEST_F(Invariants, takeACalibrationForAReasonDownToItsTarget) {
+TEST_F(Invariants, acceptACalibrationAsAReasonDownToItsTarget) {
   settings.calDrain = 15;
   gCal.phase = CalPhase::drain;
   const auto cutAt = [this](std::int64_t pct) {
@@ -203,7 +198,7 @@ TEST_F(Invariants, takeACalibrationForAReasonDownToItsTarget) {
   EXPECT_THAT(cutAt(81), ElementsAre(4));
 }
 
-TEST_F(Invariants, letNothingButATickCut) {
+TEST_F(Invariants, allowACutOnlyInATick) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, discharges);
   cuts();
@@ -217,7 +212,7 @@ TEST_F(Invariants, letNothingButATickCut) {
   EXPECT_THAT(found(), ElementsAre(3, 4));
 }
 
-TEST_F(Invariants, letADischargeBeGivenUpRightAfterALostCutWasWrittenBack) {
+TEST_F(Invariants, allowAFailedDischargeRightAfterALostCutWasWrittenBack) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, discharges);
   iteration(90, ChargeState::hold, [] {
@@ -228,10 +223,9 @@ TEST_F(Invariants, letADischargeBeGivenUpRightAfterALostCutWasWrittenBack) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 5 to 8 and 10: the state that a tick ends in
+// --- 5 to 8 and 10: the state that a tick ends in
 
-TEST_F(Invariants, wantNoDischargeInTheDarkButACalibrations) {
+TEST_F(Invariants, forbidADischargeInADarkWakeExceptForACalibration) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, discharges);
   mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
@@ -239,14 +233,14 @@ TEST_F(Invariants, wantNoDischargeInTheDarkButACalibrations) {
   EXPECT_THAT(found(), ElementsAre(5));
   mac.number(ChangeKind::capabilities, -1);
   iteration(90, ChargeState::discharge);
-  EXPECT_THAT(found(), IsEmpty()) << "nobody can tell";
+  EXPECT_THAT(found(), IsEmpty()) << "nobody can read it";
   mac.number(ChangeKind::capabilities, virtual_mac::darkWake);
   gCal.phase = CalPhase::restore;
   iteration(90, ChargeState::discharge);
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, wantTheGateOpenWhenSwitchedOff) {
+TEST_F(Invariants, requireAnOpenGateWhenSwitchedOff) {
   settings.enabled = false;
   iteration(90, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
@@ -257,7 +251,7 @@ TEST_F(Invariants, wantTheGateOpenWhenSwitchedOff) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, wantTheGateOpenOnBattery) {
+TEST_F(Invariants, requireAnOpenGateOnBattery) {
   mac.unplug();
   iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), ElementsAre(7));
@@ -269,10 +263,10 @@ TEST_F(Invariants, wantTheGateOpenOnBattery) {
   iteration(16, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
   iteration(15, ChargeState::allow, stops(false));
-  EXPECT_THAT(found(), ElementsAre(7)) << "the drain has arrived";
+  EXPECT_THAT(found(), ElementsAre(7)) << "the drain has reached its target";
 }
 
-TEST_F(Invariants, askThePowerSourceWhereTheControllerReportsNoAdapter) {
+TEST_F(Invariants, useThePowerSourceIfTheControllerReportsNoAdapter) {
   mac.removeKey("AC-W");
   iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
@@ -281,7 +275,7 @@ TEST_F(Invariants, askThePowerSourceWhereTheControllerReportsNoAdapter) {
   EXPECT_THAT(found(), ElementsAre(7));
 }
 
-TEST_F(Invariants, wantAHotBatteryHeld) {
+TEST_F(Invariants, requireAHoldForAHotBattery) {
   settings.thermal = true;
   settings.thermalLimit = 40;
   temp = 39.9;
@@ -301,7 +295,7 @@ TEST_F(Invariants, wantAHotBatteryHeld) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, wantNothingOpenAtTheLimit) {
+TEST_F(Invariants, forbidAnOpenGateAtTheLimit) {
   iteration(79, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
   iteration(80, ChargeState::allow);
@@ -327,10 +321,9 @@ TEST_F(Invariants, knowTheBand) {
   EXPECT_EQ(band(80, 5), (Bounds{80, 79}));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 9: the ceiling
+// --- 9: the ceiling
 
-TEST_F(Invariants, wantTheChargeToStayBelowTheCeiling) {
+TEST_F(Invariants, requireTheChargeToStayBelowTheCeiling) {
   mac.charge(79);
   iteration(79, ChargeState::allow);
   mac.charge(80.9);
@@ -341,7 +334,7 @@ TEST_F(Invariants, wantTheChargeToStayBelowTheCeiling) {
   EXPECT_THAT(found(), ElementsAre(9));
 }
 
-TEST_F(Invariants, excuseAChargeThatTheDaemonCouldNotStop) {
+TEST_F(Invariants, exemptAChargeThatTheDaemonCouldNotStop) {
   const auto risesAfter = [this](const TestedAction& action) {
     mac.charge(79);
     iteration(79, ChargeState::allow);
@@ -366,16 +359,15 @@ TEST_F(Invariants, excuseAChargeThatTheDaemonCouldNotStop) {
               IsEmpty());
 }
 
-TEST_F(Invariants, excuseAChargeThatWasTooHighFromTheStart) {
+TEST_F(Invariants, exemptAChargeThatWasTooHighFromTheStart) {
   mac.charge(90);
   iteration(90, ChargeState::hold, stops());
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 11: hysteresis
+// --- 11: hysteresis
 
-TEST_F(Invariants, wantTheBandClosedDownToItsFloor) {
+TEST_F(Invariants, requireAClosedGateDownToTheLowerEdge) {
   iteration(80, ChargeState::hold, stops());
   iteration(76, ChargeState::allow, stops(false));
   EXPECT_THAT(found(), ElementsAre(11));
@@ -384,7 +376,7 @@ TEST_F(Invariants, wantTheBandClosedDownToItsFloor) {
   EXPECT_THAT(found(), IsEmpty()) << "the floor was reached";
 }
 
-TEST_F(Invariants, letTheBandOpenForOtherSettingsAndAfterAGap) {
+TEST_F(Invariants, allowAnOpenGateInsideTheBandForNewSettingsAndAfterAGap) {
   iteration(80, ChargeState::hold, stops());
   settings.discharge = true;
   iteration(78, ChargeState::allow, stops(false));
@@ -397,7 +389,7 @@ TEST_F(Invariants, letTheBandOpenForOtherSettingsAndAfterAGap) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, keepTheBandInMindOnBattery) {
+TEST_F(Invariants, rememberTheLimitFlagOnBattery) {
   iteration(80, ChargeState::hold, stops());
   mac.unplug();
   gLastPlugged = false;
@@ -409,10 +401,9 @@ TEST_F(Invariants, keepTheBandInMindOnBattery) {
   EXPECT_THAT(found(), ElementsAre(11));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 12: only own keys
+// --- 12: only own keys
 
-TEST_F(Invariants, wantNoOtherKeysWritten) {
+TEST_F(Invariants, forbidWritesToOtherKeys) {
   iteration(80, ChargeState::hold, [] {
     stops()();
     EXPECT_TRUE(writeKey("ACLC", test::Bytes{LED_GREEN}));
@@ -428,7 +419,7 @@ TEST_F(Invariants, wantNoOtherKeysWritten) {
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
-TEST_F(Invariants, letALeftoverBeUndoneOnceAtTheStart) {
+TEST_F(Invariants, allowALeftoverCutToBeUndoneAtTheStart) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   observation.givenSummary.cutWasLeft = true;
   const auto undo = [] { EXPECT_TRUE(writeKey("CHIE", test::Bytes{0})); };
@@ -436,17 +427,17 @@ TEST_F(Invariants, letALeftoverBeUndoneOnceAtTheStart) {
   iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), IsEmpty());
   iteration(80, ChargeState::allow, undo);
-  EXPECT_THAT(found(), ElementsAre(12)) << "no longer the start";
+  EXPECT_THAT(found(), ElementsAre(12)) << "the first phase is over";
 }
 
-TEST_F(Invariants, wantALeftoverToBeOne) {
+TEST_F(Invariants, allowThatOnlyForALeftoverCut) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   EXPECT_TRUE(writeKey("CHIE", test::Bytes{0}));
   iteration(80, ChargeState::allow);
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
-TEST_F(Invariants, wantALeftoverUndoneOnlyOnce) {
+TEST_F(Invariants, allowThatOnlyOnce) {
   gGate.reset();
   observation.givenSummary.cutWasLeft = true;
   for (const char* key : {"CHIE", "ACLC", "CHIE"}) EXPECT_TRUE(writeKey(key, test::Bytes{0}));
@@ -454,10 +445,9 @@ TEST_F(Invariants, wantALeftoverUndoneOnlyOnce) {
   EXPECT_THAT(found(), ElementsAre(12));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 13: quiet when steady
+// --- 13: no writes while nothing changes
 
-TEST_F(Invariants, wantNothingWrittenWhileNothingChanges) {
+TEST_F(Invariants, forbidWritesWhileNothingChanges) {
   iteration(80, ChargeState::hold, stops());
   iteration(80, ChargeState::hold);
   EXPECT_THAT(found(), IsEmpty());
@@ -465,10 +455,10 @@ TEST_F(Invariants, wantNothingWrittenWhileNothingChanges) {
   EXPECT_THAT(found(), ElementsAre(13));
   observation.givenDisturbances.disturbanceCount += 1;
   iteration(80, ChargeState::hold, stops());
-  EXPECT_THAT(found(), IsEmpty()) << "something had to be put right";
+  EXPECT_THAT(found(), IsEmpty()) << "a repair was necessary";
 }
 
-TEST_F(Invariants, letAStateBeWrittenThatWasLeftInBetween) {
+TEST_F(Invariants, allowAStateToBeWrittenAgainIfItWasLeftInBetween) {
   iteration(77, ChargeState::allow);
   stops()();
   gState = ChargeState::hold;
@@ -480,16 +470,15 @@ TEST_F(Invariants, letAStateBeWrittenThatWasLeftInBetween) {
   iteration();
   gDormant = false;
   iteration(77, ChargeState::allow);
-  EXPECT_THAT(found(), IsEmpty()) << "the app was away";
+  EXPECT_THAT(found(), IsEmpty()) << "the app was missing";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 22, 23 and 33: what is said
+// --- 22, 23 and 33: log lines
 
 constexpr const char* gaveUp =
     "⚠️ forced discharge has no effect: the adapter cut will not stay written — …";
 
-TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
+TEST_F(Invariants, requireFiveAttemptsInOrder) {
   const auto attempts = [this](std::initializer_list<int> numbers) {
     for (const int number : numbers) {
       logs("adapter cut released — writing it back (CHIE, attempt " + std::to_string(number) + ")");
@@ -506,7 +495,7 @@ TEST_F(Invariants, wantFiveAttemptsInTheirOrder) {
   EXPECT_THAT(attempts({3}), ElementsAre(22)) << "one left out";
 }
 
-TEST_F(Invariants, wantAGivenUpDischargeToRestUntilItIsRearmed) {
+TEST_F(Invariants, forbidAFailedDischargeUntilItIsRearmed) {
   settings.discharge = true;
   iteration(90, ChargeState::discharge, [this] {
     discharges();
@@ -523,7 +512,7 @@ TEST_F(Invariants, wantAGivenUpDischargeToRestUntilItIsRearmed) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, forgetLinesFromBeforeAFullDisk) {
+TEST_F(Invariants, ignoreLinesFromBeforeAFullDisk) {
   const std::string summary = "cap 80%  batt 80%";
   const std::string verdict = "limit verified: charging really does stop";
   for (const std::string& line : {summary, verdict, std::string("→ state: hold")}) logs(line);
@@ -536,7 +525,7 @@ TEST_F(Invariants, forgetLinesFromBeforeAFullDisk) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(Invariants, wantVerdictsToAlternate) {
+TEST_F(Invariants, requireAlternatingVerdicts) {
   const std::string works = "limit verified: charging really does stop";
   const std::string fails = "⚠️ the limit has no effect: charging continues despite the stop …";
   for (const std::string& line : {works, fails, works}) logs(line);
@@ -547,7 +536,7 @@ TEST_F(Invariants, wantVerdictsToAlternate) {
   EXPECT_THAT(found(), ElementsAre(23));
 }
 
-TEST_F(Invariants, wantNoSummaryAndNoStateTwice) {
+TEST_F(Invariants, forbidARepeatedSummaryOrState) {
   logs("brisko-daemon started (event-driven) — config /c. charging via CHTE, LED OK, state=hold");
   logs("cap 80%  batt 80%");
   logs("→ state: hold");
@@ -564,7 +553,7 @@ TEST_F(Invariants, wantNoSummaryAndNoStateTwice) {
   logs("app gone — charge, adapter and LED handed back to macOS; service dormant (…)");
   logs("→ state: allow");
   iteration();
-  EXPECT_THAT(found(), IsEmpty()) << "it was left without a word";
+  EXPECT_THAT(found(), IsEmpty()) << "it was left without a log line";
 }
 
 }  // namespace

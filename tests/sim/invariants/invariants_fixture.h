@@ -1,5 +1,5 @@
 // tests/sim/invariants/invariants_fixture.h
-// Runs the invariants' rules on ticks whose decisions and writes a test makes itself.
+// Runs the invariants' rules on ticks whose decisions and writes the test makes itself.
 #pragma once
 
 #include <functional>
@@ -28,7 +28,7 @@ class InvariantsFixture : public test::OnVirtualMac {
     observation.givenSummary.journalSeen = written();
   }
 
-  // Reports a tick that does `action`; `finish` adds to the record what the tick came to.
+  // Reports a tick that does `action`; `finish` adds the tick's result to the record.
   void runTick(const TestedAction& action, const std::function<void(TickRecord&)>& finish) {
     TickRecord tick{.at = observation.machine().now, .journalFrom = written(), .before = gState};
     for (const auto& rule : rules_) rule->tickBegins(observation, violated_);

@@ -1,5 +1,5 @@
-// The invariants of records, sleep, macOS's own limit and the process itself: each rule gets what it
-// must accept and what it must reject, on both sides of every border.
+// The invariants of records, sleep, macOS's own limit and the process itself: for each rule, what it must
+// accept and what it must reject, on both sides of every boundary.
 
 #include <csignal>
 #include <functional>
@@ -66,7 +66,7 @@ class ProcessInvariants : public InvariantsFixture {
     endProcess(how, action, {checkRecordsAtEnd, checkSleepAtEnd, checkNativeAtEnd, checkProcessAtEnd});
   }
 
-  // A change that the daemon and the machine make together.
+  // A change of the machine in an iteration of the daemon.
   void happens(const std::function<void(virtual_mac::Machine&, virtual_mac::Journal&)>& what) {
     const auto update = mac.store().update();
     what(update.machine(), update.journal());
@@ -96,23 +96,21 @@ class ProcessInvariants : public InvariantsFixture {
   }
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// 14: erased data
+// --- 14: erased data
 
-TEST_F(ProcessInvariants, wantNothingBackAfterAllDataWasErased) {
+TEST_F(ProcessInvariants, forbidFilesAfterAllDataWasErased) {
   iteration({statsPath});
   gPurged = true;
   iteration({logPath});
   EXPECT_THAT(found(), IsEmpty())
-      << "in the iteration of the erasure files are written before they are removed";
+      << "in the iteration of the purge, files are written before they are removed";
   iteration({statsPath});
   EXPECT_THAT(found(), ElementsAre(14));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 15: the log
+// --- 15: the log
 
-TEST_F(ProcessInvariants, wantLogLinesOfATimeTwoBlanksAndAText) {
+TEST_F(ProcessInvariants, requireATimeTwoBlanksAndATextInLogLines) {
   const std::string good = "2026-03-01T08:15:30Z  veille\n";
   writes(logPath, good);
   EXPECT_THAT(found(), IsEmpty());
@@ -125,7 +123,7 @@ TEST_F(ProcessInvariants, wantLogLinesOfATimeTwoBlanksAndAText) {
   }
 }
 
-TEST_F(ProcessInvariants, wantALogNoLongerThanItsCapUnlessItIsOneLine) {
+TEST_F(ProcessInvariants, limitTheLogToItsCapUnlessItIsOneLine) {
   const std::string stamp = "2026-03-01T08:15:30Z  ";
   const auto cap = static_cast<std::size_t>(LogFile::defaultCap);
   const auto lineOf = [&](std::size_t size) {
@@ -142,7 +140,7 @@ TEST_F(ProcessInvariants, wantALogNoLongerThanItsCapUnlessItIsOneLine) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantOneGenerationOfTheLogUnlessOthersAreAtWorkThere) {
+TEST_F(ProcessInvariants, allowOnePreviousLogUnlessOthersAddFiles) {
   iteration({"/Library/Logs/Brisko/daemon.log.1", "/Library/Logs/Brisko/daemon.err.log"});
   EXPECT_THAT(found(), IsEmpty());
   iteration({"/Library/Logs/Brisko/daemon.log.2"});
@@ -152,10 +150,9 @@ TEST_F(ProcessInvariants, wantOneGenerationOfTheLogUnlessOthersAreAtWorkThere) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 16: the status
+// --- 16: the status
 
-TEST_F(ProcessInvariants, wantTheSameStatusFifteenSecondsLater) {
+TEST_F(ProcessInvariants, requireAnUnchangedStatusForFifteenSeconds) {
   const auto status = [](const std::string& time, int percent) {
     return R"({"cal":{"phase":"idle"},"pct":)" + std::to_string(percent) + R"(,"ts":)" + time + "}";
   };
@@ -168,7 +165,7 @@ TEST_F(ProcessInvariants, wantTheSameStatusFifteenSecondsLater) {
   EXPECT_THAT(found(), IsEmpty()) << "another";
 }
 
-TEST_F(ProcessInvariants, wantAWholeStatusUnlessTheDiskIsFull) {
+TEST_F(ProcessInvariants, requireAWholeStatusUnlessTheDiskIsFull) {
   writes(statusPath, R"({"ts":1)");
   EXPECT_THAT(found(), ElementsAre(16));
   writes(statusPath, R"([{"ts":1.0}])");
@@ -178,8 +175,7 @@ TEST_F(ProcessInvariants, wantAWholeStatusUnlessTheDiskIsFull) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 17: the history
+// --- 17: the history
 
 class HistoryLines : public ProcessInvariants {
  protected:
@@ -202,7 +198,7 @@ TEST_F(HistoryLines, areAtLeast55SecondsApart) {
   EXPECT_THAT(found(), IsEmpty()) << "another state";
 }
 
-TEST_F(HistoryLines, areAtLeast300SecondsApartWhenTheyAreTheSame) {
+TEST_F(HistoryLines, areAtLeast300SecondsApartIfNothingChanged) {
   line(1000, R"("ct":310,"p":80,"s":"hold",)");
   line(1299, R"("ct":313,"p":80,"s":"hold",)");
   EXPECT_THAT(found(), ElementsAre(17));
@@ -212,15 +208,14 @@ TEST_F(HistoryLines, areAtLeast300SecondsApartWhenTheyAreTheSame) {
   EXPECT_THAT(found(), IsEmpty()) << "half a degree";
 }
 
-TEST_F(HistoryLines, areForgottenByTheNextProcess) {
+TEST_F(HistoryLines, areComparedWithinAProcessOnly) {
   line(1000, R"("p":80,"s":"hold",)");
   startChecking();
   line(1001, R"("p":80,"s":"hold",)");
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 28: protected time
+// --- 28: protected time
 
 class ProtectedSeconds : public ProcessInvariants {
  protected:
@@ -237,7 +232,7 @@ class ProtectedSeconds : public ProcessInvariants {
   }
 };
 
-TEST_F(ProtectedSeconds, growByAMinuteAtMost) {
+TEST_F(ProtectedSeconds, growByAtMostAMinute) {
   ticks(60);
   EXPECT_THAT(found(), IsEmpty());
   ticks(60.1);
@@ -257,7 +252,7 @@ TEST_F(ProtectedSeconds, growWhileHeldOrDischargedOnTheAdapterOnly) {
   EXPECT_THAT(found(), ElementsAre(28));
 }
 
-TEST_F(ProtectedSeconds, fallByAResetOrAClockThatWasSetBackOnly) {
+TEST_F(ProtectedSeconds, fallOnlyByAResetOrAClockThatWasSetBack) {
   ticks(20);
   ticks(-5);
   EXPECT_THAT(found(), ElementsAre(28));
@@ -269,10 +264,9 @@ TEST_F(ProtectedSeconds, fallByAResetOrAClockThatWasSetBackOnly) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 29: requests
+// --- 29: requests
 
-TEST_F(ProcessInvariants, wantARequestWithdrawnForGoodUnlessSomebodyAsksAnew) {
+TEST_F(ProcessInvariants, forbidAClearedRequestToReturnUnlessItIsMadeAgain) {
   tick();
   settings.topUp = true;
   gTopUpSince = 1;
@@ -283,7 +277,7 @@ TEST_F(ProcessInvariants, wantARequestWithdrawnForGoodUnlessSomebodyAsksAnew) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantATopUpToEndWithTheAdapterAndWithItsHours) {
+TEST_F(ProcessInvariants, requireATopUpToEndWithTheAdapterAndAfterItsHours) {
   settings.topUp = true;
   settings.topUpHours = 1;
   gTopUpSince = virtual_mac::wallClock(observation.machine()) - 3600;
@@ -300,7 +294,7 @@ TEST_F(ProcessInvariants, wantATopUpToEndWithTheAdapterAndWithItsHours) {
   EXPECT_THAT(found(), ElementsAre(29));
 }
 
-TEST_F(ProcessInvariants, wantTheStatisticsToBeginAnewTwiceAtMost) {
+TEST_F(ProcessInvariants, allowTheStatisticsToBeResetTwice) {
   settings.resetStats = true;
   const auto resets = [this] { gStatsSince = virtual_mac::wallClock(observation.machine()); };
   tick(resets);
@@ -314,10 +308,9 @@ TEST_F(ProcessInvariants, wantTheStatisticsToBeginAnewTwiceAtMost) {
   EXPECT_THAT(found(), ElementsAre(29)) << "never";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 18 to 21: sleep
+// --- 18 to 21: sleep
 
-TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
+TEST_F(ProcessInvariants, allowOneWakeAndNoneAfterAFullWakeOrWhileDormant) {
   schedulesWakeIn(600);
   iteration();
   EXPECT_THAT(found(), IsEmpty()) << "an earlier process's";
@@ -336,11 +329,11 @@ TEST_F(ProcessInvariants, wantOneWakeAtMostAndNoneAfterAFullWakeOrAtRest) {
   EXPECT_THAT(found(), ElementsAre(18)) << "two";
 }
 
-TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
+TEST_F(ProcessInvariants, forbidAScheduledWakeAfterAnExit) {
   iteration();
   schedulesWakeIn(700);
   end({.signal = SIGKILL});
-  EXPECT_THAT(found(), ElementsAre(32)) << "nobody killed it";
+  EXPECT_THAT(found(), ElementsAre(32)) << "no kill was sent";
   end({.status = 0});
   EXPECT_THAT(found(), ElementsAre(18));
   happens([](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
@@ -351,7 +344,7 @@ TEST_F(ProcessInvariants, wantNoWakeLeftByAnExit) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
+TEST_F(ProcessInvariants, requireAClosedGateBeforeASleepInsideTheBand) {
   mac.charge(75);
   ASSERT_TRUE(gGate->setCharging(true));
   receives(PowerMessage::systemWillSleep, 1);
@@ -371,7 +364,7 @@ TEST_F(ProcessInvariants, wantTheBandFrozenBeforeASleep) {
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
-TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
+TEST_F(ProcessInvariants, requireOneWakeIn5To45MinutesForASleepBelowTheBand) {
   mac.charge(74);
   gState = ChargeState::allow;
   tick();
@@ -394,7 +387,7 @@ TEST_F(ProcessInvariants, wantOneWakeInFiveTo45MinutesForASleepBelowTheBand) {
   EXPECT_THAT(sleepsWithWakeIn(300), ElementsAre(19)) << "on battery";
 }
 
-TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
+TEST_F(ProcessInvariants, forbidAChangeOfStateBeforeASleepOnBattery) {
   mac.unplug();
   gState = ChargeState::allow;
   tick();
@@ -408,7 +401,7 @@ TEST_F(ProcessInvariants, wantTheStateLeftAloneBeforeASleepOnBattery) {
   EXPECT_THAT(found(), ElementsAre(19));
 }
 
-TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
+TEST_F(ProcessInvariants, requireOneAnswerToEachMessageAtOnce) {
   receives(PowerMessage::canSystemSleep, 1);
   iteration();
   EXPECT_THAT(found(), IsEmpty());
@@ -419,10 +412,10 @@ TEST_F(ProcessInvariants, wantEachMessageAnsweredOnceAndAtOnce) {
   iteration();
   EXPECT_THAT(found(), ElementsAre(20));
   end({.status = 0}, [this] { receives(PowerMessage::canSystemSleep, 0); });
-  EXPECT_THAT(found(), ElementsAre(20)) << "an exit before the answer";
+  EXPECT_THAT(found(), ElementsAre(20)) << "the process exits before the answer";
 }
 
-TEST_F(ProcessInvariants, wantTicksQuietForThirtySecondsAfterTheAnnouncement) {
+TEST_F(ProcessInvariants, forbidTicksForThirtySecondsAfterTheAnnouncement) {
   ASSERT_TRUE(gGate->setCharging(true));
   const auto ticks = [this] {
     tick([] { ASSERT_TRUE(gGate->setCharging(true)); });
@@ -443,8 +436,7 @@ TEST_F(ProcessInvariants, wantTicksQuietForThirtySecondsAfterTheAnnouncement) {
   EXPECT_THAT(ticks(), Not(Contains(21))) << "awake again";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 24 to 26: macOS's own limit
+// --- 24 to 26: macOS's own limit
 
 class NativeInvariants : public ProcessInvariants {
  protected:
@@ -455,7 +447,7 @@ class NativeInvariants : public ProcessInvariants {
     gGate = ChargeGate{.charge = ChargeKeys::macOSLimit, .cut = AdapterCutKey::none};
     gNativeBefore = 100;
     happens([](virtual_mac::Machine& machine, virtual_mac::Journal&) {
-      machine.limit.delay = 1e9;  // macOS takes its time
+      machine.limit.delay = 1e9;  // macOS applies it late
     });
   }
 
@@ -465,7 +457,7 @@ class NativeInvariants : public ProcessInvariants {
     });
   }
 
-  // The tick writes the target, for the first time or again.
+  // A tick that writes the target, for the first time or again.
   void writesTarget(std::int64_t target) {
     tick([&] {
       sets(target);
@@ -475,7 +467,7 @@ class NativeInvariants : public ProcessInvariants {
   }
 };
 
-TEST_F(NativeInvariants, wantNothingSetBeforeTheLimitOfBeforeIsKnown) {
+TEST_F(NativeInvariants, forbidSettingALimitBeforeThePreviousOneIsKnown) {
   writesTarget(80);
   EXPECT_THAT(found(), IsEmpty());
   gNativeBefore.reset();
@@ -484,7 +476,7 @@ TEST_F(NativeInvariants, wantNothingSetBeforeTheLimitOfBeforeIsKnown) {
   EXPECT_THAT(found(), ElementsAre(24));
 }
 
-TEST_F(NativeInvariants, wantWhatTheSliderOffersAndPercentages) {
+TEST_F(NativeInvariants, requireStepsThroughTheClientAndPercentagesInThePreferences) {
   for (const int percent : {79, 82, 105}) {
     sets(percent);
     iteration();
@@ -505,7 +497,7 @@ TEST_F(NativeInvariants, wantWhatTheSliderOffersAndPercentages) {
   EXPECT_THAT(prefers(101), ElementsAre(24));
 }
 
-TEST_F(NativeInvariants, wantATargetWrittenAgainAfter90SecondsAndNotAfterTenMinutes) {
+TEST_F(NativeInvariants, requireARewriteEvery90SecondsForTenMinutes) {
   writesTarget(80);
   mac.pass(89.5);
   writesTarget(80);
@@ -515,7 +507,7 @@ TEST_F(NativeInvariants, wantATargetWrittenAgainAfter90SecondsAndNotAfterTenMinu
   EXPECT_THAT(found(), IsEmpty());
   mac.pass(420);
   writesTarget(80);
-  EXPECT_THAT(found(), IsEmpty()) << "the last moment but half a second";
+  EXPECT_THAT(found(), IsEmpty()) << "half a second before the end";
   mac.pass(90);
   writesTarget(80);
   EXPECT_THAT(found(), ElementsAre(24)) << "refused by now";
@@ -523,7 +515,7 @@ TEST_F(NativeInvariants, wantATargetWrittenAgainAfter90SecondsAndNotAfterTenMinu
   EXPECT_THAT(found(), IsEmpty()) << "another target";
 }
 
-TEST_F(NativeInvariants, wantWhatMacOSTookBackWrittenAgainOnce) {
+TEST_F(NativeInvariants, requireOneRewriteAfterMacOSChangedTheLimit) {
   writesTarget(80);
   mac.keyBytes("bfG0", {80});
   tick();
@@ -543,7 +535,7 @@ TEST_F(NativeInvariants, wantWhatMacOSTookBackWrittenAgainOnce) {
   EXPECT_THAT(found(), IsEmpty()) << "it was held in between";
 }
 
-TEST_F(NativeInvariants, wantTheLimitOfBeforeBackAfterAnExitUnlessIdle) {
+TEST_F(NativeInvariants, requireThePreviousLimitAfterAnExitUnlessIdle) {
   gNativeBefore = 90;
   writesTarget(80);
   end({.status = 0}, [this] { sets(90); });
@@ -564,7 +556,7 @@ TEST_F(NativeInvariants, wantTheLimitOfBeforeBackAfterAnExitUnlessIdle) {
   EXPECT_THAT(found(), ElementsAre(25)) << "idle";
 }
 
-TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
+TEST_F(NativeInvariants, forbidARefusedLimit) {
   settings.limit = 70;
   logs("⚠️ macOS won't hold 70% on this Mac (bfG0 reads 0) — holding 80% instead");
   iteration();
@@ -584,7 +576,7 @@ TEST_F(NativeInvariants, wantWhatWasRefusedNeverTriedAgain) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(NativeInvariants, wantAFloorForAsLongAsItIsNeeded) {
+TEST_F(NativeInvariants, requireAFloorForAsLongAsItIsNeeded) {
   gNativeWritten = 80;
   gNativeFloor = 80;
   settings.limit = 79;
@@ -599,10 +591,9 @@ TEST_F(NativeInvariants, wantAFloorForAsLongAsItIsNeeded) {
   EXPECT_THAT(found(), ElementsAre(26)) << "it was forgotten";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 27: the calibration
+// --- 27: the calibration
 
-TEST_F(ProcessInvariants, wantTheCalibrationInItsOrder) {
+TEST_F(ProcessInvariants, requireTheOrderOfTheCalibration) {
   gLastPct = 99;
   const auto becomes = [this](CalPhase phase) {
     tick([&] {
@@ -622,7 +613,7 @@ TEST_F(ProcessInvariants, wantTheCalibrationInItsOrder) {
   EXPECT_THAT(becomes(CalPhase::soak), ElementsAre(27));
 }
 
-TEST_F(ProcessInvariants, wantTwoMinutesOfSoakAtMostOnTheAdapterAtFullCharge) {
+TEST_F(ProcessInvariants, allowTwoMinutesOfSoakPerTickOnTheAdapterAtFullCharge) {
   gCal.phase = CalPhase::soak;
   gCal.phaseSince = virtual_mac::wallClock(observation.machine());
   gLastPct = 100;
@@ -642,7 +633,7 @@ TEST_F(ProcessInvariants, wantTwoMinutesOfSoakAtMostOnTheAdapterAtFullCharge) {
   EXPECT_THAT(banks(1), ElementsAre(27));
 }
 
-TEST_F(ProcessInvariants, wantFortyRunsAtMostAfterAFinish) {
+TEST_F(ProcessInvariants, allowFortyRunsAfterAFinish) {
   gCal.phase = CalPhase::restore;
   gCal.phaseSince = virtual_mac::wallClock(observation.machine());
   gCal.runs.resize(50);
@@ -654,10 +645,9 @@ TEST_F(ProcessInvariants, wantFortyRunsAtMostAfterAFinish) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 30: at rest
+// --- 30: dormant
 
-TEST_F(ProcessInvariants, wantNothingDrivenAndNothingPublishedWhileDormant) {
+TEST_F(ProcessInvariants, forbidWritesAndUpdatesWhileDormant) {
   gDormant = true;
   ASSERT_TRUE(gGate->setCharging(false));
   iteration({statusPath});
@@ -672,7 +662,7 @@ TEST_F(ProcessInvariants, wantNothingDrivenAndNothingPublishedWhileDormant) {
   }
 }
 
-TEST_F(ProcessInvariants, wantNewSettingsOfTheAppKeptAlsoWhileDormant) {
+TEST_F(ProcessInvariants, requireNewSettingsToBeStoredAlsoWhileDormant) {
   gDormant = true;
   iteration();
   const std::uint64_t number = mac.apply(R"({"limit": 70})");
@@ -684,10 +674,9 @@ TEST_F(ProcessInvariants, wantNewSettingsOfTheAppKeptAlsoWhileDormant) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 31: replies
+// --- 31: replies
 
-TEST_F(ProcessInvariants, wantOneReplyToEachRequestWithoutDelay) {
+TEST_F(ProcessInvariants, requireOneReplyToEachRequestWithoutDelay) {
   const auto takes = [this](int replies) {
     const std::uint64_t number = mac.ask(RequestKind::restart);
     happens([&](virtual_mac::Machine& machine, virtual_mac::Journal& journal) {
@@ -707,10 +696,9 @@ TEST_F(ProcessInvariants, wantOneReplyToEachRequestWithoutDelay) {
   EXPECT_THAT(takes(2), Contains(31));
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// 32: the ends of a process
+// --- 32: the ends of a process
 
-TEST_F(ProcessInvariants, wantStatusesOfTheBook) {
+TEST_F(ProcessInvariants, requireADocumentedExitStatus) {
   end({.status = 0});
   end({.status = 1, .errors = "⛔️ not root\n"});
   end({.status = 2, .errors = "⛔️ no key\n"});
@@ -721,7 +709,7 @@ TEST_F(ProcessInvariants, wantStatusesOfTheBook) {
   EXPECT_THAT(found(), ElementsAre(32));
 }
 
-TEST_F(ProcessInvariants, wantSignalsThatSomebodySentAndFatalNumbersThatSomebodyWrote) {
+TEST_F(ProcessInvariants, requireACauseForEachSignalAndAbort) {
   end({.signal = SIGTERM});
   EXPECT_THAT(found(), ElementsAre(32));
   observation.givenDisturbances.signalsSent = 1U << SIGTERM;

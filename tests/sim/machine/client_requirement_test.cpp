@@ -13,25 +13,25 @@ std::string requirement(const std::string& identifier, const std::string& team) 
 }
 const std::string ours = requirement("com.brisko.Brisko", std::string(appTeam));
 
-TEST(ClientRequirement, letsTheAppInAndNobodyElse) {
+TEST(ClientRequirement, admitsOnlyTheApp) {
   EXPECT_TRUE(meets(findClient("app")->signature, ours));
   EXPECT_FALSE(meets(findClient("wrong-team")->signature, ours));
   EXPECT_FALSE(meets(findClient("wrong-app")->signature, ours));
   EXPECT_FALSE(meets(findClient("unsigned")->signature, ours));
 }
 
-TEST(ClientRequirement, looksAtTeamIdentifierAndAnchorEach) {
+TEST(ClientRequirement, checksTeamIdentifierAndAnchor) {
   const ClientSignature app = findClient("app")->signature;
   EXPECT_TRUE(meets(app, requirement(app.identifier, app.team)));
-  EXPECT_FALSE(meets({false, app.team, app.identifier}, ours)) << "a certificate of one's own making";
+  EXPECT_FALSE(meets({false, app.team, app.identifier}, ours)) << "a self-made certificate";
   EXPECT_FALSE(meets({true, "", app.identifier}, ours));
   EXPECT_FALSE(meets({true, app.team, ""}, ours));
   EXPECT_FALSE(meets({true, app.team + "X", app.identifier}, ours));
   EXPECT_FALSE(meets({true, app.team, app.identifier + ".Helper"}, ours));
-  EXPECT_FALSE(meets({true, app.team, "com.brisko.brisko"}, ours)) << "capital letters count";
+  EXPECT_FALSE(meets({true, app.team, "com.brisko.brisko"}, ours)) << "names are case-sensitive";
 }
 
-TEST(ClientRequirement, ofAnyOtherFormLetsNobodyIn) {
+TEST(ClientRequirement, admitsNobodyInAnyOtherForm) {
   const ClientSignature app = findClient("app")->signature;
   for (const std::string& text :
        {std::string(), std::string("anchor apple generic"),
@@ -49,7 +49,7 @@ TEST(ClientRequirement, ofAnyOtherFormLetsNobodyIn) {
   }
 }
 
-TEST(ClientRequirement, withAnEmptyTextOrAnEscapeLetsNobodyIn) {
+TEST(ClientRequirement, admitsNobodyWithAnEmptyTextOrAnEscape) {
   EXPECT_FALSE(meets({true, "", "com.brisko.Brisko"}, requirement("com.brisko.Brisko", "")));
   EXPECT_FALSE(meets({true, std::string(appTeam), ""}, requirement("", std::string(appTeam))));
   EXPECT_FALSE(meets({true, "A\\", "com.brisko.Brisko"}, requirement("com.brisko.Brisko", "A\\")));

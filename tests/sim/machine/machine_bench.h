@@ -1,5 +1,5 @@
 // tests/sim/machine/machine_bench.h
-// The bare record of a virtual Mac on the bench: no store, no seam, no daemon.
+// The record of a virtual Mac without a store, the seam or a daemon.
 #pragma once
 
 #include <algorithm>
@@ -61,7 +61,7 @@ class Bench {
     virtual_mac::advance(machine, machine.now + seconds);
     return *this;
   }
-  // True when the machine stopped for something that a process must hear of.
+  // True if the machine stopped for an event of which a process must be notified.
   bool passToNotice(double seconds) { return virtual_mac::advanceToNotice(machine, machine.now + seconds); }
 
   // The controller, by one exchange each.
@@ -84,7 +84,7 @@ class Bench {
   Outcome write(std::string_view name, const Bytes& bytes) {
     return command(6, name, static_cast<std::uint32_t>(bytes.size()), bytes);
   }
-  // What a read of the key shows; empty when it cannot be read.
+  // The value that a read of the key returns; empty if it cannot be read.
   Bytes read(std::string_view name) {
     if (info(name) != accepted) return {};
     const std::uint32_t size = load(output, 28);
@@ -107,7 +107,7 @@ class Bench {
   std::unique_ptr<virtual_mac::Journal> journal = std::make_unique<virtual_mac::Journal>();
 };
 
-// Every number of the machine that time moves, bit by bit.
+// Every number of the machine that changes with time, bit by bit.
 inline std::vector<std::uint64_t> movingBits(const virtual_mac::Machine& machine) {
   const virtual_mac::Battery& battery = machine.battery;
   const virtual_mac::Gauge& gauge = machine.gauge;

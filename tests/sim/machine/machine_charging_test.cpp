@@ -14,14 +14,14 @@ constexpr double hour = 3600;
 
 double current(const Bench& mac) { return mac.machine.battery.currentMA; }
 
-// A Mac that charges from `percent` on an adapter of `watts`, with nothing in the way.
+// A Mac that charges from `percent` on an adapter of `watts`, without a limit.
 Bench charging(std::string_view model, double percent, double watts, double loadWatts) {
   Bench mac({.gate = GateKind::chte, .percent = percent, .plugged = false}, model);
   mac.change(ChangeKind::load, loadWatts).change(ChangeKind::plug, watts);
   return mac;
 }
 
-// Minutes until `reached` says so, or a day.
+// Minutes until `reached` returns true, at most a day.
 template <typename Reached>
 double minutesUntil(Bench& mac, Reached reached) {
   const double start = mac.machine.now;
@@ -80,7 +80,7 @@ TEST(MachineCharging, reportsThatChargingEndedAndThatItIsFullInOnePublication) {
 }
 
 // An Air with its lid closed, from empty: minutes to half and to full.
-TEST(MachineCharging, fillsAnAirAsFastAsRealOnesAreFilled) {
+TEST(MachineCharging, chargesAnAirAsFastAsRealOnes) {
   struct Case {
     double watts, halfMinutes, fullMinutes;
   };
@@ -173,7 +173,7 @@ TEST(MachineCharging, staysEmptyOnBattery) {
   EXPECT_GT(level(mac.machine), 5);
 }
 
-// ---- who feeds whom
+// ---- the flow of power
 
 TEST(MachineCharging, drawsTheLoadFromTheBatteryWithoutAnAdapter) {
   Bench mac({.percent = 79, .plugged = false}, "pro14");
@@ -191,7 +191,7 @@ TEST(MachineCharging, letsNothingFlowOnTheAdapterWhileItIsStopped) {
   EXPECT_EQ(mac.machine.gauge.percent, 80);
 }
 
-TEST(MachineCharging, helpsAWeakAdapterOutOfTheBattery) {
+TEST(MachineCharging, supportsAWeakAdapterFromTheBattery) {
   Bench mac({.percent = 80});
   mac.change(ChangeKind::load, 20).change(ChangeKind::plug, 10).pass(hour);
   EXPECT_LT(current(mac), -700);
@@ -199,12 +199,12 @@ TEST(MachineCharging, helpsAWeakAdapterOutOfTheBattery) {
   EXPECT_FALSE(mac.machine.powerSource.charging);
   EXPECT_LT(mac.machine.gauge.percent, 80);
 
-  // Also while charging is stopped.
+  // The same while charging is stopped.
   mac.write("CHTE", {1, 0, 0, 0});
   EXPECT_LT(mac.pass(minute).machine.battery.currentMA, -700);
 }
 
-TEST(MachineCharging, letsATrickleThroughAStop) {
+TEST(MachineCharging, allowsATrickleWhileChargingIsStopped) {
   Bench mac({.percent = 80});
   mac.change(ChangeKind::trickle, 150);
   mac.write("CHTE", {1, 0, 0, 0});
@@ -222,7 +222,7 @@ TEST(MachineCharging, letsNoTrickleIntoAFullBattery) {
   EXPECT_EQ(current(mac), 0);
 }
 
-TEST(MachineCharging, needsLittleAsleepAndNothingSwitchedOff) {
+TEST(MachineCharging, drawsLittleAsleepAndNothingSwitchedOff) {
   Bench mac({.percent = 80, .plugged = false});
   const double before = level(mac.machine);
   mac.machine.system.asleep = true;
@@ -238,7 +238,7 @@ TEST(MachineCharging, needsLittleAsleepAndNothingSwitchedOff) {
 
 // ---- keys
 
-TEST(MachineCharging, isStoppedByTheStopValueOfEachKeyAlone) {
+TEST(MachineCharging, isStoppedOnlyByTheStopValueOfEachKey) {
   struct Case {
     GateKind gate;
     std::string key;
@@ -276,7 +276,7 @@ TEST(MachineCharging, runsFromTheBatteryWhileTheAdapterIsCut) {
   }
 }
 
-TEST(MachineCharging, doesNotFollowAKeyThatIsGone) {
+TEST(MachineCharging, ignoresAMissingKey) {
   Bench mac;
   mac.write("CHTE", {1, 0, 0, 0});
   mac.write("CHIE", {8});
@@ -317,7 +317,7 @@ TEST_F(MachineBand, stopsAtTheUpperEdgeAndStartsBelowTheLower) {
   EXPECT_FALSE(chargesAt(100));
 }
 
-TEST_F(MachineBand, goesByThePercentageThatPeopleSee) {
+TEST_F(MachineBand, usesThePercentageThatUsersSee) {
   arm(80, 75);
   EXPECT_TRUE(chargesAt(79.4));
   EXPECT_FALSE(chargesAt(79.6));
@@ -332,7 +332,7 @@ TEST_F(MachineBand, holdsTheChargeThereByItself) {
   EXPECT_EQ(mac.machine.gauge.currentMA, 0);
 }
 
-TEST_F(MachineBand, freesChargingWhenItIsDisarmed) {
+TEST_F(MachineBand, allowsChargingWhenItIsDisarmed) {
   arm(80, 75);
   EXPECT_FALSE(chargesAt(90));
   mac.write("bfF0", {0});
@@ -340,7 +340,7 @@ TEST_F(MachineBand, freesChargingWhenItIsDisarmed) {
   EXPECT_TRUE(chargesAt(90));
 }
 
-TEST_F(MachineBand, keepsItsDirectionWhenItIsArmedAnewAtOnce) {
+TEST_F(MachineBand, keepsItsDirectionWhenItIsRearmedAtOnce) {
   arm(80, 75);
   EXPECT_FALSE(chargesAt(80));
   EXPECT_FALSE(chargesAt(77));
@@ -360,7 +360,7 @@ TEST_F(MachineBand, continuesChargingWhenItFindsTheBatteryCharging) {
   EXPECT_TRUE(chargingIsOpen(mac.machine));
 }
 
-TEST_F(MachineBand, takesItsEdgesAsLittleEndianNumbers) {
+TEST_F(MachineBand, readsItsEdgesAsLittleEndianNumbers) {
   mac.write("bfD0", {80, 1, 0, 0});  // 336 %
   mac.write("bfE0", {75, 0, 0, 0});
   mac.write("bfF0", {2});
@@ -369,7 +369,7 @@ TEST_F(MachineBand, takesItsEdgesAsLittleEndianNumbers) {
 
 // ---- full, and full again
 
-TEST(MachineCharging, startsAnewOnlyBelowTheRechargeLevel) {
+TEST(MachineCharging, startsAgainOnlyBelowTheRechargeLevel) {
   Bench mac({.percent = 100});
   EXPECT_EQ(current(mac), 0);
   mac.change(ChangeKind::unplug);

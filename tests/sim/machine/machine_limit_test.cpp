@@ -1,5 +1,5 @@
-// The charge limit of macOS on the virtual Mac: what it takes, when, what the battery does under it, and who
-// else has a hand in it.
+// macOS's charge limit on the virtual Mac: which values it accepts and when it applies them, how the battery
+// reacts, and changes by the user and by other programs.
 
 #include <cmath>
 #include <optional>
@@ -25,7 +25,7 @@ class Limit : public ::testing::Test {
   explicit Limit(const MachineOptions& options = {.macOS = 27}) : mac(options) {}
 
   std::optional<bool> set(std::int64_t percent) { return setByClient(mac.machine, *mac.journal, percent); }
-  // As a program writes the preferences past the client.
+  // Writes the preferences directly, as a program without the client does.
   void write(std::int64_t percent) {
     store(LimitPreference::featureState, 1);
     store(LimitPreference::limitValue, percent);
@@ -36,7 +36,7 @@ class Limit : public ::testing::Test {
     storePreference(mac.machine, which,
                     {.kind = PreferenceKind::integer, .integer = number, .real = 0, .text = {}});
   }
-  // A limit that is enforced already.
+  // Sets a limit and waits until it is enforced.
   void holdAt(std::int64_t percent) {
     mac.change(ChangeKind::limit, static_cast<double>(percent)).pass(usualDelay);
   }
@@ -49,8 +49,7 @@ class Limit : public ::testing::Test {
   Bench mac;
 };
 
-// ---------------------------------------------------------------------------------------------------------
-// Taking
+// --- Applying a limit
 
 TEST_F(Limit, isNoneOnAFreshMac) {
   EXPECT_EQ(enforced(), 0);
@@ -59,7 +58,7 @@ TEST_F(Limit, isNoneOnAFreshMac) {
   EXPECT_EQ(clientSaysLimit(mac.machine), 100);
 }
 
-TEST_F(Limit, isKnownAtOnceAndEnforcedAfterTheDelay) {
+TEST_F(Limit, isReportedAtOnceAndEnforcedAfterTheDelay) {
   EXPECT_EQ(set(85), true);
   EXPECT_EQ(clientSaysEnabled(mac.machine), true);
   EXPECT_EQ(clientSaysLimit(mac.machine), 85);
@@ -69,7 +68,7 @@ TEST_F(Limit, isKnownAtOnceAndEnforcedAfterTheDelay) {
   EXPECT_THAT(mirror(), ElementsAre(85));
 }
 
-TEST_F(Limit, takesItsTimeAsTold) {
+TEST_F(Limit, isEnforcedAfterTheConfiguredDelay) {
   mac.change(ChangeKind::limitDelay, 120);
   EXPECT_EQ(set(80), true);
   mac.pass(119);
@@ -78,7 +77,7 @@ TEST_F(Limit, takesItsTimeAsTold) {
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, doesNotWaitAnewWhenItIsToldTheSameAgain) {
+TEST_F(Limit, doesNotRestartItsDelayForTheSameValue) {
   mac.change(ChangeKind::limitDelay, 120);
   write(75);
   mac.pass(90);
@@ -87,7 +86,7 @@ TEST_F(Limit, doesNotWaitAnewWhenItIsToldTheSameAgain) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, waitsAnewForAnotherValue) {
+TEST_F(Limit, restartsItsDelayForAnotherValue) {
   mac.change(ChangeKind::limitDelay, 120);
   write(75);
   mac.pass(90);
@@ -98,11 +97,11 @@ TEST_F(Limit, waitsAnewForAnotherValue) {
   EXPECT_EQ(enforced(), 70);
 }
 
-TEST_F(Limit, takesTheStepsOfTheSliderFromTheClientAndNothingElse) {
+TEST_F(Limit, acceptsOnlyTheStepsOfTheSliderFromTheClient) {
   for (const std::int64_t percent : {80, 85, 90, 95, 100}) EXPECT_EQ(set(percent), true) << percent;
   for (const std::int64_t percent : {-80, 0, 75, 79, 81, 99, 101, 105})
     EXPECT_EQ(set(percent), false) << percent;
-  EXPECT_EQ(clientSaysLimit(mac.machine), 100) << "what was refused changed nothing";
+  EXPECT_EQ(clientSaysLimit(mac.machine), 100) << "a refused change has no effect";
 }
 
 TEST_F(Limit, isTurnedOffByOneHundred) {
@@ -124,14 +123,14 @@ TEST_F(Limit, showsNoneAs100OnSomeMacs) {
   EXPECT_THAT(mirror(), ElementsAre(0));
 }
 
-TEST_F(Limit, canLackItsMirror) {
+TEST_F(Limit, canLackReadBack) {
   mac.key(ChangeKind::keyPresent, "bfG0", 0);
   holdAt(80);
   EXPECT_THAT(mirror(), ElementsAre());
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isReadInThePreferencesOnlyOnNotice) {
+TEST_F(Limit, isReadFromThePreferencesOnlyOnNotification) {
   store(LimitPreference::featureState, 1);
   store(LimitPreference::limitValue, 75);
   mac.pass(hour);
@@ -140,7 +139,7 @@ TEST_F(Limit, isReadInThePreferencesOnlyOnNotice) {
   mac.pass(hour);
   EXPECT_EQ(enforced(), 0);
   notify(mac.machine, *mac.journal, limitNotification);
-  store(LimitPreference::limitValue, 70);  // too late: it has been read
+  store(LimitPreference::limitValue, 70);  // too late: the preferences have been read
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 75);
 }
@@ -174,7 +173,7 @@ TEST_F(Limit, isOffWhereThePreferencesAreInvalid) {
   EXPECT_EQ(enforced(), 99);
 }
 
-TEST_F(Limit, belowTheSliderIsTakenIgnoredOrLifted) {
+TEST_F(Limit, isAcceptedIgnoredOrRaisedBelowTheSlider) {
   holdAt(90);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::ignored));
   write(79);
@@ -194,7 +193,7 @@ TEST_F(Limit, belowTheSliderIsTakenIgnoredOrLifted) {
   EXPECT_EQ(enforced(), 61);
 }
 
-TEST_F(Limit, offTheStepsIsTakenIgnoredOrRoundedDown) {
+TEST_F(Limit, isAcceptedIgnoredOrRoundedDownBetweenTheSteps) {
   holdAt(90);
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
   write(83);
@@ -202,7 +201,7 @@ TEST_F(Limit, offTheStepsIsTakenIgnoredOrRoundedDown) {
   EXPECT_EQ(enforced(), 90);
   write(85);
   mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 85) << "a step is taken all the same";
+  EXPECT_EQ(enforced(), 85) << "the step is still taken";
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::adjusted));
   write(84);
   mac.pass(usualDelay);
@@ -216,15 +215,14 @@ TEST_F(Limit, offTheStepsIsTakenIgnoredOrRoundedDown) {
   EXPECT_EQ(enforced(), 83);
 }
 
-TEST_F(Limit, belowTheSliderNeedsNoStep) {
+TEST_F(Limit, needsNoStepBelowTheSlider) {
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
   write(73);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 73);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The client
+// --- The client
 
 TEST_F(Limit, hasAClientThatCanBeAbsentInThreeWays) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::offered);
@@ -237,7 +235,7 @@ TEST_F(Limit, hasAClientThatCanBeAbsentInThreeWays) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::offered);
   EXPECT_EQ(calls().loads, 5U);
   mac.change(ChangeKind::limitClient, 4);
-  EXPECT_EQ(loadClient(mac.machine), LimitClient::offered) << "there is no fourth way";
+  EXPECT_EQ(loadClient(mac.machine), LimitClient::offered) << "there are only three ways";
 }
 
 TEST_F(Limit, isSupportedSomeTimeAfterBoot) {
@@ -265,7 +263,7 @@ TEST_F(Limit, canBeReadSomeTimeAfterBoot) {
   EXPECT_EQ(calls().limit, 2U);
 }
 
-TEST_F(Limit, canBeUnreadableUntilItIsHealed) {
+TEST_F(Limit, canBeUnreadableUntilItIsRepaired) {
   mac.change(ChangeKind::limitEnabledFails, 1);
   EXPECT_FALSE(clientSaysEnabled(mac.machine).has_value());
   EXPECT_TRUE(clientSaysLimit(mac.machine).has_value());
@@ -289,8 +287,7 @@ TEST_F(Limit, canBeRefusedToTheClient) {
   EXPECT_EQ(calls().sets, 3U);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The battery under it
+// --- The battery under it
 
 TEST_F(Limit, stopsChargingWhenItIsReached) {
   mac.change(ChangeKind::charge, 78);
@@ -304,7 +301,7 @@ TEST_F(Limit, stopsChargingWhenItIsReached) {
   EXPECT_TRUE(mac.machine.powerSource.onAdapter);
 }
 
-TEST_F(Limit, goesByThePercentageThatPeopleSee) {
+TEST_F(Limit, usesThePercentageThatUsersSee) {
   EXPECT_TRUE(limitLetsCharge(80, 79.49, true));
   EXPECT_FALSE(limitLetsCharge(80, 79.5, true));
   EXPECT_FALSE(limitLetsCharge(80, 74.5, false));
@@ -312,7 +309,7 @@ TEST_F(Limit, goesByThePercentageThatPeopleSee) {
   EXPECT_TRUE(limitLetsCharge(0, 100, false)) << "no limit";
 }
 
-TEST_F(Limit, restsWithinItsMarginOnceItWasReached) {
+TEST_F(Limit, holdsWithinItsMarginAfterItWasReached) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::unplug).change(ChangeKind::charge, 75).change(ChangeKind::plug, 30).pass(hour);
@@ -321,7 +318,7 @@ TEST_F(Limit, restsWithinItsMarginOnceItWasReached) {
   mac.change(ChangeKind::charge, 74).pass(1);
   EXPECT_GT(current(), 0);
   mac.pass(hour);
-  EXPECT_EQ(shown(), 80) << "and then it goes all the way";
+  EXPECT_EQ(shown(), 80) << "and then it charges to full";
 }
 
 TEST_F(Limit, remembersThatItWasReachedByCharging) {
@@ -332,14 +329,14 @@ TEST_F(Limit, remembersThatItWasReachedByCharging) {
   EXPECT_EQ(current(), 0);
 }
 
-TEST_F(Limit, isReachedFromWithinItsMarginByABatteryThatCharges) {
+TEST_F(Limit, isReachedByABatteryThatChargesWithinItsMargin) {
   mac.change(ChangeKind::charge, 77);
   holdAt(80);
   mac.pass(hour);
   EXPECT_EQ(shown(), 80);
 }
 
-TEST_F(Limit, startsChargingAnewWhenItIsRaisedByMoreThanItsMargin) {
+TEST_F(Limit, startsChargingAgainWhenItIsRaisedByMoreThanItsMargin) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   holdAt(85);
@@ -367,7 +364,7 @@ TEST_F(Limit, drainsTheBatteryDownToItOnSomeMacs) {
   EXPECT_TRUE(adapterReachesBattery(mac.machine));
   mac.pass(24 * hour);
   EXPECT_EQ(shown(), 80);
-  EXPECT_GT(level(mac.machine), 80.4) << "no further than people see";
+  EXPECT_GT(level(mac.machine), 80.4) << "no more than users see";
   EXPECT_EQ(current(), 0);
   mac.change(ChangeKind::charge, 90).change(ChangeKind::limitDrains, 0).pass(1);
   EXPECT_EQ(current(), 0);
@@ -395,7 +392,7 @@ TEST_F(Limit, holdsWhileTheMacIsOff) {
   EXPECT_EQ(shown(), 80);
 }
 
-TEST_F(Limit, letsTheBatteryFillUpOnceItIsGone) {
+TEST_F(Limit, letsTheBatteryChargeToFullOnceItIsOff) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   holdAt(100);
@@ -403,23 +400,22 @@ TEST_F(Limit, letsTheBatteryFillUpOnceItIsGone) {
   EXPECT_EQ(shown(), 100);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// A full charge for a while
+// --- A requested full charge
 
-TEST_F(Limit, isSetAsideUntilADate) {
+TEST_F(Limit, isSuspendedUntilADate) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(usualDelay);
   EXPECT_THAT(mirror(), ElementsAre(0));
   EXPECT_GT(current(), 0);
-  EXPECT_EQ(clientSaysLimit(mac.machine), 80) << "it is only set aside";
+  EXPECT_EQ(clientSaysLimit(mac.machine), 80) << "it is only suspended";
   mac.pass(hour - usualDelay - 1);
   EXPECT_EQ(enforced(), 0);
   mac.pass(1);
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isSetAsideByTheWallClock) {
+TEST_F(Limit, isSuspendedByTheWallClock) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, 10 * hour).pass(usualDelay);
   EXPECT_EQ(enforced(), 0);
@@ -427,14 +423,14 @@ TEST_F(Limit, isSetAsideByTheWallClock) {
   EXPECT_EQ(enforced(), 80);
 }
 
-TEST_F(Limit, isBackWhenPeopleThinkBetterOfIt) {
+TEST_F(Limit, returnsWhenTheUserCancelsTheFullCharge) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60).change(ChangeKind::chargeToFull, 0).pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
   EXPECT_EQ(preferenceOnDisk(mac.machine, LimitPreference::disabledUntil), Preference{});
 }
 
-TEST_F(Limit, isBackWhenAProgramRemovesTheDate) {
+TEST_F(Limit, returnsWhenAProgramRemovesTheDate) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60);
   write(75);
@@ -442,7 +438,7 @@ TEST_F(Limit, isBackWhenAProgramRemovesTheDate) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, staysSetAsideWhenTheClientSetsIt) {
+TEST_F(Limit, staysSuspendedWhenTheClientSetsIt) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60);
   EXPECT_EQ(set(85), true);
@@ -452,7 +448,7 @@ TEST_F(Limit, staysSetAsideWhenTheClientSetsIt) {
   EXPECT_EQ(enforced(), 85);
 }
 
-TEST_F(Limit, isNotSetAsideByADateOfThePast) {
+TEST_F(Limit, isNotSuspendedByADateInThePast) {
   mac.change(ChangeKind::charge, 80);
   holdAt(80);
   mac.change(ChangeKind::charge, 77);
@@ -462,13 +458,12 @@ TEST_F(Limit, isNotSetAsideByADateOfThePast) {
   notify(mac.machine, *mac.journal, limitNotification);
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 80);
-  EXPECT_EQ(current(), 0) << "not even for a moment: the battery stays at rest";
+  EXPECT_EQ(current(), 0) << "not even for an instant, so the battery stays idle";
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Sleep, boot and other hands
+// --- Sleep, boot and other programs
 
-TEST_F(Limit, isNotTakenAsleepButAtWake) {
+TEST_F(Limit, isAppliedAtWakeAndNotDuringSleep) {
   mac.change(ChangeKind::limitDelay, 600);
   write(75);
   mac.change(ChangeKind::closeLid).pass(1.9 * hour);
@@ -477,18 +472,18 @@ TEST_F(Limit, isNotTakenAsleepButAtWake) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isReadAnewAtBoot) {
+TEST_F(Limit, isReadAgainAtBoot) {
   holdAt(85);
-  store(LimitPreference::limitValue, 75);  // and nobody is told
+  store(LimitPreference::limitValue, 75);  // without a notification
   shutDown(mac.machine);
   mac.pass(hour);
   boot(mac.machine);
-  EXPECT_EQ(enforced(), 85) << "the hardware kept to it";
+  EXPECT_EQ(enforced(), 85) << "the hardware still enforces it";
   mac.pass(usualDelay);
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isWaitedForAnewAtBoot) {
+TEST_F(Limit, restartsItsDelayAtBoot) {
   mac.change(ChangeKind::limitDelay, 60);
   write(75);
   shutDown(mac.machine);
@@ -500,7 +495,7 @@ TEST_F(Limit, isWaitedForAnewAtBoot) {
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isPutBackByAnotherProgramForEver) {
+TEST_F(Limit, isPutBackByAnotherProgramAfterEveryChange) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
   for (int time = 0; time < 3; ++time) {
@@ -511,14 +506,14 @@ TEST_F(Limit, isPutBackByAnotherProgramForEver) {
     EXPECT_EQ(enforced(), 90);
   }
   write(90);
-  EXPECT_LT(mac.machine.limit.revertAt, 0) << "that is what it wants";
+  EXPECT_LT(mac.machine.limit.revertAt, 0) << "the other program wants this value";
   mac.change(ChangeKind::limitReverted, -1);
   write(75);
   mac.pass(hour);
   EXPECT_EQ(enforced(), 75);
 }
 
-TEST_F(Limit, isPutBackSoLongAfterTheFirstOfSeveralChanges) {
+TEST_F(Limit, isPutBackAfterTheFirstOfSeveralChanges) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
   write(75);
@@ -545,10 +540,9 @@ TEST_F(Limit, stopsBeingPutBackAtOnceWhenTheProgramIsGone) {
   EXPECT_EQ(enforced(), 70);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Macs without it
+// --- Macs without it
 
-TEST(LimitLess, isAMacThatIsToldSo) {
+TEST(LimitLess, isAMacThatWasMadeWithoutALimit) {
   Bench mac({.macOS = 27, .chargeLimit = false});
   EXPECT_EQ(loadClient(mac.machine), LimitClient::noClass);
   EXPECT_FALSE(clientSaysSupported(mac.machine));
@@ -575,8 +569,7 @@ TEST(LimitLess, canReportWhyItHasNoClient) {
   EXPECT_EQ(loadClient(mac.machine), LimitClient::noFramework);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// The journal
+// --- The journal
 
 class LimitJournal : public Limit {
  protected:
@@ -628,7 +621,7 @@ TEST_F(LimitJournal, reportsSynchronisationsAndNotifications) {
   EXPECT_EQ(calls().notifications, 2U);
 }
 
-TEST(LimitWrites, standInTheirOrderAmongTheOthers) {
+TEST(LimitWrites, areInOrderAmongTheOtherWrites) {
   test::VirtualMac mac({.macOS = 27});
   ASSERT_TRUE(platform::makeSmartChargeClient("somebody"));
   (void)platform::setSmartChargeLimit(80);

@@ -1,4 +1,5 @@
-// Sleep and wake of the bare machine: stages, messages, scheduled events, and what continues meanwhile.
+// Sleep and wake of the machine without a daemon: stages, messages, scheduled events, and what continues
+// during sleep.
 
 #include <algorithm>
 #include <cmath>
@@ -83,7 +84,7 @@ class MachineSleep : public ::testing::Test {
   std::unique_ptr<Journal> journal = std::make_unique<Journal>();
 };
 
-TEST_F(MachineSleep, byTheLidIsAnnouncedWithoutAsking) {
+TEST_F(MachineSleep, isOnlyAnnouncedWhenTheLidIsClosed) {
   registerClient();
   mac.change(ChangeKind::closeLid);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::systemWillSleep));
@@ -98,7 +99,7 @@ TEST_F(MachineSleep, byTheLidIsAnnouncedWithoutAsking) {
   EXPECT_EQ(notice(1).answeredAt - notice(1).sentAt, 10);
 }
 
-TEST_F(MachineSleep, ofAnIdleMacIsAskedForFirst) {
+TEST_F(MachineSleep, isPrecededByAQuestionForAnIdleMac) {
   registerClient();
   mac.change(ChangeKind::idleSleep);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::canSystemSleep));
@@ -166,7 +167,7 @@ TEST_F(MachineSleep, doesNotWaitForWhoWasLateThreeTimesInARow) {
   EXPECT_FALSE(dark()) << "a new client has its time again";
 }
 
-TEST_F(MachineSleep, forgivesALateAnswerOnceOneComesInTime) {
+TEST_F(MachineSleep, forgetsLateAnswersAfterOneInTime) {
   registerClient();
   for (int night = 0; night < 8; ++night) {
     mac.change(ChangeKind::closeLid).pass(1);
@@ -183,7 +184,7 @@ TEST_F(MachineSleep, asksNobodyWhenNobodyRegistered) {
   EXPECT_THAT(messages(), IsEmpty());
 }
 
-TEST_F(MachineSleep, doesNotWaitForTheDead) {
+TEST_F(MachineSleep, doesNotWaitForADeadProcess) {
   registerClient();
   mac.change(ChangeKind::closeLid).pass(5);
   virtual_mac::forgetPowerClient(mac.machine);
@@ -191,14 +192,14 @@ TEST_F(MachineSleep, doesNotWaitForTheDead) {
   EXPECT_TRUE(asleep());
 }
 
-TEST_F(MachineSleep, takesNoClientWhileItRefusesThem) {
+TEST_F(MachineSleep, registersNoClientWhileItRefusesThem) {
   mac.change(ChangeKind::powerClients, 0);
   EXPECT_FALSE(virtual_mac::registerPowerClient(mac.machine, somebody));
   mac.change(ChangeKind::powerClients, 1);
   EXPECT_TRUE(virtual_mac::registerPowerClient(mac.machine, somebody));
 }
 
-TEST_F(MachineSleep, countsAnswersThatNobodyWaitsFor) {
+TEST_F(MachineSleep, countsUnexpectedAnswers) {
   registerClient();
   allow(1);
   EXPECT_EQ(mac.machine.sleep.strayAnswers, 1U);
@@ -427,7 +428,7 @@ TEST_F(MachineSleep, followsADarkWakeAtOnceByCommandAndInItsTimeByTheLid) {
   EXPECT_THAT(messages(), IsEmpty());
 }
 
-TEST_F(MachineSleep, startsOnlyWhereItMakesSense) {
+TEST_F(MachineSleep, startsOnlyIfPossible) {
   registerClient();
   mac.change(ChangeKind::darkWake, 45);
   EXPECT_FALSE(dark()) << "awake already";
@@ -441,7 +442,7 @@ TEST_F(MachineSleep, startsOnlyWhereItMakesSense) {
   EXPECT_FALSE(asleep());
 }
 
-TEST_F(MachineSleep, byTheLidOvertakesTheQuestionOfAnIdleOne) {
+TEST_F(MachineSleep, announcesAClosedLidDuringTheQuestionOfAnIdleSleep) {
   registerClient();
   mac.change(ChangeKind::idleSleep).change(ChangeKind::closeLid);
   EXPECT_THAT(messages(), ElementsAre(PowerMessage::canSystemSleep, PowerMessage::systemWillSleep));
@@ -472,7 +473,7 @@ TEST_F(MachineSleep, continuesChargingAsTheKeysAllow) {
   EXPECT_NEAR(virtual_mac::level(mac.machine), held, 0.01);
 }
 
-TEST_F(MachineSleep, drainsASixthOfAPercentAnHourOrSo) {
+TEST_F(MachineSleep, drainsAboutASixthOfAPercentAnHour) {
   mac.change(ChangeKind::unplug);
   fallAsleep();
   const double before = virtual_mac::level(mac.machine);
@@ -482,7 +483,7 @@ TEST_F(MachineSleep, drainsASixthOfAPercentAnHourOrSo) {
   EXPECT_LT(anHour, 0.25);
 }
 
-TEST_F(MachineSleep, takesLittleInADarkWake) {
+TEST_F(MachineSleep, drawsLittleInADarkWake) {
   mac.change(ChangeKind::unplug).change(ChangeKind::load, 20);
   fallAsleep();
   const double asleepMA = mac.machine.battery.currentMA;
@@ -493,7 +494,7 @@ TEST_F(MachineSleep, takesLittleInADarkWake) {
   EXPECT_LT(mac.machine.battery.currentMA, -1500);
 }
 
-TEST_F(MachineSleep, endsWithShutdownAndBootWithNothingOnItsWay) {
+TEST_F(MachineSleep, endsWithShutdownAndBootWithoutPendingMessages) {
   registerClient();
   mac.change(ChangeKind::closeLid);
   virtual_mac::shutDown(mac.machine);
@@ -674,7 +675,7 @@ TEST_F(MachineSleep, isEndedAtOnceWhenTheClockJumpsPastTheWake) {
   EXPECT_EQ(pendingEvents(), 0);
 }
 
-TEST_F(MachineSleep, isEndedByWakesAlone) {
+TEST_F(MachineSleep, isEndedOnlyByEventsThatWake) {
   for (const char* type : {"poweron", "sleep", "shutdown", "restart"})
     ASSERT_EQ(schedule(600, type), kernelSuccess) << type;
   fallAsleep();
@@ -744,7 +745,7 @@ TEST_F(MachineSleep, hasRoomForAThousandEvents) {
   EXPECT_EQ(schedule(5000), kernelSuccess);
 }
 
-TEST_F(MachineSleep, schedulesForRootAloneAndOnlyIfItMay) {
+TEST_F(MachineSleep, schedulesForRootOnlyAndUnlessRefused) {
   mac.change(ChangeKind::userId, 501);
   EXPECT_EQ(schedule(100), kernelNotPrivileged);
   mac.change(ChangeKind::userId, 0);
@@ -876,7 +877,7 @@ TEST_F(MachineSleep, stopsNoProcessForWhatHappensMeanwhile) {
   EXPECT_GT(mac.machine.powerSource.changes, before + 5) << "it charged and was unplugged";
 }
 
-TEST_F(MachineSleep, isTheSameHoweverOftenItIsAdvanced) {
+TEST_F(MachineSleep, isIndependentOfTheNumberOfAdvances) {
   registerClient();
   setNights(Nights::busy);
   mac.change(ChangeKind::scheduledWakes, 1);

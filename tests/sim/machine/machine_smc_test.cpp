@@ -48,7 +48,7 @@ TEST(MachineSmc, answersAKeyInfoByteForByte) {
   EXPECT_EQ(mac.output, expected);
 }
 
-TEST(MachineSmc, answersAReadWithNothingButTheBytes) {
+TEST(MachineSmc, answersAReadWithTheBytesOnly) {
   Bench mac;
   mac.keyBytes("CHTE", {1, 2, 3, 4});
 
@@ -60,7 +60,7 @@ TEST(MachineSmc, answersAReadWithNothingButTheBytes) {
   EXPECT_EQ(mac.output, expected);
 }
 
-TEST(MachineSmc, takesAWriteAndAnswersWithAnEmptyRecord) {
+TEST(MachineSmc, answersAWriteWithAnEmptyRecord) {
   Bench mac;
 
   EXPECT_EQ(mac.write("CHTE", stop), accepted);
@@ -69,7 +69,7 @@ TEST(MachineSmc, takesAWriteAndAnswersWithAnEmptyRecord) {
   EXPECT_EQ(mac.read("CHTE"), stop);
 }
 
-TEST(MachineSmc, doesNotKnowAnAbsentKeyUnderAnyCommand) {
+TEST(MachineSmc, rejectsAnAbsentKeyInEveryCommand) {
   Bench mac;
   for (const std::uint8_t command : Bytes{5, 6, 9}) {
     EXPECT_EQ(mac.command(command, "CH0B", 1, {2}), unknownKey);
@@ -86,7 +86,7 @@ TEST(MachineSmc, refusesASizeOtherThanTheKeys) {
   EXPECT_EQ(mac.read("CHTE"), open);
 }
 
-TEST(MachineSmc, failsACallWithACommandThatTheKernelDoesNotHave) {
+TEST(MachineSmc, failsACallWithAnUnknownCommand) {
   Bench mac;
   for (const std::uint8_t command : Bytes{0, 4, 7, 10, 255}) {
     EXPECT_EQ(mac.command(command, "CHTE", 4).status, platform::kernelBadArgument);
@@ -103,7 +103,7 @@ TEST(MachineSmc, listsThePresentKeysByCode) {
   EXPECT_EQ(nameAt(mac, 0xFFFFFFFF), "");
 }
 
-TEST(MachineSmc, givesEachFamilyItsOwnKeys) {
+TEST(MachineSmc, offersTheKeysOfEachFamily) {
   const auto names = [](GateKind gate, CutKind cut, bool light) {
     Bench mac({.gate = gate, .cut = cut, .magSafeLight = light});
     return allNames(mac);
@@ -123,8 +123,8 @@ TEST(MachineSmc, addsAKeyThatNoModelHas) {
   EXPECT_THAT(mac.read("NEW1"), ElementsAre(7));
 }
 
-// What each behaviour answers, what a read shows after it, and whether the hardware follows.
-TEST(MachineSmc, behavesOnAWriteAsItIsTold) {
+// The answer of each behaviour, the value of the next read, and whether the hardware follows.
+TEST(MachineSmc, followsTheBehaviourOfAKeyOnAWrite) {
   struct Case {
     OnWrite behaviour;
     Outcome outcome;
@@ -148,7 +148,7 @@ TEST(MachineSmc, behavesOnAWriteAsItIsTold) {
   }
 }
 
-TEST(MachineSmc, obeysAgainAfterItWasHealed) {
+TEST(MachineSmc, obeysAgainAfterARepair) {
   Bench mac;
   mac.key(ChangeKind::keyOnWrite, "CHTE", byteOf(OnWrite::storeWithoutEffect));
   EXPECT_EQ(mac.write("CHTE", stop), accepted);
@@ -160,7 +160,7 @@ TEST(MachineSmc, obeysAgainAfterItWasHealed) {
   EXPECT_FALSE(chargingIsOpen(mac.machine));
 }
 
-TEST(MachineSmc, failsEveryCallForAKeyThatIsWithheld) {
+TEST(MachineSmc, failsEveryCallForAnUnreadableKey) {
   Bench mac;
   mac.key(ChangeKind::keyReadStatus, "CHIE", 0, platform::kernelNotPrivileged);
   for (const std::uint8_t command : Bytes{5, 6, 9}) {
@@ -182,7 +182,7 @@ TEST(MachineSmc, readsAnEmptyKeyAsNothing) {
   EXPECT_EQ(mac.write("ACLC", {3}), refused);
 }
 
-TEST(MachineSmc, readsTheFirst32BytesOfALargeKeyAndTakesNoWrite) {
+TEST(MachineSmc, readsTheFirst32BytesOfALargeKeyAndRejectsWrites) {
   Bench mac;
   mac.key(ChangeKind::keySize, "CHTE", 33);
   EXPECT_EQ(mac.info("CHTE"), accepted);
@@ -195,7 +195,7 @@ TEST(MachineSmc, readsTheFirst32BytesOfALargeKeyAndTakesNoWrite) {
   EXPECT_THAT(mac.read("CHTE"), Each(1));
 }
 
-TEST(MachineSmc, takesAKeyBackSomeTimeAfterTheWrite) {
+TEST(MachineSmc, resetsAKeySomeTimeAfterTheWrite) {
   Bench mac;
   mac.key(ChangeKind::keyReleaseAfter, "CHIE", 10);
   EXPECT_EQ(mac.write("CHIE", {8}), accepted);
@@ -208,7 +208,7 @@ TEST(MachineSmc, takesAKeyBackSomeTimeAfterTheWrite) {
   EXPECT_TRUE(adapterReachesBattery(mac.machine));
 }
 
-TEST(MachineSmc, countsTheTimeAnewFromEachWrite) {
+TEST(MachineSmc, restartsTheTimeOfAResetAtEachWrite) {
   Bench mac;
   mac.key(ChangeKind::keyReleaseAfter, "CHIE", 10);
   EXPECT_EQ(mac.write("CHIE", {8}), accepted);
@@ -220,7 +220,7 @@ TEST(MachineSmc, countsTheTimeAnewFromEachWrite) {
   EXPECT_THAT(mac.read("CHIE"), ElementsAre(0));
 }
 
-TEST(MachineSmc, takesAKeyBackAtOnce) {
+TEST(MachineSmc, resetsAKeyAtOnce) {
   Bench mac;
   mac.key(ChangeKind::keyReleaseAfter, "CHIE", 0);
   EXPECT_EQ(mac.write("CHIE", {8}), accepted);
@@ -233,7 +233,7 @@ TEST(MachineSmc, takesAKeyBackAtOnce) {
   EXPECT_THAT(mac.pass(3600).read("CHIE"), ElementsAre(8));
 }
 
-TEST(MachineSmc, forgetsAPendingReleaseWhenTheKeyIsToStay) {
+TEST(MachineSmc, cancelsAPendingResetWhenTheFaultEnds) {
   Bench mac;
   mac.key(ChangeKind::keyReleaseAfter, "CHIE", 10);
   EXPECT_EQ(mac.write("CHIE", {8}), accepted);
@@ -241,17 +241,17 @@ TEST(MachineSmc, forgetsAPendingReleaseWhenTheKeyIsToStay) {
   EXPECT_THAT(mac.read("CHIE"), ElementsAre(8));
 }
 
-TEST(MachineSmc, takesAKeyBackOnCommand) {
+TEST(MachineSmc, resetsAKeyOnCommand) {
   Bench mac;
   EXPECT_EQ(mac.write("ACLC", {3}), accepted);
   mac.key(ChangeKind::keyRelease, "ACLC");
   EXPECT_THAT(mac.read("ACLC"), ElementsAre(0));
 }
 
-TEST(MachineSmc, takesTheLightBackWithEachChangeOfTheAdapter) {
+TEST(MachineSmc, resetsTheLightWithEachChangeOfTheAdapter) {
   Bench mac;
   mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
-  EXPECT_EQ(mac.read("ACLC"), Bytes{3}) << "nobody said that macOS minds";
+  EXPECT_EQ(mac.read("ACLC"), Bytes{3}) << "this Mac does not reset the light";
   mac.change(ChangeKind::lightTaken, 1);
   EXPECT_EQ(mac.read("ACLC"), Bytes{3});
   mac.change(ChangeKind::plug, 30);
@@ -264,7 +264,7 @@ TEST(MachineSmc, takesTheLightBackWithEachChangeOfTheAdapter) {
   EXPECT_EQ(mac.read("ACLC"), Bytes{3});
 }
 
-TEST(MachineSmc, takesTheLightBackWhenTheChargingItPublishesChanges) {
+TEST(MachineSmc, resetsTheLightWhenThePublishedChargingStateChanges) {
   Bench mac;
   mac.pass(60).change(ChangeKind::lightTaken, 1).keyBytes("ACLC", {4});
   ASSERT_TRUE(mac.machine.powerSource.charging);
@@ -276,12 +276,12 @@ TEST(MachineSmc, takesTheLightBackWhenTheChargingItPublishesChanges) {
   mac.pass(1);
   EXPECT_FALSE(mac.machine.powerSource.charging);
   EXPECT_EQ(mac.read("ACLC"), Bytes{0});
-  // The adapter counts by itself, also where charging rests before and after.
+  // A change of the adapter resets it even if the battery does not charge before and after.
   mac.keyBytes("ACLC", {3}).change(ChangeKind::unplug);
   EXPECT_EQ(mac.read("ACLC"), Bytes{0});
 }
 
-TEST(MachineSmc, takesNoLightThatAMacDoesNotHave) {
+TEST(MachineSmc, resetsNoLightOnAMacWithoutOne) {
   MachineOptions options;
   options.magSafeLight = false;
   Bench mac(options);
@@ -289,7 +289,7 @@ TEST(MachineSmc, takesNoLightThatAMacDoesNotHave) {
   EXPECT_EQ(mac.info("ACLC"), unknownKey);
 }
 
-TEST(MachineSmc, followsWhatSomebodyElseWrites) {
+TEST(MachineSmc, followsWritesOfOtherPrograms) {
   Bench mac;
   mac.keyBytes("CHTE", stop);
   EXPECT_EQ(mac.read("CHTE"), stop);
@@ -328,14 +328,14 @@ TEST(MachineSmc, hasNoLimitOfMacOSYet) {
   EXPECT_THAT(mac.read("bfG0"), ElementsAre(0));
 }
 
-TEST(MachineSmc, refusesToWriteWhatIsComputed) {
+TEST(MachineSmc, refusesWritesToComputedKeys) {
   Bench mac;
   EXPECT_EQ(mac.write("AC-W", {0xFF}), refused);
   EXPECT_EQ(mac.write("TB0T", {0, 0, 0, 0}), refused);
   EXPECT_NE(mac.read("AC-W").at(0), 0xFF);
 }
 
-TEST(MachineSmc, scriptsABrokenSensorUntilItRecovers) {
+TEST(MachineSmc, simulatesABrokenSensorUntilItRecovers) {
   Bench mac;
   mac.change(ChangeKind::temperature, 31.25);
   const float broken = std::nanf("");
@@ -450,7 +450,7 @@ TEST(MachineSmc, leavesTheChargeKeysOpenUpToMacOS26) {
   EXPECT_EQ(mac.write("bfF0", {2}), accepted);
 }
 
-TEST(MachineSmc, handsTheChargeBackWhenAnUpgradeClosesTheKeys) {
+TEST(MachineSmc, allowsChargingWhenAnUpgradeClosesTheKeys) {
   Bench mac;
   EXPECT_EQ(mac.write("CHTE", stop), accepted);
   EXPECT_EQ(mac.write("CHIE", {8}), accepted);
@@ -458,7 +458,7 @@ TEST(MachineSmc, handsTheChargeBackWhenAnUpgradeClosesTheKeys) {
   mac.change(ChangeKind::macOS, 27);
   EXPECT_TRUE(chargingIsOpen(mac.machine));
   EXPECT_THAT(mac.read("CHTE"), IsEmpty());
-  EXPECT_THAT(mac.read("CHIE"), ElementsAre(8));  // a cut is nobody's but ours
+  EXPECT_THAT(mac.read("CHIE"), ElementsAre(8));  // the system does not touch a cut
 
   mac.change(ChangeKind::macOS, 26);
   EXPECT_EQ(mac.read("CHTE"), open);

@@ -22,7 +22,7 @@ double uniform(std::mt19937_64& random, double least, double most) {
   return least + (most - least) * static_cast<double>(random() >> 11U) / 9007199254740992.0;
 }
 
-// Anything from the list of what may happen, with believable and unbelievable parameters.
+// A random change of the list, with plausible or implausible parameters.
 Change anyChange(std::mt19937_64& random) {
   const Fault& fault = faults()[random() % faults().size()];
   Change change = fault.change;
@@ -47,7 +47,7 @@ bool laterAnyChange(Bench& mac, std::mt19937_64& random, double within) {
 
 // ---- time itself
 
-TEST(MachineTime, evolvesTheSameHoweverOftenItIsAdvanced) {
+TEST(MachineTime, isIndependentOfTheNumberOfAdvances) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937_64 random(seed);
@@ -71,7 +71,7 @@ TEST(MachineTime, evolvesTheSameHoweverOftenItIsAdvanced) {
   }
 }
 
-TEST(MachineTime, goesTheSameWayWhenItStopsForEveryNotice) {
+TEST(MachineTime, isIndependentOfStopsForNotifications) {
   int notices = 0;
   for (std::uint64_t seed = 1; seed <= 10; ++seed) {
     SCOPED_TRACE(seed);
@@ -94,7 +94,7 @@ TEST(MachineTime, goesTheSameWayWhenItStopsForEveryNotice) {
   EXPECT_GT(notices, 100);
 }
 
-TEST(MachineTime, countsSleepTheSameHoweverOftenItIsAdvanced) {
+TEST(MachineTime, countsSleepIndependentlyOfTheNumberOfAdvances) {
   Bench once;
   once.machine.system.asleep = true;
   Bench often;
@@ -106,8 +106,8 @@ TEST(MachineTime, countsSleepTheSameHoweverOftenItIsAdvanced) {
   EXPECT_EQ(movingBits(often.machine), movingBits(once.machine));
 }
 
-// The figures come from one run; every compiler must find the same, to the last bit.
-TEST(MachineTime, givesTheSameBitsOnEveryCompiler) {
+// The figures come from one run; the results of every compiler must equal them, to the last bit.
+TEST(MachineTime, computesTheSameBitsWithEveryCompiler) {
   Bench mac({.percent = 37.5});
   ASSERT_TRUE(mac.later(0.3 * hour, changeTo(ChangeKind::load, 11.3)));
   ASSERT_TRUE(mac.later(2 * hour + 0.7, changeTo(ChangeKind::unplug)));
@@ -154,7 +154,7 @@ TEST(MachineTime, keepsEveryPercentageWithinItsBounds) {
 
 // ---- planned changes
 
-TEST(MachinePlan, makesAPlannedChangeAsIfByHandAtThatMoment) {
+TEST(MachinePlan, makesAPlannedChangeLikeAnImmediateOne) {
   Bench planned({.percent = 60});
   Bench byHand;
   byHand.machine = planned.machine;
@@ -176,14 +176,14 @@ TEST(MachinePlan, keepsTheOrderOfPlanningAtOneInstant) {
   EXPECT_EQ(mac.machine.surroundings.loadWatts, 4);
 }
 
-TEST(MachinePlan, makesAChangeAtItsVeryInstantAndNotBefore) {
+TEST(MachinePlan, makesAChangeExactlyAtItsTime) {
   Bench mac;
   ASSERT_TRUE(mac.later(10.5, changeTo(ChangeKind::load, 9)));
   EXPECT_NE(mac.pass(10.25).machine.surroundings.loadWatts, 9);
   EXPECT_EQ(mac.pass(0.25).machine.surroundings.loadWatts, 9);
 }
 
-TEST(MachinePlan, makesUpAtOnceForWhatWasPlannedForThePast) {
+TEST(MachinePlan, makesAChangePlannedForThePastAtOnce) {
   Bench mac;
   ASSERT_TRUE(mac.later(-100, changeTo(ChangeKind::load, 9)));
   const double before = mac.machine.now;
@@ -192,7 +192,7 @@ TEST(MachinePlan, makesUpAtOnceForWhatWasPlannedForThePast) {
   EXPECT_EQ(mac.machine.now, before);
 }
 
-TEST(MachinePlan, refusesWhenEveryPlaceIsTakenAndUsesFreedOnes) {
+TEST(MachinePlan, refusesWhenFullAndReusesFreedPlaces) {
   Bench mac;
   for (std::size_t count = 0; count < plannedPlaces; ++count) {
     ASSERT_TRUE(mac.later(static_cast<double>(count) + 1, changeTo(ChangeKind::load, 5)));
@@ -258,7 +258,7 @@ TEST(MachineNotice, isSilentWhileTheChargeIsHeld) {
   EXPECT_EQ(mac.machine.now, start + 24 * hour);
 }
 
-// ---- what the gauge and powerd publish, and when
+// ---- publications of the gauge and powerd
 
 TEST(MachineGauge, isStaleJustAfterPlugging) {
   Bench mac({.percent = 76, .plugged = false});
@@ -293,7 +293,7 @@ TEST(MachineGauge, reportsTheSameBetweenTwoPublications) {
   EXPECT_EQ(mac.machine.gauge.publishedAt, before.publishedAt + 60);
 }
 
-TEST(MachineGauge, publishesOnAGridThatBeginsWithTheSystem) {
+TEST(MachineGauge, publishesOnAGridThatStartsAtBoot) {
   Bench mac({.uptime = 100});
   mac.pass(19);
   EXPECT_EQ(mac.machine.gauge.publishedAt, mac.machine.now - 19);
@@ -308,7 +308,7 @@ TEST(MachineGauge, publishesOnAGridThatBeginsWithTheSystem) {
   EXPECT_EQ(mac.machine.gauge.publishedAt, std::floor(booted) + 60);
 }
 
-TEST(MachineGauge, keepsItsGridThroughALongRest) {
+TEST(MachineGauge, keepsItsGridWhileNothingChanges) {
   Bench mac({.percent = 80});
   mac.write("CHTE", {1, 0, 0, 0});
   mac.pass(24 * hour);
@@ -341,7 +341,7 @@ TEST(MachinePowerSource, followsTheAdapterAndTheCutInTheSameInstant) {
   EXPECT_EQ(mac.machine.powerSource.changes, 3U);
 }
 
-TEST(MachinePowerSource, followsLateWhenToldTo) {
+TEST(MachinePowerSource, followsAfterAConfiguredDelay) {
   Bench mac({.percent = 80});
   mac.change(ChangeKind::powerSourceLag, 5).change(ChangeKind::unplug);
   mac.pass(4.5);
@@ -350,7 +350,7 @@ TEST(MachinePowerSource, followsLateWhenToldTo) {
   EXPECT_FALSE(mac.machine.powerSource.onAdapter);
 }
 
-TEST(MachinePowerSource, missesAChangeThatIsOverBeforeItReads) {
+TEST(MachinePowerSource, missesAChangeThatIsShorterThanItsDelay) {
   Bench mac({.percent = 80});
   mac.write("CHTE", {1, 0, 0, 0});
   mac.pass(2 * minute).change(ChangeKind::powerSourceLag, 5);
@@ -370,7 +370,7 @@ TEST(MachinePowerSource, estimatesTheMinutesLeft) {
   EXPECT_NEAR(static_cast<double>(mac.machine.powerSource.minutes), hours * 60, 2);
 
   mac.change(ChangeKind::plug, 30);
-  EXPECT_EQ(mac.machine.powerSource.minutes, 0);  // the gauge does not charge yet
+  EXPECT_EQ(mac.machine.powerSource.minutes, 0);  // the gauge does not show the charging yet
   mac.pass(minute);
   const std::int64_t estimate = mac.machine.powerSource.minutes;
   const double start = mac.machine.now;
@@ -447,15 +447,15 @@ TEST(MachineSystem, startsHealthyAndAtRest) {
   EXPECT_EQ(machine.speed, 1);
 }
 
-TEST(MachineSystem, cutsALongTextShort) {
+TEST(MachineSystem, truncatesALongText) {
   const ShortText text = shortText(std::string(50, 'x'));
   EXPECT_EQ(textOf(text), std::string(39, 'x'));
   EXPECT_EQ(textOf(shortText("")), "");
 }
 
-// ---- changes with parameters out of all reason
+// ---- changes with impossible parameters
 
-TEST(MachineChanges, keepsNumbersWithinReason) {
+TEST(MachineChanges, clampsNumbers) {
   Bench mac;
   mac.change(ChangeKind::charge, 140);
   EXPECT_EQ(level(mac.machine), 100);
@@ -475,8 +475,8 @@ TEST(MachineChanges, keepsNumbersWithinReason) {
   EXPECT_EQ(mac.machine.pendingSignals, 0U);
 }
 
-// What the tools take and what the machine takes is one range.
-TEST(MachineChanges, areHeldToTheRangeThatTheToolsOffer) {
+// The tools and the machine accept the same range.
+TEST(MachineChanges, haveTheSameRangesAsTheTools) {
   const auto after = [](const Fault& fault, double number) {
     Bench mac;
     mac.machine.system.asleep = fault.change.kind == ChangeKind::darkWake;  // only a sleeping Mac wakes
@@ -499,7 +499,7 @@ TEST(MachineChanges, areHeldToTheRangeThatTheToolsOffer) {
     const Machine below = after(fault, least - 1);
     const bool never =
         fault.change.kind == ChangeKind::keyReleaseAfter || fault.change.kind == ChangeKind::capabilities;
-    EXPECT_EQ(same(below, after(fault, least)), !never) << "below 0 is no number of these";
+    EXPECT_EQ(same(below, after(fault, least)), !never) << "negative numbers are invalid";
     EXPECT_FALSE(same(after(fault, least), after(fault, most)));
     ++measured;
   }
@@ -516,7 +516,7 @@ TEST(MachineChanges, keepsThePercentageWhenTheBatteryAges) {
   EXPECT_EQ(mac.machine.battery.fullMAh, 3977);
 }
 
-TEST(MachineChanges, makesHundredABatteryThatIsDoneCharging) {
+TEST(MachineChanges, endsTheChargeOfABatteryThatIsSetTo100) {
   Bench mac;
   mac.change(ChangeKind::charge, 100).pass(minute);
   EXPECT_TRUE(mac.machine.gauge.full);
@@ -526,7 +526,7 @@ TEST(MachineChanges, makesHundredABatteryThatIsDoneCharging) {
   EXPECT_GT(mac.machine.gauge.currentMA, 0);
 }
 
-TEST(MachineChanges, takesTheBatteryOutAndIn) {
+TEST(MachineChanges, removesAndRestoresTheBattery) {
   Bench mac({.percent = 60});
   mac.change(ChangeKind::batteryInstalled, 0).pass(hour);
   EXPECT_EQ(level(mac.machine), 0);
@@ -567,9 +567,9 @@ TEST(MachineChanges, hidesTheCapabilitiesBelowZero) {
   EXPECT_EQ(mac.machine.system.capabilities, 9U);
 }
 
-// ---- models and the list of what may happen
+// ---- models and the list of changes
 
-TEST(MachineModels, areThreeAndHaveEveryFamilyBetweenThem) {
+TEST(MachineModels, areThreeThatCoverEveryKeyFamily) {
   ASSERT_EQ(models().size(), 3U);
   std::set<GateKind> gates;
   std::set<CutKind> cuts;
@@ -583,7 +583,7 @@ TEST(MachineModels, areThreeAndHaveEveryFamilyBetweenThem) {
   EXPECT_EQ(findModel("mini"), nullptr);
 }
 
-TEST(MachineFaults, haveANameAndAReasonEach) {
+TEST(MachineFaults, haveANameAndAReason) {
   std::set<std::string_view> names;
   for (const Fault& fault : faults()) {
     SCOPED_TRACE(fault.name);
@@ -599,11 +599,11 @@ TEST(MachineFaults, haveANameAndAReasonEach) {
   EXPECT_EQ(findFault("nothing-like-that"), nullptr);
 }
 
-TEST(MachineFaults, stateEveryKindOfChange) {
+TEST(MachineFaults, includeEveryKindOfChange) {
   std::set<ChangeKind> kinds;
   for (const Fault& fault : faults()) kinds.insert(fault.change.kind);
   constexpr auto all = static_cast<std::size_t>(ChangeKind::preferencesFail);
-  constexpr std::size_t requests = 2;  // no faults, but what people do with the app
+  constexpr std::size_t requests = 2;  // not faults, but requests of the app
   EXPECT_EQ(kinds.size(), all - requests);
   EXPECT_EQ(kinds.count(ChangeKind::nothing), 0U);
   EXPECT_EQ(kinds.count(ChangeKind::request), 0U);

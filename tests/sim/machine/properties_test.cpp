@@ -75,7 +75,7 @@ TEST(PropertiesFlat, showsTheBatteryAsTheGaugePublishedIt) {
   EXPECT_EQ(flag(properties, "built-in"), true);
 }
 
-TEST(PropertiesFlat, dateTheirUpdateByTheWallClock) {
+TEST(PropertiesFlat, haveAnUpdateTimeByTheWallClock) {
   Bench mac;
   mac.change(ChangeKind::clockStep, -3600);
   EXPECT_EQ(integer(battery(mac), "UpdateTime"), 1772352000 - 3600);
@@ -117,7 +117,7 @@ TEST(PropertiesFlat, reportWhyTheBatteryDoesNotCharge) {
   EXPECT_EQ(reason(Bench({.percent = 100})), 4194305);
 }
 
-TEST(PropertiesFlat, balanceThePowersOfTheSystem) {
+TEST(PropertiesFlat, haveConsistentPowerValues) {
   for (const bool plugged : {true, false}) {
     Bench mac({.percent = 50, .plugged = plugged});
     mac.pass(minute);
@@ -218,7 +218,7 @@ TEST(PropertiesFault, removeAWholeEntry) {
   EXPECT_NE(virtual_mac::entryProperties(mac.machine, "AppleSmartBattery"), nullptr);
 }
 
-TEST(PropertiesFault, changeTheKindOfANumber) {
+TEST(PropertiesFault, changeTheTypeOfANumber) {
   Bench mac({.plugged = false});
   const std::int64_t current = mac.machine.gauge.currentMA;
   ASSERT_LT(current, 0);
@@ -232,7 +232,7 @@ TEST(PropertiesFault, changeTheKindOfANumber) {
   EXPECT_EQ(at(*battery(mac), "Amperage").asWrappedInteger(), current);
 }
 
-TEST(PropertiesFault, changeTheKindOfOtherThingsAsFarAsTheyHaveOne) {
+TEST(PropertiesFault, changeTheTypeOfOtherPropertiesIfPossible) {
   Bench mac;
   mac.property("BatteryInstalled", PropertyFault::text).property("BatteryData", PropertyFault::real);
   EXPECT_EQ(text(battery(mac), "BatteryInstalled"), "Yes");
@@ -311,7 +311,7 @@ TEST(PropertiesPowerSource, describesItOnBatteryAndHeldAndFull) {
   EXPECT_EQ(flag(source, "Is Finishing Charge"), false);
 }
 
-TEST(PropertiesPowerSource, finishesTheChargeFrom99PercentOn) {
+TEST(PropertiesPowerSource, isFinishingChargeFrom99PercentOn) {
   for (const auto& [percent, finishing] : {std::pair{98, false}, std::pair{99, true}}) {
     Bench mac;
     mac.change(ChangeKind::charge, percent);
@@ -319,7 +319,7 @@ TEST(PropertiesPowerSource, finishesTheChargeFrom99PercentOn) {
   }
 }
 
-TEST(PropertiesPowerSource, isMissingInAllTheWaysItMayBe) {
+TEST(PropertiesPowerSource, canBeMissingInSeveralWays) {
   Bench mac;
   const auto fault = [&](PowerSourceFault kind) {
     mac.change(ChangeKind::powerSources, static_cast<double>(kind));
@@ -342,14 +342,14 @@ TEST(PropertiesPowerSource, isMissingInAllTheWaysItMayBe) {
   EXPECT_TRUE(powerSourceList(mac.machine)->empty());
 }
 
-// ---- handing over costs nothing while nothing is published
+// ---- reads are cheap while nothing is published
 
-TEST(PropertiesMemory, givesTheSameDictionaryUntilTheGaugePublishes) {
+TEST(PropertiesMemory, returnsTheSameDictionaryUntilTheGaugePublishes) {
   Bench mac({.percent = 50});
   const SharedDictionary first = battery(mac);
   EXPECT_EQ(battery(mac.pass(59)), first);
   EXPECT_NE(battery(mac.pass(1)), first);
-  EXPECT_EQ(integer(first, "UpdateTime"), 1772352000);  // what was handed over stays as it was
+  EXPECT_EQ(integer(first, "UpdateTime"), 1772352000);  // a returned dictionary does not change
 }
 
 TEST(PropertiesMemory, doesNotConfuseTwoMachines) {

@@ -7,13 +7,13 @@ namespace {
 
 using namespace test;
 
-TEST(LinePattern, isTheWholeLineWhereNothingVaries) {
+TEST(LinePattern, matchesTheWholeLineWithoutAGap) {
   EXPECT_TRUE(matches("→ state: hold", "→ state: hold"));
   EXPECT_FALSE(matches("→ state: hold ", "→ state: hold"));
   EXPECT_FALSE(matches("→ state: hold", "state: hold"));
 }
 
-TEST(LinePattern, leavesOpenWhatVaries) {
+TEST(LinePattern, matchesAnyTextAtAGap) {
   EXPECT_TRUE(matches("cap 80%  batt 79%  ac", "cap …%  batt …%…"));
   EXPECT_TRUE(matches("abc", "abc…"));
   EXPECT_TRUE(matches("abc", "…"));
@@ -24,7 +24,7 @@ TEST(LinePattern, leavesOpenWhatVaries) {
   EXPECT_FALSE(matches("abcx", "…abc"));
 }
 
-TEST(LinePattern, takesEveryOtherCharacterForItself) {
+TEST(LinePattern, matchesEveryOtherCharacterLiterally) {
   EXPECT_TRUE(matches("/a/.b [1] *? \\x", "/a/…b [1] *? \\x"));
   EXPECT_FALSE(matches("ab", "a*"));
   EXPECT_FALSE(matches("ab", "a?"));
@@ -32,14 +32,14 @@ TEST(LinePattern, takesEveryOtherCharacterForItself) {
   EXPECT_FALSE(matches("a*", "a\\*"));
 }
 
-TEST(LinePattern, withManyGapsIsFoundNotToFitInNoTime) {
+TEST(LinePattern, isFastWithManyGapsThatDoNotMatch) {
   std::string pattern;
   for (int gaps = 0; gaps < 30; ++gaps) pattern += "…a";
   EXPECT_FALSE(matches(std::string(1000, 'a') + "b", pattern));
   EXPECT_TRUE(matches(std::string(1000, 'a'), pattern));
 }
 
-TEST(LineExpectations, areLookedForOneByOne) {
+TEST(LineExpectations, areCheckedOneByOne) {
   const std::vector<std::string> lines{"a", "b", "a"};
   EXPECT_THAT(differencesOf(lines, {.has = {"a", "b"}, .hasNot = {"c"}}), IsEmpty());
   EXPECT_THAT(differencesOf(lines, {.has = {"c", "d"}}), SizeIs(2));

@@ -1,4 +1,4 @@
-// What the lab notes of a scenario.
+// The lab's recording of a scenario.
 
 #include "sim/scenario/recording.h"
 
@@ -24,7 +24,7 @@ Moment held(double time) {
   return moment;
 }
 
-// --- What is worth keeping
+// --- The filter
 
 class SampleFilterTest : public ::testing::Test {
  protected:
@@ -38,7 +38,7 @@ TEST_F(SampleFilterTest, keepsConstantValuesOnceAQuarterOfAnHour) {
   EXPECT_EQ(filter.keep(held(2799)), 0);
 }
 
-TEST_F(SampleFilterTest, isWhatDriftsOnceAMinute) {
+TEST_F(SampleFilterTest, keepsDriftingValuesOnceAMinute) {
   const auto drifted = [](double time, auto change) {
     Moment moment = held(time);
     change(moment);
@@ -55,7 +55,7 @@ TEST_F(SampleFilterTest, isWhatDriftsOnceAMinute) {
   EXPECT_EQ(SampleFilter(filter).keep(drifted(1120, temperature)), 1);
 }
 
-TEST_F(SampleFilterTest, isEveryChangeAtOnceWithTheMomentBefore) {
+TEST_F(SampleFilterTest, keepsEveryChangeAtOnceWithTheMomentBefore) {
   EXPECT_EQ(filter.keep(held(1005)), 0);
   Moment allowed = held(1006);
   allowed.state = ChargeState::allow;
@@ -63,10 +63,10 @@ TEST_F(SampleFilterTest, isEveryChangeAtOnceWithTheMomentBefore) {
   EXPECT_EQ(filter.before(), held(1005));
   allowed.time = 1007;
   allowed.light = Light::green;
-  EXPECT_EQ(filter.keep(allowed), 1) << "the one before is kept already";
+  EXPECT_EQ(filter.keep(allowed), 1) << "the previous moment is already kept";
 }
 
-TEST_F(SampleFilterTest, isAJumpOfANumber) {
+TEST_F(SampleFilterTest, keepsAJumpOfANumber) {
   Moment jumped = held(1001);
   jumped.currentMA = 199;
   EXPECT_EQ(filter.keep(jumped), 0);
@@ -75,13 +75,13 @@ TEST_F(SampleFilterTest, isAJumpOfANumber) {
   EXPECT_EQ(filter.before().currentMA, 199);
 }
 
-TEST_F(SampleFilterTest, isABatteryThatIsGone) {
+TEST_F(SampleFilterTest, keepsTheRemovalOfTheBattery) {
   Moment gone = held(1001);
   gone.level.reset();
   EXPECT_EQ(filter.keep(gone), 1);
 }
 
-TEST_F(SampleFilterTest, isTheEndInAnyCase) {
+TEST_F(SampleFilterTest, alwaysKeepsTheEnd) {
   EXPECT_EQ(filter.rest(), std::nullopt);
   EXPECT_EQ(filter.keep(held(1005)), 0);
   EXPECT_EQ(filter.rest(), held(1005));
@@ -97,7 +97,7 @@ Moment lastOf(const virtual_mac::Machine& machine) {
   return recording.picture().moments.back();
 }
 
-TEST(RecordedMachine, isTheTruthOfTheHardware) {
+TEST(RecordedMachine, showsTheStateOfTheHardware) {
   virtual_mac::Machine machine = makeAir();
   const Moment plugged = lastOf(machine);
   EXPECT_NEAR(plugged.level.value_or(0), 70, 0.01);
@@ -146,7 +146,7 @@ TEST(RecordedMachine, hasNoNumbersWithoutABattery) {
   EXPECT_EQ(moment.temperatureC, std::nullopt);
 }
 
-TEST(RecordedMachine, continuesWithTheClockOfItsBeginning) {
+TEST(RecordedMachine, keepsTheClockOfItsStart) {
   virtual_mac::Machine machine = makeAir();
   const double begin = virtual_mac::wallClock(machine);
   Recording recording;
@@ -164,7 +164,7 @@ TEST(RecordedMachine, continuesWithTheClockOfItsBeginning) {
   EXPECT_THAT(picture.notes, ElementsAre(StartsWith("The clock was set meanwhile.")));
 }
 
-TEST(RecordedLines, standWhereTheirTimesSay) {
+TEST(RecordedLines, areAtTheirTimes) {
   virtual_mac::Machine machine = makeAir();
   const double begin = machine.now;
   virtual_mac::advance(machine, begin + 600);
@@ -192,7 +192,7 @@ Picture pictureOf(const std::string& rest, std::vector<std::string>* log = nullp
   return recording.picture();
 }
 
-// What holds at a time, "2026-03-01 08:00".
+// The values at a time, e.g. "2026-03-01 08:00".
 Moment at(const Picture& picture, const std::string& date) {
   const double time = parseDate(date).value_or(0);
   Moment found;
@@ -202,7 +202,7 @@ Moment at(const Picture& picture, const std::string& date) {
   return found;
 }
 
-TEST(RecordedScenario, knowsWhatTheDaemonThinks) {
+TEST(RecordedScenario, recordsTheStateOfTheDaemon) {
   const Picture picture = pictureOf(R"("mac": {"percent": 70}, "settings": {"limit": 80},
       "timeline": [{"at": "+1 h", "do": "unplug"}, {"at": "+1 min", "see": {"state": "allow"}}])");
   const Moment first = at(picture, "2026-03-01 08:01");
@@ -221,7 +221,7 @@ TEST(RecordedScenario, knowsWhatTheDaemonThinks) {
                                           "com.brisko.daemon.xpc")));
 }
 
-TEST(RecordedScenario, hasNoMoreThoughtsThanADaemonHas) {
+TEST(RecordedScenario, recordsNoDaemonStateWhileNoneRuns) {
   const Picture picture = pictureOf(R"("daemon": {"keptAlive": false}, "timeline": [
       {"at": "+10 min", "do": "kill"}, {"at": "+10 min", "see": {"running": false}}])");
   EXPECT_NE(at(picture, "2026-03-01 08:09").state, std::nullopt);
@@ -251,7 +251,7 @@ TEST(RecordedScenario, showsWhyTheChargeLeavesTheBand) {
   EXPECT_EQ(at(picture, "2026-03-01 08:25").band, std::nullopt);
 }
 
-TEST(RecordedScenario, isSeenAsleepAndOff) {
+TEST(RecordedScenario, recordsSleepAndShutdown) {
   const Picture picture = pictureOf(R"("timeline": [
       {"at": "+10 min", "do": "unplug"}, {"at": "+1 min", "do": "sleep"}, {"at": "+2 h", "do": {"dark-wake": 45}},
       {"at": "+1 h", "do": "wake"}, {"at": "+1 h", "do": "shutdown"}, {"at": "+1 h", "see": {"running": false}}])");
@@ -272,7 +272,7 @@ TEST(RecordedScenario, isSmallWhenItIsQuiet) {
   EXPECT_GT(picture.moments.size(), 190U);
 }
 
-TEST(RecordedScenario, goesAsItGoesUnrecorded) {
+TEST(RecordedScenario, isNotAffectedByTheRecording) {
   const std::string text = R"({"description": "x", "settings": {"limit": 80}, "timeline": [
       {"at": "+10 min", "do": "sleep"}, {"at": "+9 h", "do": "wake"}, {"at": "+1 h", "do": "kill"},
       {"at": "+1 h", "do": "unplug"}, {"at": "+2 h", "see": {"running": true}}]})";

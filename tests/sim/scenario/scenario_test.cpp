@@ -1,4 +1,4 @@
-// How scenarios are read, played and judged.
+// Reading, running and checking scenarios.
 
 #include "sim/scenario/scenario.h"
 
@@ -39,7 +39,7 @@ std::vector<std::string> failuresOf(const std::string& text) {
 
 // --- The files
 
-TEST(ScenarioFile, thatIsNoJsonIsToldWithItsLine) {
+TEST(ScenarioFile, isReportedWithTheLineIfItIsNotJson) {
   EXPECT_THAT(diagnosticsFor("{\n  \"description\": \"x\",\n  \"timeline\" []}"),
               ElementsAre("a.json:3: not valid JSON: Missing a colon after a name of object member."));
   EXPECT_THAT(diagnosticsFor(""), ElementsAre("a.json:1: not valid JSON: The document is empty."));
@@ -50,7 +50,7 @@ TEST(ScenarioFile, thatIsNoJsonIsToldWithItsLine) {
               ElementsAre("a.json:1: expected an object that describes a scenario, not []"));
 }
 
-// What is wrong with a scenario whose third line has this in its Mac, its fourth this in its step.
+// The errors in a scenario with these keys in its Mac, on line 3, and in its step, on line 4.
 std::vector<std::string> diagnosticsOf(const std::string& mac, const std::string& step) {
   return diagnosticsFor("{\n\"description\": \"x\", \"mac\":\n{" + mac + "}, \"timeline\": [\n{" + step +
                         "}], \"end\": {\"running\": true}}");
@@ -115,14 +115,14 @@ TEST(ScenarioFile, reportsTheLineThePlaceAndWhatWasExpected) {
   }
 }
 
-// The schema reports its first mistake alone; what only the lab can judge is reported all at once.
+// The schema reports only its first error; the errors that only the lab detects are reported together.
 TEST(ScenarioFile, reportsEveryMistakeThatTheSchemaCannotSee) {
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "24:00", "do": {"plug": 900}})")),
               ElementsAre(HasSubstr("/timeline/0/at: "), HasSubstr("/timeline/0/do/plug: "),
                           "a.json:1: expects nothing, so it cannot fail"));
 }
 
-TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
+TEST(ScenarioFile, hasALimitedDepth) {
   const auto nested = [](std::size_t levels) {
     return "{\n\"note\":" + std::string(levels, '[') + std::string(levels, ']') + "}";
   };
@@ -131,7 +131,7 @@ TEST(ScenarioFile, mayNotNestDeeperThanAnybodyWrites) {
   EXPECT_THAT(diagnosticsFor(nested(100000)), ElementsAre("a.json:2: more than 64 levels deep"));
 }
 
-TEST(ScenarioFile, mayNotNameAKeyTwice) {
+TEST(ScenarioFile, mayNotContainAKeyTwice) {
   EXPECT_THAT(
       diagnosticsFor("{\"description\": \"x\",\n\"timeline\": [{\"do\": \"plug\",\n\"do\": \"unplug\"}]}"),
       ElementsAre("a.json:3: /timeline/0/do: the key appears twice"));
@@ -148,7 +148,7 @@ TEST(ScenarioFile, needsADescriptionStepsAndAnExpectation) {
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})")), SizeIs(1));
 }
 
-TEST(ScenarioFile, isHeldToWhatEachActionTakes) {
+TEST(ScenarioFile, mustMatchTheArgumentsOfEachAction) {
   const auto about = [](const std::string& action) {
     return diagnosticsFor(with(R"({"do": )" + action + R"(, "see": {"running": true}})"));
   };
@@ -185,7 +185,7 @@ TEST(ScenarioFile, isHeldToWhatEachActionTakes) {
   }
 }
 
-TEST(ScenarioFile, isHeldToWhatCanBeSeen) {
+TEST(ScenarioFile, mustMatchTheKnownExpectations) {
   const auto about = [](const std::string& see) { return diagnosticsFor(with(R"({"see": )" + see + "}")); };
   for (const char* good :
        {R"({"percent": 80})", R"({"keys": {"CHTE": "01000000"}})", R"({"files": {"status": "missing"}})",
@@ -203,7 +203,7 @@ TEST(ScenarioFile, isHeldToWhatCanBeSeen) {
   }
 }
 
-TEST(ScenarioFile, takesADumpFromItsOwnFolder) {
+TEST(ScenarioFile, readsADumpFromItsOwnFolder) {
   Diagnostics diagnostics(std::string(BRISKO_SCENARIOS) + "/x.json");
   const std::string text =
       with(R"({"see": {"running": true}})", R"("mac": {"dump": "../data/dumps/air-charging.json"}, )");
@@ -217,7 +217,7 @@ TEST(ScenarioFile, takesADumpFromItsOwnFolder) {
 
 // --- The schema
 
-TEST(ScenarioSchema, takesEveryScenarioThatIsShipped) {
+TEST(ScenarioSchema, acceptsEveryScenarioOfTheProject) {
   std::size_t count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(BRISKO_SCENARIOS)) {
     if (entry.path().extension() != ".json") continue;
@@ -228,7 +228,7 @@ TEST(ScenarioSchema, takesEveryScenarioThatIsShipped) {
   EXPECT_GE(count, 40U);
 }
 
-TEST(ScenarioSchema, refusesWhatTheLabRefuses) {
+TEST(ScenarioSchema, rejectsWhatTheLabRejects) {
   const auto flawOf = [](const std::string& text) {
     return test::flawIn(Json::parse(text).dump(), "scenario");
   };
@@ -250,7 +250,7 @@ std::set<std::string> namesIn(const Json& object) {
   return names;
 }
 
-TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
+TEST(ScenarioSchema, containsEveryActionAndEveryExpectation) {
   const Json definitions = test::schemaOf("scenario").at("definitions");
   const Json& actions = definitions.at("actions");
   std::set<std::string> named = namesIn(actions.at("properties"));
@@ -267,7 +267,7 @@ TEST(ScenarioSchema, knowsEveryActionAndEveryExpectation) {
             virtual_mac::scheduledPlaces);
 }
 
-TEST(ScenarioSchema, isThePublishedOneInTheProgram) {
+TEST(ScenarioSchema, isBuiltIntoTheProgramAsPublished) {
   EXPECT_EQ(scenarioSchemaText(),
             test::contents(std::string(BRISKO_SCHEMA_FOLDER) + "/scenario.schema.json"));
 }
@@ -276,7 +276,7 @@ TEST(ScenarioSchema, isThePublishedOneInTheProgram) {
 
 std::string page() { return test::contents(std::string(BRISKO_SCHEMA_FOLDER) + "/../lab.md"); }
 
-TEST(ScenarioPage, hasAnExampleThatHolds) {
+TEST(ScenarioPage, hasAnExampleThatPasses) {
   const std::string text = page();
   const std::string begin = "```json scenario\n";
   const std::size_t from = text.find(begin);
@@ -291,7 +291,7 @@ TEST(ScenarioPage, explainsEveryActionOfTheLabAndEveryExpectation) {
   for (const std::string& name : checkNames()) EXPECT_THAT(text, HasSubstr("`" + name + "`")) << name;
 }
 
-// --- The play
+// --- Running
 
 TEST(Scenario, hasNoFailuresWhenItMatches) {
   EXPECT_THAT(failuresOf(with(R"({"at": "+2 h", "see": {"state": "hold", "percent": [79, 81], "running": true,
@@ -339,7 +339,7 @@ TEST(Scenario, reportsEveryDifference) {
   }
 }
 
-TEST(Scenario, goesNoFurtherThanItsFirstFailure) {
+TEST(Scenario, stopsAtItsFirstFailure) {
   EXPECT_THAT(failuresOf(with(R"({"see": {"running": false, "asleep": true}}, {"see": {"state": "hold"}})")),
               SizeIs(2));
 }
@@ -355,7 +355,7 @@ TEST(Scenario, failsForAWarningThatItDoesNotExpect) {
       << "a pattern for anything expects no warning";
 }
 
-TEST(Scenario, looksBackToItsLastCheckpoint) {
+TEST(Scenario, coversTheTimeSinceTheLastCheckpoint) {
   EXPECT_THAT(failuresOf(with(R"({"at": "+1 h", "see": {"log": "→ state: hold"}},
       {"at": "+1 min"}, {"at": "+1 min", "see": {"log": {"hasNot": "→ state: hold"}, "throughout": [79, 81]}})",
                               R"("end": {"log": "→ state: hold", "throughout": [70, 81]}, )")),
@@ -381,13 +381,13 @@ TEST(Scenario, reportsWhatCannotBeDone) {
   EXPECT_THAT(failures, ElementsAre(HasSubstr("no daemon runs that could be told")));
 }
 
-TEST(Scenario, inInvariantsModeNeedsNothingElse) {
+TEST(Scenario, needsNoExpectationsInInvariantsMode) {
   const std::string mode = R"("mode": "invariants", )";
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", mode)), IsEmpty());
   EXPECT_THAT(diagnosticsFor(with(R"({"at": "+1 s"})", R"("mode": "kindly", )")),
               ElementsAre(HasSubstr("/mode: expected invariants, not \"kindly\"")));
 
-  // A warning may come, and nobody can be told to end while no daemon runs.
+  // Warnings are allowed, and signals are skipped while no daemon runs.
   const std::string warns = R"("mac": {"percent": 80}, "before": {"key-without-effect": "CHTE"}, )";
   const std::string without = R"("daemon": {"started": false}, )";
   EXPECT_THAT(failuresOf(with(R"({"at": "+3 min", "see": {"state": "hold"}})", mode + warns)), IsEmpty());
@@ -407,7 +407,7 @@ TEST(Scenario, cannotBootAMacThatIsOnNorUseOneThatIsOff) {
   }
 }
 
-TEST(Scenario, givesTheSameLogEachTime) {
+TEST(Scenario, writesTheSameLogInEveryRun) {
   const std::string text =
       with(R"({"at": "+5 h", "do": "unplug"}, {"at": "+5 h", "see": {"running": false}})");
   Diagnostics diagnostics("a.json");

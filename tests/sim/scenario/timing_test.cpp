@@ -19,9 +19,9 @@ TEST(Timing, countsFromTheStepBefore) {
   }
 }
 
-TEST(Timing, ofAClockIsTheNextTimeThatItShows) {
+TEST(Timing, findsTheNextTimeOfDay) {
   EXPECT_EQ(secondsUntil(*parseTiming("08:00:01"), eight), 1);
-  EXPECT_EQ(secondsUntil(*parseTiming("08:00"), eight), 86400) << "now is not next";
+  EXPECT_EQ(secondsUntil(*parseTiming("08:00"), eight), 86400) << "the next time is never now";
   EXPECT_EQ(secondsUntil(*parseTiming("07:59"), eight), 86340);
   EXPECT_EQ(secondsUntil(*parseTiming("+1 day 07:00"), eight), 86400 + 23 * 3600);
 }
@@ -33,7 +33,7 @@ TEST(Timing, isMissingForATextOfAnotherForm) {
   }
 }
 
-TEST(Timing, knowsDates) {
+TEST(Timing, readsDates) {
   EXPECT_EQ(parseDate("2026-03-01 08:00"), eight);
   EXPECT_EQ(parseDate("2026-03-01 08:00:30"), eight + 30);
   EXPECT_TRUE(parseDate("2024-02-29 08:00"));
@@ -44,7 +44,7 @@ TEST(Timing, knowsDates) {
   }
 }
 
-TEST(Timing, formatsASpanInItsTwoLargestUnits) {
+TEST(Timing, formatsADurationInItsTwoLargestUnits) {
   EXPECT_EQ(spanText(0), "0 s");
   EXPECT_EQ(spanText(12), "12 s");
   EXPECT_EQ(spanText(3600), "1 h");

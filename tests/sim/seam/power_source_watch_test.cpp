@@ -1,4 +1,4 @@
-// How a process is notified of a power source that changes because of what the process does.
+// How a process is notified of changes of the power source that the process itself causes.
 
 #include "platform/power_sources.h"
 #include "platform/run_loop.h"
@@ -8,7 +8,7 @@
 namespace brisko::virtual_mac {
 namespace {
 
-TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
+TEST(PowerSourceWatch, letsTimeAdvanceIfEveryNotificationCausesAChange) {
   test::VirtualMac mac;
   int notified = 0;
   int notifiedAtOnce = 0;
@@ -29,7 +29,7 @@ TEST(PowerSourceWatch, letsTimeMoveOnWhenEveryNoticeIsAnsweredWithAChange) {
   platform::invalidateTimer(timer);
 
   EXPECT_EQ(notifiedAtOnce, 16);
-  EXPECT_GT(notified, 2 * 16);  // the rest with what comes next
+  EXPECT_GT(notified, 2 * 16);  // the rest with the next events
 }
 
 }  // namespace

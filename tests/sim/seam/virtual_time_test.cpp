@@ -1,4 +1,4 @@
-// What a test may rely on in virtual time beyond the contract of the seam.
+// Properties of virtual time beyond the contract of the seam, on which tests rely.
 
 #include <csignal>
 #include <limits>
@@ -27,7 +27,7 @@ using platform::uptime;
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
-TEST(VirtualTime, asksAtTheHorizonExactlyAndContinuesFromThere) {
+TEST(VirtualTime, stopsExactlyAtTheHorizonAndContinuesFromThere) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   std::vector<double> asked;
@@ -40,7 +40,7 @@ TEST(VirtualTime, asksAtTheHorizonExactlyAndContinuesFromThere) {
   EXPECT_THAT(asked, ElementsAre(7.25, 30.0));
 }
 
-TEST(VirtualTime, doesWhatIsDueAtTheHorizonBeforeItAsks) {
+TEST(VirtualTime, doesWhatIsDueAtTheHorizonBeforeItStops) {
   VirtualMac mac;
   int fired = 0;
   int firedWhenAsked = -1;
@@ -83,7 +83,7 @@ TEST(VirtualTime, aPauseStopsAtTheHorizonToo) {
   EXPECT_EQ(mac.machine().now, begin + 5);
 }
 
-TEST(VirtualTime, aPauseThatEndsAtTheHorizonDoesNotAsk) {
+TEST(VirtualTime, aPauseThatEndsAtTheHorizonDoesNotStop) {
   VirtualMac mac;
   virtual_mac::setHorizon(mac.machine().now + 5, [] {
     ADD_FAILURE() << "asked";
@@ -108,7 +108,7 @@ TEST(VirtualTime, callsBackAfterEveryEventOfTheLoop) {
   EXPECT_EQ(events, 3);
 }
 
-// Sleeps for an hour from the tenth second on.
+// Puts the machine to sleep for an hour after ten seconds.
 void sleepForAnHour(VirtualMac& mac) {
   const double asleepAt = mac.machine().now + 10;
   virtual_mac::setHorizon(asleepAt, [&mac, asleepAt] {
@@ -158,7 +158,7 @@ TEST(VirtualTime, postedWorkWaitsForTheEndOfSleep) {
   EXPECT_EQ(ran, 600);
 }
 
-TEST(VirtualTimeDeathTest, reportsItWhenItWouldWaitForEver) {
+TEST(VirtualTimeDeathTest, reportsAWaitThatWouldNeverEnd) {
   EXPECT_DEATH(runMain(), "virtual time: the process waits for ever, nothing is due within a year");
 }
 
@@ -168,7 +168,7 @@ TEST(VirtualTime, needsNoMachine) {
   EXPECT_EQ(platform::wallNow(), before + 86'400);
 }
 
-TEST(VirtualTime, keepsTheRealComputerOut) {
+TEST(VirtualTime, isIndependentOfTheRealComputer) {
   ::setenv("BRISKO_TEST_REAL", "1", 1);
   const VirtualMac mac;
   EXPECT_FALSE(platform::environment("BRISKO_TEST_REAL").has_value());

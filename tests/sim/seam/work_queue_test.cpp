@@ -1,4 +1,4 @@
-// Orders and grids of sim/seam/work_queue.h that time alone would take long to show.
+// The order and the timer grids of sim/seam/work_queue.h, with a clock that the test sets.
 
 #include "sim/seam/work_queue.h"
 
@@ -15,7 +15,7 @@ double uptimeNow() { return gUptime; }
 
 class WorkQueueTest : public ::testing::Test {
  protected:
-  // Does everything due until `uptime`, each piece at its time.
+  // Runs all work that is due until `uptime`, each piece at its time.
   void runUntil(double uptime) {
     while (queue.nextDue() <= uptime) {
       gUptime = std::max(gUptime, queue.nextDue());
@@ -45,7 +45,7 @@ TEST_F(WorkQueueTest, ordersByTimeAndThenByInsertion) {
   EXPECT_EQ(trace, "abcd");
 }
 
-TEST_F(WorkQueueTest, aTimerBesidesDelayedWorkKeepsThePlaceOfItsInsertion) {
+TEST_F(WorkQueueTest, ordersATimerAndDelayedWorkByInsertion) {
   queue.add(10, [&] { trace += "a"; });
   (void)queue.addTimer(0, 10, [&] { trace += "t"; });
   queue.add(20, [&] { trace += "b"; });
@@ -53,7 +53,7 @@ TEST_F(WorkQueueTest, aTimerBesidesDelayedWorkKeepsThePlaceOfItsInsertion) {
   EXPECT_EQ(trace, "attb");
 }
 
-TEST_F(WorkQueueTest, aFractionalGridDoesNotDriftInAYear) {
+TEST_F(WorkQueueTest, keepsAFractionalGridForAYear) {
   constexpr double interval = 0.1;
   (void)queue.addTimer(0, interval, [] {});
   constexpr double year = 365 * 86'400.0;
@@ -65,26 +65,26 @@ TEST_F(WorkQueueTest, aFractionalGridDoesNotDriftInAYear) {
   EXPECT_LE(queue.nextDue(), year + interval + 1e-6);
 }
 
-TEST_F(WorkQueueTest, aTimerNeverFiresTwiceAtOnePointThoughTheClockRoundsDown) {
+TEST_F(WorkQueueTest, firesATimerOncePerGridPointEvenIfTheClockRoundsDown) {
   int fired = 0;
   (void)queue.addTimer(0, 0.3, [&] { ++fired; });
-  gUptime = std::nextafter(0.3, 0);  // a hair before the point that it was found due at
+  gUptime = std::nextafter(0.3, 0);  // just before the grid point
   queue.runFirst(uptimeNow);
   EXPECT_GT(queue.nextDue(), 0.5);
   EXPECT_EQ(fired, 1);
 }
 
-TEST_F(WorkQueueTest, atTheVeryPointOfItsGridALateTimerIsDueAgainAtTheNext) {
+TEST_F(WorkQueueTest, firesALateTimerNextAtTheFollowingGridPoint) {
   (void)queue.addTimer(0, 12, [] {});
   gUptime = 36;
   queue.runFirst(uptimeNow);
   EXPECT_EQ(queue.nextDue(), 48);
 }
 
-TEST_F(WorkQueueTest, onlyTimersCanBeInvalidated) {
+TEST_F(WorkQueueTest, invalidatesOnlyTimers) {
   const std::uint64_t timer = queue.addTimer(0, 5, [] {});
   queue.add(1, [&] { trace += "a"; });
-  queue.invalidateTimer(timer + 1);  // what would be the token of the work above
+  queue.invalidateTimer(timer + 1);  // would be the token of the work above
   runUntil(2);
   EXPECT_EQ(trace, "a");
 }

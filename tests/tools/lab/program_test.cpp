@@ -49,7 +49,7 @@ class LabProgram : public ::testing::Test {
   test::ScratchFolder folder;
 };
 
-TEST_F(LabProgram, endsWith0WhenAllHold) {
+TEST_F(LabProgram, endsWith0IfAllScenariosPass) {
   const Ended ended = run("run " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(ended.output, "ok    " + folder.path("good.json") + " (0 s): It runs.\n");
@@ -65,8 +65,8 @@ TEST_F(LabProgram, endsWith1AndReportsTheDifference) {
   EXPECT_THAT(ended.output, HasSubstr("\n2 scenarios: 1 hold, 1 failed, 0 could not be read\n"));
 }
 
-// On the battery each percent brings a summary; the adapter then brings other lines.
-TEST_F(LabProgram, saysHowManySummariesItLeavesOutOfTheEndOfTheLog) {
+// On the battery each percent causes a summary; the adapter then causes other lines.
+TEST_F(LabProgram, reportsHowManySummariesItOmits) {
   test::put(folder.path("down.json"),
             R"({"description": "It drains.", "mac": {"percent": 90, "plugged": false},
     "timeline": [{"at": "+30 min"}, {"do": "plug"}, {"at": "+30 s", "see": {"log": {"count": {"cap …": 0}}}}]})");
@@ -76,16 +76,16 @@ TEST_F(LabProgram, saysHowManySummariesItLeavesOutOfTheEndOfTheLog) {
   EXPECT_THAT(
       ended.output,
       ContainsRegex("XPC listening on com.brisko.daemon.xpc\n    … 4 more summaries\n    [^ ]*Z  cap 80%"));
-  EXPECT_EQ(countOf(ended.output, "Z  cap "), 2) << "one of five, and the one that stands alone";
+  EXPECT_EQ(countOf(ended.output, "Z  cap "), 2) << "one of five, and the single one";
 }
 
-TEST_F(LabProgram, leavesNoSummaryOutOfALogThatRepeatsNone) {
+TEST_F(LabProgram, omitsNoSummaryIfNoneFollowsAnother) {
   const Ended ended = run("run " + folder.path("wrong.json"));
   EXPECT_EQ(countOf(ended.output, "Z  cap "), 1);
   EXPECT_EQ(countOf(ended.output, " more summar"), 0);
 }
 
-TEST_F(LabProgram, endsWith2ForABadFileAndPlaysTheOthers) {
+TEST_F(LabProgram, endsWith2ForABadFileAndRunsTheOthers) {
   const Ended ended =
       run("run " + folder.path("bad.json") + " " + folder.path("none.json") + " " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 2);
@@ -102,7 +102,7 @@ TEST_F(LabProgram, endsWith2WhenItIsMisused) {
   EXPECT_EQ(run("--help").status, 0);
 }
 
-TEST_F(LabProgram, playsACampaign) {
+TEST_F(LabProgram, runsACampaign) {
   const Ended ended = run("campaign --seeds 1..2 --days 1 --faults none");
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(ended.output, EndsWith("\nseeds 1..2, 1 day each, faults none: all invariants hold\n"));
@@ -114,7 +114,7 @@ TEST_F(LabProgram, playsACampaign) {
 }
 
 TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
-  // The shell in the middle gets its own status back; the signal is for the lab alone.
+  // Only the lab gets the signal; the shell around it passes on the status.
   const Ended ended = run("campaign --seeds 1..1000 --days 30 & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(ended.status, 130);
   EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: cancelled after "));
@@ -128,14 +128,14 @@ TEST_F(LabProgram, printsTheScenarioOfASeedThatItCanRun) {
   EXPECT_EQ(run("generate").status, 2);
 }
 
-TEST_F(LabProgram, listsWhatCanHappen) {
+TEST_F(LabProgram, listsTheActions) {
   const Ended ended = run("actions");
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(ended.output, HasSubstr("\n  settings-replaced\n"));
   EXPECT_THAT(ended.output, HasSubstr("\nclock-step --number N (s)\n"));
 }
 
-// --- Pictures
+// --- Charts
 
 TEST_F(LabProgram, drawsAScenario) {
   const std::string page = folder.path("a.html");
@@ -154,14 +154,14 @@ TEST_F(LabProgram, drawsAScenarioThatFailsToo) {
   EXPECT_THAT(test::contents(page), HasSubstr("<pre>  /timeline/0/see/asleep (line 1)"));
 }
 
-TEST_F(LabProgram, drawsNoBadFile) {
+TEST_F(LabProgram, drawsNoInvalidFile) {
   EXPECT_EQ(run("run --report " + folder.path("a.html") + " " + folder.path("bad.json")).status, 2);
   EXPECT_FALSE(test::exists(folder.path("a.html")));
 }
 
 TEST_F(LabProgram, drawsOneScenarioAtATime) {
   const std::string good = folder.path("good.json");
-  for (const std::string option : {"--report ", "--svg "}) {
+  for (const std::string option : {"--report ", "--svg ", "--volume "}) {
     const Ended ended = run("run " + option + folder.path("a") + " " + good + " " + good);
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.output, HasSubstr("name one FILE.json"));
@@ -169,11 +169,22 @@ TEST_F(LabProgram, drawsOneScenarioAtATime) {
   }
 }
 
-TEST_F(LabProgram, reportsWhenAPictureCannotBeWritten) {
+TEST_F(LabProgram, reportsWhenAChartCannotBeWritten) {
   const std::string nowhere = folder.path("none/a.svg");
   const Ended ended = run("run --svg " + nowhere + " " + folder.path("good.json"));
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.output, HasSubstr("brisko-lab: " + nowhere + ": cannot be written\n"));
+}
+
+TEST_F(LabProgram, keepsTheFilesOfTheMac) {
+  const std::string volume = folder.path("volume");
+  EXPECT_EQ(run("run --volume " + volume + " " + folder.path("good.json")).status, 0);
+  EXPECT_THAT(test::contents(volume + "/Library/Application Support/Brisko/status.json"),
+              HasSubstr("\"pct\":70"));
+  const Ended again = run("run --volume " + volume + " " + folder.path("good.json"));
+  EXPECT_EQ(again.status, 2);
+  EXPECT_THAT(again.output, HasSubstr(volume + ": exists already"));
+  EXPECT_EQ(run("run --volume " + folder.path("none/volume") + " " + folder.path("good.json")).status, 2);
 }
 
 TEST_F(LabProgram, drawsTheSameEachTime) {
@@ -188,15 +199,15 @@ TEST_F(LabProgram, drawsTheSameEachTime) {
   EXPECT_EQ(test::contents(folder.path("1.html")), test::contents(folder.path("2.html")));
 }
 
-// The picture in the README is what the lab draws today, whichever compiler built it.
-TEST_F(LabProgram, drewThePictureInTheReadme) {
+// The chart in the README is the one that the lab draws, with every compiler.
+TEST_F(LabProgram, drawsTheChartInTheReadme) {
   const std::string scenario = "tests/scenarios/a-day-and-two-nights.json";
   const std::string committed = "docs/a-day-and-two-nights.svg";
   const std::string drawn = folder.path("drawn.svg");
   const std::string sources = std::string(BRISKO_SCENARIOS) + "/../../";
   ASSERT_EQ(run("run --svg " + drawn + " " + sources + scenario).status, 0);
   EXPECT_TRUE(test::contents(drawn) == test::contents(sources + committed))
-      << "the picture is no longer what the lab draws; look at the new one, and commit it:\n"
+      << "the chart differs from the one that the lab draws; check the new one and commit it:\n"
       << "  build/release/brisko-lab run --svg " << committed << " " << scenario;
   EXPECT_THAT(test::contents(sources + "README.md"), HasSubstr(committed));
 }
@@ -221,25 +232,36 @@ TEST_F(LabHistory, isDrawnFromItsFolder) {
   EXPECT_THAT(test::contents(folder.path("a.html")), HasSubstr("1 line was left out, being broken."));
 }
 
-TEST_F(LabHistory, isToldByTheClockOfItsReader) {
+TEST_F(LabHistory, isShownInTheTimeZoneOfItsReader) {
   day(line);
   EXPECT_THAT(inZone("UTC"), HasSubstr("From 1 March 2026 08:00:00 to 1 March 2026 08:00:00 (UTC)"));
   EXPECT_THAT(inZone("PST8PDT"), HasSubstr("From 1 March 2026 00:00:00 to 1 March 2026 00:00:00 (PST)"));
 }
 
-TEST_F(LabHistory, thatIsMissingEndsWith2) {
+TEST_F(LabHistory, endsWith2IfItIsMissing) {
   const Ended ended = run("history " + folder.path() + " --svg " + folder.path("a.svg"));
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.output, HasSubstr(folder.path() + ": there is no history here"));
   EXPECT_FALSE(test::exists(folder.path("a.svg")));
 }
 
-TEST_F(LabHistory, hasToGoSomewhere) {
+TEST_F(LabHistory, needsAnOutputFile) {
   day(line);
   const Ended ended = run("history " + folder.path());
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.output, HasSubstr("--report OUT.html"));
   EXPECT_EQ(run("history --svg " + folder.path("a.svg")).status, 2);
+}
+
+TEST_F(LabProgram, writesTheLogOfASingleScenario) {
+  const std::string log = folder.path("good.log");
+  EXPECT_EQ(run("run --log " + log + " " + folder.path("good.json")).status, 0);
+  EXPECT_THAT(test::contents(log), ContainsRegex("^20[0-9-]+T[0-9:]+Z  brisko-daemon started"));
+  EXPECT_THAT(test::contents(log), EndsWith("\n"));
+  const Ended ended =
+      run("run --log " + log + " " + folder.path("good.json") + " " + folder.path("good.json"));
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.output, HasSubstr("are for a single scenario"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A fake for Dispatch as C++ without blocks sees it: every object is a dispatch_object_s.
+// A fake for Dispatch as declared for C++ without blocks: every object is a dispatch_object_s.
 #pragma once
 
 #include <cstdint>

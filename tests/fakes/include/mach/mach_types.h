@@ -1,4 +1,4 @@
-// A fake for what Mach itself declares.
+// A fake for Mach's own types.
 #pragma once
 
 using kern_return_t = int;

@@ -1,4 +1,4 @@
-// A fake for what a task can make.
+// A fake for Mach's tasks.
 #pragma once
 
 #include <mach/mach_types.h>

@@ -1,5 +1,5 @@
-// A fake for Foundation: what src/platform/macos uses of it and little more. tests/objective_c has as
-// much of it as it takes to run.
+// A fake for Foundation: what src/platform/macos uses of it and little more. tests/objective_c implements
+// what the tests need.
 #pragma once
 
 using BOOL = bool;  // as on arm64

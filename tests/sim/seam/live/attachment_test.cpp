@@ -1,4 +1,4 @@
-// Which machine a program gets, and what it says when it cannot have it.
+// Which machine a program uses, and its errors without one.
 
 #include <cstdlib>
 #include <fstream>
@@ -28,14 +28,14 @@ TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenItsFolderIsMissing) {
               "^brisko-daemon: the folder /no such folder does not exist\n$");
 }
 
-TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenTheFolderIsNotOurs) {
+TEST(LiveMachineDeathTest, endsWithOneLineAndStatus1WhenTheFolderIsNotAMachine) {
   const ScratchFolder scratch;
   std::ofstream(scratch.path() + "/machine") << "not ours";
   EXPECT_EXIT(useMachineIn(scratch.path()), ::testing::ExitedWithCode(1),
               "^brisko-daemon: the file " + scratch.path() + "/machine is not a virtual Mac\n$");
 }
 
-TEST(LiveMachine, isNamedRelativeToTheFolderThatTheProgramStartsIn) {
+TEST(LiveMachine, isNamedRelativeToTheWorkingDirectoryAtTheStart) {
   const LiveFolder folder;
   const std::string parent = folder.path().substr(0, folder.path().rfind('/'));
   ASSERT_EQ(::chdir(parent.c_str()), 0);
@@ -43,25 +43,25 @@ TEST(LiveMachine, isNamedRelativeToTheFolderThatTheProgramStartsIn) {
   EXPECT_EQ(platform::volumeRoot(), folder.path() + "/volume");
 }
 
-TEST(LiveMachine, isNoneWhenTheVariableIsEmpty) {
+TEST(LiveMachine, isMissingIfTheVariableIsEmpty) {
   ::setenv("BRISKO_VIRTUAL_MAC", "", 1);
   EXPECT_EQ(platform::openSmc().status, platform::kernelNotFound);
 }
 
-TEST(LiveMachine, withoutAMachineTheComputerSpeaksForItself) {
+TEST(LiveMachine, isReplacedByTheRealComputerIfMissing) {
   EXPECT_EQ(platform::effectiveUserId(), ::geteuid());
   EXPECT_EQ(platform::osMajor(), 0);
   EXPECT_EQ(platform::processId(), ::getpid());
 }
 
-TEST(LiveMachine, agesWhileNoProcessRuns) {
+TEST(LiveMachine, continuesWhileNoProcessRuns) {
   LiveFolder folder(test::machineFromNow({}, 1));
-  // As if it had been left alone for a day.
+  // As if no process had used it for a day.
   folder.store().update().machine().realAnchor -= 86'400;
   folder.name();
   const double before = folder.store().view().machine().now;
   EXPECT_GE(platform::uptime(), virtual_mac::MachineOptions{}.uptime + 86'400);
-  EXPECT_GE(folder.store().view().machine().now, before + 86'400) << "looking moves the machine on";
+  EXPECT_GE(folder.store().view().machine().now, before + 86'400) << "opening the machine advances it";
 }
 
 TEST(LiveMachine, isNotAdvancedTwiceWithinASecond) {
@@ -81,7 +81,7 @@ TEST(LiveMachine, neverGoesBackWhenTheRealClockDoes) {
   const double wallBefore = platform::wallNow();
   folder.store().update().machine().realAnchor += 7200;
   EXPECT_GE(platform::uptime(), uptimeBefore);
-  // To the second that the machine was last moved to.
+  // The wall clock continues from the last update of the machine, which may be a second old.
   EXPECT_GT(platform::wallNow(), wallBefore - 1);
 }
 

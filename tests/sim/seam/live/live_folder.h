@@ -1,5 +1,5 @@
 // tests/sim/seam/live/live_folder.h
-// A machine in a folder of a test's own, named to this process as a person would.
+// A machine in a temporary folder, which the environment of this process names as a user's would.
 #pragma once
 
 #include <memory>
@@ -10,10 +10,10 @@
 
 namespace brisko::test {
 
-// Fast enough that a test waits for milliseconds.
+// Fast enough that a test waits only for milliseconds.
 inline constexpr double testSpeed = 1000;
 
-// A healthy MacBook Air whose time begins at this moment.
+// A healthy MacBook Air that starts now.
 [[nodiscard]] virtual_mac::Machine machineFromNow(const virtual_mac::MachineOptions& options = {},
                                                   double speed = testSpeed);
 
@@ -22,12 +22,12 @@ class LiveFolder {
   explicit LiveFolder(const virtual_mac::Machine& machine = machineFromNow());
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  // The tools' side of the machine; the seam opens it for itself.
+  // The machine as opened by a tool; the seam opens it again.
   [[nodiscard]] virtual_mac::MachineStore& store() { return *store_; }
 
-  // Makes it the machine of this process, before the seam is used.
+  // Makes it the machine of this process. Must be called before the seam is used.
   void name() const;
-  // Brings the machine to this moment, changes it and wakes who holds it.
+  // Advances the machine to the present, changes it and wakes the processes that use it.
   void change(const virtual_mac::Change& change);
 
  private:

@@ -1,4 +1,4 @@
-// What only the live run loop has: other processes, real signals, and as few wake-ups as can be.
+// Properties of the live run loop alone: other processes, real signals, and as few wake-ups as possible.
 
 #include "platform/run_loop.h"
 
@@ -26,19 +26,19 @@
 
 namespace {
 
-// Every wait of the run loop in this process, and those that had a length.
+// The number of waits of the run loop in this process, and of those with a non-zero length.
 std::atomic<int> gWaits{0};
 std::atomic<int> gLongWaits{0};
 
 }  // namespace
 
-// In place of the C library's: the number of waits is the same however busy the computer is, the processor's
-// time is not.
+// Replaces the C library's function. Unlike processor time, the number of waits does not depend on how busy
+// the computer is.
 extern "C" int ppoll(pollfd* events, nfds_t count, const timespec* timeout, const sigset_t* mask) {
   gWaits += 1;
   const bool isLong = timeout == nullptr || timeout->tv_sec != 0 || timeout->tv_nsec != 0;
   if (isLong) gLongWaits += 1;
-  timespec left = timeout == nullptr ? timespec{} : *timeout;  // the kernel writes what was left
+  timespec left = timeout == nullptr ? timespec{} : *timeout;  // the kernel writes the remaining time
   constexpr std::size_t maskBytes = 8;
   return static_cast<int>(
       ::syscall(SYS_ppoll, events, count, timeout == nullptr ? nullptr : &left, mask, maskBytes));
@@ -65,8 +65,7 @@ std::vector<std::string> wakeSockets(const std::string& folder) {
   return names;
 }
 
-// Returns once the thread waits for something: for the loop that is its next event, nothing else there takes
-// long.
+// Returns when the thread waits: the loop waits long only for its next event.
 void untilItWaits(pid_t thread) {
   const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
   for (std::string state; state != "S";) {
@@ -79,7 +78,7 @@ void untilItWaits(pid_t thread) {
   }
 }
 
-// Does `work` in another thread, and the loop in this one until somebody stops it.
+// Runs `work` on another thread, and the loop on this one until it is stopped.
 template <class Other>
 void runBeside(Other work) {
   std::thread other(work);
@@ -87,7 +86,7 @@ void runBeside(Other work) {
   other.join();
 }
 
-// The same once the loop waits.
+// The same, but `work` begins when the loop waits.
 template <class Other>
 void runAndWhenItWaits(Other work) {
   runBeside([work, loop = ::gettid()] {
@@ -103,7 +102,7 @@ TEST(LiveRunLoop, isWokenByWorkFromAnotherThread) {
   runAndWhenItWaits([] { postMain([] { stopMain(); }); });
 }
 
-TEST(LiveRunLoop, takesWorkOfManyThreadsAndLosesNone) {
+TEST(LiveRunLoop, runsAllWorkOfManyThreads) {
   const LiveFolder folder;
   folder.name();
   constexpr int threads = 4;
@@ -124,7 +123,7 @@ TEST(LiveRunLoop, takesWorkOfManyThreadsAndLosesNone) {
   EXPECT_EQ(done, threads * each);
 }
 
-// Real speed, and an hour until the timer: only the datagram can bring the loop round in time.
+// At real speed with an hour until the timer, only the datagram can wake the loop in time.
 TEST(LiveRunLoop, isWokenWhenAToolChangesTheMachine) {
   LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
@@ -141,23 +140,23 @@ TEST(LiveRunLoop, isWokenWhenAToolChangesTheMachine) {
   EXPECT_TRUE(told);
 }
 
-TEST(LiveRunLoop, leavesNoWordAfterBeingWoken) {
+TEST(LiveRunLoop, leavesNoDatagramUnreadAfterBeingWoken) {
   LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
-  for (int time = 0; time < 3; ++time) virtual_mac::wakeHolders(folder.path());  // nobody yet
+  for (int time = 0; time < 3; ++time) virtual_mac::wakeHolders(folder.path());  // no process uses it yet
   postMain([&] {
     for (int time = 0; time < 50; ++time) virtual_mac::wakeHolders(folder.path());
   });
   postMainAfter(0.02, [] { stopMain(); });
   runMain();
-  // Woken for good by a datagram that nobody takes, it would never come to rest.
+  // An unread datagram would wake it again and again.
   gWaits = 0;
   postMainAfter(0.05, [] { stopMain(); });
   runMain();
   EXPECT_LE(gWaits, 4);
 }
 
-TEST(LiveRunLoop, removesTheSocketsOfTheDead) {
+TEST(LiveRunLoop, removesTheSocketsOfDeadProcesses) {
   LiveFolder folder;
   folder.name();
   const pid_t child = ::fork();
@@ -171,7 +170,7 @@ TEST(LiveRunLoop, removesTheSocketsOfTheDead) {
   EXPECT_THAT(wakeSockets(folder.path()), IsEmpty());
 }
 
-TEST(LiveRunLoop, takesTheSocketOfADeadProcessOfTheSameNumber) {
+TEST(LiveRunLoop, takesOverTheSocketOfADeadProcessWithTheSameId) {
   LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   std::ofstream(folder.path() + "/wake." + std::to_string(::getpid())) << "left behind";
@@ -182,7 +181,7 @@ TEST(LiveRunLoop, takesTheSocketOfADeadProcessOfTheSameNumber) {
 
 std::string longName() { return std::string(120, 'x'); }
 
-TEST(LiveRunLoop, isWokenThoughThePathOfItsFolderIsLong) {
+TEST(LiveRunLoop, isWokenDespiteALongFolderPath) {
   const test::ScratchFolder scratch;
   const std::string path = scratch.path() + "/" + longName() + "/" + longName();
   std::string reason;
@@ -197,7 +196,7 @@ TEST(LiveRunLoop, isWokenThoughThePathOfItsFolderIsLong) {
   });
 }
 
-// A change that the machine has planned for itself, between two heartbeats at real speed.
+// A planned change of the machine between two heartbeats at real speed.
 TEST(LiveRunLoop, reportsAPlannedChangeWhenItComes) {
   LiveFolder folder(test::machineFromNow({}, 100));
   folder.name();
@@ -211,7 +210,7 @@ TEST(LiveRunLoop, reportsAPlannedChangeWhenItComes) {
   runMain();
 }
 
-TEST(LiveRunLoop, sleepsUntilThePlannedChangeItForesees) {
+TEST(LiveRunLoop, sleepsUntilAPlannedChange) {
   LiveFolder folder(test::machineFromNow({}, 100));
   folder.name();
   ASSERT_TRUE(platform::addPowerSourceNotification([] { stopMain(); }));
@@ -225,7 +224,7 @@ TEST(LiveRunLoop, sleepsUntilThePlannedChangeItForesees) {
   EXPECT_LE(gWaits, 5) << "for 0.2 s of real time";
 }
 
-// With nothing due the loop looks ahead for an hour at a time.
+// With nothing due the loop waits for up to an hour at a time.
 TEST(LiveRunLoop, reportsAPlannedChangeAlsoWhenNothingElseIsDue) {
   LiveFolder folder(test::machineFromNow({}, 1'000'000));
   folder.name();
@@ -240,7 +239,7 @@ TEST(LiveRunLoop, reportsAPlannedChangeAlsoWhenNothingElseIsDue) {
 
 int gHandled = 0;
 
-TEST(LiveRunLoop, takesASignalFromAnotherProcessWhileItWaits) {
+TEST(LiveRunLoop, handlesASignalFromAnotherProcessWhileItWaits) {
   const LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   platform::installSignalHandler(SIGTERM, [](int) {
@@ -260,7 +259,7 @@ TEST(LiveRunLoop, takesASignalFromAnotherProcessWhileItWaits) {
   EXPECT_EQ(gHandled, 1);
 }
 
-TEST(LiveRunLoop, takesASignalSourceFromAnotherProcessWhileItWaits) {
+TEST(LiveRunLoop, runsASignalSourceForAnotherProcessWhileItWaits) {
   const LiveFolder folder(test::machineFromNow({}, 1));
   folder.name();
   platform::addSignalSource(SIGTERM, [] { stopMain(); });
@@ -299,7 +298,7 @@ TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {
   postMainAfter(5, [&] { setAsleep(true); });
   runBeside([&] {
     while (!folder.store().view().machine().system.asleep) continue;
-    // 100 s of the machine's time: the timer would have fired five times.
+    // 100 s of machine time, in which the timer would have fired five times.
     const double wakeAt = virtual_mac::machineTime(folder.store().view().machine()) + 100;
     gWaits = 0;
     postMain([&] { postedRanAsleep = folder.store().view().machine().system.asleep; });
@@ -327,13 +326,13 @@ void stopCharging() {
   ASSERT_EQ(output[40], 0);
 }
 
-// A minute of a steady machine with the daemon's two timers: they wake it 8 times, less where they coincide,
-// and the machine itself never does.
+// A minute of a steady machine with the daemon's two timers. They wake the loop 8 times, or less often where
+// they coincide, and the machine itself never wakes it.
 TEST(LiveRunLoop, wakesNoMoreOftenThanItsTimersDo) {
   constexpr double speed = 200;
   LiveFolder folder(test::machineFromNow({.percent = 80}, speed));
   folder.name();
-  // Held as the daemon holds it, for an hour already.
+  // Held as by the daemon, for an hour.
   stopCharging();
   folder.store().update().machine().realAnchor -= 3600 / speed;
   ASSERT_TRUE(platform::addPowerSourceNotification([] {}));

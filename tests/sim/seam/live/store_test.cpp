@@ -1,4 +1,4 @@
-// The machine in a folder: what is refused, and that nobody ever finds half of it.
+// The machine in a folder: which folders are refused, and that the machine is always consistent.
 
 #include <atomic>
 #include <cstring>
@@ -35,7 +35,7 @@ void overwrite(const std::string& path, std::size_t offset, const std::string& b
   ASSERT_TRUE(stream << bytes << std::flush);
 }
 
-// Every file of the folder with its contents, its mode and its time of change.
+// Every file of the folder, with its contents, its mode and the time of its last change.
 std::string pictureOf(const std::string& folder) {
   std::ostringstream picture;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
@@ -48,7 +48,7 @@ std::string pictureOf(const std::string& folder) {
   return picture.str();
 }
 
-// Why `folder` is refused; what it holds must not change by it.
+// Why `folder` is refused, which must not change its contents.
 std::string refusal(const std::string& folder) {
   const std::string before = std::filesystem::exists(folder) ? pictureOf(folder) : "";
   std::string reason;
@@ -58,7 +58,7 @@ std::string refusal(const std::string& folder) {
   return reason;
 }
 
-TEST(MachineStore, isMadeInAFolderThatDoesNotExistYet) {
+TEST(MachineStore, isCreatedInAFolderThatDoesNotExistYet) {
   const ScratchFolder scratch;
   std::string reason;
   const std::string folder = scratch.path() + "/a/b";
@@ -71,13 +71,13 @@ TEST(MachineStore, isMadeInAFolderThatDoesNotExistYet) {
   EXPECT_TRUE(std::filesystem::is_directory(folder + "/volume/Applications/Brisko.app"));
 }
 
-TEST(MachineStore, isMadeInAnEmptyFolder) {
+TEST(MachineStore, isCreatedInAnEmptyFolder) {
   const ScratchFolder scratch;
   std::string reason;
   EXPECT_NE(MachineStore::create(scratch.path(), machineFromNow(), reason), nullptr) << reason;
 }
 
-TEST(MachineStore, isNotMadeWhereSomethingLies) {
+TEST(MachineStore, isNotCreatedInAFolderWithContents) {
   const ScratchFolder scratch;
   std::ofstream(scratch.path() + "/letter") << "dear";
   std::string reason;
@@ -86,7 +86,7 @@ TEST(MachineStore, isNotMadeWhereSomethingLies) {
   EXPECT_FALSE(std::filesystem::exists(scratch.path() + "/machine"));
 }
 
-TEST(MachineStore, isNotMadeBelowAFile) {
+TEST(MachineStore, isNotCreatedBelowAFile) {
   const ScratchFolder scratch;
   const std::string file = scratch.path() + "/letter";
   std::ofstream(file) << "dear";
@@ -97,7 +97,7 @@ TEST(MachineStore, isNotMadeBelowAFile) {
   EXPECT_THAT(reason, ::testing::StartsWith("the folder " + file + "/mac cannot be made: "));
 }
 
-TEST(MachineStore, letsOnlyItsOwnerReachTheMachine) {
+TEST(MachineStore, isReadableByItsOwnerOnly) {
   ::umask(0);
   const LiveFolder folder;
   for (const char* name : {"/machine", "/journal"}) {
@@ -107,7 +107,7 @@ TEST(MachineStore, letsOnlyItsOwnerReachTheMachine) {
   }
 }
 
-TEST(MachineStore, showsAnUpdateToAllWhoHoldIt) {
+TEST(MachineStore, showsAnUpdateToAllProcessesThatMapIt) {
   LiveFolder folder;
   std::string reason;
   const auto other = MachineStore::open(folder.path(), reason);
@@ -118,7 +118,7 @@ TEST(MachineStore, showsAnUpdateToAllWhoHoldIt) {
   }
 }
 
-TEST(MachineStore, keepsTheMachineAndTheJournalAfterAllHaveClosedIt) {
+TEST(MachineStore, keepsTheMachineAndTheJournalAfterItIsClosed) {
   const ScratchFolder scratch;
   std::string reason;
   {
@@ -145,7 +145,7 @@ TEST(MachineStore, refusesAFolderWithoutAMachine) {
   EXPECT_EQ(refusal(scratch.path()), "the folder " + scratch.path() + " holds no machine");
 }
 
-TEST(MachineStore, refusesAFileThatIsNotOurs) {
+TEST(MachineStore, refusesAFileThatIsNotAMachine) {
   const ScratchFolder scratch;
   const std::string file = scratch.path() + "/machine";
   const std::string reason = "the file " + file + " is not a virtual Mac";
@@ -155,7 +155,7 @@ TEST(MachineStore, refusesAFileThatIsNotOurs) {
   EXPECT_EQ(refusal(scratch.path()), reason);
 }
 
-TEST(MachineStore, refusesWhatIsNotAFileWithoutWaitingForIt) {
+TEST(MachineStore, refusesOtherThanFilesWithoutBlocking) {
   const ScratchFolder scratch;
   const std::string path = scratch.path() + "/machine";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
@@ -183,7 +183,7 @@ TEST(MachineStore, refusesAnotherVersionWhateverItsSize) {
   EXPECT_THAT(refusal(folder.path()), HasSubstr("is of version 127"));
 }
 
-TEST(MachineStore, refusesAMachineThatWasCutAtAnyLength) {
+TEST(MachineStore, refusesAMachineThatWasTruncatedAnywhere) {
   LiveFolder folder;
   const std::string file = folder.path() + "/machine";
   const std::string whole = contentsOf(file);
@@ -224,8 +224,7 @@ TEST(MachineStore, refusesAMachineWithoutItsJournal) {
   EXPECT_EQ(refusal(folder.path()), reason);
 }
 
-// ---------------------------------------------------------------------------------------------------------
-// Killed at any point
+// --- Killed at any point
 
 // Writes `mark` into the machine from end to end, and a journal entry with it.
 void mark(const MachineStore::Update& update, std::int64_t mark) {
@@ -239,7 +238,7 @@ void mark(const MachineStore::Update& update, std::int64_t mark) {
   machine.machineAnchor = static_cast<double>(mark);
 }
 
-// The mark of a whole machine with its whole journal; -1 and a failure for a mixture.
+// The mark of a consistent machine with its complete journal; -1 and a test failure for a mixture of marks.
 std::int64_t wholeMark(MachineStore& store) {
   const auto look = store.view();
   const Machine& machine = look.machine();
@@ -272,7 +271,7 @@ std::unique_ptr<MachineStore> openAgain(const std::string& folder) {
   return store;
 }
 
-TEST(MachineStore, isAsBeforeWhenItsWriterIsKilledInTheMiddle) {
+TEST(MachineStore, keepsItsOldContentIfItsWriterIsKilledInAnUpdate) {
   const LiveFolder folder(unmarked());
   const pid_t child = ::fork();
   if (child == 0) {
@@ -292,7 +291,7 @@ TEST(MachineStore, isAsBeforeWhenItsWriterIsKilledInTheMiddle) {
   EXPECT_EQ(wholeMark(*store), 2);
 }
 
-TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
+TEST(MachineStore, staysConsistentWheneverItsWriterIsKilled) {
   const LiveFolder folder(unmarked());
   void* memory = ::mmap(nullptr, sizeof(std::atomic<std::int64_t>), PROT_READ | PROT_WRITE,
                         MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -310,7 +309,7 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
         written = next;
       }
     }
-    // It does nothing but update: from its second update on it is killed anywhere in one.
+    // The child only updates, so from its second update on it is killed somewhere in an update.
     while (written < before + 2 + round % 7) ::sched_yield();
     ::kill(child, SIGKILL);
     int status = 0;
@@ -318,14 +317,14 @@ TEST(MachineStore, isWholeWheneverItsWriterIsKilled) {
 
     const auto store = openAgain(folder.path());
     const std::int64_t seen = wholeMark(*store);
-    // What was shown stays; at most the update in hand was shown as well.
+    // The last published update is kept; at most the interrupted one was published too.
     ASSERT_GE(seen, written);
     ASSERT_LE(seen, written + 1);
     written = seen;
   }
 }
 
-TEST(MachineStore, takesUpdatesOfManyProcessesOneAfterAnother) {
+TEST(MachineStore, serialisesUpdatesOfManyProcesses) {
   const LiveFolder folder(unmarked());
   constexpr std::int64_t processes = 4;
   constexpr std::int64_t updatesEach = 100;
@@ -335,7 +334,7 @@ TEST(MachineStore, takesUpdatesOfManyProcessesOneAfterAnother) {
     for (std::int64_t time = 0; time < updatesEach; ++time) {
       const auto update = store->update();
       const std::int64_t next = update.machine().battery.cycles + 1;
-      ::sched_yield();  // the others are to have their chance to come between
+      ::sched_yield();  // gives the other processes a chance to interfere
       mark(update, next);
     }
     ::_exit(0);

@@ -3,29 +3,32 @@
 // log line at that moment.
 (() => {
   const data = JSON.parse(document.getElementById("data").textContent);
-  const picture = document.querySelector(".picture");
+  // The same picture in several sizes, of which the style sheet shows one.
+  const pictures = [...document.querySelectorAll(".picture[role=img]")];
   const slider = document.getElementById("moment");
   const values = [...document.querySelectorAll("#reading dd")];
   const list = document.getElementById("lines");
   const lines = list ? [...list.children] : [];
   const times = lines.map((line) => Number(line.dataset.time));
-  const height = picture.viewBox.baseVal.height;
 
-  const cursor = add("line", "cursor");
-  const point = add("circle", "point");
-  cursor.setAttribute("y1", 0);
-  cursor.setAttribute("y2", height);
-  point.setAttribute("r", 4);
+  const cursors = pictures.map((picture, place) => {
+    const cursor = add(picture, "line", "cursor");
+    cursor.setAttribute("y1", 0);
+    cursor.setAttribute("y2", picture.viewBox.baseVal.height);
+    const point = add(picture, "circle", "point");
+    point.setAttribute("r", 4);
+    return { cursor, point, ...data.pictures[place] };
+  });
   let chosen = null;
 
-  function add(name, style) {
+  function add(picture, name, style) {
     const element = document.createElementNS("http://www.w3.org/2000/svg", name);
     element.setAttribute("class", style);
     picture.append(element);
     return element;
   }
 
-  const xOf = (time) => data.left + ((time - data.from) / (data.until - data.from)) * (data.right - data.left);
+  const shareOf = (time) => (time - data.from) / (data.until - data.from);
 
   // The index of the last item at or before the time; 0 when there is none.
   function lastUntil(time, length, timeOf) {
@@ -50,11 +53,13 @@
 
   function show(index, line) {
     const moment = data.moments[index];
-    const x = xOf(moment.time);
-    cursor.setAttribute("x1", x);
-    cursor.setAttribute("x2", x);
-    point.setAttribute("cx", x);
-    point.setAttribute("cy", moment.y);
+    for (const { cursor, point, left, right } of cursors) {
+      const x = left + shareOf(moment.time) * (right - left);
+      cursor.setAttribute("x1", x);
+      cursor.setAttribute("x2", x);
+      point.setAttribute("cx", x);
+      point.setAttribute("cy", moment.y);
+    }
     moment.values.forEach((value, place) => { values[place].textContent = value || "–"; });
     slider.value = index;
     slider.setAttribute("aria-valuetext", data.names.map((name, place) => `${name} ${moment.values[place] || "unknown"}`).join(", "));
@@ -77,14 +82,16 @@
     if (above || below) list.scrollTop = line.offsetTop - list.clientHeight / 2;
   }
 
-  picture.addEventListener("pointermove", (event) => {
-    const place = picture.getBoundingClientRect();
-    const x = ((event.clientX - place.left) / place.width) * picture.viewBox.baseVal.width;
-    const time = data.from + ((x - data.left) / (data.right - data.left)) * (data.until - data.from);
-    showMoment(nearestMoment(time));
+  pictures.forEach((picture, index) => {
+    const { left, right } = data.pictures[index];
+    picture.addEventListener("pointermove", (event) => {
+      const place = picture.getBoundingClientRect();
+      const x = ((event.clientX - place.left) / place.width) * picture.viewBox.baseVal.width;
+      showMoment(nearestMoment(data.from + ((x - left) / (right - left)) * (data.until - data.from)));
+    });
+    // After a click the arrow keys move on from here.
+    picture.addEventListener("click", () => slider.focus());
   });
-  // After a click the arrow keys move on from here.
-  picture.addEventListener("click", () => slider.focus());
   slider.addEventListener("input", () => showMoment(Number(slider.value)));
   list?.addEventListener("pointerover", (event) => {
     const line = event.target.closest("li");

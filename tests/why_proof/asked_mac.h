@@ -1,0 +1,21 @@
+// tests/why_proof/asked_mac.h
+// The simulated Mac that the client asks about its system.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sim/machine/machine.h"
+
+namespace brisko::proof {
+
+struct AskedMac {
+  const virtual_mac::Machine* machine = nullptr;
+  bool serviceIsLoaded = false;  // by the launch service
+  bool daemonRuns = false;
+  std::vector<std::string> arguments = {};  // of the daemon, its path first
+};
+
+[[nodiscard]] AskedMac& askedMac();
+
+}  // namespace brisko::proof

@@ -1,0 +1,225 @@
+#include "why_proof/questioning.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <set>
+#include <stdexcept>
+#include <string_view>
+
+#include "client/state_reader.h"
+#include "sim/generate/rng.h"
+#include "sim/machine/machine.h"
+#include "sim/process/log_lines.h"
+#include "sim/scenario/run_scenario.h"
+#include "why_proof/asked_mac.h"
+
+namespace brisko::proof {
+namespace {
+
+using lab::GeneratedScenario;
+using lab::ScenarioJson;
+using lab::TimedAction;
+using virtual_mac::Machine;
+
+constexpr std::uint64_t questionStream = 4;  // besides those of the scenario
+constexpr std::int64_t observationPeriod = 60;
+constexpr double statusIsCurrent = 30;  // seconds; the daemon writes it at least every 15 s
+
+// ---------------------------------------------------------------------------------------------------------
+// Events
+
+// What an action of the scenario is for an answer. Those that are not listed are faults.
+constexpr std::array settingsActions{"settings", "settings-file", "settings-replaced", "settings-removed"};
+constexpr std::array serviceActions{"start",       "unload",    "terminate",    "kill", "interrupt",
+                                    "app-deleted", "app-moved", "app-restored", "ask"};
+constexpr std::array restartActions{"shutdown", "boot", "power-loss", "macos"};
+constexpr std::array limitActions{"limit", "charge-to-full"};
+constexpr std::array workActions{"load", "ambient"};
+// The observations show what these do.
+constexpr std::array observedActions{"plug", "unplug",    "sleep",          "idle-sleep",
+                                     "wake", "dark-wake", "scheduled-wakes"};
+
+template <typename Names>
+bool isOneOf(const std::string& name, const Names& names) {
+  return std::find(names.begin(), names.end(), std::string_view(name)) != names.end();
+}
+
+std::optional<EventKind> kindOf(const ScenarioJson& action) {
+  const bool hasValue = action.is_object();
+  const std::string name = hasValue ? action.begin().key() : action.get<std::string>();
+  if (name == "load" && !hasValue) return EventKind::service;
+  if (name == "plug" && hasValue) return EventKind::adapter;
+  if (name == "ask" && action.begin()->is_object()) return EventKind::settings;
+  if (isOneOf(name, settingsActions)) return EventKind::settings;
+  if (isOneOf(name, serviceActions)) return EventKind::service;
+  if (isOneOf(name, restartActions)) return EventKind::restart;
+  if (isOneOf(name, limitActions)) return EventKind::macOSLimit;
+  if (isOneOf(name, workActions)) return EventKind::work;
+  if (isOneOf(name, observedActions)) return std::nullopt;
+  return EventKind::fault;
+}
+
+std::optional<EventKind> kindOfLine(const std::string& line) {
+  if (line.find("Top Up dropped after ") != std::string::npos) return EventKind::expiry;
+  if (line.find("calibration stopped: ") != std::string::npos) return EventKind::stall;
+  if (line.find("⚠️") != std::string::npos) return EventKind::warning;
+  return std::nullopt;
+}
+
+// The temperature in a summary: "cap 80%  batt 80%  31.5°C  ac  state=hold  LED=green".
+constexpr double hottest = 1000;
+std::optional<double> temperatureIn(const std::string& line) {
+  const std::size_t end = line.find("°C  ");
+  if (end == std::string::npos) return std::nullopt;
+  const std::size_t begin = line.rfind(' ', end);
+  return std::strtod(line.c_str() + begin, nullptr);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The scenario, with a step for every moment of interest
+
+std::set<std::int64_t> questionMoments(std::uint64_t seed, const QuestioningOptions& options,
+                                       std::int64_t seconds) {
+  lab::Rng rng(seed, questionStream);
+  std::set<std::int64_t> moments;
+  for (std::int64_t count = options.days * options.questionsADay; count > 0; --count)
+    moments.insert(rng.between(1, seconds - 1));
+  return moments;
+}
+
+// Steps without an action: the lab pauses there, and nothing takes another course.
+void addPauses(const std::set<std::int64_t>& moments, GeneratedScenario& scenario) {
+  std::set<std::int64_t> pauses = moments;
+  for (std::int64_t at = observationPeriod; at < scenario.seconds; at += observationPeriod) pauses.insert(at);
+  for (const TimedAction& action : scenario.timedActions) pauses.erase(action.at);
+  for (const std::int64_t at : pauses) scenario.timedActions.push_back({at, nullptr});
+  std::stable_sort(scenario.timedActions.begin(), scenario.timedActions.end(),
+                   [](const TimedAction& left, const TimedAction& right) { return left.at < right.at; });
+}
+
+std::vector<std::string> argumentsOf(const lab::Scenario& scenario) {
+  std::vector<std::string> arguments{"/Applications/Brisko.app/Contents/MacOS/brisko-daemon"};
+  arguments.insert(arguments.end(), scenario.setup.arguments.begin(), scenario.setup.arguments.end());
+  return arguments;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Observing and asking
+
+class Questioner {
+ public:
+  Questioner(std::set<std::int64_t> moments, std::vector<std::string> arguments, Questioning& result)
+      : moments_(std::move(moments)), arguments_(std::move(arguments)), result_(result) {}
+
+  void afterStep(const sim::Simulation& simulation) {
+    const Machine& machine = simulation.machine();
+    askedMac() = {.machine = &machine,
+                  .serviceIsLoaded = simulation.serviceIsLoaded(),
+                  .daemonRuns = simulation.daemonRuns(),
+                  .arguments = arguments_};
+    noteLines(simulation);
+    observe(machine);
+    while (!moments_.empty() && static_cast<double>(*moments_.begin()) <= machine.now - result_.begin) {
+      moments_.erase(moments_.begin());
+      if (result_.observations.back().awake) ask(machine.now);
+    }
+  }
+
+ private:
+  void observe(const Machine& machine) {
+    Observation seen{.at = machine.now,
+                     .clockOffset = machine.system.wallOffset,
+                     .serviceIsLoaded = askedMac().serviceIsLoaded,
+                     .daemonRuns = askedMac().daemonRuns,
+                     .awake = machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark,
+                     .plugged = machine.adapter.present,
+                     .pct = machine.gauge.percent,
+                     .publishedAt = machine.gauge.publishedAt,
+                     .temperature = std::min(machine.battery.temperatureC, coolest_),
+                     .currentMA = machine.battery.currentMA};
+    if (seen.daemonRuns) seen.status = client::readStatus(client::Volume());
+    const double wall = seen.at + seen.clockOffset;
+    if (seen.status && (seen.status->ts < wall - statusIsCurrent || seen.status->ts > wall + 1))
+      seen.status.reset();
+    coolest_ = hottest;
+    if (!result_.observations.empty()) noteTransitions(result_.observations.back(), seen);
+    result_.observations.push_back(std::move(seen));
+  }
+
+  void noteTransitions(const Observation& before, const Observation& seen) {
+    if (before.plugged != seen.plugged) note(seen.at, EventKind::adapter);
+    if (before.awake != seen.awake) note(seen.at, EventKind::sleep);
+    const bool wasHot = before.status && before.status->hot;
+    if (seen.status && seen.status->hot && !wasHot) note(seen.at, EventKind::heat);
+  }
+
+  void noteLines(const sim::Simulation& simulation) {
+    const auto& lines = simulation.stampedLog();
+    for (; linesSeen_ < lines.size(); ++linesSeen_) {
+      if (const auto kind = kindOfLine(lines[linesSeen_])) note(simulation.machine().now, *kind);
+      coolest_ = std::min(coolest_, temperatureIn(lines[linesSeen_]).value_or(hottest));
+    }
+  }
+
+  void note(double at, EventKind kind) { result_.events.push_back({at, kind}); }
+
+  void ask(double at) {
+    const client::Situation situation = situationOf(client::readState(client::Volume()));
+    Question question{.at = at, .answer = client::why(situation), .status = situation.status};
+    const auto samples = client::sinceLastChange(situation.recent);
+    if (!samples.empty()) question.samplesSpan = samples.back().time - samples.front().time;
+    result_.questions.push_back(std::move(question));
+    result_.firstObservation.push_back(result_.observations.size() - 1);
+  }
+
+  std::set<std::int64_t> moments_;  // seconds since the beginning
+  std::vector<std::string> arguments_;
+  Questioning& result_;
+  std::size_t linesSeen_ = 0;
+  double coolest_ = hottest;  // that a summary contains since the latest observation
+};
+
+void addActions(const std::vector<TimedAction>& actions, double begin, std::vector<Event>& events) {
+  for (const TimedAction& action : actions) {
+    if (const auto kind = kindOf(action.action))
+      events.push_back({begin + static_cast<double>(action.at), *kind});
+  }
+  std::stable_sort(events.begin(), events.end(),
+                   [](const Event& left, const Event& right) { return left.at < right.at; });
+}
+
+void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
+  for (Question& question : questioning.questions) {
+    question.faultIsInEffect =
+        fromTheBeginning ||
+        std::any_of(questioning.events.begin(), questioning.events.end(), [&](const Event& event) {
+          return event.kind == EventKind::fault && event.at <= question.at;
+        });
+  }
+}
+
+}  // namespace
+
+Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) {
+  GeneratedScenario generated = lab::generateScenario(seed, options.days, options.faults);
+  const std::vector<TimedAction> actions = generated.timedActions;
+  const auto moments = questionMoments(seed, options, generated.seconds);
+  addPauses(moments, generated);
+
+  lab::Diagnostics diagnostics("the generated scenario");
+  const auto scenario = lab::readScenario(scenarioText(generated), diagnostics);
+  if (!scenario) throw std::logic_error("the generated scenario is invalid: " + diagnostics.texts().front());
+  Questioning result{.begin = scenario->setup.machine.now};
+  Questioner questioner(moments, argumentsOf(*scenario), result);
+  lab::RunOptions run;
+  run.afterStep = [&questioner](const sim::Simulation& simulation) { questioner.afterStep(simulation); };
+  const lab::Outcome outcome = runScenario(*scenario, diagnostics, run);
+  if (!outcome.failures.empty()) result.failure = outcome.failures.front();
+
+  addActions(actions, result.begin, result.events);
+  noteFaultsInEffect(!generated.before.empty(), result);
+  return result;
+}
+
+}  // namespace brisko::proof

@@ -58,8 +58,8 @@ struct Finished {
 [[nodiscard]] Finished run(const std::string& name, const Words& arguments,
                            const Environment& environment = {});
 
-// Runs a program, by default the daemon, until it ends, in a child that `prepare` has changed before, for example
-// its streams.
+// Runs a program, by default the daemon, until it ends, in a child that `prepare` has changed before, for
+// example its streams.
 [[nodiscard]] Ended runPrepared(const Words& arguments, const Environment& environment,
                                 const std::function<void()>& prepare,
                                 const std::string& name = "brisko-daemon");

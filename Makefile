@@ -2,7 +2,7 @@
 # Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo check test bench campaign fuzz format tidy coverage release sign package notarize staple
+.PHONY: help demo check test bench campaign fuzz format tidy coverage interruptions release sign package notarize staple
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
@@ -14,6 +14,7 @@ help:
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    format the C++ files'
 	@echo 'make tidy      run clang-tidy only'
+	@echo 'make interruptions   interrupt installing and removing in every step, for some minutes'
 	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
 	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
 
@@ -55,6 +56,10 @@ tidy:
 
 coverage:
 	@scripts/coverage.sh
+
+interruptions:
+	@scripts/install-dependencies.sh checks
+	@tests/packaging/interruptions.sh
 
 .PHONY: configured
 configured:

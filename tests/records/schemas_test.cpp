@@ -450,8 +450,8 @@ TEST(Schemas, useNoKeywordThatTheValidatorIgnores) {
   const std::set<std::string> known = {
       "$schema", "title",       "description", "default", "unit",     "triggersWrite",  // for the reader
       "$ref",    "definitions", "type",        "enum",    "required", "properties",    "additionalProperties",
-      "items",   "uniqueItems", "minimum",     "maximum", "pattern",  "oneOf",         "anyOf",
-      "not"};
+      "items",   "minItems",    "uniqueItems", "minimum", "maximum",  "pattern",       "oneOf",
+      "anyOf",   "not"};
   for (const std::string& kind : kinds) {
     const Json root = test::schemaOf(kind);
     forEachSchema(root, [&](const Json& schema) {

@@ -36,9 +36,23 @@ constexpr std::array serviceActions{"start",       "unload",    "terminate",    
 constexpr std::array restartActions{"shutdown", "boot", "power-loss", "macos"};
 constexpr std::array limitActions{"limit", "charge-to-full"};
 constexpr std::array workActions{"load", "ambient"};
-// The observations show what these do.
-constexpr std::array observedActions{"plug", "unplug",    "sleep",          "idle-sleep",
-                                     "wake", "dark-wake", "scheduled-wakes"};
+// The observations show what these do, or what becomes of them.
+constexpr std::array observedActions{"plug",
+                                     "unplug",
+                                     "sleep",
+                                     "idle-sleep",
+                                     "wake",
+                                     "dark-wake",
+                                     "close-lid",
+                                     "open-lid",
+                                     "scheduled-wakes",
+                                     "quiet-nights",
+                                     "upkeep-nights",
+                                     "busy-nights",
+                                     "battery-wakes",
+                                     "adapter-wakes",
+                                     "cut-keeps-external",
+                                     "late-capabilities"};
 
 template <typename Names>
 bool isOneOf(const std::string& name, const Names& names) {

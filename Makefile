@@ -15,7 +15,7 @@ help:
 	@echo 'make format    format the C++ files'
 	@echo 'make tidy      run clang-tidy only'
 	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
-	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
+	@echo 'make sign, package, notarize, staple   on a Mac: the installer package (docs/macos.md)'
 
 demo: configured
 	@cmake --build build/release --target brisko brisko-daemon brisko-vmac brisko-demo

@@ -16,7 +16,7 @@ help:
 	@echo 'make tidy      run clang-tidy only'
 	@echo 'make interruptions   interrupt installing and removing in every step, for some minutes'
 	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
-	@echo 'make sign, make package   on a Mac: sign the program, make the installer package (docs/macos.md)'
+	@echo 'make sign, package, notarize, staple   on a Mac: the installer package (docs/macos.md)'
 
 demo: configured
 	@cmake --build build/release --target brisko brisko-daemon brisko-vmac brisko-demo

@@ -403,11 +403,9 @@ void putDaemon(const ScratchMac& mac, const std::string& version) {
 }
 
 TEST(Install, refusesADowngrade) {
+  const ScratchMac mac;
   for (const char* newer : {"0.9.10", "0.10.0", "1.0.0", "10.0"}) {
-    const ScratchMac mac;
-    ASSERT_EQ(mac.install().status, 0);
     putDaemon(mac, newer);
-    mac.forgetJournal();
 
     const Finished run = mac.install();
 
@@ -417,9 +415,11 @@ TEST(Install, refusesADowngrade) {
     EXPECT_THAT(run.errors, HasSubstr("--keep-data"));
     EXPECT_THAT(mac.journal("launchctl"), IsEmpty());
   }
-  for (const char* older : {"0.9.9", "0.9.8", "0.8.10", "0.9", "not a version"}) {
-    const ScratchMac mac;
-    ASSERT_EQ(mac.install().status, 0);
+}
+
+TEST(Install, replacesTheSameAndEveryOlderVersion) {
+  const ScratchMac mac;
+  for (const char* older : {"0.9.9", "0.8.10", "0.9", "not a version"}) {
     putDaemon(mac, older);
     EXPECT_EQ(mac.install().status, 0) << older;
   }

@@ -312,10 +312,10 @@ CFTypeRef IOPSCopyPowerSourcesInfo() {
 }
 
 CFArrayRef IOPSCopyPowerSourcesList(CFTypeRef snapshot) {
-  std::vector<Object*> names;
+  std::vector<Object*> indexes;
   const auto count = static_cast<std::int64_t>(as<Array>(snapshot).values.size());
-  for (std::int64_t place = 0; place < count; ++place) names.push_back(new Number(place));
-  return refTo<CFArrayRef>(new Array(std::move(names)));
+  for (std::int64_t place = 0; place < count; ++place) indexes.push_back(new Number(place));
+  return refTo<CFArrayRef>(new Array(std::move(indexes)));
 }
 
 CFDictionaryRef IOPSGetPowerSourceDescription(CFTypeRef snapshot, CFTypeRef source) {

@@ -75,8 +75,8 @@ void postMain(Work work) {
 }
 
 void postMainAfter(double seconds, Work work) {
-  constexpr double nanosecondsPerSecond = 1e9;
-  const auto delta = static_cast<std::int64_t>(seconds * nanosecondsPerSecond);
+  constexpr double inNanoseconds = 1e9;
+  const auto delta = static_cast<std::int64_t>(seconds * inNanoseconds);
   dispatch_after_f(dispatch_time(DISPATCH_TIME_NOW, delta), dispatch_get_main_queue(),
                    new Work(std::move(work)), runAndForget);
 }

@@ -137,14 +137,14 @@ TEST_F(HandledSignals, areNotHandledByTheMainThreadIfItsCallReturnsTooLate) {
   EXPECT_EQ(mac.writes(), (Writes{"CHIE=00", "CHTE=00000000", "ACLC=00"}));
 }
 
-// The Mac sleeps 30 s after its announcement, because the daemon does not answer, and within the 5 s after
-// the signal.
+// The Mac sleeps 35 s after its announcement, because the daemon does not answer for 30 s and the display is
+// dark for 5 s, and thus within the 5 s after the signal.
 TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
   holdMainThread(start + 30, never);
   DaemonProcess daemon(mac);
   runUntilItHolds(daemon);
   mac.sleep();
-  daemon.run(29);
+  daemon.run(31);
   const double uptime = virtual_mac::uptimeOf(mac.machine());
   daemon.signal(SIGTERM).run(600);
   ASSERT_TRUE(mac.machine().system.asleep);

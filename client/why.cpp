@@ -164,7 +164,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
     case CalPhase::fill:
       return calibrationAnswer(Reason::calibrationFill, "first charge", 100, situation, true);
     case CalPhase::drain:
-      if (const auto waits = waitingDrain(situation, "discharge")) return waits;
+      if (auto waits = waitingDrain(situation, "discharge")) return waits;
       return calibrationAnswer(Reason::calibrationDrain, "discharge", calibration.drainTarget, situation,
                                false);
     case CalPhase::refill:
@@ -172,7 +172,7 @@ std::optional<Answer> duringCalibration(const Situation& situation) {
     case CalPhase::soak:
       return soakAnswer(situation);
     case CalPhase::restore:
-      if (const auto waits = waitingDrain(situation, "back to the limit")) return waits;
+      if (auto waits = waitingDrain(situation, "back to the limit")) return waits;
       return calibrationAnswer(Reason::calibrationRestore, "back to the limit", situation.settings.limit,
                                situation, false);
     case CalPhase::idle:

@@ -100,10 +100,11 @@ std::string tableOf(const HistorySummary& summary) {
     const double seconds = summary.byCharge.at(index);
     const std::string percent = fixed(all > 0 ? 100 * seconds / all : 0, 1);
     text += "<tr><th scope=\"row\">" + chargeText(index) + "</th><td>" + hoursText(seconds) + "</td><td>" +
-            percent +
-            " %</td><td class=\"share\"><svg class=\"picture\" viewBox=\"0 0 100 10\" "
-            "preserveAspectRatio=\"none\" aria-hidden=\"true\"><rect class=\"bar\" width=\"" +
-            percent + "\" height=\"10\"/></svg></td></tr>\n";
+            percent + " %</td>";
+    text +=
+        "<td class=\"share\"><svg class=\"picture\" viewBox=\"0 0 100 10\" preserveAspectRatio=\"none\" "
+        "aria-hidden=\"true\"><rect class=\"bar\" width=\"";
+    text += percent + "\" height=\"10\"/></svg></td></tr>\n";
   }
   return text + "</tbody>\n</table>\n</section>\n";
 }

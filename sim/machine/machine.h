@@ -29,7 +29,10 @@ inline constexpr double never = std::numeric_limits<double>::infinity();
 
 // In the record, such a moment is below 0.
 inline constexpr double unset = -1;
-[[nodiscard]] constexpr double orNever(double at) { return at < 0 ? never : at; }
+[[nodiscard]] constexpr double orNever(double at) {
+  if (at < 0) return never;
+  return at;
+}
 
 // A four-character key code, first character in the high byte.
 [[nodiscard]] constexpr std::uint32_t keyCode(std::string_view name) {

@@ -75,7 +75,7 @@ std::string writePrivateFile(const std::string& name, std::string_view bytes, st
     reason = folder + ": " + std::strerror(errno);
     return "";
   }
-  const std::string path = folder + "/" + name;
+  std::string path = folder + "/" + name;
   const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (file && writeAll(file.number(), bytes)) return path;
   reason = path + ": " + std::strerror(errno);

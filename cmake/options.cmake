@@ -35,7 +35,7 @@ if(BRISKO_SANITIZE)
   target_compile_options(brisko_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                   -fno-omit-frame-pointer)
   target_link_options(brisko_options INTERFACE -fsanitize=address,undefined)
-  # A program at a fixed place starts in four fifths of the time, and there are thousands of starts.
+  # A program at a fixed address starts faster, and the tests start thousands.
   if(NOT APPLE)
     target_link_options(brisko_options INTERFACE -no-pie)
   endif()

@@ -19,7 +19,7 @@ Installs brisko-daemon and brisko, starts the daemon now, and has it started whe
   --help           print this
 
 The package runs this script too: --check only checks this Mac and the daemon beside the script, before the package
-lays down its files; --placed does the rest when they are in place.
+installs its files; --placed does the rest when they are in place.
 
 Nothing is installed if the program cannot control the charge of this Mac, or is older than the installed one. The
 exit status is 0 if the service runs, 1 if it does not, and 2 for invalid options.
@@ -384,7 +384,7 @@ link_into_paths() {
   say "Linked brisko, its manuals and its completions into $shared"
 }
 
-# Without a settings file there is none to watch, and a change would be seen only at the next check of the battery.
+# The daemon cannot watch a missing settings file: it would notice a change only at the next check of the battery.
 lay_settings() {
   [ -d "$data" ] || make_folder "$data"
   settings=$data/config.json

@@ -160,7 +160,7 @@ constexpr std::array allFaults{
     measured("late-capabilities", ChangeKind::lateCapabilities,
              "The kernel writes the capabilities only after it has sent the message about the full wake."),
     simple("quiet-nights", change(ChangeKind::nights, Nights::quiet),
-           "People switch the network off, or are where there is none."),
+           "People switch the network off, or are out of its reach."),
     simple("upkeep-nights", change(ChangeKind::nights, Nights::upkeep),
            "The network name service keeps its names alive every two hours."),
     simple("busy-nights", change(ChangeKind::nights, Nights::busy),

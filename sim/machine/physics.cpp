@@ -71,23 +71,23 @@ std::array<ShownPoint, 4> shownCurve(const Battery& battery) {
   return {{{0, 0}, {waitsFrom, 99}, {showsFullFrom, 99.5}, {1, 100}}};
 }
 
+// Reads the curve at `x` on one axis; returns the other.
+double along(const std::array<ShownPoint, 4>& curve, double x, double ShownPoint::*given,
+             double ShownPoint::*wanted) {
+  std::size_t line = 0;
+  while (line < 2 && x > curve[line + 1].*given) ++line;
+  const ShownPoint& from = curve[line];
+  const ShownPoint& to = curve[line + 1];
+  return from.*wanted + (x - from.*given) / (to.*given - from.*given) * (to.*wanted - from.*wanted);
+}
+
 double shownLevel(const Battery& battery) {
   const double share = std::min(battery.chargeMAh / battery.fullMAh, 1.0);
-  const std::array<ShownPoint, 4> curve = shownCurve(battery);
-  std::size_t line = 0;
-  while (line < 2 && share > curve[line + 1].share) ++line;
-  const ShownPoint from = curve[line];
-  const ShownPoint to = curve[line + 1];
-  return from.percent + (share - from.share) / (to.share - from.share) * (to.percent - from.percent);
+  return along(shownCurve(battery), share, &ShownPoint::share, &ShownPoint::percent);
 }
 
 double shareShownAs(const Battery& battery, double percent) {
-  const std::array<ShownPoint, 4> curve = shownCurve(battery);
-  std::size_t line = 0;
-  while (line < 2 && percent > curve[line + 1].percent) ++line;
-  const ShownPoint from = curve[line];
-  const ShownPoint to = curve[line + 1];
-  return from.share + (percent - from.percent) / (to.percent - from.percent) * (to.share - from.share);
+  return along(shownCurve(battery), percent, &ShownPoint::percent, &ShownPoint::share);
 }
 
 // What the charger asks for at this share of the full charge, before the taper.

@@ -15,8 +15,8 @@ namespace brisko::platform {
 // calls below may be made only after it returned true.
 [[nodiscard]] bool makeSmartChargeClient(std::string_view name);
 
-// Each answer is none if it is unavailable: the client reports an error, raises an exception, or does not
-// understand the message. But when a limit is set, an error counts as a refusal.
+// Each returns no answer if the client reports an error, raises an exception, or does not understand the
+// message. But when a limit is set, an error counts as a refusal.
 [[nodiscard]] std::optional<bool> smartChargeLimitSupported();
 [[nodiscard]] std::optional<bool> smartChargeLimitEnabled();
 [[nodiscard]] std::optional<std::int64_t> smartChargeLimit();                 // percent

@@ -60,8 +60,8 @@ struct NightReading {
 // was set back.
 [[nodiscard]] std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading);
 
-// What to do when a sleep is announced. Without an adapter too, because it may be plugged in asleep. A limit
-// of 100 is none.
+// What to do when a sleep is announced. Without an adapter too, because the Mac may be plugged in asleep. A
+// limit of 100 does not limit anything.
 enum class BedtimePlan : std::uint8_t {
   leaveAlone,
   close,     // at or above the lower bound: stop charging now

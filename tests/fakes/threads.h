@@ -22,7 +22,7 @@ void noteDispatchThreads();
 // threads wait.
 void runOtherThreads();
 
-// The uptime of the first timeout of a waiting thread; infinity if there is none.
+// The uptime of the first timeout of a waiting thread; infinity if no thread waits.
 [[nodiscard]] double firstDeadline();
 
 // Keeps the main thread in a call until `over` returns true. Time passes, with a stop at `moment` (machine

@@ -1,6 +1,6 @@
 // platform/macos/smart_charge_calls.h
-// The messages to the private client of macOS's own limit. An exception that one of them raises is caught;
-// the answer is none then. A message that the class does not understand must not be sent.
+// The messages to the private client of macOS's own limit. An exception that one of them raises is caught,
+// and the call then returns no answer. A message that the class does not understand must not be sent.
 #pragma once
 
 #include <cstdint>

@@ -10,7 +10,7 @@
 #include "support/child.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::checked_test {
 namespace {
 
 using namespace test;
@@ -123,4 +123,4 @@ TEST(Fatal, endsByAbortWhateverTheStateOfStandardError) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::checked_test

@@ -15,7 +15,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::files_test {
 namespace {
 
 using namespace test;
@@ -188,4 +188,4 @@ TEST(WriteAll, continuesAfterAnInterruptingSignal) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::files_test

@@ -3,7 +3,7 @@
 #include "base/options.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::guards_test {
 namespace {
 
 using namespace test;
@@ -43,4 +43,4 @@ TEST(GuardOption, isIgnoredAsTheLastArgument) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::guards_test

@@ -23,7 +23,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::json_file_test {
 namespace {
 
 using namespace test;
@@ -609,4 +609,4 @@ TEST(ValueByType, isMissingInOtherThanAnObject) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::json_file_test

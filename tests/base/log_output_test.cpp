@@ -19,7 +19,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::log_output_test {
 namespace {
 
 using namespace test;
@@ -232,4 +232,4 @@ TEST(LogOutputToAFile, dropsNothing) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::log_output_test

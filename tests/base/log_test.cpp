@@ -19,7 +19,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::log_test {
 namespace {
 
 using namespace test;
@@ -682,4 +682,4 @@ TEST(PermissionRepairOnVolume, namesTheFolderWithoutTheVolume) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::log_test

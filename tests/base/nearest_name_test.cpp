@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::nearest_name_test {
 namespace {
 
 using namespace test;
@@ -26,4 +26,4 @@ TEST(NearestName, differsInAtMostAThirdOfTheName) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::nearest_name_test

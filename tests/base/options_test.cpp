@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::options_test {
 namespace {
 
 using namespace test;
@@ -184,4 +184,4 @@ TEST(Arguments, includeThePathOfTheExecutable) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::options_test

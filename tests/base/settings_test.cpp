@@ -17,7 +17,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::settings_test {
 namespace {
 
 using namespace test;
@@ -463,4 +463,4 @@ TEST(ConfigurationWritingOnVolume, writesTheMappedPath) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::settings_test

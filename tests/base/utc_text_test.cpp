@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::utc_text_test {
 namespace {
 
 std::string together(double seconds) {
@@ -34,4 +34,4 @@ TEST(UtcText, keepsTheYearWithinFourDigits) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::utc_text_test

@@ -4,7 +4,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::volume_path_test {
 namespace {
 
 TEST(VolumePath, movesAnAbsolutePathBelowTheVolumeRoot) {
@@ -38,4 +38,4 @@ TEST(VolumePath, isThePathItselfWithoutAVolumeRoot) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::volume_path_test

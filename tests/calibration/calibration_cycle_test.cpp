@@ -12,7 +12,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::calibration_cycle_test {
 namespace {
 
 using namespace test;
@@ -490,4 +490,4 @@ TEST_F(CalibrationCycle, continuesWithoutAFileAfterAPurge) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::calibration_cycle_test

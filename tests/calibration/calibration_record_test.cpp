@@ -9,7 +9,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::calibration_record_test {
 namespace {
 
 using namespace test;
@@ -361,4 +361,4 @@ TEST_F(CalibrationRecord, usesTheLastOfDuplicateKeys) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::calibration_record_test

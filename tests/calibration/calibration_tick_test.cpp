@@ -17,7 +17,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::calibration_tick_test {
 namespace {
 
 using namespace test;
@@ -397,4 +397,4 @@ TEST_F(CalibrationTick, continuesWithoutItsFilesAfterAPurge) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::calibration_tick_test

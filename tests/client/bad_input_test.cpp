@@ -15,7 +15,7 @@
 
 #include "client/live_brisko.h"
 
-namespace brisko {
+namespace brisko::bad_input_test {
 namespace {
 
 using nlohmann::json;
@@ -224,4 +224,4 @@ TEST(ClosedPipe, endsNoCommandBeforeItsWorkIsDone) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::bad_input_test

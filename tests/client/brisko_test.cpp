@@ -15,7 +15,7 @@
 #include "client/service.h"
 #include "support/record_schemas.h"
 
-namespace brisko {
+namespace brisko::brisko_test {
 namespace {
 
 using nlohmann::json;
@@ -429,4 +429,4 @@ TEST(BriskoEnds, silentlyOnAClosedPipe) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::brisko_test

@@ -15,7 +15,7 @@
 #include "process/program.h"
 #include "support/files.h"
 
-namespace brisko::client {
+namespace brisko::client::command_line_test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -177,4 +177,4 @@ TEST(Texts, writeDurationsForPeople) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::command_line_test

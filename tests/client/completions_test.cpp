@@ -12,7 +12,7 @@
 #include "support/files.h"
 #include "support/scratch_folder.h"
 
-namespace brisko::client {
+namespace brisko::client::completions_test {
 namespace {
 
 using test::Finished;
@@ -108,4 +108,4 @@ TEST(ZshCompletions, offerCommandsOptionsAndValues) {
 TEST(Completions, existForThreeShells) { EXPECT_FALSE(completionScript("csh")); }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::completions_test

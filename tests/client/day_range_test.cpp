@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace brisko::client {
+namespace brisko::client::day_range_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -63,4 +63,4 @@ TEST(DayRange, refusesDaysThatNeverComeTogether) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::day_range_test

@@ -10,7 +10,7 @@
 #include "support/files.h"
 #include "support/scratch_folder.h"
 
-namespace brisko::client {
+namespace brisko::client::file_writing_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -95,4 +95,4 @@ TEST_F(Drawings, mayBePrivate) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::file_writing_test

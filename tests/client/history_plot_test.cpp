@@ -10,7 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace brisko::client {
+namespace brisko::client::history_plot_test {
 namespace {
 
 using ::testing::EndsWith;
@@ -98,4 +98,4 @@ TEST_F(HistoryPlot, canBeOfOneSample) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::history_plot_test

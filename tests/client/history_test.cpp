@@ -17,7 +17,7 @@
 #include "support/record_schemas.h"
 #include "support/scratch_folder.h"
 
-namespace brisko::test {
+namespace brisko::test::history_test {
 namespace {
 
 using nlohmann::json;
@@ -305,4 +305,4 @@ TEST(HistoryOfAWeek, isThePictureInTheReadme) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::history_test

@@ -9,7 +9,7 @@
 
 #include "client/log_reader.h"
 
-namespace brisko::client {
+namespace brisko::client::log_catalogue_test {
 namespace {
 
 using ::testing::Pair;
@@ -98,4 +98,4 @@ TEST(LogReader, hidesSummariesThatDifferInChargeAndTemperatureOnly) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::log_catalogue_test

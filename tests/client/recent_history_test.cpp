@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-namespace brisko::client {
+namespace brisko::client::recent_history_test {
 namespace {
 
 constexpr double now = 1'772'352'000;
@@ -107,4 +107,4 @@ TEST(Minutes, areNeverNegative) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::recent_history_test

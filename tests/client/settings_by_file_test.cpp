@@ -14,7 +14,7 @@
 #include "client/live_brisko.h"
 #include "client/settings_writer.h"
 
-namespace brisko {
+namespace brisko::settings_by_file_test {
 namespace {
 
 using nlohmann::json;
@@ -131,4 +131,4 @@ TEST_F(SettingsByFile, neitherLosesAChangeSilentlyNorRepeatsACalibrationThatHasF
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::settings_by_file_test

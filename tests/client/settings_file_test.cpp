@@ -13,7 +13,7 @@
 #include "support/files.h"
 #include "support/scratch_folder.h"
 
-namespace brisko::client {
+namespace brisko::client::settings_file_test {
 namespace {
 
 using test::contents;
@@ -100,7 +100,6 @@ TEST_F(SettingsFileChange, keepsARequestThatWasMadeJustNow) {
 // no request survives that the daemon has served.
 TEST_F(SettingsFileChange, neverBringsAServedRequestBack) {
   constexpr int rounds = 300;
-  int changedByDaemonLast = 0;
   for (int round = 0; round < rounds; ++round) {
     put(path(), R"({"limit":80,"topUp":true})");
     std::atomic<bool> begin{false};
@@ -118,12 +117,11 @@ TEST_F(SettingsFileChange, neverBringsAServedRequestBack) {
     ASSERT_TRUE(changed.done) << changed.reason;
     EXPECT_TRUE(clearServedRequests(path(), {{"limit", 70}}, changed));
     EXPECT_EQ(read()["topUp"], false) << round;
-    // Then the change is lost, which the confirmation notices.
-    if (read()["limit"] != 70) ++changedByDaemonLast;
+    // If the daemon wrote the new file, with the settings of the old one, the change is lost as a whole, which the
+    // confirmation notices.
+    EXPECT_TRUE(read()["limit"] == 70 || read()["limit"] == 80) << contents(path());
   }
-  RecordProperty("lost", changedByDaemonLast);
-  EXPECT_LT(changedByDaemonLast, rounds / 2);
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::settings_file_test

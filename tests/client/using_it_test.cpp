@@ -11,7 +11,7 @@
 #include "client/live_brisko.h"
 #include "support/files.h"
 
-namespace brisko::test {
+namespace brisko::test::using_it_test {
 namespace {
 
 struct Step {
@@ -88,4 +88,4 @@ TEST(Documents, askNobodyToEditTheSettingsFile) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::using_it_test

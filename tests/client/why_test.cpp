@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace brisko::client {
+namespace brisko::client::why_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -482,4 +482,4 @@ TEST(Why, neverPromisesMinutesInTheOtherDirection) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::why_test

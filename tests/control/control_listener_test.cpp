@@ -30,7 +30,7 @@
 #include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
-namespace brisko {
+namespace brisko::control_listener_test {
 namespace {
 
 using namespace test;
@@ -676,4 +676,4 @@ TEST(ControlListenerInLongFolder, isReachableDespiteTheLongPath) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_listener_test

@@ -22,7 +22,7 @@
 #include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
-namespace brisko {
+namespace brisko::daemon_storm_test {
 namespace {
 
 using namespace test;
@@ -196,4 +196,4 @@ TEST_F(DaemonStormAtRealSpeed, endsWithARestart) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::daemon_storm_test

@@ -11,7 +11,7 @@
 #include "support/files.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::app_process_test {
 namespace {
 
 using namespace test;
@@ -648,4 +648,4 @@ TEST_F(NativeApp, isNotWatchedByADaemonOutsideABundle) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::app_process_test

@@ -17,7 +17,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::calibration_process_test {
 namespace {
 
 using namespace test;
@@ -598,4 +598,4 @@ TEST_F(CalibrationDaemon, soaksForLongerWhenTheClockIsSetBack) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::calibration_process_test

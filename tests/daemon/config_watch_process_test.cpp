@@ -12,7 +12,7 @@
 #include "support/files.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::config_watch_process_test {
 namespace {
 
 using namespace test;
@@ -175,4 +175,4 @@ TEST_F(Edit, isSeenInTheSameIterationsInEveryRun) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::config_watch_process_test

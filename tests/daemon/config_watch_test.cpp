@@ -16,7 +16,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::config_watch_test {
 namespace {
 
 using namespace test;
@@ -264,4 +264,4 @@ TEST_F(ConfigWatch, leavesNothingBehindOverAThousandReplacements) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::config_watch_test

@@ -13,7 +13,7 @@
 #include "support/files.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::control_process_test {
 namespace {
 
 using namespace test;
@@ -570,4 +570,4 @@ TEST(LockedClients, getASuccessReplyToARelease) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_process_test

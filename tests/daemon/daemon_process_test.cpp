@@ -8,7 +8,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::daemon_process_test {
 namespace {
 
 using virtual_mac::SmcService;
@@ -188,4 +188,4 @@ TEST(DaemonProcess, writesTheSameBytesInEveryRun) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::daemon_process_test

@@ -12,7 +12,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::entry_test {
 namespace {
 
 using namespace test;
@@ -161,4 +161,4 @@ TEST(EntryMode, keepsOpenStandardStreams) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::entry_test

@@ -13,7 +13,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::native_process_test {
 namespace {
 
 using namespace test;
@@ -616,4 +616,4 @@ TEST_F(NativeDaemon, givesUpIfAnotherProgramIsFasterThanMacOS) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::native_process_test

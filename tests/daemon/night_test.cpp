@@ -14,7 +14,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::night_test {
 namespace {
 
 using namespace test;
@@ -511,4 +511,4 @@ TEST(Nights, leaveTheSameBytesForTheSameSeed) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::night_test

@@ -14,7 +14,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::records_test {
 namespace {
 
 using namespace test;
@@ -321,4 +321,4 @@ TEST_F(Files, haveTheSameBytesInEveryRun) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::records_test

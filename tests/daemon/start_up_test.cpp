@@ -9,7 +9,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::start_up_test {
 namespace {
 
 using namespace test;
@@ -350,4 +350,4 @@ TEST(Ending, byKillLeavesTheKeysToTheNextProcess) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::start_up_test

@@ -8,7 +8,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::verification_process_test {
 namespace {
 
 using namespace test;
@@ -544,4 +544,4 @@ TEST(LightDaemon, continuesBlinkingThroughTicksThatEndEarly) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::verification_process_test

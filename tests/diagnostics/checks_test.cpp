@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::checks_test {
 namespace {
 
 using namespace test;
@@ -61,4 +61,4 @@ TEST(Checks, showSettingsFieldByField) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::checks_test

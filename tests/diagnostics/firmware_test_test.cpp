@@ -7,7 +7,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::firmware_test_test {
 namespace {
 
 using namespace test;
@@ -209,4 +209,4 @@ TEST_F(FirmwareTest, writesNoFile) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::firmware_test_test

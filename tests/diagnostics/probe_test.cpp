@@ -7,7 +7,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::probe_test {
 namespace {
 
 using namespace test;
@@ -205,4 +205,4 @@ TEST(Probe, writesNeitherKeysNorFiles) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::probe_test

@@ -14,7 +14,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::self_test_test {
 namespace {
 
 using namespace test;
@@ -122,4 +122,4 @@ TEST_F(SelfTest, reportsWhatItCouldNotCheckWithoutATemporaryFolder) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::self_test_test

@@ -9,7 +9,7 @@
 #include "hardware/smc.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::smc_exchange_test {
 namespace {
 
 using namespace test;
@@ -145,4 +145,4 @@ TEST_F(SmcExchange, clearsTheValueIfTheReadFails) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::smc_exchange_test

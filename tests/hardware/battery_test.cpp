@@ -10,7 +10,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::battery_test {
 namespace {
 
 using namespace test;
@@ -311,4 +311,4 @@ TEST_F(Sensors, stillSeeTheAdapterWhileItIsCut) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::battery_test

@@ -6,7 +6,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::charge_gate_test {
 namespace {
 
 using namespace test;
@@ -476,4 +476,4 @@ TEST_F(ChteMac, leavesOtherValuesOfTheCutKeyAlone) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::charge_gate_test

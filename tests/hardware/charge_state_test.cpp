@@ -5,7 +5,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::charge_state_test {
 namespace {
 
 using namespace test;
@@ -119,4 +119,4 @@ TEST(StateNames, areTheNamesInLogAndFiles) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::charge_state_test

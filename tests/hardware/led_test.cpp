@@ -7,7 +7,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::led_test {
 namespace {
 
 using namespace test;
@@ -348,4 +348,4 @@ TEST_F(Light, changesPhaseAtOnceWhenTheClockIsSetForward) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::led_test

@@ -9,7 +9,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::smart_charge_bridge_test {
 namespace {
 
 using namespace test;
@@ -307,4 +307,4 @@ TEST_F(SmartCharge, endsAFullChargeByWritingThePreferencesAndNotThroughTheClient
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::smart_charge_bridge_test

@@ -6,7 +6,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::smc_test {
 namespace {
 
 using namespace test;
@@ -161,4 +161,4 @@ TEST(SmcWithoutConnection, readsAndWritesNothing) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::smc_test

@@ -5,7 +5,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::system_lock_test {
 namespace {
 
 using namespace test;
@@ -124,4 +124,4 @@ TEST(SystemLock, loadsNothingToPrintTheVersion) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::system_lock_test

@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::full_charge_test {
 namespace {
 
 constexpr double now = 1'772'352'000;
@@ -29,4 +29,4 @@ TEST(FullCharge, givesWayToHeatAndChangedSettings) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::full_charge_test

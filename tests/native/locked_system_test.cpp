@@ -14,7 +14,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::locked_system_test {
 namespace {
 
 using namespace test;
@@ -296,4 +296,4 @@ TEST_F(LockedDaemon, abortsOnASoakTimeThatOverflowsOnlyAtTheStatus) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::locked_system_test

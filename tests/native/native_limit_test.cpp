@@ -16,7 +16,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::native_limit_test {
 namespace {
 
 using namespace test;
@@ -1281,4 +1281,4 @@ TEST_F(NativeLimitTest, doesNothingAfterAPurge) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::native_limit_test

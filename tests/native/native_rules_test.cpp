@@ -4,7 +4,7 @@
 #include "native/native_limit.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::native_rules_test {
 namespace {
 
 constexpr ChargeState allow = ChargeState::allow;
@@ -151,4 +151,4 @@ TEST(NativeChargeState, isDischargeAboveTheTargetWhileTheBatteryDrains) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::native_rules_test

@@ -9,7 +9,7 @@
 #include "packaging/scratch_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::install_test {
 namespace {
 
 // What the daemon has written once it runs, beside what was installed.
@@ -709,4 +709,4 @@ TEST(Install, isMendedByTheNextOneWhenItIsKilled) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::install_test

@@ -3,7 +3,7 @@
 #include "packaging/scratch_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::inventory_test {
 namespace {
 
 Finished inventory(const ScratchMac& mac, const Words& arguments = {}) {
@@ -58,4 +58,4 @@ TEST(Inventory, refusesAnUnknownName) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::inventory_test

@@ -6,7 +6,7 @@
 #include "packaging/scratch_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::job_test {
 namespace {
 
 struct Release {
@@ -107,4 +107,4 @@ TEST(BackgroundItems, areKeptOnByTheLabelOfTheJob) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::job_test

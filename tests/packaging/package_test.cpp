@@ -10,7 +10,7 @@
 #include "packaging/scratch_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::package_test {
 namespace {
 
 // A Mac with the tools that sign and pack, and a program.
@@ -564,4 +564,4 @@ TEST_F(Package, reportsThatItTakesAMac) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::package_test

@@ -8,7 +8,7 @@
 #include "process/live_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::real_daemon_test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -151,4 +151,4 @@ TEST_F(RealDaemon, isUpgradedBeforeAnUpgradeOfMacOSThatClosesTheKeys) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::real_daemon_test

@@ -4,7 +4,7 @@
 #include "packaging/scratch_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::uninstall_test {
 namespace {
 
 const std::string runsOnce = "brisko-daemon --limit 100 --config /tmp/SCRATCH/no-settings.json";
@@ -342,4 +342,4 @@ TEST_F(Uninstall, givesTheChargeBackOrReportsThatItMayBeHeld) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::uninstall_test

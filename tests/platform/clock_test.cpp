@@ -7,7 +7,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::clock_test {
 namespace {
 
 using namespace test;
@@ -89,4 +89,4 @@ TEST(ClockContractDeathTest, aSignalWithoutAHandlerEndsAPause) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::clock_test

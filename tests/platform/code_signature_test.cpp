@@ -6,7 +6,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::code_signature_test {
 namespace {
 
 using namespace test;
@@ -38,4 +38,4 @@ TEST(CodeSignatureContract, namesNoTeamWhileItCannotBeRead) {
 TEST(CodeSignatureWithoutAMachine, namesNoTeam) { EXPECT_EQ(teamIdentifier(), std::nullopt); }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::code_signature_test

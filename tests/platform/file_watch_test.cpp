@@ -21,7 +21,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::file_watch_test {
 namespace {
 
 using namespace test;
@@ -594,4 +594,4 @@ TEST_F(FileWatchContract, opensAPipeWithoutBlocking) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::file_watch_test

@@ -7,7 +7,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::host_test {
 namespace {
 
 using namespace test;
@@ -80,4 +80,4 @@ TEST(HostContract, hasTheVolumeOfANewMac) {
 TEST(HostContract, hasNoVolumeOfItsOwnWithoutAMachine) { EXPECT_EQ(volumeRoot(), ""); }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::host_test

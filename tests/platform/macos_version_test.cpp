@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::macos_version_test {
 namespace {
 
 // What macOS 26 and 27 report to a program that was linked with an older SDK.
@@ -42,4 +42,4 @@ TEST(MacOSVersion, isZeroIfUnknown) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::macos_version_test

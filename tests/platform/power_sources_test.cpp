@@ -10,7 +10,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::power_sources_test {
 namespace {
 
 using namespace test;
@@ -146,4 +146,4 @@ TEST(RegistryContract, isEmptyWithoutAMachine) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::power_sources_test

@@ -12,7 +12,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::preferences_test {
 namespace {
 
 using namespace test;
@@ -178,4 +178,4 @@ TEST(PreferencesWithoutAMachine, areEmpty) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::preferences_test

@@ -10,7 +10,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::run_loop_test {
 namespace {
 
 using namespace test;
@@ -267,4 +267,4 @@ TEST(RunLoopWithoutAMachine, stillKeepsTimeAndOrder) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::run_loop_test

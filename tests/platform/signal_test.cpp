@@ -14,7 +14,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::signal_test {
 namespace {
 
 using namespace test;
@@ -253,4 +253,4 @@ TEST(SignalContract, aSignalFromBeforeTheControllerWasOpenedHasNoEffect) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::signal_test

@@ -8,7 +8,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::smart_charge_client_test {
 namespace {
 
 using namespace test;
@@ -138,4 +138,4 @@ TEST(SmartChargeWithoutAMachine, isAbsent) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::smart_charge_client_test

@@ -8,7 +8,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::smc_service_test {
 namespace {
 
 using namespace test;
@@ -162,4 +162,4 @@ TEST_F(SmcServiceContract, theKeysKeepTheirValuesAfterTheConnection) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::smc_service_test

@@ -13,7 +13,7 @@
 #include "support/contract_machine.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::system_power_test {
 namespace {
 
 using namespace test;
@@ -330,4 +330,4 @@ TEST(SystemPowerWithoutAMachine, isUnavailable) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::system_power_test

@@ -8,7 +8,7 @@
 #include "sim/process/log_lines.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::platform_equivalence_test {
 namespace {
 
 using namespace test;
@@ -38,4 +38,4 @@ INSTANTIATE_TEST_SUITE_P(Seeds, PlatformEquivalence,
                                             ::testing::Values("1", "2")));
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::platform_equivalence_test

@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::adapter_word_test {
 namespace {
 
 TEST(AdapterWord, isBelievedWhenItIsPlugged) {
@@ -39,4 +39,4 @@ TEST(Cut, isAllowedOnlyWhereTheControllerShowsTheAdapter) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::adapter_word_test

@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::charge_bounds_test {
 namespace {
 
 constexpr std::int64_t none = -1;
@@ -70,4 +70,4 @@ TEST(ChargeBounds, acceptAnyNumbers) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::charge_bounds_test

@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::decision_test {
 namespace {
 
 constexpr auto allow = ChargeState::allow;
@@ -171,4 +171,4 @@ TEST(CalibrationDrive, asksForWhatThePhaseNeeds) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::decision_test

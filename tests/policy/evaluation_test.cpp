@@ -18,7 +18,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::evaluation_test {
 namespace {
 
 using namespace test;
@@ -906,4 +906,4 @@ TEST_F(GuardedTick, letsACalibrationsDrainWaitForAnUnpluggedAdapter) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::evaluation_test

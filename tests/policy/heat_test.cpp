@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::heat_test {
 namespace {
 
 constexpr HeatInputs at(double temp, bool paused) {
@@ -46,4 +46,4 @@ TEST(PauseForHeat, staysUnchangedWithAReadingThatIsNoNumber) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::heat_test

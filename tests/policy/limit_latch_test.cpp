@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::limit_latch_test {
 namespace {
 
 // In the band from 75 to 80 %.
@@ -38,4 +38,4 @@ TEST(LimitLatch, isOpenAfterAChangeAndWithTheLimitOff) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::limit_latch_test

@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::maintenance_wake_test {
 namespace {
 
 constexpr WakeDecision nothing{};
@@ -46,4 +46,4 @@ TEST(MaintenanceWake, logsNoSecondLineAfterATickWithNothingToDelay) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::maintenance_wake_test

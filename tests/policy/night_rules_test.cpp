@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::night_rules_test {
 namespace {
 
 using namespace test;
@@ -232,4 +232,4 @@ TEST(StateAtNight, followsEveryOtherDecision) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::night_rules_test

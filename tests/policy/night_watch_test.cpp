@@ -12,7 +12,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::night_watch_test {
 namespace {
 
 using namespace test;
@@ -207,4 +207,4 @@ TEST_F(GuardedNight, keepsChargingStoppedInADarkWakeOnBattery) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::night_watch_test

@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::top_up_test {
 namespace {
 
 TEST(TopUp, continuesUntilItsHoursAreOver) {
@@ -34,4 +34,4 @@ TEST(TopUp, endsWithoutAnAdapterUnlessItsHoursAreOverToo) {
 TEST(TopUp, hasABandFrom99To100) { EXPECT_EQ(topUpBand, (Bounds{.upper = 100, .lower = 99})); }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::top_up_test

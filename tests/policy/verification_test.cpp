@@ -11,7 +11,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::verification_test {
 namespace {
 
 using namespace test;
@@ -783,4 +783,4 @@ TEST_F(VerifyingTick, doesNotReportAnOrdinaryDischargeAsFailed) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::verification_test

@@ -19,7 +19,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::sleep_test {
 namespace {
 
 using namespace test;
@@ -586,4 +586,4 @@ TEST_F(Announcement, leavesAtMostOneWakeOverManyNights) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::sleep_test

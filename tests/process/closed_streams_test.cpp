@@ -11,7 +11,7 @@
 #include "support/child.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::closed_streams_test {
 namespace {
 
 using namespace test;
@@ -65,4 +65,4 @@ TEST(WithoutReaders, otherModesExitWithTheirUsualStatus) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::closed_streams_test

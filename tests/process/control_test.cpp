@@ -19,7 +19,7 @@
 #include "support/testing.h"
 #include "tools/vmac/control_client.h"
 
-namespace brisko {
+namespace brisko::control_test {
 namespace {
 
 using namespace test;
@@ -405,4 +405,4 @@ TEST(VmacApp, reportsAFolderThatIsNotAMachine) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_test

@@ -20,7 +20,7 @@
 #include "support/child.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::daemon_test {
 namespace {
 
 using namespace test;
@@ -399,4 +399,4 @@ TEST(LiveDaemon, hasOneThread) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::daemon_test

@@ -15,7 +15,7 @@
 #include "support/child.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::diagnostics_test {
 namespace {
 
 using namespace test;
@@ -270,4 +270,4 @@ TEST(FirmwareTestProgram, armsAndDisarmsALiveMac) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::diagnostics_test

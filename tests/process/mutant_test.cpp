@@ -7,7 +7,7 @@
 #include "process/program.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::mutant_test {
 namespace {
 
 using namespace test;
@@ -138,4 +138,4 @@ TEST(Mutants, areRefusedWhenUnknown) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::mutant_test

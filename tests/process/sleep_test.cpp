@@ -8,7 +8,7 @@
 #include "process/program.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::sleep_test {
 namespace {
 
 using namespace test;
@@ -116,4 +116,4 @@ TEST(LiveSleep, reportsInvalidArguments) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::sleep_test

@@ -7,7 +7,7 @@
 #include "process/live_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::status_reader_test {
 namespace {
 
 double realNow() {
@@ -45,4 +45,4 @@ TEST(LiveStatus, isWholeWithin50MillisecondsForAReaderThatReadsContinuously) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::status_reader_test

@@ -7,7 +7,7 @@
 #include "process/program.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::vmac_test {
 namespace {
 
 using namespace test;
@@ -283,4 +283,4 @@ TEST(Boot, passesArgumentsToTheDaemon) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::vmac_test

@@ -14,7 +14,7 @@
 #include "process/program.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::waiting_reader_test {
 namespace {
 
 using namespace test;
@@ -191,4 +191,4 @@ INSTANTIATE_TEST_SUITE_P(Through, WaitingReader, ::testing::Bool(),
                          [](const auto& each) { return each.param ? "ANonBlockingPipe" : "APipe"; });
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::waiting_reader_test

@@ -8,7 +8,7 @@
 #include "recordings/recorded_moments.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::recordings_test {
 namespace {
 
 class RecordedCharge : public ::testing::Test {
@@ -67,4 +67,4 @@ TEST(RecordedMoments, restAtTheTemperatureTheCurrentAndTheVoltageOfTheModel) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::recordings_test

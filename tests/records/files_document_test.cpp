@@ -26,7 +26,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::files_document_test {
 namespace {
 
 class FilesDocument : public test::OnVirtualMac {
@@ -163,4 +163,4 @@ TEST_F(FilesDocument, showsALogLineAsItIsWritten) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::files_document_test

@@ -15,7 +15,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::history_test {
 namespace {
 
 using namespace test;
@@ -558,4 +558,4 @@ TEST_F(Pruning, doesNotRunForASampleWithoutALine) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::history_test

@@ -19,7 +19,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::schemas_test {
 namespace {
 
 using namespace test;
@@ -499,4 +499,4 @@ TEST(Schemas, containTheDefaultsOfTheSettings) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::schemas_test

@@ -15,7 +15,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::statistics_test {
 namespace {
 
 using namespace test;
@@ -306,4 +306,4 @@ TEST_F(StatisticsFile, abortsOnSecondsBeyond64Bits) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::statistics_test

@@ -22,7 +22,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::status_test {
 namespace {
 
 using namespace test;
@@ -355,4 +355,4 @@ TEST_F(Status, abortsOnSecondsBeyond64Bits) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::status_test

@@ -21,7 +21,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::tick_test {
 namespace {
 
 using namespace test;
@@ -268,4 +268,4 @@ TEST_F(Records, storeNoStatisticsAtAnExitWithoutAGateOrAController) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::tick_test

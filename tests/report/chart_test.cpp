@@ -12,7 +12,7 @@
 #include "sim/scenario/timing.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::chart_test {
 namespace {
 
 using namespace test;
@@ -270,4 +270,4 @@ TEST_F(ChartTest, isDeterministic) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::chart_test

@@ -9,7 +9,7 @@
 #include "report/xml.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::day_chart_test {
 namespace {
 
 using namespace test;
@@ -109,4 +109,4 @@ TEST_F(DayChart, letsEveryDayBeSelectedAtItsMiddle) {
 TEST_F(DayChart, isTheSameForTheSame) { EXPECT_EQ(chart().svg, chart().svg); }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::day_chart_test

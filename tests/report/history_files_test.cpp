@@ -8,7 +8,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::history_files_test {
 namespace {
 
 using namespace test;
@@ -224,4 +224,4 @@ TEST_F(HistoryFiles, areSkippedWhenNoDaemonWroteThem) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::history_files_test

@@ -9,7 +9,7 @@
 #include "report/xml.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::history_page_test {
 namespace {
 
 using namespace test;
@@ -127,4 +127,4 @@ TEST_F(HistoryPage, escapesEveryText) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::history_page_test

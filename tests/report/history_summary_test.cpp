@@ -6,7 +6,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::history_summary_test {
 namespace {
 
 using namespace test;
@@ -143,4 +143,4 @@ TEST(HoursText, hasADigitAfterThePointBelowTen) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::history_summary_test

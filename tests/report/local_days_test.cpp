@@ -5,7 +5,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::local_days_test {
 namespace {
 
 using namespace test;
@@ -62,4 +62,4 @@ TEST(LocalDays, beginAfterAMidnightThatTheClockSkips) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::local_days_test

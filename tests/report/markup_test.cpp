@@ -3,7 +3,7 @@
 #include "report/xml.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::markup_test {
 namespace {
 
 using namespace test;
@@ -55,4 +55,4 @@ TEST(Markup, shortensByCharacters) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::markup_test

@@ -9,7 +9,7 @@
 #include "sim/scenario/timing.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::report_test {
 namespace {
 
 using namespace test;
@@ -174,4 +174,4 @@ TEST_F(Report, showsWhatFailed) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::report_test

@@ -8,7 +8,7 @@
 #include "sim/scenario/timing.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::scale_test {
 namespace {
 
 using namespace test;
@@ -130,4 +130,4 @@ TEST_F(TimeTicks, showTheZoneAndTheMoment) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::scale_test

@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::thinning_test {
 namespace {
 
 using namespace test;
@@ -67,4 +67,4 @@ TEST(Thinning, acceptsMomentsAtTheSameTime) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::thinning_test

@@ -17,7 +17,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::app_presence_test {
 namespace {
 
 using namespace test;
@@ -227,4 +227,4 @@ TEST_F(Presence, isWatchedWhereTheAppIs) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::app_presence_test

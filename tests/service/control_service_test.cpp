@@ -22,7 +22,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::control_service_test {
 namespace {
 
 using namespace test;
@@ -572,4 +572,4 @@ TEST_F(Service, repliesToARestartAndExitsAfterwards) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_service_test

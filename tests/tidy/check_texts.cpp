@@ -9,13 +9,13 @@ namespace brisko::test {
 namespace {
 
 // Written in pieces, so that the check does not report this file.
-const std::array<std::string, 2> signs = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
+const std::array<std::string, 2> bareSigns = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
 const std::array<std::string, 2> wideBlanks = {std::string("\xC2") + "\xA0",
                                                std::string("\xE2\x80") + "\xAF"};
 constexpr std::string_view variationSelector = "\xEF\xB8\x8F";
 
 bool hasBareSign(std::string_view text) {
-  for (const std::string& sign : signs) {
+  for (const std::string& sign : bareSigns) {
     for (std::size_t at = text.find(sign); at != std::string_view::npos; at = text.find(sign, at + 1)) {
       if (!text.substr(at + sign.size()).starts_with(variationSelector)) return true;
     }

@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::cpp_text_test {
 namespace {
 
 std::vector<std::string> literalsOf(std::string_view source) {
@@ -74,4 +74,4 @@ TEST(CppText, countsLinesFromOne) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::cpp_text_test

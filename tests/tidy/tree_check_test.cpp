@@ -7,7 +7,7 @@
 #include "support/testing.h"
 
 // The checks themselves, on small sample trees: each must find its violations, and nothing else.
-namespace brisko::test {
+namespace brisko::test::tree_check_test {
 namespace {
 
 // A tree in a temporary folder.
@@ -470,4 +470,4 @@ TEST(Manual, isReportedIfMissing) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::tree_check_test

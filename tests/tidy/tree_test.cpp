@@ -12,7 +12,7 @@
 #include "tidy/tree_check.h"
 
 // The tree from which this test was built.
-namespace brisko::test {
+namespace brisko::test::tree_test {
 namespace {
 
 const Tree& theTree() {
@@ -85,4 +85,4 @@ TEST(SourceTree, hasAManualThatEveryReaderCanShow) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::tree_test

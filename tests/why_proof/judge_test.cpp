@@ -5,7 +5,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::proof {
+namespace brisko::proof::judge_test {
 namespace {
 
 using namespace test;
@@ -178,4 +178,4 @@ TEST(WhyJudge, followsAPhaseOfACalibration) {
 }
 
 }  // namespace
-}  // namespace brisko::proof
+}  // namespace brisko::proof::judge_test

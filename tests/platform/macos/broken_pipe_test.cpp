@@ -12,7 +12,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::broken_pipe_test {
 namespace {
 
 using namespace test;
@@ -59,4 +59,4 @@ TEST(BrokenPipe, endsAProcessWithDispatchEvenIfItsThreadBlocksTheSignal) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::broken_pipe_test

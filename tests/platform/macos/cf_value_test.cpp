@@ -8,7 +8,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::cf_value_test {
 namespace {
 
 Value thereAndBack(const Value& value) { return valueOf(objectOf(value).get()); }
@@ -50,4 +50,4 @@ TEST(CFValue, countsDatesFrom2001) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::cf_value_test

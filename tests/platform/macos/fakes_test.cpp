@@ -15,7 +15,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::fakes_test {
 namespace {
 
 using namespace test;
@@ -136,4 +136,4 @@ TEST(Fakes, acceptNoAnswerThroughAnotherPort) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::fakes_test

@@ -17,7 +17,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko::platform {
+namespace brisko::platform::file_watch_test {
 namespace {
 
 using namespace test;
@@ -91,4 +91,4 @@ TEST_F(MacFileWatch, opensTheFileThatTakesTheNameWhileItIsOpened) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::file_watch_test

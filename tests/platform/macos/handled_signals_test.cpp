@@ -18,7 +18,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::handled_signals_test {
 namespace {
 
 using namespace test;
@@ -259,4 +259,4 @@ TEST(HandledSignal, mayBeGivenAnotherHandler) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::handled_signals_test

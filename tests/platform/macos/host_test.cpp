@@ -14,7 +14,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko::platform {
+namespace brisko::platform::host_test {
 namespace {
 
 TEST(MacHost, namesTheProgramAndNotALinkToIt) {
@@ -85,4 +85,4 @@ TEST(MacHost, keepsAPathThatOnlyBeginsLikeIt) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::host_test

@@ -12,7 +12,7 @@
 #include "fakes/system.h"
 #include "support/child.h"
 
-namespace brisko {
+namespace brisko::log_output_test {
 namespace {
 
 TEST(LogOutputOfTwoThreads, dropsALineThatComesInTheMiddleOfAnother) {
@@ -35,4 +35,4 @@ TEST(LogOutputOfTwoThreads, dropsALineThatComesInTheMiddleOfAnother) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::log_output_test

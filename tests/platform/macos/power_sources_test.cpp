@@ -7,7 +7,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::power_sources_test {
 namespace {
 
 using namespace test;
@@ -32,4 +32,4 @@ TEST(PowerSourcesWithoutNotification, areReadByTheHeartbeat) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::power_sources_test

@@ -5,7 +5,7 @@
 #include "fakes/main_loop.h"
 #include "support/testing.h"
 
-namespace brisko::platform {
+namespace brisko::platform::run_loop_test {
 namespace {
 
 TEST(MacRunLoop, releasesATimerThatWasInvalidated) {
@@ -19,4 +19,4 @@ TEST(MacRunLoop, releasesATimerThatWasInvalidated) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::run_loop_test

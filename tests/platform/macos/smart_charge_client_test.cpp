@@ -11,7 +11,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko::platform {
+namespace brisko::platform::smart_charge_client_test {
 namespace {
 
 using namespace test;
@@ -115,4 +115,4 @@ TEST(MacSmartChargeDeathTest, getsNoMessageThatItDoesNotUnderstand) {
 }
 
 }  // namespace
-}  // namespace brisko::platform
+}  // namespace brisko::platform::smart_charge_client_test

@@ -10,7 +10,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::smc_service_test {
 namespace {
 
 using namespace test;
@@ -91,4 +91,4 @@ TEST_F(SmcAnswer, needsTheKeyAndTheResultForAnIndex) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::smc_service_test

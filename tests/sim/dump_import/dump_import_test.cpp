@@ -11,7 +11,7 @@
 #include "sim/machine/properties.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::dump_import_test {
 namespace {
 
 using namespace virtual_mac;
@@ -233,4 +233,4 @@ TEST(DumpImport, importsEveryRealDump) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::dump_import_test

@@ -10,7 +10,7 @@
 #include "sim/generate/commit.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::campaign_test {
 namespace {
 
 using namespace test;
@@ -141,4 +141,4 @@ TEST(Campaign, rewritesItsProgressInPlaceOnATerminal) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::campaign_test

@@ -8,7 +8,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::night_bench_test {
 namespace {
 
 using namespace test;
@@ -129,4 +129,4 @@ TEST(NightBench, countsWhatCannotBeReached) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::night_bench_test

@@ -9,7 +9,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::rng_test {
 namespace {
 
 using namespace test;
@@ -97,4 +97,4 @@ TEST(Rng, choosesEachElementOfAList) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::rng_test

@@ -10,7 +10,7 @@
 #include "sim/scenario/scenario.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::scenario_generator_test {
 namespace {
 
 using namespace test;
@@ -177,4 +177,4 @@ TEST(ScenarioGenerator, passesGuardsOnToTheSameMacAndUser) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::scenario_generator_test

@@ -7,7 +7,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::shrink_test {
 namespace {
 
 using namespace test;
@@ -134,4 +134,4 @@ TEST(Shrinking, runsNoMoreAttemptsAtOnceThanAllowed) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::shrink_test

@@ -14,7 +14,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::worker_pool_test {
 namespace {
 
 using namespace test;
@@ -152,4 +152,4 @@ TEST_F(WorkerPoolTest, isNotInterruptedByTheTerminal) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::worker_pool_test

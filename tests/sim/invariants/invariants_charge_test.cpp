@@ -22,7 +22,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::invariants_charge_test {
 namespace {
 
 using namespace test;
@@ -557,4 +557,4 @@ TEST_F(Invariants, forbidARepeatedSummaryOrState) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::invariants_charge_test

@@ -26,7 +26,7 @@
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::invariants_process_test {
 namespace {
 
 using namespace test;
@@ -728,4 +728,4 @@ TEST_F(ProcessInvariants, requireACauseForEachSignalAndAbort) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::invariants_process_test

@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::client_requirement_test {
 namespace {
 
 std::string requirement(const std::string& identifier, const std::string& team) {
@@ -62,4 +62,4 @@ TEST(KnownClients, areFoundByName) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::client_requirement_test

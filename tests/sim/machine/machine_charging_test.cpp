@@ -4,7 +4,7 @@
 #include "sim/machine/machine_bench.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::machine_charging_test {
 namespace {
 
 using namespace virtual_mac;
@@ -450,4 +450,4 @@ TEST(MachineCharging, followsTheRoom) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::machine_charging_test

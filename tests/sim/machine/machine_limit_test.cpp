@@ -12,7 +12,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::machine_limit_test {
 namespace {
 
 using namespace test;
@@ -646,4 +646,4 @@ TEST_F(LimitJournal, reportsNothingForOtherEntries) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::machine_limit_test

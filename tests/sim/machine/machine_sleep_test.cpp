@@ -11,7 +11,7 @@
 #include "sim/machine/machine_bench.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::machine_sleep_test {
 namespace {
 
 using platform::kernelBadArgument;
@@ -901,4 +901,4 @@ TEST_F(MachineSleep, isIndependentOfTheNumberOfAdvances) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::machine_sleep_test

@@ -5,7 +5,7 @@
 #include "sim/machine/machine_bench.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::machine_smc_test {
 namespace {
 
 using namespace virtual_mac;
@@ -465,4 +465,4 @@ TEST(MachineSmc, allowsChargingWhenAnUpgradeClosesTheKeys) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::machine_smc_test

@@ -8,7 +8,7 @@
 #include "sim/machine/machine_bench.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::machine_time_test {
 namespace {
 
 using namespace virtual_mac;
@@ -611,4 +611,4 @@ TEST(MachineFaults, includeEveryKindOfChange) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::machine_time_test

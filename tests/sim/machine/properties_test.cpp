@@ -5,7 +5,7 @@
 #include "sim/machine/machine_bench.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::properties_test {
 namespace {
 
 using namespace virtual_mac;
@@ -361,4 +361,4 @@ TEST(PropertiesMemory, doesNotConfuseTwoMachines) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::properties_test

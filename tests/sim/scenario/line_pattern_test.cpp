@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::line_pattern_test {
 namespace {
 
 using namespace test;
@@ -58,4 +58,4 @@ TEST(LineExpectations, inOrderMeanDifferentLines) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::line_pattern_test

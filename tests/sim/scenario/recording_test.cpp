@@ -9,7 +9,7 @@
 #include "sim/scenario/timing.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::recording_test {
 namespace {
 
 using namespace test;
@@ -288,4 +288,4 @@ TEST(RecordedScenario, isNotAffectedByTheRecording) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::recording_test

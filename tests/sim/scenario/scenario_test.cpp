@@ -13,7 +13,7 @@
 #include "support/record_schemas.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::scenario_test {
 namespace {
 
 using namespace test;
@@ -421,4 +421,4 @@ TEST(Scenario, writesTheSameLogInEveryRun) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::scenario_test

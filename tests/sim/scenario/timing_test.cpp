@@ -2,7 +2,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::timing_test {
 namespace {
 
 constexpr double eight = 1772352000;  // 2026-03-01 08:00 UTC
@@ -54,4 +54,4 @@ TEST(Timing, formatsADurationInItsTwoLargestUnits) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::timing_test

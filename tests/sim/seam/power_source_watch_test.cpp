@@ -5,7 +5,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::power_source_watch_test {
 namespace {
 
 TEST(PowerSourceWatch, letsTimeAdvanceIfEveryNotificationCausesAChange) {
@@ -33,4 +33,4 @@ TEST(PowerSourceWatch, letsTimeAdvanceIfEveryNotificationCausesAChange) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::power_source_watch_test

@@ -14,7 +14,7 @@
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
-namespace brisko {
+namespace brisko::virtual_time_test {
 namespace {
 
 using namespace test;
@@ -207,4 +207,4 @@ TEST(VirtualTime, theMachineInMemoryIsSharedWithChildren) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::virtual_time_test

@@ -7,7 +7,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::work_queue_test {
 namespace {
 
 double gUptime = 0;
@@ -90,4 +90,4 @@ TEST_F(WorkQueueTest, invalidatesOnlyTimers) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::work_queue_test

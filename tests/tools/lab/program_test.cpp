@@ -10,7 +10,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::program_test {
 namespace {
 
 using namespace test;
@@ -265,4 +265,4 @@ TEST_F(LabProgram, writesTheLogOfASingleScenario) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::program_test

@@ -12,7 +12,7 @@
 #include "sim/seam/live/live_folder.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::attachment_test {
 namespace {
 
 using namespace test;
@@ -102,4 +102,4 @@ TEST(LiveMachine, isPausedAtSpeed0) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::attachment_test

@@ -44,7 +44,7 @@ extern "C" int ppoll(pollfd* events, nfds_t count, const timespec* timeout, cons
       ::syscall(SYS_ppoll, events, count, timeout == nullptr ? nullptr : &left, mask, maskBytes));
 }
 
-namespace brisko {
+namespace brisko::run_loop_test {
 namespace {
 
 using namespace test;
@@ -349,4 +349,4 @@ TEST(LiveRunLoop, wakesNoMoreOftenThanItsTimersDo) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::run_loop_test

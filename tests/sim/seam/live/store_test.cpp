@@ -17,7 +17,7 @@
 #include "sim/seam/live/live_folder.h"
 #include "support/testing.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::store_test {
 namespace {
 
 using namespace test;
@@ -344,4 +344,4 @@ TEST(MachineStore, serialisesUpdatesOfManyProcesses) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::store_test

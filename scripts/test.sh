@@ -75,7 +75,7 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results" \
       --exclude-regex '^(brisko-tests|scenario-macos)/' --label-exclude '^long$'
-    step 'clang-tidy' scripts/tidy.sh build/asan
+    step 'clang-tidy' scripts/tidy.sh --quick build/asan
   }
   step 'thread sanitizer build' build tsan --target brisko-control-tests &&
     step 'control service under the thread sanitizer' run_tests tsan "$tsan_results"

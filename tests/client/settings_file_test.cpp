@@ -117,8 +117,8 @@ TEST_F(SettingsFileChange, neverBringsAServedRequestBack) {
     ASSERT_TRUE(changed.done) << changed.reason;
     EXPECT_TRUE(clearServedRequests(path(), {{"limit", 70}}, changed));
     EXPECT_EQ(read()["topUp"], false) << round;
-    // If the daemon wrote the new file, with the settings of the old one, the change is lost as a whole, which the
-    // confirmation notices.
+    // If the daemon wrote the new file, with the settings of the old one, the change is lost as a whole,
+    // which the confirmation notices.
     EXPECT_TRUE(read()["limit"] == 70 || read()["limit"] == 80) << contents(path());
   }
 }

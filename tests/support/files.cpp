@@ -5,6 +5,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include <sys/stat.h>
@@ -56,8 +57,9 @@ std::string lastPut(const std::string& path) {
 }
 
 std::string contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return std::move(bytes).str();
 }
 
 bool exists(const std::string& path) {

@@ -9,7 +9,8 @@ namespace brisko::test {
 namespace {
 
 // Written in pieces, so that the check does not report this file.
-const std::array<std::string, 2> bareSigns = {std::string("\xE2\x9A") + "\xA0", std::string("\xE2\x9B") + "\x94"};
+const std::array<std::string, 2> bareSigns = {std::string("\xE2\x9A") + "\xA0",
+                                              std::string("\xE2\x9B") + "\x94"};
 const std::array<std::string, 2> wideBlanks = {std::string("\xC2") + "\xA0",
                                                std::string("\xE2\x80") + "\xAF"};
 constexpr std::string_view variationSelector = "\xEF\xB8\x8F";

@@ -9,7 +9,7 @@
 #include "fuzz/require.h"
 #include "fuzz/target.h"
 
-namespace brisko {
+namespace brisko::arguments_fuzz {
 namespace {
 
 // A second implementation of the same rule.
@@ -67,4 +67,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("arguments", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::arguments_fuzz

@@ -9,7 +9,7 @@
 #include "fuzz/target.h"
 #include "hardware/battery.h"
 
-namespace brisko {
+namespace brisko::battery_fuzz {
 namespace {
 
 using platform::Dictionary;
@@ -124,4 +124,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("battery", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::battery_fuzz

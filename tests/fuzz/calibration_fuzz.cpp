@@ -13,7 +13,7 @@
 #include "fuzz/volume.h"
 #include "records/status.h"
 
-namespace brisko {
+namespace brisko::calibration_fuzz {
 namespace {
 
 CalibrationState taken(const Json& object) {
@@ -76,4 +76,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("calibration", tryText);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::calibration_fuzz

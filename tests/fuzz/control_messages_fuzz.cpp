@@ -6,7 +6,7 @@
 #include "fuzz/target.h"
 #include "sim/seam/live/control_messages.h"
 
-namespace brisko {
+namespace brisko::control_messages_fuzz {
 namespace {
 
 using namespace virtual_mac;
@@ -62,4 +62,4 @@ void tryInput(std::string_view line) {
 const FuzzTarget target("control_messages", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_messages_fuzz

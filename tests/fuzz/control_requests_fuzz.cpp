@@ -15,7 +15,7 @@
 #include "platform/run_loop.h"
 #include "service/control_service.h"
 
-namespace brisko {
+namespace brisko::control_requests_fuzz {
 namespace {
 
 struct Answers {
@@ -82,4 +82,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("control_requests", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::control_requests_fuzz

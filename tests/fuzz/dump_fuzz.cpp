@@ -7,7 +7,7 @@
 #include "sim/dump_import/read_dump.h"
 #include "sim/machine/properties.h"
 
-namespace brisko {
+namespace brisko::dump_fuzz {
 namespace {
 
 using virtual_mac::Machine;
@@ -41,4 +41,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("dump", tryText);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::dump_fuzz

@@ -12,7 +12,7 @@
 #include "fuzz/require.h"
 #include "fuzz/target.h"
 
-namespace brisko {
+namespace brisko::json_fuzz {
 namespace {
 
 // The depth of nesting as the other reader reports it, and whether a number is beyond every double.
@@ -83,4 +83,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("json", tryText);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::json_fuzz

@@ -8,7 +8,7 @@
 #include "fuzz/target.h"
 #include "sim/scenario/line_pattern.h"
 
-namespace brisko::lab {
+namespace brisko::lab::line_pattern_fuzz {
 namespace {
 
 constexpr char gap = '*';
@@ -53,4 +53,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("line_pattern", tryInput);
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::line_pattern_fuzz

@@ -5,7 +5,7 @@
 #include "fuzz/target.h"
 #include "sim/machine/client_requirement.h"
 
-namespace brisko {
+namespace brisko::requirement_fuzz {
 namespace {
 
 bool isPlain(std::string_view text) {
@@ -35,4 +35,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("requirement", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::requirement_fuzz

@@ -4,7 +4,7 @@
 #include "fuzz/target.h"
 #include "sim/scenario/scenario.h"
 
-namespace brisko::lab {
+namespace brisko::lab::scenario_fuzz {
 namespace {
 
 constexpr const char* file = "nowhere/scenario.json";
@@ -31,4 +31,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("scenario", tryText);
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::scenario_fuzz

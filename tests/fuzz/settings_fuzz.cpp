@@ -12,7 +12,7 @@
 #include "fuzz/target.h"
 #include "fuzz/volume.h"
 
-namespace brisko {
+namespace brisko::settings_fuzz {
 namespace {
 
 void tryOneShots(const Settings& settings) {
@@ -57,4 +57,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("settings", tryText);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::settings_fuzz

@@ -15,7 +15,7 @@
 #include "hardware/smc.h"
 #include "state/tick_state.h"
 
-namespace brisko {
+namespace brisko::smc_fuzz {
 namespace {
 
 using platform::KernelStatus;
@@ -172,4 +172,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("smc", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::smc_fuzz

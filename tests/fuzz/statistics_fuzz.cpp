@@ -13,7 +13,7 @@
 #include "state/native_limit_state.h"
 #include "state/tick_state.h"
 
-namespace brisko {
+namespace brisko::statistics_fuzz {
 namespace {
 
 constexpr double someTotal = 123;
@@ -81,4 +81,4 @@ void tryText(std::string_view text) {
 const FuzzTarget target("statistics", tryText);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::statistics_fuzz

@@ -35,7 +35,7 @@
 #include "state/sleep_state.h"
 #include "state/tick_state.h"
 
-namespace brisko {
+namespace brisko::tick_fuzz {
 namespace {
 
 using platform::SmcRecord;
@@ -283,4 +283,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("tick", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::tick_fuzz

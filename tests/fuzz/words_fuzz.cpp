@@ -12,7 +12,7 @@
 #include "sim/machine/models.h"
 #include "sim/scenario/timing.h"
 
-namespace brisko {
+namespace brisko::words_fuzz {
 namespace {
 
 using virtual_mac::Change;
@@ -104,4 +104,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("words", tryInput);
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::words_fuzz

@@ -121,7 +121,8 @@ class NightCeiling final : public Rule {
 constexpr Invariant fewChanges{
     35, "With the guard \"swing\" the state changes at most 20 times an hour by itself."};
 
-// By itself: nothing happened in the timeline, and no key drifted.
+// By itself: nothing happened in the timeline, no key drifted, and no trickle lifts the charge over the limit
+// again each time that it was discharged to it.
 class FewChanges final : public Rule {
  public:
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
@@ -144,7 +145,7 @@ class FewChanges final : public Rule {
     const virtual_mac::SmcKey* adapter = virtual_mac::findKey(machine, virtual_mac::keyCode("AC-W"));
     constexpr double latest = 120;  // seconds
     return gateHasKeys() && keysObey(machine, *gGate) && machine.battery.installed &&
-           machine.powerSource.lagSeconds <= latest &&
+           machine.battery.trickleMA <= 0 && machine.powerSource.lagSeconds <= latest &&
            machine.powerSourceFault == virtual_mac::PowerSourceFault::none &&
            (adapter == nullptr || !adapter->scripted);
   }

@@ -26,6 +26,14 @@ NightDecision decideOnBattery(const NightInputs& inputs, double minutes) {
           .minutes = inputs.firstOnBattery ? wholeMinutes(minutes) : batteryInterval};
 }
 
+// Near the limit the shortest wait may pass it. In the band there is nothing to gain by that, and below the
+// band not more than a point may be lost by it.
+bool shouldCloseNear(const NightInputs& inputs) {
+  constexpr std::int64_t tolerated = 1;
+  const double minutes = minutesBelow(inputs.band.upper + tolerated, inputs.pct, inputs.speed);
+  return inputs.pct >= inputs.band.lower || minutes < static_cast<double>(shortestWait);
+}
+
 }  // namespace
 
 double fastestSpeed(const ChargerReadings& readings) {
@@ -89,8 +97,7 @@ NightDecision decideNight(const NightInputs& inputs) {
   if (!inputs.onAdapter) return decideOnBattery(inputs, minutes);
   const bool near = minutes < static_cast<double>(shortestWait);
   if (near && inputs.mayStayAwake) return {.step = NightStep::stayAwake};
-  const bool inBand = inputs.pct >= inputs.band.lower;
-  if (inputs.wakesLeft < 1 || (near && inBand)) return {.step = NightStep::close};
+  if (inputs.wakesLeft < 1 || (near && shouldCloseNear(inputs))) return {.step = NightStep::close};
   return {.step = NightStep::wake, .minutes = wholeMinutes(minutes)};
 }
 

@@ -108,11 +108,22 @@ TEST(NightStep, closesInsideTheBandWhenItMayNotStayAwake) {
 }
 
 TEST(NightStep, wakesAgainInANarrowBandWhenItMayNotStayAwake) {
-  NightInputs inputs = at(78);
+  NightInputs inputs = at(76);
   inputs.band = {.upper = 80, .lower = 79};
   EXPECT_EQ(wakesIn(inputs), 3);
   inputs.pct = 79;
   EXPECT_TRUE(closes(inputs));
+}
+
+// The shortest wait may pass the limit by a point, not by more.
+TEST(NightStep, closesBelowTheBandWhenTheShortestWaitWouldPassTheLimit) {
+  NightInputs inputs = at(0);
+  inputs.band = {.upper = 80, .lower = 80};
+  inputs.speed = 2;
+  for (const auto& [pct, closed] : {std::pair{71, false}, std::pair{72, true}, std::pair{79, true}}) {
+    inputs.pct = pct;
+    EXPECT_EQ(closes(inputs), closed) << pct;
+  }
 }
 
 TEST(NightStep, closesWhenTheWakesAreUsedUp) {

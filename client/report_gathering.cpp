@@ -58,7 +58,7 @@ std::string daemonProgram(const State& state) {
   if (state.system.job && !state.system.job->arguments.empty() &&
       state.system.job->arguments.front().starts_with('/'))
     return state.system.job->arguments.front();
-  const std::string installed = "/Library/Brisko/brisko-daemon";
+  std::string installed = "/Library/Brisko/brisko-daemon";
   const std::string own = platform::executablePath().value_or("");
   if (::access(installed.c_str(), X_OK) == 0 || own.empty()) return installed;
   return own.substr(0, own.rfind('/')) + "/brisko-daemon";

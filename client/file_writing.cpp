@@ -21,6 +21,15 @@ mode_t fileMask() {
   return mask;
 }
 
+// Removes the file that was opened at the path, unless another is there by now.
+void removeOpened(const std::string& path, const Descriptor& file) {
+  struct stat opened {};
+  struct stat found {};
+  if (::fstat(file.number(), &opened) != 0 || ::lstat(path.c_str(), &found) != 0) return;
+  if (opened.st_dev == found.st_dev && opened.st_ino == found.st_ino)
+    static_cast<void>(::unlink(path.c_str()));
+}
+
 bool beginsWithMark(const std::string& path, std::string_view mark) {
   const Descriptor file = openRegularFile(path, O_RDONLY | O_NOFOLLOW);
   std::array<char, 512> begin{};
@@ -64,6 +73,19 @@ bool writeDrawing(const std::string& path, std::string_view bytes, std::string_v
   if (!temporary.empty() && std::rename(temporary.c_str(), path.c_str()) == 0) return true;
   reason = std::strerror(errno);
   if (!temporary.empty()) static_cast<void>(::unlink(temporary.c_str()));
+  return false;
+}
+
+bool writeNewFile(const std::string& path, std::string_view bytes, std::string& reason) {
+  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file) {
+    reason = errno == EEXIST ? "a file is there already; choose another name" : std::strerror(errno);
+    return false;
+  }
+  if (::fchmod(file.number(), 0600) == 0 && writeAll(file.number(), bytes) && ::fsync(file.number()) == 0)
+    return true;
+  reason = std::strerror(errno);
+  removeOpened(path, file);
   return false;
 }
 

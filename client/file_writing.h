@@ -1,5 +1,6 @@
 // client/file_writing.h
-// Files that are complete when they appear at their path, whatever happens meanwhile.
+// Files that are complete when they appear at their path, whatever happens meanwhile; but for one kind, which
+// must be new there.
 #pragma once
 
 #include <string>
@@ -17,6 +18,11 @@ namespace brisko::client {
 // clause, when it was not written; then everything is as before.
 [[nodiscard]] bool writeDrawing(const std::string& path, std::string_view bytes, std::string_view mark,
                                 std::string& reason);
+
+// Writes a new file that only this user can read. What is at the path already stays, a link too, which is not
+// followed; so root may write into a folder that others may change. False and a reason, as a clause, when it
+// was not written; then no part of it is left.
+[[nodiscard]] bool writeNewFile(const std::string& path, std::string_view bytes, std::string& reason);
 
 // Writes it into a new folder that only this user can read, below the system's temporary folder. Returns its
 // path, or an empty text and a reason.

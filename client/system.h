@@ -39,6 +39,15 @@ struct SystemFacts {
 // started again. False and a reason, as one clause, when that was refused.
 [[nodiscard]] bool endDaemon(std::string& reason);
 
+// The model's identifier, such as "Mac14,2".
+[[nodiscard]] std::optional<std::string> modelOfMac();
+
+// The programs of the system that a bug report asks.
+enum class ReportCommand : std::uint8_t { job, signature, powerLog, powerSchedule };
+// The program with its arguments, its path first; empty on a system without it. `daemon` is the path of the
+// daemon.
+[[nodiscard]] std::vector<std::string> commandLineFor(ReportCommand command, const std::string& daemon);
+
 // Opens the page at `path` in the user's browser. False and a reason, as one clause, when that was refused.
 [[nodiscard]] bool openPage(const std::string& path, std::string& reason);
 

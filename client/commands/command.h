@@ -66,6 +66,7 @@ ExitStatus runGet(const Context& context);
 ExitStatus runSet(const Context& context);
 ExitStatus runHistory(const Context& context);
 ExitStatus runLog(const Context& context);
+ExitStatus runReport(const Context& context);
 ExitStatus runRestart(const Context& context);
 ExitStatus runVersion(const Context& context);
 ExitStatus runCompletions(const Context& context);

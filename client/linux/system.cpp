@@ -100,6 +100,12 @@ bool endDaemon(std::string& reason) {
   return false;
 }
 
+std::optional<std::string> modelOfMac() { return std::nullopt; }
+
+std::vector<std::string> commandLineFor(ReportCommand /*command*/, const std::string& /*daemon*/) {
+  return {};
+}
+
 bool openPage(const std::string& path, std::string& reason) { return runProgram({"xdg-open", path}, reason); }
 
 }  // namespace brisko::client

@@ -87,6 +87,28 @@ bool endDaemon(std::string& reason) {
   return false;
 }
 
+std::optional<std::string> modelOfMac() {
+  std::array<char, 64> name{};
+  std::size_t size = name.size() - 1;
+  if (::sysctlbyname("hw.model", name.data(), &size, nullptr, 0) != 0) return std::nullopt;
+  return std::string(name.data());
+}
+
+std::vector<std::string> commandLineFor(ReportCommand command, const std::string& daemon) {
+  switch (command) {
+    case ReportCommand::job:
+      return {
+          "/usr/bin/plutil", "-convert", "json", "-o", "-", "/Library/LaunchDaemons/com.brisko.daemon.plist"};
+    case ReportCommand::signature:
+      return {"/usr/bin/codesign", "-dv", daemon};
+    case ReportCommand::powerLog:
+      return {"/usr/bin/pmset", "-g", "log"};
+    case ReportCommand::powerSchedule:
+      return {"/usr/bin/pmset", "-g", "sched"};
+  }
+  return {};
+}
+
 bool openPage(const std::string& path, std::string& reason) {
   return runProgram({"/usr/bin/open", path}, reason);
 }

@@ -1,0 +1,129 @@
+#include "client/report_gathering.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include <unistd.h>
+
+#include "client/program_output.h"
+#include "client/report_json.h"
+#include "client/system.h"
+#include "hardware/battery.h"
+#include "platform/host.h"
+#include "report/local_days.h"
+
+namespace brisko::client {
+namespace {
+
+constexpr int historyDays = 7;
+constexpr double programSeconds = 20;
+constexpr double powerLogSeconds = 60;  // it covers weeks
+
+// Those of the history, the oldest first.
+std::vector<std::string> lastDays(double now) {
+  std::vector<std::string> days;
+  const lab::Date today = lab::dateOf(now);
+  for (int back = historyDays - 1; back >= 0; --back)
+    days.push_back(lab::isoText(lab::dateAfter(today, -back)));
+  return days;
+}
+
+void takeFile(ReportPart& part, FileText text) {
+  part.bytes = std::move(text.bytes);
+  part.problem = text.problem == FileProblem::none      ? ""
+                 : text.problem == FileProblem::missing ? "not there"
+                                                        : "not readable";
+}
+
+// launchd appends to standard error without end; the newest lines matter.
+FileText readAllOrEnd(const std::string& path) {
+  constexpr std::size_t longest = std::size_t{4} << 20U;
+  FileText text = readFile(path);
+  if (text.problem == FileProblem::tooLarge) text = {.bytes = readEnd(path, longest)};
+  return text;
+}
+
+void takeOutput(ReportPart& part, const std::vector<std::string>& words, double seconds) {
+  if (words.empty()) return;
+  ProgramOutput output = outputOf(words, seconds);
+  part.bytes = std::move(output.text);
+  part.problem = output.end == ProgramEnd::itself      ? ""
+                 : output.end == ProgramEnd::notThere  ? "not there"
+                 : output.end == ProgramEnd::outOfTime ? "out of time"
+                                                       : "not readable";
+}
+
+// The daemon that runs, else the installed one, else the one beside this program.
+std::string daemonProgram(const State& state) {
+  if (state.system.job && !state.system.job->arguments.empty() &&
+      state.system.job->arguments.front().starts_with('/'))
+    return state.system.job->arguments.front();
+  std::string installed = "/Library/Brisko/brisko-daemon";
+  const std::string own = platform::executablePath().value_or("");
+  if (::access(installed.c_str(), X_OK) == 0 || own.empty()) return installed;
+  return own.substr(0, own.rfind('/')) + "/brisko-daemon";
+}
+
+// The daemon overwrites the file in place; what was read of it already was whole.
+void takeStatus(ReportPart& part, const State& state) {
+  takeFile(part, {.problem = state.statusProblem});
+  if (state.statusObject) part.bytes = jsonText(*state.statusObject).value_or("");
+}
+
+void takeJob(ReportPart& part, const State& state, const std::string& daemon) {
+  const std::vector<std::string> words = commandLineFor(ReportCommand::job, daemon);
+  if (!words.empty()) return takeOutput(part, words, programSeconds);
+  // Where no launch service has a file of it, its arguments are known while it runs.
+  if (!state.system.job || state.system.job->arguments.empty()) return;
+  part.bytes = Json{{"ProgramArguments", state.system.job->arguments}}.dump();
+  part.problem = "";
+}
+
+void takeBattery(ReportPart& part) {
+  const platform::SharedDictionary properties = SmartBattery::properties();
+  part.problem = properties ? "" : "not there";
+  if (properties) part.bytes = jsonText(jsonOf(*properties)).value_or("");
+}
+
+// What no file contains.
+void takeFromSystem(ReportPart& part, const State& state, const std::string& daemon) {
+  if (part.name == "probe.txt") return takeOutput(part, {daemon, "--probe"}, programSeconds);
+  if (part.name == "self-test.txt") return takeOutput(part, {daemon, "--selftest"}, programSeconds);
+  if (part.name == "job.json") return takeJob(part, state, daemon);
+  if (part.name == "battery.json") return takeBattery(part);
+  if (part.name == "signature.txt")
+    return takeOutput(part, commandLineFor(ReportCommand::signature, daemon), programSeconds);
+  if (part.name == "power-log.txt")
+    return takeOutput(part, commandLineFor(ReportCommand::powerLog, daemon), powerLogSeconds);
+  if (part.name == "power-schedule.txt")
+    return takeOutput(part, commandLineFor(ReportCommand::powerSchedule, daemon), programSeconds);
+  if (part.name != "doctor.json") return;
+  if (auto text = doctorReport()) {
+    part.bytes = std::move(*text);
+    part.problem = "";
+  }
+}
+
+}  // namespace
+
+std::vector<ReportPart> gatherReport(const State& state) {
+  const std::string daemon = daemonProgram(state);
+  std::vector<ReportPart> parts = reportParts(lastDays(state.now));
+  for (ReportPart& part : parts) {
+    if (part.name == "status.json") {
+      takeStatus(part, state);
+    } else if (part.name == "config.json") {
+      part.source = keptPath(state.job.config);
+      takeFile(part, state.settingsFile.text);
+    } else if (part.source.starts_with('/') && part.name != "job.json") {
+      takeFile(part, readAllOrEnd(state.volume.at(part.source)));
+    } else if (!state.volume.isForeign()) {
+      takeFromSystem(part, state, daemon);
+    }
+  }
+  return parts;
+}
+
+std::optional<std::string> doctorReport() { return std::nullopt; }
+
+}  // namespace brisko::client

@@ -83,3 +83,18 @@ make_package() {
 install_package() {
   on_mac installer -pkg "$package" -target /
 }
+
+# first_mac WORD…: tries the fakes of the programs on this Mac; "--program" can be replaced by "--package".
+first_mac() {
+  [ "${1:-}" = --package ] || set -- --program "$FAKES/brisko-daemon" "$@"
+  SUDO_UID=501 on_mac sh "$sources/packaging/first-mac.sh" --out "$mac/first-light.tar" "$@"
+}
+
+# answers LIGHT LID: what somebody at a Mac types who does every step: three letters for the colours of the light, and y
+# if the lid is closed for the sleep.
+answers() {
+  # Up to the light; its step and colours; the footprint, the signal, the sleep and its lid; plugging in.
+  printf '\n\n\n\n\n\n\n\n\n\n\n'
+  printf '%s\n' "$1" | tr '/' '\n'
+  printf '\n\n\n%s\n\n' "$2"
+}

@@ -838,7 +838,7 @@ sleep_until() {
   pmset -g log | awk -v from="$(date -r "$sleep_began" '+%Y-%m-%d %H:%M:%S')" '
     function seconds(text, part) { split(text, part, ":"); return part[1] * 3600 + part[2] * 60 + part[3] }
     BEGIN { split(from, start, " ") }
-    ($1 " " $2) >= from && ($4 == "Sleep" || $4 == "Wake" || $4 == "DarkWake") {
+    ($1 " " $2) >= from && ($4 == "Sleep" || $4 == "Wake" || $4 == "DarkWake") && $5 != "Requests" {
       after = seconds($2) - seconds(start[2])
       if (after < 0) after += 86400
       supply = "-"
@@ -850,17 +850,17 @@ sleep_until() {
   keep 'messages (seconds, message, capabilities)' "$scratch/messages"
 }
 
-# first_wake FROM: sets wake_at and wake_kind of the first wake from that second on, and wake_lasted (nothing if no
-# sleep followed).
+# first_wake FROM: sets wake_at and wake_kind of the first wake from that second on, and wake_lasted ("-" if no sleep
+# followed). A dark wake may become a full one.
 first_wake() {
   found=$(awk -v from="$1" '
     kind == "" && $2 != "Sleep" && $1 >= from { at = $1; kind = $2; next }
-    kind != "" && $2 == "Sleep" { print at, kind, $1 - at; done = 1; exit }
-    END { if (!done && kind != "") print at, kind, "-" }' "$scratch/wakes")
+    kind == "DarkWake" && $2 == "Wake" { kind = "DarkWake, a full one after " ($1 - at) " s, together"; next }
+    kind != "" && $2 == "Sleep" { print at, $1 - at, kind; done = 1; exit }
+    END { if (!done && kind != "") { sub(/, together/, "", kind); print at, "-", kind } }' "$scratch/wakes")
   [ -n "$found" ] || return 1
-  wake_at=${found%% *} wake_lasted=${found##* }
-  wake_kind=${found#* }
-  wake_kind=${wake_kind% *}
+  wake_at=${found%% *} found=${found#* }
+  wake_lasted=${found%% *} wake_kind=${found#* }
 }
 
 # described_wake: "DarkWake for 45 s".

@@ -138,6 +138,8 @@ grep -q 'run: sudo .* --give-back' "$work/output" || wrong "it does not say how 
 echo free >"$FAKE_MAC/charge"
 ends 0 --give-back
 given_back
+ends 0 --give-back
+grep -q '^There is nothing to give back' "$work/output" || wrong "there is something to give back"
 
 prepare 'no scheduled wake'
 (
@@ -155,26 +157,15 @@ prepare 'a failed installation'
 echo service | has_points surprising
 given_back
 
-# interrupted SIGNAL CALL STATUS STEP
-interrupted() {
-  prepare "$1 before $2"
-  (
-    export FAKE_SIGNAL="$1" FAKE_SIGNAL_AT="$2"
-    ends "$3" --yes $(only probe install "$4")
-  )
-  ! pgrep -f "^/bin/sh $FAKES/brisko-first-light power" >"$work/output" || wrong "a process is left"
-}
-interrupted TERM 'pmset sleepnow' 1 sleep
+# By a signal, in the shell of a Mac. tests/packaging/interruptions.sh interrupts it everywhere.
+prepare 'an interruption'
+(
+  export FAKE_SIGNAL=TERM FAKE_SIGNAL_AT='pmset sleepnow' FAKE_SHELL='/bin/bash --posix'
+  ends 1 --yes $(only probe install discharge sleep)
+)
 points settled | grep -qx 'charge and adapter' || wrong "the charge was not checked"
+[ ! -e "$FAKE_MAC/listening" ] || wrong "a process is left"
 given_back
-interrupted INT 'brisko set discharge=on' 1 discharge
-given_back
-interrupted KILL 'brisko set discharge=off' 137 discharge
-[ "$(charge)" = draining ] || wrong "the discharge did not run"
-ends 0 --give-back
-given_back
-ends 0 --give-back
-grep -q '^There is nothing to give back' "$work/output" || wrong "there is something to give back"
 
 prepare refusals
 (

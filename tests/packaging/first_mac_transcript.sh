@@ -30,6 +30,13 @@ write_document() {
 tools, of the daemon and of time, not on a Mac. `tests/packaging/first_mac_transcript.sh` writes this page, and a test
 compares it.
 
+## Its options and steps
+
+END
+  new_mac "$work/help"
+  run 'packaging/first-mac.sh --help' --help
+  cat <<'END'
+
 ## With two surprises
 
 Somebody answers every question, sees the light as it should be, and leaves the lid open. On this Mac the client of

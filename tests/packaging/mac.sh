@@ -36,11 +36,12 @@ new_mac() {
   fi
 }
 
-# on_mac COMMAND…: with the tools of the Mac, in a process group of its own, which FAKE_STOP_AT ends.
+# on_mac COMMAND…: with the tools of the Mac, in a process group of its own, which FAKE_STOP_AT ends. A test that runs in
+# the background ignores SIGINT, and a shell cannot undo that.
 FAKE_PATH=$FAKES
 export FAKE_PATH
 on_mac() {
-  PATH=$FAKE_PATH /usr/bin/setsid --wait /bin/sh -c 'SCRIPT_PID=$$; export SCRIPT_PID; exec "$@"' sh "$@"
+  PATH=$FAKE_PATH /usr/bin/setsid --wait /usr/bin/env --default-signal=INT /bin/sh -c 'SCRIPT_PID=$$; export SCRIPT_PID; exec "$@"' sh "$@"
 }
 
 install() {

@@ -1065,13 +1065,14 @@ write_file() {
   # Without the extended attributes that macOS would add as files of their own.
   COPYFILE_DISABLE=1
   export COPYFILE_DISABLE
+  mode=-cf
   if [ -s "$scratch/report.tar" ]; then
+    mode=-rf
     cat "$scratch/report.tar" >"$scratch/all.tar"
-    tar --format=ustar -rf "$scratch/all.tar" -C "$scratch/file" brisko-report/first-light.json \
-      brisko-report/first-light.txt
-  else
-    tar --format=ustar -cf "$scratch/all.tar" -C "$scratch/file" brisko-report
   fi
+  # What reads it takes plain files only, and no folder.
+  tar --format=ustar "$mode" "$scratch/all.tar" -C "$scratch/file" brisko-report/first-light.json \
+    brisko-report/first-light.txt
   # A name that somebody else has made meanwhile is not written to.
   (set -C && cat "$scratch/all.tar" >"$out")
 }

@@ -101,7 +101,10 @@ ends 0
 printf '%s\n' "$everything" | has_points settled
 points 'not settled' surprising >"$work/points"
 [ ! -s "$work/points" ] || wrong "not everything is settled"
-tar -tf "$mac/first-light.tar" | grep -qx brisko-report/first-light.txt || wrong "the table is missing in the file"
+[ "$(tar -tf "$mac/first-light.tar" | tr '\n' ' ')" = \
+  'brisko-report/manifest.json brisko-report/first-light.json brisko-report/first-light.txt ' ] ||
+  wrong "the file has other members"
+[ "$(head -c 265 "$mac/first-light.tar" | tail -c 8 | od -An -c | tr -d ' ')" = 'ustar\000' ] || wrong "the file is not in ustar"
 grep -q '^25 settled, 0 not settled, 0 surprising$' "$work/output" || wrong "the table has other sums"
 grep -Eq 'scheduled wake +[0-9]+ s  DarkWake for 45 s, 1 s after its time' "$work/output" || wrong "the wake is wrong"
 given_back
@@ -160,10 +163,12 @@ given_back
 # By a signal, in the shell of a Mac. tests/packaging/interruptions.sh interrupts it everywhere.
 prepare 'an interruption'
 (
-  export FAKE_SIGNAL=TERM FAKE_SIGNAL_AT='pmset sleepnow' FAKE_SHELL='/bin/bash --posix'
+  export FAKE_SURPRISES=no-report FAKE_SIGNAL=TERM FAKE_SIGNAL_AT='pmset sleepnow' FAKE_SHELL='/bin/bash --posix'
   ends 1 --yes $(only probe install discharge sleep)
 )
 points settled | grep -qx 'charge and adapter' || wrong "the charge was not checked"
+[ "$(tar -tf "$mac/first-light.tar" | tr '\n' ' ')" = 'brisko-report/first-light.json brisko-report/first-light.txt ' ] ||
+  wrong "the file has other members"
 [ ! -e "$FAKE_MAC/listening" ] || wrong "a process is left"
 given_back
 

@@ -126,14 +126,10 @@ given_back
 make_package
 prepare 'the package'
 (
-  export FAKE_SURPRISES='flag no-sleep keeps' FAKE_KEEPS_RECEIPT=1
-  ends 1 --package "$package" --yes $(only system selftest probe install clients discharge sleep)
+  export FAKE_SURPRISES='flag keeps' FAKE_KEEPS_RECEIPT=1
+  ends 1 --package "$package" --yes $(only system selftest probe install clients discharge)
 )
-has_points surprising <<'END'
-charge and adapter
-removal
-scheduled wake
-END
+printf '%s\n' 'charge and adapter' removal | has_points surprising
 points 'not settled' | grep -qx 'version of macOS' || wrong "the version is settled without a program that shows it"
 grep -q 'settled *adapter flag while it is cut off .* kept; macOS shows AC Power' "$work/output" || wrong "the flag is wrong"
 grep -q 'run: sudo .* --give-back' "$work/output" || wrong "it does not say how to give back"
@@ -146,10 +142,20 @@ grep -q '^There is nothing to give back' "$work/output" || wrong "there is somet
 
 prepare 'no scheduled wake'
 (
-  export FAKE_SURPRISES=unscheduled
+  export FAKE_SURPRISES='unscheduled keeps'
+  ends 1 --yes $(only probe install sleep)
+)
+printf '%s\n' 'charge and adapter' 'scheduled wake' | has_points surprising
+echo free >"$FAKE_MAC/charge"
+ends 0 --give-back
+given_back
+
+prepare 'no sleep'
+(
+  export FAKE_SURPRISES=no-sleep
   ends 0 --yes $(only probe install sleep)
 )
-echo 'scheduled wake' | has_points surprising
+printf '%s\n' 'messages of sleep and wake' 'scheduled wake' | has_points surprising
 given_back
 
 prepare 'a failed installation'

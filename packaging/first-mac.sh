@@ -760,6 +760,10 @@ has_restarted() {
 
 step_signal() {
   has_facts 'SIGTERM under load' && has_room 'SIGTERM under load' || return 0
+  if [ "$gate_mode" = macOS ] && [ "$charging_before" = stopped ]; then
+    not_settled 'SIGTERM under load' "a limit of macOS was set before, and it cannot be told from the daemon's"
+    return 0
+  fi
   change limit "$low" || true
   [ -z "$cut" ] || [ "$cut" = macOS ] || change set discharge=on || true
   rest 15
@@ -970,11 +974,20 @@ left_over() {
   ! pmset -g sched 2>/dev/null | grep -q 'com\.brisko\.' || printf 'a scheduled wake, '
 }
 
+# keys_are_free: by the last answer. Where macOS's own limit stops charging, one may have been set before.
+keys_are_free() {
+  [ "$(fact adapter)" = connected ] || return 1
+  case $(fact mode) in
+    macOS) [ -z "$charging_before" ] || [ "$(fact charging)" = "$charging_before" ] ;;
+    *) [ "$(fact charging)" = allowed ] ;;
+  esac
+}
+
 # check_keys: whether the charge and the adapter are given back. The keys show it at once, the battery within a minute.
 check_keys() {
   if ask_facts keys; then
     found="charging is $(fact charging), the adapter is $(fact adapter)"
-    [ "$found" = 'charging is allowed, the adapter is connected' ]
+    keys_are_free
   elif [ "$adapter_before" = Yes ]; then
     await 90 adapter_is Yes || { found="macOS shows no adapter"; return 1; }
     if [ "${percent:-0}" -lt 95 ]; then
@@ -1081,8 +1094,8 @@ write_file() {
 clean_up() {
   ending=$?
   trap - EXIT
-  # Another interruption must not stop this. What runs from here on inherits that; but a daemon that the uninstaller runs
-  # has to hear SIGTERM.
+  # Another interruption must not stop this. What runs from here on inherits that, but a daemon that the uninstaller
+  # runs has to hear SIGTERM.
   trap '' HUP INT
   trap : TERM
   set +e
@@ -1130,7 +1143,8 @@ whole_time() {
 main() {
   here=$(CDPATH='' cd -- "$(dirname -- "$0")" && pwd)
   scratch='' began='' installed='' running='' given_back='' helpers='' gate_mode='' cut='' led='' build='' model=''
-  version='' facts='' tried='' adapter_before=''
+  version='' facts='' tried='' adapter_before='' charging_before=''
+  step=start
   read_arguments "$@"
   check_mac
   scratch=$(mktemp -d "$root/tmp/brisko-first-light.XXXXXX")
@@ -1154,6 +1168,8 @@ main() {
   version=$("$program" --version 2>/dev/null) || version=
   read_battery
   adapter_before=$external
+  ask_facts keys || true
+  charging_before=$(fact charging)
   : >"$results"
   given_back='' tried='' began=$(now)
   say "First light of brisko-daemon ${version:-?} on macOS $system, for about $(duration "$(whole_time)")." \

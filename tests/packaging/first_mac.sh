@@ -113,7 +113,8 @@ FAKE_PATH=$quick_path
 prepare 'every surprise'
 answers o/o/b '' >"$work/answers"
 (
-  export FAKE_SURPRISES='version selftest reply main-queue watches foreign client hold verification discharge footprint signal late-wake deaf opens'
+  FAKE_SURPRISES='version selftest reply main-queue watches foreign client hold verification discharge footprint signal'
+  export FAKE_SURPRISES="$FAKE_SURPRISES late-wake deaf opens"
   export FAKE_MACOS=27.0
   ends 0
 )
@@ -152,7 +153,8 @@ given_back
 
 prepare 'no sleep'
 (
-  export FAKE_SURPRISES=no-sleep
+  # A limit of macOS that was set before stays.
+  export FAKE_SURPRISES='no-sleep own-limit'
   ends 0 --yes $(only probe install sleep)
 )
 printf '%s\n' 'messages of sleep and wake' 'scheduled wake' | has_points surprising

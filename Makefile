@@ -14,7 +14,7 @@ help:
 	@echo 'make release   build the programs into build/release/'
 	@echo 'make format    format the C++ files'
 	@echo 'make tidy      run clang-tidy only'
-	@echo 'make interruptions   interrupt installing and removing in every step, for some minutes'
+	@echo 'make interruptions   interrupt installing, removing and the first run on a Mac everywhere, for some minutes'
 	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
 	@echo 'make sign, package, notarize, staple   on a Mac: the installer package (docs/macos.md)'
 

@@ -1,7 +1,7 @@
 #!/bin/sh
-# interruptions.sh CASE…: interrupts an installation or a removal in each of its steps, as a power failure does, continues
-# in each possible way, and counts them. A step is a call that changes something outside of the temporary folder; one
-# that copies or removes several things is interrupted in the middle. With no case it does all.
+# interruptions.sh CASE…: interrupts an installation, a removal or the first run on a Mac in each of its steps, as a power
+# failure does, continues in each possible way, and counts them. A step is a call that changes something outside of the
+# temporary folder; one that copies or removes several things is interrupted in the middle. With no case it does all.
 # shellcheck disable=SC2119 # install without options
 set -eu
 . "$(dirname -- "$0")/mac.sh"
@@ -74,6 +74,7 @@ finish() {
       ) || wrong "it failed"
       ;;
     'remove' | 'remove again') uninstall >"$work/output" 2>&1 || wrong "it failed" ;;
+    'give back') first_mac --give-back >"$work/output" 2>&1 || wrong "it failed" ;;
     'remove again and keep the data') uninstall --keep-data >"$work/output" 2>&1 || wrong "it failed" ;;
   esac
   FAKE_PATH=$FAKES
@@ -144,6 +145,40 @@ prepare() {
   mv "$work/prepared" "$work/mac"
 }
 
+# try_everything: the first run on a Mac, with its file outside of the Mac.
+try_everything() {
+  rm -f "$work/mac/first-light.tar"
+  first_mac --yes
+}
+
+# signal_everywhere: ends the first run with a signal before each of its steps: alone, and from a terminal. It gives
+# everything back itself.
+signal_everywhere() {
+  case='the first run on a Mac' way='' step=0 status=1
+  FAKE_PATH=$quick_path
+  while [ "$status" -ne 0 ]; do
+    step=$((step + 1))
+    for FAKE_SIGNAL in TERM INT; do
+      new_mac "$work/mac"
+      listing >"$work/before"
+      status=0
+      (
+        FAKE_SIGNAL_AT=$step
+        export FAKE_SIGNAL FAKE_SIGNAL_AT
+        try_everything
+      ) >"$work/output" 2>&1 || status=$?
+      [ "$status" -le 1 ] || wrong "$FAKE_SIGNAL ends it with status $status"
+      check_removed before
+      [ ! -s "$FAKE_MAC/schedule" ] || wrong "a wake is scheduled after $FAKE_SIGNAL"
+      [ ! -e "$FAKE_MAC/listening" ] || wrong "$FAKE_SIGNAL leaves a process"
+      rm -rf "$work/mac"
+    done
+  done
+  FAKE_PATH=$FAKES
+  [ "$step" -gt 20 ] || wrong "only $step steps were counted"
+  printf '%s: ended with signals before %s steps, gives everything back each time\n' "$case" "$((step - 1))"
+}
+
 # prepare_removal: a Mac with everything installed.
 prepare_removal() {
   installation=install
@@ -196,6 +231,12 @@ run_case() {
       : >"$FAKE_MAC/crashing"
       interrupt "removal after a crash" uninstall 'remove again'
       ;;
+    first-mac)
+      installation=install
+      prepare
+      interrupt "the first run on a Mac" try_everything 'give back'
+      ;;
+    first-mac-signals) signal_everywhere ;;
     *)
       echo "Unknown case \"$1\"." >&2
       exit 2
@@ -203,5 +244,6 @@ run_case() {
   esac
 }
 
-[ $# -gt 0 ] || set -- install upgrade-first+edited-job upgrade-bundled package package-upgrade remove remove-crashing
+[ $# -gt 0 ] || set -- install upgrade-first+edited-job upgrade-bundled package package-upgrade remove remove-crashing first-mac \
+  first-mac-signals
 for name; do run_case "$name"; done

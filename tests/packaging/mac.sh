@@ -36,11 +36,12 @@ new_mac() {
   fi
 }
 
-# on_mac COMMAND…: with the tools of the Mac, in a process group of its own, which FAKE_STOP_AT ends.
+# on_mac COMMAND…: with the tools of the Mac, in a process group of its own, which FAKE_STOP_AT ends. A test that runs in
+# the background ignores SIGINT, and a shell cannot undo that.
 FAKE_PATH=$FAKES
 export FAKE_PATH
 on_mac() {
-  PATH=$FAKE_PATH /usr/bin/setsid --wait /bin/sh -c 'SCRIPT_PID=$$; export SCRIPT_PID; exec "$@"' sh "$@"
+  PATH=$FAKE_PATH /usr/bin/setsid --wait /usr/bin/env --default-signal=INT /bin/sh -c 'SCRIPT_PID=$$; export SCRIPT_PID; exec "$@"' sh "$@"
 }
 
 install() {
@@ -82,4 +83,19 @@ make_package() {
 
 install_package() {
   on_mac installer -pkg "$package" -target /
+}
+
+# first_mac WORD…: tries the fakes of the programs on this Mac; "--program" can be replaced by "--package".
+first_mac() {
+  [ "${1:-}" = --package ] || set -- --program "$FAKES/brisko-daemon" "$@"
+  SUDO_UID=501 on_mac sh "$sources/packaging/first-mac.sh" --out "$mac/first-light.tar" "$@"
+}
+
+# answers LIGHT LID: what somebody at a Mac types who does every step: three letters for the colours of the light, and y
+# if the lid is closed for the sleep.
+answers() {
+  # Up to the light; its step and colours; the footprint, the signal, the sleep and its lid; plugging in.
+  printf '\n\n\n\n\n\n\n\n\n\n\n'
+  printf '%s\n' "$1" | tr '/' '\n'
+  printf '\n\n\n%s\n\n' "$2"
 }

@@ -5,9 +5,12 @@
 #   clock      seconds that have passed; "sleep" lets them pass
 #   charge     "held" or "free", as the daemon left it
 #   job        the job that launchd has loaded
+# FAKE_SURPRISES lists, for the first run on a Mac, in which ways this Mac is not as expected.
 # For the script under test: SCRIPT_PID is its process and the group of its process and all of its children.
 #   FAKE_STOP_AT   the number of the step before which the script and its children are killed; a step that copies or
 #                  removes several things is killed in the middle
+#   FAKE_SIGNAL_AT the step, by its number or as a whole, before which the script gets the signal FAKE_SIGNAL: TERM
+#                  alone, others together with its children, as INT from a terminal
 #   FAKE_SAVE      a folder for a copy of the volume and of FAKE_MAC as they are when each step is killed there
 # shellcheck shell=sh
 
@@ -63,7 +66,17 @@ step() {
     halfway=$BRISKO_ROOT
     [ -z "${has_cut_off:-}" ] || cut_off "$@"
     kill -KILL "-$SCRIPT_PID"
+  elif [ "${FAKE_SIGNAL_AT:-}" = "$step" ] || [ "${FAKE_SIGNAL_AT:-}" = "$*" ]; then
+    if [ "$FAKE_SIGNAL" = TERM ]; then kill -TERM "$SCRIPT_PID"; else kill "-$FAKE_SIGNAL" "-$SCRIPT_PID"; fi
   fi
+}
+
+# surprises WORD: whether this Mac is unexpected in this way.
+surprises() {
+  case " ${FAKE_SURPRISES:-} " in
+    *" $1 "*) return 0 ;;
+    *) return 1 ;;
+  esac
 }
 
 # refuse_option OPTION

@@ -32,6 +32,11 @@ case $* in
     printf '%s' "${FAKE_PROBE:-{\"discharge\":\"CHIE\",\"led\":true,\"mode\":\"CHTE\",\"supported\":true\}}"
     exit 0
     ;;
+  --selftest)
+    ! surprises selftest || { printf '✗ 1 erreur(s) sur 212 vérifications :\n  - le journal existe après bascule\n'; exit 1; }
+    echo '✓ 212 vérifications, aucune erreur.'
+    exit 0
+    ;;
 esac
 [ -z "${FAKE_BROKEN:-}" ] || { echo 'brisko-daemon: broken' >&2; exit "$FAKE_BROKEN"; }
 settings=$data/config.json

@@ -1,21 +1,41 @@
 #include "client/child_process.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "base/files.h"
+#include "client/real_time.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system's headers declare it
 
 namespace brisko::client {
 namespace {
 
-// Starts it with standard output to nowhere, and with SIGPIPE as other programs expect it.
-int start(std::vector<std::string> words, pid_t& process) {
+// Where a program prints: to nowhere but for its errors, or all of it into a pipe without input.
+constexpr int toNowhere = -1;
+
+void redirect(posix_spawn_file_actions_t& actions, int output) {
+  if (output == toNowhere) {
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    return;
+  }
+  ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+}
+
+// Starts it with SIGPIPE as other programs expect it.
+int start(std::vector<std::string> words, int output, pid_t& process) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -23,7 +43,7 @@ int start(std::vector<std::string> words, pid_t& process) {
   posix_spawnattr_t attributes{};
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawnattr_init(&attributes);
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  redirect(actions, output);
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
@@ -36,11 +56,133 @@ int start(std::vector<std::string> words, pid_t& process) {
   return error;
 }
 
+// --- Several at a time
+
+constexpr std::size_t mostOutput = std::size_t{4} << 20U;
+
+struct Pipe {
+  Descriptor reading = {};
+  Descriptor writing = {};
+};
+
+// Not passed on to other programs that are started meanwhile.
+Pipe openPipe() {
+  std::array<int, 2> ends{-1, -1};
+  if (::pipe(ends.data()) != 0) return {};
+  for (const int end : ends) static_cast<void>(::fcntl(end, F_SETFD, FD_CLOEXEC));
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+// A command while it runs.
+class Running {
+ public:
+  explicit Running(const TimedCommand& command) : deadline_(steadyNow() + command.seconds) {
+    Pipe pipe = openPipe();
+    if (command.words.empty() || !pipe.reading) return;
+    const int error = start(command.words, pipe.writing.number(), process_);
+    if (error == 0) {
+      output_ = std::move(pipe.reading);
+      static_cast<void>(::fcntl(output_.number(), F_SETFL, O_NONBLOCK));
+    } else {
+      process_ = 0;
+      result_.end = error == ENOENT ? CommandEnd::notFound : CommandEnd::failed;
+    }
+  }
+
+  [[nodiscard]] bool isDone() const { return process_ == 0; }
+  [[nodiscard]] int output() const { return output_ ? output_.number() : -1; }
+  CommandResult take() { return std::move(result_); }
+
+  void proceed() {
+    readOutput();
+    // Its output may be complete before it has ended, and the other way round.
+    if (!output_) awaitEnd(WNOHANG);
+    if (isDone() || steadyNow() < deadline_) return;
+    static_cast<void>(::kill(process_, SIGKILL));
+    awaitEnd(0);
+    result_.end = CommandEnd::timedOut;
+  }
+
+ private:
+  void readOutput() {
+    std::array<char, 16'384> piece;
+    while (output_) {
+      const ssize_t got = ::read(output_.number(), piece.data(), piece.size());
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0 && errno == EAGAIN) return;
+      if (got <= 0) {
+        output_ = Descriptor();
+        return;
+      }
+      const auto count = std::min(static_cast<std::size_t>(got), mostOutput - result_.output.size());
+      result_.output.append(piece.data(), count);
+    }
+  }
+
+  void awaitEnd(int flags) {
+    int status = 0;
+    pid_t ended = 0;
+    do ended = ::waitpid(process_, &status, flags);
+    while (ended < 0 && errno == EINTR);
+    if (ended == 0) return;
+    process_ = 0;
+    if (ended < 0 || !WIFEXITED(status)) return;
+    result_.end = CommandEnd::exited;
+    result_.status = WEXITSTATUS(status);
+  }
+
+  double deadline_;
+  pid_t process_ = 0;
+  Descriptor output_ = {};
+  CommandResult result_ = {};
+};
+
+// Until one of them prints something, but only for a moment: their ends are not announced.
+void awaitOutput(const std::vector<Running>& commands) {
+  constexpr int milliseconds = 10;
+  std::vector<pollfd> waits;
+  for (const Running& command : commands) {
+    if (command.output() >= 0) waits.push_back({.fd = command.output(), .events = POLLIN, .revents = 0});
+  }
+  static_cast<void>(::poll(waits.data(), static_cast<nfds_t>(waits.size()), milliseconds));
+}
+
 }  // namespace
+
+std::vector<CommandResult> runTogether(const std::vector<TimedCommand>& commands) {
+  std::vector<Running> running;
+  running.reserve(commands.size());
+  for (const TimedCommand& command : commands) running.emplace_back(command);
+  const auto allDone = [&running] {
+    return std::all_of(running.begin(), running.end(), [](const Running& each) { return each.isDone(); });
+  };
+  while (!allDone()) {
+    awaitOutput(running);
+    for (Running& each : running) {
+      if (!each.isDone()) each.proceed();
+    }
+  }
+  std::vector<CommandResult> results;
+  for (Running& each : running) results.push_back(each.take());
+  return results;
+}
+
+std::string clauseOf(CommandEnd end) {
+  switch (end) {
+    case CommandEnd::notFound:
+      return "no such command here";
+    case CommandEnd::timedOut:
+      return "timed out";
+    case CommandEnd::exited:
+    case CommandEnd::failed:
+      break;
+  }
+  return "its command failed";
+}
 
 bool runProgram(const std::vector<std::string>& words, std::string& reason) {
   pid_t process = 0;
-  if (const int error = start(words, process); error != 0) {
+  if (const int error = start(words, toNowhere, process); error != 0) {
     reason = words.front() + ": " + std::strerror(error);
     return false;
   }

@@ -2,6 +2,8 @@
 // Other programs, without a shell.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,5 +12,25 @@ namespace brisko::client {
 // Runs a program to its end, with what it prints discarded but for its errors. A name without a slash is
 // searched in PATH. True when it ended with status 0; otherwise false and a reason, as a clause.
 [[nodiscard]] bool runProgram(const std::vector<std::string>& words, std::string& reason);
+
+struct TimedCommand {
+  std::vector<std::string> words = {};  // the program's path first; none: nothing is run
+  double seconds = 0;                   // real time after which it is killed
+};
+
+enum class CommandEnd : std::uint8_t { exited, notFound, timedOut, failed };
+
+struct CommandResult {
+  CommandEnd end = CommandEnd::failed;
+  int status = 0;           // exit status, of one that exited
+  std::string output = {};  // standard output and standard error together, at most 4 MiB
+  [[nodiscard]] bool succeeded() const { return end == CommandEnd::exited && status == 0; }
+};
+
+// Runs all of them at the same time, without input, and returns their results in the same order.
+[[nodiscard]] std::vector<CommandResult> runTogether(const std::vector<TimedCommand>& commands);
+
+// Why there is no result, as a clause; for one that exited, that it failed.
+[[nodiscard]] std::string clauseOf(CommandEnd end);
 
 }  // namespace brisko::client

@@ -39,6 +39,11 @@ Job jobIn(const std::string& report) {
       inArguments = true;
     } else if (const auto process = parseInteger(valueOf(text, "pid")); process && *process > 0) {
       job.processId = process;
+    } else if (const std::string_view code = valueOf(text, "last exit code"); !code.empty()) {
+      // "0", "78: EX_CONFIG" or "(never exited)".
+      job.lastExitCode = parseInteger(code.substr(0, code.find(':')));
+    } else if (const std::string_view signal = valueOf(text, "last terminating signal"); !signal.empty()) {
+      job.lastSignal = signal;
     }
   }
   return job;

@@ -36,6 +36,7 @@ constexpr std::array commands{
     Command{"set", runSet},
     Command{"history", runHistory},
     Command{"log", runLog},
+    Command{"doctor", runDoctor},
     Command{"report", runReport},
     Command{"restart", runRestart},
     Command{"version", runVersion},

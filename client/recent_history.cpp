@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
-#include <string_view>
 
 #include "base/json_file.h"
 
@@ -77,8 +76,17 @@ std::optional<RecentSample> sampleIn(const std::string& line) {
   const auto known = stateNamed(state->get_ref<const std::string&>());
   if (!known) return std::nullopt;
   RecentSample sample{.time = *time, .pct = *pct, .state = *known, .plugged = *plugged};
+  sample.hot = booleanAt(*object, "hot").value_or(false);
   if (const auto watts = numberAt(*object, "wt")) sample.watts = *watts / 10;
   return sample;
+}
+
+std::vector<RecentSample> samplesIn(std::string_view text) {
+  std::vector<RecentSample> samples;
+  for (const std::string_view line : linesOf(text)) {
+    if (const auto sample = sampleIn(std::string(line))) samples.push_back(*sample);
+  }
+  return samples;
 }
 
 RecentHistory recentHistory(double now, const std::function<std::string(double)>& dayText) {

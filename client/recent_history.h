@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "state/charge_state_record.h"
@@ -19,10 +20,14 @@ struct RecentSample {
   ChargeState state = ChargeState::allow;
   bool plugged = false;
   std::optional<double> watts = {};  // of the battery; negative while it drains
+  bool hot = false;                  // charging is paused for heat
 };
 
 // The sample in a line of a day file; none when it is not one.
 [[nodiscard]] std::optional<RecentSample> sampleIn(const std::string& line);
+
+// All samples in the text of a day file.
+[[nodiscard]] std::vector<RecentSample> samplesIn(std::string_view text);
 
 struct RecentHistory {
   std::vector<RecentSample> samples = {};  // of the last 15 minutes, oldest first

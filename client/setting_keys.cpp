@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "base/checked.h"
@@ -50,6 +51,12 @@ std::optional<bool> truthIn(std::string_view text) {
 
 bool isWithin(const SettingKey& key, double value) { return value >= key.least && value <= key.most; }
 
+// The daemon counts the rest of a calibration in seconds.
+bool isCountable(std::int64_t minutes) {
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 60;
+  return minutes <= most && minutes >= -most;
+}
+
 // Digits and a point only: no "inf", no exponent, no blank.
 std::optional<double> decimalIn(std::string_view text) {
   if (text.empty() || text.find_first_not_of("0123456789.") != std::string_view::npos) return std::nullopt;
@@ -91,9 +98,13 @@ std::optional<Json> settingValue(const SettingKey& key, std::string_view text) {
 
 std::optional<std::string> whyFatal(const Json& settings) {
   for (const SettingKey& key : allKeys) {
-    if (key.type != integer || integerAt(settings, key.name)) continue;
-    const auto value = numberAt(settings, key.name);
-    if (value && !fittingInteger(*value)) return std::string(key.name) + " is too large for any number";
+    if (key.type != integer) continue;
+    const auto real = numberAt(settings, key.name);
+    if (!real) continue;
+    auto value = integerAt(settings, key.name);
+    if (!value) value = fittingInteger(*real);
+    if (!value || (std::string_view(key.name) == "calSoakMinutes" && !isCountable(*value)))
+      return std::string(key.name) + " is too large for any number";
   }
   return std::nullopt;
 }

@@ -14,8 +14,10 @@ namespace brisko::client {
 // The daemon as a job of the launch service.
 struct Job {
   bool installed = false;
-  std::optional<std::int64_t> processId = {};  // none while it is not running
-  std::vector<std::string> arguments = {};     // of the daemon, its path first; empty when unknown
+  std::optional<std::int64_t> processId = {};     // none while it is not running
+  std::vector<std::string> arguments = {};        // of the daemon, its path first; empty when unknown
+  std::optional<std::int64_t> lastExitCode = {};  // of the process before; none if it did not exit by itself
+  std::string lastSignal = {};                    // that ended it, e.g. "Abort trap: 6"
 };
 
 struct SystemFacts {

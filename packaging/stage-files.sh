@@ -21,7 +21,7 @@ for page in brisko.1 brisko-config.5 brisko-daemon.8; do
   cp "$sources/man/$page" "$folder/share/man/man${page##*.}"
 done
 (cd "$sources/docs" && cp -R ../CHANGELOG.md ../SECURITY.md using-it.md glossary.md log.md files.md diagnostics.md \
-  report.md macos.md many-macs.md schemas "$folder/share/doc")
+  report.md macos.md many-macs.md troubleshooting.md schemas "$folder/share/doc")
 # A checkout keeps the modes of its user.
 chmod -R u=rwX,go=rX "$folder/share"
 

@@ -45,6 +45,15 @@ struct Switch {
 };
 ExitStatus runSwitch(const Context& context, const Switch& setting);
 
+// Ends the daemon, and waits until the one that is started instead reports.
+struct RestartResult {
+  ExitStatus status = ExitStatus::done;
+  std::string text = {};
+  bool back = false;  // it has reported
+};
+[[nodiscard]] RestartResult restartDaemon(const Context& context);
+inline constexpr const char* anotherVolumesDaemon = "the daemon of another volume cannot be restarted";
+
 // Asks on the terminal. True also with --yes; false, with an error, if there is no terminal.
 [[nodiscard]] bool isAgreed(const Context& context, const std::string& question);
 
@@ -66,6 +75,7 @@ ExitStatus runGet(const Context& context);
 ExitStatus runSet(const Context& context);
 ExitStatus runHistory(const Context& context);
 ExitStatus runLog(const Context& context);
+ExitStatus runDoctor(const Context& context);
 ExitStatus runReport(const Context& context);
 ExitStatus runRestart(const Context& context);
 ExitStatus runVersion(const Context& context);

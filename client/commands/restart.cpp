@@ -9,19 +9,15 @@
 namespace brisko::client {
 namespace {
 
-struct Restart {
-  ExitStatus status = ExitStatus::done;
-  std::string text = {};
-};
-
 // Through the service if it answers; otherwise the launch service ends the daemon, which needs root.
-Restart ask(const Context& context) {
+RestartResult ask(const Context& context) {
   if (requestRestart(answerSeconds).answer == ServiceAnswer::done) return {};
   if (platform::effectiveUserId() != 0)
-    return {ExitStatus::notAllowed, "the daemon did not take it from you; run: sudo " + context.commandLine};
+    return {.status = ExitStatus::notAllowed,
+            .text = "the daemon did not take it from you; run: sudo " + context.commandLine};
   std::string reason;
   if (endDaemon(reason)) return {};
-  return {ExitStatus::noDaemon, reason};
+  return {.status = ExitStatus::noDaemon, .text = reason};
 }
 
 // Waits until a daemon that started later has written a status.
@@ -35,18 +31,23 @@ bool isBack(const Context& context, double startedBefore) {
 
 }  // namespace
 
-ExitStatus runRestart(const Context& context) {
-  if (context.volume.isForeign()) return misuse(context, "the daemon of another volume cannot be restarted");
+RestartResult restartDaemon(const Context& context) {
   const State state = readState(context.volume);
   const double startedBefore = state.status && state.status->startedAt ? *state.status->startedAt : 0;
-  Restart restart = ask(context);
-  const bool back = restart.status == ExitStatus::done && isBack(context, startedBefore);
-  if (restart.status == ExitStatus::done)
-    restart.text =
-        back ? "The daemon was restarted." : "The daemon ends now; it is started again within some seconds.";
+  RestartResult restart = ask(context);
+  if (restart.status != ExitStatus::done) return restart;
+  restart.back = isBack(context, startedBefore);
+  restart.text = restart.back ? "The daemon was restarted."
+                              : "The daemon ends now; it is started again within some seconds.";
+  return restart;
+}
+
+ExitStatus runRestart(const Context& context) {
+  if (context.volume.isForeign()) return misuse(context, anotherVolumesDaemon);
+  const RestartResult restart = restartDaemon(context);
   if (context.json()) {
     context.output.json({{"schema", "brisko.restart/1"},
-                         {"running", back},
+                         {"running", restart.back},
                          {"status", static_cast<int>(restart.status)},
                          {"text", restart.text}});
   } else if (restart.status == ExitStatus::done) {

@@ -1,7 +1,8 @@
 #include "client/system.h"
 
-#include <array>
-#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/ps/IOPowerSources.h>
@@ -36,21 +37,16 @@ std::optional<double> adapterWatts() {
   return static_cast<double>(*number);
 }
 
-struct CommandResult {
-  std::string output;
-  bool succeeded = false;
-};
+// Runs a command, given by its absolute path.
+CommandResult run(std::vector<std::string> words) {
+  constexpr double longest = 1;  // seconds
+  return runTogether({{std::move(words), longest}}).front();
+}
 
-// Runs a fixed command, given by its absolute path.
-CommandResult run(const char* command) {
-  CommandResult result;
-  std::FILE* const stream = ::popen(command, "r");
-  if (stream == nullptr) return result;
-  std::array<char, 4096> piece;
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), stream))
-    result.output.append(piece.data(), count);
-  result.succeeded = ::pclose(stream) == 0;
-  return result;
+// What it printed; nothing when it failed.
+std::string outputOf(std::vector<std::string> words) {
+  CommandResult result = run(std::move(words));
+  return result.succeeded() ? std::move(result.output) : std::string();
 }
 
 }  // namespace
@@ -59,7 +55,7 @@ SystemFacts readSystem() {
   return {.adapterWatts = adapterWatts(),
           .bootedAt = timeOf("kern.boottime"),
           .wokeAt = timeOf("kern.waketime"),
-          .job = jobIn(run("/bin/launchctl print system/com.brisko.daemon 2>/dev/null").output)};
+          .job = jobIn(outputOf({"/bin/launchctl", "print", "system/com.brisko.daemon"}))};
 }
 
 std::optional<std::string> whyUnusable() { return std::nullopt; }
@@ -82,7 +78,7 @@ std::optional<std::string> teamThatSigned(const std::string& path) {
 
 // Never "kickstart -k": that kills the daemon before it can give the charge back.
 bool endDaemon(std::string& reason) {
-  if (run("/bin/launchctl kill SIGTERM system/com.brisko.daemon 2>/dev/null").succeeded) return true;
+  if (run({"/bin/launchctl", "kill", "SIGTERM", "system/com.brisko.daemon"}).succeeded()) return true;
   reason = "launchd does not run the daemon";
   return false;
 }

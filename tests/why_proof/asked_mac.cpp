@@ -17,6 +17,7 @@ client::SystemFacts client::readSystem() {
   facts.job = Job{.installed = mac.serviceIsLoaded};
   if (mac.serviceIsLoaded) facts.job->arguments = mac.arguments;
   if (mac.daemonRuns) facts.job->processId = 1;
+  facts.job->lastExitCode = mac.exitStatus;
   return facts;
 }
 

@@ -2,6 +2,7 @@
 // The simulated Mac that the client asks about its system.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct AskedMac {
   bool serviceIsLoaded = false;  // by the launch service
   bool daemonRuns = false;
   std::vector<std::string> arguments = {};  // of the daemon, its path first
+  std::optional<int> exitStatus = {};       // of the process that ended last
 };
 
 [[nodiscard]] AskedMac& askedMac();

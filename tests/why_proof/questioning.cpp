@@ -4,25 +4,21 @@
 #include <array>
 #include <cstdlib>
 #include <set>
-#include <stdexcept>
 #include <string_view>
 
 #include "client/state_reader.h"
-#include "sim/generate/rng.h"
 #include "sim/machine/machine.h"
 #include "sim/process/log_lines.h"
-#include "sim/scenario/run_scenario.h"
 #include "why_proof/asked_mac.h"
+#include "why_proof/asked_scenario.h"
 
 namespace brisko::proof {
 namespace {
 
-using lab::GeneratedScenario;
 using lab::ScenarioJson;
 using lab::TimedAction;
 using virtual_mac::Machine;
 
-constexpr std::uint64_t questionStream = 4;  // besides those of the scenario
 constexpr std::int64_t observationPeriod = 60;
 constexpr double statusIsCurrent = 30;  // seconds; the daemon writes it at least every 15 s
 
@@ -91,47 +87,15 @@ std::optional<double> temperatureIn(const std::string& line) {
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// The scenario, with a step for every moment of interest
-
-std::set<std::int64_t> questionMoments(std::uint64_t seed, const QuestioningOptions& options,
-                                       std::int64_t seconds) {
-  lab::Rng rng(seed, questionStream);
-  std::set<std::int64_t> moments;
-  for (std::int64_t count = options.days * options.questionsADay; count > 0; --count)
-    moments.insert(rng.between(1, seconds - 1));
-  return moments;
-}
-
-// Steps without an action: the lab pauses there, and nothing takes another course.
-void addPauses(const std::set<std::int64_t>& moments, GeneratedScenario& scenario) {
-  std::set<std::int64_t> pauses = moments;
-  for (std::int64_t at = observationPeriod; at < scenario.seconds; at += observationPeriod) pauses.insert(at);
-  for (const TimedAction& action : scenario.timedActions) pauses.erase(action.at);
-  for (const std::int64_t at : pauses) scenario.timedActions.push_back({at, nullptr});
-  std::stable_sort(scenario.timedActions.begin(), scenario.timedActions.end(),
-                   [](const TimedAction& left, const TimedAction& right) { return left.at < right.at; });
-}
-
-std::vector<std::string> argumentsOf(const lab::Scenario& scenario) {
-  std::vector<std::string> arguments{"/Applications/Brisko.app/Contents/MacOS/brisko-daemon"};
-  arguments.insert(arguments.end(), scenario.setup.arguments.begin(), scenario.setup.arguments.end());
-  return arguments;
-}
-
-// ---------------------------------------------------------------------------------------------------------
 // Observing and asking
 
 class Questioner {
  public:
-  Questioner(std::set<std::int64_t> moments, std::vector<std::string> arguments, Questioning& result)
-      : moments_(std::move(moments)), arguments_(std::move(arguments)), result_(result) {}
+  Questioner(std::set<std::int64_t> moments, Questioning& result)
+      : moments_(std::move(moments)), result_(result) {}
 
   void afterStep(const sim::Simulation& simulation) {
     const Machine& machine = simulation.machine();
-    askedMac() = {.machine = &machine,
-                  .serviceIsLoaded = simulation.serviceIsLoaded(),
-                  .daemonRuns = simulation.daemonRuns(),
-                  .arguments = arguments_};
     noteLines(simulation);
     observe(machine);
     while (!moments_.empty() && static_cast<double>(*moments_.begin()) <= machine.now - result_.begin) {
@@ -146,7 +110,7 @@ class Questioner {
                      .clockOffset = machine.system.wallOffset,
                      .serviceIsLoaded = askedMac().serviceIsLoaded,
                      .daemonRuns = askedMac().daemonRuns,
-                     .awake = machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark,
+                     .awake = isFullyAwake(machine),
                      .plugged = machine.adapter.present,
                      .pct = machine.gauge.percent,
                      .publishedAt = machine.gauge.publishedAt,
@@ -188,7 +152,6 @@ class Questioner {
   }
 
   std::set<std::int64_t> moments_;  // seconds since the beginning
-  std::vector<std::string> arguments_;
   Questioning& result_;
   std::size_t linesSeen_ = 0;
   double coolest_ = hottest;  // that a summary contains since the latest observation
@@ -216,23 +179,16 @@ void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
 }  // namespace
 
 Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) {
-  GeneratedScenario generated = lab::generateScenario(seed, options.days, options.faults);
-  const std::vector<TimedAction> actions = generated.timedActions;
-  const auto moments = questionMoments(seed, options, generated.seconds);
-  addPauses(moments, generated);
+  const AskedScenario scenario = askedScenario(seed, options.days, options.questionsADay, options.faults);
+  Questioning result;
+  Questioner questioner(scenario.questionMoments, result);
+  result.failure = play(
+                       scenario, observationPeriod, [&result](double begin) { result.begin = begin; },
+                       [&questioner](const sim::Simulation& simulation) { questioner.afterStep(simulation); })
+                       .failure;
 
-  lab::Diagnostics diagnostics("the generated scenario");
-  const auto scenario = lab::readScenario(scenarioText(generated), diagnostics);
-  if (!scenario) throw std::logic_error("the generated scenario is invalid: " + diagnostics.texts().front());
-  Questioning result{.begin = scenario->setup.machine.now};
-  Questioner questioner(moments, argumentsOf(*scenario), result);
-  lab::RunOptions run;
-  run.afterStep = [&questioner](const sim::Simulation& simulation) { questioner.afterStep(simulation); };
-  const lab::Outcome outcome = runScenario(*scenario, diagnostics, run);
-  if (!outcome.failures.empty()) result.failure = outcome.failures.front();
-
-  addActions(actions, result.begin, result.events);
-  noteFaultsInEffect(!generated.before.empty(), result);
+  addActions(scenario.generated.timedActions, result.begin, result.events);
+  noteFaultsInEffect(!scenario.generated.before.empty(), result);
   return result;
 }
 

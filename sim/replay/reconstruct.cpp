@@ -94,11 +94,22 @@ ScenarioJson macOf(const virtual_mac::MachineOptions& options) {
   return mac;
 }
 
+// The adapter of the report's end may be weaker than the one that charged the battery before.
+double leastAdapterOf(const Trace& trace) {
+  constexpr double aLittleWork = 3;
+  double most = 0;
+  for (const Sighting& sighting : trace.sightings) {
+    if (sighting.plugged == true) most = std::max(most, sighting.watts.value_or(0));
+  }
+  return most > 0 ? (most + aLittleWork) / virtual_mac::adapterShare : 0;
+}
+
 Machine machineOf(const ReportedDays& days, const virtual_mac::MachineOptions& options) {
   std::string reason;
   const auto dump = readDump(days.registry, reason);
   auto machine = dump ? machineFromDump(*dump, nullptr, options, reason) : std::nullopt;
   if (!machine) throw std::logic_error("a report that was read has no battery: " + reason);
+  machine->adapter.watts = std::max(machine->adapter.watts, leastAdapterOf(days.trace));
   return *machine;
 }
 
@@ -142,12 +153,14 @@ class Timeline {
   GeneratedScenario& scenario_;
 };
 
-std::vector<DatedAction> plugActions(const std::vector<PlugEvent>& plugs) {
+std::vector<DatedAction> plugActions(const std::vector<PlugEvent>& plugs, double watts) {
   std::vector<DatedAction> actions;
   const bool sleepsOn =
       std::any_of(plugs.begin(), plugs.end(), [](const PlugEvent& plug) { return plug.unnoticed; });
   if (sleepsOn) actions.push_back({0, actionOf("adapter-wakes", 0)});
-  for (const PlugEvent& plug : plugs) actions.push_back({plug.time, plug.plugged ? "plug" : "unplug"});
+  const ScenarioJson plugIn = measured("plug", virtual_mac::ChangeKind::plug, watts);
+  for (const PlugEvent& plug : plugs)
+    actions.push_back({plug.time, plug.plugged ? plugIn : ScenarioJson("unplug")});
   return actions;
 }
 
@@ -163,7 +176,7 @@ void addActions(const ReportedDays& days, const Machine& machine, const Settings
   const std::vector<PlugEvent> plugs = plugEventsOf(days, sleeps, machine);
   timeline.add({{0, "quiet-nights"}});
   timeline.add(serviceActions(days));
-  timeline.add(plugActions(plugs));
+  timeline.add(plugActions(plugs, machine.adapter.watts));
   timeline.add(loadActions(days, plugs, sleeps, machine));
   if (settings.heatMatters) timeline.add(temperatureActions(days));
   timeline.add({chargeAtBeginning(days)});

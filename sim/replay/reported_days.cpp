@@ -143,6 +143,7 @@ void readLogsOf(const Members& members, ReportedDays& days) {
 
 // --- The Mac and its daemon
 
+// 26 of 26, "26" or "26.1".
 std::optional<std::int64_t> majorVersion(const Json& value) {
   std::optional<std::int64_t> major;
   if (value.is_number_integer()) major = value.get<std::int64_t>();
@@ -150,22 +151,10 @@ std::optional<std::int64_t> majorVersion(const Json& value) {
   return major && *major >= 11 && *major <= 99 ? major : std::nullopt;
 }
 
-// The first value under one of these keys, in the object or in an object of it.
-std::optional<std::int64_t> findMacOS(const Json& object) {
-  for (const char* key : {"macOS", "macos", "systemVersion", "osVersion"}) {
-    if (!object.contains(key)) continue;
-    if (const auto major = majorVersion(object.at(key))) return major;
-  }
-  for (const Json& inner : object) {
-    if (!inner.is_object()) continue;
-    if (const auto major = findMacOS(inner)) return major;
-  }
-  return std::nullopt;
-}
-
 void readSystem(const Members& members, ReportedDays& days) {
   const auto manifest = objectOf(members, "manifest.json");
-  const auto macOS = manifest ? findMacOS(*manifest) : std::nullopt;
+  const Json system = manifest ? manifest->value("system", Json::object()) : Json::object();
+  const auto macOS = system.is_object() ? majorVersion(system.value("macOS", Json())) : std::nullopt;
   if (macOS) {
     days.options.macOS = *macOS;
   } else {

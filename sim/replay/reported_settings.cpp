@@ -122,7 +122,8 @@ class SettingsReader {
   // The daemon stops at a number that does not fit, which a stranger may have sent.
   static ScenarioJson believable(const nlohmann::json& config) {
     ScenarioJson kept = ScenarioJson::object();
-    for (const auto& [key, value] : configObject(Settings{}).items()) {
+    const nlohmann::json known = configObject(Settings{});
+    for (const auto& [key, value] : known.items()) {
       const auto found = config.find(key);
       if (found == config.end()) continue;
       const bool fits = found->is_number() && std::abs(found->get<double>()) < 1e6;

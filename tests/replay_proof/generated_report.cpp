@@ -122,7 +122,8 @@ std::string jobOf(const lab::Scenario& scenario) {
 std::string archiveOf(const std::string& volume, const lab::Scenario& scenario,
                       const virtual_mac::Machine& machine, const std::string& powerLog) {
   Archive archive(volume);
-  archive.add("manifest.json", json{{"macOS", std::to_string(machine.system.macOS) + ".0"}}.dump());
+  const json system = {{"macOS", std::to_string(machine.system.macOS) + ".0"}};
+  archive.add("manifest.json", json{{"format", 1}, {"system", system}}.dump());
   archive.addFile("status.json", statusPath);
   archive.addFile("config.json", defaultConfigPath);
   archive.addFile("stats.json", statsPath);

@@ -9,7 +9,7 @@ namespace brisko::test {
 
 std::map<std::string, std::string> sampleMembers() {
   return {
-      {"manifest.json", R"({"macOS": "26.1"})"},
+      {"manifest.json", R"({"system": {"macOS": "26.1"}})"},
       {"config.json", R"({"enabled": true, "limit": 80, "hysteresis": 5, "led": true})"},
       {"history/2026-03-01.jsonl", R"({"g":true,"p":70,"s":"allow","t":1772352001,"ct":300,"wt":200}
 {"g":true,"p":71,"s":"allow","t":1772352241,"ct":301,"wt":200}

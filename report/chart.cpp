@@ -297,7 +297,7 @@ class Drawing : private PanelDrawing {
   }
 
   void drawCharge() {
-    const bool withGauge = gaugeDiffers(moments_);
+    const bool withGauge = picture_.curves || gaugeDiffers(moments_);
     const Extent extent = extentOfCharge(withGauge);
     chart_.charge =
         beginPanelOfCurves("Charge, %", chargeHeight, extent, roundStep(extent.until - extent.from, 11, 5));
@@ -310,9 +310,16 @@ class Drawing : private PanelDrawing {
   void drawLegend() {
     const double y = y_ - chargeHeight - 9;
     body_ += path("level", "M" + coordinate(layout_.left + 90) + " " + coordinate(y) + "h24") +
-             label("note", layout_.left + 120, y + 4, "in the battery") +
+             label("note", layout_.left + 120, y + 4, names().level) +
              path("shown", "M" + coordinate(layout_.left + 220) + " " + coordinate(y) + "h24") +
-             label("note", layout_.left + 250, y + 4, "as its gauge shows it");
+             label("note", layout_.left + 250, y + 4, names().shown);
+  }
+
+  [[nodiscard]] CurveNames names() const {
+    return picture_.curves.value_or(CurveNames{.level = "in the battery",
+                                               .shown = "as its gauge shows it",
+                                               .state = "Daemon",
+                                               .hardware = "Hardware"});
   }
 
   void drawBand() {
@@ -356,8 +363,8 @@ class Drawing : private PanelDrawing {
   void drawRows() {
     y_ += 10;
     drawRow("Occasion", occasionStyle);
-    drawRow("Daemon", [](const Moment& moment) { return stateStyle(moment.state); });
-    drawRow("Hardware", [](const Moment& moment) { return stateStyle(moment.hardware); });
+    drawRow(names().state, [](const Moment& moment) { return stateStyle(moment.state); });
+    drawRow(names().hardware, [](const Moment& moment) { return stateStyle(moment.hardware); });
     drawRow("Light", lightStyle);
     drawRow("Adapter", supplyStyle);
     drawRow("Mac", wakefulnessStyle);

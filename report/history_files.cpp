@@ -1,7 +1,6 @@
 #include "report/history_files.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -29,11 +28,6 @@ std::optional<Date> dayOf(const std::string& name) {
   return dateIn(std::string_view(name).substr(0, name.size() - suffix.size()));
 }
 
-// Its midnight in UTC.
-double midnightOf(const Date& day) {
-  return static_cast<double>(std::chrono::sys_days(day).time_since_epoch().count()) * 86400.0;
-}
-
 struct DayFile {
   fs::path path;
   Date day;
@@ -55,11 +49,6 @@ std::vector<DayFile> dayFilesIn(const fs::path& folder, std::error_code& error) 
 
 // --- A line
 
-struct Line {
-  std::optional<Moment> moment = {};
-  const char* fault = nullptr;  // the reason when there is none
-};
-
 // The number under the key divided by `unit`; none when it is not a number within the limits.
 std::optional<double> numberAt(const Json& object, const char* key, double unit, double least, double most) {
   const auto found = object.find(key);
@@ -80,28 +69,6 @@ std::optional<ChargeState> stateAt(const Json& object) {
   return stateNamed(found->get_ref<const std::string&>());
 }
 
-Line readLine(const std::string& text, double day) {
-  const Json object = Json::parse(text, nullptr, false);
-  if (!object.is_object()) return {.fault = "is no JSON object"};
-  Moment moment;
-  const auto time = numberAt(object, "t", 1, day - farthestZone, day + 86400 + farthestZone);
-  moment.level = numberAt(object, "p", 1, 0, 100);
-  moment.state = stateAt(object);
-  const auto plugged = flagAt(object, "g");
-  if (!time) return {.fault = "\"t\" is no time of that day"};
-  if (!moment.level) return {.fault = "\"p\" is no percentage"};
-  if (!moment.state) return {.fault = "\"s\" is no state"};
-  if (!plugged) return {.fault = "\"g\" is neither true nor false"};
-  moment.time = *time;
-  moment.supply = !*plugged                                ? Supply::none
-                  : moment.state == ChargeState::discharge ? Supply::cut
-                                                           : Supply::connected;
-  if (flagAt(object, "hot").value_or(false)) moment.occasion = Occasion::heat;
-  moment.temperatureC = numberAt(object, "ct", 10, -60, 150);
-  moment.watts = numberAt(object, "wt", 10, -1000, 1000);
-  return {.moment = moment};
-}
-
 // --- All of them
 
 void skip(HistoryReading& reading, const std::string& place, const std::string& fault) {
@@ -115,12 +82,12 @@ void readFile(const DayFile& file, HistoryReading& reading) {
     skip(reading, name, "is larger than any file of the daemon");
     return;
   }
-  const double day = midnightOf(file.day);
+  const double day = utcMidnightOf(file.day);
   std::ifstream stream(file.path, std::ios::binary);
   std::string text;
   for (std::size_t number = 1; std::getline(stream, text); ++number) {
     if (text.empty()) continue;
-    const Line line = readLine(text, day);
+    const HistoryLine line = readHistoryLine(text, day);
     if (line.moment) {
       reading.picture.moments.push_back(*line.moment);
     } else {
@@ -162,6 +129,28 @@ void addNotes(HistoryReading& reading) {
 
 }  // namespace
 
+HistoryLine readHistoryLine(const std::string& text, double midnight) {
+  const Json object = Json::parse(text, nullptr, false);
+  if (!object.is_object()) return {.fault = "is no JSON object"};
+  Moment moment;
+  const auto time = numberAt(object, "t", 1, midnight - farthestZone, midnight + 86400 + farthestZone);
+  moment.level = numberAt(object, "p", 1, 0, 100);
+  moment.state = stateAt(object);
+  const auto plugged = flagAt(object, "g");
+  if (!time) return {.fault = "\"t\" is no time of that day"};
+  if (!moment.level) return {.fault = "\"p\" is no percentage"};
+  if (!moment.state) return {.fault = "\"s\" is no state"};
+  if (!plugged) return {.fault = "\"g\" is neither true nor false"};
+  moment.time = *time;
+  moment.supply = !*plugged                                ? Supply::none
+                  : moment.state == ChargeState::discharge ? Supply::cut
+                                                           : Supply::connected;
+  if (flagAt(object, "hot").value_or(false)) moment.occasion = Occasion::heat;
+  moment.temperatureC = numberAt(object, "ct", 10, -60, 150);
+  moment.watts = numberAt(object, "wt", 10, -1000, 1000);
+  return {.moment = moment};
+}
+
 std::optional<HistoryReading> readHistory(const std::string& folder, std::string& reason) {
   std::vector<DayFile> files;
   for (const fs::path& place :
@@ -198,7 +187,7 @@ HistoryReading readHistory(const std::string& folder, double from, double until,
   reading.firstDay = files.front().day;
   reading.lastDay = files.back().day;
   for (const DayFile& file : files) {
-    const double midnight = midnightOf(file.day);
+    const double midnight = utcMidnightOf(file.day);
     if (midnight + 86400 + farthestZone > from && midnight - farthestZone < until) readFile(file, reading);
   }
   std::erase_if(reading.picture.moments,

@@ -21,6 +21,14 @@ struct HistoryReading {
   std::optional<Date> lastDay = {};
 };
 
+// A line of a day's file.
+struct HistoryLine {
+  std::optional<Moment> moment = {};
+  const char* fault = nullptr;  // the reason when there is none
+};
+// `midnight`: the day's first moment in UTC, seconds since 1970.
+[[nodiscard]] HistoryLine readHistoryLine(const std::string& text, double midnight);
+
 // The samples of all day files in the folder, or in a folder below it: in "history", or in the daemon's
 // folder when it is the root of a volume. Files with other names are ignored. None and a reason when there is
 // nothing to draw.

@@ -80,4 +80,8 @@ double beginOf(const Date& date) {
   return dateOf(midnight) == date ? midnight : timeOf(date, 1);
 }
 
+double utcMidnightOf(const Date& date) {
+  return static_cast<double>(std::chrono::sys_days(date).time_since_epoch().count()) * 86400.0;
+}
+
 }  // namespace brisko::lab

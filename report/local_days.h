@@ -27,5 +27,7 @@ using Date = std::chrono::year_month_day;
 [[nodiscard]] Date dateOf(double time);
 // Its first moment: midnight, or when the clock jumps over that, the moment after it.
 [[nodiscard]] double beginOf(const Date& date);
+// Its midnight in UTC, whatever the zone.
+[[nodiscard]] double utcMidnightOf(const Date& date);
 
 }  // namespace brisko::lab

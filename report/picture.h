@@ -54,6 +54,15 @@ struct LoggedLine {
   std::string text;  // including its time stamp
 };
 
+// The names of what a picture shows twice, when they are not the battery and its gauge, the daemon and the
+// hardware.
+struct CurveNames {
+  std::string level = {};     // of the charge
+  std::string shown = {};     // of the other charge
+  std::string state = {};     // of the row of states
+  std::string hardware = {};  // of the other row
+};
+
 struct Picture {
   std::string title = {};
   std::string facts = {};  // one line: the Mac, or where the data come from
@@ -62,6 +71,7 @@ struct Picture {
   std::vector<LoggedLine> log = {};
   std::vector<std::string> failures = {};  // of a scenario: each with its place, possibly several lines long
   std::vector<std::string> notes = {};     // what the reader should know about the picture
+  std::optional<CurveNames> curves = {};   // both are then drawn, however close they are
 };
 
 }  // namespace brisko::lab

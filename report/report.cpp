@@ -92,7 +92,7 @@ std::string notesOf(const Picture& picture, const Chart& chart, std::size_t line
 
 std::string reportPage(const Picture& picture) {
   const Chart chart = drawChart(picture, Frame::inPage);
-  const Selection selection = selectionOf(chart);
+  const Selection selection = selectionOf(chart, picture.curves);
   std::size_t linesLeft = 0;
   const std::string log = logOf(picture, linesLeft);
   std::string page =

@@ -63,6 +63,15 @@ std::vector<Reading> readingsOf(const std::vector<Moment>& moments) {
   return readings;
 }
 
+std::string nameOf(const Reading& reading, const std::optional<CurveNames>& curves) {
+  const std::string name = reading.name;
+  if (!curves) return name;
+  if (name == "Charge") return "Charge, " + curves->level;
+  if (name == "Gauge") return "Charge, " + curves->shown;
+  if (name == "Daemon") return curves->state;
+  return name == "Hardware" ? curves->hardware : name;
+}
+
 // ---------------------------------------------------------------------------------------------------------
 
 // Times as the script compares them: a millisecond is accurate enough.
@@ -86,10 +95,10 @@ std::string dataOf(const Selection& selection) {
 
 }  // namespace
 
-Selection selectionOf(const Chart& chart) {
+Selection selectionOf(const Chart& chart, const std::optional<CurveNames>& curves) {
   const std::vector<Reading> readings = readingsOf(chart.moments);
   Selection selection{.pictures = {chart.time}};
-  for (const Reading& reading : readings) selection.names.emplace_back(reading.name);
+  for (const Reading& reading : readings) selection.names.push_back(nameOf(reading, curves));
   for (const Moment& moment : chart.moments) {
     std::vector<std::string> values;
     for (const Reading& reading : readings) values.push_back(reading.text(moment));

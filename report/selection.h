@@ -24,7 +24,7 @@ struct Selection {
 };
 
 // The moments that the curves of a chart go through, with every value that at least one of them has.
-[[nodiscard]] Selection selectionOf(const Chart& chart);
+[[nodiscard]] Selection selectionOf(const Chart& chart, const std::optional<CurveNames>& curves = {});
 
 // A slider, and the table of the values.
 [[nodiscard]] std::string selectionControls(const Selection& selection);

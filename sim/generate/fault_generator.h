@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
-#include "sim/generate/generated_scenario.h"
 #include "sim/generate/rng.h"
 #include "sim/generate/timeline.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 

@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "sim/generate/generated_scenario.h"
 #include "sim/generate/rng.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "sim/generate/generated_scenario.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 

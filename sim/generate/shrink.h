@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "sim/generate/generated_scenario.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "sim/generate/generated_scenario.h"
 #include "sim/generate/rng.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/generate/generated_scenario.h"
+#include "sim/scenario/generated_scenario.h"
 #include "sim/scenario/run_scenario.h"
 
 namespace brisko::lab {

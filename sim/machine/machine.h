@@ -133,6 +133,9 @@ struct Battery {
 inline constexpr double rechargeLevel = 95;          // percent shown
 inline constexpr double usualShowsFullFrom = 0.985;  // of a Battery
 
+// Only this share of the adapter's rated power reaches the machine: 28.2 W of 30.
+inline constexpr double adapterShare = 0.94;
+
 struct Adapter {
   bool present;
   double watts;

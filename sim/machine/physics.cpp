@@ -9,8 +9,6 @@
 namespace brisko::virtual_mac {
 namespace {
 
-// Only this share of the adapter's rated power reaches the machine: 28.2 W of 30.
-constexpr double adapterShare = 0.94;
 constexpr double sleepWatts = 0.1;  // about 0.16 % an hour
 constexpr double darkWatts = 3;     // at most, awake with the display off
 

@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include "sim/generate/campaign.h"
-#include "sim/generate/generated_scenario.h"
 #include "sim/generate/scenario_generator.h"
+#include "sim/scenario/generated_scenario.h"
 
 namespace brisko::lab {
 namespace {

@@ -24,6 +24,7 @@
 #include "sim/scenario/timing.h"
 #include "tools/lab/campaign_commands.h"
 #include "tools/lab/nights_command.h"
+#include "tools/lab/replay_command.h"
 
 namespace brisko::lab {
 namespace {
@@ -204,6 +205,7 @@ int run(int count, char** arguments) {
   });
   addCampaignCommands(program, chosen);
   addNightsCommand(program, chosen);
+  addReplayCommand(program, chosen);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

@@ -1,4 +1,4 @@
-#include "sim/generate/generated_scenario.h"
+#include "sim/scenario/generated_scenario.h"
 
 #include <array>
 #include <utility>

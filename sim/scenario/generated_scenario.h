@@ -1,5 +1,5 @@
-// sim/generate/generated_scenario.h
-// A scenario that the generator produces and a campaign runs and shrinks. Its text is a scenario file like
+// sim/scenario/generated_scenario.h
+// A scenario that a program makes: generated from a seed, or from a report. Its text is a scenario file like
 // any other.
 #pragma once
 

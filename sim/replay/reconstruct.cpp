@@ -1,0 +1,225 @@
+#include "sim/replay/reconstruct.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include "base/paths.h"
+#include "sim/dump_import/dump_import.h"
+#include "sim/dump_import/read_dump.h"
+#include "sim/machine/models.h"
+#include "sim/replay/dated_action.h"
+#include "sim/replay/reported_power.h"
+#include "sim/replay/reported_service.h"
+#include "sim/replay/reported_settings.h"
+#include "sim/replay/reported_sleep.h"
+
+namespace brisko::lab {
+namespace {
+
+using virtual_mac::Machine;
+
+constexpr double afterTheEnd = 30;
+
+// --- The beginning
+
+// The scenario begins with the start of the daemon if that is reported; otherwise the daemon was running.
+struct Beginning {
+  double time = 0;
+  bool isStart = false;
+};
+
+Beginning beginningOf(const ReportedDays& days) {
+  const double first =
+      std::min_element(days.trace.sightings.begin(), days.trace.sightings.end(),
+                       [](const Sighting& one, const Sighting& other) { return one.time < other.time; })
+          ->time;
+  for (const LoggedLine& line : days.trace.lines) {
+    if (isStart(line.text) && std::abs(line.time - first) <= longestStartUp)
+      return {.time = std::min(line.time, first), .isStart = true};
+  }
+  return {.time = first};
+}
+
+// The gauge publishes once a minute. Most changes of the percentage are seen in the same second of a minute.
+double publicationSecond(const Trace& trace) {
+  std::map<std::int64_t, int> seconds;
+  const Sighting* before = nullptr;
+  for (const Sighting& sighting : trace.sightings) {
+    const bool changed = before != nullptr && before->percent != sighting.percent;
+    if (changed) ++seconds[std::llround(sighting.time) % 60];
+    before = &sighting;
+  }
+  const auto most = std::max_element(seconds.begin(), seconds.end(), [](const auto& one, const auto& other) {
+    return one.second < other.second;
+  });
+  return most == seconds.end() ? 0 : static_cast<double>(most->first);
+}
+
+double uptimeAt(double begin, const Trace& trace) {
+  constexpr double anHour = 3600;
+  return anHour + std::fmod(begin - publicationSecond(trace) + 60, 60);
+}
+
+template <typename Kind, std::size_t count>
+std::string nameOf(const std::array<std::pair<std::string_view, Kind>, count>& names, Kind kind) {
+  for (const auto& [name, known] : names) {
+    if (known == kind) return std::string(name);
+  }
+  return "none";
+}
+
+std::string dateText(double time) {
+  const auto seconds = static_cast<std::time_t>(time);
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  std::array<char, 32> text{};
+  static_cast<void>(std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts));
+  return text.data();
+}
+
+ScenarioJson macOf(const virtual_mac::MachineOptions& options) {
+  ScenarioJson mac = ScenarioJson::object();
+  if (options.gate) mac["gate"] = nameOf(virtual_mac::gateNames, *options.gate);
+  if (options.cut) mac["cut"] = nameOf(virtual_mac::cutNames, *options.cut);
+  if (options.magSafeLight) mac["light"] = *options.magSafeLight;
+  mac["macOS"] = options.macOS;
+  if (!options.chargeLimit) mac["chargeLimit"] = false;
+  mac["uptime"] = options.uptime;
+  mac["start"] = dateText(options.startTime);
+  return mac;
+}
+
+// The adapter of the report's end may be weaker than the one that charged the battery before.
+double leastAdapterOf(const Trace& trace) {
+  constexpr double aLittleWork = 3;
+  double most = 0;
+  for (const Sighting& sighting : trace.sightings) {
+    if (sighting.plugged == true) most = std::max(most, sighting.watts.value_or(0));
+  }
+  return most > 0 ? (most + aLittleWork) / virtual_mac::adapterShare : 0;
+}
+
+Machine machineOf(const ReportedDays& days, const virtual_mac::MachineOptions& options) {
+  std::string reason;
+  const auto dump = readDump(days.registry, reason);
+  auto machine = dump ? machineFromDump(*dump, nullptr, options, reason) : std::nullopt;
+  if (!machine) throw std::logic_error("a report that was read has no battery: " + reason);
+  machine->adapter.watts = std::max(machine->adapter.watts, leastAdapterOf(days.trace));
+  return *machine;
+}
+
+// What a daemon that was running knew: whether the limit was reached, and the limit that it will give back.
+ScenarioJson statsAtBeginning(const ReportedDays& days) {
+  ScenarioJson stats = {{"atLimit", days.trace.sightings.front().state != ChargeState::allow}};
+  const auto before = days.stats ? days.stats->find("nativeBefore") : nlohmann::json::const_iterator();
+  if (days.stats && before != days.stats->end() && before->is_number_integer()) {
+    const auto limit = before->get<std::int64_t>();
+    if (limit >= 1 && limit <= 100) stats["nativeBefore"] = limit;
+  }
+  return actionOf("write", {{"path", statsPath}, {"json", stats}});
+}
+
+// --- The timeline
+
+class Timeline {
+ public:
+  Timeline(double begin, GeneratedScenario& scenario) : begin_(begin), scenario_(scenario) {}
+
+  // Of actions at the same second, those that were added first come first.
+  void add(std::vector<DatedAction> actions) {
+    for (DatedAction& action : actions) {
+      const auto at = static_cast<std::int64_t>(std::floor(action.time - begin_));
+      if (at > scenario_.seconds) continue;
+      if (at <= 0) {
+        scenario_.before.push_back(std::move(action.action));
+      } else {
+        scenario_.timedActions.push_back({at, std::move(action.action)});
+      }
+    }
+  }
+
+  void sort() {
+    std::stable_sort(scenario_.timedActions.begin(), scenario_.timedActions.end(),
+                     [](const TimedAction& one, const TimedAction& other) { return one.at < other.at; });
+  }
+
+ private:
+  double begin_;
+  GeneratedScenario& scenario_;
+};
+
+std::vector<DatedAction> plugActions(const std::vector<PlugEvent>& plugs, double watts) {
+  std::vector<DatedAction> actions;
+  const bool sleepsOn =
+      std::any_of(plugs.begin(), plugs.end(), [](const PlugEvent& plug) { return plug.unnoticed; });
+  if (sleepsOn) actions.push_back({0, actionOf("adapter-wakes", 0)});
+  const ScenarioJson plugIn = measured("plug", virtual_mac::ChangeKind::plug, watts);
+  for (const PlugEvent& plug : plugs)
+    actions.push_back({plug.time, plug.plugged ? plugIn : ScenarioJson("unplug")});
+  return actions;
+}
+
+DatedAction chargeAtBeginning(const ReportedDays& days) {
+  return {0, actionOf("charge", days.trace.sightings.front().percent)};
+}
+
+// In the order in which actions at the same moment have to happen: the gauge publishes the charge at the
+// beginning once everything else is as it was.
+void addActions(const ReportedDays& days, const Machine& machine, const SettingsOverTime& settings,
+                Timeline& timeline) {
+  const std::vector<SleepSpan> sleeps = sleepsOf(days);
+  const std::vector<PlugEvent> plugs = plugEventsOf(days, sleeps, machine);
+  timeline.add({{0, "quiet-nights"}});
+  timeline.add(serviceActions(days));
+  timeline.add(plugActions(plugs, machine.adapter.watts));
+  timeline.add(loadActions(days, plugs, sleeps, machine));
+  if (settings.heatMatters) timeline.add(temperatureActions(days));
+  timeline.add({chargeAtBeginning(days)});
+  timeline.add(settings.edits);
+  timeline.add(sleepActions(sleeps));
+  timeline.sort();
+}
+
+ScenarioJson daemonOf(const ReportedDays& days) {
+  ScenarioJson daemon = ScenarioJson::object();
+  if (!days.arguments.empty()) daemon["arguments"] = days.arguments;
+  return daemon;
+}
+
+}  // namespace
+
+Reconstruction reconstruct(const ReportedDays& days) {
+  const Beginning beginning = beginningOf(days);
+  virtual_mac::MachineOptions options = days.options;
+  options.startTime = beginning.time;
+  options.uptime = uptimeAt(beginning.time, days.trace);
+  const SettingsOverTime settings = settingsOf(days);
+
+  Reconstruction result{.machine = machineOf(days, options),
+                        .registry = days.registry,
+                        .begin = beginning.time,
+                        .assumptions = days.assumptions};
+  GeneratedScenario& scenario = result.scenario;
+  scenario.description = "The days of a report from " + dateText(beginning.time) + " UTC on.";
+  scenario.mac = macOf(options);
+  scenario.daemon = daemonOf(days);
+  scenario.settings = settings.first;
+  scenario.seconds = static_cast<std::int64_t>(days.end() - beginning.time + afterTheEnd);
+  if (!beginning.isStart) scenario.before.push_back(statsAtBeginning(days));
+  Timeline timeline(beginning.time, scenario);
+  addActions(days, result.machine, settings, timeline);
+  return result;
+}
+
+std::string scenarioFileText(const Reconstruction& reconstruction, const std::string& registryName) {
+  GeneratedScenario scenario = reconstruction.scenario;
+  scenario.mac["dump"] = registryName;
+  return scenarioText(scenario);
+}
+
+}  // namespace brisko::lab

@@ -1,0 +1,31 @@
+// sim/replay/reconstruct.h
+// Makes a scenario of reported days: the Mac, its daemon, and what happened to them, as far as what they left
+// behind shows it. Of the charge only that at the beginning is given; from there on the virtual battery and
+// the real daemon are left alone.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sim/machine/machine.h"
+#include "sim/replay/reported_days.h"
+#include "sim/scenario/generated_scenario.h"
+
+namespace brisko::lab {
+
+struct Reconstruction {
+  virtual_mac::Machine machine = {};  // as it was when the report was made
+  GeneratedScenario scenario = {};    // its Mac has no battery yet: playing takes the machine
+  std::string registry = {};          // the battery's registry entry, for a file
+  double begin = 0;                   // wall clock
+  std::vector<std::string> assumptions = {};
+};
+
+// The days must be those of a report that was read.
+[[nodiscard]] Reconstruction reconstruct(const ReportedDays& days);
+
+// The text of a scenario's file, whose battery is in the file `registryName` in the same folder.
+[[nodiscard]] std::string scenarioFileText(const Reconstruction& reconstruction,
+                                           const std::string& registryName);
+
+}  // namespace brisko::lab

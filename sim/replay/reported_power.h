@@ -1,0 +1,35 @@
+// sim/replay/reported_power.h
+// The adapter, the load and the temperature over the days of a report.
+#pragma once
+
+#include <vector>
+
+#include "sim/machine/machine.h"
+#include "sim/replay/dated_action.h"
+#include "sim/replay/reported_days.h"
+#include "sim/replay/reported_sleep.h"
+
+namespace brisko::lab {
+
+// The adapter came or went.
+struct PlugEvent {
+  double time = 0;
+  bool plugged = false;
+  bool unnoticed = false;  // while the Mac slept, and that did not wake it
+};
+// In order of time; the first is the state at the beginning. When an adapter came while the Mac slept is
+// worked out from the charge that it brought to this battery.
+[[nodiscard]] std::vector<PlugEvent> plugEventsOf(const ReportedDays& days,
+                                                  const std::vector<SleepSpan>& sleeps,
+                                                  const virtual_mac::Machine& machine);
+
+// Changes of the load, from the power that left the battery, or that a charging one lacked.
+[[nodiscard]] std::vector<DatedAction> loadActions(const ReportedDays& days,
+                                                   const std::vector<PlugEvent>& plugs,
+                                                   const std::vector<SleepSpan>& sleeps,
+                                                   const virtual_mac::Machine& machine);
+
+// The battery's temperature and surroundings that keep it there.
+[[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days);
+
+}  // namespace brisko::lab

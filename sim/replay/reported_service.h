@@ -1,0 +1,15 @@
+// sim/replay/reported_service.h
+// What happened to the daemon, its app and macOS's own limit, as the lines of the log show it.
+#pragma once
+
+#include <vector>
+
+#include "sim/replay/dated_action.h"
+#include "sim/replay/reported_days.h"
+
+namespace brisko::lab {
+
+// In order of time. Those before the beginning were in effect when the daemon started.
+[[nodiscard]] std::vector<DatedAction> serviceActions(const ReportedDays& days);
+
+}  // namespace brisko::lab

@@ -1,0 +1,25 @@
+// sim/replay/reported_sleep.h
+// When the Mac of a report slept: from macOS's own log of power events or, without one, from the gaps that a
+// sleeping daemon leaves in its history and its log, and from the lines that it logs before a sleep.
+#pragma once
+
+#include <vector>
+
+#include "sim/replay/dated_action.h"
+#include "sim/replay/reported_days.h"
+
+namespace brisko::lab {
+
+struct SleepSpan {
+  double from = 0, until = 0;
+  bool endsDark = false;   // in a dark wake …
+  double darkSeconds = 0;  // … of this length
+};
+[[nodiscard]] std::vector<SleepSpan> sleepsOf(const ReportedDays& days);
+
+[[nodiscard]] std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps);
+
+// The span that contains the moment; null when the Mac was awake.
+[[nodiscard]] const SleepSpan* sleepAt(const std::vector<SleepSpan>& sleeps, double time);
+
+}  // namespace brisko::lab

@@ -1,0 +1,128 @@
+// Proves the replay of reports: the Macs of generated scenarios send reports, and the replay of each must
+// agree with it. Status 0: every goal was reached, 1: one was missed, 2: the command line is invalid.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "replay_proof/agreement.h"
+#include "replay_proof/generated_report.h"
+#include "sim/generate/campaign.h"
+#include "sim/generate/scenario_generator.h"
+#include "sim/replay/comparison.h"
+#include "sim/replay/play.h"
+#include "sim/replay/reported_days.h"
+
+namespace brisko::proof {
+namespace {
+
+constexpr int misused = 2;
+
+struct Options {
+  lab::Seeds seeds = {};
+  std::int64_t days = 7;
+  ReportOptions report = {};
+  bool faults = false;
+};
+
+void print(const std::string& text) {
+  static_cast<void>(std::fputs(text.c_str(), stdout));
+  static_cast<void>(std::fflush(stdout));
+}
+
+// The days of the report; none after a message when the scenario failed or the report could not be read.
+std::optional<lab::ReportedDays> reportedDays(const lab::GeneratedScenario& scenario, const Options& options,
+                                              std::string& reason) {
+  const GeneratedReport report = reportOf(scenario, options.report);
+  reason = report.failure;
+  if (!reason.empty()) return std::nullopt;
+  lab::ReportReading reading = lab::readReport(report.archive);
+  reason = reading.error;
+  return std::move(reading.days);
+}
+
+void replaySeed(std::uint64_t seed, const Options& options, Agreement& agreement) {
+  std::string reason;
+  const auto scenario = lab::generateScenario(seed, options.days, lab::Faults::none);
+  const auto days = reportedDays(scenario, options, reason);
+  if (!days) return agreement.addUnreplayed(seed, reason);
+  const lab::Trace replayed = lab::play(lab::reconstruct(*days));
+  if (replayed.sightings.empty()) return agreement.addUnreplayed(seed, "the replay left no trace");
+  agreement.add(seed, lab::compare(days->trace, replayed));
+}
+
+void findFault(std::uint64_t seed, const Options& options, Departures& departures, Agreement& agreement) {
+  std::string reason;
+  auto scenario = lab::generateScenario(seed, options.days, lab::Faults::none);
+  const auto without = reportedDays(scenario, options, reason);
+  const HiddenFault fault = addHiddenFault(seed, scenario);
+  const auto with = without ? reportedDays(scenario, options, reason) : std::nullopt;
+  if (!with) return agreement.addUnreplayed(seed, reason);
+  const auto trace = firstDifference(without->trace, with->trace);
+  if (!trace) return departures.addTraceless();
+  const lab::Trace replayed = lab::play(lab::reconstruct(*with));
+  if (replayed.sightings.empty()) return agreement.addUnreplayed(seed, "the replay left no trace");
+  const auto comparison = lab::compare(with->trace, replayed);
+  const auto& found = comparison.departures;
+  departures.add(seed, fault.words, *trace, found.empty() ? std::nullopt : std::optional(found.front()));
+}
+
+int proveSeeds(const Options& options) {
+  Agreement agreement;
+  Departures departures;
+  for (std::uint64_t seed = options.seeds.first; seed <= options.seeds.last; ++seed) {
+    if (options.faults) {
+      findFault(seed, options, departures, agreement);
+    } else {
+      replaySeed(seed, options, agreement);
+    }
+  }
+  print(options.faults ? departures.text() : agreement.text());
+  const auto missed = options.faults ? departures.missedGoals() : agreement.missedGoals();
+  for (const std::string& goal : missed) print("MISSED  " + goal + "\n");
+  return missed.empty() ? 0 : 1;
+}
+
+int run(int count, char** arguments) {
+  CLI::App program{"Replays the reports of generated scenarios, and compares each with its replay.",
+                   "brisko-replay-proof"};
+  Options options;
+  std::string seeds;
+  bool withoutPowerLog = false;
+  program.add_option("--seeds", seeds, "A..B, or one")->required();
+  program.add_option("--days", options.days, "how many simulated days each lasts; 7 without it")
+      ->check(CLI::Range(1, 50));
+  program.add_flag("--without-power-log", withoutPowerLog,
+                   "the reports lack macOS's own log of power events");
+  program.add_flag("--faults", options.faults,
+                   "one hidden fault each, and how far from it the first departure is");
+  try {
+    program.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? 0 : misused;
+  }
+  const auto range = lab::parseSeeds(seeds);
+  if (!range) {
+    static_cast<void>(
+        std::fprintf(stderr, "brisko-replay-proof: \"%s\" is no range of seeds\n", seeds.c_str()));
+    return misused;
+  }
+  options.seeds = *range;
+  options.report.powerLog = !withoutPowerLog;
+  return proveSeeds(options);
+}
+
+}  // namespace
+}  // namespace brisko::proof
+
+int main(int count, char** arguments) {
+  // Scenarios use UTC clock times, so the daemon's local days must be those of UTC on every computer.
+  ::setenv("TZ", "UTC", 1);
+  try {
+    return brisko::proof::run(count, arguments);
+  } catch (const std::exception& error) {
+    static_cast<void>(std::fprintf(stderr, "brisko-replay-proof: %s\n", error.what()));
+    return brisko::proof::misused;
+  }
+}

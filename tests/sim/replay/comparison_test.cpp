@@ -1,0 +1,120 @@
+// Comparing a replay with its report: shares of time, the charge, and what departs first.
+
+#include "sim/replay/comparison.h"
+
+#include <cmath>
+
+#include "report/report.h"
+#include "support/testing.h"
+
+namespace brisko::lab {
+namespace {
+
+using ::testing::HasSubstr;
+
+// A sighting every minute, from one percentage to another.
+void add(Trace& trace, double from, double until, ChargeState state, std::int64_t first, std::int64_t last) {
+  for (double time = from; time <= until; time += 60) {
+    const double share = (time - from) / (until - from);
+    const double percent = static_cast<double>(first) + share * static_cast<double>(last - first);
+    trace.sightings.push_back({.time = time, .percent = std::llround(percent), .state = state});
+  }
+}
+
+Trace anHourOfHolding() {
+  Trace trace;
+  add(trace, 0, 3600, ChargeState::hold, 80, 80);
+  return trace;
+}
+
+TEST(Comparison, agreesWithItself) {
+  const Comparison comparison = compare(anHourOfHolding(), anHourOfHolding());
+  EXPECT_EQ(comparison.states[1].reported, 3600);
+  EXPECT_EQ(comparison.states[1].share(), 1);
+  EXPECT_EQ(comparison.states[0].share(), 1) << "a state that never occurs";
+  EXPECT_EQ(comparison.charge.size(), 13U);
+  EXPECT_EQ(comparison.chargeShare(), 1);
+  EXPECT_TRUE(comparison.departures.empty());
+  EXPECT_THAT(comparisonText(comparison), HasSubstr("Nothing departs."));
+}
+
+TEST(Comparison, countsTheTimeInEachStateApart) {
+  Trace replayed;
+  add(replayed, 0, 1740, ChargeState::allow, 80, 80);
+  add(replayed, 1800, 3600, ChargeState::hold, 80, 80);
+  const Comparison comparison = compare(anHourOfHolding(), replayed);
+  EXPECT_EQ(comparison.states[1].share(), 0.5);
+  EXPECT_EQ(comparison.states[0].replayed, 1800);
+  EXPECT_EQ(comparison.states[0].reported, 0);
+  ASSERT_EQ(comparison.departures.size(), 1U);
+  EXPECT_EQ(comparison.departures[0].time, 0);
+  EXPECT_EQ(comparison.departures[0].words, "the state is hold in the report, allow in the replay");
+}
+
+TEST(Comparison, takesNoShortDifferenceOfTheStateForADeparture) {
+  for (const auto& [minutes, departs] : {std::pair{14, false}, {15, true}}) {
+    Trace replayed;
+    add(replayed, 0, 1740, ChargeState::hold, 80, 80);
+    const double end = 1800 + minutes * 60;
+    add(replayed, 1800, end - 60, ChargeState::allow, 80, 80);
+    add(replayed, end, 3600, ChargeState::hold, 80, 80);
+    const Comparison comparison = compare(anHourOfHolding(), replayed);
+    EXPECT_EQ(!comparison.departures.empty(), departs) << minutes;
+  }
+}
+
+TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
+  Trace replayed;
+  add(replayed, 0, 1500, ChargeState::hold, 80, 83);
+  add(replayed, 1560, 3600, ChargeState::hold, 84, 84);
+  const Comparison comparison = compare(anHourOfHolding(), replayed);
+  EXPECT_EQ(comparison.withinThree, 6U) << "three points are not too far";
+  ASSERT_EQ(comparison.departures.size(), 1U) << "once, not at every moment";
+  EXPECT_EQ(comparison.departures[0].time, 1800);
+  EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 84 % in the replay");
+}
+
+TEST(Comparison, leavesOutTheTimeWithoutADaemon) {
+  Trace reported = anHourOfHolding();
+  reported.lines = {{600, "Signal 15: charging, adapter and LED restored, exiting."},
+                    {2400, "brisko-daemon started (event-driven) — …"}};
+  Trace replayed;
+  add(replayed, 0, 540, ChargeState::hold, 80, 80);
+  add(replayed, 600, 2340, ChargeState::allow, 90, 90);
+  add(replayed, 2400, 3600, ChargeState::hold, 80, 80);
+  replayed.lines = reported.lines;
+  const Comparison comparison = compare(reported, replayed);
+  EXPECT_EQ(comparison.states[1].reported, 1800);
+  EXPECT_EQ(comparison.states[1].share(), 1);
+  EXPECT_TRUE(comparison.departures.empty());
+}
+
+TEST(Comparison, namesALineThatOnlyOneOfThemHasAndIgnoresNumbersInIt) {
+  EXPECT_EQ(kindOf("veille à 82% (plage 75–80%)"), "veille à #% (plage #–#%)");
+  Trace reported = anHourOfHolding();
+  Trace replayed = anHourOfHolding();
+  reported.lines = {{100, "gate found open during a hold — closing it again (CHTE)"},
+                    {200, "macOS limit → 80%"},
+                    {300, "veille à 80% — …"}};
+  replayed.lines = {{900, "macOS limit → 85%"}};
+  const Comparison comparison = compare(reported, replayed);
+  ASSERT_EQ(comparison.departures.size(), 1U);
+  EXPECT_EQ(comparison.departures[0].time, 100);
+  EXPECT_THAT(comparison.departures[0].words, HasSubstr("only in the report is logged: gate found open"));
+  EXPECT_THAT(comparisonText(comparison),
+              HasSubstr("1 reported, 0 replayed: gate found open during a hold — closing it again (CHTE)"));
+}
+
+TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
+  Picture picture =
+      comparisonPicture(anHourOfHolding(), anHourOfHolding(), compare(anHourOfHolding(), anHourOfHolding()));
+  picture.title = "A report and its replay";
+  const std::string page = reportPage(picture);
+  for (const char* text : {"class=\"level\"", "class=\"shown\"", ">replayed<", ">reported<", ">Reported<",
+                           ">Replayed<", "Charge, replayed"})
+    EXPECT_THAT(page, HasSubstr(text));
+  EXPECT_THAT(page, ::testing::Not(HasSubstr("Hardware")));
+}
+
+}  // namespace
+}  // namespace brisko::lab

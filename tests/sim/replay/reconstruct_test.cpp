@@ -1,0 +1,232 @@
+// What a report shows of the Mac's days, as actions of a scenario.
+
+#include "sim/replay/reconstruct.h"
+
+#include <algorithm>
+
+#include "sim/replay/reported_power.h"
+#include "sim/replay/reported_service.h"
+#include "sim/replay/reported_settings.h"
+#include "sim/replay/reported_sleep.h"
+#include "sim/replay/sample_report.h"
+#include "sim/scenario/scenario.h"
+#include "support/testing.h"
+
+namespace brisko::lab {
+namespace {
+
+Sighting summary(const std::string& line, double time) {
+  const auto read = readSummary(line, time);
+  EXPECT_TRUE(read) << line;
+  return read.value_or(Sighting{});
+}
+
+// Summaries with these beginnings, a minute apart, on the adapter at 70 %.
+ReportedDays daysOf(const std::vector<std::string>& beginnings) {
+  ReportedDays days;
+  double time = 0;
+  for (const std::string& beginning : beginnings)
+    days.trace.sightings.push_back(
+        summary(beginning + "  batt 70%  30.0°C  ac  state=allow  LED=orange", time += 60));
+  days.config = nlohmann::json{{"limit", 80}, {"discharge", false}};
+  return days;
+}
+
+std::vector<std::string> textsOf(const std::vector<DatedAction>& actions) {
+  std::vector<std::string> texts;
+  for (const DatedAction& action : actions)
+    texts.push_back(std::to_string(std::llround(action.time)) + " " + action.action.dump());
+  return texts;
+}
+
+TEST(ReportedSettings, followTheSummaries) {
+  const auto settings = settingsOf(daysOf({"cap 80%", "cap 75%", "cap 75%+discharge", "cap off",
+                                           "cap 90%+discharge", "cap 100%(TopUp)", "cap 90%+discharge"}));
+  ASSERT_TRUE(settings.first);
+  EXPECT_EQ(settings.first->at("limit"), 80);
+  EXPECT_EQ(settings.first->at("history"), true);
+  EXPECT_THAT(
+      textsOf(settings.edits),
+      ::testing::ElementsAre(R"(120 {"settings":{"limit":75}})", R"(180 {"settings":{"discharge":true}})",
+                             R"(240 {"settings":{"enabled":false,"discharge":false}})",
+                             R"(300 {"settings":{"enabled":true,"limit":90,"discharge":true}})",
+                             R"(360 {"settings":{"topUp":true,"topUpHours":0}})",
+                             R"(420 {"settings":{"topUp":false}})"));
+}
+
+TEST(ReportedSettings, takeTheEndOfATopUpFromTheLog) {
+  ReportedDays days = daysOf({"cap 80%", "cap 100%(TopUp)", "cap 80%"});
+  days.trace.lines = {{180, "Top Up dropped after 6h"}};
+  EXPECT_THAT(textsOf(settingsOf(days).edits),
+              ::testing::ElementsAre(R"(120 {"settings":{"topUp":true,"topUpHours":6}})"));
+}
+
+TEST(ReportedSettings, keepTheDischargeThatTheDaemonGaveUp) {
+  ReportedDays days = daysOf({"cap 80%+discharge", "cap 80%"});
+  days.trace.lines = {
+      {118, "⚠️ forced discharge has no effect: the adapter cut will not stay written — …"}};
+  EXPECT_TRUE(settingsOf(days).edits.empty());
+}
+
+TEST(ReportedSettings, takeTheLowerEdgeFromTheLog) {
+  ReportedDays days = daysOf({"cap 80%", "cap 80%"});
+  (*days.config)["hysteresis"] = 5;
+  EXPECT_FALSE(settingsOf(days).first->contains("topUpHours"));
+  days.trace.lines = {{70, "veille à 78% — grille fermée pour la nuit (plage 70–80%)"}};
+  const auto settings = settingsOf(days);
+  EXPECT_EQ(settings.first->at("hysteresis"), 10);
+  EXPECT_THAT(textsOf(settings.edits), ::testing::ElementsAre(R"(71 {"settings":{"hysteresis":5}})"))
+      << "the report's last value is in force at the latest from then on";
+  days.arguments = {"--lower", "70"};
+  EXPECT_TRUE(settingsOf(days).edits.empty());
+}
+
+TEST(ReportedSettings, changeWhereAPauseForHeatContradictsThem) {
+  ReportedDays days;
+  days.config = nlohmann::json{{"limit", 80}, {"thermal", false}, {"thermalLimit", 40}};
+  days.trace.sightings = {summary("cap 80%  batt 70%  35.0°C  ac  state=allow  LED=orange", 60),
+                          summary("cap 80%+HOT  batt 70%  36.2°C  ac  state=hold  LED=orange", 120),
+                          summary("cap 80%  batt 70%  36.5°C  ac  state=allow  LED=orange", 180)};
+  const auto settings = settingsOf(days);
+  EXPECT_TRUE(settings.heatMatters);
+  EXPECT_THAT(textsOf(settings.edits),
+              ::testing::ElementsAre(R"(120 {"settings":{"thermal":true,"thermalLimit":36}})",
+                                     R"(121 {"settings":{"thermal":false,"thermalLimit":36}})"));
+}
+
+// Samples at these moments.
+ReportedDays samplesAt(const std::vector<double>& times) {
+  ReportedDays days;
+  for (const double time : times)
+    days.trace.sightings.push_back({.time = time, .percent = 70, .plugged = true, .inHistory = true});
+  return days;
+}
+
+TEST(ReportedSleep, liesInTheGaps) {
+  EXPECT_TRUE(sleepsOf(samplesAt({0, 300, 630})).empty()) << "a line is at most 330 s late";
+  const auto sleeps = sleepsOf(samplesAt({0, 300, 1000, 1300, 1600}));
+  ASSERT_EQ(sleeps.size(), 1U);
+  EXPECT_EQ(sleeps[0].from, 400);
+  EXPECT_EQ(sleeps[0].until, 998);
+  EXPECT_FALSE(sleeps[0].endsDark);
+}
+
+TEST(ReportedSleep, beginsWhereTheDaemonAnnouncesIt) {
+  ReportedDays days = samplesAt({0, 300, 1000});
+  days.trace.lines = {{310, "veille à 70% — grille fermée pour la nuit (plage 65–70%)"}};
+  ASSERT_EQ(sleepsOf(days).size(), 1U);
+  EXPECT_EQ(sleepsOf(days)[0].from, 310);
+}
+
+TEST(ReportedSleep, isInterruptedByDarkWakes) {
+  const auto sleeps = sleepsOf(samplesAt({0, 300, 1000, 3000, 3300, 3600}));
+  ASSERT_EQ(sleeps.size(), 2U);
+  EXPECT_TRUE(sleeps[0].endsDark);
+  EXPECT_FALSE(sleeps[1].endsDark);
+  EXPECT_THAT(textsOf(sleepActions(sleeps)),
+              ::testing::ElementsAre(R"(400 "close-lid")", R"(994 {"dark-wake":45.0})",
+                                     ::testing::HasSubstr(R"("sleep")"), R"(2998 "open-lid")"));
+}
+
+TEST(ReportedSleep, isNotWhereTheDaemonDidNotRun) {
+  ReportedDays days = samplesAt({0, 300, 5000});
+  days.trace.lines = {{310, "Signal 15: charging, adapter and LED restored, exiting."},
+                      {4999, "brisko-daemon started (event-driven) — …"}};
+  EXPECT_TRUE(sleepsOf(days).empty());
+}
+
+TEST(ReportedSleep, isTakenFromTheLogOfMacOSIfThatCoversTheDays) {
+  ReportedDays days = samplesAt({0, 300, 5000});
+  days.powerEvents = {{400, PowerEventKind::sleep},
+                      {500, PowerEventKind::darkWake},
+                      {520, PowerEventKind::sleep},
+                      {4000, PowerEventKind::wake}};
+  const auto sleeps = sleepsOf(days);
+  ASSERT_EQ(sleeps.size(), 2U);
+  EXPECT_EQ(sleeps[0].darkSeconds, 20);
+  EXPECT_EQ(sleeps[1].until, 4000);
+  EXPECT_NE(sleepAt(sleeps, 450), nullptr);
+  EXPECT_EQ(sleepAt(sleeps, 510), nullptr);
+  days.powerEvents[0].time = 90000;
+  EXPECT_EQ(sleepsOf(days).size(), 1U) << "it begins too late";
+}
+
+TEST(ReportedService, showsWhatHappenedToTheDaemonTheAppAndTheLimit) {
+  struct Case {
+    std::vector<LoggedLine> lines;
+    std::vector<std::string> actions;
+  };
+  const std::string start = "brisko-daemon started (event-driven) — …";
+  const std::string end = "Signal 15: charging, adapter and LED restored, exiting.";
+  const Case cases[] = {
+      {{{0, start}, {1000, end}, {1003, start}}, {R"(1000 "terminate")"}},
+      {{{0, start}, {1000, end}, {1100, start}}, {R"(1000 "shutdown")", R"(1100 "boot")"}},
+      {{{0, start}, {990, "charge released by the app — …"}, {1000, end}, {1100, start}},
+       {R"(990 {"ask":"release"})", R"(1000 "unload")", R"(1100 "load")"}},
+      {{{0, start}, {1000, "restart requested by the app — …"}, {1001, start}},
+       {R"(1000 {"ask":"restart"})"}},
+      {{{0, start}, {800, "→ state: hold"}, {1000, start}}, {R"(1000 "kill")"}},
+      {{{0, start}, {1000, end}}, {R"(1000 "unload")"}},
+      {{{0, start}, {100, "app missing at /Applications/Brisko.app — …"}, {400, "app is back — …"}},
+       {R"(98 "app-deleted")", R"(398 "app-restored")"}},
+      {{{0, "native limit before Brisko: 85% — given back if Brisko leaves"}}, {R"(-1 {"limit":85.0})"}},
+      {{{100, "macOS limit changed outside Brisko (bfG0 reads 0) — setting 80% again"}},
+       {R"(65 {"limit":100.0})"}},
+      {{{100,
+         "macOS charges to full until 1970-01-01 01:00:00 +0000 (asked in the Battery menu) — Brisko waits"}},
+       {R"(95 {"charge-to-full":3505.0})"}},
+  };
+  for (const Case& each : cases) {
+    ReportedDays days = samplesAt({0, 1200});
+    days.trace.lines = each.lines;
+    EXPECT_EQ(textsOf(serviceActions(days)), each.actions) << each.lines.back().text;
+  }
+}
+
+TEST(ReportedPower, worksOutWhenAnAdapterCameWhileTheMacSlept) {
+  ReportedDays days;
+  days.trace.sightings = {{.time = 0, .percent = 50, .plugged = false},
+                          {.time = 7200, .percent = 60, .plugged = true},
+                          {.time = 7500, .percent = 63, .plugged = true}};
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto sleeps = sleepsOf(days);
+  const auto plugs = plugEventsOf(days, sleeps, machine);
+  ASSERT_EQ(plugs.size(), 2U);
+  EXPECT_TRUE(plugs[1].unnoticed);
+  // 10 % of 4427 mAh × 0.963 at 3830 mA.
+  EXPECT_NEAR(plugs[1].time, 7200 - 401, 30);
+  days.trace.sightings[1].percent = 51;
+  EXPECT_FALSE(plugEventsOf(days, sleeps, machine)[1].unnoticed);
+}
+
+TEST(ReportedPower, takesTheLoadFromThePowerOfTheBattery) {
+  ReportedDays days;
+  for (const auto& [time, watts] : {std::pair{0.0, -5.0}, {100.0, -5.0}, {400.0, -5.04}, {700.0, -9.0}})
+    days.trace.sightings.push_back(
+        {.time = time, .percent = 70, .plugged = false, .watts = watts, .inHistory = true});
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto actions = loadActions(days, {{.time = 0}}, {}, machine);
+  EXPECT_THAT(textsOf(actions), ::testing::ElementsAre(R"(0 {"load":5.0})", R"(520 {"load":9.0})"))
+      << "half way, less the gauge's lag";
+}
+
+TEST(Reconstruct, isAValidScenarioThatGivesTheChargeOnlyOnce) {
+  const auto reading = readReport(test::archiveOf(test::sampleMembers()));
+  ASSERT_TRUE(reading.days) << reading.error;
+  const Reconstruction reconstruction = reconstruct(*reading.days);
+  EXPECT_EQ(reconstruction.begin, 1772352000) << "the start of the daemon";
+  EXPECT_EQ(reconstruction.machine.battery.fullMAh, 6000);
+  const std::string text = scenarioFileText(reconstruction, "mine.battery.json");
+  EXPECT_THAT(text, ::testing::HasSubstr(R"("dump":"mine.battery.json")"));
+  const std::string charge = R"({"charge":70})";
+  const std::size_t first = text.find(charge);
+  ASSERT_NE(first, text.npos);
+  EXPECT_EQ(text.find("\"charge\"", first + charge.size()), text.npos);
+  EXPECT_LT(first, text.find("\"timeline\""));
+  Diagnostics diagnostics("a test");
+  EXPECT_TRUE(readScenario(scenarioText(reconstruction.scenario), diagnostics))
+      << (diagnostics.none() ? "" : diagnostics.texts().front());
+}
+
+}  // namespace
+}  // namespace brisko::lab

@@ -154,10 +154,10 @@ class Comparison {
             std::string(static_cast<std::size_t>(below(40)), 'x') + std::to_string(++texts_);
         const std::string one = plain_.work(kind, name, other, text);
         const std::string two = kept_.work(kind, name, other, text);
+        writes_ += sim::takeKeptWrites().kept.size();
         if (one != two) return "work " + std::to_string(kind) + " on " + name + ": " + one + " | " + two;
       }
       volume_.pause();
-      writes_ += sim::takeKeptWrites().kept.size();
       if (pictureOf(plain_.root()) != pictureOf(kept_.root())) {
         return "plain:\n" + pictureOf(plain_.root()) + "kept:\n" + pictureOf(kept_.root());
       }

@@ -28,7 +28,7 @@ std::vector<Figure> campaignFigures() {
                          " --days " + std::to_string(days) + " --faults all");
   const double minutes = (realNow() - start) / 60;
   return {{"a campaign with all faults, simulated days a minute", held ? seeds * days / minutes : 0, "",
-           Target::atLeast, 500}};
+           Target::atLeast, 1250}};
 }
 
 }  // namespace brisko::bench

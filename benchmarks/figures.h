@@ -41,6 +41,9 @@ inline constexpr const char* yearFigure = "a steady year, the tick's files in me
 // attaches it to the seam of this process.
 void attachSteadyMachine();
 
+// From now on the files of this process are kept in memory, as in every simulation.
+void keepFiles();
+
 // Registers the benchmarks of a single tick.
 void registerTicks();
 

@@ -9,6 +9,8 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include "sim/process/kept_files.h"
+
 namespace brisko::lab {
 namespace {
 
@@ -55,10 +57,26 @@ void FileWatcher::watch(const std::string& path, std::vector<FileChange>* found)
 
 std::vector<FileChange> FileWatcher::takeChanges() {
   std::vector<FileChange> found;
+  const sim::KeptWrites writes = sim::takeKeptWrites();
+  for (const std::string& path : writes.kept) found.push_back({.path = path});
+  if (!news_.mayHaveNews()) return found;
+  std::vector<FileChange> events;
+  readEvents(events);
+  for (FileChange& change : events) {
+    const bool delayed = change.overwritten && std::find(writes.delayed.begin(), writes.delayed.end(),
+                                                         change.path) != writes.delayed.end();
+    if (!delayed) found.push_back(std::move(change));
+  }
+  // The two folders themselves may come and go too.
+  for (const char* folder : dataFolders) watch(folder, &found);
+  return found;
+}
+
+void FileWatcher::readEvents(std::vector<FileChange>& found) {
   alignas(inotify_event) std::array<char, 8192> events{};
   for (;;) {
     const ssize_t count = ::read(queue_, events.data(), events.size());
-    if (count <= 0) break;
+    if (count <= 0) return;
     for (const char* at = events.data(); at < events.data() + count;) {
       const auto* event = reinterpret_cast<const inotify_event*>(at);
       at += sizeof(inotify_event) + event->len;
@@ -76,13 +94,11 @@ std::vector<FileChange> FileWatcher::takeChanges() {
       } else {
         found.push_back({.path = path,
                          .removed = (event->mask & removals) != 0,
-                         .attributes = (event->mask & (creations | removals)) == 0});
+                         .attributes = (event->mask & (creations | removals)) == 0,
+                         .overwritten = (event->mask & IN_MODIFY) != 0});
       }
     }
   }
-  // The two folders themselves may come and go too.
-  for (const char* folder : dataFolders) watch(folder, &found);
-  return found;
 }
 
 }  // namespace brisko::lab

@@ -1,6 +1,6 @@
 // sim/invariants/file_watcher.h
-// Reports everything created, written, moved or removed below the daemon's two folders, as the kernel sees
-// it.
+// Reports everything created, written, moved or removed below the daemon's two folders, as the kernel sees it
+// and as the process keeps it (sim/process/kept_files.h).
 #pragma once
 
 #include <map>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/invariants/rule.h"
+#include "sim/seam/news.h"
 
 namespace brisko::lab {
 
@@ -27,9 +28,11 @@ class FileWatcher {
 
  private:
   void watch(const std::string& path, std::vector<FileChange>* found);
+  void readEvents(std::vector<FileChange>& found);
 
   std::string volume_;
   int queue_;
+  virtual_mac::NewsReader news_;
   std::map<int, std::string> watched_;  // by watch descriptor: folders, unmapped
 };
 

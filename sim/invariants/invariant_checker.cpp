@@ -16,6 +16,7 @@
 #include "sim/invariants/file_watcher.h"
 #include "sim/process/log_lines.h"
 #include "sim/process/shared_memory.h"
+#include "sim/seam/news.h"
 
 // The linker redirects every call of these two functions to the wrappers here (--wrap). The functions
 // themselves remain callable under the names that begin with __real. The daemon's code does not know of this.
@@ -152,7 +153,8 @@ struct InvariantChecker::Impl final : Observation {
 
   // The new complete lines on the standard output.
   [[nodiscard]] std::vector<std::string> newLines() {
-    std::array<char, 4096> part{};
+    if (!outputNews.mayHaveNews()) return {};
+    std::array<char, 4096> part;
     for (;;) {
       const ssize_t count = ::pread(STDOUT_FILENO, part.data(), part.size(),
                                     static_cast<off_t>(shared->outputSeen + partialLine.size()));
@@ -191,6 +193,7 @@ struct InvariantChecker::Impl final : Observation {
   bool inTick = false;
   TickRecord tick;
   LoopIteration iteration;
+  virtual_mac::NewsReader outputNews;
   std::string partialLine;
 };
 

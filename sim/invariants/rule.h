@@ -84,9 +84,10 @@ struct TickRecord {
 
 // What happened to a file or folder below the daemon's two folders while the daemon ran.
 struct FileChange {
-  std::string path;         // unmapped: /Library/…
-  bool removed = false;     // or moved away; else created, written, moved here or given other attributes
-  bool attributes = false;  // nothing but owner, mode or times
+  std::string path;          // unmapped: /Library/…
+  bool removed = false;      // or moved away; else created, written, moved here or given other attributes
+  bool attributes = false;   // nothing but owner, mode or times
+  bool overwritten = false;  // nothing but its content
 };
 
 // What a rule may read. The daemon's own variables are read directly.

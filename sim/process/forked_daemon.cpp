@@ -1,5 +1,6 @@
 #include "sim/process/forked_daemon.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -16,7 +17,9 @@
 #include "daemon/entry.h"
 #include "platform/host.h"
 #include "sim/process/default_signals.h"
+#include "sim/process/kept_files.h"
 #include "sim/process/scratch.h"
+#include "sim/process/shared_memory.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/simulated/driver.h"
 
@@ -60,16 +63,28 @@ class Channel {
 // An order of the parent.
 struct RunCommand {
   double horizon;      // machine time
+  double step;         // seconds from there to the next horizon …
+  int steps;           // … if there is more than one …
+  double end;          // … before this machine time
   rlim_t maxFileSize;  // bytes; set by the child, because few systems let a process limit another
 };
 
 // A child whose parent has ended exits silently, because the daemon must not run on its own.
-double nextHorizon(const Channel& channel) {
-  RunCommand command{};
+double nextHorizon(const Channel& channel, RunCommand& command) {
   if (!channel.receive(command)) ::_exit(1);
   const rlimit limit{command.maxFileSize, RLIM_INFINITY};
   if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) throwError("setrlimit");
+  resumeWithFiles(command.maxFileSize == RLIM_INFINITY);
   return command.horizon;
+}
+
+// Whether the child continues without a pause. If so, the command is the rest of it.
+bool takeNextStep(RunCommand& command, const ForkOptions& options) {
+  const double now = options.store.view().machine().now;
+  if (command.steps <= 1 || now >= command.end || !options.stepEnded || !options.stepEnded()) return false;
+  --command.steps;
+  command.horizon = std::min(now + command.step, command.end);
+  return true;
 }
 
 // The child. noexcept, because it must never return into the caller's code, whatever the daemon throws.
@@ -81,13 +96,16 @@ double nextHorizon(const Channel& channel) {
   ::dup2(errors, STDERR_FILENO);
   for (const int unneeded : {nothing, output, errors}) ::close(unneeded);
 
-  virtual_mac::setHorizon(nextHorizon(channel), [&channel, &options] {
+  RunCommand command{};
+  virtual_mac::setHorizon(nextHorizon(channel, command), [&channel, &options, &command] {
     if (options.onPause) options.onPause();
-    constexpr char pausedByte = '.';
-    if (!channel.send(pausedByte)) ::_exit(1);
-    const double horizon = nextHorizon(channel);
+    if (!takeNextStep(command, options)) {
+      constexpr char pausedByte = '.';
+      if (!channel.send(pausedByte)) ::_exit(1);
+      static_cast<void>(nextHorizon(channel, command));
+    }
     if (options.onResume) options.onResume();
-    return horizon;
+    return command.horizon;
   });
   // As after the end of main(): exit hooks run, including those of the sanitizers.
   std::exit(enter(arguments));
@@ -111,6 +129,7 @@ struct ForkedDaemon::Impl {
   std::unique_ptr<Channel> channel = nullptr;
   int output = namelessFile();
   int errors = namelessFile();
+  SharedMemory<KeptFiles> keptFiles;
   rlim_t maxFileSize = RLIM_INFINITY;
   int waitStatus = 0;
   bool alive = true;
@@ -125,6 +144,7 @@ struct ForkedDaemon::Impl {
 
   void reap() {
     while (::waitpid(child, &waitStatus, 0) < 0 && errno == EINTR) continue;
+    writeKeptFiles(*keptFiles);
     virtual_mac::forgetPowerClient(store.update().machine());
     alive = false;
   }
@@ -145,6 +165,7 @@ ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<
     // For the daemon a full disk must be an error, not a signal.
     std::signal(SIGXFSZ, SIG_IGN);
     virtual_mac::useFileEventQueue(options.fileEvents);
+    keepFilesIn(*impl_->keptFiles);
     if (options.prepare) options.prepare();
     runChild(channel, arguments, options, impl_->output, impl_->errors);
   }
@@ -154,12 +175,18 @@ ForkedDaemon::ForkedDaemon(const ForkOptions& options) : impl_(std::make_unique<
 
 ForkedDaemon::~ForkedDaemon() { kill(); }
 
-void ForkedDaemon::run(double seconds) {
+void ForkedDaemon::run(double seconds) { runSteps(seconds, 1, impl_->store.view().machine().now + seconds); }
+
+void ForkedDaemon::runSteps(double seconds, int steps, double end) {
   if (!impl_->alive) return;
   const RunCommand command{.horizon = impl_->store.view().machine().now + seconds,
+                           .step = seconds,
+                           .steps = steps,
+                           .end = end,
                            .maxFileSize = impl_->maxFileSize};
   char paused = 0;
-  if (!impl_->channel->send(command) || !impl_->channel->receive(paused)) impl_->reap();
+  if (!impl_->channel->send(command) || !impl_->channel->receive(paused)) return impl_->reap();
+  writeKeptFiles(*impl_->keptFiles);
 }
 
 void ForkedDaemon::signal(int number) {

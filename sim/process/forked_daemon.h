@@ -22,6 +22,8 @@ struct ForkOptions {
   std::function<void()> prepare = {};   // called in the child before anything of the daemon
   std::function<void()> onPause = {};   // … whenever it is about to pause
   std::function<void()> onResume = {};  // … and whenever it resumes
+  // Called at the end of a step that is not the last one. True: the next one begins without a pause.
+  std::function<bool()> stepEnded = {};
 };
 
 class ForkedDaemon {
@@ -35,6 +37,9 @@ class ForkedDaemon {
   // Lets the child run until machine time has moved on by `seconds`, or until it ends. With 0 it runs up to
   // its first wait.
   void run(double seconds);
+  // At most this many runs of so many seconds, until machine time `end`. Between two of them onPause() and
+  // onResume() are called as in a pause, but the child pauses only when stepEnded() says so.
+  void runSteps(double seconds, int steps, double end);
   void signal(int number);  // sent while it is paused; handled when it resumes
   void kill();              // kill -9, now
   // From its next run() on its files cannot grow beyond this many bytes, as on a full disk; none: without a

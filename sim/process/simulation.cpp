@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 constexpr double shortestThrottle = 10;  // seconds between two starts
 constexpr double longestThrottle = 3600;
 constexpr double exitTimeout = 20;  // for the daemon to end before a shutdown
+constexpr double mostSteps = 3600;  // without a pause
 constexpr double journalInterval =
     3600;  // between two reads of the journal, which keeps only the latest entries
 
@@ -63,7 +64,7 @@ void Simulation::begin() {
 void Simulation::pass(double seconds) {
   const double end = machine().now + seconds;
   do {
-    slice(std::min({journalInterval, observer_->longestSlice(), end - machine().now}));
+    slice(std::min({journalInterval, observer_->longestSlice(), end - machine().now}), end);
   } while (machine().now < end && !observer_->isOver());
 }
 
@@ -79,11 +80,12 @@ bool Simulation::startIsDue() const {
 
 double Simulation::throttle() const { return actions_ == actionsAtEnd_ ? throttle_ : shortestThrottle; }
 
-void Simulation::slice(double seconds) {
+void Simulation::slice(double seconds, double end) {
   if (!daemonRuns() && startIsDue()) startDaemon();
   observer_->sliceBegins();
   if (daemonRuns()) {
-    process_->run(seconds);
+    const int steps = seconds > 0 ? static_cast<int>(std::min(journalInterval / seconds, mostSteps)) : 1;
+    process_->runSteps(seconds, steps, end);
   } else {
     const double untilStart = startedAt_ + throttle() - machine().now;
     advance(untilStart > 0 ? std::min(seconds, untilStart) : seconds);
@@ -166,6 +168,7 @@ void Simulation::startDaemon() {
   };
   options.onPause = [this] { observer_->onPause(); };
   options.onResume = [this] { observer_->onResume(); };
+  options.stepEnded = [this] { return observer_->stepEnded(); };
   process_ = std::make_unique<ForkedDaemon>(options);
   setDiskFull(diskIsFull_);
 }
@@ -174,7 +177,7 @@ void Simulation::endProcess() {
   if (!daemonRuns()) return;
   observer_->beforeSignal(SIGTERM);
   process_->signal(SIGTERM);
-  for (double waited = 0; daemonRuns() && waited < exitTimeout; ++waited) slice(waited == 0 ? 0 : 1);
+  for (double waited = 0; daemonRuns() && waited < exitTimeout; ++waited) slice(waited == 0 ? 0 : 1, 0);
   observer_->beforeSignal(SIGKILL);
   process_->kill();
   noteEnd();

@@ -64,6 +64,9 @@ class SimulationObserver {
   virtual void iterationEnded() {}
   virtual void onPause() {}
   virtual void onResume() {}
+  // Instead of the end of a slice and the begin of the next. True: both are as long, and nothing is to be
+  // done in the simulating process.
+  [[nodiscard]] virtual bool stepEnded() { return false; }
 };
 
 class Simulation {
@@ -139,7 +142,7 @@ class Simulation {
   void checkpointAtBegin();  // at the beginning
 
  private:
-  void slice(double seconds);
+  void slice(double seconds, double end);
   void noteEnd();
   void collectOutput();
   void collectJournal();

@@ -79,4 +79,10 @@ void CheckedSimulation::onPause() {
   checker_.onPause();
 }
 
+// While the Mac sleeps a slice only reads the charge, and the next one is as short.
+bool CheckedSimulation::stepEnded() {
+  noteLevel();
+  return recording_ == nullptr && machine().system.asleep && !isOver();
+}
+
 }  // namespace brisko::lab

@@ -47,6 +47,7 @@ class CheckedSimulation final : public sim::Simulation, private sim::SimulationO
   void iterationEnded() override;
   void onPause() override;
   void onResume() override { checker_.onResume(); }
+  [[nodiscard]] bool stepEnded() override;
 
   void noteLevel();
   void noteInDaemon();

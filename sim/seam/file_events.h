@@ -4,6 +4,10 @@
 // of every iteration, so that the same actions cause the same events in the same iterations.
 #pragma once
 
+#include <cstdint>
+
+#include <sys/stat.h>
+
 namespace brisko::virtual_mac {
 
 // The descriptor that becomes readable once something happened to a watched file; -1 until the first watch.
@@ -22,5 +26,9 @@ void useFileEventQueue(int queue);
 // Posts the delivery of everything that happened since the last call. The run loop calls it in every
 // iteration.
 void collectFileEvents();
+
+// Whether this process watches the file, and how many watches it has set so far.
+[[nodiscard]] bool isWatched(const struct stat& file);
+[[nodiscard]] std::uint64_t watchesSoFar();
 
 }  // namespace brisko::virtual_mac

@@ -9,6 +9,7 @@
 #include "platform/run_loop.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/kernel_notices.h"
+#include "sim/seam/news.h"
 
 // File watches, built on the kernel's notices about real files.
 
@@ -119,9 +120,19 @@ int fileEventQueue() { return watches().queue; }
 
 void useFileEventQueue(int queue) { watches().queue = queue; }
 
+bool isWatched(const struct stat& file) {
+  const auto& all = watches().all;
+  return std::any_of(all.begin(), all.end(), [&file](const Watch& watch) {
+    return watch.seen.status.st_dev == file.st_dev && watch.seen.status.st_ino == file.st_ino;
+  });
+}
+
+std::uint64_t watchesSoFar() { return watches().latest; }
+
 void collectFileEvents() {
+  static NewsReader reader;
   const bool nobodyEverWatched = watches().latest == 0;
-  if (nobodyEverWatched || !::brisko::readNotices()) return;
+  if (nobodyEverWatched || !reader.mayHaveNews() || !::brisko::readNotices()) return;
   for (Watch& watch : watches().all) {
     if (watch.notices != 0) postDelivery(watch, eventsOf(watch));
   }
@@ -152,7 +163,8 @@ WatchToken watchFile(int descriptor, FileEvents wanted, std::function<void(FileE
   Watches& kept = watches();
   if (kept.queue < 0) kept.queue = virtual_mac::openNoticeQueue();
   const WatchToken token = ++kept.latest;
-  // Earlier events do not belong to the new watch.
+  // Earlier events do not belong to the new watch; those of the watch itself are news.
+  virtual_mac::expectNews();
   virtual_mac::collectFileEvents();
 
   Watch& watch = kept.all.emplace_back();

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <utility>
 
+#include "sim/seam/news.h"
+
 namespace brisko::virtual_mac {
 
 namespace {
@@ -78,7 +80,8 @@ sigset_t maskWhileWaiting() {
 
 void letPendingSignalsIn() {
   const std::vector<int>& handled = signals().handled;
-  if (handled.empty()) return;
+  static NewsReader reader;
+  if (handled.empty() || !reader.mayHaveNews()) return;
   // Checking first costs one system call instead of two in nearly every iteration.
   sigset_t pending;
   ::sigpending(&pending);
@@ -91,6 +94,7 @@ void letPendingSignalsIn() {
 }
 
 void raiseSignals(std::uint32_t bits) {
+  if (bits != 0) expectNews();
   for (int signal = 1; bits >> static_cast<unsigned>(signal) != 0 && signal < 32; ++signal) {
     if ((bits >> static_cast<unsigned>(signal) & 1U) != 0) ::raise(signal);
   }

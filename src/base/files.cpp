@@ -1,10 +1,10 @@
 #include "base/files.h"
 
-#include <cerrno>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/plain_files.h"
 
 namespace brisko {
 
@@ -13,31 +13,45 @@ void Descriptor::close() {
   number_ = none;
 }
 
-Descriptor openRegularFile(const std::string& path, int flags, mode_t mode) {
-  // Non-blocking, because opening a pipe or a device could otherwise wait forever.
-  Descriptor file(::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
-  struct stat status {};
-  if (!file || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-  return file;
-}
-
 Descriptor openForAppending(const std::string& path) {
   constexpr mode_t mode = 0644;
   Descriptor made = openRegularFile(path, O_WRONLY | O_APPEND | O_CREAT | O_EXCL, mode);
   if (!made) return openRegularFile(path, O_WRONLY | O_APPEND);
   // The umask may have removed permissions. If this fails, the file keeps the reduced mode.
-  static_cast<void>(::fchmod(made.number(), mode));
+  static_cast<void>(changeMode(made.number(), mode));
   return made;
 }
 
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
+// Weak, so that a program can bring its own when it is linked. The compiler inlines none of them.
+
+[[gnu::weak]] Descriptor openRegularFile(const std::string& path, int flags, mode_t mode) {
+  return plain::openRegularFile(path, flags, mode);
+}
+
+[[gnu::weak]] bool writeAll(int descriptor, std::string_view bytes) {
+  return plain::writeAll(descriptor, bytes);
+}
+
+[[gnu::weak]] bool changeMode(int descriptor, mode_t mode) { return plain::changeMode(descriptor, mode); }
+
+[[gnu::weak]] std::optional<std::string> readWholeFile(const std::string& path) {
+  return plain::readWholeFile(path);
+}
+
+[[gnu::weak]] bool overwriteFile(const std::string& path, std::string_view text) {
+  return plain::overwriteFile(path, text);
+}
+
+[[gnu::weak]] void removeTree(const std::string& path, std::error_code& failure) {
+  plain::removeTree(path, failure);
+}
+
+[[gnu::weak]] void removeFile(const std::string& path, std::error_code& failure) {
+  plain::removeFile(path, failure);
+}
+
+[[gnu::weak]] void renameFile(const std::string& from, const std::string& to, std::error_code& failure) {
+  plain::renameFile(from, to, failure);
 }
 
 }  // namespace brisko

@@ -1,10 +1,15 @@
 // base/files.h
-// Files by descriptor, opened the same way everywhere: no call here blocks, whatever is at the path, and no
-// child inherits a descriptor. Paths are used as given; callers map them with onVolume().
+// Everything that the daemon does with files, in the same way everywhere: no call here blocks, whatever is at
+// the path, and no child inherits a descriptor. Paths are used as given; callers map them with onVolume().
+//
+// A program works on the files of the system (base/plain_files.h), unless it brings functions of its own
+// under these names when it is linked, as the virtual Mac does (sim/process/kept_files.h).
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <sys/types.h>
@@ -42,5 +47,25 @@ class Descriptor {
 
 // True when all bytes were written. Otherwise some may have been.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view bytes);
+
+// Whether the open file or folder now has exactly this mode.
+[[nodiscard]] bool changeMode(int descriptor, mode_t mode);
+
+// The content of the regular file at `path`; none when it is missing, unreadable, not a regular file or
+// larger than 16 MiB, which none of our files can be.
+[[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
+
+// Overwrites the file at `path` in place (same inode and mode if it exists; otherwise created with 0666 less
+// the umask). Creates no folders. False on failure, which may leave a truncated file.
+[[nodiscard]] bool overwriteFile(const std::string& path, std::string_view text);
+
+// Removes what is at `path`, with everything in it. A link is removed, not what it leads to.
+void removeTree(const std::string& path, std::error_code& failure);
+
+// The same, but a folder only if it is empty.
+void removeFile(const std::string& path, std::error_code& failure);
+
+// Gives the file at `from` the name `to`, in place of what had it.
+void renameFile(const std::string& from, const std::string& to, std::error_code& failure);
 
 }  // namespace brisko

@@ -1,23 +1,15 @@
 #include "base/json_file.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "base/files.h"
-
 namespace brisko {
 namespace {
 
-constexpr std::size_t largestFile = 16U << 20U;  // bytes
-constexpr std::ptrdiff_t deepestNesting = 512;   // levels
+constexpr std::ptrdiff_t deepestNesting = 512;  // levels
 
 // Where the string that begins at `index` ends; the end of `json` if it does not end.
 std::size_t closingQuote(std::string_view json, std::size_t index) {
@@ -124,29 +116,6 @@ const Json* valueAt(const Json& object, const char* key) {
 
 }  // namespace
 
-std::optional<std::string> readWholeFile(const std::string& path) {
-  const Descriptor file = openRegularFile(path, O_RDONLY);
-  struct stat status {};
-  if (!file || ::fstat(file.number(), &status) != 0) return std::nullopt;
-  if (status.st_size > static_cast<off_t>(largestFile)) return std::nullopt;
-
-  // The size is only a first guess, because the file may be growing. Reading one byte more detects the end in
-  // the first read; one byte more than the largest size detects a file that is too large.
-  std::string bytes(static_cast<std::size_t>(status.st_size) + 1, '\0');
-  std::size_t filled = 0;
-  for (;;) {
-    const ssize_t got = ::read(file.number(), bytes.data() + filled, bytes.size() - filled);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::nullopt;
-    if (got == 0) break;
-    filled += static_cast<std::size_t>(got);
-    if (filled > largestFile) return std::nullopt;
-    if (filled == bytes.size()) bytes.resize(std::min(bytes.size() * 2, largestFile + 1));
-  }
-  bytes.resize(filled);
-  return bytes;
-}
-
 std::optional<Json> parseJson(std::string_view text) {
   // The parser would treat a zero byte as the end of the text.
   if (text.find('\0') != std::string_view::npos) return std::nullopt;
@@ -176,9 +145,8 @@ std::optional<std::string> jsonText(const Json& value) {
 void writeJsonFile(const std::string& path, const Json& value) {
   const std::optional<std::string> text = jsonText(value);
   if (!text) return;
-  const Descriptor file = openRegularFile(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
   // A failed write loses only this file's content: the readers treat it as a missing file.
-  if (file) static_cast<void>(writeAll(file.number(), *text));
+  static_cast<void>(overwriteFile(path, *text));
 }
 
 std::optional<bool> booleanAt(const Json& object, const char* key) {

@@ -9,13 +9,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/files.h"
+
 namespace brisko {
 
 using Json = nlohmann::json;  // objects keep their keys in byte order
-
-// The content of the regular file at `path`; none when it is missing, unreadable, not a regular file or
-// larger than 16 MiB, which none of our files can be. Never blocks, whatever is at the path.
-[[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
 // None when `text` is not JSON as a whole: trailing bytes, comments, bad UTF-8 or more than 512 levels of
 // nesting. A number beyond the largest double is an infinite one, with or without a point or an exponent.

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <optional>
 #include <system_error>
 
@@ -70,8 +69,8 @@ void rotate() {
   // Also removes a folder in the place of the previous generation. Otherwise the log could never be rotated
   // and would grow without limit.
   std::error_code ignored;
-  std::filesystem::remove_all(pathOf("daemon.log.1"), ignored);
-  std::filesystem::rename(pathOf("daemon.log"), pathOf("daemon.log.1"), ignored);
+  removeTree(pathOf("daemon.log.1"), ignored);
+  renameFile(pathOf("daemon.log"), pathOf("daemon.log.1"), ignored);
   state.written = 0;
 }
 
@@ -86,7 +85,7 @@ std::optional<std::string> setMode(const Descriptor& file, mode_t kind, mode_t m
   struct stat status {};
   if (::fstat(file.number(), &status) != 0 || (status.st_mode & S_IFMT) != kind) return std::nullopt;
   const mode_t old = status.st_mode & 07777;
-  if (old == mode || ::fchmod(file.number(), mode) != 0) return std::nullopt;
+  if (old == mode || !changeMode(file.number(), mode)) return std::nullopt;
   return octal(old) + " → " + octal(mode);
 }
 

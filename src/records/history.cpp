@@ -174,7 +174,7 @@ void pruneHistory(std::int64_t days) {
   for (const std::string& name : expiredFiles(cutoff)) {
     std::error_code ignored;
     // A folder with such a name is removed only when it is empty, because we never create one.
-    std::filesystem::remove(onVolume(std::string(historyDir) + "/" + name), ignored);
+    removeFile(onVolume(std::string(historyDir) + "/" + name), ignored);
     log("history pruned: " + name);
   }
 }

@@ -27,12 +27,11 @@ void readStats() {
 
 void writeStats() {
   if (gPurged) return;
-  Json object = {
-      {"protectedSeconds", checkedInteger(gProtectedSeconds)},
-      {"since", gStatsSince},
-      {"topUpSince", gTopUpSince},
-      {"atLimit", gAtLimit.value_or(false)},
-  };
+  Json object;
+  object["protectedSeconds"] = checkedInteger(gProtectedSeconds);
+  object["since"] = gStatsSince;
+  object["topUpSince"] = gTopUpSince;
+  object["atLimit"] = gAtLimit.value_or(false);
   if (gNativeBefore) object["nativeBefore"] = *gNativeBefore;
   writeJsonFile(onVolume(statsPath), object);
 }

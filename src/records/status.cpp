@@ -67,28 +67,29 @@ void addGuards(Json& object, double now) {
 }
 
 Json statusObject(const StatusReport& report, double now) {
-  Json object = {
-      {"state", stateName(report.state)},
-      {"pct", report.pct},
-      {"plugged", report.plugged},
-      {"upper", report.upper},
-      {"enabled", report.enabled},
-      {"discharge", report.discharge},
-      {"hot", report.hot},
-      {"topUp", report.topUp},
-      {"protectedSeconds", checkedInteger(gProtectedSeconds)},
-      {"ledSupported", gLedSupported},
-      {"dischargeSupported", dischargeSupported},
-      {"dischargeFailed", gDischargeBroken},
-      {"smcKeys", gProbedKeys},
-      {"chargeMode", gGate ? chargeLabel(gGate->charge) : "none"},
-      {"daemonPath", gDaemonPath},
-      {"daemonVersion", daemonVersion},
-      {"startedAt", daemonStartedAt},
-      {"since", gStatsSince},
-      {"ts", now},
-      {"cal", calibrationObject(report)},
-  };
+  // Not as a list in braces, which would copy every value twice: this is the most frequent work of the
+  // daemon.
+  Json object;
+  object["state"] = stateName(report.state);
+  object["pct"] = report.pct;
+  object["plugged"] = report.plugged;
+  object["upper"] = report.upper;
+  object["enabled"] = report.enabled;
+  object["discharge"] = report.discharge;
+  object["hot"] = report.hot;
+  object["topUp"] = report.topUp;
+  object["protectedSeconds"] = checkedInteger(gProtectedSeconds);
+  object["ledSupported"] = gLedSupported;
+  object["dischargeSupported"] = dischargeSupported;
+  object["dischargeFailed"] = gDischargeBroken;
+  object["smcKeys"] = gProbedKeys;
+  object["chargeMode"] = gGate ? chargeLabel(gGate->charge) : "none";
+  object["daemonPath"] = gDaemonPath;
+  object["daemonVersion"] = daemonVersion;
+  object["startedAt"] = daemonStartedAt;
+  object["since"] = gStatsSince;
+  object["ts"] = now;
+  object["cal"] = calibrationObject(report);
   if (gGateVerified) object["gateVerified"] = *gGateVerified;
   if (gNativeFloor) object["nativeFloor"] = *gNativeFloor;
   addGuards(object, now);

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/files.h"
 #include "base/json_file.h"
 #include "base/log.h"
 #include "base/options.h"
@@ -65,7 +66,7 @@ constexpr std::array dataFolders = {"/Library/Application Support/Brisko", "/Lib
 std::optional<std::string> removeFolder(const std::string& path) {
   std::error_code error;
   if (!std::filesystem::exists(onVolume(path), error)) return std::nullopt;
-  std::filesystem::remove_all(onVolume(path), error);
+  removeTree(onVolume(path), error);
   if (!error) return std::nullopt;
   return path + ": " + error.message();
 }

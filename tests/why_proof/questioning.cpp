@@ -9,6 +9,8 @@
 
 #include "client/state_reader.h"
 #include "sim/generate/rng.h"
+#include "sim/generate/timeline.h"
+#include "sim/machine/charge_limit.h"
 #include "sim/machine/machine.h"
 #include "sim/process/log_lines.h"
 #include "sim/scenario/run_scenario.h"
@@ -24,16 +26,18 @@ using virtual_mac::Machine;
 
 constexpr std::uint64_t questionStream = 4;  // besides those of the scenario
 constexpr std::int64_t observationPeriod = 60;
-constexpr double statusIsCurrent = 30;  // seconds; the daemon writes it at least every 15 s
+constexpr std::int64_t keysClosedFrom = 27;  // version of macOS
+constexpr double statusIsCurrent = 30;       // seconds; the daemon writes it at least every 15 s
 
 // ---------------------------------------------------------------------------------------------------------
 // Events
 
 // What an action of the scenario is for an answer. Those that are not listed are faults.
 constexpr std::array settingsActions{"settings", "settings-file", "settings-replaced", "settings-removed"};
-constexpr std::array serviceActions{"start",       "unload",    "terminate",    "kill", "interrupt",
+constexpr std::array serviceActions{"start",       "terminate", "kill",         "interrupt",
                                     "app-deleted", "app-moved", "app-restored", "ask"};
 constexpr std::array restartActions{"shutdown", "boot", "power-loss", "macos"};
+constexpr const char* removalAction = "unload";
 constexpr std::array limitActions{"limit", "charge-to-full"};
 constexpr std::array workActions{"load", "ambient"};
 // The observations show what these do, or what becomes of them.
@@ -66,6 +70,7 @@ std::optional<EventKind> kindOf(const ScenarioJson& action) {
   if (name == "plug" && hasValue) return EventKind::adapter;
   if (name == "ask" && action.begin()->is_object()) return EventKind::settings;
   if (isOneOf(name, settingsActions)) return EventKind::settings;
+  if (name == removalAction) return EventKind::removal;
   if (isOneOf(name, serviceActions)) return EventKind::service;
   if (isOneOf(name, restartActions)) return EventKind::restart;
   if (isOneOf(name, limitActions)) return EventKind::macOSLimit;
@@ -74,10 +79,14 @@ std::optional<EventKind> kindOf(const ScenarioJson& action) {
   return EventKind::fault;
 }
 
+constexpr const char* startLine = "brisko-daemon started ";
+constexpr const char* staysLine = "the removal didn't happen";
+
 std::optional<EventKind> kindOfLine(const std::string& line) {
   if (line.find("Top Up dropped after ") != std::string::npos) return EventKind::expiry;
   if (line.find("calibration stopped: ") != std::string::npos) return EventKind::stall;
-  if (line.find("⚠️") != std::string::npos) return EventKind::warning;
+  const bool warns = line.find("⚠️") != std::string::npos || line.find(staysLine) != std::string::npos;
+  if (warns) return EventKind::warning;
   return std::nullopt;
 }
 
@@ -93,13 +102,34 @@ std::optional<double> temperatureIn(const std::string& line) {
 // ---------------------------------------------------------------------------------------------------------
 // The scenario, with a step for every moment of interest
 
-std::set<std::int64_t> questionMoments(std::uint64_t seed, const QuestioningOptions& options,
-                                       std::int64_t seconds) {
+std::set<std::int64_t> questionMoments(std::uint64_t seed, const QuestioningOptions& options) {
+  const std::int64_t seconds = options.days * lab::secondsOfDay;
   lab::Rng rng(seed, questionStream);
   std::set<std::int64_t> moments;
   for (std::int64_t count = options.days * options.questionsADay; count > 0; --count)
     moments.insert(rng.between(1, seconds - 1));
   return moments;
+}
+
+// At the end what answers name happens, so that no answer is pending only because its user never does that:
+// the Mac is woken, unplugged and plugged in, its service is loaded and started, the limit is switched on,
+// and macOS is replaced by one that opens the keys.
+void addEnding(GeneratedScenario& scenario) {
+  std::int64_t now = scenario.seconds;
+  const auto next = [&](std::int64_t after, const ScenarioJson& action) {
+    scenario.timedActions.push_back({now += after, action});
+  };
+  for (const char* wake : {"boot", "open-lid", "wake"}) next(20, wake);
+  next(300, "unplug");
+  next(600, "plug");
+  for (const char* start : {"app-restored", "load", "terminate"}) next(60, start);
+  next(600, lab::actionOf("settings", {{"enabled", true}}));
+  if (scenario.mac.at("macOS").get<std::int64_t>() >= keysClosedFrom) {
+    next(600, "shutdown");
+    next(60, lab::actionOf("macos", keysClosedFrom - 1));
+    next(60, "boot");
+  }
+  scenario.seconds = now + 900;
 }
 
 // Steps without an action: the lab pauses there, and nothing takes another course.
@@ -148,6 +178,8 @@ class Questioner {
                      .daemonRuns = askedMac().daemonRuns,
                      .awake = machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark,
                      .plugged = machine.adapter.present,
+                     .macOSPermits = machine.system.macOS < keysClosedFrom || hasLimit(machine),
+                     .starts = starts_,
                      .pct = machine.gauge.percent,
                      .publishedAt = machine.gauge.publishedAt,
                      .temperature = std::min(machine.battery.temperatureC, coolest_),
@@ -172,6 +204,7 @@ class Questioner {
     const auto& lines = simulation.stampedLog();
     for (; linesSeen_ < lines.size(); ++linesSeen_) {
       if (const auto kind = kindOfLine(lines[linesSeen_])) note(simulation.machine().now, *kind);
+      if (lines[linesSeen_].find(startLine) != std::string::npos) ++starts_;
       coolest_ = std::min(coolest_, temperatureIn(lines[linesSeen_]).value_or(hottest));
     }
   }
@@ -191,6 +224,7 @@ class Questioner {
   std::vector<std::string> arguments_;
   Questioning& result_;
   std::size_t linesSeen_ = 0;
+  std::int64_t starts_ = 0;   // of the daemon
   double coolest_ = hottest;  // that a summary contains since the latest observation
 };
 
@@ -203,7 +237,11 @@ void addActions(const std::vector<TimedAction>& actions, double begin, std::vect
                    [](const Event& left, const Event& right) { return left.at < right.at; });
 }
 
-void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
+// Among the actions before the first start are those that only say what the nights of this Mac are like.
+void noteFaultsInEffect(const std::vector<ScenarioJson>& before, Questioning& questioning) {
+  const bool fromTheBeginning = std::any_of(before.begin(), before.end(), [](const ScenarioJson& action) {
+    return kindOf(action) == EventKind::fault;
+  });
   for (Question& question : questioning.questions) {
     question.faultIsInEffect =
         fromTheBeginning ||
@@ -216,9 +254,11 @@ void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
 }  // namespace
 
 Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) {
-  GeneratedScenario generated = lab::generateScenario(seed, options.days, options.faults);
+  // After the last question the scenario continues for a day.
+  GeneratedScenario generated = lab::generateScenario(seed, options.days + 1, options.faults);
+  addEnding(generated);
   const std::vector<TimedAction> actions = generated.timedActions;
-  const auto moments = questionMoments(seed, options, generated.seconds);
+  const auto moments = questionMoments(seed, options);
   addPauses(moments, generated);
 
   lab::Diagnostics diagnostics("the generated scenario");
@@ -232,7 +272,7 @@ Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) 
   if (!outcome.failures.empty()) result.failure = outcome.failures.front();
 
   addActions(actions, result.begin, result.events);
-  noteFaultsInEffect(!generated.before.empty(), result);
+  noteFaultsInEffect(generated.before, result);
   return result;
 }
 

@@ -189,13 +189,17 @@ TEST_F(LabProgram, keepsTheFilesOfTheMac) {
 
 TEST_F(LabProgram, writesATraceOfTheLogTheFilesAndTheJournal) {
   const std::string file = folder.path("a.txt");
-  EXPECT_EQ(run("run --trace " + file + " " + folder.path("good.json")).status, 0);
+  const std::string held = folder.path("held.json");
+  test::put(held, R"({"description": "It holds.", "mac": {"percent": 90},
+                      "timeline": [{"at": "+2 min", "see": {"state": "hold"}}]})");
+  EXPECT_EQ(run("run --trace " + file + " " + held).status, 0);
   const std::string trace = test::contents(file);
   EXPECT_THAT(trace, StartsWith("=== log\n"));
   EXPECT_THAT(trace, HasSubstr("brisko-daemon started"));
-  EXPECT_THAT(trace, ContainsRegex("=== /Library/Application Support/Brisko/status.json\n\\{.*\"pct\":70"));
-  EXPECT_THAT(trace.substr(trace.find("=== journal\n")), ContainsRegex("\n[0-9]+\\.[0-9]{3} CHTE=0"));
-  EXPECT_EQ(run("run --trace " + folder.path("none/a.txt") + " " + folder.path("good.json")).status, 2);
+  EXPECT_THAT(trace, ContainsRegex("=== /Library/Application Support/Brisko/status.json\n\\{.*\"pct\":90"));
+  EXPECT_THAT(trace.substr(trace.find("=== journal\n")),
+              ContainsRegex("\n[0-9]+\\.[0-9]{3} CHTE=01000000\n"));
+  EXPECT_EQ(run("run --trace " + folder.path("none/a.txt") + " " + held).status, 2);
 }
 
 TEST_F(LabProgram, drawsTheSameEachTime) {

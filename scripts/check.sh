@@ -31,7 +31,7 @@ brisko-control-tests     brisko-control-tests/
 brisko-process-tests     brisko-process-tests/
 brisko-client-tests      brisko-client-tests/
 brisko-exchange-tests    brisko-exchange-tests/
-brisko-lab               scenario(-log)?/
+brisko-lab               scenario(-log|-digest)?/
 brisko-tidy-tests        brisko-tidy-tests/
 '
 passed=$build/passed

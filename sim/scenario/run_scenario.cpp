@@ -66,7 +66,10 @@ class ScenarioRun {
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
     outcome_.wholeLog = simulation_.stampedLog();
-    if (options_.atEnd) options_.atEnd(simulation_.root());
+    if (options_.atEnd) {
+      simulation_.checkpointAtBegin();
+      options_.atEnd(simulation_);
+    }
     return std::move(outcome_);
   }
 

@@ -34,8 +34,8 @@ struct RunOptions {
   Recording* recording = nullptr;  // where the run is recorded
   ShouldContinue shouldContinue = {};
   std::function<void(const sim::Simulation&)> afterStep = {};  // may look, and changes nothing
-  // Called at the end with the folder of the Mac's volume, which is removed afterwards.
-  std::function<void(const std::string& volume)> atEnd = {};
+  // Called at the end, with the checkpoint at the beginning. The volume is removed afterwards.
+  std::function<void(const sim::Simulation&)> atEnd = {};
 };
 
 [[nodiscard]] Outcome runScenario(const Scenario& scenario, const Diagnostics& file,

@@ -8,26 +8,17 @@
 #include <string>
 #include <thread>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "client/live_brisko.h"
+#include "support/testing.h"
 
 namespace brisko::bad_input_test {
 namespace {
 
+using namespace test;
 using nlohmann::json;
-using test::countOf;
-using test::eventually;
-using test::expectRefused;
-using test::Finished;
-using test::LiveBrisko;
-using test::said;
-using test::Words;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 // ---------------------------------------------------------------------------------------------------------
 // The settings file

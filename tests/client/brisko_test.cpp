@@ -7,27 +7,18 @@
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "client/live_brisko.h"
 #include "client/service.h"
 #include "support/record_schemas.h"
+#include "support/testing.h"
 
 namespace brisko::brisko_test {
 namespace {
 
+using namespace test;
 using nlohmann::json;
-using test::eventually;
-using test::expectRefused;
-using test::Finished;
-using test::LiveBrisko;
-using test::said;
-using test::Words;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
 
 // The one object that a command printed, validated against its schema.
 json answered(const Finished& finished, const std::string& kind, int status = 0) {

@@ -1,36 +1,23 @@
 #include "client/history_plot.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "report/drawn_moments.h"
+#include "support/testing.h"
 
 namespace brisko::client::history_plot_test {
 namespace {
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using namespace test;
 
-constexpr double midnight = 1772323200;  // 2026-03-01T00:00:00Z
-
-class HistoryPlot : public ::testing::Test {
+class HistoryPlot : public lab::InUtc {
  protected:
-  HistoryPlot() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
-  }
   void add(double hours, double level, bool afterGap = false) {
-    lab::Moment sample;
-    sample.time = midnight + hours * 3600;
-    sample.level = level;
-    sample.afterGap = afterGap;
-    samples.push_back(sample);
+    samples.push_back(momentAt(midnight + hours * 3600, level));
+    samples.back().afterGap = afterGap;
   }
   [[nodiscard]] std::vector<std::string> lines(std::size_t width, bool unicode) const {
     std::istringstream text(plotText(samples, {.unicode = unicode, .width = width}));

@@ -3,13 +3,11 @@
 #include "report/chart.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 #include <map>
 #include <regex>
 
+#include "report/drawn_moments.h"
 #include "report/xml.h"
-#include "sim/scenario/timing.h"
 #include "support/testing.h"
 
 namespace brisko::lab::chart_test {
@@ -17,20 +15,8 @@ namespace {
 
 using namespace test;
 
-class ChartTest : public ::testing::Test {
+class ChartTest : public DrawnScenario {
  protected:
-  ChartTest() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
-  }
-
-  Moment& add(double minute, double level) {
-    Moment moment;
-    moment.time = begin + minute * 60;
-    moment.level = level;
-    picture.moments.push_back(moment);
-    return picture.moments.back();
-  }
   [[nodiscard]] std::vector<std::string> at(const std::string& xpath) const {
     const auto texts = textsAt(drawChart(picture, Frame::alone).svg, xpath);
     EXPECT_TRUE(texts) << "no XML";
@@ -41,9 +27,6 @@ class ChartTest : public ::testing::Test {
     const auto steps = at("//s:path[@class='" + style + "']/@d");
     return steps.empty() ? "" : steps.front();
   }
-
-  const double begin = parseDate("2026-03-01 08:00").value_or(0);
-  Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
 TEST_F(ChartTest, isAStandaloneDocument) {

@@ -3,9 +3,8 @@
 #include "report/day_chart.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 
+#include "report/drawn_moments.h"
 #include "report/xml.h"
 #include "support/testing.h"
 
@@ -14,14 +13,11 @@ namespace {
 
 using namespace test;
 
-constexpr double midnight = 1772323200;  // 2026-03-01T00:00:00Z
 constexpr double day = 86400;
 
-class DayChart : public ::testing::Test {
+class DayChart : public InUtc {
  protected:
   DayChart() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
     for (int count = 0; count < 20; ++count) {
       DaySummary each{.begin = midnight + count * day, .end = midnight + (count + 1) * day};
       each.date = dateOf(each.begin);

@@ -2,10 +2,9 @@
 
 #include "report/history_page.h"
 
-#include <cstdlib>
-#include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "report/drawn_moments.h"
 #include "report/xml.h"
 #include "support/testing.h"
 
@@ -14,19 +13,15 @@ namespace {
 
 using namespace test;
 
-constexpr double midnight = 1772323200;  // 2026-03-01T00:00:00Z
-
 std::size_t countOf(const std::string& text, const std::string& what) {
   std::size_t count = 0;
   for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
   return count;
 }
 
-class HistoryPage : public ::testing::Test {
+class HistoryPage : public InUtc {
  protected:
   HistoryPage() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
     picture.title = "Charge from 1 March 2026";
     picture.facts = "some samples";
     days(7);
@@ -34,14 +29,8 @@ class HistoryPage : public ::testing::Test {
   // A sample each hour.
   void days(int count) {
     picture.moments.clear();
-    for (int hour = 0; hour < count * 24; ++hour) {
-      Moment moment;
-      moment.time = midnight + hour * 3600;
-      moment.level = 50 + hour % 40;
-      moment.state = ChargeState::hold;
-      moment.supply = Supply::connected;
-      picture.moments.push_back(moment);
-    }
+    for (int hour = 0; hour < count * 24; ++hour)
+      picture.moments.push_back(heldAt(midnight + hour * 3600, 50 + hour % 40));
     summary = summariseHistory(picture.moments);
   }
   [[nodiscard]] HistoryView view() const { return {.picture = picture, .summary = summary}; }

@@ -1,9 +1,8 @@
 #include "report/history_summary.h"
 
-#include <cstdlib>
-#include <ctime>
 #include <numeric>
 
+#include "report/drawn_moments.h"
 #include "support/testing.h"
 
 namespace brisko::lab::history_summary_test {
@@ -11,22 +10,12 @@ namespace {
 
 using namespace test;
 
-constexpr double midnight = 1772323200;  // 2026-03-01T00:00:00Z
 constexpr double hour = 3600;
 
-class HistorySummaryTest : public ::testing::Test {
+class HistorySummaryTest : public InUtc {
  protected:
-  HistorySummaryTest() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
-  }
   Moment& add(double hours, double level) {
-    Moment moment;
-    moment.time = midnight + hours * hour;
-    moment.level = level;
-    moment.state = ChargeState::hold;
-    moment.supply = Supply::connected;
-    moments.push_back(moment);
+    moments.push_back(heldAt(midnight + hours * hour, level));
     return moments.back();
   }
   [[nodiscard]] HistorySummary summary() const { return summariseHistory(moments); }

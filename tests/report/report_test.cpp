@@ -2,11 +2,9 @@
 
 #include "report/report.h"
 
-#include <cstdlib>
-#include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "sim/scenario/timing.h"
+#include "report/drawn_moments.h"
 #include "support/testing.h"
 
 namespace brisko::lab::report_test {
@@ -27,29 +25,17 @@ std::size_t countOf(const std::string& text, const std::string& what) {
   return count;
 }
 
-class Report : public ::testing::Test {
+class Report : public DrawnScenario {
  protected:
   Report() {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
     add(0, 70);
     add(60, 80);
-  }
-  Moment& add(double minute, double level) {
-    Moment moment;
-    moment.time = begin + minute * 60;
-    moment.level = level;
-    picture.moments.push_back(moment);
-    return picture.moments.back();
   }
   [[nodiscard]] std::string page() const { return reportPage(picture); }
   [[nodiscard]] nlohmann::json data() const {
     return nlohmann::json::parse(
         between(page(), "<script id=\"data\" type=\"application/json\">", "</script>"), nullptr, false);
   }
-
-  const double begin = parseDate("2026-03-01 08:00").value_or(0);
-  Picture picture{.title = "A scenario", .facts = "MacBook Air 13, macOS 26"};
 };
 
 TEST_F(Report, isSelfContained) {

@@ -27,10 +27,11 @@ using OfMac = std::function<bool(const Observation&)>;
 using OfStatus = std::function<bool(const DaemonStatus&)>;
 
 struct Claim {
-  OfMac comesTrue;         // what was named
-  OfStatus endsOtherwise;  // the state that was described is over
-  OfStatus follows;        // what must be the case after it came true
-  std::uint32_t voidedBy;  // events, as bits, which make the answer obsolete
+  OfMac comesTrue;           // what was named
+  OfStatus endsOtherwise;    // the state that was described is over
+  OfStatus follows;          // what must be the case after it came true
+  std::uint32_t voidedBy;    // events, as bits, which make the answer obsolete
+  bool canBeUndone = false;  // before the daemon has seen that it came true
 };
 
 constexpr std::uint32_t bit(EventKind kind) { return 1U << static_cast<unsigned>(kind); }
@@ -42,7 +43,7 @@ constexpr std::uint32_t setOf(std::initializer_list<EventKind> kinds) {
 }
 
 constexpr std::uint32_t interference =
-    setOf({EventKind::service, EventKind::restart, EventKind::fault, EventKind::warning});
+    setOf({EventKind::service, EventKind::removal, EventKind::restart, EventKind::fault, EventKind::warning});
 constexpr std::uint32_t decisions =
     interference | setOf({EventKind::settings, EventKind::macOSLimit, EventKind::expiry});
 
@@ -174,6 +175,13 @@ Claim soakUntil(double moment) {
   return claim;
 }
 
+// At full charge the soak is counted again; it is not over.
+Claim soakUntilFull() {
+  Claim claim = phaseUntil(CalPhase::soak, atLeast(100));
+  claim.follows = anyStatus;
+  return claim;
+}
+
 Claim fullOnceUntil(const client::Until& until) {
   const auto isOver = [](const DaemonStatus& status) { return !status.topUp; };
   if (until.kind == UntilKind::percent) {
@@ -191,7 +199,7 @@ Claim fullOnceUntil(const client::Until& until) {
   return {.comesTrue = isUnplugged, .endsOtherwise = isOver, .follows = isOver, .voidedBy = decisions};
 }
 
-// While nothing reports: something does again.
+// While nothing reports.
 Claim silentUntil(OfMac comesTrue) {
   return {.comesTrue = std::move(comesTrue),
           .endsOtherwise = noStatus,
@@ -199,8 +207,53 @@ Claim silentUntil(OfMac comesTrue) {
           .voidedBy = bit(EventKind::restart)};
 }
 
-// Something that only an event from outside ends.
-Claim outsideUntil(OfMac comesTrue) {
+// The next start ends the silence, also that by a restart of the Mac, and nothing else does.
+Claim silentUntilStarted(const Observation& first) {
+  return {.comesTrue = [starts = first.starts](
+                           const Observation& seen) { return seen.starts > starts && reports(seen); },
+          .endsOtherwise = anyStatus,
+          .follows = anyStatus,
+          .voidedBy = bit(EventKind::removal)};
+}
+
+// If the service stays, the daemon logs a warning, or it is started again.
+Claim silentUntilRemoved() {
+  Claim claim = silentUntil([](const Observation& seen) { return !seen.serviceIsLoaded; });
+  claim.voidedBy |= bit(EventKind::warning);
+  return claim;
+}
+
+// Something that only an event from outside ends, and no restart.
+Claim outsideUntil(OfMac comesTrue, OfStatus endsOtherwise, OfStatus follows) {
+  return {.comesTrue = std::move(comesTrue),
+          .endsOtherwise = std::move(endsOtherwise),
+          .follows = std::move(follows),
+          .voidedBy = bit(EventKind::fault)};
+}
+
+Claim unpluggedUntilPluggedIn() {
+  const auto isSeen = [](const DaemonStatus& status) { return status.plugged; };
+  Claim claim = outsideUntil(isPlugged, isSeen, isSeen);
+  claim.canBeUndone = true;
+  return claim;
+}
+
+Claim keysClosedUntilUpdated() {
+  const auto hasControl = [](const DaemonStatus& status) { return status.chargeMode != "none"; };
+  return outsideUntil([](const Observation& seen) { return seen.macOSPermits; }, hasControl, hasControl);
+}
+
+Claim offUntilSwitchedOn() {
+  return outsideUntil([](const Observation& seen) { return seen.status && seen.status->enabled; },
+                      [](const DaemonStatus& status) {
+                        return status.calibration.phase == CalPhase::idle &&
+                               status.state != ChargeState::allow;
+                      },
+                      anyStatus);
+}
+
+// Something that ends when the adapter comes or goes, or at a moment.
+Claim waitsUntil(OfMac comesTrue) {
   return {.comesTrue = std::move(comesTrue),
           .endsOtherwise = noStatus,
           .follows = anyStatus,
@@ -219,33 +272,35 @@ Claim noCurrentUntil(const client::Until& until) {
 }
 
 Claim calibrationClaim(CalPhase phase, const client::Until& until) {
-  if (until.event == "pluggedIn") return outsideUntil(isPlugged);
-  if (until.event == "full") return phaseUntil(phase, atLeast(100));
+  if (until.event == "pluggedIn") return waitsUntil(isPlugged);
+  if (until.event == "full") return soakUntilFull();
   if (until.kind == UntilKind::time) return soakUntil(until.value);
   const bool rises = phase == CalPhase::fill || phase == CalPhase::refill;
   return phaseUntil(phase, rises ? atLeast(until.value) : atMost(until.value));
 }
 
-Claim claimOf(const client::Answer& answer, const client::Until& until) {
+// `first`: what was observed at the answer.
+Claim claimOf(const client::Answer& answer, const client::Until& until, const Observation& first) {
   switch (answer.reason) {
     case Reason::notInstalled:
       return silentUntil([](const Observation& seen) { return seen.serviceIsLoaded; });
     case Reason::starting:
+      return silentUntil(reports);
     case Reason::notRunning:
     case Reason::purged:
     case Reason::dormant:
+      return silentUntilStarted(first);
     case Reason::released:
-      return silentUntil([](const Observation& seen) { return reports(seen) || !seen.serviceIsLoaded; });
+      return silentUntilRemoved();
     case Reason::clockSetBack:
       return silentUntil(wallClockReaches(until.value));
     case Reason::keysClosed:
-      return outsideUntil(
-          [](const Observation& seen) { return seen.status && seen.status->chargeMode != "none"; });
+      return keysClosedUntilUpdated();
     case Reason::disobeyed:
-      return outsideUntil(
+      return waitsUntil(
           [](const Observation& seen) { return seen.status && seen.status->gateVerified == true; });
     case Reason::off:
-      return outsideUntil([](const Observation& seen) { return seen.status && seen.status->enabled; });
+      return offUntilSwitchedOn();
     case Reason::hot:
       return hotDownTo(until.value);
     case Reason::calibrationFill:
@@ -259,12 +314,12 @@ Claim claimOf(const client::Answer& answer, const client::Until& until) {
     case Reason::calibrationRestore:
       return calibrationClaim(CalPhase::restore, until);
     case Reason::unplugged:
-      return outsideUntil(isPlugged);
+      return unpluggedUntilPluggedIn();
     case Reason::calibrationDrainWaits:
     case Reason::dischargeUnseen:
-      return outsideUntil(isUnplugged);
+      return waitsUntil(isUnplugged);
     case Reason::fullByMacOS:
-      return outsideUntil(wallClockReaches(until.value));
+      return waitsUntil(wallClockReaches(until.value));
     case Reason::fullOnce:
       return fullOnceUntil(until);
     case Reason::discharging:
@@ -313,7 +368,7 @@ class Judging {
  public:
   Judging(const Question& question, std::span<const Observation> after, std::span<const Event> events)
       : question_(question),
-        claim_(claimOf(question.answer, *question.answer.until)),
+        claim_(claimOf(question.answer, *question.answer.until, after.front())),
         after_(after),
         events_(events),
         voided_(firstOf(claim_.voidedBy, events, question.at - notSeenYet, never)) {}
@@ -358,6 +413,7 @@ class Judging {
     double reactsSince = never;
     for (const Observation& seen : after_.subspan(index)) {
       if (voided_ != nullptr && voided_->at <= seen.at) return kept;
+      if (claim_.canBeUndone && !claim_.comesTrue(seen)) return kept;
       if (!seen.awake || !seen.status) {
         reactsSince = never;
         continue;
@@ -393,6 +449,7 @@ class Judging {
 const char* textOf(EventKind kind) {
   constexpr std::array<const char*, eventKinds> texts{"the settings were changed",
                                                       "the daemon was ended or removed",
+                                                      "the service was removed",
                                                       "the Mac was restarted",
                                                       "macOS's own limit was changed",
                                                       "a fault",
@@ -407,7 +464,8 @@ const char* textOf(EventKind kind) {
 }
 
 Verdict judge(const Question& question, std::span<const Observation> after, std::span<const Event> events) {
-  if (!question.answer.until) return {.outcome = Outcome::notJudged, .reason = "it names nothing"};
+  if (!question.answer.until || after.empty())
+    return {.outcome = Outcome::notJudged, .reason = "it names nothing"};
   return Judging(question, after, events).verdict();
 }
 

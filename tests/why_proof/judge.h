@@ -26,18 +26,21 @@ struct Observation {
   double clockOffset = 0;  // of the wall clock
   bool serviceIsLoaded = true;
   bool daemonRuns = true;
-  bool awake = true;       // fully
-  bool plugged = false;    // an adapter is connected
-  std::int64_t pct = 0;    // as macOS shows it …
-  double publishedAt = 0;  // … and the machine time at which it published that
-  double temperature = 0;  // of the battery, °C: the lowest since the observation before
-  double currentMA = 0;    // into the battery
+  bool awake = true;         // fully
+  bool plugged = false;      // an adapter is connected
+  bool macOSPermits = true;  // it leaves the keys open, or has a limit of its own
+  std::int64_t starts = 0;   // of the daemon until then, by its log
+  std::int64_t pct = 0;      // as macOS shows it …
+  double publishedAt = 0;    // … and the machine time at which it published that
+  double temperature = 0;    // of the battery, °C: the lowest since the observation before
+  double currentMA = 0;      // into the battery
   std::optional<client::DaemonStatus> status = {};  // none unless it is current
 };
 
 enum class EventKind : std::uint8_t {
   settings,    // somebody changed them, or their file
   service,     // the daemon was ended, removed, asked to restart …
+  removal,     // it was removed
   restart,     // of the Mac
   macOSLimit,  // its slider, or a full charge asked for in the Battery menu
   fault,
@@ -49,7 +52,7 @@ enum class EventKind : std::uint8_t {
   sleep,    // the Mac fell asleep or woke up
   work,     // the load or the surroundings changed
 };
-inline constexpr std::size_t eventKinds = 12;
+inline constexpr std::size_t eventKinds = 13;
 [[nodiscard]] const char* textOf(EventKind kind);
 
 struct Event {

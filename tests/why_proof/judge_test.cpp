@@ -33,6 +33,20 @@ class Sequence {
     }
     return *this;
   }
+  // Minutes in which the daemon reports nothing.
+  Sequence& silence(int minutes) {
+    then(minutes, 50, ChargeState::allow);
+    for (std::size_t index = observations_.size() - static_cast<std::size_t>(minutes);
+         index < observations_.size(); ++index)
+      observations_[index].status.reset();
+    return *this;
+  }
+  // Of the latest minutes.
+  template <typename Change>
+  Sequence& with(int minutes, Change change) {
+    for (auto seen = observations_.end() - minutes; seen != observations_.end(); ++seen) change(*seen);
+    return *this;
+  }
   // Of the latest minute.
   Observation& last() { return observations_.back(); }
   Sequence& event(EventKind kind) {
@@ -165,6 +179,90 @@ TEST(WhyJudge, expectsAFullChargeToEndAtTheMomentThatWasNamed) {
   EXPECT_EQ(topUp(20), Outcome::broken);
 }
 
+Sequence unplugged() { return {Reason::unplugged, event("pluggedIn")}; }
+
+TEST(WhyJudge, expectsAMacToRunOnItsBatteryUntilItIsPluggedIn) {
+  // Whatever happens to the daemon in between.
+  for (const EventKind kind : {EventKind::settings, EventKind::service, EventKind::restart}) {
+    EXPECT_EQ(unplugged()
+                  .then(5, 70, allow, false)
+                  .event(kind)
+                  .then(5, 70, allow, false)
+                  .then(2, 70, allow)
+                  .outcome(),
+              Outcome::kept)
+        << textOf(kind);
+  }
+  EXPECT_EQ(unplugged().then(5, 70, allow, false).verdict().reason, "the scenario ended first");
+}
+
+TEST(WhyJudge, breaksAnAnswerWhenTheDaemonDoesNotSeeTheAdapterAsItIs) {
+  const auto seesPlugged = [](bool sees) {
+    return [sees](Observation& seen) { seen.status->plugged = sees; };
+  };
+  EXPECT_EQ(unplugged().then(5, 70, allow, false).with(2, seesPlugged(true)).outcome(), Outcome::broken);
+  // Unplugged again before the daemon had to see it.
+  EXPECT_EQ(unplugged()
+                .then(5, 70, allow, false)
+                .then(2, 70, allow)
+                .with(2, seesPlugged(false))
+                .then(5, 70, allow, false)
+                .outcome(),
+            Outcome::kept);
+  EXPECT_EQ(unplugged().then(5, 70, allow, false).then(5, 70, allow).with(5, seesPlugged(false)).outcome(),
+            Outcome::broken);
+}
+
+TEST(WhyJudge, expectsASilentDaemonToReportAfterItsNextStartAlone) {
+  const auto silent = [] { return Sequence(Reason::dormant, event("restarted")).silence(5); };
+  const auto starts = [](Observation& seen) { seen.starts = 1; };
+  EXPECT_EQ(silent().event(EventKind::restart).then(2, 70, hold).with(2, starts).outcome(), Outcome::kept);
+  EXPECT_EQ(silent().then(2, 70, hold).outcome(), Outcome::broken);
+  EXPECT_EQ(silent().silence(5).with(5, starts).verdict().reason, "the scenario ended first");
+  EXPECT_EQ(silent().event(EventKind::removal).silence(1).then(2, 70, hold).with(2, starts).verdict().reason,
+            "the service was removed");
+}
+
+TEST(WhyJudge, expectsAReleasedServiceToBeRemoved) {
+  const auto released = [] { return Sequence(Reason::released, event("removed")).silence(1); };
+  const auto removed = [](Observation& seen) { seen.serviceIsLoaded = false; };
+  EXPECT_EQ(released().silence(1).with(1, removed).outcome(), Outcome::kept);
+  EXPECT_EQ(released().event(EventKind::warning).then(2, 70, hold).verdict().reason, "a warning in the log");
+  EXPECT_EQ(released().then(2, 70, hold).outcome(), Outcome::notJudged);
+}
+
+TEST(WhyJudge, expectsControlWhenMacOSPermitsItAndNotBefore) {
+  const auto mode = [](bool permits, const char* text) {
+    return [permits, text](Observation& seen) {
+      seen.macOSPermits = permits;
+      seen.status->chargeMode = text;
+    };
+  };
+  const auto after = [&](bool permits, const char* text) {
+    return Sequence(Reason::keysClosed, event("macOSUpdated"))
+        .then(5, 70, allow)
+        .with(5, mode(false, "none"))
+        .event(EventKind::restart)
+        .then(5, 70, allow)
+        .with(5, mode(permits, text))
+        .outcome();
+  };
+  EXPECT_EQ(after(true, "CHTE"), Outcome::kept);
+  EXPECT_EQ(after(true, "none"), Outcome::broken);
+  EXPECT_EQ(after(false, "CHTE"), Outcome::broken);
+  EXPECT_EQ(after(false, "none"), Outcome::notJudged);
+}
+
+TEST(WhyJudge, expectsNothingToBeStoppedUntilTheLimitIsSwitchedOn) {
+  const auto enabled = [](bool is) { return [is](Observation& seen) { seen.status->enabled = is; }; };
+  const auto off = [&] {
+    return Sequence(Reason::off, event("switchedOn")).then(5, 90, allow).with(5, enabled(false));
+  };
+  EXPECT_EQ(off().event(EventKind::restart).then(2, 90, hold).with(2, enabled(true)).outcome(),
+            Outcome::kept);
+  EXPECT_EQ(off().then(2, 90, hold).with(2, enabled(false)).outcome(), Outcome::broken);
+}
+
 TEST(WhyJudge, followsAPhaseOfACalibration) {
   const auto drain = [](std::int64_t endsAt) {
     Sequence sequence(Reason::calibrationDrain, percent(15));
@@ -175,6 +273,22 @@ TEST(WhyJudge, followsAPhaseOfACalibration) {
   };
   EXPECT_EQ(drain(15), Outcome::kept);
   EXPECT_EQ(drain(16), Outcome::broken);
+}
+
+TEST(WhyJudge, expectsASoakToBeCountedAgainAtFullChargeAndNotToEndThere) {
+  const auto soak = [](std::int64_t pct, CalPhase phase) {
+    Sequence sequence(Reason::calibrationSoak, event("full"));
+    const auto in = [](CalPhase which) {
+      return [which](Observation& seen) { seen.status->calibration.phase = which; };
+    };
+    return sequence.then(5, 99, allow)
+        .with(5, in(CalPhase::soak))
+        .then(5, pct, allow)
+        .with(5, in(phase))
+        .outcome();
+  };
+  EXPECT_EQ(soak(100, CalPhase::soak), Outcome::kept);
+  EXPECT_EQ(soak(99, CalPhase::restore), Outcome::broken);
 }
 
 }  // namespace

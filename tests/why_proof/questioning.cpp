@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "client/state_reader.h"
+#include "sim/generate/timeline.h"
+#include "sim/machine/charge_limit.h"
 #include "sim/machine/machine.h"
 #include "sim/process/log_lines.h"
 #include "why_proof/asked_mac.h"
@@ -20,16 +22,18 @@ using lab::TimedAction;
 using virtual_mac::Machine;
 
 constexpr std::int64_t observationPeriod = 60;
-constexpr double statusIsCurrent = 30;  // seconds; the daemon writes it at least every 15 s
+constexpr std::int64_t keysClosedFrom = 27;  // version of macOS
+constexpr double statusIsCurrent = 30;       // seconds; the daemon writes it at least every 15 s
 
 // ---------------------------------------------------------------------------------------------------------
 // Events
 
 // What an action of the scenario is for an answer. Those that are not listed are faults.
 constexpr std::array settingsActions{"settings", "settings-file", "settings-replaced", "settings-removed"};
-constexpr std::array serviceActions{"start",       "unload",    "terminate",    "kill", "interrupt",
+constexpr std::array serviceActions{"start",       "terminate", "kill",         "interrupt",
                                     "app-deleted", "app-moved", "app-restored", "ask"};
 constexpr std::array restartActions{"shutdown", "boot", "power-loss", "macos"};
+constexpr const char* removalAction = "unload";
 constexpr std::array limitActions{"limit", "charge-to-full"};
 constexpr std::array workActions{"load", "ambient"};
 // The observations show what these do, or what becomes of them.
@@ -62,6 +66,7 @@ std::optional<EventKind> kindOf(const ScenarioJson& action) {
   if (name == "plug" && hasValue) return EventKind::adapter;
   if (name == "ask" && action.begin()->is_object()) return EventKind::settings;
   if (isOneOf(name, settingsActions)) return EventKind::settings;
+  if (name == removalAction) return EventKind::removal;
   if (isOneOf(name, serviceActions)) return EventKind::service;
   if (isOneOf(name, restartActions)) return EventKind::restart;
   if (isOneOf(name, limitActions)) return EventKind::macOSLimit;
@@ -70,10 +75,14 @@ std::optional<EventKind> kindOf(const ScenarioJson& action) {
   return EventKind::fault;
 }
 
+constexpr const char* startLine = "brisko-daemon started ";
+constexpr const char* staysLine = "the removal didn't happen";
+
 std::optional<EventKind> kindOfLine(const std::string& line) {
   if (line.find("Top Up dropped after ") != std::string::npos) return EventKind::expiry;
   if (line.find("calibration stopped: ") != std::string::npos) return EventKind::stall;
-  if (line.find("⚠️") != std::string::npos) return EventKind::warning;
+  const bool warns = line.find("⚠️") != std::string::npos || line.find(staysLine) != std::string::npos;
+  if (warns) return EventKind::warning;
   return std::nullopt;
 }
 
@@ -84,6 +93,30 @@ std::optional<double> temperatureIn(const std::string& line) {
   if (end == std::string::npos) return std::nullopt;
   const std::size_t begin = line.rfind(' ', end);
   return std::strtod(line.c_str() + begin, nullptr);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The ending of the scenario
+
+// At the end what answers name happens, so that no answer is pending only because its user never does that:
+// the Mac is woken, unplugged and plugged in, its service is loaded and started, the limit is switched on,
+// and macOS is replaced by one that opens the keys.
+void addEnding(GeneratedScenario& scenario) {
+  std::int64_t now = scenario.seconds;
+  const auto next = [&](std::int64_t after, const ScenarioJson& action) {
+    scenario.timedActions.push_back({now += after, action});
+  };
+  for (const char* wake : {"boot", "open-lid", "wake"}) next(20, wake);
+  next(300, "unplug");
+  next(600, "plug");
+  for (const char* start : {"app-restored", "load", "terminate"}) next(60, start);
+  next(600, lab::actionOf("settings", {{"enabled", true}}));
+  if (scenario.mac.at("macOS").get<std::int64_t>() >= keysClosedFrom) {
+    next(600, "shutdown");
+    next(60, lab::actionOf("macos", keysClosedFrom - 1));
+    next(60, "boot");
+  }
+  scenario.seconds = now + 900;
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -112,6 +145,8 @@ class Questioner {
                      .daemonRuns = askedMac().daemonRuns,
                      .awake = isFullyAwake(machine),
                      .plugged = machine.adapter.present,
+                     .macOSPermits = machine.system.macOS < keysClosedFrom || hasLimit(machine),
+                     .starts = starts_,
                      .pct = machine.gauge.percent,
                      .publishedAt = machine.gauge.publishedAt,
                      .temperature = std::min(machine.battery.temperatureC, coolest_),
@@ -136,6 +171,7 @@ class Questioner {
     const auto& lines = simulation.stampedLog();
     for (; linesSeen_ < lines.size(); ++linesSeen_) {
       if (const auto kind = kindOfLine(lines[linesSeen_])) note(simulation.machine().now, *kind);
+      if (lines[linesSeen_].find(startLine) != std::string::npos) ++starts_;
       coolest_ = std::min(coolest_, temperatureIn(lines[linesSeen_]).value_or(hottest));
     }
   }
@@ -154,6 +190,7 @@ class Questioner {
   std::set<std::int64_t> moments_;  // seconds since the beginning
   Questioning& result_;
   std::size_t linesSeen_ = 0;
+  std::int64_t starts_ = 0;   // of the daemon
   double coolest_ = hottest;  // that a summary contains since the latest observation
 };
 
@@ -166,7 +203,11 @@ void addActions(const std::vector<TimedAction>& actions, double begin, std::vect
                    [](const Event& left, const Event& right) { return left.at < right.at; });
 }
 
-void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
+// Among the actions before the first start are those that only say what the nights of this Mac are like.
+void noteFaultsInEffect(const std::vector<ScenarioJson>& before, Questioning& questioning) {
+  const bool fromTheBeginning = std::any_of(before.begin(), before.end(), [](const ScenarioJson& action) {
+    return kindOf(action) == EventKind::fault;
+  });
   for (Question& question : questioning.questions) {
     question.faultIsInEffect =
         fromTheBeginning ||
@@ -179,7 +220,10 @@ void noteFaultsInEffect(bool fromTheBeginning, Questioning& questioning) {
 }  // namespace
 
 Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) {
-  const AskedScenario scenario = askedScenario(seed, options.days, options.questionsADay, options.faults);
+  AskedScenario scenario = askedScenario(seed, options.days, options.questionsADay, options.faults);
+  // After the last question the scenario continues for a day.
+  scenario.generated = lab::generateScenario(seed, options.days + 1, options.faults);
+  addEnding(scenario.generated);
   Questioning result;
   Questioner questioner(scenario.questionMoments, result);
   result.failure = play(
@@ -188,7 +232,7 @@ Questioning questionSeed(std::uint64_t seed, const QuestioningOptions& options) 
                        .failure;
 
   addActions(scenario.generated.timedActions, result.begin, result.events);
-  noteFaultsInEffect(!scenario.generated.before.empty(), result);
+  noteFaultsInEffect(scenario.generated.before, result);
   return result;
 }
 

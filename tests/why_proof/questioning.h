@@ -1,6 +1,6 @@
 // tests/why_proof/questioning.h
 // Runs the generated scenario of a seed and asks brisko why at random moments, of the virtual Mac's own
-// files.
+// files. After the days of the questions it runs on, so that the last answers can be judged too.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@
 namespace brisko::proof {
 
 struct QuestioningOptions {
-  std::int64_t days = 4;
+  std::int64_t days = 4;  // in which questions are asked
   std::int64_t questionsADay = 40;
   lab::Faults faults = lab::Faults::none;
 };

@@ -32,6 +32,23 @@ std::string row(const std::string& name, const std::string& answers, const std::
   return text;
 }
 
+// "atLimit 95, charging 75", the most frequent first.
+std::string listOf(const std::map<std::string, std::size_t>& counts) {
+  std::vector<std::pair<std::size_t, std::string>> sorted;
+  for (const auto& [code, count] : counts) sorted.emplace_back(count, code);
+  std::sort(sorted.rbegin(), sorted.rend());
+  std::string text;
+  for (const auto& [count, code] : sorted)
+    text += (text.empty() ? "" : ", ") + code + " " + std::to_string(count);
+  return text;
+}
+
+std::size_t sumOf(const std::map<std::string, std::size_t>& counts) {
+  std::size_t sum = 0;
+  for (const auto& [code, count] : counts) sum += count;
+  return sum;
+}
+
 bool isCharging(Reason reason) {
   return reason == Reason::charging || reason == Reason::fullOnce || reason == Reason::calibrationFill ||
          reason == Reason::calibrationRefill;
@@ -80,17 +97,21 @@ void Tally::addMinutes(const Question& question, const Verdict& verdict) {
 }
 
 void Tally::add(std::uint64_t seed, double begin, const Question& question, const Verdict& verdict) {
-  for (Counts* counts : {&all_, &byReason_[codeOf(question.answer.reason)]}) {
+  const std::string code = codeOf(question.answer.reason);
+  for (Counts* counts : {&all_, &byReason_[code]}) {
     ++counts->answers;
     counts->kept += verdict.outcome == Outcome::kept ? 1 : 0;
     counts->broken += verdict.outcome == Outcome::broken ? 1 : 0;
     counts->notJudged += verdict.outcome == Outcome::notJudged ? 1 : 0;
   }
+  underFaults_ += question.faultIsInEffect ? 1 : 0;
   if (question.answer.until) {
     ++withUntil_;
     addMinutes(question, verdict);
+    if (verdict.outcome == Outcome::notJudged) ++notJudged_[verdict.reason][code];
+  } else {
+    ++withoutUntil_[code];
   }
-  if (verdict.outcome == Outcome::notJudged) ++notJudged_[verdict.reason];
   if (verdict.outcome == Outcome::broken) {
     broken_.push_back("seed " + std::to_string(seed) + ", " + timeText(question.at - begin) + ": \"" +
                       question.answer.text + "\" " + verdict.reason);
@@ -110,10 +131,16 @@ std::string Tally::text() const {
   for (const auto& [name, counts] : byReason_) text += rowOf(name, counts);
   text += rowOf("all", all_);
   text += "\nNot judged, because\n";
-  for (const auto& [reason, count] : notJudged_)
-    text += row("", std::to_string(count), "", "", "").substr(0, 29) + "  " + reason + "\n";
+  for (const auto& [event, counts] : notJudged_) {
+    text += row("", std::to_string(sumOf(counts)), "", "", "").substr(0, 29) + "  " + event + "\n";
+    text += std::string(31, ' ') + listOf(counts) + "\n";
+  }
   text += "\nName what ends them: " + std::to_string(withUntil_) + ", of which " +
           percentText(judgedShare()) + " were judged\n";
+  text += "Name nothing: " + (withoutUntil_.empty() ? "none" : listOf(withoutUntil_)) + "\n";
+  text +=
+      "Given while a fault was in effect, so that they cannot be broken: " + std::to_string(underFaults_) +
+      "\n";
   text += "While charging with ten minutes of samples: " + std::to_string(sampled_) + ", of which " +
           percentText(namedShare()) + " name minutes\n";
   text += "How far these were off, when nothing happened until then: " + undisturbed_.text() + "\n";

@@ -38,8 +38,11 @@ class Tally {
 
   Counts all_ = {};
   std::map<std::string, Counts> byReason_ = {};
-  std::map<std::string, std::size_t> notJudged_ = {};
+  using CountsByReason = std::map<std::string, std::size_t>;
+  std::map<std::string, CountsByReason> notJudged_ = {};  // by what came between
   std::size_t withUntil_ = 0;
+  CountsByReason withoutUntil_ = {};
+  std::size_t underFaults_ = 0;   // given while a fault was in effect
   std::size_t sampled_ = 0;       // while charging, with ten minutes of samples
   std::size_t sampledNamed_ = 0;  // … that name minutes
   Errors undisturbed_ = {};       // of these, where nothing happened between

@@ -22,6 +22,7 @@
 #include "sim/scenario/run_scenario.h"
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/timing.h"
+#include "sim/scenario/trace.h"
 #include "tools/lab/campaign_commands.h"
 #include "tools/lab/nights_command.h"
 #include "tools/lab/replay_command.h"
@@ -52,10 +53,13 @@ struct OutputFiles {
   std::string report = {};
   std::string svg = {};
   std::string log = {};
+  std::string trace = {};
   std::string volume = {};  // the new folder for a copy of the Mac's volume
 
   [[nodiscard]] bool wantPicture() const { return !report.empty() || !svg.empty(); }
-  [[nodiscard]] bool wanted() const { return wantPicture() || !log.empty() || !volume.empty(); }
+  [[nodiscard]] bool wanted() const {
+    return wantPicture() || !log.empty() || !trace.empty() || !volume.empty();
+  }
 };
 
 // An existing folder is never changed.
@@ -111,8 +115,10 @@ int runFile(const std::string& path, const OutputFiles& files) {
   if (files.wantPicture()) recording.emplace();
   bool isKept = true;
   RunOptions options{.recording = recording ? &*recording : nullptr};
-  if (!files.volume.empty())
-    options.atEnd = [&](const std::string& volume) { isKept = keepVolume(volume, files.volume); };
+  options.atEnd = [&](const sim::Simulation& simulation) {
+    isKept = files.volume.empty() || keepVolume(simulation.root(), files.volume);
+    if (!files.trace.empty()) isKept = writeFile(files.trace, traceOf(simulation)) && isKept;
+  };
   const Outcome outcome = runScenario(*scenario, diagnostics, options);
   const bool holds = outcome.failures.empty();
   print(std::string(holds ? "ok    " : "FAIL  ") + path + " (" + spanText(outcome.seconds) +
@@ -125,7 +131,9 @@ int runFile(const std::string& path, const OutputFiles& files) {
 
 int runFiles(const std::vector<std::string>& paths, const OutputFiles& files) {
   if (files.wanted() && paths.size() > 1) {
-    complain("brisko-lab: --report, --svg, --log and --volume are for a single scenario; name one FILE.json");
+    complain(
+        "brisko-lab: --report, --svg, --log, --trace and --volume are for a single scenario; name one "
+        "FILE.json");
     return misused;
   }
   std::size_t held = 0;
@@ -194,6 +202,7 @@ int run(int count, char** arguments) {
   runs->add_option("files", paths, "FILE.json …")->required();
   addPictureOptions(*runs, files);
   runs->add_option("--log", files.log, "OUT.log: everything that the daemon logged");
+  runs->add_option("--trace", files.trace, "OUT.txt: the log, the Mac's files and the journal of its keys");
   runs->add_option("--volume", files.volume, "FOLDER for a copy of the Mac's files, for brisko --volume");
   runs->callback([&] { chosen = [&] { return runFiles(paths, files); }; });
   CLI::App* draws = program.add_subcommand("history", "draw a daemon's history");

@@ -161,7 +161,7 @@ TEST_F(LabProgram, drawsNoInvalidFile) {
 
 TEST_F(LabProgram, drawsOneScenarioAtATime) {
   const std::string good = folder.path("good.json");
-  for (const std::string option : {"--report ", "--svg ", "--volume "}) {
+  for (const std::string option : {"--report ", "--svg ", "--trace ", "--volume "}) {
     const Ended ended = run("run " + option + folder.path("a") + " " + good + " " + good);
     EXPECT_EQ(ended.status, 2);
     EXPECT_THAT(ended.output, HasSubstr("name one FILE.json"));
@@ -185,6 +185,21 @@ TEST_F(LabProgram, keepsTheFilesOfTheMac) {
   EXPECT_EQ(again.status, 2);
   EXPECT_THAT(again.output, HasSubstr(volume + ": exists already"));
   EXPECT_EQ(run("run --volume " + folder.path("none/volume") + " " + folder.path("good.json")).status, 2);
+}
+
+TEST_F(LabProgram, writesATraceOfTheLogTheFilesAndTheJournal) {
+  const std::string file = folder.path("a.txt");
+  const std::string held = folder.path("held.json");
+  test::put(held, R"({"description": "It holds.", "mac": {"percent": 90},
+                      "timeline": [{"at": "+2 min", "see": {"state": "hold"}}]})");
+  EXPECT_EQ(run("run --trace " + file + " " + held).status, 0);
+  const std::string trace = test::contents(file);
+  EXPECT_THAT(trace, StartsWith("=== log\n"));
+  EXPECT_THAT(trace, HasSubstr("brisko-daemon started"));
+  EXPECT_THAT(trace, ContainsRegex("=== /Library/Application Support/Brisko/status.json\n\\{.*\"pct\":90"));
+  EXPECT_THAT(trace.substr(trace.find("=== journal\n")),
+              ContainsRegex("\n[0-9]+\\.[0-9]{3} CHTE=01000000\n"));
+  EXPECT_EQ(run("run --trace " + folder.path("none/a.txt") + " " + held).status, 2);
 }
 
 TEST_F(LabProgram, drawsTheSameEachTime) {

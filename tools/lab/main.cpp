@@ -23,6 +23,8 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/timing.h"
 #include "tools/lab/campaign_commands.h"
+#include "tools/lab/fail_calls_command.h"
+#include "tools/lab/merge_command.h"
 #include "tools/lab/nights_command.h"
 
 namespace brisko::lab {
@@ -203,6 +205,8 @@ int run(int count, char** arguments) {
     chosen = listActions;
   });
   addCampaignCommands(program, chosen);
+  addFailCallsCommand(program, chosen);
+  addMergeCommand(program, chosen);
   addNightsCommand(program, chosen);
   try {
     program.parse(count, arguments);

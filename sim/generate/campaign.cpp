@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -12,7 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include <unistd.h>
+
+#include "base/json_file.h"
 #include "sim/generate/commit.h"
+#include "sim/generate/processor_time.h"
 #include "sim/generate/shrink.h"
 #include "sim/generate/worker_pool.h"
 #include "sim/scenario/timing.h"
@@ -26,6 +29,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds terminalEvery{500};
 constexpr milliseconds fileEvery{10000};
 constexpr std::chrono::seconds cancelTimeout{20};  // at most
+constexpr std::chrono::seconds summaryEvery{10};   // so much work is lost with the lab
 
 // --- Control-C
 
@@ -66,10 +70,6 @@ std::string counted(std::uint64_t count, const std::string& one, const std::stri
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-std::string seedsText(const Seeds& seeds) {
-  return std::to_string(seeds.first) + ".." + std::to_string(seeds.last);
-}
-
 std::string commandFor(const CampaignOptions& options, std::uint64_t seed) {
   return "brisko-lab campaign --seeds " + seedsText({seed, seed}) + " --days " +
          std::to_string(options.days) + " --faults " + std::string(nameOf(options.faults)) +
@@ -106,18 +106,29 @@ std::string failureText(const CampaignOptions& options, std::uint64_t seed, cons
 
 class Campaign {
  public:
-  Campaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed)
-      : options_(options), output_(output), runSeed_(runSeed), pool_(options.jobs) {}
+  // The summary contains what an earlier run has finished.
+  Campaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed,
+           std::optional<CampaignSummary> summary)
+      : options_(options),
+        output_(output),
+        runSeed_(runSeed),
+        pool_(options.jobs),
+        summary_(std::move(summary)),
+        seeds_(summary_ ? summary_->seeds : options.seeds) {
+    takeUpSummary();
+  }
 
   int run() {
     const Interruptible untilTheEnd;
     while (gInterrupted == 0 && !isDone()) {
-      while (!pool_.allBusy() && next_ <= options_.seeds.last) beginNext();
+      while (!pool_.allBusy() && next_ <= seeds_.last) beginNext();
       collect(progressInterval());
+      if (Clock::now() - summaryWrittenAt_ >= summaryEvery && !writeSummaryNow()) return campaignUnusable;
       updateProgress();
     }
     if (gInterrupted != 0) cancel();
-    printFinished(options_.seeds.last);
+    if (!writeSummaryNow()) return campaignUnusable;
+    printFinished(seeds_.last);
     showFinalProgress();
     printSummary();
     if (gInterrupted != 0) return campaignInterrupted;
@@ -127,13 +138,14 @@ class Campaign {
   }
 
  private:
-  [[nodiscard]] bool isDone() const { return next_ > options_.seeds.last && pool_.allIdle(); }
+  [[nodiscard]] bool isDone() const { return next_ > seeds_.last && pool_.allIdle(); }
   [[nodiscard]] milliseconds progressInterval() const {
     return output_.onTerminal ? terminalEvery : fileEvery;
   }
 
   void beginNext() {
     const std::uint64_t seed = next_++;
+    if (verdicts_.contains(seed)) return;  // finished in an earlier run
     pool_.begin(
         seed, [this, seed](const ShouldContinue& shouldContinue) { return runSeed_(seed, shouldContinue); });
   }
@@ -141,12 +153,44 @@ class Campaign {
   void collect(milliseconds atMost) {
     for (WorkerPool::Ended& ended : pool_.wait(atMost)) {
       if (ended.verdict.result == Result::cancelled) continue;
-      ++finished_;
-      seconds_ += ended.verdict.seconds;
-      if (ended.verdict.result != Result::passed) ++failures_;
-      verdicts_[ended.number] = std::move(ended.verdict);
+      if (summary_) summary_->add(ended.number, ended.verdict);
+      ended.verdict.coverage = {};
+      note(ended.number, std::move(ended.verdict));
     }
     printFinished(printableUpTo());
+  }
+
+  void note(std::uint64_t seed, Verdict verdict) {
+    ++finished_;
+    seconds_ += verdict.seconds;
+    if (verdict.result != Result::passed) ++failures_;
+    verdicts_[seed] = std::move(verdict);
+  }
+
+  // --- The summary
+
+  void takeUpSummary() {
+    if (!summary_) return;
+    for (const Seeds& range : summary_->finished) {
+      for (std::uint64_t seed = range.first; seed <= range.last; ++seed) {
+        const auto failure = summary_->failures.find(seed);
+        note(seed, failure == summary_->failures.end() ? Verdict{.result = Result::passed} : failure->second);
+      }
+    }
+    seconds_ = earlierSeconds_ = static_cast<double>(summary_->simulatedSeconds);
+    earlierProcessorSeconds_ = summary_->processorSeconds;
+    earlierElapsedSeconds_ = summary_->elapsedSeconds;
+  }
+
+  [[nodiscard]] bool writeSummaryNow() {
+    summaryWrittenAt_ = Clock::now();
+    if (!summary_) return true;
+    summary_->processorSeconds = earlierProcessorSeconds_ + processorSeconds() - processorSecondsBefore_;
+    summary_->elapsedSeconds = earlierElapsedSeconds_ + 60 * minutes();
+    if (writeSummary(options_.summary->file, *summary_)) return true;
+    clearProgress();
+    output_.progress(options_.summary->file + ": cannot be written\n");
+    return false;
   }
 
   // The last seed up to which all seeds are finished.
@@ -182,10 +226,10 @@ class Campaign {
   void updateProgress() {
     if (Clock::now() - progressShownAt_ < progressInterval()) return;
     progressShownAt_ = Clock::now();
-    const std::uint64_t seeds = options_.seeds.last - options_.seeds.first + 1;
+    const std::uint64_t seeds = countOf(seeds_);
     const double all = static_cast<double>(seeds) * static_cast<double>(options_.days);
     const double days = daysRun();
-    const double rate = days / minutes();
+    const double rate = (days - earlierSeconds_ / 86400) / minutes();
     std::array<char, 200> text{};
     static_cast<void>(std::snprintf(
         text.data(), text.size(), "%llu of %llu seeds, %.0f of %.0f days, %.0f days a minute, ",
@@ -206,10 +250,11 @@ class Campaign {
 
   void showFinalProgress() {
     clearProgress();
+    const double days = daysRun() - earlierSeconds_ / 86400;
     std::array<char, 200> text{};
     static_cast<void>(std::snprintf(text.data(), text.size(),
-                                    "%.0f days in %.1f min: %.0f a minute, %u at a time\n", daysRun(),
-                                    minutes(), daysRun() / minutes(), options_.jobs));
+                                    "%.0f days in %.1f min: %.0f a minute, %u at a time\n", days, minutes(),
+                                    days / minutes(), options_.jobs));
     output_.progress(text.data());
   }
 
@@ -217,7 +262,7 @@ class Campaign {
 
   void printSummary() {
     std::string text =
-        "seeds " + seedsText(options_.seeds) + ", " +
+        "seeds " + seedsText(seeds_) + ", " +
         counted(static_cast<std::uint64_t>(options_.days), "day", "days") + " each, faults " +
         std::string(nameOf(options_.faults)) + ": " +
         (gInterrupted != 0 ? "cancelled after " + counted(finished_, "seed", "seeds") + ", " : "");
@@ -297,45 +342,68 @@ class Campaign {
   const Output& output_;
   const RunSeed& runSeed_;
   WorkerPool pool_;
+  std::optional<CampaignSummary> summary_;
+  Seeds seeds_;  // to run
 
-  std::uint64_t next_ = options_.seeds.first;     // the next seed to run
-  std::uint64_t printed_ = options_.seeds.first;  // the next seed to report
+  std::uint64_t next_ = seeds_.first;     // the next seed to run
+  std::uint64_t printed_ = seeds_.first;  // the next seed to report
   std::map<std::uint64_t, Verdict> verdicts_;
   std::uint64_t finished_ = 0;
   std::uint64_t failures_ = 0;
   double seconds_ = 0;  // of machine time, in finished runs
+  // In earlier runs of this campaign.
+  double earlierSeconds_ = 0;
+  double earlierProcessorSeconds_ = 0;
+  double earlierElapsedSeconds_ = 0;
+  double processorSecondsBefore_ = processorSeconds();
 
   Clock::time_point startedAt_ = Clock::now();
   Clock::time_point progressShownAt_ = startedAt_;
+  Clock::time_point summaryWrittenAt_ = startedAt_;
   bool progressShown_ = false;  // a progress line is on the terminal
 };
 
-std::optional<std::uint64_t> parseSeed(std::string_view text) {
-  std::uint64_t seed = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
-  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
-  return seed;
+// What an earlier run of this campaign has recorded, or an empty summary. None, and the reason, if the file
+// is of another campaign or unreadable.
+std::optional<CampaignSummary> openSummary(const CampaignOptions& options, std::string& reason) {
+  const SummaryOptions& asked = *options.summary;
+  CampaignSummary fresh(options.seeds, asked.shard,
+                        {.days = options.days, .faults = options.faults, .guard = options.guard},
+                        knownCoverage(asked.kinds));
+  if (::access(asked.file.c_str(), F_OK) != 0) return fresh;
+  const auto text = readWholeFile(asked.file);
+  if (!text) {
+    reason = "cannot be read";
+    return std::nullopt;
+  }
+  auto kept = readSummary(*text, reason);
+  if (!kept) return std::nullopt;
+  const auto difference = whyNotContinued(*kept, fresh);
+  if (!difference) return kept;
+  reason = *difference;
+  return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<Seeds> parseSeeds(std::string_view text) {
-  const std::size_t dots = text.find("..");
-  const auto first = parseSeed(text.substr(0, dots));
-  const auto last = dots == std::string_view::npos ? first : parseSeed(text.substr(dots + 2));
-  // The seeds must be countable in 64 bits.
-  if (!first || !last || *last < *first || *last == UINT64_MAX) return std::nullopt;
-  return Seeds{*first, *last};
-}
-
 int runCampaign(const CampaignOptions& options, const Output& output, const RunSeed& runSeed) {
   gInterrupted = 0;
-  return Campaign(options, output, runSeed).run();
+  std::optional<CampaignSummary> summary;
+  if (options.summary) {
+    std::string reason;
+    summary = openSummary(options, reason);
+    if (!summary) {
+      output.progress(options.summary->file + ": " + reason + "\n");
+      return campaignUnusable;
+    }
+  }
+  return Campaign(options, output, runSeed, std::move(summary)).run();
 }
 
 RunSeed runnerFor(const CampaignOptions& options) {
   return [options](std::uint64_t seed, const ShouldContinue& shouldContinue) {
-    return runGenerated(generateScenario(seed, options.days, options.faults, options.guard), shouldContinue);
+    return runGenerated(generateScenario(seed, options.days, options.faults, options.guard), shouldContinue,
+                        options.summary ? &options.summary->kinds : nullptr);
   };
 }
 

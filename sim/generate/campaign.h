@@ -6,31 +6,36 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <string_view>
 
+#include "sim/generate/campaign_summary.h"
 #include "sim/generate/scenario_generator.h"
+#include "sim/generate/seeds.h"
 #include "sim/generate/verdict.h"
 
 namespace brisko::lab {
 
-struct Seeds {
-  std::uint64_t first = 1, last = 1;
+// Where a campaign records what it has run, and what of it this one runs.
+struct SummaryOptions {
+  std::string file = {};
+  Shard shard = {};
+  LogKinds kinds = {};
 };
-// Parses "17" or "1..400". None when the text has neither form or the last seed comes before the first.
-[[nodiscard]] std::optional<Seeds> parseSeeds(std::string_view text);
 
 struct CampaignOptions {
-  Seeds seeds = {};
+  Seeds seeds = {};  // of all shards
   std::int64_t days = 7;
   Faults faults = Faults::all;
   std::string guard = {};  // of the daemon; empty: without that option
   unsigned jobs = 1;
+  // With one, a campaign that is started again continues where it was.
+  std::optional<SummaryOptions> summary = std::nullopt;
   // The folder for the shrunk scenarios, one for each violated invariant; none: nothing is shrunk.
   std::optional<std::string> shrinkInto = std::nullopt;
 };
 
 inline constexpr int campaignPassed = 0;
 inline constexpr int campaignFailed = 1;
+inline constexpr int campaignUnusable = 2;       // the summary cannot be continued or written
 inline constexpr int campaignInterrupted = 130;  // the status that shells give for control-C
 
 // Where the texts go. The results go to standard output and are the same for the same seeds; the progress

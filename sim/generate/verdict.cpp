@@ -7,11 +7,15 @@
 
 namespace brisko::lab {
 
-Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& shouldContinue) {
+Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& shouldContinue,
+                     const LogKinds* logKinds) {
   Diagnostics diagnostics("the generated scenario");
   const auto scenario = readScenario(scenarioText(generated), diagnostics);
   if (!scenario) throw std::logic_error("the generated scenario is invalid: " + diagnostics.texts().front());
-  const Outcome outcome = runScenario(*scenario, diagnostics, {.shouldContinue = shouldContinue});
+  std::optional<StateWatch> watch;
+  if (logKinds != nullptr) watch.emplace();
+  const Outcome outcome = runScenario(
+      *scenario, diagnostics, {.stateWatch = watch ? &*watch : nullptr, .shouldContinue = shouldContinue});
   Verdict verdict{.result = outcome.violation   ? Result::failed
                             : outcome.cancelled ? Result::cancelled
                                                 : Result::passed,
@@ -19,6 +23,7 @@ Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& s
                   .seconds = outcome.seconds,
                   .log = outcome.log,
                   .timedAction = outcome.lastStep};
+  if (watch) verdict.coverage = coverageOf(outcome, *watch, *logKinds);
   if (!outcome.violation) return verdict;
   verdict.invariant = outcome.violation->invariant.number;
   verdict.invariantText = numbered(outcome.violation->invariant);
@@ -27,7 +32,7 @@ Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& s
   return verdict;
 }
 
-std::string lineOf(const Verdict& verdict) {
+Json jsonOf(const Verdict& verdict) {
   Json words = {{"result", static_cast<int>(verdict.result)},
                 {"begin", verdict.begin},
                 {"seconds", verdict.seconds},
@@ -37,12 +42,10 @@ std::string lineOf(const Verdict& verdict) {
                 {"seen", verdict.seen},
                 {"log", verdict.log}};
   if (verdict.timedAction) words["action"] = *verdict.timedAction;
-  return words.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return words;
 }
 
-std::optional<Verdict> verdictOf(const std::string& line) {
-  const Json words = Json::parse(line, nullptr, false);
-  if (!words.is_object() || !words.contains("result")) return std::nullopt;
+Verdict verdictIn(const Json& words) {
   Verdict verdict{.result = static_cast<Result>(words.at("result").get<std::uint8_t>()),
                   .begin = words.at("begin"),
                   .seconds = words.at("seconds"),
@@ -52,6 +55,20 @@ std::optional<Verdict> verdictOf(const std::string& line) {
                   .seen = words.at("seen"),
                   .log = words.at("log")};
   if (words.contains("action")) verdict.timedAction = words.at("action").get<std::size_t>();
+  return verdict;
+}
+
+std::string lineOf(const Verdict& verdict) {
+  Json words = jsonOf(verdict);
+  if (verdict.coverage != Coverage{}) words["coverage"] = jsonOf(verdict.coverage);
+  return words.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::optional<Verdict> verdictOf(const std::string& line) {
+  const Json words = Json::parse(line, nullptr, false);
+  if (!words.is_object() || !words.contains("result")) return std::nullopt;
+  Verdict verdict = verdictIn(words);
+  if (words.contains("coverage")) verdict.coverage = coverageIn(words.at("coverage"));
   return verdict;
 }
 

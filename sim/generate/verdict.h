@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/generate/coverage.h"
 #include "sim/scenario/generated_scenario.h"
 #include "sim/scenario/run_scenario.h"
 
@@ -31,10 +32,16 @@ struct Verdict {
   std::string seen = {};                                  // what was seen instead, or how the process ended
   std::vector<std::string> log = {};                      // its last lines
   std::optional<std::size_t> timedAction = std::nullopt;  // the latest one before the failure
+  Coverage coverage = {};                                 // empty if nobody asked for it
 };
 
-// Runs the scenario in this process.
-[[nodiscard]] Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& shouldContinue);
+// Runs the scenario in this process. With the kinds of log lines the verdict also has its coverage.
+[[nodiscard]] Verdict runGenerated(const GeneratedScenario& generated, const ShouldContinue& shouldContinue,
+                                   const LogKinds* logKinds = nullptr);
+
+// Converts a verdict to JSON and back, without its coverage; `words` must have come from jsonOf().
+[[nodiscard]] Json jsonOf(const Verdict& verdict);
+[[nodiscard]] Verdict verdictIn(const Json& words);
 
 // Converts a verdict to a line of text and back; none when the line is not a verdict.
 [[nodiscard]] std::string lineOf(const Verdict& verdict);

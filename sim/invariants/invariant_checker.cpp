@@ -129,6 +129,7 @@ struct InvariantChecker::Impl final : Observation {
   }
 
   void tickBegins() {
+    const virtual_mac::UnwatchedCalls notTheDaemons;
     if (inTick) found(ticksAndReplies, "a tick began inside of another one");
     if (std::this_thread::get_id() != mainThread) found(ticksAndReplies, "a tick ran on another thread");
     inTick = true;
@@ -143,6 +144,7 @@ struct InvariantChecker::Impl final : Observation {
   }
 
   void tickEnded() {
+    const virtual_mac::UnwatchedCalls notTheDaemons;
     inTick = false;
     tick.journalTo = journal().written;
     readNewLines();
@@ -172,6 +174,7 @@ struct InvariantChecker::Impl final : Observation {
   }
 
   void iterationEnded() {
+    const virtual_mac::UnwatchedCalls notTheDaemons;
     iteration.at = machine().now;
     iteration.journalFrom = shared->processSummary.journalSeen;
     iteration.journalTo = journal().written;
@@ -313,9 +316,18 @@ void InvariantChecker::onPause() {
 }
 
 void InvariantChecker::onResume() {
+  const virtual_mac::UnwatchedCalls notTheDaemons;
   // Changes that others made to the files meanwhile are not attributed to the daemon.
   static_cast<void>(impl_->fileWatcher.takeChanges());
   for (const auto& rule : impl_->rules) rule->onResume(*impl_);
+}
+
+void InvariantChecker::beforeFailedCall(const virtual_mac::WatchedCall& call) {
+  Disturbances& disturbances = impl_->shared->disturbances;
+  ++disturbances.actionCount;
+  ++disturbances.disturbanceCount;
+  disturbances.lastActionAt = disturbances.disturbedAt = impl_->machine().now;
+  if (call.subject.find(LogFile::defaultDirectory) != std::string_view::npos) disturbances.logsTouched = true;
 }
 
 }  // namespace brisko::lab

@@ -11,6 +11,7 @@
 
 #include "sim/invariants/rule.h"
 #include "sim/process/simulation.h"
+#include "sim/seam/call_watch.h"
 
 namespace brisko::lab {
 
@@ -47,6 +48,7 @@ class InvariantChecker {
   void checkIteration();
   void onPause();   // the process is about to be paused: what it did so far is checked before others act
   void onResume();  // the process continues after a pause
+  void beforeFailedCall(const virtual_mac::WatchedCall& call);  // of the process, in its middle
 
   struct Impl;
 

@@ -1,8 +1,10 @@
 #include "sim/scenario/checked_simulation.h"
 
 #include <algorithm>
+#include <csignal>
 
 #include "base/options.h"
+#include "sim/machine/machine.h"
 
 namespace brisko::lab {
 namespace {
@@ -18,8 +20,11 @@ void CheckedSimulation::Extremes::note(double level) {
   highest = std::max(highest, level);
 }
 
-CheckedSimulation::CheckedSimulation(const sim::SimulationSetup& setup, Recording* recording)
-    : Simulation(setup), recording_(recording) {
+CheckedSimulation::CheckedSimulation(const sim::SimulationSetup& setup, const Attached& attached)
+    : Simulation(setup),
+      recording_(attached.recording),
+      stateWatch_(attached.stateWatch),
+      callFaults_(attached.callFaults) {
   observe(*this);
   const double level = virtual_mac::level(machine());
   *levels_ = {{level, level}, {level, level}};
@@ -37,7 +42,14 @@ void CheckedSimulation::checkpointAtBegin() {
   levels_->sinceCheckpoint = levels_->overall;
 }
 
+bool CheckedSimulation::isOver() const {
+  if (violation()) return true;
+  const auto failedAt = callFaults_ == nullptr ? std::nullopt : callFaults_->failedAt();
+  return failedAt && machine().now >= *failedAt + secondsAfterFailedCall;
+}
+
 double CheckedSimulation::longestSlice() const {
+  if (callFaults_ != nullptr) return shortSlice;
   const bool asleep = machine().system.asleep;
   if (recording_ == nullptr) return daemonRuns() && !asleep ? SimulationObserver::longestSlice() : shortSlice;
   const bool fullyAwake =
@@ -64,14 +76,28 @@ void CheckedSimulation::sliceEnded() {
   if (recording_ != nullptr) recording_->note(machine(), daemonRuns());
 }
 
+void CheckedSimulation::prepare() {
+  checker_.prepare();
+  if (stateWatch_ != nullptr) stateWatch_->processBegins();
+  if (callFaults_ != nullptr) watchCalls();
+}
+
+void CheckedSimulation::watchCalls() {
+  callFaults_->processBegins(
+      [this](const virtual_mac::WatchedCall& call) { checker_.beforeFailedCall(call); },
+      [this] { checker_.beforeSignal(SIGKILL); });
+}
+
 void CheckedSimulation::noteInDaemon() {
   if (recording_ != nullptr) recording_->noteInDaemon(machine());
+  if (stateWatch_ != nullptr) stateWatch_->note(machine());
 }
 
 void CheckedSimulation::iterationEnded() {
   noteLevel();
   checker_.checkIteration();
   noteInDaemon();
+  if (callFaults_ != nullptr) callFaults_->iterationEnded();
 }
 
 void CheckedSimulation::onPause() {

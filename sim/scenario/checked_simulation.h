@@ -10,14 +10,23 @@
 #include "sim/invariants/invariant_checker.h"
 #include "sim/process/shared_memory.h"
 #include "sim/process/simulation.h"
+#include "sim/scenario/call_faults.h"
 #include "sim/scenario/recording.h"
+#include "sim/scenario/state_watch.h"
 
 namespace brisko::lab {
 
+// What may be attached to a simulation, and must outlive it. Only the last one affects the simulation, which
+// then ends an hour after the call that failed.
+struct Attached {
+  Recording* recording = nullptr;
+  StateWatch* stateWatch = nullptr;
+  CallFaults* callFaults = nullptr;
+};
+
 class CheckedSimulation final : public sim::Simulation, private sim::SimulationObserver {
  public:
-  // A recording must outlive the simulation. It does not affect the simulation.
-  explicit CheckedSimulation(const sim::SimulationSetup& setup, Recording* recording = nullptr);
+  explicit CheckedSimulation(const sim::SimulationSetup& setup, const Attached& attached = {});
 
   // The first invariant that was violated.
   [[nodiscard]] std::optional<Violation> violation() const { return checker_.violation(); }
@@ -42,12 +51,13 @@ class CheckedSimulation final : public sim::Simulation, private sim::SimulationO
   void sliceBegins() override;
   void sliceEnded() override;
   [[nodiscard]] double longestSlice() const override;
-  [[nodiscard]] bool isOver() const override { return violation().has_value(); }
-  void prepare() override { checker_.prepare(); }
+  [[nodiscard]] bool isOver() const override;
+  void prepare() override;
   void iterationEnded() override;
   void onPause() override;
   void onResume() override { checker_.onResume(); }
   [[nodiscard]] bool stepEnded() override;
+  void watchCalls();
 
   void noteLevel();
   void noteInDaemon();
@@ -65,6 +75,8 @@ class CheckedSimulation final : public sim::Simulation, private sim::SimulationO
   InvariantChecker checker_{*this};
   sim::SharedMemory<Levels> levels_;
   Recording* recording_;
+  StateWatch* stateWatch_;
+  CallFaults* callFaults_;
 };
 
 }  // namespace brisko::lab

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <limits>
 
 #include "base/options.h"
 #include "sim/machine/machine.h"
@@ -56,13 +57,20 @@ std::vector<std::string> endOfLog(const std::vector<std::string>& log) {
 class ScenarioRun {
  public:
   ScenarioRun(const Scenario& scenario, const Diagnostics& file, const RunOptions& options)
-      : scenario_(scenario), file_(file), options_(options), simulation_(scenario.setup, options.recording) {
+      : scenario_(scenario),
+        file_(file),
+        options_(options),
+        checksOnlyInvariants_(scenario.invariantsOnly || options.callFaults != nullptr),
+        simulation_(scenario.setup, {.recording = options.recording,
+                                     .stateWatch = options.stateWatch,
+                                     .callFaults = options.callFaults}) {
     if (scenario.settings) simulation_.write(defaultConfigPath, *scenario.settings);
   }
 
   Outcome run() {
     outcome_.begin = simulation_.machine().now;
     runSteps();
+    if (options_.callFaults != nullptr) endAfterFailedCall();
     outcome_.seconds = sinceBegin();
     outcome_.log = endOfLog(simulation_.stampedLog());
     outcome_.wholeLog = simulation_.stampedLog();
@@ -93,16 +101,31 @@ class ScenarioRun {
     simulation_.begin();
     // Records the daemon's start, even if the first step comes much later.
     if (recording() != nullptr) simulation_.pass(0);
-    for (std::size_t index = 0; index < scenario_.steps.size() && holds(); ++index) {
+    for (std::size_t index = 0; index < scenario_.steps.size() && holds() && !hourIsOver(); ++index) {
       runStep(index);
       if (options_.afterStep) options_.afterStep(simulation_);
       outcome_.cancelled = options_.shouldContinue && !options_.shouldContinue(sinceBegin());
       if (outcome_.cancelled) return;
     }
-    if (!holds()) return;
+    if (!holds() || options_.callFaults != nullptr) return;
     simulation_.checkpointAtBegin();
     runChecks(scenario_.end);
-    if (!scenario_.invariantsOnly) checkForWarnings();
+    if (!checksOnlyInvariants_) checkForWarnings();
+  }
+
+  // Machine time at which the run ends; infinite until the call fails.
+  [[nodiscard]] double endOfHour() const {
+    const auto failedAt = options_.callFaults == nullptr ? std::nullopt : options_.callFaults->failedAt();
+    return failedAt ? *failedAt + secondsAfterFailedCall : std::numeric_limits<double>::infinity();
+  }
+  [[nodiscard]] bool hourIsOver() const { return simulation_.machine().now >= endOfHour(); }
+
+  void endAfterFailedCall() {
+    if (!holds() || !options_.callFaults->failedAt()) return;
+    const double rest = endOfHour() - simulation_.machine().now;
+    if (rest > 0) simulation_.pass(rest);
+    simulation_.unloadService();
+    static_cast<void>(invariantsHold(""));
   }
 
   void runStep(std::size_t index) {
@@ -115,7 +138,7 @@ class ScenarioRun {
     if (!step.actions.empty()) outcome_.lastStep = index;
     simulation_.pass(0);
     if (!invariantsHold(step.place) || !holds()) return;
-    if (step.checks.empty()) return;
+    if (step.checks.empty() || options_.callFaults != nullptr) return;
     runChecks(step.checks);
     simulation_.setCheckpoint();
   }
@@ -125,7 +148,11 @@ class ScenarioRun {
       if (recording() != nullptr) recording()->noteEvent(simulation_.machine(), action.words);
       std::string reason;
       const bool done = action.act(simulation_, reason);
-      if (!done && !scenario_.invariantsOnly) fail(action.place, "    cannot be done: " + reason);
+      if (done) {
+        const double now = simulation_.machine().now;
+        outcome_.doneActions.push_back({now, action.words.substr(0, action.words.find(' '))});
+      }
+      if (!done && !checksOnlyInvariants_) fail(action.place, "    cannot be done: " + reason);
     }
   }
 
@@ -163,6 +190,7 @@ class ScenarioRun {
   const Scenario& scenario_;
   const Diagnostics& file_;
   const RunOptions& options_;
+  bool checksOnlyInvariants_;
   CheckedSimulation simulation_;
   Outcome outcome_;
 };

@@ -7,10 +7,18 @@
 #include <vector>
 
 #include "sim/invariants/invariant_checker.h"
+#include "sim/scenario/call_faults.h"
 #include "sim/scenario/recording.h"
 #include "sim/scenario/scenario.h"
+#include "sim/scenario/state_watch.h"
 
 namespace brisko::lab {
+
+// An action that was done.
+struct DoneAction {
+  double at;         // machine time
+  std::string name;  // as in a scenario file: "charge"
+};
 
 // The result of a scenario, which runs up to the first step with an unmet expectation.
 struct Outcome {
@@ -20,6 +28,7 @@ struct Outcome {
   double begin = 0;                        // machine time
   double seconds = 0;                      // … that passed since then
   bool cancelled = false;  // it did not run to its end, because `shouldContinue` returned false
+  std::vector<DoneAction> doneActions = {};
   // The latest step with an action; none if there was none.
   std::optional<std::size_t> lastStep = std::nullopt;
   // The invariant that failed it; it is among the failures too.
@@ -31,7 +40,11 @@ using ShouldContinue = std::function<bool(double seconds)>;
 
 // Observers of a run.
 struct RunOptions {
-  Recording* recording = nullptr;  // where the run is recorded
+  Recording* recording = nullptr;    // where the run is recorded
+  StateWatch* stateWatch = nullptr;  // … where the daemon's states are counted
+  // Which of its calls fails. Then only the invariants are checked, and the run ends an hour after the call,
+  // by an exit of the daemon.
+  CallFaults* callFaults = nullptr;
   ShouldContinue shouldContinue = {};
   std::function<void(const sim::Simulation&)> afterStep = {};  // may look, and changes nothing
   // Called at the end, with the checkpoint at the beginning. The volume is removed afterwards.

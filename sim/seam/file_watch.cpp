@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/run_loop.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/kernel_notices.h"
 #include "sim/seam/news.h"
@@ -143,6 +144,8 @@ void collectFileEvents() {
 namespace platform {
 
 std::optional<int> openForEvents(const std::string& path) {
+  if (virtual_mac::callFails({.name = "openForEvents", .subject = path})) return std::nullopt;
+  const virtual_mac::UnwatchedCalls itsOwn;
   // The file may lose its name just after it was opened. Then the file that has taken the name is opened,
   // however often that happens. A file that stays and has no name is not watched.
   ino_t before = 0;

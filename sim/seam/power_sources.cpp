@@ -4,6 +4,7 @@
 
 #include "sim/machine/machine_store.h"
 #include "sim/machine/properties.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/moment.h"
 #include "sim/seam/power_source_watch.h"
 
@@ -26,13 +27,13 @@ Watch& watch() {
 namespace platform {
 
 std::optional<std::vector<SharedDictionary>> powerSources() {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"powerSources"});
   if (store == nullptr) return std::nullopt;
   return virtual_mac::readNow(*store, virtual_mac::powerSourceList);
 }
 
 bool addPowerSourceNotification(std::function<void()> changed) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"addPowerSourceNotification"});
   if (store == nullptr) return false;
   if (watch().listeners.empty()) {
     watch().delivered.count = virtual_mac::readNow(

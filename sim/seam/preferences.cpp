@@ -5,6 +5,7 @@
 
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/machine_store.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/moment.h"
 
 namespace brisko::platform {
@@ -75,7 +76,7 @@ std::optional<Value> asValue(const Preference& kept) {
 }  // namespace
 
 std::optional<Value> preference(std::string_view domain, std::string_view key) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({.name = "preference", .subject = key});
   const std::optional<LimitPreference> which = preferenceAt(domain, key);
   if (store == nullptr || !which) return std::nullopt;
   const auto written = pending().find(*which);
@@ -85,7 +86,7 @@ std::optional<Value> preference(std::string_view domain, std::string_view key) {
 }
 
 void setPreference(std::string_view domain, std::string_view key, std::optional<Value> value) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({.name = "setPreference", .subject = key});
   const std::optional<LimitPreference> which = preferenceAt(domain, key);
   if (store == nullptr || !which) return;
   const Preference kept = asKept(value);
@@ -97,7 +98,7 @@ void setPreference(std::string_view domain, std::string_view key, std::optional<
 
 // What could not be written stays pending.
 bool synchronizePreferences(std::string_view domain) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"synchronizePreferences"});
   if (store == nullptr) return false;
   if (domain != virtual_mac::limitDomain) return true;
   const bool written = virtual_mac::changeNow(*store, [](Machine& machine, Journal& journal) {
@@ -110,7 +111,7 @@ bool synchronizePreferences(std::string_view domain) {
 }
 
 void postNotification(std::string_view name) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({.name = "postNotification", .subject = name});
   if (store == nullptr) return;
   virtual_mac::changeNow(
       *store, [name](Machine& machine, Journal& journal) { virtual_mac::notify(machine, journal, name); });

@@ -2,6 +2,7 @@
 
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/machine_store.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/moment.h"
 
 namespace brisko::platform {
@@ -16,7 +17,7 @@ using virtual_mac::MachineStore;
 bool clientIsOffered(Machine& machine) { return virtual_mac::loadClient(machine) == LimitClient::offered; }
 
 bool makeClient(std::string_view name) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"makeSmartChargeClient"});
   if (store == nullptr || name.empty()) return false;
   return virtual_mac::changeNow(*store, [](Machine& machine, Journal&) {
     if (!clientIsOffered(machine)) return false;
@@ -28,7 +29,7 @@ bool makeClient(std::string_view name) {
 }  // namespace
 
 bool smartChargeClassPresent() {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"smartChargeClassPresent"});
   if (store == nullptr) return false;
   return virtual_mac::changeNow(*store, [](Machine& machine, Journal&) { return clientIsOffered(machine); });
 }
@@ -40,28 +41,28 @@ bool makeSmartChargeClient(std::string_view name) {
 }
 
 std::optional<bool> smartChargeLimitSupported() {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"smartChargeLimitSupported"});
   if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(
       *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysSupported(machine); });
 }
 
 std::optional<bool> smartChargeLimitEnabled() {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"smartChargeLimitEnabled"});
   if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(
       *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysEnabled(machine); });
 }
 
 std::optional<std::int64_t> smartChargeLimit() {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"smartChargeLimit"});
   if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(
       *store, [](Machine& machine, Journal&) { return virtual_mac::clientSaysLimit(machine); });
 }
 
 std::optional<bool> setSmartChargeLimit(std::int64_t percent) {
-  MachineStore* store = virtual_mac::attachedMachine();
+  MachineStore* store = virtual_mac::machineFor({"setSmartChargeLimit"});
   if (store == nullptr) return std::nullopt;
   return virtual_mac::changeNow(*store, [percent](Machine& machine, Journal& journal) {
     return virtual_mac::setByClient(machine, journal, percent).value_or(false);

@@ -1,9 +1,11 @@
 #include "platform/smc_service.h"
 
 #include <set>
+#include <string>
 #include <utility>
 
 #include "sim/machine/machine_store.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/moment.h"
 #include "sim/seam/signals.h"
 
@@ -34,9 +36,27 @@ KernelStatus openOn(Machine& machine) {
   return kernelSuccess;
 }
 
+virtual_mac::WatchedCall watchedExchange(const SmcRecord& input, std::string& keyName) {
+  constexpr std::size_t commandAt = 42;
+  constexpr std::uint8_t writeCommand = 6;
+  constexpr std::uint8_t infoCommand = 9;
+  std::uint32_t key = 0;
+  for (std::size_t index = 4; index > 0; --index) {
+    keyName.push_back(static_cast<char>(input[index - 1]));
+    key = (key << 8U) | input[index - 1];
+  }
+  const std::uint8_t command = input[commandAt];
+  return {.name = command == writeCommand  ? virtual_mac::smcWriteName
+                  : command == infoCommand ? virtual_mac::smcInfoName
+                                           : virtual_mac::smcReadName,
+          .subject = keyName,
+          .key = key};
+}
+
 }  // namespace
 
 SmcOpening openSmc() {
+  if (virtual_mac::callFails({"openSmc"})) return {kernelError, 0};
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr) return {kernelNotFound, 0};
   const KernelStatus status =
@@ -56,6 +76,10 @@ SmcExchange exchangeSmc(SmcConnection connection, const SmcRecord& input, SmcRec
   virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
   if (store == nullptr || connections().open.count(connection) == 0) {
     return {.status = kernelNotOpen, .answered = 0};
+  }
+  if (virtual_mac::callsAreWatched()) {
+    std::string key;
+    if (virtual_mac::callFails(watchedExchange(input, key))) return {.status = kernelError, .answered = 0};
   }
   std::uint32_t signals = 0;
   const KernelStatus status = virtual_mac::changeNow(*store, [&](Machine& machine, Journal& journal) {

@@ -5,6 +5,7 @@
 
 #include "platform/host.h"
 #include "sim/machine/machine_store.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/moment.h"
 #include "sim/seam/power_message_watch.h"
 
@@ -41,7 +42,7 @@ void notify(const PowerNotice& notice) {
 namespace platform {
 
 PowerRegistration registerSystemPower(PowerCallback callback) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"registerSystemPower"});
   if (store == nullptr) return {0, false};
   std::uint32_t sentBefore = 0;
   const bool taken = virtual_mac::changeNow(*store, [&sentBefore](Machine& machine, const Journal&) {
@@ -54,7 +55,7 @@ PowerRegistration registerSystemPower(PowerCallback callback) {
 }
 
 void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"allowPowerChange"});
   if (store == nullptr || rootPort != theRootPort) return;
   virtual_mac::changeNow(*store, [argument](Machine& machine, Journal& journal) {
     virtual_mac::allowPowerChange(machine, journal, static_cast<std::uint32_t>(argument));
@@ -62,7 +63,7 @@ void allowPowerChange(RootPowerPort rootPort, std::intptr_t argument) {
 }
 
 KernelStatus schedulePowerEvent(double date, std::string_view identifier, std::string_view type) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"schedulePowerEvent"});
   if (store == nullptr) return kernelNotFound;
   return virtual_mac::changeNow(*store, [=](Machine& machine, Journal& journal) {
     return virtual_mac::scheduleEvent(machine, journal, date, identifier, type);
@@ -70,7 +71,7 @@ KernelStatus schedulePowerEvent(double date, std::string_view identifier, std::s
 }
 
 KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::string_view type) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"cancelPowerEvent"});
   if (store == nullptr) return kernelNotFound;
   return virtual_mac::changeNow(*store, [=](Machine& machine, Journal& journal) {
     return virtual_mac::cancelEvent(machine, journal, date, identifier, type);
@@ -78,13 +79,13 @@ KernelStatus cancelPowerEvent(double date, std::string_view identifier, std::str
 }
 
 SleepAssertion preventSystemSleep(std::string_view /*reason*/) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"preventSystemSleep"});
   if (store == nullptr) return 0;
   return virtual_mac::changeNow(*store, virtual_mac::preventSleep) == kernelSuccess ? theAssertion : 0;
 }
 
 void releaseSleepAssertion(SleepAssertion assertion) {
-  virtual_mac::MachineStore* store = virtual_mac::attachedMachine();
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"releaseSleepAssertion"});
   if (store != nullptr && assertion == theAssertion) virtual_mac::changeNow(*store, virtual_mac::allowSleep);
 }
 

@@ -439,9 +439,9 @@ TEST(Schemas, existForEachKindOfDocument) {
     // The output of brisko is checked by its own tests.
     if (!name.starts_with("brisko-")) found.push_back(name.substr(0, name.find('.')));
   }
-  // Scenarios are checked by the tests of the lab.
+  // Scenarios and the summaries of campaigns are checked by the tests of the lab.
   std::vector<std::string> wanted = kinds;
-  wanted.emplace_back("scenario");
+  wanted.insert(wanted.end(), {"scenario", "campaign-summary"});
   EXPECT_THAT(found, ::testing::UnorderedElementsAreArray(wanted));
 }
 

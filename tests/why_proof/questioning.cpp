@@ -17,6 +17,7 @@
 namespace brisko::proof {
 namespace {
 
+using lab::GeneratedScenario;
 using lab::ScenarioJson;
 using lab::TimedAction;
 using virtual_mac::Machine;

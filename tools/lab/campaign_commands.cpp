@@ -8,11 +8,11 @@
 #include <string>
 #include <thread>
 
-#include <unistd.h>
-
 #include "sim/generate/campaign.h"
 #include "sim/generate/scenario_generator.h"
 #include "sim/scenario/generated_scenario.h"
+#include "tools/lab/log_kinds.h"
+#include "tools/lab/standard_streams.h"
 
 namespace brisko::lab {
 namespace {
@@ -22,6 +22,8 @@ struct CommandLine {
   std::string faults = "all";
   CampaignOptions options = {.jobs = std::max(1U, std::thread::hardware_concurrency())};
   std::string shrinkInto = {};
+  std::string summary = {};
+  std::string shard = {};
 
   // None, and an error message, when the options are invalid.
   [[nodiscard]] std::optional<CampaignOptions> read() const {
@@ -37,7 +39,22 @@ struct CommandLine {
       if (faults == nameOf(kind)) read.faults = kind;
     }
     if (!shrinkInto.empty()) read.shrinkInto = shrinkInto;
+    if (!summary.empty() && !readSummaryOptions(read)) return std::nullopt;
     return read;
+  }
+
+ private:
+  [[nodiscard]] bool readSummaryOptions(CampaignOptions& read) const {
+    const auto part = shard.empty() ? Shard{} : parseShard(shard);
+    if (!part || !seedsOf(read.seeds, *part)) {
+      static_cast<void>(std::fprintf(stderr,
+                                     "brisko-lab: a shard is a number of them all, like 1/8, and each has a "
+                                     "seed; not \"%s\"\n",
+                                     shard.c_str()));
+      return false;
+    }
+    read.summary = SummaryOptions{.file = summary, .shard = *part, .kinds = documentedLogKinds()};
+    return true;
   }
 };
 
@@ -49,25 +66,16 @@ void addOptions(CLI::App& command, CommandLine& line) {
   command.add_option("--guard", line.options.guard, "LIST: passed on to the daemon");
 }
 
-void say(std::FILE* where, const std::string& text) {
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), where));
-  static_cast<void>(std::fflush(where));
-}
-
 int startCampaign(const CommandLine& line) {
   const auto options = line.read();
   if (!options) return usageError;
-  return runCampaign(*options,
-                     {.print = [](const std::string& text) { say(stdout, text); },
-                      .progress = [](const std::string& text) { say(stderr, text); },
-                      .onTerminal = ::isatty(STDERR_FILENO) == 1},
-                     runnerFor(*options));
+  return runCampaign(*options, outputToStandardStreams(), runnerFor(*options));
 }
 
 int printScenario(const CommandLine& line) {
   const auto options = line.read();
   if (!options) return usageError;
-  say(stdout,
+  outputToStandardStreams().print(
       scenarioText(generateScenario(options->seeds.first, options->days, options->faults, options->guard)));
   return 0;
 }
@@ -89,6 +97,10 @@ void addCampaignCommands(CLI::App& program, std::function<int()>& chosen) {
           "cut the first failure of each kind down to what matters, into this folder or the current one")
       ->expected(0, 1)
       ->default_str(".");
+  CLI::Option* summary =
+      campaign->add_option("--summary", line->summary,
+                           "FILE.json: record what was run and seen, and continue there when started again");
+  campaign->add_option("--shard", line->shard, "K/N: run the K-th of N parts of the seeds")->needs(summary);
   campaign->callback([line, &chosen] { chosen = [line] { return startCampaign(*line); }; });
 
   CLI::App* scenario = program.add_subcommand("generate", "print the scenario generated from a seed");

@@ -24,6 +24,8 @@
 #include "sim/scenario/timing.h"
 #include "sim/scenario/trace.h"
 #include "tools/lab/campaign_commands.h"
+#include "tools/lab/fail_calls_command.h"
+#include "tools/lab/merge_command.h"
 #include "tools/lab/nights_command.h"
 #include "tools/lab/replay_command.h"
 
@@ -213,6 +215,8 @@ int run(int count, char** arguments) {
     chosen = listActions;
   });
   addCampaignCommands(program, chosen);
+  addFailCallsCommand(program, chosen);
+  addMergeCommand(program, chosen);
   addNightsCommand(program, chosen);
   addReplayCommand(program, chosen);
   try {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "sim/machine/machine_store.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/simulated/driver.h"
 #include "sim/seam/temporary_directory.h"
 
@@ -35,7 +36,8 @@ namespace platform {
 using virtual_mac::attachedMachine;
 
 std::int64_t osMajor() {
-  return attachedMachine() == nullptr ? 0 : attachedMachine()->view().machine().system.macOS;
+  virtual_mac::MachineStore* store = virtual_mac::machineFor({"osMajor"});
+  return store == nullptr ? 0 : store->view().machine().system.macOS;
 }
 
 std::optional<std::string> environment(const char* name) {
@@ -44,7 +46,10 @@ std::optional<std::string> environment(const char* name) {
   return found->second;
 }
 
-std::optional<std::string> executablePath() { return host().executablePath; }
+std::optional<std::string> executablePath() {
+  if (virtual_mac::callFails({"executablePath"})) return std::nullopt;
+  return host().executablePath;
+}
 
 std::uint32_t effectiveUserId() {
   if (attachedMachine() == nullptr) return 0;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include <sys/wait.h>
@@ -14,21 +15,25 @@ namespace brisko::lab::program_test {
 namespace {
 
 using namespace test;
+using Json = nlohmann::json;
 
 struct Ended {
   int status = -1;
   std::string output = {};
 };
 
-Ended run(const std::string& arguments) {
-  const std::string command = std::string(BRISKO_PROGRAMS) + "/brisko-lab " + arguments + " 2>&1";
-  std::FILE* pipe = ::popen(command.c_str(), "r");
+Ended runCommand(const std::string& command) {
+  std::FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
   Ended ended;
   char part[256];
   while (std::fgets(part, sizeof part, pipe) != nullptr) ended.output += part;
   const int status = ::pclose(pipe);
   if (WIFEXITED(status)) ended.status = WEXITSTATUS(status);
   return ended;
+}
+
+Ended run(const std::string& arguments) {
+  return runCommand(std::string(BRISKO_PROGRAMS) + "/brisko-lab " + arguments);
 }
 
 long countOf(const std::string& text, const std::string& piece) {
@@ -118,6 +123,71 @@ TEST_F(LabProgram, endsACampaignCleanlyOnControlC) {
   const Ended ended = run("campaign --seeds 1..1000 --days 30 & sleep 0.5; kill -INT $!; wait $!");
   EXPECT_EQ(ended.status, 130);
   EXPECT_THAT(ended.output, HasSubstr("30 days each, faults all: cancelled after "));
+}
+
+// --- Shards
+
+class LabShards : public LabProgram {
+ protected:
+  static inline const std::string ofTwoDays = "--seeds 3..6 --days 2 --faults all";
+
+  // The summary without what it cost.
+  [[nodiscard]] Json summaryIn(const std::string& name) const {
+    Json words = Json::parse(test::contents(folder.path(name)), nullptr, false);
+    EXPECT_TRUE(words.is_object()) << name;
+    if (words.is_object()) words.erase("cost");
+    return words;
+  }
+  static Ended runScript(const std::string& environment, const std::string& arguments) {
+    return runCommand(environment + " LAB=" BRISKO_PROGRAMS "/brisko-lab " BRISKO_SCRIPTS "/" + arguments);
+  }
+};
+
+TEST_F(LabShards, addUpToTheWholeCampaignWhateverRunsThem) {
+  EXPECT_EQ(run("campaign " + ofTwoDays + " --summary " + folder.path("whole.json")).status, 0);
+  const Json whole = summaryIn("whole.json");
+  EXPECT_EQ(whole.at("finished"), Json::array({{3, 6}}));
+  EXPECT_EQ(whole.at("coverage").at("unknownLines"), 0);
+  EXPECT_GT(whole.at("coverage").at("states").at("charge hold"), 0);
+  EXPECT_GT(whole.at("coverage").at("transitions").at("charge allow → hold"), 0);
+  EXPECT_EQ(whole.at("coverage").at("transitions").at("calibration soak → restore"), 0);
+  EXPECT_GT(whole.at("coverage").at("logLines").at("xpc-listening-on"), 0);
+  EXPECT_GT(whole.at("coverage").at("faults").at("unplug"), 0);
+
+  // GNU parallel with two workers.
+  const Ended parallel =
+      runScript("WORKERS=2", "campaign-parallel.sh " + folder.path("parallel") + " 3 " + ofTwoDays);
+  EXPECT_EQ(parallel.status, 0) << parallel.output;
+  EXPECT_THAT(parallel.output, HasSubstr("seeds 3..6, 2 days each, faults all, commit "));
+  EXPECT_EQ(summaryIn("parallel/merged.json"), whole);
+
+  // The tasks of a Slurm array, one after another; the first is started again.
+  for (const char* task : {"1", "2", "1"}) {
+    const Ended ended = runScript("SLURM_ARRAY_TASK_COUNT=2 SLURM_ARRAY_TASK_ID=" + std::string(task),
+                                  "campaign-slurm.sh " + folder.path("slurm") + " " + ofTwoDays);
+    EXPECT_EQ(ended.status, 0) << ended.output;
+  }
+  const std::string first = folder.path("slurm/shard-1.json ");
+  const std::string second = folder.path("slurm/shard-2.json ");
+  EXPECT_EQ(run("merge " + second + first + "--summary " + folder.path("merged.json")).status, 0);
+  EXPECT_EQ(summaryIn("merged.json"), whole);
+
+  const Ended missing = run("merge " + second);
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_EQ(missing.output, "brisko-lab: shard 1 of 2 is missing: seeds 3..4\n");
+  test::put(folder.path("slurm/shard-1.json"), "{");
+  const Ended torn = run("merge " + first + second + folder.path("none.json"));
+  EXPECT_EQ(torn.status, 2);
+  EXPECT_THAT(torn.output,
+              HasSubstr("brisko-lab: " + folder.path("slurm/shard-1.json") + ": is torn: it is not JSON\n"));
+  EXPECT_THAT(torn.output, HasSubstr("brisko-lab: " + folder.path("none.json") + ": cannot be read\n"));
+}
+
+TEST_F(LabShards, areRefusedWithoutAFileOrASeed) {
+  EXPECT_EQ(run("campaign --seeds 1..4 --shard 1/2").status, 2);
+  EXPECT_EQ(run("campaign --seeds 1..4 --shard 3/2 --summary " + folder.path("s.json")).status, 2);
+  EXPECT_EQ(run("campaign --seeds 1..4 --shard 1/5 --summary " + folder.path("s.json")).status, 2);
+  EXPECT_EQ(run("merge").status, 2);
 }
 
 TEST_F(LabProgram, printsTheScenarioOfASeedThatItCanRun) {

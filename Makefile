@@ -65,7 +65,7 @@ interruptions:
 mutants:
 	@scripts/install-dependencies.sh checks
 	@cmake --preset release
-	@/usr/bin/python3 tests/mutants/generated/run.py build/release $(MUTANTS)
+	@/usr/bin/python3 -B tests/mutants/generated/run.py build/release $(MUTANTS)
 
 .PHONY: configured
 configured:

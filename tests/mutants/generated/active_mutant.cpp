@@ -1,5 +1,5 @@
-// BRISKO_MUTANT is the number of the active mutant; BRISKO_MUTANT_REACHED names a file with a byte for each number, which
-// becomes 1 when the mutant's place is reached. Both are read before any other initialisation.
+// BRISKO_MUTANT is the number of the active mutant; BRISKO_MUTANT_REACHED names a file with a byte for each
+// number, which becomes 1 when the mutant's place is reached. Both are read before any other initialisation.
 
 #include "mutants/generated/active_mutant.h"
 

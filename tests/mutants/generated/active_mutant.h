@@ -1,6 +1,6 @@
 // tests/mutants/generated/active_mutant.h
-// Which of the generated mutants is active in this process. Every mutated source includes this file, so it declares as
-// little as possible, and outside of the namespaces of the daemon.
+// Which of the generated mutants is active in this process. Every mutated source includes this file, so it
+// declares as little as possible, and outside of the namespaces of the daemon.
 #pragma once
 
 #include <type_traits>

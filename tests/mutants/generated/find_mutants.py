@@ -43,6 +43,7 @@ EMPTY = {"{}", "std::nullopt", "nullptr", "0", "false", '""', "std::string()", "
 @dataclasses.dataclass
 class Site:
     file: str
+    line: int
     start: int
     end: int
     shape: str
@@ -50,8 +51,6 @@ class Site:
     type: str = ""
     # Also evaluated by the compiler.
     constexpr: bool = False
-    # Only evaluated by the compiler, or before main().
-    fixed: bool = False
 
 
 @dataclasses.dataclass
@@ -76,6 +75,7 @@ class Context:
     # The function's result; None in a constructor, or where a lambda leaves it to the compiler.
     result: object = None
     constexpr: bool = False
+    # Only evaluated by the compiler, or before main().
     fixed: bool = False
 
 
@@ -147,7 +147,7 @@ class Finder:
                       cursor.extent.end.offset if end is None else end)
         if start >= end or self.is_in_macro(file, start, end):
             return
-        site = Site(file, start, end, shape, other, type, context.constexpr, context.fixed)
+        site = Site(file, source.line(start), start, end, shape, other, type, context.constexpr)
         text = text or f"{source.text(start, end)} → {other or 'nothing'}"
         self.found.setdefault((file, start, end, operator, other),
                               Mutant(file, source.line(start), context.function, operator, text, [site], context.fixed))
@@ -166,7 +166,8 @@ class Finder:
             self.visit(child, context)
 
     def visit(self, cursor, context):
-        if self.file_of(cursor) is None or cursor.kind == Kind.STATIC_ASSERT:
+        file = self.file_of(cursor)
+        if file is None or cursor.kind == Kind.STATIC_ASSERT or self.range(cursor) in self.macros.get(file, []):
             return
         kind = cursor.kind
         if kind in FUNCTIONS:
@@ -273,7 +274,7 @@ class Finder:
         other = f"!{written}" if is_truth(variable.type) else f"{written} + 1"
         key = (str(path.relative_to(self.root)), variable.location.offset)
         type = type or canonical(variable.type).spelling.replace("const ", "")
-        use = Site(file, start, end, "value", other, type, context.constexpr)
+        use = Site(file, self.text_of(file).line(start), start, end, "value", other, type, context.constexpr)
         self.uses.setdefault(key, {})[(file, start)] = use
 
     # ---- Expressions
@@ -403,7 +404,7 @@ class Finder:
                 self.swap(first, second, context)
         elif kind in {Kind.IF_STMT, Kind.WHILE_STMT, Kind.FOR_STMT, Kind.CXX_FOR_RANGE_STMT}:
             self.visit_control(cursor, context)
-        elif kind == Kind.DO_STMT and self.starts_with(cursor, b"do"):  # and not with a macro
+        elif kind == Kind.DO_STMT:
             self.negate(list(cursor.get_children())[1], context)
         elif kind in {Kind.CASE_STMT, Kind.DEFAULT_STMT}:
             self.remove(list(cursor.get_children())[-1], context)
@@ -489,7 +490,8 @@ class Finder:
         self.add(first, context, "swap", "statement", texts[1], *one, text=f"{texts[0]} ↔ {texts[1]}")
         mutant = self.found.get((self.file_of(first), *one, "swap", texts[1]))
         if mutant is not None and len(mutant.sites) == 1:
-            mutant.sites.append(Site(mutant.file, *other, "statement", texts[0], "", context.constexpr, context.fixed))
+            mutant.sites.append(Site(mutant.file, source.line(other[0]), *other, "statement", texts[0],
+                                     constexpr=context.constexpr))
 
     def visit_return(self, cursor, context):
         file, (start, end) = self.file_of(cursor), self.range(cursor)

@@ -1,7 +1,7 @@
 // The daemon's tests with all generated mutants. As a plain test program it runs like any other. With
-// BRISKO_MUTANT_SERVER it reads a request from each line of its standard input, "MUTANT MILLISECONDS TEST", runs that
-// test in a forked process (a start costs a millisecond instead of twenty) and answers with a line: the outcome, the
-// milliseconds, and for mutant 0 the numbers of the mutants whose places were reached.
+// BRISKO_MUTANT_SERVER it reads a request from each line of its standard input, "MUTANT MILLISECONDS TEST",
+// runs that test in a forked process (a start costs a millisecond instead of twenty) and answers with a line:
+// the outcome, the milliseconds, and for mutant 0 the numbers of the mutants whose places were reached.
 
 #include <chrono>
 #include <cstdio>

@@ -61,8 +61,9 @@ def written(source, place, alone):
 def with_choices(text, sites):
     if not sites:
         return text
-    if sites[0][0].alone:
-        return sites[0][1].other
+    instead = [site.other for mutant, site in sites if mutant.alone]
+    if instead:
+        return instead[0]
     chosen = lambda mutant, site: f"brisko_mutant{'_at_run_time' if site.constexpr else ''}({mutant.number})"
     shapes = {site.shape for _, site in sites}
     if "statement" in shapes:
@@ -112,9 +113,13 @@ def write(root, copy, mutants, alone=None):
 
 
 def refuse(mutants, places):
+    """A constant keeps the uses that can be switched."""
     for mutant in mutants:
-        for site in mutant.sites:
-            mutant.alone = mutant.alone or (site.file, mutant.line) in places
+        accepted = [site for site in mutant.sites if (site.file, site.line) not in places]
+        if accepted and mutant.operator == "constant":
+            mutant.sites = accepted
+        elif accepted != mutant.sites:
+            mutant.alone = True
 
 
 def main():

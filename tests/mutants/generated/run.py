@@ -27,6 +27,7 @@ import write_sources
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[2]
 SOURCES = ROOT / "src"
+TEST_PROGRAMS = ["brisko-mutated-tests", "brisko-mutated-exchange-tests"]
 EQUIVALENT = HERE / "equivalent.txt"
 MOST_EQUIVALENT = 0.05
 KILLED = {"failed", "hung", "refused"}
@@ -39,10 +40,10 @@ class Build:
         self.folder = pathlib.Path(folder).resolve()
         self.generated = self.folder / "tests/mutants/generated"
         self.copy = self.generated / "src"
-        self.tests = self.folder / "brisko-mutated-tests"
+        self.programs = [self.folder / name for name in TEST_PROGRAMS]
         self.lab = self.folder / "brisko-mutated-lab"
 
-    def make(self, jobs, targets=("brisko-mutated-tests", "brisko-mutated-lab")):
+    def make(self, jobs, targets=(*TEST_PROGRAMS, "brisko-mutated-lab")):
         """Where the compiler refuses a choice at run time, the mutants there need builds of their own."""
         for _ in range(5):
             done = subprocess.run(["cmake", "--build", self.folder, "--parallel", str(jobs), "--target", *targets, "--",
@@ -67,15 +68,16 @@ class Build:
 
 
 class Server:
-    """A process of the tests that forks for each request."""
+    """A process of a program of tests that forks for each request."""
 
-    def __init__(self, build, mutant=None):
+    def __init__(self, program, mutant=None):
         self.scratch = tempfile.mkdtemp(prefix="brisko-mutants-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
+        os.chmod(self.scratch, 0o755)  # some tests continue as another user
         environment = {**os.environ, "BRISKO_MUTANT_SERVER": "1", "BRISKO_MUTANT_SCRATCH": self.scratch}
         environment.pop("BRISKO_MUTANT", None)
         if mutant is not None:
             environment["BRISKO_MUTANT"] = str(mutant)
-        self.process = subprocess.Popen([build.tests], env=environment, text=True, stdin=subprocess.PIPE,
+        self.process = subprocess.Popen([program], env=environment, text=True, stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE)
         self.reached_before = [int(word) for word in self.process.stdout.readline().split()]
 
@@ -93,6 +95,26 @@ class Server:
         self.process.stdin.close()
         self.process.wait()
         shutil.rmtree(self.scratch, ignore_errors=True)
+
+
+class Servers:
+    """One for each program, started when it is first asked. A test's name is "PROGRAM:SUITE.TEST"."""
+
+    def __init__(self, build, mutant=None):
+        self.build, self.mutant, self.servers = build, mutant, {}
+
+    def of(self, program):
+        if program not in self.servers:
+            self.servers[program] = Server(self.build.folder / program, self.mutant)
+        return self.servers[program]
+
+    def ask(self, mutant, milliseconds, test):
+        program, name = test.split(":", 1)
+        return self.of(program).ask(mutant, milliseconds, name)
+
+    def close(self):
+        for server in self.servers.values():
+            server.close()
 
 
 def in_parallel(jobs, items, worker):
@@ -117,13 +139,13 @@ def in_parallel(jobs, items, worker):
 # ---- Which tests reach what
 
 
-def listed_tests(build):
+def listed_tests(program):
     """The source of each test, by its name."""
     with tempfile.NamedTemporaryFile(suffix=".json") as file:
-        subprocess.run([build.tests, "--gtest_list_tests", f"--gtest_output=json:{file.name}"], check=True,
+        subprocess.run([program, "--gtest_list_tests", f"--gtest_output=json:{file.name}"], check=True,
                        stdout=subprocess.DEVNULL)
         listed = json.load(open(file.name))
-    return {f"{suite['name']}.{test['name']}": test["file"] for suite in listed["testsuites"]
+    return {f"{program.name}:{suite['name']}.{test['name']}": test["file"] for suite in listed["testsuites"]
             for test in suite["testsuite"]}
 
 
@@ -147,19 +169,19 @@ def kept(path, key, make):
 
 def reach_of_tests(build, jobs):
     """For each test its file, milliseconds and the mutants it reaches; and those reached before any test."""
-    tests = listed_tests(build)
+    tests = {test: file for program in build.programs for test, file in listed_tests(program).items()}
     reach, before = {}, set()
 
     def worker(following):
-        server = Server(build)
-        before.update(server.reached_before)
+        servers = Servers(build)
+        before.update(*(servers.of(program.name).reached_before for program in build.programs))
         while (test := following()) is not None:
-            outcome, took, reached = server.ask(0, 120000, test)
+            outcome, took, reached = servers.ask(0, 120000, test)
             if outcome != "passed":
                 print(f"{test} {outcome} without a mutant, and is left out.")
                 continue
             reach[test] = {"file": tests[test], "milliseconds": took, "reached": reached}
-        server.close()
+        servers.close()
 
     in_parallel(jobs, tests, worker)
     return {"tests": reach, "before": sorted(before)}
@@ -206,7 +228,7 @@ class Run:
     def __init__(self, build, jobs):
         self.build, self.jobs = build, jobs
         self.mutants = build.mutants()
-        key = identity(build.tests, build.copy / "mutants.json")
+        key = identity(*build.programs, build.copy / "mutants.json")
         self.reach = kept(build.generated / "reach.json", key, lambda: reach_of_tests(build, jobs))
         self.tests_of = collections.defaultdict(list)
         for test, entry in self.reach["tests"].items():
@@ -260,10 +282,10 @@ class Run:
     def limit(self, milliseconds):
         return max(LEAST_MILLISECONDS, PATIENCE * milliseconds)
 
-    def run_tests(self, server, number, mutant, tests):
+    def run_tests(self, servers, number, mutant, tests):
         """The test that kills it, if any, and how many were run."""
         for count, test in enumerate(self.ordered_tests(mutant, tests), 1):
-            outcome, _, _ = server.ask(number, self.limit(self.reach["tests"][test]["milliseconds"]), test)
+            outcome, _, _ = servers.ask(number, self.limit(self.reach["tests"][test]["milliseconds"]), test)
             if outcome in KILLED:
                 with self.lock:
                     killers = self.killers[mutant.file, mutant.function]
@@ -287,10 +309,10 @@ class Run:
                 return outcome, pathlib.PurePath(scenario).name, count
         return "survived", None, len(reaching)
 
-    def try_mutant(self, server, mutant, scenarios):
+    def try_mutant(self, servers, mutant, scenarios):
         begun = time.monotonic()
         tests = self.tests_of[mutant.number]
-        outcome, by, count = self.run_tests(server, mutant.number, mutant, tests)
+        outcome, by, count = self.run_tests(servers, mutant.number, mutant, tests)
         if outcome == "survived" and scenarios:
             outcome, by, more = self.run_scenarios(mutant)
             count += more
@@ -302,15 +324,15 @@ class Run:
         begun, before = time.monotonic(), set(self.reach["before"])
 
         def worker(following):
-            server = Server(self.build)
+            servers = Servers(self.build)
             while (mutant := following()) is not None:
                 if mutant.number in before:  # has to be active from the start
-                    own = Server(self.build, mutant.number)
+                    own = Servers(self.build, mutant.number)
                     self.try_mutant(own, mutant, scenarios)
                     own.close()
                 else:
-                    self.try_mutant(server, mutant, scenarios)
-            server.close()
+                    self.try_mutant(servers, mutant, scenarios)
+            servers.close()
 
         in_parallel(self.jobs, mutants, worker)
         return time.monotonic() - begun
@@ -325,13 +347,13 @@ class Run:
             tests = [test for test, entry in self.reach["tests"].items() if mutant.file.endswith(".h") or
                      any(numbers[number] == mutant.file for number in entry["reached"])]
             built = subprocess.run(["cmake", "--build", self.build.folder, "--parallel", str(self.jobs), "--target",
-                                    "brisko-mutated-tests"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                    *TEST_PROGRAMS], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             if built.returncode != 0:
                 self.keep(mutant, "refused", "the compiler", 0, time.monotonic() - started)
                 continue
-            server = Server(self.build)
-            self.keep(mutant, *self.run_tests(server, 0, mutant, tests), time.monotonic() - started)
-            server.close()
+            servers = Servers(self.build)
+            self.keep(mutant, *self.run_tests(servers, mutant.number, mutant, tests), time.monotonic() - started)
+            servers.close()
         write_sources.write(SOURCES, self.build.copy, self.mutants)
         return time.monotonic() - begun
 

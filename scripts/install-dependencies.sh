@@ -10,7 +10,7 @@ browser=()
 if [[ "${1:-}" == checks ]]; then
   browser=(chromium chromium-driver python3-selenium)
   packages+=(clang clang-format clang-tidy duktape fish jq libclang-rt-14-dev libxml2-utils llvm-14 mandoc make
-    original-awk parallel shellcheck zsh)
+    original-awk parallel python3-clang-14 shellcheck zsh)
 fi
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

@@ -12,7 +12,7 @@
 #include "client/launchd_text.h"
 #include "client/real_time.h"
 
-namespace brisko::client {
+namespace brisko::client::doctor_gathering_test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -202,4 +202,4 @@ TEST(RunTogether, killsWhatTakesTooLong) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::doctor_gathering_test

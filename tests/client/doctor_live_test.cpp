@@ -11,7 +11,7 @@
 #include "client/live_brisko.h"
 #include "support/record_schemas.h"
 
-namespace brisko {
+namespace brisko::doctor_live_test {
 namespace {
 
 using nlohmann::json;
@@ -152,4 +152,4 @@ TEST(BriskoDoctor, refusesWhatItCannotMend) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::doctor_live_test

@@ -12,7 +12,7 @@
 #include "client/doctor/diagnosis.h"
 #include "support/files.h"
 
-namespace brisko::client {
+namespace brisko::client::doctor_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -687,4 +687,4 @@ TEST(Troubleshooting, isMadeFromTheChecks) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::doctor_test

@@ -10,7 +10,7 @@
 #include "client/log_catalogue.h"
 #include "support/files.h"
 
-namespace brisko::client {
+namespace brisko::client::report_lines_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -281,4 +281,4 @@ TEST(ReportOfTheSchedule, keepsWhenTheMacIsToWake) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::report_lines_test

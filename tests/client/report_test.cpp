@@ -20,7 +20,7 @@
 #include "support/child.h"
 #include "support/record_schemas.h"
 
-namespace brisko::client {
+namespace brisko::client::report_test {
 namespace {
 
 using nlohmann::json;
@@ -415,4 +415,4 @@ TEST(ReportCommand, asksNothingAboutAnotherVolume) {
 }
 
 }  // namespace
-}  // namespace brisko::client
+}  // namespace brisko::client::report_test

@@ -13,7 +13,7 @@
 #include "support/files.h"
 #include "why_proof/asked_scenario.h"
 
-namespace brisko::proof {
+namespace brisko::proof::doctor_scenario_test {
 namespace {
 
 using Ids = std::set<std::string>;
@@ -80,4 +80,4 @@ TEST(DoctorOnAVirtualMac, findsWhatIsWrongWithIt) {
 }
 
 }  // namespace
-}  // namespace brisko::proof
+}  // namespace brisko::proof::doctor_scenario_test

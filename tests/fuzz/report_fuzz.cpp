@@ -10,7 +10,7 @@
 #include "sim/replay/reported_days.h"
 #include "sim/scenario/scenario.h"
 
-namespace brisko::lab {
+namespace brisko::lab::report_fuzz {
 namespace {
 
 std::string archiveIn(std::string_view text) {
@@ -61,4 +61,4 @@ void tryReport(std::string_view text) {
 const FuzzTarget target("report", tryReport);
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::report_fuzz

@@ -11,7 +11,7 @@
 #include "fuzz/target.h"
 #include "report/ustar.h"
 
-namespace brisko::lab {
+namespace brisko::lab::ustar_fuzz {
 namespace {
 
 constexpr std::size_t block = 512;
@@ -81,4 +81,4 @@ void tryInput(std::string_view input) {
 const FuzzTarget target("ustar", tryInput);
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::ustar_fuzz

@@ -9,7 +9,7 @@
 #include "process/live_mac.h"
 #include "support/testing.h"
 
-namespace brisko::test {
+namespace brisko::test::first_light_test {
 namespace {
 
 // The names of the lines of an answer.
@@ -87,4 +87,4 @@ TEST_F(FirstLight, hearsSleepAndWake) {
 }
 
 }  // namespace
-}  // namespace brisko::test
+}  // namespace brisko::test::first_light_test

@@ -8,7 +8,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::ustar_test {
 
 // For the test framework.
 static bool operator==(const ArchiveMember& one, const ArchiveMember& other) {
@@ -179,4 +179,4 @@ TEST(Ustar, keepsATimeThatDoesNotFitWithinTheFormat) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::ustar_test

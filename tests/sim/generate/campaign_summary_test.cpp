@@ -12,7 +12,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::campaign_summary_test {
 namespace {
 
 using namespace test;
@@ -324,4 +324,4 @@ TEST_F(CampaignWithASummary, endsIfItCannotBeWritten) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::campaign_summary_test

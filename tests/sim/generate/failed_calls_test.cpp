@@ -12,7 +12,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::failed_calls_test {
 namespace {
 
 using namespace test;
@@ -154,4 +154,4 @@ TEST_F(FailedCalls, areCountedByScenario) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::failed_calls_test

@@ -26,7 +26,7 @@
 #include "support/scratch_folder.h"
 #include "support/testing.h"
 
-namespace brisko {
+namespace brisko::kept_files_test {
 namespace {
 
 using namespace test;
@@ -320,4 +320,4 @@ TEST_F(KeptStatus, answersSettingsFromMemoryUntilAPause) {
 }
 
 }  // namespace
-}  // namespace brisko
+}  // namespace brisko::kept_files_test

@@ -7,7 +7,7 @@
 #include "report/report.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::comparison_test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -117,4 +117,4 @@ TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::comparison_test

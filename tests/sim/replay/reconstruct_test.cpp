@@ -12,7 +12,7 @@
 #include "sim/scenario/scenario.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::reconstruct_test {
 namespace {
 
 Sighting summary(const std::string& line, double time) {
@@ -229,4 +229,4 @@ TEST(Reconstruct, isAValidScenarioThatGivesTheChargeOnlyOnce) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::reconstruct_test

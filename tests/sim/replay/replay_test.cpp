@@ -8,7 +8,7 @@
 #include "sim/replay/reported_days.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::replay_test {
 namespace {
 
 // Two days of a Mac that is used on the battery, is charged to its limit, and sleeps.
@@ -96,4 +96,4 @@ TEST(Replay, agreesWithItsReportAndLessSoWhenTheCapacityTheAdapterOrTheSettingsA
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::replay_test

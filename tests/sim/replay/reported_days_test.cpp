@@ -5,7 +5,7 @@
 #include "sim/replay/sample_report.h"
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::reported_days_test {
 namespace {
 
 using test::archiveOf;
@@ -115,4 +115,4 @@ TEST(ReportedDays, readsTheLogOfMacOSInItsTimeZone) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::reported_days_test

@@ -4,7 +4,7 @@
 
 #include "support/testing.h"
 
-namespace brisko::lab {
+namespace brisko::lab::trace_test {
 namespace {
 
 constexpr double midnight = 1772323200;  // 2026-03-01
@@ -134,4 +134,4 @@ TEST(Trace, hasAnOutageFromEachOrderlyEndToTheNextStart) {
 }
 
 }  // namespace
-}  // namespace brisko::lab
+}  // namespace brisko::lab::trace_test

@@ -3,7 +3,7 @@
 #include "support/child.h"
 #include "support/testing.h"
 
-namespace brisko::virtual_mac {
+namespace brisko::virtual_mac::news_test {
 namespace {
 
 TEST(News, areAlwaysExpectedByAProcessThatIsNotAlone) {
@@ -30,4 +30,4 @@ TEST(News, areExpectedByOneThatIsAloneOnceForEachReasonAndNowAndThen) {
 }
 
 }  // namespace
-}  // namespace brisko::virtual_mac
+}  // namespace brisko::virtual_mac::news_test

@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include "client/doctor/diagnosis.h"
+#include "client/doctor/gathering.h"
 #include "client/program_output.h"
 #include "client/report_json.h"
 #include "client/system.h"
@@ -98,10 +100,8 @@ void takeFromSystem(ReportPart& part, const State& state, const std::string& dae
   if (part.name == "power-schedule.txt")
     return takeOutput(part, commandLineFor(ReportCommand::powerSchedule, daemon), programSeconds);
   if (part.name != "doctor.json") return;
-  if (auto text = doctorReport()) {
-    part.bytes = std::move(*text);
-    part.problem = "";
-  }
+  part.bytes = jsonOf(diagnose(gather(state.volume))).dump();
+  part.problem = "";
 }
 
 }  // namespace
@@ -123,7 +123,5 @@ std::vector<ReportPart> gatherReport(const State& state) {
   }
   return parts;
 }
-
-std::optional<std::string> doctorReport() { return std::nullopt; }
 
 }  // namespace brisko::client

@@ -2,8 +2,6 @@
 // Reads everything that a bug report may contain.
 #pragma once
 
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "client/bug_report.h"
@@ -14,8 +12,5 @@ namespace brisko::client {
 // All parts of a report with what was read for them, or with the reason. Each program that is asked has a
 // limit of time; on another volume none is asked.
 [[nodiscard]] std::vector<ReportPart> gatherReport(const State& state);
-
-// What "brisko doctor --json" prints; none while there is no such command.
-[[nodiscard]] std::optional<std::string> doctorReport();
 
 }  // namespace brisko::client

@@ -14,6 +14,7 @@ namespace brisko::lab {
 struct ArchiveMember {
   std::string name;  // relative, with slashes; 256 bytes at most
   std::string contents;
+  bool operator==(const ArchiveMember&) const = default;
 };
 
 // Plain files that only their owner may read, in this order; without an owner's name. `modifiedAt` is in

@@ -20,6 +20,7 @@
 #include "sim/process/kept_files.h"
 #include "sim/process/scratch.h"
 #include "sim/process/shared_memory.h"
+#include "sim/seam/call_watch.h"
 #include "sim/seam/file_events.h"
 #include "sim/seam/simulated/driver.h"
 
@@ -74,7 +75,8 @@ double nextHorizon(const Channel& channel, RunCommand& command) {
   if (!channel.receive(command)) ::_exit(1);
   const rlimit limit{command.maxFileSize, RLIM_INFINITY};
   if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) throwError("setrlimit");
-  resumeWithFiles(command.maxFileSize == RLIM_INFINITY);
+  // Every call for a file that may fail has to be made.
+  resumeWithFiles(command.maxFileSize == RLIM_INFINITY && !virtual_mac::callsAreWatched());
   return command.horizon;
 }
 

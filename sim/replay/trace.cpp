@@ -149,14 +149,14 @@ bool isEnd(const std::string& message) {
 
 std::vector<Span> outagesOf(const Trace& trace, double until) {
   std::vector<Span> outages;
-  std::optional<double> endedAt;
+  const LoggedLine* end = nullptr;
   for (const LoggedLine& line : trace.lines) {
-    if (isEnd(line.text)) endedAt = endedAt.value_or(line.time);
+    if (isEnd(line.text) && end == nullptr) end = &line;
     if (!isStart(line.text)) continue;
-    if (endedAt) outages.push_back({*endedAt, line.time});
-    endedAt.reset();
+    if (end != nullptr) outages.push_back({end->time, line.time});
+    end = nullptr;
   }
-  if (endedAt && *endedAt < until) outages.push_back({*endedAt, until});
+  if (end != nullptr && end->time < until) outages.push_back({end->time, until});
   return outages;
 }
 

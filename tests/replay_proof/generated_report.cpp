@@ -193,9 +193,9 @@ GeneratedReport reportOf(const lab::GeneratedScenario& generated, const ReportOp
   virtual_mac::Machine machine = scenario->setup.machine;
   lab::RunOptions run{.recording = &recording};
   run.afterStep = [&machine](const sim::Simulation& simulation) { machine = simulation.machine(); };
-  run.atEnd = [&](const std::string& volume) {
+  run.atEnd = [&](const sim::Simulation& simulation) {
     const std::string powerLog = options.powerLog ? powerLogOf(recording.picture().moments) : "";
-    report.archive = archiveOf(volume, *scenario, machine, powerLog);
+    report.archive = archiveOf(simulation.root(), *scenario, machine, powerLog);
   };
   const lab::Outcome outcome = runScenario(*scenario, diagnostics, run);
   if (!outcome.failures.empty()) report.failure = outcome.failures.front();

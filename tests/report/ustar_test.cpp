@@ -11,10 +11,6 @@
 namespace brisko::lab::ustar_test {
 
 // For the test framework.
-static bool operator==(const ArchiveMember& one, const ArchiveMember& other) {
-  return one.name == other.name && one.contents == other.contents;
-}
-
 namespace {
 
 using namespace test;

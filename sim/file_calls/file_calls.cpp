@@ -26,7 +26,7 @@ int __real_fstat(int file, struct stat* status);
 off_t __real_lseek(int file, off_t offset, int from);
 int __real_fchmod(int file, mode_t mode);
 int __real_mkdir(const char* path, mode_t mode);
-void __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES4_RSt10error_code(const std::filesystem::path& from,
+void __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(const std::filesystem::path& from,
                                                                            const std::filesystem::path& to,
                                                                            std::error_code& error);
 std::uintmax_t __real__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code(
@@ -146,14 +146,14 @@ int __wrap_mkdir(const char* path, mode_t mode) {
   return pathCallFails("mkdir", path) ? -1 : __real_mkdir(path, mode);
 }
 
-void __wrap__ZNSt10filesystem6renameERKNS_7__cxx114pathES4_RSt10error_code(const std::filesystem::path& from,
+void __wrap__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(const std::filesystem::path& from,
                                                                            const std::filesystem::path& to,
                                                                            std::error_code& error) {
   if (pathCallFails("rename", from)) {
     error = {errno, std::generic_category()};
     return;
   }
-  __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES4_RSt10error_code(from, to, error);
+  __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(from, to, error);
 }
 
 std::uintmax_t __wrap__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code(

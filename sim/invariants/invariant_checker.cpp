@@ -328,6 +328,8 @@ void InvariantChecker::beforeFailedCall(const virtual_mac::WatchedCall& call) {
   ++disturbances.disturbanceCount;
   disturbances.lastActionAt = disturbances.disturbedAt = impl_->machine().now;
   if (call.subject.find(LogFile::defaultDirectory) != std::string_view::npos) disturbances.logsTouched = true;
+  // What could not be written is lost, as on a full disk.
+  if (call.subject.find('/') != std::string_view::npos) disturbances.diskIsFull = true;
 }
 
 }  // namespace brisko::lab

@@ -102,7 +102,7 @@ TEST_F(GuardedNight, hasFourWakesAtMostOnBattery) {
   int wakes = 0;
   while (!mac.pendingWakes().empty() && wakes < 20) {
     ++wakes;
-    mac.pass(mac.pendingWakes().front() - platform::wallNow() + 1);
+    mac.pass(mac.pendingWakes().front() - platform::wallNow());  // it counts from its date on
     watchNight(20, band, true);
   }
   EXPECT_EQ(wakes, mostBatteryWakes);
@@ -158,6 +158,21 @@ TEST_F(GuardedNight, warnsOnceWhenNoWakeCanBeScheduled) {
       newLines(),
       ElementsAre(
           "⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil"));
+}
+
+TEST_F(GuardedNight, plansAnewAtTheDateOfAWakeThatWasRefused) {
+  planNight(40, band);
+  const double planned = mac.pendingWakes().front() - platform::wallNow();
+  cancelScheduledWake();
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  planNight(40, band);
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelSuccess});
+  mac.pass(planned - 1);
+  watchNight(40, band, true);
+  EXPECT_THAT(mac.pendingWakes(), IsEmpty());
+  mac.pass(1);
+  watchNight(40, band, true);
+  EXPECT_EQ(mac.pendingWakes().size(), 1U);
 }
 
 TEST_F(GuardedNight, cancelsItsWakeOnceChargingIsStopped) {

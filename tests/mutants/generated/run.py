@@ -1,7 +1,7 @@
 """Runs the tests on every generated mutant of the daemon: for each only the tests that reach it, until one fails.
 
 Every result is kept at once in BUILD/tests/mutants/generated/results.jsonl, so a run that was interrupted continues;
-what changes in a source makes the results of that file void. Ends with 0 if each mutant is killed or listed in
+what changes in a source makes the results of that file void, and another test those of all survivors. Ends with 0 if each mutant is killed or listed in
 equivalent.txt.
 """
 
@@ -228,8 +228,8 @@ class Run:
     def __init__(self, build, jobs):
         self.build, self.jobs = build, jobs
         self.mutants = build.mutants()
-        key = identity(*build.programs, build.copy / "mutants.json")
-        self.reach = kept(build.generated / "reach.json", key, lambda: reach_of_tests(build, jobs))
+        self.key = identity(*build.programs, build.copy / "mutants.json")
+        self.reach = kept(build.generated / "reach.json", self.key, lambda: reach_of_tests(build, jobs))
         self.tests_of = collections.defaultdict(list)
         for test, entry in self.reach["tests"].items():
             for number in entry["reached"]:
@@ -240,7 +240,7 @@ class Run:
         self.sources = {}
         self.results = self.read_results()
 
-    # Results: by the name of the mutant and the text of its source.
+    # Results: by the name of the mutant and the text of its source; of survivors only those of the same tests.
     def source(self, file):
         if file not in self.sources:
             self.sources[file] = identity(SOURCES / file)[:16]
@@ -252,13 +252,14 @@ class Run:
         for line in path.read_text().splitlines() if path.exists() else []:
             entry = json.loads(line)
             name = tuple(entry["name"])
-            if (SOURCES / name[0]).exists() and entry["source"] == self.source(name[0]):
+            same_tests = entry["outcome"] in KILLED or entry["tests_key"] == self.key
+            if same_tests and (SOURCES / name[0]).exists() and entry["source"] == self.source(name[0]):
                 results[name] = entry
         return results
 
     def keep(self, mutant, outcome, by, count, seconds):
-        entry = {"name": mutant.name, "source": self.source(mutant.file), "outcome": outcome, "by": by, "tests": count,
-                 "seconds": round(seconds, 3)}
+        entry = {"name": mutant.name, "source": self.source(mutant.file), "tests_key": self.key,
+                 "outcome": outcome, "by": by, "tests": count, "seconds": round(seconds, 3)}
         with self.lock:
             self.results[mutant.name] = entry
             with open(self.build.generated / "results.jsonl", "a") as file:
@@ -437,7 +438,6 @@ def parsed_arguments():
     parser.add_argument("--sample", type=int, default=0, help="only so many, chosen at random")
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
     parser.add_argument("--shard", default="1/1", help="the first of two halves: 1/2")
-    parser.add_argument("--again", action="store_true", help="try those again that survived")
     parser.add_argument("--no-scenarios", action="store_true", help="do not try the survivors in the scenarios")
     parser.add_argument("--alone", action="store_true", help="those that cannot be switched, with a build for each")
     parser.add_argument("--check", action="store_true", help="only check equivalent.txt; builds nothing")
@@ -457,8 +457,7 @@ def main():
     problems = list(problems_of_equivalent(entries, run.mutants))
     print(*(f"equivalent.txt {problem}" for problem in problems), sep="\n")
     mutants = selected(run, arguments)
-    due = [mutant for mutant in mutants if mutant.name not in run.results or
-           (arguments.again and run.results[mutant.name]["outcome"] not in KILLED)]
+    due = [mutant for mutant in mutants if mutant.name not in run.results]
     seconds = run.run_alone(due) if arguments.alone else run.run(due, not arguments.no_scenarios)
     complete = report(run, mutants, {name for name, _ in entries})
     alone = sum(mutant.alone for mutant in run.mutants)

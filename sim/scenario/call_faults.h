@@ -22,7 +22,7 @@ enum class CallFault : std::uint8_t {
 };
 [[nodiscard]] const char* nameOf(CallFault fault);
 
-// A run goes on for so long after the call.
+// A run continues for so long after the call.
 inline constexpr double secondsAfterFailedCall = 3600;
 
 struct CallPoint {

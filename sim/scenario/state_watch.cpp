@@ -87,7 +87,7 @@ const std::array<Aspect, StateWatch::aspectCount>& aspects() {
        [](const Machine&) { return static_cast<std::size_t>(gThermalPaused); },
        anyOrder},
       {"hold",
-       {"not judged", "charging goes on", "verified"},
+       {"not judged", "charging continues", "verified"},
        [](const Machine&) { return indexOf(gGateVerified); },
        anyOrder},
       {"sleep", {"awake", "dark wake", "announced"}, sleepNow, anyOrder},

@@ -1,8 +1,9 @@
 // A process on these fakes works on the files of its volume at once, as one on a Mac does. So the comparison
 // of both platforms also compares this with the files that a process in virtual time keeps in memory.
 
-#include "base/files.h"
 #include "base/plain_files.h"
+
+#include "base/files.h"
 #include "sim/process/kept_files.h"
 
 namespace brisko {

@@ -144,7 +144,8 @@ std::vector<NamedSummary> shards() {
 
 std::vector<std::string> problemsOf(const std::vector<NamedSummary>& all) {
   std::vector<std::string> problems;
-  EXPECT_EQ(mergeSummaries(all, problems).has_value(), problems.empty());
+  const bool merged = mergeSummaries(all, problems).has_value();
+  EXPECT_EQ(merged, problems.empty());
   return problems;
 }
 

@@ -21,7 +21,7 @@ using namespace test;
 constexpr const char* limitIsReached = R"({
   "description": "The limit is reached.",
   "mac": {"percent": 78},
-  "settings": {"limit": 80},
+  "settings": {"limit": 80, "hysteresis": 1},
   "timeline": [{"at": "+40 min", "do": "unplug"}, {"at": "+5 min", "see": {"running": true}}]
 })";
 

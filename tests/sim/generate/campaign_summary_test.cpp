@@ -223,7 +223,7 @@ TEST(MergedSummary, showsWhatWasSeenWhatNeverWasAndTheCost) {
 
 // --- A campaign with a summary
 
-struct Run {
+struct CampaignRun {
   int status = -1;
   std::string printed = {};
   std::string progress = {};
@@ -231,9 +231,9 @@ struct Run {
 
 class CampaignWithASummary : public ::testing::Test {
  protected:
-  Run campaign(const std::string& file, const Shard& shard, const RunSeed& runSeed,
+  CampaignRun campaign(const std::string& file, const Shard& shard, const RunSeed& runSeed,
                std::int64_t days = 1) const {
-    Run run;
+    CampaignRun run;
     const Output output{.print = [&](const std::string& text) { run.printed += text; },
                         .progress = [&](const std::string& text) { run.progress += text; }};
     const CampaignOptions options{
@@ -262,7 +262,7 @@ class CampaignWithASummary : public ::testing::Test {
 
 TEST_F(CampaignWithASummary, continuesWhereItWasInterrupted) {
   const std::string whole = folder.path("whole.json");
-  const Run uninterrupted = campaign(whole, {}, atOnce);
+  const CampaignRun uninterrupted = campaign(whole, {}, atOnce);
   EXPECT_EQ(uninterrupted.status, campaignFailed);
 
   const auto interruptedAt = [](std::uint64_t last) {
@@ -277,7 +277,7 @@ TEST_F(CampaignWithASummary, continuesWhereItWasInterrupted) {
   EXPECT_THAT(summaryIn(own).at("finished"), Not(IsEmpty()));
   EXPECT_EQ(campaign(own, {}, interruptedAt(8)).status, campaignInterrupted);
 
-  const Run last = campaign(own, {}, [](std::uint64_t seed, const ShouldContinue&) {
+  const CampaignRun last = campaign(own, {}, [](std::uint64_t seed, const ShouldContinue&) {
     if (seed < 8) std::abort();  // it must not be run again
     return verdictOfSeed(seed);
   });
@@ -305,7 +305,7 @@ TEST_F(CampaignWithASummary, isNotRunWithTheFileOfAnother) {
   campaign(own, {}, atOnce);
   const std::string before = test::contents(own);
   const auto refusal = [&](const Shard& shard, std::int64_t days) {
-    const Run run = campaign(own, shard, atOnce, days);
+    const CampaignRun run = campaign(own, shard, atOnce, days);
     EXPECT_EQ(run.status, campaignUnusable);
     EXPECT_EQ(test::contents(own), before);
     return run.progress;
@@ -318,7 +318,7 @@ TEST_F(CampaignWithASummary, isNotRunWithTheFileOfAnother) {
 }
 
 TEST_F(CampaignWithASummary, endsIfItCannotBeWritten) {
-  const Run run = campaign(folder.path("no-such-folder/summary.json"), {}, atOnce);
+  const CampaignRun run = campaign(folder.path("no-such-folder/summary.json"), {}, atOnce);
   EXPECT_EQ(run.status, campaignUnusable);
   EXPECT_THAT(run.progress, HasSubstr("no-such-folder/summary.json: cannot be written\n"));
 }

@@ -232,7 +232,7 @@ struct CampaignRun {
 class CampaignWithASummary : public ::testing::Test {
  protected:
   CampaignRun campaign(const std::string& file, const Shard& shard, const RunSeed& runSeed,
-               std::int64_t days = 1) const {
+                       std::int64_t days = 1) const {
     CampaignRun run;
     const Output output{.print = [&](const std::string& text) { run.printed += text; },
                         .progress = [&](const std::string& text) { run.progress += text; }};

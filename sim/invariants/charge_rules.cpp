@@ -39,6 +39,7 @@ class HardwareFollows final : public Rule {
  public:
   void tickBegins(const Observation& observation, const Violated&) override {
     if (!state_) noteState(observation);  // it was read from the keys at the start
+    disturbancesBefore_ = observation.disturbances().disturbanceCount;
   }
 
   // Before a sleep, and when the app is deleted, the state changes outside of ticks.
@@ -47,7 +48,11 @@ class HardwareFollows final : public Rule {
   }
 
   void tickEnded(const TickRecord& tick, const Observation& observation, const Violated& violated) override {
-    if (gState != tick.before) noteState(observation);
+    if (gState != tick.before) {
+      noteState(observation);
+      // A write of the tick itself may have failed.
+      disturbanceCount_ = disturbancesBefore_;
+    }
     if (!tick.complete || !gateHasKeys() || !keysObey(observation.machine(), *gGate)) return;
 
     const GateKeys keys = keysOf(*gGate, observation.machine());
@@ -73,7 +78,8 @@ class HardwareFollows final : public Rule {
   }
 
   std::optional<ChargeState> state_;
-  std::uint64_t disturbanceCount_ = 0;  // at the time when the present state was written
+  std::uint64_t disturbanceCount_ = 0;    // at the time when the present state was written
+  std::uint64_t disturbancesBefore_ = 0;  // … when the tick began
 };
 
 // --- The state that a tick ends in

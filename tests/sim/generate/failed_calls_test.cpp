@@ -20,9 +20,9 @@ using namespace test;
 // The limit is reached a few minutes after the start, and the adapter is pulled out later.
 constexpr const char* limitIsReached = R"({
   "description": "The limit is reached.",
-  "mac": {"percent": 78},
-  "settings": {"limit": 80, "hysteresis": 1},
-  "timeline": [{"at": "+40 min", "do": "unplug"}, {"at": "+5 min", "see": {"running": true}}]
+  "mac": {"percent": 74},
+  "settings": {"limit": 80},
+  "timeline": [{"at": "+60 min", "do": "unplug"}, {"at": "+5 min", "see": {"running": true}}]
 })";
 
 class FailedCalls : public ::testing::Test {

@@ -9,9 +9,8 @@
 namespace brisko {
 
 void scheduleWake(std::int64_t minutes) {
-  constexpr double secondsPerMinute = 60.0;
   cancelScheduledWake();
-  const double date = platform::wallNow() + static_cast<double>(minutes) * secondsPerMinute;
+  const double date = platform::wallNow() + static_cast<double>(minutes) * 60;
   if (platform::schedulePowerEvent(date, wakeEventID, wakeEventType) != platform::kernelSuccess) {
     log("⚠️ impossible de programmer un réveil — la limite sera réappliquée au prochain réveil");
     return;

@@ -74,7 +74,7 @@ if step 'dependencies' scripts/install-dependencies.sh checks; then
     step 'tests' run_tests release "$release_results" --exclude-regex '^(brisko-mac-tests|scenario-macos)/'
   step 'sanitizer build' build asan && {
     step 'tests under sanitizers' run_tests asan "$asan_results" \
-      --exclude-regex '^(brisko-tests|scenario|scenario-log)/' --label-exclude '^long$'
+      --exclude-regex '^(brisko-tests|scenario|scenario-log|scenario-digest)/' --label-exclude '^long$'
     step 'clang-tidy' scripts/tidy.sh --quick build/asan
   }
   step 'thread sanitizer build' build tsan --target brisko-control-tests &&

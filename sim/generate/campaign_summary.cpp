@@ -374,7 +374,7 @@ std::string textOf(const CampaignSummary& summary) {
 }
 
 std::optional<CampaignSummary> readSummary(std::string_view text, std::string& reason) {
-  static const auto& schema = *new schema::JsonSchema(campaignSummarySchemaText());
+  static const schema::JsonSchema schema(campaignSummarySchemaText());
   const Json words = Json::parse(text, nullptr, false);
   if (words.is_discarded()) {
     reason = "is torn: it is not JSON";

@@ -78,7 +78,9 @@ struct BatteryFacts {
 struct Evidence {
   State state = {};                         // the daemon's files, its job, and the last minutes
   std::optional<DaemonStatus> later = {};   // the status once more, at the end
+  std::optional<Job> laterJob = {};         // likewise the job, if it had no process
   Gathered<std::uint32_t> statusMode = {};  // of status.json, the low 12 bits
+  bool statusIsEmpty = false;               // for longer than a write takes
 
   // --- The installation
   Gathered<InstalledFiles> installed = {};

@@ -68,6 +68,11 @@ Gathered<std::uint32_t> modeOf(const std::string& path) {
   return gathered(static_cast<std::uint32_t>(status.st_mode) & modeBits);
 }
 
+bool isEmpty(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && status.st_size == 0;
+}
+
 // A missing file is an empty text.
 Gathered<std::string> textOf(const std::string& path) {
   FileText text = readFile(path);
@@ -140,6 +145,8 @@ Evidence gatherFiles(const Volume& volume) {
   constexpr std::size_t endOfErrors = 2048;
   Evidence evidence{.state = readState(volume)};
   evidence.statusMode = modeOf(volume.at(statusPath));
+  evidence.statusIsEmpty =
+      evidence.state.statusProblem == FileProblem::unreadable && isEmpty(volume.at(statusPath));
   const InstalledFiles files = installedOn(volume);
   evidence.rights = gathered(rightsOn(volume, files));
   evidence.installed = gathered(files);
@@ -152,7 +159,11 @@ Evidence gatherFiles(const Volume& volume) {
   return evidence;
 }
 
-void gatherLater(Evidence& evidence) { evidence.later = readStatus(evidence.state.volume); }
+void gatherLater(Evidence& evidence) {
+  evidence.later = readStatus(evidence.state.volume);
+  const auto& job = evidence.state.system.job;
+  if (job && job->installed && !job->processId) evidence.laterJob = readSystem().job;
+}
 
 void explainGaps(Evidence& evidence, const std::string& whyNot) {
   explain(whyNot, evidence.jobFileArguments, evidence.jobDisabled, evidence.backgroundAllowed,

@@ -26,7 +26,7 @@ void gatherHardware(Evidence& evidence);
 using CommandRunner = std::function<std::vector<CommandResult>(const std::vector<TimedCommand>&)>;
 void gatherFromCommands(Evidence& evidence, bool asRoot, const CommandRunner& run);
 
-// The status once more; to be called last.
+// The status once more, and a job without a process; to be called last.
 void gatherLater(Evidence& evidence);
 
 // Sets the reason of everything that was not gathered.

@@ -17,10 +17,17 @@ bool wasKilledAtItsStart(const Evidence& evidence) {
   return job && !job->processId && job->lastSignal.find("Killed") != std::string::npos;
 }
 
-// The checks of the last exit name the reason.
-bool exitIsExplained(const Job& job) {
-  return job.lastExitCode == 1 || job.lastExitCode == 2 || !job.lastSignal.empty();
+// Another check names why the daemon cannot keep running.
+bool endIsExplained(const Evidence& evidence) {
+  const auto findsIt = [&evidence](CheckResult (*check)(const Evidence&)) {
+    return check(evidence).outcome == Outcome::found;
+  };
+  return findsIt(checkNumbers) || findsIt(checkKnownMac) || findsIt(checkController) ||
+         findsIt(checkSignature) || findsIt(checkQuarantine) || findsIt(checkProcessor);
 }
+
+// launchd was about to start it.
+bool startedMeanwhile(const Evidence& evidence) { return evidence.laterJob && evidence.laterJob->processId; }
 
 std::string octal(std::uint32_t mode) {
   std::string text;
@@ -68,8 +75,11 @@ CheckResult checkJobLoaded(const Evidence& evidence) {
       return clear();
     return found("launchd does not know the job, so nothing limits the charge.");
   }
-  if (job->processId || isSettling(evidence) || exitIsExplained(*job)) return clear();
-  return found("The job is loaded, but the daemon does not run, so nothing limits the charge.");
+  if (job->processId || isSettling(evidence) || startedMeanwhile(evidence) || endIsExplained(evidence))
+    return clear();
+  const std::string signal = job->lastSignal.empty() ? "" : " It was last ended by: " + job->lastSignal + ".";
+  return found("The job is loaded, but the daemon does not run, so nothing limits the charge." + signal,
+               "sudo launchctl kickstart -k system/com.brisko.daemon");
 }
 
 CheckResult checkJobEnabled(const Evidence& evidence) {

@@ -66,6 +66,20 @@ std::string processList(const std::vector<DaemonProcess>& daemons) {
   return text;
 }
 
+// Setting the clock forward moves the kernel's start too, past the status of a daemon that has run all the
+// while. One that launchd started since then would have logged its start before anything else.
+bool clockJustLeapt(const Evidence& evidence) {
+  constexpr double tolerance = 60;
+  constexpr double logReach = 86'400;  // as far back as the log was read
+  const State& state = evidence.state;
+  const auto& booted = state.system.bootedAt;
+  if (!daemonRuns(evidence) || isSettling(evidence) || !state.status || !booted || !evidence.log.value)
+    return false;
+  if (state.status->ts >= *booted - tolerance || state.now - *booted > logReach - tolerance) return false;
+  const auto started = timeOfLast(evidence, "brisko-daemon started");
+  return !started || *started < *booted - tolerance;
+}
+
 // Samples come at least every five minutes while the Mac is awake.
 bool historyIsPaused(const Evidence& evidence) {
   constexpr double longest = 900;
@@ -120,6 +134,8 @@ CheckResult checkStatusAge(const Evidence& evidence) {
   if (!state.system.job) return notLookedAt(launchdUnknown(evidence));
   if (!daemonRuns(evidence) || isSettling(evidence) || state.resting != Resting::no) return clear();
   if (state.statusProblem == FileProblem::notPermitted) return clear();
+  // A restart would change neither.
+  if (checkDisk(evidence).outcome == Outcome::found || clockJustLeapt(evidence)) return clear();
   if (!state.status) {
     return found(state.statusProblem == FileProblem::missing
                      ? "The daemon runs, but it has written no status."
@@ -166,6 +182,9 @@ CheckResult checkOneDaemon(const Evidence& evidence) {
 
 CheckResult checkDisk(const Evidence& evidence) {
   constexpr double leastBytes = 16.0 * 1024 * 1024;
+  // The status is emptied before it is written.
+  if (evidence.statusIsEmpty && daemonRuns(evidence))
+    return found("The status is empty, as on a full disk: the daemon cannot write.");
   if (!evidence.space.value) return notLookedAt(evidence.space.whyNot);
   if (evidence.space.value->readOnly) return found("The disk is read-only, so the daemon cannot write.");
   if (evidence.space.value->freeBytes < leastBytes)
@@ -185,6 +204,8 @@ CheckResult checkClock(const Evidence& evidence) {
   }
   if (state.status && state.status->ts > state.now + tolerance)
     return found("The status is from the future: the clock was set back.");
+  if (clockJustLeapt(evidence))
+    return found("The status seems to be older than the Mac's last start: the clock was set forward.");
   // The kernel moves its start with the clock.
   const auto& booted = state.system.bootedAt;
   const bool isOfThisStart = state.status && booted && state.status->ts > *booted + tolerance;

@@ -154,6 +154,12 @@ void swing(E& e, int times, double every) {
   for (int count = times; count > 0; --count) addLine(e, count * every, "→ state: discharge");
 }
 
+// The clock was set forward a moment ago on a Mac that has been up for half an hour.
+void leap(E& e) {
+  e.state.system.bootedAt = now - 1800;
+  e.state.status->ts = now - hour;
+}
+
 struct Case {
   const char* id;
   const char* name;
@@ -196,6 +202,30 @@ const std::vector<Case>& installationCases() {
        nothing},
       {"D03", "without a process for a reason that another check names", [](E& e) { endWith(e, 2); },
        nothing},
+      {"D03", "without a process because of a number",
+       [](E& e) {
+         e.state.system.job->processId.reset();
+         e.statistics = gathered<std::string>("{\"protectedSeconds\":1e19}");
+       },
+       nothing},
+      {"D03", "ended again and again for a reason that no check names",
+       [](E& e) {
+         e.state.system.job->processId.reset();
+         e.state.system.job->lastSignal = "Segmentation fault: 11";
+       },
+       "last ended by: Segmentation fault: 11."},
+      {"D03", "started again while we looked",
+       [](E& e) {
+         e.laterJob = e.state.system.job;
+         e.state.system.job->processId.reset();
+       },
+       nothing},
+      {"D03", "still not started again at the end",
+       [](E& e) {
+         e.state.system.job->processId.reset();
+         e.laterJob = e.state.system.job;
+       },
+       "does not run"},
       {"D04", "disabled", [](E& e) { e.jobDisabled = gathered(true); }, "disabled"},
       {"D05", "switched off",
        [](E& e) {
@@ -292,6 +322,20 @@ const std::vector<Case>& processCases() {
          e.state.resting = Resting::dormant;
        },
        nothing},
+      {"D13", "no status, on a full disk",
+       [](E& e) {
+         e.state.status.reset();
+         e.state.statusProblem = FileProblem::unreadable;
+         e.space.value->freeBytes = 1e6;
+       },
+       nothing},
+      {"D13", "a status from before the clock was set forward", leap, nothing},
+      {"D13", "a status from before the Mac's start, of a daemon that has started since",
+       [](E& e) {
+         leap(e);
+         addLine(e, 1700, usualLog().front().message);
+       },
+       "old"},
       {"D14", "data erased", [](E& e) { e.state.resting = Resting::purged; }, "erased"},
       {"D15", "app gone", [](E& e) { e.state.resting = Resting::dormant; }, "app was removed"},
       {"D15", "app gone, and the daemon ended",
@@ -323,6 +367,19 @@ const std::vector<Case>& processCases() {
        [](E& e) { e.later->startedAt = *e.state.status->startedAt + 60; }, nothing},
       {"D38", "a read-only disk", [](E& e) { e.space.value->readOnly = true; }, "read-only"},
       {"D38", "a full disk", [](E& e) { e.space.value->freeBytes = 1e6; }, "full"},
+      {"D38", "an empty status",
+       [](E& e) {
+         e.state.status.reset();
+         e.statusIsEmpty = true;
+       },
+       "status is empty"},
+      {"D38", "an empty status that nobody writes",
+       [](E& e) {
+         e.state.status.reset();
+         e.statusIsEmpty = true;
+         e.state.system.job->processId.reset();
+       },
+       nothing},
       {"D38", "a history that has stopped",
        [](E& e) {
          while (e.history.value->back().time >= now - 900) e.history.value->pop_back();
@@ -346,6 +403,13 @@ const std::vector<Case>& processCases() {
       {"D39", "a status from the future", [](E& e) { e.state.status->ts = now + 61; }, "set back"},
       {"D39", "a daemon older than its Mac", [](E& e) { e.state.system.bootedAt = now - 10 * hour; },
        "set forward"},
+      {"D39", "a status from before the clock was set forward", leap, "set forward"},
+      {"D39", "a status from before the Mac's start, of a daemon that has started since",
+       [](E& e) {
+         leap(e);
+         addLine(e, 1700, usualLog().front().message);
+       },
+       nothing},
       {"D39", "a status from before the Mac's start",
        [](E& e) {
          e.state.system.bootedAt = now - 30;

@@ -35,7 +35,7 @@ Ids foundIn(const std::string& name) {
   Ids ids;
   lab::RunOptions run;
   run.afterStep = [&](const sim::Simulation& simulation) {
-    if (!isFullyAwake(simulation.machine())) return;
+    if (!isFullyAwake(simulation.machine()) || isBeingStarted(simulation)) return;
     showToClient(simulation, *scenario);
     for (const client::CheckedResult& each : diagnose(client::gatherFiles(client::Volume())).findings)
       ids.insert(each.check->id);
@@ -60,8 +60,9 @@ TEST(DoctorOnAVirtualMac, findsWhatIsWrongWithIt) {
       {"a-mac-without-any-charge-key", {"D07"}},
       {"the-user-has-all-data-erased", {"D14"}},
       {"the-app-in-the-bin", {"D15"}},
-      {"the-service-is-removed-by-the-app", {"D16"}},
-      {"settings-that-are-invalid-and-then-fixed", {"D19"}},
+      {"the-service-is-removed-by-the-app", {"D01", "D16"}},
+      // Its job has --limit.
+      {"settings-that-are-invalid-and-then-fixed", {"D19", "D22"}},
       {"charging-continues-although-the-key-was-accepted", {"D24"}},
       {"macos-holds-no-limit-below-eighty", {"D27"}},
       {"an-upgrade-to-a-macos-without-a-limit-of-its-own", {"D29"}},

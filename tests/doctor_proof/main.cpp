@@ -100,7 +100,7 @@ bool askSeed(std::uint64_t seed, const ProofOptions& options, Counter& counter) 
           moments.erase(moments.begin());
           asked = true;
         }
-        if (!asked || !isFullyAwake(machine)) return;
+        if (!asked || !isFullyAwake(machine) || isBeingStarted(simulation)) return;
         counter.add(seed, machine.now - begin, client::gatherFiles(client::Volume()), simulation);
       });
   if (played.failure.empty()) return true;

@@ -15,7 +15,9 @@ struct AskedMac {
   bool serviceIsLoaded = false;  // by the launch service
   bool daemonRuns = false;
   std::vector<std::string> arguments = {};  // of the daemon, its path first
-  std::optional<int> exitStatus = {};       // of the process that ended last
+  // Of the process that ended last.
+  std::optional<int> exitStatus = {};
+  std::optional<int> endSignal = {};
 };
 
 [[nodiscard]] AskedMac& askedMac();

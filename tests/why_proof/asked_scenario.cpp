@@ -1,6 +1,7 @@
 #include "why_proof/asked_scenario.h"
 
 #include <algorithm>
+#include <csignal>
 #include <stdexcept>
 
 #include "sim/generate/rng.h"
@@ -70,7 +71,13 @@ void showToClient(const sim::Simulation& simulation, const lab::Scenario& scenar
                 .serviceIsLoaded = simulation.serviceIsLoaded(),
                 .daemonRuns = simulation.daemonRuns(),
                 .arguments = argumentsOf(scenario),
-                .exitStatus = simulation.exitStatus()};
+                .exitStatus = simulation.exitStatus(),
+                .endSignal = simulation.endSignal()};
+}
+
+bool isBeingStarted(const sim::Simulation& simulation) {
+  const bool endedByOthers = simulation.exitStatus() == 0 || simulation.endSignal() == SIGKILL;
+  return simulation.serviceIsLoaded() && !simulation.daemonRuns() && endedByOthers;
 }
 
 bool isFullyAwake(const virtual_mac::Machine& machine) {

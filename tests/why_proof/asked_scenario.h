@@ -37,6 +37,10 @@ struct Played {
 // Lets the client see the Mac of a scenario as it is now.
 void showToClient(const sim::Simulation& simulation, const lab::Scenario& scenario);
 
+// Whether the daemon was ended by somebody and the launch service is about to start it, which it does at
+// once: nobody could ask in between.
+[[nodiscard]] bool isBeingStarted(const sim::Simulation& simulation);
+
 // Whether somebody could sit in front of it.
 [[nodiscard]] bool isFullyAwake(const virtual_mac::Machine& machine);
 

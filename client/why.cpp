@@ -281,6 +281,32 @@ std::optional<Answer> whileDischarging(const Situation& situation) {
                 untilEvent("fullWake")};
 }
 
+// Into the battery, by the newest sample. None before the current can have settled.
+std::optional<double> settledWatts(const std::vector<RecentSample>& recent) {
+  const auto samples = sinceLastChange(recent);
+  if (samples.empty() || samples.back().time - samples.front().time < settlingTime) return std::nullopt;
+  return samples.back().watts;
+}
+
+std::optional<bool> currentFlows(const std::vector<RecentSample>& recent) {
+  const auto watts = settledWatts(recent);
+  return watts ? std::optional(*watts > 0) : std::nullopt;
+}
+
+// Above the limit nothing stops a battery that helps a weak adapter, whoever holds the charge.
+std::optional<Answer> whileFalling(const Situation& situation) {
+  constexpr double leastLoss = 1;  // watts; less is no more than the noise of a charge that is held
+  const DaemonStatus& status = *situation.status;
+  const std::int64_t limit = limitInForce(status);
+  const bool drains = settledWatts(situation.recent).value_or(0) <= -leastLoss;
+  if (!drains || status.pct <= limit) return std::nullopt;
+  const Until until = untilReached(limit, situation);
+  return Answer{Reason::aboveLimit,
+                "Falling from " + percentText(status.pct) + " to the limit of " + percentText(limit) +
+                    inAbout(until) + ": the adapter may be too weak for what the Mac is doing.",
+                until};
+}
+
 // How and when charging starts again after a hold.
 struct Resumption {
   std::string text;
@@ -314,15 +340,6 @@ std::optional<Answer> whileHeld(const Situation& situation) {
                 resumption.until};
 }
 
-// Whether the newest samples show current into the battery. None before the current can have settled.
-std::optional<bool> currentFlows(const std::vector<RecentSample>& recent) {
-  const auto samples = sinceLastChange(recent);
-  if (samples.empty()) return std::nullopt;
-  const RecentSample& newest = samples.back();
-  if (newest.time - samples.front().time < settlingTime || !newest.watts) return std::nullopt;
-  return *newest.watts > 0;
-}
-
 // Only a dark wake shows it: awake, nothing is scheduled.
 std::string nextWakeText(const Situation& situation) {
   const std::optional<double> wake = situation.status->nextWake;
@@ -335,8 +352,7 @@ std::optional<Answer> whileMacOSCharges(const Situation& situation) {
   const DaemonStatus& status = *situation.status;
   const std::int64_t limit = limitInForce(status);
   if (status.chargeMode != viaMacOS || status.pct < limit || limit >= 100) return std::nullopt;
-  const auto flows = currentFlows(situation.recent);
-  if (flows == false) return std::nullopt;
+  const bool flows = currentFlows(situation.recent).value_or(false);
   if (flows && status.gateVerified != true) {
     return Answer{Reason::limitOverridden,
                   "macOS charges beyond its own limit of " + percentText(limit) +
@@ -462,9 +478,9 @@ std::int64_t limitInForce(const DaemonStatus& status) {
 
 Answer why(const Situation& situation) {
   using Rule = std::optional<Answer> (*)(const Situation&);
-  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,         whileHot,
-                            duringCalibration, whileUnplugged, duringFullOnce,   duringFullChargeByMacOS,
-                            whileDischarging,  whileHeld,      whileMacOSCharges};
+  constexpr Rule rules[] = {withoutDaemon,     withoutControl, whileOff,       whileHot,
+                            duringCalibration, whileUnplugged, duringFullOnce, duringFullChargeByMacOS,
+                            whileDischarging,  whileFalling,   whileHeld,      whileMacOSCharges};
   for (const Rule rule : rules) {
     if (auto answer = rule(situation)) return *answer;
   }

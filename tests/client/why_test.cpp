@@ -336,6 +336,22 @@ const std::vector<Case>& cases() {
          addSamples(s, 3, 0, 5);
        },
        Reason::aboveLimit},
+      {"macOS stops at its limit, and no current flows",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 80;
+         addSamples(s, 3, 0, 0);
+       },
+       Reason::atLimit},
+      {"macOS charges below its limit, and no current flows",
+       [](S& s) {
+         s.status->state = ChargeState::allow;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 79;
+         addSamples(s, 3, 0, 0);
+       },
+       Reason::noCurrent},
       {"macOS charges below its limit",
        [](S& s) {
          s.status->state = ChargeState::allow;
@@ -373,6 +389,30 @@ TEST(Why, coversEveryReason) {
     const bool covered = std::any_of(cases().begin(), cases().end(),
                                      [reason](const Case& each) { return each.reason == reason; });
     EXPECT_TRUE(covered) << codeOf(reason);
+  }
+}
+
+// Held, or left to macOS, which may charge a few points below where it was told to hold.
+TEST(Why, tellsWhereABatteryFallsThatHelpsAWeakAdapter) {
+  const auto answerAt = [](std::int64_t pct, ChargeState state, int minutes, double watts) {
+    Situation situation = usual();
+    situation.status->chargeMode = "macOS";
+    situation.status->state = state;
+    situation.status->pct = pct;
+    addSamples(situation, minutes, -0.5, watts);
+    return why(situation);
+  };
+  for (const ChargeState state : {ChargeState::hold, ChargeState::allow}) {
+    const Answer falling = answerAt(82, state, 8, -15);
+    EXPECT_EQ(falling.reason, Reason::aboveLimit);
+    EXPECT_EQ(falling.text,
+              "Falling from 82 % to the limit of 80 %, in about 3 min: the adapter may be too weak for what "
+              "the Mac is doing.");
+    EXPECT_EQ(falling.until->value, 80);
+    EXPECT_EQ(answerAt(81, state, 3, -1).until->kind, UntilKind::percent);
+    EXPECT_EQ(answerAt(81, state, 3, -0.9).until->event, "unplugged");
+    EXPECT_EQ(answerAt(81, state, 2, -1).until->event, "unplugged");
+    EXPECT_EQ(answerAt(80, state, 8, -15).reason, Reason::atLimit);
   }
 }
 

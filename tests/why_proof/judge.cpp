@@ -122,6 +122,17 @@ Claim aboveLimitUntilUnplugged() {
           .voidedBy = decisions};
 }
 
+// What drains it is the load, which is another one while the Mac sleeps.
+Claim fallingTo(double percent) {
+  return {.comesTrue = atMost(percent),
+          .endsOtherwise =
+              [](const DaemonStatus& status) {
+                return status.state == ChargeState::discharge || !isUsual(status);
+              },
+          .follows = [](const DaemonStatus& status) { return status.state == ChargeState::hold; },
+          .voidedBy = decisions | setOf({EventKind::adapter, EventKind::sleep, EventKind::work})};
+}
+
 Claim dischargingTo(double percent) {
   return {.comesTrue = atMost(percent),
           .endsOtherwise =
@@ -329,7 +340,7 @@ Claim claimOf(const client::Answer& answer, const client::Until& until, const Ob
     case Reason::dischargeWaits:
       return waitsForAFullWake();
     case Reason::aboveLimit:
-      return aboveLimitUntilUnplugged();
+      return until.kind == UntilKind::percent ? fallingTo(until.value) : aboveLimitUntilUnplugged();
     case Reason::atLimit:
     case Reason::insideBand:
       if (until.kind == UntilKind::percent) return heldDownTo(until.value);

@@ -136,6 +136,16 @@ TEST(WhyJudge, knowsThatABatteryMayDrainUnderLoad) {
   EXPECT_EQ(drained(EventKind::sleep).outcome, Outcome::broken);
 }
 
+TEST(WhyJudge, expectsABatteryThatFallsToBeHeldAtTheLimit) {
+  const auto falling = [] {
+    return Sequence(Reason::aboveLimit, percent(80)).then(2, 82, allow).then(2, 81, allow);
+  };
+  EXPECT_EQ(falling().then(5, 80, hold).outcome(), Outcome::kept);
+  EXPECT_EQ(falling().then(5, 80, allow).outcome(), Outcome::broken);
+  EXPECT_EQ(falling().then(2, 81, discharge).outcome(), Outcome::broken);
+  EXPECT_EQ(falling().event(EventKind::work).then(5, 82, hold).outcome(), Outcome::notJudged);
+}
+
 TEST(WhyJudge, blamesAFaultThatWasInEffectBefore) {
   Sequence sequence = charging();
   sequence.question().faultIsInEffect = true;

@@ -215,8 +215,10 @@ std::string hoursText(double seconds) {
 
 std::string stateLine(ChargeState state, const StateAgreement& agreement) {
   return std::string("  ") + stateName(state) + ": " + hoursText(agreement.reported) + " reported, " +
-         hoursText(agreement.replayed) + " replayed, " + shareText(agreement.share()) +
-         " of the reported time agrees\n";
+         hoursText(agreement.replayed) + " replayed, " +
+         (agreement.canBeJudged() ? shareText(agreement.share()) + " of the reported time agrees"
+                                  : "too little to judge") +
+         "\n";
 }
 
 std::string lineDifferences(const Comparison& comparison) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <ctime>
-#include <map>
 #include <optional>
 #include <stdexcept>
 
@@ -43,21 +42,6 @@ Beginning beginningOf(const ReportedDays& days) {
       return {.time = std::min(line.time, first), .isStart = true};
   }
   return {.time = first};
-}
-
-// The gauge publishes once a minute. Most changes of the percentage are seen in the same second of a minute.
-double publicationSecond(const Trace& trace) {
-  std::map<std::int64_t, int> seconds;
-  const Sighting* before = nullptr;
-  for (const Sighting& sighting : trace.sightings) {
-    const bool changed = before != nullptr && before->percent != sighting.percent;
-    if (changed) ++seconds[std::llround(sighting.time) % 60];
-    before = &sighting;
-  }
-  const auto most = std::max_element(seconds.begin(), seconds.end(), [](const auto& one, const auto& other) {
-    return one.second < other.second;
-  });
-  return most == seconds.end() ? 0 : static_cast<double>(most->first);
 }
 
 double uptimeAt(double begin, const Trace& trace) {
@@ -153,14 +137,16 @@ class Timeline {
   GeneratedScenario& scenario_;
 };
 
-std::vector<DatedAction> plugActions(const std::vector<PlugEvent>& plugs, double watts) {
+std::vector<DatedAction> plugActions(const std::vector<PlugEvent>& plugs) {
   std::vector<DatedAction> actions;
   const bool sleepsOn =
       std::any_of(plugs.begin(), plugs.end(), [](const PlugEvent& plug) { return plug.unnoticed; });
   if (sleepsOn) actions.push_back({0, actionOf("adapter-wakes", 0)});
-  const ScenarioJson plugIn = measured("plug", virtual_mac::ChangeKind::plug, watts);
-  for (const PlugEvent& plug : plugs)
-    actions.push_back({plug.time, plug.plugged ? plugIn : ScenarioJson("unplug")});
+  for (const PlugEvent& plug : plugs) {
+    actions.push_back({plug.time, plug.plugged
+                                      ? measured("plug", virtual_mac::ChangeKind::plug, plug.adapterWatts)
+                                      : ScenarioJson("unplug")});
+  }
   return actions;
 }
 
@@ -176,7 +162,7 @@ void addActions(const ReportedDays& days, const Machine& machine, const Settings
   const std::vector<PlugEvent> plugs = plugEventsOf(days, sleeps, machine);
   timeline.add({{0, "quiet-nights"}});
   timeline.add(serviceActions(days));
-  timeline.add(plugActions(plugs, machine.adapter.watts));
+  timeline.add(plugActions(plugs));
   timeline.add(loadActions(days, plugs, sleeps, machine));
   if (settings.heatMatters) timeline.add(temperatureActions(days));
   timeline.add({chargeAtBeginning(days)});

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <map>
 #include <optional>
 
 namespace brisko::lab {
@@ -60,6 +61,41 @@ PlugEvent plugBetween(const Sighting& before, const Sighting& after, const std::
   return event;
 }
 
+constexpr double almost = 0.9;             // of what the charger takes
+constexpr std::int64_t taperPercent = 88;  // from there on it takes less and less
+
+double chargerWatts(const Charger& charger, std::int64_t percent) {
+  return charger.watts[static_cast<std::size_t>(std::clamp<std::int64_t>(percent, 0, 100))];
+}
+
+// Whether the values of this moment were published in the sleep that ended just before it.
+bool isFromSleep(double time, double publication, const std::vector<SleepSpan>& sleeps) {
+  const double published = time - std::fmod(time - publication, 60);
+  return sleepAt(sleeps, time) == nullptr && sleepAt(sleeps, published) != nullptr;
+}
+
+// A Mac that sleeps takes next to nothing, so what reaches its battery is what the adapter gives.
+double adapterIn(const Trace& trace, double from, double until, const std::vector<SleepSpan>& sleeps,
+                 const Charger& charger, double usualWatts) {
+  constexpr double sleepWatts = 0.1;
+  const double publication = publicationSecond(trace);
+  double asleep = 0;
+  double most = 0;
+  for (const Sighting& sighting : trace.sightings) {
+    if (sighting.time < from || sighting.time >= until || sighting.plugged != true) continue;
+    const double watts = sighting.watts.value_or(0);
+    most = std::max(most, watts);
+    const bool charges = sighting.state == ChargeState::allow && sighting.percent < taperPercent;
+    if (charges && isFromSleep(sighting.time, publication, sleeps)) {
+      // A stronger one gives the charger all that it takes.
+      if (watts >= almost * chargerWatts(charger, sighting.percent)) return usualWatts;
+      asleep = std::max(asleep, watts);
+    }
+  }
+  if (asleep <= 1) return usualWatts;
+  return std::min(std::max(asleep + sleepWatts, most) / virtual_mac::adapterShare, usualWatts);
+}
+
 // --- The load
 
 // What the battery and the adapter do from a moment on.
@@ -92,14 +128,20 @@ std::vector<double> contextChanges(const ReportedDays& days, const std::vector<P
 struct LoadReading {
   double time;
   double watts;
+  bool atMost;          // the load is not higher, that is all
   std::size_t stretch;  // between two changes
 };
+
+// A battery that gives nothing beside an adapter: the adapter alone feeds the Mac.
+bool adapterSuffices(const Sighting& sighting) {
+  constexpr double noPower = 0.05;
+  return sighting.plugged == true && sighting.state != ChargeState::discharge &&
+         std::abs(*sighting.watts) < noPower;
+}
 
 // The load that the power of the battery shows; none where it shows nothing.
 std::optional<double> loadIn(const Sighting& sighting, const Charger& charger, double adapterWatts) {
   constexpr double noPower = 0.3;
-  constexpr double almost = 0.9;             // of what the charger takes
-  constexpr std::int64_t taperPercent = 88;  // from there on it takes less and less
   const double watts = *sighting.watts;
   const double available = adapterWatts * virtual_mac::adapterShare;
   if (sighting.state == ChargeState::discharge || sighting.plugged == false)
@@ -107,14 +149,20 @@ std::optional<double> loadIn(const Sighting& sighting, const Charger& charger, d
   if (watts < -noPower) return available - watts;
   const bool charges = sighting.state == ChargeState::allow && watts > noPower;
   if (!charges || sighting.percent >= taperPercent) return std::nullopt;
-  const double most =
-      charger.watts[static_cast<std::size_t>(std::clamp<std::int64_t>(sighting.percent, 0, 100))];
-  if (watts >= almost * most) return std::min(available / 10, 3.0);
+  if (watts >= almost * chargerWatts(charger, sighting.percent)) return std::min(available / 10, 3.0);
   return std::max(available - watts, 0.1);
 }
 
+double adapterAt(const std::vector<PlugEvent>& plugs, double time) {
+  double watts = 0;
+  for (const PlugEvent& plug : plugs) {
+    if (plug.time <= time && plug.plugged) watts = plug.adapterWatts;
+  }
+  return watts;
+}
+
 std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vector<double>& changes,
-                                      const Charger& charger, double adapterWatts) {
+                                      const Charger& charger, const std::vector<PlugEvent>& plugs) {
   // The gauge publishes once a minute, so right after a change a sample shows the power before it.
   constexpr double stale = 62;
   std::vector<LoadReading> readings;
@@ -122,8 +170,13 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
     if (!sighting.watts) continue;
     const auto next = std::upper_bound(changes.begin(), changes.end(), sighting.time);
     if (next == changes.begin() || sighting.time - *std::prev(next) < stale) continue;
-    const auto load = loadIn(sighting, charger, adapterWatts);
-    if (load) readings.push_back({sighting.time, *load, static_cast<std::size_t>(next - changes.begin())});
+    const double adapterWatts = adapterAt(plugs, sighting.time);
+    const auto stretch = static_cast<std::size_t>(next - changes.begin());
+    if (adapterSuffices(sighting)) {
+      readings.push_back({sighting.time, adapterWatts * virtual_mac::adapterShare, true, stretch});
+    } else if (const auto load = loadIn(sighting, charger, adapterWatts)) {
+      readings.push_back({sighting.time, *load, false, stretch});
+    }
   }
   return readings;
 }
@@ -133,6 +186,21 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
 constexpr double warmthOfWork = 5;  // °C that a working Mac adds to its surroundings
 
 }  // namespace
+
+// The gauge publishes once a minute. Most changes of the percentage are seen in the same second of a minute.
+double publicationSecond(const Trace& trace) {
+  std::map<std::int64_t, int> seconds;
+  const Sighting* before = nullptr;
+  for (const Sighting& sighting : trace.sightings) {
+    const bool changed = before != nullptr && before->percent != sighting.percent;
+    if (changed) ++seconds[std::llround(sighting.time) % 60];
+    before = &sighting;
+  }
+  const auto most = std::max_element(seconds.begin(), seconds.end(), [](const auto& one, const auto& other) {
+    return one.second < other.second;
+  });
+  return most == seconds.end() ? 0 : static_cast<double>(most->first);
+}
 
 std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,
                                     const Machine& machine) {
@@ -148,6 +216,11 @@ std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<
     }
     before = &sighting;
   }
+  for (std::size_t index = 0; index < events.size(); ++index) {
+    const double until = index + 1 < events.size() ? events[index + 1].time : days.end() + 1;
+    events[index].adapterWatts =
+        adapterIn(days.trace, events[index].time, until, sleeps, charger, machine.adapter.watts);
+  }
   return events;
 }
 
@@ -156,17 +229,19 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
   constexpr double worthAChange = 0.1;  // W: the history's precision
   constexpr double publicationLag = 30;
   const std::vector<double> changes = contextChanges(days, plugs, sleeps);
-  const auto readings = loadReadings(days, changes, chargerOf(machine), machine.adapter.watts);
+  const auto readings = loadReadings(days, changes, chargerOf(machine), plugs);
   std::vector<DatedAction> actions;
   double now = -1;
   const LoadReading* before = nullptr;
   for (const LoadReading& reading : readings) {
+    const bool isKnown = !reading.atMost || now > reading.watts;
+    const double watts = !isKnown ? now : reading.atMost ? std::min(reading.watts / 10, 3.0) : reading.watts;
     const bool continues = before != nullptr && before->stretch == reading.stretch;
     const double from =
         continues ? (before->time + reading.time) / 2 - publicationLag : changes[reading.stretch - 1];
-    if (std::abs(reading.watts - now) >= worthAChange) {
-      actions.push_back({from, measured("load", ChangeKind::load, reading.watts)});
-      now = reading.watts;
+    if (std::abs(watts - now) >= worthAChange) {
+      actions.push_back({from, measured("load", ChangeKind::load, watts)});
+      now = watts;
     }
     before = &reading;
   }

@@ -15,10 +15,15 @@ namespace brisko::lab {
 struct PlugEvent {
   double time = 0;
   bool plugged = false;
-  bool unnoticed = false;  // while the Mac slept, and that did not wake it
+  bool unnoticed = false;   // while the Mac slept, and that did not wake it
+  double adapterWatts = 0;  // of the adapter that came
 };
+// The second of a minute in which the gauge publishes.
+[[nodiscard]] double publicationSecond(const Trace& trace);
+
 // In order of time; the first is the state at the beginning. When an adapter came while the Mac slept is
-// worked out from the charge that it brought to this battery.
+// worked out from the charge that it brought to this battery; that it was weaker than the Mac's own, from the
+// power with which it charged a sleeping Mac.
 [[nodiscard]] std::vector<PlugEvent> plugEventsOf(const ReportedDays& days,
                                                   const std::vector<SleepSpan>& sleeps,
                                                   const virtual_mac::Machine& machine);

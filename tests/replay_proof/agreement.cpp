@@ -36,7 +36,7 @@ void Agreement::add(std::uint64_t seed, const lab::Comparison& comparison) {
     states_[index].reported += agreement.reported;
     states_[index].replayed += agreement.replayed;
     states_[index].agreed += agreement.agreed;
-    week.states[index] = agreement.share();
+    week.states[index] = agreement.canBeJudged() ? agreement.share() : 1;
   }
   points_ += comparison.charge.size();
   within_ += comparison.withinThree;
@@ -78,8 +78,9 @@ std::string Agreement::text() const {
   for (const ChargeState state : allStates) {
     const lab::StateAgreement& agreement = states_[static_cast<std::size_t>(state)];
     text += std::string(stateName(state)) + ": " + number(agreement.reported / 3600) + " h reported, " +
-            number(agreement.replayed / 3600) + " h replayed, " + percentText(agreement.share()) +
-            " agrees\n";
+            number(agreement.replayed / 3600) + " h replayed, " +
+            (agreement.canBeJudged() ? percentText(agreement.share()) + " agrees" : "too little to judge") +
+            "\n";
   }
   text += "charge within three points: " + percentText(chargeShare()) + " of " + std::to_string(points_) +
           "\n" + worstWeeks();
@@ -90,9 +91,10 @@ std::string Agreement::text() const {
 std::vector<std::string> Agreement::missedGoals() const {
   std::vector<std::string> missed;
   for (const ChargeState state : allStates) {
-    const double share = states_[static_cast<std::size_t>(state)].share();
-    if (share < stateGoal)
-      missed.push_back(std::string(stateName(state)) + " agrees for " + percentText(share) + " of its time");
+    const lab::StateAgreement& agreement = states_[static_cast<std::size_t>(state)];
+    if (!agreement.canBeJudged() || agreement.share() >= stateGoal) continue;
+    missed.push_back(std::string(stateName(state)) + " agrees for " + percentText(agreement.share()) +
+                     " of its time");
   }
   if (chargeShare() < chargeGoal) missed.push_back("the charge agrees for " + percentText(chargeShare()));
   return missed;

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 
 #include "replay_proof/agreement.h"
@@ -24,6 +26,7 @@ struct Options {
   std::int64_t days = 7;
   ReportOptions report = {};
   bool faults = false;
+  std::string keep = {};  // the folder for the archives; "" for none
 };
 
 void print(const std::string& text) {
@@ -31,12 +34,21 @@ void print(const std::string& text) {
   static_cast<void>(std::fflush(stdout));
 }
 
+void keepArchive(std::uint64_t seed, const Options& options, const std::string& archive) {
+  if (options.keep.empty()) return;
+  std::ofstream file(options.keep + "/seed-" + std::to_string(seed) + ".tar", std::ios::binary);
+  file << archive;
+  file.close();
+  if (!file) throw std::runtime_error("no archive can be written to " + options.keep);
+}
+
 // The days of the report; none after a message when the scenario failed or the report could not be read.
-std::optional<lab::ReportedDays> reportedDays(const lab::GeneratedScenario& scenario, const Options& options,
-                                              std::string& reason) {
+std::optional<lab::ReportedDays> reportedDays(std::uint64_t seed, const lab::GeneratedScenario& scenario,
+                                              const Options& options, std::string& reason) {
   const GeneratedReport report = reportOf(scenario, options.report);
   reason = report.failure;
   if (!reason.empty()) return std::nullopt;
+  keepArchive(seed, options, report.archive);
   lab::ReportReading reading = lab::readReport(report.archive);
   reason = reading.error;
   return std::move(reading.days);
@@ -45,7 +57,7 @@ std::optional<lab::ReportedDays> reportedDays(const lab::GeneratedScenario& scen
 void replaySeed(std::uint64_t seed, const Options& options, Agreement& agreement) {
   std::string reason;
   const auto scenario = lab::generateScenario(seed, options.days, lab::Faults::none);
-  const auto days = reportedDays(scenario, options, reason);
+  const auto days = reportedDays(seed, scenario, options, reason);
   if (!days) return agreement.addUnreplayed(seed, reason);
   const lab::Trace replayed = lab::play(lab::reconstruct(*days));
   if (replayed.sightings.empty()) return agreement.addUnreplayed(seed, "the replay left no trace");
@@ -55,9 +67,9 @@ void replaySeed(std::uint64_t seed, const Options& options, Agreement& agreement
 void findFault(std::uint64_t seed, const Options& options, Departures& departures, Agreement& agreement) {
   std::string reason;
   auto scenario = lab::generateScenario(seed, options.days, lab::Faults::none);
-  const auto without = reportedDays(scenario, options, reason);
+  const auto without = reportedDays(seed, scenario, options, reason);
   const HiddenFault fault = addHiddenFault(seed, scenario);
-  const auto with = without ? reportedDays(scenario, options, reason) : std::nullopt;
+  const auto with = without ? reportedDays(seed, scenario, options, reason) : std::nullopt;
   if (!with) return agreement.addUnreplayed(seed, reason);
   const auto trace = firstDifference(without->trace, with->trace);
   if (!trace) return departures.addTraceless();
@@ -97,6 +109,8 @@ int run(int count, char** arguments) {
                    "the reports lack macOS's own log of power events");
   program.add_flag("--faults", options.faults,
                    "one hidden fault each, and how far from it the first departure is");
+  program.add_option("--keep", options.keep, "DIR: write each report there as seed-N.tar")
+      ->check(CLI::ExistingDirectory);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

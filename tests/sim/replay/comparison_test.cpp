@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "replay_proof/agreement.h"
 #include "report/report.h"
 #include "support/testing.h"
 
@@ -49,6 +50,23 @@ TEST(Comparison, countsTheTimeInEachStateApart) {
   ASSERT_EQ(comparison.departures.size(), 1U);
   EXPECT_EQ(comparison.departures[0].time, 0);
   EXPECT_EQ(comparison.departures[0].words, "the state is hold in the report, allow in the replay");
+}
+
+TEST(Comparison, judgesNoStateThatTheReportHasForLessThanAQuarterOfAnHour) {
+  for (const auto& [minutes, judged] : {std::pair{14, false}, {15, true}}) {
+    Trace reported;
+    add(reported, 0, minutes * 60 - 60, ChargeState::discharge, 80, 80);
+    add(reported, minutes * 60, 3600, ChargeState::hold, 80, 80);
+    const Comparison comparison = compare(reported, anHourOfHolding());
+    EXPECT_EQ(comparison.states[2].reported, minutes * 60);
+    EXPECT_EQ(comparison.states[2].canBeJudged(), judged) << minutes;
+    const std::string text = comparisonText(comparison);
+    EXPECT_EQ(text.find("0.0 h replayed, too little to judge") == text.npos, judged) << text;
+    proof::Agreement agreement;
+    agreement.add(1, comparison);
+    EXPECT_EQ(agreement.missedGoals().empty(), !judged) << agreement.text();
+    EXPECT_EQ(agreement.text().find("0.0 h replayed, too little to judge") == std::string::npos, judged);
+  }
 }
 
 TEST(Comparison, takesNoShortDifferenceOfTheStateForADeparture) {

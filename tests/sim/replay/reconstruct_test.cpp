@@ -210,6 +210,41 @@ TEST(ReportedPower, takesTheLoadFromThePowerOfTheBattery) {
       << "half way, less the gauge's lag";
 }
 
+TEST(ReportedPower, lowersTheLoadWhereTheAdapterAloneFeedsTheMac) {
+  ReportedDays days;
+  for (const auto& [time, watts] : {std::pair{0.0, -20.0}, {100.0, -20.0}, {1000.0, 0.0}, {1300.0, 0.0}}) {
+    days.trace.sightings.push_back({.time = time,
+                                    .percent = 70,
+                                    .state = ChargeState::hold,
+                                    .plugged = true,
+                                    .watts = watts,
+                                    .inHistory = true});
+  }
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  // 30 W × 0.94 and 20 W from the battery; then at most 28.2 W in all.
+  const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = 30}};
+  EXPECT_THAT(textsOf(loadActions(days, plugs, {}, machine)),
+              ::testing::ElementsAre(R"(0 {"load":48.2})", R"(520 {"load":2.8})"));
+}
+
+TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
+  ReportedDays days;
+  days.trace.sightings = {{.time = 0, .percent = 20, .plugged = false},
+                          {.time = 600, .percent = 20, .plugged = true, .watts = 18.2},
+                          {.time = 660, .percent = 21, .plugged = true, .watts = 18.2},
+                          {.time = 4000, .percent = 30, .plugged = true, .watts = 28.1},
+                          {.time = 4200, .percent = 31, .plugged = true, .watts = 18.2}};
+  const std::vector<SleepSpan> sleeps = {{.from = 1000, .until = 3999}};
+  auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("pro14"));
+  machine.adapter.watts = 96;
+  const auto weak = plugEventsOf(days, sleeps, machine);
+  ASSERT_EQ(weak.size(), 2U);
+  EXPECT_NEAR(weak[1].adapterWatts, 30, 0.05);
+  EXPECT_EQ(plugEventsOf(days, {}, machine)[1].adapterWatts, 96) << "the load may be what it lacks";
+  days.trace.sightings[3].watts = 80;
+  EXPECT_EQ(plugEventsOf(days, sleeps, machine)[1].adapterWatts, 96) << "all that the charger takes";
+}
+
 TEST(Reconstruct, isAValidScenarioThatGivesTheChargeOnlyOnce) {
   const auto reading = readReport(test::archiveOf(test::sampleMembers()));
   ASSERT_TRUE(reading.days) << reading.error;

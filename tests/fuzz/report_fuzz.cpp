@@ -35,7 +35,8 @@ void requireOrder(const Trace& trace) {
 void requireValidScenario(const Reconstruction& reconstruction) {
   static unsigned count = 0;
   Diagnostics diagnostics("the replay");
-  if (count++ % 16 == 0) require(readScenario(scenarioText(reconstruction.scenario), diagnostics).has_value());
+  if (count++ % 16 == 0)
+    require(readScenario(scenarioText(reconstruction.scenario), diagnostics).has_value());
   std::int64_t before = 0;
   for (const TimedAction& action : reconstruction.scenario.timedActions) {
     require(action.at >= before && action.at <= reconstruction.scenario.seconds);

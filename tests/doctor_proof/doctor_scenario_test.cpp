@@ -37,8 +37,9 @@ Ids foundIn(const std::string& name) {
   run.afterStep = [&](const sim::Simulation& simulation) {
     if (!isFullyAwake(simulation.machine()) || isBeingStarted(simulation)) return;
     showToClient(simulation, *scenario);
-    for (const client::CheckedResult& each : diagnose(client::gatherFiles(client::Volume())).findings)
-      ids.insert(each.check->id);
+    client::Evidence evidence = client::gatherFiles(client::Volume());
+    evidence.errorLog = client::gathered(simulation.errors());  // which launchd writes to a file
+    for (const client::CheckedResult& each : client::diagnose(evidence).findings) ids.insert(each.check->id);
   };
   const lab::Outcome outcome = runScenario(*scenario, diagnostics, run);
   EXPECT_TRUE(outcome.failures.empty()) << outcome.failures.front();

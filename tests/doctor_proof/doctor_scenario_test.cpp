@@ -74,7 +74,8 @@ TEST(DoctorOnAVirtualMac, findsWhatIsWrongWithIt) {
       {"a-night-that-begins-at-twenty", {"D37"}},
       {"a-disk-that-is-full", {"D38"}},
       {"the-clock-is-set-back", {"D39"}},
-      {"a-late-power-source", {"D41"}},
+      // It changes 14 times an hour, and the check begins above 20.
+      {"a-late-power-source", {}},
       {"the-adapter-key-is-gone", {"D41"}},
   };
   for (const Case& each : cases)

@@ -2,16 +2,23 @@
 // and counts its alarms by check. Status 0: every alarm is borne out by the machine itself, 1: one is false,
 // 2: the command line is invalid.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
+#include "base/json_file.h"
+#include "base/settings.h"
 #include "client/doctor/diagnosis.h"
 #include "client/doctor/gathering.h"
 #include "sim/generate/campaign.h"
+#include "sim/machine/charge_limit.h"
 #include "sim/process/simulation.h"
+#include "why_proof/asked_mac.h"
 #include "why_proof/asked_scenario.h"
 
 namespace brisko::proof {
@@ -31,11 +38,34 @@ struct ProofOptions {
 
 // --- Which alarms are true
 
-// An ordinary user has a small adapter, works in the sun and stops the service. The machine itself shows it.
+bool hasNumberOutOfRange(const client::State& state) {
+  const auto file = parseJson(state.settingsFile.text.bytes);
+  if (!file || !file->is_object()) return false;
+  const auto settings = parseConfig(*file);
+  Json inForce = configObject(settings);
+  // Only limited where it is used.
+  inForce["historyDays"] = std::clamp<std::int64_t>(settings.historyDays, 7, 3650);
+  return std::any_of(file->items().begin(), file->items().end(), [&](const auto& item) {
+    return item.value().is_number() && inForce.contains(item.key()) && inForce[item.key()] != item.value();
+  });
+}
+
+bool hasArgumentsOfItsOwn() {
+  const std::vector<std::string>& words = askedMac().arguments;
+  return std::any_of(words.begin(), words.end(), [](const std::string& word) {
+    return word == "--limit" || word == "--lower" || word == "--config";
+  });
+}
+
+// An ordinary user has a small adapter, works in the sun, stops the service, writes numbers that are too
+// large or too small, has a band in the job, or a macOS that closes the keys. The machine itself shows it.
 bool isTrue(const CheckedResult& alarm, const Evidence& evidence, const sim::Simulation& simulation) {
   const Machine& machine = simulation.machine();
   const std::string id = alarm.check->id;
   if (id == "D03") return !simulation.daemonRuns();
+  if (id == "D21") return hasNumberOutOfRange(evidence.state);
+  if (id == "D22") return hasArgumentsOfItsOwn();
+  if (id == "D29") return machine.system.macOS >= 27 && !hasLimit(machine);
   if (id == "D31") return machine.battery.currentMA < 0 && machine.adapter.present;
   if (id == "D33") {
     constexpr double recovery = 3;

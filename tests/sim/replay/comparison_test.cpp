@@ -61,12 +61,15 @@ TEST(Comparison, judgesNoStateThatTheReportHasForLessThanAQuarterOfAnHour) {
     EXPECT_EQ(comparison.states[2].reported, minutes * 60);
     EXPECT_EQ(comparison.states[2].canBeJudged(), judged) << minutes;
     const std::string text = comparisonText(comparison);
-    EXPECT_EQ(text.find("discharge: 0.2 h reported, 0.0 h replayed, too little to judge") == text.npos, judged) << text;
+    EXPECT_EQ(text.find("discharge: 0.2 h reported, 0.0 h replayed, too little to judge") == text.npos,
+              judged)
+        << text;
     proof::Agreement agreement;
     agreement.add(1, comparison);
     EXPECT_EQ(agreement.missedGoals().empty(), !judged) << agreement.text();
     const std::string all = agreement.text();
-    EXPECT_EQ(all.find("discharge: 0.2 h reported, 0.0 h replayed, too little to judge") == all.npos, judged) << all;
+    EXPECT_EQ(all.find("discharge: 0.2 h reported, 0.0 h replayed, too little to judge") == all.npos, judged)
+        << all;
   }
 }
 

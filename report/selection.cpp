@@ -64,7 +64,7 @@ std::vector<Reading> readingsOf(const std::vector<Moment>& moments) {
 }
 
 std::string nameOf(const Reading& reading, const std::optional<CurveNames>& curves) {
-  const std::string name = reading.name;
+  std::string name = reading.name;
   if (!curves) return name;
   if (name == "Charge") return "Charge, " + curves->level;
   if (name == "Gauge") return "Charge, " + curves->shown;

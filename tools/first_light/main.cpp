@@ -1,4 +1,5 @@
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -21,9 +22,7 @@ void answer(std::string_view name, std::string_view value) {
   printLine(std::string(name) + ": " + std::string(value));
 }
 
-std::string milliseconds(double seconds) {
-  return std::to_string(static_cast<std::int64_t>(seconds * 1000 + 0.5)) + " ms";
-}
+std::string milliseconds(double seconds) { return std::to_string(std::llround(seconds * 1000)) + " ms"; }
 
 void answerAfter(std::string_view name, std::string_view value, double start) {
   answer(name, std::string(value) + " (" + milliseconds(platform::uptime() - start) + ")");

@@ -30,7 +30,7 @@ std::vector<NamedSummary> readAll(const std::vector<std::string>& files, std::ve
     if (summary) {
       all.push_back({file, *summary});
     } else {
-      problems.push_back(file + ": " + reason);
+      problems.push_back(std::string(file).append(": ").append(reason));
     }
   }
   return all;

@@ -274,7 +274,9 @@ std::optional<Answer> whileDischarging(const Situation& situation) {
                       percentText(limit) + ".",
                   untilEvent("unplugged")};
   }
-  if (!status.discharge) return std::nullopt;
+  // Through macOS's own limit nothing waits for a wake, and a Mac that still charges waits for nothing.
+  const bool waits = status.discharge && status.state == ChargeState::hold && status.chargeMode != viaMacOS;
+  if (!waits) return std::nullopt;
   return Answer{Reason::dischargeWaits,
                 "Held at " + percentText(status.pct) + ": discharging to " + percentText(limit) +
                     " waits until the Mac is fully awake.",

@@ -237,6 +237,14 @@ const std::vector<Case>& cases() {
          s.status->pct = 81;
        },
        Reason::dischargeWaits},
+      {"discharge does not wait through macOS's limit",
+       [](S& s) {
+         s.settings.discharge = true;
+         s.status->discharge = true;
+         s.status->chargeMode = "macOS";
+         s.status->pct = 81;
+       },
+       Reason::aboveLimit},
       {"discharge is not possible",
        [](S& s) {
          s.settings.discharge = true;

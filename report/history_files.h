@@ -24,7 +24,7 @@ struct HistoryReading {
 // A line of a day's file.
 struct HistoryLine {
   std::optional<Moment> moment = {};
-  const char* fault = nullptr;  // the reason when there is none
+  const char* fault = nullptr;  // the reason if the line is no sample
 };
 // `midnight`: the day's first moment in UTC, seconds since 1970.
 [[nodiscard]] HistoryLine readHistoryLine(const std::string& text, double midnight);

@@ -98,7 +98,7 @@ bool putName(std::string& header, std::string_view name) {
     return true;
   }
   const std::size_t slash = name.find('/', name.size() - nameField.size - 1);
-  if (slash > prefixField.size) return false;  // or there is none
+  if (slash > prefixField.size) return false;  // or the name has no slash
   put(header, prefixField, name.substr(0, slash));
   put(header, nameField, name.substr(slash + 1));
   return true;

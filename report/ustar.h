@@ -28,8 +28,9 @@ struct ArchiveReading {
 };
 
 // Refused as a whole: more than 64 MiB, anything but plain files (the extended headers of other formats too),
-// a name that is not allowed or appears twice, a wrong checksum, a number that is none, a length beyond the
-// end, an archive without its end. Allowed names are of printable ASCII, without a part that is empty, "." or
+// a name that is not allowed or appears twice, a wrong checksum, a field that is not a number, a length
+// beyond the end, an archive without its end. Allowed names are of printable ASCII, without a part that is
+// empty, "." or
 // "..".
 [[nodiscard]] ArchiveReading readUstar(std::string_view bytes);
 

@@ -26,7 +26,7 @@ const LoggedLine* lineBetween(const Trace& trace, std::string_view beginning, do
   return nullptr;
 }
 
-// The number that follows the text; none if there is none.
+// The number that follows the text, if one does.
 std::optional<std::int64_t> numberAfter(const std::string& line, std::string_view before) {
   const std::size_t place = line.find(before);
   if (place == line.npos) return std::nullopt;

@@ -31,7 +31,8 @@ void watchCalls(std::function<bool(const WatchedCall&)> before);
 // Whether the call that is about to be made fails.
 [[nodiscard]] bool callFails(const WatchedCall& call);
 
-// The machine for a call; null if there is none or the call fails. To a call of the seam both are the same.
+// The machine for a call; null without a machine, or if the call fails. To a call of the seam both are the
+// same.
 [[nodiscard]] inline MachineStore* machineFor(const WatchedCall& call) {
   return callFails(call) ? nullptr : attachedMachine();
 }

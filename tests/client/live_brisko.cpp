@@ -36,7 +36,7 @@ std::unique_ptr<virtual_mac::MachineStore> machineIn(const std::string& folder) 
 void LiveBrisko::pause() const {
   const auto store = machineIn(mac.folder());
   const auto update = store->update();
-  daemon->signal(SIGSTOP);
+  daemon->stop();
 }
 
 void LiveBrisko::change(const virtual_mac::Change& change) const {

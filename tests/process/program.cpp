@@ -89,6 +89,12 @@ std::string Program::output() const { return contents(streams_.path() + "/output
 std::string Program::errors() const { return contents(streams_.path() + "/errors"); }
 void Program::signal(int number) const { ::kill(pid_, number); }
 
+void Program::stop() const {
+  signal(SIGSTOP);
+  siginfo_t stopped{};
+  EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(pid_), &stopped, WSTOPPED), 0);
+}
+
 bool Program::ends(double seconds) {
   return eventually(
       [this] {

@@ -33,6 +33,8 @@ class Program {
   [[nodiscard]] std::string output() const;  // the content of the file
   [[nodiscard]] std::string errors() const;
   void signal(int number) const;
+  // Sends SIGSTOP and waits until it has stopped: it may run on for a moment after the signal was sent.
+  void stop() const;
 
   // Waits for its end, at most `seconds`. False if it still runs then.
   bool ends(double seconds = 60);

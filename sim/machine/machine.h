@@ -22,7 +22,7 @@
 namespace brisko::virtual_mac {
 
 // The layout of the record. A file with another version is refused.
-inline constexpr std::uint32_t machineVersion = 5;
+inline constexpr std::uint32_t machineVersion = 6;
 
 // The machine time of an event that will not happen.
 inline constexpr double never = std::numeric_limits<double>::infinity();
@@ -275,6 +275,7 @@ struct Sleep {
   double heldUntil;     // a sleep begun before this machine time stays dark until then; < 0 not held
   double poweredOnAt;   // machine time of the message about the full wake; < 0 none pending
   double fullAt;        // … at which "System Capabilities" shows that wake; < 0 none pending
+  double wokenAt;       // … at which it last left sleep, for a dark wake too; < 0 not since its start
   double unattendedAt;  // … at which a Mac that nobody uses is to go to sleep again; < 0 never
   double nightWakeAt;   // … of the next dark wake of the night; < 0 none
   // The choices of this machine.

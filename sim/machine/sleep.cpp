@@ -214,6 +214,7 @@ void finishWake(Machine& machine) {
 void leaveSleep(Machine& machine) {
   machine.system.asleep = false;
   ++machine.sleep.wakes;
+  machine.sleep.wokenAt = machine.now;
   machine.sleep.heldUntil = externalIsConnected(machine) ? machine.now + adapterLinger : unset;
   purgePastEvents(machine, false);
 }
@@ -341,7 +342,7 @@ void sleepUnlessKept(Machine& machine) {
 void cancelEverything(Sleep& sleep) {
   endStage(sleep);
   sleep.dark = false;
-  for (double* at : {&sleep.darkUntil, &sleep.heldUntil, &sleep.poweredOnAt, &sleep.fullAt,
+  for (double* at : {&sleep.darkUntil, &sleep.heldUntil, &sleep.poweredOnAt, &sleep.fullAt, &sleep.wokenAt,
                      &sleep.unattendedAt, &sleep.nightWakeAt}) {
     *at = unset;
   }

@@ -135,6 +135,7 @@ void closeForTheNight(std::int64_t pct, const Bounds& band) {
   endStay();
   cancelScheduledWake();
   applyState(ChargeState::hold);
+  noteChargingStopped();
   log("charging stopped for the night at " + std::to_string(pct) + "% (band " + std::to_string(band.lower) +
       "–" + std::to_string(band.upper) + "%)");
 }
@@ -195,13 +196,17 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited) {
   const bool charges = limited && gState == ChargeState::allow && pct < band.upper;
   if (!charges) {
     endStay();
-    if (gPlan) gPlan->charging = false;
+    noteChargingStopped();
     // Nothing is left to stop.
     if (limited && gState == ChargeState::hold && pct >= band.lower) cancelScheduledWake();
     return;
   }
   if (gStay.assertion == 0 && gPlan && planHolds(*gPlan, reading)) return;
   takeStep(reading, band);
+}
+
+void noteChargingStopped() {
+  if (gPlan) gPlan->charging = false;
 }
 
 void endOverlongStay() {

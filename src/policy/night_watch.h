@@ -25,6 +25,10 @@ void planNight(std::int64_t pct, const Bounds& band);
 // Top Up or a calibration, or a limit of 100.
 void watchNight(std::int64_t pct, const Bounds& band, bool limited);
 
+// Charging was stopped for the night: what the charge gains until it is resumed tells nothing about the
+// charger.
+void noteChargingStopped();
+
 // A dark wake is held open for some minutes at most, also when no tick comes that would end that.
 void endOverlongStay();
 

@@ -196,6 +196,21 @@ TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
   EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
 }
 
+// The dark wake ends with the stop, so that no tick sees the closed gate.
+TEST_F(GuardedNight, countsNoGainOfTheTimeAfterItsOwnStop) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  watchNight(79, band, true);
+  mac.pass(longestStay);
+  watchNight(79, band, true);
+  ASSERT_EQ(gState, ChargeState::hold);
+  mac.pass(7200);
+  applyState(ChargeState::allow);
+  watchNight(40, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
+}
+
 TEST_F(GuardedNight, doesNothingWhereNothingIsLimited) {
   watchNight(40, band, false);
   EXPECT_THAT(mac.writes(), IsEmpty());

@@ -342,6 +342,24 @@ TEST_F(MachineSleep, endsInAFullWakeThatIsAnnouncedAndReportedTwoSecondsLater) {
   EXPECT_EQ(laterMessages().size(), 2U) << "it is awake already";
 }
 
+TEST_F(MachineSleep, remembersWhenItWasLeftDarkOrFully) {
+  EXPECT_LT(mac.machine.sleep.wokenAt, 0);
+  fallAsleep();
+  mac.pass(600);
+  const double dark = mac.machine.now;
+  mac.change(ChangeKind::darkWake, 45).pass(10);
+  EXPECT_EQ(mac.machine.sleep.wokenAt, dark);
+  mac.change(ChangeKind::wake).pass(10);
+  EXPECT_EQ(mac.machine.sleep.wokenAt, dark) << "the Mac did not sleep in between";
+  mac.change(ChangeKind::closeLid).pass(600);
+  const double fully = mac.machine.now;
+  mac.change(ChangeKind::openLid);
+  EXPECT_EQ(mac.machine.sleep.wokenAt, fully) << "before any message";
+  virtual_mac::shutDown(mac.machine);
+  virtual_mac::boot(mac.machine);
+  EXPECT_LT(mac.machine.sleep.wokenAt, 0);
+}
+
 TEST_F(MachineSleep, mayShowTheFullWakeALittleAfterItsMessage) {
   mac.change(ChangeKind::lateCapabilities, 0.5);
   fallAsleepWithClient();

@@ -23,8 +23,9 @@ target_compile_options(brisko_options INTERFACE -ffp-contract=off)
 target_include_directories(brisko_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 # The library checks its preconditions in the debug and sanitizer builds.
 target_compile_definitions(brisko_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
-# For libraries that a run under sanitizers enters only now and then: optimising them takes longer than it saves.
-set(BRISKO_UNOPTIMISED_WHEN_DEBUGGING $<$<CONFIG:Debug>:-O0>)
+# For code that is entered only now and then: optimising it takes longer than it saves. -Og is GCC's quickest level that
+# is not slow to run.
+set(BRISKO_SELDOM_RUN $<$<CONFIG:Debug>:-O0> $<$<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>:-Og>)
 # Every test program is linked for every build, and this linker is faster than the default one.
 find_program(BRISKO_LLD NAMES ld.lld ld.lld-14)
 if(BRISKO_LLD AND NOT APPLE)

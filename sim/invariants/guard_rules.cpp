@@ -133,6 +133,7 @@ class FewChanges final : public Rule {
     for (const std::string& line : iteration.lines) note(line, iteration.at);
     while (!changes_.empty() && iteration.at - changes_.front() > anHour) changes_.pop_front();
     if (changes_.size() <= most) return;
+    if (leapsOverTheBand(observation.machine())) return changes_.clear();
     violated(fewChanges, std::to_string(changes_.size()) + " changes of state within an hour");
   }
 
@@ -148,6 +149,18 @@ class FewChanges final : public Rule {
            machine.battery.trickleMA <= 0 && machine.powerSource.lagSeconds <= latest &&
            machine.powerSourceFault == virtual_mac::PowerSourceFault::none &&
            (adapter == nullptr || !adapter->scripted);
+  }
+
+  // A battery with little of its capacity left goes from below the band to above it between two readings of
+  // the gauge, so a band of a point or two cannot be kept.
+  static bool leapsOverTheBand(const Machine& machine) {
+    constexpr double gaugeMinutes = 1;
+    constexpr double bothSides = 2;  // percent
+    const std::optional<Settings> settings = readConfig(gConfigPath);
+    if (!settings) return false;
+    const Bounds band = bandAskedFor(*settings);
+    const double leap = 100 * machine.battery.maxChargeMA / machine.battery.fullMAh * gaugeMinutes / 60;
+    return leap > static_cast<double>(band.upper - band.lower) + bothSides;
   }
 
   void note(const std::string& line, double at) {

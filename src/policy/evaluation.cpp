@@ -251,11 +251,13 @@ ChargeState decideAwake(const Tick& tick) {
 ChargeState decide(const Tick& tick) {
   const ChargeState wanted = decideAwake(tick);
   if (!tick.night || !isLimited(tick)) return wanted;
-  return stateAtNight({.wanted = wanted,
-                       .state = gState,
-                       .pct = tick.power.pct,
-                       .lower = tick.floor,
-                       .onAdapter = adapterPresent()});
+  const ChargeState state = stateAtNight({.wanted = wanted,
+                                          .state = gState,
+                                          .pct = tick.power.pct,
+                                          .lower = tick.floor,
+                                          .onAdapter = adapterPresent()});
+  const bool resumes = gState == ChargeState::hold && state == ChargeState::allow;
+  return resumes && wouldStopAgain(tick.power.pct, tick.band) ? ChargeState::hold : state;
 }
 
 void chooseLight(const Tick& tick) {

@@ -74,7 +74,7 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
   constexpr double roundedAway = 1;
   const double since = (reading.now - plan.plannedAt) / 60;
   const auto gained = static_cast<double>(reading.pct - plan.pct);
-  return plan.wakeAt > reading.now && since >= 0 && plan.onAdapter == reading.onAdapter &&
+  return plan.wakeAt > reading.now && since >= 0 && plan.charging && plan.onAdapter == reading.onAdapter &&
          plan.adapterWatts == reading.adapterWatts && gained <= reading.fastest * (since + 1) + roundedAway;
 }
 

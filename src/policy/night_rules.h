@@ -36,15 +36,16 @@ struct Gain {
 // Minutes in which the charge surely stays below the limit, with a margin. Below 0 when it may be there.
 [[nodiscard]] double minutesBelow(std::int64_t limit, std::int64_t pct, double speed);
 
-// A plan holds as long as its wake is to come, the adapter is the one that it was made for, and the charge
-// has not risen faster since than any charger could: then it was made from a reading of before the sleep.
+// A plan holds as long as its wake is to come, charging was not stopped since, the adapter is the one that it
+// was made for, and the charge has not risen faster since than any charger could: then it was made from a
+// reading of before the sleep.
 struct NightPlan {
   double wakeAt = 0;     // wall clock
   double plannedAt = 0;  // wall clock
   std::int64_t pct = 0;  // that it was made from
   std::optional<std::int64_t> adapterWatts = std::nullopt;
   bool onAdapter = false;
-  bool charging = true;  // since it was made: not stopped for heat
+  bool charging = true;  // since it was made: not stopped meanwhile
   bool operator==(const NightPlan&) const = default;
 };
 struct NightReading {

@@ -205,6 +205,13 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited) {
   takeStep(reading, band);
 }
 
+bool wouldStopAgain(std::int64_t pct, const Bounds& band) {
+  const NightReading reading = readNight(pct);
+  notePastWake(reading.now);
+  forgetOldWakes(reading.now);
+  return decideNight(inputsFor(reading, band)).step == NightStep::close;
+}
+
 void noteChargingStopped() {
   if (gPlan) gPlan->charging = false;
 }

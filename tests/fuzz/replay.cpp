@@ -26,7 +26,7 @@ void tryInput(const std::string& bytes) {
 
 void tryAround(const std::string& seed) {
   constexpr std::array<char, 10> bytes = {'\0', '"', '\\', '[', '}', '-', '9', '\n', '\x80', '\xff'};
-  constexpr std::size_t manyChanges = 2000;
+  constexpr std::size_t manyChanges = 500;
   tryInput(seed);
   for (std::size_t size = 0; size < seed.size(); ++size) tryInput(seed.substr(0, size));
   if (seed.empty()) return;

@@ -183,6 +183,12 @@ TEST(NightPlan, isMadeAnewForAnotherAdapterOrNone) {
   EXPECT_FALSE(planHolds(plan, other));
 }
 
+TEST(NightPlan, isMadeAnewOnceChargingWasStopped) {
+  NightPlan stopped = plan;
+  stopped.charging = false;
+  EXPECT_FALSE(planHolds(stopped, reading));
+}
+
 TEST(NightPlan, isMadeAnewWhenTheChargeRoseFasterThanItCan) {
   NightReading risen = reading;
   risen.pct = 52;  // ten minutes, one for the gauge, and a point of rounding

@@ -196,6 +196,25 @@ TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
   EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
 }
 
+// A battery with a tenth of its capacity left charges by points a second, and the Mac may not be kept awake
+// for it.
+TEST_F(GuardedNight, doesNotResumeWhatItWouldStopAtOnce) {
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  watchNight(79, band, true);
+  ASSERT_EQ(gState, ChargeState::hold);
+  const double healthy = mac.machine().battery.fullMAh;
+  mac.store().update().machine().battery.fullMAh = healthy / 10;
+  mac.charge(74);
+  mac.forgetJournal();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(mac.writes(), Not(Contains(HasSubstr("CH"))));
+  mac.store().update().machine().battery.fullMAh = healthy;
+  mac.charge(70);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
 // The dark wake ends with the stop, so that no tick sees the closed gate.
 TEST_F(GuardedNight, countsNoGainOfTheTimeAfterItsOwnStop) {
   planNight(40, band);

@@ -24,6 +24,7 @@ demo: configured
 	@build/release/brisko-demo
 
 bench: configured
+	@scripts/install-dependencies.sh bench
 	@cmake --build build/release --target benchmarks
 	@build/release/brisko-bench
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 
 #include <benchmark/benchmark.h>
 
@@ -86,12 +87,17 @@ void addPartsOfTheYear(std::vector<Figure>& figures) {
 int main(int count, char** arguments) {
   using namespace brisko::bench;
   benchmark::Initialize(&count, arguments);
+  if (count > 1 && std::string_view(arguments[1]) == "beside") {
+    print(besideFigures());
+    return 0;
+  }
   // The live and virtual measurements come first: they fork, and this process is still small.
   std::vector<Figure> figures = liveFigures();
   if (figures.empty()) {
     std::fprintf(stderr, "brisko-bench: the live daemon could not be measured\n");
     return 1;
   }
+  for (Figure& figure : besideFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : historyFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : virtualFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : campaignFigures()) figures.push_back(std::move(figure));

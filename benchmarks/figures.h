@@ -22,6 +22,10 @@ struct Figure {
 // run.
 [[nodiscard]] std::vector<Figure> liveFigures();
 
+// The daemon in a steady hold beside upowerd, the floor program and the virtual Mac alone, for
+// BRISKO_BENCH_SECONDS (300) in one run. Empty, with a sentence, where upowerd is not installed.
+[[nodiscard]] std::vector<Figure> besideFigures();
+
 // Figures of the client with a history of a year. Empty when it could not be drawn.
 [[nodiscard]] std::vector<Figure> historyFigures();
 

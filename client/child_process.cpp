@@ -34,7 +34,7 @@ void redirect(posix_spawn_file_actions_t& actions, int output) {
   ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
 }
 
-// Starts it with SIGPIPE as other programs expect it.
+// Starts it with the signals that this program ignores as other programs expect them.
 int start(std::vector<std::string> words, int output, pid_t& process) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -46,7 +46,7 @@ int start(std::vector<std::string> words, int output, pid_t& process) {
   redirect(actions, output);
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&signals, signal);
   ::posix_spawnattr_setsigdefault(&attributes, &signals);
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   const int error =

@@ -89,6 +89,16 @@ bool writeNewFile(const std::string& path, std::string_view bytes, std::string& 
   return false;
 }
 
+Descriptor openOwnFolder(const std::string& path) {
+  Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat status {};
+  if (!folder || ::fstat(folder.number(), &status) != 0) return {};
+  if (status.st_uid == ::geteuid() && (status.st_mode & 0777U) == 0700) return folder;
+  folder.close();
+  errno = EPERM;
+  return {};
+}
+
 std::string writePrivateFile(const std::string& name, std::string_view bytes, std::string& reason) {
   const char* chosen = std::getenv("TMPDIR");
   std::string folder = chosen == nullptr || *chosen == '\0' ? "/tmp" : chosen;
@@ -98,10 +108,12 @@ std::string writePrivateFile(const std::string& name, std::string_view bytes, st
     return "";
   }
   std::string path = folder + "/" + name;
-  const Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const Descriptor made = openOwnFolder(folder);
+  const Descriptor file(
+      made ? ::openat(made.number(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600) : -1);
   if (file && writeAll(file.number(), bytes)) return path;
   reason = path + ": " + std::strerror(errno);
-  static_cast<void>(::unlink(path.c_str()));
+  if (file) static_cast<void>(::unlinkat(made.number(), name.c_str(), 0));
   static_cast<void>(::rmdir(folder.c_str()));
   return "";
 }

@@ -8,6 +8,8 @@
 
 #include <sys/types.h>
 
+#include "base/files.h"
+
 namespace brisko::client {
 
 // Writes a file of this mode beside `path`, to be renamed. Returns its path, or an empty text and errno.
@@ -23,6 +25,10 @@ namespace brisko::client {
 // followed; so root may write into a folder that others may change. False and a reason, as a clause, when it
 // was not written; then no part of it is left.
 [[nodiscard]] bool writeNewFile(const std::string& path, std::string_view bytes, std::string& reason);
+
+// Opens a folder with mode 0700 that belongs to this user. None, and errno, for anything else: where another
+// user owns the folder above, a link or a folder of theirs can be in the place of one that was just made.
+[[nodiscard]] Descriptor openOwnFolder(const std::string& path);
 
 // Writes it into a new folder that only this user can read, below the system's temporary folder. Returns its
 // path, or an empty text and a reason.

@@ -7,10 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "base/standard_output.h"
 #include "client/command_line.h"
 #include "client/commands/command.h"
 #include "client/output.h"
 #include "client/system.h"
+#include "report/terminal_text.h"
 
 namespace brisko::client {
 namespace {
@@ -113,12 +115,14 @@ ExitStatus run(const std::vector<std::string>& arguments) {
 }  // namespace brisko::client
 
 int main(int count, char** arguments) {
-  // A reader that has closed its pipe must not end the program in the middle of a change.
-  std::signal(SIGPIPE, SIG_IGN);
+  brisko::occupyStandardStreams();
+  // A reader that has closed its pipe, or a limit for the size of files, must not end the program in the
+  // middle of a change.
+  for (const int signal : {SIGPIPE, SIGXFSZ}) std::signal(signal, SIG_IGN);
   try {
     return static_cast<int>(brisko::client::run({arguments + 1, arguments + count}));
   } catch (const std::exception& error) {
-    static_cast<void>(std::fprintf(stderr, "brisko: %s\n", error.what()));
+    static_cast<void>(std::fprintf(stderr, "brisko: %s\n", brisko::lab::forTerminal(error.what()).c_str()));
     return 1;
   }
 }

@@ -11,6 +11,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "report/terminal_text.h"
+
 namespace brisko::client {
 namespace {
 
@@ -52,6 +54,22 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 12> similar{
     {"É", "E"},
 }};
 
+constexpr std::string_view bold = "\x1b[1m";
+constexpr std::string_view usual = "\x1b[0m";
+
+// Without control characters but these two.
+std::string cleaned(std::string_view text, bool keepsBold) {
+  std::string clean;
+  while (keepsBold && !text.empty()) {
+    const std::size_t at = std::min(text.find(bold), text.find(usual));
+    if (at == std::string_view::npos) break;
+    clean += lab::forTerminal(text.substr(0, at));
+    clean += text.substr(at, bold.size());
+    text.remove_prefix(at + bold.size());
+  }
+  return clean + lab::forTerminal(text);
+}
+
 bool continues(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
 std::size_t lengthOfCharacter(std::string_view text) {
@@ -66,7 +84,8 @@ OutputStyle styleOfStandardOutput(bool noColor) {
   const bool terminal = ::isatty(STDOUT_FILENO) != 0;
   return {.color = terminal && !noColor && !isSet("NO_COLOR"),
           .unicode = localeIsUtf8(),
-          .width = terminalWidth()};
+          .width = terminalWidth(),
+          .terminal = terminal};
 }
 
 std::string inAscii(std::string_view text) {
@@ -114,13 +133,24 @@ std::string wrapped(const std::string& text, std::size_t width, std::size_t inde
   return result;
 }
 
-void Output::raw(std::string_view bytes) const {
+std::string highlighted(const std::string& text) { return std::string(bold) + text + std::string(usual); }
+
+void Output::write(std::string_view bytes) const {
   if (error_ == 0 && std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) error_ = errno;
 }
 
+void Output::raw(std::string_view bytes) const {
+  write(style_.terminal ? lab::forTerminal(bytes) : std::string(bytes));
+}
+
+void Output::clearTerminal() const { write("\x1b[H\x1b[2J"); }
+
 void Output::line(const std::string& text) const { lines(text + "\n"); }
 
-void Output::lines(const std::string& text) const { raw(style_.unicode ? text : inAscii(text)); }
+void Output::lines(const std::string& text) const {
+  const std::string clean = cleaned(text, style_.color);
+  write(style_.unicode ? clean : inAscii(clean));
+}
 
 void Output::remark(const std::string& text) const {
   if (!quiet_) line(text);
@@ -131,7 +161,7 @@ void Output::json(const Json& object) const {
 }
 
 void Output::complain(const std::string& text) const {
-  const std::string complaint = "brisko: " + text + "\n";
+  const std::string complaint = "brisko: " + lab::forTerminal(text) + "\n";
   // Keeps the order if both streams go to the same place.
   static_cast<void>(std::fflush(stdout));
   static_cast<void>(std::fputs((style_.unicode ? complaint : inAscii(complaint)).c_str(), stderr));

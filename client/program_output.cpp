@@ -33,7 +33,7 @@ pid_t startInGroup(std::vector<std::string> words, int output) {
   ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
   sigset_t signals;
   sigemptyset(&signals);
-  sigaddset(&signals, SIGPIPE);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&signals, signal);
   ::posix_spawnattr_setsigdefault(&attributes, &signals);
   ::posix_spawnattr_setpgroup(&attributes, 0);
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);

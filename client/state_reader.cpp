@@ -34,6 +34,9 @@ std::string placeIn(std::string_view text, std::size_t byte) {
 // The position of the parser's error.
 std::string flawOf(const std::string& text) {
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) return "it is empty";
+  // The parser that finds the place of an error takes a hundred bytes for each level of brackets.
+  constexpr std::size_t longestExplained = 65'536;
+  if (text.size() > longestExplained) return "it is not JSON, or nested too deeply";
   try {
     const Json value = Json::parse(text);
     return value.is_object() ? "it is nested too deeply" : "it is not a JSON object";

@@ -361,19 +361,50 @@ make_shared_folder() {
   mkdir "$1" 2>/dev/null
 }
 
+# find_foreign_folders: sets foreign to those of the shared folders that are links, or that not only root can change.
+# Through such a folder its owner could have root make a link anywhere, for example in /etc/sudoers.d.
+find_foreign_folders() {
+  set -- "$root/usr" "$shared"
+  for folders in bin share share/man share/man/man1 share/man/man5 share/man/man8 share/bash-completion \
+    share/bash-completion/completions share/zsh share/zsh/site-functions share/fish share/fish/vendor_completions.d; do
+    set -- "$@" "$shared/$folders"
+  done
+  foreign="
+$(find "$@" -prune \( ! -type d -o ! -user "$owner" -o -perm -020 -o -perm -002 \) -print 2>/dev/null || true)
+"
+}
+
+# is_in_foreign_folder LINK
+is_in_foreign_folder() {
+  step=${1%/*}
+  while [ "$step" != "$root" ]; do
+    case $foreign in
+      *"
+$step
+"*) return 0 ;;
+    esac
+    step=${step%/*}
+  done
+  return 1
+}
+
 # make_link LINK TARGET: leaves alone what somebody else has put there.
 make_link() {
   [ ! -L "$1" ] || [ "$(readlink "$1")" != "$2" ] || return 0
   if [ -e "$1" ] || [ -L "$1" ]; then
     say "Kept $1, which is not from here. Use $2."
+  elif is_in_foreign_folder "$1"; then
+    say "Did not make $1, since $step is not a folder that only root can change. Use $2."
   elif ! make_shared_folder "${1%/*}" || ! ln -s "$2" "$1"; then
     say "Could not make $1. Use $2."
   fi
 }
 
-# Where shells and man look. These folders may belong to a user, so nothing in them is ever run as root.
+# Where shells and man look. These folders may belong to a user, so nothing in them is ever run as root, and nothing
+# is made in those that do.
 link_into_paths() {
   shared=$root/usr/local
+  find_foreign_folders
   make_link "$shared/bin/brisko" "$folder/brisko"
   for page in man1/brisko.1 man5/brisko-config.5 man8/brisko-daemon.8; do
     make_link "$shared/share/man/$page" "$folder/share/man/$page"

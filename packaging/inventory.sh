@@ -4,7 +4,12 @@
 set -eu
 
 status="/Library/Application Support/Brisko/status.json"
-[ -z "${BRISKO_ROOT:-}" ] || status=$BRISKO_ROOT$status
+if [ -n "${BRISKO_ROOT:-}" ]; then
+  status=$BRISKO_ROOT$status
+else
+  PATH=/usr/bin:/bin:/usr/sbin:/sbin
+  export PATH
+fi
 
 # value KEY: of the status; nothing where it is missing.
 value() {
@@ -15,7 +20,8 @@ value() {
 service() {
   if [ ! -f "$status" ]; then
     echo "not installed"
-  elif written=$(value ts) && [ -n "$written" ] && [ $(($(date +%s) - ${written%%.*})) -le 120 ]; then
+  elif written=$(value ts) && [ $(($(date +%s) - 120)) -le "${written%%.*}" ] 2>/dev/null; then
+    # Only "test" reads the value: in an arithmetic expression a shell would run commands that are in it.
     echo "running"
   else
     # The Mac may have slept until just now.

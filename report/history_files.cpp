@@ -22,6 +22,10 @@ constexpr double longestSilence = 600;        // seconds
 constexpr double farthestZone = 15 * 3600.0;  // the most that a local midnight differs from that in UTC
 constexpr std::uintmax_t largestFile = std::uintmax_t{16} << 20U;  // bytes; the daemon writes a tenth of that
 
+// Of a line; the daemon's have about a hundred. In memory a line of nothing but brackets takes a hundred
+// times its length.
+constexpr std::size_t longestLine = 4096;
+
 // The day in a file's name.
 std::optional<Date> dayOf(const std::string& name) {
   if (!name.ends_with(suffix)) return std::nullopt;
@@ -130,6 +134,7 @@ void addNotes(HistoryReading& reading) {
 }  // namespace
 
 HistoryLine readHistoryLine(const std::string& text, double midnight) {
+  if (text.size() > longestLine) return {.fault = "is longer than any line of the daemon"};
   const Json object = Json::parse(text, nullptr, false);
   if (!object.is_object()) return {.fault = "is no JSON object"};
   Moment moment;

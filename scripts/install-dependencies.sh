@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
-# Installs the packages that are missing to build the project and, with "checks", to test it. If none is missing it
-# does nothing and needs no privileges. The checks of pages in a browser are skipped where the browser cannot be
-# installed; everything else is required.
+# Installs the packages that are missing to build the project, with "checks" to test it, and with "bench" to measure it.
+# If none is missing it does nothing and needs no privileges. The checks of pages in a browser, and the comparison with
+# another daemon, are skipped where their packages cannot be installed; everything else is required.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libuv1-dev libplist-dev libgtest-dev
   libgmock-dev libbenchmark-dev libxml2-dev lld rapidjson-dev)
-browser=()
+optional=() without=''
+if [[ "${1:-}" == bench ]]; then
+  optional=(dbus umockdev upower)
+  without='The other daemon cannot be installed, so ours is not measured beside it.'
+fi
 if [[ "${1:-}" == checks ]]; then
-  browser=(chromium chromium-driver python3-selenium)
+  optional=(chromium chromium-driver python3-selenium)
+  without='The browser cannot be installed, so the checks of pages in a browser are skipped.'
   packages+=(clang clang-format clang-tidy duktape fish jq libclang-rt-14-dev libxml2-utils llvm-14 mandoc make
     original-awk parallel python3-clang-14 shellcheck zsh)
 fi
@@ -29,14 +34,14 @@ missing_of() {
   done
 }
 mapfile -t missing < <(missing_of "${packages[@]}")
-mapfile -t missing_browser < <(missing_of "${browser[@]}")
-[[ ${#missing[@]} -gt 0 || ${#missing_browser[@]} -gt 0 ]] || exit 0
+mapfile -t missing_optional < <(missing_of "${optional[@]}")
+[[ ${#missing[@]} -gt 0 || ${#missing_optional[@]} -gt 0 ]] || exit 0
 
 as_root=()
 if [[ $EUID -ne 0 ]]; then
   if ! command -v sudo >/dev/null; then
     echo "These packages are missing, and only root can install them:" >&2
-    echo "  apt-get install ${missing[*]} ${missing_browser[*]}" >&2
+    echo "  apt-get install ${missing[*]} ${missing_optional[*]}" >&2
     [[ ${#missing[@]} -eq 0 ]] && exit 0
     exit 1
   fi
@@ -52,5 +57,4 @@ install() {
       apt-get install --yes --quiet --no-install-recommends "$@"
 }
 install "${missing[@]}"
-install "${missing_browser[@]}" ||
-  echo "The browser cannot be installed, so the checks of pages in a browser are skipped." >&2
+install "${missing_optional[@]}" || echo "$without" >&2

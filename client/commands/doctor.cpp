@@ -2,6 +2,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -63,8 +64,9 @@ Mending moveAside(const Context& context, const Evidence& evidence) {
   const std::string path = context.volume.at(number->path);
   const std::string name = asideName(path);
   if (!isAgreed(context, "Move " + path + " to " + name + "?")) return {ExitStatus::notDone, ""};
-  // A link never replaces what is there.
-  if (::link(path.c_str(), name.c_str()) == 0 && ::unlink(path.c_str()) == 0)
+  // A link never replaces what is there. One that leads elsewhere is moved itself: macOS would link() its
+  // target.
+  if (::linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name.c_str(), 0) == 0 && ::unlink(path.c_str()) == 0)
     return {ExitStatus::done, path + " is now " + name + "; the daemon starts without it."};
   const bool forbidden = errno == EACCES || errno == EPERM;
   return {forbidden ? ExitStatus::notAllowed : ExitStatus::notDone,

@@ -66,7 +66,7 @@ class Printer {
     }
     const std::string said = match ? englishText(*match, line->message) : line->message;
     const bool marked = context_.output.style().color && match && match->entry->severity != Severity::info;
-    context_.output.line(stampText(line->time) + "  " + (marked ? "\x1b[1m" + said + "\x1b[0m" : said));
+    context_.output.line(stampText(line->time) + "  " + (marked ? highlighted(said) : said));
   }
 
   [[nodiscard]] const Json& lines() const { return lines_; }

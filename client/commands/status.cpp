@@ -136,7 +136,7 @@ std::string fullText(const State& state, const Answer& answer, const OutputStyle
   std::string text;
   if (state.status) text = tableText(rowsOf(state, situationOf(state)), style.width);
   std::string reason = wrapped(answer.text, style.width);
-  if (style.color) reason = "\x1b[1m" + reason + "\x1b[0m";
+  if (style.color) reason = highlighted(reason);
   return text + reason;
 }
 
@@ -201,7 +201,7 @@ ExitStatus runStatus(const Context& context) {
   catchInterrupt();
   ExitStatus status = ExitStatus::done;
   while (!wasInterrupted() && !context.output.isClosed()) {
-    if (context.output.style().color) context.output.raw("\x1b[H\x1b[2J");
+    if (context.output.style().color) context.output.clearTerminal();
     status = showOnce(context);
     if (context.output.isClosed()) break;
     pauseReally(refreshSeconds);

@@ -81,7 +81,7 @@ std::string textOf(const Diagnosis& diagnosis, const OutputStyle& style) {
   for (const CheckedResult& each : diagnosis.findings) {
     std::string line = wrapped(markOf(each.check->severity) + " " + each.check->id + "  " + each.result.text,
                                style.width, cureIndent);
-    if (style.color && each.check->severity != Severity::info) line.insert(0, "\x1b[1m").append("\x1b[0m");
+    if (style.color && each.check->severity != Severity::info) line = highlighted(line);
     text += line;
     text +=
         "\n" + wrapped(std::string(cureIndent, ' ') + "→ " + each.cure(), style.width, cureIndent + 2) + "\n";

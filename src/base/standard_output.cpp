@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -35,5 +36,11 @@ void writeStandardOutput(std::string_view text) {
 }
 
 void printLine(std::string_view text) { writeStandardOutput(std::string(text) + "\n"); }
+
+void occupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
+  }
+}
 
 }  // namespace brisko

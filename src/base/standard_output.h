@@ -13,4 +13,8 @@ void writeStandardOutput(std::string_view text);
 // The same, followed by a line feed.
 void printLine(std::string_view text);
 
+// Opens the null device for every standard stream that is closed at the start. Otherwise the first file that
+// is opened would get its number, and every line meant for the stream would be written to that file.
+void occupyStandardStreams();
+
 }  // namespace brisko

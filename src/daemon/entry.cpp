@@ -3,7 +3,6 @@
 #include <csignal>
 #include <string_view>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "base/files.h"
@@ -23,18 +22,14 @@ namespace {
 
 constexpr int statusFailed = 1;
 
-// Opens the null device for every standard stream that is closed at the start. Otherwise the first file that
-// is opened would get its number, and every line meant for the stream would be written to that file.
-void occupyStandardStreams() {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
-  }
-}
-
 // A standard stream may be a closed pipe. The signal would end the process, with the charge held or with a
 // wrong status; and on a Mac it is sent to the whole process, so no thread can block it for the others. If it
 // is ignored, only the write fails.
 void outliveClosedPipes() { std::signal(SIGPIPE, SIG_IGN); }
+
+// Whoever starts the daemon by hand may have a limit for the size of its files. Then too only the write
+// fails.
+void outliveFileLimits() { std::signal(SIGXFSZ, SIG_IGN); }
 
 // The exit status is the same whether or not the text could be written.
 int fail(std::string_view text, int status) {
@@ -66,6 +61,7 @@ int runDaemon() {
 
 int enter(const std::vector<std::string>& arguments) {
   outliveClosedPipes();
+  outliveFileLimits();
   occupyStandardStreams();
   daemonStartedAt = platform::wallNow();
   gDaemonPath = platform::executablePath().value_or("");

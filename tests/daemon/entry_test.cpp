@@ -1,14 +1,17 @@
 #include "daemon/entry.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/options.h"
+#include "base/plain_files.h"
 #include "base/process_flags.h"
 #include "platform/host.h"
 #include "support/child.h"
 #include "support/daemon_process.h"
 #include "support/descriptors.h"
+#include "support/scratch_folder.h"
 #include "support/testing.h"
 #include "support/virtual_mac.h"
 
@@ -148,6 +151,20 @@ TEST(EntryMode, opensTheNullDeviceForClosedStandardStreams) {
     tell(std::to_string(status) + (all ? " all" : " not all"));
   });
   EXPECT_EQ(ended.output, "0 all");
+}
+
+// The signal would end a daemon that holds the charge.
+TEST(EntryMode, outlivesALimitForTheSizeOfItsFiles) {
+  const VirtualMac mac;
+  const test::ScratchFolder folder;
+  const auto ended = inChild([&] {
+    const rlimit most{.rlim_cur = 1000, .rlim_max = 1000};
+    static_cast<void>(::setrlimit(RLIMIT_FSIZE, &most));
+    static_cast<void>(enter({"brisko-daemon", "--version"}));
+    tell(plain::overwriteFile(folder.path("status.json"), std::string(2000, ' ')) ? "written" : "refused");
+  });
+  EXPECT_EQ(ended.signal, std::nullopt);
+  EXPECT_EQ(ended.output, "0.9.9\nrefused");
 }
 
 TEST(EntryMode, keepsOpenStandardStreams) {

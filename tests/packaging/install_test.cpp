@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -547,8 +548,49 @@ TEST(Install, leavesWhatOthersHavePutIntoThePath) {
   EXPECT_EQ(contents(mac.at("/usr/local/bin/brisko")), "another program");
   EXPECT_EQ(contents(mac.at("/usr/local/share/man")), "a file");
   EXPECT_THAT(run.output, HasSubstr("Kept " + mac.at("/usr/local/bin/brisko") + ", which is not from here."));
-  EXPECT_THAT(run.output, HasSubstr("Could not make " + mac.at("/usr/local/share/man/man1/brisko.1") + "."));
+  EXPECT_THAT(run.output, HasSubstr("Did not make " + mac.at("/usr/local/share/man/man1/brisko.1") +
+                                    ", since " + mac.at("/usr/local/share/man") + " is not a folder that"));
   EXPECT_TRUE(exists(mac.at("/usr/local/share/zsh/site-functions/_brisko")));
+}
+
+// Who owns /usr/local/bin could otherwise have root make a link in any folder.
+TEST(Install, makesNoLinkThroughAFolderThatOthersCanChange) {
+  const ScratchMac mac;
+  std::filesystem::create_directories(mac.at("/etc/sudoers.d"));
+  std::filesystem::create_directories(mac.at("/usr/local/share/zsh/site-functions"));
+  makeLink(mac.at("/usr/local/bin"), mac.at("/etc/sudoers.d"));
+  setMode(mac.at("/usr/local/share/zsh"), 0777);
+
+  const Finished run = mac.install();
+
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_TRUE(std::filesystem::is_empty(mac.at("/etc/sudoers.d")));
+  EXPECT_FALSE(exists(mac.at("/usr/local/share/zsh/site-functions/_brisko")));
+  EXPECT_TRUE(exists(mac.at("/usr/local/share/man/man1/brisko.1")));
+  EXPECT_THAT(run.output,
+              HasSubstr("Did not make " + mac.at("/usr/local/bin/brisko") + ", since " +
+                        mac.at("/usr/local/bin") + " is not a folder that only root can change."));
+}
+
+// As somebody could have prepared the shell in which they are started. On this computer they end at their
+// first checks, which ask several programs.
+TEST(Scripts, runNoProgramOfTheirCaller) {
+  const ScratchFolder trap;
+  const std::string programs[] = {"awk",    "cat", "chmod", "codesign",  "dirname", "find",
+                                  "grep",   "id",  "ioreg", "launchctl", "ls",      "mktemp",
+                                  "plutil", "rm",  "sed",   "sw_vers",   "sysctl"};
+  for (const std::string& name : programs) {
+    put(trap.path(name), "#!/bin/sh\n: >'" + trap.path("sprung") + "'\nexit 1\n");
+    setMode(trap.path(name), 0755);
+  }
+  for (const char* script : {"install-service.sh", "uninstall-service.sh"}) {
+    const Finished ended =
+        run("/bin/sh", {std::string(BRISKO_PACKAGING) + "/" + script},
+            {{"PATH", trap.path()}, {"IFS", "/"}, {"ENV", trap.path("id")}, {"BRISKO_ROOT", ""}});
+    EXPECT_EQ(ended.status, 1) << script;
+    EXPECT_THAT(ended.errors, AnyOf(HasSubstr("a Mac"), HasSubstr("as root"))) << script;
+    EXPECT_FALSE(exists(trap.path("sprung"))) << script;
+  }
 }
 
 TEST(Install, enablesOnlyAJobThatIsDisabled) {

@@ -39,6 +39,15 @@ TEST(Inventory, tellsASilentDaemonFromOneThatReports) {
   EXPECT_EQ(inventory(mac, {"service"}).output, "silent\n");
 }
 
+// A shell's arithmetic would run it.
+TEST(Inventory, runsNothingThatTheStatusContains) {
+  ScratchMac mac;
+  mac.useBash();
+  putStatus(mac, R"("a[$(: >)" + mac.at("/sprung") + R"()]")");
+  EXPECT_EQ(inventory(mac, {"service"}).output, "silent\n");
+  EXPECT_FALSE(exists(mac.at("/sprung")));
+}
+
 TEST(Inventory, worksWithoutAStatusAndWithHalfOfOne) {
   const ScratchMac mac;
   EXPECT_EQ(inventory(mac).output,

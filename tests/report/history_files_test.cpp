@@ -52,6 +52,15 @@ TEST_F(HistoryFiles, areReadWithAllKeys) {
   EXPECT_EQ(picture.moments.front(), expected);
 }
 
+// Whatever is in it: a line of nothing but brackets would take a gigabyte.
+TEST_F(HistoryFiles, haveNoLineThatIsLongerThanAnyOfTheDaemon) {
+  const std::string sample = R"({"g":false,"p":50,"s":"allow","t":1772352000})";
+  const std::string longest = sample + std::string(4096 - sample.size(), ' ');
+  const double midnight = 1772323200;
+  EXPECT_TRUE(readHistoryLine(longest, midnight).moment);
+  EXPECT_STREQ(readHistoryLine(longest + " ", midnight).fault, "is longer than any line of the daemon");
+}
+
 TEST_F(HistoryFiles, needNeitherTemperatureNorPower) {
   const Moment moment = onlyLine(R"({"g":false,"p":50,"s":"allow","t":1772352000})").moments.at(0);
   EXPECT_EQ(moment.temperatureC, std::nullopt);

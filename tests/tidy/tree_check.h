@@ -40,4 +40,7 @@ namespace brisko::test {
 // error, and no unknown option.
 [[nodiscard]] Findings checkManual(const Tree& tree);
 
+// Every row of docs/threat-model.md names a test, and each of these tests exists.
+[[nodiscard]] Findings checkThreatModel(const Tree& tree);
+
 }  // namespace brisko::test

@@ -371,6 +371,26 @@ TEST(Terms, needBothLists) {
   EXPECT_THAT(checkTerms(tree.read()), ElementsAre(StartsWith("scripts/words-allowed.txt: it is missing")));
 }
 
+TEST(ThreatModel, namesTestsThatExist) {
+  SampleTree tree;
+  EXPECT_THAT(checkThreatModel(tree.read()), ElementsAre("docs/threat-model.md: it is missing"));
+
+  tree.file("tests/base/a_test.cpp",
+            "\nTEST(One, holds) {}\nTEST_F(Two,\n       holds) {}\n// TEST(Three, holds)\n")
+      .file("tests/fuzz/json_fuzz.cpp", "");
+  const std::string head = "# What\n\n| who | test |\n|---|---|\n";
+  tree.file("docs/threat-model.md",
+            head + "| a | `One.holds` `Two.holds` |\n| `b` | `fuzz/json` |\n`Any.thing`\n");
+  EXPECT_THAT(checkThreatModel(tree.read()), IsEmpty());
+
+  tree.file("docs/threat-model.md",
+            head + "| a | `One.holds` `Three.holds` |\n| `One.holds` | none |\n| c | `fuzz/other` |\n");
+  EXPECT_THAT(checkThreatModel(tree.read()),
+              ElementsAre(StartsWith("docs/threat-model.md:5: there is no test Three.holds"),
+                          StartsWith("docs/threat-model.md:6: a row without a test"),
+                          StartsWith("docs/threat-model.md:7: there is no test fuzz/other")));
+}
+
 const std::string logSource =
     "log(\"stats reset\");\n"
     "log(\"→ state: \" + name);\n"

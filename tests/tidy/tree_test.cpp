@@ -49,6 +49,8 @@ TEST(SourceTree, usesTheFieldsTerms) { expectNone(checkTerms(theTree())); }
 
 TEST(SourceTree, documentsEveryLogLine) { expectNone(checkLogLines(theTree())); }
 
+TEST(SourceTree, hasATestForEveryRowOfTheThreatModel) { expectNone(checkThreatModel(theTree())); }
+
 TEST(SourceTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
 
 // A campaign names invariants by number, and each invariant is tested with a mutant that it catches.

@@ -17,6 +17,7 @@
 #include "report/chart.h"
 #include "report/history_files.h"
 #include "report/report.h"
+#include "report/terminal_text.h"
 #include "sim/machine/change_arguments.h"
 #include "sim/machine/faults.h"
 #include "sim/scenario/run_scenario.h"
@@ -39,9 +40,11 @@ constexpr int misused = 2;  // a bad file or an invalid command line
 
 std::optional<std::string> gReadersZone;  // none: the computer's
 
-void print(const std::string& text) { static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout)); }
+void print(const std::string& text) { static_cast<void>(std::fputs(forTerminal(text).c_str(), stdout)); }
 
-void complain(const std::string& text) { static_cast<void>(std::fprintf(stderr, "%s\n", text.c_str())); }
+void complain(const std::string& text) {
+  static_cast<void>(std::fprintf(stderr, "%s\n", forTerminal(text).c_str()));
+}
 
 std::optional<std::string> contentsOf(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "report/report.h"
+#include "report/terminal_text.h"
 #include "sim/replay/comparison.h"
 #include "sim/replay/play.h"
 #include "sim/replay/reconstruct.h"
@@ -28,7 +29,8 @@ struct ReplayCommandLine {
 };
 
 int complainAbout(const std::string& path, const std::string& what) {
-  static_cast<void>(std::fprintf(stderr, "brisko-lab: %s: %s\n", path.c_str(), what.c_str()));
+  const std::string text = forTerminal("brisko-lab: " + path + ": " + what + "\n");
+  static_cast<void>(std::fputs(text.c_str(), stderr));
   return usageError;
 }
 
@@ -89,7 +91,7 @@ int replay(const ReplayCommandLine& line) {
   const Comparison comparison = compare(reading.days->trace, replayed);
   std::string text;
   for (const std::string& assumption : reconstruction.assumptions) text += assumption + "\n";
-  static_cast<void>(std::fputs((text + comparisonText(comparison)).c_str(), stdout));
+  static_cast<void>(std::fputs(forTerminal(text + comparisonText(comparison)).c_str(), stdout));
   const bool isWritten =
       line.page.empty() || writePage(reconstruction, reading.days->trace, replayed, comparison, line.page);
   return isWritten ? 0 : usageError;

@@ -7,6 +7,7 @@
 
 #include <sys/wait.h>
 
+#include "sim/replay/sample_report.h"
 #include "support/files.h"
 #include "support/scratch_folder.h"
 #include "support/testing.h"
@@ -68,6 +69,26 @@ TEST_F(LabProgram, endsWith1AndReportsTheDifference) {
                                       "    expected: true\n    seen:     false\n"
                                       "  The end of the log until then:\n    2026-03-01T08:00:00Z  "));
   EXPECT_THAT(ended.output, HasSubstr("\n2 scenarios: 1 hold, 1 failed, 0 could not be read\n"));
+}
+
+// A scenario and a report may come from anybody.
+TEST_F(LabProgram, printsNothingThatCommandsATerminal) {
+  const std::string command =
+      "\x1b]0;title\x07\xC2\x9B"
+      "2J";
+  test::put(folder.path("hostile.json"), Json{{"description", "It runs." + command},
+                                              {"timeline", Json::parse(R"([{"see":{"running":true}}])")}}
+                                             .dump());
+  const Ended ended = run("run " + folder.path("hostile.json"));
+  EXPECT_THAT(ended.output, HasSubstr("It runs.?]0;title??2J"));
+  auto members = test::sampleMembers();
+  members["daemon.log"] += "2026-03-01T08:00:02Z  " + command + " in the log\n";
+  test::put(folder.path("report.tar"), test::archiveOf(members));
+  const Ended replayed = run("replay " + folder.path("report.tar"));
+  EXPECT_EQ(replayed.status, 0) << replayed.output;
+  EXPECT_THAT(replayed.output, HasSubstr("?]0;title??2J in the log"));
+  EXPECT_THAT(replayed.output, Not(HasSubstr("\x1b")));
+  EXPECT_THAT(run("replay " + command + "/x.tar").output, Not(HasSubstr("\x1b")));
 }
 
 // On the battery each percent causes a summary; the adapter then causes other lines.

@@ -56,7 +56,8 @@ std::string stampText(double secondsSince1970) {
 }
 
 std::string durationText(double seconds) {
-  const auto whole = static_cast<std::int64_t>(std::max(std::round(seconds), 0.0));
+  constexpr double longest = 1e15;  // a damaged file may contain more, and what is no number is less
+  const auto whole = static_cast<std::int64_t>(seconds > 0 ? std::min(std::round(seconds), longest) : 0.0);
   const auto joined = [](std::int64_t large, const char* largeUnit, std::int64_t small,
                          const char* smallUnit) {
     const std::string text = std::to_string(large) + largeUnit;

@@ -121,7 +121,8 @@ std::optional<Slope> slopeOf(const std::vector<RecentSample>& samples) {
   const RecentSample& first = changes.front();
   const RecentSample& last = changes.back();
   const double seconds = last.time - first.time;
-  const auto rise = static_cast<double>(last.pct - first.pct);
+  // Not as integers: in a damaged file they may be any.
+  const double rise = static_cast<double>(last.pct) - static_cast<double>(first.pct);
   if (seconds < leastSpan || rise == 0) return std::nullopt;
   return Slope{.perMinute = rise / seconds * secondsPerMinute, .lastTime = last.time, .lastPct = last.pct};
 }

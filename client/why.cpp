@@ -143,8 +143,9 @@ std::optional<Answer> waitingDrain(const Situation& situation, const char* phase
 
 Answer soakAnswer(const Situation& situation) {
   const CalibrationStatus& calibration = situation.status->calibration;
-  const auto left =
-      static_cast<double>(std::max<std::int64_t>(calibration.soakSeconds - calibration.soakBanked, 0));
+  // Not as integers: in a damaged file they may be any.
+  const double left = std::max(
+      static_cast<double>(calibration.soakSeconds) - static_cast<double>(calibration.soakBanked), 0.0);
   if (!situation.status->plugged || situation.status->pct < 100) {
     return {Reason::calibrationSoak,
             "Calibration, soak: " + durationText(left) + " at full charge on the adapter are still missing.",

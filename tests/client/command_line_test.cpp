@@ -1,5 +1,6 @@
 #include "client/command_line.h"
 
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -174,6 +175,9 @@ TEST(Texts, writeDurationsForPeople) {
   EXPECT_EQ(durationText(4 * 3600 + 600), "4 h 10 min");
   EXPECT_EQ(durationText(3 * 86'400 + 4 * 3600), "3 d 4 h");
   EXPECT_EQ(durationText(-5), "0 s");
+  // Of a damaged file.
+  EXPECT_EQ(durationText(1e300), durationText(1e15));
+  EXPECT_EQ(durationText(std::numeric_limits<double>::quiet_NaN()), "0 s");
 }
 
 }  // namespace

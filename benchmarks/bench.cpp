@@ -93,6 +93,7 @@ int main(int count, char** arguments) {
     return 1;
   }
   for (Figure& figure : historyFigures()) figures.push_back(std::move(figure));
+  for (Figure& figure : whatIfFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : virtualFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : campaignFigures()) figures.push_back(std::move(figure));
   attachSteadyMachine();

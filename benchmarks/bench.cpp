@@ -99,6 +99,7 @@ int main(int count, char** arguments) {
   }
   for (Figure& figure : besideFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : historyFigures()) figures.push_back(std::move(figure));
+  for (Figure& figure : whatIfFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : virtualFigures()) figures.push_back(std::move(figure));
   for (Figure& figure : campaignFigures()) figures.push_back(std::move(figure));
   attachSteadyMachine();

@@ -29,6 +29,9 @@ struct Figure {
 // Figures of the client with a history of a year. Empty when it could not be drawn.
 [[nodiscard]] std::vector<Figure> historyFigures();
 
+// Real time of brisko what-if and brisko advise over a month.
+[[nodiscard]] std::vector<Figure> whatIfFigures();
+
 // Figures of whole processes in virtual time.
 [[nodiscard]] std::vector<Figure> virtualFigures();
 // The first of them: processor seconds for a year in a steady hold, independent of other load.

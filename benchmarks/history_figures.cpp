@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -29,12 +30,11 @@ std::string lineOf(double midnight, int number) {
          "\",\"t\":" + std::to_string(time) + ",\"wt\":" + std::to_string(plugged ? 43 : -71) + "}\n";
 }
 
-void writeYear(const std::string& volume) {
+void writeDays(const std::string& volume, lab::Date date, int count) {
   const std::string folder = volume + historyDir;
   std::error_code ignored;
   std::filesystem::create_directories(folder, ignored);
-  lab::Date date = *lab::dateIn("2025-01-01");
-  for (int day = 0; day < days; ++day, date = lab::dateAfter(date, 1)) {
+  for (int day = 0; day < count; ++day, date = lab::dateAfter(date, 1)) {
     std::ofstream file(folder + "/" + lab::isoText(date) + ".jsonl");
     for (int number = 0; number < linesADay; ++number) file << lineOf(lab::beginOf(date), number);
   }
@@ -53,7 +53,7 @@ std::vector<Figure> historyFigures() {
   constexpr std::size_t times = 9;
   const sim::ScratchFolder scratch("brisko-bench");
   const std::string page = scratch.path("year.html");
-  writeYear(scratch.path());
+  writeDays(scratch.path(), *lab::dateIn("2025-01-01"), days);
   std::array<double, times> seconds{};
   std::array<double, times> megabytes{};
   for (std::size_t count = 0; count < times; ++count) {
@@ -69,6 +69,23 @@ std::vector<Figure> historyFigures() {
   std::sort(megabytes.begin(), megabytes.end());
   return {{"a year of history drawn, processor time", seconds.at(times / 2), "s", Target::atMost, 1},
           {"a year of history drawn, memory", megabytes.at(times / 2), "MB"}};
+}
+
+std::vector<Figure> whatIfFigures() {
+  constexpr int month = 30;
+  const sim::ScratchFolder scratch("brisko-bench");
+  const lab::Date today = lab::dateOf(static_cast<double>(std::time(nullptr)));
+  writeDays(scratch.path(), lab::dateAfter(today, -month), month);
+  const auto timed = [&](std::vector<std::string> words, const std::string& name, double target) {
+    words.insert(words.begin(), sibling("brisko"));
+    words.insert(words.end(), {"--volume", scratch.path(), "--days", std::to_string(month + 1)});
+    const double start = realNow();
+    Running playing(words, "");
+    const bool isDone = playing.wait().has_value();
+    return Figure{name, isDone ? realNow() - start : 1e9, "s", Target::atMost, target};
+  };
+  return {timed({"what-if", "limit=70"}, "thirty days with another limit", 3),
+          timed({"advise"}, "thirty days with nine limits", 30)};
 }
 
 }  // namespace brisko::bench

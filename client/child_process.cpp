@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include <fcntl.h>
@@ -21,21 +22,28 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): not every 
 namespace brisko::client {
 namespace {
 
-// Where a program prints: to nowhere but for its errors, or all of it into a pipe without input.
-constexpr int toNowhere = -1;
+using FileActions = posix_spawn_file_actions_t;
+using Redirect = std::function<void(FileActions&)>;
 
-void redirect(posix_spawn_file_actions_t& actions, int output) {
-  if (output == toNowhere) {
-    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    return;
-  }
-  ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-  ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
+void printToNowhere(FileActions& actions) {
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+}
+
+// All that it prints, without input.
+Redirect printInto(int pipe) {
+  return [pipe](FileActions& actions) {
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions, pipe, STDOUT_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, pipe, STDERR_FILENO);
+  };
+}
+
+Redirect readFrom(int pipe) {
+  return [pipe](FileActions& actions) { ::posix_spawn_file_actions_adddup2(&actions, pipe, STDIN_FILENO); };
 }
 
 // Starts it with the signals that this program ignores as other programs expect them.
-int start(std::vector<std::string> words, int output, pid_t& process) {
+int start(std::vector<std::string> words, const Redirect& redirect, pid_t& process) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -43,7 +51,7 @@ int start(std::vector<std::string> words, int output, pid_t& process) {
   posix_spawnattr_t attributes{};
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawnattr_init(&attributes);
-  redirect(actions, output);
+  redirect(actions);
   sigset_t signals;
   sigemptyset(&signals);
   for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&signals, signal);
@@ -79,7 +87,7 @@ class Running {
   explicit Running(const TimedCommand& command) : deadline_(steadyNow() + command.seconds) {
     Pipe pipe = openPipe();
     if (command.words.empty() || !pipe.reading) return;
-    const int error = start(command.words, pipe.writing.number(), process_);
+    const int error = start(command.words, printInto(pipe.writing.number()), process_);
     if (error == 0) {
       output_ = std::move(pipe.reading);
       static_cast<void>(::fcntl(output_.number(), F_SETFL, O_NONBLOCK));
@@ -180,19 +188,59 @@ std::string clauseOf(CommandEnd end) {
   return "its command failed";
 }
 
-bool runProgram(const std::vector<std::string>& words, std::string& reason) {
-  pid_t process = 0;
-  if (const int error = start(words, toNowhere, process); error != 0) {
-    reason = words.front() + ": " + std::strerror(error);
-    return false;
-  }
+namespace {
+
+// As waitpid() gives it; none and a reason when there is none.
+std::optional<int> statusOf(pid_t process, const std::string& program, std::string& reason) {
   int status = 0;
   while (::waitpid(process, &status, 0) < 0) {
     if (errno == EINTR) continue;
-    reason = words.front() + " cannot be waited for";
+    reason = program + " cannot be waited for";
+    return std::nullopt;
+  }
+  return status;
+}
+
+// Until it is written, or the other end is closed.
+void writeInto(int pipe, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(pipe, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+}  // namespace
+
+std::optional<int> runWithInput(const std::vector<std::string>& words, std::string_view input,
+                                std::string& reason) {
+  Pipe pipe = openPipe();
+  pid_t process = 0;
+  const int error = pipe.reading ? start(words, readFrom(pipe.reading.number()), process) : errno;
+  if (error != 0) {
+    reason = words.front() + ": " + std::strerror(error);
+    return std::nullopt;
+  }
+  pipe.reading = Descriptor();
+  writeInto(pipe.writing.number(), input);
+  pipe.writing = Descriptor();
+  const auto status = statusOf(process, words.front(), reason);
+  if (!status) return std::nullopt;
+  if (WIFEXITED(*status)) return WEXITSTATUS(*status);
+  reason = words.front() + " was ended by signal " + std::to_string(WTERMSIG(*status));
+  return std::nullopt;
+}
+
+bool runProgram(const std::vector<std::string>& words, std::string& reason) {
+  pid_t process = 0;
+  if (const int error = start(words, printToNowhere, process); error != 0) {
+    reason = words.front() + ": " + std::strerror(error);
     return false;
   }
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+  const auto status = statusOf(process, words.front(), reason);
+  if (!status) return false;
+  if (WIFEXITED(*status) && WEXITSTATUS(*status) == 0) return true;
   reason = words.front() + " refused it";
   return false;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace brisko::client {
@@ -12,6 +13,11 @@ namespace brisko::client {
 // Runs a program to its end, with what it prints discarded but for its errors. A name without a slash is
 // searched in PATH. True when it ended with status 0; otherwise false and a reason, as a clause.
 [[nodiscard]] bool runProgram(const std::vector<std::string>& words, std::string& reason);
+
+// Runs a program to its end, with these bytes as its standard input, and otherwise with the streams of this
+// one. Its exit status; none and a reason, as a clause, when it has none. SIGPIPE must be ignored.
+[[nodiscard]] std::optional<int> runWithInput(const std::vector<std::string>& words, std::string_view input,
+                                              std::string& reason);
 
 struct TimedCommand {
   std::vector<std::string> words = {};  // the program's path first; none: nothing is run

@@ -37,6 +37,8 @@ constexpr std::array commands{
     Command{"get", runGet},
     Command{"set", runSet},
     Command{"history", runHistory},
+    Command{"what-if", runWhatIf},
+    Command{"advise", runAdvise},
     Command{"log", runLog},
     Command{"doctor", runDoctor},
     Command{"report", runReport},

@@ -1,5 +1,7 @@
 #include "client/report_gathering.h"
 
+#include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -22,11 +24,10 @@ constexpr double programSeconds = 20;
 constexpr double powerLogSeconds = 60;  // it covers weeks
 
 // Those of the history, the oldest first.
-std::vector<std::string> lastDays(double now) {
+std::vector<std::string> lastDays(double now, int count) {
   std::vector<std::string> days;
   const lab::Date today = lab::dateOf(now);
-  for (int back = historyDays - 1; back >= 0; --back)
-    days.push_back(lab::isoText(lab::dateAfter(today, -back)));
+  for (int back = count - 1; back >= 0; --back) days.push_back(lab::isoText(lab::dateAfter(today, -back)));
   return days;
 }
 
@@ -104,11 +105,8 @@ void takeFromSystem(ReportPart& part, const State& state, const std::string& dae
   part.problem = "";
 }
 
-}  // namespace
-
-std::vector<ReportPart> gatherReport(const State& state) {
+void readParts(const State& state, std::vector<ReportPart>& parts) {
   const std::string daemon = daemonProgram(state);
-  std::vector<ReportPart> parts = reportParts(lastDays(state.now));
   for (ReportPart& part : parts) {
     if (part.name == "status.json") {
       takeStatus(part, state);
@@ -121,7 +119,45 @@ std::vector<ReportPart> gatherReport(const State& state) {
       takeFromSystem(part, state, daemon);
     }
   }
+}
+
+// What a play needs. Not the log of macOS: it takes long to print, and seldom reaches back that far.
+bool isPlayed(const ReportPart& part) {
+  constexpr std::array names{"config.json", "stats.json", "daemon.log.1",
+                             "daemon.log",  "job.json",   "battery.json"};
+  return part.name.starts_with("history/") || std::find(names.begin(), names.end(), part.name) != names.end();
+}
+
+}  // namespace
+
+std::vector<ReportPart> gatherReport(const State& state) {
+  std::vector<ReportPart> parts = reportParts(lastDays(state.now, historyDays));
+  readParts(state, parts);
   return parts;
+}
+
+ReportFacts reportFacts(const State& state) {
+  ReportFacts facts{.now = state.now, .daemonVersion = state.status ? state.status->daemonVersion : ""};
+  if (state.volume.isForeign()) return facts;
+  facts.macOS = platform::osMajor();
+  facts.model = modelOfMac();
+  return facts;
+}
+
+std::string archiveOfDays(const State& state, int days) {
+  std::vector<ReportPart> parts = reportParts(lastDays(state.now, days));
+  std::erase_if(parts, [](const ReportPart& part) { return !isPlayed(part); });
+  readParts(state, parts);
+  for (ReportPart& part : parts) {
+    // It stays on this Mac, so nothing has to be left out of it.
+    if (part.name.starts_with("history/"))
+      part.keep = [](std::string_view text) { return KeptText{.text = std::string(text)}; };
+    if (part.name == "config.json" && !state.settingsFile.object) {
+      part.bytes = configObject(state.settings).dump();
+      part.problem = "";
+    }
+  }
+  return bugReport(parts, reportFacts(state)).archive;
 }
 
 }  // namespace brisko::client

@@ -158,7 +158,7 @@ class Drawing : private PanelDrawing {
                      std::max(picture.moments.back().time, picture.moments.front().time + 60)),
         picture_(picture),
         moments_(picture.moments) {
-    chart_.moments = thinned(moments_, enoughMoments, thinnedColumns);
+    chart_.moments = thinned(moments_, enoughMoments, thinnedColumns, picture.curves.has_value());
     chart_.width = layout_.width;
     chart_.time = time_;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <optional>
 
@@ -9,13 +10,14 @@ namespace brisko::lab {
 namespace {
 
 using Number = std::optional<double> Moment::*;
+using WholeNumber = std::optional<std::int64_t> Moment::*;
 constexpr std::array<Number, 4> numbers{&Moment::level, &Moment::currentMA, &Moment::watts,
                                         &Moment::temperatureC};
 
 // The index of the first in [begin, end) by `order`; none when no moment has the number.
-template <class Order>
+template <class AnyNumber, class Order>
 std::optional<std::size_t> outermost(const std::vector<Moment>& moments, std::size_t begin, std::size_t end,
-                                     Number number, Order order) {
+                                     AnyNumber number, Order order) {
   std::optional<std::size_t> best;
   for (std::size_t index = begin; index < end; ++index) {
     const auto& value = moments[index].*number;
@@ -24,19 +26,26 @@ std::optional<std::size_t> outermost(const std::vector<Moment>& moments, std::si
   return best;
 }
 
-void keepOfColumn(const std::vector<Moment>& moments, std::size_t begin, std::size_t end,
+template <class AnyNumber>
+void keepOutermost(const std::vector<Moment>& moments, std::size_t begin, std::size_t end, AnyNumber number,
+                   std::vector<bool>& kept) {
+  if (const auto least = outermost(moments, begin, end, number, std::less<>())) kept[*least] = true;
+  if (const auto most = outermost(moments, begin, end, number, std::greater<>())) kept[*most] = true;
+}
+
+void keepOfColumn(const std::vector<Moment>& moments, std::size_t begin, std::size_t end, bool ofShownToo,
                   std::vector<bool>& kept) {
   kept[begin] = true;
   kept[end - 1] = true;
-  for (const Number number : numbers) {
-    if (const auto least = outermost(moments, begin, end, number, std::less<>())) kept[*least] = true;
-    if (const auto most = outermost(moments, begin, end, number, std::greater<>())) kept[*most] = true;
-  }
+  for (const Number number : numbers) keepOutermost(moments, begin, end, number, kept);
+  const WholeNumber shown = &Moment::shown;
+  if (ofShownToo) keepOutermost(moments, begin, end, shown, kept);
 }
 
 }  // namespace
 
-std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enough, std::size_t columns) {
+std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enough, std::size_t columns,
+                            bool ofShownToo) {
   if (moments.size() <= enough) return moments;
   const double from = moments.front().time;
   const double columnWidth = (moments.back().time - from) / static_cast<double>(columns);
@@ -46,7 +55,7 @@ std::vector<Moment> thinned(const std::vector<Moment>& moments, std::size_t enou
     const double border = from + columnWidth * static_cast<double>(column);
     std::size_t end = begin;
     while (end < moments.size() && (column == columns || moments[end].time < border)) ++end;
-    if (end > begin) keepOfColumn(moments, begin, end, kept);
+    if (end > begin) keepOfColumn(moments, begin, end, ofShownToo, kept);
     begin = end;
   }
   for (std::size_t index = 1; index < moments.size(); ++index) {

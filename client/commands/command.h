@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 #include "base/json_file.h"
 #include "client/command_line.h"
@@ -10,6 +11,7 @@
 #include "client/file_reading.h"
 #include "client/output.h"
 #include "client/state_reader.h"
+#include "report/history_files.h"
 
 namespace brisko::client {
 
@@ -57,8 +59,10 @@ inline constexpr const char* anotherVolumesDaemon = "the daemon of another volum
 // Asks on the terminal. True also with --yes; false, with an error, if there is no terminal.
 [[nodiscard]] bool isAgreed(const Context& context, const std::string& question);
 
-// Names the setting that was probably meant.
-[[nodiscard]] std::string unknownKey(const std::string& name);
+// Why there is nothing to show of the days: `reading` are those of the history's folder, and `error` is why
+// it cannot be read.
+ExitStatus complainOfNoHistory(const Context& context, const State& state, const lab::HistoryReading& reading,
+                               const std::error_code& error);
 
 ExitStatus runStatus(const Context& context);
 ExitStatus runWhy(const Context& context);
@@ -74,6 +78,8 @@ ExitStatus runCalibrate(const Context& context);
 ExitStatus runGet(const Context& context);
 ExitStatus runSet(const Context& context);
 ExitStatus runHistory(const Context& context);
+ExitStatus runWhatIf(const Context& context);
+ExitStatus runAdvise(const Context& context);
 ExitStatus runLog(const Context& context);
 ExitStatus runDoctor(const Context& context);
 ExitStatus runReport(const Context& context);

@@ -1,18 +1,10 @@
 #include <nlohmann/json.hpp>
 
-#include "base/nearest_name.h"
 #include "client/commands/command.h"
+#include "client/setting_assignment.h"
 #include "client/setting_keys.h"
 
 namespace brisko::client {
-
-std::string unknownKey(const std::string& name) {
-  std::vector<std::string> names;
-  for (const SettingKey& key : settingKeys()) names.emplace_back(key.name);
-  const auto nearest = nearestName(name, names);
-  return "unknown setting \"" + name + "\"" +
-         (nearest ? "; did you mean \"" + *nearest + "\"?" : "; brisko get lists them all");
-}
 
 ExitStatus runGet(const Context& context) {
   const auto& words = context.invocation.words;

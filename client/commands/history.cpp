@@ -35,30 +35,6 @@ ExitStatus refuse(const Context& context, ExitStatus status, const std::string& 
   return status;
 }
 
-// Why there is nothing to show.
-ExitStatus complainOfNothing(const Context& context, const State& state, const lab::HistoryReading& reading,
-                             const std::error_code& error) {
-  const bool isMissing = error == std::errc::no_such_file_or_directory;
-  if (error && !isMissing) {
-    return refuse(context, ExitStatus::notDone,
-                  "the history cannot be shown: " + error.message() + " (" + historyDir + ")");
-  }
-  if (!reading.firstDay && !situationOf(state).installed)
-    return refuse(context, ExitStatus::noDaemon, "there is no history, because the daemon is not installed");
-  if (!state.settings.history) {
-    return refuse(context, ExitStatus::notDone,
-                  "there is no history of these days: it is switched off (brisko set history=on)");
-  }
-  if (!reading.firstDay)
-    return refuse(context, ExitStatus::notDone,
-                  "there is no history yet; the daemon has just begun to record it");
-  const std::string first = lab::isoText(*reading.firstDay);
-  const std::string last = lab::isoText(*reading.lastDay);
-  return refuse(context, ExitStatus::notDone,
-                "there is no history of these days, only " +
-                    (first == last ? "of " + first : "from " + first + " to " + last));
-}
-
 // The drawing is in the file `path`.
 ExitStatus reportDrawing(const Context& context, const HistoryReport& report, const std::string& path) {
   if (context.json()) {
@@ -107,6 +83,29 @@ ExitStatus show(const Context& context, const HistoryReport& report, double now)
 
 }  // namespace
 
+ExitStatus complainOfNoHistory(const Context& context, const State& state, const lab::HistoryReading& reading,
+                               const std::error_code& error) {
+  const bool isMissing = error == std::errc::no_such_file_or_directory;
+  if (error && !isMissing) {
+    return refuse(context, ExitStatus::notDone,
+                  "the history cannot be shown: " + error.message() + " (" + historyDir + ")");
+  }
+  if (!reading.firstDay && !situationOf(state).installed)
+    return refuse(context, ExitStatus::noDaemon, "there is no history, because the daemon is not installed");
+  if (!state.settings.history) {
+    return refuse(context, ExitStatus::notDone,
+                  "there is no history of these days: it is switched off (brisko set history=on)");
+  }
+  if (!reading.firstDay)
+    return refuse(context, ExitStatus::notDone,
+                  "there is no history yet; the daemon has just begun to record it");
+  const std::string first = lab::isoText(*reading.firstDay);
+  const std::string last = lab::isoText(*reading.lastDay);
+  return refuse(context, ExitStatus::notDone,
+                "there is no history of these days, only " +
+                    (first == last ? "of " + first : "from " + first + " to " + last));
+}
+
 ExitStatus runHistory(const Context& context) {
   if (const std::string error = whyMisused(context.invocation); !error.empty()) return misuse(context, error);
   const State state = readState(context.volume);
@@ -118,7 +117,7 @@ ExitStatus runHistory(const Context& context) {
                        lab::beginOf(lab::dateAfter(asked.range->last, 1)), error);
   const lab::HistoryReading files{.firstDay = reading.firstDay, .lastDay = reading.lastDay};
   const auto report = historyReport(std::move(reading), state.now, state.settings.history);
-  if (!report) return complainOfNothing(context, state, files, error);
+  if (!report) return complainOfNoHistory(context, state, files, error);
   return show(context, *report, state.now);
 }
 

@@ -9,7 +9,6 @@
 #include "client/commands/command.h"
 #include "client/file_writing.h"
 #include "client/report_gathering.h"
-#include "platform/host.h"
 
 namespace brisko::client {
 namespace {
@@ -53,14 +52,6 @@ ExitStatus refuse(const Context& context, const std::string& path, const std::st
   return ExitStatus::notDone;
 }
 
-ReportFacts factsOf(const State& state) {
-  ReportFacts facts{.now = state.now, .daemonVersion = state.status ? state.status->daemonVersion : ""};
-  if (state.volume.isForeign()) return facts;
-  facts.macOS = platform::osMajor();
-  facts.model = modelOfMac();
-  return facts;
-}
-
 }  // namespace
 
 ExitStatus runReport(const Context& context) {
@@ -69,7 +60,7 @@ ExitStatus runReport(const Context& context) {
   struct stat found {};
   if (::lstat(path.c_str(), &found) == 0)
     return refuse(context, path, "a file is there already; choose another name");
-  const BugReport report = bugReport(gatherReport(state), factsOf(state));
+  const BugReport report = bugReport(gatherReport(state), reportFacts(state));
   if (report.archive.empty()) return refuse(context, path, "it would be larger than 64 MiB");
   if (!context.json()) list(context, report.manifest);
   if (context.json() && !context.invocation.has("--yes")) {

@@ -19,14 +19,24 @@ void act(const std::vector<Action>& actions, sim::Simulation& simulation) {
   for (const Action& action : actions) static_cast<void>(action.act(simulation, unused));
 }
 
-void run(const Scenario& scenario, sim::Simulation& simulation) {
+void pass(double seconds, const PlayWatch& watch, sim::Simulation& simulation) {
+  for (; seconds > watch.longestPass; seconds -= watch.longestPass) {
+    simulation.pass(watch.longestPass);
+    if (watch.look) watch.look(simulation.machine());
+  }
+  simulation.pass(seconds);
+}
+
+void run(const Scenario& scenario, const PlayWatch& watch, sim::Simulation& simulation) {
   if (scenario.settings) simulation.write(defaultConfigPath, *scenario.settings);
   act(scenario.before, simulation);
   simulation.begin();
   for (const Step& step : scenario.steps) {
-    if (step.at) simulation.pass(secondsUntil(*step.at, virtual_mac::wallClock(simulation.machine())));
+    if (step.at)
+      pass(secondsUntil(*step.at, virtual_mac::wallClock(simulation.machine())), watch, simulation);
     act(step.actions, simulation);
     simulation.pass(0);
+    if (watch.look) watch.look(simulation.machine());
   }
 }
 
@@ -49,14 +59,14 @@ void readDays(const sim::Simulation& simulation, Trace& trace) {
 
 }  // namespace
 
-Trace play(const Reconstruction& reconstruction) {
+Trace play(const Reconstruction& reconstruction, const PlayWatch& watch) {
   Diagnostics diagnostics("the replay");
   auto scenario = readScenario(scenarioText(reconstruction.scenario), diagnostics);
   if (!scenario)
     throw std::logic_error("the scenario of a report is invalid: " + diagnostics.texts().front());
   scenario->setup.machine = reconstruction.machine;
   sim::Simulation simulation(scenario->setup);
-  run(*scenario, simulation);
+  run(*scenario, watch, simulation);
   Trace trace;
   readDays(simulation, trace);
   std::string log;

@@ -89,6 +89,7 @@ double leastAdapterOf(const Trace& trace) {
 }
 
 Machine machineOf(const ReportedDays& days, const virtual_mac::MachineOptions& options) {
+  if (days.registry.empty()) return virtual_mac::makeMachine(assumedModel(), options);
   std::string reason;
   const auto dump = readDump(days.registry, reason);
   auto machine = dump ? machineFromDump(*dump, nullptr, options, reason) : std::nullopt;
@@ -157,14 +158,18 @@ DatedAction chargeAtBeginning(const ReportedDays& days) {
 // In the order in which actions at the same moment have to happen: the gauge publishes the charge at the
 // beginning once everything else is as it was.
 void addActions(const ReportedDays& days, const Machine& machine, const SettingsOverTime& settings,
-                Timeline& timeline) {
-  const std::vector<SleepSpan> sleeps = sleepsOf(days);
-  const std::vector<PlugEvent> plugs = plugEventsOf(days, sleeps, machine);
+                Purpose purpose, Timeline& timeline) {
+  const bool otherSettings = purpose == Purpose::otherSettings;
+  const std::vector<SleepSpan> reportedSleeps = sleepsOf(days);
+  const std::vector<PlugEvent> plugs = plugEventsOf(days, reportedSleeps, machine);
+  const std::vector<SleepSpan> sleeps =
+      otherSettings ? withoutOwnWakes(reportedSleeps, days.trace) : reportedSleeps;
+  const auto hours = otherSettings ? std::optional(loadByHour(days.trace, machine)) : std::nullopt;
   timeline.add({{0, "quiet-nights"}});
   timeline.add(serviceActions(days));
   timeline.add(plugActions(plugs));
-  timeline.add(loadActions(days, plugs, sleeps, machine));
-  if (settings.heatMatters) timeline.add(temperatureActions(days));
+  timeline.add(loadActions(days, plugs, reportedSleeps, machine, hours));
+  if (settings.heatMatters || otherSettings) timeline.add(temperatureActions(days));
   timeline.add({chargeAtBeginning(days)});
   timeline.add(settings.edits);
   timeline.add(sleepActions(sleeps));
@@ -179,7 +184,7 @@ ScenarioJson daemonOf(const ReportedDays& days) {
 
 }  // namespace
 
-Reconstruction reconstruct(const ReportedDays& days) {
+Reconstruction reconstruct(const ReportedDays& days, Purpose purpose) {
   const Beginning beginning = beginningOf(days);
   virtual_mac::MachineOptions options = days.options;
   options.startTime = beginning.time;
@@ -198,7 +203,7 @@ Reconstruction reconstruct(const ReportedDays& days) {
   scenario.seconds = static_cast<std::int64_t>(days.end() - beginning.time + afterTheEnd);
   if (!beginning.isStart) scenario.before.push_back(statsAtBeginning(days));
   Timeline timeline(beginning.time, scenario);
-  addActions(days, result.machine, settings, timeline);
+  addActions(days, result.machine, settings, purpose, timeline);
   return result;
 }
 

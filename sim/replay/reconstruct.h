@@ -4,6 +4,7 @@
 // the real daemon are left alone.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,12 @@ struct Reconstruction {
   std::vector<std::string> assumptions = {};
 };
 
+// What the days will be played for. With other settings the Mac charges at other times, so that its load on
+// the adapter, its temperature and the wakes that its daemon had scheduled matter, which else do not.
+enum class Purpose : std::uint8_t { sameAgain, otherSettings };
+
 // The days must be those of a report that was read.
-[[nodiscard]] Reconstruction reconstruct(const ReportedDays& days);
+[[nodiscard]] Reconstruction reconstruct(const ReportedDays& days, Purpose purpose = Purpose::sameAgain);
 
 // The text of a scenario's file, whose battery is in the file `registryName` in the same folder.
 [[nodiscard]] std::string scenarioFileText(const Reconstruction& reconstruction,

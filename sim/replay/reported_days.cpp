@@ -21,7 +21,6 @@ using Members = std::map<std::string, std::string_view, std::less<>>;
 
 constexpr std::string_view folder = "brisko-report/";
 constexpr double secondsPerDay = 86400;
-constexpr double longestReport = 60 * secondsPerDay;
 constexpr double clockCorrection = 3600;  // by which a line of the history may be earlier than the one before
 constexpr double brokenShare = 0.02;      // of its lines, of a history that can be used
 constexpr std::size_t deepestJson = 64;
@@ -105,7 +104,7 @@ void readDay(std::string_view text, double midnight, HistoryCount& count, Trace&
 }
 
 // The names of days are in the order of their dates.
-void readHistoryOf(const Members& members, ReportedDays& days) {
+void readHistoryOf(const Members& members, const ReportLimits& limits, ReportedDays& days) {
   HistoryCount count;
   for (const auto& [name, text] : members) {
     if (const auto midnight = midnightOf(name)) readDay(text, *midnight, count, days.trace);
@@ -116,8 +115,9 @@ void readHistoryOf(const Members& members, ReportedDays& days) {
                   " lines of its history are broken"};
   }
   if (days.trace.sightings.empty()) throw Refusal{"its history has no line that can be read"};
-  if (days.trace.sightings.back().time - days.trace.sightings.front().time > longestReport)
-    throw Refusal{"its history covers more than 60 days"};
+  if (days.end() - days.begin() > limits.longestDays * secondsPerDay)
+    throw Refusal{"its history covers more than " + std::to_string(std::llround(limits.longestDays)) +
+                  " days"};
   days.brokenLines += count.broken;
 }
 
@@ -231,24 +231,29 @@ void readJob(const Members& members, ReportedDays& days) {
 }
 
 // The machine itself is made when the days are reconstructed; here it is only tried.
-void readBattery(const Members& members, ReportedDays& days) {
+void readBattery(const Members& members, const ReportLimits& limits, ReportedDays& days) {
   days.registry = textOf(members, "battery.json");
+  if (days.registry.empty() && !limits.needsBattery) {
+    days.assumptions.push_back("The battery is not known: that of a " + std::string(assumedModel().title) +
+                               " is assumed.");
+    return;
+  }
   std::string reason = "the report does not contain it";
   const auto dump = days.registry.empty() ? std::nullopt : readDump(days.registry, reason);
   if (!dump || !machineFromDump(*dump, nullptr, days.options, reason))
     throw Refusal{"the battery's registry entry: " + reason};
 }
 
-ReportedDays readDays(std::string_view bytes) {
+ReportedDays readDays(std::string_view bytes, const ReportLimits& limits) {
   const ArchiveReading archive = readUstar(bytes);
   if (!archive.error.empty()) throw Refusal{archive.error};
   const Members members = membersOf(archive);
   ReportedDays days;
-  readHistoryOf(members, days);
+  readHistoryOf(members, limits, days);
   readLogsOf(members, days);
   readSystem(members, days);
   readStartLines(days);
-  readBattery(members, days);
+  readBattery(members, limits, days);
   readJob(members, days);
   days.config = objectOf(members, "config.json");
   days.stats = objectOf(members, "stats.json");
@@ -305,9 +310,11 @@ std::vector<PowerEvent> readPowerLog(std::string_view text) {
   return events;
 }
 
-ReportReading readReport(std::string_view archive) {
+const virtual_mac::Model& assumedModel() { return virtual_mac::models().front(); }
+
+ReportReading readReport(std::string_view archive, const ReportLimits& limits) {
   try {
-    return {.days = readDays(archive)};
+    return {.days = readDays(archive, limits)};
   } catch (const Refusal& refusal) {
     return {.error = refusal.reason};
   }

@@ -26,7 +26,7 @@ struct PowerEvent {
 struct ReportedDays {
   Trace trace = {};                           // at least one line of the history
   std::vector<PowerEvent> powerEvents = {};   // in order of time
-  std::string registry = {};                  // the battery's entry as JSON, for a scenario's file
+  std::string registry = {};                  // the battery's entry as JSON; empty: assumedModel() has it
   virtual_mac::MachineOptions options = {};   // of the Mac: its keys, its macOS
   std::vector<std::string> arguments = {};    // of the daemon
   std::optional<nlohmann::json> config = {};  // config.json at the end: an object; none: no such file
@@ -43,7 +43,14 @@ struct ReportReading {
   std::string error = {};  // a clause; empty if the days were read
 };
 
-[[nodiscard]] ReportReading readReport(std::string_view archive);
+struct ReportLimits {
+  double longestDays = 60;
+  bool needsBattery = true;  // refused without its registry entry
+};
+[[nodiscard]] ReportReading readReport(std::string_view archive, const ReportLimits& limits = {});
+
+// Whose battery a Mac has of which it is not known.
+[[nodiscard]] const virtual_mac::Model& assumedModel();
 
 // Lines as `pmset -g log` prints them: "2026-03-01 08:15:30 +0100 Sleep  Entering Sleep state …".
 [[nodiscard]] std::vector<PowerEvent> readPowerLog(std::string_view text);

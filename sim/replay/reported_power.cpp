@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <ctime>
 #include <map>
 #include <optional>
 
@@ -61,6 +62,7 @@ PlugEvent plugBetween(const Sighting& before, const Sighting& after, const std::
   return event;
 }
 
+constexpr double leastLoad = 0.1;          // W
 constexpr double almost = 0.9;             // of what the charger takes
 constexpr std::int64_t taperPercent = 88;  // from there on it takes less and less
 
@@ -75,10 +77,9 @@ bool isFromSleep(double time, double publication, const std::vector<SleepSpan>& 
 }
 
 // A Mac that sleeps takes next to nothing, so what reaches its battery is what the adapter gives.
-double adapterIn(const Trace& trace, double from, double until, const std::vector<SleepSpan>& sleeps,
-                 const Charger& charger, double usualWatts) {
+double adapterIn(const Trace& trace, double publication, double from, double until,
+                 const std::vector<SleepSpan>& sleeps, const Charger& charger, double usualWatts) {
   constexpr double sleepWatts = 0.1;
-  const double publication = publicationSecond(trace);
   double asleep = 0;
   double most = 0;
   for (const Sighting& sighting : trace.sightings) {
@@ -150,7 +151,7 @@ std::optional<double> loadIn(const Sighting& sighting, const Charger& charger, d
   const bool charges = sighting.state == ChargeState::allow && watts > noPower;
   if (!charges || sighting.percent >= taperPercent) return std::nullopt;
   if (watts >= almost * chargerWatts(charger, sighting.percent)) return std::min(available / 10, 3.0);
-  return std::max(available - watts, 0.1);
+  return std::max(available - watts, leastLoad);
 }
 
 double adapterAt(const std::vector<PlugEvent>& plugs, double time) {
@@ -161,8 +162,31 @@ double adapterAt(const std::vector<PlugEvent>& plugs, double time) {
   return watts;
 }
 
+// Whether the power of the battery shows the load at all.
+bool showsLoad(const Sighting& sighting, const Charger& charger) {
+  constexpr double noPower = 0.3;
+  const double watts = *sighting.watts;
+  if (sighting.plugged == false || sighting.state == ChargeState::discharge || watts < -noPower) return true;
+  return watts > noPower && sighting.percent < taperPercent &&
+         watts < almost * chargerWatts(charger, sighting.percent);
+}
+
+std::size_t hourOf(double time) {
+  const auto seconds = static_cast<std::time_t>(time);
+  std::tm parts{};
+  ::localtime_r(&seconds, &parts);
+  return static_cast<std::size_t>(parts.tm_hour);
+}
+
+double medianOf(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
 std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vector<double>& changes,
-                                      const Charger& charger, const std::vector<PlugEvent>& plugs) {
+                                      const Charger& charger, const std::vector<PlugEvent>& plugs,
+                                      const std::optional<LoadByHour>& hours) {
   // The gauge publishes once a minute, so right after a change a sample shows the power before it.
   constexpr double stale = 62;
   std::vector<LoadReading> readings;
@@ -172,7 +196,11 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
     if (next == changes.begin() || sighting.time - *std::prev(next) < stale) continue;
     const double adapterWatts = adapterAt(plugs, sighting.time);
     const auto stretch = static_cast<std::size_t>(next - changes.begin());
-    if (adapterSuffices(sighting)) {
+    if (hours && !showsLoad(sighting, charger)) {
+      const double spare = adapterWatts * virtual_mac::adapterShare - std::max(*sighting.watts, 0.0);
+      const double usual = hours->at(hourOf(sighting.time));
+      readings.push_back({sighting.time, std::max(std::min(usual, spare), leastLoad), false, stretch});
+    } else if (adapterSuffices(sighting)) {
       readings.push_back({sighting.time, adapterWatts * virtual_mac::adapterShare, true, stretch});
     } else if (const auto load = loadIn(sighting, charger, adapterWatts)) {
       readings.push_back({sighting.time, *load, false, stretch});
@@ -202,6 +230,23 @@ double publicationSecond(const Trace& trace) {
   return most == seconds.end() ? 0 : static_cast<double>(most->first);
 }
 
+LoadByHour loadByHour(const Trace& trace, const Machine& machine) {
+  constexpr double noPower = 0.05;
+  std::array<std::vector<double>, 24> readings;
+  std::vector<double> all;
+  for (const Sighting& sighting : trace.sightings) {
+    const bool onBattery = sighting.plugged == false || sighting.state == ChargeState::discharge;
+    if (!onBattery || sighting.watts.value_or(0) > -noPower) continue;
+    readings.at(hourOf(sighting.time)).push_back(-*sighting.watts);
+    all.push_back(-*sighting.watts);
+  }
+  const double usual = all.empty() ? machine.surroundings.loadWatts : medianOf(all);
+  LoadByHour hours{};
+  for (std::size_t hour = 0; hour < hours.size(); ++hour)
+    hours.at(hour) = readings.at(hour).empty() ? usual : medianOf(readings.at(hour));
+  return hours;
+}
+
 std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,
                                     const Machine& machine) {
   const Charger charger = chargerOf(machine);
@@ -216,20 +261,22 @@ std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<
     }
     before = &sighting;
   }
+  const double publication = publicationSecond(days.trace);
   for (std::size_t index = 0; index < events.size(); ++index) {
     const double until = index + 1 < events.size() ? events[index + 1].time : days.end() + 1;
     events[index].adapterWatts =
-        adapterIn(days.trace, events[index].time, until, sleeps, charger, machine.adapter.watts);
+        adapterIn(days.trace, publication, events[index].time, until, sleeps, charger, machine.adapter.watts);
   }
   return events;
 }
 
 std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector<PlugEvent>& plugs,
-                                     const std::vector<SleepSpan>& sleeps, const Machine& machine) {
+                                     const std::vector<SleepSpan>& sleeps, const Machine& machine,
+                                     const std::optional<LoadByHour>& hours) {
   constexpr double worthAChange = 0.1;  // W: the history's precision
   constexpr double publicationLag = 30;
   const std::vector<double> changes = contextChanges(days, plugs, sleeps);
-  const auto readings = loadReadings(days, changes, chargerOf(machine), plugs);
+  const auto readings = loadReadings(days, changes, chargerOf(machine), plugs, hours);
   std::vector<DatedAction> actions;
   double now = -1;
   const LoadReading* before = nullptr;

@@ -2,6 +2,8 @@
 // The adapter, the load and the temperature over the days of a report.
 #pragma once
 
+#include <array>
+#include <optional>
 #include <vector>
 
 #include "sim/machine/machine.h"
@@ -28,11 +30,20 @@ struct PlugEvent {
                                                   const std::vector<SleepSpan>& sleeps,
                                                   const virtual_mac::Machine& machine);
 
-// Changes of the load, from the power that left the battery, or that a charging one lacked.
+// What a Mac that is awake takes on the battery, in each hour of the day in the zone in force, watts: the
+// median of that hour; for an hour in which it never ran on the battery that of all, and the model's own if
+// it never did at all.
+using LoadByHour = std::array<double, 24>;
+[[nodiscard]] LoadByHour loadByHour(const Trace& trace, const virtual_mac::Machine& machine);
+
+// Changes of the load, from the power that left the battery, or that a charging one lacked. Where that shows
+// nothing, on the adapter, the load is that of the hour, as far as the adapter can have given it; without
+// `hours` it is any that the adapter can have given.
 [[nodiscard]] std::vector<DatedAction> loadActions(const ReportedDays& days,
                                                    const std::vector<PlugEvent>& plugs,
                                                    const std::vector<SleepSpan>& sleeps,
-                                                   const virtual_mac::Machine& machine);
+                                                   const virtual_mac::Machine& machine,
+                                                   const std::optional<LoadByHour>& hours = std::nullopt);
 
 // The battery's temperature and surroundings that keep it there.
 [[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <optional>
+#include <string_view>
 
 namespace brisko::lab {
 namespace {
@@ -164,6 +166,18 @@ std::vector<SleepSpan> fromPowerEvents(const std::vector<PowerEvent>& events) {
   return sleeps;
 }
 
+// When the daemon wanted to be woken, in order of time.
+std::vector<double> scheduledWakes(const Trace& trace) {
+  constexpr std::string_view beginning = "réveil programmé dans ";
+  std::vector<double> wakes;
+  for (const LoggedLine& line : trace.lines) {
+    if (!line.text.starts_with(beginning)) continue;
+    wakes.push_back(line.time + 60 * std::strtod(line.text.c_str() + beginning.size(), nullptr));
+  }
+  std::sort(wakes.begin(), wakes.end());
+  return wakes;
+}
+
 // macOS keeps its log for some days only.
 bool coverTheDays(const ReportedDays& days) {
   return !days.powerEvents.empty() && days.powerEvents.front().time <= days.begin() + 86400;
@@ -178,6 +192,25 @@ std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
     return sleep.until <= days.begin() || sleep.from >= days.end();
   });
   return sleeps;
+}
+
+std::vector<SleepSpan> withoutOwnWakes(const std::vector<SleepSpan>& sleeps, const Trace& trace) {
+  constexpr double atThatTime = 90;  // seconds
+  const std::vector<double> scheduled = scheduledWakes(trace);
+  std::vector<SleepSpan> kept;
+  bool continues = false;
+  for (const SleepSpan& sleep : sleeps) {
+    const auto wake = std::lower_bound(scheduled.begin(), scheduled.end(), sleep.until - atThatTime);
+    if (continues) {
+      const double from = kept.back().from;
+      kept.back() = sleep;
+      kept.back().from = from;
+    } else {
+      kept.push_back(sleep);
+    }
+    continues = sleep.endsDark && wake != scheduled.end() && *wake <= sleep.until + atThatTime;
+  }
+  return kept;
 }
 
 std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps) {

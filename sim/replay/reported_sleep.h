@@ -17,6 +17,11 @@ struct SleepSpan {
 };
 [[nodiscard]] std::vector<SleepSpan> sleepsOf(const ReportedDays& days);
 
+// The same without the dark wakes that the daemon had scheduled, as far as the log shows that: with other
+// settings it schedules others.
+[[nodiscard]] std::vector<SleepSpan> withoutOwnWakes(const std::vector<SleepSpan>& sleeps,
+                                                     const Trace& trace);
+
 [[nodiscard]] std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps);
 
 // The span that contains the moment; null when the Mac was awake.

@@ -2,8 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -28,7 +26,9 @@
 #include "tools/lab/fail_calls_command.h"
 #include "tools/lab/merge_command.h"
 #include "tools/lab/nights_command.h"
+#include "tools/lab/readers_zone.h"
 #include "tools/lab/replay_command.h"
+#include "tools/lab/what_if_command.h"
 
 namespace brisko::lab {
 namespace {
@@ -37,8 +37,6 @@ namespace {
 constexpr int allPassed = 0;
 constexpr int someFailed = 1;
 constexpr int misused = 2;  // a bad file or an invalid command line
-
-std::optional<std::string> gReadersZone;  // none: the computer's
 
 void print(const std::string& text) { static_cast<void>(std::fputs(forTerminal(text).c_str(), stdout)); }
 
@@ -156,16 +154,6 @@ int runFiles(const std::vector<std::string>& paths, const OutputFiles& files) {
   return bad > 0 ? misused : failed > 0 ? someFailed : allPassed;
 }
 
-// A history is shown in its reader's time zone, because the daemon's days are local days.
-void useReadersZone() {
-  if (gReadersZone) {
-    ::setenv("TZ", gReadersZone->c_str(), 1);
-  } else {
-    ::unsetenv("TZ");
-  }
-  ::tzset();
-}
-
 int drawHistory(const std::string& folder, const OutputFiles& files) {
   if (!files.wantPicture()) {
     complain("brisko-lab: no output file: give --report OUT.html, --svg OUT.svg or both");
@@ -222,6 +210,7 @@ int run(int count, char** arguments) {
   addMergeCommand(program, chosen);
   addNightsCommand(program, chosen);
   addReplayCommand(program, chosen);
+  addWhatIfCommands(program, chosen);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
@@ -234,9 +223,7 @@ int run(int count, char** arguments) {
 }  // namespace brisko::lab
 
 int main(int count, char** arguments) {
-  if (const char* zone = std::getenv("TZ")) brisko::lab::gReadersZone = zone;
-  // Scenarios use UTC clock times, so the daemon's local days must be those of UTC on every computer.
-  ::setenv("TZ", "UTC", 1);
+  brisko::lab::useUtc();
   try {
     return brisko::lab::run(count, arguments);
   } catch (const std::exception& error) {

@@ -34,7 +34,9 @@ void redirect(posix_spawn_file_actions_t& actions, int output) {
   ::posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
 }
 
-// Starts it with SIGPIPE as other programs expect it.
+// Starts it with SIGPIPE as other programs expect it. One that prints into a pipe gets a process group of its
+// own, to be killed with all that it starts; the others stay in that of the terminal, which may ask for a
+// password.
 int start(std::vector<std::string> words, int output, pid_t& process) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -48,7 +50,9 @@ int start(std::vector<std::string> words, int output, pid_t& process) {
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
   ::posix_spawnattr_setsigdefault(&attributes, &signals);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  ::posix_spawnattr_setpgroup(&attributes, 0);
+  const auto flags = output == toNowhere ? POSIX_SPAWN_SETSIGDEF : POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
+  ::posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
   const int error =
       ::posix_spawnp(&process, words.front().c_str(), &actions, &attributes, arguments.data(), environ);
   ::posix_spawnattr_destroy(&attributes);
@@ -58,7 +62,7 @@ int start(std::vector<std::string> words, int output, pid_t& process) {
 
 // --- Several at a time
 
-constexpr std::size_t mostOutput = std::size_t{4} << 20U;
+constexpr std::size_t mostOutput = std::size_t{64} << 20U;
 
 struct Pipe {
   Descriptor reading = {};
@@ -95,18 +99,22 @@ class Running {
 
   void proceed() {
     readOutput();
+    if (result_.output.size() > mostOutput) return kill(CommandEnd::tooLong);
     // Its output may be complete before it has ended, and the other way round.
     if (!output_) awaitEnd(WNOHANG);
-    if (isDone() || steadyNow() < deadline_) return;
-    static_cast<void>(::kill(process_, SIGKILL));
-    awaitEnd(0);
-    result_.end = CommandEnd::timedOut;
+    if (!isDone() && steadyNow() >= deadline_) kill(CommandEnd::timedOut);
   }
 
  private:
+  void kill(CommandEnd end) {
+    static_cast<void>(::kill(-process_, SIGKILL));
+    awaitEnd(0);
+    result_.end = end;
+  }
+
   void readOutput() {
     std::array<char, 16'384> piece;
-    while (output_) {
+    while (output_ && result_.output.size() <= mostOutput) {
       const ssize_t got = ::read(output_.number(), piece.data(), piece.size());
       if (got < 0 && errno == EINTR) continue;
       if (got < 0 && errno == EAGAIN) return;
@@ -114,8 +122,7 @@ class Running {
         output_ = Descriptor();
         return;
       }
-      const auto count = std::min(static_cast<std::size_t>(got), mostOutput - result_.output.size());
-      result_.output.append(piece.data(), count);
+      result_.output.append(piece.data(), static_cast<std::size_t>(got));
     }
   }
 
@@ -126,9 +133,9 @@ class Running {
     while (ended < 0 && errno == EINTR);
     if (ended == 0) return;
     process_ = 0;
-    if (ended < 0 || !WIFEXITED(status)) return;
-    result_.end = CommandEnd::exited;
-    result_.status = WEXITSTATUS(status);
+    if (ended < 0) return;
+    result_.end = WIFEXITED(status) ? CommandEnd::exited : CommandEnd::signalled;
+    if (WIFEXITED(status)) result_.status = WEXITSTATUS(status);
   }
 
   double deadline_;
@@ -173,7 +180,10 @@ std::string clauseOf(CommandEnd end) {
       return "no such command here";
     case CommandEnd::timedOut:
       return "timed out";
+    case CommandEnd::tooLong:
+      return "prints too much";
     case CommandEnd::exited:
+    case CommandEnd::signalled:
     case CommandEnd::failed:
       break;
   }

@@ -161,10 +161,13 @@ void addActions(const ReportedDays& days, const Machine& machine, const Settings
   const std::vector<SleepSpan> sleeps = sleepsOf(days);
   const std::vector<PlugEvent> plugs = plugEventsOf(days, sleeps, machine);
   timeline.add({{0, "quiet-nights"}});
+  // Otherwise they are as those of any Mac.
+  if (const auto full = scheduledWakesAreFull(days))
+    timeline.add({{0, actionOf("scheduled-wakes", *full ? 1 : 0)}});
   timeline.add(serviceActions(days));
   timeline.add(plugActions(plugs));
   timeline.add(loadActions(days, plugs, sleeps, machine));
-  if (settings.heatMatters) timeline.add(temperatureActions(days));
+  if (settings.heatMatters) timeline.add(temperatureActions(days, sleeps));
   timeline.add({chargeAtBeginning(days)});
   timeline.add(settings.edits);
   timeline.add(sleepActions(sleeps));

@@ -28,13 +28,15 @@ struct PlugEvent {
                                                   const std::vector<SleepSpan>& sleeps,
                                                   const virtual_mac::Machine& machine);
 
-// Changes of the load, from the power that left the battery, or that a charging one lacked.
+// Changes of the load, from the power that left the battery, or that a charging one lacked. Where the history
+// is silent, the power shows in how the percentage moves.
 [[nodiscard]] std::vector<DatedAction> loadActions(const ReportedDays& days,
                                                    const std::vector<PlugEvent>& plugs,
                                                    const std::vector<SleepSpan>& sleeps,
                                                    const virtual_mac::Machine& machine);
 
-// The battery's temperature and surroundings that keep it there.
-[[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days);
+// The battery's temperature, also at the end of each sleep, and surroundings that keep it there.
+[[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days,
+                                                          const std::vector<SleepSpan>& sleeps);
 
 }  // namespace brisko::lab

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <cmath>
+#include <cstdlib>
+#include <string_view>
 
 namespace brisko::lab {
 namespace {
@@ -42,12 +44,11 @@ std::vector<Trail> trailsOf(const Trace& trace) {
   return trails;
 }
 
-bool announcesSleep(const Trail& trail) {
+bool announcesSleep(const LoggedLine& line) {
   constexpr std::array beginnings{"veille à ", "réveil programmé dans ",
                                   "⚠️ impossible de programmer un réveil"};
-  return trail.line != nullptr &&
-         std::any_of(beginnings.begin(), beginnings.end(),
-                     [&](const char* beginning) { return trail.line->text.starts_with(beginning); });
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](const char* beginning) { return line.text.starts_with(beginning); });
 }
 
 bool startsOrEndsDaemon(const Trail& trail) {
@@ -74,7 +75,7 @@ bool endsAnnounced(const std::vector<Trail>& trails, const Cluster& cluster) {
   constexpr double sameMoment = 3;
   for (std::size_t index = cluster.last + 1; index-- > cluster.first;) {
     if (trails[cluster.last].time - trails[index].time > sameMoment) return false;
-    if (announcesSleep(trails[index])) return true;
+    if (trails[index].line != nullptr && announcesSleep(*trails[index].line)) return true;
   }
   return false;
 }
@@ -164,6 +165,21 @@ std::vector<SleepSpan> fromPowerEvents(const std::vector<PowerEvent>& events) {
   return sleeps;
 }
 
+// macOS logs a sleep when it has begun; the daemon was told before, and may have had to wait for others.
+void beginWhereAnnounced(const Trace& trace, std::vector<SleepSpan>& sleeps) {
+  constexpr double longestDelay = 45;  // macOS waits for 30 s
+  double awakeSince = 0;
+  for (SleepSpan& sleep : sleeps) {
+    const auto announces = [&](const LoggedLine& line) {
+      return line.time > awakeSince && line.time > sleep.from - longestDelay && line.time < sleep.from &&
+             announcesSleep(line);
+    };
+    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), announces);
+    if (line != trace.lines.end() && sleep.from < sleep.until) sleep.from = line->time;
+    awakeSince = sleep.until;
+  }
+}
+
 // macOS keeps its log for some days only.
 bool coverTheDays(const ReportedDays& days) {
   return !days.powerEvents.empty() && days.powerEvents.front().time <= days.begin() + 86400;
@@ -174,10 +190,29 @@ bool coverTheDays(const ReportedDays& days) {
 std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
   if (!coverTheDays(days)) return fromGaps(days.trace);
   std::vector<SleepSpan> sleeps = fromPowerEvents(days.powerEvents);
+  beginWhereAnnounced(days.trace, sleeps);
   std::erase_if(sleeps, [&](const SleepSpan& sleep) {
     return sleep.until <= days.begin() || sleep.from >= days.end();
   });
   return sleeps;
+}
+
+std::optional<bool> scheduledWakesAreFull(const ReportedDays& days) {
+  constexpr double nearby = 30;  // seconds from what was planned to what macOS logs
+  constexpr std::string_view plan = "réveil programmé dans ";
+  int full = 0;
+  int dark = 0;
+  for (const LoggedLine& line : days.trace.lines) {
+    if (!line.text.starts_with(plan)) continue;
+    const double planned = line.time + 60 * std::strtod(line.text.c_str() + plan.size(), nullptr);
+    for (const PowerEvent& event : days.powerEvents) {
+      if (std::abs(event.time - planned) > nearby) continue;
+      if (event.kind == PowerEventKind::darkWake) ++dark;
+      if (event.kind == PowerEventKind::wake) ++full;
+    }
+  }
+  if (full == dark) return std::nullopt;
+  return full > dark;
 }
 
 std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps) {

@@ -3,6 +3,7 @@
 // sleeping daemon leaves in its history and its log, and from the lines that it logs before a sleep.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "sim/replay/dated_action.h"
@@ -16,6 +17,10 @@ struct SleepSpan {
   double darkSeconds = 0;  // … of this length
 };
 [[nodiscard]] std::vector<SleepSpan> sleepsOf(const ReportedDays& days);
+
+// Whether the wakes that the daemon scheduled were full, for some seconds, rather than dark; none if macOS's
+// own log does not show it.
+[[nodiscard]] std::optional<bool> scheduledWakesAreFull(const ReportedDays& days);
 
 [[nodiscard]] std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps);
 

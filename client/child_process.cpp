@@ -42,8 +42,12 @@ Redirect readFrom(int pipe) {
   return [pipe](FileActions& actions) { ::posix_spawn_file_actions_adddup2(&actions, pipe, STDIN_FILENO); };
 }
 
-// Starts it with the signals that this program ignores as other programs expect them.
-int start(std::vector<std::string> words, const Redirect& redirect, pid_t& process) {
+// Whoever stays in the group of this program can use its terminal, for a password for example.
+enum class Group : std::uint8_t { ofThisProgram, itsOwn };
+
+// Starts it with the signals that this program ignores as other programs expect them. One with a group of its
+// own can be killed with all that it starts.
+int start(std::vector<std::string> words, const Redirect& redirect, Group group, pid_t& process) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -56,7 +60,10 @@ int start(std::vector<std::string> words, const Redirect& redirect, pid_t& proce
   sigemptyset(&signals);
   for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&signals, signal);
   ::posix_spawnattr_setsigdefault(&attributes, &signals);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  ::posix_spawnattr_setpgroup(&attributes, 0);
+  const int flags =
+      group == Group::itsOwn ? POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP : POSIX_SPAWN_SETSIGDEF;
+  ::posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
   const int error =
       ::posix_spawnp(&process, words.front().c_str(), &actions, &attributes, arguments.data(), environ);
   ::posix_spawnattr_destroy(&attributes);
@@ -66,7 +73,7 @@ int start(std::vector<std::string> words, const Redirect& redirect, pid_t& proce
 
 // --- Several at a time
 
-constexpr std::size_t mostOutput = std::size_t{4} << 20U;
+constexpr std::size_t mostOutput = std::size_t{64} << 20U;
 
 struct Pipe {
   Descriptor reading = {};
@@ -87,7 +94,7 @@ class Running {
   explicit Running(const TimedCommand& command) : deadline_(steadyNow() + command.seconds) {
     Pipe pipe = openPipe();
     if (command.words.empty() || !pipe.reading) return;
-    const int error = start(command.words, printInto(pipe.writing.number()), process_);
+    const int error = start(command.words, printInto(pipe.writing.number()), Group::itsOwn, process_);
     if (error == 0) {
       output_ = std::move(pipe.reading);
       static_cast<void>(::fcntl(output_.number(), F_SETFL, O_NONBLOCK));
@@ -103,18 +110,22 @@ class Running {
 
   void proceed() {
     readOutput();
+    if (result_.output.size() > mostOutput) return kill(CommandEnd::tooLong);
     // Its output may be complete before it has ended, and the other way round.
     if (!output_) awaitEnd(WNOHANG);
-    if (isDone() || steadyNow() < deadline_) return;
-    static_cast<void>(::kill(process_, SIGKILL));
-    awaitEnd(0);
-    result_.end = CommandEnd::timedOut;
+    if (!isDone() && steadyNow() >= deadline_) kill(CommandEnd::timedOut);
   }
 
  private:
+  void kill(CommandEnd end) {
+    static_cast<void>(::kill(-process_, SIGKILL));
+    awaitEnd(0);
+    result_.end = end;
+  }
+
   void readOutput() {
     std::array<char, 16'384> piece;
-    while (output_) {
+    while (output_ && result_.output.size() <= mostOutput) {
       const ssize_t got = ::read(output_.number(), piece.data(), piece.size());
       if (got < 0 && errno == EINTR) continue;
       if (got < 0 && errno == EAGAIN) return;
@@ -122,8 +133,7 @@ class Running {
         output_ = Descriptor();
         return;
       }
-      const auto count = std::min(static_cast<std::size_t>(got), mostOutput - result_.output.size());
-      result_.output.append(piece.data(), count);
+      result_.output.append(piece.data(), static_cast<std::size_t>(got));
     }
   }
 
@@ -134,9 +144,9 @@ class Running {
     while (ended < 0 && errno == EINTR);
     if (ended == 0) return;
     process_ = 0;
-    if (ended < 0 || !WIFEXITED(status)) return;
-    result_.end = CommandEnd::exited;
-    result_.status = WEXITSTATUS(status);
+    if (ended < 0) return;
+    result_.end = WIFEXITED(status) ? CommandEnd::exited : CommandEnd::signalled;
+    if (WIFEXITED(status)) result_.status = WEXITSTATUS(status);
   }
 
   double deadline_;
@@ -181,7 +191,10 @@ std::string clauseOf(CommandEnd end) {
       return "no such command here";
     case CommandEnd::timedOut:
       return "timed out";
+    case CommandEnd::tooLong:
+      return "prints too much";
     case CommandEnd::exited:
+    case CommandEnd::signalled:
     case CommandEnd::failed:
       break;
   }
@@ -217,7 +230,8 @@ std::optional<int> runWithInput(const std::vector<std::string>& words, std::stri
                                 std::string& reason) {
   Pipe pipe = openPipe();
   pid_t process = 0;
-  const int error = pipe.reading ? start(words, readFrom(pipe.reading.number()), process) : errno;
+  const int error =
+      pipe.reading ? start(words, readFrom(pipe.reading.number()), Group::ofThisProgram, process) : errno;
   if (error != 0) {
     reason = words.front() + ": " + std::strerror(error);
     return std::nullopt;
@@ -234,7 +248,7 @@ std::optional<int> runWithInput(const std::vector<std::string>& words, std::stri
 
 bool runProgram(const std::vector<std::string>& words, std::string& reason) {
   pid_t process = 0;
-  if (const int error = start(words, printToNowhere, process); error != 0) {
+  if (const int error = start(words, printToNowhere, Group::ofThisProgram, process); error != 0) {
     reason = words.front() + ": " + std::strerror(error);
     return false;
   }

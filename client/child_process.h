@@ -24,19 +24,27 @@ struct TimedCommand {
   double seconds = 0;                   // real time after which it is killed
 };
 
-enum class CommandEnd : std::uint8_t { exited, notFound, timedOut, failed };
+enum class CommandEnd : std::uint8_t {
+  exited,     // whatever its status
+  signalled,  // it was ended by a signal of somebody else
+  notFound,
+  timedOut,  // it was killed
+  tooLong,   // it was killed, because it printed more than 64 MiB
+  failed,    // it could not be started
+};
 
 struct CommandResult {
   CommandEnd end = CommandEnd::failed;
   int status = 0;           // exit status, of one that exited
-  std::string output = {};  // standard output and standard error together, at most 4 MiB
+  std::string output = {};  // standard output and standard error, in the order in which they were written
   [[nodiscard]] bool succeeded() const { return end == CommandEnd::exited && status == 0; }
 };
 
-// Runs all of them at the same time, without input, and returns their results in the same order.
+// Runs all of them at the same time, without input, and returns their results in the same order. What a
+// command has started is killed with it.
 [[nodiscard]] std::vector<CommandResult> runTogether(const std::vector<TimedCommand>& commands);
 
-// Why there is no result, as a clause; for one that exited, that it failed.
+// Why there is no result, as a clause; for one that ended by itself, that it failed.
 [[nodiscard]] std::string clauseOf(CommandEnd end);
 
 }  // namespace brisko::client

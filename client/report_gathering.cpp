@@ -7,9 +7,9 @@
 
 #include <unistd.h>
 
+#include "client/child_process.h"
 #include "client/doctor/diagnosis.h"
 #include "client/doctor/gathering.h"
-#include "client/program_output.h"
 #include "client/report_json.h"
 #include "client/system.h"
 #include "hardware/battery.h"
@@ -46,14 +46,27 @@ FileText readAllOrEnd(const std::string& path) {
   return text;
 }
 
+std::string problemOf(CommandEnd end) {
+  switch (end) {
+    case CommandEnd::exited:
+    case CommandEnd::signalled:
+      return "";
+    case CommandEnd::notFound:
+    case CommandEnd::failed:
+      return "not there";
+    case CommandEnd::timedOut:
+      return "out of time";
+    case CommandEnd::tooLong:
+      break;
+  }
+  return "not readable";
+}
+
 void takeOutput(ReportPart& part, const std::vector<std::string>& words, double seconds) {
   if (words.empty()) return;
-  ProgramOutput output = outputOf(words, seconds);
-  part.bytes = std::move(output.text);
-  part.problem = output.end == ProgramEnd::itself      ? ""
-                 : output.end == ProgramEnd::notThere  ? "not there"
-                 : output.end == ProgramEnd::outOfTime ? "out of time"
-                                                       : "not readable";
+  CommandResult result = runTogether({{words, seconds}}).front();
+  part.bytes = std::move(result.output);
+  part.problem = problemOf(result.end);
 }
 
 // The daemon that runs, else the installed one, else the one beside this program.

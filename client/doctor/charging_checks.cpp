@@ -9,6 +9,7 @@
 #include "client/doctor/checks.h"
 #include "client/local_time.h"
 #include "client/why.h"
+#include "hardware/charge_gate.h"
 
 namespace brisko::client {
 namespace {
@@ -188,6 +189,11 @@ CheckResult checkGateObeys(const Evidence& evidence) {
   if (!status) return notLookedAt(noStatus);
   if (status->gateVerified != false) return clear();
   if (isByMacOS(*status)) return found("macOS does not enforce the limit that the daemon set.");
+  const bool isByFirmware = status->chargeMode == chargeLabel(ChargeKeys::firmwareBand);
+  if (isByFirmware && status->pct < status->upper) {
+    return found("Charging continued although the daemon had stopped it: this Mac stops only at the limit.",
+                 "Below the limit that is harmless. If the battery is too hot, unplug the Mac");
+  }
   return found("The Mac does not obey: charging continues although the daemon stopped it.");
 }
 

@@ -166,10 +166,13 @@ void addActions(const ReportedDays& days, const Machine& machine, const Settings
       otherSettings ? withoutOwnWakes(reportedSleeps, days.trace) : reportedSleeps;
   const auto hours = otherSettings ? std::optional(loadByHour(days.trace, machine)) : std::nullopt;
   timeline.add({{0, "quiet-nights"}});
+  // Otherwise they are as those of any Mac.
+  if (const auto full = scheduledWakesAreFull(days))
+    timeline.add({{0, actionOf("scheduled-wakes", *full ? 1 : 0)}});
   timeline.add(serviceActions(days));
   timeline.add(plugActions(plugs));
   timeline.add(loadActions(days, plugs, reportedSleeps, machine, hours));
-  if (settings.heatMatters || otherSettings) timeline.add(temperatureActions(days));
+  if (settings.heatMatters || otherSettings) timeline.add(temperatureActions(days, reportedSleeps));
   timeline.add({chargeAtBeginning(days)});
   timeline.add(settings.edits);
   timeline.add(sleepActions(sleeps));

@@ -17,21 +17,32 @@ using virtual_mac::Machine;
 struct Charger {
   std::array<double, 101> watts = {};
   std::array<double, 101> pointsPerSecond = {};
+  std::array<double, 101> restVolts = {};  // of the pack
+  double mAhPerPoint = 0;
 };
+
+// The second one publishes the current that the first one brings about.
+void setCharge(Machine& machine, std::size_t percent) {
+  for (int time = 0; time < 2; ++time)
+    virtual_mac::apply(machine, {.kind = ChangeKind::charge, .number = static_cast<double>(percent)});
+}
 
 Charger chargerOf(Machine machine) {
   constexpr double strongWatts = 300;
   virtual_mac::apply(machine, {.kind = ChangeKind::plug, .number = strongWatts});
   virtual_mac::apply(machine, {.kind = ChangeKind::load, .number = 0.1});
   Charger charger;
-  const double mAhPerPoint = machine.battery.fullMAh * machine.battery.shownFull / 100;
+  charger.mAhPerPoint = machine.battery.fullMAh * machine.battery.shownFull / 100;
   for (std::size_t percent = 0; percent <= 100; ++percent) {
-    // The second one publishes the current that the first one brings about.
-    for (int time = 0; time < 2; ++time)
-      virtual_mac::apply(machine, {.kind = ChangeKind::charge, .number = static_cast<double>(percent)});
+    setCharge(machine, percent);
     const auto current = static_cast<double>(machine.gauge.currentMA);
     charger.watts[percent] = current * static_cast<double>(machine.gauge.voltageMV) / 1e6;
-    charger.pointsPerSecond[percent] = current / 3600 / mAhPerPoint;
+    charger.pointsPerSecond[percent] = current / 3600 / charger.mAhPerPoint;
+  }
+  virtual_mac::apply(machine, {.kind = ChangeKind::unplug});
+  for (std::size_t percent = 0; percent <= 100; ++percent) {
+    setCharge(machine, percent);
+    charger.restVolts[percent] = static_cast<double>(machine.gauge.voltageMV) / 1000;
   }
   return charger;
 }
@@ -70,15 +81,22 @@ double chargerWatts(const Charger& charger, std::int64_t percent) {
   return charger.watts[static_cast<std::size_t>(std::clamp<std::int64_t>(percent, 0, 100))];
 }
 
+// When the values that were seen at this moment were published.
+double publishedBy(double time, double publication) { return time - std::fmod(time - publication, 60); }
+
 // Whether the values of this moment were published in the sleep that ended just before it.
 bool isFromSleep(double time, double publication, const std::vector<SleepSpan>& sleeps) {
-  const double published = time - std::fmod(time - publication, 60);
-  return sleepAt(sleeps, time) == nullptr && sleepAt(sleeps, published) != nullptr;
+  return sleepAt(sleeps, time) == nullptr && sleepAt(sleeps, publishedBy(time, publication)) != nullptr;
 }
 
-// A Mac that sleeps takes next to nothing, so what reaches its battery is what the adapter gives.
-double adapterIn(const Trace& trace, double publication, double from, double until,
-                 const std::vector<SleepSpan>& sleeps, const Charger& charger, double usualWatts) {
+// The first moments after a change, in which the current still moves.
+constexpr double settling = 5;  // seconds
+
+// A Mac that sleeps takes next to nothing, so what reaches its battery is what the adapter gives. None where
+// it did not charge asleep.
+std::optional<double> adapterFromSleep(const Trace& trace, double publication, double from, double until,
+                                       const std::vector<SleepSpan>& sleeps, const Charger& charger,
+                                       double usualWatts) {
   constexpr double sleepWatts = 0.1;
   double asleep = 0;
   double most = 0;
@@ -93,8 +111,41 @@ double adapterIn(const Trace& trace, double publication, double from, double unt
       asleep = std::max(asleep, watts);
     }
   }
-  if (asleep <= 1) return usualWatts;
+  if (asleep <= 1) return std::nullopt;
   return std::min(std::max(asleep + sleepWatts, most) / virtual_mac::adapterShare, usualWatts);
+}
+
+// The load just before the adapter came, and what charges the battery just after it came, are all that the
+// adapter gives, if the charger takes less than it could.
+std::optional<double> adapterFromPlugging(const Trace& trace, double publication, double from, double until,
+                                          const std::vector<SleepSpan>& sleeps, const Charger& charger) {
+  constexpr double nearby = 360;  // seconds
+  constexpr double noPower = 0.3;
+  std::optional<double> load;
+  for (const Sighting& sighting : trace.sightings) {
+    if (!sighting.watts || sighting.time < from - nearby) continue;
+    const double published = publishedBy(sighting.time, publication);
+    if (sighting.time >= until || published > from + nearby) break;
+    const bool isAwake = sleepAt(sleeps, published) == nullptr;
+    if (published < from) {
+      load = isAwake && *sighting.watts < 0 ? std::optional(-*sighting.watts) : std::nullopt;
+    } else if (published >= from + settling && load) {
+      const bool charges = isAwake && sighting.state == ChargeState::allow && *sighting.watts > noPower;
+      const bool takesAll = *sighting.watts >= almost * chargerWatts(charger, sighting.percent);
+      if (!charges || takesAll || sighting.percent >= taperPercent) return std::nullopt;
+      return (*load + *sighting.watts) / virtual_mac::adapterShare;
+    }
+  }
+  return std::nullopt;
+}
+
+// The Mac's own one, if nothing shows another.
+double adapterIn(const Trace& trace, double publication, double from, double until,
+                 const std::vector<SleepSpan>& sleeps, const Charger& charger, double usualWatts) {
+  if (const auto asleep = adapterFromSleep(trace, publication, from, until, sleeps, charger, usualWatts))
+    return *asleep;
+  const auto awake = adapterFromPlugging(trace, publication, from, until, sleeps, charger);
+  return std::min(awake.value_or(usualWatts), usualWatts);
 }
 
 // --- The load
@@ -129,8 +180,9 @@ std::vector<double> contextChanges(const ReportedDays& days, const std::vector<P
 struct LoadReading {
   double time;
   double watts;
-  bool atMost;          // the load is not higher, that is all
-  std::size_t stretch;  // between two changes
+  bool atMost;                      // the load is not higher, that is all
+  std::size_t stretch;              // between two changes
+  std::optional<double> from = {};  // since when, if that is known
 };
 
 // A battery that gives nothing beside an adapter: the adapter alone feeds the Mac.
@@ -152,6 +204,15 @@ std::optional<double> loadIn(const Sighting& sighting, const Charger& charger, d
   if (!charges || sighting.percent >= taperPercent) return std::nullopt;
   if (watts >= almost * chargerWatts(charger, sighting.percent)) return std::min(available / 10, 3.0);
   return std::max(available - watts, leastLoad);
+}
+
+std::optional<LoadReading> loadReading(const Sighting& sighting, std::size_t stretch, const Charger& charger,
+                                       double adapterWatts) {
+  if (adapterSuffices(sighting))
+    return LoadReading{sighting.time, adapterWatts * virtual_mac::adapterShare, true, stretch};
+  const auto load = loadIn(sighting, charger, adapterWatts);
+  if (!load) return std::nullopt;
+  return LoadReading{sighting.time, *load, false, stretch};
 }
 
 double adapterAt(const std::vector<PlugEvent>& plugs, double time) {
@@ -184,27 +245,122 @@ double medianOf(std::vector<double> values) {
   return *middle;
 }
 
+// The power of a sample is that of the moment at which the gauge last published, and so are the adapter and
+// the state that go with it.
 std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vector<double>& changes,
                                       const Charger& charger, const std::vector<PlugEvent>& plugs,
                                       const std::optional<LoadByHour>& hours) {
-  // The gauge publishes once a minute, so right after a change a sample shows the power before it.
-  constexpr double stale = 62;
+  const double publication = publicationSecond(days.trace);
+  const auto& sightings = days.trace.sightings;
   std::vector<LoadReading> readings;
-  for (const Sighting& sighting : days.trace.sightings) {
-    if (!sighting.watts) continue;
-    const auto next = std::upper_bound(changes.begin(), changes.end(), sighting.time);
-    if (next == changes.begin() || sighting.time - *std::prev(next) < stale) continue;
-    const double adapterWatts = adapterAt(plugs, sighting.time);
+  for (auto sighting = sightings.begin(); sighting != sightings.end(); ++sighting) {
+    if (!sighting->watts) continue;
+    const double published = publishedBy(sighting->time, publication);
+    const auto next = std::upper_bound(changes.begin(), changes.end(), published);
+    if (next == changes.begin() || published - *std::prev(next) < settling) continue;
+    auto then = sighting;
+    while (then != sightings.begin() && then->time > published) --then;
+    Sighting moment = *then;
+    moment.time = published;
+    moment.watts = sighting->watts;
     const auto stretch = static_cast<std::size_t>(next - changes.begin());
-    if (hours && !showsLoad(sighting, charger)) {
-      const double spare = adapterWatts * virtual_mac::adapterShare - std::max(*sighting.watts, 0.0);
-      const double usual = hours->at(hourOf(sighting.time));
-      readings.push_back({sighting.time, std::max(std::min(usual, spare), leastLoad), false, stretch});
-    } else if (adapterSuffices(sighting)) {
-      readings.push_back({sighting.time, adapterWatts * virtual_mac::adapterShare, true, stretch});
-    } else if (const auto load = loadIn(sighting, charger, adapterWatts)) {
-      readings.push_back({sighting.time, *load, false, stretch});
+    const double adapterWatts = adapterAt(plugs, published);
+    if (hours && !showsLoad(moment, charger)) {
+      const double spare = adapterWatts * virtual_mac::adapterShare - std::max(*moment.watts, 0.0);
+      const double usual = hours->at(hourOf(published));
+      readings.push_back({published, std::max(std::min(usual, spare), leastLoad), false, stretch});
+    } else if (const auto reading = loadReading(moment, stretch, charger, adapterWatts)) {
+      readings.push_back(*reading);
     }
+  }
+  return readings;
+}
+
+// --- The load without a history
+
+constexpr double nearHistory = 400;  // seconds; the history has a line every 300 s
+
+// Summaries without a history show no power, but every change of the percentage: those of one stretch, far
+// from all that the history has.
+struct SilentRun {
+  std::size_t stretch;
+  std::vector<Sighting> sightings;
+};
+
+std::vector<SilentRun> silentRuns(const ReportedDays& days, const std::vector<double>& changes) {
+  const auto& sightings = days.trace.sightings;
+  std::vector<double> powers;
+  for (const Sighting& sighting : sightings) {
+    if (sighting.watts) powers.push_back(sighting.time);
+  }
+  std::vector<SilentRun> runs;
+  for (const Sighting& sighting : sightings) {
+    const auto power = std::lower_bound(powers.begin(), powers.end(), sighting.time - nearHistory);
+    if (power != powers.end() && *power <= sighting.time + nearHistory) continue;
+    const auto next = std::upper_bound(changes.begin(), changes.end(), sighting.time);
+    const auto stretch = static_cast<std::size_t>(next - changes.begin());
+    if (stretch == 0) continue;
+    if (runs.empty() || runs.back().stretch != stretch) runs.push_back({stretch, {}});
+    runs.back().sightings.push_back(sighting);
+  }
+  return runs;
+}
+
+// The power that moved the charge from one sighting to the other.
+double wattsBetween(const Sighting& from, const Sighting& until, const Charger& charger) {
+  const auto points = static_cast<double>(until.percent - from.percent);
+  const double milliamperes = points * charger.mAhPerPoint / (until.time - from.time) * 3600;
+  const auto percent = static_cast<std::size_t>(std::clamp<std::int64_t>(until.percent, 0, 100));
+  return milliamperes * charger.restVolts[percent] / 1000;
+}
+
+// The charge moves by whole points, once a minute.
+bool showsPower(const Sighting& from, const Sighting& until) {
+  const double seconds = until.time - from.time;
+  return seconds >= 600 || (seconds >= 240 && std::abs(until.percent - from.percent) >= 3);
+}
+
+// The load from how the percentage moves between two of its changes. Where it does not move for ten minutes,
+// no power flows.
+void addReadings(const SilentRun& run, double begin, const Charger& charger, double adapterWatts,
+                 std::vector<LoadReading>& readings) {
+  double since = begin;
+  const auto add = [&](const Sighting& from, Sighting until, bool isShort = false) {
+    constexpr double shortest = 120;
+    if (isShort ? until.time - from.time < shortest : !showsPower(from, until)) return false;
+    until.watts = wattsBetween(from, until, charger);
+    if (auto reading = loadReading(until, run.stretch, charger, adapterWatts)) {
+      reading->from = since;
+      readings.push_back(*reading);
+    }
+    since = until.time;
+    return true;
+  };
+  const Sighting* from = &run.sightings.front();
+  const Sighting* before = from;
+  const Sighting* edge = nullptr;  // the latest sighting with another percentage than the one before
+  for (const Sighting& sighting : run.sightings) {
+    if (sighting.percent != before->percent) {
+      // What lies before the first edge shows power only where nothing moved.
+      if (edge == nullptr) static_cast<void>(add(*from, *before));
+      if (edge == nullptr || add(*from, sighting)) from = &sighting;
+      edge = &sighting;
+    }
+    before = &sighting;
+  }
+  // At the end a rough value is better than the one before.
+  if (edge != nullptr && edge != from && add(*from, *edge, true)) from = edge;
+  if (edge == nullptr || edge == from) static_cast<void>(add(*from, *before));
+}
+
+std::vector<LoadReading> silentReadings(const ReportedDays& days, const std::vector<double>& changes,
+                                        const Charger& charger, const std::vector<PlugEvent>& plugs) {
+  std::vector<LoadReading> readings;
+  for (const SilentRun& run : silentRuns(days, changes)) {
+    const double first = run.sightings.front().time;
+    const double change = changes[run.stretch - 1];
+    addReadings(run, first - change > nearHistory ? first : change, charger, adapterAt(plugs, first),
+                readings);
   }
   return readings;
 }
@@ -212,6 +368,11 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
 // --- The temperature
 
 constexpr double warmthOfWork = 5;  // °C that a working Mac adds to its surroundings
+
+bool isFirstAfter(const SleepSpan& sleep, const Sighting& sighting) {
+  constexpr double longestLead = 10;  // seconds from the wake to what the daemon writes first
+  return sighting.time - sleep.until <= longestLead;
+}
 
 }  // namespace
 
@@ -274,9 +435,13 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
                                      const std::vector<SleepSpan>& sleeps, const Machine& machine,
                                      const std::optional<LoadByHour>& hours) {
   constexpr double worthAChange = 0.1;  // W: the history's precision
-  constexpr double publicationLag = 30;
   const std::vector<double> changes = contextChanges(days, plugs, sleeps);
-  const auto readings = loadReadings(days, changes, chargerOf(machine), plugs, hours);
+  const Charger charger = chargerOf(machine);
+  auto readings = loadReadings(days, changes, charger, plugs, hours);
+  for (LoadReading& reading : silentReadings(days, changes, charger, plugs))
+    readings.push_back(std::move(reading));
+  std::stable_sort(readings.begin(), readings.end(),
+                   [](const LoadReading& one, const LoadReading& other) { return one.time < other.time; });
   std::vector<DatedAction> actions;
   double now = -1;
   const LoadReading* before = nullptr;
@@ -284,8 +449,9 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
     const bool isKnown = !reading.atMost || now > reading.watts;
     const double watts = !isKnown ? now : reading.atMost ? std::min(reading.watts / 10, 3.0) : reading.watts;
     const bool continues = before != nullptr && before->stretch == reading.stretch;
-    const double from =
-        continues ? (before->time + reading.time) / 2 - publicationLag : changes[reading.stretch - 1];
+    const double from = reading.from ? *reading.from
+                        : continues  ? (before->time + reading.time) / 2
+                                     : changes[reading.stretch - 1];
     if (std::abs(watts - now) >= worthAChange) {
       actions.push_back({from, measured("load", ChangeKind::load, watts)});
       now = watts;
@@ -295,7 +461,7 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
   return actions;
 }
 
-std::vector<DatedAction> temperatureActions(const ReportedDays& days) {
+std::vector<DatedAction> temperatureActions(const ReportedDays& days, const std::vector<SleepSpan>& sleeps) {
   constexpr double worthAChange = 0.2;  // °C
   constexpr double worthMoving = 1;     // °C, of the surroundings
   constexpr double longestDrift = 120;  // seconds
@@ -303,9 +469,18 @@ std::vector<DatedAction> temperatureActions(const ReportedDays& days) {
   double surroundings = -1000;
   const Sighting* before = nullptr;
   double set = -1000;
+  auto sleep = sleeps.begin();
   for (const Sighting& sighting : days.trace.sightings) {
     if (!sighting.temperatureC) continue;
     const double temperature = *sighting.temperatureC;
+    // The sleeping battery has cooled down in its own way. What the daemon sees first when it wakes is what
+    // it saw next; where it wrote nothing, it saw nothing new.
+    for (; sleep != sleeps.end() && sleep->until <= sighting.time; ++sleep) {
+      const double seen =
+          isFirstAfter(*sleep, sighting) || before == nullptr ? temperature : *before->temperatureC;
+      actions.push_back({sleep->until, measured("temperature", ChangeKind::temperature, seen)});
+      set = seen;
+    }
     const bool turns = before != nullptr && before->hot != sighting.hot;
     const bool drifts = before != nullptr && sighting.time - before->time > longestDrift;
     if (!turns && !drifts && std::abs(temperature - set) < worthAChange) continue;

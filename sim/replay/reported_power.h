@@ -38,14 +38,16 @@ using LoadByHour = std::array<double, 24>;
 
 // Changes of the load, from the power that left the battery, or that a charging one lacked. Where that shows
 // nothing, on the adapter, the load is that of the hour, as far as the adapter can have given it; without
-// `hours` it is any that the adapter can have given.
+// `hours` it is any that the adapter can have given. Where the history is silent, the power shows in how the
+// percentage moves.
 [[nodiscard]] std::vector<DatedAction> loadActions(const ReportedDays& days,
                                                    const std::vector<PlugEvent>& plugs,
                                                    const std::vector<SleepSpan>& sleeps,
                                                    const virtual_mac::Machine& machine,
                                                    const std::optional<LoadByHour>& hours = std::nullopt);
 
-// The battery's temperature and surroundings that keep it there.
-[[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days);
+// The battery's temperature, also at the end of each sleep, and surroundings that keep it there.
+[[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days,
+                                                          const std::vector<SleepSpan>& sleeps);
 
 }  // namespace brisko::lab

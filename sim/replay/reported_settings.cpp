@@ -111,6 +111,7 @@ class SettingsReader {
     startFirst();
     followSummaries();
     followCalibrations();
+    followClearedRequests();
     if (!hasLowerOption(days_)) followBands();
     followHeat();
     std::stable_sort(result_.edits.begin(), result_.edits.end(),
@@ -256,6 +257,23 @@ class SettingsReader {
     if (restore == nullptr) return last_.calSoakMinutes;
     const auto minutes = static_cast<std::int64_t>((restore->time - soak->time) / 60);
     return minutes < last_.calSoakMinutes ? minutes : last_.calSoakMinutes;
+  }
+
+  // --- Requests to a daemon that only observes
+
+  // It leaves a request alone until it is started again, and then clears it.
+  void followClearedRequests() {
+    double runsUntil = days_.begin();
+    bool ended = false;
+    for (const LoggedLine& line : days_.trace.lines) {
+      if (isEnd(line.text) || (isStart(line.text) && !ended)) runsUntil = line.time - 1;
+      if (isEnd(line.text) || isStart(line.text)) ended = isEnd(line.text);
+      if (line.text.find(" request cleared") == std::string::npos) continue;
+      ScenarioJson requests = ScenarioJson::object();
+      if (line.text.find("pending calibration") != std::string::npos) requests["calibrate"] = true;
+      if (line.text.find("Top-up request") != std::string::npos) requests["topUp"] = true;
+      if (!requests.empty()) edit(runsUntil, std::move(requests));
+    }
   }
 
   // --- The lower edge of the band

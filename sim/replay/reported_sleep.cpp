@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -44,12 +45,11 @@ std::vector<Trail> trailsOf(const Trace& trace) {
   return trails;
 }
 
-bool announcesSleep(const Trail& trail) {
+bool announcesSleep(const LoggedLine& line) {
   constexpr std::array beginnings{"veille à ", "réveil programmé dans ",
                                   "⚠️ impossible de programmer un réveil"};
-  return trail.line != nullptr &&
-         std::any_of(beginnings.begin(), beginnings.end(),
-                     [&](const char* beginning) { return trail.line->text.starts_with(beginning); });
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](const char* beginning) { return line.text.starts_with(beginning); });
 }
 
 bool startsOrEndsDaemon(const Trail& trail) {
@@ -76,7 +76,7 @@ bool endsAnnounced(const std::vector<Trail>& trails, const Cluster& cluster) {
   constexpr double sameMoment = 3;
   for (std::size_t index = cluster.last + 1; index-- > cluster.first;) {
     if (trails[cluster.last].time - trails[index].time > sameMoment) return false;
-    if (announcesSleep(trails[index])) return true;
+    if (trails[index].line != nullptr && announcesSleep(*trails[index].line)) return true;
   }
   return false;
 }
@@ -178,6 +178,21 @@ std::vector<double> scheduledWakes(const Trace& trace) {
   return wakes;
 }
 
+// macOS logs a sleep when it has begun; the daemon was told before, and may have had to wait for others.
+void beginWhereAnnounced(const Trace& trace, std::vector<SleepSpan>& sleeps) {
+  constexpr double longestDelay = 45;  // macOS waits for 30 s
+  double awakeSince = 0;
+  for (SleepSpan& sleep : sleeps) {
+    const auto announces = [&](const LoggedLine& line) {
+      return line.time > awakeSince && line.time > sleep.from - longestDelay && line.time < sleep.from &&
+             announcesSleep(line);
+    };
+    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), announces);
+    if (line != trace.lines.end() && sleep.from < sleep.until) sleep.from = line->time;
+    awakeSince = sleep.until;
+  }
+}
+
 // macOS keeps its log for some days only.
 bool coverTheDays(const ReportedDays& days) {
   return !days.powerEvents.empty() && days.powerEvents.front().time <= days.begin() + 86400;
@@ -188,6 +203,7 @@ bool coverTheDays(const ReportedDays& days) {
 std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
   if (!coverTheDays(days)) return fromGaps(days.trace);
   std::vector<SleepSpan> sleeps = fromPowerEvents(days.powerEvents);
+  beginWhereAnnounced(days.trace, sleeps);
   std::erase_if(sleeps, [&](const SleepSpan& sleep) {
     return sleep.until <= days.begin() || sleep.from >= days.end();
   });
@@ -211,6 +227,21 @@ std::vector<SleepSpan> withoutOwnWakes(const std::vector<SleepSpan>& sleeps, con
     continues = sleep.endsDark && wake != scheduled.end() && *wake <= sleep.until + atThatTime;
   }
   return kept;
+}
+
+std::optional<bool> scheduledWakesAreFull(const ReportedDays& days) {
+  constexpr double nearby = 30;  // seconds from what was planned to what macOS logs
+  int full = 0;
+  int dark = 0;
+  for (const double planned : scheduledWakes(days.trace)) {
+    for (const PowerEvent& event : days.powerEvents) {
+      if (std::abs(event.time - planned) > nearby) continue;
+      if (event.kind == PowerEventKind::darkWake) ++dark;
+      if (event.kind == PowerEventKind::wake) ++full;
+    }
+  }
+  if (full == dark) return std::nullopt;
+  return full > dark;
 }
 
 std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps) {

@@ -3,6 +3,7 @@
 // sleeping daemon leaves in its history and its log, and from the lines that it logs before a sleep.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "sim/replay/dated_action.h"
@@ -21,6 +22,10 @@ struct SleepSpan {
 // settings it schedules others.
 [[nodiscard]] std::vector<SleepSpan> withoutOwnWakes(const std::vector<SleepSpan>& sleeps,
                                                      const Trace& trace);
+
+// Whether the wakes that the daemon scheduled were full, for some seconds, rather than dark; none if macOS's
+// own log does not show it.
+[[nodiscard]] std::optional<bool> scheduledWakesAreFull(const ReportedDays& days);
 
 [[nodiscard]] std::vector<DatedAction> sleepActions(const std::vector<SleepSpan>& sleeps);
 

@@ -1,10 +1,13 @@
 // What the doctor reads of commands, and how it runs them.
+#include <array>
 #include <map>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include "client/child_process.h"
 #include "client/doctor/command_text.h"
@@ -190,15 +193,31 @@ TEST(RunTogether, returnsResultsInOrder) {
   EXPECT_EQ(results[3].output.size(), 300'000U);
 }
 
-// However long a command takes, and even when it has closed its output or left a child behind.
+// However long a command takes, and even when it has closed its output.
 TEST(RunTogether, killsWhatTakesTooLong) {
   const double begin = steadyNow();
   const auto results = runTogether({{{"/bin/sh", "-c", "echo begun; exec sleep 600"}, 0.2},
                                     {{"/bin/sh", "-c", "exec >&- 2>&-; exec sleep 600"}, 0.2},
-                                    {{"/bin/sh", "-c", "sleep 3 & exit 0"}, 0.2}});
+                                    {{"/bin/sh", "-c", "exec yes"}, 600}});
   EXPECT_LT(steadyNow() - begin, 60);
   EXPECT_EQ(results[0].end, CommandEnd::timedOut);
   EXPECT_EQ(results[1].end, CommandEnd::timedOut);
+  EXPECT_EQ(results[2].end, CommandEnd::tooLong);
+}
+
+// They would hold the pipe open for ten minutes.
+TEST(RunTogether, killsWhatACommandHasStartedToo) {
+  std::array<int, 2> ends{-1, -1};
+  ASSERT_EQ(::pipe(ends.data()), 0);
+  const auto results = runTogether({{{"/bin/sh", "-c", "sleep 600 & wait"}, 0.2},
+                                    {{"/bin/sh", "-c", "sleep 600 & exit 0"}, 0.2},
+                                    {{"/bin/sh", "-c", "kill -9 $$"}, 60}});
+  EXPECT_EQ(results[0].end, CommandEnd::timedOut);
+  EXPECT_EQ(results[1].end, CommandEnd::timedOut);
+  EXPECT_EQ(results[2].end, CommandEnd::signalled);
+  ::close(ends[1]);
+  pollfd closed{.fd = ends[0], .events = POLLIN, .revents = 0};
+  EXPECT_EQ(::poll(&closed, 1, 60'000), 1);
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 #include "client/bug_report.h"
 #include "client/file_writing.h"
 #include "client/live_brisko.h"
-#include "client/program_output.h"
 #include "client/report_json.h"
 #include "report/ustar.h"
 #include "support/child.h"
@@ -324,20 +323,6 @@ TEST(NewFiles, leaveNothingBehindOnAFullDisk) {
   });
   EXPECT_EQ(ended.output, "File too large");
   EXPECT_FALSE(test::exists(folder.path("a")));
-}
-
-// --- Programs
-
-TEST(ProgramsThatAreAsked, haveALimitOfTime) {
-  EXPECT_EQ(outputOf({"/bin/sh", "-c", "echo out; echo errors >&2"}, 60).text, "out\nerrors\n");
-  EXPECT_EQ(outputOf({"/bin/sh", "-c", "read line || echo none; exit 3"}, 60).text, "none\n")
-      << "without input";
-  EXPECT_EQ(outputOf({"/nowhere/program"}, 60).end, ProgramEnd::notThere);
-  // It waits for what it has started, which keeps the pipe open; both must be killed.
-  EXPECT_EQ(outputOf({"/bin/sh", "-c", "sleep 600 & wait"}, 0.05).end, ProgramEnd::outOfTime);
-  EXPECT_EQ(outputOf({"/bin/sh", "-c", "exec >&- 2>&-; sleep 600"}, 0.05).end, ProgramEnd::outOfTime)
-      << "its streams are closed";
-  EXPECT_EQ(outputOf({"/bin/sh", "-c", "exec yes"}, 60).end, ProgramEnd::tooLong);
 }
 
 // --- The command

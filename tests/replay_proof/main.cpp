@@ -2,15 +2,13 @@
 // agree with it. Status 0: every goal was reached, 1: one was missed, 2: the command line is invalid.
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <fstream>
 #include <stdexcept>
 #include <string>
 
+#include "proof_program/proof_program.h"
 #include "replay_proof/agreement.h"
 #include "replay_proof/generated_report.h"
-#include "sim/generate/campaign.h"
 #include "sim/generate/scenario_generator.h"
 #include "sim/replay/comparison.h"
 #include "sim/replay/play.h"
@@ -19,10 +17,7 @@
 namespace brisko::proof {
 namespace {
 
-constexpr int misused = 2;
-
 struct Options {
-  lab::Seeds seeds = {};
   std::int64_t days = 7;
   ReportOptions report = {};
   bool faults = false;
@@ -80,10 +75,10 @@ void findFault(std::uint64_t seed, const Options& options, Departures& departure
   departures.add(seed, fault.words, *trace, found.empty() ? std::nullopt : std::optional(found.front()));
 }
 
-int proveSeeds(const Options& options) {
+bool proveSeeds(const lab::Seeds& seeds, const Options& options) {
   Agreement agreement;
   Departures departures;
-  for (std::uint64_t seed = options.seeds.first; seed <= options.seeds.last; ++seed) {
+  for (std::uint64_t seed = seeds.first; seed <= seeds.last; ++seed) {
     if (options.faults) {
       findFault(seed, options, departures, agreement);
     } else {
@@ -93,50 +88,32 @@ int proveSeeds(const Options& options) {
   print(options.faults ? departures.text() : agreement.text());
   const auto missed = options.faults ? departures.missedGoals() : agreement.missedGoals();
   for (const std::string& goal : missed) print("MISSED  " + goal + "\n");
-  return missed.empty() ? 0 : 1;
+  return missed.empty();
 }
 
 int run(int count, char** arguments) {
-  CLI::App program{"Replays the reports of generated scenarios, and compares each with its replay.",
-                   "brisko-replay-proof"};
   Options options;
-  std::string seeds;
   bool withoutPowerLog = false;
-  program.add_option("--seeds", seeds, "A..B, or one")->required();
-  program.add_option("--days", options.days, "how many simulated days each lasts; 7 without it")
-      ->check(CLI::Range(1, 50));
-  program.add_flag("--without-power-log", withoutPowerLog,
-                   "the reports lack macOS's own log of power events");
-  program.add_flag("--faults", options.faults,
-                   "one hidden fault each, and how far from it the first departure is");
-  program.add_option("--keep", options.keep, "DIR: write each report there as seed-N.tar")
-      ->check(CLI::ExistingDirectory);
-  try {
-    program.parse(count, arguments);
-  } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? 0 : misused;
-  }
-  const auto range = lab::parseSeeds(seeds);
-  if (!range) {
-    static_cast<void>(
-        std::fprintf(stderr, "brisko-replay-proof: \"%s\" is no range of seeds\n", seeds.c_str()));
-    return misused;
-  }
-  options.seeds = *range;
-  options.report.powerLog = !withoutPowerLog;
-  return proveSeeds(options);
+  const auto addOptions = [&](CLI::App& program) {
+    program.add_option("--days", options.days, "how many simulated days each lasts; 7 without it")
+        ->check(CLI::Range(1, 50));
+    program.add_flag("--without-power-log", withoutPowerLog,
+                     "the reports lack macOS's own log of power events");
+    program.add_flag("--faults", options.faults,
+                     "one hidden fault each, and how far from it the first departure is");
+    program.add_option("--keep", options.keep, "DIR: write each report there as seed-N.tar")
+        ->check(CLI::ExistingDirectory);
+  };
+  return runProof(
+      {.name = "brisko-replay-proof",
+       .description = "Replays the reports of generated scenarios, and compares each with its replay."},
+      count, arguments, addOptions, [&](const lab::Seeds& seeds) {
+        options.report.powerLog = !withoutPowerLog;
+        return proveSeeds(seeds, options);
+      });
 }
 
 }  // namespace
 }  // namespace brisko::proof
 
-int main(int count, char** arguments) {
-  // Scenarios use UTC clock times, so the daemon's local days must be those of UTC on every computer.
-  ::setenv("TZ", "UTC", 1);
-  try {
-    return brisko::proof::run(count, arguments);
-  } catch (const std::exception& error) {
-    static_cast<void>(std::fprintf(stderr, "brisko-replay-proof: %s\n", error.what()));
-    return brisko::proof::misused;
-  }
-}
+int main(int count, char** arguments) { return brisko::proof::run(count, arguments); }

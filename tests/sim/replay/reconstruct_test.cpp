@@ -68,6 +68,20 @@ TEST(ReportedSettings, keepTheDischargeThatTheDaemonGaveUp) {
   EXPECT_TRUE(settingsOf(days).edits.empty());
 }
 
+// A daemon that only observes clears them when it is started again.
+TEST(ReportedSettings, haveTheRequestsThatWereClearedAtAStart) {
+  ReportedDays days = daysOf({"cap 80%", "cap 80%"});
+  days.trace.lines = {{60, "brisko-daemon started (event-driven) — …"},
+                      {300, "Signal 15: charging, adapter and LED restored, exiting."},
+                      {400, "brisko-daemon started (event-driven) — …"},
+                      {400, "macOS 27: pending Top-up request cleared"},
+                      {600, "brisko-daemon started (event-driven) — …"},
+                      {600, "macOS 27: pending calibration and Top-up request cleared"}};
+  EXPECT_THAT(textsOf(settingsOf(days).edits),
+              ::testing::ElementsAre(R"(299 {"settings":{"topUp":true}})",
+                                     R"(599 {"settings":{"calibrate":true,"topUp":true}})"));
+}
+
 TEST(ReportedSettings, takeTheLowerEdgeFromTheLog) {
   ReportedDays days = daysOf({"cap 80%", "cap 80%"});
   (*days.config)["hysteresis"] = 5;
@@ -147,8 +161,26 @@ TEST(ReportedSleep, isTakenFromTheLogOfMacOSIfThatCoversTheDays) {
   EXPECT_EQ(sleeps[1].until, 4000);
   EXPECT_NE(sleepAt(sleeps, 450), nullptr);
   EXPECT_EQ(sleepAt(sleeps, 510), nullptr);
+  days.trace.lines = {{300, "veille à 83% — …"}, {370, "veille à 83% — …"}, {518, "veille à 83% — …"}};
+  EXPECT_EQ(sleepsOf(days)[0].from, 370) << "the daemon is told before, and macOS waits for 30 s";
+  EXPECT_EQ(sleepsOf(days)[1].from, 518);
+  days.trace.lines.clear();
   days.powerEvents[0].time = 90000;
   EXPECT_EQ(sleepsOf(days).size(), 1U) << "it begins too late";
+}
+
+// A wake that was dark would otherwise be full for some seconds, and the sleep after it planned anew.
+TEST(ReportedSleep, showsWhetherScheduledWakesAreFull) {
+  ReportedDays days = samplesAt({0, 300, 5000});
+  days.trace.lines = {{100, "réveil programmé dans 20 min pour reprendre la charge en main"}};
+  EXPECT_EQ(scheduledWakesAreFull(days), std::nullopt);
+  days.powerEvents = {
+      {105, PowerEventKind::sleep}, {1000, PowerEventKind::wake}, {1301, PowerEventKind::darkWake}};
+  EXPECT_EQ(scheduledWakesAreFull(days), false);
+  days.powerEvents.back().kind = PowerEventKind::wake;
+  EXPECT_EQ(scheduledWakesAreFull(days), true);
+  days.powerEvents.back().time = 1331;
+  EXPECT_EQ(scheduledWakesAreFull(days), std::nullopt);
 }
 
 TEST(ReportedService, showsWhatHappenedToTheDaemonTheAppAndTheLimit) {
@@ -206,8 +238,8 @@ TEST(ReportedPower, takesTheLoadFromThePowerOfTheBattery) {
         {.time = time, .percent = 70, .plugged = false, .watts = watts, .inHistory = true});
   const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
   const auto actions = loadActions(days, {{.time = 0}}, {}, machine);
-  EXPECT_THAT(textsOf(actions), ::testing::ElementsAre(R"(0 {"load":5.0})", R"(520 {"load":9.0})"))
-      << "half way, less the gauge's lag";
+  EXPECT_THAT(textsOf(actions), ::testing::ElementsAre(R"(0 {"load":5.0})", R"(510 {"load":9.0})"))
+      << "half way between what the gauge published at 360 s and at 660 s";
 }
 
 TEST(ReportedPower, lowersTheLoadWhereTheAdapterAloneFeedsTheMac) {
@@ -224,7 +256,61 @@ TEST(ReportedPower, lowersTheLoadWhereTheAdapterAloneFeedsTheMac) {
   // 30 W × 0.94 and 20 W from the battery; then at most 28.2 W in all.
   const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = 30}};
   EXPECT_THAT(textsOf(loadActions(days, plugs, {}, machine)),
-              ::testing::ElementsAre(R"(0 {"load":48.2})", R"(520 {"load":2.8})"));
+              ::testing::ElementsAre(R"(0 {"load":48.2})", R"(510 {"load":2.8})"));
+}
+
+// What a sample shows is older than itself: here it is from before the adapter came.
+TEST(ReportedPower, takesAWeakAdapterFromTheLoadBeforeItCame) {
+  auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("pro14"));
+  machine.adapter.watts = 96;
+  ReportedDays days;
+  days.trace.sightings = {{.time = 0, .percent = 32, .plugged = false, .watts = -1},
+                          {.time = 85, .percent = 32, .plugged = true, .watts = -9},
+                          {.time = 240, .percent = 33, .plugged = true, .watts = 19.2},
+                          {.time = 300, .percent = 34, .plugged = true, .watts = 19.2},
+                          {.time = 367, .percent = 34, .plugged = false, .watts = 19.2},
+                          {.time = 427, .percent = 34, .plugged = false, .watts = -4}};
+  const auto plugs = plugEventsOf(days, {}, machine);
+  ASSERT_EQ(plugs.size(), 3U);
+  EXPECT_NEAR(plugs[1].adapterWatts, 30, 0.05);
+  EXPECT_THAT(textsOf(loadActions(days, plugs, {}, machine)),
+              ::testing::ElementsAre(R"(0 {"load":9.0})", R"(367 {"load":4.0})"));
+  days.trace.sightings[2].watts = 80;
+  EXPECT_EQ(plugEventsOf(days, {}, machine)[1].adapterWatts, 96) << "all that the charger takes";
+  days.trace.sightings[2].watts = 19.2;
+  days.trace.sightings[1].watts = 0;
+  EXPECT_EQ(plugEventsOf(days, {}, machine)[1].adapterWatts, 96) << "the load is not known";
+}
+
+// As after the user has switched the history off: the summaries have no power.
+TEST(ReportedPower, takesTheLoadFromTheChargeWhereTheHistoryIsSilent) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  ReportedDays days;
+  const auto add = [&](double time, std::int64_t percent, bool plugged) {
+    days.trace.sightings.push_back(
+        {.time = time, .percent = percent, .state = ChargeState::hold, .plugged = plugged});
+  };
+  add(0, 70, false);
+  for (const double time : {100.0, 400.0, 700.0, 1000.0})
+    add(time, days.trace.sightings.back().percent - 1, false);
+  const auto drained = loadActions(days, {{.time = 0}}, {}, machine);
+  // Two points of 4427 mAh × 0.963 in ten minutes, at 11.9 V.
+  EXPECT_THAT(textsOf(drained), ::testing::ElementsAre(R"(0 {"load":6.1})"));
+
+  // The load before a sleep does not outlive it: for ten minutes the adapter alone feeds the Mac.
+  days.trace.sightings.clear();
+  for (const double time : {0.0, 100.0}) {
+    add(time, 72, false);
+    days.trace.sightings.back().watts = -47;
+  }
+  for (double time = 4000; time <= 4700; time += 50) add(time, 72, true);
+  const std::vector<PlugEvent> plugs = {{.time = 0}, {.time = 3900, .plugged = true, .adapterWatts = 30}};
+  EXPECT_THAT(textsOf(loadActions(days, plugs, {{.from = 1000, .until = 3990}}, machine)),
+              ::testing::ElementsAre(R"(0 {"load":47.0})", R"(3990 {"load":2.8})"));
+  // … and not where it moved by a point.
+  for (std::size_t index = 10; index < days.trace.sightings.size(); ++index)
+    days.trace.sightings[index].percent = 71;
+  EXPECT_EQ(loadActions(days, plugs, {{.from = 1000, .until = 3990}}, machine).size(), 1U);
 }
 
 TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
@@ -243,6 +329,24 @@ TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
   EXPECT_EQ(plugEventsOf(days, {}, machine)[1].adapterWatts, 96) << "the load may be what it lacks";
   days.trace.sightings[3].watts = 80;
   EXPECT_EQ(plugEventsOf(days, sleeps, machine)[1].adapterWatts, 96) << "all that the charger takes";
+}
+
+// A sleeping battery cools down in its own way, and a dark wake that shows nothing new must not end a pause
+// for heat.
+TEST(ReportedPower, setsTheTemperatureAtEachWake) {
+  ReportedDays days;
+  for (const auto& [time, temperature] : {std::pair{0.0, 28.0}, {2003.0, 27.5}, {4003.0, 26.8}})
+    days.trace.sightings.push_back(
+        {.time = time, .percent = 5, .hot = time < 4000, .temperatureC = temperature});
+  const std::vector<SleepSpan> sleeps = {{.from = 100, .until = 2000, .endsDark = true, .darkSeconds = 45},
+                                         {.from = 2100, .until = 3000, .endsDark = true, .darkSeconds = 5},
+                                         {.from = 3005, .until = 4000}};
+  std::vector<std::string> wakes;
+  for (const std::string& text : textsOf(temperatureActions(days, sleeps))) {
+    if (text.find("000 ") != text.npos) wakes.push_back(text);
+  }
+  EXPECT_THAT(wakes, ::testing::ElementsAre(R"(2000 {"temperature":27.5})", R"(3000 {"temperature":27.5})",
+                                            R"(4000 {"temperature":26.8})"));
 }
 
 TEST(Reconstruct, isAValidScenarioThatGivesTheChargeOnlyOnce) {

@@ -1,0 +1,59 @@
+// tests/doctor_proof/machine_watch.h
+// What a virtual Mac and its user have really been doing. Nothing here is read from what the daemon writes,
+// so that an alarm of the doctor can be compared with it.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string_view>
+
+#include "sim/process/simulation.h"
+#include "sim/scenario/generated_scenario.h"
+
+namespace brisko::proof {
+
+// The Mac at one moment.
+struct Sight {
+  double time = 0;           // machine time
+  std::int64_t percent = 0;  // that macOS shows
+  double temperatureC = 0;   // likewise
+  double watts = 0;          // into the battery, likewise
+  double currentMA = 0;      // that really flows into it
+  bool adapter = false;      // that reaches the battery
+  bool awake = false;
+  bool isOpen = false;     // charging, by the keys and by macOS's own limit
+  bool isStopped = false;  // … a key says that it is to stop, at any charge or at a band's edge
+};
+
+class MachineWatch {
+ public:
+  // The scenario must outlive it.
+  explicit MachineWatch(const lab::GeneratedScenario& scenario) : scenario_(scenario) {}
+
+  void begin(double machineTime) { begin_ = machineTime; }
+  // After each step of the scenario, and once in each period.
+  void see(const sim::Simulation& simulation);
+  static constexpr std::int64_t period = 120;  // seconds
+
+  // --- What the user did
+
+  // The app asked a daemon for this ("purge" or "release").
+  [[nodiscard]] bool wasAsked(std::string_view request) const;
+  // A calibration was asked for, at least so many seconds ago.
+  [[nodiscard]] bool calibrationWasAskedFor(double secondsAgo) const;
+  // The app was missing while a daemon ran, and one has run ever since.
+  [[nodiscard]] bool appWasMissing() const { return appWasMissing_; }
+
+  // --- What the Mac did
+
+  // The sights of the last seconds, the oldest first: at least the latest one.
+  [[nodiscard]] std::deque<Sight> since(double seconds) const;
+
+ private:
+  const lab::GeneratedScenario& scenario_;
+  double begin_ = 0;
+  bool appWasMissing_ = false;
+  std::deque<Sight> sights_ = {};
+};
+
+}  // namespace brisko::proof

@@ -222,14 +222,14 @@ TEST(Comparison, hasARowForEverythingThatWasAsked) {
   EXPECT_EQ(daysText(whatIf.history), "3 days, from 1 March 2026 to 3 March 2026");
   EXPECT_EQ(comparisonTable(comparedFigures(whatIf)),
             "                                 as it was set         as asked\n"
-            "Above 80 %                               0 h             48 h\n"
-            "At 100 %                                 0 h             48 h\n"
+            "Above 80 %                                 0 h             48 h\n"
+            "At 100 %                                   0 h             48 h\n"
             "Mean charge                               80 %            100 %\n"
-            "Hot, charging paused                     0 h            0 h\n"
+            "Hot, charging paused                       0 h              0 h\n"
             "Charge when unplugged, median  never unplugged  never unplugged\n"
             "Charge when unplugged, least   never unplugged  never unplugged\n"
             "Battery ran out                          never            never\n"
-            "Then until plugged in                    0 h            0 h\n"
+            "Then until plugged in                      0 h              0 h\n"
             "Full cycles                                0.0              0.0\n"
             "Wakes at night, 22 to 7                      0                0\n"
             "Ageing by time alone                      1.00        1.22–1.27\n");

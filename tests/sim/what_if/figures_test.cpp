@@ -8,6 +8,7 @@
 #include "sim/what_if/advice.h"
 #include "sim/what_if/agreement.h"
 #include "sim/what_if/what_if_text.h"
+#include "support/record_schemas.h"
 #include "support/testing.h"
 
 namespace brisko::lab::what_if_test {
@@ -204,6 +205,13 @@ TEST(Advice, isACurveOfAgeingAgainstTimesThatTheBatteryRanOut) {
   EXPECT_THAT(table, HasSubstr("   100 %  1.00       ####################  never\n"));
   EXPECT_THAT(sentencesOf(adviceOf({3, 1, 0, 0, 0, 0, 0, 0, 0})).front(),
               HasSubstr("→ 70 % is the lowest limit that would never have left you short"));
+}
+
+TEST(Advice, isAnObjectThatMeetsItsSchema) {
+  const std::string text = adviceObject(adviceOf({3, 1, 0, 0, 0, 0, 0, 0, 0})).dump();
+  EXPECT_EQ(test::flawIn(text, "brisko-advice").value_or(""), "") << text;
+  EXPECT_EQ(nlohmann::json::parse(text)["advised"], 70);
+  EXPECT_TRUE(adviceObject(adviceOf({1, 1, 1, 1, 1, 1, 1, 1, 1}))["advised"].is_null());
 }
 
 // --- The comparison

@@ -161,7 +161,7 @@ TEST(EntryMode, outlivesALimitForTheSizeOfItsFiles) {
     const rlimit most{.rlim_cur = 1000, .rlim_max = 1000};
     static_cast<void>(::setrlimit(RLIMIT_FSIZE, &most));
     static_cast<void>(enter({"brisko-daemon", "--version"}));
-    tell(plain::overwriteFile(folder.path("status.json"), std::string(2000, ' ')) ? "written" : "refused");
+    tell(plain::overwriteFile(folder.path("large"), std::string(2000, ' ')) ? "written" : "refused");
   });
   EXPECT_EQ(ended.signal, std::nullopt);
   EXPECT_EQ(ended.output, "0.9.9\nrefused");

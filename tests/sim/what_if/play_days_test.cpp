@@ -65,10 +65,10 @@ TEST(PlayedDays, agreeWithTheHistoryAsTheyWereSetAndAreEmptierWithALowerLimit) {
   EXPECT_GT(ageingRatio(asked.ageing, set.ageing).least(), 0.6);
   EXPECT_GE(set.nightWakes, 2U) << "the lid was opened at six in the morning";
 
-  // Asleep the charge is known more often than the history has it.
+  // The eight hours of a night are not one step.
   const auto& moments = plays->at(0).moments;
   for (std::size_t index = 1; index < moments.size(); ++index)
-    ASSERT_LE(moments[index].time - moments[index - 1].time, 301);
+    ASSERT_LE(moments[index].time - moments[index - 1].time, 600);
 }
 
 TEST(PlayedDays, leaveNothingBehindWhenASignalEndsTheProgram) {

@@ -65,8 +65,7 @@ TEST(PlayedDays, agreeWithTheHistoryAsTheyWereSetAndAreEmptierWithALowerLimit) {
   EXPECT_GT(ageingRatio(asked.ageing, set.ageing).least(), 0.6);
   EXPECT_GE(set.nightWakes, 2U) << "the lid was opened at six in the morning";
 
-  // The first look after the daemon's last sample comes 300 s later at most, and that sample is no older than
-  // another 300 s.
+  // The eight hours of a night are not one step.
   const auto& moments = plays->at(0).moments;
   for (std::size_t index = 1; index < moments.size(); ++index)
     ASSERT_LE(moments[index].time - moments[index - 1].time, 600);

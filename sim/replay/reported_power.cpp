@@ -438,8 +438,8 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
   const std::vector<double> changes = contextChanges(days, plugs, sleeps);
   const Charger charger = chargerOf(machine);
   auto readings = loadReadings(days, changes, charger, plugs, hours);
-  for (LoadReading& reading : silentReadings(days, changes, charger, plugs))
-    readings.push_back(std::move(reading));
+  for (const LoadReading& reading : silentReadings(days, changes, charger, plugs))
+    readings.push_back(reading);
   std::stable_sort(readings.begin(), readings.end(),
                    [](const LoadReading& one, const LoadReading& other) { return one.time < other.time; });
   std::vector<DatedAction> actions;

@@ -233,8 +233,8 @@ nlohmann::json adviceObject(const Advice& advice) {
 
 Picture comparedPicture(const std::vector<PlayedMoment>& asSet, const std::vector<PlayedMoment>& asAsked) {
   Picture picture;
-  picture.curves = CurveNames{
-      .level = "as asked", .shown = "as it was set", .state = "As asked", .hardware = "As set"};
+  picture.curves =
+      CurveNames{.level = "as asked", .shown = "as it was set", .state = "As asked", .hardware = "As set"};
   std::set<double> times;
   for (const auto* moments : {&asSet, &asAsked}) {
     for (const PlayedMoment& moment : *moments) times.insert(moment.time);

@@ -52,7 +52,7 @@ constexpr const char* battery =
     "P: /devices/LNXSYSTM:00/ACPI0003:00/power_supply/AC\n"
     "E: SUBSYSTEM=power_supply\nE: POWER_SUPPLY_NAME=AC\nA: type=Mains\nA: online=1\n\n";
 
-// The process whose parent this is; none if there is none yet.
+// The process that this one has started; none as long as it has started none.
 std::optional<long> childOf(pid_t parent) {
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {

@@ -203,7 +203,7 @@ std::string clauseOf(CommandEnd end) {
 
 namespace {
 
-// As waitpid() gives it; none and a reason when there is none.
+// As waitpid() gives it; none and a reason when waiting fails.
 std::optional<int> statusOf(pid_t process, const std::string& program, std::string& reason) {
   int status = 0;
   while (::waitpid(process, &status, 0) < 0) {

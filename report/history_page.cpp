@@ -7,7 +7,7 @@
 #include "report/chart.h"
 #include "report/day_chart.h"
 #include "report/markup.h"
-#include "report/page_texts.h"
+#include "report/page_beginning.h"
 #include "report/scale.h"
 #include "report/selection.h"
 
@@ -154,14 +154,7 @@ bool showsCurves(const HistorySummary& summary) { return summary.days.size() <= 
 std::string historyPage(const HistoryView& view) {
   const Pictures pictures = picturesOf(view);
   const std::string title = escaped(view.picture.title);
-  std::string page = std::string("<!DOCTYPE html>\n<!-- ") + historyMark +
-                     " -->\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-                     "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-                     "<meta name=\"color-scheme\" content=\"light dark\">\n<title>";
-  page +=
-      title + "</title>\n<style>\n" + chartCss + largeChartCss + historyCss + "</style>\n</head>\n<body>\n";
-  page += "<svg class=\"picture patterns\" width=\"0\" height=\"0\" aria-hidden=\"true\">" + chartPatterns() +
-          "</svg>\n";
+  std::string page = pageBeginning(historyMark, title);
   page += "<header>\n<h1>" + title + "</h1>\n<p class=\"facts\">" + escaped(view.picture.facts) + ". " +
           escaped(summaryOf(view.picture)) + "</p>\n</header>\n<main>\n" + figuresOf(view.summary);
   page += "<figure>\n" + pictures.svg + selectionControls(pictures.selection) + legendOf(view.summary) +

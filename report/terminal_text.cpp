@@ -34,7 +34,7 @@ Character characterAt(std::string_view text) {
     if ((byte & 0xC0U) != 0x80U) return {};
     code = code << 6U | (byte & 0x3FU);
   }
-  // The same character in more bytes than it needs is none.
+  // More bytes than a character needs are no valid UTF-8.
   const std::uint32_t least = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
   return code < least || code > 0x10FFFF ? Character{} : Character{code, size};
 }

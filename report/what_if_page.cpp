@@ -4,7 +4,7 @@
 
 #include "report/chart.h"
 #include "report/markup.h"
-#include "report/page_texts.h"
+#include "report/page_beginning.h"
 #include "report/selection.h"
 
 namespace brisko::lab {
@@ -54,14 +54,8 @@ std::string whatIfPage(const WhatIfView& view) {
     widest = std::move(chart);
   }
   const std::string title = escaped(view.picture.title);
-  std::string page = std::string("<!DOCTYPE html>\n<!-- ") + whatIfMark +
-                     " -->\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-                     "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-                     "<meta name=\"color-scheme\" content=\"light dark\">\n<title>";
-  page +=
-      title + "</title>\n<style>\n" + chartCss + largeChartCss + historyCss + "</style>\n</head>\n<body>\n";
-  page += "<svg class=\"picture patterns\" width=\"0\" height=\"0\" aria-hidden=\"true\">" + chartPatterns() +
-          "</svg>\n<header>\n<h1>" + title + "</h1>\n<p class=\"facts\">" + escaped(view.picture.facts) +
+  std::string page = pageBeginning(whatIfMark, title);
+  page += "<header>\n<h1>" + title + "</h1>\n<p class=\"facts\">" + escaped(view.picture.facts) +
           ".</p>\n</header>\n<main>\n<figure>\n" + pictures + selectionControls(selection) + "</figure>\n";
   page += comparisonTable(view.figures) + paragraphs(view.sentences) + "</main>\n" +
           notesBelow(view.picture, widest) + selectionScripts(selection) + "</body>\n</html>\n";

@@ -1,5 +1,6 @@
 // tests/client/doctor_cases.h
-// The evidence of a healthy Mac, and of every check that of its failure and of what just is none.
+// The evidence of a healthy Mac, and for every check the evidence of its failure and of a case just short of
+// it.
 #pragma once
 
 #include <functional>

@@ -9,7 +9,7 @@
 namespace brisko::client::doctor_test {
 namespace {
 
-// A finding, or why there is none, in a cell of the table.
+// What a check made of its evidence, in a cell of the table.
 std::string verdictText(const CheckResult& result) {
   if (result.outcome == Outcome::found) return result.text;
   return result.outcome == Outcome::clear ? "nothing" : "not looked at: " + result.text;

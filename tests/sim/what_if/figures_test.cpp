@@ -44,7 +44,7 @@ TEST(Figures, haveTheChargeAtEachUnplugging) {
   PlayedDays days{.moments = {at(0, 50, false), at(1, 60), at(2, 90, false), at(3, 80, false), at(4, 70),
                               at(5, 76, false), at(6, 70), at(7, 81, false)}};
   const Figures odd = figuresOf(days);
-  EXPECT_EQ(odd.unplugged, 3U) << "a beginning on the battery is none";
+  EXPECT_EQ(odd.unplugged, 3U) << "beginning on the battery is not an unplugging";
   EXPECT_DOUBLE_EQ(odd.medianUnplugged.value_or(0), 81);
   EXPECT_DOUBLE_EQ(odd.leastUnplugged.value_or(0), 76);
   days.moments.resize(6);

@@ -75,8 +75,9 @@ TEST(EffectOnCharge, dependsOnTheOtherSettings) {
 // A MacBook with its files, and a history that ends today: on the adapter at 80 % but for two hours a day.
 class WhatIf : public ::testing::Test {
  protected:
+  static constexpr double now = LiveMac::startTime;
+
   void days(int count, int first = 0) const {
-    const auto now = static_cast<double>(::time(nullptr));
     for (int back = first; back < first + count; ++back) {
       const lab::Date date = lab::dateAfter(lab::dateOf(now), -back);
       const double begin = lab::beginOf(date);
@@ -133,7 +134,7 @@ TEST_F(WhatIf, refusesWhatCannotBeAnswered) {
   expectRefused(brisko({"advise", "--days", "1"}), 1, "only 1 day");
   std::string broken;
   for (int count = 0; count < 30; ++count) broken += "{\"p\":\n";
-  day(lab::isoText(lab::dateAfter(lab::dateOf(static_cast<double>(::time(nullptr))), -2)), broken);
+  day(lab::isoText(lab::dateAfter(lab::dateOf(now), -2)), broken);
   expectRefused(brisko({"what-if", "limit=70"}), 1, "lines of the history are broken; the first is ");
 }
 

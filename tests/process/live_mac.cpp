@@ -1,5 +1,6 @@
 #include "process/live_mac.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <sys/stat.h>
@@ -8,7 +9,13 @@
 
 namespace brisko::test {
 
-LiveMac::LiveMac(const Words& options) { static_cast<void>(vmac("new", options)); }
+LiveMac::LiveMac(const Words& options) {
+  Words all = options;
+  if (std::ranges::find(options, "--start") == options.end()) {
+    all.insert(all.end(), {"--start", std::to_string(startTime)});
+  }
+  static_cast<void>(vmac("new", all));
+}
 
 std::string LiveMac::vmac(const std::string& verb, const Words& words) const {
   Words all{verb, folder()};

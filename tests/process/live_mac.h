@@ -2,6 +2,7 @@
 // A live virtual Mac for a process test, made by the real brisko-vmac in a temporary folder.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +13,10 @@ namespace brisko::test {
 
 class LiveMac {
  public:
+  // When the machine is made, unless the options say so: 08:00 in UTC on 1 March 2026, so that no test
+  // depends on the hour at which it runs.
+  static constexpr std::int64_t startTime = 1'772'352'000;
+
   // `options` of "brisko-vmac new".
   explicit LiveMac(const Words& options = {});
 

@@ -140,6 +140,7 @@ struct New {
   double charge = 70;
   double uptime = 3600;
   double speed = 1;
+  std::optional<std::int64_t> start;  // seconds since 1970
   bool noLight = false;
   bool noLimit = false;
   bool unplugged = false;
@@ -170,7 +171,17 @@ struct New {
     command.add_option("--speed", speed, "machine seconds in a real second")
         ->check(anySpeed)
         ->capture_default_str();
+    command
+        .add_option("--start", start,
+                    "the machine's first time of day, in seconds since 1970 (now, by default)")
+        ->check(CLI::Range(std::int64_t{0}, std::int64_t{4'000'000'000}));
     command.add_flag("--unplugged", unplugged, "without its adapter");
+  }
+
+  static std::int64_t present() {
+    timespec now{};
+    static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
+    return now.tv_sec;
   }
 
   [[nodiscard]] virtual_mac::MachineOptions options() const {
@@ -183,10 +194,7 @@ struct New {
     options.uptime = uptime;
     options.percent = charge;
     options.plugged = !unplugged;
-    // A live machine starts with the present time of day.
-    timespec now{};
-    static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));
-    options.startTime = static_cast<double>(now.tv_sec);
+    options.startTime = static_cast<double>(start.value_or(present()));
     return options;
   }
 

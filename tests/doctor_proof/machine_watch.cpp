@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
 
+#include "base/json_file.h"
+#include "base/options.h"
+#include "base/settings.h"
 #include "sim/machine/charge_limit.h"
 #include "sim/machine/controller.h"
 #include "sim/machine/physics.h"
@@ -13,17 +18,24 @@ namespace {
 using lab::ScenarioJson;
 using virtual_mac::Machine;
 
-constexpr double longest = 80 * 3600;  // seconds that sights are kept; a phase of a calibration lasts 72 h
+constexpr double longest = 8 * 86'400;  // seconds that sights are kept
 constexpr const char* app = "/Applications/Brisko.app";
 
-Sight sightOf(const Machine& machine) {
+std::int64_t limitIn(const std::string& settings) {
+  return parseConfig(parseJson(settings).value_or(Json::object())).limit;
+}
+
+Sight sightOf(const sim::Simulation& simulation) {
+  const Machine& machine = simulation.machine();
   const virtual_mac::ChargeOrders orders = chargeOrders(machine);
   const virtual_mac::Gauge& gauge = machine.gauge;
   return {.time = machine.now,
           .percent = gauge.percent,
+          .limit = limitIn(simulation.read(defaultConfigPath).value_or("")),
           .temperatureC = static_cast<double>(gauge.temperatureCentiC) / 100,
           .watts = static_cast<double>(gauge.currentMA) * static_cast<double>(gauge.voltageMV) / 1e6,
           .currentMA = machine.battery.currentMA,
+          .chargeMAh = machine.battery.chargeMAh,
           .adapter = adapterReachesBattery(machine),
           .awake = machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark,
           .isOpen = chargingIsOpen(machine),
@@ -47,7 +59,7 @@ ScenarioJson settingsIn(const ScenarioJson& action) {
 }  // namespace
 
 void MachineWatch::see(const sim::Simulation& simulation) {
-  sights_.push_back(sightOf(simulation.machine()));
+  sights_.push_back(sightOf(simulation));
   while (sights_.front().time < sights_.back().time - longest) sights_.pop_front();
   std::error_code unused;
   const bool isMissing = !std::filesystem::exists(simulation.path(app), unused);
@@ -61,6 +73,16 @@ bool MachineWatch::wasAsked(std::string_view request) const {
                        return static_cast<double>(each.at) <= now && each.action.is_object() &&
                               each.action.contains("ask") && each.action["ask"] == request;
                      });
+}
+
+std::optional<std::int64_t> MachineWatch::limitByHand() const {
+  const double now = sights_.back().time - begin_;
+  std::optional<std::int64_t> limit;
+  for (const lab::TimedAction& each : scenario_.timedActions) {
+    if (static_cast<double>(each.at) <= now && each.action.is_object() && each.action.contains("limit"))
+      limit = each.action["limit"].get<std::int64_t>();
+  }
+  return limit;
 }
 
 bool MachineWatch::calibrationWasAskedFor(double secondsAgo) const {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string_view>
 
 #include "sim/process/simulation.h"
@@ -16,9 +17,11 @@ namespace brisko::proof {
 struct Sight {
   double time = 0;           // machine time
   std::int64_t percent = 0;  // that macOS shows
+  std::int64_t limit = 0;    // percent, that the user wrote
   double temperatureC = 0;   // likewise
   double watts = 0;          // into the battery, likewise
   double currentMA = 0;      // that really flows into it
+  double chargeMAh = 0;      // that it really has
   bool adapter = false;      // that reaches the battery
   bool awake = false;
   bool isOpen = false;     // charging, by the keys and by macOS's own limit
@@ -41,6 +44,8 @@ class MachineWatch {
   [[nodiscard]] bool wasAsked(std::string_view request) const;
   // A calibration was asked for, at least so many seconds ago.
   [[nodiscard]] bool calibrationWasAskedFor(double secondsAgo) const;
+  // The limit that the user last chose in macOS's own settings; none while it is untouched.
+  [[nodiscard]] std::optional<std::int64_t> limitByHand() const;
   // The app was missing while a daemon ran, and one has run ever since.
   [[nodiscard]] bool appWasMissing() const { return appWasMissing_; }
 

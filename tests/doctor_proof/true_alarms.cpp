@@ -24,6 +24,7 @@ using sim::Simulation;
 using virtual_mac::Machine;
 
 constexpr double day = 86'400;
+constexpr double week = 7 * day;
 constexpr double noWatts = 0.5;  // less is no current
 
 // What an alarm is compared with.
@@ -44,14 +45,20 @@ bool writesNothing(const Context& context) {
          !context.simulation.read(statusPath);
 }
 
-bool wasReleased(const Context& context) {
-  return context.watch.wasAsked("release") && context.simulation.daemonRuns() &&
-         chargingIsOpen(context.simulation.machine());
+// No key of the controller holds the charge, and macOS's own limit at most as its user chose it.
+bool isGivenBack(const Context& context) {
+  const Machine& machine = context.simulation.machine();
+  const virtual_mac::ChargeOrders orders = chargeOrders(machine);
+  const std::int64_t limit = enforcedLimit(machine);
+  return !orders.stopped && !orders.bandArmed && !orders.adapterCut &&
+         (limit == 0 || limit == context.watch.limitByHand());
 }
 
-bool lacksTheApp(const Context& context) {
-  return context.watch.appWasMissing() && chargingIsOpen(context.simulation.machine());
+bool wasReleased(const Context& context) {
+  return context.watch.wasAsked("release") && context.simulation.daemonRuns() && isGivenBack(context);
 }
+
+bool lacksTheApp(const Context& context) { return context.watch.appWasMissing() && isGivenBack(context); }
 
 // --- The settings
 
@@ -84,6 +91,23 @@ bool hasClosedKeys(const Context& context) {
   return machine.system.macOS >= 27 && !hasLimit(machine);
 }
 
+// Whether this Mac has one of the keys and its macOS leaves it open.
+bool hasOneOf(const Machine& machine, std::initializer_list<std::string_view> names) {
+  return std::any_of(names.begin(), names.end(), [&](std::string_view name) {
+    const virtual_mac::SmcKey* key = findKey(machine, virtual_mac::keyCode(name));
+    return key != nullptr && key->present && key->size > 0 && key->readStatus == 0;
+  });
+}
+
+bool hasNoWayToStop(const Context& context) {
+  return !hasOneOf(context.simulation.machine(), {"CHTE", "CH0B", "bfF0"});
+}
+
+// Where macOS closed the keys, the one that is left is not used alone.
+bool hasNoWayToDischarge(const Context& context) {
+  return hasClosedKeys(context) || !hasOneOf(context.simulation.machine(), {"CHIE", "CH0I", "CH0J"});
+}
+
 // Whether all sights within so many seconds were so.
 bool lasted(const std::deque<Sight>& sights, double seconds, bool (*isSo)(const Sight& sight)) {
   std::optional<double> since;
@@ -99,24 +123,43 @@ bool lasted(const std::deque<Sight>& sights, double seconds, bool (*isSo)(const 
 }
 
 // A band of the firmware stops no charge below its upper edge, and a pause for heat may come there. What the
-// daemon saw of it counts until it can see it again.
+// daemon saw of it counts until it sees a stop that works, which can be days later. The order has to be older
+// than the charge: the current takes a moment to end.
 bool chargedAgainstOrders(const Context& context) {
-  constexpr double longEnough = 60;  // the current takes a moment to end
-  return lasted(context.watch.since(day), longEnough, [](const Sight& sight) {
-    constexpr double noCurrent = 20;  // mA
-    return sight.isStopped && sight.adapter && sight.currentMA > noCurrent;
-  });
+  constexpr double noCurrent = 20;  // mA
+  const auto sights = context.watch.since(week);
+  for (std::size_t index = 2; index < sights.size(); ++index) {
+    const Sight& before = sights[index - 1];
+    const Sight& sight = sights[index];
+    const double leastMAh = noCurrent * (sight.time - before.time) / 3600;
+    if (sights[index - 2].isStopped && before.isStopped && sight.isStopped && before.adapter &&
+        sight.adapter && sight.chargeMAh - before.chargeMAh > leastMAh)
+      return true;
+  }
+  return false;
 }
+
+// The charge rose past the limit while nobody was at the Mac. The last wake planned may be days old.
+bool chargedPastTheLimitAsleep(const Context& context) {
+  const auto sights = context.watch.since(week);
+  for (std::size_t index = 1; index < sights.size(); ++index) {
+    const Sight& before = sights[index - 1];
+    const Sight& sight = sights[index];
+    if (!before.awake && sight.percent > sight.limit + 1 && sight.chargeMAh > before.chargeMAh) return true;
+  }
+  return false;
+}
+
+constexpr double lately = 900;  // seconds: the history may be some minutes behind
+constexpr double longEnough = 240;
 
 bool drainsOnAdapter(const Context& context) {
-  const Machine& machine = context.simulation.machine();
-  return machine.battery.currentMA < 0 && machine.adapter.present;
+  return lasted(context.watch.since(lately), longEnough,
+                [](const Sight& sight) { return sight.adapter && sight.isOpen && sight.watts < -noWatts; });
 }
 
-// The Mac takes all that its adapter gives. The history may be some minutes behind.
+// The Mac takes all that its adapter gives.
 bool hasNoCurrent(const Context& context) {
-  constexpr double lately = 900;
-  constexpr double longEnough = 240;
   return lasted(context.watch.since(lately), longEnough, [](const Sight& sight) {
     return sight.adapter && sight.isOpen && std::abs(sight.watts) <= noWatts;
   });
@@ -183,6 +226,7 @@ bool isTrue(const client::CheckedResult& alarm, const Evidence& evidence, const 
   static const std::map<std::string, bool (*)(const Context&)> truths{
       {"D01", isNotLoaded},
       {"D03", doesNotRun},
+      {"D07", hasNoWayToStop},
       {"D13", writesNothing},
       {"D14", writesNothing},
       {"D15", lacksTheApp},
@@ -194,7 +238,9 @@ bool isTrue(const client::CheckedResult& alarm, const Evidence& evidence, const 
       {"D31", drainsOnAdapter},
       {"D32", hasNoCurrent},
       {"D33", isHot},
+      {"D35", hasNoWayToDischarge},
       {"D36", hasStuckCalibration},
+      {"D37", chargedPastTheLimitAsleep},
   };
   const auto truth = truths.find(alarm.check->id);
   return truth != truths.end() && truth->second({evidence, simulation, watch});

@@ -32,16 +32,17 @@ if(BRISKO_LLD AND NOT APPLE)
   add_link_options(-fuse-ld=lld)
 endif()
 
+# Of options that contradict each other the last one counts, and those of a folder come before those of its targets: the
+# tests switch a sanitizer off.
 if(BRISKO_SANITIZE)
-  target_compile_options(brisko_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
-                                                  -fno-omit-frame-pointer)
-  target_link_options(brisko_options INTERFACE -fsanitize=address,undefined)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
   # A program at a fixed address starts faster, and the tests start thousands.
   if(NOT APPLE)
-    target_link_options(brisko_options INTERFACE -no-pie)
+    add_link_options(-no-pie)
   endif()
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    target_compile_options(brisko_options INTERFACE -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
+    add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
   endif()
 endif()
 if(BRISKO_SANITIZE_THREADS)

@@ -109,10 +109,10 @@ TEST_F(SettingsByFile, neitherLosesAChangeSilentlyNorRepeatsAFullChargeThatHasEn
     EXPECT_TRUE(shows([](const client::DaemonStatus& status) { return status.plugged; }));
   }
   // The new file may bring a request back that was cleared since it was read, until the client looks again a
-  // moment later. On battery the daemon drops it at once, with the same line; that is rare.
+  // moment later and writes once more. On battery the daemon drops it at once, with the same line.
   const std::size_t finished = countOf(mac.mac.log(), "Top Up finished (unplugged)");
   EXPECT_GE(finished, static_cast<std::size_t>(rounds));
-  EXPECT_LE(finished, static_cast<std::size_t>(rounds) + 1);
+  EXPECT_LE(finished, static_cast<std::size_t>(rounds + lost));
   EXPECT_TRUE(shows([](const client::DaemonStatus& status) { return !status.topUp; }));
   report();
 }
@@ -130,7 +130,10 @@ TEST_F(SettingsByFile, neitherLosesAChangeSilentlyNorRepeatsACalibrationThatHasF
     race({.kind = ChangeKind::charge, .number = 70}, "calibrate", 30 + round);
     EXPECT_TRUE(inPhase(CalPhase::idle));
   }
-  EXPECT_EQ(countOf(mac.mac.log(), "calibration started"), static_cast<std::size_t>(rounds));
+  // A request may come back here too, until the client looks again.
+  const std::size_t started = countOf(mac.mac.log(), "calibration started");
+  EXPECT_GE(started, static_cast<std::size_t>(rounds));
+  EXPECT_LE(started, static_cast<std::size_t>(rounds + lost));
   EXPECT_EQ(countOf(mac.mac.log(), "calibration finished"), static_cast<std::size_t>(rounds));
   report();
 }

@@ -70,7 +70,7 @@ std::string allBytes(int descriptor) {
 
 // Why the thing at the path must not be replaced; empty when it may.
 std::string whyNotOurs(const struct stat& status, const std::string& path) {
-  if (S_ISLNK(status.st_mode)) return path + " is a link; replace it by the file itself";
+  if (S_ISLNK(status.st_mode)) return path + " is a link; replace it with the file itself";
   if (!S_ISREG(status.st_mode)) return path + " is not a regular file; remove it";
   if (status.st_uid != 0 && status.st_uid != ::geteuid())
     return path + " belongs to another user; give it to root (sudo chown root)";

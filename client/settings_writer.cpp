@@ -131,7 +131,7 @@ ChangeOutcome outcomeOf(const Observation& seen, Way way) {
   if (seen.contradicted) {
     return {.status = ExitStatus::notObserved,
             .way = way,
-            .text = "It was written, but the daemon shows something else; brisko why may say why."};
+            .text = "It was written, but the daemon shows something else; brisko why may explain it."};
   }
   return {.way = way, .text = "It is written; the daemon reads it within 12 s."};
 }
@@ -174,7 +174,8 @@ FileChange writeFile(const State& state, const Json& keys, const ChangeOptions& 
 
 ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOptions& options) {
   if (!state.volume.isForeign() && platform::effectiveUserId() != 0)
-    return refused(ExitStatus::notAllowed, "The daemon did not take it from you; " + sudoLine(options));
+    return refused(ExitStatus::notAllowed,
+                   "The daemon does not accept changes from you; " + sudoLine(options));
   constexpr int mostTries = 3;
   const std::string& path = state.settingsFile.path;
   for (int count = 1; count <= mostTries; ++count) {

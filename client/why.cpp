@@ -148,7 +148,8 @@ Answer soakAnswer(const Situation& situation) {
       static_cast<double>(calibration.soakSeconds) - static_cast<double>(calibration.soakBanked), 0.0);
   if (!situation.status->plugged || situation.status->pct < 100) {
     return {Reason::calibrationSoak,
-            "Calibration, soak: " + durationText(left) + " at full charge on the adapter are still missing.",
+            "Calibration, soak: the battery has to rest at full charge on the adapter for another " +
+                durationText(left) + ".",
             untilEvent(situation.status->plugged ? "full" : "pluggedIn")};
   }
   // Counted up to the status, and no further while the Mac sleeps.

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Tries brisko-daemon on a real Mac for about a quarter of an hour, settles what could not be found out without one,
+# Tries brisko-daemon on a real Mac for about a quarter of an hour, settles questions that only a Mac can answer,
 # gives everything back, and checks that. Written in POSIX sh, because the shells that macOS provides are old.
 set -eu
 umask 022
@@ -19,8 +19,8 @@ writes one file for the developers.
   --package FILE   try this package instead
   --out FILE       the file to write; default: brisko-first-light.tar in this folder
   --skip STEP      leave this step out; can be given several times
-  --yes            do not ask; what needs hands or eyes is left out
-  --give-back      only remove what an earlier run left that could not finish, for example after a power failure
+  --yes            do not ask; leave out what needs somebody at the Mac
+  --give-back      only undo an earlier run that could not finish, for example because of a power failure
   --help           print this
 
 Steps:
@@ -1172,8 +1172,8 @@ main() {
   charging_before=$(fact charging)
   : >"$results"
   given_back='' tried='' began=$(now)
-  say "First light of brisko-daemon ${version:-?} on macOS $system, for about $(duration "$(whole_time)")." \
-    "Everything is given back at the end, also when you interrupt it with Ctrl-C."
+  say "First run of brisko-daemon ${version:-?} on macOS $system, for about $(duration "$(whole_time)")." \
+    "Everything is given back at the end, even if you interrupt it with Ctrl-C."
   # The list is separated by spaces.
   for step in $all_steps; do run_step; done
 }

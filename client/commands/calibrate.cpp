@@ -56,7 +56,7 @@ std::string statusText(const State& state) {
 
 ExitStatus showStatus(const Context& context, const State& state, bool onlyRuns) {
   if (!state.status) {
-    context.output.complain("there is no status of the daemon; brisko why may say why");
+    context.output.complain("the daemon has written no status; brisko why may explain that");
     return ExitStatus::noDaemon;
   }
   if (context.json()) {

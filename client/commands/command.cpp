@@ -101,7 +101,7 @@ ExitStatus runSwitch(const Context& context, const Switch& setting) {
 bool isAgreed(const Context& context, const std::string& question) {
   if (context.invocation.has("--yes")) return true;
   if (::isatty(STDIN_FILENO) == 0 || ::isatty(STDOUT_FILENO) == 0) {
-    context.output.complain("nobody can be asked here; add --yes");
+    context.output.complain("cannot ask without a terminal; add --yes");
     return false;
   }
   context.output.raw(question + " [y/N] ");

@@ -34,7 +34,7 @@ std::string unknownCheck(const std::string& id) {
 }
 
 std::string cannotBeMended(const Check& check) {
-  return std::string(check.id) + " cannot be mended from here. " + check.cure;
+  return std::string(check.id) + " cannot be fixed from here. " + check.cure;
 }
 
 std::string settingsText(const Json& keys) {

@@ -27,7 +27,7 @@ std::string whyImpossible(const State& state) {
   if (!status.plugged)
     return "the Mac is not plugged in, so the daemon would drop it at once; plug it in first";
   if (status.chargeMode == "macOS" && !status.enabled)
-    return "limiting is off, and then a full charge has no effect here; brisko on switches it on";
+    return "limiting is off, so a full charge has no effect; brisko on switches limiting on";
   return "";
 }
 

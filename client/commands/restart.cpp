@@ -14,7 +14,7 @@ RestartResult ask(const Context& context) {
   if (requestRestart(answerSeconds).answer == ServiceAnswer::done) return {};
   if (platform::effectiveUserId() != 0)
     return {.status = ExitStatus::notAllowed,
-            .text = "the daemon did not take it from you; run: sudo " + context.commandLine};
+            .text = "the daemon does not accept this from you; run: sudo " + context.commandLine};
   std::string reason;
   if (endDaemon(reason)) return {};
   return {.status = ExitStatus::noDaemon, .text = reason};

@@ -63,7 +63,7 @@ ExitStatus play(const Context& context, const State& state, std::vector<std::str
   const std::string program = labProgram();
   if (::access(program.c_str(), X_OK) != 0)
     return refuse(context,
-                  "brisko-lab is missing, which plays the days; it belongs beside brisko: " + program);
+                  "brisko-lab, which replays the days, is missing; it belongs beside brisko: " + program);
   const lab::Date today = lab::dateOf(state.now);
   std::error_code error;
   lab::HistoryReading reading =

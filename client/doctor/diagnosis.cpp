@@ -119,10 +119,11 @@ std::string troubleshootingPage() {
   }
   std::string text =
       "# Troubleshooting\n\n"
-      "`brisko doctor` makes all these checks in at most three seconds and says what it found, with the "
-      "cure; "
-      "`sudo brisko\ndoctor` can see more. The page is made from its table, by symptom: "
-      "`scripts/troubleshooting.sh`.\n";
+      "`brisko doctor` makes all these checks in at most three seconds, and prints what it found with the "
+      "cure. With\n"
+      "`sudo` it can check more. This page lists the checks by symptom; `scripts/troubleshooting.sh` makes "
+      "it from "
+      "their table.\n";
   for (const std::string& group : groups) {
     text += "\n## " + group + "\n\n| check | symptom | seen by | cause | cure |\n|---|---|---|---|---|\n";
     for (const Check& check : checks()) {

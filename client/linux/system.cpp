@@ -96,7 +96,7 @@ std::optional<std::string> teamThatSigned(const std::string& /*path*/) {
 bool endDaemon(std::string& reason) {
   const auto process = daemonProcess();
   if (process && ::kill(*process, SIGTERM) == 0) return true;
-  reason = process ? "the daemon's process may not be ended by you" : "no daemon runs";
+  reason = process ? "you may not end the daemon's process" : "no daemon runs";
   return false;
 }
 

@@ -23,13 +23,13 @@ Trace traceOf(const std::vector<PlayedMoment>& moments) {
 std::string sentenceOf(Trust trust) {
   switch (trust) {
     case Trust::good:
-      return "The figures can be trusted as far as the days to come are like these.";
+      return "You can trust the figures as far as the days to come are like these.";
     case Trust::fair:
-      return "Trust which of the two is more, and not by how much.";
+      return "Trust which of the two is higher, but not by how much.";
     case Trust::poor:
       break;
   }
-  return "That is too little to trust these figures: this Mac or its use differs from what was played.";
+  return "That is too little to trust these figures: this Mac or its use differs from what was replayed.";
 }
 
 }  // namespace
@@ -68,10 +68,10 @@ const char* trustWord(Trust trust) {
 }
 
 std::string agreementText(const Agreement& agreement) {
-  return "Played as it was set, the charge is at most three points from the history for " +
+  return "With unchanged settings the charge is within three points of the history for " +
          fixed(100 * agreement.withinThree, 1) + " % of the time (" + fixed(agreement.meanApart, 1) +
-         " points on average), and the state the same for " + fixed(100 * agreement.sameState, 1) + " %. " +
-         sentenceOf(trustIn(agreement));
+         " points apart on average), and the state is the same for " + fixed(100 * agreement.sameState, 1) +
+         " %. " + sentenceOf(trustIn(agreement));
 }
 
 }  // namespace brisko::lab

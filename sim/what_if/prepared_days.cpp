@@ -16,11 +16,10 @@ std::string loadAssumption(const Trace& history) {
                (sighting.plugged == false || sighting.state == ChargeState::discharge);
       });
   if (everOnBattery)
-    return "What the Mac takes on the adapter is not known: it is taken to be what it takes in the same hour "
-           "of the day on the battery.";
-  return "The Mac never ran on its battery in these days, so what it takes is not known: that of its model "
-         "is "
-         "assumed.";
+    return "What the Mac takes on the adapter is not known: it is assumed to be what it takes on battery at "
+           "the same hour of the day.";
+  return "The Mac never ran on its battery in these days, so its load is not known: the load of its model "
+         "is assumed.";
 }
 
 // The first moment that the log shows.
@@ -51,11 +50,11 @@ Reconstruction prepare(const ReportedDays& days) {
   Reconstruction reconstruction = reconstruct(days, Purpose::otherSettings);
   auto& assumptions = reconstruction.assumptions;
   assumptions.push_back(loadAssumption(days.trace));
-  assumptions.emplace_back("Where nothing was recorded, the Mac is taken to have slept.");
+  assumptions.emplace_back("Where nothing was recorded, the Mac is assumed to have slept.");
   const auto log = logBegin(days.trace);
   if (log && *log > days.begin() + aDay)
     assumptions.push_back("The log begins on " + dateText(dateOf(*log)) +
-                          ": before that the settings are taken to have been as they were then.");
+                          ": before that the settings are assumed to have been the same as then.");
   const bool hasTemperature =
       std::any_of(days.trace.sightings.begin(), days.trace.sightings.end(),
                   [](const Sighting& sighting) { return sighting.temperatureC.has_value(); });

@@ -132,13 +132,13 @@ std::vector<ComparedFigure> comparedFigures(const WhatIf& whatIf) {
 }
 
 std::string ageingSource() {
-  std::string text = "The ageing is a ratio by two published models of calendar ageing: ";
+  std::string text = "The ageing is a ratio from two published models of calendar ageing: ";
   for (std::size_t model = 0; model < cellModelCount; ++model) {
     const CellModel& each = cellModels().at(model);
     text += std::string(model == 0 ? "" : "; ") + each.cell + ", " + each.source + ", doi " + each.doi;
   }
   return text +
-         ". A Mac's cells are neither of the two: only the ratio means anything, and it is no lifetime.";
+         ". A Mac's cells are neither of the two, so only the ratio has a meaning; it is not a lifetime.";
 }
 
 std::vector<std::string> sentencesOf(const WhatIf& whatIf) {
@@ -146,7 +146,9 @@ std::vector<std::string> sentencesOf(const WhatIf& whatIf) {
   const auto rows = comparedFigures(whatIf);
   const bool isSame = std::all_of(rows.begin(), rows.end() - 1,
                                   [](const ComparedFigure& row) { return row.asSet == row.asAsked; });
-  if (isSame) sentences.emplace_back("In these days it would have made no difference that shows here.");
+  if (isSame)
+    sentences.emplace_back(
+        "In these days the other settings would have made no difference to these figures.");
   sentences.push_back(ageingSource());
   sentences.push_back(agreementText(whatIf.history.agreement));
   return sentences;

@@ -148,7 +148,7 @@ TEST(BriskoDoctor, refusesWhatItCannotMend) {
   LiveBrisko mac;
   mac.boot();
   expectRefused(mac.brisko({"doctor", "--fix", "D99"}), 2, "unknown check \"D99\"");
-  expectRefused(mac.brisko({"doctor", "--fix", "D24"}), 2, "D24 cannot be mended from here");
+  expectRefused(mac.brisko({"doctor", "--fix", "D24"}), 2, "D24 cannot be fixed from here");
 }
 
 }  // namespace

@@ -371,7 +371,7 @@ TEST(ReportCommand, writesNothingUnlessAskedTo) {
   const std::string path = folder.path("report.tar");
   const Finished asked = mac.brisko({"report", "--output", path});
   EXPECT_EQ(asked.status, 1);
-  EXPECT_EQ(asked.errors, "brisko: nobody can be asked here; add --yes\n");
+  EXPECT_EQ(asked.errors, "brisko: cannot ask without a terminal; add --yes\n");
   std::string text = said(mac.brisko({"report", "--output", path, "--json"}));
   text.pop_back();
   EXPECT_EQ(test::flawIn(text, "brisko-report").value_or(""), "");

@@ -145,7 +145,7 @@ TEST_F(WhatIf, showsBothWaysOfTheSameDays) {
   const std::string text = said(brisko({"what-if", "limit=60", "--html", page}));
   EXPECT_THAT(text, StartsWith("What if limit=60?  3 days, from "));
   EXPECT_THAT(text, AllOf(HasSubstr(" as it was set "), HasSubstr(" as asked\n")));
-  EXPECT_THAT(text, HasSubstr("it is taken to be what it takes in the same hour"));
+  EXPECT_THAT(text, HasSubstr("it is assumed to be what it takes on battery"));
   EXPECT_THAT(contents(page), HasSubstr("Drawn by brisko what-if."));
 
   // Not over somebody else's file, and the answer is printed anyway.
@@ -171,7 +171,7 @@ TEST_F(WhatIf, saysPlainlyThatTheLabIsMissing) {
   const Finished finished =
       run(alone, {"what-if", "limit=60"}, {{"BRISKO_VIRTUAL_MAC", mac.mac.folder()}, {"LC_ALL", "C.UTF-8"}});
   expectRefused(finished, 1,
-                "brisko-lab is missing, which plays the days; it belongs beside brisko: " + folder.path() +
+                "brisko-lab, which replays the days, is missing; it belongs beside brisko: " + folder.path() +
                     "/brisko-lab");
 }
 

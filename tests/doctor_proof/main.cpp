@@ -93,12 +93,11 @@ bool askSeed(std::uint64_t seed, const ProofOptions& options, Counter& counter) 
 int run(int count, char** arguments) {
   ProofOptions options;
   const auto addOptions = [&](CLI::App& program) {
-    program.add_option("--days", options.days, "how many simulated days each lasts; 7 without it")
+    program.add_option("--days", options.days, "how many simulated days each lasts; default: 7")
         ->check(CLI::Range(1, 365));
-    program.add_option("--questions", options.questionsADay, "how many moments a day; 20 without it")
+    program.add_option("--questions", options.questionsADay, "how many moments a day; default: 20")
         ->check(CLI::Range(1, 1000));
-    program.add_option("--guard", options.guard,
-                       "guards of the daemon; those of the installed job without it");
+    program.add_option("--guard", options.guard, "guards of the daemon; default: those of the installed job");
   };
   return runProof({.name = "brisko-doctor-proof",
                    .description = "Asks brisko doctor at random moments of generated weeks without faults."},

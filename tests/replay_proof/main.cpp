@@ -95,7 +95,7 @@ int run(int count, char** arguments) {
   Options options;
   bool withoutPowerLog = false;
   const auto addOptions = [&](CLI::App& program) {
-    program.add_option("--days", options.days, "how many simulated days each lasts; 7 without it")
+    program.add_option("--days", options.days, "how many simulated days each lasts; default: 7")
         ->check(CLI::Range(1, 50));
     program.add_flag("--without-power-log", withoutPowerLog,
                      "the reports lack macOS's own log of power events");

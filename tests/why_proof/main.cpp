@@ -45,11 +45,11 @@ int run(int count, char** arguments) {
   QuestioningOptions options;
   std::string faults = "none";
   const auto addOptions = [&](CLI::App& program) {
-    program.add_option("--days", options.days, "how many simulated days each lasts; 4 without it")
+    program.add_option("--days", options.days, "how many simulated days each lasts; default: 4")
         ->check(CLI::Range(1, 365));
-    program.add_option("--questions", options.questionsADay, "how many moments a day; 40 without it")
+    program.add_option("--questions", options.questionsADay, "how many moments a day; default: 40")
         ->check(CLI::Range(1, 1000));
-    program.add_option("--faults", faults, "what goes wrong; none without it")
+    program.add_option("--faults", faults, "what goes wrong; default: none")
         ->check(CLI::IsMember({"none", "some", "all"}));
   };
   return runProof(

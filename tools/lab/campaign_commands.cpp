@@ -59,9 +59,9 @@ struct CommandLine {
 };
 
 void addOptions(CLI::App& command, CommandLine& line) {
-  command.add_option("--days", line.options.days, "how many simulated days each lasts; 7 without it")
+  command.add_option("--days", line.options.days, "how many simulated days each lasts; default: 7")
       ->check(CLI::Range(1, 3650));
-  command.add_option("--faults", line.faults, "what goes wrong; all without it")
+  command.add_option("--faults", line.faults, "what goes wrong; default: all")
       ->check(CLI::IsMember({"none", "some", "all"}));
   command.add_option("--guard", line.options.guard, "LIST: passed on to the daemon");
 }
@@ -89,12 +89,12 @@ void addCampaignCommands(CLI::App& program, std::function<int()>& chosen) {
       "run generated scenarios; status 0: every invariant held, 1: one was violated, 130: control-C");
   campaign->add_option("--seeds", line->seeds, "A..B, or one")->required();
   addOptions(*campaign, *line);
-  campaign->add_option("--jobs", line->options.jobs, "how many at a time; one per core without it")
+  campaign->add_option("--jobs", line->options.jobs, "how many at a time; default: one per core")
       ->check(CLI::Range(1, 1000));
   campaign
       ->add_option(
           "--shrink", line->shrinkInto,
-          "cut the first failure of each kind down to what matters, into this folder or the current one")
+          "shrink the first failure of each invariant and write it to this folder, or the current one")
       ->expected(0, 1)
       ->default_str(".");
   CLI::Option* summary =

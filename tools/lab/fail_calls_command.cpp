@@ -45,9 +45,9 @@ void addFailCallsCommand(CLI::App& program, std::function<int()>& chosen) {
       "run scenarios with one call of the daemon failing, or killing it there; status 1: an invariant was "
       "violated");
   command->add_option("--scenario,files", line->options.scenarios, "FILE.json …")->required();
-  command->add_option("--sample", line->percent, "run this share of all runs, in percent; 100 without it")
+  command->add_option("--sample", line->percent, "run this share of all runs, in percent; default: 100")
       ->check(CLI::Range(0.0001, 100.0));
-  command->add_option("--jobs", line->options.jobs, "how many at a time; one per core without it")
+  command->add_option("--jobs", line->options.jobs, "how many at a time; default: one per core")
       ->check(CLI::Range(1, 1000));
   command->add_option("--calls", line->options.calls,
                       "TEXT: only calls that contain it, such as \"write of the key\"");

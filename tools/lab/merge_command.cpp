@@ -56,7 +56,7 @@ void addMergeCommand(CLI::App& program, std::function<int()>& chosen) {
   CLI::App* merge = program.add_subcommand(
       "merge",
       "add up the summaries of a campaign's shards and print what they have seen; status 1: an invariant was "
-      "violated, 2: a shard is missing, torn, unfinished or of another commit");
+      "violated, 2: a shard is missing, truncated, unfinished or of another commit");
   merge->add_option("files", line->files, "SUMMARY.json …")->required();
   merge->add_option("--summary", line->summary, "OUT.json: the summary of all of them");
   merge->callback([line, &chosen] { chosen = [line] { return mergeFiles(*line); }; });

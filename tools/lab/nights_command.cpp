@@ -52,8 +52,8 @@ void addNightsCommand(CLI::App& program, std::function<int()>& chosen) {
   CLI::App* nights = program.add_subcommand(
       "nights",
       "spend generated nights and print the charge in the morning; status 1: an invariant was violated");
-  nights->add_option("--seeds", line->seeds, "A..B, or one; 1..200 without it");
-  nights->add_option("--limit", line->options.limit, "the limit, in percent; 80 without it")
+  nights->add_option("--seeds", line->seeds, "A..B, or one; default: 1..200");
+  nights->add_option("--limit", line->options.limit, "the limit, in percent; default: 80")
       ->check(CLI::Range(20, 100));
   nights->add_option("--guard", line->guard, "LIST: passed on to the daemon");
   nights->callback([line, &chosen] { chosen = [line] { return spendNights(*line); }; });

@@ -102,7 +102,7 @@ int replay(const ReplayCommandLine& line) {
 void addReplayCommand(CLI::App& program, std::function<int()>& chosen) {
   const auto line = std::make_shared<ReplayCommandLine>();
   CLI::App* command = program.add_subcommand(
-      "replay", "play the days of a bug report again, and print how far they agree and what departs first");
+      "replay", "replay the days of a bug report, and print how far they agree and what differs first");
   command->add_option("report", line->report, "REPORT.tar, as brisko report writes it")->required();
   command->add_option("--scenario", line->scenario,
                       "OUT.json: the days as a scenario; its battery is in OUT.battery.json");

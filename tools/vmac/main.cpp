@@ -281,7 +281,7 @@ struct Plug : OnMachine {
 
   void addOptions(CLI::App& command) {
     OnMachine::addOptions(command);
-    command.add_option("--watts", watts, "the adapter's rating; as before without it")
+    command.add_option("--watts", watts, "the adapter's rating; default: as before")
         ->check(inRangeOf(ChangeKind::plug));
   }
   [[nodiscard]] int run() const {

@@ -148,7 +148,7 @@ TEST(Agreement, saysHowFarToTrustWhatFollows) {
     const char* text;
   };
   for (const Case& each :
-       {Case{0.95, Trust::good, "can be trusted"}, Case{0.949, Trust::fair, "not by how much"},
+       {Case{0.95, Trust::good, "You can trust"}, Case{0.949, Trust::fair, "not by how much"},
         Case{0.80, Trust::fair, "not by how much"}, Case{0.799, Trust::poor, "too little"}}) {
     const Agreement agreement{.withinThree = each.withinThree, .meanApart = 1.25, .sameState = 0.9};
     EXPECT_EQ(trustIn(agreement), each.trust) << each.withinThree;
@@ -156,8 +156,8 @@ TEST(Agreement, saysHowFarToTrustWhatFollows) {
   }
   EXPECT_THAT(
       agreementText({.withinThree = 0.912, .meanApart = 1.26, .sameState = 0.5}),
-      HasSubstr("at most three points from the history for 91.2 % of the time (1.3 points on average), "
-                "and the state the same for 50.0 %."));
+      HasSubstr("within three points of the history for 91.2 % of the time (1.3 points apart on average), "
+                "and the state is the same for 50.0 %."));
 }
 
 // --- The advice

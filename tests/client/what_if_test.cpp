@@ -90,17 +90,19 @@ class WhatIf : public ::testing::Test {
       day(lab::isoText(date), lines);
     }
   }
-  // Unplugged from 10 to 12 o'clock, when it loses 20 points, and charged again within an hour.
-  static std::string line(double time, int minutes) {
+  // Unplugged from 10 to 12 o'clock, and charged again at the same rate.
+  [[nodiscard]] std::string line(double time, int minutes) const {
     const bool unplugged = minutes >= 600 && minutes < 720;
-    const bool charges = minutes >= 720 && minutes < 780;
-    const int percent = unplugged ? 80 - (minutes - 600) / 6 : charges ? 60 + (minutes - 720) / 3 : 80;
+    const bool charges = minutes >= 720 && minutes < 840;
+    const int lost = unplugged ? (minutes - 600) * lostADay / 120 : (840 - minutes) * lostADay / 120;
+    const int percent = unplugged || charges ? 80 - lost : 80;
+    const int watts10 = lostADay * 526 / 2 / 100;  // of 52.6 Wh
     return "{\"ct\":300,\"g\":" + std::string(unplugged ? "false" : "true") +
            ",\"p\":" + std::to_string(percent) + ",\"s\":\"" + (unplugged || charges ? "allow" : "hold") +
            "\",\"t\":" + std::to_string(static_cast<long long>(time)) + ",\"wt\":" +
-           (unplugged ? "-52"
-            : charges ? "105"
-                      : "0") +
+           std::to_string(unplugged ? -watts10
+                          : charges ? watts10
+                                    : 0) +
            "}\n";
   }
   void day(const std::string& name, const std::string& lines) const {
@@ -111,6 +113,7 @@ class WhatIf : public ::testing::Test {
   [[nodiscard]] Finished brisko(const Words& words) const {
     return mac.brisko(words, {{"TZ", "UTC"}, {"COLUMNS", "100"}});
   }
+  int lostADay = 20;  // percent of the charge
   LiveBrisko mac{{"--charge", "80"}};
   ScratchFolder folder;
 };
@@ -162,6 +165,21 @@ TEST_F(WhatIf, showsBothWaysOfTheSameDays) {
   EXPECT_LT(object["asAsked"]["meanPercent"], 66);
   EXPECT_LT(object["ageing"]["most"], 0.95);
   EXPECT_GT(object["agreement"]["withinThree"], 0.8) << line;
+}
+
+// Sixty points a day, and the battery of the replay loses some more: 65 % would have been empty at noon.
+TEST_F(WhatIf, advisesTheLowestLimitThatLeavesNobodyShort) {
+  lostADay = 60;
+  mac.mac.settings(R"({"limit": 80, "hysteresis": 5})");
+  days(3);
+  const std::string output = said(brisko({"advise", "--json"}));
+  const std::string line = output.substr(0, output.find('\n'));
+  EXPECT_EQ(flawIn(line, "brisko-advice").value_or(""), "") << line;
+  const json object = json::parse(line);
+  EXPECT_EQ(object["advised"], 70);
+  for (const json& each : object["limits"])
+    EXPECT_EQ(each["figures"]["timesEmpty"] > 0, each["limit"] < 70) << each;
+  EXPECT_EQ(object["limits"].size(), 9U);
 }
 
 TEST_F(WhatIf, saysPlainlyThatTheLabIsMissing) {

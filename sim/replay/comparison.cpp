@@ -20,11 +20,11 @@ constexpr std::array allStates{ChargeState::allow, ChargeState::hold, ChargeStat
 // What a trace says of a moment; the moments must come in order of time.
 class Reader {
  public:
-  explicit Reader(const Trace& trace) : sightings_(trace.sightings) {}
+  explicit Reader(const Trace& trace) : sightings_(trace.sightings), states_(statesOf(trace)) {}
 
   [[nodiscard]] ChargeState stateAt(double time) {
-    advance(time);
-    return sightings_[index_].state;
+    while (state_ + 1 < states_.size() && states_[state_ + 1].time <= time) ++state_;
+    return states_[state_].state;
   }
 
   // Between two sightings the charge is taken to have moved evenly.
@@ -44,7 +44,9 @@ class Reader {
   }
 
   const std::vector<Sighting>& sightings_;
+  std::vector<StateChange> states_;
   std::size_t index_ = 0;
+  std::size_t state_ = 0;
 };
 
 // What is compared: from the later beginning to the earlier end, without the outages.
@@ -85,7 +87,7 @@ class Overlap {
 std::vector<double> edgesOf(const Trace& reported, const Trace& replayed, const Overlap& overlap) {
   std::set<double> edges{overlap.from(), overlap.until()};
   for (const Trace* trace : {&reported, &replayed}) {
-    for (const Sighting& sighting : trace->sightings) edges.insert(sighting.time);
+    for (const StateChange& change : statesOf(*trace)) edges.insert(change.time);
   }
   overlap.addEdges(edges);
   std::vector<double> inside;
@@ -173,6 +175,17 @@ bool dependsOnMinutes(const std::string& kind) {
                      [&](const char* beginning) { return kind.starts_with(beginning); });
 }
 
+// A daemon that was running before the days of the report has already logged what it logs once.
+bool wasLoggedBefore(const std::string& kind, const Trace& reported, const Overlap& overlap) {
+  const auto isThat = [&](const LoggedLine& line) { return kindOf(line.text) == kind; };
+  if (std::any_of(reported.earlier.begin(), reported.earlier.end(), isThat)) return true;
+  const bool startedMeanwhile =
+      std::any_of(reported.lines.begin(), reported.lines.end(), [&](const LoggedLine& line) {
+        return isStart(line.text) && line.time <= overlap.from() + longestStartUp;
+      });
+  return !startedMeanwhile && kind.starts_with("limit verified");
+}
+
 // A kind of line that only one of the two has departs where it first appears.
 void compareLines(const Trace& reported, const Trace& replayed, const Overlap& overlap,
                   Comparison& comparison) {
@@ -191,6 +204,7 @@ void compareLines(const Trace& reported, const Trace& replayed, const Overlap& o
   for (const auto& [kind, lines] : first) {
     if (dependsOnMinutes(kind) || (lines[0] != nullptr && lines[1] != nullptr)) continue;
     const bool isReported = lines[0] != nullptr;
+    if (!isReported && wasLoggedBefore(kind, reported, overlap)) continue;
     const LoggedLine& line = isReported ? *lines[0] : *lines[1];
     comparison.departures.push_back(
         {line.time,

@@ -178,18 +178,31 @@ std::vector<double> scheduledWakes(const Trace& trace) {
   return wakes;
 }
 
-// macOS logs a sleep when it has begun; the daemon was told before, and may have had to wait for others.
+// macOS logs a sleep when it has begun. The daemon was told before: macOS may have had to wait for others,
+// and on the adapter it stays awake for two minutes after a wake.
 void beginWhereAnnounced(const Trace& trace, std::vector<SleepSpan>& sleeps) {
-  constexpr double longestDelay = 45;  // macOS waits for 30 s
+  constexpr double longestDelay = 130;
   double awakeSince = 0;
   for (SleepSpan& sleep : sleeps) {
-    const auto announces = [&](const LoggedLine& line) {
-      return line.time > awakeSince && line.time > sleep.from - longestDelay && line.time < sleep.from &&
-             announcesSleep(line);
-    };
-    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), announces);
-    if (line != trace.lines.end() && sleep.from < sleep.until) sleep.from = line->time;
+    const double earliest = std::max(awakeSince, sleep.from - longestDelay);
+    std::optional<double> announced;
+    for (const LoggedLine& line : trace.lines) {
+      if (line.time > earliest && line.time < sleep.from && announcesSleep(line)) announced = line.time;
+    }
+    if (announced && sleep.from < sleep.until) sleep.from = *announced;
     awakeSince = sleep.until;
+  }
+}
+
+// A Mac that is shut down in a dark wake does not fall asleep any more.
+void endWhereTheDaemonEnded(const Trace& trace, std::vector<SleepSpan>& sleeps) {
+  for (SleepSpan& sleep : sleeps) {
+    if (!sleep.endsDark) continue;
+    const auto ends = [&](const LoggedLine& line) {
+      return line.time > sleep.until && line.time < sleep.until + sleep.darkSeconds && isEnd(line.text);
+    };
+    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), ends);
+    if (line != trace.lines.end()) sleep.darkSeconds = line->time - sleep.until;
   }
 }
 
@@ -204,6 +217,7 @@ std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
   if (!coverTheDays(days)) return fromGaps(days.trace);
   std::vector<SleepSpan> sleeps = fromPowerEvents(days.powerEvents);
   beginWhereAnnounced(days.trace, sleeps);
+  endWhereTheDaemonEnded(days.trace, sleeps);
   std::erase_if(sleeps, [&](const SleepSpan& sleep) {
     return sleep.until <= days.begin() || sleep.from >= days.end();
   });

@@ -52,6 +52,20 @@ TEST(Comparison, countsTheTimeInEachStateApart) {
   EXPECT_EQ(comparison.departures[0].words, "the state is hold in the report, allow in the replay");
 }
 
+TEST(Comparison, takesTheStateFromALineWhereTheMacFallsAsleepAtOnce) {
+  Trace reported;
+  add(reported, 0, 600, ChargeState::discharge, 80, 80);
+  reported.lines = {{605, "→ state: hold"}};
+  add(reported, 3600, 3660, ChargeState::hold, 80, 80);
+  Trace replayed;
+  add(replayed, 0, 600, ChargeState::discharge, 80, 80);
+  add(replayed, 605, 3660, ChargeState::hold, 80, 80);
+  const Comparison comparison = compare(reported, replayed);
+  EXPECT_EQ(comparison.states[2].reported, 605);
+  EXPECT_EQ(comparison.states[1].share(), 1);
+  EXPECT_TRUE(comparison.departures.empty());
+}
+
 TEST(Comparison, judgesNoStateThatTheReportHasForLessThanAQuarterOfAnHour) {
   for (const auto& [minutes, judged] : {std::pair{14, false}, {15, true}}) {
     Trace reported;
@@ -125,6 +139,20 @@ TEST(Comparison, namesALineThatOnlyOneOfThemHasAndIgnoresNumbersInIt) {
   EXPECT_THAT(comparison.departures[0].words, HasSubstr("only in the report is logged: gate found open"));
   EXPECT_THAT(comparisonText(comparison),
               HasSubstr("1 reported, 0 replayed: gate found open during a hold — closing it again (CHTE)"));
+}
+
+TEST(Comparison, leavesOutWhatARunningDaemonHadLoggedBefore) {
+  Trace reported = anHourOfHolding();
+  Trace replayed = anHourOfHolding();
+  replayed.lines = {{100, "limit verified: charging really does stop"}};
+  EXPECT_TRUE(compare(reported, replayed).departures.empty()) << "it ran before";
+  reported.lines = {{0, "brisko-daemon started (event-driven) — …"}};
+  EXPECT_EQ(compare(reported, replayed).departures.size(), 1U);
+  replayed.lines = {{100, "native limit before Brisko: 85% — given back if Brisko leaves"}};
+  reported.lines.clear();
+  EXPECT_EQ(compare(reported, replayed).departures.size(), 1U);
+  reported.earlier = {{-900, "native limit before Brisko: 90% — given back if Brisko leaves"}};
+  EXPECT_TRUE(compare(reported, replayed).departures.empty());
 }
 
 TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {

@@ -38,6 +38,15 @@ class Reader {
     return percent + share * (static_cast<double>(after.percent) - percent);
   }
 
+  // The next sighting, if the moment lies in a gap between two, as a sleep leaves one.
+  [[nodiscard]] std::optional<double> gapEnd(double time) {
+    constexpr double longestSilence = 600;
+    advance(time);
+    if (index_ + 1 == sightings_.size()) return std::nullopt;
+    const double next = sightings_[index_ + 1].time;
+    return next - sightings_[index_].time > longestSilence ? std::optional(next) : std::nullopt;
+  }
+
  private:
   void advance(double time) {
     while (index_ + 1 < sightings_.size() && sightings_[index_ + 1].time <= time) ++index_;
@@ -140,21 +149,31 @@ void compareStates(const Trace& reported, const Trace& replayed, const Overlap& 
 
 std::string percentText(double percent) { return std::to_string(std::llround(percent)) + " %"; }
 
+bool isFar(const ChargePoint& point) { return std::abs(point.reported - point.replayed) > farApart; }
+
+std::string departureOf(const ChargePoint& point) {
+  return "the charge is " + percentText(point.reported) + " in the report, " + percentText(point.replayed) +
+         " in the replay";
+}
+
 void compareCharge(const Trace& reported, const Trace& replayed, const Overlap& overlap,
                    Comparison& comparison) {
   Reader report(reported);
   Reader replay(replayed);
+  // What lies in a gap of the report shows at its end.
+  Reader reportAhead(reported);
+  Reader replayAhead(replayed);
   bool isApart = false;
   for (double time = overlap.from(); time <= overlap.until(); time += chargePeriod) {
     if (!overlap.contains(time)) continue;
     const ChargePoint point{time, report.percentAt(time), replay.percentAt(time)};
-    const bool apart = std::abs(point.reported - point.replayed) > farApart;
+    const bool apart = isFar(point);
     comparison.charge.push_back(point);
     if (!apart) ++comparison.withinThree;
     if (apart && !isApart) {
-      comparison.departures.push_back({time, "the charge is " + percentText(point.reported) +
-                                                 " in the report, " + percentText(point.replayed) +
-                                                 " in the replay"});
+      const double seen = report.gapEnd(time).value_or(time);
+      const ChargePoint shown{seen, reportAhead.percentAt(seen), replayAhead.percentAt(seen)};
+      if (isFar(shown)) comparison.departures.push_back({seen, departureOf(shown)});
     }
     isApart = apart;
   }

@@ -250,7 +250,12 @@ std::vector<double> contextChanges(const ReportedDays& days, std::vector<double>
   return changes;
 }
 
-enum class Bound : std::uint8_t { exact, atMost, atLeast };
+enum class Bound : std::uint8_t {
+  exact,
+  atMost,
+  atLeast,
+  exhausted,  // at least all that the adapter gives, or something else stops the charge
+};
 
 struct LoadReading {
   double time;
@@ -294,7 +299,7 @@ constexpr double everythingEstimated = 0.85;
 std::optional<LoadReading> loadReading(const Sighting& sighting, std::size_t stretch, const Charger& charger,
                                        double adapterWatts, double everything) {
   const double available = adapterWatts * virtual_mac::adapterShare;
-  if (adapterIsExhausted(sighting)) return LoadReading{sighting.time, available, Bound::atLeast, stretch};
+  if (adapterIsExhausted(sighting)) return LoadReading{sighting.time, available, Bound::exhausted, stretch};
   if (adapterSuffices(sighting)) return LoadReading{sighting.time, available, Bound::atMost, stretch};
   const auto load = loadIn(sighting, available);
   if (!load) return std::nullopt;
@@ -381,9 +386,12 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
 // The load that the reading leaves, in watts.
 double loadAfter(double before, const LoadReading& reading) {
   constexpr double littleWork = 3;
-  const bool fits = (reading.bound == Bound::atMost && before <= reading.watts) ||
-                    (reading.bound == Bound::atLeast && before >= reading.watts);
+  const bool fits =
+      (reading.bound == Bound::atMost && before <= reading.watts) ||
+      (reading.bound != Bound::exact && reading.bound != Bound::atMost && before >= reading.watts);
   if (fits) return before;
+  // A Mac that took far less than the adapter gives has some other reason not to charge.
+  if (reading.bound == Bound::exhausted && before < reading.watts / 2) return before;
   return reading.bound == Bound::atMost ? std::min(reading.watts / 10, littleWork) : reading.watts;
 }
 
@@ -408,6 +416,7 @@ constexpr double nearHistory = 400;      // seconds; the history has a line ever
 // from all that the history has.
 struct SilentRun {
   std::size_t stretch;
+  double begin;
   std::vector<Sighting> sightings;
 };
 
@@ -425,14 +434,14 @@ std::vector<SilentRun> silentRuns(const ReportedDays& days, const std::vector<do
   for (const Sighting& sighting : sightings) {
     const auto power = std::lower_bound(powers.begin(), powers.end(), sighting.time - nearHistory);
     if (power != powers.end() && *power <= sighting.time + nearHistory) continue;
-    // A full battery shows its last points for longer than the others.
-    if (sighting.percent >= almostFull && !isFed(sighting)) continue;
     const auto next = std::upper_bound(changes.begin(), changes.end(), sighting.time);
     const auto stretch = static_cast<std::size_t>(next - changes.begin());
     if (stretch == 0) continue;
-    if (runs.empty() || runs.back().stretch != stretch) runs.push_back({stretch, {}});
-    runs.back().sightings.push_back(sighting);
+    if (runs.empty() || runs.back().stretch != stretch) runs.push_back({stretch, sighting.time, {}});
+    // A full battery shows its last points for longer than the others.
+    if (sighting.percent < almostFull || isFed(sighting)) runs.back().sightings.push_back(sighting);
   }
+  std::erase_if(runs, [](const SilentRun& run) { return run.sightings.empty(); });
   return runs;
 }
 
@@ -487,7 +496,7 @@ std::vector<LoadReading> silentReadings(const ReportedDays& days, const std::vec
                                         const Charger& charger, const std::vector<PlugEvent>& plugs) {
   std::vector<LoadReading> readings;
   for (const SilentRun& run : silentRuns(days, changes)) {
-    const double first = run.sightings.front().time;
+    const double first = run.begin;
     const double change = changes[run.stretch - 1];
     addReadings(run, first - change > nearHistory ? first : change, charger, adapterAt(plugs, first),
                 readings);
@@ -565,27 +574,36 @@ double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
   constexpr std::int64_t enough = 10;  // points
   constexpr double precision = 0.2;    // of what power and percentage show together
   const Charger charger = chargerOf(machine);
-  const Sighting* first = nullptr;   // of a run on the battery
-  const Sighting* before = nullptr;  // with the power that follows it
+  const Sighting* first = nullptr;   // of a run on the battery, from a change of the percentage on
+  const Sighting* before = nullptr;  // of the same run
   double milliampereSeconds = 0;
+  std::optional<double> found;
   for (const Sighting& sighting : days.trace.sightings) {
     if (!sighting.watts || !sighting.inHistory) continue;
     const bool drains = sighting.plugged == false && *sighting.watts < -leastLoad && sighting.percent > 0 &&
                         sighting.percent < almostFull;
-    if (!drains || before == nullptr || sighting.time - before->time > longestGap) {
-      first = drains ? &sighting : nullptr;
-      milliampereSeconds = 0;
-    } else {
-      const double volts = charger.restVolts[static_cast<std::size_t>(sighting.percent)];
+    const bool continues = drains && before != nullptr && sighting.time - before->time <= longestGap;
+    const bool changes = continues && sighting.percent != before->percent;
+    if (!continues) first = nullptr;
+    if (continues && first != nullptr) {
+      const double rest = charger.restVolts[static_cast<std::size_t>(sighting.percent)];
+      const double volts = rest + machine.battery.resistanceOhm * *sighting.watts / rest;
       milliampereSeconds -= *sighting.watts / volts * 1000 * (sighting.time - before->time);
     }
-    before = first == nullptr ? nullptr : &sighting;
-    if (first == nullptr || first->percent - sighting.percent < enough) continue;
+    if (changes && first == nullptr) {
+      first = &sighting;
+      milliampereSeconds = 0;
+    }
+    before = drains ? &sighting : nullptr;
+    if (!changes || first->percent - sighting.percent < enough) continue;
+    // The longer a run, the better its share; a later one only if it shows the same capacity.
     const auto points = static_cast<double>(first->percent - sighting.percent);
     const double share = milliampereSeconds / 3600 / points / charger.mAhPerPoint;
-    return std::abs(std::log(share)) > precision ? share : 1;
+    if (found && std::abs(std::log(share / *found)) > precision) break;
+    if (!found && std::abs(std::log(share)) <= precision) return 1;
+    found = share;
   }
-  return 1;
+  return found.value_or(1);
 }
 
 std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -194,16 +195,18 @@ void beginWhereAnnounced(const Trace& trace, std::vector<SleepSpan>& sleeps) {
   }
 }
 
-// A Mac that is shut down in a dark wake does not fall asleep any more.
-void endWhereTheDaemonEnded(const Trace& trace, std::vector<SleepSpan>& sleeps) {
-  for (SleepSpan& sleep : sleeps) {
-    if (!sleep.endsDark) continue;
-    const auto ends = [&](const LoggedLine& line) {
-      return line.time > sleep.until && line.time < sleep.until + sleep.darkSeconds && isEnd(line.text);
-    };
-    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), ends);
-    if (line != trace.lines.end()) sleep.darkSeconds = line->time - sleep.until;
+// macOS logs no wake where a Mac that was shut down asleep is started again.
+std::vector<PowerEvent> withStarts(std::vector<PowerEvent> events, const Trace& trace) {
+  const auto isEarlier = [](const PowerEvent& one, const PowerEvent& other) { return one.time < other.time; };
+  for (const Span& outage : outagesOf(trace, std::numeric_limits<double>::infinity())) {
+    const PowerEvent start{outage.until, PowerEventKind::wake};
+    const auto after = std::upper_bound(events.begin(), events.end(), start, isEarlier);
+    if (after == events.begin() || !std::isfinite(start.time)) continue;
+    const PowerEvent& before = *std::prev(after);
+    const bool lasts = before.kind == PowerEventKind::sleep || start.time - before.time > longestDarkWake;
+    if (lasts && before.kind != PowerEventKind::wake) events.insert(after, start);
   }
+  return events;
 }
 
 // macOS keeps its log for some days only.
@@ -215,9 +218,8 @@ bool coverTheDays(const ReportedDays& days) {
 
 std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
   if (!coverTheDays(days)) return fromGaps(days.trace);
-  std::vector<SleepSpan> sleeps = fromPowerEvents(days.powerEvents);
+  std::vector<SleepSpan> sleeps = fromPowerEvents(withStarts(days.powerEvents, days.trace));
   beginWhereAnnounced(days.trace, sleeps);
-  endWhereTheDaemonEnded(days.trace, sleeps);
   std::erase_if(sleeps, [&](const SleepSpan& sleep) {
     return sleep.until <= days.begin() || sleep.from >= days.end();
   });

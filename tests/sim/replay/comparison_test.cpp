@@ -110,6 +110,25 @@ TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 84 % in the replay");
 }
 
+// In between nothing is known but where the charge began and ended.
+TEST(Comparison, datesADepartureInAGapOfTheReportAtItsEnd) {
+  for (const auto& [percent, departs] : {std::pair{60, true}, {78, false}}) {
+    Trace reported;
+    add(reported, 0, 600, ChargeState::allow, 40, 40);
+    add(reported, 7200, 7260, ChargeState::allow, 80, 80);
+    Trace replayed;
+    add(replayed, 0, 600, ChargeState::allow, 40, 40);
+    add(replayed, 3600, 3660, ChargeState::allow, 45, 45);
+    add(replayed, 7200, 7260, ChargeState::allow, percent, percent);
+    const Comparison comparison = compare(reported, replayed);
+    EXPECT_LT(comparison.chargeShare(), 0.9);
+    ASSERT_EQ(comparison.departures.size(), departs ? 1U : 0U) << percent;
+    if (!departs) continue;
+    EXPECT_EQ(comparison.departures[0].time, 7200);
+    EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 60 % in the replay");
+  }
+}
+
 TEST(Comparison, leavesOutTheTimeWithoutADaemon) {
   Trace reported = anHourOfHolding();
   reported.lines = {{600, "Signal 15: charging, adapter and LED restored, exiting."},

@@ -208,6 +208,21 @@ TEST(ReportedSleep, isTakenFromTheLogOfMacOSIfThatCoversTheDays) {
   EXPECT_EQ(sleepsOf(days).size(), 1U) << "it begins too late";
 }
 
+TEST(ReportedSleep, endsWhereTheMacIsStartedAgain) {
+  for (const PowerEventKind last : {PowerEventKind::sleep, PowerEventKind::darkWake}) {
+    ReportedDays days = samplesAt({0, 300, 9000, 20000});
+    days.powerEvents = {{400, PowerEventKind::sleep}, {1000, last}, {12000, PowerEventKind::sleep}};
+    days.powerEvents.push_back({15000, PowerEventKind::wake});
+    days.trace.lines = {{1500, "Signal 15: charging, adapter and LED restored, exiting."},
+                        {9000, "brisko-daemon started (event-driven) — …"}};
+    const auto sleeps = sleepsOf(days);
+    EXPECT_EQ(sleepAt(sleeps, 9500), nullptr);
+    ASSERT_NE(sleepAt(sleeps, 13000), nullptr);
+    EXPECT_EQ(sleepAt(sleeps, 13000)->from, 12000);
+    for (const SleepSpan& sleep : sleeps) EXPECT_LE(sleep.darkSeconds, 45);
+  }
+}
+
 // A wake that was dark would otherwise be full for some seconds, and the sleep after it planned anew.
 TEST(ReportedSleep, showsWhetherScheduledWakesAreFull) {
   ReportedDays days = samplesAt({0, 300, 5000});
@@ -350,14 +365,19 @@ TEST(ReportedPower, keepsTheLoadOfTheAwakeMacOverSleepAndDarkWakes) {
 
 // An adapter that gives less than the Mac needs leaves nothing for the empty battery.
 TEST(ReportedPower, takesAllOfTheAdapterForAMacWhoseEmptyBatteryDoesNotCharge) {
-  ReportedDays days;
-  for (const double time : {0.0, 100.0, 400.0, 700.0})
-    days.trace.sightings.push_back({.time = time, .percent = 0, .plugged = true, .watts = 0});
   const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
-  const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = 30}};
-  EXPECT_THAT(textsOf(loadActions(days, plugs, {}, machine)), ::testing::ElementsAre(R"(0 {"load":28.2})"));
-  for (Sighting& sighting : days.trace.sightings) sighting.percent = 1;
-  EXPECT_TRUE(loadActions(days, plugs, {}, machine).empty()) << "then something else stops it";
+  const auto loads = [&](double wattsBefore, std::int64_t percent) {
+    ReportedDays days;
+    for (const double time : {0.0, 100.0})
+      days.trace.sightings.push_back({.time = time, .percent = 1, .plugged = false, .watts = -wattsBefore});
+    for (const double time : {400.0, 700.0, 1000.0})
+      days.trace.sightings.push_back({.time = time, .percent = percent, .plugged = true, .watts = 0});
+    const std::vector<PlugEvent> plugs = {{.time = 0}, {.time = 300, .plugged = true, .adapterWatts = 30}};
+    return textsOf(loadActions(days, plugs, {}, machine));
+  };
+  EXPECT_THAT(loads(20, 0), ::testing::ElementsAre(R"(0 {"load":20.0})", R"(300 {"load":28.2})"));
+  EXPECT_THAT(loads(6, 0), ::testing::ElementsAre(R"(0 {"load":6.0})")) << "something else stops the charge";
+  EXPECT_THAT(loads(20, 1), ::testing::ElementsAre(R"(0 {"load":20.0})")) << "likewise";
 }
 
 TEST(ReportedPower, takesTheLoadFromWhatTheChargerLacks) {
@@ -473,6 +493,48 @@ TEST(ReportedPower, takesTheLoadFromTheChargeWhereTheHistoryIsSilent) {
   for (std::size_t index = 10; index < days.trace.sightings.size(); ++index)
     days.trace.sightings[index].percent = 71;
   EXPECT_EQ(loadActions(days, plugs, {{.from = 1000, .until = 3990}}, machine).size(), 1U);
+}
+
+TEST(ReportedPower, takesNoLoadFromTheLastPointsOfAFullBatteryWhereTheHistoryIsSilent) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  ReportedDays days;
+  for (const auto& [time, percent] : {std::pair{0.0, 100},
+                                      {1500.0, 100},
+                                      {3000.0, 99},
+                                      {6000.0, 98},
+                                      {6300.0, 97},
+                                      {6600.0, 96},
+                                      {6900.0, 95}})
+    days.trace.sightings.push_back({.time = time, .percent = percent, .plugged = false});
+  EXPECT_THAT(textsOf(loadActions(days, {{.time = 0}}, {}, machine)),
+              ::testing::ElementsAre(R"(0 {"load":6.4})"))
+      << "since the beginning";
+}
+
+// A battery that was replaced, or a gauge that learned.
+TEST(Reconstruct, takesAnotherCapacityAtTheBeginningFromThePowerAndThePercentage) {
+  auto members = test::sampleMembers();
+  const auto capacityWith = [&](int tenthsOfWatts) {
+    std::string& history = members["history/2026-03-01.jsonl"];
+    history.clear();
+    for (int sample = 0; sample <= 24; ++sample) {
+      history += R"({"g":false,"p":)" + std::to_string(80 - sample / 2) + R"(,"s":"allow","t":)" +
+                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":-)" +
+                 std::to_string(tenthsOfWatts) + "}\n";
+    }
+    const auto reading = readReport(test::archiveOf(members));
+    EXPECT_TRUE(reading.days) << reading.error;
+    const Reconstruction reconstruction = reconstruct(*reading.days);
+    const std::string text = scenarioFileText(reconstruction, "mine.battery.json");
+    const bool isInFile = text.find(R"("health")") != text.npos;
+    EXPECT_EQ(isInFile, reconstruction.machine.battery.fullMAh != 6000);
+    EXPECT_EQ(isInFile, !reconstruction.assumptions.empty());
+    return reconstruction.machine.battery.fullMAh;
+  };
+  // A point in 300 s at about 12 V: 6000 mAh × 1 % are 0.7 Wh.
+  EXPECT_EQ(capacityWith(85), 6000);
+  EXPECT_EQ(capacityWith(95), 6000) << "the power is no exact measure";
+  EXPECT_NEAR(capacityWith(40), 2900, 200);
 }
 
 TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <optional>
 #include <set>
 
@@ -266,6 +267,16 @@ std::string lineDifferences(const Comparison& comparison) {
 
 // --- The picture
 
+// As the daemon stamps its lines.
+std::string stampedText(const LoggedLine& line) {
+  const auto seconds = static_cast<std::time_t>(line.time);
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  std::array<char, 32> stamp{};
+  static_cast<void>(std::strftime(stamp.data(), stamp.size(), "%Y-%m-%dT%H:%M:%SZ  ", &parts));
+  return stamp.data() + line.text;
+}
+
 Moment momentAt(double time, Reader& report, Reader& replay) {
   Moment moment;
   moment.time = time;
@@ -335,7 +346,7 @@ Picture comparisonPicture(const Trace& reported, const Trace& replayed, const Co
   for (const Departure& departure : comparison.departures) {
     if (picture.events.size() < mostMarks) picture.events.push_back({departure.time, departure.words});
   }
-  picture.log = reported.lines;
+  for (const LoggedLine& line : reported.lines) picture.log.push_back({line.time, stampedText(line)});
   return picture;
 }
 

@@ -175,14 +175,17 @@ TEST(Comparison, leavesOutWhatARunningDaemonHadLoggedBefore) {
 }
 
 TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
-  Picture picture =
-      comparisonPicture(anHourOfHolding(), anHourOfHolding(), compare(anHourOfHolding(), anHourOfHolding()));
+  Trace reported = anHourOfHolding();
+  reported.lines = {{100, "→ state: hold"}};
+  Picture picture = comparisonPicture(reported, anHourOfHolding(), compare(reported, anHourOfHolding()));
   picture.title = "A report and its replay";
   const std::string page = reportPage(picture);
   for (const char* text : {"class=\"level\"", "class=\"shown\"", ">replayed<", ">reported<", ">Reported<",
                            ">Replayed<", "Charge, replayed"})
     EXPECT_THAT(page, HasSubstr(text));
   EXPECT_THAT(page, ::testing::Not(HasSubstr("Hardware")));
+  ASSERT_EQ(picture.log.size(), 1U);
+  EXPECT_EQ(picture.log[0].text, "1970-01-01T00:01:40Z  → state: hold");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <optional>
 #include <set>
 
@@ -20,11 +21,11 @@ constexpr std::array allStates{ChargeState::allow, ChargeState::hold, ChargeStat
 // What a trace says of a moment; the moments must come in order of time.
 class Reader {
  public:
-  explicit Reader(const Trace& trace) : sightings_(trace.sightings) {}
+  explicit Reader(const Trace& trace) : sightings_(trace.sightings), states_(statesOf(trace)) {}
 
   [[nodiscard]] ChargeState stateAt(double time) {
-    advance(time);
-    return sightings_[index_].state;
+    while (state_ + 1 < states_.size() && states_[state_ + 1].time <= time) ++state_;
+    return states_[state_].state;
   }
 
   // Between two sightings the charge is taken to have moved evenly.
@@ -38,13 +39,24 @@ class Reader {
     return percent + share * (static_cast<double>(after.percent) - percent);
   }
 
+  // The next sighting, if the moment lies in a gap between two, as a sleep leaves one.
+  [[nodiscard]] std::optional<double> gapEnd(double time) {
+    constexpr double longestSilence = 600;
+    advance(time);
+    if (index_ + 1 == sightings_.size()) return std::nullopt;
+    const double next = sightings_[index_ + 1].time;
+    return next - sightings_[index_].time > longestSilence ? std::optional(next) : std::nullopt;
+  }
+
  private:
   void advance(double time) {
     while (index_ + 1 < sightings_.size() && sightings_[index_ + 1].time <= time) ++index_;
   }
 
   const std::vector<Sighting>& sightings_;
+  std::vector<StateChange> states_;
   std::size_t index_ = 0;
+  std::size_t state_ = 0;
 };
 
 // What is compared: from the later beginning to the earlier end, without the outages.
@@ -85,7 +97,7 @@ class Overlap {
 std::vector<double> edgesOf(const Trace& reported, const Trace& replayed, const Overlap& overlap) {
   std::set<double> edges{overlap.from(), overlap.until()};
   for (const Trace* trace : {&reported, &replayed}) {
-    for (const Sighting& sighting : trace->sightings) edges.insert(sighting.time);
+    for (const StateChange& change : statesOf(*trace)) edges.insert(change.time);
   }
   overlap.addEdges(edges);
   std::vector<double> inside;
@@ -138,21 +150,31 @@ void compareStates(const Trace& reported, const Trace& replayed, const Overlap& 
 
 std::string percentText(double percent) { return std::to_string(std::llround(percent)) + " %"; }
 
+bool isFar(const ChargePoint& point) { return std::abs(point.reported - point.replayed) > farApart; }
+
+std::string departureOf(const ChargePoint& point) {
+  return "the charge is " + percentText(point.reported) + " in the report, " + percentText(point.replayed) +
+         " in the replay";
+}
+
 void compareCharge(const Trace& reported, const Trace& replayed, const Overlap& overlap,
                    Comparison& comparison) {
   Reader report(reported);
   Reader replay(replayed);
+  // What lies in a gap of the report shows at its end.
+  Reader reportAhead(reported);
+  Reader replayAhead(replayed);
   bool isApart = false;
   for (double time = overlap.from(); time <= overlap.until(); time += chargePeriod) {
     if (!overlap.contains(time)) continue;
     const ChargePoint point{time, report.percentAt(time), replay.percentAt(time)};
-    const bool apart = std::abs(point.reported - point.replayed) > farApart;
+    const bool apart = isFar(point);
     comparison.charge.push_back(point);
     if (!apart) ++comparison.withinThree;
     if (apart && !isApart) {
-      comparison.departures.push_back({time, "the charge is " + percentText(point.reported) +
-                                                 " in the report, " + percentText(point.replayed) +
-                                                 " in the replay"});
+      const double seen = report.gapEnd(time).value_or(time);
+      const ChargePoint shown{seen, reportAhead.percentAt(seen), replayAhead.percentAt(seen)};
+      if (isFar(shown)) comparison.departures.push_back({seen, departureOf(shown)});
     }
     isApart = apart;
   }
@@ -173,6 +195,17 @@ bool dependsOnMinutes(const std::string& kind) {
                      [&](const char* beginning) { return kind.starts_with(beginning); });
 }
 
+// A daemon that was running before the days of the report has already logged what it logs once.
+bool wasLoggedBefore(const std::string& kind, const Trace& reported, const Overlap& overlap) {
+  const auto isThat = [&](const LoggedLine& line) { return kindOf(line.text) == kind; };
+  if (std::any_of(reported.earlier.begin(), reported.earlier.end(), isThat)) return true;
+  const bool startedMeanwhile =
+      std::any_of(reported.lines.begin(), reported.lines.end(), [&](const LoggedLine& line) {
+        return isStart(line.text) && line.time <= overlap.from() + longestStartUp;
+      });
+  return !startedMeanwhile && kind.starts_with("limit verified");
+}
+
 // A kind of line that only one of the two has departs where it first appears.
 void compareLines(const Trace& reported, const Trace& replayed, const Overlap& overlap,
                   Comparison& comparison) {
@@ -191,6 +224,7 @@ void compareLines(const Trace& reported, const Trace& replayed, const Overlap& o
   for (const auto& [kind, lines] : first) {
     if (dependsOnMinutes(kind) || (lines[0] != nullptr && lines[1] != nullptr)) continue;
     const bool isReported = lines[0] != nullptr;
+    if (!isReported && wasLoggedBefore(kind, reported, overlap)) continue;
     const LoggedLine& line = isReported ? *lines[0] : *lines[1];
     comparison.departures.push_back(
         {line.time,
@@ -232,6 +266,16 @@ std::string lineDifferences(const Comparison& comparison) {
 }
 
 // --- The picture
+
+// As the daemon stamps its lines.
+std::string stampedText(const LoggedLine& line) {
+  const auto seconds = static_cast<std::time_t>(line.time);
+  std::tm parts{};
+  ::gmtime_r(&seconds, &parts);
+  std::array<char, 32> stamp{};
+  static_cast<void>(std::strftime(stamp.data(), stamp.size(), "%Y-%m-%dT%H:%M:%SZ  ", &parts));
+  return stamp.data() + line.text;
+}
 
 Moment momentAt(double time, Reader& report, Reader& replay) {
   Moment moment;
@@ -302,7 +346,7 @@ Picture comparisonPicture(const Trace& reported, const Trace& replayed, const Co
   for (const Departure& departure : comparison.departures) {
     if (picture.events.size() < mostMarks) picture.events.push_back({departure.time, departure.words});
   }
-  picture.log = reported.lines;
+  for (const LoggedLine& line : reported.lines) picture.log.push_back({line.time, stampedText(line)});
   return picture;
 }
 

@@ -98,14 +98,22 @@ Machine machineOf(const ReportedDays& days, const virtual_mac::MachineOptions& o
   return *machine;
 }
 
+// Another battery, or another calibration of its gauge, than at the end of the days.
+void useEarlierCapacity(const ReportedDays& days, Reconstruction& result) {
+  const double share = capacityAtBeginning(days, result.machine);
+  if (share == 1) return;
+  const double capacity = std::round(result.machine.battery.fullMAh * share);
+  virtual_mac::apply(result.machine, {.kind = virtual_mac::ChangeKind::health, .number = capacity});
+  result.scenario.before.push_back(measured("health", virtual_mac::ChangeKind::health, capacity));
+  result.assumptions.push_back("At the beginning the battery held " +
+                               std::to_string(std::llround(share * 100)) +
+                               " % of what it holds at the end, as its power and its percentage show.");
+}
+
 // What a daemon that was running knew: whether the limit was reached, and the limit that it will give back.
 ScenarioJson statsAtBeginning(const ReportedDays& days) {
   ScenarioJson stats = {{"atLimit", days.trace.sightings.front().state != ChargeState::allow}};
-  const auto before = days.stats ? days.stats->find("nativeBefore") : nlohmann::json::const_iterator();
-  if (days.stats && before != days.stats->end() && before->is_number_integer()) {
-    const auto limit = before->get<std::int64_t>();
-    if (limit >= 1 && limit <= 100) stats["nativeBefore"] = limit;
-  }
+  if (const auto limit = nativeLimitAtBeginning(days)) stats["nativeBefore"] = *limit;
   return actionOf("write", {{"path", statsPath}, {"json", stats}});
 }
 
@@ -172,7 +180,8 @@ void addActions(const ReportedDays& days, const Machine& machine, const Settings
   timeline.add(serviceActions(days));
   timeline.add(plugActions(plugs));
   timeline.add(loadActions(days, plugs, reportedSleeps, machine, hours));
-  if (settings.heatMatters || otherSettings) timeline.add(temperatureActions(days, reportedSleeps));
+  if (settings.heatMatters || otherSettings)
+    timeline.add(temperatureActions(days, reportedSleeps, settings.heatLimits));
   timeline.add({chargeAtBeginning(days)});
   timeline.add(settings.edits);
   timeline.add(sleepActions(sleeps));
@@ -199,6 +208,7 @@ Reconstruction reconstruct(const ReportedDays& days, Purpose purpose) {
                         .begin = beginning.time,
                         .assumptions = days.assumptions};
   GeneratedScenario& scenario = result.scenario;
+  useEarlierCapacity(days, result);
   scenario.description = "The days of a report from " + dateText(beginning.time) + " UTC on.";
   scenario.mac = macOf(options);
   scenario.daemon = daemonOf(days);

@@ -121,8 +121,8 @@ void readHistoryOf(const Members& members, const ReportLimits& limits, ReportedD
   days.brokenLines += count.broken;
 }
 
-// Of the log counts what lies between the beginning of the history and its end. What came before shows with
-// which settings it began.
+// Of the log counts what lies between the beginning of the history and its end. What came before shows what
+// the daemon had already found out.
 void readLogsOf(const Members& members, ReportedDays& days) {
   const double from = days.begin() - longestStartUp;
   const double until = days.end() + secondsPerDay;
@@ -133,6 +133,9 @@ void readLogsOf(const Members& members, ReportedDays& days) {
   if (log.lines.empty() && log.sightings.empty())
     days.assumptions.emplace_back("There is no log: the settings are those of the end all the time.");
   const auto isOutside = [&](const auto& item) { return item.time < from || item.time > until; };
+  for (const LoggedLine& line : log.lines) {
+    if (line.time < from) days.trace.earlier.push_back(line);
+  }
   std::erase_if(log.lines, isOutside);
   std::erase_if(log.sightings, isOutside);
   auto& sightings = days.trace.sightings;
@@ -198,11 +201,36 @@ void readKeys(std::string_view line, virtual_mac::MachineOptions& options) {
   if (light == "OK" || light == "off") options.magSafeLight = light == "OK";
 }
 
-void readStartLines(ReportedDays& days) {
-  const auto& lines = days.trace.lines;
-  const auto start =
-      std::find_if(lines.begin(), lines.end(), [](const LoggedLine& line) { return isStart(line.text); });
-  if (start != lines.end()) return readKeys(start->text, days.options);
+// The start of the daemon that ran at the beginning; or else the first one.
+const LoggedLine* startLineOf(const Trace& trace, double begin) {
+  const LoggedLine* found = nullptr;
+  for (const auto* lines : {&trace.earlier, &trace.lines}) {
+    for (const LoggedLine& line : *lines) {
+      if (isStart(line.text) && (found == nullptr || line.time <= begin + longestStartUp)) found = &line;
+    }
+  }
+  return found;
+}
+
+// What status.json has of it at the end: "chargeMode" and "smcKeys". False when it has neither.
+bool readStatusKeys(const Members& members, virtual_mac::MachineOptions& options) {
+  const auto status = objectOf(members, "status.json");
+  if (!status) return false;
+  const auto mode = status->find("chargeMode");
+  const auto keys = status->find("smcKeys");
+  if (mode == status->end() || !mode->is_string() || keys == status->end() || !keys->is_array()) return false;
+  const auto has = [&](const char* key) { return std::find(keys->begin(), keys->end(), key) != keys->end(); };
+  const char* cut = has("CHIE") ? "CHIE" : has("CH0I") ? "CH0I" : has("CH0J") ? "CH0J" : "off";
+  readKeys("charging via " + mode->get<std::string>() + ", discharge " + cut + ", LED " +
+               (has("ACLC") ? "OK" : "off"),
+           options);
+  return true;
+}
+
+void readKeysOfMac(const Members& members, ReportedDays& days) {
+  if (const LoggedLine* start = startLineOf(days.trace, days.begin()))
+    return readKeys(start->text, days.options);
+  if (readStatusKeys(members, days.options)) return;
   days.assumptions.emplace_back(
       "No start of the daemon is in the log: the Mac has the keys of the model with the nearest capacity.");
 }
@@ -252,7 +280,7 @@ ReportedDays readDays(std::string_view bytes, const ReportLimits& limits) {
   readHistoryOf(members, limits, days);
   readLogsOf(members, days);
   readSystem(members, days);
-  readStartLines(days);
+  readKeysOfMac(members, days);
   readBattery(members, limits, days);
   readJob(members, days);
   days.config = objectOf(members, "config.json");

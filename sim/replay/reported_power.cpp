@@ -7,6 +7,8 @@
 #include <map>
 #include <optional>
 
+#include "policy/heat.h"
+
 namespace brisko::lab {
 namespace {
 
@@ -47,35 +49,95 @@ Charger chargerOf(Machine machine) {
   return charger;
 }
 
+// In order of time.
+ChargeState stateAt(const std::vector<StateChange>& states, double time) {
+  const auto after =
+      std::upper_bound(states.begin(), states.end(), time,
+                       [](double moment, const StateChange& change) { return moment < change.time; });
+  return after == states.begin() ? states.front().state : std::prev(after)->state;
+}
+
 // --- The adapter
 
-// Charging from one percentage to another.
-double secondsOfCharge(const Charger& charger, std::int64_t from, std::int64_t until) {
+constexpr std::int64_t taperPercent = 88;  // from there on the charger takes less and less
+constexpr double unlimited = 1000;         // W: more than any charger takes
+
+// Charging from one percentage to another, with at most this power.
+double secondsOfCharge(const Charger& charger, std::int64_t from, std::int64_t until, double mostWatts) {
   constexpr double slowest = 1e-4;
   double seconds = 0;
   for (std::int64_t percent = std::max<std::int64_t>(from, 0); percent < std::min<std::int64_t>(until, 100);
-       ++percent)
-    seconds += 1 / std::max(charger.pointsPerSecond[static_cast<std::size_t>(percent)], slowest);
+       ++percent) {
+    const auto index = static_cast<std::size_t>(percent);
+    const double share = mostWatts / std::max(charger.watts[index], mostWatts);
+    seconds += 1 / std::max(charger.pointsPerSecond[index] * share, slowest);
+  }
   return seconds;
 }
 
-PlugEvent plugBetween(const Sighting& before, const Sighting& after, const std::vector<SleepSpan>& sleeps,
-                      const Charger& charger) {
-  constexpr std::int64_t worthWorkingOut = 2;  // percent
-  PlugEvent event{.time = after.time, .plugged = *after.plugged};
+// Between two sightings, in a span in which nobody saw what happened, if there is one.
+struct UnseenPlug {
+  const Sighting* before = nullptr;
+  const Sighting* after = nullptr;
+  std::optional<Span> sleep = {};
+  std::optional<Span> outage = {};
+  bool chargesAsleep = false;
+};
+
+UnseenPlug plugBetween(const Sighting& before, const Sighting& after, const std::vector<SleepSpan>& sleeps,
+                       const std::vector<Span>& outages, const std::vector<StateChange>& states) {
+  UnseenPlug plug{.before = &before, .after = &after};
+  for (const Span& outage : outages) {
+    const bool liesBetween = outage.until > before.time && outage.from <= after.time &&
+                             outage.until <= after.time + longestStartUp;
+    if (liesBetween) plug.outage = outage;
+  }
   const SleepSpan* sleep = sleepAt(sleeps, after.time - 8);
-  if (sleep == nullptr || before.time > sleep->from + 120) return event;
-  event.time = sleep->until;
-  if (!event.plugged || after.percent - before.percent < worthWorkingOut) return event;
-  const double seconds = secondsOfCharge(charger, before.percent, after.percent);
-  event.time = std::max(after.time - seconds, sleep->from + 10);
-  event.unnoticed = true;
-  return event;
+  if (plug.outage || sleep == nullptr || before.time > sleep->from + 120) return plug;
+  plug.sleep = Span{sleep->from, sleep->until};
+  plug.chargesAsleep = stateAt(states, sleep->from + 1) == ChargeState::allow;
+  return plug;
 }
 
-constexpr double leastLoad = 0.1;          // W
-constexpr double almost = 0.9;             // of what the charger takes
-constexpr std::int64_t taperPercent = 88;  // from there on it takes less and less
+// The latest moment at which an adapter can have come that has brought this charge since.
+double plugTime(const UnseenPlug& plug, double from, const Charger& charger, double mostWatts) {
+  constexpr double untilFull = 3600;  // seconds from the first 100 % on
+  double seconds = secondsOfCharge(charger, plug.before->percent, plug.after->percent, mostWatts);
+  if (plug.after->percent >= 100) seconds += untilFull;
+  return std::max(plug.after->time - seconds, from + 10);
+}
+
+// With the adapter the charge would have risen for the whole sleep; none when it did.
+std::optional<double> unplugTime(const UnseenPlug& plug, const Charger& charger, double mostWatts) {
+  const std::int64_t reached = plug.after->percent;
+  if (!plug.chargesAsleep || reached >= taperPercent) return std::nullopt;
+  const auto after = [&](std::int64_t percent) {
+    return plug.sleep->from + secondsOfCharge(charger, plug.before->percent, percent, mostWatts);
+  };
+  if (after(reached + 2) >= plug.sleep->until) return std::nullopt;
+  return (after(reached) + after(reached + 1)) / 2;
+}
+
+void setTime(PlugEvent& event, const UnseenPlug& plug, const Charger& charger, double mostWatts) {
+  constexpr std::int64_t worthWorkingOut = 2;  // percent
+  const bool charged = plug.after->percent - plug.before->percent >= worthWorkingOut;
+  event.time = plug.sleep ? plug.sleep->until : plug.after->time;
+  event.unnoticed = false;
+  if (event.plugged && charged && plug.outage)
+    event.time = plugTime(plug, plug.outage->from, charger, mostWatts);
+  if (!plug.sleep) return;
+  if (event.plugged && charged) {
+    event.time = plugTime(plug, plug.sleep->from, charger, mostWatts);
+    event.unnoticed = true;
+  } else if (!event.plugged) {
+    const auto time = unplugTime(plug, charger, mostWatts);
+    event.unnoticed = time.has_value();
+    event.time = time.value_or(event.time);
+  }
+}
+
+constexpr double leastLoad = 0.1;  // W
+constexpr double almost = 0.9;     // of what the charger takes
 
 double chargerWatts(const Charger& charger, std::int64_t percent) {
   return charger.watts[static_cast<std::size_t>(std::clamp<std::int64_t>(percent, 0, 100))];
@@ -92,19 +154,23 @@ bool isFromSleep(double time, double publication, const std::vector<SleepSpan>& 
 // The first moments after a change, in which the current still moves.
 constexpr double settling = 5;  // seconds
 
+constexpr double sleepWatts = 0.1;
+
 // A Mac that sleeps takes next to nothing, so what reaches its battery is what the adapter gives. None where
 // it did not charge asleep.
 std::optional<double> adapterFromSleep(const Trace& trace, double publication, double from, double until,
                                        const std::vector<SleepSpan>& sleeps, const Charger& charger,
                                        double usualWatts) {
-  constexpr double sleepWatts = 0.1;
+  const std::vector<StateChange> states = statesOf(trace);
   double asleep = 0;
   double most = 0;
   for (const Sighting& sighting : trace.sightings) {
     if (sighting.time < from || sighting.time >= until || sighting.plugged != true) continue;
     const double watts = sighting.watts.value_or(0);
     most = std::max(most, watts);
-    const bool charges = sighting.state == ChargeState::allow && sighting.percent < taperPercent;
+    // The charge may have been stopped in the moment of the wake.
+    const bool charges = stateAt(states, publishedBy(sighting.time, publication)) == ChargeState::allow &&
+                         sighting.percent < taperPercent;
     if (charges && isFromSleep(sighting.time, publication, sleeps)) {
       // A stronger one gives the charger all that it takes.
       if (watts >= almost * chargerWatts(charger, sighting.percent)) return usualWatts;
@@ -157,8 +223,9 @@ struct Context {
   ChargeState state;
 };
 
-std::vector<double> contextChanges(const ReportedDays& days, const std::vector<PlugEvent>& plugs,
-                                   const std::vector<SleepSpan>& sleeps) {
+// Those at which somebody may have begun to use the Mac otherwise.
+std::vector<double> changesOfUse(const ReportedDays& days, const std::vector<PlugEvent>& plugs,
+                                 const std::vector<SleepSpan>& sleeps) {
   std::vector<double> changes{days.begin()};
   for (const PlugEvent& plug : plugs) changes.push_back(plug.time);
   for (const SleepSpan& sleep : sleeps) {
@@ -168,19 +235,32 @@ std::vector<double> contextChanges(const ReportedDays& days, const std::vector<P
   for (const LoggedLine& line : days.trace.lines) {
     if (isStart(line.text)) changes.push_back(line.time);
   }
-  const Sighting* before = nullptr;
-  for (const Sighting& sighting : days.trace.sightings) {
-    if (before != nullptr && before->state != sighting.state) changes.push_back(sighting.time);
-    before = &sighting;
+  std::sort(changes.begin(), changes.end());
+  return changes;
+}
+
+// And those at which the daemon changed what the battery does.
+std::vector<double> contextChanges(const ReportedDays& days, std::vector<double> changes) {
+  ChargeState state = days.trace.sightings.front().state;
+  for (const StateChange& change : statesOf(days.trace)) {
+    if (change.state != state) changes.push_back(change.time);
+    state = change.state;
   }
   std::sort(changes.begin(), changes.end());
   return changes;
 }
 
+enum class Bound : std::uint8_t {
+  exact,
+  atMost,
+  atLeast,
+  exhausted,  // at least all that the adapter gives, or something else stops the charge
+};
+
 struct LoadReading {
   double time;
   double watts;
-  bool atMost;                      // the load is not higher, that is all
+  Bound bound;
   std::size_t stretch;              // between two changes
   std::optional<double> from = {};  // since when, if that is known
 };
@@ -192,27 +272,39 @@ bool adapterSuffices(const Sighting& sighting) {
          std::abs(*sighting.watts) < noPower;
 }
 
+// An adapter that gives the Mac all it has: an empty battery adds nothing, and charges at once when something
+// is left for it.
+bool adapterIsExhausted(const Sighting& sighting) {
+  return adapterSuffices(sighting) && sighting.state == ChargeState::allow && sighting.percent == 0;
+}
+
 // The load that the power of the battery shows; none where it shows nothing.
-std::optional<double> loadIn(const Sighting& sighting, const Charger& charger, double adapterWatts) {
+std::optional<double> loadIn(const Sighting& sighting, double available) {
   constexpr double noPower = 0.3;
+  constexpr double clearlyCharging = 5;
   const double watts = *sighting.watts;
-  const double available = adapterWatts * virtual_mac::adapterShare;
   if (sighting.state == ChargeState::discharge || sighting.plugged == false)
     return watts < -0.05 ? std::optional(-watts) : std::nullopt;
   if (watts < -noPower) return available - watts;
-  const bool charges = sighting.state == ChargeState::allow && watts > noPower;
+  // It may charge in a hold too, when the stop has no effect.
+  const bool charges = watts > (sighting.state == ChargeState::allow ? noPower : clearlyCharging);
   if (!charges || sighting.percent >= taperPercent) return std::nullopt;
-  if (watts >= almost * chargerWatts(charger, sighting.percent)) return std::min(available / 10, 3.0);
   return std::max(available - watts, leastLoad);
 }
 
+// Of what the charger takes, which falls within each percent. How the percentage moves shows it less well.
+constexpr double everythingMeasured = 0.98;
+constexpr double everythingEstimated = 0.85;
+
 std::optional<LoadReading> loadReading(const Sighting& sighting, std::size_t stretch, const Charger& charger,
-                                       double adapterWatts) {
-  if (adapterSuffices(sighting))
-    return LoadReading{sighting.time, adapterWatts * virtual_mac::adapterShare, true, stretch};
-  const auto load = loadIn(sighting, charger, adapterWatts);
+                                       double adapterWatts, double everything) {
+  const double available = adapterWatts * virtual_mac::adapterShare;
+  if (adapterIsExhausted(sighting)) return LoadReading{sighting.time, available, Bound::exhausted, stretch};
+  if (adapterSuffices(sighting)) return LoadReading{sighting.time, available, Bound::atMost, stretch};
+  const auto load = loadIn(sighting, available);
   if (!load) return std::nullopt;
-  return LoadReading{sighting.time, *load, false, stretch};
+  const bool takesAll = *sighting.watts >= everything * chargerWatts(charger, sighting.percent);
+  return LoadReading{sighting.time, *load, takesAll ? Bound::atMost : Bound::exact, stretch};
 }
 
 double adapterAt(const std::vector<PlugEvent>& plugs, double time) {
@@ -245,47 +337,92 @@ double medianOf(std::vector<double> values) {
   return *middle;
 }
 
+// In a dark wake the Mac takes only a part of its load.
+bool isInDarkWake(const std::vector<SleepSpan>& sleeps, double time) {
+  const auto after =
+      std::upper_bound(sleeps.begin(), sleeps.end(), time,
+                       [](double moment, const SleepSpan& sleep) { return moment < sleep.from; });
+  if (after == sleeps.begin()) return false;
+  const SleepSpan& before = *std::prev(after);
+  return before.endsDark && time >= before.until && time <= before.until + before.darkSeconds;
+}
+
 // The power of a sample is that of the moment at which the gauge last published, and so are the adapter and
-// the state that go with it.
+// the state that go with it. A sleeping Mac does not show the load that it has when it is awake.
 std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vector<double>& changes,
                                       const Charger& charger, const std::vector<PlugEvent>& plugs,
+                                      const std::vector<SleepSpan>& sleeps,
                                       const std::optional<LoadByHour>& hours) {
   const double publication = publicationSecond(days.trace);
   const auto& sightings = days.trace.sightings;
+  const std::vector<StateChange> states = statesOf(days.trace);
   std::vector<LoadReading> readings;
   for (auto sighting = sightings.begin(); sighting != sightings.end(); ++sighting) {
     if (!sighting->watts) continue;
     const double published = publishedBy(sighting->time, publication);
     const auto next = std::upper_bound(changes.begin(), changes.end(), published);
     if (next == changes.begin() || published - *std::prev(next) < settling) continue;
+    if (sleepAt(sleeps, published) != nullptr) continue;
     auto then = sighting;
     while (then != sightings.begin() && then->time > published) --then;
     Sighting moment = *then;
     moment.time = published;
     moment.watts = sighting->watts;
+    moment.state = stateAt(states, published);
     const auto stretch = static_cast<std::size_t>(next - changes.begin());
     const double adapterWatts = adapterAt(plugs, published);
     if (hours && !showsLoad(moment, charger)) {
       const double spare = adapterWatts * virtual_mac::adapterShare - std::max(*moment.watts, 0.0);
       const double usual = hours->at(hourOf(published));
-      readings.push_back({published, std::max(std::min(usual, spare), leastLoad), false, stretch});
-    } else if (const auto reading = loadReading(moment, stretch, charger, adapterWatts)) {
+      readings.push_back({published, std::max(std::min(usual, spare), leastLoad), Bound::exact, stretch});
+    } else if (auto reading = loadReading(moment, stretch, charger, adapterWatts, everythingMeasured)) {
+      if (reading->bound == Bound::exact && isInDarkWake(sleeps, published)) reading->bound = Bound::atLeast;
       readings.push_back(*reading);
     }
   }
   return readings;
 }
 
+// The load that the reading leaves, in watts.
+double loadAfter(double before, const LoadReading& reading) {
+  constexpr double littleWork = 3;
+  const bool fits =
+      (reading.bound == Bound::atMost && before <= reading.watts) ||
+      (reading.bound != Bound::exact && reading.bound != Bound::atMost && before >= reading.watts);
+  if (fits) return before;
+  // A Mac that took far less than the adapter gives has some other reason not to charge.
+  if (reading.bound == Bound::exhausted && before < reading.watts / 2) return before;
+  return reading.bound == Bound::atMost ? std::min(reading.watts / 10, littleWork) : reading.watts;
+}
+
+// From when on the load is what the reading shows.
+double beginningOf(const LoadReading& reading, const LoadReading* before, const std::vector<double>& changes,
+                   const std::vector<double>& uses) {
+  const bool continues = before != nullptr && before->stretch == reading.stretch;
+  const double stretchBegin = changes[reading.stretch - 1];
+  const double from = reading.from.value_or(continues ? (before->time + reading.time) / 2 : stretchBegin);
+  if (from != stretchBegin) return from;
+  // Of what the daemon does the load does not depend.
+  const double useBegin = *std::prev(std::upper_bound(uses.begin(), uses.end(), stretchBegin));
+  return before == nullptr || before->time < useBegin ? useBegin : from;
+}
+
 // --- The load without a history
 
-constexpr double nearHistory = 400;  // seconds; the history has a line every 300 s
+constexpr std::int64_t almostFull = 99;  // percent
+constexpr double nearHistory = 400;      // seconds; the history has a line every 300 s
 
 // Summaries without a history show no power, but every change of the percentage: those of one stretch, far
 // from all that the history has.
 struct SilentRun {
   std::size_t stretch;
+  double begin;
   std::vector<Sighting> sightings;
 };
+
+bool isFed(const Sighting& sighting) {
+  return sighting.plugged == true && sighting.state != ChargeState::discharge;
+}
 
 std::vector<SilentRun> silentRuns(const ReportedDays& days, const std::vector<double>& changes) {
   const auto& sightings = days.trace.sightings;
@@ -300,9 +437,11 @@ std::vector<SilentRun> silentRuns(const ReportedDays& days, const std::vector<do
     const auto next = std::upper_bound(changes.begin(), changes.end(), sighting.time);
     const auto stretch = static_cast<std::size_t>(next - changes.begin());
     if (stretch == 0) continue;
-    if (runs.empty() || runs.back().stretch != stretch) runs.push_back({stretch, {}});
-    runs.back().sightings.push_back(sighting);
+    if (runs.empty() || runs.back().stretch != stretch) runs.push_back({stretch, sighting.time, {}});
+    // A full battery shows its last points for longer than the others.
+    if (sighting.percent < almostFull || isFed(sighting)) runs.back().sightings.push_back(sighting);
   }
+  std::erase_if(runs, [](const SilentRun& run) { return run.sightings.empty(); });
   return runs;
 }
 
@@ -329,7 +468,7 @@ void addReadings(const SilentRun& run, double begin, const Charger& charger, dou
     constexpr double shortest = 120;
     if (isShort ? until.time - from.time < shortest : !showsPower(from, until)) return false;
     until.watts = wattsBetween(from, until, charger);
-    if (auto reading = loadReading(until, run.stretch, charger, adapterWatts)) {
+    if (auto reading = loadReading(until, run.stretch, charger, adapterWatts, everythingEstimated)) {
       reading->from = since;
       readings.push_back(*reading);
     }
@@ -357,7 +496,7 @@ std::vector<LoadReading> silentReadings(const ReportedDays& days, const std::vec
                                         const Charger& charger, const std::vector<PlugEvent>& plugs) {
   std::vector<LoadReading> readings;
   for (const SilentRun& run : silentRuns(days, changes)) {
-    const double first = run.sightings.front().time;
+    const double first = run.begin;
     const double change = changes[run.stretch - 1];
     addReadings(run, first - change > nearHistory ? first : change, charger, adapterAt(plugs, first),
                 readings);
@@ -367,7 +506,29 @@ std::vector<LoadReading> silentReadings(const ReportedDays& days, const std::vec
 
 // --- The temperature
 
-constexpr double warmthOfWork = 5;  // °C that a working Mac adds to its surroundings
+constexpr double longestPause = 700;  // seconds between two sightings of an awake Mac
+constexpr double warmthOfWork = 5;    // °C that a working Mac adds to its surroundings
+
+// Whether a pause for heat may begin or end at this temperature.
+bool isNearALimit(double temperature, const std::vector<std::int64_t>& heatLimits) {
+  constexpr double nearby = 1;
+  return std::any_of(heatLimits.begin(), heatLimits.end(), [temperature](std::int64_t limit) {
+    const double above = temperature - static_cast<double>(limit);
+    return above > -heatRecovery - nearby && above < nearby;
+  });
+}
+
+// The tenth of a degree that the daemon saw on this side of a limit: it may have been rounded to the limit.
+double seenTemperature(const Sighting& sighting, const std::vector<std::int64_t>& heatLimits) {
+  constexpr double tenth = 0.1;
+  const double temperature = *sighting.temperatureC;
+  for (const std::int64_t limit : heatLimits) {
+    const double above = temperature - static_cast<double>(limit);
+    if (!sighting.hot && std::abs(above) < tenth / 2) return temperature - tenth;
+    if (sighting.hot && std::abs(above + heatRecovery) < tenth / 2) return temperature + tenth;
+  }
+  return temperature;
+}
 
 bool isFirstAfter(const SleepSpan& sleep, const Sighting& sighting) {
   constexpr double longestLead = 10;  // seconds from the wake to what the daemon writes first
@@ -408,17 +569,58 @@ LoadByHour loadByHour(const Trace& trace, const Machine& machine) {
   return hours;
 }
 
+double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
+  constexpr double longestGap = 330;   // seconds; the history has a line every 300 s
+  constexpr std::int64_t enough = 10;  // points
+  constexpr double precision = 0.2;    // of what power and percentage show together
+  const Charger charger = chargerOf(machine);
+  const Sighting* first = nullptr;   // of a run on the battery, from a change of the percentage on
+  const Sighting* before = nullptr;  // of the same run
+  double milliampereSeconds = 0;
+  std::optional<double> found;
+  for (const Sighting& sighting : days.trace.sightings) {
+    if (!sighting.watts || !sighting.inHistory) continue;
+    const bool drains = sighting.plugged == false && *sighting.watts < -leastLoad && sighting.percent > 0 &&
+                        sighting.percent < almostFull;
+    const bool continues = drains && before != nullptr && sighting.time - before->time <= longestGap;
+    const bool changes = continues && sighting.percent != before->percent;
+    if (!continues) first = nullptr;
+    if (continues && first != nullptr) {
+      const double rest = charger.restVolts[static_cast<std::size_t>(sighting.percent)];
+      const double volts = rest + machine.battery.resistanceOhm * *sighting.watts / rest;
+      milliampereSeconds -= *sighting.watts / volts * 1000 * (sighting.time - before->time);
+    }
+    if (changes && first == nullptr) {
+      first = &sighting;
+      milliampereSeconds = 0;
+    }
+    before = drains ? &sighting : nullptr;
+    if (!changes || first->percent - sighting.percent < enough) continue;
+    // The longer a run, the better its share; a later one only if it shows the same capacity.
+    const auto points = static_cast<double>(first->percent - sighting.percent);
+    const double share = milliampereSeconds / 3600 / points / charger.mAhPerPoint;
+    if (found && std::abs(std::log(share / *found)) > precision) break;
+    if (!found && std::abs(std::log(share)) <= precision) return 1;
+    found = share;
+  }
+  return found.value_or(1);
+}
+
 std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,
                                     const Machine& machine) {
   const Charger charger = chargerOf(machine);
+  const std::vector<Span> outages = outagesOf(days.trace, days.end());
+  const std::vector<StateChange> states = statesOf(days.trace);
   std::vector<PlugEvent> events;
+  std::vector<UnseenPlug> unseen;
   const Sighting* before = nullptr;
   for (const Sighting& sighting : days.trace.sightings) {
     if (!sighting.plugged) continue;
-    if (before == nullptr) {
+    if (before == nullptr || *before->plugged != *sighting.plugged) {
+      unseen.push_back(before == nullptr ? UnseenPlug{}
+                                         : plugBetween(*before, sighting, sleeps, outages, states));
       events.push_back({.time = days.begin(), .plugged = *sighting.plugged});
-    } else if (*before->plugged != *sighting.plugged) {
-      events.push_back(plugBetween(*before, sighting, sleeps, charger));
+      if (before != nullptr) setTime(events.back(), unseen.back(), charger, unlimited);
     }
     before = &sighting;
   }
@@ -428,6 +630,11 @@ std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<
     events[index].adapterWatts =
         adapterIn(days.trace, publication, events[index].time, until, sleeps, charger, machine.adapter.watts);
   }
+  // A weak adapter brings the charge more slowly.
+  for (std::size_t index = 1; index < events.size(); ++index) {
+    const double adapterWatts = events[events[index].plugged ? index : index - 1].adapterWatts;
+    setTime(events[index], unseen[index], charger, adapterWatts * virtual_mac::adapterShare - sleepWatts);
+  }
   return events;
 }
 
@@ -435,23 +642,20 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
                                      const std::vector<SleepSpan>& sleeps, const Machine& machine,
                                      const std::optional<LoadByHour>& hours) {
   constexpr double worthAChange = 0.1;  // W: the history's precision
-  const std::vector<double> changes = contextChanges(days, plugs, sleeps);
+  const std::vector<double> uses = changesOfUse(days, plugs, sleeps);
+  const std::vector<double> changes = contextChanges(days, uses);
   const Charger charger = chargerOf(machine);
-  auto readings = loadReadings(days, changes, charger, plugs, hours);
+  auto readings = loadReadings(days, changes, charger, plugs, sleeps, hours);
   for (const LoadReading& reading : silentReadings(days, changes, charger, plugs))
     readings.push_back(reading);
   std::stable_sort(readings.begin(), readings.end(),
                    [](const LoadReading& one, const LoadReading& other) { return one.time < other.time; });
   std::vector<DatedAction> actions;
-  double now = -1;
+  double now = machine.surroundings.loadWatts;
   const LoadReading* before = nullptr;
   for (const LoadReading& reading : readings) {
-    const bool isKnown = !reading.atMost || now > reading.watts;
-    const double watts = !isKnown ? now : reading.atMost ? std::min(reading.watts / 10, 3.0) : reading.watts;
-    const bool continues = before != nullptr && before->stretch == reading.stretch;
-    const double from = reading.from ? *reading.from
-                        : continues  ? (before->time + reading.time) / 2
-                                     : changes[reading.stretch - 1];
+    const double watts = loadAfter(now, reading);
+    const double from = beginningOf(reading, before, changes, uses);
     if (std::abs(watts - now) >= worthAChange) {
       actions.push_back({from, measured("load", ChangeKind::load, watts)});
       now = watts;
@@ -461,35 +665,43 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
   return actions;
 }
 
-std::vector<DatedAction> temperatureActions(const ReportedDays& days, const std::vector<SleepSpan>& sleeps) {
+std::vector<DatedAction> temperatureActions(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,
+                                            const std::vector<std::int64_t>& heatLimits) {
   constexpr double worthAChange = 0.2;  // °C
   constexpr double worthMoving = 1;     // °C, of the surroundings
   constexpr double longestDrift = 120;  // seconds
+  constexpr double drift = 24;          // seconds, near a limit
   std::vector<DatedAction> actions;
   double surroundings = -1000;
   const Sighting* before = nullptr;
   double set = -1000;
+  double setAt = 0;
   auto sleep = sleeps.begin();
+  const auto put = [&](double time, double temperature) {
+    actions.push_back({time, measured("temperature", ChangeKind::temperature, temperature)});
+    set = temperature;
+    setAt = time;
+  };
   for (const Sighting& sighting : days.trace.sightings) {
     if (!sighting.temperatureC) continue;
-    const double temperature = *sighting.temperatureC;
+    const double temperature = seenTemperature(sighting, heatLimits);
+    const bool isNear = isNearALimit(temperature, heatLimits);
     // The sleeping battery has cooled down in its own way. What the daemon sees first when it wakes is what
     // it saw next; where it wrote nothing, it saw nothing new.
-    for (; sleep != sleeps.end() && sleep->until <= sighting.time; ++sleep) {
-      const double seen =
-          isFirstAfter(*sleep, sighting) || before == nullptr ? temperature : *before->temperatureC;
-      actions.push_back({sleep->until, measured("temperature", ChangeKind::temperature, seen)});
-      set = seen;
+    for (; sleep != sleeps.end() && sleep->until <= sighting.time; ++sleep)
+      put(sleep->until, isFirstAfter(*sleep, sighting) || before == nullptr ? temperature : set);
+    // Until the next sighting it stays what it was.
+    if (isNear && before != nullptr && sighting.time - setAt < longestPause) {
+      while (sighting.time - setAt > drift) put(setAt + drift, set);
     }
     const bool turns = before != nullptr && before->hot != sighting.hot;
     const bool drifts = before != nullptr && sighting.time - before->time > longestDrift;
-    if (!turns && !drifts && std::abs(temperature - set) < worthAChange) continue;
+    if (!turns && !drifts && !isNear && std::abs(temperature - set) < worthAChange) continue;
     if (std::abs(temperature - warmthOfWork - surroundings) >= worthMoving) {
       surroundings = temperature - warmthOfWork;
       actions.push_back({sighting.time, measured("ambient", ChangeKind::ambient, surroundings)});
     }
-    actions.push_back({sighting.time, measured("temperature", ChangeKind::temperature, temperature)});
-    set = temperature;
+    put(sighting.time, temperature);
     before = &sighting;
   }
   return actions;

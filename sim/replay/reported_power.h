@@ -20,12 +20,16 @@ struct PlugEvent {
   bool unnoticed = false;   // while the Mac slept, and that did not wake it
   double adapterWatts = 0;  // of the adapter that came
 };
+// How much the battery held at the beginning, compared with what the machine's holds: from the power that
+// left it, and from how its percentage fell meanwhile. 1 unless that clearly differs.
+[[nodiscard]] double capacityAtBeginning(const ReportedDays& days, const virtual_mac::Machine& machine);
+
 // The second of a minute in which the gauge publishes.
 [[nodiscard]] double publicationSecond(const Trace& trace);
 
 // In order of time; the first is the state at the beginning. When an adapter came while the Mac slept is
-// worked out from the charge that it brought to this battery; that it was weaker than the Mac's own, from the
-// power with which it charged a sleeping Mac.
+// worked out from the charge that it brought to this battery, and likewise while no daemon ran; that it was
+// weaker than the Mac's own, from the power with which it charged a sleeping Mac.
 [[nodiscard]] std::vector<PlugEvent> plugEventsOf(const ReportedDays& days,
                                                   const std::vector<SleepSpan>& sleeps,
                                                   const virtual_mac::Machine& machine);
@@ -46,8 +50,10 @@ using LoadByHour = std::array<double, 24>;
                                                    const virtual_mac::Machine& machine,
                                                    const std::optional<LoadByHour>& hours = std::nullopt);
 
-// The battery's temperature, also at the end of each sleep, and surroundings that keep it there.
+// The battery's temperature, also at the end of each sleep, and surroundings that keep it there; exactly
+// where it is near one of the limits for heat, in °C.
 [[nodiscard]] std::vector<DatedAction> temperatureActions(const ReportedDays& days,
-                                                          const std::vector<SleepSpan>& sleeps);
+                                                          const std::vector<SleepSpan>& sleeps,
+                                                          const std::vector<std::int64_t>& heatLimits = {});
 
 }  // namespace brisko::lab

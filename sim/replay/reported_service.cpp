@@ -36,6 +36,27 @@ std::optional<std::int64_t> limitIn(const std::string& text) {
   return number == 0 ? 100 : number;
 }
 
+constexpr std::string_view limitBefore = "native limit before Brisko: ";
+constexpr std::string_view limitKept = "macOS limit changed in System Settings while Brisko's is off: ";
+constexpr std::string_view limitHandedBack = "macOS limit handed back: ";
+
+// The limit of macOS that the daemon keeps, if the line shows it.
+std::optional<std::int64_t> keptLimitIn(const std::string& line) {
+  for (const std::string_view beginning : {limitBefore, limitKept, limitHandedBack}) {
+    if (const auto rest = restOf(line, beginning)) return limitIn(*rest);
+  }
+  return std::nullopt;
+}
+
+// What stats.json has at the end.
+std::optional<std::int64_t> nativeLimitAtEnd(const ReportedDays& days) {
+  if (!days.stats) return std::nullopt;
+  const auto before = days.stats->find("nativeBefore");
+  if (before == days.stats->end() || !before->is_number_integer()) return std::nullopt;
+  const auto limit = before->get<std::int64_t>();
+  return limit >= 1 && limit <= 100 ? std::optional(limit) : std::nullopt;
+}
+
 class ServiceReader {
  public:
   explicit ServiceReader(const ReportedDays& days) : days_(days) {}
@@ -139,12 +160,11 @@ class ServiceReader {
       if (const auto limit = limitIn(text))
         note(line.time - lead, measured("limit", ChangeKind::limit, static_cast<double>(*limit)));
     };
-    if (const auto before = restOf(line.text, "native limit before Brisko: ")) {
+    if (const auto before = restOf(line.text, limitBefore)) {
       if (limitIn(*before) != 100) set(*before, line.time - days_.begin() + 1);
     } else if (const auto seen = restOf(line.text, "macOS limit changed outside Brisko (bfG0 reads ")) {
       set(*seen, sliderLead);
-    } else if (const auto kept =
-                   restOf(line.text, "macOS limit changed in System Settings while Brisko's is off: ")) {
+    } else if (const auto kept = restOf(line.text, limitKept)) {
       set(*kept, sliderLead);
     } else if (const auto until = restOf(line.text, "macOS charges to full until ")) {
       const auto date = parseDate(until->substr(0, 19));
@@ -167,5 +187,18 @@ class ServiceReader {
 }  // namespace
 
 std::vector<DatedAction> serviceActions(const ReportedDays& days) { return ServiceReader(days).read(); }
+
+std::optional<std::int64_t> nativeLimitAtBeginning(const ReportedDays& days) {
+  for (const LoggedLine& line : days.trace.lines) {
+    if (!keptLimitIn(line.text)) continue;
+    // What it hands back it had before; what it has read since is new.
+    if (line.text.starts_with(limitHandedBack)) return keptLimitIn(line.text);
+    break;
+  }
+  for (auto line = days.trace.earlier.rbegin(); line != days.trace.earlier.rend(); ++line) {
+    if (const auto limit = keptLimitIn(line->text)) return limit;
+  }
+  return nativeLimitAtEnd(days);
+}
 
 }  // namespace brisko::lab

@@ -111,6 +111,7 @@ class SettingsReader {
     startFirst();
     followSummaries();
     followCalibrations();
+    followUnpluggedTopUps();
     followClearedRequests();
     if (!hasLowerOption(days_)) followBands();
     followHeat();
@@ -228,6 +229,19 @@ class SettingsReader {
     return end == nullptr ? 0 : numberAfter(end->text, "Top Up dropped after ").value_or(0);
   }
 
+  // Without an adapter a Top Up ends in the tick that finds it, before a summary shows it.
+  void followUnpluggedTopUps() {
+    for (const LoggedLine& line : days_.trace.lines) {
+      if (line.text != "Top Up finished (unplugged)") continue;
+      const auto& sightings = days_.trace.sightings;
+      const auto before = std::find_if(sightings.rbegin(), sightings.rend(), [&](const Sighting& sighting) {
+        return sighting.settings && sighting.time < line.time;
+      });
+      const bool ran = before != sightings.rend() && before->settings->topUp;
+      if (!ran) edit(line.time, {{"topUp", true}});
+    }
+  }
+
   // --- Calibrations
 
   void followCalibrations() {
@@ -254,6 +268,9 @@ class SettingsReader {
     const LoggedLine* soak = lineBetween(days_.trace, "calibration → soak", time, days_.end());
     if (soak == nullptr) return last_.calSoakMinutes;
     const LoggedLine* restore = lineBetween(days_.trace, "calibration → restore", soak->time, days_.end());
+    const LoggedLine* cancel = lineBetween(days_.trace, "calibration cancelled", soak->time, days_.end());
+    if (cancel != nullptr && (restore == nullptr || cancel->time < restore->time))
+      return std::max(last_.calSoakMinutes, static_cast<std::int64_t>((cancel->time - soak->time) / 60) + 1);
     if (restore == nullptr) return last_.calSoakMinutes;
     const auto minutes = static_cast<std::int64_t>((restore->time - soak->time) / 60);
     return minutes < last_.calSoakMinutes ? minutes : last_.calSoakMinutes;
@@ -303,22 +320,30 @@ class SettingsReader {
 
   // Whether charging would be paused by what is known of the settings, and whether it was.
   void followHeat() {
+    constexpr double rounding = 0.05;
     bool wanted = last_.thermal;
     std::int64_t limit = last_.thermalLimit;
     bool hot = false;
     double beforeTime = days_.begin();
     bool isFirst = true;
     result_.heatMatters = wanted;
+    result_.heatLimits = {limit};
     for (const Sighting& sighting : days_.trace.sightings) {
       if (!sighting.temperatureC || sighting.plugged != true) continue;
       const double temperature = *sighting.temperatureC;
-      const bool expected = pausedForHeat(
-          {.wanted = wanted, .plugged = true, .temp = temperature, .limit = limit, .paused = hot});
+      const auto expects = [&](double exactly) {
+        return pausedForHeat(
+            {.wanted = wanted, .plugged = true, .temp = exactly, .limit = limit, .paused = hot});
+      };
+      // The log and the history have it in tenths.
+      const bool fits =
+          expects(temperature - rounding) == sighting.hot || expects(temperature + rounding) == sighting.hot;
       hot = sighting.hot;
-      if (expected != hot) {
+      if (!fits) {
         wanted = hot;
         if (hot) limit = static_cast<std::int64_t>(std::floor(temperature));
         result_.heatMatters = true;
+        result_.heatLimits.push_back(limit);
         ScenarioJson changes{{"thermal", wanted}, {"thermalLimit", limit}};
         if (isFirst) {
           for (const auto& [key, value] : changes.items()) setFirst(key.c_str(), value);

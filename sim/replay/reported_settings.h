@@ -15,7 +15,8 @@ namespace brisko::lab {
 struct SettingsOverTime {
   std::optional<ScenarioJson> first = {};  // config.json at the beginning; none: no such file
   std::vector<DatedAction> edits = {};
-  bool heatMatters = false;  // charging may pause for heat at some moment
+  bool heatMatters = false;                   // charging may pause for heat at some moment
+  std::vector<std::int64_t> heatLimits = {};  // °C, from which it did
 };
 
 [[nodiscard]] SettingsOverTime settingsOf(const ReportedDays& days);

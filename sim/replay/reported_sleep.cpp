@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -178,19 +179,34 @@ std::vector<double> scheduledWakes(const Trace& trace) {
   return wakes;
 }
 
-// macOS logs a sleep when it has begun; the daemon was told before, and may have had to wait for others.
+// macOS logs a sleep when it has begun. The daemon was told before: macOS may have had to wait for others,
+// and on the adapter it stays awake for two minutes after a wake.
 void beginWhereAnnounced(const Trace& trace, std::vector<SleepSpan>& sleeps) {
-  constexpr double longestDelay = 45;  // macOS waits for 30 s
+  constexpr double longestDelay = 130;
   double awakeSince = 0;
   for (SleepSpan& sleep : sleeps) {
-    const auto announces = [&](const LoggedLine& line) {
-      return line.time > awakeSince && line.time > sleep.from - longestDelay && line.time < sleep.from &&
-             announcesSleep(line);
-    };
-    const auto line = std::find_if(trace.lines.begin(), trace.lines.end(), announces);
-    if (line != trace.lines.end() && sleep.from < sleep.until) sleep.from = line->time;
+    const double earliest = std::max(awakeSince, sleep.from - longestDelay);
+    std::optional<double> announced;
+    for (const LoggedLine& line : trace.lines) {
+      if (line.time > earliest && line.time < sleep.from && announcesSleep(line)) announced = line.time;
+    }
+    if (announced && sleep.from < sleep.until) sleep.from = *announced;
     awakeSince = sleep.until;
   }
+}
+
+// macOS logs no wake where a Mac that was shut down asleep is started again.
+std::vector<PowerEvent> withStarts(std::vector<PowerEvent> events, const Trace& trace) {
+  const auto isEarlier = [](const PowerEvent& one, const PowerEvent& other) { return one.time < other.time; };
+  for (const Span& outage : outagesOf(trace, std::numeric_limits<double>::infinity())) {
+    const PowerEvent start{outage.until, PowerEventKind::wake};
+    const auto after = std::upper_bound(events.begin(), events.end(), start, isEarlier);
+    if (after == events.begin() || !std::isfinite(start.time)) continue;
+    const PowerEvent& before = *std::prev(after);
+    const bool lasts = before.kind == PowerEventKind::sleep || start.time - before.time > longestDarkWake;
+    if (lasts && before.kind != PowerEventKind::wake) events.insert(after, start);
+  }
+  return events;
 }
 
 // macOS keeps its log for some days only.
@@ -202,7 +218,7 @@ bool coverTheDays(const ReportedDays& days) {
 
 std::vector<SleepSpan> sleepsOf(const ReportedDays& days) {
   if (!coverTheDays(days)) return fromGaps(days.trace);
-  std::vector<SleepSpan> sleeps = fromPowerEvents(days.powerEvents);
+  std::vector<SleepSpan> sleeps = fromPowerEvents(withStarts(days.powerEvents, days.trace));
   beginWhereAnnounced(days.trace, sleeps);
   std::erase_if(sleeps, [&](const SleepSpan& sleep) {
     return sleep.until <= days.begin() || sleep.from >= days.end();

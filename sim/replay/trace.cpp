@@ -140,6 +140,20 @@ void arrange(Trace& trace) {
   sortByTime(trace.lines);
 }
 
+std::vector<StateChange> statesOf(const Trace& trace) {
+  constexpr std::string_view beginning = "→ state: ";
+  std::vector<StateChange> states;
+  for (const Sighting& sighting : trace.sightings) states.push_back({sighting.time, sighting.state});
+  // After the sightings of the same second: the last change in it is what holds.
+  for (const LoggedLine& line : trace.lines) {
+    if (!line.text.starts_with(beginning)) continue;
+    const std::string_view name = std::string_view(line.text).substr(beginning.size());
+    if (const auto state = stateNamed(name.substr(0, name.find(' ')))) states.push_back({line.time, *state});
+  }
+  sortByTime(states);
+  return states;
+}
+
 bool isStart(const std::string& message) { return message.starts_with("brisko-daemon started"); }
 
 bool isEnd(const std::string& message) {

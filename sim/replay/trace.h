@@ -41,6 +41,7 @@ struct Sighting {
 struct Trace {
   std::vector<Sighting> sightings = {};  // in order of time
   std::vector<LoggedLine> lines = {};    // all others of the log, without their stamps, in order of time
+  std::vector<LoggedLine> earlier = {};  // such lines from before the days that it covers
 };
 
 // A line of the history; none when it is broken. `midnight`: the day's of its file in UTC.
@@ -64,6 +65,15 @@ inline constexpr double longestStartUp = 120;
 // When a line says that the daemon started, and that it ended in an orderly way.
 [[nodiscard]] bool isStart(const std::string& message);
 [[nodiscard]] bool isEnd(const std::string& message);
+
+// The state from a moment on.
+struct StateChange {
+  double time = 0;
+  ChargeState state = ChargeState::allow;
+};
+// In order of time, from the sightings and from the lines that report a change. A daemon that changes its
+// state on the way to sleep logs nothing else.
+[[nodiscard]] std::vector<StateChange> statesOf(const Trace& trace);
 
 struct Span {
   double from = 0, until = 0;

@@ -52,6 +52,20 @@ TEST(Comparison, countsTheTimeInEachStateApart) {
   EXPECT_EQ(comparison.departures[0].words, "the state is hold in the report, allow in the replay");
 }
 
+TEST(Comparison, takesTheStateFromALineWhereTheMacFallsAsleepAtOnce) {
+  Trace reported;
+  add(reported, 0, 600, ChargeState::discharge, 80, 80);
+  reported.lines = {{605, "→ state: hold"}};
+  add(reported, 3600, 3660, ChargeState::hold, 80, 80);
+  Trace replayed;
+  add(replayed, 0, 600, ChargeState::discharge, 80, 80);
+  add(replayed, 605, 3660, ChargeState::hold, 80, 80);
+  const Comparison comparison = compare(reported, replayed);
+  EXPECT_EQ(comparison.states[2].reported, 605);
+  EXPECT_EQ(comparison.states[1].share(), 1);
+  EXPECT_TRUE(comparison.departures.empty());
+}
+
 TEST(Comparison, judgesNoStateThatTheReportHasForLessThanAQuarterOfAnHour) {
   for (const auto& [minutes, judged] : {std::pair{14, false}, {15, true}}) {
     Trace reported;
@@ -96,6 +110,25 @@ TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 84 % in the replay");
 }
 
+// In between nothing is known but where the charge began and ended.
+TEST(Comparison, datesADepartureInAGapOfTheReportAtItsEnd) {
+  for (const auto& [percent, departs] : {std::pair{60, true}, {78, false}}) {
+    Trace reported;
+    add(reported, 0, 600, ChargeState::allow, 40, 40);
+    add(reported, 7200, 7260, ChargeState::allow, 80, 80);
+    Trace replayed;
+    add(replayed, 0, 600, ChargeState::allow, 40, 40);
+    add(replayed, 3600, 3660, ChargeState::allow, 45, 45);
+    add(replayed, 7200, 7260, ChargeState::allow, percent, percent);
+    const Comparison comparison = compare(reported, replayed);
+    EXPECT_LT(comparison.chargeShare(), 0.9);
+    ASSERT_EQ(comparison.departures.size(), departs ? 1U : 0U) << percent;
+    if (!departs) continue;
+    EXPECT_EQ(comparison.departures[0].time, 7200);
+    EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 60 % in the replay");
+  }
+}
+
 TEST(Comparison, leavesOutTheTimeWithoutADaemon) {
   Trace reported = anHourOfHolding();
   reported.lines = {{600, "Signal 15: charging, adapter and LED restored, exiting."},
@@ -127,15 +160,32 @@ TEST(Comparison, namesALineThatOnlyOneOfThemHasAndIgnoresNumbersInIt) {
               HasSubstr("1 reported, 0 replayed: gate found open during a hold — closing it again (CHTE)"));
 }
 
+TEST(Comparison, leavesOutWhatARunningDaemonHadLoggedBefore) {
+  Trace reported = anHourOfHolding();
+  Trace replayed = anHourOfHolding();
+  replayed.lines = {{100, "limit verified: charging really does stop"}};
+  EXPECT_TRUE(compare(reported, replayed).departures.empty()) << "it ran before";
+  reported.lines = {{0, "brisko-daemon started (event-driven) — …"}};
+  EXPECT_EQ(compare(reported, replayed).departures.size(), 1U);
+  replayed.lines = {{100, "native limit before Brisko: 85% — given back if Brisko leaves"}};
+  reported.lines.clear();
+  EXPECT_EQ(compare(reported, replayed).departures.size(), 1U);
+  reported.earlier = {{-900, "native limit before Brisko: 90% — given back if Brisko leaves"}};
+  EXPECT_TRUE(compare(reported, replayed).departures.empty());
+}
+
 TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
-  Picture picture =
-      comparisonPicture(anHourOfHolding(), anHourOfHolding(), compare(anHourOfHolding(), anHourOfHolding()));
+  Trace reported = anHourOfHolding();
+  reported.lines = {{100, "→ state: hold"}};
+  Picture picture = comparisonPicture(reported, anHourOfHolding(), compare(reported, anHourOfHolding()));
   picture.title = "A report and its replay";
   const std::string page = reportPage(picture);
   for (const char* text : {"class=\"level\"", "class=\"shown\"", ">replayed<", ">reported<", ">Reported<",
                            ">Replayed<", "Charge, replayed"})
     EXPECT_THAT(page, HasSubstr(text));
   EXPECT_THAT(page, ::testing::Not(HasSubstr("Hardware")));
+  ASSERT_EQ(picture.log.size(), 1U);
+  EXPECT_EQ(picture.log[0].text, "1970-01-01T00:01:40Z  → state: hold");
 }
 
 }  // namespace

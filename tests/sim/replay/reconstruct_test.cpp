@@ -61,6 +61,14 @@ TEST(ReportedSettings, takeTheEndOfATopUpFromTheLog) {
               ::testing::ElementsAre(R"(120 {"settings":{"topUp":true,"topUpHours":6}})"));
 }
 
+TEST(ReportedSettings, haveATopUpThatEndedInTheTickThatFoundIt) {
+  ReportedDays days = daysOf({"cap 80%", "cap 80%", "cap 100%(TopUp)", "cap 80%"});
+  days.trace.lines = {{90, "Top Up finished (unplugged)"}, {240, "Top Up finished (unplugged)"}};
+  EXPECT_THAT(textsOf(settingsOf(days).edits),
+              ::testing::ElementsAre(R"(90 {"settings":{"topUp":true}})",
+                                     R"(180 {"settings":{"topUp":true,"topUpHours":0}})"));
+}
+
 TEST(ReportedSettings, keepTheDischargeThatTheDaemonGaveUp) {
   ReportedDays days = daysOf({"cap 80%+discharge", "cap 80%"});
   days.trace.lines = {
@@ -106,6 +114,35 @@ TEST(ReportedSettings, changeWhereAPauseForHeatContradictsThem) {
   EXPECT_THAT(textsOf(settings.edits),
               ::testing::ElementsAre(R"(120 {"settings":{"thermal":true,"thermalLimit":36}})",
                                      R"(121 {"settings":{"thermal":false,"thermalLimit":36}})"));
+}
+
+TEST(ReportedSettings, doNotChangeWhereATemperatureWasRoundedToTheLimit) {
+  ReportedDays days;
+  days.config = nlohmann::json{{"limit", 80}, {"thermal", true}, {"thermalLimit", 36}};
+  days.trace.sightings = {summary("cap 80%  batt 70%  35.9°C  ac  state=allow  LED=orange", 60),
+                          summary("cap 80%  batt 70%  36.0°C  ac  state=allow  LED=orange", 120),
+                          summary("cap 80%+HOT  batt 70%  36.0°C  ac  state=hold  LED=orange", 180),
+                          summary("cap 80%+HOT  batt 70%  33.0°C  ac  state=hold  LED=orange", 240),
+                          summary("cap 80%  batt 70%  33.0°C  ac  state=allow  LED=orange", 300)};
+  EXPECT_TRUE(settingsOf(days).edits.empty());
+  days.trace.sightings[1] = summary("cap 80%  batt 70%  36.1°C  ac  state=allow  LED=orange", 120);
+  EXPECT_FALSE(settingsOf(days).edits.empty());
+}
+
+// It was set to another length when it was begun than at the end of the report.
+TEST(ReportedSettings, haveASoakThatLastedUntilTheCalibrationWasCancelled) {
+  ReportedDays days = daysOf({"cap 80%", "cap 80%"});
+  (*days.config)["calSoakMinutes"] = 10;
+  days.trace.sightings.back().time = 100000;
+  days.trace.lines = {{90, "calibration started — capacity before: 6137 mAh"},
+                      {600, "calibration → soak"},
+                      {6060, "calibration cancelled"},
+                      {9000, "calibration → restore"}};
+  const auto edits = textsOf(settingsOf(days).edits);
+  ASSERT_EQ(edits.size(), 2U);
+  EXPECT_THAT(edits[0], ::testing::HasSubstr(R"("calSoakMinutes":92)"));
+  days.trace.lines[2].time = 660;
+  EXPECT_THAT(textsOf(settingsOf(days).edits)[0], ::testing::HasSubstr(R"("calSoakMinutes":10)"));
 }
 
 // Samples at these moments.
@@ -164,9 +201,26 @@ TEST(ReportedSleep, isTakenFromTheLogOfMacOSIfThatCoversTheDays) {
   days.trace.lines = {{300, "veille à 83% — …"}, {370, "veille à 83% — …"}, {518, "veille à 83% — …"}};
   EXPECT_EQ(sleepsOf(days)[0].from, 370) << "the daemon is told before, and macOS waits for 30 s";
   EXPECT_EQ(sleepsOf(days)[1].from, 518);
+  days.trace.lines = {{272, "veille à 83% — …"}};
+  EXPECT_EQ(sleepsOf(days)[0].from, 272) << "two minutes after a wake on the adapter";
   days.trace.lines.clear();
   days.powerEvents[0].time = 90000;
   EXPECT_EQ(sleepsOf(days).size(), 1U) << "it begins too late";
+}
+
+TEST(ReportedSleep, endsWhereTheMacIsStartedAgain) {
+  for (const PowerEventKind last : {PowerEventKind::sleep, PowerEventKind::darkWake}) {
+    ReportedDays days = samplesAt({0, 300, 9000, 20000});
+    days.powerEvents = {{400, PowerEventKind::sleep}, {1000, last}, {12000, PowerEventKind::sleep}};
+    days.powerEvents.push_back({15000, PowerEventKind::wake});
+    days.trace.lines = {{1500, "Signal 15: charging, adapter and LED restored, exiting."},
+                        {9000, "brisko-daemon started (event-driven) — …"}};
+    const auto sleeps = sleepsOf(days);
+    EXPECT_EQ(sleepAt(sleeps, 9500), nullptr);
+    ASSERT_NE(sleepAt(sleeps, 13000), nullptr);
+    EXPECT_EQ(sleepAt(sleeps, 13000)->from, 12000);
+    for (const SleepSpan& sleep : sleeps) EXPECT_LE(sleep.darkSeconds, 45);
+  }
 }
 
 // A wake that was dark would otherwise be full for some seconds, and the sleep after it planned anew.
@@ -215,6 +269,45 @@ TEST(ReportedService, showsWhatHappenedToTheDaemonTheAppAndTheLimit) {
   }
 }
 
+TEST(ReportedService, hasTheLimitThatTheDaemonWouldHaveGivenBack) {
+  ReportedDays days = samplesAt({0, 1200});
+  EXPECT_EQ(nativeLimitAtBeginning(days), std::nullopt);
+  days.stats = nlohmann::json{{"nativeBefore", 95}};
+  EXPECT_EQ(nativeLimitAtBeginning(days), 95) << "what it was at the end";
+  days.trace.lines = {{500, "macOS limit changed in System Settings while Brisko's is off: 90% — kept"},
+                      {600, "macOS limit handed back: 90%"}};
+  EXPECT_EQ(nativeLimitAtBeginning(days), 95) << "it read the limit later";
+  days.trace.earlier = {{-900, "native limit before Brisko: 85% — given back if Brisko leaves"},
+                        {-800, "macOS limit → 60%"}};
+  EXPECT_EQ(nativeLimitAtBeginning(days), 85);
+  days.trace.lines.erase(days.trace.lines.begin());
+  EXPECT_EQ(nativeLimitAtBeginning(days), 90);
+  days.trace.lines = {{600, "macOS limit handed back: off"}};
+  EXPECT_EQ(nativeLimitAtBeginning(days), 100);
+}
+
+TEST(ReportedPower, worksOutWhenAnAdapterWasPulledOutWhileTheMacSlept) {
+  ReportedDays days;
+  days.trace.sightings = {{.time = 0, .percent = 50, .plugged = true},
+                          {.time = 600, .percent = 50, .plugged = true},
+                          {.time = 7200, .percent = 60, .plugged = false},
+                          {.time = 7500, .percent = 59, .plugged = false}};
+  const std::vector<SleepSpan> sleeps = {{.from = 600, .until = 7195}};
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto plugs = plugEventsOf(days, sleeps, machine);
+  ASSERT_EQ(plugs.size(), 2U);
+  EXPECT_TRUE(plugs[1].unnoticed);
+  // 10 or 11 % of 4427 mAh × 0.963 at what is left of 35 W.
+  EXPECT_GT(plugs[1].time, 600 + 401);
+  EXPECT_LT(plugs[1].time, 600 + 1000);
+  days.trace.lines = {{600, "→ state: hold"}};
+  EXPECT_EQ(plugEventsOf(days, sleeps, machine)[1].time, 7195) << "it did not charge asleep";
+  days.trace.lines.clear();
+  days.trace.sightings[2].percent = 92;
+  EXPECT_FALSE(plugEventsOf(days, sleeps, machine)[1].unnoticed)
+      << "the charger may have taken less and less";
+}
+
 TEST(ReportedPower, worksOutWhenAnAdapterCameWhileTheMacSlept) {
   ReportedDays days;
   days.trace.sightings = {{.time = 0, .percent = 50, .plugged = false},
@@ -225,10 +318,99 @@ TEST(ReportedPower, worksOutWhenAnAdapterCameWhileTheMacSlept) {
   const auto plugs = plugEventsOf(days, sleeps, machine);
   ASSERT_EQ(plugs.size(), 2U);
   EXPECT_TRUE(plugs[1].unnoticed);
-  // 10 % of 4427 mAh × 0.963 at 3830 mA.
-  EXPECT_NEAR(plugs[1].time, 7200 - 401, 30);
+  // 10 % of 4427 mAh × 0.963 at what 30 W leave for the battery.
+  EXPECT_NEAR(plugs[1].time, 7200 - 660, 30);
   days.trace.sightings[1].percent = 51;
   EXPECT_FALSE(plugEventsOf(days, sleeps, machine)[1].unnoticed);
+}
+
+TEST(ReportedPower, worksOutWhenAnAdapterCameWhileNoDaemonRan) {
+  ReportedDays days;
+  days.trace.sightings = {{.time = 0, .percent = 50, .plugged = false},
+                          {.time = 20001, .percent = 60, .plugged = true},
+                          {.time = 20300, .percent = 61, .plugged = true}};
+  days.trace.lines = {{10, "Signal 15: charging, adapter and LED restored, exiting."},
+                      {20000, "brisko-daemon started (event-driven) — …"}};
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto plugs = plugEventsOf(days, {}, machine);
+  ASSERT_EQ(plugs.size(), 2U);
+  EXPECT_NEAR(plugs[1].time, 20001 - 660, 30)
+      << "10 % of 4427 mAh × 0.963 at what 30 W leave for the battery";
+  EXPECT_FALSE(plugs[1].unnoticed) << "no sleep, which it would not have ended";
+  days.trace.sightings[1].percent = 99;
+  const double almostFull = plugEventsOf(days, {}, machine)[1].time;
+  days.trace.sightings[1].percent = 100;
+  EXPECT_LT(plugEventsOf(days, {}, machine)[1].time, almostFull - 3600)
+      << "it has been full for a while before it is seen";
+  days.trace.sightings[1].percent = 51;
+  EXPECT_EQ(plugEventsOf(days, {}, machine)[1].time, 20001);
+}
+
+// A sleeping Mac takes next to nothing, and a dark wake a part of the load.
+TEST(ReportedPower, keepsTheLoadOfTheAwakeMacOverSleepAndDarkWakes) {
+  ReportedDays days;
+  for (const auto& [time, watts] :
+       {std::pair{0.0, -8.0}, {120.0, -8.0}, {1003.0, -0.1}, {1130.0, -3.0}, {2130.0, -0.1}, {3003.0, -0.1}})
+    days.trace.sightings.push_back({.time = time, .percent = 70, .plugged = false, .watts = watts});
+  const std::vector<SleepSpan> sleeps = {{.from = 200, .until = 1000, .endsDark = true, .darkSeconds = 180},
+                                         {.from = 1180, .until = 3000}};
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  EXPECT_THAT(textsOf(loadActions(days, {{.time = 0}}, sleeps, machine)),
+              ::testing::ElementsAre(R"(0 {"load":8.0})"));
+  for (Sighting& sighting : days.trace.sightings) {
+    if (sighting.time == 1130) sighting.watts = -9;
+  }
+  EXPECT_EQ(loadActions(days, {{.time = 0}}, sleeps, machine).size(), 2U) << "it was at least that";
+}
+
+// An adapter that gives less than the Mac needs leaves nothing for the empty battery.
+TEST(ReportedPower, takesAllOfTheAdapterForAMacWhoseEmptyBatteryDoesNotCharge) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto loads = [&](double wattsBefore, std::int64_t percent) {
+    ReportedDays days;
+    for (const double time : {0.0, 100.0})
+      days.trace.sightings.push_back({.time = time, .percent = 1, .plugged = false, .watts = -wattsBefore});
+    for (const double time : {400.0, 700.0, 1000.0})
+      days.trace.sightings.push_back({.time = time, .percent = percent, .plugged = true, .watts = 0});
+    const std::vector<PlugEvent> plugs = {{.time = 0}, {.time = 300, .plugged = true, .adapterWatts = 30}};
+    return textsOf(loadActions(days, plugs, {}, machine));
+  };
+  EXPECT_THAT(loads(20, 0), ::testing::ElementsAre(R"(0 {"load":20.0})", R"(300 {"load":28.2})"));
+  EXPECT_THAT(loads(6, 0), ::testing::ElementsAre(R"(0 {"load":6.0})")) << "something else stops the charge";
+  EXPECT_THAT(loads(20, 1), ::testing::ElementsAre(R"(0 {"load":20.0})")) << "likewise";
+}
+
+TEST(ReportedPower, takesTheLoadFromWhatTheChargerLacks) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("pro14"));
+  ReportedDays days;
+  ChargeState state = ChargeState::allow;
+  const auto loads = [&](double watts, double adapterWatts) {
+    days.trace.sightings.clear();
+    for (const double time : {0.0, 100.0})
+      days.trace.sightings.push_back(
+          {.time = time, .percent = 40, .state = state, .plugged = true, .watts = watts});
+    const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = adapterWatts}};
+    return textsOf(loadActions(days, plugs, {}, machine));
+  };
+  EXPECT_THAT(loads(75, 96), ::testing::ElementsAre(R"(0 {"load":15.2})")) << "96 W × 0.94 − 75 W";
+  EXPECT_TRUE(loads(100, 140).empty()) << "all that it takes";
+  state = ChargeState::hold;
+  EXPECT_THAT(loads(75, 96), ::testing::ElementsAre(R"(0 {"load":15.2})")) << "the stop has no effect";
+  EXPECT_TRUE(loads(4, 96).empty()) << "a trickle";
+}
+
+// What the daemon does to the charge changes no load.
+TEST(ReportedPower, takesTheLoadBackToWhereTheUseBegan) {
+  ReportedDays days;
+  days.trace.sightings = {
+      {.time = 0, .percent = 90, .state = ChargeState::hold, .plugged = true},
+      {.time = 1000, .percent = 90, .state = ChargeState::hold, .plugged = true},
+      {.time = 1300, .percent = 88, .state = ChargeState::allow, .plugged = true},
+      {.time = 1500, .percent = 87, .state = ChargeState::allow, .plugged = true, .watts = -20}};
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = 30}};
+  EXPECT_THAT(textsOf(loadActions(days, plugs, {{.from = 500, .until = 990}}, machine)),
+              ::testing::ElementsAre(R"(990 {"load":48.2})"));
 }
 
 TEST(ReportedPower, takesTheLoadFromThePowerOfTheBattery) {
@@ -313,6 +495,48 @@ TEST(ReportedPower, takesTheLoadFromTheChargeWhereTheHistoryIsSilent) {
   EXPECT_EQ(loadActions(days, plugs, {{.from = 1000, .until = 3990}}, machine).size(), 1U);
 }
 
+TEST(ReportedPower, takesNoLoadFromTheLastPointsOfAFullBatteryWhereTheHistoryIsSilent) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  ReportedDays days;
+  for (const auto& [time, percent] : {std::pair{0.0, 100},
+                                      {1500.0, 100},
+                                      {3000.0, 99},
+                                      {6000.0, 98},
+                                      {6300.0, 97},
+                                      {6600.0, 96},
+                                      {6900.0, 95}})
+    days.trace.sightings.push_back({.time = time, .percent = percent, .plugged = false});
+  EXPECT_THAT(textsOf(loadActions(days, {{.time = 0}}, {}, machine)),
+              ::testing::ElementsAre(R"(0 {"load":6.4})"))
+      << "since the beginning";
+}
+
+// A battery that was replaced, or a gauge that learned.
+TEST(Reconstruct, takesAnotherCapacityAtTheBeginningFromThePowerAndThePercentage) {
+  auto members = test::sampleMembers();
+  const auto capacityWith = [&](int tenthsOfWatts) {
+    std::string& history = members["history/2026-03-01.jsonl"];
+    history.clear();
+    for (int sample = 0; sample <= 24; ++sample) {
+      history += R"({"g":false,"p":)" + std::to_string(80 - sample / 2) + R"(,"s":"allow","t":)" +
+                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":-)" +
+                 std::to_string(tenthsOfWatts) + "}\n";
+    }
+    const auto reading = readReport(test::archiveOf(members));
+    EXPECT_TRUE(reading.days) << reading.error;
+    const Reconstruction reconstruction = reconstruct(*reading.days);
+    const std::string text = scenarioFileText(reconstruction, "mine.battery.json");
+    const bool isInFile = text.find(R"("health")") != text.npos;
+    EXPECT_EQ(isInFile, reconstruction.machine.battery.fullMAh != 6000);
+    EXPECT_EQ(isInFile, !reconstruction.assumptions.empty());
+    return reconstruction.machine.battery.fullMAh;
+  };
+  // A point in 300 s at about 12 V: 6000 mAh × 1 % are 0.7 Wh.
+  EXPECT_EQ(capacityWith(85), 6000);
+  EXPECT_EQ(capacityWith(95), 6000) << "the power is no exact measure";
+  EXPECT_NEAR(capacityWith(40), 2900, 200);
+}
+
 TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
   ReportedDays days;
   days.trace.sightings = {{.time = 0, .percent = 20, .plugged = false},
@@ -327,6 +551,10 @@ TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
   ASSERT_EQ(weak.size(), 2U);
   EXPECT_NEAR(weak[1].adapterWatts, 30, 0.05);
   EXPECT_EQ(plugEventsOf(days, {}, machine)[1].adapterWatts, 96) << "the load may be what it lacks";
+  days.trace.sightings[3].state = ChargeState::hold;
+  EXPECT_NEAR(plugEventsOf(days, sleeps, machine)[1].adapterWatts, 30, 0.05)
+      << "the daemon stopped the charge when it woke";
+  days.trace.sightings[3].state = ChargeState::allow;
   days.trace.sightings[3].watts = 80;
   EXPECT_EQ(plugEventsOf(days, sleeps, machine)[1].adapterWatts, 96) << "all that the charger takes";
 }
@@ -347,6 +575,26 @@ TEST(ReportedPower, setsTheTemperatureAtEachWake) {
   }
   EXPECT_THAT(wakes, ::testing::ElementsAre(R"(2000 {"temperature":27.5})", R"(3000 {"temperature":27.5})",
                                             R"(4000 {"temperature":26.8})"));
+}
+
+// The temperature of the virtual battery drifts, which matters where a pause may begin.
+TEST(ReportedPower, keepsTheTemperatureWhereItIsNearALimit) {
+  ReportedDays days;
+  for (const auto& [time, temperature] : {std::pair{0.0, 29.9}, {100.0, 30.0}})
+    days.trace.sightings.push_back({.time = time, .percent = 50, .temperatureC = temperature});
+  const auto changes = [&](const std::vector<std::int64_t>& limits) {
+    std::vector<std::string> texts = textsOf(temperatureActions(days, {}, limits));
+    std::erase_if(texts, [](const std::string& text) { return text.find("ambient") != text.npos; });
+    return texts;
+  };
+  EXPECT_THAT(changes({40}), ::testing::ElementsAre(R"(0 {"temperature":29.9})"));
+  EXPECT_THAT(changes({40, 30}),
+              ::testing::ElementsAre(R"(0 {"temperature":29.9})", R"(24 {"temperature":29.9})",
+                                     R"(48 {"temperature":29.9})", R"(72 {"temperature":29.9})",
+                                     R"(96 {"temperature":29.9})", R"(100 {"temperature":29.9})"))
+      << "it was rounded to the limit, which it had not reached";
+  days.trace.sightings.back().hot = true;
+  EXPECT_EQ(changes({30}).back(), R"(100 {"temperature":30.0})");
 }
 
 TEST(Reconstruct, isAValidScenarioThatGivesTheChargeOnlyOnce) {

@@ -43,6 +43,35 @@ TEST(ReportedDays, saysWhatItAssumesWhereTheReportLacksIt) {
   EXPECT_FALSE(reading.days->config);
 }
 
+// The log reaches further back than the history, or was rotated since the start.
+TEST(ReportedDays, takesTheKeysFromAnEarlierStartOrFromTheStatus) {
+  auto members = sampleMembers();
+  std::string& log = members["daemon.log"];
+  const std::size_t end = log.find('\n') + 1;
+  const std::string start = log.substr(0, end);
+  log.replace(0, end,
+              "2026-02-20T08:00:00Z  brisko-daemon started (event-driven) — config /c. charging via CHTE, "
+              "discharge CHIE, LED OK, history /h, state=allow\n2026-02-21" +
+                  start.substr(10));
+  const ReportReading earlier = readReport(archiveOf(members));
+  ASSERT_TRUE(earlier.days) << earlier.error;
+  EXPECT_EQ(earlier.days->options.gate, virtual_mac::GateKind::ch0b0c) << "of the last of two starts";
+  EXPECT_EQ(earlier.days->options.cut, virtual_mac::CutKind::ch0i);
+  EXPECT_EQ(earlier.days->trace.earlier.size(), 2U);
+  EXPECT_TRUE(earlier.days->assumptions.empty());
+
+  members["daemon.log"] = "2026-03-01T08:00:01Z  cap 80%  batt 70%  30.0°C  ac  state=allow  LED=orange\n";
+  members["status.json"] = R"({"chargeMode": "CH0B+CH0C", "smcKeys": ["CH0J", "CH0B", "CH0C", "ACLC"]})";
+  const ReportReading rotated = readReport(archiveOf(members));
+  ASSERT_TRUE(rotated.days) << rotated.error;
+  EXPECT_EQ(rotated.days->options.gate, virtual_mac::GateKind::ch0b0c);
+  EXPECT_EQ(rotated.days->options.cut, virtual_mac::CutKind::ch0j);
+  EXPECT_EQ(rotated.days->options.magSafeLight, true);
+  EXPECT_TRUE(rotated.days->assumptions.empty());
+  members["status.json"] = R"({"chargeMode": 7, "smcKeys": "CH0J"})";
+  EXPECT_EQ(readReport(archiveOf(members)).days->assumptions.size(), 1U);
+}
+
 TEST(ReportedDays, refusesWhatCannotBeReplayedWithOneSentence) {
   struct Case {
     const char* what;

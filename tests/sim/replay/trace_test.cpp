@@ -113,6 +113,21 @@ TEST(Trace, sortsTheLogIntoSummariesAndOtherLinesAndCountsWhatItCannotRead) {
   EXPECT_EQ(trace.lines[1].text, "→ state: hold");
 }
 
+// On the way to sleep only the line of the log shows it, without a sample or a summary.
+TEST(Trace, takesTheStateFromTheSightingsAndFromTheLinesThatReportAChange) {
+  Trace trace;
+  trace.sightings = {{.time = 10, .state = ChargeState::discharge}, {.time = 60, .state = ChargeState::hold}};
+  trace.lines = {{10, "→ state: discharge"},
+                 {43, "→ state: hold (macOS limit 75%)"},
+                 {50, "→ state: idle"},
+                 {60, "→ state: allow"}};
+  const auto states = statesOf(trace);
+  ASSERT_EQ(states.size(), 5U) << "one line has no state";
+  EXPECT_EQ(states[2].time, 43);
+  EXPECT_EQ(states[2].state, ChargeState::hold);
+  EXPECT_EQ(states[4].state, ChargeState::allow) << "the line comes after the sample of the same second";
+}
+
 TEST(Trace, hasAnOutageFromEachOrderlyEndToTheNextStart) {
   const auto end = [](double time) {
     return LoggedLine{time, "Signal 15: charging, adapter and LED restored, exiting."};

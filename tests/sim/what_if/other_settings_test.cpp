@@ -150,7 +150,7 @@ TEST(PreparedDays, nameWhatTheHistoryDoesNotShow) {
   days.trace.lines = {{morning + day + 1, "a line"}};
   days.brokenLines = 1;
   auto assumptions = prepare(days).assumptions;
-  EXPECT_THAT(assumptions, Contains(HasSubstr("in the same hour of the day on the battery")));
+  EXPECT_THAT(assumptions, Contains(HasSubstr("on battery at the same hour of the day")));
   EXPECT_THAT(assumptions, Contains(HasSubstr("The log begins on 2 March 2026")));
   EXPECT_THAT(assumptions, Contains("1 line that is broken is left out."));
   EXPECT_THAT(assumptions, ::testing::Not(Contains(HasSubstr("temperature"))));

@@ -1,5 +1,5 @@
 #!/bin/sh
-# check-team.sh DAEMON BRISKO [PACKAGE]: whether one team has signed them all, the programs under their own names. The
+# check-team.sh DAEMON BRISKO LAB [PACKAGE]: whether one team has signed them all, the programs under their own names. The
 # daemon takes commands only from its own team. Prints the team.
 set -eu
 
@@ -23,10 +23,12 @@ team_of() {
 daemon_team=$(team_of "$1" com.brisko.daemon)
 client_team=$(team_of "$2" com.brisko.Brisko)
 [ "$client_team" = "$daemon_team" ] || fail "$1 is signed by the team $daemon_team, and $2 by $client_team."
-if [ $# -gt 2 ]; then
+lab_team=$(team_of "$3" com.brisko.lab)
+[ "$lab_team" = "$daemon_team" ] || fail "$1 is signed by the team $daemon_team, and $3 by $lab_team."
+if [ $# -gt 3 ]; then
   # The first certificate is the signer's: "1. Developer ID Installer: Some One (TEAM123456)".
-  package_team=$(pkgutil --check-signature "$3" | sed -n 's/^ *1\. .*(\([A-Z0-9]*\))$/\1/p') || package_team=
+  package_team=$(pkgutil --check-signature "$4" | sed -n 's/^ *1\. .*(\([A-Z0-9]*\))$/\1/p') || package_team=
   [ "$package_team" = "$daemon_team" ] ||
-    fail "$3 is signed by ${package_team:-no team}, and the programs in it by the team $daemon_team."
+    fail "$4 is signed by ${package_team:-no team}, and the programs in it by the team $daemon_team."
 fi
 printf '%s\n' "$daemon_team"

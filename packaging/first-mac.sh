@@ -14,7 +14,7 @@ long that takes, and asks. At the end, or when it is interrupted, it removes eve
 that the battery may charge, that the adapter is connected, and that no wake is scheduled. Then it prints a table and
 writes one file for the developers.
 
-  --program PATH   the daemon to try, with brisko and brisko-first-light beside it; default: build/macos/brisko-daemon
+  --program PATH   the daemon to try, with its other programs beside it; default: build/macos/brisko-daemon
                    in the source tree, which is built if it is missing
   --package FILE   try this package instead
   --out FILE       the file to write; default: brisko-first-light.tar in this folder

@@ -8,10 +8,10 @@ usage() {
   cat <<'END'
 Usage: sudo install-service.sh [--program PATH] [--app PATH] [--yes]
 
-Installs brisko-daemon and brisko, starts the daemon now, and has it started whenever the Mac starts.
+Installs brisko-daemon, brisko and brisko-lab, starts the daemon now, and has it started whenever the Mac starts.
 
-  --program PATH   the daemon to install, with brisko beside it; default: build/macos/brisko-daemon in the
-                   source tree
+  --program PATH   the daemon to install, with brisko and brisko-lab beside it; default:
+                   build/macos/brisko-daemon in the source tree
   --app PATH       the daemon gives the charge back when this app is removed; default: the app of the
                    installed job, otherwise /Applications/Brisko.app, if it exists
   --yes            do not ask before a program is installed that no team has signed: every process on this Mac
@@ -129,8 +129,11 @@ find_programs() {
     [ -n "$check" ] || program=$here/../build/macos/brisko-daemon
   fi
   [ -f "$program" ] || fail "There is no program at $program. Build it, or give its path with --program."
-  client=$(dirname -- "$program")/brisko
-  [ -n "$check" ] || [ -f "$client" ] || fail "There is no program at $client. Build it, with the daemon."
+  client=$(dirname -- "$program")/brisko lab=$(dirname -- "$program")/brisko-lab
+  [ -z "$check" ] || return 0
+  for beside in "$client" "$lab"; do
+    [ -f "$beside" ] || fail "There is no program at $beside. Build it, with the daemon."
+  done
 }
 
 # integer TEXT: the number as JSON has it, if the daemon reads TEXT as one.
@@ -207,15 +210,16 @@ check_error_log() {
 # Checks and installs the same copies, which nobody else can change. cat copies only the bytes: no flags, access
 # lists or attributes.
 take_copies() {
-  copy=$program client_copy=$client
+  copy=$program client_copy=$client lab_copy=$lab
   [ -z "$placed" ] || return 0
   copy=$scratch/brisko-daemon
   cat "$program" >"$copy"
   chmod 755 "$copy"
   [ -z "$check" ] || return 0
-  client_copy=$scratch/brisko
+  client_copy=$scratch/brisko lab_copy=$scratch/brisko-lab
   cat "$client" >"$client_copy"
-  chmod 755 "$client_copy"
+  cat "$lab" >"$lab_copy"
+  chmod 755 "$client_copy" "$lab_copy"
 }
 
 # read_signature COPY NAME IDENTIFIER: sets team to the team that signed the program, or to nothing.
@@ -238,6 +242,10 @@ check_signatures() {
     [ "$team" = "$daemon_team" ] ||
       refuse "The daemon was signed by ${daemon_team:-no team} and brisko by ${team:-no team}, so the daemon would" \
         "not listen to brisko. Sign both with the same identity."
+    read_signature "$lab_copy" "$lab" com.brisko.lab
+    [ "$team" = "$daemon_team" ] ||
+      refuse "The daemon was signed by ${daemon_team:-no team} and brisko-lab by ${team:-no team}." \
+        "Sign all with the same identity."
   fi
   [ -z "$daemon_team" ] || return 0
   say "No team has signed $program. Then the daemon cannot tell who talks to it:" \
@@ -345,10 +353,11 @@ place_share() {
 }
 
 place_programs() {
-  sh "$here/stage-files.sh" "$copy" "$client_copy" "$scratch/files"
+  sh "$here/stage-files.sh" "$copy" "$client_copy" "$lab_copy" "$scratch/files"
   # The uninstaller first, so that it is available whatever happens next.
   place "$scratch/files/uninstall-service.sh" 755 "$uninstaller"
   place "$scratch/files/brisko-daemon" 755 "$installed"
+  place "$scratch/files/brisko-lab" 755 "$folder/brisko-lab"
   place "$scratch/files/brisko" 755 "$folder/brisko"
   place_share
 }

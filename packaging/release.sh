@@ -76,6 +76,7 @@ build notarize NOTARY="--key $secrets/notary.p8 --key-id $NOTARY_KEY_ID --issuer
 build staple
 build cask URL="${URL:-https://github.com/${GITHUB_REPOSITORY:-}/releases/download/$tag/brisko-daemon-$version.pkg}"
 build bill-of-materials
-tar -czf "$out/brisko-daemon-$version-symbols.tar.gz" -C "$(dirname "$programs")" brisko-daemon.dSYM brisko.dSYM
+tar -czf "$out/brisko-daemon-$version-symbols.tar.gz" -C "$(dirname "$programs")" brisko-daemon.dSYM brisko.dSYM \
+  brisko-lab.dSYM
 build checksums
 echo "released=yes"

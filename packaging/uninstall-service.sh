@@ -290,8 +290,8 @@ main() {
   remove "$plist" "$plist.new" "$rotation" "$rotation.new"
   remove_links
   remove_made_folders
-  remove "$program" "$program.new" "$folder/brisko" "$folder/brisko.new" "$folder/share" "$folder/share.new" \
-    "$made_folders"
+  remove "$program" "$program.new" "$folder/brisko" "$folder/brisko.new" "$folder/brisko-lab" \
+    "$folder/brisko-lab.new" "$folder/share" "$folder/share.new" "$made_folders"
   if [ -n "$keep_data" ]; then
     for kept in "$data" "$data.aside" "$logs"; do
       [ ! -d "$kept" ] || say "Kept $kept"

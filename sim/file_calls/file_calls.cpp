@@ -1,42 +1,23 @@
-// The linker redirects every call for a file in the program to the wrappers here (--wrap). They report each
-// call for a file on the Mac's volume (sim/seam/call_watch.h) and let it fail. Nothing else of the program
-// knows of this.
+#include "sim/file_calls/file_calls.h"
 
 #include <array>
 #include <cerrno>
-#include <cstdarg>
-#include <filesystem>
 #include <string>
-#include <system_error>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/file_calls.h"
 #include "sim/seam/call_watch.h"
-
-// NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl50-cpp)
-extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_openat(int folder, const char* path, int flags, ...);
-int __real_close(int file);
-ssize_t __real_read(int file, void* bytes, size_t size);
-ssize_t __real_write(int file, const void* bytes, size_t size);
-int __real_fstat(int file, struct stat* status);
-off_t __real_lseek(int file, off_t offset, int from);
-int __real_fchmod(int file, mode_t mode);
-int __real_mkdir(const char* path, mode_t mode);
-void __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(const std::filesystem::path& from,
-                                                                           const std::filesystem::path& to,
-                                                                           std::error_code& error);
-std::uintmax_t __real__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code(
-    const std::filesystem::path& path, std::error_code& error);
-bool __real__ZNSt10filesystem6removeERKNS_7__cxx114pathERSt10error_code(const std::filesystem::path& path,
-                                                                        std::error_code& error);
-}
 
 namespace brisko::virtual_mac {
 namespace {
+
+bool gFilesAreWatched = false;
+
+bool isWatched() { return gFilesAreWatched && callsAreWatched(); }
 
 // The paths of the files on the Mac's volume that were opened while calls are watched; empty for others.
 constexpr std::size_t mostFiles = 256;
@@ -60,22 +41,23 @@ bool isOnVolume(std::string_view path) {
 }
 
 bool pathCallFails(std::string_view name, const std::string& path) {
-  if (!callsAreWatched() || !isOnVolume(path) || !callFails({.name = name, .subject = path})) return false;
+  if (!isWatched() || !isOnVolume(path) || !callFails({.name = name, .subject = path})) return false;
   errno = EIO;
+  return true;
+}
+
+bool pathCallFails(std::string_view name, const std::string& path, std::error_code& error) {
+  if (!pathCallFails(name, path)) return false;
+  error = {errno, std::generic_category()};
   return true;
 }
 
 bool fileCallFails(std::string_view name, int file) {
-  if (!callsAreWatched()) return false;
+  if (!isWatched()) return false;
   const std::string* path = placeOf(file);
   if (path == nullptr || path->empty() || !callFails({.name = name, .subject = *path})) return false;
   errno = EIO;
   return true;
-}
-
-// The mode is passed only when a file may be created.
-mode_t modeIn(int flags, std::va_list arguments) {
-  return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
 }
 
 const char* nameOfOpen(int flags) {
@@ -83,95 +65,72 @@ const char* nameOfOpen(int flags) {
 }
 
 }  // namespace
+
+void watchFileCalls() { gFilesAreWatched = true; }
+
 }  // namespace brisko::virtual_mac
 
-extern "C" {
+// In place of the weak functions in base/file_calls.cpp.
+namespace brisko::file_calls {
 
-using namespace brisko::virtual_mac;
+using namespace virtual_mac;
 
-int __wrap_open(const char* path, int flags, ...) {
-  std::va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = modeIn(flags, arguments);
-  va_end(arguments);
+int open(const char* path, int flags, mode_t mode) {
   if (pathCallFails(nameOfOpen(flags), path)) return -1;
-  const int file = __real_open(path, flags, mode);
-  if (callsAreWatched()) noteOpened(file, isOnVolume(path) ? path : "");
+  const int file = ::open(path, flags, mode);
+  if (isWatched()) noteOpened(file, isOnVolume(path) ? path : "");
   return file;
 }
 
-int __wrap_openat(int folder, const char* path, int flags, ...) {
-  std::va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = modeIn(flags, arguments);
-  va_end(arguments);
-  const std::string* around = callsAreWatched() ? placeOf(folder) : nullptr;
+int openAt(int folder, const char* path, int flags) {
+  const std::string* around = isWatched() ? placeOf(folder) : nullptr;
   const std::string whole = around == nullptr || around->empty() ? "" : *around + "/" + path;
   if (!whole.empty() && callFails({.name = nameOfOpen(flags), .subject = whole})) {
     errno = EIO;
     return -1;
   }
-  const int file = __real_openat(folder, path, flags, mode);
-  if (callsAreWatched()) noteOpened(file, whole);
+  const int file = ::openat(folder, path, flags);
+  if (isWatched()) noteOpened(file, whole);
   return file;
 }
 
-int __wrap_close(int file) {
+int close(int file) {
   noteOpened(file, "");
-  return __real_close(file);
+  return ::close(file);
 }
 
-ssize_t __wrap_read(int file, void* bytes, size_t size) {
-  return fileCallFails("read", file) ? -1 : __real_read(file, bytes, size);
+ssize_t read(int file, void* bytes, std::size_t size) {
+  return fileCallFails("read", file) ? -1 : ::read(file, bytes, size);
 }
 
-// Weak: a program on the fakes of a Mac has a wrapper of its own, and there no write of a file fails.
-__attribute__((weak)) ssize_t __wrap_write(int file, const void* bytes, size_t size) {
-  return fileCallFails("write", file) ? -1 : __real_write(file, bytes, size);
+ssize_t write(int file, const void* bytes, std::size_t size) {
+  return fileCallFails("write", file) ? -1 : ::write(file, bytes, size);
 }
 
-int __wrap_fstat(int file, struct stat* status) {
-  return fileCallFails("fstat", file) ? -1 : __real_fstat(file, status);
+int status(int file, struct stat& status) {
+  return fileCallFails("fstat", file) ? -1 : ::fstat(file, &status);
 }
 
-off_t __wrap_lseek(int file, off_t offset, int from) {
-  return fileCallFails("lseek", file) ? -1 : __real_lseek(file, offset, from);
+off_t seek(int file, off_t offset, int from) {
+  return fileCallFails("lseek", file) ? -1 : ::lseek(file, offset, from);
 }
 
-int __wrap_fchmod(int file, mode_t mode) {
-  return fileCallFails("fchmod", file) ? -1 : __real_fchmod(file, mode);
+int changeMode(int file, mode_t mode) { return fileCallFails("fchmod", file) ? -1 : ::fchmod(file, mode); }
+
+int makeFolder(const char* path, mode_t mode) {
+  return pathCallFails("mkdir", path) ? -1 : ::mkdir(path, mode);
 }
 
-int __wrap_mkdir(const char* path, mode_t mode) {
-  return pathCallFails("mkdir", path) ? -1 : __real_mkdir(path, mode);
+void rename(const std::filesystem::path& from, const std::filesystem::path& to, std::error_code& error) {
+  if (!pathCallFails("rename", from, error)) std::filesystem::rename(from, to, error);
 }
 
-void __wrap__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(const std::filesystem::path& from,
-                                                                           const std::filesystem::path& to,
-                                                                           std::error_code& error) {
-  if (pathCallFails("rename", from)) {
-    error = {errno, std::generic_category()};
-    return;
-  }
-  __real__ZNSt10filesystem6renameERKNS_7__cxx114pathES3_RSt10error_code(from, to, error);
+void remove(const std::filesystem::path& path, std::error_code& error) {
+  if (!pathCallFails("remove", path, error)) std::filesystem::remove(path, error);
 }
 
-std::uintmax_t __wrap__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code(
-    const std::filesystem::path& path, std::error_code& error) {
-  if (pathCallFails("remove", path)) {
-    error = {errno, std::generic_category()};
-    return static_cast<std::uintmax_t>(-1);
-  }
-  return __real__ZNSt10filesystem10remove_allERKNS_7__cxx114pathERSt10error_code(path, error);
+void removeAll(const std::filesystem::path& path, std::error_code& error) {
+  if (!pathCallFails("remove", path, error)) std::filesystem::remove_all(path, error);
 }
 
-bool __wrap__ZNSt10filesystem6removeERKNS_7__cxx114pathERSt10error_code(const std::filesystem::path& path,
-                                                                        std::error_code& error) {
-  if (pathCallFails("remove", path)) {
-    error = {errno, std::generic_category()};
-    return false;
-  }
-  return __real__ZNSt10filesystem6removeERKNS_7__cxx114pathERSt10error_code(path, error);
-}
-}
-// NOLINTEND(bugprone-reserved-identifier, cert-dcl50-cpp)
+}  // namespace brisko::file_calls

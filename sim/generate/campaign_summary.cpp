@@ -380,6 +380,10 @@ std::optional<CampaignSummary> readSummary(std::string_view text, std::string& r
     reason = "is torn: it is not JSON";
     return std::nullopt;
   }
+  if (!schema::hasValidator()) {
+    reason = schema::noValidatorText;
+    return std::nullopt;
+  }
   if (const auto breach = schema.breachIn(text)) {
     reason = "is no summary of a campaign: \"" + breach->keyword + "\" at \"" + breach->place + "\"";
     return std::nullopt;

@@ -11,6 +11,7 @@
 #include "sim/generate/processor_time.h"
 #include "sim/generate/worker_pool.h"
 #include "sim/scenario/run_scenario.h"
+#include "sim/schema/json_schema.h"
 
 namespace brisko::lab {
 namespace {
@@ -123,7 +124,8 @@ class FailedCalls {
     Diagnostics diagnostics(path);
     const auto text = readWholeFile(path);
     if (!text) diagnostics.add("", "cannot be read");
-    auto scenario = text ? readScenario(*text, diagnostics) : std::nullopt;
+    if (text && !schema::hasValidator()) diagnostics.add("", schema::noValidatorText);
+    auto scenario = text && schema::hasValidator() ? readScenario(*text, diagnostics) : std::nullopt;
     if (!scenario) {
       for (const std::string& diagnostic : diagnostics.texts()) output_.progress(diagnostic + "\n");
       return false;

@@ -17,19 +17,7 @@
 #include "sim/process/log_lines.h"
 #include "sim/process/shared_memory.h"
 #include "sim/seam/news.h"
-
-// The linker redirects every call of these two functions to the wrappers here (--wrap). The functions
-// themselves remain callable under the names that begin with __real. The daemon's code does not know of this.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" {
-void __real__ZN6brisko8evaluateEv();
-void __wrap__ZN6brisko8evaluateEv();
-void __real__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
-                                                                  const brisko::Settings& settings);
-void __wrap__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
-                                                                  const brisko::Settings& settings);
-}
-// NOLINTEND(bugprone-reserved-identifier)
+#include "state/tick_observer.h"
 
 namespace brisko::lab {
 namespace {
@@ -334,17 +322,19 @@ void InvariantChecker::beforeFailedCall(const virtual_mac::WatchedCall& call) {
 
 }  // namespace brisko::lab
 
-// NOLINTBEGIN(bugprone-reserved-identifier)
-void __wrap__ZN6brisko8evaluateEv() {
-  brisko::lab::InvariantChecker::Impl* checker = brisko::lab::gChecker;
-  if (checker != nullptr) checker->tickBegins();
-  __real__ZN6brisko8evaluateEv();
-  if (checker != nullptr) checker->tickEnded();
+// In place of the weak functions in state/tick_observer.cpp.
+namespace brisko {
+
+void tickBegins() {
+  if (lab::gChecker != nullptr) lab::gChecker->tickBegins();
 }
 
-void __wrap__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(const brisko::Sample& sample,
-                                                                  const brisko::Settings& settings) {
-  if (brisko::lab::gChecker != nullptr) brisko::lab::gChecker->published(sample, settings);
-  __real__ZN6brisko12recordSampleERKNS_6SampleERKNS_8SettingsE(sample, settings);
+void tickPublished(const Sample& sample, const Settings& cfg) {
+  if (lab::gChecker != nullptr) lab::gChecker->published(sample, cfg);
 }
-// NOLINTEND(bugprone-reserved-identifier)
+
+void tickEnded() {
+  if (lab::gChecker != nullptr) lab::gChecker->tickEnded();
+}
+
+}  // namespace brisko

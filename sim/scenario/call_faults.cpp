@@ -9,6 +9,7 @@
 
 #include "base/files.h"
 #include "base/process_flags.h"
+#include "sim/file_calls/file_calls.h"
 #include "sim/machine/machine_store.h"
 #include "sim/process/scratch.h"
 #include "state/calibration_state.h"
@@ -112,6 +113,7 @@ void CallFaults::processBegins(std::function<void(const WatchedCall&)> fails, st
   killed_ = std::move(killed);
   hasStarted_ = false;
   occurrences_.clear();
+  virtual_mac::watchFileCalls();
   virtual_mac::watchCalls([this](const WatchedCall& call) { return noteCall(call); });
 }
 

@@ -9,6 +9,12 @@
 
 namespace brisko::schema {
 
+// The lab that is installed on a Mac is built without the validator, and finds nothing wrong in any text. So
+// it takes no files that people write.
+[[nodiscard]] bool hasValidator();
+inline constexpr const char* noValidatorText =
+    "cannot be checked: this program was built for a Mac without the validator of JSON schemas";
+
 // The first value that a schema does not allow.
 struct Breach {
   std::string place = {};    // of the value, as a JSON pointer into the text

@@ -1,15 +1,14 @@
 #include "base/files.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include "base/file_calls.h"
 #include "base/plain_files.h"
 
 namespace brisko {
 
 void Descriptor::close() {
-  if (number_ >= 0) ::close(number_);
+  if (number_ >= 0) file_calls::close(number_);
   number_ = none;
 }
 

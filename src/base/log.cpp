@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/file_calls.h"
 #include "base/files.h"
 #include "base/folders.h"
 #include "base/log_output.h"
@@ -59,7 +60,7 @@ bool open() {
   makeFolders(onVolume(state.directory));
   state.handle = openForAppending(pathOf("daemon.log"));
   if (!state.handle) return false;
-  const off_t end = ::lseek(state.handle.number(), 0, SEEK_END);
+  const off_t end = file_calls::seek(state.handle.number(), 0, SEEK_END);
   state.written = end < 0 ? 0 : end;
   return true;
 }
@@ -83,7 +84,8 @@ std::string octal(mode_t mode) {
 // Sets the mode of a descriptor of this kind (S_IFREG, S_IFDIR) if it differs, and describes the change.
 std::optional<std::string> setMode(const Descriptor& file, mode_t kind, mode_t mode) {
   struct stat status {};
-  if (::fstat(file.number(), &status) != 0 || (status.st_mode & S_IFMT) != kind) return std::nullopt;
+  if (file_calls::status(file.number(), status) != 0 || (status.st_mode & S_IFMT) != kind)
+    return std::nullopt;
   const mode_t old = status.st_mode & 07777;
   if (old == mode || !changeMode(file.number(), mode)) return std::nullopt;
   return octal(old) + " → " + octal(mode);
@@ -106,13 +108,14 @@ void append(std::string_view line) {
 std::vector<std::string> repairPermissions() {
   std::vector<std::string> repairs;
   const Descriptor folder(
-      ::open(onVolume(state.directory).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      file_calls::open(onVolume(state.directory).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) return repairs;
   if (const auto change = setMode(folder, S_IFDIR, folderMode)) {
     repairs.push_back(state.directory + " " + *change);
   }
   for (const char* name : {"daemon.log", "daemon.log.1", "daemon.err.log"}) {
-    const Descriptor file(::openat(folder.number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const Descriptor file(
+        file_calls::openAt(folder.number(), name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file) continue;
     if (const auto change = setMode(file, S_IFREG, fileMode)) {
       repairs.push_back(std::string(name) + " " + *change);

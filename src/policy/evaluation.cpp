@@ -33,6 +33,7 @@
 #include "records/status.h"
 #include "state/machine_abilities.h"
 #include "state/sleep_state.h"
+#include "state/tick_observer.h"
 #include "state/tick_state.h"
 
 namespace brisko {
@@ -357,9 +358,7 @@ Tick readSettings() {
   return tick;
 }
 
-}  // namespace
-
-void evaluate() {
+void runTick() {
   if (isAtRest()) return;
   if (gSystemLocked) {
     observeLockedSystem();
@@ -396,6 +395,14 @@ void evaluate() {
   showLight();
   logSummary(tick);
   publish(tick);
+}
+
+}  // namespace
+
+void evaluate() {
+  tickBegins();
+  runTick();
+  tickEnded();
 }
 
 }  // namespace brisko

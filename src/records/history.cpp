@@ -24,6 +24,7 @@
 #include "base/volume_path.h"
 #include "hardware/battery.h"
 #include "platform/clock.h"
+#include "state/tick_observer.h"
 
 namespace brisko {
 namespace {
@@ -153,6 +154,7 @@ std::vector<std::string> expiredFiles(double cutoff) {
 }  // namespace
 
 void recordSample(const Sample& sample, const Settings& cfg) {
+  tickPublished(sample, cfg);
   if (!cfg.history || gPurged) return;
   const double now = platform::wallNow();
   if (!isWorthALine(sample, now)) return;

@@ -81,7 +81,8 @@ TEST(Install, givesEverythingToRoot) {
       mac.journal("chown"),
       ElementsAre(
           "chown root:wheel /Library/Brisko", "chown root:wheel /Library/Brisko/uninstall-service.sh.new",
-          "chown root:wheel /Library/Brisko/brisko-daemon.new", "chown root:wheel /Library/Brisko/brisko.new",
+          "chown root:wheel /Library/Brisko/brisko-daemon.new",
+          "chown root:wheel /Library/Brisko/brisko-lab.new", "chown root:wheel /Library/Brisko/brisko.new",
           "chown -R root:wheel /Library/Brisko/share.new",
           "chown root:wheel /etc/newsyslog.d/com.brisko.daemon.conf.new",
           "chown root:wheel /Library/Application Support/Brisko",
@@ -96,8 +97,9 @@ TEST(Install, reportsWhatItDid) {
   const Finished run = mac.install();
 
   for (const char* path :
-       {"/Library/Brisko/brisko-daemon", "/Library/Brisko/brisko", "/Library/Brisko/uninstall-service.sh",
-        "/Library/LaunchDaemons/com.brisko.daemon.plist", "/etc/newsyslog.d/com.brisko.daemon.conf"}) {
+       {"/Library/Brisko/brisko-daemon", "/Library/Brisko/brisko", "/Library/Brisko/brisko-lab",
+        "/Library/Brisko/uninstall-service.sh", "/Library/LaunchDaemons/com.brisko.daemon.plist",
+        "/etc/newsyslog.d/com.brisko.daemon.conf"}) {
     EXPECT_THAT(run.output, HasSubstr("Installed " + mac.at(path) + "\n"));
   }
   EXPECT_THAT(run.output, HasSubstr("Started the service com.brisko.daemon.\n"));
@@ -112,9 +114,12 @@ TEST(Install, takesTheBytesThatItHasChecked) {
               ElementsAre("codesign --verify --strict /tmp/SCRATCH/brisko-daemon",
                           "codesign --display --verbose=2 /tmp/SCRATCH/brisko-daemon",
                           "codesign --verify --strict /tmp/SCRATCH/brisko",
-                          "codesign --display --verbose=2 /tmp/SCRATCH/brisko"));
+                          "codesign --display --verbose=2 /tmp/SCRATCH/brisko",
+                          "codesign --verify --strict /tmp/SCRATCH/brisko-lab",
+                          "codesign --display --verbose=2 /tmp/SCRATCH/brisko-lab"));
   EXPECT_THAT(mac.journal("cat"), Contains("cat /tmp/SCRATCH/brisko-daemon"));
   EXPECT_THAT(mac.journal("cat"), Contains("cat /tmp/SCRATCH/brisko"));
+  EXPECT_THAT(mac.journal("cat"), Contains("cat /tmp/SCRATCH/brisko-lab"));
 }
 
 TEST(Install, upgradesAnOlderInstallation) {
@@ -153,7 +158,7 @@ TEST(Install, stopsTheOlderServiceOnlyWhenAllFilesAreInPlace) {
   const auto stop = std::find(calls.begin(), calls.end(), "launchctl bootout system/com.brisko.daemon");
   ASSERT_NE(stop, calls.end());
   EXPECT_EQ(
-      std::count_if(calls.begin(), stop, [](const std::string& call) { return call.starts_with("mv "); }), 6);
+      std::count_if(calls.begin(), stop, [](const std::string& call) { return call.starts_with("mv "); }), 7);
   EXPECT_TRUE(
       std::none_of(stop, calls.end(), [](const std::string& call) { return call.starts_with("mv "); }));
 }
@@ -374,6 +379,15 @@ TEST(Install, refusesProgramsThatWouldNotListenToEachOther) {
   const Finished name = mac.install({"--yes"}, {{"FAKE_CLIENT_NAME", "brisko"}});
   EXPECT_THAT(name.errors, HasSubstr("brisko is not signed as com.brisko.Brisko."));
   expectNothingHappened(mac, name);
+
+  const Finished labsTeam = mac.install({"--yes"}, {{"FAKE_LAB_SIGNER", "OTHER12345"}});
+  EXPECT_THAT(labsTeam.errors, HasSubstr("signed by TEAM123456 and brisko-lab by OTHER12345."));
+  expectNothingHappened(mac, labsTeam);
+
+  // As brisko it could command the daemon.
+  const Finished labsName = mac.install({"--yes"}, {{"FAKE_LAB_NAME", "com.brisko.Brisko"}});
+  EXPECT_THAT(labsName.errors, HasSubstr("brisko-lab is not signed as com.brisko.lab."));
+  expectNothingHappened(mac, labsName);
 }
 
 struct Unfit {
@@ -695,7 +709,7 @@ TEST(Install, givesUpOnAnOlderServiceThatDoesNotStop) {
   EXPECT_THAT(mac.journal("launchctl"), Not(Contains(HasSubstr("bootstrap"))));
 }
 
-TEST(Install, wantsBothPrograms) {
+TEST(Install, wantsAllPrograms) {
   const ScratchMac mac;
   mac.put("/build/brisko-daemon", contents(std::string(BRISKO_FAKES) + "/brisko-daemon"));
   const Words before = mac.added();
@@ -706,6 +720,10 @@ TEST(Install, wantsBothPrograms) {
   EXPECT_THAT(mac.runScript(script, {"--program", mac.at("/build/brisko-daemon")}).errors,
               HasSubstr("There is no program at " + mac.at("/build/brisko") + "."));
   EXPECT_EQ(mac.added(), before);
+
+  mac.put("/build/brisko", contents(std::string(BRISKO_FAKES) + "/brisko"));
+  EXPECT_THAT(mac.runScript(script, {"--program", mac.at("/build/brisko-daemon")}).errors,
+              HasSubstr("There is no program at " + mac.at("/build/brisko-lab") + "."));
 }
 
 TEST(Install, refusesArgumentsThatMakeNoSense) {

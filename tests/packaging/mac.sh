@@ -70,7 +70,7 @@ charge() {
 # make_package: at $package, of the fakes of the programs.
 make_package() {
   mkdir -p "$work/build"
-  cp "$FAKES/brisko-daemon" "$FAKES/brisko" "$work/build"
+  cp "$FAKES/brisko-daemon" "$FAKES/brisko" "$FAKES/brisko-lab" "$work/build"
   new_mac "$work/builder"
   package=$work/package/brisko-daemon-$version.pkg
   PATH=$FAKES:/usr/bin:/bin make --no-print-directory -C "$sources/packaging" package \

@@ -17,7 +17,7 @@ namespace {
 class Package : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const char* name : {"brisko-daemon", "brisko"}) {
+    for (const char* name : {"brisko-daemon", "brisko", "brisko-lab"}) {
       mac.put("/build/" + std::string(name), contents(std::string(BRISKO_FAKES) + "/" + name));
       setMode(mac.at("/build/" + std::string(name)), 0755);
     }
@@ -77,18 +77,25 @@ TEST_F(Package, signsWithTheHardenedRuntimeAndNoEntitlements) {
   EXPECT_EQ(calls(),
             "otool -l /build/brisko-daemon\n"
             "otool -l /build/brisko\n"
+            "otool -l /build/brisko-lab\n"
             "dsymutil /build/brisko-daemon -o /build/brisko-daemon.dSYM\n"
             "strip -S -x /build/brisko-daemon\n"
             "dsymutil /build/brisko -o /build/brisko.dSYM\n"
             "strip -S -x /build/brisko\n"
+            "dsymutil /build/brisko-lab -o /build/brisko-lab.dSYM\n"
+            "strip -S -x /build/brisko-lab\n"
             "codesign --force --options runtime --timestamp --identifier com.brisko.daemon --sign " +
                 developer +
                 " /build/brisko-daemon\n"
                 "codesign --force --options runtime --timestamp --identifier com.brisko.Brisko --sign " +
                 developer +
                 " /build/brisko\n"
+                "codesign --force --options runtime --timestamp --identifier com.brisko.lab --sign " +
+                developer +
+                " /build/brisko-lab\n"
                 "codesign --verify --strict /build/brisko-daemon\n"
-                "codesign --verify --strict /build/brisko\n");
+                "codesign --verify --strict /build/brisko\n"
+                "codesign --verify --strict /build/brisko-lab\n");
 }
 
 TEST_F(Package, asksForNoTimeStampWithoutATeam) {
@@ -128,8 +135,9 @@ TEST_F(Package, containsTheFolderOfTheProgramsAndItsScripts) {
                            "com.brisko.daemon.plist", "newsyslog.d/com.brisko.daemon.conf"}) {
     EXPECT_TRUE(exists(mac.at("/build/parts/scripts/" + std::string(name)))) << name;
   }
-  for (const char* name : {"brisko-daemon", "brisko", "uninstall-service.sh", "share/man/man1/brisko.1",
-                           "share/completions/_brisko", "share/doc/many-macs.md"}) {
+  for (const char* name :
+       {"brisko-daemon", "brisko", "brisko-lab", "uninstall-service.sh", "share/man/man1/brisko.1",
+        "share/completions/_brisko", "share/doc/many-macs.md"}) {
     EXPECT_TRUE(exists(mac.at("/build/parts/payload/" + std::string(name)))) << name;
   }
   EXPECT_THAT(contents(mac.at("/build/parts/distribution.xml")),
@@ -252,6 +260,11 @@ TEST_F(Package, isOfOneTeamWithItsPrograms) {
       make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_CLIENT_NAME", "brisko"}});
   EXPECT_NE(wrongName.status, 0);
   EXPECT_THAT(wrongName.errors, HasSubstr("is not signed as com.brisko.Brisko."));
+
+  const Finished labsTeam =
+      make({"package", "INSTALLER_IDENTITY=Some One"}, {{"FAKE_LAB_SIGNER", "OTHER12345"}});
+  EXPECT_NE(labsTeam.status, 0);
+  EXPECT_THAT(labsTeam.errors, HasSubstr("brisko-lab by OTHER12345."));
   EXPECT_THAT(calls(), Not(HasSubstr("pkgbuild")));
 
   for (const char* team : {"OTHER12345", "none"}) {
@@ -303,6 +316,7 @@ TEST_F(Package, hasABillOfMaterialsAndChecksums) {
   EXPECT_EQ(bill["metadata"]["component"]["version"], version);
   EXPECT_EQ(bill["metadata"]["component"]["components"][0]["name"], "brisko-daemon");
   EXPECT_EQ(bill["metadata"]["component"]["components"][1]["name"], "brisko");
+  EXPECT_EQ(bill["metadata"]["component"]["components"][2]["name"], "brisko-lab");
   EXPECT_EQ(bill["metadata"]["component"]["components"][0]["hashes"][0]["content"].get<std::string>().size(),
             64U);
   EXPECT_EQ(bill["components"][0]["name"], "nlohmann-json");

@@ -125,6 +125,7 @@ Words installedFiles() {
           "/Library/Brisko 755",
           "/Library/Brisko/brisko 755",
           "/Library/Brisko/brisko-daemon 755",
+          "/Library/Brisko/brisko-lab 755",
           "/Library/Brisko/made-folders 644",
           "/Library/Brisko/share 755",
           "/Library/Brisko/uninstall-service.sh 755",

@@ -48,8 +48,9 @@ TEST_F(Uninstall, reportsWhatItDid) {
   EXPECT_THAT(run.output, HasSubstr("Stopped the service com.brisko.daemon.\n"));
   EXPECT_THAT(run.output, HasSubstr("The daemon had given the charge back.\n"));
   for (const std::string& path :
-       {jobPath, programFile, std::string("/Library/Brisko/brisko"), std::string("/Library/Brisko/share"),
-        dataFolder, std::string("/Library/Logs/Brisko"), std::string("/Library/Brisko/uninstall-service.sh"),
+       {jobPath, programFile, std::string("/Library/Brisko/brisko"),
+        std::string("/Library/Brisko/brisko-lab"), std::string("/Library/Brisko/share"), dataFolder,
+        std::string("/Library/Logs/Brisko"), std::string("/Library/Brisko/uninstall-service.sh"),
         std::string("/Library/Brisko"), std::string("/etc/newsyslog.d/com.brisko.daemon.conf")}) {
     EXPECT_THAT(run.output, HasSubstr("Removed " + mac.at(path) + "\n"));
   }

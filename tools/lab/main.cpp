@@ -22,6 +22,7 @@
 #include "sim/scenario/scenario.h"
 #include "sim/scenario/timing.h"
 #include "sim/scenario/trace.h"
+#include "sim/schema/json_schema.h"
 #include "tools/lab/campaign_commands.h"
 #include "tools/lab/fail_calls_command.h"
 #include "tools/lab/merge_command.h"
@@ -109,7 +110,8 @@ int runFile(const std::string& path, const OutputFiles& files) {
   Diagnostics diagnostics(path);
   const auto text = contentsOf(path);
   if (!text) diagnostics.add("", "cannot be read");
-  const auto scenario = text ? readScenario(*text, diagnostics) : std::nullopt;
+  if (text && !schema::hasValidator()) diagnostics.add("", schema::noValidatorText);
+  const auto scenario = text && schema::hasValidator() ? readScenario(*text, diagnostics) : std::nullopt;
   if (!scenario) {
     for (const std::string& diagnostic : diagnostics.texts()) complain(diagnostic);
     return misused;

@@ -170,6 +170,7 @@ bool clearServedRequests(const std::string& path, const Json& keys, FileChange& 
   }
   change.read = bytes;
   if (cleared.empty()) return true;
+  change.cleared += cleared.size();
   return changeSettingsFile(path, cleared, Settings{}, false).done;
 }
 

@@ -23,6 +23,7 @@ struct FileChange {
   // before may still write there.
   Descriptor replaced = {};
   std::string read = {};
+  std::size_t cleared = 0;  // requests that clearServedRequests() has found served in it
 };
 
 // Replaces the file at `path` with one that has all 16 keys and mode 0644: those of `keys`, and the others as

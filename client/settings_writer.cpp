@@ -178,6 +178,7 @@ ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOpti
                    "The daemon does not accept changes from you; " + sudoLine(options));
   constexpr int mostTries = 3;
   const std::string& path = state.settingsFile.path;
+  std::size_t cleared = 0;
   for (int count = 1; count <= mostTries; ++count) {
     FileChange change = writeFile(state, keys, options);
     if (!change.done) return notInTheFile(change, options);
@@ -191,14 +192,17 @@ ChangeOutcome throughFile(const State& state, const Json& keys, const ChangeOpti
     // A status that is not older: whatever its daemon read before, it has written back by then.
     const Observation seen = observe(state, keys, change.replacedAt, Way::file, options.waitSeconds,
                                      [&] { settled = clearServedRequests(path, keys, change); });
+    cleared += change.cleared;
     if (seen.lost || !settled) continue;
     ChangeOutcome outcome = outcomeOf(seen, Way::file);
     outcome.writes = count;
+    outcome.cleared = cleared;
     return outcome;
   }
   return {.status = ExitStatus::notDone,
           .way = Way::file,
           .writes = mostTries,
+          .cleared = cleared,
           .text = "The daemon wrote the settings at the same moment; check with brisko get, and try again."};
 }
 

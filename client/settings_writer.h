@@ -24,9 +24,10 @@ enum class Way : std::uint8_t { none, service, file };
 struct ChangeOutcome {
   ExitStatus status = ExitStatus::done;
   Way way = Way::none;
-  bool confirmed = false;  // the daemon shows the change, or keeps it
-  int writes = 0;          // of the file, until the change was not lost
-  std::string text = {};   // additional sentences for the user; empty if everything is as requested
+  bool confirmed = false;   // the daemon shows the change, or keeps it
+  int writes = 0;           // of the file, until the change was not lost
+  std::size_t cleared = 0;  // requests that had been served meanwhile, and may have come back for a moment
+  std::string text = {};    // additional sentences for the user; empty if everything is as requested
 };
 
 // `keys` contains only the keys to change, with checked values.

@@ -34,7 +34,6 @@ Sight sightOf(const sim::Simulation& simulation) {
           .limit = limitIn(simulation.read(defaultConfigPath).value_or("")),
           .temperatureC = static_cast<double>(gauge.temperatureCentiC) / 100,
           .watts = static_cast<double>(gauge.currentMA) * static_cast<double>(gauge.voltageMV) / 1e6,
-          .currentMA = machine.battery.currentMA,
           .chargeMAh = machine.battery.chargeMAh,
           .adapter = adapterReachesBattery(machine),
           .awake = machine.system.poweredOn && !machine.system.asleep && !machine.sleep.dark,

@@ -1,6 +1,6 @@
 // tests/doctor_proof/machine_watch.h
-// What a virtual Mac and its user have really been doing. Nothing here is read from what the daemon writes,
-// so that an alarm of the doctor can be compared with it.
+// What a virtual Mac and its user have really been doing, so that an alarm of the doctor can be compared with
+// it. Of the daemon's files only the settings are read, for the limit that the user chose.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,7 @@ struct Sight {
   std::int64_t limit = 0;    // percent, that the user wrote
   double temperatureC = 0;   // likewise
   double watts = 0;          // into the battery, likewise
-  double currentMA = 0;      // that really flows into it
-  double chargeMAh = 0;      // that it really has
+  double chargeMAh = 0;      // that the battery really has
   bool adapter = false;      // that reaches the battery
   bool awake = false;
   bool isOpen = false;     // charging, by the keys and by macOS's own limit

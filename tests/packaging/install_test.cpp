@@ -365,36 +365,26 @@ TEST(Install, asksInATerminalAboutAProgramWithoutATeam) {
   }
 }
 
-TEST(Install, refusesProgramsThatWouldNotListenToEachOther) {
-  const ScratchMac mac;
-
-  const Finished teams = mac.install({"--yes"}, {{"FAKE_CLIENT_SIGNER", "OTHER12345"}});
-  EXPECT_THAT(teams.errors, HasSubstr("signed by TEAM123456 and brisko by OTHER12345,"));
-  expectNothingHappened(mac, teams);
-
-  const Finished unsignedClient = mac.install({"--yes"}, {{"FAKE_CLIENT_SIGNER", "ad hoc"}});
-  EXPECT_THAT(unsignedClient.errors, HasSubstr("signed by TEAM123456 and brisko by no team,"));
-  expectNothingHappened(mac, unsignedClient);
-
-  const Finished name = mac.install({"--yes"}, {{"FAKE_CLIENT_NAME", "brisko"}});
-  EXPECT_THAT(name.errors, HasSubstr("brisko is not signed as com.brisko.Brisko."));
-  expectNothingHappened(mac, name);
-
-  const Finished labsTeam = mac.install({"--yes"}, {{"FAKE_LAB_SIGNER", "OTHER12345"}});
-  EXPECT_THAT(labsTeam.errors, HasSubstr("signed by TEAM123456 and brisko-lab by OTHER12345."));
-  expectNothingHappened(mac, labsTeam);
-
-  // As brisko it could command the daemon.
-  const Finished labsName = mac.install({"--yes"}, {{"FAKE_LAB_NAME", "com.brisko.Brisko"}});
-  EXPECT_THAT(labsName.errors, HasSubstr("brisko-lab is not signed as com.brisko.lab."));
-  expectNothingHappened(mac, labsName);
-}
-
 struct Unfit {
   const char* variable;
   const char* value;
   const char* refusal;
 };
+
+TEST(Install, refusesProgramsThatWouldNotListenToEachOther) {
+  const ScratchMac mac;
+  for (const auto& [variable, value, refusal] :
+       {Unfit{"FAKE_CLIENT_SIGNER", "OTHER12345", "signed by TEAM123456 and brisko by OTHER12345,"},
+        Unfit{"FAKE_CLIENT_SIGNER", "ad hoc", "signed by TEAM123456 and brisko by no team,"},
+        Unfit{"FAKE_CLIENT_NAME", "brisko", "brisko is not signed as com.brisko.Brisko."},
+        Unfit{"FAKE_LAB_SIGNER", "OTHER12345", "signed by TEAM123456 and brisko-lab by OTHER12345."},
+        // As brisko it could command the daemon.
+        Unfit{"FAKE_LAB_NAME", "com.brisko.Brisko", "brisko-lab is not signed as com.brisko.lab."}}) {
+    const Finished run = mac.install({"--yes"}, {{variable, value}});
+    EXPECT_THAT(run.errors, HasSubstr(refusal));
+    expectNothingHappened(mac, run);
+  }
+}
 
 TEST(Install, refusesAMacThatIsNotFit) {
   const ScratchMac mac;

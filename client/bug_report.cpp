@@ -16,7 +16,7 @@
 namespace brisko::client {
 namespace {
 
-constexpr const char* folder = "brisko-report/";
+constexpr const char* archiveFolder = "brisko-report/";
 constexpr const char* errorLogPath = "/Library/Logs/Brisko/daemon.err.log";
 
 Json entryOf(const ReportPart& part, const KeptText& kept) {
@@ -85,7 +85,7 @@ BugReport bugReport(const std::vector<ReportPart>& parts, const ReportFacts& fac
     const std::string problem = kept.unreadable ? "not readable" : part.problem;
     if (problem.empty()) {
       files.push_back(entryOf(part, kept));
-      members.push_back({folder + part.name, std::move(kept.text)});
+      members.push_back({archiveFolder + part.name, std::move(kept.text)});
     } else {
       leftOut.push_back({{"name", part.name}, {"source", part.source}, {"why", problem}});
     }
@@ -99,7 +99,7 @@ BugReport bugReport(const std::vector<ReportPart>& parts, const ReportFacts& fac
                    .archive = {}};
   if (fitsPattern(facts.daemonVersion, "<@|@@>.<@|@@>.<@|@@>"))
     report.manifest["daemonVersion"] = facts.daemonVersion;
-  members.front() = {std::string(folder) + "manifest.json", report.manifest.dump(2) + "\n"};
+  members.front() = {std::string(archiveFolder) + "manifest.json", report.manifest.dump(2) + "\n"};
   report.archive = lab::ustarArchive(members, static_cast<std::int64_t>(facts.now));
   return report;
 }

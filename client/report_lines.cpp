@@ -27,7 +27,7 @@ std::size_t digitsAt(std::string_view text) {
 }
 
 // How much of the beginning of the text is a number; 0 for none.
-std::size_t numberAt(std::string_view text) {
+std::size_t numberLengthAt(std::string_view text) {
   constexpr std::size_t mostDigits = 7;
   constexpr std::size_t mostDecimals = 3;
   const std::size_t sign = !text.empty() && (text[0] == '-' || text[0] == '+') ? 1 : 0;
@@ -311,7 +311,7 @@ bool fitsPattern(std::string_view line, std::string_view pattern) {
     if (pattern.front() == '<') return fitsAlternative(line, pattern);
     std::size_t length = 1;
     if (pattern.front() == '#') {
-      length = numberAt(line);
+      length = numberLengthAt(line);
       if (length == 0) return false;
     } else if (line.empty() ||
                (pattern.front() == '@' ? !isDigit(line.front()) : line.front() != pattern.front())) {

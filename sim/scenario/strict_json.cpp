@@ -38,9 +38,9 @@ class Places : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Places> {
   bool EndArray(rapidjson::SizeType) { return close(); }
   bool Key(const char* bytes, rapidjson::SizeType length, bool) {
     const std::string name(bytes, length);
-    pointer_.push_back(name);
-    lines_[pointer_.to_string()] = line();
-    if (!levels_.back().names.insert(name).second) duplicates_.push_back(pointer_.to_string());
+    enter(name);
+    lines_[pointer_] = line();
+    if (!levels_.back().names.insert(name).second) duplicates_.push_back(pointer_);
     return true;
   }
 
@@ -64,12 +64,20 @@ class Places : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Places> {
     counted_ = to;
     return line_;
   }
+  // A member of an object begins with its key, which is recorded already.
   void begin() {
-    if (!levels_.empty() && levels_.back().isList) pointer_.push_back(std::to_string(levels_.back().next++));
-    lines_.emplace(pointer_.to_string(), line());
+    if (!levels_.empty() && !levels_.back().isList) return;
+    if (!levels_.empty()) enter(std::to_string(levels_.back().next++));
+    lines_.emplace(pointer_, line());
   }
   void end() {
-    if (!levels_.empty()) pointer_.pop_back();
+    if (levels_.empty()) return;
+    pointer_.resize(parents_.back());
+    parents_.pop_back();
+  }
+  void enter(const std::string& name) {
+    parents_.push_back(pointer_.size());
+    pointer_ += (Json::json_pointer() / name).to_string();
   }
   bool open(const Level& level) {
     begin();
@@ -84,7 +92,8 @@ class Places : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Places> {
 
   std::string_view text_;
   const Stream* stream_;
-  Json::json_pointer pointer_;
+  std::string pointer_;               // to the value that is read, as text: it is needed for each
+  std::vector<std::size_t> parents_;  // the lengths of the pointers to the values around it
   std::vector<Level> levels_;
   std::map<std::string, int> lines_;
   std::vector<std::string> duplicates_;

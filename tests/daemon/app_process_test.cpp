@@ -90,7 +90,7 @@ class App : public ::testing::Test {
 
 TEST_F(App, causesNoLogLineWhileItIsInstalled) {
   begin();
-  runTo(86'400);
+  runTo(3600);
   EXPECT_THAT(mac.logLines(), Not(Contains(HasSubstr("app "))));
 }
 
@@ -128,7 +128,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   removeApp();
   runTo(550);
   mac.install();
-  runTo(86'400);
+  runTo(3600);
   const auto lines = newLines();
   EXPECT_THAT(lines, Not(Contains(dormantLine)));
   EXPECT_THAT(lines, Not(Contains(backLine)));
@@ -145,7 +145,7 @@ TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
   removeApp();
   runTo(599.9);
   mac.install();
-  runTo(86'400);
+  runTo(3600);
   EXPECT_FALSE(isDormant());
 }
 
@@ -270,7 +270,7 @@ TEST_F(App, isGoneByTheWallClock) {
 TEST_F(App, isNotWatchedWithoutAPath) {
   begin({});
   mac.remove();
-  runTo(86'400);
+  runTo(3600);
   EXPECT_THAT(newLines(), Not(Contains(HasSubstr("app "))));
   EXPECT_FALSE(isDormant());
 }
@@ -392,7 +392,7 @@ TEST_F(App, releasesEveryKindOfGateWhenItIsGone) {
         EXPECT_TRUE(virtual_mac::adapterReachesBattery(another.machine()));
         EXPECT_EQ(another.key("ACLC").front(), 0);
         another.forgetJournal();
-        daemon.run(3600);
+        daemon.run(600);
         EXPECT_THAT(writesOf(another), IsEmpty());
         EXPECT_TRUE(daemon.alive());
       }

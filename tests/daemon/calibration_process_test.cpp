@@ -164,7 +164,7 @@ TEST_F(CalibrationDaemon, runsFromTheRequestToTheRecordedRun) {
                                              {"cyclesBefore", 37},
                                              {"cyclesAfter", 37}}})));
   EXPECT_EQ(status()["cal"], (Json{{"phase", "idle"}, {"runs", record()["runs"]}}));
-  daemon->run(12 * hour);
+  daemon->run(3 * hour);
   EXPECT_NEAR(level(), 80, 1);
   EXPECT_THAT(calibrationLines(), SizeIs(6));
   EXPECT_THAT(mac->logLines(), Not(Contains(HasSubstr("\xE2\x9A\xA0\xEF\xB8\x8F"))));
@@ -366,7 +366,7 @@ TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
 }
 
 TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
-  make(60);
+  make(25);
   leave("drain");
   startDaemon();
   daemon->run(10 * minute);
@@ -440,7 +440,7 @@ TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
 // --- sleep
 
 TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
-  make(60);
+  make(30);
   leave("drain");
   startDaemon();
   daemon->run(10 * minute);

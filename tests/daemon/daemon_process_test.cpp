@@ -42,12 +42,12 @@ TEST(DaemonProcess, isPausedExactlyAtItsHorizon) {
   VirtualMac mac;
   const double begin = mac.machine().now;
   DaemonProcess daemon(mac);
-  for (const double seconds : {0.25, 12.0, 3600.0, 86'400.0}) {
+  for (const double seconds : {0.25, 12.0, 3600.0, 7200.0}) {
     const double before = mac.machine().now;
     daemon.run(seconds);
     EXPECT_EQ(mac.machine().now, before + seconds);
   }
-  EXPECT_EQ(mac.machine().now, begin + 0.25 + 12 + 3600 + 86'400);
+  EXPECT_EQ(mac.machine().now, begin + 0.25 + 12 + 3600 + 7200);
 }
 
 TEST(DaemonProcess, seesWhatTheTestChangedWhileItWasPaused) {
@@ -179,7 +179,7 @@ TEST(DaemonProcess, writesTheSameBytesInEveryRun) {
     mac.unplug();
     daemon.run(3600);
     mac.plugIn();
-    daemon.run(6 * 3600).signal(SIGTERM).run(1);
+    daemon.run(3600).signal(SIGTERM).run(1);
     const std::string log = mac.read("/Library/Logs/Brisko/daemon.log");
     EXPECT_GT(log.size(), 1000U);
     if (time == 0) first = log;

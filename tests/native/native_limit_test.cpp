@@ -483,7 +483,7 @@ TEST_F(NativeLimitTest, onlyObservesALimitThatKeepsDrifting) {
   EXPECT_THAT(driveAt(again, 600), ElementsAre(watching));
   EXPECT_EQ(gGateVerified, std::nullopt);
   EXPECT_EQ(gNativeAttemptAt, again);
-  EXPECT_THAT(driveFor(24 * hour), IsEmpty());
+  EXPECT_THAT(driveFor(2 * hour), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
 }
 
@@ -708,7 +708,7 @@ TEST_F(NativeLimitTest, warnsOnceOfAStepThatIsNotHeldAfterTenMinutes) {
   EXPECT_THAT(driveAt(at, 600), ElementsAre(noEffect80));
   EXPECT_EQ(gGateVerified, false);
   mac.forgetJournal();
-  EXPECT_THAT(driveFor(24 * hour), IsEmpty());
+  EXPECT_THAT(driveFor(2 * hour), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
   EXPECT_EQ(gNativeWritten, 80) << "a step is never given up";
   show(80);
@@ -778,7 +778,7 @@ TEST_F(NativeLimitTest, fallsBackToEightyWhereLessIsRefused) {
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
   EXPECT_EQ(gNativeFloor, 80);
   EXPECT_THAT(drive(), ElementsAre(verified80));
-  EXPECT_THAT(driveFor(24 * hour), IsEmpty());
+  EXPECT_THAT(driveFor(2 * hour), IsEmpty());
 }
 
 class Refused75 : public NativeLimitTest {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -21,8 +22,16 @@ struct Entry {
 
 struct Term {
   std::regex expression;
-  std::string letters;  // letters that every match contains
+  std::string letters;                  // letters that every match contains
+  std::vector<std::string> beginnings;  // the two characters that a match begins with; empty if not known
   std::string instead;
+};
+
+// Regular expressions are slow, so a text is searched for terms in two ways: at each of its words for the
+// terms that begin so, and wherever their letters are for the others.
+struct Terms {
+  std::map<std::string, std::vector<Term>, std::less<>> byBeginning;
+  std::vector<Term> others;
 };
 
 // A place where a term may stay: a line of the file `path` that contains `text`.
@@ -55,6 +64,10 @@ bool isLetter(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
+bool isInWord(char character) {
+  return isLetter(character) || (character >= '0' && character <= '9') || character == '_';
+}
+
 // The longest run of letters that every match of the expression contains: outside groups and brackets, and
 // not optional. Empty when the expression has alternatives outside a group.
 std::string requiredLetters(const std::string& expression) {
@@ -82,6 +95,31 @@ std::string requiredLetters(const std::string& expression) {
   return longest;
 }
 
+// The letters that an element of the expression matches, such as "a" and "[Aa]". Empty for other elements.
+// Moves past the element.
+std::string takeLetters(const std::string& expression, std::size_t& at) {
+  const std::size_t end = expression[at] == '[' ? expression.find(']', at) : at;
+  if (end == std::string::npos) return "";
+  const std::string letters = end == at ? expression.substr(at, 1) : expression.substr(at + 1, end - at - 1);
+  at = end + 1;
+  return std::all_of(letters.begin(), letters.end(), isLetter) ? letters : "";
+}
+
+// What every match begins with, for an expression that begins with \b and two letters.
+std::vector<std::string> beginningsOf(const std::string& expression) {
+  const std::string wordBegins = "\\b";
+  std::size_t at = wordBegins.size();
+  if (!expression.starts_with(wordBegins) || expression.size() < at + 2) return {};
+  const std::string first = takeLetters(expression, at);
+  if (first.empty() || at == expression.size()) return {};
+  const std::string second = takeLetters(expression, at);
+  if (at < expression.size() && std::string("?*{").find(expression[at]) != std::string::npos) return {};
+  std::vector<std::string> beginnings;
+  for (const char one : first)
+    for (const char other : second) beginnings.push_back({one, other});
+  return beginnings;
+}
+
 // A space also matches a line break, with the comment mark that begins the next line.
 std::string acrossLines(const std::string& expression) {
   std::string result;
@@ -90,8 +128,13 @@ std::string acrossLines(const std::string& expression) {
   return result;
 }
 
-std::vector<Term> termsOf(const std::vector<Entry>& entries, Findings& findings) {
-  std::vector<Term> terms;
+void add(Terms& terms, const Term& term) {
+  for (const std::string& beginning : term.beginnings) terms.byBeginning[beginning].push_back(term);
+  if (term.beginnings.empty()) terms.others.push_back(term);
+}
+
+Terms termsOf(const std::vector<Entry>& entries, Findings& findings) {
+  Terms terms;
   for (const Entry& entry : entries) {
     const std::string letters = requiredLetters(entry.key);
     if (letters.size() < 2) {
@@ -100,7 +143,7 @@ std::vector<Term> termsOf(const std::vector<Entry>& entries, Findings& findings)
       continue;
     }
     try {
-      terms.push_back({std::regex(acrossLines(entry.key)), letters, entry.value});
+      add(terms, {std::regex(acrossLines(entry.key)), letters, beginningsOf(entry.key), entry.value});
     } catch (const std::regex_error& error) {
       findings.push_back(place(wordsPath, entry.line) + "the expression is invalid: " + error.what());
     }
@@ -114,6 +157,11 @@ struct Match {
   std::string text;
 };
 
+std::size_t endOfNextLine(const std::string& text, std::size_t offset) {
+  const std::size_t lineEnd = text.find('\n', offset);
+  return lineEnd == std::string::npos ? text.size() : std::min(text.find('\n', lineEnd + 1), text.size());
+}
+
 // The match that contains the offset. It begins on the same line or the previous one, and ends on the same
 // line or the next one.
 std::optional<Match> matchAround(const std::string& text, std::size_t offset, const std::regex& expression) {
@@ -123,17 +171,24 @@ std::optional<Match> matchAround(const std::string& text, std::size_t offset, co
     const std::size_t before = text.rfind('\n', lineFeed - 1);
     begin = before == std::string::npos ? 0 : before + 1;
   }
-  const std::size_t lineEnd = std::min(text.find('\n', offset), text.size());
-  const std::size_t end =
-      lineEnd == text.size() ? lineEnd : std::min(text.find('\n', lineEnd + 1), text.size());
   const char* const first = text.data() + begin;
-  for (std::cregex_iterator match(first, text.data() + end, expression); match != std::cregex_iterator();
-       ++match) {
+  const char* const end = text.data() + endOfNextLine(text, offset);
+  for (std::cregex_iterator match(first, end, expression); match != std::cregex_iterator(); ++match) {
     const std::size_t at = begin + static_cast<std::size_t>(match->position());
     if (at > offset) break;
     if (offset < at + static_cast<std::size_t>(match->length())) return Match{at, match->str()};
   }
   return std::nullopt;
+}
+
+// The match that begins at the offset and ends on the same line or the next one.
+std::optional<Match> matchAt(const std::string& text, std::size_t offset, const std::regex& expression) {
+  using namespace std::regex_constants;
+  const char* const first = text.data() + offset;
+  const char* const end = text.data() + endOfNextLine(text, offset);
+  std::cmatch match;
+  if (!std::regex_search(first, end, match, expression, match_continuous)) return std::nullopt;
+  return Match{offset, match.str()};
 }
 
 std::vector<Match> matchesIn(const std::string& text, const Term& term) {
@@ -169,15 +224,39 @@ std::string onOneLine(std::string text) {
   return text;
 }
 
-void checkText(const std::string& path, const std::string& text, const std::vector<Term>& terms,
-               std::vector<Allowed>& allowed, Findings& findings) {
-  for (const Term& term : terms) {
-    for (const Match& match : matchesIn(text, term)) {
-      if (isAllowed(allowed, path, lineAround(text, match.offset))) continue;
-      findings.push_back(place(path, lineOf(text, match.offset)) + "\"" + onOneLine(match.text) +
-                         "\"; write: " + term.instead);
-    }
+// The text of a file, or its path, and where it may use terms.
+struct Checked {
+  const std::string& path;
+  const std::string& text;
+  std::vector<Allowed>& allowed;
+  Findings& findings;
+};
+
+void checkMatch(const Match& match, const Term& term, const Checked& checked) {
+  if (isAllowed(checked.allowed, checked.path, lineAround(checked.text, match.offset))) return;
+  checked.findings.push_back(place(checked.path, lineOf(checked.text, match.offset)) + "\"" +
+                             onOneLine(match.text) + "\"; write: " + term.instead);
+}
+
+bool beginsWord(const std::string& text, std::size_t offset) {
+  return isLetter(text[offset]) && (offset == 0 || !isInWord(text[offset - 1]));
+}
+
+void checkWords(const Terms& terms, const Checked& checked) {
+  const std::string& text = checked.text;
+  for (std::size_t at = 0; at + 1 < text.size(); ++at) {
+    if (!beginsWord(text, at)) continue;
+    const auto found = terms.byBeginning.find(std::string_view(text).substr(at, 2));
+    if (found == terms.byBeginning.end()) continue;
+    for (const Term& term : found->second)
+      if (const auto match = matchAt(text, at, term.expression)) checkMatch(*match, term, checked);
   }
+}
+
+void checkText(const Terms& terms, const Checked& checked) {
+  checkWords(terms, checked);
+  for (const Term& term : terms.others)
+    for (const Match& match : matchesIn(checked.text, term)) checkMatch(match, term, checked);
 }
 
 void checkAllowed(const std::vector<Allowed>& allowed, Findings& findings) {
@@ -200,15 +279,15 @@ Findings checkTerms(const Tree& tree) {
       return {path + ": it is missing; it lists words that this project does not use"};
   }
   Findings findings;
-  const std::vector<Term> terms = termsOf(entriesOf(tree, wordsPath, " -> ", findings), findings);
+  const Terms terms = termsOf(entriesOf(tree, wordsPath, " -> ", findings), findings);
   std::vector<Allowed> allowed;
   for (const Entry& entry : entriesOf(tree, allowedPath, ": ", findings))
     allowed.push_back({entry.key, entry.value, entry.line, false});
 
   for (const auto& [path, text] : tree) {
     if (path == wordsPath || path == allowedPath) continue;
-    checkText(path, path, terms, allowed, findings);
-    checkText(path, text, terms, allowed, findings);
+    checkText(terms, {path, path, allowed, findings});
+    checkText(terms, {path, text, allowed, findings});
   }
   checkAllowed(allowed, findings);
   return findings;

@@ -35,8 +35,12 @@ std::vector<std::string> linesWithLiterals(const std::string& path, const std::s
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   if (!isCpp(path)) return lines;
-  for (const Literal& literal : takeApart(text).literals)
-    lines[lineOf(text, literal.offset) - 1] += ' ' + literal.text;
+  std::size_t line = 0;
+  std::size_t counted = 0;
+  for (const Literal& literal : takeApart(text).literals) {
+    for (; counted < literal.offset; ++counted) line += text[counted] == '\n' ? 1 : 0;
+    lines[line] += ' ' + literal.text;
+  }
   return lines;
 }
 

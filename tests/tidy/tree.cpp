@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 namespace brisko::test {
 
@@ -25,8 +24,9 @@ Tree readTree(const std::string& folder) {
   for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
     if (entry->is_directory(error) && isSkipped(*entry, entry.depth())) entry.disable_recursion_pending();
     if (!entry->is_regular_file(error)) continue;
+    std::string text(entry->file_size(error), '\0');
     std::ifstream file(entry->path(), std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
     if (text.find('\0') != std::string::npos) continue;
     tree[entry->path().lexically_relative(folder).generic_string()] = std::move(text);
   }

@@ -326,6 +326,20 @@ TEST(Terms, areReportedAcrossLinesAndInFileNames) {
                                                             StartsWith("docs/widget.md:1: \"widget\"")));
 }
 
+TEST(Terms, areFoundHoweverTheExpressionBegins) {
+  for (const std::string expression :
+       {R"(\b[Gg]adget)", R"(\bgx*adget)", R"(\b[f-h]adget)", R"(\b(g)adget)", R"(\b.adget)",
+        R"(\bg[^b]dget)", R"(\bg[ab]dget)", "gadget", "adget"}) {
+    SampleTree tree;
+    tree.file("scripts/words.txt", expression + " -> y\n").file("scripts/words-allowed.txt", "");
+    tree.file("docs/a.md", "gadget").file("docs/b.md", "line\n_a (gadget)");
+
+    EXPECT_THAT(checkTerms(tree.read()),
+                ElementsAre(StartsWith("docs/a.md:1: "), StartsWith("docs/b.md:2: ")))
+        << expression;
+  }
+}
+
 TEST(Terms, areAllowedInListedPlacesOnly) {
   ListedTree tree("docs/a.md: the given widget\n");
   tree.file("docs/a.md", "This is the given widget.\nA widget\n").file("docs/b.md", "the given widget\n");

@@ -267,9 +267,9 @@ TEST(RecordedScenario, recordsSleepAndShutdown) {
 
 TEST(RecordedScenario, isSmallWhenItIsQuiet) {
   const Picture picture = pictureOf(R"("mac": {"percent": 80}, "settings": {"limit": 80}, "timeline": [
-      {"at": "+2 days", "see": {"state": "hold"}}])");
-  EXPECT_LT(picture.moments.size(), 300U);
-  EXPECT_GT(picture.moments.size(), 190U);
+      {"at": "+1 day", "see": {"state": "hold"}}])");
+  EXPECT_LT(picture.moments.size(), 150U);
+  EXPECT_GT(picture.moments.size(), 95U);
 }
 
 TEST(RecordedScenario, isNotAffectedByTheRecording) {

@@ -324,16 +324,17 @@ TEST(Scenario, reportsEveryDifference) {
                           R"({"files": {"status": "missing"}})",
                           R"({"killedBy": 9})",
                           R"({"files": {"config": "present"}})",
-                          R"({"throughout": [71, 100]})",
+                          R"({"throughout": [81, 100]})",
                           R"({"temperature": [90, 99]})",
                           R"({"current": [500, 5000]})",
                           R"({"limit": 80})",
                           R"({"reply": "done"})",
                           R"({"errors": "x"})"}) {
-    const auto failures = failuresOf(with(R"({"at": "+2 h", "see": )" + std::string(see) + "}"));
+    const auto failures = failuresOf(
+        with(R"({"at": "+10 min", "see": )" + std::string(see) + "}", R"("mac": {"percent": 80}, )"));
     ASSERT_THAT(failures, SizeIs(1)) << see;
     EXPECT_THAT(failures.front(), StartsWith("  /timeline/0/see/")) << see;
-    EXPECT_THAT(failures.front(), HasSubstr("(line 1) at 2026-03-01 10:00:00")) << see;
+    EXPECT_THAT(failures.front(), HasSubstr("(line 1) at 2026-03-01 08:10:00")) << see;
     EXPECT_THAT(failures.front(), HasSubstr("expected: ")) << see;
     EXPECT_THAT(failures.front(), HasSubstr("seen:     ")) << see;
   }

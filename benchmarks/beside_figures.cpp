@@ -14,6 +14,7 @@
 #include <system_error>
 #include <vector>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include "base/plain_files.h"
@@ -40,7 +41,7 @@ std::string busSettings(const std::string& socket) {
          "<listen>unix:path=" +
          socket +
          "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
-         "<allow own=\"*\"/></policy></busconfig>";
+         "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>";
 }
 
 constexpr const char* battery =
@@ -200,6 +201,10 @@ std::vector<Figure> besideFigures() {
   const double start = realNow();
   pauseFor(seconds);
   const double watched = realNow() - start;
+  if (::kill(static_cast<pid_t>(*other.pid()), 0) != 0) {
+    std::fprintf(stderr, "upowerd ended while it was watched, so the daemon is not measured beside it.\n");
+    return {};
+  }
   for (Measured& process : all) process.after = processFigures(process.pid);
   std::vector<Figure> figures;
   for (const Measured& process : all) addFigures(figures, process, watched);

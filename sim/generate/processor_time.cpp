@@ -1,5 +1,7 @@
 #include "sim/generate/processor_time.h"
 
+#include <initializer_list>
+
 #include <sys/resource.h>
 
 namespace brisko::lab {

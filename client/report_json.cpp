@@ -230,7 +230,7 @@ class Keeper {
     Json kept = Json::object();
     for (const auto& [key, member] : value.items()) {
       const auto rule = std::find_if(members.begin(), members.end(),
-                                     [&key = key](const JsonRule& each) { return each.key == key; });
+                                     [&name = key](const JsonRule& each) { return each.key == name; });
       if (rule == members.end()) {
         ++dropped_;
       } else if (auto keptMember = keep(member, *rule)) {

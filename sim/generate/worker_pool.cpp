@@ -210,7 +210,7 @@ std::vector<WorkerPool::Ended> WorkerPool::wait(std::chrono::milliseconds atMost
   }
   std::vector<Ended> ended;
   const auto longest = static_cast<int>(std::min(atMost, impl_->timeout).count());
-  if (::poll(polled.data(), polled.size(), longest) < 0) return ended;
+  if (::poll(polled.data(), static_cast<nfds_t>(polled.size()), longest) < 0) return ended;
   auto worker = impl_->workers.begin();
   for (const pollfd& look : polled) {
     const auto here = worker++;

@@ -140,13 +140,17 @@ void closeForTheNight(std::int64_t pct, const Bounds& band) {
       "–" + std::to_string(band.upper) + "%)");
 }
 
-void takeStep(const NightReading& reading, const Bounds& band) {
+// A stay begins here already: only then is it known whether the system refuses it.
+NightDecision decideStep(const NightReading& reading, const Bounds& band) {
   NightInputs inputs = inputsFor(reading, band);
-  NightDecision decision = decideNight(inputs);
-  if (decision.step == NightStep::stayAwake && !stayAwake(band.upper)) {
-    inputs.mayStayAwake = false;
-    decision = decideNight(inputs);
-  }
+  const NightDecision decision = decideNight(inputs);
+  if (decision.step != NightStep::stayAwake || stayAwake(band.upper)) return decision;
+  inputs.mayStayAwake = false;
+  return decideNight(inputs);
+}
+
+void takeStep(const NightReading& reading, const Bounds& band) {
+  const NightDecision decision = decideStep(reading, band);
   switch (decision.step) {
     case NightStep::wake:
       return planWake(reading, decision.minutes);
@@ -209,7 +213,7 @@ bool wouldStopAgain(std::int64_t pct, const Bounds& band) {
   const NightReading reading = readNight(pct);
   notePastWake(reading.now);
   forgetOldWakes(reading.now);
-  return decideNight(inputsFor(reading, band)).step == NightStep::close;
+  return decideStep(reading, band).step == NightStep::close;
 }
 
 void noteChargingStopped() {

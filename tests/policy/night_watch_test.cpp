@@ -215,6 +215,27 @@ TEST_F(GuardedNight, doesNotResumeWhatItWouldStopAtOnce) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
+TEST_F(GuardedNight, doesNotResumeWhenTheStayThatThisNeedsIsRefused) {
+  applyState(ChargeState::hold);
+  mac.store().update().machine().battery.fullMAh /= 4;
+  mac.charge(74);
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  mac.forgetJournal();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(mac.writes(), Not(Contains(HasSubstr("CH"))));
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, staysAwakeFromTheMomentAtWhichItResumes) {
+  applyState(ChargeState::hold);
+  mac.store().update().machine().battery.fullMAh /= 4;
+  mac.charge(74);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_TRUE(staysAwake());
+}
+
 // The dark wake ends with the stop, so that no tick sees the closed gate.
 TEST_F(GuardedNight, countsNoGainOfTheTimeAfterItsOwnStop) {
   planNight(40, band);

@@ -81,7 +81,9 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
 std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading) {
   const bool same = plan.onAdapter && reading.onAdapter && plan.adapterWatts == reading.adapterWatts;
   if (!same || !plan.charging || reading.now < plan.plannedAt) return std::nullopt;
-  return Gain{.points = reading.pct - plan.pct, .minutes = (reading.now - plan.plannedAt) / 60};
+  const double awake = reading.uptime - plan.uptime;
+  const double asleep = std::max(reading.now - plan.plannedAt - awake, 0.0);
+  return Gain{.points = reading.pct - plan.pct, .minutes = (asleep + std::min(awake, longestStay)) / 60};
 }
 
 BedtimePlan planBedtime(const BedtimeInputs& inputs) {

@@ -88,7 +88,8 @@ bool stayAwake(std::int64_t limit) {
 // A step
 
 NightReading readNight(std::int64_t pct) {
-  NightReading reading{.now = platform::wallNow(), .pct = pct, .onAdapter = adapterPresent()};
+  NightReading reading{
+      .now = platform::wallNow(), .uptime = platform::uptime(), .pct = pct, .onAdapter = adapterPresent()};
   ChargerReadings charger;
   if (const platform::SharedDictionary properties = SmartBattery::properties()) {
     if (reading.onAdapter) reading.adapterWatts = SmartBattery::adapterWatts(*properties);
@@ -117,6 +118,7 @@ NightInputs inputsFor(const NightReading& reading, const Bounds& band) {
 void notePlan(const NightReading& reading, double wakeAt) {
   gPlan = NightPlan{.wakeAt = wakeAt,
                     .plannedAt = reading.now,
+                    .uptime = reading.uptime,
                     .pct = reading.pct,
                     .adapterWatts = reading.adapterWatts,
                     .onAdapter = reading.onAdapter,

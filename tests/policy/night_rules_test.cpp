@@ -223,6 +223,22 @@ TEST(NightGain, countsOnlyOnTheSameAdapter) {
   EXPECT_EQ(gainSince(onBattery, reading), std::nullopt);
 }
 
+// Ten minutes have passed since the plan.
+TEST(NightGain, countsTheTimeAwakeOnlyAsLongAsAStayMayLast) {
+  NightPlan since = plan;
+  since.uptime = 5000;
+  const auto minutesAfter = [&](double awake) {
+    NightReading now = reading;
+    now.uptime = since.uptime + awake;
+    return gainSince(since, now).value_or(Gain{}).minutes;
+  };
+  EXPECT_EQ(minutesAfter(0), 10);
+  EXPECT_EQ(minutesAfter(longestStay), 10);
+  EXPECT_EQ(minutesAfter(longestStay + 60), 9);
+  EXPECT_EQ(minutesAfter(600), 5) << "it was not asleep at all";
+  EXPECT_EQ(minutesAfter(700), 5) << "the clock was set back meanwhile";
+}
+
 // ---------------------------------------------------------------------------------------------------------
 
 TEST(StateAtNight, keepsChargingStoppedDownToTheBand) {

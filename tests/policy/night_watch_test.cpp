@@ -196,6 +196,16 @@ TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
   EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
 }
 
+// Something kept the Mac awake, and it used most of what the adapter delivers.
+TEST_F(GuardedNight, expectsMoreAsleepThanWasGainedInHoursAwake) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  mac.pass(3 * 3600);
+  watchNight(45, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_LT(mac.pendingWakes().front() - platform::wallNow(), wait) << "as fast as the adapter may charge";
+}
+
 // A battery with a tenth of its capacity left charges by points a second, and the Mac may not be kept awake
 // for it.
 TEST_F(GuardedNight, doesNotResumeWhatItWouldStopAtOnce) {

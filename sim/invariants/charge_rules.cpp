@@ -219,8 +219,7 @@ class Ceiling final : public Rule {
     // is reached.
     const auto upper = static_cast<double>(bandAskedFor(tick.settings).upper);
     constexpr double belowLimit = 2;  // percent: more than the last minute adds
-    const double most = virtual_mac::mostChargeMA(battery, std::max(upper - belowLimit, 0.0));
-    const double inAMinute = 100 * most / 60 / (battery.fullMAh * battery.shownFull);
+    const double inAMinute = mostBetweenReadings(battery, upper - belowLimit);
     interval_ = {.settings = tick.settings,
                  .ceiling = upper + std::max(1.0, inAMinute),
                  .sleptSeconds = machine.system.sleptSeconds,

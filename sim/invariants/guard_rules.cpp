@@ -65,10 +65,9 @@ class NightCeiling final : public Rule {
     const Machine& machine = observation.machine();
     const std::optional<Settings> settings = readConfig(gConfigPath);
     if (!settings || !mayBegin(*settings, machine)) return;
-    const auto upper = static_cast<double>(bandAskedFor(*settings).upper);
     const Disturbances& disturbances = observation.disturbances();
     night_ = {.settings = *settings,
-              .ceiling = std::max(upper, virtual_mac::level(machine)) + 2,
+              .ceiling = ceilingOf(bandAskedFor(*settings), machine),
               .bootedAt = machine.system.bootedAt,
               .disturbanceCount = disturbances.disturbanceCount,
               .jumps = disturbances.jumps,
@@ -76,6 +75,17 @@ class NightCeiling final : public Rule {
               .adapterChangedAt = disturbances.adapterChangedAt,
               .plugged = machine.adapter.present,
               .watts = machine.adapter.watts};
+  }
+
+  // Just below the band, as the gauge shows it, charging has to continue. With little of its capacity left
+  // the battery may leap over the band and more before the next reading.
+  static double ceilingOf(const Bounds& band, const Machine& machine) {
+    constexpr double tolerated = 2;
+    constexpr double roundedAway = 0.5;
+    const double belowBand = static_cast<double>(band.lower) - roundedAway;
+    const double afterALeap = belowBand + mostBetweenReadings(machine.battery, belowBand);
+    const double most = std::max(static_cast<double>(band.upper), virtual_mac::level(machine)) + tolerated;
+    return std::max(most, afterALeap);
   }
 
   static bool mayBegin(const Settings& settings, const Machine& machine) {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/options.h"
 #include "hardware/charge_gate.h"
 #include "native/native_limit.h"
 #include "platform/system_power.h"
@@ -72,6 +73,12 @@ class WhatIsSet final : public Rule {
   }
 };
 
+// With the guard "menu", while macOS charges to full because its user asked for that.
+bool waitsForFullCharge(const virtual_mac::Machine& machine) {
+  const double until = std::max(machine.limit.held.fullUntil, machine.limit.coming.fullUntil);
+  return gGuards.menu && gNativeFullUntil && until > virtual_mac::wallClock(machine);
+}
+
 // How often a target is written again. Uses the wall clock throughout, as macOS's own dates do; if the clock
 // was set, the rule cannot tell whether a write came too soon.
 class WrittenAgain final : public Rule {
@@ -90,8 +97,8 @@ class WrittenAgain final : public Rule {
     if (!gateIsMacOSLimit() || !gNativeWritten) return;
     const double now = tick.at + observation.machine().system.wallOffset;
     const bool plugged = adapterIsSeen(observation.machine());
-    // On battery macOS shows no limit.
-    if (!plugged) waitsSince_ = now;
+    // On battery macOS shows no limit, nor while it charges to full.
+    if (!plugged || waitsForFullCharge(observation.machine())) waitsSince_ = now;
     const bool writes = firstEntry(observation, tick.journalFrom, tick.journalTo, isNativeWrite) != nullptr;
     if (observation.disturbances().clockSteppedAt >= tickedAt_) clockWasSet_ = true;
     tickedAt_ = tick.at;

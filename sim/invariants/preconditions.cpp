@@ -65,6 +65,11 @@ bool adapterIsSeen(const Machine& machine) {
   return key->scripted ? key->bytes[0] != noAdapter : machine.adapter.present;
 }
 
+double mostBetweenReadings(const virtual_mac::Battery& battery, double percent) {
+  const double most = virtual_mac::mostChargeMA(battery, std::max(percent, 0.0));
+  return 100 * most / 60 / (battery.fullMAh * battery.shownFull);
+}
+
 Bounds bandAskedFor(const Settings& settings) {
   constexpr std::int64_t least = 20;
   constexpr std::int64_t widest = 20;

@@ -28,6 +28,10 @@ namespace brisko::lab {
 // Whether the daemon sees an adapter: through the controller's key, or else through the power source.
 [[nodiscard]] bool adapterIsSeen(const virtual_mac::Machine& machine);
 
+// The most that the battery gains from this percentage on between two readings of its gauge, a minute apart,
+// in percent as shown.
+[[nodiscard]] double mostBetweenReadings(const virtual_mac::Battery& battery, double percent);
+
 // The band that the settings request, computed independently of the daemon.
 [[nodiscard]] Bounds bandAskedFor(const Settings& settings);
 

@@ -34,6 +34,14 @@ bool shouldCloseNear(const NightInputs& inputs) {
   return inputs.pct >= inputs.band.lower || minutes < static_cast<double>(shortestWait);
 }
 
+// A battery with little of its capacity left gains several points between two readings of its gauge. In the
+// band charging is rather stopped early than two points too late.
+bool mayLeap(const NightInputs& inputs) {
+  constexpr std::int64_t tolerated = 2;
+  return inputs.pct >= inputs.band.lower &&
+         minutesBelow(inputs.band.upper + tolerated, inputs.pct, inputs.speed) < 0;
+}
+
 }  // namespace
 
 double fastestSpeed(const ChargerReadings& readings) {
@@ -81,7 +89,9 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
 std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading) {
   const bool same = plan.onAdapter && reading.onAdapter && plan.adapterWatts == reading.adapterWatts;
   if (!same || !plan.charging || reading.now < plan.plannedAt) return std::nullopt;
-  return Gain{.points = reading.pct - plan.pct, .minutes = (reading.now - plan.plannedAt) / 60};
+  const double awake = reading.uptime - plan.uptime;
+  const double asleep = std::max(reading.now - plan.plannedAt - awake, 0.0);
+  return Gain{.points = reading.pct - plan.pct, .minutes = (asleep + std::min(awake, longestStay)) / 60};
 }
 
 BedtimePlan planBedtime(const BedtimeInputs& inputs) {
@@ -96,7 +106,7 @@ NightDecision decideNight(const NightInputs& inputs) {
   const double minutes = minutesBelow(inputs.band.upper, inputs.pct, inputs.speed);
   if (!inputs.onAdapter) return decideOnBattery(inputs, minutes);
   const bool near = minutes < static_cast<double>(shortestWait);
-  if (near && inputs.mayStayAwake) return {.step = NightStep::stayAwake};
+  if (near && inputs.mayStayAwake && !mayLeap(inputs)) return {.step = NightStep::stayAwake};
   if (inputs.wakesLeft < 1 || (near && shouldCloseNear(inputs))) return {.step = NightStep::close};
   return {.step = NightStep::wake, .minutes = wholeMinutes(minutes)};
 }

@@ -25,7 +25,9 @@ struct ChargerReadings {
 // The speed that no charge exceeds: what the adapter's watts and this battery allow.
 [[nodiscard]] double fastestSpeed(const ChargerReadings& readings);
 
-// What was gained since the last wake was planned, while charging was open on the same adapter.
+// What was gained since the last wake was planned, while charging was open on the same adapter. A Mac that is
+// awake may use most of what a weak adapter delivers, so the time awake counts only as long as a stay may
+// last: otherwise the Mac would charge faster asleep than expected.
 struct Gain {
   std::int64_t points = 0;  // by two readings, each rounded
   double minutes = 0;
@@ -42,6 +44,7 @@ struct Gain {
 struct NightPlan {
   double wakeAt = 0;     // wall clock
   double plannedAt = 0;  // wall clock
+  double uptime = 0;     // at that moment: seconds awake since the start of the Mac
   std::int64_t pct = 0;  // that it was made from
   std::optional<std::int64_t> adapterWatts = std::nullopt;
   bool onAdapter = false;
@@ -49,7 +52,8 @@ struct NightPlan {
   bool operator==(const NightPlan&) const = default;
 };
 struct NightReading {
-  double now = 0;  // wall clock
+  double now = 0;     // wall clock
+  double uptime = 0;  // seconds awake since the start of the Mac
   std::int64_t pct = 0;
   std::optional<std::int64_t> adapterWatts = std::nullopt;
   bool onAdapter = false;

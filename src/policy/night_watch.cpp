@@ -88,7 +88,8 @@ bool stayAwake(std::int64_t limit) {
 // A step
 
 NightReading readNight(std::int64_t pct) {
-  NightReading reading{.now = platform::wallNow(), .pct = pct, .onAdapter = adapterPresent()};
+  NightReading reading{
+      .now = platform::wallNow(), .uptime = platform::uptime(), .pct = pct, .onAdapter = adapterPresent()};
   ChargerReadings charger;
   if (const platform::SharedDictionary properties = SmartBattery::properties()) {
     if (reading.onAdapter) reading.adapterWatts = SmartBattery::adapterWatts(*properties);
@@ -117,6 +118,7 @@ NightInputs inputsFor(const NightReading& reading, const Bounds& band) {
 void notePlan(const NightReading& reading, double wakeAt) {
   gPlan = NightPlan{.wakeAt = wakeAt,
                     .plannedAt = reading.now,
+                    .uptime = reading.uptime,
                     .pct = reading.pct,
                     .adapterWatts = reading.adapterWatts,
                     .onAdapter = reading.onAdapter,
@@ -140,13 +142,17 @@ void closeForTheNight(std::int64_t pct, const Bounds& band) {
       "–" + std::to_string(band.upper) + "%)");
 }
 
-void takeStep(const NightReading& reading, const Bounds& band) {
+// A stay begins here already: only then is it known whether the system refuses it.
+NightDecision decideStep(const NightReading& reading, const Bounds& band) {
   NightInputs inputs = inputsFor(reading, band);
-  NightDecision decision = decideNight(inputs);
-  if (decision.step == NightStep::stayAwake && !stayAwake(band.upper)) {
-    inputs.mayStayAwake = false;
-    decision = decideNight(inputs);
-  }
+  const NightDecision decision = decideNight(inputs);
+  if (decision.step != NightStep::stayAwake || stayAwake(band.upper)) return decision;
+  inputs.mayStayAwake = false;
+  return decideNight(inputs);
+}
+
+void takeStep(const NightReading& reading, const Bounds& band) {
+  const NightDecision decision = decideStep(reading, band);
   switch (decision.step) {
     case NightStep::wake:
       return planWake(reading, decision.minutes);
@@ -209,7 +215,7 @@ bool wouldStopAgain(std::int64_t pct, const Bounds& band) {
   const NightReading reading = readNight(pct);
   notePastWake(reading.now);
   forgetOldWakes(reading.now);
-  return decideNight(inputsFor(reading, band)).step == NightStep::close;
+  return decideStep(reading, band).step == NightStep::close;
 }
 
 void noteChargingStopped() {

@@ -25,7 +25,8 @@ void planNight(std::int64_t pct, const Bounds& band);
 // Top Up or a calibration, or a limit of 100.
 void watchNight(std::int64_t pct, const Bounds& band, bool limited);
 
-// Whether the step after this tick would stop charging that the tick resumed.
+// Whether the step after this tick would stop charging that the tick resumed. If that step is to stay awake,
+// the stay begins now.
 [[nodiscard]] bool wouldStopAgain(std::int64_t pct, const Bounds& band);
 
 // Charging was stopped for the night: what the charge gains until it is resumed tells nothing about the

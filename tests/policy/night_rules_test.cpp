@@ -102,6 +102,22 @@ TEST(NightStep, staysAwakeForTheLastMinutes) {
   EXPECT_EQ(wakesIn(inputs), 3);
 }
 
+TEST(NightStep, closesInsideTheBandWhenTheNextReadingMayBeTwoPointsAboveTheLimit) {
+  const auto closesAt = [](std::int64_t pct, double speed, std::int64_t lower) {
+    NightInputs inputs = at(pct);
+    inputs.band.lower = lower;
+    inputs.speed = speed;
+    inputs.mayStayAwake = true;
+    return closes(inputs);
+  };
+  EXPECT_FALSE(closesAt(79, 2.5, 75));
+  EXPECT_TRUE(closesAt(79, 2.6, 75));
+  EXPECT_FALSE(closesAt(76, 5.5, 75));
+  EXPECT_TRUE(closesAt(76, 5.6, 75));
+  EXPECT_TRUE(closesAt(76, 5.6, 76));
+  EXPECT_FALSE(closesAt(76, 5.6, 77)) << "below the band it has to be charged";
+}
+
 TEST(NightStep, closesInsideTheBandWhenItMayNotStayAwake) {
   EXPECT_TRUE(closes(at(76)));
   EXPECT_TRUE(closes(at(79)));
@@ -221,6 +237,22 @@ TEST(NightGain, countsOnlyOnTheSameAdapter) {
   NightPlan onBattery = plan;
   onBattery.onAdapter = false;
   EXPECT_EQ(gainSince(onBattery, reading), std::nullopt);
+}
+
+// Ten minutes have passed since the plan.
+TEST(NightGain, countsTheTimeAwakeOnlyAsLongAsAStayMayLast) {
+  NightPlan since = plan;
+  since.uptime = 5000;
+  const auto minutesAfter = [&](double awake) {
+    NightReading now = reading;
+    now.uptime = since.uptime + awake;
+    return gainSince(since, now).value_or(Gain{}).minutes;
+  };
+  EXPECT_EQ(minutesAfter(0), 10);
+  EXPECT_EQ(minutesAfter(longestStay), 10);
+  EXPECT_EQ(minutesAfter(longestStay + 60), 9);
+  EXPECT_EQ(minutesAfter(600), 5) << "it was not asleep at all";
+  EXPECT_EQ(minutesAfter(700), 5) << "the clock was set back meanwhile";
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -196,6 +196,16 @@ TEST_F(GuardedNight, countsNoGainOfATimeWhenChargingWasStopped) {
   EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 60) << "as if it had just begun";
 }
 
+// Something kept the Mac awake, and it used most of what the adapter delivers.
+TEST_F(GuardedNight, expectsMoreAsleepThanWasGainedInHoursAwake) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  mac.pass(3 * 3600);
+  watchNight(45, band, true);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_LT(mac.pendingWakes().front() - platform::wallNow(), wait) << "as fast as the adapter may charge";
+}
+
 // A battery with a tenth of its capacity left charges by points a second, and the Mac may not be kept awake
 // for it.
 TEST_F(GuardedNight, doesNotResumeWhatItWouldStopAtOnce) {
@@ -213,6 +223,27 @@ TEST_F(GuardedNight, doesNotResumeWhatItWouldStopAtOnce) {
   mac.charge(70);
   evaluate();
   EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(GuardedNight, doesNotResumeWhenTheStayThatThisNeedsIsRefused) {
+  applyState(ChargeState::hold);
+  mac.store().update().machine().battery.fullMAh /= 4;
+  mac.charge(74);
+  mac.change({.kind = ChangeKind::scheduleStatus, .status = platform::kernelNotPrivileged});
+  mac.forgetJournal();
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  EXPECT_THAT(mac.writes(), Not(Contains(HasSubstr("CH"))));
+  EXPECT_FALSE(staysAwake());
+}
+
+TEST_F(GuardedNight, staysAwakeFromTheMomentAtWhichItResumes) {
+  applyState(ChargeState::hold);
+  mac.store().update().machine().battery.fullMAh /= 4;
+  mac.charge(74);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+  EXPECT_TRUE(staysAwake());
 }
 
 // The dark wake ends with the stop, so that no tick sees the closed gate.

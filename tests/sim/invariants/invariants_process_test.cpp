@@ -3,16 +3,19 @@
 
 #include <csignal>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/log.h"
+#include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
 #include "hardware/scheduled_wake.h"
 #include "native/native_limit.h"
+#include "platform/clock.h"
 #include "platform/system_power.h"
 #include "records/statistics.h"
 #include "sim/invariants/invariants_fixture.h"
@@ -513,6 +516,33 @@ TEST_F(NativeInvariants, requireARewriteEvery90SecondsForTenMinutes) {
   EXPECT_THAT(found(), ElementsAre(24)) << "refused by now";
   writesTarget(85);
   EXPECT_THAT(found(), IsEmpty()) << "another target";
+}
+
+TEST_F(NativeInvariants, requireTheTenMinutesAnewAfterAFullChargeThatIsWaitedFor) {
+  const auto writesAfterAFullCharge = [this](bool guarded, bool asked, bool waits) {
+    gGuards.menu = guarded;
+    writesTarget(85);
+    writesTarget(80);
+    happens([&](virtual_mac::Machine& machine, virtual_mac::Journal&) {
+      machine.limit.held.fullUntil = asked ? virtual_mac::wallClock(machine) + 1000 : 0;
+    });
+    gNativeFullUntil = waits ? std::optional(platform::wallNow() + 1000) : std::nullopt;
+    mac.pass(900);
+    tick();
+    iteration();
+    gNativeFullUntil.reset();
+    happens([](virtual_mac::Machine& machine, virtual_mac::Journal&) { machine.limit.held.fullUntil = 0; });
+    mac.pass(599);
+    writesTarget(80);
+    return found();
+  };
+  EXPECT_THAT(writesAfterAFullCharge(true, true, true), IsEmpty());
+  mac.pass(90);
+  writesTarget(80);
+  EXPECT_THAT(found(), ElementsAre(24)) << "refused again";
+  EXPECT_THAT(writesAfterAFullCharge(false, true, true), ElementsAre(24));
+  EXPECT_THAT(writesAfterAFullCharge(true, false, true), ElementsAre(24)) << "nobody asked";
+  EXPECT_THAT(writesAfterAFullCharge(true, true, false), ElementsAre(24)) << "the daemon does not wait";
 }
 
 TEST_F(NativeInvariants, requireOneRewriteAfterMacOSChangedTheLimit) {

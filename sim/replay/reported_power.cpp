@@ -574,7 +574,8 @@ double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
   constexpr std::int64_t enough = 10;  // points
   constexpr double precision = 0.2;    // of what power and percentage show together
   const Charger charger = chargerOf(machine);
-  const Sighting* first = nullptr;   // of a run on the battery, from a change of the percentage on
+  constexpr double leastCharge = 5;  // W
+  const Sighting* first = nullptr;   // of a run in one direction, from a change of the percentage on
   const Sighting* before = nullptr;  // of the same run
   double milliampereSeconds = 0;
   std::optional<double> found;
@@ -582,22 +583,25 @@ double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
     if (!sighting.watts || !sighting.inHistory) continue;
     const bool drains = sighting.plugged == false && *sighting.watts < -leastLoad && sighting.percent > 0 &&
                         sighting.percent < almostFull;
-    const bool continues = drains && before != nullptr && sighting.time - before->time <= longestGap;
+    const bool charges = isFed(sighting) && *sighting.watts > leastCharge && sighting.percent < taperPercent;
+    const bool flows = drains || charges;
+    const bool continues = flows && before != nullptr && (*before->watts < 0) == drains &&
+                           sighting.time - before->time <= longestGap;
     const bool changes = continues && sighting.percent != before->percent;
     if (!continues) first = nullptr;
     if (continues && first != nullptr) {
       const double rest = charger.restVolts[static_cast<std::size_t>(sighting.percent)];
       const double volts = rest + machine.battery.resistanceOhm * *sighting.watts / rest;
-      milliampereSeconds -= *sighting.watts / volts * 1000 * (sighting.time - before->time);
+      milliampereSeconds += *sighting.watts / volts * 1000 * (sighting.time - before->time);
     }
     if (changes && first == nullptr) {
       first = &sighting;
       milliampereSeconds = 0;
     }
-    before = drains ? &sighting : nullptr;
-    if (!changes || first->percent - sighting.percent < enough) continue;
-    // The longer a run, the better its share; a later one only if it shows the same capacity.
-    const auto points = static_cast<double>(first->percent - sighting.percent);
+    before = flows ? &sighting : nullptr;
+    if (!changes || std::abs(sighting.percent - first->percent) < enough) continue;
+    // The longer a run, the better its share. Where a later one shows another capacity, the first one ends.
+    const auto points = static_cast<double>(sighting.percent - first->percent);
     const double share = milliampereSeconds / 3600 / points / charger.mAhPerPoint;
     if (found && std::abs(std::log(share / *found)) > precision) break;
     if (!found && std::abs(std::log(share)) <= precision) return 1;
@@ -608,6 +612,7 @@ double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
 
 std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<SleepSpan>& sleeps,
                                     const Machine& machine) {
+  double mostPoints = 0;
   const Charger charger = chargerOf(machine);
   const std::vector<Span> outages = outagesOf(days.trace, days.end());
   const std::vector<StateChange> states = statesOf(days.trace);
@@ -631,7 +636,9 @@ std::vector<PlugEvent> plugEventsOf(const ReportedDays& days, const std::vector<
         adapterIn(days.trace, publication, events[index].time, until, sleeps, charger, machine.adapter.watts);
   }
   // A weak adapter brings the charge more slowly.
+    if (std::abs(points) < mostPoints) continue;
   for (std::size_t index = 1; index < events.size(); ++index) {
+    mostPoints = std::abs(points);
     const double adapterWatts = events[events[index].plugged ? index : index - 1].adapterWatts;
     setTime(events[index], unseen[index], charger, adapterWatts * virtual_mac::adapterShare - sleepWatts);
   }

@@ -514,13 +514,15 @@ TEST(ReportedPower, takesNoLoadFromTheLastPointsOfAFullBatteryWhereTheHistoryIsS
 // A battery that was replaced, or a gauge that learned.
 TEST(Reconstruct, takesAnotherCapacityAtTheBeginningFromThePowerAndThePercentage) {
   auto members = test::sampleMembers();
-  const auto capacityWith = [&](int tenthsOfWatts) {
+  const auto capacityWith = [&](int tenthsOfWatts, bool charges = false) {
     std::string& history = members["history/2026-03-01.jsonl"];
     history.clear();
     for (int sample = 0; sample <= 24; ++sample) {
-      history += R"({"g":false,"p":)" + std::to_string(80 - sample / 2) + R"(,"s":"allow","t":)" +
-                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":-)" +
-                 std::to_string(tenthsOfWatts) + "}\n";
+      const int percent = charges ? 60 + sample / 2 : 80 - sample / 2;
+      history += std::string(R"({"g":)") + (charges ? "true" : "false") + R"(,"p":)" +
+                 std::to_string(percent) + R"(,"s":"allow","t":)" +
+                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":)" +
+                 std::to_string(charges ? tenthsOfWatts : -tenthsOfWatts) + "}\n";
     }
     const auto reading = readReport(test::archiveOf(members));
     EXPECT_TRUE(reading.days) << reading.error;
@@ -559,6 +561,26 @@ TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {
   EXPECT_EQ(plugEventsOf(days, sleeps, machine)[1].adapterWatts, 96) << "all that the charger takes";
 }
 
+  EXPECT_EQ(capacityWith(85, true), 6000);
+  EXPECT_NEAR(capacityWith(160, true), 11000, 800) << "a charge shows it too";
+}
+
+TEST(Reconstruct, takesTheCapacityFromTheRunOfMostPoints) {
+  auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("pro14"));
+  ReportedDays days;
+  const auto drain = [&](double from, int first, int last, double watts) {
+    for (int percent = first; percent >= last; --percent, from += 300) {
+      days.trace.sightings.push_back(
+          {.time = from, .percent = percent, .plugged = false, .watts = -watts, .inHistory = true});
+    }
+  };
+  drain(0, 80, 50, 4);
+  const double alone = capacityAtBeginning(days, machine);
+  EXPECT_LT(alone, 0.7);
+  drain(20000, 50, 38, 4.5);
+  EXPECT_EQ(capacityAtBeginning(days, machine), alone);
+  drain(40000, 80, 48, 4.2);
+  EXPECT_NEAR(capacityAtBeginning(days, machine) / alone, 1.05, 0.02);
 // A sleeping battery cools down in its own way, and a dark wake that shows nothing new must not end a pause
 // for heat.
 TEST(ReportedPower, setsTheTemperatureAtEachWake) {

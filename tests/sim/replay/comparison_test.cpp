@@ -99,6 +99,21 @@ TEST(Comparison, takesNoShortDifferenceOfTheStateForADeparture) {
   }
 }
 
+// A state that flips in one of them.
+TEST(Comparison, addsUpShortDifferencesOfTheStateWithMinutesBetweenThem) {
+  for (const auto& [agreeing, departs] : {std::pair{240.0, true}, {360.0, false}}) {
+    Trace replayed;
+    for (double time = 0; time <= 3600; time += 60) {
+      const bool differs = time >= 600 && std::fmod(time - 600, 180 + agreeing) < 180;
+      add(replayed, time, time + 1, differs ? ChargeState::discharge : ChargeState::hold, 80, 80);
+    }
+    const Comparison comparison = compare(anHourOfHolding(), replayed);
+    ASSERT_EQ(comparison.departures.size(), departs ? 1U : 0U) << agreeing;
+    if (!departs) continue;
+    EXPECT_EQ(comparison.departures[0].time, 600);
+  }
+}
+
 TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   Trace replayed;
   add(replayed, 0, 1500, ChargeState::hold, 80, 83);
@@ -106,8 +121,19 @@ TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   const Comparison comparison = compare(anHourOfHolding(), replayed);
   EXPECT_EQ(comparison.withinThree, 6U) << "three points are not too far";
   ASSERT_EQ(comparison.departures.size(), 1U) << "once, not at every moment";
-  EXPECT_EQ(comparison.departures[0].time, 1800);
+  EXPECT_EQ(comparison.departures[0].time, 1560) << "between two of the moments";
   EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 84 % in the replay");
+}
+
+TEST(Comparison, takesNoDistanceThatIsMadeUpBetweenTwoMomentsForADeparture) {
+  Trace replayed;
+  add(replayed, 0, 1500, ChargeState::hold, 80, 80);
+  add(replayed, 1560, 1620, ChargeState::hold, 84, 84);
+  add(replayed, 1680, 1740, ChargeState::hold, 80, 80);
+  add(replayed, 1770, 3600, ChargeState::hold, 84, 84);
+  const Comparison comparison = compare(anHourOfHolding(), replayed);
+  ASSERT_EQ(comparison.departures.size(), 1U);
+  EXPECT_EQ(comparison.departures[0].time, 1800);
 }
 
 // In between nothing is known but where the charge began and ended.

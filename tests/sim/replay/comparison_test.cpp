@@ -214,5 +214,36 @@ TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
   EXPECT_EQ(picture.log[0].text, "1970-01-01T00:01:40Z  → state: hold");
 }
 
+// What no replay could name within ten minutes is counted apart.
+TEST(Departures, areJudgedByWhatTheFaultDidToTheReport) {
+  const auto at = [](double time) { return std::optional(Departure{time, "words"}); };
+  struct Case {
+    proof::FaultTrace trace;
+    std::optional<Departure> departure;
+    const char* text;
+    bool misses;
+  };
+  const std::vector<Case> cases = {
+      {{1000, 1100}, at(1600), "1 within ten minutes", false},
+      {{1000, 1100}, at(1601), "1 later or not at all", true},
+      {{1000, 1100}, at(400), "1 within ten minutes", false},
+      {{1000, 1100}, at(399), "1 earlier", true},
+      {{1000, 5000}, at(399), "1 earlier", true},
+      {{1000, 5000}, at(5600), "1 showed later and were named then", false},
+      {{1000, 5000}, at(5601), "1 later or not at all", true},
+      {{1000, 1600}, at(2000), "1 later or not at all", true},
+      {{1000, 1601}, at(2000), "1 showed later and were named then", false},
+      {{1000, {}}, {}, "1 were too small to see", false},
+      {{1000, {}}, at(1601), "1 later or not at all", true},
+      {{1000, 1100}, {}, "1 later or not at all", true},
+  };
+  for (const Case& each : cases) {
+    proof::Departures departures;
+    departures.add(1, "a fault", each.trace, each.departure);
+    EXPECT_THAT(departures.text(), HasSubstr(each.text)) << each.trace.first;
+    EXPECT_EQ(!departures.missedGoals().empty(), each.misses) << departures.text();
+  }
+}
+
 }  // namespace
 }  // namespace brisko::lab::comparison_test

@@ -416,7 +416,8 @@ double changeBetween(const LoadReading& before, const LoadReading& reading, cons
   return std::max(reading.time - std::max(late, settling), before.time);
 }
 
-// Plugging it in is no sign of that; having slept is.
+// Whether the load may have changed since the reading before. Plugging the Mac in is no sign of that; a sleep
+// is.
 bool wasUsedOtherwise(const LoadReading* before, const LoadReading& reading,
                       const std::vector<double>& uses) {
   if (before == nullptr) return false;

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <span>
 
+#include "base/json_file.h"
 #include "client/doctor/checks.h"
 #include "client/local_time.h"
 #include "client/why.h"
@@ -63,6 +64,23 @@ std::string suspects(const Evidence& evidence) {
 }
 
 // --- The current
+
+// macOS's own limit as far as it is known: what is in force now, or what the daemon keeps for it.
+std::optional<std::int64_t> systemLimitOf(const Evidence& evidence) {
+  if (evidence.systemLimit.value) return evidence.systemLimit.value;
+  const auto statistics = parseJson(evidence.statistics.value.value_or(""));
+  return statistics && statistics->is_object() ? integerAt(*statistics, "nativeBefore") : std::nullopt;
+}
+
+// With the daemon off, macOS's own limit is all that the user asked for: the charge rests in the points below
+// it.
+bool restsBelowSystemLimit(const Evidence& evidence) {
+  constexpr std::int64_t restingPoints = 5;  // further below, macOS charges again
+  const DaemonStatus& status = *evidence.state.status;
+  if (status.enabled || status.topUp || status.calibration.phase != CalPhase::idle) return false;
+  const std::int64_t limit = systemLimitOf(evidence).value_or(0);
+  return limit > 0 && limit < 100 && status.pct >= limit - restingPoints;
+}
 
 // The samples of a charge that has been allowed for some minutes, and is to rise.
 std::vector<RecentSample> allowedSamples(const Evidence& evidence) {
@@ -274,7 +292,7 @@ CheckResult checkAdapterStrong(const Evidence& evidence) {
 
 CheckResult checkCurrentFlows(const Evidence& evidence) {
   if (!evidence.state.status) return notLookedAt(noStatus);
-  if (!allAre(allowedSamples(evidence), rests)) return clear();
+  if (restsBelowSystemLimit(evidence) || !allAre(allowedSamples(evidence), rests)) return clear();
   const auto reason = evidence.battery.value ? evidence.battery.value->notChargingReason : std::nullopt;
   return found("Charging is allowed, but no current flows." + (reason ? notChargingText(*reason) : ""));
 }

@@ -16,6 +16,7 @@ namespace {
 constexpr double chargePeriod = 300;    // seconds
 constexpr double farApart = 3;          // points
 constexpr double lastingSeconds = 900;  // that states must differ to count as a departure
+constexpr double longestReturn = 300;   // seconds in which they agree without ending it
 constexpr std::array allStates{ChargeState::allow, ChargeState::hold, ChargeState::discharge};
 
 // What a trace says of a moment; the moments must come in order of time.
@@ -118,10 +119,12 @@ void compareStates(const Trace& reported, const Trace& replayed, const Overlap& 
   Reader report(reported);
   Reader replay(replayed);
   std::optional<Departure> differs;
+  double differsFor = 0;
   double differsUntil = 0;
   const auto close = [&] {
-    if (differs && differsUntil - differs->time >= lastingSeconds) comparison.departures.push_back(*differs);
+    if (differs && differsFor >= lastingSeconds) comparison.departures.push_back(*differs);
     differs.reset();
+    differsFor = 0;
   };
   for (std::size_t index = 0; index + 1 < edges.size(); ++index) {
     const double begin = edges[index];
@@ -136,10 +139,11 @@ void compareStates(const Trace& reported, const Trace& replayed, const Overlap& 
     comparison.states[static_cast<std::size_t>(other)].replayed += end - begin;
     if (one == other) {
       comparison.states[static_cast<std::size_t>(one)].agreed += end - begin;
-      close();
+      if (differs && end - differsUntil > longestReturn) close();
       continue;
     }
     if (!differs) differs = Departure{begin, departureOf(one, other)};
+    differsFor += end - begin;
     differsUntil = end;
   }
   close();
@@ -155,6 +159,24 @@ bool isFar(const ChargePoint& point) { return std::abs(point.reported - point.re
 std::string departureOf(const ChargePoint& point) {
   return "the charge is " + percentText(point.reported) + " in the report, " + percentText(point.replayed) +
          " in the replay";
+}
+
+// From when on the charge was apart without a break up to `time`, where it is, as the report shows it: the
+// moments that are compared lie minutes apart.
+ChargePoint apartSince(const Trace& reported, const Trace& replayed, double from, double time) {
+  Reader report(reported);
+  Reader replay(replayed);
+  std::optional<ChargePoint> since;
+  for (const Sighting& sighting : reported.sightings) {
+    if (sighting.time <= from || sighting.time >= time) continue;
+    const ChargePoint point{sighting.time, report.percentAt(sighting.time), replay.percentAt(sighting.time)};
+    if (!isFar(point)) {
+      since.reset();
+    } else if (!since) {
+      since = point;
+    }
+  }
+  return since.value_or(ChargePoint{time, report.percentAt(time), replay.percentAt(time)});
 }
 
 void compareCharge(const Trace& reported, const Trace& replayed, const Overlap& overlap,
@@ -174,7 +196,9 @@ void compareCharge(const Trace& reported, const Trace& replayed, const Overlap& 
     if (apart && !isApart) {
       const double seen = report.gapEnd(time).value_or(time);
       const ChargePoint shown{seen, reportAhead.percentAt(seen), replayAhead.percentAt(seen)};
-      if (isFar(shown)) comparison.departures.push_back({seen, departureOf(shown)});
+      const double from = std::max(time - chargePeriod, overlap.from());
+      const ChargePoint since = seen > time ? shown : apartSince(reported, replayed, from, time);
+      if (isFar(shown)) comparison.departures.push_back({since.time, departureOf(since)});
     }
     isApart = apart;
   }

@@ -263,6 +263,8 @@ struct LoadReading {
   Bound bound;
   std::size_t stretch;              // between two changes
   std::optional<double> from = {};  // since when, if that is known
+  std::int64_t percent = 0;         // that the gauge showed, without a meaning where `from` is known …
+  double batteryWatts = 0;          // … and what flowed into the battery
 };
 
 // A battery that gives nothing beside an adapter: the adapter alone feeds the Mac.
@@ -375,8 +377,12 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
       const double spare = adapterWatts * virtual_mac::adapterShare - std::max(*moment.watts, 0.0);
       const double usual = hours->at(hourOf(published));
       readings.push_back({published, std::max(std::min(usual, spare), leastLoad), Bound::exact, stretch});
+      readings.back().percent = moment.percent;
+      readings.back().batteryWatts = *moment.watts;
     } else if (auto reading = loadReading(moment, stretch, charger, adapterWatts, everythingMeasured)) {
       if (reading->bound == Bound::exact && isInDarkWake(sleeps, published)) reading->bound = Bound::atLeast;
+      reading->percent = moment.percent;
+      reading->batteryWatts = *moment.watts;
       readings.push_back(*reading);
     }
   }
@@ -384,23 +390,48 @@ std::vector<LoadReading> loadReadings(const ReportedDays& days, const std::vecto
 }
 
 // The load that the reading leaves, in watts.
-double loadAfter(double before, const LoadReading& reading) {
+double loadAfter(double before, bool mayHaveChanged, const LoadReading& reading) {
   constexpr double littleWork = 3;
   const bool fits =
       (reading.bound == Bound::atMost && before <= reading.watts) ||
       (reading.bound != Bound::exact && reading.bound != Bound::atMost && before >= reading.watts);
   if (fits) return before;
   // A Mac that took far less than the adapter gives has some other reason not to charge.
-  if (reading.bound == Bound::exhausted && before < reading.watts / 2) return before;
+  if (reading.bound == Bound::exhausted && before < reading.watts / 2 && !mayHaveChanged) return before;
   return reading.bound == Bound::atMost ? std::min(reading.watts / 10, littleWork) : reading.watts;
+}
+
+// When the power changed from that of one reading to that of the next: in the middle, unless the points by
+// which the charge moved show it better.
+double changeBetween(const LoadReading& before, const LoadReading& reading, const Charger& charger) {
+  constexpr double worthWorkingOut = 2;  // points between a change at once and one at the end
+  const double seconds = reading.time - before.time;
+  const auto percent = static_cast<std::size_t>(std::clamp<std::int64_t>(reading.percent, 0, 100));
+  const double joulesPerPoint = charger.mAhPerPoint * 3.6 * charger.restVolts[percent];
+  const double gained = reading.batteryWatts - before.batteryWatts;
+  if (reading.from || before.from || std::abs(gained) * seconds < worthWorkingOut * joulesPerPoint)
+    return (before.time + reading.time) / 2;
+  const auto points = static_cast<double>(reading.percent - before.percent);
+  const double late = (points * joulesPerPoint - before.batteryWatts * seconds) / gained;
+  return std::max(reading.time - std::max(late, settling), before.time);
+}
+
+// Whether the load may have changed since the reading before. Plugging the Mac in is no sign of that; a sleep
+// is.
+bool wasUsedOtherwise(const LoadReading* before, const LoadReading& reading,
+                      const std::vector<double>& uses) {
+  if (before == nullptr) return false;
+  const auto first = std::upper_bound(uses.begin(), uses.end(), before->time);
+  return std::upper_bound(first, uses.end(), reading.time) - first > 1;
 }
 
 // From when on the load is what the reading shows.
 double beginningOf(const LoadReading& reading, const LoadReading* before, const std::vector<double>& changes,
-                   const std::vector<double>& uses) {
+                   const std::vector<double>& uses, const Charger& charger) {
   const bool continues = before != nullptr && before->stretch == reading.stretch;
   const double stretchBegin = changes[reading.stretch - 1];
-  const double from = reading.from.value_or(continues ? (before->time + reading.time) / 2 : stretchBegin);
+  const double from =
+      reading.from.value_or(continues ? changeBetween(*before, reading, charger) : stretchBegin);
   if (from != stretchBegin) return from;
   // Of what the daemon does the load does not depend.
   const double useBegin = *std::prev(std::upper_bound(uses.begin(), uses.end(), stretchBegin));
@@ -574,34 +605,41 @@ double capacityAtBeginning(const ReportedDays& days, const Machine& machine) {
   constexpr std::int64_t enough = 10;  // points
   constexpr double precision = 0.2;    // of what power and percentage show together
   const Charger charger = chargerOf(machine);
-  const Sighting* first = nullptr;   // of a run on the battery, from a change of the percentage on
+  constexpr double leastCharge = 5;  // W
+  const Sighting* first = nullptr;   // of a run in one direction, from a change of the percentage on
   const Sighting* before = nullptr;  // of the same run
   double milliampereSeconds = 0;
   std::optional<double> found;
+  double mostPoints = 0;
   for (const Sighting& sighting : days.trace.sightings) {
     if (!sighting.watts || !sighting.inHistory) continue;
     const bool drains = sighting.plugged == false && *sighting.watts < -leastLoad && sighting.percent > 0 &&
                         sighting.percent < almostFull;
-    const bool continues = drains && before != nullptr && sighting.time - before->time <= longestGap;
+    const bool charges = isFed(sighting) && *sighting.watts > leastCharge && sighting.percent < taperPercent;
+    const bool flows = drains || charges;
+    const bool continues = flows && before != nullptr && (*before->watts < 0) == drains &&
+                           sighting.time - before->time <= longestGap;
     const bool changes = continues && sighting.percent != before->percent;
     if (!continues) first = nullptr;
     if (continues && first != nullptr) {
       const double rest = charger.restVolts[static_cast<std::size_t>(sighting.percent)];
       const double volts = rest + machine.battery.resistanceOhm * *sighting.watts / rest;
-      milliampereSeconds -= *sighting.watts / volts * 1000 * (sighting.time - before->time);
+      milliampereSeconds += *sighting.watts / volts * 1000 * (sighting.time - before->time);
     }
     if (changes && first == nullptr) {
       first = &sighting;
       milliampereSeconds = 0;
     }
-    before = drains ? &sighting : nullptr;
-    if (!changes || first->percent - sighting.percent < enough) continue;
-    // The longer a run, the better its share; a later one only if it shows the same capacity.
-    const auto points = static_cast<double>(first->percent - sighting.percent);
+    before = flows ? &sighting : nullptr;
+    if (!changes || std::abs(sighting.percent - first->percent) < enough) continue;
+    // The longer a run, the better its share. Where a later one shows another capacity, the first one ends.
+    const auto points = static_cast<double>(sighting.percent - first->percent);
     const double share = milliampereSeconds / 3600 / points / charger.mAhPerPoint;
     if (found && std::abs(std::log(share / *found)) > precision) break;
     if (!found && std::abs(std::log(share)) <= precision) return 1;
+    if (std::abs(points) < mostPoints) continue;
     found = share;
+    mostPoints = std::abs(points);
   }
   return found.value_or(1);
 }
@@ -654,8 +692,8 @@ std::vector<DatedAction> loadActions(const ReportedDays& days, const std::vector
   double now = machine.surroundings.loadWatts;
   const LoadReading* before = nullptr;
   for (const LoadReading& reading : readings) {
-    const double watts = loadAfter(now, reading);
-    const double from = beginningOf(reading, before, changes, uses);
+    const double watts = loadAfter(now, wasUsedOtherwise(before, reading, uses), reading);
+    const double from = beginningOf(reading, before, changes, uses, charger);
     if (std::abs(watts - now) >= worthAChange) {
       actions.push_back({from, measured("load", ChangeKind::load, watts)});
       now = watts;

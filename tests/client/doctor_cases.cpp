@@ -47,6 +47,13 @@ void charge(E& e, double watts, int minutes = 13) {
                                        .hot = false});
 }
 
+// At 60 %, with this limit of macOS.
+void restSwitchedOff(E& e, std::int64_t systemLimit) {
+  charge(e, 0);
+  e.state.status->enabled = false;
+  e.systemLimit = gathered<std::int64_t>(systemLimit);
+}
+
 void pauseForHeat(E& e, double seconds) {
   e.state.status->hot = true;
   for (RecentSample& sample : *e.history.value) sample.hot = sample.time >= now - seconds;
@@ -540,6 +547,37 @@ const std::vector<Case>& chargingCases() {
          e.state.status->pct = 95;
        },
        nothing},
+      {"D32", "the daemon off, at the lower end of macOS's own limit", [](E& e) { restSwitchedOff(e, 65); },
+       nothing},
+      {"D32", "the daemon off, below what macOS's own limit explains", [](E& e) { restSwitchedOff(e, 66); },
+       "no current"},
+      {"D32", "the daemon off, without a limit of macOS", [](E& e) { restSwitchedOff(e, 100); },
+       "no current"},
+      {"D32", "the daemon off, with a limit of macOS that it keeps",
+       [](E& e) {
+         restSwitchedOff(e, 100);
+         e.systemLimit = {};
+         e.statistics = gathered<std::string>("{\"nativeBefore\":65}");
+       },
+       nothing},
+      {"D32", "a calibration that macOS's own limit stops",
+       [](E& e) {
+         restSwitchedOff(e, 65);
+         e.state.status->calibration.phase = CalPhase::fill;
+       },
+       "no current"},
+      {"D32", "a Top Up that macOS's own limit stops",
+       [](E& e) {
+         restSwitchedOff(e, 65);
+         e.state.status->topUp = true;
+       },
+       "no current"},
+      {"D32", "the daemon on, and macOS's own limit besides",
+       [](E& e) {
+         restSwitchedOff(e, 65);
+         e.state.status->enabled = true;
+       },
+       "no current"},
       {"D33", "hot for more than an hour", [](E& e) { pauseForHeat(e, hour + 300); },
        "1 h 5 min, from 40 °C"},
       {"D33", "hot for an hour", [](E& e) { pauseForHeat(e, hour); }, nothing},

@@ -159,10 +159,26 @@ bool drainsOnAdapter(const Context& context) {
 }
 
 // The Mac takes all that its adapter gives.
-bool hasNoCurrent(const Context& context) {
+bool takesAllOfAdapter(const Context& context) {
   return lasted(context.watch.since(lately), longEnough, [](const Sight& sight) {
     return sight.adapter && sight.isOpen && std::abs(sight.watts) <= noWatts;
   });
+}
+
+// The user is to get more, for which the keys are open, but he has set a limit in macOS's own settings too.
+// Where the daemon drives that limit itself, nothing of the machine tells its limit from the user's.
+bool isStoppedByLimitOfUser(const Context& context) {
+  const std::int64_t limit = enforcedLimit(context.simulation.machine());
+  const auto file = parseJson(context.simulation.read(defaultConfigPath).value_or(""));
+  if (!file || !parseConfig(*file).enabled || hasNoWayToStop(context)) return false;
+  return limit > 0 && limit == context.watch.limitByHand() &&
+         lasted(context.watch.since(lately), longEnough, [](const Sight& sight) {
+           return sight.adapter && !sight.isStopped && !sight.isOpen && std::abs(sight.watts) <= noWatts;
+         });
+}
+
+bool hasNoCurrent(const Context& context) {
+  return takesAllOfAdapter(context) || isStoppedByLimitOfUser(context);
 }
 
 // A pause for heat lasts until the battery is colder than three degrees below the limit.

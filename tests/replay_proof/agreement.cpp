@@ -100,17 +100,27 @@ std::vector<std::string> Agreement::missedGoals() const {
   return missed;
 }
 
-void Departures::add(std::uint64_t seed, const std::string& fault, double trace,
+void Departures::add(std::uint64_t seed, const std::string& fault, const FaultTrace& trace,
                      std::optional<lab::Departure> departure) {
-  std::string line = "  seed " + std::to_string(seed) + ", " + fault + ": ";
+  const std::string line = "  seed " + std::to_string(seed) + ", " + fault + ": ";
   if (!departure) {
-    ++late_;
-    lines_.push_back(line + "nothing departs");
+    ++(trace.visible ? late_ : small_);
+    lines_.push_back(line + "nothing departs" + (trace.visible ? "" : "; it is too small to see"));
     return;
   }
-  const double distance = departure->time - trace;
-  ++(std::abs(distance) <= nearEnough ? named_ : distance < 0 ? early_ : late_);
-  lines_.push_back(line + number(distance / 60) + " min, " + departure->words);
+  const double distance = departure->time - trace.first;
+  const bool isGradual = trace.visible && *trace.visible - trace.first > nearEnough &&
+                         distance > nearEnough && departure->time <= *trace.visible + nearEnough;
+  if (std::abs(distance) <= nearEnough) {
+    ++named_;
+  } else if (distance < 0) {
+    ++early_;
+  } else {
+    ++(isGradual ? gradual_ : late_);
+  }
+  lines_.push_back(
+      line + number(distance / 60) + " min, " + departure->words +
+      (isGradual ? "; it can be seen after " + number((*trace.visible - trace.first) / 60) + " min" : ""));
 }
 
 double Departures::namedShare() const {
@@ -123,7 +133,8 @@ std::string Departures::text() const {
   for (const std::string& line : lines_) text += line + "\n";
   return text + std::to_string(named_) + " within ten minutes (" + percentText(namedShare()) + "), " +
          std::to_string(early_) + " earlier, " + std::to_string(late_) + " later or not at all; " +
-         std::to_string(traceless_) + " faults left no trace\n";
+         std::to_string(gradual_) + " showed later and were named then, " + std::to_string(small_) +
+         " were too small to see; " + std::to_string(traceless_) + " faults left no trace\n";
 }
 
 std::vector<std::string> Departures::missedGoals() const {

@@ -39,11 +39,19 @@ class Agreement {
   std::vector<std::string> unreplayed_ = {};
 };
 
+// What a hidden fault did to a report, which the same Mac wrote without it too.
+struct FaultTrace {
+  double first = 0;  // moment at which the reports differ at all, if only by a tenth of a watt
+  // From when on the reports are as far apart as a departure is; none if they never are. No replay can name
+  // the fault earlier, not even one that agrees with the report without the fault in every line.
+  std::optional<double> visible = {};
+};
+
 // How near the first departure of a replay is to what a hidden fault did to the report first.
 class Departures {
  public:
   // `departure`: none if nothing departs.
-  void add(std::uint64_t seed, const std::string& fault, double trace,
+  void add(std::uint64_t seed, const std::string& fault, const FaultTrace& trace,
            std::optional<lab::Departure> departure);
   // Of a fault that left no trace in the report nothing can be named.
   void addTraceless() { ++traceless_; }
@@ -56,6 +64,9 @@ class Departures {
 
   std::vector<std::string> lines_ = {};
   std::size_t named_ = 0, early_ = 0, late_ = 0, traceless_ = 0;
+  std::size_t gradual_ =
+      0;                   // named when the reports had drifted apart, more than ten minutes after the trace
+  std::size_t small_ = 0;  // too small to see, and nothing departs
 };
 
 }  // namespace brisko::proof

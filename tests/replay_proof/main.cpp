@@ -66,13 +66,15 @@ void findFault(std::uint64_t seed, const Options& options, Departures& departure
   const HiddenFault fault = addHiddenFault(seed, scenario);
   const auto with = without ? reportedDays(seed, scenario, options, reason) : std::nullopt;
   if (!with) return agreement.addUnreplayed(seed, reason);
-  const auto trace = firstDifference(without->trace, with->trace);
-  if (!trace) return departures.addTraceless();
+  const auto first = firstDifference(without->trace, with->trace);
+  if (!first) return departures.addTraceless();
+  const auto apart = lab::compare(with->trace, without->trace).departures;
+  const FaultTrace trace{*first, apart.empty() ? std::nullopt : std::optional(apart.front().time)};
   const lab::Trace replayed = lab::play(lab::reconstruct(*with));
   if (replayed.sightings.empty()) return agreement.addUnreplayed(seed, "the replay left no trace");
   const auto comparison = lab::compare(with->trace, replayed);
   const auto& found = comparison.departures;
-  departures.add(seed, fault.words, *trace, found.empty() ? std::nullopt : std::optional(found.front()));
+  departures.add(seed, fault.words, trace, found.empty() ? std::nullopt : std::optional(found.front()));
 }
 
 bool proveSeeds(const lab::Seeds& seeds, const Options& options) {

@@ -99,6 +99,21 @@ TEST(Comparison, takesNoShortDifferenceOfTheStateForADeparture) {
   }
 }
 
+// A state that flips in one of them.
+TEST(Comparison, addsUpShortDifferencesOfTheStateWithMinutesBetweenThem) {
+  for (const auto& [agreeing, departs] : {std::pair{240.0, true}, {360.0, false}}) {
+    Trace replayed;
+    for (double time = 0; time <= 3600; time += 60) {
+      const bool differs = time >= 600 && std::fmod(time - 600, 180 + agreeing) < 180;
+      add(replayed, time, time + 1, differs ? ChargeState::discharge : ChargeState::hold, 80, 80);
+    }
+    const Comparison comparison = compare(anHourOfHolding(), replayed);
+    ASSERT_EQ(comparison.departures.size(), departs ? 1U : 0U) << agreeing;
+    if (!departs) continue;
+    EXPECT_EQ(comparison.departures[0].time, 600);
+  }
+}
+
 TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   Trace replayed;
   add(replayed, 0, 1500, ChargeState::hold, 80, 83);
@@ -106,8 +121,19 @@ TEST(Comparison, namesTheMomentAtWhichTheChargeIsMoreThanThreePointsApart) {
   const Comparison comparison = compare(anHourOfHolding(), replayed);
   EXPECT_EQ(comparison.withinThree, 6U) << "three points are not too far";
   ASSERT_EQ(comparison.departures.size(), 1U) << "once, not at every moment";
-  EXPECT_EQ(comparison.departures[0].time, 1800);
+  EXPECT_EQ(comparison.departures[0].time, 1560) << "between two of the moments";
   EXPECT_EQ(comparison.departures[0].words, "the charge is 80 % in the report, 84 % in the replay");
+}
+
+TEST(Comparison, takesNoDistanceThatIsMadeUpBetweenTwoMomentsForADeparture) {
+  Trace replayed;
+  add(replayed, 0, 1500, ChargeState::hold, 80, 80);
+  add(replayed, 1560, 1620, ChargeState::hold, 84, 84);
+  add(replayed, 1680, 1740, ChargeState::hold, 80, 80);
+  add(replayed, 1770, 3600, ChargeState::hold, 84, 84);
+  const Comparison comparison = compare(anHourOfHolding(), replayed);
+  ASSERT_EQ(comparison.departures.size(), 1U);
+  EXPECT_EQ(comparison.departures[0].time, 1800);
 }
 
 // In between nothing is known but where the charge began and ended.
@@ -186,6 +212,37 @@ TEST(Comparison, drawsBothCurvesAndBothStatesOnOnePage) {
   EXPECT_THAT(page, ::testing::Not(HasSubstr("Hardware")));
   ASSERT_EQ(picture.log.size(), 1U);
   EXPECT_EQ(picture.log[0].text, "1970-01-01T00:01:40Z  → state: hold");
+}
+
+// What no replay could name within ten minutes is counted apart.
+TEST(Departures, areJudgedByWhatTheFaultDidToTheReport) {
+  const auto at = [](double time) { return std::optional(Departure{time, "words"}); };
+  struct Case {
+    proof::FaultTrace trace;
+    std::optional<Departure> departure;
+    const char* text;
+    bool misses;
+  };
+  const std::vector<Case> cases = {
+      {{1000, 1100}, at(1600), "1 within ten minutes", false},
+      {{1000, 1100}, at(1601), "1 later or not at all", true},
+      {{1000, 1100}, at(400), "1 within ten minutes", false},
+      {{1000, 1100}, at(399), "1 earlier", true},
+      {{1000, 5000}, at(399), "1 earlier", true},
+      {{1000, 5000}, at(5600), "1 showed later and were named then", false},
+      {{1000, 5000}, at(5601), "1 later or not at all", true},
+      {{1000, 1600}, at(2000), "1 later or not at all", true},
+      {{1000, 1601}, at(2000), "1 showed later and were named then", false},
+      {{1000, {}}, {}, "1 were too small to see", false},
+      {{1000, {}}, at(1601), "1 later or not at all", true},
+      {{1000, 1100}, {}, "1 later or not at all", true},
+  };
+  for (const Case& each : cases) {
+    proof::Departures departures;
+    departures.add(1, "a fault", each.trace, each.departure);
+    EXPECT_THAT(departures.text(), HasSubstr(each.text)) << each.trace.first;
+    EXPECT_EQ(!departures.missedGoals().empty(), each.misses) << departures.text();
+  }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "sim/replay/reconstruct.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "sim/replay/reported_power.h"
 #include "sim/replay/reported_service.h"
@@ -366,18 +367,22 @@ TEST(ReportedPower, keepsTheLoadOfTheAwakeMacOverSleepAndDarkWakes) {
 // An adapter that gives less than the Mac needs leaves nothing for the empty battery.
 TEST(ReportedPower, takesAllOfTheAdapterForAMacWhoseEmptyBatteryDoesNotCharge) {
   const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
-  const auto loads = [&](double wattsBefore, std::int64_t percent) {
+  const auto loads = [&](double wattsBefore, std::int64_t percent,
+                         const std::vector<SleepSpan>& sleeps = {}) {
     ReportedDays days;
     for (const double time : {0.0, 100.0})
       days.trace.sightings.push_back({.time = time, .percent = 1, .plugged = false, .watts = -wattsBefore});
     for (const double time : {400.0, 700.0, 1000.0})
       days.trace.sightings.push_back({.time = time, .percent = percent, .plugged = true, .watts = 0});
     const std::vector<PlugEvent> plugs = {{.time = 0}, {.time = 300, .plugged = true, .adapterWatts = 30}};
-    return textsOf(loadActions(days, plugs, {}, machine));
+    return textsOf(loadActions(days, plugs, sleeps, machine));
   };
   EXPECT_THAT(loads(20, 0), ::testing::ElementsAre(R"(0 {"load":20.0})", R"(300 {"load":28.2})"));
   EXPECT_THAT(loads(6, 0), ::testing::ElementsAre(R"(0 {"load":6.0})")) << "something else stops the charge";
   EXPECT_THAT(loads(20, 1), ::testing::ElementsAre(R"(0 {"load":20.0})")) << "likewise";
+  EXPECT_THAT(loads(6, 0, {{.from = 200, .until = 290}}),
+              ::testing::ElementsAre(R"(0 {"load":6.0})", R"(300 {"load":28.2})"))
+      << "since it slept, it may work more";
 }
 
 TEST(ReportedPower, takesTheLoadFromWhatTheChargerLacks) {
@@ -424,6 +429,24 @@ TEST(ReportedPower, takesTheLoadFromThePowerOfTheBattery) {
       << "half way between what the gauge published at 360 s and at 660 s";
 }
 
+// A history has a line in every minute in which the charge moves, and else few.
+TEST(ReportedPower, takesTheMomentOfAnotherLoadFromTheCharge) {
+  const auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("air13"));
+  const auto moment = [&](std::int64_t percent, double watts) {
+    ReportedDays days;
+    for (const auto& [time, shown, power] :
+         {std::tuple{0.0, std::int64_t{70}, -5.0}, {60.0, 70, -5.0}, {360.0, percent, watts}}) {
+      days.trace.sightings.push_back(
+          {.time = time, .percent = shown, .plugged = false, .watts = power, .inHistory = true});
+    }
+    return loadActions(days, {{.time = 0}}, {}, machine).back().time;
+  };
+  EXPECT_EQ(moment(70, -76), 355) << "just before it shows";
+  EXPECT_EQ(moment(40, -76), 60) << "more than it can have moved";
+  EXPECT_NEAR(moment(67, -76), 300, 30);
+  EXPECT_EQ(moment(70, -9), 210) << "the charge shows nothing: half way";
+}
+
 TEST(ReportedPower, lowersTheLoadWhereTheAdapterAloneFeedsTheMac) {
   ReportedDays days;
   for (const auto& [time, watts] : {std::pair{0.0, -20.0}, {100.0, -20.0}, {1000.0, 0.0}, {1300.0, 0.0}}) {
@@ -438,7 +461,8 @@ TEST(ReportedPower, lowersTheLoadWhereTheAdapterAloneFeedsTheMac) {
   // 30 W × 0.94 and 20 W from the battery; then at most 28.2 W in all.
   const std::vector<PlugEvent> plugs = {{.time = 0, .plugged = true, .adapterWatts = 30}};
   EXPECT_THAT(textsOf(loadActions(days, plugs, {}, machine)),
-              ::testing::ElementsAre(R"(0 {"load":48.2})", R"(510 {"load":2.8})"));
+              ::testing::ElementsAre(R"(0 {"load":48.2})", R"(60 {"load":2.8})"))
+      << "at once, since the charge has not moved";
 }
 
 // What a sample shows is older than itself: here it is from before the adapter came.
@@ -514,13 +538,15 @@ TEST(ReportedPower, takesNoLoadFromTheLastPointsOfAFullBatteryWhereTheHistoryIsS
 // A battery that was replaced, or a gauge that learned.
 TEST(Reconstruct, takesAnotherCapacityAtTheBeginningFromThePowerAndThePercentage) {
   auto members = test::sampleMembers();
-  const auto capacityWith = [&](int tenthsOfWatts) {
+  const auto capacityWith = [&](int tenthsOfWatts, bool charges = false) {
     std::string& history = members["history/2026-03-01.jsonl"];
     history.clear();
     for (int sample = 0; sample <= 24; ++sample) {
-      history += R"({"g":false,"p":)" + std::to_string(80 - sample / 2) + R"(,"s":"allow","t":)" +
-                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":-)" +
-                 std::to_string(tenthsOfWatts) + "}\n";
+      const int percent = charges ? 60 + sample / 2 : 80 - sample / 2;
+      history += std::string(R"({"g":)") + (charges ? "true" : "false") + R"(,"p":)" +
+                 std::to_string(percent) + R"(,"s":"allow","t":)" +
+                 std::to_string(1772352001 + 150 * sample) + R"(,"ct":300,"wt":)" +
+                 std::to_string(charges ? tenthsOfWatts : -tenthsOfWatts) + "}\n";
     }
     const auto reading = readReport(test::archiveOf(members));
     EXPECT_TRUE(reading.days) << reading.error;
@@ -535,6 +561,26 @@ TEST(Reconstruct, takesAnotherCapacityAtTheBeginningFromThePowerAndThePercentage
   EXPECT_EQ(capacityWith(85), 6000);
   EXPECT_EQ(capacityWith(95), 6000) << "the power is no exact measure";
   EXPECT_NEAR(capacityWith(40), 2900, 200);
+  EXPECT_EQ(capacityWith(85, true), 6000);
+  EXPECT_NEAR(capacityWith(160, true), 11000, 800) << "a charge shows it too";
+}
+
+TEST(Reconstruct, takesTheCapacityFromTheRunOfMostPoints) {
+  auto machine = virtual_mac::makeMachine(*virtual_mac::findModel("pro14"));
+  ReportedDays days;
+  const auto drain = [&](double from, int first, int last, double watts) {
+    for (int percent = first; percent >= last; --percent, from += 300) {
+      days.trace.sightings.push_back(
+          {.time = from, .percent = percent, .plugged = false, .watts = -watts, .inHistory = true});
+    }
+  };
+  drain(0, 80, 50, 4);
+  const double alone = capacityAtBeginning(days, machine);
+  EXPECT_LT(alone, 0.7);
+  drain(20000, 50, 38, 4.5);
+  EXPECT_EQ(capacityAtBeginning(days, machine), alone);
+  drain(40000, 80, 48, 4.2);
+  EXPECT_NEAR(capacityAtBeginning(days, machine) / alone, 1.05, 0.02);
 }
 
 TEST(ReportedPower, takesAWeakAdapterFromTheChargeOfASleepingMac) {

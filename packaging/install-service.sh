@@ -195,7 +195,8 @@ need_path_of_root() {
     only_root_changes "$step" d ||
       fail "$step is not a folder that only root can change, so a program that runs as root must not be in it."
     [ "$step" != "${root:-/}" ] || return 0
-    step=$(dirname "$step")
+    step=${step%/*}
+    step=${step:-/}
   done
 }
 
@@ -534,7 +535,7 @@ not_loaded() {
 }
 
 has_reported() {
-  grep -q '"ts":.*}$' "$data/status.json" 2>/dev/null
+  [ -f "$data/status.json" ] && grep -q '"ts":.*}$' "$data/status.json" 2>/dev/null
 }
 
 # Right after the Mac has started, the daemon may need a minute to find out how to control the charge.

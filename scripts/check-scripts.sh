@@ -37,12 +37,10 @@ check_old_bash() {
   local found=0 pattern version script
   while IFS=$'\t' read -r pattern version; do
     [[ -n $pattern ]] || continue
-    for script; do
-      if grep --line-number --extended-regexp -e "$pattern" "$script" | grep -v '^[0-9]*: *#'; then
-        echo "$script: the bash of macOS does not know this ($version)" >&2
-        found=1
-      fi
-    done
+    if grep --with-filename --line-number --extended-regexp -e "$pattern" "$@" | grep -v '^[^:]*:[0-9]*: *#'; then
+      echo "The bash of macOS does not know this ($version)" >&2
+      found=1
+    fi
   done <<<"$newer"
   # As sh, the bash of macOS keeps to POSIX.
   for script; do bash --posix -n "$script" || found=1; done

@@ -2,15 +2,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "base/json_file.h"
@@ -34,24 +37,46 @@ constexpr std::chrono::seconds summaryEvery{10};   // so much work is lost with 
 // --- Control-C
 
 volatile std::sig_atomic_t gInterrupted = 0;
+volatile std::sig_atomic_t gWakeUp = -1;  // the end of a pipe to write to
 
-// While an object of this class exists, SIGINT and SIGTERM are recorded instead of ending the process.
+void noteInterruption(int) {
+  const int error = errno;
+  gInterrupted = 1;
+  // A full pipe wakes the campaign up just as well.
+  [[maybe_unused]] const ssize_t written = ::write(gWakeUp, "", 1);
+  errno = error;
+}
+
+// While an object of this class exists, SIGINT and SIGTERM are recorded instead of ending the process. They
+// also end the wait for the workers, even those that arrive just before it begins.
 class Interruptible {
  public:
   Interruptible() {
+    if (::pipe(wakeUp_.data()) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+    for (const int end : wakeUp_) {
+      ::fcntl(end, F_SETFL, O_NONBLOCK);
+      ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    }
+    gWakeUp = wakeUp_[1];
     for (auto& [signal, before] : actions_) {
       struct sigaction note {};
-      note.sa_handler = [](int) { gInterrupted = 1; };
+      note.sa_handler = noteInterruption;
       ::sigaction(signal, &note, &before);
     }
   }
   ~Interruptible() {
     for (const auto& [signal, before] : actions_) ::sigaction(signal, &before, nullptr);
+    gWakeUp = -1;
+    for (const int end : wakeUp_) ::close(end);
   }
   Interruptible(const Interruptible&) = delete;
   Interruptible& operator=(const Interruptible&) = delete;
 
+  // Can be read after a signal.
+  [[nodiscard]] int wakeUp() const { return wakeUp_[0]; }
+
  private:
+  std::array<int, 2> wakeUp_{};
   std::array<std::pair<int, struct sigaction>, 2> actions_{{{SIGINT, {}}, {SIGTERM, {}}}};
 };
 
@@ -119,7 +144,6 @@ class Campaign {
   }
 
   int run() {
-    const Interruptible untilTheEnd;
     while (gInterrupted == 0 && !isDone()) {
       while (!pool_.allBusy() && next_ <= seeds_.last) beginNext();
       collect(progressInterval());
@@ -151,7 +175,7 @@ class Campaign {
   }
 
   void collect(milliseconds atMost) {
-    for (WorkerPool::Ended& ended : pool_.wait(atMost)) {
+    for (WorkerPool::Ended& ended : pool_.wait(atMost, interruptible_.wakeUp())) {
       if (ended.verdict.result == Result::cancelled) continue;
       if (summary_) summary_->add(ended.number, ended.verdict);
       ended.verdict.coverage = {};
@@ -329,7 +353,7 @@ class Campaign {
     }
     std::optional<StillFailing> first;
     while (!pool_.allIdle() && gInterrupted == 0) {
-      for (const WorkerPool::Ended& ended : pool_.wait(terminalEvery)) {
+      for (const WorkerPool::Ended& ended : pool_.wait(terminalEvery, interruptible_.wakeUp())) {
         const Verdict& verdict = ended.verdict;
         if (verdict.result != Result::failed || verdict.invariant != invariant) continue;
         if (!first || ended.number < first->index) first = StillFailing{ended.number, verdict.at};
@@ -341,6 +365,7 @@ class Campaign {
   const CampaignOptions& options_;
   const Output& output_;
   const RunSeed& runSeed_;
+  Interruptible interruptible_;
   WorkerPool pool_;
   std::optional<CampaignSummary> summary_;
   Seeds seeds_;  // to run

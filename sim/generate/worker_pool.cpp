@@ -88,6 +88,12 @@ bool hasEnded(int pipe) {
   ::_exit(0);
 }
 
+// From a pipe that does not wait.
+void takeAll(int pipe) {
+  std::array<char, 64> part{};
+  while (::read(pipe, part.data(), part.size()) > 0) continue;
+}
+
 std::string endOf(int file) {
   std::array<char, errorTailBytes> text{};
   const off_t size = ::lseek(file, 0, SEEK_END);
@@ -203,14 +209,17 @@ void WorkerPool::begin(std::uint64_t number, const Task& task) {
       {.number = number, .process = process, .progress = File(progress.out), .errors = File(errors)});
 }
 
-std::vector<WorkerPool::Ended> WorkerPool::wait(std::chrono::milliseconds atMost) {
+std::vector<WorkerPool::Ended> WorkerPool::wait(std::chrono::milliseconds atMost, int wakeUp) {
   std::vector<pollfd> polled;
   for (const Worker& worker : impl_->workers) {
     polled.push_back({.fd = worker.progress.number(), .events = POLLIN, .revents = 0});
   }
+  polled.push_back({.fd = wakeUp, .events = POLLIN, .revents = 0});
   std::vector<Ended> ended;
   const auto longest = static_cast<int>(std::min(atMost, impl_->timeout).count());
   if (::poll(polled.data(), static_cast<nfds_t>(polled.size()), longest) < 0) return ended;
+  if (polled.back().revents != 0) takeAll(wakeUp);
+  polled.pop_back();
   auto worker = impl_->workers.begin();
   for (const pollfd& look : polled) {
     const auto here = worker++;

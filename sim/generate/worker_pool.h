@@ -35,8 +35,9 @@ class WorkerPool {
     std::uint64_t number = 0;
     Verdict verdict = {};
   };
-  // Waits until a worker ends, a signal arrives, or this much time has passed.
-  [[nodiscard]] std::vector<Ended> wait(std::chrono::milliseconds atMost);
+  // Waits until a worker ends, a signal arrives, this much time has passed, or the other end of a pipe was
+  // written to, if one is given; what was written is taken out.
+  [[nodiscard]] std::vector<Ended> wait(std::chrono::milliseconds atMost, int wakeUp = -1);
   // The machine time that the running workers have completed so far.
   [[nodiscard]] double secondsUnderWay() const;
   // Asks the running workers to stop, which they do soon.

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include "sim/generate/commit.h"
@@ -128,6 +129,24 @@ TEST(Campaign, endsWithASummaryWhenItIsInterrupted) {
   EXPECT_EQ(captured.status, campaignInterrupted);
   EXPECT_EQ(captured.printed,
             "seeds 1..100, 1 day each, faults all: cancelled after 2 seeds, all invariants hold\n");
+}
+
+// The campaign has just looked whether it was interrupted, and is about to wait for the worker that it began.
+TEST(Campaign, isInterruptedByASignalThatArrivesJustBeforeItWaits) {
+  ASSERT_EQ(::pthread_atfork(
+                nullptr, [] { static_cast<void>(std::raise(SIGINT)); }, nullptr),
+            0);
+  const Captured captured = campaignOf({.seeds = {1, 1}, .days = 1, .jobs = 1},
+                                       [](std::uint64_t, const ShouldContinue& shouldContinue) {
+                                         for (int moment = 0; moment < 8000; ++moment) {
+                                           if (!shouldContinue(0))
+                                             return Verdict{.result = Result::cancelled};
+                                           ::usleep(1000);
+                                         }
+                                         return well();
+                                       });
+  EXPECT_EQ(captured.status, campaignInterrupted);
+  EXPECT_THAT(captured.printed, HasSubstr(": cancelled after 0 seeds, "));
 }
 
 TEST(Campaign, rewritesItsProgressInPlaceOnATerminal) {

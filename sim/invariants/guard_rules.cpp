@@ -93,7 +93,12 @@ class NightCeiling final : public Rule {
     return gateHasKeys() && !gDormant && settings.enabled && !settings.topUp &&
            gCal.phase == CalPhase::idle && !settings.calibrate && keysObey(machine, *gGate) &&
            readingsAreTrue(machine) && battery.trickleMA <= 0 && battery.decaySeconds <= 0 &&
-           machine.sleep.scheduleStatus == 0 && machine.system.capabilitiesReadable;
+           grantsWakes(machine) && machine.system.capabilitiesReadable;
+  }
+
+  // Only root may schedule a wake.
+  static bool grantsWakes(const Machine& machine) {
+    return machine.sleep.scheduleStatus == 0 && machine.system.pretendedUserId == 0;
   }
 
   [[nodiscard]] bool continues(const Observation& observation) const {
@@ -103,9 +108,8 @@ class NightCeiling final : public Rule {
     const bool exchanged =
         machine.adapter.present == night_->plugged && machine.adapter.watts != night_->watts;
     const bool unseen = adapterChanged && (exchanged || !machine.sleep.adapterWakes);
-    return !gDormant && !unseen && machine.sleep.scheduleStatus == 0 &&
-           machine.system.bootedAt == night_->bootedAt && disturbances.jumps == night_->jumps &&
-           disturbances.disturbanceCount == night_->disturbanceCount &&
+    return !gDormant && !unseen && grantsWakes(machine) && machine.system.bootedAt == night_->bootedAt &&
+           disturbances.jumps == night_->jumps && disturbances.disturbanceCount == night_->disturbanceCount &&
            disturbances.clockSteppedAt == night_->clockSteppedAt &&
            readConfig(gConfigPath) == night_->settings;
   }

@@ -88,7 +88,7 @@ TEST(RegularFileOpening, isNotInheritedByChildren) {
 
 TEST(AppendingOpening, createsAFileWithItsModeWhateverTheUmask) {
   const ScratchFolder folder;
-  for (const mode_t umask : {0000U, 0022U, 0077U, 0777U}) {
+  for (const mode_t umask : {mode_t{0000}, mode_t{0022}, mode_t{0077}, mode_t{0777}}) {
     ::umask(umask);
     const std::string path = folder.path("made-" + std::to_string(umask));
     ASSERT_TRUE(openForAppending(path));

@@ -273,7 +273,7 @@ TEST_F(LogFileTest, isCreatedWithItsFolders) {
 TEST_F(LogFileTest, isNotCreatedBeforeTheFirstLine) { EXPECT_FALSE(exists(folder.path("above"))); }
 
 TEST_F(LogFileTest, hasItsModesWhateverTheUmask) {
-  for (const mode_t umask : {0000U, 0022U, 0077U}) {
+  for (const mode_t umask : {mode_t{0000}, mode_t{0022}, mode_t{0077}}) {
     const std::string top = folder.path("umask-" + std::to_string(umask));
     LogFile::reset(top + "/logs", 100);
     ::umask(umask);

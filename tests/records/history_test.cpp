@@ -286,7 +286,7 @@ TEST_F(History, namesDaysBefore1970AndFarAway) {
 // --- files and folders
 
 TEST_F(History, isReadableForTheAppWhateverTheUmask) {
-  for (const mode_t mask : {0077U, 0000U, 0022U, 0777U}) {
+  for (const mode_t mask : {mode_t{0077}, mode_t{0000}, mode_t{0022}, mode_t{0777}}) {
     std::filesystem::remove_all(mac.path("/Library/Application Support/Brisko"));
     sample.plugged = !sample.plugged;
     const mode_t before = ::umask(mask);

@@ -90,11 +90,11 @@ TEST(Schemas, acceptValidDocuments) {
 TEST(Schemas, rejectEveryOtherTypeUnderEveryKey) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
-      forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
+      forEachPlace(document, [&, &schema = kind](const Json::json_pointer& place) {
         for (const Json& other : othersThan(document.at(place))) {
           Json broken = document;
           broken[place] = other;
-          EXPECT_NE(flaw(kind, broken), std::nullopt) << kind << " " << place << ": " << other;
+          EXPECT_NE(flaw(schema, broken), std::nullopt) << schema << " " << place << ": " << other;
         }
       });
     }
@@ -104,11 +104,11 @@ TEST(Schemas, rejectEveryOtherTypeUnderEveryKey) {
 TEST(Schemas, rejectAnUnknownKeyInEveryObject) {
   for (const auto& [kind, documents] : wholeDocuments()) {
     for (const Json& document : documents) {
-      forEachPlace(document, [&, &kind = kind](const Json::json_pointer& place) {
+      forEachPlace(document, [&, &schema = kind](const Json::json_pointer& place) {
         if (!document.at(place).is_object()) return;
         Json broken = document;
         broken[place]["another"] = 1;
-        EXPECT_THAT(flaw(kind, broken), Optional(HasSubstr("breaks \"additionalProperties\""))) << place;
+        EXPECT_THAT(flaw(schema, broken), Optional(HasSubstr("breaks \"additionalProperties\""))) << place;
       });
     }
   }

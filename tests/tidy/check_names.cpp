@@ -177,10 +177,10 @@ Findings checkSeam(const Tree& tree) {
       findings.push_back(place(path, lineOf(text, include.offset)) + "includes " + include.path + "; " +
                          std::string(useSeam));
     }
-    forEachName(source.code, [&, &path = path, &text = text](std::string_view name, std::size_t offset) {
+    forEachName(source.code, [&, &file = path, &bytes = text](std::string_view name, std::size_t offset) {
       const auto instead = whyBanned(source.code, name, offset);
       if (!instead) return;
-      findings.push_back(place(path, lineOf(text, offset)) + std::string(name) + "; " +
+      findings.push_back(place(file, lineOf(bytes, offset)) + std::string(name) + "; " +
                          std::string(*instead));
     });
   }
@@ -201,9 +201,9 @@ Findings checkSimulationUnknown(const Tree& tree) {
     }
     // The seam's own headers may declare anything.
     if (folderOf(path) == "src/platform") continue;
-    forEachName(source.code, [&, &path = path, &text = text](std::string_view name, std::size_t offset) {
-      if (!asksForSimulation(name, path)) return;
-      findings.push_back(place(path, lineOf(text, offset)) + std::string(name) + advice);
+    forEachName(source.code, [&, &file = path, &bytes = text](std::string_view name, std::size_t offset) {
+      if (!asksForSimulation(name, file)) return;
+      findings.push_back(place(file, lineOf(bytes, offset)) + std::string(name) + advice);
     });
   }
   return findings;

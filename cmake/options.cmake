@@ -27,6 +27,13 @@ target_compile_definitions(brisko_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_A
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options("SHELL:--param ggc-min-expand=1000" "SHELL:--param ggc-min-heapsize=2000000")
 endif()
+# The compiler only checks the sources of this program, in NAME-checked, unless somebody asks for the program.
+function(brisko_only_checked name)
+  get_target_property(sources ${name} SOURCES)
+  set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+  add_library(${name}-checked OBJECT ${sources})
+  set_target_properties(${name}-checked PROPERTIES CXX_COMPILER_LAUNCHER ${PROJECT_SOURCE_DIR}/cmake/syntax-only.sh)
+endfunction()
 # For code that is entered only now and then: optimising it takes longer than it saves. -Og is GCC's quickest level that
 # is not slow to run.
 set(BRISKO_SELDOM_RUN $<$<CONFIG:Debug>:-O0> $<$<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>:-Og>)

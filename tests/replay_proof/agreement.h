@@ -64,8 +64,8 @@ class Departures {
 
   std::vector<std::string> lines_ = {};
   std::size_t named_ = 0, early_ = 0, late_ = 0, traceless_ = 0;
-  std::size_t gradual_ =
-      0;                   // named when the reports had drifted apart, more than ten minutes after the trace
+  // Named when the reports had drifted apart, more than ten minutes after the trace.
+  std::size_t gradual_ = 0;
   std::size_t small_ = 0;  // too small to see, and nothing departs
 };
 

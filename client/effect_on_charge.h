@@ -1,5 +1,5 @@
 // client/effect_on_charge.h
-// Which settings can change how the charge goes, for who asks what would have been with others.
+// Which settings can change the course of the charge. For commands that play days with other settings.
 #pragma once
 
 #include <string>

@@ -16,8 +16,8 @@ namespace brisko::client {
 
 [[nodiscard]] ReportFacts reportFacts(const State& state);
 
-// The archive of a report that has only what these last days can be played from: every line of the history,
-// the log, the battery, and the settings in force where no file has them.
+// The archive of a report with only what is needed to play these last days: every line of the history, the
+// log, the battery, and the settings in force, if no file contains them.
 [[nodiscard]] std::string archiveOfDays(const State& state, int days);
 
 }  // namespace brisko::client

@@ -54,7 +54,7 @@ struct State {
 
 [[nodiscard]] State readState(const Volume& volume);
 
-// Only the status, for who waits for a new one.
+// Only the status, for a caller that waits for a new one.
 [[nodiscard]] std::optional<DaemonStatus> readStatus(const Volume& volume);
 
 [[nodiscard]] Situation situationOf(const State& state);

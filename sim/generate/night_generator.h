@@ -1,6 +1,7 @@
 // sim/generate/night_generator.h
-// What nobody can know of a Mac's sleep from the outside, chosen anew for each generated Mac: what a
-// scheduled wake with the lid closed becomes, how long dark wakes last, and what wakes the Mac at night.
+// The traits of a Mac's sleep that cannot be learned from the outside, chosen at random for each generated
+// Mac: what a scheduled wake with the lid closed becomes, how long dark wakes last, and what wakes the Mac at
+// night.
 #pragma once
 
 #include <vector>
@@ -10,7 +11,7 @@
 
 namespace brisko::lab {
 
-// The actions that make a Mac such a one.
+// The actions that give a Mac these traits.
 [[nodiscard]] std::vector<ScenarioJson> randomNights(Rng& rng);
 
 }  // namespace brisko::lab

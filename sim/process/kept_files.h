@@ -1,6 +1,6 @@
 // sim/process/kept_files.h
-// The files of a process in virtual time (base/files.h), without the system where nobody can tell the
-// difference. Between two pauses only the process itself works on its volume. So
+// The files of a process in virtual time (base/files.h). Between two pauses only the process itself works on
+// its volume. So the system is not called where nobody can tell the difference:
 //
 // - the file that it reads again and again, the settings, is read from the volume once and then answered from
 //   memory;
@@ -45,8 +45,8 @@ struct KeptFiles {
 
 // From now on this process keeps files in `memory`; before this call everything goes to the volume at once.
 void keepFilesIn(KeptFiles& memory);
-// At the begin and after each pause: others may have changed everything. `keep`: until the next pause only
-// this process will act on the volume, and its disk is not full.
+// To be called at the beginning and after each pause, because others may have changed everything. `keep`:
+// until the next pause only this process will act on the volume, and its disk is not full.
 void resumeWithFiles(bool keep);
 
 // The files that were kept instead of written, since the last call, and those whose kept text was written to
@@ -59,7 +59,7 @@ struct KeptWrites {
 
 // --- In the process that runs it
 
-// While the other is paused or has ended: writes to the volume what waits.
+// Writes to the volume what waits. To be called while the other process is paused or has ended.
 void writeKeptFiles(KeptFiles& memory);
 
 }  // namespace brisko::sim

@@ -64,8 +64,8 @@ class SimulationObserver {
   virtual void iterationEnded() {}
   virtual void onPause() {}
   virtual void onResume() {}
-  // Instead of the end of a slice and the begin of the next. True: both are as long, and nothing is to be
-  // done in the simulating process.
+  // Called instead of the end of one slice and the beginning of the next. Returns true if both have the same
+  // length and the simulating process has nothing to do between them.
   [[nodiscard]] virtual bool stepEnded() { return false; }
 };
 

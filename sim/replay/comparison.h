@@ -19,7 +19,8 @@ struct StateAgreement {
   double replayed = 0;
   double agreed = 0;  // in it in both
   [[nodiscard]] double share() const { return reported > 0 ? agreed / reported : 1; }
-  // In less time, a minute's difference at one change of the state would be most of the share.
+  // In a shorter time, one change of the state that comes a minute earlier or later would determine the
+  // share.
   [[nodiscard]] bool canBeJudged() const { return reported >= 900; }
 };
 

@@ -10,13 +10,13 @@
 
 namespace brisko::lab {
 
-// Who watches the Mac while it is played: after each action, and after this much time at the latest.
+// Watches the Mac while its days are played: after each action, and at least once in every `longestPass`.
 struct PlayWatch {
   double longestPass = std::numeric_limits<double>::infinity();  // seconds
   std::function<void(const virtual_mac::Machine&)> look = {};
 };
 
-// What the daemon left behind of it.
+// Plays it, and returns what the daemon left behind.
 [[nodiscard]] Trace play(const Reconstruction& reconstruction, const PlayWatch& watch = {});
 
 }  // namespace brisko::lab

@@ -1,7 +1,7 @@
 // sim/replay/reconstruct.h
-// Makes a scenario of reported days: the Mac, its daemon, and what happened to them, as far as what they left
-// behind shows it. Of the charge only that at the beginning is given; from there on the virtual battery and
-// the real daemon are left alone.
+// Makes a scenario from reported days: the Mac, its daemon, and what happened to them, as far as the report
+// shows it. The scenario sets the charge only at the beginning; after that the virtual battery and the real
+// daemon are left alone.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +22,8 @@ struct Reconstruction {
   std::vector<std::string> assumptions = {};
 };
 
-// What the days will be played for. With other settings the Mac charges at other times, so that its load on
-// the adapter, its temperature and the wakes that its daemon had scheduled matter, which else do not.
+// What the days will be played for. With other settings the Mac charges at other times. Only then do its load
+// on the adapter, its temperature and the wakes that its daemon had scheduled matter.
 enum class Purpose : std::uint8_t { sameAgain, otherSettings };
 
 // The days must be those of a report that was read.

@@ -49,7 +49,7 @@ struct ReportLimits {
 };
 [[nodiscard]] ReportReading readReport(std::string_view archive, const ReportLimits& limits = {});
 
-// Whose battery a Mac has of which it is not known.
+// The model whose battery is assumed when a Mac's own is unknown.
 [[nodiscard]] const virtual_mac::Model& assumedModel();
 
 // Lines as `pmset -g log` prints them: "2026-03-01 08:15:30 +0100 Sleep  Entering Sleep state …".

@@ -27,23 +27,23 @@ struct PlugEvent {
 // The second of a minute in which the gauge publishes.
 [[nodiscard]] double publicationSecond(const Trace& trace);
 
-// In order of time; the first is the state at the beginning. When an adapter came while the Mac slept is
-// worked out from the charge that it brought to this battery, and likewise while no daemon ran; that it was
-// weaker than the Mac's own, from the power with which it charged a sleeping Mac.
+// In order of time; the first is the state at the beginning. If an adapter came while the Mac slept or while
+// no daemon ran, the charge that it brought to this battery shows when. The power with which it charged a
+// sleeping Mac shows whether it was weaker than the Mac's own.
 [[nodiscard]] std::vector<PlugEvent> plugEventsOf(const ReportedDays& days,
                                                   const std::vector<SleepSpan>& sleeps,
                                                   const virtual_mac::Machine& machine);
 
-// What a Mac that is awake takes on the battery, in each hour of the day in the zone in force, watts: the
-// median of that hour; for an hour in which it never ran on the battery that of all, and the model's own if
-// it never did at all.
+// The load of an awake Mac on battery in each hour of the day, in watts, by the time zone in force: the
+// median of that hour. For an hour in which the Mac never ran on battery it is the median of all hours, and
+// the model's own load if it never ran on battery at all.
 using LoadByHour = std::array<double, 24>;
 [[nodiscard]] LoadByHour loadByHour(const Trace& trace, const virtual_mac::Machine& machine);
 
-// Changes of the load, from the power that left the battery, or that a charging one lacked. Where that shows
-// nothing, on the adapter, the load is that of the hour, as far as the adapter can have given it; without
-// `hours` it is any that the adapter can have given. Where the history is silent, the power shows in how the
-// percentage moves.
+// Changes of the load. They are computed from the power that left the battery, or that a charging battery
+// lacked. On the adapter, where this shows nothing, the load is that of the hour, but not more than the
+// adapter can have given; without `hours` it is any load that the adapter can have given. Where there is no
+// history, the movement of the percentage shows the power.
 [[nodiscard]] std::vector<DatedAction> loadActions(const ReportedDays& days,
                                                    const std::vector<PlugEvent>& plugs,
                                                    const std::vector<SleepSpan>& sleeps,

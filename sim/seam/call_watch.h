@@ -1,7 +1,7 @@
 // sim/seam/call_watch.h
-// Tells whoever asks of every call that the daemon makes through the seam, or for a file, before it is
-// carried out, and lets the call fail. Nobody asks except a run that makes calls fail; then each call is
-// reported once, in the order of the calls, on any thread.
+// Reports every call that the daemon makes through the seam or for a file, before the call is carried out,
+// and can make it fail. Only a run that makes calls fail uses this. Each call is then reported once, in the
+// order of the calls, on any thread.
 #pragma once
 
 #include <cstdint>
@@ -31,8 +31,7 @@ void watchCalls(std::function<bool(const WatchedCall&)> before);
 // Whether the call that is about to be made fails.
 [[nodiscard]] bool callFails(const WatchedCall& call);
 
-// The machine for a call; null without a machine, or if the call fails. To a call of the seam both are the
-// same.
+// The machine for a call; null without a machine, or if the call fails. A call of the seam treats both alike.
 [[nodiscard]] inline MachineStore* machineFor(const WatchedCall& call) {
   return callFails(call) ? nullptr : attachedMachine();
 }

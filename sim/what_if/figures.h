@@ -12,7 +12,7 @@
 
 namespace brisko::lab {
 
-// All but the numbers holds until the next moment; between two moments those change linearly.
+// The numbers change linearly between two moments; every other value holds until the next moment.
 struct PlayedMoment {
   double time = 0;          // wall clock, seconds since 1970
   double percent = 0;       // as the gauge shows it

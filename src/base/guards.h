@@ -1,6 +1,6 @@
 // base/guards.h
-// What the daemon does beyond keeping the band, so that nights and choices end well. Each guard is switched
-// on by its name in the list of the option "--guard".
+// Rules for nights and special cases, which the daemon follows in addition to keeping the band. Each guard is
+// switched on by its name in the list of the option "--guard".
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@ namespace brisko {
 struct Guards {
   bool night = false;  // the charge of a sleeping Mac stays below the limit
   bool menu = false;   // a full charge asked for in the Battery menu is not cancelled
-  bool swing = false;  // no cut of the adapter that the daemon could not see through
+  bool swing = false;  // the adapter is not cut if the daemon could not see it then
   bool operator==(const Guards&) const = default;
 };
 

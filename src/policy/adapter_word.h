@@ -1,6 +1,7 @@
 // policy/adapter_word.h
-// What a cut of the adapter does to the power source's word. To the system a cut adapter looks like a pulled
-// one, and it may notice the cut, and its end, up to two minutes late. Used with the guard "swing".
+// How far the power source's word about the adapter can be believed. To the system a cut adapter looks like
+// an unplugged one. The system may notice the cut, and its end, up to two minutes late. Used with the guard
+// "swing".
 #pragma once
 
 #include <optional>
@@ -18,7 +19,8 @@ struct AdapterWord {
 // Whether an adapter is plugged in, as far as the word can be believed.
 [[nodiscard]] bool believedPlugged(const AdapterWord& word);
 
-// Without the controller's word a cut adapter cannot be told from a pulled one, so none is cut.
+// Without the controller's word a cut adapter cannot be told from an unplugged one, so the adapter is not
+// cut.
 [[nodiscard]] inline bool mayCut(const std::optional<bool>& seen) { return seen.has_value(); }
 
 }  // namespace brisko

@@ -15,32 +15,34 @@
 
 namespace brisko {
 
-// What a charger may be capable of. Missing readings count as the most that is known of any Mac.
+// What limits the speed of charging. Where a reading is missing, the most that is known of any Mac is
+// assumed.
 struct ChargerReadings {
-  std::optional<std::int64_t> adapterWatts = std::nullopt;  // none too while no adapter is there
+  std::optional<std::int64_t> adapterWatts = std::nullopt;  // also none without an adapter
   std::optional<std::int64_t> voltageMV = std::nullopt;     // of the battery
   std::optional<std::int64_t> designMAh = std::nullopt;
   std::optional<std::int64_t> fullMAh = std::nullopt;
 };
-// The speed that no charge exceeds: what the adapter's watts and this battery allow.
+// The highest speed that the adapter's watts and this battery allow.
 [[nodiscard]] double fastestSpeed(const ChargerReadings& readings);
 
 // What was gained since the last wake was planned, while charging was open on the same adapter. A Mac that is
-// awake may use most of what a weak adapter delivers, so the time awake counts only as long as a stay may
-// last: otherwise the Mac would charge faster asleep than expected.
+// awake may use most of what a weak adapter delivers, so time awake counts only up to the length of one stay.
+// If all of it counted, the Mac would charge faster asleep than expected.
 struct Gain {
   std::int64_t points = 0;  // by two readings, each rounded
   double minutes = 0;
 };
-// The speed to expect at most: the one seen, if that was long enough, and never more than the fastest.
+// The highest speed to expect: the one observed, if it was observed for long enough; never more than the
+// fastest.
 [[nodiscard]] double expectedSpeed(double fastest, const std::optional<Gain>& gain);
 
 // Minutes in which the charge surely stays below the limit, with a margin. Below 0 when it may be there.
 [[nodiscard]] double minutesBelow(std::int64_t limit, std::int64_t pct, double speed);
 
-// A plan holds as long as its wake is to come, charging was not stopped since, the adapter is the one that it
-// was made for, and the charge has not risen faster since than any charger could: then it was made from a
-// reading of before the sleep.
+// A plan holds until its wake, as long as charging was not stopped and the adapter is the one that it was
+// made for. It does not hold if the charge has since risen faster than any charger allows: then it was made
+// from a reading that was taken before the sleep.
 struct NightPlan {
   double wakeAt = 0;     // wall clock
   double plannedAt = 0;  // wall clock
@@ -65,8 +67,8 @@ struct NightReading {
 // was set back.
 [[nodiscard]] std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading);
 
-// What to do when a sleep is announced. Without an adapter too, because the Mac may be plugged in asleep. A
-// limit of 100 does not limit anything.
+// What to do when a sleep is announced, also without an adapter, because the Mac may be plugged in while it
+// sleeps. A limit of 100 does not limit anything.
 enum class BedtimePlan : std::uint8_t {
   leaveAlone,
   close,     // at or above the lower bound: stop charging now
@@ -103,8 +105,8 @@ struct NightInputs {
 // What to do at a moment of the night with charging open below the limit, and no plan that holds.
 [[nodiscard]] NightDecision decideNight(const NightInputs& inputs);
 
-// The state that a tick of the night ends in. Charging that was stopped stays so without an adapter, and with
-// one as long as the charge is not below the band.
+// The state in which a tick of the night ends. Charging that was stopped stays stopped without an adapter,
+// and with one until the charge is below the band.
 struct NightStateInputs {
   ChargeState wanted = ChargeState::allow;  // by the ordinary decision
   ChargeState state = ChargeState::allow;   // in force
@@ -114,8 +116,8 @@ struct NightStateInputs {
 };
 [[nodiscard]] ChargeState stateAtNight(const NightStateInputs& inputs);
 
-// The most wakes of ours in one night, and those of them without an adapter: each of them costs the battery
-// a little.
+// The most wakes that the daemon schedules in one night, and how many of them may be without an adapter. Each
+// of those costs the battery a little.
 inline constexpr int mostWakes = 10;
 inline constexpr int mostBatteryWakes = 4;
 

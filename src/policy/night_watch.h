@@ -29,11 +29,11 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited);
 // the stay begins now.
 [[nodiscard]] bool wouldStopAgain(std::int64_t pct, const Bounds& band);
 
-// Charging was stopped for the night: what the charge gains until it is resumed tells nothing about the
+// Charging was stopped for the night. What the charge gains until charging resumes shows nothing about the
 // charger.
 void noteChargingStopped();
 
-// A dark wake is held open for some minutes at most, also when no tick comes that would end that.
+// Ends a stay in a dark wake that has lasted for too long, even if no tick comes that would end it.
 void endOverlongStay();
 
 }  // namespace brisko

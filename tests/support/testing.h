@@ -29,6 +29,7 @@ using ::testing::Lt;
 using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::Optional;
+using ::testing::Pair;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;

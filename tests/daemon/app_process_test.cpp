@@ -565,12 +565,7 @@ TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
 class NativeApp : public App {
  protected:
   NativeApp() : App(closedKeys()) {}
-  static MachineOptions closedKeys() {
-    MachineOptions options;
-    options.macOS = 27;
-    options.percent = 75;
-    return options;
-  }
+  static MachineOptions closedKeys() { return {.macOS = 27, .percent = 75}; }
   static constexpr const char* handedBackLine = "macOS limit handed back: off";
 };
 

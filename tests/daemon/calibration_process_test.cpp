@@ -272,9 +272,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
 }
 
 TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
-  MachineOptions options;
-  options.cut = CutKind::none;
-  make(100, asked, options);
+  make(100, asked, {.cut = CutKind::none});
   leave("drain", longestPhase - 2 * hour);
   const double begun = now();
   startDaemon();
@@ -286,9 +284,7 @@ TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
 }
 
 TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCannotDischargeOnTheAdapter) {
-  MachineOptions options;
-  options.cut = CutKind::none;
-  make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", options);
+  make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", {.cut = CutKind::none});
   startDaemon();
   ASSERT_TRUE(runUntil(drain, 2));
   daemon->run(hour);

@@ -39,12 +39,7 @@ std::string cutReleased(const std::string& key, int attempt) {
          ")";
 }
 
-MachineOptions with(GateKind gate, CutKind cut) {
-  MachineOptions options;
-  options.gate = gate;
-  options.cut = cut;
-  return options;
-}
+MachineOptions with(GateKind gate, CutKind cut) { return {.gate = gate, .cut = cut}; }
 
 // A healthy Mac at 70 % whose state each test applies.
 class Verification : public test::OnVirtualMac {

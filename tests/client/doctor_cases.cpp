@@ -27,7 +27,7 @@ using E = Evidence;
 using D = DaemonStatus;
 using Change = std::function<void(Evidence&)>;
 
-// Where a part is that a change names by one of its members.
+// The part of the evidence whose member a change sets.
 template <class Part>
 using In = std::type_identity<Part>;
 E& partOf(E& e, In<E>) { return e; }

@@ -56,7 +56,7 @@ using S = Situation;
 using D = DaemonStatus;
 using Change = std::function<void(Situation&)>;
 
-// Where a part is that a change names by one of its members.
+// The part of the situation whose member a change sets.
 template <class Part>
 using In = std::type_identity<Part>;
 S& partOf(S& s, In<S>) { return s; }

@@ -8,7 +8,6 @@
 #include "base/process_flags.h"
 #include "calibration/calibration_record.h"
 #include "platform/clock.h"
-#include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
@@ -54,17 +53,6 @@ class CalibrationCycle : public test::OnVirtualMac {
     mac.pass(seconds);
     return advance({.pct = pct, .plugged = plugged});
   }
-  std::vector<std::string> written(const std::function<void()>& work) {
-    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
-    work();
-    return journal.written();
-  }
-  std::vector<std::string> writtenAndLogged(const std::function<void()>& work) {
-    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
-    journal.watchOpenFiles(mac.path(LogFile::defaultDirectory));
-    work();
-    return journal.written();
-  }
   Json file() { return Json::parse(mac.read(calibrationPath)); }
 };
 
@@ -109,7 +97,7 @@ TEST_F(CalibrationCycle, beginsWithoutAGaugeToo) {
 TEST_F(CalibrationCycle, beginsOnlyOnce) {
   for (const CalPhase phase : activePhases) {
     gCal = {.phase = phase, .startedAt = 1, .lastFailure = CalFailure{"x", CalPhase::fill}};
-    EXPECT_THAT(written(startCalibration), IsEmpty());
+    EXPECT_THAT(filesWritten(startCalibration), IsEmpty());
     EXPECT_EQ(gCal.phase, phase);
     EXPECT_EQ(gCal.startedAt, 1);
     EXPECT_TRUE(gCal.lastFailure.has_value());
@@ -122,7 +110,7 @@ TEST_F(CalibrationCycle, beginsOnlyOnce) {
 TEST_F(CalibrationCycle, doesNothingWhileIdle) {
   gCal.phaseSince = 1;  // long ago
   gCal.lastTick = 2;
-  EXPECT_THAT(written([] { EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 0})); }),
+  EXPECT_THAT(filesWritten([] { EXPECT_FALSE(advance({.pct = 100, .plugged = true, .soakSeconds = 0})); }),
               IsEmpty());
   EXPECT_EQ(gCal.phase, CalPhase::idle);
   EXPECT_EQ(gCal.lastTick, 2);
@@ -179,7 +167,7 @@ TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
   inPhase(CalPhase::fill);
   gCal.soakBanked = 7;
   mac.pass(100);
-  EXPECT_THAT(written([] { EXPECT_FALSE(advance({.pct = 100})); }), ElementsAre("calibration.json"));
+  EXPECT_THAT(filesWritten([] { EXPECT_FALSE(advance({.pct = 100})); }), ElementsAre("calibration.json"));
   EXPECT_EQ(gCal.phaseSince, now());
   EXPECT_EQ(gCal.startedAt, now() - 100);
   EXPECT_EQ(gCal.soakBanked, 0);
@@ -198,19 +186,19 @@ TEST_F(CalibrationCycle, recordsEachPhaseInTheFileAndTheLog) {
 
 TEST_F(CalibrationCycle, isWrittenToTheFileBeforeTheLog) {
   const std::vector<std::string> fileThenLog = {"calibration.json", "daemon.log"};
-  EXPECT_EQ(writtenAndLogged(startCalibration), fileThenLog);
-  EXPECT_EQ(writtenAndLogged([] { advance({.pct = 100}); }), fileThenLog);
-  EXPECT_EQ(writtenAndLogged([] { stopCalibration("cold", std::nullopt); }), fileThenLog);
+  EXPECT_EQ(filesWrittenAndLogged(startCalibration), fileThenLog);
+  EXPECT_EQ(filesWrittenAndLogged([] { advance({.pct = 100}); }), fileThenLog);
+  EXPECT_EQ(filesWrittenAndLogged([] { stopCalibration("cold", std::nullopt); }), fileThenLog);
   inPhase(CalPhase::fill);
-  EXPECT_EQ(writtenAndLogged([] { stopCalibration(std::nullopt, std::nullopt); }), fileThenLog);
+  EXPECT_EQ(filesWrittenAndLogged([] { stopCalibration(std::nullopt, std::nullopt); }), fileThenLog);
   inPhase(CalPhase::restore);
-  EXPECT_EQ(writtenAndLogged([] { advance({.pct = 80}); }), fileThenLog);
+  EXPECT_EQ(filesWrittenAndLogged([] { advance({.pct = 80}); }), fileThenLog);
 }
 
 TEST_F(CalibrationCycle, writesNothingWhileAPhaseLasts) {
   for (const CalPhase phase : activePhases) {
     inPhase(phase);
-    EXPECT_THAT(written([this] { EXPECT_FALSE(soak(12, true, 90)); }), IsEmpty()) << phaseName(phase);
+    EXPECT_THAT(filesWritten([this] { EXPECT_FALSE(soak(12, true, 90)); }), IsEmpty()) << phaseName(phase);
     EXPECT_EQ(gCal.phase, phase);
     EXPECT_EQ(gCal.lastTick, now());
   }
@@ -307,7 +295,7 @@ TEST_F(CalibrationCycle, isStoppedWhenAPhaseLastsMoreThan3Days) {
     EXPECT_FALSE(advance(inputs)) << phaseName(phase);
     EXPECT_EQ(gCal.phase, phase);
     mac.pass(0.25);
-    EXPECT_THAT(written([&inputs] { EXPECT_TRUE(advance(inputs)); }), ElementsAre("calibration.json"));
+    EXPECT_THAT(filesWritten([&inputs] { EXPECT_TRUE(advance(inputs)); }), ElementsAre("calibration.json"));
     EXPECT_EQ(gCal.phase, CalPhase::idle);
     EXPECT_EQ(gCal.lastFailure, (CalFailure{"stalled", phase}));
     EXPECT_EQ(gCal.before, std::nullopt);
@@ -349,7 +337,7 @@ TEST_F(CalibrationCycle, recordsWhatTheGaugeHasLearned) {
   gCal.soakBanked = 5;
   gCal.lastFailure = CalFailure{"x", CalPhase::fill};
   mac.pass(1000);
-  EXPECT_THAT(written([] { EXPECT_TRUE(advance({.pct = 80})); }), ElementsAre("calibration.json"));
+  EXPECT_THAT(filesWritten([] { EXPECT_TRUE(advance({.pct = 80})); }), ElementsAre("calibration.json"));
   EXPECT_THAT(gCal.runs, ElementsAre(CalRun{.at = now(),
                                             .beforeRaw = 4427,
                                             .afterRaw = 4401,
@@ -437,7 +425,7 @@ TEST_F(CalibrationCycle, isCancelledWithoutAFailure) {
             .runs = {{.at = 5}},
             .lastFailure = CalFailure{"x", CalPhase::fill}};
     // The phase is that of a failure; without a reason there is no failure.
-    EXPECT_THAT(written([] { stopCalibration(std::nullopt, CalPhase::soak); }),
+    EXPECT_THAT(filesWritten([] { stopCalibration(std::nullopt, CalPhase::soak); }),
                 ElementsAre("calibration.json"));
     EXPECT_EQ(gCal.phase, CalPhase::idle);
     EXPECT_EQ(gCal.soakBanked, 0);
@@ -466,7 +454,7 @@ TEST_F(CalibrationCycle, recordsTheReasonAndThePhaseWhenItIsStopped) {
 
 TEST_F(CalibrationCycle, isNotStoppedWhileIdle) {
   gCal.lastFailure = CalFailure{"stalled", CalPhase::fill};
-  EXPECT_THAT(written([] {
+  EXPECT_THAT(filesWritten([] {
                 stopCalibration(std::nullopt, std::nullopt);
                 stopCalibration("cold", CalPhase::soak);
               }),

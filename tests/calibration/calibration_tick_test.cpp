@@ -13,7 +13,6 @@
 #include "state/machine_abilities.h"
 #include "state/tick_state.h"
 #include "support/child.h"
-#include "support/file_journal.h"
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
 
@@ -55,9 +54,7 @@ class CalibrationTick : public test::OnVirtualMac {
   }
   std::vector<std::string> writtenInATick() {
     mac.pass(12);
-    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
-    evaluate();
-    return journal.written();
+    return filesWritten(evaluate);
   }
   std::string config() const { return mac.read(defaultConfigPath); }
 };

@@ -1,7 +1,9 @@
 #include "client/why.h"
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -32,12 +34,6 @@ Situation usual() {
   return situation;
 }
 
-struct Case {
-  const char* name;
-  std::function<void(Situation&)> change;
-  Reason reason;
-};
-
 void calibrate(Situation& situation, CalPhase phase) {
   situation.status->calibration.phase = phase;
   situation.status->calibration.drainTarget = 15;
@@ -57,327 +53,157 @@ void addSamples(Situation& situation, int minutes, double perMinute, double watt
 }
 
 using S = Situation;
+using D = DaemonStatus;
+using Change = std::function<void(Situation&)>;
+
+// The part of the situation whose member a change sets.
+template <class Part>
+using In = std::type_identity<Part>;
+S& partOf(S& s, In<S>) { return s; }
+D& partOf(S& s, In<D>) { return *s.status; }
+Settings& partOf(S& s, In<Settings>) { return s.settings; }
+
+template <class Part, class Value>
+Change set(Value Part::*member, const std::type_identity_t<Value>& value) {
+  return [=](S& s) { partOf(s, In<Part>{}).*member = value; };
+}
+
+template <class... Changes>
+Change together(const Changes&... changes) {
+  return [=](S& s) { (changes(s), ...); };
+}
+
+Change noStatus() { return set(&S::status, std::nullopt); }
+
+Change statusOf(double secondsAgo) { return set(&D::ts, now - secondsAgo); }
+
+Change calibrating(CalPhase phase) {
+  return [=](S& s) { calibrate(s, phase); };
+}
+
+Change withSamples(int minutes, double watts) {
+  return [=](S& s) { addSamples(s, minutes, 0, watts); };
+}
+
+Change chargingAt(std::int64_t pct) {
+  return together(set(&D::state, ChargeState::allow), set(&D::pct, pct));
+}
+
+Change leftToMacOSAt(std::int64_t pct) { return together(chargingAt(pct), set(&D::chargeMode, "macOS")); }
+
+Change dischargeAsked() { return set(&Settings::discharge, true); }
+
+struct Case {
+  const char* name;
+  Change change;
+  Reason reason;
+};
+
 // Every reason, on both sides of its boundary if it has one.
 const std::vector<Case>& cases() {
   static const std::vector<Case> all{
-      {"not installed",
-       [](S& s) {
-         s.installed = false;
-         s.running = false;
-         s.status.reset();
-       },
+      {"not installed", together(set(&S::installed, false), set(&S::running, false), noStatus()),
        Reason::notInstalled},
       {"removed, its status left behind",
-       [](S& s) {
-         s.installed = false;
-         s.running = false;
-         s.status->ts = now - 71;
-       },
-       Reason::notInstalled},
-      {"started by hand",
-       [](S& s) {
-         s.installed = false;
-         s.running = false;
-       },
+       together(set(&S::installed, false), set(&S::running, false), statusOf(71)), Reason::notInstalled},
+      {"started by hand", together(set(&S::installed, false), set(&S::running, false)), Reason::insideBand},
+      {"just started", together(set(&S::bootedAt, now - 89), noStatus()), Reason::starting},
+      {"started long ago", together(set(&S::bootedAt, now - 90), noStatus()), Reason::notRunning},
+      {"started before the clock was set back", together(set(&S::bootedAt, now + 30), noStatus()),
+       Reason::notRunning},
+      {"just started, with a status", set(&S::bootedAt, now - 89), Reason::insideBand},
+      {"stopped", set(&S::running, false), Reason::notRunning},
+      {"stopped, on a Mac that sleeps", together(set(&S::running, false), set(&S::asleep, true)),
        Reason::insideBand},
-      {"just started",
-       [](S& s) {
-         s.bootedAt = now - 89;
-         s.status.reset();
-       },
-       Reason::starting},
-      {"started long ago",
-       [](S& s) {
-         s.bootedAt = now - 90;
-         s.status.reset();
-       },
-       Reason::notRunning},
-      {"started before the clock was set back",
-       [](S& s) {
-         s.bootedAt = now + 30;
-         s.status.reset();
-       },
-       Reason::notRunning},
-      {"just started, with a status", [](S& s) { s.bootedAt = now - 89; }, Reason::insideBand},
-      {"stopped", [](S& s) { s.running = false; }, Reason::notRunning},
-      {"stopped, on a Mac that sleeps",
-       [](S& s) {
-         s.running = false;
-         s.asleep = true;
-       },
+      {"a status of 70 s", statusOf(70), Reason::insideBand},
+      {"a status of 71 s", statusOf(71), Reason::notRunning},
+      {"an old status just after a wake", together(statusOf(3600), set(&S::wokeAt, now - 85)),
        Reason::insideBand},
-      {"a status of 70 s", [](S& s) { s.status->ts = now - 70; }, Reason::insideBand},
-      {"a status of 71 s", [](S& s) { s.status->ts = now - 71; }, Reason::notRunning},
-      {"an old status just after a wake",
-       [](S& s) {
-         s.status->ts = now - 3600;
-         s.wokeAt = now - 85;
-       },
-       Reason::insideBand},
-      {"an old status long after a wake",
-       [](S& s) {
-         s.status->ts = now - 3600;
-         s.wokeAt = now - 86;
-       },
+      {"an old status long after a wake", together(statusOf(3600), set(&S::wokeAt, now - 86)),
        Reason::notRunning},
-      {"a wake that is still to come",
-       [](S& s) {
-         s.status->ts = now - 71;
-         s.wokeAt = now + 10;
-       },
+      {"a wake that is still to come", together(statusOf(71), set(&S::wokeAt, now + 10)), Reason::notRunning},
+      {"an old status while asleep", together(statusOf(3600), set(&S::asleep, true)), Reason::insideBand},
+      {"nothing is known of the job", together(set(&S::running, std::nullopt), statusOf(71)),
        Reason::notRunning},
-      {"an old status while asleep",
-       [](S& s) {
-         s.status->ts = now - 3600;
-         s.asleep = true;
-       },
-       Reason::insideBand},
-      {"nothing is known of the job",
-       [](S& s) {
-         s.running.reset();
-         s.status->ts = now - 71;
-       },
-       Reason::notRunning},
-      {"a status ahead within tolerance", [](S& s) { s.status->ts = now + 5; }, Reason::insideBand},
-      {"a status from the future", [](S& s) { s.status->ts = now + 5.1; }, Reason::clockSetBack},
-      {"purged",
-       [](S& s) {
-         s.status.reset();
-         s.resting = Resting::purged;
-       },
-       Reason::purged},
-      {"dormant",
-       [](S& s) {
-         s.status->ts = now - 71;
-         s.resting = Resting::dormant;
-       },
-       Reason::dormant},
-      {"was dormant once", [](S& s) { s.resting = Resting::dormant; }, Reason::insideBand},
-      {"released",
-       [](S& s) {
-         s.status->ts = now - 71;
-         s.resting = Resting::released;
-       },
-       Reason::released},
-      {"keys closed", [](S& s) { s.status->chargeMode = "none"; }, Reason::keysClosed},
-      {"keys closed comes before off",
-       [](S& s) {
-         s.status->chargeMode = "none";
-         s.status->enabled = false;
-       },
+      {"a status ahead within tolerance", statusOf(-5), Reason::insideBand},
+      {"a status from the future", statusOf(-5.1), Reason::clockSetBack},
+      {"purged", together(noStatus(), set(&S::resting, Resting::purged)), Reason::purged},
+      {"dormant", together(statusOf(71), set(&S::resting, Resting::dormant)), Reason::dormant},
+      {"was dormant once", set(&S::resting, Resting::dormant), Reason::insideBand},
+      {"released", together(statusOf(71), set(&S::resting, Resting::released)), Reason::released},
+      {"keys closed", set(&D::chargeMode, "none"), Reason::keysClosed},
+      {"keys closed comes before off", together(set(&D::chargeMode, "none"), set(&D::enabled, false)),
        Reason::keysClosed},
-      {"does not obey", [](S& s) { s.status->gateVerified = false; }, Reason::disobeyed},
-      {"not verified yet", [](S& s) { s.status->gateVerified.reset(); }, Reason::insideBand},
-      {"off", [](S& s) { s.status->enabled = false; }, Reason::off},
-      {"off while calibrating",
-       [](S& s) {
-         s.status->enabled = false;
-         calibrate(s, CalPhase::drain);
-       },
+      {"does not obey", set(&D::gateVerified, false), Reason::disobeyed},
+      {"not verified yet", set(&D::gateVerified, std::nullopt), Reason::insideBand},
+      {"off", set(&D::enabled, false), Reason::off},
+      {"off while calibrating", together(set(&D::enabled, false), calibrating(CalPhase::drain)),
        Reason::calibrationDrain},
-      {"hot", [](S& s) { s.status->hot = true; }, Reason::hot},
-      {"hot while calibrating",
-       [](S& s) {
-         s.status->hot = true;
-         calibrate(s, CalPhase::fill);
-       },
-       Reason::hot},
-      {"fill", [](S& s) { calibrate(s, CalPhase::fill); }, Reason::calibrationFill},
-      {"refill", [](S& s) { calibrate(s, CalPhase::refill); }, Reason::calibrationRefill},
-      {"soak", [](S& s) { calibrate(s, CalPhase::soak); }, Reason::calibrationSoak},
-      {"restore", [](S& s) { calibrate(s, CalPhase::restore); }, Reason::calibrationRestore},
-      {"calibrating unplugged",
-       [](S& s) {
-         calibrate(s, CalPhase::drain);
-         s.status->plugged = false;
-       },
+      {"hot", set(&D::hot, true), Reason::hot},
+      {"hot while calibrating", together(set(&D::hot, true), calibrating(CalPhase::fill)), Reason::hot},
+      {"fill", calibrating(CalPhase::fill), Reason::calibrationFill},
+      {"refill", calibrating(CalPhase::refill), Reason::calibrationRefill},
+      {"soak", calibrating(CalPhase::soak), Reason::calibrationSoak},
+      {"restore", calibrating(CalPhase::restore), Reason::calibrationRestore},
+      {"calibrating unplugged", together(calibrating(CalPhase::drain), set(&D::plugged, false)),
        Reason::calibrationDrain},
-      {"unplugged",
-       [](S& s) {
-         s.status->plugged = false;
-         s.status->state = ChargeState::allow;
-       },
+      {"unplugged", together(set(&D::plugged, false), set(&D::state, ChargeState::allow)), Reason::unplugged},
+      {"unplugged comes before full once", together(set(&D::plugged, false), set(&D::topUp, true)),
        Reason::unplugged},
-      {"unplugged comes before full once",
-       [](S& s) {
-         s.status->plugged = false;
-         s.status->topUp = true;
-       },
-       Reason::unplugged},
-      {"full once",
-       [](S& s) {
-         s.status->topUp = true;
-         s.status->state = ChargeState::allow;
-       },
-       Reason::fullOnce},
-      {"discharging",
-       [](S& s) {
-         s.status->state = ChargeState::discharge;
-         s.status->pct = 90;
-       },
+      {"full once", together(set(&D::topUp, true), set(&D::state, ChargeState::allow)), Reason::fullOnce},
+      {"discharging", together(set(&D::state, ChargeState::discharge), set(&D::pct, 90)),
        Reason::discharging},
-      {"discharge given up",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->dischargeFailed = true;
-         s.status->pct = 81;
-       },
+      {"discharge given up", together(dischargeAsked(), set(&D::dischargeFailed, true), set(&D::pct, 81)),
        Reason::dischargeGivenUp},
       {"discharge given up, at the limit",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->dischargeFailed = true;
-         s.status->pct = 80;
-       },
-       Reason::atLimit},
-      {"discharge waits",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->discharge = true;
-         s.status->pct = 81;
-       },
+       together(dischargeAsked(), set(&D::dischargeFailed, true), set(&D::pct, 80)), Reason::atLimit},
+      {"discharge waits", together(dischargeAsked(), set(&D::discharge, true), set(&D::pct, 81)),
        Reason::dischargeWaits},
       {"discharge does not wait through macOS's limit",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->discharge = true;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 81;
-       },
+       together(dischargeAsked(), set(&D::discharge, true), set(&D::chargeMode, "macOS"), set(&D::pct, 81)),
        Reason::aboveLimit},
-      {"discharge is not possible",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->pct = 81;
-       },
-       Reason::aboveLimit},
-      {"at the limit", [](S& s) { s.status->pct = 80; }, Reason::atLimit},
-      {"above the limit", [](S& s) { s.status->pct = 81; }, Reason::aboveLimit},
-      {"inside the band", [](S& s) { s.status->pct = 79; }, Reason::insideBand},
-      {"charging",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->pct = 60;
-       },
-       Reason::charging},
-      {"no current",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->pct = 60;
-         addSamples(s, 3, 0, 0);
-       },
-       Reason::noCurrent},
-      {"no current yet",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->pct = 60;
-         addSamples(s, 2, 0, 0);
-       },
-       Reason::charging},
-      {"current flows",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->pct = 60;
-         addSamples(s, 3, 0, 0.1);
-       },
-       Reason::charging},
-      {"full without a limit",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->upper = 100;
-         s.status->pct = 100;
-       },
-       Reason::noCurrent},
+      {"discharge is not possible", together(dischargeAsked(), set(&D::pct, 81)), Reason::aboveLimit},
+      {"at the limit", set(&D::pct, 80), Reason::atLimit},
+      {"above the limit", set(&D::pct, 81), Reason::aboveLimit},
+      {"inside the band", set(&D::pct, 79), Reason::insideBand},
+      {"charging", chargingAt(60), Reason::charging},
+      {"no current", together(chargingAt(60), withSamples(3, 0)), Reason::noCurrent},
+      {"no current yet", together(chargingAt(60), withSamples(2, 0)), Reason::charging},
+      {"current flows", together(chargingAt(60), withSamples(3, 0.1)), Reason::charging},
+      {"full without a limit", together(chargingAt(100), set(&D::upper, 100)), Reason::noCurrent},
       {"a full charge from the Battery menu is waited for",
-       [](S& s) {
-         s.status->chargeMode = "macOS";
-         s.status->state = ChargeState::allow;
-         s.status->pct = 85;
-         s.status->fullUntil = now + 3600;
-       },
-       Reason::fullByMacOS},
-      {"a full charge from the Battery menu is over", [](S& s) { s.status->fullUntil = now - 1; },
-       Reason::insideBand},
+       together(leftToMacOSAt(85), set(&D::fullUntil, now + 3600)), Reason::fullByMacOS},
+      {"a full charge from the Battery menu is over", set(&D::fullUntil, now - 1), Reason::insideBand},
       {"a discharge that could not be seen",
-       [](S& s) {
-         s.settings.discharge = true;
-         s.status->pct = 90;
-         s.status->dischargeUnseen = true;
-       },
-       Reason::dischargeUnseen},
+       together(dischargeAsked(), set(&D::pct, 90), set(&D::dischargeUnseen, true)), Reason::dischargeUnseen},
       {"a drain that waits for the adapter to be unplugged",
-       [](S& s) {
-         calibrate(s, CalPhase::drain);
-         s.status->dischargeUnseen = true;
-       },
-       Reason::calibrationDrainWaits},
+       together(calibrating(CalPhase::drain), set(&D::dischargeUnseen, true)), Reason::calibrationDrainWaits},
       {"a drain that has waited",
-       [](S& s) {
-         calibrate(s, CalPhase::drain);
-         s.status->dischargeUnseen = true;
-         s.status->plugged = false;
-       },
+       together(calibrating(CalPhase::drain), set(&D::dischargeUnseen, true), set(&D::plugged, false)),
        Reason::calibrationDrain},
       {"macOS charges on",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 80;
-         s.status->gateVerified.reset();
-         addSamples(s, 3, 0, 5);
-       },
+       together(leftToMacOSAt(80), set(&D::gateVerified, std::nullopt), withSamples(3, 5)),
        Reason::limitOverridden},
       {"macOS has just reached its limit",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 80;
-         s.status->gateVerified.reset();
-         addSamples(s, 2, 0, 5);
-       },
-       Reason::atLimit},
-      {"macOS makes up for a loss above the limit",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 81;
-         addSamples(s, 3, 0, 5);
-       },
+       together(leftToMacOSAt(80), set(&D::gateVerified, std::nullopt), withSamples(2, 5)), Reason::atLimit},
+      {"macOS makes up for a loss above the limit", together(leftToMacOSAt(81), withSamples(3, 5)),
        Reason::aboveLimit},
-      {"macOS stops at its limit, and no current flows",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 80;
-         addSamples(s, 3, 0, 0);
-       },
+      {"macOS stops at its limit, and no current flows", together(leftToMacOSAt(80), withSamples(3, 0)),
        Reason::atLimit},
-      {"macOS charges below its limit, and no current flows",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 79;
-         addSamples(s, 3, 0, 0);
-       },
+      {"macOS charges below its limit, and no current flows", together(leftToMacOSAt(79), withSamples(3, 0)),
        Reason::noCurrent},
-      {"macOS charges below its limit",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->pct = 79;
-       },
-       Reason::charging},
+      {"macOS charges below its limit", leftToMacOSAt(79), Reason::charging},
       {"macOS accepts no limit that low",
-       [](S& s) {
-         s.status->state = ChargeState::allow;
-         s.status->chargeMode = "macOS";
-         s.status->nativeFloor = 80;
-         s.status->upper = 60;
-         s.status->pct = 79;
-       },
-       Reason::charging},
+       together(leftToMacOSAt(79), set(&D::nativeFloor, 80), set(&D::upper, 60)), Reason::charging},
   };
   return all;
+}
+
+// On the way from 60 % to the limit.
+Situation charging() {
+  Situation situation = usual();
+  chargingAt(60)(situation);
+  return situation;
 }
 
 TEST(Why, givesTheFirstReasonThatApplies) {
@@ -425,9 +251,7 @@ TEST(Why, tellsWhereABatteryFallsThatHelpsAWeakAdapter) {
 }
 
 TEST(Why, namesTheWakeOfASleepingMac) {
-  Situation situation = usual();
-  situation.status->state = ChargeState::allow;
-  situation.status->pct = 60;
+  Situation situation = charging();
   EXPECT_THAT(why(situation).text, Not(HasSubstr("wakes")));
   situation.status->nextWake = now + 600;
   EXPECT_THAT(why(situation).text, HasSubstr("The Mac wakes at "));
@@ -450,9 +274,7 @@ TEST(Why, namesNoLowerEdgeWhereMacOSDecides) {
 }
 
 TEST(Why, namesMinutesOnlyWithASlope) {
-  Situation situation = usual();
-  situation.status->state = ChargeState::allow;
-  situation.status->pct = 60;
+  Situation situation = charging();
   EXPECT_EQ(why(situation).text, "Charging from 60 % to the limit of 80 %.");
   addSamples(situation, 10, 1, 20);
   const Answer answer = why(situation);
@@ -484,10 +306,8 @@ TEST(Why, namesWhenAFullChargeEnds) {
 }
 
 TEST(Why, namesTheEndOfAFullChargeThatComesBeforeItIsFull) {
-  Situation situation = usual();
+  Situation situation = charging();
   situation.status->topUp = true;
-  situation.status->state = ChargeState::allow;
-  situation.status->pct = 60;
   situation.settings.topUpHours = 1;
   situation.topUpSince = now - 1200;
   EXPECT_EQ(why(situation).until->value, 100);
@@ -522,9 +342,7 @@ TEST(Why, countsTheSoakThatIsLeft) {
 }
 
 TEST(Why, neverPromisesMinutesInTheOtherDirection) {
-  Situation situation = usual();
-  situation.status->state = ChargeState::allow;
-  situation.status->pct = 60;
+  Situation situation = charging();
   addSamples(situation, 10, -1, -5);
   EXPECT_FALSE(why(situation).until->aboutMinutes.has_value());
 }

@@ -60,6 +60,10 @@ class App : public ::testing::Test {
     mark();
     EXPECT_THAT(newLines(), ElementsAre(missingLine));
   }
+  void removeAppAndRunTo(double seconds) {
+    removeApp();
+    runTo(seconds);
+  }
 
   std::vector<std::string> newLines() { return mac.newLogLines(); }
   std::vector<std::string> linesAboutTheApp() {
@@ -98,8 +102,7 @@ TEST_F(App, isReportedMissingAtOnceAndGoneAfterTenMinutes) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  removeApp();
-  runTo(599.75);
+  removeAppAndRunTo(599.75);
   EXPECT_THAT(newLines(), Not(Contains(dormantLine)));
   runTo(600);
   EXPECT_THAT(newLines(), ElementsAre(dormantLine)) << "by the check of each minute";
@@ -125,8 +128,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
   begin();
   runTo(100);
   static_cast<void>(newLines());
-  removeApp();
-  runTo(550);
+  removeAppAndRunTo(550);
   mac.install();
   runTo(3600);
   const auto lines = newLines();
@@ -142,8 +144,7 @@ TEST_F(App, causesNoLogLineWhenItReturnsWithinTheGracePeriod) {
 
 TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
   begin();
-  removeApp();
-  runTo(599.9);
+  removeAppAndRunTo(599.9);
   mac.install();
   runTo(3600);
   EXPECT_FALSE(isDormant());
@@ -151,8 +152,7 @@ TEST_F(App, keepsTheDaemonWhenItReturnsAtTheEndOfTheGracePeriod) {
 
 TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.install();
   runTo(500);
   mac.remove();
@@ -165,8 +165,7 @@ TEST_F(App, countsAsGoneSinceItsFirstAbsenceIfItReturnsUnnoticed) {
 
 TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.install();
   runTo(599.9);
   mac.remove();
@@ -183,8 +182,7 @@ TEST_F(App, isGoneAtOnceIfItLeavesAgainAtTheEndOfTheGracePeriod) {
 
 TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.install();
   runTo(600);
   EXPECT_FALSE(isDormant());
@@ -195,8 +193,7 @@ TEST_F(App, isGoneAtOnceIfItIsSeenToLeaveWhenTheGracePeriodIsOver) {
 
 TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.install();
   runTo(70);  // watched again, but not checked
   mac.move(installed, "/Users/me/.Trash/Brisko.app");
@@ -213,8 +210,7 @@ TEST_F(App, isNoticedWhenItIsReplacedAfterAnUnnoticedReturn) {
 
 TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.install();
   runTo(70);  // watched again, but not checked
   mac.write(installed + "/Contents/Info.plist", "new");
@@ -230,8 +226,7 @@ TEST_F(App, isNotNoticedByAChangeAfterAnUnnoticedReturn) {
 
 TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.write(installed, "a file");
   runTo(70);
   mac.write(installed, "a longer file");
@@ -244,8 +239,7 @@ TEST_F(App, isNotNoticedByAWriteAfterItReturnedAsAFile) {
 TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
   mac.charge(90);  // so that no wake is scheduled
   begin();
-  removeApp();
-  runTo(30);
+  removeAppAndRunTo(30);
   mac.sleep();
   runTo(7200);
   EXPECT_FALSE(isDormant());
@@ -256,8 +250,7 @@ TEST_F(App, isGoneSoonAfterAWakeIfItWasMissingDuringSleep) {
 
 TEST_F(App, isGoneByTheWallClock) {
   begin();
-  removeApp();
-  runTo(10);
+  removeAppAndRunTo(10);
   mac.number(ChangeKind::clockStep, -3600);
   runTo(4199.5);
   EXPECT_FALSE(isDormant());
@@ -294,8 +287,7 @@ TEST_F(App, isStillWatchedAfterItIsReplaced) {
   mac.install();
   process->run(700);
   EXPECT_THAT(newLines(), Not(Contains(missingLine)));
-  removeApp();
-  runTo(600);
+  removeAppAndRunTo(600);
   EXPECT_TRUE(isDormant());
 }
 
@@ -346,8 +338,7 @@ TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
   mac.settings("{\"limit\":80,\"discharge\":true}");
   begin();
   ASSERT_EQ(mac.key("CHIE").front(), 8);
-  removeApp();
-  runTo(599);
+  removeAppAndRunTo(599);
   mac.forgetJournal();
   FileJournal data(mac.path(dataFolder));
   runTo(600);
@@ -361,8 +352,7 @@ TEST_F(App, releasesTheMacInOrderWhenItIsGone) {
 TEST_F(App, cancelsTheScheduledWakeWhenItIsGone) {
   mac.charge(40);
   begin();
-  removeApp();
-  runTo(20);
+  removeAppAndRunTo(20);
   mac.sleep();
   runTo(40);
   ASSERT_THAT(mac.pendingWakes(), Not(IsEmpty()));
@@ -406,8 +396,7 @@ TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
   begin();
   runTo(10);
   ASSERT_THAT(writesOf(mac), Contains("ACLC=01")) << "the light blinks";
-  removeApp();
-  runTo(600);
+  removeAppAndRunTo(600);
   ASSERT_TRUE(isDormant());
   EXPECT_EQ(mac.key("ACLC").front(), 0);
   mac.forgetJournal();
@@ -442,8 +431,7 @@ TEST_F(App, leavesKeysAndFilesUnchangedOnceItIsGone) {
 
 TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
   begin();
-  removeApp();
-  runTo(600);
+  removeAppAndRunTo(600);
   mac.forgetJournal();
   const auto asked = mac.apply("{\"limit\":60}");
   process->run(60);
@@ -455,8 +443,7 @@ TEST_F(App, letsTheServiceAcceptSettingsOnceItIsGone) {
 TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
   mac.charge(90);
   begin();
-  removeApp();
-  runTo(700);
+  removeAppAndRunTo(700);
   mac.forgetJournal();
   static_cast<void>(newLines());
   process->signal(SIGTERM).run(1);
@@ -468,8 +455,7 @@ TEST_F(App, causesAnotherReleaseAtTheExitOnceItIsGone) {
 TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
   mac.charge(90);
   begin();
-  removeApp();
-  runTo(300);
+  removeAppAndRunTo(300);
   process->signal(SIGTERM).run(1);
   EXPECT_EQ(process->status(), 0);
   EXPECT_EQ(mac.key("CHTE").front(), 0);
@@ -481,8 +467,7 @@ TEST_F(App, doesNotAffectTheExitWhileItIsMissing) {
 TEST_F(App, isFoundByTheLastCheckRightAfterTheGracePeriod) {
   mac.charge(90);
   begin();
-  removeApp();
-  runTo(600.5);
+  removeAppAndRunTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
   mac.forgetJournal();
@@ -531,8 +516,7 @@ TEST_F(App, causesNoFileToBeWrittenWhenItReturnsAfterAPurge) {
 TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
   mac.charge(90);
   begin();
-  removeApp();
-  runTo(601);
+  removeAppAndRunTo(601);
   mac.install();
   runTo(86'400);
   EXPECT_TRUE(isDormant());
@@ -549,8 +533,7 @@ TEST_F(App, isFoundByTheNextProcessIfItReturnsLater) {
 TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
   mac.charge(90);
   begin();
-  removeApp();
-  runTo(700);
+  removeAppAndRunTo(700);
   process->kill();
   begin();
   EXPECT_EQ(mac.key("CHTE").front(), 1) << "driven again";
@@ -565,12 +548,7 @@ TEST_F(App, getsTenMinutesAgainFromTheNextProcess) {
 class NativeApp : public App {
  protected:
   NativeApp() : App(closedKeys()) {}
-  static MachineOptions closedKeys() {
-    MachineOptions options;
-    options.macOS = 27;
-    options.percent = 75;
-    return options;
-  }
+  static MachineOptions closedKeys() { return {.macOS = 27, .percent = 75}; }
   static constexpr const char* handedBackLine = "macOS limit handed back: off";
 };
 
@@ -579,8 +557,7 @@ TEST_F(NativeApp, isWatchedWithoutAnOptionIfItContainsTheDaemon) {
   runTo(60);
   ASSERT_EQ(mac.key("bfG0").front(), 80);
   static_cast<void>(newLines());
-  removeApp();
-  runTo(599);
+  removeAppAndRunTo(599);
   EXPECT_EQ(mac.key("bfG0").front(), 80);
   mac.forgetJournal();
   static_cast<void>(newLines());
@@ -598,8 +575,7 @@ TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
   begin({});
   runTo(60);
   static_cast<void>(newLines());
-  removeApp();
-  runTo(600.5);
+  removeAppAndRunTo(600.5);
   ASSERT_TRUE(isDormant());
   mac.install();
   static_cast<void>(newLines());
@@ -612,8 +588,7 @@ TEST_F(NativeApp, causesTheLimitToBeWrittenAgainWhenItReturns) {
 
 TEST_F(NativeApp, causesAnotherHandBackAtTheExitOnceItIsGone) {
   begin({});
-  removeApp();
-  runTo(700);
+  removeAppAndRunTo(700);
   static_cast<void>(newLines());
   process->signal(SIGTERM).run(1);
   EXPECT_EQ(process->status(), 0);

@@ -71,6 +71,12 @@ class CalibrationDaemon : public ::testing::Test {
     daemon = std::make_unique<DaemonProcess>(*mac);
     daemon->run(0);
   }
+  // On a Mac at this charge, with a run that an earlier process has just left in this phase.
+  void startIn(const std::string& phase, double percent) {
+    make(percent);
+    leave(phase);
+    startDaemon();
+  }
   void end() {
     daemon->signal(SIGTERM).run(1);
     ASSERT_EQ(daemon->status(), 0);
@@ -226,9 +232,7 @@ constexpr Step steps[] = {{"fill", 90}, {"drain", 60}, {"refill", 60}, {"soak", 
 
 TEST_F(CalibrationDaemon, canBeCancelledInEachPhase) {
   for (const Step& step : steps) {
-    make(step.percent);
-    leave(step.phase);
-    startDaemon();
+    startIn(step.phase, step.percent);
     daemon->run(minute);
     EXPECT_EQ(status()["cal"]["phase"], step.phase);
     const bool draining = adapterIsCut();
@@ -272,9 +276,7 @@ TEST_F(CalibrationDaemon, stallsInEachPhaseAfterMoreThan3Days) {
 }
 
 TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
-  MachineOptions options;
-  options.cut = CutKind::none;
-  make(100, asked, options);
+  make(100, asked, {.cut = CutKind::none});
   leave("drain", longestPhase - 2 * hour);
   const double begun = now();
   startDaemon();
@@ -286,9 +288,7 @@ TEST_F(CalibrationDaemon, stallsOnTheAdapterWhereTheMacCannotDischarge) {
 }
 
 TEST_F(CalibrationDaemon, drainsUnpluggedWhereTheMacCannotDischargeOnTheAdapter) {
-  MachineOptions options;
-  options.cut = CutKind::none;
-  make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", options);
+  make(99, R"({"calibrate":true,"calDrain":90,"calSoakMinutes":1})", {.cut = CutKind::none});
   startDaemon();
   ASSERT_TRUE(runUntil(drain, 2));
   daemon->run(hour);
@@ -321,9 +321,7 @@ TEST_F(CalibrationDaemon, waitsForTheUserToUnplugWhenTheCutHasNoEffect) {
 TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
   for (const bool orderly : {true, false}) {
     for (const Step& step : steps) {
-      make(step.percent);
-      leave(step.phase);
-      startDaemon();
+      startIn(step.phase, step.percent);
       daemon->run(minute);
       const Json before = record();
       const bool draining = adapterIsCut();
@@ -346,9 +344,7 @@ TEST_F(CalibrationDaemon, continuesInEachPhaseAfterARestart) {
 
 TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
   for (const bool orderly : {true, false}) {
-    make(100);
-    leave("soak");
-    startDaemon();
+    startIn("soak", 100);
     daemon->run(40 * minute);
     if (orderly) {
       end();
@@ -366,9 +362,7 @@ TEST_F(CalibrationDaemon, startsTheSoakAgainAfterARestart) {
 }
 
 TEST_F(CalibrationDaemon, continuesWhenTheMacWasSwitchedOff) {
-  make(25);
-  leave("drain");
-  startDaemon();
+  startIn("drain", 25);
   daemon->run(10 * minute);
   ASSERT_TRUE(adapterIsCut());
   end();
@@ -390,9 +384,7 @@ TEST_F(CalibrationDaemon, stallsWhenTheMacWasSwitchedOffForMoreThan3Days) {
   // The Mac also charges while it is off, so after exactly three days the refill is complete.
   for (const Case& off : {Case{longestPhase, soak},
                           Case{longestPhase + 1, "calibration stopped: stalled at the refill step"}}) {
-    make(60);
-    leave("refill");
-    startDaemon();
+    startIn("refill", 60);
     end();
     virtual_mac::shutDown(mac->store().update().machine());
     mac->pass(off.seconds);
@@ -440,9 +432,7 @@ TEST_F(CalibrationDaemon, toleratesASoakBeyond64BitsWhileIdle) {
 // --- sleep
 
 TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
-  make(30);
-  leave("drain");
-  startDaemon();
+  startIn("drain", 30);
   daemon->run(10 * minute);
   mac->sleep();
   daemon->run(8 * hour);
@@ -454,9 +444,7 @@ TEST_F(CalibrationDaemon, sleepsThroughTheDrainWithTheAdapterCut) {
 }
 
 TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
-  make(60);
-  leave("drain");
-  startDaemon();
+  startIn("drain", 60);
   daemon->run(minute);
   mac->sleep();
   daemon->run(hour);
@@ -468,9 +456,7 @@ TEST_F(CalibrationDaemon, drainsInDarkWakesToo) {
 }
 
 TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
-  make(100);
-  leave("soak");
-  startDaemon();
+  startIn("soak", 100);
   const double begun = now();
   daemon->run(30 * minute);
   // Each dark wake would count too.
@@ -490,9 +476,7 @@ TEST_F(CalibrationDaemon, countsTwoMinutesOfASleepInTheSoak) {
 // --- unplugged, hot, edited
 
 TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
-  make(100);
-  leave("soak");
-  startDaemon();
+  startIn("soak", 100);
   const double begun = now();
   daemon->run(10 * minute);
   mac->unplug();
@@ -503,9 +487,7 @@ TEST_F(CalibrationDaemon, waitsInTheSoakWhileUnplugged) {
 }
 
 TEST_F(CalibrationDaemon, chargesToFullAgainBeforeTheSoakContinues) {
-  make(100);
-  leave("soak");
-  startDaemon();
+  startIn("soak", 100);
   const double begun = now();
   daemon->run(30 * minute);
   mac->unplug();
@@ -531,17 +513,13 @@ TEST_F(CalibrationDaemon, pausesWhileTheBatteryIsHotAndContinues) {
 }
 
 TEST_F(CalibrationDaemon, followsEditsAtOnce) {
-  make(60);
-  leave("drain");
-  startDaemon();
+  startIn("drain", 60);
   daemon->run(minute);
   mac->settings(R"({"calibrate":true,"calDrain":70})");
   daemon->run(0.5);
   EXPECT_THAT(calibrationLines(), ElementsAre(refill));
 
-  make(100);
-  leave("soak");
-  startDaemon();
+  startIn("soak", 100);
   const double begun = now();
   daemon->run(50 * minute);
   mac->settings(R"({"calibrate":true,"calSoakMinutes":90})");
@@ -578,18 +556,14 @@ TEST_F(CalibrationDaemon, isFollowedByATopUpThatWasRequestedMeanwhile) {
 // --- the clock
 
 TEST_F(CalibrationDaemon, stallsOnAClockThatIsSetFarAhead) {
-  make(60);
-  leave("refill");
-  startDaemon();
+  startIn("refill", 60);
   mac->number(ChangeKind::clockStep, 4 * day);
   daemon->run(12);
   EXPECT_THAT(calibrationLines(), ElementsAre("calibration stopped: stalled at the refill step"));
 }
 
 TEST_F(CalibrationDaemon, soaksForLongerWhenTheClockIsSetBack) {
-  make(100);
-  leave("soak");
-  startDaemon();
+  startIn("soak", 100);
   const double begun = now();
   daemon->run(10 * minute);
   mac->number(ChangeKind::clockStep, -30 * minute);

@@ -387,12 +387,7 @@ TEST_F(Clients, mayStillChangeSettingsBeforeTheRestartComes) {
 
 class NativeClients : public ::testing::Test {
  protected:
-  static virtual_mac::MachineOptions closedKeys() {
-    virtual_mac::MachineOptions options;
-    options.macOS = 27;
-    options.percent = 75;
-    return options;
-  }
+  static virtual_mac::MachineOptions closedKeys() { return {.macOS = 27, .percent = 75}; }
   // The limit is set and verified.
   void begin() {
     process.run(61);
@@ -553,10 +548,7 @@ TEST_F(NativeClients, changeTheLimitOfMacOS) {
 
 // The daemon does not control the charge there, so there is nothing to release.
 TEST(LockedClients, getASuccessReplyToARelease) {
-  virtual_mac::MachineOptions options;
-  options.macOS = 27;
-  options.chargeLimit = false;
-  VirtualMac mac(options);
+  VirtualMac mac({.macOS = 27, .chargeLimit = false});
   DaemonProcess process(mac);
   process.run(1);
   const auto released = mac.ask(RequestKind::releaseCharge);

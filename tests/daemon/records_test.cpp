@@ -33,11 +33,7 @@ std::vector<Json> linesOf(const std::string& text) {
 class Files : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(::setenv("TZ", "UTC", 1), 0); }
-  static MachineOptions charged(double percent) {
-    MachineOptions options;
-    options.percent = percent;
-    return options;
-  }
+  static MachineOptions charged(double percent) { return {.percent = percent}; }
 };
 
 TEST_F(Files, existFromTheFirstTick) {
@@ -163,9 +159,7 @@ TEST_F(Files, getTheStatisticsLastInAnOrderlyExit) {
 }
 
 TEST_F(Files, areWrittenOnlyAfterTheGateIsSet) {
-  MachineOptions options;
-  options.gate = virtual_mac::GateKind::none;
-  VirtualMac mac(options);
+  VirtualMac mac({.gate = virtual_mac::GateKind::none});
   DaemonProcess(mac).run(1);
   EXPECT_FALSE(mac.exists(folder));
 }

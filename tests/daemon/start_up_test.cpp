@@ -38,11 +38,7 @@ TEST(StartUp, logsItsBannerAndTheFirstTick) {
 }
 
 TEST(StartUp, namesTheGateThatItFound) {
-  MachineOptions options;
-  options.gate = GateKind::firmwareBand;
-  options.cut = CutKind::none;
-  options.magSafeLight = false;
-  VirtualMac mac(options);
+  VirtualMac mac({.gate = GateKind::firmwareBand, .cut = CutKind::none, .magSafeLight = false});
   DaemonProcess(mac).run(0);
   EXPECT_EQ(mac.logLines()[0],
             std::string(banner) + "bfD0/bfE0/bfF0, discharge off, LED off" + historyText + "allow");
@@ -79,9 +75,7 @@ TEST(StartUp, endsWithStatus1WithoutRoot) {
 }
 
 TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
-  MachineOptions options;
-  options.gate = GateKind::none;
-  VirtualMac mac(options);
+  VirtualMac mac({.gate = GateKind::none});
   DaemonProcess daemon(mac);
   daemon.run(1);
   EXPECT_EQ(daemon.status(), 2);
@@ -96,11 +90,7 @@ TEST(StartUp, endsWithStatus2WithoutAnyWayToControlCharging) {
 }
 
 TEST(StartUp, observesWhereMacOSClosedTheKeys) {
-  MachineOptions options;
-  options.macOS = 27;
-  options.chargeLimit = false;
-  options.percent = 90;
-  VirtualMac mac(options);
+  VirtualMac mac({.macOS = 27, .percent = 90, .chargeLimit = false});
   DaemonProcess daemon(mac);
   daemon.run(600);
   EXPECT_TRUE(daemon.alive());
@@ -155,9 +145,7 @@ TEST(StartUp, takesItsStateFromTheHardware) {
     const char* state;
   };
   for (const Case& found : {Case{"CHTE", {1, 0, 0, 0}, "hold"}, Case{"CHIE", {8}, "discharge"}}) {
-    MachineOptions options;
-    options.percent = 90;
-    VirtualMac mac(options);
+    VirtualMac mac({.percent = 90});
     mac.settings("{\"discharge\":true}");
     mac.keyBytes("CHTE", {1, 0, 0, 0});
     mac.keyBytes(found.key, found.bytes);
@@ -167,9 +155,7 @@ TEST(StartUp, takesItsStateFromTheHardware) {
 }
 
 TEST(StartUp, logsNoStateLineIfTheHardwareIsAlreadyInThatState) {
-  MachineOptions options;
-  options.percent = 80;
-  VirtualMac mac(options);
+  VirtualMac mac({.percent = 80});
   mac.keyBytes("CHTE", {1, 0, 0, 0});
   DaemonProcess(mac).run(60);
   EXPECT_THAT(mac.logLines()[0], EndsWith("state=hold"));
@@ -201,9 +187,7 @@ TEST(Running, ticksEvery12Seconds) {
 }
 
 TEST(Running, ticksAtOnceWhenTheAdapterIsUnpluggedOrPluggedIn) {
-  MachineOptions options;
-  options.percent = 90;
-  VirtualMac mac(options);
+  VirtualMac mac({.percent = 90});
   DaemonProcess daemon(mac);
   daemon.run(1);
   mac.unplug();
@@ -250,9 +234,7 @@ TEST(Running, keepsTheBandThroughAWeekOfWork) {
 
 TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
   for (const int number : {SIGINT, SIGTERM}) {
-    MachineOptions options;
-    options.percent = 90;
-    VirtualMac mac(options);
+    VirtualMac mac({.percent = 90});
     mac.settings("{\"discharge\":true}");
     DaemonProcess daemon(mac);
     daemon.run(30);
@@ -269,9 +251,7 @@ TEST(Ending, bySignalGivesEverythingBackBeforeTheLine) {
 }
 
 TEST(Ending, continuesPastARefusedWrite) {
-  MachineOptions options;
-  options.percent = 90;
-  VirtualMac mac(options);
+  VirtualMac mac({.percent = 90});
   DaemonProcess daemon(mac);
   daemon.run(30);
   mac.keyOnWrite("CHIE", OnWrite::refuse).keyOnWrite("CHTE", OnWrite::kernelError, 0xE00002D8);
@@ -282,9 +262,7 @@ TEST(Ending, continuesPastARefusedWrite) {
 }
 
 TEST(Ending, leavesTheLightAloneIfTheDaemonDoesNotDriveIt) {
-  MachineOptions options;
-  options.magSafeLight = false;
-  VirtualMac mac(options);
+  VirtualMac mac({.magSafeLight = false});
   DaemonProcess daemon(mac);
   daemon.run(30);
   mac.keepReads();
@@ -307,9 +285,7 @@ TEST(Ending, isTheDefaultOfASignalBeforeTheHandlerIsSet) {
 // the first tick. The current work is finished; then everything is given back.
 TEST(Ending, atAnyExchangeGivesEverythingBack) {
   for (std::uint32_t exchange = 21; exchange < 140; ++exchange) {
-    MachineOptions options;
-    options.percent = 90;
-    VirtualMac mac(options);
+    VirtualMac mac({.percent = 90});
     mac.settings("{\"discharge\":true}");
     mac.change({.kind = ChangeKind::signalAtExchange, .number = SIGTERM, .status = exchange});
     DaemonProcess daemon(mac);
@@ -329,9 +305,7 @@ TEST(Ending, atAnyExchangeGivesEverythingBack) {
 }
 
 TEST(Ending, byKillLeavesTheKeysToTheNextProcess) {
-  MachineOptions options;
-  options.percent = 80;
-  VirtualMac mac(options);
+  VirtualMac mac({.percent = 80});
   {
     DaemonProcess daemon(mac);
     daemon.run(30);

@@ -20,11 +20,7 @@ constexpr const char* foundOpen = "gate found open during a hold — closing it 
 constexpr const char* lightTaken = "⚠️ LED reprise par le système — Brisko la remet à 3";
 
 MachineOptions at(double percent, GateKind gate = GateKind::chte, CutKind cut = CutKind::chie) {
-  MachineOptions options;
-  options.percent = percent;
-  options.gate = gate;
-  options.cut = cut;
-  return options;
+  return {.gate = gate, .cut = cut, .percent = percent};
 }
 
 // The line as it is in the log; `time` is e.g. "08:01:00".

@@ -28,11 +28,7 @@ Outcome run(VirtualMac& mac, double seconds = 0) {
 
 std::ptrdiff_t linesOf(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
-MachineOptions atCharge(double percent) {
-  MachineOptions options;
-  options.percent = percent;
-  return options;
-}
+MachineOptions atCharge(double percent) { return {.percent = percent}; }
 
 class FirmwareTest : public ::testing::Test {
  protected:
@@ -155,10 +151,7 @@ TEST(FirmwareTestElsewhere, hasNothingToTest) {
   };
   for (const Case& each : {Case{GateKind::chte, 26, "CHTE"}, Case{GateKind::ch0b0c, 26, "CH0B+CH0C"},
                            Case{GateKind::chte, 27, "macOS"}}) {
-    MachineOptions options;
-    options.gate = each.gate;
-    options.macOS = each.macOS;
-    VirtualMac mac(options);
+    VirtualMac mac({.gate = each.gate, .macOS = each.macOS});
     const Outcome outcome = run(mac);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, std::string("this Mac uses ") + each.label +
@@ -168,19 +161,14 @@ TEST(FirmwareTestElsewhere, hasNothingToTest) {
 }
 
 TEST(FirmwareTestElsewhere, reportsInDetailThatThereIsNoGate) {
-  MachineOptions options;
-  options.gate = GateKind::none;
-  VirtualMac mac(options);
+  VirtualMac mac({.gate = GateKind::none});
   const Outcome outcome = run(mac);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output,
             "no usable charge control: no known charge-control key (looked for CHTE, CH0B+CH0C, "
             "bfF0/bfD0/bfE0)\n");
 
-  MachineOptions closed;
-  closed.macOS = 27;
-  closed.chargeLimit = false;
-  VirtualMac locked(closed);
+  VirtualMac locked({.macOS = 27, .chargeLimit = false});
   EXPECT_EQ(run(locked).output,
             "no usable charge control: macOS 27: CHTE/CH0B/CH0C empty and bfF0/bfD0/bfE0 refused "
             "(kIOReturnNotPrivileged) even for root — not probed, see SystemLock\n");

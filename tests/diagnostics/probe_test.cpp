@@ -30,19 +30,10 @@ std::string object(VirtualMac& mac) {
 }
 
 MachineOptions with(GateKind gate, CutKind cut, bool light = true) {
-  MachineOptions options;
-  options.gate = gate;
-  options.cut = cut;
-  options.magSafeLight = light;
-  return options;
+  return {.gate = gate, .cut = cut, .magSafeLight = light};
 }
 
-MachineOptions closed(bool chargeLimit) {
-  MachineOptions options;
-  options.macOS = 27;
-  options.chargeLimit = chargeLimit;
-  return options;
-}
+MachineOptions closed(bool chargeLimit) { return {.macOS = 27, .chargeLimit = chargeLimit}; }
 
 TEST(Probe, reportsTheOneKey) {
   VirtualMac mac;

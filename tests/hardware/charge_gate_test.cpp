@@ -17,12 +17,7 @@ class OnMac : public test::OnVirtualMac {
   void SetUp() override { takeGate(); }
 };
 
-MachineOptions with(GateKind gate, CutKind cut) {
-  MachineOptions options;
-  options.gate = gate;
-  options.cut = cut;
-  return options;
-}
+MachineOptions with(GateKind gate, CutKind cut) { return {.gate = gate, .cut = cut}; }
 
 class ChteMac : public OnMac {
  protected:
@@ -110,10 +105,7 @@ TEST_F(Detection, writesNothing) {
 }
 
 TEST(DetectionOnMacOS27, failsAsLockedWithoutProbingAKey) {
-  MachineOptions options;
-  options.macOS = 27;
-  options.chargeLimit = false;
-  test::VirtualMac mac(options);
+  test::VirtualMac mac({.macOS = 27, .chargeLimit = false});
   ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
   const auto before = mac.machine().smc.exchanges;
   EXPECT_EQ(std::get<GateFailure>(ChargeGate::detect(true)), GateFailure::lockedByMacOS);
@@ -128,10 +120,7 @@ struct Detected {
 };
 
 Detected detectWithLimit(double uptime, bool patient, double supportedAfter) {
-  MachineOptions options;
-  options.macOS = 27;
-  options.uptime = uptime;
-  test::VirtualMac mac(options);
+  test::VirtualMac mac({.macOS = 27, .uptime = uptime});
   mac.number(virtual_mac::ChangeKind::limitSupportedAfter, supportedAfter);
   const double start = mac.machine().now;
   Detected detected{.result = ChargeGate::detect(patient)};
@@ -146,9 +135,7 @@ const std::variant<ChargeGate, GateFailure> locked = GateFailure::lockedByMacOS;
 constexpr double never = 1e9;
 
 TEST(DetectionOfTheLimit, findsItAtTheFirstQuestionWithoutAPauseAndWithoutAKey) {
-  MachineOptions options;
-  options.macOS = 27;
-  const test::VirtualMac mac(options);
+  const test::VirtualMac mac({.macOS = 27});
   ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess);
   const auto before = mac.machine().smc.exchanges;
   const double start = platform::wallNow();
@@ -199,9 +186,7 @@ TEST(DetectionOfTheLimit, givesUpBeforeAServiceThatStartsASecondLater) {
 }
 
 TEST(DetectionOfTheLimit, asksNobodyWithoutAClient) {
-  MachineOptions options;
-  options.macOS = 27;
-  test::VirtualMac mac(options);
+  test::VirtualMac mac({.macOS = 27});
   mac.number(virtual_mac::ChangeKind::limitClient, static_cast<double>(virtual_mac::LimitClient::noSelector));
   EXPECT_EQ(ChargeGate::detect(true), locked);
   EXPECT_EQ(mac.machine().limit.calls.supported, 0U);
@@ -216,9 +201,7 @@ TEST(DetectionOfTheLimit, doesNotLookForTheLimitIfTheKeysAreOpen) {
 }
 
 TEST(GateFailureTexts, areTheTextsThatTheAppShows) {
-  MachineOptions options;
-  options.macOS = 28;
-  const test::VirtualMac mac(options);
+  const test::VirtualMac mac({.macOS = 28});
   EXPECT_EQ(
       failureMessage(GateFailure::noKnownKey),
       "Brisko couldn\xE2\x80\x99t find a way to control charging on this Mac. It needs an Apple Silicon Mac, "
@@ -399,9 +382,7 @@ struct Asking {
 };
 
 Asking ask(double uptime, bool patient, int usableAt = 0) {
-  MachineOptions options;
-  options.uptime = uptime;
-  const test::VirtualMac mac(options);
+  const test::VirtualMac mac({.uptime = uptime});
   Asking asking;
   const double start = platform::wallNow();
   asking.usable = becomesUsable(patient, [&] { return ++asking.questions == usableAt; });

@@ -10,11 +10,7 @@ namespace {
 
 using namespace test;
 
-virtual_mac::MachineOptions macOS(std::int64_t major) {
-  virtual_mac::MachineOptions options;
-  options.macOS = major;
-  return options;
-}
+virtual_mac::MachineOptions macOS(std::int64_t major) { return {.macOS = major}; }
 
 TEST(SystemLock, leavesTheKeysOpenUpToMacOS26) {
   const test::VirtualMac mac(macOS(26));

@@ -526,7 +526,6 @@ TEST_F(NativeLimitTest, countsNoDriftBeforeATargetIsVerified) {
   verified(80);
   limit(85);
   drive();
-  forgetLines();
   mac.forgetJournal();
   EXPECT_THAT(drive(60), IsEmpty());
   EXPECT_THAT(newWrites(), IsEmpty());
@@ -539,7 +538,6 @@ TEST_F(NativeLimitTest, startsUnverifiedWithEveryNewTarget) {
   limit(80);
   show(0);
   drive();
-  forgetLines();
   const double at = platform::wallNow();
   EXPECT_THAT(driveAt(at, 60), IsEmpty());
   EXPECT_THAT(driveAt(at, 600), ElementsAre(noEffect80));
@@ -634,7 +632,6 @@ TEST_F(GuardedMenu, keepsTheLimitItselfWhenTheFullChargeIsOver) {
   drive();
   pct = 100;
   drive();
-  forgetLines();
   show(80);
   EXPECT_THAT(driveAt(until, 0), ElementsAre(verified80)) << "the charge reached is no hold point";
   EXPECT_EQ(gNativeFullUntil, std::nullopt);
@@ -656,7 +653,6 @@ TEST_F(GuardedMenu, leavesAHoldPointOfBeforeAlone) {
 
 TEST_F(GuardedMenu, followsChangedSettingsAtOnce) {
   drive();
-  forgetLines();
   limit(85);
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 85%"));
   limit(80);
@@ -668,7 +664,6 @@ TEST_F(GuardedMenu, givesWayToHeat) {
   drive();
   pct = 90;
   drive();
-  forgetLines();
   hot = true;
   EXPECT_THAT(
       drive(),
@@ -681,7 +676,6 @@ TEST_F(GuardedMenu, endsAFullChargeThatLastsLongerThanADay) {
   const double begin = platform::wallNow() + 12;
   mac.number(ChangeKind::chargeToFull, 24 * hour);
   drive();
-  forgetLines();
   EXPECT_THAT(driveAt(begin, 12 * hour), IsEmpty());
   mac.number(ChangeKind::chargeToFull, 24 * hour);
   EXPECT_THAT(driveAt(begin, 24 * hour - 1), IsEmpty()) << "asked for again, it is still the same";
@@ -881,7 +875,6 @@ TEST_F(NativeLimitTest, chargesToFullForATopUp) {
 
 TEST_F(NativeLimitTest, followsACalibration) {
   drive();
-  forgetLines();
   calDrive = CalDrive{.toFull = true, .target = 100};
   EXPECT_THAT(drive(), ElementsAre("macOS limit → off"));
   calDrive = CalDrive{.toFull = false, .target = 15};
@@ -895,7 +888,6 @@ TEST_F(NativeLimitTest, followsACalibration) {
 
 TEST_F(NativeLimitTest, clampsTargetsTo1To100) {
   drive();
-  forgetLines();
   for (const std::int64_t low : {0, -5}) {
     calDrive = CalDrive{.toFull = false, .target = low};
     drive();
@@ -911,7 +903,6 @@ TEST_F(NativeLimitTest, holdsAboveTheLimitWhereItFoundTheCharge) {
   EXPECT_THAT(drive(), ::testing::Contains("macOS limit → 90%"));
   show(90);
   drive();
-  forgetLines();
   for (const std::int64_t seen : {91, 92, 89, 81}) {
     pct = seen;
     EXPECT_THAT(drive(), IsEmpty()) << seen;
@@ -946,7 +937,6 @@ TEST_F(NativeLimitTest, holdsTheLimitItselfOnBattery) {
 TEST_F(NativeLimitTest, roundsAHoldPointDownWhereOnlyStepsAreAccepted) {
   written(83, 0);
   drive(600);
-  forgetLines();
   limit(80);
   pct = 93;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
@@ -957,7 +947,6 @@ TEST_F(NativeLimitTest, roundsAHoldPointDownWhereOnlyStepsAreAccepted) {
 TEST_F(NativeLimitTest, stopsAtTheChargeAtWhichTheBatteryBecameHot) {
   show(0);
   drive();
-  forgetLines();
   pct = 77;
   hot = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 77%"));
@@ -1061,7 +1050,6 @@ TEST_F(NativeLimitTest, usesTheMarginIfTheCurrentCannotBeRead) {
 TEST_F(NativeLimitTest, handsTheLimitBackOnceWhenItIsSwitchedOff) {
   slider(90);
   drive();
-  forgetLines();
   mac.forgetJournal();
   gState = ChargeState::hold;
   gGateVerified = true;
@@ -1089,7 +1077,6 @@ TEST_F(NativeLimitTest, keepsWhatTheUserSetsMeanwhile) {
   drive();
   cfg.enabled = false;
   drive();
-  forgetLines();
   slider(85);
   mac.forgetJournal();
   EXPECT_THAT(drive(),
@@ -1108,7 +1095,6 @@ TEST_F(NativeLimitTest, recordsNothingThatItCannotRead) {
   drive();
   cfg.enabled = false;
   drive();
-  forgetLines();
   slider(85);
   mac.number(ChangeKind::limitEnabledFails, 1);
   EXPECT_THAT(drive(), IsEmpty());
@@ -1124,7 +1110,6 @@ TEST_F(NativeLimitTest, setsItsLimitAgainWhenItIsSwitchedOnAgain) {
   drive();
   slider(95);
   drive();
-  forgetLines();
   mac.forgetJournal();
   cfg.enabled = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 80%"));
@@ -1151,7 +1136,6 @@ TEST_F(NativeLimitTest, keepsTheHoldPointWhileIdle) {
   drive();
   pct = 86;
   drive();
-  forgetLines();
   cfg.enabled = true;
   EXPECT_THAT(drive(), ElementsAre("macOS limit → 90%"));
 }
@@ -1236,7 +1220,6 @@ TEST_F(NativeLimitTest, handsNothingBackTwiceWhileItIsSwitchedOff) {
   drive();
   cfg.enabled = false;
   drive();
-  forgetLines();
   slider(90);
   mac.forgetJournal();
   handBackNative();
@@ -1247,7 +1230,6 @@ TEST_F(NativeLimitTest, handsNothingBackTwiceWhileItIsSwitchedOff) {
 TEST_F(NativeLimitTest, handsBackAgainOverALaterChoiceOfTheUser) {
   slider(90);
   drive();
-  forgetLines();
   handBackNative();
   EXPECT_THAT(newLines(), ElementsAre("macOS limit handed back: 90%"));
   slider(95);

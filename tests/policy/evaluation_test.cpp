@@ -50,6 +50,24 @@ class Tick : public test::OnVirtualMac {
     std::memcpy(bytes.data(), &celsius, sizeof celsius);
     mac.keyBytes("TB0T", bytes);
   }
+
+  // Evaluates now, and a heartbeat later, after one change of the Mac or its settings.
+  void evaluateAt(double percent) {
+    mac.charge(percent);
+    evaluate();
+  }
+  void tickAt(double percent) {
+    mac.charge(percent);
+    ticks(1);
+  }
+  void evaluateWith(std::string_view settings) {
+    mac.settings(settings);
+    evaluate();
+  }
+  void tickWith(std::string_view settings) {
+    mac.settings(settings);
+    ticks(1);
+  }
 };
 
 // --- paused ticks
@@ -80,8 +98,7 @@ TEST_F(Tick, continuesAfterAPurgeWhereTheDaemonWritesTheKeys) {
 TEST_F(Tick, stopsAfterAPurgeWhereMacOSHoldsTheLimit) {
   gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
   gPurged = true;
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   EXPECT_EQ(gLastPct, 0);
 }
 
@@ -129,19 +146,16 @@ TEST_F(Tick, usesTheCommandLineLimitWithoutAConfiguration) {
 
 TEST_F(Tick, usesTheDefaultLimitWithAnEmptyConfiguration) {
   gCliLimit = 60;
-  mac.settings("{}");
-  evaluate();
+  evaluateWith("{}");
   EXPECT_THAT(summary(), StartsWith("cap 80%"));
 }
 
 TEST_F(Tick, fallsBackToTheCommandLineForEveryUnreadableConfiguration) {
   gCliLimit = 60;
   for (const char* text : {"", "[]", "80", "{\"limit\":", "{} x", "\"\\xff\""}) {
-    mac.settings("{\"limit\":90}");
-    ticks(1);
+    tickWith("{\"limit\":90}");
     EXPECT_THAT(summary(), StartsWith("cap 90%")) << text;
-    mac.settings(text);
-    ticks(1);
+    tickWith(text);
     EXPECT_THAT(lastOf(mac.logLines()), StartsWith("cap 60%")) << text;
     static_cast<void>(newLines());
   }
@@ -158,8 +172,7 @@ TEST_F(Tick, letsTheCommandLineSetTheLowerEdge) {
 }
 
 TEST_F(Tick, takesTheBlinkPeriodFromTheSettings) {
-  mac.settings("{\"blinkSeconds\":3.5}");
-  evaluate();
+  evaluateWith("{\"blinkSeconds\":3.5}");
   EXPECT_DOUBLE_EQ(gBlinkSeconds, 3.5);
 }
 
@@ -197,15 +210,13 @@ TEST_F(Tick, resetsTheStatisticsAlsoWithoutAPowerReading) {
 
 TEST_F(Tick, endsWithoutAPowerReading) {
   losePowerSources();
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_THAT(newLines(), IsEmpty());
 }
 
 TEST_F(Tick, missesAChangeThatCameInATickWithoutAReading) {
-  mac.charge(80);
-  evaluate();
+  evaluateAt(80);
   mac.charge(77);
   mac.settings("{\"limit\":79}");
   losePowerSources();
@@ -216,8 +227,7 @@ TEST_F(Tick, missesAChangeThatCameInATickWithoutAReading) {
 }
 
 TEST_F(Tick, remembersThePowerReading) {
-  mac.charge(64);
-  evaluate();
+  evaluateAt(64);
   EXPECT_EQ(gLastPct, 64);
   EXPECT_TRUE(gLastPlugged);
   mac.unplug();
@@ -236,54 +246,43 @@ TEST_F(Tick, holdsAboveTheLimitWithAGreenLight) {
 }
 
 TEST_F(Tick, allowsBelowTheBandAndBlinks) {
-  mac.charge(30);
-  evaluate();
+  evaluateAt(30);
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_EQ(gMode, LedMode::blink);
 }
 
 TEST_F(Tick, keepsHoldingInTheBandDownToTheFloor) {
-  mac.charge(80);
-  evaluate();
+  evaluateAt(80);
   EXPECT_EQ(gAtLimit, true);
-  mac.charge(77);
-  ticks(1);
+  tickAt(77);
   EXPECT_EQ(gState, ChargeState::hold);
-  mac.charge(76);
-  ticks(1);
+  tickAt(76);
   EXPECT_EQ(gState, ChargeState::hold);
-  mac.charge(75);
-  ticks(1);
+  tickAt(75);
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_EQ(gAtLimit, false);
-  mac.charge(77);
-  ticks(1);
+  tickAt(77);
   EXPECT_EQ(gState, ChargeState::allow);  // the limit has not been reached yet
 }
 
 TEST_F(Tick, holdsAtFirstIfItIsUnknownWhetherTheLimitWasReached) {
-  mac.charge(77);
-  evaluate();
+  evaluateAt(77);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_EQ(gAtLimit, true);
 }
 
 TEST_F(Tick, chargesInsideTheBandWhenTheLimitIsKnownNotToHaveBeenReached) {
   gAtLimit = false;
-  mac.charge(77);
-  evaluate();
+  evaluateAt(77);
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
 TEST_F(Tick, chargesToTheLimitAfterAChangeOfASetting) {
   for (const char* change : {"{\"limit\":81}", "{\"limit\":81,\"discharge\":true}"}) {
-    mac.charge(81);
-    ticks(1);
-    mac.charge(78);
-    ticks(1);
+    tickAt(81);
+    tickAt(78);
     ASSERT_EQ(gState, ChargeState::hold) << change;
-    mac.settings(change);
-    ticks(1);
+    tickWith(change);
     EXPECT_EQ(gState, ChargeState::allow) << change;
     EXPECT_EQ(gAtLimit, false);
   }
@@ -291,21 +290,17 @@ TEST_F(Tick, chargesToTheLimitAfterAChangeOfASetting) {
 
 TEST_F(Tick, clearsTheLimitFlagAtOnceWhenDisabled) {
   mac.settings("{\"enabled\":false}");
-  mac.charge(77);
-  evaluate();
+  evaluateAt(77);
   EXPECT_EQ(gAtLimit, false);
-  mac.settings("{\"enabled\":true}");
-  ticks(1);
+  tickWith("{\"enabled\":true}");
   EXPECT_EQ(gState, ChargeState::allow);
   ticks(1);
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
 TEST_F(Tick, allowsWhenTheLimitIsOff) {
-  mac.charge(90);
-  evaluate();
-  mac.settings("{\"enabled\":false}");
-  ticks(1);
+  evaluateAt(90);
+  tickWith("{\"enabled\":false}");
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_THAT(summary(), StartsWith("cap off  batt 90%"));
   EXPECT_EQ(gMode, LedMode::orange);
@@ -313,8 +308,7 @@ TEST_F(Tick, allowsWhenTheLimitIsOff) {
 
 TEST_F(Tick, seesNoChangeOfSettingsWithANegativeLimit) {
   mac.settings("{\"limit\":-5}");
-  mac.charge(20);
-  evaluate();
+  evaluateAt(20);
   mac.settings("{\"limit\":-5,\"discharge\":true}");
   gAtLimit = true;
   ticks(1);
@@ -322,15 +316,13 @@ TEST_F(Tick, seesNoChangeOfSettingsWithANegativeLimit) {
 }
 
 TEST_F(Tick, publishesTheBandForTheFirmware) {
-  mac.settings("{\"limit\":70,\"hysteresis\":10}");
-  evaluate();
+  evaluateWith("{\"limit\":70,\"hysteresis\":10}");
   EXPECT_EQ(gFirmwareUpper, 70);
   EXPECT_EQ(gFirmwareLower, 60);
 }
 
 TEST_F(Tick, allowsOnBattery) {
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   mac.unplug();
   ticks(1);
   EXPECT_EQ(gState, ChargeState::allow);
@@ -340,12 +332,10 @@ TEST_F(Tick, allowsOnBattery) {
 
 TEST_F(Tick, allowsChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
   mac.settings("{\"discharge\":true}");
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   ASSERT_EQ(gState, ChargeState::discharge);
   mac.number(ChangeKind::powerSourceLag, 15);
-  mac.settings("{\"discharge\":false}");
-  ticks(1);
+  tickWith("{\"discharge\":false}");
   EXPECT_EQ(gState, ChargeState::hold);
   ticks(1);  // the system still says battery
   EXPECT_EQ(gState, ChargeState::allow);
@@ -356,19 +346,16 @@ TEST_F(Tick, allowsChargingForOneTickWhenTheSystemLagsBehindTheAdapter) {
 TEST_F(Tick, doesNothingToTheHardwareWithoutAGate) {
   gGate.reset();
   gLedSupported = false;  // start-up looks for the light only if there is a gate
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_THAT(newLines(), SizeIs(1));
 }
 
 TEST_F(Tick, seesAChangeFromALimitOf0) {
-  mac.settings("{\"limit\":0}");
-  evaluate();
+  evaluateWith("{\"limit\":0}");
   gDischargeBroken = true;
-  mac.settings("{\"limit\":1}");
-  ticks(1);
+  tickWith("{\"limit\":1}");
   EXPECT_FALSE(gDischargeBroken);
 }
 
@@ -376,22 +363,19 @@ TEST_F(Tick, seesAChangeFromALimitOf0) {
 
 TEST_F(Tick, dischargesAboveTheLimitWhenAsked) {
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::discharge);
   EXPECT_THAT(mac.writes(), ElementsAre("CHTE=01000000", "CHIE=08"));
   EXPECT_EQ(gMode, LedMode::blink);
   EXPECT_THAT(summary(), StartsWith("cap 80%+discharge  batt 85%"));
-  mac.charge(80);
-  ticks(1);
+  tickAt(80);
   EXPECT_EQ(gState, ChargeState::hold);
 }
 
 TEST_F(Tick, holdsInsteadWhereTheMacCanNotDischarge) {
   dischargeSupported = false;
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_THAT(summary(), StartsWith("cap 80%  batt"));
 }
@@ -399,8 +383,7 @@ TEST_F(Tick, holdsInsteadWhereTheMacCanNotDischarge) {
 TEST_F(Tick, waitsForTheFullWakeToDischarge) {
   darkWake();
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::hold);
   const std::string line = "réveil de maintenance à 85% — la décharge attend le vrai réveil";
   EXPECT_THAT(newLines(), Contains(line).Times(1));
@@ -430,19 +413,16 @@ TEST_F(Tick, waitsForTheFullWakeAlsoIfItStartsInADarkWake) {
 
 TEST_F(Tick, logsNoDarkWakeWithoutAReasonToDischarge) {
   darkWake();
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   mac.settings("{\"discharge\":true}");
-  mac.charge(80);
-  ticks(1);
+  tickAt(80);
   EXPECT_THAT(newLines(), Each(Not(HasSubstr("maintenance"))));
 }
 
 TEST_F(Tick, countsUnreadableCapabilitiesAsAFullWake) {
   mac.number(ChangeKind::capabilities, -1);
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::discharge);
 }
 
@@ -462,46 +442,39 @@ TEST_F(Tick, repeatsTheDarkWakeLineAfterATimeWithoutCapabilities) {
 TEST_F(Tick, doesNotDischargeAgainOnceItWasFoundNotToWork) {
   gDischargeBroken = true;
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::hold);
   EXPECT_TRUE(gDischargeBroken);
 }
 
 TEST_F(Tick, rearmsTheDischargeWhenASettingChanges) {
   mac.settings("{\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   gDischargeBroken = true;
-  mac.settings("{\"discharge\":true,\"limit\":79}");
-  ticks(1);
+  tickWith("{\"discharge\":true,\"limit\":79}");
   EXPECT_FALSE(gDischargeBroken);
   EXPECT_THAT(newLines(), Contains("forced discharge re-armed (settings changed)"));
 }
 
 TEST_F(Tick, rearmsTheDischargeWithEachOfTheThreeSettingsAndWithNoOther) {
   mac.charge(85);
-  mac.settings("{\"discharge\":true}");
-  evaluate();
+  evaluateWith("{\"discharge\":true}");
   for (const char* change :
        {"{\"discharge\":true,\"limit\":79}", "{\"discharge\":true,\"limit\":79,\"enabled\":false}",
         "{\"discharge\":false,\"limit\":79,\"enabled\":false}"}) {
     gDischargeBroken = true;
     ticks(1);
     EXPECT_TRUE(gDischargeBroken) << "before " << change;
-    mac.settings(change);
-    ticks(1);
+    tickWith(change);
     EXPECT_FALSE(gDischargeBroken) << change;
   }
   gDischargeBroken = true;
-  mac.settings("{\"discharge\":false,\"limit\":79,\"enabled\":false,\"hysteresis\":7,\"led\":false}");
-  ticks(1);
+  tickWith("{\"discharge\":false,\"limit\":79,\"enabled\":false,\"hysteresis\":7,\"led\":false}");
   EXPECT_TRUE(gDischargeBroken);
 }
 
 TEST_F(Tick, namesTheSettingsIfTheyChangeInTheTickThatSeesTheUnplug) {
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   gDischargeBroken = true;
   mac.settings("{\"limit\":79}");
   mac.unplug();
@@ -510,13 +483,11 @@ TEST_F(Tick, namesTheSettingsIfTheyChangeInTheTickThatSeesTheUnplug) {
 }
 
 TEST_F(Tick, rearmsTheDischargeAlsoWithoutAPowerReading) {
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   losePowerSources();
   static_cast<void>(newLines());
   gDischargeBroken = true;
-  mac.settings("{\"limit\":79}");
-  ticks(1);
+  tickWith("{\"limit\":79}");
   EXPECT_THAT(newLines(), ElementsAre("forced discharge re-armed (settings changed)"));
   gDischargeBroken = true;
   mac.unplug();
@@ -525,8 +496,7 @@ TEST_F(Tick, rearmsTheDischargeAlsoWithoutAPowerReading) {
 }
 
 TEST_F(Tick, rearmsTheDischargeWhenTheAdapterIsUnplugged) {
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   gDischargeBroken = true;
   ticks(1);
   EXPECT_TRUE(gDischargeBroken);
@@ -540,38 +510,31 @@ TEST_F(Tick, rearmsTheDischargeWhenTheAdapterIsUnplugged) {
 
 TEST_F(Tick, chargesToFullDuringATopUp) {
   mac.settings("{\"topUp\":true,\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   EXPECT_EQ(gState, ChargeState::allow);
   EXPECT_EQ(gTopUpSince, platform::wallNow());
   EXPECT_EQ(gFirmwareUpper, 100);
   EXPECT_EQ(gFirmwareLower, 99);
   EXPECT_THAT(summary(), StartsWith("cap 100%(TopUp)  batt 85%"));
-  mac.charge(100);
-  ticks(1);
+  tickAt(100);
   EXPECT_EQ(gState, ChargeState::hold);
-  mac.charge(99);
-  ticks(1);
+  tickAt(99);
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
 TEST_F(Tick, isAtTheLimitOfATopUpOnlyWhenTheBatteryIsFull) {
   mac.settings("{\"topUp\":true}");
-  mac.charge(99);  // its lower edge
-  evaluate();
+  evaluateAt(99);  // its lower edge
   EXPECT_EQ(gAtLimit, false);
-  mac.charge(100);
-  ticks(1);
+  tickAt(100);
   EXPECT_EQ(gAtLimit, true);
-  mac.charge(99);
-  ticks(1);
+  tickAt(99);
   EXPECT_EQ(gAtLimit, false);
 }
 
 TEST_F(Tick, usesTheBandAgainInTheTickThatEndsATopUp) {
   mac.settings("{\"topUp\":true,\"topUpHours\":1,\"discharge\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   mac.pass(3601);
   evaluate();
   EXPECT_EQ(gFirmwareUpper, 80);
@@ -583,8 +546,7 @@ TEST_F(Tick, usesTheBandAgainInTheTickThatEndsATopUp) {
 
 TEST_F(Tick, endsATopUpWhenTheAdapterIsUnplugged) {
   mac.settings("{\"topUp\":true}");
-  mac.charge(85);
-  evaluate();
+  evaluateAt(85);
   ticks(500);  // without hours it never expires
   EXPECT_NE(gTopUpSince, 0);
   mac.unplug();
@@ -595,8 +557,7 @@ TEST_F(Tick, endsATopUpWhenTheAdapterIsUnplugged) {
 }
 
 TEST_F(Tick, dropsATopUpAfterItsHours) {
-  mac.settings("{\"topUp\":true,\"topUpHours\":1}");
-  evaluate();
+  evaluateWith("{\"topUp\":true,\"topUpHours\":1}");
   mac.pass(3600);
   evaluate();
   EXPECT_NE(gTopUpSince, 0);  // after exactly an hour it still runs
@@ -608,8 +569,7 @@ TEST_F(Tick, dropsATopUpAfterItsHours) {
 }
 
 TEST_F(Tick, reportsExpiredWhenATopUpIsBothExpiredAndUnplugged) {
-  mac.settings("{\"topUp\":true,\"topUpHours\":2}");
-  evaluate();
+  evaluateWith("{\"topUp\":true,\"topUpHours\":2}");
   mac.pass(7201);
   mac.unplug();
   evaluate();
@@ -617,8 +577,7 @@ TEST_F(Tick, reportsExpiredWhenATopUpIsBothExpiredAndUnplugged) {
 }
 
 TEST_F(Tick, neverDropsATopUpOfEndlessHours) {
-  mac.settings("{\"topUp\":true,\"topUpHours\":9223372036854775807}");
-  evaluate();
+  evaluateWith("{\"topUp\":true,\"topUpHours\":9223372036854775807}");
   mac.pass(1e7);
   evaluate();
   EXPECT_NE(gTopUpSince, 0);
@@ -626,8 +585,7 @@ TEST_F(Tick, neverDropsATopUpOfEndlessHours) {
 
 TEST_F(Tick, endsATopUpRequestedOnBatteryAtOnce) {
   mac.unplug();
-  mac.settings("{\"topUp\":true}");
-  evaluate();
+  evaluateWith("{\"topUp\":true}");
   EXPECT_EQ(gTopUpSince, 0);
   EXPECT_THAT(newLines(), Contains("Top Up finished (unplugged)").Times(1));
   EXPECT_THAT(config(), HasSubstr("\"topUp\":false"));
@@ -641,8 +599,7 @@ TEST_F(Tick, forgetsATopUpThatIsNoLongerRequested) {
 
 TEST_F(Tick, writesBackARequestThatTheSameTickHadCleared) {
   mac.unplug();
-  mac.settings("{\"topUp\":true,\"resetStats\":true}");
-  evaluate();
+  evaluateWith("{\"topUp\":true,\"resetStats\":true}");
   // The tick uses the settings that it read at its start, so the second write restores the first request …
   EXPECT_THAT(config(), HasSubstr("\"resetStats\":true"));
   ticks(1);
@@ -692,8 +649,7 @@ TEST_F(Tick, endsThePauseWithoutAReadingOrAnAdapterOrWhenSwitchedOff) {
   ticks(1);
   EXPECT_FALSE(gThermalPaused);
   pause();
-  mac.settings("{\"thermal\":false}");
-  ticks(1);
+  tickWith("{\"thermal\":false}");
   EXPECT_FALSE(gThermalPaused);
 }
 
@@ -721,8 +677,7 @@ TEST_F(Tick, followsTheCalibration) {
   EXPECT_EQ(gMode, LedMode::blink);
   EXPECT_THAT(summary(), StartsWith("cap off  cal=refill→100%  batt"));
   inPhase(CalPhase::restore);
-  mac.settings("{\"calibrate\":true,\"limit\":10,\"enabled\":false}");
-  ticks(1);
+  tickWith("{\"calibrate\":true,\"limit\":10,\"enabled\":false}");
   EXPECT_EQ(gState, ChargeState::discharge);
   EXPECT_THAT(summary(), StartsWith("cap off  cal=restore→10%  batt"));
 }
@@ -747,8 +702,7 @@ TEST_F(Tick, abortsOnASoakTimeBeyond64BitsOnlyAfterItActed) {
 
 // When the status aborts the process, every step before it has been completed.
 TEST_F(Tick, verifiesThenSetsTheLightThenLogsTheSummaryThenPublishesTheStatusThenTheSample) {
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   mac.change({.kind = ChangeKind::keyRelease, .key = virtual_mac::keyCode("ACLC")});
   static_cast<void>(newLines());
   mac.charge(89);
@@ -766,8 +720,7 @@ TEST_F(Tick, verifiesThenSetsTheLightThenLogsTheSummaryThenPublishesTheStatusThe
 }
 
 TEST_F(Tick, acceptsTheLongestSoakTimeThatFits) {
-  mac.settings("{\"calSoakMinutes\":153722867280912930}");
-  evaluate();
+  evaluateWith("{\"calSoakMinutes\":153722867280912930}");
   EXPECT_THAT(newLines(), Not(IsEmpty()));
 }
 
@@ -775,15 +728,13 @@ TEST_F(Tick, acceptsTheLongestSoakTimeThatFits) {
 
 TEST_F(Tick, leavesTheLightToTheSystemWhenAsked) {
   mac.settings("{\"led\":false}");
-  mac.charge(90);
-  evaluate();
+  evaluateAt(90);
   EXPECT_EQ(gMode, LedMode::system);
 }
 
 TEST_F(Tick, showsOrangeIfChargingIsAllowedAtTheTarget) {
   mac.settings("{\"enabled\":false}");
-  mac.charge(50);
-  evaluate();
+  evaluateAt(50);
   EXPECT_EQ(gMode, LedMode::orange);
 }
 
@@ -876,8 +827,7 @@ TEST_F(GuardedTick, takesALatePowerSourceForNoUnplugging) {
   evaluate();
   ASSERT_EQ(gState, ChargeState::discharge);
   mac.pass(300);
-  mac.charge(80);
-  evaluate();
+  evaluateAt(80);
   ASSERT_EQ(gState, ChargeState::hold);
   ticks(20);
   EXPECT_EQ(gState, ChargeState::hold);

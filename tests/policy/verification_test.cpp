@@ -21,8 +21,6 @@ using namespace test;
 #define EM_DASH "\xE2\x80\x94"
 #define EN_DASH "\xE2\x80\x93"
 constexpr const char* verified = "limit verified: charging really does stop";
-constexpr const char* broken =
-    WARNING " the limit has no effect: charging continues despite the stop we asked for (CHTE)";
 constexpr const char* cutWillNotStay =
     WARNING " forced discharge has no effect: the adapter cut will not stay written " EM_DASH
             " holding the charge instead";
@@ -31,6 +29,10 @@ std::string notRunningDown(int amperageMA) {
   return WARNING " forced discharge has no effect: the battery is not running down (" +
          std::to_string(amperageMA) + " mA) " EM_DASH " holding the charge instead";
 }
+std::string noEffect(const std::string& keys) {
+  return WARNING " the limit has no effect: charging continues despite the stop we asked for (" + keys + ")";
+}
+const std::string broken = noEffect("CHTE");
 std::string foundOpen(const std::string& family) {
   return "gate found open during a hold " EM_DASH " closing it again (" + family + ")";
 }
@@ -39,12 +41,7 @@ std::string cutReleased(const std::string& key, int attempt) {
          ")";
 }
 
-MachineOptions with(GateKind gate, CutKind cut) {
-  MachineOptions options;
-  options.gate = gate;
-  options.cut = cut;
-  return options;
-}
+MachineOptions with(GateKind gate, CutKind cut) { return {.gate = gate, .cut = cut}; }
 
 // A healthy Mac at 70 % whose state each test applies.
 class Verification : public test::OnVirtualMac {
@@ -57,6 +54,19 @@ class Verification : public test::OnVirtualMac {
   void begin(ChargeState state) {
     applyState(state);
     forget();
+  }
+  // … and lets the verification see it for the first time.
+  void beginHold() {
+    begin(ChargeState::hold);
+    verifyGate(true);
+  }
+  void beginDischarge() {
+    begin(ChargeState::discharge);
+    verifyDischarge(true);
+  }
+  void beginAndReassert(ChargeState state) {
+    begin(state);
+    reassertState();
   }
   void forget() {
     mac.forgetJournal();
@@ -79,6 +89,12 @@ class Verification : public test::OnVirtualMac {
     gaugeReads(amperageMA);
     verifyGate(true);
   }
+  void expectNoEffectOf(const std::string& keys) {
+    gState = ChargeState::hold;
+    verifyGate(true);
+    lookAtHold(120, 2000);
+    EXPECT_THAT(newLines(), ElementsAre(noEffect(keys)));
+  }
   void lookAtDischarge(double seconds, std::int64_t amperageMA, bool fullyAwake = true) {
     mac.pass(seconds);
     gaugeReads(amperageMA);
@@ -98,8 +114,7 @@ class BandVerification : public Verification {
 // --- whether a hold stops the charging
 
 TEST_F(Verification, confirmsAHoldAfter15Seconds) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(10, 0);
   lookAtHold(4.75, 0);
   EXPECT_THAT(newLines(), IsEmpty());
@@ -113,8 +128,7 @@ TEST_F(Verification, confirmsAHoldAfter15Seconds) {
 }
 
 TEST_F(Verification, reportsAnIneffectiveHoldAfter120Seconds) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(15, 2000);
   lookAtHold(104.75, 2000);
   EXPECT_THAT(newLines(), IsEmpty());
@@ -131,37 +145,21 @@ TEST_F(Verification, reportsAnIneffectiveHoldAfter120Seconds) {
 
 TEST_F(Verification, namesThePairThatHasNoEffect) {
   gGate = ChargeGate{ChargeKeys::ch0b0c, AdapterCutKey::none};
-  gState = ChargeState::hold;
-  verifyGate(true);
-  lookAtHold(120, 2000);
-  EXPECT_THAT(newLines(),
-              ElementsAre(WARNING " the limit has no effect: charging continues despite the stop we asked "
-                                  "for (CH0B+CH0C)"));
+  expectNoEffectOf("CH0B+CH0C");
 }
 
 TEST_F(Verification, namesTheBandThatHasNoEffect) {
   gGate = ChargeGate{ChargeKeys::firmwareBand, AdapterCutKey::none};
-  gState = ChargeState::hold;
-  verifyGate(true);
-  lookAtHold(120, 2000);
-  EXPECT_THAT(newLines(),
-              ElementsAre(WARNING " the limit has no effect: charging continues despite the stop we asked "
-                                  "for (bfD0/bfE0/bfF0)"));
+  expectNoEffectOf("bfD0/bfE0/bfF0");
 }
 
 TEST_F(Verification, showsAQuestionMarkForTheKeysWithoutAGate) {
   gGate.reset();
-  gState = ChargeState::hold;
-  verifyGate(true);
-  lookAtHold(120, 2000);
-  EXPECT_THAT(newLines(),
-              ElementsAre(WARNING " the limit has no effect: charging continues despite the stop we asked "
-                                  "for (?)"));
+  expectNoEffectOf("?");
 }
 
 TEST_F(Verification, ignoresATrickle) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(15, 100);
   EXPECT_EQ(gGateVerified, true);
   lookAtHold(105, 101);
@@ -169,8 +167,7 @@ TEST_F(Verification, ignoresATrickle) {
 }
 
 TEST_F(Verification, logsEachVerdictWhenItChanges) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(120, 2000);
   lookAtHold(12, 0);
   lookAtHold(12, 2000);
@@ -179,14 +176,12 @@ TEST_F(Verification, logsEachVerdictWhenItChanges) {
 }
 
 TEST_F(Verification, keepsItsVerdictFromHoldToHold) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(15, 0);
   EXPECT_THAT(newLines(), ElementsAre(verified));
   begin(ChargeState::allow);
   verifyGate(true);
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(60, 0);
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_EQ(gGateVerified, true);
@@ -202,8 +197,7 @@ TEST_F(Verification, timesAHoldFromTheFirstTickThatSeesIt) {
 }
 
 TEST_F(Verification, timesAHoldAgainAfterAnUnplug) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   lookAtHold(119, 2000);
   verifyGate(false);
   EXPECT_FALSE(gHoldSince.has_value());
@@ -216,8 +210,7 @@ TEST_F(Verification, timesAHoldAgainAfterAnUnplug) {
 
 TEST_F(Verification, forgetsAHoldInAnyOtherState) {
   for (const auto state : {ChargeState::allow, ChargeState::discharge}) {
-    begin(ChargeState::hold);
-    verifyGate(true);
+    beginHold();
     ASSERT_TRUE(gHoldSince.has_value());
     gState = state;
     verifyGate(true);
@@ -226,8 +219,7 @@ TEST_F(Verification, forgetsAHoldInAnyOtherState) {
 }
 
 TEST_F(Verification, waitsForAReadingOfTheCurrent) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   unreadableCurrent();
   lookAtHold(600, 2000);
   EXPECT_THAT(newLines(), IsEmpty());
@@ -239,16 +231,14 @@ TEST_F(Verification, waitsForAReadingOfTheCurrent) {
 }
 
 TEST_F(Verification, timesAHoldByTheWallClock) {
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   mac.number(ChangeKind::clockStep, -1000);
   lookAtHold(1014.75, 0);
   EXPECT_FALSE(gGateVerified.has_value());
   lookAtHold(0.25, 0);
   EXPECT_EQ(gGateVerified, true);
   begin(ChargeState::allow);
-  begin(ChargeState::hold);
-  verifyGate(true);
+  beginHold();
   mac.number(ChangeKind::clockStep, 120);
   lookAtHold(0, 2000);
   EXPECT_EQ(gGateVerified, false);
@@ -277,8 +267,7 @@ TEST_F(Verification, leavesTheKeysAloneWhileChargingIsAllowed) {
 }
 
 TEST_F(Verification, leavesAHoldThatStandsUnchanged) {
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_THAT(newLines(), IsEmpty());
 }
@@ -339,8 +328,7 @@ TEST_F(Verification, closesChargingSilentlyDuringADischarge) {
 }
 
 TEST_F(Verification, leavesADischargeThatStandsUnchanged) {
-  begin(ChargeState::discharge);
-  reassertState();
+  beginAndReassert(ChargeState::discharge);
   EXPECT_THAT(mac.writes(), IsEmpty());
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_EQ(gCutRewrites, 0);
@@ -408,8 +396,7 @@ TEST_F(BandVerification, namesTheKeyThatCuts) {
 
 TEST_F(Verification, showsAQuestionMarkForAMissingCutKey) {
   gGate->cut = AdapterCutKey::none;
-  begin(ChargeState::discharge);
-  reassertState();
+  beginAndReassert(ChargeState::discharge);
   EXPECT_THAT(newLines(), ElementsAre(cutReleased("?", 1)));
   EXPECT_THAT(mac.writes(), IsEmpty());
 }
@@ -428,8 +415,7 @@ TEST_F(Verification, evaluatesADischarge60SecondsAfterItsFirstTick) {
 }
 
 TEST_F(Verification, continuesWithADischargeOf100MAAndMore) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   for (const int amperageMA : {-150, -100, -19999}) lookAtDischarge(60, amperageMA);
   EXPECT_EQ(gState, ChargeState::discharge);
   EXPECT_FALSE(gDischargeBroken);
@@ -452,8 +438,7 @@ TEST_F(Verification, givesUpADischargeBelow100MA) {
 }
 
 TEST_F(Verification, evaluatesEveryTickAfterTheFirstEvaluation) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   lookAtDischarge(60, -150);
   lookAtDischarge(12, -150);
   lookAtDischarge(12, -99);
@@ -461,8 +446,7 @@ TEST_F(Verification, evaluatesEveryTickAfterTheFirstEvaluation) {
 }
 
 TEST_F(Verification, waitsForAReadingOfTheDischarge) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   mac.property("Amperage", PropertyFault::missing);
   lookAtDischarge(600, 0);
   EXPECT_EQ(gState, ChargeState::discharge);
@@ -475,8 +459,7 @@ TEST_F(Verification, waitsForAReadingOfTheDischarge) {
 }
 
 TEST_F(Verification, timesADischargeAgainAfterAMaintenanceWake) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   lookAtDischarge(59, 0);
   lookAtDischarge(1, 0, false);
   EXPECT_FALSE(gCutSince.has_value());
@@ -489,8 +472,7 @@ TEST_F(Verification, timesADischargeAgainAfterAMaintenanceWake) {
 }
 
 TEST_F(Verification, timesADischargeAgainAfterAnUnplug) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   mac.unplug();
   lookAtDischarge(60, 0);
   EXPECT_FALSE(gCutSince.has_value());
@@ -516,8 +498,7 @@ TEST_F(Verification, usesTheLastReadingIfTheAdapterCannotBeRead) {
 
 TEST_F(Verification, forgetsTheCutInAnyOtherState) {
   for (const auto state : {ChargeState::allow, ChargeState::hold}) {
-    begin(ChargeState::discharge);
-    verifyDischarge(true);
+    beginDischarge();
     ASSERT_TRUE(gCutSince.has_value());
     gState = state;
     verifyDischarge(true);
@@ -526,15 +507,13 @@ TEST_F(Verification, forgetsTheCutInAnyOtherState) {
 }
 
 TEST_F(Verification, evaluatesADischargeByTheWallClock) {
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   mac.number(ChangeKind::clockStep, -500);
   lookAtDischarge(559.75, 0);
   EXPECT_EQ(gState, ChargeState::discharge);
   lookAtDischarge(0.25, 0);
   EXPECT_EQ(gState, ChargeState::hold);
-  begin(ChargeState::discharge);
-  verifyDischarge(true);
+  beginDischarge();
   mac.number(ChangeKind::clockStep, 60);
   lookAtDischarge(0, 0);
   EXPECT_EQ(gState, ChargeState::hold);
@@ -563,8 +542,7 @@ TEST_F(BandVerification, armsABandThatWasFoundAtTheStartOnce) {
 }
 
 TEST_F(BandVerification, rewritesABandFoundOffSilently) {
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   for (int loss = 0; loss < 3; ++loss) {
     mac.forgetJournal();
     systemTakes("bfF0");
@@ -576,8 +554,7 @@ TEST_F(BandVerification, rewritesABandFoundOffSilently) {
 }
 
 TEST_F(BandVerification, reportsWhenTheBandChangesDuringAHold) {
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   forget();
   gFirmwareLower = 70;
   reassertState();
@@ -593,8 +570,7 @@ TEST_F(BandVerification, reportsWhenTheBandChangesDuringAHold) {
 }
 
 TEST_F(BandVerification, reportsThatTheBandChangedAlsoWhereItStands) {
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   gFirmwareUpper = 90;
   gFirmwareLower = 85;
   systemTakes("bfF0");
@@ -603,30 +579,23 @@ TEST_F(BandVerification, reportsThatTheBandChangedAlsoWhereItStands) {
 }
 
 TEST_F(BandVerification, forgetsTheBandWhileChargingIsAllowed) {
-  begin(ChargeState::hold);
-  reassertState();
-  begin(ChargeState::allow);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
+  beginAndReassert(ChargeState::allow);
   EXPECT_THAT(mac.writes(), IsEmpty());
   gFirmwareLower = 70;
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   EXPECT_THAT(newLines(), IsEmpty());
   EXPECT_THAT(mac.writes(), ElementsAre("bfF0=00", "bfD0=50000000", "bfE0=46000000", "bfF0=02"));
 }
 
 TEST_F(BandVerification, remembersTheBandThroughADischarge) {
-  begin(ChargeState::hold);
-  reassertState();
-  begin(ChargeState::discharge);
-  reassertState();
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
+  beginAndReassert(ChargeState::discharge);
+  beginAndReassert(ChargeState::hold);
   EXPECT_THAT(mac.writes(), IsEmpty());
   begin(ChargeState::discharge);
   gFirmwareLower = 70;
-  begin(ChargeState::hold);
-  reassertState();
+  beginAndReassert(ChargeState::hold);
   EXPECT_THAT(newLines(), ElementsAre("firmware band re-armed at 70" EN_DASH "80%"));
 }
 

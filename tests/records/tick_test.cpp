@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 
 #include "base/log.h"
 #include "base/options.h"
@@ -44,21 +43,9 @@ class Records : public test::OnVirtualMac {
     takeGate();
   }
 
-  // The files other than the history that `work` writes, in order.
-  std::vector<std::string> written(const std::function<void()>& work) {
-    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
-    work();
-    return journal.written();
-  }
-  std::vector<std::string> writtenAndLogged(const std::function<void()>& work) {
-    test::FileJournal journal(mac.path("/Library/Application Support/Brisko"));
-    journal.watchOpenFiles(mac.path(LogFile::defaultDirectory));
-    work();
-    return journal.written();
-  }
   std::vector<std::string> tick() {
     mac.pass(12);
-    return written(evaluate);
+    return filesWritten(evaluate);
   }
   std::string history() const { return mac.read(std::string(historyDir) + "/2026-03-01.jsonl"); }
   std::string statusText() const { return mac.read(statusPath); }
@@ -191,7 +178,7 @@ TEST_F(Records, logTheResetAfterTheFilesAreWritten) {
   gAtLimit = false;
   mac.settings("{\"resetStats\":true}");
   mac.number(ChangeKind::powerSources, static_cast<double>(PowerSourceFault::noSnapshot));
-  EXPECT_THAT(writtenAndLogged(evaluate), ElementsAre(stats, config, "daemon.log"));
+  EXPECT_THAT(filesWrittenAndLogged(evaluate), ElementsAre(stats, config, "daemon.log"));
 }
 
 TEST_F(Records, storeATopUpWhenItStarts) {
@@ -252,19 +239,19 @@ TEST_F(Records, keepARequestForATopUpDuringACalibration) {
 
 TEST_F(Records, storeTheStatisticsAtAnOrderlyExit) {
   gProtectedSeconds = 77;
-  EXPECT_THAT(written(restoreOnExit), ElementsAre(stats));
+  EXPECT_THAT(filesWritten(restoreOnExit), ElementsAre(stats));
   EXPECT_THAT(statsText(), HasSubstr("\"protectedSeconds\":77"));
   gPurged = true;
-  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+  EXPECT_THAT(filesWritten(restoreOnExit), IsEmpty());
 }
 
 TEST_F(Records, storeNoStatisticsAtAnExitWithoutAGateOrAController) {
   const auto gate = gGate;
   gGate.reset();
-  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+  EXPECT_THAT(filesWritten(restoreOnExit), IsEmpty());
   gGate = gate;
   gConn = 0;
-  EXPECT_THAT(written(restoreOnExit), IsEmpty());
+  EXPECT_THAT(filesWritten(restoreOnExit), IsEmpty());
 }
 
 }  // namespace

@@ -2,12 +2,19 @@
 
 #include <variant>
 
+#include "base/log.h"
 #include "hardware/charge_gate.h"
 #include "hardware/smc.h"
 #include "policy/evaluation.h"
 #include "state/machine_abilities.h"
+#include "support/file_journal.h"
 
 namespace brisko::test {
+namespace {
+
+constexpr const char* dataFolder = "/Library/Application Support/Brisko";
+
+}  // namespace
 
 void OnVirtualMac::openController() { ASSERT_EQ(SMCOpen(gConn), platform::kernelSuccess); }
 
@@ -19,6 +26,19 @@ void OnVirtualMac::takeGate() {
   dischargeSupported = gGate->cut != AdapterCutKey::none || gateIsMacOSLimit();
   gLedSupported = readKey("ACLC").has_value();
   mac.forgetJournal();
+}
+
+std::vector<std::string> OnVirtualMac::filesWritten(const std::function<void()>& work) {
+  FileJournal journal(mac.path(dataFolder));
+  work();
+  return journal.written();
+}
+
+std::vector<std::string> OnVirtualMac::filesWrittenAndLogged(const std::function<void()>& work) {
+  FileJournal journal(mac.path(dataFolder));
+  journal.watchOpenFiles(mac.path(LogFile::defaultDirectory));
+  work();
+  return journal.written();
 }
 
 void OnVirtualMac::ticks(int count) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,11 @@ class OnVirtualMac : public ::testing::Test {
 
   // Runs ticks, each a heartbeat after the previous one.
   void ticks(int count);
+
+  // The files of the data folder that `work` writes, in order; not those of its subfolders.
+  std::vector<std::string> filesWritten(const std::function<void()>& work);
+  // The same with "daemon.log" for each run of lines in between.
+  std::vector<std::string> filesWrittenAndLogged(const std::function<void()>& work);
 
   // The lines logged since the last call.
   [[nodiscard]] std::vector<std::string> newLines() { return mac.newLogLines(); }

@@ -48,11 +48,7 @@ void holdMainThread(double from, double until) {
 }
 
 // Discharging from 90 % to the limit: the adapter is cut and charging is stopped.
-MachineOptions nearlyFull() {
-  MachineOptions options;
-  options.percent = 90;
-  return options;
-}
+MachineOptions nearlyFull() { return {.percent = 90}; }
 
 class HandledSignals : public ::testing::Test {
  protected:
@@ -158,9 +154,7 @@ TEST_F(HandledSignals, waitForTheMainThreadOnlyWhileTheMacIsAwake) {
 
 // It was about to stop charging: the first of two keys is written, and the second would follow.
 TEST_F(HandledSignals, stopTheMainThreadBeforeItsNextKeyIfItsCallReturnsMeanwhile) {
-  MachineOptions options;
-  options.gate = GateKind::ch0b0c;
-  VirtualMac other(options);
+  VirtualMac other({.gate = GateKind::ch0b0c});
   fakes::gBeforeAnswer = [cameOut = false](const platform::SmcRecord& asked) mutable {
     if (!isWrite(asked)) return;
     tellWhoWrites(asked);

@@ -40,6 +40,11 @@ class Limit : public ::testing::Test {
   void holdAt(std::int64_t percent) {
     mac.change(ChangeKind::limit, static_cast<double>(percent)).pass(usualDelay);
   }
+  std::int64_t enforcedAfterWriting(std::int64_t percent) {
+    write(percent);
+    mac.pass(usualDelay);
+    return enforced();
+  }
   [[nodiscard]] std::int64_t enforced() const { return enforcedLimit(mac.machine); }
   Bytes mirror() { return mac.read("bfG0"); }
   [[nodiscard]] double current() const { return mac.machine.battery.currentMA; }
@@ -165,61 +170,37 @@ TEST_F(Limit, isOffWhereThePreferencesAreInvalid) {
     mac.pass(usualDelay);
     EXPECT_EQ(enforced(), 0) << wrong.feature.integer << ' ' << wrong.value.integer;
   }
-  write(1);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 1);
-  write(99);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 99);
+  EXPECT_EQ(enforcedAfterWriting(1), 1);
+  EXPECT_EQ(enforcedAfterWriting(99), 99);
 }
 
 TEST_F(Limit, isAcceptedIgnoredOrRaisedBelowTheSlider) {
   holdAt(90);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::ignored));
-  write(79);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 90);
-  write(80);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 80) << "which the slider offers";
+  EXPECT_EQ(enforcedAfterWriting(79), 90);
+  EXPECT_EQ(enforcedAfterWriting(80), 80) << "which the slider offers";
   holdAt(90);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::adjusted));
-  write(60);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 80);
+  EXPECT_EQ(enforcedAfterWriting(60), 80);
   mac.change(ChangeKind::limitBelowFloor, static_cast<double>(OddLimit::taken));
-  write(61);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 61);
+  EXPECT_EQ(enforcedAfterWriting(61), 61);
 }
 
 TEST_F(Limit, isAcceptedIgnoredOrRoundedDownBetweenTheSteps) {
   holdAt(90);
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
-  write(83);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 90);
-  write(85);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 85) << "the step is still taken";
+  EXPECT_EQ(enforcedAfterWriting(83), 90);
+  EXPECT_EQ(enforcedAfterWriting(85), 85) << "the step is still taken";
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::adjusted));
-  write(84);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 80);
-  write(99);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 95);
+  EXPECT_EQ(enforcedAfterWriting(84), 80);
+  EXPECT_EQ(enforcedAfterWriting(99), 95);
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::taken));
-  write(83);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 83);
+  EXPECT_EQ(enforcedAfterWriting(83), 83);
 }
 
 TEST_F(Limit, needsNoStepBelowTheSlider) {
   mac.change(ChangeKind::limitOffStep, static_cast<double>(OddLimit::ignored));
-  write(73);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 73);
+  EXPECT_EQ(enforcedAfterWriting(73), 73);
 }
 
 // --- The client
@@ -433,9 +414,7 @@ TEST_F(Limit, returnsWhenTheUserCancelsTheFullCharge) {
 TEST_F(Limit, returnsWhenAProgramRemovesTheDate) {
   holdAt(80);
   mac.change(ChangeKind::chargeToFull, hour).pass(60);
-  write(75);
-  mac.pass(usualDelay);
-  EXPECT_EQ(enforced(), 75);
+  EXPECT_EQ(enforcedAfterWriting(75), 75);
 }
 
 TEST_F(Limit, staysSuspendedWhenTheClientSetsIt) {
@@ -499,9 +478,7 @@ TEST_F(Limit, isPutBackByAnotherProgramAfterEveryChange) {
   holdAt(90);
   mac.change(ChangeKind::limitReverted, 40);
   for (int time = 0; time < 3; ++time) {
-    write(75);
-    mac.pass(usualDelay);
-    EXPECT_EQ(enforced(), 75);
+    EXPECT_EQ(enforcedAfterWriting(75), 75);
     mac.pass(40);
     EXPECT_EQ(enforced(), 90);
   }

@@ -282,9 +282,7 @@ TEST(MachineSmc, resetsTheLightWhenThePublishedChargingStateChanges) {
 }
 
 TEST(MachineSmc, resetsNoLightOnAMacWithoutOne) {
-  MachineOptions options;
-  options.magSafeLight = false;
-  Bench mac(options);
+  Bench mac({.magSafeLight = false});
   mac.change(ChangeKind::lightTaken, 1).change(ChangeKind::unplug);
   EXPECT_EQ(mac.info("ACLC"), unknownKey);
 }

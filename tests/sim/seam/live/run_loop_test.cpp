@@ -237,6 +237,19 @@ TEST(LiveRunLoop, reportsAPlannedChangeAlsoWhenNothingElseIsDue) {
   runMain();
 }
 
+// By a signal from another process.
+void runAndTerminateItWhenItWaits() {
+  const pid_t daemon = ::getpid();
+  runAndWhenItWaits([daemon] {
+    const pid_t other = ::fork();
+    if (other == 0) {
+      ::kill(daemon, SIGTERM);
+      ::_exit(0);
+    }
+    ::waitpid(other, nullptr, 0);
+  });
+}
+
 int gHandled = 0;
 
 TEST(LiveRunLoop, handlesASignalFromAnotherProcessWhileItWaits) {
@@ -247,15 +260,7 @@ TEST(LiveRunLoop, handlesASignalFromAnotherProcessWhileItWaits) {
     stopMain();
   });
   (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
-  const pid_t daemon = ::getpid();
-  runAndWhenItWaits([daemon] {
-    const pid_t other = ::fork();
-    if (other == 0) {
-      ::kill(daemon, SIGTERM);
-      ::_exit(0);
-    }
-    ::waitpid(other, nullptr, 0);
-  });
+  runAndTerminateItWhenItWaits();
   EXPECT_EQ(gHandled, 1);
 }
 
@@ -264,15 +269,7 @@ TEST(LiveRunLoop, runsASignalSourceForAnotherProcessWhileItWaits) {
   folder.name();
   platform::addSignalSource(SIGTERM, [] { stopMain(); });
   (void)addRepeatingTimer(3600, [] { FAIL() << "waited for the timer"; });
-  const pid_t daemon = ::getpid();
-  runAndWhenItWaits([daemon] {
-    const pid_t other = ::fork();
-    if (other == 0) {
-      ::kill(daemon, SIGTERM);
-      ::_exit(0);
-    }
-    ::waitpid(other, nullptr, 0);
-  });
+  runAndTerminateItWhenItWaits();
 }
 
 TEST(LiveRunLoop, armsNoTimerWhileTheMachineSleeps) {

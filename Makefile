@@ -2,7 +2,7 @@
 # Programs are placed in build/release/.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo check test bench campaign fuzz format tidy coverage interruptions mutants release sign package notarize staple
+.PHONY: help demo check test bench campaign fuzz format tidy coverage conditions interruptions mutants release sign package notarize staple
 
 help:
 	@echo 'make demo      watch the daemon hold a virtual MacBook at its limit, for a minute'
@@ -16,6 +16,7 @@ help:
 	@echo 'make tidy      run clang-tidy only'
 	@echo 'make interruptions   interrupt installing, removing and the first run on a Mac everywhere, for some minutes'
 	@echo 'make coverage  show which lines of src/ and the virtual Mac no test runs'
+	@echo 'make conditions  show which conditions of src/ no test shows to matter on their own (MC/DC)'
 	@echo 'make mutants   change every rule of the daemon on purpose and see a test fail: MUTANTS="--file policy/ --sample 100"'
 	@echo 'make sign, package, notarize, staple   on a Mac: the installer package (docs/macos.md)'
 
@@ -58,6 +59,9 @@ tidy:
 
 coverage:
 	@scripts/coverage.sh
+
+conditions:
+	@scripts/conditions.sh
 
 interruptions:
 	@scripts/install-dependencies.sh checks

@@ -4,6 +4,7 @@ option(BRISKO_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitiz
 option(BRISKO_SANITIZE_THREADS "Build with ThreadSanitizer" OFF)
 option(BRISKO_FUZZ "Build the fuzzers, with clang and with BRISKO_SANITIZE" OFF)
 option(BRISKO_COVERAGE "Build with clang's source-based coverage" OFF)
+option(BRISKO_CONDITIONS "Record with clang 19 what each condition of src/ decides" OFF)
 
 if(APPLE)
   # CMake defines $<LINK_GROUP:RESCAN,…> for linkers that search each library once. Apple's linker searches all of
@@ -75,3 +76,11 @@ if(BRISKO_COVERAGE)
                                                   "SHELL:-mllvm -runtime-counter-relocation")
   target_link_options(brisko_options INTERFACE -fprofile-instr-generate)
 endif()
+# Which conditions of src/ decide something, for `make conditions`. The tests, which are much larger, are not recorded.
+# A decision that clang cannot record is a warning, and so an error.
+function(brisko_record_conditions target)
+  if(BRISKO_CONDITIONS)
+    target_compile_options(${target} PRIVATE -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc
+                                             -fprofile-update=atomic)
+  endif()
+endfunction()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the packages that are missing to build the project, with "checks" to test it, and with "bench" to measure it.
-# If none is missing it does nothing and needs no privileges. The checks of pages in a browser, and the comparison with
-# another daemon, are skipped where their packages cannot be installed; everything else is required.
+# Installs the packages that are missing to build the project, with "checks" to test it, with "conditions" for
+# `make conditions`, and with "bench" to measure it. If none is missing it does nothing and needs no privileges. The
+# checks of pages in a browser, and the comparison with another daemon, are skipped where their packages cannot be
+# installed; everything else is required.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config nlohmann-json3-dev libcli11-dev libuv1-dev libplist-dev libgtest-dev
@@ -16,6 +17,9 @@ if [[ "${1:-}" == checks ]]; then
   without='The browser cannot be installed, so the checks of pages in a browser are skipped.'
   packages+=(clang clang-format clang-tidy duktape fish jq libclang-rt-14-dev libxml2-utils llvm-14 mandoc make
     original-awk parallel python3-clang-14 shellcheck zsh)
+fi
+if [[ "${1:-}" == conditions ]]; then
+  packages+=(clang-19 libclang-rt-19-dev llvm-19)
 fi
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

@@ -363,8 +363,8 @@ void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool
   if (!cfg.enabled && !calDrive && !topUp) return stayIdle();
   leaveIdle();
 
-  const bool waits =
-      gGuards.menu && waitsForFullCharge(wantedTarget(upper, topUp, calDrive), hot && plugged, now);
+  const bool tooHot = hot && plugged;
+  const bool waits = gGuards.menu && waitsForFullCharge(wantedTarget(upper, topUp, calDrive), tooHot, now);
   gNativeHoldAt = holdPoint({.topUp = topUp,
                              .plugged = plugged,
                              .discharge = cfg.discharge,
@@ -373,7 +373,7 @@ void driveNative(const Settings& cfg, std::int64_t pct, std::int64_t upper, bool
                              .upper = upper,
                              .holdAt = gNativeHoldAt},
                             waits);
-  const std::int64_t wanted = cooledTarget(baseTarget(upper, topUp, calDrive), hot && plugged, pct);
+  const std::int64_t wanted = cooledTarget(baseTarget(upper, topUp, calDrive), tooHot, pct);
   const std::int64_t target = holdableTarget(wanted);
   gNativeFloor = floorOfThisMac(cfg.limit);
   gNativeAttemptAt = nativeAttemptClock(gNativeAttemptAt, plugged, now);

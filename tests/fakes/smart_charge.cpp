@@ -87,8 +87,8 @@ Class objc_getClass(const char* name) {
 
 // A selector is its name, stored once and never freed.
 SEL sel_registerName(const char* name) {
-  static auto& names = *new std::set<std::string>;
-  return reinterpret_cast<SEL>(const_cast<char*>(names.insert(name).first->c_str()));
+  static auto& selectors = *new std::set<std::string>;
+  return reinterpret_cast<SEL>(const_cast<char*>(selectors.insert(name).first->c_str()));
 }
 
 BOOL class_respondsToSelector(Class type, SEL selector) {

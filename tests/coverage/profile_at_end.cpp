@@ -1,6 +1,6 @@
-// Linked into every program of the preset "conditions". A process writes its profile at its end, and here also if that
-// end is _exit, _Exit, abort or a kill -9 by our own code: the linker redirects these calls to this file. The profiles
-// of all processes of a program are merged, under a lock, into a few files.
+// Linked into every program of the preset "conditions". A process writes its profile at its end, and here
+// also if that end is _exit, _Exit, abort or a kill -9 by our own code: the linker redirects these calls to
+// this file. The profiles of all processes of a program are merged, under a lock, into a few files.
 
 #include <array>
 #include <cerrno>

@@ -58,7 +58,7 @@ class FoldersOfTheDaemon : public ::testing::Test {
     return told;
   }
 
-  // The clock of a file system may stand still for some milliseconds.
+  // The clock of a file system advances in steps of some milliseconds.
   static void awaitLaterThan(const std::string& path) {
     const test::ScratchFolder elsewhere;
     do {

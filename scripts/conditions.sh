@@ -11,7 +11,7 @@ unset BRISKO_VIRTUAL_MAC BRISKO_PRETEND_MACOS BRISKO_PRETEND_NO_NATIVE
 # The programs whose tests check the daemon, and the programs that these start.
 tested=(brisko-tests brisko-mac-tests brisko-exchange-tests brisko-objective-c-tests brisko-live-tests
   brisko-control-tests brisko-process-tests brisko-lab brisko-lab-macos)
-started=(brisko-daemon brisko-vmac)
+started=(brisko-daemon brisko-vmac brisko-mutant)
 tests='^(brisko-(tests|mac-tests|exchange-tests|live-tests|control-tests|process-tests)$|brisko-objective-c-tests/|scenario(-macos)?/)'
 
 build=$PWD/build/conditions

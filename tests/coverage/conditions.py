@@ -56,11 +56,9 @@ class Sources:
 
 
 def is_condition(sources, path, span):
-    """A branch on its own may be a case, or be decided by the compiler."""
-    if re.match(r"case\b|default\b", sources.between(path, span)):
-        return False
-    return sources.between(path, span) not in ("true", "false") and \
-        not re.search(r"if constexpr \($", sources.before(path, span))
+    """A branch on its own may be that of a switch, or be decided by the compiler."""
+    return not re.match(r"(case\b.*|default\b.*|true|false)$", sources.between(path, span)) and \
+        not re.search(r"\b(switch|if constexpr) \($", sources.before(path, span))
 
 
 def decisions_of(function, sources):
@@ -73,7 +71,10 @@ def decisions_of(function, sources):
                           if branch[6] == file and span[:2] <= tuple(branch[:2]) and tuple(branch[2:4]) <= span[2:])
         if len(branches) != len(record[6]):
             raise ValueError(f"{files[file]}:{span[0]}: {len(record[6])} conditions, {len(branches)} branches")
-        yield files[file], span, {tuple(branch[:4]): (shown, branch[4], branch[5])
+        # Both outcomes of two conditions are all that there is. clang 19 does not record what they decide if they choose
+        # between two objects of a class.
+        complete = len(branches) == 2 and all(branch[4] and branch[5] for branch in branches)
+        yield files[file], span, {tuple(branch[:4]): (shown or complete, branch[4], branch[5])
                                   for branch, shown in zip(branches, record[6])}
     for branch in function["branches"]:
         span, path = tuple(branch[:4]), files[branch[6]]

@@ -20,6 +20,7 @@ bool isCold(int temp) {
 template <class T> bool either(T one, T other) { return one || other || one; }
 """
 # Of a decision in SOURCE: its span, and those of its conditions.
+SWITCHED = [5, 13, 5, 17]
 HOT = [1, 44, 1, 63]
 WANTED, ABOVE = [1, 44, 1, 50], [1, 54, 1, 63]
 COLD, ENDLESS, FIVE, OTHERS = [3, 7, 3, 15], [4, 10, 4, 14], [6, 7, 6, 13], [7, 7, 7, 14]
@@ -76,8 +77,15 @@ class OfAnExport(unittest.TestCase):
         self.assertFalse(self.found(function(self.path, [branch(COLD, 1, 0, 4)], []))["temp < 5", "temp < 5"].shown)
 
     def test_leaves_out_constants_and_cases(self):
-        branches = [branch(ENDLESS, 0, 0, 4), branch(FIVE, 1, 0, 4), branch(OTHERS, 0, 1, 4)]
+        branches = [branch(ENDLESS, 0, 0, 4), branch(FIVE, 1, 0, 4), branch(OTHERS, 0, 1, 4),
+                    branch(SWITCHED, 0, 1, 4)]
         self.assertEqual(self.found(function(self.path, branches, [])), {})
+
+    def test_counts_two_conditions_with_all_their_outcomes_as_shown(self):
+        for outcomes, shown in (((1, 1, 1, 1), [True, True]), ((1, 0, 1, 1), [False, False])):
+            branches = [branch(WANTED, *outcomes[:2], 6), branch(ABOVE, *outcomes[2:], 6)]
+            found = self.found(function(self.path, branches, [(HOT, [False, False])]))
+            self.assertEqual([found[text, "wanted && temp > 35"].shown for text in ("wanted", "temp > 35")], shown)
 
     def test_counts_a_condition_that_one_copy_shows(self):
         branches = [branch(ONE, 1, 1, 6), branch(OTHER, 1, 1, 6), branch(AGAIN, 0, 1, 6)]

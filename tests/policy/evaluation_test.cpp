@@ -51,7 +51,7 @@ class Tick : public test::OnVirtualMac {
     mac.keyBytes("TB0T", bytes);
   }
 
-  // Evaluates now, and a heartbeat later, after one change of the Mac or its settings.
+  // After a change of the charge or the settings: evaluate…() evaluates at once, tick…() a heartbeat later.
   void evaluateAt(double percent) {
     mac.charge(percent);
     evaluate();

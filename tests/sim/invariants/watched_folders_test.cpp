@@ -37,13 +37,13 @@ class FoldersOfTheDaemon : public ::testing::Test {
     put(on(support + "/old.json"), "{}");
     put(on(logs + "/daemon.log"), "a line\n");
     folders.begin();
-    // What happened before may be told once more.
+    // Earlier changes may be reported once more.
     static_cast<void>(folders.changes());
   }
 
   [[nodiscard]] std::string on(const std::string& path) const { return volume.path() + path; }
 
-  // What is told of each path: the last of it, but a file that is new stays so when it is filled.
+  // The last change that is reported of each path. A file that is new stays new when it is filled.
   [[nodiscard]] std::vector<std::pair<std::string, Kind>> changes() {
     std::vector<std::pair<std::string, Kind>> told;
     for (const FileChange& change : folders.changes()) {

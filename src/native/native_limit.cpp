@@ -161,7 +161,8 @@ std::int64_t holdableTarget(std::int64_t target) {
 }
 
 std::optional<std::int64_t> floorOfThisMac(std::int64_t limit) {
-  if (!gNativeRefused || *gNativeRefused < limit || limit >= leastOfSlider) return std::nullopt;
+  // A refused target always lies below the slider, and so does a limit up to it.
+  if (!gNativeRefused || *gNativeRefused < limit) return std::nullopt;
   return leastOfSlider;
 }
 

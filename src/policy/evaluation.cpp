@@ -301,9 +301,8 @@ std::string temperatureText(const std::optional<double>& temp) {
 }
 
 std::string calibrationText(const std::optional<CalDrive>& drive) {
-  if (gCal.phase == CalPhase::idle) return "";
-  return std::string("  cal=") + phaseName(gCal.phase) + "→" + std::to_string(drive ? drive->target : 0) +
-         "%";
+  if (!drive) return "";
+  return std::string("  cal=") + phaseName(gCal.phase) + "→" + std::to_string(drive->target) + "%";
 }
 
 std::string summary(const Tick& tick) {

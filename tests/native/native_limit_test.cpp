@@ -651,6 +651,18 @@ TEST_F(GuardedMenu, leavesAHoldPointOfBeforeAlone) {
   EXPECT_THAT(drive(), IsEmpty());
 }
 
+TEST_F(GuardedMenu, keepsAHoldPointOfBeforeAlsoAfterTheFullCharge) {
+  mac.number(ChangeKind::chargeToFull, 0);
+  pct = 90;
+  EXPECT_THAT(drive(), Contains("macOS limit → 90%"));
+  mac.number(ChangeKind::chargeToFull, until - platform::wallNow());
+  drive();
+  pct = 95;
+  drive();
+  driveAt(until, 0);
+  EXPECT_EQ(gNativeWritten, 90);
+}
+
 TEST_F(GuardedMenu, followsChangedSettingsAtOnce) {
   drive();
   limit(85);
@@ -670,6 +682,16 @@ TEST_F(GuardedMenu, givesWayToHeat) {
       ElementsAre("the battery is too hot for the full charge that macOS was asked for — Brisko ends it",
                   "macOS limit → 80%"));
   EXPECT_EQ(NativeLimit::tempDisabledUntil(), std::nullopt);
+}
+
+TEST_F(GuardedMenu, endsAFullChargeOnceAsLongAsItsDateLiesAhead) {
+  drive();
+  hot = true;
+  EXPECT_THAT(drive(), Contains(HasSubstr("Brisko ends it")));
+  mac.number(ChangeKind::chargeToFull, hour);
+  mac.forgetJournal();
+  EXPECT_THAT(drive(), Not(Contains(HasSubstr("Brisko ends it"))));
+  EXPECT_THAT(newWrites(), Not(Contains("preference MCLTempDisabledUntilDate removed")));
 }
 
 TEST_F(GuardedMenu, endsAFullChargeThatLastsLongerThanADay) {

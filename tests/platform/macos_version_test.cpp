@@ -24,7 +24,7 @@ TEST(MacOSVersion, followsTheBuildOfATestVersion) {
 }
 
 TEST(MacOSVersion, comesFromTheProductVersionIfTheBuildIsInvalid) {
-  for (const char* build : {"", "G83", "26", "26a428", "26A", "26AB1", "26.0", "-26A428", " 26A428",
+  for (const char* build : {"", "G83", "26", "26a428", "26A", "26AB1", "26.0", "26A-1", "-26A428", " 26A428",
                             "19H2026", "9223372036854775807A1"}) {
     EXPECT_EQ(macOSMajor(build, "15.6.1"), 15) << build;
   }

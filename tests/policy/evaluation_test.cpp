@@ -811,6 +811,34 @@ TEST_F(GuardedTick, reportsNothingWhereNoDischargeIsWanted) {
   EXPECT_THAT(newLines(), Not(Contains(noCut)));
 }
 
+TEST_F(GuardedTick, reportsNothingWhereItCutsNoAdapterItself) {
+  mac.removeKey("AC-W");
+  const std::optional<ChargeGate> own = gGate;
+  gGate.reset();
+  evaluate();
+  EXPECT_FALSE(gDischargeUnseen);
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  evaluate();
+  EXPECT_FALSE(gDischargeUnseen);
+  gGate = own;
+  dischargeSupported = false;
+  evaluate();
+  EXPECT_FALSE(gDischargeUnseen);
+  dischargeSupported = true;
+  evaluate();
+  EXPECT_TRUE(gDischargeUnseen);
+}
+
+// macOS discharges without a cut.
+TEST_F(GuardedTick, takesAnUnseenAdapterForGoneWhereMacOSDischarges) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  gState = ChargeState::discharge;
+  mac.removeKey("AC-W");
+  mac.unplug();
+  evaluate();
+  EXPECT_FALSE(gLastPlugged);
+}
+
 TEST_F(GuardedTick, endsADischargeInAHoldWhenTheAdapterIsNoLongerSeen) {
   evaluate();
   ASSERT_EQ(gState, ChargeState::discharge);

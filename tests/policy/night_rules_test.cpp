@@ -42,6 +42,7 @@ TEST(FastestSpeed, assumesTheMostWithoutReadings) {
   EXPECT_EQ(fastestSpeed({.adapterWatts = 5, .voltageMV = 12'000, .designMAh = 0}), 2.5);
   const double worn = fastestSpeed({.designMAh = 4000});
   EXPECT_NEAR(worn, 100 * 1.25 / (0.95 * 0.75) / 60, 1e-9) << "a worn battery fills sooner";
+  EXPECT_EQ(fastestSpeed({.designMAh = 4000, .fullMAh = 0}), worn);
   const double low = fastestSpeed({.adapterWatts = 9, .designMAh = 4000, .fullMAh = 4000});
   EXPECT_NEAR(low, 100 * 1000 / (0.95 * 4000) / 60, 1e-9) << "at 9 V an adapter delivers the most current";
 }

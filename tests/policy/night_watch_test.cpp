@@ -286,5 +286,89 @@ TEST_F(GuardedNight, keepsChargingStoppedInADarkWakeOnBattery) {
   EXPECT_EQ(gState, ChargeState::allow);
 }
 
+TEST_F(GuardedNight, plansAWakeOnlyWhereTheBandIsInForce) {
+  for (const char* settings :
+       {"{\"enabled\":false}", "{\"topUp\":true}", "{\"limit\":100}", "{\"calibrate\":true}"}) {
+    mac.settings(settings);
+    evaluate();
+    EXPECT_THAT(mac.pendingWakes(), IsEmpty()) << settings;
+  }
+  mac.settings("{}");
+  evaluate();
+  EXPECT_EQ(mac.pendingWakes().size(), 1U);
+}
+
+TEST_F(GuardedNight, resumesInTheBandOnlyWhereTheBandIsNotInForce) {
+  applyState(ChargeState::hold);
+  mac.charge(77);
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::hold);
+  mac.settings("{\"topUp\":true}");
+  evaluate();
+  EXPECT_EQ(gState, ChargeState::allow);
+}
+
+TEST_F(GuardedNight, countsNoWakeWhoseDateLiesAheadOfAClockThatWasSetBack) {
+  mac.unplug();
+  planNight(20, band);
+  while (!mac.pendingWakes().empty()) {
+    mac.pass(mac.pendingWakes().front() - platform::wallNow());
+    watchNight(20, band, true);
+  }
+  mac.number(ChangeKind::clockStep, -6 * 3600);
+  planNight(20, band);
+  EXPECT_EQ(mac.pendingWakes().size(), 1U);
+}
+
+TEST_F(GuardedNight, countsAWakeThatItDidNotPlanAsOneOnTheAdapter) {
+  mac.unplug();
+  scheduleWake(3);
+  mac.pass(180);
+  watchNight(20, band, true);
+  int wakes = 0;
+  while (!mac.pendingWakes().empty() && wakes < 20) {
+    ++wakes;
+    mac.pass(mac.pendingWakes().front() - platform::wallNow());
+    watchNight(20, band, true);
+  }
+  EXPECT_EQ(wakes, mostBatteryWakes);
+}
+
+TEST_F(GuardedNight, expectsTheFastestChargeOfABatteryThatCannotBeRead) {
+  mac.property("AppleSmartBattery", PropertyFault::missing);
+  planNight(40, band);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  // 37 points at 2.5 a minute, and a tenth sooner.
+  EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), 13 * 60, 30);
+}
+
+TEST_F(GuardedNight, takesTheCapacityThatMacOSShowsIfTheGaugesOwnIsMissing) {
+  planNight(40, band);
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  mac.number(ChangeKind::layout, static_cast<double>(virtual_mac::RegistryLayout::nested));
+  planNight(40, band);
+  EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 1);
+}
+
+// Charging was stopped in between.
+TEST_F(GuardedNight, countsTheGainOfAStayFromItsBeginOn) {
+  planNight(40, band);
+  noteChargingStopped();
+  watchNight(78, band, true);
+  ASSERT_TRUE(staysAwake());
+  mac.pass(240);
+  watchNight(78, band, true);
+  EXPECT_FALSE(staysAwake()) << "nothing gained in four minutes: the limit is far";
+}
+
+TEST_F(GuardedNight, neitherStaysAwakeNorCancelsItsWakeWhileTheLimitIsToBeApplied) {
+  planNight(40, band);
+  watchNight(79, band, true);
+  ASSERT_TRUE(staysAwake());
+  watchNight(80, band, true);
+  EXPECT_FALSE(staysAwake());
+  EXPECT_EQ(mac.pendingWakes().size(), 1U) << "charging is not stopped yet";
+}
+
 }  // namespace
 }  // namespace brisko::night_watch_test

@@ -12,6 +12,7 @@
 #include "policy/evaluation.h"
 #include "policy/night_watch.h"
 #include "power/sleep.h"
+#include "state/calibration_state.h"
 #include "state/charge_state_record.h"
 #include "support/on_virtual_mac.h"
 #include "support/testing.h"
@@ -92,6 +93,26 @@ TEST_F(GuardedSleep, isLeftAloneWhereTheLimitIsOverruled) {
     prepareForSleep();
     EXPECT_THAT(mac.writes(), IsEmpty()) << settings;
   }
+  mac.settings("{}");
+  gCal.phase = CalPhase::soak;
+  prepareForSleep();
+  EXPECT_THAT(mac.writes(), IsEmpty()) << "calibrating";
+  gCal.phase = CalPhase::idle;
+  prepareForSleep();
+  EXPECT_THAT(mac.writes(), Not(IsEmpty()));
+}
+
+TEST_F(GuardedSleep, isNoLongerWatchedAfterAWakeHoweverOftenItWasAnnounced) {
+  at(30);
+  systemPowerCallback(PowerMessage::systemWillSleep, 1);
+  systemPowerCallback(PowerMessage::systemWillSleep, 2);
+  systemPowerCallback(PowerMessage::systemHasPoweredOn, 0);
+  static_cast<void>(newLines());
+  mac.sleep().pass(600);
+  mac.charge(60);
+  mac.wakeDark(20);
+  run(2);
+  EXPECT_THAT(newLines(), IsEmpty()) << "a tick would report the charge";
 }
 
 TEST_F(GuardedSleep, noticesADarkWakeWithinTwoSeconds) {
@@ -147,6 +168,13 @@ TEST_F(GuardedSleep, isNoNightWithoutTheGuard) {
   gGuards.night = false;
   mac.number(ChangeKind::capabilities, 9);
   watchSleepFromStart();
+  systemPowerCallback(PowerMessage::systemWillSleep, 1);
+  EXPECT_FALSE(isNight());
+}
+
+TEST_F(GuardedSleep, isNoNightWhereMacOSHoldsTheLimit) {
+  gGate = ChargeGate{ChargeKeys::macOSLimit, AdapterCutKey::none};
+  mac.number(ChangeKind::capabilities, 9);
   systemPowerCallback(PowerMessage::systemWillSleep, 1);
   EXPECT_FALSE(isNight());
 }

@@ -9,9 +9,11 @@
 #include <sys/stat.h>
 
 #include "base/json_file.h"
+#include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
 #include "hardware/charge_gate.h"
+#include "hardware/scheduled_wake.h"
 #include "records/statistics.h"
 #include "state/calibration_state.h"
 #include "state/machine_abilities.h"
@@ -291,6 +293,16 @@ TEST_F(Status, isNotRetriedSoonerIfItCannotBeWritten) {
   EXPECT_FALSE(writes());
   mac.pass(0.125);
   EXPECT_TRUE(writes());
+}
+
+TEST_F(Status, namesTheNextWakeUntilItsDate) {
+  gGuards.night = true;
+  gScheduledWake = begin + 60;
+  writeStatus(report);
+  EXPECT_EQ(object()["nextWake"], begin + 60);
+  mac.pass(60);
+  ASSERT_TRUE(writes());
+  EXPECT_FALSE(object().contains("nextWake"));
 }
 
 TEST_F(Status, isNotWrittenAfterAPurge) {

@@ -121,5 +121,35 @@ TEST_F(SelfTest, reportsWhatItCouldNotCheckWithoutATemporaryFolder) {
   EXPECT_FALSE(test::exists(temporary.path("missing")));
 }
 
+TEST_F(SelfTest, reportsWhatItCouldNotCheckOnADiskWithoutRoomForALog) {
+  DaemonProcess daemon(mac, {"--selftest"});
+  daemon.limitFileSize(5000);
+  daemon.run(0);
+  EXPECT_EQ(daemon.status(), 1);
+  EXPECT_EQ(daemon.output(),
+            "✗ 1 erreur(s) sur 212 vérifications :\n"
+            "  - un journal hérité trop gros bascule dès la première ligne\n");
+  EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
+}
+
+// The longest path that the system takes is too short for a folder of the log, then for one of its files.
+TEST_F(SelfTest, reportsWhatItCouldNotCheckInATemporaryFolderWithALengthyPath) {
+  constexpr std::size_t longest = 4095;
+  for (const char* tooLong : {"/logs", "/logs/daemon.log", "/logs/daemon.err.log"}) {
+    const std::string end = "/brisko-selftest-perms-" + process() + tooLong;
+    std::string folder = temporary.path(std::to_string(end.size()));
+    test::makeFolder(folder);
+    while (const std::size_t missing = longest + 1 - end.size() - folder.size()) {
+      folder += "/" + std::string(missing > 202 ? 200 : missing - 1, 'x');
+      test::makeFolder(folder);
+    }
+    ::setenv("TMPDIR", folder.c_str(), 1);
+    EXPECT_THAT(outcome(),
+                AllOf(HasSubstr("  - le dossier du journal redevient traversable (755)\n"), EndsWith("\n1")))
+        << tooLong;
+    EXPECT_TRUE(std::filesystem::is_empty(folder)) << tooLong;
+  }
+}
+
 }  // namespace
 }  // namespace brisko::self_test_test

@@ -200,7 +200,9 @@ io_service_t IOServiceGetMatchingService(mach_port_t mainPort, CFDictionaryRef m
 kern_return_t IORegistryEntryCreateCFProperties(io_registry_entry_t entry, CFMutableDictionaryRef* properties,
                                                 CFAllocatorRef, IOOptionBits) {
   const auto all = propertiesOf(serviceAt(entry));
-  if (all == nullptr) return resultOf(platform::kernelError);
+  if (all == nullptr || gFailing == "IORegistryEntryCreateCFProperties") {
+    return resultOf(platform::kernelError);
+  }
   *properties = refTo<CFMutableDictionaryRef>(dictionaryOf(*all));
   return KERN_SUCCESS;
 }
@@ -312,6 +314,7 @@ CFTypeRef IOPSCopyPowerSourcesInfo() {
 }
 
 CFArrayRef IOPSCopyPowerSourcesList(CFTypeRef snapshot) {
+  if (gFailing == "IOPSCopyPowerSourcesList") return nullptr;
   std::vector<Object*> indexes;
   const auto count = static_cast<std::int64_t>(as<Array>(snapshot).values.size());
   for (std::int64_t place = 0; place < count; ++place) indexes.push_back(new Number(place));
@@ -319,6 +322,7 @@ CFArrayRef IOPSCopyPowerSourcesList(CFTypeRef snapshot) {
 }
 
 CFDictionaryRef IOPSGetPowerSourceDescription(CFTypeRef snapshot, CFTypeRef source) {
+  if (gFailing == "IOPSGetPowerSourceDescription") return nullptr;
   const auto place = static_cast<std::size_t>(std::get<std::int64_t>(as<Number>(source).value));
   return refTo<CFDictionaryRef>(as<Array>(snapshot).values.at(place));
 }

@@ -1,10 +1,13 @@
 #include <Security/Security.h>
 
+#include "fakes/system.h"
 #include "fakes/values.h"
 #include "sim/machine/machine_store.h"
 #include "sim/seam/moment.h"
 
 namespace brisko::fakes {
+
+bool gSignedByATeam = true;
 
 namespace {
 
@@ -27,12 +30,14 @@ extern "C" {
 const CFStringRef kSecCodeInfoTeamIdentifier = constantString("teamid");
 
 OSStatus SecCodeCopySelf(SecCSFlags, SecCodeRef* self) {
+  if (gFailing == "SecCodeCopySelf") return unsignedCode;
   *self = refTo<SecCodeRef>(new Code(false));
   return errSecSuccess;
 }
 
 OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags, SecStaticCodeRef* staticCode) {
   (void)as<Code>(code);
+  if (gFailing == "SecCodeCopyStaticCode") return unsignedCode;
   *staticCode = refTo<SecStaticCodeRef>(new Code(true));
   return errSecSuccess;
 }
@@ -46,7 +51,7 @@ OSStatus SecCodeCopySigningInformation(SecStaticCodeRef code, SecCSFlags flags,
       *store, [](const brisko::virtual_mac::Machine& machine) { return machine.system; });
   if (!system.daemonSignatureReadable) return unsignedCode;
   brisko::platform::Dictionary entries{{"main-executable", "brisko-daemon"}};
-  if ((flags & kSecCSSigningInformation) != 0) {
+  if ((flags & kSecCSSigningInformation) != 0 && gSignedByATeam) {
     entries.emplace(textOf(kSecCodeInfoTeamIdentifier),
                     std::string(brisko::virtual_mac::textOf(system.daemonTeam)));
   }

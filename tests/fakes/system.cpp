@@ -92,6 +92,7 @@ namespace fakes {
 
 std::int64_t gLinkedSdk = 15;
 std::string_view gUnreadableVariable;
+std::string_view gFailing;
 
 std::uint64_t ticksOfSeconds(double uptime) {
   return static_cast<std::uint64_t>(std::llround(uptime * ticksPerSecond));
@@ -205,7 +206,7 @@ int brisko_fake_fcntl(int descriptor, int command, ...) {
 
 // With a slash at its end, as on a Mac.
 std::size_t brisko_fake_confstr(int name, char* buffer, std::size_t size) {
-  if (name != _CS_DARWIN_USER_TEMP_DIR) return 0;
+  if (name != _CS_DARWIN_USER_TEMP_DIR || fakes::gFailing == "confstr") return 0;
   return copyOut(virtual_mac::realTemporaryDirectory() + "/", buffer, size);
 }
 

@@ -25,6 +25,15 @@ extern std::int64_t gLinkedSdk;
 // A kernel variable that cannot be read. None by default.
 extern std::string_view gUnreadableVariable;
 
+// The function of the system that fails. None by default.
+extern std::string_view gFailing;
+
+// Whether the code that signed the program names a team. True by default.
+extern bool gSignedByATeam;
+
+// Whether a signal ends the main thread's next wait for a semaphore.
+extern bool gNextWaitIsAborted;
+
 // Runs once, right after the next file was opened.
 extern std::function<void()> gAfterOpen;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
@@ -23,6 +24,8 @@
 #include "sim/seam/simulated/virtual_time.h"
 
 namespace brisko::fakes {
+
+bool gNextWaitIsAborted = false;
 
 namespace {
 
@@ -134,6 +137,7 @@ bool runOtherThread() {
 }
 
 kern_return_t waitOnMainThread(semaphore_t semaphore) {
+  if (std::exchange(gNextWaitIsAborted, false)) return KERN_ABORTED;
   waitInCall([semaphore] { return takeOne(semaphore); });
   return KERN_SUCCESS;
 }
@@ -193,6 +197,7 @@ extern "C" {
 int brisko_stand_in_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                                    void* argument) {
   if (attributes != nullptr) misuse("a thread with attributes, of which nothing is known here");
+  if (gFailing == "pthread_create") return EAGAIN;
   const sigset_t all = allSignals();
   sigset_t before;
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
@@ -218,6 +223,7 @@ kern_return_t semaphore_create(task_port_t task, semaphore_t* semaphore, int pol
   if (task != mach_task_self() || policy != SYNC_POLICY_FIFO || gSemaphoresMade + 1 == gSemaphores.size()) {
     return KERN_INVALID_ARGUMENT;
   }
+  if (gFailing == "semaphore_create") return KERN_INVALID_ARGUMENT;
   *semaphore = static_cast<semaphore_t>(++gSemaphoresMade);
   gSemaphores[*semaphore] = value;
   return KERN_SUCCESS;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "fakes/system.h"
 #include "sim/seam/simulated/virtual_time.h"
 
 namespace brisko::fakes {
@@ -197,7 +198,7 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding) { re
 
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size, CFStringEncoding) {
   const std::string& text = textOf(string);
-  if (static_cast<std::size_t>(size) <= text.size()) return 0;
+  if (static_cast<std::size_t>(size) <= text.size() || gFailing == "CFStringGetCString") return 0;
   std::memcpy(buffer, text.c_str(), text.size() + 1);
   return 1;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "objective_c/foundation.h"
+#include "platform/macos/control_protocol.h"
 
 namespace brisko::platform {
 namespace {
@@ -34,6 +35,28 @@ TEST(ControlListener, refusesAConnectionWhoseRequirementRaises) {
   fakes::gRequirementRaises = true;
   EXPECT_FALSE(acceptsWith("no requirement at all"));
   EXPECT_THAT(connectionJournal(), ElementsAre("requires no requirement at all"));
+}
+
+std::vector<std::string>& replies() {
+  static std::vector<std::string> all;
+  return all;
+}
+
+TEST(ControlService, passesOnTheReasonOfARefusalAndNoneOtherwise) {
+  ControlRequests requests;
+  requests.purgeAllData = [](const Reply& reply) { reply(false, "The folder is busy."); };
+  requests.restart = [](const Reply& reply) { reply(true, std::nullopt); };
+  listenForControl(
+      "com.brisko.daemon.xpc", [] { return std::nullopt; }, requests);
+  NSXPCConnection* connection = [[NSXPCConnection alloc] init];
+  NSXPCListener* noListener = nil;
+  ASSERT_TRUE([fakes::listenerDelegate() listener:noListener shouldAcceptNewConnection:connection]);
+  const ReplyBlock note = ^(BOOL done, NSString* error) {
+    replies().push_back((done ? "done " : "refused: ") + std::string(error == nil ? "" : error.UTF8String));
+  };
+  [fakes::gExported purgeAllDataWithReply:note];
+  [fakes::gExported restartWithReply:note];
+  EXPECT_THAT(replies(), ElementsAre("refused: The folder is busy.", "done "));
 }
 
 }  // namespace

@@ -19,6 +19,9 @@ extern bool gRequirementRaises;
 // an error.
 extern id gService;
 
+// The object that the last connection was told to export.
+extern id gExported;
+
 // The delegate of the last listener, which is asked about new connections.
 [[nodiscard]] id<NSXPCListenerDelegate> listenerDelegate();
 

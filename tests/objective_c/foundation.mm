@@ -22,6 +22,7 @@ namespace brisko::fakes {
 
 bool gRequirementRaises = false;
 id gService = nil;
+id gExported = nil;
 
 std::vector<std::string>& connectionJournal() {
   static auto& journal = *new std::vector<std::string>;
@@ -160,7 +161,8 @@ Class NSClassFromString(NSString* name) { return objc_lookUpClass(name.UTF8Strin
 - (void)setExportedInterface:(NSXPCInterface*)__unused interface {
   connectionJournal().push_back("interface");
 }
-- (void)setExportedObject:(id)__unused object {
+- (void)setExportedObject:(id)object {
+  gExported = object;
   connectionJournal().push_back("object");
 }
 - (void)setCodeSigningRequirement:(NSString*)requirement {

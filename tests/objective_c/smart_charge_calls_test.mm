@@ -8,7 +8,7 @@
 namespace {
 
 // How the client responds to a message.
-enum class Mood { answers, reportsAnError, raises, cannotBeMade };
+enum class Mood { answers, refuses, reportsAnError, raises, cannotBeMade };
 Mood gMood = Mood::answers;
 std::string gName;
 NSInteger gLimit = 100;
@@ -48,6 +48,7 @@ void answer(NSError** error) {
 }
 - (BOOL)setMCLLimit:(NSInteger)percent error:(NSError**)error {
   answer(error);
+  if (gMood == Mood::refuses) return NO;
   gLimit = percent;
   return YES;
 }
@@ -78,6 +79,11 @@ TEST_F(SmartChargeCalls, returnNothingWhenTheClientRaises) {
   EXPECT_EQ(setMCLLimit(85), std::nullopt);
   gMood = Mood::answers;
   EXPECT_EQ(getMCLLimit(), 100);
+}
+
+TEST_F(SmartChargeCalls, reportARefusalWithoutAnError) {
+  gMood = Mood::refuses;
+  EXPECT_EQ(setMCLLimit(85), false);
 }
 
 TEST_F(SmartChargeCalls, distinguishAnErrorFromAnAnswer) {

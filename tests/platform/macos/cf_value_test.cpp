@@ -6,6 +6,9 @@
 #include <limits>
 #include <string>
 
+#include "fakes/system.h"
+#include "fakes/values.h"
+#include "platform/macos/owned.h"
 #include "support/testing.h"
 
 namespace brisko::platform::cf_value_test {
@@ -47,6 +50,33 @@ TEST(CFValue, convertsNoUnknownTypes) {
 TEST(CFValue, countsDatesFrom2001) {
   EXPECT_EQ(CFDateGetAbsoluteTime(dateOf(978307200).get()), 0);
   EXPECT_EQ(CFDateGetAbsoluteTime(dateOf(978307200 + 86400.5).get()), 86400.5);
+}
+
+struct Unknown : fakes::Object {
+  Unknown() : Object(fakes::codeType) {}
+};
+
+TEST(CFValue, isNullForAnObjectOfAnotherType) {
+  const Owned<CFTypeRef> object(fakes::refTo<CFTypeRef>(new Unknown));
+  EXPECT_TRUE(valueOf(object.get()).isNull());
+}
+
+TEST(CFValue, leavesOutEntriesWhoseKeyIsNoText) {
+  auto* dictionary = new fakes::DictionaryOf({{new fakes::Number(std::int64_t{1}), new fakes::String("one")},
+                                              {new fakes::String("two"), new fakes::String("2")}});
+  const Owned<CFDictionaryRef> object(fakes::refTo<CFDictionaryRef>(dictionary));
+  const SharedDictionary entries = dictionaryOf(object.get());
+  ASSERT_EQ(entries->size(), 1U);
+  EXPECT_EQ(*entries->at("two").asText(), "2");
+}
+
+TEST(CFValue, hasNoObjectForATextThatIsNotUtf8) { EXPECT_EQ(objectOf("\xff").get(), nullptr); }
+
+TEST(CFValue, isEmptyForATextThatCannotBeConverted) {
+  const Owned<CFStringRef> text = stringOf("text");
+  EXPECT_EQ(textOf(text.get()), "text");
+  fakes::gFailing = "CFStringGetCString";
+  EXPECT_EQ(textOf(text.get()), "");
 }
 
 }  // namespace

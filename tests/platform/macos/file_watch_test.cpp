@@ -2,8 +2,11 @@
 
 #include "platform/file_watch.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -88,6 +91,35 @@ TEST_F(MacFileWatch, opensTheFileThatTakesTheNameWhileItIsOpened) {
   const auto opened = openForEvents(path);
   ASSERT_TRUE(opened.has_value());
   EXPECT_THAT(eventsOfANewWatch(*opened), IsEmpty());
+}
+
+TEST_F(MacFileWatch, reportsNoDeletionAfterItWasCancelled) {
+  const auto opened = openForEvents(path);
+  ASSERT_TRUE(opened.has_value());
+  fakes::gGetPathError = ENOENT;
+  std::vector<FileEvents> events;
+  cancelWatch(watchFile(
+      *opened, fileDeleted, [&](FileEvents set) { events.push_back(set); },
+      [descriptor = *opened] { closeWatched(descriptor); }));
+  postMain([] { afterIterations(20); });
+  runMain();
+  EXPECT_THAT(events, IsEmpty());
+}
+
+// Each file stays open until the next but one is opened, so that no two in succession have the same number.
+TEST_F(MacFileWatch, givesUpOnANameThatIsTakenAThousandTimes) {
+  int taken = 0;
+  std::array<std::ifstream, 2> kept;
+  const std::function<void()> takeTheName = [&] {
+    kept[static_cast<std::size_t>(taken) % kept.size()] = std::ifstream(path);
+    taken += 1;
+    test::put(scratch.path("new"), "");
+    ASSERT_EQ(std::rename(scratch.path("new").c_str(), path.c_str()), 0);
+    fakes::gAfterOpen = takeTheName;
+  };
+  fakes::gAfterOpen = takeTheName;
+  EXPECT_EQ(openForEvents(path), std::nullopt);
+  EXPECT_EQ(taken, 1000);
 }
 
 }  // namespace

@@ -9,11 +9,15 @@
 #include <string_view>
 #include <utility>
 
+#include <unistd.h>
+
 #include "fakes/system.h"
 #include "fakes/threads.h"
 #include "platform/run_loop.h"
 #include "sim/machine/machine.h"
+#include "sim/seam/simulated/driver.h"
 #include "sim/seam/simulated/virtual_time.h"
+#include "support/child.h"
 #include "support/daemon_process.h"
 #include "support/testing.h"
 #include "support/virtual_mac.h"
@@ -250,6 +254,51 @@ TEST(HandledSignal, mayBeGivenAnotherHandler) {
   platform::postMainAfter(2, [] { platform::stopMain(); });
   platform::runMain();
   EXPECT_EQ(taken, "other ");
+}
+
+// Then nobody stands by for the main thread.
+TEST(HandledSignal, isHandledWithoutASecondThread) {
+  for (const char* function : {"semaphore_create", "pthread_create"}) {
+    const auto ended = inChild([function] {
+      const VirtualMac mac;
+      fakes::gFailing = function;
+      platform::installSignalHandler(SIGTERM, [](int) { tell("taken"); });
+      platform::postMainAfter(1, [] { ::raise(SIGTERM); });
+      platform::postMainAfter(2, [] { platform::stopMain(); });
+      platform::runMain();
+    });
+    EXPECT_EQ(ended.output, "taken") << function;
+  }
+}
+
+TEST(HandledSignal, isPassedOnAlthoughAnotherSignalEndsTheWaitForThat) {
+  const VirtualMac mac;
+  static int taken = 0;
+  fakes::gNextWaitIsAborted = true;
+  platform::installSignalHandler(SIGTERM, [](int) { taken += fakes::onMainThread() ? 1 : 10; });
+  platform::postMainAfter(1, [] { ::raise(SIGTERM); });
+  platform::postMainAfter(2, [] { platform::stopMain(); });
+  platform::runMain();
+  EXPECT_EQ(taken, 1);
+}
+
+// The standby thread has handled the signal, and its handler has returned.
+TEST(HandledSignal, stopsAMainThreadThatContinuesTooLate) {
+  const auto ended = inChild([] {
+    VirtualMac mac;
+    const double end = mac.machine().now + 60;
+    virtual_mac::setHorizon(end, []() -> double { ::_exit(7); });
+    platform::installSignalHandler(SIGTERM, [](int) { tell(fakes::onMainThread() ? "main" : "standby"); });
+    platform::postMainAfter(1, [] {
+      ::raise(SIGTERM);
+      const double back = virtual_mac::virtualNow() + 10;
+      fakes::waitInCall([back] { return virtual_mac::virtualNow() >= back; }, back);
+    });
+    platform::postMainAfter(20, [] { tell(" continues"); });
+    platform::runMain();
+  });
+  EXPECT_EQ(ended.output, "standby");
+  EXPECT_EQ(ended.status, 7);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "platform/host.h"
 
 #include <array>
+#include <cstdlib>
 #include <string>
 
 #include <sys/sysctl.h>
@@ -82,6 +83,22 @@ TEST(MacHost, keepsAPathThatOnlyBeginsLikeIt) {
     virtual_mac::setExecutablePath(path);
     EXPECT_EQ(executablePath(), path);
   }
+}
+
+TEST(MacHost, hasATemporaryFolderWhateverTheSystemNames) {
+  ::setenv("TMPDIR", "/", 1);
+  EXPECT_EQ(temporaryDirectory(), "/");
+  ::setenv("TMPDIR", ("/" + std::string(5000, 'x')).c_str(), 1);
+  EXPECT_EQ(temporaryDirectory(), "/tmp") << "too long for a path";
+  ::setenv("TMPDIR", "/var/folders", 1);
+  EXPECT_EQ(temporaryDirectory(), "/var/folders");
+  fakes::gFailing = "confstr";
+  EXPECT_EQ(temporaryDirectory(), "/tmp");
+}
+
+TEST(MacHost, namesNoProgramIfTheSystemDoesNot) {
+  virtual_mac::setExecutablePath(std::nullopt);
+  EXPECT_EQ(executablePath(), std::nullopt);
 }
 
 }  // namespace

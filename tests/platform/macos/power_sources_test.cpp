@@ -18,6 +18,20 @@ TEST(PowerSourcesWithoutNotification, reportTheMissingNotification) {
   EXPECT_FALSE(platform::addPowerSourceNotification([] {}));
 }
 
+TEST(PowerSources, areUnknownWithoutTheirList) {
+  const test::VirtualMac mac;
+  ASSERT_EQ(platform::powerSources()->size(), 1U);
+  fakes::gFailing = "IOPSCopyPowerSourcesList";
+  EXPECT_EQ(platform::powerSources(), std::nullopt);
+}
+
+TEST(PowerSources, areLeftOutIfTheyAreNotDescribed) {
+  const test::VirtualMac mac;
+  fakes::gFailing = "IOPSGetPowerSourceDescription";
+  ASSERT_TRUE(platform::powerSources().has_value());
+  EXPECT_THAT(*platform::powerSources(), IsEmpty());
+}
+
 TEST(PowerSourcesWithoutNotification, areReadByTheHeartbeat) {
   test::VirtualMac mac;
   fakes::gNotifiesOfPowerSources = false;

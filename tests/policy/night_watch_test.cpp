@@ -303,7 +303,7 @@ TEST_F(GuardedNight, resumesInTheBandOnlyWhereTheBandIsNotInForce) {
   mac.charge(77);
   evaluate();
   EXPECT_EQ(gState, ChargeState::hold);
-  mac.settings("{\"topUp\":true}");
+  mac.settings("{\"enabled\":false}");
   evaluate();
   EXPECT_EQ(gState, ChargeState::allow);
 }

@@ -28,7 +28,8 @@ ctest --preset conditions --parallel "$(nproc)" --no-tests=error --tests-regex "
 llvm-profdata-19 merge --sparse --output "$build/tests.profdata" "$build"/profiles/*.profraw
 programs=()
 for program in "${tested[@]}" "${started[@]}"; do programs+=(--object "$build/$program"); done
-# llvm-cov takes the first program without --object.
+# llvm-cov takes the first program without --object. It warns of inline functions whose recorded copy a program lacks;
+# another program has it.
 llvm-cov-19 export --format=text --instr-profile "$build/tests.profdata" "${programs[@]:1}" "$PWD/src" \
   >"$build/conditions.json"
 

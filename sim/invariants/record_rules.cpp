@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -153,6 +154,21 @@ class TheLog final : public Rule {
 
 // --- The status
 
+// Tells a rule that compares what is written with what was written before that others removed the file: what
+// the daemon wrote while its folder was gone, nobody has seen.
+class WatchedFile {
+ public:
+  // Since the last call.
+  [[nodiscard]] bool wasRemoved(const Observation& observation, const std::string& path) {
+    const double touchedAt = observation.disturbances().filesTouchedAt;
+    if (std::exchange(touchedAt_, touchedAt) == touchedAt) return false;
+    return ::access(onVolume(path).c_str(), F_OK) != 0;
+  }
+
+ private:
+  double touchedAt_ = never;
+};
+
 constexpr Invariant statusInterval{
     16,
     "Status is published at most every 15 s unless something changed, and is always a whole JSON object."};
@@ -215,6 +231,10 @@ class TheStatus final : public Rule {
     status_ = std::move(status);
   }
 
+  void onResume(const Observation& observation) override {
+    if (file_.wasRemoved(observation, statusPath)) status_.clear();
+  }
+
  private:
   bool isObject(const std::string& status) {
     std::string form = formOf(status);
@@ -227,6 +247,7 @@ class TheStatus final : public Rule {
   std::string status_;  // as last written; "": not written, or unknown
   std::string
       objectForm_;  // of the last one that was parsed, because nearly all differ in their numbers only
+  WatchedFile file_;
 };
 
 // --- The history
@@ -243,7 +264,12 @@ class TheHistory final : public Rule {
           return isWritten(it) && it.path.starts_with(historyDir) && it.path.ends_with(".jsonl");
         });
     if (change == iteration.files.end()) return;
-    last_ = observation.disturbances().diskIsFull ? std::nullopt : checked(lastLine(change->path), violated);
+    path_ = change->path;
+    last_ = observation.disturbances().diskIsFull ? std::nullopt : checked(lastLine(path_), violated);
+  }
+
+  void onResume(const Observation& observation) override {
+    if (file_.wasRemoved(observation, path_)) last_.reset();
   }
 
  private:
@@ -285,6 +311,8 @@ class TheHistory final : public Rule {
   }
 
   std::optional<Line> last_;
+  std::string path_;  // of its file
+  WatchedFile file_;
 };
 
 // --- Protected time
@@ -306,7 +334,8 @@ class ProtectedTime final : public Rule {
   void iterationEnded(const LoopIteration& iteration, const Observation& observation,
                       const Violated& violated) override {
     if (!known_) return;
-    const bool anew = gStatsSince != since_;
+    // Two totals may begin at the same moment.
+    const bool anew = gStatsSince != since_ || anyLineStartsWith(iteration, "stats reset");
     since_ = gStatsSince;
     const double grown = gProtectedSeconds - *known_;
     const double tickedAt = tickAt_;

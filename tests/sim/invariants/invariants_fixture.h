@@ -53,6 +53,11 @@ class InvariantsFixture : public test::OnVirtualMac {
     observation.givenSummary.journalSeen = written();
   }
 
+  // Reports that the process continues after others had their turn.
+  void resume() {
+    for (const auto& rule : rules_) rule->onResume(observation);
+  }
+
   // Reports an end of the process that follows `action`.
   using CheckAtEnd = void (*)(const ProcessEnd&, const Observation&, const Violated&);
   void endProcess(ProcessEnd end, const TestedAction& action, std::initializer_list<CheckAtEnd> checks) {

@@ -2,6 +2,7 @@
 // accept and what it must reject, on both sides of every boundary.
 
 #include <csignal>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -12,6 +13,7 @@
 #include "base/options.h"
 #include "base/paths.h"
 #include "base/process_flags.h"
+#include "base/volume_path.h"
 #include "hardware/charge_gate.h"
 #include "hardware/scheduled_wake.h"
 #include "native/native_limit.h"
@@ -168,6 +170,24 @@ TEST_F(ProcessInvariants, requireAnUnchangedStatusForFifteenSeconds) {
   EXPECT_THAT(found(), IsEmpty()) << "another";
 }
 
+// The clock is set back, and the folder is away while the status says something else.
+TEST_F(ProcessInvariants, compareNoStatusWithOneThatOthersRemoved) {
+  const std::string before = R"({"cal":{"phase":"idle"},"pct":80,"ts":2000.0})";
+  const std::string after = R"({"cal":{"phase":"idle"},"pct":80,"ts":1000.0})";
+  writes(statusPath, before);
+  observation.givenDisturbances.filesTouchedAt = 1;
+  resume();
+  writes(statusPath, after);
+  EXPECT_THAT(found(), ElementsAre(16)) << "another file was touched";
+  writes(statusPath, before);
+  static_cast<void>(found());
+  ASSERT_TRUE(std::filesystem::remove(onVolume(statusPath)));
+  observation.givenDisturbances.filesTouchedAt = 2;
+  resume();
+  writes(statusPath, after);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
 TEST_F(ProcessInvariants, requireAWholeStatusUnlessTheDiskIsFull) {
   writes(statusPath, R"({"ts":1)");
   EXPECT_THAT(found(), ElementsAre(16));
@@ -218,6 +238,19 @@ TEST_F(HistoryLines, areComparedWithinAProcessOnly) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
+TEST_F(HistoryLines, areNotComparedWithThoseThatOthersRemoved) {
+  line(2000, R"("p":80,"s":"hold",)");
+  ASSERT_TRUE(std::filesystem::remove(onVolume(dayPath)));
+  observation.givenDisturbances.filesTouchedAt = 1;
+  resume();
+  line(1000, R"("p":80,"s":"hold",)");
+  EXPECT_THAT(found(), IsEmpty());
+  observation.givenDisturbances.filesTouchedAt = 2;
+  resume();
+  line(1001, R"("p":80,"s":"hold",)");
+  EXPECT_THAT(found(), ElementsAre(17)) << "another file was touched";
+}
+
 // --- 28: protected time
 
 class ProtectedSeconds : public ProcessInvariants {
@@ -264,6 +297,13 @@ TEST_F(ProtectedSeconds, fallOnlyByAResetOrAClockThatWasSetBack) {
   EXPECT_THAT(found(), IsEmpty());
   observation.givenDisturbances.clockSteppedBackAt = observation.machine().now;
   ticks(-30);
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(ProtectedSeconds, fallByAResetAtTheMomentOfTheLastOne) {
+  ticks(20);
+  logs("stats reset");
+  ticks(-20);
   EXPECT_THAT(found(), IsEmpty());
 }
 

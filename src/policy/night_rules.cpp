@@ -82,16 +82,21 @@ bool planHolds(const NightPlan& plan, const NightReading& reading) {
   constexpr double roundedAway = 1;
   const double since = (reading.now - plan.plannedAt) / 60;
   const auto gained = static_cast<double>(reading.pct - plan.pct);
-  return plan.wakeAt > reading.now && since >= 0 && plan.charging && plan.onAdapter == reading.onAdapter &&
+  return plan.wakeAt > reading.now && since >= 0 && plan.undisturbed && plan.onAdapter == reading.onAdapter &&
          plan.adapterWatts == reading.adapterWatts && gained <= reading.fastest * (since + 1) + roundedAway;
+}
+
+void noteLoss(NightPlan& plan, std::int64_t pct) {
+  plan.lost += std::max<std::int64_t>(plan.lastPct - pct, 0);
+  plan.lastPct = pct;
 }
 
 std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading) {
   const bool same = plan.onAdapter && reading.onAdapter && plan.adapterWatts == reading.adapterWatts;
-  if (!same || !plan.charging || reading.now < plan.plannedAt) return std::nullopt;
+  if (!same || !plan.undisturbed || reading.now < plan.plannedAt) return std::nullopt;
   const double awake = reading.uptime - plan.uptime;
   const double asleep = std::max(reading.now - plan.plannedAt - awake, 0.0);
-  return Gain{.points = reading.pct - plan.pct, .minutes = (asleep + std::min(awake, longestStay)) / 60};
+  return Gain{.points = reading.pct - plan.pct + plan.lost, .minutes = asleep / 60};
 }
 
 BedtimePlan planBedtime(const BedtimeInputs& inputs) {

@@ -27,11 +27,11 @@ struct ChargerReadings {
 [[nodiscard]] double fastestSpeed(const ChargerReadings& readings);
 
 // What was gained since the last wake was planned, while charging was open on the same adapter. A Mac that is
-// awake may use most of what a weak adapter delivers, so time awake counts only up to the length of one stay.
-// If all of it counted, the Mac would charge faster asleep than expected.
+// awake may use all that a weak adapter delivers, and more, so neither the time awake counts nor what was
+// lost in it. If they did, the Mac would charge faster asleep than expected.
 struct Gain {
-  std::int64_t points = 0;  // by two readings, each rounded
-  double minutes = 0;
+  std::int64_t points = 0;  // by readings that are rounded
+  double minutes = 0;       // asleep
 };
 // The highest speed to expect: the one observed, if it was observed for long enough; never more than the
 // fastest.
@@ -50,7 +50,9 @@ struct NightPlan {
   std::int64_t pct = 0;  // that it was made from
   std::optional<std::int64_t> adapterWatts = std::nullopt;
   bool onAdapter = false;
-  bool charging = true;  // since it was made: not stopped meanwhile
+  bool undisturbed = true;     // charging was not stopped since it was made, nor was the Mac fully awake
+  std::int64_t lastPct = pct;  // of the last reading
+  std::int64_t lost = 0;       // points, from one reading to the next
   bool operator==(const NightPlan&) const = default;
 };
 struct NightReading {
@@ -62,6 +64,8 @@ struct NightReading {
   double fastest = 0;
 };
 [[nodiscard]] bool planHolds(const NightPlan& plan, const NightReading& reading);
+// To be called with each reading.
+void noteLoss(NightPlan& plan, std::int64_t pct);
 
 // The gain since the plan was made; none if charging was stopped meanwhile, the adapter changed, or the clock
 // was set back.

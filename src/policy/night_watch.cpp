@@ -100,6 +100,7 @@ NightReading readNight(std::int64_t pct) {
     if (!charger.fullMAh) charger.fullMAh = SmartBattery::mAh(*properties, "FullChargeCapacity");
   }
   reading.fastest = fastestSpeed(charger);
+  if (gPlan) noteLoss(*gPlan, pct);
   return reading;
 }
 
@@ -122,7 +123,7 @@ void notePlan(const NightReading& reading, double wakeAt) {
                     .pct = reading.pct,
                     .adapterWatts = reading.adapterWatts,
                     .onAdapter = reading.onAdapter,
-                    .charging = gState == ChargeState::allow};
+                    .undisturbed = gState == ChargeState::allow};
 }
 
 // Also if the system refused the wake: then the limit is applied again at the next wake of whatever kind that
@@ -137,7 +138,7 @@ void closeForTheNight(std::int64_t pct, const Bounds& band) {
   endStay();
   cancelScheduledWake();
   applyState(ChargeState::hold);
-  noteChargingStopped();
+  forgetGain();
   log("charging stopped for the night at " + std::to_string(pct) + "% (band " + std::to_string(band.lower) +
       "–" + std::to_string(band.upper) + "%)");
 }
@@ -157,8 +158,6 @@ void takeStep(const NightReading& reading, const Bounds& band) {
     case NightStep::wake:
       return planWake(reading, decision.minutes);
     case NightStep::stayAwake:
-      // The charge gained from here on shows how fast it goes.
-      if (!gPlan || !gainSince(*gPlan, reading)) notePlan(reading, reading.now);
       return;
     case NightStep::close:
       return closeForTheNight(reading.pct, band);
@@ -181,6 +180,7 @@ void endNight() {
   gAwakeSince = platform::uptime();
   endStay();
   notePastWake(platform::wallNow());
+  forgetGain();
 }
 
 bool isNight() {
@@ -202,7 +202,7 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited) {
   const bool charges = limited && gState == ChargeState::allow && pct < band.upper;
   if (!charges) {
     endStay();
-    noteChargingStopped();
+    forgetGain();
     // Nothing is left to stop.
     if (limited && gState == ChargeState::hold && pct >= band.lower) cancelScheduledWake();
     return;
@@ -218,8 +218,8 @@ bool wouldStopAgain(std::int64_t pct, const Bounds& band) {
   return decideStep(reading, band).step == NightStep::close;
 }
 
-void noteChargingStopped() {
-  if (gPlan) gPlan->charging = false;
+void forgetGain() {
+  if (gPlan) gPlan->undisturbed = false;
 }
 
 void endOverlongStay() {

@@ -90,7 +90,7 @@ void prepareForNight(const SleepSituation& bedtime) {
       break;
     case BedtimePlan::close:
       stopChargingForSleep(bedtime);
-      noteChargingStopped();
+      forgetGain();
       break;
     case BedtimePlan::takeStep:
       planNight(bedtime.pct, bedtime.band);

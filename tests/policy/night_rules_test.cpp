@@ -202,7 +202,7 @@ TEST(NightPlan, isMadeAnewForAnotherAdapterOrNone) {
 
 TEST(NightPlan, isMadeAnewOnceChargingWasStopped) {
   NightPlan stopped = plan;
-  stopped.charging = false;
+  stopped.undisturbed = false;
   EXPECT_FALSE(planHolds(stopped, reading));
 }
 
@@ -233,7 +233,7 @@ TEST(NightGain, countsOnlyOnTheSameAdapter) {
   other.onAdapter = false;
   EXPECT_EQ(gainSince(plan, other), std::nullopt);
   NightPlan hot = plan;
-  hot.charging = false;
+  hot.undisturbed = false;
   EXPECT_EQ(gainSince(hot, reading), std::nullopt);
   NightPlan onBattery = plan;
   onBattery.onAdapter = false;
@@ -241,19 +241,24 @@ TEST(NightGain, countsOnlyOnTheSameAdapter) {
 }
 
 // Ten minutes have passed since the plan.
-TEST(NightGain, countsTheTimeAwakeOnlyAsLongAsAStayMayLast) {
+TEST(NightGain, countsTheTimeAsleepAlone) {
   NightPlan since = plan;
   since.uptime = 5000;
   const auto minutesAfter = [&](double awake) {
     NightReading now = reading;
     now.uptime = since.uptime + awake;
-    return gainSince(since, now).value_or(Gain{}).minutes;
+    return gainSince(since, now).value_or(Gain{.minutes = -1}).minutes;
   };
   EXPECT_EQ(minutesAfter(0), 10);
-  EXPECT_EQ(minutesAfter(longestStay), 10);
-  EXPECT_EQ(minutesAfter(longestStay + 60), 9);
-  EXPECT_EQ(minutesAfter(600), 5) << "it was not asleep at all";
-  EXPECT_EQ(minutesAfter(700), 5) << "the clock was set back meanwhile";
+  EXPECT_EQ(minutesAfter(60), 9);
+  EXPECT_EQ(minutesAfter(600), 0);
+  EXPECT_EQ(minutesAfter(700), 0) << "the clock was set back meanwhile";
+}
+
+TEST(NightGain, subtractsNothingThatWasLostInBetween) {
+  NightPlan since = plan;
+  for (const std::int64_t pct : {43, 46, 45, 45, 44, 50}) noteLoss(since, pct);
+  EXPECT_EQ(gainSince(since, reading).value_or(Gain{}).points, 12);
 }
 
 // ---------------------------------------------------------------------------------------------------------

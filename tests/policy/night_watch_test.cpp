@@ -1,6 +1,8 @@
 // The steps of a night on a virtual Mac: what is scheduled, held open, closed and released.
 #include "policy/night_watch.h"
 
+#include <cmath>
+
 #include "base/options.h"
 #include "hardware/charge_gate.h"
 #include "hardware/charge_state.h"
@@ -350,15 +352,38 @@ TEST_F(GuardedNight, takesTheCapacityThatMacOSShowsIfTheGaugesOwnIsMissing) {
   EXPECT_NEAR(mac.pendingWakes().front() - platform::wallNow(), wait, 1);
 }
 
-// Charging was stopped in between.
-TEST_F(GuardedNight, countsTheGainOfAStayFromItsBeginOn) {
+// Awake, it used more than the adapter delivers.
+TEST_F(GuardedNight, expectsTheSpeedOfTheSleepAfterALossInTheWake) {
+  planNight(60, band);
+  const double before = platform::uptime();
+  mac.sleep().pass(240).wakeDark(45);
+  const double asleep = 240 - (platform::uptime() - before);
+  watchNight(62, band, true);
+  mac.pass(40);
+  watchNight(60, band, true);
+  planNight(60, band);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  const double speed = expectedSpeed(2, Gain{.points = 2, .minutes = asleep / 60});
+  EXPECT_EQ(mac.pendingWakes().front() - platform::wallNow(), 60 * std::floor(minutesBelow(80, 60, speed)));
+}
+
+TEST_F(GuardedNight, expectsTheFastestChargeAfterAFullWake) {
   planNight(40, band);
-  noteChargingStopped();
+  const double wait = mac.pendingWakes().front() - platform::wallNow();
+  mac.sleep().pass(240).wake().pass(30);
+  endNight();
+  beginNight();
+  planNight(40, band);
+  ASSERT_EQ(mac.pendingWakes().size(), 1U);
+  EXPECT_EQ(mac.pendingWakes().front() - platform::wallNow(), wait);
+}
+
+// What little was gained awake says nothing of the speed asleep.
+TEST_F(GuardedNight, staysAwakeAlthoughNothingIsGainedThen) {
   watchNight(78, band, true);
-  ASSERT_TRUE(staysAwake());
-  mac.pass(240);
+  mac.pass(longestStay - 1);
   watchNight(78, band, true);
-  EXPECT_FALSE(staysAwake()) << "nothing gained in four minutes: the limit is far";
+  EXPECT_TRUE(staysAwake());
 }
 
 TEST_F(GuardedNight, neitherStaysAwakeNorCancelsItsWakeWhileTheLimitIsToBeApplied) {

@@ -170,7 +170,7 @@ TEST_F(ProcessInvariants, requireAnUnchangedStatusForFifteenSeconds) {
   EXPECT_THAT(found(), IsEmpty()) << "another";
 }
 
-// The clock is set back, and the folder is away while the status says something else.
+// The clock is set back, and while the folder is away the status changes and changes back.
 TEST_F(ProcessInvariants, compareNoStatusWithOneThatOthersRemoved) {
   const std::string before = R"({"cal":{"phase":"idle"},"pct":80,"ts":2000.0})";
   const std::string after = R"({"cal":{"phase":"idle"},"pct":80,"ts":1000.0})";

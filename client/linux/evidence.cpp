@@ -1,9 +1,8 @@
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 
+#include "base/files.h"
 #include "client/doctor/gathering.h"
 
 namespace brisko::client {
@@ -11,10 +10,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string bytesOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
+// Nothing of a process that ends meanwhile.
+std::string bytesOf(const fs::path& path) { return readWholeFile(path).value_or(""); }
 
 // The parent in /proc/…/stat: after the name, which is in parentheses and may contain anything, and the
 // state.

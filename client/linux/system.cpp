@@ -4,12 +4,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include "base/files.h"
 #include "base/paths.h"
 #include "client/child_process.h"
 #include "client/linux/machine_facts.h"
@@ -43,8 +43,7 @@ std::optional<pid_t> daemonProcess() {
 }
 
 std::vector<std::string> argumentsOf(pid_t process) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string bytes = readWholeFile("/proc/" + std::to_string(process) + "/cmdline").value_or("");
   std::vector<std::string> arguments;
   for (std::size_t begin = 0; begin < bytes.size();) {
     const std::size_t end = std::min(bytes.find('\0', begin), bytes.size());

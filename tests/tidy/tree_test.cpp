@@ -53,6 +53,22 @@ TEST(SourceTree, hasATestForEveryRowOfTheThreatModel) { expectNone(checkThreatMo
 
 TEST(SourceTree, explainsHowToRunTheDaemon) { expectNone(checkManual(theTree())); }
 
+// A fuzzer does not start with a dictionary that it cannot read, and other bytes it reads only as \xAB.
+TEST(SourceTree, hasFuzzDictionariesOfPrintableLines) {
+  const std::regex entry(R"(([A-Za-z0-9_]+=)?"([ !#-\[\]-~]|\\[\\"]|\\x[0-9A-Fa-f]{2})+")");
+  int lines = 0;
+  for (const auto& [path, text] : theTree()) {
+    if (!path.starts_with("tests/fuzz/dictionaries/")) continue;
+    std::istringstream content(text);
+    for (std::string line; std::getline(content, line);) {
+      ++lines;
+      EXPECT_TRUE(line.empty() || line.starts_with('#') || std::regex_match(line, entry))
+          << path << ": " << line;
+    }
+  }
+  EXPECT_GT(lines, 50);
+}
+
 // A campaign names invariants by number, and each invariant is tested with a mutant that it catches.
 TEST(SourceTree, numbersEachInvariantAndHasAMutantForIt) {
   const std::regex definition(R"(Invariant \w+\{\s*(\d+),)");

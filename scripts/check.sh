@@ -19,16 +19,20 @@ comm -12 <(own_sources | LC_ALL=C sort) <(changed | LC_ALL=C sort) |
 # Each line: a program and the names of the tests that depend on it. brisko-tidy-tests reads the source tree, so its
 # tests always run.
 decides='
-brisko-tests             brisko-tests$
-brisko-virtual-mac-tests brisko-virtual-mac-tests$
-brisko-lab-tests         brisko-lab-tests$
-brisko-live-tests        brisko-live-tests$
-brisko-control-tests     brisko-control-tests$
-brisko-process-tests     brisko-process-tests$
-brisko-client-tests      brisko-client-tests$
-brisko-exchange-tests    brisko-exchange-tests$
-brisko-lab               scenario(-log|-digest)?/
-brisko-tidy-tests        brisko-tidy-tests$
+brisko-tests                  brisko-tests$
+brisko-virtual-mac-tests      brisko-virtual-mac-tests$
+brisko-lab-tests              brisko-lab-tests$
+brisko-searched-folders-tests brisko-searched-folders-tests$
+brisko-live-tests             brisko-live-tests$
+brisko-control-tests          brisko-control-tests$
+brisko-process-tests          brisko-process-tests$
+brisko-client-tests           brisko-client-tests$
+brisko-replay-tests           brisko-replay-tests$
+brisko-why-judge-tests        brisko-why-judge-tests$
+brisko-doctor-scenario-tests  brisko-doctor-scenario-tests$
+brisko-exchange-tests         brisko-exchange-tests$
+brisko-lab                    scenario(-log|-digest)?/
+brisko-tidy-tests             brisko-tidy-tests$
 '
 
 # GCC otherwise only checks the sources of some of these programs.

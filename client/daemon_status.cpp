@@ -1,5 +1,6 @@
 #include "client/daemon_status.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "calibration/calibration_record.h"
@@ -22,13 +23,19 @@ std::vector<std::string> textsAt(const Json& object, const char* key) {
   return texts;
 }
 
+// A number beyond those of a double is read as infinite, which no time or temperature can be.
+std::optional<double> finiteAt(const Json& object, const char* key) {
+  const auto number = numberAt(object, key);
+  return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
 CalibrationStatus calibrationIn(const Json& object) {
   CalibrationStatus calibration;
   const auto found = object.find("cal");
   if (found == object.end() || !found->is_object()) return calibration;
   calibration.phase = phaseNamed(textAt(*found, "phase"));
-  calibration.startedAt = numberAt(*found, "startedAt").value_or(0);
-  calibration.phaseSince = numberAt(*found, "phaseSince").value_or(0);
+  calibration.startedAt = finiteAt(*found, "startedAt").value_or(0);
+  calibration.phaseSince = finiteAt(*found, "phaseSince").value_or(0);
   calibration.soakBanked = integerAt(*found, "soakBanked").value_or(0);
   calibration.soakSeconds = integerAt(*found, "soakSeconds").value_or(0);
   calibration.drainTarget = integerAt(*found, "drainTarget").value_or(0);
@@ -48,7 +55,7 @@ CalibrationStatus calibrationIn(const Json& object) {
 std::optional<DaemonStatus> daemonStatusIn(const Json& object) {
   const auto state = stateNamed(textAt(object, "state"));
   const auto pct = integerAt(object, "pct");
-  const auto ts = numberAt(object, "ts");
+  const auto ts = finiteAt(object, "ts");
   if (!state || !pct || !ts) return std::nullopt;
   const auto flag = [&object](const char* key, bool otherwise) {
     return booleanAt(object, key).value_or(otherwise);
@@ -67,15 +74,15 @@ std::optional<DaemonStatus> daemonStatusIn(const Json& object) {
                       .ledSupported = flag("ledSupported", false),
                       .gateVerified = booleanAt(object, "gateVerified"),
                       .nativeFloor = integerAt(object, "nativeFloor"),
-                      .temperature = numberAt(object, "temp"),
-                      .startedAt = numberAt(object, "startedAt"),
+                      .temperature = finiteAt(object, "temp"),
+                      .startedAt = finiteAt(object, "startedAt"),
                       .chargeMode = textAt(object, "chargeMode"),
                       .daemonVersion = textAt(object, "daemonVersion"),
                       .daemonPath = textAt(object, "daemonPath"),
                       .calibration = calibrationIn(object),
                       .guards = textsAt(object, "guards"),
-                      .nextWake = numberAt(object, "nextWake"),
-                      .fullUntil = numberAt(object, "fullUntil"),
+                      .nextWake = finiteAt(object, "nextWake"),
+                      .fullUntil = finiteAt(object, "fullUntil"),
                       .dischargeUnseen = flag("dischargeUnseen", false)};
 }
 

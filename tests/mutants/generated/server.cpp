@@ -51,10 +51,13 @@ void limitResources() {
 bool fillsTheDisk(const char* scratch) {
   constexpr std::int64_t mostBlocks = 512 * 1024;  // of 512 bytes
   std::int64_t blocks = 0;
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(scratch, ignored)) {
+  // Not with a range of its entries: the test removes some meanwhile, and the loop's own increment would
+  // throw.
+  std::error_code ended;
+  for (std::filesystem::recursive_directory_iterator entry(scratch, ended);
+       !ended && entry != std::filesystem::recursive_directory_iterator(); entry.increment(ended)) {
     struct stat status {};
-    if (::lstat(entry.path().c_str(), &status) == 0) blocks += status.st_blocks;
+    if (::lstat(entry->path().c_str(), &status) == 0) blocks += status.st_blocks;
   }
   return blocks > mostBlocks;
 }

@@ -154,8 +154,8 @@ class TheLog final : public Rule {
 
 // --- The status
 
-// Tells a rule that compares what is written with what was written before that others removed the file: what
-// the daemon wrote while its folder was gone, nobody has seen.
+// Notices that others removed a file. What the daemon wrote while the folder was gone is lost, so a rule must
+// not compare the next version of the file with the last one that it saw.
 class WatchedFile {
  public:
   // Since the last call.

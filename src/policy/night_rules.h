@@ -67,8 +67,8 @@ struct NightReading {
 // To be called with each reading.
 void noteLoss(NightPlan& plan, std::int64_t pct);
 
-// The gain since the plan was made; none if charging was stopped meanwhile, the adapter changed, or the clock
-// was set back.
+// The gain since the plan was made; none if charging was stopped meanwhile, the Mac was fully awake, the
+// adapter changed, or the clock was set back.
 [[nodiscard]] std::optional<Gain> gainSince(const NightPlan& plan, const NightReading& reading);
 
 // What to do when a sleep is announced, also without an adapter, because the Mac may be plugged in while it

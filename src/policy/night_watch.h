@@ -29,8 +29,8 @@ void watchNight(std::int64_t pct, const Bounds& band, bool limited);
 // the stay begins now.
 [[nodiscard]] bool wouldStopAgain(std::int64_t pct, const Bounds& band);
 
-// Charging was stopped for the night, or the Mac fully awake, where nothing is read. What the charge gains
-// until the next plan shows nothing about the charger.
+// To be called when charging is stopped for the night, and when the Mac wakes fully, because the night's
+// readings pause then. What the charge gains until the next plan shows nothing about the charger.
 void forgetGain();
 
 // Ends a stay in a dark wake that has lasted for too long, even if no tick comes that would end it.

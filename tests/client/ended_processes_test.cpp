@@ -1,11 +1,10 @@
 // Processes that end while the client reads what the kernel says of them.
 #include <cerrno>
-#include <csignal>
+#include <cstdlib>
 #include <string>
 
-#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/types.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "base/file_calls.h"
